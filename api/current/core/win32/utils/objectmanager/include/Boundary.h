@@ -1,0 +1,121 @@
+#pragma once
+
+// The rule that every exported function follows: failures are raised inside and become Win32 codes here.
+// Two templates hold it, one for functions that return a handle or a pointer, one for those that return a
+// status; the others below are these two with the table's steps around them.
+
+#include <windows.h>
+
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "core/win32/utils/objectmanager/include/Exception.h"
+#include "core/win32/utils/objectmanager/include/SharedPtr.h"
+
+namespace boundary {
+/// ERROR_UNHANDLED_EXCEPTION, which not every platform header names.
+inline constexpr long kUnhandledException = 574;
+
+/// Returns what `body` returns, or `failure` when it raises. The last error then holds the code of an
+/// Exception or of a bare long; after anything else it is what the last system call left.
+template <class Result, class Body>
+Result resultFrame(Result failure, Body&& body) noexcept
+{
+    long code;
+    try {
+        return std::forward<Body>(body)();
+    } catch (const Exception& raised) {
+        code = static_cast<long>(raised.getCode());
+    } catch (long raised) {
+        code = raised;
+    } catch (...) {
+        return failure;
+    }
+    // The raise site set it, but clean-up on the way here may have changed it.
+    SetLastError(static_cast<DWORD>(code));
+    return failure;
+}
+
+/// For functions that return a handle: failure is the invalid handle.
+template <class Body>
+void* handleFrame(Body&& body) noexcept
+{
+    return resultFrame<void*>(INVALID_HANDLE_VALUE, std::forward<Body>(body));
+}
+
+/// The Win32 code of the exception being handled. To be called from a catch block.
+inline long codeOfCurrentException() noexcept
+{
+    try {
+        throw;
+    } catch (const Exception& raised) {
+        return static_cast<long>(raised.getCode());
+    } catch (long raised) {
+        return raised;
+    } catch (const std::bad_alloc&) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    } catch (...) {
+        return kUnhandledException;
+    }
+}
+
+/// Returns the status that `body` returns, or the code of what it raises: an Exception's code, a bare long
+/// as it is, 8 when memory is short, 574 for any other type.
+template <class Body>
+long statusFrame(Body&& body) noexcept
+{
+    try {
+        return std::forward<Body>(body)();
+    } catch (...) {
+        return codeOfCurrentException();
+    }
+}
+
+/// A status operation on the object behind `handle`: holds a shared reference for the length of the call.
+/// Returns the table's code (6, 487) for the handle, or the code that `operation` returns or raises.
+/// `operation` takes the object by reference and returns nothing or a status.
+template <class Table, class Operation>
+long statusFrame(const char* place, Table& table, void* handle, Operation&& operation) noexcept
+{
+    return statusFrame([&]() -> long {
+        typename Table::Pointer object;
+        if (const long code = table.get(handle, object); code != ERROR_SUCCESS)
+            throw Exception(place, static_cast<unsigned long>(code));
+        if (!object)
+            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+        if constexpr (std::is_void_v<decltype(operation(*object))>) {
+            operation(*object);
+        } else {
+            if (const long code = operation(*object); code != ERROR_SUCCESS)
+                throw Exception(place, static_cast<unsigned long>(code));
+        }
+        return ERROR_SUCCESS;
+    });
+}
+
+/// A Create... function: the object that has the name already is opened, otherwise `make` builds one (a
+/// plain pointer, which is owned from then on) and it is filed. `nullPlace` and `memoryPlace` are the place
+/// texts for a null name (87) and for a missing object (8).
+template <class Table, class Make>
+void* createFrame(const char* nullPlace, const char* memoryPlace, Table& table, const wchar_t* name,
+                  Make&& make) noexcept
+{
+    return handleFrame([&]() -> void* {
+        if (name == nullptr)
+            throw Exception(nullPlace, ERROR_INVALID_PARAMETER);
+        return table.openOrCreate(name, [&] {
+            typename Table::Pointer object;
+            try {
+                typename Table::Pointer made(make());
+                object = made;
+            } catch (const std::bad_alloc&) {
+                throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+            }
+            if (!object)
+                throw Exception(memoryPlace, ERROR_NOT_ENOUGH_MEMORY);
+            return object;
+        });
+    });
+}
+} // namespace boundary

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cassert>
+
+/// Reports a programming error through the runtime's assertion routine, in every build. The routine ends
+/// the process unless a debugger or the host has taken it over, so callers go on to raise their code for
+/// the case that it returns.
+inline void reportFailedAssertion(const wchar_t* expression, const wchar_t* header, unsigned line)
+{
+    _wassert(expression, header, line);
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+
+/// A recursive lock on an unnamed Win32 mutex, which is made by the first lock or unlock call. A thread that
+/// died with the lock does not block the others. Failing calls raise the bare Win32 code.
+class MutexLock
+{
+public:
+    MutexLock() noexcept = default;
+    MutexLock(const MutexLock&) = delete;
+    MutexLock& operator=(const MutexLock&) = delete;
+    ~MutexLock()
+    {
+        if (const HANDLE mutex = m_mutex.load())
+            CloseHandle(mutex);
+    }
+
+    void lock()
+    {
+        if (WaitForSingleObject(mutex(), INFINITE) == WAIT_FAILED)
+            throw static_cast<long>(GetLastError());
+        m_locked = true;
+    }
+
+    void unlock()
+    {
+        m_locked = false;
+        if (!ReleaseMutex(mutex())) {
+            m_locked = true;
+            throw static_cast<long>(GetLastError());
+        }
+    }
+
+private:
+    HANDLE mutex()
+    {
+        HANDLE current = m_mutex.load(std::memory_order_acquire);
+        if (current != nullptr)
+            return current;
+        const HANDLE created = CreateMutexW(nullptr, FALSE, nullptr);
+        if (created == nullptr)
+            throw static_cast<long>(GetLastError());
+        if (m_mutex.compare_exchange_strong(current, created))
+            return created;
+        CloseHandle(created); // another thread was first
+        return current;
+    }
+
+    std::atomic<HANDLE> m_mutex{nullptr};
+    bool m_locked = false; // changed by the owner only; seen in a debugger, decides nothing
+};
+
+/// Holds a MutexLock for a scope. Leaving it keeps the thread's last error.
+class Locker
+{
+public:
+    explicit Locker(MutexLock& lock) : m_lock(lock) { m_lock.lock(); }
+    Locker(const Locker&) = delete;
+    Locker& operator=(const Locker&) = delete;
+    ~Locker()
+    {
+        const DWORD lastError = GetLastError();
+        try {
+            m_lock.unlock();
+        } catch (long) { // NOLINT(bugprone-empty-catch): the owner's release cannot fail
+        }
+        SetLastError(lastError);
+    }
+
+private:
+    MutexLock& m_lock;
+};

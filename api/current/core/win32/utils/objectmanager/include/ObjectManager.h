@@ -1,0 +1,361 @@
+#pragma once
+
+#include <algorithm>
+#include <concepts>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/MutexLock.h"
+#include "win32/communication/include/IMessageHandler.h"
+#include "win32/indexer/include/CachedIdentifierW.h"
+
+#define OBJECT_MANAGER_HEADER "core\\win32\\utils\\objectmanager\\include\\ObjectManager.h"
+
+/// The table of one object family: named objects behind small handles, shared by all threads.
+///
+/// A handle is the 1-based slot number as a pointer; 0 is never valid, the invalid handle has all bits set.
+/// Freed numbers are reused, the one freed longest ago first. An object stays alive while its entry is open
+/// or while any operation holds a copy of its pointer; its destructor runs outside the table's lock.
+///
+/// `ObjectPtr` is SharedPtr<T> or SingletonPtr<T>. `T::kClassName`, a narrow text, names the class in place
+/// texts. Classes derived from SerializableW answer load and dump requests, all others with 120.
+template <class ObjectPtr>
+class ObjectManager : public IMessageHandler
+{
+public:
+    using Pointer = ObjectPtr;
+    using Object = std::remove_pointer_t<decltype(std::declval<ObjectPtr>().get())>;
+
+    /// Message ids of the requests.
+    static constexpr std::uint32_t kDumpRequest = 0;
+    static constexpr std::uint32_t kLoadRequest = 1;
+
+    /// Files `object` under `name`. Returns the new handle and sets the last error to 0. On failure returns
+    /// the invalid handle with the last error 87 (null name), 183 (name taken: that entry has then been
+    /// opened once more), 487 (no object) or 8.
+    void* registerObject(const wchar_t* name, const ObjectPtr& object) noexcept
+    {
+        return guarded([&] {
+            if (name == nullptr)
+                throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            const Locker locker(m_tableLock);
+            if (findAndOpen(name) != nullptr)
+                throw static_cast<long>(ERROR_ALREADY_EXISTS);
+            const SharedPtr<Reference> entry(new Reference{1, object, CachedIdentifierW(name)});
+            if (!entry->object)
+                throw static_cast<long>(ERROR_INVALID_ADDRESS);
+            SetLastError(ERROR_SUCCESS);
+            return insert(entry);
+        });
+    }
+
+    /// The handle of the entry of that name, opened once more. On failure returns the invalid handle with
+    /// the last error 87 (null name), 1168 (no such name), 487 (no object) or 8.
+    void* lookup(const wchar_t* name) noexcept
+    {
+        return guarded([&] {
+            if (name == nullptr)
+                throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            const Locker locker(m_tableLock);
+            void* handle = findAndOpen(name);
+            if (handle == nullptr)
+                throw static_cast<long>(ERROR_NOT_FOUND);
+            return handle;
+        });
+    }
+
+    /// Opens the entry of that name or files the object that `make` returns. Only one thread makes an object
+    /// at a time, so two that create the same name get one object. Raises what `make` raises, or the code of
+    /// the failed step as a bare long.
+    template <class Make>
+    void* openOrCreate(const wchar_t* name, Make&& make)
+    {
+        void* handle = lookup(name);
+        if (handle != INVALID_HANDLE_VALUE)
+            return handle;
+        if (const DWORD code = GetLastError(); code != ERROR_NOT_FOUND)
+            throw static_cast<long>(code);
+
+        const Locker creating(m_creationLock);
+        handle = lookup(name);
+        if (handle != INVALID_HANDLE_VALUE)
+            return handle;
+        handle = registerObject(name, make());
+        if (handle == INVALID_HANDLE_VALUE)
+            throw static_cast<long>(GetLastError());
+        return handle;
+    }
+
+    /// Copies the pointer of the object behind `handle`. Returns 0, 6 (null, out of range or closed handle)
+    /// or 487 (the entry holds no object).
+    long get(void* handle, ObjectPtr& object) noexcept
+    {
+        return boundary::statusFrame([&]() -> long {
+            const Locker locker(m_tableLock);
+            object = entryOf(handle).object;
+            return ERROR_SUCCESS;
+        });
+    }
+
+    /// Gives back one opening of the entry; the last one removes it. Returns nonzero, or zero for a handle
+    /// that get refuses; the last error is then as it was.
+    int close(void* handle) noexcept
+    {
+        const DWORD lastError = GetLastError();
+        try {
+            SharedPtr<Reference> released; // let go of after the lock
+            {
+                const Locker locker(m_tableLock);
+                Reference& entry = entryOf(handle);
+                if (entry.openCount > 1) {
+                    --entry.openCount;
+                    return 1;
+                }
+                std::list<std::uintptr_t> freed{number(handle)};
+                m_names.erase(entry.name);
+                released.swap(m_slots[number(handle) - 1]);
+                m_freed.splice(m_freed.end(), freed);
+            }
+            return 1;
+        } catch (...) {
+            SetLastError(lastError);
+            return 0;
+        }
+    }
+
+    /// The name that the entry was filed under, valid while the entry is open. Returns 0, 87 (null `name`),
+    /// 6 or 487.
+    long getName(void* handle, const wchar_t** name) noexcept
+    {
+        return boundary::statusFrame([&]() -> long {
+            if (name == nullptr)
+                return ERROR_INVALID_PARAMETER;
+            const Locker locker(m_tableLock);
+            *name = entryOf(handle).name.getIdentifier();
+            return ERROR_SUCCESS;
+        });
+    }
+
+    /// Answers a load or dump request for one object, by name. A load (id 1) takes "ObjectName", "LoadCode"
+    /// and "ObjectData" and replies "Status". A dump (id 0) takes "ObjectName", "DumpCode" and the caller's
+    /// last copy in "ObjectData"; it replies "Dirty", the new "ObjectData" when that is 1, and "Status".
+    /// Raises 87 for another id and for a mistyped parameter, 1168 for a missing parameter or an unknown
+    /// name, 120 for a class without load and dump, and the object's own code.
+    void onMessage(const HashMessageW& request, HashMessageW& reply, void*) override
+    {
+        switch (request.getId()) {
+        case kDumpRequest:
+            return dumpObject(request, reply);
+        case kLoadRequest:
+            return loadObject(request, reply);
+        default:
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        }
+    }
+    using IMessageHandler::onMessage;
+
+    /// How many entries are open now.
+    [[nodiscard]] std::size_t getCount()
+    {
+        const Locker locker(m_tableLock);
+        return m_names.size();
+    }
+
+private:
+    struct Reference
+    {
+        std::uint32_t openCount; // guarded by the table's lock
+        ObjectPtr object;
+        CachedIdentifierW name;
+    };
+
+    // Orders the index so that a plain text can be looked up without copying it.
+    struct NameOrder
+    {
+        using is_transparent = void;
+        static std::wstring_view view(const CachedIdentifierW& name) noexcept { return name.view(); }
+        static std::wstring_view view(std::wstring_view name) noexcept { return name; }
+        template <class Left, class Right>
+        bool operator()(const Left& left, const Right& right) const noexcept
+        {
+            return view(left) < view(right);
+        }
+    };
+
+    /// Closes the opening that a request's lookup took.
+    class TemporaryOpening
+    {
+    public:
+        TemporaryOpening(ObjectManager& table, const wchar_t* name)
+            : m_table(table), m_handle(table.lookup(name))
+        {
+            if (m_handle == INVALID_HANDLE_VALUE)
+                throw static_cast<long>(GetLastError());
+        }
+        TemporaryOpening(const TemporaryOpening&) = delete;
+        TemporaryOpening& operator=(const TemporaryOpening&) = delete;
+        ~TemporaryOpening() { m_table.close(m_handle); }
+
+        [[nodiscard]] ObjectPtr getObject() const
+        {
+            ObjectPtr object;
+            primitives::requireSuccess(m_table.get(m_handle, object));
+            return object;
+        }
+
+    private:
+        ObjectManager& m_table;
+        void* m_handle;
+    };
+
+    template <class Body>
+    static void* guarded(Body&& body) noexcept
+    {
+        return boundary::handleFrame([&]() -> void* {
+            try {
+                return body();
+            } catch (const std::bad_alloc&) {
+                throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+            }
+        });
+    }
+
+    static std::uintptr_t number(void* handle) noexcept { return reinterpret_cast<std::uintptr_t>(handle); }
+
+    Reference& entryOf(void* handle) const
+    {
+        if (handle == nullptr || number(handle) > m_slots.size() || !m_slots[number(handle) - 1])
+            throw static_cast<long>(ERROR_INVALID_HANDLE);
+        Reference& entry = *m_slots[number(handle) - 1];
+        if (!entry.object)
+            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+        return entry;
+    }
+
+    void* findAndOpen(const wchar_t* name)
+    {
+        const auto found = m_names.find(std::wstring_view(name));
+        if (found == m_names.end())
+            return nullptr;
+        void* handle = reinterpret_cast<void*>(found->second);
+        ++entryOf(handle).openCount;
+        return handle;
+    }
+
+    // Either everything is in place afterwards or nothing has changed.
+    void* insert(const SharedPtr<Reference>& entry)
+    {
+        const bool reuse = !m_freed.empty();
+        const std::uintptr_t slot = reuse ? m_freed.front() : m_slots.size() + 1;
+        if (!reuse && m_slots.size() == m_slots.capacity())
+            m_slots.reserve(std::max<std::size_t>(16, m_slots.size() * 2));
+        m_names.emplace(entry->name, slot);
+        if (reuse) {
+            m_slots[slot - 1] = entry;
+            m_freed.pop_front();
+        } else {
+            m_slots.push_back(entry); // has room: cannot fail
+        }
+        return reinterpret_cast<void*>(slot);
+    }
+
+    static std::string functionPlace(const char* line)
+    {
+        const std::string className = Object::kClassName;
+        return "File: api\\current\\" OBJECT_MANAGER_HEADER "\nFunction: ObjectManager<SharedPtr<" +
+               className + ",Delete<" + className + "> > >::onMessage\nLine: " + line;
+    }
+
+    static const ParameterW& dataOf(const HashMessageW& request)
+    {
+        const ParameterW* data = nullptr;
+        primitives::requireSuccess(request.getParameter(L"ObjectData", data));
+        return *data;
+    }
+
+    struct Request
+    {
+        Request(const HashMessageW& message, const wchar_t* codeName)
+        {
+            primitives::requireSuccess(message.getParameter(L"ObjectName", name));
+            primitives::requireSuccess(message.getParameter(codeName, code));
+            primitives::requireSuccess(message.getParameter(L"ObjectData", data));
+        }
+        const wchar_t* name = nullptr;
+        std::uint32_t code = 0;
+        const ParameterW* data = nullptr;
+    };
+
+    void loadObject(const HashMessageW& message, HashMessageW& reply)
+    {
+        const Request request(message, L"LoadCode");
+        const TemporaryOpening opening(*this, request.name);
+        MemoryInputByteStream stream(request.data->getData(),
+                                     static_cast<std::size_t>(request.data->getSize()));
+        run(
+            "460", [&](Object& object) { return loadState(object, request.code, stream); },
+            opening.getObject());
+        primitives::requireSuccess(reply.setParameter(L"Status", std::uint32_t{ERROR_SUCCESS}));
+    }
+
+    void dumpObject(const HashMessageW& message, HashMessageW& reply)
+    {
+        const Request request(message, L"DumpCode");
+        const TemporaryOpening opening(*this, request.name);
+        MemoryOutputByteStream stream;
+        run(
+            "391", [&](Object& object) { return dumpState(object, request.code, stream); },
+            opening.getObject());
+        const bool dirty = request.data->getSize() != stream.getSize() ||
+                           (stream.getSize() != 0 &&
+                            std::memcmp(request.data->getData(), stream.getData(), stream.getSize()) != 0);
+        primitives::requireSuccess(reply.setParameter(L"Dirty", std::uint32_t{dirty ? 1U : 0U}));
+        if (dirty)
+            primitives::requireSuccess(reply.setParameter(
+                L"ObjectData", stream.getSize() != 0 ? static_cast<const void*>(stream.getData()) : L"",
+                stream.getSize()));
+        primitives::requireSuccess(reply.setParameter(L"Status", std::uint32_t{ERROR_SUCCESS}));
+    }
+
+    // Object methods run outside the table's lock, on the caller's thread.
+    template <class Operation>
+    static void run(const char* line, Operation&& operation, const ObjectPtr& object)
+    {
+        long code;
+        try {
+            code = operation(*object);
+        } catch (...) {
+            code = boundary::codeOfCurrentException();
+        }
+        if (code != ERROR_SUCCESS)
+            throw Exception(functionPlace(line).c_str(), static_cast<unsigned long>(code));
+    }
+
+    static long loadState(Object& object, unsigned long code, IInputByteStream& stream)
+    {
+        if constexpr (std::derived_from<Object, SerializableW>)
+            return object.load(code, stream);
+        else
+            return ERROR_CALL_NOT_IMPLEMENTED;
+    }
+
+    static long dumpState(Object& object, unsigned long code, IOutputByteStream& stream)
+    {
+        if constexpr (std::derived_from<Object, SerializableW>)
+            return object.dump(code, stream);
+        else
+            return ERROR_CALL_NOT_IMPLEMENTED;
+    }
+
+    MutexLock m_tableLock;
+    MutexLock m_creationLock;
+    std::vector<SharedPtr<Reference>> m_slots; // indexed by handle minus one; never shrinks
+    std::map<CachedIdentifierW, std::uintptr_t, NameOrder> m_names;
+    std::list<std::uintptr_t> m_freed; // reused from the front
+};

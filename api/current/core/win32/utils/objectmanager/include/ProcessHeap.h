@@ -1,0 +1,74 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <limits>
+#include <new>
+#include <string>
+
+/// Memory that crosses the boundary between the DLL and its callers: both link their runtime statically,
+/// so only the process heap is the same on both sides.
+namespace processheap {
+/// Allocates `size` bytes; raises a bare 8 when memory is short. Release with processheap::release.
+[[nodiscard]] inline void* allocate(std::size_t size)
+{
+    void* memory = HeapAlloc(GetProcessHeap(), 0, size);
+    if (memory == nullptr)
+        throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+    return memory;
+}
+
+/// Gives back what processheap::allocate returned; null is allowed.
+inline void release(void* memory) noexcept
+{
+    if (memory != nullptr)
+        HeapFree(GetProcessHeap(), 0, memory);
+}
+
+/// Copies `size` bytes into new memory, followed by `extra` zero bytes; raises a bare 8.
+[[nodiscard]] inline void* copy(const void* source, std::size_t size, std::size_t extra = 0)
+{
+    auto* target = static_cast<unsigned char*>(allocate(size + extra));
+    for (std::size_t i = 0; i < extra; ++i)
+        target[size + i] = 0;
+    if (size != 0)
+        CopyMemory(target, source, size);
+    return target;
+}
+} // namespace processheap
+
+/// Standard allocator on the process heap, for containers that live in objects shared over the boundary.
+template <class T>
+struct ProcessHeapAllocator
+{
+    using value_type = T;
+
+    ProcessHeapAllocator() noexcept = default;
+    template <class U>
+    ProcessHeapAllocator(const ProcessHeapAllocator<U>&) noexcept
+    {
+    }
+
+    [[nodiscard]] T* allocate(std::size_t count)
+    {
+        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T))
+            throw std::bad_alloc();
+        void* memory = HeapAlloc(GetProcessHeap(), 0, count * sizeof(T));
+        if (memory == nullptr)
+            throw std::bad_alloc();
+        return static_cast<T*>(memory);
+    }
+    void deallocate(T* memory, std::size_t) noexcept { processheap::release(memory); }
+
+    template <class U>
+    bool operator==(const ProcessHeapAllocator<U>&) const noexcept
+    {
+        return true;
+    }
+};
+
+/// Wide and narrow strings on the process heap.
+template <class Char>
+using HeapString = std::basic_string<Char, std::char_traits<Char>, ProcessHeapAllocator<Char>>;
+using HeapStringW = HeapString<wchar_t>;

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <windows.h>
+
+/// Many readers or one writer. Makes no kernel call unless it has to wait. Not recursive: a thread that
+/// holds it must not ask for it again in either way.
+class ReadWriteLock
+{
+public:
+    ReadWriteLock() noexcept = default;
+    ReadWriteLock(const ReadWriteLock&) = delete;
+    ReadWriteLock& operator=(const ReadWriteLock&) = delete;
+
+    void lockRead() noexcept { AcquireSRWLockShared(&m_lock); }
+    void unlockRead() noexcept { ReleaseSRWLockShared(&m_lock); }
+    void lockWrite() noexcept { AcquireSRWLockExclusive(&m_lock); }
+    void unlockWrite() noexcept { ReleaseSRWLockExclusive(&m_lock); }
+
+private:
+    SRWLOCK m_lock = SRWLOCK_INIT;
+};
+
+/// Holds a ReadWriteLock, or anything with its read operations, for reading during a scope.
+template <class Lock>
+class ReadLocker
+{
+public:
+    explicit ReadLocker(Lock& lock) : m_lock(lock) { m_lock.lockRead(); }
+    ReadLocker(const ReadLocker&) = delete;
+    ReadLocker& operator=(const ReadLocker&) = delete;
+    ~ReadLocker() { m_lock.unlockRead(); }
+
+private:
+    Lock& m_lock;
+};
+
+/// Holds a ReadWriteLock, or anything with its write operations, for writing during a scope.
+template <class Lock>
+class WriteLocker
+{
+public:
+    explicit WriteLocker(Lock& lock) : m_lock(lock) { m_lock.lockWrite(); }
+    WriteLocker(const WriteLocker&) = delete;
+    WriteLocker& operator=(const WriteLocker&) = delete;
+    ~WriteLocker() { m_lock.unlockWrite(); }
+
+private:
+    Lock& m_lock;
+};

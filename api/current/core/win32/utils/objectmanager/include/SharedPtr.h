@@ -1,0 +1,102 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <new>
+#include <utility>
+
+/// Destroys the object of a SharedPtr: plain `delete`.
+template <class T>
+struct Delete
+{
+    void operator()(T* object) const noexcept { delete object; }
+};
+
+/// Reference-counted owner of one object. Copies share a count block on the heap; the block destroys the
+/// object with the last copy, in the module that made the first one. An empty pointer owns a block too.
+///
+/// Copying and releasing are safe from any thread; one SharedPtr object itself is not to be changed by two
+/// threads at once. Making a pointer raises a bare 8 when there is no memory for the block; the object
+/// passed in is destroyed then, so nothing leaks.
+template <class T, class Deleter = Delete<T>>
+class SharedPtr
+{
+public:
+    SharedPtr() : m_block(makeBlock(nullptr)) {}
+    explicit SharedPtr(T* object) : m_block(makeBlock(object)) {}
+    SharedPtr(const SharedPtr& other) noexcept : m_block(other.m_block) { m_block->addReference(); }
+    virtual ~SharedPtr() { m_block->release(); }
+
+    SharedPtr& operator=(const SharedPtr& other) noexcept
+    {
+        // The new block is held before the old one goes: the old object may own `other`.
+        Block* const previous = m_block;
+        other.m_block->addReference();
+        m_block = other.m_block;
+        previous->release();
+        return *this;
+    }
+
+    /// The address of the stored object pointer; the pointer there is null when this owns no object.
+    [[nodiscard]] virtual T* const* getAddress() const noexcept { return &m_block->m_object; }
+
+    [[nodiscard]] T* get() const noexcept { return m_block->m_object; }
+    T* operator->() const noexcept { return get(); }
+    T& operator*() const noexcept { return *get(); }
+    explicit operator bool() const noexcept { return get() != nullptr; }
+
+    void swap(SharedPtr& other) noexcept { std::swap(m_block, other.m_block); }
+
+private:
+    struct Block
+    {
+        explicit Block(T* object) noexcept : m_object(object) {}
+        Block(const Block&) = delete;
+        Block& operator=(const Block&) = delete;
+        // Virtual, so that object and block die on the heap of the module that made them.
+        virtual ~Block()
+        {
+            if (m_object != nullptr)
+                Deleter()(m_object);
+        }
+
+        void addReference() noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
+        void release() noexcept
+        {
+            if (m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
+                delete this;
+        }
+
+        T* m_object;
+        std::atomic<unsigned> m_count{1};
+    };
+
+    static Block* makeBlock(T* object)
+    {
+        auto* block = new (std::nothrow) Block(object);
+        if (block == nullptr) {
+            if (object != nullptr)
+                Deleter()(object);
+            throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+        }
+        return block;
+    }
+
+    Block* m_block;
+};
+
+/// Takes the place of SharedPtr in the families that have one process-wide object. The same rules.
+template <class T>
+class SingletonPtr : public SharedPtr<T>
+{
+public:
+    using SharedPtr<T>::SharedPtr;
+};
+
+/// Makes an object on this module's heap and its pointer in one step; raises a bare 8 without memory.
+template <class T, class Object = T, class... Arguments>
+[[nodiscard]] SharedPtr<T> makeShared(Arguments&&... arguments)
+{
+    return SharedPtr<T>(new Object(std::forward<Arguments>(arguments)...));
+}

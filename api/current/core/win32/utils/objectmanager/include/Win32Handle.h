@@ -1,0 +1,88 @@
+#pragma once
+
+#include <windows.h>
+
+#include <utility>
+
+/// Owner of one Win32 resource: what `Traits` says is its type, its empty value and how it is closed.
+template <class Traits>
+class Win32Owner
+{
+public:
+    using Value = typename Traits::Value;
+
+    Win32Owner() noexcept = default;
+    explicit Win32Owner(Value value) noexcept : m_value(value) {}
+    Win32Owner(Win32Owner&& other) noexcept : m_value(other.release()) {}
+    Win32Owner& operator=(Win32Owner&& other) noexcept
+    {
+        if (this != &other)
+            reset(other.release());
+        return *this;
+    }
+    ~Win32Owner() { reset(); }
+
+    [[nodiscard]] Value get() const noexcept { return m_value; }
+    [[nodiscard]] bool isValid() const noexcept { return Traits::isValid(m_value); }
+    [[nodiscard]] Value release() noexcept { return std::exchange(m_value, Value{}); }
+    /// Closes what is held and holds `value` from now on. The thread's last error is left as it is.
+    void reset(Value value = Value{}) noexcept
+    {
+        if (isValid()) {
+            const DWORD lastError = GetLastError();
+            Traits::close(m_value);
+            SetLastError(lastError);
+        }
+        m_value = value;
+    }
+
+private:
+    Value m_value{};
+};
+
+struct KernelHandleTraits
+{
+    using Value = HANDLE;
+    static bool isValid(HANDLE handle) noexcept
+    {
+        return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+    }
+    static void close(HANDLE handle) noexcept { CloseHandle(handle); }
+};
+
+struct FindHandleTraits
+{
+    using Value = HANDLE;
+    static bool isValid(HANDLE handle) noexcept
+    {
+        return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+    }
+    static void close(HANDLE handle) noexcept { FindClose(handle); }
+};
+
+struct ModuleTraits
+{
+    using Value = HMODULE;
+    static bool isValid(HMODULE module) noexcept { return module != nullptr; }
+    static void close(HMODULE module) noexcept { FreeLibrary(module); }
+};
+
+/// A file, event, thread or other kernel object.
+using Win32Handle = Win32Owner<KernelHandleTraits>;
+/// A directory search.
+using FindHandle = Win32Owner<FindHandleTraits>;
+/// A loaded module.
+using ModuleHandle = Win32Owner<ModuleTraits>;
+
+/// Loads a system library from the system directory only: this library runs as administrator and must not
+/// pick up a stranger's file. Empty on failure, with the last error set.
+[[nodiscard]] inline ModuleHandle loadSystemModule(const wchar_t* name)
+{
+    return ModuleHandle(LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+}
+
+/// Whether the caller's cancel event is signalled: one poll without waiting. A null event never cancels.
+[[nodiscard]] inline bool isCancelled(HANDLE cancelEvent) noexcept
+{
+    return cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_OBJECT_0;
+}

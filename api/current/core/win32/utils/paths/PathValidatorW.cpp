@@ -1,0 +1,171 @@
+#include "core/win32/utils/paths/include/PathValidatorW.h"
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/strings/include/CaseFolding.h"
+
+namespace {
+[[noreturn]] void raise(long code)
+{
+    throw code;
+}
+
+/// Calls a Win32 function that fills a text and returns its length, or the size it wants, or 0.
+template <class Fill>
+std::wstring filledText(Fill&& fill)
+{
+    std::wstring text(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
+        if (length == 0)
+            raise(static_cast<long>(GetLastError()));
+        const bool fits = length < text.size();
+        text.resize(fits ? length : std::max<std::size_t>(length, text.size() * 2));
+        if (fits)
+            return text;
+    }
+}
+
+std::wstring withoutBackslash(std::wstring folder)
+{
+    while (!folder.empty() && folder.back() == L'\\')
+        folder.pop_back();
+    return folder;
+}
+
+/// A shell folder of the calling thread's user. The shell's library is large and seldom needed, so it is
+/// loaded here and not with ours.
+std::wstring shellFolder(int id)
+{
+    const ModuleHandle shell = loadSystemModule(L"shell32.dll");
+    if (!shell.isValid())
+        raise(static_cast<long>(GetLastError()));
+    const auto getFolderPath = reinterpret_cast<decltype(&SHGetFolderPathW)>(
+        reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHGetFolderPathW")));
+    if (getFolderPath == nullptr)
+        raise(static_cast<long>(GetLastError()));
+    HANDLE threadToken = nullptr;
+    OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &threadToken);
+    const Win32Handle token(threadToken); // none unless the thread impersonates
+    wchar_t folder[MAX_PATH];
+    const HRESULT result =
+        getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
+    if (FAILED(result))
+        raise(HRESULT_CODE(result));
+    return folder;
+}
+
+std::wstring userName()
+{
+    wchar_t name[257]; // UNLEN and its terminator
+    DWORD length = static_cast<DWORD>(std::size(name));
+    if (!GetUserNameW(name, &length))
+        raise(static_cast<long>(GetLastError()));
+    return name;
+}
+
+std::wstring applicationFolder()
+{
+    const std::wstring program =
+        filledText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
+    return program.substr(0, program.find_last_of(L'\\'));
+}
+
+struct Macro
+{
+    std::wstring_view name; // folded
+    std::wstring (*value)();
+};
+
+const Macro kMacros[] = {
+    {L"WINDIR", [] { return filledText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
+    {L"SYSTEM", [] { return filledText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
+    {L"PROGRAMFILES", [] { return shellFolder(CSIDL_PROGRAM_FILES); }},
+    {L"PROGRAMDATA", [] { return shellFolder(CSIDL_COMMON_APPDATA); }},
+    {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
+    {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
+    {L"TEMP", [] { return filledText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
+    {L"USER_TEMP", [] { return shellFolder(CSIDL_LOCAL_APPDATA) + L"\\Temp"; }},
+    {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
+    {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},
+    {L"DOCUMENTS", [] { return shellFolder(CSIDL_PERSONAL); }},
+    {L"USERNAME", [] { return userName(); }},
+    {L"CURRENT", [] { return applicationFolder(); }},
+};
+
+bool macroValue(std::wstring_view name, std::wstring& value)
+{
+    std::wstring folded(name);
+    std::transform(folded.begin(), folded.end(), folded.begin(), casefolding::fold);
+    const auto* macro = std::find_if(std::begin(kMacros), std::end(kMacros),
+                                     [&](const Macro& known) { return known.name == folded; });
+    if (macro != std::end(kMacros)) {
+        value = withoutBackslash(macro->value());
+        return true;
+    }
+    const DWORD size = GetEnvironmentVariableW(folded.c_str(), nullptr, 0);
+    if (size == 0)
+        return false;
+    value.resize(size);
+    const DWORD length = GetEnvironmentVariableW(folded.c_str(), value.data(), size);
+    if (length >= size) // changed meanwhile: take the macro for unknown rather than half a value
+        return false;
+    value.resize(length);
+    return true;
+}
+} // namespace
+
+PathValidatorW& PathValidatorW::getInstance() noexcept
+{
+    static PathValidatorW instance;
+    return instance;
+}
+
+bool PathValidatorW::expand(std::wstring_view path, std::wstring& expanded)
+{
+    bool found = false;
+    while (!path.empty()) {
+        const std::size_t open = path.find(L'%');
+        expanded.append(path.substr(0, open));
+        if (open == std::wstring_view::npos)
+            break;
+        path.remove_prefix(open);
+        const std::size_t close = path.find(L'%', 1);
+        std::wstring value;
+        if (close != std::wstring_view::npos && close > 1 && macroValue(path.substr(1, close - 1), value)) {
+            expanded.append(value);
+            path.remove_prefix(close + 1);
+            found = true;
+        } else {
+            // The closing sign may open the next macro, so only this sign is passed over.
+            expanded.push_back(L'%');
+            path.remove_prefix(1);
+        }
+    }
+    return found;
+}
+
+long PathValidatorW::validate(wchar_t* path, unsigned long capacity, unsigned long* needed)
+{
+    return boundary::statusFrame([&]() -> long {
+        if (path == nullptr)
+            return ERROR_INVALID_PARAMETER;
+        std::wstring expanded;
+        if (!expand(path, expanded))
+            return ERROR_NOT_FOUND;
+        if (needed != nullptr)
+            *needed = static_cast<unsigned long>(expanded.size());
+        if (capacity <= expanded.size())
+            return ERROR_MORE_DATA;
+        expanded.copy(path, expanded.size());
+        path[expanded.size()] = L'\0';
+        return ERROR_SUCCESS;
+    });
+}

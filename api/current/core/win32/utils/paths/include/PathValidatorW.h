@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "win32/paths/include/IPathValidatorW.h"
+
+/// The one expander of the process. It holds no state: what a macro stands for may change while we run.
+class PathValidatorW final : public IPathValidatorW
+{
+public:
+    static PathValidatorW& getInstance() noexcept;
+
+    long validate(wchar_t* path, unsigned long capacity, unsigned long* needed) override;
+
+private:
+    PathValidatorW() noexcept = default;
+
+    /// Replaces every known macro; returns false when there was none. Raises the system's code.
+    static bool expand(std::wstring_view path, std::wstring& expanded);
+};

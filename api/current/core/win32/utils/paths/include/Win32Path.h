@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "core/win32/utils/objectmanager/include/ProcessHeap.h"
+
+/// A path in the form that the Win32 calls take literally.
+///
+/// The text of an item stays what the caller gave; only at the call is it given the \\?\ form, and only when
+/// the plain form would fail or mean another file: from 248 characters on, with a name that ends in a dot or
+/// a blank (the plain form drops them, and "report." would delete "report"), or with the name of a device
+/// such as "nul". Everything else is passed on as it stands, without a copy and without a system call.
+class Win32Path
+{
+public:
+    /// `path` must outlive this object. Raises a bare Win32 code when the current folder is needed and cannot
+    /// be had.
+    explicit Win32Path(const wchar_t* path);
+
+    [[nodiscard]] const wchar_t* get() const noexcept
+    {
+        return m_extended.empty() ? m_plain : m_extended.c_str();
+    }
+    operator const wchar_t*() const noexcept { return get(); } // NOLINT: it stands for the text
+
+private:
+    const wchar_t* m_plain;
+    std::wstring m_extended; // empty when the plain form does
+};
+
+/// Joins a folder and a name with one backslash.
+[[nodiscard]] HeapStringW joinPath(std::wstring_view folder, std::wstring_view name);

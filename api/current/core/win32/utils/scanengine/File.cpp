@@ -1,0 +1,147 @@
+#include "core/win32/utils/scanengine/include/File.h"
+
+#include <limits>
+
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+
+#define FILE_HEADER "core\\win32\\utils\\scanengine\\include\\File.h"
+
+using namespace primitives;
+
+File::File(const wchar_t* path, int expand) : ScanItem(kFileItem)
+{
+    placedStep(PLACE(FILE_HEADER, "File::File", __LINE__), [&] { setPath(path, expand); });
+}
+
+void File::create()
+{
+    const Win32Path target(getPath());
+    const Win32Handle file(
+        CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.isValid())
+        throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__));
+    const auto* at = static_cast<const unsigned char*>(m_data);
+    for (unsigned long long left = m_hasData ? m_size : 0; left != 0;) {
+        const DWORD wanted = left > FileInputByteStream::kLargestTransfer
+                                 ? FileInputByteStream::kLargestTransfer
+                                 : static_cast<DWORD>(left);
+        DWORD put = 0;
+        if (!WriteFile(file.get(), at, wanted, &put, nullptr))
+            throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__));
+        if (put == 0)
+            throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__), ERROR_WRITE_FAULT);
+        at += put;
+        left -= put;
+    }
+}
+
+void File::deleteItem()
+{
+    const Win32Path target(getPath());
+    if (!DeleteFileW(target))
+        throw Exception(PLACE(FILE_HEADER, "File::deleteItem", __LINE__));
+}
+
+int File::exists() const
+{
+    int found = 0;
+    placedStep(PLACE(FILE_HEADER, "File::exists", __LINE__), [&] { found = pathExists(getPath()) ? 1 : 0; });
+    return found;
+}
+
+const void* File::getData(unsigned long long& size)
+{
+    if (!m_hasData) {
+        const Win32Path source(getPath());
+        // Opened so that a missing file comes into being: a caller that asks for a file's data gets one.
+        const Win32Handle file(CreateFileW(source, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                           FILE_ATTRIBUTE_NORMAL, nullptr));
+        LARGE_INTEGER length{};
+        if (!file.isValid() || !GetFileSizeEx(file.get(), &length))
+            throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
+        const auto bytes = static_cast<unsigned long long>(length.QuadPart);
+        Blob content;
+        placedStep(PLACE(FILE_HEADER, "File::getData", __LINE__), [&] { content.allocate(bytes); });
+        auto* at = static_cast<unsigned char*>(content.getData());
+        unsigned long long done = 0;
+        while (done != bytes) {
+            const DWORD wanted = bytes - done > FileInputByteStream::kLargestTransfer
+                                     ? FileInputByteStream::kLargestTransfer
+                                     : static_cast<DWORD>(bytes - done);
+            DWORD got = 0;
+            if (!ReadFile(file.get(), at + done, wanted, &got, nullptr))
+                throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
+            if (got == 0)
+                break; // it became shorter meanwhile: what there is, is its content
+            done += got;
+        }
+        keepData(content.release(), done);
+    }
+    size = m_size;
+    return m_data;
+}
+
+void File::setData(const void* data, unsigned long long size)
+{
+    placedStep(PLACE(FILE_HEADER, "File::setData", __LINE__), [&] {
+        if (data == nullptr && size != 0)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        keepData(data != nullptr ? processheap::copy(data, static_cast<std::size_t>(size), 1) : nullptr,
+                 size);
+    });
+}
+
+void File::keepData(void* data, unsigned long long size) noexcept
+{
+    processheap::release(m_data);
+    m_data = data;
+    m_size = size;
+    m_hasData = true;
+}
+
+long File::dump(unsigned long code, IOutputByteStream& stream) const
+{
+    ScanItem::dump(code, stream);
+    placedStep(PLACE(FILE_HEADER, "File::dump", __LINE__), [&] {
+        writeU32(stream, m_hasData ? 1 : 0);
+        if (m_hasData)
+            writeBlob(stream, m_data, m_size);
+    });
+    return ERROR_SUCCESS;
+}
+
+long File::load(unsigned long code, IInputByteStream& stream)
+{
+    ScanItem::load(code, stream);
+    placedStep(PLACE(FILE_HEADER, "File::load", __LINE__), [&] {
+        if (readU32(stream) == 0) {
+            keepData(nullptr, 0);
+            m_hasData = false;
+            return;
+        }
+        Blob data;
+        data.read(stream);
+        const std::size_t size = data.getSize();
+        keepData(data.release(), size);
+    });
+    return ERROR_SUCCESS;
+}
+
+bool pathExists(const wchar_t* path)
+{
+    WIN32_FIND_DATAW data;
+    const Win32Path target(path);
+    const FindHandle search(FindFirstFileW(target, &data));
+    if (search.isValid())
+        return true;
+    switch (const DWORD code = GetLastError()) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+    case ERROR_INVALID_NAME:
+    case ERROR_NO_MORE_FILES:
+        return false;
+    default:
+        throw static_cast<long>(code);
+    }
+}

@@ -1,0 +1,79 @@
+#include "core/win32/utils/scanengine/include/FilePath.h"
+
+#include "core/win32/utils/paths/include/Win32Path.h"
+#include "core/win32/utils/scanengine/include/File.h"
+
+#define FILE_PATH_HEADER "core\\win32\\utils\\scanengine\\include\\FilePath.h"
+
+namespace {
+bool isDots(const wchar_t* name) noexcept
+{
+    return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
+}
+
+/// Whether a folder stands for another one. Where the tag is unknown it is taken for a link: a walk that
+/// leaves a folder out is a nuisance, one that leaves its root is a disaster.
+bool isLink(const WIN32_FIND_DATAW& entry) noexcept
+{
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return false;
+    const DWORD tag = entry.dwReserved0;
+    return tag == 0 || IsReparseTagNameSurrogate(tag);
+}
+
+FindHandle beginSearch(const wchar_t* mask, WIN32_FIND_DATAW& entry)
+{
+    FindHandle search(FindFirstFileExW(mask, FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr,
+                                       FIND_FIRST_EX_LARGE_FETCH));
+    // Systems that know neither basic information nor large fetches say so with this code.
+    if (!search.isValid() && GetLastError() == ERROR_INVALID_PARAMETER)
+        search.reset(FindFirstFileW(mask, &entry));
+    return search;
+}
+} // namespace
+
+FilePath::FilePath(const wchar_t* path, int expand, std::uint32_t level) : ScanPath(level)
+{
+    primitives::placedStep(PLACE(FILE_PATH_HEADER, "FilePath::FilePath", __LINE__),
+                           [&] { setPath(path, expand); });
+}
+
+const char* FilePath::scanPlace() const noexcept
+{
+    return PLACE(FILE_PATH_HEADER, "FilePath::scan", __LINE__);
+}
+
+void FilePath::getFiles(Walk& walk)
+{
+    const HeapStringW mask = joinPath(path().view(), L"*");
+    const Win32Path target(mask.c_str());
+    WIN32_FIND_DATAW entry;
+    const FindHandle search = beginSearch(target, entry);
+    if (!search.isValid()) {
+        if (GetLastError() == ERROR_FILE_NOT_FOUND)
+            return; // a drive's root that holds nothing
+        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__))};
+    }
+    do {
+        if (isDots(entry.cFileName))
+            continue;
+        if (walk.poll())
+            return;
+        handleEntry(entry, walk);
+        if (walk.cancelled)
+            return;
+    } while (FindNextFileW(search.get(), &entry));
+    if (GetLastError() != ERROR_NO_MORE_FILES)
+        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__))};
+}
+
+void FilePath::handleEntry(const WIN32_FIND_DATAW& entry, Walk& walk) const
+{
+    HeapStringW found = joinPath(path().view(), entry.cFileName);
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        reportLeaf(walk, makeShared<ScanItem, File>(std::move(found)));
+        return;
+    }
+    const std::uint32_t level = getLevel() + 1;
+    reportContainer(walk, makeShared<ScanItem, FilePath>(std::move(found), level), level, isLink(entry));
+}

@@ -1,0 +1,53 @@
+#include "core/win32/utils/scanengine/include/ScanEngine.h"
+
+std::vector<ScanEngine::RootCopy> ScanEngine::copyRoots() const
+{
+    std::vector<RootCopy> roots;
+    const ReadLocker locker(m_lock);
+    roots.reserve(m_roots.size());
+    for (const Root& root : m_roots)
+        roots.push_back({root.handle.get(), root.item});
+    return roots;
+}
+
+long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
+                           const ScanOptions& options)
+{
+    ScanOptions pathOptions;
+    pathOptions.depthGiven = 1;
+    pathOptions.depth = (options.depthGiven & 1U) != 0 ? options.depth : 1;
+    pathOptions.reportFiles = options.reportFiles;
+    pathOptions.reportFolders = options.reportFolders;
+
+    long result = ERROR_SUCCESS;
+    for (const RootCopy& root : copyRoots()) {
+        if (isCancelled(cancelEvent))
+            return ERROR_CANCELLED;
+        SharedPtr<ScanItem> item;
+        long code = scanItems().get(root.handle, item);
+        if (code == ERROR_SUCCESS && item.get() != root.item.get())
+            code = ERROR_INVALID_HANDLE; // the root was dropped, and its number went to another item
+        if (code != ERROR_SUCCESS)
+            throw Exception(place, static_cast<unsigned long>(code));
+        auto& path = dynamic_cast<ScanPath&>(*item);
+        path.attachHandlers(m_provider);
+        result = path.scan(cancelEvent, validator, pathOptions);
+        if (result == ERROR_CANCELLED)
+            return result;
+    }
+    return result;
+}
+
+void ScanEngine::clearRoots()
+{
+    std::vector<Root> dropped; // declared first, so closed after the lock is left
+    const WriteLocker locker(m_lock);
+    dropped.swap(m_roots);
+}
+
+void ScanEngine::clearHandlers()
+{
+    m_provider.clearNotifyHandlers();
+    for (const RootCopy& root : copyRoots())
+        dynamic_cast<ScanPath&>(*root.item).getNotifyProvider().clearNotifyHandlers();
+}

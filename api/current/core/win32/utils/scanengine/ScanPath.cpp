@@ -1,0 +1,102 @@
+#include "core/win32/utils/scanengine/include/ScanPath.h"
+
+#include <atomic>
+#include <optional>
+
+#define SCAN_PATH_HEADER "core\\win32\\utils\\scanengine\\include\\ScanPath.h"
+
+namespace {
+/// Containers that wait for their turn are filed under a name that no caller uses.
+std::wstring walkName()
+{
+    static std::atomic<unsigned long long> count{0};
+    return L"walk*" + std::to_wstring(count.fetch_add(1, std::memory_order_relaxed));
+}
+} // namespace
+
+long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
+                    const ScanOptions& options)
+{
+    clearResults();
+    Walk walk{cancelEvent, validator, options, *this, {}};
+    if (options.depth > m_level) {
+        try {
+            list(walk);
+        } catch (const ListingFailure& failure) {
+            throw failure.reason;
+        }
+    }
+
+    std::optional<Exception> firstFailure;
+    while (!walk.queue.empty() && !walk.poll()) {
+        const ScanItemHandle handle = std::move(walk.queue.front());
+        walk.queue.pop_front();
+        SharedPtr<ScanItem> item;
+        if (const long code = scanItems().get(handle.get(), item); code != ERROR_SUCCESS)
+            throw Exception(scanPlace(), static_cast<unsigned long>(code));
+        auto* path = dynamic_cast<ScanPath*>(item.get());
+        if (path == nullptr) // somebody closed our handle, and the number went to another item
+            throw Exception(scanPlace(), ERROR_INVALID_HANDLE);
+        if (options.depth <= path->m_level)
+            continue;
+        try {
+            path->list(walk);
+        } catch (const ListingFailure& failure) {
+            if (!firstFailure)
+                firstFailure.emplace(failure.reason);
+        }
+    }
+    if (walk.cancelled)
+        return ERROR_CANCELLED;
+    if (firstFailure)
+        throw Exception(*firstFailure);
+    return ERROR_SUCCESS;
+}
+
+bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key)
+{
+    if (walk.validator && !walk.validator->validate(*item))
+        return false;
+    if (walk.root.m_provider.notify(walk.cancelEvent, 0, key, item) != ERROR_SUCCESS) {
+        walk.cancelled = true;
+        return false;
+    }
+    const bool container = key == kContainerFound;
+    if (((container ? walk.options.reportFolders : walk.options.reportFiles) & 1U) != 0) {
+        const WriteLocker locker(walk.root.m_resultsLock);
+        (container ? walk.root.m_containers : walk.root.m_leaves).push_back(item);
+    }
+    return true;
+}
+
+void ScanPath::reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level, bool isLink)
+{
+    if (!report(walk, item, kContainerFound) || isLink || walk.options.depth <= level)
+        return;
+    const std::wstring key = scanItemKey(walkName().c_str(), item->getIdentifier().getIdentifier());
+    void* handle = scanItems().registerObject(key.c_str(), item);
+    if (handle == INVALID_HANDLE_VALUE)
+        throw Exception(PLACE(SCAN_PATH_HEADER, "ScanPath::reportContainer", __LINE__));
+    walk.queue.emplace_back(handle);
+}
+
+void ScanPath::clearResults()
+{
+    Results containers;
+    Results leaves;
+    const WriteLocker locker(m_resultsLock);
+    containers.swap(m_containers);
+    leaves.swap(m_leaves);
+}
+
+long ScanPath::getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const
+{
+    if (key != kContainerFound && key != kLeafFound)
+        return ERROR_INVALID_PARAMETER;
+    const ReadLocker locker(m_resultsLock);
+    const Results& results = key == kContainerFound ? m_containers : m_leaves;
+    if (index >= results.size())
+        return ERROR_NO_MORE_ITEMS;
+    item = results[index];
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,100 @@
+#include "core/win32/utils/scanengine/include/ScanRule.h"
+
+#include <shlwapi.h>
+
+#include <algorithm>
+
+#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/TextSearch.h"
+
+#define SCAN_RULE_HEADER "core\\win32\\utils\\scanengine\\include\\ScanRule.h"
+
+using namespace primitives;
+
+const wchar_t* RuleSubject::name() noexcept
+{
+    if (m_name == nullptr)
+        m_name = PathFindFileNameW(m_path);
+    return m_name;
+}
+
+ScanRule::ScanRule(const wchar_t* pattern, std::uint32_t mode, std::uint32_t target, std::uint32_t kind)
+    : matchMode(mode), matchTarget(target), itemKind(kind)
+{
+    if (pattern == nullptr)
+        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+    setPattern(pattern);
+}
+
+void ScanRule::setPattern(const wchar_t* pattern)
+{
+    m_pattern = pattern;
+    m_folded = m_pattern;
+    std::transform(m_folded.begin(), m_folded.end(), m_folded.begin(), casefolding::fold);
+    m_hasPattern = true;
+}
+
+bool ScanRule::matches(RuleSubject& subject) const noexcept
+{
+    const wchar_t* text;
+    switch (matchTarget) {
+    case kMatchPath:
+        text = subject.path();
+        break;
+    case kMatchName:
+        text = subject.name();
+        break;
+    default:
+        return false;
+    }
+    switch (matchMode) {
+    case kMatchWildcard:
+        return matchesWildcard(text, m_folded);
+    case kMatchSubstring:
+        return textsearch::findFolded(text, m_folded) != nullptr;
+    default:
+        return false;
+    }
+}
+
+void ScanRule::dumpFields(IOutputByteStream& stream) const
+{
+    writeString(stream, getPattern());
+    writeU32(stream, matchMode);
+    writeU32(stream, matchTarget);
+    writeU32(stream, itemKind);
+}
+
+void ScanRule::loadFields(IInputByteStream& stream)
+{
+    const HeapStringW pattern = readText<wchar_t>(stream);
+    matchMode = readU32(stream);
+    matchTarget = readU32(stream);
+    itemKind = readU32(stream);
+    setPattern(pattern.c_str());
+}
+
+long ScanFilter::dump(unsigned long, IOutputByteStream& stream) const
+{
+    placedStep(PLACE(SCAN_RULE_HEADER, "ScanFilter::dump", __LINE__), [&] { dumpFields(stream); });
+    return ERROR_SUCCESS;
+}
+
+long ScanFilter::load(unsigned long, IInputByteStream& stream)
+{
+    placedStep(PLACE(SCAN_RULE_HEADER, "ScanFilter::load", __LINE__), [&] { loadFields(stream); });
+    return ERROR_SUCCESS;
+}
+
+long ScanIgnore::dump(unsigned long, IOutputByteStream& stream) const
+{
+    placedStep(PLACE(SCAN_RULE_HEADER, "ScanIgnore::dump", __LINE__), [&] { dumpFields(stream); });
+    return ERROR_SUCCESS;
+}
+
+long ScanIgnore::load(unsigned long, IInputByteStream& stream)
+{
+    placedStep(PLACE(SCAN_RULE_HEADER, "ScanIgnore::load", __LINE__), [&] { loadFields(stream); });
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,156 @@
+#include "core/win32/utils/scanengine/include/ScanValidator.h"
+
+#include <iterator>
+#include <string>
+
+#include "core/win32/utils/strings/include/TextSearch.h"
+
+#define SCAN_VALIDATOR_HEADER "core\\win32\\utils\\scanengine\\include\\ScanValidator.h"
+
+using namespace primitives;
+
+namespace {
+std::uint32_t digit(wchar_t c)
+{
+    if (c < L'0' || c > L'9')
+        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+    return static_cast<std::uint32_t>(c - L'0');
+}
+
+template <class Rule>
+void appendEntries(std::vector<Rule>& rules, std::wstring_view text)
+{
+    std::wstring_view entry;
+    while (textsearch::nextToken(text, L",", entry)) {
+        std::uint32_t mode = kMatchWildcard;
+        std::uint32_t target = kMatchName;
+        std::uint32_t kind = kLeafItems;
+        const std::size_t colon = entry.find(L':');
+        if (colon != std::wstring_view::npos) {
+            const std::wstring_view digits = entry.substr(colon + 1);
+            if (digits.size() != 3)
+                throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            mode = digit(digits[0]);
+            target = digit(digits[1]);
+            kind = digit(digits[2]);
+        }
+        rules.emplace_back(std::wstring(entry.substr(0, colon)).c_str(), mode, target, kind);
+    }
+}
+
+template <class Rule>
+std::vector<Rule> loadRules(unsigned long code, IInputByteStream& stream)
+{
+    std::vector<Rule> rules;
+    // The count is the stream's own word: every rule must still be there to be read.
+    for (std::uint32_t left = readU32(stream); left != 0; --left)
+        rules.emplace_back().load(code, stream);
+    return rules;
+}
+
+template <class Rule>
+void dumpRules(const std::vector<Rule>& rules, unsigned long code, IOutputByteStream& stream)
+{
+    writeU32(stream, static_cast<std::uint32_t>(rules.size()));
+    for (const Rule& rule : rules)
+        rule.dump(code, stream);
+}
+
+template <class Rule>
+void append(std::vector<Rule>& target, std::vector<Rule>& source)
+{
+    target.insert(target.end(), std::make_move_iterator(source.begin()),
+                  std::make_move_iterator(source.end()));
+}
+
+template <class Rule>
+const wchar_t* patternAt(const std::vector<Rule>& rules, std::uint32_t index, const char* place)
+{
+    if (index >= rules.size())
+        throw Exception(place, ERROR_INVALID_PARAMETER);
+    return rules[index].getPattern();
+}
+} // namespace
+
+ScanValidator::ScanValidator(const wchar_t* filters, const wchar_t* ignores)
+{
+    if (filters == nullptr || ignores == nullptr)
+        return;
+    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::ScanValidator", __LINE__), [&] {
+        appendEntries(m_filters, filters);
+        appendEntries(m_ignores, ignores);
+    });
+}
+
+void ScanValidator::addFilter(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
+                              std::uint32_t itemKind)
+{
+    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::addFilter", __LINE__),
+               [&] { m_filters.emplace_back(pattern, matchMode, matchTarget, itemKind); });
+}
+
+void ScanValidator::addIgnore(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
+                              std::uint32_t itemKind)
+{
+    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::addIgnore", __LINE__),
+               [&] { m_ignores.emplace_back(pattern, matchMode, matchTarget, itemKind); });
+}
+
+bool ScanValidator::validate(const ScanItem& item) const
+{
+    RuleSubject subject(item);
+    bool accepted = m_filters.empty();
+    for (auto filter = m_filters.begin(); !accepted && filter != m_filters.end(); ++filter)
+        accepted = filter->isInapplicable(subject) || filter->matches(subject);
+    for (auto ignore = m_ignores.begin(); accepted && ignore != m_ignores.end(); ++ignore)
+        accepted = ignore->isInapplicable(subject) || !ignore->matches(subject);
+    return accepted;
+}
+
+void ScanValidator::clear() noexcept
+{
+    m_filters.clear();
+    m_ignores.clear();
+}
+
+const wchar_t* ScanValidator::getFilter(std::uint32_t index) const
+{
+    return patternAt(m_filters, index, PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::getFilter", __LINE__));
+}
+
+const wchar_t* ScanValidator::getIgnore(std::uint32_t index) const
+{
+    return patternAt(m_ignores, index, PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::getIgnore", __LINE__));
+}
+
+std::uint32_t ScanValidator::getFilterCount() const noexcept
+{
+    return static_cast<std::uint32_t>(m_filters.size());
+}
+
+std::uint32_t ScanValidator::getIgnoreCount() const noexcept
+{
+    return static_cast<std::uint32_t>(m_ignores.size());
+}
+
+long ScanValidator::dump(unsigned long code, IOutputByteStream& stream) const
+{
+    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::dump", __LINE__), [&] {
+        dumpRules(m_filters, code, stream);
+        dumpRules(m_ignores, code, stream);
+    });
+    return ERROR_SUCCESS;
+}
+
+long ScanValidator::load(unsigned long code, IInputByteStream& stream)
+{
+    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::load", __LINE__), [&] {
+        std::vector<ScanFilter> filters = loadRules<ScanFilter>(code, stream);
+        std::vector<ScanIgnore> ignores = loadRules<ScanIgnore>(code, stream);
+        m_filters.reserve(m_filters.size() + filters.size());
+        m_ignores.reserve(m_ignores.size() + ignores.size());
+        append(m_filters, filters);
+        append(m_ignores, ignores);
+    });
+    return ERROR_SUCCESS;
+}

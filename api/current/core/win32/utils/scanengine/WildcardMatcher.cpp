@@ -1,0 +1,116 @@
+#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+
+#include <cstddef>
+
+#include "core/win32/utils/strings/include/CaseFolding.h"
+
+namespace {
+using casefolding::fold;
+
+class Matcher
+{
+public:
+    Matcher(std::wstring_view text, std::wstring_view pattern) noexcept : m_text(text), m_pattern(pattern) {}
+
+    bool run() noexcept
+    {
+        while (m_at < m_pattern.size()) {
+            const wchar_t c = m_pattern[m_at];
+            bool goesOn = false;
+            if (c == L'*') {
+                if (m_at + 1 == m_pattern.size())
+                    return true;
+                goesOn = skipRun();
+            } else if (c == L'?') {
+                goesOn = take(m_position < m_text.size(), 1);
+            } else if (c == L'[' && m_pattern.find(L']', m_at + 1) != std::wstring_view::npos) {
+                goesOn = matchSet(m_pattern.find(L']', m_at + 1));
+            } else {
+                goesOn = take(m_position < m_text.size() && fold(m_text[m_position]) == c, 1);
+            }
+            if (!goesOn)
+                return false;
+        }
+        return m_position == m_text.size();
+    }
+
+private:
+    /// The folded text character at `index`, which may be the end of the text: zero there, as in the pattern.
+    [[nodiscard]] wchar_t textAt(std::size_t index) const noexcept
+    {
+        return index < m_text.size() ? fold(m_text[index]) : L'\0';
+    }
+    [[nodiscard]] wchar_t patternAt(std::size_t index) const noexcept
+    {
+        return index < m_pattern.size() ? m_pattern[index] : L'\0';
+    }
+
+    /// Consumes one text character and `length` pattern characters when `matched`.
+    bool take(bool matched, std::size_t length) noexcept
+    {
+        if (matched) {
+            ++m_position;
+            m_at += length;
+        }
+        return matched;
+    }
+
+    /// A `*` with something after it. `next` is one more than the place in the text that is taken for the
+    /// character after the star, so that "before the first character" is 0.
+    bool skipRun() noexcept
+    {
+        const wchar_t anchor = m_pattern[m_at + 1];
+        const wchar_t after = patternAt(m_at + 2);
+        std::size_t next = m_text.size();
+        while (next > 0 && fold(m_text[next - 1]) != anchor)
+            --next;
+        if (textAt(next) != after) {
+            // Not followed by what must follow: look further on. Before a second star the next character is
+            // taken as it comes.
+            ++next;
+            while (next <= m_text.size() && after != L'*' && fold(m_text[next - 1]) != anchor)
+                ++next;
+            if (next > m_text.size())
+                return false;
+        }
+        m_position = next;
+        m_at += 2;
+        return true;
+    }
+
+    bool matchSet(std::size_t close) noexcept
+    {
+        const std::wstring_view set = m_pattern.substr(m_at + 1, close - m_at - 1);
+        const bool atEnd = m_position >= m_text.size();
+        const wchar_t c = textAt(m_position);
+        const std::size_t length = close - m_at + 1;
+
+        if (!set.empty() && set[0] == L'!') {
+            if (set.size() > 3 && set[2] == L'-') {
+                if (c < set[1] || c > set[3])
+                    return take(!atEnd, length);
+                m_at += 1; // the "!" and what follows it are ordinary characters from here on
+                return true;
+            }
+            // The first listed character is never looked at.
+            if (!atEnd && set.size() > 2 && set.substr(2).find(c) != std::wstring_view::npos)
+                return false;
+            m_at = close; // the "]" is an ordinary character from here on
+            return true;
+        }
+        if (set.size() > 2 && set[1] == L'-')
+            return take(!atEnd && c >= set[0] && c <= set[2], length);
+        return take(!atEnd && set.find(c) != std::wstring_view::npos, length);
+    }
+
+    std::wstring_view m_text;
+    std::wstring_view m_pattern;
+    std::size_t m_position = 0;
+    std::size_t m_at = 0;
+};
+} // namespace
+
+bool matchesWildcard(std::wstring_view text, std::wstring_view foldedPattern) noexcept
+{
+    return Matcher(text, foldedPattern).run();
+}

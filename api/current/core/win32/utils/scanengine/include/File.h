@@ -1,0 +1,37 @@
+#pragma once
+
+#include "win32/scanengine/include/IFile.h"
+#include "win32/scanengine/include/ScanItem.h"
+
+/// A file on a disk; see IFile for what its operations promise.
+class File : public ScanItem, public IFile
+{
+public:
+    File() noexcept : ScanItem(kFileItem) {}
+    /// Raises CachedPath's failures from File::File.
+    File(const wchar_t* path, int expand);
+    /// For the walk: takes a ready text over.
+    explicit File(HeapStringW&& path) noexcept : ScanItem(kFileItem, CachedPath(std::move(path))) {}
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() override { processheap::release(m_data); }
+
+    [[nodiscard]] const wchar_t* getPath() const override { return ScanItem::getPath(); }
+    void create() override;
+    void deleteItem() override;
+    [[nodiscard]] int exists() const override;
+    const void* getData(unsigned long long& size) override;
+    void setData(const void* data, unsigned long long size) override;
+    long load(unsigned long code, IInputByteStream& stream) override;
+    long dump(unsigned long code, IOutputByteStream& stream) const override;
+
+private:
+    void keepData(void* data, unsigned long long size) noexcept;
+
+    void* m_data = nullptr; // process heap
+    unsigned long long m_size = 0;
+    bool m_hasData = false;
+};
+
+/// Whether something stands under `path`. Raises the bare system code when the system cannot tell.
+[[nodiscard]] bool pathExists(const wchar_t* path);

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <deque>
+#include <vector>
+
+#include "core/win32/utils/scanengine/include/ScanItems.h"
+#include "win32/scanengine/include/IScanPath.h"
+
+/// The walk that folders and registry keys share: breadth-first, one container at a time, with what waits
+/// filed in the table of scan items. The concrete class lists one container.
+class ScanPath : public IScanPath
+{
+public:
+    long scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
+              const ScanOptions& options) final;
+    [[nodiscard]] INotifyProvider& getNotifyProvider() noexcept final { return m_provider; }
+    [[nodiscard]] std::uint32_t getLevel() const noexcept final { return m_level; }
+    long getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const final;
+
+    /// Replaces the path's handlers by those of an engine.
+    void attachHandlers(const INotifyProvider& provider) { m_provider.assign(provider); }
+
+protected:
+    /// The state of one scan: nothing of it survives.
+    struct Walk
+    {
+        HANDLE cancelEvent;
+        const SharedPtr<IScanValidator>& validator;
+        const ScanOptions& options;
+        ScanPath& root;
+        std::deque<ScanItemHandle> queue;
+        bool cancelled = false;
+
+        /// One poll of the event, until it was signalled once.
+        bool poll() noexcept
+        {
+            cancelled = cancelled || isCancelled(cancelEvent);
+            return cancelled;
+        }
+    };
+
+    /// Raised by `list` for a container that the system did not let us list, or not to its end.
+    struct ListingFailure
+    {
+        Exception reason;
+    };
+
+    explicit ScanPath(std::uint32_t level) noexcept : m_level(level) {}
+
+    /// Lists this container: makes an item of each entry and hands it to report, until the walk is cancelled.
+    virtual void list(Walk& walk) = 0;
+    /// The place text for a container that waited and is not there any more.
+    [[nodiscard]] virtual const char* scanPlace() const noexcept = 0;
+
+    /// Offers a found item to the validator, to the handlers and to the results.
+    static void reportLeaf(Walk& walk, const SharedPtr<ScanItem>& item) { report(walk, item, kLeafFound); }
+    /// The same for a container; unless it is a link or too deep down it waits for its turn to be listed.
+    static void reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level,
+                                bool isLink);
+
+private:
+    using Results = std::vector<SharedPtr<ScanItem>>;
+
+    static bool report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key);
+    void clearResults();
+
+    std::uint32_t m_level;
+    NotifyProvider m_provider;
+    mutable ReadWriteLock m_resultsLock;
+    Results m_containers;
+    Results m_leaves;
+};

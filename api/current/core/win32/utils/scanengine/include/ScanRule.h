@@ -1,0 +1,94 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "win32/scanengine/include/IScanValidator.h"
+
+/// The texts of one item that rules compare, taken apart once for all rules.
+class RuleSubject
+{
+public:
+    explicit RuleSubject(const ScanItem& item) noexcept : m_type(item.getType()), m_path(item.getPath()) {}
+
+    [[nodiscard]] bool isContainer() const noexcept
+    {
+        return m_type == kDirectoryItem || m_type == kRegistryKeyItem;
+    }
+    [[nodiscard]] bool isLeaf() const noexcept
+    {
+        return m_type == kFileItem || m_type == kFtpFileItem || m_type == kRegistryValueItem;
+    }
+    [[nodiscard]] const wchar_t* path() const noexcept { return m_path; }
+    /// The last element of the path.
+    [[nodiscard]] const wchar_t* name() noexcept;
+
+private:
+    std::uint32_t m_type;
+    const wchar_t* m_path;
+    const wchar_t* m_name = nullptr; // found on first request
+};
+
+/// What filters and ignore rules have in common: a pattern and how, with what and for which items it is
+/// compared.
+class ScanRule
+{
+public:
+    ScanRule() noexcept = default;
+    /// Copies the pattern. Raises a bare 87 for null, std::bad_alloc.
+    ScanRule(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
+             std::uint32_t itemKind);
+    virtual ~ScanRule() = default;
+
+    /// The pattern as it was given; null when there is none yet.
+    [[nodiscard]] virtual const wchar_t* getPattern() const noexcept
+    {
+        return m_hasPattern ? m_pattern.c_str() : nullptr;
+    }
+    [[nodiscard]] virtual std::uint32_t getMatchMode() const noexcept { return matchMode; }
+    [[nodiscard]] virtual std::uint32_t getMatchTarget() const noexcept { return matchTarget; }
+    virtual long load(unsigned long code, IInputByteStream& stream) = 0;
+    virtual long dump(unsigned long code, IOutputByteStream& stream) const = 0;
+
+    /// Whether the rule is meant for the other kind of item.
+    [[nodiscard]] bool isInapplicable(const RuleSubject& subject) const noexcept
+    {
+        return (itemKind == kContainerItems && subject.isLeaf()) ||
+               (itemKind == kLeafItems && subject.isContainer());
+    }
+    [[nodiscard]] bool matches(RuleSubject& subject) const noexcept;
+
+protected:
+    void loadFields(IInputByteStream& stream);
+    void dumpFields(IOutputByteStream& stream) const;
+
+private:
+    void setPattern(const wchar_t* pattern);
+
+    std::wstring m_pattern;
+    std::wstring m_folded;
+    bool m_hasPattern = false;
+
+public:
+    std::uint32_t matchMode = kMatchWildcard;
+    std::uint32_t matchTarget = kMatchName;
+    std::uint32_t itemKind = kLeafItems;
+};
+
+/// Lets items through.
+class ScanFilter final : public ScanRule
+{
+public:
+    using ScanRule::ScanRule;
+    long load(unsigned long code, IInputByteStream& stream) override;
+    long dump(unsigned long code, IOutputByteStream& stream) const override;
+};
+
+/// Keeps items away.
+class ScanIgnore final : public ScanRule
+{
+public:
+    using ScanRule::ScanRule;
+    long load(unsigned long code, IInputByteStream& stream) override;
+    long dump(unsigned long code, IOutputByteStream& stream) const override;
+};

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string_view>
+
+/// Searching and taking apart of texts, behind the exported string functions.
+namespace textsearch {
+/// The first place of a pattern whose characters are folded already, for patterns looked for in many texts.
+[[nodiscard]] const wchar_t* findFolded(const wchar_t* text, std::wstring_view foldedPattern) noexcept;
+
+/// The first place of `pattern` in `text` without regard to case, or null.
+[[nodiscard]] const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept;
+
+/// Takes the next entry off the front of `rest`; separators before it are passed over, so no entry is empty.
+/// Returns false when none is left.
+bool nextToken(std::wstring_view& rest, std::wstring_view separators, std::wstring_view& token) noexcept;
+
+/// What GetTokenW and SetFirstCharW do; see there. The texts of copyToken are not null.
+long copyToken(std::wstring_view text, std::wstring_view separators, unsigned long index, wchar_t* token,
+               unsigned long capacity, unsigned long* needed) noexcept;
+wchar_t* replaceFirst(wchar_t* text, wchar_t find, wchar_t replacement) noexcept;
+} // namespace textsearch

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <vector>
+
+#include "core/win32/utils/objectmanager/include/SharedPtr.h"
+#include "win32/communication/include/Parameter.h"
+
+#define ARRAY_MESSAGE_HEADER "win32\\communication\\include\\ArrayMessage.h"
+
+/// A message with a list of serializable objects, which copies of the message share.
+///
+/// Serialized form: the message, the element count as u32, then each element's own form. The form does not
+/// say what the elements are: load makes each with the message's factory, which by default makes empty
+/// ParameterW objects. load and dump raise an Exception that names the failing step, with the step's code;
+/// an element pointer without an object raises a bare 487 while dumping.
+class ArrayMessage : public MessageW
+{
+public:
+    using Element = SharedPtr<SerializableW>;
+    using Elements = std::vector<Element, ProcessHeapAllocator<Element>>;
+    /// Makes the element at `index` of the list, ready to be loaded; a pointer without an object is refused
+    /// with 487.
+    using ElementFactory = Element (*)(std::uint32_t index);
+
+    using MessageW::MessageW;
+
+    static Element makeParameter(std::uint32_t) { return makeShared<SerializableW, ParameterW>(); }
+
+    /// Says what load makes its elements with; null goes back to empty ParameterW objects.
+    void setElementFactory(ElementFactory factory) noexcept
+    {
+        m_factory = factory != nullptr ? factory : &ArrayMessage::makeParameter;
+    }
+
+    /// Appends an element. Raises std::bad_alloc without memory.
+    void addElement(const Element& element) { m_elements.push_back(element); }
+    [[nodiscard]] const Elements& getElements() const noexcept { return m_elements; }
+    void clearElements() noexcept { m_elements.clear(); }
+
+    long dump(unsigned long code, IOutputByteStream& stream) const override
+    {
+        using namespace primitives;
+        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::dump", 422),
+                   [&] { MessageW::dump(code, stream); });
+        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::dump", 426),
+                   [&] { writeU32(stream, static_cast<std::uint32_t>(m_elements.size())); });
+        for (const Element& element : m_elements) {
+            if (!element)
+                throw static_cast<long>(ERROR_INVALID_ADDRESS);
+            placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::dump", 436),
+                       [&] { requireSuccess(element->dump(code, stream)); });
+        }
+        return ERROR_SUCCESS;
+    }
+
+    long load(unsigned long code, IInputByteStream& stream) override
+    {
+        using namespace primitives;
+        m_elements.clear();
+        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::load", 371),
+                   [&] { MessageW::load(code, stream); });
+        std::uint32_t count = 0;
+        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::load", 375), [&] { count = readU32(stream); });
+        for (std::uint32_t index = 0; index < count; ++index) {
+            placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::load", 391), [&] {
+                // Checked each time, so that a lying count cannot make elements out of nothing.
+                if (stream.getRemaining() == 0)
+                    throw static_cast<long>(ERROR_READ_FAULT);
+                const Element element = m_factory(index);
+                if (!element)
+                    throw static_cast<long>(ERROR_INVALID_ADDRESS);
+                requireSuccess(element->load(code, stream));
+                m_elements.push_back(element);
+            });
+        }
+        return ERROR_SUCCESS;
+    }
+
+private:
+    Elements m_elements;
+    ElementFactory m_factory = &ArrayMessage::makeParameter;
+};

@@ -1,0 +1,196 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstring>
+#include <limits>
+
+#include "core/win32/utils/objectmanager/include/ProcessHeap.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+
+/// A source of bytes. What comes out of it is not to be trusted: readers ask `getRemaining` before they
+/// allocate for a length that the stream itself gave.
+struct IInputByteStream
+{
+    virtual ~IInputByteStream() = default;
+    /// Reads exactly `size` bytes to `target`. Returns 0, or 30 when fewer are left or the source fails.
+    virtual long read(void* target, std::size_t size) = 0;
+    /// How many bytes are left.
+    [[nodiscard]] virtual unsigned long long getRemaining() const noexcept = 0;
+};
+
+/// A sink of bytes.
+struct IOutputByteStream
+{
+    virtual ~IOutputByteStream() = default;
+    /// Writes all `size` bytes. Returns 0, or 29 when the sink does not take them.
+    virtual long write(const void* source, std::size_t size) = 0;
+};
+
+/// Reads from memory that the caller owns and keeps unchanged meanwhile.
+class MemoryInputByteStream : public IInputByteStream
+{
+public:
+    MemoryInputByteStream(const void* data, std::size_t size) noexcept
+        : m_data(static_cast<const unsigned char*>(data)), m_size(data != nullptr ? size : 0)
+    {
+    }
+
+    long read(void* target, std::size_t size) override
+    {
+        if (size > m_size - m_position)
+            return ERROR_READ_FAULT;
+        if (size != 0)
+            std::memcpy(target, m_data + m_position, size);
+        m_position += size;
+        return ERROR_SUCCESS;
+    }
+    [[nodiscard]] unsigned long long getRemaining() const noexcept override { return m_size - m_position; }
+
+private:
+    const unsigned char* m_data;
+    std::size_t m_size;
+    std::size_t m_position = 0;
+};
+
+/// Collects bytes in memory of its own, which grows as needed.
+class MemoryOutputByteStream : public IOutputByteStream
+{
+public:
+    MemoryOutputByteStream() noexcept = default;
+    MemoryOutputByteStream(const MemoryOutputByteStream&) = delete;
+    MemoryOutputByteStream& operator=(const MemoryOutputByteStream&) = delete;
+    ~MemoryOutputByteStream() override { processheap::release(m_data); }
+
+    /// Returns 29 when memory is short; what was written before stays.
+    long write(const void* source, std::size_t size) override
+    {
+        if (size > m_capacity - m_size && !grow(size))
+            return ERROR_WRITE_FAULT;
+        if (size != 0)
+            std::memcpy(m_data + m_size, source, size);
+        m_size += size;
+        return ERROR_SUCCESS;
+    }
+
+    [[nodiscard]] const unsigned char* getData() const noexcept { return m_data; }
+    [[nodiscard]] std::size_t getSize() const noexcept { return m_size; }
+    /// Forgets the content and keeps the memory.
+    void clear() noexcept { m_size = 0; }
+
+private:
+    bool grow(std::size_t more) noexcept
+    {
+        constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max() / 2;
+        if (more > kMost - m_size)
+            return false;
+        std::size_t capacity = m_capacity < 64 ? 64 : m_capacity * 2;
+        if (capacity < m_size + more)
+            capacity = m_size + more;
+        void* data = m_data == nullptr ? HeapAlloc(GetProcessHeap(), 0, capacity)
+                                       : HeapReAlloc(GetProcessHeap(), 0, m_data, capacity);
+        if (data == nullptr)
+            return false;
+        m_data = static_cast<unsigned char*>(data);
+        m_capacity = capacity;
+        return true;
+    }
+
+    unsigned char* m_data = nullptr;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = 0;
+};
+
+/// Writes to memory that the caller owns, and no further than its end.
+class FixedOutputByteStream : public IOutputByteStream
+{
+public:
+    FixedOutputByteStream(void* target, std::size_t capacity) noexcept
+        : m_target(static_cast<unsigned char*>(target)), m_capacity(target != nullptr ? capacity : 0)
+    {
+    }
+
+    /// Returns 29, and writes nothing, when `size` bytes do not fit.
+    long write(const void* source, std::size_t size) override
+    {
+        if (size > m_capacity - m_size)
+            return ERROR_WRITE_FAULT;
+        if (size != 0)
+            std::memcpy(m_target + m_size, source, size);
+        m_size += size;
+        return ERROR_SUCCESS;
+    }
+    [[nodiscard]] std::size_t getSize() const noexcept { return m_size; }
+
+private:
+    unsigned char* m_target;
+    std::size_t m_capacity;
+    std::size_t m_size = 0;
+};
+
+/// Reads from an open file, from its current position to the end it has at construction. The caller keeps
+/// the handle, which must be seekable, open meanwhile.
+class FileInputByteStream : public IInputByteStream
+{
+public:
+    explicit FileInputByteStream(HANDLE file) noexcept : m_file(file)
+    {
+        LARGE_INTEGER size{};
+        LARGE_INTEGER position{};
+        if (GetFileSizeEx(file, &size) && SetFilePointerEx(file, {}, &position, FILE_CURRENT) &&
+            position.QuadPart < size.QuadPart)
+            m_remaining = static_cast<unsigned long long>(size.QuadPart - position.QuadPart);
+    }
+
+    long read(void* target, std::size_t size) override
+    {
+        if (size > m_remaining)
+            return ERROR_READ_FAULT;
+        auto* at = static_cast<unsigned char*>(target);
+        while (size != 0) {
+            const DWORD wanted = size > kLargestTransfer ? kLargestTransfer : static_cast<DWORD>(size);
+            DWORD got = 0;
+            if (!ReadFile(m_file, at, wanted, &got, nullptr) || got == 0)
+                return ERROR_READ_FAULT;
+            at += got;
+            size -= got;
+            m_remaining -= got;
+        }
+        return ERROR_SUCCESS;
+    }
+    [[nodiscard]] unsigned long long getRemaining() const noexcept override { return m_remaining; }
+
+    static constexpr DWORD kLargestTransfer = 1U << 30U;
+
+private:
+    HANDLE m_file;
+    unsigned long long m_remaining = 0;
+};
+
+/// Writes to an open file at its current position. The caller keeps the handle open meanwhile.
+class FileOutputByteStream : public IOutputByteStream
+{
+public:
+    explicit FileOutputByteStream(HANDLE file) noexcept : m_file(file) {}
+
+    /// Returns 29 when the file does not take all bytes; some of them may have been written.
+    long write(const void* source, std::size_t size) override
+    {
+        const auto* at = static_cast<const unsigned char*>(source);
+        while (size != 0) {
+            const DWORD wanted = size > FileInputByteStream::kLargestTransfer
+                                     ? FileInputByteStream::kLargestTransfer
+                                     : static_cast<DWORD>(size);
+            DWORD put = 0;
+            if (!WriteFile(m_file, at, wanted, &put, nullptr) || put == 0)
+                return ERROR_WRITE_FAULT;
+            at += put;
+            size -= put;
+        }
+        return ERROR_SUCCESS;
+    }
+
+private:
+    HANDLE m_file;
+};

@@ -1,0 +1,132 @@
+#pragma once
+
+#include <map>
+
+#include "core/win32/utils/objectmanager/include/SharedPtr.h"
+#include "win32/communication/include/Parameter.h"
+
+/// A message with named parameters, ordered by the characters of their names.
+///
+/// Serialized form: the message, the parameter count as u32, then each parameter's name as a string and its
+/// value. Failing steps of load and dump are raised as a bare long: 30 reading, 29 writing, 8 memory, 487
+/// for an entry that holds no parameter. Copies share the parameters themselves.
+template <class Char>
+class BasicHashMessage : public BasicMessage<Char>
+{
+public:
+    using Parameter = BasicParameter<Char>;
+    using ParameterPtr = SharedPtr<Parameter>;
+    using Name = HeapString<Char>;
+    using Parameters =
+        std::map<Name, ParameterPtr, std::less<>, ProcessHeapAllocator<std::pair<const Name, ParameterPtr>>>;
+
+    using BasicMessage<Char>::BasicMessage;
+
+    /// Files `parameter` under `name`, in place of an older one. Returns 0, 87 for a null name, 8.
+    long setParameter(const Char* name, const ParameterPtr& parameter)
+    {
+        return boundary::statusFrame([&]() -> long {
+            if (name == nullptr)
+                return ERROR_INVALID_PARAMETER;
+            m_parameters.insert_or_assign(Name(name), parameter);
+            return ERROR_SUCCESS;
+        });
+    }
+    /// Files a copy of `size` bytes under `name`. Returns 0, 87 for a null name or null data, 8.
+    long setParameter(const Char* name, const void* data, std::uint64_t size)
+    {
+        return boundary::statusFrame(
+            [&]() -> long { return setParameter(name, makeShared<Parameter>(size, data)); });
+    }
+    /// Files a 32-bit number as 4 bytes. Returns as above.
+    long setParameter(const Char* name, std::uint32_t value)
+    {
+        return setParameter(name, &value, sizeof value);
+    }
+    /// Files a string with its terminator. Returns as above.
+    long setParameter(const Char* name, const Char* text)
+    {
+        return setParameter(name, text,
+                            text != nullptr ? (std::char_traits<Char>::length(text) + 1) * sizeof(Char) : 0);
+    }
+
+    /// Finds the parameter of that name. Returns 0, 87 for a null name, 1168 when there is none or the entry
+    /// is empty.
+    long getParameter(const Char* name, const Parameter*& parameter) const noexcept
+    {
+        if (name == nullptr)
+            return ERROR_INVALID_PARAMETER;
+        const auto found = m_parameters.find(std::basic_string_view<Char>(name));
+        if (found == m_parameters.end() || !found->second)
+            return ERROR_NOT_FOUND;
+        parameter = found->second.get();
+        return ERROR_SUCCESS;
+    }
+    /// Reads a 32-bit number. Returns as above, and 87 when the value is not 4 bytes long.
+    long getParameter(const Char* name, std::uint32_t& value) const noexcept
+    {
+        const Parameter* parameter = nullptr;
+        if (const long code = getParameter(name, parameter); code != ERROR_SUCCESS)
+            return code;
+        if (parameter->getSize() != sizeof value)
+            return ERROR_INVALID_PARAMETER;
+        std::memcpy(&value, parameter->getData(), sizeof value);
+        return ERROR_SUCCESS;
+    }
+    /// Finds a string, which the message goes on to own. Returns as above, and 87 when the value is not text
+    /// that ends with its terminator.
+    long getParameter(const Char* name, const Char*& text) const noexcept
+    {
+        const Parameter* parameter = nullptr;
+        if (const long code = getParameter(name, parameter); code != ERROR_SUCCESS)
+            return code;
+        const auto size = static_cast<std::size_t>(parameter->getSize());
+        const auto* characters = static_cast<const Char*>(parameter->getData());
+        if (size == 0 || size % sizeof(Char) != 0 || characters[size / sizeof(Char) - 1] != 0)
+            return ERROR_INVALID_PARAMETER;
+        text = characters;
+        return ERROR_SUCCESS;
+    }
+
+    [[nodiscard]] const Parameters& getParameters() const noexcept { return m_parameters; }
+    void clearParameters() noexcept { m_parameters.clear(); }
+
+    long dump(unsigned long code, IOutputByteStream& stream) const override
+    {
+        using namespace primitives;
+        bareStep([&] {
+            BasicMessage<Char>::dump(code, stream);
+            writeU32(stream, static_cast<std::uint32_t>(m_parameters.size()));
+            for (const auto& [name, parameter] : m_parameters) {
+                writeString(stream, name.c_str());
+                if (!parameter)
+                    throw static_cast<long>(ERROR_INVALID_ADDRESS);
+                requireSuccess(parameter->dump(code, stream));
+            }
+        });
+        return ERROR_SUCCESS;
+    }
+
+    long load(unsigned long code, IInputByteStream& stream) override
+    {
+        using namespace primitives;
+        m_parameters.clear();
+        bareStep([&] {
+            BasicMessage<Char>::load(code, stream);
+            // The count is the stream's own word: every entry must still be there to be read.
+            for (std::uint32_t left = readU32(stream); left != 0; --left) {
+                Name name = readText<Char>(stream);
+                const ParameterPtr parameter = makeShared<Parameter>();
+                requireSuccess(parameter->load(code, stream));
+                m_parameters.insert_or_assign(std::move(name), parameter);
+            }
+        });
+        return ERROR_SUCCESS;
+    }
+
+private:
+    Parameters m_parameters;
+};
+
+using HashMessageA = BasicHashMessage<char>;
+using HashMessageW = BasicHashMessage<wchar_t>;

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "core/win32/utils/objectmanager/include/FailedAssertion.h"
+#include "win32/communication/include/ArrayMessage.h"
+#include "win32/communication/include/DataMessage.h"
+#include "win32/communication/include/HashMessage.h"
+
+#define MESSAGE_HANDLER_HEADER "win32\\communication\\include\\IMessageHandler.h"
+
+/// Receives messages. There is one operation per message class in two forms, without and with the 32-bit
+/// value that travels with a message; `context` is the sender's and is passed through untouched. What an
+/// operation raises goes back to the sender as the code of its call.
+///
+/// A handler overrides the forms that it serves. The others are programming errors: they say so to a
+/// debugger, wait 20 seconds for one, report a failed assertion (which by default ends the process) and
+/// raise an Exception with 120.
+struct IMessageHandler
+{
+    virtual ~IMessageHandler() = default;
+
+    virtual void onMessage(const MessageW&, MessageW&, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 51), 51);
+    }
+    virtual void onMessage(const MessageW&, MessageW&, std::uint32_t, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 64), 64);
+    }
+    virtual void onMessage(const DataMessage&, DataMessage&, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 77), 77);
+    }
+    virtual void onMessage(const DataMessage&, DataMessage&, std::uint32_t, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 90), 90);
+    }
+    virtual void onMessage(const ArrayMessage&, ArrayMessage&, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 103), 103);
+    }
+    virtual void onMessage(const ArrayMessage&, ArrayMessage&, std::uint32_t, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 116), 116);
+    }
+    virtual void onMessage(const HashMessageW&, HashMessageW&, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 129), 129);
+    }
+    virtual void onMessage(const HashMessageW&, HashMessageW&, std::uint32_t, void*)
+    {
+        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 142), 142);
+    }
+
+private:
+    static void raiseNotImplemented(const char* place, unsigned line)
+    {
+        wchar_t banner[1024] = L"================== ASSERT ==================\n";
+        OutputDebugStringW(banner);
+        Sleep(20000); // time to attach a debugger
+        reportFailedAssertion(L"false", L"api\\current\\win32\\communication\\include\\IMessageHandler.h",
+                              line - 1);
+        throw Exception(place, ERROR_CALL_NOT_IMPLEMENTED);
+    }
+};

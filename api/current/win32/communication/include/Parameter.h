@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstring>
+
+#include "win32/communication/include/Message.h"
+
+#define PARAMETER_HEADER "win32\\communication\\include\\Parameter.h"
+
+/// One untyped value of a message: a copy of `size` bytes on the process heap.
+///
+/// Serialized form: the size as a blob of 8 bytes, then the value as a blob. load raises an Exception that
+/// names the failing step, with 30 also when the size disagrees with the value's blob; dump likewise with 29.
+template <class Char>
+class BasicParameter : public std::conditional_t<sizeof(Char) == 1, SerializableA, SerializableW>
+{
+public:
+    /// An empty value, ready to be loaded.
+    BasicParameter() noexcept = default;
+    /// Copies `size` bytes. Raises an Exception with 87 for null data and a bare 8 without memory.
+    BasicParameter(std::uint64_t size, const void* data)
+    {
+        if (data == nullptr)
+            throw Exception(place(PLACE(PARAMETER_HEADER, "ParameterA::ParameterA", 64),
+                                  PLACE(PARAMETER_HEADER, "ParameterW::ParameterW", 65)),
+                            ERROR_INVALID_PARAMETER);
+        m_data = processheap::copy(data, static_cast<std::size_t>(size), 1);
+        m_size = size;
+    }
+    BasicParameter(const BasicParameter& other) : m_size(other.m_size)
+    {
+        if (other.m_data != nullptr)
+            m_data = processheap::copy(other.m_data, static_cast<std::size_t>(m_size), 1);
+    }
+    BasicParameter& operator=(const BasicParameter& other)
+    {
+        BasicParameter copy(other);
+        std::swap(m_size, copy.m_size);
+        std::swap(m_data, copy.m_data);
+        return *this;
+    }
+    ~BasicParameter() override { processheap::release(m_data); }
+
+    [[nodiscard]] std::uint64_t getSize() const noexcept { return m_size; }
+    /// The bytes; null for an empty value that was never set. Owned by the parameter.
+    [[nodiscard]] const void* getData() const noexcept { return m_data; }
+
+    long dump(unsigned long, IOutputByteStream& stream) const override
+    {
+        using namespace primitives;
+        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::dump", 180),
+                         PLACE(PARAMETER_HEADER, "ParameterW::dump", 181)),
+                   [&] { writeU64Blob(stream, m_size); });
+        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::dump", 184),
+                         PLACE(PARAMETER_HEADER, "ParameterW::dump", 185)),
+                   [&] { writeBlob(stream, m_data, m_size); });
+        return ERROR_SUCCESS;
+    }
+
+    long load(unsigned long, IInputByteStream& stream) override
+    {
+        using namespace primitives;
+        processheap::release(m_data);
+        m_data = nullptr;
+        m_size = 0;
+        std::uint64_t size = 0;
+        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::load", 149),
+                         PLACE(PARAMETER_HEADER, "ParameterW::load", 150)),
+                   [&] { size = readU64Blob(stream); });
+        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::load", 157),
+                         PLACE(PARAMETER_HEADER, "ParameterW::load", 158)),
+                   [&] {
+                       Blob value;
+                       value.read(stream);
+                       if (value.getSize() != size)
+                           throw static_cast<long>(ERROR_READ_FAULT);
+                       m_data = value.release();
+                       m_size = size;
+                   });
+        return ERROR_SUCCESS;
+    }
+
+private:
+    static constexpr const char* place(const char* narrow, const char* wide) noexcept
+    {
+        return sizeof(Char) == 1 ? narrow : wide;
+    }
+
+    std::uint64_t m_size = 0;
+    void* m_data = nullptr; // process heap
+};
+
+using ParameterA = BasicParameter<char>;
+using ParameterW = BasicParameter<wchar_t>;

@@ -1,0 +1,177 @@
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "win32/scanengine/include/Notification.h"
+
+#define NOTIFY_PROVIDER_HEADER "win32\\scanengine\\include\\NotifyProvider.h"
+
+/// One registration of a handler.
+struct NotifyInfo
+{
+    INotifyHandler* handler; // the caller's, and to outlive the registration
+    std::uint32_t first;
+    std::uint32_t second;
+    std::uint64_t value;
+};
+
+/// The handlers of an engine or a path, each under the key that is its first number. Safe for any thread.
+/// Operations that fail raise an Exception and change nothing.
+struct INotifyProvider
+{
+    /// In place of a number: the registration keeps its own.
+    static constexpr std::uint32_t kKeepNumber = 0xFFFFFFFF;
+
+    virtual ~INotifyProvider() = default;
+    /// Calls every handler under `key`, in the order of registration, until `cancelEvent` (may be null) is
+    /// signalled, which is asked before each call. No lock is held while handlers run.
+    ///
+    /// Returns 0, or 1223 when the event kept a handler from being called. Raises 1168 when nothing is
+    /// registered under `key`, and whatever a handler raises.
+    virtual long notify(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
+                        const SharedPtr<ScanItem>& item) = 0;
+    /// Copies every registration of `provider`, in place of its numbers `first` and `second` unless these are
+    /// kKeepNumber. A provider may copy its own. Raises 8.
+    virtual void registerHandlers(const INotifyProvider& provider, std::uint32_t first,
+                                  std::uint32_t second) = 0;
+    /// Registers one handler under the key `first`; again means once more. Raises 8.
+    virtual void registerHandler(INotifyHandler& handler, std::uint32_t first, std::uint32_t second,
+                                 std::uint64_t value) = 0;
+    /// Drops all registrations. A handler that is being called meanwhile finishes.
+    virtual void clearNotifyHandlers() noexcept = 0;
+    virtual void lockRead() const noexcept = 0;
+    virtual void unlockRead() const noexcept = 0;
+    virtual void lockWrite() const noexcept = 0;
+    virtual void unlockWrite() const noexcept = 0;
+    /// All registrations by key, then by order. Raises std::bad_alloc.
+    [[nodiscard]] virtual std::vector<NotifyInfo, ProcessHeapAllocator<NotifyInfo>>
+    getRegistrations() const = 0;
+};
+
+/// The provider of the library, also for callers that collect handlers for several engines.
+class NotifyProvider : public INotifyProvider
+{
+public:
+    using Registrations = std::vector<NotifyInfo, ProcessHeapAllocator<NotifyInfo>>;
+
+    long notify(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
+                const SharedPtr<ScanItem>& item) override
+    {
+        const SharedPtr<Registrations> registrations = find(key);
+        for (const NotifyInfo& info : *registrations) {
+            if (isCancelled(cancelEvent))
+                return ERROR_CANCELLED;
+            info.handler->onNotify(Notification(info.first, info.second, value, info.value), item);
+        }
+        return ERROR_SUCCESS;
+    }
+
+    void registerHandlers(const INotifyProvider& provider, std::uint32_t first, std::uint32_t second) override
+    {
+        change([&](Map& map) {
+            for (NotifyInfo info : provider.getRegistrations()) {
+                if (first != kKeepNumber)
+                    info.first = first;
+                if (second != kKeepNumber)
+                    info.second = second;
+                append(map, info);
+            }
+        });
+    }
+
+    void registerHandler(INotifyHandler& handler, std::uint32_t first, std::uint32_t second,
+                         std::uint64_t value) override
+    {
+        change([&](Map& map) { append(map, {&handler, first, second, value}); });
+    }
+
+    void clearNotifyHandlers() noexcept override
+    {
+        Map cleared;
+        const WriteLocker locker(m_lock);
+        m_map.swap(cleared);
+        ++m_version;
+    }
+
+    /// Takes over the registrations of another provider in place of all of its own, in one step. Raises 8.
+    void assign(const INotifyProvider& provider)
+    {
+        change([&](Map& map) {
+            map.clear();
+            for (const NotifyInfo& info : provider.getRegistrations())
+                append(map, info);
+        });
+    }
+
+    void lockRead() const noexcept override { m_lock.lockRead(); }
+    void unlockRead() const noexcept override { m_lock.unlockRead(); }
+    void lockWrite() const noexcept override { m_lock.lockWrite(); }
+    void unlockWrite() const noexcept override { m_lock.unlockWrite(); }
+
+    [[nodiscard]] Registrations getRegistrations() const override
+    {
+        Registrations all;
+        const ReadLocker locker(m_lock);
+        for (const auto& [key, list] : m_map)
+            all.insert(all.end(), list->begin(), list->end());
+        return all;
+    }
+
+private:
+    // Lists are never changed once they are in the map, so to copy one is to share it.
+    using List = SharedPtr<Registrations>;
+    using Map = std::map<std::uint32_t, List, std::less<>,
+                         ProcessHeapAllocator<std::pair<const std::uint32_t, List>>>;
+
+    [[nodiscard]] List find(std::uint32_t key) const
+    {
+        const ReadLocker locker(m_lock);
+        const auto found = m_map.find(key);
+        if (found == m_map.end())
+            throw Exception(PLACE(NOTIFY_PROVIDER_HEADER, "NotifyProvider::notify", __LINE__),
+                            ERROR_NOT_FOUND);
+        return found->second;
+    }
+
+    static void append(Map& map, const NotifyInfo& info)
+    {
+        const auto found = map.find(info.first);
+        List list =
+            found != map.end() ? makeShared<Registrations>(*found->second) : makeShared<Registrations>();
+        list->push_back(info);
+        map.insert_or_assign(info.first, list);
+    }
+
+    // Changes a copy of the map and puts it in place, unless another thread was faster: then once more. So
+    // no foreign provider is asked while our lock is held.
+    template <class Edit>
+    void change(Edit&& edit)
+    {
+        primitives::placedStep(PLACE(NOTIFY_PROVIDER_HEADER, "NotifyProvider::registerHandler", __LINE__),
+                               [&] {
+                                   for (;;) {
+                                       Map map;
+                                       std::uint64_t version = 0;
+                                       {
+                                           const ReadLocker locker(m_lock);
+                                           map = m_map;
+                                           version = m_version;
+                                       }
+                                       edit(map);
+                                       const WriteLocker locker(m_lock);
+                                       if (m_version != version)
+                                           continue;
+                                       m_map.swap(map);
+                                       ++m_version;
+                                       return;
+                                   }
+                               });
+    }
+
+    mutable ReadWriteLock m_lock;
+    Map m_map;
+    std::uint64_t m_version = 0;
+};

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "win32/paths/include/CachedPath.h"
+#include "win32/stateholder/include/Serializable.h"
+#include "win32/stateholder/include/StateCodes.h"
+
+#define SCAN_ITEM_HEADER "win32\\scanengine\\include\\ScanItem.h"
+
+/// What a scan item is. Directories and registry keys are containers, the others leaves.
+enum ScanItemType : std::uint32_t
+{
+    kDirectoryItem = 1,
+    kFileItem = 2,
+    kFtpFileItem = 3,
+    kRegistryKeyItem = 5,
+    kRegistryValueItem = 6
+};
+
+/// One concrete thing that a scan finds or that a caller names. Base of every item class.
+///
+/// Serialized form: with bit kStateType of the code the type code (u32), with kStatePath the path text (a
+/// string), then the fields of the concrete class. The operations raise an Exception with a Win32 code.
+class ScanItem : public SerializableW
+{
+public:
+    static constexpr const char* kClassName = "ScanItem";
+
+    [[nodiscard]] std::uint32_t getType() const noexcept { return m_type; }
+
+    /// The item's full path, never null. Owned by the item.
+    [[nodiscard]] virtual const wchar_t* getPath() const { return m_path.getPath(); }
+    /// Names another item of the same type; see CachedPath::setPath for `expand` and the failures.
+    virtual void setPath(const wchar_t* path, int expand) { m_path.setPath(path, expand); }
+    /// What identifies the item within the name that it is filed under.
+    [[nodiscard]] virtual const IIdentifierW& getIdentifier() const { return m_path; }
+    /// Nonzero when the item exists on the system.
+    [[nodiscard]] virtual int exists() const = 0;
+
+    /// Writes the common parts that `code` selects. Raises an Exception with 29.
+    long dump(unsigned long code, IOutputByteStream& stream) const override
+    {
+        if ((code & kStateType) != 0)
+            primitives::placedStep(PLACE(SCAN_ITEM_HEADER, "ScanItem::dump", __LINE__),
+                                   [&] { primitives::writeU32(stream, m_type); });
+        if ((code & kStatePath) != 0)
+            m_path.dump(stream);
+        return ERROR_SUCCESS;
+    }
+
+    /// Reads the common parts that `code` selects; without kStatePath the path stays. Raises an Exception
+    /// with 30, 8, or 13 when the stream holds an item of another type.
+    long load(unsigned long code, IInputByteStream& stream) override
+    {
+        if ((code & kStateType) != 0)
+            primitives::placedStep(PLACE(SCAN_ITEM_HEADER, "ScanItem::load", __LINE__), [&] {
+                if (primitives::readU32(stream) != m_type)
+                    throw static_cast<long>(ERROR_INVALID_DATA);
+            });
+        if ((code & kStatePath) != 0)
+            m_path.load(stream);
+        return ERROR_SUCCESS;
+    }
+
+protected:
+    explicit ScanItem(std::uint32_t type) noexcept : m_type(type) {}
+    ScanItem(std::uint32_t type, CachedPath&& path) noexcept : m_type(type), m_path(std::move(path)) {}
+
+    [[nodiscard]] const CachedPath& path() const noexcept { return m_path; }
+
+private:
+    std::uint32_t m_type;
+    CachedPath m_path;
+};
