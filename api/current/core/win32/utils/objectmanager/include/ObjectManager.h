@@ -47,6 +47,7 @@ public:
             const Locker locker(m_tableLock);
             if (findAndOpen(name) != nullptr)
                 throw static_cast<long>(ERROR_ALREADY_EXISTS);
+            // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): guarded turns it into 8
             const SharedPtr<Reference> entry(new Reference{1, object, CachedIdentifierW(name)});
             if (!entry->object)
                 throw static_cast<long>(ERROR_INVALID_ADDRESS);

@@ -28,9 +28,9 @@ public:
     SharedPtr(const SharedPtr& other) noexcept : m_block(other.m_block) { m_block->addReference(); }
     virtual ~SharedPtr() { m_block->release(); }
 
-    SharedPtr& operator=(const SharedPtr& other) noexcept
+    SharedPtr& operator=(const SharedPtr& other) noexcept // NOLINT(bugprone-unhandled-self-assignment)
     {
-        // The new block is held before the old one goes: the old object may own `other`.
+        // The new block is held before the old one goes: the old object may own `other`, or be the same.
         Block* const previous = m_block;
         other.m_block->addReference();
         m_block = other.m_block;

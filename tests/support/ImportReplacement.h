@@ -1,0 +1,144 @@
+#pragma once
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// Swaps one imported function in a module's import table for the length of a scope.
+class ImportReplacement
+{
+public:
+    /// Throws when the module does not import the function: a test that replaces nothing shows nothing.
+    ImportReplacement(HMODULE module, const char* function, void* replacement)
+    {
+        auto* base = reinterpret_cast<std::uint8_t*>(module);
+        const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
+        const auto* headers = reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+        const auto& directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+        for (auto* library = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
+             library->Name != 0; ++library) {
+            auto* names = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->OriginalFirstThunk);
+            auto* slots = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
+            for (; names->u1.AddressOfData != 0; ++names, ++slots) {
+                if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal))
+                    continue;
+                const auto* import = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
+                if (std::strcmp(reinterpret_cast<const char*>(import->Name), function) == 0)
+                    m_slot = reinterpret_cast<void**>(&slots->u1.Function);
+            }
+        }
+        if (m_slot == nullptr)
+            throw std::runtime_error(std::string("not imported: ") + function);
+        m_original = *m_slot;
+        set(replacement);
+    }
+    ImportReplacement(const ImportReplacement&) = delete;
+    ImportReplacement& operator=(const ImportReplacement&) = delete;
+    ~ImportReplacement() { set(m_original); }
+
+    [[nodiscard]] void* original() const { return m_original; }
+
+private:
+    void set(void* function)
+    {
+        DWORD protection = 0;
+        VirtualProtect(m_slot, sizeof(void*), PAGE_READWRITE, &protection);
+        *m_slot = function;
+        VirtualProtect(m_slot, sizeof(void*), protection, &protection);
+    }
+
+    void** m_slot = nullptr;
+    void* m_original = nullptr;
+};
+
+/// A function's name as a template argument.
+template <std::size_t N>
+struct ImportName
+{
+    constexpr ImportName(const char (&name)[N]) { std::copy_n(name, N, text); } // NOLINT
+    char text[N]{};
+};
+
+/// Counts the calls of one imported function, and makes chosen calls fail or do something else.
+///
+///     CountedImport<"WriteFile", decltype(&WriteFile)> writes(dll);
+///     writes.failCall(2, FALSE, ERROR_DISK_FULL);
+///
+/// One of a kind at a time. Calls from any thread.
+template <ImportName Name, class Function>
+class CountedImport;
+
+template <ImportName Name, class Result, class... Arguments>
+class CountedImport<Name, Result(WINAPI*)(Arguments...)>
+{
+public:
+    using Original = Result(WINAPI*)(Arguments...);
+    /// What to do in place of the call; gets the original function to call it or not.
+    using Hook = std::function<Result(Original, Arguments...)>;
+
+    explicit CountedImport(HMODULE module)
+    {
+        s_calls = 0;
+        s_failing = 0;
+        s_hook = nullptr;
+        // The address must be known before the first replaced call.
+        m_replacement = new ImportReplacement(module, Name.text, reinterpret_cast<void*>(&replaced));
+        s_original = reinterpret_cast<Original>(m_replacement->original());
+    }
+    CountedImport(const CountedImport&) = delete;
+    CountedImport& operator=(const CountedImport&) = delete;
+    ~CountedImport() { delete m_replacement; }
+
+    /// Call `number` (from 1, counted from now) returns `result` with the last error `code`. 0: none fails.
+    void failCall(long number, Result result, DWORD code)
+    {
+        s_calls = 0;
+        s_result = result;
+        s_code = code;
+        s_failing = number;
+    }
+    void setHook(Hook hook) { s_hook = std::move(hook); }
+    [[nodiscard]] long calls() const { return s_calls; }
+    void reset() { s_calls = 0; }
+
+private:
+    static Result WINAPI replaced(Arguments... arguments)
+    {
+        const long number = ++s_calls;
+        if (number == s_failing) {
+            SetLastError(s_code);
+            return s_result;
+        }
+        const Original original = originalFunction();
+        return s_hook ? s_hook(original, arguments...) : original(arguments...);
+    }
+    static Original originalFunction()
+    {
+        Original original = s_original;
+        while (original == nullptr) // the scope is just being set up on another thread
+            original = s_original;
+        return original;
+    }
+
+    ImportReplacement* m_replacement;
+    static inline std::atomic<long> s_calls{0};
+    static inline std::atomic<long> s_failing{0};
+    static inline std::atomic<Original> s_original{nullptr};
+    static inline Result s_result{};
+    static inline DWORD s_code = 0;
+    static inline Hook s_hook;
+};
+
+/// The DLL under test.
+inline HMODULE sysmaintModule()
+{
+    return GetModuleHandleW(L"sysmaint.dll");
+}

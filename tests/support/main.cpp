@@ -1,0 +1,9 @@
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    const int result = RUN_ALL_TESTS();
+    // A program whose tests are all filtered out or missing has shown nothing.
+    return testing::UnitTest::GetInstance()->test_to_run_count() == 0 ? 1 : result;
+}
