@@ -1,1 +1,70 @@
-int wmain() { return 0; }
+// sysmaint.exe: the library's capabilities at a prompt. It sees what any caller sees, and no more.
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+#include "Command.h"
+#include "Console.h"
+
+namespace {
+const Command* const kCommands[] = {&kScanCommand};
+
+void printUsage(Output& output)
+{
+    output.writeLine(L"usage: sysmaint <command> [options]\n\ncommands:");
+    for (const Command* command : kCommands)
+        output.writeLine(L"  " + std::wstring(command->name) +
+                         std::wstring(10 - std::wstring(command->name).size(), L' ') + command->summary);
+    output.writeLine(L"\n'sysmaint <command> --help' tells more and gives an example.\n"
+                     L"Exit codes: 0 done, 1 failed, 2 wrong arguments, 130 cancelled.");
+}
+
+int runCommand(const Command& command, const std::vector<std::wstring>& words)
+{
+    if (std::find(words.begin(), words.end(), L"--help") != words.end()) {
+        results().write(command.help);
+        return kExitDone;
+    }
+    try {
+        return command.run(words);
+    } catch (const UsageError& error) {
+        messages().writeLine(std::wstring(command.name) + L": " + error.text + L"\nTry 'sysmaint " +
+                             command.name + L" --help'.");
+        return kExitUsage;
+    }
+}
+
+int run(int argumentCount, wchar_t** arguments)
+{
+    std::vector<std::wstring> words(arguments + std::min(argumentCount, 1), arguments + argumentCount);
+    if (words.empty()) {
+        printUsage(messages());
+        return kExitUsage;
+    }
+    if (words[0] == L"--help" || words[0] == L"help") {
+        printUsage(results());
+        return kExitDone;
+    }
+    const auto* const* command = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                              [&](const Command* known) { return words[0] == known->name; });
+    if (command == std::end(kCommands)) {
+        messages().writeLine(L"sysmaint: unknown command " + printable(words[0]));
+        printUsage(messages());
+        return kExitUsage;
+    }
+    words.erase(words.begin());
+    return runCommand(**command, words);
+}
+} // namespace
+
+int wmain(int argumentCount, wchar_t** arguments)
+{
+    try {
+        return run(argumentCount, arguments);
+    } catch (const std::exception& error) {
+        const std::string text = error.what();
+        messages().writeLine(L"sysmaint: " + std::wstring(text.begin(), text.end()));
+        return kExitFailed;
+    }
+}

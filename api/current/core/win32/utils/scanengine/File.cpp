@@ -50,6 +50,17 @@ int File::exists() const
     return found;
 }
 
+unsigned long long File::getSize() const
+{
+    if (m_foundSize)
+        return *m_foundSize;
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    const Win32Path target(getPath());
+    if (!GetFileAttributesExW(target, GetFileExInfoStandard, &data))
+        throw Exception(PLACE(FILE_HEADER, "File::getSize", __LINE__));
+    return (static_cast<unsigned long long>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
+}
+
 const void* File::getData(unsigned long long& size)
 {
     if (!m_hasData) {

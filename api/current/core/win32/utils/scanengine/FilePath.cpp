@@ -71,7 +71,9 @@ void FilePath::handleEntry(const WIN32_FIND_DATAW& entry, Walk& walk) const
 {
     HeapStringW found = joinPath(path().view(), entry.cFileName);
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-        reportLeaf(walk, makeShared<ScanItem, File>(std::move(found)));
+        const unsigned long long size =
+            (static_cast<unsigned long long>(entry.nFileSizeHigh) << 32U) | entry.nFileSizeLow;
+        reportLeaf(walk, makeShared<ScanItem, File>(std::move(found), size));
         return;
     }
     const std::uint32_t level = getLevel() + 1;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "win32/scanengine/include/IFile.h"
 #include "win32/scanengine/include/ScanItem.h"
 
@@ -10,8 +12,11 @@ public:
     File() noexcept : ScanItem(kFileItem) {}
     /// Raises CachedPath's failures from File::File.
     File(const wchar_t* path, int expand);
-    /// For the walk: takes a ready text over.
-    explicit File(HeapStringW&& path) noexcept : ScanItem(kFileItem, CachedPath(std::move(path))) {}
+    /// For the walk: takes a ready text over, and the size that the folder's entry gave.
+    File(HeapStringW&& path, unsigned long long size) noexcept
+        : ScanItem(kFileItem, CachedPath(std::move(path))), m_foundSize(size)
+    {
+    }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
     ~File() override { processheap::release(m_data); }
@@ -20,6 +25,7 @@ public:
     void create() override;
     void deleteItem() override;
     [[nodiscard]] int exists() const override;
+    [[nodiscard]] unsigned long long getSize() const override;
     const void* getData(unsigned long long& size) override;
     void setData(const void* data, unsigned long long size) override;
     long load(unsigned long code, IInputByteStream& stream) override;
@@ -31,6 +37,7 @@ private:
     void* m_data = nullptr; // process heap
     unsigned long long m_size = 0;
     bool m_hasData = false;
+    std::optional<unsigned long long> m_foundSize;
 };
 
 /// Whether something stands under `path`. Raises the bare system code when the system cannot tell.

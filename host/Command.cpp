@@ -1,0 +1,56 @@
+#include "Command.h"
+
+#include <algorithm>
+#include <cwchar>
+
+Arguments::Arguments(const std::vector<std::wstring>& words, const std::vector<OptionRule>& rules)
+{
+    bool optionsEnded = false;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::wstring& word = words[i];
+        if (optionsEnded || word.size() < 2 || word.compare(0, 2, L"--") != 0) {
+            m_operands.push_back(word);
+            continue;
+        }
+        if (word == L"--") {
+            optionsEnded = true;
+            continue;
+        }
+        const auto rule = std::find_if(rules.begin(), rules.end(),
+                                       [&](const OptionRule& known) { return word == known.name; });
+        if (rule == rules.end())
+            throw UsageError{L"unknown option " + word};
+        if (has(word.c_str()))
+            throw UsageError{word + L" is given twice"};
+        if (rule->takesValue && i + 1 == words.size())
+            throw UsageError{word + L" needs a value"};
+        m_options[word] = rule->takesValue ? words[++i] : L"";
+    }
+}
+
+bool Arguments::has(const wchar_t* option) const
+{
+    return m_options.count(option) != 0;
+}
+
+std::wstring Arguments::value(const wchar_t* option, const wchar_t* otherwise) const
+{
+    const auto found = m_options.find(option);
+    return found != m_options.end() ? found->second : otherwise;
+}
+
+std::optional<unsigned long> Arguments::number(const wchar_t* option, unsigned long least,
+                                               unsigned long most) const
+{
+    const auto found = m_options.find(option);
+    if (found == m_options.end())
+        return std::nullopt;
+    const std::wstring& text = found->second;
+    const bool digits =
+        !text.empty() && text.size() <= 9 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
+    const unsigned long number = digits ? std::wcstoul(text.c_str(), nullptr, 10) : 0;
+    if (!digits || number < least || number > most)
+        throw UsageError{std::wstring(option) + L" takes a number from " + std::to_wstring(least) + L" to " +
+                         std::to_wstring(most)};
+    return number;
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// What the program ends with.
+enum ExitCode
+{
+    kExitDone = 0,
+    kExitFailed = 1,
+    kExitUsage = 2,
+    kExitCancelled = 130
+};
+
+/// Wrong arguments: the text says what is wrong with them.
+struct UsageError
+{
+    std::wstring text;
+};
+
+/// One option of a command.
+struct OptionRule
+{
+    const wchar_t* name; // with its dashes
+    bool takesValue;
+};
+
+/// The arguments of one command, taken apart.
+class Arguments
+{
+public:
+    /// Options may stand anywhere; "--" ends them. Throws UsageError for an unknown option, one without its
+    /// value, or one that is given twice.
+    Arguments(const std::vector<std::wstring>& words, const std::vector<OptionRule>& rules);
+
+    [[nodiscard]] const std::vector<std::wstring>& operands() const { return m_operands; }
+    [[nodiscard]] bool has(const wchar_t* option) const;
+    /// The option's value, or `otherwise`.
+    [[nodiscard]] std::wstring value(const wchar_t* option, const wchar_t* otherwise) const;
+    /// The option's value as a number from `least` to `most`, if it is given. Throws UsageError.
+    [[nodiscard]] std::optional<unsigned long> number(const wchar_t* option, unsigned long least,
+                                                      unsigned long most) const;
+
+private:
+    std::vector<std::wstring> m_operands;
+    std::map<std::wstring, std::wstring> m_options;
+};
+
+/// One command of the program. `run` gets the words after the command's name and returns an ExitCode.
+struct Command
+{
+    const wchar_t* name;
+    const wchar_t* summary;
+    const wchar_t* help;
+    int (*run)(const std::vector<std::wstring>& words);
+};
+
+extern const Command kScanCommand;

@@ -1,0 +1,183 @@
+#include "Console.h"
+
+#include <iterator>
+
+namespace {
+constexpr ULONGLONG kFlushInterval = 250; // milliseconds
+constexpr ULONGLONG kProgressInterval = 100;
+constexpr std::size_t kLargestBuffer = 1U << 16U;
+
+HANDLE g_cancelEvent = nullptr;
+
+BOOL WINAPI onControl(DWORD event)
+{
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
+        return FALSE;
+    SetEvent(g_cancelEvent);
+    return TRUE;
+}
+} // namespace
+
+Output::Output(DWORD standardHandle) : m_handle(GetStdHandle(standardHandle)), m_lastFlush(GetTickCount64())
+{
+    DWORD mode = 0;
+    m_terminal = GetConsoleMode(m_handle, &mode) != 0;
+    if (m_terminal) {
+        m_oldCodePage = GetConsoleOutputCP();
+        SetConsoleOutputCP(CP_UTF8);
+    }
+}
+
+Output::~Output()
+{
+    flush();
+    if (m_oldCodePage != 0)
+        SetConsoleOutputCP(m_oldCodePage);
+}
+
+void Output::write(std::wstring_view text)
+{
+    if (text.empty())
+        return;
+    const int length = static_cast<int>(text.size());
+    const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    const std::size_t old = m_buffer.size();
+    m_buffer.resize(old + static_cast<std::size_t>(size));
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, m_buffer.data() + old, size, nullptr, nullptr);
+    if (m_terminal || m_buffer.size() >= kLargestBuffer || GetTickCount64() - m_lastFlush >= kFlushInterval)
+        flush();
+}
+
+void Output::writeLine(std::wstring_view text)
+{
+    write(std::wstring(text) + L"\n");
+}
+
+void Output::flush()
+{
+    std::string_view rest = m_buffer;
+    while (m_open && !rest.empty()) {
+        DWORD written = 0;
+        m_open = WriteFile(m_handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) != 0;
+        rest.remove_prefix(written);
+    }
+    m_buffer.clear();
+    m_lastFlush = GetTickCount64();
+}
+
+Output& results()
+{
+    static Output output(STD_OUTPUT_HANDLE);
+    return output;
+}
+
+Output& messages()
+{
+    static Output output(STD_ERROR_HANDLE);
+    return output;
+}
+
+HANDLE cancelEvent()
+{
+    if (g_cancelEvent == nullptr) {
+        g_cancelEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        SetConsoleCtrlHandler(nullptr, FALSE); // a parent may have switched Ctrl+C off
+        SetConsoleCtrlHandler(onControl, TRUE);
+    }
+    return g_cancelEvent;
+}
+
+bool ProgressLine::isDue()
+{
+    return messages().isTerminal() && !results().isTerminal() &&
+           GetTickCount64() - m_lastShown >= kProgressInterval;
+}
+
+void ProgressLine::show(std::wstring_view text)
+{
+    std::wstring line = L"\r" + std::wstring(text);
+    if (text.size() < m_width)
+        line.append(m_width - text.size(), L' ');
+    m_width = text.size();
+    messages().write(line);
+    m_lastShown = GetTickCount64();
+}
+
+void ProgressLine::clear()
+{
+    if (m_width == 0)
+        return;
+    messages().write(L"\r" + std::wstring(m_width, L' ') + L"\r");
+    m_width = 0;
+}
+
+std::wstring formatCount(unsigned long long count)
+{
+    std::wstring digits = std::to_wstring(count);
+    for (std::size_t at = digits.size(); at > 3; at -= 3)
+        digits.insert(at - 3, 1, L',');
+    return digits;
+}
+
+std::wstring formatBytes(unsigned long long bytes)
+{
+    const wchar_t* const units[] = {L"bytes", L"KiB", L"MiB", L"GiB", L"TiB", L"PiB", L"EiB"};
+    std::size_t unit = 0;
+    unsigned long long whole = bytes;
+    unsigned long long tenths = 0;
+    while (whole >= 1024 && unit + 1 < std::size(units)) {
+        tenths = (whole % 1024) * 10 / 1024;
+        whole /= 1024;
+        ++unit;
+    }
+    std::wstring text = formatCount(whole);
+    if (unit != 0)
+        text += L"." + std::to_wstring(tenths);
+    return text + L" " + units[unit];
+}
+
+std::wstring formatCode(long code)
+{
+    wchar_t text[512];
+    DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                       static_cast<DWORD>(code), 0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    while (length != 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.'))
+        --length;
+    const std::wstring number = std::to_wstring(code);
+    return length == 0 ? L"error " + number : std::wstring(text, length) + L" (" + number + L")";
+}
+
+std::wstring printable(std::wstring_view text)
+{
+    std::wstring safe(text);
+    for (wchar_t& c : safe)
+        if (c < L' ' || (c >= 0x7F && c < 0xA0))
+            c = L'?';
+    return safe;
+}
+
+std::wstring jsonString(std::wstring_view text)
+{
+    constexpr wchar_t kHex[] = L"0123456789abcdef";
+    std::wstring json = L"\"";
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const wchar_t c = text[i];
+        const bool high = c >= 0xD800 && c < 0xDC00;
+        const bool pair = high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000;
+        if (c == L'"' || c == L'\\') {
+            json += L'\\';
+            json += c;
+        } else if (pair) {
+            json += c;
+            json += text[++i];
+        } else if (c < L' ' || (c >= 0xD800 && c < 0xE000)) { // UTF-8 has no lone surrogates
+            json += L"\\u";
+            for (int shift = 12; shift >= 0; shift -= 4)
+                json += kHex[(static_cast<unsigned>(c) >> static_cast<unsigned>(shift)) & 0xFU];
+        } else {
+            json += c;
+        }
+    }
+    return json + L"\"";
+}

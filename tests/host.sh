@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# The console program as a user meets it: tests/host.sh SYSMAINT.EXE RUNNER
+set -uo pipefail
+host=$1
+runner=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+
+fail() { printf 'FAILED %s\n' "$*"; failures=$((failures + 1)); }
+# run CODE ARGUMENT...: runs the host, leaves its output in $work/out and $work/err
+run() {
+    local expected=$1 actual=0
+    shift
+    "$runner" "$host" "$@" >"$work/out" 2>"$work/err" </dev/null || actual=$?
+    [ "$actual" -eq "$expected" ] || fail "exit code $actual, not $expected: $*: $(cat "$work/err")"
+}
+says() { grep -qF -- "$2" "$work/$1" || fail "$1 lacks '$2': $(head -c 500 "$work/$1")"; }
+windows_path() { printf 'Z:%s' "${1//\//\\}"; }
+
+tree=$work/tree
+mkdir -p "$tree/inner/deep"
+printf 12345 >"$tree/a.tmp"
+printf 123 >"$tree/inner/b.log"
+printf 1 >"$tree/inner/deep/größe €.tmp"
+printf x >"$tree/keep.tmp"
+folder=$(windows_path "$tree")
+
+# Wrong arguments: 2, with a hint, and nothing on standard output.
+run 2
+run 2 frobnicate && says err 'unknown command frobnicate'
+run 2 scan && says err 'which folder?'
+run 2 scan "$folder" --depth && says err '--depth needs a value'
+for depth in 0 65536 3x '' -1 99999999999; do run 2 scan "$folder" --depth "$depth" && says err 'number from 1 to 65535'; done
+run 2 scan "$folder" --filter 'x:01' && says err 'three digits'
+run 2 scan "$folder" --json --json && says err 'given twice'
+[ -s "$work/out" ] && fail 'usage errors write to standard output'
+run 0 --help && says out 'scan'
+run 0 scan --help && says out 'example:'
+
+# What is there is listed, folders before their content, with the counts at the end.
+run 0 scan "$folder"
+says err 'found 4 files, 2 folders, 10 bytes'
+says out "$folder\\inner\\deep\\größe €.tmp"
+[ "$(wc -l <"$work/out")" -eq 6 ] || fail "not 6 lines: $(cat "$work/out")"
+run 0 scan "$folder" --depth 1 && says err 'found 3 files, 1 folders'
+[ "$(wc -l <"$work/out")" -eq 3 ] || fail "depth 1: $(cat "$work/out")"
+run 0 scan "$folder" --filter '*.tmp' --ignore 'keep:111' && says err 'found 2 files, 2 folders, 6 bytes'
+run 0 scan "$folder" --json
+python3 - "$work/out" "$folder" <<'PYTHON' || fail 'the JSON is not what it should be'
+import json, sys
+lines = [json.loads(line) for line in open(sys.argv[1], encoding='utf-8')]
+paths = {line['path']: line.get('bytes') for line in lines[:-1]}
+assert paths[sys.argv[2] + '\\inner\\deep\\größe €.tmp'] == 1, paths
+assert lines[-1] == {'type': 'summary', 'files': 4, 'folders': 2, 'bytes': 10, 'code': 0}, lines[-1]
+PYTHON
+TEMPTREE=$folder run 0 scan '%temptree%\inner' --expand && says err 'found 2 files, 1 folders'
+
+# A root that is not there fails and does not hold up the others.
+run 1 scan "$folder\\missing" "$folder" && says err '(3)' && says err 'found 4 files'
+
+# Ctrl+C ends it cleanly and says what was found so far.
+mkfifo "$work/pipe"
+"$runner" "$host" scan 'Z:\usr' >"$work/pipe" 2>"$work/err" </dev/null &
+job=$!
+read -r first <"$work/pipe" & # the scan has begun; its pipe stays open below
+exec 7<"$work/pipe"
+wait $!
+kill -INT "$job"
+cat <&7 >/dev/null
+actual=0
+wait "$job" || actual=$?
+[ "$actual" -eq 130 ] || fail "Ctrl+C: exit code $actual"
+says err 'cancelled; found so far: '
+
+[ "$failures" -eq 0 ] && echo 'host: all as expected'
+exit "$((failures != 0))"
