@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 /// Swaps one imported function in a module's import table for the length of a scope.
@@ -81,6 +81,7 @@ class CountedImport<Name, Result(WINAPI*)(Arguments...)>
 {
 public:
     using Original = Result(WINAPI*)(Arguments...);
+    using Value = std::conditional_t<std::is_void_v<Result>, char, Result>;
     /// What to do in place of the call; gets the original function to call it or not.
     using Hook = std::function<Result(Original, Arguments...)>;
 
@@ -98,7 +99,7 @@ public:
     ~CountedImport() { delete m_replacement; }
 
     /// Call `number` (from 1, counted from now) returns `result` with the last error `code`. 0: none fails.
-    void failCall(long number, Result result, DWORD code)
+    void failCall(long number, Value result, DWORD code)
     {
         s_calls = 0;
         s_result = result;
@@ -115,7 +116,10 @@ private:
         const long number = ++s_calls;
         if (number == s_failing) {
             SetLastError(s_code);
-            return s_result;
+            if constexpr (!std::is_void_v<Result>)
+                return s_result;
+            else
+                return;
         }
         const Original original = originalFunction();
         return s_hook ? s_hook(original, arguments...) : original(arguments...);
@@ -132,7 +136,7 @@ private:
     static inline std::atomic<long> s_calls{0};
     static inline std::atomic<long> s_failing{0};
     static inline std::atomic<Original> s_original{nullptr};
-    static inline Result s_result{};
+    static inline Value s_result{};
     static inline DWORD s_code = 0;
     static inline Hook s_hook;
 };
