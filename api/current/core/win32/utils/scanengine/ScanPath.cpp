@@ -18,10 +18,10 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
                     const ScanOptions& options)
 {
     clearResults();
-    Walk walk{cancelEvent, validator, options, *this, {}};
+    Walk walk{cancelEvent, validator, options, *this, {}, {}};
     if (options.depth > m_level) {
         try {
-            list(walk);
+            listInto(*this, walk);
         } catch (const ListingFailure& failure) {
             throw failure.reason;
         }
@@ -29,10 +29,10 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
 
     std::optional<Exception> firstFailure;
     while (!walk.queue.empty() && !walk.poll()) {
-        const ScanItemHandle handle = std::move(walk.queue.front());
+        ScanItemHandle handle = std::move(walk.queue.front());
         walk.queue.pop_front();
         SharedPtr<ScanItem> item;
-        if (const long code = scanItems().get(handle.get(), item); code != ERROR_SUCCESS)
+        if (const long code = scanItems().take(handle.release(), item); code != ERROR_SUCCESS)
             throw Exception(scanPlace(), static_cast<unsigned long>(code));
         auto* path = dynamic_cast<ScanPath*>(item.get());
         if (path == nullptr) // somebody closed our handle, and the number went to another item
@@ -40,7 +40,7 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
         if (options.depth <= path->m_level)
             continue;
         try {
-            path->list(walk);
+            listInto(*path, walk);
         } catch (const ListingFailure& failure) {
             if (!firstFailure)
                 firstFailure.emplace(failure.reason);
@@ -73,11 +73,35 @@ void ScanPath::reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std:
 {
     if (!report(walk, item, kContainerFound) || isLink || walk.options.depth <= level)
         return;
-    const std::wstring key = scanItemKey(walkName().c_str(), item->getIdentifier().getIdentifier());
-    void* handle = scanItems().registerObject(key.c_str(), item);
-    if (handle == INVALID_HANDLE_VALUE)
-        throw Exception(PLACE(SCAN_PATH_HEADER, "ScanPath::reportContainer", __LINE__));
-    walk.queue.emplace_back(handle);
+    walk.found.push_back(item);
+}
+
+void ScanPath::listInto(ScanPath& path, Walk& walk)
+{
+    try {
+        path.list(walk);
+    } catch (const ListingFailure&) {
+        enqueueFound(walk); // what was found before the failure is walked all the same
+        throw;
+    }
+    enqueueFound(walk);
+}
+
+// All containers of one listing are filed under one lock: its kernel calls are most of what a container
+// costs.
+void ScanPath::enqueueFound(Walk& walk)
+{
+    if (walk.found.empty() || walk.cancelled)
+        return;
+    primitives::placedStep(PLACE(SCAN_PATH_HEADER, "ScanPath::enqueueFound", __LINE__), [&] {
+        scanItems().registerObjects(
+            walk.found,
+            [](const SharedPtr<ScanItem>& item) {
+                return scanItemKey(walkName().c_str(), item->getIdentifier().getIdentifier());
+            },
+            [&](void* handle) { walk.queue.push_back(ScanItemHandle(handle)); });
+    });
+    walk.found.clear();
 }
 
 void ScanPath::clearResults()

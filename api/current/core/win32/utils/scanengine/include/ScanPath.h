@@ -28,6 +28,7 @@ protected:
         const SharedPtr<IScanValidator>& validator;
         const ScanOptions& options;
         ScanPath& root;
+        std::vector<SharedPtr<ScanItem>> found; // containers of the listing at hand that are to be listed too
         std::deque<ScanItemHandle> queue;
         bool cancelled = false;
 
@@ -62,6 +63,8 @@ private:
     using Results = std::vector<SharedPtr<ScanItem>>;
 
     static bool report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key);
+    static void listInto(ScanPath& path, Walk& walk);
+    static void enqueueFound(Walk& walk);
     void clearResults();
 
     std::uint32_t m_level;
