@@ -78,6 +78,8 @@ TEST(ScanItems, FilesAreMadeReadAndDeletedUnderAnyName)
     EXPECT_EQ(full->exists(), 0);
     EXPECT_NE(DirectoryPtr(DllGetDirectory((folder + L"\\").c_str(), 0))->exists(), 0);
     EXPECT_NE(DirectoryPtr(DllGetDirectory(L"C:\\", 0))->exists(), 0);
+    EXPECT_NE(DirectoryPtr(DllGetDirectory(L".", 0))->exists(), 0);
+    EXPECT_NE(DirectoryPtr(DllGetDirectory(L"..\\", 0))->exists(), 0);
     EXPECT_EQ(DirectoryPtr(DllGetDirectory(L"Q:\\", 0))->exists(), 0);
 }
 

@@ -150,6 +150,8 @@ bool pathExists(const wchar_t* path)
         if (text.empty() || text.back() != L'.')
             return true;
         const std::wstring_view name = text.substr(text.find_last_of(L"\\/:") + 1);
+        if (name == L"." || name == L"..")
+            return true;
         do {
             if (CompareStringOrdinal(data.cFileName, -1, name.data(), static_cast<int>(name.size()), TRUE) ==
                 CSTR_EQUAL)
