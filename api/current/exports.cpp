@@ -1,5 +1,12 @@
 // Every exported function: its frame and one call. Failures end here and become Win32 codes.
 
+#include <memory>
+#include <string>
+
+#include "core/win32/registry/api.h"
+#include "core/win32/registry/include/RegistryPath.h"
+#include "core/win32/registry/include/RegistryValue.h"
+#include "core/win32/registry/include/UserSession.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
@@ -8,6 +15,7 @@
 #include "core/win32/utils/scanengine/include/File.h"
 #include "core/win32/utils/scanengine/include/FilePath.h"
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
+#include "core/win32/utils/scanengine/include/RegistryScanEngine.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/strings/api.h"
@@ -15,6 +23,9 @@
 
 #define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
 #define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
+
+#define REGISTRY_API "core\\win32\\registry\\api.h"
+#define REGISTRY_PLACE(function) PLACE(REGISTRY_API, function, __LINE__)
 
 using boundary::createFrame;
 using boundary::handleFrame;
@@ -192,7 +203,45 @@ IScanValidator* DllGetScanValidator(const wchar_t* filters, const wchar_t* ignor
     return makeObject<IScanValidator, ScanValidator>(filters, ignores);
 }
 
-// ---- File scan engine
+// ---- Scan engines: one set of operations for both
+
+namespace {
+template <class Table>
+long registerHandler(const char* place, Table& table, void* engine, INotifyHandler& handler,
+                     unsigned long first, unsigned long second, unsigned long long value) noexcept
+{
+    return statusFrame(place, table, engine,
+                       [&](auto& object) { object.registerHandler(handler, first, second, value); });
+}
+
+template <class Table>
+long registerHandlers(const char* place, Table& table, void* engine, INotifyProvider& provider,
+                      unsigned long first, unsigned long second) noexcept
+{
+    return statusFrame(place, table, engine,
+                       [&](auto& object) { object.registerHandlers(provider, first, second); });
+}
+
+template <class Table>
+long scan(const char* place, Table& table, void* engine, void* cancelEvent,
+          const SharedPtr<IScanValidator>& validator, const ScanOptions& options) noexcept
+{
+    return statusFrame(place, table, engine,
+                       [&](auto& object) { return object.scan(cancelEvent, validator, options); });
+}
+
+template <class Table>
+long clearHandlers(const char* place, Table& table, void* engine) noexcept
+{
+    return statusFrame(place, table, engine, [](auto& object) { object.clearNotifyHandlers(); });
+}
+
+template <class Table>
+long clear(const char* place, Table& table, void* engine) noexcept
+{
+    return statusFrame(place, table, engine, [](auto& object) { object.clear(); });
+}
+} // namespace
 
 void* CreateFileScanEngine(const wchar_t* name)
 {
@@ -214,38 +263,158 @@ long FSEngineAddPath(void* engine, const wchar_t* path, int expand)
 long FSEngineRegisterHandler(void* engine, INotifyHandler& handler, unsigned long first, unsigned long second,
                              unsigned long long value)
 {
-    return statusFrame(
-        SCAN_PLACE("FSEngineRegisterHandler"), fileScanEngines(), engine,
-        [&](FileScanEngine& object) { object.registerHandler(handler, first, second, value); });
+    return registerHandler(SCAN_PLACE("FSEngineRegisterHandler"), fileScanEngines(), engine, handler, first,
+                           second, value);
 }
 
 long FSEngineRegisterHandlers(void* engine, INotifyProvider& provider, unsigned long first,
                               unsigned long second)
 {
-    return statusFrame(SCAN_PLACE("FSEngineRegisterHandlers"), fileScanEngines(), engine,
-                       [&](FileScanEngine& object) { object.registerHandlers(provider, first, second); });
+    return registerHandlers(SCAN_PLACE("FSEngineRegisterHandlers"), fileScanEngines(), engine, provider,
+                            first, second);
 }
 
 long FSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
                   ScanOptions options)
 {
-    return statusFrame(SCAN_PLACE("FSEngineScan"), fileScanEngines(), engine,
-                       [&](FileScanEngine& object) { return object.scan(cancelEvent, validator, options); });
+    return scan(SCAN_PLACE("FSEngineScan"), fileScanEngines(), engine, cancelEvent, validator, options);
 }
 
 long FSEngineClearHandlers(void* engine)
 {
-    return statusFrame(SCAN_PLACE("FSEngineClearHandlers"), fileScanEngines(), engine,
-                       [](FileScanEngine& object) { object.clearNotifyHandlers(); });
+    return clearHandlers(SCAN_PLACE("FSEngineClearHandlers"), fileScanEngines(), engine);
 }
 
 long FSEngineClear(void* engine)
 {
-    return statusFrame(SCAN_PLACE("FSEngineClear"), fileScanEngines(), engine,
-                       [](FileScanEngine& object) { object.clear(); });
+    return clear(SCAN_PLACE("FSEngineClear"), fileScanEngines(), engine);
 }
 
 int CloseFileScanEngine(void* engine)
 {
     return fileScanEngines().close(engine);
+}
+
+IRegistryScanEngine* DllGetRegistryScanEngine()
+{
+    return makeObject<IRegistryScanEngine, RegistryScanEngine>();
+}
+
+void* CreateRegistryScanEngine(const wchar_t* name)
+{
+    return createFrame(SCAN_PLACE("CreateRegistryScanEngine"), SCAN_PLACE("CreateRegistryScanEngine"),
+                       registryScanEngines(), name, [&] { return new RegistryScanEngine(name); });
+}
+
+void* OpenRegistryScanEngine(const wchar_t* name)
+{
+    return registryScanEngines().lookup(name);
+}
+
+long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path)
+{
+    return RSEngineAddPath(engine, root, path, 0);
+}
+
+long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path, unsigned long options)
+{
+    return statusFrame(SCAN_PLACE("RSEngineAddPath"), registryScanEngines(), engine,
+                       [&](RegistryScanEngine& object) { object.addPath(root, path, options); });
+}
+
+long RSEngineRegisterHandler(void* engine, INotifyHandler& handler, unsigned long first, unsigned long second,
+                             unsigned long long value)
+{
+    return registerHandler(SCAN_PLACE("RSEngineRegisterHandler"), registryScanEngines(), engine, handler,
+                           first, second, value);
+}
+
+long RSEngineRegisterHandlers(void* engine, INotifyProvider& provider, unsigned long first,
+                              unsigned long second)
+{
+    return registerHandlers(SCAN_PLACE("RSEngineRegisterHandlers"), registryScanEngines(), engine, provider,
+                            first, second);
+}
+
+long RSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
+                  ScanOptions options)
+{
+    return scan(SCAN_PLACE("RSEngineScan"), registryScanEngines(), engine, cancelEvent, validator, options);
+}
+
+long RSEngineClearHandlers(void* engine)
+{
+    return clearHandlers(SCAN_PLACE("RSEngineClearHandlers"), registryScanEngines(), engine);
+}
+
+long RSEngineClear(void* engine)
+{
+    return clear(SCAN_PLACE("RSEngineClear"), registryScanEngines(), engine);
+}
+
+int CloseRegistryScanEngine(void* engine)
+{
+    return registryScanEngines().close(engine);
+}
+
+// ---- Registry items
+
+IRegistryKey* DllGetRegistryKey()
+{
+    return makeObject<IRegistryKey, RegistryKey>();
+}
+
+IRegistryKey* DllGetRegistryKey(HKEY root, const wchar_t* subKey)
+{
+    return makeObject<IRegistryKey, RegistryKey>(root, subKey, 0UL);
+}
+
+IRegistryKey* DllGetRegistryKey(unsigned long loadCode, IInputByteStream& stream)
+{
+    return loadItem<IRegistryKey, RegistryKey>(loadCode, stream);
+}
+
+IRegistryValue* DllGetRegistryValue()
+{
+    return makeObject<IRegistryValue, RegistryValue>();
+}
+
+IRegistryValue* DllGetRegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name)
+{
+    return makeObject<IRegistryValue, RegistryValue>(root, subKey, name, 0UL);
+}
+
+IRegistryValue* DllGetRegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name,
+                                    const wchar_t* text)
+{
+    return makeObject<IRegistryValue, RegistryValue>(root, subKey, name, text);
+}
+
+IRegistryValue* DllGetRegistryValue(unsigned long loadCode, IInputByteStream& stream)
+{
+    return loadItem<IRegistryValue, RegistryValue>(loadCode, stream);
+}
+
+void* CreateRegistryKey(const wchar_t* name, HKEY root, const wchar_t* subKey, unsigned long options)
+{
+    return fileItem(REGISTRY_PLACE("CreateRegistryKey"), name, true,
+                    [&] { return makeShared<ScanItem, RegistryKey>(root, subKey, options); });
+}
+
+void* CreateRegistryValue(const wchar_t* name, HKEY root, const wchar_t* subKey, const wchar_t* valueName,
+                          unsigned long options)
+{
+    return fileItem(REGISTRY_PLACE("CreateRegistryValue"), name, true,
+                    [&] { return makeShared<ScanItem, RegistryValue>(root, subKey, valueName, options); });
+}
+
+void* CreateRegistryPath(const wchar_t* name, HKEY root, const wchar_t* subKey, unsigned long options)
+{
+    return fileItem(REGISTRY_PLACE("CreateRegistryPath"), name, true,
+                    [&] { return makeShared<ScanItem, RegistryPath>(root, subKey, options); });
+}
+
+long ImpersonateCurrentUser()
+{
+    return impersonateLoggedOnUser();
 }

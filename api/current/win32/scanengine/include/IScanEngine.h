@@ -4,12 +4,13 @@
 #include "win32/scanengine/include/NotifyProvider.h"
 #include "win32/scanengine/include/ScanOptions.h"
 
-/// A scan engine that walks folders. The exported FSEngine... functions say what its operations do; here
-/// failures are raised as an Exception.
-struct IFileScanEngine
+/// What the engines have in common. The exported FSEngine... and RSEngine... functions say what the
+/// operations do; here failures are raised as an Exception.
+template <class... Root>
+struct IScanEngine
 {
-    virtual ~IFileScanEngine() = default;
-    virtual void addPath(const wchar_t* path, int expand) = 0;
+    virtual ~IScanEngine() = default;
+    virtual void addPath(Root... root) = 0;
     virtual long scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                       const ScanOptions& options) = 0;
     virtual void registerHandlers(const INotifyProvider& provider, std::uint32_t first,
@@ -20,3 +21,9 @@ struct IFileScanEngine
     virtual void clear() = 0;
     virtual void clearNotifyHandlers() = 0;
 };
+
+/// The engine that walks folders: a root is a path and whether its macros are expanded.
+using IFileScanEngine = IScanEngine<const wchar_t*, int>;
+/// The engine that walks registry keys: a root is a root key, a sub-key path and the options word of the keys
+/// (RegistryOption).
+using IRegistryScanEngine = IScanEngine<HKEY, const wchar_t*, unsigned long>;

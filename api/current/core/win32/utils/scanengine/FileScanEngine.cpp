@@ -11,20 +11,11 @@ void FileScanEngine::addPath(const wchar_t* path, int expand)
     placedStep(PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::addPath", __LINE__), [&] {
         if (path == nullptr)
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
-        const SharedPtr<ScanItem> root = makeShared<ScanItem, FilePath>(path, expand, 0U);
-        appendRoot(root->getIdentifier().getIdentifier(), [&] { return root; });
+        appendRoot(makeShared<ScanItem, FilePath>(path, expand, 0U));
     });
 }
 
-long FileScanEngine::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
-                          const ScanOptions& options)
+const char* FileScanEngine::scanPlace() const noexcept
 {
-    return scanRoots(PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::scan", __LINE__), cancelEvent, validator,
-                     options);
-}
-
-void FileScanEngine::clearNotifyHandlers()
-{
-    placedStep(PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::clearNotifyHandlers", __LINE__),
-               [&] { clearHandlers(); });
+    return PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::scan", __LINE__);
 }

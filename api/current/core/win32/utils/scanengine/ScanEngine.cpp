@@ -1,5 +1,17 @@
 #include "core/win32/utils/scanengine/include/ScanEngine.h"
 
+void ScanEngine::appendRoot(const SharedPtr<ScanItem>& root)
+{
+    const std::wstring key = scanItemKey(m_name.c_str(), root->getIdentifier().getIdentifier());
+    ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), [&] { return root; }));
+    SharedPtr<ScanItem> item;
+    primitives::requireSuccess(scanItems().get(handle.get(), item));
+    if (dynamic_cast<ScanPath*>(item.get()) == nullptr)
+        throw static_cast<long>(ERROR_ALREADY_EXISTS);
+    const WriteLocker locker(m_lock);
+    m_roots.push_back({std::move(handle), item});
+}
+
 std::vector<ScanEngine::RootCopy> ScanEngine::copyRoots() const
 {
     std::vector<RootCopy> roots;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Scan items, the scan validator and the file scan engine.
+// Scan items, the scan validator and the scan engines.
 //
 // Functions that return a handle return the invalid handle (all bits set) on failure, functions that return
 // an object return null; the code is then the thread's last error. Status functions return the code. Each
@@ -95,3 +95,28 @@ SYSMAINT_API long FSEngineClearHandlers(void* engine);
 SYSMAINT_API long FSEngineClear(void* engine);
 /// Gives the handle back. Returns nonzero, or 0 for a handle that is not open. Scans that run go on.
 SYSMAINT_API int CloseFileScanEngine(void* engine);
+
+// ---- Registry scan engine: the same for registry keys, which are reported under key 1, and their values,
+// under key 0. A key's values come before its sub-keys. Registry symbolic links are reported and never
+// followed, unless a root is one. Keys and values that come or go during the walk neither end it nor are
+// reported twice.
+
+/// An engine without a handle. The caller deletes it through the interface, whose operations raise an
+/// Exception.
+SYSMAINT_API IRegistryScanEngine* DllGetRegistryScanEngine();
+SYSMAINT_API void* CreateRegistryScanEngine(const wchar_t* name);
+SYSMAINT_API void* OpenRegistryScanEngine(const wchar_t* name);
+/// Appends a root key, with options word 0. `path` may be empty: the whole root. Codes: 87 null root or path,
+/// 183 when another kind of item is filed there.
+SYSMAINT_API long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path);
+/// The same with an options word (RegistryOption), which all keys and values found below have too.
+SYSMAINT_API long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path, unsigned long options);
+SYSMAINT_API long RSEngineRegisterHandler(void* engine, INotifyHandler& handler, unsigned long first,
+                                          unsigned long second, unsigned long long value);
+SYSMAINT_API long RSEngineRegisterHandlers(void* engine, INotifyProvider& provider, unsigned long first,
+                                           unsigned long second);
+SYSMAINT_API long RSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
+                               ScanOptions options);
+SYSMAINT_API long RSEngineClearHandlers(void* engine);
+SYSMAINT_API long RSEngineClear(void* engine);
+SYSMAINT_API int CloseRegistryScanEngine(void* engine);

@@ -60,6 +60,13 @@ struct FindHandleTraits
     static void close(HANDLE handle) noexcept { FindClose(handle); }
 };
 
+struct RegistryKeyTraits
+{
+    using Value = HKEY;
+    static bool isValid(HKEY key) noexcept { return key != nullptr; }
+    static void close(HKEY key) noexcept { RegCloseKey(key); }
+};
+
 struct ModuleTraits
 {
     using Value = HMODULE;
@@ -71,6 +78,8 @@ struct ModuleTraits
 using Win32Handle = Win32Owner<KernelHandleTraits>;
 /// A directory search.
 using FindHandle = Win32Owner<FindHandleTraits>;
+/// An opened registry key; not for the predefined ones.
+using RegistryKeyHandle = Win32Owner<RegistryKeyTraits>;
 /// A loaded module.
 using ModuleHandle = Win32Owner<ModuleTraits>;
 

@@ -16,23 +16,11 @@ public:
 
 protected:
     explicit ScanEngine(const wchar_t* name) : m_name(name) {}
-    ~ScanEngine() = default;
+    ~ScanEngine() = default; // engines die through their interface
 
-    /// Files the root that `make` returns under the engine's name and `identifier`, or opens it when the
-    /// engine has it already, and appends it to the list. Raises a bare 183 when the name is taken by another
-    /// kind of item.
-    template <class Make>
-    void appendRoot(const wchar_t* identifier, Make&& make)
-    {
-        const std::wstring key = scanItemKey(m_name.c_str(), identifier);
-        ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), make));
-        SharedPtr<ScanItem> item;
-        primitives::requireSuccess(scanItems().get(handle.get(), item));
-        if (dynamic_cast<ScanPath*>(item.get()) == nullptr)
-            throw static_cast<long>(ERROR_ALREADY_EXISTS);
-        const WriteLocker locker(m_lock);
-        m_roots.push_back({std::move(handle), item});
-    }
+    /// Files a root under the engine's name and its identifier, or opens the one that the engine has already,
+    /// and appends it to the list. Raises a bare 183 when the name is taken by another kind of item.
+    void appendRoot(const SharedPtr<ScanItem>& root);
 
     /// Walks every root in the order added, with the engine's handlers. Returns the result of the last one,
     /// or 1223 as soon as `cancelEvent` was seen signalled. `place` is for a root that cannot be looked up.
@@ -60,4 +48,32 @@ private:
     std::wstring m_name;
     mutable ReadWriteLock m_lock;
     std::vector<Root> m_roots;
+};
+
+/// The operations of an engine that are the same for all; `Interface` is the engine's.
+template <class Interface>
+class ScanEngineOf : public Interface, protected ScanEngine
+{
+public:
+    long scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
+              const ScanOptions& options) final
+    {
+        return scanRoots(scanPlace(), cancelEvent, validator, options);
+    }
+    void registerHandlers(const INotifyProvider& provider, std::uint32_t first, std::uint32_t second) final
+    {
+        m_provider.registerHandlers(provider, first, second);
+    }
+    void registerHandler(INotifyHandler& handler, std::uint32_t first, std::uint32_t second,
+                         std::uint64_t value) final
+    {
+        m_provider.registerHandler(handler, first, second, value);
+    }
+    void clear() final { clearRoots(); }
+    void clearNotifyHandlers() final { clearHandlers(); }
+
+protected:
+    using ScanEngine::ScanEngine;
+    /// The place text for a root that cannot be looked up.
+    [[nodiscard]] virtual const char* scanPlace() const noexcept = 0;
 };

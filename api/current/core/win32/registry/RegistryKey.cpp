@@ -1,0 +1,250 @@
+#include "core/win32/registry/include/RegistryKey.h"
+
+#include <winternl.h>
+
+#include "core/win32/registry/include/UserSession.h"
+
+// The platform headers leave it out, though its counterparts for files are there.
+extern "C" NTSTATUS NTAPI NtDeleteKey(HANDLE key);
+
+#define REGISTRY_KEY_HEADER "core\\win32\\registry\\include\\RegistryKey.h"
+
+using namespace primitives;
+
+namespace {
+constexpr DWORD kLongestKeyName = 255;
+constexpr REGSAM kDeleteAccess = DELETE | KEY_ENUMERATE_SUB_KEYS | KEY_QUERY_VALUE;
+
+void requireStatus(LSTATUS status)
+{
+    requireSuccess(static_cast<long>(status));
+}
+
+std::uint32_t rootNumber(HKEY root) noexcept
+{
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(root));
+}
+
+/// A predefined root from its number; these are sign-extended 32-bit numbers.
+HKEY rootFromNumber(std::uint32_t number)
+{
+    for (const HKEY root :
+         {HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CURRENT_CONFIG})
+        if (rootNumber(root) == number)
+            return root;
+    throw static_cast<long>(ERROR_INVALID_DATA);
+}
+
+/// Deletes a key and what is below it, deepest first. `key` was opened as itself where it is a link, and is
+/// deleted by its handle: by name the system may go through the link and delete what it leads to. Raises the
+/// bare code of the first key that cannot be deleted.
+void deleteTree(HKEY key, REGSAM view)
+{
+    while (!isLinkKey(key)) {
+        wchar_t name[kLongestKeyName + 1];
+        DWORD length = kLongestKeyName + 1;
+        // Always the first: the others move up.
+        const LSTATUS status = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
+        if (status == ERROR_NO_MORE_ITEMS)
+            break;
+        requireStatus(status);
+        HKEY opened = nullptr;
+        requireStatus(RegOpenKeyExW(key, name, REG_OPTION_OPEN_LINK, kDeleteAccess | view, &opened));
+        const RegistryKeyHandle child(opened);
+        deleteTree(opened, view);
+    }
+    requireStatus(static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(key))));
+}
+} // namespace
+
+bool isLinkKey(HKEY key) noexcept
+{
+    DWORD type = 0;
+    return RegQueryValueExW(key, L"SymbolicLinkValue", nullptr, &type, nullptr, nullptr) == ERROR_SUCCESS &&
+           type == REG_LINK;
+}
+
+std::wstring_view rootName(HKEY root) noexcept
+{
+    if (root == HKEY_CLASSES_ROOT)
+        return L"HKEY_CLASSES_ROOT";
+    if (root == HKEY_LOCAL_MACHINE)
+        return L"HKEY_LOCAL_MACHINE";
+    if (root == HKEY_USERS)
+        return L"HKEY_USERS";
+    if (root == HKEY_CURRENT_CONFIG)
+        return L"HKEY_CURRENT_CONFIG";
+    return L"HKEY_CURRENT_USER";
+}
+
+RegistryKey::RegistryKey(HKEY root, const wchar_t* subKey, unsigned long options)
+    : RegistryKey(kRegistryKeyItem, root, subKey, options)
+{
+}
+
+RegistryKey::RegistryKey(const RegistryKey& parent, HeapStringW&& subKey)
+    : RegistryKey(kRegistryKeyItem, parent, std::move(subKey))
+{
+}
+
+RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, unsigned long options)
+    : ScanItem(type), m_root(root), m_options(options)
+{
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::RegistryKey", __LINE__), [&] {
+        const unsigned long views = kRegistryView64 | kRegistryView32;
+        if (root == nullptr || subKey == nullptr || (options & views) == views)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        setPath(subKey, 0);
+    });
+}
+
+RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey)
+    : ScanItem(type, CachedPath(std::move(subKey))), m_root(parent.m_root), m_options(parent.m_options),
+      m_userHive(parent.m_userHive)
+{
+}
+
+const CachedPath& RegistryKey::fullPath() const
+{
+    {
+        const ReadLocker locker(m_lock);
+        if (m_fullPath)
+            return *m_fullPath;
+    }
+    const std::wstring_view root = rootName(m_root);
+    const std::wstring_view suffix = pathSuffix();
+    HeapStringW text;
+    text.reserve(root.size() + 1 + subKey().size() + suffix.size());
+    text.append(root).append(1, L'\\').append(subKey()).append(suffix);
+    const WriteLocker locker(m_lock);
+    if (!m_fullPath)
+        m_fullPath.emplace(std::move(text));
+    return *m_fullPath;
+}
+
+const wchar_t* RegistryKey::getPath() const
+{
+    return fullPath().getPath();
+}
+
+const IIdentifierW& RegistryKey::getIdentifier() const
+{
+    return fullPath();
+}
+
+void RegistryKey::setPath(const wchar_t* path, int expand)
+{
+    ScanItem::setPath(path, expand);
+    const WriteLocker locker(m_lock);
+    m_fullPath.reset();
+}
+
+HKEY RegistryKey::getHKEY() const
+{
+    if (m_root != HKEY_CURRENT_USER)
+        return m_root;
+    {
+        const ReadLocker locker(m_lock);
+        if (m_userHive)
+            return m_userHive->get();
+    }
+    HKEY hive = nullptr;
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::getHKEY", __LINE__), [&] {
+        ThreadIdentity identity;
+        requireSuccess(impersonateLoggedOnUser());
+        const LSTATUS status = RegOpenCurrentUser(KEY_READ, &hive);
+        RegistryKeyHandle opened(status == ERROR_SUCCESS ? hive : nullptr);
+        requireSuccess(
+            identity.restore()); // comes first: a thread that stays somebody else is the worse failure
+        requireStatus(status);
+        const UserHive shared = makeShared<RegistryKeyHandle>(std::move(opened));
+        const WriteLocker locker(m_lock);
+        if (!m_userHive)
+            m_userHive = shared;
+        hive = m_userHive->get();
+    });
+    return hive;
+}
+
+REGSAM RegistryKey::view() const noexcept
+{
+    return ((m_options & kRegistryView64) != 0 ? KEY_WOW64_64KEY : 0U) |
+           ((m_options & kRegistryView32) != 0 ? KEY_WOW64_32KEY : 0U);
+}
+
+void RegistryKey::requireWritable() const
+{
+    if ((m_options & kRegistryReadOnly) != 0)
+        throw static_cast<long>(ERROR_ACCESS_DENIED);
+}
+
+RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD openOptions) const
+{
+    HKEY key = nullptr;
+    requireStatus(RegOpenKeyExW(getHKEY(), path().getPath(), openOptions, access | view(), &key));
+    return RegistryKeyHandle(key);
+}
+
+void RegistryKey::create()
+{
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
+        requireWritable();
+        HKEY key = nullptr;
+        requireStatus(RegCreateKeyExW(getHKEY(), path().getPath(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                      MAXIMUM_ALLOWED | view(), nullptr, &key, nullptr));
+        RegCloseKey(key);
+    });
+}
+
+void RegistryKey::deleteItem()
+{
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
+        requireWritable();
+        if (subKey().find_first_not_of(L'\\') == std::wstring_view::npos)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        deleteTree(open(kDeleteAccess, REG_OPTION_OPEN_LINK).get(), view());
+    });
+}
+
+int RegistryKey::exists() const
+{
+    int found = 0;
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::exists", __LINE__), [&] {
+        HKEY key = nullptr;
+        const LSTATUS status = RegOpenKeyExW(getHKEY(), path().getPath(), 0, KEY_READ | view(), &key);
+        const RegistryKeyHandle opened(key);
+        if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND && status != ERROR_PATH_NOT_FOUND)
+            requireStatus(status);
+        found = status == ERROR_SUCCESS ? 1 : 0;
+    });
+    return found;
+}
+
+long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
+{
+    ScanItem::dump(code, stream);
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::dump", __LINE__), [&] {
+        const bool named = rootName(m_root) != rootName(HKEY_CURRENT_USER);
+        writeU32(stream, rootNumber(named ? m_root : HKEY_CURRENT_USER));
+        writeU32(stream, m_options);
+    });
+    return ERROR_SUCCESS;
+}
+
+long RegistryKey::load(unsigned long code, IInputByteStream& stream)
+{
+    ScanItem::load(code, stream);
+    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::load", __LINE__), [&] {
+        const HKEY root = rootFromNumber(readU32(stream));
+        const unsigned long options = readU32(stream);
+        const unsigned long views = kRegistryView64 | kRegistryView32;
+        if ((options & views) == views)
+            throw static_cast<long>(ERROR_INVALID_DATA);
+        const WriteLocker locker(m_lock);
+        m_root = root;
+        m_options = options;
+        m_fullPath.reset();
+        m_userHive = UserHive();
+    });
+    return ERROR_SUCCESS;
+}

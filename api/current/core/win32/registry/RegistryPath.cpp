@@ -1,0 +1,117 @@
+#include "core/win32/registry/include/RegistryPath.h"
+
+#include <algorithm>
+#include <unordered_set>
+#include <vector>
+
+#include "core/win32/registry/include/RegistryValue.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+
+#define REGISTRY_PATH_HEADER "core\\win32\\registry\\include\\RegistryPath.h"
+
+namespace {
+constexpr DWORD kLongestName = 16383; // of a value; keys have 255
+
+struct FoundName
+{
+    std::wstring name;
+    DWORD type;
+};
+
+/// All names that `enumerate` gives by index. They are read before any is reported, because an entry that
+/// comes or goes in between moves the others: what moved under an index that was read already is given once.
+template <class Enumerate>
+LSTATUS readNames(std::vector<FoundName>& names, Enumerate&& enumerate)
+{
+    std::vector<wchar_t> buffer(kLongestName + 1);
+    for (DWORD index = 0;; ++index) {
+        DWORD length = kLongestName + 1;
+        DWORD type = REG_NONE;
+        const LSTATUS status = enumerate(index, buffer.data(), &length, &type);
+        if (status == ERROR_NO_MORE_ITEMS)
+            break;
+        if (status != ERROR_SUCCESS)
+            return status;
+        names.push_back({std::wstring(buffer.data(), length), type});
+    }
+    std::unordered_set<std::wstring_view> seen;
+    seen.reserve(names.size());
+    names.erase(std::remove_if(names.begin(), names.end(),
+                               [&](const FoundName& found) { return !seen.insert(found.name).second; }),
+                names.end());
+    return ERROR_SUCCESS;
+}
+
+bool isGone(LSTATUS status) noexcept
+{
+    return status == ERROR_FILE_NOT_FOUND || status == ERROR_KEY_DELETED;
+}
+} // namespace
+
+RegistryPath::RegistryPath(HKEY root, const wchar_t* subKey, unsigned long options)
+    : RegistryKey(root, subKey, options), ScanPath(0)
+{
+}
+
+const char* RegistryPath::scanPlace() const noexcept
+{
+    return PLACE(REGISTRY_PATH_HEADER, "RegistryPath::scan", __LINE__);
+}
+
+void RegistryPath::list(Walk& walk)
+{
+    const bool isRoot = &walk.root == this;
+    HKEY opened = nullptr;
+    // Further down a link is opened as itself, so that it can be told from a key and is never followed.
+    const LSTATUS status = RegOpenKeyExW(getHKEY(), path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK,
+                                         KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | view(), &opened);
+    if (!isRoot && isGone(status))
+        return; // deleted since it was found
+    if (status != ERROR_SUCCESS)
+        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
+                                       static_cast<unsigned long>(status))};
+    const RegistryKeyHandle key(opened);
+    if (!isRoot && isLinkKey(opened))
+        return;
+    reportValues(opened, walk);
+    if (!walk.cancelled)
+        reportKeys(opened, walk);
+}
+
+void RegistryPath::reportValues(HKEY key, Walk& walk) const
+{
+    std::vector<FoundName> values;
+    const LSTATUS status = readNames(values, [&](DWORD index, wchar_t* name, DWORD* length, DWORD* type) {
+        return RegEnumValueW(key, index, name, length, nullptr, type, nullptr, nullptr);
+    });
+    for (const FoundName& value : values) {
+        if (walk.poll())
+            return;
+        reportLeaf(walk, makeShared<ScanItem, RegistryValue>(*this, subKey(), value.name, value.type));
+        if (walk.cancelled)
+            return;
+    }
+    if (status != ERROR_SUCCESS && !isGone(status))
+        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::reportValues", __LINE__),
+                                       static_cast<unsigned long>(status))};
+}
+
+void RegistryPath::reportKeys(HKEY key, Walk& walk) const
+{
+    std::vector<FoundName> keys;
+    const LSTATUS status = readNames(keys, [&](DWORD index, wchar_t* name, DWORD* length, DWORD*) {
+        return RegEnumKeyExW(key, index, name, length, nullptr, nullptr, nullptr, nullptr);
+    });
+    for (const FoundName& found : keys) {
+        if (walk.poll())
+            return;
+        const SharedPtr<ScanItem> item =
+            makeShared<ScanItem, RegistryPath>(*this, joinPath(subKey(), found.name));
+        reportContainer(walk, item, getLevel() + 1, false); // whether it is a link shows when it is listed
+        if (walk.cancelled)
+            return;
+    }
+    if (status != ERROR_SUCCESS && !isGone(status))
+        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::reportKeys", __LINE__),
+                                       static_cast<unsigned long>(status))};
+}

@@ -1,0 +1,174 @@
+#include "core/win32/registry/include/RegistryValue.h"
+
+#include <algorithm>
+
+#define REGISTRY_VALUE_HEADER "core\\win32\\registry\\include\\RegistryValue.h"
+
+using namespace primitives;
+
+RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, unsigned long options)
+    : RegistryKey(kRegistryValueItem, root, subKey, options)
+{
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::RegistryValue", __LINE__), [&] {
+        if (name == nullptr)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        setName(name);
+    });
+}
+
+RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, const wchar_t* text)
+    : RegistryValue(root, subKey, name, 0UL)
+{
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::RegistryValue", __LINE__), [&] {
+        if (text == nullptr)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        setData(REG_SZ, text, static_cast<unsigned long>((std::wcslen(text) + 1) * sizeof(wchar_t)));
+    });
+}
+
+RegistryValue::RegistryValue(const RegistryKey& key, std::wstring_view subKey, std::wstring_view name,
+                             unsigned long type)
+    : RegistryKey(kRegistryValueItem, key, HeapStringW(subKey)), m_type(type)
+{
+    setName(name);
+}
+
+void RegistryValue::setName(std::wstring_view name)
+{
+    m_suffix.assign(1, L'\\').append(name);
+}
+
+void RegistryValue::keep(unsigned long type, void* data, unsigned long size) noexcept
+{
+    processheap::release(m_data);
+    m_type = type;
+    m_data = data;
+    m_size = size;
+    m_hasData = true;
+}
+
+void RegistryValue::write(REGSAM access)
+{
+    requireWritable();
+    const RegistryKeyHandle key = open(access);
+    requireSuccess(RegSetValueExW(key.get(), getName(), 0, m_type.value_or(REG_NONE),
+                                  static_cast<const BYTE*>(m_data), m_hasData ? m_size : 0));
+}
+
+void RegistryValue::create()
+{
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__),
+               [&] { write(KEY_SET_VALUE); });
+}
+
+void RegistryValue::deleteItem()
+{
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
+        requireWritable();
+        const RegistryKeyHandle key = open(KEY_SET_VALUE);
+        requireSuccess(RegDeleteValueW(key.get(), getName()));
+    });
+}
+
+int RegistryValue::exists() const
+{
+    int found = 0;
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
+        if (RegistryKey::exists() == 0)
+            return;
+        const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
+        const LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, nullptr, nullptr, nullptr);
+        if (status != ERROR_FILE_NOT_FOUND)
+            requireSuccess(status);
+        found = status == ERROR_SUCCESS ? 1 : 0;
+    });
+    return found;
+}
+
+unsigned long RegistryValue::getValueType()
+{
+    if (!m_type)
+        placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
+            const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
+            DWORD type = 0;
+            requireSuccess(RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, nullptr));
+            m_type = type;
+        });
+    return *m_type;
+}
+
+const void* RegistryValue::getData(unsigned long& size)
+{
+    if (!m_hasData)
+        placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
+            const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
+            Blob data;
+            DWORD type = 0;
+            DWORD length = 0;
+            LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, &length);
+            bool known = false; // it may grow between two calls
+            while ((status == ERROR_SUCCESS && !known) || status == ERROR_MORE_DATA) {
+                // Two more characters, so that text ends even where the registry's does not.
+                data.allocate(std::max<std::size_t>(length, data.getSize() * 2), 2 * sizeof(wchar_t));
+                length = static_cast<DWORD>(data.getSize());
+                status = RegQueryValueExW(key.get(), getName(), nullptr, &type,
+                                          static_cast<BYTE*>(data.getData()), &length);
+                known = true;
+            }
+            requireSuccess(status);
+            keep(type, data.release(), length);
+        });
+    size = m_size;
+    return m_data;
+}
+
+void RegistryValue::setData(unsigned long type, const void* data, unsigned long size)
+{
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setData", __LINE__), [&] {
+        if (data == nullptr && size != 0)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        keep(type, data != nullptr ? processheap::copy(data, size, 2 * sizeof(wchar_t)) : nullptr, size);
+    });
+}
+
+void RegistryValue::setValue(unsigned long type, const void* data, unsigned long size)
+{
+    setData(type, data, size);
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__),
+               [&] { write(KEY_SET_VALUE); });
+}
+
+long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
+{
+    RegistryKey::dump(code, stream);
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::dump", __LINE__), [&] {
+        writeString(stream, getName());
+        writeU32(stream, m_type.value_or(REG_NONE));
+        writeU32(stream, m_hasData ? 1 : 0);
+        if (m_hasData)
+            writeBlob(stream, m_data, m_size);
+    });
+    return ERROR_SUCCESS;
+}
+
+long RegistryValue::load(unsigned long code, IInputByteStream& stream)
+{
+    RegistryKey::load(code, stream);
+    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::load", __LINE__), [&] {
+        setName(readText<wchar_t>(stream));
+        const std::uint32_t type = readU32(stream);
+        if (readU32(stream) == 0) {
+            keep(type, nullptr, 0);
+            m_hasData = false;
+            m_type.reset();
+            return;
+        }
+        Blob data;
+        data.read(stream, 2 * sizeof(wchar_t));
+        const std::size_t size = data.getSize();
+        if (size > MAXDWORD)
+            throw static_cast<long>(ERROR_READ_FAULT);
+        keep(type, data.release(), static_cast<unsigned long>(size));
+    });
+    return ERROR_SUCCESS;
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "win32/registry/include/IRegistryKey.h"
+#include "win32/scanengine/include/ScanItem.h"
+
+/// The logged-on user's hive, shared by the keys of one walk.
+using UserHive = SharedPtr<RegistryKeyHandle>;
+
+/// A registry key; see IRegistryKey for what its operations promise.
+class RegistryKey : public ScanItem, public IRegistryKey
+{
+public:
+    RegistryKey() : RegistryKey(kRegistryKeyItem) {}
+    /// Raises an Exception from RegistryKey::RegistryKey: 87 for a null root or path or both views at
+    /// once, 8.
+    RegistryKey(HKEY root, const wchar_t* subKey, unsigned long options);
+    /// For the walk: a key below `parent`, with what the parent knows.
+    RegistryKey(const RegistryKey& parent, HeapStringW&& subKey);
+    RegistryKey(const RegistryKey&) = delete;
+    RegistryKey& operator=(const RegistryKey&) = delete;
+
+    /// The full path, built at the first request and kept.
+    [[nodiscard]] const wchar_t* getPath() const override;
+    /// Sets the sub-key path.
+    void setPath(const wchar_t* path, int expand) override;
+    [[nodiscard]] const IIdentifierW& getIdentifier() const override;
+    void create() override;
+    void deleteItem() override;
+    [[nodiscard]] int exists() const override;
+    [[nodiscard]] HKEY getHKEY() const override;
+    long load(unsigned long code, IInputByteStream& stream) override;
+    long dump(unsigned long code, IOutputByteStream& stream) const override;
+
+protected:
+    explicit RegistryKey(std::uint32_t type) : ScanItem(type) {}
+    RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, unsigned long options);
+    RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey);
+
+    [[nodiscard]] std::wstring_view subKey() const noexcept { return path().view(); }
+    /// What follows the key's full path in the item's.
+    [[nodiscard]] virtual std::wstring_view pathSuffix() const noexcept { return {}; }
+    /// Opens the key. Raises the bare code.
+    [[nodiscard]] RegistryKeyHandle open(REGSAM access, DWORD openOptions = 0) const;
+    /// Raises a bare 5 for a key that was made for reading only.
+    void requireWritable() const;
+    [[nodiscard]] REGSAM view() const noexcept;
+
+private:
+    const CachedPath& fullPath() const;
+
+    HKEY m_root = nullptr;
+    unsigned long m_options = 0;
+    mutable ReadWriteLock m_lock; // guards what is built on first request
+    mutable std::optional<CachedPath> m_fullPath;
+    mutable UserHive m_userHive;
+};
+
+/// The long name of a root key.
+[[nodiscard]] std::wstring_view rootName(HKEY root) noexcept;
+
+/// Whether an opened key is a symbolic link that was opened as itself.
+[[nodiscard]] bool isLinkKey(HKEY key) noexcept;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "core/win32/registry/include/RegistryKey.h"
+#include "core/win32/utils/scanengine/include/ScanPath.h"
+
+/// A registry key that can be walked; see IScanPath. A key's values are reported before its sub-keys.
+class RegistryPath final : public RegistryKey, public ScanPath
+{
+public:
+    /// Raises RegistryKey's failures from RegistryPath::RegistryPath.
+    RegistryPath(HKEY root, const wchar_t* subKey, unsigned long options);
+    /// For the walk: a key below `parent`.
+    RegistryPath(const RegistryPath& parent, HeapStringW&& subKey)
+        : RegistryKey(parent, std::move(subKey)), ScanPath(parent.getLevel() + 1)
+    {
+    }
+
+private:
+    void list(Walk& walk) override;
+    [[nodiscard]] const char* scanPlace() const noexcept override;
+
+    void reportValues(HKEY key, Walk& walk) const;
+    void reportKeys(HKEY key, Walk& walk) const;
+};

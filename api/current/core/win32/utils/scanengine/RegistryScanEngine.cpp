@@ -1,0 +1,30 @@
+#include "core/win32/utils/scanengine/include/RegistryScanEngine.h"
+
+#include <atomic>
+
+#include "core/win32/registry/include/RegistryPath.h"
+
+#define REGISTRY_SCAN_ENGINE_HEADER "core\\win32\\utils\\scanengine\\include\\RegistryScanEngine.h"
+
+using namespace primitives;
+
+namespace {
+std::wstring uniqueName()
+{
+    static std::atomic<unsigned long long> count{0};
+    return L"engine*" + std::to_wstring(count.fetch_add(1, std::memory_order_relaxed));
+}
+} // namespace
+
+RegistryScanEngine::RegistryScanEngine() : RegistryScanEngine(uniqueName().c_str()) {}
+
+void RegistryScanEngine::addPath(HKEY root, const wchar_t* path, unsigned long options)
+{
+    placedStep(PLACE(REGISTRY_SCAN_ENGINE_HEADER, "RegistryScanEngine::addPath", __LINE__),
+               [&] { appendRoot(makeShared<ScanItem, RegistryPath>(root, path, options)); });
+}
+
+const char* RegistryScanEngine::scanPlace() const noexcept
+{
+    return PLACE(REGISTRY_SCAN_ENGINE_HEADER, "RegistryScanEngine::scan", __LINE__);
+}

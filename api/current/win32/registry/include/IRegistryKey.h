@@ -1,0 +1,62 @@
+#pragma once
+
+#include <windows.h>
+
+#include "win32/communication/include/ByteStream.h"
+
+/// Bits of a registry item's options word. 0 behaves like the plain Win32 calls.
+enum RegistryOption : unsigned long
+{
+    kRegistryReadOnly = 0x0001, ///< create, deleteItem and setValue are refused with 5
+    kRegistryView64 = 0x0100,   ///< the 64-bit view of the registry
+    kRegistryView32 = 0x0200    ///< the 32-bit view; both views together are refused with 87
+};
+
+/// What registry items have in common. The operations raise an Exception with the system's Win32 code.
+struct IRegistryItem
+{
+    virtual ~IRegistryItem() = default;
+    /// The full path: the root's long name, a backslash and the sub-key path; for a value another backslash
+    /// and its name follow. Any root that is not HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE, HKEY_USERS or
+    /// HKEY_CURRENT_CONFIG is called "HKEY_CURRENT_USER". Owned by the item.
+    [[nodiscard]] virtual const wchar_t* getPath() const = 0;
+    /// Makes the key with all missing parents, or writes the value into its key, which must exist.
+    virtual void create() = 0;
+    /// Removes the value, or the key with everything below it. Links below it are removed, not their targets.
+    /// When something cannot be removed the code is raised at once: what was removed until then is gone, the
+    /// rest, with all keys above it, is left. A key without a sub-key path, a whole root, is refused with 87.
+    virtual void deleteItem() = 0;
+    /// Nonzero when the key or value is there. Raises the system's code when it cannot tell.
+    [[nodiscard]] virtual int exists() const = 0;
+    /// The handle to open under: the root, or for HKEY_CURRENT_USER the hive of the logged-on user, which is
+    /// opened once (ImpersonateCurrentUser, RegOpenCurrentUser for reading). Owned by the item.
+    [[nodiscard]] virtual HKEY getHKEY() const = 0;
+    /// Reads and writes the item's state; see ScanItem for the bits of `code`. The path text is the sub-key
+    /// path. Own fields: the root as the low 32 bits of its predefined handle (any other handle as
+    /// HKEY_CURRENT_USER) and the options word, u32 each.
+    virtual long load(unsigned long code, IInputByteStream& stream) = 0;
+    virtual long dump(unsigned long code, IOutputByteStream& stream) const = 0;
+};
+
+/// A registry key.
+struct IRegistryKey : IRegistryItem
+{
+};
+
+/// A value of a registry key. Own fields of its serialized form after those of its key: the name (string),
+/// the type (u32), whether data is known (u32: 0 or 1), and if so the data as a blob.
+struct IRegistryValue : IRegistryItem
+{
+    /// The value's name, empty for a key's default value. Owned by the item.
+    [[nodiscard]] virtual const wchar_t* getName() const noexcept = 0;
+    /// The value's type (REG_SZ, ...), as set, as the scan that found it saw it, or as the registry says now.
+    [[nodiscard]] virtual unsigned long getValueType() = 0;
+    /// The data that was set, or else the value's data, read at the first call and kept. `size` receives its
+    /// length in bytes. Owned by the item, valid until it is changed; may be null when `size` is 0.
+    virtual const void* getData(unsigned long& size) = 0;
+    /// Keeps a type and a copy of `size` bytes for create to write. Raises 87 for null data of a size other
+    /// than 0, or 8; the old data is kept then.
+    virtual void setData(unsigned long type, const void* data, unsigned long size) = 0;
+    /// The same, and writes it to the registry.
+    virtual void setValue(unsigned long type, const void* data, unsigned long size) = 0;
+};
