@@ -12,8 +12,12 @@
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
+#include "core/win32/utils/threadpool/api.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
 
 #define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
+#define THREAD_POOL_API "core\\win32\\utils\\threadpool\\api.h"
+#define POOL_PLACE(function) PLACE(THREAD_POOL_API, function, __LINE__)
 #define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
 
 using boundary::createFrame;
@@ -77,6 +81,65 @@ void* fileItem(const char* place, const wchar_t* name, bool argumentsGiven, Make
             throw Exception(place, ERROR_NOT_ENOUGH_MEMORY);
         }
     });
+}
+
+/// A status operation on a pool. What sets it apart: a handle that has been closed gives 487, and a worker
+/// that calls it is not suspended inside.
+template <class Operation>
+long poolFrame(const char* place, void* pool, Operation&& operation) noexcept
+{
+    const THPThread::InsideLibrary inside;
+    const long code = statusFrame(place, threadPools(), pool, std::forward<Operation>(operation));
+    if (code != ERROR_INVALID_HANDLE)
+        return code;
+    return statusFrame([&]() -> long {
+        return threadPools().isClosed(pool) ? ERROR_INVALID_ADDRESS : ERROR_INVALID_HANDLE;
+    });
+}
+
+template <class Key, class Call>
+long queueWork(void* pool, Key category, Key work, Call&& call, const HashMessageW& arguments,
+               ITHPWorkItem::ScheduleOption option, void** instance) noexcept
+{
+    return poolFrame(POOL_PLACE("THPQueueWork"), pool, [&](ThreadPool& object) {
+        return object.queueWork({category, work}, std::forward<Call>(call), arguments, option, instance);
+    });
+}
+
+template <class... Keys>
+long suspendWork(void* pool, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPSuspendWork"), pool,
+                     [&](ThreadPool& object) { return object.suspendWork(THPWorkKey(keys...)); });
+}
+
+template <class... Keys>
+long resumeWork(void* pool, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPResumeWork"), pool,
+                     [&](ThreadPool& object) { return object.resumeWork(THPWorkKey(keys...)); });
+}
+
+template <class... Keys>
+long cancelWork(void* pool, IThreadPool::OperationType operation, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPCancelWork"), pool,
+                     [&](ThreadPool& object) { return object.cancelWork(THPWorkKey(keys...), operation); });
+}
+
+template <class... Keys>
+long waitForWork(void* pool, unsigned long timeout, void* extraHandle, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPWait"), pool, [&](ThreadPool& object) {
+        return object.wait(THPWorkKey(keys...), timeout, extraHandle);
+    });
+}
+
+template <class... Keys>
+long isWorkRunning(void* pool, int& running, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPIsRunning"), pool,
+                     [&](ThreadPool& object) { running = object.isRunning(THPWorkKey(keys...)) ? 1 : 0; });
 }
 } // namespace
 
@@ -248,4 +311,204 @@ long FSEngineClear(void* engine)
 int CloseFileScanEngine(void* engine)
 {
     return fileScanEngines().close(engine);
+}
+
+// ---- Thread pool
+
+void* THPCreateThreadPool(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return createFrame(POOL_PLACE("THPCreateThreadPool"), POOL_PLACE("THPCreateThreadPool"), threadPools(),
+                       name, [] { return new ThreadPool; });
+}
+
+void* THPOpenThreadPool(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return threadPools().lookup(name);
+}
+
+int THPCloseThreadpool(void* pool)
+{
+    const THPThread::InsideLibrary inside;
+    return threadPools().close(pool);
+}
+
+long THPCreateCategory(void* pool, const wchar_t* category, const THPCategoryOptions& options)
+{
+    return poolFrame(POOL_PLACE("THPCreateCategory"), pool,
+                     [&](ThreadPool& object) { object.createCategory(THPIdentifier(category), options); });
+}
+
+long THPCreateCategory(void* pool, unsigned long category, const THPCategoryOptions& options)
+{
+    return poolFrame(POOL_PLACE("THPCreateCategory"), pool,
+                     [&](ThreadPool& object) { object.createCategory(THPIdentifier(category), options); });
+}
+
+long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work, THPWorkFunction function,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, function, arguments, option, instance);
+}
+
+long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work, ITHPWorkItem& object,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, object, arguments, option, instance);
+}
+
+long THPQueueWork(void* pool, unsigned long category, unsigned long work, THPWorkFunction function,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, function, arguments, option, instance);
+}
+
+long THPQueueWork(void* pool, unsigned long category, unsigned long work, ITHPWorkItem& object,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, object, arguments, option, instance);
+}
+
+long THPSuspendWork(void* pool, const wchar_t* category)
+{
+    return suspendWork(pool, category);
+}
+
+long THPSuspendWork(void* pool, unsigned long category)
+{
+    return suspendWork(pool, category);
+}
+
+long THPSuspendWork(void* pool, const wchar_t* category, const wchar_t* work)
+{
+    return suspendWork(pool, category, work);
+}
+
+long THPSuspendWork(void* pool, unsigned long category, unsigned long work)
+{
+    return suspendWork(pool, category, work);
+}
+
+long THPResumeWork(void* pool, const wchar_t* category)
+{
+    return resumeWork(pool, category);
+}
+
+long THPResumeWork(void* pool, unsigned long category)
+{
+    return resumeWork(pool, category);
+}
+
+long THPResumeWork(void* pool, const wchar_t* category, const wchar_t* work)
+{
+    return resumeWork(pool, category, work);
+}
+
+long THPResumeWork(void* pool, unsigned long category, unsigned long work)
+{
+    return resumeWork(pool, category, work);
+}
+
+long THPCancelWork(void* pool)
+{
+    return poolFrame(POOL_PLACE("THPCancelWork"), pool,
+                     [](ThreadPool& object) { return object.cancelWork(); });
+}
+
+long THPCancelWork(void* pool, const wchar_t* category, IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category);
+}
+
+long THPCancelWork(void* pool, unsigned long category, IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category);
+}
+
+long THPCancelWork(void* pool, const wchar_t* category, const wchar_t* work,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work);
+}
+
+long THPCancelWork(void* pool, unsigned long category, unsigned long work,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work);
+}
+
+long THPCancelWork(void* pool, const wchar_t* category, const wchar_t* work, void* instance,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work, instance);
+}
+
+long THPCancelWork(void* pool, unsigned long category, unsigned long work, void* instance,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work, instance);
+}
+
+long THPWait(void* pool, const wchar_t* category, unsigned long timeout, void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category);
+}
+
+long THPWait(void* pool, unsigned long category, unsigned long timeout, void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category);
+}
+
+long THPWait(void* pool, const wchar_t* category, const wchar_t* work, unsigned long timeout,
+             void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work);
+}
+
+long THPWait(void* pool, unsigned long category, unsigned long work, unsigned long timeout, void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work);
+}
+
+long THPWait(void* pool, void* instance, const wchar_t* category, const wchar_t* work, unsigned long timeout,
+             void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work, instance);
+}
+
+long THPWait(void* pool, void* instance, unsigned long category, unsigned long work, unsigned long timeout,
+             void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work, instance);
+}
+
+long THPIsRunning(void* pool, const wchar_t* category, int& running)
+{
+    return isWorkRunning(pool, running, category);
+}
+
+long THPIsRunning(void* pool, unsigned long category, int& running)
+{
+    return isWorkRunning(pool, running, category);
+}
+
+long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, int& running)
+{
+    return isWorkRunning(pool, running, category, work);
+}
+
+long THPIsRunning(void* pool, unsigned long category, unsigned long work, int& running)
+{
+    return isWorkRunning(pool, running, category, work);
+}
+
+long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, void* instance, int& running)
+{
+    return isWorkRunning(pool, running, category, work, instance);
+}
+
+long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* instance, int& running)
+{
+    return isWorkRunning(pool, running, category, work, instance);
 }

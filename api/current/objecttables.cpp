@@ -5,11 +5,13 @@
 
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
 
 namespace {
 struct ObjectTables
 {
     // Destroyed from the last to the first.
+    ObjectManager<SharedPtr<ThreadPool>> threadPools;
     ObjectManager<SharedPtr<ScanItem>> scanItems;
     ObjectManager<SharedPtr<FileScanEngine>> fileScanEngines;
 };
@@ -28,6 +30,11 @@ union Storage
 void destroyObjectTables() noexcept
 {
     storage.tables.~ObjectTables();
+}
+
+ObjectManager<SharedPtr<ThreadPool>>& threadPools() noexcept
+{
+    return storage.tables.threadPools;
 }
 
 ObjectManager<SharedPtr<ScanItem>>& scanItems() noexcept

@@ -161,6 +161,13 @@ public:
     }
     using IMessageHandler::onMessage;
 
+    /// Whether the number was ever given out as a handle, and its entry has been closed since.
+    [[nodiscard]] bool isClosed(void* handle)
+    {
+        const Locker locker(m_tableLock);
+        return handle != nullptr && number(handle) <= m_slots.size() && !m_slots[number(handle) - 1];
+    }
+
     /// How many entries are open now.
     [[nodiscard]] std::size_t getCount()
     {
