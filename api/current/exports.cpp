@@ -1,5 +1,7 @@
 // Every exported function: its frame and one call. Failures end here and become Win32 codes.
 
+#include "core/win32/utils/communication/api.h"
+#include "core/win32/utils/communication/include/MessageTopic.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
@@ -14,8 +16,11 @@
 #include "core/win32/utils/strings/include/TextSearch.h"
 #include "core/win32/utils/threadpool/api.h"
 #include "core/win32/utils/threadpool/include/ThreadPool.h"
+#include "objecttables.h"
 
 #define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
+#define COMMUNICATION_API "core\\win32\\utils\\communication\\api.h"
+#define TOPIC_PLACE(function) PLACE(COMMUNICATION_API, function, __LINE__)
 #define THREAD_POOL_API "core\\win32\\utils\\threadpool\\api.h"
 #define POOL_PLACE(function) PLACE(THREAD_POOL_API, function, __LINE__)
 #define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
@@ -140,6 +145,50 @@ long isWorkRunning(void* pool, int& running, Keys... keys) noexcept
 {
     return poolFrame(POOL_PLACE("THPIsRunning"), pool,
                      [&](ThreadPool& object) { running = object.isRunning(THPWorkKey(keys...)) ? 1 : 0; });
+}
+
+/// The name of the topic that is known by a number.
+std::wstring topicName(unsigned long number)
+{
+    return L"#" + std::to_wstring(number);
+}
+
+template <class Operation>
+long topicFrame(const char* place, const TopicHandle& topic, Operation&& operation) noexcept
+{
+    const THPThread::InsideLibrary inside;
+    return statusFrame(place, messageTopics(), topic.get(), std::forward<Operation>(operation));
+}
+
+template <class Subscriber>
+long subscribe(const TopicHandle& topic, Subscriber& subscriber) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicSubscribe"), topic,
+                      [&](MessageTopic& object) { object.subscribe(subscriber); });
+}
+
+template <class Subscriber>
+long unsubscribe(const TopicHandle& topic, Subscriber& subscriber, unsigned long timeout) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicUnsubscribe"), topic,
+                      [&](MessageTopic& object) { object.unsubscribe(subscriber, timeout); });
+}
+
+template <class Type>
+long send(const TopicHandle& topic, const Type& message, Type& reply, unsigned long value,
+          void* context) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicSendMessage"), topic, [&](MessageTopic& object) {
+        const THPThread::OutsideLibrary outside; // handlers may be suspended
+        object.sendMessage(message, reply, value, context);
+    });
+}
+
+template <class Type>
+long post(const TopicHandle& topic, const Type& message, unsigned long value) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicPostMessage"), topic,
+                      [&](MessageTopic& object) { object.postMessage(message, value); });
 }
 } // namespace
 
@@ -511,4 +560,172 @@ long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, void
 long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* instance, int& running)
 {
     return isWorkRunning(pool, running, category, work, instance);
+}
+
+// ---- Message topics
+
+TopicHandle CreateMessageTopic(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return createFrame(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
+                       TOPIC_PLACE("CreateMessageTopic"), messageTopics(), name,
+                       [&] { return new MessageTopic(name); });
+}
+
+TopicHandle CreateMessageTopic(unsigned long number)
+{
+    return resultFrame<TopicHandle>(INVALID_HANDLE_VALUE,
+                                    [&] { return CreateMessageTopic(topicName(number).c_str()); });
+}
+
+TopicHandle OpenMessageTopic(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return messageTopics().lookup(name);
+}
+
+TopicHandle OpenMessageTopic(unsigned long number)
+{
+    return resultFrame<TopicHandle>(INVALID_HANDLE_VALUE,
+                                    [&] { return OpenMessageTopic(topicName(number).c_str()); });
+}
+
+int CloseMessageTopic(void* topic)
+{
+    const THPThread::InsideLibrary inside;
+    return messageTopics().close(topic);
+}
+
+long TopicGetNameByHandle(const TopicHandle& topic, const wchar_t** name)
+{
+    const THPThread::InsideLibrary inside;
+    return statusFrame([&]() -> long {
+        if (const long code = messageTopics().getName(topic.get(), name); code != ERROR_SUCCESS)
+            throw Exception(PLACE(COMMUNICATION_API, "TopicGetNameByHandle", 711),
+                            static_cast<unsigned long>(code));
+        return ERROR_SUCCESS;
+    });
+}
+
+long TopicSubscribe(const TopicHandle& topic, IMessageHandler& handler)
+{
+    return subscribe(topic, handler);
+}
+
+long TopicSubscribe(const TopicHandle& topic, MessageFilter& filter)
+{
+    return subscribe(topic, filter);
+}
+
+long TopicUnsubscribe(const TopicHandle& topic, IMessageHandler& handler, unsigned long timeout)
+{
+    return unsubscribe(topic, handler, timeout);
+}
+
+long TopicUnsubscribe(const TopicHandle& topic, MessageFilter& filter, unsigned long timeout)
+{
+    return unsubscribe(topic, filter, timeout);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const MessageW& message, MessageW& reply, void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const MessageW& message, MessageW& reply, unsigned long value,
+                      void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const DataMessage& message, DataMessage& reply, void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const DataMessage& message, DataMessage& reply,
+                      unsigned long value, void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const ArrayMessage& message, ArrayMessage& reply,
+                      void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const ArrayMessage& message, ArrayMessage& reply,
+                      unsigned long value, void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const HashMessageW& message, HashMessageW& reply,
+                      void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const HashMessageW& message, HashMessageW& reply,
+                      unsigned long value, void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const MessageW& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const MessageW& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const DataMessage& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const DataMessage& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const ArrayMessage& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const ArrayMessage& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const HashMessageW& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const HashMessageW& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicConsumeAll(const TopicHandle& topic, unsigned long timeout)
+{
+    return topicFrame(TOPIC_PLACE("TopicConsumeAll"), topic,
+                      [&](MessageTopic& object) { object.consumeAll(timeout); });
+}
+
+long TopicStopConsumer(const TopicHandle& topic)
+{
+    return topicFrame(TOPIC_PLACE("TopicStopConsumer"), topic,
+                      [](MessageTopic& object) { object.stopWork(); });
+}
+
+long ServeObjectRequests(const wchar_t* className, int serve)
+{
+    return statusFrame([&] { return serveObjectRequests(className, serve != 0); });
 }

@@ -198,10 +198,6 @@ long THPThread::run(THPWorkItem& item) noexcept
     if (!m_cancel.isValid())
         return m_cancelStatus;
     ThreadContext context(item);
-    m_depth = 0;
-    m_gate.leave();
-    const long status = boundary::statusFrame([&] { return item(context, m_cancel.get()); });
-    m_gate.enter();
-    m_depth = 1;
-    return status;
+    const OutsideLibrary outside;
+    return boundary::statusFrame([&] { return item(context, m_cancel.get()); });
 }

@@ -85,6 +85,31 @@ public:
     private:
         THPThread* m_thread;
     };
+    /// While one of these lives the calling thread, if it is a worker, counts as being in the caller's work,
+    /// however often it had entered the library.
+    class OutsideLibrary
+    {
+    public:
+        OutsideLibrary() noexcept : m_thread(current())
+        {
+            if (m_thread == nullptr || (m_depth = std::exchange(m_thread->m_depth, 0U)) == 0)
+                return;
+            m_thread->m_gate.leave();
+        }
+        OutsideLibrary(const OutsideLibrary&) = delete;
+        OutsideLibrary& operator=(const OutsideLibrary&) = delete;
+        ~OutsideLibrary()
+        {
+            if (m_depth == 0)
+                return;
+            m_thread->m_gate.enter();
+            m_thread->m_depth = m_depth;
+        }
+
+    private:
+        THPThread* m_thread;
+        unsigned m_depth = 0;
+    };
 
 private:
     enum class State : std::uint32_t
