@@ -567,26 +567,26 @@ long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* 
 TopicHandle CreateMessageTopic(const wchar_t* name)
 {
     const THPThread::InsideLibrary inside;
-    return createFrame(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
-                       TOPIC_PLACE("CreateMessageTopic"), messageTopics(), name,
-                       [&] { return new MessageTopic(name); });
+    return TopicHandle(createFrame(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
+                                   TOPIC_PLACE("CreateMessageTopic"), messageTopics(), name,
+                                   [&] { return new MessageTopic(name); }));
 }
 
 TopicHandle CreateMessageTopic(unsigned long number)
 {
-    return resultFrame<TopicHandle>(INVALID_HANDLE_VALUE,
+    return resultFrame<TopicHandle>(TopicHandle(INVALID_HANDLE_VALUE),
                                     [&] { return CreateMessageTopic(topicName(number).c_str()); });
 }
 
 TopicHandle OpenMessageTopic(const wchar_t* name)
 {
     const THPThread::InsideLibrary inside;
-    return messageTopics().lookup(name);
+    return TopicHandle(messageTopics().lookup(name));
 }
 
 TopicHandle OpenMessageTopic(unsigned long number)
 {
-    return resultFrame<TopicHandle>(INVALID_HANDLE_VALUE,
+    return resultFrame<TopicHandle>(TopicHandle(INVALID_HANDLE_VALUE),
                                     [&] { return OpenMessageTopic(topicName(number).c_str()); });
 }
 
