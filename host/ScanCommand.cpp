@@ -66,6 +66,7 @@ public:
             results().writeLine(LR"({"type":"summary","files":)" + std::to_wstring(m_files) +
                                 LR"(,"folders":)" + std::to_wstring(m_folders) + LR"(,"bytes":)" +
                                 std::to_wstring(m_bytes) + LR"(,"code":)" + std::to_wstring(code) + L"}");
+        results().flush(); // so that the counts come after what they count
         messages().writeLine((code == ERROR_CANCELLED ? L"cancelled; found so far: " : L"found ") + counts());
     }
 

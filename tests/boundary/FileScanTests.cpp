@@ -10,13 +10,12 @@
 #include "support/KernelCalls.h"
 #include "support/Scan.h"
 
-namespace
-{
+namespace {
 std::wstring wide(const std::string& utf8)
 {
     std::wstring text(utf8.size(), L'\0');
-    text.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()),
-                                                             text.data(), static_cast<int>(text.size()))));
+    text.resize(static_cast<std::size_t>(MultiByteToWideChar(
+        CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), text.data(), static_cast<int>(text.size()))));
     return text;
 }
 
@@ -113,8 +112,9 @@ TEST(FileScan, RefusedFoldersAreNotWalked)
 {
     Collector collector;
     const TestEngine engine(collector);
-    EXPECT_EQ(engine.scan(testFolder() + L"\\tree", 65535, nullptr, L"*.tmp", L"many:010,denied:010,?dd*:010"),
-              ERROR_SUCCESS);
+    EXPECT_EQ(
+        engine.scan(testFolder() + L"\\tree", 65535, nullptr, L"*.tmp", L"many:010,denied:010,?dd*:010"),
+        ERROR_SUCCESS);
     for (const auto& [path, count] : collector.paths) {
         EXPECT_EQ(path.find(L"\\many"), std::wstring::npos);
         EXPECT_EQ(path.find(L"report"), std::wstring::npos);
@@ -262,7 +262,9 @@ TEST(FileScan, HandlersMayChangeTheEngine)
     EXPECT_EQ(collector.calls, 3);
 
     addTwice();
-    collector.action = [&](const Notification&, const SharedPtr<ScanItem>&) { FSEngineClearHandlers(engine.handle); };
+    collector.action = [&](const Notification&, const SharedPtr<ScanItem>&) {
+        FSEngineClearHandlers(engine.handle);
+    };
     EXPECT_EQ(engine.rescan(), ERROR_NOT_FOUND);
     EXPECT_EQ(collector.calls, 1);
     FSEngineRegisterHandler(engine.handle, collector, kLeafFound, 0, 0);
@@ -337,7 +339,11 @@ TEST(FileScan, ReparsePointsThatAreNoLinksAreWalked)
         DWORD tag;
         bool walked;
     } rows[] = {
-        {IO_REPARSE_TAG_MOUNT_POINT, false}, {IO_REPARSE_TAG_SYMLINK, false}, {0, false}, {0x9000001A, true}, {0x80000013, true},
+        {IO_REPARSE_TAG_MOUNT_POINT, false},
+        {IO_REPARSE_TAG_SYMLINK, false},
+        {0, false},
+        {0x9000001A, true},
+        {0x80000013, true},
     };
     const auto disguise = [](DWORD tag, WIN32_FIND_DATAW* entry) {
         if (std::wstring(entry->cFileName) == L"ünïcödé") {
@@ -371,8 +377,9 @@ TEST(FileScan, SeveralScansOfOneEngineAtATime)
     FSEngineAddPath(engine, (testFolder() + L"\\tree\\many").c_str(), 0);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
-        threads.emplace_back(
-            [&] { EXPECT_EQ(FSEngineScan(engine, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS); });
+        threads.emplace_back([&] {
+            EXPECT_EQ(FSEngineScan(engine, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+        });
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(calls, 200000);

@@ -53,8 +53,8 @@ public:
         ScanOptions options;
         options.depthGiven = 1;
         options.depth = static_cast<std::uint16_t>(depth);
-        return FSEngineScan(handle, cancelEvent, SharedPtr<IScanValidator>(DllGetScanValidator(filters, ignores)),
-                            options);
+        return FSEngineScan(handle, cancelEvent,
+                            SharedPtr<IScanValidator>(DllGetScanValidator(filters, ignores)), options);
     }
 
     void* handle;
@@ -74,9 +74,11 @@ inline std::wstring scratchFolder()
     static long count = 0;
     wchar_t temporary[MAX_PATH];
     GetTempPathW(MAX_PATH, temporary);
-    std::wstring folder = std::wstring(temporary) + L"sysmaint-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                          std::to_wstring(++count);
-    CreateDirectoryW(folder.c_str(), nullptr);
+    std::wstring folder;
+    do
+        folder = std::wstring(temporary) + L"sysmaint-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                 std::to_wstring(++count);
+    while (!CreateDirectoryW(folder.c_str(), nullptr)); // process numbers come again
     return folder;
 }
 

@@ -23,8 +23,8 @@ struct IFileSystemItem
 /// a blob. `create` makes it anew, empty or with the data that was set.
 struct IFile : IFileSystemItem
 {
-    /// The file's size in bytes: as the scan that found it saw it, otherwise as the system says now. Raises an
-    /// Exception.
+    /// The file's size in bytes: as the scan that found it saw it, otherwise as the system says now. Raises
+    /// an Exception.
     [[nodiscard]] virtual unsigned long long getSize() const = 0;
     /// The file's whole content, read at the first call and kept. A file that is missing is created empty.
     /// `size` receives the count of bytes. Owned by the item, valid until it is changed; may be null when

@@ -144,8 +144,21 @@ bool pathExists(const wchar_t* path)
     WIN32_FIND_DATAW data;
     const Win32Path target(path);
     const FindHandle search(FindFirstFileW(target, &data));
-    if (search.isValid())
-        return true;
+    if (search.isValid()) {
+        // To a search "report." is a pattern that "report" matches, so here the name found has a say too.
+        const std::wstring_view text(path);
+        if (text.empty() || text.back() != L'.')
+            return true;
+        const std::wstring_view name = text.substr(text.find_last_of(L"\\/:") + 1);
+        if (name == L"." || name == L"..")
+            return true;
+        do {
+            if (CompareStringOrdinal(data.cFileName, -1, name.data(), static_cast<int>(name.size()), TRUE) ==
+                CSTR_EQUAL)
+                return true;
+        } while (FindNextFileW(search.get(), &data));
+        return false;
+    }
     switch (const DWORD code = GetLastError()) {
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:

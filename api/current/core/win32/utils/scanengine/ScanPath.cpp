@@ -1,5 +1,6 @@
 #include "core/win32/utils/scanengine/include/ScanPath.h"
 
+#include <algorithm>
 #include <atomic>
 #include <optional>
 
@@ -18,21 +19,20 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
                     const ScanOptions& options)
 {
     clearResults();
-    Walk walk{cancelEvent, validator, options, *this, {}};
+    Walk walk{cancelEvent, validator, options, *this, {}, {}, {}};
     if (options.depth > m_level) {
         try {
-            list(walk);
+            listInto(*this, walk);
         } catch (const ListingFailure& failure) {
             throw failure.reason;
         }
     }
 
     std::optional<Exception> firstFailure;
-    while (!walk.queue.empty() && !walk.poll()) {
-        const ScanItemHandle handle = std::move(walk.queue.front());
-        walk.queue.pop_front();
-        SharedPtr<ScanItem> item;
-        if (const long code = scanItems().get(handle.get(), item); code != ERROR_SUCCESS)
+    while (lookUpNext(walk) && !walk.poll()) {
+        const auto [code, item] = walk.next.front();
+        walk.next.pop_front();
+        if (code != ERROR_SUCCESS)
             throw Exception(scanPlace(), static_cast<unsigned long>(code));
         auto* path = dynamic_cast<ScanPath*>(item.get());
         if (path == nullptr) // somebody closed our handle, and the number went to another item
@@ -40,7 +40,7 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
         if (options.depth <= path->m_level)
             continue;
         try {
-            path->list(walk);
+            listInto(*path, walk);
         } catch (const ListingFailure& failure) {
             if (!firstFailure)
                 firstFailure.emplace(failure.reason);
@@ -73,11 +73,60 @@ void ScanPath::reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std:
 {
     if (!report(walk, item, kContainerFound) || isLink || walk.options.depth <= level)
         return;
-    const std::wstring key = scanItemKey(walkName().c_str(), item->getIdentifier().getIdentifier());
-    void* handle = scanItems().registerObject(key.c_str(), item);
-    if (handle == INVALID_HANDLE_VALUE)
-        throw Exception(PLACE(SCAN_PATH_HEADER, "ScanPath::reportContainer", __LINE__));
-    walk.queue.emplace_back(handle);
+    walk.found.push_back(item);
+}
+
+void ScanPath::listInto(ScanPath& path, Walk& walk)
+{
+    try {
+        path.list(walk);
+    } catch (const ListingFailure&) {
+        enqueueFound(walk); // what was found before the failure is walked all the same
+        throw;
+    }
+    enqueueFound(walk);
+}
+
+// Looks up the containers at the front of the queue, many under one lock: its kernel calls are most of what a
+// container costs. Returns false when none waits any more.
+bool ScanPath::lookUpNext(Walk& walk)
+{
+    constexpr std::size_t kMost = 64;
+    if (walk.next.empty() && !walk.queue.empty()) {
+        const auto last =
+            walk.queue.begin() + static_cast<std::ptrdiff_t>(std::min(kMost, walk.queue.size()));
+        std::vector<void*> handles;
+        handles.reserve(kMost);
+        for (auto handle = walk.queue.begin(); handle != last; ++handle)
+            handles.push_back(handle->get());
+        std::vector<Looked> looked(handles.size());
+        auto at = looked.begin();
+        scanItems().takeObjects(handles, [&](long code, const SharedPtr<ScanItem>& item) {
+            *at++ = {code, item};
+        });
+        for (auto handle = walk.queue.begin(); handle != last; ++handle)
+            static_cast<void>(handle->release());
+        walk.queue.erase(walk.queue.begin(), last);
+        walk.next.assign(looked.begin(), looked.end());
+    }
+    return !walk.next.empty();
+}
+
+// All containers of one listing are filed under one lock: its kernel calls are most of what a container
+// costs.
+void ScanPath::enqueueFound(Walk& walk)
+{
+    if (walk.found.empty() || walk.cancelled)
+        return;
+    primitives::placedStep(PLACE(SCAN_PATH_HEADER, "ScanPath::enqueueFound", __LINE__), [&] {
+        scanItems().registerObjects(
+            walk.found,
+            [](const SharedPtr<ScanItem>& item) {
+                return scanItemKey(walkName().c_str(), item->getIdentifier().getIdentifier());
+            },
+            [&](void* handle) { walk.queue.push_back(ScanItemHandle(handle)); });
+    });
+    walk.found.clear();
 }
 
 void ScanPath::clearResults()

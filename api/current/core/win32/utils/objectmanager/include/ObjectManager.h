@@ -51,15 +51,19 @@ public:
             if (name == nullptr)
                 throw static_cast<long>(ERROR_INVALID_PARAMETER);
             const Locker locker(m_tableLock);
-            if (findAndOpen(name) != nullptr)
-                throw static_cast<long>(ERROR_ALREADY_EXISTS);
-            // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): guarded turns it into 8
-            const SharedPtr<Reference> entry(new Reference{1, object, CachedIdentifierW(name)});
-            if (!entry->object)
-                throw static_cast<long>(ERROR_INVALID_ADDRESS);
-            SetLastError(ERROR_SUCCESS);
-            return insert(entry);
+            return file(name, object);
         });
+    }
+
+    /// Files several objects under one lock, in order; `nameOf` gives each its name, `filed` takes its
+    /// handle. Raises the code of the first that cannot be filed as a bare long, as registerObject would set
+    /// it; those before it stay.
+    template <class Objects, class NameOf, class Filed>
+    void registerObjects(const Objects& objects, NameOf&& nameOf, Filed&& filed)
+    {
+        const Locker locker(m_tableLock);
+        for (const ObjectPtr& object : objects)
+            filed(file(nameOf(object).c_str(), object));
     }
 
     /// The handle of the entry of that name, opened once more. On failure returns the invalid handle with
@@ -116,23 +120,33 @@ public:
     {
         const DWORD lastError = GetLastError();
         try {
-            SharedPtr<Reference> released; // let go of after the lock
-            {
-                const Locker locker(m_tableLock);
-                Reference& entry = entryOf(handle);
-                if (entry.openCount > 1) {
-                    --entry.openCount;
-                    return 1;
-                }
-                std::list<std::uintptr_t> freed{number(handle)};
-                m_names.erase(entry.name);
-                released.swap(m_slots[number(handle) - 1]);
-                m_freed.splice(m_freed.end(), freed);
-            }
+            SharedPtr<Reference> removed; // let go of after the lock
+            const Locker locker(m_tableLock);
+            release(handle, removed);
             return 1;
         } catch (...) {
             SetLastError(lastError);
             return 0;
+        }
+    }
+
+    /// get and close in one step for several handles under one lock. Calls `taken` in order with the code of
+    /// each, as get returns it, and its object; an entry whose code is not 0 stays as it is. `taken` must not
+    /// raise.
+    template <class Handles, class Taken>
+    void takeObjects(const Handles& handles, Taken&& taken)
+    {
+        std::vector<SharedPtr<Reference>> removed(handles.size()); // let go of after the lock
+        const Locker locker(m_tableLock);
+        std::size_t index = 0;
+        for (void* handle : handles) {
+            ObjectPtr object;
+            const long code = boundary::statusFrame([&]() -> long {
+                object = entryOf(handle).object;
+                release(handle, removed[index++]);
+                return ERROR_SUCCESS;
+            });
+            taken(code, object);
         }
     }
 
@@ -269,6 +283,33 @@ private:
         if (!entry.object)
             throw static_cast<long>(ERROR_INVALID_ADDRESS);
         return entry;
+    }
+
+    // The steps below run under the table's lock.
+
+    void* file(const wchar_t* name, const ObjectPtr& object)
+    {
+        if (findAndOpen(name) != nullptr)
+            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): guarded turns it into 8
+        const SharedPtr<Reference> entry(new Reference{1, object, CachedIdentifierW(name)});
+        if (!entry->object)
+            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+        SetLastError(ERROR_SUCCESS);
+        return insert(entry);
+    }
+
+    void release(void* handle, SharedPtr<Reference>& removed)
+    {
+        Reference& entry = entryOf(handle);
+        if (entry.openCount > 1) {
+            --entry.openCount;
+            return;
+        }
+        std::list<std::uintptr_t> freed{number(handle)}; // before any change: it may fail
+        m_names.erase(entry.name);
+        removed.swap(m_slots[number(handle) - 1]);
+        m_freed.splice(m_freed.end(), freed);
     }
 
     void* findAndOpen(const wchar_t* name)

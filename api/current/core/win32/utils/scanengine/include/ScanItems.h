@@ -32,6 +32,8 @@ public:
     }
 
     [[nodiscard]] void* get() const noexcept { return m_handle; }
+    /// Gives the opening away without closing it.
+    [[nodiscard]] void* release() noexcept { return std::exchange(m_handle, nullptr); }
 
 private:
     void* m_handle;

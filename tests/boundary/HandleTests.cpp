@@ -1,0 +1,295 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <thread>
+
+#include "core/win32/utils/strings/api.h"
+#include "support/Scan.h"
+
+namespace {
+void* const kInvalid = INVALID_HANDLE_VALUE;
+
+void* number(std::uintptr_t value)
+{
+    return reinterpret_cast<void*>(value);
+}
+} // namespace
+
+// Null names, null arguments and handles that are not open: the code arrives, and nothing has changed.
+TEST(Handles, WrongArgumentsGiveTheirCode)
+{
+    Collector handler;
+    NotifyProvider provider;
+    const SharedPtr<IScanValidator> validator;
+    SharedPtr<ScanItem> item;
+    SharedPtr<ScanItem> none;
+    int flag = 0;
+
+    void* engine = CreateFileScanEngine(L"arguments");
+    void* file = CreateFileW(L"arguments", L"C:\\windows", 0);
+    void* next = CreateFileScanEngine(L"arguments 2");
+    CloseFileScanEngine(next);
+
+    const struct
+    {
+        const char* call;
+        std::function<void*()> make;
+        DWORD code;
+    } makers[] = {
+        {"CreateFileScanEngine", [] { return CreateFileScanEngine(nullptr); }, ERROR_INVALID_PARAMETER},
+        {"OpenFileScanEngine", [] { return OpenFileScanEngine(nullptr); }, ERROR_INVALID_PARAMETER},
+        {"OpenFileScanEngine", [] { return OpenFileScanEngine(L"Arguments"); },
+         ERROR_NOT_FOUND}, // case counts
+        {"CreateFileW", [] { return CreateFileW(nullptr, L"x", 0); }, ERROR_INVALID_PARAMETER},
+        {"CreateFileW", [] { return CreateFileW(L"x", nullptr, 0); }, ERROR_INVALID_PARAMETER},
+        {"CreateFilePath", [] { return CreateFilePath(nullptr, L"x", 0, 0); }, ERROR_INVALID_PARAMETER},
+        {"CreateFilePath", [] { return CreateFilePath(L"x", nullptr, 1, 0); }, ERROR_INVALID_PARAMETER},
+        {"CreateScanItem", [&] { return CreateScanItem(nullptr, item); }, ERROR_INVALID_PARAMETER},
+        {"CreateScanItem", [&] { return CreateScanItem(L"x", none); }, ERROR_INVALID_ADDRESS},
+        {"OpenScanItem", [] { return OpenScanItem(nullptr, L"x"); }, ERROR_INVALID_PARAMETER},
+        {"OpenScanItem", [] { return OpenScanItem(L"x", nullptr); }, ERROR_INVALID_PARAMETER},
+        {"OpenScanItem", [] { return OpenScanItem(L"x", L"x"); }, ERROR_NOT_FOUND},
+    };
+    for (const auto& row : makers) {
+        SetLastError(0);
+        EXPECT_EQ(row.make(), kInvalid) << row.call;
+        EXPECT_EQ(GetLastError(), row.code) << row.call;
+    }
+
+    const struct
+    {
+        const char* call;
+        std::function<long(void*)> use;
+    } users[] = {
+        {"FSEngineAddPath", [](void* h) { return FSEngineAddPath(h, L"C:\\", 0); }},
+        {"FSEngineRegisterHandler", [&](void* h) { return FSEngineRegisterHandler(h, handler, 0, 0, 0); }},
+        {"FSEngineRegisterHandlers", [&](void* h) { return FSEngineRegisterHandlers(h, provider, 0, 0); }},
+        {"FSEngineScan", [&](void* h) { return FSEngineScan(h, nullptr, validator, {}); }},
+        {"FSEngineClearHandlers", [](void* h) { return FSEngineClearHandlers(h); }},
+        {"FSEngineClear", [](void* h) { return FSEngineClear(h); }},
+        {"GetScanItemByHandle", [&](void* h) { return GetScanItemByHandle(h, item); }},
+        {"ScanItemExists", [&](void* h) { return ScanItemExists(h, &flag); }},
+    };
+    // The closed engine's number may be open in the family of items, so that is asked for engines alone.
+    for (void* handle : {number(0), kInvalid, number(99999), next}) {
+        for (const auto& row : users) {
+            if (handle == next && row.call[0] != 'F')
+                continue;
+            EXPECT_EQ(row.use(handle), ERROR_INVALID_HANDLE) << row.call;
+        }
+    }
+    for (void* handle : {number(0), kInvalid, number(99999), next}) {
+        SetLastError(4711);
+        EXPECT_EQ(CloseFileScanEngine(handle), 0);
+        EXPECT_EQ(GetLastError(), 4711U);
+        if (handle != next) {
+            EXPECT_EQ(CloseScanItem(handle), 0);
+        }
+    }
+
+    EXPECT_EQ(FSEngineAddPath(engine, nullptr, 0), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(ScanItemExists(file, nullptr), ERROR_INVALID_PARAMETER);
+    // The roots of an engine are filed under its name: a file item there is no folder.
+    EXPECT_EQ(FSEngineAddPath(engine, L"C:\\windows", 0), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(FSEngineScan(engine, nullptr, validator, {}), ERROR_SUCCESS) << "a refused root was added";
+
+    EXPECT_EQ(DllGetFile(nullptr, 1), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(DllGetDirectory(nullptr, 0), nullptr);
+
+    EXPECT_EQ(ScanItemExists(file, &flag), ERROR_SUCCESS);
+    EXPECT_EQ(flag, 1);
+    EXPECT_EQ(CreateFileScanEngine(L"arguments 3"), next) << "failed calls have used up a handle";
+    CloseFileScanEngine(next);
+    CloseFileScanEngine(engine);
+    CloseScanItem(file);
+}
+
+TEST(Handles, AreSharedByNameAndReusedOldestFreedFirst)
+{
+    void* a = CreateFileScanEngine(L"a");
+    void* b = CreateFileScanEngine(L"b");
+    EXPECT_EQ(CreateFileScanEngine(L"a"), a);
+    EXPECT_EQ(OpenFileScanEngine(L"a"), a);
+    for (int opened = 3; opened > 0; --opened) {
+        EXPECT_EQ(FSEngineClear(a), ERROR_SUCCESS);
+        EXPECT_NE(CloseFileScanEngine(a), 0);
+    }
+    EXPECT_EQ(FSEngineClear(a), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(CloseFileScanEngine(a), 0);
+    CloseFileScanEngine(b);
+    EXPECT_EQ(CreateFileScanEngine(L"c"), a);
+    EXPECT_EQ(CreateFileScanEngine(L"d"), b);
+    CloseFileScanEngine(a);
+    CloseFileScanEngine(b);
+
+    // An item goes on living while somebody holds it.
+    void* handle = CreateFileW(L"name", L"C:\\windows", 0);
+    EXPECT_EQ(OpenScanItem(L"name", L"C:\\windows"), handle);
+    SharedPtr<ScanItem> item;
+    ASSERT_EQ(GetScanItemByHandle(handle, item), ERROR_SUCCESS);
+    CloseScanItem(handle);
+    CloseScanItem(handle);
+    EXPECT_EQ(item->getType(), static_cast<std::uint32_t>(kFileItem));
+    EXPECT_NE(item->exists(), 0);
+    EXPECT_EQ(CreateScanItem(L"other", item), handle);
+    CloseScanItem(handle);
+}
+
+// Eight threads on the same few names: one object per name, none closed under its user, none left behind.
+TEST(Handles, AreSafeForManyThreads)
+{
+    CloseScanItem(CreateFileW(L"warm", L"up", 0));
+    void* before = CreateFileW(L"before", L"x", 0);
+    CloseScanItem(before);
+    const DWORD handles = processHandleCount();
+    std::vector<std::thread> threads;
+    std::atomic<long> failures{0};
+    for (int thread = 0; thread < 8; ++thread)
+        threads.emplace_back([&, thread] {
+            for (int turn = 0; turn < 1500; ++turn) {
+                const std::wstring path = L"C:\\windows\\" + std::to_wstring((turn + thread) % 3);
+                void* handle = (turn & 1) != 0 ? CreateFileW(L"shared", path.c_str(), 0)
+                                               : CreateFilePath(L"shared", path.c_str(), 0, 0);
+                SharedPtr<ScanItem> item;
+                if (handle == kInvalid || GetScanItemByHandle(handle, item) != ERROR_SUCCESS ||
+                    path != item->getPath())
+                    ++failures;
+                if (void* again = OpenScanItem(L"shared", path.c_str());
+                    again != handle || CloseScanItem(again) == 0)
+                    ++failures;
+                if (CloseScanItem(handle) == 0)
+                    ++failures;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    threads.clear();
+    EXPECT_EQ(failures, 0);
+    EXPECT_LE(processHandleCount(), handles);
+    for (int name = 0; name < 3; ++name)
+        EXPECT_EQ(OpenScanItem(L"shared", (L"C:\\windows\\" + std::to_wstring(name)).c_str()), kInvalid);
+}
+
+TEST(Validator, TextsAreTakenApartOrRefusedWhole)
+{
+    const auto count = [](const wchar_t* filters, const wchar_t* ignores) {
+        const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
+        return validator ? static_cast<long>(validator->getFilterCount() * 100 + validator->getIgnoreCount())
+                         : -1L;
+    };
+    EXPECT_EQ(count(L"*.tmp,*.log:011,Temp:110", L"x"), 301);
+    EXPECT_EQ(count(L"", L""), 0);
+    EXPECT_EQ(count(L",,a,,", L",b:999,c"), 102);
+    EXPECT_EQ(count(nullptr, L"x"), 0);
+    EXPECT_EQ(count(L"x", nullptr), 0);
+    for (const wchar_t* wrong :
+         {L"a:", L"a:0", L"a:01", L"a:0111", L"a:01x", L"a,b:1", L"C:\\x", L":", L"a:-11"}) {
+        EXPECT_EQ(count(wrong, L""), -1) << std::wstring(wrong).c_str();
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+        EXPECT_EQ(count(L"", wrong), -1);
+    }
+    const SharedPtr<IScanValidator> validator(DllGetScanValidator(L"*.tmp,Temp:110", L"x:011"));
+    EXPECT_STREQ(validator->getFilter(1), L"Temp");
+    EXPECT_STREQ(validator->getIgnore(0), L"x");
+    EXPECT_THROW(static_cast<void>(validator->getFilter(2)), Exception);
+    EXPECT_THROW(static_cast<void>(validator->getIgnore(1)), Exception);
+    EXPECT_THROW(validator->addFilter(nullptr, 0, 0, 0), Exception);
+    EXPECT_THROW(validator->addIgnore(nullptr, 0, 0, 0), Exception);
+    EXPECT_EQ(validator->getFilterCount(), 2U);
+    validator->clear();
+    EXPECT_EQ(validator->getFilterCount() + validator->getIgnoreCount(), 0U);
+}
+
+TEST(Validator, Verdicts)
+{
+    void* file = CreateFileW(L"v", L"C:\\Temp\\Report.LOG", 0);
+    void* folder = CreateFilePath(L"v", L"C:\\Temp\\Logs", 0, 0);
+    SharedPtr<ScanItem> leaf;
+    SharedPtr<ScanItem> container;
+    GetScanItemByHandle(file, leaf);
+    GetScanItemByHandle(folder, container);
+    const struct
+    {
+        const wchar_t* filters;
+        const wchar_t* ignores;
+        bool leaf;
+        bool container;
+    } rows[] = {
+        {L"", L"", true, true},
+        {L"*.log", L"", true, true}, // leaf filters let containers through
+        {L"*.tmp", L"", false, true},
+        {L"*.tmp,*.log", L"", true, true},
+        {L"Temp:110", L"", true, false}, // an unknown name of a folder: "Logs"
+        {L"temp:100", L"", true, true},  // in the folder's full path
+        {L"LOGS:110", L"", true, true},
+        {L"C?\\temp\\*:001", L"", true, true}, // ":" cannot stand in a pattern, so "?" does
+        {L"temp:101", L"", true, true},
+        {L"temp:111", L"", false, true}, // not in the leaf's name
+        {L"*:009", L"", true, true},     // an unknown kind is for everything
+        {L"*:211", L"", false, true},    // an unknown mode never matches
+        {L"*:031", L"", false, true},    // nor does an unknown target
+        {L"*:912,*.log", L"", true, true},
+        {L"", L"*.log", false, true},
+        {L"", L"*:010", true, false},
+        {L"", L"log:109", false, false},
+        {L"", L"*:311,*:041", true, true},
+        {L"*.log", L"report:111", false, true},
+        {L"nothing:111,*:010", L"", true, true},
+    };
+    for (const auto& row : rows) {
+        const SharedPtr<IScanValidator> validator(DllGetScanValidator(row.filters, row.ignores));
+        // Stored and read back it decides the same.
+        MemoryOutputByteStream stored;
+        validator->dump(0, stored);
+        MemoryInputByteStream stream(stored.getData(), stored.getSize());
+        const SharedPtr<IScanValidator> loaded(DllGetScanValidator());
+        loaded->load(0, stream);
+        for (const auto& each : {validator, loaded}) {
+            EXPECT_EQ(each->validate(*leaf), row.leaf) << std::wstring(row.filters).c_str();
+            EXPECT_EQ(each->validate(*container), row.container) << std::wstring(row.filters).c_str();
+        }
+        // A stream that is cut short adds nothing.
+        for (std::size_t length = 0; length < stored.getSize(); ++length) {
+            MemoryInputByteStream cut(stored.getData(), length);
+            EXPECT_THROW(loaded->load(0, cut), Exception);
+        }
+        EXPECT_EQ(loaded->getFilterCount(), validator->getFilterCount());
+        EXPECT_EQ(loaded->getIgnoreCount(), validator->getIgnoreCount());
+    }
+    CloseScanItem(file);
+    CloseScanItem(folder);
+}
+
+TEST(Strings, SearchTokensAndCharacters)
+{
+    const wchar_t* text = L"The Größe of thE thing";
+    EXPECT_EQ(_wcsistr(text, L"THE"), text);
+    EXPECT_EQ(_wcsistr(text, L"the t"), text + 13);
+    EXPECT_EQ(_wcsistr(text, L"GRÖ"), text + 4);
+    EXPECT_EQ(_wcsistr(text, L""), text);
+    EXPECT_EQ(_wcsistr(text, L"things"), nullptr);
+    const wchar_t* repeated = L"aaab";
+    EXPECT_EQ(_wcsistr(repeated, L"AAB"), repeated + 1);
+    EXPECT_EQ(_wcsistr(nullptr, L"x"), nullptr);
+    EXPECT_EQ(_wcsistr(text, nullptr), nullptr);
+
+    wchar_t token[4] = L"...";
+    unsigned long needed = 0;
+    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 0, token, 4, &needed), ERROR_SUCCESS);
+    EXPECT_STREQ(token, L"ab");
+    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 1, token, 4, nullptr), ERROR_SUCCESS);
+    EXPECT_STREQ(token, L"c");
+    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 2, token, 4, nullptr), ERROR_NOT_FOUND);
+    EXPECT_EQ(GetTokenW(L"abcd", L",", 0, token, 4, &needed), ERROR_MORE_DATA);
+    EXPECT_EQ(needed, 4U);
+    EXPECT_STREQ(token, L"c") << "nothing is written beyond the room there is";
+    EXPECT_EQ(GetTokenW(nullptr, L",", 0, token, 4, nullptr), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(GetTokenW(L"a", nullptr, 0, token, 4, nullptr), ERROR_INVALID_PARAMETER);
+
+    wchar_t entry[] = L"a:b:c";
+    EXPECT_EQ(SetFirstCharW(entry, L':', L'\0'), entry + 1);
+    EXPECT_STREQ(entry, L"a");
+    EXPECT_EQ(SetFirstCharW(entry, L':', L'x'), nullptr);
+    EXPECT_EQ(SetFirstCharW(nullptr, L':', L'x'), nullptr);
+}
