@@ -13,7 +13,7 @@ namespace {
 struct ObjectTables
 {
     // Destroyed from the last to the first.
-    ObjectManager<SharedPtr<ThreadPool>> threadPools;
+    ObjectManager<ThreadPoolPtr> threadPools;
     ObjectManager<SharedPtr<ScanItem>> scanItems;
     ObjectManager<SharedPtr<FileScanEngine>> fileScanEngines;
     ObjectManager<MessageTopicPtr> messageTopics; // they hold pools, and call handlers that may hold anything
@@ -91,7 +91,7 @@ void destroyObjectTables() noexcept
     storage.tables.~ObjectTables();
 }
 
-ObjectManager<SharedPtr<ThreadPool>>& threadPools() noexcept
+ObjectManager<ThreadPoolPtr>& threadPools() noexcept
 {
     return storage.tables.threadPools;
 }

@@ -1,5 +1,7 @@
 #include "core/win32/utils/communication/include/MessageTopic.h"
 
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+
 using primitives::placedStep;
 
 namespace {
@@ -195,6 +197,8 @@ bool MessageTopic::endWork(void* instance, bool restart) noexcept
 
 void MessageTopic::dismiss() noexcept
 {
+    if (isProcessEnding())
+        return;
     const THPThread::InsideLibrary inside;
     std::vector<void*> instances;
     {

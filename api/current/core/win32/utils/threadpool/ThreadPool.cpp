@@ -1,5 +1,13 @@
 #include "core/win32/utils/threadpool/include/ThreadPool.h"
 
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+
+void DismissPool::operator()(ThreadPool* pool) const noexcept
+{
+    if (!isProcessEnding())
+        delete pool;
+}
+
 ThreadPool::~ThreadPool()
 {
     for (const auto& [key, category] : m_categories)

@@ -46,5 +46,12 @@ private:
     std::map<THPIdentifier, CategoryPtr> m_categories;
 };
 
+/// Destroys a pool, unless the process is ending and its threads are gone already.
+struct DismissPool
+{
+    void operator()(ThreadPool* pool) const noexcept;
+};
+using ThreadPoolPtr = SharedPtr<ThreadPool, DismissPool>;
+
 /// The table of all thread pools.
-[[nodiscard]] ObjectManager<SharedPtr<ThreadPool>>& threadPools() noexcept;
+[[nodiscard]] ObjectManager<ThreadPoolPtr>& threadPools() noexcept;
