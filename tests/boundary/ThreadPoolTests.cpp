@@ -527,7 +527,7 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
     const DWORD testThread = GetCurrentThreadId();
     std::atomic<bool> idleFails{false};
     waits.setHook([&](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
-        if (GetCurrentThreadId() == testThread || !idleFails.exchange(false))
+        if (GetCurrentThreadId() == testThread || !idleFails)
             return original(count, handles, all, timeout);
         SetLastError(1450);
         return WAIT_FAILED;
@@ -596,15 +596,18 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 
         // A worker cannot wait for work any more: it ends, and a new thread does what follows.
         CountedImport<"CreateThread", decltype(&CreateThread)> threads(dll);
+        ProcessCounts withoutWorker = ProcessCounts::now();
+        --withoutWorker.threads;
         idleFails = true;
-        int runs = 1;
-        while (threads.calls() == 0 && runs < 10000) {
-            ASSERT_EQ(fresh.queue(1, last), ERROR_SUCCESS);
-            ASSERT_EQ(fresh.wait(1, INFINITE), ERROR_SUCCESS);
-            ++runs;
-        }
+        ASSERT_EQ(fresh.queue(1, last), ERROR_SUCCESS);
+        ASSERT_EQ(fresh.wait(1, INFINITE), ERROR_SUCCESS);
+        EXPECT_TRUE(withoutWorker.isReachedAgain());
+        idleFails = false;
+        EXPECT_EQ(threads.calls(), 0);
+        ASSERT_EQ(fresh.queue(1, last), ERROR_SUCCESS);
+        EXPECT_EQ(fresh.wait(1, INFINITE), ERROR_SUCCESS);
         EXPECT_EQ(threads.calls(), 1);
-        EXPECT_EQ(last.begun, runs);
+        EXPECT_EQ(last.begun, 3);
         fresh.close();
     }
     EXPECT_TRUE(before.isReachedAgain());
