@@ -81,7 +81,8 @@ SYSMAINT_API long THPResumeWork(void* pool, unsigned long category, unsigned lon
 
 // ---- Cancelling. Queued work is taken out and ends as cancelled; the operation decides what happens to
 // running work (IThreadPool::OperationType). Nothing that matches is no failure. Work that cancels itself
-// and waits does not wait for itself. Codes: 87 an operation that does not exist, or a null instance.
+// and waits does not wait for itself. If a thread cannot be told, the others are all the same, and the code
+// says so. Codes: 87 an operation that does not exist, or a null instance.
 
 /// All work of the pool, with CancelAndReturn.
 SYSMAINT_API long THPCancelWork(void* pool);
