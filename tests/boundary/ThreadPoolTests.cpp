@@ -577,7 +577,9 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
         // The cancelled item's event cannot be reset: the next item must not be cancelled by it.
         resets.failCall(1, FALSE, 1450);
         EXPECT_EQ(THPCancelWork(pool.handle, kCategory, 2UL, Operation::CancelAndWait), ERROR_SUCCESS);
-        Work clean([](IThreadContext&, HANDLE cancel) -> long { return WaitForSingleObject(cancel, 0); });
+        Work clean([](IThreadContext&, HANDLE cancel) -> long {
+            return static_cast<long>(WaitForSingleObject(cancel, 0));
+        });
         ASSERT_EQ(pool.queue(3, clean), ERROR_SUCCESS);
         EXPECT_EQ(pool.wait(3), WAIT_TIMEOUT);
 
