@@ -7,6 +7,8 @@
 #include "core/win32/registry/include/RegistryPath.h"
 #include "core/win32/registry/include/RegistryValue.h"
 #include "core/win32/registry/include/UserSession.h"
+#include "core/win32/utils/communication/api.h"
+#include "core/win32/utils/communication/include/MessageTopic.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
@@ -20,8 +22,15 @@
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
+#include "core/win32/utils/threadpool/api.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
+#include "objecttables.h"
 
 #define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
+#define COMMUNICATION_API "core\\win32\\utils\\communication\\api.h"
+#define TOPIC_PLACE(function) PLACE(COMMUNICATION_API, function, __LINE__)
+#define THREAD_POOL_API "core\\win32\\utils\\threadpool\\api.h"
+#define POOL_PLACE(function) PLACE(THREAD_POOL_API, function, __LINE__)
 #define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
 
 #define REGISTRY_API "core\\win32\\registry\\api.h"
@@ -88,6 +97,109 @@ void* fileItem(const char* place, const wchar_t* name, bool argumentsGiven, Make
             throw Exception(place, ERROR_NOT_ENOUGH_MEMORY);
         }
     });
+}
+
+/// A status operation on a pool. What sets it apart: a handle that has been closed gives 487, and a worker
+/// that calls it is not suspended inside.
+template <class Operation>
+long poolFrame(const char* place, void* pool, Operation&& operation) noexcept
+{
+    const THPThread::InsideLibrary inside;
+    const long code = statusFrame(place, threadPools(), pool, std::forward<Operation>(operation));
+    if (code != ERROR_INVALID_HANDLE)
+        return code;
+    return statusFrame([&]() -> long {
+        return threadPools().isClosed(pool) ? ERROR_INVALID_ADDRESS : ERROR_INVALID_HANDLE;
+    });
+}
+
+template <class Key, class Call>
+long queueWork(void* pool, Key category, Key work, Call&& call, const HashMessageW& arguments,
+               ITHPWorkItem::ScheduleOption option, void** instance) noexcept
+{
+    return poolFrame(POOL_PLACE("THPQueueWork"), pool, [&](ThreadPool& object) {
+        return object.queueWork({category, work}, std::forward<Call>(call), arguments, option, instance);
+    });
+}
+
+template <class... Keys>
+long suspendWork(void* pool, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPSuspendWork"), pool,
+                     [&](ThreadPool& object) { return object.suspendWork(THPWorkKey(keys...)); });
+}
+
+template <class... Keys>
+long resumeWork(void* pool, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPResumeWork"), pool,
+                     [&](ThreadPool& object) { return object.resumeWork(THPWorkKey(keys...)); });
+}
+
+template <class... Keys>
+long cancelWork(void* pool, IThreadPool::OperationType operation, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPCancelWork"), pool,
+                     [&](ThreadPool& object) { return object.cancelWork(THPWorkKey(keys...), operation); });
+}
+
+template <class... Keys>
+long waitForWork(void* pool, unsigned long timeout, void* extraHandle, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPWait"), pool, [&](ThreadPool& object) {
+        return object.wait(THPWorkKey(keys...), timeout, extraHandle);
+    });
+}
+
+template <class... Keys>
+long isWorkRunning(void* pool, int& running, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPIsRunning"), pool,
+                     [&](ThreadPool& object) { running = object.isRunning(THPWorkKey(keys...)) ? 1 : 0; });
+}
+
+/// The name of the topic that is known by a number.
+std::wstring topicName(unsigned long number)
+{
+    return L"#" + std::to_wstring(number);
+}
+
+template <class Operation>
+long topicFrame(const char* place, const TopicHandle& topic, Operation&& operation) noexcept
+{
+    const THPThread::InsideLibrary inside;
+    return statusFrame(place, messageTopics(), topic.get(), std::forward<Operation>(operation));
+}
+
+template <class Subscriber>
+long subscribe(const TopicHandle& topic, Subscriber& subscriber) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicSubscribe"), topic,
+                      [&](MessageTopic& object) { object.subscribe(subscriber); });
+}
+
+template <class Subscriber>
+long unsubscribe(const TopicHandle& topic, Subscriber& subscriber, unsigned long timeout) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicUnsubscribe"), topic,
+                      [&](MessageTopic& object) { object.unsubscribe(subscriber, timeout); });
+}
+
+template <class Type>
+long send(const TopicHandle& topic, const Type& message, Type& reply, unsigned long value,
+          void* context) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicSendMessage"), topic, [&](MessageTopic& object) {
+        const THPThread::OutsideLibrary outside; // handlers may be suspended
+        object.sendMessage(message, reply, value, context);
+    });
+}
+
+template <class Type>
+long post(const TopicHandle& topic, const Type& message, unsigned long value) noexcept
+{
+    return topicFrame(TOPIC_PLACE("TopicPostMessage"), topic,
+                      [&](MessageTopic& object) { object.postMessage(message, value); });
 }
 } // namespace
 
@@ -417,4 +529,372 @@ void* CreateRegistryPath(const wchar_t* name, HKEY root, const wchar_t* subKey, 
 long ImpersonateCurrentUser()
 {
     return impersonateLoggedOnUser();
+}
+
+// ---- Thread pool
+
+void* THPCreateThreadPool(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return createFrame(POOL_PLACE("THPCreateThreadPool"), POOL_PLACE("THPCreateThreadPool"), threadPools(),
+                       name, [] { return new ThreadPool; });
+}
+
+void* THPOpenThreadPool(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return threadPools().lookup(name);
+}
+
+int THPCloseThreadpool(void* pool)
+{
+    const THPThread::InsideLibrary inside;
+    return threadPools().close(pool);
+}
+
+long THPCreateCategory(void* pool, const wchar_t* category, const THPCategoryOptions& options)
+{
+    return poolFrame(POOL_PLACE("THPCreateCategory"), pool,
+                     [&](ThreadPool& object) { object.createCategory(THPIdentifier(category), options); });
+}
+
+long THPCreateCategory(void* pool, unsigned long category, const THPCategoryOptions& options)
+{
+    return poolFrame(POOL_PLACE("THPCreateCategory"), pool,
+                     [&](ThreadPool& object) { object.createCategory(THPIdentifier(category), options); });
+}
+
+long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work, THPWorkFunction function,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, function, arguments, option, instance);
+}
+
+long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work, ITHPWorkItem& object,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, object, arguments, option, instance);
+}
+
+long THPQueueWork(void* pool, unsigned long category, unsigned long work, THPWorkFunction function,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, function, arguments, option, instance);
+}
+
+long THPQueueWork(void* pool, unsigned long category, unsigned long work, ITHPWorkItem& object,
+                  const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option, void** instance)
+{
+    return queueWork(pool, category, work, object, arguments, option, instance);
+}
+
+long THPSuspendWork(void* pool, const wchar_t* category)
+{
+    return suspendWork(pool, category);
+}
+
+long THPSuspendWork(void* pool, unsigned long category)
+{
+    return suspendWork(pool, category);
+}
+
+long THPSuspendWork(void* pool, const wchar_t* category, const wchar_t* work)
+{
+    return suspendWork(pool, category, work);
+}
+
+long THPSuspendWork(void* pool, unsigned long category, unsigned long work)
+{
+    return suspendWork(pool, category, work);
+}
+
+long THPResumeWork(void* pool, const wchar_t* category)
+{
+    return resumeWork(pool, category);
+}
+
+long THPResumeWork(void* pool, unsigned long category)
+{
+    return resumeWork(pool, category);
+}
+
+long THPResumeWork(void* pool, const wchar_t* category, const wchar_t* work)
+{
+    return resumeWork(pool, category, work);
+}
+
+long THPResumeWork(void* pool, unsigned long category, unsigned long work)
+{
+    return resumeWork(pool, category, work);
+}
+
+long THPCancelWork(void* pool)
+{
+    return poolFrame(POOL_PLACE("THPCancelWork"), pool,
+                     [](ThreadPool& object) { return object.cancelWork(); });
+}
+
+long THPCancelWork(void* pool, const wchar_t* category, IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category);
+}
+
+long THPCancelWork(void* pool, unsigned long category, IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category);
+}
+
+long THPCancelWork(void* pool, const wchar_t* category, const wchar_t* work,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work);
+}
+
+long THPCancelWork(void* pool, unsigned long category, unsigned long work,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work);
+}
+
+long THPCancelWork(void* pool, const wchar_t* category, const wchar_t* work, void* instance,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work, instance);
+}
+
+long THPCancelWork(void* pool, unsigned long category, unsigned long work, void* instance,
+                   IThreadPool::OperationType operation)
+{
+    return cancelWork(pool, operation, category, work, instance);
+}
+
+long THPWait(void* pool, const wchar_t* category, unsigned long timeout, void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category);
+}
+
+long THPWait(void* pool, unsigned long category, unsigned long timeout, void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category);
+}
+
+long THPWait(void* pool, const wchar_t* category, const wchar_t* work, unsigned long timeout,
+             void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work);
+}
+
+long THPWait(void* pool, unsigned long category, unsigned long work, unsigned long timeout, void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work);
+}
+
+long THPWait(void* pool, void* instance, const wchar_t* category, const wchar_t* work, unsigned long timeout,
+             void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work, instance);
+}
+
+long THPWait(void* pool, void* instance, unsigned long category, unsigned long work, unsigned long timeout,
+             void* extraHandle)
+{
+    return waitForWork(pool, timeout, extraHandle, category, work, instance);
+}
+
+long THPIsRunning(void* pool, const wchar_t* category, int& running)
+{
+    return isWorkRunning(pool, running, category);
+}
+
+long THPIsRunning(void* pool, unsigned long category, int& running)
+{
+    return isWorkRunning(pool, running, category);
+}
+
+long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, int& running)
+{
+    return isWorkRunning(pool, running, category, work);
+}
+
+long THPIsRunning(void* pool, unsigned long category, unsigned long work, int& running)
+{
+    return isWorkRunning(pool, running, category, work);
+}
+
+long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, void* instance, int& running)
+{
+    return isWorkRunning(pool, running, category, work, instance);
+}
+
+long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* instance, int& running)
+{
+    return isWorkRunning(pool, running, category, work, instance);
+}
+
+// ---- Message topics
+
+TopicHandle CreateMessageTopic(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return TopicHandle(createFrame(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
+                                   TOPIC_PLACE("CreateMessageTopic"), messageTopics(), name,
+                                   [&] { return new MessageTopic(name); }));
+}
+
+TopicHandle CreateMessageTopic(unsigned long number)
+{
+    return resultFrame<TopicHandle>(TopicHandle(INVALID_HANDLE_VALUE),
+                                    [&] { return CreateMessageTopic(topicName(number).c_str()); });
+}
+
+TopicHandle OpenMessageTopic(const wchar_t* name)
+{
+    const THPThread::InsideLibrary inside;
+    return TopicHandle(messageTopics().lookup(name));
+}
+
+TopicHandle OpenMessageTopic(unsigned long number)
+{
+    return resultFrame<TopicHandle>(TopicHandle(INVALID_HANDLE_VALUE),
+                                    [&] { return OpenMessageTopic(topicName(number).c_str()); });
+}
+
+int CloseMessageTopic(void* topic)
+{
+    const THPThread::InsideLibrary inside;
+    return messageTopics().close(topic);
+}
+
+long TopicGetNameByHandle(const TopicHandle& topic, const wchar_t** name)
+{
+    const THPThread::InsideLibrary inside;
+    return statusFrame([&]() -> long {
+        if (const long code = messageTopics().getName(topic.get(), name); code != ERROR_SUCCESS)
+            throw Exception(PLACE(COMMUNICATION_API, "TopicGetNameByHandle", 711),
+                            static_cast<unsigned long>(code));
+        return ERROR_SUCCESS;
+    });
+}
+
+long TopicSubscribe(const TopicHandle& topic, IMessageHandler& handler)
+{
+    return subscribe(topic, handler);
+}
+
+long TopicSubscribe(const TopicHandle& topic, MessageFilter& filter)
+{
+    return subscribe(topic, filter);
+}
+
+long TopicUnsubscribe(const TopicHandle& topic, IMessageHandler& handler, unsigned long timeout)
+{
+    return unsubscribe(topic, handler, timeout);
+}
+
+long TopicUnsubscribe(const TopicHandle& topic, MessageFilter& filter, unsigned long timeout)
+{
+    return unsubscribe(topic, filter, timeout);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const MessageW& message, MessageW& reply, void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const MessageW& message, MessageW& reply, unsigned long value,
+                      void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const DataMessage& message, DataMessage& reply, void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const DataMessage& message, DataMessage& reply,
+                      unsigned long value, void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const ArrayMessage& message, ArrayMessage& reply,
+                      void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const ArrayMessage& message, ArrayMessage& reply,
+                      unsigned long value, void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const HashMessageW& message, HashMessageW& reply,
+                      void* context)
+{
+    return send(topic, message, reply, MessageTopic::kNoValue, context);
+}
+
+long TopicSendMessage(const TopicHandle& topic, const HashMessageW& message, HashMessageW& reply,
+                      unsigned long value, void* context)
+{
+    return send(topic, message, reply, value, context);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const MessageW& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const MessageW& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const DataMessage& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const DataMessage& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const ArrayMessage& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const ArrayMessage& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const HashMessageW& message)
+{
+    return post(topic, message, MessageTopic::kNoValue);
+}
+
+long TopicPostMessage(const TopicHandle& topic, const HashMessageW& message, unsigned long value)
+{
+    return post(topic, message, value);
+}
+
+long TopicConsumeAll(const TopicHandle& topic, unsigned long timeout)
+{
+    return topicFrame(TOPIC_PLACE("TopicConsumeAll"), topic,
+                      [&](MessageTopic& object) { object.consumeAll(timeout); });
+}
+
+long TopicStopConsumer(const TopicHandle& topic)
+{
+    return topicFrame(TOPIC_PLACE("TopicStopConsumer"), topic,
+                      [](MessageTopic& object) { object.stopWork(); });
+}
+
+long ServeObjectRequests(const wchar_t* className, int serve)
+{
+    return statusFrame([&] { return serveObjectRequests(className, serve != 0); });
 }

@@ -5,15 +5,21 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "core/win32/utils/objectmanager/include/Api.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/MutexLock.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/indexer/include/CachedIdentifierW.h"
+
+/// Of the message topics, which stand on this table, only the name of their closing function is needed here.
+SYSMAINT_API int CloseMessageTopic(void* topic);
 
 #define OBJECT_MANAGER_HEADER "core\\win32\\utils\\objectmanager\\include\\ObjectManager.h"
 
@@ -157,6 +163,25 @@ public:
         });
     }
 
+    /// Keeps the topic over which requests reach the table, with its name; false, and nothing is kept, when
+    /// it has one. Raises 8. To subscribe the table to it is the caller's.
+    bool setRequestTopic(const CachedIdentifierW& name, SmartHandle<CloseMessageTopic>& topic)
+    {
+        const Locker locker(m_creationLock);
+        if (m_requestTopic.isValid())
+            return false;
+        m_requestTopicName = name;
+        m_requestTopic = std::move(topic);
+        return true;
+    }
+    /// Hands the request topic back; not valid when there is none.
+    [[nodiscard]] SmartHandle<CloseMessageTopic> releaseRequestTopic()
+    {
+        const Locker locker(m_creationLock);
+        m_requestTopicName.reset();
+        return std::move(m_requestTopic);
+    }
+
     /// Answers a load or dump request for one object, by name. A load (id 1) takes "ObjectName", "LoadCode"
     /// and "ObjectData" and replies "Status". A dump (id 0) takes "ObjectName", "DumpCode" and the caller's
     /// last copy in "ObjectData"; it replies "Dirty", the new "ObjectData" when that is 1, and "Status".
@@ -174,6 +199,13 @@ public:
         }
     }
     using IMessageHandler::onMessage;
+
+    /// Whether the number was ever given out as a handle, and its entry has been closed since.
+    [[nodiscard]] bool isClosed(void* handle)
+    {
+        const Locker locker(m_tableLock);
+        return handle != nullptr && number(handle) <= m_slots.size() && !m_slots[number(handle) - 1];
+    }
 
     /// How many entries are open now.
     [[nodiscard]] std::size_t getCount()
@@ -395,6 +427,8 @@ private:
             return ERROR_CALL_NOT_IMPLEMENTED;
     }
 
+    std::optional<CachedIdentifierW> m_requestTopicName;
+    SmartHandle<CloseMessageTopic> m_requestTopic;
     MutexLock m_tableLock;
     MutexLock m_creationLock;
     std::vector<SharedPtr<Reference>> m_slots; // indexed by handle minus one; never shrinks

@@ -16,8 +16,34 @@ public:
     void lockWrite() noexcept { AcquireSRWLockExclusive(&m_lock); }
     void unlockWrite() noexcept { ReleaseSRWLockExclusive(&m_lock); }
 
+    /// Leaves the write lock until `condition` is woken or `timeout` milliseconds are over, and takes it
+    /// again. Returns false when the time is over. Whatever was waited for is to be looked at again.
+    bool waitWrite(CONDITION_VARIABLE& condition, DWORD timeout) noexcept
+    {
+        return SleepConditionVariableSRW(&condition, &m_lock, timeout, 0) != 0;
+    }
+
 private:
     SRWLOCK m_lock = SRWLOCK_INIT;
+};
+
+/// How much of a time-out in milliseconds is left.
+class Deadline
+{
+public:
+    explicit Deadline(DWORD timeout) noexcept : m_timeout(timeout), m_begun(GetTickCount64()) {}
+
+    [[nodiscard]] DWORD getLeft() const noexcept
+    {
+        if (m_timeout == INFINITE)
+            return INFINITE;
+        const ULONGLONG passed = GetTickCount64() - m_begun;
+        return passed < m_timeout ? m_timeout - static_cast<DWORD>(passed) : 0;
+    }
+
+private:
+    DWORD m_timeout;
+    ULONGLONG m_begun;
 };
 
 /// Holds a ReadWriteLock, or anything with its read operations, for reading during a scope.

@@ -11,7 +11,8 @@ class SmartHandle
 {
 public:
     SmartHandle() noexcept = default;
-    SmartHandle(void* handle) noexcept : m_handle(handle) {} // NOLINT: handles convert on purpose
+    /// Not implicit: a plain handle given where a SmartHandle is wanted would be closed after the call.
+    explicit SmartHandle(void* handle) noexcept : m_handle(handle) {}
     SmartHandle(SmartHandle&& other) noexcept : m_handle(other.release()) {}
     SmartHandle& operator=(SmartHandle&& other) noexcept
     {

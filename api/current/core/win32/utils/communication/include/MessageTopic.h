@@ -1,0 +1,134 @@
+#pragma once
+
+#include "core/win32/utils/communication/include/SubscriberSet.h"
+#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
+#include "core/win32/utils/threadpool/api.h"
+#include "win32/communication/include/ConsumerQueue.h"
+#include "win32/communication/include/MessageFilter.h"
+
+#define MESSAGE_TOPIC_HEADER "core\\win32\\utils\\communication\\include\\MessageTopic.h"
+
+/// A named channel: filters and handlers, and a queue of posted messages that a consumer on the topic's own
+/// thread pool delivers one after the other. The topic is itself the work that the pool runs.
+///
+/// The operations raise their failures. The exported functions say what each does.
+class MessageTopic final : public ITHPWorkItem
+{
+public:
+    static constexpr const char* kClassName = "MessageTopic";
+    /// In place of a value: the message travels without one.
+    static constexpr std::uint32_t kNoValue = 0xFFFFFFFF;
+
+    /// Raises 87 for a null name and 8 without memory.
+    explicit MessageTopic(const wchar_t* name);
+    MessageTopic(const MessageTopic&) = delete;
+    MessageTopic& operator=(const MessageTopic&) = delete;
+
+    template <class Subscriber>
+    void subscribe(Subscriber& subscriber)
+    {
+        setOf(subscriber).add(subscriber);
+    }
+    template <class Subscriber>
+    void unsubscribe(Subscriber& subscriber, std::uint32_t timeout)
+    {
+        const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::unsubscribe", __LINE__);
+        auto& set = setOf(subscriber);
+        if (!set.contains(subscriber))
+            throw Exception(place, ERROR_NOT_FOUND);
+        const Deadline deadline(timeout);
+        stopAndWait(deadline);
+        // Two threads that unsubscribe each other's handler from inside must not wait for each other.
+        const long code = set.remove(subscriber, !isDelivering(), deadline);
+        if (code != ERROR_SUCCESS)
+            throw Exception(place, static_cast<unsigned long>(code));
+    }
+
+    /// Delivers at once, on the calling thread.
+    template <class MessageType>
+    void sendMessage(const MessageType& message, MessageType& reply, std::uint32_t value, void* context)
+    {
+        const auto call = [&](IMessageHandler& subscriber) {
+            if (value == kNoValue)
+                subscriber.onMessage(message, reply, context);
+            else
+                subscriber.onMessage(message, reply, value, context);
+        };
+        m_filters.deliver(call);
+        m_handlers.deliver(call);
+    }
+
+    /// Queues a copy of the message.
+    template <class MessageType>
+    void postMessage(const MessageType& message, std::uint32_t value)
+    {
+        post({value, makeShared<MessageW, MessageType>(message)});
+    }
+
+    void consumeAll(std::uint32_t timeout);
+    void stopWork();
+
+    [[nodiscard]] std::uint32_t getIDType() const override { return ITHPIdentifier::kNumber; }
+    [[nodiscard]] const wchar_t* getName() const override { return m_name.c_str(); }
+    [[nodiscard]] std::uint32_t getID() const override { return kConsumerWork; }
+    [[nodiscard]] void* getUserData() const override { return nullptr; }
+    /// The consumer, run by the pool.
+    long operator()(IThreadContext& context, void* cancelEvent) override;
+
+    /// Destroys the topic as its last reference goes: stops the consumer and waits for it, unless it is the
+    /// calling thread; then the consumer destroys the topic when it ends.
+    void dismiss() noexcept;
+
+private:
+    /// Value and message.
+    using Posted = std::pair<std::uint32_t, SharedPtr<MessageW>>;
+
+    static constexpr unsigned long kConsumerCategory = 0;
+    static constexpr unsigned long kConsumerWork = 0;
+
+    ~MessageTopic() override = default;
+
+    SubscriberSet<IMessageHandler>& setOf(IMessageHandler&) noexcept { return m_handlers; }
+    SubscriberSet<MessageFilter>& setOf(MessageFilter&) noexcept { return m_filters; }
+
+    void post(const Posted& posted);
+    void consumeItem(const Posted& posted);
+    [[nodiscard]] bool isConsumer() const noexcept { return m_consumerThread == GetCurrentThreadId(); }
+    [[nodiscard]] bool isDelivering() noexcept
+    {
+        return m_handlers.isDelivering() || m_filters.isDelivering();
+    }
+    // These are called with the work lock held.
+    void beginWork();
+    [[nodiscard]] bool isWorking();
+    void stopConsumer();
+    [[nodiscard]] bool isRunning(void* instance) noexcept;
+    // These are called without it.
+    void stopAndWait(const Deadline& deadline);
+    bool endWork(void* instance, bool restart) noexcept;
+
+    HeapStringW m_name;
+    SubscriberSet<IMessageHandler> m_handlers;
+    SubscriberSet<MessageFilter> m_filters;
+    ConsumerQueue<Posted> m_queue;
+
+    // Guards what follows. Held while the pool is asked, never while a subscriber is called.
+    ReadWriteLock m_workLock;
+    SmartHandle<THPCloseThreadpool> m_pool; // once work has begun it stays until the topic dies
+    std::vector<void*> m_instances;         // the consumer work that may not have ended, the latest last
+    bool m_accepting = false;               // the latest will still look at the queue
+    bool m_orphaned = false;                // the consumer that runs is to destroy the topic
+    std::atomic<DWORD> m_consumerThread{0}; // the thread that the consumer runs on, or 0
+};
+
+/// Ends a topic's life as MessageTopic::dismiss says.
+template <class Topic>
+struct DismissTopic
+{
+    void operator()(Topic* topic) const noexcept { topic->dismiss(); }
+};
+using MessageTopicPtr = SharedPtr<MessageTopic, DismissTopic<MessageTopic>>;
+
+/// The table of all topics.
+[[nodiscard]] ObjectManager<MessageTopicPtr>& messageTopics() noexcept;

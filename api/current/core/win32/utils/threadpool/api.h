@@ -1,0 +1,131 @@
+#pragma once
+
+// Thread pools: named pools of worker threads, divided into categories, each with its own threads, options
+// and queue. Work is queued into a category and is known by the key that it was queued under.
+//
+// Categories and work have a name, compared without regard to case, or a number; a name and a number are
+// never equal. Any number of queued items may have one key; each also has an instance, the value that
+// THPQueueWork stores, which is never given out twice.
+//
+// Status functions return a Win32 code. Besides their own: 8 without memory, 6 for a pool handle that was
+// never given out, 487 for one that has been closed, 87 for a null name, 1168 for an unknown category, or
+// the code of a system call that failed. A failing call queues, runs and cancels nothing, unless it says so.
+//
+// Work begins at once on a thread of the category that waits for work, or else on a new thread, as long as
+// the category has not as many as its options allow; then the schedule option decides. A thread that ends
+// its work takes the next from the front of the queue, so within one thread work runs in queue order.
+//
+// While a thread of a pool lives, it holds a reference to this library: FreeLibrary with pools that have
+// threads returns at once, and the library stays loaded until these pools are closed. At the end of the
+// process nothing is waited for.
+
+#include <windows.h>
+
+#include "core/win32/utils/objectmanager/include/Api.h"
+#include "win32/threadpool/include/IThreadPool.h"
+
+// ---- Pools
+
+/// Creates the pool of that name, or opens it. Returns the handle, or the invalid handle with the last error
+/// 87 (null name) or 8.
+SYSMAINT_API void* THPCreateThreadPool(const wchar_t* name);
+/// Opens the pool of that name. Returns the invalid handle with the last error 87, 1168 (no such pool) or 8.
+SYSMAINT_API void* THPOpenThreadPool(const wchar_t* name);
+/// Gives the handle back; nonzero on success, 0 for a handle that is not open. The last reference to a pool,
+/// also those of calls that are under way, cancels all its work, resumes what is suspended, ends the threads
+/// and waits for them without end: work must watch its cancel event. A thread of the pool itself does not
+/// wait for itself but ends after its work. Not to be called while the system loads or unloads a module.
+SYSMAINT_API int THPCloseThreadpool(void* pool);
+
+/// Creates a category. Codes: 183 it exists. What the options hold is found out when a thread is made.
+SYSMAINT_API long THPCreateCategory(void* pool, const wchar_t* category, const THPCategoryOptions& options);
+SYSMAINT_API long THPCreateCategory(void* pool, unsigned long category, const THPCategoryOptions& options);
+
+// ---- Queueing. A category that does not exist is created, without a limit of threads. The arguments are
+// copied; an object must live until its run has ended. `instance` may be null; it receives the item's
+// instance before the work begins, and null on failure.
+//
+// Codes: 87 a null function or an option that does not exist; 1003 all threads are in use and the option is
+// OnlyIfFree; 5023 the category's creation flags are not 0 or 4; the system's for a thread, an event or a
+// priority that was refused.
+
+SYSMAINT_API long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work,
+                               THPWorkFunction function, const HashMessageW& arguments,
+                               ITHPWorkItem::ScheduleOption option, void** instance);
+SYSMAINT_API long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work, ITHPWorkItem& object,
+                               const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option,
+                               void** instance);
+SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long work,
+                               THPWorkFunction function, const HashMessageW& arguments,
+                               ITHPWorkItem::ScheduleOption option, void** instance);
+SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long work, ITHPWorkItem& object,
+                               const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option,
+                               void** instance);
+
+// ---- Suspending and resuming. Threads are suspended in the caller's work, never inside the library: one
+// that is inside, also in a call of its own work, stops when it leaves. A suspended thread that holds a lock
+// of the caller's keeps it. A suspended category also stops the work that is queued into it later, before it
+// begins. Cancelling work, waiting for it without end and closing the pool resume it.
+//
+// Codes: 1168 no thread runs such work, which is also so for work that is still queued; 5023 for suspending
+// what is suspended already. To resume what is not suspended does nothing.
+
+SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category);
+SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category);
+SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category, const wchar_t* work);
+SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category, unsigned long work);
+SYSMAINT_API long THPResumeWork(void* pool, const wchar_t* category);
+SYSMAINT_API long THPResumeWork(void* pool, unsigned long category);
+SYSMAINT_API long THPResumeWork(void* pool, const wchar_t* category, const wchar_t* work);
+SYSMAINT_API long THPResumeWork(void* pool, unsigned long category, unsigned long work);
+
+// ---- Cancelling. Queued work is taken out and ends as cancelled; the operation decides what happens to
+// running work (IThreadPool::OperationType). Nothing that matches is no failure. Work that cancels itself
+// and waits does not wait for itself. If a thread cannot be told, the others are all the same, and the code
+// says so. Codes: 87 an operation that does not exist, or a null instance.
+
+/// All work of the pool, with CancelAndReturn.
+SYSMAINT_API long THPCancelWork(void* pool);
+SYSMAINT_API long THPCancelWork(void* pool, const wchar_t* category, IThreadPool::OperationType operation);
+SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, IThreadPool::OperationType operation);
+SYSMAINT_API long THPCancelWork(void* pool, const wchar_t* category, const wchar_t* work,
+                                IThreadPool::OperationType operation);
+SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned long work,
+                                IThreadPool::OperationType operation);
+SYSMAINT_API long THPCancelWork(void* pool, const wchar_t* category, const wchar_t* work, void* instance,
+                                IThreadPool::OperationType operation);
+SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned long work, void* instance,
+                                IThreadPool::OperationType operation);
+
+// ---- Waiting, for at most `timeout` milliseconds (INFINITE: without end), for the work that is queued or
+// running at the time of the call. `extraHandle` may be null; when it is signalled the wait ends early. The
+// work that calls is never waited for. A wait without end first resumes the whole category: suspended
+// threads are no reason to wait for ever. Threads that are suspended later are for the suspender to resume.
+//
+// Returns 0; 1223 when work that was waited for ended cancelled, and its code when it ended with another one
+// (the first of several); 258 when the time is over; 1223 when `extraHandle` ended the wait; 87 for a null
+// instance. For named work that has already ended: how its latest run ended, as long as it is among the last
+// 64 of its category that did not end with 0; else 0.
+
+SYSMAINT_API long THPWait(void* pool, const wchar_t* category, unsigned long timeout, void* extraHandle);
+SYSMAINT_API long THPWait(void* pool, unsigned long category, unsigned long timeout, void* extraHandle);
+SYSMAINT_API long THPWait(void* pool, const wchar_t* category, const wchar_t* work, unsigned long timeout,
+                          void* extraHandle);
+SYSMAINT_API long THPWait(void* pool, unsigned long category, unsigned long work, unsigned long timeout,
+                          void* extraHandle);
+SYSMAINT_API long THPWait(void* pool, void* instance, const wchar_t* category, const wchar_t* work,
+                          unsigned long timeout, void* extraHandle);
+SYSMAINT_API long THPWait(void* pool, void* instance, unsigned long category, unsigned long work,
+                          unsigned long timeout, void* extraHandle);
+
+// ---- Asking. `running` is set to 1 when such work is queued or running, suspended or not, else to 0; on
+// failure it is left as it was. Codes: 87 a null instance.
+
+SYSMAINT_API long THPIsRunning(void* pool, const wchar_t* category, int& running);
+SYSMAINT_API long THPIsRunning(void* pool, unsigned long category, int& running);
+SYSMAINT_API long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, int& running);
+SYSMAINT_API long THPIsRunning(void* pool, unsigned long category, unsigned long work, int& running);
+SYSMAINT_API long THPIsRunning(void* pool, const wchar_t* category, const wchar_t* work, void* instance,
+                               int& running);
+SYSMAINT_API long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* instance,
+                               int& running);

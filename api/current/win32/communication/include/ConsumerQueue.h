@@ -1,0 +1,187 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/WaitEvent.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+
+/// A queue that many threads put items into and one thread at a time consumes, first in first out.
+///
+/// A waiting consumer is woken through an event, which the first push makes; pushing to a consumer that is
+/// busy makes no kernel call. The queue counts as emptied when it holds no item and none is being consumed.
+template <class Item>
+class ConsumerQueue
+{
+public:
+    ConsumerQueue() = default;
+    ConsumerQueue(const ConsumerQueue&) = delete;
+    ConsumerQueue& operator=(const ConsumerQueue&) = delete;
+
+    /// Puts a copy of `item` at the back. Returns its number for withdraw. Raises the system's code as a bare
+    /// long, or std::bad_alloc; nothing has been put in then.
+    std::uint64_t push(const Item& item)
+    {
+        std::list<Item> added{item};
+        const WriteLocker locker(m_lock);
+        createEvent();
+        if (m_waiting && !m_signalled) {
+            if (!SetEvent(m_available.get()))
+                throw static_cast<long>(GetLastError());
+            m_signalled = true;
+        }
+        m_items.splice(m_items.end(), added);
+        return m_taken + m_items.size() - 1;
+    }
+
+    /// Takes the item of that number back out, if it has not been taken from the front yet and nothing was
+    /// pushed after it. Returns whether it did.
+    bool withdraw(std::uint64_t number) noexcept
+    {
+        std::list<Item> dropped; // let go of after the lock
+        const WriteLocker locker(m_lock);
+        if (m_items.empty() || number != m_taken + m_items.size() - 1)
+            return false;
+        dropped.splice(dropped.begin(), m_items, std::prev(m_items.end()));
+        wakeWhenEmptied();
+        return true;
+    }
+
+    /// Takes items from the front and calls `consumer` with each, outside the queue's lock, until
+    /// `cancelEvent` is signalled, which is asked before each item; waits when there is none. Returns 1223
+    /// then, or the system's code of a wait that failed. What the consumer raises ends the loop and goes on
+    /// to the caller; its item is consumed.
+    template <class Consumer>
+    long consume(HANDLE cancelEvent, Consumer&& consumer)
+    {
+        while (!isCancelled(cancelEvent)) {
+            if (const Taken taken(*this); taken.hasItem()) {
+                consumer(taken.getItem());
+                continue;
+            }
+            if (const long code = waitForItem(cancelEvent); code != ERROR_SUCCESS)
+                return code;
+        }
+        return ERROR_CANCELLED;
+    }
+
+    /// Waits until the queue has been emptied, for at most `timeout` milliseconds. Returns 0, 258, or 1223
+    /// when releaseWaiters was called since `released` was the number of its calls.
+    long waitEmptied(DWORD timeout, std::uint64_t released) noexcept
+    {
+        const Deadline deadline(timeout);
+        const WriteLocker locker(m_lock);
+        while (!isEmptied()) {
+            if (m_released != released)
+                return ERROR_CANCELLED;
+            if (!m_lock.waitWrite(m_emptied, deadline.getLeft()) && deadline.getLeft() == 0)
+                return isEmptied() ? static_cast<long>(ERROR_SUCCESS) : static_cast<long>(WAIT_TIMEOUT);
+        }
+        return ERROR_SUCCESS;
+    }
+
+    /// Ends all waits for the emptied queue: nobody consumes it for the time being.
+    void releaseWaiters() noexcept
+    {
+        const WriteLocker locker(m_lock);
+        ++m_released;
+        WakeAllConditionVariable(&m_emptied);
+    }
+
+    /// How often releaseWaiters was called.
+    [[nodiscard]] std::uint64_t getReleased() noexcept
+    {
+        const ReadLocker locker(m_lock);
+        return m_released;
+    }
+
+    /// Whether items wait to be consumed.
+    [[nodiscard]] bool hasItems() noexcept
+    {
+        const ReadLocker locker(m_lock);
+        return !m_items.empty();
+    }
+
+private:
+    /// One item taken from the front, while it is being consumed.
+    class Taken
+    {
+    public:
+        explicit Taken(ConsumerQueue& queue) noexcept : m_queue(queue)
+        {
+            const WriteLocker locker(queue.m_lock);
+            if (queue.m_items.empty())
+                return;
+            m_item.splice(m_item.begin(), queue.m_items, queue.m_items.begin());
+            ++queue.m_taken;
+            ++queue.m_consuming;
+        }
+        Taken(const Taken&) = delete;
+        Taken& operator=(const Taken&) = delete;
+        ~Taken()
+        {
+            if (!hasItem())
+                return;
+            const WriteLocker locker(m_queue.m_lock);
+            --m_queue.m_consuming;
+            m_queue.wakeWhenEmptied();
+        }
+
+        [[nodiscard]] bool hasItem() const noexcept { return !m_item.empty(); }
+        [[nodiscard]] const Item& getItem() const noexcept { return m_item.front(); }
+
+    private:
+        ConsumerQueue& m_queue;
+        std::list<Item> m_item;
+    };
+
+    void createEvent()
+    {
+        if (m_available.isValid())
+            return;
+        m_available.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        if (!m_available.isValid())
+            throw static_cast<long>(GetLastError());
+    }
+
+    // Returns 0 when there may be an item or the event is signalled, or the system's code.
+    long waitForItem(HANDLE cancelEvent)
+    {
+        HANDLE events[] = {nullptr, cancelEvent};
+        {
+            const WriteLocker locker(m_lock);
+            if (!m_items.empty())
+                return ERROR_SUCCESS;
+            createEvent();
+            if (m_signalled && !ResetEvent(m_available.get()))
+                return static_cast<long>(GetLastError());
+            m_signalled = false;
+            m_waiting = true;
+            events[0] = m_available.get();
+        }
+        const DWORD result = WaitForMultipleObjects(cancelEvent != nullptr ? 2 : 1, events, FALSE, INFINITE);
+        const auto code = result == WAIT_FAILED ? static_cast<long>(GetLastError()) : ERROR_SUCCESS;
+        const WriteLocker locker(m_lock);
+        m_waiting = false;
+        return code;
+    }
+
+    [[nodiscard]] bool isEmptied() const noexcept { return m_items.empty() && m_consuming == 0; }
+
+    void wakeWhenEmptied() noexcept
+    {
+        if (isEmptied())
+            WakeAllConditionVariable(&m_emptied);
+    }
+
+    ReadWriteLock m_lock;
+    std::list<Item> m_items;
+    Win32Handle m_available; // wakes the waiting consumer
+    bool m_waiting = false;
+    bool m_signalled = false;
+    CONDITION_VARIABLE m_emptied = CONDITION_VARIABLE_INIT;
+    std::uint64_t m_taken = 0;    // how many items were taken so far: the number of the one at the front
+    unsigned m_consuming = 0;     // items that are being consumed
+    std::uint64_t m_released = 0; // how often the waits were ended
+};
