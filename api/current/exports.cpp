@@ -1,5 +1,7 @@
 // Every exported function: its frame and one call. Failures end here and become Win32 codes.
 
+#include "core/win32/utils/logger/api.h"
+#include "core/win32/utils/logger/include/Logger.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
@@ -12,9 +14,14 @@
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
+#include "core/win32/utils/wiper/api.h"
+#include "core/win32/utils/wiper/include/BootExecute.h"
+#include "core/win32/utils/wiper/include/Wiper.h"
 
 #define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
 #define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
+#define LOGGER_API "core\\win32\\utils\\logger\\api.h"
+#define LOGGER_PLACE(function) PLACE(LOGGER_API, function, __LINE__)
 
 using boundary::createFrame;
 using boundary::handleFrame;
@@ -248,4 +255,50 @@ long FSEngineClear(void* engine)
 int CloseFileScanEngine(void* engine)
 {
     return fileScanEngines().close(engine);
+}
+
+// ---- Wiper
+
+IWiper* DllGetWiper()
+{
+    return makeObject<IWiper, Wiper>();
+}
+
+long AddBootExecute(const wchar_t* entry)
+{
+    return statusFrame([&] { return bootexecute::add(entry); });
+}
+
+long RemoveBootExecute(const wchar_t* entry)
+{
+    return statusFrame([&] { return bootexecute::remove(entry); });
+}
+
+int BootExecuteIsScheduled(const wchar_t* entry)
+{
+    return resultFrame(0, [&] { return bootexecute::isScheduled(entry) ? 1 : 0; });
+}
+
+// ---- Logger
+
+void* CreateLogger(const wchar_t* name)
+{
+    return createFrame(LOGGER_PLACE("CreateLogger"), LOGGER_PLACE("CreateLogger"), loggers(), name,
+                       [] { return new Logger; });
+}
+
+void* OpenLogger(const wchar_t* name)
+{
+    return loggers().lookup(name);
+}
+
+long WriteLogEntry(void* logger, const wchar_t* module, const wchar_t* message)
+{
+    return statusFrame(LOGGER_PLACE("WriteLogEntry"), loggers(), logger,
+                       [&](Logger& object) { object.writeLogEntry(module, message); });
+}
+
+int CloseLogger(void* logger)
+{
+    return loggers().close(logger);
 }

@@ -3,6 +3,7 @@
 
 #include "objecttables.h"
 
+#include "core/win32/utils/logger/include/Logger.h"
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
 
@@ -12,6 +13,7 @@ struct ObjectTables
     // Destroyed from the last to the first.
     ObjectManager<SharedPtr<ScanItem>> scanItems;
     ObjectManager<SharedPtr<FileScanEngine>> fileScanEngines;
+    ObjectManager<SharedPtr<Logger>> loggers;
 };
 
 /// Built when the library is loaded. Destroyed by destroyObjectTables alone: at the end of a process its
@@ -38,4 +40,9 @@ ObjectManager<SharedPtr<ScanItem>>& scanItems() noexcept
 ObjectManager<SharedPtr<FileScanEngine>>& fileScanEngines() noexcept
 {
     return storage.tables.fileScanEngines;
+}
+
+ObjectManager<SharedPtr<Logger>>& loggers() noexcept
+{
+    return storage.tables.loggers;
 }

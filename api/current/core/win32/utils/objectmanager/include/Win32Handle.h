@@ -67,12 +67,21 @@ struct ModuleTraits
     static void close(HMODULE module) noexcept { FreeLibrary(module); }
 };
 
+struct RegistryKeyTraits
+{
+    using Value = HKEY;
+    static bool isValid(HKEY key) noexcept { return key != nullptr; }
+    static void close(HKEY key) noexcept { RegCloseKey(key); }
+};
+
 /// A file, event, thread or other kernel object.
 using Win32Handle = Win32Owner<KernelHandleTraits>;
 /// A directory search.
 using FindHandle = Win32Owner<FindHandleTraits>;
 /// A loaded module.
 using ModuleHandle = Win32Owner<ModuleTraits>;
+/// An open registry key.
+using RegistryKeyHandle = Win32Owner<RegistryKeyTraits>;
 
 /// Loads a system library from the system directory only: this library runs as administrator and must not
 /// pick up a stranger's file. Empty on failure, with the last error set.
