@@ -118,7 +118,8 @@ public:
                 Name name = readText<Char>(stream);
                 const ParameterPtr parameter = makeShared<Parameter>();
                 requireSuccess(parameter->load(code, stream));
-                m_parameters.insert_or_assign(std::move(name), parameter);
+                // They come in order, unless a stranger wrote them.
+                m_parameters.insert_or_assign(m_parameters.end(), std::move(name), parameter);
             }
         });
         return ERROR_SUCCESS;

@@ -137,16 +137,19 @@ template <class Char>
     return static_cast<Char*>(blob.release());
 }
 
-/// Reads a string into a string object.
+/// Reads a string into a string object; what stands behind its first zero is dropped.
 template <class Char>
 [[nodiscard]] HeapString<Char> readText(IInputByteStream& stream)
 {
-    struct Owner
-    {
-        Char* text;
-        ~Owner() { processheap::release(text); }
-    } const owner{readString<Char>(stream)};
-    return HeapString<Char>(owner.text);
+    const std::size_t size = readBlobLength(stream);
+    if (size == 0 || size % sizeof(Char) != 0)
+        throw static_cast<long>(ERROR_READ_FAULT);
+    HeapString<Char> text(size / sizeof(Char), Char());
+    requireSuccess(stream.read(text.data(), size));
+    if (text.back() != 0)
+        throw static_cast<long>(ERROR_READ_FAULT);
+    text.resize(std::char_traits<Char>::length(text.c_str()));
+    return text;
 }
 
 /// Runs one step of a load or dump; whatever it raises becomes an Exception at `place` with the same code.

@@ -1,5 +1,6 @@
 #include "core/win32/utils/scanengine/include/ScanPath.h"
 
+#include <algorithm>
 #include <atomic>
 #include <optional>
 
@@ -18,7 +19,7 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
                     const ScanOptions& options)
 {
     clearResults();
-    Walk walk{cancelEvent, validator, options, *this, {}, {}};
+    Walk walk{cancelEvent, validator, options, *this, {}, {}, {}};
     if (options.depth > m_level) {
         try {
             listInto(*this, walk);
@@ -28,11 +29,10 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
     }
 
     std::optional<Exception> firstFailure;
-    while (!walk.queue.empty() && !walk.poll()) {
-        ScanItemHandle handle = std::move(walk.queue.front());
-        walk.queue.pop_front();
-        SharedPtr<ScanItem> item;
-        if (const long code = scanItems().take(handle.release(), item); code != ERROR_SUCCESS)
+    while (lookUpNext(walk) && !walk.poll()) {
+        const auto [code, item] = walk.next.front();
+        walk.next.pop_front();
+        if (code != ERROR_SUCCESS)
             throw Exception(scanPlace(), static_cast<unsigned long>(code));
         auto* path = dynamic_cast<ScanPath*>(item.get());
         if (path == nullptr) // somebody closed our handle, and the number went to another item
@@ -85,6 +85,31 @@ void ScanPath::listInto(ScanPath& path, Walk& walk)
         throw;
     }
     enqueueFound(walk);
+}
+
+// Looks up the containers at the front of the queue, many under one lock: its kernel calls are most of what a
+// container costs. Returns false when none waits any more.
+bool ScanPath::lookUpNext(Walk& walk)
+{
+    constexpr std::size_t kMost = 64;
+    if (walk.next.empty() && !walk.queue.empty()) {
+        const auto last =
+            walk.queue.begin() + static_cast<std::ptrdiff_t>(std::min(kMost, walk.queue.size()));
+        std::vector<void*> handles;
+        handles.reserve(kMost);
+        for (auto handle = walk.queue.begin(); handle != last; ++handle)
+            handles.push_back(handle->get());
+        std::vector<Looked> looked(handles.size());
+        auto at = looked.begin();
+        scanItems().takeObjects(handles, [&](long code, const SharedPtr<ScanItem>& item) {
+            *at++ = {code, item};
+        });
+        for (auto handle = walk.queue.begin(); handle != last; ++handle)
+            static_cast<void>(handle->release());
+        walk.queue.erase(walk.queue.begin(), last);
+        walk.next.assign(looked.begin(), looked.end());
+    }
+    return !walk.next.empty();
 }
 
 // All containers of one listing are filed under one lock: its kernel calls are most of what a container

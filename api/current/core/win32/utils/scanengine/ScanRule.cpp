@@ -6,17 +6,23 @@
 
 #include "core/win32/utils/scanengine/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
-#include "core/win32/utils/strings/include/TextSearch.h"
 
 #define SCAN_RULE_HEADER "core\\win32\\utils\\scanengine\\include\\ScanRule.h"
 
 using namespace primitives;
 
-const wchar_t* RuleSubject::name() noexcept
+std::wstring_view RuleSubject::path()
 {
-    if (m_name == nullptr)
-        m_name = PathFindFileNameW(m_path);
-    return m_name;
+    if (!m_foldedPath)
+        m_foldedPath.emplace(m_path);
+    return m_foldedPath->view();
+}
+
+std::wstring_view RuleSubject::name()
+{
+    if (!m_foldedName)
+        m_foldedName.emplace(PathFindFileNameW(m_path));
+    return m_foldedName->view();
 }
 
 ScanRule::ScanRule(const wchar_t* pattern, std::uint32_t mode, std::uint32_t target, std::uint32_t kind)
@@ -35,9 +41,9 @@ void ScanRule::setPattern(const wchar_t* pattern)
     m_hasPattern = true;
 }
 
-bool ScanRule::matches(RuleSubject& subject) const noexcept
+bool ScanRule::matches(RuleSubject& subject) const
 {
-    const wchar_t* text;
+    std::wstring_view text;
     switch (matchTarget) {
     case kMatchPath:
         text = subject.path();
@@ -52,7 +58,7 @@ bool ScanRule::matches(RuleSubject& subject) const noexcept
     case kMatchWildcard:
         return matchesWildcard(text, m_folded);
     case kMatchSubstring:
-        return textsearch::findFolded(text, m_folded) != nullptr;
+        return text.find(m_folded) != std::wstring_view::npos;
     default:
         return false;
     }

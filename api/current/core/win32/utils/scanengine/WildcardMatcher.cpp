@@ -2,11 +2,7 @@
 
 #include <cstddef>
 
-#include "core/win32/utils/strings/include/CaseFolding.h"
-
 namespace {
-using casefolding::fold;
-
 class Matcher
 {
 public:
@@ -26,7 +22,7 @@ public:
             } else if (c == L'[' && m_pattern.find(L']', m_at + 1) != std::wstring_view::npos) {
                 goesOn = matchSet(m_pattern.find(L']', m_at + 1));
             } else {
-                goesOn = take(m_position < m_text.size() && fold(m_text[m_position]) == c, 1);
+                goesOn = take(m_position < m_text.size() && m_text[m_position] == c, 1);
             }
             if (!goesOn)
                 return false;
@@ -35,10 +31,10 @@ public:
     }
 
 private:
-    /// The folded text character at `index`, which may be the end of the text: zero there, as in the pattern.
+    /// The text character at `index`, which may be the end of the text: zero there, as in the pattern.
     [[nodiscard]] wchar_t textAt(std::size_t index) const noexcept
     {
-        return index < m_text.size() ? fold(m_text[index]) : L'\0';
+        return index < m_text.size() ? m_text[index] : L'\0';
     }
     [[nodiscard]] wchar_t patternAt(std::size_t index) const noexcept
     {
@@ -62,13 +58,13 @@ private:
         const wchar_t anchor = m_pattern[m_at + 1];
         const wchar_t after = patternAt(m_at + 2);
         std::size_t next = m_text.size();
-        while (next > 0 && fold(m_text[next - 1]) != anchor)
+        while (next > 0 && m_text[next - 1] != anchor)
             --next;
         if (textAt(next) != after) {
             // Not followed by what must follow: look further on. Before a second star the next character is
             // taken as it comes.
             ++next;
-            while (next <= m_text.size() && after != L'*' && fold(m_text[next - 1]) != anchor)
+            while (next <= m_text.size() && after != L'*' && m_text[next - 1] != anchor)
                 ++next;
             if (next > m_text.size())
                 return false;
@@ -110,7 +106,7 @@ private:
 };
 } // namespace
 
-bool matchesWildcard(std::wstring_view text, std::wstring_view foldedPattern) noexcept
+bool matchesWildcard(std::wstring_view foldedText, std::wstring_view foldedPattern) noexcept
 {
-    return Matcher(text, foldedPattern).run();
+    return Matcher(foldedText, foldedPattern).run();
 }

@@ -8,38 +8,24 @@
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 namespace textsearch {
-namespace {
-/// Looks for a pattern, given by its length and a function that folds its n-th character.
-template <class PatternAt>
-const wchar_t* search(const wchar_t* text, std::size_t length, PatternAt&& patternAt) noexcept
-{
-    if (length == 0)
-        return text;
-    const wchar_t first = patternAt(0);
-    for (; *text != L'\0'; ++text) {
-        if (casefolding::fold(*text) != first)
-            continue;
-        std::size_t i = 1;
-        // The terminator folds to itself and equals no pattern character, so this never runs past the text.
-        while (i < length && casefolding::fold(text[i]) == patternAt(i))
-            ++i;
-        if (i == length)
-            return text;
-    }
-    return nullptr;
-}
-} // namespace
-
-const wchar_t* findFolded(const wchar_t* text, std::wstring_view foldedPattern) noexcept
-{
-    return search(text, foldedPattern.size(), [&](std::size_t i) { return foldedPattern[i]; });
-}
-
 const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept
 {
     if (text == nullptr || pattern == nullptr)
         return nullptr;
-    return search(text, std::wcslen(pattern), [&](std::size_t i) { return casefolding::fold(pattern[i]); });
+    if (*pattern == L'\0')
+        return text;
+    const wchar_t first = casefolding::fold(*pattern);
+    for (; *text != L'\0'; ++text) {
+        if (casefolding::fold(*text) != first)
+            continue;
+        std::size_t i = 1;
+        // The terminator folds to itself and equals no other character, so this never runs past the text.
+        while (pattern[i] != L'\0' && casefolding::fold(text[i]) == casefolding::fold(pattern[i]))
+            ++i;
+        if (pattern[i] == L'\0')
+            return text;
+    }
+    return nullptr;
 }
 
 bool nextToken(std::wstring_view& rest, std::wstring_view separators, std::wstring_view& token) noexcept

@@ -124,17 +124,24 @@ public:
         }
     }
 
-    /// get and close in one step. Returns what get returns; on failure nothing is closed.
-    long take(void* handle, ObjectPtr& object) noexcept
+    /// get and close in one step for several handles under one lock. Calls `taken` in order with the code of
+    /// each, as get returns it, and its object; an entry whose code is not 0 stays as it is. `taken` must not
+    /// raise.
+    template <class Handles, class Taken>
+    void takeObjects(const Handles& handles, Taken&& taken)
     {
-        return boundary::statusFrame([&]() -> long {
-            SharedPtr<Reference> removed; // let go of after the lock
-            const Locker locker(m_tableLock);
-            const ObjectPtr found = entryOf(handle).object;
-            release(handle, removed);
-            object = found;
-            return ERROR_SUCCESS;
-        });
+        std::vector<SharedPtr<Reference>> removed(handles.size()); // let go of after the lock
+        const Locker locker(m_tableLock);
+        std::size_t index = 0;
+        for (void* handle : handles) {
+            ObjectPtr object;
+            const long code = boundary::statusFrame([&]() -> long {
+                object = entryOf(handle).object;
+                release(handle, removed[index++]);
+                return ERROR_SUCCESS;
+            });
+            taken(code, object);
+        }
     }
 
     /// The name that the entry was filed under, valid while the entry is open. Returns 0, 87 (null `name`),

@@ -48,6 +48,14 @@ public:
 
     void swap(SharedPtr& other) noexcept { std::swap(m_block, other.m_block); }
 
+    /// Makes an object of a class derived from T inside the count block, with one allocation for both.
+    template <class Object, class... Arguments>
+    [[nodiscard]] static SharedPtr makeInPlace(Arguments&&... arguments)
+    {
+        return SharedPtr(
+            static_cast<Block*>(new InPlaceBlock<Object>(std::forward<Arguments>(arguments)...)));
+    }
+
 private:
     struct Block
     {
@@ -72,6 +80,22 @@ private:
         std::atomic<unsigned> m_count{1};
     };
 
+    template <class Object>
+    struct InPlaceBlock final : Block
+    {
+        template <class... Arguments>
+        explicit InPlaceBlock(Arguments&&... arguments)
+            : Block(nullptr), m_inPlace(std::forward<Arguments>(arguments)...)
+        {
+            this->m_object = &m_inPlace;
+        }
+        ~InPlaceBlock() override { this->m_object = nullptr; } // the object dies as our member
+
+        Object m_inPlace;
+    };
+
+    explicit SharedPtr(Block* block) noexcept : m_block(block) {}
+
     static Block* makeBlock(T* object)
     {
         auto* block = new (std::nothrow) Block(object);
@@ -94,9 +118,10 @@ public:
     using SharedPtr<T>::SharedPtr;
 };
 
-/// Makes an object on this module's heap and its pointer in one step; raises a bare 8 without memory.
+/// Makes an object on this module's heap and its pointer in one step and with one allocation. Raises
+/// std::bad_alloc, and what the constructor raises.
 template <class T, class Object = T, class... Arguments>
 [[nodiscard]] SharedPtr<T> makeShared(Arguments&&... arguments)
 {
-    return SharedPtr<T>(new Object(std::forward<Arguments>(arguments)...));
+    return SharedPtr<T>::template makeInPlace<Object>(std::forward<Arguments>(arguments)...);
 }

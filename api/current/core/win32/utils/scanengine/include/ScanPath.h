@@ -21,6 +21,13 @@ public:
     void attachHandlers(const INotifyProvider& provider) { m_provider.assign(provider); }
 
 protected:
+    /// A container that was looked up by its handle.
+    struct Looked
+    {
+        long code;
+        SharedPtr<ScanItem> item;
+    };
+
     /// The state of one scan: nothing of it survives.
     struct Walk
     {
@@ -29,7 +36,8 @@ protected:
         const ScanOptions& options;
         ScanPath& root;
         std::vector<SharedPtr<ScanItem>> found; // containers of the listing at hand that are to be listed too
-        std::deque<ScanItemHandle> queue;
+        std::deque<ScanItemHandle> queue;       // containers that wait, in order
+        std::deque<Looked> next;                // the first of them, looked up already
         bool cancelled = false;
 
         /// One poll of the event, until it was signalled once.
@@ -65,6 +73,7 @@ private:
     static bool report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key);
     static void listInto(ScanPath& path, Walk& walk);
     static void enqueueFound(Walk& walk);
+    static bool lookUpNext(Walk& walk);
     void clearResults();
 
     std::uint32_t m_level;

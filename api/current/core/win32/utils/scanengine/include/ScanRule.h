@@ -1,8 +1,9 @@
 #pragma once
 
-#include <memory>
+#include <optional>
 #include <string>
 
+#include "core/win32/utils/strings/include/CaseFolding.h"
 #include "win32/scanengine/include/IScanValidator.h"
 
 /// The texts of one item that rules compare, taken apart once for all rules.
@@ -19,14 +20,17 @@ public:
     {
         return m_type == kFileItem || m_type == kFtpFileItem || m_type == kRegistryValueItem;
     }
-    [[nodiscard]] const wchar_t* path() const noexcept { return m_path; }
-    /// The last element of the path.
-    [[nodiscard]] const wchar_t* name() noexcept;
+    /// The full path, folded.
+    [[nodiscard]] std::wstring_view path();
+    /// The last element of the path, folded.
+    [[nodiscard]] std::wstring_view name();
 
 private:
     std::uint32_t m_type;
     const wchar_t* m_path;
-    const wchar_t* m_name = nullptr; // found on first request
+    // Folded on first request: most rules look at the name alone.
+    std::optional<casefolding::FoldedText> m_foldedPath;
+    std::optional<casefolding::FoldedText> m_foldedName;
 };
 
 /// What filters and ignore rules have in common: a pattern and how, with what and for which items it is
@@ -56,7 +60,7 @@ public:
         return (itemKind == kContainerItems && subject.isLeaf()) ||
                (itemKind == kLeafItems && subject.isContainer());
     }
-    [[nodiscard]] bool matches(RuleSubject& subject) const noexcept;
+    [[nodiscard]] bool matches(RuleSubject& subject) const;
 
 protected:
     void loadFields(IInputByteStream& stream);

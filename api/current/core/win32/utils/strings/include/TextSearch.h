@@ -4,9 +4,6 @@
 
 /// Searching and taking apart of texts, behind the exported string functions.
 namespace textsearch {
-/// The first place of a pattern whose characters are folded already, for patterns looked for in many texts.
-[[nodiscard]] const wchar_t* findFolded(const wchar_t* text, std::wstring_view foldedPattern) noexcept;
-
 /// The first place of `pattern` in `text` without regard to case, or null.
 [[nodiscard]] const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept;
 

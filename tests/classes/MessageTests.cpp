@@ -1,0 +1,306 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+
+#include "support/ImportReplacement.h"
+#include "win32/communication/include/ArrayMessage.h"
+#include "win32/communication/include/DataMessage.h"
+#include "win32/communication/include/HashMessage.h"
+
+namespace {
+using Bytes = std::vector<unsigned char>;
+
+template <class T>
+Bytes dumped(const T& object)
+{
+    MemoryOutputByteStream stream;
+    EXPECT_EQ(object.dump(0, stream), ERROR_SUCCESS);
+    return Bytes(stream.getData(), stream.getData() + stream.getSize());
+}
+
+/// What an operation raised: the code, and the line of its place text or 0 for a bare long.
+struct Raised
+{
+    long code = 0;
+    long line = 0;
+    friend bool operator==(const Raised&, const Raised&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const Raised& raised)
+    {
+        return out << "code " << raised.code << " line " << raised.line;
+    }
+};
+
+template <class Operation>
+Raised raised(Operation&& operation)
+{
+    try {
+        operation();
+        return {};
+    } catch (const Exception& exception) {
+        const std::wstring text = exception.getText();
+        return {static_cast<long>(exception.getCode()), std::stol(text.substr(text.find(L"Line: ") + 6))};
+    } catch (long code) {
+        return {code, 0};
+    }
+}
+
+/// A step of a form: the bytes it ends at, and the lines that report its failure.
+struct Step
+{
+    std::size_t end;
+    long loadLine;
+    long dumpLine;
+};
+
+/// Cuts the form at every byte, for reading and for writing: the step that fails says so.
+template <class T>
+void checkEveryCut(const T& object, const std::vector<Step>& steps)
+{
+    const Bytes whole = dumped(object);
+    ASSERT_EQ(steps.back().end, whole.size());
+    T again;
+    MemoryInputByteStream stream(whole.data(), whole.size());
+    again.load(0, stream);
+    EXPECT_EQ(dumped(again), whole);
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        const auto step =
+            std::find_if(steps.begin(), steps.end(), [&](const Step& s) { return length < s.end; });
+        const auto copy =
+            std::make_unique<unsigned char[]>(length); // so that an over-read is one of the heap's
+        std::copy_n(whole.begin(), length, copy.get());
+        EXPECT_EQ(raised([&] {
+                      T target;
+                      MemoryInputByteStream cut(copy.get(), length);
+                      target.load(0, cut);
+                  }),
+                  (Raised{ERROR_READ_FAULT, step->loadLine}))
+            << length;
+        EXPECT_EQ(raised([&] {
+                      FixedOutputByteStream small(copy.get(), length);
+                      object.dump(0, small);
+                  }),
+                  (Raised{ERROR_WRITE_FAULT, step->dumpLine}))
+            << length;
+    }
+}
+
+const Bytes kOnT7 = {0, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 0, 0, 7, 0, 0, 0};
+
+Bytes operator+(Bytes left, const Bytes& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+} // namespace
+
+TEST(Messages, BytesOfEveryClass)
+{
+    EXPECT_EQ(dumped(MessageW(L"T", 7)), kOnT7);
+    EXPECT_EQ(dumped(MessageA("T", 7)), (Bytes{0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 7, 0, 0, 0}));
+    EXPECT_EQ(dumped(MessageW(0x04030201U, 7U)), (Bytes{1, 0, 0, 0, 1, 2, 3, 4, 7, 0, 0, 0}));
+
+    HashMessageW hash(L"T", 7U);
+    EXPECT_EQ(dumped(hash), kOnT7 + (Bytes{0, 0, 0, 0}));
+    hash.setParameter(L"b", L"x");
+    hash.setParameter(L"B", std::uint32_t{5});
+    const Bytes parameters = {2, 0, 0, 0,                                       //
+                              4, 0, 0, 0, 0, 0, 0, 0, 'B', 0, 0, 0,             //
+                              8, 0, 0, 0, 0, 0, 0, 0, 4,   0, 0, 0, 0, 0, 0, 0, //
+                              4, 0, 0, 0, 0, 0, 0, 0, 5,   0, 0, 0,             //
+                              4, 0, 0, 0, 0, 0, 0, 0, 'b', 0, 0, 0,             //
+                              8, 0, 0, 0, 0, 0, 0, 0, 4,   0, 0, 0, 0, 0, 0, 0, //
+                              4, 0, 0, 0, 0, 0, 0, 0, 'x', 0, 0, 0};
+    EXPECT_EQ(dumped(hash), kOnT7 + parameters);
+
+    DataMessage data(L"T", 7U);
+    EXPECT_EQ(dumped(data),
+              kOnT7 + (Bytes{8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+    data.setData("abc", 3);
+    const Bytes abc = {8, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'};
+    EXPECT_EQ(dumped(data), kOnT7 + abc);
+
+    ArrayMessage array(L"T", 7U);
+    array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
+    array.addElement(makeShared<SerializableW, MessageW>(L"T", 7U));
+    EXPECT_EQ(dumped(array), kOnT7 + (Bytes{2, 0, 0, 0}) + abc + kOnT7);
+
+    // A missing topic is written as a text and read back as one.
+    const Bytes missing = dumped(MessageW(nullptr, 7));
+    MessageW loaded;
+    MemoryInputByteStream stream(missing.data(), missing.size());
+    loaded.load(0, stream);
+    EXPECT_STREQ(loaded.getTopicName(), L"<dump error>");
+}
+
+TEST(Messages, EveryCutFailsWithItsLine)
+{
+    checkEveryCut(MessageW(L"T", 7), {{4, 258, 299}, {16, 266, 307}, {20, 280, 321}});
+    checkEveryCut(MessageA("T", 7), {{4, 258, 299}, {14, 266, 307}, {18, 280, 321}});
+    checkEveryCut(MessageW(1U, 7U), {{4, 258, 299}, {8, 273, 314}, {12, 280, 321}});
+    checkEveryCut(ParameterA(3, "abc"), {{16, 149, 180}, {27, 157, 184}});
+    checkEveryCut(ParameterW(3, "abc"), {{16, 150, 181}, {27, 158, 185}});
+
+    HashMessageW hash(L"T", 7U);
+    hash.setParameter(L"name", L"value");
+    hash.setParameter(L"number", std::uint32_t{1});
+    checkEveryCut(hash, {{dumped(hash).size(), 0, 0}});
+    HashMessageA narrow("T", 7U);
+    narrow.setParameter("name", "value");
+    checkEveryCut(narrow, {{dumped(narrow).size(), 0, 0}});
+
+    DataMessage data(L"T", 7U);
+    data.setData("abc", 3);
+    checkEveryCut(data, {{20, 141, 172}, {36, 145, 176}, {47, 153, 180}});
+    ArrayMessage array(L"T", 7U);
+    array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
+    checkEveryCut(array, {{20, 371, 422}, {24, 375, 426}, {51, 391, 436}});
+}
+
+TEST(Messages, LyingFieldsAreRefused)
+{
+    const auto load = [](auto target, Bytes bytes) {
+        return raised([&] {
+            MemoryInputByteStream stream(bytes.data(), bytes.size());
+            target.load(0, stream);
+        });
+    };
+    const Bytes good = dumped(ParameterW(3, "abc"));
+    for (const unsigned char size : {2, 4, 255}) { // the size field against the blob
+        Bytes bytes = good;
+        bytes[8] = size;
+        EXPECT_EQ(load(ParameterW(), bytes), (Raised{30, 158}));
+        EXPECT_EQ(load(DataMessage(), kOnT7 + bytes), (Raised{30, 153}));
+    }
+    Bytes huge = good;
+    std::fill(huge.begin() + 16, huge.begin() + 24, 0xFF); // length + 1 would wrap
+    EXPECT_EQ(load(ParameterW(), huge), (Raised{30, 158}));
+    Bytes wide = {9, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; // more than the field holds
+    EXPECT_EQ(load(ParameterW(), wide + good), (Raised{30, 150}));
+    const Bytes narrow = Bytes{1, 0, 0, 0, 0, 0, 0, 0, 3} + Bytes(good.begin() + 16, good.end());
+    EXPECT_EQ(load(ParameterW(), narrow), Raised{}) << "a shorter field fills the low bytes";
+
+    for (const Bytes& topic :
+         {Bytes{2, 0, 0, 0, 0, 0, 0, 0, 'T', 0}, Bytes{3, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 0},
+          Bytes{0, 0, 0, 0, 0, 0, 0, 0}}) // no terminator, half a character, nothing
+        EXPECT_EQ(load(MessageW(), Bytes{0, 0, 0, 0} + topic + Bytes{7, 0, 0, 0}), (Raised{30, 266}));
+    EXPECT_EQ(load(HashMessageW(), kOnT7 + Bytes{255, 255, 255, 255}), (Raised{30, 0}));
+    EXPECT_EQ(load(ArrayMessage(), kOnT7 + Bytes{255, 255, 255, 255}), (Raised{30, 391}));
+    EXPECT_EQ(load(MessageW(), Bytes{9, 0, 0, 0, 7, 0, 0, 0}), Raised{}) << "an unknown kind has no topic";
+}
+
+TEST(Messages, ArgumentsAndEmptyPointers)
+{
+    EXPECT_EQ(raised([] { ParameterA(1, nullptr); }), (Raised{87, 64}));
+    EXPECT_EQ(raised([] { ParameterW(1, nullptr); }), (Raised{87, 65}));
+    HashMessageW hash(L"T", 7U);
+    EXPECT_EQ(hash.setParameter(nullptr, std::uint32_t{1}), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(hash.setParameter(L"x", nullptr, 1), ERROR_INVALID_PARAMETER);
+    EXPECT_TRUE(hash.getParameters().empty());
+    hash.setParameter(L"number", std::uint32_t{0x50005});
+    hash.setParameter(L"text", L"text");
+    std::uint32_t value = 0;
+    const wchar_t* text = nullptr;
+    EXPECT_EQ(hash.getParameter(L"number", value), ERROR_SUCCESS);
+    EXPECT_EQ(value, 0x50005U);
+    EXPECT_EQ(hash.getParameter(L"text", value), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(hash.getParameter(L"number", text), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(hash.getParameter(L"Number", value), ERROR_NOT_FOUND);
+    hash.setParameter(L"empty", HashMessageW::ParameterPtr());
+    EXPECT_EQ(hash.getParameter(L"empty", value), ERROR_NOT_FOUND);
+    MemoryOutputByteStream stream;
+    EXPECT_EQ(raised([&] { hash.dump(0, stream); }), (Raised{487, 0}));
+    ArrayMessage array(L"T", 7U);
+    array.addElement(ArrayMessage::Element());
+    EXPECT_EQ(raised([&] { array.dump(0, stream); }), (Raised{487, 0}));
+
+    // Copies own what they show.
+    auto* original = new DataMessage(L"topic", 7U);
+    original->setData("abc", 3);
+    const DataMessage copy(*original);
+    DataMessage assigned;
+    assigned = *original;
+    const Bytes bytes = dumped(*original);
+    delete original;
+    EXPECT_EQ(dumped(copy), bytes);
+    EXPECT_EQ(dumped(assigned), bytes);
+}
+
+// Random and mutated bytes: no crash, no over-read, and no allocation beyond what the stream holds.
+TEST(Messages, HostileBytes)
+{
+    HashMessageW hash(L"topic", 7U);
+    hash.setParameter(L"name", L"value");
+    hash.setParameter(L"number", std::uint32_t{1});
+    DataMessage data(L"topic", 7U);
+    data.setData("some bytes", 10);
+    ArrayMessage array(L"topic", 7U);
+    array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
+    HashMessageA narrow("topic", 7U);
+    narrow.setParameter("name", "value");
+    const Bytes seeds[] = {dumped(hash), dumped(data), dumped(array), dumped(narrow),
+                           dumped(MessageA("topic", 1))};
+
+    std::size_t largest = 0;
+    CountedImport<"HeapAlloc", decltype(&HeapAlloc)> allocations(GetModuleHandleW(nullptr));
+    allocations.setHook([&](auto original, HANDLE heap, DWORD flags, SIZE_T size) {
+        largest = std::max<std::size_t>(largest, size);
+        return original(heap, flags, size);
+    });
+    std::mt19937 random(20261121);
+    long loadedWhole = 0;
+    for (int round = 0; round < 100000; ++round) {
+        Bytes bytes = seeds[random() % std::size(seeds)];
+        if (round % 4 == 0) {
+            bytes.assign(random() % 64, 0);
+            for (unsigned char& byte : bytes)
+                byte = static_cast<unsigned char>(random() % 3 == 0 ? random() : 0);
+        } else {
+            for (int change = static_cast<int>(random() % 3); change >= 0; --change)
+                bytes[random() % bytes.size()] =
+                    static_cast<unsigned char>(random() % 2 == 0 ? random() : random() % 9);
+            bytes.resize(bytes.size() - (random() % 8 == 0 ? random() % bytes.size() : 0));
+        }
+        const auto exact = std::make_unique<unsigned char[]>(bytes.size());
+        std::copy(bytes.begin(), bytes.end(), exact.get());
+        const std::unique_ptr<SerializableW> targets[] = {
+            std::make_unique<MessageW>(), std::make_unique<HashMessageW>(), std::make_unique<DataMessage>(),
+            std::make_unique<ArrayMessage>()};
+        MemoryInputByteStream stream(exact.get(), bytes.size());
+        largest = 0;
+        const Raised result = raised([&] { targets[random() % 4]->load(0, stream); });
+        EXPECT_TRUE(result.code == 0 || result.code == ERROR_READ_FAULT) << result;
+        loadedWhole += result.code == 0 ? 1 : 0;
+        EXPECT_LE(largest, bytes.size() + 1024)
+            << "a report of a failure is the largest thing beside the content";
+        HashMessageA target;
+        MemoryInputByteStream again(exact.get(), bytes.size());
+        EXPECT_EQ(raised([&] { target.load(0, again); }).line, 0);
+    }
+    EXPECT_GT(loadedWhole, 100) << "nothing ever loaded: the changes are too wild to say anything";
+}
+
+TEST(Messages, FileStreams)
+{
+    wchar_t folder[MAX_PATH];
+    wchar_t path[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    GetTempFileNameW(folder, L"msg", 0, path);
+    const HANDLE file =
+        CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+    const Bytes whole = dumped(MessageW(L"T", 7));
+    FileOutputByteStream output(file);
+    MessageW(L"T", 7).dump(0, output);
+    MessageW(L"T", 7).dump(0, output);
+    SetFilePointer(file, static_cast<LONG>(whole.size()), nullptr, FILE_BEGIN);
+    FileInputByteStream input(file);
+    EXPECT_EQ(input.getRemaining(), whole.size());
+    MessageW loaded;
+    EXPECT_EQ(loaded.load(0, input), ERROR_SUCCESS);
+    EXPECT_EQ(dumped(loaded), whole);
+    EXPECT_EQ(raised([&] { loaded.load(0, input); }), (Raised{30, 258}));
+    CloseHandle(file);
+    FileOutputByteStream closed(INVALID_HANDLE_VALUE);
+    EXPECT_EQ(raised([&] { MessageW(L"T", 7).dump(0, closed); }), (Raised{29, 299}));
+    DeleteFileW(path);
+}
