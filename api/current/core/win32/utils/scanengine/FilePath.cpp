@@ -43,6 +43,10 @@ const char* FilePath::scanPlace() const noexcept
 
 void FilePath::getFiles(Walk& walk)
 {
+    // An empty path is no folder, though "*" by itself would list the current one.
+    if (path().view().empty())
+        throw ListingFailure{
+            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
     const HeapStringW mask = joinPath(path().view(), L"*");
     const Win32Path target(mask.c_str());
     WIN32_FIND_DATAW entry;

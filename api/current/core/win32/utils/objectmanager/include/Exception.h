@@ -27,7 +27,7 @@ public:
     Exception(const char* place, const wchar_t* message) : Exception(place, message, GetLastError()) {}
 
     /// Raises with `code`, makes it the thread's last error, and adds a message of your own (may be null).
-    /// Raises a bare 8 when there is no memory for the report.
+    /// Raises std::bad_alloc when there is no memory for the report.
     Exception(const char* place, const wchar_t* message, unsigned long code) : m_code(code)
     {
         FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
@@ -52,7 +52,7 @@ public:
             m_systemText = static_cast<wchar_t*>(LocalAlloc(LMEM_FIXED, size));
             if (m_systemText == nullptr) {
                 processheap::release(m_text);
-                throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+                throw std::bad_alloc();
             }
             CopyMemory(m_systemText, other.m_systemText, size);
         }
@@ -84,7 +84,10 @@ public:
 private:
     static wchar_t* copyText(const wchar_t* text)
     {
-        return static_cast<wchar_t*>(processheap::copy(text, (std::wcslen(text) + 1) * sizeof(wchar_t)));
+        const std::size_t length = std::wcslen(text) + 1;
+        wchar_t* copy = ProcessHeapAllocator<wchar_t>().allocate(length);
+        CopyMemory(copy, text, length * sizeof(wchar_t));
+        return copy;
     }
 
     static wchar_t* buildReport(std::string_view place, const wchar_t* message, const wchar_t* systemText)
@@ -101,7 +104,7 @@ private:
         if (systemText != nullptr)
             length += kSystem.size() + system.size() + 1;
 
-        auto* report = static_cast<wchar_t*>(processheap::allocate((length + 1) * sizeof(wchar_t)));
+        wchar_t* report = ProcessHeapAllocator<wchar_t>().allocate(length + 1);
         wchar_t* at = report;
         const auto append = [&at](std::wstring_view text) {
             for (const wchar_t c : text)
