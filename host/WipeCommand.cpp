@@ -335,9 +335,10 @@ private:
         for (const std::wstring& path : m_run.waiting)
             messages().writeLine(L"waits for the restart: " + printable(path));
         messages().writeLine((code == ERROR_CANCELLED ? L"cancelled; wiped so far: " : L"wiped ") +
-                             formatCount(m_run.files) + L" files, " + formatBytes(m_run.done) +
-                             L" written, " + formatCount(m_run.failed) + L" failed, " +
-                             formatCount(m_run.waiting.size()) + L" wait for the restart");
+                             formatCount(m_run.files) + L" files, " +
+                             formatBytes(m_run.doneBefore + m_run.done) + L" written, " +
+                             formatCount(m_run.failed) + L" failed, " + formatCount(m_run.waiting.size()) +
+                             L" wait for the restart");
         if (code == ERROR_CANCELLED)
             return kExitCancelled;
         return code == ERROR_SUCCESS ? kExitDone : kExitFailed;

@@ -203,7 +203,7 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         for (int i = 0; i < 6000 && content(L"ZFM.log").empty(); ++i)
             Sleep(10);
         const Bytes now = readBytes(folder + L"ZRC.log");
-        EXPECT_EQ(now.size(), (size == 10485760 ? 0 : size) + 2 * (25 + 16 + 3 + 3 + 2));
+        EXPECT_EQ(now.size(), (size == 10485760 ? 0 : size) + 2ULL * (25 + 16 + 3 + 3 + 2));
         EXPECT_EQ(std::count(now.begin(), now.end(), 'o'), size == 10485760 ? 0 : static_cast<long>(size));
         CloseLogger(logger);
         DeleteFileW((folder + L"ZFM.log").c_str());

@@ -6,7 +6,7 @@
 #include <set>
 
 namespace {
-constexpr std::uint32_t kChunk = 1048576;
+constexpr std::uint64_t kChunk = 1048576;
 
 struct Write
 {
@@ -322,7 +322,7 @@ TEST_F(WiperTest, CancelledAtAnyMomentItLeavesNothingBehind)
 TEST_F(WiperTest, FillsAFullVolumeToTheLastPieceBeforeItFails)
 {
     // The volume counts bytes as free that it has no room for beyond these.
-    constexpr std::uint64_t kRoom = 700000 / 512 * 512;
+    constexpr std::uint64_t kRoom = 700000ULL / 512 * 512;
     std::uint64_t taken = 0;
     CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
     writes.setHook(

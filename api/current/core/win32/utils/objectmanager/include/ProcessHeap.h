@@ -52,9 +52,10 @@ struct ProcessHeapAllocator
 
     [[nodiscard]] T* allocate(std::size_t count)
     {
-        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T))
+        constexpr std::size_t kSize = sizeof(T); // NOLINT(bugprone-sizeof-expression): T may be a pointer
+        if (count > std::numeric_limits<std::size_t>::max() / kSize)
             throw std::bad_alloc();
-        void* memory = HeapAlloc(GetProcessHeap(), 0, count * sizeof(T));
+        void* memory = HeapAlloc(GetProcessHeap(), 0, count * kSize);
         if (memory == nullptr)
             throw std::bad_alloc();
         return static_cast<T*>(memory);
