@@ -244,3 +244,33 @@ TEST_F(LoggerTest, ReportsWhatItsConstructionFailsBy)
     logger = CreateLogger(L"tests");
     ASSERT_NE(logger, INVALID_HANDLE_VALUE);
 }
+
+#ifdef __MINGW32__ // whose names of exported functions these are
+TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
+{
+    CloseLogger(logger);
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(sysmaintModule(), path, MAX_PATH);
+    const std::wstring copy = scratchFolder() + L"\\sysmaint-copy.dll";
+    ASSERT_TRUE(CopyFileW(path, copy.c_str(), FALSE));
+    const HMODULE library = LoadLibraryW(copy.c_str());
+    ASSERT_NE(library, nullptr);
+    const auto create = reinterpret_cast<decltype(&CreateLogger)>(
+        reinterpret_cast<void*>(GetProcAddress(library, "_Z12CreateLoggerPKw")));
+    ASSERT_NE(create, nullptr);
+    EXPECT_NE(create(L"never closed"), INVALID_HANDLE_VALUE);
+    FreeLibrary(library);
+    EXPECT_NE(GetModuleHandleW(L"sysmaint-copy.dll"), nullptr); // the thread's reference
+    HANDLE stop = nullptr;
+    for (int i = 0; i < 6000 && stop == nullptr; ++i, Sleep(1))
+        stop = OpenEventW(EVENT_MODIFY_STATE, FALSE, L"LogTerminate");
+    SetEvent(stop);
+    CloseHandle(stop);
+    // The thread gives back the last reference, and the logger is destroyed on it, in the loader lock.
+    for (int i = 0; i < 6000 && GetModuleHandleW(L"sysmaint-copy.dll") != nullptr; ++i)
+        Sleep(10);
+    EXPECT_EQ(GetModuleHandleW(L"sysmaint-copy.dll"), nullptr);
+    logger = CreateLogger(L"tests"); // the files are free again
+    EXPECT_NE(logger, INVALID_HANDLE_VALUE);
+}
+#endif

@@ -512,9 +512,11 @@ TEST_F(WiperTest, WritesTheBootTimeListByteForByte)
     fail(L"\\\\?\\" + missing, 2, 7);
     EXPECT_EQ(takeBootList(), header + line(missing, L"2*\t*7"));
     writeBytes(bootListPath(), {'x', 0});
+    wchar_t before[MAX_PATH];
+    GetCurrentDirectoryW(MAX_PATH, before);
     SetCurrentDirectoryW(folder.c_str());
     fail(L"no such file.txt", 2, 7); // the boot-time program has no current folder
-    SetCurrentDirectoryW(L"C:\\");
+    SetCurrentDirectoryW(before);
     EXPECT_EQ(takeBootList(), L"x" + line(missing, L"2*\t*7"));
     // A list that others hold stays as it is.
     writeBytes(bootListPath(), {'x', 0});
