@@ -58,3 +58,6 @@ struct Command
 };
 
 extern const Command kScanCommand;
+extern const Command kWipeCommand;
+extern const Command kBootCommand;
+extern const Command kLogCommand;

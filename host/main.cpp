@@ -8,7 +8,7 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand};
+const Command* const kCommands[] = {&kScanCommand, &kWipeCommand, &kBootCommand, &kLogCommand};
 
 void printUsage(Output& output)
 {

@@ -59,6 +59,38 @@ TEMPTREE=$folder run 0 scan '%temptree%\inner' --expand && says err 'found 2 fil
 # A root that is not there fails and does not hold up the others.
 run 1 scan "$folder\\missing" "$folder" && says err '(3)' && says err 'found 4 files'
 
+# Wiping: refuses what nobody may mean, asks or wants --yes, and says truthfully what it did.
+for refused in 'C:\' 'C:' 'C:\windows' 'C:\WINDOWS\system32\kernel32.dll' '\\?\C:\windows'; do
+    run 2 wipe file "$refused" --yes
+    run 2 wipe tree "$refused" --yes
+done
+run 2 wipe volume C: --yes && says err 'Windows is on C:'
+run 2 wipe tree "$folder" && says err '--yes'
+run 2 wipe file "$folder" --yes && says err 'say tree'
+run 2 wipe file "$folder\\a.tmp" --method ones --yes
+run 2 wipe free "$folder" --yes
+[ "$(find "$tree" -type f | wc -l)" -eq 4 ] || fail 'something was wiped that was refused'
+run 1 wipe file "$folder\\a.tmp" "$folder\\missing" --yes && says err 'wiped 1 files, 5 bytes written, 1 failed, 0 wait'
+[ -e "$tree/a.tmp" ] && fail 'a.tmp is still there'
+run 0 wipe tree "$folder" --yes --filter '*.tmp' --ignore 'keep:111' --method gutmann --passes 2
+says err 'wiped 1 files, 2 bytes written, 0 failed'
+[ "$(cd "$tree" && find . | sort | tr '\n' ' ')" = './inner ./inner/b.log ./inner/deep ./keep.tmp ' ] ||
+    [ "$(cd "$tree" && find . | sort | tr '\n' ' ')" = '. ./inner ./inner/b.log ./inner/deep ./keep.tmp ' ] ||
+    fail "filters: $(find "$tree")"
+run 0 wipe tree "$folder" --yes && says err 'wiped 2 files'
+[ -e "$tree" ] && fail 'the tree is still there'
+
+# The boot-time list and the log.
+run 2 boot
+run 2 boot add
+run 1 boot add 'x' && says err '(2)' # this prefix has no such value
+run 0 boot list
+run 2 log 'Disk Cleaner'
+log=$(dirname "$host")/logs/$(id -un)/ZDC.log
+rm -f "$log"
+run 0 log 'disk cleaner' 'removed 12 files'
+tr -d '\0' <"$log" | grep -q 'disk cleaner:  removed 12 files' || fail 'the log lacks the line'
+
 # Ctrl+C ends it cleanly and says what was found so far.
 mkfifo "$work/pipe"
 "$runner" "$host" scan 'Z:\usr' >"$work/pipe" 2>"$work/err" </dev/null &

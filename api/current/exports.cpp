@@ -9,6 +9,8 @@
 #include "core/win32/registry/include/UserSession.h"
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/communication/include/MessageTopic.h"
+#include "core/win32/utils/logger/api.h"
+#include "core/win32/utils/logger/include/Logger.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
@@ -24,6 +26,9 @@
 #include "core/win32/utils/strings/include/TextSearch.h"
 #include "core/win32/utils/threadpool/api.h"
 #include "core/win32/utils/threadpool/include/ThreadPool.h"
+#include "core/win32/utils/wiper/api.h"
+#include "core/win32/utils/wiper/include/BootExecute.h"
+#include "core/win32/utils/wiper/include/Wiper.h"
 #include "objecttables.h"
 
 #define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
@@ -32,6 +37,8 @@
 #define THREAD_POOL_API "core\\win32\\utils\\threadpool\\api.h"
 #define POOL_PLACE(function) PLACE(THREAD_POOL_API, function, __LINE__)
 #define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
+#define LOGGER_API "core\\win32\\utils\\logger\\api.h"
+#define LOGGER_PLACE(function) PLACE(LOGGER_API, function, __LINE__)
 
 #define REGISTRY_API "core\\win32\\registry\\api.h"
 #define REGISTRY_PLACE(function) PLACE(REGISTRY_API, function, __LINE__)
@@ -897,4 +904,50 @@ long TopicStopConsumer(const TopicHandle& topic)
 long ServeObjectRequests(const wchar_t* className, int serve)
 {
     return statusFrame([&] { return serveObjectRequests(className, serve != 0); });
+}
+
+// ---- Wiper
+
+IWiper* DllGetWiper()
+{
+    return makeObject<IWiper, Wiper>();
+}
+
+long AddBootExecute(const wchar_t* entry)
+{
+    return statusFrame([&] { return bootexecute::add(entry); });
+}
+
+long RemoveBootExecute(const wchar_t* entry)
+{
+    return statusFrame([&] { return bootexecute::remove(entry); });
+}
+
+int BootExecuteIsScheduled(const wchar_t* entry)
+{
+    return resultFrame(0, [&] { return bootexecute::isScheduled(entry) ? 1 : 0; });
+}
+
+// ---- Logger
+
+void* CreateLogger(const wchar_t* name)
+{
+    return createFrame(LOGGER_PLACE("CreateLogger"), LOGGER_PLACE("CreateLogger"), loggers(), name,
+                       [] { return new Logger; });
+}
+
+void* OpenLogger(const wchar_t* name)
+{
+    return loggers().lookup(name);
+}
+
+long WriteLogEntry(void* logger, const wchar_t* module, const wchar_t* message)
+{
+    return statusFrame(LOGGER_PLACE("WriteLogEntry"), loggers(), logger,
+                       [&](Logger& object) { object.writeLogEntry(module, message); });
+}
+
+int CloseLogger(void* logger)
+{
+    return loggers().close(logger);
 }

@@ -5,6 +5,7 @@
 
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/communication/include/MessageTopic.h"
+#include "core/win32/utils/logger/include/Logger.h"
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
 #include "core/win32/utils/scanengine/include/RegistryScanEngine.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
@@ -18,6 +19,7 @@ struct ObjectTables
     ObjectManager<SharedPtr<ScanItem>> scanItems;
     ObjectManager<SharedPtr<FileScanEngine>> fileScanEngines;
     ObjectManager<SharedPtr<RegistryScanEngine>> registryScanEngines;
+    ObjectManager<SharedPtr<Logger>> loggers;
     ObjectManager<MessageTopicPtr> messageTopics; // they hold pools, and call handlers that may hold anything
 
     /// Calls `action` with every table.
@@ -28,6 +30,7 @@ struct ObjectTables
         action(scanItems);
         action(fileScanEngines);
         action(registryScanEngines);
+        action(loggers);
         action(messageTopics);
     }
 };
@@ -117,4 +120,9 @@ ObjectManager<SharedPtr<FileScanEngine>>& fileScanEngines() noexcept
 ObjectManager<SharedPtr<RegistryScanEngine>>& registryScanEngines() noexcept
 {
     return storage.tables.registryScanEngines;
+}
+
+ObjectManager<SharedPtr<Logger>>& loggers() noexcept
+{
+    return storage.tables.loggers;
 }

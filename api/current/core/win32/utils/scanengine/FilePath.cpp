@@ -11,16 +11,6 @@ bool isDots(const wchar_t* name) noexcept
     return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
-/// Whether a folder stands for another one. Where the tag is unknown it is taken for a link: a walk that
-/// leaves a folder out is a nuisance, one that leaves its root is a disaster.
-bool isLink(const WIN32_FIND_DATAW& entry) noexcept
-{
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
-        return false;
-    const DWORD tag = entry.dwReserved0;
-    return tag == 0 || IsReparseTagNameSurrogate(tag);
-}
-
 FindHandle beginSearch(const wchar_t* mask, WIN32_FIND_DATAW& entry)
 {
     FindHandle search(FindFirstFileExW(mask, FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr,
@@ -31,6 +21,14 @@ FindHandle beginSearch(const wchar_t* mask, WIN32_FIND_DATAW& entry)
     return search;
 }
 } // namespace
+
+bool isLink(const WIN32_FIND_DATAW& entry) noexcept
+{
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return false;
+    const DWORD tag = entry.dwReserved0;
+    return tag == 0 || IsReparseTagNameSurrogate(tag);
+}
 
 FilePath::FilePath(const wchar_t* path, int expand, std::uint32_t level) : ScanPath(level)
 {

@@ -2,6 +2,11 @@
 
 #include <cassert>
 
+#if defined(_MSC_VER)
+// There the header declares it for debug builds only.
+extern "C" void __cdecl _wassert(wchar_t const* message, wchar_t const* file, unsigned line);
+#endif
+
 /// Reports a programming error through the runtime's assertion routine, in every build. The routine ends
 /// the process unless a debugger or the host has taken it over, so callers go on to raise their code for
 /// the case that it returns.

@@ -108,8 +108,12 @@ public:
     long get(void* handle, ObjectPtr& object) noexcept
     {
         return boundary::statusFrame([&]() -> long {
-            const Locker locker(m_tableLock);
-            object = entryOf(handle).object;
+            ObjectPtr found;
+            {
+                const Locker locker(m_tableLock);
+                found = entryOf(handle).object;
+            }
+            object = found; // what `object` held may die here, and so outside the lock
             return ERROR_SUCCESS;
         });
     }

@@ -29,6 +29,8 @@ inline void release(void* memory) noexcept
 /// Copies `size` bytes into new memory, followed by `extra` zero bytes; raises a bare 8.
 [[nodiscard]] inline void* copy(const void* source, std::size_t size, std::size_t extra = 0)
 {
+    if (size > std::numeric_limits<std::size_t>::max() - extra) // a length that lies must not wrap
+        throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
     auto* target = static_cast<unsigned char*>(allocate(size + extra));
     for (std::size_t i = 0; i < extra; ++i)
         target[size + i] = 0;
@@ -52,9 +54,10 @@ struct ProcessHeapAllocator
 
     [[nodiscard]] T* allocate(std::size_t count)
     {
-        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T))
+        constexpr std::size_t kSize = sizeof(T); // NOLINT(bugprone-sizeof-expression): T may be a pointer
+        if (count > std::numeric_limits<std::size_t>::max() / kSize)
             throw std::bad_alloc();
-        void* memory = HeapAlloc(GetProcessHeap(), 0, count * sizeof(T));
+        void* memory = HeapAlloc(GetProcessHeap(), 0, count * kSize);
         if (memory == nullptr)
             throw std::bad_alloc();
         return static_cast<T*>(memory);

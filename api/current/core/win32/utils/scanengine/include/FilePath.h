@@ -3,6 +3,10 @@
 #include "core/win32/utils/scanengine/include/Directory.h"
 #include "core/win32/utils/scanengine/include/ScanPath.h"
 
+/// Whether a found folder or file stands for another one. Where the tag is unknown it is taken for a link: a
+/// walk that leaves a folder out is a nuisance, one that leaves its root is a disaster.
+[[nodiscard]] bool isLink(const WIN32_FIND_DATAW& entry) noexcept;
+
 /// A folder that can be walked; see IScanPath.
 class FilePath final : public Directory, public ScanPath
 {

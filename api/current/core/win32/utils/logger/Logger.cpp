@@ -1,0 +1,268 @@
+#include "core/win32/utils/logger/include/Logger.h"
+
+#include <shlobj.h>
+
+#include <algorithm>
+#include <cwchar>
+#include <string>
+
+#include "core/win32/utils/paths/include/Win32Path.h"
+#include "core/win32/utils/wiper/include/Wiper.h"
+#include "win32/paths/include/CachedPath.h"
+
+#define LOGGER_HEADER "core\\win32\\utils\\logger\\include\\Logger.h"
+#define LOGGER_PLACE(function) PLACE(LOGGER_HEADER, function, __LINE__)
+
+namespace {
+constexpr wchar_t kStopEvent[] = L"LogTerminate";
+constexpr DWORD kPollInterval = 500; // milliseconds
+constexpr unsigned long kCannotComplete = ERROR_CAN_NOT_COMPLETE;
+
+struct LogFile
+{
+    const wchar_t* name;
+    const wchar_t* module; // null: all others
+};
+constexpr LogFile kFiles[Logger::kFileCount] = {{L"ZFM.log", nullptr},
+                                                {L"ZRC.log", L"Registry Cleaner"},
+                                                {L"ZPC.log", L"Privacy Cleaner"},
+                                                {L"ZDC.log", L"Disk Cleaner"}};
+
+/// The comparison of the runtime's library goes by the locale, which is the caller's.
+bool equalsAscii(const wchar_t* first, const wchar_t* second) noexcept
+{
+    const auto fold = [](wchar_t c) {
+        return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + (L'a' - L'A')) : c;
+    };
+    while (*first != L'\0' && fold(*first) == fold(*second)) {
+        ++first;
+        ++second;
+    }
+    return fold(*first) == fold(*second);
+}
+
+/// Makes a folder with all that leads to it. The shell's library is large and needed here alone.
+void createFolders(const wchar_t* folder)
+{
+    const ModuleHandle shell = loadSystemModule(L"shell32.dll");
+    const auto create =
+        shell.isValid() ? reinterpret_cast<decltype(&SHCreateDirectoryExW)>(
+                              reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHCreateDirectoryExW")))
+                        : nullptr;
+    if (create == nullptr)
+        throw Exception(LOGGER_PLACE("Logger::openFiles"));
+    SetLastError(ERROR_SUCCESS);
+    const int result = create(nullptr, folder, nullptr);
+    if (result == ERROR_SUCCESS || result == ERROR_FILE_EXISTS || result == ERROR_ALREADY_EXISTS)
+        return;
+    const DWORD lastError = GetLastError(); // which the function does not always set
+    throw Exception(LOGGER_PLACE("Logger::openFiles"),
+                    lastError != ERROR_SUCCESS ? lastError : static_cast<DWORD>(result));
+}
+
+Win32Handle openLog(const std::wstring& path)
+{
+    const Win32Path target(path.c_str());
+    Win32Handle file(CreateFileW(target, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                 FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.isValid())
+        throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+    return file;
+}
+} // namespace
+
+void LogEntry::format(const SYSTEMTIME& time, const wchar_t* module, const wchar_t* message) noexcept
+{
+    constexpr std::size_t kLongest = kCapacity - 1;
+    constexpr std::wstring_view kLineEnd = L"\r\n";
+    std::size_t length = static_cast<std::size_t>(
+        std::swprintf(text, kCapacity, L"[ %02d.%02d.%04d %02d:%02d:%02d ]  ", time.wDay, time.wMonth,
+                      time.wYear, time.wHour, time.wMinute, time.wSecond));
+    const auto append = [&](const wchar_t* part) {
+        while (*part != L'\0' && length < kLongest - kLineEnd.size())
+            text[length++] = *part++;
+        // The rest was cut: not between the halves of a pair.
+        if (*part >= 0xDC00 && *part < 0xE000 && text[length - 1] >= 0xD800 && text[length - 1] < 0xDC00)
+            text[--length] = L'\0';
+    };
+    append(module);
+    append(L":  ");
+    append(message);
+    for (const wchar_t c : kLineEnd)
+        text[length++] = c;
+
+    for (std::size_t i = 26; i < kCapacity; ++i) {
+        if (text[i] != L'\n')
+            continue;
+        if (text[i - 1] == L'\r')
+            break;
+        text[i] = L' ';
+    }
+}
+
+class Logger::Guard
+{
+public:
+    explicit Guard(CRITICAL_SECTION& section) noexcept : m_section(section)
+    {
+        EnterCriticalSection(&m_section);
+    }
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
+    ~Guard() { LeaveCriticalSection(&m_section); }
+
+private:
+    CRITICAL_SECTION& m_section;
+};
+
+Logger::Logger()
+{
+    InitializeCriticalSection(&m_section);
+    try {
+        startThread();
+        openFiles();
+    } catch (...) {
+        stopThread();
+        DeleteCriticalSection(&m_section);
+        throw;
+    }
+}
+
+Logger::~Logger()
+{
+    // Heard by the threads of all loggers of the session.
+    const Win32Handle stopAll(OpenEventW(EVENT_MODIFY_STATE, FALSE, kStopEvent));
+    if (stopAll.isValid())
+        SetEvent(stopAll.get());
+    stopThread();
+    DeleteCriticalSection(&m_section);
+}
+
+void Logger::startThread()
+{
+    m_stop.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    m_finished.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!m_stop.isValid() || !m_finished.isValid())
+        throw Exception(LOGGER_PLACE("Logger::Logger"), kCannotComplete);
+    // The code that the thread runs stays loaded as long as it does.
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                            reinterpret_cast<const wchar_t*>(reinterpret_cast<void*>(&Logger::threadMain)),
+                            &module))
+        throw Exception(LOGGER_PLACE("Logger::Logger"), kCannotComplete);
+    ModuleHandle reference(module);
+    m_thread.reset(CreateThread(nullptr, 0, &Logger::threadMain, this, 0, &m_threadId));
+    if (!m_thread.isValid())
+        throw Exception(LOGGER_PLACE("Logger::Logger"), kCannotComplete);
+    static_cast<void>(reference.release()); // the thread's from now on
+}
+
+void Logger::openFiles()
+{
+    // A path with macros in it; the expander asks the system what they stand for.
+    const CachedPath folder(L"%current%\\logs\\%username%\\", 1);
+    createFolders(folder.getPath());
+
+    std::array<std::wstring, kFileCount> paths;
+    for (std::size_t i = 0; i < kFileCount; ++i) {
+        paths[i] = std::wstring(folder.getPath()) + kFiles[i].name;
+        if (paths[i].size() >= LogEntry::kCapacity)
+            throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+    }
+    for (std::size_t i = 0; i < kFileCount; ++i)
+        m_files[i] = openLog(paths[i]);
+    for (std::size_t i = 0; i < kFileCount; ++i) {
+        LARGE_INTEGER size{};
+        if (!GetFileSizeEx(m_files[i].get(), &size))
+            throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+        if (size.QuadPart < kLargestLog)
+            continue;
+        m_files[i].reset();
+        // A failure, say because somebody reads the file, has put it on the boot-time list.
+        Wiper wiper;
+        wiper.Wipe(nullptr, nullptr, kWipeFile, paths[i].c_str(), nullptr, nullptr, kWipeZeros, 1, nullptr);
+        m_files[i] = openLog(paths[i]);
+    }
+    for (const Win32Handle& file : m_files)
+        SetFilePointerEx(file.get(), LARGE_INTEGER{}, nullptr, FILE_END);
+}
+
+/// Returns when the thread does nothing more with this object. That is waited for, and not the thread's end,
+/// because this may run in the loader lock, which a thread needs to end; and the thread itself because at
+/// the end of a process the system ends threads without further ado.
+void Logger::stopThread() noexcept
+{
+    if (!m_thread.isValid())
+        return;
+    m_stopping = true;
+    SetEvent(m_stop.get());
+    if (GetCurrentThreadId() == m_threadId)
+        return; // it has just given back the last reference to this library
+    const HANDLE either[] = {m_finished.get(), m_thread.get()};
+    WaitForMultipleObjects(2, either, FALSE, INFINITE);
+}
+
+HANDLE Logger::fileFor(const wchar_t* module) const noexcept
+{
+    for (std::size_t i = 1; i < kFileCount; ++i)
+        if (equalsAscii(module, kFiles[i].module))
+            return m_files[i].get();
+    return m_files[0].get();
+}
+
+void Logger::writeLogEntry(const wchar_t* module, const wchar_t* message)
+{
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    if (module == nullptr || message == nullptr)
+        throw Exception(LOGGER_PLACE("Logger::WriteLogEntry"), ERROR_INVALID_PARAMETER);
+    LogEntry entry;
+    entry.file = fileFor(module);
+    entry.format(now, module, message);
+    const Guard guard(m_section);
+    m_queue.push_back(entry);
+}
+
+DWORD WINAPI Logger::threadMain(void* logger) noexcept
+{
+    {
+        auto* self = static_cast<Logger*>(logger);
+        const HANDLE finished = self->m_finished.get();
+        self->writeEntries();
+        SetEvent(finished);
+    }
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<const wchar_t*>(reinterpret_cast<void*>(&Logger::threadMain)),
+                       &module);
+    FreeLibraryAndExitThread(module, 0);
+}
+
+void Logger::writeEntries() noexcept
+{
+    const Win32Handle stopAll(CreateEventW(nullptr, TRUE, FALSE, kStopEvent));
+    LogEntry entry;
+    for (;;) {
+        const bool found = copyFront(entry);
+        if (found) {
+            DWORD written = 0; // a line that cannot be written is lost
+            WriteFile(entry.file, entry.text, static_cast<DWORD>(std::wcslen(entry.text) * sizeof(wchar_t)),
+                      &written, nullptr);
+            const Guard guard(m_section);
+            m_queue.pop_front();
+        }
+        if (isCancelled(stopAll.get()) || m_stopping)
+            return;
+        if (!found)
+            WaitForSingleObject(m_stop.get(), kPollInterval);
+    }
+}
+
+bool Logger::copyFront(LogEntry& entry) noexcept
+{
+    const Guard guard(m_section);
+    if (m_queue.empty())
+        return false;
+    entry = m_queue.front();
+    return true;
+}

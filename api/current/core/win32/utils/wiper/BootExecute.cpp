@@ -1,0 +1,125 @@
+#include "core/win32/utils/wiper/include/BootExecute.h"
+
+#include <windows.h>
+
+#include <cwchar>
+#include <string>
+
+#include "core/win32/utils/objectmanager/include/Exception.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+
+#define BOOT_EXECUTE_HEADER "core\\win32\\utils\\wiper\\include\\BootExecute.h"
+
+namespace {
+constexpr wchar_t kValue[] = L"BootExecute";
+
+void requireSuccess(long code, const char* place)
+{
+    if (code != ERROR_SUCCESS)
+        throw Exception(place, static_cast<unsigned long>(code));
+}
+
+RegistryKeyHandle openKey(REGSAM access)
+{
+    HKEY key = nullptr;
+    requireSuccess(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
+                                 0, access, &key),
+                   PLACE(BOOT_EXECUTE_HEADER, "openKey", __LINE__));
+    return RegistryKeyHandle(key);
+}
+
+/// Where the closing empty string stands, or npos when the text is not a list: every entry is ended by a
+/// zero, and behind the closing empty string is nothing but zeros.
+std::size_t closingPosition(std::wstring_view list)
+{
+    std::size_t at = 0;
+    while (at < list.size() && list[at] != L'\0') {
+        at = list.find(L'\0', at);
+        if (at == std::wstring_view::npos)
+            return at;
+        ++at;
+    }
+    if (at >= list.size() || list.find_first_not_of(L'\0', at) != std::wstring_view::npos)
+        return std::wstring_view::npos;
+    return at;
+}
+
+/// The value as it stands, checked: a wrong one is never touched, because it can stop a machine from
+/// starting.
+std::wstring readList(HKEY key)
+{
+    DWORD type = REG_NONE;
+    DWORD size = 0;
+    std::wstring list;
+    long code = RegQueryValueExW(key, kValue, nullptr, &type, nullptr, &size);
+    // It may grow between the two questions.
+    for (int attempt = 0; code == ERROR_SUCCESS; ++attempt) {
+        list.resize(size / sizeof(wchar_t) + 1);
+        size = static_cast<DWORD>(list.size() * sizeof(wchar_t));
+        code = RegQueryValueExW(key, kValue, nullptr, &type, reinterpret_cast<BYTE*>(list.data()), &size);
+        if (code != ERROR_MORE_DATA || attempt == 8)
+            break;
+        code = ERROR_SUCCESS;
+    }
+    requireSuccess(code, PLACE(BOOT_EXECUTE_HEADER, "readList", __LINE__));
+    list.resize(size / sizeof(wchar_t));
+    if (type != REG_MULTI_SZ || size % sizeof(wchar_t) != 0 || closingPosition(list) == std::wstring::npos)
+        throw Exception(PLACE(BOOT_EXECUTE_HEADER, "readList", __LINE__), ERROR_INVALID_DATA);
+    return list;
+}
+
+void writeList(HKEY key, const std::wstring& list)
+{
+    requireSuccess(RegSetValueExW(key, kValue, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(list.data()),
+                                  static_cast<DWORD>(list.size() * sizeof(wchar_t))),
+                   PLACE(BOOT_EXECUTE_HEADER, "writeList", __LINE__));
+}
+
+/// The position of the first entry from `at` on that equals `entry`, or npos.
+std::size_t findEntry(const std::wstring& list, const wchar_t* entry, std::size_t at = 0)
+{
+    for (; list[at] != L'\0'; at += std::wcslen(&list[at]) + 1)
+        if (_wcsicmp(&list[at], entry) == 0)
+            return at;
+    return std::wstring::npos;
+}
+
+void requireEntry(const wchar_t* entry, const char* place)
+{
+    // An empty entry would close the list before its end.
+    if (entry == nullptr || *entry == L'\0')
+        throw Exception(place, ERROR_INVALID_PARAMETER);
+}
+} // namespace
+
+long bootexecute::add(const wchar_t* entry)
+{
+    requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::add", __LINE__));
+    const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE | KEY_SET_VALUE);
+    std::wstring list = readList(key.get());
+    if (findEntry(list, entry) != std::wstring::npos)
+        throw Exception(PLACE(BOOT_EXECUTE_HEADER, "bootexecute::add", __LINE__), ERROR_ALREADY_EXISTS);
+    list.resize(closingPosition(list));
+    list += entry;
+    list.append(2, L'\0');
+    writeList(key.get(), list);
+    return ERROR_SUCCESS;
+}
+
+long bootexecute::remove(const wchar_t* entry)
+{
+    requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::remove", __LINE__));
+    const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE | KEY_SET_VALUE);
+    std::wstring list = readList(key.get());
+    for (std::size_t at = findEntry(list, entry); at != std::wstring::npos; at = findEntry(list, entry, at))
+        list.erase(at, std::wcslen(entry) + 1);
+    writeList(key.get(), list);
+    return ERROR_SUCCESS;
+}
+
+bool bootexecute::isScheduled(const wchar_t* entry)
+{
+    requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::isScheduled", __LINE__));
+    const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE);
+    return findEntry(readList(key.get()), entry) != std::wstring::npos;
+}

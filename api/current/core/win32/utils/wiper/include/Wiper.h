@@ -1,0 +1,58 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "win32/wiper/include/IWiper.h"
+
+/// See IWiper for what its operations promise.
+class Wiper final : public IWiper
+{
+public:
+    /// Bytes written between two flushes.
+    static constexpr std::uint32_t kChunkSize = 1048576;
+
+    long Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t kind, const wchar_t* path,
+              DirectoryStack* stack, const IScanValidator* validator, std::uint32_t method,
+              std::uint32_t passes, HANDLE cancelEvent) override;
+    [[nodiscard]] std::uint32_t getNeedsReboot() const override { return m_needsReboot; }
+    void setNeedsReboot(std::uint32_t value) override { m_needsReboot = value; }
+
+    /// Fills `length` bytes for a pass of the Gutmann method, 0 to 34; other passes leave the buffer as it
+    /// is. Returns 0. Raises an Exception with 8.
+    static long GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_t length);
+
+private:
+    class Filler;
+
+    long runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator);
+    long WipeFile(const wchar_t* path);
+    long WipeFreeSpace(const wchar_t* path);
+    void WipePartition(const wchar_t* path);
+    long WipeDirectoryStack(DirectoryStack& stack);
+    bool wipeTopDirectory(const DirectoryStackEntry& entry);
+
+    void overwriteAndDelete(const wchar_t* path);
+    std::wstring renameFile(const wchar_t* path) const;
+    void wipeStreams(const wchar_t* path);
+    void overwriteRepeatedly(HANDLE file, std::uint64_t size);
+    void allocateBuffers();
+    void overwriteChunk(HANDLE file, std::uint64_t offset, std::uint32_t size);
+    void writeAndFlush(HANDLE file, const void* data, std::uint32_t size);
+    void addDone(std::uint64_t bytes);
+    void schedule(const wchar_t* path);
+    void throwIfCancelled(const char* place) const;
+
+    WipeCallback m_callback = nullptr;
+    WipeProgress* m_progress = nullptr;
+    std::uint32_t m_passes = 0;
+    std::uint32_t m_method = 0;
+    std::uint32_t m_needsReboot = 0;
+    HANDLE m_cancelEvent = nullptr;
+    std::uint32_t m_kind = 0;
+    ModuleHandle m_ntdll;
+    // What the current call writes from; made by its first chunk.
+    std::unique_ptr<unsigned char[]> m_buffer;
+    std::unique_ptr<wchar_t[]> m_randomText;
+};

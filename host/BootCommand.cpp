@@ -1,0 +1,96 @@
+#include "Command.h"
+#include "Console.h"
+
+#include <algorithm>
+
+#include "core/win32/utils/wiper/api.h"
+
+namespace {
+constexpr const wchar_t* kHelp = LR"(usage: sysmaint boot list | add COMMAND | remove COMMAND
+
+The command lines that the system runs at its start, before anything else can open a file, and the files
+that wait there to be overwritten and deleted.
+
+  list     shows both
+  add      appends a command line
+  remove   removes every equal command line; case does not count
+
+example: sysmaint boot add "autoshred *"
+)";
+
+int report(long code)
+{
+    if (code == ERROR_SUCCESS)
+        return kExitDone;
+    messages().writeLine(L"boot: " + formatCode(code));
+    return kExitFailed;
+}
+
+/// Prints the strings of the value up to its closing empty one, or to the end of its data.
+void listCommands()
+{
+    std::wstring list(65536, L'\0');
+    DWORD size = static_cast<DWORD>(list.size() * sizeof(wchar_t));
+    const LSTATUS code =
+        RegGetValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
+                     L"BootExecute", RRF_RT_REG_MULTI_SZ, nullptr, list.data(), &size);
+    if (code != ERROR_SUCCESS) {
+        messages().writeLine(L"boot: no command lines: " + formatCode(code));
+        return;
+    }
+    list.resize(size / sizeof(wchar_t));
+    for (std::size_t at = 0; at < list.size() && list[at] != L'\0';) {
+        const std::wstring entry = list.c_str() + at;
+        results().writeLine(L"command: " + printable(entry));
+        at += entry.size() + 1;
+    }
+}
+
+/// Prints the files of the list, one a line: path, method and passes as the list has them.
+void listFiles()
+{
+    wchar_t folder[MAX_PATH];
+    const std::wstring path =
+        std::wstring(folder, GetWindowsDirectoryW(folder, MAX_PATH)) + L"\\ForceDelete.txt";
+    const HANDLE file =
+        ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return; // nothing has ever been put there
+    std::wstring text;
+    wchar_t piece[4096];
+    for (DWORD got = 0; ReadFile(file, piece, sizeof piece, &got, nullptr) && got != 0;)
+        text.append(piece, got / sizeof(wchar_t));
+    CloseHandle(file);
+    constexpr std::wstring_view kPrefix = L"*FileShred*\t*\\??\\";
+    for (std::size_t at = text.find(kPrefix); at != std::wstring::npos; at = text.find(kPrefix, at)) {
+        at += kPrefix.size();
+        const std::size_t end = std::min(text.find(L"\r\n", at), text.size());
+        std::wstring line = text.substr(at, end - at);
+        const std::size_t star = line.find(L"*\t");
+        results().writeLine(L"file: " + printable(line.substr(0, star)));
+        at = end;
+    }
+}
+
+int run(const std::vector<std::wstring>& words)
+{
+    const Arguments arguments(words, {});
+    const std::vector<std::wstring>& operands = arguments.operands();
+    const std::wstring what = operands.empty() ? L"" : operands[0];
+    if (what == L"list" && operands.size() == 1) {
+        listCommands();
+        listFiles();
+        return kExitDone;
+    }
+    if ((what != L"add" && what != L"remove") || operands.size() != 2)
+        throw UsageError{L"list, add COMMAND or remove COMMAND"};
+    if (what == L"add")
+        return report(AddBootExecute(operands[1].c_str()));
+    if (BootExecuteIsScheduled(operands[1].c_str()) == 0)
+        messages().writeLine(L"boot: it was not there");
+    return report(RemoveBootExecute(operands[1].c_str()));
+}
+} // namespace
+
+const Command kBootCommand = {L"boot", L"show and edit what runs before the system's start", kHelp, &run};
