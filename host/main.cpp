@@ -66,5 +66,8 @@ int wmain(int argumentCount, wchar_t** arguments)
         const std::string text = error.what();
         messages().writeLine(L"sysmaint: " + std::wstring(text.begin(), text.end()));
         return kExitFailed;
+    } catch (long code) {
+        messages().writeLine(L"sysmaint: " + formatCode(code));
+        return kExitFailed;
     }
 }

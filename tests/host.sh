@@ -29,7 +29,7 @@ folder=$(windows_path "$tree")
 # Wrong arguments: 2, with a hint, and nothing on standard output.
 run 2
 run 2 frobnicate && says err 'unknown command frobnicate'
-run 2 scan && says err 'which folder?'
+run 2 scan && says err 'which folder or key?'
 run 2 scan "$folder" --depth && says err '--depth needs a value'
 for depth in 0 65536 3x '' -1 99999999999; do run 2 scan "$folder" --depth "$depth" && says err 'number from 1 to 65535'; done
 run 2 scan "$folder" --filter 'x:01' && says err 'three digits'
@@ -55,6 +55,20 @@ assert paths[sys.argv[2] + '\\inner\\deep\\größe €.tmp'] == 1, paths
 assert lines[-1] == {'type': 'summary', 'files': 4, 'folders': 2, 'bytes': 10, 'code': 0}, lines[-1]
 PYTHON
 TEMPTREE=$folder run 0 scan '%temptree%\inner' --expand && says err 'found 2 files, 1 folders'
+
+# Registry keys, by long and short names; data that is not for a terminal is made so.
+run 2 scan 'HKCU\Software' --view 16 && says err '--view takes 32 or 64'
+key='HKCU\Software\sysmaint-host-test'
+"$runner" reg add "$key\\inner" /v number /t REG_DWORD /d 42 /f >/dev/null
+"$runner" reg add "$key" /v text /d 'some text' /f >/dev/null
+run 0 scan "$key" && says err '1 keys, 2 values'
+says out 'HKEY_CURRENT_USER\Software\sysmaint-host-test\text = REG_SZ "some text"'
+says out 'sysmaint-host-test\inner\number = REG_DWORD 42'
+run 0 scan 'hkey_current_user\software\SYSMAINT-host-test' --json --filter 'num*' && says out '"valueType":"REG_DWORD","data":"42"'
+grep -q 'some text' "$work/out" && fail 'the filter let a value through'
+run 0 scan 'HKLM\Software\Microsoft' --view 64 --depth 1
+"$runner" reg delete "$key" /f >/dev/null
+run 1 scan "$key" && says err '(2)'
 
 # A root that is not there fails and does not hold up the others.
 run 1 scan "$folder\\missing" "$folder" && says err '(3)' && says err 'found 4 files'

@@ -66,7 +66,7 @@ TEST(FileScan, RefusedOrMissingRootFailsAtOnce)
     const TestEngine engine(collector);
     EXPECT_EQ(engine.scan(testFolder() + L"\\tree\\denied"), ERROR_ACCESS_DENIED);
     EXPECT_EQ(engine.scan(testFolder() + L"\\tree\\missing"), ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(engine.scan(L""), ERROR_PATH_NOT_FOUND) << "not the current folder";
+    EXPECT_EQ(engine.scan(L""), ERROR_INVALID_PARAMETER) << "not the current folder";
     EXPECT_EQ(engine.scan(testFolder() + L"\\tree\\empty"), ERROR_SUCCESS);
     EXPECT_EQ(collector.calls, 0);
     EXPECT_EQ(engine.scan(testFolder() + L"\\tree\\link-to-many"), ERROR_SUCCESS); // a root may be a link

@@ -132,8 +132,10 @@ TEST(Handles, AreSharedByNameAndReusedOldestFreedFirst)
     CloseScanItem(handle);
     EXPECT_EQ(item->getType(), static_cast<std::uint32_t>(kFileItem));
     EXPECT_NE(item->exists(), 0);
-    EXPECT_EQ(CreateScanItem(L"other", item), handle);
-    CloseScanItem(handle);
+    void* other = CreateScanItem(L"other", item);
+    EXPECT_EQ(OpenScanItem(L"other", L"C:\\windows"), other);
+    CloseScanItem(other);
+    CloseScanItem(other);
 }
 
 // Eight threads on the same few names: one object per name, none closed under its user, none left behind.

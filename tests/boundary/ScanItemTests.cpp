@@ -102,6 +102,8 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
     EXPECT_EQ(reads.calls(), once);
     EXPECT_EQ(content(*missing), "") << "what was read is kept";
     EXPECT_EQ(codeOf([&] { reader->setData(nullptr, 5); }), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(codeOf([&] { reader->setData("abc", ~0ULL); }), ERROR_NOT_ENOUGH_MEMORY)
+        << "a length that lies";
     EXPECT_EQ(content(*reader), "12345") << "a refused change changes nothing";
 }
 

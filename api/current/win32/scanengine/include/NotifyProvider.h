@@ -42,6 +42,8 @@ struct INotifyProvider
                                  std::uint64_t value) = 0;
     /// Drops all registrations. A handler that is being called meanwhile finishes.
     virtual void clearNotifyHandlers() noexcept = 0;
+    /// The lock that guards the registrations, not recursive: who holds it must not call the operations
+    /// above.
     virtual void lockRead() const noexcept = 0;
     virtual void unlockRead() const noexcept = 0;
     virtual void lockWrite() const noexcept = 0;
@@ -90,9 +92,8 @@ public:
 
     void clearNotifyHandlers() noexcept override
     {
-        Map cleared;
         const WriteLocker locker(m_lock);
-        m_map.swap(cleared);
+        m_map.clear();
         ++m_version;
     }
 

@@ -57,8 +57,8 @@ std::wstring shellFolder(int id)
     wchar_t folder[MAX_PATH];
     const HRESULT result =
         getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
-    if (FAILED(result))
-        raise(HRESULT_CODE(result));
+    if (result != S_OK || folder[0] == L'\0') // S_FALSE is a folder that is not there
+        raise(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
     return folder;
 }
 
@@ -115,7 +115,9 @@ bool macroValue(std::wstring_view name, std::wstring& value)
         return false;
     value.resize(size);
     const DWORD length = GetEnvironmentVariableW(folded.c_str(), value.data(), size);
-    if (length >= size) // changed meanwhile: take the macro for unknown rather than half a value
+    // Changed meanwhile: take the macro for unknown rather than half a value. An empty one would turn a path
+    // below it into one below the drive's root.
+    if (length == 0 || length >= size)
         return false;
     value.resize(length);
     return true;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "win32/communication/include/Primitives.h"
 
 namespace {
 // Folders must leave room for an 8.3 name within MAX_PATH, so this is where their plain form ends.
@@ -108,9 +109,14 @@ std::wstring absolutePath(std::wstring_view path)
 {
     if (isAbsoluteDrivePath(path) || isNetworkPath(path))
         return std::wstring(path);
-    std::wstring folder = currentFolder();
-    if (isSeparator(path.front())) // relative to the current drive
-        return folder.substr(0, 2) + std::wstring(path);
+    if (isSeparator(path.front())) { // below the root of the current drive or share
+        wchar_t root[MAX_PATH];
+        const DWORD length = GetFullPathNameW(L"\\", MAX_PATH, root, nullptr);
+        if (length == 0 || length >= MAX_PATH)
+            throw static_cast<long>(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
+        return std::wstring(joinPath(std::wstring_view(root, length), path.substr(1)));
+    }
+    const std::wstring folder = currentFolder();
     return std::wstring(joinPath(folder, path));
 }
 
@@ -154,7 +160,9 @@ Win32Path::Win32Path(const wchar_t* path) : m_plain(path)
                  : text.size() < kLongPath && currentFolder().size() + text.size() + 1 < kLongPath &&
                        !hasAlteredName(text))
         return;
-    m_extended = literalPath(absolutePath(text));
+    primitives::placedStep(
+        PLACE("core\\win32\\utils\\paths\\include\\Win32Path.h", "Win32Path::Win32Path", __LINE__),
+        [&] { m_extended = literalPath(absolutePath(text)); });
 }
 
 HeapStringW joinPath(std::wstring_view folder, std::wstring_view name)
@@ -162,7 +170,9 @@ HeapStringW joinPath(std::wstring_view folder, std::wstring_view name)
     HeapStringW path;
     path.reserve(folder.size() + 1 + name.size());
     path.append(folder);
-    if (!path.empty() && !isSeparator(path.back()))
+    // "C:" is the current folder of that drive, so its names follow without a backslash.
+    const bool driveFolder = folder.size() == 2 && isDrivePath(folder);
+    if (!path.empty() && !isSeparator(path.back()) && !driveFolder)
         path += L'\\';
     path.append(name);
     return path;

@@ -14,6 +14,18 @@ File::File(const wchar_t* path, int expand) : ScanItem(kFileItem)
     placedStep(PLACE(FILE_HEADER, "File::File", __LINE__), [&] { setPath(path, expand); });
 }
 
+void File::setPath(const wchar_t* path, int expand)
+{
+    ScanItem::setPath(path, expand);
+    // What is known of the old file is not known of the new one; data that was set is meant for whatever is
+    // made.
+    m_foundSize.reset();
+    if (m_wasRead) {
+        keepData(nullptr, 0);
+        m_hasData = false;
+    }
+}
+
 void File::create()
 {
     const Win32Path target(getPath());
@@ -88,6 +100,7 @@ const void* File::getData(unsigned long long& size)
             done += got;
         }
         keepData(content.release(), done);
+        m_wasRead = true;
     }
     size = m_size;
     return m_data;
@@ -109,6 +122,7 @@ void File::keepData(void* data, unsigned long long size) noexcept
     m_data = data;
     m_size = size;
     m_hasData = true;
+    m_wasRead = false;
 }
 
 long File::dump(unsigned long code, IOutputByteStream& stream) const
@@ -125,6 +139,7 @@ long File::dump(unsigned long code, IOutputByteStream& stream) const
 long File::load(unsigned long code, IInputByteStream& stream)
 {
     ScanItem::load(code, stream);
+    m_foundSize.reset();
     placedStep(PLACE(FILE_HEADER, "File::load", __LINE__), [&] {
         if (readU32(stream) == 0) {
             keepData(nullptr, 0);
@@ -157,6 +172,8 @@ bool pathExists(const wchar_t* path)
                 CSTR_EQUAL)
                 return true;
         } while (FindNextFileW(search.get(), &data));
+        if (const DWORD code = GetLastError(); code != ERROR_NO_MORE_FILES)
+            throw static_cast<long>(code);
         return false;
     }
     switch (const DWORD code = GetLastError()) {
@@ -164,6 +181,7 @@ bool pathExists(const wchar_t* path)
     case ERROR_PATH_NOT_FOUND:
     case ERROR_INVALID_NAME:
     case ERROR_NO_MORE_FILES:
+    case ERROR_DIRECTORY: // what should be its folder is a file
         return false;
     default:
         throw static_cast<long>(code);

@@ -1,5 +1,7 @@
 #include "core/win32/utils/scanengine/include/FilePath.h"
 
+#include <shlwapi.h>
+
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
@@ -52,7 +54,7 @@ void FilePath::getFiles(Walk& walk)
     WIN32_FIND_DATAW entry;
     const FindHandle search = beginSearch(target, entry);
     if (!search.isValid()) {
-        if (GetLastError() == ERROR_FILE_NOT_FOUND)
+        if (GetLastError() == ERROR_FILE_NOT_FOUND && PathIsRootW(path().getPath()))
             return; // a drive's root that holds nothing
         throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__))};
     }

@@ -11,7 +11,10 @@ void FileScanEngine::addPath(const wchar_t* path, int expand)
     placedStep(PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::addPath", __LINE__), [&] {
         if (path == nullptr)
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
-        appendRoot(makeShared<ScanItem, FilePath>(path, expand, 0U));
+        const SharedPtr<ScanItem> root = makeShared<ScanItem, FilePath>(path, expand, 0U);
+        if (root->getPath()[0] == L'\0') // no folder, though a search would take it for the current one
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        appendRoot(root);
     });
 }
 

@@ -31,6 +31,8 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
     pathOptions.reportFiles = options.reportFiles;
     pathOptions.reportFolders = options.reportFolders;
 
+    std::optional<Exception>
+        firstFailure; // a container that refuses does not keep the later roots from their walk
     long result = ERROR_SUCCESS;
     for (const RootCopy& root : copyRoots()) {
         if (isCancelled(cancelEvent))
@@ -43,10 +45,12 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
             throw Exception(place, static_cast<unsigned long>(code));
         auto& path = dynamic_cast<ScanPath&>(*item);
         path.attachHandlers(m_provider);
-        result = path.scan(cancelEvent, validator, pathOptions);
+        result = path.scanOn(cancelEvent, validator, pathOptions, firstFailure);
         if (result == ERROR_CANCELLED)
             return result;
     }
+    if (firstFailure)
+        throw Exception(*firstFailure);
     return result;
 }
 

@@ -18,6 +18,18 @@ std::wstring walkName()
 long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                     const ScanOptions& options)
 {
+    if (isCancelled(cancelEvent))
+        return ERROR_CANCELLED;
+    std::optional<Exception> firstFailure;
+    const long result = scanOn(cancelEvent, validator, options, firstFailure);
+    if (result == ERROR_SUCCESS && firstFailure)
+        throw Exception(*firstFailure);
+    return result;
+}
+
+long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
+                      const ScanOptions& options, std::optional<Exception>& firstFailure)
+{
     clearResults();
     Walk walk{cancelEvent, validator, options, *this, {}, {}, {}};
     if (options.depth > m_level) {
@@ -28,7 +40,6 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
         }
     }
 
-    std::optional<Exception> firstFailure;
     while (lookUpNext(walk) && !walk.poll()) {
         const auto [code, item] = walk.next.front();
         walk.next.pop_front();
@@ -46,11 +57,7 @@ long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validat
                 firstFailure.emplace(failure.reason);
         }
     }
-    if (walk.cancelled)
-        return ERROR_CANCELLED;
-    if (firstFailure)
-        throw Exception(*firstFailure);
-    return ERROR_SUCCESS;
+    return walk.cancelled ? ERROR_CANCELLED : ERROR_SUCCESS;
 }
 
 bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key)
@@ -101,11 +108,13 @@ bool ScanPath::lookUpNext(Walk& walk)
             handles.push_back(handle->get());
         std::vector<Looked> looked(handles.size());
         auto at = looked.begin();
+        auto handle = walk.queue.begin();
         scanItems().takeObjects(handles, [&](long code, const SharedPtr<ScanItem>& item) {
             *at++ = {code, item};
+            if (code == ERROR_SUCCESS)
+                static_cast<void>(handle->release()); // the table has closed it
+            ++handle;
         });
-        for (auto handle = walk.queue.begin(); handle != last; ++handle)
-            static_cast<void>(handle->release());
         walk.queue.erase(walk.queue.begin(), last);
         walk.next.assign(looked.begin(), looked.end());
     }

@@ -70,7 +70,7 @@ SYSMAINT_API void* CreateFileScanEngine(const wchar_t* name);
 SYSMAINT_API void* OpenFileScanEngine(const wchar_t* name);
 /// Appends a root folder, which need not exist yet. It is filed as a scan item under the engine's name and
 /// its path, so OpenScanItem reaches it and its results. The same path may be added again and is then scanned
-/// again. Codes: 87 null path, the expander's, 183 when another kind of item is filed there.
+/// again. Codes: 87 null or empty path, the expander's, 183 when another kind of item is filed there.
 SYSMAINT_API long FSEngineAddPath(void* engine, const wchar_t* path, int expand);
 /// Registers a handler under the key `first`: 1 for folders, 0 for files. `second` and `value` are handed
 /// back with each notification. The handler must outlive its registration.
@@ -84,9 +84,9 @@ SYSMAINT_API long FSEngineRegisterHandlers(void* engine, INotifyProvider& provid
 /// handlers; IScanPath::scan says how. An empty validator accepts everything, a null event never cancels.
 ///
 /// Returns 0; 1223 when `cancelEvent` ended it; 1168 when an item was found for whose key no handler is
-/// registered; 6 when a root was dropped meanwhile; the system's code for a root that cannot be listed, at
-/// once, or for the first sub-folder that cannot, when the root's walk is over; or the code of what a handler
-/// raised.
+/// registered; 6 when a root was dropped meanwhile; the system's code
+/// for a root that cannot be listed, at once, or for the first sub-folder that cannot, when all roots are
+/// walked; or the code of what a handler raised.
 SYSMAINT_API long FSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
                                ScanOptions options);
 /// Drops all registrations of the engine and of its paths; a scan that goes on finds no handler (1168).

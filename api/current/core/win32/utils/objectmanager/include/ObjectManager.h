@@ -142,14 +142,17 @@ public:
     {
         std::vector<SharedPtr<Reference>> removed(handles.size()); // let go of after the lock
         const Locker locker(m_tableLock);
+        const ObjectPtr none;
+        ObjectPtr object;
         std::size_t index = 0;
         for (void* handle : handles) {
-            ObjectPtr object;
             const long code = boundary::statusFrame([&]() -> long {
                 object = entryOf(handle).object;
                 release(handle, removed[index++]);
                 return ERROR_SUCCESS;
             });
+            if (code != ERROR_SUCCESS)
+                object = none;
             taken(code, object);
         }
     }

@@ -14,8 +14,8 @@
 class Win32Path
 {
 public:
-    /// `path` must outlive this object. Raises a bare Win32 code when the current folder is needed and cannot
-    /// be had.
+    /// `path` must outlive this object. Raises an Exception when the current folder is needed and cannot be
+    /// had.
     explicit Win32Path(const wchar_t* path);
 
     [[nodiscard]] const wchar_t* get() const noexcept

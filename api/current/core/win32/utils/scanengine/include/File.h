@@ -22,6 +22,7 @@ public:
     ~File() override { processheap::release(m_data); }
 
     [[nodiscard]] const wchar_t* getPath() const override { return ScanItem::getPath(); }
+    void setPath(const wchar_t* path, int expand) override;
     void create() override;
     void deleteItem() override;
     [[nodiscard]] int exists() const override;
@@ -37,6 +38,7 @@ private:
     void* m_data = nullptr; // process heap
     unsigned long long m_size = 0;
     bool m_hasData = false;
+    bool m_wasRead = false; // from the file, not set by the caller
     std::optional<unsigned long long> m_foundSize;
 };
 

@@ -14,9 +14,7 @@ public:
     /// Raises CachedPath's failures from FilePath::FilePath.
     FilePath(const wchar_t* path, int expand, std::uint32_t level);
     /// For the walk: takes a ready text over.
-    FilePath(HeapStringW&& path, std::uint32_t level) noexcept : Directory(std::move(path)), ScanPath(level)
-    {
-    }
+    FilePath(HeapStringW&& path, std::uint32_t level) : Directory(std::move(path)), ScanPath(level) {}
 
 private:
     void list(Walk& walk) override { getFiles(walk); }

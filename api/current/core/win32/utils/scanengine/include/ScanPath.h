@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <optional>
 #include <vector>
 
 #include "core/win32/utils/scanengine/include/ScanItems.h"
@@ -16,6 +17,11 @@ public:
     [[nodiscard]] INotifyProvider& getNotifyProvider() noexcept final { return m_provider; }
     [[nodiscard]] std::uint32_t getLevel() const noexcept final { return m_level; }
     long getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const final;
+
+    /// The walk of scan, without its first poll. The first container further down that cannot be listed is
+    /// left in `firstFailure`, unless that holds one already.
+    long scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator, const ScanOptions& options,
+                std::optional<Exception>& firstFailure);
 
     /// Replaces the path's handlers by those of an engine.
     void attachHandlers(const INotifyProvider& provider) { m_provider.assign(provider); }
@@ -54,7 +60,7 @@ protected:
         Exception reason;
     };
 
-    explicit ScanPath(std::uint32_t level) noexcept : m_level(level) {}
+    explicit ScanPath(std::uint32_t level) : m_level(level) {}
 
     /// Lists this container: makes an item of each entry and hands it to report, until the walk is cancelled.
     virtual void list(Walk& walk) = 0;

@@ -42,6 +42,10 @@ public:
     /// Copies the pattern. Raises a bare 87 for null, std::bad_alloc.
     ScanRule(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
              std::uint32_t itemKind);
+    ScanRule(const ScanRule&) = default;
+    ScanRule(ScanRule&&) noexcept = default;
+    ScanRule& operator=(const ScanRule&) = default;
+    ScanRule& operator=(ScanRule&&) noexcept = default;
     virtual ~ScanRule() = default;
 
     /// The pattern as it was given; null when there is none yet.
