@@ -99,7 +99,18 @@ void* fileItem(const char* place, const wchar_t* name, bool argumentsGiven, Make
             if (!item)
                 throw Exception(place, ERROR_INVALID_ADDRESS);
             const std::wstring key = scanItemKey(name, item->getIdentifier().getIdentifier());
-            return scanItems().openOrCreate(key.c_str(), [&] { return item; });
+            bool made = false;
+            ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), [&] {
+                made = true;
+                return item;
+            }));
+            if (!made) {
+                SharedPtr<ScanItem> filed;
+                primitives::requireSuccess(scanItems().get(handle.get(), filed));
+                if (!item->isInterchangeable(*filed))
+                    throw Exception(place, ERROR_ALREADY_EXISTS);
+            }
+            return handle.release();
         } catch (const std::bad_alloc&) {
             throw Exception(place, ERROR_NOT_ENOUGH_MEMORY);
         }

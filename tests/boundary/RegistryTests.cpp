@@ -238,6 +238,18 @@ TEST(Registry, HandlesAndArguments)
     EXPECT_EQ(DllGetRegistryValue(user, L"x", nullptr), nullptr);
     EXPECT_EQ(DllGetRegistryValue(user, L"x", L"v", nullptr), nullptr);
 
+    // One full path, different things: what is filed is not mistaken for what was asked for.
+    void* filed = CreateRegistryKey(L"n", user, L"a\\b", 0);
+    EXPECT_EQ(CreateRegistryKey(L"n", user, L"a\\b", 0), filed);
+    CloseScanItem(filed);
+    EXPECT_EQ(CreateRegistryValue(L"n", user, L"a", L"b", 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(CreateRegistryKey(L"n", user, L"a\\b", kRegistryView32), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateRegistryKey(L"n", root.handle, L"a\\b", 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateRegistryPath(L"n", user, L"a\\b", 0), INVALID_HANDLE_VALUE);
+    EXPECT_NE(CloseScanItem(filed), 0);
+    EXPECT_EQ(CloseScanItem(filed), 0) << "a refused call left it open";
+
     Collector collector;
     const TestRegistryEngine engine(collector);
     EXPECT_EQ(RSEngineAddPath(engine.handle, nullptr, L"x"), ERROR_INVALID_PARAMETER);

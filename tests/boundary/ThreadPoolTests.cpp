@@ -440,6 +440,28 @@ TEST(ThreadPool, SuspendsAndResumes)
     pool.close(); // and neither does a close hang
 }
 
+// Whoever suspends, before a wait without end or during it, the wait ends with the work.
+TEST(ThreadPool, SuspendedThreadsHoldUpNoWaitWithoutEnd)
+{
+    Blocker blocker;
+    const TestPool pool(kOneThread);
+    void* instance = nullptr;
+    ASSERT_EQ(THPQueueWork(pool.handle, kCategory, 1UL, blocker, HashMessageW(),
+                           ITHPWorkItem::ScheduleOption::AtEnd, &instance),
+              ERROR_SUCCESS);
+    ASSERT_TRUE(blocker.started.wait());
+    std::thread waiter(
+        [&] { EXPECT_EQ(THPWait(pool.handle, kCategory, 1UL, INFINITE, nullptr), ERROR_SUCCESS); });
+    // Until the wait has begun suspending works, and the wait undoes it; from then on it is refused.
+    while (THPSuspendWork(pool.handle, kCategory, 1UL) != ERROR_INVALID_STATE ||
+           THPResumeWork(pool.handle, kCategory, 1UL) != ERROR_SUCCESS ||
+           THPSuspendWork(pool.handle, kCategory, 1UL) != ERROR_INVALID_STATE)
+        std::this_thread::yield();
+    blocker.goOn.set();
+    waiter.join();
+    EXPECT_EQ(blocker.ended, 1);
+}
+
 TEST(ThreadPool, GivesEverythingBackWhenClosed)
 {
     { // what the process makes once and keeps

@@ -71,10 +71,10 @@ TEST(Exceptions, HaveNoFallbackWithoutMemory)
 {
     CountedImport<"HeapAlloc", decltype(&HeapAlloc)> allocations(GetModuleHandleW(nullptr));
     allocations.failCall(1, nullptr, 0);
-    EXPECT_THROW(Exception(kPlace, ERROR_ALREADY_EXISTS), std::bad_alloc);
+    EXPECT_THROW({ const Exception made(kPlace, ERROR_ALREADY_EXISTS); }, std::bad_alloc);
     const Exception original(kPlace, ERROR_ALREADY_EXISTS);
     allocations.failCall(1, nullptr, 0);
-    EXPECT_THROW(Exception{original}, std::bad_alloc);
+    EXPECT_THROW({ const Exception copy(original); }, std::bad_alloc);
 }
 
 TEST(Exceptions, BecomeCodesAtTheBoundary)

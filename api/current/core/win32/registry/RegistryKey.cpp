@@ -2,6 +2,8 @@
 
 #include <winternl.h>
 
+#include <typeinfo>
+
 #include "core/win32/registry/include/UserSession.h"
 
 // The platform headers leave it out, though its counterparts for files are there.
@@ -137,6 +139,13 @@ void RegistryKey::setPath(const wchar_t* path, int expand)
     ScanItem::setPath(path, expand);
     const WriteLocker locker(m_lock);
     m_fullPath.reset();
+}
+
+bool RegistryKey::isInterchangeable(const ScanItem& filed) const
+{
+    const auto* other = dynamic_cast<const RegistryKey*>(&filed);
+    return other != nullptr && typeid(*this) == typeid(*other) && m_root == other->m_root &&
+           m_options == other->m_options && subKey() == other->subKey();
 }
 
 HKEY RegistryKey::getHKEY() const

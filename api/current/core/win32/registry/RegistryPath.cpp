@@ -1,6 +1,7 @@
 #include "core/win32/registry/include/RegistryPath.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <unordered_set>
 #include <vector>
 
@@ -32,7 +33,10 @@ LSTATUS readNames(std::vector<FoundName>& names, Enumerate&& enumerate)
             break;
         if (status != ERROR_SUCCESS)
             return status;
-        names.push_back({std::wstring(buffer.data(), length), type});
+        // A name with a zero inside cannot be given to the Win32 calls: an item of it would stand for, and
+        // delete, the entry whose name is the part before the zero.
+        if (std::wcslen(buffer.data()) == length)
+            names.push_back({std::wstring(buffer.data(), length), type});
     }
     std::unordered_set<std::wstring_view> seen;
     seen.reserve(names.size());

@@ -30,7 +30,8 @@ SYSMAINT_API IRegistryValue* DllGetRegistryValue(unsigned long loadCode, IInputB
 
 // ---- Items with a handle, filed under `name`, a backslash and their full path; CloseScanItem gives the
 // handle back. `options` is a combination of RegistryOption bits. Codes: 87 for a null name, root, path or
-// value name, or both views at once.
+// value name, or both views at once; 183 when another item is filed there: a value under a key's path,
+// another root, view or kind.
 
 SYSMAINT_API void* CreateRegistryKey(const wchar_t* name, HKEY root, const wchar_t* subKey,
                                      unsigned long options);

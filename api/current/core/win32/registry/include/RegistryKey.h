@@ -29,6 +29,8 @@ public:
     /// Sets the sub-key path.
     void setPath(const wchar_t* path, int expand) override;
     [[nodiscard]] const IIdentifierW& getIdentifier() const override;
+    /// A key and a value may have the same full path, and so may keys of different roots or views.
+    [[nodiscard]] bool isInterchangeable(const ScanItem& filed) const override;
     void create() override;
     void deleteItem() override;
     [[nodiscard]] int exists() const override;

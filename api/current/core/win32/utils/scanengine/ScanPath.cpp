@@ -41,7 +41,8 @@ long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& valid
     }
 
     while (lookUpNext(walk) && !walk.poll()) {
-        const auto [code, item] = walk.next.front();
+        const SharedPtr<ScanItem> item = walk.next.front().item;
+        const long code = walk.next.front().code;
         walk.next.pop_front();
         if (code != ERROR_SUCCESS)
             throw Exception(scanPlace(), static_cast<unsigned long>(code));

@@ -106,6 +106,8 @@ bool THPCategory::retire(THPThread& thread) noexcept
 long THPCategory::suspend(const THPWorkKey& key) noexcept
 {
     const WriteLocker locker(m_lock);
+    if (m_endlessWaits != 0)
+        return ERROR_INVALID_STATE;
     long result = ERROR_SUCCESS;
     bool found = !key.work;
     bool suspended = false;
@@ -176,6 +178,8 @@ long THPCategory::cancel(const THPWorkKey& key, IThreadPool::OperationType opera
         dropped = affected.size();
         if (operation == Operation::DropQueued)
             return ERROR_SUCCESS;
+        if (operation == Operation::CancelAndWait)
+            ++m_endlessWaits;
         for (const ThreadPtr& thread : m_threads) {
             const ItemPtr item = thread->getItem();
             if (!item || !item->matches(key))
@@ -192,6 +196,7 @@ long THPCategory::cancel(const THPWorkKey& key, IThreadPool::OperationType opera
         }
     }
     if (operation == Operation::CancelAndWait) {
+        const EndlessWait endless{*this, true};
         for (std::size_t i = dropped; i < affected.size(); ++i) {
             if (const long code = waitForItem(*affected[i], INFINITE, nullptr); code != ERROR_SUCCESS)
                 result = code;
@@ -239,8 +244,11 @@ long THPCategory::wait(const THPWorkKey& key, std::uint32_t timeout, HANDLE extr
                     return (*earlier)->getOutcome();
             }
         }
+        if (timeout == INFINITE)
+            ++m_endlessWaits;
     }
 
+    const EndlessWait endless{*this, timeout == INFINITE};
     const Deadline deadline(timeout);
     long result = ERROR_SUCCESS;
     for (const ItemPtr& item : items) {
@@ -251,6 +259,14 @@ long THPCategory::wait(const THPWorkKey& key, std::uint32_t timeout, HANDLE extr
             result = item->getOutcome();
     }
     return result;
+}
+
+THPCategory::EndlessWait::~EndlessWait()
+{
+    if (!m_counted)
+        return;
+    const WriteLocker locker(m_category.m_lock);
+    --m_category.m_endlessWaits;
 }
 
 bool THPCategory::isRunning(const THPWorkKey& key) noexcept

@@ -68,7 +68,8 @@ SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long
 // begins. Cancelling work, waiting for it without end and closing the pool resume it.
 //
 // Codes: 1168 no thread runs such work, which is also so for work that is still queued; 5023 for suspending
-// what is suspended already. To resume what is not suspended does nothing.
+// what is suspended already, or while somebody waits for work of the category without end. To resume what is
+// not suspended does nothing.
 
 SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category);
 SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category);
@@ -100,7 +101,7 @@ SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned lon
 // ---- Waiting, for at most `timeout` milliseconds (INFINITE: without end), for the work that is queued or
 // running at the time of the call. `extraHandle` may be null; when it is signalled the wait ends early. The
 // work that calls is never waited for. A wait without end first resumes the whole category: suspended
-// threads are no reason to wait for ever. Threads that are suspended later are for the suspender to resume.
+// threads are no reason to wait for ever, and until it is over none can be suspended.
 //
 // Returns 0; 1223 when work that was waited for ended cancelled, and its code when it ended with another one
 // (the first of several); 258 when the time is over; 1223 when `extraHandle` ended the wait; 87 for a null

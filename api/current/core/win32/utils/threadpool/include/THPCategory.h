@@ -46,6 +46,22 @@ public:
     bool retire(THPThread& thread) noexcept;
 
 private:
+    /// Takes back, when it ends, that somebody waits without end.
+    class EndlessWait
+    {
+    public:
+        EndlessWait(THPCategory& category, bool counted) noexcept : m_category(category), m_counted(counted)
+        {
+        }
+        EndlessWait(const EndlessWait&) = delete;
+        EndlessWait& operator=(const EndlessWait&) = delete;
+        ~EndlessWait();
+
+    private:
+        THPCategory& m_category;
+        bool m_counted;
+    };
+
     using ThreadPtr = SharedPtr<THPThread>;
 
     long startThread(const SharedPtr<THPCategory>& self, const ItemPtr& item);
@@ -64,6 +80,7 @@ private:
     std::vector<THPThread*> m_waiting; // has room for every thread
     std::deque<ItemPtr> m_queue;
     std::vector<ItemPtr> m_outcomes; // the last work that did not end with 0, for those who ask late
+    unsigned m_endlessWaits = 0;     // while somebody waits without end nothing is suspended
     bool m_suspended = false;        // new threads stop before their first work
     bool m_closed = false;
 };
