@@ -74,6 +74,7 @@ TEST(Exceptions, HaveNoFallbackWithoutMemory)
     EXPECT_THROW({ const Exception made(kPlace, ERROR_ALREADY_EXISTS); }, std::bad_alloc);
     const Exception original(kPlace, ERROR_ALREADY_EXISTS);
     allocations.failCall(1, nullptr, 0);
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): that it fails is what is asked
     EXPECT_THROW({ const Exception copy(original); }, std::bad_alloc);
 }
 
