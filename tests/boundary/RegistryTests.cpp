@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <windows.h>
+#include <winternl.h>
 
 #include <memory>
 #include <string>
@@ -7,6 +9,12 @@
 #include "support/ImportReplacement.h"
 #include "support/KernelCalls.h"
 #include "support/Scan.h"
+
+// The platform headers leave them out.
+extern "C" {
+NTSTATUS NTAPI NtCreateKey(PHANDLE, ACCESS_MASK, POBJECT_ATTRIBUTES, ULONG, PUNICODE_STRING, ULONG, PULONG);
+NTSTATUS NTAPI NtDeleteKey(HANDLE);
+}
 
 namespace {
 const std::wstring kRoot = L"Software\\sysmaint-test";
@@ -67,17 +75,6 @@ public:
     void* handle;
 };
 
-template <class Operation>
-unsigned long codeOf(Operation&& operation)
-{
-    try {
-        operation();
-    } catch (const Exception& raised) {
-        return raised.getCode();
-    }
-    return ERROR_SUCCESS;
-}
-
 bool isImpersonating()
 {
     HANDLE token = nullptr;
@@ -85,6 +82,26 @@ bool isImpersonating()
     if (found)
         CloseHandle(token);
     return found;
+}
+
+/// Makes call `number` of one import of the DLL fail: `operation` gives `code`, and nobody stays
+/// impersonated.
+template <ImportName Name, class Function, class Result, class Operation>
+void expectFault(Result result, DWORD code, Operation&& operation, long number = 1)
+{
+    CountedImport<Name, Function> import(sysmaintModule());
+    import.failCall(number, result, code);
+    EXPECT_EQ(static_cast<DWORD>(operation()), code) << Name.text;
+    EXPECT_GE(import.calls(), number) << Name.text;
+    EXPECT_FALSE(isImpersonating());
+}
+
+/// What WTSQueryUserToken fails with in refuseToken.
+DWORD refusal = 0;
+BOOL WINAPI refuseToken(ULONG, PHANDLE)
+{
+    SetLastError(refusal);
+    return FALSE;
 }
 
 using KeyPtr = std::unique_ptr<IRegistryKey>;
@@ -140,6 +157,9 @@ TEST(Registry, KeysAndValuesAreMadeReadAndDeleted)
         {L"multi", REG_MULTI_SZ, std::string("a\0\0\0\0\0", 6)},
         {L"none", REG_NONE, "odd"},
         {L"resources", REG_RESOURCE_LIST, "r"},
+        {L"hardware", REG_FULL_RESOURCE_DESCRIPTOR, "h"},
+        {L"requirements", REG_RESOURCE_REQUIREMENTS_LIST, "q"},
+        {L"link", REG_LINK, "l"},
         {L"strange", 0x4711, "s"},
     };
     for (const auto& row : rows) {
@@ -167,10 +187,21 @@ TEST(Registry, KeysAndValuesAreMadeReadAndDeleted)
             EXPECT_EQ(std::string(static_cast<const char*>(loaded->getData(size)), size), row.data);
             EXPECT_EQ(std::wstring(loaded->getPath()),
                       (code & kStatePath) != 0 ? reader->getPath() : L"HKEY_CURRENT_USER\\\\" + row.name);
+            const auto* bytes = reinterpret_cast<const char*>(stored.getData());
             for (std::size_t length = 0; length < std::min<std::size_t>(stored.getSize(), 600); ++length) {
-                MemoryInputByteStream cut(stored.getData(), length);
+                MemoryInputByteStream cut(bytes, length);
                 EXPECT_EQ(DllGetRegistryValue(code, cut), nullptr);
                 EXPECT_EQ(GetLastError(), ERROR_READ_FAULT);
+            }
+            // A length that lies, wherever there is one.
+            const std::string hostile = "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF";
+            for (std::size_t at = 0; at + 8 <= std::min<std::size_t>(stored.getSize(), 200); ++at) {
+                const std::string changed = std::string(bytes, stored.getSize()).replace(at, 8, hostile);
+                MemoryInputByteStream lying(changed.data(), changed.size());
+                if (ValuePtr(DllGetRegistryValue(code, lying)) == nullptr)
+                    EXPECT_TRUE(GetLastError() == ERROR_READ_FAULT || GetLastError() == ERROR_INVALID_DATA);
+                else
+                    EXPECT_TRUE(at >= 8) << "the first field of each form is a length, a type or a root";
             }
         }
         reader->deleteItem();
@@ -184,15 +215,38 @@ TEST(Registry, KeysAndValuesAreMadeReadAndDeleted)
               static_cast<unsigned long>(REG_DWORD));
     EXPECT_EQ(codeOf([&] { text->setData(REG_SZ, nullptr, 1); }), ERROR_INVALID_PARAMETER);
 
-    // Foreign roots and both views are refused in a stream.
-    for (const unsigned char wrong : {9, 1}) {
-        MemoryOutputByteStream stored;
-        key->dump(kStateNone, stored);
-        std::string bytes(reinterpret_cast<const char*>(stored.getData()), stored.getSize());
-        bytes[wrong == 9 ? 0 : 5] = static_cast<char>(wrong == 9 ? 9 : 3);
-        MemoryInputByteStream stream(bytes.data(), bytes.size());
-        EXPECT_EQ(DllGetRegistryKey(kStateNone, stream), nullptr);
+    // A key through a stream and back; another type, a foreign root and both views are refused.
+    MemoryOutputByteStream stored;
+    key->dump(kStateAll, stored);
+    const std::string bytes(reinterpret_cast<const char*>(stored.getData()), stored.getSize());
+    MemoryInputByteStream whole(bytes.data(), bytes.size());
+    EXPECT_STREQ(KeyPtr(DllGetRegistryKey(kStateAll, whole))->getPath(), key->getPath());
+    for (const std::size_t at : {std::size_t{0}, bytes.size() - 8, bytes.size() - 3}) {
+        std::string changed = bytes;
+        changed[at] = 0x0B;
+        MemoryInputByteStream stream(changed.data(), changed.size());
+        EXPECT_EQ(DllGetRegistryKey(kStateAll, stream), nullptr) << at;
         EXPECT_EQ(GetLastError(), ERROR_INVALID_DATA);
+    }
+
+    // The two views of one path are two keys.
+    const std::wstring machine = L"Software\\sysmaint-test";
+    const auto keyIn = [&](unsigned long view) {
+        void* handle = CreateRegistryKey(L"view", HKEY_LOCAL_MACHINE, machine.c_str(), view);
+        SharedPtr<ScanItem> item;
+        GetScanItemByHandle(handle, item);
+        CloseScanItem(handle);
+        return item;
+    };
+    for (const unsigned long view : {kRegistryView32, kRegistryView64}) {
+        const auto made = keyIn(view);
+        dynamic_cast<IRegistryKey&>(*made).create();
+        const unsigned long other = kRegistryView32 + kRegistryView64 - view;
+        EXPECT_EQ(dynamic_cast<IRegistryKey&>(*keyIn(other)).exists(), 0);
+        EXPECT_EQ(codeOf([&] { dynamic_cast<IRegistryKey&>(*keyIn(other)).deleteItem(); }),
+                  ERROR_FILE_NOT_FOUND);
+        dynamic_cast<IRegistryKey&>(*made).deleteItem();
+        EXPECT_EQ(dynamic_cast<IRegistryKey&>(*made).exists(), 0);
     }
 
     // A key goes with all that is below it, a whole root never.
@@ -276,6 +330,17 @@ TEST(Registry, HandlesAndArguments)
     own->addPath(user, kRoot.c_str(), 0);
     EXPECT_EQ(own->scan(nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
     EXPECT_EQ(collector.paths.count(kFull + L"\\v"), 1U);
+
+    // Another provider's registrations serve as well.
+    provider.registerHandler(collector, kLeafFound, 0, 0);
+    own->clearNotifyHandlers();
+    EXPECT_EQ(codeOf([&] { own->scan(nullptr, SharedPtr<IScanValidator>(), {}); }), ERROR_NOT_FOUND);
+    RSEngineClearHandlers(engine.handle);
+    RSEngineClear(engine.handle);
+    RSEngineAddPath(engine.handle, user, kRoot.c_str());
+    EXPECT_EQ(RSEngineRegisterHandlers(engine.handle, provider, 0, 0), ERROR_SUCCESS);
+    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+    EXPECT_EQ(collector.paths.at(kFull + L"\\v"), 2);
 }
 
 TEST(Registry, WideAndDeepKeysAreScannedOnce)
@@ -286,7 +351,12 @@ TEST(Registry, WideAndDeepKeysAreScannedOnce)
         root.addValue(L"value" + std::to_wstring(i));
     }
     root.addKey(L"key5\\a\\b\\c");
-    root.addValue(L"");
+    const std::wstring longest[] = {L"", std::wstring(16383, L'n'), L"control\x01\x1F\n"};
+    for (const std::wstring& name : longest)
+        root.addValue(name, REG_BINARY, std::string(1048576, 'x'));
+    const std::wstring longKeys[] = {std::wstring(255, L'k'), L"key control\x01\x1F\n"};
+    for (const std::wstring& name : longKeys)
+        root.addKey(name);
     Collector collector;
     std::vector<std::wstring> order;
     collector.action = [&](const Notification& notification, const SharedPtr<ScanItem>& item) {
@@ -295,8 +365,12 @@ TEST(Registry, WideAndDeepKeysAreScannedOnce)
     };
     const TestRegistryEngine engine(collector);
     ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
-    EXPECT_EQ(collector.paths.size(), 20004U);
-    EXPECT_EQ(collector.calls, 20004);
+    EXPECT_EQ(collector.paths.size(), 20008U);
+    EXPECT_EQ(collector.calls, 20008);
+    for (const std::wstring& name : longest)
+        EXPECT_EQ(collector.paths.count(kFull + L"\\" + name), 1U);
+    for (const std::wstring& name : longKeys)
+        EXPECT_EQ(collector.paths.count(kFull + L"\\" + name), 1U);
     for (int i = 0; i < 10000; ++i) {
         ASSERT_EQ(collector.paths.count(kFull + L"\\key" + std::to_wstring(i)), 1U);
         ASSERT_EQ(collector.paths.count(kFull + L"\\value" + std::to_wstring(i)), 1U);
@@ -304,7 +378,7 @@ TEST(Registry, WideAndDeepKeysAreScannedOnce)
     EXPECT_EQ(order.back(), kFull + L"\\key5\\a\\b\\c") << "breadth first";
     collector.calls = 0;
     ASSERT_EQ(engine.scan(1), ERROR_SUCCESS);
-    EXPECT_EQ(collector.calls, 20001);
+    EXPECT_EQ(collector.calls, 20005);
     EXPECT_EQ(isImpersonating(), false);
 
     // Entries that come and go under the walk: it goes on, and nothing is told twice.
@@ -323,7 +397,7 @@ TEST(Registry, WideAndDeepKeysAreScannedOnce)
     EXPECT_EQ(engine.scan(), ERROR_SUCCESS);
     for (const auto& [path, count] : collector.paths)
         ASSERT_EQ(count, 1) << std::string(path.begin(), path.end());
-    EXPECT_GE(collector.paths.size(), 20003U);
+    EXPECT_GE(collector.paths.size(), 20007U);
 
     HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     collector.calls = 0;
@@ -386,6 +460,7 @@ TEST(Registry, FailingCalls)
     for (long n = 1; n <= 5; ++n) {
         values.failCall(n, ERROR_REGISTRY_IO_FAILED, 0);
         EXPECT_EQ(walk(), ERROR_REGISTRY_IO_FAILED) << n;
+        EXPECT_EQ(collector.calls, n == 1 ? all - 1 : all) << "a failed listing of values loses no keys";
     }
     values.failCall(0, 0, 0);
 
@@ -411,16 +486,92 @@ TEST(Registry, FailingCalls)
         EXPECT_EQ(ImpersonateCurrentUser(), ERROR_NO_SUCH_LOGON_SESSION);
         EXPECT_FALSE(isImpersonating());
     }
+    expectFault<"LoadLibraryExW", decltype(&LoadLibraryExW)>(nullptr, ERROR_MOD_NOT_FOUND, walk);
+    expectFault<"GetProcAddress", decltype(&GetProcAddress)>(nullptr, ERROR_PROC_NOT_FOUND, walk);
+    expectFault<"ImpersonateLoggedOnUser", decltype(&ImpersonateLoggedOnUser)>(FALSE, ERROR_NOT_ENOUGH_QUOTA,
+                                                                               walk);
+    {
+        // The session's user cannot be asked for: an ordinary program is that user, the system is not.
+        CountedImport<"GetProcAddress", decltype(&GetProcAddress)> addresses(dll);
+        addresses.setHook([](auto original, HMODULE library, LPCSTR name) -> FARPROC {
+            return std::strcmp(name, "WTSQueryUserToken") == 0
+                       ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&refuseToken))
+                       : original(library, name);
+        });
+        refusal = ERROR_NO_TOKEN;
+        EXPECT_EQ(walk(), ERROR_NO_TOKEN);
+        refusal = ERROR_PRIVILEGE_NOT_HELD;
+        EXPECT_EQ(walk(), ERROR_SUCCESS);
+        expectFault<"ImpersonateSelf", decltype(&ImpersonateSelf)>(FALSE, ERROR_NOT_ENOUGH_QUOTA, walk);
+        CountedImport<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids(dll);
+        sids.failCall(1, TRUE, 0);
+        EXPECT_EQ(walk(), ERROR_PRIVILEGE_NOT_HELD);
+        EXPECT_EQ(sids.calls(), 1);
+        CountedImport<"OpenProcessToken", decltype(&OpenProcessToken)> tokens(dll);
+        tokens.failCall(1, FALSE, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(walk(), ERROR_PRIVILEGE_NOT_HELD);
+    }
     // A caller who is somebody else already stays so.
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     collector.calls = 0;
     EXPECT_EQ(engine.scan(), ERROR_SUCCESS);
     EXPECT_EQ(collector.calls, all);
     EXPECT_TRUE(isImpersonating());
+    {
+        CountedImport<"SetThreadToken", decltype(&SetThreadToken)> tokens(dll);
+        tokens.failCall(1, FALSE, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(engine.scan(), ERROR_ACCESS_DENIED);
+    }
     RevertToSelf();
     EXPECT_EQ(ImpersonateCurrentUser(), ERROR_SUCCESS);
     EXPECT_TRUE(isImpersonating());
     RevertToSelf();
+
+    // Making, reading and deleting single items. What was there before is there still.
+    const ValuePtr value(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
+    const KeyPtr fresh(DllGetRegistryKey(HKEY_CURRENT_USER, (kRoot + L"\\fresh").c_str()));
+    const auto codeOfRead = [&](auto read) {
+        return codeOf([&] { read(*ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v"))); });
+    };
+    unsigned long size = 0;
+    expectFault<"RegCreateKeyExW", decltype(&RegCreateKeyExW)>(
+        ERROR_DISK_FULL, ERROR_DISK_FULL, [&] { return codeOf([&] { fresh->create(); }); });
+    EXPECT_EQ(fresh->exists(), 0);
+    for (int set = 0; set < 2; ++set)
+        expectFault<"RegSetValueExW", decltype(&RegSetValueExW)>(ERROR_DISK_FULL, ERROR_DISK_FULL, [&] {
+            return codeOf([&] { set != 0 ? value->setValue(REG_SZ, L"x", 4) : value->create(); });
+        });
+    expectFault<"RegDeleteValueW", decltype(&RegDeleteValueW)>(
+        ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED, [&] { return codeOf([&] { value->deleteItem(); }); });
+    const ValuePtr old(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v"));
+    old->getData(size);
+    EXPECT_EQ(size, 0U) << "as the test made it";
+    for (long n = 1; n <= 2; ++n)
+        expectFault<"RegQueryValueExW", decltype(&RegQueryValueExW)>(
+            ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED,
+            [&] { return codeOfRead([&](IRegistryValue& item) { item.getData(size); }); }, n);
+    expectFault<"RegQueryValueExW", decltype(&RegQueryValueExW)>(
+        ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED,
+        [&] { return codeOfRead([](IRegistryValue& item) { static_cast<void>(item.exists()); }); });
+    expectFault<"RegQueryValueExW", decltype(&RegQueryValueExW)>(
+        ERROR_ACCESS_DENIED, ERROR_ACCESS_DENIED,
+        [&] { return codeOfRead([](IRegistryValue& item) { static_cast<void>(item.getValueType()); }); });
+    {
+        // A provider that never says how much it takes.
+        CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries(dll);
+        queries.setHook([](auto, HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD length) -> LSTATUS {
+            const bool enough = *length >= 5000;
+            *length = enough ? 5000 : 0;
+            return enough ? ERROR_SUCCESS : ERROR_MORE_DATA;
+        });
+        EXPECT_EQ(codeOfRead([&](IRegistryValue& item) { item.getData(size); }), ERROR_SUCCESS);
+        EXPECT_EQ(size, 5000U);
+        queries.setHook([](auto, HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD length) -> LSTATUS {
+            *length = 0;
+            return ERROR_MORE_DATA;
+        });
+        EXPECT_EQ(codeOfRead([&](IRegistryValue& item) { item.getData(size); }), ERROR_NOT_ENOUGH_MEMORY);
+    }
 
     // Deleting stops at the first that cannot go, and leaves what is above it.
     {
@@ -435,6 +586,15 @@ TEST(Registry, FailingCalls)
             root.addKey(L"c");
         }
     }
+    // What somebody else deletes meanwhile does not stop it.
+    keys.setHook([&](auto original, HKEY key, DWORD index, LPWSTR name, auto... rest) {
+        const LSTATUS status = original(key, index, name, rest...);
+        if (status == ERROR_SUCCESS && name[0] == L'c')
+            RegDeleteTreeW(key, name);
+        return status;
+    });
+    KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->deleteItem();
+    EXPECT_EQ(KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->exists(), 0);
     EXPECT_LE(processHandleCount(), handles);
 }
 
@@ -452,11 +612,35 @@ TEST(Registry, LinksAreReportedAndNotFollowed)
                              static_cast<DWORD>(target.size() * sizeof(wchar_t))),
               ERROR_SUCCESS);
     RegCloseKey(link);
+    // A key that carries a link's value is none.
+    root.addKey(L"decoy\\hidden");
+    RegSetKeyValueW(root.handle, L"decoy", L"SymbolicLinkValue", REG_LINK, target.data(), 4);
     Collector collector;
     const TestRegistryEngine engine(collector);
     ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
-    EXPECT_EQ(collector.paths.size(), 3U);
+    EXPECT_EQ(collector.paths.size(), 5U);
     EXPECT_EQ(collector.paths.count(kFull + L"\\link"), 1U);
+    EXPECT_EQ(collector.paths.count(kFull + L"\\decoy\\hidden"), 1U);
+
+    // A name with a zero inside, which Win32 would take for that of its innocent neighbour.
+    root.addKey(L"above\\name");
+    HKEY above = nullptr;
+    ASSERT_EQ(RegOpenKeyW(root.handle, L"above", &above), ERROR_SUCCESS);
+    wchar_t text[] = L"name\0hidden";
+    UNICODE_STRING name{sizeof text - sizeof(wchar_t), sizeof text, text};
+    OBJECT_ATTRIBUTES attributes{};
+    InitializeObjectAttributes(&attributes, &name, 0, above, nullptr);
+    HANDLE hidden = nullptr;
+    ASSERT_EQ(NtCreateKey(&hidden, KEY_ALL_ACCESS, &attributes, 0, nullptr, 0, nullptr), 0);
+    collector.paths.clear();
+    ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
+    EXPECT_EQ(collector.paths.size(), 7U);
+    EXPECT_EQ(collector.paths.at(kFull + L"\\above\\name"), 1);
+    EXPECT_EQ(codeOf([] { KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->deleteItem(); }),
+              ERROR_INVALID_NAME);
+    EXPECT_EQ(NtDeleteKey(hidden), 0) << "it was still there";
+    NtClose(hidden);
+    RegCloseKey(above);
     KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->deleteItem();
     HKEY software = nullptr;
     EXPECT_EQ(RegOpenKeyW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft", &software), ERROR_SUCCESS)

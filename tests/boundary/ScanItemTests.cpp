@@ -11,18 +11,6 @@ bool exists(const std::wstring& literalPath)
     return GetFileAttributesW((L"\\\\?\\" + literalPath).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-/// The code of what an item's operation raises, 0 when it does not.
-template <class Operation>
-unsigned long codeOf(Operation&& operation)
-{
-    try {
-        operation();
-    } catch (const Exception& raised) {
-        return raised.getCode();
-    }
-    return ERROR_SUCCESS;
-}
-
 std::string content(IFile& file)
 {
     unsigned long long size = 0;

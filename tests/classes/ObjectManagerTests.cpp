@@ -224,8 +224,8 @@ TEST(ObjectManager, FailingLock)
     EXPECT_EQ(table.lookup(L"a"), kInvalid);
     waits.failCall(1, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA);
     EXPECT_EQ(table.close(handle), 0);
-    EXPECT_NE(table.close(handle), 0) << "the failed lookup has opened it";
-    EXPECT_EQ(table.getCount(), 0U);
+    EXPECT_NE(table.close(handle), 0);
+    EXPECT_EQ(table.getCount(), 0U) << "the failed lookup has opened it";
 }
 
 TEST(ObjectManager, ManyThreadsOnTheSameNames)

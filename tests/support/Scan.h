@@ -82,6 +82,18 @@ inline std::wstring scratchFolder()
     return folder;
 }
 
+/// The code that an operation of an item raises, or 0.
+template <class Operation>
+unsigned long codeOf(Operation&& operation)
+{
+    try {
+        operation();
+    } catch (const Exception& raised) {
+        return raised.getCode();
+    }
+    return ERROR_SUCCESS;
+}
+
 inline DWORD processHandleCount()
 {
     DWORD count = 0;

@@ -15,7 +15,7 @@ using namespace primitives;
 
 namespace {
 constexpr DWORD kLongestKeyName = 255;
-constexpr REGSAM kDeleteAccess = DELETE | KEY_ENUMERATE_SUB_KEYS | KEY_QUERY_VALUE;
+constexpr REGSAM kDeleteAccess = DELETE | KEY_ENUMERATE_SUB_KEYS;
 
 void requireStatus(LSTATUS status)
 {
@@ -37,34 +37,41 @@ HKEY rootFromNumber(std::uint32_t number)
     throw static_cast<long>(ERROR_INVALID_DATA);
 }
 
-/// Deletes a key and what is below it, deepest first. `key` was opened as itself where it is a link, and is
-/// deleted by its handle: by name the system may go through the link and delete what it leads to. Raises the
-/// bare code of the first key that cannot be deleted.
+/// Deletes a key and what is below it, deepest first. `key` was opened as itself where it is a link (which
+/// has no sub-keys of its own), and is deleted by its handle: by name the system may go through the link and
+/// delete what it leads to. What somebody else deletes in between is gone as well. Raises the bare code of
+/// the first key that cannot be deleted.
 void deleteTree(HKEY key, REGSAM view)
 {
-    while (!isLinkKey(key)) {
+    std::wstring gone;
+    for (;;) {
         wchar_t name[kLongestKeyName + 1];
         DWORD length = kLongestKeyName + 1;
         // Always the first: the others move up.
-        const LSTATUS status = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
-        if (status == ERROR_NO_MORE_ITEMS)
+        LSTATUS status = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
+        if (status == ERROR_NO_MORE_ITEMS || status == ERROR_KEY_DELETED)
             break;
         requireStatus(status);
+        // Win32 would open, and this function delete, the key whose name is the part before the zero.
+        const std::wstring_view found(name, length);
+        if (found.find(L'\0') != std::wstring_view::npos)
+            throw static_cast<long>(ERROR_INVALID_NAME);
         HKEY opened = nullptr;
-        requireStatus(RegOpenKeyExW(key, name, REG_OPTION_OPEN_LINK, kDeleteAccess | view, &opened));
+        status = RegOpenKeyExW(key, name, REG_OPTION_OPEN_LINK, kDeleteAccess | view, &opened);
+        // One that is listed again after it was not there is none that somebody deleted.
+        if (status == ERROR_FILE_NOT_FOUND && gone != found) {
+            gone = found;
+            continue;
+        }
+        requireStatus(status);
         const RegistryKeyHandle child(opened);
         deleteTree(opened, view);
     }
-    requireStatus(static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(key))));
+    const auto deleted = static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(key)));
+    if (deleted != ERROR_KEY_DELETED)
+        requireStatus(deleted);
 }
 } // namespace
-
-bool isLinkKey(HKEY key) noexcept
-{
-    DWORD type = 0;
-    return RegQueryValueExW(key, L"SymbolicLinkValue", nullptr, &type, nullptr, nullptr) == ERROR_SUCCESS &&
-           type == REG_LINK;
-}
 
 std::wstring_view rootName(HKEY root) noexcept
 {

@@ -66,7 +66,8 @@ void RegistryPath::list(Walk& walk)
 {
     const bool isRoot = &walk.root == this;
     HKEY opened = nullptr;
-    // Further down a link is opened as itself, so that it can be told from a key and is never followed.
+    // Further down a link is opened as itself and so never followed: it has no sub-keys of its own, and no
+    // value but the one that says where it leads.
     const LSTATUS status = RegOpenKeyExW(getHKEY(), path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK,
                                          KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | view(), &opened);
     if (!isRoot && isGone(status))
@@ -75,32 +76,36 @@ void RegistryPath::list(Walk& walk)
         throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(status))};
     const RegistryKeyHandle key(opened);
-    if (!isRoot && isLinkKey(opened))
-        return;
-    reportValues(opened, walk);
-    if (!walk.cancelled)
-        reportKeys(opened, walk);
+    // Values that cannot be listed do not lose the sub-keys.
+    const LSTATUS values = reportValues(opened, walk);
+    const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(opened, walk);
+    const LSTATUS failed = values != ERROR_SUCCESS && !isGone(values) ? values : keys;
+    if (failed != ERROR_SUCCESS && !isGone(failed))
+        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
+                                       static_cast<unsigned long>(failed)),
+                             true};
 }
 
-void RegistryPath::reportValues(HKEY key, Walk& walk) const
+LSTATUS RegistryPath::reportValues(HKEY key, Walk& walk) const
 {
     std::vector<FoundName> values;
     const LSTATUS status = readNames(values, [&](DWORD index, wchar_t* name, DWORD* length, DWORD* type) {
         return RegEnumValueW(key, index, name, length, nullptr, type, nullptr, nullptr);
     });
     for (const FoundName& value : values) {
+        // An item of it would stand for a value of the key that the link leads to.
+        if (value.type == REG_LINK && _wcsicmp(value.name.c_str(), L"SymbolicLinkValue") == 0)
+            continue;
         if (walk.poll())
-            return;
+            break;
         reportLeaf(walk, makeShared<ScanItem, RegistryValue>(*this, subKey(), value.name, value.type));
         if (walk.cancelled)
-            return;
+            break;
     }
-    if (status != ERROR_SUCCESS && !isGone(status))
-        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::reportValues", __LINE__),
-                                       static_cast<unsigned long>(status))};
+    return status;
 }
 
-void RegistryPath::reportKeys(HKEY key, Walk& walk) const
+LSTATUS RegistryPath::reportKeys(HKEY key, Walk& walk) const
 {
     std::vector<FoundName> keys;
     const LSTATUS status = readNames(keys, [&](DWORD index, wchar_t* name, DWORD* length, DWORD*) {
@@ -108,14 +113,12 @@ void RegistryPath::reportKeys(HKEY key, Walk& walk) const
     });
     for (const FoundName& found : keys) {
         if (walk.poll())
-            return;
+            break;
         const SharedPtr<ScanItem> item =
             makeShared<ScanItem, RegistryPath>(*this, joinPath(subKey(), found.name));
         reportContainer(walk, item, getLevel() + 1, false); // whether it is a link shows when it is listed
         if (walk.cancelled)
-            return;
+            break;
     }
-    if (status != ERROR_SUCCESS && !isGone(status))
-        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::reportKeys", __LINE__),
-                                       static_cast<unsigned long>(status))};
+    return status;
 }

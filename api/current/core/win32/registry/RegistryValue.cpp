@@ -6,6 +6,10 @@
 
 using namespace primitives;
 
+namespace {
+constexpr std::size_t kLeastGrowth = 1024; // bytes, where the registry does not say how much it takes
+}
+
 RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, unsigned long options)
     : RegistryKey(kRegistryValueItem, root, subKey, options)
 {
@@ -106,17 +110,22 @@ const void* RegistryValue::getData(unsigned long& size)
             DWORD type = 0;
             DWORD length = 0;
             LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, &length);
-            bool known = false; // it may grow between two calls
-            while ((status == ERROR_SUCCESS && !known) || status == ERROR_MORE_DATA) {
+            std::size_t capacity = length;
+            // It may grow between two calls, and some providers never say how long theirs is.
+            for (bool known = false; (status == ERROR_SUCCESS && !known) || status == ERROR_MORE_DATA;
+                 known = true) {
+                if (known)
+                    capacity = std::max<std::size_t>({length, capacity * 2, kLeastGrowth});
+                if (capacity > MAXLONG)
+                    throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
                 // Two more characters, so that text ends even where the registry's does not.
-                data.allocate(std::max<std::size_t>(length, data.getSize() * 2), 2 * sizeof(wchar_t));
-                length = static_cast<DWORD>(data.getSize());
+                data.allocate(capacity, 2 * sizeof(wchar_t));
+                length = static_cast<DWORD>(capacity);
                 status = RegQueryValueExW(key.get(), getName(), nullptr, &type,
                                           static_cast<BYTE*>(data.getData()), &length);
-                known = true;
             }
             requireSuccess(status);
-            keep(type, data.release(), length);
+            keep(type, data.release(), std::min(length, static_cast<DWORD>(capacity)));
         });
     size = m_size;
     return m_data;

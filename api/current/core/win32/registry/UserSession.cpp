@@ -9,6 +9,20 @@ long lastError() noexcept
 {
     return static_cast<long>(GetLastError());
 }
+
+/// Whether this process is the system's own account. A token that cannot be read counts as that: nobody
+/// must be taken for a user by mistake.
+bool isLocalSystem() noexcept
+{
+    HANDLE opened = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened))
+        return true;
+    const Win32Handle token(opened);
+    alignas(TOKEN_USER) BYTE user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    DWORD length = 0;
+    return !GetTokenInformation(token.get(), TokenUser, user, sizeof user, &length) ||
+           IsWellKnownSid(reinterpret_cast<const TOKEN_USER*>(user)->User.Sid, WinLocalSystemSid);
+}
 } // namespace
 
 long impersonateLoggedOnUser() noexcept
@@ -28,9 +42,11 @@ long impersonateLoggedOnUser() noexcept
 
     HANDLE queried = nullptr;
     if (!query(session, &queried)) {
-        // Only the system's own account may ask. A program of the user's is the user already.
-        if (GetLastError() != ERROR_PRIVILEGE_NOT_HELD)
-            return lastError();
+        // Only the system's own account may ask, unless its privilege was taken away. A program of the
+        // user's is the user already.
+        const long code = lastError();
+        if (code != ERROR_PRIVILEGE_NOT_HELD || isLocalSystem())
+            return code;
         return ImpersonateSelf(SecurityImpersonation) ? ERROR_SUCCESS : lastError();
     }
     const Win32Handle token(queried);

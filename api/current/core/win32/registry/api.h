@@ -45,6 +45,7 @@ SYSMAINT_API void* CreateRegistryPath(const wchar_t* name, HKEY root, const wcha
 /// RevertToSelf. Only the system's own account may ask for another session's user; to a process of any other
 /// account the user is itself, and it impersonates itself.
 ///
-/// Returns 0; 1312 when nobody is logged on at the console; or the system's code. The thread is as it was
-/// then.
+/// Returns 0, or a code, and then the thread is as it was: 1312 when there is no console session at the
+/// moment; 1008 when nobody is logged on at it; 1314 to a process of the system account without the privilege
+/// to ask (SeTcbPrivilege); another of WTSQueryUserToken, ImpersonateSelf or ImpersonateLoggedOnUser.
 SYSMAINT_API long ImpersonateCurrentUser();

@@ -19,12 +19,17 @@ struct IRegistryItem
     /// The full path: the root's long name, a backslash and the sub-key path; for a value another backslash
     /// and its name follow. Any root that is not HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE, HKEY_USERS or
     /// HKEY_CURRENT_CONFIG is called "HKEY_CURRENT_USER". Owned by the item.
+    ///
+    /// Rules that look at names see what follows the last backslash that something follows: for a key's
+    /// default value, whose path ends with one, that is the key's name and the backslash; for a name with
+    /// backslashes it is the part behind the last of them.
     [[nodiscard]] virtual const wchar_t* getPath() const = 0;
     /// Makes the key with all missing parents, or writes the value into its key, which must exist.
     virtual void create() = 0;
     /// Removes the value, or the key with everything below it. Links below it are removed, not their targets.
     /// When something cannot be removed the code is raised at once: what was removed until then is gone, the
-    /// rest, with all keys above it, is left. A key without a sub-key path, a whole root, is refused with 87.
+    /// rest, with all keys above it, is left. A key whose name holds a zero, which Win32 cannot name, stops it
+    /// with 123. A key without a sub-key path, a whole root, is refused with 87.
     virtual void deleteItem() = 0;
     /// Nonzero when the key or value is there. Raises the system's code when it cannot tell.
     [[nodiscard]] virtual int exists() const = 0;

@@ -64,6 +64,3 @@ private:
 
 /// The long name of a root key.
 [[nodiscard]] std::wstring_view rootName(HKEY root) noexcept;
-
-/// Whether an opened key is a symbolic link that was opened as itself.
-[[nodiscard]] bool isLinkKey(HKEY key) noexcept;

@@ -19,6 +19,7 @@ private:
     void list(Walk& walk) override;
     [[nodiscard]] const char* scanPlace() const noexcept override;
 
-    void reportValues(HKEY key, Walk& walk) const;
-    void reportKeys(HKEY key, Walk& walk) const;
+    /// Both return what the listing ended with; what was found until then is reported.
+    LSTATUS reportValues(HKEY key, Walk& walk) const;
+    LSTATUS reportKeys(HKEY key, Walk& walk) const;
 };

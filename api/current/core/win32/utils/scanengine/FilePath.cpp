@@ -68,7 +68,7 @@ void FilePath::getFiles(Walk& walk)
             return;
     } while (FindNextFileW(search.get(), &entry));
     if (GetLastError() != ERROR_NO_MORE_FILES)
-        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__))};
+        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__)), true};
 }
 
 void FilePath::handleEntry(const WIN32_FIND_DATAW& entry, Walk& walk) const

@@ -36,7 +36,10 @@ long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& valid
         try {
             listInto(*this, walk);
         } catch (const ListingFailure& failure) {
-            throw failure.reason;
+            if (!failure.brokeOff)
+                throw failure.reason;
+            if (!firstFailure)
+                firstFailure.emplace(failure.reason);
         }
     }
 

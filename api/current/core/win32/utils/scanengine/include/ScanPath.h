@@ -58,6 +58,7 @@ protected:
     struct ListingFailure
     {
         Exception reason;
+        bool brokeOff = false; ///< after it had begun
     };
 
     explicit ScanPath(std::uint32_t level) : m_level(level) {}
