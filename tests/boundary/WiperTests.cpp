@@ -256,6 +256,9 @@ TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
         failCalls<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>(FALSE, ERROR_DIR_NOT_EMPTY, run(kind));
         failCalls<"FindFirstStreamW", decltype(&FindFirstStreamW)>(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED,
                                                                    run(kind));
+        failCalls<"GetFileAttributesW", decltype(&GetFileAttributesW)>(INVALID_FILE_ATTRIBUTES,
+                                                                       ERROR_NETNAME_DELETED, run(kind));
+        failCalls<"SetFileAttributesW", decltype(&SetFileAttributesW)>(FALSE, 0, run(kind)); // shows later
         const auto runKind = run(kind);
         space.reset(), files.reset();
         runKind(0, "intact");
@@ -387,6 +390,13 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     EXPECT_FALSE(isThere(at(L"file")));
     EXPECT_EQ(readBytes(at(L"target")), Bytes(1000, 0xE5));
 
+    // What cannot be told is not touched.
+    ASSERT_TRUE(CreateHardLinkW(at(L"file").c_str(), at(L"target").c_str(), nullptr));
+    searches.failCall(1, INVALID_HANDLE_VALUE, ERROR_NOT_READY);
+    EXPECT_EQ(wipe(kWipeFile, kWipeZeros), ERROR_NOT_READY);
+    EXPECT_EQ(readBytes(at(L"file")), Bytes(1000, 0xE5));
+    EXPECT_TRUE(DeleteFileW(at(L"file").c_str()));
+
     // Other reparse points are the file itself, and its names share what is destroyed.
     tag = IO_REPARSE_TAG_DEDUP;
     ASSERT_TRUE(CreateHardLinkW(at(L"file").c_str(), at(L"target").c_str(), nullptr));
@@ -423,6 +433,13 @@ TEST_F(WiperTest, OverwritesAlternateStreamsToo)
             return next.calls() == 1;
         });
         close.setHook([&](auto original, HANDLE handle) { return handle == search || original(handle); });
+        stack.resize(1); // the folder alone
+        next.failCall(1, FALSE, ERROR_CRC);
+        EXPECT_EQ(wipe(kind, kWipeZeros), ERROR_CRC);
+        EXPECT_TRUE(isThere(owner)) << "deleted with a stream that was not overwritten";
+        prepare(10);
+        written.clear();
+        next.failCall(0, FALSE, 0);
         EXPECT_EQ(wipe(kind, kWipeZeros), 0);
         EXPECT_EQ(written.size(), kChunk + 3 + (kind == kWipeFile ? 10U : 20U));
         EXPECT_EQ(progress.total, kChunk + 3U);
@@ -491,6 +508,9 @@ TEST_F(WiperTest, StacksKeepSkippedEntriesAndStopAtAFailure)
     EXPECT_EQ(wipe(kWipeDirectoryStack, kWipeZeros), 0);
     EXPECT_EQ(stack.size(), 1U);
     EXPECT_EQ(removals.calls(), 0);
+    stack = {{L"Q:\\", L"", true, false}};
+    devices.failCall(1, 0, ERROR_FILE_NOT_FOUND);
+    EXPECT_NE(wipe(kWipeDirectoryStack, kWipeZeros), 0) << "no drive, nothing removed";
 }
 
 TEST_F(WiperTest, WritesTheBootTimeListByteForByte)

@@ -44,29 +44,42 @@ void cut(HANDLE file, const char* place)
         throw Exception(place);
 }
 
-/// What is there under a path: its attributes, and whether it only stands for something else.
+/// What is there under a path: its attributes, and whether it only stands for something else. Takes
+/// read-only, hidden and system away.
 struct Found
 {
-    explicit Found(const wchar_t* target) : attributes(GetFileAttributesW(target))
+    explicit Found(const wchar_t* target)
     {
-        if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        const DWORD attributes = GetFileAttributesW(target);
+        if (attributes == INVALID_FILE_ATTRIBUTES) {
+            code = GetLastError();
             return;
-        WIN32_FIND_DATAW data;
-        const FindHandle search(FindFirstFileW(target, &data));
-        link = !search.isValid() || isLink(data); // what cannot be told is taken for a link
+        }
+        if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+            WIN32_FIND_DATAW data;
+            const FindHandle search(FindFirstFileW(target, &data));
+            if (!search.isValid()) {
+                code = GetLastError();
+                return;
+            }
+            link = isLink(data);
+        }
+        // A link is cleared only where its removal needs it. A failure shows in what comes next.
+        if (!link || (attributes & FILE_ATTRIBUTE_READONLY) != 0)
+            SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
     }
 
-    DWORD attributes;
+    /// What cannot be told is not touched: were it a link, its target would be destroyed, and were it none,
+    /// it would go without being overwritten.
+    void requireKnown(const char* place) const
+    {
+        if (code != ERROR_SUCCESS)
+            throw Exception(place, code);
+    }
+
+    DWORD code = ERROR_SUCCESS;
     bool link = false;
 };
-
-/// Takes read-only, hidden and system away. Where that fails, so does what comes next, and says so.
-void clearAttributes(const wchar_t* target, const Found& found)
-{
-    // A link is cleared only where its removal needs it.
-    if (!found.link || (found.attributes & FILE_ATTRIBUTE_READONLY) != 0)
-        SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
-}
 
 /// The text that the boot-time program finds the file by: absolute and without a prefix.
 std::wstring listedPath(const wchar_t* path)
@@ -279,8 +292,8 @@ void Wiper::overwriteAndDelete(const wchar_t* path)
 {
     const Win32Path given(path);
     const Found found(given);
-    clearAttributes(given, found);
     throwIfCancelled(WIPER_PLACE("Wiper::WipeFile"));
+    found.requireKnown(WIPER_PLACE("Wiper::WipeFile"));
     if (found.link) {
         if (!DeleteFileW(given))
             throw Exception(WIPER_PLACE("Wiper::WipeFile"));
@@ -420,7 +433,7 @@ bool Wiper::wipeTopDirectory(const DirectoryStackEntry& entry)
     }
     const Win32Path target(entry.path.c_str());
     const Found found(target);
-    clearAttributes(target, found);
+    found.requireKnown(WIPER_PLACE("Wiper::WipeDirectoryStack"));
     if (!found.link)
         wipeStreams(target);
     if (!RemoveDirectoryW(target))
