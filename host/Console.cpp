@@ -89,8 +89,7 @@ HANDLE cancelEvent()
 
 bool ProgressLine::isDue()
 {
-    return messages().isTerminal() && !results().isTerminal() &&
-           GetTickCount64() - m_lastShown >= kProgressInterval;
+    return messages().isTerminal() && GetTickCount64() - m_lastShown >= kProgressInterval;
 }
 
 void ProgressLine::show(std::wstring_view text)

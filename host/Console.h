@@ -39,7 +39,7 @@ Output& messages();
 /// The event that Ctrl+C signals; from the first call on Ctrl+C does nothing else.
 HANDLE cancelEvent();
 
-/// A line that is written over and over, on messages() when that is a terminal and results() is not.
+/// A line that is written over and over, on messages() when that is a terminal.
 class ProgressLine
 {
 public:

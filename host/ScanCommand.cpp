@@ -56,7 +56,8 @@ public:
         if (!results().isOpen())
             throw Exception("File: host\\ScanCommand.cpp\nFunction: ScanPrinter::onNotify\nLine: 0",
                             ERROR_BROKEN_PIPE);
-        if (m_progress.isDue()) {
+        if (!results().isTerminal() &&
+            m_progress.isDue()) { // results on the same terminal show it by themselves
             const ULONGLONG elapsed = GetTickCount64() - m_begin;
             m_progress.show(
                 counts() + L", " +

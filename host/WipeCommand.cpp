@@ -56,7 +56,7 @@ struct Run : WipeProgress
     }
 
     ProgressLine line;
-    ULONGLONG begin = GetTickCount64();
+    ULONGLONG begin = 0;               // of the first call
     unsigned long long doneBefore = 0; // by earlier calls
     unsigned long long toCome = 0;     // for later calls
     unsigned long long files = 0;
@@ -94,23 +94,58 @@ std::wstring windowsFolder()
     return std::wstring(folder, GetWindowsDirectoryW(folder, MAX_PATH));
 }
 
+/// Where a path leads by whatever name: through short names, links, substituted drives. Of something that is
+/// not there or cannot be opened the path itself.
+std::wstring finalPath(const std::wstring& path)
+{
+    const HANDLE file = ::CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return path;
+    std::wstring full(32768, L'\0');
+    full.resize(GetFinalPathNameByHandleW(file, full.data(), static_cast<DWORD>(full.size()), 0));
+    CloseHandle(file);
+    return full.empty() ? path : full;
+}
+
+/// Whether a path is a symbolic link, a junction or a mount point.
+bool isLink(const std::wstring& path)
+{
+    WIN32_FIND_DATAW data;
+    const HANDLE search = FindFirstFileW(path.c_str(), &data);
+    if (search == INVALID_HANDLE_VALUE)
+        return false;
+    FindClose(search);
+    return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+           (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0)); // 0: cannot be told
+}
+
 bool isWithin(const std::wstring& path, const std::wstring& folder)
 {
     return path == folder || path.compare(0, folder.size() + 1, folder + L"\\") == 0;
 }
 
-/// Refuses what nobody may mean.
+/// Refuses what nobody may mean, by whatever name.
 void requireHarmless(const std::wstring& path)
 {
-    std::wstring full = lower(fullPath(path));
-    if (full.compare(0, 4, L"\\\\?\\") == 0)
-        full.erase(0, 4);
-    const std::wstring windows = lower(windowsFolder());
+    const auto plain = [](const std::wstring& any) {
+        std::wstring full = lower(fullPath(any));
+        if (full.compare(0, 4, L"\\\\?\\") == 0 || full.compare(0, 4, L"\\\\.\\") == 0)
+            full.erase(0, 4);
+        return full;
+    };
     const std::wstring name = printable(path);
-    if (full.size() <= 3 && full.size() >= 2 && full[1] == L':')
-        throw UsageError{name + L" is the root of a drive"};
-    if (isWithin(full, windows) || isWithin(windows, full))
-        throw UsageError{name + L" is the Windows folder, leads to it or is in it"};
+    // A link itself may be removed wherever it leads.
+    const std::wstring named = plain(path);
+    const std::wstring reached = isLink(path) ? named : plain(finalPath(path));
+    const std::wstring windows[] = {plain(windowsFolder()), plain(finalPath(windowsFolder()))};
+    for (const std::wstring& full : {named, reached}) {
+        if (full.size() <= 3 && full.size() >= 2 && full[1] == L':')
+            throw UsageError{name + L" is the root of a drive"};
+        for (const std::wstring& folder : windows)
+            if (isWithin(full, folder) || isWithin(folder, full))
+                throw UsageError{name + L" is the Windows folder, leads to it or is in it"};
+    }
 }
 
 std::wstring requireDrive(const std::wstring& word)
@@ -139,8 +174,16 @@ bool confirmed(const Options& options, const std::wstring& what)
     messages().flush();
     wchar_t answer[16] = {};
     DWORD length = 0;
-    return ReadConsoleW(input, answer, 15, &length, nullptr) && length >= 3 &&
-           std::wstring_view(answer, 3) == L"yes" && (length == 3 || answer[3] <= L' ');
+    if (ReadConsoleW(input, answer, 15, &length, nullptr) && length >= 3 &&
+        std::wstring_view(answer, 3) == L"yes" && (length == 3 || answer[3] <= L' '))
+        return true;
+    messages().writeLine(L"nothing was wiped");
+    return false;
+}
+
+std::wstring formatFiles(unsigned long long count)
+{
+    return formatCount(count) + (count == 1 ? L" file" : L" files");
 }
 
 unsigned long long sizeOf(const std::wstring& path)
@@ -165,7 +208,7 @@ public:
             messages().writeLine(L"  " + printable(path));
             m_run.total += sizeOf(path) * m_options.passes;
         }
-        if (!confirmed(m_options, L"wipe " + formatCount(paths.size()) + L" files"))
+        if (!confirmed(m_options, L"wipe " + formatFiles(paths.size())))
             return kExitFailed;
         long result = ERROR_SUCCESS;
         for (const std::wstring& path : paths) {
@@ -193,11 +236,13 @@ public:
         const std::wstring root = fullPath(folder);
         if (!m_options.hasRules)
             m_stack.push_back({HeapStringW(root.c_str()), L"", true, false});
-        const long code = list(root);
+        // A link is removed, what it leads to is not touched.
+        const long code = isLink(root) ? ERROR_SUCCESS : list(root);
         if (code != ERROR_SUCCESS)
             return finish(report(folder, code, code));
-        if (!confirmed(m_options, L"wipe " + printable(root) + L": " + formatCount(m_listedFiles) +
-                                      L" files, " + formatBytes(m_listedBytes)))
+        showListed();
+        if (!confirmed(m_options, L"wipe " + printable(root) + L": " + formatFiles(m_listedFiles) + L", " +
+                                      formatBytes(m_listedBytes)))
             return kExitFailed;
         m_run.total = m_listedBytes * m_options.passes;
         return finish(walk(root));
@@ -240,6 +285,8 @@ private:
     {
         if (!m_wiper)
             return ERROR_NOT_ENOUGH_MEMORY;
+        if (m_run.begin == 0)
+            m_run.begin = GetTickCount64();
         return m_wiper->Wipe(&Run::show, &m_run, kind, path.c_str(), stack, m_options.validator.get(),
                              m_options.method, passes, cancelEvent());
     }
@@ -280,6 +327,18 @@ private:
             code = FSEngineScan(engine, cancelEvent(), m_options.validator, options);
         CloseFileScanEngine(engine);
         return code;
+    }
+
+    /// The first of what will go, by name.
+    void showListed() const
+    {
+        constexpr unsigned long long kMost = 20;
+        unsigned long long shown = 0;
+        for (const DirectoryStackEntry& entry : m_stack)
+            if (!entry.isDirectory && shown++ < kMost)
+                messages().writeLine(L"  " + printable(entry.directory + L"\\" + entry.path));
+        if (shown > kMost)
+            messages().writeLine(L"  and " + formatCount(shown - kMost) + L" more");
     }
 
     /// Goes on after an entry that fails, which then stays.
@@ -335,10 +394,9 @@ private:
         for (const std::wstring& path : m_run.waiting)
             messages().writeLine(L"waits for the restart: " + printable(path));
         messages().writeLine((code == ERROR_CANCELLED ? L"cancelled; wiped so far: " : L"wiped ") +
-                             formatCount(m_run.files) + L" files, " +
-                             formatBytes(m_run.doneBefore + m_run.done) + L" written, " +
-                             formatCount(m_run.failed) + L" failed, " + formatCount(m_run.waiting.size()) +
-                             L" wait for the restart");
+                             formatFiles(m_run.files) + L", " + formatBytes(m_run.doneBefore + m_run.done) +
+                             L" written, " + formatCount(m_run.failed) + L" failed, " +
+                             formatCount(m_run.waiting.size()) + L" wait for the restart");
         if (code == ERROR_CANCELLED)
             return kExitCancelled;
         return code == ERROR_SUCCESS ? kExitDone : kExitFailed;

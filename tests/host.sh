@@ -78,16 +78,27 @@ for refused in 'C:\' 'C:' 'C:\windows' 'C:\WINDOWS\system32\kernel32.dll' '\\?\C
     run 2 wipe file "$refused" --yes
     run 2 wipe tree "$refused" --yes
 done
+# By other names too: through a link, or as what another drive shows.
+prefix=${WINEPREFIX:-$(dirname "${BASH_SOURCE[0]}")/../build/wineprefix-tests}
+windows=$(cd "$prefix/drive_c/windows" && pwd -P)
+ln -s "$windows" "$tree/link"
+for refused in "$folder\\link\\system32" "Z:${windows//\//\\}" 'c:/windows/.'; do
+    run 2 wipe tree "$refused" --yes && says err 'is the Windows folder, leads to it or is in it'
+done
+ln -sfn "$tree/inner" "$tree/link"
+"$runner" "$host" wipe tree "$folder\\link" --yes 2>/dev/null # the platform cannot remove such a link
+[ -e "$tree/inner/b.log" ] || fail 'the link was followed'
+rm "$tree/link"
 run 2 wipe volume C: --yes && says err 'Windows is on C:'
 run 2 wipe tree "$folder" && says err '--yes'
 run 2 wipe file "$folder" --yes && says err 'say tree'
 run 2 wipe file "$folder\\a.tmp" --method ones --yes
 run 2 wipe free "$folder" --yes
 [ "$(find "$tree" -type f | wc -l)" -eq 4 ] || fail 'something was wiped that was refused'
-run 1 wipe file "$folder\\a.tmp" "$folder\\missing" --yes && says err 'wiped 1 files, 5 bytes written, 1 failed, 0 wait'
+run 1 wipe file "$folder\\a.tmp" "$folder\\missing" --yes && says err 'wiped 1 file, 5 bytes written, 1 failed, 0 wait'
 [ -e "$tree/a.tmp" ] && fail 'a.tmp is still there'
 run 0 wipe tree "$folder" --yes --filter '*.tmp' --ignore 'keep:111' --method gutmann --passes 2
-says err 'wiped 1 files, 2 bytes written, 0 failed'
+says err 'wiped 1 file, 2 bytes written, 0 failed'
 [ "$(cd "$tree" && find . | sort | tr '\n' ' ')" = './inner ./inner/b.log ./inner/deep ./keep.tmp ' ] ||
     [ "$(cd "$tree" && find . | sort | tr '\n' ' ')" = '. ./inner ./inner/b.log ./inner/deep ./keep.tmp ' ] ||
     fail "filters: $(find "$tree")"
