@@ -367,10 +367,11 @@ TEST(Registry, WideAndDeepKeysAreScannedOnce)
     ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
     EXPECT_EQ(collector.paths.size(), 20008U);
     EXPECT_EQ(collector.calls, 20008);
+    const auto full = [](const std::wstring& name) { return std::wstring(kFull).append(L"\\").append(name); };
     for (const std::wstring& name : longest)
-        EXPECT_EQ(collector.paths.count(kFull + L"\\" + name), 1U);
+        EXPECT_EQ(collector.paths.count(full(name)), 1U);
     for (const std::wstring& name : longKeys)
-        EXPECT_EQ(collector.paths.count(kFull + L"\\" + name), 1U);
+        EXPECT_EQ(collector.paths.count(full(name)), 1U);
     for (int i = 0; i < 10000; ++i) {
         ASSERT_EQ(collector.paths.count(kFull + L"\\key" + std::to_wstring(i)), 1U);
         ASSERT_EQ(collector.paths.count(kFull + L"\\value" + std::to_wstring(i)), 1U);
