@@ -1,7 +1,5 @@
 #include <windows.h>
 
-#include <psapi.h>
-
 #include <string>
 
 #include "Bench.h"
@@ -28,16 +26,11 @@ std::function<void()> loadAndFree(const std::wstring& path, long count)
 
 long privateKilobytes(const std::wstring& path)
 {
-    PROCESS_MEMORY_COUNTERS_EX before{};
-    PROCESS_MEMORY_COUNTERS_EX after{};
-    GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&before),
-                         sizeof before);
+    const unsigned long long before = privateBytes();
     const HMODULE module = LoadLibraryW(path.c_str());
-    GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&after),
-                         sizeof after);
+    const unsigned long long after = privateBytes();
     FreeLibrary(module);
-    return static_cast<long>(
-        (static_cast<long long>(after.PrivateUsage) - static_cast<long long>(before.PrivateUsage)) / 1024);
+    return static_cast<long>((static_cast<long long>(after) - static_cast<long long>(before)) / 1024);
 }
 } // namespace
 

@@ -2,6 +2,8 @@
 
 #include <shlwapi.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -12,16 +14,25 @@
 namespace {
 struct Counter : INotifyHandler
 {
-    void onNotify(const Notification&, const SharedPtr<ScanItem>&) override { ++count; }
+    void onNotify(const Notification&, const SharedPtr<ScanItem>&) override
+    {
+        if (++count % 1000 == 0 && measures)
+            peak = std::max(peak, privateBytes());
+    }
     unsigned long long count = 0;
+    bool measures = false;
+    unsigned long long peak = 0;
 };
+
+unsigned long long entriesOf(long files)
+{
+    return static_cast<unsigned long long>(files) + static_cast<unsigned long long>(files + 99) / 100;
+}
 
 /// A tree of 100 files to a folder, made once and kept for the next run.
 std::wstring makeTree(long files)
 {
-    wchar_t temporary[MAX_PATH];
-    GetTempPathW(MAX_PATH, temporary);
-    const std::wstring root = std::wstring(temporary) + L"sysmaint-bench-" + std::to_wstring(files);
+    const std::wstring root = temporaryFolder() + L"sysmaint-bench-" + std::to_wstring(files);
     if (!CreateDirectoryW(root.c_str(), nullptr))
         return root;
     for (long file = 0; file < files; ++file) {
@@ -53,24 +64,29 @@ void bareWalk(const std::wstring& folder, Visit&& visit)
     FindClose(search);
 }
 
+void walkTree(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores, Counter& counter)
+{
+    void* engine = CreateFileScanEngine(L"bench");
+    FSEngineRegisterHandler(engine, counter, kContainerFound, 0, 0);
+    FSEngineRegisterHandler(engine, counter, kLeafFound, 0, 0);
+    FSEngineAddPath(engine, root.c_str(), 0);
+    ScanOptions options;
+    options.depthGiven = 1;
+    options.depth = 65535;
+    const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
+    require(FSEngineScan(engine, nullptr, validator, options) == ERROR_SUCCESS, "the walk failed");
+    FSEngineClear(engine);
+    CloseFileScanEngine(engine);
+}
+
 /// Our walk over the tree; `filters` and `ignores` as DllGetScanValidator takes them.
 std::function<void()> ourWalk(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores,
                               unsigned long long expected)
 {
     return [=] {
         Counter counter;
-        void* engine = CreateFileScanEngine(L"bench");
-        FSEngineRegisterHandler(engine, counter, kContainerFound, 0, 0);
-        FSEngineRegisterHandler(engine, counter, kLeafFound, 0, 0);
-        FSEngineAddPath(engine, root.c_str(), 0);
-        ScanOptions options;
-        options.depthGiven = 1;
-        options.depth = 65535;
-        const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
-        require(FSEngineScan(engine, nullptr, validator, options) == ERROR_SUCCESS, "the walk failed");
+        walkTree(root, filters, ignores, counter);
         require(counter.count == expected, "the walk did not find what is there");
-        FSEngineClear(engine);
-        CloseFileScanEngine(engine);
     };
 }
 
@@ -84,11 +100,27 @@ std::wstring rules(const wchar_t* extension, const wchar_t* last)
 }
 } // namespace
 
+std::vector<BenchRow> memoryRows(BenchScale scale)
+{
+    const long files = scale(300000);
+    const std::wstring root = makeTree(files);
+    Counter counter;
+    counter.measures = true;
+    const unsigned long long before = privateBytes();
+    walkTree(root, L"", L"", counter);
+    require(counter.count == entriesOf(files), "the walk did not find what is there");
+    char name[100];
+    std::snprintf(name, sizeof name, "walk of %ld files (peak %+.1f MiB private)", files,
+                  (static_cast<double>(counter.peak) - static_cast<double>(before)) / 1048576.0);
+    return {{name, "goal: below 64 MiB", 0, static_cast<double>(entriesOf(files)),
+             ourWalk(root, L"", L"", entriesOf(files)), nullptr}};
+}
+
 std::vector<BenchRow> walkRows(BenchScale scale)
 {
     const long files = scale(100000);
     const std::wstring root = makeTree(files);
-    const unsigned long long entries = static_cast<unsigned long long>(files) + (files + 99) / 100;
+    const unsigned long long entries = entriesOf(files);
     const double operations = static_cast<double>(entries);
 
     const auto filters = std::make_shared<std::wstring>(rules(L".bak", L"*.tmp"));

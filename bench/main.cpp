@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "Bench.h"
 #include "support/KernelCalls.h"
@@ -30,6 +31,17 @@ double seconds(const std::function<void()>& work)
     return static_cast<double>(end.QuadPart - begin.QuadPart) / static_cast<double>(frequency.QuadPart);
 }
 
+/// One turn of one side, with what goes before and after it.
+double turnOf(const BenchRow& row, const std::function<void()>& side)
+{
+    if (row.prepare)
+        row.prepare();
+    const double time = seconds(side);
+    if (row.settle)
+        row.settle();
+    return time;
+}
+
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -38,9 +50,17 @@ double median(std::vector<double> values)
 
 double kernelCallsPerOperation(const BenchRow& row)
 {
-    const KernelCalls calls(GetModuleHandleW(nullptr));
-    row.ours();
-    return static_cast<double>(calls.total()) / row.operations;
+    if (row.prepare)
+        row.prepare();
+    double calls = 0;
+    {
+        const KernelCalls counted(GetModuleHandleW(nullptr));
+        row.ours();
+        calls = static_cast<double>(counted.total()) / row.operations;
+    }
+    if (row.settle)
+        row.settle();
+    return calls;
 }
 
 void measure(const BenchRow& row, int turns, bool json)
@@ -49,9 +69,9 @@ void measure(const BenchRow& row, int turns, bool json)
     std::vector<double> ours;
     std::vector<double> peers;
     for (int turn = 0; turn < turns; ++turn) {
-        ours.push_back(seconds(row.ours));
+        ours.push_back(turnOf(row, row.ours));
         if (row.peer)
-            peers.push_back(seconds(row.peer));
+            peers.push_back(turnOf(row, row.peer));
     }
     const double our = median(ours) / row.operations * 1e9;
     const double peer = median(peers) / row.operations * 1e9;
@@ -87,6 +107,29 @@ void require(bool condition, const char* what)
     std::exit(1);
 }
 
+unsigned long long privateBytes()
+{
+    // The same as PrivateUsage, which Wine leaves at zero.
+    PROCESS_MEMORY_COUNTERS memory{};
+    GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory);
+    return memory.PagefileUsage;
+}
+
+std::wstring temporaryFolder()
+{
+    wchar_t folder[MAX_PATH];
+    return std::wstring(folder, GetTempPathW(MAX_PATH, folder));
+}
+
+void onThreads(int threads, const std::function<void()>& work)
+{
+    std::vector<std::thread> running;
+    for (int i = 0; i < threads; ++i)
+        running.emplace_back(work);
+    for (std::thread& thread : running)
+        thread.join();
+}
+
 int main(int count, char** arguments)
 {
     bool quick = false;
@@ -110,7 +153,9 @@ int main(int count, char** arguments)
                     "case", "peer", "ours ns/op", "peer ns/op", "ratio", "goal", "calls/op");
     const BenchScale scale{quick};
     int rows = 0;
-    for (const auto& make : {walkRows, matchingRows, messageRows, handleRows, loadRows}) {
+    // Memory comes first: what an earlier row has used and given back would not count again.
+    for (const auto& make : {memoryRows, walkRows, matchingRows, messageRows, topicRows, workRows, logRows,
+                             wipeRows, handleRows, loadRows}) {
         for (const BenchRow& row : make(scale)) {
             if (row.name.find(only) == std::string::npos)
                 continue;
