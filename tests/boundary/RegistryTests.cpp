@@ -471,6 +471,13 @@ TEST(Registry, FailingCalls)
     // Getting at the user's hive.
     users.failCall(1, ERROR_NOT_READY, 0);
     EXPECT_EQ(walk(), ERROR_NOT_READY);
+    users.failCall(1, ERROR_NOT_READY, 0);
+    try {
+        KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->create();
+        ADD_FAILURE() << "nothing was raised";
+    } catch (const Exception& raised) {
+        EXPECT_NE(std::wstring_view(raised.getText()).find(L"RegistryKey::getHKEY"), std::wstring_view::npos);
+    }
     users.failCall(0, 0, 0);
     {
         CountedImport<"RevertToSelf", decltype(&RevertToSelf)> reverts(dll);

@@ -234,7 +234,7 @@ RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
 
 void RegistryKey::create()
 {
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
         requireWritable();
         HKEY key = nullptr;
         requireStatus(RegCreateKeyExW(getHKEY(), path().getPath(), 0, nullptr, REG_OPTION_NON_VOLATILE,
@@ -245,7 +245,7 @@ void RegistryKey::create()
 
 void RegistryKey::deleteItem()
 {
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
         requireWritable();
         if (subKey().find_first_not_of(L'\\') == std::wstring_view::npos)
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
@@ -256,8 +256,8 @@ void RegistryKey::deleteItem()
 int RegistryKey::exists() const
 {
     int found = 0;
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::exists", __LINE__),
-               [&] { found = openExisting(KEY_READ).isValid() ? 1 : 0; });
+    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::exists", __LINE__),
+                    [&] { found = openExisting(KEY_READ).isValid() ? 1 : 0; });
     return found;
 }
 

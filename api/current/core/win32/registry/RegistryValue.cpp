@@ -75,13 +75,13 @@ void RegistryValue::write(REGSAM access)
 
 void RegistryValue::create()
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__),
-               [&] { write(KEY_SET_VALUE); });
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__),
+                    [&] { write(KEY_SET_VALUE); });
 }
 
 void RegistryValue::deleteItem()
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
         requireWritable();
         const RegistryKeyHandle key = open(KEY_SET_VALUE);
         requireSuccess(RegDeleteValueW(key.get(), getName()));
@@ -91,7 +91,7 @@ void RegistryValue::deleteItem()
 int RegistryValue::exists() const
 {
     int found = 0;
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
         const RegistryKeyHandle key = openExisting(KEY_QUERY_VALUE);
         if (!key.isValid())
             return;
@@ -106,7 +106,7 @@ int RegistryValue::exists() const
 unsigned long RegistryValue::getValueType()
 {
     if (!m_type)
-        placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
+        placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             DWORD type = 0;
             requireSuccess(RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, nullptr));
@@ -119,7 +119,7 @@ unsigned long RegistryValue::getValueType()
 const void* RegistryValue::getData(unsigned long& size)
 {
     if (!m_hasData)
-        placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
+        placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             Blob data;
             DWORD type = 0;
@@ -162,8 +162,8 @@ void RegistryValue::setData(unsigned long type, const void* data, unsigned long 
 void RegistryValue::setValue(unsigned long type, const void* data, unsigned long size)
 {
     setData(type, data, size);
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__),
-               [&] { write(KEY_SET_VALUE); });
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__),
+                    [&] { write(KEY_SET_VALUE); });
 }
 
 long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const

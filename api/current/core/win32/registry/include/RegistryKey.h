@@ -5,6 +5,7 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "win32/communication/include/Primitives.h"
 #include "win32/registry/include/IRegistryKey.h"
 #include "win32/scanengine/include/ScanItem.h"
 
@@ -48,6 +49,14 @@ protected:
     [[nodiscard]] std::wstring_view subKey() const noexcept { return path().view(); }
     /// What follows the key's full path in the item's.
     [[nodiscard]] virtual std::wstring_view pathSuffix() const noexcept { return {}; }
+    /// Runs one operation; what it raises becomes an Exception at `place`, but for what getHKEY raises, which
+    /// has its own.
+    template <class Step>
+    void placedOperation(const char* place, Step&& step) const
+    {
+        static_cast<void>(getHKEY());
+        primitives::placedStep(place, step);
+    }
     /// Opens the key. Raises the bare code, or what getHKEY raises. A key that a walk has found, or that
     /// holds a value that it has found, is opened as itself: what was put in its place meanwhile, a link, is
     /// not followed.
