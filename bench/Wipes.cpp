@@ -1,0 +1,77 @@
+#include <windows.h>
+
+#include <memory>
+#include <string>
+
+#include "Bench.h"
+#include "core/win32/utils/wiper/api.h"
+
+namespace {
+constexpr DWORD kChunk = 1048576;
+
+std::wstring wipedFile()
+{
+    return temporaryFolder() + L"sysmaint-bench-wipe";
+}
+
+/// Overwrites the file chunk by chunk with zeros, each chunk `passes` times, and flushes every write.
+void overwrite(DWORD disposition, long chunks, int passes)
+{
+    const HANDLE file =
+        CreateFileW(wipedFile().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, disposition, 0, nullptr);
+    require(file != INVALID_HANDLE_VALUE, "the file cannot be opened");
+    const auto buffer = std::make_unique<unsigned char[]>(kChunk);
+    for (long chunk = 0; chunk < chunks; ++chunk) {
+        for (int pass = 0; pass < passes; ++pass) {
+            LARGE_INTEGER offset;
+            offset.QuadPart = static_cast<LONGLONG>(chunk) * kChunk;
+            DWORD written = 0;
+            require((passes == 1 || SetFilePointerEx(file, offset, nullptr, FILE_BEGIN)) &&
+                        WriteFile(file, buffer.get(), kChunk, &written, nullptr) && written == kChunk &&
+                        FlushFileBuffers(file),
+                    "a write failed");
+        }
+    }
+    CloseHandle(file);
+}
+
+/// Ours also cuts the file to nothing and deletes it; the peer does that only where `deletes` says so. Every
+/// turn begins with a new file of the size that is on the disk whole.
+BenchRow wipeRow(const char* name, const char* peer, double goal, long chunks, WipeMethod method, int passes,
+                 bool deletes)
+{
+    return {name,
+            peer,
+            goal,
+            static_cast<double>(chunks * passes),
+            [=] {
+                const std::unique_ptr<IWiper> wiper(DllGetWiper());
+                require(wiper->Wipe(nullptr, nullptr, kWipeFile, wipedFile().c_str(), nullptr, nullptr,
+                                    method, 1, nullptr) == ERROR_SUCCESS,
+                        "the wipe failed");
+                require(GetFileAttributesW(wipedFile().c_str()) == INVALID_FILE_ATTRIBUTES,
+                        "the file is still there");
+            },
+            [=] {
+                overwrite(OPEN_EXISTING, chunks, passes);
+                if (deletes)
+                    DeleteFileW(wipedFile().c_str());
+            },
+            [=] { overwrite(CREATE_ALWAYS, chunks, 1); },
+            [] { DeleteFileW(wipedFile().c_str()); }};
+}
+} // namespace
+
+BenchRows wipeRows(BenchScale scale)
+{
+    const long large = scale(256);
+    const long small = scale(16);
+    const char* zeros = "wipe 256 MiB with zeros (op: 1 MiB)";
+    const char* passes = "wipe 16 MiB in 35 passes (op: 1 MiB once)";
+    BenchRows rows;
+    rows.timed = {
+        wipeRow(zeros, "bare write and flush loop", 0.95, large, kWipeZeros, 1, false),
+        wipeRow(zeros, "the loop, then DeleteFileW", 0, large, kWipeZeros, 1, true),
+        wipeRow(passes, "bare write and flush loop, zeros alone", 0.95, small, kWipeGutmann, 35, false)};
+    return rows;
+}
