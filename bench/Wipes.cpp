@@ -5,6 +5,7 @@
 
 #include "Bench.h"
 #include "core/win32/utils/wiper/api.h"
+#include "core/win32/utils/wiper/include/FillPattern.h"
 
 namespace {
 constexpr DWORD kChunk = 1048576;
@@ -14,17 +15,35 @@ std::wstring wipedFile()
     return temporaryFolder() + L"sysmaint-bench-wipe";
 }
 
-/// Overwrites the file chunk by chunk with zeros, each chunk `passes` times, and flushes every write.
-void overwrite(DWORD disposition, long chunks, int passes)
+/// What a pass of the 35 is made of, laid straight into the buffer.
+void fill(int pass, unsigned char* buffer)
+{
+    const fillpattern::Pass& bytes = fillpattern::gutmannPass(static_cast<std::uint32_t>(pass));
+    if (bytes.period != 0)
+        fillpattern::fillRepeated(buffer, kChunk, bytes.bytes, bytes.period);
+    else
+        fillpattern::fillRandomText(reinterpret_cast<wchar_t*>(buffer), kChunk / sizeof(wchar_t));
+}
+
+enum class Fill
+{
+    Zeros,
+    AsOurs
+};
+
+/// Overwrites the file chunk by chunk, each chunk `passes` times, and flushes every write.
+void overwrite(DWORD disposition, long chunks, int passes, Fill filling)
 {
     const HANDLE file =
         CreateFileW(wipedFile().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, disposition, 0, nullptr);
     require(file != INVALID_HANDLE_VALUE, "the file cannot be opened");
-    const auto buffer = std::make_unique<unsigned char[]>(kChunk);
+    const auto buffer = std::make_unique<unsigned char[]>(kChunk + sizeof(wchar_t)); // a text has its end
     for (long chunk = 0; chunk < chunks; ++chunk) {
         for (int pass = 0; pass < passes; ++pass) {
             LARGE_INTEGER offset;
             offset.QuadPart = static_cast<LONGLONG>(chunk) * kChunk;
+            if (filling == Fill::AsOurs)
+                fill(pass, buffer.get());
             DWORD written = 0;
             require((passes == 1 || SetFilePointerEx(file, offset, nullptr, FILE_BEGIN)) &&
                         WriteFile(file, buffer.get(), kChunk, &written, nullptr) && written == kChunk &&
@@ -35,10 +54,16 @@ void overwrite(DWORD disposition, long chunks, int passes)
     CloseHandle(file);
 }
 
-/// Ours also cuts the file to nothing and deletes it; the peer does that only where `deletes` says so. Every
-/// turn begins with a new file of the size that is on the disk whole.
+enum class Afterwards
+{
+    Keep,
+    Delete
+};
+
+/// Ours also cuts the file to nothing and deletes it; the peer does that only where it says so. Every turn
+/// begins with a new file of the size that is on the disk whole.
 BenchRow wipeRow(const char* name, const char* peer, double goal, long chunks, WipeMethod method, int passes,
-                 bool deletes)
+                 Fill filling, Afterwards afterwards)
 {
     return {name,
             peer,
@@ -53,11 +78,11 @@ BenchRow wipeRow(const char* name, const char* peer, double goal, long chunks, W
                         "the file is still there");
             },
             [=] {
-                overwrite(OPEN_EXISTING, chunks, passes);
-                if (deletes)
-                    DeleteFileW(wipedFile().c_str());
+                overwrite(OPEN_EXISTING, chunks, passes, filling);
+                if (afterwards == Afterwards::Delete)
+                    require(DeleteFileW(wipedFile().c_str()), "the file cannot be deleted");
             },
-            [=] { overwrite(CREATE_ALWAYS, chunks, 1); },
+            [=] { overwrite(CREATE_ALWAYS, chunks, 1, Fill::Zeros); },
             [] { DeleteFileW(wipedFile().c_str()); }};
 }
 } // namespace
@@ -69,9 +94,13 @@ BenchRows wipeRows(BenchScale scale)
     const char* zeros = "wipe 256 MiB with zeros (op: 1 MiB)";
     const char* passes = "wipe 16 MiB in 35 passes (op: 1 MiB once)";
     BenchRows rows;
-    rows.timed = {
-        wipeRow(zeros, "bare write and flush loop", 0.95, large, kWipeZeros, 1, false),
-        wipeRow(zeros, "the loop, then DeleteFileW", 0, large, kWipeZeros, 1, true),
-        wipeRow(passes, "bare write and flush loop, zeros alone", 0.95, small, kWipeGutmann, 35, false)};
+    rows.timed = {wipeRow(zeros, "bare write and flush loop", 0.95, large, kWipeZeros, 1, Fill::Zeros,
+                          Afterwards::Keep),
+                  wipeRow(zeros, "the loop, then DeleteFileW", 0, large, kWipeZeros, 1, Fill::Zeros,
+                          Afterwards::Delete),
+                  wipeRow(passes, "bare write and flush loop, zeros alone", 0.95, small, kWipeGutmann, 35,
+                          Fill::Zeros, Afterwards::Keep),
+                  wipeRow(passes, "the loop with our fills, then DeleteFileW", 0, small, kWipeGutmann, 35,
+                          Fill::AsOurs, Afterwards::Delete)};
     return rows;
 }
