@@ -28,8 +28,8 @@ struct IRegistryItem
     virtual void create() = 0;
     /// Removes the value, or the key with everything below it. Links below it are removed, not their targets.
     /// When something cannot be removed the code is raised at once: what was removed until then is gone, the
-    /// rest, with all keys above it, is left. A key whose name holds a zero, which Win32 cannot name, stops it
-    /// with 123. A key without a sub-key path, a whole root, is refused with 87.
+    /// rest, with all keys above it, is left. A key whose name holds a zero, which Win32 cannot name, stops
+    /// it with 123. A key without a sub-key path, a whole root, is refused with 87.
     virtual void deleteItem() = 0;
     /// Nonzero when the key or value is there. Raises the system's code when it cannot tell.
     [[nodiscard]] virtual int exists() const = 0;

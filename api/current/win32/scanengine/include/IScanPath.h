@@ -20,8 +20,8 @@ struct IScanPath
     /// Returns 0, or 1223 when `cancelEvent` (may be null) ended it; it is polled before each container, each
     /// entry and each handler's call. Raises an Exception: 1168 when nothing is registered for an item's key;
     /// the system's code when the root cannot be opened, at once; the first code of a container further down
-    /// that could not be, or of a listing that broke off, after everything else was walked; whatever a handler
-    /// raises.
+    /// that could not be, or of a listing that broke off, after everything else was walked; whatever a
+    /// handler raises.
     virtual long scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                       const ScanOptions& options) = 0;
     /// The handlers of this path. Owned by the path.

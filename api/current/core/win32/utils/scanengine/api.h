@@ -85,8 +85,8 @@ SYSMAINT_API long FSEngineRegisterHandlers(void* engine, INotifyProvider& provid
 ///
 /// Returns 0; 1223 when `cancelEvent` ended it; 1168 when an item was found for whose key no handler is
 /// registered; 6 when a root was dropped meanwhile; the system's code
-/// for a root that cannot be opened, at once, or for the first sub-folder that cannot or the first listing that
-/// broke off, when all roots are walked; or the code of what a handler raised.
+/// for a root that cannot be opened, at once, or for the first sub-folder that cannot or the first listing
+/// that broke off, when all roots are walked; or the code of what a handler raised.
 SYSMAINT_API long FSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
                                ScanOptions options);
 /// Drops all registrations of the engine and of its paths; a scan that goes on finds no handler (1168).
