@@ -86,13 +86,17 @@ void measure(const BenchRow& row, int turns, bool json)
     const std::string peerCalls = row.peerCounted ? text("%.3f", kernelCallsPerOperation(row, row.peer)) : "";
     std::vector<double> ours;
     std::vector<double> peers;
+    std::vector<double> ratios;
     for (int turn = 0; turn < turns; ++turn) {
         ours.push_back(turnOf(row, row.ours));
         peers.push_back(turnOf(row, row.peer));
+        ratios.push_back(ours.back() > 0 ? peers.back() / ours.back() : 0);
     }
     const double our = median(ours) / row.operations * 1e9;
     const double peer = median(peers) / row.operations * 1e9;
-    const double ratio = our > 0 ? peer / our : 0;
+    // Of neighbours in time: the machine may be of two speeds in one run, and then the medians may not be of
+    // the same.
+    const double ratio = median(ratios);
     if (json)
         std::printf(R"({"case":"%s","peer":"%s","ours_ns":%.1f,"peer_ns":%.1f,"ratio":%.3f,"goal":%.2f,)"
                     R"("kernel_calls":%.3f,"peer_kernel_calls":%s})"
