@@ -27,27 +27,30 @@ int report(long code)
 }
 
 /// Prints the strings of the value up to its closing empty one, or to the end of its data.
-void listCommands()
+long listCommands()
 {
-    std::wstring list(65536, L'\0');
-    DWORD size = static_cast<DWORD>(list.size() * sizeof(wchar_t));
-    const LSTATUS code =
-        RegGetValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
-                     L"BootExecute", RRF_RT_REG_MULTI_SZ, nullptr, list.data(), &size);
-    if (code != ERROR_SUCCESS) {
-        messages().writeLine(L"boot: no command lines: " + formatCode(code));
-        return;
+    std::wstring list;
+    DWORD size = 0;
+    LSTATUS code = ERROR_MORE_DATA;
+    for (DWORD room = 65536; code == ERROR_MORE_DATA && room < 0x10000000; room *= 2) {
+        list.resize(room);
+        size = static_cast<DWORD>(list.size() * sizeof(wchar_t));
+        code = RegGetValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
+                            L"BootExecute", RRF_RT_REG_MULTI_SZ, nullptr, list.data(), &size);
     }
+    if (code != ERROR_SUCCESS)
+        return code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code;
     list.resize(size / sizeof(wchar_t));
     for (std::size_t at = 0; at < list.size() && list[at] != L'\0';) {
         const std::wstring entry = list.c_str() + at;
         results().writeLine(L"command: " + printable(entry));
         at += entry.size() + 1;
     }
+    return ERROR_SUCCESS;
 }
 
-/// Prints the files of the list, one a line: path, method and passes as the list has them.
-void listFiles()
+/// Prints the files of the list, one a line.
+long listFiles()
 {
     wchar_t folder[MAX_PATH];
     const std::wstring path =
@@ -55,8 +58,8 @@ void listFiles()
     const HANDLE file =
         ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                       nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return; // nothing has ever been put there
+    if (file == INVALID_HANDLE_VALUE) // nothing has ever been put there
+        return GetLastError() == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : static_cast<long>(GetLastError());
     std::wstring text;
     wchar_t piece[4096];
     for (DWORD got = 0; ReadFile(file, piece, sizeof piece, &got, nullptr) && got != 0;)
@@ -71,6 +74,7 @@ void listFiles()
         results().writeLine(L"file: " + printable(line.substr(0, star)));
         at = end;
     }
+    return ERROR_SUCCESS;
 }
 
 int run(const std::vector<std::wstring>& words)
@@ -79,9 +83,9 @@ int run(const std::vector<std::wstring>& words)
     const std::vector<std::wstring>& operands = arguments.operands();
     const std::wstring what = operands.empty() ? L"" : operands[0];
     if (what == L"list" && operands.size() == 1) {
-        listCommands();
-        listFiles();
-        return kExitDone;
+        const int commands = report(listCommands());
+        const int files = report(listFiles());
+        return std::max(commands, files);
     }
     if ((what != L"add" && what != L"remove") || operands.size() != 2)
         throw UsageError{L"list, add COMMAND or remove COMMAND"};

@@ -151,7 +151,8 @@ std::wstring printable(std::wstring_view text)
 {
     std::wstring safe(text);
     for (wchar_t& c : safe)
-        if (c < L' ' || (c >= 0x7F && c < 0xA0))
+        if (c < L' ' || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029 ||
+            (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069)) // also those that turn a line round
             c = L'?';
     return safe;
 }
@@ -170,7 +171,8 @@ std::wstring jsonString(std::wstring_view text)
         } else if (pair) {
             json += c;
             json += text[++i];
-        } else if (c < L' ' || (c >= 0xD800 && c < 0xE000)) { // UTF-8 has no lone surrogates
+        } else if (c < L' ' || (c >= 0x7F && c < 0xA0) || (c >= 0xD800 && c < 0xE000)) {
+            // Terminals obey the first two; UTF-8 has no lone surrogates.
             json += L"\\u";
             for (int shift = 12; shift >= 0; shift -= 4)
                 json += kHex[(static_cast<unsigned>(c) >> static_cast<unsigned>(shift)) & 0xFU];

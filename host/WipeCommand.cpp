@@ -79,13 +79,49 @@ std::wstring lower(std::wstring text)
     return text;
 }
 
-std::wstring fullPath(const std::wstring& path)
+/// What Win32 takes a path for.
+std::wstring systemPath(const std::wstring& path)
 {
     std::wstring full(32768, L'\0');
     full.resize(GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr));
     while (full.size() > 3 && full.back() == L'\\')
         full.pop_back();
     return full.empty() ? path : full;
+}
+
+/// The path from its root on, with its names as they stand: Win32 would take "report." for "report", and one
+/// of them is the wrong one to wipe.
+std::wstring fullPath(const std::wstring& path)
+{
+    std::wstring plain = path;
+    std::replace(plain.begin(), plain.end(), L'/', L'\\');
+    if (plain.compare(0, 2, L"\\\\") == 0)
+        return plain;
+    const bool drive = plain.size() >= 2 && plain[1] == L':';
+    std::wstring full = systemPath(drive ? plain.substr(0, 2) + (plain.substr(2, 1) == L"\\" ? L"\\" : L".")
+                                   : plain.substr(0, 1) == L"\\" ? std::wstring(L"\\")
+                                                                 : std::wstring(L"."));
+    for (std::size_t at = drive ? 2 : 0; at < plain.size();) {
+        const std::size_t end = std::min(plain.find(L'\\', at), plain.size());
+        const std::wstring name = plain.substr(at, end - at);
+        at = end + 1;
+        if (name == L"..") {
+            full.resize(full.find_last_of(L'\\'));
+            if (full.size() == 2)
+                full += L'\\';
+        } else if (!name.empty() && name != L".") {
+            if (full.back() != L'\\')
+                full += L'\\';
+            full += name;
+        }
+    }
+    return full;
+}
+
+/// For the system's own calls: the very name that `fullPath` gave.
+std::wstring literal(const std::wstring& full)
+{
+    return full.compare(0, 2, L"\\\\") == 0 ? full : L"\\\\?\\" + full;
 }
 
 std::wstring windowsFolder()
@@ -129,7 +165,7 @@ bool isWithin(const std::wstring& path, const std::wstring& folder)
 void requireHarmless(const std::wstring& path)
 {
     const auto plain = [](const std::wstring& any) {
-        std::wstring full = lower(fullPath(any));
+        std::wstring full = lower(systemPath(any));
         if (full.compare(0, 4, L"\\\\?\\") == 0 || full.compare(0, 4, L"\\\\.\\") == 0)
             full.erase(0, 4);
         return full;
@@ -198,14 +234,16 @@ class Wipe
 public:
     explicit Wipe(const Options& options) : m_options(options), m_wiper(DllGetWiper()) {}
 
-    int file(const std::vector<std::wstring>& paths)
+    int file(const std::vector<std::wstring>& words)
     {
-        for (const std::wstring& path : paths) {
-            requireHarmless(path);
+        std::vector<std::wstring> paths;
+        for (const std::wstring& word : words) {
+            requireHarmless(word);
+            const std::wstring path = literal(paths.emplace_back(fullPath(word)));
             const DWORD attributes = GetFileAttributesW(path.c_str());
             if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-                throw UsageError{printable(path) + L" is a folder; say tree"};
-            messages().writeLine(L"  " + printable(path));
+                throw UsageError{printable(word) + L" is a folder; say tree"};
+            messages().writeLine(L"  " + printable(paths.back()));
             m_run.total += sizeOf(path) * m_options.passes;
         }
         if (!confirmed(m_options, L"wipe " + formatFiles(paths.size())))
@@ -213,15 +251,15 @@ public:
         long result = ERROR_SUCCESS;
         for (const std::wstring& path : paths) {
             // A missing file is not to wait for the restart.
-            long code = GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES
+            const std::wstring target = literal(path);
+            long code = GetFileAttributesW(target.c_str()) == INVALID_FILE_ATTRIBUTES
                             ? static_cast<long>(GetLastError())
                             : ERROR_SUCCESS;
             if (code == ERROR_SUCCESS) {
-                const std::wstring full = fullPath(path);
-                code = call(kWipeFile, full, nullptr, m_options.passes);
-                if (code == ERROR_SUCCESS && GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+                code = call(kWipeFile, path, nullptr, m_options.passes);
+                if (code == ERROR_SUCCESS && GetFileAttributesW(target.c_str()) == INVALID_FILE_ATTRIBUTES)
                     ++m_run.files;
-                noteWaiting(full);
+                noteWaiting(path);
             }
             if (code == ERROR_CANCELLED)
                 return finish(code);
@@ -234,10 +272,13 @@ public:
     {
         requireHarmless(folder);
         const std::wstring root = fullPath(folder);
+        const DWORD attributes = GetFileAttributesW(literal(root).c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
+            throw UsageError{printable(folder) + L" is no folder; say file"};
         if (!m_options.hasRules)
             m_stack.push_back({HeapStringW(root.c_str()), L"", true, false});
         // A link is removed, what it leads to is not touched.
-        const long code = isLink(root) ? ERROR_SUCCESS : list(root);
+        const long code = isLink(literal(root)) ? ERROR_SUCCESS : list(root);
         if (code != ERROR_SUCCESS)
             return finish(report(folder, code, code));
         showListed();

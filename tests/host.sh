@@ -89,6 +89,15 @@ ln -sfn "$tree/inner" "$tree/link"
 "$runner" "$host" wipe tree "$folder\\link" --yes 2>/dev/null # the platform cannot remove such a link
 [ -e "$tree/inner/b.log" ] || fail 'the link was followed'
 rm "$tree/link"
+# The very name that was given: Win32 takes each of these for the other.
+mkdir -p "$tree/dot" "$tree/dot."
+printf 1 >"$tree/dot/report"
+printf 1 >"$tree/dot./report."
+run 0 wipe file "$folder\\dot.\\report." --yes && says err 'wiped 1 file'
+run 0 wipe tree "$folder\\dot." --yes
+[ -e "$tree/dot/report" ] && [ ! -e "$tree/dot." ] || fail "another name was wiped: $(find "$tree")"
+run 0 wipe tree "$folder\\inner\\..\\dot" --yes && says err 'wiped 1 file'
+run 2 wipe tree "$folder\\a.tmp" --yes && says err 'say file'
 run 2 wipe volume C: --yes && says err 'Windows is on C:'
 run 2 wipe tree "$folder" && says err '--yes'
 run 2 wipe file "$folder" --yes && says err 'say tree'

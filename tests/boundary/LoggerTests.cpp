@@ -233,6 +233,13 @@ TEST_F(LoggerTest, ReportsWhatItsConstructionFailsBy)
         }
     }
     {
+        CountedImport<"SetFilePointerEx", decltype(&SetFilePointerEx)> seeks(sysmaintModule());
+        for (const long call : {1L, 4L}) {
+            seeks.failCall(call, FALSE, ERROR_SEEK);
+            create("seek", 1003);
+        }
+    }
+    {
         CountedImport<"LoadLibraryExW", decltype(&LoadLibraryExW)> modules(sysmaintModule());
         modules.failCall(1, nullptr, ERROR_MOD_NOT_FOUND);
         create("shell", ERROR_MOD_NOT_FOUND);

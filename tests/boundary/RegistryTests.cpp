@@ -14,6 +14,7 @@
 extern "C" {
 NTSTATUS NTAPI NtCreateKey(PHANDLE, ACCESS_MASK, POBJECT_ATTRIBUTES, ULONG, PUNICODE_STRING, ULONG, PULONG);
 NTSTATUS NTAPI NtDeleteKey(HANDLE);
+NTSTATUS NTAPI NtQueryKey(HANDLE, int, PVOID, ULONG, PULONG);
 }
 
 namespace {
@@ -104,6 +105,8 @@ BOOL WINAPI refuseToken(ULONG, PHANDLE)
     return FALSE;
 }
 
+constexpr int KeyNameInformation = 3; // NOLINT(readability-identifier-naming): the system's name
+
 using KeyPtr = std::unique_ptr<IRegistryKey>;
 using ValuePtr = std::unique_ptr<IRegistryValue>;
 const std::wstring kFull = L"HKEY_CURRENT_USER\\" + kRoot;
@@ -186,7 +189,7 @@ TEST(Registry, KeysAndValuesAreMadeReadAndDeleted)
             EXPECT_EQ(loaded->getValueType(), row.type);
             EXPECT_EQ(std::string(static_cast<const char*>(loaded->getData(size)), size), row.data);
             EXPECT_EQ(std::wstring(loaded->getPath()),
-                      (code & kStatePath) != 0 ? reader->getPath() : L"HKEY_CURRENT_USER\\\\" + row.name);
+                      (code & kStatePath) != 0 ? reader->getPath() : L"HKEY_CURRENT_USER\\" + row.name);
             const auto* bytes = reinterpret_cast<const char*>(stored.getData());
             for (std::size_t length = 0; length < std::min<std::size_t>(stored.getSize(), 600); ++length) {
                 MemoryInputByteStream cut(bytes, length);
@@ -468,6 +471,13 @@ TEST(Registry, FailingCalls)
     // Getting at the user's hive.
     users.failCall(1, ERROR_NOT_READY, 0);
     EXPECT_EQ(walk(), ERROR_NOT_READY);
+    users.failCall(1, ERROR_NOT_READY, 0);
+    try {
+        KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->create();
+        ADD_FAILURE() << "nothing was raised";
+    } catch (const Exception& raised) {
+        EXPECT_NE(std::wstring_view(raised.getText()).find(L"RegistryKey::getHKEY"), std::wstring_view::npos);
+    }
     users.failCall(0, 0, 0);
     {
         CountedImport<"RevertToSelf", decltype(&RevertToSelf)> reverts(dll);
@@ -634,7 +644,7 @@ TEST(Registry, LinksAreReportedAndNotFollowed)
     HANDLE hidden = nullptr;
     ASSERT_EQ(NtCreateKey(&hidden, KEY_ALL_ACCESS, &attributes, 0, nullptr, 0, nullptr), 0);
     collector.paths.clear();
-    ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
+    ASSERT_EQ(engine.scan(), ERROR_INVALID_NAME) << "passed over in silence";
     EXPECT_EQ(collector.paths.size(), 7U);
     EXPECT_EQ(collector.paths.at(kFull + L"\\above\\name"), 1);
     EXPECT_EQ(codeOf([] { KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, kRoot.c_str()))->deleteItem(); }),
@@ -647,6 +657,101 @@ TEST(Registry, LinksAreReportedAndNotFollowed)
     EXPECT_EQ(RegOpenKeyW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft", &software), ERROR_SUCCESS)
         << "the link was followed";
     RegCloseKey(software);
+}
+
+// What is found is what is there, once, and what is done to it is done to nothing else.
+TEST(Registry, FoundItemsAreWhatTheySay)
+{
+    const TestKey root;
+    // Only a backslash separates.
+    for (const wchar_t* name : {L"http://x/\\deep\\lost", L"http://x/deep", L"C:\\deep", L"/\\deep"})
+        root.addKey(name);
+    Collector collector;
+    const TestRegistryEngine engine(collector);
+    ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
+    EXPECT_EQ(collector.paths.size(), 8U);
+    for (const wchar_t* name : {L"\\http://x/\\deep\\lost", L"\\http://x/deep", L"\\C:\\deep", L"\\/\\deep"})
+        EXPECT_EQ(collector.paths[kFull + name], 1);
+
+    // Two that come in front while names are read move the others back by two; then the key is deleted.
+    for (const LSTATUS end : {ERROR_NO_MORE_ITEMS, ERROR_KEY_DELETED}) {
+        CountedImport<"RegEnumValueW", decltype(&RegEnumValueW)> values(sysmaintModule());
+        values.setHook([&](auto, HKEY, DWORD index, LPWSTR name, LPDWORD length, auto...) -> LSTATUS {
+            const wchar_t* const order[] = {L"d", L"e", L"d", L"e", L"e", L"f"};
+            if (index >= std::size(order) || values.calls() > 7)
+                return end;
+            *length = static_cast<DWORD>(std::wcslen(std::wcscpy(name, order[index])));
+            return ERROR_SUCCESS;
+        });
+        collector.paths.clear();
+        EXPECT_EQ(engine.scan(1), ERROR_SUCCESS);
+        for (const wchar_t* name : {L"\\d", L"\\e", L"\\f"})
+            EXPECT_EQ(collector.paths[kFull + name], 1);
+    }
+
+    // Both views in one engine.
+    const struct
+    {
+        unsigned long view;
+        REGSAM access;
+    } views[] = {{kRegistryView32, KEY_WOW64_32KEY}, {kRegistryView64, KEY_WOW64_64KEY}};
+    RSEngineClear(engine.handle);
+    for (const auto& row : views) {
+        HKEY key = nullptr;
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, kRoot.c_str(), 0, nullptr, 0, KEY_WRITE | row.access, nullptr,
+                        &key, nullptr);
+        RegSetValueExW(key, std::to_wstring(row.view).c_str(), 0, REG_SZ, nullptr, 0);
+        RegCloseKey(key);
+        EXPECT_EQ(RSEngineAddPath(engine.handle, HKEY_LOCAL_MACHINE, kRoot.c_str(), row.view), ERROR_SUCCESS);
+    }
+    collector.paths.clear();
+    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+    for (const auto& row : views) {
+        EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\" + kRoot + L"\\" + std::to_wstring(row.view)], 1);
+        RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kRoot.c_str(), row.access, 0);
+    }
+
+    // A link in the place of a found key is not followed.
+    root.addKey(L"target");
+    root.addKey(L"found");
+    for (const wchar_t* key : {L"target", L"found"})
+        RegSetKeyValueW(root.handle, key, L"v", REG_SZ, L"x", 4);
+    SharedPtr<ScanItem> value;
+    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+        if (item->getPath() == kFull + L"\\found\\v")
+            value = item;
+    };
+    ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
+    ASSERT_TRUE(value);
+    wchar_t real[2000];
+    ULONG length = 0;
+    ASSERT_EQ(NtQueryKey(root.handle, KeyNameInformation, real, sizeof real, &length), 0);
+    ASSERT_EQ(RegDeleteKeyW(root.handle, L"found"), ERROR_SUCCESS);
+    const std::wstring target = std::wstring(real + 2, *reinterpret_cast<ULONG*>(real) / 2) + L"\\target";
+    HKEY link = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(root.handle, L"found", 0, nullptr, REG_OPTION_CREATE_LINK,
+                              KEY_ALL_ACCESS | KEY_CREATE_LINK, nullptr, &link, nullptr),
+              ERROR_SUCCESS);
+    RegSetValueExW(link, L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.data()),
+                   static_cast<DWORD>(target.size() * 2));
+    RegCloseKey(link);
+    EXPECT_EQ(RegGetValueW(root.handle, L"found", L"v", RRF_RT_ANY, nullptr, nullptr, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(codeOf([&] { dynamic_cast<IRegistryValue&>(*value).deleteItem(); }), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(RegGetValueW(root.handle, L"target", L"v", RRF_RT_ANY, nullptr, nullptr, nullptr),
+              ERROR_SUCCESS);
+    KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, (kRoot + L"\\found").c_str()))->deleteItem();
+
+    // An item below a handle becomes no other key through a stream, and a found value keeps its type.
+    MemoryOutputByteStream stored;
+    KeyPtr(DllGetRegistryKey(root.handle, L"target"))->dump(kStateAll, stored);
+    MemoryInputByteStream stream(stored.getData(), stored.getSize());
+    const KeyPtr loaded(DllGetRegistryKey(kStateAll, stream));
+    EXPECT_EQ(codeOf([&] { static_cast<void>(loaded->exists()); }), ERROR_INVALID_HANDLE);
+    MemoryOutputByteStream typed;
+    value->dump(kStateAll, typed);
+    MemoryInputByteStream again(typed.getData(), typed.getSize());
+    EXPECT_EQ(ValuePtr(DllGetRegistryValue(kStateAll, again))->getValueType(), 1U);
 }
 
 // Reported, never judged: 100 values to a key against the bare calls, in turns.

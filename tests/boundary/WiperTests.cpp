@@ -343,6 +343,32 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPieceBeforeItFails)
     EXPECT_EQ(taken, kRoom);
     expectNothingElseChanged(10, "full");
     EXPECT_TRUE(takeBootList().empty());
+
+    // One that is full for a moment alone.
+    writes.setHook(nullptr);
+    writes.failCall(1, FALSE, ERROR_DISK_FULL);
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), 0);
+    EXPECT_EQ(progress.done, kFree);
+    expectNothingElseChanged(10, "full for a moment");
+
+    // The filler is cut while it is open, whoever opens it next; a second name of a file is none.
+    long cuts = 0;
+    CountedImport<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)> cutting(
+        sysmaintModule());
+    cutting.setHook([&](auto original, HANDLE file, FILE_INFO_BY_HANDLE_CLASS what, LPVOID data, DWORD size) {
+        const BOOL cut = original(file, what, data, size);
+        cuts += cut && GetFileSize(file, nullptr) == 0 ? 1 : 0;
+        files.failCall(1, INVALID_HANDLE_VALUE, ERROR_SHARING_VIOLATION);
+        return cut;
+    });
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(cuts, 1);
+    files.failCall(0, nullptr, 0);
+    EXPECT_FALSE(takeBootList().empty());
+    ASSERT_TRUE(CreateHardLinkW(filler().c_str(), at(L"neighbour").c_str(), nullptr));
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(readBytes(at(L"neighbour")), Bytes(10, 0xE5));
+    DeleteFileW(filler().c_str());
 }
 
 TEST_F(WiperTest, FreeSpaceProgressFollowsWhatOthersTakeAndFree)
@@ -389,6 +415,12 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     EXPECT_EQ(wipe(kWipeFile, kWipeGutmann), 0);
     EXPECT_FALSE(isThere(at(L"file")));
     EXPECT_EQ(readBytes(at(L"target")), Bytes(1000, 0xE5));
+
+    // A link to a folder goes as a folder does.
+    CreateDirectoryW(at(L"file").c_str(), nullptr);
+    EXPECT_EQ(wipe(kWipeFile, kWipeZeros), 0);
+    EXPECT_FALSE(isThere(at(L"file")));
+    EXPECT_TRUE(takeBootList().empty());
 
     // What cannot be told is not touched.
     ASSERT_TRUE(CreateHardLinkW(at(L"file").c_str(), at(L"target").c_str(), nullptr));
@@ -538,6 +570,10 @@ TEST_F(WiperTest, WritesTheBootTimeListByteForByte)
     fail(L"no such file.txt", 2, 7); // the boot-time program has no current folder
     SetCurrentDirectoryW(before);
     EXPECT_EQ(takeBootList(), L"x" + line(missing, L"2*\t*7"));
+    writeBytes(bootListPath(), {'x', 0}); // nothing resolves these at boot
+    fail(folder + L"/tree\\..\\no such file.txt", 2, 7);
+    fail(L"\\??\\" + missing, 2, 7);
+    EXPECT_EQ(takeBootList(), L"x" + line(missing, L"2*\t*7") + line(missing, L"2*\t*7"));
     // A list that others hold stays as it is.
     writeBytes(bootListPath(), {'x', 0});
     const HANDLE held =

@@ -27,9 +27,12 @@ std::uint32_t rootNumber(HKEY root) noexcept
     return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(root));
 }
 
-/// A predefined root from its number; these are sign-extended 32-bit numbers.
+/// A predefined root from its number; these are sign-extended 32-bit numbers. 0 is that of a handle that
+/// means nothing to whoever loads the item.
 HKEY rootFromNumber(std::uint32_t number)
 {
+    if (number == 0)
+        return nullptr;
     for (const HKEY root :
          {HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CURRENT_CONFIG})
         if (rootNumber(root) == number)
@@ -63,6 +66,8 @@ void deleteTree(HKEY key, REGSAM view)
             gone = found;
             continue;
         }
+        if (status == ERROR_KEY_DELETED)
+            break; // this key itself is gone
         requireStatus(status);
         const RegistryKeyHandle child(opened);
         deleteTree(opened, view);
@@ -72,6 +77,17 @@ void deleteTree(HKEY key, REGSAM view)
         requireStatus(deleted);
 }
 } // namespace
+
+HeapStringW joinKey(std::wstring_view key, std::wstring_view name)
+{
+    HeapStringW path;
+    path.reserve(key.size() + 1 + name.size());
+    path.append(key);
+    if (!path.empty() && path.back() != L'\\')
+        path += L'\\';
+    path.append(name);
+    return path;
+}
 
 std::wstring_view rootName(HKEY root) noexcept
 {
@@ -92,7 +108,7 @@ RegistryKey::RegistryKey(HKEY root, const wchar_t* subKey, unsigned long options
 }
 
 RegistryKey::RegistryKey(const RegistryKey& parent, HeapStringW&& subKey)
-    : RegistryKey(kRegistryKeyItem, parent, std::move(subKey))
+    : RegistryKey(kRegistryKeyItem, parent, std::move(subKey), true)
 {
 }
 
@@ -107,9 +123,9 @@ RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, u
     });
 }
 
-RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey)
+RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound)
     : ScanItem(type, CachedPath(std::move(subKey))), m_root(parent.m_root), m_options(parent.m_options),
-      m_userHive(parent.m_userHive)
+      m_isFound(isFound), m_userHive(parent.m_userHive)
 {
 }
 
@@ -120,14 +136,17 @@ const CachedPath& RegistryKey::fullPath() const
         if (m_fullPath)
             return *m_fullPath;
     }
-    const std::wstring_view root = rootName(m_root);
-    const std::wstring_view suffix = pathSuffix();
-    HeapStringW text;
-    text.reserve(root.size() + 1 + subKey().size() + suffix.size());
-    text.append(root).append(1, L'\\').append(subKey()).append(suffix);
     const WriteLocker locker(m_lock);
-    if (!m_fullPath)
-        m_fullPath.emplace(std::move(text));
+    if (!m_fullPath) {
+        const std::wstring_view root = rootName(m_root);
+        const std::wstring_view suffix = pathSuffix();
+        HeapStringW text;
+        text.reserve(root.size() + 1 + subKey().size() + suffix.size());
+        text.append(root).append(1, L'\\').append(subKey());
+        if (!suffix.empty() && text.back() == L'\\')
+            text.pop_back(); // the suffix brings its own
+        m_fullPath.emplace(std::move(text.append(suffix)));
+    }
     return *m_fullPath;
 }
 
@@ -197,13 +216,25 @@ void RegistryKey::requireWritable() const
 RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD openOptions) const
 {
     HKEY key = nullptr;
-    requireStatus(RegOpenKeyExW(getHKEY(), path().getPath(), openOptions, access | view(), &key));
+    const DWORD options = openOptions | (m_isFound ? REG_OPTION_OPEN_LINK : 0U);
+    requireStatus(RegOpenKeyExW(getHKEY(), path().getPath(), options, access | view(), &key));
     return RegistryKeyHandle(key);
+}
+
+RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
+{
+    try {
+        return open(access);
+    } catch (const long code) {
+        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND && code != ERROR_KEY_DELETED)
+            throw;
+        return RegistryKeyHandle();
+    }
 }
 
 void RegistryKey::create()
 {
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
         requireWritable();
         HKEY key = nullptr;
         requireStatus(RegCreateKeyExW(getHKEY(), path().getPath(), 0, nullptr, REG_OPTION_NON_VOLATILE,
@@ -214,7 +245,7 @@ void RegistryKey::create()
 
 void RegistryKey::deleteItem()
 {
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
         requireWritable();
         if (subKey().find_first_not_of(L'\\') == std::wstring_view::npos)
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
@@ -225,14 +256,8 @@ void RegistryKey::deleteItem()
 int RegistryKey::exists() const
 {
     int found = 0;
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::exists", __LINE__), [&] {
-        HKEY key = nullptr;
-        const LSTATUS status = RegOpenKeyExW(getHKEY(), path().getPath(), 0, KEY_READ | view(), &key);
-        const RegistryKeyHandle opened(key);
-        if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND && status != ERROR_PATH_NOT_FOUND)
-            requireStatus(status);
-        found = status == ERROR_SUCCESS ? 1 : 0;
-    });
+    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::exists", __LINE__),
+                    [&] { found = openExisting(KEY_READ).isValid() ? 1 : 0; });
     return found;
 }
 
@@ -241,7 +266,7 @@ long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
     ScanItem::dump(code, stream);
     placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::dump", __LINE__), [&] {
         const bool named = rootName(m_root) != rootName(HKEY_CURRENT_USER);
-        writeU32(stream, rootNumber(named ? m_root : HKEY_CURRENT_USER));
+        writeU32(stream, named || m_root == HKEY_CURRENT_USER ? rootNumber(m_root) : 0);
         writeU32(stream, m_options);
     });
     return ERROR_SUCCESS;
@@ -259,6 +284,7 @@ long RegistryKey::load(unsigned long code, IInputByteStream& stream)
         const WriteLocker locker(m_lock);
         m_root = root;
         m_options = options;
+        m_isFound = false;
         m_fullPath.reset();
         m_userHive = UserHive();
     });

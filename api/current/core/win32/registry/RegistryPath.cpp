@@ -1,12 +1,11 @@
 #include "core/win32/registry/include/RegistryPath.h"
 
-#include <algorithm>
 #include <cwchar>
+#include <deque>
 #include <unordered_set>
 #include <vector>
 
 #include "core/win32/registry/include/RegistryValue.h"
-#include "core/win32/utils/paths/include/Win32Path.h"
 
 #define REGISTRY_PATH_HEADER "core\\win32\\registry\\include\\RegistryPath.h"
 
@@ -22,28 +21,29 @@ struct FoundName
 /// All names that `enumerate` gives by index. They are read before any is reported, because an entry that
 /// comes or goes in between moves the others: what moved under an index that was read already is given once.
 template <class Enumerate>
-LSTATUS readNames(std::vector<FoundName>& names, Enumerate&& enumerate)
+LSTATUS readNames(std::deque<FoundName>& names, Enumerate&& enumerate)
 {
     std::vector<wchar_t> buffer(kLongestName + 1);
+    std::unordered_set<std::wstring_view> seen; // of what stands in `names`, where nothing is moved
+    LSTATUS skipped = ERROR_SUCCESS;
     for (DWORD index = 0;; ++index) {
         DWORD length = kLongestName + 1;
         DWORD type = REG_NONE;
         const LSTATUS status = enumerate(index, buffer.data(), &length, &type);
         if (status == ERROR_NO_MORE_ITEMS)
-            break;
+            return skipped;
         if (status != ERROR_SUCCESS)
             return status;
         // A name with a zero inside cannot be given to the Win32 calls: an item of it would stand for, and
         // delete, the entry whose name is the part before the zero.
-        if (std::wcslen(buffer.data()) == length)
-            names.push_back({std::wstring(buffer.data(), length), type});
+        if (std::wcslen(buffer.data()) != length) {
+            skipped = ERROR_INVALID_NAME;
+            continue;
+        }
+        names.push_back({std::wstring(buffer.data(), length), type});
+        if (!seen.insert(names.back().name).second)
+            names.pop_back();
     }
-    std::unordered_set<std::wstring_view> seen;
-    seen.reserve(names.size());
-    names.erase(std::remove_if(names.begin(), names.end(),
-                               [&](const FoundName& found) { return !seen.insert(found.name).second; }),
-                names.end());
-    return ERROR_SUCCESS;
 }
 
 bool isGone(LSTATUS status) noexcept
@@ -88,12 +88,12 @@ void RegistryPath::list(Walk& walk)
 
 LSTATUS RegistryPath::reportValues(HKEY key, Walk& walk) const
 {
-    std::vector<FoundName> values;
+    std::deque<FoundName> values;
     const LSTATUS status = readNames(values, [&](DWORD index, wchar_t* name, DWORD* length, DWORD* type) {
         return RegEnumValueW(key, index, name, length, nullptr, type, nullptr, nullptr);
     });
     for (const FoundName& value : values) {
-        // An item of it would stand for a value of the key that the link leads to.
+        // The value of a link, which goes with it.
         if (value.type == REG_LINK && _wcsicmp(value.name.c_str(), L"SymbolicLinkValue") == 0)
             continue;
         if (walk.poll())
@@ -107,7 +107,7 @@ LSTATUS RegistryPath::reportValues(HKEY key, Walk& walk) const
 
 LSTATUS RegistryPath::reportKeys(HKEY key, Walk& walk) const
 {
-    std::vector<FoundName> keys;
+    std::deque<FoundName> keys;
     const LSTATUS status = readNames(keys, [&](DWORD index, wchar_t* name, DWORD* length, DWORD*) {
         return RegEnumKeyExW(key, index, name, length, nullptr, nullptr, nullptr, nullptr);
     });
@@ -115,7 +115,7 @@ LSTATUS RegistryPath::reportKeys(HKEY key, Walk& walk) const
         if (walk.poll())
             break;
         const SharedPtr<ScanItem> item =
-            makeShared<ScanItem, RegistryPath>(*this, joinPath(subKey(), found.name));
+            makeShared<ScanItem, RegistryPath>(*this, joinKey(subKey(), found.name));
         reportContainer(walk, item, getLevel() + 1, false); // whether it is a link shows when it is listed
         if (walk.cancelled)
             break;

@@ -1,14 +1,18 @@
 #include "core/win32/registry/include/RegistryValue.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 #define REGISTRY_VALUE_HEADER "core\\win32\\registry\\include\\RegistryValue.h"
 
 using namespace primitives;
 
 namespace {
+constexpr std::uint32_t kDataKnown = 1; // bits of the serialized form
+constexpr std::uint32_t kTypeKnown = 2;
 constexpr std::size_t kLeastGrowth = 1024; // bytes, where the registry does not say how much it takes
-}
+} // namespace
 
 RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, unsigned long options)
     : RegistryKey(kRegistryValueItem, root, subKey, options)
@@ -32,9 +36,19 @@ RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* na
 
 RegistryValue::RegistryValue(const RegistryKey& key, std::wstring_view subKey, std::wstring_view name,
                              unsigned long type)
-    : RegistryKey(kRegistryValueItem, key, HeapStringW(subKey)), m_type(type)
+    : RegistryKey(kRegistryValueItem, key, HeapStringW(subKey), key.isFound()), m_type(type), m_isRead(true)
 {
     setName(name);
+}
+
+void RegistryValue::setPath(const wchar_t* path, int expand)
+{
+    RegistryKey::setPath(path, expand);
+    if (!std::exchange(m_isRead, false))
+        return;
+    keep(REG_NONE, nullptr, 0);
+    m_hasData = false;
+    m_type.reset();
 }
 
 void RegistryValue::setName(std::wstring_view name)
@@ -61,13 +75,13 @@ void RegistryValue::write(REGSAM access)
 
 void RegistryValue::create()
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__),
-               [&] { write(KEY_SET_VALUE); });
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__),
+                    [&] { write(KEY_SET_VALUE); });
 }
 
 void RegistryValue::deleteItem()
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
         requireWritable();
         const RegistryKeyHandle key = open(KEY_SET_VALUE);
         requireSuccess(RegDeleteValueW(key.get(), getName()));
@@ -77,12 +91,12 @@ void RegistryValue::deleteItem()
 int RegistryValue::exists() const
 {
     int found = 0;
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
-        if (RegistryKey::exists() == 0)
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
+        const RegistryKeyHandle key = openExisting(KEY_QUERY_VALUE);
+        if (!key.isValid())
             return;
-        const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
         const LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_FILE_NOT_FOUND)
+        if (status != ERROR_FILE_NOT_FOUND && status != ERROR_KEY_DELETED)
             requireSuccess(status);
         found = status == ERROR_SUCCESS ? 1 : 0;
     });
@@ -92,11 +106,12 @@ int RegistryValue::exists() const
 unsigned long RegistryValue::getValueType()
 {
     if (!m_type)
-        placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
+        placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             DWORD type = 0;
             requireSuccess(RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, nullptr));
             m_type = type;
+            m_isRead = true;
         });
     return *m_type;
 }
@@ -104,7 +119,7 @@ unsigned long RegistryValue::getValueType()
 const void* RegistryValue::getData(unsigned long& size)
 {
     if (!m_hasData)
-        placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
+        placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             Blob data;
             DWORD type = 0;
@@ -125,7 +140,10 @@ const void* RegistryValue::getData(unsigned long& size)
                                           static_cast<BYTE*>(data.getData()), &length);
             }
             requireSuccess(status);
-            keep(type, data.release(), std::min(length, static_cast<DWORD>(capacity)));
+            length = std::min(length, static_cast<DWORD>(capacity));
+            std::memset(static_cast<BYTE*>(data.getData()) + length, 0, 2 * sizeof(wchar_t));
+            keep(type, data.release(), length);
+            m_isRead = true;
         });
     size = m_size;
     return m_data;
@@ -137,14 +155,15 @@ void RegistryValue::setData(unsigned long type, const void* data, unsigned long 
         if (data == nullptr && size != 0)
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
         keep(type, data != nullptr ? processheap::copy(data, size, 2 * sizeof(wchar_t)) : nullptr, size);
+        m_isRead = false;
     });
 }
 
 void RegistryValue::setValue(unsigned long type, const void* data, unsigned long size)
 {
     setData(type, data, size);
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__),
-               [&] { write(KEY_SET_VALUE); });
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__),
+                    [&] { write(KEY_SET_VALUE); });
 }
 
 long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
@@ -153,7 +172,7 @@ long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
     placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::dump", __LINE__), [&] {
         writeString(stream, getName());
         writeU32(stream, m_type.value_or(REG_NONE));
-        writeU32(stream, m_hasData ? 1 : 0);
+        writeU32(stream, (m_hasData ? kDataKnown : 0U) | (m_type ? kTypeKnown : 0U));
         if (m_hasData)
             writeBlob(stream, m_data, m_size);
     });
@@ -166,10 +185,15 @@ long RegistryValue::load(unsigned long code, IInputByteStream& stream)
     placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::load", __LINE__), [&] {
         setName(readText<wchar_t>(stream));
         const std::uint32_t type = readU32(stream);
-        if (readU32(stream) == 0) {
+        const std::uint32_t known = readU32(stream);
+        if ((known & ~(kDataKnown | kTypeKnown)) != 0)
+            throw static_cast<long>(ERROR_INVALID_DATA);
+        m_isRead = false;
+        if ((known & kDataKnown) == 0) {
             keep(type, nullptr, 0);
             m_hasData = false;
-            m_type.reset();
+            if ((known & kTypeKnown) == 0)
+                m_type.reset();
             return;
         }
         Blob data;

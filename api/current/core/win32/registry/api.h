@@ -47,5 +47,7 @@ SYSMAINT_API void* CreateRegistryPath(const wchar_t* name, HKEY root, const wcha
 ///
 /// Returns 0, or a code, and then the thread is as it was: 1312 when there is no console session at the
 /// moment; 1008 when nobody is logged on at it; 1314 to a process of the system account without the privilege
-/// to ask (SeTcbPrivilege); another of WTSQueryUserToken, ImpersonateSelf or ImpersonateLoggedOnUser.
+/// to ask (SeTcbPrivilege); 126 or 127
+/// without wtsapi32.dll or its function; another of WTSQueryUserToken, ImpersonateSelf or
+/// ImpersonateLoggedOnUser.
 SYSMAINT_API long ImpersonateCurrentUser();

@@ -13,6 +13,9 @@ enum RegistryOption : unsigned long
 };
 
 /// What registry items have in common. The operations raise an Exception with the system's Win32 code.
+///
+/// Of an item that a walk has found, the key is opened as itself: when a link was put in its place meanwhile,
+/// that is not followed. A link in the place of a key further up is.
 struct IRegistryItem
 {
     virtual ~IRegistryItem() = default;
@@ -20,11 +23,12 @@ struct IRegistryItem
     /// and its name follow. Any root that is not HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE, HKEY_USERS or
     /// HKEY_CURRENT_CONFIG is called "HKEY_CURRENT_USER". Owned by the item.
     ///
-    /// Rules that look at names see what follows the last backslash that something follows: for a key's
-    /// default value, whose path ends with one, that is the key's name and the backslash; for a name with
-    /// backslashes it is the part behind the last of them.
+    /// Rules that look at names see what PathFindFileNameW cuts out: what follows the last backslash, slash
+    /// or colon that something else follows. For a key's default value, whose path ends with a backslash,
+    /// that is the key's name and the backslash.
     [[nodiscard]] virtual const wchar_t* getPath() const = 0;
-    /// Makes the key with all missing parents, or writes the value into its key, which must exist.
+    /// Makes the key with all missing parents, or writes the value into its key, which must exist; without
+    /// data that was set or read it is an empty one.
     virtual void create() = 0;
     /// Removes the value, or the key with everything below it. Links below it are removed, not their targets.
     /// When something cannot be removed the code is raised at once: what was removed until then is gone, the
@@ -37,8 +41,9 @@ struct IRegistryItem
     /// opened once (ImpersonateCurrentUser, RegOpenCurrentUser for reading). Owned by the item.
     [[nodiscard]] virtual HKEY getHKEY() const = 0;
     /// Reads and writes the item's state; see ScanItem for the bits of `code`. The path text is the sub-key
-    /// path. Own fields: the root as the low 32 bits of its predefined handle (any other handle as
-    /// HKEY_CURRENT_USER) and the options word, u32 each.
+    /// path. Own fields: the root as the low 32 bits of its predefined handle and the options word, u32 each.
+    /// Any other handle means nothing to whoever loads the item: it is written as 0, and all operations of
+    /// the loaded item but those on its texts and its data give 6.
     virtual long load(unsigned long code, IInputByteStream& stream) = 0;
     virtual long dump(unsigned long code, IOutputByteStream& stream) const = 0;
 };
@@ -49,7 +54,8 @@ struct IRegistryKey : IRegistryItem
 };
 
 /// A value of a registry key. Own fields of its serialized form after those of its key: the name (string),
-/// the type (u32), whether data is known (u32: 0 or 1), and if so the data as a blob.
+/// the type (u32), what is known (u32: bit 0 the data, bit 1 the type; other bits are refused with 13), and
+/// if it is known the data as a blob.
 struct IRegistryValue : IRegistryItem
 {
     /// The value's name, empty for a key's default value. Owned by the item.

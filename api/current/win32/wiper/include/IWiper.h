@@ -54,7 +54,8 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// again. Data is written in chunks of 1 MiB, each flushed to the medium before the next.
 ///
 /// What is destroyed is the data, and that means for
-/// - a link (symbolic link, junction): the link is removed, what it leads to is never touched;
+/// - a link (symbolic link, junction): the link is removed, what it leads to is not touched. That is looked
+///   at before the file is opened: who may write in its folder can put a link there in between;
 /// - a file with several names (hard links): all of them share the data, so it is overwritten and cut to
 ///   nothing under each; only the name given is removed;
 /// - a file with alternate data streams: these are overwritten first, and their sizes added to the progress;
@@ -88,7 +89,8 @@ struct IWiper
     /// hidden file "FreeSpaceFile.qmx" until nothing is free, and deletes that again, `passes` times. The
     /// file goes in every case: also when the call is cancelled or fails; where it cannot be removed, it is
     /// put on the boot-time list. When the volume is full before all its free bytes are taken, the rest is
-    /// filled in ever smaller pieces before the call fails with 112.
+    /// filled in ever smaller pieces before the call fails with 112. So does a file system whose files cannot
+    /// be as large as its free space (FAT32: 4 GiB).
     ///
     /// kWipePartition: overwrites the volume whose letter and colon `path` begins with, `passes` times, from
     /// its first byte to the last that the file system counts. Nothing may be open on it.
@@ -103,14 +105,17 @@ struct IWiper
     /// @param passes       how often everything is overwritten
     /// @param cancelEvent  signalled means stop: polled before a file is opened, before every chunk, before
     ///                     every pass of kWipeGutmann and after every repetition; null never cancels
-    /// @return 0; 1223 (cancelled: a file that was open is deleted then, whatever part was overwritten); 87
-    ///         (null path, null stack for a tree, or an unknown method; nothing is touched); 8; 1627 (no
-    ///         NtClose in ntdll.dll); 0x80070057 (a volume path of less than three characters); otherwise
-    ///         the system's code of the call that failed
+    /// @return 0; 1223 (cancelled: a file that was open is deleted then, whatever part was overwritten; one
+    ///         whose streams were being overwritten is left); 87 (null path, null stack for a tree, or an
+    ///         unknown method; nothing is touched); 8; 1627 (no NtClose in ntdll.dll); 0x80070057 (a volume
+    ///         path of less than three characters); 183 (the filler's name is a second name of a file); 29
+    ///         (the system wrote nothing and gave no reason); what the callback raises, 574 if it is nothing
+    ///         with a code; otherwise the system's code of the call that failed
     virtual long Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t kind, const wchar_t* path,
                       DirectoryStack* stack, const IScanValidator* validator, std::uint32_t method,
                       std::uint32_t passes, HANDLE cancelEvent) = 0;
-    /// 1 once something was put on the boot-time list or a volume could not be wiped, until it is set back.
+    /// 1 once something was to go on the boot-time list, also if that could not be written, or a volume could
+    /// not be wiped, until it is set back.
     [[nodiscard]] virtual std::uint32_t getNeedsReboot() const = 0;
     virtual void setNeedsReboot(std::uint32_t value) = 0;
 };

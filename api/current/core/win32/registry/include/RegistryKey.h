@@ -5,6 +5,7 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "win32/communication/include/Primitives.h"
 #include "win32/registry/include/IRegistryKey.h"
 #include "win32/scanengine/include/ScanItem.h"
 
@@ -35,19 +36,33 @@ public:
     void deleteItem() override;
     [[nodiscard]] int exists() const override;
     [[nodiscard]] HKEY getHKEY() const override;
+    /// Whether a walk has found it.
+    [[nodiscard]] bool isFound() const noexcept { return m_isFound; }
     long load(unsigned long code, IInputByteStream& stream) override;
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
 protected:
     explicit RegistryKey(std::uint32_t type) : ScanItem(type) {}
     RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, unsigned long options);
-    RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey);
+    RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound);
 
     [[nodiscard]] std::wstring_view subKey() const noexcept { return path().view(); }
     /// What follows the key's full path in the item's.
     [[nodiscard]] virtual std::wstring_view pathSuffix() const noexcept { return {}; }
-    /// Opens the key. Raises the bare code.
+    /// Runs one operation; what it raises becomes an Exception at `place`, but for what getHKEY raises, which
+    /// has its own.
+    template <class Step>
+    void placedOperation(const char* place, Step&& step) const
+    {
+        static_cast<void>(getHKEY());
+        primitives::placedStep(place, step);
+    }
+    /// Opens the key. Raises the bare code, or what getHKEY raises. A key that a walk has found, or that
+    /// holds a value that it has found, is opened as itself: what was put in its place meanwhile, a link, is
+    /// not followed.
     [[nodiscard]] RegistryKeyHandle open(REGSAM access, DWORD openOptions = 0) const;
+    /// Opens it when it is there; the handle is empty otherwise.
+    [[nodiscard]] RegistryKeyHandle openExisting(REGSAM access) const;
     /// Raises a bare 5 for a key that was made for reading only.
     void requireWritable() const;
     [[nodiscard]] REGSAM view() const noexcept;
@@ -57,10 +72,14 @@ private:
 
     HKEY m_root = nullptr;
     unsigned long m_options = 0;
+    bool m_isFound = false;       // by a walk
     mutable ReadWriteLock m_lock; // guards what is built on first request
     mutable std::optional<CachedPath> m_fullPath;
     mutable UserHive m_userHive;
 };
+
+/// The path of a key below another. Only a backslash separates: a slash or a colon is part of a name.
+[[nodiscard]] HeapStringW joinKey(std::wstring_view key, std::wstring_view name);
 
 /// The long name of a root key.
 [[nodiscard]] std::wstring_view rootName(HKEY root) noexcept;

@@ -17,6 +17,8 @@ public:
     ~RegistryValue() override { processheap::release(m_data); }
 
     [[nodiscard]] const wchar_t* getPath() const override { return RegistryKey::getPath(); }
+    /// Sets the sub-key path; what was read of the old key's value is dropped.
+    void setPath(const wchar_t* path, int expand) override;
     void create() override;
     void deleteItem() override;
     [[nodiscard]] int exists() const override;
@@ -40,4 +42,5 @@ private:
     void* m_data = nullptr; // process heap
     unsigned long m_size = 0;
     bool m_hasData = false;
+    bool m_isRead = false; // type and data are the registry's, not the caller's
 };

@@ -184,7 +184,9 @@ void Logger::openFiles()
         m_files[i] = openLog(paths[i]);
     }
     for (const Win32Handle& file : m_files)
-        SetFilePointerEx(file.get(), LARGE_INTEGER{}, nullptr, FILE_END);
+        if (!SetFilePointerEx(file.get(), LARGE_INTEGER{}, nullptr, FILE_END))
+            throw Exception(LOGGER_PLACE("Logger::openFiles"),
+                            kCannotComplete); // it would write over old lines
 }
 
 /// Returns when the thread does nothing more with this object. That is waited for, and not the thread's end,
@@ -220,7 +222,8 @@ void Logger::writeLogEntry(const wchar_t* module, const wchar_t* message)
     entry.file = fileFor(module);
     entry.format(now, module, message);
     const Guard guard(m_section);
-    m_queue.push_back(entry);
+    if (!m_ended)
+        m_queue.push_back(entry);
 }
 
 DWORD WINAPI Logger::threadMain(void* logger) noexcept
@@ -251,8 +254,13 @@ void Logger::writeEntries() noexcept
             const Guard guard(m_section);
             m_queue.pop_front();
         }
-        if (isCancelled(stopAll.get()) || m_stopping)
+        if (isCancelled(stopAll.get()) || m_stopping) {
+            // Nobody writes what is queued, nor what comes after it.
+            const Guard guard(m_section);
+            m_ended = true;
+            m_queue.clear();
             return;
+        }
         if (!found)
             WaitForSingleObject(m_stop.get(), kPollInterval);
     }

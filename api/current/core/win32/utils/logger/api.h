@@ -26,7 +26,8 @@ SYSMAINT_API void* OpenLogger(const wchar_t* name);
 /// @param logger   handle from CreateLogger or OpenLogger
 /// @param module   module name, compared whole and without regard to the case of ASCII letters
 /// @param message  text of any length; what does not fit the line of 1,023 characters is cut. A line feed
-///                 becomes a blank; a carriage return and line feed stay, and so does what follows them
+///                 becomes a blank; a carriage return and line feed stay, and so does what follows them.
+///                 After the event "LogTerminate" entries are taken and dropped
 /// @return 0, or 87 (null module or message), 6 (no such handle), 487 (object gone), 8
 SYSMAINT_API long WriteLogEntry(void* logger, const wchar_t* module, const wchar_t* message);
 /// Gives the handle back; nonzero, or 0 for a handle that is not open. The last one destroys the logger and

@@ -3,13 +3,20 @@
 void ScanEngine::appendRoot(const SharedPtr<ScanItem>& root)
 {
     const std::wstring key = scanItemKey(m_name.c_str(), root->getIdentifier().getIdentifier());
-    ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), [&] { return root; }));
-    SharedPtr<ScanItem> item;
-    primitives::requireSuccess(scanItems().get(handle.get(), item));
-    if (dynamic_cast<ScanPath*>(item.get()) == nullptr)
-        throw static_cast<long>(ERROR_ALREADY_EXISTS);
-    const WriteLocker locker(m_lock);
-    m_roots.push_back({std::move(handle), item});
+    // Roots of one path text may differ all the same, as the two views of a registry key do.
+    for (unsigned number = 1;; ++number) {
+        const std::wstring numbered = number == 1 ? key : key + L'*' + std::to_wstring(number);
+        ScanItemHandle handle(scanItems().openOrCreate(numbered.c_str(), [&] { return root; }));
+        SharedPtr<ScanItem> item;
+        primitives::requireSuccess(scanItems().get(handle.get(), item));
+        if (dynamic_cast<ScanPath*>(item.get()) == nullptr)
+            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+        if (!root->isInterchangeable(*item))
+            continue;
+        const WriteLocker locker(m_lock);
+        m_roots.push_back({std::move(handle), item});
+        return;
+    }
 }
 
 std::vector<ScanEngine::RootCopy> ScanEngine::copyRoots() const

@@ -98,8 +98,9 @@ SYSMAINT_API int CloseFileScanEngine(void* engine);
 
 // ---- Registry scan engine: the same for registry keys, which are reported under key 1, and their values,
 // under key 0. A key's values come before its sub-keys. Registry symbolic links are reported and never
-// followed, unless a root is one. Keys and values that come or go during the walk neither end it nor are
-// reported twice.
+// followed, unless a root is one; the value that says where a link leads is not reported. Keys and values
+// that come or go during the walk neither end it nor are reported twice. One whose name holds a zero, which
+// Win32 cannot name, is passed over, and the scan returns 123 in the end.
 
 /// An engine without a handle. The caller deletes it through the interface, whose operations raise an
 /// Exception.

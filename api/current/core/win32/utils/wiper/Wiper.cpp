@@ -50,7 +50,7 @@ struct Found
 {
     explicit Found(const wchar_t* target)
     {
-        const DWORD attributes = GetFileAttributesW(target);
+        attributes = GetFileAttributesW(target);
         if (attributes == INVALID_FILE_ATTRIBUTES) {
             code = GetLastError();
             return;
@@ -77,6 +77,15 @@ struct Found
             throw Exception(place, code);
     }
 
+    /// Removes a link, which may stand for a file or for a folder.
+    void removeLink(const wchar_t* target, const char* place) const
+    {
+        const bool folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        if (!(folder ? RemoveDirectoryW(target) : DeleteFileW(target)))
+            throw Exception(place);
+    }
+
+    DWORD attributes = 0;
     DWORD code = ERROR_SUCCESS;
     bool link = false;
 };
@@ -85,9 +94,13 @@ struct Found
 std::wstring listedPath(const wchar_t* path)
 {
     std::wstring text(path);
+    if (text.compare(0, 4, L"\\??\\") == 0)
+        return text.substr(4);
     const bool network = text.size() >= 2 && text[0] == L'\\' && text[1] == L'\\';
     const bool absolute = network || (text.size() >= 3 && text[1] == L':' && text[2] == L'\\');
-    if (!absolute) {
+    // Nothing resolves slashes and dots at boot.
+    const bool resolved = text.find(L'/') == std::wstring::npos && text.find(L"\\.") == std::wstring::npos;
+    if (!absolute || (!resolved && text.compare(0, 4, L"\\\\?\\") != 0)) {
         // Not through the system's own resolver, which would drop closing dots and blanks.
         const Win32Path target(path);
         std::wstring full(MAX_PATH, L'\0');
@@ -105,7 +118,7 @@ std::wstring listedPath(const wchar_t* path)
     }
     if (text.compare(0, 4, L"\\\\?\\") == 0 || text.compare(0, 4, L"\\\\.\\") == 0)
         text.erase(0, 4);
-    else if (network)
+    else if (text.compare(0, 2, L"\\\\") == 0)
         text.replace(0, 2, L"UNC\\");
     return text;
 }
@@ -152,6 +165,13 @@ public:
                                  FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         if (!m_file.isValid())
             throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"));
+        // Were it a second name of somebody's file, that would be cut with it.
+        BY_HANDLE_FILE_INFORMATION information{};
+        if (!GetFileInformationByHandle(m_file.get(), &information) || information.nNumberOfLinks > 1) {
+            const DWORD code = information.nNumberOfLinks > 1 ? ERROR_ALREADY_EXISTS : GetLastError();
+            m_file.reset();
+            throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"), code);
+        }
         // In a compressed folder zeros would take up no space. Other file systems know no such thing.
         USHORT format = COMPRESSION_FORMAT_NONE;
         DWORD returned = 0;
@@ -171,6 +191,10 @@ public:
     /// Closes and deletes the file. A failure puts it on the boot-time list; returns its code.
     long deleteFillerFile() noexcept
     {
+        // While it is open: were it opened by somebody else next, the volume would stay full, without room
+        // even for the boot-time list. What fails here is tried again below.
+        FILE_END_OF_FILE_INFO end{};
+        SetFileInformationByHandle(m_file.get(), FileEndOfFileInfo, &end, sizeof end);
         m_file.reset();
         const long code = boundary::statusFrame([&]() -> long {
             {
@@ -295,8 +319,7 @@ void Wiper::overwriteAndDelete(const wchar_t* path)
     throwIfCancelled(WIPER_PLACE("Wiper::WipeFile"));
     found.requireKnown(WIPER_PLACE("Wiper::WipeFile"));
     if (found.link) {
-        if (!DeleteFileW(given))
-            throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+        found.removeLink(given, WIPER_PLACE("Wiper::WipeFile"));
         return;
     }
 
@@ -324,12 +347,22 @@ std::wstring Wiper::renameFile(const wchar_t* path) const
 
 void Wiper::wipeStreams(const wchar_t* path)
 {
+    // A stream has none of its own. The drive's colon stands second.
+    std::wstring owner(path);
+    const std::size_t colon = owner.rfind(L':');
+    const std::size_t separator = owner.find_last_of(L"\\/");
+    if (colon != std::wstring::npos && (separator == std::wstring::npos ? colon > 1 : colon > separator))
+        return;
+    while (owner.size() > 1 && (owner.back() == L'\\' || owner.back() == L'/'))
+        owner.pop_back();
+    if (owner.size() == 1)
+        owner.insert(0, L".\\"); // a letter before a colon would be a drive
     FindHandle search;
     for (;;) {
         const HeapStringW name = nextStream(search, path, WIPER_PLACE("Wiper::WipeFile"));
         if (name.empty())
             return;
-        const std::wstring full = std::wstring(path) + name.c_str();
+        const std::wstring full = owner + name.c_str();
         const Win32Path target(full.c_str());
         const Win32Handle stream(CreateFileW(target, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                              FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -497,6 +530,7 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         if (succeeded && written != 0) {
             at += written;
             left -= written;
+            failure = ERROR_SUCCESS; // there was room for it in smaller pieces
             continue;
         }
         failure = succeeded ? ERROR_WRITE_FAULT : GetLastError();

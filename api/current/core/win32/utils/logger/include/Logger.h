@@ -56,6 +56,7 @@ private:
     CRITICAL_SECTION m_section;
     std::array<Win32Handle, kFileCount> m_files; // general, registry, privacy, disk
     std::deque<LogEntry> m_queue;
+    bool m_ended = false;                // the thread writes no more; guarded like the queue
     std::atomic<bool> m_stopping{false}; // for this logger's thread alone
     Win32Handle m_stop;                  // set with it; ends the thread's sleep
     Win32Handle m_finished;              // set by the thread as the last thing that it does with this object

@@ -64,7 +64,13 @@ struct RegistryKeyTraits
 {
     using Value = HKEY;
     static bool isValid(HKEY key) noexcept { return key != nullptr; }
-    static void close(HKEY key) noexcept { RegCloseKey(key); }
+    static void close(HKEY key) noexcept
+    {
+        // Opening a predefined key without a path gives that key itself, which is everybody's. The handles
+        // of these are sign-extended, so negative.
+        if (reinterpret_cast<std::intptr_t>(key) > 0)
+            RegCloseKey(key);
+    }
 };
 
 struct ModuleTraits
@@ -78,7 +84,7 @@ struct ModuleTraits
 using Win32Handle = Win32Owner<KernelHandleTraits>;
 /// A directory search.
 using FindHandle = Win32Owner<FindHandleTraits>;
-/// An opened registry key; not for the predefined ones.
+/// An opened registry key; a predefined one is not closed.
 using RegistryKeyHandle = Win32Owner<RegistryKeyTraits>;
 /// A loaded module.
 using ModuleHandle = Win32Owner<ModuleTraits>;
