@@ -5,6 +5,7 @@
 #include <vector>
 
 /// One comparison. `ours` and `peer` do the same `operations`, in turns; null for a row without that side.
+/// Making a row costs nothing: what its sides need is made by `prepare`.
 struct BenchRow
 {
     std::string name;
@@ -13,12 +14,30 @@ struct BenchRow
     double operations;
     std::function<void()> ours;
     std::function<void()> peer;
-    std::function<void()> prepare = nullptr; // before each turn of either, not measured
+    std::function<void()> prepare = nullptr; // before each turn of either side, not measured
     std::function<void()> settle = nullptr;  // after it, not measured either
+    bool peerCounted = false;                // the peer's kernel calls can be seen: it is linked with us
+};
+
+/// One comparison of what the sides use and not of how long they take.
+struct FigureRow
+{
+    std::string name;
+    std::string peerName;
+    std::string unit;
+    double limit; // the most that ours may use; 0 for rows that only report
+    std::function<double()> ours;
+    std::function<double()> peer;
+};
+
+struct BenchRows
+{
+    std::vector<BenchRow> timed;
+    std::vector<FigureRow> figures;
 };
 
 /// Rows are made when their turn comes and dropped after it, so that one does not weigh on the next.
-using BenchMaker = std::function<std::vector<BenchRow>()>;
+using BenchMaker = std::function<BenchRows()>;
 
 /// What the program was asked for.
 struct BenchScale
@@ -28,23 +47,24 @@ struct BenchScale
     [[nodiscard]] long operator()(long size) const { return quick ? (size + 99) / 100 : size; }
 };
 
-std::vector<BenchRow> memoryRows(BenchScale scale);
-std::vector<BenchRow> walkRows(BenchScale scale);
-std::vector<BenchRow> matchingRows(BenchScale scale);
-std::vector<BenchRow> messageRows(BenchScale scale);
-std::vector<BenchRow> handleRows(BenchScale scale);
-std::vector<BenchRow> topicRows(BenchScale scale);
-std::vector<BenchRow> workRows(BenchScale scale);
-std::vector<BenchRow> logRows(BenchScale scale);
-std::vector<BenchRow> wipeRows(BenchScale scale);
-std::vector<BenchRow> loadRows(BenchScale scale);
+BenchRows memoryRows(BenchScale scale);
+BenchRows walkRows(BenchScale scale);
+BenchRows matchingRows(BenchScale scale);
+BenchRows messageRows(BenchScale scale);
+BenchRows topicRows(BenchScale scale);
+BenchRows workRows(BenchScale scale);
+BenchRows logRows(BenchScale scale);
+BenchRows wipeRows(BenchScale scale);
+BenchRows handleRows(BenchScale scale);
+BenchRows loadRows(BenchScale scale);
 
-/// Bytes of memory that are this process's alone.
+/// Bytes of memory that are this process's alone. Under Wine those of them that were touched: what the kernel
+/// calls RssAnon and VmSwap.
 unsigned long long privateBytes();
 /// A folder for files that last from run to run, with a closing backslash.
 std::wstring temporaryFolder();
-/// Runs `work` on so many threads and waits for all.
-void onThreads(int threads, const std::function<void()>& work);
+/// A whole number of them and "thread" or what else is counted.
+std::string counted(int number, const char* what);
 
 /// Keeps the compiler from dropping work whose result nobody wants.
 void consume(unsigned long long value);

@@ -24,22 +24,30 @@ std::function<void()> loadAndFree(const std::wstring& path, long count)
     };
 }
 
-long privateKilobytes(const std::wstring& path)
+/// What the loaded DLL adds to the memory that is this process's alone, in KiB.
+std::function<double()> privateKilobytes(const std::wstring& path)
 {
-    const unsigned long long before = privateBytes();
-    const HMODULE module = LoadLibraryW(path.c_str());
-    const unsigned long long after = privateBytes();
-    FreeLibrary(module);
-    return static_cast<long>((static_cast<long long>(after) - static_cast<long long>(before)) / 1024);
+    return [=] {
+        const auto before = static_cast<double>(privateBytes());
+        const HMODULE module = LoadLibraryW(path.c_str());
+        require(module != nullptr, "the DLL cannot be loaded");
+        const auto after = static_cast<double>(privateBytes());
+        FreeLibrary(module);
+        return (after - before) / 1024;
+    };
 }
 } // namespace
 
-std::vector<BenchRow> loadRows(BenchScale scale)
+BenchRows loadRows(BenchScale scale)
 {
     const long count = scale(100);
     const std::wstring ours = besideProgram(L"sysmaint.dll");
     const std::wstring empty = besideProgram(L"empty.dll");
-    const std::string name = "load the DLL (" + std::to_string(privateKilobytes(ours)) + " KiB private)";
-    const std::string peer = "a DLL with an empty body (" + std::to_string(privateKilobytes(empty)) + " KiB)";
-    return {{name, peer, 0, static_cast<double>(count), loadAndFree(ours, count), loadAndFree(empty, count)}};
+    const char* peer = "a DLL with an empty body";
+    BenchRows rows;
+    rows.figures = {{"memory of the loaded DLL, private", peer, "KiB", 0, privateKilobytes(ours),
+                     privateKilobytes(empty)}};
+    rows.timed = {{"load the DLL", peer, 0, static_cast<double>(count), loadAndFree(ours, count),
+                   loadAndFree(empty, count)}};
+    return rows;
 }

@@ -1,6 +1,5 @@
 #include <windows.h>
 
-#include <atomic>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -9,6 +8,7 @@
 #include <spdlog/sinks/basic_file_sink.h>
 
 #include "Bench.h"
+#include "Callers.h"
 #include "core/win32/utils/logger/api.h"
 
 namespace {
@@ -16,6 +16,8 @@ constexpr wchar_t kModule[] = L"Disk Cleaner";
 constexpr wchar_t kMessage[] = L"C:\\Users\\somebody\\Temp\\report.tmp removed";
 constexpr char kPeerModule[] = "Disk Cleaner";
 constexpr char kPeerMessage[] = "C:\\Users\\somebody\\Temp\\report.tmp removed";
+constexpr std::size_t kStamp = 25;
+constexpr std::size_t kLine = kStamp + std::size(kModule) - 1 + 3 + std::size(kMessage) - 1 + 2;
 
 unsigned long long sizeOf(const std::wstring& path)
 {
@@ -24,14 +26,17 @@ unsigned long long sizeOf(const std::wstring& path)
     return (static_cast<unsigned long long>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
 }
 
-/// Both write to a file in the end: their turns end when everything is written, of which only the callers'
-/// part is measured. The peer's queue holds a whole turn, as ours does, so that neither makes a caller wait.
+/// Both put a line of the same length together and write it to a file on a thread of their own; a turn is
+/// over when all of its lines are in the file, of which only the callers' part is measured.
+///
+/// The peer's queue, whose length it fixes in advance, holds a whole turn: ours knows no end, and so neither
+/// makes a caller wait for the disk. A queue that is too short would stop the peer's callers with one
+/// overflow policy and lose lines with the other.
 class Loggers
 {
 public:
-    explicit Loggers(long entries)
+    explicit Loggers(long entries) : m_ours(CreateLogger(L"bench"))
     {
-        m_ours = CreateLogger(L"bench");
         require(m_ours != INVALID_HANDLE_VALUE, "no logger: does another program use one?");
         wchar_t program[MAX_PATH];
         GetModuleFileNameW(nullptr, program, MAX_PATH);
@@ -42,62 +47,86 @@ public:
         m_file = path.substr(0, path.find_last_of(L'\\')) + L"\\logs\\" + user + L"\\ZDC.log";
         m_size = sizeOf(m_file);
 
-        const std::wstring peerFile = temporaryFolder() + L"sysmaint-bench-spdlog.log";
-        DeleteFileW(peerFile.c_str());
-        m_pool = std::make_shared<spdlog::details::thread_pool>(static_cast<std::size_t>(entries), 1);
-        m_peer = std::make_shared<spdlog::async_logger>("bench",
-                                                        std::make_shared<spdlog::sinks::basic_file_sink_mt>(
-                                                            std::string(peerFile.begin(), peerFile.end())),
-                                                        m_pool, spdlog::async_overflow_policy::block);
+        m_peerFile = temporaryFolder() + L"sysmaint-bench-spdlog.log";
+        DeleteFileW(m_peerFile.c_str());
+        m_pool = std::make_shared<spdlog::details::thread_pool>(static_cast<std::size_t>(entries) + 1, 1);
+        m_peer =
+            std::make_shared<spdlog::async_logger>("bench",
+                                                   std::make_shared<spdlog::sinks::basic_file_sink_mt>(
+                                                       std::string(m_peerFile.begin(), m_peerFile.end())),
+                                                   m_pool, spdlog::async_overflow_policy::block);
         m_peer->set_pattern("[ %d.%m.%Y %H:%M:%S ]  %v");
     }
     Loggers(const Loggers&) = delete;
     Loggers& operator=(const Loggers&) = delete;
-    ~Loggers() { CloseLogger(m_ours); }
+    ~Loggers()
+    {
+        CloseLogger(m_ours);
+        DeleteFileW(m_file.c_str());
+        m_peer.reset();
+        m_pool.reset();
+        DeleteFileW(m_peerFile.c_str());
+    }
 
-    void write(long count)
+    void write(long count) const
     {
         for (long i = 0; i < count; ++i)
-            require(WriteLogEntry(m_ours, kModule, kMessage) == ERROR_SUCCESS, "an entry was refused");
-        m_written += static_cast<unsigned long long>(count);
+            require(WriteLogEntry(m_ours, kModule, kMessage) == ERROR_SUCCESS, "a line was refused");
     }
-    void writePeer(long count)
+    void writePeer(long count) const
     {
         for (long i = 0; i < count; ++i)
             m_peer->info("{}:  {}", kPeerModule, kPeerMessage);
     }
-    void settle()
+
+    // What the turns have to leave in the files.
+    void expect(long count) { m_size += static_cast<unsigned long long>(count) * kLine * sizeof(wchar_t); }
+    void expectPeer(long count) { m_peerSize += static_cast<unsigned long long>(count) * kLine; }
+    void settle() const
     {
-        constexpr std::size_t kStamp = 25;
-        constexpr std::size_t kLine = kStamp + std::size(kModule) - 1 + 3 + std::size(kMessage) - 1 + 2;
-        while (sizeOf(m_file) < m_size + m_written * kLine * sizeof(wchar_t))
-            Sleep(10);
-        while (m_pool->queue_size() != 0)
-            Sleep(10);
+        m_peer->flush();
+        const ULONGLONG begun = GetTickCount64();
+        while (sizeOf(m_file) != m_size || sizeOf(m_peerFile) != m_peerSize) {
+            require(GetTickCount64() - begun < 300000, "a log file does not hold what was written");
+            Sleep(50);
+        }
     }
 
 private:
     void* m_ours;
     std::wstring m_file;
     unsigned long long m_size = 0;
-    std::atomic<unsigned long long> m_written{0};
     std::shared_ptr<spdlog::details::thread_pool> m_pool;
     std::shared_ptr<spdlog::async_logger> m_peer;
+    std::wstring m_peerFile;
+    unsigned long long m_peerSize = 0;
 };
 } // namespace
 
-std::vector<BenchRow> logRows(BenchScale scale)
+BenchRows logRows(BenchScale scale)
 {
+    BenchRows rows;
+    const auto loggers = std::make_shared<std::unique_ptr<Loggers>>();
     const long entries = scale(8000);
-    const auto loggers = std::make_shared<Loggers>(entries);
-    std::vector<BenchRow> rows;
-    for (const int threads : {1, 8})
-        rows.push_back({"WriteLogEntry on the caller's side, " + std::to_string(threads) +
-                            (threads == 1 ? " thread" : " threads"),
-                        "spdlog, asynchronous, to a file", 1.0,
-                        static_cast<double>(entries / threads * threads),
-                        [=] { onThreads(threads, [=] { loggers->write(entries / threads); }); },
-                        [=] { onThreads(threads, [=] { loggers->writePeer(entries / threads); }); }, nullptr,
-                        [=] { loggers->settle(); }});
+    for (const int threads : {1, 8}) {
+        const auto callers = std::make_shared<Callers>(threads);
+        const long each = entries / threads;
+        const long count = each * threads;
+        rows.timed.push_back({"WriteLogEntry, caller's side, " + counted(threads, "thread"),
+                              "spdlog, asynchronous, to a file", 1.0, static_cast<double>(count),
+                              [=] {
+                                  callers->run([&] { (*loggers)->write(each); });
+                                  (*loggers)->expect(count);
+                              },
+                              [=] {
+                                  callers->run([&] { (*loggers)->writePeer(each); });
+                                  (*loggers)->expectPeer(count);
+                              },
+                              [=] {
+                                  if (!*loggers)
+                                      *loggers = std::make_unique<Loggers>(entries);
+                              },
+                              [=] { (*loggers)->settle(); }, true});
+    }
     return rows;
 }

@@ -3,9 +3,7 @@
 #include <shlwapi.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "Bench.h"
@@ -14,37 +12,77 @@
 namespace {
 struct Counter : INotifyHandler
 {
-    void onNotify(const Notification&, const SharedPtr<ScanItem>&) override
+    void onNotify(const Notification&, const SharedPtr<ScanItem>&) override { ++count; }
+    unsigned long long count = 0;
+};
+
+/// Looks now and then at how much memory is in use.
+struct MemoryWatcher : Counter
+{
+    void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
     {
-        if (++count % 1000 == 0 && measures)
+        Counter::onNotify(notification, item);
+        if (count % 1000 == 0)
             peak = std::max(peak, privateBytes());
     }
-    unsigned long long count = 0;
-    bool measures = false;
     unsigned long long peak = 0;
 };
 
-unsigned long long entriesOf(long files)
-{
-    return static_cast<unsigned long long>(files) + static_cast<unsigned long long>(files + 99) / 100;
-}
+constexpr int kParts = 3;
 
-/// A tree of 100 files to a folder, made once and kept for the next run.
-std::wstring makeTree(long files)
+/// A tree of three equal parts with 100 files to a folder, made once and kept for the next run.
+class Tree
 {
-    const std::wstring root = temporaryFolder() + L"sysmaint-bench-" + std::to_wstring(files);
-    if (!CreateDirectoryW(root.c_str(), nullptr))
-        return root;
-    for (long file = 0; file < files; ++file) {
-        const std::wstring folder = root + L"\\folder" + std::to_wstring(file / 100);
-        if (file % 100 == 0)
-            CreateDirectoryW(folder.c_str(), nullptr);
-        const std::wstring path =
-            folder + L"\\document " + std::to_wstring(file) + (file % 3 == 0 ? L".tmp" : L".dat");
-        CloseHandle(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+public:
+    explicit Tree(long filesInPart)
+        : m_files(filesInPart),
+          m_root(temporaryFolder() + L"sysmaint-bench-tree-" + std::to_wstring(filesInPart))
+    {
     }
-    return root;
-}
+
+    void make() const
+    {
+        if (GetFileAttributesW(m_root.c_str()) != INVALID_FILE_ATTRIBUTES)
+            return;
+        const std::wstring unfinished = m_root + L".new"; // also what an interrupted run has left
+        CreateDirectoryW(unfinished.c_str(), nullptr);
+        for (int part = 0; part < kParts; ++part)
+            makePart(unfinished + L"\\part" + std::to_wstring(part));
+        require(MoveFileW(unfinished.c_str(), m_root.c_str()), "the tree cannot be made");
+    }
+
+    [[nodiscard]] const std::wstring& whole() const { return m_root; }
+    [[nodiscard]] std::wstring part() const { return m_root + L"\\part0"; }
+    [[nodiscard]] unsigned long long folders() const
+    {
+        return static_cast<unsigned long long>(m_files + 99) / 100;
+    }
+    [[nodiscard]] unsigned long long entries() const
+    {
+        return static_cast<unsigned long long>(m_files) + folders();
+    }
+    [[nodiscard]] unsigned long long wholeEntries() const { return kParts * (entries() + 1); }
+
+private:
+    void makePart(const std::wstring& part) const
+    {
+        CreateDirectoryW(part.c_str(), nullptr);
+        for (long file = 0; file < m_files; ++file) {
+            const std::wstring folder = part + L"\\folder" + std::to_wstring(file / 100);
+            if (file % 100 == 0)
+                CreateDirectoryW(folder.c_str(), nullptr);
+            const std::wstring path =
+                folder + L"\\document " + std::to_wstring(file) + (file % 3 == 0 ? L".tmp" : L".dat");
+            const HANDLE made =
+                CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+            require(made != INVALID_HANDLE_VALUE, "the tree cannot be made");
+            CloseHandle(made);
+        }
+    }
+
+    long m_files;
+    std::wstring m_root;
+};
 
 template <class Visit>
 void bareWalk(const std::wstring& folder, Visit&& visit)
@@ -64,7 +102,9 @@ void bareWalk(const std::wstring& folder, Visit&& visit)
     FindClose(search);
 }
 
-void walkTree(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores, Counter& counter)
+/// Our walk over a tree; `filters` and `ignores` as DllGetScanValidator takes them.
+void ourWalk(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores, Counter& counter,
+             unsigned long long expected)
 {
     void* engine = CreateFileScanEngine(L"bench");
     FSEngineRegisterHandler(engine, counter, kContainerFound, 0, 0);
@@ -75,18 +115,17 @@ void walkTree(const std::wstring& root, const wchar_t* filters, const wchar_t* i
     options.depth = 65535;
     const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
     require(FSEngineScan(engine, nullptr, validator, options) == ERROR_SUCCESS, "the walk failed");
+    require(counter.count == expected, "the walk did not find what is there");
     FSEngineClear(engine);
     CloseFileScanEngine(engine);
 }
 
-/// Our walk over the tree; `filters` and `ignores` as DllGetScanValidator takes them.
-std::function<void()> ourWalk(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores,
-                              unsigned long long expected)
+std::function<void()> countingWalk(const std::wstring& root, const std::wstring& filters,
+                                   const std::wstring& ignores, unsigned long long expected)
 {
     return [=] {
         Counter counter;
-        walkTree(root, filters, ignores, counter);
-        require(counter.count == expected, "the walk did not find what is there");
+        ourWalk(root, filters.c_str(), ignores.c_str(), counter, expected);
     };
 }
 
@@ -100,32 +139,34 @@ std::wstring rules(const wchar_t* extension, const wchar_t* last)
 }
 } // namespace
 
-std::vector<BenchRow> memoryRows(BenchScale scale)
+BenchRows memoryRows(BenchScale scale)
 {
-    const long files = scale(300000);
-    const std::wstring root = makeTree(files);
-    Counter counter;
-    counter.measures = true;
-    const unsigned long long before = privateBytes();
-    walkTree(root, L"", L"", counter);
-    require(counter.count == entriesOf(files), "the walk did not find what is there");
-    char name[100];
-    std::snprintf(name, sizeof name, "walk of %ld files (peak %+.1f MiB private)", files,
-                  (static_cast<double>(counter.peak) - static_cast<double>(before)) / 1048576.0);
-    return {{name, "goal: below 64 MiB", 0, static_cast<double>(entriesOf(files)),
-             ourWalk(root, L"", L"", entriesOf(files)), nullptr}};
+    const Tree tree(scale(100000));
+    BenchRows rows;
+    rows.figures = {{"memory of a walk of 300,000 files, peak growth", "no result lists", "MiB", 64,
+                     [=] {
+                         tree.make();
+                         MemoryWatcher watcher;
+                         const auto before = static_cast<double>(privateBytes());
+                         ourWalk(tree.whole(), L"", L"", watcher, tree.wholeEntries());
+                         return (static_cast<double>(watcher.peak) - before) / 1048576;
+                     },
+                     nullptr}};
+    return rows;
 }
 
-std::vector<BenchRow> walkRows(BenchScale scale)
+BenchRows walkRows(BenchScale scale)
 {
     const long files = scale(100000);
-    const std::wstring root = makeTree(files);
-    const unsigned long long entries = entriesOf(files);
-    const double operations = static_cast<double>(entries);
+    const Tree tree(files);
+    const std::wstring root = tree.part();
+    const unsigned long long entries = tree.entries();
+    const unsigned long long accepted = static_cast<unsigned long long>((files + 2) / 3) + tree.folders();
+    const auto operations = static_cast<double>(entries);
+    const auto prepare = [=] { tree.make(); };
 
-    const auto filters = std::make_shared<std::wstring>(rules(L".bak", L"*.tmp"));
-    const auto ignores = std::make_shared<std::wstring>(rules(L".keep", L"*.lock"));
-    const unsigned long long accepted = static_cast<unsigned long long>((files + 2) / 3) + (files + 99) / 100;
+    const std::wstring filters = rules(L".bak", L"*.tmp");
+    const std::wstring ignores = rules(L".keep", L"*.lock");
     const auto list = [](const std::wstring& text) {
         std::vector<std::wstring> patterns;
         for (std::size_t at = 0; at <= text.size();) {
@@ -135,19 +176,21 @@ std::vector<BenchRow> walkRows(BenchScale scale)
         }
         return patterns;
     };
-    const auto filterList = list(*filters);
-    const auto ignoreList = list(*ignores);
+    const auto filterList = list(filters);
+    const auto ignoreList = list(ignores);
 
-    return {
+    BenchRows rows;
+    rows.timed = {
         {"walk, counting handler", "bare FindFirstFileW loop", 0.65, operations,
-         ourWalk(root, L"", L"", entries),
+         countingWalk(root, L"", L"", entries),
          [=] {
              unsigned long long count = 0;
              bareWalk(root, [&](const wchar_t*, bool) { ++count; });
              require(count == entries, "the bare loop did not find what is there");
-         }},
+         },
+         prepare},
         {"walk, counting handler", "std::filesystem recursive iterator", 1.0, operations,
-         ourWalk(root, L"", L"", entries),
+         countingWalk(root, L"", L"", entries),
          [=] {
              unsigned long long count = 0;
              for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
@@ -155,12 +198,11 @@ std::vector<BenchRow> walkRows(BenchScale scale)
                  ++count;
              }
              require(count == entries, "the iterator did not find what is there");
-         }},
+         },
+         prepare},
         {"walk, 20 filters and 20 ignore rules", "the bare loop, PathMatchSpecW per rule", 2.0, operations,
-         ourWalk(root, filters->c_str(), ignores->c_str(), accepted),
+         countingWalk(root, filters, ignores, accepted),
          [=] {
-             // Kept alive with the row: the texts belong to it.
-             static_cast<void>(filters->size() + ignores->size());
              unsigned long long count = 0;
              const auto matches = [](const std::vector<std::wstring>& patterns, const wchar_t* name) {
                  for (const std::wstring& pattern : patterns)
@@ -172,6 +214,8 @@ std::vector<BenchRow> walkRows(BenchScale scale)
                  count += isFolder || (matches(filterList, name) && !matches(ignoreList, name)) ? 1 : 0;
              });
              require(count == accepted, "the filtered loop did not find what is there");
-         }},
+         },
+         prepare},
     };
+    return rows;
 }

@@ -5,71 +5,102 @@
 
 #include "Bench.h"
 #include "core/win32/utils/wiper/api.h"
+#include "core/win32/utils/wiper/include/FillPattern.h"
 
 namespace {
 constexpr DWORD kChunk = 1048576;
 
-HANDLE openFile(const std::wstring& path, DWORD disposition)
+std::wstring wipedFile()
 {
-    const HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, disposition, 0, nullptr);
-    require(file != INVALID_HANDLE_VALUE, "the file cannot be opened");
-    return file;
+    return temporaryFolder() + L"sysmaint-bench-wipe";
 }
 
-/// The passes over each chunk in turn, as the wiper makes them.
-void overwrite(HANDLE file, long chunks, int passes)
+/// What a pass of the 35 is made of, laid straight into the buffer.
+void fill(int pass, unsigned char* buffer)
 {
-    const auto buffer = std::make_unique<unsigned char[]>(kChunk);
-    for (long chunk = 0; chunk < chunks; ++chunk)
+    const fillpattern::Pass& bytes = fillpattern::gutmannPass(static_cast<std::uint32_t>(pass));
+    if (bytes.period != 0)
+        fillpattern::fillRepeated(buffer, kChunk, bytes.bytes, bytes.period);
+    else
+        fillpattern::fillRandomText(reinterpret_cast<wchar_t*>(buffer), kChunk / sizeof(wchar_t));
+}
+
+enum class Fill
+{
+    Zeros,
+    AsOurs
+};
+
+/// Overwrites the file chunk by chunk, each chunk `passes` times, and flushes every write.
+void overwrite(DWORD disposition, long chunks, int passes, Fill filling)
+{
+    const HANDLE file =
+        CreateFileW(wipedFile().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, disposition, 0, nullptr);
+    require(file != INVALID_HANDLE_VALUE, "the file cannot be opened");
+    const auto buffer = std::make_unique<unsigned char[]>(kChunk + sizeof(wchar_t)); // a text has its end
+    for (long chunk = 0; chunk < chunks; ++chunk) {
         for (int pass = 0; pass < passes; ++pass) {
             LARGE_INTEGER offset;
             offset.QuadPart = static_cast<LONGLONG>(chunk) * kChunk;
+            if (filling == Fill::AsOurs)
+                fill(pass, buffer.get());
             DWORD written = 0;
-            require(SetFilePointerEx(file, offset, nullptr, FILE_BEGIN) &&
-                        WriteFile(file, buffer.get(), kChunk, &written, nullptr) && FlushFileBuffers(file),
+            require((passes == 1 || SetFilePointerEx(file, offset, nullptr, FILE_BEGIN)) &&
+                        WriteFile(file, buffer.get(), kChunk, &written, nullptr) && written == kChunk &&
+                        FlushFileBuffers(file),
                     "a write failed");
         }
+    }
+    CloseHandle(file);
 }
 
-BenchRow wipeRow(const char* name, const char* peer, long chunks, std::uint32_t method, int passes,
-                 bool deletes)
+enum class Afterwards
 {
-    const std::wstring path = temporaryFolder() + L"sysmaint-bench-wipe";
+    Keep,
+    Delete
+};
+
+/// Ours also cuts the file to nothing and deletes it; the peer does that only where it says so. Every turn
+/// begins with a new file of the size that is on the disk whole.
+BenchRow wipeRow(const char* name, const char* peer, double goal, long chunks, WipeMethod method, int passes,
+                 Fill filling, Afterwards afterwards)
+{
     return {name,
             peer,
-            deletes ? 0.0 : 0.95,
-            static_cast<double>(chunks),
+            goal,
+            static_cast<double>(chunks * passes),
             [=] {
                 const std::unique_ptr<IWiper> wiper(DllGetWiper());
-                require(wiper->Wipe(nullptr, nullptr, kWipeFile, path.c_str(), nullptr, nullptr, method, 1,
-                                    nullptr) == ERROR_SUCCESS,
+                require(wiper->Wipe(nullptr, nullptr, kWipeFile, wipedFile().c_str(), nullptr, nullptr,
+                                    method, 1, nullptr) == ERROR_SUCCESS,
                         "the wipe failed");
+                require(GetFileAttributesW(wipedFile().c_str()) == INVALID_FILE_ATTRIBUTES,
+                        "the file is still there");
             },
             [=] {
-                const HANDLE file = openFile(path, OPEN_EXISTING);
-                overwrite(file, chunks, passes);
-                CloseHandle(file);
-                if (deletes)
-                    DeleteFileW(path.c_str());
+                overwrite(OPEN_EXISTING, chunks, passes, filling);
+                if (afterwards == Afterwards::Delete)
+                    require(DeleteFileW(wipedFile().c_str()), "the file cannot be deleted");
             },
-            [=] {
-                const HANDLE file = openFile(path, CREATE_ALWAYS);
-                overwrite(file, chunks, 1);
-                CloseHandle(file);
-            },
-            [=] { DeleteFileW(path.c_str()); }};
+            [=] { overwrite(CREATE_ALWAYS, chunks, 1, Fill::Zeros); },
+            [] { DeleteFileW(wipedFile().c_str()); }};
 }
 } // namespace
 
-std::vector<BenchRow> wipeRows(BenchScale scale)
+BenchRows wipeRows(BenchScale scale)
 {
     const long large = scale(256);
     const long small = scale(16);
-    return {wipeRow("wipe a file of 256 MiB by zeros (per MiB)", "bare write and flush", large, kWipeZeros, 1,
-                    false),
-            wipeRow("wipe a file of 256 MiB by zeros (per MiB)", "the same, then DeleteFileW", large,
-                    kWipeZeros, 1, true),
-            wipeRow("wipe a file of 16 MiB, 35 passes (per MiB)", "bare write and flush, 35 times", small,
-                    kWipeGutmann, 35, false)};
+    const char* zeros = "wipe 256 MiB with zeros (op: 1 MiB)";
+    const char* passes = "wipe 16 MiB in 35 passes (op: 1 MiB once)";
+    BenchRows rows;
+    rows.timed = {wipeRow(zeros, "bare write and flush loop", 0.95, large, kWipeZeros, 1, Fill::Zeros,
+                          Afterwards::Keep),
+                  wipeRow(zeros, "the loop, then DeleteFileW", 0, large, kWipeZeros, 1, Fill::Zeros,
+                          Afterwards::Delete),
+                  wipeRow(passes, "bare write and flush loop, zeros alone", 0.95, small, kWipeGutmann, 35,
+                          Fill::Zeros, Afterwards::Keep),
+                  wipeRow(passes, "the loop with our fills, then DeleteFileW", 0, small, kWipeGutmann, 35,
+                          Fill::AsOurs, Afterwards::Delete)};
+    return rows;
 }

@@ -2,78 +2,86 @@
 
 #include <windows.h>
 
+#include <atomic>
+
 #include <boost/asio/post.hpp>
 #include <boost/asio/thread_pool.hpp>
-
-#include <atomic>
 
 #include "Bench.h"
 #include "core/win32/utils/threadpool/api.h"
 
+// Every side makes a pool of so many threads, queues the items one by one from one thread, waits with its own
+// means until all have run, and gives the pool back.
 namespace {
 constexpr unsigned kThreads = 4;
 
-std::atomic<long> done{0};
+std::atomic<long> g_done{0};
 
-long emptyWork(IThreadContext&, void*)
+void countItem() noexcept
 {
-    done.fetch_add(1, std::memory_order_relaxed);
-    return ERROR_SUCCESS;
+    g_done.fetch_add(1, std::memory_order_relaxed);
 }
 
 void ourPool(long items)
 {
-    done = 0;
+    g_done = 0;
     void* pool = THPCreateThreadPool(L"bench");
     const THPCategoryOptions options(kThreads, THPCategoryOptions::kRunning, 0, 0);
     require(THPCreateCategory(pool, 1, options) == ERROR_SUCCESS, "no category");
+    const THPWorkFunction work = [](IThreadContext&, void*) -> long {
+        countItem();
+        return ERROR_SUCCESS;
+    };
     const HashMessageW arguments{};
     for (long i = 0; i < items; ++i)
-        require(THPQueueWork(pool, 1, 1, &emptyWork, arguments, ITHPWorkItem::ScheduleOption::AtEnd,
-                             nullptr) == ERROR_SUCCESS,
-                "queueing failed");
+        require(THPQueueWork(pool, 1, 1, work, arguments, ITHPWorkItem::ScheduleOption::AtEnd, nullptr) ==
+                    ERROR_SUCCESS,
+                "an item was refused");
     require(THPWait(pool, 1UL, INFINITE, nullptr) == ERROR_SUCCESS, "waiting failed");
     THPCloseThreadpool(pool);
-    require(done == items, "not every item was run");
+    require(g_done == items, "not every item was run");
 }
 
 void systemPool(long items)
 {
-    done = 0;
+    g_done = 0;
     const PTP_POOL pool = CreateThreadpool(nullptr);
+    require(pool != nullptr, "the system has no pool");
     SetThreadpoolThreadMaximum(pool, kThreads);
     TP_CALLBACK_ENVIRON environment;
     InitializeThreadpoolEnvironment(&environment);
     SetThreadpoolCallbackPool(&environment, pool);
-    const PTP_WORK work = CreateThreadpoolWork(
-        [](PTP_CALLBACK_INSTANCE, void*, PTP_WORK) { done.fetch_add(1, std::memory_order_relaxed); }, nullptr,
-        &environment);
+    const PTP_WORK work = CreateThreadpoolWork([](PTP_CALLBACK_INSTANCE, void*, PTP_WORK) { countItem(); },
+                                               nullptr, &environment);
     require(work != nullptr, "the system has no work item");
     for (long i = 0; i < items; ++i)
         SubmitThreadpoolWork(work);
     WaitForThreadpoolWorkCallbacks(work, FALSE);
     CloseThreadpoolWork(work);
     CloseThreadpool(pool);
-    require(done == items, "the system did not run every item");
+    require(g_done == items, "the system did not run every item");
 }
 
 void asioPool(long items)
 {
-    done = 0;
+    g_done = 0;
     boost::asio::thread_pool pool(kThreads);
     for (long i = 0; i < items; ++i)
-        boost::asio::post(pool, [] { done.fetch_add(1, std::memory_order_relaxed); });
+        boost::asio::post(pool, countItem);
     pool.join();
-    require(done == items, "Asio did not run every item");
+    require(g_done == items, "Asio did not run every item");
 }
 } // namespace
 
-std::vector<BenchRow> workRows(BenchScale scale)
+BenchRows workRows(BenchScale scale)
 {
     const long items = scale(20000);
+    const auto operations = static_cast<double>(items);
+    const std::string name = "queue and run an empty work item";
     const auto ours = [=] { ourPool(items); };
-    return {{"queue and run an empty work item", "the system's thread pool", 0, static_cast<double>(items),
-             ours, [=] { systemPool(items); }},
-            {"queue and run an empty work item", "Boost.Asio thread pool", 0, static_cast<double>(items),
-             ours, [=] { asioPool(items); }}};
+    BenchRows rows;
+    rows.timed = {{name, "the system's thread pool", 0, operations, ours, [=] { systemPool(items); }},
+                  {name, "Boost.Asio's thread pool", 0, operations, ours, [=] { asioPool(items); }}};
+    rows.timed.back().peerCounted = true;
+    return rows;
 }

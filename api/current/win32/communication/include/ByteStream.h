@@ -28,6 +28,17 @@ struct IOutputByteStream
     virtual long write(const void* source, std::size_t size) = 0;
 };
 
+/// Copies bytes. Most of what a message is made of are numbers of 4 and 8 bytes, which need no call.
+inline void copyBytes(void* target, const void* source, std::size_t size) noexcept
+{
+    if (size == 8)
+        std::memcpy(target, source, 8);
+    else if (size == 4)
+        std::memcpy(target, source, 4);
+    else if (size != 0)
+        std::memcpy(target, source, size);
+}
+
 /// Reads from memory that the caller owns and keeps unchanged meanwhile.
 class MemoryInputByteStream : public IInputByteStream
 {
@@ -41,8 +52,7 @@ public:
     {
         if (size > m_size - m_position)
             return ERROR_READ_FAULT;
-        if (size != 0)
-            std::memcpy(target, m_data + m_position, size);
+        copyBytes(target, m_data + m_position, size);
         m_position += size;
         return ERROR_SUCCESS;
     }
@@ -68,8 +78,7 @@ public:
     {
         if (size > m_capacity - m_size && !grow(size))
             return ERROR_WRITE_FAULT;
-        if (size != 0)
-            std::memcpy(m_data + m_size, source, size);
+        copyBytes(m_data + m_size, source, size);
         m_size += size;
         return ERROR_SUCCESS;
     }

@@ -111,7 +111,8 @@ private:
 
 inline void writeU64Blob(IOutputByteStream& stream, std::uint64_t value)
 {
-    writeBlob(stream, &value, sizeof value);
+    const std::uint64_t blob[] = {sizeof value, value}; // one write: a parameter has two of these
+    requireSuccess(stream.write(blob, sizeof blob));
 }
 
 /// Writes a string with its terminator; a null text is written as "<dump error>".

@@ -104,9 +104,19 @@ private:
     std::size_t m_position = 0;
     std::size_t m_at = 0;
 };
+
+bool isOrdinary(wchar_t c) noexcept
+{
+    return c != L'*' && c != L'?' && c != L'[' && c != L']';
+}
 } // namespace
 
 bool matchesWildcard(std::wstring_view foldedText, std::wstring_view foldedPattern) noexcept
 {
+    // A pattern that ends in an ordinary character matches no other end: of a list of extensions most are
+    // ruled out by this alone. Only an empty text can match without its last character being looked at.
+    if (!foldedText.empty() && !foldedPattern.empty() && isOrdinary(foldedPattern.back()) &&
+        foldedPattern.back() != foldedText.back())
+        return false;
     return Matcher(foldedText, foldedPattern).run();
 }
