@@ -50,6 +50,7 @@ struct BenchScale
 BenchRows memoryRows(BenchScale scale);
 BenchRows walkRows(BenchScale scale);
 BenchRows matchingRows(BenchScale scale);
+BenchRows hashingRows(BenchScale scale);
 BenchRows messageRows(BenchScale scale);
 BenchRows topicRows(BenchScale scale);
 BenchRows workRows(BenchScale scale);
