@@ -49,6 +49,7 @@ struct BenchScale
 
 BenchRows memoryRows(BenchScale scale);
 BenchRows walkRows(BenchScale scale);
+BenchRows registryRows(BenchScale scale);
 BenchRows matchingRows(BenchScale scale);
 BenchRows hashingRows(BenchScale scale);
 BenchRows messageRows(BenchScale scale);

@@ -7,21 +7,15 @@
 #include <string>
 
 #include "Bench.h"
-#include "core/win32/utils/scanengine/api.h"
+#include "CountingHandler.h"
 
 namespace {
-struct Counter : INotifyHandler
-{
-    void onNotify(const Notification&, const SharedPtr<ScanItem>&) override { ++count; }
-    unsigned long long count = 0;
-};
-
 /// Looks now and then at how much memory is in use.
-struct MemoryWatcher : Counter
+struct MemoryWatcher : CountingHandler
 {
     void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
     {
-        Counter::onNotify(notification, item);
+        CountingHandler::onNotify(notification, item);
         if (count % 1000 == 0)
             peak = std::max(peak, privateBytes());
     }
@@ -103,8 +97,8 @@ void bareWalk(const std::wstring& folder, Visit&& visit)
 }
 
 /// Our walk over a tree; `filters` and `ignores` as DllGetScanValidator takes them.
-void ourWalk(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores, Counter& counter,
-             unsigned long long expected)
+void ourWalk(const std::wstring& root, const wchar_t* filters, const wchar_t* ignores,
+             CountingHandler& counter, unsigned long long expected)
 {
     void* engine = CreateFileScanEngine(L"bench");
     FSEngineRegisterHandler(engine, counter, kContainerFound, 0, 0);
@@ -124,7 +118,7 @@ std::function<void()> countingWalk(const std::wstring& root, const std::wstring&
                                    const std::wstring& ignores, unsigned long long expected)
 {
     return [=] {
-        Counter counter;
+        CountingHandler counter;
         ourWalk(root, filters.c_str(), ignores.c_str(), counter, expected);
     };
 }

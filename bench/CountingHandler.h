@@ -1,0 +1,13 @@
+#pragma once
+
+#include "core/win32/utils/scanengine/api.h"
+
+/// The cheapest handler there is.
+struct CountingHandler : INotifyHandler
+{
+    void onNotify(const Notification& /*notification*/, const SharedPtr<ScanItem>& /*item*/) override
+    {
+        ++count;
+    }
+    unsigned long long count = 0;
+};
