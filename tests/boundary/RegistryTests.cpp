@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
+
+#include <sddl.h>
 #include <winternl.h>
 
 #include <memory>
@@ -414,6 +416,48 @@ TEST(Registry, WideAndDeepKeysAreScannedOnce)
     CloseHandle(event);
 }
 
+// A key that allows half of what a listing needs gives that half; one that allows nothing loses only itself.
+TEST(Registry, KeysThatRefuseAccess)
+{
+    const TestKey root;
+    root.addKey(L"guarded\\inner");
+    root.addKey(L"other");
+    RegSetKeyValueW(root.handle, L"guarded", L"v", REG_SZ, L"x", 4);
+    HKEY guarded = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(root.handle, L"guarded", 0, READ_CONTROL | WRITE_DAC, &guarded), ERROR_SUCCESS);
+    const struct
+    {
+        const wchar_t* access;
+        DWORD code;
+        int value;
+        int inner;
+    } rows[] = {
+        {L"D:(A;;0x60009;;;WD)", ERROR_SUCCESS, 1, 1}, // READ_CONTROL, WRITE_DAC and both
+        {L"D:(A;;0x60008;;;WD)", ERROR_ACCESS_DENIED, 0, 1},
+        {L"D:(A;;0x60001;;;WD)", ERROR_ACCESS_DENIED, 1, 0},
+        {L"D:(A;;0x60000;;;WD)", ERROR_ACCESS_DENIED, 0, 0},
+        {L"D:(A;;KA;;;WD)", ERROR_SUCCESS, 1, 1},
+    };
+    for (const auto& row : rows) {
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(row.access, SDDL_REVISION_1,
+                                                                         &descriptor, nullptr));
+        ASSERT_EQ(RegSetKeySecurity(guarded, DACL_SECURITY_INFORMATION, descriptor), ERROR_SUCCESS);
+        LocalFree(descriptor);
+        Collector collector;
+        const TestRegistryEngine engine(collector);
+        const DWORD handles = processHandleCount();
+        EXPECT_EQ(engine.scan(), static_cast<long>(row.code)) << row.code;
+        RSEngineClear(engine.handle);
+        EXPECT_LE(processHandleCount(), handles);
+        EXPECT_EQ(collector.calls, 2 + row.value + row.inner);
+        EXPECT_EQ(collector.paths[kFull + L"\\guarded\\v"], row.value);
+        EXPECT_EQ(collector.paths[kFull + L"\\guarded\\inner"], row.inner);
+        EXPECT_EQ(collector.paths[kFull + L"\\other"], 1);
+    }
+    RegCloseKey(guarded);
+}
+
 // Each registry call fails in turn: the code arrives, no key stays open, nobody stays impersonated.
 TEST(Registry, FailingCalls)
 {
@@ -448,8 +492,8 @@ TEST(Registry, FailingCalls)
     ASSERT_EQ(opened, 4);
     EXPECT_EQ(closes.calls(), opened + 1);
     for (long n = 1; n <= opened; ++n) {
-        opens.failCall(n, ERROR_ACCESS_DENIED, 0);
-        EXPECT_EQ(walk(), ERROR_ACCESS_DENIED);
+        opens.failCall(n, ERROR_REGISTRY_IO_FAILED, 0);
+        EXPECT_EQ(walk(), ERROR_REGISTRY_IO_FAILED);
         EXPECT_EQ(collector.calls, n == 1 ? 0 : n == 2 ? all - 1 : all) << "the rest of the walk is not lost";
         EXPECT_EQ(closes.calls(), n == 1 ? 1 : n == 2 ? opened - 1 : opened);
     }

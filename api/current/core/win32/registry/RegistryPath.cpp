@@ -68,8 +68,13 @@ void RegistryPath::list(Walk& walk)
     HKEY opened = nullptr;
     // Further down a link is opened as itself and so never followed: it has no sub-keys of its own, and no
     // value but the one that says where it leads.
-    const LSTATUS status = RegOpenKeyExW(getHKEY(), path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK,
-                                         KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | view(), &opened);
+    const auto open = [&](REGSAM access) {
+        return RegOpenKeyExW(getHKEY(), path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK, access | view(),
+                             &opened);
+    };
+    LSTATUS status = open(KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS);
+    if (status == ERROR_ACCESS_DENIED)
+        status = open(MAXIMUM_ALLOWED); // one of the two may be allowed; what is not fails below
     if (!isRoot && isGone(status))
         return; // deleted since it was found
     if (status != ERROR_SUCCESS)
