@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
+#include <thread>
 
 #include "support/ImportReplacement.h"
 #include "support/Scan.h"
@@ -83,11 +85,19 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
     writer->create();
     CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
     const FilePtr reader(DllGetFile(path.c_str(), 0));
+    std::atomic<int> waiting{8};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] {
+            for (--waiting; waiting != 0;)
+                std::this_thread::yield();
+            EXPECT_EQ(content(*reader), "12345");
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(reads.calls(), 1) << "all that ask at once get one reading";
     EXPECT_EQ(content(*reader), "12345");
-    const long once = reads.calls();
-    EXPECT_GE(once, 1);
-    EXPECT_EQ(content(*reader), "12345");
-    EXPECT_EQ(reads.calls(), once);
+    EXPECT_EQ(reads.calls(), 1);
     EXPECT_EQ(content(*missing), "") << "what was read is kept";
     EXPECT_EQ(codeOf([&] { reader->setData(nullptr, 5); }), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(codeOf([&] { reader->setData("abc", ~0ULL); }), ERROR_NOT_ENOUGH_MEMORY)

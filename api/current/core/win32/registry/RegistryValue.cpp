@@ -56,6 +56,12 @@ void RegistryValue::setName(std::wstring_view name)
     m_suffix.assign(1, L'\\').append(name);
 }
 
+RegistryValue::Content RegistryValue::content() const noexcept
+{
+    const ReadLocker locker(m_dataLock);
+    return {m_type, m_data, m_hasData ? m_size : 0, m_hasData};
+}
+
 void RegistryValue::keep(unsigned long type, void* data, unsigned long size) noexcept
 {
     processheap::release(m_data);
@@ -69,8 +75,9 @@ void RegistryValue::write(REGSAM access)
 {
     requireWritable();
     const RegistryKeyHandle key = open(access);
-    requireSuccess(RegSetValueExW(key.get(), getName(), 0, m_type.value_or(REG_NONE),
-                                  static_cast<const BYTE*>(m_data), m_hasData ? m_size : 0));
+    const Content value = content();
+    requireSuccess(RegSetValueExW(key.get(), getName(), 0, value.type.value_or(REG_NONE),
+                                  static_cast<const BYTE*>(value.data), value.size));
 }
 
 void RegistryValue::create()
@@ -105,6 +112,7 @@ int RegistryValue::exists() const
 
 unsigned long RegistryValue::getValueType()
 {
+    const WriteLocker locker(m_dataLock);
     if (!m_type)
         placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
@@ -118,6 +126,7 @@ unsigned long RegistryValue::getValueType()
 
 const void* RegistryValue::getData(unsigned long& size)
 {
+    const WriteLocker locker(m_dataLock);
     if (!m_hasData)
         placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
@@ -170,11 +179,12 @@ long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
 {
     RegistryKey::dump(code, stream);
     placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::dump", __LINE__), [&] {
+        const Content value = content();
         writeString(stream, getName());
-        writeU32(stream, m_type.value_or(REG_NONE));
-        writeU32(stream, (m_hasData ? kDataKnown : 0U) | (m_type ? kTypeKnown : 0U));
-        if (m_hasData)
-            writeBlob(stream, m_data, m_size);
+        writeU32(stream, value.type.value_or(REG_NONE));
+        writeU32(stream, (value.isKnown ? kDataKnown : 0U) | (value.type ? kTypeKnown : 0U));
+        if (value.isKnown)
+            writeBlob(stream, value.data, value.size);
     });
     return ERROR_SUCCESS;
 }

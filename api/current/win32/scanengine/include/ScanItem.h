@@ -20,6 +20,9 @@ enum ScanItemType : std::uint32_t
 ///
 /// Serialized form: with bit kStateType of the code the type code (u32), with kStatePath the path text (a
 /// string), then the fields of the concrete class. The operations raise an Exception with a Win32 code.
+///
+/// What asks an item, dumps it or works on the system may run on several threads at once; what changes the
+/// item itself (set..., load) must not run beside anything else on it.
 class ScanItem : public SerializableW
 {
 public:

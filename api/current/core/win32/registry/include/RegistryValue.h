@@ -33,6 +33,15 @@ public:
 
 private:
     [[nodiscard]] std::wstring_view pathSuffix() const noexcept override { return m_suffix; }
+    struct Content
+    {
+        std::optional<unsigned long> type;
+        const void* data;
+        unsigned long size;
+        bool isKnown;
+    };
+    /// What is known by now. It stays where it is until the item is changed.
+    [[nodiscard]] Content content() const noexcept;
     void setName(std::wstring_view name);
     void keep(unsigned long type, void* data, unsigned long size) noexcept;
     void write(REGSAM access);
@@ -42,5 +51,6 @@ private:
     void* m_data = nullptr; // process heap
     unsigned long m_size = 0;
     bool m_hasData = false;
-    bool m_isRead = false; // type and data are the registry's, not the caller's
+    bool m_isRead = false;            // type and data are the registry's, not the caller's
+    mutable ReadWriteLock m_dataLock; // guards what is read at the first request
 };

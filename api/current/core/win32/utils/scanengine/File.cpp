@@ -33,8 +33,9 @@ void File::create()
         CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
         throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__));
-    const auto* at = static_cast<const unsigned char*>(m_data);
-    for (unsigned long long left = m_hasData ? m_size : 0; left != 0;) {
+    const Content data = content();
+    const auto* at = static_cast<const unsigned char*>(data.data);
+    for (unsigned long long left = data.size; left != 0;) {
         const DWORD wanted = left > FileInputByteStream::kLargestTransfer
                                  ? FileInputByteStream::kLargestTransfer
                                  : static_cast<DWORD>(left);
@@ -75,6 +76,7 @@ unsigned long long File::getSize() const
 
 const void* File::getData(unsigned long long& size)
 {
+    const WriteLocker locker(m_lock);
     if (!m_hasData) {
         const Win32Path source(getPath());
         // Opened so that a missing file comes into being: a caller that asks for a file's data gets one.
@@ -116,6 +118,12 @@ void File::setData(const void* data, unsigned long long size)
     });
 }
 
+File::Content File::content() const noexcept
+{
+    const ReadLocker locker(m_lock);
+    return {m_data, m_hasData ? m_size : 0, m_hasData};
+}
+
 void File::keepData(void* data, unsigned long long size) noexcept
 {
     processheap::release(m_data);
@@ -129,9 +137,10 @@ long File::dump(unsigned long code, IOutputByteStream& stream) const
 {
     ScanItem::dump(code, stream);
     placedStep(PLACE(FILE_HEADER, "File::dump", __LINE__), [&] {
-        writeU32(stream, m_hasData ? 1 : 0);
-        if (m_hasData)
-            writeBlob(stream, m_data, m_size);
+        const Content data = content();
+        writeU32(stream, data.isKnown ? 1 : 0);
+        if (data.isKnown)
+            writeBlob(stream, data.data, data.size);
     });
     return ERROR_SUCCESS;
 }

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "win32/scanengine/include/IFile.h"
 #include "win32/scanengine/include/ScanItem.h"
 
@@ -33,12 +34,21 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
 private:
+    struct Content
+    {
+        const void* data;
+        unsigned long long size;
+        bool isKnown;
+    };
+    /// What is known by now. It stays where it is until the item is changed.
+    [[nodiscard]] Content content() const noexcept;
     void keepData(void* data, unsigned long long size) noexcept;
 
     void* m_data = nullptr; // process heap
     unsigned long long m_size = 0;
     bool m_hasData = false;
-    bool m_wasRead = false; // from the file, not set by the caller
+    bool m_wasRead = false;       // from the file, not set by the caller
+    mutable ReadWriteLock m_lock; // guards what getData reads at its first call
     std::optional<unsigned long long> m_foundSize;
 };
 
