@@ -144,6 +144,13 @@ TEST(Messages, EveryCutFailsWithItsLine)
     HashMessageW hash(L"T", 7U);
     hash.setParameter(L"name", L"value");
     hash.setParameter(L"number", std::uint32_t{1});
+    for (const std::size_t length : {15, 16, 17}) // around what stands in the entry itself
+        hash.setParameter(std::wstring(length, L'n').c_str(), static_cast<std::uint32_t>(length));
+    for (const std::size_t length : {15, 16, 17}) {
+        std::uint32_t value = 0;
+        EXPECT_EQ(HashMessageW(hash).getParameter(std::wstring(length, L'n').c_str(), value), ERROR_SUCCESS);
+        EXPECT_EQ(value, length);
+    }
     checkEveryCut(hash, {{dumped(hash).size(), 0, 0}});
     HashMessageA narrow("T", 7U);
     narrow.setParameter("name", "value");
@@ -185,6 +192,19 @@ TEST(Messages, LyingFieldsAreRefused)
           Bytes{0, 0, 0, 0, 0, 0, 0, 0}}) // no terminator, half a character, nothing
         EXPECT_EQ(load(MessageW(), Bytes{0, 0, 0, 0} + topic + Bytes{7, 0, 0, 0}), (Raised{30, 266}));
     EXPECT_EQ(load(HashMessageW(), kOnT7 + Bytes{255, 255, 255, 255}), (Raised{30, 0}));
+    for (const unsigned char size : {16, 80}) { // a name's blob that goes on behind its text
+        Bytes name(size);
+        name[0] = 'b';
+        const Bytes one = kOnT7 + Bytes{1, 0, 0, 0, size, 0, 0, 0, 0, 0, 0, 0} + name + good;
+        HashMessageW hash;
+        MemoryInputByteStream stream(one.data(), one.size());
+        EXPECT_EQ(hash.load(0, stream), ERROR_SUCCESS);
+        const ParameterW* parameter = nullptr;
+        EXPECT_EQ(hash.getParameter(L"b", parameter), ERROR_SUCCESS);
+        MemoryInputByteStream cut(one.data(), one.size() - 1);
+        EXPECT_EQ(raised([&] { hash.load(0, cut); }), (Raised{30, 0}));
+        EXPECT_TRUE(hash.getParameters().empty()) << "nothing of a broken stream is kept";
+    }
     EXPECT_EQ(load(ArrayMessage(), kOnT7 + Bytes{255, 255, 255, 255}), (Raised{30, 391}));
     EXPECT_EQ(load(MessageW(), Bytes{9, 0, 0, 0, 7, 0, 0, 0}), Raised{}) << "an unknown kind has no topic";
 }

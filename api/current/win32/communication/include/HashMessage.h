@@ -5,20 +5,63 @@
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/communication/include/Parameter.h"
 
+/// The name of a parameter. A short one, as most are, stands in the message's own entry.
+template <class Char>
+class ParameterName
+{
+public:
+    using View = std::basic_string_view<Char>;
+
+    /// Raises a bare 8 for a long name without memory.
+    explicit ParameterName(View name) : m_length(name.size())
+    {
+        if (m_length < kShort)
+            name.copy(m_short, m_length);
+        else
+            m_long = name;
+    }
+    /// Reads it as a string of the stream. Raises a bare long: 30, 8.
+    explicit ParameterName(IInputByteStream& stream)
+    {
+        const std::size_t capacity = primitives::readTextCapacity<Char>(stream);
+        if (capacity > kShort)
+            m_long.resize(capacity);
+        m_length = primitives::readCharacters(stream, capacity > kShort ? m_long.data() : m_short, capacity);
+    }
+
+    [[nodiscard]] const Char* c_str() const noexcept { return m_long.empty() ? m_short : m_long.c_str(); }
+    operator View() const noexcept { return View(c_str(), m_length); }
+
+    struct Order
+    {
+        using is_transparent = void;
+        bool operator()(View left, View right) const noexcept { return left < right; }
+    };
+
+private:
+    static constexpr std::size_t kShort = 16; // characters with the terminator
+
+    Char m_short[kShort] = {};
+    HeapString<Char> m_long;  // empty for a short one
+    std::size_t m_length = 0; // of either, without what a stream has put behind the first zero
+};
+
 /// A message with named parameters, ordered by the characters of their names.
 ///
 /// Serialized form: the message, the parameter count as u32, then each parameter's name as a string and its
 /// value. Failing steps of load and dump are raised as a bare long: 30 reading, 29 writing, 8 memory, 487
-/// for an entry that holds no parameter. Copies share the parameters themselves.
+/// for an entry that holds no parameter. A message that could not be loaded has no parameters. Copies share
+/// the parameters themselves.
 template <class Char>
 class BasicHashMessage : public BasicMessage<Char>
 {
 public:
     using Parameter = BasicParameter<Char>;
     using ParameterPtr = SharedPtr<Parameter>;
-    using Name = HeapString<Char>;
-    using Parameters =
-        std::map<Name, ParameterPtr, std::less<>, ProcessHeapAllocator<std::pair<const Name, ParameterPtr>>>;
+    using Name = ParameterName<Char>;
+    using Text = typename Name::View;
+    using Parameters = std::map<Name, ParameterPtr, typename Name::Order,
+                                ProcessHeapAllocator<std::pair<const Name, ParameterPtr>>>;
 
     using BasicMessage<Char>::BasicMessage;
 
@@ -28,7 +71,7 @@ public:
         return boundary::statusFrame([&]() -> long {
             if (name == nullptr)
                 return ERROR_INVALID_PARAMETER;
-            m_parameters.insert_or_assign(Name(name), parameter);
+            m_parameters.insert_or_assign(Name(Text(name)), parameter);
             return ERROR_SUCCESS;
         });
     }
@@ -56,7 +99,7 @@ public:
     {
         if (name == nullptr)
             return ERROR_INVALID_PARAMETER;
-        const auto found = m_parameters.find(std::basic_string_view<Char>(name));
+        const auto found = m_parameters.find(Text(name));
         if (found == m_parameters.end() || !found->second)
             return ERROR_NOT_FOUND;
         parameter = found->second.get();
@@ -98,7 +141,7 @@ public:
             BasicMessage<Char>::dump(code, stream);
             writeU32(stream, static_cast<std::uint32_t>(m_parameters.size()));
             for (const auto& [name, parameter] : m_parameters) {
-                writeString(stream, name.c_str());
+                writeBlob(stream, name.c_str(), (Text(name).size() + 1) * sizeof(Char));
                 if (!parameter)
                     throw static_cast<long>(ERROR_INVALID_ADDRESS);
                 requireSuccess(parameter->dump(code, stream));
@@ -111,17 +154,23 @@ public:
     {
         using namespace primitives;
         m_parameters.clear();
-        bareStep([&] {
-            BasicMessage<Char>::load(code, stream);
-            // The count is the stream's own word: every entry must still be there to be read.
-            for (std::uint32_t left = readU32(stream); left != 0; --left) {
-                Name name = readText<Char>(stream);
-                const ParameterPtr parameter = makeShared<Parameter>();
-                requireSuccess(parameter->load(code, stream));
-                // They come in order, unless a stranger wrote them.
-                m_parameters.insert_or_assign(m_parameters.end(), std::move(name), parameter);
-            }
-        });
+        try {
+            bareStep([&] {
+                BasicMessage<Char>::load(code, stream);
+                // The count is the stream's own word: every entry must still be there to be read.
+                for (std::uint32_t left = readU32(stream); left != 0; --left) {
+                    // They come in order, unless a stranger wrote them; of two of one name the later one
+                    // counts.
+                    const auto entry = m_parameters.emplace_hint(
+                        m_parameters.end(), std::piecewise_construct, std::forward_as_tuple(stream),
+                        std::forward_as_tuple(makeShared<Parameter>()));
+                    requireSuccess(entry->second->load(code, stream));
+                }
+            });
+        } catch (...) {
+            m_parameters.clear();
+            throw;
+        }
         return ERROR_SUCCESS;
     }
 

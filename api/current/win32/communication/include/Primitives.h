@@ -111,7 +111,7 @@ private:
 
 inline void writeU64Blob(IOutputByteStream& stream, std::uint64_t value)
 {
-    const std::uint64_t blob[] = {sizeof value, value}; // one write: a parameter has two of these
+    const std::uint64_t blob[] = {sizeof value, value}; // one write: every parameter begins with this
     requireSuccess(stream.write(blob, sizeof blob));
 }
 
@@ -138,18 +138,33 @@ template <class Char>
     return static_cast<Char*>(blob.release());
 }
 
-/// Reads a string into a string object; what stands behind its first zero is dropped.
+/// Reads how many characters a string has with its terminator: at least one.
 template <class Char>
-[[nodiscard]] HeapString<Char> readText(IInputByteStream& stream)
+[[nodiscard]] std::size_t readTextCapacity(IInputByteStream& stream)
 {
     const std::size_t size = readBlobLength(stream);
     if (size == 0 || size % sizeof(Char) != 0)
         throw static_cast<long>(ERROR_READ_FAULT);
-    HeapString<Char> text(size / sizeof(Char), Char());
-    requireSuccess(stream.read(text.data(), size));
-    if (text.back() != 0)
+    return size / sizeof(Char);
+}
+
+/// Reads so many characters, the last of which must be the terminator, and returns how many there are before
+/// the first zero.
+template <class Char>
+[[nodiscard]] std::size_t readCharacters(IInputByteStream& stream, Char* text, std::size_t capacity)
+{
+    requireSuccess(stream.read(text, capacity * sizeof(Char)));
+    if (text[capacity - 1] != 0)
         throw static_cast<long>(ERROR_READ_FAULT);
-    text.resize(std::char_traits<Char>::length(text.c_str()));
+    return std::char_traits<Char>::length(text);
+}
+
+/// Reads a string into a string object; what stands behind its first zero is dropped.
+template <class Char>
+[[nodiscard]] HeapString<Char> readText(IInputByteStream& stream)
+{
+    HeapString<Char> text(readTextCapacity<Char>(stream), Char());
+    text.resize(readCharacters(stream, text.data(), text.size()));
     return text;
 }
 
