@@ -53,8 +53,11 @@ std::wstring text(const void* data, unsigned long size, bool list)
     if (list)
         std::replace(characters.begin(), characters.end(), L'\0', L'|');
     const bool cut = characters.size() > kMostCharacters;
-    characters.resize(std::min(characters.size(), kMostCharacters));
-    return L"\"" + printable(characters) + (cut ? L"\"..." : L"\"");
+    if (cut)
+        characters.resize(IS_HIGH_SURROGATE(characters[kMostCharacters - 1]) ? kMostCharacters - 1
+                                                                             : kMostCharacters);
+    return L"\"" + printable(characters) + (cut ? L"\"..." : L"\"") +
+           (size % sizeof(wchar_t) != 0 ? L" and half a character" : L"");
 }
 } // namespace
 
