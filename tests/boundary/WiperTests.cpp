@@ -363,12 +363,35 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPieceBeforeItFails)
     });
     EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(cuts, 1);
+    cutting.setHook(nullptr);
     files.failCall(0, nullptr, 0);
     EXPECT_FALSE(takeBootList().empty());
     ASSERT_TRUE(CreateHardLinkW(filler().c_str(), at(L"neighbour").c_str(), nullptr));
     EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_ALREADY_EXISTS);
     EXPECT_EQ(readBytes(at(L"neighbour")), Bytes(10, 0xE5));
     DeleteFileW(filler().c_str());
+
+    // A filler that nobody can tell the links of; one in a compressed folder, which must not stay so.
+    CountedImport<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)> asking(
+        sysmaintModule());
+    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(sysmaintModule());
+    asking.failCall(1, FALSE, ERROR_NETNAME_DELETED);
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_NETNAME_DELETED);
+    expectNothingElseChanged(10, "links");
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), 0);
+    EXPECT_EQ(control.calls(), 0);
+    asking.setHook([](auto original, HANDLE file, auto* information) {
+        const BOOL asked = original(file, information);
+        information->dwFileAttributes |= FILE_ATTRIBUTE_COMPRESSED;
+        return asked;
+    });
+    control.failCall(1, FALSE, ERROR_WRITE_PROTECT);
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_WRITE_PROTECT);
+    expectNothingElseChanged(10, "compressed");
+    control.failCall(1, TRUE, 0);
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), 0);
+    EXPECT_EQ(control.calls(), 1);
+    EXPECT_TRUE(takeBootList().empty());
 }
 
 TEST_F(WiperTest, FreeSpaceProgressFollowsWhatOthersTakeAndFree)

@@ -165,18 +165,20 @@ public:
                                  FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         if (!m_file.isValid())
             throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"));
-        // Were it a second name of somebody's file, that would be cut with it.
+        const bool isNew = GetLastError() != ERROR_ALREADY_EXISTS;
         BY_HANDLE_FILE_INFORMATION information{};
-        if (!GetFileInformationByHandle(m_file.get(), &information) || information.nNumberOfLinks > 1) {
-            const DWORD code = information.nNumberOfLinks > 1 ? ERROR_ALREADY_EXISTS : GetLastError();
-            m_file.reset();
-            throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"), code);
-        }
-        // In a compressed folder zeros would take up no space. Other file systems know no such thing.
+        if (!GetFileInformationByHandle(m_file.get(), &information))
+            giveUp(GetLastError(), isNew);
+        // Were it a second name of somebody's file, that would be cut with it.
+        if (information.nNumberOfLinks > 1)
+            giveUp(ERROR_ALREADY_EXISTS, false);
+        // In a compressed folder zeros would take up no space.
         USHORT format = COMPRESSION_FORMAT_NONE;
         DWORD returned = 0;
-        DeviceIoControl(m_file.get(), FSCTL_SET_COMPRESSION, &format, sizeof format, nullptr, 0, &returned,
-                        nullptr);
+        if ((information.dwFileAttributes & FILE_ATTRIBUTE_COMPRESSED) != 0 &&
+            !DeviceIoControl(m_file.get(), FSCTL_SET_COMPRESSION, &format, sizeof format, nullptr, 0,
+                             &returned, nullptr))
+            giveUp(GetLastError(), true);
     }
     Filler(const Filler&) = delete;
     Filler& operator=(const Filler&) = delete;
@@ -217,6 +219,14 @@ public:
     }
 
 private:
+    [[noreturn]] void giveUp(DWORD code, bool isOurs)
+    {
+        if (isOurs)
+            deleteFillerFile();
+        m_file.reset();
+        throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"), code);
+    }
+
     Wiper& m_wiper;
     std::wstring m_path;
     Win32Path m_target;
