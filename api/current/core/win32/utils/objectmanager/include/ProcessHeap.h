@@ -10,10 +10,16 @@
 /// Memory that crosses the boundary between the DLL and its callers: both link their runtime statically,
 /// so only the process heap is the same on both sides.
 namespace processheap {
+[[nodiscard]] inline HANDLE handle() noexcept
+{
+    static const HANDLE heap = GetProcessHeap(); // which stays the same
+    return heap;
+}
+
 /// Allocates `size` bytes; raises a bare 8 when memory is short. Release with processheap::release.
 [[nodiscard]] inline void* allocate(std::size_t size)
 {
-    void* memory = HeapAlloc(GetProcessHeap(), 0, size);
+    void* memory = HeapAlloc(handle(), 0, size);
     if (memory == nullptr)
         throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
     return memory;
@@ -23,7 +29,7 @@ namespace processheap {
 inline void release(void* memory) noexcept
 {
     if (memory != nullptr)
-        HeapFree(GetProcessHeap(), 0, memory);
+        HeapFree(handle(), 0, memory);
 }
 
 /// Copies `size` bytes into new memory, followed by `extra` zero bytes; raises a bare 8.
@@ -57,7 +63,7 @@ struct ProcessHeapAllocator
         constexpr std::size_t kSize = sizeof(T); // NOLINT(bugprone-sizeof-expression): T may be a pointer
         if (count > std::numeric_limits<std::size_t>::max() / kSize)
             throw std::bad_alloc();
-        void* memory = HeapAlloc(GetProcessHeap(), 0, count * kSize);
+        void* memory = HeapAlloc(processheap::handle(), 0, count * kSize);
         if (memory == nullptr)
             throw std::bad_alloc();
         return static_cast<T*>(memory);

@@ -72,7 +72,9 @@ private:
         void addReference() noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
         void release() noexcept
         {
-            if (m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            // The last owner has nobody to race with, and most objects have only ever one.
+            if (m_count.load(std::memory_order_acquire) == 1 ||
+                m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
                 delete this;
         }
 
