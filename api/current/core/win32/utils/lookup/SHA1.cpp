@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
+#include <iterator>
 #include <utility>
 
 #include <immintrin.h>
 #include <intrin.h>
 
-#if defined(__GNUC__)
+#if defined(__GNUC__) || defined(__clang__)
 // These compilers let a function use only the instructions that it names.
 #define SYSMAINT_SHA_INSTRUCTIONS __attribute__((target("sha,sse4.1,ssse3")))
 #define SYSMAINT_SHA_INLINE __attribute__((target("sha,sse4.1,ssse3"), always_inline)) inline
@@ -30,6 +30,38 @@ void storeBigEndian(unsigned char* bytes, std::uint64_t value, std::size_t size)
         bytes[i] = static_cast<unsigned char>(value >> (8 * (size - 1 - i)));
 }
 
+/// One round. `words` holds the last 16 words of the schedule. The five words of the state do not change
+/// places: each round takes them by other names.
+template <int Round>
+void oneRound(sha1::State& state, std::uint32_t (&words)[16]) noexcept
+{
+    constexpr std::uint32_t kConstants[] = {0x5A827999, 0x6ED9EBA1, 0x8F1BBCDC, 0xCA62C1D6};
+    const std::uint32_t a = state[(80 - Round) % 5];
+    std::uint32_t& b = state[(81 - Round) % 5];
+    const std::uint32_t c = state[(82 - Round) % 5];
+    const std::uint32_t d = state[(83 - Round) % 5];
+    std::uint32_t& e = state[(84 - Round) % 5];
+
+    std::uint32_t& word = words[Round % 16];
+    if constexpr (Round >= 16)
+        word =
+            std::rotl(words[(Round - 3) % 16] ^ words[(Round - 8) % 16] ^ words[(Round - 14) % 16] ^ word, 1);
+    std::uint32_t mixed = b ^ c ^ d;
+    if constexpr (Round < 20)
+        mixed = d ^ (b & (c ^ d));
+    else if constexpr (Round >= 40 && Round < 60)
+        mixed = (b & c) | (d & (b | c));
+    e += std::rotl(a, 5) + mixed + kConstants[Round / 20] + word;
+    b = std::rotl(b, 30);
+}
+
+template <int... Rounds>
+void everyRound(sha1::State& state, std::uint32_t (&words)[16],
+                std::integer_sequence<int, Rounds...> /*rounds*/) noexcept
+{
+    (oneRound<Rounds>(state, words), ...);
+}
+
 /// Rounds 4 * Group to 4 * Group + 3. `words` holds the last 16 words of the schedule, four to a vector;
 /// `previous` is the state of four rounds ago, from which the instructions derive the fifth word.
 template <int Group>
@@ -46,15 +78,10 @@ SYSMAINT_SHA_INLINE void fourRounds(__m128i& state, __m128i& previous, __m128i (
 }
 
 template <int... Groups>
-SYSMAINT_SHA_INLINE void allRounds(__m128i& state, __m128i& previous, __m128i (&words)[4],
-                                   std::integer_sequence<int, Groups...> /*groups*/) noexcept
+SYSMAINT_SHA_INLINE void everyGroup(__m128i& state, __m128i& previous, __m128i (&words)[4],
+                                    std::integer_sequence<int, Groups...> /*groups*/) noexcept
 {
     (fourRounds<Groups>(state, previous, words), ...);
-}
-
-sha1::TakeBlocks& chosenTakeBlocks() noexcept
-{
-    return sha1::hasExtensions() ? sha1::takeBlocksWithExtensions : sha1::takeBlocksPortably;
 }
 } // namespace
 
@@ -73,40 +100,26 @@ bool sha1::hasExtensions() noexcept
     return has;
 }
 
-void sha1::takeBlocksPortably(CSHA1::State& state, const unsigned char* blocks, std::size_t count) noexcept
+sha1::TakeBlocks& sha1::fastestTakeBlocks() noexcept
+{
+    return hasExtensions() ? takeBlocksWithExtensions : takeBlocksPortably;
+}
+
+void sha1::takeBlocksPortably(State& state, const unsigned char* blocks, std::size_t count) noexcept
 {
     for (; count != 0; --count, blocks += CSHA1::kBlockSize) {
-        std::uint32_t words[80];
-        for (int i = 0; i < 16; ++i)
-            words[i] = loadBigEndian(blocks + static_cast<std::ptrdiff_t>(i) * 4);
-        for (int i = 16; i < 80; ++i)
-            words[i] = std::rotl(words[i - 3] ^ words[i - 8] ^ words[i - 14] ^ words[i - 16], 1);
-
-        CSHA1::State after = state;
-        const auto rounds = [&](int first, std::uint32_t constant, auto&& mix) {
-            auto& [a, b, c, d, e] = after;
-            for (int i = first; i < first + 20; ++i) {
-                const std::uint32_t next = std::rotl(a, 5) + mix(b, c, d) + e + constant + words[i];
-                e = d;
-                d = c;
-                c = std::rotl(b, 30);
-                b = a;
-                a = next;
-            }
-        };
-        using Word = std::uint32_t;
-        rounds(0, 0x5A827999, [](Word x, Word y, Word z) { return z ^ (x & (y ^ z)); });
-        rounds(20, 0x6ED9EBA1, [](Word x, Word y, Word z) { return x ^ y ^ z; });
-        rounds(40, 0x8F1BBCDC, [](Word x, Word y, Word z) { return (x & y) | (z & (x | y)); });
-        rounds(60, 0xCA62C1D6, [](Word x, Word y, Word z) { return x ^ y ^ z; });
+        std::uint32_t words[16];
+        for (std::size_t i = 0; i < std::size(words); ++i)
+            words[i] = loadBigEndian(blocks + i * sizeof words[i]);
+        sha1::State after = state;
+        everyRound(after, words, std::make_integer_sequence<int, 80>());
         for (std::size_t i = 0; i < state.size(); ++i)
             state[i] += after[i];
     }
 }
 
 SYSMAINT_SHA_INSTRUCTIONS
-void sha1::takeBlocksWithExtensions(CSHA1::State& state, const unsigned char* blocks,
-                                    std::size_t count) noexcept
+void sha1::takeBlocksWithExtensions(State& state, const unsigned char* blocks, std::size_t count) noexcept
 {
     // The instructions want the first word in the highest lane, and so the bytes of each block turned about.
     const __m128i turned = _mm_set_epi64x(0x0001020304050607, 0x08090a0b0c0d0e0f);
@@ -119,7 +132,7 @@ void sha1::takeBlocksWithExtensions(CSHA1::State& state, const unsigned char* bl
                 _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks) + i), turned);
         const __m128i oldState = abcd;
         const __m128i oldFifth = fifth;
-        allRounds(abcd, fifth, words, std::make_integer_sequence<int, 20>());
+        everyGroup(abcd, fifth, words, std::make_integer_sequence<int, 20>());
         abcd = _mm_add_epi32(abcd, oldState);
         fifth = _mm_sha1nexte_epu32(fifth, oldFifth);
     }
@@ -130,7 +143,6 @@ void sha1::takeBlocksWithExtensions(CSHA1::State& state, const unsigned char* bl
 void CSHA1::update(const void* data, std::size_t size) noexcept
 {
     const auto* bytes = static_cast<const unsigned char*>(data);
-    sha1::TakeBlocks& takeBlocks = chosenTakeBlocks();
     const std::size_t held = m_length % kBlockSize;
     m_length += size;
     if (held != 0) {
@@ -138,11 +150,11 @@ void CSHA1::update(const void* data, std::size_t size) noexcept
         std::copy_n(bytes, taken, m_block.begin() + static_cast<std::ptrdiff_t>(held));
         if (held + taken < kBlockSize)
             return;
-        takeBlocks(m_state, m_block.data(), 1);
+        m_takeBlocks(m_state, m_block.data(), 1);
         bytes += taken;
         size -= taken;
     }
-    takeBlocks(m_state, bytes, size / kBlockSize);
+    m_takeBlocks(m_state, bytes, size / kBlockSize);
     const std::size_t rest = size % kBlockSize;
     std::copy_n(bytes + (size - rest), rest, m_block.begin());
 }
@@ -161,6 +173,6 @@ CSHA1::Digest CSHA1::finish() noexcept
     Digest digest;
     for (std::size_t i = 0; i < m_state.size(); ++i)
         storeBigEndian(digest.data() + i * sizeof m_state[i], m_state[i], sizeof m_state[i]);
-    *this = CSHA1();
+    *this = CSHA1(*m_takeBlocks);
     return digest;
 }
