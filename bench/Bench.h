@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// One comparison. `ours` and `peer` do the same `operations`, in turns; null for a row without that side.
-/// Making a row costs nothing: what its sides need is made by `prepare`.
+/// One comparison. `ours` and `peer` do the same `operations`, in turns. Making a row costs next to nothing:
+/// what its sides need is made by `prepare`.
 struct BenchRow
 {
     std::string name;
@@ -19,13 +19,20 @@ struct BenchRow
     bool peerCounted = false;                // the peer's kernel calls can be seen: it is linked with us
 };
 
-/// One comparison of what the sides use and not of how long they take.
+/// One comparison of figures that the sides tell themselves. Without a peer, a figure with a limit.
 struct FigureRow
 {
+    enum class Of // several turns
+    {
+        Most, // a later turn may live on the memory that an earlier one has given back
+        Median
+    };
+
     std::string name;
     std::string peerName;
     std::string unit;
-    double limit; // the most that ours may use; 0 for rows that only report
+    double limit; // the most that ours may be; 0 for rows that only report
+    Of of;
     std::function<double()> ours;
     std::function<double()> peer;
 };

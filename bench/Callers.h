@@ -10,16 +10,13 @@
 class Callers
 {
 public:
-    explicit Callers(int threads)
-    {
-        for (int i = 0; i < threads; ++i)
-            m_threads.emplace_back([this] { loop(); });
-    }
+    explicit Callers(int threads) : m_count(static_cast<std::size_t>(threads)) {}
     Callers(const Callers&) = delete;
     Callers& operator=(const Callers&) = delete;
     ~Callers()
     {
-        begin({});
+        if (!m_threads.empty())
+            begin({});
         for (std::thread& thread : m_threads)
             thread.join();
     }
@@ -27,6 +24,8 @@ public:
     /// Every thread runs `work` once; returns when the last is done.
     void run(const std::function<void()>& work)
     {
+        while (m_threads.size() < m_count) // in the first turn, which is not measured
+            m_threads.emplace_back([this] { loop(); });
         begin(work);
         const WriteLocker locker(m_lock);
         while (m_busy != 0)
@@ -66,6 +65,7 @@ private:
     CONDITION_VARIABLE m_begun = CONDITION_VARIABLE_INIT;
     CONDITION_VARIABLE m_done = CONDITION_VARIABLE_INIT;
     std::function<void()> m_work;
+    std::size_t m_count;
     std::size_t m_busy = 0;
     unsigned m_turn = 0;
     std::vector<std::thread> m_threads;

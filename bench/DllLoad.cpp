@@ -1,8 +1,10 @@
 #include <windows.h>
 
+#include <cstdio>
 #include <string>
 
 #include "Bench.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 namespace {
 std::wstring besideProgram(const wchar_t* name)
@@ -13,41 +15,62 @@ std::wstring besideProgram(const wchar_t* name)
     return path.substr(0, path.find_last_of(L'\\') + 1) + name;
 }
 
-std::function<void()> loadAndFree(const std::wstring& path, long count)
+struct LoadCost
 {
-    return [=] {
-        for (long i = 0; i < count; ++i) {
-            const HMODULE module = LoadLibraryW(path.c_str());
-            require(module != nullptr, "the DLL cannot be loaded");
-            FreeLibrary(module);
-        }
-    };
+    double firstMicroseconds = 0;
+    double firstKibibytes = 0;
+    double laterMicroseconds = 0;
+};
+
+/// Loads the DLL in a program of its own: this one has the system libraries already that ours brings along.
+LoadCost costOf(const wchar_t* dll)
+{
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    HANDLE ends[2];
+    require(CreatePipe(&ends[0], &ends[1], &inherited, 0), "no pipe to the load probe");
+    const Win32Handle reading(ends[0]);
+    Win32Handle writing(ends[1]);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = writing.get();
+    PROCESS_INFORMATION started{};
+    std::wstring command = L"\"" + besideProgram(L"load_probe.exe") + L"\" \"" + besideProgram(dll) + L"\"";
+    require(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                           &started),
+            "the load probe cannot be started");
+    const Win32Handle process(started.hProcess);
+    const Win32Handle thread(started.hThread);
+    writing.reset();
+    char text[200] = {};
+    for (DWORD size = 0, got = 0;
+         size < sizeof text - 1 &&
+         ReadFile(reading.get(), text + size, static_cast<DWORD>(sizeof text - 1 - size), &got, nullptr);)
+        size += got;
+    LoadCost cost;
+    require(std::sscanf(text, "%lf %lf %lf", &cost.firstMicroseconds, &cost.firstKibibytes,
+                        &cost.laterMicroseconds) == 3,
+            "the load probe could not load the DLL");
+    return cost;
 }
 
-/// What the loaded DLL adds to the memory that is this process's alone, in KiB.
-std::function<double()> privateKilobytes(const std::wstring& path)
+FigureRow row(const char* name, const char* unit, double LoadCost::*figure)
 {
-    return [=] {
-        const auto before = static_cast<double>(privateBytes());
-        const HMODULE module = LoadLibraryW(path.c_str());
-        require(module != nullptr, "the DLL cannot be loaded");
-        const auto after = static_cast<double>(privateBytes());
-        FreeLibrary(module);
-        return (after - before) / 1024;
-    };
+    return {name,
+            "a DLL with an empty body",
+            unit,
+            0,
+            FigureRow::Of::Median,
+            [=] { return costOf(L"sysmaint.dll").*figure; },
+            [=] { return costOf(L"empty.dll").*figure; }};
 }
 } // namespace
 
-BenchRows loadRows(BenchScale scale)
+BenchRows loadRows(BenchScale /*scale*/)
 {
-    const long count = scale(100);
-    const std::wstring ours = besideProgram(L"sysmaint.dll");
-    const std::wstring empty = besideProgram(L"empty.dll");
-    const char* peer = "a DLL with an empty body";
     BenchRows rows;
-    rows.figures = {{"memory of the loaded DLL, private", peer, "KiB", 0, privateKilobytes(ours),
-                     privateKilobytes(empty)}};
-    rows.timed = {{"load the DLL", peer, 0, static_cast<double>(count), loadAndFree(ours, count),
-                   loadAndFree(empty, count)}};
+    rows.figures = {row("load the DLL, with its system libraries", "us", &LoadCost::firstMicroseconds),
+                    row("load the DLL, these being there", "us", &LoadCost::laterMicroseconds),
+                    row("load the DLL, private memory", "KiB", &LoadCost::firstKibibytes)};
     return rows;
 }

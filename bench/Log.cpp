@@ -50,11 +50,9 @@ public:
         m_peerFile = temporaryFolder() + L"sysmaint-bench-spdlog.log";
         DeleteFileW(m_peerFile.c_str());
         m_pool = std::make_shared<spdlog::details::thread_pool>(static_cast<std::size_t>(entries) + 1, 1);
-        m_peer =
-            std::make_shared<spdlog::async_logger>("bench",
-                                                   std::make_shared<spdlog::sinks::basic_file_sink_mt>(
-                                                       std::string(m_peerFile.begin(), m_peerFile.end())),
-                                                   m_pool, spdlog::async_overflow_policy::block);
+        m_peer = std::make_shared<spdlog::async_logger>(
+            "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>(m_peerFile), m_pool,
+            spdlog::async_overflow_policy::block);
         m_peer->set_pattern("[ %d.%m.%Y %H:%M:%S ]  %v");
     }
     Loggers(const Loggers&) = delete;
@@ -88,11 +86,14 @@ public:
         const ULONGLONG begun = GetTickCount64();
         while (sizeOf(m_file) != m_size || sizeOf(m_peerFile) != m_peerSize) {
             require(GetTickCount64() - begun < 300000, "a log file does not hold what was written");
-            Sleep(50);
+            const WriteLocker locker(m_pause);
+            m_pause.waitWrite(m_never, 50); // and no Sleep, which would be counted with the row's calls
         }
     }
 
 private:
+    mutable ReadWriteLock m_pause;
+    mutable CONDITION_VARIABLE m_never = CONDITION_VARIABLE_INIT;
     void* m_ours;
     std::wstring m_file;
     unsigned long long m_size = 0;

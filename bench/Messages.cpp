@@ -13,6 +13,9 @@
 #include "win32/communication/include/HashMessage.h"
 
 namespace {
+constexpr std::uint32_t kId = 7;
+constexpr std::size_t kParameters = 8;
+
 /// The same data as the message, for the peer.
 struct PeerMessage
 {
@@ -52,11 +55,11 @@ protected:
 BenchRows messageRows(BenchScale scale)
 {
     const long count = scale(100000);
-    const auto message = std::make_shared<HashMessageW>(L"lookups", 7U);
+    const auto message = std::make_shared<HashMessageW>(L"lookups", kId);
     const auto peer = std::make_shared<PeerMessage>();
     peer->topic = L"lookups";
-    peer->id = 7;
-    for (int i = 0; i < 8; ++i) {
+    peer->id = kId;
+    for (int i = 0; i < static_cast<int>(kParameters); ++i) {
         const std::wstring name = L"Parameter" + std::to_wstring(i);
         const std::string value(static_cast<std::size_t>(4 + i * 16), static_cast<char>('a' + i));
         message->setParameter(name.c_str(), value.data(), value.size());
@@ -73,22 +76,24 @@ BenchRows messageRows(BenchScale scale)
                            MemoryInputByteStream input(output.getData(), output.getSize());
                            HashMessageW loaded;
                            loaded.load(0, input);
-                           consume(loaded.getParameters().size());
+                           require(loaded.getParameters().size() == kParameters && loaded.getId() == kId,
+                                   "the message did not come back");
                        }
                    },
                    [=] {
                        StringBuffer buffer;
+                       std::ostream output(&buffer);
+                       std::istream input(&buffer);
                        for (long i = 0; i < count; ++i) {
                            buffer.text.clear();
-                           std::ostream output(&buffer);
                            cereal::BinaryOutputArchive writer(output);
                            writer(*peer);
                            buffer.rewind();
-                           std::istream input(&buffer);
                            PeerMessage loaded;
                            cereal::BinaryInputArchive archive(input);
                            archive(loaded);
-                           consume(loaded.parameters.size());
+                           require(loaded.parameters.size() == kParameters && loaded.id == kId,
+                                   "the peer's message did not come back");
                        }
                    }}};
     return rows;

@@ -19,16 +19,15 @@ public:
     explicit RegistryTree(long keys)
     {
         RegDeleteTreeW(HKEY_CURRENT_USER, kRoot); // what an interrupted run has left
+        m_root = makeKey(kRoot);
         for (long key = 0; key < keys; ++key) {
-            const std::wstring path = std::wstring(kRoot) + L"\\key" + std::to_wstring(key);
+            const HKEY made = makeKey((std::wstring(kRoot) + L"\\key" + std::to_wstring(key)).c_str());
             for (DWORD value = 0; value < kValues; ++value)
-                require(RegSetKeyValueW(HKEY_CURRENT_USER, path.c_str(),
-                                        (L"value " + std::to_wstring(value)).c_str(), REG_SZ, L"x",
-                                        4) == ERROR_SUCCESS,
-                        "the keys cannot be made");
+                require(RegSetValueExW(made, (L"value " + std::to_wstring(value)).c_str(), 0, REG_SZ,
+                                       reinterpret_cast<const BYTE*>(L"x"), 4) == ERROR_SUCCESS,
+                        "the values cannot be made");
+            RegCloseKey(made);
         }
-        require(RegOpenKeyExW(HKEY_CURRENT_USER, kRoot, 0, KEY_READ, &m_root) == ERROR_SUCCESS,
-                "the keys cannot be opened");
     }
     RegistryTree(const RegistryTree&) = delete;
     RegistryTree& operator=(const RegistryTree&) = delete;
@@ -41,6 +40,15 @@ public:
     [[nodiscard]] HKEY root() const { return m_root; }
 
 private:
+    static HKEY makeKey(const wchar_t* path)
+    {
+        HKEY key = nullptr;
+        require(RegCreateKeyExW(HKEY_CURRENT_USER, path, 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
+                                nullptr, &key, nullptr) == ERROR_SUCCESS,
+                "the keys cannot be made");
+        return key;
+    }
+
     HKEY m_root = nullptr;
 };
 

@@ -98,7 +98,7 @@ private:
 };
 
 /// Both sides copy the same message into the queue, begin with the delivering thread and end when everything
-/// is delivered.
+/// is delivered. The peer also copies it out again.
 template <class Queue>
 BenchRow postRow(const std::shared_ptr<Callers>& callers, int posters, long each, const char* peerName)
 {

@@ -47,8 +47,9 @@ double turnOf(const BenchRow& row, const std::function<void()>& side)
     return time;
 }
 
-/// What all threads call until the turn has settled, in a turn that is not measured.
-double kernelCallsPerOperation(const BenchRow& row, const std::function<void()>& side)
+/// What all threads call until the turn has settled, in a turn that is not measured: see KernelCalls. Files
+/// and the registry are no such objects here, both sides of a row having their calls.
+double objectCallsPerOperation(const BenchRow& row, const std::function<void()>& side)
 {
     if (row.prepare)
         row.prepare();
@@ -82,8 +83,8 @@ const char* verdict(bool met, int turns)
 
 void measure(const BenchRow& row, int turns, bool json)
 {
-    const double calls = kernelCallsPerOperation(row, row.ours); // warms up, too
-    const std::string peerCalls = row.peerCounted ? text("%.3f", kernelCallsPerOperation(row, row.peer)) : "";
+    const double calls = objectCallsPerOperation(row, row.ours); // warms up, too
+    const std::string peerCalls = row.peerCounted ? text("%.3f", objectCallsPerOperation(row, row.peer)) : "";
     std::vector<double> ours;
     std::vector<double> peers;
     std::vector<double> ratios;
@@ -99,7 +100,7 @@ void measure(const BenchRow& row, int turns, bool json)
     const double ratio = median(ratios);
     if (json)
         std::printf(R"({"case":"%s","peer":"%s","ours_ns":%.1f,"peer_ns":%.1f,"ratio":%.3f,"goal":%.2f,)"
-                    R"("kernel_calls":%.3f,"peer_kernel_calls":%s})"
+                    R"("object_calls":%.3f,"peer_object_calls":%s})"
                     "\n",
                     row.name.c_str(), row.peerName.c_str(), our, peer, ratio, row.goal, calls,
                     peerCalls.empty() ? "null" : peerCalls.c_str());
@@ -119,9 +120,13 @@ void measure(const FigureRow& row, int turns, bool json)
         if (row.peer)
             peers.push_back(row.peer());
     }
-    // The most that was used: a later turn may live on what an earlier one has given back.
-    const double our = *std::max_element(ours.begin(), ours.end());
-    const double peer = row.peer ? *std::max_element(peers.begin(), peers.end()) : 0;
+    const auto figure = [&](const std::vector<double>& turned) {
+        if (row.of == FigureRow::Of::Median || turned.empty())
+            return median(turned);
+        return *std::max_element(turned.begin(), turned.end());
+    };
+    const double our = figure(ours);
+    const double peer = figure(peers);
     if (json)
         std::printf(R"({"case":"%s","peer":"%s","unit":"%s","ours":%.1f,"peer":%s,"limit":%.1f})"
                     "\n",
@@ -161,8 +166,10 @@ unsigned long long privateBytes()
 
 std::wstring temporaryFolder()
 {
-    wchar_t folder[MAX_PATH];
-    return std::wstring(folder, GetTempPathW(MAX_PATH, folder));
+    wchar_t folder[MAX_PATH + 1];
+    const DWORD length = GetTempPathW(MAX_PATH + 1, folder);
+    require(length != 0 && length <= MAX_PATH, "there is no temporary folder");
+    return std::wstring(folder, length);
 }
 
 std::string counted(int number, const char* what)
@@ -188,7 +195,7 @@ int main(int count, char** arguments)
         }
     }
     if (!json) {
-        printLine("case", "peer", "ours ns/op", "peer ns/op", "ratio", "goal", "calls/op", "peer's");
+        printLine("case", "peer", "ours ns/op", "peer ns/op", "ratio", "goal", "objects", "peer's");
         std::printf("|---|---|---|---|---|---|---|---|\n");
     }
     const BenchScale scale{quick};
@@ -211,8 +218,15 @@ int main(int count, char** arguments)
     if (!json) {
         PROCESS_MEMORY_COUNTERS memory{};
         GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory);
-        std::printf("\n%d rows, peak working set %.1f MiB\n", rows,
-                    static_cast<double>(memory.PeakWorkingSetSize) / 1048576.0);
+        std::printf(
+            "\n%d rows, peak working set %.1f MiB\n"
+            "ratio: the median of the turns' ratios, above 1 ours is faster\n"
+            "objects: calls per operation, of all threads, that wait, sleep, or make, signal or close an "
+            "event, mutex or semaphore;\n"
+            "         neither what a side does with files and the registry, nor locks that had to wait\n",
+            rows, static_cast<double>(memory.PeakWorkingSetSize) / 1048576.0);
     }
+    if (rows == 0)
+        std::fprintf(stderr, "bench: no row's name has \"%s\" in it\n", only);
     return rows == 0 ? 1 : 0;
 }

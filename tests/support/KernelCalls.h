@@ -5,7 +5,8 @@
 #include "support/ImportReplacement.h"
 
 /// Counts the calls of the DLL that go to the kernel for an object: waits, mutexes, events, handles. Only the
-/// functions that the DLL imports can be called, so the others are passed over.
+/// functions that the DLL imports can be called, so the others are passed over. A slim lock or a condition
+/// variable that has to wait is not seen.
 class KernelCalls
 {
 public:
@@ -26,7 +27,10 @@ public:
         add<"ReleaseSemaphore", decltype(&ReleaseSemaphore)>(module);
         add<"CloseHandle", decltype(&CloseHandle)>(module);
         add<"DuplicateHandle", decltype(&DuplicateHandle)>(module);
+        add<"CreateEventA", decltype(&CreateEventA)>(module);
+        add<"CreateSemaphoreA", decltype(&CreateSemaphoreA)>(module);
         add<"Sleep", decltype(&Sleep)>(module);
+        add<"SleepEx", decltype(&SleepEx)>(module);
     }
 
     [[nodiscard]] long total() const

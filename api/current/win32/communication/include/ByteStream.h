@@ -28,6 +28,7 @@ struct IOutputByteStream
     virtual long write(const void* source, std::size_t size) = 0;
 };
 
+namespace primitives {
 /// Copies bytes. Most of what a message is made of are numbers of 4 and 8 bytes, which need no call.
 inline void copyBytes(void* target, const void* source, std::size_t size) noexcept
 {
@@ -38,6 +39,7 @@ inline void copyBytes(void* target, const void* source, std::size_t size) noexce
     else if (size != 0)
         std::memcpy(target, source, size);
 }
+} // namespace primitives
 
 /// Reads from memory that the caller owns and keeps unchanged meanwhile.
 class MemoryInputByteStream : public IInputByteStream
@@ -52,7 +54,7 @@ public:
     {
         if (size > m_size - m_position)
             return ERROR_READ_FAULT;
-        copyBytes(target, m_data + m_position, size);
+        primitives::copyBytes(target, m_data + m_position, size);
         m_position += size;
         return ERROR_SUCCESS;
     }
@@ -78,7 +80,7 @@ public:
     {
         if (size > m_capacity - m_size && !grow(size))
             return ERROR_WRITE_FAULT;
-        copyBytes(m_data + m_size, source, size);
+        primitives::copyBytes(m_data + m_size, source, size);
         m_size += size;
         return ERROR_SUCCESS;
     }
