@@ -1,7 +1,13 @@
 #include <gtest/gtest.h>
+#include <windows.h>
 
+#include <shlwapi.h>
+
+#include <random>
 #include <string>
 
+#include "core/win32/utils/scanengine/include/File.h"
+#include "core/win32/utils/scanengine/include/ScanRule.h"
 #include "core/win32/utils/scanengine/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
@@ -143,4 +149,23 @@ TEST(Matcher, LongTexts)
         matchesWildcard(casefolding::FoldedText(text).view(), casefolding::FoldedText(L"ää*.LOG").view()));
     EXPECT_FALSE(
         matchesWildcard(casefolding::FoldedText(text).view(), casefolding::FoldedText(L"a*.LOG").view()));
+}
+
+TEST(Matcher, NamesAndCaseAreWhatTheSystemSays)
+{
+    wchar_t upper[0x10000];
+    for (int c = 0; c < 0x10000; ++c)
+        upper[c] = static_cast<wchar_t>(c);
+    CharUpperBuffW(upper + 1, 0xFFFF);
+    for (int c = 0; c < 0x10000; ++c)
+        EXPECT_EQ(casefolding::fold(static_cast<wchar_t>(c)), upper[c]) << c;
+
+    std::mt19937 random(1);
+    for (int turn = 0; turn < 20000; ++turn) {
+        std::wstring path(random() % 9, L' ');
+        for (wchar_t& c : path)
+            c = L"A.\\/:"[random() % 5];
+        const File file(path.c_str(), 0);
+        EXPECT_EQ(RuleSubject(file).name(), PathFindFileNameW(path.c_str())) << narrow(path.c_str());
+    }
 }

@@ -1,7 +1,5 @@
 #include "core/win32/utils/scanengine/include/FilePath.h"
 
-#include <shlwapi.h>
-
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
@@ -54,9 +52,14 @@ void FilePath::getFiles(Walk& walk)
     WIN32_FIND_DATAW entry;
     const FindHandle search = beginSearch(target, entry);
     if (!search.isValid()) {
-        if (GetLastError() == ERROR_FILE_NOT_FOUND && PathIsRootW(path().getPath()))
-            return; // a drive's root that holds nothing
-        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__))};
+        const DWORD code = GetLastError();
+        if (code == ERROR_FILE_NOT_FOUND) {
+            const Win32Path folder(path().getPath());
+            const DWORD attributes = GetFileAttributesW(folder);
+            if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+                return; // it is there and holds nothing, not even itself: the root of an empty drive
+        }
+        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), code)};
     }
     do {
         if (isDots(entry.cFileName))

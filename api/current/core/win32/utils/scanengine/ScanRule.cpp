@@ -1,7 +1,5 @@
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 
-#include <shlwapi.h>
-
 #include <algorithm>
 
 #include "core/win32/utils/scanengine/include/WildcardMatcher.h"
@@ -10,6 +8,20 @@
 #define SCAN_RULE_HEADER "core\\win32\\utils\\scanengine\\include\\ScanRule.h"
 
 using namespace primitives;
+
+namespace {
+/// What PathFindFileNameW gives, whose library would bring others along: what stands behind the last
+/// backslash, slash or colon that something follows.
+const wchar_t* lastElement(const wchar_t* path) noexcept
+{
+    const auto separates = [](wchar_t c) { return c == L'\\' || c == L'/'; };
+    const wchar_t* name = path;
+    for (const wchar_t* at = path; *at != 0; ++at)
+        if ((separates(*at) || *at == L':') && at[1] != 0 && !separates(at[1]))
+            name = at + 1;
+    return name;
+}
+} // namespace
 
 std::wstring_view RuleSubject::path()
 {
@@ -21,7 +33,7 @@ std::wstring_view RuleSubject::path()
 std::wstring_view RuleSubject::name()
 {
     if (!m_foldedName)
-        m_foldedName.emplace(PathFindFileNameW(m_path));
+        m_foldedName.emplace(lastElement(m_path));
     return m_foldedName->view();
 }
 

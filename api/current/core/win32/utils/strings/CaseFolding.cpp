@@ -4,6 +4,10 @@
 
 #include <array>
 
+// As the system compares the names of files. CharUpperBuffW gives the same, but would bring user32.dll into
+// every program that loads the library, services too.
+extern "C" NTSYSAPI WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR character);
+
 namespace casefolding {
 namespace {
 constexpr int kCodeUnits = 0x10000;
@@ -13,9 +17,7 @@ struct Table
     Table() noexcept
     {
         for (int c = 0; c < kCodeUnits; ++c)
-            upper[static_cast<std::size_t>(c)] = static_cast<wchar_t>(c);
-        // From 1: a zero character would be taken for the end of the text by some implementations.
-        CharUpperBuffW(upper.data() + 1, kCodeUnits - 1);
+            upper[static_cast<std::size_t>(c)] = RtlUpcaseUnicodeChar(static_cast<wchar_t>(c));
     }
     std::array<wchar_t, kCodeUnits> upper;
 };

@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <shlwapi.h>
-
 #include <string>
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
@@ -14,9 +12,12 @@ std::wstring listPath()
 {
     wchar_t folder[MAX_PATH] = {};
     const UINT length = GetWindowsDirectoryW(folder, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH || PathAddBackslashW(folder) == nullptr)
+    if (length == 0 || length >= MAX_PATH)
         return {};
-    return std::wstring(folder) + L"\\ForceDelete.txt";
+    std::wstring path = folder;
+    if (path.back() != L'\\')
+        path += L'\\';
+    return path + L"\\ForceDelete.txt";
 }
 
 /// Whether the list has no header yet. One that cannot be read is taken for one that has.
