@@ -100,7 +100,7 @@ private:
             type = typeName(value.getValueType());
             data = shortData(value);
             type = typeName(value.getValueType()); // as it was read with the data
-        } catch (const Exception& gone) { // deleted since it was found, or not to be read by us
+        } catch (const Exception& gone) {          // deleted since it was found, or not to be read by us
             data = formatCode(static_cast<long>(gone.getCode()));
         }
         if (m_json)
