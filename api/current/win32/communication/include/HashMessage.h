@@ -161,9 +161,9 @@ public:
                 for (std::uint32_t left = readU32(stream); left != 0; --left) {
                     // They come in order, unless a stranger wrote them; of two of one name the later one
                     // counts.
-                    const auto entry = m_parameters.emplace_hint(
-                        m_parameters.end(), std::piecewise_construct, std::forward_as_tuple(stream),
-                        std::forward_as_tuple(makeShared<Parameter>()));
+                    const auto entry = m_parameters.emplace_hint(m_parameters.end(), std::piecewise_construct,
+                                                                 std::forward_as_tuple(stream),
+                                                                 std::forward_as_tuple(std::in_place));
                     requireSuccess(entry->second->load(code, stream));
                 }
             });

@@ -25,6 +25,12 @@ class SharedPtr
 public:
     SharedPtr() : m_block(makeBlock(nullptr)) {}
     explicit SharedPtr(T* object) : m_block(makeBlock(object)) {}
+    /// Makes an object inside the count block, as makeShared does.
+    template <class... Arguments>
+    explicit SharedPtr(std::in_place_t, Arguments&&... arguments)
+        : m_block(new InPlaceBlock<T>(std::forward<Arguments>(arguments)...))
+    {
+    }
     SharedPtr(const SharedPtr& other) noexcept : m_block(other.m_block) { m_block->addReference(); }
     virtual ~SharedPtr() { m_block->release(); }
 
