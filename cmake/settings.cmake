@@ -8,7 +8,8 @@ if(MSVC)
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
     target_compile_options(settings INTERFACE -Wall -Wextra -Werror)
-    target_link_options(settings INTERFACE -static)
+    # The runtime is linked in, without its symbols for a debugger.
+    target_link_options(settings INTERFACE -static $<$<CONFIG:Release>:-s>)
     if(SYSMAINT_TRAP_UNDEFINED)
         # No sanitizer runtime exists for this target; trap mode needs none.
         target_compile_definitions(settings INTERFACE _GLIBCXX_ASSERTIONS)
