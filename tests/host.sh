@@ -61,6 +61,10 @@ run 2 scan 'HKCU\Software' --view 16 && says err '--view takes 32 or 64'
 key='HKCU\Software\sysmaint-host-test'
 "$runner" reg add "$key\\inner" /v number /t REG_DWORD /d 42 /f >/dev/null
 "$runner" reg add "$key" /v text /d 'some text' /f >/dev/null
+"$runner" reg add "$key\\long" /v text /t REG_SZ /d "x$(printf '😀%.0s' {1..40})" /f >/dev/null
+run 0 scan "$key\\long" && says out '😀"...'
+grep -q $'\xef\xbf\xbd' "$work/out" && fail 'half a character is shown'
+"$runner" reg delete "$key\\long" /f >/dev/null
 run 0 scan "$key" && says err '1 keys, 2 values'
 says out 'HKEY_CURRENT_USER\Software\sysmaint-host-test\text = REG_SZ "some text"'
 says out 'sysmaint-host-test\inner\number = REG_DWORD 42'

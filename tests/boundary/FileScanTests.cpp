@@ -311,6 +311,8 @@ TEST(FileScan, FailingSearchCalls)
         EXPECT_GE(collector.calls, all - 11) << "at most the failing folder's own tree is missing";
         EXPECT_LE(collector.calls, all);
     }
+    first.failCall(1, INVALID_HANDLE_VALUE, ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(walk(), ERROR_SUCCESS) << "so the root of an empty volume answers";
     first.failCall(0, nullptr, 0);
     for (long n = 1; n <= entries; ++n) {
         next.failCall(n, FALSE, ERROR_READ_FAULT);

@@ -4,8 +4,10 @@
 #include <sddl.h>
 #include <winternl.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
@@ -454,6 +456,15 @@ TEST(Registry, KeysThatRefuseAccess)
         EXPECT_EQ(collector.paths[kFull + L"\\guarded\\v"], row.value);
         EXPECT_EQ(collector.paths[kFull + L"\\guarded\\inner"], row.inner);
         EXPECT_EQ(collector.paths[kFull + L"\\other"], 1);
+
+        // As a root it ends the scan only when nothing of it can be had.
+        collector.paths.clear();
+        ASSERT_EQ(RSEngineAddPath(engine.handle, HKEY_CURRENT_USER, (kRoot + L"\\guarded").c_str()), 0);
+        ASSERT_EQ(RSEngineAddPath(engine.handle, HKEY_CURRENT_USER, kRoot.c_str()), 0);
+        EXPECT_EQ(RSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), ScanOptions{}),
+                  static_cast<long>(row.code));
+        EXPECT_EQ(collector.paths.count(kFull + L"\\other"), row.value + row.inner != 0 ? 1U : 0U);
+        RSEngineClear(engine.handle);
     }
     RegCloseKey(guarded);
 }
@@ -796,4 +807,25 @@ TEST(Registry, FoundItemsAreWhatTheySay)
     value->dump(kStateAll, typed);
     MemoryInputByteStream again(typed.getData(), typed.getSize());
     EXPECT_EQ(ValuePtr(DllGetRegistryValue(kStateAll, again))->getValueType(), 1U);
+
+    // All that ask for its data at once get one reading.
+    RegSetValueExW(root.handle, L"shared", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"abc"), 8);
+    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries(sysmaintModule());
+    unsigned long size = 0;
+    ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"shared"))->getData(size);
+    const long once = queries.calls();
+    const ValuePtr shared(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"shared"));
+    queries.reset();
+    std::atomic<int> waiting{8};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i)
+        threads.emplace_back([&] {
+            for (--waiting; waiting != 0;)
+                std::this_thread::yield();
+            unsigned long length = 0;
+            EXPECT_STREQ(static_cast<const wchar_t*>(shared->getData(length)), L"abc");
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(queries.calls(), once);
 }

@@ -29,6 +29,8 @@ protected:
             std::wstring path = name;
             if (path == L"\\\\.\\Q:")
                 path = folder + L"\\device";
+            if (path.find(L"ForceDelete.txt") != std::wstring::npos)
+                bootList = path;
             if (const auto colon = path.find(L":secret"); colon != std::wstring::npos)
                 path.replace(colon, std::wstring::npos, L".stream");
             return original(path.c_str(), access, share, security, disposition, flags, model);
@@ -80,6 +82,7 @@ protected:
     }
 
     std::wstring folder;
+    std::wstring bootList; // as it was opened last
     std::unique_ptr<IWiper> wiper;
     DirectoryStack stack;
     WipeProgress progress;
@@ -378,6 +381,11 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPieceBeforeItFails)
     asking.failCall(1, FALSE, ERROR_NETNAME_DELETED);
     EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_NETNAME_DELETED);
     expectNothingElseChanged(10, "links");
+    writeBytes(filler(), Bytes(10, 0x3C));
+    asking.failCall(1, FALSE, ERROR_NETNAME_DELETED);
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_NETNAME_DELETED);
+    EXPECT_EQ(readBytes(filler()), Bytes(10, 0x3C)) << "it was there before, under who knows what other name";
+    asking.failCall(0, FALSE, 0);
     EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), 0);
     EXPECT_EQ(control.calls(), 0);
     asking.setHook([](auto original, HANDLE file, auto* information) {
@@ -580,6 +588,9 @@ TEST_F(WiperTest, WritesTheBootTimeListByteForByte)
             2);
     };
     fail(missing, 3, 1);
+    wchar_t windows[MAX_PATH];
+    GetWindowsDirectoryW(windows, MAX_PATH);
+    EXPECT_EQ(bootList, std::wstring(windows) + L"\\\\ForceDelete.txt");
     fail(missing, 1, 0xFFFFFFFF); // numbers are signed
     const std::wstring header(L"\0\0\r\n", 4);
     EXPECT_EQ(takeBootList(), header + line(missing, L"3*\t*1") + line(missing, L"1*\t*-1"));

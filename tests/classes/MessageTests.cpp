@@ -203,7 +203,23 @@ TEST(Messages, LyingFieldsAreRefused)
         EXPECT_EQ(hash.getParameter(L"b", parameter), ERROR_SUCCESS);
         MemoryInputByteStream cut(one.data(), one.size() - 1);
         EXPECT_EQ(raised([&] { hash.load(0, cut); }), (Raised{30, 0}));
-        EXPECT_TRUE(hash.getParameters().empty()) << "nothing of a broken stream is kept";
+        EXPECT_TRUE(hash.getParameters().empty()) << "what was read only in part";
+    }
+    // Out of order, and one name twice: the later one counts. What was read whole stays when the rest is
+    // missing.
+    const auto entry = [](unsigned char name, std::uint32_t value) {
+        return Bytes{4, 0, 0, 0, 0, 0, 0, 0, name, 0, 0, 0} + dumped(ParameterW(sizeof value, &value));
+    };
+    const Bytes three = kOnT7 + Bytes{3, 0, 0, 0} + entry('b', 1) + entry('a', 2) + entry('b', 3);
+    for (const std::size_t missing : {0, 1}) {
+        HashMessageW hash;
+        MemoryInputByteStream stream(three.data(), three.size() - missing);
+        EXPECT_EQ(raised([&] { hash.load(0, stream); }), missing == 0 ? Raised{} : (Raised{30, 0}));
+        std::uint32_t value = 0;
+        EXPECT_EQ(hash.getParameter(L"a", value), ERROR_SUCCESS);
+        EXPECT_EQ(value, 2U);
+        EXPECT_EQ(hash.getParameter(L"b", value), missing == 0 ? ERROR_SUCCESS : ERROR_NOT_FOUND);
+        EXPECT_EQ(value, missing == 0 ? 3U : 2U);
     }
     EXPECT_EQ(load(ArrayMessage(), kOnT7 + Bytes{255, 255, 255, 255}), (Raised{30, 391}));
     EXPECT_EQ(load(MessageW(), Bytes{9, 0, 0, 0, 7, 0, 0, 0}), Raised{}) << "an unknown kind has no topic";

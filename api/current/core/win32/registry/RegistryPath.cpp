@@ -88,7 +88,7 @@ void RegistryPath::list(Walk& walk)
     if (failed != ERROR_SUCCESS && !isGone(failed))
         throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(failed)),
-                             true};
+                             values != ERROR_ACCESS_DENIED || keys != ERROR_ACCESS_DENIED};
 }
 
 LSTATUS RegistryPath::reportValues(HKEY key, Walk& walk) const

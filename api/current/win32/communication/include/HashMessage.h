@@ -12,7 +12,7 @@ class ParameterName
 public:
     using View = std::basic_string_view<Char>;
 
-    /// Raises a bare 8 for a long name without memory.
+    /// Raises std::bad_alloc for a long name without memory.
     explicit ParameterName(View name) : m_length(name.size())
     {
         if (m_length < kShort)
@@ -20,7 +20,7 @@ public:
         else
             m_long = name;
     }
-    /// Reads it as a string of the stream. Raises a bare long: 30, 8.
+    /// Reads it as a string of the stream. Raises a bare 30 or 8, and std::bad_alloc.
     explicit ParameterName(IInputByteStream& stream)
     {
         const std::size_t capacity = primitives::readTextCapacity<Char>(stream);
@@ -28,6 +28,11 @@ public:
             m_long.resize(capacity);
         m_length = primitives::readCharacters(stream, capacity > kShort ? m_long.data() : m_short, capacity);
     }
+
+    // Copied only: a name that was moved from would have the length of what it has lost.
+    ParameterName(const ParameterName&) = default;
+    ParameterName& operator=(const ParameterName&) = default;
+    ~ParameterName() = default;
 
     [[nodiscard]] const Char* c_str() const noexcept { return m_long.empty() ? m_short : m_long.c_str(); }
     operator View() const noexcept { return View(c_str(), m_length); }
@@ -50,8 +55,8 @@ private:
 ///
 /// Serialized form: the message, the parameter count as u32, then each parameter's name as a string and its
 /// value. Failing steps of load and dump are raised as a bare long: 30 reading, 29 writing, 8 memory, 487
-/// for an entry that holds no parameter. A message that could not be loaded has no parameters. Copies share
-/// the parameters themselves.
+/// for an entry that holds no parameter. After a failed load the parameters that were read whole are there.
+/// Copies share the parameters themselves.
 template <class Char>
 class BasicHashMessage : public BasicMessage<Char>
 {
@@ -154,23 +159,22 @@ public:
     {
         using namespace primitives;
         m_parameters.clear();
-        try {
-            bareStep([&] {
-                BasicMessage<Char>::load(code, stream);
-                // The count is the stream's own word: every entry must still be there to be read.
-                for (std::uint32_t left = readU32(stream); left != 0; --left) {
-                    // They come in order, unless a stranger wrote them; of two of one name the later one
-                    // counts.
-                    const auto entry = m_parameters.emplace_hint(m_parameters.end(), std::piecewise_construct,
-                                                                 std::forward_as_tuple(stream),
-                                                                 std::forward_as_tuple(std::in_place));
+        bareStep([&] {
+            BasicMessage<Char>::load(code, stream);
+            // The count is the stream's own word: every entry must still be there to be read.
+            for (std::uint32_t left = readU32(stream); left != 0; --left) {
+                // They come in order, unless a stranger wrote them; of two of one name the later one counts.
+                const auto entry = m_parameters.emplace_hint(m_parameters.end(), std::piecewise_construct,
+                                                             std::forward_as_tuple(stream),
+                                                             std::forward_as_tuple(std::in_place));
+                try {
                     requireSuccess(entry->second->load(code, stream));
+                } catch (...) {
+                    m_parameters.erase(entry);
+                    throw;
                 }
-            });
-        } catch (...) {
-            m_parameters.clear();
-            throw;
-        }
+            }
+        });
         return ERROR_SUCCESS;
     }
 

@@ -145,6 +145,8 @@ template <class Char>
     const std::size_t size = readBlobLength(stream);
     if (size == 0 || size % sizeof(Char) != 0)
         throw static_cast<long>(ERROR_READ_FAULT);
+    if (size > PTRDIFF_MAX) // a stream that does not know its end
+        throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
     return size / sizeof(Char);
 }
 

@@ -57,7 +57,7 @@ void FilePath::getFiles(Walk& walk)
             const Win32Path folder(path().getPath());
             const DWORD attributes = GetFileAttributesW(folder);
             if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-                return; // it is there and holds nothing, not even itself: the root of an empty drive
+                return; // it is there, and nothing in it, not even itself: so an empty volume's root answers
         }
         throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), code)};
     }

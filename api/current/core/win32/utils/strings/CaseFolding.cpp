@@ -4,7 +4,7 @@
 
 #include <array>
 
-// As the system compares the names of files. CharUpperBuffW gives the same, but would bring user32.dll into
+// As the system compares the names of files. CharUpperBuffW would do as well, but would bring user32.dll into
 // every program that loads the library, services too.
 extern "C" NTSYSAPI WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR character);
 
