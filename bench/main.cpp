@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 
 #include "Bench.h"
@@ -178,7 +179,7 @@ std::string counted(int number, const char* what)
 }
 
 int main(int count, char** arguments)
-{
+try {
     bool quick = false;
     bool json = false;
     const char* only = "";
@@ -229,4 +230,7 @@ int main(int count, char** arguments)
     if (rows == 0)
         std::fprintf(stderr, "bench: no row's name has \"%s\" in it\n", only);
     return rows == 0 ? 1 : 0;
+} catch (const std::exception& error) { // a peer's
+    std::fprintf(stderr, "bench: %s\n", error.what());
+    return 1;
 }
