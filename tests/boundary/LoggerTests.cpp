@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <map>
 #include <regex>
-#include <thread>
 
 #include "core/win32/utils/paths/api.h"
+#include "support/Threads.h"
 #include "support/Wipe.h"
 
 namespace {
@@ -127,17 +127,13 @@ TEST_F(LoggerTest, KeepsEveryThreadsLinesWholeAndInOrderWithoutTouchingFiles)
     CountedImport<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes(sysmaintModule());
     flushes.reset();
     const wchar_t* modules[] = {L"other", L"Registry Cleaner", L"Privacy Cleaner", L"Disk Cleaner"};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            logging = true;
-            for (int i = 0; i < kEach; ++i)
-                EXPECT_EQ(WriteLogEntry(logger, modules[t % 4],
-                                        (std::to_wstring(t) + L"/" + std::to_wstring(i)).c_str()),
-                          0);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreadsAtOnce(kThreads, [&](int t) {
+        logging = true;
+        for (int i = 0; i < kEach; ++i)
+            EXPECT_EQ(WriteLogEntry(logger, modules[t % 4],
+                                    (std::to_wstring(t) + L"/" + std::to_wstring(i)).c_str()),
+                      0);
+    });
     settle();
     EXPECT_EQ(foreign, 0);
     EXPECT_EQ(flushes.calls(), 0);

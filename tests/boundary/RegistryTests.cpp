@@ -4,15 +4,14 @@
 #include <sddl.h>
 #include <winternl.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
 #include "support/KernelCalls.h"
 #include "support/Scan.h"
+#include "support/Threads.h"
 
 // The platform headers leave them out.
 extern "C" {
@@ -816,16 +815,9 @@ TEST(Registry, FoundItemsAreWhatTheySay)
     const long once = queries.calls();
     const ValuePtr shared(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"shared"));
     queries.reset();
-    std::atomic<int> waiting{8};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&] {
-            for (--waiting; waiting != 0;)
-                std::this_thread::yield();
-            unsigned long length = 0;
-            EXPECT_STREQ(static_cast<const wchar_t*>(shared->getData(length)), L"abc");
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreadsAtOnce(8, [&](int) {
+        unsigned long length = 0;
+        EXPECT_STREQ(static_cast<const wchar_t*>(shared->getData(length)), L"abc");
+    });
     EXPECT_EQ(queries.calls(), once);
 }

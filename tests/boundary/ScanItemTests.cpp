@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
-#include <thread>
 
 #include "support/ImportReplacement.h"
 #include "support/Scan.h"
+#include "support/Threads.h"
 
 namespace {
 bool exists(const std::wstring& literalPath)
@@ -85,16 +84,7 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
     writer->create();
     CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
     const FilePtr reader(DllGetFile(path.c_str(), 0));
-    std::atomic<int> waiting{8};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i)
-        threads.emplace_back([&] {
-            for (--waiting; waiting != 0;)
-                std::this_thread::yield();
-            EXPECT_EQ(content(*reader), "12345");
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreadsAtOnce(8, [&](int) { EXPECT_EQ(content(*reader), "12345"); });
     EXPECT_EQ(reads.calls(), 1) << "all that ask at once get one reading";
     EXPECT_EQ(content(*reader), "12345");
     EXPECT_EQ(reads.calls(), 1);

@@ -13,6 +13,7 @@
 #include "support/ImportReplacement.h"
 #include "support/KernelCalls.h"
 #include "support/Process.h"
+#include "support/Threads.h"
 
 namespace {
 /// Does what the test says with plain messages, and writes down which operation was called.
@@ -233,16 +234,10 @@ TEST(Topics, DeliverPostsOnceInEachPostersOrder)
         [&](const MessageW& received, std::uint32_t poster) { check.take(poster, received.getId()); });
     ASSERT_EQ(TopicSubscribe(topic, handler), ERROR_SUCCESS);
     const KernelCalls calls(sysmaintModule());
-    std::vector<std::thread> posters;
-    for (std::uint32_t poster = 0; poster < kPosters; ++poster) {
-        posters.emplace_back([&, poster] {
-            for (std::uint32_t i = 0; i < kPosts; ++i)
-                EXPECT_EQ(TopicPostMessage(topic, message(i), static_cast<unsigned long>(poster)),
-                          ERROR_SUCCESS);
-        });
-    }
-    for (std::thread& poster : posters)
-        poster.join();
+    onThreadsAtOnce(kPosters, [&](int poster) {
+        for (std::uint32_t i = 0; i < kPosts; ++i)
+            EXPECT_EQ(TopicPostMessage(topic, message(i), static_cast<unsigned long>(poster)), ERROR_SUCCESS);
+    });
     EXPECT_EQ(TopicConsumeAll(topic, INFINITE), ERROR_SUCCESS);
     EXPECT_EQ(check.taken, kPosters * kPosts);
     EXPECT_EQ(check.faults, 0);

@@ -7,6 +7,7 @@
 #include "core/win32/utils/objectmanager/include/ObjectManager.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "support/ImportReplacement.h"
+#include "support/Threads.h"
 
 namespace {
 std::atomic<long> g_living{0};
@@ -232,21 +233,17 @@ TEST(ObjectManager, ManyThreadsOnTheSameNames)
 {
     Table table;
     std::atomic<long> failures{0};
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 8; ++thread)
-        threads.emplace_back([&, thread] {
-            for (int turn = 0; turn < 3000; ++turn) {
-                const std::wstring name(1, static_cast<wchar_t>(L'a' + (turn + thread) % 3));
-                void* handle = table.openOrCreate(name.c_str(), [] { return makeShared<Counter>(1U); });
-                CounterPtr object;
-                if (table.get(handle, object) != ERROR_SUCCESS || object->value != 1)
-                    ++failures;
-                if (table.close(handle) == 0)
-                    ++failures;
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreadsAtOnce(8, [&](int thread) {
+        for (int turn = 0; turn < 3000; ++turn) {
+            const std::wstring name(1, static_cast<wchar_t>(L'a' + (turn + thread) % 3));
+            void* handle = table.openOrCreate(name.c_str(), [] { return makeShared<Counter>(1U); });
+            CounterPtr object;
+            if (table.get(handle, object) != ERROR_SUCCESS || object->value != 1)
+                ++failures;
+            if (table.close(handle) == 0)
+                ++failures;
+        }
+    });
     EXPECT_EQ(failures, 0);
     EXPECT_EQ(table.getCount(), 0U);
     EXPECT_EQ(g_living, 0);
