@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/Heap.h"
+
 /// The handles that this process has open, as the system itself counts them: GetProcessHandleCount always
 /// answers 0 under Wine. Throws when the system does not tell.
 inline DWORD processHandleCount()
@@ -47,10 +49,12 @@ struct ProcessCounts
 {
     DWORD threads = 0;
     DWORD handles = 0;
+    long blocks = 0; // of the module whose heap is watched, if one is
 
     static ProcessCounts now()
     {
         ProcessCounts counts;
+        counts.blocks = HeapWatch::liveBlocks();
         counts.handles = processHandleCount();
         const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
         THREADENTRY32 entry{};
@@ -63,12 +67,18 @@ struct ProcessCounts
         return counts;
     }
 
-    /// Whether the process comes back to no more than this. What ends by itself is given time to.
-    [[nodiscard]] bool isReachedAgain() const
+    [[nodiscard]] std::string describe() const
     {
-        for (int attempt = 0; attempt < 600; ++attempt) {
+        return std::to_string(threads) + " threads, " + std::to_string(handles) + " handles, " +
+               std::to_string(blocks) + " blocks";
+    }
+
+    /// Whether the process comes back to no more than this. What ends by itself is given time to.
+    [[nodiscard]] bool isReachedAgain(int attempts = 600) const
+    {
+        for (; attempts > 0; --attempts) {
             const ProcessCounts counts = now();
-            if (counts.threads <= threads && counts.handles <= handles)
+            if (counts.threads <= threads && counts.handles <= handles && counts.blocks <= blocks)
                 return true;
             Sleep(50);
         }
