@@ -30,24 +30,30 @@ OpenedItself::OpenedItself(const wchar_t* target, DWORD access, DWORD share)
 {
     if (!m_handle.isValid())
         raiseLastError();
+    // The name tells where a system or a network redirector follows links in spite of the flag. Where nobody
+    // can put something else under it meanwhile it tells everything but the tag.
+    m_attributes = GetFileAttributesW(target);
+    if (m_attributes == INVALID_FILE_ATTRIBUTES)
+        raiseLastError();
+    m_isLink = (m_attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    const bool pinned = (share & FILE_SHARE_DELETE) == 0 && (access & FILE_LIST_DIRECTORY) != 0;
+    if (m_isLink || !pinned)
+        askHandle();
+}
+
+void OpenedItself::askHandle()
+{
     FILE_ATTRIBUTE_TAG_INFO info{};
-    if (!GetFileInformationByHandleEx(m_handle.get(), FileAttributeTagInfo, &info, sizeof info)) {
+    if (!GetFileInformationByHandleEx(get(), FileAttributeTagInfo, &info, sizeof info)) {
         BY_HANDLE_FILE_INFORMATION plain; // file systems without reparse points need not know the tag
-        if (!GetFileInformationByHandle(m_handle.get(), &plain))
+        if (!GetFileInformationByHandle(get(), &plain))
             raiseLastError();
         info.FileAttributes = plain.dwFileAttributes;
     }
-    m_attributes = info.FileAttributes;
-    if ((m_attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    if ((info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        m_attributes = info.FileAttributes;
         m_isLink = isLinkTag(info.ReparseTag);
-        return;
     }
-    // Some systems and network redirectors follow a link in spite of the flag, and only its name tells.
-    const DWORD named = GetFileAttributesW(target);
-    if (named == INVALID_FILE_ATTRIBUTES)
-        raiseLastError();
-    m_isLink = (named & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    m_attributes |= named & FILE_ATTRIBUTE_REPARSE_POINT;
 }
 
 void HeldFolders::keepCommon(std::wstring_view root, std::wstring_view folder)

@@ -30,6 +30,8 @@ public:
     [[nodiscard]] HANDLE get() const noexcept { return m_handle.get(); }
 
 private:
+    void askHandle();
+
     Win32Handle m_handle;
     DWORD m_attributes = 0;
     bool m_isLink = false;
