@@ -128,8 +128,9 @@ TEST(RegistrySafety, NamesThatTheRegistryDoesNotTake)
     root.addValue(std::wstring(16383, L'v'));
     const std::wstring longest = kRoot + L"\\" + std::wstring(255, L'k');
     EXPECT_NE(keyOf(longest + L"\\below")->exists(), 0);
-    for (const std::wstring& path : {longest + L"k", longest + L"k\\below", longest + L"\\" + longest + L"k",
-                                     std::wstring(40000, L'k'), kRoot + L"\\" + std::wstring(70000, L'k')}) {
+    for (const std::wstring& path :
+         {longest + L"k", longest + L"k\\below", longest + L"\\" + std::wstring(300, L'k'),
+          std::wstring(40000, L'k'), kRoot + L"\\" + std::wstring(70000, L'k')}) {
         const KeyPtr key = keyOf(path);
         const ValuePtr value = valueOf(path, L"v");
         for (const unsigned long code :
@@ -246,7 +247,7 @@ void makeClass(HKEY hive, const std::string& state)
         }
         HKEY key = nullptr;
         const std::wstring below = letter == 'k' ? L"" : L"\\" + name + L"\\deep";
-        RegCreateKeyW(hive, (kClasses + kClass + below).c_str(), &key);
+        RegCreateKeyW(hive, std::wstring(kClasses).append(kClass).append(below).c_str(), &key);
         RegCloseKey(key);
     }
 }

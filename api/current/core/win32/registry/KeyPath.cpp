@@ -1,17 +1,11 @@
 #include "core/win32/registry/include/KeyPath.h"
 
-#include <winternl.h>
-
 #include <string>
 #include <string_view>
-
-// The platform headers leave it out, though its counterparts for files are there.
-extern "C" NTSTATUS NTAPI NtOpenKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes);
 
 namespace {
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kLongestStep = 16383; // leaves room for what the system puts in front
-constexpr ULONG kOpenLink = 0x100;          // OBJ_OPENLINK
 constexpr REGSAM kViews = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
 
 bool isPredefined(HKEY key) noexcept
@@ -85,15 +79,11 @@ bool keypath::isStandIn(HKEY opened, HKEY root) noexcept
     return isPredefined(opened) && opened != root; // an empty path opens a predefined root as it is
 }
 
-RegistryKeyHandle keypath::openItself(HKEY key, REGSAM access)
+RegistryKeyHandle keypath::itself(HKEY key)
 {
-    UNICODE_STRING name{};
-    OBJECT_ATTRIBUTES attributes;
-    InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE | kOpenLink, key, nullptr);
-    HANDLE itself = nullptr;
-    const NTSTATUS status = NtOpenKey(&itself, access, &attributes);
-    RegistryKeyHandle opened(static_cast<HKEY>(itself));
-    if (status != 0) // a key that stands for something else is opened with a status of its own
-        throw static_cast<long>(status < 0 ? RtlNtStatusToDosError(status) : ERROR_NOT_SUPPORTED);
-    return opened;
+    HANDLE copy = nullptr;
+    if (!DuplicateHandle(GetCurrentProcess(), key, GetCurrentProcess(), &copy, 0, FALSE,
+                         DUPLICATE_SAME_ACCESS))
+        throw static_cast<long>(GetLastError());
+    return RegistryKeyHandle(static_cast<HKEY>(copy));
 }

@@ -159,9 +159,11 @@ RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, u
     });
 }
 
+// The parent's hive is there by now and stays, but below HKEY_CLASSES_ROOT another thread may just be getting
+// it.
 RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound)
     : ScanItem(type, CachedPath(std::move(subKey))), m_root(parent.m_root), m_options(parent.m_options),
-      m_isFound(isFound), m_userHive(parent.m_userHive)
+      m_isFound(isFound), m_userHive(parent.m_root == HKEY_CURRENT_USER ? parent.m_userHive : UserHive())
 {
 }
 
@@ -365,7 +367,7 @@ void RegistryKey::deleteItem()
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
         RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
         // What a caller's own handle shows may be the keys of two hives.
-        deleteTree(isNamedRoot() ? std::move(key) : keypath::openItself(key.get(), kDeleteAccess));
+        deleteTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
     });
 }
 

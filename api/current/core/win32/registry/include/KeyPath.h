@@ -23,8 +23,8 @@ namespace keypath {
 /// data, and opening them gives a handle of everybody's: it must not be closed, and what is listed, written
 /// or deleted through it is not the key.
 [[nodiscard]] bool isStandIn(HKEY opened, HKEY root) noexcept;
-/// Opens once more, for `access`, the very key that a handle stands for. The handles that the system gives
-/// below HKEY_CLASSES_ROOT show the keys of two hives as one; this one shows the one key. Raises the bare
-/// code.
-[[nodiscard]] RegistryKeyHandle openItself(HKEY key, REGSAM access);
+/// A handle of the one key that `key` was opened as, with the same access. The handles that the system gives
+/// below HKEY_CLASSES_ROOT carry a mark, and by it show the keys of two hives as one; a copy has no mark.
+/// Raises the bare code.
+[[nodiscard]] RegistryKeyHandle itself(HKEY key);
 } // namespace keypath
