@@ -3,7 +3,9 @@
 #include <winternl.h>
 
 #include <typeinfo>
+#include <vector>
 
+#include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/UserSession.h"
 
 // The platform headers leave it out, though its counterparts for files are there.
@@ -40,41 +42,75 @@ HKEY rootFromNumber(std::uint32_t number)
     throw static_cast<long>(ERROR_INVALID_DATA);
 }
 
-/// Deletes a key and what is below it, deepest first. `key` was opened as itself where it is a link (which
+/// Gives the first sub-key of `key`: the others move up when that is deleted. Returns false when there is
+/// none or the key is gone.
+bool findFirstSubKey(HKEY key, std::wstring& found)
+{
+    wchar_t name[kLongestKeyName + 1];
+    DWORD length = kLongestKeyName + 1;
+    const LSTATUS status = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS || status == ERROR_KEY_DELETED)
+        return false;
+    requireStatus(status);
+    found.assign(name, length);
+    // Win32 would open, and deleteTree delete, the key whose name is the part before the zero.
+    if (found.find(L'\0') != std::wstring::npos)
+        throw static_cast<long>(ERROR_INVALID_NAME);
+    return true;
+}
+
+/// Deletes a key and what is below it, deepest first. `top` was opened as itself where it is a link (which
 /// has no sub-keys of its own), and is deleted by its handle: by name the system may go through the link and
 /// delete what it leads to. What somebody else deletes in between is gone as well. Raises the bare code of
 /// the first key that cannot be deleted.
-void deleteTree(HKEY key, REGSAM view)
+void deleteTree(RegistryKeyHandle&& top)
 {
-    std::wstring gone;
-    for (;;) {
-        wchar_t name[kLongestKeyName + 1];
-        DWORD length = kLongestKeyName + 1;
-        // Always the first: the others move up.
-        LSTATUS status = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
-        if (status == ERROR_NO_MORE_ITEMS || status == ERROR_KEY_DELETED)
-            break;
-        requireStatus(status);
-        // Win32 would open, and this function delete, the key whose name is the part before the zero.
-        const std::wstring_view found(name, length);
-        if (found.find(L'\0') != std::wstring_view::npos)
-            throw static_cast<long>(ERROR_INVALID_NAME);
-        HKEY opened = nullptr;
-        status = RegOpenKeyExW(key, name, REG_OPTION_OPEN_LINK, kDeleteAccess | view, &opened);
-        // One that is listed again after it was not there is none that somebody deleted.
-        if (status == ERROR_FILE_NOT_FOUND && gone != found) {
-            gone = found;
-            continue;
+    struct Level
+    {
+        RegistryKeyHandle key;
+        std::wstring gone; // the last sub-key that was listed and not there
+    };
+    std::vector<Level> levels; // from the top to the key at hand: a tree may be deeper than a stack
+    levels.push_back({std::move(top), {}});
+    std::wstring name;
+    while (!levels.empty()) {
+        Level& level = levels.back();
+        if (findFirstSubKey(level.key.get(), name)) {
+            HKEY opened = nullptr;
+            // Without a view: what was listed is what is opened.
+            const LSTATUS status =
+                RegOpenKeyExW(level.key.get(), name.c_str(), REG_OPTION_OPEN_LINK, kDeleteAccess, &opened);
+            // One that is listed again after it was not there is none that somebody deleted.
+            if (status == ERROR_FILE_NOT_FOUND && level.gone != name) {
+                level.gone = name;
+                continue;
+            }
+            if (status != ERROR_KEY_DELETED) { // or else the key at hand is gone
+                requireStatus(status);
+                if (keypath::isStandIn(opened, level.key.get()))
+                    throw static_cast<long>(ERROR_NOT_SUPPORTED);
+                levels.push_back({RegistryKeyHandle(opened), {}});
+                continue;
+            }
         }
-        if (status == ERROR_KEY_DELETED)
-            break; // this key itself is gone
-        requireStatus(status);
-        const RegistryKeyHandle child(opened);
-        deleteTree(opened, view);
+        const auto deleted = static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(level.key.get())));
+        if (deleted != ERROR_KEY_DELETED)
+            requireStatus(deleted);
+        levels.pop_back();
     }
-    const auto deleted = static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(key)));
-    if (deleted != ERROR_KEY_DELETED)
-        requireStatus(deleted);
+}
+
+std::wstring_view withoutBackslashes(std::wstring_view path) noexcept
+{
+    const std::size_t begin = path.find_first_not_of(L'\\');
+    return begin == std::wstring_view::npos ? std::wstring_view()
+                                            : path.substr(begin, path.find_last_not_of(L'\\') + 1 - begin);
+}
+
+/// The path of a key of HKEY_CLASSES_ROOT below the hives that this root shows as one.
+HeapStringW classPath(std::wstring_view subKey)
+{
+    return joinKey(L"Software\\Classes", withoutBackslashes(subKey));
 }
 } // namespace
 
@@ -123,9 +159,11 @@ RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, u
     });
 }
 
+// The parent's hive is there by now and stays, but below HKEY_CLASSES_ROOT another thread may just be getting
+// it.
 RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound)
     : ScanItem(type, CachedPath(std::move(subKey))), m_root(parent.m_root), m_options(parent.m_options),
-      m_isFound(isFound), m_userHive(parent.m_userHive)
+      m_isFound(isFound), m_userHive(parent.m_root == HKEY_CURRENT_USER ? parent.m_userHive : UserHive())
 {
 }
 
@@ -162,9 +200,19 @@ const IIdentifierW& RegistryKey::getIdentifier() const
 
 void RegistryKey::setPath(const wchar_t* path, int expand)
 {
+    const FullPathReset reset(*this);
     ScanItem::setPath(path, expand);
-    const WriteLocker locker(m_lock);
-    m_fullPath.reset();
+}
+
+RegistryKey::FullPathReset::~FullPathReset()
+{
+    const WriteLocker locker(m_key.m_lock);
+    m_key.m_fullPath.reset();
+}
+
+bool RegistryKey::isNamedRoot() const noexcept
+{
+    return m_root == HKEY_CURRENT_USER || rootName(m_root) != rootName(HKEY_CURRENT_USER);
 }
 
 bool RegistryKey::isInterchangeable(const ScanItem& filed) const
@@ -176,8 +224,11 @@ bool RegistryKey::isInterchangeable(const ScanItem& filed) const
 
 HKEY RegistryKey::getHKEY() const
 {
-    if (m_root != HKEY_CURRENT_USER)
-        return m_root;
+    return m_root == HKEY_CURRENT_USER ? userHive() : m_root;
+}
+
+HKEY RegistryKey::userHive() const
+{
     {
         const ReadLocker locker(m_lock);
         if (m_userHive)
@@ -213,12 +264,17 @@ void RegistryKey::requireWritable() const
         throw static_cast<long>(ERROR_ACCESS_DENIED);
 }
 
-RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD openOptions) const
+RegistryKeyHandle RegistryKey::openIn(HKEY root, const wchar_t* subKey, REGSAM access, DWORD options) const
 {
     HKEY key = nullptr;
-    const DWORD options = openOptions | (m_isFound ? REG_OPTION_OPEN_LINK : 0U);
-    requireStatus(RegOpenKeyExW(getHKEY(), path().getPath(), options, access | view(), &key));
+    requireStatus(keypath::open(root, subKey, options | (m_isFound ? REG_OPTION_OPEN_LINK : 0U),
+                                access | view(), &key));
     return RegistryKeyHandle(key);
+}
+
+RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD options) const
+{
+    return openIn(getHKEY(), path().getPath(), access, options);
 }
 
 RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
@@ -226,20 +282,80 @@ RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
     try {
         return open(access);
     } catch (const long code) {
-        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND && code != ERROR_KEY_DELETED)
+        if (!keypath::isMissing(code))
             throw;
         return RegistryKeyHandle();
     }
+}
+
+RegistryKeyHandle RegistryKey::openToChange(Change change, REGSAM access, DWORD options) const
+{
+    requireWritable();
+    const bool isClass = m_root == HKEY_CLASSES_ROOT;
+    const HKEY root = !isClass ? getHKEY() : change == Change::kDelete ? onlyClassHive() : nearestClassHive();
+    RegistryKeyHandle key =
+        openIn(root, isClass ? classPath(subKey()).c_str() : path().getPath(), access, options);
+    if (keypath::isStandIn(key.get(), root))
+        throw static_cast<long>(ERROR_NOT_SUPPORTED);
+    return key;
+}
+
+HKEY RegistryKey::userClassHive() const
+{
+    try {
+        return userHive();
+    } catch (const Exception& raised) {
+        if (raised.getCode() != ERROR_NO_SUCH_LOGON_SESSION && raised.getCode() != ERROR_NO_TOKEN)
+            throw;
+        return nullptr; // nobody is logged on: there are the machine's classes alone
+    }
+}
+
+HKEY RegistryKey::onlyClassHive() const
+{
+    const HKEY user = userClassHive();
+    const HeapStringW path = classPath(subKey());
+    const bool isUsers = user != nullptr && isThereIn(user, path.c_str());
+    if (isUsers && isThereIn(HKEY_LOCAL_MACHINE, path.c_str()))
+        throw static_cast<long>(ERROR_NOT_SUPPORTED);
+    return isUsers ? user : HKEY_LOCAL_MACHINE;
+}
+
+HKEY RegistryKey::nearestClassHive() const
+{
+    const HKEY user = userClassHive();
+    for (std::wstring_view key = withoutBackslashes(subKey()); !key.empty();) {
+        const HeapStringW path = classPath(key);
+        if (user != nullptr && RegistryKey::isThereIn(user, path.c_str()))
+            return user;
+        if (RegistryKey::isThereIn(HKEY_LOCAL_MACHINE, path.c_str()))
+            break;
+        const std::size_t end = key.rfind(L'\\');
+        key = withoutBackslashes(key.substr(0, end == std::wstring_view::npos ? 0 : end));
+    }
+    return HKEY_LOCAL_MACHINE;
+}
+
+bool RegistryKey::isThereIn(HKEY root, const wchar_t* subKey) const
+{
+    HKEY key = nullptr;
+    const LSTATUS status = keypath::open(root, subKey, REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE | view(), &key);
+    const RegistryKeyHandle opened(key);
+    if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
+        throw static_cast<long>(status);
+    return !keypath::isMissing(status);
 }
 
 void RegistryKey::create()
 {
     placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
         requireWritable();
+        const bool isClass = m_root == HKEY_CLASSES_ROOT;
         HKEY key = nullptr;
-        requireStatus(RegCreateKeyExW(getHKEY(), path().getPath(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                      MAXIMUM_ALLOWED | view(), nullptr, &key, nullptr));
-        RegCloseKey(key);
+        requireStatus(keypath::create(isClass ? nearestClassHive() : getHKEY(),
+                                      isClass ? classPath(subKey()).c_str() : path().getPath(),
+                                      MAXIMUM_ALLOWED | view(), &key));
+        const RegistryKeyHandle created(key);
     });
 }
 
@@ -247,9 +363,11 @@ void RegistryKey::deleteItem()
 {
     placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
         requireWritable();
-        if (subKey().find_first_not_of(L'\\') == std::wstring_view::npos)
+        if (withoutBackslashes(subKey()).empty())
             throw static_cast<long>(ERROR_INVALID_PARAMETER);
-        deleteTree(open(kDeleteAccess, REG_OPTION_OPEN_LINK).get(), view());
+        RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
+        // What a caller's own handle shows may be the keys of two hives.
+        deleteTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
     });
 }
 
@@ -265,8 +383,7 @@ long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
 {
     ScanItem::dump(code, stream);
     placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::dump", __LINE__), [&] {
-        const bool named = rootName(m_root) != rootName(HKEY_CURRENT_USER);
-        writeU32(stream, named || m_root == HKEY_CURRENT_USER ? rootNumber(m_root) : 0);
+        writeU32(stream, isNamedRoot() ? rootNumber(m_root) : 0);
         writeU32(stream, m_options);
     });
     return ERROR_SUCCESS;
@@ -274,6 +391,7 @@ long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
 
 long RegistryKey::load(unsigned long code, IInputByteStream& stream)
 {
+    const FullPathReset reset(*this);
     ScanItem::load(code, stream);
     placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::load", __LINE__), [&] {
         const HKEY root = rootFromNumber(readU32(stream));
@@ -285,7 +403,6 @@ long RegistryKey::load(unsigned long code, IInputByteStream& stream)
         m_root = root;
         m_options = options;
         m_isFound = false;
-        m_fullPath.reset();
         m_userHive = UserHive();
     });
     return ERROR_SUCCESS;

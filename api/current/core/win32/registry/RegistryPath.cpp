@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/RegistryValue.h"
 
 #define REGISTRY_PATH_HEADER "core\\win32\\registry\\include\\RegistryPath.h"
@@ -45,11 +46,6 @@ LSTATUS readNames(std::deque<FoundName>& names, Enumerate&& enumerate)
             names.pop_back();
     }
 }
-
-bool isGone(LSTATUS status) noexcept
-{
-    return status == ERROR_FILE_NOT_FOUND || status == ERROR_KEY_DELETED;
-}
 } // namespace
 
 RegistryPath::RegistryPath(HKEY root, const wchar_t* subKey, unsigned long options)
@@ -62,30 +58,42 @@ const char* RegistryPath::scanPlace() const noexcept
     return PLACE(REGISTRY_PATH_HEADER, "RegistryPath::scan", __LINE__);
 }
 
-void RegistryPath::list(Walk& walk)
+RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
 {
-    const bool isRoot = &walk.root == this;
+    HKEY root = nullptr;
+    try {
+        root = getHKEY();
+    } catch (const Exception& raised) {
+        throw ListingFailure{raised};
+    }
     HKEY opened = nullptr;
     // Further down a link is opened as itself and so never followed: it has no sub-keys of its own, and no
     // value but the one that says where it leads.
     const auto open = [&](REGSAM access) {
-        return RegOpenKeyExW(getHKEY(), path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK, access | view(),
+        return keypath::open(root, path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK, access | view(),
                              &opened);
     };
     LSTATUS status = open(KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS);
     if (status == ERROR_ACCESS_DENIED)
         status = open(MAXIMUM_ALLOWED); // one of the two may be allowed; what is not fails below
-    if (!isRoot && isGone(status))
-        return; // deleted since it was found
+    if (!isRoot && keypath::isMissing(status))
+        return RegistryKeyHandle(); // deleted since it was found
     if (status != ERROR_SUCCESS)
         throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(status))};
-    const RegistryKeyHandle key(opened);
+    return RegistryKeyHandle(keypath::isStandIn(opened, root) ? nullptr : opened);
+}
+
+void RegistryPath::list(Walk& walk)
+{
+    const RegistryKeyHandle key = openToList(&walk.root == this);
+    if (!key.isValid())
+        return;
     // Values that cannot be listed do not lose the sub-keys.
-    const LSTATUS values = reportValues(opened, walk);
-    const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(opened, walk);
-    const LSTATUS failed = values != ERROR_SUCCESS && !isGone(values) ? values : keys;
-    if (failed != ERROR_SUCCESS && !isGone(failed))
+    const LSTATUS values = reportValues(key.get(), walk);
+    const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(key.get(), walk);
+    const LSTATUS failed = values != ERROR_SUCCESS && !keypath::isMissing(values) ? values : keys;
+    if (failed != ERROR_SUCCESS && !keypath::isMissing(failed))
         throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(failed)),
                              values != ERROR_ACCESS_DENIED || keys != ERROR_ACCESS_DENIED};

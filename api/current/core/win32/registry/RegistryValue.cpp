@@ -12,6 +12,17 @@ namespace {
 constexpr std::uint32_t kDataKnown = 1; // bits of the serialized form
 constexpr std::uint32_t kTypeKnown = 2;
 constexpr std::size_t kLeastGrowth = 1024; // bytes, where the registry does not say how much it takes
+constexpr std::size_t kLongestName = 16383;
+
+/// Fills `copy`, with two more characters, so that text ends. Raises the bare code.
+void copyData(Blob& copy, const void* data, unsigned long size)
+{
+    if (data == nullptr && size != 0)
+        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+    copy.allocate(size, 2 * sizeof(wchar_t));
+    if (size != 0)
+        std::memcpy(copy.getData(), data, size);
+}
 } // namespace
 
 RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, unsigned long options)
@@ -71,26 +82,48 @@ void RegistryValue::keep(unsigned long type, void* data, unsigned long size) noe
     m_hasData = true;
 }
 
-void RegistryValue::write(REGSAM access)
+void RegistryValue::requireName() const
 {
-    requireWritable();
-    const RegistryKeyHandle key = open(access);
-    const Content value = content();
-    requireSuccess(RegSetValueExW(key.get(), getName(), 0, value.type.value_or(REG_NONE),
-                                  static_cast<const BYTE*>(value.data), value.size));
+    if (m_suffix.size() - 1 > kLongestName)
+        throw static_cast<long>(ERROR_FILENAME_EXCED_RANGE);
+}
+
+void RegistryValue::write(unsigned long type, const void* data, unsigned long size) const
+{
+    requireName();
+    const RegistryKeyHandle key = openToChange(Change::kWrite, KEY_SET_VALUE);
+    requireSuccess(RegSetValueExW(key.get(), getName(), 0, type, static_cast<const BYTE*>(data), size));
+}
+
+bool RegistryValue::isThereIn(HKEY root, const wchar_t* subKey) const
+{
+    if (!RegistryKey::isThereIn(root, subKey))
+        return false;
+    const RegistryKeyHandle key = openIn(root, subKey, KEY_QUERY_VALUE);
+    return hasValue(key.get());
+}
+
+bool RegistryValue::hasValue(HKEY key) const
+{
+    const LSTATUS status = RegQueryValueExW(key, getName(), nullptr, nullptr, nullptr, nullptr);
+    if (status != ERROR_FILE_NOT_FOUND && status != ERROR_KEY_DELETED)
+        requireSuccess(status);
+    return status == ERROR_SUCCESS;
 }
 
 void RegistryValue::create()
 {
-    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__),
-                    [&] { write(KEY_SET_VALUE); });
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__), [&] {
+        const Content value = content();
+        write(value.type.value_or(REG_NONE), value.data, value.size);
+    });
 }
 
 void RegistryValue::deleteItem()
 {
     placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
-        requireWritable();
-        const RegistryKeyHandle key = open(KEY_SET_VALUE);
+        requireName();
+        const RegistryKeyHandle key = openToChange(Change::kDelete, KEY_SET_VALUE);
         requireSuccess(RegDeleteValueW(key.get(), getName()));
     });
 }
@@ -99,13 +132,9 @@ int RegistryValue::exists() const
 {
     int found = 0;
     placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
+        requireName();
         const RegistryKeyHandle key = openExisting(KEY_QUERY_VALUE);
-        if (!key.isValid())
-            return;
-        const LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_FILE_NOT_FOUND && status != ERROR_KEY_DELETED)
-            requireSuccess(status);
-        found = status == ERROR_SUCCESS ? 1 : 0;
+        found = key.isValid() && hasValue(key.get()) ? 1 : 0;
     });
     return found;
 }
@@ -115,6 +144,7 @@ unsigned long RegistryValue::getValueType()
     const WriteLocker locker(m_dataLock);
     if (!m_type)
         placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
+            requireName();
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             DWORD type = 0;
             requireSuccess(RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, nullptr));
@@ -129,6 +159,7 @@ const void* RegistryValue::getData(unsigned long& size)
     const WriteLocker locker(m_dataLock);
     if (!m_hasData)
         placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
+            requireName();
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             Blob data;
             DWORD type = 0;
@@ -161,18 +192,22 @@ const void* RegistryValue::getData(unsigned long& size)
 void RegistryValue::setData(unsigned long type, const void* data, unsigned long size)
 {
     placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setData", __LINE__), [&] {
-        if (data == nullptr && size != 0)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
-        keep(type, data != nullptr ? processheap::copy(data, size, 2 * sizeof(wchar_t)) : nullptr, size);
+        Blob copy;
+        copyData(copy, data, size);
+        keep(type, copy.release(), size);
         m_isRead = false;
     });
 }
 
 void RegistryValue::setValue(unsigned long type, const void* data, unsigned long size)
 {
-    setData(type, data, size);
-    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__),
-                    [&] { write(KEY_SET_VALUE); });
+    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__), [&] {
+        Blob copy;
+        copyData(copy, data, size);
+        write(type, copy.getData(), size);
+        keep(type, copy.release(), size);
+        m_isRead = false;
+    });
 }
 
 long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const

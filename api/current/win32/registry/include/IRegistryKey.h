@@ -14,8 +14,27 @@ enum RegistryOption : unsigned long
 
 /// What registry items have in common. The operations raise an Exception with the system's Win32 code.
 ///
+/// Paths may have any length. Names longer than the registry takes them, 255 characters for a key and 16,383
+/// for a value, are refused with 206 by every operation that asks the registry.
+///
 /// Of an item that a walk has found, the key is opened as itself: when a link was put in its place meanwhile,
 /// that is not followed. A link in the place of a key further up is.
+///
+/// HKEY_CLASSES_ROOT shows two keys as one: the logged-on user's below HKEY_CURRENT_USER\Software\Classes and
+/// the machine's below HKEY_LOCAL_MACHINE\Software\Classes. Reading goes through that view. Changes go to one
+/// of the two hives, and never to what the other one holds:
+/// - Deleting takes the key or the value away where it stands. One that stands in both hives is refused with
+///   50 and nothing is touched, because what is deleted in one would still be seen in the other; to delete
+///   one half, name it by its own root.
+/// - A value is written into the user's key if there is one, else into the machine's. A new key is made in
+/// the
+///   hive of the nearest key above it, the user's first; without any, in the machine's.
+/// - While nobody is logged on, only the machine's hive counts.
+/// A caller's own handle below HKEY_CLASSES_ROOT is not taken apart like this: deleting a key then takes away
+/// the one that the system opens, with what is below it in that hive alone.
+///
+/// A key that only stands for performance data, such as ...\Perflib\009, lists as empty; deleting it or
+/// writing its values is refused with 50.
 struct IRegistryItem
 {
     virtual ~IRegistryItem() = default;
@@ -33,7 +52,8 @@ struct IRegistryItem
     /// Removes the value, or the key with everything below it. Links below it are removed, not their targets.
     /// When something cannot be removed the code is raised at once: what was removed until then is gone, the
     /// rest, with all keys above it, is left. A key whose name holds a zero, which Win32 cannot name, stops
-    /// it with 123. A key without a sub-key path, a whole root, is refused with 87.
+    /// it with 123, and one that stands for performance data with 50. A key without a sub-key path, a whole
+    /// root, is refused with 87.
     virtual void deleteItem() = 0;
     /// Nonzero when the key or value is there. Raises the system's code when it cannot tell.
     [[nodiscard]] virtual int exists() const = 0;
@@ -68,6 +88,7 @@ struct IRegistryValue : IRegistryItem
     /// Keeps a type and a copy of `size` bytes for create to write. Raises 87 for null data of a size other
     /// than 0, or 8; the old data is kept then.
     virtual void setData(unsigned long type, const void* data, unsigned long size) = 0;
-    /// The same, and writes it to the registry.
+    /// Writes it to the registry and, once it is written, keeps it as setData does. When anything fails the
+    /// item keeps its old type and data.
     virtual void setValue(unsigned long type, const void* data, unsigned long size) = 0;
 };

@@ -60,14 +60,55 @@ protected:
     /// Opens the key. Raises the bare code, or what getHKEY raises. A key that a walk has found, or that
     /// holds a value that it has found, is opened as itself: what was put in its place meanwhile, a link, is
     /// not followed.
-    [[nodiscard]] RegistryKeyHandle open(REGSAM access, DWORD openOptions = 0) const;
+    [[nodiscard]] RegistryKeyHandle open(REGSAM access, DWORD options = 0) const;
+    /// What a key is opened for.
+    enum class Change
+    {
+        kWrite,
+        kDelete
+    };
+    /// Opens the key to change it: below HKEY_CLASSES_ROOT in the hive that holds it. Raises as open does, 5
+    /// for a key that was made for reading only, or 50 for what stands in both hives and is to be deleted,
+    /// and for a key that only stands for performance data.
+    [[nodiscard]] RegistryKeyHandle openToChange(Change change, REGSAM access, DWORD options = 0) const;
+    /// Whether the key, or what an item of a derived class is within it, is there; a key that refuses to be
+    /// asked is. `root` is one of the two hives below HKEY_CLASSES_ROOT, `subKey` the key's path in it.
+    /// Raises the bare code.
+    [[nodiscard]] virtual bool isThereIn(HKEY root, const wchar_t* subKey) const;
     /// Opens it when it is there; the handle is empty otherwise.
     [[nodiscard]] RegistryKeyHandle openExisting(REGSAM access) const;
+    /// Opens the key as open does, by its path below another root.
+    [[nodiscard]] RegistryKeyHandle openIn(HKEY root, const wchar_t* subKey, REGSAM access,
+                                           DWORD options = 0) const;
     /// Raises a bare 5 for a key that was made for reading only.
     void requireWritable() const;
     [[nodiscard]] REGSAM view() const noexcept;
 
 private:
+    /// Has the full path built anew after the sub-key path was changed, or after a change of it failed.
+    class FullPathReset
+    {
+    public:
+        explicit FullPathReset(RegistryKey& key) noexcept : m_key(key) {}
+        FullPathReset(const FullPathReset&) = delete;
+        FullPathReset& operator=(const FullPathReset&) = delete;
+        ~FullPathReset();
+
+    private:
+        RegistryKey& m_key;
+    };
+    /// Whether the root is one that means the same to everybody.
+    [[nodiscard]] bool isNamedRoot() const noexcept;
+    /// The logged-on user's hive, opened at the first request and kept. Raises what getHKEY raises.
+    [[nodiscard]] HKEY userHive() const;
+    /// The same, or null while nobody is logged on.
+    [[nodiscard]] HKEY userClassHive() const;
+    /// The hive of HKEY_CLASSES_ROOT that holds the item; the machine's when none does. Raises a bare 50 when
+    /// both do.
+    [[nodiscard]] HKEY onlyClassHive() const;
+    /// The hive that HKEY_CLASSES_ROOT shows the key of, or the nearest key above it that is there: the
+    /// user's comes first.
+    [[nodiscard]] HKEY nearestClassHive() const;
     const CachedPath& fullPath() const;
 
     HKEY m_root = nullptr;

@@ -19,6 +19,9 @@ private:
     void list(Walk& walk) override;
     [[nodiscard]] const char* scanPlace() const noexcept override;
 
+    /// Opens the key; empty when it was deleted since it was found, and when it only stands for performance
+    /// data. Raises a ListingFailure.
+    [[nodiscard]] RegistryKeyHandle openToList(bool isRoot) const;
     /// Both return what the listing ended with; what was found until then is reported.
     LSTATUS reportValues(HKEY key, Walk& walk) const;
     LSTATUS reportKeys(HKEY key, Walk& walk) const;

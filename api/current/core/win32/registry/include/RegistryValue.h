@@ -32,6 +32,7 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
 private:
+    [[nodiscard]] bool isThereIn(HKEY root, const wchar_t* subKey) const override;
     [[nodiscard]] std::wstring_view pathSuffix() const noexcept override { return m_suffix; }
     struct Content
     {
@@ -44,7 +45,10 @@ private:
     [[nodiscard]] Content content() const noexcept;
     void setName(std::wstring_view name);
     void keep(unsigned long type, void* data, unsigned long size) noexcept;
-    void write(REGSAM access);
+    /// These raise the bare code.
+    void requireName() const;
+    [[nodiscard]] bool hasValue(HKEY key) const;
+    void write(unsigned long type, const void* data, unsigned long size) const;
 
     HeapStringW m_suffix; // a backslash and the name
     std::optional<unsigned long> m_type;

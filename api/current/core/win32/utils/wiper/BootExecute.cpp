@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
 #include <cwchar>
 #include <string>
 
@@ -12,12 +14,51 @@
 
 namespace {
 constexpr wchar_t kValue[] = L"BootExecute";
+constexpr wchar_t kMutex[] = L"Global\\sysmaint.BootExecute";
+// Full access to the system and to administrators, whoever of them has made it; no other may edit the value.
+constexpr wchar_t kMutexSecurity[] = L"D:(A;;0x1F0001;;;SY)(A;;0x1F0001;;;BA)";
+constexpr DWORD kLongestWait = 10000; // milliseconds
 
 void requireSuccess(long code, const char* place)
 {
     if (code != ERROR_SUCCESS)
         throw Exception(place, static_cast<unsigned long>(code));
 }
+
+long lastError() noexcept
+{
+    return static_cast<long>(GetLastError());
+}
+
+/// Keeps everybody else on this machine from editing the value, for a scope.
+class EditLock
+{
+public:
+    EditLock()
+    {
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(kMutexSecurity, SDDL_REVISION_1,
+                                                                  &descriptor, nullptr))
+            requireSuccess(lastError(), PLACE(BOOT_EXECUTE_HEADER, "EditLock::EditLock", __LINE__));
+        SECURITY_ATTRIBUTES security{sizeof security, descriptor, FALSE};
+        // Not all that can be asked for: one that somebody else has made may allow no more.
+        m_mutex.reset(CreateMutexExW(&security, kMutex, 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
+        const long code = m_mutex.isValid() ? ERROR_SUCCESS : lastError();
+        LocalFree(descriptor);
+        requireSuccess(code, PLACE(BOOT_EXECUTE_HEADER, "EditLock::EditLock", __LINE__));
+        // Whoever died with it has written the whole value or nothing.
+        const DWORD wait = WaitForSingleObject(m_mutex.get(), kLongestWait);
+        if (wait != WAIT_OBJECT_0 && wait != WAIT_ABANDONED)
+            requireSuccess(wait == WAIT_TIMEOUT ? ERROR_TIMEOUT : lastError(),
+                           PLACE(BOOT_EXECUTE_HEADER, "EditLock::EditLock", __LINE__));
+    }
+    EditLock(const EditLock&) = delete;
+    EditLock& operator=(const EditLock&) = delete;
+    ~EditLock() { ReleaseMutex(m_mutex.get()); }
+
+private:
+    Win32Handle m_mutex;
+};
 
 RegistryKeyHandle openKey(REGSAM access)
 {
@@ -29,10 +70,12 @@ RegistryKeyHandle openKey(REGSAM access)
 }
 
 /// Where the closing empty string stands, or npos when the text is not a list: every entry is ended by a
-/// zero, and behind the closing empty string is nothing but zeros.
+/// zero, and behind the closing empty string is nothing but zeros. No text at all is a list without entries.
 std::size_t closingPosition(std::wstring_view list)
 {
     std::size_t at = 0;
+    if (list.empty())
+        return at;
     while (at < list.size() && list[at] != L'\0') {
         at = list.find(L'\0', at);
         if (at == std::wstring_view::npos)
@@ -95,6 +138,7 @@ void requireEntry(const wchar_t* entry, const char* place)
 long bootexecute::add(const wchar_t* entry)
 {
     requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::add", __LINE__));
+    const EditLock lock;
     const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE | KEY_SET_VALUE);
     std::wstring list = readList(key.get());
     if (findEntry(list, entry) != std::wstring::npos)
@@ -109,6 +153,7 @@ long bootexecute::add(const wchar_t* entry)
 long bootexecute::remove(const wchar_t* entry)
 {
     requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::remove", __LINE__));
+    const EditLock lock;
     const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE | KEY_SET_VALUE);
     std::wstring list = readList(key.get());
     for (std::size_t at = findEntry(list, entry); at != std::wstring::npos; at = findEntry(list, entry, at))
