@@ -29,7 +29,7 @@ struct WarmUp : testing::Environment
         RevertToSelf();
         void* keys = CreateRegistryScanEngine(L"warm up");
         RSEngineAddPath(keys, HKEY_CURRENT_USER, L"no such key");
-        EXPECT_NE(RSEngineScan(keys, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+        EXPECT_NE(RSEngineScan(keys, nullptr, everything(), {}), ERROR_SUCCESS);
         CloseRegistryScanEngine(keys);
         onThreadsAtOnce(2, [](int) { CloseScanItem(CreateFileW(L"warm", L"up", 0)); });
     }
