@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "win32/scanengine/include/Notification.h"
+
 /// What the program ends with.
 enum ExitCode
 {
@@ -20,6 +22,11 @@ struct UsageError
     std::wstring text;
 };
 
+/// The user wants to read the command's help: nothing else is done.
+struct HelpRequest
+{
+};
+
 /// One option of a command.
 struct OptionRule
 {
@@ -32,7 +39,7 @@ class Arguments
 {
 public:
     /// Options may stand anywhere; "--" ends them. Throws UsageError for an unknown option, one without its
-    /// value, or one that is given twice.
+    /// value, one that is given twice, or an empty operand; HelpRequest for an option --help.
     Arguments(const std::vector<std::wstring>& words, const std::vector<OptionRule>& rules);
 
     [[nodiscard]] const std::vector<std::wstring>& operands() const { return m_operands; }
@@ -56,6 +63,8 @@ struct Command
     const wchar_t* help;
     int (*run)(const std::vector<std::wstring>& words);
 };
+
+constexpr auto kListingFailed = static_cast<NotificationKey>(2);
 
 extern const Command kScanCommand;
 extern const Command kWipeCommand;
