@@ -28,6 +28,8 @@
 #include "core/win32/utils/threadpool/include/ThreadPool.h"
 #include "core/win32/utils/wiper/api.h"
 #include "core/win32/utils/wiper/include/BootExecute.h"
+#include "core/win32/utils/wiper/include/FileTable.h"
+#include "core/win32/utils/wiper/include/ForceDelete.h"
 #include "core/win32/utils/wiper/include/Wiper.h"
 #include "objecttables.h"
 
@@ -922,6 +924,20 @@ long ServeObjectRequests(const wchar_t* className, int serve)
 IWiper* DllGetWiper()
 {
     return makeObject<IWiper, Wiper>();
+}
+
+long WipeFileTable(const wchar_t* volume, WipeCallback callback, WipeProgress* progress, HANDLE cancelEvent)
+{
+    return statusFrame([&] { return filetable::wipe(volume, callback, progress, cancelEvent); });
+}
+
+int ForceDeleteIsScheduled(const wchar_t* path)
+{
+    return resultFrame(0, [&] {
+        const int found = path != nullptr && forcedelete::isScheduled(path) ? 1 : 0;
+        SetLastError(ERROR_SUCCESS);
+        return found;
+    });
 }
 
 long AddBootExecute(const wchar_t* entry)

@@ -83,7 +83,7 @@ TEST(FileScan, DepthAndResultLists)
     options.depth = 9; // without depthGiven it does not count
     options.reportFiles = 1;
     options.reportFolders = 1;
-    ASSERT_EQ(FSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), options), ERROR_SUCCESS);
+    ASSERT_EQ(FSEngineScan(engine.handle, nullptr, everything(), options), ERROR_SUCCESS);
     for (const auto& entry : collector.paths)
         EXPECT_EQ(entry.first.find(L'\\', root.size() + 1), std::wstring::npos);
 
@@ -103,7 +103,7 @@ TEST(FileScan, DepthAndResultLists)
     // Another scan leaves nothing of the last one, and depth 0 lists nothing at all.
     options.depthGiven = 1;
     options.depth = 0;
-    ASSERT_EQ(FSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), options), ERROR_SUCCESS);
+    ASSERT_EQ(FSEngineScan(engine.handle, nullptr, everything(), options), ERROR_SUCCESS);
     EXPECT_EQ(path->getResult(kLeafFound, 0, result), ERROR_NO_MORE_ITEMS);
     EXPECT_EQ(collector.calls, results);
     CloseScanItem(handle);
@@ -198,7 +198,7 @@ TEST(FileScan, NotificationsCarryTheRegistration)
     void* engine = CreateFileScanEngine(L"notifications");
     ASSERT_EQ(FSEngineAddPath(engine, (testFolder() + L"\\tree\\dots").c_str(), 0), 0);
     ASSERT_EQ(FSEngineAddPath(engine, (testFolder() + L"\\tree").c_str(), 0), 0);
-    const SharedPtr<IScanValidator> all;
+    const SharedPtr<IScanValidator> all = everything();
 
     // Nothing registered for a key: the scan says so rather than losing the items.
     EXPECT_EQ(FSEngineScan(engine, nullptr, all, {}), ERROR_NOT_FOUND);
@@ -380,9 +380,8 @@ TEST(FileScan, SeveralScansOfOneEngineAtATime)
     FSEngineAddPath(engine, (testFolder() + L"\\tree\\many").c_str(), 0);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            EXPECT_EQ(FSEngineScan(engine, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
-        });
+        threads.emplace_back(
+            [&] { EXPECT_EQ(FSEngineScan(engine, nullptr, everything(), {}), ERROR_SUCCESS); });
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(calls, 200000);

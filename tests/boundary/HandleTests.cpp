@@ -20,7 +20,7 @@ TEST(Handles, WrongArgumentsGiveTheirCode)
 {
     Collector handler;
     NotifyProvider provider;
-    const SharedPtr<IScanValidator> validator;
+    const SharedPtr<IScanValidator> validator = everything();
     SharedPtr<ScanItem> item;
     SharedPtr<ScanItem> none;
     int flag = 0;
@@ -151,13 +151,14 @@ TEST(Handles, AreSafeForManyThreads)
         threads.emplace_back([&, thread] {
             for (int turn = 0; turn < 1500; ++turn) {
                 const std::wstring path = L"C:\\windows\\" + std::to_wstring((turn + thread) % 3);
-                void* handle = (turn & 1) != 0 ? CreateFileW(L"shared", path.c_str(), 0)
-                                               : CreateFilePath(L"shared", path.c_str(), 0, 0);
+                const wchar_t* const name = (turn & 1) != 0 ? L"shared" : L"shared folders";
+                void* handle = (turn & 1) != 0 ? CreateFileW(name, path.c_str(), 0)
+                                               : CreateFilePath(name, path.c_str(), 0, 0);
                 SharedPtr<ScanItem> item;
                 if (handle == kInvalid || GetScanItemByHandle(handle, item) != ERROR_SUCCESS ||
                     path != item->getPath())
                     ++failures;
-                if (void* again = OpenScanItem(L"shared", path.c_str());
+                if (void* again = OpenScanItem(name, path.c_str());
                     again != handle || CloseScanItem(again) == 0)
                     ++failures;
                 if (CloseScanItem(handle) == 0)

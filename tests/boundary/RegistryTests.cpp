@@ -74,7 +74,7 @@ public:
         ScanOptions options;
         options.depthGiven = 1;
         options.depth = static_cast<std::uint16_t>(depth);
-        return RSEngineScan(handle, cancelEvent, SharedPtr<IScanValidator>(), options);
+        return RSEngineScan(handle, cancelEvent, everything(), options);
     }
     void* handle;
 };
@@ -320,7 +320,7 @@ TEST(Registry, HandlesAndArguments)
         EXPECT_EQ(RSEngineAddPath(wrong, user, L"x"), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RSEngineRegisterHandler(wrong, collector, 0, 0, 0), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RSEngineRegisterHandlers(wrong, provider, 0, 0), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RSEngineScan(wrong, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(RSEngineScan(wrong, nullptr, everything(), {}), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RSEngineClearHandlers(wrong), ERROR_INVALID_HANDLE);
         EXPECT_EQ(RSEngineClear(wrong), ERROR_INVALID_HANDLE);
         EXPECT_EQ(CloseRegistryScanEngine(wrong), 0);
@@ -334,18 +334,18 @@ TEST(Registry, HandlesAndArguments)
     const std::unique_ptr<IRegistryScanEngine> own(DllGetRegistryScanEngine());
     own->registerHandler(collector, kLeafFound, 0, 0);
     own->addPath(user, kRoot.c_str(), 0);
-    EXPECT_EQ(own->scan(nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+    EXPECT_EQ(own->scan(nullptr, everything(), {}), ERROR_SUCCESS);
     EXPECT_EQ(collector.paths.count(kFull + L"\\v"), 1U);
 
     // Another provider's registrations serve as well.
     provider.registerHandler(collector, kLeafFound, 0, 0);
     own->clearNotifyHandlers();
-    EXPECT_EQ(codeOf([&] { own->scan(nullptr, SharedPtr<IScanValidator>(), {}); }), ERROR_NOT_FOUND);
+    EXPECT_EQ(codeOf([&] { own->scan(nullptr, everything(), {}); }), ERROR_NOT_FOUND);
     RSEngineClearHandlers(engine.handle);
     RSEngineClear(engine.handle);
     RSEngineAddPath(engine.handle, user, kRoot.c_str());
     EXPECT_EQ(RSEngineRegisterHandlers(engine.handle, provider, 0, 0), ERROR_SUCCESS);
-    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, everything(), {}), ERROR_SUCCESS);
     EXPECT_EQ(collector.paths.at(kFull + L"\\v"), 2);
 }
 
@@ -460,7 +460,7 @@ TEST(Registry, KeysThatRefuseAccess)
         collector.paths.clear();
         ASSERT_EQ(RSEngineAddPath(engine.handle, HKEY_CURRENT_USER, (kRoot + L"\\guarded").c_str()), 0);
         ASSERT_EQ(RSEngineAddPath(engine.handle, HKEY_CURRENT_USER, kRoot.c_str()), 0);
-        EXPECT_EQ(RSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), ScanOptions{}),
+        EXPECT_EQ(RSEngineScan(engine.handle, nullptr, everything(), ScanOptions{}),
                   static_cast<long>(row.code));
         EXPECT_EQ(collector.paths.count(kFull + L"\\other"), row.value + row.inner != 0 ? 1U : 0U);
         RSEngineClear(engine.handle);
@@ -759,7 +759,7 @@ TEST(Registry, FoundItemsAreWhatTheySay)
         EXPECT_EQ(RSEngineAddPath(engine.handle, HKEY_LOCAL_MACHINE, kRoot.c_str(), row.view), ERROR_SUCCESS);
     }
     collector.paths.clear();
-    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, SharedPtr<IScanValidator>(), {}), ERROR_SUCCESS);
+    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, everything(), {}), ERROR_SUCCESS);
     for (const auto& row : views) {
         EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\" + kRoot + L"\\" + std::to_wstring(row.view)], 1);
         RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kRoot.c_str(), row.access, 0);

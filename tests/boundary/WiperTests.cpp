@@ -29,8 +29,6 @@ protected:
             std::wstring path = name;
             if (path == L"\\\\.\\Q:")
                 path = folder + L"\\device";
-            if (path.find(L"ForceDelete.txt") != std::wstring::npos)
-                bootList = path;
             if (const auto colon = path.find(L":secret"); colon != std::wstring::npos)
                 path.replace(colon, std::wstring::npos, L".stream");
             return original(path.c_str(), access, share, security, disposition, flags, model);
@@ -82,7 +80,6 @@ protected:
     }
 
     std::wstring folder;
-    std::wstring bootList; // as it was opened last
     std::unique_ptr<IWiper> wiper;
     DirectoryStack stack;
     WipeProgress progress;
@@ -384,9 +381,12 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPieceBeforeItFails)
     writeBytes(filler(), Bytes(10, 0x3C));
     asking.failCall(1, FALSE, ERROR_NETNAME_DELETED);
     EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_NETNAME_DELETED);
-    EXPECT_EQ(readBytes(filler()), Bytes(10, 0x3C)) << "it was there before, under who knows what other name";
     asking.failCall(0, FALSE, 0);
+    EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(readBytes(filler()), Bytes(10, 0x3C)) << "it was there before and is not hidden as ours are";
+    SetFileAttributesW(filler().c_str(), FILE_ATTRIBUTE_HIDDEN);
     EXPECT_EQ(wipe(kWipeFreeSpace, kWipeZeros), 0);
+    EXPECT_FALSE(isThere(filler())) << "left by an earlier run";
     EXPECT_EQ(control.calls(), 0);
     asking.setHook([](auto original, HANDLE file, auto* information) {
         const BOOL asked = original(file, information);
@@ -431,17 +431,14 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     // of the file.
     ASSERT_TRUE(CreateHardLinkW(at(L"target").c_str(), at(L"file").c_str(), nullptr));
     DWORD tag = IO_REPARSE_TAG_SYMLINK;
-    CountedImport<"GetFileAttributesW", decltype(&GetFileAttributesW)> attributes(sysmaintModule());
-    attributes.setHook([](auto original, LPCWSTR path) {
-        const DWORD real = original(path);
-        return real == INVALID_FILE_ATTRIBUTES ? real : real | FILE_ATTRIBUTE_REPARSE_POINT;
-    });
-    CountedImport<"FindFirstFileW", decltype(&FindFirstFileW)> searches(sysmaintModule());
-    searches.setHook([&](auto original, LPCWSTR path, auto* data) {
-        const HANDLE search = original(path, data);
-        data->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-        data->dwReserved0 = tag;
-        return search;
+    CountedImport<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)> tags(
+        sysmaintModule());
+    tags.setHook([&](auto original, HANDLE file, auto what, LPVOID data, DWORD size) {
+        const BOOL told = original(file, what, data, size);
+        auto& info = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data);
+        info.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        info.ReparseTag = tag;
+        return told;
     });
     EXPECT_EQ(wipe(kWipeFile, kWipeGutmann), 0);
     EXPECT_FALSE(isThere(at(L"file")));
@@ -455,7 +452,7 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
 
     // What cannot be told is not touched.
     ASSERT_TRUE(CreateHardLinkW(at(L"file").c_str(), at(L"target").c_str(), nullptr));
-    searches.failCall(1, INVALID_HANDLE_VALUE, ERROR_NOT_READY);
+    tags.failCall(2, FALSE, ERROR_NOT_READY);
     EXPECT_EQ(wipe(kWipeFile, kWipeZeros), ERROR_NOT_READY);
     EXPECT_EQ(readBytes(at(L"file")), Bytes(1000, 0xE5));
     EXPECT_TRUE(DeleteFileW(at(L"file").c_str()));
@@ -484,6 +481,8 @@ TEST_F(WiperTest, OverwritesAlternateStreamsToo)
         CountedImport<"FindFirstStreamW", decltype(&FindFirstStreamW)> first(sysmaintModule());
         CountedImport<"FindNextStreamW", decltype(&FindNextStreamW)> next(sysmaintModule());
         CountedImport<"FindClose", decltype(&FindClose)> close(sysmaintModule());
+        CountedImport<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)> identity(
+            sysmaintModule());
         const HANDLE search = &written;
         first.setHook([&](auto, LPCWSTR path, auto, LPVOID data, DWORD) -> HANDLE {
             std::wcscpy(static_cast<WIN32_FIND_STREAM_DATA*>(data)->cStreamName, L"::$DATA");
@@ -500,8 +499,22 @@ TEST_F(WiperTest, OverwritesAlternateStreamsToo)
         next.failCall(1, FALSE, ERROR_CRC);
         EXPECT_EQ(wipe(kind, kWipeZeros), ERROR_CRC);
         EXPECT_TRUE(isThere(owner)) << "deleted with a stream that was not overwritten";
+        // One that belongs to another file than the one looked at: a link was put in between.
+        next.failCall(0, FALSE, 0);
         prepare(10);
+        stack.resize(1);
+        takeBootList();
         written.clear();
+        EXPECT_EQ(wipe(kind, kWipeZeros), ERROR_FILE_INVALID);
+        EXPECT_EQ(readBytes(owner + L".stream").size(), kChunk + 3);
+        EXPECT_TRUE(isThere(owner));
+        EXPECT_TRUE(written.empty() && takeBootList().empty());
+        identity.setHook([](auto original, HANDLE file, auto* information) { // a stream has its file's number
+            const BOOL told = original(file, information);
+            information->nFileIndexLow = information->nFileIndexHigh = 0;
+            return told;
+        });
+        prepare(10);
         next.failCall(0, FALSE, 0);
         EXPECT_EQ(wipe(kind, kWipeZeros), 0);
         EXPECT_EQ(written.size(), kChunk + 3 + (kind == kWipeFile ? 10U : 20U));
@@ -576,48 +589,6 @@ TEST_F(WiperTest, StacksKeepSkippedEntriesAndStopAtAFailure)
     EXPECT_NE(wipe(kWipeDirectoryStack, kWipeZeros), 0) << "no drive, nothing removed";
 }
 
-TEST_F(WiperTest, WritesTheBootTimeListByteForByte)
-{
-    const std::wstring missing = at(L"no such file.txt");
-    const auto line = [](const std::wstring& path, const wchar_t* numbers) {
-        return L"*FileShred*\t*\\??\\" + path + L"*\t*" + numbers + L"\r\n";
-    };
-    const auto fail = [&](const std::wstring& path, std::uint32_t method, std::uint32_t passes) {
-        EXPECT_EQ(
-            wiper->Wipe(nullptr, nullptr, kWipeFile, path.c_str(), nullptr, nullptr, method, passes, nullptr),
-            2);
-    };
-    fail(missing, 3, 1);
-    wchar_t windows[MAX_PATH];
-    GetWindowsDirectoryW(windows, MAX_PATH);
-    EXPECT_EQ(bootList, std::wstring(windows) + L"\\\\ForceDelete.txt");
-    fail(missing, 1, 0xFFFFFFFF); // numbers are signed
-    const std::wstring header(L"\0\0\r\n", 4);
-    EXPECT_EQ(takeBootList(), header + line(missing, L"3*\t*1") + line(missing, L"1*\t*-1"));
-    writeBytes(bootListPath(), {});
-    fail(L"\\\\?\\" + missing, 2, 7);
-    EXPECT_EQ(takeBootList(), header + line(missing, L"2*\t*7"));
-    writeBytes(bootListPath(), {'x', 0});
-    wchar_t before[MAX_PATH];
-    GetCurrentDirectoryW(MAX_PATH, before);
-    SetCurrentDirectoryW(folder.c_str());
-    fail(L"no such file.txt", 2, 7); // the boot-time program has no current folder
-    SetCurrentDirectoryW(before);
-    EXPECT_EQ(takeBootList(), L"x" + line(missing, L"2*\t*7"));
-    writeBytes(bootListPath(), {'x', 0}); // nothing resolves these at boot
-    fail(folder + L"/tree\\..\\no such file.txt", 2, 7);
-    fail(L"\\??\\" + missing, 2, 7);
-    EXPECT_EQ(takeBootList(), L"x" + line(missing, L"2*\t*7") + line(missing, L"2*\t*7"));
-    // A list that others hold stays as it is.
-    writeBytes(bootListPath(), {'x', 0});
-    const HANDLE held =
-        ::CreateFileW(bootListPath().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    fail(missing, 3, 1);
-    CloseHandle(held);
-    EXPECT_EQ(takeBootList(), L"x");
-    EXPECT_EQ(wiper->getNeedsReboot(), 1U);
-}
-
 TEST_F(WiperTest, HandlesLongAndOddNames)
 {
     std::wstring deep = folder;
@@ -625,10 +596,18 @@ TEST_F(WiperTest, HandlesLongAndOddNames)
         deep += L"\\" + std::wstring(60, L'd');
         ASSERT_TRUE(CreateDirectoryW((L"\\\\?\\" + deep).c_str(), nullptr));
     }
-    for (const std::wstring& path : {deep + L"\\file", at(L"report."), at(L"nul")}) {
+    std::wstring slashes = L"//?/" + at(L"report."); // which Win32 would take for "report"
+    std::replace(slashes.begin(), slashes.end(), L'\\', L'/');
+    const std::pair<std::wstring, std::wstring> cases[] = {{deep + L"\\file", deep + L"\\file"},
+                                                           {at(L"report."), at(L"report.")},
+                                                           {at(L"nul"), at(L"nul")},
+                                                           {slashes, at(L"report.")},
+                                                           {L"\\\\.\\" + at(L"report."), at(L"report.")}};
+    for (const auto& [given, path] : cases) {
         writeBytes(at(L"report"), Bytes(3, 1));
         writeBytes(L"\\\\?\\" + path, Bytes(1000, 0xE5));
-        EXPECT_EQ(wiper->Wipe(nullptr, nullptr, kWipeFile, path.c_str(), nullptr, nullptr, 2, 1, nullptr), 0);
+        EXPECT_EQ(wiper->Wipe(nullptr, nullptr, kWipeFile, given.c_str(), nullptr, nullptr, 2, 1, nullptr),
+                  0);
         EXPECT_FALSE(isThere(L"\\\\?\\" + path));
         EXPECT_EQ(readBytes(at(L"report")), Bytes(3, 1));
     }

@@ -7,6 +7,12 @@
 
 #include "core/win32/utils/scanengine/api.h"
 
+/// The validator that accepts everything.
+inline SharedPtr<IScanValidator> everything()
+{
+    return SharedPtr<IScanValidator>(DllGetScanValidator());
+}
+
 /// Collects what a scan reports, and does on each item what the test wants.
 class Collector : public INotifyHandler
 {

@@ -26,8 +26,9 @@ public:
     explicit CachedPath(HeapStringW&& path) noexcept : m_path(std::move(path)), m_set(true) {}
 
     /// Replaces the text; with `expand` nonzero its folder macros are expanded, and a path without any is
-    /// kept as it stands. Raises an Exception with 87 for a null path (a programming error, reported as a
-    /// failed assertion first), with 8, or with the expander's code; the old text is gone then.
+    /// kept as it stands. `path` may be the present text. Raises an Exception with 87 for a null path (a
+    /// programming error, reported as a failed assertion first), with 8, or with the expander's code; the old
+    /// text is gone then.
     void setPath(const wchar_t* path, int expand)
     {
         if (path == nullptr) {
@@ -36,13 +37,16 @@ public:
             throw Exception(PLACE(CACHED_PATH_HEADER, "CachedPath::setPath", __LINE__),
                             ERROR_INVALID_PARAMETER);
         }
-        m_path.clear();
         m_set = false;
         primitives::placedStep(PLACE(CACHED_PATH_HEADER, "CachedPath::setPath", __LINE__), [&] {
-            if (expand != 0)
-                setExpanded(path);
-            else
-                m_path = path;
+            try {
+                // `path` may be this object's own text, so that goes last.
+                HeapStringW text = expand != 0 ? expanded(path) : HeapStringW(path);
+                m_path.swap(text);
+            } catch (...) {
+                m_path.clear();
+                throw;
+            }
         });
         m_set = true;
     }
@@ -69,7 +73,7 @@ public:
     }
 
 private:
-    void setExpanded(const wchar_t* path)
+    [[nodiscard]] static HeapStringW expanded(const wchar_t* path)
     {
         HeapStringW buffer(path);
         unsigned long needed = 0;
@@ -85,7 +89,7 @@ private:
         } else if (code != ERROR_NOT_FOUND) {
             throw code;
         }
-        m_path = std::move(buffer);
+        return buffer;
     }
 
     HeapStringW m_path;

@@ -6,8 +6,9 @@
 /// %programfiles%, %programdata%, %appdata%, %localappdata%, %userprofile%, %desktop%, %documents% (the
 /// folders of those names), %temp% (the temporary folder of the process), %user_temp% (the user's own
 /// temporary folder below %localappdata%), %username%, %current% (the folder of the running application);
-/// after those any environment variable. Folders come without a closing backslash. A name that is none of
-/// these stays as it stands.
+/// after those any environment variable. Folders come without a closing backslash, except for the root of a
+/// drive, volume or share ("C:" would be the drive's current folder); a separator that follows such a value
+/// is left out, so "%temp%\x" is right with any value. A name that is none of these stays as it stands.
 ///
 /// Values are asked of the system at each call, with the identity of the calling thread; one object serves
 /// the whole process and any number of threads.

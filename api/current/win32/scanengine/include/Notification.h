@@ -8,8 +8,9 @@
 /// The keys under which the engines report what they find.
 enum NotificationKey : std::uint32_t
 {
-    kLeafFound = 0,     ///< a file or a registry value
-    kContainerFound = 1 ///< a folder or a registry key
+    kLeafFound = 0,      ///< a file or a registry value
+    kContainerFound = 1, ///< a folder or a registry key
+    kListingFailed = 2   ///< a container that could not be listed, or not to its end; the value is the code
 };
 
 /// What a handler learns beside the found item.
@@ -20,7 +21,7 @@ struct INotification
     [[nodiscard]] virtual std::uint32_t getFirst() const noexcept = 0;
     /// The second number that the handler was registered with; its meaning is the caller's.
     [[nodiscard]] virtual std::uint32_t getSecond() const noexcept = 0;
-    /// The value that came with the notification; the engines pass 0.
+    /// The value that came with the notification: under kListingFailed the Win32 code, otherwise 0.
     [[nodiscard]] virtual std::uint32_t getValue() const noexcept = 0;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
@@ -16,6 +17,7 @@ struct NotifyInfo
     std::uint32_t first;
     std::uint32_t second;
     std::uint64_t value;
+    bool isReceived = false; ///< a path has it from its engine
 };
 
 /// The handlers of an engine or a path, each under the key that is its first number. Safe for any thread.
@@ -62,13 +64,18 @@ public:
     long notify(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
                 const SharedPtr<ScanItem>& item) override
     {
-        const SharedPtr<Registrations> registrations = find(key);
-        for (const NotifyInfo& info : *registrations) {
-            if (isCancelled(cancelEvent))
-                return ERROR_CANCELLED;
-            info.handler->onNotify(Notification(info.first, info.second, value, info.value), item);
-        }
-        return ERROR_SUCCESS;
+        const std::optional<List> registrations = find(key);
+        if (!registrations)
+            throw Exception(PLACE(NOTIFY_PROVIDER_HEADER, "NotifyProvider::notify", __LINE__),
+                            ERROR_NOT_FOUND);
+        return callEach(**registrations, cancelEvent, value, item);
+    }
+    /// The same, but nothing happens when nothing is registered under `key`.
+    long notifyAny(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
+                   const SharedPtr<ScanItem>& item)
+    {
+        const std::optional<List> registrations = find(key);
+        return registrations ? callEach(**registrations, cancelEvent, value, item) : ERROR_SUCCESS;
     }
 
     void registerHandlers(const INotifyProvider& provider, std::uint32_t first, std::uint32_t second) override
@@ -79,6 +86,7 @@ public:
                     info.first = first;
                 if (second != kKeepNumber)
                     info.second = second;
+                info.isReceived = false;
                 append(map, info);
             }
         });
@@ -97,13 +105,21 @@ public:
         ++m_version;
     }
 
-    /// Takes over the registrations of another provider in place of all of its own, in one step. Raises 8.
-    void assign(const INotifyProvider& provider)
+    /// Copies every registration of an engine, in place of those that an engine gave before; what was
+    /// registered here otherwise stays. In one step. Raises 8.
+    void receive(const INotifyProvider& engine)
     {
         change([&](Map& map) {
-            map.clear();
-            for (const NotifyInfo& info : provider.getRegistrations())
-                append(map, info);
+            Map own;
+            for (const auto& [key, list] : map)
+                for (const NotifyInfo& info : *list)
+                    if (!info.isReceived)
+                        append(own, info);
+            for (NotifyInfo info : engine.getRegistrations()) {
+                info.isReceived = true;
+                append(own, info);
+            }
+            map.swap(own);
         });
     }
 
@@ -127,14 +143,22 @@ private:
     using Map = std::map<std::uint32_t, List, std::less<>,
                          ProcessHeapAllocator<std::pair<const std::uint32_t, List>>>;
 
-    [[nodiscard]] List find(std::uint32_t key) const
+    [[nodiscard]] std::optional<List> find(std::uint32_t key) const
     {
         const ReadLocker locker(m_lock);
         const auto found = m_map.find(key);
-        if (found == m_map.end())
-            throw Exception(PLACE(NOTIFY_PROVIDER_HEADER, "NotifyProvider::notify", __LINE__),
-                            ERROR_NOT_FOUND);
-        return found->second;
+        return found != m_map.end() ? std::optional<List>(found->second) : std::nullopt;
+    }
+
+    static long callEach(const Registrations& registrations, HANDLE cancelEvent, std::uint32_t value,
+                         const SharedPtr<ScanItem>& item)
+    {
+        for (const NotifyInfo& info : registrations) {
+            if (isCancelled(cancelEvent))
+                return ERROR_CANCELLED;
+            info.handler->onNotify(Notification(info.first, info.second, value, info.value), item);
+        }
+        return ERROR_SUCCESS;
     }
 
     static void append(Map& map, const NotifyInfo& info)

@@ -36,12 +36,11 @@ public:
     virtual void setPath(const wchar_t* path, int expand) { m_path.setPath(path, expand); }
     /// What identifies the item within the name that it is filed under.
     [[nodiscard]] virtual const IIdentifierW& getIdentifier() const { return m_path; }
-    /// Whether an item that is filed under the same key may be opened in place of this one. Items whose
-    /// identifier does not tell everything about them say no where the rest differs.
+    /// Whether an item that is filed under the same key may be opened in place of this one: no for another
+    /// kind, and where the identifier does not tell everything about an item no when the rest differs.
     [[nodiscard]] virtual bool isInterchangeable(const ScanItem& filed) const
     {
-        static_cast<void>(filed);
-        return true;
+        return filed.getType() == m_type;
     }
     /// Nonzero when the item exists on the system.
     [[nodiscard]] virtual int exists() const = 0;

@@ -9,12 +9,18 @@
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 namespace {
 [[noreturn]] void raise(long code)
 {
     throw code;
+}
+
+bool isSeparator(wchar_t c) noexcept
+{
+    return c == L'\\' || c == L'/';
 }
 
 /// Calls a Win32 function that fills a text and returns its length, or the size it wants, or 0.
@@ -33,10 +39,27 @@ std::wstring filledText(Fill&& fill)
     }
 }
 
+/// Whether a folder without its closing backslash is the root of a drive, a volume or a share, or nothing:
+/// "C:" would be the current folder of the drive, "\\?\Volume{...}" the volume's device.
+bool isRoot(std::wstring_view folder) noexcept
+{
+    if (folder.empty() || folder.back() == L':')
+        return true;
+    const bool literal = folder.substr(0, 4) == LR"(\\?\)" || folder.substr(0, 4) == LR"(\\.\)";
+    if (!literal && folder.substr(0, 2) != LR"(\\)")
+        return false;
+    const std::wstring_view names = folder.substr(literal ? 4 : 2);
+    return std::count(names.begin(), names.end(), L'\\') == (literal ? 0 : 1);
+}
+
+/// A root keeps its backslash: without it another folder is meant.
 std::wstring withoutBackslash(std::wstring folder)
 {
+    const std::size_t whole = folder.size();
     while (!folder.empty() && folder.back() == L'\\')
         folder.pop_back();
+    if (folder.size() != whole && isRoot(folder))
+        folder += L'\\';
     return folder;
 }
 
@@ -75,7 +98,7 @@ std::wstring applicationFolder()
 {
     const std::wstring program =
         filledText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
-    return program.substr(0, program.find_last_of(L'\\'));
+    return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
 struct Macro
@@ -92,7 +115,7 @@ const Macro kMacros[] = {
     {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
     {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
     {L"TEMP", [] { return filledText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
-    {L"USER_TEMP", [] { return shellFolder(CSIDL_LOCAL_APPDATA) + L"\\Temp"; }},
+    {L"USER_TEMP", [] { return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp")); }},
     {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
     {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},
     {L"DOCUMENTS", [] { return shellFolder(CSIDL_PERSONAL); }},
@@ -144,6 +167,9 @@ bool PathValidatorW::expand(std::wstring_view path, std::wstring& expanded)
         if (close != std::wstring_view::npos && close > 1 && macroValue(path.substr(1, close - 1), value)) {
             expanded.append(value);
             path.remove_prefix(close + 1);
+            // A root brings its backslash, which what follows need not bring again: "\\" would begin a share.
+            if (!value.empty() && value.back() == L'\\' && !path.empty() && isSeparator(path.front()))
+                path.remove_prefix(1);
             found = true;
         } else {
             // The closing sign may open the next macro, so only this sign is passed over.

@@ -35,13 +35,17 @@ bool isNetworkPath(std::wstring_view path) noexcept
            path[2] != L'.';
 }
 
-/// \\?\, \\.\ and \??\ paths are taken literally already.
+/// Win32 passes on these two forms, and only these to the letter, as they stand.
 bool isLiteral(std::wstring_view path) noexcept
 {
-    if (path.size() < 4 || !isSeparator(path[3]) || !isSeparator(path[0]))
-        return false;
-    return (isSeparator(path[1]) && (path[2] == L'?' || path[2] == L'.')) ||
-           (path[1] == L'?' && path[2] == L'?');
+    return path.substr(0, 4) == LR"(\\?\)" || path.substr(0, 4) == LR"(\??\)";
+}
+
+/// \\.\ and \\?\ with any separators: the name of a device, or a path that begins with one.
+bool isDevicePath(std::wstring_view path) noexcept
+{
+    return path.size() >= 4 && isSeparator(path[0]) && isSeparator(path[1]) &&
+           (path[2] == L'?' || path[2] == L'.') && isSeparator(path[3]);
 }
 
 bool isDeviceName(std::wstring_view name) noexcept
@@ -104,31 +108,50 @@ std::wstring currentFolder()
     }
 }
 
-/// The absolute form of a path that is neither literal nor relative to another drive's folder.
+/// The system's absolute form of "\" or of a drive's letter and colon.
+std::wstring fullPath(const wchar_t* path)
+{
+    std::wstring full(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length = GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr);
+        if (length == 0)
+            throw static_cast<long>(GetLastError());
+        const bool fits = length < full.size();
+        full.resize(length);
+        if (fits)
+            return full;
+    }
+}
+
 std::wstring absolutePath(std::wstring_view path)
 {
-    if (isAbsoluteDrivePath(path) || isNetworkPath(path))
+    if (isAbsoluteDrivePath(path) || isNetworkPath(path) || isDevicePath(path))
         return std::wstring(path);
-    if (isSeparator(path.front())) { // below the root of the current drive or share
-        wchar_t root[MAX_PATH];
-        const DWORD length = GetFullPathNameW(L"\\", MAX_PATH, root, nullptr);
-        if (length == 0 || length >= MAX_PATH)
-            throw static_cast<long>(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
-        return std::wstring(joinPath(std::wstring_view(root, length), path.substr(1)));
+    if (isDrivePath(path)) { // below the folder that is the current one of that drive
+        const wchar_t drive[] = {path[0], L':', L'\0'};
+        std::wstring folder = fullPath(drive);
+        if (folder.size() > 3 && isSeparator(folder.back())) // as systems differ in it
+            folder.pop_back();
+        return path.size() == 2 ? folder : std::wstring(joinPath(folder, path.substr(2)));
     }
-    const std::wstring folder = currentFolder();
-    return std::wstring(joinPath(folder, path));
+    if (isSeparator(path.front())) // below the root of the current drive or share
+        return std::wstring(joinPath(fullPath(L"\\"), path.substr(1)));
+    return std::wstring(joinPath(currentFolder(), path));
 }
 
 /// Resolves "." and ".." and puts the path behind \\?\, with every other name as it stands.
 std::wstring literalPath(std::wstring_view absolute)
 {
-    const bool network = !isDrivePath(absolute);
-    std::wstring result = network ? L"\\\\?\\UNC" : L"\\\\?\\";
-    // A drive stays below "..", and so do a network path's server and share.
-    const std::size_t roots = network ? 2 : 1;
+    const bool device = isDevicePath(absolute) || isLiteral(absolute);
+    if (device)
+        absolute.remove_prefix(4);
+    const bool network = !device && !isDrivePath(absolute);
     std::vector<std::wstring_view> names;
+    // A drive or device stays below "..", and so do a network path's server and share.
+    std::size_t roots = network ? 2 : 1;
     anyName(absolute, [&](std::wstring_view name) {
+        if (device && names.empty() && name.size() == 3 && _wcsnicmp(name.data(), L"UNC", 3) == 0)
+            roots = 3;
         if (name == L"..") {
             if (names.size() > roots)
                 names.pop_back();
@@ -137,32 +160,46 @@ std::wstring literalPath(std::wstring_view absolute)
         }
         return false;
     });
+    std::wstring result = network ? L"\\\\?\\UNC" : L"\\\\?\\";
     for (std::size_t i = 0; i < names.size(); ++i) {
         if (network || i != 0)
             result += L'\\';
         result += names[i];
     }
-    if (isSeparator(absolute.back()) || (!network && names.size() == 1))
+    // \\.\C: is the drive's device, C:\ its root.
+    const bool closed = !absolute.empty() && isSeparator(absolute.back());
+    if (!names.empty() && (closed || (!network && !device && names.size() == 1)))
         result += L'\\';
     return result;
 }
 } // namespace
+
+std::wstring settledPath(std::wstring_view path)
+{
+    if (path.empty() || isLiteral(path))
+        return std::wstring(path);
+    return literalPath(absolutePath(path));
+}
+
+bool isSettled(std::wstring_view path) noexcept
+{
+    if (path.empty() || isLiteral(path))
+        return true;
+    if (isDevicePath(path) || path.find(L'/') != std::wstring_view::npos)
+        return false;
+    return isAbsoluteDrivePath(path) || isNetworkPath(path);
+}
 
 Win32Path::Win32Path(const wchar_t* path) : m_plain(path)
 {
     const std::wstring_view text(path);
     if (text.empty() || isLiteral(text))
         return;
-    const bool absolute = isAbsoluteDrivePath(text) || isNetworkPath(text);
-    if (!absolute && isDrivePath(text))
-        return; // relative to another drive's current folder, which only the system knows
-    if (absolute ? text.size() < kLongPath && !hasAlteredName(text)
-                 : text.size() < kLongPath && currentFolder().size() + text.size() + 1 < kLongPath &&
-                       !hasAlteredName(text))
+    if (isSettled(text) && text.size() < kLongPath && !hasAlteredName(text))
         return;
     primitives::placedStep(
         PLACE("core\\win32\\utils\\paths\\include\\Win32Path.h", "Win32Path::Win32Path", __LINE__),
-        [&] { m_extended = literalPath(absolutePath(text)); });
+        [&] { m_extended = settledPath(text); });
 }
 
 HeapStringW joinPath(std::wstring_view folder, std::wstring_view name)

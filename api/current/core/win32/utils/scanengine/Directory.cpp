@@ -1,6 +1,7 @@
 #include "core/win32/utils/scanengine/include/Directory.h"
 
-#include "core/win32/utils/paths/include/Win32Path.h"
+#include <typeinfo>
+
 #include "core/win32/utils/scanengine/include/File.h"
 
 #define DIRECTORY_HEADER "core\\win32\\utils\\scanengine\\include\\Directory.h"
@@ -24,16 +25,63 @@ Directory::Directory(const wchar_t* path, int expand) : ScanItem(kDirectoryItem)
                            [&] { setPath(path, expand); });
 }
 
+void Directory::setPath(const wchar_t* path, int expand)
+{
+    ScanItem::setPath(path, expand);
+    settle();
+}
+
+void Directory::settle()
+{
+    m_isPlainFolder = false;
+    m_origin = PathOrigin();
+    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::setPath", __LINE__), [&] {
+        try {
+            m_origin = PathOrigin(path().view());
+        } catch (...) {
+            ScanItem::setPath(L"", 0); // a text by itself could come to mean something else
+            throw;
+        }
+    });
+}
+
+bool Directory::isInterchangeable(const ScanItem& filed) const
+{
+    const auto* other = dynamic_cast<const Directory*>(&filed);
+    return other != nullptr && typeid(*this) == typeid(*other) &&
+           m_origin.settled(path().view()) == other->m_origin.settled(other->path().view());
+}
+
+long Directory::load(unsigned long code, IInputByteStream& stream)
+{
+    ScanItem::load(code, stream);
+    if ((code & kStatePath) != 0)
+        settle();
+    return ERROR_SUCCESS;
+}
+
 void Directory::create()
 {
-    const Win32Path target(getPath());
+    const ItemTarget target(getPath(), m_origin);
+    HeldFolders held;
+    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::create", __LINE__),
+                           [&] { m_origin.holdParents(held, path().view()); });
     if (!CreateDirectoryW(target, nullptr))
         throw Exception(PLACE(DIRECTORY_HEADER, "Directory::create", __LINE__));
 }
 
 void Directory::deleteItem()
 {
-    const Win32Path target(getPath());
+    const ItemTarget target(getPath(), m_origin);
+    HeldFolders held;
+    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::deleteItem", __LINE__), [&] {
+        m_origin.holdParents(held, path().view());
+        const ItemLook now = ItemLook::at(target);
+        if (now.isLink && m_isPlainFolder)
+            throw kStoppedOnSymlink; // not what was found
+        if (now.exists() && !now.isFolder())
+            throw static_cast<long>(ERROR_DIRECTORY);
+    });
     if (!RemoveDirectoryW(target))
         throw Exception(PLACE(DIRECTORY_HEADER, "Directory::deleteItem", __LINE__));
 }
@@ -44,13 +92,15 @@ int Directory::exists() const
     primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::exists", __LINE__), [&] {
         // A search finds neither "folder\" nor the root of a drive or share: the closing backslash is left
         // off, and for what may be a root the question is whether it has attributes.
-        std::wstring_view text = path().view();
+        const ItemTarget target(getPath(), m_origin);
+        const std::wstring_view whole(target.get());
+        std::wstring_view text = whole;
         while (!text.empty() && (text.back() == L'\\' || text.back() == L'/'))
             text.remove_suffix(1);
         const std::wstring plain(text);
-        const bool drive = plain.size() == 2 && plain[1] == L':';
+        const bool drive = !plain.empty() && plain.back() == L':';
         const bool exists = (!plain.empty() && !drive && pathExists(plain.c_str())) ||
-                            (text.size() != path().view().size() && hasAttributes(getPath()));
+                            (text.size() != whole.size() && hasAttributes(target));
         found = exists ? 1 : 0;
     });
     return found;

@@ -3,7 +3,6 @@
 #include <limits>
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
-#include "core/win32/utils/paths/include/Win32Path.h"
 
 #define FILE_HEADER "core\\win32\\utils\\scanengine\\include\\File.h"
 
@@ -17,18 +16,45 @@ File::File(const wchar_t* path, int expand) : ScanItem(kFileItem)
 void File::setPath(const wchar_t* path, int expand)
 {
     ScanItem::setPath(path, expand);
+    settle();
     // What is known of the old file is not known of the new one; data that was set is meant for whatever is
     // made.
-    m_foundSize.reset();
     if (m_wasRead) {
         keepData(nullptr, 0);
         m_hasData = false;
     }
 }
 
+void File::settle()
+{
+    m_foundSize.reset();
+    m_origin = PathOrigin();
+    placedStep(PLACE(FILE_HEADER, "File::setPath", __LINE__), [&] {
+        try {
+            m_origin = PathOrigin(path().view());
+        } catch (...) {
+            ScanItem::setPath(L"", 0); // a text by itself could come to mean something else
+            throw;
+        }
+    });
+}
+
+bool File::isInterchangeable(const ScanItem& filed) const
+{
+    const auto* other = dynamic_cast<const File*>(&filed);
+    return other != nullptr &&
+           m_origin.settled(path().view()) == other->m_origin.settled(other->path().view());
+}
+
 void File::create()
 {
-    const Win32Path target(getPath());
+    const ItemTarget target(getPath(), m_origin);
+    HeldFolders held;
+    placedStep(PLACE(FILE_HEADER, "File::create", __LINE__), [&] {
+        m_origin.holdParents(held, path().view());
+        if (ItemLook::at(target).isLink) // the call would empty what it leads to
+            throw kStoppedOnSymlink;
+    });
     const Win32Handle file(
         CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
@@ -51,7 +77,14 @@ void File::create()
 
 void File::deleteItem()
 {
-    const Win32Path target(getPath());
+    const ItemTarget target(getPath(), m_origin);
+    HeldFolders held;
+    placedStep(PLACE(FILE_HEADER, "File::deleteItem", __LINE__), [&] {
+        m_origin.holdParents(held, path().view());
+        const ItemLook now = ItemLook::at(target);
+        if (now.exists() && now.isFolder())
+            throw static_cast<long>(ERROR_ACCESS_DENIED); // what the call says to a folder
+    });
     if (!DeleteFileW(target))
         throw Exception(PLACE(FILE_HEADER, "File::deleteItem", __LINE__));
 }
@@ -59,7 +92,8 @@ void File::deleteItem()
 int File::exists() const
 {
     int found = 0;
-    placedStep(PLACE(FILE_HEADER, "File::exists", __LINE__), [&] { found = pathExists(getPath()) ? 1 : 0; });
+    placedStep(PLACE(FILE_HEADER, "File::exists", __LINE__),
+               [&] { found = pathExists(ItemTarget(getPath(), m_origin)) ? 1 : 0; });
     return found;
 }
 
@@ -68,7 +102,7 @@ unsigned long long File::getSize() const
     if (m_foundSize)
         return *m_foundSize;
     WIN32_FILE_ATTRIBUTE_DATA data;
-    const Win32Path target(getPath());
+    const ItemTarget target(getPath(), m_origin);
     if (!GetFileAttributesExW(target, GetFileExInfoStandard, &data))
         throw Exception(PLACE(FILE_HEADER, "File::getSize", __LINE__));
     return (static_cast<unsigned long long>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
@@ -77,35 +111,48 @@ unsigned long long File::getSize() const
 const void* File::getData(unsigned long long& size)
 {
     const WriteLocker locker(m_lock);
-    if (!m_hasData) {
-        const Win32Path source(getPath());
-        // Opened so that a missing file comes into being: a caller that asks for a file's data gets one.
-        const Win32Handle file(CreateFileW(source, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                           FILE_ATTRIBUTE_NORMAL, nullptr));
-        LARGE_INTEGER length{};
-        if (!file.isValid() || !GetFileSizeEx(file.get(), &length))
-            throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
-        const auto bytes = static_cast<unsigned long long>(length.QuadPart);
-        Blob content;
-        placedStep(PLACE(FILE_HEADER, "File::getData", __LINE__), [&] { content.allocate(bytes); });
-        auto* at = static_cast<unsigned char*>(content.getData());
-        unsigned long long done = 0;
-        while (done != bytes) {
-            const DWORD wanted = bytes - done > FileInputByteStream::kLargestTransfer
-                                     ? FileInputByteStream::kLargestTransfer
-                                     : static_cast<DWORD>(bytes - done);
-            DWORD got = 0;
-            if (!ReadFile(file.get(), at + done, wanted, &got, nullptr))
-                throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
-            if (got == 0)
-                break; // it became shorter meanwhile: what there is, is its content
-            done += got;
-        }
-        keepData(content.release(), done);
-        m_wasRead = true;
-    }
+    if (!m_hasData)
+        readData();
     size = m_size;
     return m_data;
+}
+
+void File::readData()
+{
+    const ItemTarget source(getPath(), m_origin);
+    HeldFolders held;
+    placedStep(PLACE(FILE_HEADER, "File::getData", __LINE__), [&] {
+        m_origin.holdParents(held, path().view());
+        const ItemLook now = ItemLook::at(source);
+        if (now.isLink) // the call would make the file that it leads to where that is missing
+            throw kStoppedOnSymlink;
+        if (now.exists() && isFetchedOnAccess(now.attributes))
+            throw static_cast<long>(ERROR_FILE_OFFLINE);
+    });
+    // Opened so that a missing file comes into being: a caller that asks for a file's data gets one.
+    const Win32Handle file(CreateFileW(source, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                       FILE_ATTRIBUTE_NORMAL, nullptr));
+    LARGE_INTEGER length{};
+    if (!file.isValid() || !GetFileSizeEx(file.get(), &length))
+        throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
+    const auto bytes = static_cast<unsigned long long>(length.QuadPart);
+    Blob content;
+    placedStep(PLACE(FILE_HEADER, "File::getData", __LINE__), [&] { content.allocate(bytes); });
+    auto* at = static_cast<unsigned char*>(content.getData());
+    unsigned long long done = 0;
+    while (done != bytes) {
+        const DWORD wanted = bytes - done > FileInputByteStream::kLargestTransfer
+                                 ? FileInputByteStream::kLargestTransfer
+                                 : static_cast<DWORD>(bytes - done);
+        DWORD got = 0;
+        if (!ReadFile(file.get(), at + done, wanted, &got, nullptr))
+            throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
+        if (got == 0)
+            break; // it became shorter meanwhile: what there is, is its content
+        done += got;
+    }
+    keepData(content.release(), done);
+    m_wasRead = true;
 }
 
 void File::setData(const void* data, unsigned long long size)
@@ -149,6 +196,8 @@ long File::load(unsigned long code, IInputByteStream& stream)
 {
     ScanItem::load(code, stream);
     m_foundSize.reset();
+    if ((code & kStatePath) != 0)
+        settle();
     placedStep(PLACE(FILE_HEADER, "File::load", __LINE__), [&] {
         if (readU32(stream) == 0) {
             keepData(nullptr, 0);

@@ -32,6 +32,8 @@ std::vector<ScanEngine::RootCopy> ScanEngine::copyRoots() const
 long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                            const ScanOptions& options)
 {
+    if (!validator)
+        throw Exception(place, ERROR_INVALID_ADDRESS);
     ScanOptions pathOptions;
     pathOptions.depthGiven = 1;
     pathOptions.depth = (options.depthGiven & 1U) != 0 ? options.depth : 1;
@@ -51,8 +53,8 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
         if (code != ERROR_SUCCESS)
             throw Exception(place, static_cast<unsigned long>(code));
         auto& path = dynamic_cast<ScanPath&>(*item);
-        path.attachHandlers(m_provider);
-        result = path.scanOn(cancelEvent, validator, pathOptions, firstFailure);
+        path.receiveHandlers(m_provider);
+        result = path.scanOn(cancelEvent, validator, pathOptions, &item, firstFailure);
         if (result == ERROR_CANCELLED)
             return result;
     }

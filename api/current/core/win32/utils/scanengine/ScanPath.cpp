@@ -18,17 +18,20 @@ std::wstring walkName()
 long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                     const ScanOptions& options)
 {
+    if (!validator)
+        throw Exception(scanPlace(), ERROR_INVALID_ADDRESS);
     if (isCancelled(cancelEvent))
         return ERROR_CANCELLED;
     std::optional<Exception> firstFailure;
-    const long result = scanOn(cancelEvent, validator, options, firstFailure);
+    const long result = scanOn(cancelEvent, validator, options, nullptr, firstFailure);
     if (result == ERROR_SUCCESS && firstFailure)
         throw Exception(*firstFailure);
     return result;
 }
 
 long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
-                      const ScanOptions& options, std::optional<Exception>& firstFailure)
+                      const ScanOptions& options, const SharedPtr<ScanItem>* self,
+                      std::optional<Exception>& firstFailure)
 {
     clearResults();
     Walk walk{cancelEvent, validator, options, *this, {}, {}, {}};
@@ -36,6 +39,8 @@ long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& valid
         try {
             listInto(*this, walk);
         } catch (const ListingFailure& failure) {
+            if (self != nullptr)
+                reportFailure(walk, *self, failure);
             if (!failure.brokeOff)
                 throw failure.reason;
             if (!firstFailure)
@@ -59,14 +64,22 @@ long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& valid
         } catch (const ListingFailure& failure) {
             if (!firstFailure)
                 firstFailure.emplace(failure.reason);
+            reportFailure(walk, item, failure);
         }
     }
     return walk.cancelled ? ERROR_CANCELLED : ERROR_SUCCESS;
 }
 
+void ScanPath::reportFailure(Walk& walk, const SharedPtr<ScanItem>& item, const ListingFailure& failure)
+{
+    const std::uint32_t code = failure.reason.getCode();
+    if (walk.root.m_provider.notifyAny(walk.cancelEvent, code, kListingFailed, item) != ERROR_SUCCESS)
+        walk.cancelled = true;
+}
+
 bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key)
 {
-    if (walk.validator && !walk.validator->validate(*item))
+    if (!walk.validator->validate(*item))
         return false;
     if (walk.root.m_provider.notify(walk.cancelEvent, 0, key, item) != ERROR_SUCCESS) {
         walk.cancelled = true;
@@ -80,9 +93,10 @@ bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t
     return true;
 }
 
-void ScanPath::reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level, bool isLink)
+void ScanPath::reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level,
+                               bool isLeftUnlisted)
 {
-    if (!report(walk, item, kContainerFound) || isLink || walk.options.depth <= level)
+    if (!report(walk, item, kContainerFound) || isLeftUnlisted || walk.options.depth <= level)
         return;
     walk.found.push_back(item);
 }

@@ -3,63 +3,151 @@
 #include <windows.h>
 
 #include <string>
+#include <string_view>
 
+#include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/wiper/include/BootListPath.h"
 
 namespace {
-/// The list's path, always with two backslashes before the name; empty when there is none.
-std::wstring listPath()
+constexpr std::wstring_view kTag = L"*FileShred*\t*\\??\\";
+constexpr std::wstring_view kFieldEnd = L"*\t*";
+constexpr std::wstring_view kLineEnd = L"\r\n";
+constexpr DWORD kPatience = 2000; // milliseconds
+
+/// Repeats `step`, which returns a code, as long as somebody else holds what it needs.
+template <class Step>
+DWORD patiently(Step&& step)
 {
-    wchar_t folder[MAX_PATH] = {};
-    const UINT length = GetWindowsDirectoryW(folder, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH)
-        return {};
-    std::wstring path = folder;
-    if (path.back() != L'\\')
-        path += L'\\';
-    return path + L"\\ForceDelete.txt";
+    const ULONGLONG begin = GetTickCount64();
+    for (DWORD pause = 1;; pause = pause < 32 ? pause * 2 : pause) {
+        const DWORD code = step();
+        const bool isHeld = code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION;
+        if (!isHeld || GetTickCount64() - begin >= kPatience)
+            return code;
+        Sleep(pause);
+    }
 }
 
-/// Whether the list has no header yet. One that cannot be read is taken for one that has.
-bool isNew(const std::wstring& list)
+Win32Handle openList(DWORD access, DWORD share, DWORD disposition)
 {
-    const Win32Handle file(CreateFileW(list.c_str(), GENERIC_READ,
-                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.isValid())
-        return GetLastError() == ERROR_FILE_NOT_FOUND;
+    const std::wstring list = bootlist::filePath();
+    Win32Handle file;
+    const DWORD code = patiently([&]() -> DWORD {
+        file.reset(
+            CreateFileW(list.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+        return file.isValid() ? ERROR_SUCCESS : GetLastError();
+    });
+    if (code != ERROR_SUCCESS)
+        throw static_cast<long>(code);
+    return file;
+}
+
+/// Keeps the other writers of this library, in all processes, from looking at the list's size and appending
+/// to it. The range is far behind every line, so that nobody else is kept from anything; it is free again
+/// when the file is closed.
+void lockList(HANDLE file)
+{
+    const DWORD code = patiently([&]() -> DWORD {
+        OVERLAPPED place{};
+        place.OffsetHigh = 0x40000000;
+        const BOOL locked =
+            LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place);
+        return locked ? ERROR_SUCCESS : GetLastError();
+    });
+    if (code != ERROR_SUCCESS)
+        throw static_cast<long>(code);
+}
+
+ULONGLONG sizeOf(HANDLE file)
+{
     LARGE_INTEGER size{};
-    return GetFileSizeEx(file.get(), &size) && size.QuadPart == 0;
+    if (!GetFileSizeEx(file, &size))
+        throw static_cast<long>(GetLastError());
+    return static_cast<ULONGLONG>(size.QuadPart);
 }
 
-std::wstring lineOf(const wchar_t* path, std::uint32_t method, std::uint32_t passes)
+void appendText(HANDLE file, ULONGLONG size, const std::wstring& text)
 {
-    // The last field has no closing star: the reader goes by the line end.
-    return std::wstring(L"*FileShred*\t*\\??\\") + path + L"*\t*" +
-           std::to_wstring(static_cast<std::int32_t>(method)) + L"*\t*" +
-           std::to_wstring(static_cast<std::int32_t>(passes)) + L"\r\n";
+    // One write at "the end, wherever it is by then": a stranger's line is never written over.
+    OVERLAPPED end{};
+    end.Offset = end.OffsetHigh = 0xFFFFFFFF;
+    const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+    DWORD written = 0;
+    const BOOL succeeded = WriteFile(file, text.data(), bytes, &written, &end);
+    if (succeeded && written == bytes)
+        return;
+    const DWORD code = succeeded ? ERROR_DISK_FULL : GetLastError();
+    // A part of a line would spoil the next one.
+    FILE_END_OF_FILE_INFO before{};
+    before.EndOfFile.QuadPart = static_cast<LONGLONG>(size);
+    if (written != 0 && sizeOf(file) == size + written)
+        SetFileInformationByHandle(file, FileEndOfFileInfo, &before, sizeof before);
+    throw static_cast<long>(code);
+}
+
+std::wstring readList()
+{
+    const Win32Handle file =
+        openList(GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
+    std::wstring text(static_cast<std::size_t>(sizeOf(file.get())) / sizeof(wchar_t), L'\0');
+    DWORD read = 0;
+    if (!ReadFile(file.get(), text.data(), static_cast<DWORD>(text.size() * sizeof(wchar_t)), &read, nullptr))
+        throw static_cast<long>(GetLastError());
+    text.resize(read / sizeof(wchar_t));
+    return text;
 }
 } // namespace
 
+long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, std::uint32_t passes) noexcept
+{
+    return boundary::statusFrame([&]() -> long {
+        // The last field has no closing star: the reader goes by the line end.
+        std::wstring line(kTag);
+        line.append(listedPath).append(kFieldEnd);
+        line.append(std::to_wstring(static_cast<std::int32_t>(method))).append(kFieldEnd);
+        line.append(std::to_wstring(static_cast<std::int32_t>(passes))).append(kLineEnd);
+        const Win32Handle file = openList(GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS);
+        lockList(file.get());
+        const ULONGLONG size = sizeOf(file.get());
+        if (size == 0)
+            line.insert(0, L"\0\0\r\n", 4);
+        appendText(file.get(), size, line);
+        return ERROR_SUCCESS;
+    });
+}
+
+bool forcedelete::isScheduled(std::wstring_view path)
+{
+    const std::wstring listed = bootlist::plainPath(path);
+    if (listed.empty())
+        return false;
+    std::wstring text;
+    try {
+        text = readList();
+    } catch (long code) {
+        if (code == ERROR_FILE_NOT_FOUND)
+            return false;
+        throw;
+    }
+    std::wstring wanted(kTag);
+    wanted.append(listed).append(kFieldEnd);
+    const casefolding::FoldedText folded(wanted);
+    std::wstring_view rest(text);
+    for (std::size_t end = rest.find(kLineEnd); end != std::wstring_view::npos; end = rest.find(kLineEnd)) {
+        const casefolding::FoldedText line(rest.substr(0, std::min(end, wanted.size())));
+        if (line.view() == folded.view())
+            return true;
+        rest.remove_prefix(end + kLineEnd.size());
+    }
+    return false;
+}
+
 void ScheduleForceDelete(const wchar_t* path, std::uint32_t method, std::uint32_t passes) noexcept
 {
-    try {
-        const std::wstring list = listPath();
-        if (list.empty())
-            return;
-        std::wstring text;
-        if (isNew(list))
-            text.assign(L"\0\0\r\n", 4);
-        text += lineOf(path, method, passes);
-        const Win32Handle file(CreateFileW(list.c_str(), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr,
-                                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file.isValid())
-            return;
-        // One write at "the end, wherever it is by then": a second writer's line is never written over.
-        OVERLAPPED end{};
-        end.Offset = end.OffsetHigh = 0xFFFFFFFF;
-        DWORD written = 0;
-        WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size() * sizeof(wchar_t)), &written, &end);
-    } catch (...) { // NOLINT(bugprone-empty-catch): without memory the file is not on the list
-    }
+    boundary::statusFrame([&]() -> long {
+        const std::wstring listed = forcedelete::listedPath(path);
+        return listed.empty() ? ERROR_INVALID_NAME : forcedelete::append(listed, method, passes);
+    });
 }

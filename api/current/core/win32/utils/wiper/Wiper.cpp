@@ -1,17 +1,20 @@
 #include "core/win32/utils/wiper/include/Wiper.h"
 
-#include <winioctl.h>
-
 #include <algorithm>
+#include <cctype>
 #include <iterator>
+#include <utility>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/Directory.h"
 #include "core/win32/utils/scanengine/include/File.h"
-#include "core/win32/utils/scanengine/include/FilePath.h"
 #include "core/win32/utils/wiper/include/FillPattern.h"
+#include "core/win32/utils/wiper/include/Filler.h"
 #include "core/win32/utils/wiper/include/ForceDelete.h"
+#include "core/win32/utils/wiper/include/StackPaths.h"
+#include "core/win32/utils/wiper/include/WipeTarget.h"
 
 #define WIPER_HEADER "core\\win32\\utils\\wiper\\include\\Wiper.h"
 #define WIPER_PLACE(function) PLACE(WIPER_HEADER, function, __LINE__)
@@ -44,85 +47,6 @@ void cut(HANDLE file, const char* place)
         throw Exception(place);
 }
 
-/// What is there under a path: its attributes, and whether it only stands for something else. Takes
-/// read-only, hidden and system away.
-struct Found
-{
-    explicit Found(const wchar_t* target)
-    {
-        attributes = GetFileAttributesW(target);
-        if (attributes == INVALID_FILE_ATTRIBUTES) {
-            code = GetLastError();
-            return;
-        }
-        if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-            WIN32_FIND_DATAW data;
-            const FindHandle search(FindFirstFileW(target, &data));
-            if (!search.isValid()) {
-                code = GetLastError();
-                return;
-            }
-            link = isLink(data);
-        }
-        // A link is cleared only where its removal needs it. A failure shows in what comes next.
-        if (!link || (attributes & FILE_ATTRIBUTE_READONLY) != 0)
-            SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
-    }
-
-    /// What cannot be told is not touched: were it a link, its target would be destroyed, and were it none,
-    /// it would go without being overwritten.
-    void requireKnown(const char* place) const
-    {
-        if (code != ERROR_SUCCESS)
-            throw Exception(place, code);
-    }
-
-    /// Removes a link, which may stand for a file or for a folder.
-    void removeLink(const wchar_t* target, const char* place) const
-    {
-        const bool folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-        if (!(folder ? RemoveDirectoryW(target) : DeleteFileW(target)))
-            throw Exception(place);
-    }
-
-    DWORD attributes = 0;
-    DWORD code = ERROR_SUCCESS;
-    bool link = false;
-};
-
-/// The text that the boot-time program finds the file by: absolute and without a prefix.
-std::wstring listedPath(const wchar_t* path)
-{
-    std::wstring text(path);
-    if (text.compare(0, 4, L"\\??\\") == 0)
-        return text.substr(4);
-    const bool network = text.size() >= 2 && text[0] == L'\\' && text[1] == L'\\';
-    const bool absolute = network || (text.size() >= 3 && text[1] == L':' && text[2] == L'\\');
-    // Nothing resolves slashes and dots at boot.
-    const bool resolved = text.find(L'/') == std::wstring::npos && text.find(L"\\.") == std::wstring::npos;
-    if (!absolute || (!resolved && text.compare(0, 4, L"\\\\?\\") != 0)) {
-        // Not through the system's own resolver, which would drop closing dots and blanks.
-        const Win32Path target(path);
-        std::wstring full(MAX_PATH, L'\0');
-        for (;;) {
-            const DWORD length =
-                GetFullPathNameW(target, static_cast<DWORD>(full.size()), full.data(), nullptr);
-            if (length == 0)
-                return text;
-            const bool fits = length < full.size();
-            full.resize(length);
-            if (fits)
-                break;
-        }
-        text = std::move(full);
-    }
-    if (text.compare(0, 4, L"\\\\?\\") == 0 || text.compare(0, 4, L"\\\\.\\") == 0)
-        text.erase(0, 4);
-    else if (text.compare(0, 2, L"\\\\") == 0)
-        text.replace(0, 2, L"UNC\\");
-    return text;
-}
-
 /// The streams of a file or folder beside its content. A file system that knows none has none.
 HeapStringW nextStream(FindHandle& search, const wchar_t* target, const char* place)
 {
@@ -151,87 +75,19 @@ HeapStringW nextStream(FindHandle& search, const wchar_t* target, const char* pl
         }
     }
 }
-} // namespace
 
-/// The file that takes up a volume's free space. It goes when this goes, in every case.
-class Wiper::Filler
+/// The root of a local disk, which is never removed.
+bool isDiskRoot(std::wstring_view path)
 {
-public:
-    Filler(Wiper& wiper, const wchar_t* folder)
-        : m_wiper(wiper), m_path(std::wstring(folder) + L"FreeSpaceFile.qmx"), m_target(m_path.c_str())
-    {
-        // Were a link of that name planted there, the link would be filled and deleted, not what it leads to.
-        m_file.reset(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_ALWAYS,
-                                 FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-        if (!m_file.isValid())
-            throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"));
-        const bool isNew = GetLastError() != ERROR_ALREADY_EXISTS;
-        BY_HANDLE_FILE_INFORMATION information{};
-        if (!GetFileInformationByHandle(m_file.get(), &information))
-            giveUp(GetLastError(), isNew);
-        // Were it a second name of somebody's file, that would be cut with it.
-        if (information.nNumberOfLinks > 1)
-            giveUp(ERROR_ALREADY_EXISTS, false);
-        // In a compressed folder zeros would take up no space.
-        USHORT format = COMPRESSION_FORMAT_NONE;
-        DWORD returned = 0;
-        if ((information.dwFileAttributes & FILE_ATTRIBUTE_COMPRESSED) != 0 &&
-            !DeviceIoControl(m_file.get(), FSCTL_SET_COMPRESSION, &format, sizeof format, nullptr, 0,
-                             &returned, nullptr))
-            giveUp(GetLastError(), true);
-    }
-    Filler(const Filler&) = delete;
-    Filler& operator=(const Filler&) = delete;
-    ~Filler()
-    {
-        if (m_file.isValid())
-            deleteFillerFile();
-    }
+    if (path.size() != 3)
+        return false;
+    wchar_t device[1024];
+    const DWORD length = QueryDosDeviceW(std::wstring(path.substr(0, 2)).c_str(), device,
+                                         static_cast<DWORD>(std::size(device)));
+    return length != 0 && std::wstring_view(device).find(L"Harddisk") != std::wstring_view::npos;
+}
 
-    [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
-
-    /// Closes and deletes the file. A failure puts it on the boot-time list; returns its code.
-    long deleteFillerFile() noexcept
-    {
-        // While it is open: were it opened by somebody else next, the volume would stay full, without room
-        // even for the boot-time list. What fails here is tried again below.
-        FILE_END_OF_FILE_INFO end{};
-        SetFileInformationByHandle(m_file.get(), FileEndOfFileInfo, &end, sizeof end);
-        m_file.reset();
-        const long code = boundary::statusFrame([&]() -> long {
-            {
-                const Win32Handle file(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
-                                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT,
-                                                   nullptr));
-                if (!file.isValid() || !SetEndOfFile(file.get()))
-                    throw Exception(WIPER_PLACE("Wiper::deleteFillerFile"));
-            }
-            if (!DeleteFileW(m_target))
-                throw Exception(WIPER_PLACE("Wiper::deleteFillerFile"));
-            return ERROR_SUCCESS;
-        });
-        if (code != ERROR_SUCCESS) {
-            m_wiper.schedule(m_path.c_str());
-            // Whatever stood in the way of cutting it, the volume is not to stay full if that can be helped.
-            DeleteFileW(m_target);
-        }
-        return code;
-    }
-
-private:
-    [[noreturn]] void giveUp(DWORD code, bool isOurs)
-    {
-        if (isOurs)
-            deleteFillerFile();
-        m_file.reset();
-        throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"), code);
-    }
-
-    Wiper& m_wiper;
-    std::wstring m_path;
-    Win32Path m_target;
-    Win32Handle m_file;
-};
+} // namespace
 
 long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t kind, const wchar_t* path,
                  DirectoryStack* stack, const IScanValidator* validator, std::uint32_t method,
@@ -279,19 +135,27 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
     if (known && (m_method < kWipeZeros || m_method > kWipeGutmann))
         throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
 
+    // What the path names is settled now: what a callback does to the current folder changes nothing.
     switch (m_kind) {
-    case kWipeFreeSpace:
+    case kWipeFreeSpace: {
+        if (*path == L'\0')
+            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+        const std::wstring folder = settledPath(path);
+        const std::wstring filler = settledPath(std::wstring(path) + L"FreeSpaceFile.qmx");
         for (std::uint32_t pass = 0; pass < m_passes && !isCancelled(m_cancelEvent); ++pass)
-            raised(WipeFreeSpace(path), WIPER_PLACE("Wiper::Wipe"));
+            raised(WipeFreeSpace(folder, filler), WIPER_PLACE("Wiper::Wipe"));
         throwIfCancelled(WIPER_PLACE("Wiper::Wipe"));
         return ERROR_SUCCESS;
-    case kWipeFile:
-        return refused() ? ERROR_SUCCESS : raised(WipeFile(path), WIPER_PLACE("Wiper::Wipe"));
+    }
+    case kWipeFile: {
+        const std::wstring file = isSettled(path) ? path : settledPath(path);
+        return refused() ? ERROR_SUCCESS : raised(WipeFile(file), WIPER_PLACE("Wiper::Wipe"));
+    }
     case kWipeDirectoryStack: {
         if (stack == nullptr)
             throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
         const Directory item(path, 0);
-        return raised(WipeDirectoryStack(*stack), WIPER_PLACE("Wiper::Wipe"));
+        return raised(WipeDirectoryStack(settledPath(path), *stack), WIPER_PLACE("Wiper::Wipe"));
     }
     case kWipePartition: {
         if (refused())
@@ -311,38 +175,37 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
     }
 }
 
-long Wiper::WipeFile(const wchar_t* path)
+long Wiper::WipeFile(const std::wstring& path)
 {
     const long code = boundary::statusFrame([&]() -> long {
         overwriteAndDelete(path);
         return ERROR_SUCCESS;
     });
-    if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && m_kind != kWipeDirectoryStack)
+    // Another file than the one that was to go waits for nothing.
+    const bool isLeft = code != ERROR_SUCCESS && code != ERROR_CANCELLED && code != kStoppedOnSymlink &&
+                        code != WipeTarget::kAnotherFile;
+    if (isLeft && m_kind != kWipeDirectoryStack)
         schedule(path);
     return code;
 }
 
-void Wiper::overwriteAndDelete(const wchar_t* path)
+void Wiper::overwriteAndDelete(const std::wstring& path)
 {
-    const Win32Path given(path);
-    const Found found(given);
     throwIfCancelled(WIPER_PLACE("Wiper::WipeFile"));
-    found.requireKnown(WIPER_PLACE("Wiper::WipeFile"));
-    if (found.link) {
-        found.removeLink(given, WIPER_PLACE("Wiper::WipeFile"));
-        return;
-    }
+    const Win32Path target(path.c_str());
+    const WipeTarget found(target);
+    if (found.isLink())
+        return found.removeLink();
+    if (found.isFolder()) // which the open would refuse, but not before its streams were gone
+        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
 
     // Once the file is open it is deleted, whatever happens: so first what may be missing.
     allocateBuffers();
-    const std::wstring renamed = renameFile(path);
-    const Win32Path target(renamed.c_str());
+    const std::wstring renamed = renameFile(path.c_str());
     // Before the file itself is open: its owner alone could open them then.
-    wipeStreams(target);
-    const Win32Handle file(CreateFileW(target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
-                                       FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
-    if (!file.isValid())
-        throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+    if (wipeStreams(path, target, found))
+        found.requireUnchanged();
+    const Win32Handle file = found.open();
     overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")));
     cut(file.get(), WIPER_PLACE("Wiper::WipeFile"));
 }
@@ -355,29 +218,29 @@ std::wstring Wiper::renameFile(const wchar_t* path) const
     return path;
 }
 
-void Wiper::wipeStreams(const wchar_t* path)
+/// Overwrites the streams beside the content of what was found. Returns whether there were any.
+bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const WipeTarget& found)
 {
     // A stream has none of its own. The drive's colon stands second.
-    std::wstring owner(path);
-    const std::size_t colon = owner.rfind(L':');
-    const std::size_t separator = owner.find_last_of(L"\\/");
-    if (colon != std::wstring::npos && (separator == std::wstring::npos ? colon > 1 : colon > separator))
-        return;
-    while (owner.size() > 1 && (owner.back() == L'\\' || owner.back() == L'/'))
-        owner.pop_back();
-    if (owner.size() == 1)
-        owner.insert(0, L".\\"); // a letter before a colon would be a drive
+    const std::wstring_view plain = plainText(path);
+    const std::size_t colon = plain.rfind(L':');
+    const std::size_t separator = plain.find_last_of(L'\\');
+    if (colon != std::wstring_view::npos &&
+        (separator == std::wstring_view::npos ? colon > 1 : colon > separator))
+        return false;
+    const std::wstring owner(withoutClosing(path));
     FindHandle search;
-    for (;;) {
-        const HeapStringW name = nextStream(search, path, WIPER_PLACE("Wiper::WipeFile"));
+    for (bool any = false;; any = true) {
+        const HeapStringW name = nextStream(search, target, WIPER_PLACE("Wiper::WipeFile"));
         if (name.empty())
-            return;
+            return any;
         const std::wstring full = owner + name.c_str();
-        const Win32Path target(full.c_str());
-        const Win32Handle stream(CreateFileW(target, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                             FILE_ATTRIBUTE_NORMAL, nullptr));
+        const Win32Path streamTarget(full.c_str());
+        const Win32Handle stream(CreateFileW(streamTarget, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!stream.isValid())
             throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+        found.requireSame(stream.get()); // a stream has the number of its file
         const std::uint64_t size = sizeOf(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
         if (m_progress != nullptr)
             m_progress->total += size * m_passes;
@@ -386,15 +249,15 @@ void Wiper::wipeStreams(const wchar_t* path)
     }
 }
 
-long Wiper::WipeFreeSpace(const wchar_t* path)
+long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& fillerPath)
 {
     return boundary::statusFrame([&]() -> long {
         throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
         allocateBuffers();
-        Filler filler(*this, path);
+        Filler filler(*this, fillerPath);
         seek(filler.get(), 0, FILE_END, WIPER_PLACE("Wiper::WipeFreeSpace"));
         std::uint64_t end = sizeOf(filler.get(), WIPER_PLACE("Wiper::WipeFreeSpace"));
-        const Win32Path volume(path);
+        const Win32Path volume(folder.c_str());
         const auto readFree = [&] {
             ULARGE_INTEGER bytes{};
             if (!GetDiskFreeSpaceExW(volume, nullptr, nullptr, &bytes))
@@ -428,7 +291,8 @@ long Wiper::WipeFreeSpace(const wchar_t* path)
 void Wiper::WipePartition(const wchar_t* path)
 {
     std::wstring volume(path);
-    if (volume.size() < 3)
+    // What does not begin with a letter and a colon would name a device of its own.
+    if (volume.size() < 3 || volume[1] != L':' || volume[0] >= 0x80 || std::isalpha(volume[0]) == 0)
         throw Exception(WIPER_PLACE("Wiper::WipePartition"), static_cast<unsigned long>(E_INVALIDARG));
     ULARGE_INTEGER size{};
     if (!GetDiskFreeSpaceExW(path, nullptr, &size, nullptr))
@@ -443,16 +307,21 @@ void Wiper::WipePartition(const wchar_t* path)
     overwriteRepeatedly(file.get(), size.QuadPart);
 }
 
-long Wiper::WipeDirectoryStack(DirectoryStack& stack)
+long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& stack)
 {
+    SettledEntries entries(stack);
+    HeldWay way(root);
     long result = ERROR_SUCCESS;
     while (!stack.empty() && !isCancelled(m_cancelEvent)) {
         const DirectoryStackEntry& top = stack.back();
         bool ended = false;
-        if (!top.skip && top.isDirectory) {
-            ended = !wipeTopDirectory(top);
-        } else if (!top.skip) {
-            result = WipeFile(joinPath(top.directory, top.path).c_str());
+        if (!top.skip) {
+            const std::wstring path = entries.take(stack);
+            ended = top.isDirectory && isDiskRoot(plainText(path));
+            if (!ended) {
+                way.hold(path);
+                result = top.isDirectory ? wipeFolder(path) : WipeFile(path);
+            }
             if (result != ERROR_SUCCESS)
                 throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), static_cast<unsigned long>(result));
         }
@@ -464,24 +333,17 @@ long Wiper::WipeDirectoryStack(DirectoryStack& stack)
     return result;
 }
 
-/// Returns false for the root of a local disk, which ends the walk.
-bool Wiper::wipeTopDirectory(const DirectoryStackEntry& entry)
+long Wiper::wipeFolder(const std::wstring& path)
 {
-    if (entry.path.size() == 3) {
-        const std::wstring drive(entry.path, 0, 2);
-        wchar_t device[1024];
-        const DWORD length = QueryDosDeviceW(drive.c_str(), device, static_cast<DWORD>(std::size(device)));
-        if (length != 0 && std::wstring_view(device).find(L"Harddisk") != std::wstring_view::npos)
-            return false;
-    }
-    const Win32Path target(entry.path.c_str());
-    const Found found(target);
-    found.requireKnown(WIPER_PLACE("Wiper::WipeDirectoryStack"));
-    if (!found.link)
-        wipeStreams(target);
+    const Win32Path target(path.c_str());
+    const WipeTarget found(target);
+    if (!found.isFolder() && !found.isLink())
+        throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), ERROR_DIRECTORY);
+    if (!found.isLink() && wipeStreams(path, target, found))
+        found.requireUnchanged();
     if (!RemoveDirectoryW(target))
         throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"));
-    return true;
+    return ERROR_SUCCESS;
 }
 
 void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size)
@@ -581,14 +443,17 @@ long Wiper::GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_
     return ERROR_SUCCESS;
 }
 
-void Wiper::schedule(const wchar_t* path)
+void Wiper::schedule(const std::wstring& path)
 {
-    m_needsReboot = 1;
-    try {
-        ScheduleForceDelete(listedPath(path).c_str(), m_method, m_passes);
-    } catch (...) {
-        ScheduleForceDelete(path, m_method, m_passes);
-    }
+    const std::uint32_t before = std::exchange(m_needsReboot, 1U);
+    boundary::statusFrame([&]() -> long {
+        const std::wstring listed = forcedelete::listedPath(path);
+        if (listed.empty()) {
+            m_needsReboot = before; // nothing waits for a restart
+            return ERROR_SUCCESS;
+        }
+        return forcedelete::append(listed, m_method, m_passes);
+    });
 }
 
 void Wiper::throwIfCancelled(const char* place) const

@@ -33,7 +33,7 @@ Result resultFrame(Result failure, Body&& body) noexcept
         return failure;
     }
     // The raise site set it, but clean-up on the way here may have changed it.
-    SetLastError(static_cast<DWORD>(code));
+    SetLastError(static_cast<DWORD>(code != 0 ? code : kUnhandledException));
     return failure;
 }
 
@@ -44,15 +44,16 @@ void* handleFrame(Body&& body) noexcept
     return resultFrame<void*>(INVALID_HANDLE_VALUE, std::forward<Body>(body));
 }
 
-/// The Win32 code of the exception being handled. To be called from a catch block.
+/// The Win32 code of the exception being handled; a raised 0 is no code, since a failure must not pass for
+/// success. To be called from a catch block.
 inline long codeOfCurrentException() noexcept
 {
     try {
         throw;
     } catch (const Exception& raised) {
-        return static_cast<long>(raised.getCode());
+        return raised.getCode() != 0 ? static_cast<long>(raised.getCode()) : kUnhandledException;
     } catch (long raised) {
-        return raised;
+        return raised != 0 ? raised : kUnhandledException;
     } catch (const std::bad_alloc&) {
         return ERROR_NOT_ENOUGH_MEMORY;
     } catch (...) {
@@ -61,7 +62,7 @@ inline long codeOfCurrentException() noexcept
 }
 
 /// Returns the status that `body` returns, or the code of what it raises: an Exception's code, a bare long
-/// as it is, 8 when memory is short, 574 for any other type.
+/// as it is, 8 when memory is short, 574 for any other type and for a code of 0.
 template <class Body>
 long statusFrame(Body&& body) noexcept
 {

@@ -10,7 +10,8 @@
 /// The text of an item stays what the caller gave; only at the call is it given the \\?\ form, and only when
 /// the plain form would fail or mean another file: from 248 characters on, with a name that ends in a dot or
 /// a blank (the plain form drops them, and "report." would delete "report"), or with the name of a device
-/// such as "nul". Everything else is passed on as it stands, without a copy and without a system call.
+/// such as "nul"; and when it is not settled (isSettled). Everything else is passed on as it stands, without
+/// a copy and without a system call.
 class Win32Path
 {
 public:
@@ -28,6 +29,17 @@ private:
     const wchar_t* m_plain;
     std::wstring m_extended; // empty when the plain form does
 };
+
+/// The absolute literal form of a path, settled now: what it names no longer depends on the current folder.
+/// Exact \\?\ and \??\ paths are returned as they stand. Everything else (relative, below a drive's current
+/// folder as Z:name, \name, \\.\Z:\..., //?/Z:/..., slashes, \\server\share\...) becomes \\?\..., with "."
+/// and ".." resolved and every other name kept as it stands: "report." stays "report.". An empty path stays
+/// empty. Raises the bare code when the current folder is needed and cannot be had.
+[[nodiscard]] std::wstring settledPath(std::wstring_view path);
+
+/// Whether Win32 takes this form as absolute already, so that at most the \\?\ prefix is missing: a path from
+/// a drive's root or a share with backslashes, or a literal one.
+[[nodiscard]] bool isSettled(std::wstring_view path) noexcept;
 
 /// Joins a folder and a name with one backslash.
 [[nodiscard]] HeapStringW joinPath(std::wstring_view folder, std::wstring_view name);

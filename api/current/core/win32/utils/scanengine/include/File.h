@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/scanengine/include/PathOrigin.h"
 #include "win32/scanengine/include/IFile.h"
 #include "win32/scanengine/include/ScanItem.h"
 
@@ -13,9 +14,10 @@ public:
     File() noexcept : ScanItem(kFileItem) {}
     /// Raises CachedPath's failures from File::File.
     File(const wchar_t* path, int expand);
-    /// For the walk: takes a ready text over, and the size that the folder's entry gave.
-    File(HeapStringW&& path, unsigned long long size) noexcept
-        : ScanItem(kFileItem, CachedPath(std::move(path))), m_foundSize(size)
+    /// For the walk: takes a ready text over, the origin of what is found below the walk's root, and the size
+    /// that the folder's entry gave.
+    File(HeapStringW&& path, const PathOrigin& origin, unsigned long long size) noexcept
+        : ScanItem(kFileItem, CachedPath(std::move(path))), m_origin(origin), m_foundSize(size)
     {
     }
     File(const File&) = delete;
@@ -24,6 +26,7 @@ public:
 
     [[nodiscard]] const wchar_t* getPath() const override { return ScanItem::getPath(); }
     void setPath(const wchar_t* path, int expand) override;
+    [[nodiscard]] bool isInterchangeable(const ScanItem& filed) const override;
     void create() override;
     void deleteItem() override;
     [[nodiscard]] int exists() const override;
@@ -43,6 +46,10 @@ private:
     /// What is known by now. It stays where it is until the item is changed.
     [[nodiscard]] Content content() const noexcept;
     void keepData(void* data, unsigned long long size) noexcept;
+    void settle();
+    void readData();
+
+    PathOrigin m_origin;
 
     void* m_data = nullptr; // process heap
     unsigned long long m_size = 0;

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
 #include "win32/scanengine/include/IScanPath.h"
 
@@ -18,13 +19,14 @@ public:
     [[nodiscard]] std::uint32_t getLevel() const noexcept final { return m_level; }
     long getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const final;
 
-    /// The walk of scan, without its first poll. The first container further down that cannot be listed is
-    /// left in `firstFailure`, unless that holds one already.
+    /// The walk of scan, without its first poll. `self` is this path as an item, for the handlers; null when
+    /// nobody has one. The first container further down that cannot be listed is left in `firstFailure`,
+    /// unless that holds one already.
     long scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator, const ScanOptions& options,
-                std::optional<Exception>& firstFailure);
+                const SharedPtr<ScanItem>* self, std::optional<Exception>& firstFailure);
 
-    /// Replaces the path's handlers by those of an engine.
-    void attachHandlers(const INotifyProvider& provider) { m_provider.assign(provider); }
+    /// Adds an engine's handlers to the path's own, in place of those that an engine gave before.
+    void receiveHandlers(const INotifyProvider& provider) { m_provider.receive(provider); }
 
 protected:
     /// A container that was looked up by its handle.
@@ -44,6 +46,7 @@ protected:
         std::vector<SharedPtr<ScanItem>> found; // containers of the listing at hand that are to be listed too
         std::deque<ScanItemHandle> queue;       // containers that wait, in order
         std::deque<Looked> next;                // the first of them, looked up already
+        HeldFolders held = {};                  // of the container that is being listed, and those above it
         bool cancelled = false;
 
         /// One poll of the event, until it was signalled once.
@@ -70,15 +73,17 @@ protected:
 
     /// Offers a found item to the validator, to the handlers and to the results.
     static void reportLeaf(Walk& walk, const SharedPtr<ScanItem>& item) { report(walk, item, kLeafFound); }
-    /// The same for a container; unless it is a link or too deep down it waits for its turn to be listed.
+    /// The same for a container; unless it is a link, or is left unlisted for another reason, or too deep
+    /// down it waits for its turn to be listed.
     static void reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level,
-                                bool isLink);
+                                bool isLeftUnlisted);
 
 private:
     using Results = std::vector<SharedPtr<ScanItem>>;
 
     static bool report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key);
     static void listInto(ScanPath& path, Walk& walk);
+    static void reportFailure(Walk& walk, const SharedPtr<ScanItem>& item, const ListingFailure& failure);
     static void enqueueFound(Walk& walk);
     static bool lookUpNext(Walk& walk);
     void clearResults();

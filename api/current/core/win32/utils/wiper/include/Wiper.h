@@ -6,6 +6,8 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "win32/wiper/include/IWiper.h"
 
+class WipeTarget;
+
 /// See IWiper for what its operations promise.
 class Wiper final : public IWiper
 {
@@ -27,21 +29,21 @@ private:
     class Filler;
 
     long runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator);
-    long WipeFile(const wchar_t* path);
-    long WipeFreeSpace(const wchar_t* path);
+    long WipeFile(const std::wstring& path);
+    long WipeFreeSpace(const std::wstring& folder, const std::wstring& fillerPath);
     void WipePartition(const wchar_t* path);
-    long WipeDirectoryStack(DirectoryStack& stack);
-    bool wipeTopDirectory(const DirectoryStackEntry& entry);
+    long WipeDirectoryStack(const std::wstring& root, DirectoryStack& stack);
+    long wipeFolder(const std::wstring& path);
 
-    void overwriteAndDelete(const wchar_t* path);
+    void overwriteAndDelete(const std::wstring& path);
     std::wstring renameFile(const wchar_t* path) const;
-    void wipeStreams(const wchar_t* path);
+    bool wipeStreams(const std::wstring& path, const wchar_t* target, const WipeTarget& found);
     void overwriteRepeatedly(HANDLE file, std::uint64_t size);
     void allocateBuffers();
     void overwriteChunk(HANDLE file, std::uint64_t offset, std::uint32_t size);
     void writeAndFlush(HANDLE file, const void* data, std::uint32_t size);
     void addDone(std::uint64_t bytes);
-    void schedule(const wchar_t* path);
+    void schedule(const std::wstring& path);
     void throwIfCancelled(const char* place) const;
 
     WipeCallback m_callback = nullptr;

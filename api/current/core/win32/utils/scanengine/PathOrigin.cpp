@@ -1,0 +1,61 @@
+#include "core/win32/utils/scanengine/include/PathOrigin.h"
+
+#include <algorithm>
+
+PathOrigin::PathOrigin(std::wstring_view path)
+{
+    if (!isSettled(path))
+        m_root = std::make_shared<const Root>(Root{path.size(), settledPath(path)});
+}
+
+PathOrigin PathOrigin::ofItemsBelow(std::wstring_view root) const
+{
+    PathOrigin origin(*this);
+    if (!m_root || m_root->length != root.size())
+        origin.m_root = std::make_shared<const Root>(Root{root.size(), settled(root)});
+    return origin;
+}
+
+std::wstring PathOrigin::settled(std::wstring_view path) const
+{
+    if (!m_root || m_root->settled.empty())
+        return {};
+    std::wstring_view rest = path.substr(m_root->length);
+    if (rest.empty())
+        return m_root->settled;
+    if (rest.front() == L'\\')
+        rest.remove_prefix(1);
+    return std::wstring(joinPath(m_root->settled, rest));
+}
+
+std::wstring PathOrigin::settledOrText(std::wstring_view path) const
+{
+    std::wstring text = settled(path);
+    return text.empty() ? std::wstring(path) : text;
+}
+
+void PathOrigin::hold(HeldFolders& held, std::wstring_view folder) const
+{
+    const std::size_t length = m_root ? std::min(m_root->length, folder.size()) : folder.size();
+    held.hold(settledOrText(folder.substr(0, length)), settledOrText(folder));
+}
+
+void PathOrigin::holdParents(HeldFolders& held, std::wstring_view path) const
+{
+    if (isFound(path))
+        hold(held, path.substr(0, std::max(m_root->length, path.find_last_of(L'\\'))));
+}
+
+ItemLook ItemLook::at(const wchar_t* target)
+{
+    ItemLook look;
+    look.attributes = GetFileAttributesW(target);
+    if (!look.exists()) {
+        const DWORD code = GetLastError();
+        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
+            throw static_cast<long>(code);
+    } else if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        look.isLink = OpenedItself(target).isLink(); // its tag tells
+    }
+    return look;
+}

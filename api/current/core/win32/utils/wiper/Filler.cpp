@@ -1,0 +1,98 @@
+#include "core/win32/utils/wiper/include/Filler.h"
+
+#include <winioctl.h>
+
+#include "core/win32/utils/objectmanager/include/Boundary.h"
+
+namespace {
+[[noreturn]] void raiseLastError()
+{
+    throw static_cast<long>(GetLastError());
+}
+} // namespace
+
+Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
+    : m_wiper(wiper), m_path(path), m_target(m_path.c_str())
+{
+    // Were a link of that name planted there, it would be opened itself, not what it leads to.
+    m_file.reset(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_ALWAYS,
+                             FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if (!m_file.isValid())
+        raiseLastError();
+    const bool isNew = GetLastError() != ERROR_ALREADY_EXISTS;
+    bool isOurs = false;
+    try {
+        BY_HANDLE_FILE_INFORMATION information{};
+        if (!GetFileInformationByHandle(m_file.get(), &information)) {
+            const DWORD code = GetLastError();
+            FILE_DISPOSITION_INFO deletion{
+                static_cast<BOOLEAN>(isNew)}; // what nothing is known of does not go by its name
+            SetFileInformationByHandle(m_file.get(), FileDispositionInfo, &deletion, sizeof deletion);
+            throw static_cast<long>(code);
+        }
+        m_identity = FileIdentity::of(information);
+        if (!isNew && (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+            throw kStoppedOnSymlink;
+        // The user's own file, or a second name of somebody's, would be cut with it.
+        const bool isHidden = (information.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN) != 0;
+        if (information.nNumberOfLinks > 1 || (!isNew && !isHidden))
+            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+        isOurs = true;
+        // In a compressed folder zeros would take up no space.
+        USHORT format = COMPRESSION_FORMAT_NONE;
+        DWORD returned = 0;
+        if ((information.dwFileAttributes & FILE_ATTRIBUTE_COMPRESSED) != 0 &&
+            !DeviceIoControl(m_file.get(), FSCTL_SET_COMPRESSION, &format, sizeof format, nullptr, 0,
+                             &returned, nullptr))
+            raiseLastError();
+    } catch (...) {
+        if (isOurs)
+            deleteFillerFile();
+        throw;
+    }
+}
+
+Wiper::Filler::~Filler()
+{
+    if (m_file.isValid())
+        deleteFillerFile();
+}
+
+long Wiper::Filler::deleteFillerFile() noexcept
+{
+    // While it is open: were it opened by somebody else next, the volume would stay full, without room even
+    // for the boot-time list. What fails here is tried again below.
+    FILE_END_OF_FILE_INFO end{};
+    SetFileInformationByHandle(m_file.get(), FileEndOfFileInfo, &end, sizeof end);
+    m_file.reset();
+    const long code = boundary::statusFrame([&]() -> long {
+        cutAndDelete();
+        return ERROR_SUCCESS;
+    });
+    if (code == ERROR_SUCCESS || code == WipeTarget::kAnotherFile)
+        return code;
+    boundary::statusFrame([&]() -> long {
+        m_wiper.schedule(m_path);
+        // Whatever stood in the way of cutting it, the volume is not to stay full if that can be helped.
+        if (FileIdentity::of(OpenedItself(m_target).get()) == m_identity)
+            DeleteFileW(m_target);
+        return ERROR_SUCCESS;
+    });
+    return code;
+}
+
+void Wiper::Filler::cutAndDelete() const
+{
+    {
+        const Win32Handle file(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
+                                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        if (!file.isValid())
+            raiseLastError();
+        if (FileIdentity::of(file.get()) != m_identity)
+            throw WipeTarget::kAnotherFile;
+        if (!SetEndOfFile(file.get()))
+            raiseLastError();
+    }
+    if (!DeleteFileW(m_target))
+        raiseLastError();
+}

@@ -1,0 +1,103 @@
+#include "core/win32/utils/wiper/include/WipeTarget.h"
+
+#include <string>
+
+namespace {
+// Not every platform header names these.
+constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21); // FileDispositionInfoEx
+constexpr DWORD kNotOnClose = 0x8; // FILE_DISPOSITION_FLAG_ON_CLOSE without FILE_DISPOSITION_FLAG_DELETE
+
+constexpr DWORD kGuarding = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+
+[[noreturn]] void raiseLastError()
+{
+    throw static_cast<long>(GetLastError());
+}
+} // namespace
+
+FileIdentity FileIdentity::of(HANDLE opened)
+{
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!GetFileInformationByHandle(opened, &information))
+        raiseLastError();
+    return of(information);
+}
+
+FileIdentity FileIdentity::of(const BY_HANDLE_FILE_INFORMATION& information) noexcept
+{
+    return {information.dwVolumeSerialNumber,
+            (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32U) | information.nFileIndexLow};
+}
+
+WipeTarget::WipeTarget(const wchar_t* target) : m_target(target)
+{
+    const OpenedItself found(target);
+    m_identity = FileIdentity::of(found.get());
+    m_isLink = found.isLink();
+    m_isFolder = found.isFolder();
+    // One whose tag cannot be read may be no link, and would go without being overwritten.
+    FILE_ATTRIBUTE_TAG_INFO tag;
+    if (m_isLink && !GetFileInformationByHandleEx(found.get(), FileAttributeTagInfo, &tag, sizeof tag))
+        raiseLastError();
+    // A failure shows in what comes next.
+    if ((found.attributes() & (m_isLink ? FILE_ATTRIBUTE_READONLY : kGuarding)) != 0)
+        SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
+}
+
+void WipeTarget::removeLink() const
+{
+    if (!(m_isFolder ? RemoveDirectoryW(m_target) : DeleteFileW(m_target)))
+        raiseLastError();
+}
+
+void WipeTarget::requireUnchanged() const
+{
+    const OpenedItself found(m_target);
+    if (found.isLink())
+        throw kStoppedOnSymlink;
+    requireSame(found.get());
+}
+
+void WipeTarget::requireSame(HANDLE opened) const
+{
+    if (FileIdentity::of(opened) != m_identity)
+        throw kAnotherFile;
+}
+
+Win32Handle WipeTarget::open() const
+{
+    Win32Handle file(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
+                                 FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    if (!file.isValid())
+        raiseLastError();
+    try {
+        requireSame(file.get());
+    } catch (...) {
+        keep(file);
+        throw;
+    }
+    return file;
+}
+
+/// Closes a file that was opened to be deleted, and leaves it where it is.
+void WipeTarget::keep(Win32Handle& file) const noexcept
+{
+    DWORD flags = kNotOnClose;
+    if (SetFileInformationByHandle(file.get(), kDispositionInfoEx, &flags, sizeof flags))
+        return file.reset();
+    // Systems before Windows 10 cannot take it back: a second name outlives the deletion of the first.
+    try {
+        const std::wstring second = std::wstring(m_target) + L".kept";
+        if (!CreateHardLinkW(second.c_str(), m_target, nullptr))
+            return file.reset();
+        const bool isSame =
+            FileIdentity::of(OpenedItself(second.c_str()).get()) == FileIdentity::of(file.get());
+        file.reset();
+        if (isSame)
+            MoveFileExW(second.c_str(), m_target, 0); // where the name is taken by now it keeps the second
+        else
+            DeleteFileW(second.c_str());
+    } catch (...) {
+        file.reset();
+    }
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+
+/// What tells a file or folder from every other, whatever its names are. Some network systems number nothing;
+/// there all files of a share look the same.
+struct FileIdentity
+{
+    DWORD volume = 0;
+    std::uint64_t index = 0;
+
+    /// Raises the bare code.
+    static FileIdentity of(HANDLE opened);
+    static FileIdentity of(const BY_HANDLE_FILE_INFORMATION& information) noexcept;
+    friend bool operator==(const FileIdentity& a, const FileIdentity& b) noexcept
+    {
+        return a.volume == b.volume && a.index == b.index;
+    }
+    friend bool operator!=(const FileIdentity& a, const FileIdentity& b) noexcept { return !(a == b); }
+};
+
+/// What stands under the path of something that is to go, looked at as itself: a link is seen as the link.
+///
+/// What cannot be told is not touched: were it a link, its target would be destroyed, and were it none, it
+/// would go without being overwritten.
+class WipeTarget
+{
+public:
+    /// "It is another file by now": ERROR_FILE_INVALID.
+    static constexpr long kAnotherFile = ERROR_FILE_INVALID;
+
+    /// Looks at `target`, a path as Win32Path gives it that outlives this object. Takes read-only, hidden and
+    /// system away where its removal needs that. Raises the bare code.
+    explicit WipeTarget(const wchar_t* target);
+
+    [[nodiscard]] bool isLink() const noexcept { return m_isLink; }
+    [[nodiscard]] bool isFolder() const noexcept { return m_isFolder; }
+
+    /// Removes a link, which may stand for a file or for a folder. Raises the bare code.
+    void removeLink() const;
+    /// Looks again. Raises the bare code, 681 when it is a link now and 1006 when it is another file.
+    void requireUnchanged() const;
+    /// Raises 1006 when `opened` is not what was looked at, and the bare code when that cannot be told.
+    void requireSame(HANDLE opened) const;
+    /// Opens the file to be overwritten: for all access, not shared, deleted when it is closed. When it is
+    /// not what was looked at, the deletion is taken back and the failure of `requireSame` raised. Raises
+    /// the bare code.
+    [[nodiscard]] Win32Handle open() const;
+
+private:
+    void keep(Win32Handle& file) const noexcept;
+
+    const wchar_t* m_target;
+    FileIdentity m_identity;
+    bool m_isLink;
+    bool m_isFolder;
+};
