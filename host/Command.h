@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "win32/scanengine/include/Notification.h"
-
 /// What the program ends with.
 enum ExitCode
 {
@@ -63,8 +61,6 @@ struct Command
     const wchar_t* help;
     int (*run)(const std::vector<std::wstring>& words);
 };
-
-constexpr auto kListingFailed = static_cast<NotificationKey>(2);
 
 extern const Command kScanCommand;
 extern const Command kWipeCommand;

@@ -50,11 +50,6 @@ std::wstring_view fileOf(std::wstring_view line)
 }
 } // namespace
 
-bool ForceDeleteList::holds(const std::wstring& path) const
-{
-    return std::find(files.begin(), files.end(), path) != files.end();
-}
-
 ForceDeleteList readForceDeleteList()
 {
     ForceDeleteList list;

@@ -1,6 +1,5 @@
 #include "ScanPrinter.h"
 
-#include "Command.h"
 #include "RegistryData.h"
 
 void ScanPrinter::onNotify(const Notification& notification, const SharedPtr<ScanItem>& item)

@@ -1,6 +1,5 @@
 #include "TreeListing.h"
 
-#include "Command.h"
 #include "Console.h"
 
 #include "core/win32/utils/scanengine/api.h"

@@ -15,7 +15,7 @@ namespace {
 constexpr const wchar_t* kHelp =
     LR"(usage: sysmaint wipe file PATH... | tree FOLDER | free DRIVE | volume DRIVE
                 [--method zeros|random|gutmann] [--passes N] [--filter TEXT] [--ignore TEXT]
-                [--hard-links] [--yes]
+                [--hard-links] [--names] [--yes]
 
 Overwrites data and deletes it. What it will do is shown first, and it asks before it begins.
 
@@ -32,12 +32,14 @@ Overwrites data and deletes it. What it will do is shown first, and it asks befo
   --filter, --ignore   as for 'sysmaint scan'
   --hard-links   also files that have other names (hard links). All names share the data: the file is empty
              under the others then. Without this option such files are named and left alone.
+  --names    with free: also the names of deleted files, and the contents of very small ones, that the table
+             of files still holds. Fills it with small files and deletes them again; done once.
   --yes      do not ask
 
 A wipe that is cancelled, with Ctrl+C or because the console or the session ends, deletes the file in hand
 all the same: how much of it was not overwritten is said. A medium can still hold more than any wipe of files
-or free space reaches: the names of deleted files and the contents of very small ones in the table of files,
-and copies in shadow copies, journals and the spare blocks of flash drives.
+or free space reaches: the names of deleted files and the contents of very small ones in the table of files
+(see --names), and copies in shadow copies, journals and the spare blocks of flash drives.
 
 Roots of drives, shares and volumes are refused, the Windows folder and what is in it, the folders of programs
 and their data, that of the users' profiles, and what any of these is in, by whatever name; so is the volume
@@ -266,6 +268,7 @@ WipeOptions optionsOf(const Arguments& arguments)
     options.passes = arguments.number(L"--passes", 1, 1000).value_or(1);
     options.yes = arguments.has(L"--yes");
     options.hardLinks = arguments.has(L"--hard-links");
+    options.names = arguments.has(L"--names");
     options.hasRules = arguments.has(L"--filter") || arguments.has(L"--ignore");
     options.validator = makeValidator(arguments);
     return options;
@@ -278,6 +281,7 @@ int run(const std::vector<std::wstring>& words)
                                       {L"--filter", true},
                                       {L"--ignore", true},
                                       {L"--hard-links", false},
+                                      {L"--names", false},
                                       {L"--yes", false}});
     if (arguments.operands().size() < 2)
         throw UsageError{L"wipe what? file, tree, free or volume, and which"};
@@ -291,6 +295,8 @@ int run(const std::vector<std::wstring>& words)
     const WipeOptions options = optionsOf(arguments);
     if (!ofFiles && (options.hasRules || options.hardLinks))
         throw UsageError{L"--filter, --ignore and --hard-links are for files and trees"};
+    if (options.names && what != L"free")
+        throw UsageError{L"--names is for free"};
     if (ofFiles)
         return what == L"file" ? wipeFiles(options, targets) : wipeTree(options, targets[0]);
     return wipeDrive(options, requireDrive(targets[0]), what == L"volume");

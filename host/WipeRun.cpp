@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "Command.h"
-#include "ForceDeleteList.h"
 
 #include "core/win32/utils/wiper/api.h"
 
@@ -30,7 +29,7 @@ void WipeRun::onProgress(WipeProgress* progress)
     WipeRun& run = static_cast<Progress*>(progress)->run;
     run.m_lastStep = progress->done - run.m_lastDone;
     run.m_lastDone = progress->done;
-    run.m_written += run.m_lastStep;
+    run.m_written += run.m_lastStep * run.m_factor;
     if (run.m_line.isDue())
         run.show();
 }
@@ -117,13 +116,13 @@ void WipeRun::tellLoss(const std::wstring& path, std::uint64_t size, std::uint64
 /// Something that the wiper has put on the list for the restart, if it could.
 void WipeRun::tellWaiting(const std::wstring& path, long code)
 {
-    const ForceDeleteList list = readForceDeleteList();
-    const bool waits = list.holds(literalPath(path).substr(4));
-    fail(path, formatCode(code) +
-                   (waits ? L"; it waits for the restart"
-                    : list.code != ERROR_SUCCESS
-                        ? L"; whether it waits for the restart cannot be read: " + formatCode(list.code)
-                        : std::wstring(L"; it does not wait for the restart either")));
+    const bool waits = ForceDeleteIsScheduled(path.c_str()) != 0;
+    const auto unread = static_cast<long>(waits ? ERROR_SUCCESS : GetLastError());
+    fail(path,
+         formatCode(code) + (waits ? L"; it waits for the restart"
+                             : unread != ERROR_SUCCESS
+                                 ? L"; whether it waits for the restart cannot be read: " + formatCode(unread)
+                                 : std::wstring(L"; it does not wait for the restart either")));
     m_waiting += waits ? 1 : 0;
 }
 
@@ -148,13 +147,25 @@ void WipeRun::wipeFreeSpace(const std::wstring& drive, std::uint64_t bytes)
         m_toCome = bytes * (m_options.passes - pass);
         code = call(kWipeFreeSpace, drive, nullptr, 1);
         if (code == ERROR_SUCCESS) // the last step was not written but raised
-            m_written -= std::exchange(m_lastStep, 0);
+            m_written -= std::exchange(m_lastStep, 0) * m_factor;
     }
+    if (code == ERROR_SUCCESS && m_options.names)
+        code = wipeNames(drive);
     const std::wstring filler = drive + L"FreeSpaceFile.qmx";
     if (!isGone(literalPath(filler)) && m_wiper->getNeedsReboot() != 0)
         tellWaiting(filler, code);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED)
         fail(drive, code);
+}
+
+/// What deleted files left in the table of files, which is written once, whatever the method.
+long WipeRun::wipeNames(const std::wstring& drive)
+{
+    m_doneBefore = (m_doneBefore + std::exchange(m_progress.done, 0)) * std::exchange(m_factor, 1);
+    m_lastDone = m_progress.total = 0;
+    const long code = WipeFileTable(drive.c_str(), &onProgress, &m_progress, cancelEvent());
+    m_cancelled = m_cancelled || code == ERROR_CANCELLED;
+    return code;
 }
 
 void WipeRun::wipeVolume(const std::wstring& drive, std::uint64_t bytes)
@@ -188,9 +199,8 @@ int WipeRun::finish(const std::wstring& subject)
                             ? (m_failed != 0 && !subject.empty() ? L"not wiped in full: " : L"wiped ")
                         : subject.empty() ? L"cancelled; wiped so far: "
                                           : L"cancelled; wiped in part: ";
-    text += what + L", " + formatBytes(m_written * m_factor) + L" written, " + formatCount(m_failed) +
-            L" failed, " + formatCount(m_waiting) + (m_waiting == 1 ? L" waits" : L" wait") +
-            L" for the restart";
+    text += what + L", " + formatBytes(m_written) + L" written, " + formatCount(m_failed) + L" failed, " +
+            formatCount(m_waiting) + (m_waiting == 1 ? L" waits" : L" wait") + L" for the restart";
     if (m_lost != 0)
         text += L", " + formatCount(m_lost) + L" deleted but not overwritten in full";
     if (m_left != 0)

@@ -34,7 +34,8 @@ public:
     bool wipeFile(const std::wstring& path, bool ofTree);
     /// Removes a folder that should be empty by now.
     bool removeFolder(const std::wstring& path);
-    /// All passes over the free space of a drive, or over the whole drive.
+    /// All passes over the free space of a drive, with the table of files if it is asked for, or over the
+    /// whole drive.
     void wipeFreeSpace(const std::wstring& drive, std::uint64_t bytes);
     void wipeVolume(const std::wstring& drive, std::uint64_t bytes);
 
@@ -58,6 +59,7 @@ private:
     void show();
     long call(std::uint32_t kind, const std::wstring& path, DirectoryStack* stack, std::uint32_t passes);
     void tellLoss(const std::wstring& path, std::uint64_t size, std::uint64_t overwritten, long code);
+    long wipeNames(const std::wstring& drive);
     void tellWaiting(const std::wstring& path, long code);
 
     const WipeOptions& m_options;
@@ -69,7 +71,7 @@ private:
     std::uint64_t m_toCome = 0;     // for later ones
     std::uint64_t m_lastDone = 0;
     std::uint64_t m_lastStep = 0;
-    std::uint64_t m_written = 0; // counted once for each repetition
+    std::uint64_t m_written = 0; // bytes, in all
     std::uint64_t m_factor = 1;  // how often the method writes in one repetition
     unsigned long long m_files = 0;
     unsigned long long m_lost = 0; // deleted, but not overwritten in full
