@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "ForceDeleteList.h"
+
 #include "core/win32/utils/wiper/api.h"
 
 namespace {
@@ -41,40 +43,27 @@ long listCommands()
     if (code != ERROR_SUCCESS)
         return code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code;
     list.resize(size / sizeof(wchar_t));
-    for (std::size_t at = 0; at < list.size() && list[at] != L'\0';) {
+    std::size_t at = 0;
+    while (at < list.size() && list[at] != L'\0') {
         const std::wstring entry = list.c_str() + at;
         results().writeLine(L"command: " + printable(entry));
         at += entry.size() + 1;
     }
-    return ERROR_SUCCESS;
+    // What stands behind the end is not run, and not shown: but it is there.
+    const bool more = at < list.size() && list.find_first_not_of(L'\0', at) != std::wstring::npos;
+    return more ? ERROR_INVALID_DATA : ERROR_SUCCESS;
 }
 
 /// Prints the files of the list, one a line.
 long listFiles()
 {
-    wchar_t folder[MAX_PATH];
-    const std::wstring path =
-        std::wstring(folder, GetWindowsDirectoryW(folder, MAX_PATH)) + L"\\ForceDelete.txt";
-    const HANDLE file =
-        ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE) // nothing has ever been put there
-        return GetLastError() == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : static_cast<long>(GetLastError());
-    std::wstring text;
-    wchar_t piece[4096];
-    for (DWORD got = 0; ReadFile(file, piece, sizeof piece, &got, nullptr) && got != 0;)
-        text.append(piece, got / sizeof(wchar_t));
-    CloseHandle(file);
-    constexpr std::wstring_view kPrefix = L"*FileShred*\t*\\??\\";
-    for (std::size_t at = text.find(kPrefix); at != std::wstring::npos; at = text.find(kPrefix, at)) {
-        at += kPrefix.size();
-        const std::size_t end = std::min(text.find(L"\r\n", at), text.size());
-        std::wstring line = text.substr(at, end - at);
-        const std::size_t star = line.find(L"*\t");
-        results().writeLine(L"file: " + printable(line.substr(0, star)));
-        at = end;
-    }
-    return ERROR_SUCCESS;
+    const ForceDeleteList list = readForceDeleteList();
+    for (const std::wstring& file : list.files)
+        results().writeLine(L"file: " + printable(file));
+    if (list.wrongLines != 0)
+        messages().writeLine(L"boot: lines of ForceDelete.txt that name no file: " +
+                             formatCount(list.wrongLines));
+    return list.wrongLines != 0 ? ERROR_INVALID_DATA : list.code;
 }
 
 int run(const std::vector<std::wstring>& words)
@@ -91,9 +80,11 @@ int run(const std::vector<std::wstring>& words)
         throw UsageError{L"list, add COMMAND or remove COMMAND"};
     if (what == L"add")
         return report(AddBootExecute(operands[1].c_str()));
-    if (BootExecuteIsScheduled(operands[1].c_str()) == 0)
+    const bool wasThere = BootExecuteIsScheduled(operands[1].c_str()) != 0;
+    const long code = RemoveBootExecute(operands[1].c_str());
+    if (code == ERROR_SUCCESS && !wasThere)
         messages().writeLine(L"boot: it was not there");
-    return report(RemoveBootExecute(operands[1].c_str()));
+    return report(code);
 }
 } // namespace
 

@@ -2,16 +2,31 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <cwctype>
+
+#include "Console.h"
+
+namespace {
+/// "-y", but not "-" or "- text": those are operands.
+bool looksLikeOption(const std::wstring& word)
+{
+    return word.size() >= 2 && word[0] == L'-' && (word[1] == L'-' || std::iswalpha(word[1]) != 0);
+}
+} // namespace
 
 Arguments::Arguments(const std::vector<std::wstring>& words, const std::vector<OptionRule>& rules)
 {
     bool optionsEnded = false;
     for (std::size_t i = 0; i < words.size(); ++i) {
         const std::wstring& word = words[i];
-        if (optionsEnded || word.size() < 2 || word.compare(0, 2, L"--") != 0) {
+        if (optionsEnded || !looksLikeOption(word)) {
+            if (word.empty())
+                throw UsageError{L"an argument is empty; is a variable not set?"};
             m_operands.push_back(word);
             continue;
         }
+        if (word == L"--help")
+            throw HelpRequest{};
         if (word == L"--") {
             optionsEnded = true;
             continue;
@@ -19,7 +34,8 @@ Arguments::Arguments(const std::vector<std::wstring>& words, const std::vector<O
         const auto rule = std::find_if(rules.begin(), rules.end(),
                                        [&](const OptionRule& known) { return word == known.name; });
         if (rule == rules.end())
-            throw UsageError{L"unknown option " + word};
+            throw UsageError{L"unknown option " + printable(word) +
+                             L"; what follows -- is taken as it stands"};
         if (has(word.c_str()))
             throw UsageError{word + L" is given twice"};
         if (rule->takesValue && i + 1 == words.size())

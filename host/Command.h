@@ -20,6 +20,11 @@ struct UsageError
     std::wstring text;
 };
 
+/// The user wants to read the command's help: nothing else is done.
+struct HelpRequest
+{
+};
+
 /// One option of a command.
 struct OptionRule
 {
@@ -32,7 +37,7 @@ class Arguments
 {
 public:
     /// Options may stand anywhere; "--" ends them. Throws UsageError for an unknown option, one without its
-    /// value, or one that is given twice.
+    /// value, one that is given twice, or an empty operand; HelpRequest for an option --help.
     Arguments(const std::vector<std::wstring>& words, const std::vector<OptionRule>& rules);
 
     [[nodiscard]] const std::vector<std::wstring>& operands() const { return m_operands; }

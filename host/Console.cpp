@@ -8,12 +8,14 @@ constexpr ULONGLONG kProgressInterval = 100;
 constexpr std::size_t kLargestBuffer = 1U << 16U;
 
 HANDLE g_cancelEvent = nullptr;
+HANDLE g_workEnded = nullptr;
 
 BOOL WINAPI onControl(DWORD event)
 {
-    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
-        return FALSE;
     SetEvent(g_cancelEvent);
+    // After the others the process is ended as soon as this returns, or when the system's patience is over.
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
+        WaitForSingleObject(g_workEnded, INFINITE);
     return TRUE;
 }
 } // namespace
@@ -85,6 +87,23 @@ HANDLE cancelEvent()
         SetConsoleCtrlHandler(onControl, TRUE);
     }
     return g_cancelEvent;
+}
+
+bool isCancelled()
+{
+    return WaitForSingleObject(cancelEvent(), 0) == WAIT_OBJECT_0;
+}
+
+WorkScope::WorkScope()
+{
+    g_workEnded = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+}
+
+WorkScope::~WorkScope()
+{
+    results().flush();
+    messages().flush();
+    SetEvent(g_workEnded);
 }
 
 bool ProgressLine::isDue()

@@ -36,8 +36,33 @@ Output& results();
 /// Everything else.
 Output& messages();
 
-/// The event that Ctrl+C signals; from the first call on Ctrl+C does nothing else.
+/// The event that Ctrl+C signals, and so do the end of the console, of the session and of the system; from
+/// the first call on they do nothing else.
 HANDLE cancelEvent();
+[[nodiscard]] bool isCancelled();
+
+/// The program's work, from its beginning to its end with all output written. The system ends the process as
+/// soon as it has been told of the end of its console: until this is gone that is put off, as long as the
+/// system lets us, so that nothing half done is left behind.
+class WorkScope
+{
+public:
+    WorkScope();
+    WorkScope(const WorkScope&) = delete;
+    WorkScope& operator=(const WorkScope&) = delete;
+    ~WorkScope();
+};
+
+enum class Answer
+{
+    kYes,
+    kNo,
+    kCancelled
+};
+
+/// Asks at the console; only the whole answer "yes" is one. Throws UsageError when nobody would see the
+/// question or could answer it.
+Answer ask(std::wstring_view question);
 
 /// A line that is written over and over, on messages() when that is a terminal.
 class ProgressLine

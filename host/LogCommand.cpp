@@ -9,6 +9,8 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint log MODULE TEXT
 
 Appends one line to the log of a module, in the folder logs\USER beside this program: ZRC.log for
 "Registry Cleaner", ZPC.log for "Privacy Cleaner", ZDC.log for "Disk Cleaner", ZFM.log for any other.
+A line holds 1,023 characters with its time stamp; what would be cut, or would make more than one line, is
+refused.
 
 example: sysmaint log "Disk Cleaner" "removed 12 files"
 )";
@@ -27,18 +29,35 @@ unsigned long long sizeOfLogs()
     return size;
 }
 
+/// The logger would cut the one and pass the other on.
+void requireOneLine(const std::wstring& module, const std::wstring& text)
+{
+    constexpr std::size_t kStampAndMarks = 25 + 3 + 2; // the colon and blanks, and the line's end
+    constexpr std::size_t kLine = 1023;
+    if (kStampAndMarks + module.size() + text.size() > kLine)
+        throw UsageError{L"the text is too long: it and the module's name may have " +
+                         formatCount(kLine - kStampAndMarks) + L" characters together"};
+    for (const wchar_t c : module + text)
+        if (c == L'\r' || c == L'\n')
+            throw UsageError{L"the text holds the end of a line"};
+}
+
 int run(const std::vector<std::wstring>& words)
 {
     const Arguments arguments(words, {});
     if (arguments.operands().size() != 2)
         throw UsageError{L"which module, and what text?"};
+    const std::wstring& module = arguments.operands()[0];
+    const std::wstring& text = arguments.operands()[1];
+    requireOneLine(module, text);
     void* logger = CreateLogger(L"sysmaint");
     if (logger == INVALID_HANDLE_VALUE) {
-        messages().writeLine(L"log: " + formatCode(static_cast<long>(GetLastError())));
+        const DWORD failure = GetLastError(); // before anything else sets it
+        messages().writeLine(L"log: " + formatCode(static_cast<long>(failure)));
         return kExitFailed;
     }
     const unsigned long long before = sizeOfLogs();
-    long code = WriteLogEntry(logger, arguments.operands()[0].c_str(), arguments.operands()[1].c_str());
+    long code = WriteLogEntry(logger, module.c_str(), text.c_str());
     // A logger that is closed drops what it has not written yet.
     bool written = false;
     for (int i = 0; code == ERROR_SUCCESS && !written && i < 500; ++i) {

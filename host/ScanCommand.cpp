@@ -4,7 +4,10 @@
 #include <stdexcept>
 
 #include "RegistryRoot.h"
+#include "Rules.h"
+#include "ScanPrinter.h"
 
+#include "core/win32/registry/api.h"
 #include "core/win32/utils/scanengine/api.h"
 
 namespace {
@@ -23,112 +26,24 @@ HKEY_CURRENT_USER\Software: its values and sub-keys are listed likewise.
   --view 32|64    the view of the registry; default: the program's own
   --json          one JSON object a line: the items, at the end a summary
 
+What begins with a root of the registry is a key; a folder of such a name is given as .\HKCU.
+
 An entry is a wildcard for file names, or PATTERN:MTK with three digits: M 0 wildcard, 1 text inside;
-T 0 full path, 1 name; K 0 folders and keys, 1 files and values. Entries are separated by commas.
-Filters for files let every folder through; a folder that is refused is not walked into.
+T 0 full path, 1 name; K 0 folders and keys, 1 files and values, 2 both. Entries are separated by commas;
+blanks around a comma are part of the pattern. A pattern ends at its entry's first ':', so a drive's path
+cannot be one: "*\keep\*:001" is a pattern for full paths. Filters for files let every folder through, and
+filters for folders every file; a folder that is refused is not walked into.
+
+What cannot be listed is told on standard error, and the rest is listed all the same; the exit code is 1
+then. In JSON it is an object of the type "error" with its path and code. For the eye, control characters
+of names are shown as '?' and the data of values is cut; JSON has all of both: of a value the key, the name,
+the valueType and its data, which is a number for REG_DWORD and REG_QWORD, a text or a list of texts for the
+types of text, and hexadecimal digits for every other type and for numbers of another size. One closing zero
+of a text is left out, of a list those that end its texts and itself; data that is formed in any other way
+has all its bytes in "hex" besides. Half a surrogate pair is written as \udXXX.
 
 example: sysmaint scan "%temp%" --expand --filter "*.tmp,~*:011" --ignore "keep:101" --depth 3
 )";
-
-/// Prints what a scan finds and counts it.
-class ScanPrinter : public INotifyHandler
-{
-public:
-    explicit ScanPrinter(bool json) : m_json(json), m_begin(GetTickCount64()) {}
-
-    void onNotify(const Notification&, const SharedPtr<ScanItem>& item) override
-    {
-        const std::wstring path = item->getPath();
-        if (auto* value = dynamic_cast<IRegistryValue*>(item.get()); value != nullptr) {
-            ++m_values;
-            printValue(path, *value);
-        } else if (item->getType() == kRegistryKeyItem) {
-            ++m_keys;
-            print(L"key", path, L"");
-        } else if (const auto* file = dynamic_cast<const IFile*>(item.get()); file != nullptr) {
-            ++m_files;
-            m_bytes += file->getSize();
-            print(L"file", path, LR"(,"bytes":)" + std::to_wstring(file->getSize()));
-        } else {
-            ++m_folders;
-            print(L"folder", path, L"");
-        }
-        if (!results().isOpen())
-            throw Exception("File: host\\ScanCommand.cpp\nFunction: ScanPrinter::onNotify\nLine: 0",
-                            ERROR_BROKEN_PIPE);
-        if (!results().isTerminal() &&
-            m_progress.isDue()) { // results on the same terminal show it by themselves
-            const ULONGLONG elapsed = GetTickCount64() - m_begin;
-            m_progress.show(
-                counts() + L", " +
-                formatCount((m_files + m_folders + m_keys + m_values) * 1000 / (elapsed != 0 ? elapsed : 1)) +
-                L" a second");
-        }
-    }
-
-    void finish(long code)
-    {
-        m_progress.clear();
-        if (m_json)
-            results().writeLine(
-                LR"({"type":"summary","files":)" + std::to_wstring(m_files) + LR"(,"folders":)" +
-                std::to_wstring(m_folders) + LR"(,"bytes":)" + std::to_wstring(m_bytes) +
-                (hasRegistry()
-                     ? LR"(,"keys":)" + std::to_wstring(m_keys) + LR"(,"values":)" + std::to_wstring(m_values)
-                     : L"") +
-                LR"(,"code":)" + std::to_wstring(code) + L"}");
-        results().flush(); // so that the counts come after what they count
-        messages().writeLine((code == ERROR_CANCELLED ? L"cancelled; found so far: " : L"found ") + counts());
-    }
-
-private:
-    /// One item in one line; `more` is what JSON says besides.
-    void print(const wchar_t* type, const std::wstring& path, const std::wstring& more) const
-    {
-        if (m_json)
-            results().writeLine(LR"({"type":")" + std::wstring(type) + LR"(","path":)" + jsonString(path) +
-                                more + L"}");
-        else
-            results().writeLine(printable(path) + (more.empty() ? L"\\" : L""));
-    }
-
-    void printValue(const std::wstring& path, IRegistryValue& value) const
-    {
-        std::wstring type;
-        std::wstring data;
-        try {
-            type = typeName(value.getValueType());
-            data = shortData(value);
-            type = typeName(value.getValueType()); // as it was read with the data
-        } catch (const Exception& gone) {          // deleted since it was found, or not to be read by us
-            data = formatCode(static_cast<long>(gone.getCode()));
-        }
-        if (m_json)
-            print(L"value", path, LR"(,"valueType":)" + jsonString(type) + LR"(,"data":)" + jsonString(data));
-        else
-            results().writeLine(printable(path) + L" = " + type + L" " + data);
-    }
-
-    [[nodiscard]] bool hasRegistry() const { return m_keys + m_values != 0; }
-
-    [[nodiscard]] std::wstring counts() const
-    {
-        std::wstring text = formatCount(m_files) + L" files, " + formatCount(m_folders) + L" folders, " +
-                            formatBytes(m_bytes);
-        if (hasRegistry())
-            text += L", " + formatCount(m_keys) + L" keys, " + formatCount(m_values) + L" values";
-        return text;
-    }
-
-    bool m_json;
-    ULONGLONG m_begin;
-    unsigned long long m_files = 0;
-    unsigned long long m_folders = 0;
-    unsigned long long m_bytes = 0;
-    unsigned long long m_keys = 0;
-    unsigned long long m_values = 0;
-    ProgressLine m_progress;
-};
 
 /// The engines with their handles for one run of the program.
 class Engines
@@ -138,7 +53,7 @@ public:
         : m_files(CreateFileScanEngine(L"sysmaint scan")),
           m_registry(CreateRegistryScanEngine(L"sysmaint scan"))
     {
-        for (const unsigned long key : {kContainerFound, kLeafFound}) {
+        for (const unsigned long key : {kContainerFound, kLeafFound, kListingFailed}) {
             check(FSEngineRegisterHandler(m_files, handler, key, 0, 0));
             check(RSEngineRegisterHandler(m_registry, handler, key, 0, 0));
         }
@@ -201,12 +116,7 @@ int run(const std::vector<std::wstring>& words)
     ScanOptions options;
     options.depthGiven = 1;
     options.depth = static_cast<std::uint16_t>(arguments.number(L"--depth", 1, 65535).value_or(65535));
-    const SharedPtr<IScanValidator> validator(DllGetScanValidator(arguments.value(L"--filter", L"").c_str(),
-                                                                  arguments.value(L"--ignore", L"").c_str()));
-    if (!validator)
-        throw UsageError{
-            L"an entry of --filter or --ignore does not have exactly three digits after its ':'"};
-
+    const SharedPtr<IScanValidator> validator = makeValidator(arguments);
     const unsigned long view = registryView(arguments);
 
     ScanPrinter printer(arguments.has(L"--json"));
@@ -214,6 +124,7 @@ int run(const std::vector<std::wstring>& words)
     long result = ERROR_SUCCESS;
     for (const std::wstring& folder : arguments.operands()) {
         const std::optional<RegistryRoot> key = parseRegistryRoot(folder);
+        const unsigned long long failures = printer.failures();
         const long code =
             key ? engines.scanKey(*key, view, validator, options)
                 : engines.scanFolder(folder.c_str(), arguments.has(L"--expand") ? 1 : 0, validator, options);
@@ -221,13 +132,14 @@ int run(const std::vector<std::wstring>& words)
             result = code;
         if (code == ERROR_CANCELLED)
             break;
-        if (code != ERROR_SUCCESS)
-            messages().writeLine(L"scan: " + printable(folder) + L": " + formatCode(code));
+        // What could not be listed has been told already, by its own path.
+        if (code != ERROR_SUCCESS && printer.failures() == failures)
+            printer.fail(folder, code);
     }
     printer.finish(result);
     if (result == ERROR_CANCELLED)
         return kExitCancelled;
-    return result == ERROR_SUCCESS ? kExitDone : kExitFailed;
+    return result == ERROR_SUCCESS && printer.failures() == 0 ? kExitDone : kExitFailed;
 }
 } // namespace
 

@@ -22,12 +22,11 @@ void printUsage(Output& output)
 
 int runCommand(const Command& command, const std::vector<std::wstring>& words)
 {
-    if (std::find(words.begin(), words.end(), L"--help") != words.end()) {
-        results().write(command.help);
-        return kExitDone;
-    }
     try {
         return command.run(words);
+    } catch (const HelpRequest&) {
+        results().write(command.help);
+        return kExitDone;
     } catch (const UsageError& error) {
         messages().writeLine(std::wstring(command.name) + L": " + error.text + L"\nTry 'sysmaint " +
                              command.name + L" --help'.");
@@ -60,6 +59,7 @@ int run(int argumentCount, wchar_t** arguments)
 
 int wmain(int argumentCount, wchar_t** arguments)
 {
+    const WorkScope work;
     try {
         return run(argumentCount, arguments);
     } catch (const std::exception& error) {

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The console program as a user meets it: tests/host.sh SYSMAINT.EXE RUNNER
+# The console program as a user meets it: tests/host.sh SYSMAINT.EXE RUNNER SEND_CONTROL.EXE
 set -uo pipefail
 host=$1
 runner=$2
+control=$3
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -32,11 +34,26 @@ run 2 frobnicate && says err 'unknown command frobnicate'
 run 2 scan && says err 'which folder or key?'
 run 2 scan "$folder" --depth && says err '--depth needs a value'
 for depth in 0 65536 3x '' -1 99999999999; do run 2 scan "$folder" --depth "$depth" && says err 'number from 1 to 65535'; done
-run 2 scan "$folder" --filter 'x:01' && says err 'three digits'
+# A wrong rule is named with its fault; one that would mean everything is none.
+wrong_rule() { run 2 scan "$folder" --filter "$1" && says err "$2"; run 2 wipe tree "$folder" --yes --ignore "$1" && says err "$2"; }
+wrong_rule 'a,b:01' 'entry 2, "b:01": its first'
+wrong_rule '*.a,C:\keep\*.tmp:001' 'entry 2, "C:\keep\*.tmp:001": drive paths cannot be entries'
+wrong_rule 'x:0a1' 'exactly three digits'
+wrong_rule 'x:911' 'digits are 0 or 1'
+wrong_rule '' 'holds no entry'
+wrong_rule ',,' 'holds no entry'
+run 0 scan "$folder" --filter '*.tmp, *.log,*.x ' && says err 'entry 2, " *.log": the blanks' && says err 'entry 3, "*.x "'
 run 2 scan "$folder" --json --json && says err 'given twice'
 [ -s "$work/out" ] && fail 'usage errors write to standard output'
 run 0 --help && says out 'scan'
 run 0 scan --help && says out 'example:'
+# Only an option --help is one; an empty operand is an unset variable. Nothing is done either way.
+run 0 scan "$folder" --filter --help && says err 'found 0 files'
+run 1 wipe tree --yes -- --help && says err '--help: '
+for words in 'scan' 'wipe tree --yes' 'wipe file --yes' 'wipe free --yes' 'boot add' 'boot remove' 'log module'; do
+    run 2 $words '' && says err 'an argument is empty'
+done
+run 2 scan "$folder" -json && says err 'unknown option -json'
 
 # What is there is listed, folders before their content, with the counts at the end.
 run 0 scan "$folder"
@@ -52,7 +69,7 @@ import json, sys
 lines = [json.loads(line) for line in open(sys.argv[1], encoding='utf-8')]
 paths = {line['path']: line.get('bytes') for line in lines[:-1]}
 assert paths[sys.argv[2] + '\\inner\\deep\\größe €.tmp'] == 1, paths
-assert lines[-1] == {'type': 'summary', 'files': 4, 'folders': 2, 'bytes': 10, 'code': 0}, lines[-1]
+assert lines[-1] == {'type': 'summary', 'files': 4, 'folders': 2, 'bytes': 10, 'errors': 0, 'code': 0}, lines[-1]
 PYTHON
 TEMPTREE=$folder run 0 scan '%temptree%\inner' --expand && says err 'found 2 files, 1 folders'
 
@@ -68,14 +85,43 @@ grep -q $'\xef\xbf\xbd' "$work/out" && fail 'half a character is shown'
 run 0 scan "$key" && says err '1 keys, 2 values'
 says out 'HKEY_CURRENT_USER\Software\sysmaint-host-test\text = REG_SZ "some text"'
 says out 'sysmaint-host-test\inner\number = REG_DWORD 42'
-run 0 scan 'hkey_current_user\software\SYSMAINT-host-test' --json --filter 'num*' && says out '"valueType":"REG_DWORD","data":"42"'
+run 0 scan 'hkey_current_user\software\SYSMAINT-host-test' --json --filter 'num*' && says out '"name":"number","valueType":"REG_DWORD","data":42}'
 grep -q 'some text' "$work/out" && fail 'the filter let a value through'
 run 0 scan 'HKLM\Software\Microsoft' --view 64 --depth 1
+# JSON loses nothing of a value, however its data is formed.
+python3 - "$work" <<'PYTHON'
+import sys
+values = {'long': (1, 'x"\\' * 100 + '\0'), 'odd': (2, b'a\0b\0\0\0\0'), 'zeros': (1, 'a\0b\0\0'), 'none': (1, b''),
+          'half': (1, b'\0\xd8a\0\0\0'), 'list': (7, 'a\0b c\0\0'), 'torn': (7, 'a\0b\0'), 'short': (4, b'\1\2'),
+          'large': (11, b'\xff' * 8), 'bytes': (3, bytes(range(40))), 'kind': (77, b'\x80')}
+text = 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\sysmaint-host-test\\odd]\r\n'
+for name, (kind, data) in values.items():
+    data = data.encode('utf-16-le') if isinstance(data, str) else data
+    text += f'"{name}"=hex({kind:x}):' + ','.join(f'{byte:02x}' for byte in data) + '\r\n'
+open(sys.argv[1] + '/odd.reg', 'wb').write(b'\xff\xfe' + text.encode('utf-16-le'))
+PYTHON
+"$runner" reg import "$(windows_path "$work/odd.reg")" >/dev/null 2>&1
+run 0 scan "$key\odd" --json
+python3 - "$work/out" <<'PYTHON' || fail "the values' JSON is not what it should be: $(cat "$work/out")"
+import json, sys
+lines = [json.loads(line) for line in open(sys.argv[1], encoding='utf-8')][:-1]
+assert all(line['key'].endswith('test\\odd') for line in lines), lines
+found = {line['name']: (line['data'], line.get('hex')) for line in lines}
+wanted = {'long': ('x"\\' * 100, None), 'odd': ('ab', '61006200000000'), 'zeros': ('a\0b\0', None),
+          'none': ('', ''), 'half': ('\ud800a', None), 'list': (['a', 'b c'], None), 'torn': (['a', 'b'], '6100000062000000'),
+          'short': ('0102', None), 'large': (2**64 - 1, None), 'bytes': (bytes(range(40)).hex(), None), 'kind': ('80', None)}
+assert found == wanted, {name: (found.get(name), wanted[name]) for name in wanted if found.get(name) != wanted[name]}
+PYTHON
 "$runner" reg delete "$key" /f >/dev/null
 run 1 scan "$key" && says err '(2)'
 
-# A root that is not there fails and does not hold up the others.
-run 1 scan "$folder\\missing" "$folder" && says err '(3)' && says err 'found 4 files'
+# A root that is not there fails and does not hold up the others; what cannot be listed is told by its own path.
+run 1 scan "$folder\\missing" "$folder" && says err 'missing: ' && says err '(3)' && says err 'found 4 files'
+mkdir -m 000 "$tree/inner/denied"
+run 1 scan "$folder" && says err "scan: $folder\\inner\\denied: " && says err 'found 4 files, 3 folders, 10 bytes, 1 could not be read'
+run 1 scan "$folder" --json && says out "{\"type\":\"error\",\"path\":\"${folder//\\/\\\\}\\\\inner\\\\denied\",\"code\":5}" && says out '"errors":1'
+run 1 wipe tree "$folder" --yes && says err "inner\\denied: " && says err 'wiped 0 files'
+rmdir "$tree/inner/denied"
 
 # Wiping: refuses what nobody may mean, asks or wants --yes, and says truthfully what it did.
 for refused in 'C:\' 'C:' 'C:\windows' 'C:\WINDOWS\system32\kernel32.dll' '\\?\C:\windows'; do
@@ -83,12 +129,26 @@ for refused in 'C:\' 'C:' 'C:\windows' 'C:\WINDOWS\system32\kernel32.dll' '\\?\C
     run 2 wipe tree "$refused" --yes
 done
 # By other names too: through a link, or as what another drive shows.
-prefix=${WINEPREFIX:-$(dirname "${BASH_SOURCE[0]}")/../build/wineprefix-tests}
+prefix=$(cd "${WINEPREFIX:-$here/../build/wineprefix-tests}" && pwd)
 windows=$(cd "$prefix/drive_c/windows" && pwd -P)
 ln -s "$windows" "$tree/link"
 for refused in "$folder\\link\\system32" "Z:${windows//\//\\}" 'c:/windows/.'; do
-    run 2 wipe tree "$refused" --yes && says err 'is the Windows folder, leads to it or is in it'
+    run 2 wipe tree "$refused" --yes && says err 'the Windows folder'
 done
+# Roots, what holds programs or profiles, what is no path of a file, each in many forms; told by what it is.
+mkdir -p "$prefix/dosdevices/unc/localhost"
+ln -sfn "$prefix/drive_c" "$prefix/dosdevices/unc/localhost/c\$"
+ln -sfn "$work" "$prefix/dosdevices/unc/localhost/share"
+ln -sfn "$prefix/drive_c/users" "$tree/link"
+for refused in 'Z:' 'Z:\' 'z:/' '\\.\Z:' '//?/Z:/' '\\?\Z:\' "$folder\\..\\..\\..\\..\\.." '\\localhost\share' '\\localhost\share\' '//localhost/share/x/..' \
+    '\\?\UNC\localhost\share' '\\localhost\c$' '\\localhost\c$\windows' '\\localhost\c$\users' '\\?\Volume{01234567-0123-0123-0123-0123456789ab}\' \
+    'C:\Program Files' 'c:\program files (x86)\' 'C:/ProgramData/.' '\\.\C:\users' '\\?\C:\users' "Z:${prefix//\//\\}\\drive_c\\users" \
+    "$folder\\link\\..\\..\\..\\..\\.." '\\.\PhysicalDrive0' '\\?\GLOBALROOT\Device\Null' '\\?\C:\users\..\users' "$folder\\*.tmp" "$folder\\keep.tm?" \
+    "$folder\" --yes"; do
+    run 2 wipe tree "$refused" --yes
+    run 2 wipe file "$refused" --yes
+done
+rm -r "$tree/link" "$prefix/dosdevices/unc"
 ln -sfn "$tree/inner" "$tree/link"
 "$runner" "$host" wipe tree "$folder\\link" --yes 2>/dev/null # the platform cannot remove such a link
 [ -e "$tree/inner/b.log" ] || fail 'the link was followed'
@@ -102,7 +162,7 @@ run 0 wipe tree "$folder\\dot." --yes
 [ -e "$tree/dot/report" ] && [ ! -e "$tree/dot." ] || fail "another name was wiped: $(find "$tree")"
 run 0 wipe tree "$folder\\inner\\..\\dot" --yes && says err 'wiped 1 file'
 run 2 wipe tree "$folder\\a.tmp" --yes && says err 'say file'
-run 2 wipe volume C: --yes && says err 'Windows is on C:'
+run 2 wipe volume C: --yes && says err 'C:\ holds the Windows folder'
 run 2 wipe tree "$folder" && says err '--yes'
 run 2 wipe file "$folder" --yes && says err 'say tree'
 run 2 wipe file "$folder\\a.tmp" --method ones --yes
@@ -111,12 +171,46 @@ run 2 wipe free "$folder" --yes
 run 1 wipe file "$folder\\a.tmp" "$folder\\missing" --yes && says err 'wiped 1 file, 5 bytes written, 1 failed, 0 wait'
 [ -e "$tree/a.tmp" ] && fail 'a.tmp is still there'
 run 0 wipe tree "$folder" --yes --filter '*.tmp' --ignore 'keep:111' --method gutmann --passes 2
-says err 'wiped 1 file, 2 bytes written, 0 failed'
+says err 'wiped 1 file, 70 bytes written, 0 failed' # two times 35 passes over one byte
 [ "$(cd "$tree" && find . | sort | tr '\n' ' ')" = './inner ./inner/b.log ./inner/deep ./keep.tmp ' ] ||
     [ "$(cd "$tree" && find . | sort | tr '\n' ' ')" = '. ./inner ./inner/b.log ./inner/deep ./keep.tmp ' ] ||
     fail "filters: $(find "$tree")"
 run 0 wipe tree "$folder" --yes && says err 'wiped 2 files'
 [ -e "$tree" ] && fail 'the tree is still there'
+
+# Files with other names are named and stay, with their folders, unless they are to go.
+mkdir -p "$tree/inner"
+printf 1234 | tee "$tree/inner/one" >"$tree/only"
+ln "$tree/inner/one" "$work/other"
+run 1 wipe file "$folder\\inner\\one" --yes && says err 'has 2 names'
+run 1 wipe tree "$folder" --yes && says err 'has other names and stays (see --hard-links): ' && says err 'wiped 1 file, 4 bytes written, 0 failed, 0 wait for the restart, 1 left alone'
+[ "$(cat "$work/other" "$tree/inner/one")" = 12341234 ] && [ ! -e "$tree/only" ] || fail 'a file with two names was wiped'
+run 0 wipe tree "$folder" --yes --hard-links && says err 'wiped 1 file' && says err 'under which it will be empty'
+[ -e "$tree" ] || [ -s "$work/other" ] && fail '--hard-links left something'
+
+# Whoever is asked has to give the whole answer.
+wrong=$(python3 "$here/host/prompt.py" "$work/asked" "$runner" "$host") && [ -z "$wrong" ] || fail "the question: $wrong"
+
+# A wipe that is cut short says what it did: deleted, and how much of it was not overwritten.
+truncate -s 64M "$work/large"
+"$runner" "$control" 0 "$(windows_path "$work/large")" "$host" wipe file "$(windows_path "$work/large")" --yes --method gutmann >"$work/out" 2>"$work/err"
+[ $? -eq 130 ] || fail 'a cancelled wipe does not end with 130'
+grep -qE 'large: deleted, .* of 64.0 MiB overwritten: wipe the free space of Z: ' "$work/err" || fail "cancelled: $(cat "$work/err")"
+says err 'wiped so far: 0 files' && says err '1 deleted but not overwritten in full'
+# What is said to wait for the restart stands on the list; here another program has the file open.
+list=$prefix/drive_c/windows/ForceDelete.txt
+rm -rf "$list"
+printf x >"$work/held"
+held=$(windows_path "$work/held")
+held_wipe() { "$runner" "$control" -1 "$held" "$host" wipe file "$held" --yes 2>"$work/err" && fail 'an open file was wiped'; }
+held_wipe && says err '1 waits for the restart'
+run 0 boot list && says out "file: $held"
+rm "$list" && mkdir "$list"
+held_wipe && says err 'does not wait for the restart' && says err '0 wait for the restart'
+rmdir "$list"
+printf 'broken' >"$list" && run 1 boot list && says err 'name no file'
+rm "$list"
+
 
 # The boot-time list and the log.
 run 2 boot
@@ -124,10 +218,17 @@ run 2 boot add
 run 1 boot add 'x' && says err '(2)' # this prefix has no such value
 run 0 boot list
 run 2 log 'Disk Cleaner'
+run 2 log x "$(printf 'x%.0s' {1..993})" && says err 'too long'
+run 2 log x $'two\nlines'
 log=$(dirname "$host")/logs/$(id -un)/ZDC.log
 rm -f "$log"
 run 0 log 'disk cleaner' 'removed 12 files'
 tr -d '\0' <"$log" | grep -q 'disk cleaner:  removed 12 files' || fail 'the log lacks the line'
+
+mv "$(dirname "$log")" "$work/logs" && : >"$(dirname "$log")"
+run 1 log module text
+grep -q '(0)' "$work/err" && fail "a log that cannot be had: $(cat "$work/err")"
+rm "$(dirname "$log")" && mv "$work/logs" "$(dirname "$log")"
 
 # Ctrl+C ends it cleanly and says what was found so far.
 mkfifo "$work/pipe"

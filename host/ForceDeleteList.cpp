@@ -1,0 +1,72 @@
+#include "ForceDeleteList.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "OwnedHandle.h"
+
+namespace {
+/// The list as it stands; a piece of a character at its end is left out, and shows as a wrong line.
+long readText(std::wstring& text)
+{
+    wchar_t folder[MAX_PATH];
+    const UINT length = GetWindowsDirectoryW(folder, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH)
+        return static_cast<long>(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
+    const std::wstring path = std::wstring(folder, length) + L"\\ForceDelete.txt";
+    OwnedHandle file;
+    for (int attempt = 0;; ++attempt) { // whoever adds to it has it for itself as long as that takes
+        file.reset(::CreateFileW(path.c_str(), GENERIC_READ,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                 OPEN_EXISTING, 0, nullptr));
+        if (file.get() != INVALID_HANDLE_VALUE)
+            break;
+        const DWORD code = GetLastError();
+        if (code != ERROR_SHARING_VIOLATION || attempt == 100)
+            return static_cast<long>(code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code);
+        Sleep(10);
+    }
+    std::string bytes;
+    char piece[16384];
+    DWORD got = 0;
+    do {
+        if (!ReadFile(file.get(), piece, sizeof piece, &got, nullptr))
+            return static_cast<long>(GetLastError());
+        bytes.append(piece, got);
+    } while (got != 0);
+    text.resize(bytes.size() / sizeof(wchar_t));
+    std::copy_n(bytes.data(), text.size() * sizeof(wchar_t), reinterpret_cast<char*>(text.data()));
+    return ERROR_SUCCESS;
+}
+
+/// The file of one line, or nothing for a line that names none.
+std::wstring_view fileOf(std::wstring_view line)
+{
+    constexpr std::wstring_view kPrefix = L"*FileShred*\t*\\??\\";
+    const std::size_t end = line.find(L"*\t*", kPrefix.size());
+    if (line.substr(0, kPrefix.size()) != kPrefix || end == std::wstring_view::npos)
+        return {};
+    return line.substr(kPrefix.size(), end - kPrefix.size());
+}
+} // namespace
+
+ForceDeleteList readForceDeleteList()
+{
+    ForceDeleteList list;
+    std::wstring text;
+    list.code = readText(text);
+    std::wstring_view rest = text;
+    constexpr std::wstring_view kHeader(L"\0\0\r\n", 4);
+    if (rest.substr(0, kHeader.size()) == kHeader)
+        rest.remove_prefix(kHeader.size());
+    while (!rest.empty()) {
+        const std::size_t end = std::min(rest.find(L"\r\n"), rest.size());
+        const std::wstring_view file = fileOf(rest.substr(0, end));
+        if (!file.empty())
+            list.files.emplace_back(file);
+        else
+            ++list.wrongLines;
+        rest.remove_prefix(std::min(end + 2, rest.size()));
+    }
+    return list;
+}

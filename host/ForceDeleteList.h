@@ -1,0 +1,17 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+/// What waits for the restart: the files that "ForceDelete.txt" in the Windows folder names.
+struct ForceDeleteList
+{
+    long code = ERROR_SUCCESS;       // of a list that cannot be read; one that is not there names no files
+    std::vector<std::wstring> files; // as the boot-time program takes them: absolute, without a prefix
+    std::size_t wrongLines = 0;      // that name no file
+};
+
+/// Reads the list. It is open only for a moment: as long as it is, nobody can add to it.
+ForceDeleteList readForceDeleteList();

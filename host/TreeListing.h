@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "win32/scanengine/include/IScanValidator.h"
+#include "win32/wiper/include/IWiper.h"
+
+#include "WipeTarget.h"
+
+/// Something that cannot be had, and why.
+struct Failure
+{
+    std::wstring path;
+    long code;
+};
+
+/// What a tree holds, in the order of the scan: a folder comes before its content.
+struct TreeListing
+{
+    DirectoryStack entries;
+    unsigned long long files = 0;
+    unsigned long long bytes = 0;
+    std::vector<std::wstring> linked; // files that have other names, too
+    std::vector<Failure> failures;    // what could not be listed, or of which the names could not be counted
+};
+
+/// How many names a file has; a link counts as one. Sets `code` and returns 0 when that cannot be told.
+DWORD countNames(const std::wstring& literal, long& code);
+
+/// The full path of an entry.
+std::wstring pathOf(const DirectoryStackEntry& entry);
+
+/// Lists a tree: the files that the validator lets through, and the folders on the way, all of which are to
+/// stay when `filesOnly`. Files with other names are to stay unless `withLinked`. Returns the scan's code.
+long listTree(const std::wstring& root, const SharedPtr<IScanValidator>& validator, bool filesOnly,
+              bool withLinked, TreeListing& listing);

@@ -1,0 +1,59 @@
+"""Answers the host's question at a terminal: prompt.py FILE RUNNER HOST. Prints what does not go as it should."""
+import os
+import pty
+import select
+import sys
+import time
+import tty
+
+CASES = [  # typed, exit code, whether the file is still there
+    (b'no\r', 1, True),
+    (b'yes no\r', 1, True),
+    (b'yess\r', 1, True),
+    (b' yes\r', 1, True),
+    (b'\r', 1, True),
+    (b'y' * 300 + b'\r', 1, True),
+    (b'\x1a\r', 1, True),   # the end of the input
+    (b'\x03', 130, True),   # Ctrl+C
+    (b'ye\x03', 130, True),
+    (b'yes\r', 0, False),
+]
+
+
+def answer(command, typed):
+    """Starts the command at a terminal of its own; returns its exit code and what it wrote there."""
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execvp(command[0], command)
+    tty.setraw(terminal)  # as it is under a console window: keys come one by one
+    seen = b''
+    sent = False
+    end = time.monotonic() + 20
+    while time.monotonic() < end:
+        if not select.select([terminal], [], [], 1)[0]:
+            continue
+        try:
+            piece = os.read(terminal, 4096)
+        except OSError:
+            break
+        seen += piece
+        if not sent and b'Type yes' in seen:
+            os.write(terminal, typed)
+            sent = True
+    else:
+        os.kill(child, 9)
+    return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), seen
+
+
+def main():
+    path, *command = sys.argv[1:]
+    target = 'Z:' + path.replace('/', '\\')
+    for typed, expected, stays in CASES:
+        with open(path, 'w', encoding='utf-8') as file:
+            file.write('x')
+        code, seen = answer(command + ['wipe', 'file', target], typed)
+        if code != expected or os.path.exists(path) != stays:
+            print(f'{typed!r}: exit code {code}, {"still there" if os.path.exists(path) else "gone"}: {seen!r}')
+
+
+main()
