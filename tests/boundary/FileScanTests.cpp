@@ -214,6 +214,40 @@ TEST(FileScan, NotificationsCarryTheRegistration)
     CloseFileScanEngine(engine);
 }
 
+// A root path keeps the handlers of its own beside those that it receives, each called once in each scan; and
+// a validator there must be.
+TEST(FileScan, RootsReceiveTheEnginesHandlers)
+{
+    Collector engines;
+    Collector own;
+    const TestEngine engine(engines, L"receiving");
+    const std::wstring dots = testFolder() + L"\\tree\\dots";
+    ASSERT_EQ(FSEngineAddPath(engine.handle, dots.c_str(), 0), 0);
+    void* handle = OpenScanItem(L"receiving", dots.c_str());
+    SharedPtr<ScanItem> item;
+    ASSERT_EQ(GetScanItemByHandle(handle, item), 0);
+    auto& path = dynamic_cast<IScanPath&>(*item);
+    path.getNotifyProvider().registerHandler(own, kLeafFound, 0, 0);
+    for (long scan = 1; scan <= 3; ++scan) {
+        EXPECT_EQ(engine.rescan(), ERROR_SUCCESS);
+        EXPECT_EQ(engines.calls, 3 * scan);
+        EXPECT_EQ(own.calls, 3 * scan);
+    }
+    const SharedPtr<IScanValidator> none(DllGetScanValidator(L"C:\\keep\\*.tmp:001", L""));
+    EXPECT_FALSE(none) << "a drive path is no entry";
+    EXPECT_EQ(FSEngineScan(engine.handle, nullptr, none, {}), ERROR_INVALID_ADDRESS);
+    EXPECT_EQ(codeOf([&] { path.scan(nullptr, none, {}); }),
+              static_cast<unsigned long>(ERROR_INVALID_ADDRESS));
+    void* registry = CreateRegistryScanEngine(L"receiving");
+    RSEngineAddPath(registry, HKEY_CURRENT_USER, L"Software");
+    EXPECT_EQ(RSEngineScan(registry, nullptr, none, {}), ERROR_INVALID_ADDRESS);
+    EXPECT_EQ(engines.calls + own.calls, 18) << "nothing was listed";
+    CloseRegistryScanEngine(registry);
+    ASSERT_EQ(FSEngineClearHandlers(engine.handle), 0);
+    EXPECT_EQ(engine.rescan(), ERROR_NOT_FOUND);
+    CloseScanItem(handle);
+}
+
 TEST(FileScan, WhatAHandlerRaisesEndsTheScanWithItsCode)
 {
     Collector collector;
@@ -226,6 +260,8 @@ TEST(FileScan, WhatAHandlerRaisesEndsTheScanWithItsCode)
     } rows[] = {
         {[] { throw Exception(PLACE("tests", "raise", 1), ERROR_DISK_FULL); }, ERROR_DISK_FULL},
         {[] { throw 4711L; }, 4711},
+        {[] { throw 0L; }, 574},
+        {[] { throw Exception(PLACE("tests", "raise", 1), 0UL); }, 574},
         {[] { throw std::bad_alloc(); }, ERROR_NOT_ENOUGH_MEMORY},
         {[] { throw std::runtime_error("any"); }, 574},
     };

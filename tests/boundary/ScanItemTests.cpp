@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 
 #include "support/ImportReplacement.h"
@@ -193,6 +194,36 @@ TEST(ScanItems, StreamsHoldWhatTheCodeSays)
     EXPECT_STREQ(directory->getPath(), L"C:\\x");
 }
 
+// An item under a name is opened only by its own kind, and its own text may be given to it again.
+TEST(ScanItems, OpenAndSetAsWhatTheyAre)
+{
+    const std::wstring path = L"C:\\windows\\" + std::wstring(100, L'x');
+    const std::function<void*(const wchar_t*)> makers[] = {
+        [&](const wchar_t* name) { return CreateFileW(name, path.c_str(), 0); },
+        [&](const wchar_t* name) { return CreateFilePath(name, path.c_str(), 0, 0); },
+        [&](const wchar_t* name) { return CreateFilePath(name, path.c_str(), 0, 1); },
+    };
+    for (const auto& first : makers)
+        for (const auto& second : makers) {
+            void* filed = first(L"kinds");
+            void* other = second(L"kinds");
+            EXPECT_EQ(other, &first == &second ? filed : INVALID_HANDLE_VALUE);
+            EXPECT_TRUE(&first == &second || GetLastError() == ERROR_ALREADY_EXISTS);
+            CloseScanItem(filed);
+            CloseScanItem(other);
+        }
+    SharedPtr<ScanItem> item;
+    void* handle = CreateFileW(L"own text", path.c_str(), 0);
+    ASSERT_EQ(GetScanItemByHandle(handle, item), 0);
+    for (const wchar_t* text : {path.c_str(), L"C:\\x"})
+        for (const int expand : {0, 1}) {
+            item->setPath(text, 0);
+            item->setPath(item->getPath(), expand);
+            EXPECT_STREQ(item->getPath(), text);
+        }
+    CloseScanItem(handle);
+}
+
 TEST(ScanItems, FolderMacros)
 {
     const std::wstring windows = L"C:\\windows";
@@ -234,6 +265,37 @@ TEST(ScanItems, FolderMacros)
     DWORD length = 64;
     GetUserNameW(user, &length);
     EXPECT_STREQ(DirectoryPtr(DllGetDirectory(L"%username%", 1))->getPath(), user);
+
+    // A root keeps its backslash, and what follows does not double it.
+    wchar_t before[MAX_PATH] = L"";
+    GetEnvironmentVariableW(L"TMP", before, MAX_PATH);
+    const struct
+    {
+        const wchar_t* temporary;
+        const wchar_t* path;
+        const wchar_t* expanded;
+    } roots[] = {
+        {L"C:\\", L"%temp%", L"C:\\"},
+        {L"C:\\", L"%temp%\\x", L"C:\\x"},
+        {L"C:\\", L"%temp%/x", L"C:\\x"},
+        {L"C:\\", L"%temp%x", L"C:\\x"},
+        {L"C:\\windows\\", L"%temp%", L"C:\\windows"},
+        {L"C:\\windows\\", L"%temp%x", L"C:\\windowsx"},
+    };
+    for (const auto& row : roots) {
+        SetEnvironmentVariableW(L"TMP", row.temporary);
+        EXPECT_STREQ(DirectoryPtr(DllGetDirectory(row.path, 1))->getPath(), row.expanded);
+    }
+    SetEnvironmentVariableW(L"TMP", before);
+    for (const std::wstring folder : {L"C:\\", L"\\\\server\\share\\", L"\\\\?\\Volume{1}\\"}) {
+        CountedImport<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names(sysmaintModule());
+        names.setHook([&](auto, HMODULE, LPWSTR name, DWORD) {
+            wcscpy(name, (folder + L"program.exe").c_str());
+            return static_cast<DWORD>(folder.size() + 11);
+        });
+        EXPECT_EQ(DirectoryPtr(DllGetDirectory(L"%current%", 1))->getPath(), folder);
+        EXPECT_EQ(DirectoryPtr(DllGetDirectory(L"%current%\\x", 1))->getPath(), folder + L"x");
+    }
 
     // The expander itself: what it asks for is what it needs, and a buffer that is too small stays as it is.
     IPathValidatorW& expander = *DllGetPathValidatorW();

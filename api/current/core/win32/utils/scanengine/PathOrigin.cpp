@@ -42,8 +42,12 @@ void PathOrigin::hold(HeldFolders& held, std::wstring_view folder) const
 
 void PathOrigin::holdParents(HeldFolders& held, std::wstring_view path) const
 {
-    if (isFound(path))
-        hold(held, path.substr(0, std::max(m_root->length, path.find_last_of(L'\\'))));
+    if (!isFound(path))
+        return;
+    // What a walk adds to the root's text has backslashes, the root's text has what the caller gave.
+    const std::size_t separator = path.find_last_of(L'\\');
+    const bool below = separator != std::wstring_view::npos && separator > m_root->length;
+    hold(held, path.substr(0, below ? separator : m_root->length));
 }
 
 ItemLook ItemLook::at(const wchar_t* target)

@@ -31,7 +31,8 @@ SYSMAINT_API IDirectory* DllGetDirectory(const wchar_t* path, int expand);
 SYSMAINT_API IDirectory* DllGetDirectory(unsigned long loadCode, IInputByteStream& stream);
 
 // ---- Items with a handle. An item is filed under `name`, a backslash and its identifier text, which is its
-// path; to create one that is filed already opens it. Codes for the names and paths: 87 when null.
+// path; to create one that is filed already opens it, or fails with 183 when that is of another kind or
+// level, or its path meant another place when it was given. Codes for the names and paths: 87 when null.
 
 /// Files an item of the caller's. Codes: 87 null name, 487 a pointer without an item.
 SYSMAINT_API void* CreateScanItem(const wchar_t* name, SharedPtr<ScanItem>& item);
@@ -59,7 +60,8 @@ SYSMAINT_API IScanValidator* DllGetScanValidator();
 /// by
 /// ",", empty ones passed over. An entry is a wildcard for the names of leaves, or a pattern followed by ":"
 /// and three digits for mode, target and kind: "*.tmp,*.log:011,Temp:110". Codes: 87 for anything but three
-/// digits after the first ":" of an entry.
+/// digits after the first ":" of an entry. So a path with a drive cannot be an entry: its colon is the first
+/// (use addFilter and addIgnore of IScanValidator). Blanks around a "," belong to the patterns.
 SYSMAINT_API IScanValidator* DllGetScanValidator(const wchar_t* filters, const wchar_t* ignores);
 
 // ---- File scan engine.
@@ -72,7 +74,8 @@ SYSMAINT_API void* OpenFileScanEngine(const wchar_t* name);
 /// its path, so OpenScanItem reaches it and its results. The same path may be added again and is then scanned
 /// again. Codes: 87 null or empty path, the expander's, 183 when another kind of item is filed there.
 SYSMAINT_API long FSEngineAddPath(void* engine, const wchar_t* path, int expand);
-/// Registers a handler under the key `first`: 1 for folders, 0 for files. `second` and `value` are handed
+/// Registers a handler under the key `first`: 1 for folders, 0 for files, 2 for folders that
+/// cannot be listed (kListingFailed). `second` and `value` are handed
 /// back with each notification. The handler must outlive its registration.
 SYSMAINT_API long FSEngineRegisterHandler(void* engine, INotifyHandler& handler, unsigned long first,
                                           unsigned long second, unsigned long long value);
@@ -81,12 +84,13 @@ SYSMAINT_API long FSEngineRegisterHandler(void* engine, INotifyHandler& handler,
 SYSMAINT_API long FSEngineRegisterHandlers(void* engine, INotifyProvider& provider, unsigned long first,
                                            unsigned long second);
 /// Walks every root on the calling thread, in the order added, and reports what the validator accepts to the
-/// handlers; IScanPath::scan says how. An empty validator accepts everything, a null event never cancels.
+/// handlers; IScanPath::scan says how. A root's own handlers are called, too. For everything pass
+/// DllGetScanValidator(); a null event never cancels.
 ///
-/// Returns 0; 1223 when `cancelEvent` ended it; 1168 when an item was found for whose key no handler is
-/// registered; 6 when a root was dropped meanwhile; the system's code
-/// for a root that cannot be opened, at once, or for the first sub-folder that cannot or the first listing
-/// that broke off, when all roots are walked; or the code of what a handler raised.
+/// Returns 0; 487 for a pointer without a validator; 1223 when `cancelEvent` ended it; 1168 when an item was
+/// found for whose key no handler is registered; 6 when a root was dropped meanwhile; the system's code for a
+/// root that cannot be opened, at once, or for the first sub-folder that cannot or the first listing that
+/// broke off, when all roots are walked; or the code of what a handler raised (574 when that has none, or 0).
 SYSMAINT_API long FSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
                                ScanOptions options);
 /// Drops all registrations of the engine and of its paths; a scan that goes on finds no handler (1168).
