@@ -129,7 +129,7 @@ TEST(RegistrySafety, NamesThatTheRegistryDoesNotTake)
     const std::wstring longest = kRoot + L"\\" + std::wstring(255, L'k');
     EXPECT_NE(keyOf(longest + L"\\below")->exists(), 0);
     for (const std::wstring& path :
-         {longest + L"k", longest + L"k\\below", longest + L"\\" + std::wstring(300, L'k'),
+         {longest + L"k", longest + L"k\\below", std::wstring(longest).append(L"\\").append(300, L'k'),
           std::wstring(40000, L'k'), kRoot + L"\\" + std::wstring(70000, L'k')}) {
         const KeyPtr key = keyOf(path);
         const ValuePtr value = valueOf(path, L"v");
