@@ -39,8 +39,9 @@ void checkEntries(const Arguments& arguments, const wchar_t* option)
         if (entry.empty())
             continue;
         ++number;
-        const std::wstring name =
-            std::wstring(option) + L": entry " + std::to_wstring(number) + L", \"" + printable(entry) + L"\"";
+        std::wstring name = option;
+        name.append(L": entry ").append(std::to_wstring(number)).append(L", \"");
+        name.append(printable(entry)).append(L"\"");
         const std::wstring fault = faultOf(entry);
         if (!fault.empty())
             throw UsageError{name + L": " + fault};
