@@ -25,6 +25,12 @@ std::wstring faultOf(const std::wstring& entry)
     return colon == 0 ? L"there is no pattern before its ':'" : L"";
 }
 
+/// "--filter: entry 2, "*.tmp""
+std::wstring nameOf(const wchar_t* option, std::size_t number, const std::wstring& entry)
+{
+    return std::wstring(option) + L": entry " + std::to_wstring(number) + L", \"" + printable(entry) + L"\"";
+}
+
 /// Checks every entry of one option's text.
 void checkEntries(const Arguments& arguments, const wchar_t* option)
 {
@@ -39,9 +45,7 @@ void checkEntries(const Arguments& arguments, const wchar_t* option)
         if (entry.empty())
             continue;
         ++number;
-        std::wstring name = option;
-        name.append(L": entry ").append(std::to_wstring(number)).append(L", \"");
-        name.append(printable(entry)).append(L"\"");
+        const std::wstring name = nameOf(option, number, entry);
         const std::wstring fault = faultOf(entry);
         if (!fault.empty())
             throw UsageError{name + L": " + fault};
