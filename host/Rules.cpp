@@ -48,7 +48,7 @@ void checkEntries(const Arguments& arguments, const wchar_t* option)
         const std::wstring name = nameOf(option, number, entry);
         const std::wstring fault = faultOf(entry);
         if (!fault.empty())
-            throw UsageError{name + L": " + fault};
+            throw UsageError{std::wstring(name).append(L": ").append(fault)};
         const std::wstring pattern = entry.substr(0, entry.find(L':'));
         if (std::iswspace(pattern.front()) != 0 || std::iswspace(pattern.back()) != 0)
             messages().writeLine(L"warning: " + name + L": the blanks around it are part of the pattern");

@@ -204,7 +204,16 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         CloseLogger(logger);
         DeleteFileW((folder + L"ZFM.log").c_str());
     }
+    // Somebody's file under a second name: the name alone goes.
+    const std::wstring kept = folder + L"kept";
+    writeBytes(kept, Bytes(10485760, 'o'));
+    DeleteFileW((folder + L"ZRC.log").c_str());
+    ASSERT_TRUE(CreateHardLinkW((folder + L"ZRC.log").c_str(), kept.c_str(), nullptr));
     logger = CreateLogger(L"tests");
+    EXPECT_TRUE(readBytes(folder + L"ZRC.log").empty());
+    const Bytes now = readBytes(kept);
+    EXPECT_EQ(std::count(now.begin(), now.end(), 'o'), 10485760);
+    DeleteFileW(kept.c_str());
 }
 
 TEST_F(LoggerTest, ReportsWhatItsConstructionFailsBy)

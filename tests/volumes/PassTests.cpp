@@ -36,6 +36,19 @@ TEST(Volumes, StopAfterEachPass)
     }
 }
 
+TEST(Volumes, TheFileTableIsFilled)
+{
+    for (const wchar_t* variable : {L"SYSMAINT_NTFS_DRIVE", L"SYSMAINT_FAT_DRIVE"}) {
+        const std::wstring root = drive(variable) + L"\\";
+        WipeProgress progress;
+        EXPECT_EQ(WipeFileTable(
+                      root.c_str(), [](WipeProgress*) {}, &progress, nullptr),
+                  0);
+        EXPECT_FALSE(isThere(root + L"FileTable.qmx"));
+        EXPECT_TRUE(progress.done != 0 && progress.done == progress.total);
+    }
+}
+
 TEST(Volumes, InUseOrNotThereAreRefused)
 {
     const std::unique_ptr<IWiper> wiper(DllGetWiper());

@@ -30,7 +30,12 @@ enum WipeMethod : std::uint32_t
 /// The caller's record of how far a call has come.
 struct WipeProgress
 {
-    std::uint64_t done = 0;  ///< bytes written so far, each counted once per pass; the wiper adds to it
+    /// Bytes overwritten so far; the wiper adds to it, chunk by chunk. Each byte counts once for each of the
+    /// caller's `passes`, and the 35 passes of kWipeGutmann are one of these: whoever shows what the medium
+    /// has to take multiplies by 35. A chunk is counted when all of it is overwritten and flushed. So after a
+    /// cancel or a failure this is what is surely overwritten, in order from the file's beginning; the chunk
+    /// that was in hand is not counted, whatever part of it was written.
+    std::uint64_t done = 0;
     std::uint64_t total = 0; ///< bytes expected in all; the caller fills it in, the wiper corrects it
 };
 
@@ -54,10 +59,11 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// again. Data is written in chunks of 1 MiB, each flushed to the medium before the next.
 ///
 /// What is destroyed is the data, and that means for
-/// - a link (symbolic link, junction): the link is removed, what it leads to is not touched. That is looked
-///   at before the file is opened: who may write in its folder can put a link there in between;
-/// - a file with several names (hard links): all of them share the data, so it is overwritten and cut to
-///   nothing under each; only the name given is removed;
+/// - a link (symbolic link, junction): the link is removed, what it leads to is not touched. What may be a
+///   link and cannot be told is left;
+/// - a file with several names (hard links): ALL ITS NAMES SHARE THE DATA, so it is overwritten and cut to
+///   nothing under each of them, wherever they are; only the name given is removed. Whoever does not want
+///   that asks first (nNumberOfLinks of GetFileInformationByHandle);
 /// - a file with alternate data streams: these are overwritten first, and their sizes added to the progress;
 ///   so are those of a folder;
 /// - a file that is open elsewhere: nothing but its other streams can be overwritten (32), it goes on the
@@ -65,10 +71,33 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// - a compressed, sparse or encrypted file, and any file on a medium that spreads its writes: it is
 ///   overwritten through the file system, which may put the new bytes elsewhere; wipe the free space
 ///   afterwards;
+/// - a file whose wipe is cancelled or fails once it is open: it is deleted, whatever part was overwritten
+///   (WipeProgress tells how much); wipe the free space to reach the rest;
 /// - a path of any length, and names that end in a dot or a blank: as everywhere in the library.
 ///
+/// What paths mean is settled when `Wipe` is called: relative ones, those of a stack too, go by the folder
+/// that is current then. Each file and folder is looked at, opened as itself, right before it is opened to be
+/// overwritten, and what was opened is compared with what was looked at (volume and file number): when it is
+/// another file, nothing is overwritten and it stays (1006). The folders between a stack's root and an entry
+/// are held open while the entry is handled, so nobody can rename them or put links in their places; one that
+/// is a link by then ends the call with 681. What remains:
+/// - systems before Windows 10 cannot take back that an opened file is to be deleted. Another file that is
+///   opened so keeps its data under a second name "name.kept", which then gets the first one back; it is gone
+///   where the file system knows no second names;
+/// - where files have no numbers (some network systems) they all look the same;
+/// - a single file's folders, and those above a stack's root, are not held: the comparison alone guards it;
+/// - a link or a folder is removed by its name right after it was looked at, and the filler of the free space
+///   right after it was opened: an empty folder, or another file, that takes the name in between goes
+///   instead;
+/// - a file or folder that was exchanged for another real one before it was looked at is what its path names.
+///
 /// The boot-time list is "ForceDelete.txt" in the Windows folder: a program that runs when the machine starts
-/// overwrites and deletes the files on it.
+/// overwrites and deletes the files on it. Any number of threads and processes append to it, each line whole.
+/// Only what that program can find again goes there: files by their plain path below the root of a drive or
+/// volume of this machine. Left off are links and folders, roots and devices, streams, paths with wildcards
+/// or characters below 0x20, network paths, mapped drives and drives that stand for a folder (all three mean
+/// something in this session alone), what is there but cannot be looked at, and the list itself. So is a path
+/// that was found changed (681, 1006).
 struct IWiper
 {
     virtual ~IWiper() = default;
@@ -88,9 +117,15 @@ struct IWiper
     /// kWipeFreeSpace: fills the volume of `path`, a folder with its closing backslash such as "D:\", with a
     /// hidden file "FreeSpaceFile.qmx" until nothing is free, and deletes that again, `passes` times. The
     /// file goes in every case: also when the call is cancelled or fails; where it cannot be removed, it is
-    /// put on the boot-time list. When the volume is full before all its free bytes are taken, the rest is
-    /// filled in ever smaller pieces before the call fails with 112. So does a file system whose files cannot
-    /// be as large as its free space (FAT32: 4 GiB).
+    /// put on the boot-time list. One that is there already is taken for what an earlier run left when it is
+    /// hidden: it is filled on and removed. Any other is left alone (183): whoever knows that it is no use to
+    /// anybody, say on a file system that cannot hide files, deletes it first. When the volume is full before
+    /// all its free bytes are taken, the rest is filled in ever smaller pieces before the call fails with
+    /// 112. So does a file system whose files cannot be as large as its free space (FAT32: 4 GiB). By nature
+    /// it does not reach what is not free space: the names of deleted files in the file table and in the
+    /// folders where they stood, the contents of files so small that they were kept in the table (NTFS: some
+    /// 700 bytes; WipeFileTable reaches what is in the table), the journals of the file system, the ends of
+    /// other files' last clusters, shadow copies, and what the medium keeps aside.
     ///
     /// kWipePartition: overwrites the volume whose letter and colon `path` begins with, `passes` times, from
     /// its first byte to the last that the file system counts. Nothing may be open on it.
@@ -98,7 +133,8 @@ struct IWiper
     /// @param callback     called after every chunk if `progress` is given too; may be null
     /// @param progress     counts the bytes; not used without a callback; may be null
     /// @param kind         WipeKind
-    /// @param path         the file, or the volume, as `kind` needs it; for a stack the folder that it is of
+    /// @param path         the file, or the volume, as `kind` needs it; for a stack the folder that it is of:
+    ///                     entries below it are guarded against links on the way, others stand alone
     /// @param stack        the entries to destroy, for kWipeDirectoryStack alone; otherwise may be null
     /// @param validator    lets single files and volumes through or not; null lets everything through
     /// @param method       WipeMethod
@@ -106,16 +142,21 @@ struct IWiper
     /// @param cancelEvent  signalled means stop: polled before a file is opened, before every chunk, before
     ///                     every pass of kWipeGutmann and after every repetition; null never cancels
     /// @return 0; 1223 (cancelled: a file that was open is deleted then, whatever part was overwritten; one
-    ///         whose streams were being overwritten is left); 87 (null path, null stack for a tree, or an
-    ///         unknown method; nothing is touched); 8; 1627 (no NtClose in ntdll.dll); 0x80070057 (a volume
-    ///         path of less than three characters); 183 (the filler's name is a second name of a file); 29
+    ///         whose streams were being overwritten is left); 87 (null path, empty path for the free space,
+    ///         null stack for a tree, or an unknown method; nothing is touched); 8; 1627 (no NtClose in
+    ///         ntdll.dll); 0x80070057 (a volume path of less than three characters, or without letter and
+    ///         colon); 681 (a folder on the way to an entry, or the filler's name, is a link now); 1006 (what
+    ///         was opened is another file than what was looked at; it stays); 5 (a folder where a file was to
+    ///         be); 267 (a file where a folder was to be); 183 (the filler's name is that of a file that is
+    ///         not hidden, or a second name of a file); 29
     ///         (the system wrote nothing and gave no reason); what the callback raises, 574 if it is nothing
     ///         with a code; otherwise the system's code of the call that failed
     virtual long Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t kind, const wchar_t* path,
                       DirectoryStack* stack, const IScanValidator* validator, std::uint32_t method,
                       std::uint32_t passes, HANDLE cancelEvent) = 0;
     /// 1 once something was to go on the boot-time list, also if that could not be written, or a volume could
-    /// not be wiped, until it is set back.
+    /// not be wiped, until it is set back. Whether the line stands is told by ForceDeleteIsScheduled
+    /// (core/win32/utils/wiper/api.h). What is left off the list does not change it.
     [[nodiscard]] virtual std::uint32_t getNeedsReboot() const = 0;
     virtual void setNeedsReboot(std::uint32_t value) = 0;
 };

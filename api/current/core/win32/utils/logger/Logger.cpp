@@ -69,6 +69,24 @@ Win32Handle openLog(const std::wstring& path)
         throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
     return file;
 }
+
+/// Destroys a log that has grown too large.
+void discard(Win32Handle& file, const std::wstring& path)
+{
+    BY_HANDLE_FILE_INFORMATION information{};
+    const bool isKnown = GetFileInformationByHandle(file.get(), &information) != FALSE;
+    file.reset();
+    if (!isKnown)
+        throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+    // Under a second name it is somebody's file too: this name alone goes.
+    if (information.nNumberOfLinks > 1) {
+        DeleteFileW(Win32Path(path.c_str()));
+        return;
+    }
+    // A failure, say because somebody reads the file, has put it on the boot-time list.
+    Wiper wiper;
+    wiper.Wipe(nullptr, nullptr, kWipeFile, path.c_str(), nullptr, nullptr, kWipeZeros, 1, nullptr);
+}
 } // namespace
 
 void LogEntry::format(const SYSTEMTIME& time, const wchar_t* module, const wchar_t* message) noexcept
@@ -177,10 +195,7 @@ void Logger::openFiles()
             throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
         if (size.QuadPart < kLargestLog)
             continue;
-        m_files[i].reset();
-        // A failure, say because somebody reads the file, has put it on the boot-time list.
-        Wiper wiper;
-        wiper.Wipe(nullptr, nullptr, kWipeFile, paths[i].c_str(), nullptr, nullptr, kWipeZeros, 1, nullptr);
+        discard(m_files[i], paths[i]);
         m_files[i] = openLog(paths[i]);
     }
     for (const Win32Handle& file : m_files)

@@ -123,7 +123,8 @@ public:
         // Elsewhere a table that grows is told by the room that it takes; where small files have clusters of
         // their own there is no table to fill, and the first batch tells that the same way.
         const std::uint64_t before = std::exchange(m_free, readFree());
-        return before > m_free && before - m_free >= kGrowth;
+        // One that does not even show the entries of the folder tells nothing.
+        return before == m_free || (before > m_free && before - m_free >= kGrowth);
     }
 
 private:

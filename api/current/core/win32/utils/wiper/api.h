@@ -16,8 +16,8 @@ SYSMAINT_API IWiper* DllGetWiper();
 ///
 /// It reaches the records of the table (NTFS). It does not reach the names that stand in the index of a
 /// folder that is still there, those in the file system's journals, nor, on a file system without a table
-/// (FAT), the names in the folders; there the call ends after some hundred files. What lay in the clusters
-/// of deleted folders is free space.
+/// (FAT), the names in the folders; there, and where the free space is not told, the call ends after some
+/// hundred files. What lay in the clusters of deleted folders is free space.
 ///
 /// @param volume      the volume, as a folder with its closing backslash such as "D:\"
 /// @param callback    called after every 256 files if `progress` is given too; may be null
