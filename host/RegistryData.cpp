@@ -69,7 +69,7 @@ std::wstring hexOf(const std::vector<unsigned char>& bytes)
 }
 
 /// Adds the bytes where the text does not give them back: it is not `again`, or there is half a character.
-std::wstring withHex(std::wstring json, const RegistryData& data, const std::wstring& again)
+std::wstring withHex(const std::wstring& json, const RegistryData& data, const std::wstring& again)
 {
     const bool whole = data.bytes.size() == again.size() * sizeof(wchar_t) &&
                        std::memcmp(data.bytes.data(), again.data(), data.bytes.size()) == 0;

@@ -25,6 +25,12 @@ std::wstring faultOf(const std::wstring& entry)
     return colon == 0 ? L"there is no pattern before its ':'" : L"";
 }
 
+/// "--filter: entry 2, "*.tmp""
+std::wstring nameOf(const wchar_t* option, std::size_t number, const std::wstring& entry)
+{
+    return std::wstring(option) + L": entry " + std::to_wstring(number) + L", \"" + printable(entry) + L"\"";
+}
+
 /// Checks every entry of one option's text.
 void checkEntries(const Arguments& arguments, const wchar_t* option)
 {
@@ -39,11 +45,10 @@ void checkEntries(const Arguments& arguments, const wchar_t* option)
         if (entry.empty())
             continue;
         ++number;
-        const std::wstring name =
-            std::wstring(option) + L": entry " + std::to_wstring(number) + L", \"" + printable(entry) + L"\"";
+        const std::wstring name = nameOf(option, number, entry);
         const std::wstring fault = faultOf(entry);
         if (!fault.empty())
-            throw UsageError{name + L": " + fault};
+            throw UsageError{std::wstring(name).append(L": ").append(fault)};
         const std::wstring pattern = entry.substr(0, entry.find(L':'));
         if (std::iswspace(pattern.front()) != 0 || std::iswspace(pattern.back()) != 0)
             messages().writeLine(L"warning: " + name + L": the blanks around it are part of the pattern");

@@ -202,15 +202,15 @@ list=$prefix/drive_c/windows/ForceDelete.txt
 rm -rf "$list"
 printf x >"$work/held"
 held=$(windows_path "$work/held")
-held_wipe() { "$runner" "$control" -1 "$held" "$host" wipe file "$held" --yes 2>"$work/err" && fail 'an open file was wiped'; }
+held_wipe() { "$runner" "$control" -1 "$held" "$host" wipe file "$held" --yes 2>"$work/err"; [ $? -eq 1 ] || fail "an open file: $(cat "$work/err")"; }
 held_wipe && says err '1 waits for the restart'
 run 0 boot list && says out "file: $held"
-rm "$list" && mkdir "$list"
+rm "$list"
+(umask 222 && : >"$list")
 held_wipe && says err 'does not wait for the restart' && says err '0 wait for the restart'
-rmdir "$list"
+rm -f "$list"
 printf 'broken' >"$list" && run 1 boot list && says err 'name no file'
 rm "$list"
-
 
 # The boot-time list and the log.
 run 2 boot
