@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "safety/Round.h"
-#include "support/Links.h"
+#include "support/FolderExchange.h"
 #include "support/Wipe.h"
 
 namespace {

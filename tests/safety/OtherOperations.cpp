@@ -1,7 +1,7 @@
 #include "safety/Round.h"
 
 #include "core/win32/registry/api.h"
-#include "support/Links.h"
+#include "support/FolderExchange.h"
 #include "support/Wipe.h"
 
 namespace {

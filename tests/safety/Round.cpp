@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "support/Links.h"
+#include "support/FolderExchange.h"
 #include "support/Wipe.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "support/Links.h"
+#include "support/FolderExchange.h"
 #include "support/Wipe.h"
 
 extern "C" LONG NTAPI NtDeleteKey(HANDLE key);
