@@ -168,7 +168,7 @@ void runHost(Round& round)
     else
         round.write(path, command >= 3);
     line += command == 0 ? L" scan" : command <= 2 ? L" wipe file" : L" wipe tree";
-    if (nothing && command >= 1 && round.choices.oneIn(2)) // one operand that is nothing spoils the others
+    if (nothing && command >= 1 && round.form.text.empty() && round.choices.oneIn(2)) // it spoils the others
         line += asArgument(L"report");
     line += asArgument(round.form.text) + (command == 0 ? L"" : L" --yes");
     const char kind = round.kind(path);

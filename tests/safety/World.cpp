@@ -203,7 +203,8 @@ void World::lookInto(const std::string& path, Picture& picture) const
             entry += *reinterpret_cast<const std::uint16_t*>(entry + 16);
             if (name == "." || name == "..")
                 continue;
-            const std::string child = path.empty() ? name : path + "/" + name;
+            std::string child = path.empty() ? "" : path + "/";
+            child += name;
             std::array<char, 1024> target{};
             if (type == 4) {
                 picture[child] = {'d', ""};
@@ -226,11 +227,10 @@ void World::make(const std::string& path, const Thing& thing) const
     } else if (thing.kind == 'l') {
         const bool relative = thing.content.compare(0, 1, "/") != 0;
         unixCall(kMakeLink, (relative ? unixPath(thing.content) : thing.content).c_str(), at.c_str());
-    } else if (path == "root/hard" &&
-               unixCall(kMakeNextName, unixPath("vault/hard").c_str(), at.c_str()) == 0) {
-    } else if (path == "vault/hard" &&
-               unixCall(kMakeNextName, unixPath("root/hard").c_str(), at.c_str()) == 0) {
     } else {
+        const std::string twin = path == "root/hard" ? "vault/hard" : path == "vault/hard" ? "root/hard" : "";
+        if (!twin.empty() && unixCall(kMakeNextName, unixPath(twin).c_str(), at.c_str()) == 0)
+            return;
         const std::string content = path.find("/hard") != std::string::npos ? "hard" : path;
         const bool fixed = path.size() > 6 && path.compare(path.size() - 6, 6, "/fixed") == 0;
         const UnixFile file(at, kCreateFlags, fixed ? 0444 : 0644);
