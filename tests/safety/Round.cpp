@@ -130,7 +130,7 @@ std::string Round::target(const std::string& top, const std::string& kinds)
         if (kind(path) == wanted)
             possible.push_back(path);
         for (const char* end : {".", " ", ". "})
-            if (wanted == '-' && kind(path + end) == '-' && path.size() < 250)
+            if (wanted == '-' && path != top && kind(path + end) == '-' && path.size() < 250)
                 possible.push_back(path + end);
     }
     return possible.empty() ? top : choices.of(possible);
