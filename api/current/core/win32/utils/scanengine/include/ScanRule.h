@@ -58,6 +58,8 @@ public:
     virtual long load(unsigned long code, IInputByteStream& stream) = 0;
     virtual long dump(unsigned long code, IOutputByteStream& stream) const = 0;
 
+    /// The pattern as it is compared.
+    [[nodiscard]] std::wstring_view foldedPattern() const noexcept { return m_folded; }
     /// Whether the rule is meant for the other kind of item.
     [[nodiscard]] bool isInapplicable(const RuleSubject& subject) const noexcept
     {
