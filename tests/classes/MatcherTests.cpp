@@ -318,6 +318,15 @@ TEST(ScanValidator, AnswersManyThreadsAtOnceAndWithoutMemory)
         ASSERT_TRUE(validator.validate(accepted) && !validator.validate(refused));
         ASSERT_EQ(allocations.calls(), 0);
     }
+    // A rule that needs no more than the path may be asked before one that has no memory for a long name.
+    const ScanValidator paths(L"s:101,1,2,3,4,5,6,7,8,9", L"");
+    const File longName((L"C:\\" + std::wstring(300, L's')).c_str(), 0);
+    ASSERT_TRUE(paths.validate(longName));
+    allocations.failCall(1, nullptr, ERROR_NOT_ENOUGH_MEMORY);
+    const bool right = paths.validate(longName);
+    EXPECT_GT(allocations.calls(), 1);
+    allocations.failCall(0, nullptr, 0);
+    EXPECT_TRUE(right);
     for (int turn = 0; turn < 50; ++turn) {
         const ScanValidator validator(filters.c_str(), L"");
         std::atomic<int> wrong{0};

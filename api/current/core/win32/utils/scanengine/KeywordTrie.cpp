@@ -17,6 +17,9 @@ KeywordTrie::KeywordTrie(const std::vector<Keyword>& keywords, Reading reading)
         growing.push_back({&keyword, kRoot});
     m_nodes.emplace_back();
     m_first.resize(kAscii, kRoot);
+    m_pairs.resize(kPairs);
+    for (const Keyword& keyword : keywords)
+        m_pairs[keyword[0] % kPairs] |= keyword.size() == 1 ? ~0ULL : 1ULL << keyword[1] % kPairs;
     widen();
     // One character of all keywords after the other: where a new node falls back to is less deep, so that it
     // and the keywords that end in it are known already.

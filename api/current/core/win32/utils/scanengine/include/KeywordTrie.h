@@ -62,6 +62,8 @@ public:
             return false;
         std::uint32_t node = step(kRoot, L'\0');
         for (std::size_t i = 0; i <= text.size(); ++i) {
+            if (node == kRoot)
+                i = nextBeginning(text, i);
             node = step(node, i < text.size() ? text[i] : L'\0');
             for (std::uint32_t at = m_nodes[node].report; at != kRoot;
                  at = m_nodes[m_nodes[at].fallback].report) {
@@ -81,6 +83,7 @@ private:
     static constexpr std::uint32_t kNoRule = 0xFFFFFFFF;
     static constexpr std::size_t kAscii = 128;
     static constexpr int kNodeBits = 24;
+    static constexpr int kPairs = 64;
 
     struct Node
     {
@@ -112,6 +115,16 @@ private:
         }
     }
 
+    /// The first place from `at` on where a keyword may begin, to go by two characters: at most places of a
+    /// text none does, and the nodes need not be looked at. The end of the text if there is none.
+    [[nodiscard]] std::size_t nextBeginning(std::wstring_view text, std::size_t at) const noexcept
+    {
+        for (; at + 1 < text.size(); ++at)
+            if ((m_pairs[text[at] % kPairs] >> text[at + 1] % kPairs & 1) != 0)
+                return at;
+        return at;
+    }
+
     static std::uint64_t keyOf(std::uint32_t node, wchar_t c) noexcept
     {
         return static_cast<std::uint64_t>(node) << 16 | c;
@@ -127,6 +140,7 @@ private:
 
     std::vector<Node> m_nodes;
     std::vector<std::uint32_t> m_first; // the root's edges for ASCII
+    std::vector<std::uint64_t> m_pairs; // by a keyword's first character, the second ones that may follow
     std::vector<std::uint64_t> m_edges; // node, character and the node it leads to; zero: free
     std::vector<std::uint32_t> m_nextRule;
     int m_shift = 64;

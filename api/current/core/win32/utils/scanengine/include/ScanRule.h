@@ -26,8 +26,11 @@ public:
     [[nodiscard]] std::wstring_view name();
 
 private:
+    [[nodiscard]] std::wstring_view text() noexcept;
+
     std::uint32_t m_type;
     const wchar_t* m_path;
+    std::wstring_view m_text; // the path, once its length is known
     // Folded on first request: most rules look at the name alone.
     std::optional<casefolding::FoldedText> m_foldedPath;
     std::optional<casefolding::FoldedText> m_foldedName;
