@@ -132,8 +132,8 @@ bool ScanValidator::validate(const ScanItem& item) const
         RuleSubject subject(item);
         return rules->validate(subject);
     } catch (const std::bad_alloc&) {
-        return validateOneByOne(
-            item); // which may come to its verdict without a text that no memory is left for
+        // Which may come to its verdict without the text that there is no memory for.
+        return validateOneByOne(item);
     }
 }
 
