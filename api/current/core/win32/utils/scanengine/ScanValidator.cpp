@@ -1,6 +1,8 @@
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 
+#include <exception>
 #include <iterator>
+#include <memory>
 #include <string>
 
 #include "core/win32/utils/strings/include/TextSearch.h"
@@ -111,7 +113,7 @@ const CompiledRules* ScanValidator::compiled() const noexcept
         auto made = std::make_unique<CompiledRules>(m_filters, m_ignores);
         if (m_compiled.compare_exchange_strong(rules, made.get(), std::memory_order_acq_rel))
             rules = made.release();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) { // out of memory, or of what a vector can hold
         m_cannotCompile.store(true, std::memory_order_relaxed);
     }
     return rules;
