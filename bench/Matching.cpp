@@ -7,6 +7,8 @@
 #include <string>
 
 #include "Bench.h"
+#include "core/win32/utils/scanengine/include/File.h"
+#include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/scanengine/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
@@ -20,6 +22,149 @@ void requireFound(const std::vector<std::wstring>& texts, unsigned long long exp
     for (const std::wstring& text : texts)
         found += matches(text) ? 1 : 0;
     require(found == expected, "the texts that match are not those that should");
+}
+
+/// So many rules as a cleaner has them, and files of which a few fall under the last of them.
+class RuleBook
+{
+public:
+    explicit RuleBook(int count) : m_count(count) {}
+
+    void make()
+    {
+        if (!m_files.empty())
+            return;
+        addTo(m_validator);
+        for (int i = 0; i < kFiles; ++i)
+            m_files.push_back(
+                std::make_unique<File>((L"C:\\Users\\somebody\\AppData\\Local\\Vendor\\Profile\\File " +
+                                        std::to_wstring(i * 7919) + (i % 10 == 0 ? L".t0" : L".Log"))
+                                           .c_str(),
+                                       0));
+    }
+    void addTo(ScanValidator& validator)
+    {
+        m_names.clear();
+        m_paths.clear();
+        for (int i = m_count - 1; i >= 0; --i)
+            add(validator, i);
+    }
+
+    /// How the first files are asked about, over and over again.
+    template <class Accepts>
+    void ask(long times, Accepts&& accepts) const
+    {
+        long accepted = 0;
+        for (long i = 0; i < times; ++i)
+            accepted += accepts(*m_files[static_cast<std::size_t>(i % kFiles)]) ? 1 : 0;
+        require(accepted == (times + 9) / 10, "the files that are accepted are not those that should");
+    }
+    void askFirst(const ScanValidator& validator) const
+    {
+        ask(1, [&](const File& file) { return validator.validate(file); });
+    }
+    void askAtOnce(long times) const
+    {
+        ask(times, [&](const File& file) { return m_validator.validate(file); });
+    }
+    void askOneByOne(long times) const
+    {
+        ask(times, [&](const File& file) { return m_validator.validateOneByOne(file); });
+    }
+    void askSystem(long times) const
+    {
+        ask(times, [&](const File& file) {
+            const wchar_t* path = file.getPath();
+            const auto matches = [](const wchar_t* text, const std::vector<std::wstring>& patterns) {
+                return std::any_of(patterns.begin(), patterns.end(), [&](const std::wstring& pattern) {
+                    return PathMatchSpecW(text, pattern.c_str()) != 0;
+                });
+            };
+            return matches(PathFindFileNameW(path), m_names) || matches(path, m_paths);
+        });
+    }
+
+private:
+    static constexpr int kFiles = 1000;
+
+    void add(ScanValidator& validator, int i)
+    {
+        const std::wstring number = std::to_wstring(i);
+        if (i % 10 == 6) {
+            validator.addFilter((L"\\Cache" + number + L"\\").c_str(), kMatchSubstring, kMatchPath,
+                                kLeafItems);
+            m_paths.push_back(L"*\\Cache" + number + L"\\*");
+            return;
+        }
+        if (i % 10 == 7) {
+            m_paths.push_back(L"C:\\Windows\\Logs" + number + L"\\*");
+            validator.addFilter(m_paths.back().c_str(), kMatchWildcard, kMatchPath, kLeafItems);
+            return;
+        }
+        m_names.push_back(i % 10 < 4    ? L"*.t" + number
+                          : i % 10 < 6  ? L"Thumbs" + number + L".db"
+                          : i % 10 == 8 ? L"Setup" + number + L"*.log"
+                                        : L"report" + number + L"_?.t[mn]p");
+        validator.addFilter(m_names.back().c_str(), kMatchWildcard, kMatchName, kLeafItems);
+    }
+
+    int m_count;
+    ScanValidator m_validator;
+    std::vector<std::unique_ptr<File>> m_files;
+    std::vector<std::wstring> m_names;
+    std::vector<std::wstring> m_paths;
+};
+
+/// A search of the system's folder, as often as it takes.
+void searchFiles(long count)
+{
+    wchar_t folder[MAX_PATH];
+    GetSystemDirectoryW(folder, MAX_PATH);
+    while (count > 0) {
+        WIN32_FIND_DATAW entry;
+        const HANDLE search = FindFirstFileW((folder + std::wstring(L"\\*")).c_str(), &entry);
+        require(search != INVALID_HANDLE_VALUE, "the system's folder cannot be listed");
+        while (--count > 0 && FindNextFileW(search, &entry))
+            continue;
+        FindClose(search);
+    }
+}
+
+void addRuleRows(BenchRows& rows, BenchScale scale)
+{
+    const auto few = std::make_shared<RuleBook>(40);
+    const auto most = std::make_shared<RuleBook>(4000);
+    const auto row = [&](const std::string& name, const std::string& peer, double goal, long times,
+                         const auto& book, auto&& ours, auto&& theirs) {
+        const long asked = scale(times);
+        rows.timed.push_back({name, peer, goal, static_cast<double>(asked), [=] { ours(*book, asked); },
+                              [=] { theirs(*book, asked); },
+                              [=] {
+                                  book->make();
+                                  few->make();
+                              }});
+    };
+    const auto atOnce = [](const RuleBook& book, long times) { book.askAtOnce(times); };
+    const auto oneByOne = [](const RuleBook& book, long times) { book.askOneByOne(times); };
+    const auto system = [](const RuleBook& book, long times) { book.askSystem(times); };
+    const auto of = [](int count) { return std::make_shared<RuleBook>(count); };
+    row("ask 1 rule about a file", "one rule after the other", 0.9, 400000, of(1), atOnce, oneByOne);
+    row("ask 8 rules about a file", "one rule after the other", 0.9, 100000, of(8), atOnce, oneByOne);
+    row("ask 40 rules about a file", "one rule after the other", 3, 100000, few, atOnce, oneByOne);
+    row("ask 40 rules about a file", "PathMatchSpecW per rule", 10, 2000, few, atOnce, system);
+    row("ask 400 rules about a file", "one rule after the other", 3, 10000, of(400), atOnce, oneByOne);
+    row("ask 4,000 rules about a file", "one rule after the other", 3, 1000, most, atOnce, oneByOne);
+    row("ask 4,000 rules about a file", "PathMatchSpecW per rule", 10, 100, most, atOnce, system);
+    row("ask 4,000 rules about a file", "itself with 40", 0.25, 10000, most, atOnce,
+        [=](const RuleBook&, long times) { few->askAtOnce(times); });
+    const auto fresh = std::make_shared<ScanValidator>();
+    rows.timed.push_back({"compile 4,000 rules (op: 2 of them)", "search of 2,000 files", 1, 2000,
+                          [=] { most->askFirst(*fresh); }, [] { searchFiles(2000); },
+                          [=] {
+                              most->make();
+                              fresh->clear();
+                              most->addTo(*fresh);
+                          }});
 }
 } // namespace
 
@@ -79,5 +224,6 @@ BenchRows matchingRows(BenchScale scale)
          },
          prepare},
     };
+    addRuleRows(rows, scale);
     return rows;
 }

@@ -12,28 +12,36 @@ using namespace primitives;
 namespace {
 /// What PathFindFileNameW gives, whose library would bring others along: what stands behind the last
 /// backslash, slash or colon that something follows.
-const wchar_t* lastElement(const wchar_t* path) noexcept
+std::wstring_view lastElement(std::wstring_view path) noexcept
 {
     const auto separates = [](wchar_t c) { return c == L'\\' || c == L'/'; };
-    const wchar_t* name = path;
-    for (const wchar_t* at = path; *at != 0; ++at)
-        if ((separates(*at) || *at == L':') && at[1] != 0 && !separates(at[1]))
-            name = at + 1;
-    return name;
+    for (std::size_t at = path.size(); at > 1; --at) {
+        const wchar_t before = path[at - 2];
+        if ((separates(before) || before == L':') && !separates(path[at - 1]))
+            return path.substr(at - 1);
+    }
+    return path;
 }
 } // namespace
+
+std::wstring_view RuleSubject::text() noexcept
+{
+    if (m_text.data() == nullptr)
+        m_text = m_path;
+    return m_text;
+}
 
 std::wstring_view RuleSubject::path()
 {
     if (!m_foldedPath)
-        m_foldedPath.emplace(m_path);
+        m_foldedPath.emplace(text());
     return m_foldedPath->view();
 }
 
 std::wstring_view RuleSubject::name()
 {
     if (!m_foldedName)
-        m_foldedName.emplace(lastElement(m_path));
+        m_foldedName.emplace(lastElement(text()));
     return m_foldedName->view();
 }
 

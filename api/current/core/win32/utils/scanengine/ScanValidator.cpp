@@ -1,6 +1,8 @@
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 
+#include <exception>
 #include <iterator>
+#include <memory>
 #include <string>
 
 #include "core/win32/utils/strings/include/TextSearch.h"
@@ -10,6 +12,9 @@
 using namespace primitives;
 
 namespace {
+/// So many rules cost more to be asked one by one.
+constexpr std::size_t kWorthCompiling = 8;
+
 std::uint32_t digit(wchar_t c)
 {
     if (c < L'0' || c > L'9')
@@ -85,6 +90,7 @@ ScanValidator::ScanValidator(const wchar_t* filters, const wchar_t* ignores)
 void ScanValidator::addFilter(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                               std::uint32_t itemKind)
 {
+    forget();
     placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::addFilter", __LINE__),
                [&] { m_filters.emplace_back(pattern, matchMode, matchTarget, itemKind); });
 }
@@ -92,11 +98,48 @@ void ScanValidator::addFilter(const wchar_t* pattern, std::uint32_t matchMode, s
 void ScanValidator::addIgnore(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                               std::uint32_t itemKind)
 {
+    forget();
     placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::addIgnore", __LINE__),
                [&] { m_ignores.emplace_back(pattern, matchMode, matchTarget, itemKind); });
 }
 
+const CompiledRules* ScanValidator::compiled() const noexcept
+{
+    const CompiledRules* rules = m_compiled.load(std::memory_order_acquire);
+    if (rules != nullptr || m_filters.size() + m_ignores.size() < kWorthCompiling ||
+        m_cannotCompile.load(std::memory_order_relaxed))
+        return rules;
+    try {
+        auto made = std::make_unique<CompiledRules>(m_filters, m_ignores);
+        if (m_compiled.compare_exchange_strong(rules, made.get(), std::memory_order_acq_rel))
+            rules = made.release();
+    } catch (const std::exception&) { // out of memory, or of what a vector can hold
+        m_cannotCompile.store(true, std::memory_order_relaxed);
+    }
+    return rules;
+}
+
+void ScanValidator::forget() noexcept
+{
+    delete m_compiled.exchange(nullptr, std::memory_order_relaxed);
+    m_cannotCompile.store(false, std::memory_order_relaxed);
+}
+
 bool ScanValidator::validate(const ScanItem& item) const
+{
+    const CompiledRules* rules = compiled();
+    if (rules == nullptr)
+        return validateOneByOne(item);
+    try {
+        RuleSubject subject(item);
+        return rules->validate(subject);
+    } catch (const std::bad_alloc&) {
+        // Which may come to its verdict without the text that there is no memory for.
+        return validateOneByOne(item);
+    }
+}
+
+bool ScanValidator::validateOneByOne(const ScanItem& item) const
 {
     RuleSubject subject(item);
     bool accepted = m_filters.empty();
@@ -109,6 +152,7 @@ bool ScanValidator::validate(const ScanItem& item) const
 
 void ScanValidator::clear() noexcept
 {
+    forget();
     m_filters.clear();
     m_ignores.clear();
 }
@@ -147,6 +191,7 @@ long ScanValidator::load(unsigned long code, IInputByteStream& stream)
     placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::load", __LINE__), [&] {
         std::vector<ScanFilter> filters = loadRules<ScanFilter>(code, stream);
         std::vector<ScanIgnore> ignores = loadRules<ScanIgnore>(code, stream);
+        forget(); // what is compiled points into rules that move
         m_filters.reserve(m_filters.size() + filters.size());
         m_ignores.reserve(m_ignores.size() + ignores.size());
         append(m_filters, filters);

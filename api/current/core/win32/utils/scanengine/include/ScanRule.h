@@ -26,8 +26,11 @@ public:
     [[nodiscard]] std::wstring_view name();
 
 private:
+    [[nodiscard]] std::wstring_view text() noexcept;
+
     std::uint32_t m_type;
     const wchar_t* m_path;
+    std::wstring_view m_text; // the path, once its length is known
     // Folded on first request: most rules look at the name alone.
     std::optional<casefolding::FoldedText> m_foldedPath;
     std::optional<casefolding::FoldedText> m_foldedName;
@@ -58,6 +61,8 @@ public:
     virtual long load(unsigned long code, IInputByteStream& stream) = 0;
     virtual long dump(unsigned long code, IOutputByteStream& stream) const = 0;
 
+    /// The pattern as it is compared.
+    [[nodiscard]] std::wstring_view foldedPattern() const noexcept { return m_folded; }
     /// Whether the rule is meant for the other kind of item.
     [[nodiscard]] bool isInapplicable(const RuleSubject& subject) const noexcept
     {

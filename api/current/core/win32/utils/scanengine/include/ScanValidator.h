@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string_view>
 #include <vector>
 
+#include "core/win32/utils/scanengine/include/CompiledRules.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 
 /// The validator of the library; see IScanValidator.
@@ -14,12 +16,18 @@ public:
     /// Takes two texts of entries apart; see DllGetScanValidator. Raises an Exception with 87 for an entry
     /// whose ":" is not followed by exactly three digits, and with 8.
     ScanValidator(const wchar_t* filters, const wchar_t* ignores);
+    ScanValidator(const ScanValidator&) = delete;
+    ScanValidator& operator=(const ScanValidator&) = delete;
+    ~ScanValidator() override { forget(); }
 
     void addFilter(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                    std::uint32_t itemKind) override;
     void addIgnore(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                    std::uint32_t itemKind) override;
     [[nodiscard]] bool validate(const ScanItem& item) const override;
+    /// The same verdict, from one rule after the other: what validate does with few rules, or without the
+    /// memory to compile them.
+    [[nodiscard]] bool validateOneByOne(const ScanItem& item) const;
     void clear() noexcept override;
     [[nodiscard]] const wchar_t* getFilter(std::uint32_t index) const override;
     [[nodiscard]] const wchar_t* getIgnore(std::uint32_t index) const override;
@@ -29,6 +37,12 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
 private:
+    [[nodiscard]] const CompiledRules* compiled() const noexcept;
+    void forget() noexcept;
+
     std::vector<ScanFilter> m_filters;
     std::vector<ScanIgnore> m_ignores;
+    // Made by the first thread that asks after a change; those that ask meanwhile make their own and drop it.
+    mutable std::atomic<const CompiledRules*> m_compiled{nullptr};
+    mutable std::atomic<bool> m_cannotCompile{false};
 };
