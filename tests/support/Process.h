@@ -3,17 +3,59 @@
 #include <windows.h>
 
 #include <tlhelp32.h>
+#include <winternl.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <vector>
+
+#include "support/Heap.h"
+
+/// The handles that this process has open, as the system itself counts them: GetProcessHandleCount always
+/// answers 0 under Wine. Throws when the system does not tell.
+inline DWORD processHandleCount()
+{
+    struct Entry
+    {
+        ULONG process;
+        BYTE type;
+        BYTE flags;
+        USHORT handle;
+        void* object;
+        ULONG access;
+    };
+    constexpr auto kHandleInformation = static_cast<SYSTEM_INFORMATION_CLASS>(16);
+    static const auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    std::vector<Entry> entries(4096);
+    ULONG got = 0;
+    while (query(kHandleInformation, entries.data(), static_cast<ULONG>(entries.size() * sizeof(Entry)),
+                 &got) < 0) {
+        if (entries.size() > 1000000)
+            throw std::runtime_error("the handles cannot be counted");
+        entries.resize(entries.size() * 2);
+    }
+    // The number of entries comes first; the padding behind it makes the first entry begin at the second
+    // pointer's place.
+    const ULONG total = entries[0].process;
+    const auto* first =
+        reinterpret_cast<const Entry*>(reinterpret_cast<const char*>(entries.data()) + sizeof(void*));
+    return static_cast<DWORD>(std::count_if(
+        first, first + total, [](const Entry& entry) { return entry.process == GetCurrentProcessId(); }));
+}
 
 /// What the process holds now, to be compared later.
 struct ProcessCounts
 {
     DWORD threads = 0;
     DWORD handles = 0;
+    long blocks = 0; // of the module whose heap is watched, if one is
 
     static ProcessCounts now()
     {
         ProcessCounts counts;
-        GetProcessHandleCount(GetCurrentProcess(), &counts.handles);
+        counts.blocks = HeapWatch::liveBlocks();
+        counts.handles = processHandleCount();
         const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
         THREADENTRY32 entry{};
         entry.dwSize = sizeof entry;
@@ -25,12 +67,18 @@ struct ProcessCounts
         return counts;
     }
 
-    /// Whether the process comes back to no more than this. What ends by itself is given time to.
-    [[nodiscard]] bool isReachedAgain() const
+    [[nodiscard]] std::string describe() const
     {
-        for (int attempt = 0; attempt < 600; ++attempt) {
+        return std::to_string(threads) + " threads, " + std::to_string(handles) + " handles, " +
+               std::to_string(blocks) + " blocks";
+    }
+
+    /// Whether the process comes back to no more than this. What ends by itself is given time to.
+    [[nodiscard]] bool isReachedAgain(int attempts = 600) const
+    {
+        for (; attempts > 0; --attempts) {
             const ProcessCounts counts = now();
-            if (counts.threads <= threads && counts.handles <= handles)
+            if (counts.threads <= threads && counts.handles <= handles && counts.blocks <= blocks)
                 return true;
             Sleep(50);
         }

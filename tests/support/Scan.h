@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/win32/utils/scanengine/api.h"
+#include "support/Process.h"
 
 /// Collects what a scan reports, and does on each item what the test wants.
 class Collector : public INotifyHandler
@@ -92,11 +93,4 @@ unsigned long codeOf(Operation&& operation)
         return raised.getCode();
     }
     return ERROR_SUCCESS;
-}
-
-inline DWORD processHandleCount()
-{
-    DWORD count = 0;
-    GetProcessHandleCount(GetCurrentProcess(), &count);
-    return count;
 }
