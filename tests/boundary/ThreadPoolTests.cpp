@@ -483,6 +483,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
         EXPECT_EQ(
             THPQueueWork(pool.handle, kCategory, 1UL, &doNothing, HashMessageW(), Option::AtEnd, nullptr), 0);
     }
+    const HeapWatch watch(sysmaintModule());
     const ProcessCounts before = ProcessCounts::now();
     for (int round = 0; round < 20; ++round) {
         Blocker blocker;
@@ -509,6 +510,27 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
         ++limit.handles; // the event above
         EXPECT_TRUE(limit.isReachedAgain());
     }
+}
+
+TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
+{
+    const HeapWatch watch(sysmaintModule());
+    const TestPool pool(kOneThread);
+    HashMessageW arguments;
+    for (int i = 0; i < 20; ++i)
+        arguments.setParameter((L"argument " + std::to_wstring(i)).c_str(), std::uint32_t{0});
+    const THPWorkFunction failing = [](IThreadContext&, void*) -> long { return 1117; };
+    long blocks[3] = {};
+    for (long& count : blocks) {
+        for (unsigned long i = 0; i < 100; ++i) {
+            EXPECT_EQ(THPQueueWork(pool.handle, kCategory, i, failing, arguments, Option::AtEnd, nullptr), 0);
+            EXPECT_EQ(pool.wait(i), ERROR_SUCCESS);
+        }
+        count = HeapWatch::liveBlocks();
+    }
+    EXPECT_LE(blocks[0], 400) << "no arguments";
+    EXPECT_LE(blocks[2], blocks[1] + 4) << "the last 64";
+    EXPECT_EQ(pool.result(99), 1117);
 }
 
 // Each system call of making a thread fails in turn: the caller gets the code, the work does not run, and
