@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <map>
 #include <memory>
 
 #include "core/win32/utils/objectmanager/include/Exception.h"
@@ -34,14 +35,17 @@ public:
 
     /// The blocks taken and not given back since the watch began; 0 without a watch.
     [[nodiscard]] static long liveBlocks() { return s_live; }
-    /// Their bytes, to tell who they are.
+    /// How many of them there are of each size, to tell who they are.
     [[nodiscard]] static std::string describe()
     {
-        std::string sizes = "blocks of bytes:";
+        std::map<std::size_t, long> counts;
         for (const Entry& entry : s_entries)
-            if (entry.address != nullptr && sizes.size() < 500)
-                sizes += " " + std::to_string(entry.size);
-        return sizes;
+            if (entry.address != nullptr)
+                ++counts[entry.size];
+        std::string text = "blocks:";
+        for (const auto& [size, count] : counts)
+            text += " " + std::to_string(count) + " of " + std::to_string(size);
+        return text;
     }
 
     /// The calling thread's taking `number` (from 1, counted from now) finds no memory, and those after it
@@ -62,13 +66,13 @@ private:
         std::atomic<void*> address;
         std::size_t size;
     };
-    static constexpr std::size_t kBuckets = 1 << 14;
+    static constexpr std::size_t kBuckets = 1 << 18;
     static constexpr std::size_t kBucketSize = 16;
 
     static Entry* bucketOf(void* address)
     {
         const std::size_t hash = (reinterpret_cast<std::uintptr_t>(address) >> 4) * 0x9E3779B97F4A7C15U;
-        return &s_entries[(hash >> 50) % kBuckets * kBucketSize];
+        return &s_entries[(hash >> 46) * kBucketSize];
     }
     template <bool Watched>
     static void* taken(void* address, std::size_t size)

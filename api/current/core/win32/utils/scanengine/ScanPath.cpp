@@ -79,8 +79,11 @@ void ScanPath::reportFailure(Walk& walk, const SharedPtr<ScanItem>& item, const 
 
 bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t key)
 {
-    if (!walk.validator->validate(*item))
-        return false;
+    {
+        const OutsideLibrary outside; // the validator may be the caller's
+        if (!walk.validator->validate(*item))
+            return false;
+    }
     if (walk.root.m_provider.notify(walk.cancelEvent, 0, key, item) != ERROR_SUCCESS) {
         walk.cancelled = true;
         return false;

@@ -172,6 +172,7 @@ long filetable::wipe(const wchar_t* volume, WipeCallback callback, WipeProgress*
         if (callback != nullptr && progress != nullptr) {
             progress->done += std::uint64_t{kBatch} * kContentSize;
             progress->total = std::max(progress->total, progress->done);
+            const OutsideLibrary outside;
             callback(progress);
         }
         if (gauge.isFull())

@@ -128,6 +128,7 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
     };
     const auto refused = [&] {
         const File item(path, 0);
+        const OutsideLibrary outside;
         return validator != nullptr && !validator->validate(item);
     };
     const bool known = m_kind == kWipeFreeSpace || m_kind == kWipeFile || m_kind == kWipeDirectoryStack ||
@@ -282,6 +283,7 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
         throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
         if (m_progress != nullptr) {
             m_progress->done = std::max(m_progress->done, m_progress->total);
+            const OutsideLibrary outside;
             m_callback(m_progress);
         }
         return filler.deleteFillerFile();
@@ -422,6 +424,7 @@ void Wiper::addDone(std::uint64_t bytes)
     if (m_progress == nullptr)
         return;
     m_progress->done += bytes;
+    const OutsideLibrary outside;
     m_callback(m_progress);
 }
 

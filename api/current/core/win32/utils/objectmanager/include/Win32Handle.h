@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <utility>
 
 /// Owner of one Win32 resource: what `Traits` says is its type, its empty value and how it is closed.
