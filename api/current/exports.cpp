@@ -12,6 +12,7 @@
 #include "core/win32/utils/logger/api.h"
 #include "core/win32/utils/logger/include/Logger.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
 #include "core/win32/utils/scanengine/api.h"
@@ -53,13 +54,8 @@ namespace {
 template <class Interface, class Object, class... Arguments>
 Interface* makeObject(Arguments&&... arguments) noexcept
 {
-    return resultFrame<Interface*>(nullptr, [&]() -> Interface* {
-        try {
-            return new Object(std::forward<Arguments>(arguments)...);
-        } catch (const std::bad_alloc&) {
-            throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
-        }
-    });
+    return resultFrame<Interface*>(
+        nullptr, [&]() -> Interface* { return new Object(std::forward<Arguments>(arguments)...); });
 }
 
 /// A factory function for an item with a path, which must not be null.
@@ -77,13 +73,9 @@ template <class Interface, class Object>
 Interface* loadItem(unsigned long loadCode, IInputByteStream& stream) noexcept
 {
     return resultFrame<Interface*>(nullptr, [&]() -> Interface* {
-        try {
-            auto item = std::make_unique<Object>();
-            primitives::requireSuccess(item->load(loadCode, stream));
-            return item.release();
-        } catch (const std::bad_alloc&) {
-            throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
-        }
+        auto item = std::make_unique<Object>();
+        primitives::requireSuccess(item->load(loadCode, stream));
+        return item.release();
     });
 }
 
@@ -94,35 +86,32 @@ void* fileItem(const char* place, const wchar_t* name, bool argumentsGiven, Make
     return handleFrame([&]() -> void* {
         if (name == nullptr || !argumentsGiven)
             throw Exception(place, ERROR_INVALID_PARAMETER);
-        try {
-            const SharedPtr<ScanItem> item = make();
-            if (!item)
-                throw Exception(place, ERROR_INVALID_ADDRESS);
-            const std::wstring key = scanItemKey(name, item->getIdentifier().getIdentifier());
-            bool made = false;
-            ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), [&] {
-                made = true;
-                return item;
-            }));
-            if (!made) {
-                SharedPtr<ScanItem> filed;
-                primitives::requireSuccess(scanItems().get(handle.get(), filed));
-                if (!item->isInterchangeable(*filed))
-                    throw Exception(place, ERROR_ALREADY_EXISTS);
-            }
-            return handle.release();
-        } catch (const std::bad_alloc&) {
-            throw Exception(place, ERROR_NOT_ENOUGH_MEMORY);
+        const SharedPtr<ScanItem> item = make();
+        if (!item)
+            throw Exception(place, ERROR_INVALID_ADDRESS);
+        const std::wstring key = scanItemKey(name, item->getIdentifier().getIdentifier());
+        bool made = false;
+        ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), [&] {
+            made = true;
+            return item;
+        }));
+        if (!made) {
+            SharedPtr<ScanItem> filed;
+            primitives::requireSuccess(scanItems().get(handle.get(), filed));
+            if (!item->isInterchangeable(*filed))
+                throw Exception(place, ERROR_ALREADY_EXISTS);
         }
+        return handle.release();
     });
 }
 
-/// A status operation on a pool. What sets it apart: a handle that has been closed gives 487, and a worker
-/// that calls it is not suspended inside.
+/// A status operation on a pool. What sets it apart: a handle that has been closed gives 487, and at the end
+/// of the process, whose threads are gone, it does nothing.
 template <class Operation>
 long poolFrame(const char* place, void* pool, Operation&& operation) noexcept
 {
-    const THPThread::InsideLibrary inside;
+    if (isProcessEnding())
+        return ERROR_SHUTDOWN_IN_PROGRESS;
     const long code = statusFrame(place, threadPools(), pool, std::forward<Operation>(operation));
     if (code != ERROR_INVALID_HANDLE)
         return code;
@@ -170,6 +159,13 @@ long waitForWork(void* pool, unsigned long timeout, void* extraHandle, Keys... k
 }
 
 template <class... Keys>
+long getWorkResult(void* pool, long& result, Keys... keys) noexcept
+{
+    return poolFrame(POOL_PLACE("THPGetWorkResult"), pool,
+                     [&](ThreadPool& object) { return object.getResult(THPWorkKey(keys...), result); });
+}
+
+template <class... Keys>
 long isWorkRunning(void* pool, int& running, Keys... keys) noexcept
 {
     return poolFrame(POOL_PLACE("THPIsRunning"), pool,
@@ -185,7 +181,8 @@ std::wstring topicName(unsigned long number)
 template <class Operation>
 long topicFrame(const char* place, const TopicHandle& topic, Operation&& operation) noexcept
 {
-    const THPThread::InsideLibrary inside;
+    if (isProcessEnding())
+        return ERROR_SHUTDOWN_IN_PROGRESS;
     return statusFrame(place, messageTopics(), topic.get(), std::forward<Operation>(operation));
 }
 
@@ -207,10 +204,8 @@ template <class Type>
 long send(const TopicHandle& topic, const Type& message, Type& reply, unsigned long value,
           void* context) noexcept
 {
-    return topicFrame(TOPIC_PLACE("TopicSendMessage"), topic, [&](MessageTopic& object) {
-        const THPThread::OutsideLibrary outside; // handlers may be suspended
-        object.sendMessage(message, reply, value, context);
-    });
+    return topicFrame(TOPIC_PLACE("TopicSendMessage"), topic,
+                      [&](MessageTopic& object) { object.sendMessage(message, reply, value, context); });
 }
 
 template <class Type>
@@ -553,21 +548,20 @@ long ImpersonateCurrentUser()
 
 void* THPCreateThreadPool(const wchar_t* name)
 {
-    const THPThread::InsideLibrary inside;
     return createFrame(POOL_PLACE("THPCreateThreadPool"), POOL_PLACE("THPCreateThreadPool"), threadPools(),
                        name, [] { return new ThreadPool; });
 }
 
 void* THPOpenThreadPool(const wchar_t* name)
 {
-    const THPThread::InsideLibrary inside;
     return threadPools().lookup(name);
 }
 
 int THPCloseThreadpool(void* pool)
 {
-    const THPThread::InsideLibrary inside;
-    return threadPools().close(pool);
+    if (isProcessEnding())
+        return 1;
+    return threadPools().close(pool, [](ThreadPool& object) { object.close(); });
 }
 
 long THPCreateCategory(void* pool, const wchar_t* category, const THPCategoryOptions& options)
@@ -719,6 +713,26 @@ long THPWait(void* pool, void* instance, unsigned long category, unsigned long w
     return waitForWork(pool, timeout, extraHandle, category, work, instance);
 }
 
+long THPGetWorkResult(void* pool, const wchar_t* category, const wchar_t* work, long& result)
+{
+    return getWorkResult(pool, result, category, work);
+}
+
+long THPGetWorkResult(void* pool, unsigned long category, unsigned long work, long& result)
+{
+    return getWorkResult(pool, result, category, work);
+}
+
+long THPGetWorkResult(void* pool, const wchar_t* category, const wchar_t* work, void* instance, long& result)
+{
+    return getWorkResult(pool, result, category, work, instance);
+}
+
+long THPGetWorkResult(void* pool, unsigned long category, unsigned long work, void* instance, long& result)
+{
+    return getWorkResult(pool, result, category, work, instance);
+}
+
 long THPIsRunning(void* pool, const wchar_t* category, int& running)
 {
     return isWorkRunning(pool, running, category);
@@ -753,7 +767,6 @@ long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* 
 
 TopicHandle CreateMessageTopic(const wchar_t* name)
 {
-    const THPThread::InsideLibrary inside;
     return TopicHandle(createFrame(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
                                    TOPIC_PLACE("CreateMessageTopic"), messageTopics(), name,
                                    [&] { return new MessageTopic(name); }));
@@ -767,7 +780,6 @@ TopicHandle CreateMessageTopic(unsigned long number)
 
 TopicHandle OpenMessageTopic(const wchar_t* name)
 {
-    const THPThread::InsideLibrary inside;
     return TopicHandle(messageTopics().lookup(name));
 }
 
@@ -779,13 +791,13 @@ TopicHandle OpenMessageTopic(unsigned long number)
 
 int CloseMessageTopic(void* topic)
 {
-    const THPThread::InsideLibrary inside;
-    return messageTopics().close(topic);
+    if (isProcessEnding())
+        return 1;
+    return messageTopics().close(topic, [](MessageTopic& object) { object.close(); });
 }
 
 long TopicGetNameByHandle(const TopicHandle& topic, const wchar_t** name)
 {
-    const THPThread::InsideLibrary inside;
     return statusFrame([&]() -> long {
         if (const long code = messageTopics().getName(topic.get(), name); code != ERROR_SUCCESS)
             throw Exception(PLACE(COMMUNICATION_API, "TopicGetNameByHandle", 711),

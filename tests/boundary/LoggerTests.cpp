@@ -170,6 +170,17 @@ TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
     logger = CreateLogger(L"tests");
     ASSERT_NE(logger, INVALID_HANDLE_VALUE);
     EXPECT_EQ(WriteLogEntry(logger, L"m", L"never written"), 0);
+    {
+        const HeapWatch watch(sysmaintModule()); // once its writer has ended nothing is kept for it
+        long grown = 1;
+        for (int attempt = 0; attempt < 50 && grown != 0; ++attempt, Sleep(20)) {
+            grown = HeapWatch::liveBlocks();
+            for (int i = 0; i < 2000; ++i)
+                EXPECT_EQ(WriteLogEntry(logger, L"m", L"a line that takes the memory of a line"), 0);
+            grown = HeapWatch::liveBlocks() - grown;
+        }
+        EXPECT_EQ(grown, 0);
+    }
     CloseLogger(logger);
     CloseHandle(stop);
     logger = CreateLogger(L"tests");

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/threadpool/api.h"
 #include "support/ImportReplacement.h"
 #include "support/KernelCalls.h"
@@ -81,6 +82,12 @@ public:
     long wait(unsigned long work, unsigned long timeout = 60000) const
     {
         return THPWait(handle, kCategory, work, timeout, nullptr);
+    }
+    [[nodiscard]] long result(unsigned long work) const
+    {
+        long result = -1;
+        EXPECT_EQ(THPGetWorkResult(handle, kCategory, work, result), ERROR_SUCCESS);
+        return result;
     }
     [[nodiscard]] int isRunning(unsigned long work) const
     {
@@ -160,7 +167,8 @@ TEST(ThreadPool, RefusesWrongArguments)
               ERROR_INVALID_PARAMETER);
     EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", &doNothing, none, static_cast<Option>(3), &instance),
               ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(instance, nullptr);
+    EXPECT_EQ(instance, &instance) << "as it was";
+    EXPECT_EQ(THPIsRunning(pool.handle, L"c", running), ERROR_NOT_FOUND) << "refused work makes no category";
     EXPECT_EQ(THPCancelWork(pool.handle, kCategory, static_cast<Operation>(3)), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(THPCancelWork(pool.handle, kCategory, 1UL, nullptr, Operation::DropQueued),
               ERROR_INVALID_PARAMETER);
@@ -304,9 +312,14 @@ TEST(ThreadPool, TellsHowWorkEnded)
         Work work(row.body);
         void* instance = nullptr;
         ASSERT_EQ(pool.queue(number, work, Option::AtEnd, &instance), ERROR_SUCCESS);
-        EXPECT_EQ(THPWait(pool.handle, kCategory, 60000, nullptr) == 0 || row.code != 0, true) << number;
-        EXPECT_EQ(pool.wait(number), row.code) << number << ": asked late";
-        EXPECT_EQ(THPWait(pool.handle, instance, kCategory, number, 0, nullptr), row.code) << number;
+        const long waited = row.code == ERROR_CANCELLED ? ERROR_CANCELLED : ERROR_SUCCESS;
+        EXPECT_EQ(pool.wait(number), waited) << number;
+        EXPECT_EQ(pool.result(number), row.code) << number;
+        EXPECT_EQ(THPWait(pool.handle, instance, kCategory, number, 0, nullptr), waited)
+            << number << ": late";
+        long result = -1;
+        EXPECT_EQ(THPGetWorkResult(pool.handle, kCategory, number, instance, result), ERROR_SUCCESS);
+        EXPECT_EQ(result, row.code) << number;
     }
 
     HashMessageW arguments;
@@ -321,7 +334,10 @@ TEST(ThreadPool, TellsHowWorkEnded)
     };
     ASSERT_EQ(THPQueueWork(pool.handle, L"c", L"Named", function, arguments, Option::AtEnd, nullptr),
               ERROR_SUCCESS);
-    EXPECT_EQ(THPWait(pool.handle, L"C", L"nAMED", 60000, nullptr), ERROR_NOT_FOUND);
+    EXPECT_EQ(THPWait(pool.handle, L"C", L"nAMED", 60000, nullptr), ERROR_SUCCESS);
+    long result = -1;
+    EXPECT_EQ(THPGetWorkResult(pool.handle, L"C", L"nAMED", result), ERROR_SUCCESS);
+    EXPECT_EQ(result, ERROR_NOT_FOUND);
 }
 
 TEST(ThreadPool, CancelsWhatTheKeyNamesAndNothingElse)
@@ -395,7 +411,13 @@ TEST(ThreadPool, SuspendsAndResumes)
         ASSERT_EQ(pool.queue(3, blocker), ERROR_SUCCESS);
         EXPECT_EQ(pool.wait(2, 20), WAIT_TIMEOUT);
         EXPECT_EQ(blocker.begun, 1) << "a suspended category begins nothing";
-        EXPECT_EQ(pool.wait(2, INFINITE), ERROR_SUCCESS) << "a wait without end resumes";
+        const TestEvent extra; // who waits for suspended work waits until it is resumed or this ends the wait
+        std::thread waiter([&] { EXPECT_EQ(pool.wait(2, INFINITE), ERROR_SUCCESS); });
+        extra.set();
+        EXPECT_EQ(THPWait(pool.handle, kCategory, 3UL, INFINITE, extra.get()), ERROR_CANCELLED);
+        EXPECT_EQ(blocker.begun, 1);
+        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
+        waiter.join();
         EXPECT_EQ(pool.wait(3, INFINITE), ERROR_SUCCESS);
     }
     {
@@ -408,14 +430,22 @@ TEST(ThreadPool, SuspendsAndResumes)
     // The worker is stopped wherever it happens to be, also in the heap and on its way through the library,
     // and never with a lock that we need.
     std::atomic<std::uint64_t> steps{0};
+    const HANDLE own = HeapCreate(0, 0, 0);
+    const TopicHandle topic = CreateMessageTopic(L"suspended");
+    IMessageHandler handler;
     TestPool pool(kOneThread);
     TestEvent started;
     Work busy([&](IThreadContext&, HANDLE cancel) -> long {
         for (started.set(); WaitForSingleObject(cancel, 0) != WAIT_OBJECT_0; ++steps) {
             int running = 0;
             THPIsRunning(pool.handle, L"other", running);
+            for (const HANDLE heap : {GetProcessHeap(), own})
+                for (std::size_t size = 1; size < 100000; size *= 3)
+                    HeapFree(heap, 0, HeapAlloc(heap, 0, size));
             for (std::size_t size = 1; size < 100000; size *= 3)
-                HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, size));
+                std::free(std::malloc(size));
+            TopicSubscribe(topic, handler); // holds a table's lock, and one of the topic's
+            TopicUnsubscribe(topic, handler, 0);
         }
         return 0;
     });
@@ -425,7 +455,12 @@ TEST(ThreadPool, SuspendsAndResumes)
         ASSERT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
         int running = 0;
         EXPECT_EQ(THPIsRunning(pool.handle, L"other", running), ERROR_NOT_FOUND);
-        HeapFree(GetProcessHeap(), 0, HeapAlloc(GetProcessHeap(), 0, 5000));
+        for (const HANDLE heap : {GetProcessHeap(), own})
+            HeapFree(heap, 0, HeapAlloc(heap, 0, 5000));
+        std::free(std::malloc(5000));
+        IMessageHandler other;
+        EXPECT_EQ(TopicSubscribe(topic, other), ERROR_SUCCESS);
+        EXPECT_EQ(TopicUnsubscribe(topic, other, 0), ERROR_SUCCESS);
         if (round % 50 == 0) { // at most the step that it was in ends
             const std::uint64_t before = steps;
             Sleep(5);
@@ -438,28 +473,7 @@ TEST(ThreadPool, SuspendsAndResumes)
     ASSERT_EQ(pool.queue(1, busy), ERROR_SUCCESS);
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
     pool.close(); // and neither does a close hang
-}
-
-// Whoever suspends, before a wait without end or during it, the wait ends with the work.
-TEST(ThreadPool, SuspendedThreadsHoldUpNoWaitWithoutEnd)
-{
-    Blocker blocker;
-    const TestPool pool(kOneThread);
-    void* instance = nullptr;
-    ASSERT_EQ(THPQueueWork(pool.handle, kCategory, 1UL, blocker, HashMessageW(),
-                           ITHPWorkItem::ScheduleOption::AtEnd, &instance),
-              ERROR_SUCCESS);
-    ASSERT_TRUE(blocker.started.wait());
-    std::thread waiter(
-        [&] { EXPECT_EQ(THPWait(pool.handle, kCategory, 1UL, INFINITE, nullptr), ERROR_SUCCESS); });
-    // Until the wait has begun suspending works, and the wait undoes it; from then on it is refused.
-    while (THPSuspendWork(pool.handle, kCategory, 1UL) != ERROR_INVALID_STATE ||
-           THPResumeWork(pool.handle, kCategory, 1UL) != ERROR_SUCCESS ||
-           THPSuspendWork(pool.handle, kCategory, 1UL) != ERROR_INVALID_STATE)
-        std::this_thread::yield();
-    blocker.goOn.set();
-    waiter.join();
-    EXPECT_EQ(blocker.ended, 1);
+    HeapDestroy(own);
 }
 
 TEST(ThreadPool, GivesEverythingBackWhenClosed)
@@ -469,6 +483,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
         EXPECT_EQ(
             THPQueueWork(pool.handle, kCategory, 1UL, &doNothing, HashMessageW(), Option::AtEnd, nullptr), 0);
     }
+    const HeapWatch watch(sysmaintModule());
     const ProcessCounts before = ProcessCounts::now();
     for (int round = 0; round < 20; ++round) {
         Blocker blocker;
@@ -495,6 +510,27 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
         ++limit.handles; // the event above
         EXPECT_TRUE(limit.isReachedAgain());
     }
+}
+
+TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
+{
+    const HeapWatch watch(sysmaintModule());
+    const TestPool pool(kOneThread);
+    HashMessageW arguments;
+    for (int i = 0; i < 20; ++i)
+        arguments.setParameter((L"argument " + std::to_wstring(i)).c_str(), std::uint32_t{0});
+    const THPWorkFunction failing = [](IThreadContext&, void*) -> long { return 1117; };
+    long blocks[3] = {};
+    for (long& count : blocks) {
+        for (unsigned long i = 0; i < 100; ++i) {
+            EXPECT_EQ(THPQueueWork(pool.handle, kCategory, i, failing, arguments, Option::AtEnd, nullptr), 0);
+            EXPECT_EQ(pool.wait(i), ERROR_SUCCESS);
+        }
+        count = HeapWatch::liveBlocks();
+    }
+    EXPECT_LE(blocks[0], 400) << "no arguments";
+    EXPECT_LE(blocks[2], blocks[1] + 4) << "the last 64";
+    EXPECT_EQ(pool.result(99), 1117);
 }
 
 // Each system call of making a thread fails in turn: the caller gets the code, the work does not run, and
@@ -527,10 +563,11 @@ TEST(ThreadPoolFaults, FailingThreadsAndEventsAreReported)
             fail();
             void* instance = &instance;
             EXPECT_EQ(pool.queue(1, blocker, Option::AtEnd, &instance), 1450) << name;
-            EXPECT_EQ(instance, nullptr);
+            EXPECT_EQ(instance, &instance);
             EXPECT_EQ(pool.isRunning(1), 0);
             blocker.goOn.set();
             EXPECT_EQ(pool.queue(1, blocker), ERROR_SUCCESS) << name;
+            EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
             EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS) << name;
             EXPECT_EQ(blocker.begun, 1) << name;
             pool.close();
@@ -603,7 +640,8 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
             return static_cast<long>(WaitForSingleObject(cancel, 0));
         });
         ASSERT_EQ(pool.queue(3, clean), ERROR_SUCCESS);
-        EXPECT_EQ(pool.wait(3), WAIT_TIMEOUT);
+        EXPECT_EQ(pool.wait(3), ERROR_SUCCESS);
+        EXPECT_EQ(pool.result(3), WAIT_TIMEOUT);
 
         // No event for the waiter: it is told, and the work goes on.
         pool.close();

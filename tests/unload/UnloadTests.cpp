@@ -10,13 +10,15 @@
 #include "win32/threadpool/include/IThreadContext.h"
 
 namespace {
+bool workHeedsCancel = false;
 TestEvent* workStarted;
 TestEvent* workMayEnd;
 
-long work(IThreadContext&, void*)
+long work(IThreadContext&, void* cancelEvent)
 {
     workStarted->set();
-    return workMayEnd->wait() ? ERROR_SUCCESS : ERROR_TIMEOUT;
+    const HANDLE either[] = {workMayEnd->get(), workHeedsCancel ? cancelEvent : workMayEnd->get()};
+    return WaitForMultipleObjects(2, either, FALSE, 60000) != WAIT_TIMEOUT ? ERROR_SUCCESS : ERROR_TIMEOUT;
 }
 
 struct StayingHandler : IMessageHandler
@@ -99,9 +101,11 @@ void startEverything(const Library& library, StayingHandler& handler)
     static TestEvent mayEnd;
     workStarted = &started;
     workMayEnd = &mayEnd;
-    if (library.queue(library.createPool()) != 0 || library.openAndPost(handler) != 0 || !started.wait() ||
+    void* pool = library.createPool();
+    if (library.queue(pool) != 0 || library.openAndPost(handler) != 0 || !started.wait() ||
         !handler.inside.wait())
         ExitProcess(1);
+    library.get<void (*)(void*)>("keepPool")(pool);
 }
 } // namespace
 
@@ -149,15 +153,34 @@ TEST(Unload, EndsTheProcessInTheMiddleOfWork)
     EXPECT_EQ(runSelf(L"--exit-forgotten"), 42U);
 }
 
+// A client library's static objects unsubscribe, wait, and close its pools and topics in the loader lock.
+// What needs that lock to begin or to end cannot be waited for.
+TEST(Unload, ClosesFromStaticDestructors)
+{
+    EXPECT_EQ(runSelf(L"--static-idle"), 42U);
+    EXPECT_EQ(runSelf(L"--static-busy"), 42U);
+}
+
 int main(int argc, char** argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "";
     StayingHandler handler;
+    if (mode == "--static-idle" || mode == "--static-busy") {
+        workHeedsCancel = true;
+        {
+            const Library library;
+            startEverything(library, handler);
+            handler.mayEnd.set();
+            if (mode == "--static-idle")
+                workMayEnd->set();
+        }
+        return isUnloadedInTime() ? 42 : 2;
+    }
     if (mode == "--unload-busy" || mode == "--unload-idle") {
         {
             const Library library;
             startEverything(library, handler);
-            library.get<void (*)()>("forgetTopic")();
+            library.get<void (*)()>("forget")();
             if (mode == "--unload-idle") {
                 workMayEnd->set();
                 handler.mayEnd.set();
@@ -174,7 +197,7 @@ int main(int argc, char** argv)
         auto* library = new Library; // never let go of
         startEverything(*library, handler);
         if (mode == "--exit-forgotten")
-            library->get<void (*)()>("forgetTopic")();
+            library->get<void (*)()>("forget")();
         ExitProcess(42);
     }
     testing::InitGoogleTest(&argc, argv);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <list>
 
@@ -23,7 +24,7 @@ public:
     /// long, or std::bad_alloc; nothing has been put in then.
     std::uint64_t push(const Item& item)
     {
-        std::list<Item> added{item};
+        std::list<Entry> added{Entry{0, item}};
         const WriteLocker locker(m_lock);
         createEvent();
         if (m_waiting && !m_signalled) {
@@ -31,19 +32,22 @@ public:
                 throw static_cast<long>(GetLastError());
             m_signalled = true;
         }
+        added.front().number = m_pushed;
         m_items.splice(m_items.end(), added);
-        return m_taken + m_items.size() - 1;
+        return m_pushed++;
     }
 
-    /// Takes the item of that number back out, if it has not been taken from the front yet and nothing was
-    /// pushed after it. Returns whether it did.
+    /// Takes the item of that number back out, if it has not been taken from the front yet. Returns whether
+    /// it did.
     bool withdraw(std::uint64_t number) noexcept
     {
-        std::list<Item> dropped; // let go of after the lock
+        std::list<Entry> dropped; // let go of after the lock
         const WriteLocker locker(m_lock);
-        if (m_items.empty() || number != m_taken + m_items.size() - 1)
+        const auto found = std::find_if(m_items.begin(), m_items.end(),
+                                        [&](const Entry& entry) { return entry.number == number; });
+        if (found == m_items.end())
             return false;
-        dropped.splice(dropped.begin(), m_items, std::prev(m_items.end()));
+        dropped.splice(dropped.begin(), m_items, found);
         wakeWhenEmptied();
         return true;
     }
@@ -104,6 +108,12 @@ public:
     }
 
 private:
+    struct Entry
+    {
+        std::uint64_t number; // how many were pushed before it
+        Item item;
+    };
+
     /// One item taken from the front, while it is being consumed.
     class Taken
     {
@@ -114,7 +124,6 @@ private:
             if (queue.m_items.empty())
                 return;
             m_item.splice(m_item.begin(), queue.m_items, queue.m_items.begin());
-            ++queue.m_taken;
             ++queue.m_consuming;
         }
         Taken(const Taken&) = delete;
@@ -129,11 +138,11 @@ private:
         }
 
         [[nodiscard]] bool hasItem() const noexcept { return !m_item.empty(); }
-        [[nodiscard]] const Item& getItem() const noexcept { return m_item.front(); }
+        [[nodiscard]] const Item& getItem() const noexcept { return m_item.front().item; }
 
     private:
         ConsumerQueue& m_queue;
-        std::list<Item> m_item;
+        std::list<Entry> m_item;
     };
 
     void createEvent()
@@ -176,12 +185,12 @@ private:
     }
 
     ReadWriteLock m_lock;
-    std::list<Item> m_items;
+    std::list<Entry> m_items;
     Win32Handle m_available; // wakes the waiting consumer
     bool m_waiting = false;
     bool m_signalled = false;
     CONDITION_VARIABLE m_emptied = CONDITION_VARIABLE_INIT;
-    std::uint64_t m_taken = 0;    // how many items were taken so far: the number of the one at the front
+    std::uint64_t m_pushed = 0;   // how many items were pushed so far
     unsigned m_consuming = 0;     // items that are being consumed
     std::uint64_t m_released = 0; // how often the waits were ended
 };

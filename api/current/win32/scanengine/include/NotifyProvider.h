@@ -66,6 +66,7 @@ public:
         for (const NotifyInfo& info : *registrations) {
             if (isCancelled(cancelEvent))
                 return ERROR_CANCELLED;
+            const OutsideLibrary outside;
             info.handler->onNotify(Notification(info.first, info.second, value, info.value), item);
         }
         return ERROR_SUCCESS;

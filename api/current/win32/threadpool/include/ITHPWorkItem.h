@@ -51,8 +51,8 @@ struct ITHPWorkItem
     /// with a wait of 0 milliseconds and return early. It is the thread's own, so it is not to be closed and
     /// not to be used after the return.
     ///
-    /// Returns 0 or a Win32 code, which those who wait for the work get. What it raises ends the work with
-    /// the code of an Exception or of a long, 8 for missing memory, 574 for anything else.
+    /// Returns 0 or a Win32 code, which THPGetWorkResult tells. What it raises ends the work with the code of
+    /// an Exception or of a long, 8 for missing memory, 574 for anything else.
     virtual long operator()(IThreadContext&, void* /*cancelEvent*/)
     {
         throw Exception(PLACE(THP_WORK_ITEM_INTERFACE, "ITHPWorkItem::operator()", __LINE__), kNotOverridden);

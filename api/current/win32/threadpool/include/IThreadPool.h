@@ -28,4 +28,5 @@ struct IThreadPool
     virtual long cancelWork(const THPWorkKey& key, OperationType operation) = 0;
     virtual long wait(const THPWorkKey& key, std::uint32_t timeout, void* extraHandle) = 0;
     virtual bool isRunning(const THPWorkKey& key) = 0;
+    virtual long getResult(const THPWorkKey& key, long& result) = 0;
 };

@@ -1,6 +1,9 @@
 #include "core/win32/utils/communication/include/MessageTopic.h"
 
-#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+#include <algorithm>
+
+#include "core/win32/utils/threadpool/include/THPWorkItem.h"
+#include "core/win32/utils/threadpool/include/ThreadWait.h"
 
 using primitives::placedStep;
 
@@ -24,43 +27,104 @@ MessageTopic::MessageTopic(const wchar_t* name) : m_name(checkedName(name)) {}
 
 void MessageTopic::post(const Posted& posted)
 {
-    const WriteLocker locker(m_workLock);
     std::uint64_t number = 0;
-    placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 712),
-               [&] { number = m_queue.push(posted); });
+    bool begins = false;
+    {
+        const WriteLocker locker(m_workLock);
+        requireOpen();
+        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 712),
+                   [&] { number = m_queue.push(posted); });
+        try {
+            placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718),
+                       [&] { begins = !m_beginning && !isWorking(); });
+        } catch (const Exception&) {
+            if (m_queue.withdraw(number)) // else somebody has delivered it after all
+                throw;
+        }
+        m_beginning = m_beginning || begins;
+    }
+    if (!begins)
+        return;
     try {
-        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718), [&] {
-            if (!isWorking())
-                beginWork();
-        });
+        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718), [&] { beginWork(); });
     } catch (const Exception&) {
-        if (m_queue.withdraw(number)) // else somebody has delivered it after all
+        const bool withdrawn = m_queue.withdraw(number);
+        beginOrGiveUp();
+        if (withdrawn)
             throw;
     }
 }
 
+void MessageTopic::requireOpen() const
+{
+    if (m_closed)
+        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", __LINE__),
+                        ERROR_INVALID_ADDRESS);
+}
+
 // One thread for the category: a consumer that is being stopped and the next one never deliver at once.
+void MessageTopic::createPool()
+{
+    if (m_pool.isValid())
+        return;
+    const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 187);
+    SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool((m_name + L"Topic").c_str()));
+    if (!pool.isValid())
+        throw Exception(place);
+    const long code = THPCreateCategory(pool.get(), kConsumerCategory, THPCategoryOptions(1, 0, 0, 0));
+    if (code != ERROR_ALREADY_EXISTS)
+        requireAt(place, code);
+    const WriteLocker locker(m_workLock);
+    m_pool = std::move(pool);
+}
+
+// Called by the one thread that has set m_beginning. The consumer waits for m_beginLock before it does
+// anything: it then finds itself among the instances.
 void MessageTopic::beginWork()
 {
-    m_accepting = false;
-    const char* poolPlace = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 187);
-    if (!m_pool.isValid()) {
-        SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool((m_name + L"Topic").c_str()));
-        if (!pool.isValid())
-            throw Exception(poolPlace);
-        const long code = THPCreateCategory(pool.get(), kConsumerCategory, THPCategoryOptions(1, 0, 0, 0));
-        if (code != ERROR_ALREADY_EXISTS)
-            requireAt(poolPlace, code);
-        m_pool = std::move(pool);
-    }
-    std::erase_if(m_instances, [&](void* instance) { return !isRunning(instance); });
-    m_instances.push_back(nullptr);
-    const long code = THPQueueWork(m_pool.get(), kConsumerCategory, kConsumerWork, *this, HashMessageW(),
-                                   ITHPWorkItem::ScheduleOption::AtEnd, &m_instances.back());
-    if (code != ERROR_SUCCESS)
-        m_instances.pop_back();
+    const WriteLocker beginning(m_beginLock);
+    void* instance = nullptr;
+    const long code = boundary::statusOf([&]() -> long {
+        createPool();
+        {
+            const WriteLocker locker(m_workLock);
+            dropEnded();
+            m_instances.reserve(m_instances.size() + 1);
+        }
+        return THPQueueWork(m_pool.get(), kConsumerCategory, kConsumerWork, *this, HashMessageW(),
+                            ITHPWorkItem::ScheduleOption::AtEnd, &instance);
+    });
+    const WriteLocker locker(m_workLock);
+    m_beginning = false;
     requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 194), code);
-    m_accepting = true;
+    m_instances.push_back(instance); // has room: nobody else adds to it
+    m_accepting = !m_closed;
+    if (m_closed)
+        THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, instance,
+                      IThreadPool::OperationType::CancelAndReturn);
+}
+
+// Others may have posted while a consumer could not begin, and have relied on it. If it cannot be had now
+// either, the next post delivers what they have posted.
+void MessageTopic::beginOrGiveUp()
+{
+    {
+        const WriteLocker locker(m_workLock);
+        if (m_closed || m_beginning || m_accepting || !m_queue.hasItems())
+            return;
+        m_beginning = true;
+    }
+    const long code = boundary::statusOf([&]() -> long {
+        beginWork();
+        return ERROR_SUCCESS;
+    });
+    if (code != ERROR_SUCCESS)
+        m_queue.releaseWaiters();
+}
+
+void MessageTopic::dropEnded() noexcept
+{
+    std::erase_if(m_instances, [&](void* instance) { return !isRunning(instance); });
 }
 
 bool MessageTopic::isWorking()
@@ -114,8 +178,7 @@ void MessageTopic::stopAndWait(const Deadline& deadline)
     for (void* instance : instances) {
         const long code =
             THPWait(m_pool.get(), instance, kConsumerCategory, kConsumerWork, deadline.getLeft(), nullptr);
-        // Other codes than 0 may be those that the consumer ended with.
-        if (code != ERROR_SUCCESS && isRunning(instance))
+        if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && isRunning(instance))
             requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::unsubscribe", __LINE__), code);
     }
 }
@@ -128,16 +191,15 @@ void MessageTopic::consumeAll(std::uint32_t timeout)
     std::uint64_t released = 0;
     {
         const WriteLocker locker(m_workLock);
-        if (!isWorking())
+        if (!m_beginning && !isWorking())
             return;
         released = m_queue.getReleased();
     }
-    requireAt(place, m_queue.waitEmptied(timeout, released));
+    requireAt(place, m_queue.waitEmptied(waitLimit(timeout), released));
 }
 
 void MessageTopic::consumeItem(const Posted& posted)
 {
-    const THPThread::OutsideLibrary outside;
     const auto deliver = [&]<class MessageType>(const MessageType& message) {
         MessageType reply;
         sendMessage(message, reply, posted.first, nullptr);
@@ -158,10 +220,14 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
     if (context.getIDType() != ITHPIdentifier::kNumber || context.getID() != kConsumerWork)
         throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::operator()", __LINE__),
                         ERROR_INVALID_PARAMETER);
-    const THPThread::InsideLibrary inside;
+    const InsideLibrary inside;
     void* instance = static_cast<THPWorkItem&>(context.getWorkItem()).getInstance();
-    m_consumerThread = GetCurrentThreadId();
-    const long code = boundary::statusFrame(
+    {
+        const ReadLocker begun(m_beginLock);
+        const WriteLocker locker(m_workLock);
+        m_consumerThread = GetCurrentThreadId();
+    }
+    const long code = boundary::statusOf(
         [&] { return m_queue.consume(cancelEvent, [&](const Posted& posted) { consumeItem(posted); }); });
     const bool cancelled = isCancelled(cancelEvent);
     if (endWork(instance, !cancelled))
@@ -171,56 +237,82 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
     return ERROR_CANCELLED;
 }
 
-// Returns whether the topic is to be destroyed. A handler that raised has ended this consumer; what is still
-// queued goes to a new one.
+// Returns whether the topic is to be destroyed; if not, the calling thread must not touch it any more. A
+// handler that raised has ended this consumer; what is still queued goes to a new one.
 bool MessageTopic::endWork(void* instance, bool restart) noexcept
 {
-    const WriteLocker locker(m_workLock);
-    m_consumerThread = 0;
-    if (m_orphaned)
-        return true;
-    if (m_instances.empty() || m_instances.back() != instance)
-        return false; // the next consumer is there already, or the topic is being destroyed
-    if (restart && m_accepting && m_queue.hasItems()) {
-        m_accepting = false;
-        boundary::statusFrame([&]() -> long {
-            beginWork();
-            return ERROR_SUCCESS;
-        });
-    } else {
-        m_accepting = false;
+    bool latest = false;
+    {
+        const WriteLocker locker(m_workLock);
+        m_consumerThread = 0;
+        latest = !m_instances.empty() && m_instances.back() == instance;
+        restart = restart && latest && m_accepting && !m_closed;
+        m_accepting = m_accepting && !latest;
     }
-    if (!m_accepting)
+    if (restart)
+        beginOrGiveUp();
+    else if (latest)
         m_queue.releaseWaiters(); // the next post begins again
-    return false;
+    const WriteLocker locker(m_workLock);
+    std::erase(m_instances, instance);
+    if (m_orphaned)
+        dropEnded();
+    return m_orphaned && m_instances.empty();
+}
+
+void MessageTopic::close() noexcept
+{
+    if (isProcessEnding())
+        return;
+    {
+        const WriteLocker locker(m_workLock);
+        m_closed = true;
+        m_accepting = false;
+        m_queue.releaseWaiters();
+    }
+    const Deadline deadline(waitLimit(INFINITE));
+    while (waitForConsumer(deadline)) {
+    }
+}
+
+// Returns whether there is still something to wait for.
+bool MessageTopic::waitForConsumer(const Deadline& deadline) noexcept
+{
+    constexpr DWORD kLook = 1000; // milliseconds until we ask whom the consumer is waiting for
+    void* instance = nullptr;
+    DWORD thread = 0;
+    {
+        const WriteLocker locker(m_workLock);
+        dropEnded();
+        if (m_instances.empty())
+            return false;
+        for (void* running : m_instances)
+            THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, running,
+                          IThreadPool::OperationType::CancelAndReturn);
+        instance = m_instances.front();
+        thread = m_consumerThread;
+    }
+    const ThreadWait waiting(thread);
+    if (deadline.getLeft() == 0 || (thread != 0 && waiting.closesCircle()))
+        return false;
+    const long code = THPWait(m_pool.get(), instance, kConsumerCategory, kConsumerWork,
+                              std::min(deadline.getLeft(), kLook), nullptr);
+    if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && code != WAIT_TIMEOUT)
+        SwitchToThread(); // a wait that fails says nothing about the consumer
+    return true;
 }
 
 void MessageTopic::dismiss() noexcept
 {
     if (isProcessEnding())
         return;
-    const THPThread::InsideLibrary inside;
-    std::vector<void*> instances;
+    close();
     {
         const WriteLocker locker(m_workLock);
-        if (m_accepting) {
-            m_accepting = false;
-            THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(),
-                          IThreadPool::OperationType::CancelAndReturn);
-        }
-        if (isConsumer()) {
-            m_orphaned = true;
+        dropEnded();
+        m_orphaned = !m_instances.empty();
+        if (m_orphaned)
             return;
-        }
-        instances.swap(m_instances);
-    }
-    for (void* instance : instances) {
-        // A wait that fails says nothing about the consumer, which must not be left behind.
-        while (isRunning(instance)) {
-            THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, instance,
-                          IThreadPool::OperationType::CancelAndReturn);
-            THPWait(m_pool.get(), instance, kConsumerCategory, kConsumerWork, INFINITE, nullptr);
-        }
     }
     delete this;
 }

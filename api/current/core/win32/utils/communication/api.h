@@ -4,7 +4,9 @@
 // every message that is sent or posted to it; filters receive it before the handlers do.
 //
 // Status functions return a Win32 code. Besides their own: 8 without memory, 6 for a topic handle that is
-// not open. A call that fails queues and delivers nothing, unless it says so.
+// not open, 1115 at the end of the process, when the other threads are gone and there is nothing to wait for.
+// A call that fails queues and delivers nothing, unless it says so. A thread that holds the loader lock, in
+// the start or the end of a module, waits for 5 seconds at most.
 //
 // Sent messages are delivered on the sender's thread, on several threads at once if several send. Posted
 // messages are copied, queued and delivered one at a time, in the order of posting, by the topic's consumer:
@@ -22,10 +24,11 @@
 
 /// Gives a handle back; nonzero on success, 0 for a handle that is not open. TopicHandle calls it by itself.
 ///
-/// The last reference to a topic, also those of calls that are under way, drops the messages that are still
-/// queued, and waits until the consumer has ended; so no posted message is being delivered afterwards. When
-/// it is one of the topic's own handlers that lets go of it, nothing is waited for and the topic ends with
-/// the delivery.
+/// The last handle closes the topic, also when calls are under way: the messages that are still queued are
+/// dropped, and the call waits until the consumer has ended; so no posted message is being delivered
+/// afterwards. Not waited for is a consumer whose handler makes the call, or whose handler waits itself until
+/// the calling thread is done, where two handlers close each other's topic; the topic ends with the delivery
+/// then.
 SYSMAINT_API int CloseMessageTopic(void* topic);
 
 /// Owner of one topic handle.
@@ -86,7 +89,9 @@ SYSMAINT_API long TopicSendMessage(const TopicHandle& topic, const HashMessageW&
 // handlers is dropped, and the context that they get is null. What a subscriber raises ends that delivery and
 // the consumer's work with the code; a new consumer goes on with the next message.
 //
-// Codes: the system's for an event or a thread that was refused, the pool's.
+// Codes: the system's for an event or a thread that was refused, the pool's; 487 the topic was closed
+// meanwhile. If the consumer could not begin for one post, a post of another thread at the same time may have
+// succeeded all the same: its message is delivered with the next post.
 
 SYSMAINT_API long TopicPostMessage(const TopicHandle& topic, const MessageW& message);
 SYSMAINT_API long TopicPostMessage(const TopicHandle& topic, const MessageW& message, unsigned long value);
@@ -110,8 +115,10 @@ SYSMAINT_API long TopicStopConsumer(const TopicHandle& topic);
 /// Says whether the object table of a class answers load and dump requests. With `serve` nonzero it is
 /// subscribed to the topic "ObjectManager<" class name ">", for example "ObjectManager<ScanItem>", which is
 /// created for that; with 0 it is taken off and lets go of the topic. At first no table has a topic: to load
-/// the library makes none. To say again what is so already does nothing. Whatever is still served when the
+/// the library makes none. Repeating a call has no effect. Whatever is still served when the
 /// library is unloaded ends before the tables do.
+///
+/// Other messages on such a topic than HashMessageW without a value are refused with 87.
 ///
 /// Codes: 87 null name; 1168 no class of that name has a table.
 SYSMAINT_API long ServeObjectRequests(const wchar_t* className, int serve);

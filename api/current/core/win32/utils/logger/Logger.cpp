@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <iterator>
+#include <new>
 #include <string>
 
 #include "core/win32/utils/paths/include/Win32Path.h"
@@ -71,33 +73,78 @@ Win32Handle openLog(const std::wstring& path)
 }
 } // namespace
 
-void LogEntry::format(const SYSTEMTIME& time, const wchar_t* module, const wchar_t* message) noexcept
+std::wstring_view LogStamp::now() noexcept
 {
-    constexpr std::size_t kLongest = kCapacity - 1;
-    constexpr std::wstring_view kLineEnd = L"\r\n";
-    std::size_t length = static_cast<std::size_t>(
-        std::swprintf(text, kCapacity, L"[ %02d.%02d.%04d %02d:%02d:%02d ]  ", time.wDay, time.wMonth,
-                      time.wYear, time.wHour, time.wMinute, time.wSecond));
-    const auto append = [&](const wchar_t* part) {
-        while (*part != L'\0' && length < kLongest - kLineEnd.size())
-            text[length++] = *part++;
-        // The rest was cut: not between the halves of a pair.
-        if (*part >= 0xDC00 && *part < 0xE000 && text[length - 1] >= 0xD800 && text[length - 1] < 0xDC00)
-            text[--length] = L'\0';
-    };
+    FILETIME time;
+    GetSystemTimeAsFileTime(&time);
+    const std::uint64_t ticks = (static_cast<std::uint64_t>(time.dwHighDateTime) << 32U) | time.dwLowDateTime;
+    if (ticks / kTicksPerSecond != m_second) {
+        SYSTEMTIME local;
+        GetLocalTime(&local);
+        m_second = ticks / kTicksPerSecond;
+        m_length = static_cast<std::size_t>(
+            std::swprintf(m_text, std::size(m_text), L"[ %02d.%02d.%04d %02d:%02d:%02d ]  ", local.wDay,
+                          local.wMonth, local.wYear, local.wHour, local.wMinute, local.wSecond));
+    }
+    return {m_text, m_length};
+}
+
+LogLine::LogLine(const wchar_t* module, const wchar_t* message) noexcept // NOLINT: leaves the rest untouched
+{
     append(module);
     append(L":  ");
     append(message);
-    for (const wchar_t c : kLineEnd)
-        text[length++] = c;
+    m_text[m_length++] = L'\r';
+    m_text[m_length++] = L'\n';
 
-    for (std::size_t i = 26; i < kCapacity; ++i) {
-        if (text[i] != L'\n')
+    for (std::size_t i = 1; i < m_length; ++i) {
+        if (m_text[i] != L'\n')
             continue;
-        if (text[i - 1] == L'\r')
+        if (m_text[i - 1] == L'\r')
             break;
-        text[i] = L' ';
+        m_text[i] = L' ';
     }
+}
+
+void LogLine::append(const wchar_t* part) noexcept
+{
+    while (*part != L'\0' && m_length < kLongest - 2)
+        m_text[m_length++] = *part++;
+    // The rest was cut: not between the halves of a pair.
+    if (*part >= 0xDC00 && *part < 0xE000 && m_length != 0 && m_text[m_length - 1] >= 0xD800 &&
+        m_text[m_length - 1] < 0xDC00)
+        --m_length;
+}
+
+void LogQueue::add(HANDLE file, std::wstring_view stamp, std::wstring_view line)
+{
+    const std::size_t length = stamp.size() + line.size();
+    if (m_blocks.empty() || Block::kSize - m_blocks.back().end < sizeOf(length))
+        m_blocks.emplace_back();
+    Block& block = m_blocks.back();
+    auto* entry = new (block.bytes + block.end) Entry{file, length};
+    auto* text = reinterpret_cast<wchar_t*>(entry + 1);
+    line.copy(text + stamp.copy(text, stamp.size()), line.size());
+    block.end += sizeOf(length);
+}
+
+const LogQueue::Entry* LogQueue::getFront() const noexcept
+{
+    if (m_blocks.empty() || m_blocks.front().begin == m_blocks.front().end)
+        return nullptr;
+    return reinterpret_cast<const Entry*>(m_blocks.front().bytes + m_blocks.front().begin);
+}
+
+void LogQueue::removeFront() noexcept
+{
+    Block& block = m_blocks.front();
+    block.begin += sizeOf(getFront()->length);
+    if (block.begin != block.end)
+        return;
+    if (m_blocks.size() != 1)
+        m_blocks.pop_front();
+    else
+        block.begin = block.end = 0;
 }
 
 class Logger::Guard
@@ -166,7 +213,7 @@ void Logger::openFiles()
     std::array<std::wstring, kFileCount> paths;
     for (std::size_t i = 0; i < kFileCount; ++i) {
         paths[i] = std::wstring(folder.getPath()) + kFiles[i].name;
-        if (paths[i].size() >= LogEntry::kCapacity)
+        if (paths[i].size() >= LogLine::kCapacity)
             throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
     }
     for (std::size_t i = 0; i < kFileCount; ++i)
@@ -214,16 +261,13 @@ HANDLE Logger::fileFor(const wchar_t* module) const noexcept
 
 void Logger::writeLogEntry(const wchar_t* module, const wchar_t* message)
 {
-    SYSTEMTIME now;
-    GetLocalTime(&now);
     if (module == nullptr || message == nullptr)
         throw Exception(LOGGER_PLACE("Logger::WriteLogEntry"), ERROR_INVALID_PARAMETER);
-    LogEntry entry;
-    entry.file = fileFor(module);
-    entry.format(now, module, message);
+    const LogLine line(module, message);
+    const HANDLE file = fileFor(module);
     const Guard guard(m_section);
     if (!m_ended)
-        m_queue.push_back(entry);
+        m_queue.add(file, m_stamp.now(), line.getText());
 }
 
 DWORD WINAPI Logger::threadMain(void* logger) noexcept
@@ -244,15 +288,16 @@ DWORD WINAPI Logger::threadMain(void* logger) noexcept
 void Logger::writeEntries() noexcept
 {
     const Win32Handle stopAll(CreateEventW(nullptr, TRUE, FALSE, kStopEvent));
-    LogEntry entry;
+    HANDLE file = nullptr;
+    wchar_t text[LogLine::kCapacity];
     for (;;) {
-        const bool found = copyFront(entry);
+        const std::size_t length = copyFront(file, text);
+        const bool found = length != 0;
         if (found) {
             DWORD written = 0; // a line that cannot be written is lost
-            WriteFile(entry.file, entry.text, static_cast<DWORD>(std::wcslen(entry.text) * sizeof(wchar_t)),
-                      &written, nullptr);
+            WriteFile(file, text, static_cast<DWORD>(length * sizeof(wchar_t)), &written, nullptr);
             const Guard guard(m_section);
-            m_queue.pop_front();
+            m_queue.removeFront();
         }
         if (isCancelled(stopAll.get()) || m_stopping) {
             // Nobody writes what is queued, nor what comes after it.
@@ -266,11 +311,14 @@ void Logger::writeEntries() noexcept
     }
 }
 
-bool Logger::copyFront(LogEntry& entry) noexcept
+// The length of the oldest line, 0 when there is none.
+std::size_t Logger::copyFront(HANDLE& file, wchar_t* text) noexcept
 {
     const Guard guard(m_section);
-    if (m_queue.empty())
-        return false;
-    entry = m_queue.front();
-    return true;
+    const LogQueue::Entry* entry = m_queue.getFront();
+    if (entry == nullptr)
+        return 0;
+    file = entry->file;
+    std::copy_n(entry->getText(), entry->length, text);
+    return entry->length;
 }

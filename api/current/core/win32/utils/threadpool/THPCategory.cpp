@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+#include "core/win32/utils/threadpool/include/ThreadWait.h"
+
 THPCategory::THPCategory(const THPIdentifier& key, const THPCategoryOptions& options)
     : m_key(key), m_options(options), m_events(makeShared<EventCache>())
 {
@@ -14,51 +17,120 @@ long THPCategory::queueWork(const SharedPtr<THPCategory>& self, const ItemPtr& i
     if (option > ITHPWorkItem::ScheduleOption::OnlyIfFree)
         return ERROR_INVALID_PARAMETER;
 
-    const WriteLocker locker(m_lock);
-    if (m_closed)
-        return ERROR_INVALID_ADDRESS;
-    if (!m_waiting.empty()) {
-        const long code = m_waiting.back()->handOver(item);
-        if (code == ERROR_SUCCESS) {
-            item->setRunning();
-            m_waiting.pop_back();
+    ThreadPtr thread;
+    {
+        const WriteLocker locker(m_lock);
+        if (m_closed)
+            return ERROR_INVALID_ADDRESS;
+        if (!m_waiting.empty()) {
+            const long code = m_waiting.back()->handOver(item);
+            if (code == ERROR_SUCCESS) {
+                item->setRunning();
+                m_waiting.pop_back();
+            }
+            return code;
         }
-        return code;
+        if (m_threadCount.load() == m_options.maximumThreads) {
+            if (option == ITHPWorkItem::ScheduleOption::OnlyIfFree)
+                return ERROR_CAN_NOT_COMPLETE;
+            m_queue.insert(option == ITHPWorkItem::ScheduleOption::AtEnd ? m_queue.end() : m_queue.begin(),
+                           item);
+            return ERROR_SUCCESS;
+        }
+        thread = addThread(item);
     }
-    if (m_threadCount.load() != m_options.maximumThreads)
-        return startThread(self, item);
-    switch (option) {
-    case ITHPWorkItem::ScheduleOption::AtEnd:
-        m_queue.push_back(item);
-        return ERROR_SUCCESS;
-    case ITHPWorkItem::ScheduleOption::AtFront:
-        m_queue.push_front(item);
-        return ERROR_SUCCESS;
-    default:
-        return ERROR_CAN_NOT_COMPLETE;
+    const long code = THPThread::start(thread, self);
+    if (code != ERROR_SUCCESS) {
+        startFailed(*thread, item, code);
+        startForQueue(self);
     }
+    return code;
 }
 
-// The lock is held while the thread is made: if that fails, nobody has queued work meanwhile in the belief
-// that there will be a thread for it.
-long THPCategory::startThread(const SharedPtr<THPCategory>& self, const ItemPtr& item)
+THPCategory::ThreadPtr THPCategory::addThread(const ItemPtr& item)
 {
     if (m_threads.size() == m_threads.capacity())
         m_threads.reserve(std::max<std::size_t>(4, m_threads.size() * 2));
     m_waiting.reserve(m_threads.capacity());
-    const ThreadPtr thread(new THPThread(m_options));
-    const long code = THPThread::start(thread, self, item, m_suspended);
-    if (code == ERROR_SUCCESS) {
-        item->setRunning();
-        m_threads.push_back(thread);
-        ++m_threadCount;
+    const ThreadPtr thread(new THPThread(m_options, m_suspended));
+    thread->setItem(item);
+    item->setRunning();
+    m_threads.push_back(thread);
+    ++m_threadCount;
+    return thread;
+}
+
+void THPCategory::removeThread(THPThread& thread) noexcept
+{
+    std::erase(m_waiting, &thread);
+    std::erase_if(m_threads, [&](const ThreadPtr& known) { return known.get() == &thread; });
+    --m_threadCount;
+}
+
+// Takes a thread out that could not be started. `item` was queued with it: whoever found it meanwhile is let
+// go. If that was cancelled and another item given to the thread, that one goes back.
+void THPCategory::startFailed(THPThread& thread, const ItemPtr& item, long code) noexcept
+{
+    const WriteLocker locker(m_lock);
+    const ItemPtr other = thread.getItem();
+    removeThread(thread);
+    if (!item->isComplete())
+        item->complete(THPWorkItem::State::Cancelled, code);
+    WakeAllConditionVariable(&m_itemEnded);
+    if (!other || other.get() == item.get())
+        return;
+    const long requeued = boundary::statusOf([&]() -> long {
+        m_queue.push_front(other);
+        return ERROR_SUCCESS;
+    });
+    if (requeued != ERROR_SUCCESS)
+        complete(other, THPWorkItem::State::Finished, requeued);
+}
+
+// While a thread was being started, work may have been queued in the belief that it would come for it. If no
+// thread will, another one is started; work that cannot even then have one ends with the reason.
+void THPCategory::startForQueue(const SharedPtr<THPCategory>& self) noexcept
+{
+    for (;;) {
+        ItemPtr item;
+        ThreadPtr thread;
+        long code = ERROR_SUCCESS;
+        {
+            const WriteLocker locker(m_lock);
+            if (m_closed || m_queue.empty() || m_threadCount != 0 || m_options.maximumThreads == 0)
+                return;
+            item = m_queue.front();
+            m_queue.pop_front();
+            code = boundary::statusOf([&]() -> long {
+                thread = addThread(item);
+                return ERROR_SUCCESS;
+            });
+        }
+        if (code == ERROR_SUCCESS)
+            code = THPThread::start(thread, self);
+        if (code == ERROR_SUCCESS)
+            return;
+        {
+            const WriteLocker locker(m_lock);
+            if (!item->isComplete())
+                complete(item, THPWorkItem::State::Finished, code);
+        }
+        if (thread)
+            startFailed(*thread, item, code);
+        item->releaseArguments();
     }
-    return code;
+}
+
+void THPCategory::threadStarted(THPThread& thread, Win32Handle handle) noexcept
+{
+    const WriteLocker locker(m_lock);
+    thread.setStarted(std::move(handle));
 }
 
 void THPCategory::complete(const ItemPtr& item, THPWorkItem::State state, long status) noexcept
 {
     item->complete(state, status);
+    WakeAllConditionVariable(&m_itemEnded);
     if (item->getOutcome() == ERROR_SUCCESS) {
         for (const ItemPtr& earlier : m_outcomes) {
             if (earlier->isSameWork(*item))
@@ -95,19 +167,31 @@ bool THPCategory::retire(THPThread& thread) noexcept
     const WriteLocker locker(m_lock);
     if (thread.getItem())
         return false;
-    if (!m_closed) { // a closed category waits for the threads that it has
-        std::erase(m_waiting, &thread);
-        std::erase_if(m_threads, [&](const ThreadPtr& known) { return known.get() == &thread; });
-        --m_threadCount;
-    }
+    if (!m_closed) // a closed category waits for the threads that it has
+        removeThread(thread);
     return true;
+}
+
+void THPCategory::threadLost(const SharedPtr<THPCategory>& self, THPThread& thread,
+                             const ItemPtr& item) noexcept
+{
+    {
+        const WriteLocker locker(m_lock);
+        if (item) {
+            const bool cancelled = thread.takeCancel() || item->isCancelRequested();
+            complete(item, cancelled ? THPWorkItem::State::Cancelled : THPWorkItem::State::Finished,
+                     boundary::kUnhandledException);
+        }
+        thread.clearItem();
+        if (!m_closed)
+            removeThread(thread);
+    }
+    startForQueue(self);
 }
 
 long THPCategory::suspend(const THPWorkKey& key) noexcept
 {
     const WriteLocker locker(m_lock);
-    if (m_endlessWaits != 0)
-        return ERROR_INVALID_STATE;
     long result = ERROR_SUCCESS;
     bool found = !key.work;
     bool suspended = false;
@@ -156,6 +240,37 @@ long THPCategory::resume(const THPWorkKey& key) noexcept
     return result;
 }
 
+// The thread's item has been taken back: it gets the next, or waits for one.
+void THPCategory::giveNext(THPThread& thread) noexcept
+{
+    if (!m_suspended)
+        thread.resume();
+    if (m_closed)
+        return;
+    if (!m_queue.empty() && thread.handOver(m_queue.front()) == ERROR_SUCCESS) {
+        m_queue.front()->setRunning();
+        m_queue.pop_front();
+    } else {
+        m_waiting.push_back(&thread);
+    }
+}
+
+// Work that has not begun does not begin: its thread may not get that far while the calling one waits.
+long THPCategory::cancelRunning(THPThread& thread, const ItemPtr& item, bool& takenBack) noexcept
+{
+    takenBack = thread.takeBack();
+    if (takenBack) {
+        complete(item, THPWorkItem::State::Cancelled, ERROR_CANCELLED);
+        giveNext(thread);
+        return ERROR_SUCCESS;
+    }
+    const long code = item->isCancelRequested() ? ERROR_SUCCESS : thread.cancel();
+    if (code != ERROR_SUCCESS)
+        return code;
+    item->requestCancel();
+    return thread.resume(); // so that it can see it
+}
+
 long THPCategory::cancel(const THPWorkKey& key, IThreadPool::OperationType operation)
 {
     using Operation = IThreadPool::OperationType;
@@ -163,44 +278,40 @@ long THPCategory::cancel(const THPWorkKey& key, IThreadPool::OperationType opera
         return ERROR_INVALID_PARAMETER;
 
     long result = ERROR_SUCCESS;
-    std::vector<ItemPtr> affected; // let go of after the lock
-    std::size_t dropped = 0;
+    std::vector<ItemPtr> ended;
+    std::vector<ItemPtr> running;
     {
         const WriteLocker locker(m_lock);
-        affected.reserve(m_queue.size() + m_threads.size());
+        ended.reserve(m_queue.size() + m_threads.size());
+        running.reserve(m_threads.size());
         std::erase_if(m_queue, [&](const ItemPtr& item) {
             if (!item->matches(key))
                 return false;
             complete(item, THPWorkItem::State::Cancelled, ERROR_CANCELLED);
-            affected.push_back(item);
+            ended.push_back(item);
             return true;
         });
-        dropped = affected.size();
-        if (operation == Operation::DropQueued)
-            return ERROR_SUCCESS;
-        if (operation == Operation::CancelAndWait)
-            ++m_endlessWaits;
         for (const ThreadPtr& thread : m_threads) {
             const ItemPtr item = thread->getItem();
-            if (!item || !item->matches(key))
+            if (operation == Operation::DropQueued || !item || !item->matches(key))
                 continue;
-            long code = item->isCancelRequested() ? ERROR_SUCCESS : thread->cancel();
-            if (code == ERROR_SUCCESS) {
-                item->requestCancel();
-                code = thread->resume(); // so that it can see it
-            }
-            if (code != ERROR_SUCCESS)
+            bool takenBack = false;
+            if (const long code = cancelRunning(*thread, item, takenBack); code != ERROR_SUCCESS)
                 result = code;
+            else if (takenBack)
+                ended.push_back(item);
             else if (!thread->isCurrent())
-                affected.push_back(item);
+                running.push_back(item);
         }
     }
-    if (operation == Operation::CancelAndWait) {
-        const EndlessWait endless{*this, true};
-        for (std::size_t i = dropped; i < affected.size(); ++i) {
-            if (const long code = waitForItem(*affected[i], INFINITE, nullptr); code != ERROR_SUCCESS)
-                result = code;
-        }
+    for (const ItemPtr& item : ended)
+        item->releaseArguments();
+    if (operation != Operation::CancelAndWait)
+        return result;
+    const Deadline deadline(waitLimit(INFINITE));
+    for (const ItemPtr& item : running) {
+        if (const long code = waitForItem(*item, deadline.getLeft(), nullptr); code != ERROR_SUCCESS)
+            result = code;
     }
     return result;
 }
@@ -229,75 +340,126 @@ long THPCategory::wait(const THPWorkKey& key, std::uint32_t timeout, HANDLE extr
             const ItemPtr item = thread->getItem();
             if (item && item->matches(key) && !thread->isCurrent())
                 items.push_back(item);
-            if (timeout == INFINITE)
-                thread->resume();
         }
         for (const ItemPtr& item : m_queue) {
             if (item->matches(key))
                 items.push_back(item);
         }
-        if (timeout == INFINITE)
-            m_suspended = false;
         if (items.empty() && key.work) {
-            for (auto earlier = m_outcomes.rbegin(); earlier != m_outcomes.rend(); ++earlier) {
-                if ((*earlier)->matches(key) && (key.instance != nullptr || !(*earlier)->isSuperseded()))
-                    return (*earlier)->getOutcome();
-            }
+            const THPWorkItem* earlier = findOutcome(key);
+            return earlier != nullptr && earlier->isCancelled() ? ERROR_CANCELLED : ERROR_SUCCESS;
         }
-        if (timeout == INFINITE)
-            ++m_endlessWaits;
     }
 
-    const EndlessWait endless{*this, timeout == INFINITE};
-    const Deadline deadline(timeout);
+    const Deadline deadline(waitLimit(timeout));
     long result = ERROR_SUCCESS;
     for (const ItemPtr& item : items) {
         if (const long code = waitForItem(*item, deadline.getLeft(), extraHandle); code != ERROR_SUCCESS)
             return code;
         const ReadLocker locker(m_lock);
-        if (result == ERROR_SUCCESS)
-            result = item->getOutcome();
+        if (item->isCancelled())
+            result = ERROR_CANCELLED;
     }
     return result;
 }
 
-THPCategory::EndlessWait::~EndlessWait()
+const THPWorkItem* THPCategory::findOutcome(const THPWorkKey& key) const noexcept
 {
-    if (!m_counted)
-        return;
-    const WriteLocker locker(m_category.m_lock);
-    --m_category.m_endlessWaits;
+    for (auto earlier = m_outcomes.rbegin(); earlier != m_outcomes.rend(); ++earlier) {
+        if ((*earlier)->matches(key) && (key.instance != nullptr || !(*earlier)->isSuperseded()))
+            return earlier->get();
+    }
+    return nullptr;
 }
 
-bool THPCategory::isRunning(const THPWorkKey& key) noexcept
+bool THPCategory::hasWork(const THPWorkKey& key) noexcept
 {
     const auto isMatch = [&](const ItemPtr& item) { return item && item->matches(key); };
-    const ReadLocker locker(m_lock);
     return std::any_of(m_queue.begin(), m_queue.end(), isMatch) ||
            std::any_of(m_threads.begin(), m_threads.end(),
                        [&](const ThreadPtr& thread) { return isMatch(thread->getItem()); });
 }
 
-void THPCategory::close() noexcept
+bool THPCategory::isRunning(const THPWorkKey& key) noexcept
+{
+    const ReadLocker locker(m_lock);
+    return hasWork(key);
+}
+
+long THPCategory::getResult(const THPWorkKey& key, long& result) noexcept
+{
+    const ReadLocker locker(m_lock);
+    if (hasWork(key))
+        return ERROR_BUSY;
+    const THPWorkItem* earlier = findOutcome(key);
+    result = earlier != nullptr ? earlier->getOutcome() : static_cast<long>(ERROR_SUCCESS);
+    return ERROR_SUCCESS;
+}
+
+bool THPCategory::closeIfUnused() noexcept
 {
     const WriteLocker locker(m_lock);
-    m_closed = true;
-    m_suspended = false;
-    for (const ItemPtr& item : m_queue)
-        complete(item, THPWorkItem::State::Cancelled, ERROR_CANCELLED);
-    clearWaitingThreads();
-    for (const ThreadPtr& thread : m_threads) {
-        if (const ItemPtr item = thread->getItem(); item) {
-            item->requestCancel();
-            thread->cancel();
+    m_closed = m_closed || (m_threads.empty() && m_queue.empty());
+    return m_closed;
+}
+
+void THPCategory::close() noexcept
+{
+    {
+        const WriteLocker locker(m_lock);
+        m_closed = true;
+        m_suspended = false;
+        m_waiting.clear();
+        for (const ThreadPtr& thread : m_threads) {
+            if (const ItemPtr item = thread->getItem(); item) {
+                item->requestCancel();
+                thread->cancel();
+            }
+            thread->end();
         }
-        thread->end();
+    }
+    for (ItemPtr item = dropOne(); item; item = dropOne())
+        item->releaseArguments();
+}
+
+// Ends one item of the closed category that has not begun, and returns it; empty when there is none.
+THPCategory::ItemPtr THPCategory::dropOne() noexcept
+{
+    const WriteLocker locker(m_lock);
+    ItemPtr item;
+    if (!m_queue.empty()) {
+        item = m_queue.front();
+        m_queue.pop_front();
+    }
+    for (std::size_t i = 0; i < m_threads.size() && !item; ++i) {
+        const ItemPtr given = m_threads[i]->getItem();
+        if (m_threads[i]->takeBack())
+            item = given;
+    }
+    if (item)
+        complete(item, THPWorkItem::State::Cancelled, ERROR_CANCELLED);
+    return item;
+}
+
+void THPCategory::waitForRunning(const Deadline& deadline) noexcept
+{
+    while (waitForOne(deadline)) {
     }
 }
 
-void THPCategory::join() noexcept
+// Returns whether there was something to wait for.
+bool THPCategory::waitForOne(const Deadline& deadline) noexcept
 {
-    for (const ThreadPtr& thread : m_threads)
-        thread->join();
-    m_threads.clear();
+    constexpr DWORD kLook = 1000; // milliseconds until we ask whether the thread is still there
+    const WriteLocker locker(m_lock);
+    for (const ThreadPtr& thread : m_threads) {
+        if (!thread->isBusy() || thread->isGone() || deadline.getLeft() == 0)
+            continue;
+        const ThreadWait waiting(thread->getId());
+        if (waiting.closesCircle())
+            continue;
+        m_lock.waitWrite(m_itemEnded, std::min(deadline.getLeft(), kLook));
+        return true;
+    }
+    return false;
 }

@@ -2,45 +2,37 @@
 
 #include <memory>
 
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+#include "core/win32/utils/threadpool/include/KeptLibrary.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 #include "core/win32/utils/threadpool/include/ThreadContext.h"
 
-namespace {
-/// Where each thread keeps which worker it is.
-class CurrentThreadSlot
-{
-public:
-    CurrentThreadSlot() noexcept : m_index(TlsAlloc()) {}
-    CurrentThreadSlot(const CurrentThreadSlot&) = delete;
-    CurrentThreadSlot& operator=(const CurrentThreadSlot&) = delete;
-    ~CurrentThreadSlot() { TlsFree(m_index); }
-
-    void set(THPThread* thread) const noexcept { TlsSetValue(m_index, thread); }
-    [[nodiscard]] THPThread* get() const noexcept
-    {
-        const DWORD lastError = GetLastError();
-        auto* thread = static_cast<THPThread*>(TlsGetValue(m_index));
-        SetLastError(lastError); // the call clears it
-        return thread;
-    }
-
-private:
-    DWORD m_index;
-} currentThread;
-} // namespace
-
-/// What a thread takes over when it begins: all that must live as long as it does.
-struct THPThread::Start
+/// What a thread holds while it runs; on the heap, because work may end its thread without coming back.
+struct THPThread::Worker
 {
     SharedPtr<THPThread> thread;
     SharedPtr<THPCategory> owner;
-    ModuleHandle module;
+    ItemPtr item{}; // the one that runs
 };
 
-THPThread* THPThread::current() noexcept
+/// Tells of a worker that ends in the middle of its work.
+struct THPThread::ExitNotice
 {
-    return currentThread.get();
-}
+    ExitNotice() noexcept : m_index(FlsAlloc(&THPThread::onThreadExit)) {}
+    ExitNotice(const ExitNotice&) = delete;
+    ExitNotice& operator=(const ExitNotice&) = delete;
+    ~ExitNotice()
+    {
+        if (!isProcessEnding())
+            FlsFree(m_index);
+    }
+    void set(Worker* worker) const noexcept { FlsSetValue(m_index, worker); }
+    static const ExitNotice notice;
+
+private:
+    DWORD m_index;
+};
+const THPThread::ExitNotice THPThread::ExitNotice::notice;
 
 long THPThread::createEvents() noexcept
 {
@@ -59,41 +51,60 @@ long THPThread::createCancelEvent() noexcept
     return m_cancelStatus;
 }
 
-long THPThread::start(const SharedPtr<THPThread>& self, const SharedPtr<THPCategory>& owner,
-                      const ItemPtr& item, bool stopped)
+long THPThread::start(const SharedPtr<THPThread>& self, const SharedPtr<THPCategory>& owner) noexcept
 {
     THPThread& thread = *self;
     const DWORD flags = thread.m_options.creationFlags;
-    if (thread.m_state != State::NotStarted || (flags != 0 && flags != CREATE_SUSPENDED))
+    if (thread.m_made || (flags != 0 && flags != CREATE_SUSPENDED))
         return ERROR_INVALID_STATE;
     if (const long code = thread.createEvents(); code != ERROR_SUCCESS)
         return code;
-
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                            reinterpret_cast<LPCWSTR>(&THPThread::entry), &module))
-        return static_cast<long>(GetLastError());
-    std::unique_ptr<Start> start(new Start{self, owner, ModuleHandle(module)});
-
-    // The new thread cannot look at what it has to do before this lock is left, so it either finds its first
-    // item or that its start has failed.
-    const WriteLocker locker(thread.m_lock);
-    if (flags == CREATE_SUSPENDED || stopped)
-        thread.m_gate.startSuspended(flags == CREATE_SUSPENDED);
-    thread.m_thread.reset(CreateThread(nullptr, static_cast<SIZE_T>(thread.m_options.stackSize),
-                                       &THPThread::entry, start.get(), flags, &thread.m_id));
-    if (!thread.m_thread.isValid())
-        return static_cast<long>(GetLastError());
-    static_cast<void>(start.release());
-    if (!SetThreadPriority(thread.m_thread.get(), thread.m_options.priority)) {
-        const auto code = static_cast<long>(GetLastError());
-        thread.m_abandoned = true;
-        thread.resume();
+    std::unique_ptr<Worker> worker;
+    if (const long code = boundary::statusOf([&]() -> long {
+            worker.reset(new Worker{self, owner});
+            return KeptLibrary::hold();
+        });
+        code != ERROR_SUCCESS)
         return code;
-    }
-    thread.m_state = flags == CREATE_SUSPENDED ? State::Suspended : State::Running;
-    thread.m_item = item;
-    return ERROR_SUCCESS;
+
+    // The new thread waits for this lock before it does anything: it then either begins or finds that its
+    // start has failed.
+    const WriteLocker locker(thread.m_startLock);
+    Win32Handle handle;
+    const long code = thread.create(*worker, handle);
+    if (thread.m_made)
+        static_cast<void>(worker.release()); // the thread's, also when it only ends
+    else
+        KeptLibrary::release();
+    if (code == ERROR_SUCCESS)
+        owner->threadStarted(thread, std::move(handle));
+    return code;
+}
+
+long THPThread::create(Worker& worker, Win32Handle& handle) noexcept
+{
+    DWORD id = 0;
+    handle.reset(CreateThread(nullptr, static_cast<SIZE_T>(m_options.stackSize), &THPThread::entry, &worker,
+                              m_options.creationFlags, &id));
+    if (!handle.isValid())
+        return static_cast<long>(GetLastError());
+    m_id = id;
+    m_made = true;
+    if (SetThreadPriority(handle.get(), m_options.priority))
+        return ERROR_SUCCESS;
+    const auto code = static_cast<long>(GetLastError());
+    m_abandoned = true;
+    if (m_options.creationFlags == CREATE_SUSPENDED)
+        ResumeThread(handle.get());
+    return code;
+}
+
+void THPThread::setStarted(Win32Handle handle) noexcept
+{
+    m_thread = std::move(handle);
+    m_heldBySystem = m_options.creationFlags == CREATE_SUSPENDED;
+    if (m_heldBySystem && !isSuspended()) // somebody has resumed it meanwhile
+        m_heldBySystem = ResumeThread(m_thread.get()) == static_cast<DWORD>(-1);
 }
 
 long THPThread::handOver(const ItemPtr& item) noexcept
@@ -110,6 +121,24 @@ void THPThread::setItem(const ItemPtr& item) noexcept
 {
     const WriteLocker locker(m_lock);
     m_item = item;
+    m_begun = false;
+}
+
+bool THPThread::takeBack() noexcept
+{
+    const WriteLocker locker(m_lock);
+    if (m_begun || !m_item)
+        return false;
+    m_item = m_none;
+    return true;
+}
+
+bool THPThread::beginItem(ItemPtr& item) noexcept
+{
+    const WriteLocker locker(m_lock);
+    item = m_item;
+    m_begun = static_cast<bool>(item);
+    return m_begun;
 }
 
 THPThread::ItemPtr THPThread::getItem() noexcept
@@ -118,9 +147,25 @@ THPThread::ItemPtr THPThread::getItem() noexcept
     return m_item;
 }
 
+bool THPThread::isBusy() noexcept
+{
+    const ReadLocker locker(m_lock);
+    return m_begun;
+}
+
 long THPThread::suspend() noexcept
 {
-    return isSuspended() ? static_cast<long>(ERROR_INVALID_STATE) : m_gate.suspend(m_thread.get());
+    return isSuspended() ? static_cast<long>(ERROR_INVALID_STATE) : m_mark.gate.suspend(m_thread.get());
+}
+
+long THPThread::resume() noexcept
+{
+    if (m_heldBySystem) {
+        if (ResumeThread(m_thread.get()) == static_cast<DWORD>(-1))
+            return static_cast<long>(GetLastError());
+        m_heldBySystem = false;
+    }
+    return m_mark.gate.resume(m_thread.get());
 }
 
 long THPThread::cancel() noexcept
@@ -140,25 +185,47 @@ DWORD WINAPI THPThread::entry(void* parameter)
 {
     if (parameter == nullptr)
         return ERROR_INVALID_PARAMETER;
-    ModuleHandle module;
-    long code;
-    {
-        const std::unique_ptr<Start> start(static_cast<Start*>(parameter));
-        module = std::move(start->module);
-        code = start->thread->loop(*start->owner);
-        currentThread.set(nullptr);
-    }
-    FreeLibraryAndExitThread(module.release(), static_cast<DWORD>(code));
+    const HMODULE library = KeptLibrary::reference();
+    auto* worker = static_cast<Worker*>(parameter);
+    ExitNotice::notice.set(worker);
+    const long code = worker->thread->loop(*worker);
+    ExitNotice::notice.set(nullptr);
+    finish(worker);
+    KeptLibrary::exitThread(library, static_cast<DWORD>(code));
 }
 
-long THPThread::loop(THPCategory& owner)
+void THPThread::finish(Worker* worker) noexcept
+{
+    workerSlot.set(nullptr);
+    delete worker; // perhaps with the thread object and the category
+}
+
+// The work has ended its thread. The reference that the thread has to the library cannot be given back here,
+// in the library's code; so the library stays loaded.
+void WINAPI THPThread::onThreadExit(void* parameter) noexcept
+{
+    if (isProcessEnding())
+        return;
+    auto* worker = static_cast<Worker*>(parameter);
+    WorkerMark& mark = worker->thread->m_mark;
+    if (mark.depth++ == 0)
+        mark.gate.enter(); // and never leaves again
+    if (worker->item)
+        worker->item->releaseArguments();
+    worker->owner->threadLost(worker->owner, *worker->thread, worker->item);
+    finish(worker);
+    KeptLibrary::release();
+}
+
+long THPThread::loop(Worker& worker) noexcept
 {
     {
-        const ReadLocker locker(m_lock); // held by start until it is decided
+        const ReadLocker locker(m_startLock); // held by start until it is decided
         if (m_abandoned)
             return ERROR_CANCELLED;
     }
-    currentThread.set(this);
+    workerSlot.set(&m_mark);
+    THPCategory& owner = *worker.owner;
     bool hasWork = true;
     for (;;) {
         const bool ending = WaitForSingleObject(m_terminate.get(), 0) == WAIT_OBJECT_0;
@@ -169,12 +236,16 @@ long THPThread::loop(THPCategory& owner)
             if (code != ERROR_SUCCESS && owner.retire(*this))
                 return code;
         }
-        if (const ItemPtr item = getItem(); item)
-            hasWork = owner.workDone(*this, item, ending ? ERROR_CANCELLED : run(*item));
-        else if (ending)
+        if (beginItem(worker.item)) {
+            const long status = ending ? ERROR_CANCELLED : run(*worker.item);
+            worker.item->releaseArguments();
+            hasWork = owner.workDone(*this, worker.item, status);
+            worker.item = m_none;
+        } else if (ending) {
             return ERROR_SUCCESS;
-        else
+        } else {
             hasWork = false;
+        }
     }
 }
 
@@ -199,5 +270,5 @@ long THPThread::run(THPWorkItem& item) noexcept
         return m_cancelStatus;
     ThreadContext context(item);
     const OutsideLibrary outside;
-    return boundary::statusFrame([&] { return item(context, m_cancel.get()); });
+    return boundary::statusOf([&] { return item(context, m_cancel.get()); });
 }

@@ -73,11 +73,16 @@ long THPWorkItem::operator()(IThreadContext& context, void* cancelEvent)
                                                : m_call.function(context, cancelEvent);
 }
 
+void THPWorkItem::releaseArguments() noexcept
+{
+    const OutsideLibrary outside;
+    m_arguments.clearParameters();
+}
+
 void THPWorkItem::complete(State state, long status) noexcept
 {
     m_state = state;
     m_status = status;
-    m_arguments.clearParameters();
     if (m_done.isValid())
         signalEvent(m_done.get());
 }

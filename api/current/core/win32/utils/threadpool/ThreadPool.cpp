@@ -10,10 +10,20 @@ void DismissPool::operator()(ThreadPool* pool) const noexcept
 
 ThreadPool::~ThreadPool()
 {
+    close();
+}
+
+void ThreadPool::close() noexcept
+{
+    {
+        const WriteLocker locker(m_lock);
+        m_closed = true;
+    }
     for (const auto& [key, category] : m_categories)
         category->close();
+    const Deadline deadline(waitLimit(INFINITE));
     for (const auto& [key, category] : m_categories)
-        category->join();
+        category->waitForRunning(deadline);
 }
 
 ThreadPool::CategoryPtr ThreadPool::find(const THPWorkKey& key)
@@ -25,8 +35,9 @@ ThreadPool::CategoryPtr ThreadPool::find(const THPWorkKey& key)
     return found->second;
 }
 
-ThreadPool::CategoryPtr ThreadPool::findOrCreate(const THPWorkKey& key)
+ThreadPool::CategoryPtr ThreadPool::findOrCreate(const THPWorkKey& key, bool& created)
 {
+    created = false;
     {
         const ReadLocker locker(m_lock);
         if (const auto found = m_categories.find(key.category); found != m_categories.end())
@@ -34,13 +45,40 @@ ThreadPool::CategoryPtr ThreadPool::findOrCreate(const THPWorkKey& key)
     }
     const auto category = makeShared<THPCategory>(key.category, THPCategoryOptions());
     const WriteLocker locker(m_lock);
-    return m_categories.try_emplace(key.category, category).first->second;
+    requireOpen();
+    const auto [at, inserted] = m_categories.try_emplace(key.category, category);
+    created = inserted;
+    return at->second;
+}
+
+bool ThreadPool::isClosed() noexcept
+{
+    const ReadLocker locker(m_lock);
+    return m_closed;
+}
+
+void ThreadPool::requireOpen() const
+{
+    if (m_closed)
+        throw Exception(PLACE(THREAD_POOL_HEADER, "ThreadPool::findOrCreate", __LINE__),
+                        ERROR_INVALID_ADDRESS);
+}
+
+// Another thread may have queued work into the category meanwhile; then it stays.
+void ThreadPool::removeUnused(const CategoryPtr& category) noexcept
+{
+    const WriteLocker locker(m_lock);
+    const auto found = m_categories.find(category->getKey());
+    if (!m_closed && found != m_categories.end() && found->second.get() == category.get() &&
+        category->closeIfUnused())
+        m_categories.erase(found);
 }
 
 void ThreadPool::createCategory(const THPWorkKey& key, const THPCategoryOptions& options)
 {
     const auto category = makeShared<THPCategory>(key.category, options);
     const WriteLocker locker(m_lock);
+    requireOpen();
     if (!m_categories.try_emplace(key.category, category).second)
         throw Exception(PLACE(THREAD_POOL_HEADER, "ThreadPool::createCategory", __LINE__),
                         ERROR_ALREADY_EXISTS);
@@ -49,19 +87,26 @@ void ThreadPool::createCategory(const THPWorkKey& key, const THPCategoryOptions&
 long ThreadPool::queueWork(const THPWorkKey& key, const THPWorkCall& call, const HashMessageW& arguments,
                            ITHPWorkItem::ScheduleOption option, void** instance)
 {
-    const CategoryPtr category = findOrCreate(key);
-    const auto item = makeShared<THPWorkItem>(key, call, arguments, option, category->getEvents());
-    if (instance != nullptr)
-        *instance = item->getInstance(); // before the work can begin
-    long code;
-    try {
-        code = category->queueWork(category, item);
-    } catch (...) {
-        code = boundary::codeOfCurrentException();
+    void* const previous = instance != nullptr ? *instance : nullptr;
+    for (;;) {
+        bool created = false;
+        const CategoryPtr category = findOrCreate(key, created);
+        const long code = boundary::statusOf([&] {
+            const auto item = makeShared<THPWorkItem>(key, call, arguments, option, category->getEvents());
+            if (instance != nullptr)
+                *instance = item->getInstance(); // before the work can begin
+            return category->queueWork(category, item);
+        });
+        if (code == ERROR_SUCCESS)
+            return code;
+        if (instance != nullptr)
+            *instance = previous;
+        if (created)
+            removeUnused(category);
+        // A category that is closed in an open pool was another caller's, whose first work was refused.
+        if (code != ERROR_INVALID_ADDRESS || isClosed())
+            return code;
     }
-    if (code != ERROR_SUCCESS && instance != nullptr)
-        *instance = nullptr;
-    return code;
 }
 
 long ThreadPool::cancelWork()

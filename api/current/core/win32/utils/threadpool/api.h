@@ -16,8 +16,12 @@
 // its work takes the next from the front of the queue, so within one thread work runs in queue order.
 //
 // While a thread of a pool lives, it holds a reference to this library: FreeLibrary with pools that have
-// threads returns at once, and the library stays loaded until these pools are closed. At the end of the
-// process nothing is waited for.
+// threads returns at once, and the library stays loaded until these pools are closed. Work that ends its own
+// thread (ExitThread) ends with 574 and keeps the library loaded for good.
+//
+// At the end of the process, when the other threads are gone, nothing is waited for: the status functions do
+// nothing and return 1115. A thread that holds the loader lock, in the start or the end of a module, waits
+// for 5 seconds at most, whatever it asks for: work may need that lock to end.
 
 #include <windows.h>
 
@@ -31,10 +35,11 @@
 SYSMAINT_API void* THPCreateThreadPool(const wchar_t* name);
 /// Opens the pool of that name. Returns the invalid handle with the last error 87, 1168 (no such pool) or 8.
 SYSMAINT_API void* THPOpenThreadPool(const wchar_t* name);
-/// Gives the handle back; nonzero on success, 0 for a handle that is not open. The last reference to a pool,
-/// also those of calls that are under way, cancels all its work, resumes what is suspended, ends the threads
-/// and waits for them without end: work must watch its cancel event. A thread of the pool itself does not
-/// wait for itself but ends after its work. Not to be called while the system loads or unloads a module.
+/// Gives the handle back; nonzero on success, 0 for a handle that is not open. The last handle closes the
+/// pool, also when calls are under way: all its work is cancelled, what is suspended goes on, the threads
+/// end, and the call waits without end until no work runs any more, so work must watch its cancel event. Not
+/// waited for are the work that calls and work that itself waits for the calling thread to be done, where two
+/// pools close each other.
 SYSMAINT_API int THPCloseThreadpool(void* pool);
 
 /// Creates a category. Codes: 183 it exists. What the options hold is found out when a thread is made.
@@ -43,7 +48,7 @@ SYSMAINT_API long THPCreateCategory(void* pool, unsigned long category, const TH
 
 // ---- Queueing. A category that does not exist is created, without a limit of threads. The arguments are
 // copied; an object must live until its run has ended. `instance` may be null; it receives the item's
-// instance before the work begins, and null on failure.
+// instance before the work begins, and is as it was on failure.
 //
 // Codes: 87 a null function or an option that does not exist; 1003 all threads are in use and the option is
 // OnlyIfFree; 5023 the category's creation flags are not 0 or 4; the system's for a thread, an event or a
@@ -63,13 +68,14 @@ SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long
                                void** instance);
 
 // ---- Suspending and resuming. Threads are suspended in the caller's work, never inside the library: one
-// that is inside, also in a call of its own work, stops when it leaves. A suspended thread that holds a lock
-// of the caller's keeps it. A suspended category also stops the work that is queued into it later, before it
-// begins. Cancelling work, waiting for it without end and closing the pool resume it.
+// that is inside, also in a call of its own work, stops when it leaves, or when the library calls a handler
+// of the caller's. A suspended thread holds no lock of the library or of a heap, but keeps those of the
+// caller and of the system; so resume it before you wait for anything that it may hold. A suspended category
+// also stops the work that is queued into it later, before it begins. Cancelling work and closing the pool
+// resume it; who waits for suspended work waits until somebody does.
 //
 // Codes: 1168 no thread runs such work, which is also so for work that is still queued; 5023 for suspending
-// what is suspended already, or while somebody waits for work of the category without end. To resume what is
-// not suspended does nothing.
+// what is suspended already. Resuming what is not suspended has no effect.
 
 SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category);
 SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category);
@@ -81,7 +87,8 @@ SYSMAINT_API long THPResumeWork(void* pool, const wchar_t* category, const wchar
 SYSMAINT_API long THPResumeWork(void* pool, unsigned long category, unsigned long work);
 
 // ---- Cancelling. Queued work is taken out and ends as cancelled; the operation decides what happens to
-// running work (IThreadPool::OperationType). Nothing that matches is no failure. Work that cancels itself
+// running work (IThreadPool::OperationType). Work that a thread was given but has not begun is not begun.
+// Nothing that matches is no failure. Work that cancels itself
 // and waits does not wait for itself. If a thread cannot be told, the others are all the same, and the code
 // says so. Codes: 87 an operation that does not exist, or a null instance.
 
@@ -100,13 +107,12 @@ SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned lon
 
 // ---- Waiting, for at most `timeout` milliseconds (INFINITE: without end), for the work that is queued or
 // running at the time of the call. `extraHandle` may be null; when it is signalled the wait ends early. The
-// work that calls is never waited for. A wait without end first resumes the whole category: suspended
-// threads are no reason to wait for ever, and until it is over none can be suspended.
+// work that calls is never waited for.
 //
-// Returns 0; 1223 when work that was waited for ended cancelled, and its code when it ended with another one
-// (the first of several); 258 when the time is over; 1223 when `extraHandle` ended the wait; 87 for a null
-// instance. For named work that has already ended: how its latest run ended, as long as it is among the last
-// 64 of its category that did not end with 0; else 0.
+// Returns 0 when all of it has finished; 1223 when some of it ended cancelled, or when `extraHandle` ended
+// the wait; 258 when the time is over; 87 for a null instance. How finished work ended says THPGetWorkResult.
+// For named work that has already ended: 1223 if its latest run was cancelled, as long as that is among the
+// last 64 of its category that did not end with 0; else 0.
 
 SYSMAINT_API long THPWait(void* pool, const wchar_t* category, unsigned long timeout, void* extraHandle);
 SYSMAINT_API long THPWait(void* pool, unsigned long category, unsigned long timeout, void* extraHandle);
@@ -118,6 +124,20 @@ SYSMAINT_API long THPWait(void* pool, void* instance, const wchar_t* category, c
                           unsigned long timeout, void* extraHandle);
 SYSMAINT_API long THPWait(void* pool, void* instance, unsigned long category, unsigned long work,
                           unsigned long timeout, void* extraHandle);
+
+// ---- The work's own code. `result` receives how the latest run of the work, or the run of one instance, has
+// ended: what the work returned or raised, 1223 if it was cancelled, the system's code if no thread could be
+// had for it after it was queued. Kept for the last 64 of a category that did not end with 0; work of which
+// nothing is known counts as ended with 0.
+//
+// Codes: 170 such work is queued or running, and `result` is as it was; 87 for a null instance.
+
+SYSMAINT_API long THPGetWorkResult(void* pool, const wchar_t* category, const wchar_t* work, long& result);
+SYSMAINT_API long THPGetWorkResult(void* pool, unsigned long category, unsigned long work, long& result);
+SYSMAINT_API long THPGetWorkResult(void* pool, const wchar_t* category, const wchar_t* work, void* instance,
+                                   long& result);
+SYSMAINT_API long THPGetWorkResult(void* pool, unsigned long category, unsigned long work, void* instance,
+                                   long& result);
 
 // ---- Asking. `running` is set to 1 when such work is queued or running, suspended or not, else to 0; on
 // failure it is left as it was. Codes: 87 a null instance.

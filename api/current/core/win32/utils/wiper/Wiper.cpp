@@ -419,6 +419,7 @@ long Wiper::WipeFreeSpace(const wchar_t* path)
         throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
         if (m_progress != nullptr) {
             m_progress->done = std::max(m_progress->done, m_progress->total);
+            const OutsideLibrary outside;
             m_callback(m_progress);
         }
         return filler.deleteFillerFile();
@@ -560,6 +561,7 @@ void Wiper::addDone(std::uint64_t bytes)
     if (m_progress == nullptr)
         return;
     m_progress->done += bytes;
+    const OutsideLibrary outside;
     m_callback(m_progress);
 }
 

@@ -2,10 +2,12 @@
 
 #include "core/win32/utils/communication/include/SubscriberSet.h"
 #include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "core/win32/utils/threadpool/api.h"
 #include "win32/communication/include/ConsumerQueue.h"
 #include "win32/communication/include/MessageFilter.h"
+#include "win32/threadpool/include/ITHPIdentifier.h"
 
 #define MESSAGE_TOPIC_HEADER "core\\win32\\utils\\communication\\include\\MessageTopic.h"
 
@@ -37,7 +39,7 @@ public:
         auto& set = setOf(subscriber);
         if (!set.contains(subscriber))
             throw Exception(place, ERROR_NOT_FOUND);
-        const Deadline deadline(timeout);
+        const Deadline deadline(waitLimit(timeout));
         stopAndWait(deadline);
         // Two threads that unsubscribe each other's handler from inside must not wait for each other.
         const long code = set.remove(subscriber, !isDelivering(), deadline);
@@ -76,8 +78,11 @@ public:
     /// The consumer, run by the pool.
     long operator()(IThreadContext& context, void* cancelEvent) override;
 
-    /// Destroys the topic as its last reference goes: stops the consumer and waits for it, unless it is the
-    /// calling thread; then the consumer destroys the topic when it ends.
+    /// Ends the topic with its last handle, while calls may still be under way: nothing is posted any more,
+    /// what is queued is dropped. Stops the consumer and waits for it, unless it is the calling thread or
+    /// waits for that; in the loader lock for 5 seconds at most.
+    void close() noexcept;
+    /// Destroys the topic as its last reference goes. If the consumer still runs, it does it when it ends.
     void dismiss() noexcept;
 
 private:
@@ -100,12 +105,17 @@ private:
         return m_handlers.isDelivering() || m_filters.isDelivering();
     }
     // These are called with the work lock held.
-    void beginWork();
+    void requireOpen() const;
     [[nodiscard]] bool isWorking();
     void stopConsumer();
     [[nodiscard]] bool isRunning(void* instance) noexcept;
+    void dropEnded() noexcept;
     // These are called without it.
+    void createPool();
+    void beginWork();
+    void beginOrGiveUp();
     void stopAndWait(const Deadline& deadline);
+    bool waitForConsumer(const Deadline& deadline) noexcept;
     bool endWork(void* instance, bool restart) noexcept;
 
     HeapStringW m_name;
@@ -113,11 +123,16 @@ private:
     SubscriberSet<MessageFilter> m_filters;
     ConsumerQueue<Posted> m_queue;
 
-    // Guards what follows. Held while the pool is asked, never while a subscriber is called.
+    // Held while a consumer is queued, by the one thread that does it, and waited for by that consumer alone.
+    ReadWriteLock m_beginLock;
+    // Guards what follows. Held while the pool is asked, never while a subscriber is called or a consumer
+    // begins, which may need the loader.
     ReadWriteLock m_workLock;
     SmartHandle<THPCloseThreadpool> m_pool; // once work has begun it stays until the topic dies
     std::vector<void*> m_instances;         // the consumer work that may not have ended, the latest last
+    bool m_beginning = false;               // a thread is about to queue the next
     bool m_accepting = false;               // the latest will still look at the queue
+    bool m_closed = false;                  // the last handle is gone
     bool m_orphaned = false;                // the consumer that runs is to destroy the topic
     std::atomic<DWORD> m_consumerThread{0}; // the thread that the consumer runs on, or 0
 };

@@ -4,7 +4,6 @@
 #include <set>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
-#include "core/win32/utils/threadpool/include/THPThread.h"
 
 /// The subscribers of one kind, in the order of their addresses.
 ///
@@ -21,14 +20,12 @@ public:
     /// Adds a subscriber; one that is there already stays there once. Raises std::bad_alloc.
     void add(Subscriber& subscriber)
     {
-        const THPThread::InsideLibrary inside;
         const WriteLocker locker(m_lock);
         m_subscribers.insert(&subscriber);
     }
 
     [[nodiscard]] bool contains(Subscriber& subscriber) noexcept
     {
-        const THPThread::InsideLibrary inside;
         const ReadLocker locker(m_lock);
         return m_subscribers.contains(&subscriber);
     }
@@ -38,7 +35,6 @@ public:
     /// before, but what was delivered meanwhile has passed it over.
     long remove(Subscriber& subscriber, bool wait, const Deadline& deadline) noexcept
     {
-        const THPThread::InsideLibrary inside;
         const WriteLocker locker(m_lock);
         auto node = m_subscribers.extract(&subscriber);
         if (node.empty())
@@ -59,14 +55,15 @@ public:
     void deliver(Call&& call)
     {
         Delivery delivery(*this);
-        while (Subscriber* subscriber = delivery.next())
+        while (Subscriber* subscriber = delivery.next()) {
+            const OutsideLibrary outside;
             call(*subscriber);
+        }
     }
 
     /// Whether the calling thread is inside a delivery of this set.
     [[nodiscard]] bool isDelivering() noexcept
     {
-        const THPThread::InsideLibrary inside;
         const ReadLocker locker(m_lock);
         for (const Delivery* delivery = m_deliveries; delivery != nullptr; delivery = delivery->m_next) {
             if (delivery->m_thread == GetCurrentThreadId())
@@ -82,7 +79,6 @@ private:
     public:
         explicit Delivery(SubscriberSet& set) noexcept : m_set(set)
         {
-            const THPThread::InsideLibrary inside;
             const WriteLocker locker(set.m_lock);
             m_next = set.m_deliveries;
             if (m_next != nullptr)
@@ -93,7 +89,6 @@ private:
         Delivery& operator=(const Delivery&) = delete;
         ~Delivery()
         {
-            const THPThread::InsideLibrary inside;
             const WriteLocker locker(m_set.m_lock);
             (m_previous != nullptr ? m_previous->m_next : m_set.m_deliveries) = m_next;
             if (m_next != nullptr)
@@ -103,7 +98,6 @@ private:
 
         Subscriber* next() noexcept
         {
-            const THPThread::InsideLibrary inside;
             const WriteLocker locker(m_set.m_lock);
             const auto& subscribers = m_set.m_subscribers;
             const auto found = m_called == nullptr ? subscribers.begin() : subscribers.upper_bound(m_called);

@@ -2,22 +2,90 @@
 
 #include <array>
 #include <atomic>
-#include <deque>
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <string_view>
 
 #include "core/win32/utils/objectmanager/include/ObjectManager.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// One line on its way to its file.
-struct LogEntry
+/// The time stamp of the entries, made anew when the second has changed.
+class LogStamp
 {
+public:
+    /// "[ day.month.year hour:minute:second ]  " of now, in local time.
+    [[nodiscard]] std::wstring_view now() noexcept;
+
+private:
+    static constexpr std::uint64_t kTicksPerSecond = 10000000;
+
+    std::uint64_t m_second = 0; // counted as the system's file times are
+    std::size_t m_length = 0;
+    wchar_t m_text[64] = {};
+};
+
+/// What follows the stamp in a line: module, message and line end, in no more room than the line has left.
+class LogLine
+{
+public:
+    /// Characters of a whole line, its stamp included.
     static constexpr std::size_t kCapacity = 1024;
 
-    /// Puts the line together: the time stamp, the module, the message and the line end, which is always
-    /// there; what does not fit before it is cut, and no pair of surrogates in half.
-    void format(const SYSTEMTIME& time, const wchar_t* module, const wchar_t* message) noexcept;
+    /// The line end is always there; what does not fit before it is cut, and no pair of surrogates in half.
+    LogLine(const wchar_t* module, const wchar_t* message) noexcept;
 
-    HANDLE file = nullptr;
-    wchar_t text[kCapacity] = {};
+    [[nodiscard]] std::wstring_view getText() const noexcept { return {m_text, m_length}; }
+
+private:
+    void append(const wchar_t* part) noexcept;
+
+    static constexpr std::size_t kStamp = 25;
+    static constexpr std::size_t kLongest = kCapacity - 1 - kStamp;
+
+    std::size_t m_length = 0;
+    wchar_t m_text[kLongest]; // no more of it is touched than the line needs
+};
+
+/// Lines on their way to their files, one after the other in large blocks of memory. A queue that is emptied
+/// again and again lives in one block.
+class LogQueue
+{
+public:
+    struct Entry
+    {
+        HANDLE file;
+        std::size_t length; // in characters; they follow
+        [[nodiscard]] const wchar_t* getText() const noexcept
+        {
+            return reinterpret_cast<const wchar_t*>(this + 1);
+        }
+    };
+
+    /// Raises std::bad_alloc; nothing has been added then.
+    void add(HANDLE file, std::wstring_view stamp, std::wstring_view line);
+    /// The oldest entry, or null.
+    [[nodiscard]] const Entry* getFront() const noexcept;
+    /// Takes it out; there must be one.
+    void removeFront() noexcept;
+    void clear() noexcept { m_blocks.clear(); }
+
+private:
+    struct Block
+    {
+        static constexpr std::size_t kSize = 65536;
+        Block() noexcept {} // NOLINT: leaves the memory untouched
+        std::size_t begin = 0;
+        std::size_t end = 0;
+        alignas(Entry) std::byte bytes[kSize];
+    };
+    static std::size_t sizeOf(std::size_t length) noexcept
+    {
+        const std::size_t size = sizeof(Entry) + length * sizeof(wchar_t);
+        return (size + alignof(Entry) - 1) / alignof(Entry) * alignof(Entry);
+    }
+
+    std::list<Block> m_blocks; // all but the last hold entries
 };
 
 /// The four log files, a queue of lines and the thread that writes them. See the exported functions.
@@ -49,13 +117,14 @@ private:
 
     static DWORD WINAPI threadMain(void* logger) noexcept;
     void writeEntries() noexcept;
-    bool copyFront(LogEntry& entry) noexcept;
+    std::size_t copyFront(HANDLE& file, wchar_t* text) noexcept;
 
     Win32Handle m_thread;
     DWORD m_threadId = 0;
     CRITICAL_SECTION m_section;
     std::array<Win32Handle, kFileCount> m_files; // general, registry, privacy, disk
-    std::deque<LogEntry> m_queue;
+    LogStamp m_stamp;                            // guarded like the queue
+    LogQueue m_queue;
     bool m_ended = false;                // the thread writes no more; guarded like the queue
     std::atomic<bool> m_stopping{false}; // for this logger's thread alone
     Win32Handle m_stop;                  // set with it; ends the thread's sleep

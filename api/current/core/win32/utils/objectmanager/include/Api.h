@@ -1,5 +1,20 @@
 #pragma once
 
+#include <cstddef> // says which standard library this is
+
+// Objects of the standard library are part of what crosses the boundary, so both sides need the same one,
+// laid out the same way. A client that is built otherwise would link and then crash.
+#if defined(__MINGW32__)
+#if !defined(_WIN64)
+#error "sysmaint is a 64-bit library"
+#elif !defined(__GLIBCXX__)
+#error "sysmaint is built with libstdc++: its clients cannot use another standard library"
+#elif defined(_GLIBCXX_DEBUG) || !_GLIBCXX_USE_CXX11_ABI
+#error \
+    "sysmaint is built without _GLIBCXX_DEBUG and with the C++11 strings of libstdc++, as its clients must be"
+#endif
+#endif
+
 // How the functions of the DLL are declared: exported while it is built, imported by everyone else.
 #if defined(_MSC_VER) || defined(__MINGW32__)
 #if defined(SYSMAINT_BUILD)

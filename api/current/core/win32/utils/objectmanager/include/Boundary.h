@@ -2,7 +2,11 @@
 
 // The rule that every exported function follows: failures are raised inside and become Win32 codes here.
 // Two templates hold it, one for functions that return a handle or a pointer, one for those that return a
-// status; the others below are these two with the table's steps around them.
+// status; the others below are these two with the table's steps around them. While a frame lives, its thread
+// counts as being inside the library (LibraryCall.h).
+//
+// What the frames catch is what this compiler's code raises. An exception of a caller's other compiler, or
+// one of the processor (an access violation), is none of them: it passes through, as the platform has it.
 
 #include <windows.h>
 
@@ -11,6 +15,7 @@
 #include <utility>
 
 #include "core/win32/utils/objectmanager/include/Exception.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 
 namespace boundary {
@@ -18,10 +23,12 @@ namespace boundary {
 inline constexpr long kUnhandledException = 574;
 
 /// Returns what `body` returns, or `failure` when it raises. The last error then holds the code of an
-/// Exception or of a bare long; after anything else it is what the last system call left.
+/// Exception or of a bare long, or 8 when memory is short; after anything else it is what the last system
+/// call left.
 template <class Result, class Body>
 Result resultFrame(Result failure, Body&& body) noexcept
 {
+    const InsideLibrary inside;
     long code;
     try {
         return std::forward<Body>(body)();
@@ -29,6 +36,8 @@ Result resultFrame(Result failure, Body&& body) noexcept
         code = static_cast<long>(raised.getCode());
     } catch (long raised) {
         code = raised;
+    } catch (const std::bad_alloc&) {
+        code = ERROR_NOT_ENOUGH_MEMORY;
     } catch (...) {
         return failure;
     }
@@ -61,15 +70,24 @@ inline long codeOfCurrentException() noexcept
 }
 
 /// Returns the status that `body` returns, or the code of what it raises: an Exception's code, a bare long
-/// as it is, 8 when memory is short, 574 for any other type.
+/// as it is, 8 when memory is short, 574 for any other type. No frame of an exported function: for code of
+/// the caller's that we call.
 template <class Body>
-long statusFrame(Body&& body) noexcept
+long statusOf(Body&& body) noexcept
 {
     try {
         return std::forward<Body>(body)();
     } catch (...) {
         return codeOfCurrentException();
     }
+}
+
+/// The same as the frame of an exported function.
+template <class Body>
+long statusFrame(Body&& body) noexcept
+{
+    const InsideLibrary inside;
+    return statusOf(std::forward<Body>(body));
 }
 
 /// A status operation on the object behind `handle`: holds a shared reference for the length of the call.
@@ -105,13 +123,7 @@ void* createFrame(const char* nullPlace, const char* memoryPlace, Table& table, 
         if (name == nullptr)
             throw Exception(nullPlace, ERROR_INVALID_PARAMETER);
         return table.openOrCreate(name, [&] {
-            typename Table::Pointer object;
-            try {
-                typename Table::Pointer made(make());
-                object = made;
-            } catch (const std::bad_alloc&) {
-                throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
-            }
+            typename Table::Pointer object(make());
             if (!object)
                 throw Exception(memoryPlace, ERROR_NOT_ENOUGH_MEMORY);
             return object;

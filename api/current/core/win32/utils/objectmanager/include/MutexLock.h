@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
+
 /// A recursive lock on an unnamed Win32 mutex, which is made by the first lock or unlock call. A thread that
 /// died with the lock does not block the others. Failing calls raise the bare Win32 code.
 class MutexLock
@@ -53,7 +55,8 @@ private:
     bool m_locked = false; // changed by the owner only; seen in a debugger, decides nothing
 };
 
-/// Holds a MutexLock for a scope. Leaving it keeps the thread's last error.
+/// Holds a MutexLock for a scope. Leaving it keeps the thread's last error. Its thread is not suspended
+/// meanwhile.
 class Locker
 {
 public:
@@ -71,5 +74,6 @@ public:
     }
 
 private:
+    const InsideLibrary m_inside;
     MutexLock& m_lock;
 };

@@ -47,7 +47,7 @@ public:
     /// opened once more), 487 (no object) or 8.
     void* registerObject(const wchar_t* name, const ObjectPtr& object) noexcept
     {
-        return guarded([&] {
+        return boundary::handleFrame([&]() -> void* {
             if (name == nullptr)
                 throw static_cast<long>(ERROR_INVALID_PARAMETER);
             const Locker locker(m_tableLock);
@@ -70,7 +70,7 @@ public:
     /// the last error 87 (null name), 1168 (no such name), 487 (no object) or 8.
     void* lookup(const wchar_t* name) noexcept
     {
-        return guarded([&] {
+        return boundary::handleFrame([&]() -> void* {
             if (name == nullptr)
                 throw static_cast<long>(ERROR_INVALID_PARAMETER);
             const Locker locker(m_tableLock);
@@ -122,11 +122,23 @@ public:
     /// that get refuses; the last error is then as it was.
     int close(void* handle) noexcept
     {
+        return close(handle, [](Object&) {});
+    }
+    /// The same; `removed` is called with the object when its entry was removed, while other threads may
+    /// still be using it. It must not raise.
+    template <class Removed>
+    int close(void* handle, Removed&& removed) noexcept
+    {
+        const InsideLibrary inside;
         const DWORD lastError = GetLastError();
         try {
-            SharedPtr<Reference> removed; // let go of after the lock
-            const Locker locker(m_tableLock);
-            release(handle, removed);
+            SharedPtr<Reference> entry; // let go of after the lock
+            {
+                const Locker locker(m_tableLock);
+                release(handle, entry);
+            }
+            if (entry)
+                removed(*entry->object);
             return 1;
         } catch (...) {
             SetLastError(lastError);
@@ -202,10 +214,17 @@ public:
         case kLoadRequest:
             return loadObject(request, reply);
         default:
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            refuse();
         }
     }
-    using IMessageHandler::onMessage;
+    // A message of another form is no request: 87, and no failed assertion.
+    void onMessage(const MessageW&, MessageW&, void*) override { refuse(); }
+    void onMessage(const MessageW&, MessageW&, std::uint32_t, void*) override { refuse(); }
+    void onMessage(const DataMessage&, DataMessage&, void*) override { refuse(); }
+    void onMessage(const DataMessage&, DataMessage&, std::uint32_t, void*) override { refuse(); }
+    void onMessage(const ArrayMessage&, ArrayMessage&, void*) override { refuse(); }
+    void onMessage(const ArrayMessage&, ArrayMessage&, std::uint32_t, void*) override { refuse(); }
+    void onMessage(const HashMessageW&, HashMessageW&, std::uint32_t, void*) override { refuse(); }
 
     /// Whether the number was ever given out as a handle, and its entry has been closed since.
     [[nodiscard]] bool isClosed(void* handle)
@@ -268,17 +287,7 @@ private:
         void* m_handle;
     };
 
-    template <class Body>
-    static void* guarded(Body&& body) noexcept
-    {
-        return boundary::handleFrame([&]() -> void* {
-            try {
-                return body();
-            } catch (const std::bad_alloc&) {
-                throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
-            }
-        });
-    }
+    [[noreturn]] static void refuse() { throw static_cast<long>(ERROR_INVALID_PARAMETER); }
 
     static std::uintptr_t number(void* handle) noexcept { return reinterpret_cast<std::uintptr_t>(handle); }
 
@@ -298,7 +307,7 @@ private:
     {
         if (findAndOpen(name) != nullptr)
             throw static_cast<long>(ERROR_ALREADY_EXISTS);
-        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): guarded turns it into 8
+        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): the frame turns it into 8
         const SharedPtr<Reference> entry(new Reference{1, object, CachedIdentifierW(name)});
         if (!entry->object)
             throw static_cast<long>(ERROR_INVALID_ADDRESS);

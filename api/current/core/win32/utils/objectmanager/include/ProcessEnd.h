@@ -2,13 +2,47 @@
 
 #include <windows.h>
 
+#include <intrin.h>
+
+#include <algorithm>
+#include <cstddef>
+
+/// What stands in the way of waiting for a thread: the end of the process and the loader lock.
+namespace processend {
+using Query = BOOLEAN(NTAPI*)();
+
+/// Looked up when the module is loaded: later the lookup might wait for the loader lock.
+inline const Query queryShutdown = [] {
+    const HMODULE system = GetModuleHandleW(L"ntdll.dll");
+    const FARPROC query = system != nullptr ? GetProcAddress(system, "RtlDllShutdownInProgress") : nullptr;
+    return reinterpret_cast<Query>(reinterpret_cast<void*>(query));
+}();
+
+/// The longest wait, in milliseconds, of a thread that holds the loader lock.
+inline constexpr DWORD kLoaderLockWait = 5000;
+} // namespace processend
+
 /// Whether the process is ending and its other threads are gone. They may have left any lock behind and will
 /// never end what they were doing, so there is nothing to wait for. A handle may still be closed then, by
 /// the static object of a module that is unloaded before this one.
 inline bool isProcessEnding() noexcept
 {
-    using Query = BOOLEAN(NTAPI*)();
-    const HMODULE system = GetModuleHandleW(L"ntdll.dll");
-    const FARPROC query = system != nullptr ? GetProcAddress(system, "RtlDllShutdownInProgress") : nullptr;
-    return query != nullptr && reinterpret_cast<Query>(reinterpret_cast<void*>(query))() != 0;
+    return processend::queryShutdown != nullptr && processend::queryShutdown() != 0;
+}
+
+/// Whether the calling thread holds the loader lock: it is in the start or the end of a module, so threads
+/// can neither begin nor end, and whatever a thread loads waits for this one.
+inline bool holdsLoaderLock() noexcept
+{
+    constexpr std::size_t kLoaderLock = 0x110; // in the process's environment block
+    const auto* block = reinterpret_cast<const std::byte*>(__readgsqword(0x60));
+    const auto* lock = *reinterpret_cast<CRITICAL_SECTION* const*>(block + kLoaderLock);
+    return lock != nullptr && reinterpret_cast<std::size_t>(lock->OwningThread) == GetCurrentThreadId();
+}
+
+/// How long the calling thread may wait for other threads if it asks for `timeout` milliseconds: no longer
+/// than 5 seconds in the loader lock, which those that are waited for may need.
+inline DWORD waitLimit(DWORD timeout) noexcept
+{
+    return holdsLoaderLock() ? std::min(timeout, processend::kLoaderLockWait) : timeout;
 }

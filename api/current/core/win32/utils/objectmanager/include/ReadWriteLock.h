@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
+
 /// Many readers or one writer. Makes no kernel call unless it has to wait. Not recursive: a thread that
 /// holds it must not ask for it again in either way.
 class ReadWriteLock
@@ -46,7 +48,8 @@ private:
     ULONGLONG m_begun;
 };
 
-/// Holds a ReadWriteLock, or anything with its read operations, for reading during a scope.
+/// Holds a ReadWriteLock, or anything with its read operations, for reading during a scope. Its thread is not
+/// suspended meanwhile.
 template <class Lock>
 class ReadLocker
 {
@@ -57,10 +60,12 @@ public:
     ~ReadLocker() { m_lock.unlockRead(); }
 
 private:
+    const InsideLibrary m_inside;
     Lock& m_lock;
 };
 
-/// Holds a ReadWriteLock, or anything with its write operations, for writing during a scope.
+/// Holds a ReadWriteLock, or anything with its write operations, for writing during a scope. Its thread is
+/// not suspended meanwhile.
 template <class Lock>
 class WriteLocker
 {
@@ -71,5 +76,6 @@ public:
     ~WriteLocker() { m_lock.unlockWrite(); }
 
 private:
+    const InsideLibrary m_inside;
     Lock& m_lock;
 };

@@ -10,7 +10,8 @@
 
 /// One category of a pool: its worker threads, those of them that wait for work, and its queue. One lock
 /// guards all of it and the state of its items, so that an item is in exactly one place at any time. No
-/// foreign code runs under the lock.
+/// foreign code and no call to the loader runs under the lock, so threads are started without it; one that is
+/// being started is among the category's threads already, with its item.
 class THPCategory
 {
 public:
@@ -25,49 +26,52 @@ public:
     [[nodiscard]] const SharedPtr<EventCache>& getEvents() const noexcept { return m_events; }
 
     /// Gives the item to a waiting thread, to a new thread, or to the queue. Returns 0, 87, 1003, 5023, 487
-    /// (the pool is being closed) or the system's code.
+    /// (the category is closed) or the system's code.
     long queueWork(const SharedPtr<THPCategory>& self, const ItemPtr& item);
     long suspend(const THPWorkKey& key) noexcept;
     long resume(const THPWorkKey& key) noexcept;
     long cancel(const THPWorkKey& key, IThreadPool::OperationType operation);
     long wait(const THPWorkKey& key, std::uint32_t timeout, HANDLE extraHandle);
     [[nodiscard]] bool isRunning(const THPWorkKey& key) noexcept;
+    /// Stores how the latest run of the work ended. Returns 0, or 170 while it is queued or running.
+    long getResult(const THPWorkKey& key, long& result) noexcept;
 
-    /// Cancels all work and tells the threads to end. `join` then waits for them, but not for the calling
-    /// one.
+    /// Closes the category if it holds no work and no threads. Returns whether it did.
+    bool closeIfUnused() noexcept;
+    /// Cancels all work and tells the threads to end. Nothing is queued any more.
     void close() noexcept;
-    void join() noexcept;
+    /// Waits until no work of the closed category runs any more, but for the calling thread's own, work whose
+    /// thread waits for the calling one, and work whose thread the system has ended.
+    void waitForRunning(const Deadline& deadline) noexcept;
 
+    /// For THPThread::start: the thread can be suspended and resumed from now on.
+    void threadStarted(THPThread& thread, Win32Handle handle) noexcept;
     /// For the worker: its item ended with `status`. Returns whether it has another; if not it is counted
     /// among the waiting threads.
     bool workDone(THPThread& thread, const ItemPtr& item, long status) noexcept;
     /// For the worker: it ends although nobody told it to. Returns false if it was given an item meanwhile;
     /// then it stays.
     bool retire(THPThread& thread) noexcept;
+    /// For the worker: `item` has ended it. What is queued gets a new thread.
+    void threadLost(const SharedPtr<THPCategory>& self, THPThread& thread, const ItemPtr& item) noexcept;
 
 private:
-    /// Takes back, when it ends, that somebody waits without end.
-    class EndlessWait
-    {
-    public:
-        EndlessWait(THPCategory& category, bool counted) noexcept : m_category(category), m_counted(counted)
-        {
-        }
-        EndlessWait(const EndlessWait&) = delete;
-        EndlessWait& operator=(const EndlessWait&) = delete;
-        ~EndlessWait();
-
-    private:
-        THPCategory& m_category;
-        bool m_counted;
-    };
-
     using ThreadPtr = SharedPtr<THPThread>;
 
-    long startThread(const SharedPtr<THPCategory>& self, const ItemPtr& item);
+    // These are called with the lock held.
+    ThreadPtr addThread(const ItemPtr& item);
+    void removeThread(THPThread& thread) noexcept;
     void complete(const ItemPtr& item, THPWorkItem::State state, long status) noexcept;
+    void giveNext(THPThread& thread) noexcept;
+    long cancelRunning(THPThread& thread, const ItemPtr& item, bool& takenBack) noexcept;
+    [[nodiscard]] bool hasWork(const THPWorkKey& key) noexcept;
+    [[nodiscard]] const THPWorkItem* findOutcome(const THPWorkKey& key) const noexcept;
+    // These are called without it.
+    void startFailed(THPThread& thread, const ItemPtr& item, long code) noexcept;
+    void startForQueue(const SharedPtr<THPCategory>& self) noexcept;
+    ItemPtr dropOne() noexcept;
+    bool waitForOne(const Deadline& deadline) noexcept;
     long waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE extraHandle) noexcept;
-    void clearWaitingThreads() noexcept { m_waiting.clear(); }
 
     static constexpr std::size_t kOutcomesKept = 64;
 
@@ -76,11 +80,11 @@ private:
     const SharedPtr<EventCache> m_events;
     ReadWriteLock m_lock;
     std::atomic<std::uint32_t> m_threadCount{0};
-    std::vector<ThreadPtr> m_threads;
+    std::vector<ThreadPtr> m_threads;  // of a closed category all stay, but those whose start fails
     std::vector<THPThread*> m_waiting; // has room for every thread
     std::deque<ItemPtr> m_queue;
     std::vector<ItemPtr> m_outcomes; // the last work that did not end with 0, for those who ask late
-    unsigned m_endlessWaits = 0;     // while somebody waits without end nothing is suspended
-    bool m_suspended = false;        // new threads stop before their first work
+    CONDITION_VARIABLE m_itemEnded = CONDITION_VARIABLE_INIT;
+    bool m_suspended = false; // new threads stop before their first work
     bool m_closed = false;
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/win32/utils/threadpool/include/SuspendGate.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/threadpool/include/THPWorkItem.h"
 #include "win32/threadpool/include/THPCategoryOptions.h"
 
@@ -9,38 +9,53 @@
 class THPCategory;
 
 /// One worker thread of a category. It runs the item that its category gave it, asks the category for the
-/// next, and waits when there is none. While it runs it holds a reference to this module, so that the code
-/// stays where it is, and shared references to itself and to its category.
+/// next, and waits when there is none. While it runs it keeps this library loaded, and holds shared
+/// references to itself and to its category.
 ///
-/// All operations but the thread's own loop are called under the category's lock.
+/// All operations but `start` and the thread's own loop are called under the category's lock.
 class THPThread
 {
 public:
     using ItemPtr = SharedPtr<THPWorkItem>;
 
-    explicit THPThread(const THPCategoryOptions& options) : m_options(options) {}
+    /// `stopped`: it stops before its first work until it is resumed. A creation flag of 4 means the same.
+    THPThread(const THPCategoryOptions& options, bool stopped) noexcept : m_options(options)
+    {
+        if (stopped || options.creationFlags == CREATE_SUSPENDED)
+            m_mark.gate.startSuspended();
+    }
     THPThread(const THPThread&) = delete;
     THPThread& operator=(const THPThread&) = delete;
 
-    /// Makes the thread's events and the thread, and gives it `item`. With `stopped` it stops before its
-    /// first work until it is resumed. Returns 0; 5023 when it was started already or for creation flags
-    /// other than 0 and 4; or the system's code. On failure the item is not run.
-    static long start(const SharedPtr<THPThread>& self, const SharedPtr<THPCategory>& owner,
-                      const ItemPtr& item, bool stopped);
+    /// Makes the thread's events and the thread, which takes the item that it was given. To be called without
+    /// the category's lock, since a start needs the loader. Returns 0; 5023 when it was started already or
+    /// for creation flags other than 0 and 4; 8; or the system's code. On failure the item is not run.
+    static long start(const SharedPtr<THPThread>& self, const SharedPtr<THPCategory>& owner) noexcept;
+    /// It has been started: from now on it can be suspended by the system. `start` calls it, by its category.
+    void setStarted(Win32Handle handle) noexcept;
 
     /// Gives the waiting thread an item. Returns 0 or the system's code; the item is not run then.
     long handOver(const ItemPtr& item) noexcept;
     /// Puts the next item in place of the current one.
     void setItem(const ItemPtr& item) noexcept;
     void clearItem() noexcept { setItem(m_none); }
+    /// Takes the item back that the thread was given, if it has not begun it. Returns whether it did.
+    bool takeBack() noexcept;
     /// The current item, empty when idle.
     [[nodiscard]] ItemPtr getItem() noexcept;
+    /// Whether it has begun an item that has not ended yet.
+    [[nodiscard]] bool isBusy() noexcept;
+    /// Whether the system has ended the thread.
+    [[nodiscard]] bool isGone() const noexcept
+    {
+        return m_thread.isValid() && WaitForSingleObject(m_thread.get(), 0) == WAIT_OBJECT_0;
+    }
 
-    /// Returns 0, or 5023 when it is suspended already, or the system's code.
+    /// Returns 0, or 5023 when it is suspended already, 8, or the system's code.
     long suspend() noexcept;
     /// Returns 0 or the system's code. A thread that is not suspended is left alone.
-    long resume() noexcept { return m_gate.resume(m_thread.get()); }
-    [[nodiscard]] bool isSuspended() const noexcept { return m_gate.isSuspended(); }
+    long resume() noexcept;
+    [[nodiscard]] bool isSuspended() const noexcept { return m_mark.gate.isSuspended(); }
 
     /// Signals the cancel event of the current item. Returns 0 or the system's code.
     long cancel() noexcept;
@@ -50,82 +65,27 @@ public:
     /// Lets the thread go on if it is suspended, and end after its current item.
     void end() noexcept
     {
-        const bool goesOn = resume() == ERROR_SUCCESS;
-        m_ending = signalEvent(m_terminate.get()) && goesOn;
-    }
-    /// Waits until the thread has ended, unless it is the calling one or could not be told to end.
-    void join() noexcept
-    {
-        if (m_ending && !isCurrent())
-            WaitForSingleObject(m_thread.get(), INFINITE);
+        resume();
+        signalEvent(m_terminate.get());
     }
 
+    [[nodiscard]] DWORD getId() const noexcept { return m_id; }
     [[nodiscard]] bool isCurrent() const noexcept { return m_id == GetCurrentThreadId(); }
 
-    /// The worker that the calling thread is, or null. Keeps the last error.
-    [[nodiscard]] static THPThread* current() noexcept;
-    /// While one of these lives the calling thread, if it is a worker in the caller's work, counts as being
-    /// inside the library and is not suspended.
-    class InsideLibrary
-    {
-    public:
-        InsideLibrary() noexcept : m_thread(current())
-        {
-            if (m_thread != nullptr && m_thread->m_depth++ == 0)
-                m_thread->m_gate.enter();
-        }
-        InsideLibrary(const InsideLibrary&) = delete;
-        InsideLibrary& operator=(const InsideLibrary&) = delete;
-        ~InsideLibrary()
-        {
-            if (m_thread != nullptr && --m_thread->m_depth == 0)
-                m_thread->m_gate.leave();
-        }
-
-    private:
-        THPThread* m_thread;
-    };
-    /// While one of these lives the calling thread, if it is a worker, counts as being in the caller's work,
-    /// however often it had entered the library.
-    class OutsideLibrary
-    {
-    public:
-        OutsideLibrary() noexcept : m_thread(current())
-        {
-            if (m_thread == nullptr || (m_depth = std::exchange(m_thread->m_depth, 0U)) == 0)
-                return;
-            m_thread->m_gate.leave();
-        }
-        OutsideLibrary(const OutsideLibrary&) = delete;
-        OutsideLibrary& operator=(const OutsideLibrary&) = delete;
-        ~OutsideLibrary()
-        {
-            if (m_depth == 0)
-                return;
-            m_thread->m_gate.enter();
-            m_thread->m_depth = m_depth;
-        }
-
-    private:
-        THPThread* m_thread;
-        unsigned m_depth = 0;
-    };
-
 private:
-    enum class State : std::uint32_t
-    {
-        Running = 0,
-        Suspended = 1,
-        NotStarted = 2
-    };
-    struct Start;
+    struct Worker;
+    struct ExitNotice;
 
     static DWORD WINAPI entry(void* parameter);
-    long loop(THPCategory& owner);
+    static void finish(Worker* worker) noexcept;
+    static void WINAPI onThreadExit(void* worker) noexcept;
+    long loop(Worker& worker) noexcept;
+    bool beginItem(ItemPtr& item) noexcept;
     long waitForWork() noexcept;
     long run(THPWorkItem& item) noexcept;
     long createEvents() noexcept;
     long createCancelEvent() noexcept;
+    long create(Worker& worker, Win32Handle& handle) noexcept;
 
     const THPCategoryOptions m_options;
     Win32Handle m_workAvailable;
@@ -133,13 +93,14 @@ private:
     Win32Handle m_cancel;                // lent to the item that runs; changed under the category's lock
     long m_cancelStatus = ERROR_SUCCESS; // why there is no cancel event
     Win32Handle m_thread;
-    DWORD m_id = 0;
-    State m_state = State::NotStarted;
-    bool m_ending = false;
-    bool m_abandoned = false; // its start failed half-way: it ends at once
-    SuspendGate m_gate;
-    unsigned m_depth = 1; // how often the thread has entered the library; its own
-    ReadWriteLock m_lock; // guards the current item and m_abandoned
+    std::atomic<DWORD> m_id{0};
+    WorkerMark m_mark;
+    bool m_made = false;
+    bool m_heldBySystem = false; // created suspended, and not resumed yet
+    bool m_abandoned = false;    // its start failed half-way: it ends at once
+    ReadWriteLock m_startLock;   // held while it is started, and waited for by nobody but the new thread
+    ReadWriteLock m_lock;        // guards the current item
     const ItemPtr m_none;
     ItemPtr m_item{m_none};
+    bool m_begun = false; // it runs the item
 };

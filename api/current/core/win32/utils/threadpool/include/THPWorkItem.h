@@ -91,14 +91,18 @@ public:
     void setRunning() noexcept { m_state = State::Running; }
     void requestCancel() noexcept { m_cancelRequested = true; }
     [[nodiscard]] bool isCancelRequested() const noexcept { return m_cancelRequested; }
-    /// Ends the item: sets the state and releases those who wait for it. The arguments are let go of.
+    /// Lets go of the arguments, whose destructors may be the caller's code: not under a lock, and not while
+    /// the item can still run.
+    void releaseArguments() noexcept;
+    /// Ends the item: sets the state and releases those who wait for it.
     void complete(State state, long status) noexcept;
     [[nodiscard]] bool isComplete() const noexcept { return m_state >= State::Finished; }
-    /// What those who wait get: 1223 when it was cancelled, else the status of the run.
+    /// How it ended: 1223 when it was cancelled, else the status of the run.
     [[nodiscard]] long getOutcome() const noexcept
     {
         return m_state == State::Cancelled ? static_cast<long>(ERROR_CANCELLED) : m_status;
     }
+    [[nodiscard]] bool isCancelled() const noexcept { return m_state == State::Cancelled; }
     /// A later run of the same work ended well: only who asks for this very instance still gets its outcome.
     void supersede() noexcept { m_superseded = true; }
     [[nodiscard]] bool isSuperseded() const noexcept { return m_superseded; }

@@ -7,8 +7,8 @@
 
 #define THREAD_POOL_HEADER "core\\win32\\utils\\threadpool\\include\\ThreadPool.h"
 
-/// A named pool: its categories by key. Its last reference cancels all work, ends the threads and waits for
-/// them; a thread of the pool itself that drops this reference ends after its work.
+/// A named pool: its categories by key. It is closed with its last handle, while calls may still be under way
+/// that hold a reference to it.
 class ThreadPool final : public IThreadPool
 {
 public:
@@ -18,6 +18,11 @@ public:
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
     ~ThreadPool() override;
+
+    /// Cancels all work, ends the threads, and waits until no work runs any more: not for work whose thread
+    /// is the calling one or waits for it, and in the loader lock for 5 seconds at most. Nothing is queued
+    /// from now on.
+    void close() noexcept;
 
     void createCategory(const THPWorkKey& key, const THPCategoryOptions& options) override;
     long queueWork(const THPWorkKey& key, const THPWorkCall& call, const HashMessageW& arguments,
@@ -34,15 +39,20 @@ public:
         return find(key)->wait(key, timeout, extraHandle);
     }
     bool isRunning(const THPWorkKey& key) override { return find(key)->isRunning(key); }
+    long getResult(const THPWorkKey& key, long& result) override { return find(key)->getResult(key, result); }
 
 private:
     using CategoryPtr = SharedPtr<THPCategory>;
 
     /// Raises 1168 when there is no such category.
     CategoryPtr find(const THPWorkKey& key);
-    CategoryPtr findOrCreate(const THPWorkKey& key);
+    CategoryPtr findOrCreate(const THPWorkKey& key, bool& created);
+    void requireOpen() const;
+    [[nodiscard]] bool isClosed() noexcept;
+    void removeUnused(const CategoryPtr& category) noexcept;
 
     ReadWriteLock m_lock;
+    bool m_closed = false; // the categories stay as they are
     std::map<THPIdentifier, CategoryPtr> m_categories;
 };
 

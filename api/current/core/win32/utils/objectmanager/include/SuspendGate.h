@@ -1,0 +1,161 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <new>
+
+/// Decides when a worker thread may be suspended: only while it is in the caller's work, never inside the
+/// library, where it may hold a lock that the thread which is to resume it needs. A thread that is to be
+/// suspended while it is inside stops when it goes out to the work.
+///
+/// enter and leave are called by the worker; suspend and resume by any thread, one at a time.
+class SuspendGate
+{
+public:
+    /// The worker comes back from the caller's work. A thread that is just being suspended here stays here
+    /// until it is resumed.
+    void enter() noexcept
+    {
+        for (Place place = Place::Outside; !m_place.compare_exchange_strong(place, Place::Inside);
+             place = Place::Outside)
+            SwitchToThread();
+    }
+
+    /// The worker goes on to the caller's work, after it has been resumed if it is to be suspended.
+    void leave() noexcept
+    {
+        for (Place place = Place::Inside; !m_place.compare_exchange_strong(place, Place::Outside);
+             place = Place::Inside) {
+            AcquireSRWLockExclusive(&m_lock);
+            while (m_place.load() == Place::Stopping)
+                SleepConditionVariableSRW(&m_resumed, &m_lock, INFINITE, 0);
+            ReleaseSRWLockExclusive(&m_lock);
+        }
+    }
+
+    /// The thread stops before its first work. To be called before it runs.
+    void startSuspended() noexcept { m_place = Place::Stopping; }
+
+    [[nodiscard]] bool isSuspended() const noexcept
+    {
+        const Place place = m_place.load();
+        return place == Place::Suspended || place == Place::Stopping;
+    }
+
+    /// Suspends the thread now or before its next work; one that is suspended stays so. Returns 0, 8, or the
+    /// system's code.
+    long suspend(HANDLE thread) noexcept
+    {
+        for (;;) {
+            Place place = m_place.load();
+            if (place == Place::Suspended || place == Place::Stopping)
+                return ERROR_SUCCESS;
+            if (place == Place::Inside) {
+                if (m_place.compare_exchange_strong(place, Place::Stopping))
+                    return ERROR_SUCCESS;
+            } else if (m_place.compare_exchange_strong(place, Place::Suspended)) {
+                const long code = suspendOutsideHeaps(thread);
+                if (code != ERROR_SUCCESS)
+                    m_place = Place::Outside;
+                return code;
+            }
+        }
+    }
+
+    /// Lets the thread go on; one that is not suspended is left alone. Takes nothing that a suspended thread
+    /// could hold. Returns 0 or the system's code.
+    long resume(HANDLE thread) noexcept
+    {
+        if (m_place.load() == Place::Suspended) {
+            if (ResumeThread(thread) == static_cast<DWORD>(-1))
+                return static_cast<long>(GetLastError());
+            m_place = Place::Outside;
+        } else if (m_place.load() == Place::Stopping) {
+            AcquireSRWLockExclusive(&m_lock);
+            m_place = Place::Inside;
+            ReleaseSRWLockExclusive(&m_lock);
+            WakeAllConditionVariable(&m_resumed);
+        }
+        return ERROR_SUCCESS;
+    }
+
+private:
+    enum class Place
+    {
+        Inside,  // in the library
+        Outside, // in the caller's work
+        Suspended,
+        Stopping, // inside, and to be stopped before it goes outside
+    };
+
+    /// Holds the locks of all heaps of the process: the process's own, that of the language's runtime, and
+    /// those that modules have made for themselves. One thread at a time, or two would each hold what the
+    /// other one wants.
+    class HeapLocks
+    {
+    public:
+        HeapLocks() noexcept
+        {
+            AcquireSRWLockExclusive(&s_one);
+            for (DWORD room = 32; !m_complete; room = m_count + 32) {
+                delete[] m_heaps;
+                m_heaps = new (std::nothrow) HANDLE[room];
+                if (m_heaps == nullptr)
+                    return;
+                // While this lock is held the system's list of heaps stays as it is, where it guards it.
+                HeapLock(GetProcessHeap());
+                m_count = GetProcessHeaps(room, m_heaps);
+                m_complete = m_count <= room;
+                if (!m_complete)
+                    HeapUnlock(GetProcessHeap());
+            }
+            for (DWORD i = 0; i < m_count; ++i) {
+                if (m_heaps[i] == GetProcessHeap() || !HeapLock(m_heaps[i]))
+                    m_heaps[i] = nullptr; // locked already, or without a lock
+            }
+        }
+        HeapLocks(const HeapLocks&) = delete;
+        HeapLocks& operator=(const HeapLocks&) = delete;
+        ~HeapLocks()
+        {
+            if (m_complete) {
+                for (DWORD i = m_count; i-- > 0;) {
+                    if (m_heaps[i] != nullptr)
+                        HeapUnlock(m_heaps[i]);
+                }
+                HeapUnlock(GetProcessHeap());
+            }
+            delete[] m_heaps;
+            ReleaseSRWLockExclusive(&s_one);
+        }
+
+        [[nodiscard]] bool areHeld() const noexcept { return m_complete; }
+
+    private:
+        static inline SRWLOCK s_one = SRWLOCK_INIT;
+        HANDLE* m_heaps = nullptr;
+        DWORD m_count = 0;
+        bool m_complete = false;
+    };
+
+    // A thread that is suspended with a heap's lock would stop every other thread, also the one that is to
+    // resume it; so it is suspended while we hold these locks. The system suspends a thread some time after
+    // the call; to ask for its context waits for that moment.
+    static long suspendOutsideHeaps(HANDLE thread) noexcept
+    {
+        const HeapLocks locks;
+        if (!locks.areHeld())
+            return ERROR_NOT_ENOUGH_MEMORY;
+        if (SuspendThread(thread) == static_cast<DWORD>(-1))
+            return static_cast<long>(GetLastError());
+        CONTEXT context{};
+        context.ContextFlags = CONTEXT_CONTROL;
+        GetThreadContext(thread, &context);
+        return ERROR_SUCCESS;
+    }
+
+    std::atomic<Place> m_place{Place::Inside};
+    SRWLOCK m_lock = SRWLOCK_INIT;
+    CONDITION_VARIABLE m_resumed = CONDITION_VARIABLE_INIT;
+};

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <windows.h>
+
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+
+/// Keeps this library loaded while threads run its code.
+///
+/// One reference to the module stands for all threads; a thread holds one of its own as well, so that it can
+/// end in the same step in which it gives that back. While there is a thread, starting another one needs no
+/// call to the loader, whose lock a suspended thread may hold.
+class KeptLibrary
+{
+public:
+    /// For a thread that is to be started, by whoever starts it. Returns 0 or the system's code.
+    static long hold() noexcept
+    {
+        {
+            const WriteLocker locker(s_lock);
+            if (s_threads != 0) {
+                ++s_threads;
+                return ERROR_SUCCESS;
+            }
+        }
+        HMODULE module = reference();
+        if (module == nullptr)
+            return static_cast<long>(GetLastError());
+        {
+            const WriteLocker locker(s_lock);
+            if (s_threads++ == 0)
+                s_module = std::exchange(module, nullptr);
+        }
+        if (module != nullptr)
+            FreeLibrary(module); // another thread was first
+        return ERROR_SUCCESS;
+    }
+
+    /// Takes hold back. The calling thread needs a reference of its own, or a caller that has one.
+    static void release() noexcept
+    {
+        HMODULE module = nullptr;
+        {
+            const WriteLocker locker(s_lock);
+            if (--s_threads == 0)
+                module = std::exchange(s_module, nullptr);
+        }
+        if (module != nullptr)
+            FreeLibrary(module);
+    }
+
+    /// A reference for the calling thread; null on failure, with the last error set.
+    [[nodiscard]] static HMODULE reference() noexcept
+    {
+        HMODULE module = nullptr;
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(&s_threads),
+                           &module);
+        return module;
+    }
+
+    /// Ends the calling thread and gives back its reference and its hold. Without a reference the hold stays,
+    /// and so does the library.
+    [[noreturn]] static void exitThread(HMODULE own, DWORD code) noexcept
+    {
+        if (own == nullptr)
+            ExitThread(code);
+        release();
+        FreeLibraryAndExitThread(own, code);
+    }
+
+private:
+    static inline ReadWriteLock s_lock;
+    static inline unsigned s_threads = 0;
+    static inline HMODULE s_module = nullptr;
+};
