@@ -175,7 +175,7 @@ struct Row
     {text, Kind::kind, code, [](Handles& o) { static_cast<void>(o); return codeOfResult(__VA_ARGS__, close); }}
 #define USES(...) ROW(#__VA_ARGS__, TakesHandle, 0, nullptr, __VA_ARGS__)
 #define USES_GIVING(code, ...) ROW(#__VA_ARGS__, TakesHandle, code, nullptr, __VA_ARGS__)
-#define CLOSES(...) ROW(#__VA_ARGS__, Closes, 0, nullptr, static_cast<long>((__VA_ARGS__) != 0 ? ERROR_SUCCESS : ERROR_INVALID_HANDLE))
+#define CLOSES(...) ROW(#__VA_ARGS__, Closes, 0, nullptr, (__VA_ARGS__) != 0 ? 0L : long{ERROR_INVALID_HANDLE})
 #define MAKES(...) ROW(#__VA_ARGS__, Makes, 0, nullptr, __VA_ARGS__)
 #define OPENS(close, ...) ROW(#__VA_ARGS__, Makes, 0, close, __VA_ARGS__)
 
@@ -489,4 +489,30 @@ TEST_F(Exports, RefuseWhatIsWrongAndKeepNothing)
     }
     EXPECT_TRUE(before.isReachedAgain(100))
         << before.describe() << ", then " << ProcessCounts::now().describe();
+}
+
+// Each taking of memory of each function in turn finds none: code 8, and nothing is kept. To give a handle
+// back takes none.
+TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
+{
+    for (const Row& row : kRows)
+        EXPECT_EQ(run(row), row.code) << row.name;
+    for (const Row& row : kRows) {
+        // What a row keeps each time is a leak; what is made once and kept, here or by the system, is not.
+        bool balanced = false;
+        std::string counts;
+        for (int attempt = 0; attempt < 2 && !balanced; ++attempt) {
+            const ProcessCounts before = ProcessCounts::now();
+            for (long failing = 1;; ++failing) {
+                const long code = run(row, failing);
+                if (!HeapWatch::hasFailed())
+                    break;
+                EXPECT_EQ(code, row.kind == Kind::Closes ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY)
+                    << row.name << ", taking " << failing;
+            }
+            balanced = before.isReachedAgain(100);
+            counts = before.describe() + ", then " + ProcessCounts::now().describe() + ", ";
+        }
+        EXPECT_TRUE(balanced) << row.name << ": " << counts << HeapWatch::describe();
+    }
 }

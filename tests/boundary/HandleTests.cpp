@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <thread>
 
 #include "core/win32/registry/api.h"
 #include "core/win32/utils/strings/api.h"
@@ -82,36 +81,6 @@ TEST(Handles, AreSharedByNameAndReusedOldestFreedFirst)
     EXPECT_EQ(OpenScanItem(L"other", L"C:\\windows"), other);
     CloseScanItem(other);
     CloseScanItem(other);
-}
-
-// Eight threads on the same few names: one object per name, none closed under its user, none left behind.
-TEST(Handles, AreSafeForManyThreads)
-{
-    std::atomic<long> failures{0};
-    const auto use = [&](int thread) {
-        for (int turn = 0; turn < 750; ++turn) {
-            const std::wstring path = L"C:\\windows\\" + std::to_wstring((turn + thread) % 3);
-            const wchar_t* const name = (turn & 1) != 0 ? L"shared" : L"shared folders";
-            void* handle = (turn & 1) != 0 ? CreateFileW(name, path.c_str(), 0)
-                                           : CreateFilePath(name, path.c_str(), 0, 0);
-            SharedPtr<ScanItem> item;
-            if (handle == kInvalid || GetScanItemByHandle(handle, item) != ERROR_SUCCESS ||
-                path != item->getPath())
-                ++failures;
-            if (void* again = OpenScanItem(name, path.c_str());
-                again != handle || CloseScanItem(again) == 0)
-                ++failures;
-            if (CloseScanItem(handle) == 0)
-                ++failures;
-        }
-    };
-    onThreadsAtOnce(8, use);
-    const ProcessCounts before = ProcessCounts::now();
-    onThreadsAtOnce(8, use);
-    EXPECT_EQ(failures, 0);
-    EXPECT_TRUE(before.isReachedAgain()) << before.describe();
-    for (int name = 0; name < 3; ++name)
-        EXPECT_EQ(OpenScanItem(L"shared", (L"C:\\windows\\" + std::to_wstring(name)).c_str()), kInvalid);
 }
 
 // The counting that all checks for leaks stand on: one that keeps something on purpose must show.
