@@ -59,6 +59,7 @@ MessageW plain(kName, 1U);
 const wchar_t* text = nullptr;
 wchar_t token[4];
 int flag = 0;
+long workCode = 0;
 
 /// What the functions of the table are called with: one open object of each family.
 struct Handles
@@ -255,6 +256,10 @@ const Row kRows[] = {
     USES_GIVING(WAIT_TIMEOUT, THPWait(o.pool, 7UL, 7UL, 0UL, nullptr)),
     USES_GIVING(WAIT_TIMEOUT, THPWait(o.pool, o.named, kName, kName, 0UL, nullptr)),
     USES_GIVING(WAIT_TIMEOUT, THPWait(o.pool, o.numbered, 7UL, 7UL, 0UL, nullptr)),
+    USES_GIVING(ERROR_BUSY, THPGetWorkResult(o.pool, kName, kName, workCode)),
+    USES_GIVING(ERROR_BUSY, THPGetWorkResult(o.pool, 7, 7, workCode)),
+    USES_GIVING(ERROR_BUSY, THPGetWorkResult(o.pool, kName, kName, o.named, workCode)),
+    USES_GIVING(ERROR_BUSY, THPGetWorkResult(o.pool, 7, 7, o.numbered, workCode)),
     USES(THPIsRunning(o.pool, kName, flag)),
     USES(THPIsRunning(o.pool, 7, flag)),
     USES(THPIsRunning(o.pool, kName, kName, flag)),

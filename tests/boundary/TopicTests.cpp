@@ -137,21 +137,6 @@ TEST(Topics, AreNamedOrNumberedAndShared)
     }
     EXPECT_FALSE(OpenMessageTopic(L"named").isValid());
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_FOUND));
-    EXPECT_FALSE(CreateMessageTopic(nullptr).isValid());
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-
-    Handler handler;
-    for (void* bad : {static_cast<void*>(nullptr), INVALID_HANDLE_VALUE}) {
-        const TopicHandle topic(bad);
-        EXPECT_EQ(TopicSubscribe(topic, handler), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(TopicUnsubscribe(topic, handler, 0), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(send(topic), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(post(topic, 1), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(TopicConsumeAll(topic, 0), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(TopicStopConsumer(topic), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(TopicGetNameByHandle(topic, &name), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(CloseMessageTopic(bad), 0);
-    }
 }
 
 template <class Type>
@@ -490,11 +475,11 @@ TEST(Topics, CarryTheRequestsOfObjectTables)
 
 TEST(Topics, GiveEverythingBackWhenClosed)
 {
+    const HeapWatch watch(sysmaintModule());
     { // what the process makes once and keeps
         const TopicHandle topic = CreateMessageTopic(L"counted");
         post(topic, 1);
     }
-    const HeapWatch watch(sysmaintModule());
     const ProcessCounts before = ProcessCounts::now();
     for (int round = 0; round < 20; ++round) {
         const TopicHandle topic = CreateMessageTopic(L"counted");
@@ -503,5 +488,5 @@ TEST(Topics, GiveEverythingBackWhenClosed)
         for (std::uint32_t id = 0; id < 50; ++id)
             ASSERT_EQ(post(topic, id), ERROR_SUCCESS);
     }
-    EXPECT_TRUE(before.isReachedAgain());
+    EXPECT_TRUE(before.isReachedAgain()) << before.describe() << " " << HeapWatch::describe();
 }

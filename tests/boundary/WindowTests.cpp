@@ -7,6 +7,7 @@
 #include <functional>
 #include <set>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "core/win32/utils/communication/api.h"
@@ -368,27 +369,39 @@ TEST(Endings, AClosedPoolOrTopicRunsNothingAnyMore)
         TopicHandle topic = CreateMessageTopic(L"ending");
         TestEvent inside;
         std::atomic<bool> ended{false};
+        Multiple waits(sysmaintModule());
+        waits.setHook([&](auto original, DWORD count, auto... arguments) {
+            if (count == 1) // for one item
+                inside.set();
+            return original(count, arguments...);
+        });
         void* const handles[] = {pool.get(), topic.get()};
-        const auto body = [&, handles] {
-            // These hold a reference to the pool or topic during the close, perhaps the last one.
-            Handler stranger([] {});
-            TopicHandle own(handles[1]);
+        const auto stay = [&] {
             inside.set();
-            for (int i = 0; i < 50; ++i) {
-                THPWait(handles[0], 1UL, 1UL, nullptr);
-                TopicUnsubscribe(own, stranger, 0);
-                Sleep(1);
-            }
-            static_cast<void>(own.release());
+            Sleep(100);
             ended = true;
         };
-        Work work([&](HANDLE) { body(); });
-        Handler handler(body);
+        Work until([&](HANDLE cancelEvent) { WaitForSingleObject(cancelEvent, INFINITE); });
+        Work work([&](HANDLE) { // waits for other work, which the close alone ends
+            THPQueueWork(handles[0], 2UL, 1UL, until, HashMessageW(), Option::AtEnd, nullptr);
+            EXPECT_EQ(THPWait(handles[0], 2UL, INFINITE, nullptr), ERROR_CANCELLED);
+            stay();
+        });
+        bool nested = false;
+        Handler handler([&] { // sends to itself
+            if (std::exchange(nested, true))
+                return stay();
+            TopicHandle own(handles[1]);
+            MessageW reply;
+            EXPECT_EQ(TopicSendMessage(own, MessageW(), reply, nullptr), ERROR_SUCCESS);
+            static_cast<void>(own.release());
+        });
         ASSERT_EQ(TopicSubscribe(topic, handler), ERROR_SUCCESS);
         ASSERT_EQ(topics ? TopicPostMessage(topic, MessageW()) : queue(pool, 1, work), ERROR_SUCCESS);
         ASSERT_TRUE(inside.wait());
         EXPECT_NE(topics ? CloseMessageTopic(topic.release()) : THPCloseThreadpool(pool.release()), 0);
         EXPECT_TRUE(ended) << topics;
+        waits.setHook(nullptr);
     }
 }
 

@@ -104,7 +104,7 @@ long ThreadPool::queueWork(const THPWorkKey& key, const THPWorkCall& call, const
         if (created)
             removeUnused(category);
         // A category that is closed in an open pool was another caller's, whose first work was refused.
-        if (code != ERROR_INVALID_ADDRESS || isClosed())
+        if (created || !category->isClosed() || isClosed())
             return code;
     }
 }

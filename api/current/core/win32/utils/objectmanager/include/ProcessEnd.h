@@ -2,21 +2,21 @@
 
 #include <windows.h>
 
-#include <intrin.h>
-
 #include <algorithm>
 #include <cstddef>
 
 /// What stands in the way of waiting for a thread: the end of the process and the loader lock.
 namespace processend {
-using Query = BOOLEAN(NTAPI*)();
-
 /// Looked up when the module is loaded: later the lookup might wait for the loader lock.
-inline const Query queryShutdown = [] {
+template <class Function>
+Function systemFunction(const char* name) noexcept
+{
     const HMODULE system = GetModuleHandleW(L"ntdll.dll");
-    const FARPROC query = system != nullptr ? GetProcAddress(system, "RtlDllShutdownInProgress") : nullptr;
-    return reinterpret_cast<Query>(reinterpret_cast<void*>(query));
-}();
+    const FARPROC found = system != nullptr ? GetProcAddress(system, name) : nullptr;
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(found));
+}
+inline const auto queryShutdown = systemFunction<BOOLEAN(NTAPI*)()>("RtlDllShutdownInProgress");
+inline const auto processBlock = systemFunction<const std::byte*(NTAPI*)()>("RtlGetCurrentPeb");
 
 /// The longest wait, in milliseconds, of a thread that holds the loader lock.
 inline constexpr DWORD kLoaderLockWait = 5000;
@@ -35,8 +35,9 @@ inline bool isProcessEnding() noexcept
 inline bool holdsLoaderLock() noexcept
 {
     constexpr std::size_t kLoaderLock = 0x110; // in the process's environment block
-    const auto* block = reinterpret_cast<const std::byte*>(__readgsqword(0x60));
-    const auto* lock = *reinterpret_cast<CRITICAL_SECTION* const*>(block + kLoaderLock);
+    if (processend::processBlock == nullptr)
+        return false;
+    const auto* lock = *reinterpret_cast<CRITICAL_SECTION* const*>(processend::processBlock() + kLoaderLock);
     return lock != nullptr && reinterpret_cast<std::size_t>(lock->OwningThread) == GetCurrentThreadId();
 }
 

@@ -38,6 +38,11 @@ public:
 
     /// Closes the category if it holds no work and no threads. Returns whether it did.
     bool closeIfUnused() noexcept;
+    [[nodiscard]] bool isClosed() noexcept
+    {
+        const ReadLocker locker(m_lock);
+        return m_closed;
+    }
     /// Cancels all work and tells the threads to end. Nothing is queued any more.
     void close() noexcept;
     /// Waits until no work of the closed category runs any more, but for the calling thread's own, work whose
