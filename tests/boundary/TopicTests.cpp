@@ -476,7 +476,7 @@ TEST(Topics, CarryTheRequestsOfObjectTables)
 TEST(Topics, GiveEverythingBackWhenClosed)
 {
     const HeapWatch watch(sysmaintModule());
-    { // what the process makes once and keeps
+    for (int i = 0; i < 40; ++i) { // what the process makes once and keeps, also for each freed handle
         const TopicHandle topic = CreateMessageTopic(L"counted");
         post(topic, 1);
     }

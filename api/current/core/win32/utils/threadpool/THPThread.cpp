@@ -61,6 +61,7 @@ long THPThread::start(const SharedPtr<THPThread>& self, const SharedPtr<THPCateg
         return code;
     std::unique_ptr<Worker> worker;
     if (const long code = boundary::statusOf([&]() -> long {
+            // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): statusOf turns it into 8
             worker.reset(new Worker{self, owner});
             return KeptLibrary::hold();
         });
