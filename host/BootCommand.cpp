@@ -78,6 +78,10 @@ int run(const std::vector<std::wstring>& words)
     }
     if ((what != L"add" && what != L"remove") || operands.size() != 2)
         throw UsageError{L"list, add COMMAND or remove COMMAND"};
+    const std::wstring& command = operands[1];
+    if (std::any_of(command.begin(), command.end(), [](wchar_t c) { return c < L' '; }) ||
+        command.find_first_not_of(L' ') == std::wstring::npos)
+        throw UsageError{L"a command is one line with something in it"};
     if (what == L"add")
         return report(AddBootExecute(operands[1].c_str()));
     const bool wasThere = BootExecuteIsScheduled(operands[1].c_str()) != 0;

@@ -1,5 +1,6 @@
 #include "Console.h"
 
+#include <algorithm>
 #include <iterator>
 
 namespace {
@@ -61,7 +62,9 @@ void Output::flush()
     while (m_open && !rest.empty()) {
         DWORD written = 0;
         m_open = WriteFile(m_handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) != 0;
-        rest.remove_prefix(written);
+        if (!m_open)
+            m_failure = GetLastError();
+        rest.remove_prefix(std::min<std::size_t>(written, rest.size()));
     }
     m_buffer.clear();
     m_lastFlush = GetTickCount64();
@@ -163,6 +166,8 @@ std::wstring formatCode(long code)
     while (length != 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.'))
         --length;
     const std::wstring number = std::to_wstring(code);
+    if (length == 0 && code == 681) // not every system has words for it
+        return L"it is a link, or lies behind one (681)";
     return length == 0 ? L"error " + number : std::wstring(text, length) + L" (" + number + L")";
 }
 

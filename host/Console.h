@@ -21,11 +21,14 @@ public:
     [[nodiscard]] bool isTerminal() const { return m_terminal; }
     /// False once the reader is gone.
     [[nodiscard]] bool isOpen() const { return m_open; }
+    /// The code with which writing failed.
+    [[nodiscard]] DWORD failure() const { return m_failure; }
 
 private:
     HANDLE m_handle;
     bool m_terminal = false;
     bool m_open = true;
+    DWORD m_failure = ERROR_SUCCESS;
     UINT m_oldCodePage = 0;
     std::string m_buffer;
     ULONGLONG m_lastFlush;

@@ -38,8 +38,8 @@ void requireOneLine(const std::wstring& module, const std::wstring& text)
         throw UsageError{L"the text is too long: it and the module's name may have " +
                          formatCount(kLine - kStampAndMarks) + L" characters together"};
     for (const wchar_t c : module + text)
-        if (c == L'\r' || c == L'\n')
-            throw UsageError{L"the text holds the end of a line"};
+        if (c < L' ' || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029)
+            throw UsageError{L"the text holds the end of a line, or another control character"};
 }
 
 int run(const std::vector<std::wstring>& words)

@@ -130,7 +130,7 @@ int run(const std::vector<std::wstring>& words)
                 : engines.scanFolder(folder.c_str(), arguments.has(L"--expand") ? 1 : 0, validator, options);
         if (code != ERROR_SUCCESS)
             result = code;
-        if (code == ERROR_CANCELLED)
+        if (code == ERROR_CANCELLED || !results().isOpen()) // which main tells
             break;
         // What could not be listed has been told already, by its own path.
         if (code != ERROR_SUCCESS && printer.failures() == failures)

@@ -115,6 +115,8 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
     WipeRun run(options);
     std::uint64_t bytes = 0;
     for (const std::wstring& word : words) {
+        if (!word.empty() && (word.back() == L'\\' || word.back() == L'/'))
+            throw UsageError{printable(word) + L" is written as a folder; say tree"};
         const WipeTarget target(word);
         held.push_back(holdParent(target));
         requireUnprotected(target);

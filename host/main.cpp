@@ -57,11 +57,24 @@ int run(int argumentCount, wchar_t** arguments)
 }
 } // namespace
 
+namespace {
+/// Results that nobody got are no success.
+int withResultsWritten(int code)
+{
+    results().flush();
+    if (results().isOpen())
+        return code;
+    messages().writeLine(L"sysmaint: the results could not be written: " +
+                         formatCode(static_cast<long>(results().failure())));
+    return code == kExitDone ? static_cast<int>(kExitFailed) : code;
+}
+} // namespace
+
 int wmain(int argumentCount, wchar_t** arguments)
 {
     const WorkScope work;
     try {
-        return run(argumentCount, arguments);
+        return withResultsWritten(run(argumentCount, arguments));
     } catch (const std::exception& error) {
         const std::string text = error.what();
         messages().writeLine(L"sysmaint: " + std::wstring(text.begin(), text.end()));

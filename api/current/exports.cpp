@@ -946,7 +946,9 @@ long WipeFileTable(const wchar_t* volume, WipeCallback callback, WipeProgress* p
 int ForceDeleteIsScheduled(const wchar_t* path)
 {
     return resultFrame(0, [&] {
-        const int found = path != nullptr && forcedelete::isScheduled(path) ? 1 : 0;
+        if (path == nullptr)
+            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        const int found = forcedelete::isScheduled(path) ? 1 : 0;
         SetLastError(ERROR_SUCCESS);
         return found;
     });

@@ -275,7 +275,7 @@ TEST(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
     const TestKey root;
     const MergedClasses view;
     HKEY classes = nullptr;
-    ASSERT_EQ(RegOpenKeyW(HKEY_CURRENT_USER, L"Software\\Classes", &classes), ERROR_SUCCESS);
+    ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, L"Software\\Classes", &classes), ERROR_SUCCESS);
     const auto value = [](const wchar_t* name) {
         return ValuePtr(DllGetRegistryValue(HKEY_CLASSES_ROOT, kClass.c_str(), name));
     };

@@ -389,9 +389,21 @@ long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
     return ERROR_SUCCESS;
 }
 
+RegistryKey::KeptState::~KeptState()
+{
+    if (m_isReleased)
+        return;
+    const WriteLocker locker(m_key.m_lock);
+    m_key.m_root = m_root;
+    m_key.m_options = m_options;
+    m_key.m_isFound = m_isFound;
+    m_key.m_userHive = m_userHive;
+}
+
 long RegistryKey::load(unsigned long code, IInputByteStream& stream)
 {
-    const FullPathReset reset(*this);
+    const FullPathReset reset(*this); // ends after the path is put back
+    KeptState kept(*this);
     ScanItem::load(code, stream);
     placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::load", __LINE__), [&] {
         const HKEY root = rootFromNumber(readU32(stream));
@@ -405,5 +417,6 @@ long RegistryKey::load(unsigned long code, IInputByteStream& stream)
         m_isFound = false;
         m_userHive = UserHive();
     });
+    kept.release();
     return ERROR_SUCCESS;
 }

@@ -226,27 +226,29 @@ long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
 
 long RegistryValue::load(unsigned long code, IInputByteStream& stream)
 {
+    const FullPathReset reset(*this); // ends after the path is put back
+    KeptState kept(*this);
     RegistryKey::load(code, stream);
     placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::load", __LINE__), [&] {
-        setName(readText<wchar_t>(stream));
+        const HeapStringW name = readText<wchar_t>(stream);
         const std::uint32_t type = readU32(stream);
         const std::uint32_t known = readU32(stream);
         if ((known & ~(kDataKnown | kTypeKnown)) != 0)
             throw static_cast<long>(ERROR_INVALID_DATA);
-        m_isRead = false;
-        if ((known & kDataKnown) == 0) {
-            keep(type, nullptr, 0);
-            m_hasData = false;
-            if ((known & kTypeKnown) == 0)
-                m_type.reset();
-            return;
-        }
+        const bool hasData = (known & kDataKnown) != 0;
         Blob data;
-        data.read(stream, 2 * sizeof(wchar_t));
-        const std::size_t size = data.getSize();
+        if (hasData)
+            data.read(stream, 2 * sizeof(wchar_t));
+        const std::size_t size = hasData ? data.getSize() : 0;
         if (size > MAXDWORD)
             throw static_cast<long>(ERROR_READ_FAULT);
-        keep(type, data.release(), static_cast<unsigned long>(size));
+        setName(name);
+        kept.release();
+        m_isRead = false;
+        keep(type, hasData ? data.release() : nullptr, static_cast<unsigned long>(size));
+        m_hasData = hasData;
+        if (!hasData && (known & kTypeKnown) == 0)
+            m_type.reset();
     });
     return ERROR_SUCCESS;
 }

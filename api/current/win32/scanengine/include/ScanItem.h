@@ -57,7 +57,8 @@ public:
     }
 
     /// Reads the common parts that `code` selects; without kStatePath the path stays. Raises an Exception
-    /// with 30, 8, or 13 when the stream holds an item of another type.
+    /// with 30, 8, or 13 when the stream holds an item of another type; the library's items are as they were
+    /// then, whichever part could not be read.
     long load(unsigned long code, IInputByteStream& stream) override
     {
         if ((code & kStateType) != 0)
@@ -75,6 +76,27 @@ protected:
     ScanItem(std::uint32_t type, CachedPath&& path) noexcept : m_type(type), m_path(std::move(path)) {}
 
     [[nodiscard]] const CachedPath& path() const noexcept { return m_path; }
+
+    /// Puts the path back as it was, unless it is released: half an item would stand for a thing that nobody
+    /// has named.
+    class KeptPath
+    {
+    public:
+        explicit KeptPath(ScanItem& item) : m_item(item), m_path(item.m_path) {}
+        KeptPath(const KeptPath&) = delete;
+        KeptPath& operator=(const KeptPath&) = delete;
+        ~KeptPath()
+        {
+            if (!m_isReleased)
+                m_item.m_path = std::move(m_path);
+        }
+        void release() noexcept { m_isReleased = true; }
+
+    private:
+        ScanItem& m_item;
+        CachedPath m_path;
+        bool m_isReleased = false;
+    };
 
 private:
     std::uint32_t m_type;

@@ -80,7 +80,9 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// overwritten, and what was opened is compared with what was looked at (volume and file number): when it is
 /// another file, nothing is overwritten and it stays (1006). The folders between a stack's root and an entry
 /// are held open while the entry is handled, so nobody can rename them or put links in their places; one that
-/// is a link by then ends the call with 681. What remains:
+/// is a link by then ends the call with 681, and so does a root that is one while an entry below it is
+/// handled. What remains:
+/// - file systems that do not keep to sharing let others rename what is held here;
 /// - systems before Windows 10 cannot take back that an opened file is to be deleted. Another file that is
 ///   opened so keeps its data under a second name "name.kept", which then gets the first one back; it is gone
 ///   where the file system knows no second names;
@@ -96,8 +98,9 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// Only what that program can find again goes there: files by their plain path below the root of a drive or
 /// volume of this machine. Left off are links and folders, roots and devices, streams, paths with wildcards
 /// or characters below 0x20, network paths, mapped drives and drives that stand for a folder (all three mean
-/// something in this session alone), what is there but cannot be looked at, and the list itself. So is a path
-/// that was found changed (681, 1006).
+/// something in this session alone), drives that cannot be told, what is there but cannot be looked at, and
+/// the list itself. So is a path that was found changed (681, 1006). A list with half a character at its end
+/// gets no further line.
 struct IWiper
 {
     virtual ~IWiper() = default;
@@ -112,7 +115,8 @@ struct IWiper
     /// Files are overwritten and deleted as above, but never put on the boot-time list; folders are removed
     /// and must be empty by then. The root of a local disk is not removed and ends the walk. An entry that
     /// fails ends the walk and stays at the back; mark it with `skip` to go on after it. The validator is not
-    /// asked: whoever fills the stack has asked it.
+    /// asked: whoever fills the stack has asked it. While the call runs the stack is empty; what it did not
+    /// handle is put back in the end, before entries that a callback pushed meanwhile.
     ///
     /// kWipeFreeSpace: fills the volume of `path`, a folder with its closing backslash such as "D:\", with a
     /// hidden file "FreeSpaceFile.qmx" until nothing is free, and deletes that again, `passes` times. The
@@ -141,7 +145,8 @@ struct IWiper
     /// @param passes       how often everything is overwritten
     /// @param cancelEvent  signalled means stop: polled before a file is opened, before every chunk, before
     ///                     every pass of kWipeGutmann and after every repetition; null never cancels
-    /// @return 0; 1223 (cancelled: a file that was open is deleted then, whatever part was overwritten; one
+    /// @return 0; 170 (called from a callback of the same object); 1223 (cancelled: a file that was open is
+    /// deleted then, whatever part was overwritten; one
     ///         whose streams were being overwritten is left); 87 (null path, empty path for the free space,
     ///         null stack for a tree, or an unknown method; nothing is touched); 8; 1627 (no NtClose in
     ///         ntdll.dll); 0x80070057 (a volume path of less than three characters, or without letter and

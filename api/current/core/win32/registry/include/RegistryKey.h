@@ -42,6 +42,46 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
 protected:
+    /// Has the full path built anew after the sub-key path was changed, or after a change of it failed.
+    class FullPathReset
+    {
+    public:
+        explicit FullPathReset(RegistryKey& key) noexcept : m_key(key) {}
+        FullPathReset(const FullPathReset&) = delete;
+        FullPathReset& operator=(const FullPathReset&) = delete;
+        ~FullPathReset();
+
+    private:
+        RegistryKey& m_key;
+    };
+    /// Puts path, root and options back as they were, unless it is released.
+    class KeptState
+    {
+    public:
+        explicit KeptState(RegistryKey& key)
+            : m_key(key), m_path(key), m_root(key.m_root), m_options(key.m_options), m_isFound(key.m_isFound),
+              m_userHive(key.m_userHive)
+        {
+        }
+        KeptState(const KeptState&) = delete;
+        KeptState& operator=(const KeptState&) = delete;
+        ~KeptState();
+        void release() noexcept
+        {
+            m_isReleased = true;
+            m_path.release();
+        }
+
+    private:
+        RegistryKey& m_key;
+        KeptPath m_path;
+        HKEY m_root;
+        unsigned long m_options;
+        bool m_isFound;
+        UserHive m_userHive;
+        bool m_isReleased = false;
+    };
+
     explicit RegistryKey(std::uint32_t type) : ScanItem(type) {}
     RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, unsigned long options);
     RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound);
@@ -85,18 +125,6 @@ protected:
     [[nodiscard]] REGSAM view() const noexcept;
 
 private:
-    /// Has the full path built anew after the sub-key path was changed, or after a change of it failed.
-    class FullPathReset
-    {
-    public:
-        explicit FullPathReset(RegistryKey& key) noexcept : m_key(key) {}
-        FullPathReset(const FullPathReset&) = delete;
-        FullPathReset& operator=(const FullPathReset&) = delete;
-        ~FullPathReset();
-
-    private:
-        RegistryKey& m_key;
-    };
     /// Whether the root is one that means the same to everybody.
     [[nodiscard]] bool isNamedRoot() const noexcept;
     /// The logged-on user's hive, opened at the first request and kept. Raises what getHKEY raises.

@@ -71,7 +71,7 @@ void HeldFolders::keepCommon(std::wstring_view root, std::wstring_view folder)
     m_path.resize(kept == 0 ? 0 : m_folders.back().end);
 }
 
-void HeldFolders::hold(std::wstring_view root, std::wstring_view folder)
+void HeldFolders::hold(std::wstring_view root, std::wstring_view folder, bool rootMayBeLink)
 {
     const bool below =
         folder.substr(0, root.size()) == root && !root.empty() &&
@@ -79,6 +79,8 @@ void HeldFolders::hold(std::wstring_view root, std::wstring_view folder)
     if (!below)
         throw static_cast<long>(ERROR_INVALID_PARAMETER);
     keepCommon(root, folder);
+    if (isRootLink() && !rootMayBeLink)
+        throw kStoppedOnSymlink;
     std::size_t end = m_path.size();
     while (m_folders.empty() || end != folder.size()) {
         const bool isRoot = m_folders.empty();
@@ -89,7 +91,7 @@ void HeldFolders::hold(std::wstring_view root, std::wstring_view folder)
         OpenedItself opened(Win32Path(m_path.c_str()), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES,
                             FILE_SHARE_READ | FILE_SHARE_WRITE);
         m_path.resize(end);
-        if (opened.isLink() && !isRoot)
+        if (opened.isLink() && !(isRoot && rootMayBeLink))
             throw kStoppedOnSymlink;
         if (!opened.isFolder())
             throw static_cast<long>(ERROR_DIRECTORY);

@@ -54,9 +54,15 @@ bool Directory::isInterchangeable(const ScanItem& filed) const
 
 long Directory::load(unsigned long code, IInputByteStream& stream)
 {
+    KeptPath kept(*this);
     ScanItem::load(code, stream);
-    if ((code & kStatePath) != 0)
-        settle();
+    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::load", __LINE__), [&] {
+        if ((code & kStatePath) == 0)
+            return;
+        m_origin = PathOrigin(path().view());
+        m_isPlainFolder = false;
+    });
+    kept.release();
     return ERROR_SUCCESS;
 }
 

@@ -194,20 +194,20 @@ long File::dump(unsigned long code, IOutputByteStream& stream) const
 
 long File::load(unsigned long code, IInputByteStream& stream)
 {
+    KeptPath kept(*this);
     ScanItem::load(code, stream);
-    m_foundSize.reset();
-    if ((code & kStatePath) != 0)
-        settle();
     placedStep(PLACE(FILE_HEADER, "File::load", __LINE__), [&] {
-        if (readU32(stream) == 0) {
-            keepData(nullptr, 0);
-            m_hasData = false;
-            return;
-        }
+        PathOrigin origin = (code & kStatePath) != 0 ? PathOrigin(path().view()) : m_origin;
+        const bool hasData = readU32(stream) != 0;
         Blob data;
-        data.read(stream);
+        if (hasData)
+            data.read(stream);
+        kept.release();
+        m_origin = std::move(origin);
+        m_foundSize.reset();
         const std::size_t size = data.getSize();
-        keepData(data.release(), size);
+        keepData(hasData ? data.release() : nullptr, hasData ? size : 0);
+        m_hasData = hasData;
     });
     return ERROR_SUCCESS;
 }

@@ -1,5 +1,7 @@
 #include "core/win32/utils/scanengine/include/FilePath.h"
 
+#include <cwchar>
+
 #include "core/win32/utils/scanengine/include/File.h"
 
 #define FILE_PATH_HEADER "core\\win32\\utils\\scanengine\\include\\FilePath.h"
@@ -68,9 +70,12 @@ void FilePath::getFiles(Walk& walk)
             Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
     const bool isRoot = &walk.root == static_cast<ScanPath*>(this);
     // A root that a caller names, or a link that a walk found, is the root of what is found below it.
-    const PathOrigin below = isRoot && !wasPlainFolder() ? origin().ofItemsBelow(path().view()) : origin();
+    const bool isNamed = isRoot && !wasPlainFolder();
+    PathOrigin below = isNamed ? origin().ofItemsBelow(path().view()) : origin();
     if (!holdFolder(walk, below, isRoot))
         return;
+    if (isNamed && !walk.held.isRootLink())
+        below = below.ofItemsBelowFolder();
     const ItemTarget folder(getPath(), below);
     const HeapStringW mask = joinPath(folder.get(), L"*");
     const Win32Path target(mask.c_str());
@@ -87,9 +92,15 @@ void FilePath::getFiles(Walk& walk)
             return; // gone: not every system keeps a folder that is held
         throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), code)};
     }
+    bool hasUnnamed = false;
     do {
         if (isDots(entry.cFileName))
             continue;
+        // Some systems under a share have names that Win32 would take for a path, to another file.
+        if (std::wcspbrk(entry.cFileName, L"\\/") != nullptr) {
+            hasUnnamed = true;
+            continue;
+        }
         if (walk.poll())
             return;
         handleEntry(entry, below, walk);
@@ -98,6 +109,9 @@ void FilePath::getFiles(Walk& walk)
     } while (FindNextFileW(search.get(), &entry));
     if (GetLastError() != ERROR_NO_MORE_FILES)
         throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__)), true};
+    if (hasUnnamed)
+        throw ListingFailure{
+            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_INVALID_NAME), true};
 }
 
 void FilePath::handleEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const

@@ -5,14 +5,21 @@
 PathOrigin::PathOrigin(std::wstring_view path)
 {
     if (!isSettled(path))
-        m_root = std::make_shared<const Root>(Root{path.size(), settledPath(path)});
+        m_root = std::make_shared<const Root>(Root{path.size(), settledPath(path), true});
 }
 
 PathOrigin PathOrigin::ofItemsBelow(std::wstring_view root) const
 {
     PathOrigin origin(*this);
     if (!m_root || m_root->length != root.size())
-        origin.m_root = std::make_shared<const Root>(Root{root.size(), settled(root)});
+        origin.m_root = std::make_shared<const Root>(Root{root.size(), settled(root), true});
+    return origin;
+}
+
+PathOrigin PathOrigin::ofItemsBelowFolder() const
+{
+    PathOrigin origin;
+    origin.m_root = std::make_shared<const Root>(Root{m_root->length, m_root->settled, false});
     return origin;
 }
 
@@ -37,7 +44,7 @@ std::wstring PathOrigin::settledOrText(std::wstring_view path) const
 void PathOrigin::hold(HeldFolders& held, std::wstring_view folder) const
 {
     const std::size_t length = m_root ? std::min(m_root->length, folder.size()) : folder.size();
-    held.hold(settledOrText(folder.substr(0, length)), settledOrText(folder));
+    held.hold(settledOrText(folder.substr(0, length)), settledOrText(folder), !m_root || m_root->mayBeLink);
 }
 
 void PathOrigin::holdParents(HeldFolders& held, std::wstring_view path) const

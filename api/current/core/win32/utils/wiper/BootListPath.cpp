@@ -30,11 +30,12 @@ bool isVolumeRoot(std::wstring_view text) noexcept
 bool isThereAtStart(std::wstring_view root)
 {
     const std::wstring drive(root);
-    if (GetDriveTypeW(drive.c_str()) == DRIVE_REMOTE)
+    const UINT type = GetDriveTypeW(drive.c_str());
+    if (type == DRIVE_REMOTE || type == DRIVE_UNKNOWN || type == DRIVE_NO_ROOT_DIR)
         return false;
     wchar_t device[MAX_PATH] = {};
-    const bool told = QueryDosDeviceW(drive.substr(0, 2).c_str(), device, MAX_PATH) != 0;
-    return !told || std::wstring_view(device).substr(0, kPrefix) != LR"(\??\)";
+    return QueryDosDeviceW(drive.substr(0, 2).c_str(), device, MAX_PATH) != 0 &&
+           std::wstring_view(device).substr(0, kPrefix) != LR"(\??\)";
 }
 
 bool isPlainName(std::wstring_view name) noexcept
@@ -43,6 +44,26 @@ bool isPlainName(std::wstring_view name) noexcept
            name.find_first_of(L"*?<>\"|/:") == std::wstring_view::npos &&
            std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20; });
 }
+/// Whether a path that nothing stands under is that of the list. Raises the bare code when that cannot be
+/// told.
+bool wouldBeTheList(std::wstring_view target)
+{
+    const std::wstring list = settledPath(bootlist::filePath());
+    const auto split = [](std::wstring_view path) { return path.find_last_of(L'\\'); };
+    if (_wcsicmp(std::wstring(target.substr(split(target))).c_str(), list.c_str() + split(list)) != 0)
+        return false;
+    try {
+        // Their own folders, by whatever names these go.
+        const OpenedItself folder(std::wstring(target.substr(0, split(target) + 1)).c_str());
+        const OpenedItself windows(list.substr(0, split(list) + 1).c_str());
+        return FileIdentity::of(folder.get()) == FileIdentity::of(windows.get());
+    } catch (long code) {
+        if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND)
+            return false;
+        throw;
+    }
+}
+
 } // namespace
 
 std::wstring bootlist::filePath()
@@ -93,7 +114,7 @@ std::wstring forcedelete::listedPath(std::wstring_view path)
         if (FileIdentity::of(found.get()) == FileIdentity::of(list.get()))
             return {};
     } catch (long code) {
-        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
+        if ((code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) || wouldBeTheList(target))
             return {};
     }
     return text;

@@ -74,6 +74,7 @@ public:
     long remove() noexcept
     {
         long result = ERROR_SUCCESS;
+        DWORD longestPause = 512; // in milliseconds, until one was held so long
         const auto step = [&](auto&& body) {
             const long code = boundary::statusFrame([&]() -> long {
                 if (!body())
@@ -83,7 +84,20 @@ public:
             result = result != ERROR_SUCCESS ? result : code;
         };
         for (; m_count != 0; --m_count)
-            step([&] { return DeleteFileW(Win32Path(pathOf(m_count - 1).c_str())); });
+            step([&] {
+                const std::wstring path = pathOf(m_count - 1);
+                const Win32Path target(path.c_str());
+                for (DWORD pause = 1; !DeleteFileW(target); pause *= 2) { // scanners hold what is new
+                    if (pause > longestPause) {
+                        longestPause = 0;
+                        return false;
+                    }
+                    const DWORD code = GetLastError();
+                    Sleep(pause);
+                    SetLastError(code);
+                }
+                return true;
+            });
         if (m_held) {
             m_held.reset();
             step([&] { return RemoveDirectoryW(Win32Path(m_folder.c_str())); });

@@ -88,6 +88,18 @@ void appendText(HANDLE file, ULONGLONG size, const std::wstring& text)
     throw static_cast<long>(code);
 }
 
+/// Whether a line ends as append ends it: two numbers, with a field's end between them.
+bool hasNumbers(std::wstring_view fields)
+{
+    const auto isNumber = [](std::wstring_view text) {
+        text.remove_prefix(text.substr(0, 1) == L"-" ? 1 : 0);
+        return !text.empty() && text.find_first_not_of(L"0123456789") == std::wstring_view::npos;
+    };
+    const std::size_t end = fields.find(kFieldEnd);
+    return end != std::wstring_view::npos && isNumber(fields.substr(0, end)) &&
+           isNumber(fields.substr(end + kFieldEnd.size()));
+}
+
 std::wstring readList()
 {
     const Win32Handle file =
@@ -112,6 +124,8 @@ long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, s
         const Win32Handle file = openList(GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS);
         lockList(file.get());
         const ULONGLONG size = sizeOf(file.get());
+        if (size % sizeof(wchar_t) != 0) // half a character: no line behind it could be read
+            return ERROR_INVALID_DATA;
         if (size == 0)
             line.insert(0, L"\0\0\r\n", 4);
         appendText(file.get(), size, line);
@@ -138,7 +152,7 @@ bool forcedelete::isScheduled(std::wstring_view path)
     std::wstring_view rest(text);
     for (std::size_t end = rest.find(kLineEnd); end != std::wstring_view::npos; end = rest.find(kLineEnd)) {
         const casefolding::FoldedText line(rest.substr(0, std::min(end, wanted.size())));
-        if (line.view() == folded.view())
+        if (line.view() == folded.view() && hasNumbers(rest.substr(0, end).substr(wanted.size())))
             return true;
         rest.remove_prefix(end + kLineEnd.size());
     }

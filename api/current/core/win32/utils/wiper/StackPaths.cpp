@@ -65,6 +65,16 @@ std::wstring SettledEntries::take(const DirectoryStack& stack)
     return path;
 }
 
+TakenStack::~TakenStack()
+{
+    m_given.swap(m_entries);
+    try {
+        for (DirectoryStackEntry& entry : m_entries)
+            m_given.push_back(std::move(entry));
+    } catch (...) { // NOLINT(bugprone-empty-catch): without memory what a callback put there is lost to it
+    }
+}
+
 HeldWay::HeldWay(const std::wstring& root) : m_root(withoutClosing(plainText(root))) {}
 
 void HeldWay::hold(std::wstring_view entry)
@@ -77,7 +87,7 @@ void HeldWay::hold(std::wstring_view entry)
     }
     if (!m_held)
         m_held.emplace();
-    m_held->hold(folder.substr(0, folder.size() - plain.size() + m_root.size()), folder);
+    m_held->hold(folder.substr(0, folder.size() - plain.size() + m_root.size()), folder, false);
 }
 
 bool HeldWay::isBelowRoot(std::wstring_view folder) const noexcept

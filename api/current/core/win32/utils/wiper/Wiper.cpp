@@ -96,6 +96,9 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
     return boundary::statusFrame([&]() -> long {
         if (path == nullptr)
             throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+        // A callback's own call would take the buffer and the settings from under this one.
+        if (m_isRunning)
+            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_BUSY);
         m_callback = callback;
         m_progress = callback != nullptr ? progress : nullptr;
         m_method = method;
@@ -106,15 +109,19 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
             throw Exception(WIPER_PLACE("Wiper::Wipe"));
         m_kind = kind;
 
-        struct BufferScope
+        struct RunScope
         {
             Wiper& wiper;
-            ~BufferScope()
+            explicit RunScope(Wiper& running) : wiper(running) { wiper.m_isRunning = true; }
+            RunScope(const RunScope&) = delete;
+            RunScope& operator=(const RunScope&) = delete;
+            ~RunScope()
             {
+                wiper.m_isRunning = false;
                 wiper.m_buffer.reset();
                 wiper.m_randomText.reset();
             }
-        } const buffers{*this};
+        } const scope(*this);
         return runKind(path, stack, validator);
     });
 }
@@ -193,6 +200,10 @@ long Wiper::WipeFile(const std::wstring& path)
 void Wiper::overwriteAndDelete(const std::wstring& path)
 {
     throwIfCancelled(WIPER_PLACE("Wiper::WipeFile"));
+    // Where a drive stands for a folder or a mounted volume its root looks like a link.
+    const std::wstring_view plain = withoutClosing(plainText(path));
+    if (plain.size() == 3 && plain.substr(1) == L":\\")
+        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (found.isLink())
@@ -309,8 +320,10 @@ void Wiper::WipePartition(const wchar_t* path)
     overwriteRepeatedly(file.get(), size.QuadPart);
 }
 
-long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& stack)
+long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
 {
+    const TakenStack taken(given);
+    DirectoryStack& stack = taken.entries();
     SettledEntries entries(stack);
     HeldWay way(root);
     long result = ERROR_SUCCESS;
@@ -319,7 +332,7 @@ long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& stack)
         bool ended = false;
         if (!top.skip) {
             const std::wstring path = entries.take(stack);
-            ended = top.isDirectory && isDiskRoot(plainText(path));
+            ended = top.isDirectory && isDiskRoot(withoutClosing(plainText(path)));
             if (!ended) {
                 way.hold(path);
                 result = top.isDirectory ? wipeFolder(path) : WipeFile(path);

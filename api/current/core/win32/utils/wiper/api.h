@@ -33,8 +33,8 @@ SYSMAINT_API long WipeFileTable(const wchar_t* volume, WipeCallback callback, Wi
                                 HANDLE cancelEvent);
 
 /// 1 when a whole line of the boot-time list names the file; 0 when not, or when the list cannot be read
-/// (last error: 0 when it was read). Whether what failed to be wiped really waits for the restart is told by
-/// this and not by IWiper::getNeedsReboot, which says that it should.
+/// (last error: 0 when it was read or is not there, 87 for a null path). Whether what failed to be wiped
+/// really waits for the restart is told by this and not by IWiper::getNeedsReboot, which says that it should.
 SYSMAINT_API int ForceDeleteIsScheduled(const wchar_t* path);
 
 // ---- The command lines that the system runs at its start, before anything else can open a file: the

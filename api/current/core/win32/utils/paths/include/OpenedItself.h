@@ -50,11 +50,16 @@ private:
 class HeldFolders
 {
 public:
-    /// `folder` is `root`, or `root` and names below it; both absolute, without "." or "..". The root itself
-    /// may be a link: then the link is held. Raises the bare code: the system's, 681
-    /// (ERROR_STOPPED_ON_SYMLINK) when a folder below the root is a link now, 267 (ERROR_DIRECTORY) when one
+    /// `folder` is `root`, or `root` and names below it; both absolute, without "." or "..". With
+    /// `rootMayBeLink` the root itself may be a link: then the link is held. Raises the bare code: the
+    /// system's, 681 (ERROR_STOPPED_ON_SYMLINK) when a folder is a link now, 267 (ERROR_DIRECTORY) when one
     /// is no folder, 87 when `folder` is not below `root`. The folders above the one that failed stay held.
-    void hold(std::wstring_view root, std::wstring_view folder);
+    void hold(std::wstring_view root, std::wstring_view folder, bool rootMayBeLink = true);
+    /// Whether the root that is held is a link.
+    [[nodiscard]] bool isRootLink() const noexcept
+    {
+        return !m_folders.empty() && m_folders.front().folder.isLink();
+    }
 
 private:
     struct Held

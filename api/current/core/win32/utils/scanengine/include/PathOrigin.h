@@ -18,6 +18,8 @@ public:
     explicit PathOrigin(std::wstring_view path);
     /// Of what a walk finds below `root`, a path of this origin that a caller names.
     [[nodiscard]] PathOrigin ofItemsBelow(std::wstring_view root) const;
+    /// The same for a root that was seen to be no link: it must not become one later.
+    [[nodiscard]] PathOrigin ofItemsBelowFolder() const;
 
     /// Whether a walk found the item of that path.
     [[nodiscard]] bool isFound(std::wstring_view path) const noexcept
@@ -36,6 +38,7 @@ private:
     {
         std::size_t length;   ///< of its text
         std::wstring settled; ///< empty when the text is
+        bool mayBeLink = true;
     };
     [[nodiscard]] std::wstring settledOrText(std::wstring_view path) const;
 

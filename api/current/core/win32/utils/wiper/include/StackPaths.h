@@ -28,8 +28,25 @@ private:
     std::vector<std::pair<std::size_t, std::wstring>> m_entries; ///< by place in the stack, from the first on
 };
 
+/// Has the entries of a caller's stack while they are handled, so that a callback that changes the stack
+/// changes nothing of that. What is left goes back in the end, before what was put there meanwhile.
+class TakenStack
+{
+public:
+    explicit TakenStack(DirectoryStack& given) noexcept : m_given(given) { m_entries.swap(given); }
+    TakenStack(const TakenStack&) = delete;
+    TakenStack& operator=(const TakenStack&) = delete;
+    ~TakenStack();
+
+    [[nodiscard]] DirectoryStack& entries() const noexcept { return m_entries; }
+
+private:
+    DirectoryStack& m_given;
+    mutable DirectoryStack m_entries;
+};
+
 /// Holds the folders from a stack's root to that of an entry, while the entry is handled: none of them can be
-/// swapped for a link then. An entry that does not lie below the root stands alone.
+/// swapped for a link then, the root neither. An entry that does not lie below the root stands alone.
 class HeldWay
 {
 public:

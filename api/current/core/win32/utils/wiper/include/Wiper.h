@@ -53,6 +53,7 @@ private:
     std::uint32_t m_needsReboot = 0;
     HANDLE m_cancelEvent = nullptr;
     std::uint32_t m_kind = 0;
+    bool m_isRunning = false;
     ModuleHandle m_ntdll;
     // What the current call writes from; made by its first chunk.
     std::unique_ptr<unsigned char[]> m_buffer;
