@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "core/win32/registry/api.h"
 #include "core/win32/utils/strings/api.h"
 #include "support/Scan.h"
@@ -33,79 +31,53 @@ struct WarmUp : testing::Environment
 const auto* const warmUp = testing::AddGlobalTestEnvironment(new WarmUp);
 } // namespace
 
-// Scans of the refused and of what is filed elsewhere: nothing has changed.
-TEST(Handles, RefusedRootsAreNotAdded)
+TEST(Handles, AreSharedByNameAndKeepTheirObjects)
 {
-    const SharedPtr<IScanValidator> validator = everything();
-    SharedPtr<ScanItem> none;
-    EXPECT_EQ(CreateScanItem(L"x", none), kInvalid);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
-    void* engine = CreateFileScanEngine(L"arguments");
-    void* file = CreateFileW(L"arguments", L"C:\\windows", 0);
-    EXPECT_EQ(OpenFileScanEngine(L"Arguments"), kInvalid) << "case counts";
-    // The roots of an engine are filed under its name: a file item there is no folder.
-    EXPECT_EQ(FSEngineAddPath(engine, L"C:\\windows", 0), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(FSEngineScan(engine, nullptr, validator, {}), ERROR_SUCCESS) << "a refused root was added";
-    CloseFileScanEngine(engine);
-    CloseScanItem(file);
-}
-
-TEST(Handles, AreSharedByNameAndReusedOldestFreedFirst)
-{
-    void* a = CreateFileScanEngine(L"a");
-    void* b = CreateFileScanEngine(L"b");
-    EXPECT_EQ(CreateFileScanEngine(L"a"), a);
-    EXPECT_EQ(OpenFileScanEngine(L"a"), a);
+    void* engine = CreateFileScanEngine(L"shared");
+    EXPECT_EQ(CreateFileScanEngine(L"shared"), engine);
+    EXPECT_EQ(OpenFileScanEngine(L"shared"), engine);
+    EXPECT_EQ(OpenFileScanEngine(L"Shared"), kInvalid) << "case counts";
     for (int opened = 3; opened > 0; --opened) {
-        EXPECT_EQ(FSEngineClear(a), ERROR_SUCCESS);
-        EXPECT_NE(CloseFileScanEngine(a), 0);
+        EXPECT_EQ(FSEngineClear(engine), ERROR_SUCCESS);
+        EXPECT_NE(CloseFileScanEngine(engine), 0);
     }
-    EXPECT_EQ(FSEngineClear(a), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(CloseFileScanEngine(a), 0);
-    CloseFileScanEngine(b);
-    EXPECT_EQ(CreateFileScanEngine(L"c"), a);
-    EXPECT_EQ(CreateFileScanEngine(L"d"), b);
-    CloseFileScanEngine(a);
-    CloseFileScanEngine(b);
+    EXPECT_EQ(CloseFileScanEngine(engine), 0);
 
-    // An item goes on living while somebody holds it.
+    // The roots of an engine are filed under its name: a file item there is no folder.
     void* handle = CreateFileW(L"name", L"C:\\windows", 0);
     EXPECT_EQ(OpenScanItem(L"name", L"C:\\windows"), handle);
+    engine = CreateFileScanEngine(L"name");
+    EXPECT_EQ(FSEngineAddPath(engine, L"C:\\windows", 0), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(FSEngineScan(engine, nullptr, everything(), {}), ERROR_SUCCESS) << "a refused root was added";
+    CloseFileScanEngine(engine);
+
+    // An item goes on living while somebody holds it.
     SharedPtr<ScanItem> item;
+    EXPECT_EQ(CreateScanItem(L"x", item), kInvalid);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
     ASSERT_EQ(GetScanItemByHandle(handle, item), ERROR_SUCCESS);
-    CloseScanItem(handle);
-    CloseScanItem(handle);
-    EXPECT_EQ(item->getType(), static_cast<std::uint32_t>(kFileItem));
+    for (int opened = 2; opened > 0; --opened)
+        EXPECT_NE(CloseScanItem(handle), 0);
     EXPECT_NE(item->exists(), 0);
-    void* other = CreateScanItem(L"other", item);
-    EXPECT_EQ(OpenScanItem(L"other", L"C:\\windows"), other);
-    CloseScanItem(other);
-    CloseScanItem(other);
+    handle = CreateScanItem(L"other", item);
+    EXPECT_EQ(OpenScanItem(L"other", L"C:\\windows"), handle);
+    for (int opened = 2; opened > 0; --opened)
+        CloseScanItem(handle);
 }
 
 // The counting that all checks for leaks stand on: one that keeps something on purpose must show.
 TEST(Handles, LeaksAreSeen)
 {
-    void* item = nullptr;
-    HANDLE event = nullptr;
-    const struct
+    const ProcessCounts before = ProcessCounts::now();
+    auto* const item = DllGetFile(L"x", 0);
+    EXPECT_FALSE(before.isReachedAgain(1)) << "memory of the runtime";
+    delete item;
+    EXPECT_TRUE(before.isReachedAgain(1));
     {
-        const char* what;
-        std::function<void()> leak;
-        std::function<void()> mend;
-    } rows[] = {
-        {"memory of the runtime", [&] { item = DllGetFile(L"x", 0); },
-         [&] { delete static_cast<IFile*>(item); }},
-        {"a handle", [&] { event = CreateEventW(nullptr, TRUE, FALSE, nullptr); },
-         [&] { CloseHandle(event); }},
-    };
-    for (const auto& row : rows) {
-        const ProcessCounts before = ProcessCounts::now();
-        row.leak();
-        EXPECT_FALSE(before.isReachedAgain(1)) << row.what;
-        row.mend();
-        EXPECT_TRUE(before.isReachedAgain(1)) << row.what;
+        const TestEvent event;
+        EXPECT_FALSE(before.isReachedAgain(1)) << "a handle";
     }
+    EXPECT_TRUE(before.isReachedAgain(1));
 }
 
 TEST(Validator, TextsAreTakenApartOrRefusedWhole)
@@ -140,12 +112,14 @@ TEST(Validator, TextsAreTakenApartOrRefusedWhole)
 
 TEST(Validator, Verdicts)
 {
-    void* file = CreateFileW(L"v", L"C:\\Temp\\Report.LOG", 0);
-    void* folder = CreateFilePath(L"v", L"C:\\Temp\\Logs", 0, 0);
-    SharedPtr<ScanItem> leaf;
-    SharedPtr<ScanItem> container;
-    GetScanItemByHandle(file, leaf);
-    GetScanItemByHandle(folder, container);
+    const auto takeItem = [](void* handle) {
+        SharedPtr<ScanItem> item;
+        GetScanItemByHandle(handle, item);
+        CloseScanItem(handle);
+        return item;
+    };
+    const SharedPtr<ScanItem> leaf = takeItem(CreateFileW(L"v", L"C:\\Temp\\Report.LOG", 0));
+    const SharedPtr<ScanItem> container = takeItem(CreateFilePath(L"v", L"C:\\Temp\\Logs", 0, 0));
     const struct
     {
         const wchar_t* filters;
@@ -176,26 +150,23 @@ TEST(Validator, Verdicts)
     };
     for (const auto& row : rows) {
         const SharedPtr<IScanValidator> validator(DllGetScanValidator(row.filters, row.ignores));
-        // Stored and read back it decides the same.
+        // Stored and read back it decides the same, and a stream that is cut short adds nothing.
         MemoryOutputByteStream stored;
         validator->dump(0, stored);
-        MemoryInputByteStream stream(stored.getData(), stored.getSize());
         const SharedPtr<IScanValidator> loaded(DllGetScanValidator());
-        loaded->load(0, stream);
-        for (const auto& each : {validator, loaded}) {
-            EXPECT_EQ(each->validate(*leaf), row.leaf) << std::wstring(row.filters).c_str();
-            EXPECT_EQ(each->validate(*container), row.container) << std::wstring(row.filters).c_str();
-        }
-        // A stream that is cut short adds nothing.
+        MemoryInputByteStream whole(stored.getData(), stored.getSize());
+        loaded->load(0, whole);
         for (std::size_t length = 0; length < stored.getSize(); ++length) {
             MemoryInputByteStream cut(stored.getData(), length);
             EXPECT_THROW(loaded->load(0, cut), Exception);
         }
-        EXPECT_EQ(loaded->getFilterCount(), validator->getFilterCount());
-        EXPECT_EQ(loaded->getIgnoreCount(), validator->getIgnoreCount());
+        for (const auto& each : {validator, loaded}) {
+            EXPECT_EQ(each->validate(*leaf), row.leaf) << std::wstring(row.filters).c_str();
+            EXPECT_EQ(each->validate(*container), row.container) << std::wstring(row.filters).c_str();
+            EXPECT_EQ(each->getFilterCount(), validator->getFilterCount());
+            EXPECT_EQ(each->getIgnoreCount(), validator->getIgnoreCount());
+        }
     }
-    CloseScanItem(file);
-    CloseScanItem(folder);
 }
 
 TEST(Strings, SearchTokensAndCharacters)

@@ -45,6 +45,21 @@ Raised raised(Operation&& operation)
     }
 }
 
+/// What loading the bytes raised. They stand alone, so that an over-read is one of the heap's.
+template <class T>
+Raised load(T&& target, const Bytes& bytes)
+{
+    const auto copy = std::make_unique<unsigned char[]>(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), copy.get());
+    MemoryInputByteStream stream(copy.get(), bytes.size());
+    return raised([&] { target.load(0, stream); });
+}
+
+Bytes cutOff(const Bytes& bytes, std::size_t length)
+{
+    return Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
+}
+
 /// A step of a form: the bytes it ends at, and the lines that report its failure.
 struct Step
 {
@@ -60,32 +75,37 @@ void checkEveryCut(const T& object, const std::vector<Step>& steps)
     const Bytes whole = dumped(object);
     ASSERT_EQ(steps.back().end, whole.size());
     T again;
-    MemoryInputByteStream stream(whole.data(), whole.size());
-    again.load(0, stream);
+    load(again, whole);
     EXPECT_EQ(dumped(again), whole);
     for (std::size_t length = 0; length < whole.size(); ++length) {
         const auto step =
             std::find_if(steps.begin(), steps.end(), [&](const Step& s) { return length < s.end; });
-        const auto copy =
-            std::make_unique<unsigned char[]>(length); // so that an over-read is one of the heap's
-        std::copy_n(whole.begin(), length, copy.get());
-        EXPECT_EQ(raised([&] {
-                      T target;
-                      MemoryInputByteStream cut(copy.get(), length);
-                      target.load(0, cut);
-                  }),
-                  (Raised{ERROR_READ_FAULT, step->loadLine}))
-            << length;
-        EXPECT_EQ(raised([&] {
-                      FixedOutputByteStream small(copy.get(), length);
-                      object.dump(0, small);
-                  }),
-                  (Raised{ERROR_WRITE_FAULT, step->dumpLine}))
+        EXPECT_EQ(load(T(), cutOff(whole, length)), (Raised{ERROR_READ_FAULT, step->loadLine})) << length;
+        const auto room = std::make_unique<unsigned char[]>(length);
+        FixedOutputByteStream small(room.get(), length);
+        EXPECT_EQ(raised([&] { object.dump(0, small); }), (Raised{ERROR_WRITE_FAULT, step->dumpLine}))
             << length;
     }
 }
 
 const Bytes kOnT7 = {0, 0, 0, 0, 4, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 0, 0, 7, 0, 0, 0};
+
+/// One message of each class with content.
+struct Samples
+{
+    Samples()
+    {
+        hash.setParameter(L"name", L"value");
+        hash.setParameter(L"number", std::uint32_t{1});
+        narrow.setParameter("name", "value");
+        data.setData("abc", 3);
+        array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
+    }
+    HashMessageW hash{L"T", 7U};
+    HashMessageA narrow{"T", 7U};
+    DataMessage data{L"T", 7U};
+    ArrayMessage array{L"T", 7U};
+};
 
 Bytes operator+(Bytes left, const Bytes& right)
 {
@@ -126,10 +146,8 @@ TEST(Messages, BytesOfEveryClass)
     EXPECT_EQ(dumped(array), kOnT7 + (Bytes{2, 0, 0, 0}) + abc + kOnT7);
 
     // A missing topic is written as a text and read back as one.
-    const Bytes missing = dumped(MessageW(nullptr, 7));
     MessageW loaded;
-    MemoryInputByteStream stream(missing.data(), missing.size());
-    loaded.load(0, stream);
+    load(loaded, dumped(MessageW(nullptr, 7)));
     EXPECT_STREQ(loaded.getTopicName(), L"<dump error>");
 }
 
@@ -141,37 +159,22 @@ TEST(Messages, EveryCutFailsWithItsLine)
     checkEveryCut(ParameterA(3, "abc"), {{16, 149, 180}, {27, 157, 184}});
     checkEveryCut(ParameterW(3, "abc"), {{16, 150, 181}, {27, 158, 185}});
 
-    HashMessageW hash(L"T", 7U);
-    hash.setParameter(L"name", L"value");
-    hash.setParameter(L"number", std::uint32_t{1});
-    for (const std::size_t length : {15, 16, 17}) // around what stands in the entry itself
-        hash.setParameter(std::wstring(length, L'n').c_str(), static_cast<std::uint32_t>(length));
-    for (const std::size_t length : {15, 16, 17}) {
+    Samples samples;
+    for (const std::size_t length : {15, 16, 17}) { // around what stands in the entry itself
+        const std::wstring name(length, L'n');
+        samples.hash.setParameter(name.c_str(), static_cast<std::uint32_t>(length));
         std::uint32_t value = 0;
-        EXPECT_EQ(HashMessageW(hash).getParameter(std::wstring(length, L'n').c_str(), value), ERROR_SUCCESS);
+        EXPECT_EQ(HashMessageW(samples.hash).getParameter(name.c_str(), value), ERROR_SUCCESS);
         EXPECT_EQ(value, length);
     }
-    checkEveryCut(hash, {{dumped(hash).size(), 0, 0}});
-    HashMessageA narrow("T", 7U);
-    narrow.setParameter("name", "value");
-    checkEveryCut(narrow, {{dumped(narrow).size(), 0, 0}});
-
-    DataMessage data(L"T", 7U);
-    data.setData("abc", 3);
-    checkEveryCut(data, {{20, 141, 172}, {36, 145, 176}, {47, 153, 180}});
-    ArrayMessage array(L"T", 7U);
-    array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
-    checkEveryCut(array, {{20, 371, 422}, {24, 375, 426}, {51, 391, 436}});
+    checkEveryCut(samples.hash, {{dumped(samples.hash).size(), 0, 0}});
+    checkEveryCut(samples.narrow, {{dumped(samples.narrow).size(), 0, 0}});
+    checkEveryCut(samples.data, {{20, 141, 172}, {36, 145, 176}, {47, 153, 180}});
+    checkEveryCut(samples.array, {{20, 371, 422}, {24, 375, 426}, {51, 391, 436}});
 }
 
 TEST(Messages, LyingFieldsAreRefused)
 {
-    const auto load = [](auto target, Bytes bytes) {
-        return raised([&] {
-            MemoryInputByteStream stream(bytes.data(), bytes.size());
-            target.load(0, stream);
-        });
-    };
     const Bytes good = dumped(ParameterW(3, "abc"));
     for (const unsigned char size : {2, 4, 255}) { // the size field against the blob
         Bytes bytes = good;
@@ -182,7 +185,7 @@ TEST(Messages, LyingFieldsAreRefused)
     Bytes huge = good;
     std::fill(huge.begin() + 16, huge.begin() + 24, 0xFF); // length + 1 would wrap
     EXPECT_EQ(load(ParameterW(), huge), (Raised{30, 158}));
-    Bytes wide = {9, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; // more than the field holds
+    const Bytes wide = {9, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; // more than the field holds
     EXPECT_EQ(load(ParameterW(), wide + good), (Raised{30, 150}));
     const Bytes narrow = Bytes{1, 0, 0, 0, 0, 0, 0, 0, 3} + Bytes(good.begin() + 16, good.end());
     EXPECT_EQ(load(ParameterW(), narrow), Raised{}) << "a shorter field fills the low bytes";
@@ -197,12 +200,10 @@ TEST(Messages, LyingFieldsAreRefused)
         name[0] = 'b';
         const Bytes one = kOnT7 + Bytes{1, 0, 0, 0, size, 0, 0, 0, 0, 0, 0, 0} + name + good;
         HashMessageW hash;
-        MemoryInputByteStream stream(one.data(), one.size());
-        EXPECT_EQ(hash.load(0, stream), ERROR_SUCCESS);
+        EXPECT_EQ(load(hash, one), Raised{});
         const ParameterW* parameter = nullptr;
         EXPECT_EQ(hash.getParameter(L"b", parameter), ERROR_SUCCESS);
-        MemoryInputByteStream cut(one.data(), one.size() - 1);
-        EXPECT_EQ(raised([&] { hash.load(0, cut); }), (Raised{30, 0}));
+        EXPECT_EQ(load(hash, cutOff(one, one.size() - 1)), (Raised{30, 0}));
         EXPECT_TRUE(hash.getParameters().empty()) << "what was read only in part";
     }
     // Out of order, and one name twice: the later one counts. What was read whole stays when the rest is
@@ -213,8 +214,8 @@ TEST(Messages, LyingFieldsAreRefused)
     const Bytes three = kOnT7 + Bytes{3, 0, 0, 0} + entry('b', 1) + entry('a', 2) + entry('b', 3);
     for (const std::size_t missing : {0, 1}) {
         HashMessageW hash;
-        MemoryInputByteStream stream(three.data(), three.size() - missing);
-        EXPECT_EQ(raised([&] { hash.load(0, stream); }), missing == 0 ? Raised{} : (Raised{30, 0}));
+        EXPECT_EQ(load(hash, cutOff(three, three.size() - missing)),
+                  missing == 0 ? Raised{} : (Raised{30, 0}));
         std::uint32_t value = 0;
         EXPECT_EQ(hash.getParameter(L"a", value), ERROR_SUCCESS);
         EXPECT_EQ(value, 2U);
@@ -265,17 +266,9 @@ TEST(Messages, ArgumentsAndEmptyPointers)
 // Random and mutated bytes: no crash, no over-read, and no allocation beyond what the stream holds.
 TEST(Messages, HostileBytes)
 {
-    HashMessageW hash(L"topic", 7U);
-    hash.setParameter(L"name", L"value");
-    hash.setParameter(L"number", std::uint32_t{1});
-    DataMessage data(L"topic", 7U);
-    data.setData("some bytes", 10);
-    ArrayMessage array(L"topic", 7U);
-    array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
-    HashMessageA narrow("topic", 7U);
-    narrow.setParameter("name", "value");
-    const Bytes seeds[] = {dumped(hash), dumped(data), dumped(array), dumped(narrow),
-                           dumped(MessageA("topic", 1))};
+    const Samples samples;
+    const Bytes seeds[] = {dumped(samples.hash), dumped(samples.data), dumped(samples.array),
+                           dumped(samples.narrow), dumped(MessageA("topic", 1))};
 
     std::size_t largest = 0;
     CountedImport<"HeapAlloc", decltype(&HeapAlloc)> allocations(GetModuleHandleW(nullptr));
@@ -297,21 +290,16 @@ TEST(Messages, HostileBytes)
                     static_cast<unsigned char>(random() % 2 == 0 ? random() : random() % 9);
             bytes.resize(bytes.size() - (random() % 8 == 0 ? random() % bytes.size() : 0));
         }
-        const auto exact = std::make_unique<unsigned char[]>(bytes.size());
-        std::copy(bytes.begin(), bytes.end(), exact.get());
         const std::unique_ptr<SerializableW> targets[] = {
             std::make_unique<MessageW>(), std::make_unique<HashMessageW>(), std::make_unique<DataMessage>(),
             std::make_unique<ArrayMessage>()};
-        MemoryInputByteStream stream(exact.get(), bytes.size());
         largest = 0;
-        const Raised result = raised([&] { targets[random() % 4]->load(0, stream); });
+        const Raised result = load(*targets[random() % 4], bytes);
         EXPECT_TRUE(result.code == 0 || result.code == ERROR_READ_FAULT) << result;
         loadedWhole += result.code == 0 ? 1 : 0;
         EXPECT_LE(largest, bytes.size() + 1024)
             << "a report of a failure is the largest thing beside the content";
-        HashMessageA target;
-        MemoryInputByteStream again(exact.get(), bytes.size());
-        EXPECT_EQ(raised([&] { target.load(0, again); }).line, 0);
+        EXPECT_EQ(load(HashMessageA(), bytes).line, 0);
     }
     EXPECT_GT(loadedWhole, 100) << "nothing ever loaded: the changes are too wild to say anything";
 }

@@ -1,11 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 #include "core/win32/utils/objectmanager/include/ObjectManager.h"
-#include "core/win32/utils/objectmanager/include/SmartHandle.h"
-#include "support/ImportReplacement.h"
 #include "support/Process.h"
 #include "support/Threads.h"
 
@@ -43,6 +38,13 @@ void* number(std::uintptr_t value)
     return reinterpret_cast<void*>(value);
 }
 
+std::vector<void*> g_closed;
+int closeHandle(void* handle)
+{
+    g_closed.push_back(handle);
+    return 1;
+}
+
 /// What a request raises: the code and the text around the place, empty for a bare long.
 std::pair<long, std::wstring> answer(Table& table, const HashMessageW& request, HashMessageW& reply)
 {
@@ -71,67 +73,54 @@ HashMessageW request(std::uint32_t id, const wchar_t* name, std::uint32_t code, 
 TEST(ObjectManager, NumbersNamesAndCodes)
 {
     Table table;
-    void* a = table.registerObject(L"a", makeShared<Counter>());
-    EXPECT_EQ(a, number(1));
+    const auto add = [&](const wchar_t* name) { return table.registerObject(name, makeShared<Counter>()); };
+    EXPECT_EQ(add(L"a"), number(1));
     EXPECT_EQ(GetLastError(), 0U);
-    void* b = table.registerObject(L"b", makeShared<Counter>());
-    EXPECT_EQ(b, number(2));
-    void* c = table.registerObject(L"c", makeShared<Counter>());
-    table.close(b);
-    table.close(a);
-    EXPECT_EQ(table.registerObject(L"d", makeShared<Counter>()), b)
-        << "the number freed longest ago comes first";
-    EXPECT_EQ(table.registerObject(L"e", makeShared<Counter>()), a);
-    EXPECT_EQ(table.registerObject(L"f", makeShared<Counter>()), number(4));
+    for (const wchar_t* name : {L"b", L"c", L"d"})
+        add(name);
+    for (const std::uintptr_t freed : {2, 1, 4})
+        EXPECT_NE(table.close(number(freed)), 0);
+    EXPECT_EQ(add(L"e"), number(2)) << "the number freed longest ago comes first";
+    table.close(number(2)); // now the last
+    for (const std::uintptr_t reused : {1, 4, 2, 5})
+        EXPECT_EQ(add(std::to_wstring(reused).c_str()), number(reused));
+    const wchar_t* name = nullptr;
+    EXPECT_EQ(table.getName(number(4), &name), ERROR_SUCCESS);
+    EXPECT_STREQ(name, L"4");
 
     // A name that is taken is opened once more by the refusal, and stays so.
-    EXPECT_EQ(table.registerObject(L"c", makeShared<Counter>()), kInvalid);
+    EXPECT_EQ(add(L"c"), kInvalid);
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    EXPECT_NE(table.close(c), 0);
-    EXPECT_EQ(table.lookup(L"c"), c);
-    EXPECT_NE(table.close(c), 0);
-    EXPECT_NE(table.close(c), 0);
-    EXPECT_EQ(table.lookup(L"c"), kInvalid);
-    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
-
-    EXPECT_EQ(table.registerObject(nullptr, makeShared<Counter>()), kInvalid);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(table.registerObject(L"x", CounterPtr()), kInvalid);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
-    EXPECT_EQ(table.lookup(L"x"), kInvalid);
-    EXPECT_EQ(table.lookup(nullptr), kInvalid);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(table.lookup(L"D"), kInvalid) << "case counts";
-
-    CounterPtr object;
-    const wchar_t* name = nullptr;
-    for (void* wrong : {number(0), c, number(5), kInvalid}) {
-        EXPECT_EQ(table.get(wrong, object), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(table.getName(wrong, &name), ERROR_INVALID_HANDLE);
-        SetLastError(4711);
-        EXPECT_EQ(table.close(wrong), 0);
-        EXPECT_EQ(GetLastError(), 4711U);
+    EXPECT_NE(table.close(number(3)), 0);
+    EXPECT_EQ(table.lookup(L"c"), number(3));
+    EXPECT_NE(table.close(number(3)), 0);
+    EXPECT_NE(table.close(number(3)), 0);
+    for (const wchar_t* missing : {L"c", L"C", L"x"}) { // which is not filed without an object
+        EXPECT_EQ(table.lookup(missing), kInvalid);
+        EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+        EXPECT_EQ(table.registerObject(missing, CounterPtr()), kInvalid);
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
     }
-    EXPECT_EQ(table.getName(a, &name), ERROR_SUCCESS);
-    EXPECT_STREQ(name, L"e");
-    EXPECT_EQ(table.getName(a, nullptr), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(table.getCount(), 3U);
+    EXPECT_EQ(add(L"C"), number(3));
+    table.close(number(3));
 
     std::vector<long> codes;
-    table.takeObjects(std::vector<void*>{a, c, b}, [&](long code, const CounterPtr& taken) {
-        codes.push_back(code);
-        EXPECT_EQ(static_cast<bool>(taken), code == ERROR_SUCCESS);
-    });
+    table.takeObjects(std::vector<void*>{number(1), number(3), number(2)},
+                      [&](long code, const CounterPtr& taken) {
+                          codes.push_back(code);
+                          EXPECT_EQ(static_cast<bool>(taken), code == ERROR_SUCCESS);
+                      });
     EXPECT_EQ(codes, (std::vector<long>{0, ERROR_INVALID_HANDLE, 0}));
-    EXPECT_EQ(table.getCount(), 1U);
+    EXPECT_EQ(table.getCount(), 2U);
 }
 
 TEST(ObjectManager, ObjectsLiveAsLongAsTheyAreHeld)
 {
     {
         Table table;
+        const auto noObject = []() -> CounterPtr { throw 1L; };
         void* handle = table.openOrCreate(L"a", [] { return makeShared<Counter>(5U); });
-        EXPECT_EQ(table.openOrCreate(L"a", []() -> CounterPtr { throw 1L; }), handle);
+        EXPECT_EQ(table.openOrCreate(L"a", noObject), handle);
         CounterPtr object;
         ASSERT_EQ(table.get(handle, object), ERROR_SUCCESS);
         table.close(handle);
@@ -140,7 +129,7 @@ TEST(ObjectManager, ObjectsLiveAsLongAsTheyAreHeld)
         EXPECT_EQ(g_living, 1);
         object = CounterPtr();
         EXPECT_EQ(g_living, 0);
-        EXPECT_THROW(table.openOrCreate(L"a", []() -> CounterPtr { throw 1L; }), long);
+        EXPECT_THROW(table.openOrCreate(L"a", noObject), long);
         EXPECT_EQ(table.getCount(), 0U);
         table.registerObject(L"left open", makeShared<Counter>());
     }
@@ -151,43 +140,37 @@ TEST(ObjectManager, LoadAndDumpRequests)
 {
     Table table;
     void* handle = table.registerObject(L"counter", makeShared<Counter>(7U));
-    std::uint32_t value = 9;
+    HashMessageW reply;
+    const auto expectReply = [&](const wchar_t* name, std::uint32_t expected) {
+        std::uint32_t value = ~expected;
+        EXPECT_EQ(reply.getParameter(name, value), ERROR_SUCCESS);
+        EXPECT_EQ(value, expected);
+    };
     const ParameterW* data = nullptr;
-
-    HashMessageW same;
-    ASSERT_EQ(answer(table, request(Table::kDumpRequest, L"counter", 0, 7), same).first, 0);
-    EXPECT_EQ(same.getParameter(L"Dirty", value), 0);
-    EXPECT_EQ(value, 0U);
-    EXPECT_EQ(same.getParameter(L"ObjectData", data), ERROR_NOT_FOUND);
-    EXPECT_EQ(same.getParameter(L"Status", value), 0);
-
-    HashMessageW changed;
-    ASSERT_EQ(answer(table, request(Table::kDumpRequest, L"counter", 0, 6), changed).first, 0);
-    EXPECT_EQ(changed.getParameter(L"Dirty", value), 0);
-    EXPECT_EQ(value, 1U);
-    EXPECT_EQ(changed.getParameter(L"ObjectData", value), 0);
-    EXPECT_EQ(value, 7U);
-
-    HashMessageW loaded;
-    ASSERT_EQ(answer(table, request(Table::kLoadRequest, L"counter", 0, 42), loaded).first, 0);
-    EXPECT_EQ(loaded.getParameter(L"Status", value), 0);
-    EXPECT_EQ(value, 0U);
+    ASSERT_EQ(answer(table, request(Table::kDumpRequest, L"counter", 0, 7), reply).first, 0);
+    expectReply(L"Dirty", 0);
+    expectReply(L"Status", 0);
+    EXPECT_EQ(reply.getParameter(L"ObjectData", data), ERROR_NOT_FOUND);
+    ASSERT_EQ(answer(table, request(Table::kDumpRequest, L"counter", 0, 6), reply).first, 0);
+    expectReply(L"Dirty", 1);
+    expectReply(L"ObjectData", 7);
+    reply = HashMessageW();
+    ASSERT_EQ(answer(table, request(Table::kLoadRequest, L"counter", 0, 42), reply).first, 0);
+    expectReply(L"Status", 0);
     CounterPtr object;
     table.get(handle, object);
     EXPECT_EQ(object->value, 42U);
 
-    const std::wstring function =
-        L"Function: ObjectManager<SharedPtr<Counter,Delete<Counter> > >::onMessage\nLine: ";
-    HashMessageW reply;
-    EXPECT_EQ(answer(table, request(Table::kLoadRequest, L"counter", 13, 1), reply),
-              std::make_pair(13L, function + L"460"));
-    EXPECT_EQ(answer(table, request(Table::kDumpRequest, L"counter", 13, 1), reply),
-              std::make_pair(13L, function + L"391"));
-    EXPECT_EQ(answer(table, request(2, L"counter", 0, 1), reply).first, ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(answer(table, request(Table::kLoadRequest, L"other", 0, 1), reply).first, ERROR_NOT_FOUND);
+    reply = HashMessageW();
     for (const std::uint32_t id : {Table::kDumpRequest, Table::kLoadRequest}) {
-        for (const wchar_t* parameter :
-             {L"ObjectName", id == Table::kLoadRequest ? L"LoadCode" : L"DumpCode", L"ObjectData"}) {
+        const bool isLoad = id == Table::kLoadRequest;
+        EXPECT_EQ(
+            answer(table, request(id, L"counter", 13, 1), reply),
+            std::make_pair(13L, std::wstring(L"Function: ObjectManager<SharedPtr<Counter,Delete<Counter> > "
+                                             L">::onMessage\nLine: ") +
+                                    (isLoad ? L"460" : L"391")));
+        EXPECT_EQ(answer(table, request(id, L"other", 0, 1), reply).first, ERROR_NOT_FOUND);
+        for (const wchar_t* parameter : {L"ObjectName", isLoad ? L"LoadCode" : L"DumpCode", L"ObjectData"}) {
             HashMessageW missing = request(id, L"counter", 0, 1);
             missing.setParameter(parameter, HashMessageW::ParameterPtr());
             EXPECT_EQ(answer(table, missing, reply).first, ERROR_NOT_FOUND);
@@ -196,6 +179,7 @@ TEST(ObjectManager, LoadAndDumpRequests)
         mistyped.setParameter(L"ObjectName", "odd", 3);
         EXPECT_EQ(answer(table, mistyped, reply).first, ERROR_INVALID_PARAMETER);
     }
+    EXPECT_EQ(answer(table, request(2, L"counter", 0, 1), reply).first, ERROR_INVALID_PARAMETER);
     HashMessageW cut = request(Table::kLoadRequest, L"counter", 0, 1);
     cut.setParameter(L"ObjectData", "x", 1);
     EXPECT_EQ(answer(table, cut, reply).first, ERROR_READ_FAULT);
@@ -219,11 +203,12 @@ TEST(ObjectManager, FailingLock)
     }
     void* handle = table.registerObject(L"a", makeShared<Counter>());
     CountedImport<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(GetModuleHandleW(nullptr));
-    waits.failCall(1, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA);
+    const auto failNext = [&] { waits.failCall(1, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA); };
+    failNext();
     EXPECT_EQ(table.get(handle, object), ERROR_NOT_ENOUGH_QUOTA);
-    waits.failCall(1, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA);
+    failNext();
     EXPECT_EQ(table.lookup(L"a"), kInvalid);
-    waits.failCall(1, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA);
+    failNext();
     EXPECT_EQ(table.close(handle), 0);
     EXPECT_NE(table.close(handle), 0);
     EXPECT_EQ(table.getCount(), 0U) << "the failed lookup has opened it";
@@ -240,12 +225,9 @@ TEST(ObjectManager, ManyThreadsOnTheSameNames)
             const std::wstring name(1, static_cast<wchar_t>(L'a' + (turn + thread) % 3));
             void* handle = table.openOrCreate(name.c_str(), [] { return makeShared<Counter>(1U); });
             CounterPtr object;
-            if (table.get(handle, object) != ERROR_SUCCESS || object->value != 1)
-                ++failures;
-            if (void* again = table.lookup(name.c_str()); again != handle || table.close(again) == 0)
-                ++failures;
-            if (table.close(handle) == 0)
-                ++failures;
+            failures += table.get(handle, object) != ERROR_SUCCESS || object->value != 1;
+            void* again = table.lookup(name.c_str());
+            failures += again != handle || table.close(again) == 0 || table.close(handle) == 0;
         }
     });
     EXPECT_EQ(failures, 0);
@@ -253,15 +235,6 @@ TEST(ObjectManager, ManyThreadsOnTheSameNames)
     EXPECT_EQ(g_living, 0);
     EXPECT_TRUE(before.isReachedAgain(100)) << before.describe();
 }
-
-namespace {
-std::vector<void*> g_closed;
-int closeHandle(void* handle)
-{
-    g_closed.push_back(handle);
-    return 1;
-}
-} // namespace
 
 TEST(Ownership, PointersHandlesAndLocks)
 {

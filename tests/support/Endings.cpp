@@ -1,61 +1,46 @@
-// Test programs that end in every wrong way, for tests/runner.sh: none may be taken for one that has passed.
+// A test program that ends in every wrong way, for tests/runner.sh: none may be taken for one that has
+// passed.
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
 #include <cstdlib>
+#include <map>
 
 namespace {
-struct EndsBeforeTheReport : testing::Environment
-{
-    void TearDown() override { ExitProcess(0); }
+const std::map<std::string, void (*)()> kEndings{
+    {"Passes", [] {}},
+    {"Fails", [] { ADD_FAILURE(); }},
+    {"IsSkipped", [] { GTEST_SKIP(); }},
+    {"Crashes", [] { *static_cast<int volatile*>(nullptr) = 0; }}, // NOLINT: on purpose
+    {"Throws", [] { throw 1; }},
+    {"Aborts", [] { std::abort(); }},
+    {"Exits", [] { ExitProcess(0); }},
+    {"ExitsBeforeTheReport", [] {}},
+    {"CrashesAfterIt", [] { std::atexit([] { __builtin_trap(); }); }},
 };
-struct CrashesAtTheEnd
+std::string ending;
+
+struct Endings : testing::Test
 {
-    ~CrashesAtTheEnd()
+    static void TearDownTestSuite()
     {
-        if (armed)
-            __builtin_trap();
+        if (ending == "ExitsBeforeTheReport")
+            ExitProcess(0);
     }
-    bool armed = false;
-} crashesAtTheEnd;
+};
 } // namespace
 
-TEST(Endings, Passes) {}
-TEST(Endings, Fails)
+TEST_F(Endings, IsGood) {}
+TEST_F(Endings, IsTheOneAskedFor)
 {
-    ADD_FAILURE();
-}
-TEST(Endings, IsSkipped)
-{
-    GTEST_SKIP();
-}
-TEST(Endings, Crashes)
-{
-    *static_cast<int volatile*>(nullptr) = 0; // NOLINT: on purpose
-}
-TEST(Endings, Throws)
-{
-    throw 1;
-}
-TEST(Endings, Aborts)
-{
-    std::abort();
-}
-TEST(Endings, Exits)
-{
-    ExitProcess(0);
-}
-TEST(Endings, CrashesAfterThem)
-{
-    crashesAtTheEnd.armed = true;
+    kEndings.at(ending)();
 }
 
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
-    if (argc > 1)
-        testing::AddGlobalTestEnvironment(new EndsBeforeTheReport);
+    ending = argv[1];
     return RUN_ALL_TESTS();
 }

@@ -1,8 +1,9 @@
 #pragma once
 
 #include <cstdlib>
+#include <deque>
 #include <map>
-#include <memory>
+#include <span>
 
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/ImportReplacement.h"
@@ -15,18 +16,30 @@ class HeapWatch
 public:
     explicit HeapWatch(HMODULE module)
     {
+        if (s_entries.empty()) // 64 MB that are to stand neither in the program's file nor in a heap
+            s_entries = {static_cast<Entry*>(VirtualAlloc(nullptr, kEntries * sizeof(Entry),
+                                                          MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE)),
+                         kEntries};
         for (Entry& entry : s_entries)
             entry.address = nullptr;
         s_live = 0;
         disarm();
-        replace<true>(module);
-        if (const HMODULE own = GetModuleHandleW(nullptr); own != module)
-            replace<false>(own);
+        replace(module, "HeapAlloc", &heapAlloc);
+        replace(module, "HeapReAlloc", &heapReAlloc);
+        replace(module, "malloc", &allocate);
+        replace(module, "calloc", &allocateZeroed);
+        replace(module, "realloc", &reallocate);
+        const HMODULE own = GetModuleHandleW(nullptr);
+        for (const HMODULE giver : {module, own}) {
+            replace(giver, "HeapFree", &heapFree);
+            replace(giver, "free", &release);
+        }
+        const ImportReplacement measured(own, "malloc", reinterpret_cast<void*>(&measure));
         for (int turn = 0; turn < 2; ++turn) // the first exception of a thread takes more than itself
             try {
                 throw 1L;
             } catch (long) {
-                s_exceptionHead = s_lastSize - sizeof(long);
+                s_exceptionHead = s_measured - sizeof(long);
             }
     }
     HeapWatch(const HeapWatch&) = delete;
@@ -66,23 +79,29 @@ private:
         std::atomic<void*> address;
         std::size_t size;
     };
-    static constexpr std::size_t kBuckets = 1 << 18;
     static constexpr std::size_t kBucketSize = 16;
+    static constexpr std::size_t kEntries = kBucketSize << 18;
 
-    static Entry* bucketOf(void* address)
+    static std::span<Entry> bucketOf(void* address)
     {
         const std::size_t hash = (reinterpret_cast<std::uintptr_t>(address) >> 4) * 0x9E3779B97F4A7C15U;
-        return &s_entries[(hash >> 46) * kBucketSize];
+        return s_entries.subspan((hash >> 46) * kBucketSize, kBucketSize);
     }
-    template <bool Watched>
-    static void* taken(void* address, std::size_t size)
+    /// What `original` takes, in place of the block `old` if there is one.
+    template <class Original>
+    static void* taken(std::size_t size, void* old, Original&& original, bool canFail = true)
     {
-        if (!Watched || address == nullptr)
-            return address;
-        Entry* const bucket = bucketOf(address);
-        for (Entry* entry = bucket; entry != bucket + kBucketSize; ++entry)
-            if (void* nobody = nullptr; entry->address.compare_exchange_strong(nobody, address)) {
-                entry->size = size;
+        if (canFail && s_number != 0 && GetCurrentThreadId() == s_thread && --s_number == 0) {
+            s_failed = true;
+            return nullptr;
+        }
+        void* const address = original();
+        if (address == nullptr)
+            return nullptr;
+        given(old);
+        for (Entry& entry : bucketOf(address))
+            if (void* nobody = nullptr; entry.address.compare_exchange_strong(nobody, address)) {
+                entry.size = size;
                 ++s_live;
                 return address;
             }
@@ -90,108 +109,76 @@ private:
     }
     static void given(void* address)
     {
-        Entry* const bucket = bucketOf(address);
-        for (Entry* entry = bucket; address != nullptr && entry != bucket + kBucketSize; ++entry)
-            if (entry->address == address) {
-                entry->address = nullptr;
+        for (Entry& entry : bucketOf(address))
+            if (address != nullptr && entry.address == address) {
+                entry.address = nullptr;
                 --s_live;
                 return;
             }
     }
-    template <bool Watched>
-    static bool fails()
+
+    // In place of the system's functions. This program's own are those of the system.
+    static void* WINAPI heapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {
-        if (!Watched || s_number == 0 || GetCurrentThreadId() != s_thread)
-            return false;
-        s_failed = --s_number == 0;
-        return s_failed;
+        return taken(size, nullptr, [&] { return HeapAlloc(heap, flags, size); });
+    }
+    static void* WINAPI heapReAlloc(HANDLE heap, DWORD flags, void* old, SIZE_T size)
+    {
+        return taken(size, old, [&] { return HeapReAlloc(heap, flags, old, size); });
+    }
+    static void* allocate(std::size_t size)
+    {
+        const std::size_t thrown = size - s_exceptionHead;
+        const bool isException =
+            thrown == sizeof(long) || thrown == sizeof(Exception) || thrown == sizeof(std::bad_alloc);
+        return taken(
+            size, nullptr, [&] { return std::malloc(size); }, !isException);
+    }
+    static void* allocateZeroed(std::size_t count, std::size_t size)
+    {
+        return taken(count * size, nullptr, [&] { return std::calloc(count, size); });
+    }
+    static void* reallocate(void* old, std::size_t size)
+    {
+        return taken(size, old, [&] { return std::realloc(old, size); });
+    }
+    static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
+    {
+        given(address);
+        return s_heapFree(heap, flags, address);
+    }
+    static void release(void* address)
+    {
+        given(address);
+        s_free(address);
+    }
+    static void* measure(std::size_t size)
+    {
+        s_measured = size;
+        return std::calloc(size, 1);
     }
 
-    template <bool Watched>
-    struct Hooks
+    template <class Hook>
+    void replace(HMODULE module, const char* name, Hook* hook)
     {
-        static void* WINAPI heapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
-        {
-            return fails<Watched>() ? nullptr : taken<Watched>(s_heapAlloc(heap, flags, size), size);
-        }
-        static void* WINAPI heapReAlloc(HANDLE heap, DWORD flags, void* old, SIZE_T size)
-        {
-            if (fails<Watched>())
-                return nullptr;
-            void* const grown = s_heapReAlloc(heap, flags, old, size);
-            if (grown != nullptr)
-                given(old);
-            return taken<Watched>(grown, size);
-        }
-        static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
-        {
-            given(address);
-            return s_heapFree(heap, flags, address);
-        }
-        static void* allocate(std::size_t size)
-        {
-            s_lastSize = size;
-            const std::size_t thrown = size - s_exceptionHead;
-            const bool isException =
-                thrown == sizeof(long) || thrown == sizeof(Exception) || thrown == sizeof(std::bad_alloc);
-            return !isException && fails<Watched>() ? nullptr : taken<Watched>(s_malloc(size), size);
-        }
-        static void* allocateZeroed(std::size_t count, std::size_t size)
-        {
-            return fails<Watched>() ? nullptr : taken<Watched>(s_calloc(count, size), count * size);
-        }
-        static void* reallocate(void* old, std::size_t size)
-        {
-            if (fails<Watched>())
-                return nullptr;
-            void* const grown = s_realloc(old, size);
-            if (grown != nullptr)
-                given(old);
-            return taken<Watched>(grown, size);
-        }
-        static void release(void* address)
-        {
-            given(address);
-            s_free(address);
-        }
-    };
-
-    template <bool Watched>
-    void replace(HMODULE module)
-    {
-        const auto one = [&](const wchar_t* library, const char* name, auto& original, auto hook) {
-            original = reinterpret_cast<std::remove_reference_t<decltype(original)>>(
-                reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
-            try {
-                m_replacements.push_back(
-                    std::make_unique<ImportReplacement>(module, name, reinterpret_cast<void*>(hook)));
-            } catch (
-                const std::runtime_error&) { // NOLINT(bugprone-empty-catch): not imported, so never called
-            }
-        };
-        using Own = Hooks<Watched>;
-        one(L"kernel32.dll", "HeapAlloc", s_heapAlloc, &Own::heapAlloc);
-        one(L"kernel32.dll", "HeapReAlloc", s_heapReAlloc, &Own::heapReAlloc);
-        one(L"kernel32.dll", "HeapFree", s_heapFree, &Own::heapFree);
-        one(L"msvcrt.dll", "malloc", s_malloc, &Own::allocate);
-        one(L"msvcrt.dll", "calloc", s_calloc, &Own::allocateZeroed);
-        one(L"msvcrt.dll", "realloc", s_realloc, &Own::reallocate);
-        one(L"msvcrt.dll", "free", s_free, &Own::release);
+        m_replacements.emplace_back(module, name, reinterpret_cast<void*>(hook));
     }
 
-    std::vector<std::unique_ptr<ImportReplacement>> m_replacements;
-    static inline Entry s_entries[kBuckets * kBucketSize];
+    std::deque<ImportReplacement> m_replacements;
+    static inline std::span<Entry> s_entries;
     static inline std::atomic<long> s_live{0};
     static inline std::atomic<long> s_number{0};
-    static inline std::size_t s_lastSize = 0;
+    static inline std::size_t s_measured = 0;
     static inline std::size_t s_exceptionHead = 0;
     static inline bool s_failed = false;
     static inline DWORD s_thread = 0;
-    static inline decltype(&::HeapAlloc) s_heapAlloc;
-    static inline decltype(&::HeapReAlloc) s_heapReAlloc;
-    static inline decltype(&::HeapFree) s_heapFree;
-    static inline decltype(&std::malloc) s_malloc;
-    static inline decltype(&std::calloc) s_calloc;
-    static inline decltype(&std::realloc) s_realloc;
-    static inline decltype(&std::free) s_free;
+    // What the names themselves stand for is replaced.
+    template <class Function>
+    static Function* systemFunction(const wchar_t* library, const char* name)
+    {
+        return reinterpret_cast<Function*>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
+    }
+    static inline const auto s_heapFree = systemFunction<decltype(::HeapFree)>(L"kernel32.dll", "HeapFree");
+    static inline const auto s_free = systemFunction<decltype(std::free)>(L"msvcrt.dll", "free");
 };

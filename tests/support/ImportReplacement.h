@@ -17,7 +17,9 @@ class ImportReplacement
 {
 public:
     /// Throws when the module does not import the function: a test that replaces nothing shows nothing.
-    ImportReplacement(HMODULE module, const char* function, void* replacement)
+    /// `original` takes the function that was there before the first call can come.
+    ImportReplacement(HMODULE module, const char* function, void* replacement,
+                      std::atomic<void*>* original = nullptr)
     {
         auto* base = reinterpret_cast<std::uint8_t*>(module);
         const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
@@ -38,13 +40,13 @@ public:
         if (m_slot == nullptr)
             throw std::runtime_error(std::string("not imported: ") + function);
         m_original = *m_slot;
+        if (original != nullptr)
+            *original = m_original;
         set(replacement);
     }
     ImportReplacement(const ImportReplacement&) = delete;
     ImportReplacement& operator=(const ImportReplacement&) = delete;
     ~ImportReplacement() { set(m_original); }
-
-    [[nodiscard]] void* original() const { return m_original; }
 
 private:
     void set(void* function)
@@ -86,17 +88,9 @@ public:
     using Hook = std::function<Result(Original, Arguments...)>;
 
     explicit CountedImport(HMODULE module)
+        : m_replacement(begun(module), Name.text, reinterpret_cast<void*>(&replaced), &s_original)
     {
-        s_calls = 0;
-        s_failing = 0;
-        s_hook = nullptr;
-        // The address must be known before the first replaced call.
-        m_replacement = new ImportReplacement(module, Name.text, reinterpret_cast<void*>(&replaced));
-        s_original = reinterpret_cast<Original>(m_replacement->original());
     }
-    CountedImport(const CountedImport&) = delete;
-    CountedImport& operator=(const CountedImport&) = delete;
-    ~CountedImport() { delete m_replacement; }
 
     /// Call `number` (from 1, counted from now) returns `result` with the last error `code`. 0: none fails.
     void failCall(long number, Value result, DWORD code)
@@ -111,6 +105,13 @@ public:
     void reset() { s_calls = 0; }
 
 private:
+    static HMODULE begun(HMODULE module)
+    {
+        s_calls = 0;
+        s_failing = 0;
+        s_hook = nullptr;
+        return module;
+    }
     static Result WINAPI replaced(Arguments... arguments)
     {
         const long number = ++s_calls;
@@ -121,21 +122,14 @@ private:
             else
                 return;
         }
-        const Original original = originalFunction();
+        const auto original = reinterpret_cast<Original>(s_original.load());
         return s_hook ? s_hook(original, arguments...) : original(arguments...);
     }
-    static Original originalFunction()
-    {
-        Original original = s_original;
-        while (original == nullptr) // the scope is just being set up on another thread
-            original = s_original;
-        return original;
-    }
 
-    ImportReplacement* m_replacement;
+    ImportReplacement m_replacement;
     static inline std::atomic<long> s_calls{0};
     static inline std::atomic<long> s_failing{0};
-    static inline std::atomic<Original> s_original{nullptr};
+    static inline std::atomic<void*> s_original{nullptr};
     static inline Value s_result{};
     static inline DWORD s_code = 0;
     static inline Hook s_hook;

@@ -32,7 +32,7 @@ constexpr std::uint64_t kGrowth = kBatch * 512ULL;
 class SmallFiles
 {
 public:
-    explicit SmallFiles(const std::wstring& folder) : m_folder(folder)
+    explicit SmallFiles(const std::wstring& folder) : m_folder(folder), m_path(folder + L"\\00000000")
     {
         if (!CreateDirectoryW(Win32Path(m_folder.c_str()), nullptr))
             raiseLastError();
@@ -59,8 +59,7 @@ public:
     void add()
     {
         static constexpr std::array<unsigned char, kContentSize> kContent{};
-        const std::wstring path = pathOf(m_count);
-        const Win32Handle file(CreateFileW(Win32Path(path.c_str()), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+        const Win32Handle file(CreateFileW(Win32Path(pathOf(m_count)), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                            FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!file.isValid())
             raiseLastError();
@@ -106,14 +105,18 @@ public:
     }
 
 private:
-    [[nodiscard]] std::wstring pathOf(std::uint32_t number) const
+    // The text of the last one asked for goes. It is as long as all others, so none needs memory: what was
+    // made can always be removed.
+    [[nodiscard]] const wchar_t* pathOf(std::uint32_t number) noexcept
     {
-        wchar_t name[16];
-        std::swprintf(name, std::size(name), L"\\%08X", number);
-        return m_folder + name;
+        wchar_t name[9];
+        std::swprintf(name, std::size(name), L"%08X", number);
+        std::copy_n(name, 8, m_path.end() - 8);
+        return m_path.c_str();
     }
 
-    std::wstring m_folder;
+    std::wstring m_folder; // settled, as the paths below it: Win32Path makes no other form of them
+    std::wstring m_path;
     std::optional<OpenedItself> m_held;
     std::uint32_t m_count = 0;
 };

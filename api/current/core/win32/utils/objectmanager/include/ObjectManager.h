@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <concepts>
 #include <cstdint>
-#include <list>
 #include <map>
 #include <optional>
 #include <string>
@@ -82,8 +81,8 @@ public:
     }
 
     /// Opens the entry of that name or files the object that `make` returns. Only one thread makes an object
-    /// at a time, so two that create the same name get one object. Raises what `make` raises, or the code of
-    /// the failed step as a bare long.
+    /// at a time, so two that create the same name get one object. Raises what `make` raises, std::bad_alloc,
+    /// or the code of the failed step as a bare long.
     template <class Make>
     void* openOrCreate(const wchar_t* name, Make&& make)
     {
@@ -97,10 +96,9 @@ public:
         handle = lookup(name);
         if (handle != INVALID_HANDLE_VALUE)
             return handle;
-        handle = registerObject(name, make());
-        if (handle == INVALID_HANDLE_VALUE)
-            throw static_cast<long>(GetLastError());
-        return handle;
+        const ObjectPtr object = make(); // dies, if it is not filed, after the lock is left
+        const Locker locker(m_tableLock);
+        return file(name, object);
     }
 
     /// Copies the pointer of the object behind `handle`. Returns 0, 6 (null, out of range or closed handle)
@@ -230,7 +228,7 @@ public:
     [[nodiscard]] bool isClosed(void* handle)
     {
         const Locker locker(m_tableLock);
-        return handle != nullptr && number(handle) <= m_slots.size() && !m_slots[number(handle) - 1];
+        return handle != nullptr && number(handle) <= m_slots.size() && !slotOf(number(handle)).entry;
     }
 
     /// How many entries are open now.
@@ -246,6 +244,13 @@ private:
         std::uint32_t openCount; // guarded by the table's lock
         ObjectPtr object;
         CachedIdentifierW name;
+    };
+
+    /// A freed slot knows the one to be reused after it, so that freeing one needs no memory.
+    struct Slot
+    {
+        SharedPtr<Reference> entry{};
+        std::uintptr_t nextFreed = 0; // 0: none
     };
 
     // Orders the index so that a plain text can be looked up without copying it.
@@ -291,11 +296,13 @@ private:
 
     static std::uintptr_t number(void* handle) noexcept { return reinterpret_cast<std::uintptr_t>(handle); }
 
-    Reference& entryOf(void* handle) const
+    Slot& slotOf(std::uintptr_t slot) { return m_slots[slot - 1]; }
+
+    Reference& entryOf(void* handle)
     {
-        if (handle == nullptr || number(handle) > m_slots.size() || !m_slots[number(handle) - 1])
+        if (handle == nullptr || number(handle) > m_slots.size() || !slotOf(number(handle)).entry)
             throw static_cast<long>(ERROR_INVALID_HANDLE);
-        Reference& entry = *m_slots[number(handle) - 1];
+        Reference& entry = *slotOf(number(handle)).entry;
         if (!entry.object)
             throw static_cast<long>(ERROR_INVALID_ADDRESS);
         return entry;
@@ -322,10 +329,10 @@ private:
             --entry.openCount;
             return;
         }
-        std::list<std::uintptr_t> freed{number(handle)}; // before any change: it may fail
         m_names.erase(entry.name);
-        removed.swap(m_slots[number(handle) - 1]);
-        m_freed.splice(m_freed.end(), freed);
+        removed.swap(slotOf(number(handle)).entry);
+        (m_firstFreed == 0 ? m_firstFreed : slotOf(m_lastFreed).nextFreed) = number(handle);
+        m_lastFreed = number(handle);
     }
 
     void* findAndOpen(const wchar_t* name)
@@ -341,17 +348,16 @@ private:
     // Either everything is in place afterwards or nothing has changed.
     void* insert(const SharedPtr<Reference>& entry)
     {
-        const bool reuse = !m_freed.empty();
-        const std::uintptr_t slot = reuse ? m_freed.front() : m_slots.size() + 1;
+        const bool reuse = m_firstFreed != 0;
+        const std::uintptr_t slot = reuse ? m_firstFreed : m_slots.size() + 1;
         if (!reuse && m_slots.size() == m_slots.capacity())
             m_slots.reserve(std::max<std::size_t>(16, m_slots.size() * 2));
         m_names.emplace(entry->name, slot);
-        if (reuse) {
-            m_slots[slot - 1] = entry;
-            m_freed.pop_front();
-        } else {
-            m_slots.push_back(entry); // has room: cannot fail
-        }
+        if (reuse)
+            m_firstFreed = std::exchange(slotOf(slot).nextFreed, 0);
+        else
+            m_slots.emplace_back(); // has room: cannot fail
+        slotOf(slot).entry = entry;
         return reinterpret_cast<void*>(slot);
     }
 
@@ -447,7 +453,8 @@ private:
     SmartHandle<CloseMessageTopic> m_requestTopic;
     MutexLock m_tableLock;
     MutexLock m_creationLock;
-    std::vector<SharedPtr<Reference>> m_slots; // indexed by handle minus one; never shrinks
+    std::vector<Slot> m_slots; // indexed by handle minus one; never shrinks
     std::map<CachedIdentifierW, std::uintptr_t, NameOrder> m_names;
-    std::list<std::uintptr_t> m_freed; // reused from the front
+    std::uintptr_t m_firstFreed = 0; // reused first, then its next; 0: none
+    std::uintptr_t m_lastFreed = 0;  // meaningless while there is no first
 };

@@ -14,7 +14,8 @@ struct Delete
 };
 
 /// Reference-counted owner of one object. Copies share a count block on the heap; the block destroys the
-/// object with the last copy, in the module that made the first one. An empty pointer owns a block too.
+/// object with the last copy, in the module that made the first one. An empty pointer owns a block too, the
+/// one that all empty pointers of a module share, so that making one needs no memory and cannot fail.
 ///
 /// Copying and releasing are safe from any thread; one SharedPtr object itself is not to be changed by two
 /// threads at once. Making a pointer raises a bare 8 when there is no memory for the block; the object
@@ -23,7 +24,7 @@ template <class T, class Deleter = Delete<T>>
 class SharedPtr
 {
 public:
-    SharedPtr() : m_block(makeBlock(nullptr)) {}
+    SharedPtr() noexcept : m_block(emptyBlock()) {}
     explicit SharedPtr(T* object) : m_block(makeBlock(object)) {}
     /// Makes an object inside the count block, as makeShared does.
     template <class... Arguments>
@@ -65,7 +66,7 @@ public:
 private:
     struct Block
     {
-        explicit Block(T* object) noexcept : m_object(object) {}
+        constexpr explicit Block(T* object) noexcept : m_object(object) {}
         Block(const Block&) = delete;
         Block& operator=(const Block&) = delete;
         // Virtual, so that object and block die on the heap of the module that made them.
@@ -102,14 +103,30 @@ private:
         Object m_inPlace;
     };
 
+    /// There before any code runs and never destroyed: pointers with static storage need it at both ends.
+    union EmptyBlock
+    {
+        constexpr EmptyBlock() noexcept : block(nullptr) {}
+        ~EmptyBlock() {} // NOLINT(modernize-use-equals-default): keeps the block alive
+        Block block;
+    };
+    static constinit inline EmptyBlock s_empty;
+
     explicit SharedPtr(Block* block) noexcept : m_block(block) {}
+
+    static Block* emptyBlock() noexcept
+    {
+        s_empty.block.addReference(); // to the one that is never given back
+        return &s_empty.block;
+    }
 
     static Block* makeBlock(T* object)
     {
+        if (object == nullptr)
+            return emptyBlock();
         auto* block = new (std::nothrow) Block(object);
         if (block == nullptr) {
-            if (object != nullptr)
-                Deleter()(object);
+            Deleter()(object);
             throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
         }
         return block;

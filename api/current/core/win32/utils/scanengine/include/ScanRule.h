@@ -10,7 +10,8 @@
 class RuleSubject
 {
 public:
-    explicit RuleSubject(const ScanItem& item) noexcept : m_type(item.getType()), m_path(item.getPath()) {}
+    /// Raises what getPath raises: an item may make its path only now.
+    explicit RuleSubject(const ScanItem& item) : m_type(item.getType()), m_path(item.getPath()) {}
 
     [[nodiscard]] bool isContainer() const noexcept
     {
