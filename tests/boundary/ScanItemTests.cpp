@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 
 #include "support/ImportReplacement.h"
@@ -8,20 +7,38 @@
 #include "support/Threads.h"
 
 namespace {
-bool exists(const std::wstring& literalPath)
+using FilePtr = std::unique_ptr<IFile>;
+using DirectoryPtr = std::unique_ptr<IDirectory>;
+
+FilePtr fileAt(const std::wstring& path)
 {
-    return GetFileAttributesW((L"\\\\?\\" + literalPath).c_str()) != INVALID_FILE_ATTRIBUTES;
+    return FilePtr(DllGetFile(path.c_str(), 0));
+}
+
+DirectoryPtr folderAt(const std::wstring& path)
+{
+    return DirectoryPtr(DllGetDirectory(path.c_str(), 0));
+}
+
+std::wstring expanded(const std::wstring& path)
+{
+    return DirectoryPtr(DllGetDirectory(path.c_str(), 1))->getPath();
 }
 
 std::string content(IFile& file)
 {
     unsigned long long size = 0;
     const void* data = file.getData(size);
-    return std::string(static_cast<const char*>(data), static_cast<std::size_t>(size));
+    return {static_cast<const char*>(data), static_cast<std::size_t>(size)};
 }
 
-using FilePtr = std::unique_ptr<IFile>;
-using DirectoryPtr = std::unique_ptr<IDirectory>;
+template <ImportName Name, class Function, class Result, class Operation>
+void expectCodeOfFailing(Result result, DWORD code, Operation&& operation)
+{
+    CountedImport<Name, Function> calls(sysmaintModule());
+    calls.failCall(1, result, code);
+    EXPECT_EQ(codeOf(operation), code) << Name.text;
+}
 } // namespace
 
 TEST(ScanItems, FilesAreMadeReadAndDeletedUnderAnyName)
@@ -30,70 +47,63 @@ TEST(ScanItems, FilesAreMadeReadAndDeletedUnderAnyName)
     std::wstring deep = folder;
     for (int level = 0; level < 5; ++level) {
         deep += L"\\" + std::wstring(120, static_cast<wchar_t>(L'a' + level));
-        const DirectoryPtr directory(DllGetDirectory(deep.c_str(), 0));
-        EXPECT_EQ(directory->exists(), 0);
-        directory->create();
-        EXPECT_NE(directory->exists(), 0);
-        EXPECT_EQ(codeOf([&] { directory->create(); }), ERROR_ALREADY_EXISTS);
+        EXPECT_EQ(folderAt(deep)->exists(), 0);
+        folderAt(deep)->create();
+        EXPECT_NE(folderAt(deep)->exists(), 0);
+        EXPECT_EQ(codeOf([&] { folderAt(deep)->create(); }), ERROR_ALREADY_EXISTS);
     }
     // Names that Win32 by itself takes for other names, beside the file that they would be taken for.
     const std::wstring names[] = {deep + L"\\far down",  folder + L"\\report", folder + L"\\report.",
                                   folder + L"\\report ", folder + L"\\nul",    folder + L"\\COM1.txt",
                                   folder + L"/aux"};
+    const auto dataOf = [](const std::wstring& name) { return std::string(name.begin(), name.end()); };
     for (const std::wstring& name : names) {
-        const FilePtr file(DllGetFile(name.c_str(), 0));
-        EXPECT_EQ(file->exists(), 0) << std::string(name.end() - 10, name.end());
-        file->setData(name.data(), name.size() * sizeof(wchar_t));
+        const FilePtr file = fileAt(name);
+        EXPECT_EQ(file->exists(), 0) << dataOf(name);
+        file->setData(dataOf(name).data(), name.size());
         file->create();
-        EXPECT_EQ(file->getSize(), name.size() * sizeof(wchar_t));
+        EXPECT_EQ(file->getSize(), name.size());
     }
     for (const std::wstring& name : names) {
-        const FilePtr file(DllGetFile(name.c_str(), 0));
-        EXPECT_STREQ(file->getPath(), name.c_str()) << "the text stays as it was given";
+        const FilePtr file = fileAt(name);
+        EXPECT_EQ(file->getPath(), name) << "the text stays as it was given";
         EXPECT_NE(file->exists(), 0);
-        EXPECT_EQ(content(*file),
-                  std::string(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(wchar_t)));
+        EXPECT_EQ(content(*file), dataOf(name));
     }
-    FilePtr(DllGetFile((folder + L"\\report.").c_str(), 0))->deleteItem();
-    EXPECT_FALSE(exists(folder + L"\\report."));
-    EXPECT_TRUE(exists(folder + L"\\report")) << "the wrong file was deleted";
-    EXPECT_TRUE(exists(folder + L"\\report "));
-    EXPECT_EQ(codeOf([&] { FilePtr(DllGetFile((folder + L"\\report.").c_str(), 0))->deleteItem(); }),
-              ERROR_FILE_NOT_FOUND);
+    fileAt(names[2])->deleteItem();
+    EXPECT_FALSE(stands(names[2]));
+    EXPECT_TRUE(stands(names[1])) << "the wrong file was deleted";
+    EXPECT_TRUE(stands(names[3]));
+    EXPECT_EQ(codeOf([&] { fileAt(names[2])->deleteItem(); }), ERROR_FILE_NOT_FOUND);
 
-    const DirectoryPtr full(DllGetDirectory(deep.c_str(), 0));
-    EXPECT_EQ(codeOf([&] { full->deleteItem(); }), ERROR_DIR_NOT_EMPTY);
-    FilePtr(DllGetFile(names[0].c_str(), 0))->deleteItem();
-    full->deleteItem();
-    EXPECT_EQ(full->exists(), 0);
-    EXPECT_NE(DirectoryPtr(DllGetDirectory((folder + L"\\").c_str(), 0))->exists(), 0);
-    EXPECT_NE(DirectoryPtr(DllGetDirectory(L"C:\\", 0))->exists(), 0);
-    EXPECT_NE(DirectoryPtr(DllGetDirectory(L".", 0))->exists(), 0);
-    EXPECT_NE(DirectoryPtr(DllGetDirectory(L"..\\", 0))->exists(), 0);
-    EXPECT_EQ(DirectoryPtr(DllGetDirectory(L"Q:\\", 0))->exists(), 0);
+    EXPECT_EQ(codeOf([&] { folderAt(deep)->deleteItem(); }), ERROR_DIR_NOT_EMPTY);
+    fileAt(names[0])->deleteItem();
+    folderAt(deep)->deleteItem();
+    EXPECT_FALSE(stands(deep));
+    for (const std::wstring& there : {folder + L"\\", std::wstring(L"C:\\"), std::wstring(L".")})
+        EXPECT_NE(folderAt(there)->exists(), 0);
+    EXPECT_EQ(folderAt(L"Q:\\")->exists(), 0);
 }
 
 TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
 {
     const std::wstring path = scratchFolder() + L"\\data";
-    const FilePtr missing(DllGetFile(path.c_str(), 0));
+    const FilePtr missing = fileAt(path);
     EXPECT_EQ(content(*missing), "");
-    EXPECT_TRUE(exists(path));
+    EXPECT_TRUE(stands(path));
 
-    const FilePtr writer(DllGetFile(path.c_str(), 0));
+    const FilePtr writer = fileAt(path);
     writer->setData("12345", 5);
     writer->create();
     CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
-    const FilePtr reader(DllGetFile(path.c_str(), 0));
+    const FilePtr reader = fileAt(path);
     onThreadsAtOnce(8, [&](int) { EXPECT_EQ(content(*reader), "12345"); });
     EXPECT_EQ(reads.calls(), 1) << "all that ask at once get one reading";
-    EXPECT_EQ(content(*reader), "12345");
-    EXPECT_EQ(reads.calls(), 1);
     EXPECT_EQ(content(*missing), "") << "what was read is kept";
     EXPECT_EQ(codeOf([&] { reader->setData(nullptr, 5); }), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(codeOf([&] { reader->setData("abc", ~0ULL); }), ERROR_NOT_ENOUGH_MEMORY)
-        << "a length that lies";
+    EXPECT_EQ(codeOf([&] { reader->setData("abc", ~0ULL); }), ERROR_NOT_ENOUGH_MEMORY) << "a false length";
     EXPECT_EQ(content(*reader), "12345") << "a refused change changes nothing";
+    EXPECT_EQ(reads.calls(), 1);
 }
 
 // Every system call of the file operations fails in turn; the code arrives and no handle stays open.
@@ -101,80 +111,60 @@ TEST(ScanItems, FailingSystemCalls)
 {
     const std::wstring path = scratchFolder() + L"\\file";
     const DWORD handles = processHandleCount();
-    const FilePtr file(DllGetFile(path.c_str(), 0));
+    const FilePtr file = fileAt(path);
     file->setData("abc", 3);
+    const auto create = [&] { file->create(); };
+    using Create = HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE);
+    expectCodeOfFailing<"CreateFileW", Create>(INVALID_HANDLE_VALUE, ERROR_SHARING_VIOLATION, create);
+    expectCodeOfFailing<"WriteFile", decltype(&WriteFile)>(FALSE, ERROR_DISK_FULL, create);
     {
-        using Create = HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE);
-        CountedImport<"CreateFileW", Create> creates(sysmaintModule());
-        creates.failCall(1, INVALID_HANDLE_VALUE, ERROR_SHARING_VIOLATION);
-        EXPECT_EQ(codeOf([&] { file->create(); }), ERROR_SHARING_VIOLATION);
-        creates.failCall(1, INVALID_HANDLE_VALUE, ERROR_TOO_MANY_OPEN_FILES);
-        EXPECT_EQ(codeOf([&] { content(*FilePtr(DllGetFile(path.c_str(), 0))); }), ERROR_TOO_MANY_OPEN_FILES);
-    }
-    {
-        CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
-        writes.failCall(1, FALSE, ERROR_DISK_FULL);
-        EXPECT_EQ(codeOf([&] { file->create(); }), ERROR_DISK_FULL);
         // A system that takes less than it was given is asked again.
-        writes.setHook(
-            [](auto original, HANDLE target, LPCVOID data, DWORD size, LPDWORD written, LPOVERLAPPED) {
-                return original(target, data, size > 1 ? 1 : size, written, nullptr);
-            });
-        file->create();
-        EXPECT_EQ(content(*FilePtr(DllGetFile(path.c_str(), 0))), "abc");
+        CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
+        writes.setHook([](auto original, HANDLE target, LPCVOID data, DWORD size, auto... rest) {
+            return original(target, data, size > 1 ? 1 : size, rest...);
+        });
+        create();
     }
-    {
-        CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
-        const FilePtr reader(DllGetFile(path.c_str(), 0));
-        reads.failCall(1, FALSE, ERROR_CRC);
-        EXPECT_EQ(codeOf([&] { content(*reader); }), ERROR_CRC);
-        EXPECT_EQ(content(*reader), "abc") << "the failure is not kept as the content";
-    }
-    {
-        CountedImport<"FindFirstFileW", decltype(&FindFirstFileW)> finds(sysmaintModule());
-        finds.failCall(1, INVALID_HANDLE_VALUE, ERROR_NOT_READY);
-        EXPECT_EQ(codeOf([&] { static_cast<void>(file->exists()); }), ERROR_NOT_READY)
-            << "not known is not missing";
-    }
-    {
-        CountedImport<"DeleteFileW", decltype(&DeleteFileW)> deletes(sysmaintModule());
-        deletes.failCall(1, FALSE, ERROR_ACCESS_DENIED);
-        EXPECT_EQ(codeOf([&] { file->deleteItem(); }), ERROR_ACCESS_DENIED);
-        EXPECT_TRUE(exists(path));
-    }
+    const FilePtr reader = fileAt(path);
+    const auto read = [&] { content(*reader); };
+    expectCodeOfFailing<"CreateFileW", Create>(INVALID_HANDLE_VALUE, ERROR_TOO_MANY_OPEN_FILES, read);
+    expectCodeOfFailing<"ReadFile", decltype(&ReadFile)>(FALSE, ERROR_CRC, read);
+    EXPECT_EQ(content(*reader), "abc") << "a failure is not kept as the content";
+    expectCodeOfFailing<"FindFirstFileW", decltype(&FindFirstFileW)>(
+        INVALID_HANDLE_VALUE, ERROR_NOT_READY, [&] { static_cast<void>(file->exists()); });
+    expectCodeOfFailing<"DeleteFileW", decltype(&DeleteFileW)>(FALSE, ERROR_ACCESS_DENIED,
+                                                               [&] { file->deleteItem(); });
+    EXPECT_TRUE(stands(path));
     EXPECT_EQ(processHandleCount(), handles);
 }
 
 TEST(ScanItems, StreamsHoldWhatTheCodeSays)
 {
-    const FilePtr file(DllGetFile(L"C:\\x", 0));
+    const FilePtr file = fileAt(L"C:\\x");
     file->setData("ab", 2);
     const unsigned char whole[] = {2,   0, 0,   0,                                         // the type
                                    10,  0, 0,   0, 0,    0, 0,   0,                        // the path
                                    'C', 0, ':', 0, '\\', 0, 'x', 0, 0, 0,                  //
                                    1,   0, 0,   0, 2,    0, 0,   0, 0, 0, 0, 0, 'a', 'b'}; // the data
-    const auto dumped = [&](unsigned long code) {
+    const std::string all(reinterpret_cast<const char*>(whole), sizeof whole);
+    const std::string fields = all.substr(22);
+    const std::pair<unsigned long, std::string> rows[] = {{kStateAll, all},
+                                                          {kStatePath, all.substr(4)},
+                                                          {kStateType, all.substr(0, 4) + fields},
+                                                          {kStateNone, fields}};
+    for (const auto& [code, bytes] : rows) {
         MemoryOutputByteStream stream;
         file->dump(code, stream);
-        return std::string(reinterpret_cast<const char*>(stream.getData()), stream.getSize());
-    };
-    const std::string all(reinterpret_cast<const char*>(whole), sizeof whole);
-    EXPECT_EQ(dumped(kStateAll), all);
-    EXPECT_EQ(dumped(kStatePath), all.substr(4));
-    EXPECT_EQ(dumped(kStateType), all.substr(0, 4) + all.substr(22));
-    EXPECT_EQ(dumped(kStateNone), all.substr(22));
-
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(stream.getData()), stream.getSize()), bytes);
+    }
     const auto load = [](unsigned long code, const std::string& bytes) {
         MemoryInputByteStream stream(bytes.data(), bytes.size());
         return FilePtr(DllGetFile(code, stream));
     };
     const FilePtr loaded = load(kStateAll, all);
     ASSERT_NE(loaded, nullptr);
-    EXPECT_STREQ(loaded->getPath(), L"C:\\x");
     EXPECT_EQ(content(*loaded), "ab");
-
     // Without its bit the path stays what it was.
-    const std::string fields = all.substr(22);
     MemoryInputByteStream stream(fields.data(), fields.size());
     loaded->load(kStateNone, stream);
     EXPECT_STREQ(loaded->getPath(), L"C:\\x");
@@ -198,106 +188,86 @@ TEST(ScanItems, StreamsHoldWhatTheCodeSays)
 TEST(ScanItems, OpenAndSetAsWhatTheyAre)
 {
     const std::wstring path = L"C:\\windows\\" + std::wstring(100, L'x');
-    const std::function<void*(const wchar_t*)> makers[] = {
-        [&](const wchar_t* name) { return CreateFileW(name, path.c_str(), 0); },
-        [&](const wchar_t* name) { return CreateFilePath(name, path.c_str(), 0, 0); },
-        [&](const wchar_t* name) { return CreateFilePath(name, path.c_str(), 0, 1); },
+    const auto make = [&](int kind) {
+        return kind == 2 ? CreateFileW(L"kinds", path.c_str(), 0)
+                         : CreateFilePath(L"kinds", path.c_str(), 0, kind);
     };
-    for (const auto& first : makers)
-        for (const auto& second : makers) {
-            void* filed = first(L"kinds");
-            void* other = second(L"kinds");
-            EXPECT_EQ(other, &first == &second ? filed : INVALID_HANDLE_VALUE);
-            EXPECT_TRUE(&first == &second || GetLastError() == ERROR_ALREADY_EXISTS);
+    for (int first = 0; first < 3; ++first)
+        for (int second = 0; second < 3; ++second) {
+            void* filed = make(first);
+            void* other = make(second);
+            EXPECT_EQ(other, first == second ? filed : INVALID_HANDLE_VALUE);
+            EXPECT_TRUE(first == second || GetLastError() == ERROR_ALREADY_EXISTS);
             CloseScanItem(filed);
             CloseScanItem(other);
         }
-    SharedPtr<ScanItem> item;
-    void* handle = CreateFileW(L"own text", path.c_str(), 0);
-    ASSERT_EQ(GetScanItemByHandle(handle, item), 0);
+    const SharedPtr<ScanItem> item = itemOf(make(2));
     for (const wchar_t* text : {path.c_str(), L"C:\\x"})
         for (const int expand : {0, 1}) {
             item->setPath(text, 0);
             item->setPath(item->getPath(), expand);
             EXPECT_STREQ(item->getPath(), text);
         }
-    CloseScanItem(handle);
 }
 
 TEST(ScanItems, FolderMacros)
 {
-    const std::wstring windows = L"C:\\windows";
+    wchar_t temporary[MAX_PATH] = L"";
+    GetEnvironmentVariableW(L"TMP", temporary, MAX_PATH);
     SetEnvironmentVariableW(L"SYSMAINT_VALUE", L"some %windir% value");
-    wchar_t program[MAX_PATH];
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    const std::wstring current = std::wstring(program).substr(0, std::wstring(program).rfind(L'\\'));
-    const struct
-    {
-        std::wstring path;
-        std::wstring expanded;
-    } rows[] = {
-        {L"C:\\plain", L"C:\\plain"},
-        {L"%windir%\\x", windows + L"\\x"},
-        {L"%WinDir%", windows},
-        {L"%windir%;%SYSTEM%;%windir%", windows + L";" + windows + L"\\system32;" + windows},
-        {L"%current%\\logs", current + L"\\logs"},
-        {L"%sysmaint_value%!", L"some %windir% value!"}, // values are not expanded again
-        {L"%no such macro%\\%windir%", L"%no such macro%\\" + windows},
-        {L"100%windir%", L"100" + windows},
-        {L"100%%windir%%", L"100%" + windows + L"%"},
-        {L"%no%windir%", L"%no" + windows}, // the sign that ends an unknown name may open a known one
-        {L"%", L"%"},
-        {L"%%", L"%%"},
-        {L"", L""},
-    };
-    for (const auto& row : rows)
-        EXPECT_STREQ(DirectoryPtr(DllGetDirectory(row.path.c_str(), 1))->getPath(), row.expanded.c_str());
-    EXPECT_STREQ(DirectoryPtr(DllGetDirectory(L"%windir%", 0))->getPath(), L"%windir%");
-    for (const wchar_t* folder : {L"%programfiles%", L"%programdata%", L"%appdata%", L"%localappdata%",
-                                  L"%temp%", L"%userprofile%", L"%desktop%", L"%documents%"}) {
-        const DirectoryPtr directory(DllGetDirectory(folder, 1));
-        EXPECT_NE(directory->exists(), 0) << std::wstring(directory->getPath()).c_str();
-        EXPECT_NE(std::wstring(directory->getPath()).back(), L'\\');
-    }
-    EXPECT_EQ(std::wstring(DirectoryPtr(DllGetDirectory(L"%user_temp%", 1))->getPath()),
-              DirectoryPtr(DllGetDirectory(L"%localappdata%", 1))->getPath() + std::wstring(L"\\Temp"));
     wchar_t user[64];
     DWORD length = 64;
     GetUserNameW(user, &length);
-    EXPECT_STREQ(DirectoryPtr(DllGetDirectory(L"%username%", 1))->getPath(), user);
-
-    // A root keeps its backslash, and what follows does not double it.
-    wchar_t before[MAX_PATH] = L"";
-    GetEnvironmentVariableW(L"TMP", before, MAX_PATH);
-    const struct
-    {
-        const wchar_t* temporary;
-        const wchar_t* path;
-        const wchar_t* expanded;
-    } roots[] = {
-        {L"C:\\", L"%temp%", L"C:\\"},
-        {L"C:\\", L"%temp%\\x", L"C:\\x"},
-        {L"C:\\", L"%temp%/x", L"C:\\x"},
-        {L"C:\\", L"%temp%x", L"C:\\x"},
-        {L"C:\\windows\\", L"%temp%", L"C:\\windows"},
-        {L"C:\\windows\\", L"%temp%x", L"C:\\windowsx"},
+    for (const wchar_t* folder : {L"%programfiles%", L"%programdata%", L"%appdata%", L"%localappdata%",
+                                  L"%temp%", L"%userprofile%", L"%desktop%", L"%documents%"}) {
+        EXPECT_NE(folderAt(expanded(folder))->exists(), 0) << expanded(folder).c_str();
+        EXPECT_NE(expanded(folder).back(), L'\\');
+    }
+    SetEnvironmentVariableW(L"TMP", L"C:\\");
+    const std::pair<std::wstring, std::wstring> rows[] = {
+        {L"C:\\plain", L"C:\\plain"},
+        {L"%windir%\\x", L"C:\\windows\\x"},
+        {L"%WinDir%", L"C:\\windows"},
+        {L"%windir%;%SYSTEM%;%windir%", L"C:\\windows;C:\\windows\\system32;C:\\windows"},
+        {L"%username%", user},
+        {L"%user_temp%", expanded(L"%localappdata%") + L"\\Temp"},
+        {L"%sysmaint_value%!", L"some %windir% value!"}, // values are not expanded again
+        {L"%no such macro%\\%windir%", L"%no such macro%\\C:\\windows"},
+        {L"100%windir%", L"100C:\\windows"},
+        {L"100%%windir%%", L"100%C:\\windows%"},
+        {L"%no%windir%", L"%noC:\\windows"}, // the sign that ends an unknown name may open a known one
+        {L"%", L"%"},
+        {L"%%", L"%%"},
+        {L"", L""},
+        {L"%temp%", L"C:\\"}, // a root keeps its backslash, and what follows does not double it
+        {L"%temp%\\x", L"C:\\x"},
+        {L"%temp%/x", L"C:\\x"},
+        {L"%temp%x", L"C:\\x"},
     };
-    for (const auto& row : roots) {
-        SetEnvironmentVariableW(L"TMP", row.temporary);
-        EXPECT_STREQ(DirectoryPtr(DllGetDirectory(row.path, 1))->getPath(), row.expanded);
-    }
-    SetEnvironmentVariableW(L"TMP", before);
-    for (const std::wstring folder : {L"C:\\", L"\\\\server\\share\\", L"\\\\?\\Volume{1}\\"}) {
-        CountedImport<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names(sysmaintModule());
-        names.setHook([&](auto, HMODULE, LPWSTR name, DWORD) {
-            wcscpy(name, (folder + L"program.exe").c_str());
-            return static_cast<DWORD>(folder.size() + 11);
-        });
-        EXPECT_EQ(DirectoryPtr(DllGetDirectory(L"%current%", 1))->getPath(), folder);
-        EXPECT_EQ(DirectoryPtr(DllGetDirectory(L"%current%\\x", 1))->getPath(), folder + L"x");
-    }
+    for (const auto& [path, result] : rows)
+        EXPECT_EQ(expanded(path), result);
+    EXPECT_STREQ(folderAt(L"%windir%")->getPath(), L"%windir%");
+    SetEnvironmentVariableW(L"TMP", L"C:\\windows\\");
+    EXPECT_EQ(expanded(L"%temp%"), L"C:\\windows");
+    EXPECT_EQ(expanded(L"%temp%x"), L"C:\\windowsx");
+    SetEnvironmentVariableW(L"TMP", temporary);
 
-    // The expander itself: what it asks for is what it needs, and a buffer that is too small stays as it is.
+    CountedImport<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names(sysmaintModule());
+    for (const std::wstring folder :
+         {L"C:\\", L"\\\\server\\share\\", L"\\\\?\\Volume{1}\\", L"C:\\programs"}) {
+        const bool isRoot = folder.back() == L'\\';
+        names.setHook([&](auto, HMODULE, LPWSTR name, DWORD) {
+            wcscpy(name, (folder + (isRoot ? L"program.exe" : L"\\program.exe")).c_str());
+            return static_cast<DWORD>(wcslen(name));
+        });
+        EXPECT_EQ(expanded(L"%current%"), folder);
+        EXPECT_EQ(expanded(L"%current%\\x"), folder + (isRoot ? L"x" : L"\\x"));
+    }
+}
+
+// What the expander asks for is what it needs, and a buffer that is too small stays as it is.
+TEST(ScanItems, TheExpanderOfMacrosKeepsToItsBuffer)
+{
     IPathValidatorW& expander = *DllGetPathValidatorW();
     wchar_t buffer[64] = L"%windir%\\x";
     unsigned long needed = 0;

@@ -22,26 +22,21 @@ std::wstring systemText(unsigned long code)
 TEST(Exceptions, ReportsAndCodesOfTheFourForms)
 {
     const std::wstring head = L"An error occured at:\n" + kWidePlace + L"\n";
-    const std::wstring system = L"System error: " + systemText(ERROR_ALREADY_EXISTS) + L"\n";
-    ASSERT_GT(systemText(ERROR_ALREADY_EXISTS).size(), 3U);
-
-    SetLastError(4711);
-    const Exception withCode(kPlace, ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(withCode.getText(), head + system);
-    EXPECT_EQ(withCode.getSystemText(), systemText(ERROR_ALREADY_EXISTS));
-    EXPECT_EQ(withCode.getCode(), 183U);
-    EXPECT_EQ(GetLastError(), 183U);
-    const Exception withBoth(kPlace, L"my %s text", ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(withBoth.getText(), head + L"Message: my %s text\n" + system);
-
-    const Exception unknown(kPlace, kUnknownCode);
-    EXPECT_EQ(unknown.getText(), head);
-    EXPECT_EQ(unknown.getSystemText(), nullptr);
-    EXPECT_EQ(GetLastError(), kUnknownCode);
-    EXPECT_EQ(Exception(kPlace, L"m", kUnknownCode).getText(), head + L"Message: m\n");
-
-    // Without a code the last error is the code and stays what it was, also where the system has no text.
-    for (const unsigned long code : {static_cast<unsigned long>(ERROR_ALREADY_EXISTS), kUnknownCode}) {
+    const std::wstring text = systemText(ERROR_ALREADY_EXISTS);
+    ASSERT_GT(text.size(), 3U);
+    EXPECT_EQ(Exception(kPlace, kUnknownCode).getSystemText(), nullptr);
+    const std::pair<unsigned long, std::wstring> rows[] = {
+        {ERROR_ALREADY_EXISTS, L"System error: " + text + L"\n"},
+        {kUnknownCode, L""},
+    };
+    for (const auto& [code, system] : rows) {
+        SetLastError(4711);
+        const Exception withCode(kPlace, code);
+        EXPECT_EQ(withCode.getText(), head + system);
+        EXPECT_EQ(withCode.getCode(), code);
+        EXPECT_EQ(GetLastError(), code);
+        EXPECT_EQ(Exception(kPlace, L"my %s text", code).getText(), head + L"Message: my %s text\n" + system);
+        // Without a code the last error is the code and stays what it was, also where the system has no text.
         SetLastError(code);
         EXPECT_EQ(Exception(kPlace).getCode(), code);
         EXPECT_EQ(GetLastError(), code);
@@ -69,40 +64,36 @@ TEST(Exceptions, CopiesAreTheirOwn)
 
 TEST(Exceptions, HaveNoFallbackWithoutMemory)
 {
+    const Exception original(kPlace, ERROR_ALREADY_EXISTS);
     CountedImport<"HeapAlloc", decltype(&HeapAlloc)> allocations(GetModuleHandleW(nullptr));
     allocations.failCall(1, nullptr, 0);
-    EXPECT_THROW({ const Exception made(kPlace, ERROR_ALREADY_EXISTS); }, std::bad_alloc);
-    const Exception original(kPlace, ERROR_ALREADY_EXISTS);
+    EXPECT_THROW(Exception(kPlace, ERROR_ALREADY_EXISTS), std::bad_alloc);
     allocations.failCall(1, nullptr, 0);
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): that it fails is what is asked
-    EXPECT_THROW({ const Exception copy(original); }, std::bad_alloc);
+    EXPECT_THROW(Exception{original}, std::bad_alloc);
 }
 
-TEST(Exceptions, BecomeCodesAtTheBoundary)
+// What a handle function leaves as the last error, whatever runs between the raise and the caller.
+TEST(Exceptions, BecomeTheLastErrorAtTheBoundary)
 {
     struct CleanUp
     {
         ~CleanUp() { SetLastError(1); }
     };
-    const auto both = [](auto&& raise) {
-        const long status = boundary::statusFrame([&]() -> long {
-            raise();
-            return 0;
-        });
-        void* handle = boundary::handleFrame([&]() -> void* {
-            const CleanUp cleanUp; // runs between the raise and the caller
-            SetLastError(2);
-            raise();
+    const std::pair<void (*)(), unsigned long> rows[] = {
+        {[] { throw Exception(kPlace, ERROR_ALREADY_EXISTS); }, ERROR_ALREADY_EXISTS},
+        {[] { throw static_cast<long>(ERROR_INVALID_ADDRESS); }, ERROR_INVALID_ADDRESS},
+        {[] { throw std::bad_alloc(); }, ERROR_NOT_ENOUGH_MEMORY},
+        {[] { throw std::runtime_error("x"); }, 1},
+    };
+    for (const auto& row : rows) {
+        void* const handle = boundary::handleFrame([&]() -> void* {
+            const CleanUp cleanUp;
+            row.first();
             return nullptr;
         });
         EXPECT_EQ(handle, INVALID_HANDLE_VALUE);
-        return std::make_pair(status, static_cast<long>(GetLastError()));
-    };
-    EXPECT_EQ(both([] { throw Exception(kPlace, ERROR_ALREADY_EXISTS); }), std::make_pair(183L, 183L));
-    EXPECT_EQ(both([] { throw static_cast<long>(ERROR_INVALID_ADDRESS); }), std::make_pair(487L, 487L));
-    EXPECT_EQ(both([] { throw std::bad_alloc(); }), std::make_pair(8L, 8L));
-    EXPECT_EQ(both([] { throw std::runtime_error("x"); }), std::make_pair(574L, 1L));
-    EXPECT_EQ(boundary::statusFrame([] { return 5L; }), 5);
+        EXPECT_EQ(GetLastError(), row.second);
+    }
 }
 
 // A message that nobody serves stops its thread for 20 seconds, says why, and gives 120.
@@ -115,11 +106,7 @@ TEST(Exceptions, UnservedMessagesFailTheirAssertion)
     DataMessage data;
     ArrayMessage array;
     HashMessageW hash;
-    const struct
-    {
-        unsigned line;
-        std::function<void()> call;
-    } rows[] = {
+    const std::pair<unsigned, std::function<void()>> rows[] = {
         {51, [&] { handler.onMessage(message, message, nullptr); }},
         {64, [&] { handler.onMessage(message, message, 1U, nullptr); }},
         {77, [&] { handler.onMessage(data, data, nullptr); }},
@@ -140,19 +127,19 @@ TEST(Exceptions, UnservedMessagesFailTheirAssertion)
         EXPECT_NE(std::wstring(file).find(L"IMessageHandler.h"), std::wstring::npos);
         events.push_back(expression + std::to_wstring(line));
     });
-    for (const auto& row : rows) {
+    for (const auto& [line, call] : rows) {
         events.clear();
         try {
-            row.call();
-            ADD_FAILURE() << row.line;
+            call();
+            ADD_FAILURE() << line;
         } catch (const Exception& raised) {
             EXPECT_EQ(raised.getCode(), 120U);
-            const std::wstring place =
-                L"Function: IMessageHandler::onMessage\nLine: " + std::to_wstring(row.line) + L"\n";
+            const auto place =
+                L"Function: IMessageHandler::onMessage\nLine: " + std::to_wstring(line) + L"\n";
             EXPECT_NE(std::wstring(raised.getText()).find(place), std::wstring::npos);
         }
-        EXPECT_EQ(events,
-                  (std::vector<std::wstring>{L"================== ASSERT ==================\n",
-                                             L"sleep 20000", L"false" + std::to_wstring(row.line - 1)}));
+        const std::vector<std::wstring> expected = {L"================== ASSERT ==================\n",
+                                                    L"sleep 20000", L"false" + std::to_wstring(line - 1)};
+        EXPECT_EQ(events, expected);
     }
 }

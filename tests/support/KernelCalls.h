@@ -12,63 +12,37 @@ class KernelCalls
 public:
     explicit KernelCalls(HMODULE module)
     {
-        add<"WaitForSingleObject", decltype(&WaitForSingleObject)>(module);
-        add<"WaitForSingleObjectEx", decltype(&WaitForSingleObjectEx)>(module);
-        add<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)>(module);
-        add<"WaitForMultipleObjectsEx", decltype(&WaitForMultipleObjectsEx)>(module);
-        add<"SignalObjectAndWait", decltype(&SignalObjectAndWait)>(module);
-        add<"ReleaseMutex", decltype(&ReleaseMutex)>(module);
-        add<"CreateMutexW", decltype(&CreateMutexW)>(module);
-        add<"CreateEventW", decltype(&CreateEventW)>(module);
-        add<"OpenEventW", decltype(&OpenEventW)>(module);
-        add<"SetEvent", decltype(&SetEvent)>(module);
-        add<"ResetEvent", decltype(&ResetEvent)>(module);
-        add<"CreateSemaphoreW", decltype(&CreateSemaphoreW)>(module);
-        add<"ReleaseSemaphore", decltype(&ReleaseSemaphore)>(module);
-        add<"CloseHandle", decltype(&CloseHandle)>(module);
-        add<"DuplicateHandle", decltype(&DuplicateHandle)>(module);
-        add<"CreateEventA", decltype(&CreateEventA)>(module);
-        add<"CreateSemaphoreA", decltype(&CreateSemaphoreA)>(module);
-        add<"Sleep", decltype(&Sleep)>(module);
-        add<"SleepEx", decltype(&SleepEx)>(module);
+        count<"WaitForSingleObject", "WaitForSingleObjectEx", "WaitForMultipleObjects",
+              "WaitForMultipleObjectsEx", "SignalObjectAndWait", "ReleaseMutex", "CreateMutexW",
+              "CreateEventW", "OpenEventW", "SetEvent", "ResetEvent", "CreateSemaphoreW", "ReleaseSemaphore",
+              "CloseHandle", "DuplicateHandle", "CreateEventA", "CreateSemaphoreA", "Sleep", "SleepEx">(
+            module);
     }
 
     [[nodiscard]] long total() const
     {
-        long sum = 0;
-        for (const auto& counter : m_counters)
-            sum += counter->calls();
+        long sum = -m_before;
+        for (const auto& calls : m_counts)
+            sum += calls();
         return sum;
     }
-    void reset()
-    {
-        for (const auto& counter : m_counters)
-            counter->reset();
-    }
+    void reset() { m_before += total(); }
 
 private:
-    struct Counter
-    {
-        virtual ~Counter() = default;
-        [[nodiscard]] virtual long calls() const = 0;
-        virtual void reset() = 0;
-    };
-    template <ImportName Name, class Function>
-    struct CounterOf : Counter
-    {
-        explicit CounterOf(HMODULE module) : import(module) {}
-        [[nodiscard]] long calls() const override { return import.calls(); }
-        void reset() override { import.reset(); }
-        CountedImport<Name, Function> import;
-    };
-    template <ImportName Name, class Function>
-    void add(HMODULE module)
+    // All take up to seven numbers or pointers: seven passed on are those that were given, and more.
+    using Any = UINT_PTR(WINAPI*)(UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR);
+    template <ImportName Name, ImportName... Others>
+    void count(HMODULE module)
     {
         try {
-            m_counters.push_back(std::make_unique<CounterOf<Name, Function>>(module));
+            const auto counted = std::make_shared<CountedImport<Name, Any>>(module);
+            m_counts.emplace_back([counted] { return counted->calls(); });
         } catch (const std::runtime_error&) { // NOLINT(bugprone-empty-catch): not imported, so never called
         }
+        if constexpr (sizeof...(Others) > 0)
+            count<Others...>(module);
     }
 
-    std::vector<std::unique_ptr<Counter>> m_counters;
+    std::vector<std::function<long()>> m_counts;
+    long m_before = 0;
 };

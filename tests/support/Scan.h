@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,12 +16,17 @@ inline SharedPtr<IScanValidator> everything()
     return SharedPtr<IScanValidator>(DllGetScanValidator());
 }
 
-/// Collects what a scan reports, and does on each item what the test wants.
+/// Collects what a scan reports, apart from it what could not be listed, and does on each item what the test
+/// wants.
 class Collector : public INotifyHandler
 {
 public:
     void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
     {
+        if (notification.getValue() != 0) {
+            codes[item->getPath()] = notification.getValue();
+            return;
+        }
         ++calls;
         if (collects)
             ++paths[item->getPath()];
@@ -28,8 +35,9 @@ public:
     }
 
     bool collects = true;
-    long calls = 0;
+    std::atomic<long> calls{0};
     std::map<std::wstring, int> paths;
+    std::map<std::wstring, std::uint32_t> codes;
     std::function<void(const Notification&, const SharedPtr<ScanItem>&)> action;
 };
 
@@ -70,13 +78,12 @@ public:
 /// The folder that support/make_tree filled; "tree" is below it.
 inline std::wstring testFolder()
 {
-    wchar_t folder[1024];
-    const DWORD length = GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", folder, 1024);
-    return std::wstring(folder, length);
+    const wchar_t* const folder = _wgetenv(L"SYSMAINT_TEST_FOLDER");
+    return folder != nullptr ? folder : L"";
 }
 
-/// A new empty folder of this process's own, below the temporary folder.
-inline std::wstring scratchFolder()
+/// A new folder of this process's own, below the temporary folder, with nothing but these in it.
+inline std::wstring scratchFolder(std::initializer_list<const wchar_t*> folders = {})
 {
     static long count = 0;
     wchar_t temporary[MAX_PATH];
@@ -86,7 +93,24 @@ inline std::wstring scratchFolder()
         folder = std::wstring(temporary) + L"sysmaint-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                  std::to_wstring(++count);
     while (!CreateDirectoryW(folder.c_str(), nullptr)); // process numbers come again
+    for (const wchar_t* name : folders)
+        CreateDirectoryW((folder + name).c_str(), nullptr);
     return folder;
+}
+
+/// Whether there is something under exactly that name.
+inline bool stands(const std::wstring& path)
+{
+    return GetFileAttributesW((L"\\\\?\\" + path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+/// The item of a handle, which is given back.
+inline SharedPtr<ScanItem> itemOf(void* handle)
+{
+    SharedPtr<ScanItem> item;
+    GetScanItemByHandle(handle, item);
+    CloseScanItem(handle);
+    return item;
 }
 
 /// The code that an operation of an item raises, or 0.
