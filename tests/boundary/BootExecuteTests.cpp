@@ -1,125 +1,92 @@
-#include "support/Wipe.h"
-
-#include <sddl.h>
-
-#include <algorithm>
-#include <cstring>
-
-#include "support/Process.h"
+#include "boundary/RegistryTest.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/wiper/api.h"
 #include "support/Threads.h"
 
 namespace {
-constexpr wchar_t kKey[] = L"System\\CurrentControlSet\\Control\\Session Manager";
-
-/// The value before and after a test is as it was, which in the tests' prefix means: not there.
+/// The value before and after a test is as it was, which in the tests' prefix means: not there. In the lists
+/// that are given as text '|' stands for the zero.
 class BootExecuteTest : public testing::Test
 {
 protected:
-    BootExecuteTest() { RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, KEY_ALL_ACCESS, &key); }
+    BootExecuteTest()
+    {
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager", 0,
+                      KEY_ALL_ACCESS, &m_key);
+    }
     ~BootExecuteTest() override
     {
-        RegDeleteValueW(key, L"BootExecute");
-        RegCloseKey(key);
+        RegDeleteValueW(m_key, L"BootExecute");
+        RegCloseKey(m_key);
     }
 
-    void set(const std::wstring& list, DWORD type = REG_MULTI_SZ, std::size_t missing = 0) const
+    void set(std::wstring list, DWORD type = REG_MULTI_SZ, std::size_t missing = 0) const
     {
-        ASSERT_EQ(RegSetValueExW(key, L"BootExecute", 0, type, reinterpret_cast<const BYTE*>(list.data()),
-                                 static_cast<DWORD>(list.size() * sizeof(wchar_t) - missing)),
-                  0);
+        std::replace(list.begin(), list.end(), L'|', L'\0');
+        const auto size = static_cast<DWORD>(list.size() * sizeof(wchar_t) - missing);
+        ASSERT_EQ(RegSetKeyValueW(m_key, nullptr, L"BootExecute", type, list.data(), size), 0);
     }
     [[nodiscard]] std::wstring get() const
     {
         std::wstring list(4096, L'?');
-        DWORD type = 0;
         DWORD size = 8192;
-        RegQueryValueExW(key, L"BootExecute", nullptr, &type, reinterpret_cast<BYTE*>(list.data()), &size);
+        RegQueryValueExW(m_key, L"BootExecute", nullptr, nullptr, reinterpret_cast<BYTE*>(list.data()),
+                         &size);
         list.resize((size + 1) / 2);
+        std::replace(list.begin(), list.end(), L'\0', L'|');
         return list;
     }
 
-    HKEY key = nullptr;
+private:
+    HKEY m_key = nullptr;
 };
 
-std::wstring text(const char* list) // '|' stands for the zero
-{
-    std::wstring wide(list, list + std::strlen(list));
-    std::replace(wide.begin(), wide.end(), L'|', L'\0');
-    return wide;
-}
-
-constexpr int kEdits = 60;
-
-/// Adds entries of one's own and takes every second one off again.
+/// Adds entries of one's own and takes each off again a little later.
 void editAs(const std::wstring& name)
 {
-    for (int i = 0; i < kEdits; ++i) {
-        const std::wstring entry = name + L" " + std::to_wstring(i);
-        EXPECT_EQ(AddBootExecute(entry.c_str()), 0);
-        EXPECT_EQ(AddBootExecute(entry.c_str()), ERROR_ALREADY_EXISTS);
-        EXPECT_EQ(i % 2 != 0 ? 0 : RemoveBootExecute(entry.c_str()), 0);
+    for (int i = 0; i < 65; ++i) {
+        const std::wstring entry = name + std::to_wstring(i);
+        const std::wstring older = name + std::to_wstring(i - 5);
+        if (i < 60) {
+            EXPECT_EQ(AddBootExecute(entry.c_str()), 0);
+            EXPECT_EQ(AddBootExecute(entry.c_str()), ERROR_ALREADY_EXISTS);
+        }
+        if (i >= 5) {
+            EXPECT_EQ(BootExecuteIsScheduled(older.c_str()), 1);
+            EXPECT_EQ(RemoveBootExecute(older.c_str()), 0);
+        }
     }
-}
-
-/// This program once more, which runs nothing but BootExecuteChild.
-HANDLE startChild(int number)
-{
-    wchar_t program[1024];
-    GetModuleFileNameW(nullptr, program, 1024);
-    std::wstring line = L"\"" + std::wstring(program) +
-                        L"\" --gtest_filter=BootExecuteChild.* --gtest_also_run_disabled_tests";
-    SetEnvironmentVariableW(L"SYSMAINT_TEST_CHILD", (L"child" + std::to_wstring(number)).c_str());
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION child{};
-    EXPECT_TRUE(
-        CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &child));
-    CloseHandle(child.hThread);
-    return child.hProcess;
-}
-
-Win32Handle readySemaphore()
-{
-    return Win32Handle(CreateSemaphoreW(nullptr, 0, 9, L"sysmaint-test-ready"));
-}
-
-Win32Handle startEvent()
-{
-    return Win32Handle(CreateEventW(nullptr, TRUE, FALSE, L"sysmaint-test-start"));
 }
 } // namespace
 
-/// Only for the processes that the next test starts.
+/// Only for the process that the next test starts.
 TEST(BootExecuteChild, DISABLED_EditsBesideItsParent)
 {
-    wchar_t name[64]{};
-    ASSERT_NE(GetEnvironmentVariableW(L"SYSMAINT_TEST_CHILD", name, 64), 0U);
-    const Win32Handle start = startEvent();
-    ReleaseSemaphore(readySemaphore().get(), 1, nullptr);
-    ASSERT_EQ(WaitForSingleObject(start.get(), 60000), WAIT_OBJECT_0);
-    editAs(name);
+    editAs(L"child ");
 }
 
 TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
 {
-    set(text("autocheck autochk *||"));
-    const Win32Handle ready = readySemaphore();
-    const Win32Handle start = startEvent();
-    const Win32Handle children[] = {Win32Handle(startChild(0)), Win32Handle(startChild(1))};
-    for (int i = 0; i < 2; ++i)
-        ASSERT_EQ(WaitForSingleObject(ready.get(), 60000), WAIT_OBJECT_0);
-    SetEvent(start.get());
-    onThreadsAtOnce(2, [](int number) { editAs(L"thread" + std::to_wstring(number)); });
-    for (const Win32Handle& child : children) {
-        EXPECT_EQ(WaitForSingleObject(child.get(), 60000), WAIT_OBJECT_0);
-        DWORD code = 1;
-        EXPECT_TRUE(GetExitCodeProcess(child.get(), &code));
-        EXPECT_EQ(code, 0U);
-    }
-    EXPECT_EQ(BootExecuteIsScheduled(L"autocheck autochk *"), 1);
-    for (const wchar_t* name : {L"thread0 ", L"thread1 ", L"child0 ", L"child1 "})
-        for (int i = 0; i < kEdits; ++i)
-            EXPECT_EQ(BootExecuteIsScheduled((name + std::to_wstring(i)).c_str()), i % 2) << name << i;
+    set(L"autocheck autochk *||");
+    wchar_t program[1024];
+    GetModuleFileNameW(nullptr, program, 1024);
+    wchar_t line[] = L"x --gtest_filter=BootExecuteChild.* --gtest_also_run_disabled_tests";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION child{};
+    ASSERT_TRUE(
+        CreateProcessW(program, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &child));
+    onThreadsAtOnce(2, [&](int number) {
+        do
+            editAs(L"thread " + std::to_wstring(number) + L" ");
+        while (WaitForSingleObject(child.hProcess, 0) == WAIT_TIMEOUT);
+    });
+    DWORD code = 1;
+    EXPECT_TRUE(GetExitCodeProcess(child.hProcess, &code));
+    EXPECT_EQ(code, 0U);
+    EXPECT_EQ(get(), L"autocheck autochk *||");
+    CloseHandle(child.hThread);
+    CloseHandle(child.hProcess);
 }
 
 // Whatever stands under the mutex's name: a clear code within a limit, and the list as it was.
@@ -127,25 +94,20 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
 {
     const wchar_t* const name = L"Global\\sysmaint.BootExecute";
     const auto expect = [&](long code) {
-        set(text("x||"));
+        set(L"x||");
         EXPECT_EQ(AddBootExecute(L"y"), code);
         EXPECT_EQ(RemoveBootExecute(L"x"), code);
-        EXPECT_EQ(get(), text(code == 0 ? "y||" : "x||"));
+        EXPECT_EQ(get(), code == 0 ? L"y||" : L"x||");
         EXPECT_EQ(BootExecuteIsScheduled(code == 0 ? L"y" : L"x"), 1);
     };
-    const struct
-    {
-        const wchar_t* access; // what its maker grants to all
-        long code;
-    } rows[] = {{L"D:(A;;0x100001;;;WD)", 0}, {L"D:(A;;0x20000;;;WD)", ERROR_ACCESS_DENIED}};
-    for (const auto& row : rows) {
-        PSECURITY_DESCRIPTOR descriptor = nullptr;
-        ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(row.access, SDDL_REVISION_1,
-                                                                         &descriptor, nullptr));
-        SECURITY_ATTRIBUTES security{sizeof security, descriptor, FALSE};
+    // What its maker grants to all.
+    const std::pair<const wchar_t*, long> rows[] = {{L"D:(A;;0x100001;;;WD)", 0},
+                                                    {L"D:(A;;0x20000;;;WD)", ERROR_ACCESS_DENIED}};
+    for (const auto& [access, code] : rows) {
+        const std::shared_ptr<void> descriptor = descriptorOf(access);
+        SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
         const Win32Handle foreign(CreateMutexW(&security, FALSE, name));
-        LocalFree(descriptor);
-        expect(row.code);
+        expect(code);
     }
     {
         const Win32Handle event(CreateEventW(nullptr, FALSE, FALSE, name));
@@ -160,18 +122,9 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
         EXPECT_LE(milliseconds, 10000U);
         return original(handle, 0);
     });
-    const TestEvent taken;
-    const TestEvent done;
-    std::thread holder([&] {
-        WaitForSingleObject(mutex.get(), INFINITE);
-        taken.set();
-        EXPECT_TRUE(done.wait());
-        ReleaseMutex(mutex.get());
-    });
-    EXPECT_TRUE(taken.wait());
-    expect(ERROR_TIMEOUT);
-    done.set();
-    holder.join();
+    WaitForSingleObject(mutex.get(), INFINITE);
+    std::thread([&] { expect(ERROR_TIMEOUT); }).join();
+    ReleaseMutex(mutex.get());
     expect(0);
     waits.setHook([](auto, HANDLE, DWORD) {
         SetLastError(ERROR_NOT_ENOUGH_QUOTA);
@@ -182,106 +135,78 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
 
 TEST_F(BootExecuteTest, EditsTheListCharacterByCharacter)
 {
-    struct Case
-    {
-        const char* before;
-        const char* entry;
-        long added;
-        const char* afterAdd;
-        const char* afterRemove;
-        int scheduled;
+    const std::tuple<const wchar_t*, const wchar_t*, long, const wchar_t*, const wchar_t*> rows[] = {
+        // before, entry, code, after it was added, after it was removed
+        {L"autocheck autochk *||", L"wipe now", 0, L"autocheck autochk *|wipe now||",
+         L"autocheck autochk *||"},
+        {L"", L"wipe", 0, L"wipe||", L""},
+        {L"|", L"wipe", 0, L"wipe||", L"|"},
+        {L"||", L"wipe", 0, L"wipe||", L"||"},
+        {L"a|WIPE|b||", L"wipe", 183, L"a|WIPE|b||", L"a|b||"},
+        {L"wipe|Wipe|b|wipe||", L"wipe", 183, L"wipe|Wipe|b|wipe||", L"b||"},
+        {L"wipe||", L"wipe", 183, L"wipe||", L"|"},
+        {L"wipes|wip||", L"wipe", 0, L"wipes|wip|wipe||", L"wipes|wip||"},
+        {L"a|b|||", L"c", 0, L"a|b|c||", L"a|b|||"},
     };
-    const Case cases[] = {
-        {"autocheck autochk *||", "wipe now", 0, "autocheck autochk *|wipe now||", "autocheck autochk *||",
-         0},
-        {"", "wipe", 0, "wipe||", "", 0},
-        {"|", "wipe", 0, "wipe||", "|", 0},
-        {"||", "wipe", 0, "wipe||", "||", 0},
-        {"a|WIPE|b||", "wipe", 183, "a|WIPE|b||", "a|b||", 1},
-        {"wipe|Wipe|b|wipe||", "wipe", 183, "wipe|Wipe|b|wipe||", "b||", 1},
-        {"wipe||", "wipe", 183, "wipe||", "|", 1},
-        {"wipes|wip||", "wipe", 0, "wipes|wip|wipe||", "wipes|wip||", 0},
-        {"a|b|||", "c", 0, "a|b|c||", "a|b|||", 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.before);
-        const std::wstring entry = text(c.entry);
-        set(text(c.before));
-        EXPECT_EQ(BootExecuteIsScheduled(entry.c_str()), c.scheduled);
-        EXPECT_EQ(AddBootExecute(entry.c_str()), c.added);
-        EXPECT_EQ(get(), text(c.afterAdd));
-        EXPECT_EQ(BootExecuteIsScheduled(entry.c_str()), 1);
-        set(text(c.before));
-        EXPECT_EQ(RemoveBootExecute(entry.c_str()), 0);
-        EXPECT_EQ(get(), text(c.afterRemove));
+    for (const auto& [before, entry, code, added, removed] : rows) {
+        set(before);
+        EXPECT_EQ(BootExecuteIsScheduled(entry), code == 0 ? 0 : 1) << before;
+        EXPECT_EQ(AddBootExecute(entry), code);
+        EXPECT_EQ(get(), added);
+        EXPECT_EQ(BootExecuteIsScheduled(entry), 1) << before;
+        set(before);
+        EXPECT_EQ(RemoveBootExecute(entry), 0);
+        EXPECT_EQ(get(), removed);
     }
+    for (const wchar_t* entry : {static_cast<const wchar_t*>(nullptr), L""})
+        EXPECT_EQ(BootExecuteIsScheduled(entry), 0);
 }
 
 TEST_F(BootExecuteTest, NeverTouchesAListThatIsNone)
 {
-    EXPECT_EQ(AddBootExecute(L"x"), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(RemoveBootExecute(L"x"), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(BootExecuteIsScheduled(L"x"), 0);
-    struct Case
-    {
-        const char* list;
-        DWORD type;
-        std::size_t missing;
-    };
-    const Case cases[] = {{"", REG_SZ, 0},
-                          {"x", REG_MULTI_SZ, 0},
-                          {"x|", REG_MULTI_SZ, 0},
-                          {"x|y", REG_MULTI_SZ, 0},
-                          {"x||", REG_MULTI_SZ, 1},
-                          {"|", REG_MULTI_SZ, 1},
-                          {"x||y||", REG_MULTI_SZ, 0},
-                          {"|x|", REG_MULTI_SZ, 0},
-                          {"x||", REG_SZ, 0},
-                          {"x||", REG_EXPAND_SZ, 0},
-                          {"x||", REG_BINARY, 0},
-                          {"xx", REG_DWORD, 0}};
     CountedImport<"RegSetValueExW", decltype(&RegSetValueExW)> writes(sysmaintModule());
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.list << " of type " << c.type << " less " << c.missing);
-        set(text(c.list), c.type, c.missing);
+    const auto expect = [](long code) {
         for (const wchar_t* entry : {L"x", L"y", L"z"}) {
-            EXPECT_EQ(AddBootExecute(entry), ERROR_INVALID_DATA);
-            EXPECT_EQ(RemoveBootExecute(entry), ERROR_INVALID_DATA);
+            EXPECT_EQ(AddBootExecute(entry), code);
+            EXPECT_EQ(RemoveBootExecute(entry), code);
             EXPECT_EQ(BootExecuteIsScheduled(entry), 0);
         }
-    }
-    set(text("x||"));
-    for (const wchar_t* entry : {static_cast<const wchar_t*>(nullptr), L""}) {
-        EXPECT_EQ(AddBootExecute(entry), ERROR_INVALID_PARAMETER);
-        EXPECT_EQ(RemoveBootExecute(entry), ERROR_INVALID_PARAMETER);
-        EXPECT_EQ(BootExecuteIsScheduled(entry), 0);
+    };
+    expect(ERROR_FILE_NOT_FOUND);
+    const std::tuple<const wchar_t*, DWORD, std::size_t> rows[] = {{L"", REG_SZ, 0},
+                                                                   {L"x", REG_MULTI_SZ, 0},
+                                                                   {L"x|", REG_MULTI_SZ, 0},
+                                                                   {L"x|y", REG_MULTI_SZ, 0},
+                                                                   {L"x||", REG_MULTI_SZ, 1},
+                                                                   {L"|", REG_MULTI_SZ, 1},
+                                                                   {L"x||y||", REG_MULTI_SZ, 0},
+                                                                   {L"|x|", REG_MULTI_SZ, 0},
+                                                                   {L"x||", REG_SZ, 0},
+                                                                   {L"x||", REG_EXPAND_SZ, 0},
+                                                                   {L"x||", REG_BINARY, 0},
+                                                                   {L"xx", REG_DWORD, 0}};
+    for (const auto& [list, type, missing] : rows) {
+        SCOPED_TRACE(testing::Message() << list << " of type " << type << " less " << missing);
+        set(list, type, missing);
+        expect(ERROR_INVALID_DATA);
     }
     EXPECT_EQ(writes.calls(), 0);
 }
 
 TEST_F(BootExecuteTest, ReportsTheRegistrysCodeAndClosesTheKey)
 {
-    set(text("x||"));
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
-    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> reads(sysmaintModule());
-    CountedImport<"RegSetValueExW", decltype(&RegSetValueExW)> writes(sysmaintModule());
-    CountedImport<"RegCloseKey", decltype(&RegCloseKey)> closes(sysmaintModule());
-    const auto expect = [&](long code, int scheduled) {
-        EXPECT_EQ(AddBootExecute(L"y"), code);
-        EXPECT_EQ(get(), text("x||"));
-        EXPECT_EQ(BootExecuteIsScheduled(L"x"), scheduled);
-    };
-    opens.failCall(1, ERROR_ACCESS_DENIED, 0);
-    EXPECT_EQ(AddBootExecute(L"y"), ERROR_ACCESS_DENIED);
-    opens.failCall(1, ERROR_ACCESS_DENIED, 0);
-    EXPECT_EQ(BootExecuteIsScheduled(L"x"), 0);
-    opens.failCall(0, 0, 0);
-    closes.reset();
+    set(L"x||");
+    const DWORD handles = processHandleCount();
+    EXPECT_EQ(BootExecuteIsScheduled(L"x"), 1);
+    EXPECT_LE(processHandleCount(), handles);
+    const auto add = [] { require(AddBootExecute(L"y")); };
+    const auto ask = [] { require(BootExecuteIsScheduled(L"x") == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS); };
     for (const long call : {1L, 2L}) {
-        reads.failCall(call, ERROR_KEY_DELETED, 0);
-        expect(ERROR_KEY_DELETED, 1);
+        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_KEY_DELETED, add, call);
+        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_KEY_DELETED, ask, call);
     }
-    writes.failCall(1, ERROR_REGISTRY_IO_FAILED, 0);
-    expect(ERROR_REGISTRY_IO_FAILED, 1);
-    EXPECT_EQ(closes.calls(), 6);
+    expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_ACCESS_DENIED, add);
+    expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_KEY_DELETED, ask);
+    expectFault<"RegSetValueExW">(&RegSetValueExW, ERROR_REGISTRY_IO_FAILED, add);
+    EXPECT_EQ(get(), L"x||");
 }

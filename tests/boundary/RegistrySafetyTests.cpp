@@ -2,167 +2,128 @@
 
 // What deletes and writes goes to the key that was named, however it was named, and to no other.
 
-namespace {
-void setValueOf(HKEY key, const wchar_t* name, const wchar_t* text)
-{
-    RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
-                   static_cast<DWORD>((std::wcslen(text) + 1) * sizeof(wchar_t)));
-}
+using RegistrySafety = Registry;
 
-bool hasKey(HKEY parent, const std::wstring& name)
+namespace {
+/// Makes keys one below the other, one by one, until their path has `length` characters, and opens the last.
+HKEY makeChain(std::wstring& path, std::size_t length)
 {
     HKEY key = nullptr;
-    const LSTATUS status = RegOpenKeyExW(parent, name.c_str(), REG_OPTION_OPEN_LINK, KEY_READ, &key);
-    if (status == ERROR_SUCCESS)
-        RegCloseKey(key);
-    return status == ERROR_SUCCESS;
-}
-
-bool hasValue(HKEY key, const wchar_t* name)
-{
-    return RegQueryValueExW(key, name, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
-}
-
-/// Keys one below the other, made one by one, so that their path has `length` characters.
-class KeyChain
-{
-public:
-    KeyChain(HKEY root, std::size_t length) : path(kRoot)
-    {
-        RegOpenKeyW(root, nullptr, &handle);
-        while (path.size() < length) {
-            std::size_t name = std::min<std::size_t>(255, length - path.size() - 1);
-            if (length - path.size() - 1 - name == 1)
-                --name; // a backslash alone is left otherwise
-            HKEY next = nullptr;
-            EXPECT_EQ(RegCreateKeyW(handle, std::wstring(name, L'k').c_str(), &next), ERROR_SUCCESS);
-            path.append(1, L'\\').append(name, L'k');
-            RegCloseKey(handle);
-            handle = next;
-        }
+    RegOpenKeyW(HKEY_CURRENT_USER, path.c_str(), &key);
+    while (path.size() < length) {
+        std::size_t size = std::min<std::size_t>(255, length - path.size() - 1);
+        if (length - path.size() - 1 - size == 1)
+            --size; // a backslash alone is left otherwise
+        const HKEY parent = key;
+        EXPECT_EQ(RegCreateKeyW(parent, std::wstring(size, L'k').c_str(), &key), ERROR_SUCCESS);
+        RegCloseKey(parent);
+        path.append(1, L'\\').append(size, L'k');
     }
-    KeyChain(const KeyChain&) = delete;
-    KeyChain& operator=(const KeyChain&) = delete;
-    ~KeyChain() { RegCloseKey(handle); }
-
-    std::wstring path;
-    HKEY handle = nullptr;
-};
-
-ValuePtr valueOf(const std::wstring& path, const wchar_t* name)
-{
-    return ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, path.c_str(), name));
-}
-
-KeyPtr keyOf(const std::wstring& path, HKEY root = HKEY_CURRENT_USER)
-{
-    return KeyPtr(DllGetRegistryKey(root, path.c_str()));
+    return key;
 }
 } // namespace
 
-TEST(RegistrySafety, PathsLongerThanOneCallTakes)
+TEST_F(RegistrySafety, PathsLongerThanOneCallTakes)
 {
     // Of the parent: around the longest step, around what one call takes, around 65,536 and 131,072.
-    const std::size_t lengths[] = {16376, 16377, 16378, 32757, 32758, 32759, 32760, 32766,
-                                   32767, 32768, 49155, 65529, 65530, 65536, 65540, 131072};
-    for (const std::size_t length : lengths) {
+    for (const std::size_t length : {16376, 16377, 16378, 32757, 32758, 32759, 32760, 32766, 32767, 32768,
+                                     49155, 65529, 65530, 65536, 65540, 131072}) {
         SCOPED_TRACE(length);
-        const TestKey root;
-        const KeyChain parent(root.handle, length);
-        ASSERT_EQ(parent.path.size(), length);
-        setValueOf(parent.handle, L"v", L"parent's");
-        for (const wchar_t* name : {L"twin", L"found"})
-            RegSetKeyValueW(parent.handle, name, L"v", REG_SZ, L"its own", 16);
-        const std::wstring leaf = parent.path + L"\\victim";
+        RegDeleteTreeW(root, nullptr);
+        std::wstring path = kRoot;
+        const HKEY parent = makeChain(path, length);
+        ASSERT_EQ(path.size(), length);
+        for (const wchar_t* key : {static_cast<const wchar_t*>(nullptr), L"twin", L"found"})
+            RegSetKeyValueW(parent, key, L"v", REG_BINARY, "old", 3);
+        const std::wstring leaf = path + L"\\victim";
 
         EXPECT_EQ(keyOf(leaf)->exists(), 0);
         EXPECT_EQ(codeOf([&] { keyOf(leaf)->deleteItem(); }), ERROR_FILE_NOT_FOUND);
         EXPECT_EQ(codeOf([&] { valueOf(leaf, L"v")->deleteItem(); }), ERROR_FILE_NOT_FOUND);
-        EXPECT_TRUE(hasValue(parent.handle, L"v"));
         keyOf(leaf + L"\\below")->create();
-        EXPECT_TRUE(hasKey(parent.handle, L"victim\\below"));
-        valueOf(leaf, L"v")->setValue(REG_SZ, L"leaf's", 14);
+        EXPECT_TRUE(hasKey(parent, L"victim\\below"));
+        valueOf(leaf, L"v")->setValue(REG_BINARY, "new", 3);
         EXPECT_NE(keyOf(leaf)->exists(), 0);
-        unsigned long size = 0;
-        EXPECT_STREQ(static_cast<const wchar_t*>(valueOf(leaf, L"v")->getData(size)), L"leaf's");
-        EXPECT_STREQ(static_cast<const wchar_t*>(valueOf(parent.path, L"v")->getData(size)), L"parent's");
+        EXPECT_EQ(dataOf(*valueOf(leaf, L"v")), "new");
+        EXPECT_EQ(dataOf(*valueOf(path, L"v")), "old");
         valueOf(leaf, L"v")->deleteItem();
         EXPECT_EQ(valueOf(leaf, L"v")->exists(), 0);
 
-        Collector collector;
-        const TestRegistryEngine engine(collector);
         SharedPtr<ScanItem> found;
         collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
             if (std::wstring_view(item->getPath()).ends_with(L"\\found"))
                 found = item;
         };
-        ASSERT_EQ(engine.scan(), ERROR_SUCCESS);
-        const std::wstring full = L"HKEY_CURRENT_USER\\" + parent.path;
+        ASSERT_EQ(scan(), ERROR_SUCCESS);
         for (const wchar_t* name : {L"\\victim\\below", L"\\twin\\v", L"\\found\\v", L"\\v"})
-            EXPECT_EQ(collector.paths[full + name], 1) << name;
+            EXPECT_EQ(collector.paths[std::wstring(L"HKEY_CURRENT_USER\\").append(path).append(name)], 1)
+                << name;
         ASSERT_TRUE(found);
         dynamic_cast<IRegistryKey&>(*found).deleteItem();
-        EXPECT_FALSE(hasKey(parent.handle, L"found"));
-        EXPECT_TRUE(hasKey(parent.handle, L"victim\\below"));
+        EXPECT_FALSE(hasKey(parent, L"found"));
+        EXPECT_TRUE(hasKey(parent, L"victim\\below"));
         keyOf(leaf + L"\\")->deleteItem();
-        EXPECT_FALSE(hasKey(parent.handle, L"victim"));
-        EXPECT_TRUE(hasKey(parent.handle, L"twin"));
-        EXPECT_TRUE(hasValue(parent.handle, L"v"));
+        EXPECT_FALSE(hasKey(parent, L"victim"));
+        EXPECT_TRUE(hasKey(parent, L"twin"));
+        EXPECT_TRUE(hasValue(parent, L"", L"v"));
+        RegCloseKey(parent);
     }
-
-    // Backslashes count as one, however many there are; alone they name nothing.
-    const TestKey root;
-    root.addKey(L"a\\b");
-    keyOf(kRoot + L"\\a" + std::wstring(40000, L'\\') + L"b" + std::wstring(40000, L'\\'))->deleteItem();
-    EXPECT_TRUE(hasKey(root.handle, L"a"));
-    EXPECT_FALSE(hasKey(root.handle, L"a\\b"));
-    const std::wstring nothing(40000, L'\\');
-    EXPECT_EQ(codeOf([&] { keyOf(nothing, root.handle)->deleteItem(); }), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(codeOf([&] { static_cast<void>(keyOf(nothing, root.handle)->exists()); }), ERROR_BAD_PATHNAME);
 }
 
-TEST(RegistrySafety, NamesThatTheRegistryDoesNotTake)
+TEST_F(RegistrySafety, NamesThatTheRegistryDoesNotTake)
 {
-    const TestKey root;
-    root.addKey(std::wstring(255, L'k') + L"\\below");
-    root.addValue(std::wstring(16383, L'v'));
-    const std::wstring longest = kRoot + L"\\" + std::wstring(255, L'k');
+    const std::wstring longKey(255, L'k');
+    const std::wstring longValue(16383, L'v');
+    addKey(longKey + L"\\below");
+    addValue(longValue);
+    const std::wstring longest = kRoot + L"\\" + longKey;
     EXPECT_NE(keyOf(longest + L"\\below")->exists(), 0);
-    for (const std::wstring& path :
-         {longest + L"k", longest + L"k\\below", std::wstring(longest).append(L"\\").append(300, L'k'),
-          std::wstring(40000, L'k'), kRoot + L"\\" + std::wstring(70000, L'k')}) {
-        const KeyPtr key = keyOf(path);
-        const ValuePtr value = valueOf(path, L"v");
+    const std::pair<std::wstring, std::wstring> rows[] = {
+        {longest + L"k", L"v"},
+        {longest + L"k\\below", L"v"},
+        {std::wstring(longest).append(L"\\").append(300, L'k'), L"v"},
+        {std::wstring(40000, L'k'), L"v"},
+        {kRoot + L"\\" + std::wstring(70000, L'k'), L"v"},
+        {kRoot, std::wstring(16384, L'v')},
+        {kRoot, std::wstring(32767, L'v')},
+        {kRoot, std::wstring(65536 + 16383, L'v')},
+    };
+    for (const auto& row : rows) {
+        const KeyPtr key = keyOf(row.first);
+        const ValuePtr value = valueOf(row.first, row.second);
+        for (const auto& operation : std::vector<std::function<void()>>{
+                 [&] { value->create(); }, [&] { value->setValue(REG_SZ, L"", 2); },
+                 [&] { value->deleteItem(); }, [&] { static_cast<void>(value->exists()); },
+                 [&] { dataOf(*valueOf(row.first, row.second)); },
+                 [&] { valueOf(row.first, row.second)->getValueType(); }})
+            EXPECT_EQ(codeOf(operation), ERROR_FILENAME_EXCED_RANGE) << row.first.size();
+        if (row.first == kRoot)
+            continue;
         for (const unsigned long code :
              {codeOf([&] { key->create(); }), codeOf([&] { key->deleteItem(); }),
-              codeOf([&] { static_cast<void>(key->exists()); }), codeOf([&] { value->create(); }),
-              codeOf([&] { value->deleteItem(); })})
-            EXPECT_EQ(code, ERROR_FILENAME_EXCED_RANGE) << path.size();
-        Collector collector;
-        EXPECT_EQ(TestRegistryEngine(collector).scan(1, nullptr, path.c_str()), ERROR_FILENAME_EXCED_RANGE);
+              codeOf([&] { return key->exists(); }), codeOf([&] { require(scan(row.first, 1)); })})
+            EXPECT_EQ(code, ERROR_FILENAME_EXCED_RANGE) << row.first.size();
     }
-    for (const std::size_t length : {16384, 32767, 65536 + 16383}) {
-        const ValuePtr value = valueOf(kRoot, std::wstring(length, L'v').c_str());
-        unsigned long size = 0;
-        for (const unsigned long code :
-             {codeOf([&] { value->create(); }), codeOf([&] { value->setValue(REG_SZ, L"", 2); }),
-              codeOf([&] { value->deleteItem(); }), codeOf([&] { static_cast<void>(value->exists()); }),
-              codeOf([&] { valueOf(kRoot, value->getName())->getData(size); }),
-              codeOf([&] { static_cast<void>(valueOf(kRoot, value->getName())->getValueType()); })})
-            EXPECT_EQ(code, ERROR_FILENAME_EXCED_RANGE) << length;
-    }
-    EXPECT_TRUE(hasKey(root.handle, std::wstring(255, L'k') + L"\\below"));
-    EXPECT_TRUE(hasValue(root.handle, std::wstring(16383, L'v').c_str()));
+    EXPECT_TRUE(hasKey(root, longKey + L"\\below"));
+    EXPECT_TRUE(hasValue(root, L"", longValue.c_str()));
+
+    // Backslashes count as one, however many there are; alone they name nothing.
+    const std::wstring backslashes(40000, L'\\');
+    addKey(L"a\\b");
+    keyOf(kRoot + L"\\a" + backslashes + L"b" + backslashes)->deleteItem();
+    EXPECT_TRUE(hasKey(root, L"a"));
+    EXPECT_FALSE(hasKey(root, L"a\\b"));
+    EXPECT_EQ(codeOf([&] { keyOf(backslashes, root)->deleteItem(); }), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(codeOf([&] { return keyOf(backslashes, root)->exists(); }), ERROR_BAD_PATHNAME);
 
     // What an item shows is what it works on, also after a stream that ended too early.
-    root.addKey(L"shown");
-    const KeyPtr item = keyOf(kRoot + L"\\shown");
-    EXPECT_EQ(item->getPath(), kFull + L"\\shown");
+    const KeyPtr item = keyOf(kRoot + L"\\a");
+    EXPECT_EQ(item->getPath(), kFull + L"\\a");
     MemoryOutputByteStream stored;
     keyOf(kRoot + L"\\other")->dump(kStateAll, stored);
     MemoryInputByteStream cut(stored.getData(), stored.getSize() - 5);
     EXPECT_EQ(codeOf([&] { item->load(kStateAll, cut); }), ERROR_READ_FAULT);
-    EXPECT_EQ(item->exists(), item->getPath() == kFull + L"\\shown" ? 1 : 0);
+    EXPECT_EQ(item->exists(), item->getPath() == kFull + L"\\a" ? 1 : 0);
 }
 
 namespace {
@@ -172,7 +133,7 @@ const std::wstring kClasses = L"Software\\Classes\\";
 bool isMerged(HKEY key)
 {
     const auto number = reinterpret_cast<std::intptr_t>(key);
-    return number > 0 && (number & 2) != 0;
+    return key == HKEY_CLASSES_ROOT || (number > 0 && (number & 2) != 0);
 }
 
 HKEY merged(HKEY key)
@@ -185,167 +146,145 @@ HKEY merged(HKEY key)
 class MergedClasses
 {
 public:
-    MergedClasses() : m_opens(sysmaintModule()), m_lists(sysmaintModule())
+    MergedClasses()
     {
-        m_opens.setHook(
-            [](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
-                LSTATUS status = ERROR_FILE_NOT_FOUND;
-                if (key == HKEY_CLASSES_ROOT) {
-                    for (const HKEY hive : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE})
-                        if (status != ERROR_SUCCESS)
-                            status = original(hive, (kClasses + path).c_str(), options, access, opened);
-                } else {
-                    status = original(key, path, options, access, opened);
-                    if (status != ERROR_SUCCESS && isMerged(key))
-                        status = original(otherHive(key), (otherPath(key) + L"\\" + path).c_str(), options,
-                                          access, opened);
-                }
-                if (status == ERROR_SUCCESS && (key == HKEY_CLASSES_ROOT || isMerged(key)))
-                    *opened = merged(*opened);
-                return status;
-            });
-        m_lists.setHook([](auto original, HKEY key, DWORD index, LPWSTR name, LPDWORD length, auto... rest) {
-            LSTATUS status = original(key, index, name, length, rest...);
-            HKEY other = nullptr;
-            if (status == ERROR_NO_MORE_ITEMS && isMerged(key) &&
-                RegOpenKeyW(otherHive(key), otherPath(key).c_str(), &other) == ERROR_SUCCESS) {
+        m_opens.setHook([](auto original, HKEY key, LPCWSTR path, auto options, auto access, PHKEY opened) {
+            if (!isMerged(key))
+                return original(key, path, options, access, opened);
+            const std::wstring below = pathOf(key) + path;
+            LSTATUS status = original(HKEY_CURRENT_USER, below.c_str(), options, access, opened);
+            if (status != ERROR_SUCCESS)
+                status = original(HKEY_LOCAL_MACHINE, below.c_str(), options, access, opened);
+            *opened = status == ERROR_SUCCESS ? merged(*opened) : nullptr;
+            return status;
+        });
+        m_lists.setHook([](auto original, HKEY key, DWORD index, auto... rest) {
+            LSTATUS status = isMerged(key) ? ERROR_NO_MORE_ITEMS : original(key, index, rest...);
+            for (const HKEY hive : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE}) {
+                HKEY part = nullptr;
                 DWORD count = 0;
-                RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
+                if (status != ERROR_NO_MORE_ITEMS || !isMerged(key) ||
+                    RegOpenKeyW(hive, pathOf(key).c_str(), &part) != ERROR_SUCCESS)
+                    continue;
+                status = original(part, index, rest...);
+                RegQueryInfoKeyW(part, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
                                  nullptr, nullptr, nullptr);
-                status = original(other, index - count, name, length, rest...);
-                RegCloseKey(other);
+                index -= count;
+                RegCloseKey(part);
             }
             return status;
         });
     }
 
 private:
-    static HKEY otherHive(HKEY key)
-    {
-        return keyName(key).find(L"\\Machine\\") != std::wstring::npos ? HKEY_CURRENT_USER
-                                                                       : HKEY_LOCAL_MACHINE;
-    }
-    static std::wstring otherPath(HKEY key)
+    static std::wstring pathOf(HKEY key)
     {
         const std::wstring name = keyName(key);
-        return L"Software" + name.substr(name.find(L"\\Classes"));
+        return key == HKEY_CLASSES_ROOT ? kClasses
+                                        : L"Software" + name.substr(name.find(L"\\Classes")) + L"\\";
     }
 
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> m_opens;
-    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> m_lists;
+    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> m_opens{sysmaintModule()};
+    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> m_lists{sysmaintModule()};
 };
 
-/// The tests' class in one hive, as letters: k the key, c and n sub-keys, v and w values.
+/// The key that a letter stands for in the state of the tests' class: k the class, c and n its sub-keys.
+std::wstring classKey(char letter)
+{
+    const std::wstring below = std::wstring(1, L'\\') + static_cast<wchar_t>(letter) + L"\\deep";
+    return kClasses + kClass + (letter == 'k' ? L"" : below);
+}
+
+/// Makes the class in one hive; v and w are values.
 void makeClass(HKEY hive, const std::string& state)
 {
-    RegDeleteTreeW(hive, (kClasses + kClass).c_str());
+    RegDeleteTreeW(hive, classKey('k').c_str());
     for (const char letter : state) {
         const std::wstring name(1, static_cast<wchar_t>(letter));
-        if (letter == 'v' || letter == 'w') {
-            RegSetKeyValueW(hive, (kClasses + kClass).c_str(), name.c_str(), REG_SZ, L"", 2);
-            continue;
-        }
         HKEY key = nullptr;
-        const std::wstring below = letter == 'k' ? L"" : L"\\" + name + L"\\deep";
-        RegCreateKeyW(hive, std::wstring(kClasses).append(kClass).append(below).c_str(), &key);
-        RegCloseKey(key);
+        if (letter == 'v' || letter == 'w')
+            RegSetKeyValueW(hive, classKey('k').c_str(), name.c_str(), REG_SZ, nullptr, 0);
+        else if (RegCreateKeyW(hive, classKey(letter).c_str(), &key) == ERROR_SUCCESS)
+            RegCloseKey(key);
     }
 }
 
 std::string classState(HKEY hive)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyW(hive, (kClasses + kClass).c_str(), &key) != ERROR_SUCCESS)
-        return "";
-    std::string state = "k";
-    if (hasKey(key, L"c\\deep"))
-        state += 'c';
-    if (hasKey(key, L"n"))
-        state += 'n';
-    for (const wchar_t* name : {L"v", L"w"})
-        if (hasValue(key, name))
-            state += static_cast<char>(*name);
-    RegCloseKey(key);
+    std::string state;
+    for (const char letter : {'k', 'c', 'n'})
+        if (hasKey(hive, classKey(letter)))
+            state += letter;
+    for (const char letter : {'v', 'w'})
+        if (hasValue(hive, classKey('k'), std::wstring(1, static_cast<wchar_t>(letter)).c_str()))
+            state += letter;
     return state;
 }
 } // namespace
 
-TEST(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
+TEST_F(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
 {
-    const TestKey root;
     const MergedClasses view;
     HKEY classes = nullptr;
     ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, L"Software\\Classes", &classes), ERROR_SUCCESS);
-    const auto value = [](const wchar_t* name) {
-        return ValuePtr(DllGetRegistryValue(HKEY_CLASSES_ROOT, kClass.c_str(), name));
+    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+        if (std::wstring_view(item->getPath()).ends_with(L"\\v"))
+            dynamic_cast<IRegistryValue&>(*item).deleteItem();
     };
-    const std::function<void()> deleteKey = [] { keyOf(kClass, HKEY_CLASSES_ROOT)->deleteItem(); };
-    const std::function<void()> deleteSlashed = [] {
-        keyOf(L"\\" + kClass + L"\\", HKEY_CLASSES_ROOT)->deleteItem();
-    };
-    const std::function<void()> deleteByHandle = [&] { keyOf(kClass, merged(classes))->deleteItem(); };
-    const std::function<void()> deleteValue = [&] { value(L"v")->deleteItem(); };
-    const std::function<void()> setValue = [&] { value(L"w")->setValue(REG_SZ, L"", 2); };
-    const std::function<void()> createKey = [] { keyOf(kClass + L"\\n\\m", HKEY_CLASSES_ROOT)->create(); };
-    const std::function<void()> deleteAlone = [&] {
-        CountedImport<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> sessions(
-            sysmaintModule());
-        sessions.failCall(1, 0xFFFFFFFF, 0);
-        deleteKey();
-    };
-    const std::function<void()> deleteFound = [&] {
-        Collector collector;
-        collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
-            if (std::wstring_view(item->getPath()).ends_with(L"\\v"))
-                dynamic_cast<IRegistryValue&>(*item).deleteItem();
-        };
-        const TestRegistryEngine engine(collector);
-        RSEngineAddPath(engine.handle, HKEY_CLASSES_ROOT, kClass.c_str());
-        EXPECT_EQ(RSEngineScan(engine.handle, nullptr, everything(), {}), ERROR_SUCCESS);
+    const std::map<std::string, std::function<void()>> operations = {
+        {"key", [] { keyOf(kClass, HKEY_CLASSES_ROOT)->deleteItem(); }},
+        {"backslashes", [] { keyOf(L"\\" + kClass + L"\\", HKEY_CLASSES_ROOT)->deleteItem(); }},
+        {"own handle", [&] { keyOf(kClass, merged(classes))->deleteItem(); }},
+        {"value", [] { valueOf(kClass, L"v", HKEY_CLASSES_ROOT)->deleteItem(); }},
+        {"set", [] { valueOf(kClass, L"w", HKEY_CLASSES_ROOT)->setValue(REG_SZ, L"", 2); }},
+        {"create", [] { keyOf(kClass + L"\\n\\deep", HKEY_CLASSES_ROOT)->create(); }},
+        {"nobody logged on",
+         [] {
+             CountedImport<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> sessions(
+                 sysmaintModule());
+             sessions.failCall(1, 0xFFFFFFFF, 0);
+             keyOf(kClass, HKEY_CLASSES_ROOT)->deleteItem();
+         }},
+        {"found value",
+         [&] {
+             RSEngineAddPath(engine, HKEY_CLASSES_ROOT, kClass.c_str());
+             EXPECT_EQ(scanAdded(), ERROR_SUCCESS);
+         }},
     };
     const unsigned long both = ERROR_NOT_SUPPORTED;
     const unsigned long missing = ERROR_FILE_NOT_FOUND;
-    const struct
-    {
-        const char* name;
-        const std::function<void()>& operation;
-        const char* user;
-        const char* machine;
-        unsigned long code;
-        const char* userAfter;
-        const char* machineAfter;
-    } rows[] = {
-        {"key", deleteKey, "kcv", "", 0, "", ""},
-        {"key", deleteKey, "", "kcv", 0, "", ""},
-        {"key", deleteKey, "k", "kcv", both, "k", "kcv"},
-        {"key", deleteKey, "kcv", "kcv", both, "kcv", "kcv"},
-        {"key", deleteKey, "", "", missing, "", ""},
-        {"backslashes", deleteSlashed, "kcv", "kcv", both, "kcv", "kcv"},
-        {"backslashes", deleteSlashed, "", "kcv", 0, "", ""},
-        {"own handle", deleteByHandle, "kcv", "kcv", 0, "", "kcv"},
-        {"nobody logged on", deleteAlone, "kcv", "kcv", 0, "kcv", ""},
-        {"value", deleteValue, "kcv", "kc", 0, "kc", "kc"},
-        {"value", deleteValue, "kc", "kcv", 0, "kc", "kc"},
-        {"value", deleteValue, "", "kcv", 0, "", "kc"},
-        {"value", deleteValue, "kcv", "kcv", both, "kcv", "kcv"},
-        {"value", deleteValue, "kc", "kc", missing, "kc", "kc"},
-        {"found value", deleteFound, "kcv", "k", 0, "kc", "k"},
-        {"set", setValue, "k", "k", 0, "kw", "k"},
-        {"set", setValue, "k", "", 0, "kw", ""},
-        {"set", setValue, "", "k", 0, "", "kw"},
-        {"set", setValue, "", "", missing, "", ""},
-        {"create", createKey, "k", "k", 0, "kn", "k"},
-        {"create", createKey, "k", "", 0, "kn", ""},
-        {"create", createKey, "", "k", 0, "", "kn"},
-        {"create", createKey, "", "", 0, "", "kn"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.name << ": " << row.user << ", " << row.machine);
-        makeClass(HKEY_CURRENT_USER, row.user);
-        makeClass(HKEY_LOCAL_MACHINE, row.machine);
-        EXPECT_EQ(codeOf(row.operation), row.code);
-        EXPECT_EQ(classState(HKEY_CURRENT_USER), row.userAfter);
-        EXPECT_EQ(classState(HKEY_LOCAL_MACHINE), row.machineAfter);
+    // operation, what the user's and the machine's hive hold, code, what they hold then
+    const std::tuple<const char*, const char*, const char*, unsigned long, const char*, const char*> rows[] =
+        {{"key", "kcv", "", 0, "", ""},
+         {"key", "", "kcv", 0, "", ""},
+         {"key", "k", "kcv", both, "k", "kcv"},
+         {"key", "kcv", "kcv", both, "kcv", "kcv"},
+         {"key", "", "", missing, "", ""},
+         {"backslashes", "kcv", "kcv", both, "kcv", "kcv"},
+         {"backslashes", "", "kcv", 0, "", ""},
+         {"own handle", "kcv", "kcv", 0, "", "kcv"},
+         {"nobody logged on", "kcv", "kcv", 0, "kcv", ""},
+         {"value", "kcv", "kc", 0, "kc", "kc"},
+         {"value", "kc", "kcv", 0, "kc", "kc"},
+         {"value", "", "kcv", 0, "", "kc"},
+         {"value", "kcv", "kcv", both, "kcv", "kcv"},
+         {"value", "kc", "kc", missing, "kc", "kc"},
+         {"found value", "kcv", "k", 0, "kc", "k"},
+         {"set", "k", "k", 0, "kw", "k"},
+         {"set", "k", "", 0, "kw", ""},
+         {"set", "", "k", 0, "", "kw"},
+         {"set", "", "", missing, "", ""},
+         {"create", "k", "k", 0, "kn", "k"},
+         {"create", "k", "", 0, "kn", ""},
+         {"create", "", "k", 0, "", "kn"},
+         {"create", "", "", 0, "", "kn"}};
+    for (const auto& [name, user, machine, code, userAfter, machineAfter] : rows) {
+        SCOPED_TRACE(testing::Message() << name << ": " << user << ", " << machine);
+        makeClass(HKEY_CURRENT_USER, user);
+        makeClass(HKEY_LOCAL_MACHINE, machine);
+        EXPECT_EQ(codeOf(operations.at(name)), code);
+        EXPECT_EQ(classState(HKEY_CURRENT_USER), userAfter);
+        EXPECT_EQ(classState(HKEY_LOCAL_MACHINE), machineAfter);
     }
     for (const HKEY hive : {HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE})
         makeClass(hive, "");
@@ -353,11 +292,10 @@ TEST(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
 }
 
 // Keys whose opening gives a handle of everybody's, which stands for something else.
-TEST(RegistrySafety, KeysThatStandForPerformanceData)
+TEST_F(RegistrySafety, KeysThatStandForPerformanceData)
 {
-    const TestKey root;
-    root.addKey(L"perf\\009");
-    root.addKey(L"perf\\other");
+    addKey(L"perf\\009");
+    addKey(L"perf\\other");
     CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
     opens.setHook([](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
         if (!std::wstring_view(path).ends_with(L"009"))
@@ -370,29 +308,22 @@ TEST(RegistrySafety, KeysThatStandForPerformanceData)
         EXPECT_NE(key, HKEY_PERFORMANCE_TEXT);
         return original(key);
     });
-    Collector collector;
-    const TestRegistryEngine engine(collector);
-    EXPECT_EQ(engine.scan(), ERROR_SUCCESS);
-    EXPECT_EQ(collector.paths.size(), 3U);
+    EXPECT_EQ(scan(), ERROR_SUCCESS);
+    expectFound({L"perf", L"perf\\009", L"perf\\other"});
     const std::wstring path = kRoot + L"\\perf\\009";
-    EXPECT_EQ(engine.scan(9, nullptr, path.c_str()), ERROR_SUCCESS);
+    EXPECT_EQ(scan(path), ERROR_SUCCESS);
     for (const unsigned long code :
-         {codeOf([&] { keyOf(path)->deleteItem(); }), codeOf([&] { keyOf(kRoot + L"\\perf")->deleteItem(); }),
+         {codeOf([&] { keyOf(path)->deleteItem(); }), codeOf([] { keyOf(kRoot + L"\\perf")->deleteItem(); }),
           codeOf([&] { valueOf(path, L"v")->deleteItem(); }), codeOf([&] { valueOf(path, L"v")->create(); })})
         EXPECT_EQ(code, ERROR_NOT_SUPPORTED);
-    EXPECT_TRUE(hasKey(root.handle, L"perf\\009"));
+    EXPECT_TRUE(hasKey(root, L"perf\\009"));
 
     // The system's own, and the whole hive that they are in; a whole hive is no stand-in.
-    const wchar_t* const real = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\Perflib";
+    const std::wstring real = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\Perflib";
     opens.setHook(nullptr);
-    RSEngineClear(engine.handle);
-    RSEngineAddPath(engine.handle, HKEY_LOCAL_MACHINE, real);
-    RSEngineAddPath(engine.handle, HKEY_LOCAL_MACHINE, L"");
-    ScanOptions options;
-    options.depthGiven = 1;
-    options.depth = 3;
-    collector.paths.clear();
-    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, everything(), options), ERROR_SUCCESS);
-    EXPECT_EQ(collector.paths[std::wstring(L"HKEY_LOCAL_MACHINE\\") + real + L"\\009"], 1);
+    RSEngineAddPath(engine, HKEY_LOCAL_MACHINE, real.c_str());
+    RSEngineAddPath(engine, HKEY_LOCAL_MACHINE, L"");
+    EXPECT_EQ(scanAdded(3), ERROR_SUCCESS);
+    EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\" + real + L"\\009"], 1);
     EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\Software\\Microsoft"], 1);
 }

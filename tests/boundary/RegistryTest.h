@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <sddl.h>
 #include <winternl.h>
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
@@ -21,31 +20,97 @@ NTSTATUS NTAPI NtQueryKey(HANDLE, int, PVOID, ULONG, PULONG);
 }
 
 inline const std::wstring kRoot = L"Software\\sysmaint-test";
+inline const std::wstring kFull = L"HKEY_CURRENT_USER\\" + kRoot;
+using KeyPtr = std::unique_ptr<IRegistryKey>;
+using ValuePtr = std::unique_ptr<IRegistryValue>;
 
-constexpr int KeyNameInformation = 3; // NOLINT(readability-identifier-naming): the system's name
+inline KeyPtr keyOf(const std::wstring& path, HKEY root = HKEY_CURRENT_USER)
+{
+    return KeyPtr(DllGetRegistryKey(root, path.c_str()));
+}
+
+inline ValuePtr valueOf(const std::wstring& path, const std::wstring& name, HKEY root = HKEY_CURRENT_USER)
+{
+    return ValuePtr(DllGetRegistryValue(root, path.c_str(), name.c_str()));
+}
+
+inline std::string dataOf(IRegistryValue& value)
+{
+    unsigned long size = 0;
+    const void* data = value.getData(size);
+    return {static_cast<const char*>(data), size};
+}
+
+inline bool hasKey(HKEY parent, const std::wstring& name)
+{
+    HKEY key = nullptr;
+    return RegOpenKeyExW(parent, name.c_str(), REG_OPTION_OPEN_LINK, KEY_READ, &key) == ERROR_SUCCESS &&
+           RegCloseKey(key) == ERROR_SUCCESS;
+}
+
+inline bool hasValue(HKEY parent, const std::wstring& key, const wchar_t* name)
+{
+    return RegGetValueW(parent, key.c_str(), name, RRF_RT_ANY, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+}
+
+/// A security descriptor from its text.
+inline std::shared_ptr<void> descriptorOf(const wchar_t* text)
+{
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(text, SDDL_REVISION_1, &descriptor, nullptr);
+    return {descriptor, LocalFree};
+}
 
 /// The whole name of a key, as the registry knows it.
 inline std::wstring keyName(HANDLE key)
 {
+    constexpr int kNameInformation = 3;
     static thread_local std::vector<wchar_t> name(200000);
     ULONG length = 0;
-    if (NtQueryKey(key, KeyNameInformation, name.data(), static_cast<ULONG>(name.size() * 2), &length) != 0)
+    if (NtQueryKey(key, kNameInformation, name.data(), static_cast<ULONG>(name.size() * 2), &length) != 0)
         return {};
     return {name.data() + 2, *reinterpret_cast<const ULONG*>(name.data()) / sizeof(wchar_t)};
+}
+
+inline bool isImpersonating()
+{
+    HANDLE token = nullptr;
+    return OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) && CloseHandle(token);
+}
+
+/// Raises a code as items raise theirs.
+inline void require(long code)
+{
+    if (code != ERROR_SUCCESS)
+        throw Exception("test", static_cast<unsigned long>(code));
+}
+
+/// Makes call `number` of one import of the DLL fail with `code`: `operation` raises it, no handle stays open
+/// and nobody stays impersonated.
+template <ImportName Name, class Function, class Operation>
+void expectFault(Function, DWORD code, Operation&& operation, long number = 1)
+{
+    using Import = CountedImport<Name, Function>;
+    typename Import::Value failure{};
+    if constexpr (std::is_same_v<decltype(failure), LSTATUS>)
+        failure = static_cast<LSTATUS>(code); // the registry's functions return it
+    else if constexpr (std::is_same_v<decltype(failure), DWORD>)
+        failure = 0xFFFFFFFF;
+    const DWORD handles = processHandleCount();
+    {
+        Import import(sysmaintModule());
+        import.failCall(number, failure, code);
+        EXPECT_EQ(codeOf(operation), code) << Name.text << " " << number;
+        EXPECT_GE(import.calls(), number) << Name.text;
+    }
+    EXPECT_FALSE(isImpersonating()) << Name.text << " " << number;
+    EXPECT_LE(processHandleCount(), handles) << Name.text << " " << number;
 }
 
 /// Refuses what the DLL would delete outside the tests' own keys: a failing test must not take the prefix's
 /// registry along.
 class ScratchGuard
 {
-public:
-    ScratchGuard()
-        : m_keys(sysmaintModule(), "NtDeleteKey", reinterpret_cast<void*>(&deleteKey)),
-          m_values(sysmaintModule(), "RegDeleteValueW", reinterpret_cast<void*>(&deleteValue))
-    {
-    }
-
-private:
     static bool isScratch(HANDLE key) { return keyName(key).find(L"\\sysmaint-test") != std::wstring::npos; }
     static NTSTATUS NTAPI deleteKey(HANDLE key)
     {
@@ -56,69 +121,84 @@ private:
         return isScratch(key) ? RegDeleteValueW(key, name) : ERROR_ACCESS_DENIED;
     }
 
-    const ImportReplacement m_keys;
-    const ImportReplacement m_values;
+    const ImportReplacement m_keys{sysmaintModule(), "NtDeleteKey", reinterpret_cast<void*>(&deleteKey)};
+    const ImportReplacement m_values{sysmaintModule(), "RegDeleteValueW",
+                                     reinterpret_cast<void*>(&deleteValue)};
 };
 
-/// The test's own key, empty at the beginning and gone at the end.
-class TestKey
+/// A key of the tests' own, empty at the beginning and gone at the end, and an engine to scan it.
+class Registry : public testing::Test
 {
-public:
-    TestKey()
+protected:
+    Registry()
     {
         RegDeleteTreeW(HKEY_CURRENT_USER, kRoot.c_str());
-        RegCreateKeyW(HKEY_CURRENT_USER, kRoot.c_str(), &handle);
+        RegCreateKeyW(HKEY_CURRENT_USER, kRoot.c_str(), &root);
+        RSEngineRegisterHandler(engine, collector, kContainerFound, 0, 0);
+        RSEngineRegisterHandler(engine, collector, kLeafFound, 0, 0);
     }
-    TestKey(const TestKey&) = delete;
-    TestKey& operator=(const TestKey&) = delete;
-    ~TestKey()
+    ~Registry() override
     {
-        RegCloseKey(handle);
+        CloseRegistryScanEngine(engine);
+        RegCloseKey(root);
         RegDeleteTreeW(HKEY_CURRENT_USER, kRoot.c_str());
     }
+
     void addKey(const std::wstring& name) const
     {
         HKEY key = nullptr;
-        ASSERT_EQ(RegCreateKeyW(handle, name.c_str(), &key), ERROR_SUCCESS);
+        ASSERT_EQ(RegCreateKeyW(root, name.c_str(), &key), ERROR_SUCCESS);
         RegCloseKey(key);
     }
-    void addValue(const std::wstring& name, DWORD type = REG_SZ, const std::string& data = "") const
+    /// Adds a value to a key below the tests' own, which is made if it is not there.
+    void addValue(const std::wstring& name, const std::string& data = "", const wchar_t* key = nullptr) const
     {
-        ASSERT_EQ(RegSetValueExW(handle, name.c_str(), 0, type, reinterpret_cast<const BYTE*>(data.data()),
-                                 static_cast<DWORD>(data.size())),
-                  ERROR_SUCCESS);
+        ASSERT_EQ(RegSetKeyValueW(root, key, name.c_str(), REG_BINARY, data.data(), DWORD(data.size())), 0);
     }
-    HKEY handle = nullptr;
+    void addLink(const wchar_t* name, const std::wstring& target) const
+    {
+        HKEY link = nullptr;
+        ASSERT_EQ(RegCreateKeyExW(root, name, 0, nullptr, REG_OPTION_CREATE_LINK,
+                                  KEY_ALL_ACCESS | KEY_CREATE_LINK, nullptr, &link, nullptr),
+                  ERROR_SUCCESS);
+        EXPECT_EQ(RegSetKeyValueW(link, nullptr, L"SymbolicLinkValue", REG_LINK, target.data(),
+                                  static_cast<DWORD>(target.size() * sizeof(wchar_t))),
+                  ERROR_SUCCESS);
+        RegCloseKey(link);
+    }
+
+    /// Scans one path and lets go of it.
+    long scan(const std::wstring& path = kRoot, unsigned depth = 65535, HANDLE cancelEvent = nullptr)
+    {
+        long code = RSEngineAddPath(engine, HKEY_CURRENT_USER, path.c_str());
+        if (code == ERROR_SUCCESS)
+            code = scanAdded(depth, cancelEvent);
+        RSEngineClear(engine);
+        return code;
+    }
+    /// Scans what was added to the engine.
+    long scanAdded(unsigned depth = 65535, HANDLE cancelEvent = nullptr)
+    {
+        collector.paths.clear();
+        collector.calls = 0;
+        ScanOptions options;
+        options.depthGiven = 1;
+        options.depth = static_cast<std::uint16_t>(depth);
+        return RSEngineScan(engine, cancelEvent, everything(), options);
+    }
+    /// The last scan told of these below the tests' own key once each, and of nothing else.
+    void expectFound(const std::vector<std::wstring>& names) const
+    {
+        std::map<std::wstring, int> expected;
+        for (const std::wstring& name : names)
+            expected[std::wstring(kFull).append(L"\\").append(name)] = 1;
+        EXPECT_EQ(collector.paths, expected);
+    }
+
+    HKEY root = nullptr;
+    Collector collector;
+    void* const engine = CreateRegistryScanEngine(L"registry test");
 
 private:
     const ScratchGuard m_guard;
 };
-
-class TestRegistryEngine
-{
-public:
-    explicit TestRegistryEngine(INotifyHandler& handler) : handle(CreateRegistryScanEngine(L"registry test"))
-    {
-        RSEngineRegisterHandler(handle, handler, kContainerFound, 0, 0);
-        RSEngineRegisterHandler(handle, handler, kLeafFound, 0, 0);
-    }
-    TestRegistryEngine(const TestRegistryEngine&) = delete;
-    TestRegistryEngine& operator=(const TestRegistryEngine&) = delete;
-    ~TestRegistryEngine() { CloseRegistryScanEngine(handle); }
-
-    long scan(unsigned depth = 65535, HANDLE cancelEvent = nullptr, const wchar_t* path = kRoot.c_str()) const
-    {
-        RSEngineClear(handle);
-        if (const long code = RSEngineAddPath(handle, HKEY_CURRENT_USER, path); code != ERROR_SUCCESS)
-            return code;
-        ScanOptions options;
-        options.depthGiven = 1;
-        options.depth = static_cast<std::uint16_t>(depth);
-        return RSEngineScan(handle, cancelEvent, everything(), options);
-    }
-    void* handle;
-};
-
-using KeyPtr = std::unique_ptr<IRegistryKey>;
-using ValuePtr = std::unique_ptr<IRegistryValue>;
-inline const std::wstring kFull = L"HKEY_CURRENT_USER\\" + kRoot;

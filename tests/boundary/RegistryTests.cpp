@@ -1,157 +1,172 @@
 #include "boundary/RegistryTest.h"
 
-TEST(Registry, FullPathsOfTheRoots)
+#include "support/Threads.h"
+
+namespace {
+std::string stored(const IRegistryItem& item, unsigned long code = kStateAll)
 {
-    const TestKey key;
-    const struct
-    {
-        HKEY root;
-        const wchar_t* name;
-    } rows[] = {
-        {HKEY_CLASSES_ROOT, L"HKEY_CLASSES_ROOT\\a\\b"},
-        {HKEY_LOCAL_MACHINE, L"HKEY_LOCAL_MACHINE\\a\\b"},
-        {HKEY_USERS, L"HKEY_USERS\\a\\b"},
-        {HKEY_CURRENT_CONFIG, L"HKEY_CURRENT_CONFIG\\a\\b"},
-        {HKEY_CURRENT_USER, L"HKEY_CURRENT_USER\\a\\b"},
-        {HKEY_PERFORMANCE_DATA, L"HKEY_CURRENT_USER\\a\\b"},
-        {key.handle, L"HKEY_CURRENT_USER\\a\\b"},
-    };
-    for (const auto& row : rows)
-        EXPECT_STREQ(KeyPtr(DllGetRegistryKey(row.root, L"a\\b"))->getPath(), row.name);
-    EXPECT_STREQ(ValuePtr(DllGetRegistryValue(HKEY_USERS, L"a", L"b\\c"))->getPath(), L"HKEY_USERS\\a\\b\\c");
-    EXPECT_STREQ(ValuePtr(DllGetRegistryValue(HKEY_USERS, L"a", L""))->getPath(), L"HKEY_USERS\\a\\");
+    MemoryOutputByteStream stream;
+    item.dump(code, stream);
+    return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
 }
 
-TEST(Registry, KeysAndValuesAreMadeReadAndDeleted)
+/// Loads an item with `read`, and gives the code when that fails.
+template <class Item>
+DWORD load(std::unique_ptr<Item>& item, Item* (*read)(unsigned long, IInputByteStream&),
+           const std::string& bytes, unsigned long code = kStateAll)
 {
-    const TestKey root;
-    const std::wstring path = kRoot + L"\\one\\two\\" + std::wstring(255, L'k');
-    const KeyPtr key(DllGetRegistryKey(HKEY_CURRENT_USER, path.c_str()));
-    EXPECT_EQ(key->exists(), 0);
-    key->create();
-    EXPECT_NE(key->exists(), 0);
+    MemoryInputByteStream stream(bytes.data(), bytes.size());
+    item.reset(read(code, stream));
+    return item != nullptr ? ERROR_SUCCESS : GetLastError();
+}
 
-    std::string megabyte(1048576, 'x');
-    const struct
-    {
-        std::wstring name;
-        DWORD type;
-        std::string data;
-    } rows[] = {
+/// The value comes through a stream and back. One that ends early or lies about a length gives a code.
+void expectStorable(IRegistryValue& value, unsigned long code)
+{
+    const std::string bytes = stored(value, code);
+    ValuePtr loaded;
+    ASSERT_EQ(load(loaded, DllGetRegistryValue, bytes, code), ERROR_SUCCESS);
+    EXPECT_STREQ(loaded->getName(), value.getName());
+    EXPECT_EQ(loaded->getValueType(), value.getValueType());
+    EXPECT_EQ(dataOf(*loaded), dataOf(value));
+    EXPECT_EQ(std::wstring(loaded->getPath()), (code & kStatePath) != 0
+                                                   ? value.getPath()
+                                                   : std::wstring(L"HKEY_CURRENT_USER\\") + value.getName());
+    for (std::size_t length = 0; length < std::min<std::size_t>(bytes.size(), 600); ++length)
+        EXPECT_EQ(load(loaded, DllGetRegistryValue, bytes.substr(0, length), code), ERROR_READ_FAULT);
+    const std::string hostile = "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF";
+    for (std::size_t at = 0; at + 8 <= std::min<std::size_t>(bytes.size(), 200); ++at) {
+        const DWORD failed =
+            load(loaded, DllGetRegistryValue, std::string(bytes).replace(at, 8, hostile), code);
+        // The first field of each form is a length, a type or a root.
+        EXPECT_TRUE(failed == ERROR_READ_FAULT || failed == ERROR_INVALID_DATA || (failed == 0 && at >= 8));
+    }
+}
+} // namespace
+
+TEST_F(Registry, FullPathsOfTheRoots)
+{
+    const std::pair<HKEY, std::wstring> rows[] = {{HKEY_CLASSES_ROOT, L"HKEY_CLASSES_ROOT"},
+                                                  {HKEY_LOCAL_MACHINE, L"HKEY_LOCAL_MACHINE"},
+                                                  {HKEY_USERS, L"HKEY_USERS"},
+                                                  {HKEY_CURRENT_CONFIG, L"HKEY_CURRENT_CONFIG"},
+                                                  {HKEY_CURRENT_USER, L"HKEY_CURRENT_USER"},
+                                                  {HKEY_PERFORMANCE_DATA, L"HKEY_CURRENT_USER"},
+                                                  {root, L"HKEY_CURRENT_USER"}};
+    for (const auto& [key, name] : rows) {
+        EXPECT_EQ(keyOf(L"a\\b", key)->getPath(), name + L"\\a\\b");
+        EXPECT_EQ(valueOf(L"a", L"b\\c", key)->getPath(), name + L"\\a\\b\\c");
+        EXPECT_EQ(valueOf(L"a", L"", key)->getPath(), name + L"\\a\\");
+    }
+    // Only a backslash separates.
+    for (const wchar_t* name : {L"http://x/\\deep\\lost", L"http://x/deep", L"C:\\deep", L"/\\deep"})
+        addKey(name);
+    ASSERT_EQ(scan(), ERROR_SUCCESS);
+    expectFound({L"http://x/", L"http://x/\\deep", L"http://x/\\deep\\lost", L"http://x/deep", L"C:",
+                 L"C:\\deep", L"/", L"/\\deep"});
+}
+
+TEST_F(Registry, ValuesAreMadeReadStoredAndDeleted)
+{
+    std::vector<std::tuple<std::wstring, DWORD, std::string>> rows = {
         {L"", REG_SZ, std::string("d\0\0\0", 4)},
         {std::wstring(16383, L'n'), REG_BINARY, "abc"},
-        {L"large", REG_BINARY, megabyte},
-        {L"control\x01\x1F\n", REG_EXPAND_SZ, ""},
-        {L"number", REG_DWORD, std::string("\1\2\3\4", 4)},
-        {L"big endian", REG_DWORD_BIG_ENDIAN, std::string("\1\2\3\4", 4)},
-        {L"quad", REG_QWORD, "12345678"},
-        {L"multi", REG_MULTI_SZ, std::string("a\0\0\0\0\0", 6)},
-        {L"none", REG_NONE, "odd"},
-        {L"resources", REG_RESOURCE_LIST, "r"},
-        {L"hardware", REG_FULL_RESOURCE_DESCRIPTOR, "h"},
-        {L"requirements", REG_RESOURCE_REQUIREMENTS_LIST, "q"},
-        {L"link", REG_LINK, "l"},
-        {L"strange", 0x4711, "s"},
-    };
-    for (const auto& row : rows) {
-        const ValuePtr value(DllGetRegistryValue(HKEY_CURRENT_USER, path.c_str(), row.name.c_str()));
-        EXPECT_EQ(value->exists(), 0);
-        value->setData(row.type, row.data.data(), static_cast<unsigned long>(row.data.size()));
+        {L"large", REG_BINARY, std::string(1048576, 'x')},
+        {L"control\x01\x1F\n", 0x4711, ""}};
+    for (DWORD type = REG_NONE; type <= REG_QWORD; ++type)
+        rows.emplace_back(L"of this type", type, std::string("\1\2\3\4\0\0\0\0", 8));
+    for (const auto& [name, type, data] : rows) {
+        const ValuePtr value = valueOf(kRoot, name);
+        value->setData(type, data.data(), static_cast<unsigned long>(data.size()));
         EXPECT_EQ(value->exists(), 0);
         value->create();
         EXPECT_NE(value->exists(), 0);
-        const ValuePtr reader(DllGetRegistryValue(HKEY_CURRENT_USER, path.c_str(), row.name.c_str()));
-        EXPECT_EQ(reader->getValueType(), row.type);
-        unsigned long size = 0;
-        const void* data = reader->getData(size);
-        EXPECT_EQ(std::string(static_cast<const char*>(data), size), row.data);
-
-        // Through a stream and back, with and without the common parts.
-        for (const unsigned long code : {kStateNone, kStateType, kStatePath, kStateAll}) {
-            MemoryOutputByteStream stored;
-            reader->dump(code, stored);
-            MemoryInputByteStream stream(stored.getData(), stored.getSize());
-            const ValuePtr loaded(DllGetRegistryValue(code, stream));
-            ASSERT_NE(loaded, nullptr);
-            EXPECT_STREQ(loaded->getName(), row.name.c_str());
-            EXPECT_EQ(loaded->getValueType(), row.type);
-            EXPECT_EQ(std::string(static_cast<const char*>(loaded->getData(size)), size), row.data);
-            EXPECT_EQ(std::wstring(loaded->getPath()),
-                      (code & kStatePath) != 0 ? reader->getPath() : L"HKEY_CURRENT_USER\\" + row.name);
-            const auto* bytes = reinterpret_cast<const char*>(stored.getData());
-            for (std::size_t length = 0; length < std::min<std::size_t>(stored.getSize(), 600); ++length) {
-                MemoryInputByteStream cut(bytes, length);
-                EXPECT_EQ(DllGetRegistryValue(code, cut), nullptr);
-                EXPECT_EQ(GetLastError(), ERROR_READ_FAULT);
-            }
-            // A length that lies, wherever there is one.
-            const std::string hostile = "\xFE\xFF\xFF\xFF\xFF\xFF\xFF\xFF";
-            for (std::size_t at = 0; at + 8 <= std::min<std::size_t>(stored.getSize(), 200); ++at) {
-                const std::string changed = std::string(bytes, stored.getSize()).replace(at, 8, hostile);
-                MemoryInputByteStream lying(changed.data(), changed.size());
-                if (ValuePtr(DllGetRegistryValue(code, lying)) == nullptr)
-                    EXPECT_TRUE(GetLastError() == ERROR_READ_FAULT || GetLastError() == ERROR_INVALID_DATA);
-                else
-                    EXPECT_TRUE(at >= 8) << "the first field of each form is a length, a type or a root";
-            }
-        }
+        const ValuePtr reader = valueOf(kRoot, name);
+        EXPECT_EQ(reader->getValueType(), type);
+        EXPECT_EQ(dataOf(*reader), data);
+        for (const unsigned long code : {kStateNone, kStateType, kStatePath, kStateAll})
+            expectStorable(*reader, code);
         reader->deleteItem();
         EXPECT_EQ(reader->exists(), 0);
         EXPECT_EQ(codeOf([&] { reader->deleteItem(); }), ERROR_FILE_NOT_FOUND);
     }
-    const ValuePtr text(DllGetRegistryValue(HKEY_CURRENT_USER, path.c_str(), L"t", L"text"));
+    const ValuePtr text(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"t", L"text"));
     text->create();
     text->setValue(REG_DWORD, "\5\0\0", 4);
-    EXPECT_EQ(ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, path.c_str(), L"t"))->getValueType(),
-              static_cast<unsigned long>(REG_DWORD));
+    EXPECT_EQ(valueOf(kRoot, L"t")->getValueType(), static_cast<unsigned long>(REG_DWORD));
     EXPECT_EQ(codeOf([&] { text->setData(REG_SZ, nullptr, 1); }), ERROR_INVALID_PARAMETER);
 
-    // A key through a stream and back; another type, a foreign root and both views are refused.
-    MemoryOutputByteStream stored;
-    key->dump(kStateAll, stored);
-    const std::string bytes(reinterpret_cast<const char*>(stored.getData()), stored.getSize());
-    MemoryInputByteStream whole(bytes.data(), bytes.size());
-    EXPECT_STREQ(KeyPtr(DllGetRegistryKey(kStateAll, whole))->getPath(), key->getPath());
-    for (const std::size_t at : {std::size_t{0}, bytes.size() - 8, bytes.size() - 3}) {
-        std::string changed = bytes;
-        changed[at] = 0x0B;
-        MemoryInputByteStream stream(changed.data(), changed.size());
-        EXPECT_EQ(DllGetRegistryKey(kStateAll, stream), nullptr) << at;
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_DATA);
-    }
+    // A found value keeps its type through a stream.
+    SharedPtr<ScanItem> found;
+    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) { found = item; };
+    ASSERT_EQ(scan(), ERROR_SUCCESS);
+    text->deleteItem();
+    ValuePtr loaded;
+    EXPECT_EQ(load(loaded, DllGetRegistryValue, stored(dynamic_cast<IRegistryValue&>(*found))),
+              ERROR_SUCCESS);
+    EXPECT_EQ(loaded->getValueType(), static_cast<unsigned long>(REG_DWORD));
+}
 
-    // The two views of one path are two keys.
-    const std::wstring machine = L"Software\\sysmaint-test";
-    const auto keyIn = [&](unsigned long view) {
-        void* handle = CreateRegistryKey(L"view", HKEY_LOCAL_MACHINE, machine.c_str(), view);
+TEST_F(Registry, KeysAreMadeStoredAndDeleted)
+{
+    const KeyPtr key = keyOf(kRoot + L"\\one\\two\\" + std::wstring(255, L'k'));
+    EXPECT_EQ(key->exists(), 0);
+    key->create();
+    EXPECT_NE(key->exists(), 0);
+    const std::string bytes = stored(*key);
+    KeyPtr loaded;
+    ASSERT_EQ(load(loaded, DllGetRegistryKey, bytes), ERROR_SUCCESS);
+    EXPECT_STREQ(loaded->getPath(), key->getPath());
+    for (const std::size_t at : {std::size_t{0}, bytes.size() - 8, bytes.size() - 3}) // type, root, views
+        EXPECT_EQ(load(loaded, DllGetRegistryKey, std::string(bytes).replace(at, 1, 1, 0x0B)),
+                  ERROR_INVALID_DATA);
+    // One below a handle becomes no other key through a stream.
+    ASSERT_EQ(load(loaded, DllGetRegistryKey, stored(*keyOf(L"one", root))), ERROR_SUCCESS);
+    EXPECT_EQ(codeOf([&] { return loaded->exists(); }), ERROR_INVALID_HANDLE);
+
+    // A key goes with all that is below it, a whole root never.
+    keyOf(kRoot + L"\\one")->deleteItem();
+    EXPECT_EQ(key->exists(), 0);
+    for (const wchar_t* whole : {L"", L"\\"})
+        EXPECT_EQ(codeOf([&] { keyOf(whole)->deleteItem(); }), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(Registry, ViewsOfOnePathAreTwoKeys)
+{
+    const auto itemIn = [](unsigned long view) {
+        void* handle = CreateRegistryKey(L"view", HKEY_LOCAL_MACHINE, kRoot.c_str(), view);
         SharedPtr<ScanItem> item;
         GetScanItemByHandle(handle, item);
         CloseScanItem(handle);
         return item;
     };
-    for (const unsigned long view : {kRegistryView32, kRegistryView64}) {
-        const auto made = keyIn(view);
-        dynamic_cast<IRegistryKey&>(*made).create();
-        const unsigned long other = kRegistryView32 + kRegistryView64 - view;
-        EXPECT_EQ(dynamic_cast<IRegistryKey&>(*keyIn(other)).exists(), 0);
-        EXPECT_EQ(codeOf([&] { dynamic_cast<IRegistryKey&>(*keyIn(other)).deleteItem(); }),
-                  ERROR_FILE_NOT_FOUND);
-        dynamic_cast<IRegistryKey&>(*made).deleteItem();
-        EXPECT_EQ(dynamic_cast<IRegistryKey&>(*made).exists(), 0);
+    const std::pair<unsigned long, REGSAM> views[] = {{kRegistryView32, KEY_WOW64_32KEY},
+                                                      {kRegistryView64, KEY_WOW64_64KEY}};
+    for (const auto& [view, access] : views) {
+        const SharedPtr<ScanItem> item = itemIn(view);
+        auto& key = dynamic_cast<IRegistryKey&>(*item);
+        EXPECT_EQ(key.exists(), 0);
+        EXPECT_EQ(codeOf([&] { key.deleteItem(); }), ERROR_FILE_NOT_FOUND);
+        key.create();
+        HKEY opened = nullptr;
+        EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRoot.c_str(), 0, KEY_WRITE | access, &opened), 0);
+        RegSetValueExW(opened, std::to_wstring(view).c_str(), 0, REG_SZ, nullptr, 0);
+        RegCloseKey(opened);
+        EXPECT_EQ(RSEngineAddPath(engine, HKEY_LOCAL_MACHINE, kRoot.c_str(), view), ERROR_SUCCESS);
     }
-
-    // A key goes with all that is below it, a whole root never.
-    KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, (kRoot + L"\\one").c_str()))->deleteItem();
-    EXPECT_EQ(key->exists(), 0);
-    EXPECT_EQ(codeOf([] { KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, L""))->deleteItem(); }),
-              ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(codeOf([] { KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, L"\\"))->deleteItem(); }),
-              ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(scanAdded(), ERROR_SUCCESS); // both views in one engine
+    for (const auto& row : views) {
+        EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\" + kRoot + L"\\" + std::to_wstring(row.first)], 1);
+        const SharedPtr<ScanItem> item = itemIn(row.first);
+        auto& key = dynamic_cast<IRegistryKey&>(*item);
+        EXPECT_NE(key.exists(), 0) << "it went with the other view's";
+        key.deleteItem();
+        EXPECT_EQ(key.exists(), 0);
+    }
 }
 
-TEST(Registry, HandlesAndArguments)
+TEST_F(Registry, HandlesAndArguments)
 {
-    const TestKey root;
     void* key = CreateRegistryKey(L"n", HKEY_CURRENT_USER, kRoot.c_str(), kRegistryReadOnly);
     int exists = 0;
     EXPECT_EQ(ScanItemExists(key, &exists), ERROR_SUCCESS);
@@ -160,76 +175,53 @@ TEST(Registry, HandlesAndArguments)
     CloseScanItem(key);
     SharedPtr<ScanItem> item;
     ASSERT_EQ(GetScanItemByHandle(key, item), ERROR_SUCCESS);
-    auto* readOnly = dynamic_cast<IRegistryKey*>(item.get());
-    ASSERT_NE(readOnly, nullptr);
-    EXPECT_EQ(codeOf([&] { readOnly->deleteItem(); }), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(codeOf([&] { readOnly->create(); }), ERROR_ACCESS_DENIED);
     CloseScanItem(key);
-
-    const HKEY user = HKEY_CURRENT_USER;
-    const unsigned long both = kRegistryView32 | kRegistryView64;
-    void* const results[] = {
-        CreateRegistryKey(nullptr, user, L"x", 0),         CreateRegistryKey(L"n", nullptr, L"x", 0),
-        CreateRegistryKey(L"n", user, nullptr, 0),         CreateRegistryKey(L"n", user, L"x", both),
-        CreateRegistryValue(nullptr, user, L"x", L"v", 0), CreateRegistryValue(L"n", user, nullptr, L"v", 0),
-        CreateRegistryValue(L"n", user, L"x", nullptr, 0), CreateRegistryPath(nullptr, user, L"x", 0),
-        CreateRegistryPath(L"n", nullptr, L"x", 0),        CreateRegistryPath(L"n", user, nullptr, 0),
-    };
-    for (void* result : results)
-        EXPECT_EQ(result, INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(DllGetRegistryKey(nullptr, L"x"), nullptr);
-    EXPECT_EQ(DllGetRegistryKey(user, nullptr), nullptr);
-    EXPECT_EQ(DllGetRegistryValue(user, L"x", nullptr), nullptr);
-    EXPECT_EQ(DllGetRegistryValue(user, L"x", L"v", nullptr), nullptr);
+    auto& readOnly = dynamic_cast<IRegistryKey&>(*item);
+    EXPECT_EQ(codeOf([&] { readOnly.deleteItem(); }), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(codeOf([&] { readOnly.create(); }), ERROR_ACCESS_DENIED);
 
     // One full path, different things: what is filed is not mistaken for what was asked for.
+    const HKEY user = HKEY_CURRENT_USER;
     void* filed = CreateRegistryKey(L"n", user, L"a\\b", 0);
     EXPECT_EQ(CreateRegistryKey(L"n", user, L"a\\b", 0), filed);
     CloseScanItem(filed);
-    EXPECT_EQ(CreateRegistryValue(L"n", user, L"a", L"b", 0), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(CreateRegistryKey(L"n", user, L"a\\b", kRegistryView32), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(CreateRegistryKey(L"n", root.handle, L"a\\b", 0), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(CreateRegistryPath(L"n", user, L"a\\b", 0), INVALID_HANDLE_VALUE);
+    for (void* refused :
+         {CreateRegistryKey(L"n", user, L"a\\b", kRegistryView32), CreateRegistryPath(L"n", user, L"a\\b", 0),
+          CreateRegistryKey(L"n", root, L"a\\b", 0), CreateRegistryValue(L"n", user, L"a", L"b", 0)}) {
+        EXPECT_EQ(refused, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    }
     EXPECT_NE(CloseScanItem(filed), 0);
     EXPECT_EQ(CloseScanItem(filed), 0) << "a refused call left it open";
+    EXPECT_EQ(RSEngineAddPath(engine, user, L"x", kRegistryView32 | kRegistryView64),
+              ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(scan(kRoot + L"\\missing", 9), ERROR_FILE_NOT_FOUND);
 
-    Collector collector;
-    const TestRegistryEngine engine(collector);
-    EXPECT_EQ(RSEngineAddPath(engine.handle, nullptr, L"x"), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(RSEngineAddPath(engine.handle, user, nullptr), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(RSEngineAddPath(engine.handle, user, L"x", both), ERROR_INVALID_PARAMETER);
-    NotifyProvider provider;
-    for (void* wrong : {static_cast<void*>(nullptr), INVALID_HANDLE_VALUE, reinterpret_cast<void*>(99999)}) {
-        EXPECT_EQ(RSEngineAddPath(wrong, user, L"x"), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RSEngineRegisterHandler(wrong, collector, 0, 0, 0), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RSEngineRegisterHandlers(wrong, provider, 0, 0), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RSEngineScan(wrong, nullptr, everything(), {}), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RSEngineClearHandlers(wrong), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(RSEngineClear(wrong), ERROR_INVALID_HANDLE);
-        EXPECT_EQ(CloseRegistryScanEngine(wrong), 0);
-    }
-    EXPECT_EQ(CreateRegistryScanEngine(nullptr), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(OpenRegistryScanEngine(L"none"), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(engine.scan(9, nullptr, (kRoot + L"\\missing").c_str()), ERROR_FILE_NOT_FOUND);
-
-    // An engine without a handle does the same.
-    root.addValue(L"v");
+    // An engine without a handle does the same, and another provider's registrations serve as well.
+    addValue(L"v");
     const std::unique_ptr<IRegistryScanEngine> own(DllGetRegistryScanEngine());
     own->registerHandler(collector, kLeafFound, 0, 0);
     own->addPath(user, kRoot.c_str(), 0);
     EXPECT_EQ(own->scan(nullptr, everything(), {}), ERROR_SUCCESS);
-    EXPECT_EQ(collector.paths.count(kFull + L"\\v"), 1U);
-
-    // Another provider's registrations serve as well.
-    provider.registerHandler(collector, kLeafFound, 0, 0);
+    expectFound({L"v"});
     own->clearNotifyHandlers();
     EXPECT_EQ(codeOf([&] { own->scan(nullptr, everything(), {}); }), ERROR_NOT_FOUND);
-    RSEngineClearHandlers(engine.handle);
-    RSEngineClear(engine.handle);
-    RSEngineAddPath(engine.handle, user, kRoot.c_str());
-    EXPECT_EQ(RSEngineRegisterHandlers(engine.handle, provider, 0, 0), ERROR_SUCCESS);
-    EXPECT_EQ(RSEngineScan(engine.handle, nullptr, everything(), {}), ERROR_SUCCESS);
-    EXPECT_EQ(collector.paths.at(kFull + L"\\v"), 2);
+    NotifyProvider provider;
+    provider.registerHandler(collector, kLeafFound, 0, 0);
+    RSEngineClearHandlers(engine);
+    EXPECT_EQ(RSEngineRegisterHandlers(engine, provider, 0, 0), ERROR_SUCCESS);
+    EXPECT_EQ(scan(), ERROR_SUCCESS);
+    expectFound({L"v"});
+}
+
+TEST_F(Registry, AllWhoAskForDataAtOnceGetOneReading)
+{
+    addValue(L"v", "data");
+    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries(sysmaintModule());
+    EXPECT_EQ(dataOf(*valueOf(kRoot, L"v")), "data");
+    const long once = queries.calls();
+    const ValuePtr shared = valueOf(kRoot, L"v");
+    queries.reset();
+    onThreadsAtOnce(8, [&](int) { EXPECT_EQ(dataOf(*shared), "data"); });
+    EXPECT_EQ(queries.calls(), once);
 }
