@@ -1,0 +1,160 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "core/win32/registry/api.h"
+#include "support/Links.h"
+#include "support/Wipe.h"
+
+// Roads by which something went that nobody had named. What is precious lies in `keep`, under the names of
+// the tree.
+class NamedAlone : public testing::Test
+{
+protected:
+    NamedAlone() : folder(scratchFolder()), root(folder + L"\\root"), precious(folder + L"\\keep\\a\\f")
+    {
+        takeBootList();
+        for (const wchar_t* top : {L"\\root", L"\\keep"}) {
+            CreateDirectoryW((folder + top).c_str(), nullptr);
+            CreateDirectoryW((folder + top + L"\\a").c_str(), nullptr);
+            writeBytes(folder + top + L"\\a\\f", {1, 2, 3});
+        }
+    }
+    ~NamedAlone() override
+    {
+        EXPECT_EQ(readBytes(precious), (Bytes{1, 2, 3}));
+        takeBootList();
+    }
+    [[nodiscard]] static std::unique_ptr<IWiper> wiper() { return std::unique_ptr<IWiper>(DllGetWiper()); }
+
+    const std::wstring folder;
+    const std::wstring root;
+    const std::wstring precious;
+};
+
+TEST_F(NamedAlone, NoRootThatBecameALinkIsFollowed)
+{
+    SharedPtr<ScanItem> found;
+    Collector collector;
+    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+        found = item->getType() == kFileItem ? item : found;
+    };
+    ASSERT_EQ(TestEngine(collector).scan(root), ERROR_SUCCESS);
+    swapForLink(root, folder + L"\\keep");
+    auto& file = dynamic_cast<IFile&>(*found);
+    unsigned long long size = 0;
+    const std::function<void()> operations[] = {[&] { file.deleteItem(); }, [&] { file.create(); },
+                                                [&] { file.getData(size); }};
+    for (const auto& operation : operations)
+        EXPECT_EQ(codeOf(operation), 681U);
+    DirectoryStack stack;
+    stack.push_back({L"f", HeapStringW((root + L"\\a").c_str()), false, false});
+    EXPECT_EQ(wiper()->Wipe(nullptr, nullptr, kWipeDirectoryStack, root.c_str(), &stack, nullptr, kWipeZeros,
+                            1, nullptr),
+              681);
+    EXPECT_EQ(stack.size(), 1U);
+}
+
+TEST_F(NamedAlone, ACallbackChangesNeitherTheStackNorTheRun)
+{
+    static DirectoryStack* stack = nullptr;
+    static IWiper* running = nullptr;
+    static long inner = 0;
+    const auto own = wiper();
+    DirectoryStack entries;
+    entries.push_back({L"g", HeapStringW((root + L"\\a").c_str()), false, true});
+    entries.push_back({L"f", HeapStringW((root + L"\\a").c_str()), false, false});
+    stack = &entries;
+    running = own.get();
+    WipeProgress progress;
+    const auto change = [](WipeProgress*) {
+        stack->clear();
+        stack->push_back({L"pushed", L"", false, true});
+        inner =
+            running->Wipe(nullptr, nullptr, kWipeFile, L"C:\\none", nullptr, nullptr, kWipeZeros, 1, nullptr);
+    };
+    EXPECT_EQ(own->Wipe(change, &progress, kWipeDirectoryStack, root.c_str(), &entries, nullptr, kWipeZeros,
+                        1, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(inner, ERROR_BUSY);
+    EXPECT_FALSE(isThere(root + L"\\a\\f"));
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries.back().path, L"pushed");
+}
+
+TEST_F(NamedAlone, TheBootTimeListTakesNeitherItselfNorHalfALine)
+{
+    EXPECT_NE(wiper()->Wipe(nullptr, nullptr, kWipeFile, bootListPath().c_str(), nullptr, nullptr, kWipeZeros,
+                            1, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_TRUE(takeBootList().empty());
+
+    const std::wstring torn =
+        LR"(*FileShred*	*\??\C:\windows\torn*	*1*	*1*FileShred*	*\??\C:\windows\x*	*1*	*1)";
+    const struct
+    {
+        std::wstring line;
+        int scheduled;
+    } rows[] = {{torn + L"\r\n", 0},
+                {torn.substr(0, torn.find(L"*1*File") + 2), 0},
+                {torn.substr(0, torn.find(L"*1*File") + 2) + L"\r\n", 1}};
+    for (const auto& row : rows) {
+        const std::wstring text = std::wstring(L"\0\0\r\n", 4) + row.line;
+        const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+        writeBytes(bootListPath(), Bytes(bytes, bytes + text.size() * sizeof(wchar_t)));
+        EXPECT_EQ(ForceDeleteIsScheduled(L"C:\\windows\\torn"), row.scheduled);
+    }
+    writeBytes(bootListPath(), {0, 0, 0});
+    EXPECT_EQ(wiper()->Wipe(nullptr, nullptr, kWipeFile, L"C:\\windows\\none", nullptr, nullptr, kWipeZeros,
+                            1, nullptr),
+              ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(readBytes(bootListPath()), (Bytes{0, 0, 0}));
+    EXPECT_EQ(ForceDeleteIsScheduled(nullptr), 0);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+// A stream that ends early, wherever that is, leaves each kind of item what it was.
+TEST_F(NamedAlone, HalfALoadNamesNothing)
+{
+    const unsigned long code = kStateType | kStatePath;
+    const auto check = [&](auto& item, const auto& other, const std::wstring& path) {
+        MemoryOutputByteStream whole;
+        other.dump(code, whole);
+        MemoryOutputByteStream before;
+        item.dump(code, before);
+        for (std::size_t size = 0; size < whole.getSize(); ++size) {
+            MemoryInputByteStream cut(whole.getData(), size);
+            EXPECT_EQ(codeOf([&] { item.load(code, cut); }), static_cast<DWORD>(ERROR_READ_FAULT)) << size;
+            MemoryOutputByteStream after;
+            item.dump(code, after);
+            EXPECT_EQ(Bytes(after.getData(), after.getData() + after.getSize()),
+                      Bytes(before.getData(), before.getData() + before.getSize()))
+                << size;
+            EXPECT_EQ(item.getPath(), path) << size;
+        }
+    };
+    const std::unique_ptr<IFile> file(DllGetFile((root + L"\\new").c_str(), 0));
+    const std::unique_ptr<IFile> otherFile(DllGetFile(precious.c_str(), 0));
+    file->setData("mine", 4);
+    otherFile->setData("theirs", 6);
+    check(*file, *otherFile, root + L"\\new");
+    const std::unique_ptr<IRegistryKey> key(DllGetRegistryKey(HKEY_CURRENT_USER, L"Software\\one"));
+    const std::unique_ptr<IRegistryKey> otherKey(DllGetRegistryKey(HKEY_LOCAL_MACHINE, L"Software\\other"));
+    check(*key, *otherKey, L"HKEY_CURRENT_USER\\Software\\one");
+    const std::unique_ptr<IRegistryValue> value(
+        DllGetRegistryValue(HKEY_CURRENT_USER, L"Software\\one", L"v", L"text"));
+    const std::unique_ptr<IRegistryValue> otherValue(
+        DllGetRegistryValue(HKEY_LOCAL_MACHINE, L"Software\\other", L"w", L"other text"));
+    check(*value, *otherValue, L"HKEY_CURRENT_USER\\Software\\one\\v");
+}
+
+// Below some systems a name may hold a backslash, and would be read as the path of another file.
+TEST_F(NamedAlone, ANameThatReadsAsAPathIsNoItem)
+{
+    runUnix(L"touch '" + unixPath(root) + L"/a\\\\f'");
+    Collector collector;
+    EXPECT_EQ(TestEngine(collector).scan(root), static_cast<long>(ERROR_INVALID_NAME));
+    EXPECT_EQ(collector.calls, 2) << "the folder and the file in it";
+}
