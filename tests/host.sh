@@ -222,6 +222,11 @@ run 2 log x "$(printf 'x%.0s' {1..993})" && says err 'too long'
 run 2 log x $'two\nlines'
 log=$(dirname "$host")/logs/$(id -un)/ZDC.log
 rm -f "$log"
+# What nobody got is no success; what would spoil a list or a log is refused.
+"$runner" "$host" scan 'C:\windows' --depth 1 >/dev/full 2>"$work/err" </dev/null && fail 'a scan that could not be written succeeds'
+says err 'could not be written'
+for command in ' ' $'a\nb'; do run 2 boot add "$command" && says err 'one line with something in it'; done
+run 2 log 'Disk Cleaner' $'bell \x07' && says err 'control character'
 run 0 log 'disk cleaner' 'removed 12 files'
 tr -d '\0' <"$log" | grep -q 'disk cleaner:  removed 12 files' || fail 'the log lacks the line'
 
