@@ -70,7 +70,7 @@ TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
     set(L"autocheck autochk *||");
     wchar_t program[1024];
     GetModuleFileNameW(nullptr, program, 1024);
-    wchar_t line[] = L"x --gtest_filter=BootExecuteChild.* --gtest_also_run_disabled_tests";
+    wchar_t line[] = L"x --gtest_filter=BootExecuteChild.* --gtest_also_run_disabled_tests --gtest_brief=1";
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION child{};
@@ -137,8 +137,7 @@ TEST_F(BootExecuteTest, EditsTheListCharacterByCharacter)
 {
     const std::tuple<const wchar_t*, const wchar_t*, long, const wchar_t*, const wchar_t*> rows[] = {
         // before, entry, code, after it was added, after it was removed
-        {L"autocheck autochk *||", L"wipe now", 0, L"autocheck autochk *|wipe now||",
-         L"autocheck autochk *||"},
+        {L"autocheck *||", L"wipe now", 0, L"autocheck *|wipe now||", L"autocheck *||"},
         {L"", L"wipe", 0, L"wipe||", L""},
         {L"|", L"wipe", 0, L"wipe||", L"|"},
         {L"||", L"wipe", 0, L"wipe||", L"||"},
@@ -146,8 +145,7 @@ TEST_F(BootExecuteTest, EditsTheListCharacterByCharacter)
         {L"wipe|Wipe|b|wipe||", L"wipe", 183, L"wipe|Wipe|b|wipe||", L"b||"},
         {L"wipe||", L"wipe", 183, L"wipe||", L"|"},
         {L"wipes|wip||", L"wipe", 0, L"wipes|wip|wipe||", L"wipes|wip||"},
-        {L"a|b|||", L"c", 0, L"a|b|c||", L"a|b|||"},
-    };
+        {L"a|b|||", L"c", 0, L"a|b|c||", L"a|b|||"}};
     for (const auto& [before, entry, code, added, removed] : rows) {
         set(before);
         EXPECT_EQ(BootExecuteIsScheduled(entry), code == 0 ? 0 : 1) << before;
@@ -165,31 +163,26 @@ TEST_F(BootExecuteTest, EditsTheListCharacterByCharacter)
 TEST_F(BootExecuteTest, NeverTouchesAListThatIsNone)
 {
     CountedImport<"RegSetValueExW", decltype(&RegSetValueExW)> writes(sysmaintModule());
-    const auto expect = [](long code) {
+    const auto refuse = [](long code) {
         for (const wchar_t* entry : {L"x", L"y", L"z"}) {
             EXPECT_EQ(AddBootExecute(entry), code);
             EXPECT_EQ(RemoveBootExecute(entry), code);
             EXPECT_EQ(BootExecuteIsScheduled(entry), 0);
         }
     };
-    expect(ERROR_FILE_NOT_FOUND);
-    const std::tuple<const wchar_t*, DWORD, std::size_t> rows[] = {{L"", REG_SZ, 0},
-                                                                   {L"x", REG_MULTI_SZ, 0},
-                                                                   {L"x|", REG_MULTI_SZ, 0},
-                                                                   {L"x|y", REG_MULTI_SZ, 0},
-                                                                   {L"x||", REG_MULTI_SZ, 1},
-                                                                   {L"|", REG_MULTI_SZ, 1},
-                                                                   {L"x||y||", REG_MULTI_SZ, 0},
-                                                                   {L"|x|", REG_MULTI_SZ, 0},
-                                                                   {L"x||", REG_SZ, 0},
-                                                                   {L"x||", REG_EXPAND_SZ, 0},
-                                                                   {L"x||", REG_BINARY, 0},
-                                                                   {L"xx", REG_DWORD, 0}};
-    for (const auto& [list, type, missing] : rows) {
+    const auto refuseList = [&](const wchar_t* list, DWORD type, std::size_t missing = 0) {
         SCOPED_TRACE(testing::Message() << list << " of type " << type << " less " << missing);
         set(list, type, missing);
-        expect(ERROR_INVALID_DATA);
-    }
+        refuse(ERROR_INVALID_DATA);
+    };
+    refuse(ERROR_FILE_NOT_FOUND);
+    for (const wchar_t* list : {L"x", L"x|", L"x|y", L"x||y||", L"|x|"})
+        refuseList(list, REG_MULTI_SZ);
+    for (const wchar_t* list : {L"x||", L"|"})
+        refuseList(list, REG_MULTI_SZ, 1);
+    for (const DWORD type : {REG_SZ, REG_EXPAND_SZ, REG_BINARY, REG_DWORD})
+        refuseList(L"x||", type);
+    refuseList(L"", REG_SZ);
     EXPECT_EQ(writes.calls(), 0);
 }
 

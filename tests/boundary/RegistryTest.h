@@ -195,6 +195,19 @@ protected:
         EXPECT_EQ(collector.paths, expected);
     }
 
+    /// Scans for the item whose full path ends so.
+    SharedPtr<ScanItem> find(std::wstring_view end)
+    {
+        SharedPtr<ScanItem> found;
+        collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+            if (std::wstring_view(item->getPath()).ends_with(end))
+                found = item;
+        };
+        EXPECT_EQ(scan(), ERROR_SUCCESS);
+        collector.action = nullptr;
+        return found;
+    }
+
     HKEY root = nullptr;
     Collector collector;
     void* const engine = CreateRegistryScanEngine(L"registry test");

@@ -97,9 +97,8 @@ TEST_F(Registry, ValuesAreMadeReadStoredAndDeleted)
     EXPECT_EQ(codeOf([&] { text->setData(REG_SZ, nullptr, 1); }), ERROR_INVALID_PARAMETER);
 
     // A found value keeps its type through a stream.
-    SharedPtr<ScanItem> found;
-    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) { found = item; };
-    ASSERT_EQ(scan(), ERROR_SUCCESS);
+    const SharedPtr<ScanItem> found = find(L"\\t");
+    ASSERT_TRUE(found);
     text->deleteItem();
     ValuePtr loaded;
     EXPECT_EQ(load(loaded, DllGetRegistryValue, stored(dynamic_cast<IRegistryValue&>(*found))),
@@ -129,6 +128,12 @@ TEST_F(Registry, KeysAreMadeStoredAndDeleted)
     EXPECT_EQ(key->exists(), 0);
     for (const wchar_t* whole : {L"", L"\\"})
         EXPECT_EQ(codeOf([&] { keyOf(whole)->deleteItem(); }), ERROR_INVALID_PARAMETER);
+    // What an item shows is what it works on, also after a stream that ended too early.
+    const KeyPtr item = keyOf(kRoot);
+    EXPECT_EQ(item->getPath(), kFull);
+    MemoryInputByteStream cut(bytes.data(), bytes.size() - 5);
+    EXPECT_EQ(codeOf([&] { item->load(kStateAll, cut); }), ERROR_READ_FAULT);
+    EXPECT_EQ(item->exists(), item->getPath() == kFull ? 1 : 0);
 }
 
 TEST_F(Registry, ViewsOfOnePathAreTwoKeys)
@@ -140,24 +145,23 @@ TEST_F(Registry, ViewsOfOnePathAreTwoKeys)
         CloseScanItem(handle);
         return item;
     };
-    const std::pair<unsigned long, REGSAM> views[] = {{kRegistryView32, KEY_WOW64_32KEY},
-                                                      {kRegistryView64, KEY_WOW64_64KEY}};
-    for (const auto& [view, access] : views) {
+    for (const unsigned long view : {kRegistryView32, kRegistryView64}) {
         const SharedPtr<ScanItem> item = itemIn(view);
         auto& key = dynamic_cast<IRegistryKey&>(*item);
         EXPECT_EQ(key.exists(), 0);
         EXPECT_EQ(codeOf([&] { key.deleteItem(); }), ERROR_FILE_NOT_FOUND);
         key.create();
         HKEY opened = nullptr;
-        EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRoot.c_str(), 0, KEY_WRITE | access, &opened), 0);
+        const REGSAM access = KEY_WRITE | (view == kRegistryView32 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY);
+        EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRoot.c_str(), 0, access, &opened), ERROR_SUCCESS);
         RegSetValueExW(opened, std::to_wstring(view).c_str(), 0, REG_SZ, nullptr, 0);
         RegCloseKey(opened);
         EXPECT_EQ(RSEngineAddPath(engine, HKEY_LOCAL_MACHINE, kRoot.c_str(), view), ERROR_SUCCESS);
     }
     EXPECT_EQ(scanAdded(), ERROR_SUCCESS); // both views in one engine
-    for (const auto& row : views) {
-        EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\" + kRoot + L"\\" + std::to_wstring(row.first)], 1);
-        const SharedPtr<ScanItem> item = itemIn(row.first);
+    for (const unsigned long view : {kRegistryView32, kRegistryView64}) {
+        EXPECT_EQ(collector.paths[L"HKEY_LOCAL_MACHINE\\" + kRoot + L"\\" + std::to_wstring(view)], 1);
+        const SharedPtr<ScanItem> item = itemIn(view);
         auto& key = dynamic_cast<IRegistryKey&>(*item);
         EXPECT_NE(key.exists(), 0) << "it went with the other view's";
         key.deleteItem();
