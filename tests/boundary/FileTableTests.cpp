@@ -94,10 +94,9 @@ TEST_F(FileTableTest, LeavesNothingBehindWhateverHappens)
     expect(5, 256);
     onChunk = [] { throw "nothing with a code"; };
     expect(574, 256);
-    Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)> attributes(
-        [](auto original, LPCWSTR path) { // a link has taken the folder's place at once
-            return original(path) | FILE_ATTRIBUTE_REPARSE_POINT;
-        });
+    Attributes attributes([](auto original, LPCWSTR path) { // a link has taken the folder's place at once
+        return original(path) | FILE_ATTRIBUTE_REPARSE_POINT;
+    });
     expect(681, 0);
 }
 

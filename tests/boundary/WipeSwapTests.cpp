@@ -44,7 +44,7 @@ protected:
 
     const Bytes precious = Bytes(1000, 0x50), named = Bytes(1000, 0xE5);
     std::wstring linkPath;
-    Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)> attributes;
+    Attributes attributes;
 };
 } // namespace
 
@@ -65,9 +65,8 @@ TEST_F(WipeSwapTest, FoldersThatBecomeLinksKeepWhatTheyLeadTo)
         // Links cannot be made here: a folder that takes another's place is made believe to be a link to
         // where it came from.
         bool tried = false, swapped = false;
-        const auto now = [&](const char* moment) {
-            if (!tried && (tried = std::string_view(when) == moment) &&
-                (swapped = swap(L"tree\\sub", L"precious")))
+        const auto now = [&, when = std::string_view(when)](const char* moment) {
+            if (!tried && (tried = when == moment) && (swapped = swap(L"tree\\sub", L"precious")))
                 linkPath = at(L"tree\\sub");
         };
         Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)> removals([&](auto remove, LPCWSTR path) {

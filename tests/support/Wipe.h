@@ -64,6 +64,7 @@ using Opens = Replaced<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPS
 using Writes = Replaced<"WriteFile", decltype(&WriteFile)>;
 using Flushes = Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)>;
 using Looks = Replaced<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)>;
+using Attributes = Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>;
 using FreeSpaceQueries = Replaced<"GetDiskFreeSpaceExW", decltype(&GetDiskFreeSpaceExW)>;
 
 constexpr std::uint64_t kChunk = 1048576;
@@ -84,7 +85,7 @@ protected:
     long wipe(std::uint32_t kind, const std::wstring& path, std::uint32_t method = kWipeZeros,
               std::uint32_t passes = 1, HANDLE event = nullptr)
     {
-        progress = WipeProgress();
+        progress = {0, total};
         return wiper->Wipe(callback, &progress, kind, path.c_str(), &stack, nullptr, method, passes, event);
     }
     static void callback(WipeProgress*)
@@ -98,5 +99,6 @@ protected:
     std::unique_ptr<IWiper> wiper{DllGetWiper()};
     DirectoryStack stack;
     WipeProgress progress;
+    std::uint64_t total = 0; // to begin with
     Opens files;
 };
