@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <memory>
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include "core/win32/utils/wiper/api.h"
 #include "support/ImportReplacement.h"
@@ -14,28 +15,17 @@ using Bytes = std::vector<unsigned char>;
 
 inline void writeBytes(const std::wstring& path, const Bytes& bytes)
 {
-    const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE);
-    DWORD written = 0;
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    CloseHandle(file);
-    ASSERT_EQ(written, bytes.size());
+    std::ofstream file(std::filesystem::path(path), std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    EXPECT_TRUE(file.flush());
 }
 
 /// All bytes of a file; of a missing one none.
 inline Bytes readBytes(const std::wstring& path)
 {
-    const HANDLE file =
-        ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return {};
-    Bytes bytes(GetFileSize(file, nullptr));
-    DWORD got = 0;
-    ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &got, nullptr);
-    CloseHandle(file);
-    bytes.resize(got);
-    return bytes;
+    std::ostringstream text;
+    text << std::ifstream(std::filesystem::path(path), std::ios::binary).rdbuf();
+    return Bytes(text.view().begin(), text.view().end());
 }
 
 inline bool isThere(const std::wstring& path)
@@ -58,8 +48,57 @@ inline std::wstring takeBootList()
     return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
 }
 
-struct Event
+/// An import of the DLL, replaced for the length of a scope.
+template <ImportName Name, class Function>
+struct Replaced : CountedImport<Name, Function>
 {
-    HANDLE handle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    ~Event() { CloseHandle(handle); }
+    static constexpr const char* kName = Name.text;
+    explicit Replaced(typename CountedImport<Name, Function>::Hook hook = nullptr)
+        : CountedImport<Name, Function>(sysmaintModule())
+    {
+        this->setHook(std::move(hook));
+    }
+};
+using Opens = Replaced<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD,
+                                                      DWORD, HANDLE)>; // the DLL exports one of that name
+using Writes = Replaced<"WriteFile", decltype(&WriteFile)>;
+using Flushes = Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)>;
+using Looks = Replaced<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)>;
+using Attributes = Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>;
+using FreeSpaceQueries = Replaced<"GetDiskFreeSpaceExW", decltype(&GetDiskFreeSpaceExW)>;
+
+constexpr std::uint64_t kChunk = 1048576;
+constexpr DWORD kOpenToWipe = 0x04000080; // the flags of the open that deletes
+
+/// A wiper, a folder for it, and an empty boot-time list.
+class WipeTest : public testing::Test
+{
+protected:
+    WipeTest() { takeBootList(); }
+    ~WipeTest() override
+    {
+        onChunk = nullptr;
+        takeBootList();
+    }
+
+    [[nodiscard]] std::wstring at(const std::wstring& name) const { return folder + L"\\" + name; }
+    long wipe(std::uint32_t kind, const std::wstring& path, std::uint32_t method = kWipeZeros,
+              std::uint32_t passes = 1, HANDLE event = nullptr)
+    {
+        progress = {0, total};
+        return wiper->Wipe(callback, &progress, kind, path.c_str(), &stack, nullptr, method, passes, event);
+    }
+    static void callback(WipeProgress*)
+    {
+        if (onChunk)
+            onChunk();
+    }
+
+    static inline std::function<void()> onChunk;
+    std::wstring folder = scratchFolder();
+    std::unique_ptr<IWiper> wiper{DllGetWiper()};
+    DirectoryStack stack;
+    WipeProgress progress;
+    std::uint64_t total = 0; // to begin with
+    Opens files;
 };
