@@ -6,8 +6,8 @@
 #include <winternl.h>
 
 #include <algorithm>
+#include <memory>
 #include <stdexcept>
-#include <vector>
 
 #include "support/Heap.h"
 
@@ -18,30 +18,24 @@ inline DWORD processHandleCount()
     struct Entry
     {
         ULONG process;
-        BYTE type;
-        BYTE flags;
-        USHORT handle;
+        ULONG typeAndNumber;
         void* object;
         ULONG access;
     };
-    constexpr auto kHandleInformation = static_cast<SYSTEM_INFORMATION_CLASS>(16);
+    struct Table
+    {
+        ULONG count;
+        Entry entries[1 << 16];
+    };
     static const auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
-    std::vector<Entry> entries(4096);
-    ULONG got = 0;
-    while (query(kHandleInformation, entries.data(), static_cast<ULONG>(entries.size() * sizeof(Entry)),
-                 &got) < 0) {
-        if (entries.size() > 1000000)
-            throw std::runtime_error("the handles cannot be counted");
-        entries.resize(entries.size() * 2);
-    }
-    // The number of entries comes first; the padding behind it makes the first entry begin at the second
-    // pointer's place.
-    const ULONG total = entries[0].process;
-    const auto* first =
-        reinterpret_cast<const Entry*>(reinterpret_cast<const char*>(entries.data()) + sizeof(void*));
-    return static_cast<DWORD>(std::count_if(
-        first, first + total, [](const Entry& entry) { return entry.process == GetCurrentProcessId(); }));
+    constexpr auto kHandles = static_cast<SYSTEM_INFORMATION_CLASS>(16);
+    const auto table = std::make_unique_for_overwrite<Table>();
+    if (query(kHandles, table.get(), sizeof(Table), nullptr) < 0)
+        throw std::runtime_error("the handles cannot be counted");
+    return static_cast<DWORD>(
+        std::count_if(table->entries, table->entries + table->count,
+                      [](const Entry& entry) { return entry.process == GetCurrentProcessId(); }));
 }
 
 /// What the process holds now, to be compared later.
