@@ -21,94 +21,7 @@ HKEY makeChain(std::wstring& path, std::size_t length)
     }
     return key;
 }
-} // namespace
 
-TEST_F(RegistrySafety, PathsLongerThanOneCallTakes)
-{
-    // Of the parent: around the longest step, around what one call takes, around 65,536 and 131,072.
-    for (const std::size_t length : {16376, 16377, 16378, 32757, 32758, 32759, 32760, 32766, 32767, 32768,
-                                     49155, 65529, 65530, 65536, 65540, 131072}) {
-        SCOPED_TRACE(length);
-        RegDeleteTreeW(root, nullptr);
-        std::wstring path = kRoot;
-        const HKEY parent = makeChain(path, length);
-        ASSERT_EQ(path.size(), length);
-        for (const wchar_t* key : {static_cast<const wchar_t*>(nullptr), L"twin", L"found"})
-            RegSetKeyValueW(parent, key, L"v", REG_BINARY, "old", 3);
-        const std::wstring leaf = path + L"\\victim";
-
-        EXPECT_EQ(keyOf(leaf)->exists(), 0);
-        EXPECT_EQ(codeOf([&] { keyOf(leaf)->deleteItem(); }), ERROR_FILE_NOT_FOUND);
-        EXPECT_EQ(codeOf([&] { valueOf(leaf, L"v")->deleteItem(); }), ERROR_FILE_NOT_FOUND);
-        keyOf(leaf + L"\\below")->create();
-        EXPECT_TRUE(hasKey(parent, L"victim\\below"));
-        valueOf(leaf, L"v")->setValue(REG_BINARY, "new", 3);
-        EXPECT_NE(keyOf(leaf)->exists(), 0);
-        EXPECT_EQ(dataOf(*valueOf(leaf, L"v")), "new");
-        EXPECT_EQ(dataOf(*valueOf(path, L"v")), "old");
-        valueOf(leaf, L"v")->deleteItem();
-        EXPECT_EQ(valueOf(leaf, L"v")->exists(), 0);
-
-        const SharedPtr<ScanItem> found = find(L"\\found");
-        for (const wchar_t* name : {L"\\victim\\below", L"\\twin\\v", L"\\found\\v", L"\\v"})
-            EXPECT_EQ(collector.paths[std::wstring(L"HKEY_CURRENT_USER\\").append(path).append(name)], 1)
-                << name;
-        ASSERT_TRUE(found);
-        dynamic_cast<IRegistryKey&>(*found).deleteItem();
-        EXPECT_FALSE(hasKey(parent, L"found"));
-        EXPECT_TRUE(hasKey(parent, L"victim\\below"));
-        keyOf(leaf + L"\\")->deleteItem();
-        EXPECT_FALSE(hasKey(parent, L"victim"));
-        EXPECT_TRUE(hasKey(parent, L"twin"));
-        EXPECT_TRUE(hasValue(parent, L"", L"v"));
-        RegCloseKey(parent);
-    }
-}
-
-TEST_F(RegistrySafety, NamesThatTheRegistryDoesNotTake)
-{
-    const std::wstring longKey(255, L'k');
-    const std::wstring longValue(16383, L'v');
-    addKey(longKey + L"\\below");
-    addValue(longValue);
-    const std::wstring longest = kRoot + L"\\" + longKey;
-    EXPECT_NE(keyOf(longest + L"\\below")->exists(), 0);
-    const std::pair<std::wstring, std::wstring> rows[] = {
-        {longest + L"k", L"v"},
-        {longest + L"k\\below", L"v"},
-        {std::wstring(longest).append(L"\\").append(300, L'k'), L"v"},
-        {std::wstring(40000, L'k'), L"v"},
-        {kRoot + L"\\" + std::wstring(70000, L'k'), L"v"},
-        {kRoot, std::wstring(16384, L'v')},
-        {kRoot, std::wstring(32767, L'v')},
-        {kRoot, std::wstring(65536 + 16383, L'v')},
-    };
-    for (const auto& row : rows) {
-        const KeyPtr key = keyOf(row.first);
-        const ValuePtr value = valueOf(row.first, row.second);
-        const std::vector<std::function<void()>> operations = {
-            [&] { value->create(); },       [&] { value->setValue(REG_SZ, L"", 2); },
-            [&] { value->deleteItem(); },   [&] { return value->exists(); },
-            [&] { return dataOf(*value); }, [&] { return value->getValueType(); },
-            [&] { key->create(); },         [&] { key->deleteItem(); },
-            [&] { return key->exists(); },  [&] { require(scan(row.first, 1)); }};
-        for (std::size_t i = 0; i < (row.first == kRoot ? 6 : operations.size()); ++i)
-            EXPECT_EQ(codeOf(operations[i]), ERROR_FILENAME_EXCED_RANGE) << row.first.size() << ": " << i;
-    }
-    EXPECT_TRUE(hasKey(root, longKey + L"\\below"));
-    EXPECT_TRUE(hasValue(root, L"", longValue.c_str()));
-
-    // Backslashes count as one, however many there are; alone they name nothing.
-    const std::wstring backslashes(40000, L'\\');
-    addKey(L"a\\b");
-    keyOf(kRoot + L"\\a" + backslashes + L"b" + backslashes)->deleteItem();
-    EXPECT_TRUE(hasKey(root, L"a"));
-    EXPECT_FALSE(hasKey(root, L"a\\b"));
-    EXPECT_EQ(codeOf([&] { keyOf(backslashes, root)->deleteItem(); }), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(codeOf([&] { return keyOf(backslashes, root)->exists(); }), ERROR_BAD_PATHNAME);
-}
-
-namespace {
 const std::wstring kClass = L"sysmaint-test";
 const std::wstring kClasses = L"Software\\Classes\\";
 
@@ -227,6 +140,91 @@ const std::tuple<const char*, const char*, const char*, unsigned long, const cha
                     {"create", "", "k", 0, "", "kn"},
                     {"create", "", "", 0, "", "kn"}};
 } // namespace
+
+TEST_F(RegistrySafety, PathsLongerThanOneCallTakes)
+{
+    // Of the parent: around the longest step, around what one call takes, around 65,536 and 131,072.
+    for (const std::size_t length : {16376, 16377, 16378, 32757, 32758, 32759, 32760, 32766, 32767, 32768,
+                                     49155, 65529, 65530, 65536, 65540, 131072}) {
+        SCOPED_TRACE(length);
+        RegDeleteTreeW(root, nullptr);
+        std::wstring path = kRoot;
+        const HKEY parent = makeChain(path, length);
+        ASSERT_EQ(path.size(), length);
+        for (const wchar_t* key : {static_cast<const wchar_t*>(nullptr), L"twin", L"found"})
+            RegSetKeyValueW(parent, key, L"v", REG_BINARY, "old", 3);
+        const std::wstring leaf = path + L"\\victim";
+
+        EXPECT_EQ(keyOf(leaf)->exists(), 0);
+        EXPECT_EQ(codeOf([&] { keyOf(leaf)->deleteItem(); }), ERROR_FILE_NOT_FOUND);
+        EXPECT_EQ(codeOf([&] { valueOf(leaf, L"v")->deleteItem(); }), ERROR_FILE_NOT_FOUND);
+        keyOf(leaf + L"\\below")->create();
+        EXPECT_TRUE(hasKey(parent, L"victim\\below"));
+        valueOf(leaf, L"v")->setValue(REG_BINARY, "new", 3);
+        EXPECT_NE(keyOf(leaf)->exists(), 0);
+        EXPECT_EQ(dataOf(*valueOf(leaf, L"v")), "new");
+        EXPECT_EQ(dataOf(*valueOf(path, L"v")), "old");
+        valueOf(leaf, L"v")->deleteItem();
+        EXPECT_EQ(valueOf(leaf, L"v")->exists(), 0);
+
+        const SharedPtr<ScanItem> found = find(L"\\found");
+        for (const wchar_t* name : {L"\\victim\\below", L"\\twin\\v", L"\\found\\v", L"\\v"})
+            EXPECT_EQ(collector.paths[std::wstring(L"HKEY_CURRENT_USER\\").append(path).append(name)], 1)
+                << name;
+        ASSERT_TRUE(found);
+        dynamic_cast<IRegistryKey&>(*found).deleteItem();
+        EXPECT_FALSE(hasKey(parent, L"found"));
+        EXPECT_TRUE(hasKey(parent, L"victim\\below"));
+        keyOf(leaf + L"\\")->deleteItem();
+        EXPECT_FALSE(hasKey(parent, L"victim"));
+        EXPECT_TRUE(hasKey(parent, L"twin"));
+        EXPECT_TRUE(hasValue(parent, L"", L"v"));
+        RegCloseKey(parent);
+    }
+}
+
+TEST_F(RegistrySafety, NamesThatTheRegistryDoesNotTake)
+{
+    const std::wstring longKey(255, L'k');
+    const std::wstring longValue(16383, L'v');
+    addKey(longKey + L"\\below");
+    addValue(longValue);
+    const std::wstring longest = kRoot + L"\\" + longKey;
+    EXPECT_NE(keyOf(longest + L"\\below")->exists(), 0);
+    const std::pair<std::wstring, std::wstring> rows[] = {
+        {longest + L"k", L"v"},
+        {longest + L"k\\below", L"v"},
+        {std::wstring(longest).append(L"\\").append(300, L'k'), L"v"},
+        {std::wstring(40000, L'k'), L"v"},
+        {kRoot + L"\\" + std::wstring(70000, L'k'), L"v"},
+        {kRoot, std::wstring(16384, L'v')},
+        {kRoot, std::wstring(32767, L'v')},
+        {kRoot, std::wstring(65536 + 16383, L'v')},
+    };
+    for (const auto& row : rows) {
+        const KeyPtr key = keyOf(row.first);
+        const ValuePtr value = valueOf(row.first, row.second);
+        const std::vector<std::function<void()>> operations = {
+            [&] { value->create(); },       [&] { value->setValue(REG_SZ, L"", 2); },
+            [&] { value->deleteItem(); },   [&] { return value->exists(); },
+            [&] { return dataOf(*value); }, [&] { return value->getValueType(); },
+            [&] { key->create(); },         [&] { key->deleteItem(); },
+            [&] { return key->exists(); },  [&] { require(scan(row.first, 1)); }};
+        for (std::size_t i = 0; i < (row.first == kRoot ? 6 : operations.size()); ++i)
+            EXPECT_EQ(codeOf(operations[i]), ERROR_FILENAME_EXCED_RANGE) << row.first.size() << ": " << i;
+    }
+    EXPECT_TRUE(hasKey(root, longKey + L"\\below"));
+    EXPECT_TRUE(hasValue(root, L"", longValue.c_str()));
+
+    // Backslashes count as one, however many there are; alone they name nothing.
+    const std::wstring backslashes(40000, L'\\');
+    addKey(L"a\\b");
+    keyOf(kRoot + L"\\a" + backslashes + L"b" + backslashes)->deleteItem();
+    EXPECT_TRUE(hasKey(root, L"a"));
+    EXPECT_FALSE(hasKey(root, L"a\\b"));
+    EXPECT_EQ(codeOf([&] { keyOf(backslashes, root)->deleteItem(); }), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(codeOf([&] { return keyOf(backslashes, root)->exists(); }), ERROR_BAD_PATHNAME);
+}
 
 TEST_F(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
 {

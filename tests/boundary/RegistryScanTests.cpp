@@ -91,17 +91,18 @@ TEST_F(Registry, KeysThatRefuseAccess)
     HKEY guarded = nullptr;
     ASSERT_EQ(RegOpenKeyExW(root, L"guarded", 0, READ_CONTROL | WRITE_DAC, &guarded), ERROR_SUCCESS);
     const std::tuple<const wchar_t*, long, std::vector<std::wstring>> rows[] = {
-        {L"D:(A;;0x60009;;;WD)", ERROR_SUCCESS, {L"v", L"inner"}}, // READ_CONTROL, WRITE_DAC and both
-        {L"D:(A;;0x60008;;;WD)", ERROR_ACCESS_DENIED, {L"inner"}},
-        {L"D:(A;;0x60001;;;WD)", ERROR_ACCESS_DENIED, {L"v"}},
+        {L"D:(A;;0x60009;;;WD)",
+         ERROR_SUCCESS,
+         {L"guarded\\v", L"guarded\\inner"}}, // READ_CONTROL, WRITE_DAC and both
+        {L"D:(A;;0x60008;;;WD)", ERROR_ACCESS_DENIED, {L"guarded\\inner"}},
+        {L"D:(A;;0x60001;;;WD)", ERROR_ACCESS_DENIED, {L"guarded\\v"}},
         {L"D:(A;;0x60000;;;WD)", ERROR_ACCESS_DENIED, {}},
-        {L"D:(A;;KA;;;WD)", ERROR_SUCCESS, {L"v", L"inner"}}};
+        {L"D:(A;;KA;;;WD)", ERROR_SUCCESS, {L"guarded\\v", L"guarded\\inner"}}};
     for (const auto& [access, code, below] : rows) {
         ASSERT_EQ(RegSetKeySecurity(guarded, DACL_SECURITY_INFORMATION, descriptorOf(access).get()), 0);
         EXPECT_EQ(scan(), code);
         std::vector<std::wstring> names = {L"guarded", L"other"};
-        for (const std::wstring& name : below)
-            names.push_back(L"guarded\\" + name);
+        names.insert(names.end(), below.begin(), below.end());
         expectFound(names);
 
         // As a root it ends the scan only when nothing of it can be had.
@@ -225,10 +226,8 @@ TEST_F(Registry, FailingCallsOfSingleItems)
             *length = enough ? needed : 0;
             return enough ? ERROR_SUCCESS : ERROR_MORE_DATA;
         });
-        if (needed == 5000)
-            EXPECT_EQ(read().size(), needed);
-        else
-            EXPECT_EQ(codeOf(read), ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(codeOf([&] { EXPECT_EQ(read().size(), needed); }),
+                  needed == 5000 ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
     }
 }
 
