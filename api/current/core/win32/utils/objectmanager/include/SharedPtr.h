@@ -82,8 +82,9 @@ private:
             // The last owner has nobody to race with, and most objects have only ever one.
             if (m_count.load(std::memory_order_acquire) == 1 ||
                 m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
-                delete this;
+                dispose();
         }
+        virtual void dispose() noexcept { delete this; }
 
         T* m_object;
         std::atomic<unsigned> m_count{1};
@@ -103,12 +104,17 @@ private:
         Object m_inPlace;
     };
 
+    struct NoObjectBlock final : Block
+    {
+        constexpr NoObjectBlock() noexcept : Block(nullptr) {}
+        void dispose() noexcept override {} // it is not on the heap
+    };
     /// There before any code runs and never destroyed: pointers with static storage need it at both ends.
     union EmptyBlock
     {
-        constexpr EmptyBlock() noexcept : block(nullptr) {}
+        constexpr EmptyBlock() noexcept : block() {}
         ~EmptyBlock() {} // NOLINT(modernize-use-equals-default): keeps the block alive
-        Block block;
+        NoObjectBlock block;
     };
     static constinit inline EmptyBlock s_empty;
 
