@@ -50,11 +50,9 @@ protected:
 
 TEST_F(FileTableTest, IsFilledUntilItGrows)
 {
-    for (const auto& [growsAfter, size, made] : {std::tuple{600L, 0U, 768L},
-                                                 {600L, 4096U, 768L},
-                                                 {0L, 512U, 256L},
-                                                 {0L, 0U, 256L},
-                                                 {0L, 4096U, 256L}}) {
+    const std::tuple<long, unsigned, long> cases[] = {
+        {600, 0, 768}, {600, 4096, 768}, {0, 512, 256}, {0, 0, 256}, {0, 4096, 256}};
+    for (const auto& [growsAfter, size, made] : cases) {
         tableGrowsAfter = growsAfter;
         bytesPerFile = size;
         expect(0, made);

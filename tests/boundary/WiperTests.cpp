@@ -484,14 +484,12 @@ TEST_F(WiperTest, HandlesLongAndOddNames)
         deep += L"\\" + std::wstring(60, L'd');
         ASSERT_TRUE(CreateDirectoryW((L"\\\\?\\" + deep).c_str(), nullptr));
     }
-    const std::wstring odd = at(L"report."); // which Win32 would take for "report"
+    deep += L"\\file";
+    const std::wstring nul = at(L"nul"), odd = at(L"report."); // which Win32 would take for "report"
     std::wstring slashes = L"//?/" + odd;
     std::replace(slashes.begin(), slashes.end(), L'\\', L'/');
-    const std::pair<std::wstring, std::wstring> cases[] = {{deep + L"\\file", deep + L"\\file"},
-                                                           {odd, odd},
-                                                           {at(L"nul"), at(L"nul")},
-                                                           {slashes, odd},
-                                                           {L"\\\\.\\" + odd, odd}};
+    const std::pair<std::wstring, std::wstring> cases[] = {
+        {deep, deep}, {odd, odd}, {nul, nul}, {slashes, odd}, {L"\\\\.\\" + odd, odd}};
     for (const auto& [given, path] : cases) {
         writeBytes(at(L"report"), Bytes(3, 1));
         writeBytes(L"\\\\?\\" + path, Bytes(1000, 0xE5));
