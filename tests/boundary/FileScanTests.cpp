@@ -261,21 +261,22 @@ TEST(FileScan, ReparsePointsThatAreNoLinksAreWalked)
                                            {0, false},
                                            {0x9000001A, true},
                                            {0x80000013, true}};
-    const std::wstring folder = L"ünïcödé";
+    const std::wstring name = L"ünïcödé";
+    const std::wstring folder = kTree + L"\\" + name;
     FindNext next(sysmaintModule());
     for (const auto& row : rows) {
         Collector collector;
         next.setHook([&](auto original, HANDLE search, WIN32_FIND_DATAW* entry) {
             const BOOL found = original(search, entry);
-            if (entry->cFileName == folder) {
+            if (entry->cFileName == name) {
                 entry->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
                 entry->dwReserved0 = row.first;
             }
             return found;
         });
         ASSERT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), ERROR_SUCCESS);
-        EXPECT_EQ(collector.paths.count(kTree + L"\\" + folder), 1U) << "reported in any case";
-        EXPECT_EQ(collector.paths.count(kTree + L"\\" + folder + L"\\日本語.txt"), row.second) << row.first;
+        EXPECT_EQ(collector.paths.count(folder), 1U) << "reported in any case";
+        EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), row.second) << row.first;
     }
 }
 

@@ -80,7 +80,8 @@ TEST(ScanItems, FilesAreMadeReadAndDeletedUnderAnyName)
     fileAt(names[0])->deleteItem();
     folderAt(deep)->deleteItem();
     EXPECT_FALSE(stands(deep));
-    for (const std::wstring& there : {folder + L"\\", std::wstring(L"C:\\"), std::wstring(L".")})
+    for (const std::wstring& there :
+         std::initializer_list<std::wstring>{folder + L"\\", L"C:\\", L".", L"..\\"})
         EXPECT_NE(folderAt(there)->exists(), 0);
     EXPECT_EQ(folderAt(L"Q:\\")->exists(), 0);
 }
@@ -142,11 +143,10 @@ TEST(ScanItems, StreamsHoldWhatTheCodeSays)
 {
     const FilePtr file = fileAt(L"C:\\x");
     file->setData("ab", 2);
-    const unsigned char whole[] = {2,   0, 0,   0,                                         // the type
-                                   10,  0, 0,   0, 0,    0, 0,   0,                        // the path
-                                   'C', 0, ':', 0, '\\', 0, 'x', 0, 0, 0,                  //
-                                   1,   0, 0,   0, 2,    0, 0,   0, 0, 0, 0, 0, 'a', 'b'}; // the data
-    const std::string all(reinterpret_cast<const char*>(whole), sizeof whole);
+    const std::string all("\2\0\0\0"                           // the type
+                          "\12\0\0\0\0\0\0\0C\0:\0\\\0x\0\0\0" // the path
+                          "\1\0\0\0\2\0\0\0\0\0\0\0ab",
+                          36); // the data
     const std::string fields = all.substr(22);
     const std::pair<unsigned long, std::string> rows[] = {{kStateAll, all},
                                                           {kStatePath, all.substr(4)},

@@ -32,7 +32,7 @@ std::string read(const std::wstring& path)
 /// A folder with a "root" to be walked and, with the same below it, an "out" that links may lead to.
 std::wstring makeRootAndOut()
 {
-    const std::wstring folder = scratchFolder();
+    std::wstring folder = scratchFolder();
     for (const std::wstring& top : {folder + L"\\root", folder + L"\\out"}) {
         for (const wchar_t* name : {L"", L"\\a", L"\\a\\b", L"\\a\\b\\c", L"\\z", L"\\z\\y"})
             CreateDirectoryW((top + name).c_str(), nullptr);
@@ -182,25 +182,26 @@ TEST(WalkSafety, SwappedItemsAreLeftAlone)
         for (const std::wstring swapped : {L"\\a", L"\\a\\b", name.c_str()}) {
             SCOPED_TRACE(testing::PrintToString(name + swapped));
             const std::wstring scratch = makeRootAndOut();
+            const std::wstring root = scratch + L"\\root";
+            const std::wstring out = scratch + L"\\out";
             SharedPtr<ScanItem> found;
             Collector collector;
             collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
-                if (item->getPath() == scratch + L"\\root" + name)
+                if (item->getPath() == root + name)
                     found = item;
             };
-            ASSERT_EQ(TestEngine(collector).scan(scratch + L"\\root"), ERROR_SUCCESS);
+            ASSERT_EQ(TestEngine(collector).scan(root), ERROR_SUCCESS);
             auto& item = dynamic_cast<IFileSystemItem&>(*found);
             auto* const file = dynamic_cast<IFile*>(found.get());
             const bool isLink = file != nullptr && swapped == name; // a link to a folder where a file was
-            swapForLink(scratch + L"\\root" + swapped,
-                        scratch + L"\\out" + (isLink ? L"\\a\\b\\c" : swapped));
+            swapForLink(root + swapped, out + (isLink ? L"\\a\\b\\c" : swapped));
             unsigned long long size = 0;
             EXPECT_EQ(codeOf([&] { item.create(); }),
                       file == nullptr && swapped == name ? ERROR_ALREADY_EXISTS : kStopped);
             EXPECT_TRUE(file == nullptr || codeOf([&] { file->getData(size); }) == kStopped);
             EXPECT_EQ(codeOf([&] { item.deleteItem(); }), isLink ? ERROR_ACCESS_DENIED : kStopped);
-            EXPECT_EQ(read(scratch + L"\\out\\a\\b\\f"), "precious");
-            EXPECT_TRUE(stands(scratch + L"\\out\\a\\b\\c"));
+            EXPECT_EQ(read(out + L"\\a\\b\\f"), "precious");
+            EXPECT_TRUE(stands(out + L"\\a\\b\\c"));
         }
 }
 

@@ -65,11 +65,9 @@ public:
     long rescan(unsigned depth = 65535, HANDLE cancelEvent = nullptr, const wchar_t* filters = nullptr,
                 const wchar_t* ignores = nullptr) const
     {
-        ScanOptions options;
-        options.depthGiven = 1;
-        options.depth = static_cast<std::uint16_t>(depth);
-        return FSEngineScan(handle, cancelEvent,
-                            SharedPtr<IScanValidator>(DllGetScanValidator(filters, ignores)), options);
+        const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
+        return FSEngineScan(handle, cancelEvent, validator,
+                            {.depth = static_cast<std::uint16_t>(depth), .depthGiven = 1});
     }
 
     void* handle;
