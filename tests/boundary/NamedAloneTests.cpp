@@ -153,7 +153,10 @@ TEST_F(NamedAlone, HalfALoadNamesNothing)
 // Below some systems a name may hold a backslash, and would be read as the path of another file.
 TEST_F(NamedAlone, ANameThatReadsAsAPathIsNoItem)
 {
-    runUnix(L"touch '" + unixPath(root) + L"/a\\\\f'");
+    constexpr long long kCreate = 85;
+    constexpr long long kClose = 3;
+    const std::string name = unixPath(root + L"\\") + "a\\f";
+    unixCall(kClose, unixArgument(unixCall(kCreate, name.c_str(), unixArgument(0600)))); // made and closed
     Collector collector;
     EXPECT_EQ(TestEngine(collector).scan(root), static_cast<long>(ERROR_INVALID_NAME));
     EXPECT_EQ(collector.calls, 2) << "the folder and the file in it";

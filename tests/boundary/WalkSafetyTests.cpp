@@ -162,7 +162,7 @@ TEST(WalkSafety, SwappedFoldersAreNotWalked)
                 if (item->getPath() != root + std::get<0>(row))
                     return;
                 const std::wstring folder = scratch + L"\\root" + std::get<1>(row);
-                runUnix(L"mv '" + unixPath(folder) + L"' '" + unixPath(scratch) + L"/moved'");
+                moveAway(folder, scratch + L"\\moved");
                 if (std::get<char>(row) == 'l')
                     makeLink(scratch + L"\\out" + std::get<1>(row), folder);
                 if (std::get<char>(row) == 'f')

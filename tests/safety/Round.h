@@ -1,21 +1,65 @@
 #pragma once
 
-#include <memory>
-#include <vector>
+#include <atomic>
+#include <cstdio>
+#include <initializer_list>
+#include <set>
+#include <sstream>
 
 #include "safety/PathForms.h"
 #include "safety/World.h"
-#include "support/Scan.h"
+#include "support/Wipe.h"
 
 /// What comes between in a round: at most one thing, at a chosen one of the moments that the operation
 /// passes.
-enum class Trouble
+enum class Trouble : char
 {
-    none,
-    otherFolder, ///< the current folder is another one
-    link,        ///< root/sub is a link to vault/sub
-    cancel,
-    failingCall ///< a system call of the library fails, from the beginning on
+    none = '-',
+    otherFolder = 'o', ///< the current folder is another one
+    link = 'l',        ///< root/sub is a link to vault/sub
+    cancel = 'c',
+    failingCall = 'f' ///< a system call of the library fails, from the beginning on
+};
+
+/// Lets one call of a random imported function fail.
+struct FailingCall
+{
+    explicit FailingCall(Choices& choices)
+        : failure(choices.of(kFailures)),
+          import(sysmaintModule(), failure.function, reinterpret_cast<void*>(&call))
+    {
+        left = 1 + static_cast<int>(choices.below(6));
+        original = reinterpret_cast<decltype(&call)>(import.original());
+        result = failure.result;
+    }
+    /// Stands for functions of up to seven arguments: so many can be passed on, whatever they are.
+    static LONG_PTR WINAPI call(LONG_PTR a, LONG_PTR b, LONG_PTR c, LONG_PTR d, LONG_PTR e, LONG_PTR f,
+                                LONG_PTR g)
+    {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return --left == 0 ? result : original(a, b, c, d, e, f, g);
+    }
+
+    struct Failure
+    {
+        const char* function;
+        LONG_PTR result;
+    };
+    static constexpr Failure kFailures[] = {
+        {"CreateFileW", -1},       {"FindFirstFileW", -1},
+        {"FindFirstFileExW", -1},  {"FindNextFileW", 0},
+        {"GetFullPathNameW", 0},   {"GetFileAttributesW", -1},
+        {"SetFileAttributesW", 0}, {"GetFileInformationByHandle", 0},
+        {"RemoveDirectoryW", 0},   {"SetFileInformationByHandle", 0},
+        {"DeleteFileW", 0},        {"WriteFile", 0},
+        {"SetEndOfFile", 0},       {"RegOpenKeyExW", ERROR_ACCESS_DENIED},
+        {"NtDeleteKey", -1},       {"RegDeleteValueW", ERROR_ACCESS_DENIED},
+    };
+    static inline std::atomic<int> left;
+    static inline LONG_PTR result;
+    static inline decltype(&call) original;
+    const Failure& failure;
+    ImportReplacement import;
 };
 
 /// One operation over the world with what it may touch, and the judge of what came of it.
@@ -26,73 +70,191 @@ enum class Trouble
 class Round
 {
 public:
-    Round(World& world, unsigned seed, unsigned number);
-    Round(const Round&) = delete;
-    Round& operator=(const Round&) = delete;
-    ~Round();
+    Round(World& itsWorld, unsigned itsSeed, unsigned itsNumber)
+        : choices(itsSeed, itsNumber), world(itsWorld), seed(itsSeed), number(itsNumber),
+          home(choices.oneIn(2) ? "" : "root")
+    {
+        SetCurrentDirectoryW(world.windowsPath(home).c_str());
+    }
 
     /// A path in some form, which everything said about the round tells from now on.
-    const std::wstring& write(const std::string& path, bool folder);
+    const std::wstring& write(const std::string& path, bool folder)
+    {
+        const std::size_t current = world.windowsPath(home.empty() ? "" : home + "/").size();
+        return text =
+                   pathForm(choices, world.windowsPath(path), world.windowsPath("").size(), current, folder);
+    }
+    void plan(std::initializer_list<Trouble> possible)
+    {
+        if (!choices.oneIn(2))
+            return;
+        trouble = choices.of(possible);
+        momentsLeft = choices.oneIn(2) ? 1 : 1 + choices.below(12);
+        if (trouble == Trouble::failingCall)
+            failing = std::make_unique<FailingCall>(choices);
+    }
     /// A moment at which the trouble may come.
-    void moment();
-    void plan(std::initializer_list<Trouble> possible);
+    void moment()
+    {
+        if (momentsLeft == 0 || --momentsLeft != 0)
+            return;
+        if (trouble == Trouble::otherFolder)
+            SetCurrentDirectoryW(world.windowsPath("other/" + home).c_str());
+        if (trouble == Trouble::cancel)
+            SetEvent(cancel.handle);
+        linked = trouble == Trouble::link && exchange();
+    }
 
     /// The thing and, of a container, what is in it; nothing that is behind a link.
-    [[nodiscard]] std::vector<std::string> within(const std::string& path) const;
-    [[nodiscard]] char kind(const std::string& path) const;
-    /// A random thing of the kinds (of World's letters, '-' for a name that nothing has) below `top`.
-    std::string target(const std::string& top, const std::string& kinds);
-    /// The caller names a thing to be destroyed; with its data when that is overwritten.
-    void name(const std::string& path, bool data = false);
-    /// The operation says that the thing is gone, or below that it is a file with that content.
-    void claimGone(const std::string& path) { m_gone.insert(path); }
-    /// A file, or what is not there, was wiped with that code: in vain, it may go on the list for the
-    /// restart.
-    void waits(const std::string& path, long code);
-    void claimContent(const std::string& path, const std::string& bytes);
-    void violation(const std::string& what);
-    /// Opens a file so that nobody else can; null when that fails.
-    [[nodiscard]] HANDLE lock(const std::string& path) const;
+    [[nodiscard]] static std::vector<std::string> within(const std::string& path, const Picture& picture)
+    {
+        std::vector<std::string> result;
+        for (const auto& [each, thing] : picture)
+            if (each == path || each.starts_with(path + "/") || each.starts_with(path + ":"))
+                result.push_back(each);
+        return result;
+    }
+    [[nodiscard]] auto within(const std::string& path) const { return within(path, world.original); }
+    [[nodiscard]] std::wstring literalPath(const std::string& path) const
+    {
+        return L"\\\\?\\" + world.windowsPath(path);
+    }
+    /// World's letter for the thing, '-' for a name that nothing has.
+    [[nodiscard]] char kind(const std::string& path) const
+    {
+        const auto found = world.original.find(path);
+        return found == world.original.end() ? '-' : found->second.kind;
+    }
+    /// A random thing of one of the kinds below `top`.
+    std::string target(const std::string& top, const std::string& kinds)
+    {
+        const char wanted = choices.of(kinds);
+        std::vector<std::string> possible;
+        for (const std::string& path : within(top)) {
+            if (kind(path) == wanted)
+                possible.push_back(path);
+            for (const char* end : {".", " ", ". "})
+                if (wanted == '-' && path != top && kind(path + end) == '-' && path.size() < 250)
+                    possible.push_back(path + end);
+        }
+        return possible.empty() ? top : choices.of(possible);
+    }
+    /// The caller names a thing to be destroyed, a key with all that is in it; with its data when that is
+    /// overwritten.
+    void name(const std::string& path, bool data = false)
+    {
+        for (const std::string& each : path.starts_with("registry") ? within(path) : std::vector{path})
+            named.insert(each);
+        if (data && path == "root/hard") // the same data under two names
+            named.insert("vault/hard");
+    }
+    /// An operation on a thing returned that code. What was wiped in vain, a file or what is not there, may
+    /// go on the list for the restart.
+    void done(const std::string& path, unsigned long code, bool isWiped = false)
+    {
+        if (code == ERROR_SUCCESS)
+            gone.insert(path);
+        else if (isWiped && code != ERROR_CANCELLED && (kind(path) == 'f' || kind(path) == '-'))
+            waiting.insert(path);
+    }
+    void violation(const std::string& what)
+    {
+        std::printf("violation: --seed %u --round %u: %s \"%s\" (in /%s), trouble %c%s: %s\n", seed, number,
+                    operation, utf8(text.substr(0, 600)).c_str(), home.c_str(), static_cast<char>(trouble),
+                    linked ? " came" : "", what.c_str());
+        clean = false;
+    }
+
     /// Compares the world with what was allowed and makes it original again. Returns whether the round was
     /// clean.
-    bool judge();
-
-    [[nodiscard]] HANDLE cancelEvent() const { return m_cancel; }
-    [[nodiscard]] bool destroyed() const { return m_destroyed; }
+    bool judge()
+    {
+        endTrouble();
+        const Picture now = world.look();
+        for (const auto& [path, thing] : difference(world.original, now)) {
+            destroyed = destroyed || named.contains(path);
+            if (!named.contains(path))
+                violation(path + (now.contains(path) ? " is changed" : " is gone"));
+        }
+        for (const auto& [path, thing] : now) {
+            if (kind(path) == '-' && !mayAppear.contains(path))
+                violation(path + " has appeared");
+            if (gone.contains(path))
+                violation(path + " is there, though said to be gone");
+        }
+        for (const auto& [path, bytes] : contents)
+            if (!now.contains(path) || now.at(path).content != bytes)
+                violation(path + " has not the content that was written");
+        judgeBootList();
+        world.restore(now);
+        return clean;
+    }
 
     Choices choices;
-    std::string operation;
-    PathForm form;
+    const char* operation = "";
+    std::wstring text;
     Trouble trouble = Trouble::none;
+    Event cancel;
+    bool destroyed = false; ///< something that was named
     std::set<std::string> mayAppear;
+    std::set<std::string> gone;                  ///< the operation says so
+    std::map<std::string, std::string> contents; ///< these as well
 
 private:
-    void endTrouble();
-    void judgeBootList();
+    /// Exchanges root/sub and aside/sub. False, and nothing happens, where Windows would let nobody move the
+    /// folder: it is open without sharing its deletion, or something in it is open at all. The kernel knows
+    /// nothing of that. Handles that ask for attributes alone hold nothing, there as here.
+    bool exchange()
+    {
+        const Picture now = world.look();
+        for (const std::string top : {"root/sub", "aside/sub"})
+            for (const std::string& path : within(top, now)) {
+                const HANDLE probe = ::CreateFileW(
+                    literalPath(path).c_str(), DELETE, path == top ? 7 : 0, nullptr, OPEN_EXISTING,
+                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+                if (probe == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION)
+                    return false;
+                CloseHandle(probe);
+            }
+        constexpr long long kRename = 82;
+        const char* names[] = {"aside/other", "root/sub", "aside/sub", "aside/other"};
+        for (const int step : {0, 1, 2})
+            unixCall(kRename, world.unixPath(names[step + 1]).c_str(), world.unixPath(names[step]).c_str());
+        return true;
+    }
+    void endTrouble()
+    {
+        failing.reset();
+        SetCurrentDirectoryW(world.windowsPath("").c_str());
+        if (!linked)
+            return;
+        gone.erase("root/sub"); // the link, where the folder was named: only that comes back
+        if (named.contains("root/sub"))
+            named.insert("aside/sub");
+        if (!exchange())
+            violation("root/sub is still held open");
+    }
+    void judgeBootList()
+    {
+        std::wistringstream list(takeBootList());
+        std::wstring line;
+        if (std::getline(list, line) && line != std::wstring(L"\0\0\r", 3))
+            violation("the boot list has no header");
+        while (std::getline(list, line))
+            if (std::none_of(waiting.begin(), waiting.end(), [&](const std::string& path) {
+                    return line.starts_with(L"*FileShred*\t*\\??\\" + world.windowsPath(path) + L"*\t*");
+                }))
+                violation("on the boot list: " + utf8(line));
+    }
 
-    World& m_world;
-    unsigned m_seed;
-    unsigned m_number;
-    std::string m_home;
-    unsigned m_momentsLeft = 0;
-    bool m_came = false;
-    bool m_clean = true;
-    bool m_destroyed = false;
-    HANDLE m_cancel;
-    std::shared_ptr<void> m_failing;
-    std::set<std::string> m_named;
-    std::set<std::string> m_gone;
-    std::set<std::string> m_waiting;
-    std::map<std::string, std::string> m_contents;
+    World& world;
+    unsigned seed;
+    unsigned number;
+    std::string home;
+    unsigned momentsLeft = 0;
+    bool linked = false; ///< the link has come
+    bool clean = true;
+    std::unique_ptr<FailingCall> failing;
+    std::set<std::string> named;
+    std::set<std::string> waiting;
 };
-
-using Operation = void (*)(Round&);
-void deleteFileItem(Round& round);
-void deleteFolderItem(Round& round);
-void createItem(Round& round);
-void scanAndDelete(Round& round);
-void wipeFile(Round& round);
-void wipeStack(Round& round);
-void changeRegistryItem(Round& round);
-void scanRegistryAndDelete(Round& round);
-void runHost(Round& round);
