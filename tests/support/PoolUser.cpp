@@ -1,16 +1,21 @@
 // A library that uses the one under test as callers do, so that the two can be unloaded together.
 
-#include <utility>
-
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/threadpool/api.h"
 
 #define POOL_USER_EXPORT extern "C" __declspec(dllexport)
 
 namespace {
+using Pool = SmartHandle<THPCloseThreadpool>;
 TopicHandle openTopic;
-SmartHandle<THPCloseThreadpool> openPool;
+Pool openPool;
 IMessageHandler* subscribed = nullptr;
+
+long queue(const Pool& pool, THPWorkFunction function)
+{
+    return THPQueueWork(pool.get(), 1UL, 1UL, function, HashMessageW(), ITHPWorkItem::ScheduleOption::AtEnd,
+                        nullptr);
+}
 
 /// What the destructors of a library's static objects may do, in the loader lock: called at the end of the
 /// library or of the process, before the handles above are closed.
@@ -24,48 +29,29 @@ struct Ending
         TopicConsumeAll(openTopic, INFINITE);
         THPWait(openPool.get(), 1UL, INFINITE, nullptr);
         THPCancelWork(openPool.get(), 1UL, IThreadPool::OperationType::CancelAndWait);
-        const SmartHandle<THPCloseThreadpool> late(THPCreateThreadPool(L"late"));
-        const THPWorkFunction work = [](IThreadContext&, void*) -> long { return 0; };
-        THPQueueWork(late.get(), 1UL, 1UL, work, HashMessageW(), ITHPWorkItem::ScheduleOption::AtEnd,
-                     nullptr);
+        queue(Pool(THPCreateThreadPool(L"late")), [](IThreadContext&, void*) -> long { return 0; });
     }
 } ending;
 } // namespace
 
-POOL_USER_EXPORT void* createPool()
+/// Runs work on a pool of its own, which is closed; without work the pool stays open and has no thread.
+POOL_USER_EXPORT long runOnce(THPWorkFunction function)
 {
-    return THPCreateThreadPool(L"unload");
+    Pool pool(THPCreateThreadPool(L"unload"));
+    if (function == nullptr)
+        return pool.release() == nullptr;
+    const long code = queue(pool, function) + THPWait(pool.get(), 1UL, INFINITE, nullptr);
+    return THPCloseThreadpool(pool.release()) != 0 ? code : -1;
 }
 
-/// Leaves the pool to the static objects.
-POOL_USER_EXPORT void keepPool(void* pool)
+/// Starts work and a delivery, and leaves the pool and the topic to the static objects.
+POOL_USER_EXPORT long begin(THPWorkFunction function, IMessageHandler* handler)
 {
-    openPool.reset(pool);
-}
-
-POOL_USER_EXPORT long queue(void* pool, THPWorkFunction function)
-{
-    return THPQueueWork(pool, 1UL, 1UL, function, HashMessageW(), ITHPWorkItem::ScheduleOption::AtEnd,
-                        nullptr);
-}
-
-POOL_USER_EXPORT long wait(void* pool)
-{
-    return THPWait(pool, 1UL, INFINITE, nullptr);
-}
-
-POOL_USER_EXPORT int closePool(void* pool)
-{
-    return THPCloseThreadpool(pool);
-}
-
-POOL_USER_EXPORT long openAndPost(IMessageHandler* handler)
-{
-    openTopic = CreateMessageTopic(L"unload");
     subscribed = handler;
-    if (const long code = TopicSubscribe(openTopic, *handler); code != ERROR_SUCCESS)
-        return code;
-    return TopicPostMessage(openTopic, MessageW(L"unload", 1));
+    openPool.reset(THPCreateThreadPool(L"unload"));
+    openTopic = CreateMessageTopic(L"unload");
+    return queue(openPool, function) + TopicSubscribe(openTopic, *handler) +
+           TopicPostMessage(openTopic, MessageW(L"unload", 1));
 }
 
 /// Keeps the topic and the pool open for ever: nobody has their handles any more.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <windows.h>
+
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -18,4 +20,14 @@ void onThreadsAtOnce(int count, Work&& work)
         });
     for (std::thread& thread : threads)
         thread.join();
+}
+
+/// Whether a condition comes true within half a minute.
+template <class Condition>
+bool comesTrue(Condition&& condition)
+{
+    for (int attempt = 0; attempt < 3000; ++attempt, Sleep(10))
+        if (condition())
+            return true;
+    return false;
 }

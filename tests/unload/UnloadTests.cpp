@@ -3,16 +3,21 @@
 
 #include <gtest/gtest.h>
 
+#include <process.h>
+
 #include <string>
 
 #include "support/Process.h"
+#include "support/Threads.h"
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/threadpool/include/IThreadContext.h"
 
 namespace {
+constexpr int kGood = 42; // the exit code of a child in which all went well
+
 bool workHeedsCancel = false;
-TestEvent* workStarted;
-TestEvent* workMayEnd;
+const TestEvent* workStarted;
+const TestEvent* workMayEnd;
 
 long work(IThreadContext&, void* cancelEvent)
 {
@@ -34,30 +39,19 @@ struct StayingHandler : IMessageHandler
 };
 
 /// The library under test, with its user, loaded for the length of a scope.
-class Library
+struct Library
 {
-public:
-    Library() : m_user(LoadLibraryW(L"pool_user.dll")) {}
+    Library() = default;
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
-    ~Library() { FreeLibrary(m_user); }
-
-    template <class Function>
-    auto get(const char* name) const
+    ~Library() { FreeLibrary(user); }
+    template <class... Arguments>
+    long call(const char* name, Arguments... arguments) const
     {
-        return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(m_user, name)));
+        using Function = long (*)(Arguments...);
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(user, name)))(arguments...);
     }
-    void* createPool() const { return get<void* (*)()>("createPool")(); }
-    long queue(void* pool) const { return get<long (*)(void*, THPWorkFunction)>("queue")(pool, &work); }
-    long wait(void* pool) const { return get<long (*)(void*)>("wait")(pool); }
-    int closePool(void* pool) const { return get<int (*)(void*)>("closePool")(pool); }
-    long openAndPost(IMessageHandler& handler) const
-    {
-        return get<long (*)(IMessageHandler*)>("openAndPost")(&handler);
-    }
-
-private:
-    HMODULE m_user;
+    const HMODULE user = LoadLibraryW(L"pool_user.dll");
 };
 
 bool isLoaded()
@@ -65,143 +59,95 @@ bool isLoaded()
     return GetModuleHandleW(L"sysmaint.dll") != nullptr;
 }
 
-bool isUnloadedInTime()
-{
-    for (int attempt = 0; isLoaded() && attempt < 600; ++attempt)
-        Sleep(50);
-    return !isLoaded();
-}
-
 /// The exit code of this program, run to its end with `argument`.
 DWORD runSelf(const wchar_t* argument)
 {
     wchar_t path[MAX_PATH];
     GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring line = L"\"" + std::wstring(path) + L"\" " + argument;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process))
-        return GetLastError();
+    const auto process = reinterpret_cast<HANDLE>(_wspawnl(_P_NOWAIT, path, L"self", argument, nullptr));
     DWORD code = WAIT_TIMEOUT;
-    if (WaitForSingleObject(process.hProcess, 120000) == WAIT_OBJECT_0)
-        GetExitCodeProcess(process.hProcess, &code);
+    if (WaitForSingleObject(process, 120000) == WAIT_OBJECT_0)
+        GetExitCodeProcess(process, &code);
     else
-        TerminateProcess(process.hProcess, WAIT_TIMEOUT);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
+        TerminateProcess(process, code);
+    CloseHandle(process);
     return code;
 }
 
-/// Starts a pool and a topic that are both in the middle of their work.
-void startEverything(const Library& library, StayingHandler& handler)
+/// Lets go of the library, or ends, while a pool and a topic are both in the middle of their work.
+int runChild(const std::string& mode)
 {
-    static TestEvent started;
-    static TestEvent mayEnd;
+    const auto is = [&](const char* part) { return mode.find(part) != std::string::npos; };
+    const TestEvent started;
+    const TestEvent mayEnd;
+    StayingHandler handler;
     workStarted = &started;
     workMayEnd = &mayEnd;
-    void* pool = library.createPool();
-    if (library.queue(pool) != 0 || library.openAndPost(handler) != 0 || !started.wait() ||
-        !handler.inside.wait())
-        ExitProcess(1);
-    library.get<void (*)(void*)>("keepPool")(pool);
+    workHeedsCancel = is("static");
+    {
+        const Library library;
+        if (library.call("begin", &work, &handler) != 0 || !started.wait() || !handler.inside.wait())
+            return 1;
+        if (is("forgotten"))
+            library.call("forget");
+        if (is("static") || is("idle"))
+            handler.mayEnd.set();
+        if (is("idle"))
+            mayEnd.set();
+        if (is("exit"))
+            ExitProcess(kGood);
+    }
+    if (is("static"))
+        return comesTrue([] { return !isLoaded(); }) ? kGood : 2;
+    if (!isLoaded())
+        return 3;
+    mayEnd.set();
+    handler.mayEnd.set();
+    Sleep(200); // the threads come back from the work to code that must still be there
+    return isLoaded() ? kGood : 4;
 }
 } // namespace
 
 TEST(Unload, GivesEverythingBackOnceAllPoolsAreClosed)
 {
     const TestEvent started;
-    TestEvent mayEnd;
-    workStarted = const_cast<TestEvent*>(&started);
+    const TestEvent mayEnd;
+    workStarted = &started;
     workMayEnd = &mayEnd;
     mayEnd.set();
-    {
-        const Library library; // what the process makes once and keeps
-        EXPECT_TRUE(isLoaded());
-    }
-    ASSERT_TRUE(isUnloadedInTime());
-    const ProcessCounts before = ProcessCounts::now();
-    for (int round = 0; round < 5; ++round) {
+    ProcessCounts limit;
+    for (int round = -1; round < 6; ++round) { // first what the process makes once and keeps
         {
             const Library library;
-            void* pool = library.createPool();
-            EXPECT_EQ(library.queue(pool), ERROR_SUCCESS);
-            EXPECT_EQ(library.wait(pool), ERROR_SUCCESS);
-            EXPECT_NE(library.closePool(pool), 0);
+            EXPECT_TRUE(isLoaded());
+            EXPECT_EQ(library.call("runOnce", round % 2 == 0 ? nullptr : &work), ERROR_SUCCESS);
         }
-        EXPECT_TRUE(isUnloadedInTime());
+        EXPECT_TRUE(comesTrue([] { return !isLoaded(); }));
+        limit = round < 0 ? ProcessCounts::now() : limit;
+        limit.handles += round < 0 ? 0 : 4; // the compiler's runtime loses them with each load
+        EXPECT_TRUE(limit.isReachedAgain())
+            << limit.describe() << ", now " << ProcessCounts::now().describe();
     }
-    {
-        const Library library;
-        library.createPool(); // open, but without a thread
-    }
-    EXPECT_TRUE(isUnloadedInTime());
-    ProcessCounts limit = before;
-    limit.handles += 4 * 6; // the compiler's runtime loses 4 with each load of a library in which is thrown
-    EXPECT_TRUE(limit.isReachedAgain()) << limit.describe() << ", now " << ProcessCounts::now().describe();
 }
 
-// The threads of a pool that is still open keep the code that they run.
-TEST(Unload, KeepsTheLibraryWhileThreadsLive)
+TEST(Unload, InTheMiddleOfWork)
 {
-    EXPECT_EQ(runSelf(L"--unload-busy"), 42U);
-    EXPECT_EQ(runSelf(L"--unload-idle"), 42U);
-}
-
-TEST(Unload, EndsTheProcessInTheMiddleOfWork)
-{
-    EXPECT_EQ(runSelf(L"--exit"), 42U);
-    EXPECT_EQ(runSelf(L"--exit-forgotten"), 42U);
-}
-
-// A client library's static objects unsubscribe, wait, and close its pools and topics in the loader lock.
-// What needs that lock to begin or to end cannot be waited for.
-TEST(Unload, ClosesFromStaticDestructors)
-{
-    EXPECT_EQ(runSelf(L"--static-idle"), 42U);
-    EXPECT_EQ(runSelf(L"--static-busy"), 42U);
+    const wchar_t* modes[] = {
+        // The threads of a pool that is still open keep the code that they run.
+        L"forgotten-busy", L"forgotten-idle",
+        // The process ends in the middle of everything.
+        L"exit", L"exit-forgotten",
+        // A client library's static objects unsubscribe, wait, and close its pools and topics in the loader
+        // lock. What needs that lock to begin or to end cannot be waited for.
+        L"static-idle", L"static-busy"};
+    for (const wchar_t* mode : modes)
+        EXPECT_EQ(runSelf(mode), static_cast<DWORD>(kGood)) << mode;
 }
 
 int main(int argc, char** argv)
 {
-    const std::string mode = argc > 1 ? argv[1] : "";
-    StayingHandler handler;
-    if (mode == "--static-idle" || mode == "--static-busy") {
-        workHeedsCancel = true;
-        {
-            const Library library;
-            startEverything(library, handler);
-            handler.mayEnd.set();
-            if (mode == "--static-idle")
-                workMayEnd->set();
-        }
-        return isUnloadedInTime() ? 42 : 2;
-    }
-    if (mode == "--unload-busy" || mode == "--unload-idle") {
-        {
-            const Library library;
-            startEverything(library, handler);
-            library.get<void (*)()>("forget")();
-            if (mode == "--unload-idle") {
-                workMayEnd->set();
-                handler.mayEnd.set();
-            }
-        }
-        if (!isLoaded())
-            return 2;
-        workMayEnd->set();
-        handler.mayEnd.set();
-        Sleep(200); // the threads come back from the work to code that must still be there
-        return isLoaded() ? 42 : 3;
-    }
-    if (mode == "--exit" || mode == "--exit-forgotten") {
-        auto* library = new Library; // never let go of
-        startEverything(*library, handler);
-        if (mode == "--exit-forgotten")
-            library->get<void (*)()>("forget")();
-        ExitProcess(42);
-    }
+    if (argc > 1 && argv[1][0] != '-')
+        return runChild(argv[1]);
     testing::InitGoogleTest(&argc, argv);
     const int result = RUN_ALL_TESTS();
     return testing::UnitTest::GetInstance()->test_to_run_count() == 0 ? 1 : result;
