@@ -26,10 +26,9 @@ struct FailingCall
 {
     explicit FailingCall(Choices& choices)
         : failure(choices.of(kFailures)),
-          import(sysmaintModule(), failure.function, reinterpret_cast<void*>(&call))
+          import(sysmaintModule(), failure.function, reinterpret_cast<void*>(&call), &original)
     {
         left = 1 + static_cast<int>(choices.below(6));
-        original = reinterpret_cast<decltype(&call)>(import.original());
         result = failure.result;
     }
     /// Stands for functions of up to seven arguments: so many can be passed on, whatever they are.
@@ -37,7 +36,7 @@ struct FailingCall
                                 LONG_PTR g)
     {
         SetLastError(ERROR_ACCESS_DENIED);
-        return --left == 0 ? result : original(a, b, c, d, e, f, g);
+        return --left == 0 ? result : reinterpret_cast<decltype(&call)>(original.load())(a, b, c, d, e, f, g);
     }
 
     struct Failure
@@ -57,7 +56,7 @@ struct FailingCall
     };
     static inline std::atomic<int> left;
     static inline LONG_PTR result;
-    static inline decltype(&call) original;
+    static inline std::atomic<void*> original;
     const Failure& failure;
     ImportReplacement import;
 };
@@ -101,7 +100,7 @@ public:
         if (trouble == Trouble::otherFolder)
             SetCurrentDirectoryW(world.windowsPath("other/" + home).c_str());
         if (trouble == Trouble::cancel)
-            SetEvent(cancel.handle);
+            cancel.set();
         linked = trouble == Trouble::link && exchange();
     }
 
@@ -194,7 +193,7 @@ public:
     const char* operation = "";
     std::wstring text;
     Trouble trouble = Trouble::none;
-    Event cancel;
+    TestEvent cancel;
     bool destroyed = false; ///< something that was named
     std::set<std::string> mayAppear;
     std::set<std::string> gone;                  ///< the operation says so

@@ -22,7 +22,7 @@ unsigned long wipe(Round& round, std::uint32_t kind, const wchar_t* path, Direct
     const std::uint32_t method = round.choices.oneIn(8) ? kWipeGutmann : 1 + round.choices.below(2);
     return static_cast<unsigned long>(wiper->Wipe([](WipeProgress*) { wiping->moment(); }, &progress, kind,
                                                   path, stack, validator, method, round.choices.below(3),
-                                                  round.cancel.handle));
+                                                  round.cancel.get()));
 }
 
 /// Whether the rules that rounds use, "report*" for the names of leaves, are about the thing.
@@ -167,7 +167,7 @@ void scanAndDelete(Round& round)
     if (FSEngineAddPath(engine.handle, round.text.c_str(), 0) != ERROR_SUCCESS)
         return;
     round.moment();
-    engine.rescan(round.choices.oneIn(3) ? 1 + round.choices.below(3) : 65535, round.cancel.handle, L"",
+    engine.rescan(round.choices.oneIn(3) ? 1 + round.choices.below(3) : 65535, round.cancel.get(), L"",
                   deleter.ignoresReports ? L"report*" : L"");
     deleter.finish();
     FSEngineClear(engine.handle);
@@ -257,7 +257,7 @@ void scanRegistryAndDelete(Round& round)
     ScanOptions options;
     options.depthGiven = 1;
     options.depth = 65535;
-    RSEngineScan(engine, round.cancel.handle, everything(), options);
+    RSEngineScan(engine, round.cancel.get(), everything(), options);
     RSEngineClear(engine);
     CloseRegistryScanEngine(engine);
     deleter.finish();
