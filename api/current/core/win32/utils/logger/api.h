@@ -12,7 +12,8 @@
 /// Creates the logger of that name, or opens it. The name chooses no files: every logger writes the same
 /// four and holds them open, shared for reading alone, so only one can live on a machine at a time. A file
 /// of 10 MiB or more is overwritten and deleted, and begun anew; one that is just being read stays as it is
-/// and goes on the boot-time list; one that has a second name only loses this one. Missing folders are created.
+/// and goes on the boot-time list; one that has a second name only loses this one. Missing folders are
+/// created.
 ///
 /// Returns the handle, or the invalid handle with the last error 87 (null name), 8, 1003 (another logger
 /// lives, or a file cannot be opened or sized, the path is too long, or no thread can be had), or the
