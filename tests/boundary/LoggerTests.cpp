@@ -191,7 +191,7 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         EXPECT_EQ(overwritten, size - kept);
         write(L"Registry Cleaner", L"new");
         settle();
-        EXPECT_EQ(readBytes(path).size(), kept + 2 * (25 + 16 + 3 + 3 + 2));
+        EXPECT_EQ(readBytes(path).size(), kept + 2ULL * (25 + 16 + 3 + 3 + 2));
         EXPECT_EQ(countOld(path), kept);
     }
     // Somebody's file under a second name: the name alone goes.

@@ -24,7 +24,7 @@ long busy(IThreadContext& context, void* cancelEvent)
 {
     ++liveObjects;
     for (unsigned i = 0; i < 20 && WaitForSingleObject(cancelEvent, 0) != WAIT_OBJECT_0; ++i) {
-        std::free(std::malloc(100 * (i + 1)));
+        std::free(std::malloc(std::size_t{100} * (i + 1)));
         if (i == 5)
             FreeLibrary(LoadLibraryW(L"version.dll"));
         int running = 0;

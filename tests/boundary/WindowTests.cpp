@@ -16,7 +16,7 @@ using Sleeping = CountedImport<"SleepConditionVariableSRW", decltype(&SleepCondi
 template <class Import>
 struct Before : Import
 {
-    explicit Before(std::function<void()> what) : Import(sysmaintModule())
+    explicit Before(const std::function<void()>& what) : Import(sysmaintModule())
     {
         this->setHook([what](auto original, auto... arguments) {
             what();

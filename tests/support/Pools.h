@@ -163,3 +163,16 @@ inline long send(const TopicHandle& topic, std::uint32_t id = 0)
     MessageW reply;
     return TopicSendMessage(topic, MessageW(L"topic", id), reply, nullptr);
 }
+
+/// What the process makes once and keeps of pools and topics is there before any test counts.
+struct PoolsWarmUp : testing::Environment
+{
+    void SetUp() override
+    {
+        Handler handler([] { throw 1L; });
+        const TopicHandle topic = topicOf(handler);
+        EXPECT_EQ(post(topic), ERROR_SUCCESS);
+        EXPECT_EQ(TopicConsumeAll(topic, 60000), ERROR_SUCCESS);
+    }
+};
+inline testing::Environment* const poolsWarmUp = testing::AddGlobalTestEnvironment(new PoolsWarmUp);
