@@ -56,8 +56,10 @@ namespace {
 template <class Interface, class Object, class... Arguments>
 Interface* makeObject(Arguments&&... arguments) noexcept
 {
-    return resultFrame<Interface*>(
-        nullptr, [&]() -> Interface* { return new Object(std::forward<Arguments>(arguments)...); });
+    return resultFrame<Interface*>(nullptr, [&]() -> Interface* {
+        // The frame catches it. NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
+        return new Object(std::forward<Arguments>(arguments)...);
+    });
 }
 
 /// A factory function for an item with a path, which must not be null.

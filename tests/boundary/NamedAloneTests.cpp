@@ -59,21 +59,16 @@ TEST_F(NamedAlone, NoRootThatBecameALinkIsFollowed)
 
 TEST_F(NamedAlone, ACallbackChangesNeitherTheStackNorTheRun)
 {
-    static DirectoryStack* stack = nullptr;
-    static IWiper* running = nullptr;
+    static DirectoryStack entries; // static, as the callback has no other way to them
+    static const auto own = wiper();
     static long inner = 0;
-    const auto own = wiper();
-    DirectoryStack entries;
     entries.push_back({L"g", HeapStringW((root + L"\\a").c_str()), false, true});
     entries.push_back({L"f", HeapStringW((root + L"\\a").c_str()), false, false});
-    stack = &entries;
-    running = own.get();
     WipeProgress progress;
     const auto change = [](WipeProgress*) {
-        stack->clear();
-        stack->push_back({L"pushed", L"", false, true});
-        inner =
-            running->Wipe(nullptr, nullptr, kWipeFile, L"C:\\none", nullptr, nullptr, kWipeZeros, 1, nullptr);
+        entries.clear();
+        entries.push_back({L"pushed", L"", false, true});
+        inner = own->Wipe(nullptr, nullptr, kWipeFile, L"C:\\none", nullptr, nullptr, kWipeZeros, 1, nullptr);
     };
     EXPECT_EQ(own->Wipe(change, &progress, kWipeDirectoryStack, root.c_str(), &entries, nullptr, kWipeZeros,
                         1, nullptr),
