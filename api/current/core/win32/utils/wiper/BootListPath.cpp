@@ -44,8 +44,8 @@ bool isPlainName(std::wstring_view name) noexcept
            name.find_first_of(L"*?<>\"|/:") == std::wstring_view::npos &&
            std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20; });
 }
-/// Whether a path that nothing stands under is that of the list. Raises the bare code when that cannot be
-/// told.
+
+/// Whether a path that nothing stands under is that of the list; also when that cannot be told.
 bool wouldBeTheList(std::wstring_view target)
 {
     const std::wstring list = settledPath(bootlist::filePath());
@@ -58,12 +58,9 @@ bool wouldBeTheList(std::wstring_view target)
         const OpenedItself windows(list.substr(0, split(list) + 1).c_str());
         return FileIdentity::of(folder.get()) == FileIdentity::of(windows.get());
     } catch (long code) {
-        if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND)
-            return false;
-        throw;
+        return code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND;
     }
 }
-
 } // namespace
 
 std::wstring bootlist::filePath()
