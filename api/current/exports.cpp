@@ -34,17 +34,12 @@
 #include "core/win32/utils/wiper/include/Wiper.h"
 #include "objecttables.h"
 
-#define SCAN_ENGINE_API "core\\win32\\utils\\scanengine\\api.h"
-#define COMMUNICATION_API "core\\win32\\utils\\communication\\api.h"
-#define TOPIC_PLACE(function) PLACE(COMMUNICATION_API, function, __LINE__)
-#define THREAD_POOL_API "core\\win32\\utils\\threadpool\\api.h"
-#define POOL_PLACE(function) PLACE(THREAD_POOL_API, function, __LINE__)
-#define SCAN_PLACE(function) PLACE(SCAN_ENGINE_API, function, __LINE__)
-#define LOGGER_API "core\\win32\\utils\\logger\\api.h"
-#define LOGGER_PLACE(function) PLACE(LOGGER_API, function, __LINE__)
+constexpr char kScanEngineApi[] = "core\\win32\\utils\\scanengine\\api.h";
+constexpr char kCommunicationApi[] = "core\\win32\\utils\\communication\\api.h";
+constexpr char kThreadPoolApi[] = "core\\win32\\utils\\threadpool\\api.h";
+constexpr char kLoggerApi[] = "core\\win32\\utils\\logger\\api.h";
 
-#define REGISTRY_API "core\\win32\\registry\\api.h"
-#define REGISTRY_PLACE(function) PLACE(REGISTRY_API, function, __LINE__)
+constexpr char kRegistryApi[] = "core\\win32\\registry\\api.h";
 
 using boundary::createFrame;
 using boundary::handleFrame;
@@ -78,7 +73,7 @@ Interface* loadItem(unsigned long loadCode, IInputByteStream& stream) noexcept
 {
     return resultFrame<Interface*>(nullptr, [&]() -> Interface* {
         auto item = std::make_unique<Object>();
-        primitives::requireSuccess(item->load(loadCode, stream));
+        requireSuccess(item->load(loadCode, stream));
         return item.release();
     });
 }
@@ -101,7 +96,7 @@ void* fileItem(const char* place, const wchar_t* name, bool argumentsGiven, Make
         }));
         if (!made) {
             SharedPtr<ScanItem> filed;
-            primitives::requireSuccess(scanItems().get(handle.get(), filed));
+            requireSuccess(scanItems().get(handle.get(), filed));
             if (!item->isInterchangeable(*filed))
                 throw Exception(place, ERROR_ALREADY_EXISTS);
         }
@@ -128,7 +123,7 @@ template <class Key, class Call>
 long queueWork(void* pool, Key category, Key work, Call&& call, const HashMessageW& arguments,
                ITHPWorkItem::ScheduleOption option, void** instance) noexcept
 {
-    return poolFrame(POOL_PLACE("THPQueueWork"), pool, [&](ThreadPool& object) {
+    return poolFrame(PLACE(kThreadPoolApi, "THPQueueWork", __LINE__), pool, [&](ThreadPool& object) {
         return object.queueWork({category, work}, std::forward<Call>(call), arguments, option, instance);
     });
 }
@@ -136,28 +131,28 @@ long queueWork(void* pool, Key category, Key work, Call&& call, const HashMessag
 template <class... Keys>
 long suspendWork(void* pool, Keys... keys) noexcept
 {
-    return poolFrame(POOL_PLACE("THPSuspendWork"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPSuspendWork", __LINE__), pool,
                      [&](ThreadPool& object) { return object.suspendWork(THPWorkKey(keys...)); });
 }
 
 template <class... Keys>
 long resumeWork(void* pool, Keys... keys) noexcept
 {
-    return poolFrame(POOL_PLACE("THPResumeWork"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPResumeWork", __LINE__), pool,
                      [&](ThreadPool& object) { return object.resumeWork(THPWorkKey(keys...)); });
 }
 
 template <class... Keys>
 long cancelWork(void* pool, IThreadPool::OperationType operation, Keys... keys) noexcept
 {
-    return poolFrame(POOL_PLACE("THPCancelWork"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPCancelWork", __LINE__), pool,
                      [&](ThreadPool& object) { return object.cancelWork(THPWorkKey(keys...), operation); });
 }
 
 template <class... Keys>
 long waitForWork(void* pool, unsigned long timeout, void* extraHandle, Keys... keys) noexcept
 {
-    return poolFrame(POOL_PLACE("THPWait"), pool, [&](ThreadPool& object) {
+    return poolFrame(PLACE(kThreadPoolApi, "THPWait", __LINE__), pool, [&](ThreadPool& object) {
         return object.wait(THPWorkKey(keys...), timeout, extraHandle);
     });
 }
@@ -165,14 +160,14 @@ long waitForWork(void* pool, unsigned long timeout, void* extraHandle, Keys... k
 template <class... Keys>
 long getWorkResult(void* pool, long& result, Keys... keys) noexcept
 {
-    return poolFrame(POOL_PLACE("THPGetWorkResult"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPGetWorkResult", __LINE__), pool,
                      [&](ThreadPool& object) { return object.getResult(THPWorkKey(keys...), result); });
 }
 
 template <class... Keys>
 long isWorkRunning(void* pool, int& running, Keys... keys) noexcept
 {
-    return poolFrame(POOL_PLACE("THPIsRunning"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPIsRunning", __LINE__), pool,
                      [&](ThreadPool& object) { running = object.isRunning(THPWorkKey(keys...)) ? 1 : 0; });
 }
 
@@ -193,14 +188,14 @@ long topicFrame(const char* place, const TopicHandle& topic, Operation&& operati
 template <class Subscriber>
 long subscribe(const TopicHandle& topic, Subscriber& subscriber) noexcept
 {
-    return topicFrame(TOPIC_PLACE("TopicSubscribe"), topic,
+    return topicFrame(PLACE(kCommunicationApi, "TopicSubscribe", __LINE__), topic,
                       [&](MessageTopic& object) { object.subscribe(subscriber); });
 }
 
 template <class Subscriber>
 long unsubscribe(const TopicHandle& topic, Subscriber& subscriber, unsigned long timeout) noexcept
 {
-    return topicFrame(TOPIC_PLACE("TopicUnsubscribe"), topic,
+    return topicFrame(PLACE(kCommunicationApi, "TopicUnsubscribe", __LINE__), topic,
                       [&](MessageTopic& object) { object.unsubscribe(subscriber, timeout); });
 }
 
@@ -208,14 +203,14 @@ template <class Type>
 long send(const TopicHandle& topic, const Type& message, Type& reply, unsigned long value,
           void* context) noexcept
 {
-    return topicFrame(TOPIC_PLACE("TopicSendMessage"), topic,
+    return topicFrame(PLACE(kCommunicationApi, "TopicSendMessage", __LINE__), topic,
                       [&](MessageTopic& object) { object.sendMessage(message, reply, value, context); });
 }
 
 template <class Type>
 long post(const TopicHandle& topic, const Type& message, unsigned long value) noexcept
 {
-    return topicFrame(TOPIC_PLACE("TopicPostMessage"), topic,
+    return topicFrame(PLACE(kCommunicationApi, "TopicPostMessage", __LINE__), topic,
                       [&](MessageTopic& object) { object.postMessage(message, value); });
 }
 } // namespace
@@ -256,7 +251,7 @@ IFile* DllGetFile()
 
 IFile* DllGetFile(const wchar_t* path, int expand)
 {
-    return makeItem<IFile, File>(SCAN_PLACE("DllGetFile"), path, expand);
+    return makeItem<IFile, File>(PLACE(kScanEngineApi, "DllGetFile", __LINE__), path, expand);
 }
 
 IFile* DllGetFile(unsigned long loadCode, IInputByteStream& stream)
@@ -266,7 +261,7 @@ IFile* DllGetFile(unsigned long loadCode, IInputByteStream& stream)
 
 IDirectory* DllGetDirectory(const wchar_t* path, int expand)
 {
-    return makeItem<IDirectory, Directory>(SCAN_PLACE("DllGetDirectory"), path, expand);
+    return makeItem<IDirectory, Directory>(PLACE(kScanEngineApi, "DllGetDirectory", __LINE__), path, expand);
 }
 
 IDirectory* DllGetDirectory(unsigned long loadCode, IInputByteStream& stream)
@@ -276,14 +271,14 @@ IDirectory* DllGetDirectory(unsigned long loadCode, IInputByteStream& stream)
 
 void* CreateScanItem(const wchar_t* name, SharedPtr<ScanItem>& item)
 {
-    return fileItem(SCAN_PLACE("CreateScanItem"), name, true, [&] { return item; });
+    return fileItem(PLACE(kScanEngineApi, "CreateScanItem", __LINE__), name, true, [&] { return item; });
 }
 
 void* OpenScanItem(const wchar_t* name, const wchar_t* identifier)
 {
     return handleFrame([&]() -> void* {
         if (name == nullptr || identifier == nullptr)
-            throw Exception(SCAN_PLACE("OpenScanItem"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kScanEngineApi, "OpenScanItem", __LINE__), ERROR_INVALID_PARAMETER);
         return scanItems().lookup(scanItemKey(name, identifier).c_str());
     });
 }
@@ -295,24 +290,25 @@ long GetScanItemByHandle(void* handle, SharedPtr<ScanItem>& item)
 
 void* CreateFileW(const wchar_t* name, const wchar_t* path, int expand)
 {
-    return fileItem(SCAN_PLACE("CreateFileW"), name, path != nullptr,
+    return fileItem(PLACE(kScanEngineApi, "CreateFileW", __LINE__), name, path != nullptr,
                     [&] { return makeShared<ScanItem, File>(path, expand); });
 }
 
 void* CreateFilePath(const wchar_t* name, const wchar_t* path, int expand, unsigned long level)
 {
-    return fileItem(SCAN_PLACE("CreateFilePath"), name, path != nullptr,
+    return fileItem(PLACE(kScanEngineApi, "CreateFilePath", __LINE__), name, path != nullptr,
                     [&] { return makeShared<ScanItem, FilePath>(path, expand, level); });
 }
 
 long ScanItemExists(void* handle, int* exists)
 {
-    return statusFrame(SCAN_PLACE("ScanItemExists"), scanItems(), handle, [&](ScanItem& item) -> long {
-        if (exists == nullptr)
-            return ERROR_INVALID_PARAMETER;
-        *exists = item.exists();
-        return ERROR_SUCCESS;
-    });
+    return statusFrame(PLACE(kScanEngineApi, "ScanItemExists", __LINE__), scanItems(), handle,
+                       [&](ScanItem& item) -> long {
+                           if (exists == nullptr)
+                               return ERROR_INVALID_PARAMETER;
+                           *exists = item.exists();
+                           return ERROR_SUCCESS;
+                       });
 }
 
 int CloseScanItem(void* handle)
@@ -374,8 +370,9 @@ long clear(const char* place, Table& table, void* engine) noexcept
 
 void* CreateFileScanEngine(const wchar_t* name)
 {
-    return createFrame(SCAN_PLACE("CreateFileScanEngine"), SCAN_PLACE("CreateFileScanEngine"),
-                       fileScanEngines(), name, [&] { return new FileScanEngine(name); });
+    return createFrame(PLACE(kScanEngineApi, "CreateFileScanEngine", __LINE__),
+                       PLACE(kScanEngineApi, "CreateFileScanEngine", __LINE__), fileScanEngines(), name,
+                       [&] { return new FileScanEngine(name); });
 }
 
 void* OpenFileScanEngine(const wchar_t* name)
@@ -385,38 +382,39 @@ void* OpenFileScanEngine(const wchar_t* name)
 
 long FSEngineAddPath(void* engine, const wchar_t* path, int expand)
 {
-    return statusFrame(SCAN_PLACE("FSEngineAddPath"), fileScanEngines(), engine,
+    return statusFrame(PLACE(kScanEngineApi, "FSEngineAddPath", __LINE__), fileScanEngines(), engine,
                        [&](FileScanEngine& object) { object.addPath(path, expand); });
 }
 
 long FSEngineRegisterHandler(void* engine, INotifyHandler& handler, unsigned long first, unsigned long second,
                              unsigned long long value)
 {
-    return registerHandler(SCAN_PLACE("FSEngineRegisterHandler"), fileScanEngines(), engine, handler, first,
-                           second, value);
+    return registerHandler(PLACE(kScanEngineApi, "FSEngineRegisterHandler", __LINE__), fileScanEngines(),
+                           engine, handler, first, second, value);
 }
 
 long FSEngineRegisterHandlers(void* engine, INotifyProvider& provider, unsigned long first,
                               unsigned long second)
 {
-    return registerHandlers(SCAN_PLACE("FSEngineRegisterHandlers"), fileScanEngines(), engine, provider,
-                            first, second);
+    return registerHandlers(PLACE(kScanEngineApi, "FSEngineRegisterHandlers", __LINE__), fileScanEngines(),
+                            engine, provider, first, second);
 }
 
 long FSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
                   ScanOptions options)
 {
-    return scan(SCAN_PLACE("FSEngineScan"), fileScanEngines(), engine, cancelEvent, validator, options);
+    return scan(PLACE(kScanEngineApi, "FSEngineScan", __LINE__), fileScanEngines(), engine, cancelEvent,
+                validator, options);
 }
 
 long FSEngineClearHandlers(void* engine)
 {
-    return clearHandlers(SCAN_PLACE("FSEngineClearHandlers"), fileScanEngines(), engine);
+    return clearHandlers(PLACE(kScanEngineApi, "FSEngineClearHandlers", __LINE__), fileScanEngines(), engine);
 }
 
 long FSEngineClear(void* engine)
 {
-    return clear(SCAN_PLACE("FSEngineClear"), fileScanEngines(), engine);
+    return clear(PLACE(kScanEngineApi, "FSEngineClear", __LINE__), fileScanEngines(), engine);
 }
 
 int CloseFileScanEngine(void* engine)
@@ -431,8 +429,9 @@ IRegistryScanEngine* DllGetRegistryScanEngine()
 
 void* CreateRegistryScanEngine(const wchar_t* name)
 {
-    return createFrame(SCAN_PLACE("CreateRegistryScanEngine"), SCAN_PLACE("CreateRegistryScanEngine"),
-                       registryScanEngines(), name, [&] { return new RegistryScanEngine(name); });
+    return createFrame(PLACE(kScanEngineApi, "CreateRegistryScanEngine", __LINE__),
+                       PLACE(kScanEngineApi, "CreateRegistryScanEngine", __LINE__), registryScanEngines(),
+                       name, [&] { return new RegistryScanEngine(name); });
 }
 
 void* OpenRegistryScanEngine(const wchar_t* name)
@@ -447,38 +446,40 @@ long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path)
 
 long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path, unsigned long options)
 {
-    return statusFrame(SCAN_PLACE("RSEngineAddPath"), registryScanEngines(), engine,
+    return statusFrame(PLACE(kScanEngineApi, "RSEngineAddPath", __LINE__), registryScanEngines(), engine,
                        [&](RegistryScanEngine& object) { object.addPath(root, path, options); });
 }
 
 long RSEngineRegisterHandler(void* engine, INotifyHandler& handler, unsigned long first, unsigned long second,
                              unsigned long long value)
 {
-    return registerHandler(SCAN_PLACE("RSEngineRegisterHandler"), registryScanEngines(), engine, handler,
-                           first, second, value);
+    return registerHandler(PLACE(kScanEngineApi, "RSEngineRegisterHandler", __LINE__), registryScanEngines(),
+                           engine, handler, first, second, value);
 }
 
 long RSEngineRegisterHandlers(void* engine, INotifyProvider& provider, unsigned long first,
                               unsigned long second)
 {
-    return registerHandlers(SCAN_PLACE("RSEngineRegisterHandlers"), registryScanEngines(), engine, provider,
-                            first, second);
+    return registerHandlers(PLACE(kScanEngineApi, "RSEngineRegisterHandlers", __LINE__),
+                            registryScanEngines(), engine, provider, first, second);
 }
 
 long RSEngineScan(void* engine, void* cancelEvent, const SharedPtr<IScanValidator>& validator,
                   ScanOptions options)
 {
-    return scan(SCAN_PLACE("RSEngineScan"), registryScanEngines(), engine, cancelEvent, validator, options);
+    return scan(PLACE(kScanEngineApi, "RSEngineScan", __LINE__), registryScanEngines(), engine, cancelEvent,
+                validator, options);
 }
 
 long RSEngineClearHandlers(void* engine)
 {
-    return clearHandlers(SCAN_PLACE("RSEngineClearHandlers"), registryScanEngines(), engine);
+    return clearHandlers(PLACE(kScanEngineApi, "RSEngineClearHandlers", __LINE__), registryScanEngines(),
+                         engine);
 }
 
 long RSEngineClear(void* engine)
 {
-    return clear(SCAN_PLACE("RSEngineClear"), registryScanEngines(), engine);
+    return clear(PLACE(kScanEngineApi, "RSEngineClear", __LINE__), registryScanEngines(), engine);
 }
 
 int CloseRegistryScanEngine(void* engine)
@@ -526,20 +527,20 @@ IRegistryValue* DllGetRegistryValue(unsigned long loadCode, IInputByteStream& st
 
 void* CreateRegistryKey(const wchar_t* name, HKEY root, const wchar_t* subKey, unsigned long options)
 {
-    return fileItem(REGISTRY_PLACE("CreateRegistryKey"), name, true,
+    return fileItem(PLACE(kRegistryApi, "CreateRegistryKey", __LINE__), name, true,
                     [&] { return makeShared<ScanItem, RegistryKey>(root, subKey, options); });
 }
 
 void* CreateRegistryValue(const wchar_t* name, HKEY root, const wchar_t* subKey, const wchar_t* valueName,
                           unsigned long options)
 {
-    return fileItem(REGISTRY_PLACE("CreateRegistryValue"), name, true,
+    return fileItem(PLACE(kRegistryApi, "CreateRegistryValue", __LINE__), name, true,
                     [&] { return makeShared<ScanItem, RegistryValue>(root, subKey, valueName, options); });
 }
 
 void* CreateRegistryPath(const wchar_t* name, HKEY root, const wchar_t* subKey, unsigned long options)
 {
-    return fileItem(REGISTRY_PLACE("CreateRegistryPath"), name, true,
+    return fileItem(PLACE(kRegistryApi, "CreateRegistryPath", __LINE__), name, true,
                     [&] { return makeShared<ScanItem, RegistryPath>(root, subKey, options); });
 }
 
@@ -552,8 +553,9 @@ long ImpersonateCurrentUser()
 
 void* THPCreateThreadPool(const wchar_t* name)
 {
-    return createFrame(POOL_PLACE("THPCreateThreadPool"), POOL_PLACE("THPCreateThreadPool"), threadPools(),
-                       name, [] { return new ThreadPool; });
+    return createFrame(PLACE(kThreadPoolApi, "THPCreateThreadPool", __LINE__),
+                       PLACE(kThreadPoolApi, "THPCreateThreadPool", __LINE__), threadPools(), name,
+                       [] { return new ThreadPool; });
 }
 
 void* THPOpenThreadPool(const wchar_t* name)
@@ -570,13 +572,13 @@ int THPCloseThreadpool(void* pool)
 
 long THPCreateCategory(void* pool, const wchar_t* category, const THPCategoryOptions& options)
 {
-    return poolFrame(POOL_PLACE("THPCreateCategory"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPCreateCategory", __LINE__), pool,
                      [&](ThreadPool& object) { object.createCategory(THPIdentifier(category), options); });
 }
 
 long THPCreateCategory(void* pool, unsigned long category, const THPCategoryOptions& options)
 {
-    return poolFrame(POOL_PLACE("THPCreateCategory"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPCreateCategory", __LINE__), pool,
                      [&](ThreadPool& object) { object.createCategory(THPIdentifier(category), options); });
 }
 
@@ -646,7 +648,7 @@ long THPResumeWork(void* pool, unsigned long category, unsigned long work)
 
 long THPCancelWork(void* pool)
 {
-    return poolFrame(POOL_PLACE("THPCancelWork"), pool,
+    return poolFrame(PLACE(kThreadPoolApi, "THPCancelWork", __LINE__), pool,
                      [](ThreadPool& object) { return object.cancelWork(); });
 }
 
@@ -771,9 +773,9 @@ long THPIsRunning(void* pool, unsigned long category, unsigned long work, void* 
 
 TopicHandle CreateMessageTopic(const wchar_t* name)
 {
-    return TopicHandle(createFrame(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
-                                   TOPIC_PLACE("CreateMessageTopic"), messageTopics(), name,
-                                   [&] { return new MessageTopic(name); }));
+    return TopicHandle(createFrame(PLACE(kMessageTopicHeader, "MessageTopic::MessageTopic", 274),
+                                   PLACE(kCommunicationApi, "CreateMessageTopic", __LINE__), messageTopics(),
+                                   name, [&] { return new MessageTopic(name); }));
 }
 
 TopicHandle CreateMessageTopic(unsigned long number)
@@ -804,7 +806,7 @@ long TopicGetNameByHandle(const TopicHandle& topic, const wchar_t** name)
 {
     return statusFrame([&]() -> long {
         if (const long code = messageTopics().getName(topic.get(), name); code != ERROR_SUCCESS)
-            throw Exception(PLACE(COMMUNICATION_API, "TopicGetNameByHandle", 711),
+            throw Exception(PLACE(kCommunicationApi, "TopicGetNameByHandle", 711),
                             static_cast<unsigned long>(code));
         return ERROR_SUCCESS;
     });
@@ -918,13 +920,13 @@ long TopicPostMessage(const TopicHandle& topic, const HashMessageW& message, uns
 
 long TopicConsumeAll(const TopicHandle& topic, unsigned long timeout)
 {
-    return topicFrame(TOPIC_PLACE("TopicConsumeAll"), topic,
+    return topicFrame(PLACE(kCommunicationApi, "TopicConsumeAll", __LINE__), topic,
                       [&](MessageTopic& object) { object.consumeAll(timeout); });
 }
 
 long TopicStopConsumer(const TopicHandle& topic)
 {
-    return topicFrame(TOPIC_PLACE("TopicStopConsumer"), topic,
+    return topicFrame(PLACE(kCommunicationApi, "TopicStopConsumer", __LINE__), topic,
                       [](MessageTopic& object) { object.stopWork(); });
 }
 
@@ -949,7 +951,7 @@ int ForceDeleteIsScheduled(const wchar_t* path)
 {
     return resultFrame(0, [&] {
         if (path == nullptr)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         const int found = forcedelete::isScheduled(path) ? 1 : 0;
         SetLastError(ERROR_SUCCESS);
         return found;
@@ -975,7 +977,8 @@ int BootExecuteIsScheduled(const wchar_t* entry)
 
 void* CreateLogger(const wchar_t* name)
 {
-    return createFrame(LOGGER_PLACE("CreateLogger"), LOGGER_PLACE("CreateLogger"), loggers(), name,
+    return createFrame(PLACE(kLoggerApi, "CreateLogger", __LINE__),
+                       PLACE(kLoggerApi, "CreateLogger", __LINE__), loggers(), name,
                        [] { return new Logger; });
 }
 
@@ -986,7 +989,7 @@ void* OpenLogger(const wchar_t* name)
 
 long WriteLogEntry(void* logger, const wchar_t* module, const wchar_t* message)
 {
-    return statusFrame(LOGGER_PLACE("WriteLogEntry"), loggers(), logger,
+    return statusFrame(PLACE(kLoggerApi, "WriteLogEntry", __LINE__), loggers(), logger,
                        [&](Logger& object) { object.writeLogEntry(module, message); });
 }
 

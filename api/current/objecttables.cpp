@@ -58,7 +58,7 @@ long startServing(Table& table)
     const CachedIdentifierW name((L"ObjectManager<" + classNameOf(table) + L">").c_str());
     TopicHandle topic = CreateMessageTopic(name.getIdentifier());
     if (!topic.isValid())
-        return static_cast<long>(GetLastError());
+        return lastError();
     // Subscribing again does nothing, so a failure leaves no half-way state behind.
     if (const long code = TopicSubscribe(topic, table); code != ERROR_SUCCESS)
         return code;

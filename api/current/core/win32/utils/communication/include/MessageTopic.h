@@ -9,7 +9,7 @@
 #include "win32/communication/include/MessageFilter.h"
 #include "win32/threadpool/include/ITHPIdentifier.h"
 
-#define MESSAGE_TOPIC_HEADER "core\\win32\\utils\\communication\\include\\MessageTopic.h"
+inline constexpr char kMessageTopicHeader[] = "core\\win32\\utils\\communication\\include\\MessageTopic.h";
 
 /// A named channel: filters and handlers, and a queue of posted messages that a consumer on the topic's own
 /// thread pool delivers one after the other. The topic is itself the work that the pool runs.
@@ -35,7 +35,7 @@ public:
     template <class Subscriber>
     void unsubscribe(Subscriber& subscriber, std::uint32_t timeout)
     {
-        const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::unsubscribe", __LINE__);
+        const char* place = PLACE(kMessageTopicHeader, "MessageTopic::unsubscribe", __LINE__);
         auto& set = setOf(subscriber);
         if (!set.contains(subscriber))
             throw Exception(place, ERROR_NOT_FOUND);
@@ -43,8 +43,7 @@ public:
         stopAndWait(deadline);
         // Two threads that unsubscribe each other's handler from inside must not wait for each other.
         const long code = set.remove(subscriber, !isDelivering(), deadline);
-        if (code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, code);
     }
 
     /// Delivers at once, on the calling thread.

@@ -5,7 +5,7 @@
 #include "core/win32/utils/objectmanager/include/ObjectManager.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 
-#define THREAD_POOL_HEADER "core\\win32\\utils\\threadpool\\include\\ThreadPool.h"
+inline constexpr char kThreadPoolHeader[] = "core\\win32\\utils\\threadpool\\include\\ThreadPool.h";
 
 /// A named pool: its categories by key. It is closed with its last handle, while calls may still be under way
 /// that hold a reference to it.
