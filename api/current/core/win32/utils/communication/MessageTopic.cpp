@@ -17,6 +17,9 @@ const wchar_t* checkedName(const wchar_t* name)
 }
 } // namespace
 
+// Topics hold pools, and call handlers that may hold anything.
+ObjectTable<MessageTopicPtr> messageTopics(10);
+
 MessageTopic::MessageTopic(const wchar_t* name) : m_name(checkedName(name)) {}
 
 void MessageTopic::post(const Posted& posted)

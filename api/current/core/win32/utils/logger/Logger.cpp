@@ -164,6 +164,8 @@ void LogQueue::removeFront() noexcept
         block.begin = block.end = 0;
 }
 
+ObjectTable<SharedPtr<Logger>> loggers(20);
+
 class Logger::Guard
 {
 public:

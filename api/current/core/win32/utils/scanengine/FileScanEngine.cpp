@@ -6,6 +6,8 @@ constexpr char kFileScanEngineHeader[] = "core\\win32\\utils\\scanengine\\includ
 
 using namespace primitives;
 
+ObjectTable<SharedPtr<FileScanEngine>> fileScanEngines(30); // they hold scan items
+
 void FileScanEngine::addPath(const wchar_t* path, int expand)
 {
     placedStep(PLACE(kFileScanEngineHeader, "FileScanEngine::addPath", __LINE__), [&] {

@@ -8,6 +8,8 @@ constexpr char kRegistryScanEngineHeader[] = "core\\win32\\utils\\scanengine\\in
 
 using namespace primitives;
 
+ObjectTable<SharedPtr<RegistryScanEngine>> registryScanEngines(30); // they hold scan items
+
 namespace {
 std::wstring uniqueName()
 {

@@ -2,6 +2,9 @@
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 
+// Topics hold pools, and so may whatever a handler is called for.
+ObjectTable<ThreadPoolPtr> threadPools(90);
+
 void DismissPool::operator()(ThreadPool* pool) const noexcept
 {
     if (!isProcessEnding())

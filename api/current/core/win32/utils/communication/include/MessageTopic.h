@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/win32/utils/communication/include/SubscriberSet.h"
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "core/win32/utils/threadpool/api.h"
@@ -145,4 +145,32 @@ struct DismissTopic
 using MessageTopicPtr = SharedPtr<MessageTopic, DismissTopic<MessageTopic>>;
 
 /// The table of all topics.
-[[nodiscard]] ObjectManager<MessageTopicPtr>& messageTopics() noexcept;
+extern ObjectTable<MessageTopicPtr> messageTopics;
+
+/// Opens the topic of that name, or creates it. Returns its handle, or the invalid handle with the last error
+/// 87 (null name) or 8, for which `place` stands.
+[[nodiscard]] inline void* createTopic(const char* place, const wchar_t* name) noexcept
+{
+    return boundary::createFrame(PLACE(kMessageTopicHeader, "MessageTopic::MessageTopic", 274), place,
+                                 messageTopics(), name, [&] { return new MessageTopic(name); });
+}
+
+/// Gives back one opening of a topic; the last one closes it. At the end of the process nothing is done.
+/// Returns 0 for a handle that is not open.
+inline int closeTopic(void* topic) noexcept
+{
+    if (isProcessEnding())
+        return 1;
+    return messageTopics().close(topic, [](MessageTopic& object) { object.close(); });
+}
+
+/// Runs a status operation on the topic behind `handle`, which it holds meanwhile. `operation` takes the
+/// topic by reference and returns nothing or a status. Returns 0; 6 or 487 for the handle; 1115 at the end of
+/// the process, whose threads are gone, without calling `operation`; or the code that it returns or raises.
+template <class Operation>
+long withTopic(const char* place, void* handle, Operation&& operation) noexcept
+{
+    if (isProcessEnding())
+        return ERROR_SHUTDOWN_IN_PROGRESS;
+    return boundary::statusFrame(place, messageTopics(), handle, std::forward<Operation>(operation));
+}

@@ -4,21 +4,15 @@
 #include <concepts>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "core/win32/utils/objectmanager/include/Api.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/MutexLock.h"
-#include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/indexer/include/CachedIdentifierW.h"
-
-/// Of the message topics, which stand on this table, only the name of their closing function is needed here.
-SYSMAINT_API int CloseMessageTopic(void* topic);
 
 inline constexpr char kObjectManagerHeader[] = "core\\win32\\utils\\objectmanager\\include\\ObjectManager.h";
 
@@ -178,25 +172,6 @@ public:
             *name = entryOf(handle).name.getIdentifier();
             return ERROR_SUCCESS;
         });
-    }
-
-    /// Keeps the topic over which requests reach the table, with its name; false, and nothing is kept, when
-    /// it has one. Raises 8. To subscribe the table to it is the caller's.
-    bool setRequestTopic(const CachedIdentifierW& name, SmartHandle<CloseMessageTopic>& topic)
-    {
-        const Locker locker(m_creationLock);
-        if (m_requestTopic.isValid())
-            return false;
-        m_requestTopicName = name;
-        m_requestTopic = std::move(topic);
-        return true;
-    }
-    /// Hands the request topic back; not valid when there is none.
-    [[nodiscard]] SmartHandle<CloseMessageTopic> releaseRequestTopic()
-    {
-        const Locker locker(m_creationLock);
-        m_requestTopicName.reset();
-        return std::move(m_requestTopic);
     }
 
     /// Answers a load or dump request for one object, by name. A load (id 1) takes "ObjectName", "LoadCode"
@@ -450,8 +425,6 @@ private:
             return ERROR_CALL_NOT_IMPLEMENTED;
     }
 
-    std::optional<CachedIdentifierW> m_requestTopicName;
-    SmartHandle<CloseMessageTopic> m_requestTopic;
     MutexLock m_tableLock;
     MutexLock m_creationLock;
     std::vector<Slot> m_slots; // indexed by handle minus one; never shrinks
