@@ -12,6 +12,12 @@ bool isDots(const wchar_t* name) noexcept
     return name[0] == L'.' && (name[1] == L'\0' || (name[1] == L'.' && name[2] == L'\0'));
 }
 
+bool isFolder(const wchar_t* path) noexcept
+{
+    const DWORD attributes = GetFileAttributesW(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 FindHandle beginSearch(const wchar_t* mask, WIN32_FIND_DATAW& entry)
 {
     FindHandle search(FindFirstFileExW(mask, FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr,
@@ -81,17 +87,19 @@ void FilePath::getFiles(Walk& walk)
     const Win32Path target(mask.c_str());
     WIN32_FIND_DATAW entry;
     const FindHandle search = beginSearch(target, entry);
-    if (!search.isValid()) {
-        const DWORD code = GetLastError();
-        if (code == ERROR_FILE_NOT_FOUND) {
-            const DWORD attributes = GetFileAttributesW(folder);
-            if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-                return; // it is there, and nothing in it, not even itself: so an empty volume's root answers
-        }
-        if (!isRoot && (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND))
-            return; // gone: not every system keeps a folder that is held
-        throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), code)};
-    }
+    if (search.isValid())
+        return reportEntries(search.get(), entry, below, walk);
+    const DWORD code = GetLastError();
+    if (code == ERROR_FILE_NOT_FOUND && isFolder(folder))
+        return; // it is there, and nothing in it, not even itself: so an empty volume's root answers
+    if (!isRoot && (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND))
+        return; // gone: not every system keeps a folder that is held
+    throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), code)};
+}
+
+void FilePath::reportEntries(HANDLE search, WIN32_FIND_DATAW& entry, const PathOrigin& below,
+                             Walk& walk) const
+{
     bool hasUnnamed = false;
     do {
         if (isDots(entry.cFileName))
@@ -103,10 +111,10 @@ void FilePath::getFiles(Walk& walk)
         }
         if (walk.poll())
             return;
-        handleEntry(entry, below, walk);
+        reportEntry(entry, below, walk);
         if (walk.cancelled)
             return;
-    } while (FindNextFileW(search.get(), &entry));
+    } while (FindNextFileW(search, &entry));
     if (GetLastError() != ERROR_NO_MORE_FILES)
         throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__)), true};
     if (hasUnnamed)
@@ -114,7 +122,7 @@ void FilePath::getFiles(Walk& walk)
             Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), ERROR_INVALID_NAME), true};
 }
 
-void FilePath::handleEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const
+void FilePath::reportEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const
 {
     HeapStringW found = joinPath(path().view(), entry.cFileName);
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {

@@ -26,5 +26,7 @@ private:
     void getFiles(Walk& walk);
     /// Holds this folder and those above it for the length of the listing. Returns false when it is gone.
     bool holdFolder(Walk& walk, const PathOrigin& below, bool isRoot) const;
-    void handleEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const;
+    /// Reports `entry` and those that follow it. Raises a ListingFailure.
+    void reportEntries(HANDLE search, WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const;
+    void reportEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const;
 };

@@ -30,7 +30,7 @@ public:
 
 protected:
     /// A container that was looked up by its handle.
-    struct Looked
+    struct TakenContainer
     {
         long code;
         SharedPtr<ScanItem> item;
@@ -45,7 +45,7 @@ protected:
         ScanPath& root;
         std::vector<SharedPtr<ScanItem>> found; // containers of the listing at hand that are to be listed too
         std::deque<ScanItemHandle> queue;       // containers that wait, in order
-        std::deque<Looked> next;                // the first of them, looked up already
+        std::deque<TakenContainer> next;        // the first of them, looked up already
         HeldFolders held = {};                  // of the container that is being listed, and those above it
         bool cancelled = false;
 

@@ -84,7 +84,6 @@ private:
     const THPCategoryOptions m_options;
     const SharedPtr<EventCache> m_events;
     ReadWriteLock m_lock;
-    std::atomic<std::uint32_t> m_threadCount{0};
     std::vector<ThreadPtr> m_threads;  // of a closed category all stay, but those whose start fails
     std::vector<THPThread*> m_waiting; // has room for every thread
     std::deque<ItemPtr> m_queue;
