@@ -2,7 +2,7 @@
 
 #include "core/win32/utils/scanengine/include/File.h"
 
-#define FILE_PATH_HEADER "core\\win32\\utils\\scanengine\\include\\FilePath.h"
+constexpr char kFilePathHeader[] = "core\\win32\\utils\\scanengine\\include\\FilePath.h";
 
 namespace {
 constexpr std::wstring_view kNotInNames(L"\\/\0", 3);
@@ -15,13 +15,13 @@ bool isGone(long code) noexcept
 
 FilePath::FilePath(const wchar_t* path, int expand, std::uint32_t level) : ScanPath(level)
 {
-    primitives::placedStep(PLACE(FILE_PATH_HEADER, "FilePath::FilePath", __LINE__),
+    primitives::placedStep(PLACE(kFilePathHeader, "FilePath::FilePath", __LINE__),
                            [&] { setPath(path, expand); });
 }
 
 const char* FilePath::scanPlace() const noexcept
 {
-    return PLACE(FILE_PATH_HEADER, "FilePath::scan", __LINE__);
+    return PLACE(kFilePathHeader, "FilePath::scan", __LINE__);
 }
 
 bool FilePath::isInterchangeable(const ScanItem& filed) const
@@ -39,7 +39,7 @@ bool FilePath::holdFolder(Walk& walk, const PathOrigin& below, bool isRoot) cons
         if (isGone(code) && !isRoot)
             return false;
         throw ListingFailure{
-            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__),
+            Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__),
                       isGone(code) ? ERROR_PATH_NOT_FOUND : static_cast<unsigned long>(code))};
     }
 }
@@ -49,7 +49,7 @@ void FilePath::getFiles(Walk& walk)
     // An empty path is no folder, though "*" by itself would list the current one.
     if (path().view().empty())
         throw ListingFailure{
-            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
+            Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
     const bool isRoot = &walk.root == static_cast<ScanPath*>(this);
     // A root that a caller names, or a link that a walk found, is the root of what is found below it.
     const bool isNamed = isRoot && !wasPlainFolder();
@@ -75,7 +75,7 @@ void FilePath::getFiles(Walk& walk)
     }
     if (hasUnnamed)
         throw ListingFailure{
-            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_INVALID_NAME), true};
+            Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), ERROR_INVALID_NAME), true};
 }
 
 const FolderEntry* FilePath::nextEntry(FolderListing& listing, bool isRoot)
@@ -85,7 +85,7 @@ const FolderEntry* FilePath::nextEntry(FolderListing& listing, bool isRoot)
     } catch (long code) {
         if (!isRoot && !listing.hasBegun() && isGone(code))
             return nullptr; // not every system keeps a folder that is held
-        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__),
+        throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__),
                                        static_cast<unsigned long>(code)),
                              listing.hasBegun()};
     }

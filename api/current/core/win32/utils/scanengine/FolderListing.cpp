@@ -62,7 +62,7 @@ void FolderListing::fillBuffer()
     }
     // The root of an empty volume says that it has not even itself.
     if (code != ERROR_NO_MORE_FILES && (m_hasBegun || code != ERROR_FILE_NOT_FOUND))
-        throw static_cast<long>(code);
+        raiseCode(code);
 }
 
 bool FolderListing::takeFromBuffer()
@@ -74,7 +74,7 @@ bool FolderListing::takeFromBuffer()
     const auto* info = reinterpret_cast<const FILE_ID_BOTH_DIR_INFO*>(m_buffer.data() + m_position);
     if (left < kNameAt || info->FileNameLength > left - kNameAt || info->NextEntryOffset >= left ||
         info->NextEntryOffset % alignof(FILE_ID_BOTH_DIR_INFO) != 0)
-        throw static_cast<long>(ERROR_INVALID_DATA);
+        raiseCode(ERROR_INVALID_DATA);
     m_position = info->NextEntryOffset != 0 ? m_position + info->NextEntryOffset : m_end;
     // Of a reparse point the system gives the tag in place of the size of extended attributes.
     const bool isReparsePoint = (info->FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
@@ -103,7 +103,7 @@ bool FolderListing::beginSearch()
             return false; // it is there, and nothing in it, not even itself: so an empty volume's root
                           // answers
     }
-    throw static_cast<long>(code);
+    raiseCode(code);
 }
 
 bool FolderListing::findNext()
@@ -115,7 +115,7 @@ bool FolderListing::findNext()
     } else if (!FindNextFileW(m_search.get(), &m_found)) {
         const DWORD code = GetLastError();
         if (code != ERROR_NO_MORE_FILES)
-            throw static_cast<long>(code);
+            raiseCode(code);
         return false;
     }
     m_entry = {m_found.cFileName, m_found.dwFileAttributes, m_found.dwReserved0,
