@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <optional>
 #include <vector>
@@ -47,6 +48,7 @@ protected:
         std::deque<ScanItemHandle> queue;       // containers that wait, in order
         std::deque<TakenContainer> next;        // the first of them, looked up already
         HeldFolders held = {};                  // of the container that is being listed, and those above it
+        std::vector<std::byte> listed = {};     // room for what the system lists at once
         bool cancelled = false;
 
         /// One poll of the event, until it was signalled once.
