@@ -146,27 +146,32 @@ void addRuleRows(BenchRows& rows, BenchScale scale)
                               most->addTo(*fresh);
                           }});
 }
+
+/// Paths of which every other one has the ending that is looked for.
+struct PathTexts
+{
+    std::vector<std::wstring> all;
+    unsigned long long withEight = 0;
+
+    void make(long count)
+    {
+        for (long i = static_cast<long>(all.size()); i < count; ++i) {
+            const std::wstring& text =
+                all.emplace_back(L"C:\\Users\\somebody\\AppData\\Local\\Vendor\\Cache\\File " +
+                                 std::to_wstring(i * 7919LL) + (i % 2 == 0 ? L".Tmp" : L".Log"));
+            withEight += text.find(L"8.Tmp") != std::wstring::npos ? 1 : 0;
+        }
+        require(withEight != 0 && withEight != all.size(),
+                "a text of which all or none are found tells little");
+    }
+};
 } // namespace
 
 BenchRows matchingRows(BenchScale scale)
 {
-    struct Texts
-    {
-        std::vector<std::wstring> all;
-        unsigned long long withEight = 0;
-    };
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<PathTexts>();
     const long count = scale(1000000);
-    const auto prepare = [=] {
-        for (long i = static_cast<long>(texts->all.size()); i < count; ++i) {
-            const std::wstring& text =
-                texts->all.emplace_back(L"C:\\Users\\somebody\\AppData\\Local\\Vendor\\Cache\\File " +
-                                        std::to_wstring(i * 7919LL) + (i % 2 == 0 ? L".Tmp" : L".Log"));
-            texts->withEight += text.find(L"8.Tmp") != std::wstring::npos ? 1 : 0;
-        }
-        require(texts->withEight != 0 && texts->withEight != texts->all.size(),
-                "a text of which all or none are found tells little");
-    };
+    const auto prepare = [=] { texts->make(count); };
     const unsigned long long half = static_cast<unsigned long long>((count + 1) / 2);
     const std::wstring name = L"*.tmp";
     const std::wstring part = L"8.tMP";
