@@ -84,11 +84,6 @@ Output& messages()
 
 HANDLE cancelEvent()
 {
-    if (g_cancelEvent == nullptr) {
-        g_cancelEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        SetConsoleCtrlHandler(nullptr, FALSE); // a parent may have switched Ctrl+C off
-        SetConsoleCtrlHandler(onControl, TRUE);
-    }
     return g_cancelEvent;
 }
 
@@ -100,6 +95,10 @@ bool isCancelled()
 WorkScope::WorkScope()
 {
     g_workEnded = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    g_cancelEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    // Before anything else is done: until then Ctrl+C ends the program with whatever code the system likes.
+    SetConsoleCtrlHandler(nullptr, FALSE); // a parent may have switched Ctrl+C off
+    SetConsoleCtrlHandler(onControl, TRUE);
 }
 
 WorkScope::~WorkScope()

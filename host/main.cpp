@@ -58,12 +58,12 @@ int run(int argumentCount, wchar_t** arguments)
 } // namespace
 
 namespace {
-/// Results that nobody got are no success.
+/// Results that nobody got are no success, nor is what was cancelled, if too late.
 int withResultsWritten(int code)
 {
     results().flush();
     if (results().isOpen())
-        return code;
+        return code == kExitDone && isCancelled() ? static_cast<int>(kExitCancelled) : code;
     messages().writeLine(L"sysmaint: the results could not be written: " +
                          formatCode(static_cast<long>(results().failure())));
     return code == kExitDone ? static_cast<int>(kExitFailed) : code;

@@ -156,3 +156,72 @@ TEST_F(NamedAlone, ANameThatReadsAsAPathIsNoItem)
     EXPECT_EQ(TestEngine(collector).scan(root), static_cast<long>(ERROR_INVALID_NAME));
     EXPECT_EQ(collector.calls, 2) << "the folder and the file in it";
 }
+
+// One byte of a stream, say a damaged one, must not make a path that of the folder or key above.
+TEST_F(NamedAlone, NoZeroCutsALoadedText)
+{
+    const std::wstring path = root + L"\\a\\f";
+    const std::unique_ptr<IFile> file(DllGetFile(path.c_str(), 0));
+    const std::unique_ptr<IRegistryKey> key(DllGetRegistryKey(HKEY_CURRENT_USER, path.c_str()));
+    const std::unique_ptr<IRegistryValue> value(DllGetRegistryValue(HKEY_CURRENT_USER, L"key", path.c_str()));
+    const std::unique_ptr<IScanValidator> rules(DllGetScanValidator(L"*.tmp", L"*.tmp"));
+    using Dump = std::function<void(IOutputByteStream&)>;
+    using Load = std::function<void(IInputByteStream&)>;
+    std::vector<std::pair<Dump, Load>> states;
+    const auto add = [&](auto& state) {
+        states.emplace_back([&](IOutputByteStream& stream) { state.dump(kStatePath, stream); },
+                            [&](IInputByteStream& stream) { state.load(kStatePath, stream); });
+    };
+    add(dynamic_cast<ScanItem&>(*file));
+    add(dynamic_cast<ScanItem&>(*key));
+    add(dynamic_cast<ScanItem&>(*value));
+    add(*rules);
+    for (const auto& [dump, load] : states) {
+        MemoryOutputByteStream dumped;
+        dump(dumped);
+        const auto* first = static_cast<const unsigned char*>(dumped.getData());
+        const Bytes bytes(first, first + dumped.getSize());
+        int found = 0;
+        const Bytes star = {'*', 0, '.', 0};
+        const Bytes slash = {'\\', 0, 'a', 0};
+        for (const Bytes& text : {star, slash}) {
+            const auto at = std::search(bytes.begin(), bytes.end(), text.begin(), text.end());
+            if (at == bytes.end())
+                continue;
+            ++found;
+            Bytes damaged = bytes;
+            damaged[static_cast<std::size_t>(at - bytes.begin())] = 0;
+            MemoryInputByteStream stream(damaged.data(), damaged.size());
+            EXPECT_EQ(codeOf([&] { load(stream); }), ERROR_READ_FAULT);
+        }
+        EXPECT_EQ(found, 1);
+    }
+    EXPECT_EQ(file->getPath(), path);
+}
+
+// Who asks for an item by name gets the one that was filed, or none.
+TEST_F(NamedAlone, NoItemStandsForWhatItWasBefore)
+{
+    const std::wstring path = root + L"\\a\\f";
+    void* handle = CreateFileW(L"filed", path.c_str(), 0);
+    SharedPtr<ScanItem> item;
+    ASSERT_EQ(GetScanItemByHandle(handle, item), ERROR_SUCCESS);
+    item->setPath(precious.c_str(), 0);
+    EXPECT_EQ(CreateFileW(L"filed", path.c_str(), 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(OpenScanItem(L"filed", path.c_str()), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    item->setPath(path.c_str(), 0);
+    EXPECT_EQ(OpenScanItem(L"filed", path.c_str()), handle);
+    EXPECT_EQ(CloseScanItem(handle) + CloseScanItem(handle), 2);
+
+    // A root of an engine is listed as it was added.
+    Collector collector;
+    const TestEngine engine(collector, L"filed");
+    ASSERT_EQ(FSEngineAddPath(engine.handle, root.c_str(), 0), ERROR_SUCCESS);
+    ASSERT_EQ(GetScanItemByHandle(handle = OpenScanItem(L"filed", root.c_str()), item), ERROR_SUCCESS);
+    item->setPath((folder + L"\\keep").c_str(), 0);
+    EXPECT_EQ(engine.scan(root), ERROR_SUCCESS);
+    EXPECT_EQ(collector.paths.count(root + L"\\a\\f"), 1U);
+    CloseScanItem(handle);
+}

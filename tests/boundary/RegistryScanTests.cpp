@@ -297,3 +297,39 @@ TEST_F(Registry, LinksAreReportedAndNotFollowed)
     keyOf(kRoot)->deleteItem();
     EXPECT_TRUE(hasKey(HKEY_LOCAL_MACHINE, L"Software\\Microsoft")) << "the link was followed";
 }
+
+// What a walk has found is changed where it was found: a link that was put in the place of a key on the way
+// is not followed, one on the way to the root is the caller's.
+TEST_F(Registry, NoLinkOnTheWayIsFollowed)
+{
+    addKey(L"top\\sub\\deep");
+    addValue(L"v", "1", L"top\\sub\\deep");
+    addKey(L"keep\\sub\\deep");
+    addValue(L"v", "precious", L"keep\\sub\\deep");
+    std::vector<SharedPtr<ScanItem>> found;
+    collector.action = [&](auto&, const SharedPtr<ScanItem>& item) { found.push_back(item); };
+    const auto change = [&](unsigned long code) {
+        for (const SharedPtr<ScanItem>& item : found) {
+            auto* value = dynamic_cast<IRegistryValue*>(item.get());
+            if (value == nullptr)
+                continue;
+            EXPECT_EQ(codeOf([&] { value->setValue(REG_BINARY, "2", 1); }), code);
+            EXPECT_EQ(codeOf([&] { value->deleteItem(); }), code);
+        }
+        EXPECT_EQ(codeOf([&] { dynamic_cast<IRegistryKey&>(*found[1]).deleteItem(); }), code);
+    };
+    addLink(L"way", keyName(root) + L"\\top");
+    ASSERT_EQ(scan(kRoot + L"\\way"), ERROR_SUCCESS);
+    ASSERT_EQ(found.size(), 3U);
+    RegDeleteTreeW(root, L"top\\sub");
+    addLink(L"top\\sub", keyName(root) + L"\\keep\\sub");
+    change(681);
+    EXPECT_TRUE(hasValue(root, L"keep\\sub\\deep", L"v"));
+
+    keyOf(kRoot + L"\\top\\sub")->deleteItem();
+    addKey(L"top\\sub\\deep");
+    addValue(L"v", "1", L"top\\sub\\deep");
+    change(ERROR_SUCCESS);
+    EXPECT_FALSE(hasKey(root, L"top\\sub\\deep"));
+    keyOf(kRoot + L"\\way")->deleteItem();
+}

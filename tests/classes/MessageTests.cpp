@@ -192,17 +192,18 @@ TEST(Messages, LyingFieldsAreRefused)
 
     for (const Bytes& topic :
          {Bytes{2, 0, 0, 0, 0, 0, 0, 0, 'T', 0}, Bytes{3, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 0},
-          Bytes{0, 0, 0, 0, 0, 0, 0, 0}}) // no terminator, half a character, nothing
+          Bytes{0, 0, 0, 0, 0, 0, 0, 0},
+          Bytes{4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}}) // no terminator, half a character, nothing, two of them
         EXPECT_EQ(load(MessageW(), Bytes{0, 0, 0, 0} + topic + Bytes{7, 0, 0, 0}), (Raised{30, 266}));
     EXPECT_EQ(load(HashMessageW(), kOnT7 + Bytes{255, 255, 255, 255}), (Raised{30, 0}));
-    for (const unsigned char size : {16, 80}) { // a name's blob that goes on behind its text
+    for (const unsigned char size : {4, 16, 80}) { // a name's blob that goes on behind its text is refused
         Bytes name(size);
         name[0] = 'b';
         const Bytes one = kOnT7 + Bytes{1, 0, 0, 0, size, 0, 0, 0, 0, 0, 0, 0} + name + good;
         HashMessageW hash;
-        EXPECT_EQ(load(hash, one), Raised{});
+        EXPECT_EQ(load(hash, one), size == 4 ? Raised{} : (Raised{30, 0}));
         const ParameterW* parameter = nullptr;
-        EXPECT_EQ(hash.getParameter(L"b", parameter), ERROR_SUCCESS);
+        EXPECT_EQ(hash.getParameter(L"b", parameter), size == 4 ? ERROR_SUCCESS : ERROR_NOT_FOUND);
         EXPECT_EQ(load(hash, cutOff(one, one.size() - 1)), (Raised{30, 0}));
         EXPECT_TRUE(hash.getParameters().empty()) << "what was read only in part";
     }

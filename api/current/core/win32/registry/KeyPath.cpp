@@ -1,11 +1,22 @@
 #include "core/win32/registry/include/KeyPath.h"
 
+#include <winternl.h>
+
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+
+// The platform headers leave it out.
+extern "C" NTSTATUS NTAPI NtQueryKey(HANDLE key, int information, void* data, ULONG size, ULONG* length);
 
 namespace {
+constexpr int kKeyNameInformation = 3;
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kLongestStep = 16383; // leaves room for what the system puts in front
 constexpr REGSAM kViews = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
@@ -53,7 +64,81 @@ LSTATUS goAlong(HKEY root, const wchar_t* path, HKEY* opened, Step&& step)
     }
     return step(at, std::wstring(rest).c_str(), true, opened);
 }
+/// The name under which the system knows an open key.
+std::wstring trueName(HKEY key)
+{
+    std::vector<std::byte> answer;
+    ULONG length = 1024;
+    NTSTATUS status = 0;
+    do {
+        answer.resize(length);
+        status =
+            NtQueryKey(key, kKeyNameInformation, answer.data(), static_cast<ULONG>(answer.size()), &length);
+    } while (status != 0 && length > answer.size());
+    requireSuccess(static_cast<long>(RtlNtStatusToDosError(status)));
+    const auto* text = reinterpret_cast<const wchar_t*>(answer.data() + sizeof(ULONG)); // behind its length
+    return {text, (length - sizeof(ULONG)) / sizeof(wchar_t)};
+}
+
+/// Opens the sub-key `name` of `key` as itself and puts it in its place. What does not lie below the key lies
+/// behind a link that stands there.
+LSTATUS stepDown(RegistryKeyHandle& key, std::wstring& above, HKEY parent, const std::wstring& name,
+                 REGSAM access)
+{
+    HKEY opened = nullptr;
+    const LSTATUS status = RegOpenKeyExW(parent, name.c_str(), REG_OPTION_OPEN_LINK, access, &opened);
+    if (status != ERROR_SUCCESS)
+        return status;
+    key.reset(opened);
+    std::wstring below = trueName(opened);
+    if (!above.empty() && below.compare(0, above.size() + 1, above + L'\\') != 0)
+        return kStoppedOnSymlink;
+    above = std::move(below);
+    return ERROR_SUCCESS;
+}
 } // namespace
+
+LSTATUS keypath::openFound(HKEY root, const wchar_t* path, std::size_t rootLength, REGSAM access,
+                           HKEY* opened)
+{
+    // As everybody opens it, and name by name from the walk's root on; both must be the same key.
+    HKEY direct = nullptr;
+    LSTATUS status = open(root, path, REG_OPTION_OPEN_LINK, access, &direct);
+    if (status != ERROR_SUCCESS)
+        return status;
+    if (isStandIn(direct, root))
+        return ERROR_NOT_SUPPORTED;
+    const RegistryKeyHandle owned(direct);
+    const std::wstring_view whole(path);
+    const REGSAM passing = MAXIMUM_ALLOWED | (access & kViews);
+    std::wstring above;
+    RegistryKeyHandle key;
+    const std::wstring top(whole.substr(0, whole.substr(0, rootLength).find_last_not_of(L'\\') + 1));
+    if (!top.empty()) {
+        HKEY topKey = nullptr;
+        status = open(root, top.c_str(), 0, passing, &topKey);
+        if (status != ERROR_SUCCESS)
+            return status;
+        key.reset(topKey);
+        above = trueName(topKey);
+    }
+    std::size_t end = top.size();
+    for (;;) {
+        const std::size_t begin = whole.find_first_not_of(L'\\', end);
+        if (begin == std::wstring_view::npos)
+            break;
+        end = std::min(whole.find(L'\\', begin), whole.size());
+        const bool isLast = whole.find_first_not_of(L'\\', end) == std::wstring_view::npos;
+        status = stepDown(key, above, key.isValid() ? key.get() : root,
+                          std::wstring(whole.substr(begin, end - begin)), isLast ? access : passing);
+        if (status != ERROR_SUCCESS)
+            return isMissing(status) ? kStoppedOnSymlink : status;
+    }
+    if (above != trueName(direct))
+        return kStoppedOnSymlink;
+    *opened = key.release();
+    return ERROR_SUCCESS;
+}
 
 LSTATUS keypath::open(HKEY root, const wchar_t* path, DWORD options, REGSAM access, HKEY* opened)
 {

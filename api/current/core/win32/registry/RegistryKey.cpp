@@ -139,7 +139,7 @@ RegistryKey::RegistryKey(HKEY root, const wchar_t* subKey, unsigned long options
 }
 
 RegistryKey::RegistryKey(const RegistryKey& parent, HeapStringW&& subKey)
-    : RegistryKey(kRegistryKeyItem, parent, std::move(subKey), true)
+    : RegistryKey(kRegistryKeyItem, parent, std::move(subKey), parent.rootLengthBelow())
 {
 }
 
@@ -156,9 +156,11 @@ RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, u
 
 // The parent's hive is there by now and stays, but below HKEY_CLASSES_ROOT another thread may just be getting
 // it.
-RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound)
+RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey,
+                         RootLength rootLength)
     : ScanItem(type, CachedPath(std::move(subKey))), m_root(parent.m_root), m_options(parent.m_options),
-      m_isFound(isFound), m_userHive(parent.m_root == HKEY_CURRENT_USER ? parent.m_userHive : UserHive())
+      m_rootLength(rootLength),
+      m_userHive(parent.m_root == HKEY_CURRENT_USER ? parent.m_userHive : UserHive())
 {
 }
 
@@ -262,7 +264,7 @@ void RegistryKey::requireWritable() const
 RegistryKeyHandle RegistryKey::openIn(HKEY root, const wchar_t* subKey, REGSAM access, DWORD options) const
 {
     HKEY key = nullptr;
-    requireSuccess(keypath::open(root, subKey, options | (m_isFound ? REG_OPTION_OPEN_LINK : 0U),
+    requireSuccess(keypath::open(root, subKey, options | (m_rootLength ? REG_OPTION_OPEN_LINK : 0U),
                                  access | view(), &key));
     return RegistryKeyHandle(key);
 }
@@ -288,8 +290,14 @@ RegistryKeyHandle RegistryKey::openToChange(Change change, REGSAM access, DWORD 
     requireWritable();
     const bool isClass = m_root == HKEY_CLASSES_ROOT;
     const HKEY root = !isClass ? getHKEY() : change == Change::kDelete ? onlyClassHive() : nearestClassHive();
-    RegistryKeyHandle key =
-        openIn(root, isClass ? classPath(subKey()).c_str() : path().getPath(), access, options);
+    const HeapStringW path = isClass ? classPath(subKey()) : HeapStringW(subKey());
+    if (m_rootLength) {
+        HKEY key = nullptr;
+        const std::size_t below = subKey().size() - *m_rootLength;
+        requireSuccess(keypath::openFound(root, path.c_str(), path.size() - below, access | view(), &key));
+        return RegistryKeyHandle(key);
+    }
+    RegistryKeyHandle key = openIn(root, path.c_str(), access, options);
     if (keypath::isStandIn(key.get(), root))
         raiseCode(ERROR_NOT_SUPPORTED);
     return key;
@@ -391,7 +399,7 @@ RegistryKey::KeptState::~KeptState()
     const WriteLocker locker(m_key.m_lock);
     m_key.m_root = m_root;
     m_key.m_options = m_options;
-    m_key.m_isFound = m_isFound;
+    m_key.m_rootLength = m_rootLength;
     m_key.m_userHive = m_userHive;
 }
 
@@ -409,7 +417,7 @@ long RegistryKey::load(unsigned long code, IInputByteStream& stream)
         const WriteLocker locker(m_lock);
         m_root = root;
         m_options = options;
-        m_isFound = false;
+        m_rootLength.reset();
         m_userHive = UserHive();
     });
     kept.release();

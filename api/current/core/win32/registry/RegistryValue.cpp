@@ -47,7 +47,8 @@ RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* na
 
 RegistryValue::RegistryValue(const RegistryKey& key, std::wstring_view subKey, std::wstring_view name,
                              unsigned long type)
-    : RegistryKey(kRegistryValueItem, key, HeapStringW(subKey), key.isFound()), m_type(type), m_isRead(true)
+    : RegistryKey(kRegistryValueItem, key, HeapStringW(subKey), key.rootLength()), m_type(type),
+      m_isRead(true)
 {
     setName(name);
 }

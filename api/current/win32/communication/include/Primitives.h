@@ -118,7 +118,15 @@ void writeString(IOutputByteStream& stream, const Char* text)
     writeBlob(stream, text, (std::char_traits<Char>::length(text) + 1) * sizeof(Char));
 }
 
-/// Reads a string; one that does not end with its terminator is refused (30). The caller releases the
+/// Whether `size` characters are a string: a terminator ends them and stands nowhere before. One inside would
+/// cut the text to another one, a path to that of a folder above.
+template <class Char>
+[[nodiscard]] bool isTerminated(const Char* text, std::size_t size)
+{
+    return size != 0 && std::char_traits<Char>::find(text, size, Char()) == text + size - 1;
+}
+
+/// Reads a string; one that does not end with its first zero is refused (30). The caller releases the
 /// returned text with processheap::release.
 template <class Char>
 [[nodiscard]] Char* readString(IInputByteStream& stream)
@@ -127,7 +135,7 @@ template <class Char>
     blob.read(stream, sizeof(Char));
     const std::size_t size = blob.getSize();
     const auto* text = static_cast<const Char*>(blob.getData());
-    if (size == 0 || size % sizeof(Char) != 0 || text[size / sizeof(Char) - 1] != 0)
+    if (size % sizeof(Char) != 0 || !isTerminated(text, size / sizeof(Char)))
         raiseCode(ERROR_READ_FAULT);
     return static_cast<Char*>(blob.release());
 }
@@ -144,18 +152,18 @@ template <class Char>
     return size / sizeof(Char);
 }
 
-/// Reads so many characters, the last of which must be the terminator, and returns how many there are before
-/// the first zero.
+/// Reads so many characters, the last of which alone must be a zero, and returns how many there are before
+/// it.
 template <class Char>
 [[nodiscard]] std::size_t readCharacters(IInputByteStream& stream, Char* text, std::size_t capacity)
 {
     requireSuccess(stream.read(text, capacity * sizeof(Char)));
-    if (text[capacity - 1] != 0)
+    if (!isTerminated(text, capacity))
         raiseCode(ERROR_READ_FAULT);
-    return std::char_traits<Char>::length(text);
+    return capacity - 1;
 }
 
-/// Reads a string into a string object; what stands behind its first zero is dropped.
+/// Reads a string into a string object.
 template <class Char>
 [[nodiscard]] HeapString<Char> readText(IInputByteStream& stream)
 {

@@ -18,7 +18,9 @@ enum RegistryOption : unsigned long
 /// for a value, are refused with 206 by every operation that asks the registry.
 ///
 /// Of an item that a walk has found, the key is opened as itself: when a link was put in its place meanwhile,
-/// that is not followed. A link in the place of a key further up is.
+/// that is not followed. Before it is changed or deleted, the way to it is gone key by key from the walk's
+/// root on: when one of them is a link by then, it is refused with 681 and nothing is touched. Reading
+/// follows a link that was put in the place of a key further up.
 ///
 /// HKEY_CLASSES_ROOT shows two keys as one: the logged-on user's below HKEY_CURRENT_USER\Software\Classes and
 /// the machine's below HKEY_LOCAL_MACHINE\Software\Classes. Reading goes through that view. Changes go to one

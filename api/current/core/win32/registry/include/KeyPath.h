@@ -14,7 +14,12 @@ namespace keypath {
 /// Returns 0; 206 when a name in the path has more than 255 characters (nothing is opened then); 161 for a
 /// path over 16,383 characters that is nothing but backslashes; or the system's code.
 [[nodiscard]] LSTATUS open(HKEY root, const wchar_t* path, DWORD options, REGSAM access, HKEY* opened);
-/// The same with RegCreateKeyExW: missing keys are made.
+/// Opens a key that a walk found below the first `rootLength` characters of its path, to change it. A link
+/// that was put in the place of a key on the way from there is not followed. Returns as open does; 681
+/// (ERROR_STOPPED_ON_SYMLINK) when the path leads to another key than the way from key to key.
+[[nodiscard]] LSTATUS openFound(HKEY root, const wchar_t* path, std::size_t rootLength, REGSAM access,
+                                HKEY* opened);
+/// The same as open with RegCreateKeyExW: missing keys are made.
 [[nodiscard]] LSTATUS create(HKEY root, const wchar_t* path, REGSAM access, HKEY* opened);
 
 /// Whether a code of the system's says that a key is not there.

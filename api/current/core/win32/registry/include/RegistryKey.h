@@ -16,6 +16,9 @@ using UserHive = SharedPtr<RegistryKeyHandle>;
 class RegistryKey : public ScanItem, public IRegistryKey
 {
 public:
+    /// Of an item that a walk has found, the length of the walk's root within its sub-key path.
+    using RootLength = std::optional<std::size_t>;
+
     RegistryKey() : RegistryKey(kRegistryKeyItem) {}
     /// Raises an Exception from RegistryKey::RegistryKey: 87 for a null root or path or both views at
     /// once, 8.
@@ -36,8 +39,7 @@ public:
     void deleteItem() override;
     [[nodiscard]] int exists() const override;
     [[nodiscard]] HKEY getHKEY() const override;
-    /// Whether a walk has found it.
-    [[nodiscard]] bool isFound() const noexcept { return m_isFound; }
+    [[nodiscard]] RootLength rootLength() const noexcept { return m_rootLength; }
     long load(unsigned long code, IInputByteStream& stream) override;
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
@@ -59,8 +61,8 @@ protected:
     {
     public:
         explicit KeptState(RegistryKey& key)
-            : m_key(key), m_path(key), m_root(key.m_root), m_options(key.m_options), m_isFound(key.m_isFound),
-              m_userHive(key.m_userHive)
+            : m_key(key), m_path(key), m_root(key.m_root), m_options(key.m_options),
+              m_rootLength(key.m_rootLength), m_userHive(key.m_userHive)
         {
         }
         KeptState(const KeptState&) = delete;
@@ -77,14 +79,19 @@ protected:
         KeptPath m_path;
         HKEY m_root;
         unsigned long m_options;
-        bool m_isFound;
+        RootLength m_rootLength;
         UserHive m_userHive;
         bool m_isReleased = false;
     };
 
     explicit RegistryKey(std::uint32_t type) : ScanItem(type) {}
     RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, unsigned long options);
-    RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, bool isFound);
+    RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey, RootLength rootLength);
+    /// Of what a walk finds below this key.
+    [[nodiscard]] std::size_t rootLengthBelow() const noexcept
+    {
+        return m_rootLength.value_or(subKey().size());
+    }
 
     [[nodiscard]] std::wstring_view subKey() const noexcept { return path().view(); }
     /// What follows the key's full path in the item's.
@@ -107,9 +114,10 @@ protected:
         kWrite,
         kDelete
     };
-    /// Opens the key to change it: below HKEY_CLASSES_ROOT in the hive that holds it. Raises as open does, 5
-    /// for a key that was made for reading only, or 50 for what stands in both hives and is to be deleted,
-    /// and for a key that only stands for performance data.
+    /// Opens the key to change it: below HKEY_CLASSES_ROOT in the hive that holds it. Of what a walk has
+    /// found no link on the way from the walk's root is followed, either (681). Raises as open does, 5 for a
+    /// key that was made for reading only, or 50 for what stands in both hives and is to be deleted, and for
+    /// a key that only stands for performance data.
     [[nodiscard]] RegistryKeyHandle openToChange(Change change, REGSAM access, DWORD options = 0) const;
     /// Whether the key, or what an item of a derived class is within it, is there; a key that refuses to be
     /// asked is. `root` is one of the two hives below HKEY_CLASSES_ROOT, `subKey` the key's path in it.
@@ -141,7 +149,7 @@ private:
 
     HKEY m_root = nullptr;
     unsigned long m_options = 0;
-    bool m_isFound = false;       // by a walk
+    RootLength m_rootLength;
     mutable ReadWriteLock m_lock; // guards what is built on first request
     mutable std::optional<CachedPath> m_fullPath;
     mutable UserHive m_userHive;

@@ -2,7 +2,8 @@
 
 void ScanEngine::appendRoot(const SharedPtr<ScanItem>& root)
 {
-    const std::wstring key = scanItemKey(m_name.c_str(), root->getIdentifier().getIdentifier());
+    const std::wstring identifier = root->getIdentifier().getIdentifier();
+    const std::wstring key = scanItemKey(m_name.c_str(), identifier.c_str());
     // Roots of one path text may differ all the same, as the two views of a registry key do.
     for (unsigned number = 1;; ++number) {
         const std::wstring numbered = number == 1 ? key : key + L'*' + std::to_wstring(number);
@@ -11,7 +12,7 @@ void ScanEngine::appendRoot(const SharedPtr<ScanItem>& root)
         requireSuccess(scanItems().get(handle.get(), item));
         if (dynamic_cast<ScanPath*>(item.get()) == nullptr)
             raiseCode(ERROR_ALREADY_EXISTS);
-        if (!root->isInterchangeable(*item))
+        if (!isRegisteredAs(*item, identifier) || !root->isInterchangeable(*item))
             continue;
         const WriteLocker locker(m_lock);
         m_roots.push_back({std::move(handle), item});

@@ -2,11 +2,17 @@
 
 ObjectTable<SharedPtr<ScanItem>> scanItems(40);
 
+bool isRegisteredAs(const ScanItem& item, std::wstring_view identifier)
+{
+    return item.getIdentifier().getIdentifier() == identifier;
+}
+
 void* openOrRegisterItem(const char* place, const wchar_t* name, const SharedPtr<ScanItem>& item)
 {
     if (!item)
         throw Exception(place, ERROR_INVALID_ADDRESS);
-    const std::wstring key = scanItemKey(name, item->getIdentifier().getIdentifier());
+    const std::wstring identifier = item->getIdentifier().getIdentifier();
+    const std::wstring key = scanItemKey(name, identifier.c_str());
     bool isNew = false;
     ScanItemHandle handle(scanItems().openOrCreate(key.c_str(), [&] {
         isNew = true;
@@ -15,7 +21,7 @@ void* openOrRegisterItem(const char* place, const wchar_t* name, const SharedPtr
     if (!isNew) {
         SharedPtr<ScanItem> registered;
         requireSuccess(scanItems().get(handle.get(), registered));
-        if (!item->isInterchangeable(*registered))
+        if (!isRegisteredAs(*registered, identifier) || !item->isInterchangeable(*registered))
             throw Exception(place, ERROR_ALREADY_EXISTS);
     }
     return handle.release();

@@ -32,11 +32,12 @@ SYSMAINT_API IDirectory* DllGetDirectory(unsigned long loadCode, IInputByteStrea
 
 // ---- Items with a handle. An item is filed under `name`, a backslash and its identifier text, which is its
 // path; to create one that is filed already opens it, or fails with 183 when that is of another kind or
-// level, or its path meant another place when it was given. Codes for the names and paths: 87 when null.
+// level, its path meant another place when it was given, or setPath or load has made it another since. Codes for the names and paths: 87 when null.
 
 /// Files an item of the caller's. Codes: 87 null name, 487 a pointer without an item.
 SYSMAINT_API void* CreateScanItem(const wchar_t* name, SharedPtr<ScanItem>& item);
-/// Opens the item that was filed under `name` with that identifier text. Codes: 87, 1168 no such item.
+/// Opens the item that was filed under `name` with that identifier text. Codes: 87, 1168 no such item, or one
+/// that setPath or load has made another since.
 SYSMAINT_API void* OpenScanItem(const wchar_t* name, const wchar_t* identifier);
 /// The item behind a handle.
 SYSMAINT_API long GetScanItemByHandle(void* handle, SharedPtr<ScanItem>& item);

@@ -39,9 +39,14 @@ private:
     void* m_handle;
 };
 
+/// Whether an item still is what it was registered as: setPath and load may have made it another one since,
+/// and whoever asks for the old one must not get that.
+[[nodiscard]] bool isRegisteredAs(const ScanItem& item, std::wstring_view identifier);
+
 /// Opens the item that is registered under the caller's name and the identifier of `item`, or registers
-/// `item` there. Returns the handle. Raises an Exception at `place`: 487 for no item, 183 when what is filed
-/// is another kind of item; and the table's codes as a bare long.
+/// `item` there. Returns the handle. Raises an Exception at `place`: 487 for no item, 183 when what is
+/// registered there is another kind of item or means something else by now; and the table's codes as a bare
+/// long.
 [[nodiscard]] void* openOrRegisterItem(const char* place, const wchar_t* name,
                                        const SharedPtr<ScanItem>& item);
 
