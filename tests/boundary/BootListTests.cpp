@@ -78,41 +78,20 @@ TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
     expectLines(takeBootList(), {L"a", L"b", L"process"}, 150);
 }
 
-namespace {
-struct PathCase
-{
-    std::wstring given, listed; // empty: refused
-    UINT driveType = DRIVE_FIXED;
-    const wchar_t* device = L"\\Device\\HarddiskVolume7";
-    DWORD attributes = 0;
-};
-
-const wchar_t* const kNoPlainPaths[] = {L"",
-                                        L"C:\\",
-                                        L"\\\\.\\PhysicalDrive0",
-                                        L"\\\\?\\PhysicalDrive0",
-                                        L"\\\\.\\pipe\\x",
-                                        L"\\\\server\\share\\x",
-                                        L"\\\\?\\Volume{01234567}\\x",
-                                        L"\\\\?\\C:\\a\\..\\b",
-                                        L"\\\\?\\C:\\a/b",
-                                        L"C:\\none\\a*",
-                                        L"C:\\none\\a?b",
-                                        L"C:\\none\\a<",
-                                        L"C:\\none\\a\tb",
-                                        L"C:\\none\\a\x1f",
-                                        L"C:\\none\\a:stream",
-                                        L"C:\\none\\a\\",
-                                        L"C:\\none\\a\r\n*FileShred*\t*\\??\\C:\\precious*\t*1*\t*1"};
-} // namespace
-
 TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
 {
     const std::wstring there = at(L"there");
     writeBytes(there, Bytes(10, 0xE5));
     CreateDirectoryW(at(L"folder").c_str(), nullptr);
     const std::wstring volume = L"Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\";
-    std::vector<PathCase> cases = {
+    struct Case
+    {
+        std::wstring given, listed; // empty: refused
+        UINT driveType = DRIVE_FIXED;
+        const wchar_t* device = L"\\Device\\HarddiskVolume7";
+        DWORD attributes = 0;
+    };
+    std::vector<Case> cases = {
         {there, there},
         {L"\\\\?\\" + there, there},
         {L"\\??\\" + there, there},
@@ -125,13 +104,18 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
         {at(L"folder"), L""},
         {bootListPath(), L""},
     };
-    for (const wchar_t* refused : kNoPlainPaths)
+    for (const wchar_t* refused :
+         {L"", L"C:\\", L"\\\\.\\PhysicalDrive0", L"\\\\?\\PhysicalDrive0", L"\\\\.\\pipe\\x",
+          L"\\\\server\\share\\x", L"\\\\?\\Volume{01234567}\\x", L"\\\\?\\C:\\a\\..\\b", L"\\\\?\\C:\\a/b",
+          L"C:\\none\\a*", L"C:\\none\\a?b", L"C:\\none\\a<", L"C:\\none\\a\tb", L"C:\\none\\a\x1f",
+          L"C:\\none\\a:stream", L"C:\\none\\a\\",
+          L"C:\\none\\a\r\n*FileShred*\t*\\??\\C:\\precious*\t*1*\t*1"})
         cases.push_back({refused, L""});
     files.setHook([](auto open, auto... all) {
         SetLastError(ERROR_SHARING_VIOLATION);
         return std::get<5>(std::tuple(all...)) == kOpenToWipe ? INVALID_HANDLE_VALUE : open(all...);
     });
-    const PathCase* now = nullptr;
+    const Case* now = nullptr;
     Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> types([&](auto...) { return now->driveType; });
     Replaced<"QueryDosDeviceW", decltype(&QueryDosDeviceW)> devices([&](auto, LPCWSTR, LPWSTR target, DWORD) {
         std::wcscpy(target, now->device);
@@ -144,7 +128,7 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     });
-    for (const PathCase& c : cases) {
+    for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.given << " on a drive of type " << c.driveType);
         now = &c;
         writeBytes(bootListPath(), {'x', 0, '\r', 0, '\n', 0});

@@ -62,57 +62,41 @@ TEST(Windows, LoseNoWakeUp)
     }
 }
 
-namespace {
-/// Takes note of how long the calling thread's waits may last; each takes 40 milliseconds, and then `event`
-/// is set.
-struct NotedWaits
+TEST(Windows, TimeIsForAllWaitingTogether)
 {
-    explicit NotedWaits(const TestEvent& eventToSet) : event(eventToSet)
-    {
-        waits.setHook([this](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
-            note(timeout);
-            return original(count, handles, all, timeout);
-        });
-        sleeps.setHook([this](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
-            note(timeout);
-            return original(variable, lock, timeout, flags);
-        });
-    }
-    void note(DWORD timeout)
-    {
+    std::vector<DWORD> given; // to the waits of this thread
+    const DWORD own = GetCurrentThreadId();
+    TestEvent goOn;
+    Blocker first;
+    Blocker second;
+    const auto look = [&](DWORD timeout) {
         if (GetCurrentThreadId() != own)
             return;
         given.push_back(timeout);
         Sleep(40);
-        event.set();
-    }
-
-    const TestEvent& event;
-    const DWORD own = GetCurrentThreadId();
-    std::vector<DWORD> given;
-    Multiple waits{sysmaintModule()};
-    Sleeping sleeps{sysmaintModule()};
-};
-} // namespace
-
-TEST(Windows, TimeIsForAllWaitingForWorkTogether)
-{
-    Blocker first;
-    Blocker second;
-    NotedWaits noted(first.goOn);
+        first.goOn.set();
+        goOn.set();
+    };
+    Multiple waits(sysmaintModule());
+    waits.setHook([&](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
+        look(timeout);
+        return original(count, handles, all, timeout);
+    });
+    Sleeping sleeps(sysmaintModule());
+    sleeps.setHook([&](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
+        look(timeout);
+        return original(variable, lock, timeout, flags);
+    });
     const TestPool pool{THPCategoryOptions()};
     ASSERT_TRUE(pool.begins(1, first));
     ASSERT_TRUE(pool.begins(1, second));
     EXPECT_EQ(pool.wait(1, 300), WAIT_TIMEOUT);
-    ASSERT_EQ(noted.given.size(), 2U);
-    EXPECT_LE(noted.given[1] + 25, noted.given[0]);
-}
+    ASSERT_EQ(given.size(), 2U);
+    EXPECT_LE(given[1] + 25, given[0]);
 
-// A posted delivery and then a sent one are waited for, and the subscriber is not forgotten.
-TEST(Windows, TimeIsForAllWaitingForDeliveriesTogether)
-{
-    const TestEvent goOn;
-    NotedWaits noted(goOn);
+    // A posted delivery and then a sent one are waited for, and the subscriber is not forgotten.
+    given.clear();
+    ResetEvent(goOn.get());
     const TestEvent inside[2];
     const TestEvent sentMayEnd;
     Handler handler([&](const MessageW& message, std::uint32_t) {
@@ -125,11 +109,11 @@ TEST(Windows, TimeIsForAllWaitingForDeliveriesTogether)
     std::thread sender([&] { EXPECT_EQ(send(topic, 1), ERROR_SUCCESS); });
     ASSERT_TRUE(inside[1].wait());
     EXPECT_EQ(TopicUnsubscribe(topic, handler, 300), WAIT_TIMEOUT);
-    ASSERT_GE(noted.given.size(), 2U);
-    EXPECT_LE(noted.given[1] + 25, noted.given[0]);
+    ASSERT_GE(given.size(), 2U);
+    EXPECT_LE(given[1] + 25, given[0]);
     // The delivery that ends wakes who unsubscribes and is already waiting.
-    noted.sleeps.setHook([&](auto original, auto... arguments) {
-        if (GetCurrentThreadId() == noted.own)
+    sleeps.setHook([&](auto original, auto... arguments) {
+        if (GetCurrentThreadId() == own)
             sentMayEnd.set();
         return original(arguments...);
     });
@@ -157,35 +141,6 @@ TEST(Windows, AStopReleasesWhoWaitsForTheEmptiedQueue)
     mayEnd.set();
 }
 
-namespace {
-/// The heaps that the library has locked.
-struct HeldHeaps
-{
-    HeldHeaps()
-    {
-        locks.setHook([this](auto original, HANDLE heap) {
-            held.insert(heap);
-            return original(heap);
-        });
-        unlocks.setHook([this](auto original, HANDLE heap) {
-            const BOOL done = original(heap);
-            held.erase(held.find(heap));
-            return done;
-        });
-    }
-    [[nodiscard]] bool areAll() const
-    {
-        HANDLE heaps[256];
-        const DWORD count = GetProcessHeaps(256, heaps);
-        return std::all_of(heaps, heaps + count, [&](HANDLE heap) { return held.contains(heap); });
-    }
-
-    std::multiset<HANDLE> held{nullptr}; // no allocation for the first node
-    CountedImport<"HeapLock", decltype(&HeapLock)> locks{sysmaintModule()};
-    CountedImport<"HeapUnlock", decltype(&HeapUnlock)> unlocks{sysmaintModule()};
-};
-} // namespace
-
 // A worker inside the library, here with the lock of the table of topics, stops when it comes out.
 TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
 {
@@ -211,13 +166,28 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
     }
     // Outside, it is suspended while the locks of all heaps are held, and they are given back.
     const HANDLE own = HeapCreate(0, 0, 0);
-    HeldHeaps heaps;
+    std::multiset<HANDLE> held;
     bool all = false;
-    const Before<CountedImport<"SuspendThread", decltype(&SuspendThread)>> suspends(
-        [&] { all = heaps.areAll(); });
+    CountedImport<"HeapLock", decltype(&HeapLock)> locks(sysmaintModule());
+    locks.setHook([&](auto original, HANDLE heap) {
+        held.insert(heap);
+        return original(heap);
+    });
+    CountedImport<"HeapUnlock", decltype(&HeapUnlock)> unlocks(sysmaintModule());
+    unlocks.setHook([&](auto original, HANDLE heap) {
+        const BOOL done = original(heap);
+        held.erase(held.find(heap));
+        return done;
+    });
+    const Before<CountedImport<"SuspendThread", decltype(&SuspendThread)>> suspends([&] {
+        HANDLE heaps[256];
+        const DWORD count = GetProcessHeaps(256, heaps);
+        all = std::all_of(heaps, heaps + count, [&](HANDLE heap) { return held.contains(heap); });
+    });
+    held.insert(nullptr); // no allocation for the first node
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
     EXPECT_TRUE(all);
-    EXPECT_EQ(heaps.held.size(), 1U);
+    EXPECT_EQ(held.size(), 1U);
     EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
     ends = true;
     EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS);

@@ -162,16 +162,7 @@ TEST(ObjectManager, LoadAndDumpRequests)
     table.get(handle, object);
     EXPECT_EQ(object->value, 42U);
 
-    // Every request gave its opening back.
-    EXPECT_NE(table.close(handle), 0);
-    EXPECT_EQ(table.getCount(), 0U);
-}
-
-TEST(ObjectManager, WrongRequestsAreRefused)
-{
-    Table table;
-    void* handle = table.registerObject(L"counter", makeShared<Counter>(7U));
-    HashMessageW reply;
+    reply = HashMessageW();
     for (const std::uint32_t id : {Table::kDumpRequest, Table::kLoadRequest}) {
         const bool isLoad = id == Table::kLoadRequest;
         EXPECT_EQ(
