@@ -424,24 +424,25 @@ protected:
     std::wstring path;
     HKEY boot = nullptr;
 };
+
+void expectRefused(Handles& handles, const char* kind, long poolCode = ERROR_INVALID_HANDLE)
+{
+    for (const Row& row : kRows) {
+        SetLastError(4711);
+        if (row.kind == Kind::TakesHandle) {
+            const bool isPool = std::strstr(row.name, "o.pool") != nullptr;
+            EXPECT_EQ(row.run(handles), isPool ? poolCode : ERROR_INVALID_HANDLE) << kind << ": " << row.name;
+        } else if (row.kind == Kind::Closes) {
+            EXPECT_EQ(row.run(handles), ERROR_INVALID_HANDLE) << kind << ": " << row.name;
+            EXPECT_EQ(GetLastError(), 4711U) << row.name;
+        }
+    }
+}
 } // namespace
 
 // Handles that are null, invalid, never given out, given back, or another family's; and null arguments.
 TEST_F(Exports, RefuseWhatIsWrongAndKeepNothing)
 {
-    const auto refuseAll = [](Handles& handles, const char* kind, long poolCode = ERROR_INVALID_HANDLE) {
-        for (const Row& row : kRows) {
-            SetLastError(4711);
-            if (row.kind == Kind::TakesHandle) {
-                const bool isPool = std::strstr(row.name, "o.pool") != nullptr;
-                EXPECT_EQ(row.run(handles), isPool ? poolCode : ERROR_INVALID_HANDLE)
-                    << kind << ": " << row.name;
-            } else if (row.kind == Kind::Closes) {
-                EXPECT_EQ(row.run(handles), ERROR_INVALID_HANDLE) << kind << ": " << row.name;
-                EXPECT_EQ(GetLastError(), 4711U) << row.name;
-            }
-        }
-    };
     ProcessCounts before;
     for (int turn = 0; turn < 2; ++turn) {
         before = ProcessCounts::now();
@@ -451,10 +452,10 @@ TEST_F(Exports, RefuseWhatIsWrongAndKeepNothing)
             std::copy(std::begin(objects.all), std::end(objects.all), closed.all);
             closed.topic.reset(objects.topic.get());
         }
-        refuseAll(closed, "closed", ERROR_INVALID_ADDRESS);
+        expectRefused(closed, "closed", ERROR_INVALID_ADDRESS);
         for (void* wrong : {static_cast<void*>(nullptr), kInvalid, reinterpret_cast<void*>(0x100000)}) {
             Handles handles(wrong);
-            refuseAll(handles, "null, invalid or never given out");
+            expectRefused(handles, "null, invalid or never given out");
         }
 
         // A number that only the items have open, and for the items one that an engine has.
@@ -464,11 +465,11 @@ TEST_F(Exports, RefuseWhatIsWrongAndKeepNothing)
         while (items.back() < reinterpret_cast<void*>(1000));
         Handles others(items.back());
         others.item = nullptr;
-        refuseAll(others, "an item's");
+        expectRefused(others, "an item's");
         for (void* open : items)
             CloseScanItem(open);
         others.item = CreateFileScanEngine(kName);
-        refuseAll(others, "an engine's");
+        expectRefused(others, "an engine's");
         CloseFileScanEngine(others.item);
 
         Objects objects(true);

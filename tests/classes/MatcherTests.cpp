@@ -87,84 +87,86 @@ bool verdictOneByOne(const std::vector<ScanFilter>& filters, const std::vector<S
         accepted = accepted && (ignore.isInapplicable(subject) || !ignore.matches(subject));
     return accepted;
 }
+
+struct WildcardRow
+{
+    const wchar_t* pattern;
+    std::vector<const wchar_t*> matching;
+    std::vector<const wchar_t*> others;
+};
+const std::wstring kLongText = std::wstring(40000, L'Ä') + L".log";
+const WildcardRow kWildcardRows[] = {
+    // Ordinary characters, without regard to case; the whole of both must be used up.
+    {L"", {L""}, {L"a"}},
+    {L"a", {}, {L""}},
+    {L"abc", {L"aBc"}, {L"abcd"}},
+    {L"abcd", {}, {L"abc"}},
+    {L"ÄÖ", {L"äö"}, {}},
+    {L"жук", {L"ЖУК"}, {}},
+    {L"]", {L"]"}, {}},
+    {L"!", {L"!"}, {}},
+    // ?
+    {L"?", {L"a"}, {L"", L"ab"}},
+    {L"a?c", {L"aXc"}, {}},
+    {L"??", {L"ab"}, {}},
+    // * at the end takes everything, at once.
+    {L"*", {L"", L"anything"}, {}},
+    {L"a*", {L"a", L"abc"}, {L"ba"}},
+    // * anchors on the last place of what follows it. Without one, that counts as standing before the
+    // first character ("tmp"), and an empty text has the end following on both sides.
+    {L"*.tmp", {L"x.tmp", L"x.TMP", L"x.tmp.tmp", L".tmp", L"tmp"}, {L"atmp"}},
+    {L"a*b", {L"aXbYb", L"ab"}, {L"abX"}},
+    {L"*b", {L"b", L""}, {L"xyz"}},
+    {L"a*bc", {L"abXbc"}, {}},
+    {L"*ab", {L"aab"}, {}},
+    {L"*ba", {}, {L"bab"}}, // the last b is followed by the end, and there is none further on
+    {L"*ab*", {L"xabx"}, {}},
+    {L"*a?", {L"a?"}, {L"ab"}}, // the character after the anchor must be there as it stands: "?" is none
+    // The search for the anchor goes through the whole text, also what was matched already.
+    {L"a*a", {L"a"}, {}},
+    {L"ab*ab", {L"ab"}, {}},
+    {L"b*a", {L"ba"}, {}},
+    {L"a*bx", {}, {L"ax"}}, // without the anchor matching begins before the first character
+    {L"*bx", {L"x"}, {L"xx"}},
+    {L"*bxy", {L"xy"}, {}},
+    // Before a second star the next character is taken as it comes, unless the text is at its end.
+    {L"*b*", {L"xyz", L"bx"}, {L"b", L"xb", L""}},
+    {L"*a*b*", {L"xyz"}, {}},
+    {L"*a*b", {L"xxb"}, {}},
+    // A star after a star is what is looked for.
+    {L"**", {L"", L"a*"}, {L"x"}},
+    {L"***", {L"x"}, {L""}},
+    // Sets.
+    {L"[abc]", {L"B"}, {L"d", L"", L"ab"}},
+    {L"[a-c]*", {L"Beta"}, {L"delta"}},
+    {L"[a-c]", {L"a", L"C"}, {L"-"}},
+    {L"[a-cx]", {}, {L"x"}}, // what follows a range does not count
+    {L"[a-]", {L"-"}, {}},   // no end of a range, so a list
+    {L"[c-a]", {}, {L"b"}},
+    {L"x[12]y", {L"x2y"}, {}},
+    {L"[]", {}, {L"]", L""}},
+    {L"[]a]", {}, {L"a"}},
+    {L"[?]", {}, {L"x"}},
+    {L"[*]", {L"*"}, {}},
+    // Without a "]" to come "[" is an ordinary character.
+    {L"[abc", {L"[abc"}, {L"a"}},
+    {L"a]b[", {L"a]b["}, {}},
+    // Negated sets go on as ordinary characters.
+    {L"[!xy]", {L"]"}, {L"a", L"y", L"x", L""}},
+    {L"[!]y]", {L"]y]"}, {}}, // the first "]" ends the set
+    {L"[!x]]", {L"]]"}, {}},
+    {L"[!a]]", {}, {L"]"}},
+    {L"[!a-c]", {L"d", L"D"}, {L"b", L"", L"!a-c]"}},
+    {L"[!a-c]x", {L"dx"}, {}},
+    {L"[! -~]", {L"! -~]"}, {L"!"}}, // inside: "!" matches, and then the rest must
+    {L"ää*.LOG", {kLongText.c_str()}, {}},
+    {L"a*.LOG", {}, {kLongText.c_str()}},
+};
 } // namespace
 
 TEST(Matcher, Rules)
 {
-    const std::wstring longText = std::wstring(40000, L'Ä') + L".log";
-    const struct
-    {
-        const wchar_t* pattern;
-        std::vector<const wchar_t*> matching;
-        std::vector<const wchar_t*> others;
-    } rows[] = {
-        // Ordinary characters, without regard to case; the whole of both must be used up.
-        {L"", {L""}, {L"a"}},
-        {L"a", {}, {L""}},
-        {L"abc", {L"aBc"}, {L"abcd"}},
-        {L"abcd", {}, {L"abc"}},
-        {L"ÄÖ", {L"äö"}, {}},
-        {L"жук", {L"ЖУК"}, {}},
-        {L"]", {L"]"}, {}},
-        {L"!", {L"!"}, {}},
-        // ?
-        {L"?", {L"a"}, {L"", L"ab"}},
-        {L"a?c", {L"aXc"}, {}},
-        {L"??", {L"ab"}, {}},
-        // * at the end takes everything, at once.
-        {L"*", {L"", L"anything"}, {}},
-        {L"a*", {L"a", L"abc"}, {L"ba"}},
-        // * anchors on the last place of what follows it. Without one, that counts as standing before the
-        // first character ("tmp"), and an empty text has the end following on both sides.
-        {L"*.tmp", {L"x.tmp", L"x.TMP", L"x.tmp.tmp", L".tmp", L"tmp"}, {L"atmp"}},
-        {L"a*b", {L"aXbYb", L"ab"}, {L"abX"}},
-        {L"*b", {L"b", L""}, {L"xyz"}},
-        {L"a*bc", {L"abXbc"}, {}},
-        {L"*ab", {L"aab"}, {}},
-        {L"*ba", {}, {L"bab"}}, // the last b is followed by the end, and there is none further on
-        {L"*ab*", {L"xabx"}, {}},
-        {L"*a?", {L"a?"}, {L"ab"}}, // the character after the anchor must be there as it stands: "?" is none
-        // The search for the anchor goes through the whole text, also what was matched already.
-        {L"a*a", {L"a"}, {}},
-        {L"ab*ab", {L"ab"}, {}},
-        {L"b*a", {L"ba"}, {}},
-        {L"a*bx", {}, {L"ax"}}, // without the anchor matching begins before the first character
-        {L"*bx", {L"x"}, {L"xx"}},
-        {L"*bxy", {L"xy"}, {}},
-        // Before a second star the next character is taken as it comes, unless the text is at its end.
-        {L"*b*", {L"xyz", L"bx"}, {L"b", L"xb", L""}},
-        {L"*a*b*", {L"xyz"}, {}},
-        {L"*a*b", {L"xxb"}, {}},
-        // A star after a star is what is looked for.
-        {L"**", {L"", L"a*"}, {L"x"}},
-        {L"***", {L"x"}, {L""}},
-        // Sets.
-        {L"[abc]", {L"B"}, {L"d", L"", L"ab"}},
-        {L"[a-c]*", {L"Beta"}, {L"delta"}},
-        {L"[a-c]", {L"a", L"C"}, {L"-"}},
-        {L"[a-cx]", {}, {L"x"}}, // what follows a range does not count
-        {L"[a-]", {L"-"}, {}},   // no end of a range, so a list
-        {L"[c-a]", {}, {L"b"}},
-        {L"x[12]y", {L"x2y"}, {}},
-        {L"[]", {}, {L"]", L""}},
-        {L"[]a]", {}, {L"a"}},
-        {L"[?]", {}, {L"x"}},
-        {L"[*]", {L"*"}, {}},
-        // Without a "]" to come "[" is an ordinary character.
-        {L"[abc", {L"[abc"}, {L"a"}},
-        {L"a]b[", {L"a]b["}, {}},
-        // Negated sets go on as ordinary characters.
-        {L"[!xy]", {L"]"}, {L"a", L"y", L"x", L""}},
-        {L"[!]y]", {L"]y]"}, {}}, // the first "]" ends the set
-        {L"[!x]]", {L"]]"}, {}},
-        {L"[!a]]", {}, {L"]"}},
-        {L"[!a-c]", {L"d", L"D"}, {L"b", L"", L"!a-c]"}},
-        {L"[!a-c]x", {L"dx"}, {}},
-        {L"[! -~]", {L"! -~]"}, {L"!"}}, // inside: "!" matches, and then the rest must
-        {L"ää*.LOG", {longText.c_str()}, {}},
-        {L"a*.LOG", {}, {longText.c_str()}},
-    };
-    for (const auto& row : rows)
+    for (const WildcardRow& row : kWildcardRows)
         for (const auto* texts : {&row.matching, &row.others})
             for (const wchar_t* text : *texts)
                 EXPECT_EQ(matchesWildcard(FoldedText(text).view(), FoldedText(row.pattern).view()),

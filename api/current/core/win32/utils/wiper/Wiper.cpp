@@ -127,10 +127,6 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
 
 long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator)
 {
-    const auto raised = [](long code, const char* place) {
-        requireSuccess(place, code);
-        return code;
-    };
     const auto refused = [&] {
         const File item(path, 0);
         const OutsideLibrary outside;
@@ -143,44 +139,53 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
 
     // What the path names is settled now: what a callback does to the current folder changes nothing.
     switch (m_kind) {
-    case kWipeFreeSpace: {
-        if (*path == L'\0')
-            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
-        const std::wstring folder = settledPath(path);
-        const std::wstring filler = settledPath(std::wstring(path) + L"FreeSpaceFile.qmx");
-        for (std::uint32_t pass = 0; pass < m_passes && !isCancelled(m_cancelEvent); ++pass)
-            raised(WipeFreeSpace(folder, filler), PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
-        throwIfCancelled(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
+    case kWipeFreeSpace:
+        wipeFreeSpaceRepeatedly(path);
         return ERROR_SUCCESS;
-    }
     case kWipeFile: {
         const std::wstring file = isSettled(path) ? path : settledPath(path);
-        return refused() ? ERROR_SUCCESS
-                         : raised(WipeFile(file), PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
+        if (!refused())
+            requireSuccess(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), WipeFile(file));
+        return ERROR_SUCCESS;
     }
     case kWipeDirectoryStack: {
         if (stack == nullptr)
             throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         const Directory item(path, 0);
-        return raised(WipeDirectoryStack(settledPath(path), *stack),
-                      PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
+        requireSuccess(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__),
+                       WipeDirectoryStack(settledPath(path), *stack));
+        return ERROR_SUCCESS;
     }
-    case kWipePartition: {
-        if (refused())
-            return ERROR_SUCCESS;
-        const long code = boundary::statusFrame([&]() -> long {
-            WipePartition(path);
-            return ERROR_SUCCESS;
-        });
-        if (code == ERROR_CANCELLED)
-            return code;
-        if (code != ERROR_SUCCESS)
-            m_needsReboot = 1;
-        return raised(code, PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
-    }
+    case kWipePartition:
+        return refused() ? ERROR_SUCCESS : wipePartitionOrAskForRestart(path);
     default:
         return ERROR_SUCCESS;
     }
+}
+
+void Wiper::wipeFreeSpaceRepeatedly(const wchar_t* path)
+{
+    if (*path == L'\0')
+        throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
+    const std::wstring folder = settledPath(path);
+    const std::wstring filler = settledPath(std::wstring(path) + L"FreeSpaceFile.qmx");
+    for (std::uint32_t pass = 0; pass < m_passes && !isCancelled(m_cancelEvent); ++pass)
+        requireSuccess(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), WipeFreeSpace(folder, filler));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
+}
+
+long Wiper::wipePartitionOrAskForRestart(const wchar_t* path)
+{
+    const long code = boundary::statusFrame([&]() -> long {
+        WipePartition(path);
+        return ERROR_SUCCESS;
+    });
+    if (code == ERROR_CANCELLED)
+        return code;
+    if (code != ERROR_SUCCESS)
+        m_needsReboot = 1;
+    requireSuccess(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), code);
+    return code;
 }
 
 long Wiper::WipeFile(const std::wstring& path)

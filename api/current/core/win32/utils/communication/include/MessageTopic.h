@@ -155,8 +155,10 @@ extern ObjectTable<MessageTopicPtr> messageTopics;
 /// 87 (null name) or 8, for which `place` stands.
 [[nodiscard]] inline void* createTopic(const char* place, const wchar_t* name) noexcept
 {
+    // The frame turns it into 8. NOLINTBEGIN(bugprone-unhandled-exception-at-new)
     return boundary::createFrame(PLACE(kMessageTopicHeader, "MessageTopic::MessageTopic", 274), place,
                                  messageTopics(), name, [&] { return new MessageTopic(name); });
+    // NOLINTEND(bugprone-unhandled-exception-at-new)
 }
 
 /// Gives back one opening of a topic; the last one closes it. At the end of the process nothing is done.

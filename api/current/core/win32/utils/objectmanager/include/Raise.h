@@ -2,10 +2,13 @@
 
 #include <windows.h>
 
+#include <concepts>
+
 /// Raises a Win32 code as a bare long. For raise sites without a place text.
-[[noreturn]] inline void raiseCode(long code)
+template <std::integral Code>
+[[noreturn]] void raiseCode(Code code)
 {
-    throw code;
+    throw static_cast<long>(code);
 }
 
 /// The thread's last error as a status.

@@ -71,6 +71,7 @@ extern ObjectTable<ThreadPoolPtr> threadPools;
 /// 87 (null name) or 8, for both of which `place` stands.
 [[nodiscard]] inline void* createPool(const char* place, const wchar_t* name) noexcept
 {
+    // The frame turns it into 8. NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
     return boundary::createFrame(place, threadPools(), name, [] { return new ThreadPool; });
 }
 

@@ -29,6 +29,8 @@ private:
     class Filler;
 
     long runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator);
+    void wipeFreeSpaceRepeatedly(const wchar_t* path);
+    long wipePartitionOrAskForRestart(const wchar_t* path);
     long WipeFile(const std::wstring& path);
     long WipeFreeSpace(const std::wstring& folder, const std::wstring& fillerPath);
     void WipePartition(const wchar_t* path);
