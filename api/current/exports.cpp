@@ -15,6 +15,9 @@
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
+#include "core/win32/utils/restoremanager/api.h"
+#include "core/win32/utils/restoremanager/include/RestoreManager.h"
+#include "core/win32/utils/restoremanager/include/VRL.h"
 #include "core/win32/utils/scanengine/api.h"
 #include "core/win32/utils/scanengine/include/Directory.h"
 #include "core/win32/utils/scanengine/include/File.h"
@@ -43,6 +46,8 @@
 #define LOGGER_API "core\\win32\\utils\\logger\\api.h"
 #define LOGGER_PLACE(function) PLACE(LOGGER_API, function, __LINE__)
 
+#define RESTORE_API "core\\win32\\utils\\restoremanager\\api.h"
+#define RESTORE_PLACE(function) PLACE(RESTORE_API, function, __LINE__)
 #define REGISTRY_API "core\\win32\\registry\\api.h"
 #define REGISTRY_PLACE(function) PLACE(REGISTRY_API, function, __LINE__)
 
@@ -993,4 +998,58 @@ long WriteLogEntry(void* logger, const wchar_t* module, const wchar_t* message)
 int CloseLogger(void* logger)
 {
     return loggers().close(logger);
+}
+
+// ---- System Restore
+
+void* CreateRestoreManager(const wchar_t* name)
+{
+    return createFrame(RESTORE_PLACE("CreateRestoreManager"), RESTORE_PLACE("CreateRestoreManager"),
+                       restoreManagers(), name, [&] { return new RestoreManager(name); });
+}
+
+long CreateRestorePoint(void* manager)
+{
+    return statusFrame(RESTORE_PLACE("CreateRestorePoint"), restoreManagers(), manager,
+                       [](RestoreManager& object) { object.createRestorePoint(); });
+}
+
+long DeleteRestorePoint(void* manager, std::int64_t sequenceNumber)
+{
+    return statusFrame(RESTORE_PLACE("DeleteRestorePoint"), restoreManagers(), manager,
+                       [&](RestoreManager& object) { object.deleteRestorePoint(sequenceNumber); });
+}
+
+long EnableSystemRestore(void* manager, const wchar_t* drive)
+{
+    return statusFrame(RESTORE_PLACE("EnableSystemRestore"), restoreManagers(), manager,
+                       [&](RestoreManager&) { RestoreManager::enableSystemRestore(drive); });
+}
+
+long IsSystemRestoreEnabled(void* manager, int* enabled)
+{
+    return statusFrame(RESTORE_PLACE("IsSystemRestoreEnabled"), restoreManagers(), manager,
+                       [&](RestoreManager&) { RestoreManager::isSystemRestoreEnabled(enabled); });
+}
+
+long GetRestorePointID(void* manager, std::int64_t& sequenceNumber)
+{
+    return statusFrame(RESTORE_PLACE("GetRestorePointID"), restoreManagers(), manager,
+                       [&](RestoreManager& object) { sequenceNumber = object.getRestorePointId(); });
+}
+
+long GetRestorePointName(void* manager, wchar_t* buffer, std::uint64_t* size)
+{
+    return statusFrame(RESTORE_PLACE("GetRestorePointName"), restoreManagers(), manager,
+                       [&](RestoreManager& object) { object.copyRestorePointName(buffer, size); });
+}
+
+int CloseRestoreManager(void* manager)
+{
+    return restoreManagers().close(manager);
+}
+
+IVRL* DllGetVRL()
+{
+    return makeObject<IVRL, VRL>();
 }

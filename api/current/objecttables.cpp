@@ -6,6 +6,7 @@
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/communication/include/MessageTopic.h"
 #include "core/win32/utils/logger/include/Logger.h"
+#include "core/win32/utils/restoremanager/include/RestoreManager.h"
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
 #include "core/win32/utils/scanengine/include/RegistryScanEngine.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
@@ -20,6 +21,7 @@ struct ObjectTables
     ObjectManager<SharedPtr<FileScanEngine>> fileScanEngines;
     ObjectManager<SharedPtr<RegistryScanEngine>> registryScanEngines;
     ObjectManager<SharedPtr<Logger>> loggers;
+    ObjectManager<SharedPtr<RestoreManager>> restoreManagers;
     ObjectManager<MessageTopicPtr> messageTopics; // they hold pools, and call handlers that may hold anything
 
     /// Calls `action` with every table.
@@ -31,6 +33,7 @@ struct ObjectTables
         action(fileScanEngines);
         action(registryScanEngines);
         action(loggers);
+        action(restoreManagers);
         action(messageTopics);
     }
 };
@@ -125,4 +128,9 @@ ObjectManager<SharedPtr<RegistryScanEngine>>& registryScanEngines() noexcept
 ObjectManager<SharedPtr<Logger>>& loggers() noexcept
 {
     return storage.tables.loggers;
+}
+
+ObjectManager<SharedPtr<RestoreManager>>& restoreManagers() noexcept
+{
+    return storage.tables.restoreManagers;
 }

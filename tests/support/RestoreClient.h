@@ -1,0 +1,48 @@
+#pragma once
+
+#include "support/Wipe.h"
+
+/// The folder of the programs under test, with its closing backslash.
+inline std::wstring programFolder()
+{
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::wstring(path).substr(0, std::wstring(path).find_last_of(L'\\') + 1);
+}
+
+/// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
+/// end the process.
+class RestoreClient
+{
+public:
+    explicit RestoreClient(const std::wstring& folder) : m_record(folder + L"\\restore-record")
+    {
+        SetEnvironmentVariableW(L"SYSMAINT_RESTORE_RECORD", m_record.c_str());
+        m_loads.setHook([this](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32}) << name;
+            if (std::wstring_view(name) != L"srclient.dll")
+                return original(name, file, flags);
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return isMissing ? nullptr : LoadLibraryW((programFolder() + L"restore_client.dll").c_str());
+        });
+    }
+
+    /// What the client answers the next calls; see standins/RestoreClient.cpp.
+    static void answer(const wchar_t* answers)
+    {
+        SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers);
+    }
+    /// What it was called with since the last time.
+    std::wstring takeRecord() const
+    {
+        const Bytes bytes = readBytes(m_record);
+        DeleteFileW(m_record.c_str());
+        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+    }
+
+    bool isMissing = false;
+
+private:
+    std::wstring m_record;
+    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> m_loads;
+};

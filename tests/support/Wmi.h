@@ -1,0 +1,178 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <oleauto.h>
+#include <wbemcli.h>
+
+#include <map>
+#include <string>
+#include <utility>
+
+/// Counts what the DLL takes of COM and gives back, and lets one of its calls fail.
+struct ComCalls
+{
+    long failing = 0; ///< the number of the call that fails, from 1; 0: none
+    HRESULT code = S_OK;
+    long calls = 0;
+    bool failedText = false; ///< the one that failed was a text, which finds no memory then
+    long apartments = 0;     ///< joined and not left
+    long references = 0;     ///< of the stand-ins' objects
+    long texts = 0;          ///< not freed
+    std::wstring security;   ///< who may call in, as text
+    unsigned long level = 0; ///< of authentication
+    bool isStandIn = false;
+
+    HRESULT next() { return ++calls == failing ? code : S_OK; }
+    [[nodiscard]] bool isBalanced() const { return apartments == 0 && references == 0 && texts == 0; }
+};
+inline ComCalls com;
+
+/// A COM object with the methods that stand in its table; no other may be called.
+struct FakeObject
+{
+    template <class Result, class... Arguments>
+    static void* method(Result (*function)(Arguments...))
+    {
+        return reinterpret_cast<void*>(function);
+    }
+    FakeObject(std::initializer_list<std::pair<int, void*>> methods)
+    {
+        for (void*& slot : slots)
+            slot = method(+[](FakeObject*) -> HRESULT {
+                ADD_FAILURE() << "a method that nobody should call";
+                return E_NOTIMPL;
+            });
+        slots[0] = method(+[](FakeObject* self, const IID& id, void** object) -> HRESULT {
+            const bool isKnown =
+                id == __uuidof(IUnknown) || id == __uuidof(IClassFactory) || id == __uuidof(IWbemLocator);
+            *object = isKnown ? self : nullptr;
+            com.references += isKnown ? 1 : 0;
+            return isKnown ? S_OK : E_NOINTERFACE;
+        });
+        slots[1] = method(+[](FakeObject*) -> ULONG { return static_cast<ULONG>(++com.references); });
+        slots[2] = method(+[](FakeObject*) -> ULONG { return static_cast<ULONG>(--com.references); });
+        for (const auto& [slot, function] : methods)
+            slots[slot] = function;
+    }
+    FakeObject(const FakeObject&) = delete;
+
+    /// The result of a method that gives this object out.
+    HRESULT give(FakeObject** target, bool isThere = true)
+    {
+        const HRESULT result = com.next();
+        *target = SUCCEEDED(result) && isThere ? this : nullptr;
+        com.references += *target != nullptr ? 1 : 0;
+        return result;
+    }
+
+    void* const* table = slots; // what callers see first
+    void* slots[32];
+};
+
+/// A WMI of the test's own. While it lives, the calling thread's apartment sees it in the place of the
+/// system's.
+class FakeWmi
+{
+public:
+    explicit FakeWmi(DWORD apartment)
+    {
+        ::CoInitializeEx(nullptr, apartment);
+        EXPECT_EQ(::CoRegisterClassObject(__uuidof(WbemLocator), reinterpret_cast<IUnknown*>(&s_factory),
+                                          CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_registration),
+                  S_OK);
+        properties.clear();
+        rows = 1;
+        hasAnswer = true;
+        com = ComCalls{};
+        com.isStandIn = true;
+    }
+    FakeWmi(const FakeWmi&) = delete;
+    ~FakeWmi()
+    {
+        ::CoRevokeClassObject(m_registration);
+        ::CoUninitialize();
+        com = ComCalls{};
+    }
+
+    static inline std::map<std::wstring, VARIANT> properties; ///< of every object
+    static inline long rows = 1;                              ///< that a query finds
+    static inline bool hasAnswer = true;                      ///< whether a method has output
+    static inline std::wstring asked;                         ///< what was asked for, in order
+
+    static VARIANT number(long value, VARTYPE type = VT_I4)
+    {
+        VARIANT variant{};
+        variant.vt = type;
+        variant.lVal = value;
+        return variant;
+    }
+    static VARIANT text(const wchar_t* value)
+    {
+        VARIANT variant{};
+        variant.vt = VT_BSTR;
+        variant.bstrVal = ::SysAllocString(value);
+        return variant;
+    }
+
+private:
+    using Self = FakeObject;
+    static HRESULT get(Self*, const wchar_t* name, long, VARIANT* value, CIMTYPE*, long*)
+    {
+        const auto found = properties.find(name);
+        if (const HRESULT result = com.next(); FAILED(result))
+            return result;
+        if (found == properties.end())
+            return static_cast<HRESULT>(WBEM_E_NOT_FOUND);
+        com.texts += found->second.vt == VT_BSTR ? 1 : 0;
+        return ::VariantCopy(value, &found->second);
+    }
+    static HRESULT put(Self*, const wchar_t* name, long, VARIANT* value, CIMTYPE)
+    {
+        asked += std::wstring(name) + L"=" + value->bstrVal + L";";
+        return com.next();
+    }
+
+    static inline FakeObject s_object{
+        {4, Self::method(&get)},
+        {5, Self::method(&put)},
+        {15, Self::method(+[](Self* self, long, Self** instance) { return self->give(instance); })},
+        {19, Self::method(+[](Self* self, const wchar_t* name, long, Self** input, Self**) {
+             asked += std::wstring(name) + L";";
+             return self->give(input);
+         })}};
+    static inline FakeObject s_rows{{4, Self::method(+[](Self*, long, ULONG, Self** row, ULONG* count) {
+                                         const HRESULT result = s_object.give(row, rows > 0);
+                                         *count = *row != nullptr ? 1 : 0;
+                                         return result == S_OK && *count == 0
+                                                    ? static_cast<HRESULT>(WBEM_S_FALSE)
+                                                    : result;
+                                     })}};
+    static inline FakeObject s_services{
+        {6, Self::method(+[](Self*, BSTR path, long, void*, Self** object, void*) {
+             asked += std::wstring(path) + L";";
+             return s_object.give(object);
+         })},
+        {20, Self::method(+[](Self*, BSTR language, BSTR query, long, void*, Self** found) {
+             asked += std::wstring(language) + L":" + query + L";";
+             return s_rows.give(found);
+         })},
+        {24, Self::method(+[](Self*, BSTR path, BSTR method, long, void*, Self*, Self** output, void*) {
+             asked += std::wstring(path) + L"." + method + L";";
+             return s_object.give(output, hasAnswer);
+         })}};
+    static inline FakeObject s_locator{
+        {3, Self::method(+[](Self*, BSTR name, BSTR, BSTR, BSTR, long, BSTR, void*, Self** services) {
+             asked = std::wstring(name) + L";";
+             return s_services.give(services);
+         })}};
+    static inline FakeObject s_factory{
+        {3, Self::method(+[](Self*, void*, const IID&, Self** object) -> HRESULT {
+             ++com.references;
+             *object = &s_locator;
+             return S_OK;
+         })}};
+    DWORD m_registration = 0;
+};
