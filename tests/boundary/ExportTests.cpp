@@ -60,7 +60,10 @@ long workCode = 0;
 /// What the functions of the table are called with: one open object of each family.
 struct Handles
 {
-    explicit Handles(void* handle = nullptr) : all{handle, handle, handle, handle, handle, handle}, topic(handle) {}
+    explicit Handles(void* handle = nullptr)
+        : all{handle, handle, handle, handle, handle, handle}, topic(handle)
+    {
+    }
     Handles(Handles&&) = delete;
 
     void* all[8]; // the last two are instances of work in the pool

@@ -6,8 +6,7 @@
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 
-#define COM_PLACE(function) \
-    PLACE("core\\win32\\utils\\restoremanager\\include\\ComLibrary.h", function, __LINE__)
+constexpr char kComLibraryHeader[] = "core\\win32\\utils\\restoremanager\\include\\ComLibrary.h";
 
 namespace {
 constexpr DWORD kExecuteLocally = 1 | 2; // COM_RIGHTS_EXECUTE, COM_RIGHTS_EXECUTE_LOCAL
@@ -19,7 +18,7 @@ ModuleHandle loadForGood(const wchar_t* name)
     if (!module.isValid() ||
         !GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
                             reinterpret_cast<const wchar_t*>(module.get()), &pinned))
-        throw Exception(COM_PLACE("ComLibrary::ComLibrary"));
+        throw Exception(PLACE(kComLibraryHeader, "ComLibrary::ComLibrary", __LINE__));
     return module;
 }
 
@@ -30,7 +29,7 @@ public:
     {
         DWORD size = sizeof m_bytes;
         if (!CreateWellKnownSid(type, nullptr, m_bytes, &size))
-            throw Exception(COM_PLACE("allowSystemCallbacks"));
+            throw Exception(PLACE(kComLibraryHeader, "allowSystemCallbacks", __LINE__));
     }
     [[nodiscard]] PSID get() noexcept { return m_bytes; }
 
@@ -42,7 +41,7 @@ private:
 void requireSecurity(HRESULT result)
 {
     if (result != RPC_E_TOO_LATE)
-        requireComSuccess(COM_PLACE("CoInitializeSecurity"), result);
+        requireComSuccess(PLACE(kComLibraryHeader, "CoInitializeSecurity", __LINE__), result);
 }
 } // namespace
 
@@ -50,7 +49,7 @@ ComLibrary::ComLibrary() : m_ole(loadForGood(L"ole32.dll")), m_automation(loadFo
 {
     const auto find = [](auto& function, const ModuleHandle& module, const char* name) {
         function = requireFunction<std::remove_pointer_t<std::remove_reference_t<decltype(function)>>>(
-            COM_PLACE("ComLibrary::ComLibrary"), module.get(), name);
+            PLACE(kComLibraryHeader, "ComLibrary::ComLibrary", __LINE__), module.get(), name);
     };
     find(initialize, m_ole, "CoInitializeEx");
     find(uninitialize, m_ole, "CoUninitialize");
@@ -75,7 +74,7 @@ ComApartment::ComApartment(const ComLibrary& com, DWORD kind) : m_com(com)
     const HRESULT result = com.initialize(nullptr, kind);
     m_isOurs = result != RPC_E_CHANGED_MODE;
     if (m_isOurs)
-        requireComSuccess(COM_PLACE("ComApartment::ComApartment"), result);
+        requireComSuccess(PLACE(kComLibraryHeader, "ComApartment::ComApartment", __LINE__), result);
 }
 
 ComApartment::~ComApartment()
@@ -103,7 +102,7 @@ void allowSystemCallbacks(const ComLibrary& com)
            SetSecurityDescriptorGroup(&security, callers[0].get(), FALSE) &&
            SetSecurityDescriptorDacl(&security, TRUE, list, FALSE);
     if (!done)
-        throw Exception(COM_PLACE("allowSystemCallbacks"));
+        throw Exception(PLACE(kComLibraryHeader, "allowSystemCallbacks", __LINE__));
     requireSecurity(com.initializeSecurity(&security, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
                                            RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_NONE, nullptr));
 }
@@ -123,7 +122,7 @@ ComText::ComText(const ComLibrary& com, const wchar_t* text) : m_com(com), m_tex
 unsigned long ComValue::getNumber() const
 {
     if (m_value.vt != VT_I4 && m_value.vt != VT_UI4)
-        throw static_cast<long>(ERROR_INVALID_DATA);
+        raiseCode(ERROR_INVALID_DATA);
     return static_cast<unsigned long>(m_value.lVal);
 }
 

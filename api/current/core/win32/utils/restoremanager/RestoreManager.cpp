@@ -11,8 +11,7 @@
 
 extern "C" NTSYSAPI LONG NTAPI RtlGetVersion(PRTL_OSVERSIONINFOW version);
 
-#define RESTORE_PLACE(function) \
-    PLACE("core\\win32\\utils\\restoremanager\\include\\RestoreManager.h", function, __LINE__)
+constexpr char kRestoreManagerHeader[] = "core\\win32\\utils\\restoremanager\\include\\RestoreManager.h";
 
 namespace {
 constexpr wchar_t kClient[] = L"srclient.dll";
@@ -42,7 +41,8 @@ void callClient(decltype(&SRSetRestorePointW) setRestorePoint, RESTOREPOINTINFOW
     status = {};
     SetLastError(ERROR_SUCCESS);
     if (!setRestorePoint(&request, &status))
-        throwClientFailure(RESTORE_PLACE("RestoreManager::createRestorePoint"), status.nStatus);
+        throwClientFailure(PLACE(kRestoreManagerHeader, "RestoreManager::createRestorePoint", __LINE__),
+                           status.nStatus);
 }
 
 /// Whether the system lists the restore point under another description. What cannot be told is not so.
@@ -76,7 +76,8 @@ bool isEnabledInRegistry()
     if (code == ERROR_SUCCESS)
         code = RegGetValueW(key.get(), nullptr, L"DisableSR", RRF_RT_REG_DWORD, nullptr, &disabled, &size);
     if (code != ERROR_SUCCESS)
-        throw Exception(RESTORE_PLACE("RestoreManager::isSystemRestoreEnabled"), static_cast<DWORD>(code));
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::isSystemRestoreEnabled", __LINE__),
+                        static_cast<DWORD>(code));
     return disabled == 0;
 }
 
@@ -88,13 +89,16 @@ bool isEnabledInWmi()
     const WmiNamespace wmi(com);
     const ComPtr<IWbemClassObject> row = wmi.findFirst(L"SELECT * FROM SystemRestoreConfig");
     if (row.get() == nullptr)
-        throw Exception(RESTORE_PLACE("RestoreManager::isSystemRestoreEnabled"), ERROR_NOT_FOUND);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::isSystemRestoreEnabled", __LINE__),
+                        ERROR_NOT_FOUND);
     ComValue interval(com);
-    requireComSuccess(RESTORE_PLACE("RestoreManager::isSystemRestoreEnabled"),
+    requireComSuccess(PLACE(kRestoreManagerHeader, "RestoreManager::isSystemRestoreEnabled", __LINE__),
                       row->Get(L"RPSessionInterval", 0, interval.receive(), nullptr, nullptr));
     return interval.getNumber() != 0;
 }
 } // namespace
+
+ObjectTable<SharedPtr<RestoreManager>> restoreManagers(20);
 
 WindowsVersion WindowsVersion::current() noexcept
 {
@@ -126,9 +130,10 @@ void RestoreManager::createRestorePoint()
     copyDescription(m_description, request);
     client = loadSystemModule(kClient);
     if (!client.isValid())
-        throw Exception(RESTORE_PLACE("RestoreManager::createRestorePoint"));
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::createRestorePoint", __LINE__));
     auto* const setRestorePoint = requireFunction<decltype(SRSetRestorePointW)>(
-        RESTORE_PLACE("RestoreManager::createRestorePoint"), client.get(), "SRSetRestorePointW");
+        PLACE(kRestoreManagerHeader, "RestoreManager::createRestorePoint", __LINE__), client.get(),
+        "SRSetRestorePointW");
 
     STATEMGRSTATUS status;
     callClient(setRestorePoint, request, status);
@@ -142,7 +147,8 @@ void RestoreManager::createRestorePoint()
                        (WindowsVersion::current().limitsRestorePoints() &&
                         isAnothers(com, sequenceNumber, request.szDescription));
     if (isOld)
-        throw Exception(RESTORE_PLACE("RestoreManager::createRestorePoint"), ERROR_ALREADY_EXISTS);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::createRestorePoint", __LINE__),
+                        ERROR_ALREADY_EXISTS);
     m_sequenceNumber = sequenceNumber;
 }
 
@@ -151,40 +157,46 @@ void RestoreManager::deleteRestorePoint(std::int64_t sequenceNumber)
     m_sequenceNumber = 0;
     // The system's numbers have 32 bits. Cut to them, this one would be another restore point's.
     if (sequenceNumber < 0 || sequenceNumber > std::numeric_limits<std::uint32_t>::max())
-        throw Exception(RESTORE_PLACE("RestoreManager::deleteRestorePoint"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::deleteRestorePoint", __LINE__),
+                        ERROR_INVALID_PARAMETER);
     ModuleHandle client;
     const ComLibrary com;
     const ComApartment apartment(com, COINIT_MULTITHREADED);
     allowSystemCallbacks(com);
     client = loadSystemModule(kClient);
     if (!client.isValid())
-        throw Exception(RESTORE_PLACE("RestoreManager::deleteRestorePoint"));
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::deleteRestorePoint", __LINE__));
     auto* const removeRestorePoint = requireFunction<decltype(SRRemoveRestorePoint)>(
-        RESTORE_PLACE("RestoreManager::deleteRestorePoint"), client.get(), "SRRemoveRestorePoint");
+        PLACE(kRestoreManagerHeader, "RestoreManager::deleteRestorePoint", __LINE__), client.get(),
+        "SRRemoveRestorePoint");
     SetLastError(ERROR_SUCCESS);
     const DWORD result = removeRestorePoint(static_cast<DWORD>(sequenceNumber));
     if (result != ERROR_SUCCESS)
-        throwClientFailure(RESTORE_PLACE("RestoreManager::deleteRestorePoint"), result);
+        throwClientFailure(PLACE(kRestoreManagerHeader, "RestoreManager::deleteRestorePoint", __LINE__),
+                           result);
 }
 
 void RestoreManager::enableSystemRestore(const wchar_t* drive)
 {
     // To the system an empty text means all drives.
     if (drive == nullptr || *drive == L'\0')
-        throw Exception(RESTORE_PLACE("RestoreManager::enableSystemRestore"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::enableSystemRestore", __LINE__),
+                        ERROR_INVALID_PARAMETER);
     const ComLibrary com;
     const ComApartment apartment(com, COINIT_MULTITHREADED);
     allowImpersonation(com);
     const WmiNamespace wmi(com);
     const unsigned long result = wmi.callMethod(L"SystemRestore", L"Enable", L"Drive", drive);
     if (result != ERROR_SUCCESS)
-        throw Exception(RESTORE_PLACE("RestoreManager::enableSystemRestore"), result);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::enableSystemRestore", __LINE__),
+                        result);
 }
 
 void RestoreManager::isSystemRestoreEnabled(int* enabled)
 {
     if (enabled == nullptr)
-        throw Exception(RESTORE_PLACE("RestoreManager::isSystemRestoreEnabled"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::isSystemRestoreEnabled", __LINE__),
+                        ERROR_INVALID_PARAMETER);
     const WindowsVersion version = WindowsVersion::current();
     if (version.isSwitchInRegistry())
         *enabled = isEnabledInRegistry() ? 1 : 0;
@@ -195,11 +207,13 @@ void RestoreManager::isSystemRestoreEnabled(int* enabled)
 void RestoreManager::copyRestorePointName(wchar_t* buffer, std::uint64_t* size) const
 {
     if (buffer == nullptr || size == nullptr)
-        throw Exception(RESTORE_PLACE("RestoreManager::getRestorePointName"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::getRestorePointName", __LINE__),
+                        ERROR_INVALID_PARAMETER);
     const std::uint64_t needed = m_description.size() + 1;
     if (*size < needed) {
         *size = needed;
-        throw Exception(RESTORE_PLACE("RestoreManager::getRestorePointName"), ERROR_MORE_DATA);
+        throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::getRestorePointName", __LINE__),
+                        ERROR_MORE_DATA);
     }
     std::wmemcpy(buffer, m_description.c_str(), needed);
 }

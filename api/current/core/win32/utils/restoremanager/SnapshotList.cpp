@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 namespace {
@@ -28,7 +29,7 @@ public:
     [[nodiscard]] const std::wstring& getTime() const
     {
         if (m_found.empty())
-            throw static_cast<long>(ERROR_NOT_FOUND);
+            raiseCode(ERROR_NOT_FOUND);
         return m_found;
     }
 
@@ -56,9 +57,9 @@ private:
             if (!m_time.empty() && m_time.back() == L'\r')
                 m_time.pop_back();
             if (m_time.empty() || m_time.size() > kLongestTime)
-                throw static_cast<long>(ERROR_INVALID_DATA);
+                raiseCode(ERROR_INVALID_DATA);
             if (!m_found.empty() && m_found != m_time)
-                throw static_cast<long>(ERROR_ALREADY_EXISTS);
+                raiseCode(ERROR_ALREADY_EXISTS);
             m_found = m_time;
         }
         m_time.clear();
@@ -79,7 +80,7 @@ std::wstring findSnapshotTime(std::wstring_view name)
     const Win32Handle file(
         CreateFileW(kFile, GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
-        throw static_cast<long>(GetLastError());
+        raiseCode(static_cast<long>(GetLastError()));
     RecordSearch search(name);
     unsigned char block[kBlockSize];
     DWORD kept = 0; // half a character of the last block
@@ -87,7 +88,7 @@ std::wstring findSnapshotTime(std::wstring_view name)
     for (;;) {
         DWORD read = 0;
         if (!ReadFile(file.get(), block + kept, kBlockSize - kept, &read, nullptr))
-            throw static_cast<long>(GetLastError());
+            raiseCode(static_cast<long>(GetLastError()));
         if (read == 0)
             return search.getTime();
         const DWORD size = kept + read;

@@ -16,7 +16,7 @@ namespace {
 void require(bool isGood)
 {
     if (!isGood)
-        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        raiseCode(ERROR_INVALID_PARAMETER);
 }
 
 void requireText(const wchar_t* text)
@@ -118,12 +118,12 @@ void CommandLine::run(const wchar_t* tool)
         const DWORD code = GetLastError();
         std::printf("CreateProcess failed (%d).\n", static_cast<int>(code));
         std::fflush(stdout); // the caller's runtime is another one, and knows nothing of our buffer
-        throw static_cast<long>(code);
+        raiseCode(static_cast<long>(code));
     }
     const Win32Handle process(started.hProcess);
     const Win32Handle thread(started.hThread);
     if (WaitForSingleObject(process.get(), INFINITE) != WAIT_OBJECT_0)
-        throw static_cast<long>(GetLastError());
+        raiseCode(static_cast<long>(GetLastError()));
 }
 
 /// Runs `body`; what it raises becomes an NT status.

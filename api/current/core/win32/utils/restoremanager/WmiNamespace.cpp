@@ -1,7 +1,6 @@
 #include "core/win32/utils/restoremanager/include/WmiNamespace.h"
 
-#define WMI_PLACE(function) \
-    PLACE("core\\win32\\utils\\restoremanager\\include\\WmiNamespace.h", function, __LINE__)
+constexpr char kWmiNamespaceHeader[] = "core\\win32\\utils\\restoremanager\\include\\WmiNamespace.h";
 
 namespace {
 /// A call that succeeds must also give the object that it was asked for.
@@ -16,12 +15,12 @@ void requireObject(const char* place, HRESULT result, const ComPtr<Interface>& o
 
 WmiNamespace::WmiNamespace(const ComLibrary& com) : m_com(com)
 {
-    requireObject(WMI_PLACE("WmiNamespace::WmiNamespace"),
+    requireObject(PLACE(kWmiNamespaceHeader, "WmiNamespace::WmiNamespace", __LINE__),
                   com.createInstance(__uuidof(WbemLocator), nullptr, CLSCTX_INPROC_SERVER,
                                      __uuidof(IWbemLocator), reinterpret_cast<void**>(m_locator.receive())),
                   m_locator);
     const ComText name(com, L"ROOT\\Default");
-    requireObject(WMI_PLACE("WmiNamespace::WmiNamespace"),
+    requireObject(PLACE(kWmiNamespaceHeader, "WmiNamespace::WmiNamespace", __LINE__),
                   m_locator->ConnectServer(name.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
                                            m_services.receive()),
                   m_services);
@@ -30,7 +29,7 @@ WmiNamespace::WmiNamespace(const ComLibrary& com) : m_com(com)
 
 void WmiNamespace::setBlanket(IUnknown* proxy) const
 {
-    requireComSuccess(WMI_PLACE("WmiNamespace::setBlanket"),
+    requireComSuccess(PLACE(kWmiNamespaceHeader, "WmiNamespace::setBlanket", __LINE__),
                       m_com.setProxyBlanket(proxy, RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
                                             RPC_C_AUTHN_LEVEL_CALL, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr,
                                             EOAC_NONE));
@@ -41,7 +40,7 @@ ComPtr<IWbemClassObject> WmiNamespace::findFirst(const wchar_t* query) const
     const ComText language(m_com, L"WQL");
     const ComText text(m_com, query);
     ComPtr<IEnumWbemClassObject> rows;
-    requireObject(WMI_PLACE("WmiNamespace::findFirst"),
+    requireObject(PLACE(kWmiNamespaceHeader, "WmiNamespace::findFirst", __LINE__),
                   m_services->ExecQuery(language.get(), text.get(),
                                         WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr,
                                         rows.receive()),
@@ -50,7 +49,7 @@ ComPtr<IWbemClassObject> WmiNamespace::findFirst(const wchar_t* query) const
     setBlanket(rows.get());
     ComPtr<IWbemClassObject> first;
     ULONG count = 0;
-    requireComSuccess(WMI_PLACE("WmiNamespace::findFirst"),
+    requireComSuccess(PLACE(kWmiNamespaceHeader, "WmiNamespace::findFirst", __LINE__),
                       rows->Next(WBEM_INFINITE, 1, first.receive(), &count));
     return first;
 }
@@ -58,7 +57,7 @@ ComPtr<IWbemClassObject> WmiNamespace::findFirst(const wchar_t* query) const
 unsigned long WmiNamespace::callMethod(const wchar_t* className, const wchar_t* method,
                                        const wchar_t* parameter, const wchar_t* text) const
 {
-    const char* const place = WMI_PLACE("WmiNamespace::callMethod");
+    const char* const place = PLACE(kWmiNamespaceHeader, "WmiNamespace::callMethod", __LINE__);
     const ComText classText(m_com, className);
     const ComText methodText(m_com, method);
     const ComText argument(m_com, text);

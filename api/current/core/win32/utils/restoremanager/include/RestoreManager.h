@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
 
 class ComLibrary;
 
@@ -38,4 +38,4 @@ private:
 };
 
 /// The table of all restore managers.
-[[nodiscard]] ObjectManager<SharedPtr<RestoreManager>>& restoreManagers() noexcept;
+extern ObjectTable<SharedPtr<RestoreManager>> restoreManagers;
