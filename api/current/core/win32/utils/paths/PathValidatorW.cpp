@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
@@ -16,22 +17,6 @@ namespace {
 bool isSeparator(wchar_t c) noexcept
 {
     return c == L'\\' || c == L'/';
-}
-
-/// Calls a Win32 function that fills a text and returns its length, or the size it wants, or 0.
-template <class Fill>
-std::wstring filledText(Fill&& fill)
-{
-    std::wstring text(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
-        if (length == 0)
-            raiseLastError();
-        const bool fits = length < text.size();
-        text.resize(fits ? length : std::max<std::size_t>(length, text.size() * 2));
-        if (fits)
-            return text;
-    }
 }
 
 /// Whether a folder without its closing backslash is the root of a drive, a volume or a share, or nothing:
@@ -92,7 +77,7 @@ std::wstring userName()
 std::wstring applicationFolder()
 {
     const std::wstring program =
-        filledText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
+        systemText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
     return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
@@ -103,13 +88,13 @@ struct Macro
 };
 
 const Macro kMacros[] = {
-    {L"WINDIR", [] { return filledText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
-    {L"SYSTEM", [] { return filledText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
+    {L"WINDIR", [] { return systemText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
+    {L"SYSTEM", [] { return systemText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
     {L"PROGRAMFILES", [] { return shellFolder(CSIDL_PROGRAM_FILES); }},
     {L"PROGRAMDATA", [] { return shellFolder(CSIDL_COMMON_APPDATA); }},
     {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
     {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
-    {L"TEMP", [] { return filledText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
+    {L"TEMP", [] { return systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
     {L"USER_TEMP", [] { return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp")); }},
     {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
     {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},

@@ -80,7 +80,7 @@ std::wstring findSnapshotTime(std::wstring_view name)
     const Win32Handle file(
         CreateFileW(kFile, GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
-        raiseCode(static_cast<long>(GetLastError()));
+        raiseLastError();
     RecordSearch search(name);
     unsigned char block[kBlockSize];
     DWORD kept = 0; // half a character of the last block
@@ -88,7 +88,7 @@ std::wstring findSnapshotTime(std::wstring_view name)
     for (;;) {
         DWORD read = 0;
         if (!ReadFile(file.get(), block + kept, kBlockSize - kept, &read, nullptr))
-            raiseCode(static_cast<long>(GetLastError()));
+            raiseLastError();
         if (read == 0)
             return search.getTime();
         const DWORD size = kept + read;

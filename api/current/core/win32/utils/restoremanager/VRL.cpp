@@ -123,7 +123,7 @@ void CommandLine::run(const wchar_t* tool)
     const Win32Handle process(started.hProcess);
     const Win32Handle thread(started.hThread);
     if (WaitForSingleObject(process.get(), INFINITE) != WAIT_OBJECT_0)
-        raiseCode(static_cast<long>(GetLastError()));
+        raiseLastError();
 }
 
 /// Runs `body`; what it raises becomes an NT status.
