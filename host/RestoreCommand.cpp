@@ -54,8 +54,12 @@ int showStatus(bool json)
     int enabled = kNotTold;
     const RestoreManagerHandle manager(L"sysmaint");
     const long code = IsSystemRestoreEnabled(manager.get(), &enabled);
+    if (code == ERROR_NOT_FOUND)
+        messages().writeLine(L"restore: the system has no settings of System Restore to ask (1168)");
+    else if (code != ERROR_SUCCESS)
+        report(code);
     if (code != ERROR_SUCCESS)
-        return report(code);
+        return kExitFailed;
     const wchar_t* const value = enabled == kNotTold ? L"null" : enabled != 0 ? L"true" : L"false";
     if (json)
         results().writeLine(std::wstring(L"{\"type\":\"status\",\"enabled\":") + value + L"}");

@@ -40,8 +40,6 @@ std::wstring formatRestoreCode(long code)
 {
     if (code == ERROR_ALREADY_EXISTS)
         return L"the system made none, because it has one of the last 24 hours (183)";
-    if (code == ERROR_NOT_FOUND)
-        return L"the system does not know about System Restore (1168)";
     return formatCode(code);
 }
 

@@ -12,67 +12,72 @@
 namespace {
 constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\SystemRestore";
 constexpr auto kFailed = static_cast<HRESULT>(0x80041003);
-constexpr long kFailedCode = 0x1003;
+constexpr auto kWithoutCode = static_cast<HRESULT>(0x80040000);
 
 // In the place of COM's functions.
-HRESULT WINAPI initialize(void* reserved, DWORD kind)
+HRESULT initialize(void* reserved, DWORD kind)
 {
-    HRESULT result = com.next();
-    if (SUCCEEDED(result))
-        result = ::CoInitializeEx(reserved, kind);
-    com.apartments += SUCCEEDED(result) ? 1 : 0;
-    return result;
+    const HRESULT result = com.next();
+    const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
+    com.apartments += SUCCEEDED(real) ? 1 : 0;
+    return real;
 }
-void WINAPI uninitialize()
+void uninitialize()
 {
     --com.apartments;
     EXPECT_EQ(com.references, 0) << "released after COM";
     ::CoUninitialize();
 }
-HRESULT WINAPI initializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG, SOLE_AUTHENTICATION_SERVICE*, void*,
-                                  DWORD level, DWORD, void*, DWORD, void*)
+std::wstring security; // who may call in
+DWORD level = 0;
+HRESULT initializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG, void*, void*, DWORD authentication, DWORD,
+                           void*, DWORD, void*)
 {
     wchar_t* text = nullptr;
-    if (descriptor != nullptr)
-        ConvertSecurityDescriptorToStringSecurityDescriptorW(
-            descriptor, SDDL_REVISION_1,
-            OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text,
-            nullptr);
-    com.security = text != nullptr ? text : L"";
-    com.level = level;
+    ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor, SDDL_REVISION_1,
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text, nullptr);
+    security = text != nullptr ? text : L"";
+    level = authentication;
     LocalFree(text);
     return com.next();
 }
-HRESULT WINAPI createInstance(const CLSID& id, IUnknown* outer, DWORD context, const IID& type, void** object)
+HRESULT createInstance(const CLSID& id, IUnknown* outer, DWORD context, const IID& type, void** object)
 {
     const HRESULT result = com.next();
     return FAILED(result) ? result : ::CoCreateInstance(id, outer, context, type, object);
 }
-HRESULT WINAPI setProxyBlanket(IUnknown* proxy, DWORD service, DWORD authorization, OLECHAR* name,
-                               DWORD level, DWORD impersonation, void* identity, DWORD capabilities)
+HRESULT setProxyBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD impersonation, void*, DWORD)
 {
     EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
-    const HRESULT result = com.next();
-    return FAILED(result) || com.isStandIn ? result
-                                           : ::CoSetProxyBlanket(proxy, service, authorization, name, level,
-                                                                 impersonation, identity, capabilities);
+    return com.next();
 }
-BSTR WINAPI allocString(const wchar_t* text)
+BSTR allocString(const wchar_t* text)
 {
-    com.failedText = FAILED(com.next());
-    com.texts += com.failedText ? 0 : 1;
-    return com.failedText ? nullptr : ::SysAllocString(text);
+    const bool failed = FAILED(com.next());
+    com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
+    com.texts += failed ? 0 : 1;
+    return failed ? nullptr : ::SysAllocString(text);
 }
-void WINAPI freeString(BSTR text)
+void freeString(BSTR text)
 {
     com.texts -= text != nullptr ? 1 : 0;
     ::SysFreeString(text);
 }
-HRESULT WINAPI clearVariant(VARIANT* value)
+HRESULT clearVariant(VARIANT* value)
 {
     com.texts -= value->vt == VT_BSTR ? 1 : 0;
     return ::VariantClear(value);
 }
+const std::map<std::string_view, void*> kReplaced{
+    {"CoInitializeEx", FakeObject::method(&initialize)},
+    {"CoUninitialize", FakeObject::method(&uninitialize)},
+    {"CoInitializeSecurity", FakeObject::method(&initializeSecurity)},
+    {"CoCreateInstance", FakeObject::method(&createInstance)},
+    {"CoSetProxyBlanket", FakeObject::method(&setProxyBlanket)},
+    {"SysAllocString", FakeObject::method(&allocString)},
+    {"SysFreeString", FakeObject::method(&freeString)},
+    {"VariantClear", FakeObject::method(&clearVariant)}};
 
 class RestoreTest : public testing::Test
 {
@@ -80,28 +85,22 @@ protected:
     RestoreTest()
     {
         com = ComCalls{};
-        version = {10, 0};
         RestoreClient::answer(nullptr);
         functions.setHook([this](auto original, HMODULE module, LPCSTR name) -> FARPROC {
-            if (name == missingFunction) {
-                SetLastError(ERROR_PROC_NOT_FOUND);
+            SetLastError(ERROR_PROC_NOT_FOUND);
+            if (name == missing)
                 return nullptr;
-            }
             const auto found = kReplaced.find(name);
             return found != kReplaced.end() ? reinterpret_cast<FARPROC>(found->second)
                                             : original(module, name);
         });
         versions.setHook([this](auto, RTL_OSVERSIONINFOW* told) -> LONG {
-            told->dwMajorVersion = version.first;
-            told->dwMinorVersion = version.second;
+            told->dwMajorVersion = major;
+            told->dwMinorVersion = minor;
             return 0;
         });
     }
-    ~RestoreTest() override
-    {
-        CloseRestoreManager(manager);
-        RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
-    }
+    ~RestoreTest() override { CloseRestoreManager(manager); }
 
     [[nodiscard]] std::int64_t number() const
     {
@@ -109,25 +108,33 @@ protected:
         EXPECT_EQ(GetRestorePointID(manager, result), ERROR_SUCCESS);
         return result;
     }
-    [[nodiscard]] static std::wstring nameOf(void* manager)
+    static std::wstring nameOf(void* manager)
     {
         wchar_t text[1024];
         std::uint64_t size = 1024;
         EXPECT_EQ(GetRestorePointName(manager, text, &size), ERROR_SUCCESS);
         return text;
     }
+    /// The code, and the flag in the next digit: 7 is as it was.
+    [[nodiscard]] long status() const
+    {
+        int flag = 7;
+        const long code = IsSystemRestoreEnabled(manager, &flag);
+        EXPECT_TRUE(com.isBalanced());
+        return code * 10 + flag;
+    }
+    /// Makes a restore point; the code, and all that the client was called with.
+    void expectCreated(const wchar_t* answers, long code, const std::wstring& record)
+    {
+        RestoreClient::answer(answers);
+        EXPECT_EQ(CreateRestorePoint(manager), code) << answers;
+        EXPECT_EQ(client.takeRecord(), record) << answers;
+        EXPECT_TRUE(com.isBalanced()) << answers;
+        EXPECT_EQ(GetModuleHandleW(L"restore_client.dll"), nullptr) << "not unloaded";
+    }
 
-    static inline const std::map<std::string_view, void*> kReplaced{
-        {"CoInitializeEx", FakeObject::method(&initialize)},
-        {"CoUninitialize", FakeObject::method(&uninitialize)},
-        {"CoInitializeSecurity", FakeObject::method(&initializeSecurity)},
-        {"CoCreateInstance", FakeObject::method(&createInstance)},
-        {"CoSetProxyBlanket", FakeObject::method(&setProxyBlanket)},
-        {"SysAllocString", FakeObject::method(&allocString)},
-        {"SysFreeString", FakeObject::method(&freeString)},
-        {"VariantClear", FakeObject::method(&clearVariant)}};
-    std::string_view missingFunction;
-    std::pair<DWORD, DWORD> version;
+    std::string_view missing; // function
+    DWORD major = 10, minor = 0;
     RestoreClient client{scratchFolder()};
     Replaced<"GetProcAddress", decltype(&GetProcAddress)> functions;
     Replaced<"RtlGetVersion", LONG(WINAPI*)(RTL_OSVERSIONINFOW*)> versions;
@@ -136,127 +143,90 @@ protected:
 };
 } // namespace
 
+// What stood there before stays unless a new one is made.
 TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 {
     const std::wstring begun = L"set 100 12 0 " + name + L"\n";
-    const auto ended = [&](const wchar_t* number) {
-        return L"set 101 12 " + (number + (L" " + name)) + L"\n";
+    const auto ended = [&](const std::wstring& number) {
+        return begun + L"set 101 12 " + number + L" " + name + L"\n";
     };
-    struct Row
-    {
-        const wchar_t* answers;
-        long code;
-        std::wstring record;
-        std::int64_t number; // afterwards: what stood there stays unless a new one is made
-    };
-    const Row rows[] = {{L"e5", 5, begun, 0},
-                        {L"s1058", 1058, begun, 0},
-                        {L"e0", 1003, begun, 0},
-                        {L"n12 e5", 5, begun + ended(L"12"), 0},
-                        {L"n0 n0", 183, begun + ended(L"0"), 0},
-                        {L"n12 n99", 0, begun + ended(L"12"), 12},
-                        {L"e5", 5, begun, 12},
-                        {L"n12 n12", 183, begun + ended(L"12"), 12},
-                        {L"n4294967295 n0", 0, begun + ended(L"4294967295"), 4294967295}};
-    for (const Row& row : rows) {
-        RestoreClient::answer(row.answers);
-        EXPECT_EQ(CreateRestorePoint(manager), row.code) << row.answers;
-        EXPECT_EQ(client.takeRecord(), row.record) << row.answers;
-        EXPECT_EQ(number(), row.number) << row.answers;
-        EXPECT_TRUE(com.isBalanced()) << row.answers;
-        EXPECT_EQ(GetModuleHandleW(L"restore_client.dll"), nullptr) << "not unloaded";
+    for (const auto& [answers, code, record, kept] :
+         std::initializer_list<std::tuple<const wchar_t*, long, std::wstring, std::int64_t>>{
+             {L"e5", 5, begun, 0},
+             {L"s1058", 1058, begun, 0},
+             {L"e0", 1003, begun, 0},
+             {L"n12 e5", 5, ended(L"12"), 0},
+             {L"n0 n0", 183, ended(L"0"), 0},
+             {L"n12 n99", 0, ended(L"12"), 12},
+             {L"e5", 5, begun, 12},
+             {L"n12 n12", 183, ended(L"12"), 12},
+             {L"n0 n0", 183, ended(L"0"), 12},
+             {L"n4294967295 n0", 0, ended(L"4294967295"), 4294967295}}) {
+        expectCreated(answers, code, record);
+        EXPECT_EQ(number(), kept) << answers;
     }
     // Administrators, services, the process itself and the system may call in, to execute; nobody else.
-    EXPECT_EQ(com.security,
-              L"O:BAG:BAD:(A;;CCDC;;;BA)(A;;CCDC;;;LS)(A;;CCDC;;;NS)(A;;CCDC;;;PS)(A;;CCDC;;;SY)");
-}
-
-TEST_F(RestoreTest, NeedsTheClientAndItsFunctions)
-{
-    CreateRestorePoint(manager);
-    client.takeRecord();
-    const auto both = [&](long code, const char* what) {
-        EXPECT_EQ(CreateRestorePoint(manager), code) << what;
-        EXPECT_EQ(number(), 12) << what;
-        EXPECT_EQ(DeleteRestorePoint(manager, 12), code) << what;
-        EXPECT_EQ(number(), 0) << what;
-        EXPECT_TRUE(com.isBalanced()) << what;
-        EXPECT_EQ(client.takeRecord(), L"") << what;
-    };
-    client.isMissing = true;
-    both(ERROR_MOD_NOT_FOUND, "no library");
-    client.isMissing = false;
-    for (const auto& [function, fake] : kReplaced) {
-        CreateRestorePoint(manager);
-        client.takeRecord();
-        missingFunction = function;
-        both(ERROR_PROC_NOT_FOUND, function.data());
-        missingFunction = {};
-    }
-    missingFunction = "SRSetRestorePointW";
-    EXPECT_EQ(CreateRestorePoint(manager), ERROR_PROC_NOT_FOUND);
-    missingFunction = "SRRemoveRestorePoint";
-    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND);
+    EXPECT_EQ(security, L"O:BAG:BAD:(A;;CCDC;;;BA)(A;;CCDC;;;LS)(A;;CCDC;;;NS)(A;;CCDC;;;PS)(A;;CCDC;;;SY)");
+    EXPECT_EQ(level, DWORD{RPC_C_AUTHN_LEVEL_PKT_PRIVACY});
 }
 
 TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
 {
-    struct Row
-    {
-        std::int64_t number;
-        const wchar_t* answers;
-        long code;
-        const wchar_t* record;
-    };
-    for (const Row& row :
-         {Row{12, L"n0", 0, L"remove 12\n"}, Row{4294967295, L"n0", 0, L"remove 4294967295\n"},
-          Row{0, L"s13", 13, L"remove 0\n"}, Row{7, L"e5", 5, L"remove 7\n"},
-          Row{4294967296 + 12, L"n0", 87, L""}, Row{-1, L"n0", 87, L""}}) {
+    const auto remove = [&](std::int64_t number, long code, const wchar_t* answers, const wchar_t* record) {
         RestoreClient::answer(L"n12 n12");
         CreateRestorePoint(manager);
         client.takeRecord();
-        RestoreClient::answer(row.answers);
-        EXPECT_EQ(DeleteRestorePoint(manager, row.number), row.code) << row.number;
-        EXPECT_EQ(client.takeRecord(), row.record) << row.number;
-        EXPECT_EQ(number(), 0) << row.number;
+        RestoreClient::answer(answers);
+        EXPECT_EQ(DeleteRestorePoint(manager, number), code) << number;
+        EXPECT_EQ(client.takeRecord(), record) << number;
+        EXPECT_EQ(this->number(), 0) << number;
         EXPECT_TRUE(com.isBalanced());
+    };
+    remove(12, 0, L"n0", L"remove 12\n");
+    remove(4294967295, 0, L"n0", L"remove 4294967295\n");
+    remove(7, 5, L"e5", L"remove 7\n");
+    remove(0, 13, L"s13", L"remove 0\n");
+    remove(4294967296 + 12, 87, L"n0", L"");
+    remove(-1, 87, L"n0", L"");
+    client.isMissing = true;
+    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_MOD_NOT_FOUND);
+    expectCreated(L"", ERROR_MOD_NOT_FOUND, L"");
+    client.isMissing = false;
+    for (const auto& [function, fake] : kReplaced) {
+        missing = function;
+        EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND) << function;
     }
+    missing = "SRRemoveRestorePoint";
+    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND);
+    missing = "SRSetRestorePointW";
+    expectCreated(L"", ERROR_PROC_NOT_FOUND, L"");
+    EXPECT_EQ(number(), 0);
 }
 
 // The system's success with an older restore point's number is no success, and that number is not kept.
 TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
 {
-    const FakeWmi wmi(COINIT_MULTITHREADED);
-    struct Row
-    {
-        DWORD minor; // of NT 6
-        VARIANT description;
-        long rows;
-        HRESULT failing;
-        long code;
-    };
-    const VARIANT own = FakeWmi::text(name.c_str());
-    const VARIANT other = FakeWmi::text(L"Windows Update");
-    for (const Row& row : {Row{2, own, 1, S_OK, 0}, Row{2, other, 1, S_OK, 183}, Row{1, other, 1, S_OK, 0},
-                           Row{2, other, 0, S_OK, 0}, Row{2, other, 1, kFailed, 0}}) {
-        version = {6, row.minor};
-        FakeWmi::properties[L"Description"] = row.description;
-        FakeWmi::rows = row.rows;
-        FakeWmi::asked.clear();
-        com.calls = 0;
-        com.failing = row.failing == S_OK ? 0 : 5; // connecting
-        com.code = row.failing;
-        EXPECT_EQ(CreateRestorePoint(manager), row.code);
-        EXPECT_EQ(number(), row.code == 0 ? 12 : 0);
-        EXPECT_TRUE(com.isBalanced());
-        if (row.minor == 2 && row.failing == S_OK) {
-            EXPECT_EQ(FakeWmi::asked,
-                      L"ROOT\\Default;WQL:SELECT * FROM SystemRestore WHERE SequenceNumber = 12;");
-        }
+    const FakeWmi wmi;
+    const auto create = [&](DWORD minorVersion, const wchar_t* description, long rows, long failing) {
+        major = 6;
+        minor = minorVersion;
+        VARIANT& listed = FakeWmi::properties[L"Description"] = FakeWmi::number(0, VT_BSTR);
+        listed.bstrVal = ::SysAllocString(description);
+        FakeWmi::rows = rows;
+        com.fail(failing, kFailed);
+        const long code = CreateRestorePoint(manager);
+        EXPECT_EQ(number(), code == 0 ? 12 : 0);
+        com.failing = 0;
         DeleteRestorePoint(manager, 12);
-    }
-    ::SysFreeString(own.bstrVal);
-    ::SysFreeString(other.bstrVal);
+        EXPECT_TRUE(com.isBalanced());
+        return ::SysFreeString(listed.bstrVal), code;
+    };
+    EXPECT_EQ(create(2, name.c_str(), 1, 0), 0);
+    EXPECT_EQ(create(2, L"Windows Update", 1, 0), 183);
+    EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestore WHERE SequenceNumber = 12");
+    EXPECT_EQ(create(1, L"Windows Update", 1, 0), 0) << "that system keeps no such limit";
+    EXPECT_EQ(create(2, L"Windows Update", 0, 0), 0) << "cannot be told";
+    EXPECT_EQ(create(2, L"Windows Update", 1, 5), 0) << "cannot be asked";
 }
 
 TEST_F(RestoreTest, DescribesItsPointByNameAndLocalTime)
@@ -266,99 +236,88 @@ TEST_F(RestoreTest, DescribesItsPointByNameAndLocalTime)
         [](auto, SYSTEMTIME* now) { *now = {2010, 3, 5, 5, 14, 7, 9, 0}; });
     manager = CreateRestoreManager(L"Registry");
     const std::wstring described = L"Registry_05.03.2010 14:07:09";
-    wchar_t buffer[64];
     const std::uint64_t needed = described.size() + 1;
     for (const std::uint64_t size : {std::uint64_t{0}, needed - 1, needed, needed + 1}) {
         std::uint64_t room = size;
-        std::fill(std::begin(buffer), std::end(buffer), L'?');
-        EXPECT_EQ(GetRestorePointName(manager, buffer, &room), size < needed ? 234 : 0) << size;
+        std::wstring buffer(needed + 1, L'?');
+        EXPECT_EQ(GetRestorePointName(manager, buffer.data(), &room), size < needed ? 234 : 0) << size;
         EXPECT_EQ(room, std::max(size, needed)) << size;
-        EXPECT_EQ(std::wstring(buffer, 2), size < needed ? L"??" : L"Re");
-        if (size >= needed) {
-            EXPECT_STREQ(buffer, described.c_str());
-        }
-        EXPECT_EQ(buffer[needed], L'?') << size;
+        EXPECT_EQ(buffer, size < needed ? std::wstring(needed + 1, L'?') : described + L'\0' + L'?') << size;
     }
     // Cut where the client's field ends, between two characters.
     for (const std::size_t length : {254U, 255U}) {
         const std::wstring longName = std::wstring(length, L'x') + L"\U0001F5D1";
-        void* const other = CreateRestoreManager(longName.c_str());
-        EXPECT_EQ(CreateRestorePoint(other), 0);
-        EXPECT_EQ(client.takeRecord().substr(0, 13 + length + 1),
+        CloseRestoreManager(std::exchange(manager, CreateRestoreManager(longName.c_str())));
+        CreateRestorePoint(manager);
+        EXPECT_EQ(client.takeRecord().substr(0, 14 + length),
                   L"set 100 12 0 " + longName.substr(0, length) + L"\n");
-        EXPECT_EQ(nameOf(other), longName + L"_05.03.2010 14:07:09");
-        CloseRestoreManager(other);
+        EXPECT_EQ(nameOf(manager), longName + L"_05.03.2010 14:07:09");
     }
 }
 
 TEST_F(RestoreTest, AsksTheRegistryOrWmiAsTheVersionWants)
 {
-    const FakeWmi wmi(COINIT_MULTITHREADED);
+    const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(1);
     struct Row
     {
         DWORD major, minor;
         int data; // of the value; -1: no key, -2: no value, -3: a text
-        long code;
-        int flag; // 7: as it was
+        long expected;
     };
-    const Row rows[] = {{5, 0, 1, 0, 7},  {5, 1, -1, 0, 1}, {5, 2, -1, 0, 1}, {5, 1, -2, 2, 7},
-                        {5, 1, 0, 0, 1},  {5, 2, 1, 0, 0},  {5, 1, 2, 0, 0},  {5, 2, -3, 1630, 7},
-                        {5, 3, 1, 0, 7},  {6, 0, 1, 0, 1},  {6, 1, 1, 0, 1},  {6, 3, 1, 0, 1},
-                        {10, 0, 1, 0, 1}, {11, 0, 1, 0, 1}, {4, 10, 1, 0, 7}};
-    for (const Row& row : rows) {
-        version = {row.major, row.minor};
+    for (const Row& row : {Row{4, 10, 1, 7},
+                           {5, 0, 1, 7},
+                           {5, 3, 1, 7},
+                           {5, 1, -1, 1},
+                           {5, 2, -1, 1},
+                           {5, 1, -2, 27},
+                           {5, 1, 0, 1},
+                           {5, 2, 1, 0},
+                           {5, 1, 2, 0},
+                           {5, 2, -3, 16307},
+                           {6, 0, 1, 1},
+                           {6, 1, 1, 1},
+                           {6, 3, 1, 1},
+                           {10, 0, 1, 1},
+                           {11, 0, 1, 1}}) {
+        major = row.major;
+        minor = row.minor;
         RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
-        const DWORD number = static_cast<DWORD>(row.data);
-        if (row.data == -2)
-            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"Other", REG_DWORD, &number, sizeof number);
-        else if (row.data != -1)
-            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, L"DisableSR", row.data == -3 ? REG_SZ : REG_DWORD,
-                            &number, sizeof number);
-        int flag = 7;
-        EXPECT_EQ(IsSystemRestoreEnabled(manager, &flag), row.code) << row.major << "." << row.minor;
-        EXPECT_EQ(flag, row.flag) << row.major << "." << row.minor << ", " << row.data;
+        if (row.data != -1)
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, row.data == -2 ? L"Other" : L"DisableSR",
+                            row.data == -3 ? REG_SZ : REG_DWORD, &row.data, sizeof row.data);
+        EXPECT_EQ(status(), row.expected) << major << "." << minor << ", " << row.data;
     }
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
     Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> keys(
         [](auto...) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-    version = {5, 1};
-    int flag = 7;
-    EXPECT_EQ(IsSystemRestoreEnabled(manager, &flag), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(flag, 7);
+    major = 5;
+    minor = 1;
+    EXPECT_EQ(status(), 57);
 }
 
 TEST_F(RestoreTest, TakesFromWmiWhatItSays)
 {
-    const FakeWmi wmi(COINIT_MULTITHREADED);
-    struct Row
-    {
-        long rows;
-        VARIANT interval;
-        long code;
-        int flag;
-    };
-    for (const Row& row :
-         {Row{1, FakeWmi::number(1), 0, 1}, Row{1, FakeWmi::number(0), 0, 0},
-          Row{3, FakeWmi::number(-1, VT_UI4), 0, 1}, Row{0, FakeWmi::number(1), 1168, 7},
-          Row{1, FakeWmi::number(1, VT_NULL), 13, 7}, Row{1, FakeWmi::number(1, VT_BOOL), 13, 7}}) {
-        FakeWmi::rows = row.rows;
-        FakeWmi::properties[L"RPSessionInterval"] = row.interval;
-        int flag = 7;
-        EXPECT_EQ(IsSystemRestoreEnabled(manager, &flag), row.code) << row.rows << ", " << row.interval.vt;
-        EXPECT_EQ(flag, row.flag);
-        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestoreConfig;");
-        EXPECT_TRUE(com.isBalanced());
+    const FakeWmi wmi;
+    for (const auto& [rows, interval, expected] :
+         std::initializer_list<std::tuple<long, VARIANT, long>>{{1, FakeWmi::number(1), 1},
+                                                                {1, FakeWmi::number(0), 0},
+                                                                {3, FakeWmi::number(-1, VT_UI4), 1},
+                                                                {0, FakeWmi::number(1), 11687},
+                                                                {1, FakeWmi::number(1, VT_NULL), 137},
+                                                                {1, FakeWmi::number(1, VT_BOOL), 137}}) {
+        FakeWmi::rows = rows;
+        FakeWmi::properties[L"RPSessionInterval"] = interval;
+        EXPECT_EQ(status(), expected);
+        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestoreConfig");
     }
     FakeWmi::properties.clear();
-    int flag = 7;
-    EXPECT_EQ(IsSystemRestoreEnabled(manager, &flag), 0x1002) << "the property is missing";
-    EXPECT_EQ(flag, 7);
-
+    EXPECT_EQ(status(), 0x1002 * 10 + 7) << "the property is missing";
     for (const long result : {0L, 5L}) {
         FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(result);
         EXPECT_EQ(EnableSystemRestore(manager, L"D:\\"), result);
-        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;SystemRestore;Enable;Drive=D:\\;SystemRestore.Enable;");
-        EXPECT_EQ(com.level, DWORD{RPC_C_AUTHN_LEVEL_CONNECT});
+        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;SystemRestore.Enable;Drive=D:\\;SystemRestore.Enable");
+        EXPECT_EQ(level, DWORD{RPC_C_AUTHN_LEVEL_CONNECT});
     }
     FakeWmi::hasAnswer = false;
     EXPECT_EQ(EnableSystemRestore(manager, L"D:\\"), 0x1002);
@@ -369,55 +328,49 @@ TEST_F(RestoreTest, TakesFromWmiWhatItSays)
 // Each call of each operation in turn fails: its code, and everything is given back.
 TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
 {
-    const FakeWmi wmi(COINIT_MULTITHREADED);
+    const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(0);
+    minor = 1;
+    major = 6;
     int flag = 7;
+    int point = 0;
     const std::pair<long, std::function<long()>> operations[] = {
-        {12, [&] { return EnableSystemRestore(manager, L"C:\\"); }},
+        {15, [&] { return EnableSystemRestore(manager, L"C:\\"); }},
         {12, [&] { return IsSystemRestoreEnabled(manager, &flag); }},
         {2, [&] { return DeleteRestorePoint(manager, 12); }},
-        {2, [&] {
-             return version = {6, 1}, CreateRestorePoint(manager);
+        {2, [&] { // each time another one
+             RestoreClient::answer((L"n" + std::to_wstring(++point)).c_str());
+             return CreateRestorePoint(manager);
          }}};
     DWORD handles = 0;
     for (int turn = 0; turn < 2; ++turn) {
         handles = turn == 0 ? 0 : processHandleCount();
-        for (const auto& [least, run] : operations) {
-            com.calls = com.failing = 0;
+        for (const auto& [calls, run] : operations) {
+            com.fail(0, S_OK);
             EXPECT_EQ(run(), ERROR_SUCCESS);
-            const long calls = com.calls;
-            EXPECT_GE(calls, least);
-            for (com.failing = 1; com.failing <= calls; ++com.failing) {
-                for (const HRESULT code : {kFailed, static_cast<HRESULT>(0x80040000)}) {
+            EXPECT_EQ(com.calls, calls);
+            for (long number = 1; number <= calls; ++number)
+                for (const HRESULT code : {kFailed, kWithoutCode}) {
                     flag = 7;
-                    com.calls = 0;
-                    com.code = code;
-                    com.failedText = false;
+                    com.fail(number, code);
                     const long result = run();
-                    const long expected = com.failedText ? 8 : code == kFailed ? kFailedCode : 574;
-                    EXPECT_EQ(result, expected) << com.failing << " of " << calls;
-                    EXPECT_TRUE(com.isBalanced()) << com.failing << " of " << calls;
-                    EXPECT_EQ(flag, 7);
+                    EXPECT_EQ(result, com.code == E_OUTOFMEMORY ? 8
+                                      : code == kFailed         ? 0x1003
+                                                                : 574)
+                        << number;
+                    EXPECT_TRUE(com.isBalanced() && flag == 7) << number << " of " << calls;
                 }
-            }
+            com.fail(2, RPC_E_TOO_LATE); // the process's security, which is set already
+            EXPECT_EQ(run(), ERROR_SUCCESS);
         }
     }
     EXPECT_LE(processHandleCount(), handles);
-    // The second call is the one for the process's security: that it is set already does no harm.
-    com.code = RPC_E_TOO_LATE;
-    for (const auto& [least, run] : operations) {
-        com.calls = 0;
-        com.failing = 2;
-        EXPECT_EQ(run(), ERROR_SUCCESS);
-    }
-    const char* const failing[] = {"CreateWellKnownSid", "InitializeAcl", "AddAccessAllowedAce",
-                                   "SetSecurityDescriptorOwner"};
-    for (const char* function : failing) {
+    com.fail(0, S_OK);
+    for (const char* function :
+         {"CreateWellKnownSid", "InitializeAcl", "AddAccessAllowedAce", "SetSecurityDescriptorOwner"}) {
         const ImportReplacement replaced(sysmaintModule(), function, FakeObject::method(+[]() -> BOOL {
-                                             SetLastError(ERROR_INVALID_SID);
-                                             return FALSE;
+                                             return SetLastError(ERROR_INVALID_SID), FALSE;
                                          }));
-        com.failing = 0;
         EXPECT_EQ(CreateRestorePoint(manager), ERROR_INVALID_SID) << function;
         EXPECT_TRUE(com.isBalanced());
     }
@@ -426,26 +379,22 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
 // The platform's own WMI, on threads with an apartment of either kind and with none: each keeps what it has.
 TEST_F(RestoreTest, UsesTheApartmentThatTheThreadHas)
 {
+    const auto apartment = [] {
+        APTTYPE type{};
+        APTTYPEQUALIFIER qualifier{};
+        return std::make_pair(::CoGetApartmentType(&type, &qualifier), type);
+    };
     for (const int kind :
          {-1, static_cast<int>(COINIT_MULTITHREADED), static_cast<int>(COINIT_APARTMENTTHREADED)})
         std::thread([&] {
             if (kind != -1)
                 ::CoInitializeEx(nullptr, static_cast<DWORD>(kind));
-            const auto apartment = [] {
-                APTTYPE type{};
-                APTTYPEQUALIFIER qualifier{};
-                const HRESULT result = ::CoGetApartmentType(&type, &qualifier);
-                return std::to_string(result) + "," + std::to_string(type);
-            };
-            const std::string before = apartment();
-            int flag = 7;
+            const auto before = apartment();
             EXPECT_EQ(EnableSystemRestore(manager, L"C:\\"), ERROR_SUCCESS) << kind;
-            EXPECT_EQ(IsSystemRestoreEnabled(manager, &flag), ERROR_NOT_FOUND) << kind; // it has no rows
-            EXPECT_EQ(flag, 7);
+            EXPECT_EQ(status(), 11687) << kind; // it has no rows
             EXPECT_EQ(CreateRestorePoint(manager), ERROR_SUCCESS) << kind;
             EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_SUCCESS) << kind;
-            EXPECT_EQ(apartment(), before) << kind;
-            EXPECT_TRUE(com.isBalanced()) << kind;
+            EXPECT_TRUE(apartment() == before && com.isBalanced()) << kind;
             if (kind != -1)
                 ::CoUninitialize();
         }).join();

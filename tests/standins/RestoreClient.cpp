@@ -6,62 +6,55 @@
 
 #include <srrestoreptapi.h>
 
+#include <cstdio>
+#include <cwchar>
 #include <string>
+#include <utility>
 
 namespace {
-struct Answer
-{
-    wchar_t kind = L'n';
-    unsigned long value = 12;
-};
-
 void record(const std::wstring& line)
 {
     wchar_t path[MAX_PATH] = L"";
     GetEnvironmentVariableW(L"SYSMAINT_RESTORE_RECORD", path, MAX_PATH);
-    const HANDLE file = CreateFileW(path, FILE_APPEND_DATA, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
-    DWORD written = 0;
-    WriteFile(file, line.data(), static_cast<DWORD>(line.size() * sizeof(wchar_t)), &written, nullptr);
-    CloseHandle(file);
+    if (FILE* const file = _wfopen(path, L"ab"); file != nullptr) {
+        std::fwrite(line.data(), sizeof(wchar_t), line.size(), file);
+        std::fclose(file);
+    }
 }
 
-Answer nextAnswer()
+/// The kind of the next answer, and its number.
+std::pair<wchar_t, unsigned long> nextAnswer()
 {
     wchar_t answers[256] = L"";
-    GetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers, 256);
-    Answer answer;
-    if (answers[0] == L'\0')
-        return answer;
+    if (GetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers, 256) == 0)
+        return {L'n', 12};
     wchar_t* end = nullptr;
-    answer.kind = answers[0];
-    answer.value = std::wcstoul(answers + 1, &end, 10);
+    const unsigned long value = std::wcstoul(answers + 1, &end, 10);
     SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", *end == L' ' ? end + 1 : end);
-    return answer;
+    return {answers[0], value};
 }
 } // namespace
 
 extern "C" __declspec(dllexport) WINBOOL
     __stdcall SRSetRestorePointW(RESTOREPOINTINFOW* point, STATEMGRSTATUS* status)
 {
+    const DWORD before = GetLastError();
     record(L"set " + std::to_wstring(point->dwEventType) + L" " + std::to_wstring(point->dwRestorePtType) +
            L" " + std::to_wstring(point->llSequenceNumber) + L" " + point->szDescription + L"\n");
-    const Answer answer = nextAnswer();
-    if (answer.kind == L'n')
-        status->llSequenceNumber = answer.value;
-    else if (answer.kind == L's')
-        status->nStatus = answer.value;
-    else
-        SetLastError(answer.value);
-    return answer.kind == L'n';
+    const auto [kind, value] = nextAnswer();
+    if (kind == L'n')
+        status->llSequenceNumber = value;
+    else if (kind == L's')
+        status->nStatus = value;
+    SetLastError(kind == L'e' ? value : before);
+    return kind == L'n';
 }
 
 extern "C" __declspec(dllexport) DWORD __stdcall SRRemoveRestorePoint(DWORD number)
 {
     record(L"remove " + std::to_wstring(number) + L"\n");
-    const Answer answer = nextAnswer();
-    if (answer.kind == L'n')
-        return ERROR_SUCCESS;
-    if (answer.kind == L'e')
-        SetLastError(answer.value);
-    return answer.kind == L'e' ? 1 : answer.value;
+    const auto [kind, value] = nextAnswer();
+    if (kind == L'e')
+        SetLastError(value);
+    return kind == L'n' ? ERROR_SUCCESS : kind == L'e' ? 1 : value;
 }

@@ -2,16 +2,22 @@
 
 #include "support/Wipe.h"
 
-/// The folder of the programs under test, with its closing backslash.
-inline std::wstring programFolder()
+inline std::wstring readText(const std::wstring& path)
+{
+    const Bytes bytes = readBytes(path);
+    return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+}
+
+/// A program or library that stands beside the tests.
+inline std::wstring besideTests(const wchar_t* name)
 {
     wchar_t path[MAX_PATH];
     GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::wstring(path).substr(0, std::wstring(path).find_last_of(L'\\') + 1);
+    return std::filesystem::path(path).replace_filename(name).wstring();
 }
 
 /// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
-/// end the process.
+/// end the process. standins/RestoreClient.cpp says what it answers and writes down.
 class RestoreClient
 {
 public:
@@ -23,11 +29,10 @@ public:
             if (std::wstring_view(name) != L"srclient.dll")
                 return original(name, file, flags);
             SetLastError(ERROR_MOD_NOT_FOUND);
-            return isMissing ? nullptr : LoadLibraryW((programFolder() + L"restore_client.dll").c_str());
+            return isMissing ? nullptr : LoadLibraryW(besideTests(L"restore_client.dll").c_str());
         });
     }
 
-    /// What the client answers the next calls; see standins/RestoreClient.cpp.
     static void answer(const wchar_t* answers)
     {
         SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers);
@@ -35,9 +40,9 @@ public:
     /// What it was called with since the last time.
     std::wstring takeRecord() const
     {
-        const Bytes bytes = readBytes(m_record);
+        std::wstring text = readText(m_record);
         DeleteFileW(m_record.c_str());
-        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+        return text;
     }
 
     bool isMissing = false;
