@@ -146,6 +146,8 @@ protected:
 // What stood there before stays unless a new one is made.
 TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 {
+    major = 6; // where nobody is asked about an older one
+    minor = 1;
     const std::wstring begun = L"set 100 12 0 " + name + L"\n";
     const auto ended = [&](const std::wstring& number) {
         return begun + L"set 101 12 " + number + L" " + name + L"\n";
@@ -226,6 +228,7 @@ TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
     EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestore WHERE SequenceNumber = 12");
     EXPECT_EQ(create(1, L"Windows Update", 1, 0), 0) << "that system keeps no such limit";
     EXPECT_EQ(create(2, L"Windows Update", 0, 0), 0) << "cannot be told";
+    EXPECT_EQ(create(2, nullptr, 1, 0), 0) << "without a description it cannot be told";
     EXPECT_EQ(create(2, L"Windows Update", 1, 5), 0) << "cannot be asked";
 }
 

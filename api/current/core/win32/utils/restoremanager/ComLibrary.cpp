@@ -126,7 +126,7 @@ unsigned long ComValue::getNumber() const
     return static_cast<unsigned long>(m_value.lVal);
 }
 
-bool ComValue::isText(const wchar_t* text) const noexcept
+bool ComValue::isOtherText(const wchar_t* text) const noexcept
 {
-    return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr && std::wcscmp(m_value.bstrVal, text) == 0;
+    return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr && std::wcscmp(m_value.bstrVal, text) != 0;
 }

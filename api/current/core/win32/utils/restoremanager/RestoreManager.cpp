@@ -57,7 +57,7 @@ bool isAnothers(const ComLibrary& com, std::int64_t sequenceNumber, const wchar_
         ComValue listed(com);
         return point.get() != nullptr &&
                SUCCEEDED(point->Get(L"Description", 0, listed.receive(), nullptr, nullptr)) &&
-               !listed.isText(description);
+               listed.isOtherText(description);
     } catch (...) { // the restore point is there, and its number must not be lost
         return false;
     }

@@ -121,8 +121,8 @@ public:
     [[nodiscard]] VARIANT* receive() noexcept { return &m_value; }
     /// The 32-bit number that it holds. Raises a bare 13 when it holds anything else.
     [[nodiscard]] unsigned long getNumber() const;
-    /// Whether it holds exactly this text.
-    [[nodiscard]] bool isText(const wchar_t* text) const noexcept;
+    /// Whether it holds a text, and another one than this.
+    [[nodiscard]] bool isOtherText(const wchar_t* text) const noexcept;
 
 private:
     const ComLibrary& m_com;
