@@ -70,3 +70,12 @@ std::optional<unsigned long> Arguments::number(const wchar_t* option, unsigned l
                          std::to_wstring(most)};
     return number;
 }
+
+std::wstring requireDrive(const std::wstring& word)
+{
+    const bool drive = (word.size() == 2 || (word.size() == 3 && word[2] == L'\\')) && word[1] == L':' &&
+                       word[0] < 0x80 && std::iswalpha(word[0]) != 0;
+    if (!drive)
+        throw UsageError{printable(word) + L" is not a drive such as D:"};
+    return word.substr(0, 2) + L"\\";
+}

@@ -53,6 +53,9 @@ private:
     std::map<std::wstring, std::wstring> m_options;
 };
 
+/// "D:" or "D:\" as the drive's root. Throws UsageError.
+std::wstring requireDrive(const std::wstring& word);
+
 /// One command of the program. `run` gets the words after the command's name and returns an ExitCode.
 struct Command
 {
@@ -65,4 +68,6 @@ struct Command
 extern const Command kScanCommand;
 extern const Command kWipeCommand;
 extern const Command kBootCommand;
+extern const Command kRestoreCommand;
+extern const Command kSnapshotCommand;
 extern const Command kLogCommand;

@@ -66,6 +66,8 @@ enum class Answer
 /// Asks at the console; only the whole answer "yes" is one. Throws UsageError when nobody would see the
 /// question or could answer it.
 Answer ask(std::wstring_view question);
+/// Asks for a text that does not show while it is typed; kYes, or kCancelled. Throws UsageError like ask.
+Answer askSecret(std::wstring_view question, std::wstring& secret);
 
 /// A line that is written over and over, on messages() when that is a terminal.
 class ProgressLine

@@ -29,27 +29,50 @@ void readLine(HANDLE input, Reply& reply)
     }
     SetEvent(reply.read.get());
 }
-} // namespace
 
-Answer ask(std::wstring_view question)
+/// The line that is typed after a question, with its end. False when the question was cancelled.
+bool readReply(std::wstring_view question, DWORD modeOff, const wchar_t* withoutTerminal, std::wstring& line)
 {
     const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
     if (!GetConsoleMode(input, &mode) || !messages().isTerminal())
-        throw UsageError{L"there is nobody to ask; say --yes"};
+        throw UsageError{withoutTerminal};
     // What was typed before the question is no answer to it.
     FlushConsoleInputBuffer(input);
     messages().write(question);
     messages().flush();
 
+    if (modeOff != 0)
+        SetConsoleMode(input, mode & ~modeOff);
     // Read on a thread of its own, which may outlive the question: nothing can call a waiting read back.
     const auto reply = std::make_shared<Reply>();
     std::thread([reply, input] { readLine(input, *reply); }).detach();
     const HANDLE either[] = {cancelEvent(), reply->read.get()};
     WaitForMultipleObjects(2, either, FALSE, INFINITE);
-    if (isCancelled() || reply->interrupted) {
+    if (modeOff != 0)
+        SetConsoleMode(input, mode);
+    const bool isCancelledNow = isCancelled() || reply->interrupted;
+    if (isCancelledNow || modeOff != 0)
         messages().writeLine(L"");
+    if (!isCancelledNow)
+        line.swap(reply->line);
+    return !isCancelledNow;
+}
+} // namespace
+
+Answer ask(std::wstring_view question)
+{
+    std::wstring line;
+    if (!readReply(question, 0, L"there is nobody to ask; say --yes", line))
         return Answer::kCancelled;
-    }
-    return reply->line == L"yes\r\n" || reply->line == L"yes\n" ? Answer::kYes : Answer::kNo;
+    return line == L"yes\r\n" || line == L"yes\n" ? Answer::kYes : Answer::kNo;
+}
+
+Answer askSecret(std::wstring_view question, std::wstring& secret)
+{
+    if (!readReply(question, ENABLE_ECHO_INPUT, L"there is nobody to ask for the password", secret))
+        return Answer::kCancelled;
+    while (!secret.empty() && (secret.back() == L'\n' || secret.back() == L'\r'))
+        secret.pop_back();
+    return Answer::kYes;
 }

@@ -2,11 +2,11 @@
 #include "Console.h"
 
 #include <algorithm>
-#include <cwctype>
 #include <iterator>
 #include <unordered_set>
 
 #include "ProtectedFolders.h"
+#include "RestorePoint.h"
 #include "Rules.h"
 #include "TreeListing.h"
 #include "WipeRun.h"
@@ -15,7 +15,7 @@ namespace {
 constexpr const wchar_t* kHelp =
     LR"(usage: sysmaint wipe file PATH... | tree FOLDER | free DRIVE | volume DRIVE
                 [--method zeros|random|gutmann] [--passes N] [--filter TEXT] [--ignore TEXT]
-                [--hard-links] [--names] [--yes]
+                [--hard-links] [--names] [--restore-point] [--yes]
 
 Overwrites data and deletes it. What it will do is shown first, and it asks before it begins.
 
@@ -34,6 +34,7 @@ Overwrites data and deletes it. What it will do is shown first, and it asks befo
              under the others then. Without this option such files are named and left alone.
   --names    with free: also the names of deleted files, and the contents of very small ones, that the table
              of files still holds. Fills it with small files and deletes them again; done once.
+  --restore-point   make a restore point of the system first, and do nothing without it
   --yes      do not ask
 
 A wipe that is cancelled, with Ctrl+C or because the console or the session ends, deletes the file in hand
@@ -59,15 +60,6 @@ OwnedHandle holdParent(const WipeTarget& target)
                                      FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
-std::wstring requireDrive(const std::wstring& word)
-{
-    const bool drive = (word.size() == 2 || (word.size() == 3 && word[2] == L'\\')) && word[1] == L':' &&
-                       word[0] < 0x80 && std::iswalpha(word[0]) != 0;
-    if (!drive)
-        throw UsageError{printable(word) + L" is not a drive such as D:"};
-    return word.substr(0, 2) + L"\\";
-}
-
 /// Shows what is about to happen and asks.
 Answer confirm(const WipeOptions& options, const std::wstring& what, bool files)
 {
@@ -77,9 +69,11 @@ Answer confirm(const WipeOptions& options, const std::wstring& what, bool files)
     if (files)
         messages().writeLine(L"Cancelling deletes the file in hand without overwriting the rest of it.");
     messages().flush();
-    if (options.yes)
-        return Answer::kYes;
-    const Answer answer = ask(L"This cannot be undone. Go on? Type yes: ");
+    Answer answer = options.yes ? Answer::kYes : ask(L"This cannot be undone. Go on? Type yes: ");
+    if (answer == Answer::kYes && options.restorePoint && !makeRestorePointFirst(L"wipe"))
+        answer = Answer::kNo;
+    if (answer == Answer::kYes && isCancelled()) // while the restore point was made
+        answer = Answer::kCancelled;
     if (answer != Answer::kYes)
         messages().writeLine(L"nothing was wiped");
     return answer;
@@ -271,6 +265,7 @@ WipeOptions optionsOf(const Arguments& arguments)
     options.yes = arguments.has(L"--yes");
     options.hardLinks = arguments.has(L"--hard-links");
     options.names = arguments.has(L"--names");
+    options.restorePoint = arguments.has(L"--restore-point");
     options.hasRules = arguments.has(L"--filter") || arguments.has(L"--ignore");
     options.validator = makeValidator(arguments);
     return options;
@@ -284,6 +279,7 @@ int run(const std::vector<std::wstring>& words)
                                       {L"--ignore", true},
                                       {L"--hard-links", false},
                                       {L"--names", false},
+                                      {L"--restore-point", false},
                                       {L"--yes", false}});
     if (arguments.operands().size() < 2)
         throw UsageError{L"wipe what? file, tree, free or volume, and which"};

@@ -18,6 +18,7 @@ struct WipeOptions
     bool hasRules = false;
     bool hardLinks = false;
     bool names = false;
+    bool restorePoint = false; // first, or nothing is done
     bool yes = false;
 };
 

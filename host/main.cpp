@@ -8,7 +8,8 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand, &kWipeCommand, &kBootCommand, &kLogCommand};
+const Command* const kCommands[] = {&kScanCommand,    &kWipeCommand,     &kBootCommand,
+                                    &kRestoreCommand, &kSnapshotCommand, &kLogCommand};
 
 void printUsage(Output& output)
 {

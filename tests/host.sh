@@ -240,6 +240,63 @@ run 1 log module text
 grep -q '(0)' "$work/err" && fail "a log that cannot be had: $(cat "$work/err")"
 rm "$(dirname "$log")" && mv "$work/logs" "$(dirname "$log")"
 
+# Restore points: the system's client is a stand-in here, which writes down how it was called.
+export SYSMAINT_RESTORE_RECORD SYSMAINT_RESTORE_ANSWERS= SYSMAINT_TOOL_RECORD
+SYSMAINT_RESTORE_RECORD=$(windows_path "$work/record") SYSMAINT_TOOL_RECORD=$(windows_path "$work/record")
+# recorded LINES: what was written down, without the time of the description; and forgets it
+recorded() {
+    local told
+    told=$(cat "$work/record" 2>/dev/null | iconv -f UTF-16LE | sed 's/[0-9.]\{10\} [0-9:]\{8\}$/TIME/')
+    rm -f "$work/record"
+    [ "$told" = "$1" ] || fail "recorded '$told', not '$1'"
+}
+made=$'set 100 12 0 NAME_TIME\nset 101 12 12 NAME_TIME'
+run 0 restore create 'größe €' && says out 'restore point 12: größe €_' && recorded "${made//NAME/größe €}"
+run 0 restore create --json && says out '{"type":"restorePoint","number":12,"name":"sysmaint_' && recorded "${made//NAME/sysmaint}"
+SYSMAINT_RESTORE_ANSWERS='n0 n0' run 1 restore create && says err 'one of the last 24 hours (183)' && recorded $'set 100 12 0 sysmaint_TIME\nset 101 12 0 sysmaint_TIME'
+SYSMAINT_RESTORE_ANSWERS=s1058 run 1 restore create && says err '(1058)' && [ ! -s "$work/out" ] || fail 'a refused restore point'
+rm -f "$work/record"
+run 2 restore delete 12 && says err '--yes'
+for number in 0 4294967296 12x -1 99999999999 '1 2'; do run 2 restore delete --yes -- "$number" && says err 'not the number'; done
+recorded ''
+run 0 restore delete 12 --yes && says err 'delete restore point 12' && recorded 'remove 12'
+SYSMAINT_RESTORE_ANSWERS=s13 run 1 restore delete 7 --yes && says err '(13)' && recorded 'remove 7'
+run 0 restore enable C:
+run 2 restore enable 'C:\windows'
+for words in '' status\ 1 'delete' 'enable' 'create a b' 'on'; do run 2 restore $words; done
+# The true version decides who is asked: the registry of the oldest has no such key, this WMI has no configuration.
+for version in win2k winxp winxp64 vista win7 win81 win10; do
+    "$runner" reg add 'HKCU\Software\Wine\AppDefaults\sysmaint.exe' /v Version /d "$version" /f >/dev/null
+    case $version in
+    win2k) run 0 restore status && says out 'does not tell' ;;
+    winxp*) run 0 restore status --json && says out '{"type":"status","enabled":true}' ;;
+    *) run 1 restore status && says err '(1168)' ;;
+    esac
+done
+"$runner" reg delete 'HKCU\Software\Wine\AppDefaults\sysmaint.exe' /f >/dev/null
+# Without its restore point a wipe does nothing, and with it the point comes first.
+printf x >"$work/kept"
+SYSMAINT_RESTORE_ANSWERS=e5 run 1 wipe file "$(windows_path "$work/kept")" --restore-point --yes && says err 'nothing was wiped' && says err '(5)'
+[ -e "$work/kept" ] && recorded 'set 100 12 0 sysmaint wipe_TIME' || fail 'wiped without its restore point'
+run 0 wipe file "$(windows_path "$work/kept")" --restore-point --yes && recorded "${made//NAME/sysmaint wipe}"
+[ -e "$work/kept" ] && fail 'not wiped'
+
+# The snapshot tool: it asks first, and no password is given on the command line.
+tool=$(windows_path "$(dirname "$host")/snapshot_tool.exe")
+lines() { recorded "$(printf '%s\n' "$@")"; }
+run 0 snapshot create 'a b' --tool "$tool" --comment 'c d' --user u && lines 'vrlcmd /n /name "a b" /comment "c d" /user "u"' vrlcmd /n /name 'a b' /comment 'c d' /user u
+SYSMAINT_SNAPSHOT_PASSWORD='p"' run 1 snapshot create n --tool "$tool" --password && says err '0xC0000001' && recorded ''
+SYSMAINT_SNAPSHOT_PASSWORD=p run 0 snapshot restore baseline --tool "$tool" --user u --password --yes && lines 'vrlcmd /r /baseline  /user u /pass p' vrlcmd /r /baseline /user u /pass p
+run 0 snapshot restore time '14:07 x' --tool "$tool" --yes && lines 'vrlcmd /r /time "14:07 x"' vrlcmd /r /time '14:07 x'
+run 1 snapshot restore name none --tool "$tool" --yes && says err '0xC0000001' && recorded ''
+run 1 snapshot create n --tool 'C:\none.exe' && says out 'CreateProcess failed (2).'
+run 2 snapshot create n --tool "$tool" --password && says err 'nobody to ask'
+run 2 snapshot create n --tool "$tool" --password geheim && run 2 snapshot geheim && ! grep -q geheim "$work/err" || fail 'a password is shown'
+run 2 snapshot restore current --tool "$tool" && says err '--yes'
+for words in 'create n' 'restore' 'restore current x' 'restore time' 'restore 4' 'restore current --comment c'; do run 2 snapshot $words --tool; done
+for words in 'restore' 'restore current x' 'restore time' 'restore 4' 'restore current --comment c'; do run 2 snapshot $words --yes --tool "$tool"; done
+recorded ''
+
 # Ctrl+C ends it cleanly and says what was found so far.
 mkfifo "$work/pipe"
 "$runner" "$host" scan 'Z:\usr' >"$work/pipe" 2>"$work/err" </dev/null &

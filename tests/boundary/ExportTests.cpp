@@ -2,13 +2,15 @@
 // give back what they take.
 
 #include <cstring>
+#include <optional>
 
 #include "core/win32/registry/api.h"
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/logger/api.h"
+#include "core/win32/utils/restoremanager/api.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/threadpool/api.h"
-#include "support/Wipe.h"
+#include "support/RestoreClient.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/paths/include/CachedPath.h"
 
@@ -51,17 +53,22 @@ MessageW plain(kName, 1U);
 const wchar_t* text = nullptr;
 wchar_t token[4];
 int flag = 0;
+std::int64_t pointNumber = 0;
+std::uint64_t room = 0;
 long workCode = 0;
 
 /// What the functions of the table are called with: one open object of each family.
 struct Handles
 {
-    explicit Handles(void* handle = nullptr) : all{handle, handle, handle, handle, handle}, topic(handle) {}
+    explicit Handles(void* handle = nullptr)
+        : all{handle, handle, handle, handle, handle, handle}, topic(handle)
+    {
+    }
     Handles(Handles&&) = delete;
 
-    void* all[7]; // the last two are instances of work in the pool
+    void* all[8]; // the last two are instances of work in the pool
     void *&item = all[0], *&engine = all[1], *&keys = all[2], *&pool = all[3], *&logger = all[4];
-    void *&named = all[5], *&numbered = all[6];
+    void *&restore = all[5], *&named = all[6], *&numbered = all[7];
     TopicHandle topic;
 };
 
@@ -86,6 +93,7 @@ struct Objects : Handles
         topic = CreateMessageTopic(kName);
         TopicSubscribe(topic, taker);
         numberedTopic = CreateMessageTopic(7UL);
+        restore = CreateRestoreManager(kName);
         if (withLogger)
             logger = CreateLogger(kName);
     }
@@ -95,6 +103,7 @@ struct Objects : Handles
         CloseFileScanEngine(engine);
         CloseRegistryScanEngine(keys);
         THPCloseThreadpool(pool);
+        CloseRestoreManager(restore);
         if (logger != nullptr)
             CloseLogger(logger);
     }
@@ -281,6 +290,15 @@ const Row kRows[] = {
     OPENS(CloseLogger, OpenLogger(kName)),
     USES(WriteLogEntry(o.logger, kName, kName)),
     CLOSES(CloseLogger(o.logger)),
+    MAKES(DllGetVRL()),
+    OPENS(CloseRestoreManager, CreateRestoreManager(kOther)),
+    USES(CreateRestorePoint(o.restore)),
+    USES(DeleteRestorePoint(o.restore, 12)),
+    USES(EnableSystemRestore(o.restore, L"C:\\")),
+    USES_GIVING(ERROR_NOT_FOUND, IsSystemRestoreEnabled(o.restore, &flag)), // this WMI has no configuration
+    USES(GetRestorePointID(o.restore, pointNumber)),
+    USES_GIVING(ERROR_MORE_DATA, (room = 4, GetRestorePointName(o.restore, token, &room))),
+    CLOSES(CloseRestoreManager(o.restore)),
 };
 
 /// What is wrong whatever the handle: 87 unless the row says otherwise.
@@ -351,6 +369,12 @@ const Row kNulls[] = {
     MAKES(TopicGetNameByHandle(o.topic, nullptr)),
     MAKES(WriteLogEntry(o.logger, nullptr, kName)),
     MAKES(WriteLogEntry(o.logger, kName, nullptr)),
+    OPENS(CloseRestoreManager, CreateRestoreManager(nullptr)),
+    MAKES(DeleteRestorePoint(o.restore, -1)),
+    MAKES(EnableSystemRestore(o.restore, nullptr)),
+    MAKES(IsSystemRestoreEnabled(o.restore, nullptr)),
+    MAKES(GetRestorePointName(o.restore, nullptr, &room)),
+    MAKES(GetRestorePointName(o.restore, token, nullptr)),
     FINDS_NONE(CloseFileScanEngine, OpenFileScanEngine(kOther)),
     FINDS_NONE(CloseRegistryScanEngine, OpenRegistryScanEngine(kOther)),
     FINDS_NONE(CloseScanItem, OpenScanItem(kOther, kOther)),
@@ -371,6 +395,7 @@ protected:
         folder = scratchFolder() + L"\\";
         path = folder + L"a file with a long name";
         file = path.c_str();
+        client.emplace(scratchFolder());
         writeBytes(path, {1, 2, 3});
         HKEY inner = nullptr;
         RegCreateKeyW(HKEY_CURRENT_USER, (std::wstring(kKey) + L"\\inner").c_str(), &inner);
@@ -402,6 +427,7 @@ protected:
         RegCloseKey(boot);
         RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
         DeleteFileW(file);
+        client->takeRecord();
         RemoveDirectoryW(folder.c_str());
     }
 
@@ -423,6 +449,7 @@ protected:
 
     std::wstring path;
     HKEY boot = nullptr;
+    std::optional<RestoreClient> client;
 };
 
 void expectRefused(Handles& handles, const char* kind, long poolCode = ERROR_INVALID_HANDLE)

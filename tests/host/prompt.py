@@ -20,7 +20,7 @@ CASES = [  # typed, exit code, whether the file is still there
 ]
 
 
-def answer(command, typed):
+def answer(command, typed, question=b'Type yes'):
     """Starts the command at a terminal of its own; returns its exit code and what it wrote there."""
     child, terminal = pty.fork()
     if child == 0:
@@ -37,7 +37,7 @@ def answer(command, typed):
         except OSError:
             break
         seen += piece
-        if not sent and b'Type yes' in seen:
+        if not sent and question in seen:
             os.write(terminal, typed)
             sent = True
     else:
@@ -54,6 +54,18 @@ def main():
         code, seen = answer(command + ['wipe', 'file', target], typed)
         if code != expected or os.path.exists(path) != stays:
             print(f'{typed!r}: exit code {code}, {"still there" if os.path.exists(path) else "gone"}: {seen!r}')
+    # A password does not show while it is typed.
+    tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')
+    os.environ['SYSMAINT_TOOL_RECORD'] = target
+    os.environ.pop('SYSMAINT_SNAPSHOT_PASSWORD', None)
+    snapshot = ['snapshot', 'create', 'n', '--tool', 'Z:' + tool.replace('/', '\\'), '--password']
+    for typed, expected, line in [(b'geheim\r', 0, 'vrlcmd /n /name "n" /pass "geheim"'), (b'gehe\x03', 130, ''), (b'\r', 2, '')]:
+        open(path, 'w', encoding='utf-8').close()
+        code, seen = answer(command + snapshot, typed, b'Password:')
+        with open(path, encoding='utf-16-le') as file:
+            told = file.read().split('\n')[0]
+        if code != expected or told != line or b'gehe' in seen:
+            print(f'{typed!r}: exit code {code}, {told!r}: {seen!r}')
 
 
 main()

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <wbemcli.h>
+
+#include "core/win32/utils/restoremanager/include/ComLibrary.h"
+
+/// A connection to the WMI namespace "ROOT\Default", where System Restore has its classes. On a thread with
+/// COM, and with the process's COM security set.
+class WmiNamespace
+{
+public:
+    /// Raises an Exception with the low 16 bits of the code of the call that failed.
+    explicit WmiNamespace(const ComLibrary& com);
+
+    /// The first object that a WQL query finds, or an empty pointer. Raises an Exception.
+    [[nodiscard]] ComPtr<IWbemClassObject> findFirst(const wchar_t* query) const;
+    /// Calls a static method that takes one text. Returns what the method returns. Raises an Exception, or a
+    /// bare 13 for a result that is no number.
+    unsigned long callMethod(const wchar_t* className, const wchar_t* method, const wchar_t* parameter,
+                             const wchar_t* text) const;
+
+private:
+    void setBlanket(IUnknown* proxy) const;
+
+    const ComLibrary& m_com;
+    ComPtr<IWbemLocator> m_locator;
+    ComPtr<IWbemServices> m_services;
+};

@@ -1,0 +1,404 @@
+// Restore managers, with a stand-in for the restore client, one for WMI, and the platform's own WMI.
+
+#include <objbase.h>
+#include <sddl.h>
+
+#include <thread>
+
+#include "core/win32/utils/restoremanager/api.h"
+#include "support/RestoreClient.h"
+#include "support/Wmi.h"
+
+namespace {
+constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\SystemRestore";
+constexpr auto kFailed = static_cast<HRESULT>(0x80041003);
+constexpr auto kWithoutCode = static_cast<HRESULT>(0x80040000);
+
+// In the place of COM's functions.
+HRESULT initialize(void* reserved, DWORD kind)
+{
+    const HRESULT result = com.next();
+    const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
+    com.apartments += SUCCEEDED(real) ? 1 : 0;
+    return real;
+}
+void uninitialize()
+{
+    --com.apartments;
+    EXPECT_EQ(com.references, 0) << "released after COM";
+    ::CoUninitialize();
+}
+std::wstring security; // who may call in
+DWORD level = 0;
+HRESULT initializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG, void*, void*, DWORD authentication, DWORD,
+                           void*, DWORD, void*)
+{
+    wchar_t* text = nullptr;
+    ConvertSecurityDescriptorToStringSecurityDescriptorW(
+        descriptor, SDDL_REVISION_1,
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text, nullptr);
+    security = text != nullptr ? text : L"";
+    level = authentication;
+    LocalFree(text);
+    return com.next();
+}
+HRESULT createInstance(const CLSID& id, IUnknown* outer, DWORD context, const IID& type, void** object)
+{
+    const HRESULT result = com.next();
+    return FAILED(result) ? result : ::CoCreateInstance(id, outer, context, type, object);
+}
+HRESULT setProxyBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD impersonation, void*, DWORD)
+{
+    EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+    return com.next();
+}
+BSTR allocString(const wchar_t* text)
+{
+    const bool failed = FAILED(com.next());
+    com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
+    com.texts += failed ? 0 : 1;
+    return failed ? nullptr : ::SysAllocString(text);
+}
+void freeString(BSTR text)
+{
+    com.texts -= text != nullptr ? 1 : 0;
+    ::SysFreeString(text);
+}
+HRESULT clearVariant(VARIANT* value)
+{
+    com.texts -= value->vt == VT_BSTR ? 1 : 0;
+    return ::VariantClear(value);
+}
+const std::map<std::string_view, void*> kReplaced{
+    {"CoInitializeEx", FakeObject::method(&initialize)},
+    {"CoUninitialize", FakeObject::method(&uninitialize)},
+    {"CoInitializeSecurity", FakeObject::method(&initializeSecurity)},
+    {"CoCreateInstance", FakeObject::method(&createInstance)},
+    {"CoSetProxyBlanket", FakeObject::method(&setProxyBlanket)},
+    {"SysAllocString", FakeObject::method(&allocString)},
+    {"SysFreeString", FakeObject::method(&freeString)},
+    {"VariantClear", FakeObject::method(&clearVariant)}};
+
+class RestoreTest : public testing::Test
+{
+protected:
+    RestoreTest()
+    {
+        com = ComCalls{};
+        RestoreClient::answer(nullptr);
+        functions.setHook([this](auto original, HMODULE module, LPCSTR name) -> FARPROC {
+            SetLastError(ERROR_PROC_NOT_FOUND);
+            if (name == missing)
+                return nullptr;
+            const auto found = kReplaced.find(name);
+            return found != kReplaced.end() ? reinterpret_cast<FARPROC>(found->second)
+                                            : original(module, name);
+        });
+        versions.setHook([this](auto, RTL_OSVERSIONINFOW* told) -> LONG {
+            told->dwMajorVersion = major;
+            told->dwMinorVersion = minor;
+            return 0;
+        });
+    }
+    ~RestoreTest() override { CloseRestoreManager(manager); }
+
+    [[nodiscard]] std::int64_t number() const
+    {
+        std::int64_t result = -1;
+        EXPECT_EQ(GetRestorePointID(manager, result), ERROR_SUCCESS);
+        return result;
+    }
+    static std::wstring nameOf(void* manager)
+    {
+        wchar_t text[1024];
+        std::uint64_t size = 1024;
+        EXPECT_EQ(GetRestorePointName(manager, text, &size), ERROR_SUCCESS);
+        return text;
+    }
+    /// The code, and the flag in the next digit: 7 is as it was.
+    [[nodiscard]] long status() const
+    {
+        int flag = 7;
+        const long code = IsSystemRestoreEnabled(manager, &flag);
+        EXPECT_TRUE(com.isBalanced());
+        return code * 10 + flag;
+    }
+    /// Makes a restore point; the code, and all that the client was called with.
+    void expectCreated(const wchar_t* answers, long code, const std::wstring& record)
+    {
+        RestoreClient::answer(answers);
+        EXPECT_EQ(CreateRestorePoint(manager), code) << answers;
+        EXPECT_EQ(client.takeRecord(), record) << answers;
+        EXPECT_TRUE(com.isBalanced()) << answers;
+        EXPECT_EQ(GetModuleHandleW(L"restore_client.dll"), nullptr) << "not unloaded";
+    }
+
+    std::string_view missing; // function
+    DWORD major = 10, minor = 0;
+    RestoreClient client{scratchFolder()};
+    Replaced<"GetProcAddress", decltype(&GetProcAddress)> functions;
+    Replaced<"RtlGetVersion", LONG(WINAPI*)(RTL_OSVERSIONINFOW*)> versions;
+    void* manager = CreateRestoreManager(L"tests");
+    std::wstring name = nameOf(manager);
+};
+} // namespace
+
+// What stood there before stays unless a new one is made.
+TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
+{
+    major = 6; // where nobody is asked about an older one
+    minor = 1;
+    const std::wstring begun = L"set 100 12 0 " + name + L"\n";
+    const auto ended = [&](const std::wstring& number) {
+        return begun + L"set 101 12 " + number + L" " + name + L"\n";
+    };
+    for (const auto& [answers, code, record, kept] :
+         std::initializer_list<std::tuple<const wchar_t*, long, std::wstring, std::int64_t>>{
+             {L"e5", 5, begun, 0},
+             {L"s1058", 1058, begun, 0},
+             {L"e0", 1003, begun, 0},
+             {L"n12 e5", 5, ended(L"12"), 0},
+             {L"n0 n0", 183, ended(L"0"), 0},
+             {L"n12 n99", 0, ended(L"12"), 12},
+             {L"e5", 5, begun, 12},
+             {L"n12 n12", 183, ended(L"12"), 12},
+             {L"n0 n0", 183, ended(L"0"), 12},
+             {L"n4294967295 n0", 0, ended(L"4294967295"), 4294967295}}) {
+        expectCreated(answers, code, record);
+        EXPECT_EQ(number(), kept) << answers;
+    }
+    // Administrators, services, the process itself and the system may call in, to execute; nobody else.
+    EXPECT_EQ(security, L"O:BAG:BAD:(A;;CCDC;;;BA)(A;;CCDC;;;LS)(A;;CCDC;;;NS)(A;;CCDC;;;PS)(A;;CCDC;;;SY)");
+    EXPECT_EQ(level, DWORD{RPC_C_AUTHN_LEVEL_PKT_PRIVACY});
+}
+
+TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
+{
+    const auto remove = [&](std::int64_t number, long code, const wchar_t* answers, const wchar_t* record) {
+        RestoreClient::answer(L"n12 n12");
+        CreateRestorePoint(manager);
+        client.takeRecord();
+        RestoreClient::answer(answers);
+        EXPECT_EQ(DeleteRestorePoint(manager, number), code) << number;
+        EXPECT_EQ(client.takeRecord(), record) << number;
+        EXPECT_EQ(this->number(), 0) << number;
+        EXPECT_TRUE(com.isBalanced());
+    };
+    remove(12, 0, L"n0", L"remove 12\n");
+    remove(4294967295, 0, L"n0", L"remove 4294967295\n");
+    remove(7, 5, L"e5", L"remove 7\n");
+    remove(0, 13, L"s13", L"remove 0\n");
+    remove(4294967296 + 12, 87, L"n0", L"");
+    remove(-1, 87, L"n0", L"");
+    client.isMissing = true;
+    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_MOD_NOT_FOUND);
+    expectCreated(L"", ERROR_MOD_NOT_FOUND, L"");
+    client.isMissing = false;
+    for (const auto& [function, fake] : kReplaced) {
+        missing = function;
+        EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND) << function;
+    }
+    missing = "SRRemoveRestorePoint";
+    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND);
+    missing = "SRSetRestorePointW";
+    expectCreated(L"", ERROR_PROC_NOT_FOUND, L"");
+    EXPECT_EQ(number(), 0);
+}
+
+// The system's success with an older restore point's number is no success, and that number is not kept.
+TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
+{
+    const FakeWmi wmi;
+    const auto create = [&](DWORD minorVersion, const wchar_t* description, long rows, long failing) {
+        major = 6;
+        minor = minorVersion;
+        VARIANT& listed = FakeWmi::properties[L"Description"] = FakeWmi::number(0, VT_BSTR);
+        listed.bstrVal = ::SysAllocString(description);
+        FakeWmi::rows = rows;
+        com.fail(failing, kFailed);
+        const long code = CreateRestorePoint(manager);
+        EXPECT_EQ(number(), code == 0 ? 12 : 0);
+        com.failing = 0;
+        DeleteRestorePoint(manager, 12);
+        EXPECT_TRUE(com.isBalanced());
+        return ::SysFreeString(listed.bstrVal), code;
+    };
+    EXPECT_EQ(create(2, name.c_str(), 1, 0), 0);
+    EXPECT_EQ(create(2, L"Windows Update", 1, 0), 183);
+    EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestore WHERE SequenceNumber = 12");
+    EXPECT_EQ(create(1, L"Windows Update", 1, 0), 0) << "that system keeps no such limit";
+    EXPECT_EQ(create(2, L"Windows Update", 0, 0), 0) << "cannot be told";
+    EXPECT_EQ(create(2, nullptr, 1, 0), 0) << "without a description it cannot be told";
+    EXPECT_EQ(create(2, L"Windows Update", 1, 5), 0) << "cannot be asked";
+}
+
+TEST_F(RestoreTest, DescribesItsPointByNameAndLocalTime)
+{
+    CloseRestoreManager(manager);
+    Replaced<"GetLocalTime", decltype(&GetLocalTime)> clock(
+        [](auto, SYSTEMTIME* now) { *now = {2010, 3, 5, 5, 14, 7, 9, 0}; });
+    manager = CreateRestoreManager(L"Registry");
+    const std::wstring described = L"Registry_05.03.2010 14:07:09";
+    const std::uint64_t needed = described.size() + 1;
+    for (const std::uint64_t size : {std::uint64_t{0}, needed - 1, needed, needed + 1}) {
+        std::uint64_t room = size;
+        std::wstring buffer(needed + 1, L'?');
+        EXPECT_EQ(GetRestorePointName(manager, buffer.data(), &room), size < needed ? 234 : 0) << size;
+        EXPECT_EQ(room, std::max(size, needed)) << size;
+        EXPECT_EQ(buffer, size < needed ? std::wstring(needed + 1, L'?') : described + L'\0' + L'?') << size;
+    }
+    // Cut where the client's field ends, between two characters.
+    for (const std::size_t length : {254U, 255U}) {
+        const std::wstring longName = std::wstring(length, L'x') + L"\U0001F5D1";
+        CloseRestoreManager(std::exchange(manager, CreateRestoreManager(longName.c_str())));
+        CreateRestorePoint(manager);
+        EXPECT_EQ(client.takeRecord().substr(0, 14 + length),
+                  L"set 100 12 0 " + longName.substr(0, length) + L"\n");
+        EXPECT_EQ(nameOf(manager), longName + L"_05.03.2010 14:07:09");
+    }
+}
+
+TEST_F(RestoreTest, AsksTheRegistryOrWmiAsTheVersionWants)
+{
+    const FakeWmi wmi;
+    FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(1);
+    struct Row
+    {
+        DWORD major, minor;
+        int data; // of the value; -1: no key, -2: no value, -3: a text
+        long expected;
+    };
+    for (const Row& row : {Row{4, 10, 1, 7},
+                           {5, 0, 1, 7},
+                           {5, 3, 1, 7},
+                           {5, 1, -1, 1},
+                           {5, 2, -1, 1},
+                           {5, 1, -2, 27},
+                           {5, 1, 0, 1},
+                           {5, 2, 1, 0},
+                           {5, 1, 2, 0},
+                           {5, 2, -3, 16307},
+                           {6, 0, 1, 1},
+                           {6, 1, 1, 1},
+                           {6, 3, 1, 1},
+                           {10, 0, 1, 1},
+                           {11, 0, 1, 1}}) {
+        major = row.major;
+        minor = row.minor;
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
+        if (row.data != -1)
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, row.data == -2 ? L"Other" : L"DisableSR",
+                            row.data == -3 ? REG_SZ : REG_DWORD, &row.data, sizeof row.data);
+        EXPECT_EQ(status(), row.expected) << major << "." << minor << ", " << row.data;
+    }
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> keys(
+        [](auto...) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    major = 5;
+    minor = 1;
+    EXPECT_EQ(status(), 57);
+}
+
+TEST_F(RestoreTest, TakesFromWmiWhatItSays)
+{
+    const FakeWmi wmi;
+    for (const auto& [rows, interval, expected] :
+         std::initializer_list<std::tuple<long, VARIANT, long>>{{1, FakeWmi::number(1), 1},
+                                                                {1, FakeWmi::number(0), 0},
+                                                                {3, FakeWmi::number(-1, VT_UI4), 1},
+                                                                {0, FakeWmi::number(1), 11687},
+                                                                {1, FakeWmi::number(1, VT_NULL), 137},
+                                                                {1, FakeWmi::number(1, VT_BOOL), 137}}) {
+        FakeWmi::rows = rows;
+        FakeWmi::properties[L"RPSessionInterval"] = interval;
+        EXPECT_EQ(status(), expected);
+        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestoreConfig");
+    }
+    FakeWmi::properties.clear();
+    EXPECT_EQ(status(), 0x1002 * 10 + 7) << "the property is missing";
+    for (const long result : {0L, 5L}) {
+        FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(result);
+        EXPECT_EQ(EnableSystemRestore(manager, L"D:\\"), result);
+        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;SystemRestore.Enable;Drive=D:\\;SystemRestore.Enable");
+        EXPECT_EQ(level, DWORD{RPC_C_AUTHN_LEVEL_CONNECT});
+    }
+    FakeWmi::hasAnswer = false;
+    EXPECT_EQ(EnableSystemRestore(manager, L"D:\\"), 0x1002);
+    EXPECT_EQ(EnableSystemRestore(manager, L""), 87) << "to WMI it means all drives";
+    EXPECT_TRUE(com.isBalanced());
+}
+
+// Each call of each operation in turn fails: its code, and everything is given back.
+TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
+{
+    const FakeWmi wmi;
+    FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(0);
+    minor = 1;
+    major = 6;
+    int flag = 7;
+    int point = 0;
+    const std::pair<long, std::function<long()>> operations[] = {
+        {15, [&] { return EnableSystemRestore(manager, L"C:\\"); }},
+        {12, [&] { return IsSystemRestoreEnabled(manager, &flag); }},
+        {2, [&] { return DeleteRestorePoint(manager, 12); }},
+        {2, [&] { // each time another one
+             RestoreClient::answer((L"n" + std::to_wstring(++point)).c_str());
+             return CreateRestorePoint(manager);
+         }}};
+    DWORD handles = 0;
+    for (int turn = 0; turn < 2; ++turn) {
+        handles = turn == 0 ? 0 : processHandleCount();
+        for (const auto& [calls, run] : operations) {
+            com.fail(0, S_OK);
+            EXPECT_EQ(run(), ERROR_SUCCESS);
+            EXPECT_EQ(com.calls, calls);
+            for (long number = 1; number <= calls; ++number)
+                for (const HRESULT code : {kFailed, kWithoutCode}) {
+                    flag = 7;
+                    com.fail(number, code);
+                    const long result = run();
+                    EXPECT_EQ(result, com.code == E_OUTOFMEMORY ? 8
+                                      : code == kFailed         ? 0x1003
+                                                                : 574)
+                        << number;
+                    EXPECT_TRUE(com.isBalanced() && flag == 7) << number << " of " << calls;
+                }
+            com.fail(2, RPC_E_TOO_LATE); // the process's security, which is set already
+            EXPECT_EQ(run(), ERROR_SUCCESS);
+        }
+    }
+    EXPECT_LE(processHandleCount(), handles);
+    com.fail(0, S_OK);
+    for (const char* function :
+         {"CreateWellKnownSid", "InitializeAcl", "AddAccessAllowedAce", "SetSecurityDescriptorOwner"}) {
+        const ImportReplacement replaced(sysmaintModule(), function, FakeObject::method(+[]() -> BOOL {
+                                             return SetLastError(ERROR_INVALID_SID), FALSE;
+                                         }));
+        EXPECT_EQ(CreateRestorePoint(manager), ERROR_INVALID_SID) << function;
+        EXPECT_TRUE(com.isBalanced());
+    }
+}
+
+// The platform's own WMI, on threads with an apartment of either kind and with none: each keeps what it has.
+TEST_F(RestoreTest, UsesTheApartmentThatTheThreadHas)
+{
+    const auto apartment = [] {
+        APTTYPE type{};
+        APTTYPEQUALIFIER qualifier{};
+        return std::make_pair(::CoGetApartmentType(&type, &qualifier), type);
+    };
+    for (const int kind :
+         {-1, static_cast<int>(COINIT_MULTITHREADED), static_cast<int>(COINIT_APARTMENTTHREADED)})
+        std::thread([&] {
+            if (kind != -1)
+                ::CoInitializeEx(nullptr, static_cast<DWORD>(kind));
+            const auto before = apartment();
+            EXPECT_EQ(EnableSystemRestore(manager, L"C:\\"), ERROR_SUCCESS) << kind;
+            EXPECT_EQ(status(), 11687) << kind; // it has no rows
+            EXPECT_EQ(CreateRestorePoint(manager), ERROR_SUCCESS) << kind;
+            EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_SUCCESS) << kind;
+            EXPECT_TRUE(apartment() == before && com.isBalanced()) << kind;
+            if (kind != -1)
+                ::CoUninitialize();
+        }).join();
+}

@@ -1,0 +1,234 @@
+// The snapshot tool's wrapper, with a stand-in that writes down what it was called with.
+
+#include <fcntl.h>
+#include <io.h>
+
+#include <bit>
+
+#include "core/win32/utils/restoremanager/api.h"
+#include "support/RestoreClient.h"
+
+namespace {
+class SnapshotTest : public testing::Test
+{
+protected:
+    SnapshotTest()
+    {
+        SetEnvironmentVariableW(L"SYSMAINT_TOOL_RECORD", record.c_str());
+        CreateDirectoryW((folder + L"\\a ü €").c_str(), nullptr);
+        EXPECT_TRUE(CopyFileW(besideTests(L"snapshot_tool.exe").c_str(), tool.c_str(), FALSE));
+        GetCurrentDirectoryW(MAX_PATH, before);
+        SetCurrentDirectoryW(folder.c_str());
+    }
+    ~SnapshotTest() override { SetCurrentDirectoryW(before); }
+
+    /// The tool's command line and, each on a line of its own, its arguments; empty when it did not run.
+    std::wstring takeLines() const
+    {
+        std::wstring text = readText(record);
+        DeleteFileW(record.c_str());
+        return text;
+    }
+    std::wstring takeLine() const
+    {
+        const std::wstring lines = takeLines();
+        return lines.substr(0, lines.find(L'\n'));
+    }
+    long create(const wchar_t* name, const wchar_t* comment = nullptr, const wchar_t* user = nullptr,
+                const wchar_t* password = nullptr, const wchar_t* other = nullptr) const
+    {
+        return vrl->createSnapshot(other != nullptr ? other : tool.c_str(), name, comment, user, password);
+    }
+    long restore(std::uint32_t mode, const wchar_t* user = nullptr, const wchar_t* password = nullptr,
+                 const wchar_t* name = nullptr, const wchar_t* time = nullptr) const
+    {
+        return vrl->restoreSnapshot(mode, tool.c_str(), user, password, name, time);
+    }
+    static void writeList(const std::wstring& text, bool isOdd = false)
+    {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+        Bytes list(bytes, bytes + text.size() * sizeof(wchar_t));
+        list.resize(list.size() + (isOdd ? 1 : 0)); // half a character at the end
+        writeBytes(L"snapshot.qmx", list);
+    }
+    bool isFound(const wchar_t* name) const { return restore(3, nullptr, nullptr, name) == 0; }
+
+    wchar_t before[MAX_PATH]{};
+    std::wstring folder = scratchFolder();
+    std::wstring tool = folder + L"\\a ü €\\vrlcmd.exe";
+    std::wstring record = folder + L"\\tool-record";
+    std::unique_ptr<IVRL> vrl{DllGetVRL()};
+};
+} // namespace
+
+TEST_F(SnapshotTest, TellsTheToolEveryCombinationToTheCharacter)
+{
+    for (unsigned set = 0; set < 8; ++set) {
+        const auto given = [&](unsigned bit, const wchar_t* text) {
+            return (set & bit) != 0 ? text : nullptr;
+        };
+        const auto expected = [&](unsigned bit, const wchar_t* text) {
+            return (set & bit) != 0 ? text : L"";
+        };
+        EXPECT_EQ(create(L"before größe €", given(1, L"a /user x"), given(2, L"Jo Doe"), given(4, L"p w\\x")),
+                  0);
+        const std::wstring lines = takeLines();
+        EXPECT_EQ(lines.substr(0, lines.find(L'\n')), std::wstring(L"vrlcmd /n /name \"before größe €\"") +
+                                                          expected(1, L" /comment \"a /user x\"") +
+                                                          expected(2, L" /user \"Jo Doe\"") +
+                                                          expected(4, L" /pass \"p w\\x\""));
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), L'\n'), 4 + 2 * std::popcount(set)) << "arguments";
+        const std::wstring account = std::wstring(expected(2, L" /user €u")) + expected(4, L" /pass p\\");
+        const wchar_t* const begins[] = {L"vrlcmd /r /current ", L"vrlcmd /r /baseline ",
+                                         L"vrlcmd /r /time \"14:07 today\""};
+        for (std::uint32_t mode = 0; mode < 3; ++mode) {
+            EXPECT_EQ(restore(mode, given(2, L"€u"), given(4, L"p\\"), L"n", L"14:07 today"), 0);
+            EXPECT_EQ(takeLine(), begins[mode] + account);
+        }
+    }
+    EXPECT_EQ(create(L"n", L""), 0);
+    EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"n\" /comment \"\"");
+}
+
+// What is missing or could become another argument starts nothing.
+TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
+{
+    Replaced<"CreateProcessW", decltype(&::CreateProcessW)> starts;
+    writeList(L"n\t14:07\n");
+    std::vector<long> codes;
+    for (const wchar_t* bad : {L"\"", L"a\" /r /baseline \"", L"a\\", L"a\\\\"})
+        codes.insert(codes.end(),
+                     {create(bad), create(L"n", bad), create(L"n", nullptr, bad),
+                      create(L"n", nullptr, nullptr, bad), restore(2, nullptr, nullptr, nullptr, bad)});
+    for (const wchar_t* bad : {L"", L"\"", L"a b", L"a\t/x", L"a\nb"})
+        codes.insert(codes.end(),
+                     {restore(0, bad), restore(1, nullptr, bad), restore(3, bad, nullptr, L"n")});
+    for (const wchar_t* none : {static_cast<const wchar_t*>(nullptr), L""})
+        codes.insert(codes.end(), {create(none), restore(2, nullptr, nullptr, L"n", none),
+                                   restore(3, nullptr, nullptr, none, L"14:07"),
+                                   vrl->createSnapshot(none, L"n", nullptr, nullptr, nullptr),
+                                   vrl->restoreSnapshot(0, none, nullptr, nullptr, nullptr, nullptr)});
+    for (const wchar_t* batch : {L"vrlcmd.bat", L"C:\\a.CMD", L"x.bat. ."})
+        codes.push_back(create(L"n", nullptr, nullptr, nullptr, batch));
+    for (const std::uint32_t mode : {4U, 0xFFFFFFFFU})
+        codes.push_back(restore(mode, nullptr, nullptr, L"n", L"14:07"));
+    for (const long& code : codes)
+        EXPECT_EQ(code, kSnapshotFailed) << &code - codes.data();
+    EXPECT_EQ(starts.calls(), 0);
+}
+
+TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
+{
+    const DWORD handles = processHandleCount();
+    SetEnvironmentVariableW(L"SYSMAINT_TOOL_RESULT", L"3"); // its own affair
+    SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", L"300");
+    {
+        Replaced<"CreateProcessW", decltype(&::CreateProcessW)> starts(
+            [](auto original, auto name, auto line, auto process, auto thread, BOOL inherits, DWORD flags,
+               auto environment, auto directory, LPSTARTUPINFOW startup, auto started) -> BOOL {
+                EXPECT_TRUE(startup->cb == sizeof *startup && startup->dwFlags == 0 && !startup->lpTitle);
+                EXPECT_TRUE(inherits && flags == NORMAL_PRIORITY_CLASS && !environment && !directory);
+                return original(name, line, process, thread, inherits, flags, environment, directory, startup,
+                                started);
+            });
+        EXPECT_EQ(create(L"slow"), 0);
+        EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"slow\"");
+    }
+    SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", nullptr);
+    {
+        Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits;
+        waits.failCall(1, WAIT_FAILED, ERROR_INVALID_HANDLE);
+        EXPECT_EQ(create(L"n"), kSnapshotFailed) << "what cannot be waited for may still run";
+    }
+    EXPECT_EQ(processHandleCount(), handles);
+    // Each taking of memory in turn finds none.
+    const HeapWatch watch(sysmaintModule());
+    bool failed = true;
+    for (long failing = 1; failed; ++failing) {
+        HeapWatch::arm(failing);
+        const long status = create(L"a name that does not stand in a string without memory of its own");
+        failed = HeapWatch::hasFailed();
+        HeapWatch::disarm();
+        EXPECT_EQ(status, failed ? kSnapshotNoMemory : 0) << failing;
+        EXPECT_TRUE(failed || failing > 1) << "takes no memory at all?";
+    }
+    EXPECT_EQ(HeapWatch::liveBlocks(), 0) << HeapWatch::describe();
+}
+
+TEST_F(SnapshotTest, PrintsWhyTheToolCannotBeStarted)
+{
+    writeBytes(L"text.exe", {'x'});
+    const int saved = _dup(1);
+    const int output = _open("output", _O_CREAT | _O_WRONLY | _O_BINARY, 0600);
+    _dup2(output, 1);
+    const long missing = create(L"n", nullptr, nullptr, nullptr, L"none.exe");
+    const long noProgram = vrl->restoreSnapshot(0, L"text.exe", nullptr, nullptr, nullptr, nullptr);
+    _dup2(saved, 1);
+    _close(output);
+    _close(saved);
+    EXPECT_EQ(missing, kSnapshotFailed);
+    EXPECT_EQ(noProgram, kSnapshotFailed);
+    const Bytes printed = readBytes(L"output");
+    std::string text(printed.begin(), printed.end());
+    std::erase(text, '\r');
+    EXPECT_EQ(text, "CreateProcess failed (2).\nCreateProcess failed (193).\n");
+}
+
+TEST_F(SnapshotTest, FindsTheTimeOfANameInTheList)
+{
+    const std::wstring name = L"before größe €\t";
+    const std::wstring good = L"2010-03-05 14:07";
+    const std::wstring wanted = name + good + L"\r\n";
+    const std::wstring longTime(64, L'9');
+    std::wstring large;
+    while (large.size() < 5000000)
+        large += L"some other name\t2009-01-01 10:00\r\n";
+    std::vector<std::pair<std::wstring, std::wstring>> rows = {
+        {wanted, good},
+        {L"\xFEFF" + wanted, good},
+        {large + wanted, good},
+        {wanted + wanted + L"x", good},
+        {name + longTime + L"\n", longTime},
+        {name + L"1\t2\n", L"1\t2"},
+        {L"", L""},
+        {L"\n\n\t\r\n", L""},
+        {large, L""},
+        {wanted + name + L"2011-01-01\n", L""}, // which one?
+        {name + longTime + L"9\n", L""},
+        {name + L"\r\n", L""},
+        {name + L"a\" /x \"\n", L""},
+        {name + L"2010-03-05 14:0", L""}, // still being written
+        {L"before größe € \t1\nx before größe €\t1\nBefore größe €\t1\nbefore größe\t1\nbefore größe €",
+         L""}};
+    for (std::size_t place = 512 - wanted.size() - 1; place <= 513; ++place) // over a block's border
+        rows.emplace_back(std::wstring(place - 3, L'x') + L"\tt\n" + wanted, good);
+    for (const auto& [list, time] : rows)
+        for (const bool isOdd : {false, true}) {
+            writeList(list, isOdd);
+            EXPECT_EQ(isFound(L"before größe €"), !time.empty()) << list.substr(0, 80);
+            EXPECT_EQ(takeLine(), time.empty() ? L"" : L"vrlcmd /r /time \"" + time + L"\"");
+        }
+}
+
+TEST_F(SnapshotTest, ReadsTheListInBlocksAndNotWhileOthersHaveIt)
+{
+    EXPECT_FALSE(isFound(L"n"));
+    EXPECT_FALSE(isThere(L"snapshot.qmx"));
+    writeList(L"n\t1\n");
+    EXPECT_FALSE(isFound(L"n\t1"));
+    {
+        Replaced<"ReadFile", decltype(&ReadFile)> reads(
+            [](auto original, HANDLE file, LPVOID target, DWORD size, auto... rest) -> BOOL {
+                EXPECT_LE(size, 1024U);
+                return original(file, target, std::min<DWORD>(size, 3), rest...); // halves of characters
+            });
+        EXPECT_TRUE(isFound(L"n"));
+        reads.failCall(1, FALSE, ERROR_CRC);
+        EXPECT_FALSE(isFound(L"n"));
+    }
+    const HANDLE held =
+        ::CreateFileW(L"snapshot.qmx", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_FALSE(isFound(L"n"));
+    CloseHandle(held);
+    EXPECT_TRUE(isFound(L"n"));
+}

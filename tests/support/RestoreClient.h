@@ -1,0 +1,53 @@
+#pragma once
+
+#include "support/Wipe.h"
+
+inline std::wstring readText(const std::wstring& path)
+{
+    const Bytes bytes = readBytes(path);
+    return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+}
+
+/// A program or library that stands beside the tests.
+inline std::wstring besideTests(const wchar_t* name)
+{
+    wchar_t path[MAX_PATH];
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return std::filesystem::path(path).replace_filename(name).wstring();
+}
+
+/// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
+/// end the process. standins/RestoreClient.cpp says what it answers and writes down.
+class RestoreClient
+{
+public:
+    explicit RestoreClient(const std::wstring& folder) : m_record(folder + L"\\restore-record")
+    {
+        SetEnvironmentVariableW(L"SYSMAINT_RESTORE_RECORD", m_record.c_str());
+        m_loads.setHook([this](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32}) << name;
+            if (std::wstring_view(name) != L"srclient.dll")
+                return original(name, file, flags);
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return isMissing ? nullptr : LoadLibraryW(besideTests(L"restore_client.dll").c_str());
+        });
+    }
+
+    static void answer(const wchar_t* answers)
+    {
+        SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers);
+    }
+    /// What it was called with since the last time.
+    std::wstring takeRecord() const
+    {
+        std::wstring text = readText(m_record);
+        DeleteFileW(m_record.c_str());
+        return text;
+    }
+
+    bool isMissing = false;
+
+private:
+    std::wstring m_record;
+    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> m_loads;
+};
