@@ -9,7 +9,7 @@
 #include "Bench.h"
 #include "core/win32/utils/scanengine/include/File.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
