@@ -11,17 +11,14 @@ namespace {
 const wchar_t* checkedName(const wchar_t* name)
 {
     if (name == nullptr)
-        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
+        throw Exception(PLACE(kMessageTopicHeader, "MessageTopic::MessageTopic", 274),
                         ERROR_INVALID_PARAMETER);
     return name;
 }
-
-void requireAt(const char* place, long code)
-{
-    if (code != ERROR_SUCCESS)
-        throw Exception(place, static_cast<unsigned long>(code));
-}
 } // namespace
+
+// Topics hold pools, and call handlers that may hold anything.
+ObjectTable<MessageTopicPtr> messageTopics(10);
 
 MessageTopic::MessageTopic(const wchar_t* name) : m_name(checkedName(name)) {}
 
@@ -32,10 +29,10 @@ void MessageTopic::post(const Posted& posted)
     {
         const WriteLocker locker(m_workLock);
         requireOpen();
-        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 712),
+        placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 712),
                    [&] { number = m_queue.push(posted); });
         try {
-            placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718),
+            placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718),
                        [&] { begins = !m_beginning && !isWorking(); });
         } catch (const Exception&) {
             if (m_queue.withdraw(number)) // else somebody has delivered it after all
@@ -46,7 +43,7 @@ void MessageTopic::post(const Posted& posted)
     if (!begins)
         return;
     try {
-        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718), [&] { beginWork(); });
+        placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718), [&] { beginWork(); });
     } catch (const Exception&) {
         const bool withdrawn = m_queue.withdraw(number);
         beginOrGiveUp();
@@ -58,7 +55,7 @@ void MessageTopic::post(const Posted& posted)
 void MessageTopic::requireOpen() const
 {
     if (m_closed)
-        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", __LINE__),
+        throw Exception(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", __LINE__),
                         ERROR_INVALID_ADDRESS);
 }
 
@@ -67,13 +64,13 @@ void MessageTopic::createPool()
 {
     if (m_pool.isValid())
         return;
-    const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 187);
+    const char* place = PLACE(kMessageTopicHeader, "MessageTopic::beginWork", 187);
     SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool((m_name + L"Topic").c_str()));
     if (!pool.isValid())
         throw Exception(place);
     const long code = THPCreateCategory(pool.get(), kConsumerCategory, THPCategoryOptions(1, 0, 0, 0));
     if (code != ERROR_ALREADY_EXISTS)
-        requireAt(place, code);
+        requireSuccess(place, code);
     const WriteLocker locker(m_workLock);
     m_pool = std::move(pool);
 }
@@ -96,7 +93,7 @@ void MessageTopic::beginWork()
     });
     const WriteLocker locker(m_workLock);
     m_beginning = false;
-    requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 194), code);
+    requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::beginWork", 194), code);
     m_instances.push_back(instance); // has room: nobody else adds to it
     m_accepting = !m_closed;
     if (m_closed)
@@ -134,8 +131,8 @@ bool MessageTopic::isWorking()
     if (m_consumerThread != 0)
         return true; // no need to ask the pool
     int running = 0;
-    requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::isWorking", 222),
-              THPIsRunning(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(), running));
+    requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::isWorking", 222),
+                   THPIsRunning(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(), running));
     return running != 0;
 }
 
@@ -153,9 +150,9 @@ void MessageTopic::stopConsumer()
     if (!isWorking())
         return;
     // This topic's own work only: the pool may also serve an older topic of the name that is still ending.
-    requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::stopWork", 248),
-              THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(),
-                            IThreadPool::OperationType::CancelAndReturn));
+    requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::stopWork", 248),
+                   THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(),
+                                 IThreadPool::OperationType::CancelAndReturn));
     m_accepting = false;
     m_queue.releaseWaiters();
 }
@@ -179,13 +176,13 @@ void MessageTopic::stopAndWait(const Deadline& deadline)
         const long code =
             THPWait(m_pool.get(), instance, kConsumerCategory, kConsumerWork, deadline.getLeft(), nullptr);
         if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && isRunning(instance))
-            requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::unsubscribe", __LINE__), code);
+            requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::unsubscribe", __LINE__), code);
     }
 }
 
 void MessageTopic::consumeAll(std::uint32_t timeout)
 {
-    const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::consumeAll", 879);
+    const char* place = PLACE(kMessageTopicHeader, "MessageTopic::consumeAll", 879);
     if (isConsumer())
         throw Exception(place, ERROR_POSSIBLE_DEADLOCK);
     std::uint64_t released = 0;
@@ -195,7 +192,7 @@ void MessageTopic::consumeAll(std::uint32_t timeout)
             return;
         released = m_queue.getReleased();
     }
-    requireAt(place, m_queue.waitEmptied(waitLimit(timeout), released));
+    requireSuccess(place, m_queue.waitEmptied(waitLimit(timeout), released));
 }
 
 void MessageTopic::consumeItem(const Posted& posted)
@@ -218,7 +215,7 @@ void MessageTopic::consumeItem(const Posted& posted)
 long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
 {
     if (context.getIDType() != ITHPIdentifier::kNumber || context.getID() != kConsumerWork)
-        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::operator()", __LINE__),
+        throw Exception(PLACE(kMessageTopicHeader, "MessageTopic::operator()", __LINE__),
                         ERROR_INVALID_PARAMETER);
     const InsideLibrary inside;
     void* instance = static_cast<THPWorkItem&>(context.getWorkItem()).getInstance();
@@ -233,7 +230,7 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
     if (endWork(instance, !cancelled))
         delete this;
     if (!cancelled)
-        requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::consumeItem", __LINE__), code);
+        requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::consumeItem", __LINE__), code);
     return ERROR_CANCELLED;
 }
 

@@ -13,11 +13,6 @@
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 namespace {
-[[noreturn]] void raise(long code)
-{
-    throw code;
-}
-
 bool isSeparator(wchar_t c) noexcept
 {
     return c == L'\\' || c == L'/';
@@ -31,7 +26,7 @@ std::wstring filledText(Fill&& fill)
     for (;;) {
         const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
         if (length == 0)
-            raise(static_cast<long>(GetLastError()));
+            raiseLastError();
         const bool fits = length < text.size();
         text.resize(fits ? length : std::max<std::size_t>(length, text.size() * 2));
         if (fits)
@@ -69,11 +64,11 @@ std::wstring shellFolder(int id)
 {
     const ModuleHandle shell = loadSystemModule(L"shell32.dll");
     if (!shell.isValid())
-        raise(static_cast<long>(GetLastError()));
+        raiseLastError();
     const auto getFolderPath = reinterpret_cast<decltype(&SHGetFolderPathW)>(
         reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHGetFolderPathW")));
     if (getFolderPath == nullptr)
-        raise(static_cast<long>(GetLastError()));
+        raiseLastError();
     HANDLE threadToken = nullptr;
     OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &threadToken);
     const Win32Handle token(threadToken); // none unless the thread impersonates
@@ -81,7 +76,7 @@ std::wstring shellFolder(int id)
     const HRESULT result =
         getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
     if (result != S_OK || folder[0] == L'\0') // S_FALSE is a folder that is not there
-        raise(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
+        raiseCode(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
     return folder;
 }
 
@@ -90,7 +85,7 @@ std::wstring userName()
     wchar_t name[257]; // UNLEN and its terminator
     DWORD length = static_cast<DWORD>(std::size(name));
     if (!GetUserNameW(name, &length))
-        raise(static_cast<long>(GetLastError()));
+        raiseLastError();
     return name;
 }
 

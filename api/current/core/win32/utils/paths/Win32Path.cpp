@@ -6,6 +6,7 @@
 #include <iterator>
 #include <vector>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "win32/communication/include/Primitives.h"
 
@@ -70,7 +71,7 @@ std::wstring currentFolder()
     for (;;) {
         const DWORD length = GetCurrentDirectoryW(static_cast<DWORD>(folder.size()), folder.data());
         if (length == 0)
-            throw static_cast<long>(GetLastError());
+            raiseLastError();
         const bool fits = length < folder.size();
         folder.resize(length);
         if (fits)
@@ -85,7 +86,7 @@ std::wstring fullPath(const wchar_t* path)
     for (;;) {
         const DWORD length = GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr);
         if (length == 0)
-            throw static_cast<long>(GetLastError());
+            raiseLastError();
         const bool fits = length < full.size();
         full.resize(length);
         if (fits)

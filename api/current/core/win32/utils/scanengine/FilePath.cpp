@@ -4,7 +4,7 @@
 
 #include "core/win32/utils/scanengine/include/File.h"
 
-#define FILE_PATH_HEADER "core\\win32\\utils\\scanengine\\include\\FilePath.h"
+constexpr char kFilePathHeader[] = "core\\win32\\utils\\scanengine\\include\\FilePath.h";
 
 namespace {
 bool isDots(const wchar_t* name) noexcept
@@ -33,13 +33,13 @@ bool isLink(const WIN32_FIND_DATAW& entry) noexcept
 
 FilePath::FilePath(const wchar_t* path, int expand, std::uint32_t level) : ScanPath(level)
 {
-    primitives::placedStep(PLACE(FILE_PATH_HEADER, "FilePath::FilePath", __LINE__),
+    primitives::placedStep(PLACE(kFilePathHeader, "FilePath::FilePath", __LINE__),
                            [&] { setPath(path, expand); });
 }
 
 const char* FilePath::scanPlace() const noexcept
 {
-    return PLACE(FILE_PATH_HEADER, "FilePath::scan", __LINE__);
+    return PLACE(kFilePathHeader, "FilePath::scan", __LINE__);
 }
 
 bool FilePath::isInterchangeable(const ScanItem& filed) const
@@ -57,7 +57,7 @@ bool FilePath::holdFolder(Walk& walk, const PathOrigin& below, bool isRoot) cons
         const bool gone = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
         if (gone && !isRoot)
             return false;
-        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__),
+        throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__),
                                        gone ? ERROR_PATH_NOT_FOUND : static_cast<unsigned long>(code))};
     }
 }
@@ -67,7 +67,7 @@ void FilePath::getFiles(Walk& walk)
     // An empty path is no folder, though "*" by itself would list the current one.
     if (path().view().empty())
         throw ListingFailure{
-            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
+            Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
     const bool isRoot = &walk.root == static_cast<ScanPath*>(this);
     // A root that a caller names, or a link that a walk found, is the root of what is found below it.
     const bool isNamed = isRoot && !wasPlainFolder();
@@ -90,7 +90,7 @@ void FilePath::getFiles(Walk& walk)
         }
         if (!isRoot && (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND))
             return; // gone: not every system keeps a folder that is held
-        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), code)};
+        throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), code)};
     }
     bool hasUnnamed = false;
     do {
@@ -108,10 +108,10 @@ void FilePath::getFiles(Walk& walk)
             return;
     } while (FindNextFileW(search.get(), &entry));
     if (GetLastError() != ERROR_NO_MORE_FILES)
-        throw ListingFailure{Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__)), true};
+        throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__)), true};
     if (hasUnnamed)
         throw ListingFailure{
-            Exception(PLACE(FILE_PATH_HEADER, "FilePath::getFiles", __LINE__), ERROR_INVALID_NAME), true};
+            Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), ERROR_INVALID_NAME), true};
 }
 
 void FilePath::handleEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const

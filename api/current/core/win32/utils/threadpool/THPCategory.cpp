@@ -325,7 +325,7 @@ long THPCategory::waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE e
             return ERROR_SUCCESS;
         done = item.getDoneEvent();
         if (done == nullptr)
-            return static_cast<long>(GetLastError());
+            return lastError();
     }
     return waitForEvent(done, timeout, extraHandle);
 }

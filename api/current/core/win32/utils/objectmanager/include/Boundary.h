@@ -99,15 +99,13 @@ long statusFrame(const char* place, Table& table, void* handle, Operation&& oper
 {
     return statusFrame([&]() -> long {
         typename Table::Pointer object;
-        if (const long code = table.get(handle, object); code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, table.get(handle, object));
         if (!object)
-            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+            raiseCode(ERROR_INVALID_ADDRESS);
         if constexpr (std::is_void_v<decltype(operation(*object))>) {
             operation(*object);
         } else {
-            if (const long code = operation(*object); code != ERROR_SUCCESS)
-                throw Exception(place, static_cast<unsigned long>(code));
+            requireSuccess(place, operation(*object));
         }
         return ERROR_SUCCESS;
     });

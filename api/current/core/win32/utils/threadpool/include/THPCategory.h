@@ -6,7 +6,7 @@
 #include "core/win32/utils/threadpool/include/THPThread.h"
 #include "win32/threadpool/include/IThreadPool.h"
 
-#define THP_CATEGORY_HEADER "core\\win32\\utils\\threadpool\\include\\THPCategory.h"
+inline constexpr char kTHPCategoryHeader[] = "core\\win32\\utils\\threadpool\\include\\THPCategory.h";
 
 /// One category of a pool: its worker threads, those of them that wait for work, and its queue. One lock
 /// guards all of it and the state of its items, so that an item is in exactly one place at any time. No

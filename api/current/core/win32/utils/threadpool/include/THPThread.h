@@ -4,7 +4,7 @@
 #include "core/win32/utils/threadpool/include/THPWorkItem.h"
 #include "win32/threadpool/include/THPCategoryOptions.h"
 
-#define THP_THREAD_HEADER "core\\win32\\utils\\threadpool\\include\\THPThread.h"
+inline constexpr char kTHPThreadHeader[] = "core\\win32\\utils\\threadpool\\include\\THPThread.h";
 
 class THPCategory;
 
