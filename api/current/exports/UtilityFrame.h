@@ -32,6 +32,13 @@ Optional<T> optional(T value)
     return {value};
 }
 
+/// A text that is passed on as it is, because the result points into it.
+template <class Char>
+struct AsItIs
+{
+    const Char* text;
+};
+
 /// A text with its length, or up to its terminator (kTerminated).
 inline constexpr std::size_t kTerminated = static_cast<std::size_t>(-1);
 template <class Char>
@@ -66,6 +73,11 @@ bool isMissing(const T& value) noexcept
 }
 template <class Char>
 bool isMissing(const Sized<Char>& text) noexcept
+{
+    return text.text == nullptr;
+}
+template <class Char>
+bool isMissing(const AsItIs<Char>& text) noexcept
 {
     return text.text == nullptr;
 }
@@ -121,6 +133,11 @@ std::basic_string_view<Char> given(Sized<Char> text)
 {
     return text.length == kTerminated ? std::basic_string_view<Char>(text.text)
                                       : std::basic_string_view<Char>(text.text, text.length);
+}
+template <class Char>
+const Char* given(AsItIs<Char> text)
+{
+    return text.text;
 }
 inline std::basic_string_view<unsigned char> given(Bytes bytes)
 {
@@ -209,13 +226,14 @@ ReadyCounted<Char> ready(Counted<Char> output, const std::basic_string<Char>& te
 {
     return {output.target, output.count, utilitymemory::copyText<Char>(text), text.size()};
 }
-inline ReadyCounted<unsigned char> ready(Counted<unsigned char> output,
-                                         const std::vector<unsigned char>& bytes)
+template <class T>
+ReadyCounted<T> ready(Counted<T> output, const std::vector<T>& values)
 {
-    utilitymemory::Owner memory = utilitymemory::allocate(bytes.size());
-    if (!bytes.empty())
-        std::memcpy(memory.get(), bytes.data(), bytes.size());
-    return {output.target, output.count, std::move(memory), bytes.size()};
+    const std::size_t size = values.size() * sizeof(T);
+    utilitymemory::Owner memory = utilitymemory::allocate(size);
+    if (size != 0)
+        std::memcpy(memory.get(), values.data(), size);
+    return {output.target, output.count, std::move(memory), values.size()};
 }
 template <class Record>
 ReadyCounted<Record> ready(Counted<Record> output, const RecordList<Record>& records)

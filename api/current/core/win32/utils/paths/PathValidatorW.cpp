@@ -8,30 +8,18 @@
 #include <iterator>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/PathValidatorA.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/TextSearch.h"
+#include "core/win32/utils/strings/include/Unicode.h"
 
 namespace {
 bool isSeparator(wchar_t c) noexcept
 {
     return c == L'\\' || c == L'/';
-}
-
-/// Calls a Win32 function that fills a text and returns its length, or the size it wants, or 0.
-template <class Fill>
-std::wstring filledText(Fill&& fill)
-{
-    std::wstring text(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
-        if (length == 0)
-            raiseLastError();
-        const bool fits = length < text.size();
-        text.resize(fits ? length : std::max<std::size_t>(length, text.size() * 2));
-        if (fits)
-            return text;
-    }
 }
 
 /// Whether a folder without its closing backslash is the root of a drive, a volume or a share, or nothing:
@@ -175,6 +163,24 @@ bool PathValidatorW::expand(std::wstring_view path, std::wstring& expanded)
     return found;
 }
 
+long PathValidatorA::validate(char* path, unsigned long capacity, unsigned long* needed)
+{
+    return boundary::statusFrame([&]() -> long {
+        if (path == nullptr)
+            return ERROR_INVALID_PARAMETER;
+        std::wstring expanded;
+        if (!PathValidatorW::expand(unicode::wideFromUtf8(path), expanded))
+            return ERROR_NOT_FOUND;
+        return textsearch::copyWhole<char>(unicode::utf8FromWide(expanded), path, capacity, needed);
+    });
+}
+
+PathValidatorA& PathValidatorA::getInstance() noexcept
+{
+    static PathValidatorA instance;
+    return instance;
+}
+
 long PathValidatorW::validate(wchar_t* path, unsigned long capacity, unsigned long* needed)
 {
     return boundary::statusFrame([&]() -> long {
@@ -183,12 +189,6 @@ long PathValidatorW::validate(wchar_t* path, unsigned long capacity, unsigned lo
         std::wstring expanded;
         if (!expand(path, expanded))
             return ERROR_NOT_FOUND;
-        if (needed != nullptr)
-            *needed = static_cast<unsigned long>(expanded.size());
-        if (capacity <= expanded.size())
-            return ERROR_MORE_DATA;
-        expanded.copy(path, expanded.size());
-        path[expanded.size()] = L'\0';
-        return ERROR_SUCCESS;
+        return textsearch::copyWhole<wchar_t>(expanded, path, capacity, needed);
     });
 }

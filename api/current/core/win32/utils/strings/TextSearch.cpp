@@ -10,20 +10,6 @@
 #include "core/win32/utils/strings/include/Unicode.h"
 
 namespace {
-/// Copies a text whole and with its terminator, or not at all.
-template <class Char>
-long copyWhole(std::basic_string_view<Char> text, Char* target, unsigned long capacity,
-               unsigned long* needed) noexcept
-{
-    if (needed != nullptr)
-        *needed = static_cast<unsigned long>(text.size());
-    if (target == nullptr || capacity <= text.size())
-        return ERROR_MORE_DATA;
-    text.copy(target, text.size());
-    target[text.size()] = Char();
-    return ERROR_SUCCESS;
-}
-
 bool tokenAt(std::wstring_view text, std::wstring_view separators, unsigned long index,
              std::wstring_view& token) noexcept
 {
@@ -72,7 +58,7 @@ long copyToken(std::wstring_view text, std::wstring_view separators, unsigned lo
                unsigned long capacity, unsigned long* needed) noexcept
 {
     std::wstring_view found;
-    return tokenAt(text, separators, index, found) ? copyWhole(found, token, capacity, needed)
+    return tokenAt(text, separators, index, found) ? copyWhole<wchar_t>(found, token, capacity, needed)
                                                    : ERROR_NOT_FOUND;
 }
 
