@@ -32,6 +32,12 @@ Optional<T> optional(T value)
     return {value};
 }
 
+/// A text that may be null.
+inline Optional<const wchar_t*> optionalText(const wchar_t* text)
+{
+    return {text};
+}
+
 /// A text that is passed on as it is, because the result points into it.
 template <class Char>
 struct AsItIs

@@ -11,6 +11,7 @@
 #include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/PathValidatorA.h"
+#include "core/win32/utils/paths/include/ShellFolder.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
@@ -43,28 +44,6 @@ std::wstring withoutBackslash(std::wstring folder)
         folder.pop_back();
     if (folder.size() != whole && isRoot(folder))
         folder += L'\\';
-    return folder;
-}
-
-/// A shell folder of the calling thread's user. The shell's library is large and seldom needed, so it is
-/// loaded here and not with ours.
-std::wstring shellFolder(int id)
-{
-    const ModuleHandle shell = loadSystemModule(L"shell32.dll");
-    if (!shell.isValid())
-        raiseLastError();
-    const auto getFolderPath = reinterpret_cast<decltype(&SHGetFolderPathW)>(
-        reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHGetFolderPathW")));
-    if (getFolderPath == nullptr)
-        raiseLastError();
-    HANDLE threadToken = nullptr;
-    OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &threadToken);
-    const Win32Handle token(threadToken); // none unless the thread impersonates
-    wchar_t folder[MAX_PATH];
-    const HRESULT result =
-        getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
-    if (result != S_OK || folder[0] == L'\0') // S_FALSE is a folder that is not there
-        raiseCode(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
     return folder;
 }
 
