@@ -66,3 +66,4 @@ extern const Command kScanCommand;
 extern const Command kWipeCommand;
 extern const Command kBootCommand;
 extern const Command kLogCommand;
+extern const Command kUtilCommand;

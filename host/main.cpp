@@ -8,7 +8,7 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand, &kWipeCommand, &kBootCommand, &kLogCommand};
+const Command* const kCommands[] = {&kScanCommand, &kWipeCommand, &kBootCommand, &kLogCommand, &kUtilCommand};
 
 void printUsage(Output& output)
 {

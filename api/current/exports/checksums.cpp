@@ -1,4 +1,4 @@
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/checksums/include/CRC32.h"
 #include "core/win32/utils/checksums/include/FileChecksum.h"

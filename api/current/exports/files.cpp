@@ -1,5 +1,5 @@
 #include "core/win32/utils/files/include/Files.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/files/api.h"
 
 using namespace utilityframe;

@@ -1,5 +1,5 @@
 #include "core/win32/utils/formatting/include/Formatting.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/formatting/api.h"
 
 using namespace utilityframe;

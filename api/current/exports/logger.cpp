@@ -13,8 +13,7 @@ constexpr char kLoggerApi[] = "core\\win32\\utils\\logger\\api.h";
 
 void* CreateLogger(const wchar_t* name)
 {
-    return createFrame(PLACE(kLoggerApi, "CreateLogger", __LINE__),
-                       PLACE(kLoggerApi, "CreateLogger", __LINE__), loggers(), name,
+    return createFrame(PLACE(kLoggerApi, "CreateLogger", __LINE__), loggers(), name,
                        [] { return new Logger; });
 }
 

@@ -1,5 +1,5 @@
 #include "core/win32/utils/paths/include/Paths.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorA.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"

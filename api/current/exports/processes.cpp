@@ -1,5 +1,5 @@
 #include "core/win32/utils/processes/include/Processes.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/processes/api.h"
 
 using namespace utilityframe;

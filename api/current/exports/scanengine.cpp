@@ -150,8 +150,7 @@ IScanValidator* DllGetScanValidator(const wchar_t* filters, const wchar_t* ignor
 
 void* CreateFileScanEngine(const wchar_t* name)
 {
-    return createFrame(PLACE(kScanEngineApi, "CreateFileScanEngine", __LINE__),
-                       PLACE(kScanEngineApi, "CreateFileScanEngine", __LINE__), fileScanEngines(), name,
+    return createFrame(PLACE(kScanEngineApi, "CreateFileScanEngine", __LINE__), fileScanEngines(), name,
                        [&] { return new FileScanEngine(name); });
 }
 
@@ -209,8 +208,7 @@ IRegistryScanEngine* DllGetRegistryScanEngine()
 
 void* CreateRegistryScanEngine(const wchar_t* name)
 {
-    return createFrame(PLACE(kScanEngineApi, "CreateRegistryScanEngine", __LINE__),
-                       PLACE(kScanEngineApi, "CreateRegistryScanEngine", __LINE__), registryScanEngines(),
+    return createFrame(PLACE(kScanEngineApi, "CreateRegistryScanEngine", __LINE__), registryScanEngines(),
                        name, [&] { return new RegistryScanEngine(name); });
 }
 

@@ -1,5 +1,5 @@
 #include "core/win32/utils/security/include/Security.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/security/api.h"
 
 using namespace utilityframe;

@@ -1,5 +1,5 @@
 #include "core/win32/utils/services/include/Services.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/services/api.h"
 
 using namespace utilityframe;

@@ -1,5 +1,5 @@
 #include "core/win32/utils/shell/include/Shell.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/shell/api.h"
 
 using namespace utilityframe;

@@ -1,7 +1,7 @@
 // The exported functions of texts.
 
 #include "core/win32/utils/strings/include/Strings.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
 
@@ -23,11 +23,6 @@ long GetTokenW(const wchar_t* text, const wchar_t* separators, unsigned long ind
 wchar_t* SetFirstCharW(wchar_t* text, wchar_t find, wchar_t replacement)
 {
     return textsearch::replaceFirst(text, find, replacement);
-}
-
-void utilsFreeMemory(void* memory)
-{
-    std::free(memory);
 }
 
 long StringDuplicateW(const wchar_t* text, wchar_t** result)

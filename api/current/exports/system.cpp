@@ -1,5 +1,5 @@
 #include "core/win32/utils/system/include/System.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/system/api.h"

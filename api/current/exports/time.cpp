@@ -1,5 +1,5 @@
 #include "core/win32/utils/time/include/Time.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/time/api.h"
 
 using namespace utilityframe;

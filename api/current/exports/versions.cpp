@@ -1,5 +1,5 @@
 #include "core/win32/utils/versions/include/Versions.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/versions/api.h"
 
 using namespace utilityframe;

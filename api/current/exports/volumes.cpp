@@ -1,5 +1,5 @@
 #include "core/win32/utils/volumes/include/Volumes.h"
-#include "UtilityFrame.h"
+#include "exports/UtilityFrame.h"
 #include "core/win32/utils/volumes/api.h"
 
 using namespace utilityframe;

@@ -1,8 +1,9 @@
 #include "core/win32/registry/include/RegistryValue.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include "core/win32/registry/include/ValueData.h"
 
 constexpr char kRegistryValueHeader[] = "core\\win32\\registry\\include\\RegistryValue.h";
 
@@ -11,7 +12,6 @@ using namespace primitives;
 namespace {
 constexpr std::uint32_t kDataKnown = 1; // bits of the serialized form
 constexpr std::uint32_t kTypeKnown = 2;
-constexpr std::size_t kLeastGrowth = 1024; // bytes, where the registry does not say how much it takes
 constexpr std::size_t kLongestName = 16383;
 
 /// Fills `copy`, with two more characters, so that text ends. Raises the bare code.
@@ -164,23 +164,11 @@ const void* RegistryValue::getData(unsigned long& size)
             Blob data;
             DWORD type = 0;
             DWORD length = 0;
-            LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, &length);
-            std::size_t capacity = length;
-            // It may grow between two calls, and some providers never say how long theirs is.
-            for (bool known = false; (status == ERROR_SUCCESS && !known) || status == ERROR_MORE_DATA;
-                 known = true) {
-                if (known)
-                    capacity = std::max<std::size_t>({length, capacity * 2, kLeastGrowth});
-                if (capacity > MAXLONG)
-                    raiseCode(ERROR_NOT_ENOUGH_MEMORY);
-                // Two more characters, so that text ends even where the registry's does not.
+            // Two more characters, so that text ends even where the registry's does not.
+            requireSuccess(valuedata::query(key.get(), getName(), type, length, [&](std::size_t capacity) {
                 data.allocate(capacity, 2 * sizeof(wchar_t));
-                length = static_cast<DWORD>(capacity);
-                status = RegQueryValueExW(key.get(), getName(), nullptr, &type,
-                                          static_cast<BYTE*>(data.getData()), &length);
-            }
-            requireSuccess(status);
-            length = std::min(length, static_cast<DWORD>(capacity));
+                return data.getData();
+            }));
             std::memset(static_cast<BYTE*>(data.getData()) + length, 0, 2 * sizeof(wchar_t));
             keep(type, data.release(), length);
             m_isRead = true;

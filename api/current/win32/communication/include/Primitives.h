@@ -164,31 +164,27 @@ template <class Char>
     return text;
 }
 
+/// Runs one step of a load or dump. Returns 0 or the code of what it raises.
+template <class Step>
+long codeOfStep(Step&& step) noexcept
+{
+    return boundary::statusOf([&]() -> long {
+        step();
+        return ERROR_SUCCESS;
+    });
+}
+
 /// Runs one step of a load or dump; whatever it raises becomes an Exception at `place` with the same code.
 template <class Step>
 void placedStep(const char* place, Step&& step)
 {
-    long code;
-    try {
-        step();
-        return;
-    } catch (...) {
-        code = boundary::codeOfCurrentException();
-    }
-    throw Exception(place, static_cast<unsigned long>(code));
+    requireSuccess(place, codeOfStep(step));
 }
 
 /// Runs one step of a load or dump; whatever it raises becomes a bare long with the same code.
 template <class Step>
 void bareStep(Step&& step)
 {
-    long code;
-    try {
-        step();
-        return;
-    } catch (...) {
-        code = boundary::codeOfCurrentException();
-    }
-    raiseCode(code);
+    requireSuccess(codeOfStep(step));
 }
 } // namespace primitives

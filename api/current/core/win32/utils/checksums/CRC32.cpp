@@ -58,12 +58,12 @@ std::uint32_t reduce(__m128i value, __m128i factors) noexcept
 }
 } // namespace
 
-crc32::Take& crc32::fastestTake() noexcept
+crc::Take& crc::fastestTake() noexcept
 {
     return processor::features().clmul ? takeWithExtensions : takePortably;
 }
 
-std::uint32_t crc32::takePortably(std::uint32_t value, const unsigned char* bytes, std::size_t size) noexcept
+std::uint32_t crc::takePortably(std::uint32_t value, const unsigned char* bytes, std::size_t size) noexcept
 {
     for (; size >= kTables; size -= kTables, bytes += kTables) {
         std::uint64_t eight;
@@ -79,7 +79,7 @@ std::uint32_t crc32::takePortably(std::uint32_t value, const unsigned char* byte
 }
 
 SYSMAINT_INSTRUCTIONS(CLMUL_INSTRUCTIONS)
-std::uint32_t crc32::takeWithExtensions(std::uint32_t value, const unsigned char* bytes,
+std::uint32_t crc::takeWithExtensions(std::uint32_t value, const unsigned char* bytes,
                                         std::size_t size) noexcept
 {
     constexpr std::size_t kStep = 64;
@@ -90,7 +90,7 @@ std::uint32_t crc32::takeWithExtensions(std::uint32_t value, const unsigned char
     __m128i lanes[4] = {_mm_xor_si128(load(bytes), _mm_cvtsi32_si128(static_cast<int>(value))),
                         load(bytes + 16), load(bytes + 32), load(bytes + 48)};
     for (bytes += kStep, size -= kStep; size >= kStep; bytes += kStep, size -= kStep)
-        for (int i = 0; i < 4; ++i)
+        for (std::size_t i = 0; i < 4; ++i)
             lanes[i] = fold(lanes[i], byFour, load(bytes + 16 * i));
     __m128i one = lanes[0];
     for (int i = 1; i < 4; ++i)

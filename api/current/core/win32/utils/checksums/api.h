@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/win32/utils/memory/api.h"
+#include "win32/checksums/include/ChecksumProgress.h"
 
 // Checksums and hashes of memory and of files. Where the processor has instructions for them they are used.
 // What all utility functions have in common is said in core/win32/utils/memory/api.h.
@@ -10,8 +11,6 @@
 // bytes done, the size that the file had at first, and `context`, on the calling thread.
 
 extern "C" {
-typedef void (*ChecksumProgress)(unsigned long long done, unsigned long long size, void* context);
-
 /// CRC-32 of Ethernet, ZIP and PNG.
 ///
 /// @param start  0, or the value of the bytes before these

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Paths.h"
@@ -36,19 +37,6 @@ BY_HANDLE_FILE_INFORMATION informationOf(const wchar_t* path)
     if (!GetFileInformationByHandle(open(path, FILE_READ_ATTRIBUTES).get(), &information))
         raiseLastError();
     return information;
-}
-
-void writeAll(HANDLE file, std::basic_string_view<unsigned char> bytes)
-{
-    while (!bytes.empty()) {
-        DWORD written = 0;
-        if (!WriteFile(file, bytes.data(), static_cast<DWORD>(std::min(bytes.size(), kPiece)), &written,
-                       nullptr))
-            raiseLastError();
-        bytes.remove_prefix(written);
-    }
-    if (!FlushFileBuffers(file))
-        raiseLastError();
 }
 
 /// A new file beside another; it goes with its owner unless it was given a name of its own.
@@ -201,9 +189,8 @@ std::vector<unsigned char> readAll(const wchar_t* path, unsigned long long limit
         const std::size_t at = bytes.size();
         const std::size_t known = static_cast<std::size_t>(size.QuadPart);
         bytes.resize(at + std::clamp<std::size_t>(known > at ? known - at : 1, 1, kPiece));
-        DWORD read = 0;
-        if (!ReadFile(file.get(), bytes.data() + at, static_cast<DWORD>(bytes.size() - at), &read, nullptr))
-            raiseLastError();
+        unsigned long long read = 0;
+        requireSuccess(filetransfer::read(file.get(), bytes.data() + at, bytes.size() - at, read));
         bytes.resize(at + read);
         if (read == 0)
             return bytes;
@@ -217,7 +204,9 @@ void writeAtomically(const wchar_t* path, std::basic_string_view<unsigned char> 
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         raiseCode(kStoppedOnSymlink); // what stands for another file would be lost
     TemporaryFile file(target);
-    writeAll(file.get(), bytes);
+    requireSuccess(filetransfer::write(file.get(), bytes.data(), bytes.size()));
+    if (!FlushFileBuffers(file.get()))
+        raiseLastError();
     file.place(target);
 }
 

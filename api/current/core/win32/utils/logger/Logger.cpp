@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/wiper/include/Wiper.h"
 #include "win32/paths/include/CachedPath.h"
@@ -211,16 +212,13 @@ void Logger::startThread()
     if (!m_stop.isValid() || !m_finished.isValid())
         throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
     // The code that the thread runs stays loaded as long as it does.
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                            reinterpret_cast<const wchar_t*>(reinterpret_cast<void*>(&Logger::threadMain)),
-                            &module))
+    if (KeptLibrary::hold() != ERROR_SUCCESS)
         throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
-    ModuleHandle reference(module);
     m_thread.reset(CreateThread(nullptr, 0, &Logger::threadMain, this, 0, &m_threadId));
-    if (!m_thread.isValid())
+    if (!m_thread.isValid()) {
+        KeptLibrary::release();
         throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
-    static_cast<void>(reference.release()); // the thread's from now on
+    }
 }
 
 void Logger::openFiles()
@@ -288,17 +286,12 @@ void Logger::writeLogEntry(const wchar_t* module, const wchar_t* message)
 
 DWORD WINAPI Logger::threadMain(void* logger) noexcept
 {
-    {
-        auto* self = static_cast<Logger*>(logger);
-        const HANDLE finished = self->m_finished.get();
-        self->writeEntries();
-        SetEvent(finished);
-    }
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<const wchar_t*>(reinterpret_cast<void*>(&Logger::threadMain)),
-                       &module);
-    FreeLibraryAndExitThread(module, 0);
+    const HMODULE library = KeptLibrary::reference();
+    auto* self = static_cast<Logger*>(logger);
+    const HANDLE finished = self->m_finished.get();
+    self->writeEntries();
+    SetEvent(finished);
+    KeptLibrary::exitThread(library, 0);
 }
 
 void Logger::writeEntries() noexcept

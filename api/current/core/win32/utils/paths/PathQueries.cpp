@@ -8,8 +8,8 @@
 #include <iterator>
 #include <vector>
 
-#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
@@ -25,7 +25,7 @@ std::wstring finalPath(const std::wstring& path)
                                        OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!file.isValid())
         return {};
-    return paths::normalize(filledText(
+    return paths::normalize(systemText(
         [&](wchar_t* text, DWORD size) { return GetFinalPathNameByHandleW(file.get(), text, size, 0); }));
 }
 
@@ -134,7 +134,7 @@ bool isProtected(std::wstring_view path)
         return true; // the root of a drive, volume or share
     }
     const std::wstring windows =
-        filledText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
+        systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
     const std::wstring profiles = machineText(kProfiles, L"ProfilesDirectory");
     if (isInside(place, resolved(windows)))
         return true;

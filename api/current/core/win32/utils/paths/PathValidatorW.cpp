@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
-#include "core/win32/utils/objectmanager/include/FilledText.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/PathValidatorA.h"
 #include "core/win32/utils/paths/include/ShellFolder.h"
@@ -59,7 +59,7 @@ std::wstring userName()
 std::wstring applicationFolder()
 {
     const std::wstring program =
-        filledText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
+        systemText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
     return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
@@ -70,13 +70,13 @@ struct Macro
 };
 
 const Macro kMacros[] = {
-    {L"WINDIR", [] { return filledText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
-    {L"SYSTEM", [] { return filledText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
+    {L"WINDIR", [] { return systemText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
+    {L"SYSTEM", [] { return systemText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
     {L"PROGRAMFILES", [] { return shellFolder(CSIDL_PROGRAM_FILES); }},
     {L"PROGRAMDATA", [] { return shellFolder(CSIDL_COMMON_APPDATA); }},
     {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
     {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
-    {L"TEMP", [] { return filledText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
+    {L"TEMP", [] { return systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
     {L"USER_TEMP", [] { return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp")); }},
     {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
     {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/Strings.h"
@@ -60,7 +60,7 @@ std::size_t rootLength(std::wstring_view path) noexcept
 /// The first device that a name stands for.
 std::wstring deviceOf(const std::wstring& name)
 {
-    std::wstring devices = filledText([&](wchar_t* text, DWORD size) -> DWORD {
+    std::wstring devices = systemText([&](wchar_t* text, DWORD size) -> DWORD {
         const DWORD length = QueryDosDeviceW(name.c_str(), text, size);
         return length == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER ? size * 2 : length;
     });
@@ -69,7 +69,7 @@ std::wstring deviceOf(const std::wstring& name)
 
 std::wstring windowsFolder()
 {
-    return filledText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
+    return systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
 }
 
 /// The plain form of a literal path, where it means the same.
@@ -126,9 +126,9 @@ std::wstring normalize(std::wstring_view path)
 
 std::wstring toLongForm(std::wstring_view path)
 {
-    const std::wstring settled = settledPath(path);
+    const std::wstring target = toExtendedForm(normalize(path).c_str());
     return plainForm(
-        filledText([&](wchar_t* text, DWORD size) { return GetLongPathNameW(settled.c_str(), text, size); }));
+        systemText([&](wchar_t* text, DWORD size) { return GetLongPathNameW(target.c_str(), text, size); }));
 }
 
 std::wstring toExtendedForm(const wchar_t* path)
@@ -195,10 +195,10 @@ std::wstring toNative(std::wstring_view path)
             return LR"(\Device\Mup)" + plain.substr(1);
         const std::size_t begin = literal ? kPrefix : 0;
         const std::size_t end = std::min(plain.find(L'\\', begin), plain.size());
-        const std::wstring device = deviceOf(plain.substr(begin, end - begin));
-        if (device.compare(0, kPrefix, LR"(\??\)") != 0)
-            return device + plain.substr(end);
-        plain = plainForm(device + plain.substr(end));
+        std::wstring target = deviceOf(plain.substr(begin, end - begin)).append(plain, end);
+        if (target.compare(0, kPrefix, LR"(\??\)") != 0)
+            return target;
+        plain = plainForm(std::move(target));
     }
     raiseCode(ERROR_INVALID_DRIVE);
 }
@@ -206,7 +206,7 @@ std::wstring toNative(std::wstring_view path)
 std::tuple<std::wstring, std::wstring> extractFromCommand(std::wstring_view command)
 {
     const std::wstring given(command);
-    const std::wstring expanded = filledText(
+    const std::wstring expanded = systemText(
         [&](wchar_t* text, DWORD size) { return ExpandEnvironmentStringsW(given.c_str(), text, size); });
     const std::wstring whole = strings::trim(std::wstring_view(expanded.c_str()), L" \t");
     std::wstring program;
@@ -238,14 +238,11 @@ std::tuple<std::wstring, std::wstring> extractFromCommand(std::wstring_view comm
     }
     if (program.empty())
         raiseCode(ERROR_INVALID_PARAMETER);
-    if (program.find_first_of(L"\\/:") == std::wstring::npos) {
-        const std::wstring found = filledText([&](wchar_t* text, DWORD size) {
-            const DWORD length = SearchPathW(nullptr, program.c_str(), L".exe", size, text, nullptr);
-            SetLastError(ERROR_SUCCESS); // a program that is not there keeps its name
-            return length;
+    if (program.find_first_of(L"\\/:") == std::wstring::npos &&
+        SearchPathW(nullptr, program.c_str(), L".exe", 0, nullptr, nullptr) != 0)
+        program = systemText([&](wchar_t* text, DWORD size) {
+            return SearchPathW(nullptr, program.c_str(), L".exe", size, text, nullptr);
         });
-        program = found.empty() ? program : found;
-    }
     return {program, strings::trim(std::wstring_view(whole).substr(end), L" \t")};
 }
 

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <vector>
 
-#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "win32/communication/include/Primitives.h"
 
@@ -67,31 +67,14 @@ bool anyName(std::wstring_view path, Visit&& visit)
 
 std::wstring currentFolder()
 {
-    std::wstring folder(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetCurrentDirectoryW(static_cast<DWORD>(folder.size()), folder.data());
-        if (length == 0)
-            raiseLastError();
-        const bool fits = length < folder.size();
-        folder.resize(length);
-        if (fits)
-            return folder;
-    }
+    return systemText([](wchar_t* text, DWORD capacity) { return GetCurrentDirectoryW(capacity, text); });
 }
 
 /// The system's absolute form of "\" or of a drive's letter and colon.
 std::wstring fullPath(const wchar_t* path)
 {
-    std::wstring full(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr);
-        if (length == 0)
-            raiseLastError();
-        const bool fits = length < full.size();
-        full.resize(length);
-        if (fits)
-            return full;
-    }
+    return systemText(
+        [&](wchar_t* text, DWORD capacity) { return GetFullPathNameW(path, capacity, text, nullptr); });
 }
 
 std::wstring absolutePath(std::wstring_view path)

@@ -94,7 +94,7 @@ SYSMAINT_API long PathToNative(const wchar_t* path, wchar_t** native);
 /// @return 0, 87 (also a command without a program), 8, or the system's code
 SYSMAINT_API long PathExtractFromCommand(const wchar_t* command, wchar_t** program, wchar_t** arguments);
 
-/// The path in at most so many characters, the last part kept as long as possible: "C:\Users\...\report.txt".
+/// The path in at most so many characters, the last part kept as long as possible: "C:\Us...\report.txt".
 ///
 /// @return 0, 87 (also fewer than 4 characters for a longer path), 8
 SYSMAINT_API long PathCompactForDisplay(const wchar_t* path, size_t characters, wchar_t** text);

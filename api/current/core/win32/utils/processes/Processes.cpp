@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"

@@ -6,8 +6,8 @@
 
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/RegistryKey.h"
-#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/strings/include/Strings.h"
 #include "core/win32/utils/time/include/Time.h"
 
@@ -183,7 +183,7 @@ std::wstring readString(HKEY root, const wchar_t* key, const wchar_t* name, unsi
     text.resize(std::min(text.find(L'\0'), text.size()));
     if (value.type != REG_EXPAND_SZ || !expand)
         return text;
-    std::wstring expanded = filledText(
+    std::wstring expanded = systemText(
         [&](wchar_t* target, DWORD size) { return ExpandEnvironmentStringsW(text.c_str(), target, size); });
     expanded.resize(std::min(expanded.find(L'\0'), expanded.size()));
     return expanded;

@@ -213,12 +213,14 @@ private:
     /// Bytes with commas between them, which go on behind a backslash in the next line.
     void bytes(std::wstring_view text, std::vector<unsigned char>& data)
     {
-        for (;;) {
+        for (bool isContinued = false;; isContinued = true) {
             const bool more = !text.empty() && text.back() == L'\\';
             if (more)
                 text.remove_suffix(1);
             while (!text.empty() && text.front() == L' ')
                 text.remove_prefix(1);
+            if (text.empty() && (more || isContinued))
+                refuse();
             while (!text.empty()) {
                 const std::wstring_view byte = text.substr(0, text.find(L','));
                 if (byte.size() != 2)

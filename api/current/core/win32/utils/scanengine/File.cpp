@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 constexpr char kFileHeader[] = "core\\win32\\utils\\scanengine\\include\\File.h";
@@ -60,19 +61,8 @@ void File::create()
     if (!file.isValid())
         throw Exception(PLACE(kFileHeader, "File::create", __LINE__));
     const Content data = content();
-    const auto* at = static_cast<const unsigned char*>(data.data);
-    for (unsigned long long left = data.size; left != 0;) {
-        const DWORD wanted = left > FileInputByteStream::kLargestTransfer
-                                 ? FileInputByteStream::kLargestTransfer
-                                 : static_cast<DWORD>(left);
-        DWORD put = 0;
-        if (!WriteFile(file.get(), at, wanted, &put, nullptr))
-            throw Exception(PLACE(kFileHeader, "File::create", __LINE__));
-        if (put == 0)
-            throw Exception(PLACE(kFileHeader, "File::create", __LINE__), ERROR_WRITE_FAULT);
-        at += put;
-        left -= put;
-    }
+    requireSuccess(PLACE(kFileHeader, "File::create", __LINE__),
+                   filetransfer::write(file.get(), data.data, data.size));
 }
 
 void File::deleteItem()
@@ -138,19 +128,9 @@ void File::readData()
     const auto bytes = static_cast<unsigned long long>(length.QuadPart);
     Blob content;
     placedStep(PLACE(kFileHeader, "File::getData", __LINE__), [&] { content.allocate(bytes); });
-    auto* at = static_cast<unsigned char*>(content.getData());
-    unsigned long long done = 0;
-    while (done != bytes) {
-        const DWORD wanted = bytes - done > FileInputByteStream::kLargestTransfer
-                                 ? FileInputByteStream::kLargestTransfer
-                                 : static_cast<DWORD>(bytes - done);
-        DWORD got = 0;
-        if (!ReadFile(file.get(), at + done, wanted, &got, nullptr))
-            throw Exception(PLACE(kFileHeader, "File::getData", __LINE__));
-        if (got == 0)
-            break; // it became shorter meanwhile: what there is, is its content
-        done += got;
-    }
+    unsigned long long done = 0; // fewer if it became shorter meanwhile: what there is, is its content
+    requireSuccess(PLACE(kFileHeader, "File::getData", __LINE__),
+                   filetransfer::read(file.get(), content.getData(), bytes, done));
     keepData(content.release(), done);
     m_wasRead = true;
 }

@@ -2,7 +2,7 @@
 
 ObjectTable<SharedPtr<ScanItem>> scanItems(40);
 
-void* openOrFileItem(const char* place, const wchar_t* name, const SharedPtr<ScanItem>& item)
+void* openOrRegisterItem(const char* place, const wchar_t* name, const SharedPtr<ScanItem>& item)
 {
     if (!item)
         throw Exception(place, ERROR_INVALID_ADDRESS);
@@ -13,9 +13,9 @@ void* openOrFileItem(const char* place, const wchar_t* name, const SharedPtr<Sca
         return item;
     }));
     if (!isNew) {
-        SharedPtr<ScanItem> filed;
-        requireSuccess(scanItems().get(handle.get(), filed));
-        if (!item->isInterchangeable(*filed))
+        SharedPtr<ScanItem> registered;
+        requireSuccess(scanItems().get(handle.get(), registered));
+        if (!item->isInterchangeable(*registered))
             throw Exception(place, ERROR_ALREADY_EXISTS);
     }
     return handle.release();

@@ -126,17 +126,17 @@ bool ScanPath::lookUpNext(Walk& walk)
         handles.reserve(kMost);
         for (auto handle = walk.queue.begin(); handle != last; ++handle)
             handles.push_back(handle->get());
-        std::vector<Looked> looked(handles.size());
-        auto at = looked.begin();
+        std::vector<TakenContainer> taken(handles.size());
+        auto next = taken.begin();
         auto handle = walk.queue.begin();
         scanItems().takeObjects(handles, [&](long code, const SharedPtr<ScanItem>& item) {
-            *at++ = {code, item};
+            *next++ = {code, item};
             if (code == ERROR_SUCCESS)
                 static_cast<void>(handle->release()); // the table has closed it
             ++handle;
         });
         walk.queue.erase(walk.queue.begin(), last);
-        walk.next.assign(looked.begin(), looked.end());
+        walk.next.assign(taken.begin(), taken.end());
     }
     return !walk.next.empty();
 }

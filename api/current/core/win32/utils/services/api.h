@@ -3,22 +3,13 @@
 #include <windows.h>
 
 #include "core/win32/utils/memory/api.h"
+#include "win32/services/include/ServiceRecord.h"
 
 // Services. What all utility functions have in common is said in core/win32/utils/memory/api.h.
 //
 // Time-outs are in milliseconds; INFINITE waits without end. Names are the services' short names.
 
 extern "C" {
-/// One service. The texts stand in the same buffer.
-struct ServiceRecord
-{
-    const wchar_t* name;
-    const wchar_t* displayName;
-    unsigned long type;      ///< SERVICE_WIN32_OWN_PROCESS and the like
-    unsigned long state;     ///< SERVICE_RUNNING and the like
-    unsigned long processId; ///< 0 when it does not run
-};
-
 /// @param kinds   SERVICE_WIN32, SERVICE_DRIVER; 0: SERVICE_WIN32
 /// @param states  SERVICE_ACTIVE, SERVICE_INACTIVE; 0: both
 /// @return 0, 87, 8, or the system's code

@@ -7,8 +7,8 @@
 
 #include <memory>
 
-#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/paths/include/ShellFolder.h"
 #include "core/win32/utils/security/include/Security.h"
@@ -130,7 +130,7 @@ bool isShortcutBroken(const wchar_t* link)
     const std::wstring raw = std::get<0>(readShortcut(link));
     if (raw.empty())
         return false; // leads to something that is no file
-    const std::wstring target = filledText(
+    const std::wstring target = systemText(
         [&](wchar_t* text, DWORD size) { return ExpandEnvironmentStringsW(raw.c_str(), text, size); });
     const std::wstring path = paths::normalize(target.c_str());
     // What may come back is not gone: shares, media, drives that are not there now.

@@ -6,8 +6,8 @@
 
 #include <algorithm>
 
-#include "core/win32/utils/objectmanager/include/FilledText.h"
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/registry/include/Registry.h"
 #include "core/win32/utils/security/include/Security.h"
 
@@ -15,7 +15,7 @@ namespace environment {
 std::wstring expand(const wchar_t* text, unsigned long session)
 {
     if (session == kOwn) {
-        std::wstring expanded = filledText(
+        std::wstring expanded = systemText(
             [&](wchar_t* target, DWORD size) { return ExpandEnvironmentStringsW(text, target, size); });
         expanded.resize(std::min(expanded.find(L'\0'), expanded.size()));
         return expanded;
@@ -35,7 +35,9 @@ std::wstring expand(const wchar_t* text, unsigned long session)
 
 std::wstring get(const wchar_t* name)
 {
-    return filledText(
+    if (GetEnvironmentVariableW(name, nullptr, 0) == 1) // an empty one has its terminator
+        return {};
+    return systemText(
         [&](wchar_t* target, DWORD size) { return GetEnvironmentVariableW(name, target, size); });
 }
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
-#include "core/win32/utils/threadpool/include/KeptLibrary.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 #include "core/win32/utils/threadpool/include/ThreadContext.h"
 

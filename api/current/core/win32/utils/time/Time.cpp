@@ -76,7 +76,12 @@ unsigned long long fromText(std::wstring_view text)
     }
     const SYSTEMTIME at = {numbers[0], numbers[1], 0, numbers[2], numbers[3], numbers[4], numbers[5], 0};
     FILETIME file;
-    if (!SystemTimeToFileTime(&at, &file)) // also refuses days that a month does not have
+    if (!SystemTimeToFileTime(&at, &file))
+        raiseCode(ERROR_INVALID_PARAMETER);
+    // Not every system refuses a day that the month does not have.
+    const SYSTEMTIME back = fields(number(file));
+    if (back.wDay != at.wDay || back.wHour != at.wHour || back.wMinute != at.wMinute ||
+        back.wSecond != at.wSecond)
         raiseCode(ERROR_INVALID_PARAMETER);
     return number(file) + fraction;
 }

@@ -3,23 +3,13 @@
 #include <windows.h>
 
 #include "core/win32/utils/memory/api.h"
+#include "win32/volumes/include/VolumeRecord.h"
 
 // Volumes. What all utility functions have in common is said in core/win32/utils/memory/api.h.
 //
 // A root is "C:" or "C:\", or a volume's own name, "\\?\Volume{...}\". Space: GetDiskFreeSpaceExW.
 
 extern "C" {
-/// A drive letter, or a volume that has neither letter nor folder.
-struct VolumeRecord
-{
-    const wchar_t* root;       ///< with its closing backslash
-    const wchar_t* label;      ///< empty when it has none
-    const wchar_t* fileSystem; ///< "NTFS"; empty when it is not ready
-    unsigned long type;        ///< DRIVE_FIXED and the like
-    unsigned long serial;
-    int isReady; ///< 0: no medium, or not to be read
-};
-
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long VolumeEnumerate(struct VolumeRecord** records, size_t* count);
 

@@ -7,6 +7,7 @@
 #include <cwchar>
 #include <string>
 
+#include "core/win32/registry/include/ValueData.h"
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
@@ -83,17 +84,11 @@ std::wstring readList(HKEY key)
     DWORD type = REG_NONE;
     DWORD size = 0;
     std::wstring list;
-    long code = RegQueryValueExW(key, kValue, nullptr, &type, nullptr, &size);
-    // It may grow between the two questions.
-    for (int attempt = 0; code == ERROR_SUCCESS; ++attempt) {
-        list.resize(size / sizeof(wchar_t) + 1);
-        size = static_cast<DWORD>(list.size() * sizeof(wchar_t));
-        code = RegQueryValueExW(key, kValue, nullptr, &type, reinterpret_cast<BYTE*>(list.data()), &size);
-        if (code != ERROR_MORE_DATA || attempt == 8)
-            break;
-        code = ERROR_SUCCESS;
-    }
-    requireSuccess(PLACE(kBootExecuteHeader, "readList", __LINE__), code);
+    requireSuccess(PLACE(kBootExecuteHeader, "readList", __LINE__),
+                   valuedata::query(key, kValue, type, size, [&](std::size_t capacity) -> void* {
+                       list.resize(capacity / sizeof(wchar_t) + 1);
+                       return list.data();
+                   }));
     list.resize(size / sizeof(wchar_t));
     if (type != REG_MULTI_SZ || size % sizeof(wchar_t) != 0 || closingPosition(list) == std::wstring::npos)
         throw Exception(PLACE(kBootExecuteHeader, "readList", __LINE__), ERROR_INVALID_DATA);

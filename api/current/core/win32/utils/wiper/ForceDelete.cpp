@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
-#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "core/win32/utils/wiper/include/BootListPath.h"
@@ -104,10 +104,9 @@ std::wstring readList()
     const Win32Handle file =
         openList(GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
     std::wstring text(static_cast<std::size_t>(sizeOf(file.get())) / sizeof(wchar_t), L'\0');
-    DWORD read = 0;
-    if (!ReadFile(file.get(), text.data(), static_cast<DWORD>(text.size() * sizeof(wchar_t)), &read, nullptr))
-        raiseLastError();
-    text.resize(read / sizeof(wchar_t));
+    unsigned long long read = 0;
+    requireSuccess(filetransfer::read(file.get(), text.data(), text.size() * sizeof(wchar_t), read));
+    text.resize(static_cast<std::size_t>(read) / sizeof(wchar_t));
     return text;
 }
 } // namespace

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace crc32 {
+namespace crc {
 /// Takes bytes into the register, which is neither inverted before nor after.
 using Take = std::uint32_t(std::uint32_t value, const unsigned char* bytes, std::size_t size) noexcept;
 
@@ -14,7 +14,7 @@ Take takePortably;
 Take takeWithExtensions;
 /// The faster of those that this processor has.
 [[nodiscard]] Take& fastestTake() noexcept;
-} // namespace crc32
+} // namespace crc
 
 /// CRC-32 with the polynomial of Ethernet, ZIP and PNG (reflected 0xEDB88320). No operation can fail.
 class CRC32
@@ -23,7 +23,7 @@ public:
     using Digest = std::uint32_t;
 
     /// Goes on from the checksum `start` of what went before.
-    explicit CRC32(Digest start = 0, crc32::Take& take = crc32::fastestTake()) noexcept
+    explicit CRC32(Digest start = 0, crc::Take& take = crc::fastestTake()) noexcept
         : m_take(&take), m_value(~start)
     {
     }
@@ -35,6 +35,6 @@ public:
     [[nodiscard]] Digest finish() const noexcept { return ~m_value; }
 
 private:
-    crc32::Take* m_take;
+    crc::Take* m_take;
     std::uint32_t m_value;
 };

@@ -5,7 +5,7 @@
 #include <functional>
 #include <string_view>
 
-#include "core/win32/utils/checksums/api.h"
+#include "win32/checksums/include/ChecksumProgress.h"
 
 /// How a file is read to be hashed.
 struct FileReading

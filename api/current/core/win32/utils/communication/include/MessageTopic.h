@@ -4,7 +4,7 @@
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
-#include "core/win32/utils/threadpool/api.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
 #include "win32/communication/include/ConsumerQueue.h"
 #include "win32/communication/include/MessageFilter.h"
 #include "win32/threadpool/include/ITHPIdentifier.h"
@@ -108,9 +108,13 @@ private:
     [[nodiscard]] bool isWorking();
     void stopConsumer();
     [[nodiscard]] bool isRunning(void* instance) noexcept;
+    // These return the pool's code.
+    long askPool(void* instance, bool& running) noexcept;
+    long cancelConsumer(void* instance) noexcept;
+    long waitForInstance(void* instance, DWORD timeout) noexcept;
     void dropEnded() noexcept;
     // These are called without it.
-    void createPool();
+    void requirePool();
     void beginWork();
     void beginOrGiveUp();
     void stopAndWait(const Deadline& deadline);
@@ -127,7 +131,7 @@ private:
     // Guards what follows. Held while the pool is asked, never while a subscriber is called or a consumer
     // begins, which may need the loader.
     ReadWriteLock m_workLock;
-    SmartHandle<THPCloseThreadpool> m_pool; // once work has begun it stays until the topic dies
+    SmartHandle<closePool> m_pool;          // once work has begun it stays until the topic dies
     std::vector<void*> m_instances;         // the consumer work that may not have ended, the latest last
     bool m_beginning = false;               // a thread is about to queue the next
     bool m_accepting = false;               // the latest will still look at the queue

@@ -129,4 +129,11 @@ void* createFrame(const char* nullPlace, const char* memoryPlace, Table& table, 
         });
     });
 }
+
+/// The same with one place text for both.
+template <class Table, class Make>
+void* createFrame(const char* place, Table& table, const wchar_t* name, Make&& make) noexcept
+{
+    return createFrame(place, place, table, name, std::forward<Make>(make));
+}
 } // namespace boundary

@@ -44,19 +44,19 @@ public:
             if (name == nullptr)
                 raiseCode(ERROR_INVALID_PARAMETER);
             const Locker locker(m_tableLock);
-            return file(name, object);
+            return add(name, object);
         });
     }
 
-    /// Files several objects under one lock, in order; `nameOf` gives each its name, `filed` takes its
+    /// Files several objects under one lock, in order; `nameOf` gives each its name, `added` takes its
     /// handle. Raises the code of the first that cannot be filed as a bare long, as registerObject would set
     /// it; those before it stay.
-    template <class Objects, class NameOf, class Filed>
-    void registerObjects(const Objects& objects, NameOf&& nameOf, Filed&& filed)
+    template <class Objects, class NameOf, class Added>
+    void registerObjects(const Objects& objects, NameOf&& nameOf, Added&& added)
     {
         const Locker locker(m_tableLock);
         for (const ObjectPtr& object : objects)
-            filed(file(nameOf(object).c_str(), object));
+            added(add(nameOf(object).c_str(), object));
     }
 
     /// The handle of the entry of that name, opened once more. On failure returns the invalid handle with
@@ -92,7 +92,7 @@ public:
             return handle;
         const ObjectPtr object = make(); // dies, if it is not filed, after the lock is left
         const Locker locker(m_tableLock);
-        return file(name, object);
+        return add(name, object);
     }
 
     /// Copies the pointer of the object behind `handle`. Returns 0, 6 (null, out of range or closed handle)
@@ -285,7 +285,7 @@ private:
 
     // The steps below run under the table's lock.
 
-    void* file(const wchar_t* name, const ObjectPtr& object)
+    void* add(const wchar_t* name, const ObjectPtr& object)
     {
         if (findAndOpen(name) != nullptr)
             raiseCode(ERROR_ALREADY_EXISTS);

@@ -39,12 +39,13 @@ private:
     void* m_handle;
 };
 
-/// Opens the item that is filed under the caller's name and the identifier of `item`, or files `item` there.
-/// Returns the handle. Raises an Exception at `place`: 487 for no item, 183 when what is filed is another
-/// kind of item; and the table's codes as a bare long.
-[[nodiscard]] void* openOrFileItem(const char* place, const wchar_t* name, const SharedPtr<ScanItem>& item);
+/// Opens the item that is registered under the caller's name and the identifier of `item`, or registers
+/// `item` there. Returns the handle. Raises an Exception at `place`: 487 for no item, 183 when what is filed
+/// is another kind of item; and the table's codes as a bare long.
+[[nodiscard]] void* openOrRegisterItem(const char* place, const wchar_t* name,
+                                       const SharedPtr<ScanItem>& item);
 
-/// A function that files the item that `make` returns: the whole export. Without a name or with
+/// Registers the item that `make` returns, as the whole body of an exported function. Without a name or with
 /// `argumentsGiven` false it fails with 87.
 template <class Make>
 void* createItem(const char* place, const wchar_t* name, bool argumentsGiven, Make&& make) noexcept
@@ -52,6 +53,6 @@ void* createItem(const char* place, const wchar_t* name, bool argumentsGiven, Ma
     return boundary::handleFrame([&]() -> void* {
         if (name == nullptr || !argumentsGiven)
             throw Exception(place, ERROR_INVALID_PARAMETER);
-        return openOrFileItem(place, name, make());
+        return openOrRegisterItem(place, name, make());
     });
 }

@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "core/win32/utils/memory/include/UtilityMemory.h"
-#include "core/win32/utils/services/api.h"
+#include "win32/services/include/ServiceRecord.h"
 
 /// What the exported service functions do; see api.h. They raise bare codes.
 namespace services {

@@ -71,7 +71,7 @@ extern ObjectTable<ThreadPoolPtr> threadPools;
 /// 87 (null name) or 8, for both of which `place` stands.
 [[nodiscard]] inline void* createPool(const char* place, const wchar_t* name) noexcept
 {
-    return boundary::createFrame(place, place, threadPools(), name, [] { return new ThreadPool; });
+    return boundary::createFrame(place, threadPools(), name, [] { return new ThreadPool; });
 }
 
 /// Gives back one opening of a pool; the last one closes it. At the end of the process nothing is done.

@@ -4,7 +4,7 @@
 #include <tuple>
 
 #include "core/win32/utils/memory/include/UtilityMemory.h"
-#include "core/win32/utils/volumes/api.h"
+#include "win32/volumes/include/VolumeRecord.h"
 
 /// What the exported volume functions do; see api.h. They raise bare codes.
 namespace volumes {
