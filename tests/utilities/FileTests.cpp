@@ -236,7 +236,7 @@ TEST(Volumes, TellOfDrives)
         return CreateEventW(nullptr, TRUE, FALSE, nullptr); // any handle
     });
     CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(sysmaintModule());
-    for (const char penalty : {0, 1}) {
+    for (const char penalty : {'\0', '\1'}) {
         control.setHook(
             [&](auto, HANDLE, DWORD, void*, DWORD, void* target, DWORD, DWORD* size, OVERLAPPED*) {
                 static_cast<char*>(target)[8] = penalty;

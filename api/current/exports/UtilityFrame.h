@@ -44,6 +44,11 @@ struct AsItIs
 {
     const Char* text;
 };
+template <class Char>
+AsItIs<Char> asItIs(const Char* text)
+{
+    return {text};
+}
 
 /// A text with its length, or up to its terminator (kTerminated).
 inline constexpr std::size_t kTerminated = static_cast<std::size_t>(-1);
@@ -67,6 +72,11 @@ struct List
 {
     const Char* first;
 };
+template <class Char>
+List<Char> listed(const Char* first)
+{
+    return {first};
+}
 
 // -- Whether an input or output is missing
 

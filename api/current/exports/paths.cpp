@@ -1,8 +1,8 @@
 #include "core/win32/utils/paths/include/Paths.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/paths/api.h"
 #include "core/win32/utils/paths/include/PathValidatorA.h"
 #include "core/win32/utils/paths/include/PathValidatorW.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 
@@ -58,22 +58,22 @@ long PathToExtendedFormA(const char* path, char** result)
 
 long PathFileNameW(const wchar_t* path, const wchar_t** fileName)
 {
-    return utilityFrame(outputs(fileName), paths::fileName<wchar_t>, AsItIs{path});
+    return utilityFrame(outputs(fileName), paths::fileName<wchar_t>, asItIs(path));
 }
 
 long PathFileNameA(const char* path, const char** fileName)
 {
-    return utilityFrame(outputs(fileName), paths::fileName<char>, AsItIs{path});
+    return utilityFrame(outputs(fileName), paths::fileName<char>, asItIs(path));
 }
 
 long PathExtensionW(const wchar_t* path, const wchar_t** extension)
 {
-    return utilityFrame(outputs(extension), paths::extension<wchar_t>, AsItIs{path});
+    return utilityFrame(outputs(extension), paths::extension<wchar_t>, asItIs(path));
 }
 
 long PathExtensionA(const char* path, const char** extension)
 {
-    return utilityFrame(outputs(extension), paths::extension<char>, AsItIs{path});
+    return utilityFrame(outputs(extension), paths::extension<char>, asItIs(path));
 }
 
 long PathParentW(const wchar_t* path, wchar_t** folder)

@@ -1,9 +1,9 @@
 // The exported functions of texts.
 
 #include "core/win32/utils/strings/include/Strings.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 
@@ -69,12 +69,12 @@ long StringSplitA(const char* text, const char* separators, int keepEmpty, char*
 
 long StringJoinW(const wchar_t* list, const wchar_t* separator, wchar_t** result)
 {
-    return utilityFrame(outputs(result), strings::join, List{list}, separator);
+    return utilityFrame(outputs(result), strings::join, listed(list), separator);
 }
 
 long StringJoinA(const char* list, const char* separator, char** result)
 {
-    return utilityFrame(outputs(result), strings::join, List{list}, separator);
+    return utilityFrame(outputs(result), strings::join, listed(list), separator);
 }
 
 long StringStartsWithW(const wchar_t* text, const wchar_t* prefix, int ignoreCase, int* result)
