@@ -1,33 +1,84 @@
 #include <windows.h>
 
 #include <bcrypt.h>
+#include <zlib.h>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
 #include "Bench.h"
+#include "core/win32/utils/checksums/include/CRC32.h"
+#include "core/win32/utils/checksums/include/MD5.h"
+#include "core/win32/utils/checksums/include/SHA256.h"
 #include "core/win32/utils/lookup/include/SHA1.h"
 
 namespace {
-CSHA1::Digest systemHash(const std::vector<unsigned char>& data)
+using Data = std::vector<unsigned char>;
+
+template <class Digest>
+Digest systemHash(const wchar_t* name, const Data& data)
 {
     BCRYPT_ALG_HANDLE algorithm = nullptr;
     BCRYPT_HASH_HANDLE hash = nullptr;
-    CSHA1::Digest digest{};
-    require(BCryptOpenAlgorithmProvider(&algorithm, BCRYPT_SHA1_ALGORITHM, nullptr, 0) == 0 &&
+    Digest digest{};
+    require(BCryptOpenAlgorithmProvider(&algorithm, name, nullptr, 0) == 0 &&
                 BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0) == 0 &&
                 BCryptHashData(hash, const_cast<unsigned char*>(data.data()), static_cast<ULONG>(data.size()),
                                0) == 0 &&
-                BCryptFinishHash(hash, digest.data(), CSHA1::kDigestSize, 0) == 0,
-            "the system's SHA-1 failed");
+                BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0) == 0,
+            "the system's hash failed");
     BCryptDestroyHash(hash);
     BCryptCloseAlgorithmProvider(algorithm, 0);
     return digest;
 }
 
-CSHA1::Digest ourHash(const std::vector<unsigned char>& data, sha1::TakeBlocks& takeBlocks)
+unsigned long zlibChecksum(const Data& data)
 {
-    CSHA1 hash(takeBlocks);
+    return crc32(crc32(0, nullptr, 0), data.data(), static_cast<uInt>(data.size()));
+}
+
+/// What the rows have in common: the bytes, made when the first row needs them.
+struct Bytes
+{
+    std::size_t mebibytes;
+    Data data;
+    void make()
+    {
+        if (!data.empty())
+            return;
+        data.resize(mebibytes * 1048576);
+        for (std::size_t i = 0; i < data.size(); ++i)
+            data[i] = static_cast<unsigned char>(i * 7919 >> 3U);
+    }
+};
+
+/// Ours and the peer's do the same and must come to the same.
+template <class Ours, class Peer>
+BenchRow row(const char* name, const char* peerName, double goal, const std::shared_ptr<Bytes>& bytes,
+             Ours ours, Peer peer)
+{
+    using Result = decltype(peer(bytes->data));
+    const auto expected = std::make_shared<Result>();
+    BenchRow made;
+    made.name = name;
+    made.peerName = peerName;
+    made.goal = goal;
+    made.operations = static_cast<double>(bytes->mebibytes);
+    made.prepare = [=, isMade = std::make_shared<bool>(false)] {
+        bytes->make();
+        if (!*isMade)
+            *expected = peer(bytes->data);
+        *isMade = true;
+    };
+    made.ours = [=] { require(ours(bytes->data) == *expected, "another checksum than the peer's"); };
+    made.peer = [=] { require(peer(bytes->data) == *expected, "the peer's checksum has changed"); };
+    return made;
+}
+
+template <class Hash>
+typename Hash::Digest finished(Hash hash, const Data& data)
+{
     hash.update(data.data(), data.size());
     return hash.finish();
 }
@@ -35,29 +86,36 @@ CSHA1::Digest ourHash(const std::vector<unsigned char>& data, sha1::TakeBlocks& 
 
 BenchRows hashingRows(BenchScale scale)
 {
-    const long mebibytes = scale(64);
-    const auto data = std::make_shared<std::vector<unsigned char>>();
-    const auto expected = std::make_shared<CSHA1::Digest>();
-    BenchRows rows;
-    const auto prepare = [=] {
-        if (!data->empty())
-            return;
-        data->resize(static_cast<std::size_t>(mebibytes) * 1048576);
-        for (std::size_t i = 0; i < data->size(); ++i)
-            (*data)[i] = static_cast<unsigned char>(i * 7919 >> 3U);
-        *expected = systemHash(*data);
+    const auto bytes = std::make_shared<Bytes>();
+    bytes->mebibytes = static_cast<std::size_t>(scale(64));
+    const auto sha1By = [](sha1::TakeBlocks& take) {
+        return [&take](const Data& d) { return finished(CSHA1(take), d); };
     };
-    const auto ours = [=](sha1::TakeBlocks& takeBlocks) {
-        return [=, &takeBlocks] {
-            require(ourHash(*data, takeBlocks) == *expected, "another hash than the system's");
-        };
+    const auto sha256By = [](sha256::TakeBlocks& take) {
+        return [&take](const Data& d) { return finished(SHA256(take), d); };
     };
-    const auto system = [=] { require(systemHash(*data) == *expected, "the system's hash has changed"); };
+    const auto crcBy = [](crc::Take& take) {
+        return [&take](const Data& d) -> unsigned long { return finished(CRC32(0, take), d); };
+    };
+    const auto system = [](const wchar_t* name, auto digest) {
+        return [=](const Data& d) { return systemHash<decltype(digest)>(name, d); };
+    };
+    const auto systemSha1 = system(BCRYPT_SHA1_ALGORITHM, CSHA1::Digest());
+    const auto systemSha256 = system(BCRYPT_SHA256_ALGORITHM, SHA256::Digest());
     const char* peer = "the system's crypto library";
-    const auto operations = static_cast<double>(mebibytes);
-    rows.timed = {{"SHA-1 of 64 MiB (op: 1 MiB)", peer, 1.5, operations, ours(sha1::fastestTakeBlocks()),
-                   system, prepare},
-                  {"the same without the SHA extensions", peer, 0, operations, ours(sha1::takeBlocksPortably),
-                   system, prepare}};
+    BenchRows rows;
+    rows.timed = {
+        row("SHA-1 of 64 MiB (op: 1 MiB)", peer, 1.5, bytes, sha1By(sha1::fastestTakeBlocks()), systemSha1),
+        row("the same without the SHA extensions", peer, 0, bytes, sha1By(sha1::takeBlocksPortably),
+            systemSha1),
+        row("SHA-256 of 64 MiB (op: 1 MiB)", peer, 1.0, bytes, sha256By(sha256::fastestTakeBlocks()),
+            systemSha256),
+        row("the same without the SHA extensions", peer, 0, bytes, sha256By(sha256::takeBlocksPortably),
+            systemSha256),
+        row(
+            "MD5 of 64 MiB (op: 1 MiB)", peer, 1.0, bytes, [](const Data& d) { return finished(MD5(), d); },
+            system(BCRYPT_MD5_ALGORITHM, MD5::Digest())),
+        row("CRC-32 of 64 MiB (op: 1 MiB)", "zlib", 3.0, bytes, crcBy(crc::fastestTake()), zlibChecksum),
+        row("the same without its instructions", "zlib", 0, bytes, crcBy(crc::takePortably), zlibChecksum)};
     return rows;
 }

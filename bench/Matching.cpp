@@ -10,7 +10,7 @@
 #include "RuleTexts.h"
 #include "core/win32/utils/scanengine/include/File.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 

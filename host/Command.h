@@ -71,3 +71,4 @@ extern const Command kBootCommand;
 extern const Command kRestoreCommand;
 extern const Command kSnapshotCommand;
 extern const Command kLogCommand;
+extern const Command kUtilCommand;

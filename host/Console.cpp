@@ -1,7 +1,10 @@
 #include "Console.h"
 
 #include <algorithm>
-#include <iterator>
+
+#include "OwnedText.h"
+
+#include "core/win32/utils/formatting/api.h"
 
 namespace {
 constexpr ULONGLONG kFlushInterval = 250; // milliseconds
@@ -133,41 +136,24 @@ void ProgressLine::clear()
 
 std::wstring formatCount(unsigned long long count)
 {
-    std::wstring digits = std::to_wstring(count);
-    for (std::size_t at = digits.size(); at > 3; at -= 3)
-        digits.insert(at - 3, 1, L',');
-    return digits;
+    return textOf([&](wchar_t** text) { return FormatCount(count, text); });
 }
 
 std::wstring formatBytes(unsigned long long bytes)
 {
-    const wchar_t* const units[] = {L"bytes", L"KiB", L"MiB", L"GiB", L"TiB", L"PiB", L"EiB"};
-    std::size_t unit = 0;
-    unsigned long long whole = bytes;
-    unsigned long long tenths = 0;
-    while (whole >= 1024 && unit + 1 < std::size(units)) {
-        tenths = (whole % 1024) * 10 / 1024;
-        whole /= 1024;
-        ++unit;
-    }
-    std::wstring text = formatCount(whole);
-    if (unit != 0)
-        text += L"." + std::to_wstring(tenths);
-    return text + L" " + units[unit];
+    return textOf([&](wchar_t** text) { return FormatByteSize(bytes, 1, text); });
 }
 
 std::wstring formatCode(long code)
 {
-    wchar_t text[512];
-    DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
-                       static_cast<DWORD>(code), 0, text, static_cast<DWORD>(std::size(text)), nullptr);
-    while (length != 0 && (text[length - 1] <= L' ' || text[length - 1] == L'.'))
-        --length;
+    std::wstring text =
+        textOf([&](wchar_t** target) { return FormatSystemError(static_cast<unsigned long>(code), target); });
+    while (!text.empty() && text.back() == L'.')
+        text.pop_back();
     const std::wstring number = std::to_wstring(code);
-    if (length == 0 && code == 681) // not every system has words for it
+    if (text.empty() && code == 681) // not every system has words for it
         return L"it is a link, or lies behind one (681)";
-    return length == 0 ? L"error " + number : std::wstring(text, length) + L" (" + number + L")";
+    return text.empty() ? L"error " + number : text + L" (" + number + L")";
 }
 
 std::wstring printable(std::wstring_view text)

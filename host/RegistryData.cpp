@@ -2,28 +2,15 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
 #include "Console.h"
+#include "OwnedText.h"
+
+#include "core/win32/utils/registry/api.h"
 
 namespace {
 constexpr std::size_t kMostCharacters = 60;
 constexpr unsigned long kMostBytes = 16;
-
-const wchar_t* const kTypes[] = {
-    L"REG_NONE",
-    L"REG_SZ",
-    L"REG_EXPAND_SZ",
-    L"REG_BINARY",
-    L"REG_DWORD",
-    L"REG_DWORD_BIG_ENDIAN",
-    L"REG_LINK",
-    L"REG_MULTI_SZ",
-    L"REG_RESOURCE_LIST",
-    L"REG_FULL_RESOURCE_DESCRIPTOR",
-    L"REG_RESOURCE_REQUIREMENTS_LIST",
-    L"REG_QWORD",
-};
 
 template <class Number>
 std::wstring number(const void* data)
@@ -114,7 +101,8 @@ RegistryData readData(IRegistryValue& value)
 
 std::wstring typeName(unsigned long type)
 {
-    return type < std::size(kTypes) ? kTypes[type] : L"type " + std::to_wstring(type);
+    const std::wstring name = textOf([&](wchar_t** text) { return RegistryTypeName(type, text); });
+    return (name[0] == L'R' ? L"" : L"type ") + name;
 }
 
 std::wstring shortData(const RegistryData& value)

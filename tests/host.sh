@@ -235,6 +235,33 @@ run 2 log 'Disk Cleaner' $'bell \x07' && says err 'control character'
 run 0 log 'disk cleaner' 'removed 12 files'
 tr -d '\0' <"$log" | grep -q 'disk cleaner:  removed 12 files' || fail 'the log lacks the line'
 
+# Utilities: the same lines as Debian's programs, both ways; what cannot be vouched for fails.
+mkdir "$work/sums" && cd "$work/sums"
+printf abc >plain && printf 1 >'größe €' && : >empty
+for sum in sha256 sha1 md5; do
+    run 0 util checksum plain 'größe €' empty --algorithm $sum
+    diff <("$sum"sum plain 'größe €' empty) <(tr -d '\r' <"$work/out") || fail "$sum"
+    "$sum"sum -c --quiet <(tr -d '\r' <"$work/out") || fail "$sum: its own list"
+    "$sum"sum plain 'größe €' >list && run 0 util checksum --check list && says out 'plain: OK'
+done
+run 0 util checksum plain --algorithm crc32 --json && says out '"algorithm":"crc32","checksum":"352441c2"'
+run 0 util checksum "$(windows_path "$work/sums/plain")" && says out '\ba7816bf' && says out '\\plain'
+cp "$work/out" list && run 0 util checksum --check list
+printf x >>plain && run 1 util checksum --check list && says out 'plain: FAILED' && says err '1 do not match'
+rm plain && run 1 util checksum --check list && says out 'FAILED open or read'
+: >list && run 1 util checksum --check list
+echo 'no list' >list && run 1 util checksum --check list && says err 'no checksums'
+run 1 util checksum missing && says err '(2)'
+run 2 util checksum && run 2 util && run 2 util frobnicate && run 2 util checksum x --algorithm sha0 && run 2 util icons x
+run 0 util --help && says out 'example:'
+run 0 util whoami && says out "$(id -un)" && says out 'S-1-5-' && run 0 util whoami --json && says out '"administrator":true'
+run 0 util services && says out 'running' && run 0 util services --json && says out '"displayName":'
+run 0 util fileversion 'C:\windows\system32\kernel32.dll' && says out 'kernel32.dll: ' && says out 'Wine'
+run 1 util fileversion list
+run 0 util icons 'C:\windows\system32\shell32.dll' --out icons --size 16 && says out 'icon-1.bmp'
+[ "$(head -c 2 icons/icon-1.bmp)" = BM ] && [ "$(stat -c %s icons/icon-1.bmp)" -eq 1078 ] || fail 'no bitmap'
+cd - >/dev/null
+
 mv "$(dirname "$log")" "$work/logs" && : >"$(dirname "$log")"
 run 1 log module text
 grep -q '(0)' "$work/err" && fail "a log that cannot be had: $(cat "$work/err")"

@@ -10,7 +10,7 @@
 #include "core/win32/utils/scanengine/include/PatternGroup.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "support/ImportReplacement.h"
 #include "support/Threads.h"

@@ -54,11 +54,9 @@ bool findFirstSubKey(HKEY key, std::wstring& found)
     return true;
 }
 
-/// Deletes a key and what is below it, deepest first. `top` was opened as itself where it is a link (which
-/// has no sub-keys of its own), and is deleted by its handle: by name the system may go through the link and
-/// delete what it leads to. What somebody else deletes in between is gone as well. Raises the bare code of
-/// the first key that cannot be deleted.
-void deleteTree(RegistryKeyHandle&& top)
+} // namespace
+
+void deleteKeyTree(RegistryKeyHandle&& top)
 {
     struct Level
     {
@@ -95,6 +93,7 @@ void deleteTree(RegistryKeyHandle&& top)
     }
 }
 
+namespace {
 std::wstring_view withoutBackslashes(std::wstring_view path) noexcept
 {
     const std::size_t begin = path.find_first_not_of(L'\\');
@@ -370,7 +369,7 @@ void RegistryKey::deleteItem()
             raiseCode(ERROR_INVALID_PARAMETER);
         RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
         // What a caller's own handle shows may be the keys of two hives.
-        deleteTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
+        deleteKeyTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
     });
 }
 

@@ -9,6 +9,12 @@
 #include "win32/registry/include/IRegistryKey.h"
 #include "win32/scanengine/include/ScanItem.h"
 
+/// Deletes a key and what is below it, deepest first. `top` was opened as itself where it is a link (which
+/// has no sub-keys of its own), and is deleted by its handle: by name the system may go through the link and
+/// delete what it leads to. What somebody else deletes in between is gone as well. Raises the bare code of
+/// the first key that cannot be deleted.
+void deleteKeyTree(RegistryKeyHandle&& top);
+
 /// The logged-on user's hive, shared by the keys of one walk.
 using UserHive = SharedPtr<RegistryKeyHandle>;
 

@@ -1,35 +1,16 @@
-#include "include/SHA1.h"
+#include "core/win32/utils/lookup/include/SHA1.h"
 
-#include <algorithm>
 #include <bit>
 #include <iterator>
 #include <utility>
 
 #include <immintrin.h>
-#include <intrin.h>
 
-#if defined(__GNUC__) || defined(__clang__)
-// These compilers let a function use only the instructions that it names.
-#define SYSMAINT_SHA_INSTRUCTIONS __attribute__((target("sha,sse4.1,ssse3")))
-#define SYSMAINT_SHA_INLINE __attribute__((target("sha,sse4.1,ssse3"), always_inline)) inline
-#else
-#define SYSMAINT_SHA_INSTRUCTIONS
-#define SYSMAINT_SHA_INLINE __forceinline
-#endif
+#include "core/win32/utils/checksums/include/Processor.h"
+
+#define SHA_INSTRUCTIONS "sha,sse4.1,ssse3"
 
 namespace {
-std::uint32_t loadBigEndian(const unsigned char* bytes) noexcept
-{
-    return (static_cast<std::uint32_t>(bytes[0]) << 24U) | (static_cast<std::uint32_t>(bytes[1]) << 16U) |
-           (static_cast<std::uint32_t>(bytes[2]) << 8U) | bytes[3];
-}
-
-void storeBigEndian(unsigned char* bytes, std::uint64_t value, std::size_t size) noexcept
-{
-    for (std::size_t i = 0; i < size; ++i)
-        bytes[i] = static_cast<unsigned char>(value >> (8 * (size - 1 - i)));
-}
-
 /// One round. `words` holds the last 16 words of the schedule. The five words of the state do not change
 /// places: each round takes them by other names.
 template <int Round>
@@ -65,7 +46,8 @@ void everyRound(sha1::State& state, std::uint32_t (&words)[16],
 /// Rounds 4 * Group to 4 * Group + 3. `words` holds the last 16 words of the schedule, four to a vector;
 /// `previous` is the state of four rounds ago, from which the instructions derive the fifth word.
 template <int Group>
-SYSMAINT_SHA_INLINE void fourRounds(__m128i& state, __m128i& previous, __m128i (&words)[4]) noexcept
+SYSMAINT_INSTRUCTIONS_INLINE(SHA_INSTRUCTIONS)
+void fourRounds(__m128i& state, __m128i& previous, __m128i (&words)[4]) noexcept
 {
     __m128i& word = words[Group % 4];
     if constexpr (Group >= 4)
@@ -78,31 +60,17 @@ SYSMAINT_SHA_INLINE void fourRounds(__m128i& state, __m128i& previous, __m128i (
 }
 
 template <int... Groups>
-SYSMAINT_SHA_INLINE void everyGroup(__m128i& state, __m128i& previous, __m128i (&words)[4],
-                                    std::integer_sequence<int, Groups...> /*groups*/) noexcept
+SYSMAINT_INSTRUCTIONS_INLINE(SHA_INSTRUCTIONS)
+void everyGroup(__m128i& state, __m128i& previous, __m128i (&words)[4],
+                std::integer_sequence<int, Groups...> /*groups*/) noexcept
 {
     (fourRounds<Groups>(state, previous, words), ...);
 }
 } // namespace
 
-bool sha1::hasExtensions() noexcept
-{
-    static const bool has = [] {
-        int leaf[4];
-        __cpuid(leaf, 0);
-        if (leaf[0] < 7)
-            return false;
-        __cpuid(leaf, 1);
-        const bool shuffles = (leaf[2] & (1 << 9)) != 0 && (leaf[2] & (1 << 19)) != 0; // SSSE3, SSE4.1
-        __cpuidex(leaf, 7, 0);
-        return shuffles && (leaf[1] & (1 << 29)) != 0;
-    }();
-    return has;
-}
-
 sha1::TakeBlocks& sha1::fastestTakeBlocks() noexcept
 {
-    return hasExtensions() ? takeBlocksWithExtensions : takeBlocksPortably;
+    return processor::features().sha ? takeBlocksWithExtensions : takeBlocksPortably;
 }
 
 void sha1::takeBlocksPortably(State& state, const unsigned char* blocks, std::size_t count) noexcept
@@ -118,7 +86,7 @@ void sha1::takeBlocksPortably(State& state, const unsigned char* blocks, std::si
     }
 }
 
-SYSMAINT_SHA_INSTRUCTIONS
+SYSMAINT_INSTRUCTIONS(SHA_INSTRUCTIONS)
 void sha1::takeBlocksWithExtensions(State& state, const unsigned char* blocks, std::size_t count) noexcept
 {
     // The instructions want the first word in the highest lane, and so the bytes of each block turned about.
@@ -138,41 +106,4 @@ void sha1::takeBlocksWithExtensions(State& state, const unsigned char* blocks, s
     }
     _mm_storeu_si128(reinterpret_cast<__m128i*>(state.data()), _mm_shuffle_epi32(abcd, 0x1B));
     state[4] = static_cast<std::uint32_t>(_mm_extract_epi32(fifth, 3));
-}
-
-void CSHA1::update(const void* data, std::size_t size) noexcept
-{
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    const std::size_t held = m_length % kBlockSize;
-    m_length += size;
-    if (held != 0) {
-        const std::size_t taken = std::min(size, kBlockSize - held);
-        std::copy_n(bytes, taken, m_block.begin() + static_cast<std::ptrdiff_t>(held));
-        if (held + taken < kBlockSize)
-            return;
-        m_takeBlocks(m_state, m_block.data(), 1);
-        bytes += taken;
-        size -= taken;
-    }
-    m_takeBlocks(m_state, bytes, size / kBlockSize);
-    const std::size_t rest = size % kBlockSize;
-    std::copy_n(bytes + (size - rest), rest, m_block.begin());
-}
-
-CSHA1::Digest CSHA1::finish() noexcept
-{
-    static constexpr unsigned char kPadding[kBlockSize] = {0x80};
-    static constexpr std::size_t kLengthSize = 8;
-    unsigned char bits[kLengthSize];
-    storeBigEndian(bits, m_length * 8, kLengthSize);
-    // At least the one bit, then zeros up to the length, which ends a block.
-    const std::size_t held = m_length % kBlockSize;
-    update(kPadding, (held < kBlockSize - kLengthSize ? kBlockSize : 2 * kBlockSize) - kLengthSize - held);
-    update(bits, kLengthSize);
-
-    Digest digest;
-    for (std::size_t i = 0; i < m_state.size(); ++i)
-        storeBigEndian(digest.data() + i * sizeof m_state[i], m_state[i], sizeof m_state[i]);
-    *this = CSHA1(*m_takeBlocks);
-    return digest;
 }

@@ -10,8 +10,12 @@
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/PathValidatorA.h"
+#include "core/win32/utils/paths/include/ShellFolder.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/TextSearch.h"
+#include "core/win32/utils/strings/include/Unicode.h"
 
 namespace {
 bool isSeparator(wchar_t c) noexcept
@@ -40,28 +44,6 @@ std::wstring withoutBackslash(std::wstring folder)
         folder.pop_back();
     if (folder.size() != whole && isRoot(folder))
         folder += L'\\';
-    return folder;
-}
-
-/// A shell folder of the calling thread's user. The shell's library is large and seldom needed, so it is
-/// loaded here and not with ours.
-std::wstring shellFolder(int id)
-{
-    const ModuleHandle shell = loadSystemModule(L"shell32.dll");
-    if (!shell.isValid())
-        raiseLastError();
-    const auto getFolderPath = reinterpret_cast<decltype(&SHGetFolderPathW)>(
-        reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHGetFolderPathW")));
-    if (getFolderPath == nullptr)
-        raiseLastError();
-    HANDLE threadToken = nullptr;
-    OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &threadToken);
-    const Win32Handle token(threadToken); // none unless the thread impersonates
-    wchar_t folder[MAX_PATH];
-    const HRESULT result =
-        getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
-    if (result != S_OK || folder[0] == L'\0') // S_FALSE is a folder that is not there
-        raiseCode(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
     return folder;
 }
 
@@ -160,6 +142,24 @@ bool PathValidatorW::expand(std::wstring_view path, std::wstring& expanded)
     return found;
 }
 
+long PathValidatorA::validate(char* path, unsigned long capacity, unsigned long* needed)
+{
+    return boundary::statusFrame([&]() -> long {
+        if (path == nullptr)
+            return ERROR_INVALID_PARAMETER;
+        std::wstring expanded;
+        if (!PathValidatorW::expand(unicode::wideFromUtf8(path), expanded))
+            return ERROR_NOT_FOUND;
+        return textsearch::copyWhole<char>(unicode::utf8FromWide(expanded), path, capacity, needed);
+    });
+}
+
+PathValidatorA& PathValidatorA::getInstance() noexcept
+{
+    static PathValidatorA instance;
+    return instance;
+}
+
 long PathValidatorW::validate(wchar_t* path, unsigned long capacity, unsigned long* needed)
 {
     return boundary::statusFrame([&]() -> long {
@@ -168,12 +168,6 @@ long PathValidatorW::validate(wchar_t* path, unsigned long capacity, unsigned lo
         std::wstring expanded;
         if (!expand(path, expanded))
             return ERROR_NOT_FOUND;
-        if (needed != nullptr)
-            *needed = static_cast<unsigned long>(expanded.size());
-        if (capacity <= expanded.size())
-            return ERROR_MORE_DATA;
-        expanded.copy(path, expanded.size());
-        path[expanded.size()] = L'\0';
-        return ERROR_SUCCESS;
+        return textsearch::copyWhole<wchar_t>(expanded, path, capacity, needed);
     });
 }

@@ -49,27 +49,6 @@ bool isDevicePath(std::wstring_view path) noexcept
            (path[2] == L'?' || path[2] == L'.') && isSeparator(path[3]);
 }
 
-bool isDeviceName(std::wstring_view name) noexcept
-{
-    // What stands before the first dot decides; blanks before it are ignored.
-    std::wstring_view stem = name.substr(0, name.find(L'.'));
-    while (!stem.empty() && stem.back() == L' ')
-        stem.remove_suffix(1);
-    constexpr std::wstring_view kDevices[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
-    const auto equals = [&](std::wstring_view device) {
-        return stem.size() == device.size() &&
-               std::equal(stem.begin(), stem.end(), device.begin(),
-                          [](wchar_t a, wchar_t b) { return casefolding::fold(a) == b; });
-    };
-    if (std::any_of(std::begin(kDevices), std::end(kDevices), equals))
-        return true;
-    if (stem.size() != 4 || stem[3] < L'1' ||
-        (stem[3] > L'9' && stem[3] != L'\u00B9' && stem[3] != L'\u00B2' && stem[3] != L'\u00B3'))
-        return false;
-    stem.remove_suffix(1);
-    return equals(L"COM") || equals(L"LPT");
-}
-
 /// Calls `visit` with each name of the path until it returns true.
 template <class Visit>
 bool anyName(std::wstring_view path, Visit&& visit)
@@ -84,15 +63,6 @@ bool anyName(std::wstring_view path, Visit&& visit)
         begin = end + 1;
     }
     return false;
-}
-
-bool hasAlteredName(std::wstring_view path)
-{
-    return anyName(path, [](std::wstring_view name) {
-        if (name == L"." || name == L"..")
-            return false;
-        return name.back() == L'.' || name.back() == L' ' || isDeviceName(name);
-    });
 }
 
 std::wstring currentFolder()
@@ -157,6 +127,36 @@ std::wstring literalPath(std::wstring_view absolute)
     return result;
 }
 } // namespace
+
+bool isDeviceName(std::wstring_view name) noexcept
+{
+    // What stands before the first dot decides; blanks before it are ignored.
+    std::wstring_view stem = name.substr(0, name.find(L'.'));
+    while (!stem.empty() && stem.back() == L' ')
+        stem.remove_suffix(1);
+    constexpr std::wstring_view kDevices[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
+    const auto equals = [&](std::wstring_view device) {
+        return stem.size() == device.size() &&
+               std::equal(stem.begin(), stem.end(), device.begin(),
+                          [](wchar_t a, wchar_t b) { return casefolding::fold(a) == b; });
+    };
+    if (std::any_of(std::begin(kDevices), std::end(kDevices), equals))
+        return true;
+    if (stem.size() != 4 || stem[3] < L'1' ||
+        (stem[3] > L'9' && stem[3] != L'\u00B9' && stem[3] != L'\u00B2' && stem[3] != L'\u00B3'))
+        return false;
+    stem.remove_suffix(1);
+    return equals(L"COM") || equals(L"LPT");
+}
+
+bool hasAlteredName(std::wstring_view path)
+{
+    return anyName(path, [](std::wstring_view name) {
+        if (name == L"." || name == L"..")
+            return false;
+        return name.back() == L'.' || name.back() == L' ' || isDeviceName(name);
+    });
+}
 
 std::wstring settledPath(std::wstring_view path)
 {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 
 namespace {
 /// What can be told of a wildcard pattern without a text. It is read as the matcher reads it, which takes one

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 constexpr char kScanRuleHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanRule.h";

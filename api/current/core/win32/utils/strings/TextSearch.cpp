@@ -3,9 +3,23 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cwchar>
 
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/Unicode.h"
+
+namespace {
+bool tokenAt(std::wstring_view text, std::wstring_view separators, unsigned long index,
+             std::wstring_view& token) noexcept
+{
+    do {
+        if (!textsearch::nextToken(text, separators, token))
+            return false;
+    } while (index-- != 0);
+    return true;
+}
+} // namespace
 
 namespace textsearch {
 const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept
@@ -44,22 +58,46 @@ long copyToken(std::wstring_view text, std::wstring_view separators, unsigned lo
                unsigned long capacity, unsigned long* needed) noexcept
 {
     std::wstring_view found;
-    do {
-        if (!nextToken(text, separators, found))
-            return ERROR_NOT_FOUND;
-    } while (index-- != 0);
-    if (needed != nullptr)
-        *needed = static_cast<unsigned long>(found.size());
-    if (token == nullptr || capacity <= found.size())
-        return ERROR_MORE_DATA;
-    found.copy(token, found.size());
-    token[found.size()] = L'\0';
-    return ERROR_SUCCESS;
+    return tokenAt(text, separators, index, found) ? copyWhole<wchar_t>(found, token, capacity, needed)
+                                                   : ERROR_NOT_FOUND;
+}
+
+long copyToken(std::string_view text, std::string_view separators, unsigned long index, char* token,
+               unsigned long capacity, unsigned long* needed)
+{
+    const std::wstring wide = unicode::wideFromUtf8(text);
+    std::wstring_view found;
+    if (!tokenAt(wide, unicode::wideFromUtf8(separators), index, found))
+        return ERROR_NOT_FOUND;
+    return copyWhole<char>(unicode::utf8FromWide(found), token, capacity, needed);
+}
+
+const char* find(const char* text, const char* pattern)
+{
+    if (text == nullptr || pattern == nullptr)
+        return nullptr;
+    const std::wstring wide = unicode::wideFromUtf8(text);
+    const wchar_t* found = find(wide.c_str(), unicode::wideFromUtf8(pattern).c_str());
+    if (found == nullptr)
+        return nullptr;
+    const std::wstring_view before(wide.c_str(), static_cast<std::size_t>(found - wide.c_str()));
+    return text + unicode::utf8FromWide(before).size();
 }
 
 wchar_t* replaceFirst(wchar_t* text, wchar_t find, wchar_t replacement) noexcept
 {
     wchar_t* found = text != nullptr && find != L'\0' ? std::wcschr(text, find) : nullptr;
+    if (found != nullptr)
+        *found = replacement;
+    return found;
+}
+
+char* replaceFirst(char* text, char find, char replacement) noexcept
+{
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    char* found = text != nullptr && find != '\0' && isAscii(find) && isAscii(replacement)
+                      ? std::strchr(text, find)
+                      : nullptr;
     if (found != nullptr)
         *found = replacement;
     return found;

@@ -325,7 +325,7 @@ long THPCategory::waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE e
         if (done == nullptr)
             return lastError();
     }
-    return WaitEvent(done, timeout, extraHandle);
+    return waitForEvent(done, timeout, extraHandle);
 }
 
 long THPCategory::wait(const THPWorkKey& key, std::uint32_t timeout, HANDLE extraHandle)

@@ -8,7 +8,7 @@
 /// handle, which may be null, ends the wait early when it is signalled; `event` comes first if both are.
 ///
 /// Returns 0; 258 when the time is over; 1223 when `extra` ended the wait; or the system's code.
-inline long WaitEvent(HANDLE event, DWORD timeout, HANDLE extra) noexcept
+inline long waitForEvent(HANDLE event, DWORD timeout, HANDLE extra) noexcept
 {
     const HANDLE handles[] = {event, extra};
     switch (WaitForMultipleObjects(extra != nullptr ? 2 : 1, handles, FALSE, timeout)) {

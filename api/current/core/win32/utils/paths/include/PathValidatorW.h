@@ -13,9 +13,9 @@ public:
 
     long validate(wchar_t* path, unsigned long capacity, unsigned long* needed) override;
 
-private:
-    PathValidatorW() noexcept = default;
-
     /// Replaces every known macro; returns false when there was none. Raises the system's code.
     static bool expand(std::wstring_view path, std::wstring& expanded);
+
+private:
+    PathValidatorW() noexcept = default;
 };

@@ -41,5 +41,11 @@ private:
 /// a drive's root or a share with backslashes, or a literal one.
 [[nodiscard]] bool isSettled(std::wstring_view path) noexcept;
 
+/// Whether Win32 takes a name for a device ("nul", "com1.txt") in whatever folder.
+[[nodiscard]] bool isDeviceName(std::wstring_view name) noexcept;
+
+/// Whether Win32 would take another name for one in the path: it ends in a dot or a blank, or is a device's.
+[[nodiscard]] bool hasAlteredName(std::wstring_view path);
+
 /// Joins a folder and a name with one backslash.
 [[nodiscard]] HeapStringW joinPath(std::wstring_view folder, std::wstring_view name);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <windows.h>
+
 #include <string_view>
 
 /// Searching and taking apart of texts, behind the exported string functions.
@@ -15,4 +17,25 @@ bool nextToken(std::wstring_view& rest, std::wstring_view separators, std::wstri
 long copyToken(std::wstring_view text, std::wstring_view separators, unsigned long index, wchar_t* token,
                unsigned long capacity, unsigned long* needed) noexcept;
 wchar_t* replaceFirst(wchar_t* text, wchar_t find, wchar_t replacement) noexcept;
+
+/// Copies a text with its terminator, whole or not at all. Returns 0, or 234 when there is no room; `needed`,
+/// which may be null, receives the length.
+template <class Char>
+long copyWhole(std::basic_string_view<Char> text, Char* target, unsigned long capacity,
+               unsigned long* needed) noexcept
+{
+    if (needed != nullptr)
+        *needed = static_cast<unsigned long>(text.size());
+    if (target == nullptr || capacity <= text.size())
+        return ERROR_MORE_DATA;
+    text.copy(target, text.size());
+    target[text.size()] = Char();
+    return ERROR_SUCCESS;
+}
+
+/// Their narrow twins, for UTF-8. They raise 1113 and std::bad_alloc.
+[[nodiscard]] const char* find(const char* text, const char* pattern);
+long copyToken(std::string_view text, std::string_view separators, unsigned long index, char* token,
+               unsigned long capacity, unsigned long* needed);
+char* replaceFirst(char* text, char find, char replacement) noexcept;
 } // namespace textsearch

@@ -1,4 +1,4 @@
-#include "core/win32/utils/scanengine/include/WildcardMatcher.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 
 #include <cstddef>
 

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace crc {
+/// Takes bytes into the register, which is neither inverted before nor after.
+using Take = std::uint32_t(std::uint32_t value, const unsigned char* bytes, std::size_t size) noexcept;
+
+/// Eight bytes at a time through tables.
+Take takePortably;
+/// By multiplication without carry, as in Gopal, Ozturk, Guilford and others, "Fast CRC Computation for
+/// Generic Polynomials Using PCLMULQDQ Instruction", Intel, 2009. Only where processor::features().clmul.
+Take takeWithExtensions;
+/// The faster of those that this processor has.
+[[nodiscard]] Take& fastestTake() noexcept;
+} // namespace crc
+
+/// CRC-32 with the polynomial of Ethernet, ZIP and PNG (reflected 0xEDB88320). No operation can fail.
+class CRC32
+{
+public:
+    using Digest = std::uint32_t;
+
+    /// Goes on from the checksum `start` of what went before.
+    explicit CRC32(Digest start = 0, crc::Take& take = crc::fastestTake()) noexcept
+        : m_take(&take), m_value(~start)
+    {
+    }
+
+    void update(const void* data, std::size_t size) noexcept
+    {
+        m_value = m_take(m_value, static_cast<const unsigned char*>(data), size);
+    }
+    [[nodiscard]] Digest finish() const noexcept { return ~m_value; }
+
+private:
+    crc::Take* m_take;
+    std::uint32_t m_value;
+};

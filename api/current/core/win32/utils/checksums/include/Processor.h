@@ -1,0 +1,46 @@
+#pragma once
+
+#include <intrin.h>
+
+#if defined(__GNUC__) || defined(__clang__)
+// These compilers let a function use only the instructions that it names.
+#define SYSMAINT_INSTRUCTIONS(names) __attribute__((target(names)))
+#define SYSMAINT_INSTRUCTIONS_INLINE(names) __attribute__((target(names), always_inline)) inline
+#else
+#define SYSMAINT_INSTRUCTIONS(names)
+#define SYSMAINT_INSTRUCTIONS_INLINE(names) __forceinline
+#endif
+
+/// What this processor can do besides the base of x86-64.
+namespace processor {
+struct Features
+{
+    bool sha = false;   ///< the SHA extensions, and the SSSE3 and SSE4.1 that the code for them needs
+    bool clmul = false; ///< multiplication without carry, and SSE4.1
+};
+
+/// Asked once.
+inline const Features& features() noexcept
+{
+    static const Features found = [] {
+        constexpr int kClmul = 1 << 1;
+        constexpr int kSsse3 = 1 << 9;
+        constexpr int kSse41 = 1 << 19;
+        constexpr int kSha = 1 << 29; // of leaf 7
+        Features result;
+        int leaf[4];
+        __cpuid(leaf, 0);
+        const int last = leaf[0];
+        __cpuid(leaf, 1);
+        const bool sse41 = (leaf[2] & kSse41) != 0;
+        const bool ssse3 = (leaf[2] & kSsse3) != 0;
+        result.clmul = sse41 && (leaf[2] & kClmul) != 0;
+        if (last < 7)
+            return result;
+        __cpuidex(leaf, 7, 0);
+        result.sha = sse41 && ssse3 && (leaf[1] & kSha) != 0;
+        return result;
+    }();
+    return found;
+}
+} // namespace processor

@@ -1,0 +1,324 @@
+#include "core/win32/utils/files/include/Files.h"
+
+#include <restartmanager.h>
+#include <shellapi.h>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
+#include "core/win32/utils/objectmanager/include/SystemLibrary.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+#include "core/win32/utils/time/include/Time.h"
+#include "core/win32/utils/wiper/include/ForceDelete.h"
+#include "win32/wiper/include/IWiper.h"
+
+namespace {
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr long kDirectoryNotSupported = 336; // which not every platform header names
+constexpr std::size_t kPiece = 1U << 20U;
+
+/// Opens what a path leads to, folders too.
+Win32Handle open(const wchar_t* path, DWORD access, DWORD share = kShareAll)
+{
+    Win32Handle file(CreateFileW(Win32Path(path), access, share, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!file.isValid())
+        raiseLastError();
+    return file;
+}
+
+BY_HANDLE_FILE_INFORMATION informationOf(const wchar_t* path)
+{
+    BY_HANDLE_FILE_INFORMATION information;
+    if (!GetFileInformationByHandle(open(path, FILE_READ_ATTRIBUTES).get(), &information))
+        raiseLastError();
+    return information;
+}
+
+/// A new file beside another; it goes with its owner unless it was given a name of its own.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(const std::wstring& beside)
+    {
+        constexpr int kAttempts = 100;
+        for (int i = 0; i < kAttempts && !m_file.isValid(); ++i) {
+            LARGE_INTEGER now;
+            QueryPerformanceCounter(&now);
+            m_path = beside + L"." + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                     std::to_wstring(GetCurrentThreadId()) + L"-" + std::to_wstring(now.QuadPart) + L".tmp";
+            m_file.reset(CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+            if (!m_file.isValid() && GetLastError() != ERROR_FILE_EXISTS &&
+                GetLastError() != ERROR_ALREADY_EXISTS)
+                break;
+        }
+        if (!m_file.isValid())
+            raiseLastError();
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile()
+    {
+        m_file.reset();
+        if (!m_placed)
+            DeleteFileW(m_path.c_str());
+    }
+
+    [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
+    /// Puts it where `target` is, or was not yet. An existing file keeps its rights and attributes.
+    void place(const std::wstring& target)
+    {
+        m_file.reset();
+        m_placed = ReplaceFileW(target.c_str(), m_path.c_str(), nullptr, 0, nullptr, nullptr) ||
+                   (GetLastError() == ERROR_FILE_NOT_FOUND &&
+                    MoveFileExW(m_path.c_str(), target.c_str(), MOVEFILE_WRITE_THROUGH));
+        if (!m_placed)
+            raiseLastError();
+    }
+
+private:
+    std::wstring m_path;
+    Win32Handle m_file;
+    bool m_placed = false;
+};
+
+DWORD attributesOf(const wchar_t* target)
+{
+    const DWORD attributes = GetFileAttributesW(target);
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        raiseLastError();
+    return attributes;
+}
+
+/// Deletes a file, or the link to one, under the path that Win32 gets. Others that look at new files (virus
+/// scanners, indexers) let go within moments.
+long deleteFile(const wchar_t* target)
+{
+    constexpr int kAttempts = 5;
+    constexpr DWORD kPause = 100; // milliseconds
+    for (int attempt = 1;; ++attempt) {
+        if (DeleteFileW(target))
+            return ERROR_SUCCESS;
+        const long code = lastError();
+        if ((code != ERROR_SHARING_VIOLATION && code != ERROR_ACCESS_DENIED) || attempt == kAttempts)
+            return code;
+        Sleep(kPause);
+    }
+}
+
+bool isBinOff(const std::wstring& root)
+{
+    wchar_t volume[64];
+    if (!GetVolumeNameForVolumeMountPointW(root.c_str(), volume, 64))
+        return false;
+    const std::wstring name(volume);
+    const std::size_t open = name.find(L'{');
+    const std::size_t close = name.find(L'}');
+    if (open == std::wstring::npos || close == std::wstring::npos)
+        return false;
+    const std::wstring key = LR"(Software\Microsoft\Windows\CurrentVersion\Explorer\BitBucket\Volume\)" +
+                             name.substr(open, close - open + 1);
+    DWORD off = 0;
+    DWORD size = sizeof off;
+    return RegGetValueW(HKEY_CURRENT_USER, key.c_str(), L"NukeOnDelete", RRF_RT_REG_DWORD, nullptr, &off,
+                        &size) == ERROR_SUCCESS &&
+           off != 0;
+}
+} // namespace
+
+namespace files {
+std::tuple<unsigned long long, unsigned long long> sizes(const wchar_t* path)
+{
+    FILE_STANDARD_INFO information;
+    if (!GetFileInformationByHandleEx(open(path, FILE_READ_ATTRIBUTES).get(), FileStandardInfo, &information,
+                                      sizeof information))
+        raiseLastError();
+    return {static_cast<unsigned long long>(information.EndOfFile.QuadPart),
+            static_cast<unsigned long long>(information.AllocationSize.QuadPart)};
+}
+
+std::tuple<unsigned long long, unsigned long long, unsigned long long> times(const wchar_t* path)
+{
+    const BY_HANDLE_FILE_INFORMATION information = informationOf(path);
+    return {timetext::number(information.ftCreationTime), timetext::number(information.ftLastAccessTime),
+            timetext::number(information.ftLastWriteTime)};
+}
+
+void setTimes(const wchar_t* path, const unsigned long long* created, const unsigned long long* accessed,
+              const unsigned long long* written)
+{
+    const unsigned long long* given[] = {created, accessed, written};
+    FILETIME values[3];
+    for (int i = 0; i < 3; ++i) {
+        // The system takes the first two for something else: leave the time alone, and leave it from now on.
+        if (given[i] != nullptr && (*given[i] == 0 || *given[i] >> 63U != 0))
+            raiseCode(ERROR_INVALID_PARAMETER);
+        values[i] = timetext::fileTime(given[i] != nullptr ? *given[i] : 0);
+    }
+    const auto value = [&](int i) { return given[i] != nullptr ? &values[i] : nullptr; };
+    if (!SetFileTime(open(path, FILE_WRITE_ATTRIBUTES).get(), value(0), value(1), value(2)))
+        raiseLastError();
+}
+
+std::tuple<unsigned long, unsigned long long, unsigned long> identity(const wchar_t* path)
+{
+    const BY_HANDLE_FILE_INFORMATION information = informationOf(path);
+    return {information.dwVolumeSerialNumber,
+            (static_cast<unsigned long long>(information.nFileIndexHigh) << 32U) | information.nFileIndexLow,
+            information.nNumberOfLinks};
+}
+
+std::vector<unsigned char> readAll(const wchar_t* path, unsigned long long limit)
+{
+    const Win32Handle file(CreateFileW(Win32Path(path), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                                       FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    LARGE_INTEGER size;
+    if (!file.isValid() || !GetFileSizeEx(file.get(), &size))
+        raiseLastError();
+    std::vector<unsigned char> bytes;
+    if (static_cast<unsigned long long>(size.QuadPart) <= limit)
+        bytes.reserve(static_cast<std::size_t>(size.QuadPart));
+    for (;;) { // it may grow meanwhile
+        if (static_cast<unsigned long long>(size.QuadPart) > limit || bytes.size() > limit)
+            raiseCode(ERROR_FILE_TOO_LARGE);
+        const std::size_t at = bytes.size();
+        const std::size_t known = static_cast<std::size_t>(size.QuadPart);
+        bytes.resize(at + std::clamp<std::size_t>(known > at ? known - at : 1, 1, kPiece));
+        unsigned long long read = 0;
+        requireSuccess(filetransfer::read(file.get(), bytes.data() + at, bytes.size() - at, read));
+        bytes.resize(at + read);
+        if (read == 0)
+            return bytes;
+    }
+}
+
+void writeAtomically(const wchar_t* path, std::basic_string_view<unsigned char> bytes)
+{
+    const std::wstring target = settledPath(path);
+    const DWORD attributes = GetFileAttributesW(target.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+        raiseCode(kStoppedOnSymlink); // what stands for another file would be lost
+    TemporaryFile file(target);
+    requireSuccess(filetransfer::write(file.get(), bytes.data(), bytes.size()));
+    if (!FlushFileBuffers(file.get()))
+        raiseLastError();
+    file.place(target);
+}
+
+unsigned long clearReadOnly(const wchar_t* path)
+{
+    const Win32Path target(path);
+    const DWORD attributes = attributesOf(target);
+    if ((attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+        !SetFileAttributesW(target, attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY)))
+        raiseLastError();
+    return attributes;
+}
+
+bool deleteForced(const wchar_t* path)
+{
+    const std::wstring settled = settledPath(path);
+    const DWORD attributes = attributesOf(settled.c_str());
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        raiseCode(kDirectoryNotSupported);
+    // Of a link the attributes would be those of what it leads to.
+    const bool cleared =
+        (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_REPARSE_POINT)) == FILE_ATTRIBUTE_READONLY &&
+        SetFileAttributesW(settled.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    const long code = deleteFile(settled.c_str());
+    if (code == ERROR_SUCCESS)
+        return false;
+    if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {
+        const std::wstring listed = forcedelete::listedPath(settled);
+        if (!listed.empty() && forcedelete::append(listed, kWipeZeros, 1) == ERROR_SUCCESS)
+            return true;
+    }
+    if (cleared)
+        SetFileAttributesW(settled.c_str(), attributes);
+    raiseCode(code);
+}
+
+bool isInUse(const wchar_t* path)
+{
+    const Win32Handle file(CreateFileW(Win32Path(path), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                                       FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (file.isValid())
+        return false;
+    if (const long code = lastError(); code != ERROR_SHARING_VIOLATION && code != ERROR_LOCK_VIOLATION)
+        raiseCode(code);
+    return true;
+}
+
+std::vector<unsigned long> lockers(const wchar_t* path)
+{
+    const SystemLibrary library(L"rstrtmgr.dll");
+    const std::wstring normal = paths::normalize(path);
+    attributesOf(Win32Path(path));
+    const wchar_t* names[] = {normal.c_str()};
+    DWORD session = 0;
+    wchar_t key[CCH_RM_SESSION_KEY + 1] = {};
+    requireSuccess(
+        static_cast<long>(library.function<decltype(&RmStartSession)>("RmStartSession")(&session, 0, key)));
+    const auto end = [&](const DWORD* open) {
+        library.function<decltype(&RmEndSession)>("RmEndSession")(*open);
+    };
+    const std::unique_ptr<const DWORD, decltype(end)> owner(&session, end);
+    requireSuccess(static_cast<long>(library.function<decltype(&RmRegisterResources)>("RmRegisterResources")(
+        session, 1, names, 0, nullptr, 0, nullptr)));
+    std::vector<RM_PROCESS_INFO> processes(16);
+    UINT count = 0;
+    for (;;) {
+        UINT needed = 0;
+        count = static_cast<UINT>(processes.size());
+        DWORD reasons = 0;
+        const DWORD code = library.function<decltype(&RmGetList)>("RmGetList")(session, &needed, &count,
+                                                                               processes.data(), &reasons);
+        if (code == ERROR_SUCCESS)
+            break;
+        if (code != ERROR_MORE_DATA)
+            raiseCode(static_cast<long>(code));
+        processes.resize(std::max<std::size_t>(needed, processes.size() * 2));
+    }
+    std::vector<unsigned long> result;
+    for (UINT i = 0; i < std::min<UINT>(count, static_cast<UINT>(processes.size())); ++i)
+        result.push_back(processes[i].Process.dwProcessId);
+    return result;
+}
+
+void moveToRecycleBin(const wchar_t* path)
+{
+    // The shell takes no longer path, and takes wildcards for what they match.
+    std::wstring names = paths::normalize(path);
+    if (names.size() >= MAX_PATH)
+        raiseCode(ERROR_FILENAME_EXCED_RANGE);
+    if (names.compare(0, 2, LR"(\\)") == 0 || names.find_first_of(L"*?") != std::wstring::npos)
+        raiseCode(ERROR_NOT_SUPPORTED);
+    if (paths::isProtected(names))
+        raiseCode(ERROR_NOT_SUPPORTED);
+    attributesOf(names.c_str());
+    // Where there is no bin the shell would delete for good, without a word.
+    const std::wstring root = names.substr(0, 3);
+    const UINT kind = GetDriveTypeW(root.c_str());
+    if (kind == DRIVE_REMOTE || kind == DRIVE_REMOVABLE || kind == DRIVE_CDROM || isBinOff(root))
+        raiseCode(ERROR_NOT_SUPPORTED);
+    names.push_back(L'\0'); // a list of one
+    SHFILEOPSTRUCTW operation{};
+    operation.wFunc = FO_DELETE;
+    operation.pFrom = names.c_str();
+    operation.fFlags =
+        FOF_ALLOWUNDO | FOF_NOCONFIRMATION | FOF_SILENT | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
+    SystemLibrary shell(L"shell32.dll");
+    const auto operate = shell.function<decltype(&SHFileOperationW)>("SHFileOperationW");
+    shell.keep();
+    if (const int code = operate(&operation); code != 0)
+        raiseCode(code < 0x71 || code > 0xB7 ? code
+                                             : ERROR_ACCESS_DENIED); // the shell's own numbers say no more
+    if (operation.fAnyOperationsAborted)
+        raiseCode(ERROR_CANCELLED);
+}
+} // namespace files

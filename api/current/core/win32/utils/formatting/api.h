@@ -1,0 +1,40 @@
+#pragma once
+
+#include "core/win32/utils/memory/api.h"
+
+// Numbers, times and codes as texts for people, by the calling user's locale. What all utility functions have
+// in common is said in core/win32/utils/memory/api.h.
+
+extern "C" {
+/// "512 bytes", "1.9 MiB": steps of 1,024. Digits are cut off, not rounded: it never says more than there is.
+///
+/// @param decimals  0 to 3; whole bytes have none
+/// @return 0, 87, 8
+SYSMAINT_API long FormatByteSize(unsigned long long bytes, unsigned int decimals, wchar_t** text);
+
+/// "1,234,567".
+///
+/// @return 0, 87, 8
+SYSMAINT_API long FormatCount(unsigned long long number, wchar_t** text);
+
+/// "7.2 s", "4 min 05 s", "3 h 07 min", "2 d 04 h"; cut off, not rounded.
+///
+/// @return 0, 87, 8
+SYSMAINT_API long FormatDuration(unsigned long long milliseconds, wchar_t** text);
+
+/// "42.1%", cut off: 100.0% is only said when all is done.
+///
+/// @return 0, 87 (also a `whole` of 0), 534 (too large), 8
+SYSMAINT_API long FormatPercent(unsigned long long part, unsigned long long whole, wchar_t** text);
+
+/// Date and time of day, in the local time of that day (summer time by the rules of then).
+///
+/// @param longForm  0: short date, hours and minutes; otherwise long date, with seconds
+/// @return 0, 87 (also a time that is none), 8, or the system's code
+SYSMAINT_API long FormatDateTime(unsigned long long time, int longForm, wchar_t** text);
+
+/// The system's text for a Win32 code or an HRESULT, in one line.
+///
+/// @return 0, 87, 8, 317 (the system has none)
+SYSMAINT_API long FormatSystemError(unsigned long code, wchar_t** text);
+}

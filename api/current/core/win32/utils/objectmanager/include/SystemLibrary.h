@@ -1,0 +1,31 @@
+#pragma once
+
+#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+
+/// A system library that is loaded when it is needed: most programs that load ours never need it. Raises the
+/// bare code when the library or the function is not there.
+class SystemLibrary
+{
+public:
+    explicit SystemLibrary(const wchar_t* name) : m_module(loadSystemModule(name))
+    {
+        if (!m_module.isValid())
+            raiseLastError();
+    }
+
+    /// `lib.function<decltype(&VerQueryValueW)>("VerQueryValueW")(...)`; lasts as long as this object.
+    template <class Function>
+    [[nodiscard]] Function function(const char* name) const
+    {
+        const FARPROC found = GetProcAddress(m_module.get(), name);
+        if (found == nullptr)
+            raiseLastError();
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(found));
+    }
+    /// Keeps the library for good. For those that leave something behind in the thread or the process.
+    void keep() noexcept { static_cast<void>(m_module.release()); }
+
+private:
+    ModuleHandle m_module;
+};

@@ -1,0 +1,148 @@
+// What has to ask the disk: links, and folders that must not go.
+
+#include <windows.h>
+
+#include <winioctl.h>
+
+#include <cstring>
+#include <iterator>
+#include <vector>
+
+#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+#include "core/win32/utils/strings/include/Strings.h"
+
+namespace {
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/// The path that the system gives for what a path leads to; empty when it cannot be opened.
+std::wstring finalPath(const std::wstring& path)
+{
+    const Win32Handle file(CreateFileW(Win32Path(path.c_str()), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                       OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!file.isValid())
+        return {};
+    return paths::normalize(systemText(
+        [&](wchar_t* text, DWORD size) { return GetFinalPathNameByHandleW(file.get(), text, size, 0); }));
+}
+
+/// A text of the machine's settings; empty when there is none.
+std::wstring machineText(const wchar_t* key, const wchar_t* value)
+{
+    wchar_t text[1024];
+    DWORD size = sizeof text;
+    const bool found =
+        RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_REG_SZ, nullptr, text, &size) == ERROR_SUCCESS;
+    return found ? text : L"";
+}
+
+std::wstring resolved(const std::wstring& path)
+{
+    std::wstring found = path.empty() ? path : finalPath(path);
+    return found.empty() ? path : found;
+}
+
+/// Where an item stands: all links above it followed, but not the item's own.
+std::wstring placeOf(const std::wstring& path)
+{
+    const DWORD attributes = GetFileAttributesW(Win32Path(path.c_str()));
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return resolved(path);
+    try {
+        return std::wstring(joinPath(resolved(paths::parent(path)), paths::fileName(path.c_str())));
+    } catch (long) {
+        return path; // a root
+    }
+}
+
+/// The names of a junction or link, out of what the file system says. Every length in it may lie.
+std::wstring linkText(const unsigned char* data, std::size_t size)
+{
+    struct
+    {
+        DWORD tag;
+        WORD length, reserved;
+        WORD substituteOffset, substituteLength, printOffset, printLength;
+    } header;
+    if (size < sizeof header)
+        raiseCode(ERROR_INVALID_REPARSE_DATA);
+    std::memcpy(&header, data, sizeof header);
+    const bool symbolic = header.tag == IO_REPARSE_TAG_SYMLINK;
+    if (!symbolic && header.tag != IO_REPARSE_TAG_MOUNT_POINT)
+        raiseCode(ERROR_REPARSE_TAG_MISMATCH);
+    const std::size_t begin = sizeof header + (symbolic ? sizeof(DWORD) : 0); // its flags
+    const auto text = [&](std::size_t offset, std::size_t length) {
+        if (begin + offset + length > size)
+            raiseCode(ERROR_INVALID_REPARSE_DATA);
+        std::wstring result(length / sizeof(wchar_t), L'\0');
+        if (!result.empty())
+            std::memcpy(result.data(), data + begin + offset, result.size() * sizeof(wchar_t));
+        return result;
+    };
+    const std::wstring target = text(header.substituteOffset, header.substituteLength);
+    // The other name is for people, and may say anything.
+    return strings::startsWith(target, LR"(\??\)", false) ? paths::fromNative(target) : target;
+}
+} // namespace
+
+namespace paths {
+std::tuple<bool, unsigned long> isReparsePoint(const wchar_t* path)
+{
+    const Win32Path target(path);
+    const DWORD attributes = GetFileAttributesW(target);
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        raiseLastError();
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0)
+        return {false, 0};
+    std::wstring name(target.get());
+    while (!name.empty() && name.back() == L'\\') // no search finds "folder\"
+        name.pop_back();
+    WIN32_FIND_DATAW found;
+    const FindHandle search(FindFirstFileW(name.c_str(), &found));
+    if (!search.isValid())
+        raiseLastError();
+    return {true, found.dwReserved0};
+}
+
+std::wstring readLinkTarget(const wchar_t* path)
+{
+    const Win32Handle link(CreateFileW(Win32Path(path), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                       OPEN_EXISTING,
+                                       FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!link.isValid())
+        raiseLastError();
+    std::vector<unsigned char> data(MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
+    DWORD size = 0;
+    if (!DeviceIoControl(link.get(), FSCTL_GET_REPARSE_POINT, nullptr, 0, data.data(),
+                         static_cast<DWORD>(data.size()), &size, nullptr))
+        raiseLastError();
+    return linkText(data.data(), std::min<std::size_t>(size, data.size()));
+}
+
+bool isProtected(std::wstring_view path)
+{
+    constexpr const wchar_t* kVersion = LR"(Software\Microsoft\Windows\CurrentVersion)";
+    constexpr const wchar_t* kProfiles = LR"(Software\Microsoft\Windows NT\CurrentVersion\ProfileList)";
+    const std::wstring place = placeOf(normalize(path));
+    std::wstring above;
+    try {
+        above = parent(place);
+    } catch (long) {
+        return true; // the root of a drive, volume or share
+    }
+    const std::wstring windows =
+        systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
+    const std::wstring profiles = machineText(kProfiles, L"ProfilesDirectory");
+    if (isInside(place, resolved(windows)))
+        return true;
+    for (const std::wstring& folder :
+         {windows, profiles, machineText(kProfiles, L"ProgramData"),
+          machineText(kVersion, L"ProgramFilesDir"), machineText(kVersion, L"ProgramFilesDir (x86)")})
+        if (!folder.empty() && isInside(resolved(folder), place))
+            return true;
+    return !profiles.empty() && strings::equalsIgnoringCase(above, resolved(profiles)); // somebody's profile
+}
+} // namespace paths

@@ -1,0 +1,387 @@
+#include "core/win32/utils/registry/include/Registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "core/win32/registry/include/KeyPath.h"
+#include "core/win32/registry/include/RegistryKey.h"
+#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
+#include "core/win32/utils/strings/include/Strings.h"
+#include "core/win32/utils/time/include/Time.h"
+
+namespace {
+constexpr wchar_t kLinkValue[] = L"SymbolicLinkValue";
+constexpr DWORD kLongestKeyName = 255;
+constexpr DWORD kLongestValueName = 16383;
+
+REGSAM viewAccess(unsigned view)
+{
+    switch (view) {
+    case 0:
+        return 0;
+    case 32:
+        return KEY_WOW64_32KEY;
+    case 64:
+        return KEY_WOW64_64KEY;
+    default:
+        raiseCode(ERROR_INVALID_PARAMETER);
+    }
+}
+
+/// What changes must name a key of its own, in one hive: HKEY_CLASSES_ROOT shows two as one.
+void requireOwnKey(HKEY root, const wchar_t* key)
+{
+    if (std::wstring_view(key).find_first_not_of(L'\\') == std::wstring_view::npos)
+        raiseCode(ERROR_INVALID_PARAMETER);
+    if (root == HKEY_CLASSES_ROOT)
+        raiseCode(ERROR_NOT_SUPPORTED);
+}
+
+std::wstring characters(const std::vector<unsigned char>& data)
+{
+    std::wstring text(data.size() / sizeof(wchar_t), L'\0');
+    if (!text.empty())
+        std::memcpy(text.data(), data.data(), text.size() * sizeof(wchar_t));
+    return text;
+}
+
+template <class Number>
+Number number(const registry::Value& value)
+{
+    if (value.data.size() != sizeof(Number))
+        raiseCode(ERROR_INVALID_DATA);
+    Number result;
+    std::memcpy(&result, value.data.data(), sizeof result);
+    return result;
+}
+
+void set(HKEY key, const wchar_t* name, DWORD type, std::basic_string_view<unsigned char> data)
+{
+    if (data.size() > MAXDWORD)
+        raiseCode(ERROR_INVALID_PARAMETER);
+    requireSuccess(RegSetValueExW(key, name, 0, type, data.data(), static_cast<DWORD>(data.size())));
+}
+
+/// Win32 would take a name with a zero inside for the part before it.
+void requireName(std::wstring_view name)
+{
+    if (name.find(L'\0') != std::wstring_view::npos)
+        raiseCode(ERROR_INVALID_NAME);
+}
+
+/// All values of a key.
+std::vector<std::pair<std::wstring, registry::Value>> valuesOf(HKEY key)
+{
+    std::vector<std::pair<std::wstring, registry::Value>> values;
+    std::vector<wchar_t> name(kLongestValueName + 1);
+    std::vector<unsigned char> data(4096);
+    for (DWORD index = 0;;) {
+        DWORD length = static_cast<DWORD>(name.size());
+        DWORD size = static_cast<DWORD>(data.size());
+        DWORD type = REG_NONE;
+        const LSTATUS status =
+            RegEnumValueW(key, index, name.data(), &length, nullptr, &type, data.data(), &size);
+        if (status == ERROR_NO_MORE_ITEMS)
+            return values;
+        if (status == ERROR_MORE_DATA) {
+            data.resize(std::max<std::size_t>(size, data.size() * 2));
+            continue;
+        }
+        requireSuccess(status);
+        requireName({name.data(), length});
+        values.push_back({std::wstring(name.data(), length), {type, {data.begin(), data.begin() + size}}});
+        ++index;
+    }
+}
+
+std::vector<std::wstring> subKeysOf(HKEY key)
+{
+    std::vector<std::wstring> names;
+    wchar_t name[kLongestKeyName + 1];
+    for (DWORD index = 0;; ++index) {
+        DWORD length = kLongestKeyName + 1;
+        const LSTATUS status = RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+        if (status == ERROR_NO_MORE_ITEMS)
+            return names;
+        requireSuccess(status);
+        requireName({name, length});
+        names.emplace_back(name, length);
+    }
+}
+
+std::wstring below(const wchar_t* key, const std::wstring& path)
+{
+    std::wstring whole(key);
+    if (!whole.empty() && whole.back() != L'\\' && !path.empty())
+        whole += L'\\';
+    return whole + path;
+}
+
+const struct
+{
+    const wchar_t* shortName;
+    const wchar_t* name;
+    HKEY root;
+} kRoots[] = {
+    {L"HKLM", L"HKEY_LOCAL_MACHINE", HKEY_LOCAL_MACHINE},
+    {L"HKCU", L"HKEY_CURRENT_USER", HKEY_CURRENT_USER},
+    {L"HKCR", L"HKEY_CLASSES_ROOT", HKEY_CLASSES_ROOT},
+    {L"HKU", L"HKEY_USERS", HKEY_USERS},
+    {L"HKCC", L"HKEY_CURRENT_CONFIG", HKEY_CURRENT_CONFIG},
+};
+} // namespace
+
+namespace registry {
+RegistryKeyHandle open(HKEY root, const wchar_t* key, unsigned view, REGSAM access, DWORD options)
+{
+    HKEY opened = nullptr;
+    requireSuccess(keypath::open(root, key, options, access | viewAccess(view), &opened));
+    RegistryKeyHandle handle(opened);
+    if (keypath::isStandIn(opened, root))
+        raiseCode(ERROR_NOT_SUPPORTED);
+    return handle;
+}
+
+RegistryKeyHandle createKey(HKEY root, const wchar_t* key, unsigned view)
+{
+    HKEY opened = nullptr;
+    requireSuccess(
+        keypath::create(root, key, KEY_SET_VALUE | KEY_CREATE_SUB_KEY | viewAccess(view), &opened));
+    RegistryKeyHandle created(opened);
+    if (keypath::isStandIn(opened, root))
+        raiseCode(ERROR_NOT_SUPPORTED);
+    return created;
+}
+
+Value read(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
+{
+    const RegistryKeyHandle handle = open(root, key, view, KEY_QUERY_VALUE);
+    Value value;
+    value.data.resize(256);
+    for (;;) {
+        DWORD size = static_cast<DWORD>(value.data.size());
+        const LSTATUS status =
+            RegQueryValueExW(handle.get(), name, nullptr, &value.type, value.data.data(), &size);
+        if (status != ERROR_MORE_DATA) {
+            requireSuccess(status);
+            value.data.resize(size);
+            return value;
+        }
+        value.data.resize(std::max<std::size_t>(size, value.data.size() * 2));
+    }
+}
+
+std::wstring readString(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view, bool expand)
+{
+    const Value value = read(root, key, name, view);
+    if (value.type != REG_SZ && value.type != REG_EXPAND_SZ)
+        raiseCode(ERROR_UNSUPPORTED_TYPE);
+    std::wstring text =
+        characters(value.data); // nothing makes the writer end it with a zero, or with one alone
+    text.resize(std::min(text.find(L'\0'), text.size()));
+    if (value.type != REG_EXPAND_SZ || !expand)
+        return text;
+    std::wstring expanded = systemText(
+        [&](wchar_t* target, DWORD size) { return ExpandEnvironmentStringsW(text.c_str(), target, size); });
+    expanded.resize(std::min(expanded.find(L'\0'), expanded.size()));
+    return expanded;
+}
+
+std::tuple<std::wstring, std::size_t> readMultiString(HKEY root, const wchar_t* key, const wchar_t* name,
+                                                      unsigned view)
+{
+    const Value value = read(root, key, name, view);
+    if (value.type != REG_MULTI_SZ)
+        raiseCode(ERROR_UNSUPPORTED_TYPE);
+    const std::wstring all = characters(value.data);
+    std::wstring list;
+    std::size_t count = 0;
+    for (std::wstring_view rest = all; !rest.empty() && rest.front() != L'\0'; ++count) {
+        const std::wstring_view entry = rest.substr(0, rest.find(L'\0'));
+        list.append(entry).push_back(L'\0');
+        rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+    }
+    return {list, count};
+}
+
+unsigned long readDword(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
+{
+    const Value value = read(root, key, name, view);
+    if (value.type != REG_DWORD)
+        raiseCode(ERROR_UNSUPPORTED_TYPE);
+    return number<unsigned long>(value);
+}
+
+unsigned long long readQword(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
+{
+    const Value value = read(root, key, name, view);
+    if (value.type != REG_QWORD)
+        raiseCode(ERROR_UNSUPPORTED_TYPE);
+    return number<unsigned long long>(value);
+}
+
+std::tuple<std::vector<unsigned char>, unsigned long> readBinary(HKEY root, const wchar_t* key,
+                                                                 const wchar_t* name, unsigned view)
+{
+    Value value = read(root, key, name, view);
+    return {std::move(value.data), value.type};
+}
+
+void write(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view, unsigned long type,
+           std::basic_string_view<unsigned char> data)
+{
+    set(createKey(root, key, view).get(), name, type, data);
+}
+
+void writeString(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view, std::wstring_view text,
+                 unsigned long type)
+{
+    if (type != REG_SZ && type != REG_EXPAND_SZ)
+        raiseCode(ERROR_INVALID_PARAMETER);
+    // With the zero behind it, which the caller's text has.
+    write(root, key, name, view, type,
+          {reinterpret_cast<const unsigned char*>(text.data()), (text.size() + 1) * sizeof(wchar_t)});
+}
+
+bool keyExists(HKEY root, const wchar_t* key, unsigned view)
+{
+    HKEY opened = nullptr;
+    const LSTATUS status = keypath::open(root, key, 0, MAXIMUM_ALLOWED | viewAccess(view), &opened);
+    const RegistryKeyHandle handle(opened);
+    if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
+        raiseCode(status);
+    return !keypath::isMissing(status); // one that refuses is there
+}
+
+bool valueExists(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
+{
+    HKEY opened = nullptr;
+    LSTATUS status = keypath::open(root, key, 0, KEY_QUERY_VALUE | viewAccess(view), &opened);
+    const RegistryKeyHandle handle(opened);
+    if (status == ERROR_SUCCESS)
+        status = RegQueryValueExW(opened, name, nullptr, nullptr, nullptr, nullptr);
+    if (!keypath::isMissing(status))
+        requireSuccess(status);
+    return status == ERROR_SUCCESS;
+}
+
+void deleteTree(HKEY root, const wchar_t* key, unsigned view)
+{
+    requireOwnKey(root, key);
+    deleteKeyTree(open(root, key, view, DELETE | KEY_ENUMERATE_SUB_KEYS, REG_OPTION_OPEN_LINK));
+}
+
+void deleteValue(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
+{
+    HKEY opened = nullptr;
+    LSTATUS status = keypath::open(root, key, 0, KEY_SET_VALUE | viewAccess(view), &opened);
+    const RegistryKeyHandle handle(opened);
+    if (status == ERROR_SUCCESS && keypath::isStandIn(opened, root))
+        raiseCode(ERROR_NOT_SUPPORTED);
+    if (status == ERROR_SUCCESS)
+        status = RegDeleteValueW(opened, name);
+    if (!keypath::isMissing(status))
+        requireSuccess(status);
+}
+
+std::vector<TreeKey> readTree(HKEY root, const wchar_t* key, unsigned view)
+{
+    std::vector<TreeKey> tree;
+    std::vector<std::wstring> pending = {L""};
+    while (!pending.empty()) {
+        std::wstring path = std::move(pending.back());
+        pending.pop_back();
+        HKEY opened = nullptr;
+        const LSTATUS status =
+            keypath::open(root, below(key, path).c_str(), path.empty() ? 0 : REG_OPTION_OPEN_LINK,
+                          KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | viewAccess(view), &opened);
+        if (keypath::isMissing(status) && !path.empty())
+            continue; // deleted since it was found
+        requireSuccess(status);
+        const RegistryKeyHandle handle(opened);
+        if (keypath::isStandIn(opened, root))
+            continue; // stands for performance data
+        tree.push_back({path, false, valuesOf(opened)});
+        tree.back().isLink =
+            std::any_of(tree.back().values.begin(), tree.back().values.end(), [](const auto& value) {
+                return value.second.type == REG_LINK && strings::equalsIgnoringCase(value.first, kLinkValue);
+            });
+        std::vector<std::wstring> names = subKeysOf(opened);
+        for (std::size_t i = names.size(); i != 0; --i)
+            pending.push_back(path.empty() ? names[i - 1] : path + L"\\" + names[i - 1]);
+    }
+    return tree;
+}
+
+void copyTree(HKEY sourceRoot, const wchar_t* source, HKEY targetRoot, const wchar_t* target, unsigned view)
+{
+    requireOwnKey(targetRoot, target);
+    // All of it first: the target may lie in the source.
+    for (const TreeKey& each : readTree(sourceRoot, source, view)) {
+        const std::wstring path = below(target, each.path);
+        if (!each.isLink) {
+            const RegistryKeyHandle key = createKey(targetRoot, path.c_str(), view);
+            for (const auto& [name, value] : each.values)
+                set(key.get(), name.c_str(), value.type, {value.data.data(), value.data.size()});
+            continue;
+        }
+        HKEY link = nullptr;
+        requireSuccess(RegCreateKeyExW(targetRoot, path.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK,
+                                       KEY_SET_VALUE | KEY_CREATE_LINK | viewAccess(view), nullptr, &link,
+                                       nullptr));
+        const RegistryKeyHandle key(link);
+        for (const auto& [name, value] : each.values)
+            if (value.type == REG_LINK)
+                set(link, kLinkValue, REG_LINK, {value.data.data(), value.data.size()});
+    }
+}
+
+std::tuple<HKEY, std::wstring> parsePath(std::wstring_view text)
+{
+    constexpr std::wstring_view kComputer = L"Computer\\"; // as the registry editor shows it
+    if (strings::startsWith(text, kComputer, true))
+        text.remove_prefix(kComputer.size());
+    const std::wstring_view name = text.substr(0, text.find(L'\\'));
+    text.remove_prefix(std::min(name.size() + 1, text.size()));
+    for (const auto& known : kRoots)
+        if (strings::equalsIgnoringCase(name, known.shortName) ||
+            strings::equalsIgnoringCase(name, known.name))
+            return {known.root, std::wstring(text)};
+    raiseCode(ERROR_BAD_PATHNAME);
+}
+
+std::wstring formatPath(HKEY root, std::wstring_view key)
+{
+    for (const auto& known : kRoots)
+        if (known.root == root)
+            return known.name + std::wstring(key.empty() ? L"" : L"\\") + std::wstring(key);
+    raiseCode(ERROR_INVALID_HANDLE);
+}
+
+unsigned long long lastWrite(HKEY root, const wchar_t* key, unsigned view)
+{
+    FILETIME time;
+    requireSuccess(RegQueryInfoKeyW(open(root, key, view, KEY_QUERY_VALUE).get(), nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &time));
+    return timetext::number(time);
+}
+
+std::wstring typeName(unsigned long type)
+{
+    constexpr const wchar_t* kNames[] = {L"REG_NONE",
+                                         L"REG_SZ",
+                                         L"REG_EXPAND_SZ",
+                                         L"REG_BINARY",
+                                         L"REG_DWORD",
+                                         L"REG_DWORD_BIG_ENDIAN",
+                                         L"REG_LINK",
+                                         L"REG_MULTI_SZ",
+                                         L"REG_RESOURCE_LIST",
+                                         L"REG_FULL_RESOURCE_DESCRIPTOR",
+                                         L"REG_RESOURCE_REQUIREMENTS_LIST",
+                                         L"REG_QWORD"};
+    return type < std::size(kNames) ? kNames[type] : std::to_wstring(type);
+}
+} // namespace registry

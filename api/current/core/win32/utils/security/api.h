@@ -1,0 +1,99 @@
+#pragma once
+
+#include "core/win32/utils/memory/api.h"
+
+// Privileges, tokens, sessions, SIDs and access. What all utility functions have in common is said in
+// core/win32/utils/memory/api.h.
+//
+// Privileges are those of the thread when it impersonates, otherwise of the process. A token of null is the
+// same one. Of a session's user only the system account may ask for the token (1314); 1008 says that nobody
+// is logged on there.
+
+extern "C" {
+/// @param name  "SeBackupPrivilege" and the like
+/// @return 0, 87, 1300 (not held), 1313 (no such privilege), or the system's code
+SYSMAINT_API long PrivilegeEnable(const wchar_t* name, int* wasEnabled);
+
+/// @return as PrivilegeEnable
+SYSMAINT_API long PrivilegeDisable(const wchar_t* name);
+
+/// Whether it is held, enabled or not.
+///
+/// @return 0, 87, 8, 1313, or the system's code
+SYSMAINT_API long PrivilegeIsHeld(const wchar_t* name, int* isHeld);
+
+/// @return 0, 87, 8, 6, or the system's code
+SYSMAINT_API long TokenHasElevation(void* token, int* isElevated);
+
+/// @param level  receives SECURITY_MANDATORY_MEDIUM_RID (0x2000) and the like
+/// @return 0, 87, 8, 6, or the system's code
+SYSMAINT_API long TokenGetIntegrity(void* token, unsigned long* level);
+
+/// Whether the user is an administrator, also where this program runs without those rights.
+///
+/// @return 0, 87, 8, or the system's code
+SYSMAINT_API long UserIsAdministrator(int* isAdministrator);
+
+/// The session at the console.
+///
+/// @return 0, 87, 1008 (none)
+SYSMAINT_API long SessionGetActive(unsigned long* session);
+
+/// @return 0, 87, 8, 1008, or the system's code
+SYSMAINT_API long SessionGetUserName(unsigned long session, wchar_t** domain, wchar_t** user);
+
+/// Close the token with CloseHandle.
+///
+/// @return 0, 87, 1314, 1008, or the system's code
+SYSMAINT_API long SessionGetUserToken(unsigned long session, void** token);
+
+/// Starts a program as the session's user, on that desktop and with that user's environment.
+///
+/// @param wait      not 0: until it ends
+/// @param exitCode  receives its exit code, or 259 without waiting
+/// @return 0, 87, 8, 1314, 1008, or the system's code
+SYSMAINT_API long SessionRunAsUser(unsigned long session, const wchar_t* commandLine, int wait,
+                                   unsigned long* exitCode);
+
+/// Makes the calling thread the session's user.
+///
+/// @param undo  receives what SessionRevert needs, on the same thread
+/// @return 0, 87, 1314, 1008, or the system's code
+SYSMAINT_API long SessionImpersonate(unsigned long session, void** undo);
+
+/// Makes the thread again what it was, and closes `undo`.
+///
+/// @return 0, 87, 6, or the system's code
+SYSMAINT_API long SessionRevert(void* undo);
+
+/// @param account  "user" or "domain\user"
+/// @return 0, 87, 8, 1332 (unknown), or the system's code
+SYSMAINT_API long SidFromAccount(const wchar_t* account, wchar_t** sid);
+
+/// @param kind  receives a SID_NAME_USE
+/// @return 0, 87, 8, 1332 (unknown), 1337 (no SID), or the system's code
+SYSMAINT_API long SidToAccount(const wchar_t* sid, wchar_t** domain, wchar_t** name, unsigned long* kind);
+
+/// @return 0, 87, 8, or the system's code
+SYSMAINT_API long SidOfCurrentUser(wchar_t** sid);
+
+/// @param kind  a WELL_KNOWN_SID_TYPE
+/// @return 0, 87, 1337 (no SID)
+SYSMAINT_API long SidIsWellKnown(const wchar_t* sid, unsigned long kind, int* is);
+
+/// Makes the current user the owner of an object, of a link the link's. Proven by simulation.
+///
+/// @param kind  0: a file or folder; 1: a registry key ("HKLM\..."); 2: a service
+/// @return 0, 87, 8, 5, or the system's code
+SYSMAINT_API long SecurityTakeOwnership(const wchar_t* path, unsigned long kind);
+
+/// Adds rights to those that a SID has on an object and on what is below it. An object without an access list
+/// stays as it is: everybody may do everything there.
+///
+/// @return 0, 87, 8, 5, 1337, or the system's code
+SYSMAINT_API long SecurityGrantAccess(const wchar_t* path, unsigned long kind, const wchar_t* sid,
+                                      unsigned long rights);
+
+/// @return 0, 87, 8, 1307 (none), or the system's code
+SYSMAINT_API long SecurityGetOwner(const wchar_t* path, unsigned long kind, wchar_t** sid);
+}

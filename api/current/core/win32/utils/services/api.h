@@ -1,0 +1,56 @@
+#pragma once
+
+#include <windows.h>
+
+#include "core/win32/utils/memory/api.h"
+#include "win32/services/include/ServiceRecord.h"
+
+// Services. What all utility functions have in common is said in core/win32/utils/memory/api.h.
+//
+// Time-outs are in milliseconds; INFINITE waits without end. Names are the services' short names.
+
+extern "C" {
+/// @param kinds   SERVICE_WIN32, SERVICE_DRIVER; 0: SERVICE_WIN32
+/// @param states  SERVICE_ACTIVE, SERVICE_INACTIVE; 0: both
+/// @return 0, 87, 8, or the system's code
+SYSMAINT_API long ServiceEnumerate(unsigned long kinds, unsigned long states, struct ServiceRecord** records,
+                                   size_t* count);
+
+/// @param program       receives the command line as it is stored: PathExtractFromCommand
+/// @param dependencies  receives a list; names of groups begin with "+"
+/// @return 0, 87, 8, 1060 (no such service), or the system's code
+SYSMAINT_API long ServiceGetConfig(const wchar_t* name, unsigned long* startType, wchar_t** program,
+                                   wchar_t** account, wchar_t** dependencies);
+
+/// @return 0, 87, 1060 (no such service), or the system's code
+SYSMAINT_API long ServiceGetState(const wchar_t* name, unsigned long* state);
+
+/// Starts a service and waits until it runs; one that runs already is fine.
+///
+/// @return 0; 87; 1067 or the service's own code (it began and gave up); 1223; 1460 (time over: it may still
+/// start);
+///         1060 (no such service), or the system's code
+SYSMAINT_API long ServiceStart(const wchar_t* name, unsigned long timeout, void* cancelEvent);
+
+/// Stops a service and waits until it stands; one that stands already is fine.
+///
+/// @param withDependents  not 0: first those that depend on it; 0: then it refuses with 1051
+/// @return 0, 87, 8, 1051, 1223, 1460, 1060 (no such service), or the system's code
+SYSMAINT_API long ServiceStop(const wchar_t* name, int withDependents, unsigned long timeout,
+                              void* cancelEvent);
+
+/// @param type  SERVICE_BOOT_START (0) to SERVICE_DISABLED (4)
+/// @return 0, 87, 1060 (no such service), or the system's code
+SYSMAINT_API long ServiceSetStartType(const wchar_t* name, unsigned long type);
+
+/// Marks a service for deletion: it goes when it stands and nobody holds it.
+///
+/// @return 0, 87, 1072 (marked already), 1060 (no such service), or the system's code
+SYSMAINT_API long ServiceDelete(const wchar_t* name);
+
+/// @return 0, 87, or the system's code
+SYSMAINT_API long ServiceExists(const wchar_t* name, int* exists);
+
+/// @return 0, 87, 8, 1060 (no such service), or the system's code
+SYSMAINT_API long ServiceGetDescription(const wchar_t* name, wchar_t** text);
+}

@@ -1,0 +1,193 @@
+#include "core/win32/utils/shell/include/Shell.h"
+
+#include <objbase.h>
+#include <shellapi.h>
+#include <shlobj.h>
+#include <shobjidl.h>
+
+#include <memory>
+
+#include "core/win32/utils/objectmanager/include/SystemLibrary.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
+#include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/ShellFolder.h"
+#include "core/win32/utils/security/include/Security.h"
+
+namespace {
+constexpr std::size_t kLongestText = 32768;
+
+void requireResult(HRESULT result)
+{
+    if (FAILED(result))
+        raiseCode(HRESULT_FACILITY(result) == FACILITY_WIN32 ? HRESULT_CODE(result) : result);
+}
+
+struct Release
+{
+    void operator()(IUnknown* object) const noexcept { object->Release(); }
+};
+template <class T>
+using ComPtr = std::unique_ptr<T, Release>;
+
+/// COM on the calling thread, which may have it already in either kind.
+class ComScope
+{
+public:
+    ComScope() : m_library(L"ole32.dll")
+    {
+        const HRESULT result = m_library.function<decltype(&CoInitializeEx)>("CoInitializeEx")(
+            nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
+        m_isOurs = SUCCEEDED(result);
+        if (result != RPC_E_CHANGED_MODE)
+            requireResult(result);
+    }
+    ComScope(const ComScope&) = delete;
+    ComScope& operator=(const ComScope&) = delete;
+    ~ComScope()
+    {
+        if (m_isOurs)
+            m_library.function<decltype(&CoUninitialize)>("CoUninitialize")();
+    }
+
+    template <class T>
+    [[nodiscard]] ComPtr<T> create(const CLSID& id) const
+    {
+        void* made = nullptr;
+        requireResult(m_library.function<decltype(&CoCreateInstance)>("CoCreateInstance")(
+            id, nullptr, CLSCTX_INPROC_SERVER, __uuidof(T), &made));
+        return ComPtr<T>(static_cast<T*>(made));
+    }
+
+private:
+    SystemLibrary m_library;
+    bool m_isOurs = false;
+};
+
+template <class T>
+ComPtr<T> asked(IUnknown& object)
+{
+    void* found = nullptr;
+    requireResult(object.QueryInterface(__uuidof(T), &found));
+    return ComPtr<T>(static_cast<T*>(found));
+}
+
+/// The shell's library, which stays: it leaves windows and threads of its own behind.
+SystemLibrary shellLibrary()
+{
+    SystemLibrary library(L"shell32.dll");
+    SystemLibrary(L"shell32.dll").keep();
+    return library;
+}
+
+ComPtr<IShellLinkW> loadedLink(const ComScope& com, const wchar_t* link)
+{
+    ComPtr<IShellLinkW> shortcut = com.create<IShellLinkW>(CLSID_ShellLink);
+    requireResult(asked<IPersistFile>(*shortcut)->Load(paths::normalize(link).c_str(), STGM_READ));
+    return shortcut;
+}
+} // namespace
+
+namespace shell {
+std::wstring folder(int number, unsigned long session)
+{
+    constexpr unsigned long kOwn = 0xFFFFFFFF;
+    if (session == kOwn)
+        return shellFolder(number);
+    return shellFolder(number, sessions::userToken(session).get());
+}
+
+void createShortcut(const wchar_t* link, const wchar_t* target, const wchar_t* arguments, const wchar_t* icon,
+                    int iconIndex)
+{
+    const ComScope com;
+    const ComPtr<IShellLinkW> shortcut = com.create<IShellLinkW>(CLSID_ShellLink);
+    requireResult(shortcut->SetPath(target));
+    if (arguments != nullptr)
+        requireResult(shortcut->SetArguments(arguments));
+    if (icon != nullptr)
+        requireResult(shortcut->SetIconLocation(icon, iconIndex));
+    requireResult(asked<IPersistFile>(*shortcut)->Save(paths::normalize(link).c_str(), TRUE));
+}
+
+std::tuple<std::wstring, std::wstring, std::wstring> readShortcut(const wchar_t* link)
+{
+    const ComScope com;
+    const ComPtr<IShellLinkW> shortcut = loadedLink(com, link);
+    const auto text = [](auto&& ask) {
+        std::wstring buffer(kLongestText, L'\0');
+        requireResult(ask(buffer.data(), static_cast<int>(buffer.size())));
+        buffer.resize(buffer.find(L'\0'));
+        return buffer;
+    };
+    return {text([&](wchar_t* t, int n) { return shortcut->GetPath(t, n, nullptr, SLGP_RAWPATH); }),
+            text([&](wchar_t* t, int n) { return shortcut->GetArguments(t, n); }),
+            text([&](wchar_t* t, int n) { return shortcut->GetWorkingDirectory(t, n); })};
+}
+
+bool isShortcutBroken(const wchar_t* link)
+{
+    // Looked at, not resolved: that would search, and might ask.
+    const std::wstring raw = std::get<0>(readShortcut(link));
+    if (raw.empty())
+        return false; // leads to something that is no file
+    const std::wstring target = systemText(
+        [&](wchar_t* text, DWORD size) { return ExpandEnvironmentStringsW(raw.c_str(), text, size); });
+    const std::wstring path = paths::normalize(target.c_str());
+    // What may come back is not gone: shares, media, drives that are not there now.
+    if (path.size() < 3 || path[1] != L':' || GetDriveTypeW(path.substr(0, 3).c_str()) != DRIVE_FIXED)
+        return false;
+    return GetFileAttributesW(paths::toExtendedForm(path.c_str()).c_str()) == INVALID_FILE_ATTRIBUTES &&
+           (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
+}
+
+std::tuple<unsigned long long, unsigned long long> queryBin(const wchar_t* drive)
+{
+    SHQUERYRBINFO information{};
+    information.cbSize = sizeof information;
+    requireResult(
+        shellLibrary().function<decltype(&SHQueryRecycleBinW)>("SHQueryRecycleBinW")(drive, &information));
+    return {static_cast<unsigned long long>(information.i64Size),
+            static_cast<unsigned long long>(information.i64NumItems)};
+}
+
+void emptyBin(const wchar_t* drive, HANDLE cancelEvent)
+{
+    if (isCancelled(cancelEvent))
+        raiseCode(ERROR_CANCELLED);
+    if (std::get<1>(queryBin(drive)) == 0)
+        return; // which the shell would call a failure
+    requireResult(shellLibrary().function<decltype(&SHEmptyRecycleBinW)>("SHEmptyRecycleBinW")(
+        nullptr, drive, SHERB_NOCONFIRMATION | SHERB_NOPROGRESSUI | SHERB_NOSOUND));
+}
+
+std::wstring typeName(const wchar_t* path)
+{
+    const std::wstring target = paths::normalize(path);
+    SHFILEINFOW information{};
+    if (shellLibrary().function<decltype(&SHGetFileInfoW)>("SHGetFileInfoW")(
+            target.c_str(), 0, &information, sizeof information, SHGFI_TYPENAME) == 0)
+        raiseCode(ERROR_FILE_NOT_FOUND);
+    return information.szTypeName;
+}
+
+void openFolder(const wchar_t* folder, const wchar_t* item)
+{
+    const ComScope com;
+    const SystemLibrary library = shellLibrary();
+    const auto parse = library.function<decltype(&SHParseDisplayName)>("SHParseDisplayName");
+    const auto release = library.function<decltype(&ILFree)>("ILFree");
+    using List = std::unique_ptr<ITEMIDLIST, decltype(release)>;
+    const auto parsed = [&](const std::wstring& path) {
+        LPITEMIDLIST list = nullptr;
+        requireResult(parse(path.c_str(), nullptr, &list, 0, nullptr));
+        return List(list, release);
+    };
+    const std::wstring path = paths::normalize(folder);
+    const List place = parsed(path);
+    const List selected =
+        item != nullptr ? parsed(paths::combineParts(path, item, true)) : List(nullptr, release);
+    LPCITEMIDLIST items[] = {selected.get()};
+    requireResult(library.function<decltype(&SHOpenFolderAndSelectItems)>("SHOpenFolderAndSelectItems")(
+        place.get(), selected ? 1 : 0, items, 0));
+}
+} // namespace shell

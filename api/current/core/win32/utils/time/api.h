@@ -1,0 +1,28 @@
+#pragma once
+
+#include "core/win32/utils/memory/api.h"
+
+// Times as numbers and texts. What all utility functions have in common is said in
+// core/win32/utils/memory/api.h.
+
+extern "C" {
+/// Seconds since 1970, which may be negative, as a time.
+///
+/// @return 0, 87, 534 (before 1601, or too late)
+SYSMAINT_API long TimeFromUnix(long long seconds, unsigned long long* time);
+
+/// A time in whole seconds since 1970, rounded down.
+///
+/// @return 0, 87
+SYSMAINT_API long TimeToUnix(unsigned long long time, long long* seconds);
+
+/// "2026-11-21T19:03:07.0000000Z": UTC, all digits, so that texts sort as their times do up to the year 9999.
+///
+/// @return 0, 87 (also a time that is none), 8
+SYSMAINT_API long TimeToText(unsigned long long time, wchar_t** text);
+
+/// The way back. The fraction may have one to seven digits or be left out with its dot; nothing else may.
+///
+/// @return 0, 87
+SYSMAINT_API long TimeFromText(const wchar_t* text, unsigned long long* time);
+}

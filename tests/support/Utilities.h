@@ -1,0 +1,71 @@
+#pragma once
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "core/win32/utils/memory/api.h"
+
+// What the tests of the utility functions share: results as values, and codes in their place.
+
+/// Owns a buffer that a utility function gave.
+template <class T>
+class Given
+{
+public:
+    Given() = default;
+    Given(const Given&) = delete;
+    Given& operator=(const Given&) = delete;
+    ~Given() { utilsFreeMemory(m_buffer); }
+    T** operator&() { return &m_buffer; } // NOLINT: it stands for the pointer
+    [[nodiscard]] T* get() const { return m_buffer; }
+    T& operator[](std::size_t i) const { return m_buffer[i]; }
+
+private:
+    T* m_buffer = nullptr;
+};
+
+/// The text that a call gave, or "code N".
+template <class Call>
+std::wstring wideOf(Call&& call)
+{
+    Given<wchar_t> text;
+    const long code = call(&text);
+    EXPECT_EQ(code != 0, text.get() == nullptr);
+    return code == 0 ? text.get() : L"code " + std::to_wstring(code);
+}
+template <class Call>
+std::string narrowOf(Call&& call)
+{
+    Given<char> text;
+    const long code = call(&text);
+    EXPECT_EQ(code != 0, text.get() == nullptr);
+    return code == 0 ? text.get() : "code " + std::to_string(code);
+}
+
+/// The number that a call gave, or minus its code.
+template <class T, class Call>
+long long numberOf(Call&& call)
+{
+    T value = 77;
+    const long code = call(&value);
+    EXPECT_TRUE(code == 0 || value == 77) << "a call that fails changes nothing";
+    return code == 0 ? static_cast<long long>(value) : -static_cast<long long>(code);
+}
+template <class Call>
+int flagOf(Call&& call)
+{
+    return static_cast<int>(numberOf<int>(call));
+}
+
+inline std::string utf8(const std::wstring& text)
+{
+    std::string result(text.size() * 3 + 1, '\0');
+    result.resize(static_cast<std::size_t>(
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), result.data(),
+                            static_cast<int>(result.size()), nullptr, nullptr)));
+    return result;
+}

@@ -1,0 +1,103 @@
+// The expected values are those that md5sum, sha1sum, sha256sum and crc32 of Debian gave:
+// tests/support/checksums made the files and the list.
+
+#include "core/win32/utils/checksums/api.h"
+
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+
+#include "core/win32/utils/strings/api.h"
+#include "support/Utilities.h"
+
+namespace {
+std::string hex(const void* bytes, size_t size)
+{
+    return narrowOf([&](char** text) { return StringFormatHexA(bytes, size, text); });
+}
+std::string hex(unsigned long value)
+{
+    const unsigned char bytes[] = {
+        static_cast<unsigned char>(value >> 24U), static_cast<unsigned char>(value >> 16U),
+        static_cast<unsigned char>(value >> 8U), static_cast<unsigned char>(value)};
+    return hex(bytes, sizeof bytes);
+}
+
+struct Progress
+{
+    unsigned long long calls = 0, done = 0, size = 0;
+    HANDLE cancel = nullptr;
+    static void note(unsigned long long done, unsigned long long size, void* context)
+    {
+        auto* self = static_cast<Progress*>(context);
+        EXPECT_GT(done, self->done);
+        *self = {self->calls + 1, done, size, self->cancel};
+        if (self->cancel != nullptr)
+            SetEvent(self->cancel);
+    }
+};
+
+std::wstring folder()
+{
+    wchar_t text[1024];
+    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", text, 1024);
+    return std::wstring(text) + L"\\checksums\\";
+}
+} // namespace
+
+TEST(Checksums, AgreeWithOtherPrograms)
+{
+    std::ifstream list(utf8(folder() + L"list"));
+    std::string line;
+    int files = 0;
+    while (std::getline(list, line)) {
+        std::istringstream words(line);
+        std::string name, crc, md5, sha1, sha256;
+        words >> name >> crc >> md5 >> sha1 >> sha256;
+        const std::wstring path = folder() + std::wstring(name.begin(), name.end());
+        std::ifstream file(utf8(path), std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        unsigned long value = 0;
+        unsigned char digest[33] = {};
+        digest[32] = 0x5a;
+        const auto both = [&](auto ofMemory, auto ofFile, size_t size, const std::string& expected) {
+            EXPECT_EQ(ofMemory(bytes.data(), bytes.size(), digest), 0);
+            EXPECT_EQ(hex(digest, size), expected) << name;
+            std::fill_n(digest, 32, static_cast<unsigned char>(0x5a));
+            Progress progress;
+            EXPECT_EQ(ofFile(path.c_str(), nullptr, Progress::note, &progress, digest), 0);
+            EXPECT_EQ(hex(digest, size), expected) << name;
+            EXPECT_EQ(digest[size], 0x5a);
+            EXPECT_TRUE(bytes.empty() ? progress.calls == 0
+                                      : progress.done == bytes.size() && progress.size == bytes.size());
+        };
+        both(ChecksumMd5, ChecksumFileMd5, 16, md5);
+        both(ChecksumSha1, ChecksumFileSha1, 20, sha1);
+        both(ChecksumSha256, ChecksumFileSha256, 32, sha256);
+        EXPECT_EQ(ChecksumFileCrc32(path.c_str(), nullptr, nullptr, nullptr, &value), 0);
+        EXPECT_EQ(hex(value), crc) << name;
+        for (size_t cut : {size_t(0), bytes.size() / 3, bytes.size()}) { // in two pieces, wherever it is cut
+            unsigned long first = 0;
+            EXPECT_EQ(ChecksumCrc32(bytes.data(), cut, 0, &first), 0);
+            EXPECT_EQ(ChecksumCrc32(bytes.data() + cut, bytes.size() - cut, first, &value), 0);
+            EXPECT_EQ(hex(value), crc) << name << " cut at " << cut;
+        }
+        ++files;
+    }
+    EXPECT_GE(files, 130);
+}
+
+TEST(Checksums, CancelAndFail)
+{
+    const std::wstring large = folder() + L"large";
+    unsigned char digest[32] = {};
+    Progress progress;
+    progress.cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    EXPECT_EQ(ChecksumFileSha256(large.c_str(), progress.cancel, Progress::note, &progress, digest), 1223);
+    EXPECT_EQ(progress.calls, 1U);
+    EXPECT_EQ(hex(digest, 32), std::string(64, '0'));
+    CloseHandle(progress.cancel);
+    EXPECT_EQ(ChecksumFileMd5((folder() + L"missing").c_str(), nullptr, nullptr, nullptr, digest), 2);
+    EXPECT_EQ(ChecksumFileMd5(folder().c_str(), nullptr, nullptr, nullptr, digest), 5);
+}

@@ -1,0 +1,110 @@
+// Every exported function of the groups, with each pointer that it needs missing in turn.
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <tuple>
+
+#include "core/win32/utils/checksums/api.h"
+#include "core/win32/utils/files/api.h"
+#include "core/win32/utils/formatting/api.h"
+#include "core/win32/utils/paths/api.h"
+#include "core/win32/utils/processes/api.h"
+#include "core/win32/utils/registry/api.h"
+#include "core/win32/utils/security/api.h"
+#include "core/win32/utils/services/api.h"
+#include "core/win32/utils/shell/api.h"
+#include "core/win32/utils/strings/api.h"
+#include "core/win32/utils/system/api.h"
+#include "core/win32/utils/time/api.h"
+#include "core/win32/utils/versions/api.h"
+#include "core/win32/utils/volumes/api.h"
+#include "support/Utilities.h"
+
+namespace {
+/// What no failing call may write to.
+unsigned char untouched[64];
+int thing;
+void* const object = &thing;
+
+template <class T>
+T* out()
+{
+    return reinterpret_cast<T*>(untouched);
+}
+
+/// Stands for an argument that may be null, and is.
+struct None
+{
+    template <class T>
+    operator T*() const // NOLINT: it is any pointer
+    {
+        return nullptr;
+    }
+};
+constexpr None kNone;
+
+template <std::size_t At, class Function, class... Arguments>
+void nullAt(const char* name, Function function, std::tuple<Arguments...> arguments)
+{
+    if constexpr (std::is_pointer_v<std::tuple_element_t<At, std::tuple<Arguments...>>>) {
+        std::get<At>(arguments) = nullptr;
+        std::memset(untouched, 0x5a, sizeof untouched);
+        EXPECT_EQ(std::apply(function, arguments), 87) << name << ", argument " << At + 1;
+        EXPECT_TRUE(std::all_of(std::begin(untouched), std::end(untouched),
+                                [](unsigned char c) { return c == 0x5a; }))
+            << name << ", argument " << At + 1;
+    }
+}
+
+template <class Function, class... Arguments>
+void eachNull(const char* name, Function function, Arguments... arguments)
+{
+    [&]<std::size_t... At>(std::index_sequence<At...>)
+    {
+        (nullAt<At>(name, function, std::make_tuple(arguments...)), ...);
+    }
+    (std::index_sequence_for<Arguments...>());
+}
+
+const struct
+{
+    const char* name;
+    void (*check)();
+} kRows[] = {
+#include <null_calls.inc>
+};
+
+/// The names that the library exports without a C++ signature.
+std::set<std::string> plainExports()
+{
+    const auto* base = reinterpret_cast<const unsigned char*>(GetModuleHandleW(L"sysmaint.dll"));
+    const auto at = [&](DWORD offset) { return base + offset; };
+    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(
+        at(static_cast<DWORD>(reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew)));
+    const auto* table = reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(
+        at(headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXPORT].VirtualAddress));
+    const auto* names = reinterpret_cast<const DWORD*>(at(table->AddressOfNames));
+    std::set<std::string> result;
+    for (DWORD i = 0; i < table->NumberOfNames; ++i)
+        if (const auto* name = reinterpret_cast<const char*>(at(names[i])); std::strncmp(name, "_Z", 2) != 0)
+            result.insert(name);
+    return result;
+}
+} // namespace
+
+TEST(Utilities, RefuseEveryMissingPointer)
+{
+    std::set<std::string> missing = plainExports();
+    for (const char* other : {"utilsFreeMemory", "_wcsistr", "_stristr", "SetFirstCharW", "SetFirstCharA"})
+        EXPECT_EQ(missing.erase(other), 1U) << other;
+    for (const auto& row : kRows) {
+        row.check();
+        EXPECT_EQ(missing.erase(row.name), 1U) << row.name;
+    }
+    EXPECT_TRUE(missing.empty()) << *missing.begin() << " has no row";
+    EXPECT_EQ(_stristr(nullptr, "a"), nullptr);
+    EXPECT_EQ(_stristr("a", nullptr), nullptr);
+    EXPECT_EQ(SetFirstCharA(nullptr, 'a', 'b'), nullptr);
+    utilsFreeMemory(nullptr);
+}

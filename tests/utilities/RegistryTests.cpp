@@ -1,0 +1,227 @@
+#include "core/win32/utils/registry/api.h"
+
+#include "core/win32/utils/files/api.h"
+#include "support/ImportReplacement.h"
+#include "support/Utilities.h"
+
+namespace {
+constexpr wchar_t kTop[] = L"Software\\sysmaint-u18";
+const HKEY kUser = HKEY_CURRENT_USER;
+
+struct Scratch
+{
+    Scratch() { RegistryDeleteTree(kUser, kTop, 0); }
+    ~Scratch() { RegistryDeleteTree(kUser, kTop, 0); }
+};
+
+std::wstring key(const wchar_t* name)
+{
+    return std::wstring(kTop) + L"\\" + name;
+}
+/// Writes data as it stands; the text's own end is not added.
+void put(const wchar_t* sub, const wchar_t* name, DWORD type, const std::wstring& data, size_t odd = 0)
+{
+    EXPECT_EQ(RegistryWriteBinary(kUser, key(sub).c_str(), name, 0, data.data(), data.size() * 2 - odd, type),
+              0);
+}
+std::wstring read(const wchar_t* name, int expand = 0)
+{
+    return wideOf(
+        [&](wchar_t** r) { return RegistryReadString(kUser, key(L"a").c_str(), name, 0, expand, r); });
+}
+int exists(const wchar_t* sub)
+{
+    return flagOf([&](int* f) { return RegistryKeyExists(kUser, key(sub).c_str(), 0, f); });
+}
+std::wstring file(const wchar_t* name)
+{
+    wchar_t text[1024];
+    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", text, 1024);
+    return std::wstring(text) + L"\\" + name;
+}
+long import(const std::wstring& text)
+{
+    const std::wstring all = L"\xFEFF" + text;
+    EXPECT_EQ(FileWriteAtomically(file(L"in.reg").c_str(), all.data(), all.size() * 2), 0);
+    return RegistryImportText(file(L"in.reg").c_str(), 0);
+}
+} // namespace
+
+TEST(Registry, ValuesOfEveryShape)
+{
+    const Scratch scratch;
+    unsigned long dword = 7, type = 0;
+    unsigned long long qword = 7;
+    Given<wchar_t> list;
+    Given<unsigned char> bytes;
+    size_t count = 0;
+    put(L"a", L"ended", REG_SZ, std::wstring(L"text\0", 5));
+    put(L"a", L"open", REG_SZ, L"text");
+    put(L"a", L"more", REG_SZ, std::wstring(L"text\0x\0", 7));
+    put(L"a", L"odd", REG_SZ, L"text", 1);
+    put(L"a", L"none", REG_SZ, L"");
+    put(L"a", L"var", REG_EXPAND_SZ, L"%windir%\\x");
+    put(L"a", L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8));
+    put(L"a", L"tail", REG_MULTI_SZ, L"a");
+    put(L"a", L"three", REG_DWORD, L"ab", 1);
+    put(L"a", L"", REG_SZ, L"unnamed");
+    put(L"a", L"long", REG_SZ, std::wstring(100000, L'x'));
+    const struct
+    {
+        std::wstring actual, expected;
+    } rows[] = {
+        {read(L"ended"), L"text"},
+        {read(L"open"), L"text"},
+        {read(L"more"), L"text"},
+        {read(L"odd"), L"tex"},
+        {read(L"none"), L""},
+        {read(L"var"), L"%windir%\\x"},
+        {read(L"var", 1), L"C:\\windows\\x"},
+        {read(L"ended", 1), L"text"},
+        {read(L""), L"unnamed"},
+        {read(L"long"), std::wstring(100000, L'x')},
+        {read(L"list"), L"code 1630"},
+        {read(L"not there"), L"code 2"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.actual, row.expected) << &row - rows;
+    const std::wstring a = key(L"a");
+    EXPECT_EQ(RegistryReadMultiString(kUser, a.c_str(), L"list", 0, &list, &count), 0);
+    EXPECT_EQ(std::wstring(list.get(), 6), std::wstring(L"a\0bc\0\0", 6));
+    EXPECT_EQ(count, 2U);
+    Given<wchar_t> tail;
+    EXPECT_EQ(RegistryReadMultiString(kUser, a.c_str(), L"tail", 0, &tail, &count), 0);
+    EXPECT_EQ(std::wstring(tail.get(), 3), std::wstring(L"a\0\0", 3));
+    EXPECT_EQ(RegistryReadDword(kUser, a.c_str(), L"three", 0, &dword), 13);
+    EXPECT_EQ(RegistryReadDword(kUser, a.c_str(), L"open", 0, &dword), 1630);
+    EXPECT_EQ(RegistryWriteDword(kUser, a.c_str(), L"d", 0, 0x80000001), 0);
+    EXPECT_EQ(RegistryReadDword(kUser, a.c_str(), L"d", 0, &dword), 0);
+    EXPECT_EQ(dword, 0x80000001);
+    EXPECT_EQ(RegistryReadQword(kUser, a.c_str(), L"d", 0, &qword), 1630);
+    EXPECT_EQ(RegistryWriteBinary(kUser, a.c_str(), L"q", 0, "12345678", 8, REG_QWORD), 0);
+    EXPECT_EQ(RegistryReadQword(kUser, a.c_str(), L"q", 0, &qword), 0);
+    EXPECT_EQ(qword, 0x3837363534333231U);
+    EXPECT_EQ(RegistryReadBinary(kUser, a.c_str(), L"odd", 0, &bytes, &count, &type), 0);
+    EXPECT_EQ(count * 10 + type, 71U);
+    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 0, L"x", REG_BINARY), 87);
+    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 7, L"x", REG_SZ), 87);
+    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 64, L"x", REG_SZ), 0);
+    EXPECT_EQ(read(L"s"), L"x");
+    EXPECT_EQ(flagOf([&](int* f) { return RegistryValueExists(kUser, a.c_str(), L"s", 0, f); }), 1);
+    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, a.c_str(), L"s", 0), 0);
+    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, a.c_str(), L"s", 0), 0);
+    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, key(L"no").c_str(), L"s", 0), 0);
+    EXPECT_EQ(flagOf([&](int* f) { return RegistryValueExists(kUser, a.c_str(), L"s", 0, f); }), 0);
+    EXPECT_EQ(exists(L"a") * 10 + exists(L"b"), 10);
+    unsigned long long now = 0, time = 0;
+    GetSystemTimeAsFileTime(reinterpret_cast<FILETIME*>(&now));
+    EXPECT_EQ(RegistryGetLastWrite(kUser, a.c_str(), 0, &time), 0);
+    EXPECT_LT(now - time, 600000000U);
+    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryTypeName(REG_QWORD, r); }), L"REG_QWORD");
+    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryTypeName(12, r); }), L"12");
+}
+
+TEST(Registry, TreesAndTexts)
+{
+    const Scratch scratch;
+    for (const wchar_t* wrong : {L"", L"\\", L"\\\\"})
+        EXPECT_EQ(RegistryDeleteTree(kUser, wrong, 0), 87);
+    EXPECT_EQ(RegistryDeleteTree(HKEY_CLASSES_ROOT, L".u18", 0), 50);
+    EXPECT_EQ(RegistryDeleteTree(kUser, kTop, 0), 2);
+    put(L"a", L"q\"uo\\te", REG_SZ, std::wstring(L"a\"b\\c\0", 6));
+    put(L"a", L"", REG_SZ, std::wstring(L"unnamed\0", 8));
+    put(L"a", L"lines", REG_SZ, std::wstring(L"a\r\nb\0", 5));
+    put(L"a", L"open", REG_SZ, L"x");
+    put(L"a\\b", L"bytes", REG_BINARY, std::wstring(60, L'\x1234'));
+    put(L"a\\b\\[c]", L"empty", REG_MULTI_SZ, L"");
+    put(L"a\\b\\d", L"odd", 0xfffffff0, L"xy", 1);
+    EXPECT_EQ(RegistryWriteDword(kUser, key(L"a").c_str(), L"d", 0, 0xabcdef01), 0);
+    // In a copy below itself stands what was there before; what is exported, deleted and imported is the
+    // same.
+    EXPECT_EQ(RegistryCopyTree(kUser, key(L"a").c_str(), kUser, key(L"a\\copy").c_str(), 0), 0);
+    EXPECT_EQ(exists(L"a\\copy\\b\\[c]") * 10 + exists(L"a\\copy\\copy"), 10);
+    const auto exported = [](const wchar_t* name) {
+        Given<unsigned char> bytes;
+        size_t size = 0;
+        EXPECT_EQ(RegistryExportText(kUser, kTop, 0, file(name).c_str()), 0);
+        EXPECT_EQ(FileReadAll(file(name).c_str(), 1000000, &bytes, &size), 0);
+        return std::wstring(reinterpret_cast<wchar_t*>(bytes.get()), size / 2);
+    };
+    const std::wstring before = exported(L"before.reg");
+    EXPECT_NE(before.find(L"\"q\\\"uo\\\\te\"=\"a\\\"b\\\\c\"\r\n"), std::wstring::npos);
+    EXPECT_NE(before.find(L"[HKEY_CURRENT_USER\\Software\\sysmaint-u18\\a\\b\\[c]]\r\n\"empty\"=hex(7):\r\n"),
+              std::wstring::npos);
+    EXPECT_NE(before.find(L"\"d\"=dword:abcdef01\r\n"), std::wstring::npos);
+    EXPECT_EQ(RegistryDeleteTree(kUser, kTop, 0), 0);
+    EXPECT_EQ(exists(L""), 0);
+    EXPECT_EQ(RegistryImportText(file(L"before.reg").c_str(), 0), 0);
+    EXPECT_EQ(exported(L"after.reg"), before);
+    EXPECT_EQ(RegistryExportText(kUser, L"Software\\not there", 0, file(L"x.reg").c_str()), 2);
+
+    const std::wstring head =
+        L"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\sysmaint-u18\\i]\r\n";
+    for (const wchar_t* wrong :
+         {L"\"a\"=-\r\n", L"[-HKEY_CURRENT_USER\\x]\r\n", L"\"a\"=hex:0\r\n", L"\"a\"=hex:00,\r\n",
+          L"\"a\"=hex:00,\\\r\n", L"\"a\"=hex(z):00\r\n", L"\"a\"=dword:\r\n", L"\"a\"=dword:123456789\r\n",
+          L"\"a\"=\"b\r\n", L"\"a\"=\"b\"c\r\n", L"a=\"b\"\r\n", L"\"a\" \"b\"\r\n", L"\"a\\", L"[]\r\n",
+          L"[HKXX\\a]\r\n"})
+        EXPECT_TRUE(import(head + L"\"first\"=\"x\"\r\n" + wrong) == 13 || wrong[1] == L'H') << utf8(wrong);
+    EXPECT_EQ(exists(L"i"), 0) << "nothing is written before all is read";
+    EXPECT_EQ(import(L"REGEDIT4\r\n"), 13);
+    EXPECT_EQ(import(head + L"; note\r\n@=\"x\"\r\n\"b\"=hex(2):61,00,\\\r\n  62,00"), 0);
+    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryReadString(kUser, key(L"i").c_str(), L"b", 0, 0, r); }),
+              L"ab");
+}
+
+TEST(Registry, LinksAndPaths)
+{
+    const Scratch scratch;
+    put(L"target\\inner", L"v", REG_SZ, L"x");
+    HKEY made = nullptr;
+    const std::wstring link = key(L"tree\\link");
+    EXPECT_EQ(RegistryWriteDword(kUser, key(L"tree").c_str(), L"d", 0, 1), 0);
+    ASSERT_EQ(RegCreateKeyExW(kUser, link.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS,
+                              nullptr, &made, nullptr),
+              0);
+    Given<wchar_t> sid;
+    HKEY hive = nullptr;
+    EXPECT_EQ(RegistryOpenUserHive(1, &hive), 0);
+    EXPECT_EQ(RegCloseKey(hive), 0);
+    wchar_t to[] = L"\\Registry\\Machine\\Software\\Microsoft";
+    EXPECT_EQ(
+        RegSetValueExW(made, L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<BYTE*>(to), sizeof to - 2),
+        0);
+    RegCloseKey(made);
+    EXPECT_EQ(exists(L"tree\\link\\Windows"), 1);
+    EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"copy").c_str(), 0), 0);
+    EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree").c_str(), 0), 0);
+    EXPECT_EQ(exists(L"tree") * 10 + exists(L"copy\\link\\Windows"), 1);
+    EXPECT_EQ(RegistryDeleteTree(kUser, key(L"copy\\link").c_str(), 0), 0);
+    EXPECT_EQ(exists(L"copy") * 10 + exists(L"copy\\link"), 10);
+    EXPECT_EQ(flagOf([](int* f) {
+                  return RegistryKeyExists(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Windows", 0, f);
+              }),
+              1);
+
+    HKEY root = nullptr;
+    const struct
+    {
+        const wchar_t* text;
+        HKEY root;
+        const wchar_t* rest;
+    } rows[] = {{L"HKLM\\a\\b", HKEY_LOCAL_MACHINE, L"a\\b"},
+                {L"hkey_current_user", HKEY_CURRENT_USER, L""},
+                {L"Computer\\HKEY_USERS\\x", HKEY_USERS, L"x"},
+                {L"HKCR\\", HKEY_CLASSES_ROOT, L""},
+                {L"HKEY_CURRENT_CONFIG\\x", HKEY_CURRENT_CONFIG, L"x"}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(wideOf([&](wchar_t** r) { return RegistryParsePath(row.text, &root, r); }), row.rest);
+        EXPECT_EQ(root, row.root);
+    }
+    for (const wchar_t* wrong : {L"", L"HKXX\\a", L"\\HKLM", L"HKLMx"})
+        EXPECT_EQ(wideOf([&](wchar_t** r) { return RegistryParsePath(wrong, &root, r); }), L"code 161");
+    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryFormatPath(HKEY_USERS, L"x", r); }), L"HKEY_USERS\\x");
+    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryFormatPath(HKEY_USERS, L"", r); }), L"HKEY_USERS");
+    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryFormatPath(reinterpret_cast<HKEY>(8), L"", r); }),
+              L"code 6");
+}
