@@ -12,13 +12,16 @@
 #include "support/Heap.h"
 
 /// The handles that this process has open, as the system itself counts them: GetProcessHandleCount always
-/// answers 0 under Wine. Throws when the system does not tell.
-inline DWORD processHandleCount()
+/// answers 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
+/// not tell.
+inline DWORD processHandleCount(HANDLE sample = nullptr)
 {
     struct Entry
     {
         ULONG process;
-        ULONG typeAndNumber;
+        UCHAR type;
+        UCHAR attributes;
+        USHORT number;
         void* object;
         ULONG access;
     };
@@ -33,9 +36,14 @@ inline DWORD processHandleCount()
     const auto table = std::make_unique_for_overwrite<Table>();
     if (query(kHandles, table.get(), sizeof(Table), nullptr) < 0)
         throw std::runtime_error("the handles cannot be counted");
-    return static_cast<DWORD>(
-        std::count_if(table->entries, table->entries + table->count,
-                      [](const Entry& entry) { return entry.process == GetCurrentProcessId(); }));
+    const auto isOwn = [](const Entry& entry) { return entry.process == GetCurrentProcessId(); };
+    Entry* const end = std::partition(table->entries, table->entries + table->count, isOwn);
+    const auto number = static_cast<USHORT>(reinterpret_cast<std::uintptr_t>(sample));
+    const Entry* const found =
+        std::find_if(table->entries, end, [&](const Entry& entry) { return entry.number == number; });
+    return static_cast<DWORD>(std::count_if(table->entries, end, [&](const Entry& entry) {
+        return sample == nullptr || (found != end && entry.type == found->type);
+    }));
 }
 
 /// What the process holds now, to be compared later.
