@@ -298,6 +298,7 @@ const Row kNulls[] = {
     MAKES(AddBootExecute(L"")),
     MAKES(RemoveBootExecute(nullptr)),
     MAKES(RemoveBootExecute(L"")),
+    MAKES((ForceDeleteIsScheduled(nullptr), static_cast<long>(GetLastError()))),
     MAKES(ServeObjectRequests(nullptr, 1)),
     MAKES(GetTokenW(nullptr, L",", 0, token, 4, nullptr)),
     MAKES(GetTokenW(L"a", nullptr, 0, token, 4, nullptr)),

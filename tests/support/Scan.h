@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <functional>
 #include <initializer_list>
@@ -121,4 +123,26 @@ unsigned long codeOf(Operation&& operation)
         return raised.getCode();
     }
     return ERROR_SUCCESS;
+}
+
+/// What an object stores.
+template <class Object>
+std::string dumpOf(const Object& object, unsigned long code = kStateAll)
+{
+    MemoryOutputByteStream stream;
+    object.dump(code, stream);
+    return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
+}
+
+/// A stream that ends early, wherever that is, leaves an object what it was. It would become what `other` is.
+template <class Object>
+void expectCutsChangeNothing(Object& object, const Object& other, unsigned long code = kStateAll)
+{
+    const std::string whole = dumpOf(other, code);
+    const std::string before = dumpOf(object, code);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        MemoryInputByteStream cut(whole.data(), size);
+        EXPECT_EQ(codeOf([&] { object.load(code, cut); }), ERROR_READ_FAULT) << size << " for " << code;
+        EXPECT_EQ(dumpOf(object, code), before) << size << " for " << code;
+    }
 }
