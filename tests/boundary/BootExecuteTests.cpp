@@ -185,21 +185,3 @@ TEST_F(BootExecuteTest, NeverTouchesAListThatIsNone)
     refuseList(L"", REG_SZ);
     EXPECT_EQ(writes.calls(), 0);
 }
-
-TEST_F(BootExecuteTest, ReportsTheRegistrysCodeAndClosesTheKey)
-{
-    set(L"x||");
-    const DWORD handles = processHandleCount();
-    EXPECT_EQ(BootExecuteIsScheduled(L"x"), 1);
-    EXPECT_LE(processHandleCount(), handles);
-    const auto add = [] { require(AddBootExecute(L"y")); };
-    const auto ask = [] { require(BootExecuteIsScheduled(L"x") == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS); };
-    for (const long call : {1L, 2L}) {
-        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_KEY_DELETED, add, call);
-        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_KEY_DELETED, ask, call);
-    }
-    expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_ACCESS_DENIED, add);
-    expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_KEY_DELETED, ask);
-    expectFault<"RegSetValueExW">(&RegSetValueExW, ERROR_REGISTRY_IO_FAILED, add);
-    EXPECT_EQ(get(), L"x||");
-}

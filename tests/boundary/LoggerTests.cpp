@@ -206,39 +206,6 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
     DeleteFileW(kept.c_str());
 }
 
-TEST_F(LoggerTest, ReportsWhatItsConstructionFailsBy)
-{
-    CloseLogger(logger);
-    const HMODULE dll = sysmaintModule();
-    CountedImport<"CreateThread", decltype(&CreateThread)> threads(dll);
-    CountedImport<"GetFileSizeEx", decltype(&GetFileSizeEx)> sizes(dll);
-    CountedImport<"SetFilePointerEx", decltype(&SetFilePointerEx)> seeks(dll);
-    CountedImport<"LoadLibraryExW", decltype(&LoadLibraryExW)> modules(dll);
-    HANDLE held = INVALID_HANDLE_VALUE;
-    const std::pair<DWORD, std::function<void()>> rows[] = {
-        {1003, [&] { threads.failCall(1, nullptr, ERROR_NOT_ENOUGH_MEMORY); }},
-        {1003, [&] { sizes.failCall(1, FALSE, ERROR_ACCESS_DENIED); }},
-        {1003, [&] { sizes.failCall(4, FALSE, ERROR_ACCESS_DENIED); }},
-        {1003, [&] { seeks.failCall(1, FALSE, ERROR_SEEK); }},
-        {1003, [&] { seeks.failCall(4, FALSE, ERROR_SEEK); }},
-        {ERROR_MOD_NOT_FOUND, [&] { modules.failCall(1, nullptr, ERROR_MOD_NOT_FOUND); }},
-        {1003,
-         [&] {
-             const std::wstring path = folder + kNames[3];
-             held = ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
-         }},
-    };
-    for (const auto& [code, fail] : rows) {
-        fail();
-        const DWORD before = processHandleCount();
-        EXPECT_EQ(CreateLogger(L"tests"), INVALID_HANDLE_VALUE) << &code - &rows[0].first;
-        EXPECT_EQ(GetLastError(), code) << &code - &rows[0].first;
-        EXPECT_EQ(processHandleCount(), before) << &code - &rows[0].first;
-    }
-    CloseHandle(held);
-    reopen();
-}
-
 #ifdef __MINGW32__ // whose names of exported functions these are
 TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
 {

@@ -98,6 +98,7 @@ public:
     ~TestEvent() { CloseHandle(m_handle); }
 
     void set() const { SetEvent(m_handle); }
+    void reset() const { ResetEvent(m_handle); }
     /// Whether it was set within a limit that no healthy run reaches.
     [[nodiscard]] bool wait() const { return WaitForSingleObject(m_handle, 60000) == WAIT_OBJECT_0; }
     [[nodiscard]] HANDLE get() const { return m_handle; }
