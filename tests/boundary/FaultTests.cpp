@@ -92,7 +92,7 @@ TEST_F(Faults, ArriveAndLeaveNothing)
     const std::wstring inner = folder + L"\\inner";
     const std::unique_ptr<IDirectory> directory(DllGetDirectory(inner.c_str(), 0));
     unsigned long long size = 0;
-    const ValuePtr value(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
+    ValuePtr value;
     const KeyPtr key = keyOf(kRoot + L"\\key");
     const TestEngine engine(collector, L"faults");
     const auto clear = [&] { RegDeleteTreeW(root, nullptr); };
@@ -100,10 +100,14 @@ TEST_F(Faults, ArriveAndLeaveNothing)
         clear();
         addValue(L"v", "data");
         addKey(L"key\\below");
+        value.reset(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
     };
     const auto hasFile = [&] { return stands(path); };
     const auto hasKeys = [&] { return hasKey(root, L"key"); };
-    const auto hasData = [] { return dataOf(*valueOf(kRoot, L"v")) == "data"; };
+    const auto hasData = [&] { // and the item its own
+        return dataOf(*valueOf(kRoot, L"v")) == "data" && dataOf(*value).size() == 8 &&
+               value->getValueType() == 1;
+    };
     const auto of = [](auto operation) { return [=] { return static_cast<long>(codeOf(operation)); }; };
     const auto scanAsSomebodyElse = [&] {
         ImpersonateSelf(SecurityImpersonation);

@@ -47,14 +47,12 @@ protected:
     [[nodiscard]] std::vector<std::wstring> lines(const wchar_t* name) const
     {
         std::vector<std::wstring> all;
-        const std::wstring text = content(name);
-        for (std::size_t at = 0, end = 0; at < text.size(); at = end + 2) {
-            end = text.find(L"\r\n", at);
-            EXPECT_NE(end, std::wstring::npos);
-            if (end == std::wstring::npos)
-                break;
-            if (text.compare(at + 25, 6, L"settle") != 0)
-                all.push_back(text.substr(at, end - at));
+        std::wistringstream text(content(name));
+        for (std::wstring line; std::getline(text, line);) {
+            EXPECT_EQ(line.back(), L'\r');
+            line.pop_back();
+            if (line.compare(25, 6, L"settle") != 0)
+                all.push_back(line);
         }
         return all;
     }
@@ -110,12 +108,11 @@ TEST_F(LoggerTest, KeepsEveryThreadsLinesWholeAndInOrderWithoutTouchingFiles)
     constexpr int kEach = 2000;
     std::atomic<long> foreign{0}; // file calls on any thread that logs
     thread_local static bool logging = false;
-    CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
-    writes.setHook([&](auto original, auto... arguments) {
+    Replaced<"WriteFile", decltype(&WriteFile)> writes([&](auto original, auto... arguments) {
         foreign += logging ? 1 : 0;
         return original(arguments...);
     });
-    const CountedImport<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes(sysmaintModule());
+    const Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes;
     const wchar_t* modules[] = {L"other", L"Registry Cleaner", L"Privacy Cleaner", L"Disk Cleaner"};
     onThreadsAtOnce(kThreads, [&](int t) {
         logging = true;
@@ -180,11 +177,11 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         writeBytes(path, Bytes(size, 'o'));
         std::size_t overwritten = 0;
         {
-            CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
-            writes.setHook([&](auto original, HANDLE file, LPCVOID data, DWORD bytes, auto... others) {
-                overwritten += *static_cast<const char*>(data) == 0 ? bytes : 0;
-                return original(file, data, bytes, others...);
-            });
+            Replaced<"WriteFile", decltype(&WriteFile)> writes(
+                [&](auto original, HANDLE file, LPCVOID data, DWORD bytes, auto... others) {
+                    overwritten += *static_cast<const char*>(data) == 0 ? bytes : 0;
+                    return original(file, data, bytes, others...);
+                });
             reopen();
         }
         const std::size_t kept = size == kWhole ? 0 : size;

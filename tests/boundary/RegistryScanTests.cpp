@@ -49,7 +49,7 @@ TEST_F(Registry, EntriesThatComeAndGo)
     EXPECT_EQ(collector.calls, static_cast<long>(collector.paths.size())) << "one was told twice";
 
     // Two that come in front while names are read move the others back by two; then the key is deleted.
-    CountedImport<"RegEnumValueW", decltype(&RegEnumValueW)> values(sysmaintModule());
+    Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
     collector.action = nullptr;
     RegDeleteTreeW(root, nullptr);
     for (const LSTATUS end : {ERROR_NO_MORE_ITEMS, ERROR_KEY_DELETED}) {
@@ -101,6 +101,7 @@ TEST_F(Registry, KeysThatRefuseAccess)
     for (const auto& [access, code, below] : rows) {
         ASSERT_EQ(RegSetKeySecurity(guarded, DACL_SECURITY_INFORMATION, descriptorOf(access).get()), 0);
         EXPECT_EQ(scan(), code);
+        EXPECT_EQ(collector.codes[kFull + L"\\guarded"], static_cast<DWORD>(code));
         std::vector<std::wstring> names = {L"guarded", L"other"};
         names.insert(names.end(), below.begin(), below.end());
         expectFound(names);
@@ -122,11 +123,11 @@ TEST_F(Registry, FailingCallsOfAWalk)
     addValue(L"v");
     ASSERT_EQ(scan(), ERROR_SUCCESS);
     ASSERT_EQ(collector.calls, 4);
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens;
     opens.failCall(2, ERROR_KEY_DELETED, 0);
     EXPECT_EQ(scan(), ERROR_SUCCESS) << "a key that is gone is no failure";
     EXPECT_EQ(opens.calls(), 3) << "one for each key";
-    CountedImport<"RegEnumValueW", decltype(&RegEnumValueW)> values(sysmaintModule());
+    Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
     for (const auto& [number, found] : {std::pair{1, 0}, {2, 3}, {3, 4}, {4, 4}}) {
         opens.failCall(number, ERROR_REGISTRY_IO_FAILED, 0);
         EXPECT_EQ(scan(), ERROR_REGISTRY_IO_FAILED);
@@ -142,7 +143,7 @@ TEST_F(Registry, FailingCallsOfAWalk)
 
 TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
 {
-    CountedImport<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> users(sysmaintModule());
+    Replaced<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> users;
     users.failCall(1, ERROR_NOT_READY, 0);
     try {
         keyOf(kRoot)->create();
@@ -162,12 +163,12 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
         SetLastError(refusal);
         return FALSE;
     };
-    CountedImport<"GetProcAddress", decltype(&GetProcAddress)> addresses(sysmaintModule());
-    addresses.setHook([&](auto original, HMODULE library, LPCSTR name) {
-        return std::strcmp(name, "WTSQueryUserToken") == 0
-                   ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(refuse))
-                   : original(library, name);
-    });
+    Replaced<"GetProcAddress", decltype(&GetProcAddress)> addresses(
+        [&](auto original, HMODULE library, LPCSTR name) {
+            return std::strcmp(name, "WTSQueryUserToken") == 0
+                       ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(refuse))
+                       : original(library, name);
+        });
     EXPECT_EQ(scan(), ERROR_NO_TOKEN);
     refusal = ERROR_PRIVILEGE_NOT_HELD;
     EXPECT_EQ(scan(), ERROR_SUCCESS);
@@ -180,24 +181,16 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
                             : isSession                  ? ERROR_NO_SUCH_LOGON_SESSION
                                                          : long{kFailure});
         });
-    CountedImport<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids(sysmaintModule());
+    Replaced<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids;
     sids.failCall(1, TRUE, 0);
     EXPECT_EQ(scan(), ERROR_PRIVILEGE_NOT_HELD);
 }
 
-TEST_F(Registry, FailingCallsOfSingleItems)
+// One that never says how much it takes, and one that never has enough.
+TEST_F(Registry, ProvidersOfOddValues)
 {
-    const ValuePtr value(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
-    {
-        CountedImport<"RegSetValueExW", decltype(&RegSetValueExW)> sets(sysmaintModule());
-        sets.failCall(1, ERROR_DISK_FULL, 0);
-        EXPECT_EQ(codeOf([&] { value->setValue(REG_BINARY, L"x", 4); }), ERROR_DISK_FULL);
-    }
-    EXPECT_EQ(dataOf(*value), std::string("n\0e\0w\0\0\0", 8)) << "kept, as it was not written";
-    EXPECT_EQ(value->getValueType(), 1U);
-
-    // A provider that never says how much it takes, and one that never has enough.
-    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries(sysmaintModule());
+    addValue(L"v");
+    Replaced<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries;
     for (const DWORD needed : {5000U, 4294967295U}) {
         queries.setHook([&](auto, HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD length) -> LSTATUS {
             const bool enough = *length >= needed;
@@ -214,7 +207,7 @@ TEST_F(Registry, DeletionsThatFail)
 {
     const auto remove = [] { keyOf(kRoot)->deleteItem(); };
     {
-        CountedImport<"NtDeleteKey", decltype(&NtDeleteKey)> deletes(sysmaintModule());
+        Replaced<"NtDeleteKey", decltype(&NtDeleteKey)> deletes;
         for (long n = 1; n <= 4; ++n) {
             addKey(L"a\\b");
             addKey(L"c");
@@ -240,13 +233,13 @@ TEST_F(Registry, DeletionsThatFail)
     // What somebody else deletes meanwhile does not stop it.
     addKey(L"a\\b");
     addKey(L"c");
-    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys(sysmaintModule());
-    keys.setHook([](auto original, HKEY key, DWORD index, LPWSTR found, auto... rest) {
-        const LSTATUS status = original(key, index, found, rest...);
-        if (status == ERROR_SUCCESS && found[0] == L'c')
-            RegDeleteTreeW(key, found);
-        return status;
-    });
+    Replaced<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys(
+        [](auto original, HKEY key, DWORD index, LPWSTR found, auto... rest) {
+            const LSTATUS status = original(key, index, found, rest...);
+            if (status == ERROR_SUCCESS && found[0] == L'c')
+                RegDeleteTreeW(key, found);
+            return status;
+        });
     remove();
     EXPECT_EQ(keyOf(kRoot)->exists(), 0);
 }

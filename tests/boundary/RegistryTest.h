@@ -108,6 +108,7 @@ protected:
         RegCreateKeyW(HKEY_CURRENT_USER, kRoot.c_str(), &root);
         RSEngineRegisterHandler(engine, collector, kContainerFound, 0, 0);
         RSEngineRegisterHandler(engine, collector, kLeafFound, 0, 0);
+        RSEngineRegisterHandler(engine, collector, kListingFailed, 0, 0);
     }
     ~Registry() override
     {
@@ -152,6 +153,7 @@ protected:
     long scanAdded(unsigned depth = 65535, HANDLE cancelEvent = nullptr)
     {
         collector.paths.clear();
+        collector.codes.clear();
         collector.calls = 0;
         ScanOptions options;
         options.depthGiven = 1;

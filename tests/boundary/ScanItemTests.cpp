@@ -81,13 +81,13 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
     writer->setData("12345", 5);
     {
         // A system that takes less than it was given is asked again.
-        CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
-        writes.setHook([](auto original, HANDLE target, LPCVOID data, DWORD size, auto... rest) {
-            return original(target, data, size > 1 ? 1 : size, rest...);
-        });
+        Replaced<"WriteFile", decltype(&WriteFile)> writes(
+            [](auto original, HANDLE target, LPCVOID data, DWORD size, auto... rest) {
+                return original(target, data, size > 1 ? 1 : size, rest...);
+            });
         writer->create();
     }
-    CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
+    Replaced<"ReadFile", decltype(&ReadFile)> reads;
     const FilePtr reader = fileAt(path);
     onThreadsAtOnce(8, [&](int) { EXPECT_EQ(content(*reader), "12345"); });
     EXPECT_EQ(reads.calls(), 1) << "all that ask at once get one reading";
@@ -224,7 +224,7 @@ TEST(ScanItems, FolderMacros)
     EXPECT_EQ(expanded(L"%temp%x"), L"C:\\windowsx");
     SetEnvironmentVariableW(L"TMP", temporary);
 
-    CountedImport<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names(sysmaintModule());
+    Replaced<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names;
     for (const std::wstring folder :
          {L"C:\\", L"\\\\server\\share\\", L"\\\\?\\Volume{1}\\", L"C:\\programs"}) {
         const bool isRoot = folder.back() == L'\\';

@@ -99,7 +99,7 @@ TEST(ThreadPool, RunsEachItemOnceInOrderWithFewKernelCalls)
     for (Blocker& blocker : blockers)
         ASSERT_TRUE(pool.begins(kItems, blocker));
     calls.reset();
-    const CountedImport<"CreateThread", decltype(&CreateThread)> threads(sysmaintModule());
+    const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     for (unsigned long i = 0; i < kItems; ++i)
         ASSERT_EQ(pool.queue(i, work), ERROR_SUCCESS);
     for (Blocker& blocker : blockers)
@@ -278,7 +278,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
     });
     ASSERT_EQ(own->queue(1, closer), ERROR_SUCCESS);
     EXPECT_TRUE(closed.wait());
-    EXPECT_TRUE(before.isReachedAgain()) << before.describe() << " " << HeapWatch::describe();
+    EXPECT_TRUE(before.isReachedAgain()) << before.describe();
 }
 
 TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
@@ -305,13 +305,12 @@ TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
 // A failing event or wait is told to who called, and nothing is lost, run twice or cancelled by it.
 TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 {
-    const HMODULE dll = sysmaintModule();
-    CountedImport<"CreateEventW", decltype(&CreateEventW)> events(dll);
-    CountedImport<"SetEvent", decltype(&SetEvent)> sets(dll);
-    CountedImport<"ResetEvent", decltype(&ResetEvent)> resets(dll);
-    CountedImport<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(dll);
-    CountedImport<"SuspendThread", decltype(&SuspendThread)> suspends(dll);
-    CountedImport<"ResumeThread", decltype(&ResumeThread)> resumes(dll);
+    Replaced<"CreateEventW", decltype(&CreateEventW)> events;
+    Replaced<"SetEvent", decltype(&SetEvent)> sets;
+    Replaced<"ResetEvent", decltype(&ResetEvent)> resets;
+    Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits;
+    Replaced<"SuspendThread", decltype(&SuspendThread)> suspends;
+    Replaced<"ResumeThread", decltype(&ResumeThread)> resumes;
     Blocker done;
     done.goOn.set();
     Blocker blocker;
@@ -351,11 +350,10 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 
 TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
 {
-    const HMODULE dll = sysmaintModule();
-    CountedImport<"CreateEventW", decltype(&CreateEventW)> events(dll);
-    CountedImport<"SetEvent", decltype(&SetEvent)> sets(dll);
-    CountedImport<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(dll);
-    const CountedImport<"CreateThread", decltype(&CreateThread)> threads(dll);
+    Replaced<"CreateEventW", decltype(&CreateEventW)> events;
+    Replaced<"SetEvent", decltype(&SetEvent)> sets;
+    Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits;
+    const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     std::atomic<bool> idleFails{false};
     const DWORD testThread = GetCurrentThreadId();
     waits.setHook([&](auto original, auto... arguments) {

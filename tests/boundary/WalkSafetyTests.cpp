@@ -4,7 +4,6 @@
 #include <iterator>
 #include <memory>
 
-#include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Links.h"
 #include "support/Scan.h"
@@ -12,9 +11,9 @@
 namespace {
 constexpr long kStopped = 681; // ERROR_STOPPED_ON_SYMLINK
 using Codes = decltype(Collector::codes);
-using Opens = CountedImport<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES,
-                                                           DWORD, DWORD, HANDLE)>;
-using Looks = CountedImport<"GetFileAttributesW", decltype(&GetFileAttributesW)>;
+using Opens = Replaced<"CreateFileW",
+                       HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE)>;
+using Looks = Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>;
 using FilePtr = std::unique_ptr<IFile>;
 
 void write(const std::wstring& path, const std::string& text)
@@ -186,8 +185,8 @@ TEST(WalkSafety, ListedFoldersCannotBeMoved)
     collector.action = nullptr;
     for (int file = 0; file < 100; ++file)
         write(root + L"\\d\\" + std::to_wstring(file), "");
-    const Opens opens(sysmaintModule());
-    const Looks looks(sysmaintModule());
+    const Opens opens;
+    const Looks looks;
     EXPECT_EQ(engine.scan(root), ERROR_SUCCESS);
     EXPECT_EQ(opens.calls(), 4) << "the root, moved, moved\\b and d";
     EXPECT_EQ(looks.calls(), 4);
@@ -202,19 +201,18 @@ TEST(WalkSafety, NothingIsFetched)
     for (const DWORD attribute : {0x00040000, 0x00400000}) { // to be fetched when opened, when read
         Collector collector;
         const TestEngine engine(collector);
-        CountedImport<"FindNextFileW", decltype(&FindNextFileW)> next(sysmaintModule());
-        next.setHook([&](auto original, HANDLE search, WIN32_FIND_DATAW* entry) {
-            const BOOL found = original(search, entry);
-            entry->dwFileAttributes |= attribute;
-            return found;
-        });
-        Looks looks(sysmaintModule());
-        looks.setHook([&](auto original, LPCWSTR path) {
+        Replaced<"FindNextFileW", decltype(&FindNextFileW)> next(
+            [&](auto original, HANDLE search, WIN32_FIND_DATAW* entry) {
+                const BOOL found = original(search, entry);
+                entry->dwFileAttributes |= attribute;
+                return found;
+            });
+        Looks looks([&](auto original, LPCWSTR path) {
             const bool isFar = std::wstring(path).find(L"\\file") != std::wstring::npos;
             return original(path) | (isFar ? attribute : 0);
         });
-        const CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
-        const Opens opens(sysmaintModule());
+        const Replaced<"ReadFile", decltype(&ReadFile)> reads;
+        const Opens opens;
         EXPECT_EQ(engine.scan(root), ERROR_SUCCESS);
         EXPECT_EQ(collector.calls, 2) << "the folder and the file";
         EXPECT_EQ(opens.calls(), 1) << "the root alone";
@@ -234,7 +232,7 @@ TEST(WalkSafety, FailedListingsAreToldOf)
     Collector found;
     const TestEngine engine(found);
     FSEngineRegisterHandler(engine.handle, found, kListingFailed, 0, 0);
-    CountedImport<"FindNextFileW", decltype(&FindNextFileW)> next(sysmaintModule());
+    Replaced<"FindNextFileW", decltype(&FindNextFileW)> next;
     // The root, what of it cannot be listed, and how much is found nevertheless.
     const std::tuple<std::wstring, std::wstring, std::uint32_t, long> rows[] = {
         {L"", L"\\denied", ERROR_ACCESS_DENIED, 25},
@@ -252,11 +250,4 @@ TEST(WalkSafety, FailedListingsAreToldOf)
         EXPECT_EQ(found.codes, code != 0 ? Codes({{tree + failed, code}}) : Codes());
         EXPECT_EQ(found.calls, calls) << testing::PrintToString(root);
     }
-    void* keys = CreateRegistryScanEngine(L"failures");
-    for (const unsigned long key : {kLeafFound, kContainerFound, kListingFailed})
-        RSEngineRegisterHandler(keys, found, key, 0, 0);
-    RSEngineAddPath(keys, HKEY_CURRENT_USER, L"No such key");
-    EXPECT_EQ(RSEngineScan(keys, nullptr, everything(), {}), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(found.codes[L"HKEY_CURRENT_USER\\No such key"], ERROR_FILE_NOT_FOUND);
-    CloseRegistryScanEngine(keys);
 }

@@ -2,10 +2,12 @@
 
 #include <windows.h>
 
+#include <process.h>
 #include <tlhelp32.h>
 #include <winternl.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 
@@ -87,6 +89,29 @@ struct ProcessCounts
         return false;
     }
 };
+
+/// Starts this program once more, with these arguments.
+inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)
+{
+    wchar_t program[1024];
+    GetModuleFileNameW(nullptr, program, 1024);
+    std::vector<const wchar_t*> all{L"self"};
+    all.insert(all.end(), arguments);
+    all.push_back(nullptr);
+    return reinterpret_cast<HANDLE>(_wspawnv(_P_NOWAIT, program, all.data()));
+}
+
+/// The exit code of a process, whose handle is closed; one that does not end is ended.
+inline DWORD exitCodeOf(HANDLE process)
+{
+    DWORD code = WAIT_TIMEOUT;
+    if (WaitForSingleObject(process, 120000) == WAIT_OBJECT_0)
+        GetExitCodeProcess(process, &code);
+    else
+        TerminateProcess(process, code);
+    CloseHandle(process);
+    return code;
+}
 
 /// A manual-reset event of the test's own.
 class TestEvent
