@@ -1,6 +1,7 @@
 #include <windows.h>
 
-#include "objecttables.h"
+#include "core/win32/utils/communication/include/ObjectRequestServer.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
 
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved)
 {
@@ -9,8 +10,11 @@ BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID reserved)
         DisableThreadLibraryCalls(module);
         break;
     case DLL_PROCESS_DETACH:
-        if (reserved == nullptr) // FreeLibrary, not the end of the process
-            destroyObjectTables();
+        if (reserved == nullptr) { // FreeLibrary, not the end of the process
+            // While all tables are there: a topic's handle is given back to the table of topics.
+            ObjectRequestServer::getInstance().stopAll();
+            AnyObjectTable::destroyAll();
+        }
         break;
     default:
         break;

@@ -130,6 +130,11 @@ TEST_F(Faults, ArriveAndLeaveNothing)
                                                  {"GetProcAddress", kFailure},
                                                  {"LoadLibraryExW", kFailure},
                                                  {"SetEvent", 0}};
+    const auto walk = [&] { return engine.scan(testFolder() + L"\\tree\\dots"); };
+    const auto walkByName = [&] {
+        const AskedHandle refused([](auto&&...) { return SetLastError(ERROR_NOT_SUPPORTED), FALSE; });
+        return walk();
+    };
     const Row rows[] = {
         {"create file", of([&] { file->create(); }), withoutFile},
         {"read file", of([&] { reader->getData(size); }), withFile},
@@ -150,7 +155,8 @@ TEST_F(Faults, ArriveAndLeaveNothing)
         {"delete value", of([&] { value->deleteItem(); }), withValue, hasData},
         {"walk keys", [&] { return scan(); }, withValue},
         {"walk keys as somebody else", scanAsSomebodyElse, withValue},
-        {"walk files", [&] { return engine.scan(testFolder() + L"\\tree\\dots"); }},
+        {"walk files", walk},
+        {"walk files by name", walkByName},
         {"impersonate", impersonate},
         {"add boot-time program", [] { return AddBootExecute(L"y"); }, withList, hasList},
         {"remove boot-time program", [] { return RemoveBootExecute(L"x"); }, withList, hasList},

@@ -55,9 +55,9 @@ public:
         const std::size_t count = (*this)(150 >> (*this)(6));
         const std::size_t length = 2 + (*this)(10);
         const std::size_t kinds = (*this)(4);
-        const std::wstring_view letters = (*this)(3) == 0   ? L"aAbB.\\xyXYäÄ"
+        const std::wstring_view letters = (*this)(3) == 0   ? L"aAbB.\\xyXY\u0080äÄ"
                                           : (*this)(3) == 0 ? L"aAbB.\\*?[]!-"
-                                                            : L"aAbBcC.\\xXäÄ**?";
+                                                            : L"aAbBcC.\\xX\u0080äÄ**?";
         std::vector<Rule> rules;
         for (std::size_t i = 0; i < count; ++i)
             rules.emplace_back(text(letters, length).c_str(), static_cast<std::uint32_t>((*this)(9) / 4),
@@ -203,7 +203,8 @@ TEST(CompiledRules, GiveTheVerdictOfOneRuleAfterTheOther)
         const auto ignores = dice.rules<ScanIgnore>();
         const CompiledRules compiled(filters, ignores);
         for (int turn = 0; turn < 100; ++turn, ++cases) {
-            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)), dice.text(L"aAbBcC.\\]xXäÄ*!", 14));
+            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)),
+                               dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
             RuleSubject subject(item);
             const bool expected = verdictOneByOne(filters, ignores, subject);
             accepted += expected ? 1 : 0;

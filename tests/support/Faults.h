@@ -17,7 +17,8 @@ inline const std::map<LONG_PTR, std::vector<std::string>> kFaults = [] {
     constexpr std::pair<LONG_PTR, const char*> kRows[] = {
         {0,
          "CreateDirectoryW CreateEventW CreateMutexW CreateThread DeleteFileW FindNextFileW FlushFileBuffers "
-         "GetDiskFreeSpaceExW GetFileInformationByHandle GetFileSizeEx GetFullPathNameW GetModuleFileNameW "
+         "GetDiskFreeSpaceExW GetFileInformationByHandle GetFileInformationByHandleEx GetFileSizeEx "
+         "GetFullPathNameW GetModuleFileNameW "
          "GetModuleHandleExW GetProcAddress ImpersonateLoggedOnUser ImpersonateSelf LoadLibraryExW "
          "OpenProcessToken OpenThreadToken ReadFile RemoveDirectoryW ResetEvent RevertToSelf SetEndOfFile "
          "SetEvent SetFileAttributesW SetFileInformationByHandle SetFilePointerEx SetThreadPriority "

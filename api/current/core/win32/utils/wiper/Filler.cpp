@@ -3,13 +3,7 @@
 #include <winioctl.h>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
-
-namespace {
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
-}
-} // namespace
+#include "core/win32/utils/objectmanager/include/Raise.h"
 
 Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
     : m_wiper(wiper), m_path(path), m_target(m_path.c_str())
@@ -28,15 +22,15 @@ Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
             FILE_DISPOSITION_INFO deletion{
                 static_cast<BOOLEAN>(isNew)}; // what nothing is known of does not go by its name
             SetFileInformationByHandle(m_file.get(), FileDispositionInfo, &deletion, sizeof deletion);
-            throw static_cast<long>(code);
+            raiseCode(code);
         }
         m_identity = FileIdentity::of(information);
         if (!isNew && (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-            throw kStoppedOnSymlink;
+            raiseCode(kStoppedOnSymlink);
         // The user's own file, or a second name of somebody's, would be cut with it.
         const bool isHidden = (information.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN) != 0;
         if (information.nNumberOfLinks > 1 || (!isNew && !isHidden))
-            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+            raiseCode(ERROR_ALREADY_EXISTS);
         isOurs = true;
         // In a compressed folder zeros would take up no space.
         USHORT format = COMPRESSION_FORMAT_NONE;
@@ -89,7 +83,7 @@ void Wiper::Filler::cutAndDelete() const
         if (!file.isValid())
             raiseLastError();
         if (FileIdentity::of(file.get()) != m_identity)
-            throw WipeTarget::kAnotherFile;
+            raiseCode(WipeTarget::kAnotherFile);
         if (!SetEndOfFile(file.get()))
             raiseLastError();
     }

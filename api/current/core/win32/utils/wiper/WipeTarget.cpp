@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
 namespace {
 // Not every platform header names these.
 constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21); // FileDispositionInfoEx
@@ -9,10 +11,6 @@ constexpr DWORD kNotOnClose = 0x8; // FILE_DISPOSITION_FLAG_ON_CLOSE without FIL
 
 constexpr DWORD kGuarding = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
-}
 } // namespace
 
 FileIdentity FileIdentity::of(HANDLE opened)
@@ -54,14 +52,14 @@ void WipeTarget::requireUnchanged() const
 {
     const OpenedItself found(m_target);
     if (found.isLink())
-        throw kStoppedOnSymlink;
+        raiseCode(kStoppedOnSymlink);
     requireSame(found.get());
 }
 
 void WipeTarget::requireSame(HANDLE opened) const
 {
     if (FileIdentity::of(opened) != m_identity)
-        throw kAnotherFile;
+        raiseCode(kAnotherFile);
 }
 
 Win32Handle WipeTarget::open() const

@@ -16,8 +16,7 @@
 #include "core/win32/utils/wiper/include/StackPaths.h"
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 
-#define WIPER_HEADER "core\\win32\\utils\\wiper\\include\\Wiper.h"
-#define WIPER_PLACE(function) PLACE(WIPER_HEADER, function, __LINE__)
+constexpr char kWiperHeader[] = "core\\win32\\utils\\wiper\\include\\Wiper.h";
 
 namespace {
 constexpr std::uint32_t kSmallestPiece = 512; // no file system hands out less
@@ -95,10 +94,10 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
 {
     return boundary::statusFrame([&]() -> long {
         if (path == nullptr)
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         // A callback's own call would take the buffer and the settings from under this one.
         if (m_isRunning)
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_BUSY);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_BUSY);
         m_callback = callback;
         m_progress = callback != nullptr ? progress : nullptr;
         m_method = method;
@@ -106,7 +105,7 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
         m_cancelEvent = cancelEvent;
         m_ntdll = loadSystemModule(L"ntdll.dll");
         if (!m_ntdll.isValid())
-            throw Exception(WIPER_PLACE("Wiper::Wipe"));
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
         m_kind = kind;
 
         struct RunScope
@@ -129,8 +128,7 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
 long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator)
 {
     const auto raised = [](long code, const char* place) {
-        if (code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, code);
         return code;
     };
     const auto refused = [&] {
@@ -141,29 +139,31 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
     const bool known = m_kind == kWipeFreeSpace || m_kind == kWipeFile || m_kind == kWipeDirectoryStack ||
                        m_kind == kWipePartition;
     if (known && (m_method < kWipeZeros || m_method > kWipeGutmann))
-        throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
 
     // What the path names is settled now: what a callback does to the current folder changes nothing.
     switch (m_kind) {
     case kWipeFreeSpace: {
         if (*path == L'\0')
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         const std::wstring folder = settledPath(path);
         const std::wstring filler = settledPath(std::wstring(path) + L"FreeSpaceFile.qmx");
         for (std::uint32_t pass = 0; pass < m_passes && !isCancelled(m_cancelEvent); ++pass)
-            raised(WipeFreeSpace(folder, filler), WIPER_PLACE("Wiper::Wipe"));
-        throwIfCancelled(WIPER_PLACE("Wiper::Wipe"));
+            raised(WipeFreeSpace(folder, filler), PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
         return ERROR_SUCCESS;
     }
     case kWipeFile: {
         const std::wstring file = isSettled(path) ? path : settledPath(path);
-        return refused() ? ERROR_SUCCESS : raised(WipeFile(file), WIPER_PLACE("Wiper::Wipe"));
+        return refused() ? ERROR_SUCCESS
+                         : raised(WipeFile(file), PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
     }
     case kWipeDirectoryStack: {
         if (stack == nullptr)
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         const Directory item(path, 0);
-        return raised(WipeDirectoryStack(settledPath(path), *stack), WIPER_PLACE("Wiper::Wipe"));
+        return raised(WipeDirectoryStack(settledPath(path), *stack),
+                      PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
     }
     case kWipePartition: {
         if (refused())
@@ -176,7 +176,7 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
             return code;
         if (code != ERROR_SUCCESS)
             m_needsReboot = 1;
-        return raised(code, WIPER_PLACE("Wiper::Wipe"));
+        return raised(code, PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
     }
     default:
         return ERROR_SUCCESS;
@@ -199,17 +199,17 @@ long Wiper::WipeFile(const std::wstring& path)
 
 void Wiper::overwriteAndDelete(const std::wstring& path)
 {
-    throwIfCancelled(WIPER_PLACE("Wiper::WipeFile"));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
     // Where a drive stands for a folder or a mounted volume its root looks like a link.
     const std::wstring_view plain = withoutClosing(plainText(path));
     if (plain.size() == 3 && plain.substr(1) == L":\\")
-        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (found.isLink())
         return found.removeLink();
     if (found.isFolder()) // which the open would refuse, but not before its streams were gone
-        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
 
     // Once the file is open it is deleted, whatever happens: so first what may be missing.
     allocateBuffers();
@@ -218,15 +218,15 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     if (wipeStreams(path, target, found))
         found.requireUnchanged();
     const Win32Handle file = found.open();
-    overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")));
-    cut(file.get(), WIPER_PLACE("Wiper::WipeFile"));
+    overwriteRepeatedly(file.get(), sizeOf(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__)));
+    cut(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
 }
 
 std::wstring Wiper::renameFile(const wchar_t* path) const
 {
     // The file keeps its name; what is looked up here is what a rename by handle would have to close with.
     if (GetProcAddress(m_ntdll.get(), "NtClose") == nullptr)
-        throw Exception(WIPER_PLACE("Wiper::renameFile"), ERROR_FUNCTION_FAILED);
+        throw Exception(PLACE(kWiperHeader, "Wiper::renameFile", __LINE__), ERROR_FUNCTION_FAILED);
     return path;
 }
 
@@ -243,7 +243,7 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
     const std::wstring owner(withoutClosing(path));
     FindHandle search;
     for (bool any = false;; any = true) {
-        const HeapStringW name = nextStream(search, target, WIPER_PLACE("Wiper::WipeFile"));
+        const HeapStringW name = nextStream(search, target, PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         if (name.empty())
             return any;
         const std::wstring full = owner + name.c_str();
@@ -251,29 +251,29 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
         const Win32Handle stream(CreateFileW(streamTarget, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!stream.isValid())
-            throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+            throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         found.requireSame(stream.get()); // a stream has the number of its file
-        const std::uint64_t size = sizeOf(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
+        const std::uint64_t size = sizeOf(stream.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         if (m_progress != nullptr)
             m_progress->total += size * m_passes;
         overwriteRepeatedly(stream.get(), size);
-        cut(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
+        cut(stream.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
     }
 }
 
 long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& fillerPath)
 {
     return boundary::statusFrame([&]() -> long {
-        throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         allocateBuffers();
         Filler filler(*this, fillerPath);
-        seek(filler.get(), 0, FILE_END, WIPER_PLACE("Wiper::WipeFreeSpace"));
-        std::uint64_t end = sizeOf(filler.get(), WIPER_PLACE("Wiper::WipeFreeSpace"));
+        seek(filler.get(), 0, FILE_END, PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
+        std::uint64_t end = sizeOf(filler.get(), PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         const Win32Path volume(folder.c_str());
         const auto readFree = [&] {
             ULARGE_INTEGER bytes{};
             if (!GetDiskFreeSpaceExW(volume, nullptr, nullptr, &bytes))
-                throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"));
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
             return bytes.QuadPart;
         };
 
@@ -291,7 +291,7 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
             }
             addDone(chunk);
         }
-        throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         if (m_progress != nullptr) {
             m_progress->done = std::max(m_progress->done, m_progress->total);
             const OutsideLibrary outside;
@@ -306,17 +306,18 @@ void Wiper::WipePartition(const wchar_t* path)
     std::wstring volume(path);
     // What does not begin with a letter and a colon would name a device of its own.
     if (volume.size() < 3 || volume[1] != L':' || volume[0] >= 0x80 || std::isalpha(volume[0]) == 0)
-        throw Exception(WIPER_PLACE("Wiper::WipePartition"), static_cast<unsigned long>(E_INVALIDARG));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__),
+                        static_cast<unsigned long>(E_INVALIDARG));
     ULARGE_INTEGER size{};
     if (!GetDiskFreeSpaceExW(path, nullptr, &size, nullptr))
-        throw Exception(WIPER_PLACE("Wiper::WipePartition"));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     volume.resize(2);
     allocateBuffers();
     const std::wstring device = L"\\\\.\\" + volume;
     const Win32Handle file(CreateFileW(device.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
-        throw Exception(WIPER_PLACE("Wiper::WipePartition"));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     overwriteRepeatedly(file.get(), size.QuadPart);
 }
 
@@ -338,13 +339,14 @@ long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
                 result = top.isDirectory ? wipeFolder(path) : WipeFile(path);
             }
             if (result != ERROR_SUCCESS)
-                throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), static_cast<unsigned long>(result));
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__),
+                                static_cast<unsigned long>(result));
         }
         stack.pop_back();
         if (ended)
             break;
     }
-    throwIfCancelled(WIPER_PLACE("Wiper::WipeDirectoryStack"));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__));
     return result;
 }
 
@@ -353,26 +355,26 @@ long Wiper::wipeFolder(const std::wstring& path)
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (!found.isFolder() && !found.isLink())
-        throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), ERROR_DIRECTORY);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__), ERROR_DIRECTORY);
     if (!found.isLink() && wipeStreams(path, target, found))
         found.requireUnchanged();
     if (!RemoveDirectoryW(target))
-        throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__));
     return ERROR_SUCCESS;
 }
 
 void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size)
 {
     for (std::uint32_t pass = 0; pass < m_passes; ++pass) {
-        seek(file, 0, FILE_BEGIN, WIPER_PLACE("Wiper::overwriteRepeatedly"));
+        seek(file, 0, FILE_BEGIN, PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
         for (std::uint64_t done = 0; done < size;) {
-            throwIfCancelled(WIPER_PLACE("Wiper::overwriteRepeatedly"));
+            throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
             const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, kChunkSize));
             overwriteChunk(file, done, chunk);
             done += chunk;
             addDone(chunk);
         }
-        throwIfCancelled(WIPER_PLACE("Wiper::overwriteRepeatedly"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
     }
 }
 
@@ -399,12 +401,12 @@ void Wiper::overwriteChunk(HANDLE file, std::uint64_t offset, std::uint32_t size
     }
     for (std::uint32_t pass = 0; pass < fillpattern::kGutmannPasses; ++pass) {
         if (pass != 0)
-            throwIfCancelled(WIPER_PLACE("Wiper::overwriteChunk"));
-        seek(file, offset, FILE_BEGIN, WIPER_PLACE("Wiper::overwriteChunk"));
+            throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteChunk", __LINE__));
+        seek(file, offset, FILE_BEGIN, PLACE(kWiperHeader, "Wiper::overwriteChunk", __LINE__));
         GuttmanProcess(pass, m_buffer.get(), size);
         writeAndFlush(file, m_buffer.get(), size);
     }
-    throwIfCancelled(WIPER_PLACE("Wiper::overwriteChunk"));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteChunk", __LINE__));
 }
 
 void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
@@ -429,7 +431,7 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
     if (!FlushFileBuffers(file) && failure == ERROR_SUCCESS)
         failure = GetLastError();
     if (failure != ERROR_SUCCESS)
-        throw Exception(WIPER_PLACE("Wiper::writeAndFlush"), failure);
+        throw Exception(PLACE(kWiperHeader, "Wiper::writeAndFlush", __LINE__), failure);
 }
 
 void Wiper::addDone(std::uint64_t bytes)
@@ -453,7 +455,7 @@ long Wiper::GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_
     const std::size_t characters = length / sizeof(wchar_t);
     const std::unique_ptr<wchar_t[]> text(new (std::nothrow) wchar_t[characters + 1]);
     if (text == nullptr)
-        throw Exception(WIPER_PLACE("Wiper::GuttmanProcess"), ERROR_NOT_ENOUGH_MEMORY);
+        throw Exception(PLACE(kWiperHeader, "Wiper::GuttmanProcess", __LINE__), ERROR_NOT_ENOUGH_MEMORY);
     fillpattern::fillRandomText(text.get(), characters);
     CopyMemory(buffer, text.get(), length); // of an odd length the last byte is the terminator's
     return ERROR_SUCCESS;
