@@ -101,6 +101,7 @@ TEST_F(Faults, ArriveAndLeaveNothing)
         addValue(L"v", "data");
         addKey(L"key\\below");
         value.reset(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
+        static_cast<void>(value->exists()); // which opens the user's hive and keeps it
     };
     const auto hasFile = [&] { return stands(path); };
     const auto hasKeys = [&] { return hasKey(root, L"key"); };

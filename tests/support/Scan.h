@@ -23,7 +23,7 @@ inline SharedPtr<IScanValidator> everything()
 using AskedHandle = Replaced<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)>;
 
 /// A hook for it: shows each entry that the system lists to `change`.
-inline auto changingEntries(std::function<void(FILE_ID_BOTH_DIR_INFO&)> change)
+inline auto changingEntries(const std::function<void(FILE_ID_BOTH_DIR_INFO&)>& change)
 {
     return [change](auto original, HANDLE file, FILE_INFO_BY_HANDLE_CLASS question, void* answer,
                     DWORD size) {
