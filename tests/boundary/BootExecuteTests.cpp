@@ -68,25 +68,15 @@ TEST(BootExecuteChild, DISABLED_EditsBesideItsParent)
 TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
 {
     set(L"autocheck autochk *||");
-    wchar_t program[1024];
-    GetModuleFileNameW(nullptr, program, 1024);
-    wchar_t line[] = L"x --gtest_filter=BootExecuteChild.* --gtest_also_run_disabled_tests --gtest_brief=1";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION child{};
-    ASSERT_TRUE(
-        CreateProcessW(program, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &child));
+    const HANDLE child = startSelf(
+        {L"--gtest_filter=BootExecuteChild.*", L"--gtest_also_run_disabled_tests", L"--gtest_brief=1"});
     onThreadsAtOnce(2, [&](int number) {
         do
             editAs(L"thread " + std::to_wstring(number) + L" ");
-        while (WaitForSingleObject(child.hProcess, 0) == WAIT_TIMEOUT);
+        while (WaitForSingleObject(child, 0) == WAIT_TIMEOUT);
     });
-    DWORD code = 1;
-    EXPECT_TRUE(GetExitCodeProcess(child.hProcess, &code));
-    EXPECT_EQ(code, 0U);
+    EXPECT_EQ(exitCodeOf(child), 0U);
     EXPECT_EQ(get(), L"autocheck autochk *||");
-    CloseHandle(child.hThread);
-    CloseHandle(child.hProcess);
 }
 
 // Whatever stands under the mutex's name: a clear code within a limit, and the list as it was.
@@ -117,11 +107,11 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
     std::thread([&] { WaitForSingleObject(mutex.get(), INFINITE); }).join();
     expect(0); // its owner is dead
 
-    CountedImport<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(sysmaintModule());
-    waits.setHook([](auto original, HANDLE handle, DWORD milliseconds) {
-        EXPECT_LE(milliseconds, 10000U);
-        return original(handle, 0);
-    });
+    Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(
+        [](auto original, HANDLE handle, DWORD milliseconds) {
+            EXPECT_LE(milliseconds, 10000U);
+            return original(handle, 0);
+        });
     WaitForSingleObject(mutex.get(), INFINITE);
     std::thread([&] { expect(ERROR_TIMEOUT); }).join();
     ReleaseMutex(mutex.get());
@@ -162,7 +152,7 @@ TEST_F(BootExecuteTest, EditsTheListCharacterByCharacter)
 
 TEST_F(BootExecuteTest, NeverTouchesAListThatIsNone)
 {
-    CountedImport<"RegSetValueExW", decltype(&RegSetValueExW)> writes(sysmaintModule());
+    Replaced<"RegSetValueExW", decltype(&RegSetValueExW)> writes;
     const auto refuse = [](long code) {
         for (const wchar_t* entry : {L"x", L"y", L"z"}) {
             EXPECT_EQ(AddBootExecute(entry), code);
@@ -184,22 +174,4 @@ TEST_F(BootExecuteTest, NeverTouchesAListThatIsNone)
         refuseList(L"x||", type);
     refuseList(L"", REG_SZ);
     EXPECT_EQ(writes.calls(), 0);
-}
-
-TEST_F(BootExecuteTest, ReportsTheRegistrysCodeAndClosesTheKey)
-{
-    set(L"x||");
-    const DWORD handles = processHandleCount();
-    EXPECT_EQ(BootExecuteIsScheduled(L"x"), 1);
-    EXPECT_LE(processHandleCount(), handles);
-    const auto add = [] { require(AddBootExecute(L"y")); };
-    const auto ask = [] { require(BootExecuteIsScheduled(L"x") == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS); };
-    for (const long call : {1L, 2L}) {
-        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_KEY_DELETED, add, call);
-        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_KEY_DELETED, ask, call);
-    }
-    expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_ACCESS_DENIED, add);
-    expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_KEY_DELETED, ask);
-    expectFault<"RegSetValueExW">(&RegSetValueExW, ERROR_REGISTRY_IO_FAILED, add);
-    EXPECT_EQ(get(), L"x||");
 }

@@ -1,5 +1,3 @@
-#include <process.h>
-
 #include <cwchar>
 #include <tuple>
 
@@ -59,19 +57,16 @@ TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
         expectLines(takeBootList(), {L"a", L"b"}, 3);
     }
 
-    wchar_t program[MAX_PATH];
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    const Win32Handle child(reinterpret_cast<HANDLE>(
-        _wspawnl(_P_NOWAIT, program, L"child", L"--gtest_also_run_disabled_tests", L"--gtest_brief=1",
-                 L"--gtest_filter=BootList.DISABLED_*", nullptr)));
-    ASSERT_TRUE(child.isValid());
+    const HANDLE child = startSelf(
+        {L"--gtest_also_run_disabled_tests", L"--gtest_brief=1", L"--gtest_filter=BootList.DISABLED_*"});
     onThreadsAtOnce(3, [&](int thread) {
-        while (thread == 2 && WaitForSingleObject(child.get(), 1) == WAIT_TIMEOUT)
+        while (thread == 2 && WaitForSingleObject(child, 1) == WAIT_TIMEOUT)
             readBytes(bootListPath());
         for (int i = 0; i < 10000 && ForceDeleteIsScheduled(missingOf(L"process", 0).c_str()) == 0; ++i)
             Sleep(1);
         writeLines(thread == 0 ? L"a" : L"b", thread == 2 ? 0 : 150);
     });
+    EXPECT_EQ(exitCodeOf(child), 0U);
     EXPECT_EQ(ForceDeleteIsScheduled(missingOf(L"PROCESS", 149).c_str()), 1);
     EXPECT_EQ(ForceDeleteIsScheduled(missingOf(L"process", 15).c_str()), 1);
     EXPECT_EQ(ForceDeleteIsScheduled((kMissing + L"process").c_str()), 0);

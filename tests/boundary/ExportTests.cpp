@@ -5,19 +5,18 @@
 #include <optional>
 
 #include "core/win32/registry/api.h"
-#include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/logger/api.h"
 #include "core/win32/utils/restoremanager/api.h"
 #include "core/win32/utils/strings/api.h"
-#include "core/win32/utils/threadpool/api.h"
+#include "support/Pools.h"
 #include "support/RestoreClient.h"
+#include "support/Wipe.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/paths/include/CachedPath.h"
 
 namespace {
-using Operation = IThreadPool::OperationType;
 constexpr auto kDrop = Operation::CancelAndReturn;
-constexpr auto kAtEnd = ITHPWorkItem::ScheduleOption::AtEnd;
+constexpr auto kAtEnd = Option::AtEnd;
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
 // Longer than what stands in a string itself.
@@ -33,10 +32,7 @@ MessageFilter filter;
 Collector collector;
 NotifyProvider provider;
 
-struct Work : ITHPWorkItem
-{
-    long operator()(IThreadContext&, void*) override { return ERROR_SUCCESS; }
-} workObject;
+Work workObject([] {});
 long work(IThreadContext&, void*)
 {
     return ERROR_SUCCESS;
@@ -316,6 +312,7 @@ const Row kNulls[] = {
     MAKES(AddBootExecute(L"")),
     MAKES(RemoveBootExecute(nullptr)),
     MAKES(RemoveBootExecute(L"")),
+    MAKES((ForceDeleteIsScheduled(nullptr), static_cast<long>(GetLastError()))),
     MAKES(ServeObjectRequests(nullptr, 1)),
     MAKES(GetTokenW(nullptr, L",", 0, token, 4, nullptr)),
     MAKES(GetTokenW(L"a", nullptr, 0, token, 4, nullptr)),
@@ -352,7 +349,7 @@ const Row kNulls[] = {
     MAKES(THPQueueWork(o.pool, nullptr, kName, &work, hash, kAtEnd, nullptr)),
     MAKES(THPQueueWork(o.pool, kName, nullptr, workObject, hash, kAtEnd, nullptr)),
     MAKES(THPQueueWork(o.pool, 7, 7, THPWorkFunction(), hash, kAtEnd, nullptr)),
-    MAKES(THPQueueWork(o.pool, 7, 7, &work, hash, static_cast<ITHPWorkItem::ScheduleOption>(99), nullptr)),
+    MAKES(THPQueueWork(o.pool, 7, 7, &work, hash, static_cast<Option>(99), nullptr)),
     MAKES(THPSuspendWork(o.pool, static_cast<const wchar_t*>(nullptr))),
     MAKES(THPSuspendWork(o.pool, kName, nullptr)),
     MAKES(THPResumeWork(o.pool, static_cast<const wchar_t*>(nullptr))),
@@ -413,9 +410,7 @@ protected:
         data.setData(kName, sizeof kName);
         array.clearElements();
         array.addElement(makeShared<SerializableW, MessageW>(kName, 1U));
-        void* const handle = CreateFileW(kName, file, 0);
-        GetScanItemByHandle(handle, item);
-        CloseScanItem(handle);
+        item = itemOf(CreateFileW(kName, file, 0));
     }
     ~Exports() override
     {
@@ -529,8 +524,8 @@ TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
                     << row.name << ", taking " << failing;
             }
             balanced = before.isReachedAgain(100);
-            counts = before.describe() + ", then " + ProcessCounts::now().describe() + ", ";
+            counts = before.describe() + ", then " + ProcessCounts::now().describe();
         }
-        EXPECT_TRUE(balanced) << row.name << ": " << counts << HeapWatch::describe();
+        EXPECT_TRUE(balanced) << row.name << ": " << counts;
     }
 }

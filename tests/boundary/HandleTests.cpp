@@ -33,23 +33,16 @@ const auto* const warmUp = testing::AddGlobalTestEnvironment(new WarmUp);
 
 TEST(Handles, AreSharedByNameAndKeepTheirObjects)
 {
-    void* engine = CreateFileScanEngine(L"shared");
-    EXPECT_EQ(CreateFileScanEngine(L"shared"), engine);
-    EXPECT_EQ(OpenFileScanEngine(L"shared"), engine);
-    EXPECT_EQ(OpenFileScanEngine(L"Shared"), kInvalid) << "case counts";
-    for (int opened = 3; opened > 0; --opened) {
-        EXPECT_EQ(FSEngineClear(engine), ERROR_SUCCESS);
-        EXPECT_NE(CloseFileScanEngine(engine), 0);
-    }
-    EXPECT_EQ(CloseFileScanEngine(engine), 0);
-
     // The roots of an engine are filed under its name: a file item there is no folder.
     void* handle = CreateFileW(L"name", L"C:\\windows", 0);
     EXPECT_EQ(OpenScanItem(L"name", L"C:\\windows"), handle);
-    engine = CreateFileScanEngine(L"name");
+    EXPECT_EQ(OpenScanItem(L"Name", L"C:\\windows"), kInvalid) << "case counts";
+    void* engine = CreateFileScanEngine(L"name");
+    EXPECT_EQ(CreateFileScanEngine(L"name"), engine);
     EXPECT_EQ(FSEngineAddPath(engine, L"C:\\windows", 0), ERROR_ALREADY_EXISTS);
     EXPECT_EQ(FSEngineScan(engine, nullptr, everything(), {}), ERROR_SUCCESS) << "a refused root was added";
-    CloseFileScanEngine(engine);
+    for (const int opened : {1, 1, 0})
+        EXPECT_EQ(CloseFileScanEngine(engine) != 0, opened != 0);
 
     // An item goes on living while somebody holds it.
     SharedPtr<ScanItem> item;
@@ -59,10 +52,7 @@ TEST(Handles, AreSharedByNameAndKeepTheirObjects)
     for (int opened = 2; opened > 0; --opened)
         EXPECT_NE(CloseScanItem(handle), 0);
     EXPECT_NE(item->exists(), 0);
-    handle = CreateScanItem(L"other", item);
-    EXPECT_EQ(OpenScanItem(L"other", L"C:\\windows"), handle);
-    for (int opened = 2; opened > 0; --opened)
-        CloseScanItem(handle);
+    CloseScanItem(CreateScanItem(L"other", item));
 }
 
 // The counting that all checks for leaks stand on: one that keeps something on purpose must show.
@@ -112,14 +102,8 @@ TEST(Validator, TextsAreTakenApartOrRefusedWhole)
 
 TEST(Validator, Verdicts)
 {
-    const auto takeItem = [](void* handle) {
-        SharedPtr<ScanItem> item;
-        GetScanItemByHandle(handle, item);
-        CloseScanItem(handle);
-        return item;
-    };
-    const SharedPtr<ScanItem> leaf = takeItem(CreateFileW(L"v", L"C:\\Temp\\Report.LOG", 0));
-    const SharedPtr<ScanItem> container = takeItem(CreateFilePath(L"v", L"C:\\Temp\\Logs", 0, 0));
+    const SharedPtr<ScanItem> leaf = itemOf(CreateFileW(L"v", L"C:\\Temp\\Report.LOG", 0));
+    const SharedPtr<ScanItem> container = itemOf(CreateFilePath(L"v", L"C:\\Temp\\Logs", 0, 0));
     const struct
     {
         const wchar_t* filters;
@@ -150,16 +134,12 @@ TEST(Validator, Verdicts)
     };
     for (const auto& row : rows) {
         const SharedPtr<IScanValidator> validator(DllGetScanValidator(row.filters, row.ignores));
-        // Stored and read back it decides the same, and a stream that is cut short adds nothing.
-        MemoryOutputByteStream stored;
-        validator->dump(0, stored);
+        // Stored and read back it decides the same.
+        const std::string stored = dumpOf(*validator, 0);
         const SharedPtr<IScanValidator> loaded(DllGetScanValidator());
-        MemoryInputByteStream whole(stored.getData(), stored.getSize());
+        MemoryInputByteStream whole(stored.data(), stored.size());
         loaded->load(0, whole);
-        for (std::size_t length = 0; length < stored.getSize(); ++length) {
-            MemoryInputByteStream cut(stored.getData(), length);
-            EXPECT_THROW(loaded->load(0, cut), Exception);
-        }
+        expectCutsChangeNothing(*loaded, *validator, 0);
         for (const auto& each : {validator, loaded}) {
             EXPECT_EQ(each->validate(*leaf), row.leaf) << std::wstring(row.filters).c_str();
             EXPECT_EQ(each->validate(*container), row.container) << std::wstring(row.filters).c_str();

@@ -244,8 +244,7 @@ TEST_F(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
         {"create", [] { keyOf(kClass + L"\\n\\deep", HKEY_CLASSES_ROOT)->create(); }},
         {"nobody logged on",
          [] {
-             CountedImport<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> sessions(
-                 sysmaintModule());
+             Replaced<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> sessions;
              sessions.failCall(1, 0xFFFFFFFF, 0);
              keyOf(kClass, HKEY_CLASSES_ROOT)->deleteItem();
          }},
@@ -273,15 +272,14 @@ TEST_F(RegistrySafety, KeysThatStandForPerformanceData)
 {
     addKey(L"perf\\009");
     addKey(L"perf\\other");
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
-    opens.setHook([](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
-        if (!std::wstring_view(path).ends_with(L"009"))
-            return original(key, path, options, access, opened);
-        *opened = HKEY_PERFORMANCE_TEXT;
-        return static_cast<LSTATUS>(ERROR_SUCCESS);
-    });
-    CountedImport<"RegCloseKey", decltype(&RegCloseKey)> closes(sysmaintModule());
-    closes.setHook([](auto original, HKEY key) {
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(
+        [](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
+            if (!std::wstring_view(path).ends_with(L"009"))
+                return original(key, path, options, access, opened);
+            *opened = HKEY_PERFORMANCE_TEXT;
+            return static_cast<LSTATUS>(ERROR_SUCCESS);
+        });
+    Replaced<"RegCloseKey", decltype(&RegCloseKey)> closes([](auto original, HKEY key) {
         EXPECT_NE(key, HKEY_PERFORMANCE_TEXT);
         return original(key);
     });

@@ -49,7 +49,7 @@ TEST_F(Registry, EntriesThatComeAndGo)
     EXPECT_EQ(collector.calls, static_cast<long>(collector.paths.size())) << "one was told twice";
 
     // Two that come in front while names are read move the others back by two; then the key is deleted.
-    CountedImport<"RegEnumValueW", decltype(&RegEnumValueW)> values(sysmaintModule());
+    Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
     collector.action = nullptr;
     RegDeleteTreeW(root, nullptr);
     for (const LSTATUS end : {ERROR_NO_MORE_ITEMS, ERROR_KEY_DELETED}) {
@@ -101,6 +101,7 @@ TEST_F(Registry, KeysThatRefuseAccess)
     for (const auto& [access, code, below] : rows) {
         ASSERT_EQ(RegSetKeySecurity(guarded, DACL_SECURITY_INFORMATION, descriptorOf(access).get()), 0);
         EXPECT_EQ(scan(), code);
+        EXPECT_EQ(collector.codes[kFull + L"\\guarded"], static_cast<DWORD>(code));
         std::vector<std::wstring> names = {L"guarded", L"other"};
         names.insert(names.end(), below.begin(), below.end());
         expectFound(names);
@@ -122,52 +123,36 @@ TEST_F(Registry, FailingCallsOfAWalk)
     addValue(L"v");
     ASSERT_EQ(scan(), ERROR_SUCCESS);
     ASSERT_EQ(collector.calls, 4);
-    {
-        CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
-        opens.failCall(2, ERROR_KEY_DELETED, 0);
-        EXPECT_EQ(scan(), ERROR_SUCCESS) << "a key that is gone is no failure";
-        EXPECT_EQ(opens.calls(), 3) << "one for each key";
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens;
+    opens.failCall(2, ERROR_KEY_DELETED, 0);
+    EXPECT_EQ(scan(), ERROR_SUCCESS) << "a key that is gone is no failure";
+    EXPECT_EQ(opens.calls(), 3) << "one for each key";
+    Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
+    for (const auto& [number, found] : {std::pair{1, 0}, {2, 3}, {3, 4}, {4, 4}}) {
+        opens.failCall(number, ERROR_REGISTRY_IO_FAILED, 0);
+        EXPECT_EQ(scan(), ERROR_REGISTRY_IO_FAILED);
+        EXPECT_EQ(collector.calls, found) << "the rest of the walk is not lost";
+        opens.failCall(0, 0, 0);
     }
-    const auto walk = [&] { require(scan()); };
-    for (long n = 1; n <= 4; ++n) {
-        expectFault<"RegOpenKeyExW">(&RegOpenKeyExW, ERROR_REGISTRY_IO_FAILED, walk, n);
-        EXPECT_EQ(collector.calls, n == 1 ? 0 : n == 2 ? 3 : 4) << "the rest of the walk is not lost";
-    }
-    for (long n = 1; n <= 7; ++n)
-        expectFault<"RegEnumKeyExW">(&RegEnumKeyExW, ERROR_REGISTRY_IO_FAILED, walk, n);
-    for (long n = 1; n <= 5; ++n) {
-        expectFault<"RegEnumValueW">(&RegEnumValueW, ERROR_REGISTRY_IO_FAILED, walk, n);
-        EXPECT_EQ(collector.calls, n == 1 ? 3 : 4) << "a failed listing of values loses no keys";
+    for (const auto& [number, found] : {std::pair{1, 3}, {2, 4}}) {
+        values.failCall(number, ERROR_REGISTRY_IO_FAILED, 0);
+        EXPECT_EQ(scan(), ERROR_REGISTRY_IO_FAILED);
+        EXPECT_EQ(collector.calls, found) << "a failed listing of values loses no keys";
     }
 }
 
 TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
 {
-    const auto walk = [&] { require(scan()); };
-    walk(); // what the system makes once is made
-    expectFault<"RegOpenCurrentUser">(&RegOpenCurrentUser, ERROR_NOT_READY, walk);
-    expectFault<"RegOpenCurrentUser">(&RegOpenCurrentUser, ERROR_NOT_READY, [] {
-        try {
-            keyOf(kRoot)->create();
-        } catch (const Exception& raised) {
-            EXPECT_NE(std::wstring(raised.getText()).find(L"RegistryKey::getHKEY"), std::wstring::npos);
-            throw;
-        }
-    });
-    expectFault<"RevertToSelf">(&RevertToSelf, ERROR_BAD_IMPERSONATION_LEVEL, walk);
-    expectFault<"OpenThreadToken">(&OpenThreadToken, ERROR_ACCESS_DENIED, walk);
-    expectFault<"LoadLibraryExW">(&LoadLibraryExW, ERROR_MOD_NOT_FOUND, walk);
-    expectFault<"GetProcAddress">(&GetProcAddress, ERROR_PROC_NOT_FOUND, walk);
-    expectFault<"ImpersonateLoggedOnUser">(&ImpersonateLoggedOnUser, ERROR_NOT_ENOUGH_QUOTA, walk);
-    expectFault<"WTSGetActiveConsoleSessionId">(&WTSGetActiveConsoleSessionId, ERROR_NO_SUCH_LOGON_SESSION,
-                                                walk);
-    expectFault<"WTSGetActiveConsoleSessionId">(&WTSGetActiveConsoleSessionId, ERROR_NO_SUCH_LOGON_SESSION,
-                                                [] { require(ImpersonateCurrentUser()); });
+    Replaced<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> users;
+    users.failCall(1, ERROR_NOT_READY, 0);
+    try {
+        keyOf(kRoot)->create();
+        ADD_FAILURE();
+    } catch (const Exception& raised) {
+        EXPECT_NE(std::wstring(raised.getText()).find(L"RegistryKey::getHKEY"), std::wstring::npos);
+    }
     // A caller who is somebody else already stays so.
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
-    walk();
-    EXPECT_TRUE(isImpersonating());
-    expectFault<"SetThreadToken">(&SetThreadToken, ERROR_ACCESS_DENIED, walk);
     EXPECT_EQ(ImpersonateCurrentUser(), ERROR_SUCCESS);
     EXPECT_TRUE(isImpersonating());
     RevertToSelf();
@@ -178,55 +163,41 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
         SetLastError(refusal);
         return FALSE;
     };
-    CountedImport<"GetProcAddress", decltype(&GetProcAddress)> addresses(sysmaintModule());
-    addresses.setHook([&](auto original, HMODULE library, LPCSTR name) {
-        return std::strcmp(name, "WTSQueryUserToken") == 0
-                   ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(refuse))
-                   : original(library, name);
-    });
+    Replaced<"GetProcAddress", decltype(&GetProcAddress)> addresses(
+        [&](auto original, HMODULE library, LPCSTR name) {
+            return std::strcmp(name, "WTSQueryUserToken") == 0
+                       ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(refuse))
+                       : original(library, name);
+        });
     EXPECT_EQ(scan(), ERROR_NO_TOKEN);
     refusal = ERROR_PRIVILEGE_NOT_HELD;
     EXPECT_EQ(scan(), ERROR_SUCCESS);
-    expectFault<"ImpersonateSelf">(&ImpersonateSelf, ERROR_NOT_ENOUGH_QUOTA, walk);
-    expectFault<"OpenProcessToken">(&OpenProcessToken, ERROR_PRIVILEGE_NOT_HELD, walk);
-    CountedImport<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids(sysmaintModule());
+    const auto nothing = [] {};
+    failEachCall(
+        nothing, [&] { return scan(); },
+        [](const std::string& import, long code) {
+            const bool isSession = import == "WTSGetActiveConsoleSessionId";
+            EXPECT_EQ(code, import == "OpenProcessToken" ? ERROR_PRIVILEGE_NOT_HELD
+                            : isSession                  ? ERROR_NO_SUCH_LOGON_SESSION
+                                                         : long{kFailure});
+        });
+    Replaced<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids;
     sids.failCall(1, TRUE, 0);
     EXPECT_EQ(scan(), ERROR_PRIVILEGE_NOT_HELD);
 }
 
-// What was there before is there still.
-TEST_F(Registry, FailingCallsOfSingleItems)
+// One that never says how much it takes, and one that never has enough.
+TEST_F(Registry, ProvidersOfOddValues)
 {
     addValue(L"v");
-    const ValuePtr value(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
-    const KeyPtr fresh = keyOf(kRoot + L"\\fresh");
-    EXPECT_GT(value->exists(), fresh->exists()); // both have the user's hive open now
-    expectFault<"RegCreateKeyExW">(&RegCreateKeyExW, ERROR_DISK_FULL, [&] { fresh->create(); });
-    EXPECT_EQ(fresh->exists(), 0);
-    expectFault<"RegSetValueExW">(&RegSetValueExW, ERROR_DISK_FULL, [&] { value->create(); });
-    expectFault<"RegSetValueExW">(&RegSetValueExW, ERROR_DISK_FULL,
-                                  [&] { value->setValue(REG_BINARY, L"x", 4); });
-    EXPECT_EQ(dataOf(*value), std::string("n\0e\0w\0\0\0", 8)) << "kept, as it was not written";
-    EXPECT_EQ(value->getValueType(), 1U);
-    expectFault<"RegDeleteValueW">(&RegDeleteValueW, ERROR_ACCESS_DENIED, [&] { value->deleteItem(); });
-    EXPECT_EQ(dataOf(*valueOf(kRoot, L"v")), "") << "as the test made it";
-    const auto read = [] { return dataOf(*valueOf(kRoot, L"v")); };
-    for (long n = 1; n <= 2; ++n)
-        expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_ACCESS_DENIED, read, n);
-    expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_ACCESS_DENIED,
-                                    [] { return valueOf(kRoot, L"v")->exists(); });
-    expectFault<"RegQueryValueExW">(&RegQueryValueExW, ERROR_ACCESS_DENIED,
-                                    [] { return valueOf(kRoot, L"v")->getValueType(); });
-
-    // A provider that never says how much it takes, and one that never has enough.
-    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries(sysmaintModule());
+    Replaced<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries;
     for (const DWORD needed : {5000U, 4294967295U}) {
         queries.setHook([&](auto, HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD length) -> LSTATUS {
             const bool enough = *length >= needed;
             *length = enough ? needed : 0;
             return enough ? ERROR_SUCCESS : ERROR_MORE_DATA;
         });
-        EXPECT_EQ(codeOf([&] { EXPECT_EQ(read().size(), needed); }),
+        EXPECT_EQ(codeOf([&] { EXPECT_EQ(dataOf(*valueOf(kRoot, L"v")).size(), needed); }),
                   needed == 5000 ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY);
     }
 }
@@ -236,7 +207,7 @@ TEST_F(Registry, DeletionsThatFail)
 {
     const auto remove = [] { keyOf(kRoot)->deleteItem(); };
     {
-        CountedImport<"NtDeleteKey", decltype(&NtDeleteKey)> deletes(sysmaintModule());
+        Replaced<"NtDeleteKey", decltype(&NtDeleteKey)> deletes;
         for (long n = 1; n <= 4; ++n) {
             addKey(L"a\\b");
             addKey(L"c");
@@ -262,13 +233,13 @@ TEST_F(Registry, DeletionsThatFail)
     // What somebody else deletes meanwhile does not stop it.
     addKey(L"a\\b");
     addKey(L"c");
-    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys(sysmaintModule());
-    keys.setHook([](auto original, HKEY key, DWORD index, LPWSTR found, auto... rest) {
-        const LSTATUS status = original(key, index, found, rest...);
-        if (status == ERROR_SUCCESS && found[0] == L'c')
-            RegDeleteTreeW(key, found);
-        return status;
-    });
+    Replaced<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys(
+        [](auto original, HKEY key, DWORD index, LPWSTR found, auto... rest) {
+            const LSTATUS status = original(key, index, found, rest...);
+            if (status == ERROR_SUCCESS && found[0] == L'c')
+                RegDeleteTreeW(key, found);
+            return status;
+        });
     remove();
     EXPECT_EQ(keyOf(kRoot)->exists(), 0);
 }

@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "core/win32/registry/api.h"
-#include "support/ImportReplacement.h"
+#include "support/Faults.h"
 #include "support/Scan.h"
 
 // The platform headers leave them out.
@@ -72,39 +72,11 @@ inline std::wstring keyName(HANDLE key)
     return {name.data() + 2, *reinterpret_cast<const ULONG*>(name.data()) / sizeof(wchar_t)};
 }
 
-inline bool isImpersonating()
-{
-    HANDLE token = nullptr;
-    return OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) && CloseHandle(token);
-}
-
 /// Raises a code as items raise theirs.
 inline void require(long code)
 {
     if (code != ERROR_SUCCESS)
         throw Exception("test", static_cast<unsigned long>(code));
-}
-
-/// Makes call `number` of one import of the DLL fail with `code`: `operation` raises it, no handle stays open
-/// and nobody stays impersonated.
-template <ImportName Name, class Function, class Operation>
-void expectFault(Function, DWORD code, Operation&& operation, long number = 1)
-{
-    using Import = CountedImport<Name, Function>;
-    typename Import::Value failure{};
-    if constexpr (std::is_same_v<decltype(failure), LSTATUS>)
-        failure = static_cast<LSTATUS>(code); // the registry's functions return it
-    else if constexpr (std::is_same_v<decltype(failure), DWORD>)
-        failure = 0xFFFFFFFF;
-    const DWORD handles = processHandleCount();
-    {
-        Import import(sysmaintModule());
-        import.failCall(number, failure, code);
-        EXPECT_EQ(codeOf(operation), code) << Name.text << " " << number;
-        EXPECT_GE(import.calls(), number) << Name.text;
-    }
-    EXPECT_FALSE(isImpersonating()) << Name.text << " " << number;
-    EXPECT_LE(processHandleCount(), handles) << Name.text << " " << number;
 }
 
 /// Refuses what the DLL would delete outside the tests' own keys: a failing test must not take the prefix's
@@ -136,6 +108,7 @@ protected:
         RegCreateKeyW(HKEY_CURRENT_USER, kRoot.c_str(), &root);
         RSEngineRegisterHandler(engine, collector, kContainerFound, 0, 0);
         RSEngineRegisterHandler(engine, collector, kLeafFound, 0, 0);
+        RSEngineRegisterHandler(engine, collector, kListingFailed, 0, 0);
     }
     ~Registry() override
     {
@@ -180,6 +153,7 @@ protected:
     long scanAdded(unsigned depth = 65535, HANDLE cancelEvent = nullptr)
     {
         collector.paths.clear();
+        collector.codes.clear();
         collector.calls = 0;
         ScanOptions options;
         options.depthGiven = 1;

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
 
+#include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Scan.h"
 #include "support/Threads.h"
@@ -9,6 +13,8 @@
 namespace {
 using FilePtr = std::unique_ptr<IFile>;
 using DirectoryPtr = std::unique_ptr<IDirectory>;
+using KeyPtr = std::unique_ptr<IRegistryKey>;
+using ValuePtr = std::unique_ptr<IRegistryValue>;
 
 FilePtr fileAt(const std::wstring& path)
 {
@@ -32,16 +38,9 @@ std::string content(IFile& file)
     return {static_cast<const char*>(data), static_cast<std::size_t>(size)};
 }
 
-template <ImportName Name, class Function, class Result, class Operation>
-void expectCodeOfFailing(Result result, DWORD code, Operation&& operation)
-{
-    CountedImport<Name, Function> calls(sysmaintModule());
-    calls.failCall(1, result, code);
-    EXPECT_EQ(codeOf(operation), code) << Name.text;
-}
 } // namespace
 
-TEST(ScanItems, FilesAreMadeReadAndDeletedUnderAnyName)
+TEST(ScanItems, FilesAndFoldersAreMadeReadAndDeleted)
 {
     const std::wstring folder = scratchFolder();
     std::wstring deep = folder;
@@ -52,32 +51,20 @@ TEST(ScanItems, FilesAreMadeReadAndDeletedUnderAnyName)
         EXPECT_NE(folderAt(deep)->exists(), 0);
         EXPECT_EQ(codeOf([&] { folderAt(deep)->create(); }), ERROR_ALREADY_EXISTS);
     }
-    // Names that Win32 by itself takes for other names, beside the file that they would be taken for.
-    const std::wstring names[] = {deep + L"\\far down",  folder + L"\\report", folder + L"\\report.",
-                                  folder + L"\\report ", folder + L"\\nul",    folder + L"\\COM1.txt",
-                                  folder + L"/aux"};
-    const auto dataOf = [](const std::wstring& name) { return std::string(name.begin(), name.end()); };
-    for (const std::wstring& name : names) {
+    for (const std::wstring& name : {deep + L"\\far down", folder + L"\\COM1.txt", folder + L"/aux"}) {
         const FilePtr file = fileAt(name);
-        EXPECT_EQ(file->exists(), 0) << dataOf(name);
-        file->setData(dataOf(name).data(), name.size());
+        EXPECT_EQ(file->exists(), 0);
+        file->setData("12345", 5);
         file->create();
-        EXPECT_EQ(file->getSize(), name.size());
-    }
-    for (const std::wstring& name : names) {
-        const FilePtr file = fileAt(name);
         EXPECT_EQ(file->getPath(), name) << "the text stays as it was given";
-        EXPECT_NE(file->exists(), 0);
-        EXPECT_EQ(content(*file), dataOf(name));
+        EXPECT_EQ(fileAt(name)->getSize(), 5U);
+        EXPECT_EQ(content(*fileAt(name)), "12345");
+        if (name.starts_with(deep)) {
+            EXPECT_EQ(codeOf([&] { folderAt(deep)->deleteItem(); }), ERROR_DIR_NOT_EMPTY);
+        }
+        file->deleteItem();
+        EXPECT_EQ(codeOf([&] { file->deleteItem(); }), ERROR_FILE_NOT_FOUND);
     }
-    fileAt(names[2])->deleteItem();
-    EXPECT_FALSE(stands(names[2]));
-    EXPECT_TRUE(stands(names[1])) << "the wrong file was deleted";
-    EXPECT_TRUE(stands(names[3]));
-    EXPECT_EQ(codeOf([&] { fileAt(names[2])->deleteItem(); }), ERROR_FILE_NOT_FOUND);
-
-    EXPECT_EQ(codeOf([&] { folderAt(deep)->deleteItem(); }), ERROR_DIR_NOT_EMPTY);
-    fileAt(names[0])->deleteItem();
     folderAt(deep)->deleteItem();
     EXPECT_FALSE(stands(deep));
     for (const std::wstring& there :
@@ -95,8 +82,15 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
 
     const FilePtr writer = fileAt(path);
     writer->setData("12345", 5);
-    writer->create();
-    CountedImport<"ReadFile", decltype(&ReadFile)> reads(sysmaintModule());
+    {
+        // A system that takes less than it was given is asked again.
+        Replaced<"WriteFile", decltype(&WriteFile)> writes(
+            [](auto original, HANDLE target, LPCVOID data, DWORD size, auto... rest) {
+                return original(target, data, size > 1 ? 1 : size, rest...);
+            });
+        writer->create();
+    }
+    Replaced<"ReadFile", decltype(&ReadFile)> reads;
     const FilePtr reader = fileAt(path);
     onThreadsAtOnce(8, [&](int) { EXPECT_EQ(content(*reader), "12345"); });
     EXPECT_EQ(reads.calls(), 1) << "all that ask at once get one reading";
@@ -105,38 +99,6 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
     EXPECT_EQ(codeOf([&] { reader->setData("abc", ~0ULL); }), ERROR_NOT_ENOUGH_MEMORY) << "a false length";
     EXPECT_EQ(content(*reader), "12345") << "a refused change changes nothing";
     EXPECT_EQ(reads.calls(), 1);
-}
-
-// Every system call of the file operations fails in turn; the code arrives and no handle stays open.
-TEST(ScanItems, FailingSystemCalls)
-{
-    const std::wstring path = scratchFolder() + L"\\file";
-    const DWORD handles = processHandleCount();
-    const FilePtr file = fileAt(path);
-    file->setData("abc", 3);
-    const auto create = [&] { file->create(); };
-    using Create = HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE);
-    expectCodeOfFailing<"CreateFileW", Create>(INVALID_HANDLE_VALUE, ERROR_SHARING_VIOLATION, create);
-    expectCodeOfFailing<"WriteFile", decltype(&WriteFile)>(FALSE, ERROR_DISK_FULL, create);
-    {
-        // A system that takes less than it was given is asked again.
-        CountedImport<"WriteFile", decltype(&WriteFile)> writes(sysmaintModule());
-        writes.setHook([](auto original, HANDLE target, LPCVOID data, DWORD size, auto... rest) {
-            return original(target, data, size > 1 ? 1 : size, rest...);
-        });
-        create();
-    }
-    const FilePtr reader = fileAt(path);
-    const auto read = [&] { content(*reader); };
-    expectCodeOfFailing<"CreateFileW", Create>(INVALID_HANDLE_VALUE, ERROR_TOO_MANY_OPEN_FILES, read);
-    expectCodeOfFailing<"ReadFile", decltype(&ReadFile)>(FALSE, ERROR_CRC, read);
-    EXPECT_EQ(content(*reader), "abc") << "a failure is not kept as the content";
-    expectCodeOfFailing<"FindFirstFileW", decltype(&FindFirstFileW)>(
-        INVALID_HANDLE_VALUE, ERROR_NOT_READY, [&] { static_cast<void>(file->exists()); });
-    expectCodeOfFailing<"DeleteFileW", decltype(&DeleteFileW)>(FALSE, ERROR_ACCESS_DENIED,
-                                                               [&] { file->deleteItem(); });
-    EXPECT_TRUE(stands(path));
-    EXPECT_EQ(processHandleCount(), handles);
 }
 
 TEST(ScanItems, StreamsHoldWhatTheCodeSays)
@@ -152,11 +114,8 @@ TEST(ScanItems, StreamsHoldWhatTheCodeSays)
                                                           {kStatePath, all.substr(4)},
                                                           {kStateType, all.substr(0, 4) + fields},
                                                           {kStateNone, fields}};
-    for (const auto& [code, bytes] : rows) {
-        MemoryOutputByteStream stream;
-        file->dump(code, stream);
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(stream.getData()), stream.getSize()), bytes);
-    }
+    for (const auto& [code, bytes] : rows)
+        EXPECT_EQ(dumpOf(*file, code), bytes);
     const auto load = [](unsigned long code, const std::string& bytes) {
         MemoryInputByteStream stream(bytes.data(), bytes.size());
         return FilePtr(DllGetFile(code, stream));
@@ -170,10 +129,8 @@ TEST(ScanItems, StreamsHoldWhatTheCodeSays)
     EXPECT_STREQ(loaded->getPath(), L"C:\\x");
     EXPECT_STREQ(load(kStateNone, fields)->getPath(), L"");
 
-    for (std::size_t length = 0; length < all.size(); ++length) {
-        EXPECT_EQ(load(kStateAll, all.substr(0, length)), nullptr) << length;
-        EXPECT_EQ(GetLastError(), ERROR_READ_FAULT) << length;
-    }
+    EXPECT_EQ(load(kStateAll, all.substr(0, all.size() - 1)), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_READ_FAULT);
     std::string other = all;
     other[0] = 1;
     EXPECT_EQ(load(kStateAll, other), nullptr);
@@ -182,6 +139,24 @@ TEST(ScanItems, StreamsHoldWhatTheCodeSays)
     const DirectoryPtr directory(DllGetDirectory(kStateAll, folder));
     ASSERT_NE(directory, nullptr);
     EXPECT_STREQ(directory->getPath(), L"C:\\x");
+}
+
+TEST(ScanItems, HalfALoadChangesNothing)
+{
+    const FilePtr files[] = {fileAt(L"C:\\mine"), fileAt(L"C:\\theirs")};
+    files[0]->setData("mine", 4);
+    files[1]->setData("theirs", 6);
+    const DirectoryPtr folders[] = {folderAt(L"C:\\mine"), folderAt(L"C:\\theirs")};
+    const KeyPtr keys[] = {KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, L"mine")),
+                           KeyPtr(DllGetRegistryKey(HKEY_LOCAL_MACHINE, L"theirs"))};
+    const ValuePtr values[] = {ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, L"mine", L"v", L"text")),
+                               ValuePtr(DllGetRegistryValue(HKEY_LOCAL_MACHINE, L"theirs", L"w", L"more"))};
+    for (const unsigned long code : {kStateNone, kStateType, kStatePath, kStateAll}) {
+        expectCutsChangeNothing(*files[0], *files[1], code);
+        expectCutsChangeNothing(*folders[0], *folders[1], code);
+        expectCutsChangeNothing(*keys[0], *keys[1], code);
+        expectCutsChangeNothing(*values[0], *values[1], code);
+    }
 }
 
 // An item under a name is opened only by its own kind, and its own text may be given to it again.
@@ -252,7 +227,7 @@ TEST(ScanItems, FolderMacros)
     EXPECT_EQ(expanded(L"%temp%x"), L"C:\\windowsx");
     SetEnvironmentVariableW(L"TMP", temporary);
 
-    CountedImport<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names(sysmaintModule());
+    Replaced<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names;
     for (const std::wstring folder :
          {L"C:\\", L"\\\\server\\share\\", L"\\\\?\\Volume{1}\\", L"C:\\programs"}) {
         const bool isRoot = folder.back() == L'\\';
@@ -279,4 +254,76 @@ TEST(ScanItems, TheExpanderOfMacrosKeepsToItsBuffer)
     EXPECT_STREQ(buffer, L"C:\\windows\\x");
     EXPECT_EQ(expander.validate(buffer, 64, &needed), ERROR_NOT_FOUND);
     EXPECT_EQ(expander.validate(nullptr, 64, &needed), ERROR_INVALID_PARAMETER);
+}
+
+// One byte of a stream, say a damaged one, must not make a path that of the folder or key above.
+TEST(ScanItems, NoZeroCutsALoadedText)
+{
+    const std::wstring root = scratchFolder({L"\\a"});
+    const std::wstring path = root + L"\\a\\f";
+    const std::unique_ptr<IFile> file(DllGetFile(path.c_str(), 0));
+    const std::unique_ptr<IRegistryKey> key(DllGetRegistryKey(HKEY_CURRENT_USER, path.c_str()));
+    const std::unique_ptr<IRegistryValue> value(DllGetRegistryValue(HKEY_CURRENT_USER, L"key", path.c_str()));
+    const std::unique_ptr<IScanValidator> rules(DllGetScanValidator(L"*.tmp", L"*.tmp"));
+    using Dump = std::function<void(IOutputByteStream&)>;
+    using Load = std::function<void(IInputByteStream&)>;
+    std::vector<std::pair<Dump, Load>> states;
+    const auto add = [&](auto& state) {
+        states.emplace_back([&](IOutputByteStream& stream) { state.dump(kStatePath, stream); },
+                            [&](IInputByteStream& stream) { state.load(kStatePath, stream); });
+    };
+    add(dynamic_cast<ScanItem&>(*file));
+    add(dynamic_cast<ScanItem&>(*key));
+    add(dynamic_cast<ScanItem&>(*value));
+    add(*rules);
+    for (const auto& [dump, load] : states) {
+        MemoryOutputByteStream dumped;
+        dump(dumped);
+        const auto* first = reinterpret_cast<const char*>(dumped.getData());
+        const std::string bytes(first, first + dumped.getSize());
+        int found = 0;
+        const std::string star("*\0.\0", 4);
+        const std::string slash("\\\0a\0", 4);
+        for (const std::string& text : {star, slash}) {
+            const std::size_t at = bytes.find(text);
+            if (at == std::string::npos)
+                continue;
+            ++found;
+            std::string damaged = bytes;
+            damaged[at] = 0;
+            MemoryInputByteStream stream(damaged.data(), damaged.size());
+            EXPECT_EQ(codeOf([&] { load(stream); }), ERROR_READ_FAULT);
+        }
+        EXPECT_EQ(found, 1);
+    }
+    EXPECT_EQ(file->getPath(), path);
+}
+
+// Who asks for an item by name gets the one that was filed, or none.
+TEST(ScanItems, NoItemStandsForWhatItWasBefore)
+{
+    const std::wstring root = scratchFolder({L"\\a"});
+    const std::wstring path = root + L"\\a\\f";
+    void* handle = CreateFileW(L"filed", path.c_str(), 0);
+    SharedPtr<ScanItem> item;
+    ASSERT_EQ(GetScanItemByHandle(handle, item), ERROR_SUCCESS);
+    item->setPath((root + L"\\other").c_str(), 0);
+    EXPECT_EQ(CreateFileW(L"filed", path.c_str(), 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(OpenScanItem(L"filed", path.c_str()), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
+    item->setPath(path.c_str(), 0);
+    EXPECT_EQ(OpenScanItem(L"filed", path.c_str()), handle);
+    EXPECT_EQ(CloseScanItem(handle) + CloseScanItem(handle), 2);
+
+    // A root of an engine is listed as it was added.
+    std::ofstream(std::filesystem::path(path)).put('x');
+    Collector collector;
+    const TestEngine engine(collector, L"filed");
+    ASSERT_EQ(FSEngineAddPath(engine.handle, root.c_str(), 0), ERROR_SUCCESS);
+    ASSERT_EQ(GetScanItemByHandle(handle = OpenScanItem(L"filed", root.c_str()), item), ERROR_SUCCESS);
+    item->setPath((root + L"\\other").c_str(), 0);
+    EXPECT_EQ(engine.scan(root), ERROR_SUCCESS);
+    EXPECT_EQ(collector.paths.count(root + L"\\a\\f"), 1U);
+    CloseScanItem(handle);
 }

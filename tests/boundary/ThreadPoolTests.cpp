@@ -99,7 +99,7 @@ TEST(ThreadPool, RunsEachItemOnceInOrderWithFewKernelCalls)
     for (Blocker& blocker : blockers)
         ASSERT_TRUE(pool.begins(kItems, blocker));
     calls.reset();
-    const CountedImport<"CreateThread", decltype(&CreateThread)> threads(sysmaintModule());
+    const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     for (unsigned long i = 0; i < kItems; ++i)
         ASSERT_EQ(pool.queue(i, work), ERROR_SUCCESS);
     for (Blocker& blocker : blockers)
@@ -214,7 +214,7 @@ TEST(ThreadPool, SuspendsAndResumes)
 {
     Blocker blocker;
     blocker.goOn.set();
-    const TestPool pool(THPCategoryOptions(2, THPCategoryOptions::kSuspended, 0, 0));
+    TestPool pool(THPCategoryOptions(2, THPCategoryOptions::kSuspended, 0, 0));
     ASSERT_EQ(pool.queue(1, blocker), ERROR_SUCCESS);
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_INVALID_STATE);
     EXPECT_EQ(pool.wait(1, 20), WAIT_TIMEOUT);
@@ -236,50 +236,17 @@ TEST(ThreadPool, SuspendsAndResumes)
     EXPECT_EQ(pool.wait(3, INFINITE), ERROR_SUCCESS);
     EXPECT_EQ(THPCreateCategory(pool.handle, 7UL, THPCategoryOptions(1, 7, 0, 0)), ERROR_SUCCESS);
     EXPECT_EQ(pool.queue(1, blocker, Option::AtEnd, nullptr, 7), ERROR_INVALID_STATE);
-}
 
-// The worker is stopped wherever it happens to be, also in the heap and on its way through the library, and
-// never with a lock that we need.
-TEST(ThreadPool, SuspendsNoWorkerWithALock)
-{
-    std::atomic<std::uint64_t> steps{0};
-    const HANDLE own = HeapCreate(0, 0, 0);
-    const TopicHandle topic = CreateMessageTopic(L"suspended");
-    TestEvent started;
-    TestPool pool;
-    const auto visit = [&](IMessageHandler& handler) {
-        int running = 0;
-        const long code = THPIsRunning(pool.handle, L"other", running);
-        EXPECT_TRUE(code == ERROR_NOT_FOUND || pool.handle == nullptr) << "or it is being closed";
-        for (std::size_t size = 1; size < 100000; size *= 3) {
-            for (const HANDLE heap : {GetProcessHeap(), own})
-                HeapFree(heap, 0, HeapAlloc(heap, 0, size));
-            std::free(std::malloc(size));
-        }
-        EXPECT_EQ(TopicSubscribe(topic, handler), ERROR_SUCCESS); // holds a table's lock, and the topic's
-        EXPECT_EQ(TopicUnsubscribe(topic, handler, 0), ERROR_SUCCESS);
-    };
-    IMessageHandler handlers[2];
-    Work busy([&](IThreadContext&, HANDLE cancel) -> long {
-        for (started.set(); WaitForSingleObject(cancel, 0) != WAIT_OBJECT_0; ++steps)
-            visit(handlers[0]);
-        return 0;
-    });
-    ASSERT_EQ(pool.queue(1, busy), ERROR_SUCCESS);
-    ASSERT_TRUE(started.wait());
-    for (int round = 0; round < 200; ++round) {
-        ASSERT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
-        const std::uint64_t before = steps;
-        visit(handlers[1]);
-        EXPECT_LE(steps, before + 1) << "at most the step that it was in ends";
-        ASSERT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
-    }
-    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
-    EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS);
-    ASSERT_EQ(pool.queue(1, busy), ERROR_SUCCESS);
-    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
-    pool.close(); // and neither does a close hang
-    HeapDestroy(own);
+    // Who cancels or closes suspended work does not wait for ever.
+    Blocker stays;
+    ASSERT_TRUE(pool.begins(4, stays));
+    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 4UL), ERROR_SUCCESS);
+    EXPECT_EQ(pool.cancel(4), ERROR_SUCCESS);
+    stays.started.reset();
+    ASSERT_TRUE(pool.begins(4, stays));
+    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 4UL), ERROR_SUCCESS);
+    pool.close();
+    EXPECT_EQ(stays.ended, 2);
 }
 
 // A pool and a topic are closed in the middle of their work, and a pool by its own work.
@@ -311,7 +278,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
     });
     ASSERT_EQ(own->queue(1, closer), ERROR_SUCCESS);
     EXPECT_TRUE(closed.wait());
-    EXPECT_TRUE(before.isReachedAgain()) << before.describe() << " " << HeapWatch::describe();
+    EXPECT_TRUE(before.isReachedAgain()) << before.describe();
 }
 
 TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
@@ -335,54 +302,15 @@ TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
     EXPECT_EQ(pool.result(99), 1117);
 }
 
-// Each system call of making a thread fails in turn: the caller gets the code, the work does not run, and
-// queued again it runs once.
-TEST(ThreadPoolFaults, FailingThreadsAndEventsAreReported)
-{
-    const HMODULE dll = sysmaintModule();
-    CountedImport<"CreateEventW", decltype(&CreateEventW)> events(dll);
-    CountedImport<"CreateThread", decltype(&CreateThread)> threads(dll);
-    CountedImport<"SetThreadPriority", decltype(&SetThreadPriority)> priorities(dll);
-    CountedImport<"GetModuleHandleExW", decltype(&GetModuleHandleExW)> modules(dll);
-    const std::pair<const char*, std::function<void()>> rows[] = {
-        {"first event", [&] { events.failCall(1, nullptr, 1450); }},
-        {"second event", [&] { events.failCall(2, nullptr, 1450); }},
-        {"third event", [&] { events.failCall(3, nullptr, 1450); }},
-        {"module", [&] { modules.failCall(1, FALSE, 1450); }},
-        {"thread", [&] { threads.failCall(1, nullptr, 1450); }},
-        {"priority", [&] { priorities.failCall(1, FALSE, 1450); }},
-    };
-    for (const std::uint32_t flags : {THPCategoryOptions::kRunning, THPCategoryOptions::kSuspended}) {
-        for (const auto& [name, fail] : rows) {
-            Blocker blocker;
-            blocker.goOn.set();
-            const ProcessCounts before = ProcessCounts::now();
-            TestPool pool(THPCategoryOptions(1, flags, 0, 0));
-            fail();
-            void* instance = &instance;
-            EXPECT_EQ(pool.queue(1, blocker, Option::AtEnd, &instance), 1450) << name;
-            EXPECT_EQ(instance, &instance) << name;
-            EXPECT_EQ(pool.isRunning(1), 0) << name;
-            EXPECT_EQ(pool.queue(1, blocker), ERROR_SUCCESS) << name;
-            EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
-            EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS) << name;
-            EXPECT_EQ(blocker.begun, 1) << name;
-            pool.close();
-            EXPECT_TRUE(before.isReachedAgain()) << name;
-        }
-    }
-}
-
 // A failing event or wait is told to who called, and nothing is lost, run twice or cancelled by it.
 TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 {
-    const HMODULE dll = sysmaintModule();
-    CountedImport<"CreateEventW", decltype(&CreateEventW)> events(dll);
-    CountedImport<"SetEvent", decltype(&SetEvent)> sets(dll);
-    CountedImport<"ResetEvent", decltype(&ResetEvent)> resets(dll);
-    CountedImport<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(dll);
-    CountedImport<"SuspendThread", decltype(&SuspendThread)> suspends(dll);
-    CountedImport<"ResumeThread", decltype(&ResumeThread)> resumes(dll);
+    Replaced<"CreateEventW", decltype(&CreateEventW)> events;
+    Replaced<"SetEvent", decltype(&SetEvent)> sets;
+    Replaced<"ResetEvent", decltype(&ResetEvent)> resets;
+    Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits;
+    Replaced<"SuspendThread", decltype(&SuspendThread)> suspends;
+    Replaced<"ResumeThread", decltype(&ResumeThread)> resumes;
     Blocker done;
     done.goOn.set();
     Blocker blocker;
@@ -422,11 +350,10 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 
 TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
 {
-    const HMODULE dll = sysmaintModule();
-    CountedImport<"CreateEventW", decltype(&CreateEventW)> events(dll);
-    CountedImport<"SetEvent", decltype(&SetEvent)> sets(dll);
-    CountedImport<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(dll);
-    const CountedImport<"CreateThread", decltype(&CreateThread)> threads(dll);
+    Replaced<"CreateEventW", decltype(&CreateEventW)> events;
+    Replaced<"SetEvent", decltype(&SetEvent)> sets;
+    Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits;
+    const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     std::atomic<bool> idleFails{false};
     const DWORD testThread = GetCurrentThreadId();
     waits.setHook([&](auto original, auto... arguments) {

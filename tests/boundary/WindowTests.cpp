@@ -8,20 +8,20 @@
 #include "support/ImportReplacement.h"
 #include "support/Pools.h"
 
+extern "C" LONG NTAPI LdrLockLoaderLock(ULONG, ULONG*, ULONG_PTR*);
+extern "C" LONG NTAPI LdrUnlockLoaderLock(ULONG, ULONG_PTR);
+
 namespace {
-using Multiple = CountedImport<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)>;
-using Sleeping = CountedImport<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)>;
+using Multiple = Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)>;
+using Sleeping = Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)>;
 
 /// Does something before each call of an import, on whatever thread.
 template <class Import>
 struct Before : Import
 {
-    explicit Before(const std::function<void()>& what) : Import(sysmaintModule())
+    explicit Before(const std::function<void()>& what)
+        : Import([what](auto original, auto... arguments) { return what(), original(arguments...); })
     {
-        this->setHook([what](auto original, auto... arguments) {
-            what();
-            return original(arguments...);
-        });
     }
 };
 
@@ -77,13 +77,11 @@ TEST(Windows, TimeIsForAllWaitingTogether)
         first.goOn.set();
         goOn.set();
     };
-    Multiple waits(sysmaintModule());
-    waits.setHook([&](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
+    Multiple waits([&](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
         look(timeout);
         return original(count, handles, all, timeout);
     });
-    Sleeping sleeps(sysmaintModule());
-    sleeps.setHook([&](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
+    Sleeping sleeps([&](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
         look(timeout);
         return original(variable, lock, timeout, flags);
     });
@@ -154,7 +152,7 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
     });
     const TestPool pool;
     {
-        const Before<CountedImport<"ReleaseMutex", decltype(&ReleaseMutex)>> releases([&] { window.hold(); });
+        const Before<Replaced<"ReleaseMutex", decltype(&ReleaseMutex)>> releases([&] { window.hold(); });
         ASSERT_EQ(pool.queue(1, work), ERROR_SUCCESS);
         ASSERT_TRUE(window.reached.wait());
         EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
@@ -168,18 +166,16 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
     const HANDLE own = HeapCreate(0, 0, 0);
     std::multiset<HANDLE> held;
     bool all = false;
-    CountedImport<"HeapLock", decltype(&HeapLock)> locks(sysmaintModule());
-    locks.setHook([&](auto original, HANDLE heap) {
+    Replaced<"HeapLock", decltype(&HeapLock)> locks([&](auto original, HANDLE heap) {
         held.insert(heap);
         return original(heap);
     });
-    CountedImport<"HeapUnlock", decltype(&HeapUnlock)> unlocks(sysmaintModule());
-    unlocks.setHook([&](auto original, HANDLE heap) {
+    Replaced<"HeapUnlock", decltype(&HeapUnlock)> unlocks([&](auto original, HANDLE heap) {
         const BOOL done = original(heap);
         held.erase(held.find(heap));
         return done;
     });
-    const Before<CountedImport<"SuspendThread", decltype(&SuspendThread)>> suspends([&] {
+    const Before<Replaced<"SuspendThread", decltype(&SuspendThread)>> suspends([&] {
         HANDLE heaps[256];
         const DWORD count = GetProcessHeaps(256, heaps);
         all = std::all_of(heaps, heaps + count, [&](HANDLE heap) { return held.contains(heap); });
@@ -197,21 +193,16 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
 // With the loader lock in a suspended thread no other one begins or ends, but work can be queued and resumed.
 TEST(Windows, QueuesAndResumesBesideAThreadThatHoldsTheLoaderLock)
 {
-    const HMODULE system = GetModuleHandleW(L"ntdll.dll");
-    const auto lock = reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*)>(
-        reinterpret_cast<void*>(GetProcAddress(system, "LdrLockLoaderLock")));
-    const auto unlock = reinterpret_cast<LONG(NTAPI*)(ULONG, ULONG_PTR)>(
-        reinterpret_cast<void*>(GetProcAddress(system, "LdrUnlockLoaderLock")));
     const TestEvent locked;
     const TestEvent mayEnd;
     std::atomic<int> runs{0};
     Work other([&] { ++runs; });
     Work loading([&] {
         ULONG_PTR cookie = 0;
-        lock(0, nullptr, &cookie);
+        LdrLockLoaderLock(0, nullptr, &cookie);
         locked.set();
         EXPECT_TRUE(mayEnd.wait());
-        unlock(0, cookie);
+        LdrUnlockLoaderLock(0, cookie);
     });
     const TestPool pool;
     ASSERT_EQ(pool.queue(1, loading), ERROR_SUCCESS);
@@ -230,7 +221,7 @@ TEST(Windows, QueuesAndResumesBesideAThreadThatHoldsTheLoaderLock)
 // While a thread is being started, other work relies on it. Its start fails.
 TEST(Windows, WorkIsLookedAfterWhenTheThreadItReliesOnCannotStart)
 {
-    CountedImport<"CreateThread", decltype(&CreateThread)> threads(sysmaintModule());
+    Replaced<"CreateThread", decltype(&CreateThread)> threads;
     for (const long failures : {1L, 2L}) {
         std::atomic<int> runs{0};
         Work work([&] { ++runs; });
@@ -259,7 +250,7 @@ TEST(Windows, ArgumentsDieOutsideEveryLock)
         ASSERT_EQ(THPQueueWork(pool.handle, kCategory, 1UL, blocker, arguments, Option::AtEnd, nullptr), 0);
     std::atomic<int> freed{0};
     thread_local bool busy = false;
-    const Before<CountedImport<"HeapFree", decltype(&HeapFree)>> frees([&] {
+    const Before<Replaced<"HeapFree", decltype(&HeapFree)>> frees([&] {
         if (std::exchange(busy, true))
             return;
         int running = 0;
@@ -294,8 +285,7 @@ TEST(Endings, AClosedPoolOrTopicRunsNothingAnyMore)
     for (const bool topics : {false, true}) {
         const TestEvent inside;
         std::atomic<bool> ended{false};
-        Multiple waits(sysmaintModule());
-        waits.setHook([&](auto original, DWORD count, auto... arguments) {
+        Multiple waits([&](auto original, DWORD count, auto... arguments) {
             if (count == 1) // for one item
                 inside.set();
             return original(count, arguments...);

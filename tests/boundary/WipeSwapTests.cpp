@@ -2,6 +2,7 @@
 
 #include <tuple>
 
+#include "support/Links.h"
 #include "support/Wipe.h"
 
 namespace {
@@ -150,28 +151,44 @@ TEST_F(WipeSwapTest, FillersThatBecomeOthersAreLeft)
     EXPECT_TRUE(takeBootList().empty());
 }
 
-TEST_F(WipeSwapTest, PathsMeanWhatTheyMeantWhenTheCallBegan)
+TEST_F(WipeSwapTest, RootsThatBecomeLinksAreNotFollowed)
 {
-    // The same names below "base", which is current at first, and below "other", which is so from the first
-    // chunk on. Drive-relative paths go by the same current folder.
-    wchar_t before[MAX_PATH];
-    GetCurrentDirectoryW(MAX_PATH, before);
-    for (const std::wstring& form :
-         {std::wstring(L"rel"), folder.substr(0, 2) + L"rel", std::wstring(L".\\rel"),
-          std::wstring(L"..\\base/rel"), at(L"base\\.\\rel")}) {
-        SCOPED_TRACE(testing::Message() << form);
-        for (const wchar_t* name : {L"base\\rel", L"other\\rel"}) {
-            std::filesystem::create_directories(at(name));
-            writeBytes(at(name) + L"\\x", named);
-            writeBytes(at(name) + L"\\y", named);
-        }
-        SetCurrentDirectoryW(at(L"base").c_str());
-        onChunk = [&] { SetCurrentDirectoryW(at(L"other").c_str()); };
-        const HeapStringW rel(form.c_str());
-        stack = {{rel, L"", true, false}, {L"x", rel, false, false}, {L"y", rel, false, false}};
-        EXPECT_EQ(wipe(kWipeDirectoryStack, form), 0);
-        SetCurrentDirectoryW(before);
-        EXPECT_FALSE(isThere(at(L"base\\rel")));
-        EXPECT_TRUE(isThere(at(L"other\\rel\\x")) && isThere(at(L"other\\rel\\y")));
+    swapForLink(at(L"tree"), at(L"precious"));
+    stack = {{L"one", heapAt(L"tree"), false, false}};
+    EXPECT_EQ(wipe(kWipeDirectoryStack, at(L"tree")), 681);
+    EXPECT_EQ(stack.size(), 1U);
+    expectPrecious();
+}
+
+TEST_F(WipeSwapTest, ACallbackChangesNeitherTheStackNorTheRun)
+{
+    const HeapStringW sub = heapAt(L"tree\\sub");
+    stack = {{L"two", sub, false, true}, {L"one", sub, false, false}};
+    long inner = 0;
+    onChunk = [&] {
+        stack = {{L"pushed", L"", false, true}};
+        inner = wiper->Wipe(nullptr, nullptr, kWipeFile, L"C:\\none", nullptr, nullptr, 1, 1, nullptr);
+    };
+    EXPECT_EQ(wipe(kWipeDirectoryStack, at(L"tree")), ERROR_SUCCESS);
+    EXPECT_EQ(inner, ERROR_BUSY);
+    EXPECT_FALSE(isThere(at(L"tree\\sub\\one")));
+    ASSERT_EQ(stack.size(), 1U);
+    EXPECT_EQ(stack.back().path, L"pushed");
+    EXPECT_EQ(readBytes(at(L"tree\\sub\\two")), named);
+}
+
+TEST_F(WipeSwapTest, HalfALineOfTheBootTimeListNamesNothing)
+{
+    const std::wstring line = LR"(*FileShred*	*\??\C:\windows\torn*	*1*	*1)";
+    const std::wstring next = LR"(*FileShred*	*\??\C:\windows\x*	*1*	*1)";
+    for (const auto& [text, scheduled] :
+         {std::pair{line + next + L"\r\n", 0}, {line, 0}, {line + L"\r\n", 1}}) {
+        const std::wstring list = std::wstring(L"\0\0\r\n", 4) + text;
+        const auto* bytes = reinterpret_cast<const unsigned char*>(list.data());
+        writeBytes(bootListPath(), Bytes(bytes, bytes + list.size() * sizeof(wchar_t)));
+        EXPECT_EQ(ForceDeleteIsScheduled(L"C:\\windows\\torn"), scheduled);
     }
+    writeBytes(bootListPath(), {0, 0, 0});
+    EXPECT_EQ(wipe(kWipeFile, L"C:\\windows\\none"), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(readBytes(bootListPath()), (Bytes{0, 0, 0}));
 }

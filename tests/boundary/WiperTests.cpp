@@ -476,25 +476,3 @@ TEST_F(WiperTest, StacksKeepSkippedEntriesAndStopAtAFailure)
     devices.failCall(1, 0, ERROR_FILE_NOT_FOUND);
     EXPECT_NE(wipe(kWipeDirectoryStack), 0) << "no drive, nothing removed";
 }
-
-TEST_F(WiperTest, HandlesLongAndOddNames)
-{
-    std::wstring deep = folder;
-    for (int i = 0; i < 6; ++i) {
-        deep += L"\\" + std::wstring(60, L'd');
-        ASSERT_TRUE(CreateDirectoryW((L"\\\\?\\" + deep).c_str(), nullptr));
-    }
-    deep += L"\\file";
-    const std::wstring nul = at(L"nul"), odd = at(L"report."); // which Win32 would take for "report"
-    std::wstring slashes = L"//?/" + odd;
-    std::replace(slashes.begin(), slashes.end(), L'\\', L'/');
-    const std::pair<std::wstring, std::wstring> cases[] = {
-        {deep, deep}, {odd, odd}, {nul, nul}, {slashes, odd}, {L"\\\\.\\" + odd, odd}};
-    for (const auto& [given, path] : cases) {
-        writeBytes(at(L"report"), Bytes(3, 1));
-        writeBytes(L"\\\\?\\" + path, Bytes(1000, 0xE5));
-        EXPECT_EQ(WipeTest::wipe(kWipeFile, given, kWipeRandomText), 0);
-        EXPECT_FALSE(isThere(L"\\\\?\\" + path));
-        EXPECT_EQ(readBytes(at(L"report")), Bytes(3, 1));
-    }
-}

@@ -17,14 +17,7 @@
 
 namespace {
 using casefolding::FoldedText;
-
-std::string narrow(const wchar_t* text)
-{
-    std::string result;
-    for (; *text != 0; ++text)
-        result += *text < 0x80 ? static_cast<char>(*text) : '?';
-    return result;
-}
+using testing::PrintToString;
 
 /// An item of any type, also of those that no class has.
 struct AnyItem final : ScanItem
@@ -171,7 +164,7 @@ TEST(Matcher, Rules)
             for (const wchar_t* text : *texts)
                 EXPECT_EQ(matchesWildcard(FoldedText(text).view(), FoldedText(row.pattern).view()),
                           texts == &row.matching)
-                    << "'" << narrow(row.pattern) << "' '" << narrow(text) << "'";
+                    << "'" << PrintToString(row.pattern) << "' '" << PrintToString(text) << "'";
 }
 
 TEST(Matcher, NamesAreWhatTheSystemCutsOut)
@@ -182,7 +175,7 @@ TEST(Matcher, NamesAreWhatTheSystemCutsOut)
         for (wchar_t& c : path)
             c = L"A.\\/:"[random() % 5];
         const File file(path.c_str(), 0);
-        EXPECT_EQ(RuleSubject(file).name(), PathFindFileNameW(path.c_str())) << narrow(path.c_str());
+        EXPECT_EQ(RuleSubject(file).name(), PathFindFileNameW(path.c_str())) << PrintToString(path);
     }
 }
 
@@ -194,9 +187,9 @@ TEST(PatternGroup, SaysWhatTheMatcherSays)
         const PatternGroup substring({{pattern, true}});
         for (const std::wstring& text : texts) {
             ASSERT_EQ(wildcard.matches(text), matchesWildcard(text, pattern))
-                << "'" << narrow(pattern.c_str()) << "' '" << narrow(text.c_str()) << "'";
+                << "'" << PrintToString(pattern) << "' '" << PrintToString(text) << "'";
             ASSERT_EQ(substring.matches(text), text.find(pattern) != std::wstring::npos)
-                << "'" << narrow(pattern.c_str()) << "' in '" << narrow(text.c_str()) << "'";
+                << "'" << PrintToString(pattern) << "' in '" << PrintToString(text) << "'";
         }
     }
 }
@@ -212,13 +205,14 @@ TEST(CompiledRules, GiveTheVerdictOfOneRuleAfterTheOther)
         const auto ignores = dice.rules<ScanIgnore>();
         const CompiledRules compiled(filters, ignores);
         for (int turn = 0; turn < 100; ++turn, ++cases) {
-            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)), dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
+            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)),
+                               dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
             RuleSubject subject(item);
             const bool expected = verdictOneByOne(filters, ignores, subject);
             accepted += expected ? 1 : 0;
             ASSERT_EQ(compiled.validate(subject), expected)
-                << item.getType() << " '" << narrow(item.getPath()) << "' by " << filters.size() << " and "
-                << ignores.size() << " rules";
+                << item.getType() << " '" << PrintToString(item.getPath()) << "' by " << filters.size()
+                << " and " << ignores.size() << " rules";
         }
     }
     EXPECT_GT(accepted, kCases / 5);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdio>
 #include <initializer_list>
 #include <set>
@@ -8,6 +7,7 @@
 
 #include "safety/PathForms.h"
 #include "safety/World.h"
+#include "support/Faults.h"
 #include "support/Wipe.h"
 
 /// What comes between in a round: at most one thing, at a chosen one of the moments that the operation
@@ -19,55 +19,6 @@ enum class Trouble : char
     link = 'l',        ///< root/sub is a link to vault/sub
     cancel = 'c',
     failingCall = 'f' ///< a system call of the library fails, from the beginning on
-};
-
-/// Lets one call of a random imported function fail.
-struct FailingCall
-{
-    explicit FailingCall(Choices& choices)
-        : failure(choices.of(kFailures)),
-          import(sysmaintModule(), failure.function, reinterpret_cast<void*>(&call), &original)
-    {
-        left = 1 + static_cast<int>(choices.below(6));
-        result = failure.result;
-    }
-    /// Stands for functions of up to seven arguments: so many can be passed on, whatever they are.
-    static LONG_PTR WINAPI call(LONG_PTR a, LONG_PTR b, LONG_PTR c, LONG_PTR d, LONG_PTR e, LONG_PTR f,
-                                LONG_PTR g)
-    {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return --left == 0 ? result : reinterpret_cast<decltype(&call)>(original.load())(a, b, c, d, e, f, g);
-    }
-
-    struct Failure
-    {
-        const char* function;
-        LONG_PTR result;
-    };
-    static constexpr Failure kFailures[] = {
-        {"CreateFileW", -1},
-        {"FindFirstFileW", -1},
-        {"FindFirstFileExW", -1},
-        {"FindNextFileW", 0},
-        {"GetFileInformationByHandleEx", 0},
-        {"GetFullPathNameW", 0},
-        {"GetFileAttributesW", -1},
-        {"SetFileAttributesW", 0},
-        {"GetFileInformationByHandle", 0},
-        {"RemoveDirectoryW", 0},
-        {"SetFileInformationByHandle", 0},
-        {"DeleteFileW", 0},
-        {"WriteFile", 0},
-        {"SetEndOfFile", 0},
-        {"RegOpenKeyExW", ERROR_ACCESS_DENIED},
-        {"NtDeleteKey", -1},
-        {"RegDeleteValueW", ERROR_ACCESS_DENIED},
-    };
-    static inline std::atomic<int> left;
-    static inline LONG_PTR result;
-    static inline std::atomic<void*> original;
-    const Failure& failure;
-    ImportReplacement import;
 };
 
 /// One operation over the world with what it may touch, and the judge of what came of it.
@@ -98,8 +49,10 @@ public:
             return;
         trouble = choices.of(possible);
         momentsLeft = choices.oneIn(2) ? 1 : 1 + choices.below(12);
-        if (trouble == Trouble::failingCall)
-            failing = std::make_unique<FailingCall>(choices);
+        if (trouble == Trouble::failingCall) {
+            const auto& [result, imports] = choices.of(kFaults);
+            failing = std::make_unique<FailingCall>(choices.of(imports), result, 1 + choices.below(6));
+        }
     }
     /// A moment at which the trouble may come.
     void moment()

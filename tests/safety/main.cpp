@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <process.h>
 
 #include "core/win32/registry/api.h"
 #include "safety/Round.h"
@@ -263,52 +262,6 @@ void scanRegistryAndDelete(Round& round)
     deleter.finish();
 }
 
-/// One argument as the command line needs it: what is quoted may end in backslashes.
-std::wstring asArgument(const std::wstring& text)
-{
-    return L" \"" + text + std::wstring(text.size() - text.find_last_not_of(L'\\') - 1, L'\\') + L"\"";
-}
-
-void runHost(Round& round)
-{
-    const std::wstring command = round.choices.of(
-        std::vector<std::wstring>{L"scan", L"wipe file", L"wipe file", L"wipe tree", L"wipe tree"});
-    const bool tree = command == L"wipe tree";
-    const bool wipes = command != L"scan";
-    const bool nothing = round.choices.oneIn(4);
-    const std::string path =
-        round.choices.oneIn(6) ? "root" : round.target("root", tree ? "dddlf-" : "fffdl-");
-    if (nothing)
-        round.text = round.choices.of(std::vector<std::wstring>{L"", L" ", L"\\\\?\\", L"\\??\\"});
-    else
-        round.write(path, tree);
-    std::wstring line = L"sysmaint " + command;
-    if (nothing && wipes && round.text.empty() && round.choices.oneIn(2)) // it spoils the others
-        line += asArgument(L"report");
-    line += asArgument(round.text) + (wipes ? L" --yes" : L"");
-    const char kind = round.kind(path);
-    std::vector<std::string> named;
-    if (kind == 'l' || (kind == 'f' && !tree))
-        named = {path};
-    else if (kind == 'd' && tree)
-        named = round.within(path);
-    const bool whole = !tree || std::erase(named, "root/hard") == 0; // a file with other names stays
-    if (!nothing && wipes)
-        for (const std::string& each : named)
-            round.name(each, !tree);
-    wchar_t program[MAX_PATH];
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    *(std::wcsrchr(program, L'\\') + 1) = 0;
-    const auto code =
-        _wspawnl(_P_WAIT, (program + std::wstring(L"sysmaint.exe")).c_str(), line.c_str(), nullptr);
-    if (nothing && wipes && code == 0)
-        round.violation("took that for something to wipe");
-    if (!nothing && wipes && whole)
-        round.done(path, static_cast<unsigned long>(code), !tree);
-    if (code < 0 || (code > 2 && code != 130))
-        round.violation("exit code " + std::to_string(code));
-}
-
 constexpr struct
 {
     const char* name;
@@ -316,11 +269,10 @@ constexpr struct
     unsigned share; // of 100
 } kOperations[] = {{"delete or create item", useItem, 39},
                    {"scan and delete", scanAndDelete, 24},
-                   {"wipe file", wipeFile, 14},
+                   {"wipe file", wipeFile, 16},
                    {"wipe directory stack", wipeStack, 9},
                    {"change registry item", changeRegistryItem, 6},
-                   {"scan registry and delete", scanRegistryAndDelete, 5},
-                   {"host", runHost, 3}};
+                   {"scan registry and delete", scanRegistryAndDelete, 6}};
 
 unsigned seed = 1;
 unsigned number = 0;

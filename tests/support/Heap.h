@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <deque>
-#include <map>
 #include <span>
 
 #include "core/win32/utils/objectmanager/include/Exception.h"
@@ -16,12 +15,12 @@ class HeapWatch
 public:
     explicit HeapWatch(HMODULE module)
     {
-        if (s_entries.empty()) // 64 MB that are to stand neither in the program's file nor in a heap
+        if (s_entries.empty()) // 32 MB that are to stand neither in the program's file nor in a heap
             s_entries = {static_cast<Entry*>(VirtualAlloc(nullptr, kEntries * sizeof(Entry),
                                                           MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE)),
                          kEntries};
         for (Entry& entry : s_entries)
-            entry.address = nullptr;
+            entry = nullptr;
         s_live = 0;
         disarm();
         replace(module, "HeapAlloc", &heapAlloc);
@@ -48,19 +47,6 @@ public:
 
     /// The blocks taken and not given back since the watch began; 0 without a watch.
     [[nodiscard]] static long liveBlocks() { return s_live; }
-    /// How many of them there are of each size, to tell who they are.
-    [[nodiscard]] static std::string describe()
-    {
-        std::map<std::size_t, long> counts;
-        for (const Entry& entry : s_entries)
-            if (entry.address != nullptr)
-                ++counts[entry.size];
-        std::string text = "blocks:";
-        for (const auto& [size, count] : counts)
-            text += " " + std::to_string(count) + " of " + std::to_string(size);
-        return text;
-    }
-
     /// The calling thread's taking `number` (from 1, counted from now) finds no memory, and those after it
     /// do. What carries an exception is no taking: the runtime has a reserve for it.
     static void arm(long number)
@@ -74,11 +60,7 @@ public:
     [[nodiscard]] static bool hasFailed() { return s_failed; }
 
 private:
-    struct Entry
-    {
-        std::atomic<void*> address;
-        std::size_t size;
-    };
+    using Entry = std::atomic<void*>;
     static constexpr std::size_t kBucketSize = 16;
     static constexpr std::size_t kEntries = kBucketSize << 18;
 
@@ -89,7 +71,7 @@ private:
     }
     /// What `original` takes, in place of the block `old` if there is one.
     template <class Original>
-    static void* taken(std::size_t size, void* old, Original&& original, bool canFail = true)
+    static void* taken(void* old, Original&& original, bool canFail = true)
     {
         if (canFail && s_number != 0 && GetCurrentThreadId() == s_thread && --s_number == 0) {
             s_failed = true;
@@ -100,8 +82,7 @@ private:
             return nullptr;
         given(old);
         for (Entry& entry : bucketOf(address))
-            if (void* nobody = nullptr; entry.address.compare_exchange_strong(nobody, address)) {
-                entry.size = size;
+            if (void* nobody = nullptr; entry.compare_exchange_strong(nobody, address)) {
                 ++s_live;
                 return address;
             }
@@ -110,8 +91,8 @@ private:
     static void given(void* address)
     {
         for (Entry& entry : bucketOf(address))
-            if (address != nullptr && entry.address == address) {
-                entry.address = nullptr;
+            if (address != nullptr && entry == address) {
+                entry = nullptr;
                 --s_live;
                 return;
             }
@@ -120,11 +101,11 @@ private:
     // In place of the system's functions. This program's own are those of the system.
     static void* WINAPI heapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {
-        return taken(size, nullptr, [&] { return HeapAlloc(heap, flags, size); });
+        return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
     }
     static void* WINAPI heapReAlloc(HANDLE heap, DWORD flags, void* old, SIZE_T size)
     {
-        return taken(size, old, [&] { return HeapReAlloc(heap, flags, old, size); });
+        return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
     }
     static void* allocate(std::size_t size)
     {
@@ -132,15 +113,15 @@ private:
         const bool isException =
             thrown == sizeof(long) || thrown == sizeof(Exception) || thrown == sizeof(std::bad_alloc);
         return taken(
-            size, nullptr, [&] { return std::malloc(size); }, !isException);
+            nullptr, [&] { return std::malloc(size); }, !isException);
     }
     static void* allocateZeroed(std::size_t count, std::size_t size)
     {
-        return taken(count * size, nullptr, [&] { return std::calloc(count, size); });
+        return taken(nullptr, [&] { return std::calloc(count, size); });
     }
     static void* reallocate(void* old, std::size_t size)
     {
-        return taken(size, old, [&] { return std::realloc(old, size); });
+        return taken(old, [&] { return std::realloc(old, size); });
     }
     static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
     {

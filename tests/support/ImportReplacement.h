@@ -140,3 +140,15 @@ inline HMODULE sysmaintModule()
 {
     return GetModuleHandleW(L"sysmaint.dll");
 }
+
+/// An import of the DLL, replaced for the length of a scope.
+template <ImportName Name, class Function>
+struct Replaced : CountedImport<Name, Function>
+{
+    static constexpr const char* kName = Name.text;
+    explicit Replaced(typename CountedImport<Name, Function>::Hook hook = nullptr)
+        : CountedImport<Name, Function>(sysmaintModule())
+    {
+        this->setHook(std::move(hook));
+    }
+};

@@ -2,23 +2,28 @@
 
 #include <windows.h>
 
+#include <process.h>
 #include <tlhelp32.h>
 #include <winternl.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 
 #include "support/Heap.h"
 
 /// The handles that this process has open, as the system itself counts them: GetProcessHandleCount always
-/// answers 0 under Wine. Throws when the system does not tell.
-inline DWORD processHandleCount()
+/// answers 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
+/// not tell.
+inline DWORD processHandleCount(HANDLE sample = nullptr)
 {
     struct Entry
     {
         ULONG process;
-        ULONG typeAndNumber;
+        UCHAR type;
+        UCHAR attributes;
+        USHORT number;
         void* object;
         ULONG access;
     };
@@ -33,9 +38,14 @@ inline DWORD processHandleCount()
     const auto table = std::make_unique_for_overwrite<Table>();
     if (query(kHandles, table.get(), sizeof(Table), nullptr) < 0)
         throw std::runtime_error("the handles cannot be counted");
-    return static_cast<DWORD>(
-        std::count_if(table->entries, table->entries + table->count,
-                      [](const Entry& entry) { return entry.process == GetCurrentProcessId(); }));
+    const auto isOwn = [](const Entry& entry) { return entry.process == GetCurrentProcessId(); };
+    Entry* const end = std::partition(table->entries, table->entries + table->count, isOwn);
+    const auto number = static_cast<USHORT>(reinterpret_cast<std::uintptr_t>(sample));
+    const Entry* const found =
+        std::find_if(table->entries, end, [&](const Entry& entry) { return entry.number == number; });
+    return static_cast<DWORD>(std::count_if(table->entries, end, [&](const Entry& entry) {
+        return sample == nullptr || (found != end && entry.type == found->type);
+    }));
 }
 
 /// What the process holds now, to be compared later.
@@ -80,6 +90,29 @@ struct ProcessCounts
     }
 };
 
+/// Starts this program once more, with these arguments.
+inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)
+{
+    wchar_t program[1024];
+    GetModuleFileNameW(nullptr, program, 1024);
+    std::vector<const wchar_t*> all{L"self"};
+    all.insert(all.end(), arguments);
+    all.push_back(nullptr);
+    return reinterpret_cast<HANDLE>(_wspawnv(_P_NOWAIT, program, all.data()));
+}
+
+/// The exit code of a process, whose handle is closed; one that does not end is ended.
+inline DWORD exitCodeOf(HANDLE process)
+{
+    DWORD code = WAIT_TIMEOUT;
+    if (WaitForSingleObject(process, 120000) == WAIT_OBJECT_0)
+        GetExitCodeProcess(process, &code);
+    else
+        TerminateProcess(process, code);
+    CloseHandle(process);
+    return code;
+}
+
 /// A manual-reset event of the test's own.
 class TestEvent
 {
@@ -90,6 +123,7 @@ public:
     ~TestEvent() { CloseHandle(m_handle); }
 
     void set() const { SetEvent(m_handle); }
+    void reset() const { ResetEvent(m_handle); }
     /// Whether it was set within a limit that no healthy run reaches.
     [[nodiscard]] bool wait() const { return WaitForSingleObject(m_handle, 60000) == WAIT_OBJECT_0; }
     [[nodiscard]] HANDLE get() const { return m_handle; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <functional>
 #include <initializer_list>
@@ -18,10 +20,10 @@ inline SharedPtr<IScanValidator> everything()
 }
 
 /// The question by which the library lists a folder, among others.
-using AskedHandle = CountedImport<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)>;
+using AskedHandle = Replaced<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)>;
 
 /// A hook for it: shows each entry that the system lists to `change`.
-inline auto changingEntries(std::function<void(FILE_ID_BOTH_DIR_INFO&)> change)
+inline auto changingEntries(const std::function<void(FILE_ID_BOTH_DIR_INFO&)>& change)
 {
     return [change](auto original, HANDLE file, FILE_INFO_BY_HANDLE_CLASS question, void* answer,
                     DWORD size) {
@@ -142,4 +144,26 @@ unsigned long codeOf(Operation&& operation)
         return raised.getCode();
     }
     return ERROR_SUCCESS;
+}
+
+/// What an object stores.
+template <class Object>
+std::string dumpOf(const Object& object, unsigned long code = kStateAll)
+{
+    MemoryOutputByteStream stream;
+    object.dump(code, stream);
+    return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
+}
+
+/// A stream that ends early, wherever that is, leaves an object what it was. It would become what `other` is.
+template <class Object>
+void expectCutsChangeNothing(Object& object, const Object& other, unsigned long code = kStateAll)
+{
+    const std::string whole = dumpOf(other, code);
+    const std::string before = dumpOf(object, code);
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        MemoryInputByteStream cut(whole.data(), size);
+        EXPECT_EQ(codeOf([&] { object.load(code, cut); }), ERROR_READ_FAULT) << size << " for " << code;
+        EXPECT_EQ(dumpOf(object, code), before) << size << " for " << code;
+    }
 }

@@ -48,17 +48,6 @@ inline std::wstring takeBootList()
     return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
 }
 
-/// An import of the DLL, replaced for the length of a scope.
-template <ImportName Name, class Function>
-struct Replaced : CountedImport<Name, Function>
-{
-    static constexpr const char* kName = Name.text;
-    explicit Replaced(typename CountedImport<Name, Function>::Hook hook = nullptr)
-        : CountedImport<Name, Function>(sysmaintModule())
-    {
-        this->setHook(std::move(hook));
-    }
-};
 using Opens = Replaced<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD,
                                                       DWORD, HANDLE)>; // the DLL exports one of that name
 using Writes = Replaced<"WriteFile", decltype(&WriteFile)>;

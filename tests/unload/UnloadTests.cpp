@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <process.h>
-
 #include <string>
 
 #include "support/Process.h"
@@ -57,21 +55,6 @@ struct Library
 bool isLoaded()
 {
     return GetModuleHandleW(L"sysmaint.dll") != nullptr;
-}
-
-/// The exit code of this program, run to its end with `argument`.
-DWORD runSelf(const wchar_t* argument)
-{
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const auto process = reinterpret_cast<HANDLE>(_wspawnl(_P_NOWAIT, path, L"self", argument, nullptr));
-    DWORD code = WAIT_TIMEOUT;
-    if (WaitForSingleObject(process, 120000) == WAIT_OBJECT_0)
-        GetExitCodeProcess(process, &code);
-    else
-        TerminateProcess(process, code);
-    CloseHandle(process);
-    return code;
 }
 
 /// Lets go of the library, or ends, while a pool and a topic are both in the middle of their work.
@@ -141,7 +124,7 @@ TEST(Unload, InTheMiddleOfWork)
         // lock. What needs that lock to begin or to end cannot be waited for.
         L"static-idle", L"static-busy"};
     for (const wchar_t* mode : modes)
-        EXPECT_EQ(runSelf(mode), static_cast<DWORD>(kGood)) << mode;
+        EXPECT_EQ(exitCodeOf(startSelf({mode})), static_cast<DWORD>(kGood)) << mode;
 }
 
 int main(int argc, char** argv)

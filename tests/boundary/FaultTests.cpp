@@ -1,0 +1,186 @@
+// Every system call of an operation fails in turn: its code arrives, nothing is kept, and the operation can
+// be done again.
+
+#include "boundary/RegistryTest.h"
+#include "core/win32/utils/logger/api.h"
+#include "core/win32/utils/wiper/api.h"
+#include "support/Pools.h"
+#include "support/Wipe.h"
+
+namespace {
+struct Row
+{
+    const char* name;
+    std::function<long()> operation;
+    std::function<void()> prepare = [] {};
+    std::function<bool()> isIntact{};     ///< what is to be as it was after a failure
+    std::map<std::string, long> others{}; ///< what arrives when these fail
+    long usual = kFailure;
+};
+
+/// A post that fails is not delivered, a stop that fails stops nothing, and the topic goes on.
+long makeAndPost(bool stops)
+{
+    Handler handler([] {});
+    const TopicHandle topic = topicOf(handler);
+    long code = post(topic);
+    const int delivered = code == ERROR_SUCCESS ? 1 : 0;
+    const auto expectDelivered = [&](int calls) {
+        EXPECT_EQ(TopicConsumeAll(topic, INFINITE), ERROR_SUCCESS);
+        EXPECT_EQ(handler.calls, calls);
+    };
+    expectDelivered(delivered);
+    if (stops && delivered == 1)
+        code = TopicStopConsumer(topic);
+    FailingCall::end();
+    EXPECT_TRUE(!stops || TopicStopConsumer(topic) == ERROR_SUCCESS);
+    EXPECT_EQ(post(topic), ERROR_SUCCESS);
+    expectDelivered(delivered + 1);
+    return code;
+}
+
+/// Work that is refused does not run, and queued again it runs once.
+long makeAndQueue(std::uint32_t flags)
+{
+    std::atomic<int> runs{0};
+    Work work([&] { ++runs; });
+    const TestPool pool(THPCategoryOptions(1, flags, 0, 0));
+    void* instance = &instance;
+    const long code = pool.queue(1, work, Option::AtEnd, &instance);
+    FailingCall::end();
+    EXPECT_EQ(instance == &instance, code != ERROR_SUCCESS);
+    EXPECT_TRUE(code == ERROR_SUCCESS || pool.isRunning(1) == 0);
+    EXPECT_TRUE(code == ERROR_SUCCESS || pool.queue(1, work) == ERROR_SUCCESS);
+    EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
+    EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS);
+    EXPECT_EQ(runs, 1);
+    return code;
+}
+
+long impersonate()
+{
+    const long code = ImpersonateCurrentUser();
+    if (code == ERROR_SUCCESS)
+        RevertToSelf();
+    return code;
+}
+
+long createLogger()
+{
+    void* const logger = CreateLogger(L"faults");
+    const DWORD code = logger != INVALID_HANDLE_VALUE ? ERROR_SUCCESS : GetLastError();
+    FailingCall::end();
+    CloseLogger(logger);
+    return static_cast<long>(code);
+}
+
+using Faults = Registry;
+} // namespace
+
+TEST_F(Faults, ArriveAndLeaveNothing)
+{
+    const std::wstring folder = scratchFolder();
+    const std::wstring path = folder + L"\\file";
+    const std::unique_ptr<IFile> file(DllGetFile(path.c_str(), 0));
+    file->setData("abc", 3);
+    std::unique_ptr<IFile> reader;
+    const auto withFile = [&] {
+        writeBytes(path, {'a', 'b', 'c'});
+        reader.reset(DllGetFile(path.c_str(), 0));
+    };
+    const auto withoutFile = [&] { DeleteFileW(path.c_str()); };
+    const std::wstring inner = folder + L"\\inner";
+    const std::unique_ptr<IDirectory> directory(DllGetDirectory(inner.c_str(), 0));
+    unsigned long long size = 0;
+    ValuePtr value;
+    const KeyPtr key = keyOf(kRoot + L"\\key");
+    const TestEngine engine(collector, L"faults");
+    const auto clear = [&] { RegDeleteTreeW(root, nullptr); };
+    const auto withValue = [&] {
+        clear();
+        addValue(L"v", "data");
+        addKey(L"key\\below");
+        value.reset(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
+        static_cast<void>(value->exists()); // which opens the user's hive and keeps it
+    };
+    const auto hasFile = [&] { return stands(path); };
+    const auto hasKeys = [&] { return hasKey(root, L"key"); };
+    const auto hasData = [&] { // and the item its own
+        return dataOf(*valueOf(kRoot, L"v")) == "data" && dataOf(*value).size() == 8 &&
+               value->getValueType() == 1;
+    };
+    const auto of = [](auto operation) { return [=] { return static_cast<long>(codeOf(operation)); }; };
+    const auto scanAsSomebodyElse = [&] {
+        ImpersonateSelf(SecurityImpersonation);
+        const long code = scan();
+        EXPECT_TRUE(code != ERROR_SUCCESS || isImpersonating());
+        RevertToSelf();
+        return code;
+    };
+    const wchar_t* const session = L"System\\CurrentControlSet\\Control\\Session Manager";
+    const auto withList = [&] {
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, session, L"BootExecute", REG_MULTI_SZ, L"x\0", 6);
+    };
+    const auto isScheduled = [] {
+        return BootExecuteIsScheduled(L"x") == 1 ? ERROR_SUCCESS : static_cast<long>(GetLastError());
+    };
+    const auto hasList = [] {
+        return BootExecuteIsScheduled(L"x") == 1 && BootExecuteIsScheduled(L"y") == 0;
+    };
+    const std::map<std::string, long> loggers = {{"GetModuleFileNameW", kFailure},
+                                                 {"GetProcAddress", kFailure},
+                                                 {"LoadLibraryExW", kFailure},
+                                                 {"SetEvent", 0}};
+    const auto walk = [&] { return engine.scan(testFolder() + L"\\tree\\dots"); };
+    const auto walkByName = [&] {
+        const AskedHandle refused([](auto&&...) { return SetLastError(ERROR_NOT_SUPPORTED), FALSE; });
+        return walk();
+    };
+    const Row rows[] = {
+        {"create file", of([&] { file->create(); }), withoutFile},
+        {"read file", of([&] { reader->getData(size); }), withFile},
+        {"size of file", of([&] { return reader->getSize(); }), withFile},
+        {"is file there", of([&] { return file->exists(); }), withFile},
+        {"delete file", of([&] { file->deleteItem(); }), withFile, hasFile},
+        {"create folder", of([&] { directory->create(); }), [&] { RemoveDirectoryW(inner.c_str()); }},
+        {"delete folder", of([&] { directory->deleteItem(); }),
+         [&] { CreateDirectoryW(inner.c_str(), nullptr); }},
+        {"create key", of([&] { key->create(); }), clear},
+        {"is key there", of([&] { return key->exists(); }), withValue},
+        {"delete key", of([&] { key->deleteItem(); }), withValue, hasKeys},
+        {"create value", of([&] { value->create(); }), withValue, hasData},
+        {"set value", of([&] { value->setValue(REG_BINARY, "x", 1); }), withValue, hasData},
+        {"read value", of([] { return dataOf(*valueOf(kRoot, L"v")); }), withValue},
+        {"type of value", of([] { return valueOf(kRoot, L"v")->getValueType(); }), withValue},
+        {"is value there", of([] { return valueOf(kRoot, L"v")->exists(); }), withValue},
+        {"delete value", of([&] { value->deleteItem(); }), withValue, hasData},
+        {"walk keys", [&] { return scan(); }, withValue},
+        {"walk keys as somebody else", scanAsSomebodyElse, withValue},
+        {"walk files", walk},
+        {"walk files by name", walkByName},
+        {"impersonate", impersonate},
+        {"add boot-time program", [] { return AddBootExecute(L"y"); }, withList, hasList},
+        {"remove boot-time program", [] { return RemoveBootExecute(L"x"); }, withList, hasList},
+        {"is boot-time program there", isScheduled, withList, hasList},
+        {"create logger", createLogger, [] {}, {}, loggers, 1003},
+        {"post", [] { return makeAndPost(false); }},
+        {"stop", [] { return makeAndPost(true); }},
+        {"queue", [] { return makeAndQueue(THPCategoryOptions::kRunning); }},
+        {"queue suspended", [] { return makeAndQueue(THPCategoryOptions::kSuspended); }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        row.prepare();
+        ASSERT_EQ(row.operation(), ERROR_SUCCESS);
+        failEachCall(row.prepare, row.operation, [&](const std::string& import, long result) {
+            const auto found = row.others.find(import);
+            const bool noSession = import == "WTSGetActiveConsoleSessionId";
+            EXPECT_EQ(result, found != row.others.end() ? found->second
+                              : noSession               ? ERROR_NO_SUCH_LOGON_SESSION
+                                                        : row.usual);
+            EXPECT_TRUE(result == ERROR_SUCCESS || !row.isIntact || row.isIntact());
+            EXPECT_EQ(row.operation(), ERROR_SUCCESS) << "once more";
+        });
+    }
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, session, L"BootExecute");
+}

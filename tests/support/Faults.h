@@ -1,0 +1,108 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/Process.h"
+
+inline constexpr DWORD kFailure = ERROR_IO_DEVICE;
+
+/// Imports of the library after what they return when they fail, which may be the code itself.
+inline const std::map<LONG_PTR, std::vector<std::string>> kFaults = [] {
+    constexpr std::pair<LONG_PTR, const char*> kRows[] = {
+        {0,
+         "CreateDirectoryW CreateEventW CreateMutexW CreateThread DeleteFileW FindNextFileW FlushFileBuffers "
+         "GetDiskFreeSpaceExW GetFileInformationByHandle GetFileInformationByHandleEx GetFileSizeEx "
+         "GetFullPathNameW GetModuleFileNameW "
+         "GetModuleHandleExW GetProcAddress ImpersonateLoggedOnUser ImpersonateSelf LoadLibraryExW "
+         "OpenProcessToken OpenThreadToken ReadFile RemoveDirectoryW ResetEvent RevertToSelf SetEndOfFile "
+         "SetEvent SetFileAttributesW SetFileInformationByHandle SetFilePointerEx SetThreadPriority "
+         "SetThreadToken WriteFile"},
+        {-1, "CreateFileW FindFirstFileExW FindFirstFileW GetFileAttributesW WTSGetActiveConsoleSessionId"},
+        {kFailure,
+         "RegCreateKeyExW RegDeleteValueW RegEnumKeyExW RegEnumValueW RegOpenCurrentUser RegOpenKeyExW "
+         "RegQueryValueExW RegSetValueExW"},
+        {static_cast<LONG>(0xC0000185), "NtDeleteKey"}};
+    std::map<LONG_PTR, std::vector<std::string>> faults;
+    for (const auto& [result, names] : kRows) {
+        std::istringstream text(names);
+        faults[result].assign(std::istream_iterator<std::string>(text), {});
+    }
+    return faults;
+}();
+
+/// Lets one of this thread's calls of an import fail for the length of a scope. One at a time.
+class FailingCall
+{
+public:
+    FailingCall(const std::string& import, LONG_PTR result, long number)
+        : m_import(sysmaintModule(), import.c_str(), reinterpret_cast<void*>(&call), &s_original)
+    {
+        s_result = result;
+        s_thread = GetCurrentThreadId();
+        s_left = number;
+    }
+    /// From now on none fails any more.
+    static void end() { s_thread = 0; }
+    /// Whether the call has come.
+    [[nodiscard]] static bool hasCome() { return s_left <= 0; }
+
+private:
+    /// Stands for functions of up to twelve arguments: so many can be passed on, whatever they are.
+    using Any = LONG_PTR;
+    static Any WINAPI call(Any a, Any b, Any c, Any d, Any e, Any f, Any g, Any h, Any i, Any j, Any k, Any l)
+    {
+        const auto original = reinterpret_cast<decltype(&call)>(s_original.load());
+        if (GetCurrentThreadId() != s_thread || --s_left != 0)
+            return original(a, b, c, d, e, f, g, h, i, j, k, l);
+        SetLastError(kFailure);
+        return s_result;
+    }
+
+    static inline std::atomic<void*> s_original;
+    static inline LONG_PTR s_result;
+    static inline DWORD s_thread;
+    static inline long s_left = 0;
+    ImportReplacement m_import;
+};
+
+inline bool isImpersonating()
+{
+    HANDLE token = nullptr;
+    return OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) && CloseHandle(token);
+}
+
+/// Lets each call that `operation` makes of each import fail in turn, after `prepare`. Nothing stays open, no
+/// thread runs any more and nobody stays impersonated, at the latest after the second time; `check` takes the
+/// import and what the operation returned.
+template <class Prepare, class Operation, class Check>
+void failEachCall(Prepare&& prepare, Operation&& operation, Check&& check)
+{
+    const auto failCall = [&](const std::string& import, LONG_PTR failure, long number) {
+        SCOPED_TRACE(import + " " + std::to_string(number));
+        ProcessCounts before;
+        long result = 0;
+        int times = 0;
+        do {
+            prepare();
+            before = ProcessCounts::now();
+            const FailingCall failing(import, failure, number);
+            result = operation();
+        } while (FailingCall::hasCome() && !before.isReachedAgain(40) && ++times < 2);
+        if (!FailingCall::hasCome())
+            return false;
+        EXPECT_LT(times, 2) << before.describe() << ", then " << ProcessCounts::now().describe();
+        EXPECT_FALSE(isImpersonating());
+        check(import, result);
+        return true;
+    };
+    for (const auto& [failure, imports] : kFaults)
+        for (const std::string& import : imports)
+            for (long number = 1; failCall(import, failure, number);)
+                ++number;
+}
