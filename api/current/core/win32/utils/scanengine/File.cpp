@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Removal.h"
 
 #define FILE_HEADER "core\\win32\\utils\\scanengine\\include\\File.h"
 
@@ -81,12 +82,14 @@ void File::deleteItem()
     HeldFolders held;
     placedStep(PLACE(FILE_HEADER, "File::deleteItem", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
-        const ItemLook now = ItemLook::at(target);
-        if (now.exists() && now.isFolder())
-            throw static_cast<long>(ERROR_ACCESS_DENIED); // what the call says to a folder
+        const auto look = [&] {
+            const ItemLook now = ItemLook::at(target);
+            if (now.exists() && now.isFolder())
+                throw static_cast<long>(ERROR_ACCESS_DENIED); // what the call says to a folder
+        };
+        look();
+        removal::removeByName(target, false, nullptr, look, [](HANDLE) { return true; });
     });
-    if (!DeleteFileW(target))
-        throw Exception(PLACE(FILE_HEADER, "File::deleteItem", __LINE__));
 }
 
 int File::exists() const

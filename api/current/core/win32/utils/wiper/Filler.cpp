@@ -3,6 +3,8 @@
 #include <winioctl.h>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/paths/include/Patience.h"
+#include "core/win32/utils/paths/include/Removal.h"
 
 namespace {
 [[noreturn]] void raiseLastError()
@@ -14,11 +16,7 @@ namespace {
 Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
     : m_wiper(wiper), m_path(path), m_target(m_path.c_str())
 {
-    // Were a link of that name planted there, it would be opened itself, not what it leads to.
-    m_file.reset(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_ALWAYS,
-                             FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    if (!m_file.isValid())
-        raiseLastError();
+    m_file = patientlyOpened(OPEN_ALWAYS, FILE_ATTRIBUTE_HIDDEN, wiper.m_cancelEvent);
     const bool isNew = GetLastError() != ERROR_ALREADY_EXISTS;
     bool isOurs = false;
     try {
@@ -83,16 +81,29 @@ long Wiper::Filler::deleteFillerFile() noexcept
 
 void Wiper::Filler::cutAndDelete() const
 {
-    {
-        const Win32Handle file(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
-                                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-        if (!file.isValid())
-            raiseLastError();
-        if (FileIdentity::of(file.get()) != m_identity)
+    const auto isOurs = [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; };
+    const auto requireOurs = [&](HANDLE opened) {
+        if (!isOurs(opened))
             throw WipeTarget::kAnotherFile;
+    };
+    {
+        const Win32Handle file = patientlyOpened(OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        requireOurs(file.get());
         if (!SetEndOfFile(file.get()))
             raiseLastError();
     }
-    if (!DeleteFileW(m_target))
-        raiseLastError();
+    removal::removeByName(
+        m_target, false, nullptr, [&] { requireOurs(OpenedItself(m_target).get()); }, isOurs);
+}
+
+/// A link of that name would be opened itself, not what it leads to.
+Win32Handle Wiper::Filler::patientlyOpened(DWORD disposition, DWORD attributes, HANDLE cancelEvent) const
+{
+    for (Patience patience(cancelEvent);;) {
+        Win32Handle file = openToDestroy(m_target, disposition, attributes | FILE_FLAG_OPEN_REPARSE_POINT);
+        if (file.isValid())
+            return file;
+        if (!patience.isWorthAnotherTry(GetLastError()))
+            raiseLastError();
+    }
 }

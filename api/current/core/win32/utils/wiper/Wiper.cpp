@@ -7,6 +7,7 @@
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/Directory.h"
 #include "core/win32/utils/scanengine/include/File.h"
@@ -189,9 +190,13 @@ long Wiper::WipeFile(const std::wstring& path)
         overwriteAndDelete(path);
         return ERROR_SUCCESS;
     });
-    // Another file than the one that was to go waits for nothing.
-    const bool isLeft = code != ERROR_SUCCESS && code != ERROR_CANCELLED && code != kStoppedOnSymlink &&
-                        code != WipeTarget::kAnotherFile;
+    // Another file than the one that was to go waits for nothing, and what is not there or about to go is
+    // not to be waited for: whoever takes its name later would be destroyed.
+    constexpr long kNothingToWaitFor[] = {
+        ERROR_SUCCESS,        ERROR_CANCELLED,      kStoppedOnSymlink, WipeTarget::kAnotherFile,
+        ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, kDeletePending};
+    const bool isLeft = std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), code) ==
+                        std::end(kNothingToWaitFor);
     if (isLeft && m_kind != kWipeDirectoryStack)
         schedule(path);
     return code;
@@ -207,7 +212,7 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (found.isLink())
-        return found.removeLink();
+        return found.remove(m_cancelEvent);
     if (found.isFolder()) // which the open would refuse, but not before its streams were gone
         throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
 
@@ -217,9 +222,16 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     // Before the file itself is open: its owner alone could open them then.
     if (wipeStreams(path, target, found))
         found.requireUnchanged();
-    const Win32Handle file = found.open();
-    overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")));
-    cut(file.get(), WIPER_PLACE("Wiper::WipeFile"));
+    Win32Handle file = found.open(m_cancelEvent);
+    try {
+        overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")));
+        cut(file.get(), WIPER_PLACE("Wiper::WipeFile"));
+    } catch (...) {
+        found.close(file);
+        throw;
+    }
+    if (!found.close(file))
+        found.requireGone(m_cancelEvent);
 }
 
 std::wstring Wiper::renameFile(const wchar_t* path) const
@@ -248,10 +260,15 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
             return any;
         const std::wstring full = owner + name.c_str();
         const Win32Path streamTarget(full.c_str());
-        const Win32Handle stream(CreateFileW(streamTarget, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!stream.isValid())
-            throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+        Win32Handle stream;
+        for (Patience patience(m_cancelEvent);;) {
+            stream.reset(CreateFileW(streamTarget, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+            if (stream.isValid())
+                break;
+            if (!patience.isWorthAnotherTry(GetLastError()))
+                throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+        }
         found.requireSame(stream.get()); // a stream has the number of its file
         const std::uint64_t size = sizeOf(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
         if (m_progress != nullptr)
@@ -356,8 +373,7 @@ long Wiper::wipeFolder(const std::wstring& path)
         throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), ERROR_DIRECTORY);
     if (!found.isLink() && wipeStreams(path, target, found))
         found.requireUnchanged();
-    if (!RemoveDirectoryW(target))
-        throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"));
+    found.remove(m_cancelEvent);
     return ERROR_SUCCESS;
 }
 

@@ -29,6 +29,7 @@ public:
 private:
     void checkFound(bool isNew);
     void cutAndDelete() const;
+    [[nodiscard]] Win32Handle patientlyOpened(DWORD disposition, DWORD attributes, HANDLE cancelEvent) const;
 
     Wiper& m_wiper;
     std::wstring m_path;
