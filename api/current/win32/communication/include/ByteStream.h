@@ -196,6 +196,7 @@ public:
             DWORD put = 0;
             if (!WriteFile(m_file, at, wanted, &put, nullptr) || put == 0)
                 return ERROR_WRITE_FAULT;
+            put = put < wanted ? put : wanted; // some systems tell more than they were given
             at += put;
             size -= put;
         }

@@ -16,9 +16,19 @@ FindHandle beginSearch(const wchar_t* mask, WIN32_FIND_DATAW& entry)
 {
     FindHandle search(FindFirstFileExW(mask, FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr,
                                        FIND_FIRST_EX_LARGE_FETCH));
-    // Systems that know neither basic information nor large fetches say so with this code.
-    if (!search.isValid() && GetLastError() == ERROR_INVALID_PARAMETER)
+    if (search.isValid())
+        return search;
+    switch (GetLastError()) {
+    // Systems and network file systems that know neither basic information nor large fetches say so.
+    case ERROR_INVALID_PARAMETER:
+    case ERROR_INVALID_FUNCTION:
+    case ERROR_NOT_SUPPORTED:
+    case ERROR_INVALID_LEVEL:
         search.reset(FindFirstFileW(mask, &entry));
+        break;
+    default:
+        break;
+    }
     return search;
 }
 } // namespace

@@ -48,6 +48,7 @@ WipeTarget::WipeTarget(const wchar_t* target) : m_target(target)
     m_identity = FileIdentity::of(found.get());
     m_isLink = found.isLink();
     m_isFolder = found.isFolder();
+    m_attributes = found.attributes();
     // One whose tag cannot be read may be no link, and would go without being overwritten.
     FILE_ATTRIBUTE_TAG_INFO tag;
     if (m_isLink && !GetFileInformationByHandleEx(found.get(), FileAttributeTagInfo, &tag, sizeof tag))

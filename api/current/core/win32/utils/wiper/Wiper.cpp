@@ -11,10 +11,12 @@
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/Directory.h"
 #include "core/win32/utils/scanengine/include/File.h"
+#include "core/win32/utils/wiper/include/AllocatedRanges.h"
 #include "core/win32/utils/wiper/include/FillPattern.h"
 #include "core/win32/utils/wiper/include/Filler.h"
 #include "core/win32/utils/wiper/include/ForceDelete.h"
 #include "core/win32/utils/wiper/include/StackPaths.h"
+#include "core/win32/utils/wiper/include/VolumeDevice.h"
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 
 #define WIPER_HEADER "core\\win32\\utils\\wiper\\include\\Wiper.h"
@@ -102,7 +104,8 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
             throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_BUSY);
         m_callback = callback;
         m_progress = callback != nullptr ? progress : nullptr;
-        m_method = method;
+        m_method = method & ~std::uint32_t{kWipeCloudFiles};
+        m_takesCloudFiles = (method & kWipeCloudFiles) != 0;
         m_passes = passes;
         m_cancelEvent = cancelEvent;
         m_ntdll = loadSystemModule(L"ntdll.dll");
@@ -194,7 +197,7 @@ long Wiper::WipeFile(const std::wstring& path)
     // not to be waited for: whoever takes its name later would be destroyed.
     constexpr long kNothingToWaitFor[] = {
         ERROR_SUCCESS,        ERROR_CANCELLED,      kStoppedOnSymlink, WipeTarget::kAnotherFile,
-        ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, kDeletePending};
+        ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, kDeletePending,    ERROR_FILE_OFFLINE};
     const bool isLeft = std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), code) ==
                         std::end(kNothingToWaitFor);
     if (isLeft && m_kind != kWipeDirectoryStack)
@@ -216,6 +219,9 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     if (found.isFolder()) // which the open would refuse, but not before its streams were gone
         throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
 
+    if (isFetchedOnAccess(found.attributes()) && !m_takesCloudFiles)
+        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_FILE_OFFLINE);
+
     // Once the file is open it is deleted, whatever happens: so first what may be missing.
     allocateBuffers();
     const std::wstring renamed = renameFile(path.c_str());
@@ -224,7 +230,8 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
         found.requireUnchanged();
     Win32Handle file = found.open(m_cancelEvent);
     try {
-        overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")));
+        overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")),
+                            (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
         cut(file.get(), WIPER_PLACE("Wiper::WipeFile"));
     } catch (...) {
         found.close(file);
@@ -273,7 +280,7 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
         const std::uint64_t size = sizeOf(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
         if (m_progress != nullptr)
             m_progress->total += size * m_passes;
-        overwriteRepeatedly(stream.get(), size);
+        overwriteRepeatedly(stream.get(), size, (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
         cut(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
     }
 }
@@ -283,9 +290,7 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
     return boundary::statusFrame([&]() -> long {
         throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
         allocateBuffers();
-        Filler filler(*this, fillerPath);
-        seek(filler.get(), 0, FILE_END, WIPER_PLACE("Wiper::WipeFreeSpace"));
-        std::uint64_t end = sizeOf(filler.get(), WIPER_PLACE("Wiper::WipeFreeSpace"));
+        Fillers fillers(*this, fillerPath);
         const Win32Path volume(folder.c_str());
         const auto readFree = [&] {
             ULARGE_INTEGER bytes{};
@@ -297,16 +302,22 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
         std::uint64_t free = readFree();
         while (free > 0 && !isCancelled(m_cancelEvent)) {
             const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(free, kChunkSize));
-            overwriteChunk(filler.get(), end, chunk);
-            end += chunk;
+            const bool isWritten = fillOn(fillers, chunk);
             const std::uint64_t before = free;
             free = readFree();
-            if (m_progress != nullptr) {
-                // What others took or freed meanwhile is less or more to write.
-                const std::uint64_t expected = m_progress->total + free + chunk;
-                m_progress->total = expected > before ? expected - before : 0;
+            // What others took or freed meanwhile is less or more to write.
+            correctTotal(before, free + (isWritten ? chunk : 0));
+            if (isWritten) {
+                addDone(chunk);
+                continue;
             }
-            addDone(chunk);
+            // On a live system somebody takes the last clusters while we write.
+            if (free < kChunkSize)
+                break;
+            // One that takes nothing to speak of: there is no room, whatever is told.
+            if (fillers.end() < kChunkSize)
+                throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"), ERROR_DISK_FULL);
+            fillers.beginNext();
         }
         throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
         if (m_progress != nullptr) {
@@ -314,8 +325,27 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
             const OutsideLibrary outside;
             m_callback(m_progress);
         }
-        return filler.deleteFillerFile();
+        return fillers.deleteFillerFiles();
     });
+}
+
+/// Appends a chunk. Returns whether all of it was written: not where the volume is full or the file can
+/// become no larger, and then what there was room for is overwritten in full.
+bool Wiper::fillOn(Fillers& fillers, std::uint32_t size)
+{
+    try {
+        overwriteChunk(fillers.get(), fillers.end(), size);
+        fillers.advance(size);
+        return true;
+    } catch (const Exception& raised) {
+        if (raised.getCode() != ERROR_DISK_FULL && raised.getCode() != ERROR_FILE_TOO_LARGE)
+            throw;
+    }
+    const std::uint64_t begin = fillers.end();
+    const auto taken = static_cast<std::uint32_t>(fillers.readEnd() - begin);
+    if (m_method == kWipeGutmann && taken != 0) // of which only the first pass is done
+        overwriteChunk(fillers.get(), begin, taken);
+    return false;
 }
 
 void Wiper::WipePartition(const wchar_t* path)
@@ -330,11 +360,23 @@ void Wiper::WipePartition(const wchar_t* path)
     volume.resize(2);
     allocateBuffers();
     const std::wstring device = L"\\\\.\\" + volume;
+    const std::uint64_t length = volumedevice::lengthOf(device.c_str());
     const Win32Handle file(CreateFileW(device.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
         throw Exception(WIPER_PLACE("Wiper::WipePartition"));
-    overwriteRepeatedly(file.get(), size.QuadPart);
+    volumedevice::takeOver(file.get(), m_cancelEvent);
+    std::uint64_t counted = size.QuadPart;
+    if (length > counted) { // what a quota allows ends anywhere
+        correctTotal(counted * m_passes, length * m_passes);
+        counted -= counted % volumedevice::kLargestSector;
+    }
+    for (std::uint32_t pass = 0; pass < m_passes; ++pass) {
+        overwriteRange(file.get(), 0, counted);
+        if (length > counted)
+            overwriteRange(file.get(), counted, length);
+        throwIfCancelled(WIPER_PLACE("Wiper::WipePartition"));
+    }
 }
 
 long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
@@ -377,18 +419,28 @@ long Wiper::wipeFolder(const std::wstring& path)
     return ERROR_SUCCESS;
 }
 
-void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size)
+void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size, bool isSparse)
 {
     for (std::uint32_t pass = 0; pass < m_passes; ++pass) {
-        seek(file, 0, FILE_BEGIN, WIPER_PLACE("Wiper::overwriteRepeatedly"));
-        for (std::uint64_t done = 0; done < size;) {
-            throwIfCancelled(WIPER_PLACE("Wiper::overwriteRepeatedly"));
-            const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, kChunkSize));
-            overwriteChunk(file, done, chunk);
-            done += chunk;
-            addDone(chunk);
+        AllocatedRanges ranges(file, size, isSparse);
+        while (ranges.next()) {
+            correctTotal(ranges.takeHole(), 0);
+            overwriteRange(file, ranges.begin(), ranges.end());
         }
+        correctTotal(ranges.takeHole(), 0);
         throwIfCancelled(WIPER_PLACE("Wiper::overwriteRepeatedly"));
+    }
+}
+
+void Wiper::overwriteRange(HANDLE file, std::uint64_t begin, std::uint64_t end)
+{
+    seek(file, begin, FILE_BEGIN, WIPER_PLACE("Wiper::overwriteRange"));
+    while (begin < end) {
+        throwIfCancelled(WIPER_PLACE("Wiper::overwriteRange"));
+        const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(end - begin, kChunkSize));
+        overwriteChunk(file, begin, chunk);
+        begin += chunk;
+        addDone(chunk);
     }
 }
 
@@ -430,6 +482,7 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
     for (std::uint32_t left = size, piece = size; left != 0;) {
         DWORD written = 0;
         const BOOL succeeded = WriteFile(file, at, std::min(piece, left), &written, nullptr);
+        written = std::min<DWORD>(written, left);
         if (succeeded && written != 0) {
             at += written;
             left -= written;
@@ -438,7 +491,8 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         }
         failure = succeeded ? ERROR_WRITE_FAULT : GetLastError();
         // A full volume may have room for a smaller piece yet: it is used before the failure is told.
-        if (failure != ERROR_DISK_FULL || m_kind != kWipeFreeSpace || piece <= kSmallestPiece)
+        const bool isFull = failure == ERROR_DISK_FULL || failure == ERROR_FILE_TOO_LARGE;
+        if (!isFull || m_kind != kWipeFreeSpace || piece <= kSmallestPiece)
             break;
         piece /= 2;
     }
@@ -446,6 +500,15 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         failure = GetLastError();
     if (failure != ERROR_SUCCESS)
         throw Exception(WIPER_PLACE("Wiper::writeAndFlush"), failure);
+}
+
+/// There is `found` to write where `expected` was counted.
+void Wiper::correctTotal(std::uint64_t expected, std::uint64_t found) noexcept
+{
+    if (m_progress == nullptr)
+        return;
+    const std::uint64_t total = m_progress->total + found;
+    m_progress->total = total > expected ? total - expected : 0;
 }
 
 void Wiper::addDone(std::uint64_t bytes)

@@ -45,6 +45,8 @@ public:
 
     [[nodiscard]] bool isLink() const noexcept { return m_isLink; }
     [[nodiscard]] bool isFolder() const noexcept { return m_isFolder; }
+    /// As they were when it was looked at.
+    [[nodiscard]] DWORD attributes() const noexcept { return m_attributes; }
 
     /// Removes a link, which may stand for a file or for a folder, or a folder: removal::removeByName for
     /// what was looked at. Raises the bare code.
@@ -69,6 +71,7 @@ private:
 
     const wchar_t* m_target;
     FileIdentity m_identity;
+    DWORD m_attributes;
     bool m_isLink;
     bool m_isFolder;
 };

@@ -1,0 +1,49 @@
+#include "core/win32/utils/wiper/include/VolumeDevice.h"
+
+#include <winioctl.h>
+
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Patience.h"
+
+namespace {
+[[noreturn]] void raiseLastError()
+{
+    throw static_cast<long>(GetLastError());
+}
+
+bool control(HANDLE device, DWORD code, void* result = nullptr, DWORD size = 0) noexcept
+{
+    DWORD returned = 0;
+    return DeviceIoControl(device, code, nullptr, 0, result, size, &returned, nullptr) != FALSE;
+}
+} // namespace
+
+std::uint64_t volumedevice::lengthOf(const wchar_t* device)
+{
+    const Win32Handle opened(CreateFileW(device, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!opened.isValid())
+        raiseLastError();
+    GET_LENGTH_INFORMATION length{};
+    if (control(opened.get(), IOCTL_DISK_GET_LENGTH_INFO, &length, sizeof length))
+        return static_cast<std::uint64_t>(length.Length.QuadPart);
+    switch (GetLastError()) {
+    case ERROR_INVALID_FUNCTION:
+    case ERROR_NOT_SUPPORTED:
+    case ERROR_INVALID_PARAMETER:
+        return 0;
+    default:
+        raiseLastError();
+    }
+}
+
+void volumedevice::takeOver(HANDLE volume, HANDLE cancelEvent)
+{
+    for (Patience patience(cancelEvent); !control(volume, FSCTL_LOCK_VOLUME);)
+        if (!patience.isWorthAnotherTry(GetLastError()))
+            raiseLastError();
+    if (!control(volume, FSCTL_DISMOUNT_VOLUME))
+        raiseLastError();
+    // Where it is refused, a write behind the file system's end tells.
+    control(volume, FSCTL_ALLOW_EXTENDED_DASD_IO);
+}
