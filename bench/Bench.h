@@ -70,6 +70,8 @@ BenchRows loadRows(BenchScale scale);
 /// Bytes of memory that are this process's alone. Under Wine those of them that were touched: what the kernel
 /// calls RssAnon and VmSwap.
 unsigned long long privateBytes();
+/// How long `work` takes.
+double seconds(const std::function<void()>& work);
 /// A folder for files that last from run to run, with a closing backslash.
 std::wstring temporaryFolder();
 /// A whole number of them and "thread" or what else is counted.

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Bench.h"
+#include "RuleTexts.h"
 #include "core/win32/utils/scanengine/include/File.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/scanengine/include/WildcardMatcher.h"
@@ -35,19 +36,19 @@ public:
         if (!m_files.empty())
             return;
         addTo(m_validator);
-        for (int i = 0; i < kFiles; ++i)
-            m_files.push_back(
-                std::make_unique<File>((L"C:\\Users\\somebody\\AppData\\Local\\Vendor\\Profile\\File " +
-                                        std::to_wstring(i * 7919) + (i % 10 == 0 ? L".t0" : L".Log"))
-                                           .c_str(),
-                                       0));
+        for (const std::string& path : ruleFiles())
+            m_files.push_back(std::make_unique<File>(wide(path).c_str(), 0));
     }
     void addTo(ScanValidator& validator)
     {
         m_names.clear();
         m_paths.clear();
-        for (int i = m_count - 1; i >= 0; --i)
-            add(validator, i);
+        for (const RuleText& rule : ruleTexts(m_count)) {
+            const std::wstring pattern = wide(rule.pattern);
+            validator.addFilter(pattern.c_str(), rule.isSubstring ? kMatchSubstring : kMatchWildcard,
+                                rule.isPath ? kMatchPath : kMatchName, kLeafItems);
+            (rule.isPath ? m_paths : m_names).push_back(rule.isSubstring ? L"*" + pattern + L"*" : pattern);
+        }
     }
 
     /// How the first files are asked about, over and over again.
@@ -56,7 +57,7 @@ public:
     {
         long accepted = 0;
         for (long i = 0; i < times; ++i)
-            accepted += accepts(*m_files[static_cast<std::size_t>(i % kFiles)]) ? 1 : 0;
+            accepted += accepts(*m_files[static_cast<std::size_t>(i) % m_files.size()]) ? 1 : 0;
         require(accepted == (times + 9) / 10, "the files that are accepted are not those that should");
     }
     void askFirst(const ScanValidator& validator) const
@@ -85,28 +86,7 @@ public:
     }
 
 private:
-    static constexpr int kFiles = 1000;
-
-    void add(ScanValidator& validator, int i)
-    {
-        const std::wstring number = std::to_wstring(i);
-        if (i % 10 == 6) {
-            validator.addFilter((L"\\Cache" + number + L"\\").c_str(), kMatchSubstring, kMatchPath,
-                                kLeafItems);
-            m_paths.push_back(L"*\\Cache" + number + L"\\*");
-            return;
-        }
-        if (i % 10 == 7) {
-            m_paths.push_back(L"C:\\Windows\\Logs" + number + L"\\*");
-            validator.addFilter(m_paths.back().c_str(), kMatchWildcard, kMatchPath, kLeafItems);
-            return;
-        }
-        m_names.push_back(i % 10 < 4    ? L"*.t" + number
-                          : i % 10 < 6  ? L"Thumbs" + number + L".db"
-                          : i % 10 == 8 ? L"Setup" + number + L"*.log"
-                                        : L"report" + number + L"_?.t[mn]p");
-        validator.addFilter(m_names.back().c_str(), kMatchWildcard, kMatchName, kLeafItems);
-    }
+    static std::wstring wide(const std::string& text) { return {text.begin(), text.end()}; }
 
     int m_count;
     ScanValidator m_validator;
@@ -166,27 +146,32 @@ void addRuleRows(BenchRows& rows, BenchScale scale)
                               most->addTo(*fresh);
                           }});
 }
+
+/// Paths of which every other one has the ending that is looked for.
+struct PathTexts
+{
+    std::vector<std::wstring> all;
+    unsigned long long withEight = 0;
+
+    void make(long count)
+    {
+        for (long i = static_cast<long>(all.size()); i < count; ++i) {
+            const std::wstring& text =
+                all.emplace_back(L"C:\\Users\\somebody\\AppData\\Local\\Vendor\\Cache\\File " +
+                                 std::to_wstring(i * 7919LL) + (i % 2 == 0 ? L".Tmp" : L".Log"));
+            withEight += text.find(L"8.Tmp") != std::wstring::npos ? 1 : 0;
+        }
+        require(withEight != 0 && withEight != all.size(),
+                "a text of which all or none are found tells little");
+    }
+};
 } // namespace
 
 BenchRows matchingRows(BenchScale scale)
 {
-    struct Texts
-    {
-        std::vector<std::wstring> all;
-        unsigned long long withEight = 0;
-    };
-    const auto texts = std::make_shared<Texts>();
+    const auto texts = std::make_shared<PathTexts>();
     const long count = scale(1000000);
-    const auto prepare = [=] {
-        for (long i = static_cast<long>(texts->all.size()); i < count; ++i) {
-            const std::wstring& text =
-                texts->all.emplace_back(L"C:\\Users\\somebody\\AppData\\Local\\Vendor\\Cache\\File " +
-                                        std::to_wstring(i * 7919LL) + (i % 2 == 0 ? L".Tmp" : L".Log"));
-            texts->withEight += text.find(L"8.Tmp") != std::wstring::npos ? 1 : 0;
-        }
-        require(texts->withEight != 0 && texts->withEight != texts->all.size(),
-                "a text of which all or none are found tells little");
-    };
+    const auto prepare = [=] { texts->make(count); };
     const unsigned long long half = static_cast<unsigned long long>((count + 1) / 2);
     const std::wstring name = L"*.tmp";
     const std::wstring part = L"8.tMP";

@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 #include <string>
 
 #include "Bench.h"
 #include "CountingHandler.h"
+#include "core/win32/utils/scanengine/include/File.h"
 
 namespace {
 /// Looks now and then at how much memory is in use.
@@ -131,6 +133,85 @@ std::wstring rules(const wchar_t* extension, const wchar_t* last)
         text += L"*" + std::to_wstring(i) + extension + L",";
     return text + last;
 }
+
+/// The same patterns for PathMatchSpecW, one after the other.
+struct PatternLists
+{
+    PatternLists(const std::wstring& filterText, const std::wstring& ignoreText)
+        : filters(list(filterText)), ignores(list(ignoreText))
+    {
+    }
+    [[nodiscard]] bool accept(const wchar_t* name) const
+    {
+        return matches(filters, name) && !matches(ignores, name);
+    }
+
+    static std::vector<std::wstring> list(const std::wstring& text)
+    {
+        std::vector<std::wstring> patterns;
+        for (std::size_t at = 0; at <= text.size();) {
+            const std::size_t end = std::min(text.find(L',', at), text.size());
+            patterns.push_back(text.substr(at, end - at));
+            at = end + 1;
+        }
+        return patterns;
+    }
+    static bool matches(const std::vector<std::wstring>& patterns, const wchar_t* name)
+    {
+        return std::any_of(patterns.begin(), patterns.end(), [&](const std::wstring& pattern) {
+            return PathMatchSpecW(name, pattern.c_str()) != 0;
+        });
+    }
+
+    std::vector<std::wstring> filters;
+    std::vector<std::wstring> ignores;
+};
+
+void iteratorWalk(const std::wstring& root, unsigned long long entries)
+{
+    unsigned long long count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+        static_cast<void>(entry);
+        ++count;
+    }
+    require(count == entries, "the iterator did not find what is there");
+}
+
+/// What the rules alone cost for the files of the tree, without the disk.
+BenchRow askedRow(BenchScale scale, const std::wstring& filters, const std::wstring& ignores)
+{
+    struct Asked
+    {
+        std::vector<std::unique_ptr<File>> files;
+        std::vector<std::wstring> names;
+    };
+    const auto asked = std::make_shared<Asked>();
+    const long count = scale(100000);
+    const PatternLists lists(filters, ignores);
+    const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters.c_str(), ignores.c_str()));
+    const auto accepted = [=](auto&& accepts) {
+        long found = 0;
+        for (long i = 0; i < count; ++i)
+            found += accepts(static_cast<std::size_t>(i)) ? 1 : 0;
+        require(found == (count + 2) / 3 - (count + 29) / 30,
+                "the files that are accepted are not those that should");
+    };
+    return {"the rules alone: 20 filters and 20 ignore rules",
+            "PathMatchSpecW per rule",
+            10,
+            static_cast<double>(count),
+            [=] { accepted([&](std::size_t i) { return validator->validate(*asked->files[i]); }); },
+            [=] { accepted([&](std::size_t i) { return lists.accept(asked->names[i].c_str()); }); },
+            [=] {
+                for (long i = static_cast<long>(asked->files.size()); i < count; ++i) {
+                    asked->names.push_back(L"document " + std::to_wstring(i) +
+                                           (i % 3 == 0 ? L".tmp" : L".dat"));
+                    const std::wstring path =
+                        L"C:\\tree\\folder" + std::to_wstring(i / 100) + L"\\" + asked->names.back();
+                    asked->files.push_back(std::make_unique<File>(path.c_str(), 0));
+                }
+            }};
+}
 } // namespace
 
 BenchRows memoryRows(BenchScale scale)
@@ -164,55 +245,38 @@ BenchRows walkRows(BenchScale scale)
 
     const std::wstring filters = rules(L".bak", L"*.tmp");
     const std::wstring ignores = rules(L".keep", L"*0.tmp");
-    const auto list = [](const std::wstring& text) {
-        std::vector<std::wstring> patterns;
-        for (std::size_t at = 0; at <= text.size();) {
-            const std::size_t end = std::min(text.find(L',', at), text.size());
-            patterns.push_back(text.substr(at, end - at));
-            at = end + 1;
-        }
-        return patterns;
+    const PatternLists lists(filters, ignores);
+    const auto bare = [=] {
+        unsigned long long count = 0;
+        bareWalk(root, [&](const wchar_t*, bool) { ++count; });
+        require(count == entries, "the bare loop did not find what is there");
     };
-    const auto filterList = list(filters);
-    const auto ignoreList = list(ignores);
+    const auto bareFiltered = [=] {
+        unsigned long long count = 0;
+        bareWalk(root, [&](const wchar_t* name, bool isFolder) {
+            count += isFolder || lists.accept(name) ? 1 : 0;
+        });
+        require(count == accepted, "the filtered loop did not find what is there");
+    };
 
     BenchRows rows;
     rows.timed = {
-        {"walk, counting handler", "bare FindFirstFileW loop", 0.65, operations,
-         countingWalk(root, L"", L"", entries),
-         [=] {
-             unsigned long long count = 0;
-             bareWalk(root, [&](const wchar_t*, bool) { ++count; });
-             require(count == entries, "the bare loop did not find what is there");
-         },
-         prepare},
+        {"walk, counting handler", "bare FindFirstFileW loop", 0.85, operations,
+         countingWalk(root, L"", L"", entries), bare, prepare},
         {"walk, counting handler", "std::filesystem recursive iterator", 1.0, operations,
-         countingWalk(root, L"", L"", entries),
-         [=] {
-             unsigned long long count = 0;
-             for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-                 static_cast<void>(entry);
-                 ++count;
-             }
-             require(count == entries, "the iterator did not find what is there");
-         },
-         prepare},
+         countingWalk(root, L"", L"", entries), [=] { iteratorWalk(root, entries); }, prepare},
         {"walk, 20 filters and 20 ignore rules", "the bare loop, PathMatchSpecW per rule", 2.0, operations,
-         countingWalk(root, filters, ignores, accepted),
-         [=] {
-             unsigned long long count = 0;
-             const auto matches = [](const std::vector<std::wstring>& patterns, const wchar_t* name) {
-                 for (const std::wstring& pattern : patterns)
-                     if (PathMatchSpecW(name, pattern.c_str()))
-                         return true;
-                 return false;
-             };
-             bareWalk(root, [&](const wchar_t* name, bool isFolder) {
-                 count += isFolder || (matches(filterList, name) && !matches(ignoreList, name)) ? 1 : 0;
-             });
-             require(count == accepted, "the filtered loop did not find what is there");
-         },
-         prepare},
+         countingWalk(root, filters, ignores, accepted), bareFiltered, prepare},
+        askedRow(scale, filters, ignores),
     };
+    rows.figures = {{"what 20 filters and 20 ignore rules add", "what PathMatchSpecW per rule adds", "ns", 0,
+                     FigureRow::Of::Median,
+                     [=] {
+                         tree.make();
+                         return (seconds(countingWalk(root, filters, ignores, accepted)) -
+                                 seconds(countingWalk(root, L"", L"", entries))) /
+                                operations * 1e9;
+                     },
+                     [=] { return (seconds(bareFiltered) - seconds(bare)) / operations * 1e9; }}};
     return rows;
 }

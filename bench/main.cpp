@@ -19,18 +19,6 @@
 namespace {
 constexpr int kTurns = 5;
 
-double seconds(const std::function<void()>& work)
-{
-    LARGE_INTEGER frequency;
-    LARGE_INTEGER begin;
-    LARGE_INTEGER end;
-    QueryPerformanceFrequency(&frequency);
-    QueryPerformanceCounter(&begin);
-    work();
-    QueryPerformanceCounter(&end);
-    return static_cast<double>(end.QuadPart - begin.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
-
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -142,6 +130,18 @@ void measure(const FigureRow& row, int turns, bool json)
 
 std::atomic<unsigned long long> g_consumed{0};
 } // namespace
+
+double seconds(const std::function<void()>& work)
+{
+    LARGE_INTEGER frequency;
+    LARGE_INTEGER begin;
+    LARGE_INTEGER end;
+    QueryPerformanceFrequency(&frequency);
+    QueryPerformanceCounter(&begin);
+    work();
+    QueryPerformanceCounter(&end);
+    return static_cast<double>(end.QuadPart - begin.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
 
 void consume(unsigned long long value)
 {

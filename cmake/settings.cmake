@@ -1,18 +1,21 @@
 # What every target of the build is compiled and linked with.
-add_library(settings INTERFACE)
-target_compile_definitions(settings INTERFACE
+add_library(sysmaint_settings INTERFACE)
+target_compile_definitions(sysmaint_settings INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)
 
 if(MSVC)
-    target_compile_options(settings INTERFACE /W4 /WX /utf-8 /permissive- /Zc:__cplusplus)
+    target_compile_options(sysmaint_settings INTERFACE /W4 /utf-8 /permissive- /Zc:__cplusplus)
     set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
 else()
-    target_compile_options(settings INTERFACE -Wall -Wextra -Werror)
+    target_compile_options(sysmaint_settings INTERFACE -Wall -Wextra)
     # The runtime is linked in, without its symbols for a debugger.
-    target_link_options(settings INTERFACE -static $<$<CONFIG:Release>:-s>)
+    target_link_options(sysmaint_settings INTERFACE -static $<$<CONFIG:Release>:-s>)
     if(SYSMAINT_TRAP_UNDEFINED)
         # No sanitizer runtime exists for this target; trap mode needs none.
-        target_compile_definitions(settings INTERFACE _GLIBCXX_ASSERTIONS)
-        target_compile_options(settings INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+        target_compile_definitions(sysmaint_settings INTERFACE _GLIBCXX_ASSERTIONS)
+        target_compile_options(sysmaint_settings INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
     endif()
+endif()
+if(PROJECT_IS_TOP_LEVEL) # another compiler's new warning does not stop somebody else's build
+    target_compile_options(sysmaint_settings INTERFACE $<IF:$<CXX_COMPILER_ID:MSVC>,/WX,-Werror>)
 endif()

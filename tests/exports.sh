@@ -1,13 +1,22 @@
 #!/usr/bin/env bash
-# The library exports what tests/exports.txt lists, and nothing else: tests/exports.sh SYSMAINT.DLL [--renew]
+# The library exports what the lists in tests/exports name, one for each file in exports/, and nothing else:
+#   tests/exports.sh SYSMAINT.DLL [--renew]
+# With --renew the lists are written anew, from what the objects beside the library define.
 set -euo pipefail
-list=$(dirname "${BASH_SOURCE[0]}")/exports.txt
+lists=$(dirname "${BASH_SOURCE[0]}")/exports
 exports() {
     x86_64-w64-mingw32-objdump -p "$1" | sed -n '/Ordinal.Name Pointer. Table/,/^$/s/^\s*\[ *[0-9]*\] \(+base\[ *[0-9]*\] *[0-9a-f]* *\)\?//p' |
         x86_64-w64-mingw32-c++filt | LC_ALL=C sort
 }
 if [ "${2:-}" = --renew ]; then
-    exports "$1" >"$list"
-else
-    diff "$list" <(exports "$1") || { echo "If that is meant: tests/exports.sh $1 --renew"; exit 1; }
+    rm -f "$lists"/*.txt
+    for object in "$(dirname "$1")"/../CMakeFiles/sysmaint_core.dir/api/current/exports/*.cpp.obj; do
+        module=$(basename "$object" .cpp.obj)
+        x86_64-w64-mingw32-nm -C --defined-only --extern-only "$object" | sed 's/^[0-9a-f]* T //;t;d' |
+            LC_ALL=C sort | LC_ALL=C comm -12 - <(exports "$1") >"$lists/$module.txt"
+    done
 fi
+diff <(cat "$lists"/*.txt | LC_ALL=C sort) <(exports "$1") || {
+    echo "If that is meant: tests/exports.sh $1 --renew"
+    exit 1
+}

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "support/Process.h"
 #include "support/Threads.h"
 
@@ -188,6 +189,18 @@ TEST(ObjectManager, LoadAndDumpRequests)
     // Every request gave its opening back.
     EXPECT_NE(table.close(handle), 0);
     EXPECT_EQ(table.getCount(), 0U);
+}
+
+TEST(ObjectTable, TablesAreDestroyedBeforeThoseThatTheirObjectsHold)
+{
+    std::map<std::string_view, int> order;
+    int number = 0;
+    for (const auto* table = AnyObjectTable::getFirst(); table != nullptr; table = table->getNext())
+        EXPECT_TRUE(order.emplace(table->getClassName(), ++number).second) << table->getClassName();
+    EXPECT_EQ(order["MessageTopic"], 1) << "its handlers may hold anything";
+    EXPECT_EQ(order["ThreadPool"], number);
+    for (const char* engine : {"FileScanEngine", "RegistryScanEngine"})
+        EXPECT_LT(order.at(engine), order.at("ScanItem"));
 }
 
 // Failing kernel calls of the table's lock: the code arrives, nothing has changed.

@@ -45,14 +45,23 @@ struct FailingCall
         LONG_PTR result;
     };
     static constexpr Failure kFailures[] = {
-        {"CreateFileW", -1},       {"FindFirstFileW", -1},
-        {"FindFirstFileExW", -1},  {"FindNextFileW", 0},
-        {"GetFullPathNameW", 0},   {"GetFileAttributesW", -1},
-        {"SetFileAttributesW", 0}, {"GetFileInformationByHandle", 0},
-        {"RemoveDirectoryW", 0},   {"SetFileInformationByHandle", 0},
-        {"DeleteFileW", 0},        {"WriteFile", 0},
-        {"SetEndOfFile", 0},       {"RegOpenKeyExW", ERROR_ACCESS_DENIED},
-        {"NtDeleteKey", -1},       {"RegDeleteValueW", ERROR_ACCESS_DENIED},
+        {"CreateFileW", -1},
+        {"FindFirstFileW", -1},
+        {"FindFirstFileExW", -1},
+        {"FindNextFileW", 0},
+        {"GetFileInformationByHandleEx", 0},
+        {"GetFullPathNameW", 0},
+        {"GetFileAttributesW", -1},
+        {"SetFileAttributesW", 0},
+        {"GetFileInformationByHandle", 0},
+        {"RemoveDirectoryW", 0},
+        {"SetFileInformationByHandle", 0},
+        {"DeleteFileW", 0},
+        {"WriteFile", 0},
+        {"SetEndOfFile", 0},
+        {"RegOpenKeyExW", ERROR_ACCESS_DENIED},
+        {"NtDeleteKey", -1},
+        {"RegDeleteValueW", ERROR_ACCESS_DENIED},
     };
     static inline std::atomic<int> left;
     static inline LONG_PTR result;

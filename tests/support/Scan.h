@@ -8,12 +8,33 @@
 #include <vector>
 
 #include "core/win32/utils/scanengine/api.h"
+#include "support/ImportReplacement.h"
 #include "support/Process.h"
 
 /// The validator that accepts everything.
 inline SharedPtr<IScanValidator> everything()
 {
     return SharedPtr<IScanValidator>(DllGetScanValidator());
+}
+
+/// The question by which the library lists a folder, among others.
+using AskedHandle = CountedImport<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)>;
+
+/// A hook for it: shows each entry that the system lists to `change`.
+inline auto changingEntries(std::function<void(FILE_ID_BOTH_DIR_INFO&)> change)
+{
+    return [change](auto original, HANDLE file, FILE_INFO_BY_HANDLE_CLASS question, void* answer,
+                    DWORD size) {
+        const BOOL result = original(file, question, answer, size);
+        const bool lists = question == FileIdBothDirectoryInfo || question == FileIdBothDirectoryRestartInfo;
+        for (DWORD offset = result && lists ? 1 : 0; offset != 0;) {
+            auto& entry = *static_cast<FILE_ID_BOTH_DIR_INFO*>(answer);
+            offset = entry.NextEntryOffset;
+            answer = static_cast<char*>(answer) + offset;
+            change(entry);
+        }
+        return result;
+    };
 }
 
 /// Collects what a scan reports, apart from it what could not be listed, and does on each item what the test

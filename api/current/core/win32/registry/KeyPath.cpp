@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
 namespace {
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kLongestStep = 16383; // leaves room for what the system puts in front
@@ -84,6 +86,6 @@ RegistryKeyHandle keypath::itself(HKEY key)
     HANDLE copy = nullptr;
     if (!DuplicateHandle(GetCurrentProcess(), key, GetCurrentProcess(), &copy, 0, FALSE,
                          DUPLICATE_SAME_ACCESS))
-        throw static_cast<long>(GetLastError());
+        raiseLastError();
     return RegistryKeyHandle(static_cast<HKEY>(copy));
 }

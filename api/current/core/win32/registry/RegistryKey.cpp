@@ -11,18 +11,13 @@
 // The platform headers leave it out, though its counterparts for files are there.
 extern "C" NTSTATUS NTAPI NtDeleteKey(HANDLE key);
 
-#define REGISTRY_KEY_HEADER "core\\win32\\registry\\include\\RegistryKey.h"
+constexpr char kRegistryKeyHeader[] = "core\\win32\\registry\\include\\RegistryKey.h";
 
 using namespace primitives;
 
 namespace {
 constexpr DWORD kLongestKeyName = 255;
 constexpr REGSAM kDeleteAccess = DELETE | KEY_ENUMERATE_SUB_KEYS;
-
-void requireStatus(LSTATUS status)
-{
-    requireSuccess(static_cast<long>(status));
-}
 
 std::uint32_t rootNumber(HKEY root) noexcept
 {
@@ -39,7 +34,7 @@ HKEY rootFromNumber(std::uint32_t number)
          {HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CURRENT_CONFIG})
         if (rootNumber(root) == number)
             return root;
-    throw static_cast<long>(ERROR_INVALID_DATA);
+    raiseCode(ERROR_INVALID_DATA);
 }
 
 /// Gives the first sub-key of `key`: the others move up when that is deleted. Returns false when there is
@@ -51,11 +46,11 @@ bool findFirstSubKey(HKEY key, std::wstring& found)
     const LSTATUS status = RegEnumKeyExW(key, 0, name, &length, nullptr, nullptr, nullptr, nullptr);
     if (status == ERROR_NO_MORE_ITEMS || status == ERROR_KEY_DELETED)
         return false;
-    requireStatus(status);
+    requireSuccess(status);
     found.assign(name, length);
     // Win32 would open, and deleteTree delete, the key whose name is the part before the zero.
     if (found.find(L'\0') != std::wstring::npos)
-        throw static_cast<long>(ERROR_INVALID_NAME);
+        raiseCode(ERROR_INVALID_NAME);
     return true;
 }
 
@@ -86,16 +81,16 @@ void deleteTree(RegistryKeyHandle&& top)
                 continue;
             }
             if (status != ERROR_KEY_DELETED) { // or else the key at hand is gone
-                requireStatus(status);
+                requireSuccess(status);
                 if (keypath::isStandIn(opened, level.key.get()))
-                    throw static_cast<long>(ERROR_NOT_SUPPORTED);
+                    raiseCode(ERROR_NOT_SUPPORTED);
                 levels.push_back({RegistryKeyHandle(opened), {}});
                 continue;
             }
         }
         const auto deleted = static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(level.key.get())));
         if (deleted != ERROR_KEY_DELETED)
-            requireStatus(deleted);
+            requireSuccess(deleted);
         levels.pop_back();
     }
 }
@@ -151,10 +146,10 @@ RegistryKey::RegistryKey(const RegistryKey& parent, HeapStringW&& subKey)
 RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, unsigned long options)
     : ScanItem(type), m_root(root), m_options(options)
 {
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::RegistryKey", __LINE__), [&] {
+    placedStep(PLACE(kRegistryKeyHeader, "RegistryKey::RegistryKey", __LINE__), [&] {
         const unsigned long views = kRegistryView64 | kRegistryView32;
         if (root == nullptr || subKey == nullptr || (options & views) == views)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         setPath(subKey, 0);
     });
 }
@@ -235,14 +230,14 @@ HKEY RegistryKey::userHive() const
             return m_userHive->get();
     }
     HKEY hive = nullptr;
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::getHKEY", __LINE__), [&] {
+    placedStep(PLACE(kRegistryKeyHeader, "RegistryKey::getHKEY", __LINE__), [&] {
         ThreadIdentity identity;
         requireSuccess(impersonateLoggedOnUser());
         const LSTATUS status = RegOpenCurrentUser(KEY_READ, &hive);
         RegistryKeyHandle opened(status == ERROR_SUCCESS ? hive : nullptr);
         requireSuccess(
             identity.restore()); // comes first: a thread that stays somebody else is the worse failure
-        requireStatus(status);
+        requireSuccess(status);
         const UserHive shared = makeShared<RegistryKeyHandle>(std::move(opened));
         const WriteLocker locker(m_lock);
         if (!m_userHive)
@@ -261,14 +256,14 @@ REGSAM RegistryKey::view() const noexcept
 void RegistryKey::requireWritable() const
 {
     if ((m_options & kRegistryReadOnly) != 0)
-        throw static_cast<long>(ERROR_ACCESS_DENIED);
+        raiseCode(ERROR_ACCESS_DENIED);
 }
 
 RegistryKeyHandle RegistryKey::openIn(HKEY root, const wchar_t* subKey, REGSAM access, DWORD options) const
 {
     HKEY key = nullptr;
-    requireStatus(keypath::open(root, subKey, options | (m_isFound ? REG_OPTION_OPEN_LINK : 0U),
-                                access | view(), &key));
+    requireSuccess(keypath::open(root, subKey, options | (m_isFound ? REG_OPTION_OPEN_LINK : 0U),
+                                 access | view(), &key));
     return RegistryKeyHandle(key);
 }
 
@@ -296,7 +291,7 @@ RegistryKeyHandle RegistryKey::openToChange(Change change, REGSAM access, DWORD 
     RegistryKeyHandle key =
         openIn(root, isClass ? classPath(subKey()).c_str() : path().getPath(), access, options);
     if (keypath::isStandIn(key.get(), root))
-        throw static_cast<long>(ERROR_NOT_SUPPORTED);
+        raiseCode(ERROR_NOT_SUPPORTED);
     return key;
 }
 
@@ -317,7 +312,7 @@ HKEY RegistryKey::onlyClassHive() const
     const HeapStringW path = classPath(subKey());
     const bool isUsers = user != nullptr && isThereIn(user, path.c_str());
     if (isUsers && isThereIn(HKEY_LOCAL_MACHINE, path.c_str()))
-        throw static_cast<long>(ERROR_NOT_SUPPORTED);
+        raiseCode(ERROR_NOT_SUPPORTED);
     return isUsers ? user : HKEY_LOCAL_MACHINE;
 }
 
@@ -342,29 +337,29 @@ bool RegistryKey::isThereIn(HKEY root, const wchar_t* subKey) const
     const LSTATUS status = keypath::open(root, subKey, REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE | view(), &key);
     const RegistryKeyHandle opened(key);
     if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
-        throw static_cast<long>(status);
+        raiseCode(status);
     return !keypath::isMissing(status);
 }
 
 void RegistryKey::create()
 {
-    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::create", __LINE__), [&] {
+    placedOperation(PLACE(kRegistryKeyHeader, "RegistryKey::create", __LINE__), [&] {
         requireWritable();
         const bool isClass = m_root == HKEY_CLASSES_ROOT;
         HKEY key = nullptr;
-        requireStatus(keypath::create(isClass ? nearestClassHive() : getHKEY(),
-                                      isClass ? classPath(subKey()).c_str() : path().getPath(),
-                                      MAXIMUM_ALLOWED | view(), &key));
+        requireSuccess(keypath::create(isClass ? nearestClassHive() : getHKEY(),
+                                       isClass ? classPath(subKey()).c_str() : path().getPath(),
+                                       MAXIMUM_ALLOWED | view(), &key));
         const RegistryKeyHandle created(key);
     });
 }
 
 void RegistryKey::deleteItem()
 {
-    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::deleteItem", __LINE__), [&] {
+    placedOperation(PLACE(kRegistryKeyHeader, "RegistryKey::deleteItem", __LINE__), [&] {
         requireWritable();
         if (withoutBackslashes(subKey()).empty())
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
         // What a caller's own handle shows may be the keys of two hives.
         deleteTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
@@ -374,7 +369,7 @@ void RegistryKey::deleteItem()
 int RegistryKey::exists() const
 {
     int found = 0;
-    placedOperation(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::exists", __LINE__),
+    placedOperation(PLACE(kRegistryKeyHeader, "RegistryKey::exists", __LINE__),
                     [&] { found = openExisting(KEY_READ).isValid() ? 1 : 0; });
     return found;
 }
@@ -382,7 +377,7 @@ int RegistryKey::exists() const
 long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
 {
     ScanItem::dump(code, stream);
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::dump", __LINE__), [&] {
+    placedStep(PLACE(kRegistryKeyHeader, "RegistryKey::dump", __LINE__), [&] {
         writeU32(stream, isNamedRoot() ? rootNumber(m_root) : 0);
         writeU32(stream, m_options);
     });
@@ -405,12 +400,12 @@ long RegistryKey::load(unsigned long code, IInputByteStream& stream)
     const FullPathReset reset(*this); // ends after the path is put back
     KeptState kept(*this);
     ScanItem::load(code, stream);
-    placedStep(PLACE(REGISTRY_KEY_HEADER, "RegistryKey::load", __LINE__), [&] {
+    placedStep(PLACE(kRegistryKeyHeader, "RegistryKey::load", __LINE__), [&] {
         const HKEY root = rootFromNumber(readU32(stream));
         const unsigned long options = readU32(stream);
         const unsigned long views = kRegistryView64 | kRegistryView32;
         if ((options & views) == views)
-            throw static_cast<long>(ERROR_INVALID_DATA);
+            raiseCode(ERROR_INVALID_DATA);
         const WriteLocker locker(m_lock);
         m_root = root;
         m_options = options;

@@ -8,7 +8,7 @@
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/RegistryValue.h"
 
-#define REGISTRY_PATH_HEADER "core\\win32\\registry\\include\\RegistryPath.h"
+constexpr char kRegistryPathHeader[] = "core\\win32\\registry\\include\\RegistryPath.h";
 
 namespace {
 constexpr DWORD kLongestName = 16383; // of a value; keys have 255
@@ -55,7 +55,7 @@ RegistryPath::RegistryPath(HKEY root, const wchar_t* subKey, unsigned long optio
 
 const char* RegistryPath::scanPlace() const noexcept
 {
-    return PLACE(REGISTRY_PATH_HEADER, "RegistryPath::scan", __LINE__);
+    return PLACE(kRegistryPathHeader, "RegistryPath::scan", __LINE__);
 }
 
 RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
@@ -79,7 +79,7 @@ RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
     if (!isRoot && keypath::isMissing(status))
         return RegistryKeyHandle(); // deleted since it was found
     if (status != ERROR_SUCCESS)
-        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
+        throw ListingFailure{Exception(PLACE(kRegistryPathHeader, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(status))};
     return RegistryKeyHandle(keypath::isStandIn(opened, root) ? nullptr : opened);
 }
@@ -94,7 +94,7 @@ void RegistryPath::list(Walk& walk)
     const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(key.get(), walk);
     const LSTATUS failed = values != ERROR_SUCCESS && !keypath::isMissing(values) ? values : keys;
     if (failed != ERROR_SUCCESS && !keypath::isMissing(failed))
-        throw ListingFailure{Exception(PLACE(REGISTRY_PATH_HEADER, "RegistryPath::list", __LINE__),
+        throw ListingFailure{Exception(PLACE(kRegistryPathHeader, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(failed)),
                              values != ERROR_ACCESS_DENIED || keys != ERROR_ACCESS_DENIED};
 }

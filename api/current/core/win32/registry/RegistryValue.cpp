@@ -1,24 +1,24 @@
 #include "core/win32/registry/include/RegistryValue.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
-#define REGISTRY_VALUE_HEADER "core\\win32\\registry\\include\\RegistryValue.h"
+#include "core/win32/registry/include/ValueData.h"
+
+constexpr char kRegistryValueHeader[] = "core\\win32\\registry\\include\\RegistryValue.h";
 
 using namespace primitives;
 
 namespace {
 constexpr std::uint32_t kDataKnown = 1; // bits of the serialized form
 constexpr std::uint32_t kTypeKnown = 2;
-constexpr std::size_t kLeastGrowth = 1024; // bytes, where the registry does not say how much it takes
 constexpr std::size_t kLongestName = 16383;
 
 /// Fills `copy`, with two more characters, so that text ends. Raises the bare code.
 void copyData(Blob& copy, const void* data, unsigned long size)
 {
     if (data == nullptr && size != 0)
-        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        raiseCode(ERROR_INVALID_PARAMETER);
     copy.allocate(size, 2 * sizeof(wchar_t));
     if (size != 0)
         std::memcpy(copy.getData(), data, size);
@@ -28,9 +28,9 @@ void copyData(Blob& copy, const void* data, unsigned long size)
 RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, unsigned long options)
     : RegistryKey(kRegistryValueItem, root, subKey, options)
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::RegistryValue", __LINE__), [&] {
+    placedStep(PLACE(kRegistryValueHeader, "RegistryValue::RegistryValue", __LINE__), [&] {
         if (name == nullptr)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         setName(name);
     });
 }
@@ -38,9 +38,9 @@ RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* na
 RegistryValue::RegistryValue(HKEY root, const wchar_t* subKey, const wchar_t* name, const wchar_t* text)
     : RegistryValue(root, subKey, name, 0UL)
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::RegistryValue", __LINE__), [&] {
+    placedStep(PLACE(kRegistryValueHeader, "RegistryValue::RegistryValue", __LINE__), [&] {
         if (text == nullptr)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         setData(REG_SZ, text, static_cast<unsigned long>((std::wcslen(text) + 1) * sizeof(wchar_t)));
     });
 }
@@ -85,7 +85,7 @@ void RegistryValue::keep(unsigned long type, void* data, unsigned long size) noe
 void RegistryValue::requireName() const
 {
     if (m_suffix.size() - 1 > kLongestName)
-        throw static_cast<long>(ERROR_FILENAME_EXCED_RANGE);
+        raiseCode(ERROR_FILENAME_EXCED_RANGE);
 }
 
 void RegistryValue::write(unsigned long type, const void* data, unsigned long size) const
@@ -113,7 +113,7 @@ bool RegistryValue::hasValue(HKEY key) const
 
 void RegistryValue::create()
 {
-    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::create", __LINE__), [&] {
+    placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::create", __LINE__), [&] {
         const Content value = content();
         write(value.type.value_or(REG_NONE), value.data, value.size);
     });
@@ -121,7 +121,7 @@ void RegistryValue::create()
 
 void RegistryValue::deleteItem()
 {
-    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::deleteItem", __LINE__), [&] {
+    placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::deleteItem", __LINE__), [&] {
         requireName();
         const RegistryKeyHandle key = openToChange(Change::kDelete, KEY_SET_VALUE);
         requireSuccess(RegDeleteValueW(key.get(), getName()));
@@ -131,7 +131,7 @@ void RegistryValue::deleteItem()
 int RegistryValue::exists() const
 {
     int found = 0;
-    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::exists", __LINE__), [&] {
+    placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::exists", __LINE__), [&] {
         requireName();
         const RegistryKeyHandle key = openExisting(KEY_QUERY_VALUE);
         found = key.isValid() && hasValue(key.get()) ? 1 : 0;
@@ -143,7 +143,7 @@ unsigned long RegistryValue::getValueType()
 {
     const WriteLocker locker(m_dataLock);
     if (!m_type)
-        placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getValueType", __LINE__), [&] {
+        placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::getValueType", __LINE__), [&] {
             requireName();
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             DWORD type = 0;
@@ -158,29 +158,17 @@ const void* RegistryValue::getData(unsigned long& size)
 {
     const WriteLocker locker(m_dataLock);
     if (!m_hasData)
-        placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::getData", __LINE__), [&] {
+        placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::getData", __LINE__), [&] {
             requireName();
             const RegistryKeyHandle key = open(KEY_QUERY_VALUE);
             Blob data;
             DWORD type = 0;
             DWORD length = 0;
-            LSTATUS status = RegQueryValueExW(key.get(), getName(), nullptr, &type, nullptr, &length);
-            std::size_t capacity = length;
-            // It may grow between two calls, and some providers never say how long theirs is.
-            for (bool known = false; (status == ERROR_SUCCESS && !known) || status == ERROR_MORE_DATA;
-                 known = true) {
-                if (known)
-                    capacity = std::max<std::size_t>({length, capacity * 2, kLeastGrowth});
-                if (capacity > MAXLONG)
-                    throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
-                // Two more characters, so that text ends even where the registry's does not.
+            // Two more characters, so that text ends even where the registry's does not.
+            requireSuccess(valuedata::query(key.get(), getName(), type, length, [&](std::size_t capacity) {
                 data.allocate(capacity, 2 * sizeof(wchar_t));
-                length = static_cast<DWORD>(capacity);
-                status = RegQueryValueExW(key.get(), getName(), nullptr, &type,
-                                          static_cast<BYTE*>(data.getData()), &length);
-            }
-            requireSuccess(status);
-            length = std::min(length, static_cast<DWORD>(capacity));
+                return data.getData();
+            }));
             std::memset(static_cast<BYTE*>(data.getData()) + length, 0, 2 * sizeof(wchar_t));
             keep(type, data.release(), length);
             m_isRead = true;
@@ -191,7 +179,7 @@ const void* RegistryValue::getData(unsigned long& size)
 
 void RegistryValue::setData(unsigned long type, const void* data, unsigned long size)
 {
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setData", __LINE__), [&] {
+    placedStep(PLACE(kRegistryValueHeader, "RegistryValue::setData", __LINE__), [&] {
         Blob copy;
         copyData(copy, data, size);
         keep(type, copy.release(), size);
@@ -201,7 +189,7 @@ void RegistryValue::setData(unsigned long type, const void* data, unsigned long 
 
 void RegistryValue::setValue(unsigned long type, const void* data, unsigned long size)
 {
-    placedOperation(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::setValue", __LINE__), [&] {
+    placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::setValue", __LINE__), [&] {
         Blob copy;
         copyData(copy, data, size);
         write(type, copy.getData(), size);
@@ -213,7 +201,7 @@ void RegistryValue::setValue(unsigned long type, const void* data, unsigned long
 long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
 {
     RegistryKey::dump(code, stream);
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::dump", __LINE__), [&] {
+    placedStep(PLACE(kRegistryValueHeader, "RegistryValue::dump", __LINE__), [&] {
         const Content value = content();
         writeString(stream, getName());
         writeU32(stream, value.type.value_or(REG_NONE));
@@ -229,19 +217,19 @@ long RegistryValue::load(unsigned long code, IInputByteStream& stream)
     const FullPathReset reset(*this); // ends after the path is put back
     KeptState kept(*this);
     RegistryKey::load(code, stream);
-    placedStep(PLACE(REGISTRY_VALUE_HEADER, "RegistryValue::load", __LINE__), [&] {
+    placedStep(PLACE(kRegistryValueHeader, "RegistryValue::load", __LINE__), [&] {
         const HeapStringW name = readText<wchar_t>(stream);
         const std::uint32_t type = readU32(stream);
         const std::uint32_t known = readU32(stream);
         if ((known & ~(kDataKnown | kTypeKnown)) != 0)
-            throw static_cast<long>(ERROR_INVALID_DATA);
+            raiseCode(ERROR_INVALID_DATA);
         const bool hasData = (known & kDataKnown) != 0;
         Blob data;
         if (hasData)
             data.read(stream, 2 * sizeof(wchar_t));
         const std::size_t size = hasData ? data.getSize() : 0;
         if (size > MAXDWORD)
-            throw static_cast<long>(ERROR_READ_FAULT);
+            raiseCode(ERROR_READ_FAULT);
         setName(name);
         kept.release();
         m_isRead = false;

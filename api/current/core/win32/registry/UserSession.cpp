@@ -1,14 +1,10 @@
 #include "core/win32/registry/include/UserSession.h"
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/Raise.h"
 
 namespace {
 constexpr DWORD kNoSession = 0xFFFFFFFF;
-
-long lastError() noexcept
-{
-    return static_cast<long>(GetLastError());
-}
 
 /// Whether this process is the system's own account. A token that cannot be read counts as that: nobody
 /// must be taken for a user by mistake.
@@ -59,7 +55,7 @@ ThreadIdentity::ThreadIdentity()
     if (OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, &token))
         m_token.reset(token);
     else if (GetLastError() != ERROR_NO_TOKEN)
-        throw lastError();
+        raiseLastError();
 }
 
 long ThreadIdentity::restore() noexcept

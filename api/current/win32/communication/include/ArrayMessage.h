@@ -5,7 +5,7 @@
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/communication/include/Parameter.h"
 
-#define ARRAY_MESSAGE_HEADER "win32\\communication\\include\\ArrayMessage.h"
+inline constexpr char kArrayMessageHeader[] = "win32\\communication\\include\\ArrayMessage.h";
 
 /// A message with a list of serializable objects, which copies of the message share.
 ///
@@ -40,14 +40,14 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override
     {
         using namespace primitives;
-        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::dump", 422),
+        placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::dump", 422),
                    [&] { MessageW::dump(code, stream); });
-        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::dump", 426),
+        placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::dump", 426),
                    [&] { writeU32(stream, static_cast<std::uint32_t>(m_elements.size())); });
         for (const Element& element : m_elements) {
             if (!element)
-                throw static_cast<long>(ERROR_INVALID_ADDRESS);
-            placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::dump", 436),
+                raiseCode(ERROR_INVALID_ADDRESS);
+            placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::dump", 436),
                        [&] { requireSuccess(element->dump(code, stream)); });
         }
         return ERROR_SUCCESS;
@@ -57,18 +57,18 @@ public:
     {
         using namespace primitives;
         m_elements.clear();
-        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::load", 371),
+        placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::load", 371),
                    [&] { MessageW::load(code, stream); });
         std::uint32_t count = 0;
-        placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::load", 375), [&] { count = readU32(stream); });
+        placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::load", 375), [&] { count = readU32(stream); });
         for (std::uint32_t index = 0; index < count; ++index) {
-            placedStep(PLACE(ARRAY_MESSAGE_HEADER, "ArrayMessage::load", 391), [&] {
+            placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::load", 391), [&] {
                 // Checked each time, so that a lying count cannot make elements out of nothing.
                 if (stream.getRemaining() == 0)
-                    throw static_cast<long>(ERROR_READ_FAULT);
+                    raiseCode(ERROR_READ_FAULT);
                 const Element element = m_factory(index);
                 if (!element)
-                    throw static_cast<long>(ERROR_INVALID_ADDRESS);
+                    raiseCode(ERROR_INVALID_ADDRESS);
                 requireSuccess(element->load(code, stream));
                 m_elements.push_back(element);
             });

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/ProcessHeap.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
@@ -158,21 +159,12 @@ public:
     {
         if (size > m_remaining)
             return ERROR_READ_FAULT;
-        auto* at = static_cast<unsigned char*>(target);
-        while (size != 0) {
-            const DWORD wanted = size > kLargestTransfer ? kLargestTransfer : static_cast<DWORD>(size);
-            DWORD got = 0;
-            if (!ReadFile(m_file, at, wanted, &got, nullptr) || got == 0)
-                return ERROR_READ_FAULT;
-            at += got;
-            size -= got;
-            m_remaining -= got;
-        }
-        return ERROR_SUCCESS;
+        unsigned long long done = 0;
+        const long code = filetransfer::read(m_file, target, size, done);
+        m_remaining -= done;
+        return code == ERROR_SUCCESS && done == size ? ERROR_SUCCESS : ERROR_READ_FAULT;
     }
     [[nodiscard]] unsigned long long getRemaining() const noexcept override { return m_remaining; }
-
-    static constexpr DWORD kLargestTransfer = 1U << 30U;
 
 private:
     HANDLE m_file;
@@ -188,19 +180,7 @@ public:
     /// Returns 29 when the file does not take all bytes; some of them may have been written.
     long write(const void* source, std::size_t size) override
     {
-        const auto* at = static_cast<const unsigned char*>(source);
-        while (size != 0) {
-            const DWORD wanted = size > FileInputByteStream::kLargestTransfer
-                                     ? FileInputByteStream::kLargestTransfer
-                                     : static_cast<DWORD>(size);
-            DWORD put = 0;
-            if (!WriteFile(m_file, at, wanted, &put, nullptr) || put == 0)
-                return ERROR_WRITE_FAULT;
-            put = put < wanted ? put : wanted; // some systems tell more than they were given
-            at += put;
-            size -= put;
-        }
-        return ERROR_SUCCESS;
+        return filetransfer::write(m_file, source, size) == ERROR_SUCCESS ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
     }
 
 private:

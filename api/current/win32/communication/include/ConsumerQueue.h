@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <list>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
@@ -29,7 +30,7 @@ public:
         createEvent();
         if (m_waiting && !m_signalled) {
             if (!SetEvent(m_available.get()))
-                throw static_cast<long>(GetLastError());
+                raiseLastError();
             m_signalled = true;
         }
         added.front().number = m_pushed;
@@ -151,7 +152,7 @@ private:
             return;
         m_available.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         if (!m_available.isValid())
-            throw static_cast<long>(GetLastError());
+            raiseLastError();
     }
 
     // Returns 0 when there may be an item or the event is signalled, or the system's code.
@@ -164,13 +165,13 @@ private:
                 return ERROR_SUCCESS;
             createEvent();
             if (m_signalled && !ResetEvent(m_available.get()))
-                return static_cast<long>(GetLastError());
+                return lastError();
             m_signalled = false;
             m_waiting = true;
             events[0] = m_available.get();
         }
         const DWORD result = WaitForMultipleObjects(cancelEvent != nullptr ? 2 : 1, events, FALSE, INFINITE);
-        const auto code = result == WAIT_FAILED ? static_cast<long>(GetLastError()) : ERROR_SUCCESS;
+        const auto code = result == WAIT_FAILED ? lastError() : ERROR_SUCCESS;
         const WriteLocker locker(m_lock);
         m_waiting = false;
         return code;

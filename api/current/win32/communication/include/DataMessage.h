@@ -2,7 +2,7 @@
 
 #include "win32/communication/include/Message.h"
 
-#define DATA_MESSAGE_HEADER "win32\\communication\\include\\DataMessage.h"
+inline constexpr char kDataMessageHeader[] = "win32\\communication\\include\\DataMessage.h";
 
 /// A message with one buffer of bytes, copied and owned on the process heap.
 ///
@@ -41,11 +41,11 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override
     {
         using namespace primitives;
-        placedStep(PLACE(DATA_MESSAGE_HEADER, "DataMessage::dump", 172),
+        placedStep(PLACE(kDataMessageHeader, "DataMessage::dump", 172),
                    [&] { MessageW::dump(code, stream); });
-        placedStep(PLACE(DATA_MESSAGE_HEADER, "DataMessage::dump", 176),
+        placedStep(PLACE(kDataMessageHeader, "DataMessage::dump", 176),
                    [&] { writeU64Blob(stream, m_size); });
-        placedStep(PLACE(DATA_MESSAGE_HEADER, "DataMessage::dump", 180),
+        placedStep(PLACE(kDataMessageHeader, "DataMessage::dump", 180),
                    [&] { writeBlob(stream, m_data, m_size); });
         return ERROR_SUCCESS;
     }
@@ -53,15 +53,15 @@ public:
     long load(unsigned long code, IInputByteStream& stream) override
     {
         using namespace primitives;
-        placedStep(PLACE(DATA_MESSAGE_HEADER, "DataMessage::load", 141),
+        placedStep(PLACE(kDataMessageHeader, "DataMessage::load", 141),
                    [&] { MessageW::load(code, stream); });
         std::uint64_t size = 0;
-        placedStep(PLACE(DATA_MESSAGE_HEADER, "DataMessage::load", 145), [&] { size = readU64Blob(stream); });
-        placedStep(PLACE(DATA_MESSAGE_HEADER, "DataMessage::load", 153), [&] {
+        placedStep(PLACE(kDataMessageHeader, "DataMessage::load", 145), [&] { size = readU64Blob(stream); });
+        placedStep(PLACE(kDataMessageHeader, "DataMessage::load", 153), [&] {
             Blob data;
             data.read(stream);
             if (data.getSize() != size)
-                throw static_cast<long>(ERROR_READ_FAULT);
+                raiseCode(ERROR_READ_FAULT);
             processheap::release(m_data);
             m_data = data.release();
             m_size = size;

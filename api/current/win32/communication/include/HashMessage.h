@@ -148,7 +148,7 @@ public:
             for (const auto& [name, parameter] : m_parameters) {
                 writeBlob(stream, name.c_str(), (Text(name).size() + 1) * sizeof(Char));
                 if (!parameter)
-                    throw static_cast<long>(ERROR_INVALID_ADDRESS);
+                    raiseCode(ERROR_INVALID_ADDRESS);
                 requireSuccess(parameter->dump(code, stream));
             }
         });

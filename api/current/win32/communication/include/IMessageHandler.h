@@ -5,7 +5,7 @@
 #include "win32/communication/include/DataMessage.h"
 #include "win32/communication/include/HashMessage.h"
 
-#define MESSAGE_HANDLER_HEADER "win32\\communication\\include\\IMessageHandler.h"
+inline constexpr char kMessageHandlerHeader[] = "win32\\communication\\include\\IMessageHandler.h";
 
 /// Receives messages. There is one operation per message class in two forms, without and with the 32-bit
 /// value that travels with a message; `context` is the sender's and is passed through untouched. What an
@@ -20,35 +20,35 @@ struct IMessageHandler
 
     virtual void onMessage(const MessageW&, MessageW&, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 51), 51);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 51), 51);
     }
     virtual void onMessage(const MessageW&, MessageW&, std::uint32_t, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 64), 64);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 64), 64);
     }
     virtual void onMessage(const DataMessage&, DataMessage&, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 77), 77);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 77), 77);
     }
     virtual void onMessage(const DataMessage&, DataMessage&, std::uint32_t, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 90), 90);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 90), 90);
     }
     virtual void onMessage(const ArrayMessage&, ArrayMessage&, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 103), 103);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 103), 103);
     }
     virtual void onMessage(const ArrayMessage&, ArrayMessage&, std::uint32_t, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 116), 116);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 116), 116);
     }
     virtual void onMessage(const HashMessageW&, HashMessageW&, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 129), 129);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 129), 129);
     }
     virtual void onMessage(const HashMessageW&, HashMessageW&, std::uint32_t, void*)
     {
-        raiseNotImplemented(PLACE(MESSAGE_HANDLER_HEADER, "IMessageHandler::onMessage", 142), 142);
+        raiseNotImplemented(PLACE(kMessageHandlerHeader, "IMessageHandler::onMessage", 142), 142);
     }
 
 private:

@@ -7,7 +7,7 @@
 #include "win32/communication/include/Primitives.h"
 #include "win32/stateholder/include/Serializable.h"
 
-#define MESSAGE_HEADER "win32\\communication\\include\\Message.h"
+inline constexpr char kMessageHeader[] = "win32\\communication\\include\\Message.h";
 
 /// A message: the topic it belongs to, by name or by number, and a 32-bit id that the sender chooses.
 ///
@@ -67,18 +67,18 @@ public:
     {
         using namespace primitives;
         placedStep(
-            place(PLACE(MESSAGE_HEADER, "MessageA::dump", 299), PLACE(MESSAGE_HEADER, "MessageW::dump", 299)),
+            place(PLACE(kMessageHeader, "MessageA::dump", 299), PLACE(kMessageHeader, "MessageW::dump", 299)),
             [&] { writeU32(stream, m_kind); });
         if (m_kind == kNamedTopic)
-            placedStep(place(PLACE(MESSAGE_HEADER, "MessageA::dump", 307),
-                             PLACE(MESSAGE_HEADER, "MessageW::dump", 307)),
+            placedStep(place(PLACE(kMessageHeader, "MessageA::dump", 307),
+                             PLACE(kMessageHeader, "MessageW::dump", 307)),
                        [&] { writeString(stream, static_cast<const Char*>(m_topic.name)); });
         else if (m_kind == kNumberedTopic)
-            placedStep(place(PLACE(MESSAGE_HEADER, "MessageA::dump", 314),
-                             PLACE(MESSAGE_HEADER, "MessageW::dump", 314)),
+            placedStep(place(PLACE(kMessageHeader, "MessageA::dump", 314),
+                             PLACE(kMessageHeader, "MessageW::dump", 314)),
                        [&] { writeU32(stream, m_topic.number); });
         placedStep(
-            place(PLACE(MESSAGE_HEADER, "MessageA::dump", 321), PLACE(MESSAGE_HEADER, "MessageW::dump", 321)),
+            place(PLACE(kMessageHeader, "MessageA::dump", 321), PLACE(kMessageHeader, "MessageW::dump", 321)),
             [&] { writeU32(stream, m_id); });
         return ERROR_SUCCESS;
     }
@@ -88,18 +88,18 @@ public:
         using namespace primitives;
         releaseName();
         placedStep(
-            place(PLACE(MESSAGE_HEADER, "MessageA::load", 258), PLACE(MESSAGE_HEADER, "MessageW::load", 258)),
+            place(PLACE(kMessageHeader, "MessageA::load", 258), PLACE(kMessageHeader, "MessageW::load", 258)),
             [&] { m_kind = readU32(stream); });
         if (m_kind == kNamedTopic)
-            placedStep(place(PLACE(MESSAGE_HEADER, "MessageA::load", 266),
-                             PLACE(MESSAGE_HEADER, "MessageW::load", 266)),
+            placedStep(place(PLACE(kMessageHeader, "MessageA::load", 266),
+                             PLACE(kMessageHeader, "MessageW::load", 266)),
                        [&] { m_topic.name = readString<Char>(stream); });
         else if (m_kind == kNumberedTopic)
-            placedStep(place(PLACE(MESSAGE_HEADER, "MessageA::load", 273),
-                             PLACE(MESSAGE_HEADER, "MessageW::load", 273)),
+            placedStep(place(PLACE(kMessageHeader, "MessageA::load", 273),
+                             PLACE(kMessageHeader, "MessageW::load", 273)),
                        [&] { m_topic.number = readU32(stream); });
         placedStep(
-            place(PLACE(MESSAGE_HEADER, "MessageA::load", 280), PLACE(MESSAGE_HEADER, "MessageW::load", 280)),
+            place(PLACE(kMessageHeader, "MessageA::load", 280), PLACE(kMessageHeader, "MessageW::load", 280)),
             [&] { m_id = readU32(stream); });
         return ERROR_SUCCESS;
     }

@@ -4,7 +4,7 @@
 
 #include "win32/communication/include/Message.h"
 
-#define PARAMETER_HEADER "win32\\communication\\include\\Parameter.h"
+inline constexpr char kParameterHeader[] = "win32\\communication\\include\\Parameter.h";
 
 /// One untyped value of a message: a copy of `size` bytes on the process heap.
 ///
@@ -20,8 +20,8 @@ public:
     BasicParameter(std::uint64_t size, const void* data)
     {
         if (data == nullptr)
-            throw Exception(place(PLACE(PARAMETER_HEADER, "ParameterA::ParameterA", 64),
-                                  PLACE(PARAMETER_HEADER, "ParameterW::ParameterW", 65)),
+            throw Exception(place(PLACE(kParameterHeader, "ParameterA::ParameterA", 64),
+                                  PLACE(kParameterHeader, "ParameterW::ParameterW", 65)),
                             ERROR_INVALID_PARAMETER);
         m_data = processheap::copy(data, static_cast<std::size_t>(size), 1);
         m_size = size;
@@ -47,11 +47,11 @@ public:
     long dump(unsigned long, IOutputByteStream& stream) const override
     {
         using namespace primitives;
-        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::dump", 180),
-                         PLACE(PARAMETER_HEADER, "ParameterW::dump", 181)),
+        placedStep(place(PLACE(kParameterHeader, "ParameterA::dump", 180),
+                         PLACE(kParameterHeader, "ParameterW::dump", 181)),
                    [&] { writeU64Blob(stream, m_size); });
-        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::dump", 184),
-                         PLACE(PARAMETER_HEADER, "ParameterW::dump", 185)),
+        placedStep(place(PLACE(kParameterHeader, "ParameterA::dump", 184),
+                         PLACE(kParameterHeader, "ParameterW::dump", 185)),
                    [&] { writeBlob(stream, m_data, m_size); });
         return ERROR_SUCCESS;
     }
@@ -63,16 +63,16 @@ public:
         m_data = nullptr;
         m_size = 0;
         std::uint64_t size = 0;
-        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::load", 149),
-                         PLACE(PARAMETER_HEADER, "ParameterW::load", 150)),
+        placedStep(place(PLACE(kParameterHeader, "ParameterA::load", 149),
+                         PLACE(kParameterHeader, "ParameterW::load", 150)),
                    [&] { size = readU64Blob(stream); });
-        placedStep(place(PLACE(PARAMETER_HEADER, "ParameterA::load", 157),
-                         PLACE(PARAMETER_HEADER, "ParameterW::load", 158)),
+        placedStep(place(PLACE(kParameterHeader, "ParameterA::load", 157),
+                         PLACE(kParameterHeader, "ParameterW::load", 158)),
                    [&] {
                        Blob value;
                        value.read(stream);
                        if (value.getSize() != size)
-                           throw static_cast<long>(ERROR_READ_FAULT);
+                           raiseCode(ERROR_READ_FAULT);
                        m_data = value.release();
                        m_size = size;
                    });

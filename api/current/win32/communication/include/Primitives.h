@@ -24,12 +24,6 @@ constexpr const Char* missingText() noexcept
         return L"<dump error>";
 }
 
-inline void requireSuccess(long code)
-{
-    if (code != ERROR_SUCCESS)
-        throw code;
-}
-
 inline void writeU32(IOutputByteStream& stream, std::uint32_t value)
 {
     requireSuccess(stream.write(&value, sizeof value));
@@ -54,7 +48,7 @@ inline void writeBlob(IOutputByteStream& stream, const void* data, std::uint64_t
     std::uint64_t length = 0;
     requireSuccess(stream.read(&length, sizeof length));
     if (length > stream.getRemaining() || length > static_cast<std::size_t>(-1) - sizeof(wchar_t))
-        throw static_cast<long>(ERROR_READ_FAULT);
+        raiseCode(ERROR_READ_FAULT);
     return static_cast<std::size_t>(length);
 }
 
@@ -71,7 +65,7 @@ public:
     void allocate(std::uint64_t size, std::size_t extra = 1)
     {
         if (size > static_cast<std::size_t>(-1) - extra)
-            throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+            raiseCode(ERROR_NOT_ENOUGH_MEMORY);
         const auto length = static_cast<std::size_t>(size);
         void* data = processheap::allocate(length + extra);
         ZeroMemory(static_cast<unsigned char*>(data) + length, extra);
@@ -104,7 +98,7 @@ private:
     const std::size_t length = readBlobLength(stream);
     std::uint64_t value = 0;
     if (length > sizeof value)
-        throw static_cast<long>(ERROR_READ_FAULT);
+        raiseCode(ERROR_READ_FAULT);
     requireSuccess(stream.read(&value, length));
     return value;
 }
@@ -134,7 +128,7 @@ template <class Char>
     const std::size_t size = blob.getSize();
     const auto* text = static_cast<const Char*>(blob.getData());
     if (size == 0 || size % sizeof(Char) != 0 || text[size / sizeof(Char) - 1] != 0)
-        throw static_cast<long>(ERROR_READ_FAULT);
+        raiseCode(ERROR_READ_FAULT);
     return static_cast<Char*>(blob.release());
 }
 
@@ -144,9 +138,9 @@ template <class Char>
 {
     const std::size_t size = readBlobLength(stream);
     if (size == 0 || size % sizeof(Char) != 0)
-        throw static_cast<long>(ERROR_READ_FAULT);
+        raiseCode(ERROR_READ_FAULT);
     if (size > PTRDIFF_MAX) // a stream that does not know its end
-        throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+        raiseCode(ERROR_NOT_ENOUGH_MEMORY);
     return size / sizeof(Char);
 }
 
@@ -157,7 +151,7 @@ template <class Char>
 {
     requireSuccess(stream.read(text, capacity * sizeof(Char)));
     if (text[capacity - 1] != 0)
-        throw static_cast<long>(ERROR_READ_FAULT);
+        raiseCode(ERROR_READ_FAULT);
     return std::char_traits<Char>::length(text);
 }
 
@@ -170,31 +164,27 @@ template <class Char>
     return text;
 }
 
+/// Runs one step of a load or dump. Returns 0 or the code of what it raises.
+template <class Step>
+long codeOfStep(Step&& step) noexcept
+{
+    return boundary::statusOf([&]() -> long {
+        step();
+        return ERROR_SUCCESS;
+    });
+}
+
 /// Runs one step of a load or dump; whatever it raises becomes an Exception at `place` with the same code.
 template <class Step>
 void placedStep(const char* place, Step&& step)
 {
-    long code;
-    try {
-        step();
-        return;
-    } catch (...) {
-        code = boundary::codeOfCurrentException();
-    }
-    throw Exception(place, static_cast<unsigned long>(code));
+    requireSuccess(place, codeOfStep(step));
 }
 
 /// Runs one step of a load or dump; whatever it raises becomes a bare long with the same code.
 template <class Step>
 void bareStep(Step&& step)
 {
-    long code;
-    try {
-        step();
-        return;
-    } catch (...) {
-        code = boundary::codeOfCurrentException();
-    }
-    throw code;
+    requireSuccess(codeOfStep(step));
 }
 } // namespace primitives

@@ -29,11 +29,11 @@ private:
     static HeapStringW* makeText(const wchar_t* text)
     {
         if (text == nullptr)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         try {
             return new HeapStringW(text);
         } catch (const std::bad_alloc&) {
-            throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+            raiseCode(ERROR_NOT_ENOUGH_MEMORY);
         }
     }
 

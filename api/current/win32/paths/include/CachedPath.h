@@ -8,7 +8,7 @@
 #include "win32/communication/include/Primitives.h"
 #include "win32/indexer/include/IIdentifierW.h"
 
-#define CACHED_PATH_HEADER "win32\\paths\\include\\CachedPath.h"
+inline constexpr char kCachedPathHeader[] = "win32\\paths\\include\\CachedPath.h";
 
 /// A path text. It is its own identifier.
 class CachedPath : public IIdentifierW
@@ -19,7 +19,7 @@ public:
     /// Sets the path as setPath does; failures are raised from CachedPath::CachedPath.
     CachedPath(const wchar_t* path, int expand)
     {
-        primitives::placedStep(PLACE(CACHED_PATH_HEADER, "CachedPath::CachedPath", __LINE__),
+        primitives::placedStep(PLACE(kCachedPathHeader, "CachedPath::CachedPath", __LINE__),
                                [&] { setPath(path, expand); });
     }
     /// Takes a text over as it stands.
@@ -34,11 +34,11 @@ public:
         if (path == nullptr) {
             reportFailedAssertion(L"_pszPath != NULL", L"api\\current\\win32\\paths\\include\\CachedPath.h",
                                   __LINE__);
-            throw Exception(PLACE(CACHED_PATH_HEADER, "CachedPath::setPath", __LINE__),
+            throw Exception(PLACE(kCachedPathHeader, "CachedPath::setPath", __LINE__),
                             ERROR_INVALID_PARAMETER);
         }
         m_set = false;
-        primitives::placedStep(PLACE(CACHED_PATH_HEADER, "CachedPath::setPath", __LINE__), [&] {
+        primitives::placedStep(PLACE(kCachedPathHeader, "CachedPath::setPath", __LINE__), [&] {
             try {
                 // `path` may be this object's own text, so that goes last.
                 HeapStringW text = expand != 0 ? expanded(path) : HeapStringW(path);
@@ -59,14 +59,14 @@ public:
     /// Writes the text as a string, "<dump error>" when none was set. Raises an Exception with 29.
     void dump(IOutputByteStream& stream) const
     {
-        primitives::placedStep(PLACE(CACHED_PATH_HEADER, "CachedPath::dump", __LINE__), [&] {
+        primitives::placedStep(PLACE(kCachedPathHeader, "CachedPath::dump", __LINE__), [&] {
             primitives::writeString(stream, m_set ? m_path.c_str() : static_cast<const wchar_t*>(nullptr));
         });
     }
     /// Reads the text. Raises an Exception with 30 or 8; the old text is kept then.
     void load(IInputByteStream& stream)
     {
-        primitives::placedStep(PLACE(CACHED_PATH_HEADER, "CachedPath::load", __LINE__), [&] {
+        primitives::placedStep(PLACE(kCachedPathHeader, "CachedPath::load", __LINE__), [&] {
             m_path = primitives::readText<wchar_t>(stream);
             m_set = true;
         });
@@ -83,11 +83,10 @@ private:
             if (buffer.size() < needed)
                 buffer.resize(needed);
             code = expander.validate(buffer.data(), static_cast<unsigned long>(buffer.size()) + 1, &needed);
-            if (code != ERROR_SUCCESS)
-                throw code;
+            requireSuccess(code);
             buffer.resize(std::char_traits<wchar_t>::length(buffer.c_str()));
         } else if (code != ERROR_NOT_FOUND) {
-            throw code;
+            raiseCode(code);
         }
         return buffer;
     }

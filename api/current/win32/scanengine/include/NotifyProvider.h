@@ -8,7 +8,7 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "win32/scanengine/include/Notification.h"
 
-#define NOTIFY_PROVIDER_HEADER "win32\\scanengine\\include\\NotifyProvider.h"
+inline constexpr char kNotifyProviderHeader[] = "win32\\scanengine\\include\\NotifyProvider.h";
 
 /// One registration of a handler.
 struct NotifyInfo
@@ -66,7 +66,7 @@ public:
     {
         const std::optional<List> registrations = find(key);
         if (!registrations)
-            throw Exception(PLACE(NOTIFY_PROVIDER_HEADER, "NotifyProvider::notify", __LINE__),
+            throw Exception(PLACE(kNotifyProviderHeader, "NotifyProvider::notify", __LINE__),
                             ERROR_NOT_FOUND);
         return callEach(**registrations, cancelEvent, value, item);
     }
@@ -176,7 +176,7 @@ private:
     template <class Edit>
     void change(Edit&& edit)
     {
-        primitives::placedStep(PLACE(NOTIFY_PROVIDER_HEADER, "NotifyProvider::registerHandler", __LINE__),
+        primitives::placedStep(PLACE(kNotifyProviderHeader, "NotifyProvider::registerHandler", __LINE__),
                                [&] {
                                    for (;;) {
                                        Map map;

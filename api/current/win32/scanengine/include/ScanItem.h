@@ -4,7 +4,7 @@
 #include "win32/stateholder/include/Serializable.h"
 #include "win32/stateholder/include/StateCodes.h"
 
-#define SCAN_ITEM_HEADER "win32\\scanengine\\include\\ScanItem.h"
+inline constexpr char kScanItemHeader[] = "win32\\scanengine\\include\\ScanItem.h";
 
 /// What a scan item is. Directories and registry keys are containers, the others leaves.
 enum ScanItemType : std::uint32_t
@@ -49,7 +49,7 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override
     {
         if ((code & kStateType) != 0)
-            primitives::placedStep(PLACE(SCAN_ITEM_HEADER, "ScanItem::dump", __LINE__),
+            primitives::placedStep(PLACE(kScanItemHeader, "ScanItem::dump", __LINE__),
                                    [&] { primitives::writeU32(stream, m_type); });
         if ((code & kStatePath) != 0)
             m_path.dump(stream);
@@ -62,9 +62,9 @@ public:
     long load(unsigned long code, IInputByteStream& stream) override
     {
         if ((code & kStateType) != 0)
-            primitives::placedStep(PLACE(SCAN_ITEM_HEADER, "ScanItem::load", __LINE__), [&] {
+            primitives::placedStep(PLACE(kScanItemHeader, "ScanItem::load", __LINE__), [&] {
                 if (primitives::readU32(stream) != m_type)
-                    throw static_cast<long>(ERROR_INVALID_DATA);
+                    raiseCode(ERROR_INVALID_DATA);
             });
         if ((code & kStatePath) != 0)
             m_path.load(stream);

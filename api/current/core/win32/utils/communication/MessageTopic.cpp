@@ -11,17 +11,14 @@ namespace {
 const wchar_t* checkedName(const wchar_t* name)
 {
     if (name == nullptr)
-        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::MessageTopic", 274),
+        throw Exception(PLACE(kMessageTopicHeader, "MessageTopic::MessageTopic", 274),
                         ERROR_INVALID_PARAMETER);
     return name;
 }
-
-void requireAt(const char* place, long code)
-{
-    if (code != ERROR_SUCCESS)
-        throw Exception(place, static_cast<unsigned long>(code));
-}
 } // namespace
+
+// Topics hold pools, and call handlers that may hold anything.
+ObjectTable<MessageTopicPtr> messageTopics(10);
 
 MessageTopic::MessageTopic(const wchar_t* name) : m_name(checkedName(name)) {}
 
@@ -32,10 +29,10 @@ void MessageTopic::post(const Posted& posted)
     {
         const WriteLocker locker(m_workLock);
         requireOpen();
-        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 712),
+        placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 712),
                    [&] { number = m_queue.push(posted); });
         try {
-            placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718),
+            placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718),
                        [&] { begins = !m_beginning && !isWorking(); });
         } catch (const Exception&) {
             if (m_queue.withdraw(number)) // else somebody has delivered it after all
@@ -46,7 +43,7 @@ void MessageTopic::post(const Posted& posted)
     if (!begins)
         return;
     try {
-        placedStep(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", 718), [&] { beginWork(); });
+        placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718), [&] { beginWork(); });
     } catch (const Exception&) {
         const bool withdrawn = m_queue.withdraw(number);
         beginOrGiveUp();
@@ -58,22 +55,24 @@ void MessageTopic::post(const Posted& posted)
 void MessageTopic::requireOpen() const
 {
     if (m_closed)
-        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::postMessage", __LINE__),
+        throw Exception(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", __LINE__),
                         ERROR_INVALID_ADDRESS);
 }
 
 // One thread for the category: a consumer that is being stopped and the next one never deliver at once.
-void MessageTopic::createPool()
+void MessageTopic::requirePool()
 {
     if (m_pool.isValid())
         return;
-    const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 187);
-    SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool((m_name + L"Topic").c_str()));
+    const char* place = PLACE(kMessageTopicHeader, "MessageTopic::beginWork", 187);
+    SmartHandle<closePool> pool(createPool(place, (m_name + L"Topic").c_str()));
     if (!pool.isValid())
         throw Exception(place);
-    const long code = THPCreateCategory(pool.get(), kConsumerCategory, THPCategoryOptions(1, 0, 0, 0));
+    const long code = withPool(place, pool.get(), [](ThreadPool& object) {
+        object.createCategory(THPIdentifier(kConsumerCategory), THPCategoryOptions(1, 0, 0, 0));
+    });
     if (code != ERROR_ALREADY_EXISTS)
-        requireAt(place, code);
+        requireSuccess(place, code);
     const WriteLocker locker(m_workLock);
     m_pool = std::move(pool);
 }
@@ -83,25 +82,27 @@ void MessageTopic::createPool()
 void MessageTopic::beginWork()
 {
     const WriteLocker beginning(m_beginLock);
+    const char* place = PLACE(kMessageTopicHeader, "MessageTopic::beginWork", 194);
     void* instance = nullptr;
     const long code = boundary::statusOf([&]() -> long {
-        createPool();
+        requirePool();
         {
             const WriteLocker locker(m_workLock);
             dropEnded();
             m_instances.reserve(m_instances.size() + 1);
         }
-        return THPQueueWork(m_pool.get(), kConsumerCategory, kConsumerWork, *this, HashMessageW(),
-                            ITHPWorkItem::ScheduleOption::AtEnd, &instance);
+        return withPool(place, m_pool.get(), [&](ThreadPool& pool) {
+            return pool.queueWork({kConsumerCategory, kConsumerWork}, *this, HashMessageW(),
+                                  ITHPWorkItem::ScheduleOption::AtEnd, &instance);
+        });
     });
     const WriteLocker locker(m_workLock);
     m_beginning = false;
-    requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::beginWork", 194), code);
+    requireSuccess(place, code);
     m_instances.push_back(instance); // has room: nobody else adds to it
     m_accepting = !m_closed;
     if (m_closed)
-        THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, instance,
-                      IThreadPool::OperationType::CancelAndReturn);
+        cancelConsumer(instance);
 }
 
 // Others may have posted while a consumer could not begin, and have relied on it. If it cannot be had now
@@ -133,19 +134,44 @@ bool MessageTopic::isWorking()
         return false;
     if (m_consumerThread != 0)
         return true; // no need to ask the pool
-    int running = 0;
-    requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::isWorking", 222),
-              THPIsRunning(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(), running));
-    return running != 0;
+    bool running = false;
+    requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::isWorking", 222),
+                   askPool(m_instances.back(), running));
+    return running;
 }
 
 bool MessageTopic::isRunning(void* instance) noexcept
 {
-    int running = 0;
-    const long code = THPIsRunning(m_pool.get(), kConsumerCategory, kConsumerWork, instance, running);
+    bool running = false;
+    const long code = askPool(instance, running);
     if (code == ERROR_INVALID_HANDLE || code == ERROR_INVALID_ADDRESS || code == ERROR_NOT_FOUND)
         return false; // somebody has closed the pool, and so has ended its work
-    return code != ERROR_SUCCESS || running != 0;
+    return code != ERROR_SUCCESS || running;
+}
+
+long MessageTopic::askPool(void* instance, bool& running) noexcept
+{
+    return withPool(PLACE(kMessageTopicHeader, "MessageTopic::askPool", __LINE__), m_pool.get(),
+                    [&](ThreadPool& pool) {
+                        running = pool.isRunning({kConsumerCategory, kConsumerWork, instance});
+                    });
+}
+
+long MessageTopic::cancelConsumer(void* instance) noexcept
+{
+    return withPool(PLACE(kMessageTopicHeader, "MessageTopic::cancelConsumer", __LINE__), m_pool.get(),
+                    [&](ThreadPool& pool) {
+                        return pool.cancelWork({kConsumerCategory, kConsumerWork, instance},
+                                               IThreadPool::OperationType::CancelAndReturn);
+                    });
+}
+
+long MessageTopic::waitForInstance(void* instance, DWORD timeout) noexcept
+{
+    return withPool(PLACE(kMessageTopicHeader, "MessageTopic::waitForInstance", __LINE__), m_pool.get(),
+                    [&](ThreadPool& pool) {
+                        return pool.wait({kConsumerCategory, kConsumerWork, instance}, timeout, nullptr);
+                    });
 }
 
 void MessageTopic::stopConsumer()
@@ -153,9 +179,8 @@ void MessageTopic::stopConsumer()
     if (!isWorking())
         return;
     // This topic's own work only: the pool may also serve an older topic of the name that is still ending.
-    requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::stopWork", 248),
-              THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, m_instances.back(),
-                            IThreadPool::OperationType::CancelAndReturn));
+    requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::stopWork", 248),
+                   cancelConsumer(m_instances.back()));
     m_accepting = false;
     m_queue.releaseWaiters();
 }
@@ -176,16 +201,15 @@ void MessageTopic::stopAndWait(const Deadline& deadline)
             instances = m_instances;
     }
     for (void* instance : instances) {
-        const long code =
-            THPWait(m_pool.get(), instance, kConsumerCategory, kConsumerWork, deadline.getLeft(), nullptr);
+        const long code = waitForInstance(instance, deadline.getLeft());
         if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && isRunning(instance))
-            requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::unsubscribe", __LINE__), code);
+            requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::unsubscribe", __LINE__), code);
     }
 }
 
 void MessageTopic::consumeAll(std::uint32_t timeout)
 {
-    const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::consumeAll", 879);
+    const char* place = PLACE(kMessageTopicHeader, "MessageTopic::consumeAll", 879);
     if (isConsumer())
         throw Exception(place, ERROR_POSSIBLE_DEADLOCK);
     std::uint64_t released = 0;
@@ -195,7 +219,7 @@ void MessageTopic::consumeAll(std::uint32_t timeout)
             return;
         released = m_queue.getReleased();
     }
-    requireAt(place, m_queue.waitEmptied(waitLimit(timeout), released));
+    requireSuccess(place, m_queue.waitEmptied(waitLimit(timeout), released));
 }
 
 void MessageTopic::consumeItem(const Posted& posted)
@@ -218,7 +242,7 @@ void MessageTopic::consumeItem(const Posted& posted)
 long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
 {
     if (context.getIDType() != ITHPIdentifier::kNumber || context.getID() != kConsumerWork)
-        throw Exception(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::operator()", __LINE__),
+        throw Exception(PLACE(kMessageTopicHeader, "MessageTopic::operator()", __LINE__),
                         ERROR_INVALID_PARAMETER);
     const InsideLibrary inside;
     void* instance = static_cast<THPWorkItem&>(context.getWorkItem()).getInstance();
@@ -233,7 +257,7 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
     if (endWork(instance, !cancelled))
         delete this;
     if (!cancelled)
-        requireAt(PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::consumeItem", __LINE__), code);
+        requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::consumeItem", __LINE__), code);
     return ERROR_CANCELLED;
 }
 
@@ -287,16 +311,14 @@ bool MessageTopic::waitForConsumer(const Deadline& deadline) noexcept
         if (m_instances.empty())
             return false;
         for (void* running : m_instances)
-            THPCancelWork(m_pool.get(), kConsumerCategory, kConsumerWork, running,
-                          IThreadPool::OperationType::CancelAndReturn);
+            cancelConsumer(running);
         instance = m_instances.front();
         thread = m_consumerThread;
     }
     const ThreadWait waiting(thread);
     if (deadline.getLeft() == 0 || (thread != 0 && waiting.closesCircle()))
         return false;
-    const long code = THPWait(m_pool.get(), instance, kConsumerCategory, kConsumerWork,
-                              std::min(deadline.getLeft(), kLook), nullptr);
+    const long code = waitForInstance(instance, std::min(deadline.getLeft(), kLook));
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && code != WAIT_TIMEOUT)
         SwitchToThread(); // a wait that fails says nothing about the consumer
     return true;

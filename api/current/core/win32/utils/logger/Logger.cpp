@@ -8,13 +8,13 @@
 #include <new>
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/wiper/include/Wiper.h"
 #include "win32/paths/include/CachedPath.h"
 
-#define LOGGER_HEADER "core\\win32\\utils\\logger\\include\\Logger.h"
-#define LOGGER_PLACE(function) PLACE(LOGGER_HEADER, function, __LINE__)
+constexpr char kLoggerHeader[] = "core\\win32\\utils\\logger\\include\\Logger.h";
 
 namespace {
 constexpr wchar_t kStopEvent[] = L"LogTerminate";
@@ -53,13 +53,13 @@ void createFolders(const wchar_t* folder)
                               reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHCreateDirectoryExW")))
                         : nullptr;
     if (create == nullptr)
-        throw Exception(LOGGER_PLACE("Logger::openFiles"));
+        throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__));
     SetLastError(ERROR_SUCCESS);
     const int result = create(nullptr, folder, nullptr);
     if (result == ERROR_SUCCESS || result == ERROR_FILE_EXISTS || result == ERROR_ALREADY_EXISTS)
         return;
     const DWORD lastError = GetLastError(); // which the function does not always set
-    throw Exception(LOGGER_PLACE("Logger::openFiles"),
+    throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__),
                     lastError != ERROR_SUCCESS ? lastError : static_cast<DWORD>(result));
 }
 
@@ -72,7 +72,7 @@ Win32Handle openLog(const std::wstring& path)
         if (file.isValid())
             return file;
         if (!patience.isWorthAnotherTry(GetLastError()))
-            throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+            throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
     }
 }
 
@@ -83,7 +83,7 @@ void discard(Win32Handle& file, const std::wstring& path)
     const bool isKnown = GetFileInformationByHandle(file.get(), &information) != FALSE;
     file.reset();
     if (!isKnown)
-        throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+        throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
     // Under a second name it is somebody's file too: this name alone goes.
     if (information.nNumberOfLinks > 1) {
         DeleteFileW(Win32Path(path.c_str()));
@@ -169,6 +169,8 @@ void LogQueue::removeFront() noexcept
         block.begin = block.end = 0;
 }
 
+ObjectTable<SharedPtr<Logger>> loggers(20);
+
 class Logger::Guard
 {
 public:
@@ -212,18 +214,15 @@ void Logger::startThread()
     m_stop.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     m_finished.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!m_stop.isValid() || !m_finished.isValid())
-        throw Exception(LOGGER_PLACE("Logger::Logger"), kCannotComplete);
+        throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
     // The code that the thread runs stays loaded as long as it does.
-    HMODULE module = nullptr;
-    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                            reinterpret_cast<const wchar_t*>(reinterpret_cast<void*>(&Logger::threadMain)),
-                            &module))
-        throw Exception(LOGGER_PLACE("Logger::Logger"), kCannotComplete);
-    ModuleHandle reference(module);
+    if (KeptLibrary::hold() != ERROR_SUCCESS)
+        throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
     m_thread.reset(CreateThread(nullptr, 0, &Logger::threadMain, this, 0, &m_threadId));
-    if (!m_thread.isValid())
-        throw Exception(LOGGER_PLACE("Logger::Logger"), kCannotComplete);
-    static_cast<void>(reference.release()); // the thread's from now on
+    if (!m_thread.isValid()) {
+        KeptLibrary::release();
+        throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
+    }
 }
 
 void Logger::openFiles()
@@ -236,14 +235,14 @@ void Logger::openFiles()
     for (std::size_t i = 0; i < kFileCount; ++i) {
         paths[i] = std::wstring(folder.getPath()) + kFiles[i].name;
         if (paths[i].size() >= LogLine::kCapacity)
-            throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+            throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
     }
     for (std::size_t i = 0; i < kFileCount; ++i)
         m_files[i] = openLog(paths[i]);
     for (std::size_t i = 0; i < kFileCount; ++i) {
         LARGE_INTEGER size{};
         if (!GetFileSizeEx(m_files[i].get(), &size))
-            throw Exception(LOGGER_PLACE("Logger::openFiles"), kCannotComplete);
+            throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
         if (size.QuadPart < kLargestLog)
             continue;
         discard(m_files[i], paths[i]);
@@ -251,7 +250,7 @@ void Logger::openFiles()
     }
     for (const Win32Handle& file : m_files)
         if (!SetFilePointerEx(file.get(), LARGE_INTEGER{}, nullptr, FILE_END))
-            throw Exception(LOGGER_PLACE("Logger::openFiles"),
+            throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__),
                             kCannotComplete); // it would write over old lines
 }
 
@@ -281,7 +280,7 @@ HANDLE Logger::fileFor(const wchar_t* module) const noexcept
 void Logger::writeLogEntry(const wchar_t* module, const wchar_t* message)
 {
     if (module == nullptr || message == nullptr)
-        throw Exception(LOGGER_PLACE("Logger::WriteLogEntry"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kLoggerHeader, "Logger::WriteLogEntry", __LINE__), ERROR_INVALID_PARAMETER);
     const LogLine line(module, message);
     const HANDLE file = fileFor(module);
     const Guard guard(m_section);
@@ -291,17 +290,12 @@ void Logger::writeLogEntry(const wchar_t* module, const wchar_t* message)
 
 DWORD WINAPI Logger::threadMain(void* logger) noexcept
 {
-    {
-        auto* self = static_cast<Logger*>(logger);
-        const HANDLE finished = self->m_finished.get();
-        self->writeEntries();
-        SetEvent(finished);
-    }
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<const wchar_t*>(reinterpret_cast<void*>(&Logger::threadMain)),
-                       &module);
-    FreeLibraryAndExitThread(module, 0);
+    const HMODULE library = KeptLibrary::reference();
+    auto* self = static_cast<Logger*>(logger);
+    const HANDLE finished = self->m_finished.get();
+    self->writeEntries();
+    SetEvent(finished);
+    KeptLibrary::exitThread(library, 0);
 }
 
 void Logger::writeEntries() noexcept

@@ -1,16 +1,12 @@
 #include "core/win32/utils/paths/include/OpenedItself.h"
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 
 namespace {
 bool isSeparator(wchar_t c) noexcept
 {
     return c == L'\\' || c == L'/';
-}
-
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
 }
 
 /// The end of the name that begins at or after `begin`, separators before it passed over.
@@ -77,10 +73,10 @@ void HeldFolders::hold(std::wstring_view root, std::wstring_view folder, bool ro
         folder.substr(0, root.size()) == root && !root.empty() &&
         (folder.size() == root.size() || isSeparator(root.back()) || isSeparator(folder[root.size()]));
     if (!below)
-        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        raiseCode(ERROR_INVALID_PARAMETER);
     keepCommon(root, folder);
     if (isRootLink() && !rootMayBeLink)
-        throw kStoppedOnSymlink;
+        raiseCode(kStoppedOnSymlink);
     std::size_t end = m_path.size();
     while (m_folders.empty() || end != folder.size()) {
         const bool isRoot = m_folders.empty();
@@ -92,9 +88,9 @@ void HeldFolders::hold(std::wstring_view root, std::wstring_view folder, bool ro
                             FILE_SHARE_READ | FILE_SHARE_WRITE);
         m_path.resize(end);
         if (opened.isLink() && !(isRoot && rootMayBeLink))
-            throw kStoppedOnSymlink;
+            raiseCode(kStoppedOnSymlink);
         if (!opened.isFolder())
-            throw static_cast<long>(ERROR_DIRECTORY);
+            raiseCode(ERROR_DIRECTORY);
         m_folders.push_back({end, std::move(opened)});
     }
 }

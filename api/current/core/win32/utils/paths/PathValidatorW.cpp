@@ -8,35 +8,15 @@
 #include <iterator>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 namespace {
-[[noreturn]] void raise(long code)
-{
-    throw code;
-}
-
 bool isSeparator(wchar_t c) noexcept
 {
     return c == L'\\' || c == L'/';
-}
-
-/// Calls a Win32 function that fills a text and returns its length, or the size it wants, or 0.
-template <class Fill>
-std::wstring filledText(Fill&& fill)
-{
-    std::wstring text(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = fill(text.data(), static_cast<DWORD>(text.size()));
-        if (length == 0)
-            raise(static_cast<long>(GetLastError()));
-        const bool fits = length < text.size();
-        text.resize(fits ? length : std::max<std::size_t>(length, text.size() * 2));
-        if (fits)
-            return text;
-    }
 }
 
 /// Whether a folder without its closing backslash is the root of a drive, a volume or a share, or nothing:
@@ -69,11 +49,11 @@ std::wstring shellFolder(int id)
 {
     const ModuleHandle shell = loadSystemModule(L"shell32.dll");
     if (!shell.isValid())
-        raise(static_cast<long>(GetLastError()));
+        raiseLastError();
     const auto getFolderPath = reinterpret_cast<decltype(&SHGetFolderPathW)>(
         reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHGetFolderPathW")));
     if (getFolderPath == nullptr)
-        raise(static_cast<long>(GetLastError()));
+        raiseLastError();
     HANDLE threadToken = nullptr;
     OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &threadToken);
     const Win32Handle token(threadToken); // none unless the thread impersonates
@@ -81,7 +61,7 @@ std::wstring shellFolder(int id)
     const HRESULT result =
         getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
     if (result != S_OK || folder[0] == L'\0') // S_FALSE is a folder that is not there
-        raise(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
+        raiseCode(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
     return folder;
 }
 
@@ -90,14 +70,14 @@ std::wstring userName()
     wchar_t name[257]; // UNLEN and its terminator
     DWORD length = static_cast<DWORD>(std::size(name));
     if (!GetUserNameW(name, &length))
-        raise(static_cast<long>(GetLastError()));
+        raiseLastError();
     return name;
 }
 
 std::wstring applicationFolder()
 {
     const std::wstring program =
-        filledText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
+        systemText([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); });
     return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
@@ -108,13 +88,13 @@ struct Macro
 };
 
 const Macro kMacros[] = {
-    {L"WINDIR", [] { return filledText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
-    {L"SYSTEM", [] { return filledText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
+    {L"WINDIR", [] { return systemText([](wchar_t* t, DWORD n) { return GetWindowsDirectoryW(t, n); }); }},
+    {L"SYSTEM", [] { return systemText([](wchar_t* t, DWORD n) { return GetSystemDirectoryW(t, n); }); }},
     {L"PROGRAMFILES", [] { return shellFolder(CSIDL_PROGRAM_FILES); }},
     {L"PROGRAMDATA", [] { return shellFolder(CSIDL_COMMON_APPDATA); }},
     {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
     {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
-    {L"TEMP", [] { return filledText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
+    {L"TEMP", [] { return systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
     {L"USER_TEMP", [] { return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp")); }},
     {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
     {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
@@ -55,7 +56,7 @@ void removal::removeByName(const wchar_t* target, bool isFolder, HANDLE cancelEv
     for (Patience patience(cancelEvent); !(isFolder ? RemoveDirectoryW(target) : DeleteFileW(target));) {
         const DWORD code = GetLastError();
         if ((code == ERROR_DIR_NOT_EMPTY && !isBeingEmptied(target)) || !patience.isWorthAnotherTry(code))
-            throw static_cast<long>(code);
+            raiseCode(static_cast<long>(code));
         lookAgain();
     }
     requireGone(target, cancelEvent, isSame);
@@ -67,5 +68,5 @@ void removal::requireGone(const wchar_t* target, HANDLE cancelEvent,
     Patience patience(cancelEvent);
     for (long code = stateOf(target, isSame); code != ERROR_SUCCESS; code = stateOf(target, isSame))
         if (!patience.isWorthAnotherTry(static_cast<DWORD>(code)))
-            throw code;
+            raiseCode(code);
 }

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <vector>
 
+#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "win32/communication/include/Primitives.h"
 
@@ -96,31 +97,14 @@ bool hasAlteredName(std::wstring_view path)
 
 std::wstring currentFolder()
 {
-    std::wstring folder(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetCurrentDirectoryW(static_cast<DWORD>(folder.size()), folder.data());
-        if (length == 0)
-            throw static_cast<long>(GetLastError());
-        const bool fits = length < folder.size();
-        folder.resize(length);
-        if (fits)
-            return folder;
-    }
+    return systemText([](wchar_t* text, DWORD capacity) { return GetCurrentDirectoryW(capacity, text); });
 }
 
 /// The system's absolute form of "\" or of a drive's letter and colon.
 std::wstring fullPath(const wchar_t* path)
 {
-    std::wstring full(MAX_PATH, L'\0');
-    for (;;) {
-        const DWORD length = GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr);
-        if (length == 0)
-            throw static_cast<long>(GetLastError());
-        const bool fits = length < full.size();
-        full.resize(length);
-        if (fits)
-            return full;
-    }
+    return systemText(
+        [&](wchar_t* text, DWORD capacity) { return GetFullPathNameW(path, capacity, text, nullptr); });
 }
 
 std::wstring absolutePath(std::wstring_view path)

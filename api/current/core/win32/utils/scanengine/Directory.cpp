@@ -5,7 +5,7 @@
 #include "core/win32/utils/paths/include/Removal.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
-#define DIRECTORY_HEADER "core\\win32\\utils\\scanengine\\include\\Directory.h"
+constexpr char kDirectoryHeader[] = "core\\win32\\utils\\scanengine\\include\\Directory.h";
 
 namespace {
 /// Whether the system knows something under `path`. Raises the bare code when it cannot tell.
@@ -15,14 +15,14 @@ bool hasAttributes(const wchar_t* path)
         return true;
     const DWORD code = GetLastError();
     if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND && code != ERROR_INVALID_NAME)
-        throw static_cast<long>(code);
+        raiseCode(code);
     return false;
 }
 } // namespace
 
 Directory::Directory(const wchar_t* path, int expand) : ScanItem(kDirectoryItem)
 {
-    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::Directory", __LINE__),
+    primitives::placedStep(PLACE(kDirectoryHeader, "Directory::Directory", __LINE__),
                            [&] { setPath(path, expand); });
 }
 
@@ -36,7 +36,7 @@ void Directory::settle()
 {
     m_isPlainFolder = false;
     m_origin = PathOrigin();
-    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::setPath", __LINE__), [&] {
+    primitives::placedStep(PLACE(kDirectoryHeader, "Directory::setPath", __LINE__), [&] {
         try {
             m_origin = PathOrigin(path().view());
         } catch (...) {
@@ -57,7 +57,7 @@ long Directory::load(unsigned long code, IInputByteStream& stream)
 {
     KeptPath kept(*this);
     ScanItem::load(code, stream);
-    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::load", __LINE__), [&] {
+    primitives::placedStep(PLACE(kDirectoryHeader, "Directory::load", __LINE__), [&] {
         if ((code & kStatePath) == 0)
             return;
         m_origin = PathOrigin(path().view());
@@ -71,24 +71,24 @@ void Directory::create()
 {
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
-    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::create", __LINE__),
+    primitives::placedStep(PLACE(kDirectoryHeader, "Directory::create", __LINE__),
                            [&] { m_origin.holdParents(held, path().view()); });
     if (!CreateDirectoryW(target, nullptr))
-        throw Exception(PLACE(DIRECTORY_HEADER, "Directory::create", __LINE__));
+        throw Exception(PLACE(kDirectoryHeader, "Directory::create", __LINE__));
 }
 
 void Directory::deleteItem()
 {
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
-    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::deleteItem", __LINE__), [&] {
+    primitives::placedStep(PLACE(kDirectoryHeader, "Directory::deleteItem", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
         const auto look = [&] {
             const ItemLook now = ItemLook::at(target);
             if (now.isLink && m_isPlainFolder)
-                throw kStoppedOnSymlink; // not what was found
+                raiseCode(kStoppedOnSymlink); // not what was found
             if (now.exists() && !now.isFolder())
-                throw static_cast<long>(ERROR_DIRECTORY);
+                raiseCode(ERROR_DIRECTORY);
         };
         look();
         removal::removeByName(target, true, nullptr, look, [](HANDLE) { return true; });
@@ -98,7 +98,7 @@ void Directory::deleteItem()
 int Directory::exists() const
 {
     int found = 0;
-    primitives::placedStep(PLACE(DIRECTORY_HEADER, "Directory::exists", __LINE__), [&] {
+    primitives::placedStep(PLACE(kDirectoryHeader, "Directory::exists", __LINE__), [&] {
         // A search finds neither "folder\" nor the root of a drive or share: the closing backslash is left
         // off, and for what may be a root the question is whether it has attributes.
         const ItemTarget target(getPath(), m_origin);

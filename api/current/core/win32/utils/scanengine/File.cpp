@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/Removal.h"
 
-#define FILE_HEADER "core\\win32\\utils\\scanengine\\include\\File.h"
+constexpr char kFileHeader[] = "core\\win32\\utils\\scanengine\\include\\File.h";
 
 using namespace primitives;
 
@@ -43,7 +44,7 @@ Win32Handle createAlways(const wchar_t* target)
 
 File::File(const wchar_t* path, int expand) : ScanItem(kFileItem)
 {
-    placedStep(PLACE(FILE_HEADER, "File::File", __LINE__), [&] { setPath(path, expand); });
+    placedStep(PLACE(kFileHeader, "File::File", __LINE__), [&] { setPath(path, expand); });
 }
 
 void File::setPath(const wchar_t* path, int expand)
@@ -62,7 +63,7 @@ void File::settle()
 {
     m_foundSize.reset();
     m_origin = PathOrigin();
-    placedStep(PLACE(FILE_HEADER, "File::setPath", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::setPath", __LINE__), [&] {
         try {
             m_origin = PathOrigin(path().view());
         } catch (...) {
@@ -83,41 +84,29 @@ void File::create()
 {
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
-    placedStep(PLACE(FILE_HEADER, "File::create", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::create", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
         if (ItemLook::at(target).isLink) // the call would empty what it leads to
-            throw kStoppedOnSymlink;
+            raiseCode(kStoppedOnSymlink);
     });
     const Win32Handle file = createAlways(target);
     if (!file.isValid())
-        throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__));
+        throw Exception(PLACE(kFileHeader, "File::create", __LINE__));
     const Content data = content();
-    const auto* at = static_cast<const unsigned char*>(data.data);
-    for (unsigned long long left = data.size; left != 0;) {
-        const DWORD wanted = left > FileInputByteStream::kLargestTransfer
-                                 ? FileInputByteStream::kLargestTransfer
-                                 : static_cast<DWORD>(left);
-        DWORD put = 0;
-        if (!WriteFile(file.get(), at, wanted, &put, nullptr))
-            throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__));
-        if (put == 0)
-            throw Exception(PLACE(FILE_HEADER, "File::create", __LINE__), ERROR_WRITE_FAULT);
-        put = std::min(put, wanted);
-        at += put;
-        left -= put;
-    }
+    requireSuccess(PLACE(kFileHeader, "File::create", __LINE__),
+                   filetransfer::write(file.get(), data.data, data.size));
 }
 
 void File::deleteItem()
 {
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
-    placedStep(PLACE(FILE_HEADER, "File::deleteItem", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::deleteItem", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
         const auto look = [&] {
             const ItemLook now = ItemLook::at(target);
             if (now.exists() && now.isFolder())
-                throw static_cast<long>(ERROR_ACCESS_DENIED); // what the call says to a folder
+                raiseCode(ERROR_ACCESS_DENIED); // what the call says to a folder
         };
         look();
         removal::removeByName(target, false, nullptr, look, [](HANDLE) { return true; });
@@ -127,7 +116,7 @@ void File::deleteItem()
 int File::exists() const
 {
     int found = 0;
-    placedStep(PLACE(FILE_HEADER, "File::exists", __LINE__),
+    placedStep(PLACE(kFileHeader, "File::exists", __LINE__),
                [&] { found = pathExists(ItemTarget(getPath(), m_origin)) ? 1 : 0; });
     return found;
 }
@@ -139,7 +128,7 @@ unsigned long long File::getSize() const
     WIN32_FILE_ATTRIBUTE_DATA data;
     const ItemTarget target(getPath(), m_origin);
     if (!GetFileAttributesExW(target, GetFileExInfoStandard, &data))
-        throw Exception(PLACE(FILE_HEADER, "File::getSize", __LINE__));
+        throw Exception(PLACE(kFileHeader, "File::getSize", __LINE__));
     return (static_cast<unsigned long long>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
 }
 
@@ -156,45 +145,35 @@ void File::readData()
 {
     const ItemTarget source(getPath(), m_origin);
     HeldFolders held;
-    placedStep(PLACE(FILE_HEADER, "File::getData", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::getData", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
         const ItemLook now = ItemLook::at(source);
         if (now.isLink) // the call would make the file that it leads to where that is missing
-            throw kStoppedOnSymlink;
+            raiseCode(kStoppedOnSymlink);
         if (now.exists() && isFetchedOnAccess(now.attributes))
-            throw static_cast<long>(ERROR_FILE_OFFLINE);
+            raiseCode(ERROR_FILE_OFFLINE);
     });
     // Opened so that a missing file comes into being: a caller that asks for a file's data gets one.
     const Win32Handle file(CreateFileW(source, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER length{};
     if (!file.isValid() || !GetFileSizeEx(file.get(), &length))
-        throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
+        throw Exception(PLACE(kFileHeader, "File::getData", __LINE__));
     const auto bytes = static_cast<unsigned long long>(length.QuadPart);
     Blob content;
-    placedStep(PLACE(FILE_HEADER, "File::getData", __LINE__), [&] { content.allocate(bytes); });
-    auto* at = static_cast<unsigned char*>(content.getData());
-    unsigned long long done = 0;
-    while (done != bytes) {
-        const DWORD wanted = bytes - done > FileInputByteStream::kLargestTransfer
-                                 ? FileInputByteStream::kLargestTransfer
-                                 : static_cast<DWORD>(bytes - done);
-        DWORD got = 0;
-        if (!ReadFile(file.get(), at + done, wanted, &got, nullptr))
-            throw Exception(PLACE(FILE_HEADER, "File::getData", __LINE__));
-        if (got == 0)
-            break; // it became shorter meanwhile: what there is, is its content
-        done += got;
-    }
+    placedStep(PLACE(kFileHeader, "File::getData", __LINE__), [&] { content.allocate(bytes); });
+    unsigned long long done = 0; // fewer if it became shorter meanwhile: what there is, is its content
+    requireSuccess(PLACE(kFileHeader, "File::getData", __LINE__),
+                   filetransfer::read(file.get(), content.getData(), bytes, done));
     keepData(content.release(), done);
     m_wasRead = true;
 }
 
 void File::setData(const void* data, unsigned long long size)
 {
-    placedStep(PLACE(FILE_HEADER, "File::setData", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::setData", __LINE__), [&] {
         if (data == nullptr && size != 0)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         keepData(data != nullptr ? processheap::copy(data, static_cast<std::size_t>(size), 1) : nullptr,
                  size);
     });
@@ -218,7 +197,7 @@ void File::keepData(void* data, unsigned long long size) noexcept
 long File::dump(unsigned long code, IOutputByteStream& stream) const
 {
     ScanItem::dump(code, stream);
-    placedStep(PLACE(FILE_HEADER, "File::dump", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::dump", __LINE__), [&] {
         const Content data = content();
         writeU32(stream, data.isKnown ? 1 : 0);
         if (data.isKnown)
@@ -231,7 +210,7 @@ long File::load(unsigned long code, IInputByteStream& stream)
 {
     KeptPath kept(*this);
     ScanItem::load(code, stream);
-    placedStep(PLACE(FILE_HEADER, "File::load", __LINE__), [&] {
+    placedStep(PLACE(kFileHeader, "File::load", __LINE__), [&] {
         PathOrigin origin = (code & kStatePath) != 0 ? PathOrigin(path().view()) : m_origin;
         const bool hasData = readU32(stream) != 0;
         Blob data;
@@ -266,7 +245,7 @@ bool pathExists(const wchar_t* path)
                 return true;
         } while (FindNextFileW(search.get(), &data));
         if (const DWORD code = GetLastError(); code != ERROR_NO_MORE_FILES)
-            throw static_cast<long>(code);
+            raiseCode(code);
         return false;
     }
     switch (const DWORD code = GetLastError()) {
@@ -277,6 +256,6 @@ bool pathExists(const wchar_t* path)
     case ERROR_DIRECTORY: // what should be its folder is a file
         return false;
     default:
-        throw static_cast<long>(code);
+        raiseCode(code);
     }
 }

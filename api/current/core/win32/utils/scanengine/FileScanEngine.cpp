@@ -2,23 +2,25 @@
 
 #include "core/win32/utils/scanengine/include/FilePath.h"
 
-#define FILE_SCAN_ENGINE_HEADER "core\\win32\\utils\\scanengine\\include\\FileScanEngine.h"
+constexpr char kFileScanEngineHeader[] = "core\\win32\\utils\\scanengine\\include\\FileScanEngine.h";
 
 using namespace primitives;
 
+ObjectTable<SharedPtr<FileScanEngine>> fileScanEngines(30); // they hold scan items
+
 void FileScanEngine::addPath(const wchar_t* path, int expand)
 {
-    placedStep(PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::addPath", __LINE__), [&] {
+    placedStep(PLACE(kFileScanEngineHeader, "FileScanEngine::addPath", __LINE__), [&] {
         if (path == nullptr)
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         const SharedPtr<ScanItem> root = makeShared<ScanItem, FilePath>(path, expand, 0U);
         if (root->getPath()[0] == L'\0') // no folder, though a search would take it for the current one
-            throw static_cast<long>(ERROR_INVALID_PARAMETER);
+            raiseCode(ERROR_INVALID_PARAMETER);
         appendRoot(root);
     });
 }
 
 const char* FileScanEngine::scanPlace() const noexcept
 {
-    return PLACE(FILE_SCAN_ENGINE_HEADER, "FileScanEngine::scan", __LINE__);
+    return PLACE(kFileScanEngineHeader, "FileScanEngine::scan", __LINE__);
 }

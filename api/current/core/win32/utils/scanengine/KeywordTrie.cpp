@@ -20,6 +20,8 @@ KeywordTrie::KeywordTrie(const std::vector<Keyword>& keywords, Reading reading)
     m_pairs.resize(kPairs);
     for (const Keyword& keyword : keywords)
         m_pairs[keyword[0] % kPairs] |= keyword.size() == 1 ? ~0ULL : 1ULL << keyword[1] % kPairs;
+    for (std::size_t first = 0; first < kPairs; ++first)
+        m_leading |= m_pairs[first] | (m_pairs[first] != 0 ? 1ULL << first : 0);
     widen();
     // One character of all keywords after the other: where a new node falls back to is less deep, so that it
     // and the keywords that end in it are known already.

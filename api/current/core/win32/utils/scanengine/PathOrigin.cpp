@@ -64,7 +64,7 @@ ItemLook ItemLook::at(const wchar_t* target)
     if (!look.exists()) {
         const DWORD code = GetLastError();
         if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
-            throw static_cast<long>(code);
+            raiseCode(code);
     } else if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
         look.isLink = OpenedItself(target).isLink(); // its tag tells
     }

@@ -41,42 +41,42 @@ public:
 private:
     void read()
     {
-        while (m_at < m_pattern.size()) {
-            const wchar_t c = m_pattern[m_at];
-            const std::size_t close = c == L'[' ? m_pattern.find(L']', m_at + 1) : std::wstring_view::npos;
+        while (m_position < m_pattern.size()) {
+            const wchar_t c = m_pattern[m_position];
+            const std::size_t close = c == L'[' ? m_pattern.find(L']', m_position + 1) : std::wstring_view::npos;
             if (c == L'*') {
                 endStretch(false);
                 ++m_stars;
-                m_openEnd = m_at + 1 == m_pattern.size();
+                m_openEnd = m_position + 1 == m_pattern.size();
                 if (m_openEnd)
                     return;
-                m_anchor = m_pattern[m_at + 1];
-                goOn(m_at + 2);
+                m_anchor = m_pattern[m_position + 1];
+                goOn(m_position + 2);
             } else if (c == L'?' || close != std::wstring_view::npos) {
                 endStretch(false);
                 m_plain = false;
-                if (c == L'[' && m_pattern[m_at + 1] == L'!')
+                if (c == L'[' && m_pattern[m_position + 1] == L'!')
                     return;
-                goOn(c == L'?' ? m_at + 1 : close + 1);
+                goOn(c == L'?' ? m_position + 1 : close + 1);
             } else {
-                ++m_at;
+                ++m_position;
             }
         }
         endStretch(true);
     }
     void endStretch(bool atEnd)
     {
-        const std::wstring_view stretch = m_pattern.substr(m_begin, m_at - m_begin);
+        const std::wstring_view stretch = m_pattern.substr(m_begin, m_position - m_begin);
         m_vain = m_vain || stretch.find(m_anchor) != std::wstring_view::npos;
         if (!stretch.empty())
             m_stretches.push_back({stretch, m_begin == 0, atEnd});
     }
-    void goOn(std::size_t at) noexcept { m_begin = m_at = at; }
+    void goOn(std::size_t at) noexcept { m_begin = m_position = at; }
 
     std::wstring_view m_pattern;
     std::vector<Keyword> m_stretches;
     std::size_t m_begin = 0;
-    std::size_t m_at = 0;
+    std::size_t m_position = 0;
     wchar_t m_anchor = L'\0'; // of the last star
     int m_stars = 0;
     bool m_plain = true; // nothing but ordinary characters and stars

@@ -4,9 +4,11 @@
 
 #include "core/win32/registry/include/RegistryPath.h"
 
-#define REGISTRY_SCAN_ENGINE_HEADER "core\\win32\\utils\\scanengine\\include\\RegistryScanEngine.h"
+constexpr char kRegistryScanEngineHeader[] = "core\\win32\\utils\\scanengine\\include\\RegistryScanEngine.h";
 
 using namespace primitives;
+
+ObjectTable<SharedPtr<RegistryScanEngine>> registryScanEngines(30); // they hold scan items
 
 namespace {
 std::wstring uniqueName()
@@ -20,11 +22,11 @@ RegistryScanEngine::RegistryScanEngine() : RegistryScanEngine(uniqueName().c_str
 
 void RegistryScanEngine::addPath(HKEY root, const wchar_t* path, unsigned long options)
 {
-    placedStep(PLACE(REGISTRY_SCAN_ENGINE_HEADER, "RegistryScanEngine::addPath", __LINE__),
+    placedStep(PLACE(kRegistryScanEngineHeader, "RegistryScanEngine::addPath", __LINE__),
                [&] { appendRoot(makeShared<ScanItem, RegistryPath>(root, path, options)); });
 }
 
 const char* RegistryScanEngine::scanPlace() const noexcept
 {
-    return PLACE(REGISTRY_SCAN_ENGINE_HEADER, "RegistryScanEngine::scan", __LINE__);
+    return PLACE(kRegistryScanEngineHeader, "RegistryScanEngine::scan", __LINE__);
 }

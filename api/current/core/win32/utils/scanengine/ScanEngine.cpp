@@ -8,9 +8,9 @@ void ScanEngine::appendRoot(const SharedPtr<ScanItem>& root)
         const std::wstring numbered = number == 1 ? key : key + L'*' + std::to_wstring(number);
         ScanItemHandle handle(scanItems().openOrCreate(numbered.c_str(), [&] { return root; }));
         SharedPtr<ScanItem> item;
-        primitives::requireSuccess(scanItems().get(handle.get(), item));
+        requireSuccess(scanItems().get(handle.get(), item));
         if (dynamic_cast<ScanPath*>(item.get()) == nullptr)
-            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+            raiseCode(ERROR_ALREADY_EXISTS);
         if (!root->isInterchangeable(*item))
             continue;
         const WriteLocker locker(m_lock);
@@ -50,8 +50,7 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
         long code = scanItems().get(root.handle, item);
         if (code == ERROR_SUCCESS && item.get() != root.item.get())
             code = ERROR_INVALID_HANDLE; // the root was dropped, and its number went to another item
-        if (code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, code);
         auto& path = dynamic_cast<ScanPath&>(*item);
         path.receiveHandlers(m_provider);
         result = path.scanOn(cancelEvent, validator, pathOptions, &item, firstFailure);

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <optional>
 
-#define SCAN_PATH_HEADER "core\\win32\\utils\\scanengine\\include\\ScanPath.h"
+constexpr char kScanPathHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanPath.h";
 
 namespace {
 /// Containers that wait for their turn are filed under a name that no caller uses.
@@ -52,8 +52,7 @@ long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& valid
         const SharedPtr<ScanItem> item = walk.next.front().item;
         const long code = walk.next.front().code;
         walk.next.pop_front();
-        if (code != ERROR_SUCCESS)
-            throw Exception(scanPlace(), static_cast<unsigned long>(code));
+        requireSuccess(scanPlace(), code);
         auto* path = dynamic_cast<ScanPath*>(item.get());
         if (path == nullptr) // somebody closed our handle, and the number went to another item
             throw Exception(scanPlace(), ERROR_INVALID_HANDLE);
@@ -127,17 +126,17 @@ bool ScanPath::lookUpNext(Walk& walk)
         handles.reserve(kMost);
         for (auto handle = walk.queue.begin(); handle != last; ++handle)
             handles.push_back(handle->get());
-        std::vector<Looked> looked(handles.size());
-        auto at = looked.begin();
+        std::vector<TakenContainer> taken(handles.size());
+        auto next = taken.begin();
         auto handle = walk.queue.begin();
         scanItems().takeObjects(handles, [&](long code, const SharedPtr<ScanItem>& item) {
-            *at++ = {code, item};
+            *next++ = {code, item};
             if (code == ERROR_SUCCESS)
                 static_cast<void>(handle->release()); // the table has closed it
             ++handle;
         });
         walk.queue.erase(walk.queue.begin(), last);
-        walk.next.assign(looked.begin(), looked.end());
+        walk.next.assign(taken.begin(), taken.end());
     }
     return !walk.next.empty();
 }
@@ -148,7 +147,7 @@ void ScanPath::enqueueFound(Walk& walk)
 {
     if (walk.found.empty() || walk.cancelled)
         return;
-    primitives::placedStep(PLACE(SCAN_PATH_HEADER, "ScanPath::enqueueFound", __LINE__), [&] {
+    primitives::placedStep(PLACE(kScanPathHeader, "ScanPath::enqueueFound", __LINE__), [&] {
         scanItems().registerObjects(
             walk.found,
             [](const SharedPtr<ScanItem>& item) {

@@ -5,7 +5,7 @@
 #include "core/win32/utils/scanengine/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
-#define SCAN_RULE_HEADER "core\\win32\\utils\\scanengine\\include\\ScanRule.h"
+constexpr char kScanRuleHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanRule.h";
 
 using namespace primitives;
 
@@ -49,7 +49,7 @@ ScanRule::ScanRule(const wchar_t* pattern, std::uint32_t mode, std::uint32_t tar
     : matchMode(mode), matchTarget(target), itemKind(kind)
 {
     if (pattern == nullptr)
-        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        raiseCode(ERROR_INVALID_PARAMETER);
     setPattern(pattern);
 }
 
@@ -103,24 +103,24 @@ void ScanRule::loadFields(IInputByteStream& stream)
 
 long ScanFilter::dump(unsigned long, IOutputByteStream& stream) const
 {
-    placedStep(PLACE(SCAN_RULE_HEADER, "ScanFilter::dump", __LINE__), [&] { dumpFields(stream); });
+    placedStep(PLACE(kScanRuleHeader, "ScanFilter::dump", __LINE__), [&] { dumpFields(stream); });
     return ERROR_SUCCESS;
 }
 
 long ScanFilter::load(unsigned long, IInputByteStream& stream)
 {
-    placedStep(PLACE(SCAN_RULE_HEADER, "ScanFilter::load", __LINE__), [&] { loadFields(stream); });
+    placedStep(PLACE(kScanRuleHeader, "ScanFilter::load", __LINE__), [&] { loadFields(stream); });
     return ERROR_SUCCESS;
 }
 
 long ScanIgnore::dump(unsigned long, IOutputByteStream& stream) const
 {
-    placedStep(PLACE(SCAN_RULE_HEADER, "ScanIgnore::dump", __LINE__), [&] { dumpFields(stream); });
+    placedStep(PLACE(kScanRuleHeader, "ScanIgnore::dump", __LINE__), [&] { dumpFields(stream); });
     return ERROR_SUCCESS;
 }
 
 long ScanIgnore::load(unsigned long, IInputByteStream& stream)
 {
-    placedStep(PLACE(SCAN_RULE_HEADER, "ScanIgnore::load", __LINE__), [&] { loadFields(stream); });
+    placedStep(PLACE(kScanRuleHeader, "ScanIgnore::load", __LINE__), [&] { loadFields(stream); });
     return ERROR_SUCCESS;
 }

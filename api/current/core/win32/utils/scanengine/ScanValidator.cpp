@@ -7,7 +7,7 @@
 
 #include "core/win32/utils/strings/include/TextSearch.h"
 
-#define SCAN_VALIDATOR_HEADER "core\\win32\\utils\\scanengine\\include\\ScanValidator.h"
+constexpr char kScanValidatorHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanValidator.h";
 
 using namespace primitives;
 
@@ -18,7 +18,7 @@ constexpr std::size_t kWorthCompiling = 8;
 std::uint32_t digit(wchar_t c)
 {
     if (c < L'0' || c > L'9')
-        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        raiseCode(ERROR_INVALID_PARAMETER);
     return static_cast<std::uint32_t>(c - L'0');
 }
 
@@ -34,7 +34,7 @@ void appendEntries(std::vector<Rule>& rules, std::wstring_view text)
         if (colon != std::wstring_view::npos) {
             const std::wstring_view digits = entry.substr(colon + 1);
             if (digits.size() != 3)
-                throw static_cast<long>(ERROR_INVALID_PARAMETER);
+                raiseCode(ERROR_INVALID_PARAMETER);
             mode = digit(digits[0]);
             target = digit(digits[1]);
             kind = digit(digits[2]);
@@ -81,7 +81,7 @@ ScanValidator::ScanValidator(const wchar_t* filters, const wchar_t* ignores)
 {
     if (filters == nullptr || ignores == nullptr)
         return;
-    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::ScanValidator", __LINE__), [&] {
+    placedStep(PLACE(kScanValidatorHeader, "ScanValidator::ScanValidator", __LINE__), [&] {
         appendEntries(m_filters, filters);
         appendEntries(m_ignores, ignores);
     });
@@ -91,7 +91,7 @@ void ScanValidator::addFilter(const wchar_t* pattern, std::uint32_t matchMode, s
                               std::uint32_t itemKind)
 {
     forget();
-    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::addFilter", __LINE__),
+    placedStep(PLACE(kScanValidatorHeader, "ScanValidator::addFilter", __LINE__),
                [&] { m_filters.emplace_back(pattern, matchMode, matchTarget, itemKind); });
 }
 
@@ -99,7 +99,7 @@ void ScanValidator::addIgnore(const wchar_t* pattern, std::uint32_t matchMode, s
                               std::uint32_t itemKind)
 {
     forget();
-    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::addIgnore", __LINE__),
+    placedStep(PLACE(kScanValidatorHeader, "ScanValidator::addIgnore", __LINE__),
                [&] { m_ignores.emplace_back(pattern, matchMode, matchTarget, itemKind); });
 }
 
@@ -159,12 +159,12 @@ void ScanValidator::clear() noexcept
 
 const wchar_t* ScanValidator::getFilter(std::uint32_t index) const
 {
-    return patternAt(m_filters, index, PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::getFilter", __LINE__));
+    return patternAt(m_filters, index, PLACE(kScanValidatorHeader, "ScanValidator::getFilter", __LINE__));
 }
 
 const wchar_t* ScanValidator::getIgnore(std::uint32_t index) const
 {
-    return patternAt(m_ignores, index, PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::getIgnore", __LINE__));
+    return patternAt(m_ignores, index, PLACE(kScanValidatorHeader, "ScanValidator::getIgnore", __LINE__));
 }
 
 std::uint32_t ScanValidator::getFilterCount() const noexcept
@@ -179,7 +179,7 @@ std::uint32_t ScanValidator::getIgnoreCount() const noexcept
 
 long ScanValidator::dump(unsigned long code, IOutputByteStream& stream) const
 {
-    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::dump", __LINE__), [&] {
+    placedStep(PLACE(kScanValidatorHeader, "ScanValidator::dump", __LINE__), [&] {
         dumpRules(m_filters, code, stream);
         dumpRules(m_ignores, code, stream);
     });
@@ -188,7 +188,7 @@ long ScanValidator::dump(unsigned long code, IOutputByteStream& stream) const
 
 long ScanValidator::load(unsigned long code, IInputByteStream& stream)
 {
-    placedStep(PLACE(SCAN_VALIDATOR_HEADER, "ScanValidator::load", __LINE__), [&] {
+    placedStep(PLACE(kScanValidatorHeader, "ScanValidator::load", __LINE__), [&] {
         std::vector<ScanFilter> filters = loadRules<ScanFilter>(code, stream);
         std::vector<ScanIgnore> ignores = loadRules<ScanIgnore>(code, stream);
         forget(); // what is compiled points into rules that move

@@ -10,24 +10,24 @@ public:
 
     bool run() noexcept
     {
-        while (m_at < m_pattern.size()) {
-            const wchar_t c = m_pattern[m_at];
+        while (m_patternPosition < m_pattern.size()) {
+            const wchar_t c = m_pattern[m_patternPosition];
             bool goesOn = false;
             if (c == L'*') {
-                if (m_at + 1 == m_pattern.size())
+                if (m_patternPosition + 1 == m_pattern.size())
                     return true;
                 goesOn = skipRun();
             } else if (c == L'?') {
-                goesOn = take(m_position < m_text.size(), 1);
-            } else if (c == L'[' && m_pattern.find(L']', m_at + 1) != std::wstring_view::npos) {
-                goesOn = matchSet(m_pattern.find(L']', m_at + 1));
+                goesOn = take(m_textPosition < m_text.size(), 1);
+            } else if (c == L'[' && m_pattern.find(L']', m_patternPosition + 1) != std::wstring_view::npos) {
+                goesOn = matchSet(m_pattern.find(L']', m_patternPosition + 1));
             } else {
-                goesOn = take(m_position < m_text.size() && m_text[m_position] == c, 1);
+                goesOn = take(m_textPosition < m_text.size() && m_text[m_textPosition] == c, 1);
             }
             if (!goesOn)
                 return false;
         }
-        return m_position == m_text.size();
+        return m_textPosition == m_text.size();
     }
 
 private:
@@ -45,8 +45,8 @@ private:
     bool take(bool matched, std::size_t length) noexcept
     {
         if (matched) {
-            ++m_position;
-            m_at += length;
+            ++m_textPosition;
+            m_patternPosition += length;
         }
         return matched;
     }
@@ -55,8 +55,8 @@ private:
     /// character after the star, so that "before the first character" is 0.
     bool skipRun() noexcept
     {
-        const wchar_t anchor = m_pattern[m_at + 1];
-        const wchar_t after = patternAt(m_at + 2);
+        const wchar_t anchor = m_pattern[m_patternPosition + 1];
+        const wchar_t after = patternAt(m_patternPosition + 2);
         std::size_t next = m_text.size();
         while (next > 0 && m_text[next - 1] != anchor)
             --next;
@@ -69,29 +69,29 @@ private:
             if (next > m_text.size())
                 return false;
         }
-        m_position = next;
-        m_at += 2;
+        m_textPosition = next;
+        m_patternPosition += 2;
         return true;
     }
 
     bool matchSet(std::size_t close) noexcept
     {
-        const std::wstring_view set = m_pattern.substr(m_at + 1, close - m_at - 1);
-        const bool atEnd = m_position >= m_text.size();
-        const wchar_t c = textAt(m_position);
-        const std::size_t length = close - m_at + 1;
+        const std::wstring_view set = m_pattern.substr(m_patternPosition + 1, close - m_patternPosition - 1);
+        const bool atEnd = m_textPosition >= m_text.size();
+        const wchar_t c = textAt(m_textPosition);
+        const std::size_t length = close - m_patternPosition + 1;
 
         if (!set.empty() && set[0] == L'!') {
             if (set.size() > 3 && set[2] == L'-') {
                 if (c < set[1] || c > set[3])
                     return take(!atEnd, length);
-                m_at += 1; // the "!" and what follows it are ordinary characters from here on
+                m_patternPosition += 1; // the "!" and what follows it are ordinary characters from here on
                 return true;
             }
             // The first listed character is never looked at.
             if (!atEnd && set.size() > 2 && set.substr(2).find(c) != std::wstring_view::npos)
                 return false;
-            m_at = close; // the "]" is an ordinary character from here on
+            m_patternPosition = close; // the "]" is an ordinary character from here on
             return true;
         }
         if (set.size() > 2 && set[1] == L'-')
@@ -101,8 +101,8 @@ private:
 
     std::wstring_view m_text;
     std::wstring_view m_pattern;
-    std::size_t m_position = 0;
-    std::size_t m_at = 0;
+    std::size_t m_textPosition = 0;
+    std::size_t m_patternPosition = 0;
 };
 
 bool isOrdinary(wchar_t c) noexcept

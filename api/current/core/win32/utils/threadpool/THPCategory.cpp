@@ -30,7 +30,7 @@ long THPCategory::queueWork(const SharedPtr<THPCategory>& self, const ItemPtr& i
             }
             return code;
         }
-        if (m_threadCount.load() == m_options.maximumThreads) {
+        if (m_threads.size() == m_options.maximumThreads) {
             if (option == ITHPWorkItem::ScheduleOption::OnlyIfFree)
                 return ERROR_CAN_NOT_COMPLETE;
             m_queue.insert(option == ITHPWorkItem::ScheduleOption::AtEnd ? m_queue.end() : m_queue.begin(),
@@ -56,7 +56,6 @@ THPCategory::ThreadPtr THPCategory::addThread(const ItemPtr& item)
     thread->setItem(item);
     item->setRunning();
     m_threads.push_back(thread);
-    ++m_threadCount;
     return thread;
 }
 
@@ -64,7 +63,6 @@ void THPCategory::removeThread(THPThread& thread) noexcept
 {
     std::erase(m_waiting, &thread);
     std::erase_if(m_threads, [&](const ThreadPtr& known) { return known.get() == &thread; });
-    --m_threadCount;
 }
 
 // Takes a thread out that could not be started. `item` was queued with it: whoever found it meanwhile is let
@@ -97,7 +95,7 @@ void THPCategory::startForQueue(const SharedPtr<THPCategory>& self) noexcept
         long code = ERROR_SUCCESS;
         {
             const WriteLocker locker(m_lock);
-            if (m_closed || m_queue.empty() || m_threadCount != 0 || m_options.maximumThreads == 0)
+            if (m_closed || m_queue.empty() || !m_threads.empty() || m_options.maximumThreads == 0)
                 return;
             item = m_queue.front();
             m_queue.pop_front();
@@ -325,7 +323,7 @@ long THPCategory::waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE e
             return ERROR_SUCCESS;
         done = item.getDoneEvent();
         if (done == nullptr)
-            return static_cast<long>(GetLastError());
+            return lastError();
     }
     return WaitEvent(done, timeout, extraHandle);
 }

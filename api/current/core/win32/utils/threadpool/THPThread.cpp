@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
-#include "core/win32/utils/threadpool/include/KeptLibrary.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 #include "core/win32/utils/threadpool/include/ThreadContext.h"
 
@@ -39,7 +39,7 @@ long THPThread::createEvents() noexcept
     for (Win32Handle* event : {&m_workAvailable, &m_terminate}) {
         event->reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         if (!event->isValid())
-            return static_cast<long>(GetLastError());
+            return lastError();
     }
     return createCancelEvent();
 }
@@ -47,7 +47,7 @@ long THPThread::createEvents() noexcept
 long THPThread::createCancelEvent() noexcept
 {
     m_cancel.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    m_cancelStatus = m_cancel.isValid() ? ERROR_SUCCESS : static_cast<long>(GetLastError());
+    m_cancelStatus = m_cancel.isValid() ? ERROR_SUCCESS : lastError();
     return m_cancelStatus;
 }
 
@@ -88,12 +88,12 @@ long THPThread::create(Worker& worker, Win32Handle& handle) noexcept
     handle.reset(CreateThread(nullptr, static_cast<SIZE_T>(m_options.stackSize), &THPThread::entry, &worker,
                               m_options.creationFlags, &id));
     if (!handle.isValid())
-        return static_cast<long>(GetLastError());
+        return lastError();
     m_id = id;
     m_made = true;
     if (SetThreadPriority(handle.get(), m_options.priority))
         return ERROR_SUCCESS;
-    const auto code = static_cast<long>(GetLastError());
+    const auto code = lastError();
     m_abandoned = true;
     if (m_options.creationFlags == CREATE_SUSPENDED)
         ResumeThread(handle.get());
@@ -113,7 +113,7 @@ long THPThread::handOver(const ItemPtr& item) noexcept
     setItem(item);
     if (SetEvent(m_workAvailable.get()))
         return ERROR_SUCCESS;
-    const auto code = static_cast<long>(GetLastError());
+    const auto code = lastError();
     clearItem();
     return code;
 }
@@ -163,7 +163,7 @@ long THPThread::resume() noexcept
 {
     if (m_heldBySystem) {
         if (ResumeThread(m_thread.get()) == static_cast<DWORD>(-1))
-            return static_cast<long>(GetLastError());
+            return lastError();
         m_heldBySystem = false;
     }
     return m_mark.gate.resume(m_thread.get());
@@ -171,7 +171,7 @@ long THPThread::resume() noexcept
 
 long THPThread::cancel() noexcept
 {
-    return SetEvent(m_cancel.get()) ? ERROR_SUCCESS : static_cast<long>(GetLastError());
+    return SetEvent(m_cancel.get()) ? ERROR_SUCCESS : lastError();
 }
 
 bool THPThread::takeCancel() noexcept
@@ -261,7 +261,7 @@ long THPThread::waitForWork() noexcept
     case WAIT_OBJECT_0 + 1:
         return ERROR_CANCELLED;
     default:
-        return static_cast<long>(GetLastError());
+        return lastError();
     }
 }
 

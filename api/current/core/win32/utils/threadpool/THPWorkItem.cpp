@@ -12,7 +12,7 @@ const THPWorkCall& checked(const THPWorkCall& call)
     const bool complete =
         call.kind == THPWorkCall::kFunction ? call.function != nullptr : call.kind == THPWorkCall::kObject;
     if (!complete)
-        throw Exception(PLACE(THP_WORK_ITEM_HEADER, "THPWorkItem::THPWorkItem", __LINE__),
+        throw Exception(PLACE(kTHPWorkItemHeader, "THPWorkItem::THPWorkItem", __LINE__),
                         ERROR_INVALID_PARAMETER);
     return call;
 }

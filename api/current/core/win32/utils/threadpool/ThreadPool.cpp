@@ -2,6 +2,9 @@
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 
+// Topics hold pools, and so may whatever a handler is called for.
+ObjectTable<ThreadPoolPtr> threadPools(90);
+
 void DismissPool::operator()(ThreadPool* pool) const noexcept
 {
     if (!isProcessEnding())
@@ -31,7 +34,7 @@ ThreadPool::CategoryPtr ThreadPool::find(const THPWorkKey& key)
     const ReadLocker locker(m_lock);
     const auto found = m_categories.find(key.category);
     if (found == m_categories.end())
-        throw Exception(PLACE(THREAD_POOL_HEADER, "ThreadPool::find", __LINE__), ERROR_NOT_FOUND);
+        throw Exception(PLACE(kThreadPoolHeader, "ThreadPool::find", __LINE__), ERROR_NOT_FOUND);
     return found->second;
 }
 
@@ -60,7 +63,7 @@ bool ThreadPool::isClosed() noexcept
 void ThreadPool::requireOpen() const
 {
     if (m_closed)
-        throw Exception(PLACE(THREAD_POOL_HEADER, "ThreadPool::findOrCreate", __LINE__),
+        throw Exception(PLACE(kThreadPoolHeader, "ThreadPool::findOrCreate", __LINE__),
                         ERROR_INVALID_ADDRESS);
 }
 
@@ -80,7 +83,7 @@ void ThreadPool::createCategory(const THPWorkKey& key, const THPCategoryOptions&
     const WriteLocker locker(m_lock);
     requireOpen();
     if (!m_categories.try_emplace(key.category, category).second)
-        throw Exception(PLACE(THREAD_POOL_HEADER, "ThreadPool::createCategory", __LINE__),
+        throw Exception(PLACE(kThreadPoolHeader, "ThreadPool::createCategory", __LINE__),
                         ERROR_ALREADY_EXISTS);
 }
 

@@ -7,10 +7,11 @@
 #include <cwchar>
 #include <string>
 
+#include "core/win32/registry/include/ValueData.h"
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-#define BOOT_EXECUTE_HEADER "core\\win32\\utils\\wiper\\include\\BootExecute.h"
+constexpr char kBootExecuteHeader[] = "core\\win32\\utils\\wiper\\include\\BootExecute.h";
 
 namespace {
 constexpr wchar_t kValue[] = L"BootExecute";
@@ -18,17 +19,6 @@ constexpr wchar_t kMutex[] = L"Global\\sysmaint.BootExecute";
 // Full access to the system and to administrators, whoever of them has made it; no other may edit the value.
 constexpr wchar_t kMutexSecurity[] = L"D:(A;;0x1F0001;;;SY)(A;;0x1F0001;;;BA)";
 constexpr DWORD kLongestWait = 10000; // milliseconds
-
-void requireSuccess(long code, const char* place)
-{
-    if (code != ERROR_SUCCESS)
-        throw Exception(place, static_cast<unsigned long>(code));
-}
-
-long lastError() noexcept
-{
-    return static_cast<long>(GetLastError());
-}
 
 /// Keeps everybody else on this machine from editing the value, for a scope.
 class EditLock
@@ -39,18 +29,18 @@ public:
         PSECURITY_DESCRIPTOR descriptor = nullptr;
         if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(kMutexSecurity, SDDL_REVISION_1,
                                                                   &descriptor, nullptr))
-            requireSuccess(lastError(), PLACE(BOOT_EXECUTE_HEADER, "EditLock::EditLock", __LINE__));
+            requireSuccess(PLACE(kBootExecuteHeader, "EditLock::EditLock", __LINE__), lastError());
         SECURITY_ATTRIBUTES security{sizeof security, descriptor, FALSE};
         // Not all that can be asked for: one that somebody else has made may allow no more.
         m_mutex.reset(CreateMutexExW(&security, kMutex, 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
         const long code = m_mutex.isValid() ? ERROR_SUCCESS : lastError();
         LocalFree(descriptor);
-        requireSuccess(code, PLACE(BOOT_EXECUTE_HEADER, "EditLock::EditLock", __LINE__));
+        requireSuccess(PLACE(kBootExecuteHeader, "EditLock::EditLock", __LINE__), code);
         // Whoever died with it has written the whole value or nothing.
         const DWORD wait = WaitForSingleObject(m_mutex.get(), kLongestWait);
         if (wait != WAIT_OBJECT_0 && wait != WAIT_ABANDONED)
-            requireSuccess(wait == WAIT_TIMEOUT ? ERROR_TIMEOUT : lastError(),
-                           PLACE(BOOT_EXECUTE_HEADER, "EditLock::EditLock", __LINE__));
+            requireSuccess(PLACE(kBootExecuteHeader, "EditLock::EditLock", __LINE__),
+                           wait == WAIT_TIMEOUT ? ERROR_TIMEOUT : lastError());
     }
     EditLock(const EditLock&) = delete;
     EditLock& operator=(const EditLock&) = delete;
@@ -63,9 +53,9 @@ private:
 RegistryKeyHandle openKey(REGSAM access)
 {
     HKEY key = nullptr;
-    requireSuccess(RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
-                                 0, access, &key),
-                   PLACE(BOOT_EXECUTE_HEADER, "openKey", __LINE__));
+    requireSuccess(PLACE(kBootExecuteHeader, "openKey", __LINE__),
+                   RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager",
+                                 0, access, &key));
     return RegistryKeyHandle(key);
 }
 
@@ -94,28 +84,22 @@ std::wstring readList(HKEY key)
     DWORD type = REG_NONE;
     DWORD size = 0;
     std::wstring list;
-    long code = RegQueryValueExW(key, kValue, nullptr, &type, nullptr, &size);
-    // It may grow between the two questions.
-    for (int attempt = 0; code == ERROR_SUCCESS; ++attempt) {
-        list.resize(size / sizeof(wchar_t) + 1);
-        size = static_cast<DWORD>(list.size() * sizeof(wchar_t));
-        code = RegQueryValueExW(key, kValue, nullptr, &type, reinterpret_cast<BYTE*>(list.data()), &size);
-        if (code != ERROR_MORE_DATA || attempt == 8)
-            break;
-        code = ERROR_SUCCESS;
-    }
-    requireSuccess(code, PLACE(BOOT_EXECUTE_HEADER, "readList", __LINE__));
+    requireSuccess(PLACE(kBootExecuteHeader, "readList", __LINE__),
+                   valuedata::query(key, kValue, type, size, [&](std::size_t capacity) -> void* {
+                       list.resize(capacity / sizeof(wchar_t) + 1);
+                       return list.data();
+                   }));
     list.resize(size / sizeof(wchar_t));
     if (type != REG_MULTI_SZ || size % sizeof(wchar_t) != 0 || closingPosition(list) == std::wstring::npos)
-        throw Exception(PLACE(BOOT_EXECUTE_HEADER, "readList", __LINE__), ERROR_INVALID_DATA);
+        throw Exception(PLACE(kBootExecuteHeader, "readList", __LINE__), ERROR_INVALID_DATA);
     return list;
 }
 
 void writeList(HKEY key, const std::wstring& list)
 {
-    requireSuccess(RegSetValueExW(key, kValue, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(list.data()),
-                                  static_cast<DWORD>(list.size() * sizeof(wchar_t))),
-                   PLACE(BOOT_EXECUTE_HEADER, "writeList", __LINE__));
+    requireSuccess(PLACE(kBootExecuteHeader, "writeList", __LINE__),
+                   RegSetValueExW(key, kValue, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(list.data()),
+                                  static_cast<DWORD>(list.size() * sizeof(wchar_t))));
 }
 
 /// The position of the first entry from `at` on that equals `entry`, or npos.
@@ -137,12 +121,12 @@ void requireEntry(const wchar_t* entry, const char* place)
 
 long bootexecute::add(const wchar_t* entry)
 {
-    requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::add", __LINE__));
+    requireEntry(entry, PLACE(kBootExecuteHeader, "bootexecute::add", __LINE__));
     const EditLock lock;
     const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE | KEY_SET_VALUE);
     std::wstring list = readList(key.get());
     if (findEntry(list, entry) != std::wstring::npos)
-        throw Exception(PLACE(BOOT_EXECUTE_HEADER, "bootexecute::add", __LINE__), ERROR_ALREADY_EXISTS);
+        throw Exception(PLACE(kBootExecuteHeader, "bootexecute::add", __LINE__), ERROR_ALREADY_EXISTS);
     list.resize(closingPosition(list));
     list += entry;
     list.append(2, L'\0');
@@ -152,7 +136,7 @@ long bootexecute::add(const wchar_t* entry)
 
 long bootexecute::remove(const wchar_t* entry)
 {
-    requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::remove", __LINE__));
+    requireEntry(entry, PLACE(kBootExecuteHeader, "bootexecute::remove", __LINE__));
     const EditLock lock;
     const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE | KEY_SET_VALUE);
     std::wstring list = readList(key.get());
@@ -164,7 +148,7 @@ long bootexecute::remove(const wchar_t* entry)
 
 bool bootexecute::isScheduled(const wchar_t* entry)
 {
-    requireEntry(entry, PLACE(BOOT_EXECUTE_HEADER, "bootexecute::isScheduled", __LINE__));
+    requireEntry(entry, PLACE(kBootExecuteHeader, "bootexecute::isScheduled", __LINE__));
     const RegistryKeyHandle key = openKey(KEY_QUERY_VALUE);
     return findEntry(readList(key.get()), entry) != std::wstring::npos;
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/wiper/include/ForceDelete.h"
@@ -78,7 +79,7 @@ std::wstring bootlist::filePath()
     wchar_t folder[MAX_PATH] = {};
     const UINT length = GetWindowsDirectoryW(folder, MAX_PATH);
     if (length == 0 || length >= MAX_PATH)
-        throw static_cast<long>(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
+        raiseCode(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
     std::wstring path = folder;
     if (path.back() != L'\\')
         path += L'\\';

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 
@@ -22,11 +23,6 @@ constexpr DWORD kContentSize = 600;
 // KiB each, and that many records of a table more.
 constexpr std::uint32_t kBatch = 256;
 constexpr std::uint64_t kGrowth = kBatch * 512ULL;
-
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
-}
 
 /// The folder of the small files. It goes with all of them when this goes, in every case.
 class SmallFiles
@@ -41,7 +37,7 @@ public:
             m_held.emplace(Win32Path(m_folder.c_str()), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES,
                            FILE_SHARE_READ | FILE_SHARE_WRITE);
             if (m_held->isLink() || !m_held->isFolder())
-                throw kStoppedOnSymlink;
+                raiseCode(kStoppedOnSymlink);
         } catch (...) {
             m_held.reset();
             RemoveDirectoryW(Win32Path(m_folder.c_str()));
@@ -176,13 +172,13 @@ private:
 long filetable::wipe(const wchar_t* volume, WipeCallback callback, WipeProgress* progress, HANDLE cancelEvent)
 {
     if (volume == nullptr || *volume == L'\0')
-        throw static_cast<long>(ERROR_INVALID_PARAMETER);
+        raiseCode(ERROR_INVALID_PARAMETER);
     const std::wstring root = settledPath(volume);
     SmallFiles files(settledPath(std::wstring(volume) + kFolderName));
     TableGauge gauge(files.folder(), root);
     for (std::uint32_t made = 0; made < kMostFiles; ++made) {
         if (isCancelled(cancelEvent))
-            throw static_cast<long>(ERROR_CANCELLED);
+            raiseCode(ERROR_CANCELLED);
         files.add();
         if ((made + 1) % kBatch != 0)
             continue;

@@ -3,15 +3,9 @@
 #include <winioctl.h>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Removal.h"
-
-namespace {
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
-}
-} // namespace
 
 Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
     : m_wiper(wiper), m_path(path), m_target(m_path.c_str())
@@ -27,15 +21,15 @@ Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
             FILE_DISPOSITION_INFO deletion{
                 static_cast<BOOLEAN>(isNew)}; // what nothing is known of does not go by its name
             SetFileInformationByHandle(m_file.get(), FileDispositionInfo, &deletion, sizeof deletion);
-            throw static_cast<long>(code);
+            raiseCode(code);
         }
         m_identity = FileIdentity::of(information);
         if (!isNew && (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-            throw kStoppedOnSymlink;
+            raiseCode(kStoppedOnSymlink);
         // The user's own file, or a second name of somebody's, would be cut with it.
         const bool isHidden = (information.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN) != 0;
         if (information.nNumberOfLinks > 1 || (!isNew && !isHidden))
-            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+            raiseCode(ERROR_ALREADY_EXISTS);
         isOurs = true;
         // In a compressed folder zeros would take up no space.
         USHORT format = COMPRESSION_FORMAT_NONE;
@@ -85,7 +79,7 @@ void Wiper::Filler::cutAndDelete() const
     const auto isOurs = [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; };
     const auto requireOurs = [&](HANDLE opened) {
         if (!isOurs(opened))
-            throw WipeTarget::kAnotherFile;
+            raiseCode(WipeTarget::kAnotherFile);
     };
     {
         const Win32Handle file = patientlyOpened(OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);

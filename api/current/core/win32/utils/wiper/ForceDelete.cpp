@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "core/win32/utils/wiper/include/BootListPath.h"
@@ -40,8 +41,7 @@ Win32Handle openList(DWORD access, DWORD share, DWORD disposition)
             CreateFileW(list.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
         return file.isValid() ? ERROR_SUCCESS : GetLastError();
     });
-    if (code != ERROR_SUCCESS)
-        throw static_cast<long>(code);
+    requireSuccess(code);
     return file;
 }
 
@@ -57,15 +57,14 @@ void lockList(HANDLE file)
             LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place);
         return locked ? ERROR_SUCCESS : GetLastError();
     });
-    if (code != ERROR_SUCCESS)
-        throw static_cast<long>(code);
+    requireSuccess(code);
 }
 
 ULONGLONG sizeOf(HANDLE file)
 {
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(file, &size))
-        throw static_cast<long>(GetLastError());
+        raiseLastError();
     return static_cast<ULONGLONG>(size.QuadPart);
 }
 
@@ -85,7 +84,7 @@ void appendText(HANDLE file, ULONGLONG size, const std::wstring& text)
     before.EndOfFile.QuadPart = static_cast<LONGLONG>(size);
     if (written != 0 && sizeOf(file) == size + written)
         SetFileInformationByHandle(file, FileEndOfFileInfo, &before, sizeof before);
-    throw static_cast<long>(code);
+    raiseCode(code);
 }
 
 /// Whether a line ends as append ends it: two numbers, with a field's end between them.
@@ -105,10 +104,9 @@ std::wstring readList()
     const Win32Handle file =
         openList(GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
     std::wstring text(static_cast<std::size_t>(sizeOf(file.get())) / sizeof(wchar_t), L'\0');
-    DWORD read = 0;
-    if (!ReadFile(file.get(), text.data(), static_cast<DWORD>(text.size() * sizeof(wchar_t)), &read, nullptr))
-        throw static_cast<long>(GetLastError());
-    text.resize(read / sizeof(wchar_t));
+    unsigned long long read = 0;
+    requireSuccess(filetransfer::read(file.get(), text.data(), text.size() * sizeof(wchar_t), read));
+    text.resize(static_cast<std::size_t>(read) / sizeof(wchar_t));
     return text;
 }
 } // namespace

@@ -2,19 +2,22 @@
 
 #include <winioctl.h>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/Patience.h"
 
 namespace {
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
-}
-
 bool control(HANDLE device, DWORD code, void* result = nullptr, DWORD size = 0) noexcept
 {
     DWORD returned = 0;
     return DeviceIoControl(device, code, nullptr, 0, result, size, &returned, nullptr) != FALSE;
+}
+/// Raises the last error, unless it says that the device does not know what it was asked.
+void requireKnown()
+{
+    const DWORD code = GetLastError();
+    if (code != ERROR_INVALID_FUNCTION && code != ERROR_NOT_SUPPORTED && code != ERROR_INVALID_PARAMETER)
+        raiseLastError();
 }
 } // namespace
 
@@ -27,23 +30,19 @@ std::uint64_t volumedevice::lengthOf(const wchar_t* device)
     GET_LENGTH_INFORMATION length{};
     if (control(opened.get(), IOCTL_DISK_GET_LENGTH_INFO, &length, sizeof length))
         return static_cast<std::uint64_t>(length.Length.QuadPart);
-    switch (GetLastError()) {
-    case ERROR_INVALID_FUNCTION:
-    case ERROR_NOT_SUPPORTED:
-    case ERROR_INVALID_PARAMETER:
-        return 0;
-    default:
-        raiseLastError();
-    }
+    requireKnown();
+    return 0;
 }
 
 void volumedevice::takeOver(HANDLE volume, HANDLE cancelEvent)
 {
     for (Patience patience(cancelEvent); !control(volume, FSCTL_LOCK_VOLUME);)
-        if (!patience.isWorthAnotherTry(GetLastError()))
-            raiseLastError();
+        if (!patience.isWorthAnotherTry(GetLastError())) {
+            requireKnown();
+            break;
+        }
     if (!control(volume, FSCTL_DISMOUNT_VOLUME))
-        raiseLastError();
+        requireKnown();
     // Where it is refused, a write behind the file system's end tells.
     control(volume, FSCTL_ALLOW_EXTENDED_DASD_IO);
 }

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Removal.h"
 
@@ -13,10 +14,6 @@ constexpr DWORD kPosixDelete = 0x3; // FILE_DISPOSITION_FLAG_DELETE, FILE_DISPOS
 
 constexpr DWORD kGuarding = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-[[noreturn]] void raiseLastError()
-{
-    throw static_cast<long>(GetLastError());
-}
 } // namespace
 
 FileIdentity FileIdentity::of(HANDLE opened)
@@ -69,7 +66,7 @@ void WipeTarget::requireUnchanged() const
 {
     const OpenedItself found(m_target);
     if (found.isLink() && !m_isLink)
-        throw kStoppedOnSymlink;
+        raiseCode(kStoppedOnSymlink);
     requireSame(found.get());
 }
 
@@ -82,7 +79,7 @@ void WipeTarget::requireGone(HANDLE cancelEvent) const
 void WipeTarget::requireSame(HANDLE opened) const
 {
     if (FileIdentity::of(opened) != m_identity)
-        throw kAnotherFile;
+        raiseCode(kAnotherFile);
 }
 
 Win32Handle WipeTarget::open(HANDLE cancelEvent) const

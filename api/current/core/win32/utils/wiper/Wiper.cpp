@@ -19,8 +19,7 @@
 #include "core/win32/utils/wiper/include/VolumeDevice.h"
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 
-#define WIPER_HEADER "core\\win32\\utils\\wiper\\include\\Wiper.h"
-#define WIPER_PLACE(function) PLACE(WIPER_HEADER, function, __LINE__)
+constexpr char kWiperHeader[] = "core\\win32\\utils\\wiper\\include\\Wiper.h";
 
 namespace {
 constexpr std::uint32_t kSmallestPiece = 512; // no file system hands out less
@@ -98,10 +97,10 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
 {
     return boundary::statusFrame([&]() -> long {
         if (path == nullptr)
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         // A callback's own call would take the buffer and the settings from under this one.
         if (m_isRunning)
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_BUSY);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_BUSY);
         m_callback = callback;
         m_progress = callback != nullptr ? progress : nullptr;
         m_method = method & ~std::uint32_t{kWipeCloudFiles};
@@ -110,7 +109,7 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
         m_cancelEvent = cancelEvent;
         m_ntdll = loadSystemModule(L"ntdll.dll");
         if (!m_ntdll.isValid())
-            throw Exception(WIPER_PLACE("Wiper::Wipe"));
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
         m_kind = kind;
 
         struct RunScope
@@ -133,8 +132,7 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
 long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator)
 {
     const auto raised = [](long code, const char* place) {
-        if (code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, code);
         return code;
     };
     const auto refused = [&] {
@@ -145,29 +143,31 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
     const bool known = m_kind == kWipeFreeSpace || m_kind == kWipeFile || m_kind == kWipeDirectoryStack ||
                        m_kind == kWipePartition;
     if (known && (m_method < kWipeZeros || m_method > kWipeGutmann))
-        throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+        throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
 
     // What the path names is settled now: what a callback does to the current folder changes nothing.
     switch (m_kind) {
     case kWipeFreeSpace: {
         if (*path == L'\0')
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         const std::wstring folder = settledPath(path);
         const std::wstring filler = settledPath(std::wstring(path) + L"FreeSpaceFile.qmx");
         for (std::uint32_t pass = 0; pass < m_passes && !isCancelled(m_cancelEvent); ++pass)
-            raised(WipeFreeSpace(folder, filler), WIPER_PLACE("Wiper::Wipe"));
-        throwIfCancelled(WIPER_PLACE("Wiper::Wipe"));
+            raised(WipeFreeSpace(folder, filler), PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
         return ERROR_SUCCESS;
     }
     case kWipeFile: {
         const std::wstring file = isSettled(path) ? path : settledPath(path);
-        return refused() ? ERROR_SUCCESS : raised(WipeFile(file), WIPER_PLACE("Wiper::Wipe"));
+        return refused() ? ERROR_SUCCESS
+                         : raised(WipeFile(file), PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
     }
     case kWipeDirectoryStack: {
         if (stack == nullptr)
-            throw Exception(WIPER_PLACE("Wiper::Wipe"), ERROR_INVALID_PARAMETER);
+            throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
         const Directory item(path, 0);
-        return raised(WipeDirectoryStack(settledPath(path), *stack), WIPER_PLACE("Wiper::Wipe"));
+        return raised(WipeDirectoryStack(settledPath(path), *stack),
+                      PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
     }
     case kWipePartition: {
         if (refused())
@@ -180,7 +180,7 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
             return code;
         if (code != ERROR_SUCCESS)
             m_needsReboot = 1;
-        return raised(code, WIPER_PLACE("Wiper::Wipe"));
+        return raised(code, PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
     }
     default:
         return ERROR_SUCCESS;
@@ -207,20 +207,20 @@ long Wiper::WipeFile(const std::wstring& path)
 
 void Wiper::overwriteAndDelete(const std::wstring& path)
 {
-    throwIfCancelled(WIPER_PLACE("Wiper::WipeFile"));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
     // Where a drive stands for a folder or a mounted volume its root looks like a link.
     const std::wstring_view plain = withoutClosing(plainText(path));
     if (plain.size() == 3 && plain.substr(1) == L":\\")
-        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (found.isLink())
         return found.remove(m_cancelEvent);
     if (found.isFolder()) // which the open would refuse, but not before its streams were gone
-        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_ACCESS_DENIED);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
 
     if (isFetchedOnAccess(found.attributes()) && !m_takesCloudFiles)
-        throw Exception(WIPER_PLACE("Wiper::WipeFile"), ERROR_FILE_OFFLINE);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_FILE_OFFLINE);
 
     // Once the file is open it is deleted, whatever happens: so first what may be missing.
     allocateBuffers();
@@ -230,9 +230,9 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
         found.requireUnchanged();
     Win32Handle file = found.open(m_cancelEvent);
     try {
-        overwriteRepeatedly(file.get(), sizeOf(file.get(), WIPER_PLACE("Wiper::WipeFile")),
+        overwriteRepeatedly(file.get(), sizeOf(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__)),
                             (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
-        cut(file.get(), WIPER_PLACE("Wiper::WipeFile"));
+        cut(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
     } catch (...) {
         found.close(file);
         throw;
@@ -245,7 +245,7 @@ std::wstring Wiper::renameFile(const wchar_t* path) const
 {
     // The file keeps its name; what is looked up here is what a rename by handle would have to close with.
     if (GetProcAddress(m_ntdll.get(), "NtClose") == nullptr)
-        throw Exception(WIPER_PLACE("Wiper::renameFile"), ERROR_FUNCTION_FAILED);
+        throw Exception(PLACE(kWiperHeader, "Wiper::renameFile", __LINE__), ERROR_FUNCTION_FAILED);
     return path;
 }
 
@@ -262,7 +262,7 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
     const std::wstring owner(withoutClosing(path));
     FindHandle search;
     for (bool any = false;; any = true) {
-        const HeapStringW name = nextStream(search, target, WIPER_PLACE("Wiper::WipeFile"));
+        const HeapStringW name = nextStream(search, target, PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         if (name.empty())
             return any;
         const std::wstring full = owner + name.c_str();
@@ -274,28 +274,28 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
             if (stream.isValid())
                 break;
             if (!patience.isWorthAnotherTry(GetLastError()))
-                throw Exception(WIPER_PLACE("Wiper::WipeFile"));
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         }
         found.requireSame(stream.get()); // a stream has the number of its file
-        const std::uint64_t size = sizeOf(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
+        const std::uint64_t size = sizeOf(stream.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         if (m_progress != nullptr)
             m_progress->total += size * m_passes;
         overwriteRepeatedly(stream.get(), size, (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
-        cut(stream.get(), WIPER_PLACE("Wiper::WipeFile"));
+        cut(stream.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
     }
 }
 
 long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& fillerPath)
 {
     return boundary::statusFrame([&]() -> long {
-        throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         allocateBuffers();
         Fillers fillers(*this, fillerPath);
         const Win32Path volume(folder.c_str());
         const auto readFree = [&] {
             ULARGE_INTEGER bytes{};
             if (!GetDiskFreeSpaceExW(volume, nullptr, nullptr, &bytes))
-                throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"));
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
             return bytes.QuadPart;
         };
 
@@ -316,10 +316,10 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
                 break;
             // One that takes nothing to speak of: there is no room, whatever is told.
             if (fillers.end() < kChunkSize)
-                throw Exception(WIPER_PLACE("Wiper::WipeFreeSpace"), ERROR_DISK_FULL);
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__), ERROR_DISK_FULL);
             fillers.beginNext();
         }
-        throwIfCancelled(WIPER_PLACE("Wiper::WipeFreeSpace"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         if (m_progress != nullptr) {
             m_progress->done = std::max(m_progress->done, m_progress->total);
             const OutsideLibrary outside;
@@ -353,10 +353,11 @@ void Wiper::WipePartition(const wchar_t* path)
     std::wstring volume(path);
     // What does not begin with a letter and a colon would name a device of its own.
     if (volume.size() < 3 || volume[1] != L':' || volume[0] >= 0x80 || std::isalpha(volume[0]) == 0)
-        throw Exception(WIPER_PLACE("Wiper::WipePartition"), static_cast<unsigned long>(E_INVALIDARG));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__),
+                        static_cast<unsigned long>(E_INVALIDARG));
     ULARGE_INTEGER size{};
     if (!GetDiskFreeSpaceExW(path, nullptr, &size, nullptr))
-        throw Exception(WIPER_PLACE("Wiper::WipePartition"));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     volume.resize(2);
     allocateBuffers();
     const std::wstring device = L"\\\\.\\" + volume;
@@ -364,7 +365,7 @@ void Wiper::WipePartition(const wchar_t* path)
     const Win32Handle file(CreateFileW(device.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
-        throw Exception(WIPER_PLACE("Wiper::WipePartition"));
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     volumedevice::takeOver(file.get(), m_cancelEvent);
     std::uint64_t counted = size.QuadPart;
     if (length > counted) { // what a quota allows ends anywhere
@@ -375,7 +376,7 @@ void Wiper::WipePartition(const wchar_t* path)
         overwriteRange(file.get(), 0, counted);
         if (length > counted)
             overwriteRange(file.get(), counted, length);
-        throwIfCancelled(WIPER_PLACE("Wiper::WipePartition"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     }
 }
 
@@ -397,13 +398,14 @@ long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
                 result = top.isDirectory ? wipeFolder(path) : WipeFile(path);
             }
             if (result != ERROR_SUCCESS)
-                throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), static_cast<unsigned long>(result));
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__),
+                                static_cast<unsigned long>(result));
         }
         stack.pop_back();
         if (ended)
             break;
     }
-    throwIfCancelled(WIPER_PLACE("Wiper::WipeDirectoryStack"));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__));
     return result;
 }
 
@@ -412,7 +414,7 @@ long Wiper::wipeFolder(const std::wstring& path)
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (!found.isFolder() && !found.isLink())
-        throw Exception(WIPER_PLACE("Wiper::WipeDirectoryStack"), ERROR_DIRECTORY);
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__), ERROR_DIRECTORY);
     if (!found.isLink() && wipeStreams(path, target, found))
         found.requireUnchanged();
     found.remove(m_cancelEvent);
@@ -428,15 +430,15 @@ void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size, bool isSparse)
             overwriteRange(file, ranges.begin(), ranges.end());
         }
         correctTotal(ranges.takeHole(), 0);
-        throwIfCancelled(WIPER_PLACE("Wiper::overwriteRepeatedly"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
     }
 }
 
 void Wiper::overwriteRange(HANDLE file, std::uint64_t begin, std::uint64_t end)
 {
-    seek(file, begin, FILE_BEGIN, WIPER_PLACE("Wiper::overwriteRange"));
+    seek(file, begin, FILE_BEGIN, PLACE(kWiperHeader, "Wiper::overwriteRange", __LINE__));
     while (begin < end) {
-        throwIfCancelled(WIPER_PLACE("Wiper::overwriteRange"));
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRange", __LINE__));
         const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(end - begin, kChunkSize));
         overwriteChunk(file, begin, chunk);
         begin += chunk;
@@ -467,12 +469,12 @@ void Wiper::overwriteChunk(HANDLE file, std::uint64_t offset, std::uint32_t size
     }
     for (std::uint32_t pass = 0; pass < fillpattern::kGutmannPasses; ++pass) {
         if (pass != 0)
-            throwIfCancelled(WIPER_PLACE("Wiper::overwriteChunk"));
-        seek(file, offset, FILE_BEGIN, WIPER_PLACE("Wiper::overwriteChunk"));
+            throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteChunk", __LINE__));
+        seek(file, offset, FILE_BEGIN, PLACE(kWiperHeader, "Wiper::overwriteChunk", __LINE__));
         GuttmanProcess(pass, m_buffer.get(), size);
         writeAndFlush(file, m_buffer.get(), size);
     }
-    throwIfCancelled(WIPER_PLACE("Wiper::overwriteChunk"));
+    throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteChunk", __LINE__));
 }
 
 void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
@@ -499,7 +501,7 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
     if (!FlushFileBuffers(file) && failure == ERROR_SUCCESS)
         failure = GetLastError();
     if (failure != ERROR_SUCCESS)
-        throw Exception(WIPER_PLACE("Wiper::writeAndFlush"), failure);
+        throw Exception(PLACE(kWiperHeader, "Wiper::writeAndFlush", __LINE__), failure);
 }
 
 /// There is `found` to write where `expected` was counted.
@@ -532,7 +534,7 @@ long Wiper::GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_
     const std::size_t characters = length / sizeof(wchar_t);
     const std::unique_ptr<wchar_t[]> text(new (std::nothrow) wchar_t[characters + 1]);
     if (text == nullptr)
-        throw Exception(WIPER_PLACE("Wiper::GuttmanProcess"), ERROR_NOT_ENOUGH_MEMORY);
+        throw Exception(PLACE(kWiperHeader, "Wiper::GuttmanProcess", __LINE__), ERROR_NOT_ENOUGH_MEMORY);
     fillpattern::fillRandomText(text.get(), characters);
     CopyMemory(buffer, text.get(), length); // of an odd length the last byte is the terminator's
     return ERROR_SUCCESS;

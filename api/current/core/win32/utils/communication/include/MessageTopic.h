@@ -1,15 +1,15 @@
 #pragma once
 
 #include "core/win32/utils/communication/include/SubscriberSet.h"
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
-#include "core/win32/utils/threadpool/api.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
 #include "win32/communication/include/ConsumerQueue.h"
 #include "win32/communication/include/MessageFilter.h"
 #include "win32/threadpool/include/ITHPIdentifier.h"
 
-#define MESSAGE_TOPIC_HEADER "core\\win32\\utils\\communication\\include\\MessageTopic.h"
+inline constexpr char kMessageTopicHeader[] = "core\\win32\\utils\\communication\\include\\MessageTopic.h";
 
 /// A named channel: filters and handlers, and a queue of posted messages that a consumer on the topic's own
 /// thread pool delivers one after the other. The topic is itself the work that the pool runs.
@@ -35,7 +35,7 @@ public:
     template <class Subscriber>
     void unsubscribe(Subscriber& subscriber, std::uint32_t timeout)
     {
-        const char* place = PLACE(MESSAGE_TOPIC_HEADER, "MessageTopic::unsubscribe", __LINE__);
+        const char* place = PLACE(kMessageTopicHeader, "MessageTopic::unsubscribe", __LINE__);
         auto& set = setOf(subscriber);
         if (!set.contains(subscriber))
             throw Exception(place, ERROR_NOT_FOUND);
@@ -43,8 +43,7 @@ public:
         stopAndWait(deadline);
         // Two threads that unsubscribe each other's handler from inside must not wait for each other.
         const long code = set.remove(subscriber, !isDelivering(), deadline);
-        if (code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, code);
     }
 
     /// Delivers at once, on the calling thread.
@@ -109,9 +108,13 @@ private:
     [[nodiscard]] bool isWorking();
     void stopConsumer();
     [[nodiscard]] bool isRunning(void* instance) noexcept;
+    // These return the pool's code.
+    long askPool(void* instance, bool& running) noexcept;
+    long cancelConsumer(void* instance) noexcept;
+    long waitForInstance(void* instance, DWORD timeout) noexcept;
     void dropEnded() noexcept;
     // These are called without it.
-    void createPool();
+    void requirePool();
     void beginWork();
     void beginOrGiveUp();
     void stopAndWait(const Deadline& deadline);
@@ -128,7 +131,7 @@ private:
     // Guards what follows. Held while the pool is asked, never while a subscriber is called or a consumer
     // begins, which may need the loader.
     ReadWriteLock m_workLock;
-    SmartHandle<THPCloseThreadpool> m_pool; // once work has begun it stays until the topic dies
+    SmartHandle<closePool> m_pool;          // once work has begun it stays until the topic dies
     std::vector<void*> m_instances;         // the consumer work that may not have ended, the latest last
     bool m_beginning = false;               // a thread is about to queue the next
     bool m_accepting = false;               // the latest will still look at the queue
@@ -146,4 +149,32 @@ struct DismissTopic
 using MessageTopicPtr = SharedPtr<MessageTopic, DismissTopic<MessageTopic>>;
 
 /// The table of all topics.
-[[nodiscard]] ObjectManager<MessageTopicPtr>& messageTopics() noexcept;
+extern ObjectTable<MessageTopicPtr> messageTopics;
+
+/// Opens the topic of that name, or creates it. Returns its handle, or the invalid handle with the last error
+/// 87 (null name) or 8, for which `place` stands.
+[[nodiscard]] inline void* createTopic(const char* place, const wchar_t* name) noexcept
+{
+    return boundary::createFrame(PLACE(kMessageTopicHeader, "MessageTopic::MessageTopic", 274), place,
+                                 messageTopics(), name, [&] { return new MessageTopic(name); });
+}
+
+/// Gives back one opening of a topic; the last one closes it. At the end of the process nothing is done.
+/// Returns 0 for a handle that is not open.
+inline int closeTopic(void* topic) noexcept
+{
+    if (isProcessEnding())
+        return 1;
+    return messageTopics().close(topic, [](MessageTopic& object) { object.close(); });
+}
+
+/// Runs a status operation on the topic behind `handle`, which it holds meanwhile. `operation` takes the
+/// topic by reference and returns nothing or a status. Returns 0; 6 or 487 for the handle; 1115 at the end of
+/// the process, whose threads are gone, without calling `operation`; or the code that it returns or raises.
+template <class Operation>
+long withTopic(const char* place, void* handle, Operation&& operation) noexcept
+{
+    if (isProcessEnding())
+        return ERROR_SHUTDOWN_IN_PROGRESS;
+    return boundary::statusFrame(place, messageTopics(), handle, std::forward<Operation>(operation));
+}

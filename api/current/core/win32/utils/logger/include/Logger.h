@@ -7,7 +7,7 @@
 #include <list>
 #include <string_view>
 
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 /// The time stamp of the entries, made anew when the second has changed.
@@ -132,4 +132,4 @@ private:
 };
 
 /// The table of all loggers.
-[[nodiscard]] ObjectManager<SharedPtr<Logger>>& loggers() noexcept;
+extern ObjectTable<SharedPtr<Logger>> loggers;

@@ -99,15 +99,13 @@ long statusFrame(const char* place, Table& table, void* handle, Operation&& oper
 {
     return statusFrame([&]() -> long {
         typename Table::Pointer object;
-        if (const long code = table.get(handle, object); code != ERROR_SUCCESS)
-            throw Exception(place, static_cast<unsigned long>(code));
+        requireSuccess(place, table.get(handle, object));
         if (!object)
-            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+            raiseCode(ERROR_INVALID_ADDRESS);
         if constexpr (std::is_void_v<decltype(operation(*object))>) {
             operation(*object);
         } else {
-            if (const long code = operation(*object); code != ERROR_SUCCESS)
-                throw Exception(place, static_cast<unsigned long>(code));
+            requireSuccess(place, operation(*object));
         }
         return ERROR_SUCCESS;
     });
@@ -130,5 +128,12 @@ void* createFrame(const char* nullPlace, const char* memoryPlace, Table& table, 
             return object;
         });
     });
+}
+
+/// The same with one place text for both.
+template <class Table, class Make>
+void* createFrame(const char* place, Table& table, const wchar_t* name, Make&& make) noexcept
+{
+    return createFrame(place, place, table, name, std::forward<Make>(make));
 }
 } // namespace boundary

@@ -9,6 +9,7 @@
 
 #include "core/win32/utils/objectmanager/include/PlaceText.h"
 #include "core/win32/utils/objectmanager/include/ProcessHeap.h"
+#include "core/win32/utils/objectmanager/include/Raise.h"
 
 /// The one exception of the library: a Win32 code and a report of where and why it was raised. Thrown by
 /// value, caught by reference. Exported functions never let it out; the operations of interface objects and
@@ -132,3 +133,10 @@ private:
     wchar_t* m_systemText = nullptr; // from FormatMessageW or LocalAlloc
     unsigned long m_code = 0;
 };
+
+/// Raises `code` as an Exception at `place` unless it is 0.
+inline void requireSuccess(const char* place, long code)
+{
+    if (code != ERROR_SUCCESS)
+        throw Exception(place, static_cast<unsigned long>(code));
+}

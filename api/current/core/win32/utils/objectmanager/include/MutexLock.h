@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "core/win32/utils/objectmanager/include/LibraryCall.h"
+#include "core/win32/utils/objectmanager/include/Raise.h"
 
 /// A recursive lock on an unnamed Win32 mutex, which is made by the first lock or unlock call. A thread that
 /// died with the lock does not block the others. Failing calls raise the bare Win32 code.
@@ -23,7 +24,7 @@ public:
     void lock()
     {
         if (WaitForSingleObject(mutex(), INFINITE) == WAIT_FAILED)
-            throw static_cast<long>(GetLastError());
+            raiseLastError();
         m_locked = true;
     }
 
@@ -32,7 +33,7 @@ public:
         m_locked = false;
         if (!ReleaseMutex(mutex())) {
             m_locked = true;
-            throw static_cast<long>(GetLastError());
+            raiseLastError();
         }
     }
 
@@ -44,7 +45,7 @@ private:
             return current;
         const HANDLE created = CreateMutexW(nullptr, FALSE, nullptr);
         if (created == nullptr)
-            throw static_cast<long>(GetLastError());
+            raiseLastError();
         if (m_mutex.compare_exchange_strong(current, created))
             return created;
         CloseHandle(created); // another thread was first

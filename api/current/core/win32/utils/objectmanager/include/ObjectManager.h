@@ -4,23 +4,17 @@
 #include <concepts>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "core/win32/utils/objectmanager/include/Api.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/MutexLock.h"
-#include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/indexer/include/CachedIdentifierW.h"
 
-/// Of the message topics, which stand on this table, only the name of their closing function is needed here.
-SYSMAINT_API int CloseMessageTopic(void* topic);
-
-#define OBJECT_MANAGER_HEADER "core\\win32\\utils\\objectmanager\\include\\ObjectManager.h"
+inline constexpr char kObjectManagerHeader[] = "core\\win32\\utils\\objectmanager\\include\\ObjectManager.h";
 
 /// The table of one object family: named objects behind small handles, shared by all threads.
 ///
@@ -48,21 +42,21 @@ public:
     {
         return boundary::handleFrame([&]() -> void* {
             if (name == nullptr)
-                throw static_cast<long>(ERROR_INVALID_PARAMETER);
+                raiseCode(ERROR_INVALID_PARAMETER);
             const Locker locker(m_tableLock);
-            return file(name, object);
+            return add(name, object);
         });
     }
 
-    /// Files several objects under one lock, in order; `nameOf` gives each its name, `filed` takes its
+    /// Files several objects under one lock, in order; `nameOf` gives each its name, `added` takes its
     /// handle. Raises the code of the first that cannot be filed as a bare long, as registerObject would set
     /// it; those before it stay.
-    template <class Objects, class NameOf, class Filed>
-    void registerObjects(const Objects& objects, NameOf&& nameOf, Filed&& filed)
+    template <class Objects, class NameOf, class Added>
+    void registerObjects(const Objects& objects, NameOf&& nameOf, Added&& added)
     {
         const Locker locker(m_tableLock);
         for (const ObjectPtr& object : objects)
-            filed(file(nameOf(object).c_str(), object));
+            added(add(nameOf(object).c_str(), object));
     }
 
     /// The handle of the entry of that name, opened once more. On failure returns the invalid handle with
@@ -71,11 +65,11 @@ public:
     {
         return boundary::handleFrame([&]() -> void* {
             if (name == nullptr)
-                throw static_cast<long>(ERROR_INVALID_PARAMETER);
+                raiseCode(ERROR_INVALID_PARAMETER);
             const Locker locker(m_tableLock);
             void* handle = findAndOpen(name);
             if (handle == nullptr)
-                throw static_cast<long>(ERROR_NOT_FOUND);
+                raiseCode(ERROR_NOT_FOUND);
             return handle;
         });
     }
@@ -90,7 +84,7 @@ public:
         if (handle != INVALID_HANDLE_VALUE)
             return handle;
         if (const DWORD code = GetLastError(); code != ERROR_NOT_FOUND)
-            throw static_cast<long>(code);
+            raiseCode(code);
 
         const Locker creating(m_creationLock);
         handle = lookup(name);
@@ -98,7 +92,7 @@ public:
             return handle;
         const ObjectPtr object = make(); // dies, if it is not filed, after the lock is left
         const Locker locker(m_tableLock);
-        return file(name, object);
+        return add(name, object);
     }
 
     /// Copies the pointer of the object behind `handle`. Returns 0, 6 (null, out of range or closed handle)
@@ -180,25 +174,6 @@ public:
         });
     }
 
-    /// Keeps the topic over which requests reach the table, with its name; false, and nothing is kept, when
-    /// it has one. Raises 8. To subscribe the table to it is the caller's.
-    bool setRequestTopic(const CachedIdentifierW& name, SmartHandle<CloseMessageTopic>& topic)
-    {
-        const Locker locker(m_creationLock);
-        if (m_requestTopic.isValid())
-            return false;
-        m_requestTopicName = name;
-        m_requestTopic = std::move(topic);
-        return true;
-    }
-    /// Hands the request topic back; not valid when there is none.
-    [[nodiscard]] SmartHandle<CloseMessageTopic> releaseRequestTopic()
-    {
-        const Locker locker(m_creationLock);
-        m_requestTopicName.reset();
-        return std::move(m_requestTopic);
-    }
-
     /// Answers a load or dump request for one object, by name. A load (id 1) takes "ObjectName", "LoadCode"
     /// and "ObjectData" and replies "Status". A dump (id 0) takes "ObjectName", "DumpCode" and the caller's
     /// last copy in "ObjectData"; it replies "Dirty", the new "ObjectData" when that is 1, and "Status".
@@ -274,7 +249,7 @@ private:
             : m_table(table), m_handle(table.lookup(name))
         {
             if (m_handle == INVALID_HANDLE_VALUE)
-                throw static_cast<long>(GetLastError());
+                raiseLastError();
         }
         TemporaryOpening(const TemporaryOpening&) = delete;
         TemporaryOpening& operator=(const TemporaryOpening&) = delete;
@@ -283,7 +258,7 @@ private:
         [[nodiscard]] ObjectPtr getObject() const
         {
             ObjectPtr object;
-            primitives::requireSuccess(m_table.get(m_handle, object));
+            requireSuccess(m_table.get(m_handle, object));
             return object;
         }
 
@@ -292,7 +267,7 @@ private:
         void* m_handle;
     };
 
-    [[noreturn]] static void refuse() { throw static_cast<long>(ERROR_INVALID_PARAMETER); }
+    [[noreturn]] static void refuse() { raiseCode(ERROR_INVALID_PARAMETER); }
 
     static std::uintptr_t number(void* handle) noexcept { return reinterpret_cast<std::uintptr_t>(handle); }
 
@@ -301,23 +276,23 @@ private:
     Reference& entryOf(void* handle)
     {
         if (handle == nullptr || number(handle) > m_slots.size() || !slotOf(number(handle)).entry)
-            throw static_cast<long>(ERROR_INVALID_HANDLE);
+            raiseCode(ERROR_INVALID_HANDLE);
         Reference& entry = *slotOf(number(handle)).entry;
         if (!entry.object)
-            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+            raiseCode(ERROR_INVALID_ADDRESS);
         return entry;
     }
 
     // The steps below run under the table's lock.
 
-    void* file(const wchar_t* name, const ObjectPtr& object)
+    void* add(const wchar_t* name, const ObjectPtr& object)
     {
         if (findAndOpen(name) != nullptr)
-            throw static_cast<long>(ERROR_ALREADY_EXISTS);
+            raiseCode(ERROR_ALREADY_EXISTS);
         // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): the frame turns it into 8
         const SharedPtr<Reference> entry(new Reference{1, object, CachedIdentifierW(name)});
         if (!entry->object)
-            throw static_cast<long>(ERROR_INVALID_ADDRESS);
+            raiseCode(ERROR_INVALID_ADDRESS);
         SetLastError(ERROR_SUCCESS);
         return insert(entry);
     }
@@ -364,14 +339,15 @@ private:
     static std::string functionPlace(const char* line)
     {
         const std::string className = Object::kClassName;
-        return "File: api\\current\\" OBJECT_MANAGER_HEADER "\nFunction: ObjectManager<SharedPtr<" +
-               className + ",Delete<" + className + "> > >::onMessage\nLine: " + line;
+        return std::string("File: api\\current\\") + kObjectManagerHeader +
+               "\nFunction: ObjectManager<SharedPtr<" + className + ",Delete<" + className +
+               "> > >::onMessage\nLine: " + line;
     }
 
     static const ParameterW& dataOf(const HashMessageW& request)
     {
         const ParameterW* data = nullptr;
-        primitives::requireSuccess(request.getParameter(L"ObjectData", data));
+        requireSuccess(request.getParameter(L"ObjectData", data));
         return *data;
     }
 
@@ -379,9 +355,9 @@ private:
     {
         Request(const HashMessageW& message, const wchar_t* codeName)
         {
-            primitives::requireSuccess(message.getParameter(L"ObjectName", name));
-            primitives::requireSuccess(message.getParameter(codeName, code));
-            primitives::requireSuccess(message.getParameter(L"ObjectData", data));
+            requireSuccess(message.getParameter(L"ObjectName", name));
+            requireSuccess(message.getParameter(codeName, code));
+            requireSuccess(message.getParameter(L"ObjectData", data));
         }
         const wchar_t* name = nullptr;
         std::uint32_t code = 0;
@@ -397,7 +373,7 @@ private:
         run(
             "460", [&](Object& object) { return loadState(object, request.code, stream); },
             opening.getObject());
-        primitives::requireSuccess(reply.setParameter(L"Status", std::uint32_t{ERROR_SUCCESS}));
+        requireSuccess(reply.setParameter(L"Status", std::uint32_t{ERROR_SUCCESS}));
     }
 
     void dumpObject(const HashMessageW& message, HashMessageW& reply)
@@ -411,12 +387,12 @@ private:
         const bool dirty = request.data->getSize() != stream.getSize() ||
                            (stream.getSize() != 0 &&
                             std::memcmp(request.data->getData(), stream.getData(), stream.getSize()) != 0);
-        primitives::requireSuccess(reply.setParameter(L"Dirty", std::uint32_t{dirty ? 1U : 0U}));
+        requireSuccess(reply.setParameter(L"Dirty", std::uint32_t{dirty ? 1U : 0U}));
         if (dirty)
-            primitives::requireSuccess(reply.setParameter(
+            requireSuccess(reply.setParameter(
                 L"ObjectData", stream.getSize() != 0 ? static_cast<const void*>(stream.getData()) : L"",
                 stream.getSize()));
-        primitives::requireSuccess(reply.setParameter(L"Status", std::uint32_t{ERROR_SUCCESS}));
+        requireSuccess(reply.setParameter(L"Status", std::uint32_t{ERROR_SUCCESS}));
     }
 
     // Object methods run outside the table's lock, on the caller's thread.
@@ -449,8 +425,6 @@ private:
             return ERROR_CALL_NOT_IMPLEMENTED;
     }
 
-    std::optional<CachedIdentifierW> m_requestTopicName;
-    SmartHandle<CloseMessageTopic> m_requestTopic;
     MutexLock m_tableLock;
     MutexLock m_creationLock;
     std::vector<Slot> m_slots; // indexed by handle minus one; never shrinks

@@ -7,6 +7,8 @@
 #include <new>
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
 /// Memory that crosses the boundary between the DLL and its callers: both link their runtime statically,
 /// so only the process heap is the same on both sides.
 namespace processheap {
@@ -21,7 +23,7 @@ namespace processheap {
 {
     void* memory = HeapAlloc(handle(), 0, size);
     if (memory == nullptr)
-        throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+        raiseCode(ERROR_NOT_ENOUGH_MEMORY);
     return memory;
 }
 
@@ -36,7 +38,7 @@ inline void release(void* memory) noexcept
 [[nodiscard]] inline void* copy(const void* source, std::size_t size, std::size_t extra = 0)
 {
     if (size > std::numeric_limits<std::size_t>::max() - extra) // a length that lies must not wrap
-        throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+        raiseCode(ERROR_NOT_ENOUGH_MEMORY);
     auto* target = static_cast<unsigned char*>(allocate(size + extra));
     for (std::size_t i = 0; i < extra; ++i)
         target[size + i] = 0;

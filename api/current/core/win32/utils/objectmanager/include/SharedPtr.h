@@ -6,6 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
 /// Destroys the object of a SharedPtr: plain `delete`.
 template <class T>
 struct Delete
@@ -133,7 +135,7 @@ private:
         auto* block = new (std::nothrow) Block(object);
         if (block == nullptr) {
             Deleter()(object);
-            throw static_cast<long>(ERROR_NOT_ENOUGH_MEMORY);
+            raiseCode(ERROR_NOT_ENOUGH_MEMORY);
         }
         return block;
     }

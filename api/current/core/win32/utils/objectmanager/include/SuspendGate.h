@@ -5,6 +5,8 @@
 #include <atomic>
 #include <new>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
 /// Decides when a worker thread may be suspended: only while it is in the caller's work, never inside the
 /// library, where it may hold a lock that the thread which is to resume it needs. A thread that is to be
 /// suspended while it is inside stops when it goes out to the work.
@@ -69,7 +71,7 @@ public:
     {
         if (m_place.load() == Place::Suspended) {
             if (ResumeThread(thread) == static_cast<DWORD>(-1))
-                return static_cast<long>(GetLastError());
+                return lastError();
             m_place = Place::Outside;
         } else if (m_place.load() == Place::Stopping) {
             AcquireSRWLockExclusive(&m_lock);
@@ -148,7 +150,7 @@ private:
         if (!locks.areHeld())
             return ERROR_NOT_ENOUGH_MEMORY;
         if (SuspendThread(thread) == static_cast<DWORD>(-1))
-            return static_cast<long>(GetLastError());
+            return lastError();
         CONTEXT context{};
         context.ContextFlags = CONTEXT_CONTROL;
         GetThreadContext(thread, &context);

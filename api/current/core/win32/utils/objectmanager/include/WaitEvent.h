@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
 /// Waits until `event` is signalled, for at most `timeout` milliseconds (INFINITE: without end). An `extra`
 /// handle, which may be null, ends the wait early when it is signalled; `event` comes first if both are.
 ///
@@ -18,6 +20,6 @@ inline long WaitEvent(HANDLE event, DWORD timeout, HANDLE extra) noexcept
     case WAIT_TIMEOUT:
         return WAIT_TIMEOUT;
     default:
-        return static_cast<long>(GetLastError());
+        return lastError();
     }
 }

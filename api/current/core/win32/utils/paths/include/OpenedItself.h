@@ -61,6 +61,14 @@ public:
         return !m_folders.empty() && m_folders.front().folder.isLink();
     }
 
+    /// The folder that is deepest down, for listing it: it is open for FILE_LIST_DIRECTORY. Null when only
+    /// its name leads to the entries, since opened as itself it is a link or another reparse point.
+    [[nodiscard]] HANDLE listable() const noexcept
+    {
+        const OpenedItself& deepest = m_folders.back().folder;
+        return (deepest.attributes() & FILE_ATTRIBUTE_REPARSE_POINT) == 0 ? deepest.get() : nullptr;
+    }
+
 private:
     struct Held
     {

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 /// "Somebody has it open, and it goes when that ends": ERROR_DELETE_PENDING, which not every platform header
@@ -30,7 +31,7 @@ public:
         m_waited += m_pause;
         m_pause = m_pause < kLongestPause ? m_pause * 2 : m_pause;
         if (isCancelled(m_cancelEvent))
-            throw static_cast<long>(ERROR_CANCELLED);
+            raiseCode(ERROR_CANCELLED);
         SetLastError(lastError);
         return true;
     }

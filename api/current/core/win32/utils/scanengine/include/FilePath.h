@@ -1,10 +1,8 @@
 #pragma once
 
 #include "core/win32/utils/scanengine/include/Directory.h"
+#include "core/win32/utils/scanengine/include/FolderListing.h"
 #include "core/win32/utils/scanengine/include/ScanPath.h"
-
-/// Whether a found folder or file stands for another one; where the tag is unknown it is taken for a link.
-[[nodiscard]] bool isLink(const WIN32_FIND_DATAW& entry) noexcept;
 
 /// A folder that can be walked; see IScanPath.
 class FilePath final : public Directory, public ScanPath
@@ -26,5 +24,6 @@ private:
     void getFiles(Walk& walk);
     /// Holds this folder and those above it for the length of the listing. Returns false when it is gone.
     bool holdFolder(Walk& walk, const PathOrigin& below, bool isRoot) const;
-    void handleEntry(const WIN32_FIND_DATAW& entry, const PathOrigin& below, Walk& walk) const;
+    [[nodiscard]] static const FolderEntry* nextEntry(FolderListing& listing, bool isRoot);
+    void reportEntry(const FolderEntry& entry, const PathOrigin& below, Walk& walk) const;
 };

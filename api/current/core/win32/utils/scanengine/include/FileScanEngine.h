@@ -16,4 +16,4 @@ private:
 };
 
 /// The table of all file scan engines.
-[[nodiscard]] ObjectManager<SharedPtr<FileScanEngine>>& fileScanEngines() noexcept;
+extern ObjectTable<SharedPtr<FileScanEngine>> fileScanEngines;

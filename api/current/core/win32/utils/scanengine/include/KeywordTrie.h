@@ -116,12 +116,18 @@ private:
     }
 
     /// The first place from `at` on where a keyword may begin, to go by two characters: at most places of a
-    /// text none does, and the nodes need not be looked at. The end of the text if there is none.
+    /// text none does, and the nodes need not be looked at. The last place or the end if there is none.
     [[nodiscard]] std::size_t nextBeginning(std::wstring_view text, std::size_t at) const noexcept
     {
-        for (; at + 1 < text.size(); ++at)
-            if ((m_pairs[text[at] % kPairs] >> text[at + 1] % kPairs & 1) != 0)
+        while (at + 1 < text.size()) {
+            const unsigned second = text[at + 1] % kPairs;
+            if ((m_leading >> second & 1) == 0)
+                at += 2; // the character is neither the second of a keyword nor the first
+            else if ((m_pairs[text[at] % kPairs] >> second & 1) != 0)
                 return at;
+            else
+                ++at;
+        }
         return at;
     }
 
@@ -141,6 +147,7 @@ private:
     std::vector<Node> m_nodes;
     std::vector<std::uint32_t> m_first; // the root's edges for ASCII
     std::vector<std::uint64_t> m_pairs; // by a keyword's first character, the second ones that may follow
+    std::uint64_t m_leading = 0;        // the characters that are the first or the second of a keyword
     std::vector<std::uint64_t> m_edges; // node, character and the node it leads to; zero: free
     std::vector<std::uint32_t> m_nextRule;
     int m_shift = 64;

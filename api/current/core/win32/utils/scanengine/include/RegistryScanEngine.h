@@ -18,4 +18,4 @@ private:
 };
 
 /// The table of all registry scan engines.
-[[nodiscard]] ObjectManager<SharedPtr<RegistryScanEngine>>& registryScanEngines() noexcept;
+extern ObjectTable<SharedPtr<RegistryScanEngine>> registryScanEngines;

@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "win32/scanengine/include/ScanItem.h"
 
 /// The table of all scan items that have a handle.
-[[nodiscard]] ObjectManager<SharedPtr<ScanItem>>& scanItems() noexcept;
+extern ObjectTable<SharedPtr<ScanItem>> scanItems;
 
 /// The name that an item is filed under: the caller's name, a backslash and the item's identifier.
 [[nodiscard]] inline std::wstring scanItemKey(const wchar_t* name, const wchar_t* identifier)
@@ -38,3 +38,21 @@ public:
 private:
     void* m_handle;
 };
+
+/// Opens the item that is registered under the caller's name and the identifier of `item`, or registers
+/// `item` there. Returns the handle. Raises an Exception at `place`: 487 for no item, 183 when what is filed
+/// is another kind of item; and the table's codes as a bare long.
+[[nodiscard]] void* openOrRegisterItem(const char* place, const wchar_t* name,
+                                       const SharedPtr<ScanItem>& item);
+
+/// Registers the item that `make` returns, as the whole body of an exported function. Without a name or with
+/// `argumentsGiven` false it fails with 87.
+template <class Make>
+void* createItem(const char* place, const wchar_t* name, bool argumentsGiven, Make&& make) noexcept
+{
+    return boundary::handleFrame([&]() -> void* {
+        if (name == nullptr || !argumentsGiven)
+            throw Exception(place, ERROR_INVALID_PARAMETER);
+        return openOrRegisterItem(place, name, make());
+    });
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <optional>
 #include <vector>
@@ -30,7 +31,7 @@ public:
 
 protected:
     /// A container that was looked up by its handle.
-    struct Looked
+    struct TakenContainer
     {
         long code;
         SharedPtr<ScanItem> item;
@@ -45,8 +46,9 @@ protected:
         ScanPath& root;
         std::vector<SharedPtr<ScanItem>> found; // containers of the listing at hand that are to be listed too
         std::deque<ScanItemHandle> queue;       // containers that wait, in order
-        std::deque<Looked> next;                // the first of them, looked up already
+        std::deque<TakenContainer> next;        // the first of them, looked up already
         HeldFolders held = {};                  // of the container that is being listed, and those above it
+        std::vector<std::byte> listed = {};     // room for what the system lists at once
         bool cancelled = false;
 
         /// One poll of the event, until it was signalled once.

@@ -6,8 +6,6 @@
 #include "core/win32/utils/threadpool/include/THPThread.h"
 #include "win32/threadpool/include/IThreadPool.h"
 
-#define THP_CATEGORY_HEADER "core\\win32\\utils\\threadpool\\include\\THPCategory.h"
-
 /// One category of a pool: its worker threads, those of them that wait for work, and its queue. One lock
 /// guards all of it and the state of its items, so that an item is in exactly one place at any time. No
 /// foreign code and no call to the loader runs under the lock, so threads are started without it; one that is
@@ -84,7 +82,6 @@ private:
     const THPCategoryOptions m_options;
     const SharedPtr<EventCache> m_events;
     ReadWriteLock m_lock;
-    std::atomic<std::uint32_t> m_threadCount{0};
     std::vector<ThreadPtr> m_threads;  // of a closed category all stay, but those whose start fails
     std::vector<THPThread*> m_waiting; // has room for every thread
     std::deque<ItemPtr> m_queue;

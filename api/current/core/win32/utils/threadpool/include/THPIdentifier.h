@@ -8,7 +8,7 @@
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "win32/threadpool/include/ITHPIdentifier.h"
 
-#define THP_IDENTIFIER_HEADER "core\\win32\\utils\\threadpool\\include\\THPIdentifier.h"
+inline constexpr char kTHPIdentifierHeader[] = "core\\win32\\utils\\threadpool\\include\\THPIdentifier.h";
 
 /// A key that owns its name. Numbers come before names; names are ordered and compared without regard to
 /// case.
@@ -50,7 +50,7 @@ private:
     static const wchar_t* required(const wchar_t* name)
     {
         if (name == nullptr)
-            throw Exception(PLACE(THP_IDENTIFIER_HEADER, "THPIdentifier::THPIdentifier", __LINE__),
+            throw Exception(PLACE(kTHPIdentifierHeader, "THPIdentifier::THPIdentifier", __LINE__),
                             ERROR_INVALID_PARAMETER);
         return name;
     }
@@ -73,7 +73,7 @@ struct THPWorkKey
         : category(std::move(categoryKey)), work(std::move(workKey)), instance(queued)
     {
         if (queued == nullptr)
-            throw Exception(PLACE(THP_IDENTIFIER_HEADER, "THPWorkKey::THPWorkKey", __LINE__),
+            throw Exception(PLACE(kTHPIdentifierHeader, "THPWorkKey::THPWorkKey", __LINE__),
                             ERROR_INVALID_PARAMETER);
     }
 

@@ -4,8 +4,6 @@
 #include "core/win32/utils/threadpool/include/THPWorkItem.h"
 #include "win32/threadpool/include/THPCategoryOptions.h"
 
-#define THP_THREAD_HEADER "core\\win32\\utils\\threadpool\\include\\THPThread.h"
-
 class THPCategory;
 
 /// One worker thread of a category. It runs the item that its category gave it, asks the category for the

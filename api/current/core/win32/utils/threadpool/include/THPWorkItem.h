@@ -8,7 +8,7 @@
 #include "core/win32/utils/threadpool/include/THPIdentifier.h"
 #include "win32/threadpool/include/IThreadContext.h"
 
-#define THP_WORK_ITEM_HEADER "core\\win32\\utils\\threadpool\\include\\THPWorkItem.h"
+inline constexpr char kTHPWorkItemHeader[] = "core\\win32\\utils\\threadpool\\include\\THPWorkItem.h";
 
 /// What to run: a function or an object of the caller's.
 struct THPWorkCall

@@ -2,10 +2,11 @@
 
 #include <map>
 
-#include "core/win32/utils/objectmanager/include/ObjectManager.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 
-#define THREAD_POOL_HEADER "core\\win32\\utils\\threadpool\\include\\ThreadPool.h"
+inline constexpr char kThreadPoolHeader[] = "core\\win32\\utils\\threadpool\\include\\ThreadPool.h";
 
 /// A named pool: its categories by key. It is closed with its last handle, while calls may still be under way
 /// that hold a reference to it.
@@ -64,4 +65,37 @@ struct DismissPool
 using ThreadPoolPtr = SharedPtr<ThreadPool, DismissPool>;
 
 /// The table of all thread pools.
-[[nodiscard]] ObjectManager<ThreadPoolPtr>& threadPools() noexcept;
+extern ObjectTable<ThreadPoolPtr> threadPools;
+
+/// Opens the pool of that name, or creates it. Returns its handle, or the invalid handle with the last error
+/// 87 (null name) or 8, for both of which `place` stands.
+[[nodiscard]] inline void* createPool(const char* place, const wchar_t* name) noexcept
+{
+    return boundary::createFrame(place, threadPools(), name, [] { return new ThreadPool; });
+}
+
+/// Gives back one opening of a pool; the last one closes it. At the end of the process nothing is done.
+/// Returns 0 for a handle that is not open.
+inline int closePool(void* pool) noexcept
+{
+    if (isProcessEnding())
+        return 1;
+    return threadPools().close(pool, [](ThreadPool& object) { object.close(); });
+}
+
+/// Runs a status operation on the pool behind `handle`, which it holds meanwhile. `operation` takes the pool
+/// by reference and returns nothing or a status. Returns 0; 6 (null or never given out), 487 (closed); 1115
+/// at the end of the process, whose threads are gone, without calling `operation`; or the code that it
+/// returns or raises.
+template <class Operation>
+long withPool(const char* place, void* handle, Operation&& operation) noexcept
+{
+    if (isProcessEnding())
+        return ERROR_SHUTDOWN_IN_PROGRESS;
+    const long code = boundary::statusFrame(place, threadPools(), handle, std::forward<Operation>(operation));
+    if (code != ERROR_INVALID_HANDLE)
+        return code;
+    return boundary::statusFrame([&]() -> long {
+        return threadPools().isClosed(handle) ? ERROR_INVALID_ADDRESS : ERROR_INVALID_HANDLE;
+    });
+}

@@ -39,9 +39,10 @@ public:
             return false;
         }
         const auto begin = static_cast<std::uint64_t>(found.FileOffset.QuadPart);
-        m_hole = begin - m_begin;
-        m_begin = begin;
-        m_end = std::min(m_size, begin + static_cast<std::uint64_t>(found.Length.QuadPart));
+        const std::uint64_t end = begin + static_cast<std::uint64_t>(found.Length.QuadPart);
+        m_hole = begin > m_begin ? begin - m_begin : 0;
+        m_begin += m_hole;
+        m_end = end > m_begin ? std::min(m_size, end) : m_size;
         return true;
     }
     [[nodiscard]] std::uint64_t begin() const noexcept { return m_begin; }

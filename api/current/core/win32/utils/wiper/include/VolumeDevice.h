@@ -18,6 +18,7 @@ inline constexpr std::uint64_t kLargestSector = 4096;
 /// Has the volume for one handle alone (FSCTL_LOCK_VOLUME) and its file system gone (FSCTL_DISMOUNT_VOLUME),
 /// for as long as the handle is open, and allows writing behind the file system's end
 /// (FSCTL_ALLOW_EXTENDED_DASD_IO). Without that Windows refuses all but the first sectors, and what a mounted
-/// file system remembers is written back over what was wiped. Waits about a second for others.
+/// file system remembers is written back over what was wiped. Waits about a second for others. A device that
+/// knows none of these requests has no such file system.
 void takeOver(HANDLE volume, HANDLE cancelEvent);
 } // namespace volumedevice

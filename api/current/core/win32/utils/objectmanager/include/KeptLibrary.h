@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
 /// Keeps this library loaded while threads run its code.
@@ -24,7 +25,7 @@ public:
         }
         HMODULE module = reference();
         if (module == nullptr)
-            return static_cast<long>(GetLastError());
+            return lastError();
         {
             const WriteLocker locker(s_lock);
             if (s_threads++ == 0)

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <algorithm>
+
+#include "core/win32/utils/objectmanager/include/Raise.h"
+
+/// Reading and writing any number of bytes: one call of the system takes less than 4 GiB.
+namespace filetransfer {
+inline constexpr DWORD kLargest = 1U << 30U;
+
+/// Reads `size` bytes from where the file's pointer stands, or fewer up to its end; `done` says how many were
+/// read, also after a failure. Returns 0 or the system's code.
+inline long read(HANDLE file, void* target, unsigned long long size, unsigned long long& done) noexcept
+{
+    for (done = 0; done != size;) {
+        const auto wanted = static_cast<DWORD>(std::min<unsigned long long>(size - done, kLargest));
+        DWORD got = 0;
+        if (!ReadFile(file, static_cast<unsigned char*>(target) + done, wanted, &got, nullptr))
+            return lastError();
+        if (got == 0)
+            break;
+        done += got;
+    }
+    return ERROR_SUCCESS;
+}
+
+/// Writes `size` bytes to where the file's pointer stands. Returns 0, 29 when the system takes none of them,
+/// or its code; some may have been written.
+inline long write(HANDLE file, const void* source, unsigned long long size) noexcept
+{
+    const auto* at = static_cast<const unsigned char*>(source);
+    while (size != 0) {
+        DWORD put = 0;
+        if (!WriteFile(file, at, static_cast<DWORD>(std::min<unsigned long long>(size, kLargest)), &put,
+                       nullptr))
+            return lastError();
+        if (put == 0)
+            return ERROR_WRITE_FAULT;
+        at += put;
+        size -= put;
+    }
+    return ERROR_SUCCESS;
+}
+} // namespace filetransfer

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+
+/// A static object that the end of the process leaves alone. Whoever wants it destroyed says so.
+template <class T>
+class Undestroyed
+{
+public:
+    Undestroyed() : m_object() {}
+    Undestroyed(const Undestroyed&) = delete;
+    Undestroyed& operator=(const Undestroyed&) = delete;
+    ~Undestroyed() {} // NOLINT(modernize-use-equals-default): keeps the object alive
+
+    [[nodiscard]] T& get() noexcept { return m_object; }
+    void destroy() noexcept { std::destroy_at(&m_object); }
+
+private:
+    union
+    {
+        T m_object;
+    };
+};
