@@ -28,30 +28,43 @@ Output::Output(DWORD standardHandle) : m_handle(GetStdHandle(standardHandle)), m
 {
     DWORD mode = 0;
     m_terminal = GetConsoleMode(m_handle, &mode) != 0;
-    if (m_terminal) {
-        m_oldCodePage = GetConsoleOutputCP();
-        SetConsoleOutputCP(CP_UTF8);
-    }
 }
 
 Output::~Output()
 {
     flush();
-    if (m_oldCodePage != 0)
-        SetConsoleOutputCP(m_oldCodePage);
 }
 
 void Output::write(std::wstring_view text)
 {
     if (text.empty())
         return;
+    if (m_terminal)
+        return writeToTerminal(text);
     const int length = static_cast<int>(text.size());
     const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     const std::size_t old = m_buffer.size();
     m_buffer.resize(old + static_cast<std::size_t>(size));
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, m_buffer.data() + old, size, nullptr, nullptr);
-    if (m_terminal || m_buffer.size() >= kLargestBuffer || GetTickCount64() - m_lastFlush >= kFlushInterval)
+    if (m_buffer.size() >= kLargestBuffer || GetTickCount64() - m_lastFlush >= kFlushInterval)
         flush();
+}
+
+/// A console takes characters. Bytes in code page 65001 it counts as characters on older systems, and twice
+/// on one of them.
+void Output::writeToTerminal(std::wstring_view text)
+{
+    constexpr std::size_t kMost = 8192; // what older systems take at once
+    while (m_open && !text.empty()) {
+        std::size_t length = std::min(text.size(), kMost);
+        if (length != text.size() && text[length - 1] >= 0xD800 && text[length - 1] < 0xDC00)
+            --length; // a pair stays together
+        DWORD written = 0;
+        m_open = WriteConsoleW(m_handle, text.data(), static_cast<DWORD>(length), &written, nullptr) != 0;
+        if (!m_open)
+            m_failure = GetLastError();
+        text.remove_prefix(length);
+    }
 }
 
 void Output::writeLine(std::wstring_view text)
@@ -67,6 +80,8 @@ void Output::flush()
         m_open = WriteFile(m_handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) != 0;
         if (!m_open)
             m_failure = GetLastError();
+        else if (written == 0)
+            m_open = false, m_failure = ERROR_WRITE_FAULT;
         rest.remove_prefix(std::min<std::size_t>(written, rest.size()));
     }
     m_buffer.clear();

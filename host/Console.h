@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-/// One of the two standard streams. Text goes out as UTF-8; a terminal sees each line at once, anything else
+/// One of the two standard streams. A console gets characters, each line at once; anything else gets UTF-8,
 /// at least every quarter of a second.
 class Output
 {
@@ -25,11 +25,12 @@ public:
     [[nodiscard]] DWORD failure() const { return m_failure; }
 
 private:
+    void writeToTerminal(std::wstring_view text);
+
     HANDLE m_handle;
     bool m_terminal = false;
     bool m_open = true;
     DWORD m_failure = ERROR_SUCCESS;
-    UINT m_oldCodePage = 0;
     std::string m_buffer;
     ULONGLONG m_lastFlush;
 };

@@ -59,6 +59,17 @@ int run(int argumentCount, wchar_t** arguments)
 } // namespace
 
 namespace {
+/// Libraries that are loaded from now on come from the system's folder. Systems without the call (Windows 7
+/// without its update of 2011) search as ever.
+void searchSystemFolderAlone()
+{
+    const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
+    const auto set = reinterpret_cast<BOOL(WINAPI*)(DWORD)>(
+        reinterpret_cast<void*>(GetProcAddress(kernel, "SetDefaultDllDirectories")));
+    if (set != nullptr)
+        set(LOAD_LIBRARY_SEARCH_SYSTEM32);
+}
+
 /// Results that nobody got are no success, nor is what was cancelled, if too late.
 int withResultsWritten(int code)
 {
@@ -73,6 +84,7 @@ int withResultsWritten(int code)
 
 int wmain(int argumentCount, wchar_t** arguments)
 {
+    searchSystemFolderAlone();
     const WorkScope work;
     try {
         return withResultsWritten(run(argumentCount, arguments));

@@ -6,26 +6,37 @@
 
 namespace {
 const std::wstring kHeader(L"\0\0\r\n", 4);
-const std::wstring kMissing = L"C:\\no such folder\\";
+constexpr const wchar_t* kFolder =
+    L"SYSMAINT_BOOT_LIST_FOLDER"; // of the files; what is not there is not listed
 
 std::wstring lineOf(const std::wstring& path, const wchar_t* numbers = L"1*\t*1")
 {
     return L"*FileShred*\t*\\??\\" + path + L"*\t*" + numbers + L"\r\n";
 }
 
-std::wstring missingOf(const std::wstring& writer, int number)
+std::wstring fileOf(const std::wstring& writer, int number)
 {
-    return kMissing + writer + std::to_wstring(number);
+    return std::wstring(_wgetenv(kFolder)) + L"\\" + writer + std::to_wstring(number);
 }
 
-/// Has `lines` files wiped that are not there, so that each gets its line.
+/// Has `lines` files wiped that refuse to be opened, so that each gets its line.
 void writeLines(const std::wstring& writer, int lines)
 {
     const std::unique_ptr<IWiper> wiper(DllGetWiper());
-    for (int i = 0; i < lines; ++i)
-        EXPECT_NE(wiper->Wipe(nullptr, nullptr, kWipeFile, missingOf(writer, i).c_str(), nullptr, nullptr, 1,
-                              1, nullptr),
+    for (int i = 0; i < lines; ++i) {
+        writeBytes(fileOf(writer, i), {1});
+        EXPECT_NE(wiper->Wipe(nullptr, nullptr, kWipeFile, fileOf(writer, i).c_str(), nullptr, nullptr, 1, 1,
+                              nullptr),
                   0);
+    }
+}
+
+HANDLE refuseToWipe(Opens::Original open, LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES own,
+                    DWORD disposition, DWORD flags, HANDLE model)
+{
+    SetLastError(ERROR_IO_DEVICE);
+    return flags == kOpenToWipe ? INVALID_HANDLE_VALUE
+                                : open(name, access, share, own, disposition, flags, model);
 }
 
 /// One header, and each line whole and once.
@@ -33,7 +44,7 @@ void expectLines(std::wstring list, std::initializer_list<const wchar_t*> writer
 {
     for (const wchar_t* writer : writers)
         for (int i = 0; i < lines; ++i) {
-            const std::wstring line = lineOf(missingOf(writer, i));
+            const std::wstring line = lineOf(fileOf(writer, i));
             const std::size_t at = list.find(line);
             ASSERT_NE(at, std::wstring::npos) << line;
             list.erase(at, line.size());
@@ -41,12 +52,22 @@ void expectLines(std::wstring list, std::initializer_list<const wchar_t*> writer
     EXPECT_EQ(list, kHeader);
 }
 
-using BootListTest = WipeTest;
+/// With files that refuse to be opened.
+class BootListTest : public WipeTest
+{
+protected:
+    BootListTest()
+    {
+        _wputenv_s(kFolder, folder.c_str());
+        files.setHook(refuseToWipe);
+    }
+};
 } // namespace
 
 /// What the second process of the next test does; by itself nothing.
 TEST(BootList, DISABLED_SecondProcess)
 {
+    const Opens files{refuseToWipe};
     writeLines(L"process", 150);
 }
 
@@ -62,14 +83,14 @@ TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
     onThreadsAtOnce(3, [&](int thread) {
         while (thread == 2 && WaitForSingleObject(child, 1) == WAIT_TIMEOUT)
             readBytes(bootListPath());
-        for (int i = 0; i < 10000 && ForceDeleteIsScheduled(missingOf(L"process", 0).c_str()) == 0; ++i)
+        for (int i = 0; i < 10000 && ForceDeleteIsScheduled(fileOf(L"process", 0).c_str()) == 0; ++i)
             Sleep(1);
         writeLines(thread == 0 ? L"a" : L"b", thread == 2 ? 0 : 150);
     });
     EXPECT_EQ(exitCodeOf(child), 0U);
-    EXPECT_EQ(ForceDeleteIsScheduled(missingOf(L"PROCESS", 149).c_str()), 1);
-    EXPECT_EQ(ForceDeleteIsScheduled(missingOf(L"process", 15).c_str()), 1);
-    EXPECT_EQ(ForceDeleteIsScheduled((kMissing + L"process").c_str()), 0);
+    EXPECT_EQ(ForceDeleteIsScheduled(fileOf(L"PROCESS", 149).c_str()), 1);
+    EXPECT_EQ(ForceDeleteIsScheduled(fileOf(L"process", 15).c_str()), 1);
+    EXPECT_EQ(ForceDeleteIsScheduled(at(L"process").c_str()), 0);
     expectLines(takeBootList(), {L"a", L"b", L"process"}, 150);
 }
 
@@ -90,8 +111,11 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
         {there, there},
         {L"\\\\?\\" + there, there},
         {L"\\??\\" + there, there},
-        {L"C:/no such folder/./x.", kMissing + L"x."},
-        {L"\\\\?\\" + volume + L"x", volume + L"x"},
+        {folder + L"/./there.", at(L"there.")},
+        {at(L"held"), L""},    // whoever takes the name until the start keeps his file
+        {L"S:\\there", there}, // a letter that stands for a folder
+        {L"N:\\there", L""},   // one that stands for a share
+        {L"\\\\?\\" + volume + L"there", volume + L"there"},
         {L"\\\\?\\" + volume, L""},
         {there, L"", DRIVE_REMOTE},
         {there, L"", DRIVE_FIXED, L"\\??\\C:\\somewhere"},
@@ -106,18 +130,31 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
           L"C:\\none\\a:stream", L"C:\\none\\a\\",
           L"C:\\none\\a\r\n*FileShred*\t*\\??\\C:\\precious*\t*1*\t*1"})
         cases.push_back({refused, L""});
-    files.setHook([](auto open, auto... all) {
-        SetLastError(ERROR_SHARING_VIOLATION);
-        return std::get<5>(std::tuple(all...)) == kOpenToWipe ? INVALID_HANDLE_VALUE : open(all...);
+    const auto realPath = [&](const std::wstring& path) {
+        for (const std::wstring& root : {std::wstring(L"S:\\"), std::wstring(L"N:\\"), volume})
+            if (const std::size_t begin = path.find(root); begin != std::wstring::npos)
+                return at(path.substr(begin + root.size()));
+        return path;
+    };
+    files.setHook([&](auto open, LPCWSTR name, auto... rest) {
+        return refuseToWipe(open, realPath(name).c_str(), rest...);
     });
     const Case* now = nullptr;
+    Replaced<"GetFinalPathNameByHandleW", decltype(&GetFinalPathNameByHandleW)> finals(
+        [&](auto original, HANDLE file, LPWSTR path, auto... rest) -> DWORD {
+            if (now->given[0] != L'N')
+                return original(file, path, rest...);
+            std::wcscpy(path, L"\\\\?\\UNC\\server\\share\\there");
+            return 26;
+        });
     Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> types([&](auto...) { return now->driveType; });
-    Replaced<"QueryDosDeviceW", decltype(&QueryDosDeviceW)> devices([&](auto, LPCWSTR, LPWSTR target, DWORD) {
-        std::wcscpy(target, now->device);
-        return 1UL;
-    });
+    Replaced<"QueryDosDeviceW", decltype(&QueryDosDeviceW)> devices(
+        [&](auto, LPCWSTR drive, LPWSTR target, DWORD) {
+            std::wcscpy(target, drive[0] == L'S' ? L"\\??\\C:\\somewhere" : now->device);
+            return 1UL;
+        });
     Attributes attributes([&](auto original, LPCWSTR path) { // what is not there has all bits
-        return original(path) | now->attributes;
+        return original(realPath(path).c_str()) | now->attributes;
     });
     Replaced<"DeleteFileW", decltype(&DeleteFileW)> removals([](auto...) {
         SetLastError(ERROR_ACCESS_DENIED);
@@ -137,46 +174,49 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
 
 TEST_F(BootListTest, IsWrittenByteForByte)
 {
-    const std::wstring missing = at(L"no such file.txt");
+    const std::wstring held = at(L"some file.txt");
+    writeBytes(held, {1});
     std::wstring opened;
     files.setHook([&](auto original, LPCWSTR name, DWORD access, DWORD share, auto... rest) {
         if (access == GENERIC_WRITE && share == FILE_SHARE_WRITE)
             opened = name;
-        return original(name, access, share, rest...);
+        return refuseToWipe(original, name, access, share, rest...);
     });
-    EXPECT_EQ(wipe(kWipeFile, missing), 2);
+    EXPECT_EQ(wipe(kWipeFile, held), ERROR_IO_DEVICE);
     EXPECT_EQ(opened, bootListPath().insert(bootListPath().rfind(L'\\'), L"\\"));
-    EXPECT_EQ(wipe(kWipeFile, missing, 3, 0xFFFFFFFF), 2); // numbers are signed
-    EXPECT_EQ(takeBootList(), kHeader + lineOf(missing) + lineOf(missing, L"3*\t*-1"));
+    EXPECT_EQ(wipe(kWipeFile, held, 3, 0xFFFFFFFF), ERROR_IO_DEVICE); // numbers are signed
+    EXPECT_EQ(takeBootList(), kHeader + lineOf(held) + lineOf(held, L"3*\t*-1"));
     writeBytes(bootListPath(), {});
-    wipe(kWipeFile, missing, 2, 7);
-    EXPECT_EQ(takeBootList(), kHeader + lineOf(missing, L"2*\t*7"));
+    wipe(kWipeFile, held, 2, 7);
+    EXPECT_EQ(takeBootList(), kHeader + lineOf(held, L"2*\t*7"));
     wchar_t before[MAX_PATH];
     GetCurrentDirectoryW(MAX_PATH, before);
     SetCurrentDirectoryW(folder.c_str());
     writeBytes(bootListPath(), {'x', 0});
-    EXPECT_EQ(wipe(kWipeFile, L"no such file.txt"), 2); // the boot-time program has no current folder
-    EXPECT_EQ(wipe(kWipeFile, folder + L"/tree\\..\\no such file.txt"), 2);
+    EXPECT_EQ(wipe(kWipeFile, L"some file.txt"),
+              ERROR_IO_DEVICE); // the boot-time program has no current folder
+    EXPECT_EQ(wipe(kWipeFile, folder + L"/tree\\..\\some file.txt"), ERROR_IO_DEVICE);
     SetCurrentDirectoryW(before);
-    EXPECT_EQ(takeBootList(), L"x" + lineOf(missing) + lineOf(missing));
+    EXPECT_EQ(takeBootList(), L"x" + lineOf(held) + lineOf(held));
 }
 
 /// One that others hold, and a disk that takes half of a line, leave it as it was; the caller can tell.
 TEST_F(BootListTest, StaysWholeWhenALineCannotBeAdded)
 {
-    const std::wstring missing = at(L"no such file.txt");
+    const std::wstring held = at(L"some file.txt");
+    writeBytes(held, {1});
     writeBytes(bootListPath(), {'x', 0, '\r', 0, '\n', 0});
-    Win32Handle held(
+    Win32Handle holder(
         ::CreateFileW(bootListPath().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     const auto expect = [&](DWORD code) {
         wiper->setNeedsReboot(0);
-        EXPECT_EQ(wipe(kWipeFile, missing), 2);
+        EXPECT_EQ(wipe(kWipeFile, held), ERROR_IO_DEVICE);
         EXPECT_EQ(wiper->getNeedsReboot(), 1U);
-        EXPECT_EQ(ForceDeleteIsScheduled(missing.c_str()), 0);
+        EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 0);
         EXPECT_EQ(GetLastError(), code);
     };
     expect(ERROR_SHARING_VIOLATION);
-    held.reset();
+    holder.reset();
     Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
         return original(file, data, size / 2, rest...);
     });

@@ -24,7 +24,9 @@ enum WipeMethod : std::uint32_t
     kWipeRandomText = 2, ///< UTF-16 text of ASCII letters and digits, the same in every chunk of one call
     /// The 35 passes of Peter Gutmann, "Secure Deletion of Data from Magnetic and Solid-State Memory", 6th
     /// USENIX Security Symposium, 1996, all over one chunk before the next is touched.
-    kWipeGutmann = 3
+    kWipeGutmann = 3,
+    /// To be added to one of these: also files whose content is elsewhere, which the system fetches first.
+    kWipeCloudFiles = 0x100
 };
 
 /// The caller's record of how far a call has come.

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "core/win32/utils/objectmanager/include/KeptLibrary.h"
+#include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/wiper/include/Wiper.h"
 #include "win32/paths/include/CachedPath.h"
@@ -65,11 +66,14 @@ void createFolders(const wchar_t* folder)
 Win32Handle openLog(const std::wstring& path)
 {
     const Win32Path target(path.c_str());
-    Win32Handle file(CreateFileW(target, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                 FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.isValid())
-        throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
-    return file;
+    for (Patience patience;;) {
+        Win32Handle file(CreateFileW(target, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                     OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (file.isValid())
+            return file;
+        if (!patience.isWorthAnotherTry(GetLastError()))
+            throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
+    }
 }
 
 /// Destroys a log that has grown too large.

@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "core/win32/utils/paths/include/Removal.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
 constexpr char kDirectoryHeader[] = "core\\win32\\utils\\scanengine\\include\\Directory.h";
@@ -82,14 +83,16 @@ void Directory::deleteItem()
     HeldFolders held;
     primitives::placedStep(PLACE(kDirectoryHeader, "Directory::deleteItem", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
-        const ItemLook now = ItemLook::at(target);
-        if (now.isLink && m_isPlainFolder)
-            raiseCode(kStoppedOnSymlink); // not what was found
-        if (now.exists() && !now.isFolder())
-            raiseCode(ERROR_DIRECTORY);
+        const auto look = [&] {
+            const ItemLook now = ItemLook::at(target);
+            if (now.isLink && m_isPlainFolder)
+                raiseCode(kStoppedOnSymlink); // not what was found
+            if (now.exists() && !now.isFolder())
+                raiseCode(ERROR_DIRECTORY);
+        };
+        look();
+        removal::removeByName(target, true, nullptr, look, [](HANDLE) { return true; });
     });
-    if (!RemoveDirectoryW(target))
-        throw Exception(PLACE(kDirectoryHeader, "Directory::deleteItem", __LINE__));
 }
 
 int Directory::exists() const

@@ -1,13 +1,46 @@
 #include "core/win32/utils/scanengine/include/File.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "core/win32/utils/objectmanager/include/FileTransfer.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Removal.h"
 
 constexpr char kFileHeader[] = "core\\win32\\utils\\scanengine\\include\\File.h";
 
 using namespace primitives;
+
+namespace {
+/// Windows does not make a plain file of one that is hidden or the system's (5), unless it is made one
+/// before. Read-only is a reason to refuse.
+Win32Handle createAlways(const wchar_t* target)
+{
+    const auto create = [target] {
+        return Win32Handle(
+            CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    };
+    constexpr DWORD kMarks = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    constexpr DWORD kOthers =
+        FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+    Win32Handle file = create();
+    if (file.isValid() || GetLastError() != ERROR_ACCESS_DENIED)
+        return file;
+    const DWORD attributes = GetFileAttributesW(target);
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & kMarks) != 0 && (attributes & kOthers) == 0 &&
+        SetFileAttributesW(target, attributes & ~kMarks)) {
+        file = create();
+        if (!file.isValid()) {
+            const DWORD code = GetLastError();
+            SetFileAttributesW(target, attributes);
+            SetLastError(code);
+        }
+        return file;
+    }
+    SetLastError(ERROR_ACCESS_DENIED);
+    return file;
+}
+} // namespace
 
 File::File(const wchar_t* path, int expand) : ScanItem(kFileItem)
 {
@@ -56,8 +89,7 @@ void File::create()
         if (ItemLook::at(target).isLink) // the call would empty what it leads to
             raiseCode(kStoppedOnSymlink);
     });
-    const Win32Handle file(
-        CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const Win32Handle file = createAlways(target);
     if (!file.isValid())
         throw Exception(PLACE(kFileHeader, "File::create", __LINE__));
     const Content data = content();
@@ -71,12 +103,14 @@ void File::deleteItem()
     HeldFolders held;
     placedStep(PLACE(kFileHeader, "File::deleteItem", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
-        const ItemLook now = ItemLook::at(target);
-        if (now.exists() && now.isFolder())
-            raiseCode(ERROR_ACCESS_DENIED); // what the call says to a folder
+        const auto look = [&] {
+            const ItemLook now = ItemLook::at(target);
+            if (now.exists() && now.isFolder())
+                raiseCode(ERROR_ACCESS_DENIED); // what the call says to a folder
+        };
+        look();
+        removal::removeByName(target, false, nullptr, look, [](HANDLE) { return true; });
     });
-    if (!DeleteFileW(target))
-        throw Exception(PLACE(kFileHeader, "File::deleteItem", __LINE__));
 }
 
 int File::exists() const

@@ -11,7 +11,8 @@
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 
 namespace {
-constexpr std::size_t kPrefix = 4;      // \\?\ or \??\.
+constexpr std::size_t kPrefix = 4; // \\?\ or \??\.
+constexpr std::wstring_view kNetworkPrefix = LR"(\\?\UNC\)";
 constexpr std::size_t kVolumeRoot = 45; // Volume{ and a GUID of 36 characters, } and a backslash
 
 bool isDriveRoot(std::wstring_view text) noexcept
@@ -39,6 +40,17 @@ bool isThereAtStart(std::wstring_view root)
            std::wstring_view(device).substr(0, kPrefix) != LR"(\??\)";
 }
 
+bool isTheList(HANDLE opened)
+{
+    try {
+        return FileIdentity::of(OpenedItself(bootlist::filePath().c_str()).get()) == FileIdentity::of(opened);
+    } catch (long code) {
+        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
+            throw;
+        return false;
+    }
+}
+
 bool isPlainName(std::wstring_view name) noexcept
 {
     return !name.empty() && name != L"." && name != L".." &&
@@ -46,20 +58,18 @@ bool isPlainName(std::wstring_view name) noexcept
            std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20; });
 }
 
-/// Whether a path that nothing stands under is that of the list; also when that cannot be told.
-bool wouldBeTheList(std::wstring_view target)
+/// Where the system finds what is open, without the names that stand for something else; empty when it does
+/// not tell.
+std::wstring finalPath(HANDLE opened)
 {
-    const std::wstring list = settledPath(bootlist::filePath());
-    const auto split = [](std::wstring_view path) { return path.find_last_of(L'\\'); };
-    if (_wcsicmp(std::wstring(target.substr(split(target))).c_str(), list.c_str() + split(list)) != 0)
-        return false;
-    try {
-        // Their own folders, by whatever names these go.
-        const OpenedItself folder(std::wstring(target.substr(0, split(target) + 1)).c_str());
-        const OpenedItself windows(list.substr(0, split(list) + 1).c_str());
-        return FileIdentity::of(folder.get()) == FileIdentity::of(windows.get());
-    } catch (long code) {
-        return code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND;
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;) {
+        const DWORD length =
+            GetFinalPathNameByHandleW(opened, path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_DOS);
+        const bool fits = length < path.size();
+        path.resize(length);
+        if (fits)
+            return path;
     }
 }
 } // namespace
@@ -100,20 +110,22 @@ std::wstring bootlist::plainPath(std::wstring_view path)
 
 std::wstring forcedelete::listedPath(std::wstring_view path)
 {
-    std::wstring text = bootlist::plainPath(path);
-    if (text.empty())
-        return text;
-    const std::wstring target = LR"(\\?\)" + text;
+    const std::wstring target = settledPath(path);
+    if (target.size() <= kPrefix)
+        return {};
+    if (!isDriveRoot(std::wstring_view(target).substr(kPrefix, 3)) && bootlist::plainPath(path).empty())
+        return {};
     try {
         const OpenedItself found(target.c_str());
-        if (found.isFolder() || found.isLink())
+        if (found.isFolder() || found.isLink() || isTheList(found.get()))
             return {};
-        const OpenedItself list(bootlist::filePath().c_str());
-        if (FileIdentity::of(found.get()) == FileIdentity::of(list.get()))
+        const std::wstring final = finalPath(found.get());
+        if (final.substr(0, kNetworkPrefix.size()) == kNetworkPrefix)
             return {};
-    } catch (long code) {
-        if ((code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) || wouldBeTheList(target))
-            return {};
+        // A letter that is this session's own, for a folder, is not there at the start; the folder is.
+        std::wstring text = bootlist::plainPath(target);
+        return !text.empty() ? text : bootlist::plainPath(final);
+    } catch (long) {
+        return {}; // what is not there, and what cannot be looked at
     }
-    return text;
 }

@@ -4,16 +4,15 @@
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/paths/include/Patience.h"
+#include "core/win32/utils/paths/include/Removal.h"
 
 Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
     : m_wiper(wiper), m_path(path), m_target(m_path.c_str())
 {
-    // Were a link of that name planted there, it would be opened itself, not what it leads to.
-    m_file.reset(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_ALWAYS,
-                             FILE_ATTRIBUTE_HIDDEN | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    if (!m_file.isValid())
-        raiseLastError();
+    m_file = patientlyOpened(OPEN_ALWAYS, FILE_ATTRIBUTE_HIDDEN, wiper.m_cancelEvent);
     const bool isNew = GetLastError() != ERROR_ALREADY_EXISTS;
+    m_wasFound = !isNew;
     bool isOurs = false;
     try {
         BY_HANDLE_FILE_INFORMATION information{};
@@ -77,16 +76,89 @@ long Wiper::Filler::deleteFillerFile() noexcept
 
 void Wiper::Filler::cutAndDelete() const
 {
-    {
-        const Win32Handle file(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
-                                           FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-        if (!file.isValid())
-            raiseLastError();
-        if (FileIdentity::of(file.get()) != m_identity)
+    const auto isOurs = [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; };
+    const auto requireOurs = [&](HANDLE opened) {
+        if (!isOurs(opened))
             raiseCode(WipeTarget::kAnotherFile);
+    };
+    {
+        const Win32Handle file = patientlyOpened(OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        requireOurs(file.get());
         if (!SetEndOfFile(file.get()))
             raiseLastError();
     }
-    if (!DeleteFileW(m_target))
+    removal::removeByName(
+        m_target, false, nullptr, [&] { requireOurs(OpenedItself(m_target).get()); }, isOurs);
+}
+
+/// A link of that name would be opened itself, not what it leads to.
+Win32Handle Wiper::Filler::patientlyOpened(DWORD disposition, DWORD attributes, HANDLE cancelEvent) const
+{
+    for (Patience patience(cancelEvent);;) {
+        Win32Handle file = openToDestroy(m_target, disposition, attributes | FILE_FLAG_OPEN_REPARSE_POINT);
+        if (file.isValid())
+            return file;
+        if (!patience.isWorthAnotherTry(GetLastError()))
+            raiseLastError();
+    }
+}
+
+Wiper::Fillers::Fillers(Wiper& wiper, const std::wstring& path) : m_wiper(wiper), m_path(path)
+{
+    m_fillers.emplace_back(wiper, path);
+    while (m_fillers.back().wasFound()) {
+        const std::wstring next = nextPath();
+        const DWORD attributes = GetFileAttributesW(Win32Path(next.c_str()));
+        if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_HIDDEN) == 0)
+            break;
+        m_fillers.emplace_back(wiper, next);
+    }
+    goToEnd();
+}
+
+std::uint64_t Wiper::Fillers::readEnd()
+{
+    LARGE_INTEGER size{};
+    if (!GetFileSizeEx(get(), &size))
         raiseLastError();
+    return m_end = static_cast<std::uint64_t>(size.QuadPart);
+}
+
+void Wiper::Fillers::goToEnd()
+{
+    if (!SetFilePointerEx(get(), {}, nullptr, FILE_END))
+        raiseLastError();
+    readEnd();
+}
+
+void Wiper::Fillers::beginNext()
+{
+    constexpr std::uint32_t kMost = 65536; // of 4 GiB each
+    const std::size_t count = m_fillers.size();
+    while (m_fillers.size() == count) {
+        try {
+            m_fillers.emplace_back(m_wiper, nextPath());
+        } catch (long code) {
+            if (code != ERROR_ALREADY_EXISTS || m_number >= kMost)
+                throw;
+        }
+    }
+    goToEnd();
+}
+
+long Wiper::Fillers::deleteFillerFiles() noexcept
+{
+    long result = ERROR_SUCCESS;
+    for (Filler& filler : m_fillers) {
+        const long code = filler.deleteFillerFile();
+        result = result != ERROR_SUCCESS ? result : code;
+    }
+    return result;
+}
+
+/// "FreeSpaceFile2.qmx" and so on.
+std::wstring Wiper::Fillers::nextPath()
+{
+    const std::size_t stem = m_path.find_last_of(L'.');
+    return m_path.substr(0, stem) + std::to_wstring(++m_number) + m_path.substr(stem);
 }

@@ -133,7 +133,9 @@ long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, s
 
 bool forcedelete::isScheduled(std::wstring_view path)
 {
-    const std::wstring listed = bootlist::plainPath(path);
+    std::wstring listed = bootlist::plainPath(path);
+    if (listed.empty())
+        listed = forcedelete::listedPath(path); // by the letter of a folder
     if (listed.empty())
         return false;
     std::wstring text;

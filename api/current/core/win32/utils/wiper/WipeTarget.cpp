@@ -3,11 +3,14 @@
 #include <string>
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/paths/include/Patience.h"
+#include "core/win32/utils/paths/include/Removal.h"
 
 namespace {
 // Not every platform header names these.
 constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21); // FileDispositionInfoEx
-constexpr DWORD kNotOnClose = 0x8; // FILE_DISPOSITION_FLAG_ON_CLOSE without FILE_DISPOSITION_FLAG_DELETE
+constexpr DWORD kNotOnClose = 0x8;  // FILE_DISPOSITION_FLAG_ON_CLOSE without FILE_DISPOSITION_FLAG_DELETE
+constexpr DWORD kPosixDelete = 0x3; // FILE_DISPOSITION_FLAG_DELETE, FILE_DISPOSITION_FLAG_POSIX_SEMANTICS
 
 constexpr DWORD kGuarding = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
@@ -27,12 +30,22 @@ FileIdentity FileIdentity::of(const BY_HANDLE_FILE_INFORMATION& information) noe
             (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32U) | information.nFileIndexLow};
 }
 
+Win32Handle openToDestroy(const wchar_t* target, DWORD disposition, DWORD flags) noexcept
+{
+    Win32Handle file(CreateFileW(target, GENERIC_ALL, 0, nullptr, disposition, flags, nullptr));
+    if (!file.isValid() && GetLastError() == ERROR_ACCESS_DENIED)
+        file.reset(CreateFileW(target, GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, disposition, flags,
+                               nullptr));
+    return file;
+}
+
 WipeTarget::WipeTarget(const wchar_t* target) : m_target(target)
 {
     const OpenedItself found(target);
     m_identity = FileIdentity::of(found.get());
     m_isLink = found.isLink();
     m_isFolder = found.isFolder();
+    m_attributes = found.attributes();
     // One whose tag cannot be read may be no link, and would go without being overwritten.
     FILE_ATTRIBUTE_TAG_INFO tag;
     if (m_isLink && !GetFileInformationByHandleEx(found.get(), FileAttributeTagInfo, &tag, sizeof tag))
@@ -42,18 +55,25 @@ WipeTarget::WipeTarget(const wchar_t* target) : m_target(target)
         SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
 }
 
-void WipeTarget::removeLink() const
+void WipeTarget::remove(HANDLE cancelEvent) const
 {
-    if (!(m_isFolder ? RemoveDirectoryW(m_target) : DeleteFileW(m_target)))
-        raiseLastError();
+    removal::removeByName(
+        m_target, m_isFolder, cancelEvent, [this] { requireUnchanged(); },
+        [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; });
 }
 
 void WipeTarget::requireUnchanged() const
 {
     const OpenedItself found(m_target);
-    if (found.isLink())
+    if (found.isLink() && !m_isLink)
         raiseCode(kStoppedOnSymlink);
     requireSame(found.get());
+}
+
+void WipeTarget::requireGone(HANDLE cancelEvent) const
+{
+    removal::requireGone(m_target, cancelEvent,
+                         [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; });
 }
 
 void WipeTarget::requireSame(HANDLE opened) const
@@ -62,12 +82,16 @@ void WipeTarget::requireSame(HANDLE opened) const
         raiseCode(kAnotherFile);
 }
 
-Win32Handle WipeTarget::open() const
+Win32Handle WipeTarget::open(HANDLE cancelEvent) const
 {
-    Win32Handle file(CreateFileW(m_target, GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
-                                 FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
-    if (!file.isValid())
-        raiseLastError();
+    constexpr DWORD kFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE;
+    Win32Handle file = openToDestroy(m_target, OPEN_EXISTING, kFlags);
+    for (Patience patience(cancelEvent); !file.isValid();) {
+        if (!patience.isWorthAnotherTry(GetLastError()))
+            raiseLastError();
+        requireUnchanged();
+        file = openToDestroy(m_target, OPEN_EXISTING, kFlags);
+    }
     try {
         requireSame(file.get());
     } catch (...) {
@@ -75,6 +99,14 @@ Win32Handle WipeTarget::open() const
         throw;
     }
     return file;
+}
+
+bool WipeTarget::close(Win32Handle& file) const noexcept
+{
+    DWORD flags = kPosixDelete;
+    const BOOL goes = SetFileInformationByHandle(file.get(), kDispositionInfoEx, &flags, sizeof flags);
+    file.reset();
+    return goes != FALSE;
 }
 
 /// Closes a file that was opened to be deleted, and leaves it where it is.

@@ -7,13 +7,16 @@
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/Directory.h"
 #include "core/win32/utils/scanengine/include/File.h"
+#include "core/win32/utils/wiper/include/AllocatedRanges.h"
 #include "core/win32/utils/wiper/include/FillPattern.h"
 #include "core/win32/utils/wiper/include/Filler.h"
 #include "core/win32/utils/wiper/include/ForceDelete.h"
 #include "core/win32/utils/wiper/include/StackPaths.h"
+#include "core/win32/utils/wiper/include/VolumeDevice.h"
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 
 constexpr char kWiperHeader[] = "core\\win32\\utils\\wiper\\include\\Wiper.h";
@@ -100,7 +103,8 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
             throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_BUSY);
         m_callback = callback;
         m_progress = callback != nullptr ? progress : nullptr;
-        m_method = method;
+        m_method = method & ~std::uint32_t{kWipeCloudFiles};
+        m_takesCloudFiles = (method & kWipeCloudFiles) != 0;
         m_passes = passes;
         m_cancelEvent = cancelEvent;
         m_ntdll = loadSystemModule(L"ntdll.dll");
@@ -194,9 +198,13 @@ long Wiper::WipeFile(const std::wstring& path)
         overwriteAndDelete(path);
         return ERROR_SUCCESS;
     });
-    // Another file than the one that was to go waits for nothing.
-    const bool isLeft = code != ERROR_SUCCESS && code != ERROR_CANCELLED && code != kStoppedOnSymlink &&
-                        code != WipeTarget::kAnotherFile;
+    // Another file than the one that was to go waits for nothing, and what is not there or about to go is
+    // not to be waited for: whoever takes its name later would be destroyed.
+    constexpr long kNothingToWaitFor[] = {
+        ERROR_SUCCESS,        ERROR_CANCELLED,      kStoppedOnSymlink, WipeTarget::kAnotherFile,
+        ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, kDeletePending,    ERROR_FILE_OFFLINE};
+    const bool isLeft = std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), code) ==
+                        std::end(kNothingToWaitFor);
     if (isLeft && m_kind != kWipeDirectoryStack)
         schedule(path);
     return code;
@@ -212,9 +220,12 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     const Win32Path target(path.c_str());
     const WipeTarget found(target);
     if (found.isLink())
-        return found.removeLink();
+        return found.remove(m_cancelEvent);
     if (found.isFolder()) // which the open would refuse, but not before its streams were gone
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
+
+    if (isFetchedOnAccess(found.attributes()) && !m_takesCloudFiles)
+        throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_FILE_OFFLINE);
 
     // Once the file is open it is deleted, whatever happens: so first what may be missing.
     allocateBuffers();
@@ -222,9 +233,17 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     // Before the file itself is open: its owner alone could open them then.
     if (wipeStreams(path, target, found))
         found.requireUnchanged();
-    const Win32Handle file = found.open();
-    overwriteRepeatedly(file.get(), sizeOf(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__)));
-    cut(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
+    Win32Handle file = found.open(m_cancelEvent);
+    try {
+        overwriteRepeatedly(file.get(), sizeOf(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__)),
+                            (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
+        cut(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
+    } catch (...) {
+        found.close(file);
+        throw;
+    }
+    if (!found.close(file))
+        found.requireGone(m_cancelEvent);
 }
 
 std::wstring Wiper::renameFile(const wchar_t* path) const
@@ -253,15 +272,20 @@ bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const W
             return any;
         const std::wstring full = owner + name.c_str();
         const Win32Path streamTarget(full.c_str());
-        const Win32Handle stream(CreateFileW(streamTarget, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!stream.isValid())
-            throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
+        Win32Handle stream;
+        for (Patience patience(m_cancelEvent);;) {
+            stream.reset(CreateFileW(streamTarget, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+            if (stream.isValid())
+                break;
+            if (!patience.isWorthAnotherTry(GetLastError()))
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
+        }
         found.requireSame(stream.get()); // a stream has the number of its file
         const std::uint64_t size = sizeOf(stream.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
         if (m_progress != nullptr)
             m_progress->total += size * m_passes;
-        overwriteRepeatedly(stream.get(), size);
+        overwriteRepeatedly(stream.get(), size, (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
         cut(stream.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
     }
 }
@@ -271,9 +295,7 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
     return boundary::statusFrame([&]() -> long {
         throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         allocateBuffers();
-        Filler filler(*this, fillerPath);
-        seek(filler.get(), 0, FILE_END, PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
-        std::uint64_t end = sizeOf(filler.get(), PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
+        Fillers fillers(*this, fillerPath);
         const Win32Path volume(folder.c_str());
         const auto readFree = [&] {
             ULARGE_INTEGER bytes{};
@@ -285,16 +307,22 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
         std::uint64_t free = readFree();
         while (free > 0 && !isCancelled(m_cancelEvent)) {
             const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(free, kChunkSize));
-            overwriteChunk(filler.get(), end, chunk);
-            end += chunk;
+            const bool isWritten = fillOn(fillers, chunk);
             const std::uint64_t before = free;
             free = readFree();
-            if (m_progress != nullptr) {
-                // What others took or freed meanwhile is less or more to write.
-                const std::uint64_t expected = m_progress->total + free + chunk;
-                m_progress->total = expected > before ? expected - before : 0;
+            // What others took or freed meanwhile is less or more to write.
+            correctTotal(before, free + (isWritten ? chunk : 0));
+            if (isWritten) {
+                addDone(chunk);
+                continue;
             }
-            addDone(chunk);
+            // On a live system somebody takes the last clusters while we write.
+            if (free < kChunkSize)
+                break;
+            // One that takes nothing to speak of: there is no room, whatever is told.
+            if (fillers.end() < kChunkSize)
+                throw Exception(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__), ERROR_DISK_FULL);
+            fillers.beginNext();
         }
         throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         if (m_progress != nullptr) {
@@ -302,8 +330,27 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
             const OutsideLibrary outside;
             m_callback(m_progress);
         }
-        return filler.deleteFillerFile();
+        return fillers.deleteFillerFiles();
     });
+}
+
+/// Appends a chunk. Returns whether all of it was written: not where the volume is full or the file can
+/// become no larger, and then what there was room for is overwritten in full.
+bool Wiper::fillOn(Fillers& fillers, std::uint32_t size)
+{
+    try {
+        overwriteChunk(fillers.get(), fillers.end(), size);
+        fillers.advance(size);
+        return true;
+    } catch (const Exception& raised) {
+        if (raised.getCode() != ERROR_DISK_FULL && raised.getCode() != ERROR_FILE_TOO_LARGE)
+            throw;
+    }
+    const std::uint64_t begin = fillers.end();
+    const auto taken = static_cast<std::uint32_t>(fillers.readEnd() - begin);
+    if (m_method == kWipeGutmann && taken != 0) // of which only the first pass is done
+        overwriteChunk(fillers.get(), begin, taken);
+    return false;
 }
 
 void Wiper::WipePartition(const wchar_t* path)
@@ -319,11 +366,23 @@ void Wiper::WipePartition(const wchar_t* path)
     volume.resize(2);
     allocateBuffers();
     const std::wstring device = L"\\\\.\\" + volume;
+    const std::uint64_t length = volumedevice::lengthOf(device.c_str());
     const Win32Handle file(CreateFileW(device.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
         throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
-    overwriteRepeatedly(file.get(), size.QuadPart);
+    volumedevice::takeOver(file.get(), m_cancelEvent);
+    std::uint64_t counted = size.QuadPart;
+    if (length > counted) { // what a quota allows ends anywhere
+        correctTotal(counted * m_passes, length * m_passes);
+        counted -= counted % volumedevice::kLargestSector;
+    }
+    for (std::uint32_t pass = 0; pass < m_passes; ++pass) {
+        overwriteRange(file.get(), 0, counted);
+        if (length > counted)
+            overwriteRange(file.get(), counted, length);
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
+    }
 }
 
 long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
@@ -363,23 +422,32 @@ long Wiper::wipeFolder(const std::wstring& path)
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__), ERROR_DIRECTORY);
     if (!found.isLink() && wipeStreams(path, target, found))
         found.requireUnchanged();
-    if (!RemoveDirectoryW(target))
-        throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__));
+    found.remove(m_cancelEvent);
     return ERROR_SUCCESS;
 }
 
-void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size)
+void Wiper::overwriteRepeatedly(HANDLE file, std::uint64_t size, bool isSparse)
 {
     for (std::uint32_t pass = 0; pass < m_passes; ++pass) {
-        seek(file, 0, FILE_BEGIN, PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
-        for (std::uint64_t done = 0; done < size;) {
-            throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
-            const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, kChunkSize));
-            overwriteChunk(file, done, chunk);
-            done += chunk;
-            addDone(chunk);
+        AllocatedRanges ranges(file, size, isSparse);
+        while (ranges.next()) {
+            correctTotal(ranges.takeHole(), 0);
+            overwriteRange(file, ranges.begin(), ranges.end());
         }
+        correctTotal(ranges.takeHole(), 0);
         throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRepeatedly", __LINE__));
+    }
+}
+
+void Wiper::overwriteRange(HANDLE file, std::uint64_t begin, std::uint64_t end)
+{
+    seek(file, begin, FILE_BEGIN, PLACE(kWiperHeader, "Wiper::overwriteRange", __LINE__));
+    while (begin < end) {
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::overwriteRange", __LINE__));
+        const auto chunk = static_cast<std::uint32_t>(std::min<std::uint64_t>(end - begin, kChunkSize));
+        overwriteChunk(file, begin, chunk);
+        begin += chunk;
+        addDone(chunk);
     }
 }
 
@@ -421,6 +489,7 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
     for (std::uint32_t left = size, piece = size; left != 0;) {
         DWORD written = 0;
         const BOOL succeeded = WriteFile(file, at, std::min(piece, left), &written, nullptr);
+        written = std::min<DWORD>(written, left);
         if (succeeded && written != 0) {
             at += written;
             left -= written;
@@ -429,7 +498,8 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         }
         failure = succeeded ? ERROR_WRITE_FAULT : GetLastError();
         // A full volume may have room for a smaller piece yet: it is used before the failure is told.
-        if (failure != ERROR_DISK_FULL || m_kind != kWipeFreeSpace || piece <= kSmallestPiece)
+        const bool isFull = failure == ERROR_DISK_FULL || failure == ERROR_FILE_TOO_LARGE;
+        if (!isFull || m_kind != kWipeFreeSpace || piece <= kSmallestPiece)
             break;
         piece /= 2;
     }
@@ -437,6 +507,15 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         failure = GetLastError();
     if (failure != ERROR_SUCCESS)
         throw Exception(PLACE(kWiperHeader, "Wiper::writeAndFlush", __LINE__), failure);
+}
+
+/// There is `found` to write where `expected` was counted.
+void Wiper::correctTotal(std::uint64_t expected, std::uint64_t found) noexcept
+{
+    if (m_progress == nullptr)
+        return;
+    const std::uint64_t total = m_progress->total + found;
+    m_progress->total = total > expected ? total - expected : 0;
 }
 
 void Wiper::addDone(std::uint64_t bytes)

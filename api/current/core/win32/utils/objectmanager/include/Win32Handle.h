@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <cwchar>
 #include <utility>
 
 /// Owner of one Win32 resource: what `Traits` says is its type, its empty value and how it is closed.
@@ -91,10 +92,23 @@ using RegistryKeyHandle = Win32Owner<RegistryKeyTraits>;
 using ModuleHandle = Win32Owner<ModuleTraits>;
 
 /// Loads a system library from the system directory only: this library runs as administrator and must not
-/// pick up a stranger's file. Empty on failure, with the last error set.
+/// pick up a stranger's file. Empty on failure, with the last error set. A Windows 7 that lacks the update of
+/// 2011 (KB2533623) does not know how to search there alone (87), and is given the whole path.
 [[nodiscard]] inline ModuleHandle loadSystemModule(const wchar_t* name)
 {
-    return ModuleHandle(LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+    ModuleHandle module(LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+    if (module.isValid() || GetLastError() != ERROR_INVALID_PARAMETER)
+        return module;
+    wchar_t path[MAX_PATH];
+    const UINT length = GetSystemDirectoryW(path, MAX_PATH);
+    if (length == 0 || length + 1 + std::wcslen(name) >= MAX_PATH) {
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return module;
+    }
+    path[length] = L'\\';
+    std::wcscpy(path + length + 1, name);
+    module.reset(LoadLibraryExW(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    return module;
 }
 
 /// Whether the caller's cancel event is signalled: one poll without waiting. A null event never cancels.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <list>
 #include <string>
 
 #include "core/win32/utils/paths/include/Win32Path.h"
@@ -21,6 +23,8 @@ public:
     ~Filler();
 
     [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
+    /// Whether an earlier run left it behind.
+    [[nodiscard]] bool wasFound() const noexcept { return m_wasFound; }
 
     /// Closes and deletes the file. A failure puts it on the boot-time list; returns its code. When somebody
     /// has put another file in its place, that one stays (1006).
@@ -29,10 +33,43 @@ public:
 private:
     void checkFound(bool isNew);
     void cutAndDelete() const;
+    [[nodiscard]] Win32Handle patientlyOpened(DWORD disposition, DWORD attributes, HANDLE cancelEvent) const;
 
     Wiper& m_wiper;
     std::wstring m_path;
     Win32Path m_target;
     Win32Handle m_file;
     FileIdentity m_identity;
+    bool m_wasFound = false;
+};
+
+/// The fillers of one volume: one, and a further one each time that the file system's files can become no
+/// larger (FAT32: 4 GiB).
+class Wiper::Fillers
+{
+public:
+    /// Opens the first, and those that a run which was ended by force has left beside it. Raises Filler's
+    /// codes.
+    Fillers(Wiper& wiper, const std::wstring& path);
+
+    /// The one that is filled, its pointer at its end.
+    [[nodiscard]] HANDLE get() const noexcept { return m_fillers.back().get(); }
+    [[nodiscard]] std::uint64_t end() const noexcept { return m_end; }
+    void advance(std::uint64_t bytes) noexcept { m_end += bytes; }
+    /// The end as the system knows it. Raises the bare code.
+    std::uint64_t readEnd();
+    /// Begins another. Raises Filler's codes, 183 excepted: names that belong to others are passed over.
+    void beginNext();
+    /// Deletes them all. Returns the first failure.
+    long deleteFillerFiles() noexcept;
+
+private:
+    [[nodiscard]] std::wstring nextPath();
+    void goToEnd();
+
+    Wiper& m_wiper;
+    std::wstring m_path;
+    std::uint32_t m_number = 1;
+    std::uint64_t m_end = 0;
+    std::list<Filler> m_fillers;
 };

@@ -17,10 +17,11 @@ namespace forcedelete {
 /// - everything but a plain path below the root of a drive or volume: a root itself, a device, an empty name,
 ///   a name "." or "..", a wildcard or any other of *?<>"|/ and of the characters below 0x20, a stream
 ///   (behind its colon may stand the file itself or its folder);
-/// - what exists in this session alone or not yet at the start: a network path or drive, a drive that stands
-///   for a folder;
-/// - a folder, a link (the program would open what it leads to), and what cannot be looked at although it is
-///   there; a file that is not there may be listed;
+/// - what is on the network, by whatever name. A drive's letter that stands for a folder in this session
+/// alone
+///   is replaced by that folder's own path;
+/// - a folder, a link (the program would open what it leads to), what cannot be looked at, and what is not
+///   there: another file may have its name by the start;
 /// - the list itself.
 /// Relative paths are settled first. Raises the bare code when that fails.
 [[nodiscard]] std::wstring listedPath(std::wstring_view path);

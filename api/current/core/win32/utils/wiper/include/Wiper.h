@@ -27,6 +27,7 @@ public:
 
 private:
     class Filler;
+    class Fillers;
 
     long runKind(const wchar_t* path, DirectoryStack* stack, const IScanValidator* validator);
     void wipeFreeSpaceRepeatedly(const wchar_t* path);
@@ -40,10 +41,13 @@ private:
     void overwriteAndDelete(const std::wstring& path);
     std::wstring renameFile(const wchar_t* path) const;
     bool wipeStreams(const std::wstring& path, const wchar_t* target, const WipeTarget& found);
-    void overwriteRepeatedly(HANDLE file, std::uint64_t size);
+    void overwriteRepeatedly(HANDLE file, std::uint64_t size, bool isSparse);
+    void overwriteRange(HANDLE file, std::uint64_t begin, std::uint64_t end);
     void allocateBuffers();
     void overwriteChunk(HANDLE file, std::uint64_t offset, std::uint32_t size);
     void writeAndFlush(HANDLE file, const void* data, std::uint32_t size);
+    bool fillOn(Fillers& fillers, std::uint32_t size);
+    void correctTotal(std::uint64_t expected, std::uint64_t found) noexcept;
     void addDone(std::uint64_t bytes);
     void schedule(const std::wstring& path);
     void throwIfCancelled(const char* place) const;
@@ -52,6 +56,7 @@ private:
     WipeProgress* m_progress = nullptr;
     std::uint32_t m_passes = 0;
     std::uint32_t m_method = 0;
+    bool m_takesCloudFiles = false;
     std::uint32_t m_needsReboot = 0;
     HANDLE m_cancelEvent = nullptr;
     std::uint32_t m_kind = 0;

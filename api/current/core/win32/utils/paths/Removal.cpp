@@ -1,0 +1,72 @@
+#include "core/win32/utils/paths/include/Removal.h"
+
+#include <string>
+
+#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Patience.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+
+namespace {
+bool isMissing(long code) noexcept
+{
+    return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+}
+
+bool isBeingDeleted(long code) noexcept
+{
+    return code == ERROR_ACCESS_DENIED || code == kDeletePending;
+}
+
+/// Whether a folder holds nothing but what is marked already, and nobody can open any more.
+bool isBeingEmptied(const wchar_t* folder)
+{
+    const std::wstring mask(joinPath(folder, L"*"));
+    WIN32_FIND_DATAW entry;
+    const FindHandle search(FindFirstFileW(Win32Path(mask.c_str()), &entry));
+    if (!search.isValid())
+        return false;
+    do {
+        const std::wstring_view name(entry.cFileName);
+        const std::wstring path(joinPath(folder, name));
+        if (name != L"." && name != L".." &&
+            (GetFileAttributesW(Win32Path(path.c_str())) != INVALID_FILE_ATTRIBUTES ||
+             !isBeingDeleted(static_cast<long>(GetLastError()))))
+            return false;
+    } while (FindNextFileW(search.get(), &entry));
+    return true;
+}
+
+/// What became of a name that was removed: 0 when it is gone, or else the code that says why not.
+long stateOf(const wchar_t* target, const std::function<bool(HANDLE)>& isSame)
+{
+    if (GetFileAttributesW(target) == INVALID_FILE_ATTRIBUTES && isMissing(static_cast<long>(GetLastError())))
+        return ERROR_SUCCESS;
+    try {
+        return isSame(OpenedItself(target).get()) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    } catch (long code) {
+        return isMissing(code) ? ERROR_SUCCESS : isBeingDeleted(code) ? kDeletePending : code;
+    }
+}
+} // namespace
+
+void removal::removeByName(const wchar_t* target, bool isFolder, HANDLE cancelEvent,
+                           const std::function<void()>& lookAgain, const std::function<bool(HANDLE)>& isSame)
+{
+    for (Patience patience(cancelEvent); !(isFolder ? RemoveDirectoryW(target) : DeleteFileW(target));) {
+        const DWORD code = GetLastError();
+        if ((code == ERROR_DIR_NOT_EMPTY && !isBeingEmptied(target)) || !patience.isWorthAnotherTry(code))
+            raiseCode(static_cast<long>(code));
+        lookAgain();
+    }
+    requireGone(target, cancelEvent, isSame);
+}
+
+void removal::requireGone(const wchar_t* target, HANDLE cancelEvent,
+                          const std::function<bool(HANDLE)>& isSame)
+{
+    Patience patience(cancelEvent);
+    for (long code = stateOf(target, isSame); code != ERROR_SUCCESS; code = stateOf(target, isSame))
+        if (!patience.isWorthAnotherTry(static_cast<DWORD>(code)))
+            raiseCode(code);
+}

@@ -1,0 +1,48 @@
+#include "core/win32/utils/wiper/include/VolumeDevice.h"
+
+#include <winioctl.h>
+
+#include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Patience.h"
+
+namespace {
+bool control(HANDLE device, DWORD code, void* result = nullptr, DWORD size = 0) noexcept
+{
+    DWORD returned = 0;
+    return DeviceIoControl(device, code, nullptr, 0, result, size, &returned, nullptr) != FALSE;
+}
+/// Raises the last error, unless it says that the device does not know what it was asked.
+void requireKnown()
+{
+    const DWORD code = GetLastError();
+    if (code != ERROR_INVALID_FUNCTION && code != ERROR_NOT_SUPPORTED && code != ERROR_INVALID_PARAMETER)
+        raiseLastError();
+}
+} // namespace
+
+std::uint64_t volumedevice::lengthOf(const wchar_t* device)
+{
+    const Win32Handle opened(CreateFileW(device, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!opened.isValid())
+        raiseLastError();
+    GET_LENGTH_INFORMATION length{};
+    if (control(opened.get(), IOCTL_DISK_GET_LENGTH_INFO, &length, sizeof length))
+        return static_cast<std::uint64_t>(length.Length.QuadPart);
+    requireKnown();
+    return 0;
+}
+
+void volumedevice::takeOver(HANDLE volume, HANDLE cancelEvent)
+{
+    for (Patience patience(cancelEvent); !control(volume, FSCTL_LOCK_VOLUME);)
+        if (!patience.isWorthAnotherTry(GetLastError())) {
+            requireKnown();
+            break;
+        }
+    if (!control(volume, FSCTL_DISMOUNT_VOLUME))
+        requireKnown();
+    // Where it is refused, a write behind the file system's end tells.
+    control(volume, FSCTL_ALLOW_EXTENDED_DASD_IO);
+}
