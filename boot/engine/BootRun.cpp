@@ -12,16 +12,10 @@ BootRun::BootRun(const native::Api& api, Text windowsFolder, const RunEvents& ev
 RunReport BootRun::run()
 {
     RunReport report;
-    NativeFile windows(m_api);
-    FileNumber number;
-    Opening how = {FILE_LIST_DIRECTORY | FILE_TRAVERSE | FILE_READ_ATTRIBUTES, native::kShareAll,
-                   native::kMustBeFolder};
-    how.followsLinks = true; // wherever the system's own name for it leads
-    report.status = windows.open(nullptr, m_windowsFolder, how);
-    if (report.status >= 0)
-        report.status = windows.number(number);
+    WindowsFolder windows(m_api);
+    report.status = windows.open(m_windowsFolder);
     Overwriter overwriter(m_api);
-    FileRemover remover(m_api, overwriter, m_events);
+    FileRemover remover(m_api, windows, overwriter, m_events);
     if (report.status >= 0)
         report.status = overwriter.prepare();
     if (report.status >= 0)
@@ -30,17 +24,17 @@ RunReport BootRun::run()
         report.status = m_text.allocate(kLongestText * sizeof(wchar_t));
     if (report.status < 0)
         return report;
-    remover.setWindows(number);
-    BootLog log(m_api, windows);
+    BootLog log(m_api, windows.folder());
     report.isBusy = log.open() == native::kSharingViolation;
     if (report.isBusy)
         return report;
-    BootList list(m_api, windows);
+    BootList list(m_api, windows.folder());
     report.status = list.open();
     if (report.status == native::kObjectNameNotFound) {
         report.status = native::kSuccess;
         report.isListEmpty = true;
     } else if (report.status >= 0) {
+        FileNumber number;
         report.status = list.number(number);
         remover.protect(number);
         if (log.number(number) >= 0)

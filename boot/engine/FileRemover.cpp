@@ -35,8 +35,9 @@ bool knowsNoStreams(native::Status status)
 }
 } // namespace
 
-FileRemover::FileRemover(const native::Api& api, Overwriter& overwriter, const RunEvents& events)
-    : m_api(api), m_overwriter(overwriter), m_events(events), m_scratch(api)
+FileRemover::FileRemover(const native::Api& api, const WindowsFolder& windows, Overwriter& overwriter,
+                         const RunEvents& events)
+    : m_api(api), m_windows(windows), m_overwriter(overwriter), m_events(events), m_scratch(api)
 {
 }
 
@@ -101,7 +102,7 @@ Result FileRemover::descend(const ListedFile& listed, NativeFile& folder, Text& 
         if (result.outcome != Outcome::kDone)
             return result;
         // Below it the whole rest is asked for once; what is not of use there is not again below.
-        isInWindows = number == m_windows;
+        isInWindows = number == m_windows.number();
         folder.swap(next);
     }
 }
@@ -153,7 +154,7 @@ Result FileRemover::look(const NativeFile& folder, Text name, Text whole, Found&
         return {Outcome::kFollowed, native::kSuccess};
     if (((ofName | found.attributes) & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return {Outcome::kFolder, native::kSuccess};
-    if (found.number == m_windows)
+    if (m_windows.shares(file, found.number))
         return {Outcome::kSystemFile, native::kSuccess};
     for (const FileNumber& kept : m_protected)
         if (kept.index != 0 && kept == found.number)

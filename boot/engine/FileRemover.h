@@ -2,6 +2,7 @@
 
 #include "engine/ListedFile.h"
 #include "engine/Overwriter.h"
+#include "engine/WindowsFolder.h"
 
 /// Overwrites and deletes one listed file after the other.
 ///
@@ -14,11 +15,11 @@
 class FileRemover
 {
 public:
-    FileRemover(const native::Api& api, Overwriter& overwriter, const RunEvents& events);
+    /// What is of use in the Windows folder is left alone.
+    FileRemover(const native::Api& api, const WindowsFolder& windows, Overwriter& overwriter,
+                const RunEvents& events);
 
     native::Status prepare() { return m_scratch.allocate(kScratch); }
-    /// The Windows folder: what is of use in it is left alone.
-    void setWindows(const FileNumber& windows) { m_windows = windows; }
     /// A file that is never touched, by whatever name.
     void protect(const FileNumber& file) { m_protected[m_protectedCount++ % kMostProtected] = file; }
 
@@ -46,10 +47,10 @@ private:
     Result overwrite(const NativeFile& file, const Found& found, const ListedFile& listed);
 
     const native::Api& m_api;
+    const WindowsFolder& m_windows;
     Overwriter& m_overwriter;
     const RunEvents& m_events;
     PageBlock m_scratch;
-    FileNumber m_windows;
     FileNumber m_protected[kMostProtected];
     std::size_t m_protectedCount = 0;
     std::uint32_t m_line = 0;

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <cstdint>
+
 // The system's native calls, which a program may make before there is any other. The types are those of the
 // system by layout; no header that every toolchain has declares all of them.
 
@@ -35,6 +37,7 @@ constexpr ULONG kOpenOrCreate = 3;    // FILE_OPEN_IF
 constexpr ULONG kMustBeFolder = 0x1;  // FILE_DIRECTORY_FILE
 constexpr ULONG kSynchronous = 0x20;  // FILE_SYNCHRONOUS_IO_NONALERT
 constexpr ULONG kMustBeFile = 0x40;   // FILE_NON_DIRECTORY_FILE
+constexpr ULONG kById = 0x2000;       // FILE_OPEN_BY_FILE_ID
 constexpr ULONG kForBackup = 0x4000;  // FILE_OPEN_FOR_BACKUP_INTENT
 constexpr ULONG kAsItself = 0x200000; // FILE_OPEN_REPARSE_POINT
 constexpr ULONG kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -49,6 +52,7 @@ constexpr ULONG kDispositionInformation = 13;
 constexpr ULONG kEndOfFileInformation = 20;
 constexpr ULONG kStreamInformation = 22;
 constexpr ULONG kAttributeTagInformation = 35;
+constexpr ULONG kHardLinkInformation = 46;
 constexpr ULONG kVolumeInformation = 1;
 constexpr ULONG kDeviceInformation = 4;
 
@@ -101,6 +105,21 @@ struct StreamInformation
     LARGE_INTEGER size;
     LARGE_INTEGER allocationSize;
     wchar_t name[1]; // ":name:$DATA"
+};
+
+struct LinkInformation
+{
+    ULONG nextOffset;
+    std::uint64_t folder; // its number
+    ULONG nameLength;     // in characters
+    wchar_t name[1];
+};
+
+struct LinksInformation
+{
+    ULONG bytesNeeded;
+    ULONG count;
+    LinkInformation first;
 };
 
 struct VolumeInformation

@@ -7,10 +7,10 @@
 enum class Outcome
 {
     // The line is done with.
-    kDone,        ///< overwritten and deleted
-    kGone,        ///< nothing stands under its path any more
-    kLinkRemoved, ///< it was a link: that is removed, what it leads to is as it was
-                  // What the line names is left alone, and the line stays.
+    kDone,          ///< overwritten and deleted
+    kGone,          ///< nothing stands under its path any more
+    kLinkRemoved,   ///< it was a link: that is removed, what it leads to is as it was
+                    // What the line names is left alone, and the line stays.
     kMalformed,     ///< not the form of a line
     kCut,           ///< the last line, without its end
     kUnknownMethod, ///< not 1 to 3
