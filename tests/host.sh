@@ -214,7 +214,7 @@ run 2 boot run && says err '--yes' && says err "  $held"
 run 2 boot list --yes
 [ -s "$work/held" ] || fail 'boot run did not wait for an answer'
 printf 'keep' >"$work/folder.keep"
-run 0 boot run --yes && says err 'overwritten and deleted: 1 of 1, 1 B; links removed: 0, gone already: 0, still waiting: 0'
+run 0 boot run --yes && says err 'overwritten and deleted: 1 of 1, 1 bytes; links removed: 0, gone already: 0, still waiting: 0'
 [ -e "$work/held" ] || [ -e "$list" ] && fail 'what waited is still there'
 python3 -c 'open("'"$list"'", "wb").write("\0\0\r\n*FileShred*\t*\\??\\C:\\windows\\win.ini*\t*1*\t*1\r\n".encode("utf-16-le"))'
 run 1 boot run --yes && says err 'left, the system needs it' && says err 'still waiting: 1'

@@ -76,6 +76,7 @@ protected:
 
     BootRunTest()
     {
+        SetFileAttributesW((root / L"report").c_str(), FILE_ATTRIBUTE_NORMAL); // of a run that ended early
         std::filesystem::remove_all(root);
         std::filesystem::create_directories(root / L"windows/system32");
         std::filesystem::create_directories(root / L"windows/temp");

@@ -483,7 +483,7 @@ TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
 {
     for (int asks = 0; asks < 8; ++asks) {
         SCOPED_TRACE(asks);
-        write(L"report", std::string(3 * 1048576, 's'));
+        write(L"report", std::string(3145728, 's'));
         write(L"keep", "listed too");
         setList(kHeader + line(L"report") + line(L"keep"));
         int left = asks;
