@@ -18,7 +18,7 @@ std::wstring wipedFile()
 /// What a pass of the 35 is made of, laid straight into the buffer.
 void fill(int pass, unsigned char* buffer)
 {
-    const fillpattern::Pass& bytes = fillpattern::gutmannPass(static_cast<std::uint32_t>(pass));
+    const fillpattern::Pass& bytes = fillpattern::kPasses[pass];
     if (bytes.period != 0)
         fillpattern::fillRepeated(buffer, kChunk, bytes.bytes, bytes.period);
     else

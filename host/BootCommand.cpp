@@ -3,21 +3,35 @@
 
 #include <algorithm>
 
+#include "BootProgram.h"
 #include "ForceDeleteList.h"
 
 #include "core/win32/utils/wiper/api.h"
 
 namespace {
-constexpr const wchar_t* kHelp = LR"(usage: sysmaint boot list | add COMMAND | remove COMMAND
+constexpr const wchar_t* kHelp =
+    LR"(usage: sysmaint boot list | status | install | uninstall | run [--yes] | add COMMAND | remove COMMAND
 
-The command lines that the system runs at its start, before anything else can open a file, and the files
-that wait there to be overwritten and deleted.
+The files that wait for the restart to be overwritten and deleted, the program that does it, and the command
+lines that the system runs at its start, before anything else can open a file.
 
-  list     shows both
-  add      appends a command line
-  remove   removes every equal command line; case does not count
+  list       shows the command lines and the files that wait
+  status     shows whether the program is installed, the files that wait, and what the program did
+  install    copies the program into the system's folder and registers it as a command line
+  uninstall  undoes that; files that wait go on waiting
+  run        does the program's work now: overwrites and deletes what waits, as far as it can be opened.
+             Shows it first, and asks; --yes: does not ask
+  add        appends a command line
+  remove     removes every equal command line; case does not count
 
-example: sysmaint boot add "autoshred *"
+The program takes its command line away by itself when nothing waits any more; what it did is in
+"sysmaint-boot.log" in the Windows folder. Files that are overwritten are counted there and not named. What it
+leaves alone stays on the list: links on the way to a file, folders, what the system needs, and lines that name
+no file of a drive.
+
+Exit codes: 0 done, 1 something failed or still waits after a run, 2 wrong arguments, 130 cancelled.
+
+example: sysmaint boot install
 )";
 
 int report(long code)
@@ -66,29 +80,82 @@ long listFiles()
     return list.wrongLines != 0 ? ERROR_INVALID_DATA : list.code;
 }
 
+int showStatus()
+{
+    const BootProgramState state = bootProgramState();
+    results().writeLine(L"program: " +
+                        (state.isThere ? printable(state.path) : L"not in the system's folder"));
+    results().writeLine(std::wstring(L"registered: ") + (state.isRegistered ? L"yes" : L"no"));
+    const int files = report(listFiles());
+    const int log = report(showBootLog());
+    return std::max(files, log);
+}
+
+int install(bool isWanted)
+{
+    const long code = isWanted ? installBootProgram() : uninstallBootProgram();
+    if (code == ERROR_SUCCESS)
+        messages().writeLine(isWanted ? L"installed; it runs at the next start of the system"
+                                      : L"not installed any more");
+    return report(code);
+}
+
+/// Shows what would go, and asks.
+int runNow(bool yes)
+{
+    const ForceDeleteList list = readForceDeleteList();
+    for (const std::wstring& file : list.files)
+        messages().writeLine(L"  " + printable(file));
+    messages().writeLine(L"wipe what waits for the restart, " + formatCount(list.files.size()) +
+                         (list.files.size() == 1 ? L" file" : L" files") +
+                         L", each as it was asked for; all names of a file share its data");
+    if (!yes) {
+        const Answer answer = ask(L"This cannot be undone. Go on? Type yes: ");
+        if (answer != Answer::kYes)
+            messages().writeLine(L"nothing was wiped");
+        if (answer != Answer::kYes)
+            return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
+    }
+    cancelEvent(); // from now on Ctrl+C only signals it
+    return runBootProgram();
+}
+
+/// A command line is added or removed.
+int edit(bool isAdded, const std::wstring& command)
+{
+    if (std::any_of(command.begin(), command.end(), [](wchar_t c) { return c < L' '; }) ||
+        command.find_first_not_of(L' ') == std::wstring::npos)
+        throw UsageError{L"a command is one line with something in it"};
+    if (isAdded)
+        return report(AddBootExecute(command.c_str()));
+    const bool wasThere = BootExecuteIsScheduled(command.c_str()) != 0;
+    const long code = RemoveBootExecute(command.c_str());
+    if (code == ERROR_SUCCESS && !wasThere)
+        messages().writeLine(L"boot: it was not there");
+    return report(code);
+}
+
 int run(const std::vector<std::wstring>& words)
 {
-    const Arguments arguments(words, {});
+    const Arguments arguments(words, {{L"--yes", false}});
     const std::vector<std::wstring>& operands = arguments.operands();
     const std::wstring what = operands.empty() ? L"" : operands[0];
-    if (what == L"list" && operands.size() == 1) {
+    if (arguments.has(L"--yes") && what != L"run")
+        throw UsageError{L"--yes is for run"};
+    if (operands.size() == 1 && what == L"list") {
         const int commands = report(listCommands());
         const int files = report(listFiles());
         return std::max(commands, files);
     }
+    if (operands.size() == 1 && what == L"status")
+        return showStatus();
+    if (operands.size() == 1 && (what == L"install" || what == L"uninstall"))
+        return install(what == L"install");
+    if (operands.size() == 1 && what == L"run")
+        return runNow(arguments.has(L"--yes"));
     if ((what != L"add" && what != L"remove") || operands.size() != 2)
-        throw UsageError{L"list, add COMMAND or remove COMMAND"};
-    const std::wstring& command = operands[1];
-    if (std::any_of(command.begin(), command.end(), [](wchar_t c) { return c < L' '; }) ||
-        command.find_first_not_of(L' ') == std::wstring::npos)
-        throw UsageError{L"a command is one line with something in it"};
-    if (what == L"add")
-        return report(AddBootExecute(operands[1].c_str()));
-    const bool wasThere = BootExecuteIsScheduled(operands[1].c_str()) != 0;
-    const long code = RemoveBootExecute(operands[1].c_str());
-    if (code == ERROR_SUCCESS && !wasThere)
-        messages().writeLine(L"boot: it was not there");
-    return report(code);
+        throw UsageError{L"list, status, install, uninstall, run, add COMMAND or remove COMMAND"};
+    return edit(what == L"add", operands[1]);
 }
 } // namespace
 

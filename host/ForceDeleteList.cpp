@@ -64,8 +64,8 @@ ForceDeleteList readForceDeleteList()
         const std::wstring_view file = fileOf(rest.substr(0, end));
         if (!file.empty())
             list.files.emplace_back(file);
-        else
-            ++list.wrongLines;
+        else if (rest.substr(0, end).find_first_not_of(L'-') != std::wstring_view::npos)
+            ++list.wrongLines; // dashes stand for what a run has done by now
         rest.remove_prefix(std::min(end + 2, rest.size()));
     }
     return list;

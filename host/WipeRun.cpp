@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Command.h"
+#include "engine/BootNames.h"
 
 #include "core/win32/utils/wiper/api.h"
 
@@ -206,6 +207,10 @@ int WipeRun::finish(const std::wstring& subject)
     if (m_left != 0)
         text += L", " + formatCount(m_left) + L" left alone";
     messages().writeLine(text);
+    if (m_waiting != 0 && BootExecuteIsScheduled(bootnames::kEntry) == 0)
+        messages().writeLine(
+            L"Nothing is installed that wipes it at the restart: 'sysmaint boot install' does that, "
+            L"'sysmaint boot run' tries once more now.");
     if (m_cancelled)
         return kExitCancelled;
     return m_failed + m_lost + m_leftUnasked == 0 ? kExitDone : kExitFailed;

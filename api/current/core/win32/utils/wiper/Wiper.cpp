@@ -531,7 +531,7 @@ long Wiper::GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_
 {
     if (pass >= fillpattern::kGutmannPasses)
         return ERROR_SUCCESS;
-    const fillpattern::Pass& fill = fillpattern::gutmannPass(pass);
+    const fillpattern::Pass& fill = fillpattern::kPasses[pass];
     if (fill.period != 0) {
         fillpattern::fillRepeated(buffer, length, fill.bytes, fill.period);
         return ERROR_SUCCESS;

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "engine/ListedFile.h"
+#include "engine/Overwriter.h"
+#include "engine/WindowsFolder.h"
+
+/// Overwrites and deletes one listed file after the other.
+///
+/// Everything is opened relative to the folder before it, as itself, from the volume's root down: nobody can
+/// put something else in the place of a folder once it has been looked at. What is overwritten is compared
+/// with what was looked at, by its number. As everywhere, a file with several names is overwritten under all
+/// of them and loses the one that is listed; its streams are overwritten before it.
+///
+/// What is overwritten in part, because a call failed or the time is over, stays where it is.
+class FileRemover
+{
+public:
+    /// What is of use in the Windows folder is left alone.
+    FileRemover(const native::Api& api, const WindowsFolder& windows, Overwriter& overwriter,
+                const RunEvents& events);
+
+    native::Status prepare() { return m_scratch.allocate(kScratch); }
+    /// A file that is never touched, by whatever name.
+    void protect(const FileNumber& file) { m_protected[m_protectedCount++ % kMostProtected] = file; }
+
+    /// `line` of `lines` is told with the progress.
+    Result remove(const ListedFile& listed, std::uint32_t line, std::uint32_t lines);
+
+private:
+    static constexpr std::size_t kScratch = 131072;
+    static constexpr std::size_t kMostProtected = 4;
+
+    struct Found
+    {
+        FileNumber number;
+        ULONG attributes = 0;
+    };
+    Result openRoot(Text root, NativeFile& folder) const;
+    Result descend(const ListedFile& listed, NativeFile& folder, Text& name) const;
+    Result openFolder(const NativeFile& folder, Text name, Text whole, NativeFile& next,
+                      FileNumber& number) const;
+    Result look(const NativeFile& folder, Text name, Text whole, Found& found) const;
+    Result removeLink(const NativeFile& folder, Text name) const;
+    Result wipe(const NativeFile& folder, Text name, const Found& found, const ListedFile& listed);
+    Result wipeStreams(const NativeFile& folder, Text name, const Found& found, const ListedFile& listed);
+    Result wipeData(const NativeFile& folder, Text name, const Found& found, const ListedFile& listed);
+    Result overwrite(const NativeFile& file, const Found& found, const ListedFile& listed);
+
+    const native::Api& m_api;
+    const WindowsFolder& m_windows;
+    Overwriter& m_overwriter;
+    const RunEvents& m_events;
+    PageBlock m_scratch;
+    FileNumber m_protected[kMostProtected];
+    std::size_t m_protectedCount = 0;
+    std::uint32_t m_line = 0;
+    std::uint32_t m_lines = 0;
+};

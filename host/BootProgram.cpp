@@ -1,0 +1,144 @@
+#include "BootProgram.h"
+
+#include <winternl.h>
+
+#include <algorithm>
+
+#include "Command.h"
+#include "Console.h"
+#include "OwnedHandle.h"
+#include "engine/BootNames.h"
+#include "engine/BootRun.h"
+
+#include "core/win32/utils/wiper/api.h"
+
+namespace {
+std::wstring systemPath(UINT(WINAPI* folder)(LPWSTR, UINT))
+{
+    wchar_t path[MAX_PATH];
+    const UINT length = folder(path, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH)
+        throw static_cast<long>(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
+    return path;
+}
+
+/// The program as it comes with this one.
+std::wstring suppliedProgram()
+{
+    std::wstring path(32768, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return path.substr(0, path.find_last_of(L'\\') + 1) + bootnames::kProgram;
+}
+
+std::wstring textOf(Text text)
+{
+    return {text.data, text.length};
+}
+
+/// What a run shows at the console.
+struct Watcher
+{
+    ProgressLine line;
+
+    static bool isOver(void*) { return isCancelled(); }
+    static void onProgress(void* context, std::uint32_t line, std::uint32_t lines, unsigned percent)
+    {
+        ProgressLine& progress = static_cast<Watcher*>(context)->line;
+        if (progress.isDue())
+            progress.show(std::to_wstring(line) + L" of " + std::to_wstring(lines) + L", " +
+                          std::to_wstring(percent) + L" %");
+    }
+    static void onLeft(void* context, Text line, Text reason, native::Status status)
+    {
+        static_cast<Watcher*>(context)->line.clear();
+        std::wstring text = L"boot: left, " + textOf(reason);
+        if (status < 0)
+            text += L", " + formatCode(static_cast<long>(RtlNtStatusToDosError(status)));
+        messages().writeLine(text + L": " + printable(textOf(line)));
+    }
+};
+} // namespace
+
+BootProgramState bootProgramState()
+{
+    BootProgramState state;
+    state.path = systemPath(&GetSystemDirectoryW) + L"\\" + bootnames::kProgram;
+    state.isThere = GetFileAttributesW(state.path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    state.isRegistered = BootExecuteIsScheduled(bootnames::kEntry) != 0;
+    return state;
+}
+
+long installBootProgram()
+{
+    const std::wstring target = bootProgramState().path;
+    const std::wstring copy = target + L".new";
+    // Complete before it has the name: what the system starts is never half a program.
+    if (!CopyFileW(suppliedProgram().c_str(), copy.c_str(), FALSE))
+        return static_cast<long>(GetLastError());
+    if (!MoveFileExW(copy.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        const auto code = static_cast<long>(GetLastError());
+        DeleteFileW(copy.c_str());
+        return code;
+    }
+    const long code = AddBootExecute(bootnames::kEntry);
+    return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+}
+
+long uninstallBootProgram()
+{
+    const BootProgramState state = bootProgramState();
+    const long code = RemoveBootExecute(bootnames::kEntry);
+    if (code != ERROR_SUCCESS && code != ERROR_FILE_NOT_FOUND)
+        return code;
+    return !state.isThere || DeleteFileW(state.path.c_str()) ? ERROR_SUCCESS
+                                                             : static_cast<long>(GetLastError());
+}
+
+long showBootLog()
+{
+    const std::wstring path = systemPath(&GetWindowsDirectoryW) + L"\\" + textOf(bootnames::kLog);
+    const OwnedHandle file(::CreateFileW(path.c_str(), GENERIC_READ,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                         OPEN_EXISTING, 0, nullptr));
+    if (file.get() == INVALID_HANDLE_VALUE)
+        return GetLastError() == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : static_cast<long>(GetLastError());
+    std::wstring text(1U << 20U, L'\0'); // it is not larger than that
+    DWORD got = 0;
+    if (!ReadFile(file.get(), text.data(), static_cast<DWORD>(text.size() * sizeof(wchar_t)), &got, nullptr))
+        return static_cast<long>(GetLastError());
+    text.resize(got / sizeof(wchar_t));
+    for (std::size_t at = text.find(L'\xFEFF') == 0 ? 1 : 0; at < text.size();) {
+        const std::size_t end = std::min(text.find(L"\r\n", at), text.size());
+        results().writeLine(L"log: " + printable(text.substr(at, end - at)));
+        at = end + 2;
+    }
+    return ERROR_SUCCESS;
+}
+
+int runBootProgram()
+{
+    Watcher watcher;
+    RunEvents events;
+    events.context = &watcher;
+    events.isOver = &Watcher::isOver;
+    events.onProgress = &Watcher::onProgress;
+    events.onLeft = &Watcher::onLeft;
+    const std::wstring windows = L"\\??\\" + systemPath(&GetWindowsDirectoryW);
+    const RunReport report = BootRun(native::systemApi(), Text(windows.data(), windows.size()), events).run();
+    watcher.line.clear();
+    if (report.isBusy) {
+        messages().writeLine(L"boot: the list is being worked on already");
+        return kExitFailed;
+    }
+    if (report.status < 0)
+        messages().writeLine(L"boot: the list: " +
+                             formatCode(static_cast<long>(RtlNtStatusToDosError(report.status))));
+    messages().writeLine(std::wstring(isCancelled() ? L"cancelled; " : L"") + L"overwritten and deleted: " +
+                         formatCount(report.wiped) + L" of " + formatCount(report.lines) + L", " +
+                         formatBytes(report.bytes) + L"; links removed: " + formatCount(report.links) +
+                         L", gone already: " + formatCount(report.gone) + L", still waiting: " +
+                         formatCount(report.left));
+    if (isCancelled())
+        return kExitCancelled;
+    return report.status < 0 || report.left != 0 ? kExitFailed : kExitDone;
+}

@@ -1,0 +1,150 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <string>
+
+#include "engine/BootRun.h"
+
+/// The native calls that a run makes, counted; a test may look at each before it is made, and have it
+/// answered with a status instead.
+class WatchedApi
+{
+public:
+    /// Called with the call's number, from 1, and what it is; the status it returns is the answer, or kGoOn.
+    static constexpr native::Status kGoOn = 0x40000000;
+    using Hook = std::function<native::Status(int call, const void* function)>;
+
+    explicit WatchedApi(Hook hook = nullptr) : m_hook(std::move(hook))
+    {
+        s_current = this;
+        watch<&native::Api::createFile>();
+        watch<&native::Api::readFile>();
+        watch<&native::Api::writeFile>();
+        watch<&native::Api::flushFile>();
+        watch<&native::Api::queryFile>();
+        watch<&native::Api::setFile>();
+        watch<&native::Api::queryVolume>();
+        watch<&native::Api::queryAttributes>();
+        watch<&native::Api::close>();
+        watch<&native::Api::allocate>();
+        watch<&native::Api::delay>();
+    }
+    WatchedApi(const WatchedApi&) = delete;
+    WatchedApi& operator=(const WatchedApi&) = delete;
+    ~WatchedApi() { s_current = nullptr; }
+
+    [[nodiscard]] int calls() const { return m_calls; }
+    native::Api api = native::systemApi(); ///< what is not counted ends with the process anyway
+
+private:
+    template <auto Member>
+    void watch()
+    {
+        api.*Member = Watched<Member, std::remove_reference_t<decltype(api.*Member)>>::call;
+    }
+    template <auto Member, class Function>
+    struct Watched;
+    template <auto Member, class... Arguments>
+    struct Watched<Member, native::Status(NTAPI*)(Arguments...)>
+    {
+        static native::Status NTAPI call(Arguments... arguments)
+        {
+            const auto original = native::systemApi().*Member;
+            const native::Status answer =
+                s_current->m_hook ? s_current->m_hook(++s_current->m_calls, reinterpret_cast<void*>(original))
+                                  : (++s_current->m_calls, kGoOn);
+            return answer == kGoOn ? original(arguments...) : answer;
+        }
+    };
+
+    static inline WatchedApi* s_current = nullptr;
+    Hook m_hook;
+    int m_calls = 0;
+};
+
+/// A folder with a Windows folder of its own and some files, which are looked at after each run.
+class BootRunTest : public testing::Test
+{
+protected:
+    using Files = std::map<std::wstring, std::string>;
+
+    BootRunTest()
+    {
+        SetFileAttributesW((root / L"report").c_str(), FILE_ATTRIBUTE_NORMAL); // of a run that ended early
+        std::filesystem::remove_all(root);
+        std::filesystem::create_directories(root / L"windows/system32");
+        std::filesystem::create_directories(root / L"windows/temp");
+        std::filesystem::create_directories(root / L"folder");
+        for (const wchar_t* name :
+             {L"keep", L"report", L"folder/x", L"windows/system32/ntdll.dll", L"windows/win.ini",
+              L"windows/setup.log", L"windows/temp/x.tmp", L"ntuser.dat"})
+            write(name, "content of " + std::string(name, name + std::wcslen(name)));
+    }
+
+    void write(const std::wstring& name, const std::string& bytes) const
+    {
+        std::ofstream file(root / name, std::ios::binary);
+        file << bytes;
+        ASSERT_TRUE(file.flush()) << name;
+    }
+    [[nodiscard]] std::string read(const std::wstring& name) const
+    {
+        std::ifstream file(root / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    [[nodiscard]] bool isThere(const std::wstring& name) const
+    {
+        return std::filesystem::exists(root / name);
+    }
+    /// Everything but what the program itself writes.
+    [[nodiscard]] Files files() const
+    {
+        Files found;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+            const std::wstring name = entry.path().filename().wstring();
+            if (entry.is_regular_file() && name != kList && name.find(L"sysmaint-boot.") != 0)
+                found[relative(entry.path(), root).generic_wstring()] =
+                    read(relative(entry.path(), root).wstring());
+        }
+        return found;
+    }
+
+    /// The line of one of the files, by its name here.
+    [[nodiscard]] std::wstring line(const std::wstring& name, const wchar_t* numbers = L"1*\t*1") const
+    {
+        return lineOf(L"\\??\\" + root.wstring() + L"\\" + name, numbers);
+    }
+    static std::wstring lineOf(const std::wstring& path, const wchar_t* numbers = L"1*\t*1")
+    {
+        return L"*FileShred*\t*" + path + L"*\t*" + numbers + L"\r\n";
+    }
+    void setList(const std::wstring& text) const
+    {
+        write(L"windows/ForceDelete.txt",
+              {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
+    }
+    /// The list behind its header.
+    [[nodiscard]] std::wstring list() const
+    {
+        const std::string bytes = read(L"windows/ForceDelete.txt");
+        const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()),
+                                bytes.size() / sizeof(wchar_t));
+        return text.substr(0, 4) == kHeader ? text.substr(4) : text;
+    }
+    RunReport run(const native::Api& api = native::systemApi(), const RunEvents& events = {}) const
+    {
+        const std::wstring windows = L"\\??\\" + (root / L"windows").make_preferred().wstring();
+        return BootRun(api, Text(windows.data(), windows.size()), events).run();
+    }
+
+    static inline const std::wstring kHeader = std::wstring(L"\0\0\r\n", 4);
+    static inline const std::wstring kList = L"ForceDelete.txt";
+    std::filesystem::path root =
+        (std::filesystem::temp_directory_path() / L"sysmaint-boot-tests").make_preferred();
+};

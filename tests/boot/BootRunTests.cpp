@@ -1,0 +1,577 @@
+#include "BootRunTest.h"
+
+#include <set>
+
+namespace {
+constexpr native::Status kNoResources = native::status(0xC000009A);
+
+/// Whether a call only gives back what the end of a process gives back as well.
+bool isClose(const void* function)
+{
+    return function == reinterpret_cast<void*>(native::systemApi().close);
+}
+} // namespace
+
+struct Case
+{
+    std::wstring line;
+    std::wstring goes; // the file that is wiped, if any
+    bool stays = true; // the line
+};
+
+class BootLineTest : public BootRunTest
+{
+protected:
+    [[nodiscard]] std::vector<Case> cases() const
+    {
+        const std::wstring longName(255, L'n');
+        return {
+            {line(L"report"), L"report", false},
+            {line(L"REPORT", L"3*\t*2"), L"report", false},
+            {line(L"report", L"2*\t*0"), L"report", false},
+            {line(L"report", L"1*\t*1000"), L"report", false},
+            {line(L"windows\\temp\\x.tmp"), L"windows/temp/x.tmp", false},
+            {line(L"windows\\setup.log"), L"windows/setup.log", false},
+            {lineOf(L"\\??\\" + shortName()), L"a rather long name.text", false},
+            {line(L"nothing"), L"", false},
+            {line(L"no folder\\report"), L"", false},
+            {line(longName), L"", false},
+            {line(L"report."), L"", false}, // another name than "report", to the system itself
+            {line(L"report "), L"", false},
+            {line(L"keep\\report"), L""},
+            {line(L"folder"), L""},
+            {line(L"folder\\"), L""},
+            {line(L"windows"), L""},
+            {line(L"windows\\ForceDelete.txt"), L""},
+            {line(L"windows\\sysmaint-boot.log"), L""},
+            {line(L"windows\\win.ini"), L""},
+            {line(L"windows\\System32\\ntdll.dll"), L""},
+            {line(L"windows\\temp"), L""},
+            {line(L"ntuser.dat"), L""},
+            {line(L"folder\\..\\report"), L""},
+            {line(L".\\report"), L""},
+            {line(L"folder/x"), L""},
+            {line(L"rep*"), L""},
+            {line(L"repor?"), L""},
+            {line(L"report:stream"), L""},
+            {line(L"report::$DATA"), L""},
+            {line(L"re\tport"), L""},
+            {line(L"report\\"), L""},
+            {line(L"\\report"), L""},
+            {line(longName + L"n"), L""},
+            {line(std::wstring(32767, L'x')), L""},
+            {line(std::wstring(65536, L'x').insert(0, L"report\\")), L""},
+            {lineOf(root.wstring() + L"\\report"), L""},
+            {lineOf(L"\\\\?\\" + root.wstring() + L"\\report"), L""},
+            {lineOf(L"report"), L""},
+            {lineOf(L"\\??\\report"), L""},
+            {lineOf(L"\\??\\C:report"), L""},
+            {lineOf(L"\\??\\C:\\"), L""},
+            {lineOf(L"\\??\\C:"), L""},
+            {lineOf(L"\\??\\Q:\\report"), L""},
+            {lineOf(L"\\??\\PhysicalDrive0"), L""},
+            {lineOf(L"\\??\\GLOBALROOT\\Device\\Null"), L""},
+            {lineOf(L"\\??\\UNC\\localhost\\share\\report"), L""},
+            {lineOf(L"\\??\\pipe\\report"), L""},
+            {lineOf(L"\\??\\Volume{01234567-0123-0123-0123-0123456789ab}\\x"), L""},
+            {lineOf(L"\\??\\Volume{01234567-0123-0123-0123-0123456789ag}\\x"), L""},
+            {lineOf(L"\\??\\C:\\bootmgr"), L""},
+            {lineOf(L"\\??\\C:\\$MFT"), L""},
+            {lineOf(L""), L""},
+            {line(L"report", L"0*\t*1"), L""},
+            {line(L"report", L"4*\t*1"), L""},
+            {line(L"report", L"4294967297*\t*1"), L""},
+            {line(L"report", L"99999999999999999999999*\t*1"), L""},
+            {line(L"report", L"1*\t*-1"), L""},
+            {line(L"report", L"1*\t*1001"), L""},
+            {line(L"report", L"1*\t*1*"), L""},
+            {line(L"report", L"*\t*1"), L""},
+            {line(L"report", L"1*\t*"), L""},
+            {line(L"report", L"1"), L""},
+            {line(L"report").substr(1), L""},
+            {L"junk\r\n", L""},
+            {L"\r\r\n", L""},
+            {std::wstring(L"\0*FileShred*\r\n", 14), L""},
+        };
+    }
+    [[nodiscard]] std::wstring shortName() const
+    {
+        std::wstring path(MAX_PATH, L'\0');
+        path.resize(GetShortPathNameW((root / L"a rather long name.text").c_str(), path.data(), MAX_PATH));
+        return path;
+    }
+};
+
+/// Nothing but the listed file changes, and a line stays unless its file is gone.
+TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
+{
+    write(L"a rather long name.text", "1");
+    for (const Case& c : cases()) {
+        SCOPED_TRACE(testing::Message() << c.line.substr(0, 200));
+        const Files before = files();
+        setList(kHeader + c.line);
+        const RunReport report = run();
+        Files expected = before;
+        EXPECT_EQ(expected.erase(c.goes), c.goes.empty() ? 0U : 1U);
+        EXPECT_EQ(files(), expected);
+        EXPECT_EQ(list(), c.stays ? c.line : L"");
+        EXPECT_EQ(report.isListEmpty, !c.stays);
+        EXPECT_EQ(isThere(L"windows/ForceDelete.txt"), c.stays);
+        EXPECT_TRUE(report.lines == 1 && report.left == (c.stays ? 1U : 0U) && report.status == 0);
+        for (const auto& [name, bytes] : before)
+            if (expected.count(name) == 0)
+                write(name, bytes);
+    }
+    EXPECT_NE(read(L"windows/sysmaint-boot.log").find("l\0e\0f\0t\0:\0"), std::string::npos);
+}
+
+/// Lists that are not as they should be lose no line, and can be added to afterwards.
+TEST_F(BootRunTest, TakesListsAsTheyAre)
+{
+    const std::wstring half = line(L"keep").substr(0, 30);
+    const std::wstring cut = line(L"keep").substr(0, line(L"keep").size() - 2);
+    std::wstring many;
+    for (int i = 0; i < 100000; ++i)
+        many += i == 70000 ? line(L"report")
+                           : L"*FileShred*\t*\\??\\Q:\\" + std::to_wstring(i) + L"*\t*1*\t*1\r\n";
+    const struct
+    {
+        std::wstring given;
+        std::wstring left;
+        bool odd = false;
+    } cases[] = {
+        {L"", L""},
+        {kHeader, L""},
+        {kHeader + line(L"report") + line(L"report") + line(L"folder"), line(L"folder")},
+        {line(L"report"), L""},
+        {L"junk\r\n\r\n" + line(L"report"), L"junk\r\n"},
+        {kHeader + line(L"report") + half, half + L"?\r\n"},
+        {kHeader + line(L"report") + half, half + L"?\r\n", true},
+        {kHeader + cut, cut + L"?\r\n"}, // a number may be cut off as well
+        {kHeader + std::wstring(30, L'-') + L"\r\n" + line(L"report"), L""},
+        {many, std::wstring(many).erase(many.find(line(L"report")), line(L"report").size())},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.given.substr(0, 200));
+        Files expected = files();
+        setList(c.given);
+        if (c.odd)
+            std::ofstream(root / L"windows/ForceDelete.txt", std::ios::binary | std::ios::app) << 'x';
+        EXPECT_EQ(run().status, 0);
+        if (c.given.find(line(L"report")) != std::wstring::npos)
+            expected.erase(L"report");
+        EXPECT_EQ(files(), expected);
+        EXPECT_TRUE(list() == c.left) << list().substr(0, 300);
+        EXPECT_EQ(isThere(L"windows/ForceDelete.txt"), !c.left.empty());
+        EXPECT_LE(read(L"windows/sysmaint-boot.log").size(), 1048576U);
+        write(L"report", "again");
+    }
+}
+
+/// Runs over three files that go and one that does not.
+class BootCallTest : public BootRunTest
+{
+protected:
+    enum Mode
+    {
+        kStops, // after a call nothing more is done, as when the power fails
+        kFails, // that call alone fails
+        kAdds   // just before it somebody adds a line, as the library does
+    };
+
+    /// The calls that were made.
+    int runWith(Mode mode, int at)
+    {
+        for (const std::wstring& name : listed)
+            write(name, "listed");
+        before = files();
+        setList(kHeader + line(L"report", L"3*\t*1") + line(L"folder\\x") + line(L"windows") +
+                line(L"windows\\temp\\x.tmp", L"2*\t*2"));
+        isAdded = false;
+        WatchedApi watched([&](int call, const void* function) {
+            if (mode == kAdds && call >= at && !isAdded)
+                isAdded = append();
+            const bool fails = mode == kStops ? call > at : mode == kFails && call == at;
+            return fails && !isClose(function) ? kNoResources : WatchedApi::kGoOn;
+        });
+        run(watched.api);
+        return watched.calls();
+    }
+    bool append() const
+    {
+        const std::wstring path = (root / L"windows/ForceDelete.txt").wstring();
+        const HANDLE file =
+            CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0, nullptr);
+        if (file == INVALID_HANDLE_VALUE)
+            return false;
+        const std::wstring text = (GetFileSize(file, nullptr) == 0 ? kHeader : L"") + added;
+        DWORD written = 0;
+        SetFilePointer(file, 0, nullptr, FILE_END);
+        EXPECT_TRUE(WriteFile(file, text.data(), static_cast<DWORD>(text.size() * 2), &written, nullptr));
+        return CloseHandle(file) != FALSE;
+    }
+    /// What is still there waits, in the list or in what the next run finds; all others are as they were.
+    void expectNothingLost() const
+    {
+        const std::string old = read(L"windows/sysmaint-boot.old");
+        const std::wstring waits =
+            list() + std::wstring(reinterpret_cast<const wchar_t*>(old.data()), old.size() / 2);
+        const Files after = files();
+        for (const auto& [name, bytes] : before) {
+            const std::wstring wanted = line(std::filesystem::path(name).make_preferred().wstring(), L"");
+            if (listed.count(name) == 0) {
+                EXPECT_EQ(after.at(name), bytes) << name;
+            } else if (after.count(name) != 0) {
+                EXPECT_NE(waits.find(wanted.substr(0, wanted.size() - 2)), std::wstring::npos) << name;
+            }
+        }
+        EXPECT_TRUE(!isAdded || waits.find(added) != std::wstring::npos);
+    }
+    /// A whole run later.
+    void expectDone() const
+    {
+        run();
+        Files expected = before;
+        for (const std::wstring& name : listed)
+            expected.erase(name);
+        EXPECT_EQ(files(), expected);
+        const std::wstring once = line(L"windows");
+        std::wstring left = list(); // a line that stays may stand twice
+        while (left.size() > once.size() && left.find(once) == 0)
+            left.erase(0, once.size());
+        EXPECT_EQ(left, once);
+        EXPECT_FALSE(isThere(L"windows/sysmaint-boot.old") || isThere(L"windows/sysmaint-boot.new"));
+    }
+
+    const std::set<std::wstring> listed = {L"report", L"folder/x", L"windows/temp/x.tmp"};
+    const std::wstring added = line(L"folder\\added");
+    Files before;
+    bool isAdded = false;
+};
+
+TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
+{
+    for (const Mode mode : {kStops, kFails, kAdds}) {
+        int calls = 1;
+        for (int at = 1; at <= calls; ++at) {
+            SCOPED_TRACE(testing::Message() << "mode " << mode << ", call " << at);
+            calls = std::max(calls, runWith(mode, at));
+            expectNothingLost();
+            expectDone();
+        }
+        EXPECT_GT(calls, 100);
+    }
+}
+
+/// What this platform cannot make is told to the engine as the system would tell it.
+TEST_F(BootRunTest, KnowsLinksStreamsAndForeignFiles)
+{
+    struct Told
+    {
+        ULONG tag;
+        std::wstring left;
+        bool isGone;
+    };
+    for (const Told& told :
+         {Told{IO_REPARSE_TAG_SYMLINK, L"", true}, Told{IO_REPARSE_TAG_MOUNT_POINT, L"", true},
+          Told{0x9000001A, line(L"report"), false}, Told{0, line(L"report"), false}}) {
+        static ULONG tag;
+        static bool isWritten;
+        tag = told.tag;
+        isWritten = false;
+        static HANDLE opened;
+        native::Api api = native::systemApi();
+        api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
+                            auto... rest) {
+            const Text name(object->name->buffer, object->name->length / 2);
+            const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
+            if (name.is(L"report"))
+                opened = *handle;
+            return status;
+        };
+        api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+            const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
+            if (file == opened && question == native::kAttributeTagInformation) {
+                static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
+                static_cast<ULONG*>(answer)[1] = tag;
+            }
+            return status;
+        };
+        api.writeFile = [](HANDLE file, auto... rest) {
+            isWritten = isWritten || file == opened;
+            return native::systemApi().writeFile(file, rest...);
+        };
+        api.close = [](HANDLE file) {
+            opened = file == opened ? nullptr : opened; // the number is given to others
+            return native::systemApi().close(file);
+        };
+        SCOPED_TRACE(testing::Message() << std::hex << tag);
+        setList(kHeader + line(L"report"));
+        const RunReport report = run(api);
+        EXPECT_EQ(list(), told.left);
+        EXPECT_EQ(isThere(L"report"), !told.isGone);
+        EXPECT_EQ(report.links, told.isGone ? 1U : 0U);
+        EXPECT_TRUE(report.wiped == 0 && !isWritten);
+        write(L"report", "again");
+    }
+}
+
+/// Streams go before their file, each if it is of that file.
+TEST_F(BootRunTest, OverwritesStreamsFirst)
+{
+    static HANDLE stream;
+    static bool isAnother;
+    static std::string order;
+    native::Api api = native::systemApi();
+    api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object, auto... rest) {
+        const Text name(object->name->buffer, object->name->length / 2);
+        native::UnicodeString other = {12, 12, L"stream"};
+        if (!name.is(L"report:more:$DATA"))
+            return native::systemApi().createFile(handle, access, object, rest...);
+        object->name = &other;
+        const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
+        stream = *handle;
+        return status;
+    };
+    api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+        static std::uint64_t number; // the last that was asked for by its own name
+        if (question == native::kStreamInformation) {
+            const auto add = [&](std::size_t at, Text name, ULONG next) {
+                auto& entry = *reinterpret_cast<native::StreamInformation*>(static_cast<char*>(answer) + at);
+                entry.nextOffset = next;
+                entry.nameLength = static_cast<ULONG>(name.length * 2);
+                std::copy_n(name.data, name.length, entry.name);
+            };
+            add(0, L"::$DATA", 64);
+            add(64, L":more:$DATA", 0);
+            return native::kSuccess;
+        }
+        const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
+        if (question == native::kInternalInformation && file != stream)
+            number = *static_cast<std::uint64_t*>(answer);
+        else if (question == native::kInternalInformation && !isAnother)
+            *static_cast<std::uint64_t*>(answer) = number;
+        return status;
+    };
+    api.writeFile = [](HANDLE file, auto... rest) {
+        order += file == stream ? 's' : '.';
+        return native::systemApi().writeFile(file, rest...);
+    };
+    api.close = [](HANDLE file) {
+        stream = file == stream ? nullptr : stream;
+        return native::systemApi().close(file);
+    };
+    for (const bool another : {true, false}) {
+        isAnother = another;
+        order.clear();
+        write(L"stream", "a secret stream");
+        setList(kHeader + line(L"report", L"1*\t*2"));
+        run(api);
+        EXPECT_EQ(isThere(L"report"), another);
+        EXPECT_EQ(read(L"stream"), another ? "a secret stream" : "");
+        EXPECT_EQ(order.find("ss.."), another ? std::string::npos : order.find('s')) << order;
+    }
+}
+
+/// Keeps what is written to the file "report".
+class BootWriteTest : public BootRunTest
+{
+protected:
+    struct Write
+    {
+        LONGLONG offset;
+        std::string bytes;
+    };
+
+    BootWriteTest()
+    {
+        writes.clear();
+        target = nullptr;
+        api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
+                            auto... rest) {
+            const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
+            if (Text(object->name->buffer, object->name->length / 2).is(L"report"))
+                target = *handle;
+            return status;
+        };
+        api.writeFile = [](HANDLE file, HANDLE event, void* routine, void* context, native::IoStatus* io,
+                           const void* buffer, ULONG length, LARGE_INTEGER* offset, ULONG* key) {
+            if (file == target)
+                writes.push_back({offset->QuadPart, {static_cast<const char*>(buffer), length}});
+            return native::systemApi().writeFile(file, event, routine, context, io, buffer, length, offset,
+                                                 key);
+        };
+        api.flushFile = [](HANDLE file, native::IoStatus* io) {
+            flushes += file == target ? 1 : 0;
+            return native::systemApi().flushFile(file, io);
+        };
+        api.close = [](HANDLE file) {
+            target = file == target ? nullptr : target;
+            return native::systemApi().close(file);
+        };
+    }
+    /// One pattern for each pass; empty for random text.
+    static std::vector<std::string> gutmann()
+    {
+        std::vector<std::string> passes(4);
+        for (const char* pattern : {"\x55", "\xAA", "\x92\x49\x24", "\x49\x24\x92", "\x24\x92\x49"})
+            passes.emplace_back(pattern);
+        for (int i = 0; i < 16; ++i)
+            passes.emplace_back(1, static_cast<char>(i * 17));
+        for (const char* pattern : {"\x92\x49\x24", "\x49\x24\x92", "\x6D\xB6\xDB", "\x6D\xB6\xDB",
+                                    "\xB6\xDB\x6D", "\xDB\x6D\xB6", "", "", "", ""})
+            passes.emplace_back(pattern);
+        return passes;
+    }
+    /// Letters and digits, and of an odd length in the 35 passes the text's own end.
+    static void expectFilled(const std::string& bytes, const std::string& pattern, bool hasEnd)
+    {
+        std::set<char> letters;
+        bool isRight = true;
+        for (std::size_t at = 0; at < bytes.size(); ++at) {
+            if (pattern.empty() && at % 2 == 0)
+                letters.insert(bytes[at]);
+            else
+                isRight = isRight && bytes[at] == (pattern.empty() ? '\0' : pattern[at % pattern.size()]);
+        }
+        EXPECT_TRUE(isRight);
+        EXPECT_EQ(letters.size(), pattern.empty() ? 62U + (hasEnd ? 1 : 0) : 0U);
+        EXPECT_EQ(letters.count('\0'), pattern.empty() && hasEnd ? 1U : 0U);
+    }
+
+    static inline std::vector<Write> writes;
+    static inline HANDLE target;
+    static inline int flushes;
+    native::Api api = native::systemApi();
+};
+
+/// The bytes of each write, in its order, and a flush behind each.
+TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
+{
+    const struct
+    {
+        const wchar_t* numbers;
+        std::vector<std::string> passes; // over one chunk
+        unsigned times;
+    } cases[] = {{L"1*\t*2", {std::string(1, '\0')}, 2},
+                 {L"2*\t*1", {""}, 1},
+                 {L"3*\t*1", gutmann(), 1},
+                 {L"2*\t*0", {}, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.numbers);
+        writes.clear();
+        flushes = 0;
+        write(L"report", std::string(1048576 + 4097, 's'));
+        setList(kHeader + line(L"report", c.numbers));
+        const RunReport report = run(api);
+        EXPECT_TRUE(report.wiped == 1 && !isThere(L"report"));
+        EXPECT_EQ(report.bytes, c.times * (1048576U + 4097));
+        ASSERT_EQ(writes.size(), c.passes.size() * 2 * c.times);
+        EXPECT_EQ(flushes, static_cast<int>(writes.size()));
+        for (std::size_t i = 0; i < writes.size(); ++i) {
+            const std::size_t chunk = i / c.passes.size() % 2;
+            SCOPED_TRACE(i);
+            ASSERT_EQ(writes[i].bytes.size(), chunk == 0 ? 1048576U : 4097U);
+            EXPECT_EQ(writes[i].offset, chunk == 0 ? 0 : 1048576);
+            expectFilled(writes[i].bytes, c.passes[i % c.passes.size()], c.passes.size() > 1 && chunk == 1);
+        }
+    }
+}
+
+/// What could not be finished is whole on the list, behind the others, and goes with the next run.
+TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
+{
+    for (int asks = 0; asks < 8; ++asks) {
+        SCOPED_TRACE(asks);
+        write(L"report", std::string(3145728, 's'));
+        write(L"keep", "listed too");
+        setList(kHeader + line(L"report") + line(L"keep"));
+        int left = asks;
+        RunEvents events;
+        events.context = &left;
+        events.isOver = [](void* context) { return (*static_cast<int*>(context))-- <= 0; };
+        const RunReport report = run(native::systemApi(), events);
+        EXPECT_EQ(report.isOver, asks < 6);
+        EXPECT_EQ(isThere(L"report"), asks < 4);
+        EXPECT_EQ(isThere(L"keep"), asks < 6);
+        EXPECT_EQ(list(), asks == 0  ? line(L"report") + line(L"keep")
+                          : asks < 4 ? line(L"keep") + line(L"report")
+                          : asks < 6 ? line(L"keep")
+                                     : L"");
+        EXPECT_EQ(run().isListEmpty, true);
+    }
+}
+
+/// Two at once would do the same lines; a file that is open elsewhere stays as it is, also a read-only one.
+TEST_F(BootRunTest, LeavesWhatOthersHold)
+{
+    native::Api api = native::systemApi();
+    api.createFile = [](HANDLE* handle, ACCESS_MASK access,
+                        auto... rest) { // Wine takes it for a right to write
+        return native::systemApi().createFile(handle, access & ~FILE_WRITE_ATTRIBUTES, rest...);
+    };
+    const std::wstring path = (root / L"report").wstring();
+    const auto hold = [](const std::wstring& file, DWORD access) {
+        return CreateFileW(file.c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    };
+    SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY);
+    setList(kHeader + line(L"report"));
+    HANDLE held = hold(path, GENERIC_READ);
+    EXPECT_EQ(run(api).left, 1U);
+    CloseHandle(held);
+    EXPECT_EQ(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, 1U);
+    EXPECT_EQ(read(L"report"), "content of report");
+    held = hold((root / L"windows/sysmaint-boot.log").wstring(), GENERIC_WRITE);
+    EXPECT_TRUE(run(api).isBusy && isThere(L"report"));
+    CloseHandle(held);
+    EXPECT_TRUE(run(api).isListEmpty && !isThere(L"report"));
+
+    write(L"report", "again");
+    setList(kHeader + line(L"report") + line(L"folder\\other"));
+    std::filesystem::create_hard_link(root / L"windows/ForceDelete.txt", root / L"folder/other");
+    EXPECT_EQ(run().wiped, 1U);
+    EXPECT_EQ(list(), line(L"folder\\other"));
+}
+
+/// What has another name where the system needs it is left, and so is what may have one.
+TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
+{
+    static std::wstring other; // the folder of that name; nothing when the system does not tell
+    native::Api api = native::systemApi();
+    api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+        if (question == native::kHardLinkInformation && !other.empty()) {
+            *static_cast<native::LinksInformation*>(answer) = {
+                sizeof(native::LinksInformation), 1, {0, 42, 1, {L'x'}}};
+            return native::kSuccess;
+        }
+        const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
+        if (question == native::kStandardInformation)
+            static_cast<native::StandardInformation*>(answer)->links = 2;
+        return status;
+    };
+    api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
+                        native::IoStatus* io, LARGE_INTEGER* size, ULONG attributes, ULONG share,
+                        ULONG disposition, ULONG options, auto... rest) {
+        const std::wstring path = L"\\??\\" + other;
+        const native::UnicodeString name = {static_cast<USHORT>(path.size() * 2), 0, path.c_str()};
+        native::ObjectAttributes byName = {sizeof byName, nullptr, &name, 0x40, nullptr, nullptr};
+        const bool isById = (options & native::kById) != 0;
+        return native::systemApi().createFile(handle, access, isById ? &byName : object, io, size, attributes,
+                                              share, disposition, isById ? options - native::kById : options,
+                                              rest...);
+    };
+    const std::pair<const wchar_t*, bool> cases[] = {{L"windows\\system32", false},
+                                                     {L"windows", false},
+                                                     {L"folder", true},
+                                                     {L"windows\\temp", true},
+                                                     {L"", false}};
+    for (const auto& [folder, goes] : cases) {
+        SCOPED_TRACE(folder);
+        other = *folder == L'\0' ? L"" : (root / folder).wstring();
+        write(L"report", "again");
+        setList(kHeader + line(L"report"));
+        run(api);
+        EXPECT_EQ(isThere(L"report"), !goes);
+        EXPECT_EQ(list(), goes ? L"" : line(L"report"));
+    }
+}
