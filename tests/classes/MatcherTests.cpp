@@ -212,7 +212,8 @@ TEST(CompiledRules, GiveTheVerdictOfOneRuleAfterTheOther)
         const auto ignores = dice.rules<ScanIgnore>();
         const CompiledRules compiled(filters, ignores);
         for (int turn = 0; turn < 100; ++turn, ++cases) {
-            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)), dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
+            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)),
+                               dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
             RuleSubject subject(item);
             const bool expected = verdictOneByOne(filters, ignores, subject);
             accepted += expected ? 1 : 0;
