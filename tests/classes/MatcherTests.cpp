@@ -10,8 +10,8 @@
 #include "core/win32/utils/scanengine/include/PatternGroup.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "support/ImportReplacement.h"
 #include "support/Threads.h"
 
@@ -210,7 +210,8 @@ TEST(CompiledRules, GiveTheVerdictOfOneRuleAfterTheOther)
         const auto ignores = dice.rules<ScanIgnore>();
         const CompiledRules compiled(filters, ignores);
         for (int turn = 0; turn < 100; ++turn, ++cases) {
-            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)), dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
+            const AnyItem item(static_cast<std::uint32_t>(1 + dice(6)),
+                               dice.text(L"aAbBcC.\\]xX\u0080äÄ*!", 14));
             RuleSubject subject(item);
             const bool expected = verdictOneByOne(filters, ignores, subject);
             accepted += expected ? 1 : 0;

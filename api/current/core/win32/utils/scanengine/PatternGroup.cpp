@@ -43,7 +43,8 @@ private:
     {
         while (m_position < m_pattern.size()) {
             const wchar_t c = m_pattern[m_position];
-            const std::size_t close = c == L'[' ? m_pattern.find(L']', m_position + 1) : std::wstring_view::npos;
+            const std::size_t close =
+                c == L'[' ? m_pattern.find(L']', m_position + 1) : std::wstring_view::npos;
             if (c == L'*') {
                 endStretch(false);
                 ++m_stars;
