@@ -10,9 +10,9 @@
 #include "RuleTexts.h"
 #include "core/win32/utils/scanengine/include/File.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/api.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 
 namespace {
 /// Both sides must find the same, or they are not doing the same work.

@@ -10,8 +10,8 @@
 #include "core/win32/utils/scanengine/include/PatternGroup.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "support/ImportReplacement.h"
 #include "support/Threads.h"
 

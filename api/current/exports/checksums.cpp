@@ -1,10 +1,10 @@
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/checksums/include/CRC32.h"
 #include "core/win32/utils/checksums/include/FileChecksum.h"
 #include "core/win32/utils/checksums/include/MD5.h"
 #include "core/win32/utils/checksums/include/SHA256.h"
 #include "core/win32/utils/lookup/include/SHA1.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

@@ -1,6 +1,6 @@
 #include "core/win32/utils/files/include/Files.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/files/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

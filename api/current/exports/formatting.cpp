@@ -1,6 +1,6 @@
 #include "core/win32/utils/formatting/include/Formatting.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/formatting/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

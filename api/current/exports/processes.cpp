@@ -1,6 +1,6 @@
 #include "core/win32/utils/processes/include/Processes.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/processes/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

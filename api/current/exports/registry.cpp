@@ -1,7 +1,6 @@
 // The exported functions of registry items.
 
 #include "core/win32/utils/registry/include/Registry.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/registry/api.h"
 #include "core/win32/registry/include/RegistryPath.h"
 #include "core/win32/registry/include/RegistryValue.h"
@@ -10,6 +9,7 @@
 #include "core/win32/utils/scanengine/include/ScanItems.h"
 #include "core/win32/utils/security/include/Security.h"
 #include "exports/Frames.h"
+#include "exports/UtilityFrame.h"
 
 namespace {
 constexpr char kRegistryApi[] = "core\\win32\\registry\\api.h";

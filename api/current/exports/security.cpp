@@ -1,6 +1,6 @@
 #include "core/win32/utils/security/include/Security.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/security/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

@@ -1,6 +1,6 @@
 #include "core/win32/utils/services/include/Services.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/services/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

@@ -1,6 +1,6 @@
 #include "core/win32/utils/shell/include/Shell.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/shell/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

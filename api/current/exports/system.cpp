@@ -1,8 +1,8 @@
 #include "core/win32/utils/system/include/System.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/system/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

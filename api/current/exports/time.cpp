@@ -1,6 +1,6 @@
 #include "core/win32/utils/time/include/Time.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/time/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

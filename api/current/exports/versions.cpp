@@ -1,6 +1,6 @@
 #include "core/win32/utils/versions/include/Versions.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/versions/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

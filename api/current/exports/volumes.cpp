@@ -1,6 +1,6 @@
 #include "core/win32/utils/volumes/include/Volumes.h"
-#include "exports/UtilityFrame.h"
 #include "core/win32/utils/volumes/api.h"
+#include "exports/UtilityFrame.h"
 
 using namespace utilityframe;
 

@@ -80,7 +80,7 @@ std::uint32_t crc::takePortably(std::uint32_t value, const unsigned char* bytes,
 
 SYSMAINT_INSTRUCTIONS(CLMUL_INSTRUCTIONS)
 std::uint32_t crc::takeWithExtensions(std::uint32_t value, const unsigned char* bytes,
-                                        std::size_t size) noexcept
+                                      std::size_t size) noexcept
 {
     constexpr std::size_t kStep = 64;
     if (size < kStep)

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/WildcardMatcher.h"
 
 constexpr char kScanRuleHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanRule.h";
 
