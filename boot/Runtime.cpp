@@ -1,5 +1,5 @@
-// What compilers call by themselves, and no runtime library is there to give. By the processor's own instructions:
-// a loop might become a call of the very function that it is in.
+// What compilers call by themselves, and no runtime library is there to give. By the processor's own
+// instructions: a loop might become a call of the very function that it is in.
 
 #include <intrin.h>
 

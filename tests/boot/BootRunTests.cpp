@@ -10,6 +10,14 @@ bool isClose(const void* function)
 {
     return function == reinterpret_cast<void*>(native::systemApi().close);
 }
+
+void addStream(void* answer, std::size_t at, Text name, ULONG next)
+{
+    auto& entry = *reinterpret_cast<native::StreamInformation*>(static_cast<char*>(answer) + at);
+    entry.nextOffset = next;
+    entry.nameLength = static_cast<ULONG>(name.length * sizeof(wchar_t));
+    std::copy_n(name.data, name.length, entry.name);
+}
 } // namespace
 
 struct Case
@@ -336,14 +344,8 @@ TEST_F(BootRunTest, OverwritesStreamsFirst)
     api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
         static std::uint64_t number; // the last that was asked for by its own name
         if (question == native::kStreamInformation) {
-            const auto add = [&](std::size_t at, Text name, ULONG next) {
-                auto& entry = *reinterpret_cast<native::StreamInformation*>(static_cast<char*>(answer) + at);
-                entry.nextOffset = next;
-                entry.nameLength = static_cast<ULONG>(name.length * 2);
-                std::copy_n(name.data, name.length, entry.name);
-            };
-            add(0, L"::$DATA", 64);
-            add(64, L":more:$DATA", 0);
+            addStream(answer, 0, L"::$DATA", 64);
+            addStream(answer, 64, L":more:$DATA", 0);
             return native::kSuccess;
         }
         const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
