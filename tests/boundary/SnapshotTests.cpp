@@ -152,7 +152,7 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
         EXPECT_EQ(status, failed ? kSnapshotNoMemory : 0) << failing;
         EXPECT_TRUE(failed || failing > 1) << "takes no memory at all?";
     }
-    EXPECT_EQ(HeapWatch::liveBlocks(), 0) << HeapWatch::describe();
+    EXPECT_EQ(HeapWatch::liveBlocks(), 0);
 }
 
 TEST_F(SnapshotTest, PrintsWhyTheToolCannotBeStarted)
