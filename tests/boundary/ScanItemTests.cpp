@@ -133,7 +133,7 @@ TEST(ScanItems, FailingSystemCalls)
     EXPECT_EQ(content(*reader), "abc") << "a failure is not kept as the content";
     expectCodeOfFailing<"FindFirstFileW", decltype(&FindFirstFileW)>(
         INVALID_HANDLE_VALUE, ERROR_NOT_READY, [&] { static_cast<void>(file->exists()); });
-    expectCodeOfFailing<"DeleteFileW", decltype(&DeleteFileW)>(FALSE, ERROR_ACCESS_DENIED,
+    expectCodeOfFailing<"DeleteFileW", decltype(&DeleteFileW)>(FALSE, ERROR_WRITE_PROTECT,
                                                                [&] { file->deleteItem(); });
     EXPECT_TRUE(stands(path));
     EXPECT_EQ(processHandleCount(), handles);

@@ -1,9 +1,14 @@
 #include "core/win32/registry/include/KeyPath.h"
 
+#include <winternl.h>
+
 #include <string>
 #include <string_view>
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
+
+// The platform headers leave it out.
+extern "C" NTSTATUS NTAPI NtQueryKey(HANDLE key, int what, void* result, ULONG size, ULONG* length);
 
 namespace {
 constexpr std::size_t kLongestName = 255;
@@ -88,4 +93,18 @@ RegistryKeyHandle keypath::itself(HKEY key)
                          DUPLICATE_SAME_ACCESS))
         raiseLastError();
     return RegistryKeyHandle(static_cast<HKEY>(copy));
+}
+
+std::wstring keypath::nameOf(HKEY key)
+{
+    constexpr int kNameInformation = 3; // KeyNameInformation
+    struct
+    {
+        ULONG length; // in bytes
+        wchar_t name[512];
+    } information{};
+    ULONG length = 0;
+    if (NtQueryKey(key, kNameInformation, &information, sizeof information, &length) != 0)
+        return {};
+    return {information.name, information.length / sizeof(wchar_t)};
 }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/win32/registry/include/KeyPath.h"
-#include "core/win32/registry/include/UserSession.h"
+#include "core/win32/utils/paths/include/UserSession.h"
 
 // The platform headers leave it out, though its counterparts for files are there.
 extern "C" NTSTATUS NTAPI NtDeleteKey(HANDLE key);
@@ -57,9 +57,10 @@ bool findFirstSubKey(HKEY key, std::wstring& found)
 /// Deletes a key and what is below it, deepest first. `top` was opened as itself where it is a link (which
 /// has no sub-keys of its own), and is deleted by its handle: by name the system may go through the link and
 /// delete what it leads to. What somebody else deletes in between is gone as well. Raises the bare code of
-/// the first key that cannot be deleted.
-void deleteTree(RegistryKeyHandle&& top)
+/// the first key that cannot be deleted. Returns whether nothing had gone before.
+bool deleteTree(RegistryKeyHandle&& top)
 {
+    bool wasAllThere = true;
     struct Level
     {
         RegistryKeyHandle key;
@@ -89,10 +90,12 @@ void deleteTree(RegistryKeyHandle&& top)
             }
         }
         const auto deleted = static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(level.key.get())));
+        wasAllThere = wasAllThere && deleted != ERROR_KEY_DELETED;
         if (deleted != ERROR_KEY_DELETED)
             requireSuccess(deleted);
         levels.pop_back();
     }
+    return wasAllThere;
 }
 
 std::wstring_view withoutBackslashes(std::wstring_view path) noexcept
@@ -269,7 +272,36 @@ RegistryKeyHandle RegistryKey::openIn(HKEY root, const wchar_t* subKey, REGSAM a
 
 RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD options) const
 {
+    try {
+        return openIn(getHKEY(), path().getPath(), access, options);
+    } catch (const long code) {
+        // What a walk has found was in that hive and in no other.
+        if (!isHiveGone(code) || m_isFound || !dropHive())
+            throw;
+    }
     return openIn(getHKEY(), path().getPath(), access, options);
+}
+
+bool RegistryKey::isHiveGone(long status) const noexcept
+{
+    if (status != ERROR_KEY_DELETED)
+        return false;
+    const ReadLocker locker(m_lock);
+    return m_userHive &&
+           RegQueryInfoKeyW(m_userHive->get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                            nullptr, nullptr, nullptr, nullptr) == ERROR_KEY_DELETED;
+}
+
+bool RegistryKey::dropHive() const noexcept
+{
+    const WriteLocker locker(m_lock);
+    try {
+        m_lostHives.push_back(m_userHive);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    m_userHive = UserHive();
+    return true;
 }
 
 RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
@@ -277,7 +309,7 @@ RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
     try {
         return open(access);
     } catch (const long code) {
-        if (!keypath::isMissing(code))
+        if (!keypath::isMissing(code) || isHiveGone(code))
             throw;
         return RegistryKeyHandle();
     }
@@ -336,9 +368,10 @@ bool RegistryKey::isThereIn(HKEY root, const wchar_t* subKey) const
     HKEY key = nullptr;
     const LSTATUS status = keypath::open(root, subKey, REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE | view(), &key);
     const RegistryKeyHandle opened(key);
-    if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
+    const bool isMissing = keypath::isMissing(status) && !isHiveGone(status);
+    if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !isMissing)
         raiseCode(status);
-    return !keypath::isMissing(status);
+    return !isMissing;
 }
 
 void RegistryKey::create()
@@ -362,7 +395,9 @@ void RegistryKey::deleteItem()
             raiseCode(ERROR_INVALID_PARAMETER);
         RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
         // What a caller's own handle shows may be the keys of two hives.
-        deleteTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
+        if (!deleteTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get())) &&
+            isHiveGone(ERROR_KEY_DELETED))
+            raiseCode(ERROR_KEY_DELETED);
     });
 }
 

@@ -10,6 +10,7 @@
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/UserSession.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
@@ -43,7 +44,17 @@ std::wstring withoutBackslash(std::wstring folder)
     return folder;
 }
 
-/// A shell folder of the calling thread's user. The shell's library is large and seldom needed, so it is
+/// Whose folders are meant: of a thread that impersonates that user's, else the current user's. Empty for the
+/// process's own.
+Win32Handle userToken()
+{
+    HANDLE token = nullptr;
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &token))
+        return Win32Handle(token);
+    return usersession::token();
+}
+
+/// A shell folder, of the machine or of the user. The shell's library is large and seldom needed, so it is
 /// loaded here and not with ours.
 std::wstring shellFolder(int id)
 {
@@ -54,9 +65,8 @@ std::wstring shellFolder(int id)
         reinterpret_cast<void*>(GetProcAddress(shell.get(), "SHGetFolderPathW")));
     if (getFolderPath == nullptr)
         raiseLastError();
-    HANDLE threadToken = nullptr;
-    OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_IMPERSONATE, TRUE, &threadToken);
-    const Win32Handle token(threadToken); // none unless the thread impersonates
+    const bool isMachines = id == CSIDL_PROGRAM_FILES || id == CSIDL_COMMON_APPDATA;
+    const Win32Handle token = isMachines ? Win32Handle() : userToken();
     wchar_t folder[MAX_PATH];
     const HRESULT result =
         getFolderPath(nullptr, id | CSIDL_FLAG_DONT_VERIFY, token.get(), SHGFP_TYPE_CURRENT, folder);
@@ -81,6 +91,24 @@ std::wstring applicationFolder()
     return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
+std::wstring userTemporaryFolder()
+{
+    return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp"));
+}
+
+/// The process's own, unless the current user is another: the variables of a service are not the user's.
+/// Windows shortens names in it to 8.3 for users with long ones.
+std::wstring temporaryFolder()
+{
+    if (!usersession::isOwn())
+        return userTemporaryFolder();
+    std::wstring folder = systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); });
+    if (folder.find(L'~') == std::wstring::npos ||
+        GetFileAttributesW(folder.c_str()) == INVALID_FILE_ATTRIBUTES)
+        return folder; // one that is not there has no long name
+    return systemText([&](wchar_t* t, DWORD n) { return GetLongPathNameW(folder.c_str(), t, n); });
+}
+
 struct Macro
 {
     std::wstring_view name; // folded
@@ -94,8 +122,8 @@ const Macro kMacros[] = {
     {L"PROGRAMDATA", [] { return shellFolder(CSIDL_COMMON_APPDATA); }},
     {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
     {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
-    {L"TEMP", [] { return systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
-    {L"USER_TEMP", [] { return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp")); }},
+    {L"TEMP", [] { return temporaryFolder(); }},
+    {L"USER_TEMP", [] { return userTemporaryFolder(); }},
     {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
     {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},
     {L"DOCUMENTS", [] { return shellFolder(CSIDL_PERSONAL); }},
