@@ -377,7 +377,7 @@ TEST_F(RealWindows, FreeSpaceEndsWhereTheVolumeDoesAndGoesOnWhereAFileEnds)
     const std::uint64_t none = ~0ULL;
     const Row rows[] = {
         {3 * kChunk, 3 * kChunk, none, ERROR_DISK_FULL, 0, 1},
-        {3 * kChunk, 2 * kChunk + 5 * 512, none, ERROR_DISK_FULL, 0, 1}, // somebody took the last clusters
+        {3 * kChunk, 2 * kChunk + 2560, none, ERROR_DISK_FULL, 0, 1}, // somebody took the last clusters
         {4 * kChunk, 2 * kChunk, none, ERROR_DISK_FULL, ERROR_DISK_FULL, 2}, // there never was more
         {4 * kChunk, 4 * kChunk, kChunk * 3 / 2, ERROR_DISK_FULL, 0, 3},
         {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_FILE_TOO_LARGE, 0, 2},
