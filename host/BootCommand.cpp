@@ -74,6 +74,12 @@ long listFiles()
     const ForceDeleteList list = readForceDeleteList();
     for (const std::wstring& file : list.files)
         results().writeLine(L"file: " + printable(file));
+    if (!list.files.empty())
+        messages().writeLine(kRestartAdvice);
+    if (list.code == ERROR_BAD_ENVIRONMENT)
+        messages().writeLine(
+            L"boot: the Windows folder of this session is not the system's, so that nothing would "
+            L"read a list there at the start");
     if (list.wrongLines != 0)
         messages().writeLine(L"boot: lines of ForceDelete.txt that name no file: " +
                              formatCount(list.wrongLines));

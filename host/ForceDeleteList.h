@@ -5,6 +5,10 @@
 #include <string>
 #include <vector>
 
+/// What to do so that the list is gone through.
+constexpr const wchar_t* kRestartAdvice = L"The list is gone through at \"Restart\". After \"Shut down\" a "
+                                          L"machine with Fast Startup does not do it.";
+
 /// What waits for the restart: the files that "ForceDelete.txt" in the Windows folder names.
 struct ForceDeleteList
 {

@@ -8,6 +8,7 @@
 #include "ProtectedFolders.h"
 #include "RestorePoint.h"
 #include "Rules.h"
+#include "ShadowCopies.h"
 #include "TreeListing.h"
 #include "WipeRun.h"
 
@@ -15,7 +16,7 @@ namespace {
 constexpr const wchar_t* kHelp =
     LR"(usage: sysmaint wipe file PATH... | tree FOLDER | free DRIVE | volume DRIVE
                 [--method zeros|random|gutmann] [--passes N] [--filter TEXT] [--ignore TEXT]
-                [--hard-links] [--names] [--restore-point] [--yes]
+                [--hard-links] [--cloud] [--names] [--restore-point] [--yes]
 
 Overwrites data and deletes it. What it will do is shown first, and it asks before it begins.
 
@@ -32,15 +33,19 @@ Overwrites data and deletes it. What it will do is shown first, and it asks befo
   --filter, --ignore   as for 'sysmaint scan'
   --hard-links   also files that have other names (hard links). All names share the data: the file is empty
              under the others then. Without this option such files are named and left alone.
+  --cloud    also files whose content is elsewhere, which the system fetches first
   --names    with free: also the names of deleted files, and the contents of very small ones, that the table
              of files still holds. Fills it with small files and deletes them again; done once.
   --restore-point   make a restore point of the system first, and do nothing without it
   --yes      do not ask
 
 A wipe that is cancelled, with Ctrl+C or because the console or the session ends, deletes the file in hand
-all the same: how much of it was not overwritten is said. A medium can still hold more than any wipe of files
-or free space reaches: the names of deleted files and the contents of very small ones in the table of files
-(see --names), and copies in shadow copies, journals and the spare blocks of flash drives.
+all the same: how much of it was not overwritten is said.
+
+What overwriting in place does not reach: shadow copies, into which the old content goes; volumes that copy on
+write or hold equal data once (ReFS, deduplication); files that the system has compressed; the spare blocks of
+flash drives; journals; the names of deleted files and the contents of very small ones in the table of files
+(see --names). Files whose content is in the cloud are left alone; with --cloud they are fetched and wiped.
 
 Roots of drives, shares and volumes are refused, the Windows folder and what is in it, the folders of programs
 and their data, that of the users' profiles, and what any of these is in, by whatever name; so is the volume
@@ -239,6 +244,10 @@ int wipeDrive(const WipeOptions& options, const std::wstring& drive, bool whole)
         run.fail(drive, static_cast<long>(GetLastError()));
         return run.finish(subject);
     }
+    if (!whole && hasShadowCopies(drive))
+        messages().writeLine(
+            L"The volume holds shadow copies (restore points, previous versions). Filling it drives "
+            L"them out; until then they keep what deleted files held.");
     const std::uint64_t bytes = whole ? size.QuadPart : free.QuadPart;
     const Answer answer =
         confirm(options,
@@ -264,6 +273,7 @@ WipeOptions optionsOf(const Arguments& arguments)
     options.passes = arguments.number(L"--passes", 1, 1000).value_or(1);
     options.yes = arguments.has(L"--yes");
     options.hardLinks = arguments.has(L"--hard-links");
+    options.cloud = arguments.has(L"--cloud");
     options.names = arguments.has(L"--names");
     options.restorePoint = arguments.has(L"--restore-point");
     options.hasRules = arguments.has(L"--filter") || arguments.has(L"--ignore");
@@ -278,6 +288,7 @@ int run(const std::vector<std::wstring>& words)
                                       {L"--filter", true},
                                       {L"--ignore", true},
                                       {L"--hard-links", false},
+                                      {L"--cloud", false},
                                       {L"--names", false},
                                       {L"--restore-point", false},
                                       {L"--yes", false}});
@@ -291,8 +302,8 @@ int run(const std::vector<std::wstring>& words)
     if (what != L"file" && targets.size() != 1)
         throw UsageError{L"one at a time, please"};
     const WipeOptions options = optionsOf(arguments);
-    if (!ofFiles && (options.hasRules || options.hardLinks))
-        throw UsageError{L"--filter, --ignore and --hard-links are for files and trees"};
+    if (!ofFiles && (options.hasRules || options.hardLinks || options.cloud))
+        throw UsageError{L"--filter, --ignore, --hard-links and --cloud are for files and trees"};
     if (options.names && what != L"free")
         throw UsageError{L"--names is for free"};
     if (ofFiles)

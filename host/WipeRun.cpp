@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Command.h"
+#include "ForceDeleteList.h"
 #include "engine/BootNames.h"
 
 #include "core/win32/utils/wiper/api.h"
@@ -53,8 +54,9 @@ long WipeRun::call(std::uint32_t kind, const std::wstring& path, DirectoryStack*
     if (m_begin == 0)
         m_begin = GetTickCount64();
     const IScanValidator* validator = kind == kWipeFile ? m_options.validator.get() : nullptr;
-    const long code = m_wiper->Wipe(&onProgress, &m_progress, kind, path.c_str(), stack, validator,
-                                    m_options.method, passes, cancelEvent());
+    const std::uint32_t method = m_options.method | (m_options.cloud ? kWipeCloudFiles : 0U);
+    const long code = m_wiper->Wipe(&onProgress, &m_progress, kind, path.c_str(), stack, validator, method,
+                                    passes, cancelEvent());
     m_cancelled = m_cancelled || code == ERROR_CANCELLED;
     return code;
 }
@@ -76,6 +78,8 @@ bool WipeRun::wipeFile(const std::wstring& path, bool ofTree)
     if (isGone(literal)) {
         if (code == ERROR_SUCCESS)
             ++m_files;
+        else if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) // somebody else's work
+            fail(path, code);
         else // what the total has grown by was written to other streams, before the file's own data
             tellLoss(path, size,
                      m_progress.done - doneBefore -
@@ -211,6 +215,8 @@ int WipeRun::finish(const std::wstring& subject)
         messages().writeLine(
             L"Nothing is installed that wipes it at the restart: 'sysmaint boot install' does that, "
             L"'sysmaint boot run' tries once more now.");
+    if (m_waiting != 0)
+        messages().writeLine(kRestartAdvice);
     if (m_cancelled)
         return kExitCancelled;
     return m_failed + m_lost + m_leftUnasked == 0 ? kExitDone : kExitFailed;

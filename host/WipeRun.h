@@ -17,6 +17,7 @@ struct WipeOptions
     SharedPtr<IScanValidator> validator; // without rules unless some are given
     bool hasRules = false;
     bool hardLinks = false;
+    bool cloud = false;
     bool names = false;
     bool restorePoint = false; // first, or nothing is done
     bool yes = false;

@@ -111,7 +111,7 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
         {there, there},
         {L"\\\\?\\" + there, there},
         {L"\\??\\" + there, there},
-        {folder + L"/./there.", at(L"there.")},
+        {folder + L"/./there", there},
         {at(L"held"), L""},    // whoever takes the name until the start keeps his file
         {L"S:\\there", there}, // a letter that stands for a folder
         {L"N:\\there", L""},   // one that stands for a share

@@ -212,6 +212,7 @@ const Row kRows[] = {
     MAKES(AddBootExecute(kName)),
     MAKES(RemoveBootExecute(kName)),
     MAKES(ImpersonateCurrentUser()),
+    MAKES(SetCurrentUserSession(kConsoleUser)),
     MAKES(ServeObjectRequests(L"ScanItem", 1)),
     OPENS(CloseScanItem, CreateFileW(kOther, file, 0)),
     OPENS(CloseScanItem, CreateFilePath(kOther, file, 0, 1)),

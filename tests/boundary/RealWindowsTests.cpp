@@ -4,9 +4,12 @@
 
 #include <winioctl.h>
 
+#include <algorithm>
 #include <cwchar>
+#include <map>
 #include <tuple>
 
+#include "../host/ShadowCopies.h"
 #include "core/win32/utils/logger/api.h"
 #include "support/Wipe.h"
 
@@ -14,6 +17,12 @@ namespace {
 using Deletions = Replaced<"DeleteFileW", decltype(&DeleteFileW)>;
 using Removals = Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>;
 using Settings = Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)>;
+
+BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER, PULARGE_INTEGER free)
+{
+    free->QuadPart = 0;
+    return TRUE;
+}
 
 /// A file "file" and a folder "tree" in a folder of their own, and time that passes at once.
 class RealWindows : public WipeTest
@@ -84,10 +93,7 @@ TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
     DWORD code = 0;
     Deletions deletions([&](auto original, LPCWSTR path) { return held(original, path, code); });
     Removals removals([&](auto original, LPCWSTR path) { return held(original, path, code); });
-    FreeSpaceQueries space([](auto, LPCWSTR, auto*, auto*, auto* free) {
-        free->QuadPart = 0;
-        return TRUE;
-    });
+    FreeSpaceQueries space(isFull);
     const auto wipeSpace = [this] { return wipe(kWipeFreeSpace, at(L""), kWipeZeros, 1, event.get()); };
     const auto makeLogger = []() -> unsigned long {
         void* logger = CreateLogger(L"held");
@@ -212,38 +218,13 @@ TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
             EXPECT_TRUE(takeBootList().empty()) << "it goes by itself, and the next of that name is another";
         }
 
-    // A system that deletes the POSIX way says so, and is not asked again; one that has let the deletion be
-    // taken back is found out; another file of that name is none of our business.
+    // A system that deletes the POSIX way says so, and is not asked again.
     Attributes looks;
     files.setHook(nullptr);
     isPosix = true;
     prepare();
-    looks.reset();
     EXPECT_EQ(wipeFile(), 0);
     EXPECT_EQ(looks.calls(), 1); // before
-    isPosix = false;
-    Replaced<"CloseHandle", decltype(&CloseHandle)> closes;
-    for (const bool isAnother : {false, true}) {
-        prepare();
-        writeBytes(at(L"another"), {1});
-        files.setHook([&](auto open, auto... all) {
-            if (std::get<5>(std::tuple(all...)) != kOpenToWipe)
-                return open(all...);
-            const HANDLE file = ::CreateFileW(at(L"file").c_str(), GENERIC_ALL, 0, nullptr, OPEN_EXISTING,
-                                              isAnother ? kOpenToWipe : FILE_ATTRIBUTE_NORMAL, nullptr);
-            closes.setHook([&, file](auto close, HANDLE closed) {
-                const BOOL isClosed = close(closed);
-                if (closed == file && isAnother)
-                    MoveFileW(at(L"another").c_str(), at(L"file").c_str());
-                return isClosed;
-            });
-            return file;
-        });
-        EXPECT_EQ(wipeFile(), isAnother ? 0 : ERROR_ACCESS_DENIED);
-        EXPECT_EQ(takeBootList().empty(), isAnother);
-        EXPECT_EQ(readBytes(at(L"file")).size(), isAnother ? 1U : 0U);
-        closes.setHook(nullptr);
-    }
 }
 
 TEST_F(RealWindows, FilesOfWhichOneIsNotTheMasterAreOpenedWithLess)
@@ -259,10 +240,7 @@ TEST_F(RealWindows, FilesOfWhichOneIsNotTheMasterAreOpenedWithLess)
         SetLastError(ERROR_ACCESS_DENIED);
         return (access & refused) != 0 ? INVALID_HANDLE_VALUE : open(all...);
     });
-    FreeSpaceQueries space([](auto, LPCWSTR, auto*, auto*, auto* free) {
-        free->QuadPart = 0;
-        return TRUE;
-    });
+    FreeSpaceQueries space(isFull);
     constexpr DWORD kLess = GENERIC_READ | GENERIC_WRITE | DELETE;
     EXPECT_EQ(wipeFile(), 0);
     EXPECT_FALSE(isThere(at(L"file")));
@@ -275,4 +253,338 @@ TEST_F(RealWindows, FilesOfWhichOneIsNotTheMasterAreOpenedWithLess)
     refused = GENERIC_ALL | GENERIC_WRITE;
     EXPECT_EQ(wipeFile(), ERROR_ACCESS_DENIED);
     EXPECT_EQ(readBytes(at(L"file")), secret);
+}
+
+namespace {
+using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
+
+/// A drive Q: whose device is the file "device": what becomes of it is what Windows would do with a volume.
+class RealVolume : public RealWindows
+{
+protected:
+    RealVolume()
+    {
+        files.setHook([this](auto open, LPCWSTR name, DWORD access, auto... rest) {
+            if (std::wcscmp(name, L"\\\\.\\Q:") != 0)
+                return open(name, access, rest...);
+            steps += (access & GENERIC_READ) != 0 ? 'r' : 'w';
+            return open(at(L"device").c_str(), access, rest...);
+        });
+        space.setHook([this](auto, LPCWSTR, auto*, auto* all, auto*) {
+            all->QuadPart = counted;
+            return TRUE;
+        });
+        controls.setHook([this](auto, HANDLE, DWORD code, LPVOID, DWORD, LPVOID result, auto...) -> BOOL {
+            const bool isLength = code == IOCTL_DISK_GET_LENGTH_INFO;
+            const char step = isLength                               ? 'l'
+                              : code == FSCTL_LOCK_VOLUME            ? 'k'
+                              : code == FSCTL_DISMOUNT_VOLUME        ? 'd'
+                              : code == FSCTL_ALLOW_EXTENDED_DASD_IO ? 'x'
+                                                                     : '?';
+            steps += step;
+            SetLastError(failure);
+            if (isLength)
+                static_cast<GET_LENGTH_INFORMATION*>(result)->Length.QuadPart = static_cast<LONGLONG>(length);
+            return step != failing;
+        });
+    }
+
+    std::string steps; // opens and controls, a letter each
+    std::uint64_t counted = 0, length = 0;
+    char failing = 0;
+    DWORD failure = 0;
+    FreeSpaceQueries space;
+    Controls controls;
+};
+} // namespace
+
+TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
+{
+    const struct
+    {
+        std::uint64_t counted, length; // by the file system, by the device
+        char failing;
+        DWORD failure;
+        const char* steps;
+        long code;
+    } rows[] = {{2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
+                {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},    // a quota, or a sector kept aside
+                {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0}, // all is counted
+                {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no such question
+                {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
+                {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
+                {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system that could
+                {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
+                {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
+    Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
+        LARGE_INTEGER at{};
+        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        SetLastError(ERROR_INVALID_PARAMETER); // as of a disk with large sectors
+        return (at.QuadPart % 4096 == 0 && size % 4096 == 0) || size == 512
+                   ? original(file, data, size, rest...)
+                   : FALSE;
+    });
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.counted << " of " << row.length << " fails " << row.failing);
+        counted = row.counted, length = row.length, failing = row.failing, failure = row.failure;
+        const std::size_t all = std::max(counted, length);
+        writeBytes(at(L"device"), Bytes(all, 0xE5));
+        steps.clear(), wiper->setNeedsReboot(0), total = 2 * counted;
+        EXPECT_EQ(wipe(kWipePartition, L"Q:\\", kWipeZeros, 2), row.code);
+        EXPECT_EQ(steps, row.steps);
+        EXPECT_EQ(readBytes(at(L"device")), Bytes(all, row.code == 0 ? 0 : 0xE5));
+        EXPECT_EQ(wiper->getNeedsReboot(), row.code == 0 ? 0U : 1U);
+        EXPECT_TRUE(row.code != 0 || (progress.done == 2 * all && progress.total == 2 * all))
+            << progress.done;
+    }
+    // Somebody has it open for a moment, and for good.
+    for (const long tries : {3L, 1000L}) {
+        left = tries, steps.clear(), waited = 0, failing = 0;
+        controls.setHook([this](auto, HANDLE, DWORD code, auto...) -> BOOL {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return code != FSCTL_LOCK_VOLUME || left == 0 || --left < 0;
+        });
+        counted = kChunk;
+        writeBytes(at(L"device"), Bytes(kChunk, 0xE5));
+        EXPECT_EQ(wipe(kWipePartition, L"Q:\\"), tries == 3 ? 0 : ERROR_ACCESS_DENIED);
+        EXPECT_EQ(readBytes(at(L"device")), Bytes(kChunk, tries == 3 ? 0 : 0xE5));
+        EXPECT_NE(waited, 0U);
+    }
+}
+
+TEST_F(RealWindows, FreeSpaceEndsWhereTheVolumeDoesAndGoesOnWhereAFileEnds)
+{
+    const std::wstring names[] = {L"FreeSpaceFile.qmx", L"FreeSpaceFile2.qmx", L"FreeSpaceFile3.qmx",
+                                  L"FreeSpaceFile4.qmx"};
+    const auto sizeAt = [this](const std::wstring& name) {
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        return GetFileAttributesExW(at(name).c_str(), GetFileExInfoStandard, &data) ? data.nFileSizeLow : 0U;
+    };
+    const auto taken = [&] {
+        std::uint64_t bytes = 0;
+        for (const std::wstring& name : names)
+            bytes += sizeAt(name);
+        return bytes;
+    };
+    struct Row
+    {
+        std::uint64_t told, room, largest; // free bytes told and there, largest size of a file
+        DWORD full;                        // the code beyond it
+        long code;
+        std::size_t files;
+        std::uint32_t method = kWipeZeros;
+    };
+    const std::uint64_t none = ~0ULL;
+    const Row rows[] = {
+        {3 * kChunk, 3 * kChunk, none, ERROR_DISK_FULL, 0, 1},
+        {3 * kChunk, 2 * kChunk + 2560, none, ERROR_DISK_FULL, 0, 1}, // somebody took the last clusters
+        {4 * kChunk, 2 * kChunk, none, ERROR_DISK_FULL, ERROR_DISK_FULL, 2}, // there never was more
+        {4 * kChunk, 4 * kChunk, kChunk * 3 / 2, ERROR_DISK_FULL, 0, 3},
+        {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_FILE_TOO_LARGE, 0, 2},
+        {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_DISK_FULL, 0, 2, kWipeGutmann}};
+    std::size_t seen = 0;
+    std::map<std::uint64_t, long> passes; // over each offset
+    const Row* now = nullptr;
+    FreeSpaceQueries space([&](auto, LPCWSTR, auto*, auto*, auto* free) {
+        free->QuadPart = now->told > taken() ? now->told - taken() : 0;
+        return TRUE;
+    });
+    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) -> BOOL {
+        LARGE_INTEGER at{}, end{};
+        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        GetFileSizeEx(file, &end);
+        const std::uint64_t stop = at.QuadPart + size;
+        if (stop > now->largest ||
+            (stop > std::uint64_t(end.QuadPart) && taken() + stop - end.QuadPart > now->room)) {
+            SetLastError(now->full);
+            return FALSE;
+        }
+        const BOOL written = original(file, data, size, rest...);
+        seen = std::max<std::size_t>(seen,
+                                     std::count_if(std::begin(names), std::end(names),
+                                                   [this](auto& name) { return isThere(this->at(name)); }));
+        return written;
+    });
+    Flushes flushes([](auto, HANDLE) { return TRUE; });
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message()
+                     << row.told << " " << row.room << " " << row.largest << " " << row.full);
+        now = &row, seen = 0, total = row.told;
+        long fills = 0;
+        std::uint64_t most = 0;
+        onChunk = [&] { most = std::max(most, taken()), ++fills; };
+        EXPECT_EQ(wipe(kWipeFreeSpace, at(L""), row.method), row.code);
+        EXPECT_EQ(seen, std::min<std::size_t>(row.files, row.code == 0 ? 9 : 1));
+        EXPECT_TRUE(row.code != 0 || (progress.done == progress.total && fills != 0));
+        EXPECT_TRUE(row.code != 0 || most + kChunk > row.told) << most;
+        for (const std::wstring& name : names)
+            EXPECT_FALSE(isThere(at(name)));
+        EXPECT_TRUE(takeBootList().empty());
+    }
+    onChunk = nullptr;
+    // A file of somebody's is passed over, and what an earlier run has left goes.
+    now = &rows[3];
+    writeBytes(at(names[1]), secret);
+    EXPECT_EQ(wipe(kWipeFreeSpace, at(L"")), 0);
+    EXPECT_EQ(readBytes(at(names[1])), secret);
+    DeleteFileW(at(names[1]).c_str());
+    for (const std::wstring& name : {names[0], names[1]}) {
+        writeBytes(at(name), secret);
+        SetFileAttributesW(at(name).c_str(), FILE_ATTRIBUTE_HIDDEN);
+    }
+    now = &rows[0];
+    EXPECT_EQ(wipe(kWipeFreeSpace, at(L"")), 0);
+    for (const std::wstring& name : names)
+        EXPECT_FALSE(isThere(at(name)));
+}
+
+TEST_F(RealWindows, HolesAndWhatIsElsewhereAreLeft)
+{
+    DWORD mark = FILE_ATTRIBUTE_SPARSE_FILE;
+    Attributes attributes([&](auto original, LPCWSTR path) {
+        const DWORD own = original(path);
+        return own == INVALID_FILE_ATTRIBUTES ? own : own | mark;
+    });
+    std::vector<std::pair<std::uint64_t, DWORD>> written;
+    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
+        LARGE_INTEGER at{};
+        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        written.emplace_back(at.QuadPart, size);
+        return original(file, data, size, rest...);
+    });
+    // Two parts between three holes; a system that tells nothing has none.
+    const std::pair<std::uint64_t, std::uint64_t> parts[] = {{65536, 100000}, {3 * kChunk, kChunk + 5}};
+    bool tells = true;
+    Controls controls(
+        [&](auto, HANDLE, DWORD code, LPVOID asked, DWORD, LPVOID result, DWORD, LPDWORD size, auto) -> BOOL {
+            EXPECT_EQ(code, DWORD{FSCTL_QUERY_ALLOCATED_RANGES});
+            SetLastError(ERROR_INVALID_FUNCTION);
+            if (!tells)
+                return FALSE;
+            const auto from =
+                std::uint64_t(static_cast<FILE_ALLOCATED_RANGE_BUFFER*>(asked)->FileOffset.QuadPart);
+            auto* range = static_cast<FILE_ALLOCATED_RANGE_BUFFER*>(result);
+            *size = 0;
+            for (const auto& [begin, count] : parts) {
+                if (begin + count <= from)
+                    continue;
+                range->FileOffset.QuadPart = LONGLONG(begin), range->Length.QuadPart = LONGLONG(count);
+                *size = sizeof *range;
+                SetLastError(ERROR_MORE_DATA);
+                return &count == &parts[1].second;
+            }
+            return TRUE;
+        });
+    const std::size_t size = 5 * kChunk;
+    for (const bool isTold : {true, false}) {
+        tells = isTold, total = 2 * size, written.clear();
+        writeBytes(at(L"file"), Bytes(size, 0xE5));
+        EXPECT_EQ(wipe(kWipeFile, at(L"file"), kWipeZeros, 2), 0);
+        std::vector<std::pair<std::uint64_t, DWORD>> expected = {
+            {65536, 100000}, {3 * kChunk, kChunk}, {4 * kChunk, 5}};
+        if (!isTold)
+            for (expected.clear(); expected.size() < 5;)
+                expected.emplace_back(expected.size() * kChunk, kChunk);
+        const auto once = expected;
+        expected.insert(expected.end(), once.begin(), once.end());
+        EXPECT_EQ(written, expected);
+        EXPECT_EQ(progress.total, isTold ? 2 * (kChunk + 100005) : 2 * size);
+        EXPECT_EQ(progress.done, progress.total);
+    }
+
+    // The cloud's: not fetched, unless it is asked for.
+    for (const DWORD elsewhere : {0x00040000, 0x00400000}) {
+        mark = elsewhere;
+        prepare();
+        files.reset();
+        EXPECT_EQ(wipeFile(), ERROR_FILE_OFFLINE);
+        EXPECT_EQ(files.calls(), 1); // as itself
+        EXPECT_EQ(readBytes(at(L"file")), secret);
+        EXPECT_EQ(wiper->getNeedsReboot(), 0U);
+        EXPECT_EQ(wipeFile(kWipeZeros | kWipeCloudFiles), 0);
+        EXPECT_FALSE(isThere(at(L"file")));
+    }
+    EXPECT_TRUE(takeBootList().empty());
+}
+
+TEST_F(RealWindows, HiddenFilesAreMadeAnewAndReadOnlyOnesRefuse)
+{
+    const auto create = [this] {
+        return codeOf([this] { std::unique_ptr<IFile>(DllGetFile(at(L"file").c_str(), 0))->create(); });
+    };
+    bool refusesAlways = false;
+    files.setHook([&](auto open, LPCWSTR name, auto... rest) {
+        constexpr DWORD kMarks = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+        SetLastError(ERROR_ACCESS_DENIED);
+        const bool refuses = std::get<3>(std::tuple(rest...)) == CREATE_ALWAYS &&
+                             (refusesAlways || (GetFileAttributesW(name) & kMarks) != 0);
+        return refuses ? INVALID_HANDLE_VALUE : open(name, rest...);
+    });
+    const std::tuple<DWORD, bool, unsigned long> rows[] = {
+        {FILE_ATTRIBUTE_HIDDEN, false, 0},
+        {FILE_ATTRIBUTE_SYSTEM, false, 0},
+        {FILE_ATTRIBUTE_HIDDEN, true, 5},
+        {FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY, false, 5},
+        {FILE_ATTRIBUTE_NORMAL, true, 5}};
+    for (const auto& [attributes, always, code] : rows) {
+        SetFileAttributesW(at(L"file").c_str(), FILE_ATTRIBUTE_NORMAL);
+        writeBytes(at(L"file"), secret);
+        SetFileAttributesW(at(L"file").c_str(), attributes);
+        const DWORD before = GetFileAttributesW(at(L"file").c_str());
+        refusesAlways = always;
+        EXPECT_EQ(create(), code) << attributes;
+        EXPECT_EQ(readBytes(at(L"file")).size(), code == 0 ? 0 : secret.size());
+        EXPECT_TRUE(code == 0 || GetFileAttributesW(at(L"file").c_str()) == before) << attributes;
+    }
+    SetFileAttributesW(at(L"file").c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST_F(RealWindows, OlderSystemsLoadTheirLibrariesByTheWholePath)
+{
+    std::vector<std::wstring> asked;
+    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads(
+        [&](auto load, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            asked.emplace_back(name);
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return flags == LOAD_LIBRARY_SEARCH_SYSTEM32 ? nullptr : load(name, file, flags);
+        });
+    EXPECT_EQ(wipeFile(), 0);
+    wchar_t folder[MAX_PATH];
+    GetSystemDirectoryW(folder, MAX_PATH);
+    EXPECT_EQ(asked, (std::vector<std::wstring>{L"ntdll.dll", std::wstring(folder) + L"\\ntdll.dll"}));
+}
+
+TEST_F(RealWindows, NoMoreIsTakenForWrittenThanWasGiven)
+{
+    Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, LPDWORD put, auto* at) {
+        const BOOL written = original(file, data, size, put, at);
+        *put *= 2;
+        return written;
+    });
+    EXPECT_EQ(wipeFile(), 0);
+    const std::unique_ptr<IFile> item(DllGetFile(at(L"file").c_str(), 0));
+    item->setData("abc", 3);
+    EXPECT_EQ(codeOf([&] { item->create(); }), 0U);
+    EXPECT_EQ(readBytes(at(L"file")), (Bytes{'a', 'b', 'c'}));
+}
+
+TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
+{
+    const HMODULE own = GetModuleHandleW(nullptr); // the console program's question is compiled in here
+    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(own);
+    const std::tuple<ULONG, DWORD, BOOL, DWORD, bool> rows[] = {{2, 8, TRUE, 0, false},
+                                                                {100, 8, TRUE, 0, true},
+                                                                {100, 8, FALSE, ERROR_MORE_DATA, true},
+                                                                {100, 0, FALSE, ERROR_ACCESS_DENIED, false}};
+    for (const auto& [bytes, size, told, code, has] : rows) {
+        control.setHook([&, names = bytes, given = size, answer = told,
+                         failure = code](auto, HANDLE, DWORD question, LPVOID, DWORD, LPVOID result, DWORD,
+                                         LPDWORD returned, auto) {
+            EXPECT_EQ(question, 0x534018U);
+            *static_cast<ULONG*>(result) = names, *returned = given;
+            SetLastError(failure);
+            return answer;
+        });
+        EXPECT_EQ(hasShadowCopies(L"C:\\"), has) << bytes << " " << code;
+    }
 }

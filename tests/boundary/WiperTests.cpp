@@ -120,7 +120,8 @@ TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
         const std::size_t count = chunks * passes * each;
         ASSERT_EQ(writes.size(), count);
         EXPECT_EQ(flushes.calls() - count, 0U);
-        EXPECT_EQ(seeks.calls() - (method == 3 ? count : 0), passes + 1U); // the last before the cut
+        EXPECT_EQ(seeks.calls() - (method == 3 ? count : 0),
+                  (size == 0 ? 0 : passes) + 1U); // one for the cut
         EXPECT_EQ(polls.calls() - chunks * passes * (method == 3 ? 36 : 1), passes + 1U);
         for (std::size_t n = 0; n < count; ++n) {
             const auto& [offset, bytes] = writes[n];
@@ -163,7 +164,9 @@ TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
             const bool own = failure != 0 && what != "LoadLibraryExW";
             const bool removal =
                 what == "SetEndOfFile" || what == "DeleteFileW" || (what == "CreateFileW" && call % 2 == 0);
-            const bool waits = own && (kind == kWipeFile || (kind == kWipeFreeSpace && removal));
+            // One that is deleted does not: whoever takes its name later is another.
+            const bool waits =
+                own && ((kind == kWipeFile && isThere(at(L"file"))) || (kind == kWipeFreeSpace && removal));
             EXPECT_EQ(!takeBootList().empty(), waits);
             EXPECT_EQ(wiper->getNeedsReboot(), waits || (own && kind == kWipePartition) ? 1U : 0U);
             EXPECT_EQ(stack.empty(), kind == kWipeDirectoryStack && failure == 0);
@@ -260,10 +263,10 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
         [&](auto original, HANDLE file, auto... rest) {
             const BOOL cut = original(file, rest...);
             cuts += cut && GetFileSize(file, nullptr) == 0 ? 1 : 0;
-            files.failCall(1, INVALID_HANDLE_VALUE, ERROR_SHARING_VIOLATION);
+            files.failCall(1, INVALID_HANDLE_VALUE, ERROR_IO_DEVICE);
             return cut;
         });
-    EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_IO_DEVICE);
     EXPECT_EQ(cuts, 1);
     cutting.setHook(nullptr);
     files.failCall(0, nullptr, 0);

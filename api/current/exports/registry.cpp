@@ -4,7 +4,7 @@
 #include "core/win32/registry/api.h"
 #include "core/win32/registry/include/RegistryPath.h"
 #include "core/win32/registry/include/RegistryValue.h"
-#include "core/win32/registry/include/UserSession.h"
+#include "core/win32/utils/paths/include/UserSession.h"
 #include "core/win32/utils/registry/api.h"
 #include "core/win32/utils/scanengine/include/ScanItems.h"
 #include "core/win32/utils/security/include/Security.h"
@@ -73,6 +73,12 @@ void* CreateRegistryPath(const wchar_t* name, HKEY root, const wchar_t* subKey, 
 long ImpersonateCurrentUser()
 {
     return impersonateLoggedOnUser();
+}
+
+long SetCurrentUserSession(unsigned long session)
+{
+    usersession::choose(session);
+    return ERROR_SUCCESS;
 }
 
 // ---- Utilities

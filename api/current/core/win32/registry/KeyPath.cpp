@@ -174,3 +174,16 @@ RegistryKeyHandle keypath::itself(HKEY key)
         raiseLastError();
     return RegistryKeyHandle(static_cast<HKEY>(copy));
 }
+
+std::wstring keypath::nameOf(HKEY key)
+{
+    struct
+    {
+        ULONG length; // in bytes
+        wchar_t name[512];
+    } information{};
+    ULONG length = 0;
+    if (NtQueryKey(key, kKeyNameInformation, &information, sizeof information, &length) != 0)
+        return {};
+    return {information.name, information.length / sizeof(wchar_t)};
+}

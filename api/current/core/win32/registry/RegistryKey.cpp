@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/win32/registry/include/KeyPath.h"
-#include "core/win32/registry/include/UserSession.h"
+#include "core/win32/utils/paths/include/UserSession.h"
 
 // The platform headers leave it out, though its counterparts for files are there.
 extern "C" NTSTATUS NTAPI NtDeleteKey(HANDLE key);
@@ -56,8 +56,9 @@ bool findFirstSubKey(HKEY key, std::wstring& found)
 
 } // namespace
 
-void deleteKeyTree(RegistryKeyHandle&& top)
+bool deleteKeyTree(RegistryKeyHandle&& top)
 {
+    bool wasAllThere = true;
     struct Level
     {
         RegistryKeyHandle key;
@@ -87,10 +88,12 @@ void deleteKeyTree(RegistryKeyHandle&& top)
             }
         }
         const auto deleted = static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(level.key.get())));
+        wasAllThere = wasAllThere && deleted != ERROR_KEY_DELETED;
         if (deleted != ERROR_KEY_DELETED)
             requireSuccess(deleted);
         levels.pop_back();
     }
+    return wasAllThere;
 }
 
 namespace {
@@ -270,7 +273,36 @@ RegistryKeyHandle RegistryKey::openIn(HKEY root, const wchar_t* subKey, REGSAM a
 
 RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD options) const
 {
+    try {
+        return openIn(getHKEY(), path().getPath(), access, options);
+    } catch (const long code) {
+        // What a walk has found was in that hive and in no other.
+        if (!isHiveGone(code) || m_rootLength || !dropHive())
+            throw;
+    }
     return openIn(getHKEY(), path().getPath(), access, options);
+}
+
+bool RegistryKey::isHiveGone(long status) const noexcept
+{
+    if (status != ERROR_KEY_DELETED)
+        return false;
+    const ReadLocker locker(m_lock);
+    return m_userHive &&
+           RegQueryInfoKeyW(m_userHive->get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                            nullptr, nullptr, nullptr, nullptr) == ERROR_KEY_DELETED;
+}
+
+bool RegistryKey::dropHive() const noexcept
+{
+    const WriteLocker locker(m_lock);
+    try {
+        m_lostHives.push_back(m_userHive);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    m_userHive = UserHive();
+    return true;
 }
 
 RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
@@ -278,7 +310,7 @@ RegistryKeyHandle RegistryKey::openExisting(REGSAM access) const
     try {
         return open(access);
     } catch (const long code) {
-        if (!keypath::isMissing(code))
+        if (!keypath::isMissing(code) || isHiveGone(code))
             throw;
         return RegistryKeyHandle();
     }
@@ -343,9 +375,10 @@ bool RegistryKey::isThereIn(HKEY root, const wchar_t* subKey) const
     HKEY key = nullptr;
     const LSTATUS status = keypath::open(root, subKey, REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE | view(), &key);
     const RegistryKeyHandle opened(key);
-    if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
+    const bool isMissing = keypath::isMissing(status) && !isHiveGone(status);
+    if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !isMissing)
         raiseCode(status);
-    return !keypath::isMissing(status);
+    return !isMissing;
 }
 
 void RegistryKey::create()
@@ -369,7 +402,9 @@ void RegistryKey::deleteItem()
             raiseCode(ERROR_INVALID_PARAMETER);
         RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
         // What a caller's own handle shows may be the keys of two hives.
-        deleteKeyTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get()));
+        if (!deleteKeyTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get())) &&
+            isHiveGone(ERROR_KEY_DELETED))
+            raiseCode(ERROR_KEY_DELETED);
     });
 }
 

@@ -67,21 +67,60 @@ RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
         throw ListingFailure{raised};
     }
     HKEY opened = nullptr;
-    // Further down a link is opened as itself and so never followed: it has no sub-keys of its own, and no
-    // value but the one that says where it leads.
-    const auto open = [&](REGSAM access) {
-        return keypath::open(root, path().getPath(), isRoot ? 0 : REG_OPTION_OPEN_LINK, access | view(),
-                             &opened);
+    const auto open = [&] {
+        // Further down a link is opened as itself and so never followed: it has no sub-keys of its own, and
+        // no value but the one that says where it leads.
+        const DWORD options = isRoot ? 0 : REG_OPTION_OPEN_LINK;
+        constexpr REGSAM kAccess = KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS;
+        if (!isRoot && isUserClasses() && openUserClasses(root, kAccess, &opened))
+            return LSTATUS{ERROR_SUCCESS};
+        const LSTATUS status = keypath::open(root, path().getPath(), options, kAccess | view(), &opened);
+        if (status != ERROR_ACCESS_DENIED)
+            return status;
+        // One of the two may be allowed; what is not fails below.
+        return keypath::open(root, path().getPath(), options, MAXIMUM_ALLOWED | view(), &opened);
     };
-    LSTATUS status = open(KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS);
-    if (status == ERROR_ACCESS_DENIED)
-        status = open(MAXIMUM_ALLOWED); // one of the two may be allowed; what is not fails below
+    LSTATUS status = open();
+    if (isRoot && isHiveGone(status) && dropHive()) {
+        root = getHKEY();
+        status = open();
+    }
+    requireHive(status);
     if (!isRoot && keypath::isMissing(status))
         return RegistryKeyHandle(); // deleted since it was found
     if (status != ERROR_SUCCESS)
         throw ListingFailure{Exception(PLACE(kRegistryPathHeader, "RegistryPath::list", __LINE__),
                                        static_cast<unsigned long>(status))};
     return RegistryKeyHandle(keypath::isStandIn(opened, root) ? nullptr : opened);
+}
+
+/// Ends the scan when the user's hive is gone: nothing that is there would be found any more.
+void RegistryPath::requireHive(LSTATUS status) const
+{
+    if (isHiveGone(status))
+        throw Exception(PLACE(kRegistryPathHeader, "RegistryPath::list", __LINE__), ERROR_KEY_DELETED);
+}
+
+bool RegistryPath::isUserClasses() const noexcept
+{
+    return isOfCurrentUser() && _wcsicmp(path().getPath(), L"Software\\Classes") == 0;
+}
+
+/// The user's classes are a hive of their own, and HKEY_CURRENT_USER holds a link of the system's to it. That
+/// one is followed, if it leads there and nowhere else.
+bool RegistryPath::openUserClasses(HKEY hive, REGSAM access, HKEY* opened) const
+{
+    HKEY key = nullptr;
+    RegistryKeyHandle followed(
+        keypath::open(hive, path().getPath(), 0, access | view(), &key) == ERROR_SUCCESS ? key : nullptr);
+    if (!followed.isValid())
+        return false;
+    const std::wstring name = keypath::nameOf(followed.get());
+    const std::wstring user = keypath::nameOf(hive);
+    if (name.empty() || user.empty() || _wcsicmp(name.c_str(), (user + L"_Classes").c_str()) != 0)
+        return false;
+    *opened = followed.release();
+    return true;
 }
 
 void RegistryPath::list(Walk& walk)
@@ -92,6 +131,8 @@ void RegistryPath::list(Walk& walk)
     // Values that cannot be listed do not lose the sub-keys.
     const LSTATUS values = reportValues(key.get(), walk);
     const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(key.get(), walk);
+    requireHive(values);
+    requireHive(keys);
     const LSTATUS failed = values != ERROR_SUCCESS && !keypath::isMissing(values) ? values : keys;
     if (failed != ERROR_SUCCESS && !keypath::isMissing(failed))
         throw ListingFailure{Exception(PLACE(kRegistryPathHeader, "RegistryPath::list", __LINE__),

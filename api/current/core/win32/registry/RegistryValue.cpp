@@ -107,7 +107,7 @@ bool RegistryValue::isThereIn(HKEY root, const wchar_t* subKey) const
 bool RegistryValue::hasValue(HKEY key) const
 {
     const LSTATUS status = RegQueryValueExW(key, getName(), nullptr, nullptr, nullptr, nullptr);
-    if (status != ERROR_FILE_NOT_FOUND && status != ERROR_KEY_DELETED)
+    if ((status != ERROR_FILE_NOT_FOUND && status != ERROR_KEY_DELETED) || isHiveGone(status))
         requireSuccess(status);
     return status == ERROR_SUCCESS;
 }

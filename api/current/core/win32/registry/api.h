@@ -41,13 +41,29 @@ SYSMAINT_API void* CreateRegistryValue(const wchar_t* name, HKEY root, const wch
 SYSMAINT_API void* CreateRegistryPath(const wchar_t* name, HKEY root, const wchar_t* subKey,
                                       unsigned long options);
 
-/// Makes the calling thread the user who is logged on at the active console session, until it calls
-/// RevertToSelf. Only the system's own account may ask for another session's user; to a process of any other
-/// account the user is itself, and it impersonates itself.
+/// The user that a process of the system's account means by "the current user": see SetCurrentUserSession.
+inline constexpr unsigned long kConsoleUser = 0xFFFFFFFF;
+inline constexpr unsigned long kProcessUser = 0xFFFFFFFE;
+
+/// Says for the whole process who the current user is: in HKEY_CURRENT_USER and HKEY_CLASSES_ROOT of all
+/// items made or first used from now on, for ImpersonateCurrentUser, and in the folder macros of a user
+/// (%appdata%, %localappdata%, %temp%, %userprofile%, %desktop%, %documents%; but a thread that impersonates
+/// somebody means him in those). `session` is kConsoleUser (as it is at first: the one who is logged on at
+/// the console, or while nobody is, the one of the only other active session, such as a Remote Desktop),
+/// kProcessUser (the process's own account) or a session's number. To a process that is not the system's own,
+/// such as a program that a user has started, the current user is itself, whatever is set. Returns 0.
+///
+/// That other sessions are asked, and whose folders the macros mean then, was proven with the system's
+/// answers simulated.
+SYSMAINT_API long SetCurrentUserSession(unsigned long session);
+
+/// Makes the calling thread the current user, until it calls RevertToSelf. Only the system's own account may
+/// ask for another session's user; to a process of any other account the user is itself, and it impersonates
+/// itself. A thread that impersonates somebody else already is no hindrance.
 ///
 /// Returns 0, or a code, and then the thread is as it was: 1312 when there is no console session at the
-/// moment; 1008 when nobody is logged on at it; 1314 to a process of the system account without the privilege
-/// to ask (SeTcbPrivilege); 126 or 127
-/// without wtsapi32.dll or its function; another of WTSQueryUserToken, ImpersonateSelf or
-/// ImpersonateLoggedOnUser.
+/// moment; 1008 when nobody is logged on at it, and neither anywhere else; 7022 when it is so and several
+/// others are active (SetCurrentUserSession tells which is meant); 1314 to a process of the system account
+/// without the privilege to ask (SeTcbPrivilege); 126 or 127 without wtsapi32.dll or its function; another of
+/// WTSQueryUserToken, ImpersonateSelf or ImpersonateLoggedOnUser.
 SYSMAINT_API long ImpersonateCurrentUser();

@@ -4,11 +4,14 @@
 ///
 /// Known without regard to case, in any number and at any place of the path: %windir%, %system%,
 /// %programfiles%, %programdata%, %appdata%, %localappdata%, %userprofile%, %desktop%, %documents% (the
-/// folders of those names), %temp% (the temporary folder of the process), %user_temp% (the user's own
-/// temporary folder below %localappdata%), %username%, %current% (the folder of the running application);
-/// after those any environment variable. Folders come without a closing backslash, except for the root of a
-/// drive, volume or share ("C:" would be the drive's current folder); a separator that follows such a value
-/// is left out, so "%temp%\x" is right with any value. A name that is none of these stays as it stands.
+/// folders of those names), %temp% (the temporary folder of the process, by its long names), %user_temp% (the
+/// user's own temporary folder below %localappdata%), %username%, %current% (the folder of the running
+/// application); after those any environment variable. Folders come without a closing backslash, except for
+/// the root of a drive, volume or share ("C:" would be the drive's current folder); a separator that follows
+/// such a value is left out, so "%temp%\x" is right with any value. A name that is none of these stays as it
+/// stands. In a process of the system's account, a service say, the folders of a user, %temp% too, are the
+/// current user's: who that is SetCurrentUserSession says (core/win32/registry/api.h); its codes are raised
+/// when there is none. A thread that impersonates somebody means him.
 ///
 /// Values are asked of the system at each call, with the identity of the calling thread; one object serves
 /// the whole process and any number of threads.

@@ -20,10 +20,16 @@ struct IFileSystemItem
     virtual ~IFileSystemItem() = default;
     /// The path as it was given, or as its macros were expanded. Owned by the item.
     [[nodiscard]] virtual const wchar_t* getPath() const = 0;
-    /// Makes the item on the system.
+    /// Makes the item on the system. A file that is hidden or the system's, which Windows does not make anew
+    /// (5), loses these marks first; one that is read-only refuses. (Proven with Windows' answer simulated.)
     virtual void create() = 0;
     /// Removes the item from the system: one file, or one empty folder. A link is removed, never its target;
     /// but a folder that a walk found raises 681 when it is a link by now.
+    ///
+    /// While somebody holds it (5, 32, 33; 145 when everything in a folder is being deleted), it is looked at
+    /// and tried again for about a second. What is deleted while others have it open keeps its name until the
+    /// last of them has closed it: when that takes longer than about a second, 303 (ERROR_DELETE_PENDING) is
+    /// raised. Costs one look at the name.
     virtual void deleteItem() = 0;
     /// Nonzero when something exists under the path.
     [[nodiscard]] virtual int exists() const = 0;

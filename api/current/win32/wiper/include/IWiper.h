@@ -20,8 +20,11 @@ enum WipeKind : std::uint32_t
 /// What data is overwritten with.
 enum WipeMethod : std::uint32_t
 {
-    kWipeZeros = 1,      ///< zeros
-    kWipeRandomText = 2, ///< UTF-16 text of ASCII letters and digits, the same in every chunk of one call
+    kWipeZeros = 1, ///< zeros
+    /// UTF-16 text of ASCII letters and digits, the same in every chunk of one call. It comes from rand(),
+    /// whose state is each thread's own and which this library never seeds: every thread that has not drawn
+    /// from it begins with the same text.
+    kWipeRandomText = 2,
     /// The 35 passes of Peter Gutmann, "Secure Deletion of Data from Magnetic and Solid-State Memory", 6th
     /// USENIX Security Symposium, 1996, all over one chunk before the next is touched.
     kWipeGutmann = 3,
@@ -70,12 +73,34 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 ///   so are those of a folder;
 /// - a file that is open elsewhere: nothing but its other streams can be overwritten (32), it goes on the
 ///   boot-time list;
-/// - a compressed, sparse or encrypted file, and any file on a medium that spreads its writes: it is
-///   overwritten through the file system, which may put the new bytes elsewhere; wipe the free space
-///   afterwards;
+/// - a sparse file: its holes are passed over, and leave the progress's total;
+/// - a file whose content is elsewhere (FILE_ATTRIBUTE_RECALL_ON_OPEN, FILE_ATTRIBUTE_RECALL_ON_DATA_ACCESS:
+/// the
+///   cloud): 4350, and it is not touched, unless kWipeCloudFiles has it fetched to be overwritten;
 /// - a file whose wipe is cancelled or fails once it is open: it is deleted, whatever part was overwritten
 ///   (WipeProgress tells how much); wipe the free space to reach the rest;
 /// - a path of any length, and names that end in a dot or a blank: as everywhere in the library.
+///
+/// What overwriting in place does not reach:
+/// - shadow copies (restore points, "previous versions"): the old content is copied there before it is
+///   overwritten;
+/// - volumes that write elsewhere or hold equal data once (ReFS, deduplication), compressed and encrypted
+/// files,
+///   and those that the system has compressed for itself (compact /exe): the old bytes become free space;
+/// - flash drives, which spread their writes and keep spare blocks;
+/// - the journals of the file system and of whatever else has copied the content.
+/// Of these, what becomes free space is reached by kWipeFreeSpace afterwards.
+///
+/// Files that others hold for a moment (5, 32, 33; for folders 145, while everything in them is on its way
+/// out) are looked at and tried again for about a second; the event is polled in between. Where all rights
+/// are refused (5), which include taking the file over, reading, writing and deleting are asked for. A file
+/// that others have open without being in the way is deleted in the POSIX way where the system has that, at
+/// the cost of one call; elsewhere its name is looked at afterwards, one call more. What is overwritten and
+/// marked, and has its name still after about a second, is 303 (ERROR_DELETE_PENDING): it goes when the
+/// others close it, and not on the boot-time list.
+///
+/// Of this, the POSIX deletion, less than all rights, cloud and sparse files and all that concerns real
+/// volumes (kWipePartition, files that end at 4 GiB) were proven with Windows' answers simulated.
 ///
 /// What paths mean is settled when `Wipe` is called: relative ones, those of a stack too, go by the folder
 /// that is current then. Each file and folder is looked at, opened as itself, right before it is opened to be
@@ -98,11 +123,14 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// The boot-time list is "ForceDelete.txt" in the Windows folder: a program that runs when the machine starts
 /// overwrites and deletes the files on it. Any number of threads and processes append to it, each line whole.
 /// Only what that program can find again goes there: files by their plain path below the root of a drive or
-/// volume of this machine. Left off are links and folders, roots and devices, streams, paths with wildcards
-/// or characters below 0x20, network paths, mapped drives and drives that stand for a folder (all three mean
-/// something in this session alone), drives that cannot be told, what is there but cannot be looked at, and
-/// the list itself. So is a path that was found changed (681, 1006). A list with half a character at its end
-/// gets no further line.
+/// volume of this machine; of a drive's letter that stands for a folder in this session alone, by that
+/// folder's own path. Left off are links and folders, roots and devices, streams, paths with wildcards or
+/// characters below 0x20, what is on the network by whatever name, drives that cannot be told, what cannot be
+/// looked at, what is not there (2, 3, 303, a file that was deleted before all of it was overwritten: whoever
+/// has its name by then is another), and the list itself. So is a path that was found changed (681, 1006).
+/// The machine has to be restarted: with Fast Startup "Shut down" does not run the program. On a Remote
+/// Desktop host the list is found only if the calling program is marked as aware of terminal servers
+/// (/TSAWARE). A list with half a character at its end gets no further line.
 struct IWiper
 {
     virtual ~IWiper() = default;
@@ -126,15 +154,20 @@ struct IWiper
     /// put on the boot-time list. One that is there already is taken for what an earlier run left when it is
     /// hidden: it is filled on and removed. Any other is left alone (183): whoever knows that it is no use to
     /// anybody, say on a file system that cannot hide files, deletes it first. When the volume is full before
-    /// all its free bytes are taken, the rest is filled in ever smaller pieces before the call fails with
-    /// 112. So does a file system whose files cannot be as large as its free space (FAT32: 4 GiB). By nature
-    /// it does not reach what is not free space: the names of deleted files in the file table and in the
-    /// folders where they stood, the contents of files so small that they were kept in the table (NTFS: some
-    /// 700 bytes; WipeFileTable reaches what is in the table), the journals of the file system, the ends of
-    /// other files' last clusters, shadow copies, and what the medium keeps aside.
+    /// all its free bytes are taken, the rest is filled in ever smaller pieces; less than 1 MiB that is left
+    /// then is the end, more is a failure (112). Where files cannot be as large as the free space (FAT32: 4
+    /// GiB), further ones follow, "FreeSpaceFile2.qmx" and so on; names that belong to others are passed
+    /// over, and those that an earlier run left beside the first are filled on and removed too. By nature it
+    /// does not reach what is not free space: the names of deleted files in the file table and in the folders
+    /// where they stood, the contents of files so small that they were kept in the table (NTFS: some 700
+    /// bytes; WipeFileTable reaches what is in the table), the journals of the file system, the ends of other
+    /// files' last clusters, shadow copies, and what the medium keeps aside.
     ///
     /// kWipePartition: overwrites the volume whose letter and colon `path` begins with, `passes` times, from
-    /// its first byte to the last that the file system counts. Nothing may be open on it.
+    /// its first byte to the last that the file system counts, and on to the end that the device tells
+    /// (IOCTL_DISK_GET_LENGTH_INFO), which raises the total; where it tells none, that is all. The volume is
+    /// locked and its file system dismounted first: nothing may be open on it, or the code of the lock is
+    /// returned (5) and nothing written.
     ///
     /// @param callback     called after every chunk if `progress` is given too; may be null
     /// @param progress     counts the bytes; not used without a callback; may be null
@@ -153,11 +186,12 @@ struct IWiper
     ///         null stack for a tree, or an unknown method; nothing is touched); 8; 1627 (no NtClose in
     ///         ntdll.dll); 0x80070057 (a volume path of less than three characters, or without letter and
     ///         colon); 681 (a folder on the way to an entry, or the filler's name, is a link now); 1006 (what
-    ///         was opened is another file than what was looked at; it stays); 5 (a folder where a file was to
-    ///         be); 267 (a file where a folder was to be); 183 (the filler's name is that of a file that is
-    ///         not hidden, or a second name of a file); 29
-    ///         (the system wrote nothing and gave no reason); what the callback raises, 574 if it is nothing
-    ///         with a code; otherwise the system's code of the call that failed
+    ///         was opened is another file than what was looked at; it stays); 303 (deleted, and others have
+    ///         it open still); 4350 (its content is elsewhere); 5 (a folder where a file was to be); 267 (a
+    ///         file where a folder was to be); 183 (the filler's name is that of a file that is not hidden,
+    ///         or a second name of a file); 29 (the system wrote nothing and gave no reason); what the
+    ///         callback raises, 574 if it is nothing with a code; otherwise the system's code of the call
+    ///         that failed
     virtual long Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t kind, const wchar_t* path,
                       DirectoryStack* stack, const IScanValidator* validator, std::uint32_t method,
                       std::uint32_t passes, HANDLE cancelEvent) = 0;

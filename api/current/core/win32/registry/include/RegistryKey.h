@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
@@ -12,8 +13,8 @@
 /// Deletes a key and what is below it, deepest first. `top` was opened as itself where it is a link (which
 /// has no sub-keys of its own), and is deleted by its handle: by name the system may go through the link and
 /// delete what it leads to. What somebody else deletes in between is gone as well. Raises the bare code of
-/// the first key that cannot be deleted.
-void deleteKeyTree(RegistryKeyHandle&& top);
+/// the first key that cannot be deleted. Returns whether nothing had gone before.
+bool deleteKeyTree(RegistryKeyHandle&& top);
 
 /// The logged-on user's hive, shared by the keys of one walk.
 using UserHive = SharedPtr<RegistryKeyHandle>;
@@ -129,6 +130,11 @@ protected:
     /// asked is. `root` is one of the two hives below HKEY_CLASSES_ROOT, `subKey` the key's path in it.
     /// Raises the bare code.
     [[nodiscard]] virtual bool isThereIn(HKEY root, const wchar_t* subKey) const;
+    /// Whether `status` says "deleted" because the whole hive of the user is gone: he has logged off, and his
+    /// keys are where they were.
+    [[nodiscard]] bool isHiveGone(long status) const noexcept;
+    /// Has the user's hive opened anew by the next that asks for it. Returns false without memory.
+    [[nodiscard]] bool dropHive() const noexcept;
     /// Opens it when it is there; the handle is empty otherwise.
     [[nodiscard]] RegistryKeyHandle openExisting(REGSAM access) const;
     /// Opens the key as open does, by its path below another root.
@@ -137,6 +143,7 @@ protected:
     /// Raises a bare 5 for a key that was made for reading only.
     void requireWritable() const;
     [[nodiscard]] REGSAM view() const noexcept;
+    [[nodiscard]] bool isOfCurrentUser() const noexcept { return m_root == HKEY_CURRENT_USER; }
 
 private:
     /// Whether the root is one that means the same to everybody.
@@ -159,6 +166,7 @@ private:
     mutable ReadWriteLock m_lock; // guards what is built on first request
     mutable std::optional<CachedPath> m_fullPath;
     mutable UserHive m_userHive;
+    mutable std::vector<UserHive> m_lostHives; // kept: another thread may still be asking them
 };
 
 /// The path of a key below another. Only a backslash separates: a slash or a colon is part of a name.

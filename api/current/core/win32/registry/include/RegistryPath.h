@@ -22,6 +22,9 @@ private:
     /// Opens the key; empty when it was deleted since it was found, and when it only stands for performance
     /// data. Raises a ListingFailure.
     [[nodiscard]] RegistryKeyHandle openToList(bool isRoot) const;
+    void requireHive(LSTATUS status) const;
+    [[nodiscard]] bool isUserClasses() const noexcept;
+    bool openUserClasses(HKEY hive, REGSAM access, HKEY* opened) const;
     /// Both return what the listing ended with; what was found until then is reported.
     LSTATUS reportValues(HKEY key, Walk& walk) const;
     LSTATUS reportKeys(HKEY key, Walk& walk) const;

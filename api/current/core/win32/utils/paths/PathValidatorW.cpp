@@ -12,6 +12,7 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/PathValidatorA.h"
 #include "core/win32/utils/paths/include/ShellFolder.h"
+#include "core/win32/utils/paths/include/UserSession.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
@@ -63,6 +64,43 @@ std::wstring applicationFolder()
     return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
+std::wstring userTemporaryFolder()
+{
+    return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp"));
+}
+
+/// Whether one of the variables names the temporary folder. Without them the system would give the user's profile
+/// or the Windows folder, and what is relative would mean another folder each time: a cleaner would empty it.
+void requireTemporaryFolder()
+{
+    wchar_t text[MAX_PATH + 2];
+    DWORD length = 0;
+    for (const wchar_t* name : {L"TMP", L"TEMP"}) // as the system goes through them
+        if (length == 0)
+            length = GetEnvironmentVariableW(name, text, static_cast<DWORD>(std::size(text)));
+    if (length == 0)
+        raiseCode(ERROR_ENVVAR_NOT_FOUND);
+    const bool isAbsolute = length >= std::size(text) || // too long to be told here, and for a relative one
+                            (length > 2 && text[1] == L':' && isSeparator(text[2])) ||
+                            (length > 2 && isSeparator(text[0]) && isSeparator(text[1]));
+    if (!isAbsolute)
+        raiseCode(ERROR_BAD_PATHNAME);
+}
+
+/// The process's own, unless the current user is another: the variables of a service are not the user's.
+/// Windows shortens names in it to 8.3 for users with long ones.
+std::wstring temporaryFolder()
+{
+    if (!usersession::isOwn())
+        return userTemporaryFolder();
+    requireTemporaryFolder();
+    std::wstring folder = systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); });
+    if (folder.find(L'~') == std::wstring::npos ||
+        GetFileAttributesW(folder.c_str()) == INVALID_FILE_ATTRIBUTES)
+        return folder; // one that is not there has no long name
+    return systemText([&](wchar_t* t, DWORD n) { return GetLongPathNameW(folder.c_str(), t, n); });
+}
+
 struct Macro
 {
     std::wstring_view name; // folded
@@ -76,8 +114,8 @@ const Macro kMacros[] = {
     {L"PROGRAMDATA", [] { return shellFolder(CSIDL_COMMON_APPDATA); }},
     {L"APPDATA", [] { return shellFolder(CSIDL_APPDATA); }},
     {L"LOCALAPPDATA", [] { return shellFolder(CSIDL_LOCAL_APPDATA); }},
-    {L"TEMP", [] { return systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); }); }},
-    {L"USER_TEMP", [] { return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp")); }},
+    {L"TEMP", [] { return temporaryFolder(); }},
+    {L"USER_TEMP", [] { return userTemporaryFolder(); }},
     {L"USERPROFILE", [] { return shellFolder(CSIDL_PROFILE); }},
     {L"DESKTOP", [] { return shellFolder(CSIDL_DESKTOPDIRECTORY); }},
     {L"DOCUMENTS", [] { return shellFolder(CSIDL_PERSONAL); }},

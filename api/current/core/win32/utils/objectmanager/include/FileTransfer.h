@@ -30,12 +30,13 @@ inline long write(HANDLE file, const void* source, unsigned long long size) noex
 {
     const auto* at = static_cast<const unsigned char*>(source);
     while (size != 0) {
+        const auto wanted = static_cast<DWORD>(std::min<unsigned long long>(size, kLargest));
         DWORD put = 0;
-        if (!WriteFile(file, at, static_cast<DWORD>(std::min<unsigned long long>(size, kLargest)), &put,
-                       nullptr))
+        if (!WriteFile(file, at, wanted, &put, nullptr))
             return lastError();
         if (put == 0)
             return ERROR_WRITE_FAULT;
+        put = std::min(put, wanted); // some systems tell more than they were given
         at += put;
         size -= put;
     }

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+/// Whether the volume of a drive such as "D:\" holds shadow copies (restore points, "previous versions").
+/// False also when the system does not tell, say because the caller is no administrator. What it tells was
+/// proven with its answer simulated.
+bool hasShadowCopies(const std::wstring& drive);

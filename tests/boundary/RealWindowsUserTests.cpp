@@ -1,0 +1,315 @@
+// Whose registry and whose folders are meant where Windows has several users, and what becomes of them when
+// one logs off. The system's answers are put in its mouth.
+
+#include <windows.h>
+
+#include <wtsapi32.h>
+
+#include <set>
+#include <tuple>
+
+#include "boundary/RegistryTest.h"
+#include "core/win32/utils/paths/api.h"
+
+namespace {
+using Enumerate = BOOL(WINAPI*)(HANDLE, DWORD, DWORD, PWTS_SESSION_INFOW*, DWORD*);
+
+/// The sessions of a machine, as a service of the system's account sees them.
+class Sessions : public testing::Test
+{
+protected:
+    Sessions()
+    {
+        asked.clear(), sessions.clear(), users.clear();
+        refusesClients = false;
+        addresses.setHook([](auto original, HMODULE library, LPCSTR name) {
+            const std::pair<const char*, void*> ours[] = {
+                {"WTSQueryUserToken", reinterpret_cast<void*>(&queryToken)},
+                {"WTSEnumerateSessionsW", reinterpret_cast<void*>(&enumerate)},
+                {"WTSFreeMemory", reinterpret_cast<void*>(+[](PVOID) {})},
+                {"SHGetFolderPathW", reinterpret_cast<void*>(&folderOf)}};
+            for (const auto& [own, function] : ours)
+                if (std::strcmp(name, own) == 0)
+                    return reinterpret_cast<FARPROC>(function);
+            return original(library, name);
+        });
+        consoles.setHook([this](auto) { return console; });
+        sids.setHook([this](auto...) -> BOOL { return isSystem; });
+    }
+    ~Sessions() override
+    {
+        SetCurrentUserSession(kConsoleUser);
+        RevertToSelf();
+    }
+
+    static BOOL WINAPI queryToken(ULONG session, PHANDLE token)
+    {
+        asked.push_back(session);
+        if (refusesClients && isImpersonating()) {
+            SetLastError(ERROR_PRIVILEGE_NOT_HELD);
+            return FALSE;
+        }
+        SetLastError(ERROR_NO_TOKEN);
+        return users.count(session) != 0 && OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, token);
+    }
+    static BOOL WINAPI enumerate(HANDLE, DWORD, DWORD, PWTS_SESSION_INFOW* found, DWORD* count)
+    {
+        *found = sessions.data(), *count = static_cast<DWORD>(sessions.size());
+        return TRUE;
+    }
+    static HRESULT WINAPI folderOf(HWND, int, HANDLE token, DWORD, LPWSTR path)
+    {
+        std::wcscpy(path, token != nullptr ? L"C:\\Users\\somebody" : L"C:\\Windows\\systemprofile");
+        return S_OK;
+    }
+    static std::wstring expanded(const wchar_t* macro, long code = 0)
+    {
+        wchar_t path[MAX_PATH];
+        std::wcscpy(path, macro);
+        EXPECT_EQ(DllGetPathValidatorW()->validate(path, MAX_PATH, nullptr), code) << macro;
+        return path;
+    }
+
+    static inline std::vector<ULONG> asked;
+    static inline std::vector<WTS_SESSION_INFOW> sessions;
+    static inline std::set<ULONG> users; // the sessions that somebody is logged on to
+    static inline bool refusesClients = false;
+    DWORD console = 1;
+    bool isSystem = true;
+    CountedImport<"GetProcAddress", decltype(&GetProcAddress)> addresses{sysmaintModule()};
+    CountedImport<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> consoles{
+        sysmaintModule()};
+    CountedImport<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids{sysmaintModule()};
+};
+} // namespace
+
+TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
+{
+    const struct
+    {
+        DWORD console;
+        std::vector<std::pair<ULONG, WTS_CONNECTSTATE_CLASS>> sessions;
+        std::set<ULONG> users;
+        DWORD chosen;
+        unsigned long code;
+        std::vector<ULONG> asked;
+    } rows[] = {{1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
+                {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
+                {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1}},
+                {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
+                {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
+                {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
+                {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
+                {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
+                {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
+    for (const auto& row : rows) {
+        console = row.console, users = row.users, asked.clear(), sessions.clear();
+        for (const auto& [number, state] : row.sessions)
+            sessions.push_back({number, nullptr, state});
+        EXPECT_EQ(SetCurrentUserSession(row.chosen), 0);
+        SCOPED_TRACE(testing::Message() << &row - rows);
+        EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }), row.code);
+        EXPECT_EQ(asked, row.asked);
+        EXPECT_FALSE(isImpersonating());
+        asked.clear();
+        EXPECT_EQ(ImpersonateCurrentUser(), static_cast<long>(row.code));
+        EXPECT_EQ(isImpersonating(), row.code == 0);
+        RevertToSelf();
+        // The folders are the same user's, but for those of the machine.
+        EXPECT_EQ(expanded(L"%programdata%"), L"C:\\Windows\\systemprofile");
+        const bool own = row.chosen == kProcessUser;
+        const std::wstring profile = own ? L"C:\\Windows\\systemprofile" : L"C:\\Users\\somebody";
+        for (const wchar_t* macro : {L"%appdata%", L"%localappdata%", L"%userprofile%", L"%desktop%"})
+            EXPECT_TRUE(expanded(macro, static_cast<long>(row.code)) == profile || row.code != 0) << macro;
+        EXPECT_TRUE((expanded(L"%temp%", static_cast<long>(row.code)) == profile + L"\\Temp") != own ||
+                    row.code != 0);
+    }
+    // A program that is not the system's is its own user, whoever is logged on.
+    isSystem = false, console = 1;
+    SetCurrentUserSession(kConsoleUser);
+    EXPECT_EQ(expanded(L"%appdata%"), L"C:\\Windows\\systemprofile");
+}
+
+TEST_F(Sessions, AThreadThatStandsForAClientAsksAsTheProcess)
+{
+    users = {1};
+    refusesClients = true;
+    for (const bool fails : {false, true}) {
+        ASSERT_TRUE(ImpersonateSelf(SecurityIdentification));
+        CountedImport<"ImpersonateLoggedOnUser", decltype(&ImpersonateLoggedOnUser)> changes(
+            sysmaintModule());
+        changes.failCall(fails ? 1 : 0, FALSE, ERROR_NOT_ENOUGH_QUOTA);
+        asked.clear();
+        EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }),
+                  fails ? ERROR_NOT_ENOUGH_QUOTA : 0UL);
+        EXPECT_EQ(asked.size(), 2U);
+        EXPECT_TRUE(isImpersonating()) << "the client again";
+        RevertToSelf();
+    }
+    ASSERT_TRUE(ImpersonateSelf(SecurityIdentification));
+    users.clear();
+    EXPECT_EQ(ImpersonateCurrentUser(), ERROR_NO_TOKEN);
+    EXPECT_TRUE(isImpersonating());
+}
+
+TEST_F(Sessions, ShortNamesInTheTemporaryFolderAreMadeLong)
+{
+    isSystem = false;
+    const std::wstring folder = scratchFolder() + L"\\ADMINI~1";
+    CountedImport<"GetTempPathW", decltype(&GetTempPathW)> temporary(sysmaintModule());
+    temporary.setHook([&](auto, DWORD, LPWSTR path) {
+        std::wcscpy(path, (folder + L"\\").c_str());
+        return static_cast<DWORD>(folder.size() + 1);
+    });
+    CountedImport<"GetLongPathNameW", decltype(&GetLongPathNameW)> longNames(sysmaintModule());
+    longNames.setHook([](auto, LPCWSTR, LPWSTR path, DWORD) {
+        std::wcscpy(path, L"C:\\Users\\administrator\\");
+        return 23UL;
+    });
+    EXPECT_EQ(expanded(L"%temp%"), folder) << "one that is not there has no other name";
+    CreateDirectoryW(folder.c_str(), nullptr);
+    EXPECT_EQ(expanded(L"%temp%"), L"C:\\Users\\administrator");
+}
+
+namespace {
+/// The user's hive goes when he logs off: every handle of it that was opened until then is dead.
+class Logoff : public Registry
+{
+protected:
+    Logoff()
+    {
+        const auto answer = [this](auto original, HKEY key, auto... rest) {
+            handles.insert(key);
+            return dead.count(key) != 0 ? LSTATUS{ERROR_KEY_DELETED} : original(key, rest...);
+        };
+        opens.setHook(
+            [this](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
+                handles.insert(key);
+                if (dead.count(key) != 0 || path == deleted)
+                    return LSTATUS{ERROR_KEY_DELETED};
+                const LSTATUS status = original(key, path, options, access, opened);
+                handles.insert(*opened), dead.erase(*opened); // the number may be one that was closed
+                return status;
+            });
+        hives.setHook([this](auto original, REGSAM access, PHKEY hive) {
+            const LSTATUS status = original(access, hive);
+            handles.insert(*hive), dead.erase(*hive);
+            if (isBackInVain)
+                logOff();
+            return status;
+        });
+        infos.setHook(answer), keys.setHook(answer), values.setHook(answer), queries.setHook(answer);
+    }
+    void logOff() { dead = handles; }
+
+    std::set<HKEY> handles, dead;
+    bool isBackInVain = false;
+    std::wstring deleted = L"?"; // a key that is
+    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens{sysmaintModule()};
+    CountedImport<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> hives{sysmaintModule()};
+    CountedImport<"RegQueryInfoKeyW", decltype(&RegQueryInfoKeyW)> infos{sysmaintModule()};
+    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys{sysmaintModule()};
+    CountedImport<"RegEnumValueW", decltype(&RegEnumValueW)> values{sysmaintModule()};
+    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries{sysmaintModule()};
+};
+} // namespace
+
+TEST_F(Logoff, NothingIsCalledMissingThatIsInAHiveThatIsGone)
+{
+    addKey(L"key");
+    addValue(L"value", "abc");
+    const std::wstring path = kRoot + L"\\key";
+    const KeyPtr key = keyOf(path);
+    const ValuePtr value = valueOf(kRoot, L"value"), data = valueOf(kRoot, L"value");
+    EXPECT_EQ(key->exists(), 1);
+    EXPECT_EQ(value->exists(), 1);
+    EXPECT_EQ(data->getValueType(), DWORD{REG_BINARY});
+    deleted = path;
+    EXPECT_EQ(key->exists(), 0) << "the key, and not the hive";
+    deleted = L"?";
+    logOff();
+    EXPECT_EQ(codeOf([&] { static_cast<void>(keyOf(path)->exists()); }), 0U);
+    EXPECT_EQ(codeOf([&] { key->deleteItem(); }), ERROR_KEY_DELETED)
+        << "whose hive it is now nobody can tell";
+    EXPECT_TRUE(hasKey(root, L"key"));
+    EXPECT_EQ(key->exists(), 1); // opened anew
+    EXPECT_EQ(value->exists(), 1);
+    EXPECT_EQ(dataOf(*data), "abc");
+    logOff();
+    isBackInVain = true;
+    EXPECT_EQ(codeOf([&] { static_cast<void>(key->exists()); }), ERROR_KEY_DELETED);
+    EXPECT_EQ(codeOf([&] { static_cast<void>(value->exists()); }), ERROR_KEY_DELETED);
+    isBackInVain = false;
+    // The value's key was open already.
+    const ValuePtr other = valueOf(kRoot, L"value");
+    queries.setHook([this](auto...) {
+        logOff();
+        return LSTATUS{ERROR_KEY_DELETED};
+    });
+    EXPECT_EQ(codeOf([&] { static_cast<void>(other->exists()); }), ERROR_KEY_DELETED);
+}
+
+TEST_F(Logoff, AScanEndsWithItAndTheNextBeginsAnew)
+{
+    for (const wchar_t* name : {L"a", L"a\\b", L"c"})
+        addKey(name);
+    ASSERT_EQ(RSEngineAddPath(engine, HKEY_CURRENT_USER, kRoot.c_str()), 0);
+    SharedPtr<ScanItem> found;
+    for (int number = 1; number <= 4; ++number) { // the item after which he logs off
+        collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+            found = item;
+            if (collector.calls == number)
+                logOff();
+        };
+        EXPECT_EQ(scanAdded(), number == 4 ? 0 : ERROR_KEY_DELETED) << number;
+        EXPECT_EQ(collector.calls, number < 3 ? 2 : 3) << number; // names are read before they are told
+    }
+    // What was found in that hive is looked for in no other.
+    logOff();
+    EXPECT_EQ(codeOf([&] { static_cast<void>(dynamic_cast<IRegistryKey&>(*found).exists()); }),
+              ERROR_KEY_DELETED);
+    RSEngineClear(engine);
+}
+
+TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
+{
+    const std::wstring classes = L"Software\\Classes", inner = classes + L"\\sysmaint-test";
+    addKey(L"link"); // what it looks like as itself: empty
+    HKEY made = nullptr;
+    ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, inner.c_str(), &made), 0);
+    RegCloseKey(made);
+    HANDLE followed = nullptr;
+    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
+    opens.setHook([&](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
+        const bool isIt = _wcsicmp(path, classes.c_str()) == 0;
+        const bool asLink = isIt && (options & REG_OPTION_OPEN_LINK) != 0;
+        const LSTATUS status =
+            original(key, asLink ? (kRoot + L"\\link").c_str() : path, options, access, opened);
+        followed = isIt && !asLink ? *opened : followed;
+        return status;
+    });
+    std::wstring name;
+    CountedImport<"NtQueryKey", NTSTATUS(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)> names(sysmaintModule());
+    names.setHook([&](auto original, HANDLE key, int what, PVOID result, ULONG size, PULONG length) {
+        if (key != followed)
+            return original(key, what, result, size, length);
+        *static_cast<ULONG*>(result) = static_cast<ULONG>(name.size() * sizeof(wchar_t));
+        std::wcscpy(reinterpret_cast<wchar_t*>(static_cast<ULONG*>(result) + 1), name.c_str());
+        return NTSTATUS{0};
+    });
+    HKEY hive = nullptr;
+    ASSERT_EQ(RegOpenCurrentUser(KEY_READ, &hive), 0);
+    const std::wstring user = keyName(hive);
+    RegCloseKey(hive);
+    for (const auto& [target, isFollowed] : {std::pair{user + L"_Classes", true},
+                                             {user + L"_CLASSES", true},
+                                             {user + L"_Other", false},
+                                             {std::wstring(L"\\REGISTRY\\USER\\S-1-5-18_Classes"), false},
+                                             {std::wstring(), false}}) {
+        name = target, followed = nullptr;
+        EXPECT_EQ(scan(L"Software", 3), 0);
+        EXPECT_EQ(collector.paths.count(L"HKEY_CURRENT_USER\\" + classes), 1U);
+        EXPECT_EQ(collector.paths.count(L"HKEY_CURRENT_USER\\" + inner), isFollowed ? 1U : 0U) << target;
+    }
+    RegDeleteKeyW(HKEY_CURRENT_USER, inner.c_str());
+}
