@@ -128,5 +128,6 @@ unsigned long ComValue::getNumber() const
 
 bool ComValue::isOtherText(const wchar_t* text) const noexcept
 {
-    return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr && std::wcscmp(m_value.bstrVal, text) != 0;
+    return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr && *m_value.bstrVal != L'\0' &&
+           std::wcscmp(m_value.bstrVal, text) != 0;
 }

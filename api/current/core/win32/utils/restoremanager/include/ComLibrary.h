@@ -121,7 +121,7 @@ public:
     [[nodiscard]] VARIANT* receive() noexcept { return &m_value; }
     /// The 32-bit number that it holds. Raises a bare 13 when it holds anything else.
     [[nodiscard]] unsigned long getNumber() const;
-    /// Whether it holds a text, and another one than this.
+    /// Whether it holds a text that is not empty, and another one than this.
     [[nodiscard]] bool isOtherText(const wchar_t* text) const noexcept;
 
 private:
