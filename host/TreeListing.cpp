@@ -32,11 +32,10 @@ public:
 private:
     void addFile(const std::wstring& path, const IFile* file)
     {
-        long code = ERROR_SUCCESS;
-        const DWORD names = countNames(literalPath(path), code);
-        if (names == 0 && code != ERROR_FILE_NOT_FOUND) // gone is not unknown
-            m_listing.failures.push_back({path, code});
-        if (names > 1) {
+        const FoundFile found = findFile(literalPath(path));
+        if (found.names == 0 && found.code != ERROR_FILE_NOT_FOUND) // gone is not unknown
+            m_listing.failures.push_back({path, found.code});
+        if (found.names > 1) {
             m_listing.linked.push_back(path);
             m_listing.entries.back().skip = !m_withLinked;
         }
@@ -52,18 +51,18 @@ private:
 };
 } // namespace
 
-DWORD countNames(const std::wstring& literal, long& code)
+FoundFile findFile(const std::wstring& literal)
 {
     const OwnedHandle file(::CreateFileW(
         literal.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
         nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     BY_HANDLE_FILE_INFORMATION info;
-    if (file.get() == INVALID_HANDLE_VALUE || !GetFileInformationByHandle(file.get(), &info)) {
-        code = static_cast<long>(GetLastError());
-        return 0;
-    }
+    if (file.get() == INVALID_HANDLE_VALUE || !GetFileInformationByHandle(file.get(), &info))
+        return {0, static_cast<long>(GetLastError())};
     const bool folder = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    return folder || info.nNumberOfLinks <= 1 || isLink(literal) ? 1 : info.nNumberOfLinks;
+    return {folder || info.nNumberOfLinks <= 1 || isLink(literal) ? 1 : info.nNumberOfLinks, ERROR_SUCCESS,
+            info.dwVolumeSerialNumber,
+            (static_cast<std::uint64_t>(info.nFileIndexHigh) << 32U) | info.nFileIndexLow};
 }
 
 std::wstring pathOf(const DirectoryStackEntry& entry)

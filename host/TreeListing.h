@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,20 @@ struct TreeListing
     std::vector<Failure> failures;    // what could not be listed, or of which the names could not be counted
 };
 
-/// How many names a file has; a link counts as one. Sets `code` and returns 0 when that cannot be told.
-DWORD countNames(const std::wstring& literal, long& code);
+/// What stands under a path, links not followed.
+struct FoundFile
+{
+    DWORD names = 0; ///< of a file with several hard links all of them, else 1; 0 when it cannot be told
+    long code = 0;   ///< why
+    DWORD volume = 0;
+    std::uint64_t index = 0;
+
+    [[nodiscard]] bool isSame(const FoundFile& other) const
+    {
+        return names != 0 && other.names != 0 && volume == other.volume && index == other.index;
+    }
+};
+FoundFile findFile(const std::wstring& literal);
 
 /// The full path of an entry.
 std::wstring pathOf(const DirectoryStackEntry& entry);

@@ -57,13 +57,15 @@ arguments, 130 cancelled.
 example: sysmaint wipe tree "C:\Temp\old reports" --method random --passes 3
 )";
 
-/// Keeps the folder that a target is in from being renamed or exchanged for another.
-OwnedHandle holdParent(const WipeTarget& target)
+/// Keeps a folder from being renamed or exchanged for another. Only an access that counts for sharing does.
+OwnedHandle holdFolder(const std::wstring& literal, DWORD flags = 0)
 {
-    return OwnedHandle(::CreateFileW(target.parent().c_str(), FILE_READ_ATTRIBUTES,
+    return OwnedHandle(::CreateFileW(literal.c_str(), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES,
                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+                                     flags | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
+
+constexpr const wchar_t* kAnother = L"left alone, because it is not what was shown any more";
 
 /// Shows what is about to happen and asks.
 Answer confirm(const WipeOptions& options, const std::wstring& what, bool files)
@@ -89,18 +91,24 @@ int exitCodeOf(Answer answer)
     return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
 }
 
-/// Whether a file may go: it is there, and has no name besides this one. Says why not.
-bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path)
+/// Whether a file may go: it is there, is the one that was `shown` if that is known, and has no name besides
+/// this one. Says why not.
+bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path,
+           const FoundFile* shown = nullptr)
 {
-    long code = ERROR_SUCCESS;
-    const DWORD names = countNames(literalPath(path), code);
-    if (names == 0) {
-        run.fail(path, code);
+    const FoundFile found = findFile(literalPath(path));
+    if (found.names == 0) {
+        run.fail(path, found.code);
         return false;
     }
-    if (names > 1 && !options.hardLinks) {
+    if (shown != nullptr && !found.isSame(*shown)) {
+        run.leave(path, kAnother, false);
+        return false;
+    }
+    if (found.names > 1 && !options.hardLinks) {
         run.leave(path,
-                  L"left alone, because the file has " + formatCount(names) + L" names (see --hard-links)",
+                  L"left alone, because the file has " + formatCount(found.names) +
+                      L" names (see --hard-links)",
                   false);
         return false;
     }
@@ -110,6 +118,7 @@ bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path)
 int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words)
 {
     std::vector<WipeTarget> targets;
+    std::vector<FoundFile> shown;
     std::vector<OwnedHandle> held;
     WipeRun run(options);
     std::uint64_t bytes = 0;
@@ -117,7 +126,7 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
         if (!word.empty() && (word.back() == L'\\' || word.back() == L'/'))
             throw UsageError{printable(word) + L" is written as a folder; say tree"};
         const WipeTarget target(word);
-        held.push_back(holdParent(target));
+        held.push_back(holdFolder(target.parent()));
         requireUnprotected(target);
         const DWORD attributes = GetFileAttributesW(target.literal().c_str());
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
@@ -127,6 +136,7 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
         messages().writeLine(L"  " + printable(target.text()));
         bytes += sizeOfFile(target.literal());
         targets.push_back(target);
+        shown.push_back(findFile(target.literal()));
     }
     if (targets.empty())
         return run.finish();
@@ -135,12 +145,13 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
     if (answer != Answer::kYes)
         return exitCodeOf(answer);
     run.expect(bytes);
-    for (const WipeTarget& target : targets) {
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        const std::wstring& path = targets[i].text();
         if (isCancelled()) {
             run.cancel();
-            run.leave(target.text(), L"cancelled, it is still there", true);
-        } else if (mayGo(run, options, target.text())) { // once more: a name may have been added
-            run.wipeFile(target.text(), false);
+            run.leave(path, L"cancelled, it is still there", true);
+        } else if (mayGo(run, options, path, &shown[i])) { // once more: a name may have been added
+            run.wipeFile(path);
         }
     }
     return run.finish();
@@ -163,7 +174,7 @@ void showListed(const TreeListing& listing, const WipeOptions& options)
 }
 
 /// Wipes from the back. What cannot go stays, and with it the folders that it is in.
-void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run)
+void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run, OwnedHandle& root)
 {
     std::unordered_set<std::wstring> kept;
     const auto keep = [&](const std::wstring& path) {
@@ -180,12 +191,14 @@ void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run)
         const DirectoryStackEntry& top = entries.back();
         const std::wstring path = pathOf(top);
         bool stays = false;
+        if (entries.size() == 1)
+            root.reset(); // which may be what goes last
         if (top.isDirectory)
             stays = !top.skip && kept.count(path) == 0 && !run.removeFolder(path);
         else if (top.skip)
             run.leave(path, L"left alone, because it has other names", false), stays = true;
         else
-            stays = !mayGo(run, options, path) || !run.wipeFile(path, true);
+            stays = !mayGo(run, options, path) || !run.wipeFile(path);
         if (stays)
             keep(path);
     }
@@ -199,7 +212,9 @@ void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run)
 int wipeTree(const WipeOptions& options, const std::wstring& word)
 {
     const WipeTarget target(word);
-    const OwnedHandle held = holdParent(target);
+    const OwnedHandle parent = holdFolder(target.parent());
+    OwnedHandle root = holdFolder(target.literal(), FILE_FLAG_OPEN_REPARSE_POINT);
+    const FoundFile shown = findFile(target.literal());
     requireUnprotected(target);
     WipeRun run(options);
     const DWORD attributes = GetFileAttributesW(target.literal().c_str());
@@ -227,8 +242,13 @@ int wipeTree(const WipeOptions& options, const std::wstring& word)
                                   true);
     if (answer != Answer::kYes)
         return exitCodeOf(answer);
+    if (!findFile(target.literal()).isSame(shown)) {
+        run.leave(target.text(), kAnother, false);
+        return run.finish();
+    }
     run.expect(listing.bytes);
-    wipeListed(listing, options, run);
+    run.setTree(target.text());
+    wipeListed(listing, options, run, root);
     return run.finish();
 }
 

@@ -61,8 +61,9 @@ long WipeRun::call(std::uint32_t kind, const std::wstring& path, DirectoryStack*
     return code;
 }
 
-bool WipeRun::wipeFile(const std::wstring& path, bool ofTree)
+bool WipeRun::wipeFile(const std::wstring& path)
 {
+    const bool ofTree = !m_tree.empty();
     const std::wstring literal = literalPath(path);
     const std::uint64_t size = sizeOfFile(literal);
     const std::uint64_t doneBefore = m_progress.done;
@@ -73,7 +74,7 @@ bool WipeRun::wipeFile(const std::wstring& path, bool ofTree)
         one.push_back(
             {HeapStringW(path.c_str() + slash + 1), HeapStringW(path.c_str(), slash), false, false});
     m_wiper->setNeedsReboot(0);
-    const long code = ofTree ? call(kWipeDirectoryStack, path, &one, m_options.passes)
+    const long code = ofTree ? call(kWipeDirectoryStack, m_tree, &one, m_options.passes)
                              : call(kWipeFile, path, nullptr, m_options.passes);
     if (isGone(literal)) {
         if (code == ERROR_SUCCESS)
@@ -135,7 +136,7 @@ bool WipeRun::removeFolder(const std::wstring& path)
 {
     DirectoryStack one;
     one.push_back({HeapStringW(path.c_str()), L"", true, false});
-    const long code = call(kWipeDirectoryStack, path, &one, m_options.passes);
+    const long code = call(kWipeDirectoryStack, m_tree, &one, m_options.passes);
     if (code != ERROR_SUCCESS && code != ERROR_CANCELLED)
         fail(path, code);
     return code == ERROR_SUCCESS;

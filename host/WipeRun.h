@@ -31,9 +31,12 @@ public:
 
     /// Sets what all calls that are to come will write in each pass.
     void expect(std::uint64_t bytes) { m_progress.total = bytes * m_options.passes; }
-    /// Wipes one file that is there, as a single one (kWipeFile) or as one of a tree, which never waits for
+    /// The folder that all files and folders to come are of. Who puts a link in its place or in that of a
+    /// folder below it keeps what is behind from being wiped (681).
+    void setTree(const std::wstring& root) { m_tree = root; }
+    /// Wipes one file that is there, as a single one (kWipeFile) or as one of the tree, which never waits for
     /// the restart. True when it is gone with all its data.
-    bool wipeFile(const std::wstring& path, bool ofTree);
+    bool wipeFile(const std::wstring& path);
     /// Removes a folder that should be empty by now.
     bool removeFolder(const std::wstring& path);
     /// All passes over the free space of a drive, with the table of files if it is asked for, or over the
@@ -82,6 +85,7 @@ private:
     unsigned long long m_failed = 0;
     unsigned long long m_waiting = 0;
     bool m_cancelled = false;
+    std::wstring m_tree; // empty for single files
 };
 
 /// "1 file", "2 files"

@@ -26,9 +26,13 @@ DirectoryPtr folderAt(const std::wstring& path)
     return DirectoryPtr(DllGetDirectory(path.c_str(), 0));
 }
 
+/// Raises the code as the last error.
 std::wstring expanded(const std::wstring& path)
 {
-    return DirectoryPtr(DllGetDirectory(path.c_str(), 1))->getPath();
+    const DirectoryPtr folder(DllGetDirectory(path.c_str(), 1));
+    if (!folder)
+        throw static_cast<long>(GetLastError());
+    return folder->getPath();
 }
 
 std::string content(IFile& file)
@@ -225,6 +229,19 @@ TEST(ScanItems, FolderMacros)
     SetEnvironmentVariableW(L"TMP", L"C:\\windows\\");
     EXPECT_EQ(expanded(L"%temp%"), L"C:\\windows");
     EXPECT_EQ(expanded(L"%temp%x"), L"C:\\windowsx");
+    // Without a variable the system would name the user's profile or the Windows folder.
+    wchar_t second[MAX_PATH] = L"";
+    GetEnvironmentVariableW(L"TEMP", second, MAX_PATH);
+    const std::tuple<const wchar_t*, const wchar_t*, unsigned long> unfit[] = {
+        {nullptr, nullptr, ERROR_ENVVAR_NOT_FOUND}, {L"", L"", ERROR_ENVVAR_NOT_FOUND},
+        {L".", L"C:\\windows", ERROR_BAD_PATHNAME}, {nullptr, L"\\", ERROR_BAD_PATHNAME},
+        {L"C:", nullptr, ERROR_BAD_PATHNAME},       {L"C:x", nullptr, ERROR_BAD_PATHNAME}};
+    for (const auto& [tmp, temp, code] : unfit) {
+        SetEnvironmentVariableW(L"TMP", tmp);
+        SetEnvironmentVariableW(L"TEMP", temp);
+        EXPECT_EQ(codeOf([] { expanded(L"%temp%\\x"); }), code);
+    }
+    SetEnvironmentVariableW(L"TEMP", second);
     SetEnvironmentVariableW(L"TMP", temporary);
 
     Replaced<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names;

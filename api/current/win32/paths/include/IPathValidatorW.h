@@ -4,7 +4,8 @@
 ///
 /// Known without regard to case, in any number and at any place of the path: %windir%, %system%,
 /// %programfiles%, %programdata%, %appdata%, %localappdata%, %userprofile%, %desktop%, %documents% (the
-/// folders of those names), %temp% (the temporary folder of the process, by its long names), %user_temp% (the
+/// folders of those names), %temp% (the temporary folder of the process, by its long names, as the variable
+/// TMP or else TEMP names it), %user_temp% (the
 /// user's own temporary folder below %localappdata%), %username%, %current% (the folder of the running
 /// application); after those any environment variable. Folders come without a closing backslash, except for
 /// the root of a drive, volume or share ("C:" would be the drive's current folder); a separator that follows
@@ -25,7 +26,9 @@ struct IPathValidatorW
     /// null
     /// @return 0; 87 (null path); 1168 (it holds no known macro; nothing is written); 234 (it holds one, and
     ///         the expanded path does not fit `capacity`; the path is left as it is); 8; or the system's code
-    ///         for a folder that cannot be had
+    ///         for a folder that cannot be had: 203 for %temp% when neither variable is set, 161 when it is
+    ///         no absolute path; the system's own choice, the user's profile or the Windows folder, is not
+    ///         taken
     virtual long validate(wchar_t* path, unsigned long capacity, unsigned long* needed) = 0;
 
 protected:

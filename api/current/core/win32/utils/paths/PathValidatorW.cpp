@@ -69,8 +69,9 @@ std::wstring userTemporaryFolder()
     return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp"));
 }
 
-/// Whether one of the variables names the temporary folder. Without them the system would give the user's profile
-/// or the Windows folder, and what is relative would mean another folder each time: a cleaner would empty it.
+/// Whether one of the variables names the temporary folder. Without them the system would give the user's
+/// profile or the Windows folder, and what is relative would mean another folder each time: a cleaner would
+/// empty it.
 void requireTemporaryFolder()
 {
     wchar_t text[MAX_PATH + 2];
