@@ -84,7 +84,10 @@ native::Status work()
     const RunReport report = BootRun(native::systemApi(), windowsFolder(room, 300), events).run();
     if (screen.line != 0)
         Screen::show(Text(L"\r\n"));
-    return report.isListEmpty ? removeOwnEntry(native::systemApi()) : report.status;
+    if (!report.isListEmpty)
+        return report.status;
+    const native::Status removed = removeOwnEntry(native::systemApi());
+    return removed == native::kObjectNameNotFound ? 0 : removed; // there is no list of programs at all
 }
 } // namespace
 

@@ -71,6 +71,7 @@ BootProgramState bootProgramState()
 long installBootProgram()
 {
     const std::wstring target = bootProgramState().path;
+    const bool wasThere = bootProgramState().isThere;
     const std::wstring copy = target + L".new";
     // Complete before it has the name: what the system starts is never half a program.
     if (!CopyFileW(suppliedProgram().c_str(), copy.c_str(), FALSE))
@@ -81,7 +82,11 @@ long installBootProgram()
         return code;
     }
     const long code = AddBootExecute(bootnames::kEntry);
-    return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+    if (code == ERROR_SUCCESS || code == ERROR_ALREADY_EXISTS)
+        return ERROR_SUCCESS;
+    if (!wasThere) // nothing would ever start it
+        DeleteFileW(target.c_str());
+    return code;
 }
 
 long uninstallBootProgram()

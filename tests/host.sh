@@ -214,13 +214,14 @@ run 2 boot run && says err '--yes' && says err "  $held"
 run 2 boot list --yes
 [ -s "$work/held" ] || fail 'boot run did not wait for an answer'
 printf 'keep' >"$work/folder.keep"
-run 0 boot run --yes && says err 'overwritten and deleted: 1 of 1, 1 bytes; links removed: 0, gone already: 0, still waiting: 0'
+run 0 boot run --yes && says err 'overwritten and deleted: 1 of 1, 1 byte; links removed: 0, gone already: 0, still waiting: 0'
 [ -e "$work/held" ] || [ -e "$list" ] && fail 'what waited is still there'
 python3 -c 'open("'"$list"'", "wb").write("\0\0\r\n*FileShred*\t*\\??\\C:\\windows\\win.ini*\t*1*\t*1\r\n".encode("utf-16-le"))'
 run 1 boot run --yes && says err 'left, the system needs it' && says err 'still waiting: 1'
 run 0 boot status && says out 'registered: no' && says out 'file: C:\windows\win.ini' && says out 'end: 1 overwritten and deleted, 1 bytes'
 grep -qF "$held" "$work/out" && fail 'the log names what was wiped'
 run 1 boot install && says err '(2)' # this prefix has no list of command lines
+[ -e "$prefix/drive_c/windows/system32/sysmaint-boot.exe" ] && fail 'a program that nothing starts was left'
 run 0 boot uninstall
 rm -f "$list" && printf x >"$work/held"
 (umask 222 && : >"$list")

@@ -3,10 +3,11 @@
 #include "engine/BootNames.h"
 
 namespace {
-constexpr Text kOfRoot[] = {L"boot",         L"efi",          L"recovery",     L"bootmgr",   L"bootmgr.efi",
-                            L"bootnxt",      L"bootsect.bak", L"bootsect.dos", L"boot.ini",  L"bootfont.bin",
-                            L"ntldr",        L"ntdetect.com", L"io.sys",       L"msdos.sys", L"pagefile.sys",
-                            L"swapfile.sys", L"hiberfil.sys"};
+constexpr Text kOfRoot[] = {L"boot",         L"efi",          L"recovery",     L"bootmgr",    L"bootmgr.efi",
+                            L"bootnxt",      L"bootsect.bak", L"bootsect.dos", L"boot.ini",   L"bootfont.bin",
+                            L"ntldr",        L"ntdetect.com", L"io.sys",       L"msdos.sys",  L"pagefile.sys",
+                            L"swapfile.sys", L"hiberfil.sys", L"ntbootdd.sys", L"arcldr.exe", L"arcsetup.exe",
+                            L"bootstat.dat", L"grldr",        L"grub"};
 constexpr Text kRubbish[] = {L"temp\\",
                              L"prefetch\\",
                              L"minidump\\",

@@ -176,6 +176,8 @@ TEST(Folders, TreesAndLinks)
     EXPECT_EQ(write(scratch / L"outside\\keep", "x"), 0);
     const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     EXPECT_EQ(FolderDeleteTree(tree.c_str(), cancel), 1223);
+    EXPECT_EQ(FolderDeleteTree(tree.c_str(), reinterpret_cast<HANDLE>(std::uintptr_t{0xABC0})), 6);
+    EXPECT_EQ(FileWriteAtomically(tree.c_str(), "x", 1), 336) << "a folder is no file to replace";
     EXPECT_EQ(FolderGetSize(tree.c_str(), cancel, &bytes, &files, &folders), 1223);
     CloseHandle(cancel);
     {

@@ -127,6 +127,8 @@ TEST(Registry, TreesAndTexts)
     for (const wchar_t* wrong : {L"", L"\\", L"\\\\"})
         EXPECT_EQ(RegistryDeleteTree(kUser, wrong, 0), 87);
     EXPECT_EQ(RegistryDeleteTree(HKEY_CLASSES_ROOT, L".u18", 0), 50);
+    // As languages write it that do not extend the sign.
+    EXPECT_EQ(RegistryDeleteTree(reinterpret_cast<HKEY>(std::uintptr_t{0x80000000}), L".u18", 0), 50);
     EXPECT_EQ(RegistryDeleteTree(kUser, kTop, 0), 2);
     put(L"a", L"q\"uo\\te", REG_SZ, std::wstring(L"a\"b\\c\0", 6));
     put(L"a", L"", REG_SZ, std::wstring(L"unnamed\0", 8));

@@ -237,6 +237,10 @@ TEST(Processes, RunAndEnd)
     EXPECT_LE(mine, its);
     for (const unsigned long refused : {0UL, 4UL, self})
         EXPECT_EQ(ProcessTerminateTree(refused, 1000), 50);
+    for (const unsigned long beside : {1UL, 2UL, 3UL}) { // for the system an id of the same process
+        EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
+        EXPECT_EQ(ProcessTerminateTree(GetCurrentProcessId() + beside, 1000), 87);
+    }
     EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
     EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
     for (const HANDLE handle : {started.hProcess, started.hThread, input, output})

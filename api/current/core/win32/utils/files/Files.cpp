@@ -203,6 +203,8 @@ void writeAtomically(const wchar_t* path, std::basic_string_view<unsigned char> 
     const DWORD attributes = GetFileAttributesW(target.c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         raiseCode(kStoppedOnSymlink); // what stands for another file would be lost
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        raiseCode(kDirectoryNotSupported); // some systems would replace it with all that is in it
     TemporaryFile file(target);
     requireSuccess(filetransfer::write(file.get(), bytes.data(), bytes.size()));
     if (!FlushFileBuffers(file.get()))

@@ -160,6 +160,9 @@ void deleteTree(const wchar_t* path, HANDLE cancelEvent)
     if (paths::isProtected(root))
         raiseCode(ERROR_NOT_SUPPORTED);
     requireFolder(root);
+    // What cannot be asked would keep everybody from stopping it.
+    if (cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED)
+        raiseLastError();
     long failed = ERROR_SUCCESS;
     const auto note = [&](long code) { failed = failed == ERROR_SUCCESS ? code : failed; };
     walkTree(

@@ -41,7 +41,8 @@ SYSMAINT_API long FileReadAll(const wchar_t* path, unsigned long long limit, uns
 /// whole: writes a new file beside it, flushes it and puts it in its place. An existing file keeps its rights
 /// and attributes.
 ///
-/// @return 0; 87; 8; 681 (it is a link); or the system's code: then the file is as it was
+/// @return 0; 87; 8; 681 (it is a link); 336 (it is a folder); or the system's code: then the file is as it
+/// was
 SYSMAINT_API long FileWriteAtomically(const wchar_t* path, const void* bytes, size_t size);
 
 /// @param oldAttributes  receives all attributes as they were
@@ -83,7 +84,7 @@ SYSMAINT_API long FolderCreateTree(const wchar_t* path);
 /// stays, and the rest goes on.
 ///
 /// @return 0; 87; 8; 50 (protected, see PathIsProtected); 267 (no folder); 681 (a link, or a folder that
-/// became one); 1223;
+/// became one); 1223; 6 (no event);
 ///         otherwise the first failure
 SYSMAINT_API long FolderDeleteTree(const wchar_t* path, void* cancelEvent);
 

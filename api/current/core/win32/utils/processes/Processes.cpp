@@ -18,6 +18,9 @@ Win32Handle open(unsigned long id, DWORD access)
     Win32Handle process(OpenProcess(access, FALSE, id));
     if (!process.isValid())
         raiseLastError();
+    if (GetProcessId(process.get()) !=
+        id) // the system passes over the lowest two bits, and gives a neighbour
+        raiseCode(ERROR_INVALID_PARAMETER);
     return process;
 }
 

@@ -30,12 +30,21 @@ REGSAM viewAccess(unsigned view)
     }
 }
 
+/// Whether that is what a root says, also when its number was not extended by its sign: other languages do
+/// so.
+bool isClassesRoot(HKEY root) noexcept
+{
+    const auto number = reinterpret_cast<std::uintptr_t>(root);
+    const auto low = static_cast<std::uint32_t>(number);
+    return low == 0x80000000U && (number == low || root == HKEY_CLASSES_ROOT);
+}
+
 /// What changes must name a key of its own, in one hive: HKEY_CLASSES_ROOT shows two as one.
 void requireOwnKey(HKEY root, const wchar_t* key)
 {
     if (std::wstring_view(key).find_first_not_of(L'\\') == std::wstring_view::npos)
         raiseCode(ERROR_INVALID_PARAMETER);
-    if (root == HKEY_CLASSES_ROOT)
+    if (isClassesRoot(root))
         raiseCode(ERROR_NOT_SUPPORTED);
 }
 
