@@ -14,7 +14,7 @@ for file in "$@"; do
     done
     [[ $file == *.exe ]] || continue
     # A program says of itself what systems, paths and servers it knows.
-    x86_64-w64-mingw32-objdump -p "$file" | grep -q TERMINAL_SERVICE_AWARE || { echo "$file is not for terminal servers"; failed=1; }
+    x86_64-w64-mingw32-objdump -p "$file" | grep TERMINAL_SERVICE_AWARE >/dev/null || { echo "$file is not for terminal servers"; failed=1; }
     for mark in asInvoker 8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a '>true</longPathAware>'; do
         grep -qa -- "$mark" "$file" || { echo "$file has no manifest with $mark"; failed=1; }
     done
