@@ -168,11 +168,17 @@ TEST_F(Faults, ArriveAndLeaveNothing)
         {"queue", [] { return makeAndQueue(THPCategoryOptions::kRunning); }},
         {"queue suspended", [] { return makeAndQueue(THPCategoryOptions::kSuspended); }},
     };
+    // The look afterwards cannot be had, and what was to go is gone.
+    const auto isDeleted = [&](const std::string& name) {
+        return (name == "delete file" && !stands(path)) || (name == "delete folder" && !stands(inner));
+    };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         row.prepare();
         ASSERT_EQ(row.operation(), ERROR_SUCCESS);
         failEachCall(row.prepare, row.operation, [&](const std::string& import, long result) {
+            if (result == ERROR_SUCCESS && import == "GetFileAttributesW" && isDeleted(row.name))
+                return;
             const auto found = row.others.find(import);
             const bool noSession = import == "WTSGetActiveConsoleSessionId";
             EXPECT_EQ(result, found != row.others.end() ? found->second
