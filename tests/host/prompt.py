@@ -2,6 +2,7 @@
 import os
 import pty
 import select
+import shutil
 import sys
 import time
 import tty
@@ -20,8 +21,9 @@ CASES = [  # typed, exit code, whether the file is still there
 ]
 
 
-def answer(command, typed, question=b'Type yes'):
-    """Starts the command at a terminal of its own; returns its exit code and what it wrote there."""
+def answer(command, typed, question=b'Type yes', meanwhile=lambda: None):
+    """Starts the command at a terminal of its own; returns its exit code and what it wrote there. What happens
+    meanwhile comes between the question and the answer."""
     child, terminal = pty.fork()
     if child == 0:
         os.execvp(command[0], command)
@@ -38,6 +40,7 @@ def answer(command, typed, question=b'Type yes'):
             break
         seen += piece
         if not sent and question in seen:
+            meanwhile()
             os.write(terminal, typed)
             sent = True
     else:
@@ -54,6 +57,28 @@ def main():
         code, seen = answer(command + ['wipe', 'file', target], typed)
         if code != expected or os.path.exists(path) != stays:
             print(f'{typed!r}: exit code {code}, {"still there" if os.path.exists(path) else "gone"}: {seen!r}')
+    # What was exchanged after it was shown stays: the tree, a folder in it, the folder above, the file.
+    for what, swapped in [('tree', 'root'), ('tree', 'root/d'), ('tree', ''), ('file', 'root/d/f')]:
+        top = path + '.tree'
+        for folder in ('keep', 'keep/root', 'keep/root/d', 'keep/d', 'top', 'top/root', 'top/root/d'):
+            os.makedirs(os.path.join(top, folder))
+        precious = [os.path.join(top, name) for name in ('keep/root/d/f', 'keep/d/f', 'keep/f')]
+        for name in precious + [os.path.join(top, 'top/root/d/f')]:
+            with open(name, 'w', encoding='utf-8') as file:
+                file.write('x')
+
+        def swap(place=os.path.join(top, 'top', swapped).rstrip('/'), link=what == 'tree'):
+            os.rename(place, place + '.aside')
+            if link:
+                os.symlink(os.path.join(top, 'keep', swapped).rstrip('/'), place)
+            else:
+                os.rename(precious[2], place)
+        operand = target + '.tree\\top\\root' + ('\\d\\f' if what == 'file' else '')
+        code, seen = answer(command + ['wipe', what, operand], b'yes\r', meanwhile=swap)
+        left = [os.path.exists(name) for name in precious]
+        if code != 1 or left != [True, True, what == 'tree'] or not os.path.exists(os.path.join(top, 'top', swapped)):
+            print(f'{what} with {swapped!r} exchanged: exit code {code}, left {left}: {seen!r}')
+        shutil.rmtree(top)
     # A password does not show while it is typed.
     tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')
     os.environ['SYSMAINT_TOOL_RECORD'] = target

@@ -32,7 +32,8 @@ SYSMAINT_API IDirectory* DllGetDirectory(unsigned long loadCode, IInputByteStrea
 
 // ---- Items with a handle. An item is filed under `name`, a backslash and its identifier text, which is its
 // path; to create one that is filed already opens it, or fails with 183 when that is of another kind or
-// level, its path meant another place when it was given, or setPath or load has made it another since. Codes for the names and paths: 87 when null.
+// level, its path meant another place when it was given, or setPath or load has made it another since. Codes
+// for the names and paths: 87 when null.
 
 /// Files an item of the caller's. Codes: 87 null name, 487 a pointer without an item.
 SYSMAINT_API void* CreateScanItem(const wchar_t* name, SharedPtr<ScanItem>& item);
