@@ -41,7 +41,7 @@ Win32Handle openList(DWORD access, DWORD share, DWORD disposition)
             CreateFileW(list.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
         return file.isValid() ? ERROR_SUCCESS : GetLastError();
     });
-    requireSuccess(code);
+    requireSuccess(static_cast<long>(code));
     return file;
 }
 
@@ -57,7 +57,7 @@ void lockList(HANDLE file)
             LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place);
         return locked ? ERROR_SUCCESS : GetLastError();
     });
-    requireSuccess(code);
+    requireSuccess(static_cast<long>(code));
 }
 
 ULONGLONG sizeOf(HANDLE file)
