@@ -290,9 +290,9 @@ TEST(ScanItems, NoZeroCutsALoadedText)
     add(dynamic_cast<ScanItem&>(*key));
     add(dynamic_cast<ScanItem&>(*value));
     add(*rules);
-    for (const auto& [dump, load] : states) {
+    for (const auto& state : states) {
         MemoryOutputByteStream dumped;
-        dump(dumped);
+        state.first(dumped);
         const auto* first = reinterpret_cast<const char*>(dumped.getData());
         const std::string bytes(first, first + dumped.getSize());
         int found = 0;
@@ -306,7 +306,7 @@ TEST(ScanItems, NoZeroCutsALoadedText)
             std::string damaged = bytes;
             damaged[at] = 0;
             MemoryInputByteStream stream(damaged.data(), damaged.size());
-            EXPECT_EQ(codeOf([&] { load(stream); }), ERROR_READ_FAULT);
+            EXPECT_EQ(codeOf([&] { state.second(stream); }), ERROR_READ_FAULT);
         }
         EXPECT_EQ(found, 1);
     }

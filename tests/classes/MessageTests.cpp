@@ -165,7 +165,7 @@ TEST(Messages, EveryCutFailsWithItsLine)
 TEST(Messages, LyingFieldsAreRefused)
 {
     const Bytes good = dumped(ParameterW(3, "abc"));
-    for (const char size : {2, 4, -1}) { // the size field against the blob
+    for (const char size : Bytes{2, 4, '\xFF'}) { // the size field against the blob
         Bytes bytes = good;
         bytes[8] = size;
         EXPECT_EQ(load(ParameterW(), bytes), (Raised{30, 158}));
@@ -185,10 +185,11 @@ TEST(Messages, LyingFieldsAreRefused)
           Bytes{4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}}) // no terminator, half a character, nothing, two of them
         EXPECT_EQ(load(MessageW(), Bytes{0, 0, 0, 0} + topic + Bytes{7, 0, 0, 0}), (Raised{30, 266}));
     EXPECT_EQ(load(HashMessageW(), kOnT7 + Bytes(4, '\xFF')), (Raised{30, 0}));
-    for (const char size : {4, 16, 80}) { // a name's blob that goes on behind its text is refused
-        Bytes name(size, '\0');
+    for (const char size : Bytes{4, 16, 80}) { // a name's blob that goes on behind its text is refused
+        Bytes name(static_cast<std::size_t>(size), '\0');
         name[0] = 'b';
-        const Bytes one = kOnT7 + Bytes{1, 0, 0, 0, size, 0, 0, 0, 0, 0, 0, 0} + name + good;
+        Bytes one = kOnT7 + Bytes{1, 0, 0, 0, size, 0, 0, 0, 0, 0, 0, 0};
+        one.append(name).append(good);
         HashMessageW hash;
         EXPECT_EQ(load(hash, one), size == 4 ? Raised{} : (Raised{30, 0}));
         const ParameterW* parameter = nullptr;
