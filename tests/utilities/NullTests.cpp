@@ -44,16 +44,22 @@ struct None
 };
 constexpr None kNone;
 
+/// Apart from the templates, of which there are as many as arguments.
+void expectRefused(const char* name, std::size_t argument, long code)
+{
+    EXPECT_EQ(code, 87) << name << ", argument " << argument;
+    EXPECT_TRUE(
+        std::all_of(std::begin(untouched), std::end(untouched), [](unsigned char c) { return c == 0x5a; }))
+        << name << ", argument " << argument;
+}
+
 template <std::size_t At, class Function, class... Arguments>
 void nullAt(const char* name, Function function, std::tuple<Arguments...> arguments)
 {
     if constexpr (std::is_pointer_v<std::tuple_element_t<At, std::tuple<Arguments...>>>) {
         std::get<At>(arguments) = nullptr;
         std::memset(untouched, 0x5a, sizeof untouched);
-        EXPECT_EQ(std::apply(function, arguments), 87) << name << ", argument " << At + 1;
-        EXPECT_TRUE(std::all_of(std::begin(untouched), std::end(untouched),
-                                [](unsigned char c) { return c == 0x5a; }))
-            << name << ", argument " << At + 1;
+        expectRefused(name, At + 1, static_cast<long>(std::apply(function, arguments)));
     }
 }
 
