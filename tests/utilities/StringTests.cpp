@@ -186,8 +186,9 @@ TEST(Strings, Conversions)
         return code != 0 ? "code " + std::to_string(code) : std::string(result.get(), size);
     };
     const std::string zero("a\0b", 3);
-    EXPECT_EQ(utf8Of(L"a\0b", 3), zero);
-    EXPECT_EQ(utf8Of(L"a\0b", static_cast<size_t>(-1)), "a");
+    constexpr wchar_t kZeroInside[] = {L'a', L'\0', L'b', L'\0'};
+    EXPECT_EQ(utf8Of(kZeroInside, 3), zero);
+    EXPECT_EQ(utf8Of(kZeroInside, static_cast<size_t>(-1)), "a");
     EXPECT_EQ(utf8Of(L"\x7f\x80\x7ff\x800\xffff\U00010000\U0010FFFF", static_cast<size_t>(-1)),
               "\x7f\xc2\x80\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf\xf0\x90\x80\x80\xf4\x8f\xbf\xbf");
     for (const wchar_t* lone : {L"\xD800", L"\xDC00", L"\xD800x", L"\xDC00\xD800"})
