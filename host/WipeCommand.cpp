@@ -93,10 +93,9 @@ int exitCodeOf(Answer answer)
 
 /// Whether a file may go: it is there, is the one that was `shown` if that is known, and has no name besides
 /// this one. Says why not.
-bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path,
+bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path, const FoundFile& found,
            const FoundFile* shown = nullptr)
 {
-    const FoundFile found = findFile(literalPath(path));
     if (found.names == 0) {
         run.fail(path, found.code);
         return false;
@@ -131,12 +130,13 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
         const DWORD attributes = GetFileAttributesW(target.literal().c_str());
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
             throw UsageError{printable(word) + L" is a folder; say tree"};
-        if (!mayGo(run, options, target.text()))
+        const FoundFile found = findFile(target.literal());
+        if (!mayGo(run, options, target.text(), found))
             continue;
         messages().writeLine(L"  " + printable(target.text()));
         bytes += sizeOfFile(target.literal());
         targets.push_back(target);
-        shown.push_back(findFile(target.literal()));
+        shown.push_back(found);
     }
     if (targets.empty())
         return run.finish();
@@ -150,7 +150,8 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
         if (isCancelled()) {
             run.cancel();
             run.leave(path, L"cancelled, it is still there", true);
-        } else if (mayGo(run, options, path, &shown[i])) { // once more: a name may have been added
+        } else if (mayGo(run, options, path, findFile(targets[i].literal()),
+                         &shown[i])) { // once more: a name may have been added
             run.wipeFile(path);
         }
     }
@@ -198,7 +199,7 @@ void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run, 
         else if (top.skip)
             run.leave(path, L"left alone, because it has other names", false), stays = true;
         else
-            stays = !mayGo(run, options, path) || !run.wipeFile(path);
+            stays = !mayGo(run, options, path, findFile(literalPath(path))) || !run.wipeFile(path);
         if (stays)
             keep(path);
     }

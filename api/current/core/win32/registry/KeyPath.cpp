@@ -64,8 +64,9 @@ LSTATUS goAlong(HKEY root, const wchar_t* path, HKEY* opened, Step&& step)
     }
     return step(at, std::wstring(rest).c_str(), true, opened);
 }
-/// The name under which the system knows an open key.
-std::wstring trueName(HKEY key)
+
+/// The name under which the system knows an open key. Returns 0 or the system's code.
+long queryName(HKEY key, std::wstring& name)
 {
     std::vector<std::byte> answer;
     ULONG length = 1024;
@@ -75,9 +76,18 @@ std::wstring trueName(HKEY key)
         status =
             NtQueryKey(key, kKeyNameInformation, answer.data(), static_cast<ULONG>(answer.size()), &length);
     } while (status != 0 && length > answer.size());
-    requireSuccess(static_cast<long>(RtlNtStatusToDosError(status)));
+    if (status != 0)
+        return static_cast<long>(RtlNtStatusToDosError(status));
     const auto* text = reinterpret_cast<const wchar_t*>(answer.data() + sizeof(ULONG)); // behind its length
-    return {text, (length - sizeof(ULONG)) / sizeof(wchar_t)};
+    name.assign(text, (length - sizeof(ULONG)) / sizeof(wchar_t));
+    return ERROR_SUCCESS;
+}
+
+std::wstring requireName(HKEY key)
+{
+    std::wstring name;
+    requireSuccess(queryName(key, name));
+    return name;
 }
 
 /// Opens the sub-key `name` of `key` as itself and puts it in its place. What does not lie below the key lies
@@ -90,7 +100,7 @@ LSTATUS stepDown(RegistryKeyHandle& key, std::wstring& above, HKEY parent, const
     if (status != ERROR_SUCCESS)
         return status;
     key.reset(opened);
-    std::wstring below = trueName(opened);
+    std::wstring below = requireName(opened);
     if (!above.empty() && below.compare(0, above.size() + 1, above + L'\\') != 0)
         return kStoppedOnSymlink;
     above = std::move(below);
@@ -120,7 +130,7 @@ LSTATUS keypath::openFound(HKEY root, const wchar_t* path, std::size_t rootLengt
         if (status != ERROR_SUCCESS)
             return status;
         key.reset(topKey);
-        above = trueName(topKey);
+        above = requireName(topKey);
     }
     std::size_t end = top.size();
     for (;;) {
@@ -134,7 +144,7 @@ LSTATUS keypath::openFound(HKEY root, const wchar_t* path, std::size_t rootLengt
         if (status != ERROR_SUCCESS)
             return isMissing(status) ? kStoppedOnSymlink : status;
     }
-    if (above != trueName(direct))
+    if (above != requireName(direct))
         return kStoppedOnSymlink;
     *opened = key.release();
     return ERROR_SUCCESS;
@@ -177,13 +187,7 @@ RegistryKeyHandle keypath::itself(HKEY key)
 
 std::wstring keypath::nameOf(HKEY key)
 {
-    struct
-    {
-        ULONG length; // in bytes
-        wchar_t name[512];
-    } information{};
-    ULONG length = 0;
-    if (NtQueryKey(key, kKeyNameInformation, &information, sizeof information, &length) != 0)
-        return {};
-    return {information.name, information.length / sizeof(wchar_t)};
+    std::wstring name;
+    static_cast<void>(queryName(key, name)); // which leaves it empty when it fails
+    return name;
 }

@@ -33,7 +33,7 @@ namespace keypath {
 /// below HKEY_CLASSES_ROOT carry a mark, and by it show the keys of two hives as one; a copy has no mark.
 /// Raises the bare code.
 [[nodiscard]] RegistryKeyHandle itself(HKEY key);
-/// The name that the system knows an opened key by, such as "\REGISTRY\USER\S-1-5-18"; empty when it is
-/// longer than 511 characters or is not told.
+/// The name that the system knows an opened key by, such as "\REGISTRY\USER\S-1-5-18"; empty when it is not
+/// told. Raises std::bad_alloc.
 [[nodiscard]] std::wstring nameOf(HKEY key);
 } // namespace keypath

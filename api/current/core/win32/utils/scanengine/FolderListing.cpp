@@ -100,8 +100,7 @@ bool FolderListing::beginSearch()
     if (code == ERROR_FILE_NOT_FOUND) {
         const DWORD attributes = GetFileAttributesW(m_path);
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-            return false; // it is there, and nothing in it, not even itself: so an empty volume's root
-                          // answers
+            return false; // it is there without even itself in it: so the root of an empty volume answers
     }
     raiseCode(code);
 }
