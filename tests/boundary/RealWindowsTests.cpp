@@ -18,6 +18,18 @@ using Deletions = Replaced<"DeleteFileW", decltype(&DeleteFileW)>;
 using Removals = Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>;
 using Settings = Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)>;
 
+/// Files that have one attribute more.
+struct Marked : Attributes
+{
+    explicit Marked(DWORD mark)
+        : Attributes([mark](auto original, LPCWSTR path) {
+              const DWORD own = original(path);
+              return own == INVALID_FILE_ATTRIBUTES ? own : own | mark;
+          })
+    {
+    }
+};
+
 BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER, PULARGE_INTEGER free)
 {
     free->QuadPart = 0;
@@ -55,6 +67,14 @@ protected:
                 std::unique_ptr<IFile>(DllGetFile(at(L"file").c_str(), 0))->deleteItem();
         });
     }
+    [[nodiscard]] BOOL held(decltype(&DeleteFileW) original, LPCWSTR path, DWORD code)
+    {
+        if (left == 0)
+            return original(path);
+        --left;
+        SetLastError(code);
+        return FALSE;
+    }
     /// Makes the opens with these flags fail with `code` so long as `left` is not 0.
     void failOpens(DWORD flags, DWORD code)
     {
@@ -66,6 +86,32 @@ protected:
             SetLastError(code);
             return INVALID_HANDLE_VALUE;
         });
+    }
+
+    /// `run`, whose calls fail with `each`, waits for about a second and is `failure` then; a cancel ends it.
+    void expectPatience(const std::function<unsigned long()>& run, DWORD flags, DWORD each, DWORD failure,
+                        bool canCancel)
+    {
+        const auto runFailing = [&](long failures, DWORD cancelledAt = INFINITE) {
+            prepare();
+            cancelAfter = cancelledAt;
+            failOpens(flags, each);
+            left = failures;
+            const unsigned long result = run();
+            left = 0;
+            ResetEvent(event.get());
+            takeBootList();
+            return result;
+        };
+        const bool waits = each != ERROR_GEN_FAILURE;
+        EXPECT_EQ(runFailing(4), waits ? 0 : failure);
+        EXPECT_EQ(waited != 0, waits);
+        EXPECT_EQ(runFailing(1000), failure);
+        EXPECT_TRUE(waits ? waited > 900 && waited < 1200 : waited == 0) << waited;
+        if (canCancel && waits) {
+            EXPECT_EQ(runFailing(1000, 20), ERROR_CANCELLED);
+            EXPECT_LT(waited, 50U);
+        }
     }
 
     const Bytes secret = Bytes(1000, 0xE5);
@@ -83,13 +129,6 @@ protected:
 
 TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
 {
-    const auto held = [this](auto original, LPCWSTR path, DWORD code) -> BOOL {
-        if (left == 0)
-            return original(path);
-        --left;
-        SetLastError(code);
-        return FALSE;
-    };
     DWORD code = 0;
     Deletions deletions([&](auto original, LPCWSTR path) { return held(original, path, code); });
     Removals removals([&](auto original, LPCWSTR path) { return held(original, path, code); });
@@ -120,32 +159,13 @@ TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
             if (each == ERROR_DIR_NOT_EMPTY && std::string_view(row.what).substr(0, 6) != "folder")
                 continue;
             SCOPED_TRACE(testing::Message() << row.what << " with " << each);
-            const auto run = [&](long failures, DWORD cancelledAt = INFINITE) {
-                prepare();
-                cancelAfter = cancelledAt;
-                code = row.flags == 0 ? each : 0;
-                failOpens(row.flags, each);
-                left = failures;
-                const unsigned long result = row.run();
-                left = 0;
-                ResetEvent(event.get());
-                takeBootList();
-                return result;
-            };
-            const DWORD failure = row.failure != 0 ? row.failure : each;
-            const bool waits = each != ERROR_GEN_FAILURE;
-            EXPECT_EQ(run(4), waits ? 0 : failure);
-            EXPECT_EQ(waited != 0, waits);
-            EXPECT_EQ(run(1000), failure);
-            EXPECT_TRUE(waits ? waited > 900 && waited < 1200 : waited == 0) << waited;
-            if (row.canCancel && waits) {
-                EXPECT_EQ(run(1000, 20), ERROR_CANCELLED);
-                EXPECT_LT(waited, 50U);
-            }
+            code = row.flags == 0 ? each : 0;
+            expectPatience(row.run, row.flags, each, row.failure != 0 ? row.failure : each, row.canCancel);
         }
+}
 
-    // Nobody empties a folder for us that holds something: it is not waited for.
-    prepare();
+TEST_F(RealWindows, NobodyWaitsForAFolderThatHoldsSomething)
+{
     writeBytes(at(L"tree\\there"), secret);
     EXPECT_EQ(deleteItem(true), ERROR_DIR_NOT_EMPTY);
     EXPECT_EQ(waited, 0U);
@@ -171,17 +191,13 @@ TEST_F(RealWindows, ANewTryLooksAtWhatItTriesAgain)
 TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
 {
     // Open elsewhere, in a way that keeps nobody from opening or deleting it: the name stays until that ends.
-    const auto hold = [this](const wchar_t* name) {
-        return Win32Handle(::CreateFileW(at(name).c_str(), FILE_READ_ATTRIBUTES, 7, nullptr, OPEN_EXISTING,
-                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    };
     const std::tuple<const char*, const wchar_t*, std::function<unsigned long()>> rows[] = {
         {"wiped file", L"file", [&] { return wipeFile(); }},
         {"wiped folder", L"tree", [&] { return wipeFolder(); }},
         {"file item", L"file", [&] { return deleteItem(false); }},
         {"folder item", L"tree", [&] { return deleteItem(true); }}};
     // From the deletion on nobody can open it.
-    bool isMarked = false, isPosix = false;
+    bool isMarked = false;
     const auto mark = [&](auto original, auto... all) {
         isMarked = true;
         return original(all...);
@@ -189,11 +205,8 @@ TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
     Deletions deletions(mark);
     Removals removals(mark);
     Settings settings([&](auto set, HANDLE file, auto what, LPVOID data, DWORD size) -> BOOL {
-        if (static_cast<int>(what) != 21)
-            return set(file, what, data, size);
-        EXPECT_EQ(*static_cast<DWORD*>(data), 3U);
-        isMarked = true;
-        return isPosix;
+        isMarked = isMarked || static_cast<int>(what) == 21;
+        return static_cast<int>(what) != 21 && set(file, what, data, size);
     });
     files.setHook([&](auto open, auto... all) {
         SetLastError(ERROR_ACCESS_DENIED);
@@ -204,7 +217,8 @@ TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
             SCOPED_TRACE(testing::Message() << what << forAMoment);
             prepare();
             isMarked = false;
-            Win32Handle holder = hold(name);
+            Win32Handle holder(::CreateFileW(at(name).c_str(), FILE_READ_ATTRIBUTES, 7, nullptr,
+                                             OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
             sleeps.setHook([&](auto, DWORD pause) {
                 waited += pause;
                 if (forAMoment)
@@ -217,12 +231,17 @@ TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
             EXPECT_FALSE(isThere(at(name)));
             EXPECT_TRUE(takeBootList().empty()) << "it goes by itself, and the next of that name is another";
         }
+}
 
-    // A system that deletes the POSIX way says so, and is not asked again.
+TEST_F(RealWindows, ASystemThatDeletesThePosixWayIsNotAskedAgain)
+{
     Attributes looks;
-    files.setHook(nullptr);
-    isPosix = true;
-    prepare();
+    Settings settings([](auto set, HANDLE file, auto what, LPVOID data, DWORD size) -> BOOL {
+        if (static_cast<int>(what) != 21)
+            return set(file, what, data, size);
+        EXPECT_EQ(*static_cast<DWORD*>(data), 3U);
+        return TRUE;
+    });
     EXPECT_EQ(wipeFile(), 0);
     EXPECT_EQ(looks.calls(), 1); // before
 }
@@ -337,9 +356,12 @@ TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
         EXPECT_TRUE(row.code != 0 || (progress.done == 2 * all && progress.total == 2 * all))
             << progress.done;
     }
-    // Somebody has it open for a moment, and for good.
-    for (const long tries : {3L, 1000L}) {
-        left = tries, steps.clear(), waited = 0, failing = 0;
+}
+
+TEST_F(RealVolume, IsWaitedForWhileSomebodyHasItOpen)
+{
+    for (const long tries : {3L, 1000L}) { // for a moment, and for good
+        left = tries, waited = 0;
         controls.setHook([this](auto, HANDLE, DWORD code, auto...) -> BOOL {
             SetLastError(ERROR_ACCESS_DENIED);
             return code != FSCTL_LOCK_VOLUME || left == 0 || --left < 0;
@@ -352,20 +374,11 @@ TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
     }
 }
 
-TEST_F(RealWindows, FreeSpaceEndsWhereTheVolumeDoesAndGoesOnWhereAFileEnds)
+namespace {
+/// A volume that is full, and whose files end, where a row says.
+class FullVolume : public RealWindows
 {
-    const std::wstring names[] = {L"FreeSpaceFile.qmx", L"FreeSpaceFile2.qmx", L"FreeSpaceFile3.qmx",
-                                  L"FreeSpaceFile4.qmx"};
-    const auto sizeAt = [this](const std::wstring& name) {
-        WIN32_FILE_ATTRIBUTE_DATA data{};
-        return GetFileAttributesExW(at(name).c_str(), GetFileExInfoStandard, &data) ? data.nFileSizeLow : 0U;
-    };
-    const auto taken = [&] {
-        std::uint64_t bytes = 0;
-        for (const std::wstring& name : names)
-            bytes += sizeAt(name);
-        return bytes;
-    };
+protected:
     struct Row
     {
         std::uint64_t told, room, largest; // free bytes told and there, largest size of a file
@@ -374,22 +387,32 @@ TEST_F(RealWindows, FreeSpaceEndsWhereTheVolumeDoesAndGoesOnWhereAFileEnds)
         std::size_t files;
         std::uint32_t method = kWipeZeros;
     };
-    const std::uint64_t none = ~0ULL;
-    const Row rows[] = {
-        {3 * kChunk, 3 * kChunk, none, ERROR_DISK_FULL, 0, 1},
-        {3 * kChunk, 2 * kChunk + 2560, none, ERROR_DISK_FULL, 0, 1}, // somebody took the last clusters
-        {4 * kChunk, 2 * kChunk, none, ERROR_DISK_FULL, ERROR_DISK_FULL, 2}, // there never was more
-        {4 * kChunk, 4 * kChunk, kChunk * 3 / 2, ERROR_DISK_FULL, 0, 3},
-        {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_FILE_TOO_LARGE, 0, 2},
-        {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_DISK_FULL, 0, 2, kWipeGutmann}};
-    std::size_t seen = 0;
-    std::map<std::uint64_t, long> passes; // over each offset
+
+    [[nodiscard]] std::uint64_t taken() const
+    {
+        std::uint64_t bytes = 0;
+        for (const std::wstring& name : kNames) {
+            WIN32_FILE_ATTRIBUTE_DATA data{};
+            bytes +=
+                GetFileAttributesExW(at(name).c_str(), GetFileExInfoStandard, &data) ? data.nFileSizeLow : 0;
+        }
+        return bytes;
+    }
+    [[nodiscard]] std::size_t fillers() const
+    {
+        return std::count_if(std::begin(kNames), std::end(kNames),
+                             [this](auto& name) { return isThere(at(name)); });
+    }
+
+    const std::wstring kNames[4] = {L"FreeSpaceFile.qmx", L"FreeSpaceFile2.qmx", L"FreeSpaceFile3.qmx",
+                                    L"FreeSpaceFile4.qmx"};
     const Row* now = nullptr;
-    FreeSpaceQueries space([&](auto, LPCWSTR, auto*, auto*, auto* free) {
+    std::size_t seen = 0;
+    FreeSpaceQueries space{[this](auto, LPCWSTR, auto*, auto*, auto* free) {
         free->QuadPart = now->told > taken() ? now->told - taken() : 0;
         return TRUE;
-    });
-    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) -> BOOL {
+    }};
+    Writes writes{[this](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) -> BOOL {
         LARGE_INTEGER at{}, end{};
         SetFilePointerEx(file, {}, &at, FILE_CURRENT);
         GetFileSizeEx(file, &end);
@@ -400,12 +423,23 @@ TEST_F(RealWindows, FreeSpaceEndsWhereTheVolumeDoesAndGoesOnWhereAFileEnds)
             return FALSE;
         }
         const BOOL written = original(file, data, size, rest...);
-        seen = std::max<std::size_t>(seen,
-                                     std::count_if(std::begin(names), std::end(names),
-                                                   [this](auto& name) { return isThere(this->at(name)); }));
+        seen = std::max(seen, fillers());
         return written;
-    });
-    Flushes flushes([](auto, HANDLE) { return TRUE; });
+    }};
+    Flushes flushes{[](auto, HANDLE) { return TRUE; }};
+};
+} // namespace
+
+TEST_F(FullVolume, EndsTheFillersAndAFilesEndBeginsTheNext)
+{
+    const std::uint64_t none = ~0ULL;
+    const Row rows[] = {
+        {3 * kChunk, 3 * kChunk, none, ERROR_DISK_FULL, 0, 1},
+        {3 * kChunk, 2 * kChunk + 2560, none, ERROR_DISK_FULL, 0, 1}, // somebody took the last clusters
+        {4 * kChunk, 2 * kChunk, none, ERROR_DISK_FULL, ERROR_DISK_FULL, 2}, // there never was more
+        {4 * kChunk, 4 * kChunk, kChunk * 3 / 2, ERROR_DISK_FULL, 0, 3},
+        {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_FILE_TOO_LARGE, 0, 2},
+        {3 * kChunk, 3 * kChunk, 2 * kChunk - 512, ERROR_DISK_FULL, 0, 2, kWipeGutmann}};
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message()
                      << row.told << " " << row.room << " " << row.largest << " " << row.full);
@@ -417,34 +451,32 @@ TEST_F(RealWindows, FreeSpaceEndsWhereTheVolumeDoesAndGoesOnWhereAFileEnds)
         EXPECT_EQ(seen, std::min<std::size_t>(row.files, row.code == 0 ? 9 : 1));
         EXPECT_TRUE(row.code != 0 || (progress.done == progress.total && fills != 0));
         EXPECT_TRUE(row.code != 0 || most + kChunk > row.told) << most;
-        for (const std::wstring& name : names)
-            EXPECT_FALSE(isThere(at(name)));
+        EXPECT_EQ(fillers(), 0U);
         EXPECT_TRUE(takeBootList().empty());
     }
-    onChunk = nullptr;
-    // A file of somebody's is passed over, and what an earlier run has left goes.
-    now = &rows[3];
-    writeBytes(at(names[1]), secret);
+}
+
+TEST_F(FullVolume, KeepsAFileOfSomebodysAndLosesWhatAnEarlierRunLeft)
+{
+    const Row rows[] = {{4 * kChunk, 4 * kChunk, kChunk * 3 / 2, ERROR_DISK_FULL, 0, 3},
+                        {3 * kChunk, 3 * kChunk, ~0ULL, ERROR_DISK_FULL, 0, 1}};
+    now = &rows[0];
+    writeBytes(at(kNames[1]), secret);
     EXPECT_EQ(wipe(kWipeFreeSpace, at(L"")), 0);
-    EXPECT_EQ(readBytes(at(names[1])), secret);
-    DeleteFileW(at(names[1]).c_str());
-    for (const std::wstring& name : {names[0], names[1]}) {
+    EXPECT_EQ(readBytes(at(kNames[1])), secret);
+    DeleteFileW(at(kNames[1]).c_str());
+    for (const std::wstring& name : {kNames[0], kNames[1]}) {
         writeBytes(at(name), secret);
         SetFileAttributesW(at(name).c_str(), FILE_ATTRIBUTE_HIDDEN);
     }
-    now = &rows[0];
+    now = &rows[1];
     EXPECT_EQ(wipe(kWipeFreeSpace, at(L"")), 0);
-    for (const std::wstring& name : names)
-        EXPECT_FALSE(isThere(at(name)));
+    EXPECT_EQ(fillers(), 0U);
 }
 
-TEST_F(RealWindows, HolesAndWhatIsElsewhereAreLeft)
+TEST_F(RealWindows, HolesAreLeft)
 {
-    DWORD mark = FILE_ATTRIBUTE_SPARSE_FILE;
-    Attributes attributes([&](auto original, LPCWSTR path) {
-        const DWORD own = original(path);
-        return own == INVALID_FILE_ATTRIBUTES ? own : own | mark;
-    });
+    const Marked marked(FILE_ATTRIBUTE_SPARSE_FILE);
     std::vector<std::pair<std::uint64_t, DWORD>> written;
     Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
         LARGE_INTEGER at{};
@@ -491,10 +523,13 @@ TEST_F(RealWindows, HolesAndWhatIsElsewhereAreLeft)
         EXPECT_EQ(progress.total, isTold ? 2 * (kChunk + 100005) : 2 * size);
         EXPECT_EQ(progress.done, progress.total);
     }
+    EXPECT_TRUE(takeBootList().empty());
+}
 
-    // The cloud's: not fetched, unless it is asked for.
+TEST_F(RealWindows, WhatIsInTheCloudIsNotFetchedUnlessThatIsAskedFor)
+{
     for (const DWORD elsewhere : {0x00040000, 0x00400000}) {
-        mark = elsewhere;
+        const Marked marked(elsewhere);
         prepare();
         files.reset();
         EXPECT_EQ(wipeFile(), ERROR_FILE_OFFLINE);
