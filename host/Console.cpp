@@ -61,10 +61,18 @@ void Output::writeToTerminal(std::wstring_view text)
             --length; // a pair stays together
         DWORD written = 0;
         m_open = WriteConsoleW(m_handle, text.data(), static_cast<DWORD>(length), &written, nullptr) != 0;
-        if (!m_open)
-            m_failure = GetLastError();
-        text.remove_prefix(length);
+        checkWritten(written);
+        text.remove_prefix(std::min<std::size_t>(written, length));
     }
+}
+
+/// After a write: a reader that takes nothing is gone as well.
+void Output::checkWritten(DWORD written)
+{
+    if (!m_open)
+        m_failure = GetLastError();
+    else if (written == 0)
+        m_open = false, m_failure = ERROR_WRITE_FAULT;
 }
 
 void Output::writeLine(std::wstring_view text)
@@ -78,10 +86,7 @@ void Output::flush()
     while (m_open && !rest.empty()) {
         DWORD written = 0;
         m_open = WriteFile(m_handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) != 0;
-        if (!m_open)
-            m_failure = GetLastError();
-        else if (written == 0)
-            m_open = false, m_failure = ERROR_WRITE_FAULT;
+        checkWritten(written);
         rest.remove_prefix(std::min<std::size_t>(written, rest.size()));
     }
     m_buffer.clear();

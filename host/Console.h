@@ -26,6 +26,7 @@ public:
 
 private:
     void writeToTerminal(std::wstring_view text);
+    void checkWritten(DWORD written);
 
     HANDLE m_handle;
     bool m_terminal = false;

@@ -9,6 +9,7 @@
 #include <map>
 #include <tuple>
 
+#include "../host/Console.h"
 #include "../host/ShadowCopies.h"
 #include "core/win32/utils/logger/api.h"
 #include "support/Wipe.h"
@@ -622,4 +623,49 @@ TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
         });
         EXPECT_EQ(hasShadowCopies(L"C:\\"), has) << bytes << " " << code;
     }
+}
+
+TEST(Output, GoesToConsolesAsCharactersAndElsewhereAsBytes)
+{
+    const HMODULE own = GetModuleHandleW(nullptr); // as above
+    bool isConsole = false;
+    CountedImport<"GetConsoleMode", decltype(&GetConsoleMode)> modes(own);
+    modes.setHook([&](auto...) -> BOOL { return isConsole; });
+    std::vector<std::string> written;
+    const std::pair<BOOL, int> complete{TRUE, 2}, partial{TRUE, 1}, nothing{TRUE, 0}, gone{FALSE, 0};
+    std::pair<BOOL, int> answer;
+    const auto take = [&](std::size_t unit) {
+        return [&, unit](auto, HANDLE, LPCVOID data, DWORD count, LPDWORD taken, auto...) -> BOOL {
+            *taken = answer == complete ? 2 * count : answer == partial ? (count + 1) / 2 : 0;
+            SetLastError(ERROR_BROKEN_PIPE);
+            written.emplace_back(static_cast<const char*>(data), std::min(*taken, count) * unit);
+            return answer.first;
+        };
+    };
+    CountedImport<"WriteFile", decltype(&WriteFile)> files(own);
+    CountedImport<"WriteConsoleW", BOOL(WINAPI*)(HANDLE, const void*, DWORD, LPDWORD, LPVOID)> consoles(own);
+    files.setHook(take(1)), consoles.setHook(take(sizeof(wchar_t)));
+    const std::wstring text = std::wstring(8191, L'a') + L"\xD83D\xDE00" + std::wstring(9000, L'\u00E9');
+    for (const bool toConsole : {true, false})
+        for (const auto& how : {complete, partial, nothing, gone}) {
+            isConsole = toConsole, answer = how, written.clear();
+            Output output(STD_OUTPUT_HANDLE);
+            output.write(text);
+            output.flush();
+            std::string all,
+                expected(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+            for (const std::string& part : written)
+                all += part;
+            if (!toConsole)
+                expected = std::string(8191, 'a') + "\xF0\x9F\x98\x80";
+            for (int i = 0; !toConsole && i < 9000; ++i)
+                expected += "\xC3\xA9";
+            EXPECT_EQ(output.isTerminal(), toConsole);
+            EXPECT_EQ(output.isOpen(), how == complete || how == partial);
+            EXPECT_TRUE(output.isOpen() ? all == expected : all.empty()) << all.size();
+            EXPECT_EQ(output.failure(), output.isOpen() ? 0U
+                                        : how == gone   ? ERROR_BROKEN_PIPE
+                                                        : ERROR_WRITE_FAULT);
+            EXPECT_TRUE(!toConsole || how != complete || written[0].size() == 8191 * sizeof(wchar_t));
+        }
 }
