@@ -189,6 +189,16 @@ TEST_F(RealWindows, ANewTryLooksAtWhatItTriesAgain)
     EXPECT_TRUE(takeBootList().empty());
 }
 
+TEST_F(RealWindows, WhatWasMissingDoesNotWaitForWhoeverTakesItsName)
+{
+    for (const DWORD code : {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND}) {
+        failOpens(kOpenToWipe, code);
+        left = 1;
+        EXPECT_EQ(wipeFile(), static_cast<long>(code));
+        EXPECT_TRUE(takeBootList().empty());
+    }
+}
+
 TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
 {
     // Open elsewhere, in a way that keeps nobody from opening or deleting it: the name stays until that ends.
