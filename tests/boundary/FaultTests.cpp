@@ -16,6 +16,7 @@ struct Row
     std::function<bool()> isIntact{};     ///< what is to be as it was after a failure
     std::map<std::string, long> others{}; ///< what arrives when these fail
     long usual = kFailure;
+    std::function<bool()> isDone = [] { return false; }; ///< although the look afterwards failed
 };
 
 /// A post that fails is not delivered, a stop that fails stops nothing, and the topic goes on.
@@ -75,109 +76,20 @@ long createLogger()
 }
 
 using Faults = Registry;
-} // namespace
 
-TEST_F(Faults, ArriveAndLeaveNothing)
+auto of(std::function<void()> operation)
 {
-    const std::wstring folder = scratchFolder();
-    const std::wstring path = folder + L"\\file";
-    const std::unique_ptr<IFile> file(DllGetFile(path.c_str(), 0));
-    file->setData("abc", 3);
-    std::unique_ptr<IFile> reader;
-    const auto withFile = [&] {
-        writeBytes(path, {'a', 'b', 'c'});
-        reader.reset(DllGetFile(path.c_str(), 0));
-    };
-    const auto withoutFile = [&] { DeleteFileW(path.c_str()); };
-    const std::wstring inner = folder + L"\\inner";
-    const std::unique_ptr<IDirectory> directory(DllGetDirectory(inner.c_str(), 0));
-    unsigned long long size = 0;
-    ValuePtr value;
-    const KeyPtr key = keyOf(kRoot + L"\\key");
-    const TestEngine engine(collector, L"faults");
-    const auto clear = [&] { RegDeleteTreeW(root, nullptr); };
-    const auto withValue = [&] {
-        clear();
-        addValue(L"v", "data");
-        addKey(L"key\\below");
-        value.reset(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
-        static_cast<void>(value->exists()); // which opens the user's hive and keeps it
-    };
-    const auto hasFile = [&] { return stands(path); };
-    const auto hasKeys = [&] { return hasKey(root, L"key"); };
-    const auto hasData = [&] { // and the item its own
-        return dataOf(*valueOf(kRoot, L"v")) == "data" && dataOf(*value).size() == 8 &&
-               value->getValueType() == 1;
-    };
-    const auto of = [](auto operation) { return [=] { return static_cast<long>(codeOf(operation)); }; };
-    const auto scanAsSomebodyElse = [&] {
-        ImpersonateSelf(SecurityImpersonation);
-        const long code = scan();
-        EXPECT_TRUE(code != ERROR_SUCCESS || isImpersonating());
-        RevertToSelf();
-        return code;
-    };
-    const wchar_t* const session = L"System\\CurrentControlSet\\Control\\Session Manager";
-    const auto withList = [&] {
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, session, L"BootExecute", REG_MULTI_SZ, L"x\0", 6);
-    };
-    const auto isScheduled = [] {
-        return BootExecuteIsScheduled(L"x") == 1 ? ERROR_SUCCESS : static_cast<long>(GetLastError());
-    };
-    const auto hasList = [] {
-        return BootExecuteIsScheduled(L"x") == 1 && BootExecuteIsScheduled(L"y") == 0;
-    };
-    const std::map<std::string, long> loggers = {{"GetModuleFileNameW", kFailure},
-                                                 {"GetProcAddress", kFailure},
-                                                 {"LoadLibraryExW", kFailure},
-                                                 {"SetEvent", 0}};
-    const auto walk = [&] { return engine.scan(testFolder() + L"\\tree\\dots"); };
-    const auto walkByName = [&] {
-        const AskedHandle refused([](auto&&...) { return SetLastError(ERROR_NOT_SUPPORTED), FALSE; });
-        return walk();
-    };
-    const Row rows[] = {
-        {"create file", of([&] { file->create(); }), withoutFile},
-        {"read file", of([&] { reader->getData(size); }), withFile},
-        {"size of file", of([&] { return reader->getSize(); }), withFile},
-        {"is file there", of([&] { return file->exists(); }), withFile},
-        {"delete file", of([&] { file->deleteItem(); }), withFile, hasFile},
-        {"create folder", of([&] { directory->create(); }), [&] { RemoveDirectoryW(inner.c_str()); }},
-        {"delete folder", of([&] { directory->deleteItem(); }),
-         [&] { CreateDirectoryW(inner.c_str(), nullptr); }},
-        {"create key", of([&] { key->create(); }), clear},
-        {"is key there", of([&] { return key->exists(); }), withValue},
-        {"delete key", of([&] { key->deleteItem(); }), withValue, hasKeys},
-        {"create value", of([&] { value->create(); }), withValue, hasData},
-        {"set value", of([&] { value->setValue(REG_BINARY, "x", 1); }), withValue, hasData},
-        {"read value", of([] { return dataOf(*valueOf(kRoot, L"v")); }), withValue},
-        {"type of value", of([] { return valueOf(kRoot, L"v")->getValueType(); }), withValue},
-        {"is value there", of([] { return valueOf(kRoot, L"v")->exists(); }), withValue},
-        {"delete value", of([&] { value->deleteItem(); }), withValue, hasData},
-        {"walk keys", [&] { return scan(); }, withValue},
-        {"walk keys as somebody else", scanAsSomebodyElse, withValue},
-        {"walk files", walk},
-        {"walk files by name", walkByName},
-        {"impersonate", impersonate},
-        {"add boot-time program", [] { return AddBootExecute(L"y"); }, withList, hasList},
-        {"remove boot-time program", [] { return RemoveBootExecute(L"x"); }, withList, hasList},
-        {"is boot-time program there", isScheduled, withList, hasList},
-        {"create logger", createLogger, [] {}, {}, loggers, 1003},
-        {"post", [] { return makeAndPost(false); }},
-        {"stop", [] { return makeAndPost(true); }},
-        {"queue", [] { return makeAndQueue(THPCategoryOptions::kRunning); }},
-        {"queue suspended", [] { return makeAndQueue(THPCategoryOptions::kSuspended); }},
-    };
-    // The look afterwards cannot be had, and what was to go is gone.
-    const auto isDeleted = [&](const std::string& name) {
-        return (name == "delete file" && !stands(path)) || (name == "delete folder" && !stands(inner));
-    };
+    return [=] { return static_cast<long>(codeOf(operation)); };
+}
+
+void expectEachFaultToArrive(std::initializer_list<Row> rows)
+{
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
         row.prepare();
         ASSERT_EQ(row.operation(), ERROR_SUCCESS);
         failEachCall(row.prepare, row.operation, [&](const std::string& import, long result) {
-            if (result == ERROR_SUCCESS && import == "GetFileAttributesW" && isDeleted(row.name))
+            if (result == ERROR_SUCCESS && import == "GetFileAttributesW" && row.isDone())
                 return;
             const auto found = row.others.find(import);
             const bool noSession = import == "WTSGetActiveConsoleSessionId";
@@ -188,5 +100,112 @@ TEST_F(Faults, ArriveAndLeaveNothing)
             EXPECT_EQ(row.operation(), ERROR_SUCCESS) << "once more";
         });
     }
+}
+} // namespace
+
+TEST_F(Faults, OfFilesAndFoldersArriveAndLeaveNothing)
+{
+    const std::wstring path = scratchFolder() + L"\\file", inner = scratchFolder() + L"\\inner";
+    const std::unique_ptr<IFile> file(DllGetFile(path.c_str(), 0));
+    file->setData("abc", 3);
+    std::unique_ptr<IFile> reader;
+    const auto withFile = [&] {
+        writeBytes(path, {'a', 'b', 'c'});
+        reader.reset(DllGetFile(path.c_str(), 0));
+    };
+    const auto hasFile = [&] { return stands(path); };
+    const std::unique_ptr<IDirectory> directory(DllGetDirectory(inner.c_str(), 0));
+    const auto withFolder = [&] { CreateDirectoryW(inner.c_str(), nullptr); };
+    unsigned long long size = 0;
+    Row deleteFile{"delete file", of([&] { file->deleteItem(); }), withFile, hasFile};
+    deleteFile.isDone = [&] { return !stands(path); };
+    Row deleteFolder{"delete folder", of([&] { directory->deleteItem(); }), withFolder};
+    deleteFolder.isDone = [&] { return !stands(inner); };
+    expectEachFaultToArrive(
+        {{"create file", of([&] { file->create(); }), [&] { DeleteFileW(path.c_str()); }},
+         {"read file", of([&] { reader->getData(size); }), withFile},
+         {"size of file", of([&] { return reader->getSize(); }), withFile},
+         {"is file there", of([&] { return file->exists(); }), withFile},
+         deleteFile,
+         {"create folder", of([&] { directory->create(); }), [&] { RemoveDirectoryW(inner.c_str()); }},
+         deleteFolder});
+}
+
+TEST_F(Faults, OfKeysAndValuesArriveAndLeaveNothing)
+{
+    ValuePtr value;
+    const KeyPtr key = keyOf(kRoot + L"\\key");
+    const auto clear = [&] { RegDeleteTreeW(root, nullptr); };
+    const auto withValue = [&] {
+        clear();
+        addValue(L"v", "data");
+        addKey(L"key\\below");
+        value.reset(DllGetRegistryValue(HKEY_CURRENT_USER, kRoot.c_str(), L"v", L"new"));
+        static_cast<void>(value->exists()); // which opens the user's hive and keeps it
+    };
+    const auto hasKeys = [&] { return hasKey(root, L"key"); };
+    const auto hasData = [&] { // and the item its own
+        return dataOf(*valueOf(kRoot, L"v")) == "data" && dataOf(*value).size() == 8 &&
+               value->getValueType() == 1;
+    };
+    const auto scanAsSomebodyElse = [&] {
+        ImpersonateSelf(SecurityImpersonation);
+        const long code = scan();
+        EXPECT_TRUE(code != ERROR_SUCCESS || isImpersonating());
+        RevertToSelf();
+        return code;
+    };
+    expectEachFaultToArrive(
+        {{"create key", of([&] { key->create(); }), clear},
+         {"is key there", of([&] { return key->exists(); }), withValue},
+         {"delete key", of([&] { key->deleteItem(); }), withValue, hasKeys},
+         {"create value", of([&] { value->create(); }), withValue, hasData},
+         {"set value", of([&] { value->setValue(REG_BINARY, "x", 1); }), withValue, hasData},
+         {"read value", of([] { return dataOf(*valueOf(kRoot, L"v")); }), withValue},
+         {"type of value", of([] { return valueOf(kRoot, L"v")->getValueType(); }), withValue},
+         {"is value there", of([] { return valueOf(kRoot, L"v")->exists(); }), withValue},
+         {"delete value", of([&] { value->deleteItem(); }), withValue, hasData},
+         {"walk keys", [&] { return scan(); }, withValue},
+         {"walk keys as somebody else", scanAsSomebodyElse, withValue}});
+}
+
+TEST_F(Faults, OfTheListOfBootTimeProgramsArriveAndLeaveItAsItWas)
+{
+    const wchar_t* const session = L"System\\CurrentControlSet\\Control\\Session Manager";
+    const auto withList = [&] {
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, session, L"BootExecute", REG_MULTI_SZ, L"x\0", 6);
+    };
+    const auto isScheduled = [] {
+        return BootExecuteIsScheduled(L"x") == 1 ? ERROR_SUCCESS : static_cast<long>(GetLastError());
+    };
+    const auto hasList = [] {
+        return BootExecuteIsScheduled(L"x") == 1 && BootExecuteIsScheduled(L"y") == 0;
+    };
+    expectEachFaultToArrive({{"add", [] { return AddBootExecute(L"y"); }, withList, hasList},
+                             {"remove", [] { return RemoveBootExecute(L"x"); }, withList, hasList},
+                             {"is there", isScheduled, withList, hasList}});
     RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, session, L"BootExecute");
+}
+
+TEST_F(Faults, OfTheRestArriveAndLeaveNothing)
+{
+    const TestEngine engine(collector, L"faults");
+    const auto walk = [&] { return engine.scan(testFolder() + L"\\tree\\dots"); };
+    const auto walkByName = [&] {
+        const AskedHandle refused([](auto&&...) { return SetLastError(ERROR_NOT_SUPPORTED), FALSE; });
+        return walk();
+    };
+    const std::map<std::string, long> loggers = {{"GetModuleFileNameW", kFailure},
+                                                 {"GetProcAddress", kFailure},
+                                                 {"LoadLibraryExW", kFailure},
+                                                 {"SetEvent", 0}};
+    expectEachFaultToArrive(
+        {{"walk files", walk},
+         {"walk files by name", walkByName},
+         {"impersonate", impersonate},
+         {"create logger", createLogger, [] {}, {}, loggers, 1003},
+         {"post", [] { return makeAndPost(false); }},
+         {"stop", [] { return makeAndPost(true); }},
+         {"queue", [] { return makeAndQueue(THPCategoryOptions::kRunning); }},
+         {"queue suspended", [] { return makeAndQueue(THPCategoryOptions::kSuspended); }}});
 }
