@@ -94,33 +94,34 @@ TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
     expectLines(takeBootList(), {L"a", L"b", L"process"}, 150);
 }
 
-TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
+namespace {
+const std::wstring kVolume = L"Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\";
+
+struct Case
 {
-    const std::wstring there = at(L"there");
-    writeBytes(there, Bytes(10, 0xE5));
-    CreateDirectoryW(at(L"folder").c_str(), nullptr);
-    const std::wstring volume = L"Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\";
-    struct Case
-    {
-        std::wstring given, listed; // empty: refused
-        UINT driveType = DRIVE_FIXED;
-        const wchar_t* device = L"\\Device\\HarddiskVolume7";
-        DWORD attributes = 0;
-    };
+    std::wstring given, listed; // empty: refused
+    UINT driveType = DRIVE_FIXED;
+    const wchar_t* device = L"\\Device\\HarddiskVolume7";
+    DWORD attributes = 0;
+};
+
+std::vector<Case> casesIn(const std::wstring& folder)
+{
+    const std::wstring there = folder + L"\\there";
     std::vector<Case> cases = {
         {there, there},
         {L"\\\\?\\" + there, there},
         {L"\\??\\" + there, there},
         {folder + L"/./there", there},
-        {at(L"held"), L""},    // whoever takes the name until the start keeps his file
-        {L"S:\\there", there}, // a letter that stands for a folder
-        {L"N:\\there", L""},   // one that stands for a share
-        {L"\\\\?\\" + volume + L"there", volume + L"there"},
-        {L"\\\\?\\" + volume, L""},
+        {folder + L"\\held", L""}, // whoever takes the name until the start keeps his file
+        {L"S:\\there", there},     // a letter that stands for a folder
+        {L"N:\\there", L""},       // one that stands for a share
+        {L"\\\\?\\" + kVolume + L"there", kVolume + L"there"},
+        {L"\\\\?\\" + kVolume, L""},
         {there, L"", DRIVE_REMOTE},
         {there, L"", DRIVE_FIXED, L"\\??\\C:\\somewhere"},
         {there, L"", DRIVE_FIXED, L"\\Device\\HarddiskVolume7", FILE_ATTRIBUTE_REPARSE_POINT},
-        {at(L"folder"), L""},
+        {folder + L"\\folder", L""},
         {bootListPath(), L""},
     };
     for (const wchar_t* refused :
@@ -130,8 +131,16 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
           L"C:\\none\\a:stream", L"C:\\none\\a\\",
           L"C:\\none\\a\r\n*FileShred*\t*\\??\\C:\\precious*\t*1*\t*1"})
         cases.push_back({refused, L""});
+    return cases;
+}
+} // namespace
+
+TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
+{
+    writeBytes(at(L"there"), Bytes(10, 0xE5));
+    CreateDirectoryW(at(L"folder").c_str(), nullptr);
     const auto realPath = [&](const std::wstring& path) {
-        for (const std::wstring& root : {std::wstring(L"S:\\"), std::wstring(L"N:\\"), volume})
+        for (const std::wstring& root : {std::wstring(L"S:\\"), std::wstring(L"N:\\"), kVolume})
             if (const std::size_t begin = path.find(root); begin != std::wstring::npos)
                 return at(path.substr(begin + root.size()));
         return path;
@@ -160,7 +169,7 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     });
-    for (const Case& c : cases) {
+    for (const Case& c : casesIn(folder)) {
         SCOPED_TRACE(testing::Message() << c.given << " on a drive of type " << c.driveType);
         now = &c;
         writeBytes(bootListPath(), {'x', 0, '\r', 0, '\n', 0});

@@ -225,8 +225,14 @@ TEST(ScanItems, FolderMacros)
     SetEnvironmentVariableW(L"TMP", L"C:\\windows\\");
     EXPECT_EQ(expanded(L"%temp%"), L"C:\\windows");
     EXPECT_EQ(expanded(L"%temp%x"), L"C:\\windowsx");
+    SetEnvironmentVariableW(L"TMP", temporary);
+}
+
+TEST(ScanItems, ATemporaryFolderThatNothingNamesIsRefused)
+{
     // Without a variable the system would name the user's profile or the Windows folder.
-    wchar_t second[MAX_PATH] = L"";
+    wchar_t temporary[MAX_PATH] = L"", second[MAX_PATH] = L"";
+    GetEnvironmentVariableW(L"TMP", temporary, MAX_PATH);
     GetEnvironmentVariableW(L"TEMP", second, MAX_PATH);
     const std::tuple<const wchar_t*, const wchar_t*, unsigned long> unfit[] = {
         {nullptr, nullptr, ERROR_ENVVAR_NOT_FOUND}, {L"", L"", ERROR_ENVVAR_NOT_FOUND},
@@ -240,7 +246,10 @@ TEST(ScanItems, FolderMacros)
     }
     SetEnvironmentVariableW(L"TEMP", second);
     SetEnvironmentVariableW(L"TMP", temporary);
+}
 
+TEST(ScanItems, TheCurrentFolderIsThePrograms)
+{
     Replaced<"GetModuleFileNameW", decltype(&GetModuleFileNameW)> names;
     for (const std::wstring folder :
          {L"C:\\", L"\\\\server\\share\\", L"\\\\?\\Volume{1}\\", L"C:\\programs"}) {

@@ -185,6 +185,13 @@ TEST(Messages, LyingFieldsAreRefused)
           Bytes{4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}}) // no terminator, half a character, nothing, two of them
         EXPECT_EQ(load(MessageW(), Bytes{0, 0, 0, 0} + topic + Bytes{7, 0, 0, 0}), (Raised{30, 266}));
     EXPECT_EQ(load(HashMessageW(), kOnT7 + Bytes(4, '\xFF')), (Raised{30, 0}));
+    EXPECT_EQ(load(ArrayMessage(), kOnT7 + Bytes(4, '\xFF')), (Raised{30, 391}));
+    EXPECT_EQ(load(MessageW(), Bytes{9, 0, 0, 0, 7, 0, 0, 0}), Raised{}) << "an unknown kind has no topic";
+}
+
+TEST(Messages, ParametersAreReadWholeOrNotAtAll)
+{
+    const Bytes good = dumped(ParameterW(3, "abc"));
     for (const char size : Bytes{4, 16, 80}) { // a name's blob that goes on behind its text is refused
         Bytes name(static_cast<std::size_t>(size), '\0');
         name[0] = 'b';
@@ -213,8 +220,6 @@ TEST(Messages, LyingFieldsAreRefused)
         EXPECT_EQ(hash.getParameter(L"b", value), missing == 0 ? ERROR_SUCCESS : ERROR_NOT_FOUND);
         EXPECT_EQ(value, missing == 0 ? 3U : 2U);
     }
-    EXPECT_EQ(load(ArrayMessage(), kOnT7 + Bytes(4, '\xFF')), (Raised{30, 391}));
-    EXPECT_EQ(load(MessageW(), Bytes{9, 0, 0, 0, 7, 0, 0, 0}), Raised{}) << "an unknown kind has no topic";
 }
 
 TEST(Messages, ArgumentsAndEmptyPointers)

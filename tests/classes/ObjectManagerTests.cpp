@@ -162,8 +162,15 @@ TEST(ObjectManager, LoadAndDumpRequests)
     CounterPtr object;
     table.get(handle, object);
     EXPECT_EQ(object->value, 42U);
+    EXPECT_NE(table.close(handle), 0);
+    EXPECT_EQ(table.getCount(), 0U) << "a request kept its opening";
+}
 
-    reply = HashMessageW();
+TEST(ObjectManager, RequestsThatAreRefusedChangeNothing)
+{
+    Table table;
+    void* handle = table.registerObject(L"counter", makeShared<Counter>(7U));
+    HashMessageW reply;
     for (const std::uint32_t id : {Table::kDumpRequest, Table::kLoadRequest}) {
         const bool isLoad = id == Table::kLoadRequest;
         EXPECT_EQ(

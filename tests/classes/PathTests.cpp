@@ -52,12 +52,16 @@ TEST(Paths, SettleWhatTheyName)
             EXPECT_EQ(Win32Path(path.c_str()).get(), settled);
         }
     }
-    // Below a drive that is not the current one.
+}
+
+TEST(Paths, SettleBelowADriveThatIsNotTheCurrentOne)
+{
     SetEnvironmentVariableW(L"=Z:", L"Z:\\tmp");
     EXPECT_EQ(settledPath(L"z:report."), L"\\\\?\\Z:\\tmp\\report.");
     SetEnvironmentVariableW(L"=Z:", nullptr);
     EXPECT_EQ(settledPath(L"Z:report."), L"\\\\?\\Z:\\report.");
-    SetCurrentDirectoryW((drive + L"\\").c_str());
-    EXPECT_EQ(settledPath(L"report."), root + L"report.");
-    EXPECT_EQ(settledPath(L".."), root);
+    const std::wstring root = scratchFolder().substr(0, 2) + L"\\";
+    SetCurrentDirectoryW(root.c_str());
+    EXPECT_EQ(settledPath(L"report."), L"\\\\?\\" + root + L"report.");
+    EXPECT_EQ(settledPath(L".."), L"\\\\?\\" + root);
 }
