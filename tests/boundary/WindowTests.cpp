@@ -62,39 +62,48 @@ TEST(Windows, LoseNoWakeUp)
     }
 }
 
-TEST(Windows, TimeIsForAllWaitingTogether)
+namespace {
+/// Notes the time that each wait of the test's own thread is given, and lets that wait take 40 ms of it.
+class TimeOfWaits : public testing::Test
 {
-    std::vector<DWORD> given; // to the waits of this thread
-    const DWORD own = GetCurrentThreadId();
-    TestEvent goOn;
-    Blocker first;
-    Blocker second;
-    const auto look = [&](DWORD timeout) {
+protected:
+    void look(DWORD timeout)
+    {
         if (GetCurrentThreadId() != own)
             return;
         given.push_back(timeout);
         Sleep(40);
         first.goOn.set();
         goOn.set();
-    };
-    Multiple waits([&](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
+    }
+
+    std::vector<DWORD> given;
+    const DWORD own = GetCurrentThreadId();
+    const TestEvent goOn;
+    Blocker first, second;
+    Multiple waits{[this](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
         look(timeout);
         return original(count, handles, all, timeout);
-    });
-    Sleeping sleeps([&](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
+    }};
+    Sleeping sleeps{[this](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
         look(timeout);
         return original(variable, lock, timeout, flags);
-    });
+    }};
+};
+} // namespace
+
+TEST_F(TimeOfWaits, IsForAllItemsTogether)
+{
     const TestPool pool{THPCategoryOptions()};
     ASSERT_TRUE(pool.begins(1, first));
     ASSERT_TRUE(pool.begins(1, second));
     EXPECT_EQ(pool.wait(1, 300), WAIT_TIMEOUT);
     ASSERT_EQ(given.size(), 2U);
     EXPECT_LE(given[1] + 25, given[0]);
+}
 
-    // A posted delivery and then a sent one are waited for, and the subscriber is not forgotten.
-    given.clear();
-    ResetEvent(goOn.get());
+TEST_F(TimeOfWaits, IsForAllDeliveriesTogetherAndTheSubscriberIsNotForgotten)
+{
     const TestEvent inside[2];
     const TestEvent sentMayEnd;
     Handler handler([&](const MessageW& message, std::uint32_t) {

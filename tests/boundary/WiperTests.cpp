@@ -370,31 +370,41 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     EXPECT_TRUE(isThere(target) && readBytes(target).empty());
 }
 
-TEST_F(WiperTest, OverwritesAlternateStreamsToo)
+namespace {
+/// `owner` has a stream "secret".
+class StreamTest : public WiperTest
 {
-    std::size_t written = 0;
-    std::wstring owner;
-    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto* put, auto* listEnd) {
-        written += listEnd == nullptr ? size : 0;
-        return original(file, data, size, put, listEnd);
-    });
-    const HANDLE search = &written;
-    const auto tell = [](LPVOID data, const wchar_t* name) {
+protected:
+    static void tell(LPVOID data, const wchar_t* name)
+    {
         std::wcscpy(static_cast<WIN32_FIND_STREAM_DATA*>(data)->cStreamName, name);
         SetLastError(ERROR_HANDLE_EOF);
-    };
-    Replaced<"FindFirstStreamW", decltype(&FindFirstStreamW)> first(
-        [&](auto, LPCWSTR path, auto, LPVOID data, DWORD) {
+    }
+
+    std::wstring owner;
+    std::size_t written = 0;
+    const HANDLE search = &written;
+    Writes writes{[this](auto original, HANDLE file, LPCVOID data, DWORD size, auto* put, auto* listEnd) {
+        written += listEnd == nullptr ? size : 0;
+        return original(file, data, size, put, listEnd);
+    }};
+    Replaced<"FindFirstStreamW", decltype(&FindFirstStreamW)> first{
+        [this](auto, LPCWSTR path, auto, LPVOID data, DWORD) {
             tell(data, L"::$DATA");
             return path == owner ? search : INVALID_HANDLE_VALUE;
-        });
-    Replaced<"FindNextStreamW", decltype(&FindNextStreamW)> next([&](auto, HANDLE, LPVOID data) -> BOOL {
+        }};
+    Replaced<"FindNextStreamW", decltype(&FindNextStreamW)> next{[this](auto, HANDLE, LPVOID data) -> BOOL {
         tell(data, L":secret:$DATA");
         return next.calls() == 1;
-    });
-    Replaced<"FindClose", decltype(&FindClose)> close(
-        [&](auto original, HANDLE handle) { return handle == search || original(handle); });
+    }};
+    Replaced<"FindClose", decltype(&FindClose)> close{
+        [this](auto original, HANDLE handle) { return handle == search || original(handle); }};
     Looks identity;
+};
+} // namespace
+
+TEST_F(StreamTest, IsOverwrittenToo)
+{
     for (const std::uint32_t kind : {kWipeFile, kWipeDirectoryStack}) {
         owner = at(kind == kWipeFile ? L"file" : L"tree");
         writeBytes(owner + L".stream", Bytes(kChunk + 3, 0xE5));
