@@ -20,8 +20,7 @@ struct FoundName
 };
 
 /// All names that `enumerate` returns by index. They are read before any is reported, because an entry that
-/// comes or goes in between moves the others. An entry that moves to an index not yet read is returned only
-/// once.
+/// comes or goes in between moves the others. An entry that is read twice for this reason is returned once.
 template <class Enumerate>
 LSTATUS readNames(std::deque<FoundName>& names, Enumerate&& enumerate)
 {

@@ -81,7 +81,7 @@ void requireTemporaryFolder()
             length = GetEnvironmentVariableW(name, text, static_cast<DWORD>(std::size(text)));
     if (length == 0)
         raiseCode(ERROR_ENVVAR_NOT_FOUND);
-    const bool isAbsolute = length >= std::size(text) || // too long to be checked here, even if relative
+    const bool isAbsolute = length >= std::size(text) || // too long to be read, and for a relative one
                             (length > 2 && text[1] == L':' && isSeparator(text[2])) ||
                             (length > 2 && isSeparator(text[0]) && isSeparator(text[1]));
     if (!isAbsolute)
