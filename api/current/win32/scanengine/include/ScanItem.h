@@ -35,10 +35,10 @@ public:
     /// Makes the item name another one of the same type; see CachedPath::setPath for `expand` and the
     /// failures.
     virtual void setPath(const wchar_t* path, int expand) { m_path.setPath(path, expand); }
-    /// Identifies the item within the name that it is filed under.
+    /// Identifies the item within the name that it is registered under.
     [[nodiscard]] virtual const IIdentifierW& getIdentifier() const { return m_path; }
-    /// Whether an item filed under the same key may be opened in place of this one. No for another kind. No,
-    /// too, when the identifier does not describe an item fully and the rest differs.
+    /// Whether an item registered under the same key may be opened in place of this one. No for another kind.
+    /// No, too, when the identifier does not describe an item fully and the rest differs.
     [[nodiscard]] virtual bool isInterchangeable(const ScanItem& filed) const
     {
         return filed.getType() == m_type;

@@ -115,7 +115,7 @@ SYSMAINT_API IRegistryScanEngine* DllGetRegistryScanEngine();
 SYSMAINT_API void* CreateRegistryScanEngine(const wchar_t* name);
 SYSMAINT_API void* OpenRegistryScanEngine(const wchar_t* name);
 /// Appends a root key, with options word 0. `path` may be empty: the whole root. Codes: 87 null root or path,
-/// 183 when another kind of item is filed there.
+/// 183 when another kind of item is registered there.
 SYSMAINT_API long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path);
 /// The same with an options word (RegistryOption), which also applies to all keys and values found below.
 SYSMAINT_API long RSEngineAddPath(void* engine, HKEY root, const wchar_t* path, unsigned long options);
