@@ -1,7 +1,7 @@
 #pragma once
 
-// What the exported functions share. The rule of the boundary itself, with the steps of the object tables, is
-// in Boundary.h.
+// What the exported functions share. The boundary rule itself, with the steps of the object tables, is in
+// Boundary.h.
 
 #include <memory>
 
@@ -16,7 +16,7 @@ inline void requireArguments(const char* place, bool given)
         throw Exception(place, ERROR_INVALID_PARAMETER);
 }
 
-/// A factory function: makes an object, or returns null.
+/// A factory function: creates an object, or returns null.
 template <class Interface, class Object, class... Arguments>
 Interface* makeObject(Arguments&&... arguments) noexcept
 {
@@ -26,7 +26,7 @@ Interface* makeObject(Arguments&&... arguments) noexcept
     });
 }
 
-/// A factory function for an object that a stream holds.
+/// A factory function for an object stored in a stream.
 template <class Interface, class Object>
 Interface* loadObject(unsigned long loadCode, IInputByteStream& stream) noexcept
 {

@@ -17,8 +17,8 @@
 ///
 ///     return utilityFrame(outputs(result), strings::trim, text, characters);
 ///
-/// checks every pointer (87), calls the function with the inputs, narrow ones as UTF-16, and gives what it
-/// returns to the outputs, in the text's own encoding. Nothing is given before everything has been made.
+/// checks every pointer (87), calls the function with the inputs, narrow ones as UTF-16, and stores its
+/// results in the outputs, in the text's own encoding. Nothing is stored before everything is ready.
 namespace utilityframe {
 /// An input that may be null.
 template <class T>
@@ -38,7 +38,7 @@ inline Optional<const wchar_t*> optionalText(const wchar_t* text)
     return {text};
 }
 
-/// A text that is passed on as it is, because the result points into it.
+/// A text that is passed on unchanged, because the result points into it.
 template <class Char>
 struct AsItIs
 {
@@ -109,7 +109,7 @@ bool isMissing(const List<Char>& list) noexcept
 
 // -- Inputs
 
-/// A text as the inside takes it.
+/// A text in the form used inside.
 class Text
 {
 public:
@@ -172,7 +172,7 @@ std::wstring given(List<Char> list)
         return std::wstring(whole);
 }
 
-// -- Outputs: each is made ready, then all are given
+// -- Outputs: all are prepared, then all are stored
 
 template <class T>
 struct ReadyValue
@@ -202,7 +202,7 @@ struct ReadyCounted
     }
 };
 
-/// Two outputs that take one result: where it is, and how long.
+/// Two outputs that take one result: its address and its length.
 template <class T>
 struct Counted
 {

@@ -13,7 +13,7 @@ using boundary::statusFrame;
 namespace {
 constexpr char kCommunicationApi[] = "core\\win32\\utils\\communication\\api.h";
 
-/// The name of the topic that is known by a number.
+/// The name of a topic known by a number.
 std::wstring topicName(unsigned long number)
 {
     return L"#" + std::to_wstring(number);

@@ -12,7 +12,7 @@
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 
-// The platform headers leave it out.
+// Missing from the platform headers.
 extern "C" NTSTATUS NTAPI NtQueryKey(HANDLE key, int information, void* data, ULONG size, ULONG* length);
 
 namespace {
@@ -37,8 +37,8 @@ bool hasLongName(std::wstring_view path) noexcept
     return false;
 }
 
-/// Goes along `path`, by one call where that takes it. `step` opens what the text names below a key, as the
-/// last of the path or on the way there.
+/// Opens `path`, with one call if it is short enough. `step` opens what a text names below a key, either the
+/// end of the path or a key on the way.
 template <class Step>
 LSTATUS goAlong(HKEY root, const wchar_t* path, HKEY* opened, Step&& step)
 {
@@ -65,7 +65,7 @@ LSTATUS goAlong(HKEY root, const wchar_t* path, HKEY* opened, Step&& step)
     return step(at, std::wstring(rest).c_str(), true, opened);
 }
 
-/// The name under which the system knows an open key. Returns 0 or the system's code.
+/// The system's name of an open key. Returns 0 or the system's code.
 long queryName(HKEY key, std::wstring& name)
 {
     std::vector<std::byte> answer;
@@ -78,7 +78,7 @@ long queryName(HKEY key, std::wstring& name)
     } while (status != 0 && length > answer.size());
     if (status != 0)
         return static_cast<long>(RtlNtStatusToDosError(status));
-    const auto* text = reinterpret_cast<const wchar_t*>(answer.data() + sizeof(ULONG)); // behind its length
+    const auto* text = reinterpret_cast<const wchar_t*>(answer.data() + sizeof(ULONG)); // follows its length
     name.assign(text, (length - sizeof(ULONG)) / sizeof(wchar_t));
     return ERROR_SUCCESS;
 }
@@ -90,8 +90,8 @@ std::wstring requireName(HKEY key)
     return name;
 }
 
-/// Opens the sub-key `name` of `key` as itself and puts it in its place. What does not lie below the key lies
-/// behind a link that stands there.
+/// Opens the sub-key `name` of `key` without following links and replaces `key` by it. If the result is not
+/// below the key, a link led elsewhere.
 LSTATUS stepDown(RegistryKeyHandle& key, std::wstring& above, HKEY parent, const std::wstring& name,
                  REGSAM access)
 {
@@ -111,7 +111,7 @@ LSTATUS stepDown(RegistryKeyHandle& key, std::wstring& above, HKEY parent, const
 LSTATUS keypath::openFound(HKEY root, const wchar_t* path, std::size_t rootLength, REGSAM access,
                            HKEY* opened)
 {
-    // As everybody opens it, and name by name from the walk's root on; both must be the same key.
+    // Opened in one step, and name by name from the walk's root on; both must yield the same key.
     HKEY direct = nullptr;
     LSTATUS status = open(root, path, REG_OPTION_OPEN_LINK, access, &direct);
     if (status != ERROR_SUCCESS)
@@ -173,7 +173,7 @@ bool keypath::isMissing(long status) noexcept
 
 bool keypath::isStandIn(HKEY opened, HKEY root) noexcept
 {
-    return isPredefined(opened) && opened != root; // an empty path opens a predefined root as it is
+    return isPredefined(opened) && opened != root; // an empty path returns a predefined root itself
 }
 
 RegistryKeyHandle keypath::itself(HKEY key)
@@ -188,6 +188,6 @@ RegistryKeyHandle keypath::itself(HKEY key)
 std::wstring keypath::nameOf(HKEY key)
 {
     std::wstring name;
-    static_cast<void>(queryName(key, name)); // which leaves it empty when it fails
+    static_cast<void>(queryName(key, name)); // on failure the name stays empty
     return name;
 }

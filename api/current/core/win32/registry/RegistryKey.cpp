@@ -8,7 +8,7 @@
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/utils/paths/include/UserSession.h"
 
-// The platform headers leave it out, though its counterparts for files are there.
+// Missing from the platform headers, which have its counterparts for files.
 extern "C" NTSTATUS NTAPI NtDeleteKey(HANDLE key);
 
 constexpr char kRegistryKeyHeader[] = "core\\win32\\registry\\include\\RegistryKey.h";
@@ -24,8 +24,8 @@ std::uint32_t rootNumber(HKEY root) noexcept
     return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(root));
 }
 
-/// A predefined root from its number; these are sign-extended 32-bit numbers. 0 is that of a handle that
-/// means nothing to whoever loads the item.
+/// A predefined root from its number; these are sign-extended 32-bit numbers. 0 stands for a handle that is
+/// meaningless to the loading process.
 HKEY rootFromNumber(std::uint32_t number)
 {
     if (number == 0)
@@ -37,7 +37,7 @@ HKEY rootFromNumber(std::uint32_t number)
     raiseCode(ERROR_INVALID_DATA);
 }
 
-/// Gives the first sub-key of `key`: the others move up when that is deleted. Returns false when there is
+/// Returns the first sub-key of `key`; when it is deleted the others move up. Returns false when there is
 /// none or the key is gone.
 bool findFirstSubKey(HKEY key, std::wstring& found)
 {
@@ -62,9 +62,9 @@ bool deleteKeyTree(RegistryKeyHandle&& top)
     struct Level
     {
         RegistryKeyHandle key;
-        std::wstring gone; // the last sub-key that was listed and not there
+        std::wstring gone; // the last sub-key that was listed but missing
     };
-    std::vector<Level> levels; // from the top to the key at hand: a tree may be deeper than a stack
+    std::vector<Level> levels; // from the top to the current key: a tree may be deeper than a stack
     levels.push_back({std::move(top), {}});
     std::wstring name;
     while (!levels.empty()) {
@@ -74,12 +74,12 @@ bool deleteKeyTree(RegistryKeyHandle&& top)
             // Without a view: what was listed is what is opened.
             const LSTATUS status =
                 RegOpenKeyExW(level.key.get(), name.c_str(), REG_OPTION_OPEN_LINK, kDeleteAccess, &opened);
-            // One that is listed again after it was not there is none that somebody deleted.
+            // If it is listed again after it was missing, nobody has deleted it.
             if (status == ERROR_FILE_NOT_FOUND && level.gone != name) {
                 level.gone = name;
                 continue;
             }
-            if (status != ERROR_KEY_DELETED) { // or else the key at hand is gone
+            if (status != ERROR_KEY_DELETED) { // otherwise the current key is gone
                 requireSuccess(status);
                 if (keypath::isStandIn(opened, level.key.get()))
                     raiseCode(ERROR_NOT_SUPPORTED);
@@ -104,7 +104,7 @@ std::wstring_view withoutBackslashes(std::wstring_view path) noexcept
                                             : path.substr(begin, path.find_last_not_of(L'\\') + 1 - begin);
 }
 
-/// The path of a key of HKEY_CLASSES_ROOT below the hives that this root shows as one.
+/// The path of a key of HKEY_CLASSES_ROOT below the hives that this root merges.
 HeapStringW classPath(std::wstring_view subKey)
 {
     return joinKey(L"Software\\Classes", withoutBackslashes(subKey));
@@ -156,7 +156,7 @@ RegistryKey::RegistryKey(std::uint32_t type, HKEY root, const wchar_t* subKey, u
     });
 }
 
-// The parent's hive is there by now and stays, but below HKEY_CLASSES_ROOT another thread may just be getting
+// The parent's hive is already open and stays, but below HKEY_CLASSES_ROOT another thread may just be opening
 // it.
 RegistryKey::RegistryKey(std::uint32_t type, const RegistryKey& parent, HeapStringW&& subKey,
                          RootLength rootLength)
@@ -181,7 +181,7 @@ const CachedPath& RegistryKey::fullPath() const
         text.reserve(root.size() + 1 + subKey().size() + suffix.size());
         text.append(root).append(1, L'\\').append(subKey());
         if (!suffix.empty() && text.back() == L'\\')
-            text.pop_back(); // the suffix brings its own
+            text.pop_back(); // the suffix has its own
         m_fullPath.emplace(std::move(text.append(suffix)));
     }
     return *m_fullPath;
@@ -240,7 +240,7 @@ HKEY RegistryKey::userHive() const
         const LSTATUS status = RegOpenCurrentUser(KEY_READ, &hive);
         RegistryKeyHandle opened(status == ERROR_SUCCESS ? hive : nullptr);
         requireSuccess(
-            identity.restore()); // comes first: a thread that stays somebody else is the worse failure
+            identity.restore()); // comes first: a thread left with a foreign identity is the worse failure
         requireSuccess(status);
         const UserHive shared = makeShared<RegistryKeyHandle>(std::move(opened));
         const WriteLocker locker(m_lock);
@@ -276,7 +276,7 @@ RegistryKeyHandle RegistryKey::open(REGSAM access, DWORD options) const
     try {
         return openIn(getHKEY(), path().getPath(), access, options);
     } catch (const long code) {
-        // What a walk has found was in that hive and in no other.
+        // What a walk found was in that hive and in no other.
         if (!isHiveGone(code) || m_rootLength || !dropHive())
             throw;
     }
@@ -341,7 +341,7 @@ HKEY RegistryKey::userClassHive() const
     } catch (const Exception& raised) {
         if (raised.getCode() != ERROR_NO_SUCH_LOGON_SESSION && raised.getCode() != ERROR_NO_TOKEN)
             throw;
-        return nullptr; // nobody is logged on: there are the machine's classes alone
+        return nullptr; // nobody is logged on: only the machine's classes exist
     }
 }
 
@@ -401,7 +401,7 @@ void RegistryKey::deleteItem()
         if (withoutBackslashes(subKey()).empty())
             raiseCode(ERROR_INVALID_PARAMETER);
         RegistryKeyHandle key = openToChange(Change::kDelete, kDeleteAccess, REG_OPTION_OPEN_LINK);
-        // What a caller's own handle shows may be the keys of two hives.
+        // A caller's own handle may show the keys of two hives.
         if (!deleteKeyTree(isNamedRoot() ? std::move(key) : keypath::itself(key.get())) &&
             isHiveGone(ERROR_KEY_DELETED))
             raiseCode(ERROR_KEY_DELETED);
@@ -439,7 +439,7 @@ RegistryKey::KeptState::~KeptState()
 
 long RegistryKey::load(unsigned long code, IInputByteStream& stream)
 {
-    const FullPathReset reset(*this); // ends after the path is put back
+    const FullPathReset reset(*this); // runs after the path is restored
     KeptState kept(*this);
     ScanItem::load(code, stream);
     placedStep(PLACE(kRegistryKeyHeader, "RegistryKey::load", __LINE__), [&] {

@@ -11,7 +11,7 @@
 constexpr char kRegistryPathHeader[] = "core\\win32\\registry\\include\\RegistryPath.h";
 
 namespace {
-constexpr DWORD kLongestName = 16383; // of a value; keys have 255
+constexpr DWORD kLongestName = 16383; // for a value; keys have 255
 
 struct FoundName
 {
@@ -19,13 +19,13 @@ struct FoundName
     DWORD type;
 };
 
-/// All names that `enumerate` gives by index. They are read before any is reported, because an entry that
-/// comes or goes in between moves the others: what moved under an index that was read already is given once.
+/// All names that `enumerate` returns by index. They are read before any is reported, because an entry that
+/// comes or goes in between moves the others. An entry that is read twice for this reason is returned once.
 template <class Enumerate>
 LSTATUS readNames(std::deque<FoundName>& names, Enumerate&& enumerate)
 {
     std::vector<wchar_t> buffer(kLongestName + 1);
-    std::unordered_set<std::wstring_view> seen; // of what stands in `names`, where nothing is moved
+    std::unordered_set<std::wstring_view> seen; // views into `names`, whose elements do not move
     LSTATUS skipped = ERROR_SUCCESS;
     for (DWORD index = 0;; ++index) {
         DWORD length = kLongestName + 1;
@@ -35,8 +35,8 @@ LSTATUS readNames(std::deque<FoundName>& names, Enumerate&& enumerate)
             return skipped;
         if (status != ERROR_SUCCESS)
             return status;
-        // A name with a zero inside cannot be given to the Win32 calls: an item of it would stand for, and
-        // delete, the entry whose name is the part before the zero.
+        // A name that contains a zero cannot be passed to Win32 calls: its item would stand for, and delete,
+        // the entry whose name is the part before the zero.
         if (std::wcslen(buffer.data()) != length) {
             skipped = ERROR_INVALID_NAME;
             continue;
@@ -68,8 +68,8 @@ RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
     }
     HKEY opened = nullptr;
     const auto open = [&] {
-        // Further down a link is opened as itself and so never followed: it has no sub-keys of its own, and
-        // no value but the one that says where it leads.
+        // Further down links are opened as links and never followed: a link has no sub-keys of its own, and
+        // its only value holds its target.
         const DWORD options = isRoot ? 0 : REG_OPTION_OPEN_LINK;
         constexpr REGSAM kAccess = KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS;
         if (!isRoot && isUserClasses() && openUserClasses(root, kAccess, &opened))
@@ -77,7 +77,7 @@ RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
         const LSTATUS status = keypath::open(root, path().getPath(), options, kAccess | view(), &opened);
         if (status != ERROR_ACCESS_DENIED)
             return status;
-        // One of the two may be allowed; what is not fails below.
+        // One of the two may be allowed; the other fails below.
         return keypath::open(root, path().getPath(), options, MAXIMUM_ALLOWED | view(), &opened);
     };
     LSTATUS status = open();
@@ -94,7 +94,7 @@ RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
     return RegistryKeyHandle(keypath::isStandIn(opened, root) ? nullptr : opened);
 }
 
-/// Ends the scan when the user's hive is gone: nothing that is there would be found any more.
+/// Ends the scan when the user's hive is gone: nothing that still exists would be found any more.
 void RegistryPath::requireHive(LSTATUS status) const
 {
     if (isHiveGone(status))
@@ -106,8 +106,8 @@ bool RegistryPath::isUserClasses() const noexcept
     return isOfCurrentUser() && _wcsicmp(path().getPath(), L"Software\\Classes") == 0;
 }
 
-/// The user's classes are a hive of their own, and HKEY_CURRENT_USER holds a link of the system's to it. That
-/// one is followed, if it leads there and nowhere else.
+/// The user's classes are a separate hive, and HKEY_CURRENT_USER contains a system link to it. This link is
+/// followed if it leads to that hive.
 bool RegistryPath::openUserClasses(HKEY hive, REGSAM access, HKEY* opened) const
 {
     HKEY key = nullptr;
@@ -128,7 +128,7 @@ void RegistryPath::list(Walk& walk)
     const RegistryKeyHandle key = openToList(&walk.root == this);
     if (!key.isValid())
         return;
-    // Values that cannot be listed do not lose the sub-keys.
+    // If the values cannot be listed, the sub-keys still are.
     const LSTATUS values = reportValues(key.get(), walk);
     const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(key.get(), walk);
     requireHive(values);
@@ -147,7 +147,7 @@ LSTATUS RegistryPath::reportValues(HKEY key, Walk& walk) const
         return RegEnumValueW(key, index, name, length, nullptr, type, nullptr, nullptr);
     });
     for (const FoundName& value : values) {
-        // The value of a link, which goes with it.
+        // The value of a link, which is deleted with it.
         if (value.type == REG_LINK && _wcsicmp(value.name.c_str(), L"SymbolicLinkValue") == 0)
             continue;
         if (walk.poll())
@@ -170,7 +170,7 @@ LSTATUS RegistryPath::reportKeys(HKEY key, Walk& walk) const
             break;
         const SharedPtr<ScanItem> item =
             makeShared<ScanItem, RegistryPath>(*this, joinKey(subKey(), found.name));
-        reportContainer(walk, item, getLevel() + 1, false); // whether it is a link shows when it is listed
+        reportContainer(walk, item, getLevel() + 1, false); // listing it shows whether it is a link
         if (walk.cancelled)
             break;
     }

@@ -14,7 +14,7 @@ constexpr std::uint32_t kDataKnown = 1; // bits of the serialized form
 constexpr std::uint32_t kTypeKnown = 2;
 constexpr std::size_t kLongestName = 16383;
 
-/// Fills `copy`, with two more characters, so that text ends. Raises the bare code.
+/// Fills `copy` and appends two characters, so that text is terminated. Raises the bare code.
 void copyData(Blob& copy, const void* data, unsigned long size)
 {
     if (data == nullptr && size != 0)
@@ -165,7 +165,7 @@ const void* RegistryValue::getData(unsigned long& size)
             Blob data;
             DWORD type = 0;
             DWORD length = 0;
-            // Two more characters, so that text ends even where the registry's does not.
+            // Two more characters, so that text is terminated even where the registry's is not.
             requireSuccess(valuedata::query(key.get(), getName(), type, length, [&](std::size_t capacity) {
                 data.allocate(capacity, 2 * sizeof(wchar_t));
                 return data.getData();
@@ -215,7 +215,7 @@ long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
 
 long RegistryValue::load(unsigned long code, IInputByteStream& stream)
 {
-    const FullPathReset reset(*this); // ends after the path is put back
+    const FullPathReset reset(*this); // runs after the path is restored
     KeptState kept(*this);
     RegistryKey::load(code, stream);
     placedStep(PLACE(kRegistryValueHeader, "RegistryValue::load", __LINE__), [&] {

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Told of the bytes done and the bytes in all, with what the caller gave.
+/// Receives the bytes done, the bytes in all and the caller's context.
 extern "C" typedef void (*ChecksumProgress)(unsigned long long done, unsigned long long size, void* context);

@@ -7,18 +7,18 @@
 
 inline constexpr char kArrayMessageHeader[] = "win32\\communication\\include\\ArrayMessage.h";
 
-/// A message with a list of serializable objects, which copies of the message share.
+/// A message with a list of serializable objects. Copies of the message share the objects.
 ///
 /// Serialized form: the message, the element count as u32, then each element's own form. The form does not
-/// say what the elements are: load makes each with the message's factory, which by default makes empty
-/// ParameterW objects. load and dump raise an Exception that names the failing step, with the step's code;
-/// an element pointer without an object raises a bare 487 while dumping.
+/// record the elements' class: load creates each one with the message's factory, by default an empty
+/// ParameterW. load and dump raise an Exception that names the failing step, with the step's code. Dumping an
+/// element pointer without an object raises a bare 487.
 class ArrayMessage : public MessageW
 {
 public:
     using Element = SharedPtr<SerializableW>;
     using Elements = std::vector<Element, ProcessHeapAllocator<Element>>;
-    /// Makes the element at `index` of the list, ready to be loaded; a pointer without an object is refused
+    /// Creates the element at `index` of the list, ready to be loaded. A pointer without an object is refused
     /// with 487.
     using ElementFactory = Element (*)(std::uint32_t index);
 
@@ -26,13 +26,13 @@ public:
 
     static Element makeParameter(std::uint32_t) { return makeShared<SerializableW, ParameterW>(); }
 
-    /// Says what load makes its elements with; null goes back to empty ParameterW objects.
+    /// Sets the factory that load creates elements with; null restores the default, empty ParameterW objects.
     void setElementFactory(ElementFactory factory) noexcept
     {
         m_factory = factory != nullptr ? factory : &ArrayMessage::makeParameter;
     }
 
-    /// Appends an element. Raises std::bad_alloc without memory.
+    /// Appends an element. Raises std::bad_alloc when memory runs out.
     void addElement(const Element& element) { m_elements.push_back(element); }
     [[nodiscard]] const Elements& getElements() const noexcept { return m_elements; }
     void clearElements() noexcept { m_elements.clear(); }
@@ -63,7 +63,7 @@ public:
         placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::load", 375), [&] { count = readU32(stream); });
         for (std::uint32_t index = 0; index < count; ++index) {
             placedStep(PLACE(kArrayMessageHeader, "ArrayMessage::load", 391), [&] {
-                // Checked each time, so that a lying count cannot make elements out of nothing.
+                // Checked each time, so that a false count cannot create elements out of nothing.
                 if (stream.getRemaining() == 0)
                     raiseCode(ERROR_READ_FAULT);
                 const Element element = m_factory(index);

@@ -10,12 +10,12 @@
 #include "core/win32/utils/objectmanager/include/ProcessHeap.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// A source of bytes. What comes out of it is not to be trusted: readers ask `getRemaining` before they
-/// allocate for a length that the stream itself gave.
+/// A source of bytes. Its content is not trusted: readers check `getRemaining` before they allocate for a
+/// length that came from the stream.
 struct IInputByteStream
 {
     virtual ~IInputByteStream() = default;
-    /// Reads exactly `size` bytes to `target`. Returns 0, or 30 when fewer are left or the source fails.
+    /// Reads exactly `size` bytes into `target`. Returns 0, or 30 when fewer are left or the source fails.
     virtual long read(void* target, std::size_t size) = 0;
     /// How many bytes are left.
     [[nodiscard]] virtual unsigned long long getRemaining() const noexcept = 0;
@@ -25,12 +25,12 @@ struct IInputByteStream
 struct IOutputByteStream
 {
     virtual ~IOutputByteStream() = default;
-    /// Writes all `size` bytes. Returns 0, or 29 when the sink does not take them.
+    /// Writes all `size` bytes. Returns 0, or 29 when the sink cannot take them.
     virtual long write(const void* source, std::size_t size) = 0;
 };
 
 namespace primitives {
-/// Copies bytes. Most of what a message is made of are numbers of 4 and 8 bytes, which need no call.
+/// Copies bytes. Messages consist mostly of numbers of 4 and 8 bytes, which need no call.
 inline void copyBytes(void* target, const void* source, std::size_t size) noexcept
 {
     if (size == 8)
@@ -42,7 +42,7 @@ inline void copyBytes(void* target, const void* source, std::size_t size) noexce
 }
 } // namespace primitives
 
-/// Reads from memory that the caller owns and keeps unchanged meanwhile.
+/// Reads from memory that the caller owns and must not change meanwhile.
 class MemoryInputByteStream : public IInputByteStream
 {
 public:
@@ -67,7 +67,7 @@ private:
     std::size_t m_position = 0;
 };
 
-/// Collects bytes in memory of its own, which grows as needed.
+/// Collects bytes in its own memory, which grows as needed.
 class MemoryOutputByteStream : public IOutputByteStream
 {
 public:
@@ -76,7 +76,7 @@ public:
     MemoryOutputByteStream& operator=(const MemoryOutputByteStream&) = delete;
     ~MemoryOutputByteStream() override { processheap::release(m_data); }
 
-    /// Returns 29 when memory is short; what was written before stays.
+    /// Returns 29 when memory runs out; what was written before stays.
     long write(const void* source, std::size_t size) override
     {
         if (size > m_capacity - m_size && !grow(size))
@@ -88,7 +88,7 @@ public:
 
     [[nodiscard]] const unsigned char* getData() const noexcept { return m_data; }
     [[nodiscard]] std::size_t getSize() const noexcept { return m_size; }
-    /// Forgets the content and keeps the memory.
+    /// Discards the content and keeps the memory.
     void clear() noexcept { m_size = 0; }
 
 private:
@@ -114,7 +114,7 @@ private:
     std::size_t m_capacity = 0;
 };
 
-/// Writes to memory that the caller owns, and no further than its end.
+/// Writes to memory that the caller owns, never past its end.
 class FixedOutputByteStream : public IOutputByteStream
 {
 public:
@@ -141,8 +141,8 @@ private:
     std::size_t m_size = 0;
 };
 
-/// Reads from an open file, from its current position to the end it has at construction. The caller keeps
-/// the handle, which must be seekable, open meanwhile.
+/// Reads from an open file, from its current position to its end as of construction. The caller keeps the
+/// handle open meanwhile; it must be seekable.
 class FileInputByteStream : public IInputByteStream
 {
 public:
@@ -177,7 +177,7 @@ class FileOutputByteStream : public IOutputByteStream
 public:
     explicit FileOutputByteStream(HANDLE file) noexcept : m_file(file) {}
 
-    /// Returns 29 when the file does not take all bytes; some of them may have been written.
+    /// Returns 29 when the file does not take all bytes; some may have been written.
     long write(const void* source, std::size_t size) override
     {
         return filetransfer::write(m_file, source, size) == ERROR_SUCCESS ? ERROR_SUCCESS : ERROR_WRITE_FAULT;

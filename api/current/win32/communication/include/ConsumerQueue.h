@@ -9,10 +9,10 @@
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// A queue that many threads put items into and one thread at a time consumes, first in first out.
+/// A first-in, first-out queue: many threads push items, one thread at a time consumes them.
 ///
-/// A waiting consumer is woken through an event, which the first push makes; pushing to a consumer that is
-/// busy makes no kernel call. The queue counts as emptied when it holds no item and none is being consumed.
+/// The first push creates the event that wakes a waiting consumer. Pushing while the consumer is busy makes
+/// no kernel call. The queue counts as emptied when it holds no item and none is being consumed.
 template <class Item>
 class ConsumerQueue
 {
@@ -21,8 +21,8 @@ public:
     ConsumerQueue(const ConsumerQueue&) = delete;
     ConsumerQueue& operator=(const ConsumerQueue&) = delete;
 
-    /// Puts a copy of `item` at the back. Returns its number for withdraw. Raises the system's code as a bare
-    /// long, or std::bad_alloc; nothing has been put in then.
+    /// Appends a copy of `item`. Returns its number for withdraw. Raises the system's code as a bare long, or
+    /// std::bad_alloc; the queue is unchanged then.
     std::uint64_t push(const Item& item)
     {
         std::list<Entry> added{Entry{0, item}};
@@ -38,11 +38,10 @@ public:
         return m_pushed++;
     }
 
-    /// Takes the item of that number back out, if it has not been taken from the front yet. Returns whether
-    /// it did.
+    /// Removes the item with that number if nobody has taken it yet. Returns whether it did.
     bool withdraw(std::uint64_t number) noexcept
     {
-        std::list<Entry> dropped; // let go of after the lock
+        std::list<Entry> dropped; // released after unlocking
         const WriteLocker locker(m_lock);
         const auto found = std::find_if(m_items.begin(), m_items.end(),
                                         [&](const Entry& entry) { return entry.number == number; });
@@ -53,10 +52,10 @@ public:
         return true;
     }
 
-    /// Takes items from the front and calls `consumer` with each, outside the queue's lock, until
-    /// `cancelEvent` is signalled, which is asked before each item; waits when there is none. Returns 1223
-    /// then, or the system's code of a wait that failed. What the consumer raises ends the loop and goes on
-    /// to the caller; its item is consumed.
+    /// Takes items from the front and calls `consumer` with each, outside the queue's lock. Waits when the
+    /// queue is empty. Checks `cancelEvent` before each item and returns 1223 once it is signalled, or the
+    /// system's code when a wait fails. What the consumer raises ends the loop and reaches the caller; its
+    /// item counts as consumed.
     template <class Consumer>
     long consume(HANDLE cancelEvent, Consumer&& consumer)
     {
@@ -71,8 +70,8 @@ public:
         return ERROR_CANCELLED;
     }
 
-    /// Waits until the queue has been emptied, for at most `timeout` milliseconds. Returns 0, 258, or 1223
-    /// when releaseWaiters was called since `released` was the number of its calls.
+    /// Waits until the queue has been emptied, for at most `timeout` milliseconds. `released` is an earlier
+    /// result of getReleased. Returns 0, 258, or 1223 when releaseWaiters has been called since.
     long waitEmptied(DWORD timeout, std::uint64_t released) noexcept
     {
         const Deadline deadline(timeout);
@@ -86,7 +85,7 @@ public:
         return ERROR_SUCCESS;
     }
 
-    /// Ends all waits for the emptied queue: nobody consumes it for the time being.
+    /// Ends all waits for the emptied queue: nobody consumes it for now.
     void releaseWaiters() noexcept
     {
         const WriteLocker locker(m_lock);
@@ -101,7 +100,7 @@ public:
         return m_released;
     }
 
-    /// Whether items wait to be consumed.
+    /// Whether items are waiting to be consumed.
     [[nodiscard]] bool hasItems() noexcept
     {
         const ReadLocker locker(m_lock);
@@ -111,11 +110,11 @@ public:
 private:
     struct Entry
     {
-        std::uint64_t number; // how many were pushed before it
+        std::uint64_t number; // pushed before it
         Item item;
     };
 
-    /// One item taken from the front, while it is being consumed.
+    /// An item taken from the front while it is being consumed.
     class Taken
     {
     public:
@@ -155,7 +154,7 @@ private:
             raiseLastError();
     }
 
-    // Returns 0 when there may be an item or the event is signalled, or the system's code.
+    // Returns 0 when there may be an item or the event is signalled, otherwise the system's code.
     long waitForItem(HANDLE cancelEvent)
     {
         HANDLE events[] = {nullptr, cancelEvent};
@@ -191,7 +190,7 @@ private:
     bool m_waiting = false;
     bool m_signalled = false;
     CONDITION_VARIABLE m_emptied = CONDITION_VARIABLE_INIT;
-    std::uint64_t m_pushed = 0;   // how many items were pushed so far
-    unsigned m_consuming = 0;     // items that are being consumed
-    std::uint64_t m_released = 0; // how often the waits were ended
+    std::uint64_t m_pushed = 0;   // items pushed so far
+    unsigned m_consuming = 0;     // items being consumed
+    std::uint64_t m_released = 0; // how often waits were ended
 };

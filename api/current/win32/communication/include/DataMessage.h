@@ -4,7 +4,7 @@
 
 inline constexpr char kDataMessageHeader[] = "win32\\communication\\include\\DataMessage.h";
 
-/// A message with one buffer of bytes, copied and owned on the process heap.
+/// A message with one buffer of bytes, copied to the process heap and owned by the message.
 ///
 /// Serialized form: the message, the size as a blob of 8 bytes, the bytes as a blob. load and dump raise an
 /// Exception that names the failing step, with 30 (also when the size disagrees with the blob), 29 or 8.
@@ -26,8 +26,8 @@ public:
     }
     ~DataMessage() override { processheap::release(m_data); }
 
-    /// Replaces the bytes by a copy of `size` bytes; null data empties them. Raises a bare 8, and keeps the
-    /// old bytes then.
+    /// Replaces the bytes by a copy of `size` bytes; null data empties them. Raises a bare 8 and keeps the
+    /// old bytes.
     void setData(const void* data, std::uint64_t size)
     {
         void* copy = data != nullptr ? processheap::copy(data, static_cast<std::size_t>(size), 1) : nullptr;

@@ -5,14 +5,14 @@
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/communication/include/Parameter.h"
 
-/// The name of a parameter. A short one, as most are, stands in the message's own entry.
+/// The name of a parameter. A short name, the usual case, is stored in the message's own entry.
 template <class Char>
 class ParameterName
 {
 public:
     using View = std::basic_string_view<Char>;
 
-    /// Raises std::bad_alloc for a long name without memory.
+    /// Raises std::bad_alloc when memory for a long name runs out.
     explicit ParameterName(View name) : m_length(name.size())
     {
         if (m_length < kShort)
@@ -20,7 +20,7 @@ public:
         else
             m_long = name;
     }
-    /// Reads it as a string of the stream. Raises a bare 30 or 8, and std::bad_alloc.
+    /// Reads the name as a string from the stream. Raises a bare 30 or 8, and std::bad_alloc.
     explicit ParameterName(IInputByteStream& stream)
     {
         const std::size_t capacity = primitives::readTextCapacity<Char>(stream);
@@ -29,7 +29,7 @@ public:
         m_length = primitives::readCharacters(stream, capacity > kShort ? m_long.data() : m_short, capacity);
     }
 
-    // Copied only: a name that was moved from would have the length of what it has lost.
+    // Copied only: a moved-from name would keep the length of the text it has lost.
     ParameterName(const ParameterName&) = default;
     ParameterName& operator=(const ParameterName&) = default;
     ~ParameterName() = default;
@@ -44,18 +44,18 @@ public:
     };
 
 private:
-    static constexpr std::size_t kShort = 16; // characters with the terminator
+    static constexpr std::size_t kShort = 16; // in characters, with the terminator
 
     Char m_short[kShort] = {};
     HeapString<Char> m_long;  // empty for a short one
-    std::size_t m_length = 0; // of either, without what a stream has put behind the first zero
+    std::size_t m_length = 0; // of either form, without what a stream put behind the first zero
 };
 
 /// A message with named parameters, ordered by the characters of their names.
 ///
 /// Serialized form: the message, the parameter count as u32, then each parameter's name as a string and its
-/// value. Failing steps of load and dump are raised as a bare long: 30 reading, 29 writing, 8 memory, 487
-/// for an entry that holds no parameter. After a failed load the parameters that were read whole are there.
+/// value. A failing step of load or dump raises a bare long: 30 reading, 29 writing, 8 memory, 487 for an
+/// entry without a parameter. After a failed load the message holds the parameters that were read completely.
 /// Copies share the parameters themselves.
 template <class Char>
 class BasicHashMessage : public BasicMessage<Char>
@@ -70,7 +70,7 @@ public:
 
     using BasicMessage<Char>::BasicMessage;
 
-    /// Files `parameter` under `name`, in place of an older one. Returns 0, 87 for a null name, 8.
+    /// Stores `parameter` under `name`, replacing any older one. Returns 0, 87 for a null name, 8.
     long setParameter(const Char* name, const ParameterPtr& parameter)
     {
         return boundary::statusFrame([&]() -> long {
@@ -80,26 +80,26 @@ public:
             return ERROR_SUCCESS;
         });
     }
-    /// Files a copy of `size` bytes under `name`. Returns 0, 87 for a null name or null data, 8.
+    /// Stores a copy of `size` bytes under `name`. Returns 0, 87 for a null name or null data, 8.
     long setParameter(const Char* name, const void* data, std::uint64_t size)
     {
         return boundary::statusFrame(
             [&]() -> long { return setParameter(name, makeShared<Parameter>(size, data)); });
     }
-    /// Files a 32-bit number as 4 bytes. Returns as above.
+    /// Stores a 32-bit number as 4 bytes. Returns as above.
     long setParameter(const Char* name, std::uint32_t value)
     {
         return setParameter(name, &value, sizeof value);
     }
-    /// Files a string with its terminator. Returns as above.
+    /// Stores a string with its terminator. Returns as above.
     long setParameter(const Char* name, const Char* text)
     {
         return setParameter(name, text,
                             text != nullptr ? (std::char_traits<Char>::length(text) + 1) * sizeof(Char) : 0);
     }
 
-    /// Finds the parameter of that name. Returns 0, 87 for a null name, 1168 when there is none or the entry
-    /// is empty.
+    /// Finds the parameter with that name. Returns 0, 87 for a null name, 1168 when there is none or the
+    /// entry is empty.
     long getParameter(const Char* name, const Parameter*& parameter) const noexcept
     {
         if (name == nullptr)
@@ -121,8 +121,8 @@ public:
         std::memcpy(&value, parameter->getData(), sizeof value);
         return ERROR_SUCCESS;
     }
-    /// Finds a string, which the message goes on to own. Returns as above, and 87 when the value is not text
-    /// that ends with its terminator.
+    /// Finds a string; the message keeps ownership. Returns as above, and 87 when the value is not text that
+    /// ends with its terminator.
     long getParameter(const Char* name, const Char*& text) const noexcept
     {
         const Parameter* parameter = nullptr;
@@ -161,9 +161,10 @@ public:
         m_parameters.clear();
         bareStep([&] {
             BasicMessage<Char>::load(code, stream);
-            // The count is the stream's own word: every entry must still be there to be read.
+            // The count comes from the stream: every entry must still be there to be read.
             for (std::uint32_t left = readU32(stream); left != 0; --left) {
-                // They come in order, unless a stranger wrote them; of two of one name the later one counts.
+                // Entries come in order unless something else wrote the stream. Of two with one name the
+                // later wins.
                 const auto entry = m_parameters.emplace_hint(m_parameters.end(), std::piecewise_construct,
                                                              std::forward_as_tuple(stream),
                                                              std::forward_as_tuple(std::in_place));

@@ -7,13 +7,13 @@
 
 inline constexpr char kMessageHandlerHeader[] = "win32\\communication\\include\\IMessageHandler.h";
 
-/// Receives messages. There is one operation per message class in two forms, without and with the 32-bit
-/// value that travels with a message; `context` is the sender's and is passed through untouched. What an
-/// operation raises goes back to the sender as the code of its call.
+/// Receives messages. Each message class has two operations: one without and one with the 32-bit value that
+/// travels with a message. `context` is the sender's and is passed on untouched. What an operation raises
+/// becomes the code of the sender's call.
 ///
-/// A handler overrides the forms that it serves. The others are programming errors: they say so to a
-/// debugger, wait 20 seconds for one, report a failed assertion (which by default ends the process) and
-/// raise an Exception with 120.
+/// A handler overrides the forms that it serves. Reaching any other is a programming error: it tells a
+/// debugger, waits 20 seconds for one, reports a failed assertion (which by default ends the process) and
+/// raises an Exception with 120.
 struct IMessageHandler
 {
     virtual ~IMessageHandler() = default;

@@ -9,12 +9,12 @@
 
 inline constexpr char kMessageHeader[] = "win32\\communication\\include\\Message.h";
 
-/// A message: the topic it belongs to, by name or by number, and a 32-bit id that the sender chooses.
+/// A message: the topic it belongs to, by name or by number, and a 32-bit id chosen by the sender.
 ///
 /// Copies own their topic name. Serialized form: topic kind (u32: 0 named, 1 numbered); the name as a string
-/// or the number as u32; the id as u32. Any other kind has no topic at all. A null topic name is written as
-/// "<dump error>". Constructors and copies raise a bare 8 without memory; load and dump raise an Exception
-/// that names the failing step, with 30 reading (also for lengths that do not hold), 29 writing, 8 memory.
+/// or the number as u32; the id as u32. Any other kind means no topic. A null topic name is written as "<dump
+/// error>". Constructors and copies raise a bare 8 when memory runs out. load and dump raise an Exception
+/// that names the failing step: 30 reading (also for impossible lengths), 29 writing, 8 memory.
 template <class Char>
 class BasicMessage : public std::conditional_t<sizeof(Char) == 1, SerializableA, SerializableW>
 {
@@ -24,9 +24,9 @@ public:
 
     /// A message without a topic name and with id 0, ready to be loaded.
     BasicMessage() noexcept = default;
-    /// A message on the topic of this name, which is copied; null is allowed.
+    /// A message on the topic with this name, which is copied; null is allowed.
     BasicMessage(const Char* topic, std::uint32_t id) : m_id(id) { m_topic.name = copyName(topic); }
-    /// A message on the topic of this number.
+    /// A message on the topic with this number.
     BasicMessage(std::uint32_t topic, std::uint32_t id) noexcept : m_kind(kNumberedTopic), m_id(id)
     {
         m_topic.number = topic;

@@ -2,10 +2,10 @@
 
 #include "win32/communication/include/IMessageHandler.h"
 
-/// Sees every message of a topic before the handlers do, through the same operations. A filter takes a
-/// message by raising a code: the delivery ends there, and the code is that of the sender's call.
+/// Sees every message of a topic before the handlers do, through the same operations. A filter stops a
+/// message by raising a code: delivery ends there, and the sender's call returns the code.
 ///
-/// A filter lets pass what it has no operation for, unlike a handler.
+/// Unlike a handler, a filter lets messages pass for which it has no operation.
 struct MessageFilter : IMessageHandler
 {
     void onMessage(const MessageW&, MessageW&, void*) override {}

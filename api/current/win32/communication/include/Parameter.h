@@ -9,14 +9,15 @@ inline constexpr char kParameterHeader[] = "win32\\communication\\include\\Param
 /// One untyped value of a message: a copy of `size` bytes on the process heap.
 ///
 /// Serialized form: the size as a blob of 8 bytes, then the value as a blob. load raises an Exception that
-/// names the failing step, with 30 also when the size disagrees with the value's blob; dump likewise with 29.
+/// names the failing step, with 30 also when the size disagrees with the value's blob; dump does the same
+/// with 29.
 template <class Char>
 class BasicParameter : public std::conditional_t<sizeof(Char) == 1, SerializableA, SerializableW>
 {
 public:
     /// An empty value, ready to be loaded.
     BasicParameter() noexcept = default;
-    /// Copies `size` bytes. Raises an Exception with 87 for null data and a bare 8 without memory.
+    /// Copies `size` bytes. Raises an Exception with 87 for null data and a bare 8 when memory runs out.
     BasicParameter(std::uint64_t size, const void* data)
     {
         if (data == nullptr)

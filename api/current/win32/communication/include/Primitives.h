@@ -1,9 +1,8 @@
 #pragma once
 
-// The encodings that all serialized state is made of: 32-bit numbers, blobs (an 8-byte length and that many
-// bytes) and strings (blobs whose bytes are the characters with their terminating zero). Little-endian,
-// unaligned, no padding. Failures are raised as a bare long: 29 writing, 30 reading, 87 for a null target,
-// 8 without memory.
+// The encodings of all serialized state: 32-bit numbers, blobs (an 8-byte length and that many bytes) and
+// strings (blobs of the characters with their terminating zero). Little-endian, unaligned, no padding.
+// Failures are raised as a bare long: 29 writing, 30 reading, 87 for a null target, 8 when memory runs out.
 
 #include <cstdint>
 #include <new>
@@ -42,7 +41,7 @@ inline void writeBlob(IOutputByteStream& stream, const void* data, std::uint64_t
     requireSuccess(stream.write(data, static_cast<std::size_t>(size)));
 }
 
-/// Reads the length of a blob: never more than the stream still holds.
+/// Reads the length of a blob; a length beyond what the stream still holds is refused (30).
 [[nodiscard]] inline std::size_t readBlobLength(IInputByteStream& stream)
 {
     std::uint64_t length = 0;
@@ -61,7 +60,7 @@ public:
     Blob& operator=(const Blob&) = delete;
     ~Blob() { processheap::release(m_data); }
 
-    /// Makes room for `size` bytes, followed in memory by `extra` zero bytes. The old bytes are gone then.
+    /// Allocates `size` bytes, followed in memory by `extra` zero bytes. The old bytes are lost.
     void allocate(std::uint64_t size, std::size_t extra = 1)
     {
         if (size > static_cast<std::size_t>(-1) - extra)
@@ -74,7 +73,7 @@ public:
         m_size = length;
     }
 
-    /// Reads a blob, followed in memory by `extra` zero bytes.
+    /// Reads a blob and puts `extra` zero bytes behind it in memory.
     void read(IInputByteStream& stream, std::size_t extra = 1)
     {
         allocate(readBlobLength(stream), extra);
@@ -92,7 +91,7 @@ private:
     std::size_t m_size = 0;
 };
 
-/// Reads a blob into a number of 8 bytes. A shorter blob fills its low bytes, a longer one is refused (30).
+/// Reads a blob into a number of 8 bytes. A shorter blob fills the low bytes; a longer one is refused (30).
 [[nodiscard]] inline std::uint64_t readU64Blob(IInputByteStream& stream)
 {
     const std::size_t length = readBlobLength(stream);
@@ -118,15 +117,15 @@ void writeString(IOutputByteStream& stream, const Char* text)
     writeBlob(stream, text, (std::char_traits<Char>::length(text) + 1) * sizeof(Char));
 }
 
-/// Whether `size` characters are a string: a terminator ends them and stands nowhere before. One inside would
-/// cut the text to another one, a path to that of a folder above.
+/// Whether `size` characters form a string, with a terminator at the end and none before. One inside would
+/// cut the text short: a path would become that of a folder above.
 template <class Char>
 [[nodiscard]] bool isTerminated(const Char* text, std::size_t size)
 {
     return size != 0 && std::char_traits<Char>::find(text, size, Char()) == text + size - 1;
 }
 
-/// Reads a string; one that does not end with its first zero is refused (30). The caller releases the
+/// Reads a string. One whose first zero is not its last character is refused (30). The caller releases the
 /// returned text with processheap::release.
 template <class Char>
 [[nodiscard]] Char* readString(IInputByteStream& stream)
@@ -140,20 +139,19 @@ template <class Char>
     return static_cast<Char*>(blob.release());
 }
 
-/// Reads how many characters a string has with its terminator: at least one.
+/// Reads a string's length in characters, terminator included: at least one.
 template <class Char>
 [[nodiscard]] std::size_t readTextCapacity(IInputByteStream& stream)
 {
     const std::size_t size = readBlobLength(stream);
     if (size == 0 || size % sizeof(Char) != 0)
         raiseCode(ERROR_READ_FAULT);
-    if (size > PTRDIFF_MAX) // a stream that does not know its end
+    if (size > PTRDIFF_MAX) // a stream that does not know where it ends
         raiseCode(ERROR_NOT_ENOUGH_MEMORY);
     return size / sizeof(Char);
 }
 
-/// Reads so many characters, the last of which alone must be a zero, and returns how many there are before
-/// it.
+/// Reads `capacity` characters, of which the last and no other must be zero. Returns how many precede it.
 template <class Char>
 [[nodiscard]] std::size_t readCharacters(IInputByteStream& stream, Char* text, std::size_t capacity)
 {
@@ -182,14 +180,14 @@ long codeOfStep(Step&& step) noexcept
     });
 }
 
-/// Runs one step of a load or dump; whatever it raises becomes an Exception at `place` with the same code.
+/// Runs one step of a load or dump. Anything it raises becomes an Exception at `place` with the same code.
 template <class Step>
 void placedStep(const char* place, Step&& step)
 {
     requireSuccess(place, codeOfStep(step));
 }
 
-/// Runs one step of a load or dump; whatever it raises becomes a bare long with the same code.
+/// Runs one step of a load or dump. Anything it raises becomes a bare long with the same code.
 template <class Step>
 void bareStep(Step&& step)
 {

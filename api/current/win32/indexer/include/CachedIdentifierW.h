@@ -6,11 +6,11 @@
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/indexer/include/IIdentifierW.h"
 
-/// A wide identifier whose copies share one text. Compared with regard to case.
+/// A wide identifier whose copies share one text. Comparisons respect case.
 class CachedIdentifierW : public IIdentifierW
 {
 public:
-    /// Copies `text`. Raises a bare 87 for a null text and a bare 8 without memory.
+    /// Copies `text`. Raises a bare 87 for a null text and a bare 8 when memory runs out.
     explicit CachedIdentifierW(const wchar_t* text) : m_text(makeText(text)) {}
 
     [[nodiscard]] const wchar_t* getIdentifier() const noexcept override { return m_text->c_str(); }

@@ -1,9 +1,9 @@
 #pragma once
 
-/// Something that is identified by a wide text.
+/// Something identified by a wide text.
 struct IIdentifierW
 {
     virtual ~IIdentifierW() = default;
-    /// The identifying text, never null. Owned by the object, valid while it lives and is not changed.
+    /// The identifying text, never null. Owned by the object; valid until the object changes or is destroyed.
     [[nodiscard]] virtual const wchar_t* getIdentifier() const noexcept = 0;
 };

@@ -10,25 +10,25 @@
 
 inline constexpr char kCachedPathHeader[] = "win32\\paths\\include\\CachedPath.h";
 
-/// A path text. It is its own identifier.
+/// A path text, which is its own identifier.
 class CachedPath : public IIdentifierW
 {
 public:
     /// No text yet.
     CachedPath() noexcept = default;
-    /// Sets the path as setPath does; failures are raised from CachedPath::CachedPath.
+    /// Sets the path as setPath does. Failures are raised from CachedPath::CachedPath.
     CachedPath(const wchar_t* path, int expand)
     {
         primitives::placedStep(PLACE(kCachedPathHeader, "CachedPath::CachedPath", __LINE__),
                                [&] { setPath(path, expand); });
     }
-    /// Takes a text over as it stands.
+    /// Takes over a text unchanged.
     explicit CachedPath(HeapStringW&& path) noexcept : m_path(std::move(path)), m_set(true) {}
 
-    /// Replaces the text; with `expand` nonzero its folder macros are expanded, and a path without any is
-    /// kept as it stands. `path` may be the present text. Raises an Exception with 87 for a null path (a
-    /// programming error, reported as a failed assertion first), with 8, or with the expander's code; the old
-    /// text is gone then.
+    /// Replaces the text. With `expand` nonzero its folder macros are expanded; a path without any is kept
+    /// unchanged. `path` may be the current text. Raises an Exception with 87 for a null path (a programming
+    /// error, first reported as a failed assertion), with 8, or with the expander's code; the old text is
+    /// lost then.
     void setPath(const wchar_t* path, int expand)
     {
         if (path == nullptr) {
@@ -40,7 +40,7 @@ public:
         m_set = false;
         primitives::placedStep(PLACE(kCachedPathHeader, "CachedPath::setPath", __LINE__), [&] {
             try {
-                // `path` may be this object's own text, so that goes last.
+                // `path` may be this object's own text, which is therefore released last.
                 HeapStringW text = expand != 0 ? expanded(path) : HeapStringW(path);
                 m_path.swap(text);
             } catch (...) {

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The narrow twin of IPathValidatorW, for UTF-8: capacities and lengths are in bytes, and 1113 is returned
+/// The narrow counterpart of IPathValidatorW, for UTF-8. Capacities and lengths are in bytes. Returns 1113
 /// for a path that is not valid UTF-8.
 struct IPathValidatorA
 {
@@ -8,5 +8,5 @@ struct IPathValidatorA
     virtual long validate(char* path, unsigned long capacity, unsigned long* needed) = 0;
 
 protected:
-    ~IPathValidatorA() = default; // process-wide: callers never delete it
+    ~IPathValidatorA() = default; // process-wide: never deleted by callers
 };

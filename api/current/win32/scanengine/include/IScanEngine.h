@@ -4,8 +4,8 @@
 #include "win32/scanengine/include/NotifyProvider.h"
 #include "win32/scanengine/include/ScanOptions.h"
 
-/// What the engines have in common. The exported FSEngine... and RSEngine... functions say what the
-/// operations do; here failures are raised as an Exception.
+/// What the engines have in common. The exported FSEngine... and RSEngine... functions document the
+/// operations; here failures are raised as an Exception.
 template <class... Root>
 struct IScanEngine
 {
@@ -17,13 +17,13 @@ struct IScanEngine
                                   std::uint32_t second) = 0;
     virtual void registerHandler(INotifyHandler& handler, std::uint32_t first, std::uint32_t second,
                                  std::uint64_t value) = 0;
-    /// Drops all paths.
+    /// Removes all paths.
     virtual void clear() = 0;
     virtual void clearNotifyHandlers() = 0;
 };
 
-/// The engine that walks folders: a root is a path and whether its macros are expanded.
+/// The engine that walks folders. A root is a path and whether to expand its macros.
 using IFileScanEngine = IScanEngine<const wchar_t*, int>;
-/// The engine that walks registry keys: a root is a root key, a sub-key path and the options word of the keys
+/// The engine that walks registry keys. A root is a root key, a sub-key path and the options word of the keys
 /// (RegistryOption).
 using IRegistryScanEngine = IScanEngine<HKEY, const wchar_t*, unsigned long>;

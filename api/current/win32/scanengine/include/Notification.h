@@ -5,27 +5,27 @@
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/scanengine/include/ScanItem.h"
 
-/// The keys under which the engines report what they find.
+/// The keys under which the engines report their finds.
 enum NotificationKey : std::uint32_t
 {
     kLeafFound = 0,      ///< a file or a registry value
     kContainerFound = 1, ///< a folder or a registry key
-    kListingFailed = 2   ///< a container that could not be listed, or not to its end; the value is the code
+    kListingFailed = 2   ///< a container that could not be listed completely; the value is the code
 };
 
-/// What a handler learns beside the found item.
+/// What a handler learns besides the found item.
 struct INotification
 {
     virtual ~INotification() = default;
     /// The first number that the handler was registered with: its key.
     [[nodiscard]] virtual std::uint32_t getFirst() const noexcept = 0;
-    /// The second number that the handler was registered with; its meaning is the caller's.
+    /// The second number that the handler was registered with; the caller defines its meaning.
     [[nodiscard]] virtual std::uint32_t getSecond() const noexcept = 0;
     /// The value that came with the notification: under kListingFailed the Win32 code, otherwise 0.
     [[nodiscard]] virtual std::uint32_t getValue() const noexcept = 0;
 };
 
-/// The record handed to a handler for one item. Lives for the length of the call.
+/// The record handed to a handler for one item. Valid during the call.
 class Notification : public INotification
 {
 public:
@@ -37,7 +37,7 @@ public:
     [[nodiscard]] std::uint32_t getFirst() const noexcept override { return m_first; }
     [[nodiscard]] std::uint32_t getSecond() const noexcept override { return m_second; }
     [[nodiscard]] std::uint32_t getValue() const noexcept override { return m_value; }
-    /// The 64-bit value given at registration; its meaning is the caller's.
+    /// The 64-bit value given at registration; the caller defines its meaning.
     [[nodiscard]] std::uint64_t getRegistrationValue() const noexcept { return m_registrationValue; }
 
 private:
@@ -48,7 +48,7 @@ private:
 };
 
 /// A caller's handler. It runs on the scanning thread, with no lock of the library held: it may register,
-/// clear, scan elsewhere, or signal the cancel event. It may keep a copy of the item. What it raises ends
+/// clear, scan elsewhere, or signal the cancel event. It may keep a copy of the item. Anything it raises ends
 /// the scan and becomes the scan's code.
 struct INotifyHandler
 {

@@ -13,39 +13,39 @@ inline constexpr char kNotifyProviderHeader[] = "win32\\scanengine\\include\\Not
 /// One registration of a handler.
 struct NotifyInfo
 {
-    INotifyHandler* handler; // the caller's, and to outlive the registration
+    INotifyHandler* handler; // owned by the caller; must outlive the registration
     std::uint32_t first;
     std::uint32_t second;
     std::uint64_t value;
-    bool isReceived = false; ///< a path has it from its engine
+    bool isReceived = false; ///< the path received it from its engine
 };
 
-/// The handlers of an engine or a path, each under the key that is its first number. Safe for any thread.
-/// Operations that fail raise an Exception and change nothing.
+/// The handlers of an engine or a path. Each handler's key is its first number. Safe on any thread. Failing
+/// operations raise an Exception and change nothing.
 struct INotifyProvider
 {
-    /// In place of a number: the registration keeps its own.
+    /// Instead of a number: the registration keeps its own.
     static constexpr std::uint32_t kKeepNumber = 0xFFFFFFFF;
 
     virtual ~INotifyProvider() = default;
-    /// Calls every handler under `key`, in the order of registration, until `cancelEvent` (may be null) is
-    /// signalled, which is asked before each call. No lock is held while handlers run.
+    /// Calls every handler under `key`, in the order of registration. Checks `cancelEvent` (may be null)
+    /// before each call and stops once it is signalled. No lock is held while handlers run.
     ///
     /// Returns 0, or 1223 when the event kept a handler from being called. Raises 1168 when nothing is
-    /// registered under `key`, and whatever a handler raises.
+    /// registered under `key`, and anything a handler raises.
     virtual long notify(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
                         const SharedPtr<ScanItem>& item) = 0;
-    /// Copies every registration of `provider`, in place of its numbers `first` and `second` unless these are
-    /// kKeepNumber. A provider may copy its own. Raises 8.
+    /// Copies every registration of `provider`, with the numbers `first` and `second` instead of its own
+    /// unless these are kKeepNumber. A provider may copy its own. Raises 8.
     virtual void registerHandlers(const INotifyProvider& provider, std::uint32_t first,
                                   std::uint32_t second) = 0;
-    /// Registers one handler under the key `first`; again means once more. Raises 8.
+    /// Registers one handler under the key `first`. A handler registered twice is called twice. Raises 8.
     virtual void registerHandler(INotifyHandler& handler, std::uint32_t first, std::uint32_t second,
                                  std::uint64_t value) = 0;
-    /// Drops all registrations. A handler that is being called meanwhile finishes.
+    /// Removes all registrations. A handler that is running finishes.
     virtual void clearNotifyHandlers() noexcept = 0;
-    /// The lock that guards the registrations, not recursive: who holds it must not call the operations
-    /// above.
+    /// The lock that guards the registrations. It is not recursive: a thread that holds it must not call the
+    /// operations above.
     virtual void lockRead() const noexcept = 0;
     virtual void unlockRead() const noexcept = 0;
     virtual void lockWrite() const noexcept = 0;
@@ -55,7 +55,7 @@ struct INotifyProvider
     getRegistrations() const = 0;
 };
 
-/// The provider of the library, also for callers that collect handlers for several engines.
+/// The library's provider, also for callers that collect handlers for several engines.
 class NotifyProvider : public INotifyProvider
 {
 public:
@@ -70,7 +70,7 @@ public:
                             ERROR_NOT_FOUND);
         return callEach(**registrations, cancelEvent, value, item);
     }
-    /// The same, but nothing happens when nothing is registered under `key`.
+    /// Like notify, but nothing happens when no handler is registered under `key`.
     long notifyAny(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
                    const SharedPtr<ScanItem>& item)
     {
@@ -105,8 +105,8 @@ public:
         ++m_version;
     }
 
-    /// Copies every registration of an engine, in place of those that an engine gave before; what was
-    /// registered here otherwise stays. In one step. Raises 8.
+    /// Copies every registration of an engine in one step. They replace those received earlier from an
+    /// engine; all other registrations stay. Raises 8.
     void receive(const INotifyProvider& engine)
     {
         change([&](Map& map) {
@@ -138,7 +138,7 @@ public:
     }
 
 private:
-    // Lists are never changed once they are in the map, so to copy one is to share it.
+    // A list never changes once it is in the map, so copying one means sharing it.
     using List = SharedPtr<Registrations>;
     using Map = std::map<std::uint32_t, List, std::less<>,
                          ProcessHeapAllocator<std::pair<const std::uint32_t, List>>>;
@@ -171,8 +171,8 @@ private:
         map.insert_or_assign(info.first, list);
     }
 
-    // Changes a copy of the map and puts it in place, unless another thread was faster: then once more. So
-    // no foreign provider is asked while our lock is held.
+    // Changes a copy of the map and puts it in place; starts over when another thread was faster. So no
+    // foreign provider is called while our lock is held.
     template <class Edit>
     void change(Edit&& edit)
     {

@@ -6,7 +6,7 @@
 
 inline constexpr char kScanItemHeader[] = "win32\\scanengine\\include\\ScanItem.h";
 
-/// What a scan item is. Directories and registry keys are containers, the others leaves.
+/// The type of a scan item. Directories and registry keys are containers, the others leaves.
 enum ScanItemType : std::uint32_t
 {
     kDirectoryItem = 1,
@@ -16,13 +16,13 @@ enum ScanItemType : std::uint32_t
     kRegistryValueItem = 6
 };
 
-/// One concrete thing that a scan finds or that a caller names. Base of every item class.
+/// One concrete thing that a scan finds or a caller names. Base of every item class.
 ///
 /// Serialized form: with bit kStateType of the code the type code (u32), with kStatePath the path text (a
-/// string), then the fields of the concrete class. The operations raise an Exception with a Win32 code.
+/// string), then the fields of the concrete class. Failing operations raise an Exception with a Win32 code.
 ///
-/// What asks an item, dumps it or works on the system may run on several threads at once; what changes the
-/// item itself (set..., load) must not run beside anything else on it.
+/// Operations that query an item, dump it or work on the system may run on several threads at once.
+/// Operations that change the item itself (set..., load) must not run beside any other on it.
 class ScanItem : public SerializableW
 {
 public:
@@ -32,12 +32,13 @@ public:
 
     /// The item's full path, never null. Owned by the item.
     [[nodiscard]] virtual const wchar_t* getPath() const { return m_path.getPath(); }
-    /// Names another item of the same type; see CachedPath::setPath for `expand` and the failures.
+    /// Makes the item name another one of the same type; see CachedPath::setPath for `expand` and the
+    /// failures.
     virtual void setPath(const wchar_t* path, int expand) { m_path.setPath(path, expand); }
-    /// What identifies the item within the name that it is filed under.
+    /// Identifies the item within the name that it is registered under.
     [[nodiscard]] virtual const IIdentifierW& getIdentifier() const { return m_path; }
-    /// Whether an item that is filed under the same key may be opened in place of this one: no for another
-    /// kind, and where the identifier does not tell everything about an item no when the rest differs.
+    /// Whether an item registered under the same key may be opened in place of this one. No for another kind.
+    /// No, too, when the identifier does not describe an item fully and the rest differs.
     [[nodiscard]] virtual bool isInterchangeable(const ScanItem& filed) const
     {
         return filed.getType() == m_type;
@@ -57,8 +58,8 @@ public:
     }
 
     /// Reads the common parts that `code` selects; without kStatePath the path stays. Raises an Exception
-    /// with 30, 8, or 13 when the stream holds an item of another type; the library's items are as they were
-    /// then, whichever part could not be read.
+    /// with 30, 8, or 13 when the stream holds an item of another type. Whichever part could not be read, the
+    /// library's items stay as they were.
     long load(unsigned long code, IInputByteStream& stream) override
     {
         if ((code & kStateType) != 0)
@@ -77,8 +78,7 @@ protected:
 
     [[nodiscard]] const CachedPath& path() const noexcept { return m_path; }
 
-    /// Puts the path back as it was, unless it is released: half an item would stand for a thing that nobody
-    /// has named.
+    /// Restores the path unless it is released: a half-loaded item would name something that nobody named.
     class KeptPath
     {
     public:

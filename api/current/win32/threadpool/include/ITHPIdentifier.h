@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-/// The key of a category or of work: a name, compared without regard to case, or a number.
+/// The key of a category or of work: a number, or a name compared without regard to case.
 struct ITHPIdentifier
 {
     static constexpr std::uint32_t kNumber = 0;

@@ -3,7 +3,7 @@
 #include "win32/communication/include/HashMessage.h"
 #include "win32/threadpool/include/ITHPWorkItem.h"
 
-/// What running work sees of itself. Valid during the run, on its thread.
+/// What running work can ask about itself. Valid during the run, on its thread.
 struct IThreadContext
 {
     virtual ~IThreadContext() = default;
@@ -14,11 +14,11 @@ struct IThreadContext
     [[nodiscard]] virtual std::uint32_t getID() const = 0;
     /// The pool's own item for this work.
     [[nodiscard]] virtual ITHPWorkItem& getWorkItem() const = 0;
-    /// For an object what its getUserData says, for a function its arguments: a HashMessageW*.
+    /// For an object what its getUserData returns; for a function its arguments, a HashMessageW*.
     [[nodiscard]] virtual void* getUserData() const = 0;
-    /// The work's own copy of the arguments that it was queued with.
+    /// The work's own copy of the arguments it was queued with.
     [[nodiscard]] virtual const HashMessageW& getArguments() const = 0;
 };
 
-/// Work as a function; the same rules as for ITHPWorkItem::operator().
+/// Work as a function. The rules of ITHPWorkItem::operator() apply.
 using THPWorkFunction = long (*)(IThreadContext& context, void* cancelEvent);

@@ -6,15 +6,15 @@
 struct THPWorkKey;
 struct THPWorkCall;
 
-/// A pool of worker threads. The exported functions THP... say what each operation does and returns; the
-/// operations raise their failures or return them as codes.
+/// A pool of worker threads. The exported functions THP... document each operation. The operations raise
+/// their failures or return them as codes.
 struct IThreadPool
 {
-    /// How work is cancelled. Work that is still queued is taken out in each case and ends as cancelled.
+    /// How work is cancelled. In each case work that is still queued is removed and ends as cancelled.
     enum class OperationType : std::uint32_t
     {
         CancelAndReturn = 0, ///< signals the cancel event of running work and does not wait for it
-        CancelAndWait = 1,   ///< the same, and waits without end until it has ended
+        CancelAndWait = 1,   ///< the same, and waits indefinitely until it has ended
         DropQueued = 2       ///< leaves running work alone
     };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-/// A drive letter, or a volume that has neither letter nor folder.
+/// A drive letter, or a volume with neither letter nor folder.
 struct VolumeRecord
 {
     const wchar_t* root;       ///< with its closing backslash
@@ -8,5 +8,5 @@ struct VolumeRecord
     const wchar_t* fileSystem; ///< "NTFS"; empty when it is not ready
     unsigned long type;        ///< DRIVE_FIXED and the like
     unsigned long serial;
-    int isReady; ///< 0: no medium, or not to be read
+    int isReady; ///< 0: no medium, or unreadable
 };

@@ -7,33 +7,33 @@
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// Opening keys by paths of any length. One call of the system takes 32,767 characters at most, and may cut a
-/// longer path without a word; the registry's own limit is far above that. Longer paths are gone along from
+/// Opens keys by paths of any length. One system call takes at most 32,767 characters, and may truncate a
+/// longer path silently; the registry's own limit is far higher. Longer paths are opened in steps, from
 /// handle to handle.
 namespace keypath {
-/// Opens the key `path` below `root`; `options` go for the last key alone, links further up are followed.
+/// Opens the key `path` below `root`. `options` apply to the last key only; links further up are followed.
 /// Returns 0; 206 when a name in the path has more than 255 characters (nothing is opened then); 161 for a
-/// path over 16,383 characters that is nothing but backslashes; or the system's code.
+/// path of more than 16,383 characters that consists only of backslashes; or the system's code.
 [[nodiscard]] LSTATUS open(HKEY root, const wchar_t* path, DWORD options, REGSAM access, HKEY* opened);
-/// Opens a key that a walk found below the first `rootLength` characters of its path, to change it. A link
-/// that was put in the place of a key on the way from there is not followed. Returns as open does; 681
-/// (ERROR_STOPPED_ON_SYMLINK) when the path leads to another key than the way from key to key.
+/// Opens a key, found by a walk below the first `rootLength` characters of its path, in order to change it. A
+/// link that has replaced a key on the way from there is not followed. Returns as open does; 681
+/// (ERROR_STOPPED_ON_SYMLINK) when the path leads to a different key than going key by key.
 [[nodiscard]] LSTATUS openFound(HKEY root, const wchar_t* path, std::size_t rootLength, REGSAM access,
                                 HKEY* opened);
-/// The same as open with RegCreateKeyExW: missing keys are made.
+/// Like open, with RegCreateKeyExW: missing keys are created.
 [[nodiscard]] LSTATUS create(HKEY root, const wchar_t* path, REGSAM access, HKEY* opened);
 
-/// Whether a code of the system's says that a key is not there.
+/// Whether a system code means that a key does not exist.
 [[nodiscard]] bool isMissing(long status) noexcept;
-/// Whether opening a key below `root` gave one of the predefined handles. Some keys stand for performance
-/// data, and opening them gives a handle of everybody's: it must not be closed, and what is listed, written
-/// or deleted through it is not the key.
+/// Whether opening a key below `root` returned one of the predefined handles. Some keys stand for performance
+/// data, and opening them returns a shared handle: it must not be closed, and listing, writing or deleting
+/// through it does not affect the key.
 [[nodiscard]] bool isStandIn(HKEY opened, HKEY root) noexcept;
-/// A handle of the one key that `key` was opened as, with the same access. The handles that the system gives
-/// below HKEY_CLASSES_ROOT carry a mark, and by it show the keys of two hives as one; a copy has no mark.
-/// Raises the bare code.
+/// A handle to the one key that `key` was opened as, with the same access. Handles that the system returns
+/// below HKEY_CLASSES_ROOT carry a mark that makes them show the keys of two hives as one; a copy has no
+/// mark. Raises the bare code.
 [[nodiscard]] RegistryKeyHandle itself(HKEY key);
-/// The name that the system knows an opened key by, such as "\REGISTRY\USER\S-1-5-18"; empty when it is not
-/// told. Raises std::bad_alloc.
+/// The system's name of an opened key, such as "\REGISTRY\USER\S-1-5-18"; empty when the system does not give
+/// it. Raises std::bad_alloc.
 [[nodiscard]] std::wstring nameOf(HKEY key);
 } // namespace keypath

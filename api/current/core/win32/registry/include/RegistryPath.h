@@ -19,13 +19,13 @@ private:
     void list(Walk& walk) override;
     [[nodiscard]] const char* scanPlace() const noexcept override;
 
-    /// Opens the key; empty when it was deleted since it was found, and when it only stands for performance
-    /// data. Raises a ListingFailure.
+    /// Opens the key. Empty when it has been deleted since it was found, and when it only stands for
+    /// performance data. Raises a ListingFailure.
     [[nodiscard]] RegistryKeyHandle openToList(bool isRoot) const;
     void requireHive(LSTATUS status) const;
     [[nodiscard]] bool isUserClasses() const noexcept;
     bool openUserClasses(HKEY hive, REGSAM access, HKEY* opened) const;
-    /// Both return what the listing ended with; what was found until then is reported.
+    /// Both return the code that the listing ended with; everything found before that is reported.
     LSTATUS reportValues(HKEY key, Walk& walk) const;
     LSTATUS reportKeys(HKEY key, Walk& walk) const;
 };

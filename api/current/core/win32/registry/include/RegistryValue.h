@@ -2,7 +2,7 @@
 
 #include "core/win32/registry/include/RegistryKey.h"
 
-/// A value of a registry key; see IRegistryValue for what its operations promise.
+/// A value of a registry key; see IRegistryValue for the contract of its operations.
 class RegistryValue final : public RegistryKey, public IRegistryValue
 {
 public:
@@ -17,7 +17,7 @@ public:
     ~RegistryValue() override { processheap::release(m_data); }
 
     [[nodiscard]] const wchar_t* getPath() const override { return RegistryKey::getPath(); }
-    /// Sets the sub-key path; what was read of the old key's value is dropped.
+    /// Sets the sub-key path and discards what was read of the old key's value.
     void setPath(const wchar_t* path, int expand) override;
     void create() override;
     void deleteItem() override;
@@ -41,7 +41,7 @@ private:
         unsigned long size;
         bool isKnown;
     };
-    /// What is known by now. It stays where it is until the item is changed.
+    /// What is known so far. It stays in place until the item is changed.
     [[nodiscard]] Content content() const noexcept;
     void setName(std::wstring_view name);
     void keep(unsigned long type, void* data, unsigned long size) noexcept;
@@ -55,6 +55,6 @@ private:
     void* m_data = nullptr; // process heap
     unsigned long m_size = 0;
     bool m_hasData = false;
-    bool m_isRead = false;            // type and data are the registry's, not the caller's
-    mutable ReadWriteLock m_dataLock; // guards what is read at the first request
+    bool m_isRead = false;            // type and data come from the registry, not from the caller
+    mutable ReadWriteLock m_dataLock; // guards what is read at the first call
 };

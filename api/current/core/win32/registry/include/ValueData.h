@@ -5,14 +5,14 @@
 #include <windows.h>
 
 namespace valuedata {
-/// Asks for the type and the data of a value. The data may grow between two calls, and some providers never
-/// say how long theirs is: it is asked again, with more room, until it fits. `allocate(capacity)` gives room
-/// for so many bytes, in place of what it gave before; `length` is the number of them that the data fills.
-/// Returns 0, 8 for data of 2 GiB or more, or the system's code.
+/// Queries the type and the data of a value. The data may grow between two calls, and some providers never
+/// report its length, so the query is repeated with more room until the data fits. `allocate(capacity)`
+/// returns room for `capacity` bytes, replacing its earlier result; `length` receives how many of them the
+/// data fills. Returns 0, 8 for data of 2 GiB or more, or the system's code.
 template <class Allocate>
 [[nodiscard]] LSTATUS query(HKEY key, const wchar_t* name, DWORD& type, DWORD& length, Allocate&& allocate)
 {
-    constexpr std::size_t kLeastGrowth = 1024; // bytes, where the registry does not say how much it takes
+    constexpr std::size_t kLeastGrowth = 1024; // bytes, for values whose length the registry does not report
     length = 0;
     LSTATUS status = RegQueryValueExW(key, name, nullptr, &type, nullptr, &length);
     std::size_t capacity = length;

@@ -35,7 +35,7 @@ void MessageTopic::post(const Posted& posted)
             placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718),
                        [&] { begins = !m_beginning && !isWorking(); });
         } catch (const Exception&) {
-            if (m_queue.withdraw(number)) // else somebody has delivered it after all
+            if (m_queue.withdraw(number)) // otherwise it was delivered after all
                 throw;
         }
         m_beginning = m_beginning || begins;
@@ -59,7 +59,8 @@ void MessageTopic::requireOpen() const
                         ERROR_INVALID_ADDRESS);
 }
 
-// One thread for the category: a consumer that is being stopped and the next one never deliver at once.
+// One thread for the category: a consumer that is being stopped and the next one never deliver at the same
+// time.
 void MessageTopic::requirePool()
 {
     if (m_pool.isValid())
@@ -77,8 +78,8 @@ void MessageTopic::requirePool()
     m_pool = std::move(pool);
 }
 
-// Called by the one thread that has set m_beginning. The consumer waits for m_beginLock before it does
-// anything: it then finds itself among the instances.
+// Called by the one thread that has set m_beginning. The consumer first waits for m_beginLock, and then finds
+// itself among the instances.
 void MessageTopic::beginWork()
 {
     const WriteLocker beginning(m_beginLock);
@@ -99,14 +100,14 @@ void MessageTopic::beginWork()
     const WriteLocker locker(m_workLock);
     m_beginning = false;
     requireSuccess(place, code);
-    m_instances.push_back(instance); // has room: nobody else adds to it
+    m_instances.push_back(instance); // has room: no other thread adds to it
     m_accepting = !m_closed;
     if (m_closed)
         cancelConsumer(instance);
 }
 
-// Others may have posted while a consumer could not begin, and have relied on it. If it cannot be had now
-// either, the next post delivers what they have posted.
+// Others may have posted, and relied on it, while a consumer could not begin. If none can begin now either,
+// the next post delivers their messages.
 void MessageTopic::beginOrGiveUp()
 {
     {
@@ -133,7 +134,7 @@ bool MessageTopic::isWorking()
     if (!m_accepting)
         return false;
     if (m_consumerThread != 0)
-        return true; // no need to ask the pool
+        return true; // no need to query the pool
     bool running = false;
     requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::isWorking", 222),
                    askPool(m_instances.back(), running));
@@ -145,7 +146,7 @@ bool MessageTopic::isRunning(void* instance) noexcept
     bool running = false;
     const long code = askPool(instance, running);
     if (code == ERROR_INVALID_HANDLE || code == ERROR_INVALID_ADDRESS || code == ERROR_NOT_FOUND)
-        return false; // somebody has closed the pool, and so has ended its work
+        return false; // somebody has closed the pool, which ended its work
     return code != ERROR_SUCCESS || running;
 }
 
@@ -178,7 +179,8 @@ void MessageTopic::stopConsumer()
 {
     if (!isWorking())
         return;
-    // This topic's own work only: the pool may also serve an older topic of the name that is still ending.
+    // Only this topic's own work: the pool may also serve an older topic with the same name that is still
+    // ending.
     requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::stopWork", 248),
                    cancelConsumer(m_instances.back()));
     m_accepting = false;
@@ -261,8 +263,8 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
     return ERROR_CANCELLED;
 }
 
-// Returns whether the topic is to be destroyed; if not, the calling thread must not touch it any more. A
-// handler that raised has ended this consumer; what is still queued goes to a new one.
+// Returns whether the topic must be destroyed; if not, the calling thread must not touch it any more. If a
+// handler's exception ended this consumer, a new one gets what is still queued.
 bool MessageTopic::endWork(void* instance, bool restart) noexcept
 {
     bool latest = false;
@@ -302,7 +304,7 @@ void MessageTopic::close() noexcept
 // Returns whether there is still something to wait for.
 bool MessageTopic::waitForConsumer(const Deadline& deadline) noexcept
 {
-    constexpr DWORD kLook = 1000; // milliseconds until we ask whom the consumer is waiting for
+    constexpr DWORD kLook = 1000; // milliseconds between checks whom the consumer is waiting for
     void* instance = nullptr;
     DWORD thread = 0;
     {

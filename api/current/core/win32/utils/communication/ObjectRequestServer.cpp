@@ -60,7 +60,7 @@ long ObjectRequestServer::start(AnyObjectTable& table)
     return code;
 }
 
-// Without the lock, since it waits for the requests that are being answered.
+// Runs without the lock, since it waits for requests that are being answered.
 long ObjectRequestServer::stop(const AnyObjectTable& table)
 {
     Served served{};

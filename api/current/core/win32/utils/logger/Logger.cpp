@@ -31,7 +31,7 @@ constexpr LogFile kFiles[Logger::kFileCount] = {{L"ZFM.log", nullptr},
                                                 {L"ZPC.log", L"Privacy Cleaner"},
                                                 {L"ZDC.log", L"Disk Cleaner"}};
 
-/// The comparison of the runtime's library goes by the locale, which is the caller's.
+/// The runtime's comparison depends on the locale, which is the caller's.
 bool equalsAscii(const wchar_t* first, const wchar_t* second) noexcept
 {
     const auto fold = [](wchar_t c) {
@@ -44,7 +44,7 @@ bool equalsAscii(const wchar_t* first, const wchar_t* second) noexcept
     return fold(*first) == fold(*second);
 }
 
-/// Makes a folder with all that leads to it. The shell's library is large and needed here alone.
+/// Creates a folder and all its parents. The shell's library is large and needed only here.
 void createFolders(const wchar_t* folder)
 {
     const ModuleHandle shell = loadSystemModule(L"shell32.dll");
@@ -84,12 +84,12 @@ void discard(Win32Handle& file, const std::wstring& path)
     file.reset();
     if (!isKnown)
         throw Exception(PLACE(kLoggerHeader, "Logger::openFiles", __LINE__), kCannotComplete);
-    // Under a second name it is somebody's file too: this name alone goes.
+    // With a second name it is somebody else's file too: only this name is removed.
     if (information.nNumberOfLinks > 1) {
         DeleteFileW(Win32Path(path.c_str()));
         return;
     }
-    // A failure, say because somebody reads the file, has put it on the boot-time list.
+    // On failure, for instance because somebody reads the file, it is on the boot-time list.
     Wiper wiper;
     wiper.Wipe(nullptr, nullptr, kWipeFile, path.c_str(), nullptr, nullptr, kWipeZeros, 1, nullptr);
 }
@@ -132,7 +132,7 @@ void LogLine::append(const wchar_t* part) noexcept
 {
     while (*part != L'\0' && m_length < kLongest - 2)
         m_text[m_length++] = *part++;
-    // The rest was cut: not between the halves of a pair.
+    // The rest was cut, but not between the halves of a pair.
     if (*part >= 0xDC00 && *part < 0xE000 && m_length != 0 && m_text[m_length - 1] >= 0xD800 &&
         m_text[m_length - 1] < 0xDC00)
         --m_length;
@@ -201,7 +201,7 @@ Logger::Logger()
 
 Logger::~Logger()
 {
-    // Heard by the threads of all loggers of the session.
+    // All loggers' threads in the session listen to it.
     const Win32Handle stopAll(OpenEventW(EVENT_MODIFY_STATE, FALSE, kStopEvent));
     if (stopAll.isValid())
         SetEvent(stopAll.get());
@@ -215,7 +215,7 @@ void Logger::startThread()
     m_finished.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!m_stop.isValid() || !m_finished.isValid())
         throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
-    // The code that the thread runs stays loaded as long as it does.
+    // The thread's code stays loaded as long as the thread runs.
     if (KeptLibrary::hold() != ERROR_SUCCESS)
         throw Exception(PLACE(kLoggerHeader, "Logger::Logger", __LINE__), kCannotComplete);
     m_thread.reset(CreateThread(nullptr, 0, &Logger::threadMain, this, 0, &m_threadId));
@@ -227,7 +227,7 @@ void Logger::startThread()
 
 void Logger::openFiles()
 {
-    // A path with macros in it; the expander asks the system what they stand for.
+    // A path with macros, which the expander resolves.
     const CachedPath folder(L"%current%\\logs\\%username%\\", 1);
     createFolders(folder.getPath());
 
@@ -254,9 +254,9 @@ void Logger::openFiles()
                             kCannotComplete); // it would write over old lines
 }
 
-/// Returns when the thread does nothing more with this object. That is waited for, and not the thread's end,
-/// because this may run in the loader lock, which a thread needs to end; and the thread itself because at
-/// the end of a process the system ends threads without further ado.
+/// Returns when the thread no longer uses this object. It waits for that, not for the thread's end, because
+/// this may run in the loader lock, which a thread needs to end. It also waits for the thread itself, because
+/// at the end of a process the system ends threads abruptly.
 void Logger::stopThread() noexcept
 {
     if (!m_thread.isValid())
@@ -264,7 +264,7 @@ void Logger::stopThread() noexcept
     m_stopping = true;
     SetEvent(m_stop.get());
     if (GetCurrentThreadId() == m_threadId)
-        return; // it has just given back the last reference to this library
+        return; // it has just released the last reference to this library
     const HANDLE either[] = {m_finished.get(), m_thread.get()};
     WaitForMultipleObjects(2, either, FALSE, INFINITE);
 }
@@ -313,7 +313,7 @@ void Logger::writeEntries() noexcept
             m_queue.removeFront();
         }
         if (isCancelled(stopAll.get()) || m_stopping) {
-            // Nobody writes what is queued, nor what comes after it.
+            // Nobody writes what is queued now or later.
             const Guard guard(m_section);
             m_ended = true;
             m_queue.clear();

@@ -9,7 +9,7 @@ bool isSeparator(wchar_t c) noexcept
     return c == L'\\' || c == L'/';
 }
 
-/// The end of the name that begins at or after `begin`, separators before it passed over.
+/// The end of the name that begins at or after `begin`, skipping separators before it.
 std::size_t endOfName(std::wstring_view path, std::size_t begin) noexcept
 {
     while (begin < path.size() && isSeparator(path[begin]))
@@ -26,8 +26,8 @@ OpenedItself::OpenedItself(const wchar_t* target, DWORD access, DWORD share)
 {
     if (!m_handle.isValid())
         raiseLastError();
-    // The name tells where a system or a network redirector follows links in spite of the flag. Where nobody
-    // can put something else under it meanwhile it tells everything but the tag.
+    // Some systems and network redirectors follow links in spite of the flag; the name shows it. While nobody
+    // can replace the item, its name gives everything except the tag.
     m_attributes = GetFileAttributesW(target);
     if (m_attributes == INVALID_FILE_ATTRIBUTES)
         raiseLastError();
@@ -41,7 +41,7 @@ void OpenedItself::askHandle()
 {
     FILE_ATTRIBUTE_TAG_INFO info{};
     if (!GetFileInformationByHandleEx(get(), FileAttributeTagInfo, &info, sizeof info)) {
-        BY_HANDLE_FILE_INFORMATION plain; // file systems without reparse points need not know the tag
+        BY_HANDLE_FILE_INFORMATION plain; // file systems without reparse points may not support the tag
         if (!GetFileInformationByHandle(get(), &plain))
             raiseLastError();
         info.FileAttributes = plain.dwFileAttributes;
@@ -54,7 +54,7 @@ void OpenedItself::askHandle()
 
 void HeldFolders::keepCommon(std::wstring_view root, std::wstring_view folder)
 {
-    // The root must be the same, and each folder below it a whole name of both.
+    // The root must be the same, and each folder below it must be a whole name in both.
     std::size_t kept = 0;
     while (kept < m_folders.size()) {
         const std::size_t end = m_folders[kept].end;
@@ -83,7 +83,7 @@ void HeldFolders::hold(std::wstring_view root, std::wstring_view folder, bool ro
         end = isRoot ? root.size() : endOfName(folder, end);
         m_path.assign(folder.substr(0, end));
         if (isRoot && m_path.back() == L':')
-            m_path += L'\\'; // without it a drive's device is meant
+            m_path += L'\\'; // without it the drive's device is meant
         OpenedItself opened(Win32Path(m_path.c_str()), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES,
                             FILE_SHARE_READ | FILE_SHARE_WRITE);
         m_path.resize(end);

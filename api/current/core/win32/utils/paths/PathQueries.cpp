@@ -1,4 +1,4 @@
-// What has to ask the disk: links, and folders that must not go.
+// Queries that access the disk: links, and folders that must not be deleted.
 
 #include <windows.h>
 
@@ -18,7 +18,7 @@
 namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-/// The path that the system gives for what a path leads to; empty when it cannot be opened.
+/// The system's path of what a path leads to; empty when it cannot be opened.
 std::wstring finalPath(const std::wstring& path)
 {
     const Win32Handle file(CreateFileW(Win32Path(path.c_str()), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
@@ -29,7 +29,7 @@ std::wstring finalPath(const std::wstring& path)
         [&](wchar_t* text, DWORD size) { return GetFinalPathNameByHandleW(file.get(), text, size, 0); }));
 }
 
-/// A text of the machine's settings; empty when there is none.
+/// A text from the machine's settings; empty when there is none.
 std::wstring machineText(const wchar_t* key, const wchar_t* value)
 {
     wchar_t text[1024];
@@ -45,7 +45,7 @@ std::wstring resolved(const std::wstring& path)
     return found.empty() ? path : found;
 }
 
-/// Where an item stands: all links above it followed, but not the item's own.
+/// An item's path with all links above it resolved, but not the item's own.
 std::wstring placeOf(const std::wstring& path)
 {
     const DWORD attributes = GetFileAttributesW(Win32Path(path.c_str()));
@@ -58,7 +58,7 @@ std::wstring placeOf(const std::wstring& path)
     }
 }
 
-/// The names of a junction or link, out of what the file system says. Every length in it may lie.
+/// The target of a junction or link, from the file system's data. Any length in it may be false.
 std::wstring linkText(const unsigned char* data, std::size_t size)
 {
     struct
@@ -83,7 +83,7 @@ std::wstring linkText(const unsigned char* data, std::size_t size)
         return result;
     };
     const std::wstring target = text(header.substituteOffset, header.substituteLength);
-    // The other name is for people, and may say anything.
+    // The other name is for display, and may contain anything.
     return strings::startsWith(target, LR"(\??\)", false) ? paths::fromNative(target) : target;
 }
 } // namespace

@@ -37,7 +37,7 @@ bool isRoot(std::wstring_view folder) noexcept
     return std::count(names.begin(), names.end(), L'\\') == (literal ? 0 : 1);
 }
 
-/// A root keeps its backslash: without it another folder is meant.
+/// A root keeps its backslash: without it the path means another folder.
 std::wstring withoutBackslash(std::wstring folder)
 {
     const std::size_t whole = folder.size();
@@ -69,27 +69,27 @@ std::wstring userTemporaryFolder()
     return std::wstring(joinPath(shellFolder(CSIDL_LOCAL_APPDATA), L"Temp"));
 }
 
-/// Whether one of the variables names the temporary folder. Without them the system would give the user's
-/// profile or the Windows folder, and what is relative would mean another folder each time: a cleaner would
-/// empty it.
+/// Requires that one of the variables names the temporary folder. Without them the system would return the
+/// user's profile or the Windows folder, and a relative value would mean a different folder each time: a
+/// cleaner would empty it.
 void requireTemporaryFolder()
 {
     wchar_t text[MAX_PATH + 2];
     DWORD length = 0;
-    for (const wchar_t* name : {L"TMP", L"TEMP"}) // as the system goes through them
+    for (const wchar_t* name : {L"TMP", L"TEMP"}) // in the system's order
         if (length == 0)
             length = GetEnvironmentVariableW(name, text, static_cast<DWORD>(std::size(text)));
     if (length == 0)
         raiseCode(ERROR_ENVVAR_NOT_FOUND);
-    const bool isAbsolute = length >= std::size(text) || // too long to be told here, and for a relative one
+    const bool isAbsolute = length >= std::size(text) || // too long to be read, and for a relative one
                             (length > 2 && text[1] == L':' && isSeparator(text[2])) ||
                             (length > 2 && isSeparator(text[0]) && isSeparator(text[1]));
     if (!isAbsolute)
         raiseCode(ERROR_BAD_PATHNAME);
 }
 
-/// The process's own, unless the current user is another: the variables of a service are not the user's.
-/// Windows shortens names in it to 8.3 for users with long ones.
+/// The process's own, unless the current user is another: a service's variables are not the user's. For users
+/// with long names Windows shortens names in it to 8.3.
 std::wstring temporaryFolder()
 {
     if (!usersession::isOwn())
@@ -98,7 +98,7 @@ std::wstring temporaryFolder()
     std::wstring folder = systemText([](wchar_t* t, DWORD n) { return GetTempPathW(n, t); });
     if (folder.find(L'~') == std::wstring::npos ||
         GetFileAttributesW(folder.c_str()) == INVALID_FILE_ATTRIBUTES)
-        return folder; // one that is not there has no long name
+        return folder; // a missing folder has no long name
     return systemText([&](wchar_t* t, DWORD n) { return GetLongPathNameW(folder.c_str(), t, n); });
 }
 
@@ -139,8 +139,8 @@ bool macroValue(std::wstring_view name, std::wstring& value)
         return false;
     value.resize(size);
     const DWORD length = GetEnvironmentVariableW(folded.c_str(), value.data(), size);
-    // Changed meanwhile: take the macro for unknown rather than half a value. An empty one would turn a path
-    // below it into one below the drive's root.
+    // Changed meanwhile: treat the macro as unknown rather than use half a value. An empty one would turn a
+    // path below it into one below the drive's root.
     if (length == 0 || length >= size)
         return false;
     value.resize(length);
@@ -168,12 +168,12 @@ bool PathValidatorW::expand(std::wstring_view path, std::wstring& expanded)
         if (close != std::wstring_view::npos && close > 1 && macroValue(path.substr(1, close - 1), value)) {
             expanded.append(value);
             path.remove_prefix(close + 1);
-            // A root brings its backslash, which what follows need not bring again: "\\" would begin a share.
+            // A root has its own backslash, so the one that follows is dropped: "\\" would begin a share.
             if (!value.empty() && value.back() == L'\\' && !path.empty() && isSeparator(path.front()))
                 path.remove_prefix(1);
             found = true;
         } else {
-            // The closing sign may open the next macro, so only this sign is passed over.
+            // The closing sign may open the next macro, so only this sign is skipped.
             expanded.push_back(L'%');
             path.remove_prefix(1);
         }

@@ -38,8 +38,7 @@ bool anyPart(std::wstring_view path, std::wstring_view separators, Visit&& visit
     return false;
 }
 
-/// How long the root of a path is, with its closing separator: "C:\", "C:", "\\server\share\", "\",
-/// "\\?\C:\".
+/// The length of a path's root, with its closing separator: "C:\", "C:", "\\server\share\", "\", "\\?\C:\".
 std::size_t rootLength(std::wstring_view path) noexcept
 {
     const auto behind = [&](std::size_t at, int names) {
@@ -72,7 +71,7 @@ std::wstring windowsFolder()
     return systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
 }
 
-/// The plain form of a literal path, where it means the same.
+/// The plain form of a literal path, if it means the same.
 std::wstring plainForm(std::wstring literal)
 {
     if (literal.size() < kPrefix ||
@@ -216,7 +215,7 @@ std::tuple<std::wstring, std::wstring> extractFromCommand(std::wstring_view comm
         program = whole.substr(1, end - 1);
         end = std::min(end + 1, whole.size());
     } else {
-        // The way CreateProcess goes: the shortest beginning that is a file.
+        // Like CreateProcess: the shortest prefix that is a file.
         const auto resolved = [](std::wstring name) {
             if (!name.empty() && name.front() == L'\\' && name.compare(0, 2, LR"(\\)") != 0)
                 name = fromNative(name);

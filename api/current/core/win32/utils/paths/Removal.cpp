@@ -18,7 +18,7 @@ bool isBeingDeleted(long code) noexcept
     return code == ERROR_ACCESS_DENIED || code == kDeletePending;
 }
 
-/// Whether a folder holds nothing but what is marked already, and nobody can open any more.
+/// Whether a folder contains only items that are marked for deletion and cannot be opened any more.
 bool isBeingEmptied(const wchar_t* folder)
 {
     const std::wstring mask(joinPath(folder, L"*"));
@@ -37,7 +37,7 @@ bool isBeingEmptied(const wchar_t* folder)
     return true;
 }
 
-/// What became of a name that was removed: 0 when it is gone, or else the code that says why not.
+/// What became of a removed name: 0 when it is gone, otherwise the code that tells why not.
 long stateOf(const wchar_t* target, const std::function<bool(HANDLE)>& isSame)
 {
     if (GetFileAttributesW(target) == INVALID_FILE_ATTRIBUTES && isMissing(static_cast<long>(GetLastError())))

@@ -6,8 +6,8 @@
 #include "core/win32/utils/paths/include/UserSession.h"
 
 namespace {
-/// Whose folders are meant: of a thread that impersonates that user's, else the current user's. Empty for the
-/// process's own.
+/// Whose folders are meant: those of the user that the thread impersonates, otherwise the current user's.
+/// Empty for the process's own.
 Win32Handle userToken()
 {
     HANDLE token = nullptr;
@@ -17,7 +17,7 @@ Win32Handle userToken()
 }
 } // namespace
 
-// The shell's library is large and seldom needed, so it is loaded here and not with ours.
+// The shell's library is large and seldom needed, so it is loaded here, not together with ours.
 std::wstring shellFolder(int number, HANDLE token)
 {
     const SystemLibrary shell(L"shell32.dll");
@@ -27,7 +27,7 @@ std::wstring shellFolder(int number, HANDLE token)
     wchar_t folder[MAX_PATH];
     const HRESULT result = getFolderPath(nullptr, number | CSIDL_FLAG_DONT_VERIFY,
                                          token != nullptr ? token : own.get(), SHGFP_TYPE_CURRENT, folder);
-    if (result != S_OK || folder[0] == L'\0') // S_FALSE is a folder that is not there
+    if (result != S_OK || folder[0] == L'\0') // S_FALSE means a folder that does not exist
         raiseCode(FAILED(result) && HRESULT_CODE(result) != 0 ? HRESULT_CODE(result) : ERROR_PATH_NOT_FOUND);
     return folder;
 }

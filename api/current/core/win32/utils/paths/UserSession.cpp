@@ -13,8 +13,8 @@ constexpr DWORD kNoSession = 0xFFFFFFFF;
 
 std::atomic<DWORD> g_chosen{usersession::kAutomatic};
 
-/// Whether this process is the system's own account. A token that cannot be read counts as that: nobody
-/// must be taken for a user by mistake.
+/// Whether this process runs as the system's own account. If its token cannot be read the answer is yes:
+/// nobody must be taken for a user by mistake.
 bool isLocalSystem() noexcept
 {
     HANDLE opened = nullptr;
@@ -37,8 +37,8 @@ Function terminalServices(const ModuleHandle& library, const char* name)
     return found;
 }
 
-/// The one session besides the console's that somebody is working in. kAutomatic when there is none. Raises
-/// 7022 when there are several: which is meant nobody can tell.
+/// The one session, besides the console's, in which somebody is working. kAutomatic when there is none.
+/// Raises 7022 when there are several, since it is unknown which is meant.
 DWORD onlyActiveSession(const ModuleHandle& library, DWORD console)
 {
     const auto enumerate =
@@ -67,7 +67,7 @@ DWORD onlyActiveSession(const ModuleHandle& library, DWORD console)
 /// The token of the session's user. Raises the bare code.
 Win32Handle queryToken()
 {
-    // Loaded when it is needed: few processes that load this library ever ask.
+    // Loaded on demand: few processes that load this library ever need it.
     const ModuleHandle library = loadSystemModule(L"wtsapi32.dll");
     if (!library.isValid())
         raiseLastError();
@@ -79,7 +79,7 @@ Win32Handle queryToken()
     if (console != kNoSession)
         code = query(console, &queried) ? ERROR_SUCCESS : lastError();
     if (chosen == usersession::kAutomatic &&
-        (code == ERROR_NO_TOKEN || code == ERROR_NO_SUCH_LOGON_SESSION)) { // say, he works at a distance
+        (code == ERROR_NO_TOKEN || code == ERROR_NO_SUCH_LOGON_SESSION)) { // the user may be working remotely
         const DWORD other = onlyActiveSession(library, console);
         if (other != usersession::kAutomatic)
             code = query(other, &queried) ? ERROR_SUCCESS : lastError();
@@ -96,8 +96,8 @@ void usersession::choose(DWORD session) noexcept
 
 bool usersession::isOwn() noexcept
 {
-    // Only the system's own account may ask, unless its privilege was taken away. A program of the user's is
-    // the user already.
+    // Only the system's own account may ask, unless it has lost the privilege. A program started by the user
+    // already is that user.
     return g_chosen == kOwn || !isLocalSystem();
 }
 
@@ -149,7 +149,7 @@ long ThreadIdentity::restore() noexcept
         return ERROR_SUCCESS;
     m_restored = true;
     const long reverted = RevertToSelf() ? ERROR_SUCCESS : lastError();
-    // Also after a failed revert: to be somebody it was before is better than to stay somebody else.
+    // Also after a failed revert: restoring an earlier identity is better than keeping the current one.
     if ((m_token.isValid() || reverted != ERROR_SUCCESS) && !SetThreadToken(nullptr, m_token.get()))
         return lastError();
     return reverted;

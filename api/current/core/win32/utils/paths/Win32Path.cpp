@@ -11,7 +11,7 @@
 #include "win32/communication/include/Primitives.h"
 
 namespace {
-// Folders must leave room for an 8.3 name within MAX_PATH, so this is where their plain form ends.
+// Folders must leave room for an 8.3 name within MAX_PATH, so their plain form ends here.
 constexpr std::size_t kLongPath = 248;
 
 bool isSeparator(wchar_t c) noexcept
@@ -36,7 +36,7 @@ bool isNetworkPath(std::wstring_view path) noexcept
            path[2] != L'.';
 }
 
-/// Win32 passes on these two forms, and only these to the letter, as they stand.
+/// Win32 passes on only these two forms unchanged, and only if they are exact.
 bool isLiteral(std::wstring_view path) noexcept
 {
     return path.substr(0, 4) == LR"(\\?\)" || path.substr(0, 4) == LR"(\??\)";
@@ -81,10 +81,10 @@ std::wstring absolutePath(std::wstring_view path)
 {
     if (isAbsoluteDrivePath(path) || isNetworkPath(path) || isDevicePath(path))
         return std::wstring(path);
-    if (isDrivePath(path)) { // below the folder that is the current one of that drive
+    if (isDrivePath(path)) { // below the current folder of that drive
         const wchar_t drive[] = {path[0], L':', L'\0'};
         std::wstring folder = fullPath(drive);
-        if (folder.size() > 3 && isSeparator(folder.back())) // as systems differ in it
+        if (folder.size() > 3 && isSeparator(folder.back())) // systems differ in this
             folder.pop_back();
         return path.size() == 2 ? folder : std::wstring(joinPath(folder, path.substr(2)));
     }
@@ -93,7 +93,7 @@ std::wstring absolutePath(std::wstring_view path)
     return std::wstring(joinPath(currentFolder(), path));
 }
 
-/// Resolves "." and ".." and puts the path behind \\?\, with every other name as it stands.
+/// Resolves "." and ".." and puts the path behind \\?\, leaving every other name unchanged.
 std::wstring literalPath(std::wstring_view absolute)
 {
     const bool device = isDevicePath(absolute) || isLiteral(absolute);
@@ -101,7 +101,7 @@ std::wstring literalPath(std::wstring_view absolute)
         absolute.remove_prefix(4);
     const bool network = !device && !isDrivePath(absolute);
     std::vector<std::wstring_view> names;
-    // A drive or device stays below "..", and so do a network path's server and share.
+    // ".." never removes a drive or device, nor a network path's server and share.
     std::size_t roots = network ? 2 : 1;
     anyName(absolute, [&](std::wstring_view name) {
         if (device && names.empty() && name.size() == 3 && _wcsnicmp(name.data(), L"UNC", 3) == 0)
@@ -130,7 +130,7 @@ std::wstring literalPath(std::wstring_view absolute)
 
 bool isDeviceName(std::wstring_view name) noexcept
 {
-    // What stands before the first dot decides; blanks before it are ignored.
+    // The part before the first dot decides; blanks before it are ignored.
     std::wstring_view stem = name.substr(0, name.find(L'.'));
     while (!stem.empty() && stem.back() == L' ')
         stem.remove_suffix(1);

@@ -4,7 +4,7 @@
 #include <functional>
 
 namespace {
-/// The patterns of rules that look at `target`. Those with an unknown mode or target never match.
+/// The patterns of rules that compare `target`. Those with an unknown mode or target never match.
 template <class Rule, class Applies>
 std::vector<PatternGroup::Pattern> patternsOf(const std::vector<Rule>& rules, MatchTarget target,
                                               Applies&& applies)
@@ -49,7 +49,7 @@ bool CompiledRules::validate(RuleSubject& subject) const
 {
     const bool letThrough = m_all || (m_leaves && subject.isLeaf()) ||
                             (m_containers && subject.isContainer()) || m_filters.matches(subject);
-    // To an item that is neither, the rules for both apply.
+    // An item that is neither is subject to the rules for both.
     return letThrough && !(!subject.isContainer() && m_leafIgnores.matches(subject)) &&
            !(!subject.isLeaf() && m_containerIgnores.matches(subject));
 }

@@ -8,7 +8,7 @@
 constexpr char kDirectoryHeader[] = "core\\win32\\utils\\scanengine\\include\\Directory.h";
 
 namespace {
-/// Whether the system knows something under `path`. Raises the bare code when it cannot tell.
+/// Whether `path` has attributes. Raises the bare code when the system cannot tell.
 bool hasAttributes(const wchar_t* path)
 {
     if (GetFileAttributesW(path) != INVALID_FILE_ATTRIBUTES)
@@ -40,7 +40,7 @@ void Directory::settle()
         try {
             m_origin = PathOrigin(path().view());
         } catch (...) {
-            ScanItem::setPath(L"", 0); // a text by itself could come to mean something else
+            ScanItem::setPath(L"", 0); // the text alone could come to mean something else
             throw;
         }
     });
@@ -99,8 +99,8 @@ int Directory::exists() const
 {
     int found = 0;
     primitives::placedStep(PLACE(kDirectoryHeader, "Directory::exists", __LINE__), [&] {
-        // A search finds neither "folder\" nor the root of a drive or share: the closing backslash is left
-        // off, and for what may be a root the question is whether it has attributes.
+        // A search finds neither "folder\" nor the root of a drive or share. So the closing backslash is
+        // removed, and a possible root is checked for attributes.
         const ItemTarget target(getPath(), m_origin);
         const std::wstring_view whole(target.get());
         std::wstring_view text = whole;

@@ -12,8 +12,8 @@ constexpr char kFileHeader[] = "core\\win32\\utils\\scanengine\\include\\File.h"
 using namespace primitives;
 
 namespace {
-/// Windows does not make a plain file of one that is hidden or the system's (5), unless it is made one
-/// before. Read-only is a reason to refuse.
+/// Windows does not replace a hidden or system file by a plain one (5) unless these attributes are removed
+/// first. A read-only file is refused.
 Win32Handle createAlways(const wchar_t* target)
 {
     const auto create = [target] {
@@ -51,8 +51,7 @@ void File::setPath(const wchar_t* path, int expand)
 {
     ScanItem::setPath(path, expand);
     settle();
-    // What is known of the old file is not known of the new one; data that was set is meant for whatever is
-    // made.
+    // What was read from the old file does not apply to the new one; data that was set applies to any file.
     if (m_wasRead) {
         keepData(nullptr, 0);
         m_hasData = false;
@@ -67,7 +66,7 @@ void File::settle()
         try {
             m_origin = PathOrigin(path().view());
         } catch (...) {
-            ScanItem::setPath(L"", 0); // a text by itself could come to mean something else
+            ScanItem::setPath(L"", 0); // the text alone could come to mean something else
             throw;
         }
     });
@@ -86,7 +85,7 @@ void File::create()
     HeldFolders held;
     placedStep(PLACE(kFileHeader, "File::create", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
-        if (ItemLook::at(target).isLink) // the call would empty what it leads to
+        if (ItemLook::at(target).isLink) // the call would empty its target
             raiseCode(kStoppedOnSymlink);
     });
     const Win32Handle file = createAlways(target);
@@ -106,7 +105,7 @@ void File::deleteItem()
         const auto look = [&] {
             const ItemLook now = ItemLook::at(target);
             if (now.exists() && now.isFolder())
-                raiseCode(ERROR_ACCESS_DENIED); // what the call says to a folder
+                raiseCode(ERROR_ACCESS_DENIED); // what the call returns for a folder
         };
         look();
         removal::removeByName(target, false, nullptr, look, [](HANDLE) { return true; });
@@ -148,12 +147,12 @@ void File::readData()
     placedStep(PLACE(kFileHeader, "File::getData", __LINE__), [&] {
         m_origin.holdParents(held, path().view());
         const ItemLook now = ItemLook::at(source);
-        if (now.isLink) // the call would make the file that it leads to where that is missing
+        if (now.isLink) // the call would create a missing target
             raiseCode(kStoppedOnSymlink);
         if (now.exists() && isFetchedOnAccess(now.attributes))
             raiseCode(ERROR_FILE_OFFLINE);
     });
-    // Opened so that a missing file comes into being: a caller that asks for a file's data gets one.
+    // Opened so that a missing file is created: a caller that requests a file's data gets one.
     const Win32Handle file(CreateFileW(source, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                                        FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER length{};
@@ -162,7 +161,7 @@ void File::readData()
     const auto bytes = static_cast<unsigned long long>(length.QuadPart);
     Blob content;
     placedStep(PLACE(kFileHeader, "File::getData", __LINE__), [&] { content.allocate(bytes); });
-    unsigned long long done = 0; // fewer if it became shorter meanwhile: what there is, is its content
+    unsigned long long done = 0; // less if the file became shorter meanwhile: then that is its content
     requireSuccess(PLACE(kFileHeader, "File::getData", __LINE__),
                    filetransfer::read(file.get(), content.getData(), bytes, done));
     keepData(content.release(), done);
@@ -232,7 +231,7 @@ bool pathExists(const wchar_t* path)
     const Win32Path target(path);
     const FindHandle search(FindFirstFileW(target, &data));
     if (search.isValid()) {
-        // To a search "report." is a pattern that "report" matches, so here the name found has a say too.
+        // A search takes "report." as a pattern that matches "report", so the name found is checked too.
         const std::wstring_view text(path);
         if (text.empty() || text.back() != L'.')
             return true;

@@ -46,12 +46,12 @@ bool FilePath::holdFolder(Walk& walk, const PathOrigin& below, bool isRoot) cons
 
 void FilePath::getFiles(Walk& walk)
 {
-    // An empty path is no folder, though "*" by itself would list the current one.
+    // An empty path is not a folder, though "*" alone would list the current one.
     if (path().view().empty())
         throw ListingFailure{
             Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__), ERROR_PATH_NOT_FOUND)};
     const bool isRoot = &walk.root == static_cast<ScanPath*>(this);
-    // A root that a caller names, or a link that a walk found, is the root of what is found below it.
+    // A root named by a caller, or a link found by a walk, is the root for what is found below it.
     const bool isNamed = isRoot && !wasPlainFolder();
     PathOrigin below = isNamed ? origin().ofItemsBelow(path().view()) : origin();
     if (!holdFolder(walk, below, isRoot))
@@ -62,7 +62,7 @@ void FilePath::getFiles(Walk& walk)
     FolderListing listing(walk.held.listable(), folder, walk.listed);
     bool hasUnnamed = false;
     while (const FolderEntry* entry = nextEntry(listing, isRoot)) {
-        // Some systems under a share have names that Win32 would take for a path, to another file.
+        // Some systems behind a share have names that Win32 would read as a path to another file.
         if (entry->name.find_first_of(kNotInNames) != std::wstring_view::npos) {
             hasUnnamed = true;
             continue;
@@ -84,7 +84,7 @@ const FolderEntry* FilePath::nextEntry(FolderListing& listing, bool isRoot)
         return listing.next();
     } catch (long code) {
         if (!isRoot && !listing.hasBegun() && isGone(code))
-            return nullptr; // not every system keeps a folder that is held
+            return nullptr; // not every system lets a folder be held
         throw ListingFailure{Exception(PLACE(kFilePathHeader, "FilePath::getFiles", __LINE__),
                                        static_cast<unsigned long>(code)),
                              listing.hasBegun()};

@@ -14,7 +14,7 @@ void FileScanEngine::addPath(const wchar_t* path, int expand)
         if (path == nullptr)
             raiseCode(ERROR_INVALID_PARAMETER);
         const SharedPtr<ScanItem> root = makeShared<ScanItem, FilePath>(path, expand, 0U);
-        if (root->getPath()[0] == L'\0') // no folder, though a search would take it for the current one
+        if (root->getPath()[0] == L'\0') // not a folder, though a search would use the current one
             raiseCode(ERROR_INVALID_PARAMETER);
         appendRoot(root);
     });

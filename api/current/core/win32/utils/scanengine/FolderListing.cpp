@@ -5,14 +5,14 @@
 #include "core/win32/utils/paths/include/Win32Path.h"
 
 namespace {
-constexpr std::size_t kBufferSize = 0x10000; // the most that a network share gives at once
+constexpr std::size_t kBufferSize = 0x10000; // the most that a network share returns at once
 
 bool isDots(std::wstring_view name) noexcept
 {
     return name == L"." || name == L"..";
 }
 
-/// Whether a file system says that it cannot list a folder in the way that was asked for.
+/// Whether a code means that the file system does not support this way of listing.
 bool isUnsupported(DWORD code) noexcept
 {
     return code == ERROR_INVALID_FUNCTION || code == ERROR_NOT_SUPPORTED || code == ERROR_INVALID_PARAMETER ||
@@ -45,7 +45,7 @@ const FolderEntry* FolderListing::next()
 
 void FolderListing::fillBuffer()
 {
-    // The first question begins anew: the handle may have listed before.
+    // The first query restarts: the handle may have been listed before.
     const auto question = m_hasBegun ? FileIdBothDirectoryInfo : FileIdBothDirectoryRestartInfo;
     const auto size = static_cast<DWORD>(m_buffer.size());
     m_position = 0;
@@ -60,7 +60,7 @@ void FolderListing::fillBuffer()
         m_folder = nullptr;
         return;
     }
-    // The root of an empty volume says that it has not even itself.
+    // For the root of an empty volume the system reports that not even "." exists.
     if (code != ERROR_NO_MORE_FILES && (m_hasBegun || code != ERROR_FILE_NOT_FOUND))
         raiseCode(code);
 }
@@ -76,7 +76,7 @@ bool FolderListing::takeFromBuffer()
         info->NextEntryOffset % alignof(FILE_ID_BOTH_DIR_INFO) != 0)
         raiseCode(ERROR_INVALID_DATA);
     m_position = info->NextEntryOffset != 0 ? m_position + info->NextEntryOffset : m_end;
-    // Of a reparse point the system gives the tag in place of the size of extended attributes.
+    // For a reparse point the system returns the tag in place of the size of extended attributes.
     const bool isReparsePoint = (info->FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     m_entry = {{info->FileName, info->FileNameLength / sizeof(wchar_t)},
                info->FileAttributes,
@@ -91,7 +91,7 @@ bool FolderListing::beginSearch()
     const Win32Path target(mask.c_str());
     m_search.reset(FindFirstFileExW(target, FindExInfoBasic, &m_found, FindExSearchNameMatch, nullptr,
                                     FIND_FIRST_EX_LARGE_FETCH));
-    // Systems that know neither basic information nor large fetches say so with such a code.
+    // Systems that support neither basic information nor large fetches report such a code.
     if (!m_search.isValid() && isUnsupported(GetLastError()))
         m_search.reset(FindFirstFileW(target, &m_found));
     if (m_search.isValid())
@@ -100,7 +100,7 @@ bool FolderListing::beginSearch()
     if (code == ERROR_FILE_NOT_FOUND) {
         const DWORD attributes = GetFileAttributesW(m_path);
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-            return false; // it is there without even itself in it: so the root of an empty volume answers
+            return false; // it exists without even "." in it: the root of an empty volume
     }
     raiseCode(code);
 }

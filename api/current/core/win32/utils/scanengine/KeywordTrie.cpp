@@ -23,8 +23,8 @@ KeywordTrie::KeywordTrie(const std::vector<Keyword>& keywords, Reading reading)
     for (std::size_t first = 0; first < kPairs; ++first)
         m_leading |= m_pairs[first] | (m_pairs[first] != 0 ? 1ULL << first : 0);
     widen();
-    // One character of all keywords after the other: where a new node falls back to is less deep, so that it
-    // and the keywords that end in it are known already.
+    // One character of all keywords after the other: a new node falls back to a less deep one, which is
+    // therefore complete, as are the keywords that end in it.
     for (std::size_t depth = 0; !growing.empty(); ++depth) {
         std::size_t left = 0;
         for (Cursor at : growing) {
@@ -33,7 +33,7 @@ KeywordTrie::KeywordTrie(const std::vector<Keyword>& keywords, Reading reading)
             const std::uint32_t known = child(at.node, c);
             at.node = known != kRoot ? known : grow(at.node, c, reading);
             if (m_nodes[at.node].report == kFound)
-                continue; // what this keyword is found in has been decided by a part of it
+                continue; // a part of this keyword already decides every text that contains it
             if (depth + 1 == keyword.size())
                 end(at.node, keyword);
             else

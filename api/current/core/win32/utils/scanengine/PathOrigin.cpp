@@ -51,7 +51,7 @@ void PathOrigin::holdParents(HeldFolders& held, std::wstring_view path) const
 {
     if (!isFound(path))
         return;
-    // What a walk adds to the root's text has backslashes, the root's text has what the caller gave.
+    // What a walk adds to the root's text uses backslashes; the root's text uses what the caller gave.
     const std::size_t separator = path.find_last_of(L'\\');
     const bool below = separator != std::wstring_view::npos && separator > m_root->length;
     hold(held, path.substr(0, below ? separator : m_root->length));
@@ -66,7 +66,7 @@ ItemLook ItemLook::at(const wchar_t* target)
         if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND)
             raiseCode(code);
     } else if ((look.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-        look.isLink = OpenedItself(target).isLink(); // its tag tells
+        look.isLink = OpenedItself(target).isLink(); // its tag decides
     }
     return look;
 }

@@ -6,33 +6,33 @@
 #include "core/win32/utils/strings/include/WildcardMatcher.h"
 
 namespace {
-/// What can be told of a wildcard pattern without a text. It is read as the matcher reads it, which takes one
-/// way through every pattern, up to the first negated set.
+/// What is known about a wildcard pattern without a text. It is read in the same way as the matcher reads it,
+/// which takes one path through every pattern, up to the first negated set.
 ///
-/// A stretch is a run of ordinary characters between other elements. The matcher passes each of them only if
-/// the text has it at the place that follows the last one's: a text that matches has every stretch in it. The
-/// first stands at the text's beginning if no element comes before it, the last at its end if none follows,
-/// since the whole text must be used up. The character behind a star, its anchor, belongs to no stretch: a
-/// text without it is compared from its beginning on.
+/// A stretch is a run of ordinary characters between other elements. The matcher passes each stretch only if
+/// the text has it at the place after the previous one: a matching text contains every stretch. The first is
+/// at the text's beginning if no element precedes it, the last at its end if none follows, since the whole
+/// text must be used up. The character after a star, its anchor, belongs to no stretch: a text without it is
+/// compared from its beginning.
 ///
-/// Unless a second star follows the anchor, the matcher goes on behind the last anchor of the text, or at the
-/// beginning of a text that has none, or fails. Either way no anchor is left in what the elements up to the
-/// next star are compared with: a pattern with its anchor in a stretch there matches nothing.
+/// Unless a second star follows the anchor, the matcher continues after the last anchor of the text, or at
+/// the beginning of a text that has none, or fails. Either way what the elements up to the next star are
+/// compared with contains no anchor: a pattern with its anchor in a stretch there matches nothing.
 class PatternReader
 {
 public:
     explicit PatternReader(std::wstring_view pattern) : m_pattern(pattern) { read(); }
 
     [[nodiscard]] const std::vector<Keyword>& stretches() const noexcept { return m_stretches; }
-    /// No text matches.
+    /// Whether no text matches.
     [[nodiscard]] bool isVain() const noexcept { return m_vain; }
-    /// A text without other elements: it matches itself.
+    /// A text without other elements: it matches only itself.
     [[nodiscard]] bool isText() const noexcept { return m_plain && m_stars == 0; }
     /// A text and a star: matches what begins with the text.
     [[nodiscard]] bool isBeginning() const noexcept { return m_plain && m_stars == 1 && m_openEnd; }
-    /// A star, its anchor, which may be any character, and a text, which may be empty. All that is behind the
-    /// last anchor must be the text, or all there is, without an anchor. So unless it is vain, it matches
-    /// what ends in the anchor and the text, and the text alone.
+    /// A star, its anchor, which may be any character, and a text, which may be empty. The text must be all
+    /// that follows the last anchor, or the whole of a text without an anchor. So unless it is vain, it
+    /// matches what ends with the anchor and the text, and the text alone.
     [[nodiscard]] bool isEnding() const noexcept
     {
         return m_plain && m_stars == 1 && !m_openEnd && m_pattern.front() == L'*';
@@ -80,13 +80,13 @@ private:
     std::size_t m_position = 0;
     wchar_t m_anchor = L'\0'; // of the last star
     int m_stars = 0;
-    bool m_plain = true; // nothing but ordinary characters and stars
+    bool m_plain = true; // only ordinary characters and stars
     bool m_openEnd = false;
     bool m_vain = false;
 };
 
-/// Appends the stretch of each rule that is likely to be in the fewest texts: a very short one is in many,
-/// and one that other rules have too makes a text that has it a matter of them all.
+/// Appends the stretch of each rule that is likely to be in the fewest texts: very short ones are in many,
+/// and a text with one shared by several rules has to be compared with all of them.
 void chooseStretches(std::vector<Keyword>& stretches, std::size_t rules, std::vector<Keyword>& chosen)
 {
     constexpr std::size_t kRare = 4;
@@ -156,7 +156,7 @@ bool PatternGroup::matches(std::wstring_view text) const noexcept
 
 bool PatternGroup::isInside(std::wstring_view text) const noexcept
 {
-    // Stretches that are found again and again must not cost more than asking every rule once.
+    // Stretches that are found repeatedly must not cost more than comparing every rule once.
     std::size_t left = m_asked.size();
     bool allAsked = false;
     return m_parts.occursIn(text, [&](std::uint32_t rule) {

@@ -4,7 +4,7 @@ void ScanEngine::appendRoot(const SharedPtr<ScanItem>& root)
 {
     const std::wstring identifier = root->getIdentifier().getIdentifier();
     const std::wstring key = scanItemKey(m_name.c_str(), identifier.c_str());
-    // Roots of one path text may differ all the same, as the two views of a registry key do.
+    // Roots with the same path text may still differ, as the two views of a registry key do.
     for (unsigned number = 1;; ++number) {
         const std::wstring numbered = number == 1 ? key : key + L'*' + std::to_wstring(number);
         ScanItemHandle handle(scanItems().openOrCreate(numbered.c_str(), [&] { return root; }));
@@ -42,7 +42,7 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
     pathOptions.reportFolders = options.reportFolders;
 
     std::optional<Exception>
-        firstFailure; // a container that refuses does not keep the later roots from their walk
+        firstFailure; // a container that refuses access does not keep later roots from being walked
     long result = ERROR_SUCCESS;
     for (const RootCopy& root : copyRoots()) {
         if (isCancelled(cancelEvent))
@@ -50,7 +50,7 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
         SharedPtr<ScanItem> item;
         long code = scanItems().get(root.handle, item);
         if (code == ERROR_SUCCESS && item.get() != root.item.get())
-            code = ERROR_INVALID_HANDLE; // the root was dropped, and its number went to another item
+            code = ERROR_INVALID_HANDLE; // the root was removed, and its number went to another item
         requireSuccess(place, code);
         auto& path = dynamic_cast<ScanPath&>(*item);
         path.receiveHandlers(m_provider);
@@ -65,7 +65,7 @@ long ScanEngine::scanRoots(const char* place, HANDLE cancelEvent, const SharedPt
 
 void ScanEngine::clearRoots()
 {
-    std::vector<Root> dropped; // declared first, so closed after the lock is left
+    std::vector<Root> dropped; // declared first, so released after unlocking
     const WriteLocker locker(m_lock);
     dropped.swap(m_roots);
 }

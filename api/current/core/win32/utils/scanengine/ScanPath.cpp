@@ -7,7 +7,7 @@
 constexpr char kScanPathHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanPath.h";
 
 namespace {
-/// Containers that wait for their turn are filed under a name that no caller uses.
+/// Waiting containers are registered under a name that no caller uses.
 std::wstring walkName()
 {
     static std::atomic<unsigned long long> count{0};
@@ -108,14 +108,14 @@ void ScanPath::listInto(ScanPath& path, Walk& walk)
     try {
         path.list(walk);
     } catch (const ListingFailure&) {
-        enqueueFound(walk); // what was found before the failure is walked all the same
+        enqueueFound(walk); // what was found before the failure is walked anyway
         throw;
     }
     enqueueFound(walk);
 }
 
-// Looks up the containers at the front of the queue, many under one lock: its kernel calls are most of what a
-// container costs. Returns false when none waits any more.
+// Looks up the containers at the front of the queue, many under one lock: its kernel calls are most of a
+// container's cost. Returns false when none is waiting.
 bool ScanPath::lookUpNext(Walk& walk)
 {
     constexpr std::size_t kMost = 64;
@@ -141,8 +141,8 @@ bool ScanPath::lookUpNext(Walk& walk)
     return !walk.next.empty();
 }
 
-// All containers of one listing are filed under one lock: its kernel calls are most of what a container
-// costs.
+// All containers of one listing are registered under one lock: its kernel calls are most of a container's
+// cost.
 void ScanPath::enqueueFound(Walk& walk)
 {
     if (walk.found.empty() || walk.cancelled)

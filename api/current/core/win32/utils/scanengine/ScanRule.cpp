@@ -10,7 +10,7 @@ constexpr char kScanRuleHeader[] = "core\\win32\\utils\\scanengine\\include\\Sca
 using namespace primitives;
 
 namespace {
-/// What PathFindFileNameW gives, whose library would bring others along: what stands behind the last
+/// Does what PathFindFileNameW does, whose library would load others: returns what follows the last
 /// backslash, slash or colon that something follows.
 std::wstring_view lastElement(std::wstring_view path) noexcept
 {

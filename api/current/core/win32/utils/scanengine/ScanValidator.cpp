@@ -12,7 +12,7 @@ constexpr char kScanValidatorHeader[] = "core\\win32\\utils\\scanengine\\include
 using namespace primitives;
 
 namespace {
-/// So many rules cost more to be asked one by one.
+/// From this many rules on, checking them one by one costs more.
 constexpr std::size_t kWorthCompiling = 8;
 
 std::uint32_t digit(wchar_t c)
@@ -47,7 +47,7 @@ template <class Rule>
 std::vector<Rule> loadRules(unsigned long code, IInputByteStream& stream)
 {
     std::vector<Rule> rules;
-    // The count is the stream's own word: every rule must still be there to be read.
+    // The count comes from the stream: every rule must still be there to be read.
     for (std::uint32_t left = readU32(stream); left != 0; --left)
         rules.emplace_back().load(code, stream);
     return rules;
@@ -113,7 +113,7 @@ const CompiledRules* ScanValidator::compiled() const noexcept
         auto made = std::make_unique<CompiledRules>(m_filters, m_ignores);
         if (m_compiled.compare_exchange_strong(rules, made.get(), std::memory_order_acq_rel))
             rules = made.release();
-    } catch (const std::exception&) { // out of memory, or of what a vector can hold
+    } catch (const std::exception&) { // out of memory, or past a vector's maximum size
         m_cannotCompile.store(true, std::memory_order_relaxed);
     }
     return rules;
@@ -134,7 +134,7 @@ bool ScanValidator::validate(const ScanItem& item) const
         RuleSubject subject(item);
         return rules->validate(subject);
     } catch (const std::bad_alloc&) {
-        // Which may come to its verdict without the text that there is no memory for.
+        // May reach its verdict without the text for which memory ran out.
         return validateOneByOne(item);
     }
 }
@@ -191,7 +191,7 @@ long ScanValidator::load(unsigned long code, IInputByteStream& stream)
     placedStep(PLACE(kScanValidatorHeader, "ScanValidator::load", __LINE__), [&] {
         std::vector<ScanFilter> filters = loadRules<ScanFilter>(code, stream);
         std::vector<ScanIgnore> ignores = loadRules<ScanIgnore>(code, stream);
-        forget(); // what is compiled points into rules that move
+        forget(); // the compiled form points into rules that move
         m_filters.reserve(m_filters.size() + filters.size());
         m_ignores.reserve(m_ignores.size() + ignores.size());
         append(m_filters, filters);

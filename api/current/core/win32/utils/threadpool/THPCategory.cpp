@@ -65,8 +65,8 @@ void THPCategory::removeThread(THPThread& thread) noexcept
     std::erase_if(m_threads, [&](const ThreadPtr& known) { return known.get() == &thread; });
 }
 
-// Takes a thread out that could not be started. `item` was queued with it: whoever found it meanwhile is let
-// go. If that was cancelled and another item given to the thread, that one goes back.
+// Removes a thread that could not be started. `item` was queued with it: threads that found it meanwhile are
+// released. If it was cancelled and the thread was given another item, that one goes back to the queue.
 void THPCategory::startFailed(THPThread& thread, const ItemPtr& item, long code) noexcept
 {
     const WriteLocker locker(m_lock);
@@ -85,8 +85,8 @@ void THPCategory::startFailed(THPThread& thread, const ItemPtr& item, long code)
         complete(other, THPWorkItem::State::Finished, requeued);
 }
 
-// While a thread was being started, work may have been queued in the belief that it would come for it. If no
-// thread will, another one is started; work that cannot even then have one ends with the reason.
+// While a thread was being started, work may have been queued in the expectation that it would run it. If no
+// thread will, another one is started; work that gets no thread even then ends with the start's code.
 void THPCategory::startForQueue(const SharedPtr<THPCategory>& self) noexcept
 {
     for (;;) {
@@ -147,7 +147,7 @@ bool THPCategory::workDone(THPThread& thread, const ItemPtr& item, long status) 
     const bool cancelled = thread.takeCancel() || item->isCancelRequested();
     complete(item, cancelled ? THPWorkItem::State::Cancelled : THPWorkItem::State::Finished, status);
     if (!m_suspended)
-        thread.resume(); // it was to be suspended for this item, which has ended first
+        thread.resume(); // it was to be suspended for this item, which ended first
     if (!m_closed && !m_queue.empty()) {
         m_queue.front()->setRunning();
         thread.setItem(m_queue.front());
@@ -165,7 +165,7 @@ bool THPCategory::retire(THPThread& thread) noexcept
     const WriteLocker locker(m_lock);
     if (thread.getItem())
         return false;
-    if (!m_closed) // a closed category waits for the threads that it has
+    if (!m_closed) // a closed category waits for its existing threads
         removeThread(thread);
     return true;
 }
@@ -238,7 +238,7 @@ long THPCategory::resume(const THPWorkKey& key) noexcept
     return result;
 }
 
-// The thread's item has been taken back: it gets the next, or waits for one.
+// The thread's item has been taken back: the thread gets the next one or waits.
 void THPCategory::giveNext(THPThread& thread) noexcept
 {
     if (!m_suspended)
@@ -253,7 +253,7 @@ void THPCategory::giveNext(THPThread& thread) noexcept
     }
 }
 
-// Work that has not begun does not begin: its thread may not get that far while the calling one waits.
+// Work that has not begun is taken back: its thread may not get to it while the calling one waits.
 long THPCategory::cancelRunning(THPThread& thread, const ItemPtr& item, bool& takenBack) noexcept
 {
     takenBack = thread.takeBack();
@@ -266,7 +266,7 @@ long THPCategory::cancelRunning(THPThread& thread, const ItemPtr& item, bool& ta
     if (code != ERROR_SUCCESS)
         return code;
     item->requestCancel();
-    return thread.resume(); // so that it can see it
+    return thread.resume(); // so that it can see the event
 }
 
 long THPCategory::cancel(const THPWorkKey& key, IThreadPool::OperationType operation)
@@ -420,7 +420,7 @@ void THPCategory::close() noexcept
         item->releaseArguments();
 }
 
-// Ends one item of the closed category that has not begun, and returns it; empty when there is none.
+// Ends and returns one item of the closed category that has not begun; empty when there is none.
 THPCategory::ItemPtr THPCategory::dropOne() noexcept
 {
     const WriteLocker locker(m_lock);
@@ -448,7 +448,7 @@ void THPCategory::waitForRunning(const Deadline& deadline) noexcept
 // Returns whether there was something to wait for.
 bool THPCategory::waitForOne(const Deadline& deadline) noexcept
 {
-    constexpr DWORD kLook = 1000; // milliseconds until we ask whether the thread is still there
+    constexpr DWORD kLook = 1000; // milliseconds between checks whether the thread still exists
     const WriteLocker locker(m_lock);
     for (const ThreadPtr& thread : m_threads) {
         if (!thread->isBusy() || thread->isGone() || deadline.getLeft() == 0)

@@ -7,15 +7,15 @@
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 #include "core/win32/utils/threadpool/include/ThreadContext.h"
 
-/// What a thread holds while it runs; on the heap, because work may end its thread without coming back.
+/// What a thread holds while it runs; on the heap, because work may end its thread without returning.
 struct THPThread::Worker
 {
     SharedPtr<THPThread> thread;
     SharedPtr<THPCategory> owner;
-    ItemPtr item{}; // the one that runs
+    ItemPtr item{}; // the running one
 };
 
-/// Tells of a worker that ends in the middle of its work.
+/// Reports a worker that ends in the middle of its work.
 struct THPThread::ExitNotice
 {
     ExitNotice() noexcept : m_index(FlsAlloc(&THPThread::onThreadExit)) {}
@@ -68,13 +68,12 @@ long THPThread::start(const SharedPtr<THPThread>& self, const SharedPtr<THPCateg
         code != ERROR_SUCCESS)
         return code;
 
-    // The new thread waits for this lock before it does anything: it then either begins or finds that its
-    // start has failed.
+    // The new thread first waits for this lock: it then either begins or finds that its start has failed.
     const WriteLocker locker(thread.m_startLock);
     Win32Handle handle;
     const long code = thread.create(*worker, handle);
     if (thread.m_made)
-        static_cast<void>(worker.release()); // the thread's, also when it only ends
+        static_cast<void>(worker.release()); // belongs to the thread, even if it only ends
     else
         KeptLibrary::release();
     if (code == ERROR_SUCCESS)
@@ -178,7 +177,7 @@ bool THPThread::takeCancel() noexcept
 {
     const bool cancelled = m_cancel.isValid() && WaitForSingleObject(m_cancel.get(), 0) == WAIT_OBJECT_0;
     if (!m_cancel.isValid() || (cancelled && !ResetEvent(m_cancel.get())))
-        createCancelEvent(); // the old one would cancel the next item too
+        createCancelEvent(); // the old one would also cancel the next item
     return cancelled;
 }
 
@@ -198,11 +197,11 @@ DWORD WINAPI THPThread::entry(void* parameter)
 void THPThread::finish(Worker* worker) noexcept
 {
     workerSlot.set(nullptr);
-    delete worker; // perhaps with the thread object and the category
+    delete worker; // perhaps together with the thread object and the category
 }
 
-// The work has ended its thread. The reference that the thread has to the library cannot be given back here,
-// in the library's code; so the library stays loaded.
+// The work has ended its thread. The thread's reference to the library cannot be released here, inside the
+// library's code, so the library stays loaded.
 void WINAPI THPThread::onThreadExit(void* parameter) noexcept
 {
     if (isProcessEnding())
@@ -221,7 +220,7 @@ void WINAPI THPThread::onThreadExit(void* parameter) noexcept
 long THPThread::loop(Worker& worker) noexcept
 {
     {
-        const ReadLocker locker(m_startLock); // held by start until it is decided
+        const ReadLocker locker(m_startLock); // held by start until the outcome is known
         if (m_abandoned)
             return ERROR_CANCELLED;
     }
@@ -233,7 +232,7 @@ long THPThread::loop(Worker& worker) noexcept
         if (!hasWork && !ending) {
             const long code = waitForWork();
             if (code == ERROR_CANCELLED)
-                continue; // the poll above finds out
+                continue; // the poll above detects it
             if (code != ERROR_SUCCESS && owner.retire(*this))
                 return code;
         }

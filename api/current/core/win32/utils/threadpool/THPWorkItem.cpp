@@ -43,7 +43,7 @@ Win32Handle EventCache::take() noexcept
 void EventCache::giveBack(Win32Handle event) noexcept
 {
     if (!ResetEvent(event.get()))
-        return; // of no use to anyone: it is closed
+        return; // nobody can use it: it is closed
     const WriteLocker locker(m_lock);
     if (m_events.size() < kKept)
         m_events.push_back(std::move(event));

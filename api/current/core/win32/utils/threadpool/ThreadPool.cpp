@@ -2,7 +2,7 @@
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 
-// Topics hold pools, and so may whatever a handler is called for.
+// Topics hold pools, and so may anything that a handler holds.
 ObjectTable<ThreadPoolPtr> threadPools(90);
 
 void DismissPool::operator()(ThreadPool* pool) const noexcept
@@ -67,7 +67,7 @@ void ThreadPool::requireOpen() const
                         ERROR_INVALID_ADDRESS);
 }
 
-// Another thread may have queued work into the category meanwhile; then it stays.
+// Keeps the category if another thread has queued work into it meanwhile.
 void ThreadPool::removeUnused(const CategoryPtr& category) noexcept
 {
     const WriteLocker locker(m_lock);
@@ -106,7 +106,7 @@ long ThreadPool::queueWork(const THPWorkKey& key, const THPWorkCall& call, const
             *instance = previous;
         if (created)
             removeUnused(category);
-        // A category that is closed in an open pool was another caller's, whose first work was refused.
+        // A closed category in an open pool belonged to another caller whose first work was refused.
         if (created || !category->isClosed() || isClosed())
             return code;
     }

@@ -1,27 +1,28 @@
 #pragma once
 
 // Thread pools: named pools of worker threads, divided into categories, each with its own threads, options
-// and queue. Work is queued into a category and is known by the key that it was queued under.
+// and queue. Work is queued into a category and identified by the key that it was queued under.
 //
-// Categories and work have a name, compared without regard to case, or a number; a name and a number are
-// never equal. Any number of queued items may have one key; each also has an instance, the value that
-// THPQueueWork stores, which is never given out twice.
+// Categories and work have a name, compared without regard to case, or a number; a name never equals a
+// number. Any number of queued items may share one key. Each also has an instance, the value that
+// THPQueueWork stores, which is never reused.
 //
-// Status functions return a Win32 code. Besides their own: 8 without memory, 6 for a pool handle that was
-// never given out, 487 for one that has been closed, 87 for a null name, 1168 for an unknown category, or
-// the code of a system call that failed. A failing call queues, runs and cancels nothing, unless it says so.
+// Status functions return a Win32 code. Besides their own codes: 8 when memory runs out, 6 for a pool handle
+// that was never given out, 487 for one that has been closed, 87 for a null name, 1168 for an unknown
+// category, or the code of a failed system call. A failing call queues, runs and cancels nothing, unless
+// stated otherwise.
 //
-// Work begins at once on a thread of the category that waits for work, or else on a new thread, as long as
-// the category has not as many as its options allow; then the schedule option decides. A thread that ends
-// its work takes the next from the front of the queue, so within one thread work runs in queue order.
+// Work begins at once on an idle thread of the category, or else on a new thread while the category has fewer
+// than its options allow; otherwise the schedule option decides. A thread that finishes its work takes the
+// next from the front of the queue, so within one thread work runs in queue order.
 //
-// While a thread of a pool lives, it holds a reference to this library: FreeLibrary with pools that have
+// While a thread of a pool exists, it holds a reference to this library: FreeLibrary with pools that have
 // threads returns at once, and the library stays loaded until these pools are closed. Work that ends its own
 // thread (ExitThread) ends with 574 and keeps the library loaded for good.
 //
 // At the end of the process, when the other threads are gone, nothing is waited for: the status functions do
-// nothing and return 1115. A thread that holds the loader lock, in the start or the end of a module, waits
-// for 5 seconds at most, whatever it asks for: work may need that lock to end.
+// nothing and return 1115. A thread that holds the loader lock, in the start or the end of a module, waits at
+// most 5 seconds, whatever timeout it passes: work may need that lock to end.
 
 #include <windows.h>
 
@@ -30,29 +31,30 @@
 
 // ---- Pools
 
-/// Creates the pool of that name, or opens it. Returns the handle, or the invalid handle with the last error
-/// 87 (null name) or 8.
+/// Creates the pool with that name, or opens it. Returns the handle, or the invalid handle with the last
+/// error 87 (null name) or 8.
 SYSMAINT_API void* THPCreateThreadPool(const wchar_t* name);
-/// Opens the pool of that name. Returns the invalid handle with the last error 87, 1168 (no such pool) or 8.
+/// Opens the pool with that name. Returns the invalid handle with the last error 87, 1168 (no such pool) or
+/// 8.
 SYSMAINT_API void* THPOpenThreadPool(const wchar_t* name);
-/// Gives the handle back; nonzero on success, 0 for a handle that is not open. The last handle closes the
-/// pool, also when calls are under way: all its work is cancelled, what is suspended goes on, the threads
-/// end, and the call waits without end until no work runs any more, so work must watch its cancel event. Not
-/// waited for are the work that calls and work that itself waits for the calling thread to be done, where two
-/// pools close each other.
+/// Closes the handle; nonzero on success, 0 for a handle that is not open. Closing the last handle closes the
+/// pool, even while calls are in progress: all its work is cancelled, suspended work is resumed, the threads
+/// end, and the call waits indefinitely until no work is running, so work must watch its cancel event. Two
+/// kinds of work are not waited for: the work that makes the call, and work that itself waits for the calling
+/// thread because two pools close each other.
 SYSMAINT_API int THPCloseThreadpool(void* pool);
 
-/// Creates a category. Codes: 183 it exists. What the options hold is found out when a thread is made.
+/// Creates a category. Codes: 183 it exists. The options are checked only when a thread is created.
 SYSMAINT_API long THPCreateCategory(void* pool, const wchar_t* category, const THPCategoryOptions& options);
 SYSMAINT_API long THPCreateCategory(void* pool, unsigned long category, const THPCategoryOptions& options);
 
-// ---- Queueing. A category that does not exist is created, without a limit of threads. The arguments are
+// ---- Queueing. A category that does not exist is created, with no limit on threads. The arguments are
 // copied; an object must live until its run has ended. `instance` may be null; it receives the item's
-// instance before the work begins, and is as it was on failure.
+// instance before the work begins, and is unchanged on failure.
 //
-// Codes: 87 a null function or an option that does not exist; 1003 all threads are in use and the option is
-// OnlyIfFree; 5023 the category's creation flags are not 0 or 4; the system's for a thread, an event or a
-// priority that was refused.
+// Codes: 87 a null function or an unknown option; 1003 all threads are in use and the option is OnlyIfFree;
+// 5023 the category's creation flags are not 0 or 4; the system's for a thread, an event or a priority that
+// was refused.
 
 SYSMAINT_API long THPQueueWork(void* pool, const wchar_t* category, const wchar_t* work,
                                THPWorkFunction function, const HashMessageW& arguments,
@@ -67,15 +69,15 @@ SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long
                                const HashMessageW& arguments, ITHPWorkItem::ScheduleOption option,
                                void** instance);
 
-// ---- Suspending and resuming. Threads are suspended in the caller's work, never inside the library: one
-// that is inside, also in a call of its own work, stops when it leaves, or when the library calls a handler
-// of the caller's. A suspended thread holds no lock of the library or of a heap, but keeps those of the
-// caller and of the system; so resume it before you wait for anything that it may hold. A suspended category
-// also stops the work that is queued into it later, before it begins. Cancelling work and closing the pool
-// resume it; who waits for suspended work waits until somebody does.
+// ---- Suspending and resuming. Threads are suspended in the caller's work, never inside the library. A
+// thread that is inside, even in a call made by its own work, stops when it leaves, or when the library calls
+// a handler of the caller's. A suspended thread holds no lock of the library or of a heap, but keeps the
+// caller's and the system's, so resume it before you wait for anything that it may hold. In a suspended
+// category, work queued later also stops before it begins. Cancelling work and closing the pool resume it; a
+// wait for suspended work lasts until somebody resumes it.
 //
-// Codes: 1168 no thread runs such work, which is also so for work that is still queued; 5023 for suspending
-// what is suspended already. Resuming what is not suspended has no effect.
+// Codes: 1168 no thread runs such work, even if it is queued; 5023 for suspending what is already suspended.
+// Resuming what is not suspended has no effect.
 
 SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category);
 SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category);
@@ -86,11 +88,11 @@ SYSMAINT_API long THPResumeWork(void* pool, unsigned long category);
 SYSMAINT_API long THPResumeWork(void* pool, const wchar_t* category, const wchar_t* work);
 SYSMAINT_API long THPResumeWork(void* pool, unsigned long category, unsigned long work);
 
-// ---- Cancelling. Queued work is taken out and ends as cancelled; the operation decides what happens to
-// running work (IThreadPool::OperationType). Work that a thread was given but has not begun is not begun.
-// Nothing that matches is no failure. Work that cancels itself
-// and waits does not wait for itself. If a thread cannot be told, the others are all the same, and the code
-// says so. Codes: 87 an operation that does not exist, or a null instance.
+// ---- Cancelling. Queued work is removed and ends as cancelled; the operation decides what happens to
+// running work (IThreadPool::OperationType). Work that was given to a thread but has not begun does not
+// begin. A call that matches no work succeeds. Work that cancels itself and waits does not wait for itself.
+// If one thread cannot be signalled, the others still are, and the code reports it. Codes: 87 an unknown
+// operation, or a null instance.
 
 /// All work of the pool, with CancelAndReturn.
 SYSMAINT_API long THPCancelWork(void* pool);
@@ -105,14 +107,14 @@ SYSMAINT_API long THPCancelWork(void* pool, const wchar_t* category, const wchar
 SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned long work, void* instance,
                                 IThreadPool::OperationType operation);
 
-// ---- Waiting, for at most `timeout` milliseconds (INFINITE: without end), for the work that is queued or
+// ---- Waiting, for at most `timeout` milliseconds (INFINITE: indefinitely), for the work that is queued or
 // running at the time of the call. `extraHandle` may be null; when it is signalled the wait ends early. The
-// work that calls is never waited for.
+// calling work itself is never waited for.
 //
 // Returns 0 when all of it has finished; 1223 when some of it ended cancelled, or when `extraHandle` ended
-// the wait; 258 when the time is over; 87 for a null instance. How finished work ended says THPGetWorkResult.
-// For named work that has already ended: 1223 if its latest run was cancelled, as long as that is among the
-// last 64 of its category that did not end with 0; else 0.
+// the wait; 258 when the time is over; 87 for a null instance. THPGetWorkResult tells how finished work
+// ended. For named work that has already ended: 1223 if its latest run was cancelled and is among the last 64
+// of its category that did not end with 0; otherwise 0.
 
 SYSMAINT_API long THPWait(void* pool, const wchar_t* category, unsigned long timeout, void* extraHandle);
 SYSMAINT_API long THPWait(void* pool, unsigned long category, unsigned long timeout, void* extraHandle);
@@ -125,12 +127,12 @@ SYSMAINT_API long THPWait(void* pool, void* instance, const wchar_t* category, c
 SYSMAINT_API long THPWait(void* pool, void* instance, unsigned long category, unsigned long work,
                           unsigned long timeout, void* extraHandle);
 
-// ---- The work's own code. `result` receives how the latest run of the work, or the run of one instance, has
+// ---- The work's own code. `result` receives how the latest run of the work, or the run of one instance,
 // ended: what the work returned or raised, 1223 if it was cancelled, the system's code if no thread could be
-// had for it after it was queued. Kept for the last 64 of a category that did not end with 0; work of which
-// nothing is known counts as ended with 0.
+// created for it after it was queued. Results are kept for the last 64 items of a category that did not end
+// with 0; unknown work counts as ended with 0.
 //
-// Codes: 170 such work is queued or running, and `result` is as it was; 87 for a null instance.
+// Codes: 170 such work is queued or running, and `result` is unchanged; 87 for a null instance.
 
 SYSMAINT_API long THPGetWorkResult(void* pool, const wchar_t* category, const wchar_t* work, long& result);
 SYSMAINT_API long THPGetWorkResult(void* pool, unsigned long category, unsigned long work, long& result);
@@ -139,8 +141,8 @@ SYSMAINT_API long THPGetWorkResult(void* pool, const wchar_t* category, const wc
 SYSMAINT_API long THPGetWorkResult(void* pool, unsigned long category, unsigned long work, void* instance,
                                    long& result);
 
-// ---- Asking. `running` is set to 1 when such work is queued or running, suspended or not, else to 0; on
-// failure it is left as it was. Codes: 87 a null instance.
+// ---- Querying. `running` is set to 1 when such work is queued or running, suspended or not, otherwise to 0;
+// on failure it is unchanged. Codes: 87 a null instance.
 
 SYSMAINT_API long THPIsRunning(void* pool, const wchar_t* category, int& running);
 SYSMAINT_API long THPIsRunning(void* pool, unsigned long category, int& running);

@@ -31,7 +31,7 @@ public:
             raiseLastError();
     }
 
-    /// What stands under `name`, or null. A hostile resource may lie about its length.
+    /// The value `name`, or null. A hostile resource may give a false length.
     const void* find(const std::wstring& name, std::size_t& length) const
     {
         void* value = nullptr;
@@ -67,8 +67,8 @@ private:
     std::vector<unsigned char> m_data;
 };
 
-/// Takes the next number off the front of a version, without zeros in front; a version that has ended goes on
-/// with nothing, which is zero.
+/// Removes the next number from the front of a version and returns it without leading zeros. A version that
+/// has ended yields nothing, which counts as zero.
 std::wstring_view takeField(std::wstring_view& rest)
 {
     std::wstring_view field = rest.substr(0, rest.find(L'.'));
@@ -117,7 +117,7 @@ std::wstring fileString(const wchar_t* path, const wchar_t* name)
         std::swprintf(language, 16, L"%04x%04x", codes[0], codes[1]);
         languages.emplace_back(language);
     }
-    // What files have that do not say, or say wrong.
+    // Used by files that declare no language, or a wrong one.
     languages.insert(languages.end(), {L"040904b0", L"040904e4", L"04090000", L"000004b0"});
     std::wstring text;
     for (const std::wstring& each : languages)
@@ -131,7 +131,7 @@ int compare(std::wstring_view first, std::wstring_view second)
     requireVersion(first);
     requireVersion(second);
     int order = 0;
-    while (!first.empty() || !second.empty()) { // to the end, so that both are looked at
+    while (!first.empty() || !second.empty()) { // to the end, so that both are checked
         const std::wstring_view left = takeField(first);
         const std::wstring_view right = takeField(second);
         if (order == 0 && left != right)

@@ -2,11 +2,11 @@
 
 #include "core/win32/utils/memory/api.h"
 
-// Versions of files and of the system. What all utility functions have in common is said in
-// core/win32/utils/memory/api.h.
+// Versions of files and of the system. core/win32/utils/memory/api.h describes what all utility functions
+// have in common.
 
 extern "C" {
-/// The version that a program or library says in its fixed part.
+/// The version in the fixed part of a program's or library's version resource.
 ///
 /// @param version  receives the four numbers, 16 bits each, the first at the top
 /// @param text     receives "1.2.3.4"
@@ -25,7 +25,7 @@ SYSMAINT_API long VersionGetString(const wchar_t* path, const wchar_t* name, wch
 /// @return 0, 87 (also a text that is not numbers with dots between them)
 SYSMAINT_API long VersionCompare(const wchar_t* first, const wchar_t* second, int* order);
 
-/// The system's true version, whatever the program's manifest says.
+/// The system's true version, regardless of the program's manifest.
 ///
 /// @return 0, 87, 31
 SYSMAINT_API long SystemGetVersion(unsigned long* major, unsigned long* minor, unsigned long* build,

@@ -14,15 +14,15 @@ inline constexpr char kMessageTopicHeader[] = "core\\win32\\utils\\communication
 /// A named channel: filters and handlers, and a queue of posted messages that a consumer on the topic's own
 /// thread pool delivers one after the other. The topic is itself the work that the pool runs.
 ///
-/// The operations raise their failures. The exported functions say what each does.
+/// The operations raise their failures. The exported functions document each operation.
 class MessageTopic final : public ITHPWorkItem
 {
 public:
     static constexpr const char* kClassName = "MessageTopic";
-    /// In place of a value: the message travels without one.
+    /// Instead of a value: the message travels without one.
     static constexpr std::uint32_t kNoValue = 0xFFFFFFFF;
 
-    /// Raises 87 for a null name and 8 without memory.
+    /// Raises 87 for a null name and 8 when memory runs out.
     explicit MessageTopic(const wchar_t* name);
     MessageTopic(const MessageTopic&) = delete;
     MessageTopic& operator=(const MessageTopic&) = delete;
@@ -77,11 +77,12 @@ public:
     /// The consumer, run by the pool.
     long operator()(IThreadContext& context, void* cancelEvent) override;
 
-    /// Ends the topic with its last handle, while calls may still be under way: nothing is posted any more,
+    /// Ends the topic with its last handle, while calls may still be in progress: posting is refused, and
     /// what is queued is dropped. Stops the consumer and waits for it, unless it is the calling thread or
-    /// waits for that; in the loader lock for 5 seconds at most.
+    /// waits for that; at most 5 seconds in the loader lock.
     void close() noexcept;
-    /// Destroys the topic as its last reference goes. If the consumer still runs, it does it when it ends.
+    /// Destroys the topic when its last reference goes. If the consumer is still running, the consumer
+    /// destroys it at its end.
     void dismiss() noexcept;
 
 private:
@@ -126,21 +127,22 @@ private:
     SubscriberSet<MessageFilter> m_filters;
     ConsumerQueue<Posted> m_queue;
 
-    // Held while a consumer is queued, by the one thread that does it, and waited for by that consumer alone.
+    // Held while a consumer is being queued, by the one thread that queues it; only that consumer waits for
+    // it.
     ReadWriteLock m_beginLock;
-    // Guards what follows. Held while the pool is asked, never while a subscriber is called or a consumer
-    // begins, which may need the loader.
+    // Guards the members below. Held while the pool is queried, never while a subscriber is called or a
+    // consumer begins, which may need the loader.
     ReadWriteLock m_workLock;
-    SmartHandle<closePool> m_pool;          // once work has begun it stays until the topic dies
-    std::vector<void*> m_instances;         // the consumer work that may not have ended, the latest last
+    SmartHandle<closePool> m_pool;          // once work has begun it stays until the topic is destroyed
+    std::vector<void*> m_instances;         // consumer work that may not have ended, the latest last
     bool m_beginning = false;               // a thread is about to queue the next
-    bool m_accepting = false;               // the latest will still look at the queue
+    bool m_accepting = false;               // the latest consumer will still check the queue
     bool m_closed = false;                  // the last handle is gone
-    bool m_orphaned = false;                // the consumer that runs is to destroy the topic
+    bool m_orphaned = false;                // the running consumer must destroy the topic
     std::atomic<DWORD> m_consumerThread{0}; // the thread that the consumer runs on, or 0
 };
 
-/// Ends a topic's life as MessageTopic::dismiss says.
+/// Ends a topic's life as described at MessageTopic::dismiss.
 template <class Topic>
 struct DismissTopic
 {
@@ -151,8 +153,8 @@ using MessageTopicPtr = SharedPtr<MessageTopic, DismissTopic<MessageTopic>>;
 /// The table of all topics.
 extern ObjectTable<MessageTopicPtr> messageTopics;
 
-/// Opens the topic of that name, or creates it. Returns its handle, or the invalid handle with the last error
-/// 87 (null name) or 8, for which `place` stands.
+/// Opens the topic with that name, or creates it. Returns its handle, or the invalid handle with the last
+/// error 87 (null name) or 8, with the place text `place`.
 [[nodiscard]] inline void* createTopic(const char* place, const wchar_t* name) noexcept
 {
     // The frame turns it into 8. NOLINTBEGIN(bugprone-unhandled-exception-at-new)
@@ -161,7 +163,7 @@ extern ObjectTable<MessageTopicPtr> messageTopics;
     // NOLINTEND(bugprone-unhandled-exception-at-new)
 }
 
-/// Gives back one opening of a topic; the last one closes it. At the end of the process nothing is done.
+/// Closes one opening of a topic; the last one closes the topic. Does nothing at the end of the process.
 /// Returns 0 for a handle that is not open.
 inline int closeTopic(void* topic) noexcept
 {
@@ -170,9 +172,9 @@ inline int closeTopic(void* topic) noexcept
     return messageTopics().close(topic, [](MessageTopic& object) { object.close(); });
 }
 
-/// Runs a status operation on the topic behind `handle`, which it holds meanwhile. `operation` takes the
-/// topic by reference and returns nothing or a status. Returns 0; 6 or 487 for the handle; 1115 at the end of
-/// the process, whose threads are gone, without calling `operation`; or the code that it returns or raises.
+/// Runs a status operation on the topic behind `handle`, which is held meanwhile. `operation` takes the topic
+/// by reference and returns nothing or a status. Returns 0; 6 or 487 for the handle; 1115 at the end of the
+/// process, when its threads are gone, without calling `operation`; or the code that it returns or raises.
 template <class Operation>
 long withTopic(const char* place, void* handle, Operation&& operation) noexcept
 {

@@ -5,17 +5,18 @@
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
-/// Brings the load and dump requests of callers to the object tables: subscribes a table to the topic
-/// "ObjectManager<class name>" when it is asked to.
+/// Connects callers' load and dump requests to the object tables: on request, subscribes a table to the topic
+/// "ObjectManager<class name>".
 class ObjectRequestServer
 {
 public:
     [[nodiscard]] static ObjectRequestServer& getInstance() noexcept;
 
-    /// Subscribes the table of a class to the topic of its requests, or takes it off. Repeating a call has no
-    /// effect. Returns 0, 87 for a null name, 1168 for a class without a table, 8, or the topic's code.
+    /// Subscribes the table of a class to the topic for its requests, or unsubscribes it. Repeating a call
+    /// has no effect. Returns 0, 87 for a null name, 1168 for a class without a table, 8, or the topic's
+    /// code.
     long serve(const wchar_t* className, bool serve);
-    /// Takes off every table that is subscribed. To be called before the tables are destroyed.
+    /// Unsubscribes every table that is subscribed. Call this before the tables are destroyed.
     void stopAll() noexcept;
 
 private:

@@ -8,7 +8,7 @@
 /// The subscribers of one kind, in the order of their addresses.
 ///
 /// No lock is held while a subscriber is called, so from inside it may subscribe, unsubscribe and deliver.
-/// Each delivery says instead whom it is calling, and to remove a subscriber waits until nobody calls it.
+/// Instead each delivery records whom it is calling, and removing a subscriber waits until nobody calls it.
 template <class Subscriber>
 class SubscriberSet
 {
@@ -17,7 +17,7 @@ public:
     SubscriberSet(const SubscriberSet&) = delete;
     SubscriberSet& operator=(const SubscriberSet&) = delete;
 
-    /// Adds a subscriber; one that is there already stays there once. Raises std::bad_alloc.
+    /// Adds a subscriber; one that is already there is not added again. Raises std::bad_alloc.
     void add(Subscriber& subscriber)
     {
         const WriteLocker locker(m_lock);
@@ -30,9 +30,9 @@ public:
         return m_subscribers.contains(&subscriber);
     }
 
-    /// Takes a subscriber out. With `wait` it then waits until no other thread is calling it, for at most
-    /// what is left of the time-out. Returns 0; 1168 when it is not there; 258, and then it is there as
-    /// before, but what was delivered meanwhile has passed it over.
+    /// Removes a subscriber. With `wait` it then waits until no other thread is calling it, for at most the
+    /// rest of the timeout. Returns 0; 1168 when it is not there; 258, with the subscriber back in the set,
+    /// but skipped by what was delivered meanwhile.
     long remove(Subscriber& subscriber, bool wait, const Deadline& deadline) noexcept
     {
         const WriteLocker locker(m_lock);
@@ -50,7 +50,7 @@ public:
     }
 
     /// Calls `call` with each subscriber in turn. One that is added or removed meanwhile is called or not
-    /// according to its place. What `call` raises ends the delivery and goes on to the caller.
+    /// depending on its position. What `call` raises ends the delivery and reaches the caller.
     template <class Call>
     void deliver(Call&& call)
     {
@@ -73,7 +73,7 @@ public:
     }
 
 private:
-    /// One delivery under way, on the stack of its thread and in the list of the set.
+    /// One delivery in progress, on the stack of its thread and in the set's list.
     class Delivery
     {
     public:
@@ -110,12 +110,12 @@ private:
         friend SubscriberSet;
         SubscriberSet& m_set;
         const DWORD m_thread = GetCurrentThreadId();
-        Subscriber* m_called = nullptr; // the last one, and whom this delivery is calling
+        Subscriber* m_called = nullptr; // the last subscriber called, or the one being called
         Delivery* m_previous = nullptr;
         Delivery* m_next = nullptr;
     };
 
-    // By another thread than the calling one.
+    // Called by another thread than the calling one.
     [[nodiscard]] bool isBeingCalled(const Subscriber& subscriber) const noexcept
     {
         for (const Delivery* delivery = m_deliveries; delivery != nullptr; delivery = delivery->m_next) {

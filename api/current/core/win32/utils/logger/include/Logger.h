@@ -10,29 +10,30 @@
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// The time stamp of the entries, made anew when the second has changed.
+/// The time stamp of the entries, rebuilt when the second has changed.
 class LogStamp
 {
 public:
-    /// "[ day.month.year hour:minute:second ]  " of now, in local time.
+    /// "[ day.month.year hour:minute:second ]  " for the current local time.
     [[nodiscard]] std::wstring_view now() noexcept;
 
 private:
     static constexpr std::uint64_t kTicksPerSecond = 10000000;
 
-    std::uint64_t m_second = 0; // counted as the system's file times are
+    std::uint64_t m_second = 0; // counted like the system's file times
     std::size_t m_length = 0;
     wchar_t m_text[64] = {};
 };
 
-/// What follows the stamp in a line: module, message and line end, in no more room than the line has left.
+/// What follows the stamp in a line: module, message and line end, limited to the room left in the line.
 class LogLine
 {
 public:
     /// Characters of a whole line, its stamp included.
     static constexpr std::size_t kCapacity = 1024;
 
-    /// The line end is always there; what does not fit before it is cut, and no pair of surrogates in half.
+    /// Always ends with the line end. Text that does not fit before it is cut, which never splits a surrogate
+    /// pair.
     LogLine(const wchar_t* module, const wchar_t* message) noexcept;
 
     [[nodiscard]] std::wstring_view getText() const noexcept { return {m_text, m_length}; }
@@ -44,11 +45,11 @@ private:
     static constexpr std::size_t kLongest = kCapacity - 1 - kStamp;
 
     std::size_t m_length = 0;
-    wchar_t m_text[kLongest]; // no more of it is touched than the line needs
+    wchar_t m_text[kLongest]; // only as much of it is touched as the line needs
 };
 
-/// Lines on their way to their files, one after the other in large blocks of memory. A queue that is emptied
-/// again and again lives in one block.
+/// Lines on their way to their files, one after the other in large blocks of memory. A queue that is
+/// regularly emptied needs only one block.
 class LogQueue
 {
 public:
@@ -66,7 +67,7 @@ public:
     void add(HANDLE file, std::wstring_view stamp, std::wstring_view line);
     /// The oldest entry, or null.
     [[nodiscard]] const Entry* getFront() const noexcept;
-    /// Takes it out; there must be one.
+    /// Removes the oldest entry; there must be one.
     void removeFront() noexcept;
     void clear() noexcept { m_blocks.clear(); }
 
@@ -94,7 +95,7 @@ class Logger
 public:
     static constexpr const char* kClassName = "Logger";
     static constexpr std::size_t kFileCount = 4;
-    /// A file of this size or more is begun anew when a logger is made.
+    /// A file of this size or more is started anew when a logger is created.
     static constexpr LONGLONG kLargestLog = 10485760;
 
     /// Raises an Exception with 1003 or the system's code.
@@ -107,7 +108,7 @@ public:
     void writeLogEntry(const wchar_t* module, const wchar_t* message);
 
 private:
-    /// A critical section that is entered by a scope.
+    /// Enters a critical section for a scope.
     class Guard;
 
     void startThread();
@@ -125,10 +126,10 @@ private:
     std::array<Win32Handle, kFileCount> m_files; // general, registry, privacy, disk
     LogStamp m_stamp;                            // guarded like the queue
     LogQueue m_queue;
-    bool m_ended = false;                // the thread writes no more; guarded like the queue
-    std::atomic<bool> m_stopping{false}; // for this logger's thread alone
+    bool m_ended = false;                // the thread has stopped writing; guarded like the queue
+    std::atomic<bool> m_stopping{false}; // only for this logger's thread
     Win32Handle m_stop;                  // set with it; ends the thread's sleep
-    Win32Handle m_finished;              // set by the thread as the last thing that it does with this object
+    Win32Handle m_finished;              // set by the thread in its last use of this object
 };
 
 /// The table of all loggers.

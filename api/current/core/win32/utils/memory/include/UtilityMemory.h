@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-/// Memory for callers, which utilsFreeMemory gives back: it comes from this library's own runtime heap.
+/// Memory for callers, released by utilsFreeMemory: it comes from this library's own runtime heap.
 namespace utilitymemory {
 struct Free
 {
@@ -37,12 +37,12 @@ template <class Char>
 }
 } // namespace utilitymemory
 
-/// Records for a caller, made one by one and then put into one buffer together with their texts.
+/// Records for a caller, collected one by one and then put into one buffer together with their texts.
 template <class Record>
 class RecordList
 {
 public:
-    /// Adds a record; `texts` become what its members of those names point to.
+    /// Adds a record. Its members named in `texts` point to those texts afterwards.
     struct Text
     {
         const wchar_t* Record::*member;

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstddef> // says which standard library this is
+#include <cstddef> // shows which standard library is used
 
-// Objects of the standard library are part of what crosses the boundary, so both sides need the same one,
-// laid out the same way. A client that is built otherwise would link and then crash.
+// Objects of the standard library cross the boundary, so both sides need the same library with the same
+// layout. A client built with another would link and then crash.
 #if defined(__MINGW32__)
 #if !defined(_WIN64)
 #error "sysmaint is a 64-bit library"
@@ -15,7 +15,7 @@
 #endif
 #endif
 
-// How the functions of the DLL are declared: exported while it is built, imported by everyone else.
+// Declares the DLL's functions: exported while the DLL is built, imported everywhere else.
 #if defined(_MSC_VER) || defined(__MINGW32__)
 #if defined(SYSMAINT_BUILD)
 #define SYSMAINT_API __declspec(dllexport)

@@ -1,12 +1,12 @@
 #pragma once
 
-// The rule that every exported function follows: failures are raised inside and become Win32 codes here.
-// Two templates hold it, one for functions that return a handle or a pointer, one for those that return a
-// status; the others below are these two with the table's steps around them. While a frame lives, its thread
-// counts as being inside the library (LibraryCall.h).
+// The rule for every exported function: failures are raised inside and turned into Win32 codes here. Two
+// templates implement it, one for functions that return a handle or a pointer, one for those that return a
+// status; the others below wrap the table's steps around these two. While a frame exists, its thread counts
+// as being inside the library (LibraryCall.h).
 //
-// What the frames catch is what this compiler's code raises. An exception of a caller's other compiler, or
-// one of the processor (an access violation), is none of them: it passes through, as the platform has it.
+// The frames catch only what this compiler's code raises. An exception from a caller built with another
+// compiler, or from the processor (an access violation), passes through, as is usual on the platform.
 
 #include <windows.h>
 
@@ -23,7 +23,7 @@ namespace boundary {
 inline constexpr long kUnhandledException = 574;
 
 /// Returns what `body` returns, or `failure` when it raises. The last error then holds the code of an
-/// Exception or of a bare long, or 8 when memory is short; after anything else it is what the last system
+/// Exception or of a bare long, or 8 when memory runs out; after anything else it is what the last system
 /// call left.
 template <class Result, class Body>
 Result resultFrame(Result failure, Body&& body) noexcept
@@ -41,7 +41,7 @@ Result resultFrame(Result failure, Body&& body) noexcept
     } catch (...) {
         return failure;
     }
-    // The raise site set it, but clean-up on the way here may have changed it.
+    // The raise site set it, but clean-up since then may have changed it.
     SetLastError(static_cast<DWORD>(code != 0 ? code : kUnhandledException));
     return failure;
 }
@@ -53,8 +53,8 @@ void* handleFrame(Body&& body) noexcept
     return resultFrame<void*>(INVALID_HANDLE_VALUE, std::forward<Body>(body));
 }
 
-/// The Win32 code of the exception being handled; a raised 0 is no code, since a failure must not pass for
-/// success. To be called from a catch block.
+/// The Win32 code of the exception being handled; a raised 0 does not count, since a failure must not look
+/// like success. Call this from a catch block.
 inline long codeOfCurrentException() noexcept
 {
     try {
@@ -70,9 +70,9 @@ inline long codeOfCurrentException() noexcept
     }
 }
 
-/// Returns the status that `body` returns, or the code of what it raises: an Exception's code, a bare long
-/// as it is, 8 when memory is short, 574 for any other type and for a code of 0. No frame of an exported
-/// function: for code of the caller's that we call.
+/// Returns the status that `body` returns, or the code of what it raises: an Exception's code, a bare long as
+/// it is, 8 when memory runs out, 574 for any other type and for a code of 0. This is not the frame of an
+/// exported function, but a wrapper for calls into the caller's code.
 template <class Body>
 long statusOf(Body&& body) noexcept
 {
@@ -83,7 +83,7 @@ long statusOf(Body&& body) noexcept
     }
 }
 
-/// The same as the frame of an exported function.
+/// The same, as the frame of an exported function.
 template <class Body>
 long statusFrame(Body&& body) noexcept
 {
@@ -91,9 +91,9 @@ long statusFrame(Body&& body) noexcept
     return statusOf(std::forward<Body>(body));
 }
 
-/// A status operation on the object behind `handle`: holds a shared reference for the length of the call.
-/// Returns the table's code (6, 487) for the handle, or the code that `operation` returns or raises.
-/// `operation` takes the object by reference and returns nothing or a status.
+/// A status operation on the object behind `handle`, with a shared reference held during the call. Returns
+/// the table's code (6, 487) for the handle, or the code that `operation` returns or raises. `operation`
+/// takes the object by reference and returns nothing or a status.
 template <class Table, class Operation>
 long statusFrame(const char* place, Table& table, void* handle, Operation&& operation) noexcept
 {
@@ -111,9 +111,9 @@ long statusFrame(const char* place, Table& table, void* handle, Operation&& oper
     });
 }
 
-/// A Create... function: the object that has the name already is opened, otherwise `make` builds one (a
-/// plain pointer, which is owned from then on) and it is filed. `nullPlace` and `memoryPlace` are the place
-/// texts for a null name (87) and for a missing object (8).
+/// A Create... function: opens the object that already has the name; otherwise `make` creates one (a plain
+/// pointer, owned by the table from then on), which is registered. `nullPlace` and `memoryPlace` are the
+/// place texts for a null name (87) and for a missing object (8).
 template <class Table, class Make>
 void* createFrame(const char* nullPlace, const char* memoryPlace, Table& table, const wchar_t* name,
                   Make&& make) noexcept
@@ -130,7 +130,7 @@ void* createFrame(const char* nullPlace, const char* memoryPlace, Table& table, 
     });
 }
 
-/// The same with one place text for both.
+/// The same, with one place text for both.
 template <class Table, class Make>
 void* createFrame(const char* place, Table& table, const wchar_t* name, Make&& make) noexcept
 {

@@ -11,24 +11,25 @@
 #include "core/win32/utils/objectmanager/include/ProcessHeap.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// The one exception of the library: a Win32 code and a report of where and why it was raised. Thrown by
-/// value, caught by reference. Exported functions never let it out; the operations of interface objects and
-/// of messages do, and a handler object may throw it through the library to its own caller.
+/// The library's only exception: a Win32 code and a report of where and why it was raised. Thrown by value,
+/// caught by reference. Exported functions never let it out. The operations of interface objects and of
+/// messages do, and a handler object may throw it through the library to its own caller.
 ///
 /// The report reads "An error occured at:", the three-line place text, an optional "Message: " line, and a
 /// "System error: " line when the system has a text for the code. Building it writes nothing anywhere.
 class Exception
 {
 public:
-    /// Raises with the code of the thread's last error, which is left as it is.
+    /// Raises with the thread's last error as the code and leaves the last error unchanged.
     explicit Exception(const char* place) : Exception(place, nullptr, GetLastError()) {}
     /// Raises with `code` and makes it the thread's last error.
     Exception(const char* place, unsigned long code) : Exception(place, nullptr, code) {}
-    /// Raises with the code of the thread's last error, which is left as it is, and a message of your own.
+    /// Raises with the thread's last error as the code, leaves the last error unchanged, and adds a custom
+    /// message.
     Exception(const char* place, const wchar_t* message) : Exception(place, message, GetLastError()) {}
 
-    /// Raises with `code`, makes it the thread's last error, and adds a message of your own (may be null).
-    /// Raises std::bad_alloc when there is no memory for the report.
+    /// Raises with `code`, makes it the thread's last error, and adds a custom message (may be null). Raises
+    /// std::bad_alloc when memory for the report runs out.
     Exception(const char* place, const wchar_t* message, unsigned long code) : m_code(code)
     {
         FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
@@ -40,8 +41,8 @@ public:
             LocalFree(m_systemText);
             throw;
         }
-        // Last, so that the code survives whatever the calls above left behind. The forms without a code
-        // took it from this very value, so for them this restores it.
+        // Last, so that the code survives whatever the calls above left behind. The forms without a code took
+        // it from the last error, so this restores it.
         SetLastError(code);
     }
 

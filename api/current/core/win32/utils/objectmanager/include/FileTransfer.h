@@ -4,11 +4,11 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// Reading and writing any number of bytes: one call of the system takes less than 4 GiB.
+/// Reads and writes any number of bytes; one system call takes less than 4 GiB.
 namespace filetransfer {
 inline constexpr DWORD kLargest = 1U << 30U;
 
-/// Reads `size` bytes from where the file's pointer stands, or fewer up to its end; `done` says how many were
+/// Reads `size` bytes from the file's current position, or fewer up to its end. `done` receives how many were
 /// read, also after a failure. Returns 0 or the system's code.
 inline long read(HANDLE file, void* target, unsigned long long size, unsigned long long& done) noexcept
 {
@@ -24,8 +24,8 @@ inline long read(HANDLE file, void* target, unsigned long long size, unsigned lo
     return ERROR_SUCCESS;
 }
 
-/// Writes `size` bytes to where the file's pointer stands. Returns 0, 29 when the system takes none of them,
-/// or its code; some may have been written.
+/// Writes `size` bytes at the file's current position. Returns 0, 29 when the system takes none of them, or
+/// its code; some may have been written.
 inline long write(HANDLE file, const void* source, unsigned long long size) noexcept
 {
     const auto* at = static_cast<const unsigned char*>(source);
@@ -36,7 +36,7 @@ inline long write(HANDLE file, const void* source, unsigned long long size) noex
             return lastError();
         if (put == 0)
             return ERROR_WRITE_FAULT;
-        put = std::min(put, wanted); // some systems tell more than they were given
+        put = std::min(put, wanted); // some systems report more than they were given
         at += put;
         size -= put;
     }

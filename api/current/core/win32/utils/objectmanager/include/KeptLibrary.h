@@ -7,13 +7,13 @@
 
 /// Keeps this library loaded while threads run its code.
 ///
-/// One reference to the module stands for all threads; a thread holds one of its own as well, so that it can
-/// end in the same step in which it gives that back. While there is a thread, starting another one needs no
-/// call to the loader, whose lock a suspended thread may hold.
+/// One reference to the module stands for all threads. Each thread also holds its own, so that it can end and
+/// give that back in one step. While a thread exists, starting another needs no call to the loader, whose
+/// lock a suspended thread may hold.
 class KeptLibrary
 {
 public:
-    /// For a thread that is to be started, by whoever starts it. Returns 0 or the system's code.
+    /// Called by the starter of a thread, for that thread. Returns 0 or the system's code.
     static long hold() noexcept
     {
         {
@@ -36,7 +36,7 @@ public:
         return ERROR_SUCCESS;
     }
 
-    /// Takes hold back. The calling thread needs a reference of its own, or a caller that has one.
+    /// Undoes hold. The calling thread, or its caller, must have a reference of its own.
     static void release() noexcept
     {
         HMODULE module = nullptr;
@@ -58,7 +58,7 @@ public:
         return module;
     }
 
-    /// Ends the calling thread and gives back its reference and its hold. Without a reference the hold stays,
+    /// Ends the calling thread and releases its reference and its hold. Without a reference the hold stays,
     /// and so does the library.
     [[noreturn]] static void exitThread(HMODULE own, DWORD code) noexcept
     {

@@ -6,19 +6,19 @@
 
 #include "core/win32/utils/objectmanager/include/SuspendGate.h"
 
-// Whether a thread is inside the library. It matters for the worker threads of our pools, which may be
-// suspended at any instruction of the caller's work: never inside, where they may hold what everybody needs.
-// Every exported function is inside; a call to the caller's own code, from wherever, is outside again. For
-// other threads both cost a look into a slot of the thread.
+// Whether a thread is inside the library. This matters for the worker threads of our pools. They may be
+// suspended at any instruction of the caller's work, but never inside, where they may hold what everybody
+// needs. Every exported function is inside; a call to the caller's own code, from anywhere, is outside again.
+// For other threads either check only reads a thread-local slot.
 
-/// What a worker thread knows of itself.
+/// What a worker thread knows about itself.
 struct WorkerMark
 {
     SuspendGate gate;
-    unsigned depth = 1; // how often the thread has come into the library; it begins there
+    unsigned depth = 1; // how often the thread has entered the library; it starts inside
 };
 
-/// Where each thread keeps its mark; null for all but workers.
+/// The slot where each thread keeps its mark; null for all but workers.
 class WorkerSlot
 {
 public:
@@ -41,7 +41,7 @@ private:
 };
 inline const WorkerSlot workerSlot;
 
-/// While one of these lives the calling thread counts as being inside the library.
+/// While such an object exists, the calling thread counts as being inside the library.
 class InsideLibrary
 {
 public:
@@ -62,8 +62,8 @@ private:
     WorkerMark* m_mark;
 };
 
-/// While one of these lives the calling thread counts as being in the caller's code, however often it had
-/// come into the library. No lock of ours may be held then.
+/// While such an object exists, the calling thread counts as being in the caller's code, however often it had
+/// entered the library. No lock of ours may be held then.
 class OutsideLibrary
 {
 public:

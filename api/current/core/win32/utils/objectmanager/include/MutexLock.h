@@ -7,8 +7,8 @@
 #include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// A recursive lock on an unnamed Win32 mutex, which is made by the first lock or unlock call. A thread that
-/// died with the lock does not block the others. Failing calls raise the bare Win32 code.
+/// A recursive lock on an unnamed Win32 mutex, which the first lock or unlock call creates. A thread that
+/// ends while holding the lock does not block the others. Failing calls raise the bare Win32 code.
 class MutexLock
 {
 public:
@@ -53,11 +53,11 @@ private:
     }
 
     std::atomic<HANDLE> m_mutex{nullptr};
-    bool m_locked = false; // changed by the owner only; seen in a debugger, decides nothing
+    bool m_locked = false; // changed by the owner only; visible in a debugger, decides nothing
 };
 
-/// Holds a MutexLock for a scope. Leaving it keeps the thread's last error. Its thread is not suspended
-/// meanwhile.
+/// Holds a MutexLock for a scope. Leaving the scope keeps the thread's last error. The thread is not
+/// suspended meanwhile.
 class Locker
 {
 public:

@@ -18,12 +18,12 @@ inline constexpr char kObjectManagerHeader[] = "core\\win32\\utils\\objectmanage
 
 /// The table of one object family: named objects behind small handles, shared by all threads.
 ///
-/// A handle is the 1-based slot number as a pointer; 0 is never valid, the invalid handle has all bits set.
-/// Freed numbers are reused, the one freed longest ago first. An object stays alive while its entry is open
-/// or while any operation holds a copy of its pointer; its destructor runs outside the table's lock.
+/// A handle is the 1-based slot number as a pointer; 0 is never valid, and the invalid handle has all bits
+/// set. Freed numbers are reused, the one freed longest ago first. An object stays alive while its entry is
+/// open or any operation holds a copy of its pointer; its destructor runs outside the table's lock.
 ///
 /// `ObjectPtr` is SharedPtr<T> or SingletonPtr<T>. `T::kClassName`, a narrow text, names the class in place
-/// texts. Classes derived from SerializableW answer load and dump requests, all others with 120.
+/// texts. Classes derived from SerializableW answer load and dump requests; all others refuse them with 120.
 template <class ObjectPtr>
 class ObjectManager : public IMessageHandler
 {
@@ -35,9 +35,9 @@ public:
     static constexpr std::uint32_t kDumpRequest = 0;
     static constexpr std::uint32_t kLoadRequest = 1;
 
-    /// Files `object` under `name`. Returns the new handle and sets the last error to 0. On failure returns
-    /// the invalid handle with the last error 87 (null name), 183 (name taken: that entry has then been
-    /// opened once more), 487 (no object) or 8.
+    /// Registers `object` under `name`. Returns the new handle and sets the last error to 0. On failure
+    /// returns the invalid handle with the last error 87 (null name), 183 (the name is taken: its entry has
+    /// then been opened once more), 487 (no object) or 8.
     void* registerObject(const wchar_t* name, const ObjectPtr& object) noexcept
     {
         return boundary::handleFrame([&]() -> void* {
@@ -48,9 +48,9 @@ public:
         });
     }
 
-    /// Files several objects under one lock, in order; `nameOf` gives each its name, `added` takes its
-    /// handle. Raises the code of the first that cannot be filed as a bare long, as registerObject would set
-    /// it; those before it stay.
+    /// Registers several objects under one lock, in order; `nameOf` returns each one's name, `added` receives
+    /// its handle. Raises the code of the first object that fails, as registerObject would set it, as a bare
+    /// long; those before it stay.
     template <class Objects, class NameOf, class Added>
     void registerObjects(const Objects& objects, NameOf&& nameOf, Added&& added)
     {
@@ -59,8 +59,8 @@ public:
             added(add(nameOf(object).c_str(), object));
     }
 
-    /// The handle of the entry of that name, opened once more. On failure returns the invalid handle with
-    /// the last error 87 (null name), 1168 (no such name), 487 (no object) or 8.
+    /// Opens the entry with that name once more and returns its handle. On failure returns the invalid handle
+    /// with the last error 87 (null name), 1168 (no such name), 487 (no object) or 8.
     void* lookup(const wchar_t* name) noexcept
     {
         return boundary::handleFrame([&]() -> void* {
@@ -74,9 +74,9 @@ public:
         });
     }
 
-    /// Opens the entry of that name or files the object that `make` returns. Only one thread makes an object
-    /// at a time, so two that create the same name get one object. Raises what `make` raises, std::bad_alloc,
-    /// or the code of the failed step as a bare long.
+    /// Opens the entry with that name, or registers the object that `make` returns. Only one thread creates
+    /// an object at a time, so two threads that create the same name get one object. Raises what `make`
+    /// raises, std::bad_alloc, or the code of the failed step as a bare long.
     template <class Make>
     void* openOrCreate(const wchar_t* name, Make&& make)
     {
@@ -90,7 +90,7 @@ public:
         handle = lookup(name);
         if (handle != INVALID_HANDLE_VALUE)
             return handle;
-        const ObjectPtr object = make(); // dies, if it is not filed, after the lock is left
+        const ObjectPtr object = make(); // if not registered, destroyed after unlocking
         const Locker locker(m_tableLock);
         return add(name, object);
     }
@@ -105,13 +105,13 @@ public:
                 const Locker locker(m_tableLock);
                 found = entryOf(handle).object;
             }
-            object = found; // what `object` held may die here, and so outside the lock
+            object = found; // may destroy what `object` held, hence outside the lock
             return ERROR_SUCCESS;
         });
     }
 
-    /// Gives back one opening of the entry; the last one removes it. Returns nonzero, or zero for a handle
-    /// that get refuses; the last error is then as it was.
+    /// Closes one opening of the entry; the last one removes it. Returns nonzero, or zero for a handle that
+    /// get refuses, with the last error unchanged.
     int close(void* handle) noexcept
     {
         return close(handle, [](Object&) {});
@@ -124,7 +124,7 @@ public:
         const InsideLibrary inside;
         const DWORD lastError = GetLastError();
         try {
-            SharedPtr<Reference> entry; // let go of after the lock
+            SharedPtr<Reference> entry; // released after unlocking
             {
                 const Locker locker(m_tableLock);
                 release(handle, entry);
@@ -138,13 +138,13 @@ public:
         }
     }
 
-    /// get and close in one step for several handles under one lock. Calls `taken` in order with the code of
-    /// each, as get returns it, and its object; an entry whose code is not 0 stays as it is. `taken` must not
-    /// raise.
+    /// get and close in one step for several handles under one lock. Calls `taken` in order with each
+    /// handle's code, as get returns it, and its object. An entry whose code is not 0 stays as it is. `taken`
+    /// must not raise.
     template <class Handles, class Taken>
     void takeObjects(const Handles& handles, Taken&& taken)
     {
-        std::vector<SharedPtr<Reference>> removed(handles.size()); // let go of after the lock
+        std::vector<SharedPtr<Reference>> removed(handles.size()); // released after unlocking
         const Locker locker(m_tableLock);
         const ObjectPtr none;
         ObjectPtr object;
@@ -161,8 +161,8 @@ public:
         }
     }
 
-    /// The name that the entry was filed under, valid while the entry is open. Returns 0, 87 (null `name`),
-    /// 6 or 487.
+    /// The name that the entry was registered under, valid while the entry is open. Returns 0, 87 (null
+    /// `name`), 6 or 487.
     long getName(void* handle, const wchar_t** name) noexcept
     {
         return boundary::statusFrame([&]() -> long {
@@ -174,11 +174,11 @@ public:
         });
     }
 
-    /// Answers a load or dump request for one object, by name. A load (id 1) takes "ObjectName", "LoadCode"
-    /// and "ObjectData" and replies "Status". A dump (id 0) takes "ObjectName", "DumpCode" and the caller's
-    /// last copy in "ObjectData"; it replies "Dirty", the new "ObjectData" when that is 1, and "Status".
-    /// Raises 87 for another id and for a mistyped parameter, 1168 for a missing parameter or an unknown
-    /// name, 120 for a class without load and dump, and the object's own code.
+    /// Answers a load or dump request for one object, found by name. A load (id 1) takes "ObjectName",
+    /// "LoadCode" and "ObjectData" and replies "Status". A dump (id 0) takes "ObjectName", "DumpCode" and the
+    /// caller's last copy in "ObjectData"; it replies "Dirty", the new "ObjectData" when that is 1, and
+    /// "Status". Raises 87 for another id and for a mistyped parameter, 1168 for a missing parameter or an
+    /// unknown name, 120 for a class without load and dump, and the object's own code.
     void onMessage(const HashMessageW& request, HashMessageW& reply, void*) override
     {
         switch (request.getId()) {
@@ -190,7 +190,7 @@ public:
             refuse();
         }
     }
-    // A message of another form is no request: 87, and no failed assertion.
+    // A message of another form is not a request: 87, without a failed assertion.
     void onMessage(const MessageW&, MessageW&, void*) override { refuse(); }
     void onMessage(const MessageW&, MessageW&, std::uint32_t, void*) override { refuse(); }
     void onMessage(const DataMessage&, DataMessage&, void*) override { refuse(); }
@@ -199,14 +199,14 @@ public:
     void onMessage(const ArrayMessage&, ArrayMessage&, std::uint32_t, void*) override { refuse(); }
     void onMessage(const HashMessageW&, HashMessageW&, std::uint32_t, void*) override { refuse(); }
 
-    /// Whether the number was ever given out as a handle, and its entry has been closed since.
+    /// Whether the number was given out as a handle before and its entry has been closed since.
     [[nodiscard]] bool isClosed(void* handle)
     {
         const Locker locker(m_tableLock);
         return handle != nullptr && number(handle) <= m_slots.size() && !slotOf(number(handle)).entry;
     }
 
-    /// How many entries are open now.
+    /// How many entries are currently open.
     [[nodiscard]] std::size_t getCount()
     {
         const Locker locker(m_tableLock);
@@ -221,7 +221,7 @@ private:
         CachedIdentifierW name;
     };
 
-    /// A freed slot knows the one to be reused after it, so that freeing one needs no memory.
+    /// A freed slot holds the number to be reused after it, so that freeing a slot needs no memory.
     struct Slot
     {
         SharedPtr<Reference> entry{};
@@ -320,7 +320,7 @@ private:
         return handle;
     }
 
-    // Either everything is in place afterwards or nothing has changed.
+    // Afterwards either everything is in place or nothing has changed.
     void* insert(const SharedPtr<Reference>& entry)
     {
         const bool reuse = m_firstFreed != 0;

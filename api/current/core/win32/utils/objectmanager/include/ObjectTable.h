@@ -3,14 +3,14 @@
 #include "core/win32/utils/objectmanager/include/ObjectManager.h"
 #include "core/win32/utils/objectmanager/include/Undestroyed.h"
 
-/// An object table as unloading and the serving of requests see it: one of a list, of whatever family.
+/// An object table of any family, as an element of the list that unloading and request serving use.
 class AnyObjectTable
 {
 public:
     AnyObjectTable(const AnyObjectTable&) = delete;
     AnyObjectTable& operator=(const AnyObjectTable&) = delete;
 
-    /// The name of the class whose objects are in the table; plain ASCII.
+    /// The name of the class whose objects the table holds; plain ASCII.
     [[nodiscard]] const char* getClassName() const noexcept { return m_className; }
     /// Answers the load and dump requests for the table's objects.
     [[nodiscard]] virtual IMessageHandler& getRequestHandler() noexcept = 0;
@@ -19,8 +19,8 @@ public:
     /// The table that is destroyed first.
     [[nodiscard]] static AnyObjectTable* getFirst() noexcept { return s_first; }
 
-    /// Destroys all tables and with them every object that is still open. For the moment when the library is
-    /// unloaded while the process goes on.
+    /// Destroys all tables and every object that is still open. For unloading the library while the process
+    /// continues.
     static void destroyAll() noexcept
     {
         while (s_first != nullptr)
@@ -40,7 +40,7 @@ protected:
 private:
     virtual void destroy() noexcept = 0;
 
-    static constinit inline AnyObjectTable* s_first = nullptr; // there before any table is built
+    static constinit inline AnyObjectTable* s_first = nullptr; // initialised before any table is built
 
     const char* m_className;
     unsigned m_rank;
@@ -52,10 +52,11 @@ private:
 ///     ObjectTable<SharedPtr<Logger>> loggers(20);
 ///
 /// Tables are destroyed in the order of their ranks, lowest first: a table whose objects hold handles of
-/// another has a lower rank than that. Message topics are the first (10), thread pools the last (90).
+/// another table needs a lower rank than that one. Message topics are the first (10), thread pools the last
+/// (90).
 ///
-/// It is built when the library is loaded, and destroyed by destroyAll alone: at the end of a process its
-/// other threads are gone already, perhaps in the middle of a change, and the system takes everything back
+/// A table is built when the library is loaded, and destroyed only by destroyAll. When a process ends, its
+/// other threads are already gone, perhaps in the middle of a change, and the system reclaims everything
 /// anyway.
 template <class ObjectPtr>
 class ObjectTable final : public AnyObjectTable

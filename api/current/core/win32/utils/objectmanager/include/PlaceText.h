@@ -3,19 +3,19 @@
 #include <algorithm>
 #include <cstddef>
 
-/// Builds the place text that every raised Exception carries: three lines, put together at compile time.
+/// Builds the place text that every raised Exception carries: three lines, joined at compile time.
 ///
 ///     constexpr char kMessageHeader[] = "win32\\communication\\include\\Message.h";
 ///     throw Exception(PLACE(kMessageHeader, "MessageW::load", 258), code);
 ///
-/// `header` is the path of the header that declares the raiser, from the api\current folder on; `function`
-/// its qualified name; `line` a number. Where callers or log readers rely on the line it is given as a
-/// number, everywhere else it is __LINE__.
+/// `header` is the path of the header that declares the raising function, relative to the api\current folder;
+/// `function` is its qualified name; `line` a number. Where callers or log readers rely on the line it is a
+/// fixed number, everywhere else __LINE__.
 #define PLACE(header, function, line) \
     (placetext::Text<placetext::Part(header), placetext::Part(function), (line)>::kText.characters)
 
 namespace placetext {
-/// Characters that can be a template's argument.
+/// Characters that can be a template argument.
 template <std::size_t Size>
 struct Part
 {

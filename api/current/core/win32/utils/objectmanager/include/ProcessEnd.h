@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cstddef>
 
-/// What stands in the way of waiting for a thread: the end of the process and the loader lock.
+/// The obstacles to waiting for a thread: the end of the process and the loader lock.
 namespace processend {
-/// Looked up when the module is loaded: later the lookup might wait for the loader lock.
+/// Looked up when the module is loaded: a later lookup might wait for the loader lock.
 template <class Function>
 Function systemFunction(const char* name) noexcept
 {
@@ -23,15 +23,15 @@ inline constexpr DWORD kLoaderLockWait = 5000;
 } // namespace processend
 
 /// Whether the process is ending and its other threads are gone. They may have left any lock behind and will
-/// never end what they were doing, so there is nothing to wait for. A handle may still be closed then, by
-/// the static object of a module that is unloaded before this one.
+/// never finish what they were doing, so waiting is pointless. The static object of a module that is unloaded
+/// before this one may still close a handle then.
 inline bool isProcessEnding() noexcept
 {
     return processend::queryShutdown != nullptr && processend::queryShutdown() != 0;
 }
 
-/// Whether the calling thread holds the loader lock: it is in the start or the end of a module, so threads
-/// can neither begin nor end, and whatever a thread loads waits for this one.
+/// Whether the calling thread holds the loader lock: it runs the start or the end of a module, so threads can
+/// neither begin nor end, and a thread that loads something waits for this one.
 inline bool holdsLoaderLock() noexcept
 {
     constexpr std::size_t kLoaderLock = 0x110; // in the process's environment block
@@ -41,8 +41,8 @@ inline bool holdsLoaderLock() noexcept
     return lock != nullptr && reinterpret_cast<std::size_t>(lock->OwningThread) == GetCurrentThreadId();
 }
 
-/// How long the calling thread may wait for other threads if it asks for `timeout` milliseconds: no longer
-/// than 5 seconds in the loader lock, which those that are waited for may need.
+/// How long the calling thread may wait for other threads if it asks for `timeout` milliseconds: at most 5
+/// seconds while it holds the loader lock, which those threads may need.
 inline DWORD waitLimit(DWORD timeout) noexcept
 {
     return holdsLoaderLock() ? std::min(timeout, processend::kLoaderLockWait) : timeout;

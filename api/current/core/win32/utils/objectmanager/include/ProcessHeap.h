@@ -9,16 +9,16 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// Memory that crosses the boundary between the DLL and its callers: both link their runtime statically,
-/// so only the process heap is the same on both sides.
+/// Memory that crosses the boundary between the DLL and its callers. Both link their runtime statically, so
+/// only the process heap is the same on both sides.
 namespace processheap {
 [[nodiscard]] inline HANDLE handle() noexcept
 {
-    static const HANDLE heap = GetProcessHeap(); // which stays the same
+    static const HANDLE heap = GetProcessHeap(); // it never changes
     return heap;
 }
 
-/// Allocates `size` bytes; raises a bare 8 when memory is short. Release with processheap::release.
+/// Allocates `size` bytes; raises a bare 8 when memory runs out. Release with processheap::release.
 [[nodiscard]] inline void* allocate(std::size_t size)
 {
     void* memory = HeapAlloc(handle(), 0, size);
@@ -27,7 +27,7 @@ namespace processheap {
     return memory;
 }
 
-/// Gives back what processheap::allocate returned; null is allowed.
+/// Releases what processheap::allocate returned; null is allowed.
 inline void release(void* memory) noexcept
 {
     if (memory != nullptr)
@@ -37,7 +37,7 @@ inline void release(void* memory) noexcept
 /// Copies `size` bytes into new memory, followed by `extra` zero bytes; raises a bare 8.
 [[nodiscard]] inline void* copy(const void* source, std::size_t size, std::size_t extra = 0)
 {
-    if (size > std::numeric_limits<std::size_t>::max() - extra) // a length that lies must not wrap
+    if (size > std::numeric_limits<std::size_t>::max() - extra) // a false length must not wrap around
         raiseCode(ERROR_NOT_ENOUGH_MEMORY);
     auto* target = static_cast<unsigned char*>(allocate(size + extra));
     for (std::size_t i = 0; i < extra; ++i)
@@ -48,7 +48,7 @@ inline void release(void* memory) noexcept
 }
 } // namespace processheap
 
-/// Standard allocator on the process heap, for containers that live in objects shared over the boundary.
+/// Standard allocator on the process heap, for containers in objects shared across the boundary.
 template <class T>
 struct ProcessHeapAllocator
 {

@@ -4,8 +4,8 @@
 
 #include "core/win32/utils/objectmanager/include/LibraryCall.h"
 
-/// Many readers or one writer. Makes no kernel call unless it has to wait. Not recursive: a thread that
-/// holds it must not ask for it again in either way.
+/// Many readers or one writer. Makes no kernel call unless it has to wait. Not recursive: a thread that holds
+/// it in either way must not acquire it again.
 class ReadWriteLock
 {
 public:
@@ -18,8 +18,9 @@ public:
     void lockWrite() noexcept { AcquireSRWLockExclusive(&m_lock); }
     void unlockWrite() noexcept { ReleaseSRWLockExclusive(&m_lock); }
 
-    /// Leaves the write lock until `condition` is woken or `timeout` milliseconds are over, and takes it
-    /// again. Returns false when the time is over. Whatever was waited for is to be looked at again.
+    /// Releases the write lock until `condition` is woken or `timeout` milliseconds have passed, then
+    /// acquires it again. Returns false when the time is over. The caller must then check its condition
+    /// again.
     bool waitWrite(CONDITION_VARIABLE& condition, DWORD timeout) noexcept
     {
         return SleepConditionVariableSRW(&condition, &m_lock, timeout, 0) != 0;
@@ -29,7 +30,7 @@ private:
     SRWLOCK m_lock = SRWLOCK_INIT;
 };
 
-/// How much of a time-out in milliseconds is left.
+/// How much of a timeout in milliseconds is left.
 class Deadline
 {
 public:
@@ -48,7 +49,7 @@ private:
     ULONGLONG m_begun;
 };
 
-/// Holds a ReadWriteLock, or anything with its read operations, for reading during a scope. Its thread is not
+/// Holds a ReadWriteLock, or anything with its read operations, for reading during a scope. The thread is not
 /// suspended meanwhile.
 template <class Lock>
 class ReadLocker
@@ -64,7 +65,7 @@ private:
     Lock& m_lock;
 };
 
-/// Holds a ReadWriteLock, or anything with its write operations, for writing during a scope. Its thread is
+/// Holds a ReadWriteLock, or anything with its write operations, for writing during a scope. The thread is
 /// not suspended meanwhile.
 template <class Lock>
 class WriteLocker

@@ -16,19 +16,19 @@ struct Delete
 };
 
 /// Reference-counted owner of one object. Copies share a count block on the heap; the block destroys the
-/// object with the last copy, in the module that made the first one. An empty pointer owns a block too, the
-/// one that all empty pointers of a module share, so that making one needs no memory and cannot fail.
+/// object with the last copy, in the module that created the first one. An empty pointer owns a block too,
+/// one shared by all empty pointers of a module, so creating one needs no memory and cannot fail.
 ///
-/// Copying and releasing are safe from any thread; one SharedPtr object itself is not to be changed by two
-/// threads at once. Making a pointer raises a bare 8 when there is no memory for the block; the object
-/// passed in is destroyed then, so nothing leaks.
+/// Copying and releasing are safe on any thread, but two threads must not change one SharedPtr object at
+/// once. Creating a pointer raises a bare 8 when memory for the block runs out; the object passed in is
+/// destroyed then, so nothing leaks.
 template <class T, class Deleter = Delete<T>>
 class SharedPtr
 {
 public:
     SharedPtr() noexcept : m_block(emptyBlock()) {}
     explicit SharedPtr(T* object) : m_block(makeBlock(object)) {}
-    /// Makes an object inside the count block, as makeShared does.
+    /// Creates an object inside the count block, as makeShared does.
     template <class... Arguments>
     explicit SharedPtr(std::in_place_t, Arguments&&... arguments)
         : m_block(new InPlaceBlock<T>(std::forward<Arguments>(arguments)...))
@@ -39,7 +39,8 @@ public:
 
     SharedPtr& operator=(const SharedPtr& other) noexcept // NOLINT(bugprone-unhandled-self-assignment)
     {
-        // The new block is held before the old one goes: the old object may own `other`, or be the same.
+        // The new block is held before the old one is released: the old object may own `other`, or be the
+        // same.
         Block* const previous = m_block;
         other.m_block->addReference();
         m_block = other.m_block;
@@ -47,7 +48,7 @@ public:
         return *this;
     }
 
-    /// The address of the stored object pointer; the pointer there is null when this owns no object.
+    /// The address of the stored object pointer, which is null when this owns no object.
     [[nodiscard]] virtual T* const* getAddress() const noexcept { return &m_block->m_object; }
 
     [[nodiscard]] T* get() const noexcept { return m_block->m_object; }
@@ -57,7 +58,7 @@ public:
 
     void swap(SharedPtr& other) noexcept { std::swap(m_block, other.m_block); }
 
-    /// Makes an object of a class derived from T inside the count block, with one allocation for both.
+    /// Creates an object of a class derived from T inside the count block, with one allocation for both.
     template <class Object, class... Arguments>
     [[nodiscard]] static SharedPtr makeInPlace(Arguments&&... arguments)
     {
@@ -71,7 +72,7 @@ private:
         constexpr explicit Block(T* object) noexcept : m_object(object) {}
         Block(const Block&) = delete;
         Block& operator=(const Block&) = delete;
-        // Virtual, so that object and block die on the heap of the module that made them.
+        // Virtual, so that object and block are destroyed on the heap of the module that created them.
         virtual ~Block()
         {
             if (m_object != nullptr)
@@ -81,7 +82,7 @@ private:
         void addReference() noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
         void release() noexcept
         {
-            // The last owner has nobody to race with, and most objects have only ever one.
+            // The last owner has nobody to race with, and most objects only ever have one.
             if (m_count.load(std::memory_order_acquire) == 1 ||
                 m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
                 dispose();
@@ -101,7 +102,7 @@ private:
         {
             this->m_object = &m_inPlace;
         }
-        ~InPlaceBlock() override { this->m_object = nullptr; } // the object dies as our member
+        ~InPlaceBlock() override { this->m_object = nullptr; } // the object is destroyed as our member
 
         Object m_inPlace;
     };
@@ -111,7 +112,8 @@ private:
         constexpr NoObjectBlock() noexcept : Block(nullptr) {}
         void dispose() noexcept override {} // it is not on the heap
     };
-    /// There before any code runs and never destroyed: pointers with static storage need it at both ends.
+    /// Initialised before any code runs and never destroyed: pointers with static storage need it at both
+    /// ends.
     union EmptyBlock
     {
         constexpr EmptyBlock() noexcept : block() {}
@@ -124,7 +126,7 @@ private:
 
     static Block* emptyBlock() noexcept
     {
-        s_empty.block.addReference(); // to the one that is never given back
+        s_empty.block.addReference(); // on the block that is never released
         return &s_empty.block;
     }
 
@@ -143,7 +145,7 @@ private:
     Block* m_block;
 };
 
-/// Takes the place of SharedPtr in the families that have one process-wide object. The same rules.
+/// Used instead of SharedPtr by families with one process-wide object. The same rules apply.
 template <class T>
 class SingletonPtr : public SharedPtr<T>
 {
@@ -151,8 +153,8 @@ public:
     using SharedPtr<T>::SharedPtr;
 };
 
-/// Makes an object on this module's heap and its pointer in one step and with one allocation. Raises
-/// std::bad_alloc, and what the constructor raises.
+/// Creates an object and its pointer on this module's heap with one allocation. Raises std::bad_alloc, and
+/// what the constructor raises.
 template <class T, class Object = T, class... Arguments>
 [[nodiscard]] SharedPtr<T> makeShared(Arguments&&... arguments)
 {

@@ -4,14 +4,14 @@
 
 #include <utility>
 
-/// Holds one handle of an object family and closes it with the family's close function when it dies. The
-/// null handle and the invalid handle (all bits set) are never closed. Moves, does not copy.
+/// Holds one handle of an object family and closes it with the family's close function on destruction. The
+/// null handle and the invalid handle (all bits set) are never closed. Movable, not copyable.
 template <int (*CloseFn)(void*)>
 class SmartHandle
 {
 public:
     SmartHandle() noexcept = default;
-    /// Not implicit: a plain handle given where a SmartHandle is wanted would be closed after the call.
+    /// Explicit: a plain handle passed where a SmartHandle is expected would be closed after the call.
     explicit SmartHandle(void* handle) noexcept : m_handle(handle) {}
     SmartHandle(SmartHandle&& other) noexcept : m_handle(other.release()) {}
     SmartHandle& operator=(SmartHandle&& other) noexcept
@@ -30,7 +30,7 @@ public:
 
     /// Gives the handle away without closing it.
     [[nodiscard]] void* release() noexcept { return std::exchange(m_handle, nullptr); }
-    /// Closes the held handle, if any, and holds `handle` from now on.
+    /// Closes the held handle, if any, and holds `handle` instead.
     void reset(void* handle = nullptr) noexcept
     {
         if (isValid())

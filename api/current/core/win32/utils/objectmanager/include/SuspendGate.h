@@ -7,16 +7,16 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// Decides when a worker thread may be suspended: only while it is in the caller's work, never inside the
-/// library, where it may hold a lock that the thread which is to resume it needs. A thread that is to be
-/// suspended while it is inside stops when it goes out to the work.
+/// Decides when a worker thread may be suspended: only while it runs the caller's work, never inside the
+/// library, where it may hold a lock that the resuming thread needs. A thread that is to be suspended while
+/// inside stops when it goes out to the work.
 ///
-/// enter and leave are called by the worker; suspend and resume by any thread, one at a time.
+/// The worker calls enter and leave; any thread, one at a time, calls suspend and resume.
 class SuspendGate
 {
 public:
-    /// The worker comes back from the caller's work. A thread that is just being suspended here stays here
-    /// until it is resumed.
+    /// The worker returns from the caller's work. A thread that is just being suspended here stays here until
+    /// it is resumed.
     void enter() noexcept
     {
         for (Place place = Place::Outside; !m_place.compare_exchange_strong(place, Place::Inside);
@@ -24,7 +24,7 @@ public:
             SwitchToThread();
     }
 
-    /// The worker goes on to the caller's work, after it has been resumed if it is to be suspended.
+    /// The worker continues with the caller's work; if it is to be suspended, only after it has been resumed.
     void leave() noexcept
     {
         for (Place place = Place::Inside; !m_place.compare_exchange_strong(place, Place::Outside);
@@ -36,7 +36,7 @@ public:
         }
     }
 
-    /// The thread stops before its first work. To be called before it runs.
+    /// Makes the thread stop before its first work. Call it before the thread runs.
     void startSuspended() noexcept { m_place = Place::Stopping; }
 
     [[nodiscard]] bool isSuspended() const noexcept
@@ -45,8 +45,8 @@ public:
         return place == Place::Suspended || place == Place::Stopping;
     }
 
-    /// Suspends the thread now or before its next work; one that is suspended stays so. Returns 0, 8, or the
-    /// system's code.
+    /// Suspends the thread now or before its next work; a suspended thread stays suspended. Returns 0, 8, or
+    /// the system's code.
     long suspend(HANDLE thread) noexcept
     {
         for (;;) {
@@ -65,7 +65,7 @@ public:
         }
     }
 
-    /// Lets the thread go on; one that is not suspended is left alone. Takes nothing that a suspended thread
+    /// Resumes the thread; one that is not suspended is left alone. Takes no lock that a suspended thread
     /// could hold. Returns 0 or the system's code.
     long resume(HANDLE thread) noexcept
     {
@@ -88,12 +88,11 @@ private:
         Inside,  // in the library
         Outside, // in the caller's work
         Suspended,
-        Stopping, // inside, and to be stopped before it goes outside
+        Stopping, // inside, and will stop before it goes outside
     };
 
-    /// Holds the locks of all heaps of the process: the process's own, that of the language's runtime, and
-    /// those that modules have made for themselves. One thread at a time, or two would each hold what the
-    /// other one wants.
+    /// Holds the locks of all heaps of the process: the process's own, the language runtime's, and those that
+    /// modules have created. One thread at a time, because two would deadlock.
     class HeapLocks
     {
     public:
@@ -105,7 +104,8 @@ private:
                 m_heaps = new (std::nothrow) HANDLE[room];
                 if (m_heaps == nullptr)
                     return;
-                // While this lock is held the system's list of heaps stays as it is, where it guards it.
+                // While this lock is held, the system's list of heaps stays unchanged, on systems where this
+                // lock guards it.
                 HeapLock(GetProcessHeap());
                 m_count = GetProcessHeaps(room, m_heaps);
                 m_complete = m_count <= room;
@@ -141,9 +141,9 @@ private:
         bool m_complete = false;
     };
 
-    // A thread that is suspended with a heap's lock would stop every other thread, also the one that is to
-    // resume it; so it is suspended while we hold these locks. The system suspends a thread some time after
-    // the call; to ask for its context waits for that moment.
+    // A thread suspended while holding a heap's lock would stop every other thread, including the one that is
+    // to resume it. So it is suspended while we hold these locks. The system suspends a thread some time
+    // after the call; getting its context waits for that moment.
     static long suspendOutsideHeaps(HANDLE thread) noexcept
     {
         const HeapLocks locks;

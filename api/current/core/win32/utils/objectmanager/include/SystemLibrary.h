@@ -3,8 +3,8 @@
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// A system library that is loaded when it is needed: most programs that load ours never need it. Raises the
-/// bare code when the library or the function is not there.
+/// A system library that is loaded on demand: most programs that load ours never need it. Raises the bare
+/// code when the library or the function is missing.
 class SystemLibrary
 {
 public:
@@ -14,7 +14,7 @@ public:
             raiseLastError();
     }
 
-    /// `lib.function<decltype(&VerQueryValueW)>("VerQueryValueW")(...)`; lasts as long as this object.
+    /// `lib.function<decltype(&VerQueryValueW)>("VerQueryValueW")(...)`; valid as long as this object exists.
     template <class Function>
     [[nodiscard]] Function function(const char* name) const
     {
@@ -23,7 +23,7 @@ public:
             raiseLastError();
         return reinterpret_cast<Function>(reinterpret_cast<void*>(found));
     }
-    /// Keeps the library for good. For those that leave something behind in the thread or the process.
+    /// Keeps the library loaded for good, if it leaves something behind in the thread or the process.
     void keep() noexcept { static_cast<void>(m_module.release()); }
 
 private:

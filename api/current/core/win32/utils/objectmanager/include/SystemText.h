@@ -5,10 +5,10 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// The text that a call of the system gives, whatever its length. `fill(text, capacity)` makes the call with
-/// a buffer of `capacity` characters and returns what it returns: the length of the text when that fits with
-/// its terminator, the capacity that it wants or any other number from `capacity` on when not, or 0 with the
-/// last error set. Raises that as a bare code, and std::bad_alloc.
+/// The text that a system call returns, whatever its length. `fill(text, capacity)` makes the call with a
+/// buffer of `capacity` characters and returns its result: the length of the text when it fits with its
+/// terminator; otherwise the capacity it needs or any other number not below `capacity`; or 0 with the last
+/// error set. Raises that error as a bare code, and std::bad_alloc.
 template <class Fill>
 [[nodiscard]] std::wstring systemText(Fill&& fill)
 {

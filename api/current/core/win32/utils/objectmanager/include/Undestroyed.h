@@ -2,7 +2,7 @@
 
 #include <memory>
 
-/// A static object that the end of the process leaves alone. Whoever wants it destroyed says so.
+/// A static object that survives the end of the process. It is destroyed only on request.
 template <class T>
 class Undestroyed
 {

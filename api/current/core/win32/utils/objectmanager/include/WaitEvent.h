@@ -4,8 +4,8 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-/// Waits until `event` is signalled, for at most `timeout` milliseconds (INFINITE: without end). An `extra`
-/// handle, which may be null, ends the wait early when it is signalled; `event` comes first if both are.
+/// Waits until `event` is signalled, for at most `timeout` milliseconds (INFINITE: indefinitely). An `extra`
+/// handle, which may be null, ends the wait early when it is signalled; `event` takes precedence if both are.
 ///
 /// Returns 0; 258 when the time is over; 1223 when `extra` ended the wait; or the system's code.
 inline long waitForEvent(HANDLE event, DWORD timeout, HANDLE extra) noexcept

@@ -6,7 +6,7 @@
 #include <cwchar>
 #include <utility>
 
-/// Owner of one Win32 resource: what `Traits` says is its type, its empty value and how it is closed.
+/// Owner of one Win32 resource. `Traits` defines its type, its empty value and how it is closed.
 template <class Traits>
 class Win32Owner
 {
@@ -27,7 +27,7 @@ public:
     [[nodiscard]] Value get() const noexcept { return m_value; }
     [[nodiscard]] bool isValid() const noexcept { return Traits::isValid(m_value); }
     [[nodiscard]] Value release() noexcept { return std::exchange(m_value, Value{}); }
-    /// Closes what is held and holds `value` from now on. The thread's last error is left as it is.
+    /// Closes the held resource and holds `value` instead. Leaves the thread's last error unchanged.
     void reset(Value value = Value{}) noexcept
     {
         if (isValid()) {
@@ -68,8 +68,8 @@ struct RegistryKeyTraits
     static bool isValid(HKEY key) noexcept { return key != nullptr; }
     static void close(HKEY key) noexcept
     {
-        // Opening a predefined key without a path gives that key itself, which is everybody's. The handles
-        // of these are sign-extended, so negative.
+        // Opening a predefined key without a path returns that key itself, which is shared. Predefined
+        // handles are sign-extended, hence negative.
         if (reinterpret_cast<std::intptr_t>(key) > 0)
             RegCloseKey(key);
     }
@@ -92,8 +92,8 @@ using RegistryKeyHandle = Win32Owner<RegistryKeyTraits>;
 using ModuleHandle = Win32Owner<ModuleTraits>;
 
 /// Loads a system library from the system directory only: this library runs as administrator and must not
-/// pick up a stranger's file. Empty on failure, with the last error set. A Windows 7 that lacks the update of
-/// 2011 (KB2533623) does not know how to search there alone (87), and is given the whole path.
+/// pick up a foreign file. Empty on failure, with the last error set. A Windows 7 without the update of 2011
+/// (KB2533623) cannot restrict the search like this (87), and gets the whole path.
 [[nodiscard]] inline ModuleHandle loadSystemModule(const wchar_t* name)
 {
     ModuleHandle module(LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));

@@ -5,7 +5,7 @@
 
 #include "win32/paths/include/IPathValidatorW.h"
 
-/// The one expander of the process. It holds no state: what a macro stands for may change while we run.
+/// The one expander of the process. Stateless: the value of a macro may change at run time.
 class PathValidatorW final : public IPathValidatorW
 {
 public:

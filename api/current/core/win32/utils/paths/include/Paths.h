@@ -4,7 +4,7 @@
 #include <string_view>
 #include <tuple>
 
-/// What the exported path functions do; see api.h. They raise bare codes.
+/// Implementations of the exported path functions; see api.h. They raise bare codes.
 namespace paths {
 [[nodiscard]] std::wstring combineParts(std::wstring_view folder, std::wstring_view name, bool strict);
 [[nodiscard]] std::wstring normalize(std::wstring_view path);
@@ -23,11 +23,11 @@ namespace paths {
 [[nodiscard]] bool isProtected(std::wstring_view path);
 [[nodiscard]] std::wstring makeUnique(std::wstring_view folder, std::wstring_view stem,
                                       std::wstring_view extension);
-/// The path without closing separators, but for a root's.
+/// The path without closing separators, except a root's.
 [[nodiscard]] std::wstring_view withoutClosing(std::wstring_view path) noexcept;
 [[nodiscard]] bool isValidFileName(std::wstring_view name) noexcept;
 
-/// The last part of a path, and the extension of that, in the path itself; its end when there is none.
+/// The last part of a path, and its extension, as pointers into the path; the path's end when there is none.
 template <class Char>
 [[nodiscard]] const Char* fileName(const Char* path) noexcept
 {

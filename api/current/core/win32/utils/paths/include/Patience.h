@@ -5,20 +5,20 @@
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// "Somebody has it open, and it goes when that ends": ERROR_DELETE_PENDING, which not every platform header
-/// names.
+/// "Somebody has it open, and it disappears when that ends": ERROR_DELETE_PENDING, which not every platform
+/// header names.
 inline constexpr long kDeletePending = 303;
 
-/// How long to go on asking for something that somebody else holds for a moment. Scanners and indexers open
-/// what is new or has changed; until they close it, it can neither be opened nor removed.
+/// How long to retry when somebody else holds an item briefly. Scanners and indexers open what is new or has
+/// changed; until they close it, it can be neither opened nor removed.
 class Patience
 {
 public:
     explicit Patience(HANDLE cancelEvent = nullptr) noexcept : m_cancelEvent(cancelEvent) {}
 
-    /// Whether a call that failed with `code` is worth another try: for 5, 32, 33, 145 and 303, about a
-    /// second in all. Pauses before it says so. Leaves the last error as it is. Raises a bare 1223 when the
-    /// event is signalled by then.
+    /// Whether a call that failed with `code` is worth another try: for 5, 32, 33, 145 and 303, during about
+    /// a second in all. Pauses before returning true. Keeps the last error. Raises a bare 1223 when the event
+    /// is signalled by then.
     [[nodiscard]] bool isWorthAnotherTry(DWORD code)
     {
         const bool isHeld = code == ERROR_ACCESS_DENIED || code == ERROR_SHARING_VIOLATION ||

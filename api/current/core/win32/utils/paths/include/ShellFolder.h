@@ -4,7 +4,7 @@
 
 #include <string>
 
-/// A folder of the shell's by its number (CSIDL), of the user of `token`, or without one of the
-/// user that the calling thread impersonates, else of the current user (SetCurrentUserSession). Raises the
-/// bare code, 3 for a folder that is not there.
+/// A shell folder by its number (CSIDL). It is the folder of the user of `token`; without a token, of the
+/// user that the calling thread impersonates, otherwise of the current user (SetCurrentUserSession). Raises
+/// the bare code, 3 for a folder that does not exist.
 [[nodiscard]] std::wstring shellFolder(int number, HANDLE token = nullptr);

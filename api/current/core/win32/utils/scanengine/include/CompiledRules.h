@@ -5,11 +5,11 @@
 #include "core/win32/utils/scanengine/include/PatternGroup.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 
-/// The rules of a validator, made ready to be asked all at once: the verdict is that of asking one by one, at
-/// a cost that depends little on their number. All that counts of a list is whether any of its rules matches,
-/// so their order need not be kept. Any number of threads may ask.
+/// The rules of a validator, prepared to be checked all at once. The verdict is the same as checking them one
+/// by one, at a cost that depends little on their number. All that matters about a list is whether any of its
+/// rules matches, so their order need not be kept. Any number of threads may use it.
 ///
-/// Points into the rules: to be thrown away before they change.
+/// Points into the rules: discard it before they change.
 class CompiledRules
 {
 public:
@@ -20,7 +20,7 @@ public:
     [[nodiscard]] bool validate(RuleSubject& subject) const;
 
 private:
-    /// Rules that apply to the same items, by the text that they look at.
+    /// Rules that apply to the same items, grouped by the text that they compare.
     struct Group
     {
         template <class Rule, class Applies>
@@ -31,10 +31,10 @@ private:
         PatternGroup paths;
     };
 
-    bool m_all;               // let through: there is no filter
-    bool m_leaves;            // likewise: a filter is meant for containers
-    bool m_containers;        // likewise: a filter is meant for leaves
-    Group m_filters;          // all of them: when none lets an item through unasked, all of them apply to it
+    bool m_all;               // accept: there is no filter
+    bool m_leaves;            // accept: a filter is meant for containers
+    bool m_containers;        // accept: a filter is meant for leaves
+    Group m_filters;          // all filters: when none accepts an item unchecked, all of them apply to it
     Group m_leafIgnores;      // those not meant for containers
     Group m_containerIgnores; // those not meant for leaves
 };

@@ -7,15 +7,15 @@
 #include "win32/scanengine/include/IFile.h"
 #include "win32/scanengine/include/ScanItem.h"
 
-/// A file on a disk; see IFile for what its operations promise.
+/// A file on a disk; see IFile for the contract of its operations.
 class File : public ScanItem, public IFile
 {
 public:
     File() noexcept : ScanItem(kFileItem) {}
     /// Raises CachedPath's failures from File::File.
     File(const wchar_t* path, int expand);
-    /// For the walk: takes a ready text over, the origin of what is found below the walk's root, and the size
-    /// that the folder's entry gave.
+    /// For the walk: takes over a finished text, the origin of what is found below the walk's root, and the
+    /// size from the folder's entry.
     File(HeapStringW&& path, const PathOrigin& origin, unsigned long long size) noexcept
         : ScanItem(kFileItem, CachedPath(std::move(path))), m_origin(origin), m_foundSize(size)
     {
@@ -43,7 +43,7 @@ private:
         unsigned long long size;
         bool isKnown;
     };
-    /// What is known by now. It stays where it is until the item is changed.
+    /// What is known so far. It stays in place until the item is changed.
     [[nodiscard]] Content content() const noexcept;
     void keepData(void* data, unsigned long long size) noexcept;
     void settle();
@@ -54,10 +54,10 @@ private:
     void* m_data = nullptr; // process heap
     unsigned long long m_size = 0;
     bool m_hasData = false;
-    bool m_wasRead = false;       // from the file, not set by the caller
+    bool m_wasRead = false;       // read from the file, not set by the caller
     mutable ReadWriteLock m_lock; // guards what getData reads at its first call
     std::optional<unsigned long long> m_foundSize;
 };
 
-/// Whether something stands under `path`. Raises the bare system code when the system cannot tell.
+/// Whether `path` exists. Raises the bare system code when the system cannot tell.
 [[nodiscard]] bool pathExists(const wchar_t* path);

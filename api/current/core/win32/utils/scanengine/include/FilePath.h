@@ -22,7 +22,7 @@ private:
     [[nodiscard]] const char* scanPlace() const noexcept override;
 
     void getFiles(Walk& walk);
-    /// Holds this folder and those above it for the length of the listing. Returns false when it is gone.
+    /// Holds this folder and those above it during the listing. Returns false when it is gone.
     bool holdFolder(Walk& walk, const PathOrigin& below, bool isRoot) const;
     [[nodiscard]] static const FolderEntry* nextEntry(FolderListing& listing, bool isRoot);
     void reportEntry(const FolderEntry& entry, const PathOrigin& below, Walk& walk) const;

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-/// Characters that a text may have in it, at least one. They are not copied, and not needed once a trie is
-/// made.
+/// Characters that a text may contain, at least one. They are not copied, and not needed once the trie is
+/// built.
 struct Keyword
 {
     static constexpr std::uint32_t kDecides = 0xFFFFFFFF;
@@ -15,9 +15,9 @@ struct Keyword
     bool atBegin = false; ///< found only where the text begins
     bool atEnd = false;   ///< found only where the text ends
     std::uint32_t rule =
-        kDecides; ///< the number of the rule to ask when it is found; kDecides: none is needed
+        kDecides; ///< the number of the rule to check when it is found; kDecides: none is needed
 
-    /// The characters with a zero, which no text has, for each end of the text.
+    /// The characters, plus a zero, which no text contains, for each end of the text.
     [[nodiscard]] std::size_t size() const noexcept
     {
         return text.size() + (atBegin ? 1 : 0) + (atEnd ? 1 : 0);
@@ -29,8 +29,8 @@ struct Keyword
     }
 };
 
-/// Looks for any number of keywords in a text, reading each of its characters once. Texts and keywords have
-/// no zero characters. Never changes once it is made.
+/// Finds any number of keywords in a text, reading each of its characters once. Texts and keywords contain no
+/// zero characters. Immutable once built.
 ///
 /// Reading forward it is the automaton of A. V. Aho and M. J. Corasick, "Efficient string matching: an aid to
 /// bibliographic search", Communications of the ACM 18 (6), 1975, with the edges of all nodes in one hash
@@ -41,7 +41,7 @@ public:
     enum class Reading
     {
         Forward, ///< for occursIn
-        Backward ///< for isEndOf: the keywords stand at the end of texts
+        Backward ///< for isEndOf: the keywords are at the end of texts
     };
 
     KeywordTrie() noexcept = default;
@@ -50,11 +50,11 @@ public:
 
     [[nodiscard]] bool isEmpty() const noexcept { return m_nodes.empty(); }
 
-    /// Whether the text ends in one of the keywords, or for one with atBegin is that keyword.
+    /// Whether the text ends with one of the keywords, or equals one that has atBegin.
     [[nodiscard]] bool isEndOf(std::wstring_view text) const noexcept;
 
-    /// Whether a keyword that decides is in the text, or one for whose rule `ask` says yes. A rule may be
-    /// asked about as often as its keywords are found.
+    /// Whether the text contains a keyword that decides, or one for whose rule `ask` returns true. A rule may
+    /// be checked as often as its keywords are found.
     template <class Ask>
     [[nodiscard]] bool occursIn(std::wstring_view text, Ask&& ask) const
     {
@@ -87,13 +87,14 @@ private:
 
     struct Node
     {
-        std::uint32_t fallback = kRoot; // the longest other keyword beginning that the text ends in here
-        std::uint32_t report = kRoot; // the first node from here on along the fallbacks at which keywords end
+        std::uint32_t fallback = kRoot; // the longest other keyword prefix that the text ends with here
+        std::uint32_t report = kRoot;   // the first node from here on along the fallbacks where keywords end
         std::uint32_t rule =
             kNoRule; // the last rule whose keyword ends here; the others follow in m_nextRule
     };
 
-    /// The node that `c` leads to, or kRoot, to which no edge leads. Most characters of a text meet the root.
+    /// The node that `c` leads to, or kRoot, to which no edge leads. Most characters of a text lead to the
+    /// root.
     [[nodiscard]] std::uint32_t child(std::uint32_t node, wchar_t c) const noexcept
     {
         return node == kRoot && c < kAscii ? m_first[c] : edge(node, c);
@@ -115,8 +116,8 @@ private:
         }
     }
 
-    /// The first place from `at` on where a keyword may begin, to go by two characters: at most places of a
-    /// text none does, and the nodes need not be looked at. The last place or the end if there is none.
+    /// The first position from `at` on where a keyword may begin, judged by two characters: at most positions
+    /// of a text none does, and the nodes need not be visited. The last position or the end if there is none.
     [[nodiscard]] std::size_t nextBeginning(std::wstring_view text, std::size_t at) const noexcept
     {
         while (at + 1 < text.size()) {
@@ -146,9 +147,9 @@ private:
 
     std::vector<Node> m_nodes;
     std::vector<std::uint32_t> m_first; // the root's edges for ASCII
-    std::vector<std::uint64_t> m_pairs; // by a keyword's first character, the second ones that may follow
-    std::uint64_t m_leading = 0;        // the characters that are the first or the second of a keyword
-    std::vector<std::uint64_t> m_edges; // node, character and the node it leads to; zero: free
+    std::vector<std::uint64_t> m_pairs; // for a keyword's first character, the second ones that may follow
+    std::uint64_t m_leading = 0;        // characters that are the first or the second of a keyword
+    std::vector<std::uint64_t> m_edges; // node, character and target node; zero: free
     std::vector<std::uint32_t> m_nextRule;
     int m_shift = 64;
 };

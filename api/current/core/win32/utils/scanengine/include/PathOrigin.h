@@ -7,18 +7,18 @@
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 
-/// What the path of a file-system item names, kept beside its text. It is settled once, when the caller gives
-/// the path, so that changing the current folder later changes nothing. The items that a walk finds share the
-/// origin of the walk's root: their text is the root's and what follows.
+/// What the path of a file-system item names, kept beside its text. It is determined once, when the caller
+/// gives the path, so changing the current folder later has no effect. The items found by a walk share the
+/// origin of the walk's root: their text is the root's plus what follows.
 class PathOrigin
 {
 public:
     PathOrigin() noexcept = default;
-    /// Of an item that a caller names. Raises the bare code.
+    /// For an item named by a caller. Raises the bare code.
     explicit PathOrigin(std::wstring_view path);
-    /// Of what a walk finds below `root`, a path of this origin that a caller names.
+    /// For what a walk finds below `root`, a path of this origin named by a caller.
     [[nodiscard]] PathOrigin ofItemsBelow(std::wstring_view root) const;
-    /// The same for a root that was seen to be no link: it must not become one later.
+    /// The same for a root that was seen not to be a link: it must not become one later.
     [[nodiscard]] PathOrigin ofItemsBelowFolder() const;
 
     /// Whether a walk found the item of that path.
@@ -26,11 +26,11 @@ public:
     {
         return m_root && path.size() > m_root->length;
     }
-    /// The settled form of a path of this origin; empty when the text is settled itself.
+    /// The settled (absolute) form of a path of this origin; empty when the text itself is settled.
     [[nodiscard]] std::wstring settled(std::wstring_view path) const;
-    /// Holds the folders from the walk's root down to `folder`. Raises HeldFolders::hold's codes.
+    /// Holds the folders from the walk's root down to `folder`. Raises the codes of HeldFolders::hold.
     void hold(HeldFolders& held, std::wstring_view folder) const;
-    /// Holds the folders above an item that a walk found. What a caller named has none that could be told.
+    /// Holds the folders above an item found by a walk. For an item named by a caller they are not known.
     void holdParents(HeldFolders& held, std::wstring_view path) const;
 
 private:
@@ -45,7 +45,7 @@ private:
     std::shared_ptr<const Root> m_root; ///< none for an item that a caller named by a settled path
 };
 
-/// The path of an item as the Win32 calls get it.
+/// The path of an item as it is passed to Win32 calls.
 class ItemTarget
 {
 public:
@@ -65,10 +65,10 @@ private:
     Win32Path m_target;
 };
 
-/// What stands under a name now, links not followed.
+/// What a name refers to now, without following links.
 struct ItemLook
 {
-    DWORD attributes = INVALID_FILE_ATTRIBUTES; ///< so when nothing stands there
+    DWORD attributes = INVALID_FILE_ATTRIBUTES; ///< this value when nothing exists
     bool isLink = false;
 
     /// Raises the bare code when the system cannot tell.
@@ -78,7 +78,7 @@ struct ItemLook
     [[nodiscard]] bool isFolder() const noexcept { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
 };
 
-/// Whether what has these attributes would be fetched from elsewhere by being listed or read:
+/// Whether listing or reading an item with these attributes would fetch it from elsewhere:
 /// FILE_ATTRIBUTE_RECALL_ON_OPEN or FILE_ATTRIBUTE_RECALL_ON_DATA_ACCESS.
 [[nodiscard]] inline bool isFetchedOnAccess(DWORD attributes) noexcept
 {

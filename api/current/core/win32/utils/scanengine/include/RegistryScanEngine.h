@@ -8,7 +8,7 @@ class RegistryScanEngine final : public ScanEngineOf<IRegistryScanEngine>
 public:
     static constexpr const char* kClassName = "RegistryScanEngine";
 
-    /// Without a handle. Its roots are filed under its name all the same, so it makes itself one.
+    /// Without a handle. Its roots are registered under its name all the same, so it generates one.
     RegistryScanEngine();
     explicit RegistryScanEngine(const wchar_t* name) : ScanEngineOf(name) {}
     void addPath(HKEY root, const wchar_t* path, unsigned long options) override;

@@ -7,7 +7,7 @@
 #include "win32/scanengine/include/IScanEngine.h"
 
 /// What the engines share: the list of root paths, the handlers, and the walk over the roots. The concrete
-/// engine makes the roots. Safe for any thread; several scans may run at once.
+/// engine creates the roots. Safe on any thread; several scans may run at once.
 class ScanEngine
 {
 public:
@@ -16,18 +16,19 @@ public:
 
 protected:
     explicit ScanEngine(const wchar_t* name) : m_name(name) {}
-    ~ScanEngine() = default; // engines die through their interface
+    ~ScanEngine() = default; // engines are destroyed through their interface
 
-    /// Files a root under the engine's name and its identifier, or opens the one that the engine has already,
-    /// and appends it to the list. Raises a bare 183 when the name is taken by another kind of item.
+    /// Registers a root under the engine's name and its identifier, or opens the one that the engine already
+    /// has, and appends it to the list. Raises a bare 183 when another kind of item has the name.
     void appendRoot(const SharedPtr<ScanItem>& root);
 
     /// Walks every root in the order added, with the engine's handlers. Returns the result of the last one,
-    /// or 1223 as soon as `cancelEvent` was seen signalled. `place` is for a root that cannot be looked up.
+    /// or 1223 as soon as `cancelEvent` is seen signalled. `place` is used for a root that cannot be looked
+    /// up.
     long scanRoots(const char* place, HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                    const ScanOptions& options);
     void clearRoots();
-    /// Drops the registrations of the engine and of every root.
+    /// Removes the registrations of the engine and of every root.
     void clearHandlers();
 
     NotifyProvider m_provider;
@@ -36,7 +37,7 @@ private:
     struct Root
     {
         ScanItemHandle handle;
-        SharedPtr<ScanItem> item; // the handle's object, to know it by: numbers are reused
+        SharedPtr<ScanItem> item; // the handle's object, to recognise it: numbers are reused
     };
     struct RootCopy
     {
@@ -50,7 +51,7 @@ private:
     std::vector<Root> m_roots;
 };
 
-/// The operations of an engine that are the same for all; `Interface` is the engine's.
+/// The operations that all engines share; `Interface` is the engine's.
 template <class Interface>
 class ScanEngineOf : public Interface, protected ScanEngine
 {

@@ -8,13 +8,13 @@
 /// The table of all scan items that have a handle.
 extern ObjectTable<SharedPtr<ScanItem>> scanItems;
 
-/// The name that an item is filed under: the caller's name, a backslash and the item's identifier.
+/// The name that an item is registered under: the caller's name, a backslash and the item's identifier.
 [[nodiscard]] inline std::wstring scanItemKey(const wchar_t* name, const wchar_t* identifier)
 {
     return std::wstring(name) + L'\\' + identifier;
 }
 
-/// One opening of an entry in the table of scan items; closes it when it dies.
+/// One opening of an entry in the table of scan items, closed on destruction.
 class ScanItemHandle
 {
 public:
@@ -32,7 +32,7 @@ public:
     }
 
     [[nodiscard]] void* get() const noexcept { return m_handle; }
-    /// Gives the opening away without closing it.
+    /// Releases the opening without closing it.
     [[nodiscard]] void* release() noexcept { return std::exchange(m_handle, nullptr); }
 
 private:
@@ -40,18 +40,18 @@ private:
 };
 
 /// Whether an item still is what it was registered as: setPath and load may have made it another one since,
-/// and whoever asks for the old one must not get that.
+/// which must not be returned for the old one.
 [[nodiscard]] bool isRegisteredAs(const ScanItem& item, std::wstring_view identifier);
 
 /// Opens the item that is registered under the caller's name and the identifier of `item`, or registers
 /// `item` there. Returns the handle. Raises an Exception at `place`: 487 for no item, 183 when what is
-/// registered there is another kind of item or means something else by now; and the table's codes as a bare
+/// registered there is another kind of item or now means something else. Raises the table's codes as a bare
 /// long.
 [[nodiscard]] void* openOrRegisterItem(const char* place, const wchar_t* name,
                                        const SharedPtr<ScanItem>& item);
 
-/// Registers the item that `make` returns, as the whole body of an exported function. Without a name or with
-/// `argumentsGiven` false it fails with 87.
+/// Registers the item that `make` returns, as the whole body of an exported function. Fails with 87 without a
+/// name or when `argumentsGiven` is false.
 template <class Make>
 void* createItem(const char* place, const wchar_t* name, bool argumentsGiven, Make&& make) noexcept
 {

@@ -9,8 +9,8 @@
 #include "core/win32/utils/scanengine/include/ScanItems.h"
 #include "win32/scanengine/include/IScanPath.h"
 
-/// The walk that folders and registry keys share: breadth-first, one container at a time, with what waits
-/// filed in the table of scan items. The concrete class lists one container.
+/// The walk shared by folders and registry keys: breadth-first, one container at a time, with waiting
+/// containers registered in the table of scan items. The concrete class lists one container.
 class ScanPath : public IScanPath
 {
 public:
@@ -21,12 +21,12 @@ public:
     long getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const final;
 
     /// The walk of scan, without its first poll. `self` is this path as an item, for the handlers; null when
-    /// nobody has one. The first container further down that cannot be listed is left in `firstFailure`,
-    /// unless that holds one already.
+    /// nobody has one. `firstFailure` receives the first container further down that cannot be listed, unless
+    /// it already holds one.
     long scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator, const ScanOptions& options,
                 const SharedPtr<ScanItem>* self, std::optional<Exception>& firstFailure);
 
-    /// Adds an engine's handlers to the path's own, in place of those that an engine gave before.
+    /// Adds an engine's handlers to the path's own, replacing those received earlier from an engine.
     void receiveHandlers(const INotifyProvider& provider) { m_provider.receive(provider); }
 
 protected:
@@ -37,21 +37,21 @@ protected:
         SharedPtr<ScanItem> item;
     };
 
-    /// The state of one scan: nothing of it survives.
+    /// The state of one scan, discarded afterwards.
     struct Walk
     {
         HANDLE cancelEvent;
         const SharedPtr<IScanValidator>& validator;
         const ScanOptions& options;
         ScanPath& root;
-        std::vector<SharedPtr<ScanItem>> found; // containers of the listing at hand that are to be listed too
-        std::deque<ScanItemHandle> queue;       // containers that wait, in order
-        std::deque<TakenContainer> next;        // the first of them, looked up already
-        HeldFolders held = {};                  // of the container that is being listed, and those above it
-        std::vector<std::byte> listed = {};     // room for what the system lists at once
+        std::vector<SharedPtr<ScanItem>> found; // containers of the current listing that are to be listed too
+        std::deque<ScanItemHandle> queue;       // waiting containers, in order
+        std::deque<TakenContainer> next;        // the first of them, already looked up
+        HeldFolders held = {};                  // for the container being listed and those above it
+        std::vector<std::byte> listed = {};     // buffer for what the system lists at once
         bool cancelled = false;
 
-        /// One poll of the event, until it was signalled once.
+        /// Polls the event, unless it has already been seen signalled.
         bool poll() noexcept
         {
             cancelled = cancelled || isCancelled(cancelEvent);
@@ -59,7 +59,7 @@ protected:
         }
     };
 
-    /// Raised by `list` for a container that the system did not let us list, or not to its end.
+    /// Raised by `list` for a container that the system did not let us list completely.
     struct ListingFailure
     {
         Exception reason;
@@ -68,15 +68,16 @@ protected:
 
     explicit ScanPath(std::uint32_t level) : m_level(level) {}
 
-    /// Lists this container: makes an item of each entry and hands it to report, until the walk is cancelled.
+    /// Lists this container: creates an item for each entry and passes it to report, until the walk is
+    /// cancelled.
     virtual void list(Walk& walk) = 0;
-    /// The place text for a container that waited and is not there any more.
+    /// The place text for a waiting container that is no longer there.
     [[nodiscard]] virtual const char* scanPlace() const noexcept = 0;
 
-    /// Offers a found item to the validator, to the handlers and to the results.
+    /// Offers a found item to the validator, the handlers and the results.
     static void reportLeaf(Walk& walk, const SharedPtr<ScanItem>& item) { report(walk, item, kLeafFound); }
-    /// The same for a container; unless it is a link, or is left unlisted for another reason, or too deep
-    /// down it waits for its turn to be listed.
+    /// The same for a container. It then waits for its turn to be listed, unless it is a link, is left
+    /// unlisted for another reason, or is too deep.
     static void reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level,
                                 bool isLeftUnlisted);
 

@@ -6,11 +6,11 @@
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "win32/scanengine/include/IScanValidator.h"
 
-/// The texts of one item that rules compare, taken apart once for all rules.
+/// The texts of one item that rules compare, split once for all rules.
 class RuleSubject
 {
 public:
-    /// Raises what getPath raises: an item may make its path only now.
+    /// Raises what getPath raises: an item may build its path only now.
     explicit RuleSubject(const ScanItem& item) : m_type(item.getType()), m_path(item.getPath()) {}
 
     [[nodiscard]] bool isContainer() const noexcept
@@ -32,12 +32,12 @@ private:
     std::uint32_t m_type;
     const wchar_t* m_path;
     std::wstring_view m_text; // the path, once its length is known
-    // Folded on first request: most rules look at the name alone.
+    // Folded at the first call: most rules compare only the name.
     std::optional<casefolding::FoldedText> m_foldedPath;
     std::optional<casefolding::FoldedText> m_foldedName;
 };
 
-/// What filters and ignore rules have in common: a pattern and how, with what and for which items it is
+/// What filters and ignore rules have in common: a pattern, and how, with what and for which items it is
 /// compared.
 class ScanRule
 {
@@ -52,7 +52,7 @@ public:
     ScanRule& operator=(ScanRule&&) noexcept = default;
     virtual ~ScanRule() = default;
 
-    /// The pattern as it was given; null when there is none yet.
+    /// The pattern as given; null when there is none yet.
     [[nodiscard]] virtual const wchar_t* getPattern() const noexcept
     {
         return m_hasPattern ? m_pattern.c_str() : nullptr;
@@ -89,7 +89,7 @@ public:
     std::uint32_t itemKind = kLeafItems;
 };
 
-/// Lets items through.
+/// Accepts items.
 class ScanFilter final : public ScanRule
 {
 public:
@@ -98,7 +98,7 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 };
 
-/// Keeps items away.
+/// Excludes items.
 class ScanIgnore final : public ScanRule
 {
 public:

@@ -8,13 +8,13 @@
 #include "core/win32/utils/scanengine/include/CompiledRules.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 
-/// The validator of the library; see IScanValidator.
+/// The library's validator; see IScanValidator.
 class ScanValidator final : public IScanValidator
 {
 public:
     ScanValidator() noexcept = default;
-    /// Takes two texts of entries apart; see DllGetScanValidator. Raises an Exception with 87 for an entry
-    /// whose ":" is not followed by exactly three digits, and with 8.
+    /// Parses two texts of entries; see DllGetScanValidator. Raises an Exception with 87 for an entry whose
+    /// ":" is not followed by exactly three digits, and with 8.
     ScanValidator(const wchar_t* filters, const wchar_t* ignores);
     ScanValidator(const ScanValidator&) = delete;
     ScanValidator& operator=(const ScanValidator&) = delete;
@@ -25,8 +25,8 @@ public:
     void addIgnore(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                    std::uint32_t itemKind) override;
     [[nodiscard]] bool validate(const ScanItem& item) const override;
-    /// The same verdict, from one rule after the other: what validate does with few rules, or without the
-    /// memory to compile them.
+    /// The same verdict, by checking one rule after the other: what validate does with few rules, or when
+    /// memory to compile them runs out.
     [[nodiscard]] bool validateOneByOne(const ScanItem& item) const;
     void clear() noexcept override;
     [[nodiscard]] const wchar_t* getFilter(std::uint32_t index) const override;
@@ -42,7 +42,8 @@ private:
 
     std::vector<ScanFilter> m_filters;
     std::vector<ScanIgnore> m_ignores;
-    // Made by the first thread that asks after a change; those that ask meanwhile make their own and drop it.
+    // Built by the first thread that validates after a change. Threads that validate meanwhile build their
+    // own and discard it.
     mutable std::atomic<const CompiledRules*> m_compiled{nullptr};
     mutable std::atomic<bool> m_cannotCompile{false};
 };

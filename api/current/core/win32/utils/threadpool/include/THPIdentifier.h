@@ -10,12 +10,12 @@
 
 inline constexpr char kTHPIdentifierHeader[] = "core\\win32\\utils\\threadpool\\include\\THPIdentifier.h";
 
-/// A key that owns its name. Numbers come before names; names are ordered and compared without regard to
+/// A key that owns its name. Numbers sort before names; names are ordered and compared without regard to
 /// case.
 class THPIdentifier : public ITHPIdentifier
 {
 public:
-    /// Copies the name. Raises an Exception with 87 for a null name and std::bad_alloc without memory.
+    /// Copies the name. Raises an Exception with 87 for a null name, and std::bad_alloc when memory runs out.
     THPIdentifier(const wchar_t* name) // NOLINT: keys convert on purpose
         : m_type(kName), m_name(required(name))
     {
@@ -60,7 +60,7 @@ private:
     HeapStringW m_name;
 };
 
-/// What an operation is about: a category, work in it, or one queued instance of the work.
+/// What an operation applies to: a category, work in it, or one queued instance of the work.
 struct THPWorkKey
 {
     THPWorkKey(THPIdentifier categoryKey) : category(std::move(categoryKey)) {} // NOLINT: converts on purpose
@@ -68,7 +68,7 @@ struct THPWorkKey
         : category(std::move(categoryKey)), work(std::move(workKey))
     {
     }
-    /// Raises an Exception with 87 for a null instance: it must not stand for every instance.
+    /// Raises an Exception with 87 for a null instance, which must not stand for every instance.
     THPWorkKey(THPIdentifier categoryKey, THPIdentifier workKey, const void* queued)
         : category(std::move(categoryKey)), work(std::move(workKey)), instance(queued)
     {

@@ -10,13 +10,14 @@ class THPCategory;
 /// next, and waits when there is none. While it runs it keeps this library loaded, and holds shared
 /// references to itself and to its category.
 ///
-/// All operations but `start` and the thread's own loop are called under the category's lock.
+/// All operations except `start` and the thread's own loop are called under the category's lock.
 class THPThread
 {
 public:
     using ItemPtr = SharedPtr<THPWorkItem>;
 
-    /// `stopped`: it stops before its first work until it is resumed. A creation flag of 4 means the same.
+    /// `stopped`: the thread stops before its first work until it is resumed. A creation flag of 4 means the
+    /// same.
     THPThread(const THPCategoryOptions& options, bool stopped) noexcept : m_options(options)
     {
         if (stopped || options.creationFlags == CREATE_SUSPENDED)
@@ -25,23 +26,24 @@ public:
     THPThread(const THPThread&) = delete;
     THPThread& operator=(const THPThread&) = delete;
 
-    /// Makes the thread's events and the thread, which takes the item that it was given. To be called without
-    /// the category's lock, since a start needs the loader. Returns 0; 5023 when it was started already or
-    /// for creation flags other than 0 and 4; 8; or the system's code. On failure the item is not run.
+    /// Creates the thread's events and the thread, which takes the item it was given. Call this without the
+    /// category's lock, since a start needs the loader. Returns 0; 5023 when it was already started or for
+    /// creation flags other than 0 and 4; 8; or the system's code. On failure the item is not run.
     static long start(const SharedPtr<THPThread>& self, const SharedPtr<THPCategory>& owner) noexcept;
-    /// It has been started: from now on it can be suspended by the system. `start` calls it, by its category.
+    /// The thread has been started: from now on the system can suspend it. `start` calls this, through its
+    /// category.
     void setStarted(Win32Handle handle) noexcept;
 
-    /// Gives the waiting thread an item. Returns 0 or the system's code; the item is not run then.
+    /// Gives an item to the idle thread. Returns 0 or the system's code; then the item is not run.
     long handOver(const ItemPtr& item) noexcept;
-    /// Puts the next item in place of the current one.
+    /// Replaces the current item by the next.
     void setItem(const ItemPtr& item) noexcept;
     void clearItem() noexcept { setItem(m_none); }
-    /// Takes the item back that the thread was given, if it has not begun it. Returns whether it did.
+    /// Takes back the item given to the thread, if it has not begun it. Returns whether it did.
     bool takeBack() noexcept;
     /// The current item, empty when idle.
     [[nodiscard]] ItemPtr getItem() noexcept;
-    /// Whether it has begun an item that has not ended yet.
+    /// Whether the thread has begun an item that has not ended yet.
     [[nodiscard]] bool isBusy() noexcept;
     /// Whether the system has ended the thread.
     [[nodiscard]] bool isGone() const noexcept
@@ -49,7 +51,7 @@ public:
         return m_thread.isValid() && WaitForSingleObject(m_thread.get(), 0) == WAIT_OBJECT_0;
     }
 
-    /// Returns 0, or 5023 when it is suspended already, 8, or the system's code.
+    /// Returns 0, 5023 when the thread is already suspended, 8, or the system's code.
     long suspend() noexcept;
     /// Returns 0 or the system's code. A thread that is not suspended is left alone.
     long resume() noexcept;
@@ -57,10 +59,10 @@ public:
 
     /// Signals the cancel event of the current item. Returns 0 or the system's code.
     long cancel() noexcept;
-    /// Whether the cancel event is set. It is made ready for the next item: reset, or replaced if that
-    /// fails.
+    /// Whether the cancel event is set. Prepares the event for the next item: resets it, or replaces it if
+    /// that fails.
     bool takeCancel() noexcept;
-    /// Lets the thread go on if it is suspended, and end after its current item.
+    /// Resumes the thread if it is suspended, and makes it end after its current item.
     void end() noexcept
     {
         resume();
@@ -88,17 +90,17 @@ private:
     const THPCategoryOptions m_options;
     Win32Handle m_workAvailable;
     Win32Handle m_terminate;
-    Win32Handle m_cancel;                // lent to the item that runs; changed under the category's lock
+    Win32Handle m_cancel;                // lent to the running item; changed under the category's lock
     long m_cancelStatus = ERROR_SUCCESS; // why there is no cancel event
     Win32Handle m_thread;
     std::atomic<DWORD> m_id{0};
     WorkerMark m_mark;
     bool m_made = false;
-    bool m_heldBySystem = false; // created suspended, and not resumed yet
-    bool m_abandoned = false;    // its start failed half-way: it ends at once
-    ReadWriteLock m_startLock;   // held while it is started, and waited for by nobody but the new thread
+    bool m_heldBySystem = false; // created suspended and not yet resumed
+    bool m_abandoned = false;    // its start failed halfway: it ends at once
+    ReadWriteLock m_startLock;   // held during the start; only the new thread waits for it
     ReadWriteLock m_lock;        // guards the current item
     const ItemPtr m_none;
     ItemPtr m_item{m_none};
-    bool m_begun = false; // it runs the item
+    bool m_begun = false; // the thread runs the item
 };

@@ -10,7 +10,7 @@
 
 inline constexpr char kTHPWorkItemHeader[] = "core\\win32\\utils\\threadpool\\include\\THPWorkItem.h";
 
-/// What to run: a function or an object of the caller's.
+/// What to run: a caller's function or object.
 struct THPWorkCall
 {
     static constexpr std::uint32_t kFunction = 0;
@@ -30,7 +30,7 @@ struct THPWorkCall
     ITHPWorkItem* object = nullptr;
 };
 
-/// Events that finished work gives back for the next to use.
+/// Events that finished work returns for reuse.
 class EventCache
 {
 public:
@@ -47,12 +47,12 @@ private:
     std::vector<Win32Handle> m_events;
 };
 
-/// Sets an event that other threads depend on: a call that fails is tried again before it counts. Returns
-/// whether it is set.
+/// Sets an event that other threads depend on; a failing call is retried before it counts. Returns whether it
+/// is set.
 bool signalEvent(HANDLE event) noexcept;
 
-/// One queued unit of work. What changes while it lives is guarded by its category's lock; the category is
-/// the only one to change it.
+/// One queued unit of work. Its category's lock guards everything that changes, and only the category changes
+/// it.
 class THPWorkItem final : public ITHPWorkItem
 {
 public:
@@ -64,7 +64,7 @@ public:
         Cancelled = 3
     };
 
-    /// Raises an Exception with 87 for a null function or another kind than function and object.
+    /// Raises an Exception with 87 for a null function or any other kind than function and object.
     THPWorkItem(const THPWorkKey& key, const THPWorkCall& call, const HashMessageW& arguments,
                 ScheduleOption option, const SharedPtr<EventCache>& events);
     THPWorkItem(const THPWorkItem&) = delete;
@@ -80,7 +80,7 @@ public:
 
     [[nodiscard]] const HashMessageW& getArguments() const noexcept { return m_arguments; }
     [[nodiscard]] ScheduleOption getScheduleOption() const noexcept { return m_option; }
-    /// The number that tells this item from all others that were ever queued, as a pointer.
+    /// The number, as a pointer, that identifies this item among all that were ever queued.
     [[nodiscard]] void* getInstance() const noexcept { return m_instance; }
     [[nodiscard]] bool matches(const THPWorkKey& key) const noexcept
     {
@@ -91,19 +91,19 @@ public:
     void setRunning() noexcept { m_state = State::Running; }
     void requestCancel() noexcept { m_cancelRequested = true; }
     [[nodiscard]] bool isCancelRequested() const noexcept { return m_cancelRequested; }
-    /// Lets go of the arguments, whose destructors may be the caller's code: not under a lock, and not while
+    /// Releases the arguments, whose destructors may be the caller's code: never under a lock, and not while
     /// the item can still run.
     void releaseArguments() noexcept;
-    /// Ends the item: sets the state and releases those who wait for it.
+    /// Ends the item: sets the state and wakes those who wait for it.
     void complete(State state, long status) noexcept;
     [[nodiscard]] bool isComplete() const noexcept { return m_state >= State::Finished; }
-    /// How it ended: 1223 when it was cancelled, else the status of the run.
+    /// How it ended: 1223 when it was cancelled, otherwise the status of the run.
     [[nodiscard]] long getOutcome() const noexcept
     {
         return m_state == State::Cancelled ? static_cast<long>(ERROR_CANCELLED) : m_status;
     }
     [[nodiscard]] bool isCancelled() const noexcept { return m_state == State::Cancelled; }
-    /// A later run of the same work ended well: only who asks for this very instance still gets its outcome.
+    /// A later run of the same work ended well: from now on only queries for this instance get its outcome.
     void supersede() noexcept { m_superseded = true; }
     [[nodiscard]] bool isSuperseded() const noexcept { return m_superseded; }
     /// The event that is signalled at the end. Null on failure, with the last error set.

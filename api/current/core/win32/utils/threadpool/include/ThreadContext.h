@@ -2,7 +2,7 @@
 
 #include "core/win32/utils/threadpool/include/THPWorkItem.h"
 
-/// The context of one run: a small object on the worker's stack, bound to the item that it runs.
+/// The context of one run: a small object on the worker's stack, bound to the running item.
 class ThreadContext final : public IThreadContext
 {
 public:

@@ -8,8 +8,8 @@
 
 inline constexpr char kThreadPoolHeader[] = "core\\win32\\utils\\threadpool\\include\\ThreadPool.h";
 
-/// A named pool: its categories by key. It is closed with its last handle, while calls may still be under way
-/// that hold a reference to it.
+/// A named pool: its categories by key. Closing the last handle closes it, while calls in progress may still
+/// hold a reference to it.
 class ThreadPool final : public IThreadPool
 {
 public:
@@ -20,9 +20,9 @@ public:
     ThreadPool& operator=(const ThreadPool&) = delete;
     ~ThreadPool() override;
 
-    /// Cancels all work, ends the threads, and waits until no work runs any more: not for work whose thread
-    /// is the calling one or waits for it, and in the loader lock for 5 seconds at most. Nothing is queued
-    /// from now on.
+    /// Cancels all work, ends the threads, and waits until no work is running. It does not wait for work
+    /// whose thread is the calling one or waits for it, and waits at most 5 seconds in the loader lock. From
+    /// now on nothing can be queued.
     void close() noexcept;
 
     void createCategory(const THPWorkKey& key, const THPCategoryOptions& options) override;
@@ -53,11 +53,11 @@ private:
     void removeUnused(const CategoryPtr& category) noexcept;
 
     ReadWriteLock m_lock;
-    bool m_closed = false; // the categories stay as they are
+    bool m_closed = false; // the categories no longer change
     std::map<THPIdentifier, CategoryPtr> m_categories;
 };
 
-/// Destroys a pool, unless the process is ending and its threads are gone already.
+/// Destroys a pool, unless the process is ending and its threads are already gone.
 struct DismissPool
 {
     void operator()(ThreadPool* pool) const noexcept;
@@ -67,15 +67,15 @@ using ThreadPoolPtr = SharedPtr<ThreadPool, DismissPool>;
 /// The table of all thread pools.
 extern ObjectTable<ThreadPoolPtr> threadPools;
 
-/// Opens the pool of that name, or creates it. Returns its handle, or the invalid handle with the last error
-/// 87 (null name) or 8, for both of which `place` stands.
+/// Opens the pool with that name, or creates it. Returns its handle, or the invalid handle with the last
+/// error 87 (null name) or 8; `place` is the place text for both.
 [[nodiscard]] inline void* createPool(const char* place, const wchar_t* name) noexcept
 {
     // The frame turns it into 8. NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
     return boundary::createFrame(place, threadPools(), name, [] { return new ThreadPool; });
 }
 
-/// Gives back one opening of a pool; the last one closes it. At the end of the process nothing is done.
+/// Closes one opening of a pool; the last one closes the pool. Does nothing at the end of the process.
 /// Returns 0 for a handle that is not open.
 inline int closePool(void* pool) noexcept
 {
@@ -84,9 +84,9 @@ inline int closePool(void* pool) noexcept
     return threadPools().close(pool, [](ThreadPool& object) { object.close(); });
 }
 
-/// Runs a status operation on the pool behind `handle`, which it holds meanwhile. `operation` takes the pool
+/// Runs a status operation on the pool behind `handle`, which is held meanwhile. `operation` takes the pool
 /// by reference and returns nothing or a status. Returns 0; 6 (null or never given out), 487 (closed); 1115
-/// at the end of the process, whose threads are gone, without calling `operation`; or the code that it
+/// at the end of the process, when its threads are gone, without calling `operation`; or the code that it
 /// returns or raises.
 template <class Operation>
 long withPool(const char* place, void* handle, Operation&& operation) noexcept

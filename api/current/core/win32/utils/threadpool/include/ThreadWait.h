@@ -4,8 +4,9 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
-/// Says, while it lives, that the calling thread waits for another one because it closes what that one runs.
-/// Where threads close each other's, the one that would close the circle learns of it and does not wait.
+/// Records, while it exists, that the calling thread waits for another one because it closes what that one
+/// runs. When threads close each other's objects, the one that would close the circle finds out and does not
+/// wait.
 class ThreadWait
 {
 public:
@@ -16,7 +17,7 @@ public:
         s_waits = this;
         m_closesCircle = reaches(thread, m_waiting);
         if (m_closesCircle)
-            m_awaited = 0; // it does not wait, so nobody else has to give way for it
+            m_awaited = 0; // it does not wait, so nobody else has to give way
     }
     ThreadWait(const ThreadWait&) = delete;
     ThreadWait& operator=(const ThreadWait&) = delete;
@@ -31,12 +32,11 @@ public:
         }
     }
 
-    /// Whether the thread that is to be waited for waits, through others or not, for the calling one, or is
-    /// itself the calling one.
+    /// Whether the awaited thread is the calling one, or waits for it directly or through others.
     [[nodiscard]] bool closesCircle() const noexcept { return m_closesCircle; }
 
 private:
-    // A thread waits for one other at a time, so the chain has no branches; and it has no circle.
+    // A thread waits for only one other at a time, so the chain has no branches and no circle.
     static bool reaches(DWORD thread, DWORD goal) noexcept
     {
         while (thread != 0 && thread != goal) {

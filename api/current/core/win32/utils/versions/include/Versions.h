@@ -4,7 +4,7 @@
 #include <string_view>
 #include <tuple>
 
-/// What the exported version functions do; see api.h. They raise bare codes.
+/// Implementations of the exported version functions; see api.h. They raise bare codes.
 namespace versions {
 /// The four numbers, 16 bits each from the top, and their text.
 [[nodiscard]] std::tuple<unsigned long long, std::wstring> ofFile(const wchar_t* path);
