@@ -618,6 +618,11 @@ TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
 {
     const HMODULE own = GetModuleHandleW(nullptr); // the console program's question is compiled in here
     CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(own);
+    CountedImport<"CreateFileW", Opens::Original> opens(own);
+    opens.setHook([](auto open, LPCWSTR name, DWORD access, DWORD share, auto... rest) {
+        EXPECT_TRUE(std::wcscmp(name, L"\\\\.\\C:") != 0 || share == (FILE_SHARE_READ | FILE_SHARE_WRITE));
+        return open(name, access, share, rest...);
+    });
     const std::tuple<ULONG, DWORD, BOOL, DWORD, bool> rows[] = {{2, 8, TRUE, 0, false},
                                                                 {100, 8, TRUE, 0, true},
                                                                 {100, 8, FALSE, ERROR_MORE_DATA, true},
@@ -633,6 +638,7 @@ TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
         });
         EXPECT_EQ(hasShadowCopies(L"C:\\"), has) << bytes << " " << code;
     }
+    EXPECT_EQ(opens.calls(), 4);
 }
 
 TEST(Output, GoesToConsolesAsCharactersAndElsewhereAsBytes)

@@ -60,7 +60,7 @@ protected:
     static HRESULT WINAPI folderOf(HWND, int, HANDLE token, DWORD, LPWSTR path)
     {
         std::wcscpy(path, token != nullptr ? L"C:\\Users\\somebody" : L"C:\\Windows\\systemprofile");
-        return S_OK;
+        return folders;
     }
     static std::wstring expanded(const wchar_t* macro, long code = 0)
     {
@@ -74,6 +74,7 @@ protected:
     static inline std::vector<WTS_SESSION_INFOW> sessions;
     static inline std::set<ULONG> users; // the sessions that somebody is logged on to
     static inline bool refusesClients = false;
+    static inline HRESULT folders = S_OK;
     DWORD console = 1;
     bool isSystem = true;
     CountedImport<"GetProcAddress", decltype(&GetProcAddress)> addresses{sysmaintModule()};
@@ -128,6 +129,10 @@ TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
     isSystem = false, console = 1;
     SetCurrentUserSession(kConsoleUser);
     EXPECT_EQ(expanded(L"%appdata%"), L"C:\\Windows\\systemprofile");
+    for (const auto& [result, code] : {std::pair{S_FALSE, 3L}, {E_ACCESSDENIED, 5L}, {S_OK, 0L}}) {
+        folders = result;
+        expanded(L"%appdata%", code);
+    }
 }
 
 TEST_F(Sessions, AThreadThatStandsForAClientAsksAsTheProcess)

@@ -274,7 +274,10 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
 
     // A second name of a file; one of which nobody can tell; one that is not hidden as ours are.
     ASSERT_TRUE(CreateHardLinkW(filler.c_str(), at(L"neighbour").c_str(), nullptr));
-    EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_ALREADY_EXISTS);
+    for (const DWORD mark : {FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_NORMAL}) {
+        SetFileAttributesW(filler.c_str(), mark);
+        EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_ALREADY_EXISTS);
+    }
     DeleteFileW(filler.c_str());
     Looks asking;
     for (const bool isThereBefore : {false, true}) {

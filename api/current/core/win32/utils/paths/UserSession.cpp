@@ -137,7 +137,7 @@ long impersonateLoggedOnUser() noexcept
 ThreadIdentity::ThreadIdentity()
 {
     HANDLE token = nullptr;
-    if (OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, &token))
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, &token))
         m_token.reset(token);
     else if (GetLastError() != ERROR_NO_TOKEN)
         raiseLastError();
