@@ -283,38 +283,59 @@ TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
     HKEY made = nullptr;
     ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, inner.c_str(), &made), 0);
     RegCloseKey(made);
-    HANDLE followed = nullptr;
+    HKEY hive = nullptr;
+    ASSERT_EQ(RegOpenCurrentUser(KEY_READ, &hive), 0);
+    const std::wstring user = keyName(hive), own = user + L"\\" + classes;
     CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
     opens.setHook([&](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
-        const bool isIt = _wcsicmp(path, classes.c_str()) == 0;
-        const bool asLink = isIt && (options & REG_OPTION_OPEN_LINK) != 0;
-        const LSTATUS status =
-            original(key, asLink ? (kRoot + L"\\link").c_str() : path, options, access, opened);
-        followed = isIt && !asLink ? *opened : followed;
-        return status;
+        const bool asLink = (options & REG_OPTION_OPEN_LINK) != 0 &&
+                            (_wcsicmp(path, classes.c_str()) == 0 || std::wcscmp(path, L"Classes") == 0);
+        return asLink ? original(hive, (kRoot + L"\\link").c_str(), options, access, opened)
+                      : original(key, path, options, access, opened);
     });
+    // As if the link led to the hive `name`, with all that is really below it.
     std::wstring name;
     CountedImport<"NtQueryKey", NTSTATUS(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)> names(sysmaintModule());
     names.setHook([&](auto original, HANDLE key, int what, PVOID result, ULONG size, PULONG length) {
-        if (key != followed)
-            return original(key, what, result, size, length);
-        *static_cast<ULONG*>(result) = static_cast<ULONG>(name.size() * sizeof(wchar_t));
-        std::wcscpy(reinterpret_cast<wchar_t*>(static_cast<ULONG*>(result) + 1), name.c_str());
-        return NTSTATUS{0};
+        const NTSTATUS status = original(key, what, result, size, length);
+        auto* const count = static_cast<ULONG*>(result);
+        auto* const text = reinterpret_cast<wchar_t*>(count + 1);
+        const std::wstring told(text, status == 0 ? *count / sizeof(wchar_t) : 0);
+        const bool isLink = told == user + L"\\" + kRoot + L"\\link",
+                   isBelow = told.compare(0, own.size(), own) == 0;
+        if (!isLink && !isBelow)
+            return status;
+        const std::wstring shown = isLink ? own : name.empty() ? name : name + told.substr(own.size());
+        *count = static_cast<ULONG>(shown.size() * sizeof(wchar_t));
+        *length = *count + sizeof(ULONG);
+        std::wmemcpy(text, shown.data(), shown.size());
+        return status;
     });
-    HKEY hive = nullptr;
-    ASSERT_EQ(RegOpenCurrentUser(KEY_READ, &hive), 0);
-    const std::wstring user = keyName(hive);
-    RegCloseKey(hive);
+    SharedPtr<ScanItem> found;
+    collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+        if (item->getPath() == L"HKEY_CURRENT_USER\\" + inner)
+            found = item;
+    };
     for (const auto& [target, isFollowed] : {std::pair{user + L"_Classes", true},
                                              {user + L"_CLASSES", true},
                                              {user + L"_Other", false},
                                              {std::wstring(L"\\REGISTRY\\USER\\S-1-5-18_Classes"), false},
                                              {std::wstring(), false}}) {
-        name = target, followed = nullptr;
+        name = target;
         EXPECT_EQ(scan(L"Software", 3), 0);
         EXPECT_EQ(collector.paths.count(L"HKEY_CURRENT_USER\\" + classes), 1U);
         EXPECT_EQ(collector.paths.count(L"HKEY_CURRENT_USER\\" + inner), isFollowed ? 1U : 0U) << target;
     }
+    // What was found there can be removed, so long as the link leads there.
+    ASSERT_TRUE(found);
+    auto& key = dynamic_cast<IRegistryKey&>(*found);
+    for (const wchar_t* suffix : {L"_Other", L"_Classes"}) {
+        name = user + suffix;
+        const bool isTheirs = name == user + L"_Classes";
+        EXPECT_EQ(codeOf([&] { key.deleteItem(); }), isTheirs ? 0UL : 681UL);
+        EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, inner.c_str(), 0, KEY_READ, &made) != 0, isTheirs);
+        RegCloseKey(made);
+    }
+    RegCloseKey(hive);
     RegDeleteKeyW(HKEY_CURRENT_USER, inner.c_str());
 }

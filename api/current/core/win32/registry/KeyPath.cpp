@@ -19,6 +19,7 @@ namespace {
 constexpr int kKeyNameInformation = 3;
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kLongestStep = 16383; // leaves room for what the system puts in front
+constexpr std::wstring_view kUserClasses = L"Software\\Classes";
 constexpr REGSAM kViews = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
 
 bool isPredefined(HKEY key) noexcept
@@ -90,19 +91,43 @@ std::wstring requireName(HKEY key)
     return name;
 }
 
-/// Opens the sub-key `name` of `key` without following links and replaces `key` by it. If the result is not
-/// below the key, a link led elsewhere.
-LSTATUS stepDown(RegistryKeyHandle& key, std::wstring& above, HKEY parent, const std::wstring& name,
-                 REGSAM access)
+LSTATUS openNamed(HKEY parent, const std::wstring& name, DWORD options, REGSAM access, RegistryKeyHandle& key,
+                  std::wstring& systemName)
 {
     HKEY opened = nullptr;
-    const LSTATUS status = RegOpenKeyExW(parent, name.c_str(), REG_OPTION_OPEN_LINK, access, &opened);
+    const LSTATUS status = RegOpenKeyExW(parent, name.c_str(), options, access, &opened);
     if (status != ERROR_SUCCESS)
         return status;
     key.reset(opened);
-    std::wstring below = requireName(opened);
+    systemName = requireName(opened);
+    return ERROR_SUCCESS;
+}
+
+/// Opens the sub-key `name` of `parent` without following links and replaces `key` by it; `above` is the name
+/// of `parent`. If the result is not below it, a link led elsewhere. On the way further down the system's own
+/// link to a user's classes is followed, as by a walk.
+LSTATUS stepDown(RegistryKeyHandle& key, std::wstring& above, HKEY parent, const std::wstring& name,
+                 REGSAM access, bool isLast)
+{
+    RegistryKeyHandle next;
+    std::wstring below;
+    LSTATUS status = openNamed(parent, name, REG_OPTION_OPEN_LINK, access, next, below);
+    if (status != ERROR_SUCCESS)
+        return status;
     if (!above.empty() && below.compare(0, above.size() + 1, above + L'\\') != 0)
         return kStoppedOnSymlink;
+    if (!isLast && keypath::isUserClassesName(below)) {
+        RegistryKeyHandle target;
+        std::wstring led;
+        status = openNamed(parent, name, 0, access, target, led);
+        if (status != ERROR_SUCCESS)
+            return status;
+        if (keypath::isUserClasses(below.substr(0, below.size() - kUserClasses.size() - 1), led)) {
+            next = std::move(target);
+            below = std::move(led);
+        }
+    }
+    key = std::move(next);
     above = std::move(below);
     return ERROR_SUCCESS;
 }
@@ -140,7 +165,7 @@ LSTATUS keypath::openFound(HKEY root, const wchar_t* path, std::size_t rootLengt
         end = std::min(whole.find(L'\\', begin), whole.size());
         const bool isLast = whole.find_first_not_of(L'\\', end) == std::wstring_view::npos;
         status = stepDown(key, above, key.isValid() ? key.get() : root,
-                          std::wstring(whole.substr(begin, end - begin)), isLast ? access : passing);
+                          std::wstring(whole.substr(begin, end - begin)), isLast ? access : passing, isLast);
         if (status != ERROR_SUCCESS)
             return isMissing(status) ? kStoppedOnSymlink : status;
     }
@@ -164,6 +189,22 @@ LSTATUS keypath::create(HKEY root, const wchar_t* path, REGSAM access, HKEY* ope
         return RegCreateKeyExW(parent, name, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, key,
                                nullptr);
     });
+}
+
+bool keypath::isUserClassesName(std::wstring_view systemName) noexcept
+{
+    constexpr std::wstring_view kUsers = L"\\REGISTRY\\USER\\";
+    const std::size_t closing = kUserClasses.size() + 1;
+    return systemName.size() > kUsers.size() + closing &&
+           _wcsnicmp(systemName.data(), kUsers.data(), kUsers.size()) == 0 &&
+           systemName.find(L'\\', kUsers.size()) == systemName.size() - closing &&
+           _wcsnicmp(systemName.data() + systemName.size() - kUserClasses.size(), kUserClasses.data(),
+                     kUserClasses.size()) == 0;
+}
+
+bool keypath::isUserClasses(const std::wstring& hive, const std::wstring& systemName)
+{
+    return !hive.empty() && _wcsicmp(systemName.c_str(), (hive + L"_Classes").c_str()) == 0;
 }
 
 bool keypath::isMissing(long status) noexcept

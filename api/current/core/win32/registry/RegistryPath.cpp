@@ -115,9 +115,7 @@ bool RegistryPath::openUserClasses(HKEY hive, REGSAM access, HKEY* opened) const
         keypath::open(hive, path().getPath(), 0, access | view(), &key) == ERROR_SUCCESS ? key : nullptr);
     if (!followed.isValid())
         return false;
-    const std::wstring name = keypath::nameOf(followed.get());
-    const std::wstring user = keypath::nameOf(hive);
-    if (name.empty() || user.empty() || _wcsicmp(name.c_str(), (user + L"_Classes").c_str()) != 0)
+    if (!keypath::isUserClasses(keypath::nameOf(hive), keypath::nameOf(followed.get())))
         return false;
     *opened = followed.release();
     return true;

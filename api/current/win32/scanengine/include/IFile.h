@@ -25,9 +25,11 @@ struct IFileSystemItem
     /// folder found by a walk raises 681 when it has become a link.
     ///
     /// While others hold the item (5, 32, 33; 145 when everything in a folder is being deleted), the deletion
-    /// is retried for about a second, with a check of the name each time. An item deleted while others have
-    /// it open keeps its name until the last of them closes it; when that takes longer than about a second,
-    /// 303 (ERROR_DELETE_PENDING) is raised. Costs one check of the name.
+    /// is retried for about a second, with a check of the name each time: when another file has taken it,
+    /// that file stays (1006, ERROR_FILE_INVALID). An item deleted while others have it open keeps its name
+    /// until the last of them closes it; when that takes longer than about a second, 303
+    /// (ERROR_DELETE_PENDING) is raised. When the system reports the item deleted and something stands under
+    /// its name all the same, perhaps a new item of somebody's, 5 is raised. Costs one check of the name.
     virtual void deleteItem() = 0;
     /// Nonzero when the path exists.
     [[nodiscard]] virtual int exists() const = 0;

@@ -97,7 +97,8 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// the system supports them, at the cost of one call; elsewhere its name is checked afterwards, one more
 /// call. A file that was overwritten and marked for deletion but still has its name after about a second
 /// returns 303 (ERROR_DELETE_PENDING): it disappears when the others close it, and does not go on the
-/// boot-time list.
+/// boot-time list. When a file that cannot be distinguished from the deleted one stands under its name, 1006
+/// is returned: it may be a new one that was given the same number, so it does not go on the list either.
 ///
 /// Of this, the following were proven with Windows' answers simulated: POSIX deletion, opening with less than
 /// full access, cloud and sparse files, and everything about real volumes (kWipePartition, files that end at

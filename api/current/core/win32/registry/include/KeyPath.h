@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
@@ -16,13 +17,18 @@ namespace keypath {
 /// path of more than 16,383 characters that consists only of backslashes; or the system's code.
 [[nodiscard]] LSTATUS open(HKEY root, const wchar_t* path, DWORD options, REGSAM access, HKEY* opened);
 /// Opens a key, found by a walk below the first `rootLength` characters of its path, in order to change it. A
-/// link that has replaced a key on the way from there is not followed. Returns as open does; 681
+/// link that has replaced a key on the way from there is not followed; the system's own link to a user's
+/// classes is, since walks follow it. Returns as open does; 681
 /// (ERROR_STOPPED_ON_SYMLINK) when the path leads to a different key than going key by key.
 [[nodiscard]] LSTATUS openFound(HKEY root, const wchar_t* path, std::size_t rootLength, REGSAM access,
                                 HKEY* opened);
 /// Like open, with RegCreateKeyExW: missing keys are created.
 [[nodiscard]] LSTATUS create(HKEY root, const wchar_t* path, REGSAM access, HKEY* opened);
 
+/// Whether a key with this system name is "Software\Classes" in a user's hive, which on Windows is a link.
+[[nodiscard]] bool isUserClassesName(std::wstring_view systemName) noexcept;
+/// Whether `systemName` is that of the classes of the user whose hive has the system name `hive`.
+[[nodiscard]] bool isUserClasses(const std::wstring& hive, const std::wstring& systemName);
 /// Whether a system code means that a key does not exist.
 [[nodiscard]] bool isMissing(long status) noexcept;
 /// Whether opening a key below `root` returned one of the predefined handles. Some keys stand for performance

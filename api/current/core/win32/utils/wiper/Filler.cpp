@@ -62,7 +62,7 @@ long Wiper::Filler::deleteFillerFile() noexcept
         cutAndDelete();
         return ERROR_SUCCESS;
     });
-    if (code == ERROR_SUCCESS || code == WipeTarget::kAnotherFile)
+    if (code == ERROR_SUCCESS || code == kAnotherFile)
         return code;
     boundary::statusFrame([&]() -> long {
         m_wiper.schedule(m_path);
@@ -79,7 +79,7 @@ void Wiper::Filler::cutAndDelete() const
     const auto isOurs = [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; };
     const auto requireOurs = [&](HANDLE opened) {
         if (!isOurs(opened))
-            raiseCode(WipeTarget::kAnotherFile);
+            raiseCode(kAnotherFile);
     };
     {
         const Win32Handle file = patientlyOpened(OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -88,7 +88,7 @@ void Wiper::Filler::cutAndDelete() const
             raiseLastError();
     }
     removal::removeByName(
-        m_target, false, nullptr, [&] { requireOurs(OpenedItself(m_target).get()); }, isOurs);
+        m_target, false, nullptr, [&] { requireOurs(OpenedItself(m_target).get()); }, isOurs, kAnotherFile);
 }
 
 /// A link of that name would be opened itself, not what it leads to.
@@ -131,7 +131,7 @@ void Wiper::Fillers::goToEnd()
     readEnd();
 }
 
-void Wiper::Fillers::beginNext()
+bool Wiper::Fillers::beginNext()
 {
     constexpr std::uint32_t kMost = 65536; // of 4 GiB each
     const std::size_t count = m_fillers.size();
@@ -139,11 +139,14 @@ void Wiper::Fillers::beginNext()
         try {
             m_fillers.emplace_back(m_wiper, nextPath());
         } catch (long code) {
+            if (code == ERROR_DISK_FULL)
+                return false;
             if (code != ERROR_ALREADY_EXISTS || m_number >= kMost)
                 throw;
         }
     }
     goToEnd();
+    return true;
 }
 
 long Wiper::Fillers::deleteFillerFiles() noexcept

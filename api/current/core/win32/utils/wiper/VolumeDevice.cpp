@@ -21,10 +21,19 @@ void requireKnown()
 }
 } // namespace
 
-std::uint64_t volumedevice::lengthOf(const wchar_t* device)
+Win32Handle volumedevice::open(const wchar_t* device, DWORD access, DWORD share, HANDLE cancelEvent)
 {
-    const Win32Handle opened(CreateFileW(device, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                         OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    for (Patience patience(cancelEvent);;) {
+        Win32Handle opened(
+            CreateFileW(device, access, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (opened.isValid() || !patience.isWorthAnotherTry(GetLastError()))
+            return opened;
+    }
+}
+
+std::uint64_t volumedevice::lengthOf(const wchar_t* device, HANDLE cancelEvent)
+{
+    const Win32Handle opened = open(device, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, cancelEvent);
     if (!opened.isValid())
         raiseLastError();
     GET_LENGTH_INFORMATION length{};

@@ -16,20 +16,6 @@ constexpr DWORD kGuarding = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FI
 
 } // namespace
 
-FileIdentity FileIdentity::of(HANDLE opened)
-{
-    BY_HANDLE_FILE_INFORMATION information;
-    if (!GetFileInformationByHandle(opened, &information))
-        raiseLastError();
-    return of(information);
-}
-
-FileIdentity FileIdentity::of(const BY_HANDLE_FILE_INFORMATION& information) noexcept
-{
-    return {information.dwVolumeSerialNumber,
-            (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32U) | information.nFileIndexLow};
-}
-
 Win32Handle openToDestroy(const wchar_t* target, DWORD disposition, DWORD flags) noexcept
 {
     Win32Handle file(CreateFileW(target, GENERIC_ALL, 0, nullptr, disposition, flags, nullptr));
@@ -59,7 +45,7 @@ void WipeTarget::remove(HANDLE cancelEvent) const
 {
     removal::removeByName(
         m_target, m_isFolder, cancelEvent, [this] { requireUnchanged(); },
-        [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; });
+        [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; }, kAnotherFile);
 }
 
 void WipeTarget::requireUnchanged() const
@@ -72,8 +58,9 @@ void WipeTarget::requireUnchanged() const
 
 void WipeTarget::requireGone(HANDLE cancelEvent) const
 {
-    removal::requireGone(m_target, cancelEvent,
-                         [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; });
+    removal::requireGone(
+        m_target, cancelEvent, [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; },
+        kAnotherFile);
 }
 
 void WipeTarget::requireSame(HANDLE opened) const

@@ -200,9 +200,9 @@ long Wiper::WipeFile(const std::wstring& path)
     });
     // Another file than the one that was to go waits for nothing, and what is not there or about to go is
     // not to be waited for: whoever takes its name later would be destroyed.
-    constexpr long kNothingToWaitFor[] = {
-        ERROR_SUCCESS,        ERROR_CANCELLED,      kStoppedOnSymlink, WipeTarget::kAnotherFile,
-        ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, kDeletePending,    ERROR_FILE_OFFLINE};
+    constexpr long kNothingToWaitFor[] = {ERROR_SUCCESS,  ERROR_CANCELLED,      kStoppedOnSymlink,
+                                          kAnotherFile,   ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
+                                          kDeletePending, ERROR_FILE_OFFLINE};
     const bool isLeft = std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), code) ==
                         std::end(kNothingToWaitFor);
     if (isLeft && m_kind != kWipeDirectoryStack)
@@ -316,13 +316,13 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
                 addDone(chunk);
                 continue;
             }
-            // On a live system somebody takes the last clusters while we write.
-            if (free < kChunkSize)
-                break;
-            // One that takes nothing to speak of: there is no room, whatever is told.
-            if (fillers.end() < kChunkSize)
+            // Either the filler can become no larger, or somebody took the last clusters while we wrote. One
+            // that takes next to nothing tells: there is no room, whatever the volume says.
+            const bool isFull = fillers.end() < kChunkSize || !fillers.beginNext();
+            if (isFull && free >= kChunkSize)
                 throw Exception(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__), ERROR_DISK_FULL);
-            fillers.beginNext();
+            if (isFull)
+                break;
         }
         throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__));
         if (m_progress != nullptr) {
@@ -366,9 +366,8 @@ void Wiper::WipePartition(const wchar_t* path)
     volume.resize(2);
     allocateBuffers();
     const std::wstring device = L"\\\\.\\" + volume;
-    const std::uint64_t length = volumedevice::lengthOf(device.c_str());
-    const Win32Handle file(CreateFileW(device.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                       FILE_ATTRIBUTE_NORMAL, nullptr));
+    const std::uint64_t length = volumedevice::lengthOf(device.c_str(), m_cancelEvent);
+    const Win32Handle file = volumedevice::open(device.c_str(), GENERIC_WRITE, 0, m_cancelEvent);
     if (!file.isValid())
         throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     volumedevice::takeOver(file.get(), m_cancelEvent);

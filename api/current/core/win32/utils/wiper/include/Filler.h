@@ -58,8 +58,9 @@ public:
     void advance(std::uint64_t bytes) noexcept { m_end += bytes; }
     /// The end as the system knows it. Raises the bare code.
     std::uint64_t readEnd();
-    /// Begins another. Raises Filler's codes, 183 excepted: names that belong to others are passed over.
-    void beginNext();
+    /// Begins another. Returns false when the volume has no room for its name. Raises Filler's codes except
+    /// 183: names that belong to others are passed over.
+    [[nodiscard]] bool beginNext();
     /// Deletes them all. Returns the first failure.
     long deleteFillerFiles() noexcept;
 

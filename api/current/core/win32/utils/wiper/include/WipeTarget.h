@@ -2,27 +2,9 @@
 
 #include <windows.h>
 
-#include <cstdint>
-
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/FileIdentity.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
-
-/// What tells a file or folder from every other, whatever its names are. Some network systems number nothing;
-/// there all files of a share look the same.
-struct FileIdentity
-{
-    DWORD volume = 0;
-    std::uint64_t index = 0;
-
-    /// Raises the bare code.
-    static FileIdentity of(HANDLE opened);
-    static FileIdentity of(const BY_HANDLE_FILE_INFORMATION& information) noexcept;
-    friend bool operator==(const FileIdentity& a, const FileIdentity& b) noexcept
-    {
-        return a.volume == b.volume && a.index == b.index;
-    }
-    friend bool operator!=(const FileIdentity& a, const FileIdentity& b) noexcept { return !(a == b); }
-};
 
 /// Opens a file to be destroyed, not shared: for all access, and where that is refused with 5, because it
 /// includes the right to take the file over, for reading, writing and deleting. The last error is that of the
@@ -36,9 +18,6 @@ struct FileIdentity
 class WipeTarget
 {
 public:
-    /// "It is another file by now": ERROR_FILE_INVALID.
-    static constexpr long kAnotherFile = ERROR_FILE_INVALID;
-
     /// Looks at `target`, a path as Win32Path gives it that outlives this object. Takes read-only, hidden and
     /// system away where its removal needs that. Raises the bare code.
     explicit WipeTarget(const wchar_t* target);
@@ -63,7 +42,8 @@ public:
     /// else has the file open: so it is where the system deletes in the POSIX way (Windows 10 on NTFS), by
     /// one call more.
     bool close(Win32Handle& file) const noexcept;
-    /// removal::requireGone for what was looked at.
+    /// removal::requireGone for what was looked at, which is deleted. A file that cannot be distinguished
+    /// from it raises 1006, not 5: it may be a new one that was given the same number.
     void requireGone(HANDLE cancelEvent) const;
 
 private:
