@@ -1,6 +1,11 @@
 #include "core/win32/utils/files/api.h"
 
-#include <fstream>
+#include <windows.h>
+
+#include <sddl.h>
+
+#include <atomic>
+#include <thread>
 
 #include "core/win32/utils/volumes/api.h"
 #include "support/ImportReplacement.h"
@@ -46,6 +51,13 @@ std::string entries(const std::wstring& folder)
     FindClose(search);
     return utf8(names);
 }
+std::string rights(const std::wstring& path)
+{
+    std::string list(1024, '\0');
+    DWORD size = 0;
+    EXPECT_TRUE(GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, list.data(), 1024, &size));
+    return list;
+}
 DWORD attributes(const std::wstring& path)
 {
     return GetFileAttributesW(path.c_str());
@@ -80,13 +92,38 @@ TEST(Files, ReadAndWrite)
         failing(i, FALSE);
     }
     {
-        CountedImport<"ReplaceFileW", decltype(&ReplaceFileW)> i(dll);
+        CountedImport<"MoveFileExW", decltype(&MoveFileExW)> i(dll);
         failing(i, FALSE);
     }
     {
         CountedImport<"CreateFileW", decltype(&::CreateFileW)> i(dll);
         failing(i, INVALID_HANDLE_VALUE);
     }
+    // Whoever looks meanwhile finds the file, and what others may do with it stays.
+    std::atomic<bool> isDone = false;
+    int missed = 0;
+    std::thread looking([&] {
+        while (!isDone)
+            missed += attributes(file) == INVALID_FILE_ATTRIBUTES;
+    });
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    PSECURITY_DESCRIPTOR open = nullptr;
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(A;;FA;;;WD)", 1, &open, nullptr);
+    EXPECT_TRUE(SetFileSecurityW(file.c_str(), DACL_SECURITY_INFORMATION, open));
+    LocalFree(open);
+    const std::string before = rights(file);
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(write(file, "second"), 0);
+    isDone = true;
+    looking.join();
+    EXPECT_EQ(missed, 0);
+    EXPECT_EQ(attributes(file) & 7U, 6U);
+    EXPECT_TRUE(rights(file) == before);
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(write(file, "third"), 6009);
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+    EXPECT_EQ(content(file) + entries(scratch.root), "seconda ");
+    EXPECT_EQ(write(scratch / std::wstring(240, L'x'), "x"), 0);
 
     unsigned long long size = 0, allocated = 0, times[3] = {}, id = 0, other = 0;
     unsigned long serial = 0, links = 0;

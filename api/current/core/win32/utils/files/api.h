@@ -38,11 +38,13 @@ SYSMAINT_API long FileReadAll(const wchar_t* path, unsigned long long limit, uns
                               size_t* size);
 
 /// Makes or replaces the file so that at any moment, and after a crash, its old or its new content is there,
-/// whole: writes a new file beside it, flushes it and puts it in its place. An existing file keeps its rights
-/// and attributes.
+/// whole: writes a new file beside it, flushes it and puts it in its place by one renaming. The new file has
+/// the access list of the old one, and its hidden, system, archive, not-indexed and encrypted attributes. It
+/// is a new file all the same: times, owner, other streams and further names of the old one do not go with
+/// it. A failure leaves nothing behind.
 ///
-/// @return 0; 87; 8; 681 (it is a link); 336 (it is a folder); or the system's code: then the file is as it
-/// was
+/// @return 0; 87; 8; 681 (it is a link); 336 (it is a folder); 6009 (it is read-only: FileClearReadOnly); 5
+/// or 32 (somebody has had it open for a second); or the system's code: then the file is as it was
 SYSMAINT_API long FileWriteAtomically(const wchar_t* path, const void* bytes, size_t size);
 
 /// @param oldAttributes  receives all attributes as they were
