@@ -62,6 +62,7 @@ TEST(Registry, ValuesOfEveryShape)
     put(L"a", L"odd", REG_SZ, L"text", 1);
     put(L"a", L"none", REG_SZ, L"");
     put(L"a", L"var", REG_EXPAND_SZ, L"%windir%\\x");
+    put(L"a", L"long var", REG_EXPAND_SZ, std::wstring(40000, L'x') + L"%windir%");
     put(L"a", L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8));
     put(L"a", L"tail", REG_MULTI_SZ, L"a");
     put(L"a", L"three", REG_DWORD, L"ab", 1);
@@ -79,6 +80,7 @@ TEST(Registry, ValuesOfEveryShape)
         {read(L"var"), L"%windir%\\x"},
         {read(L"var", 1), L"C:\\windows\\x"},
         {read(L"ended", 1), L"text"},
+        {read(L"long var", 1), std::wstring(40000, L'x') + L"C:\\windows"},
         {read(L""), L"unnamed"},
         {read(L"long"), std::wstring(100000, L'x')},
         {read(L"list"), L"code 1630"},

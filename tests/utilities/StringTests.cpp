@@ -128,6 +128,7 @@ TEST(Strings, DoWhatTheyPromise)
         {number(L"1", 1), L"-87"},
         {number(L"1", 37), L"-87"},
         {wideOf([](wchar_t** r) { return StringFormatHexW("\x00\xff\x1a", 3, r); }), L"00ff1a"},
+        {wideOf([](wchar_t** r) { return StringFormatHexW("", static_cast<size_t>(-1), r); }), L"code 87"},
         {quote(L"plain\\"), L"plain\\"},
         {quote(L""), L"\"\""},
         {quote(L"a b\\"), L"\"a b\\\\\""},

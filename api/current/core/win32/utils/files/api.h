@@ -83,7 +83,8 @@ SYSMAINT_API long FolderCreateTree(const wchar_t* path);
 
 /// Deletes a folder and all that is in it. Links in it are deleted as themselves and never followed; every
 /// folder is held while what is in it goes, so that none can be swapped for a link meanwhile. What cannot go
-/// stays, and the rest goes on.
+/// stays, and the rest goes on. What somebody holds is tried again, for a second in all; two calls for one
+/// folder at the same time both end with 0.
 ///
 /// @return 0; 87; 8; 50 (protected, see PathIsProtected); 267 (no folder); 681 (a link, or a folder that
 /// became one); 1223; 6 (no event);
@@ -93,8 +94,8 @@ SYSMAINT_API long FolderDeleteTree(const wchar_t* path, void* cancelEvent);
 /// What a folder holds: bytes and number of files, number of folders below it. Links are neither followed nor
 /// counted; a file with several names counts under each.
 ///
-/// @return 0; 87; 8; 267; 681; 1223; or the system's code when something cannot be listed: a sum that lacks
-/// it would be wrong
+/// @return 0; 87; 8; 267; 681; 6 (no event); 1223; or the system's code when something cannot be listed: a
+/// sum that lacks it would be wrong
 SYSMAINT_API long FolderGetSize(const wchar_t* path, void* cancelEvent, unsigned long long* bytes,
                                 unsigned long long* files, unsigned long long* folders);
 

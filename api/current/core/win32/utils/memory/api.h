@@ -8,7 +8,8 @@
 // A:
 //   these fail with 1113 (ERROR_NO_UNICODE_TRANSLATION) when a text is not valid UTF-8, or when a result
 //   cannot be written as such.
-// - They return 0 or a Win32 code: 87 when a pointer is null that is not said to be optional, 8 when memory
+// - They return 0 or a Win32 code: 87 when a pointer is null that is not said to be optional, or a length is
+//   more than any memory holds, 8 when memory
 //   is short, otherwise what the function or the system says. A call that fails changes none of its outputs.
 // - Results of any length are new buffers that utilsFreeMemory gives back: a text with its terminator, a list
 //   of texts with a further zero at its end, or records whose texts stand in the same buffer.

@@ -113,7 +113,10 @@ SYSMAINT_API long PathReadLinkTarget(const wchar_t* path, wchar_t** target);
 
 /// Whether deleting the item would take the system, its programs or a user along: a root; the Windows folder
 /// and what is in it; the folders of programs, of their data and of the profiles, and what holds one of them;
-/// a user's profile. Links above the item are followed, a link itself may go.
+/// a user's profile, and AppData, Local, LocalLow and Roaming in it. Links above the item are followed, a
+/// link itself may go. Other spellings of the same folder count as well: streams
+/// ("C:\Windows::$INDEX_ALLOCATION"), dots and blanks at the end, the administrators' shares ("\\server\C$",
+/// of whatever server).
 ///
 /// @return 0, 87, 8, 123, or the system's code
 SYSMAINT_API long PathIsProtected(const wchar_t* path, int* isProtected);

@@ -5,6 +5,7 @@
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/strings/include/Strings.h"
 
 namespace {
@@ -42,18 +43,6 @@ RegistryKeyHandle opened(HKEY above, const std::wstring& name, DWORD options, RE
     return handle;
 }
 } // namespace
-
-std::vector<std::wstring> keyway::namesOf(std::wstring_view path)
-{
-    std::vector<std::wstring> names;
-    while (!path.empty()) {
-        const std::wstring_view name = path.substr(0, path.find(L'\\'));
-        if (!name.empty())
-            names.emplace_back(name);
-        path.remove_prefix(std::min(name.size() + 1, path.size()));
-    }
-    return names;
-}
 
 bool keyway::isLink(HKEY opened)
 {
@@ -93,7 +82,7 @@ RegistryKeyHandle KeyWay::step(HKEY above, const std::wstring& name, bool makes)
 
 HKEY KeyWay::go(std::wstring_view path, bool makes)
 {
-    std::vector<std::wstring> names = keyway::namesOf(path);
+    std::vector<std::wstring> names = paths::namesOf(path);
     if (std::any_of(names.begin(), names.end(),
                     [](const std::wstring& name) { return name.size() > keyway::kLongestName; }))
         raiseCode(ERROR_FILENAME_EXCED_RANGE);

@@ -7,8 +7,9 @@
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/RegistryKey.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
-#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/Variables.h"
 #include "core/win32/utils/strings/include/Strings.h"
 #include "core/win32/utils/time/include/Time.h"
 
@@ -232,10 +233,7 @@ std::wstring readString(HKEY root, const wchar_t* key, const wchar_t* name, unsi
     text.resize(std::min(text.find(L'\0'), text.size()));
     if (value.type != REG_EXPAND_SZ || !expand)
         return text;
-    std::wstring expanded = systemText(
-        [&](wchar_t* target, DWORD size) { return ExpandEnvironmentStringsW(text.c_str(), target, size); });
-    expanded.resize(std::min(expanded.find(L'\0'), expanded.size()));
-    return expanded;
+    return variables::expand(text);
 }
 
 std::tuple<std::wstring, std::size_t> readMultiString(HKEY root, const wchar_t* key, const wchar_t* name,
@@ -319,7 +317,7 @@ bool valueExists(HKEY root, const wchar_t* key, const wchar_t* name, unsigned vi
 void deleteTree(HKEY root, const wchar_t* key, unsigned view)
 {
     requireOwnKey(root, key);
-    std::vector<std::wstring> names = keyway::namesOf(key);
+    std::vector<std::wstring> names = paths::namesOf(key);
     const std::wstring last = std::move(names.back());
     KeyWay way = wayFrom(root, view);
     const HKEY parent = way.open(std::wstring_view(key).substr(0, std::wstring_view(key).rfind(last)));

@@ -7,6 +7,7 @@
 
 #include "core/win32/utils/files/include/Files.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/registry/include/Registry.h"
 #include "core/win32/utils/strings/include/Strings.h"
 
@@ -86,7 +87,7 @@ std::wstring dataText(const registry::Value& value)
 void requireNames(std::wstring_view key, std::wstring_view value)
 {
     constexpr std::size_t kMostLevels = 512;
-    const std::vector<std::wstring> names = keyway::namesOf(key);
+    const std::vector<std::wstring> names = paths::namesOf(key);
     if (names.size() > kMostLevels || key.find(L'\0') != std::wstring_view::npos ||
         value.find(L'\0') != std::wstring_view::npos || value.size() > registry::kLongestValueName ||
         std::any_of(names.begin(), names.end(),

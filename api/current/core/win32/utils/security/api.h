@@ -67,7 +67,7 @@ SYSMAINT_API long SessionImpersonate(unsigned long session, void** undo);
 SYSMAINT_API long SessionRevert(void* undo);
 
 /// @param account  "user" or "domain\user"
-/// @return 0, 87, 8, 1332 (unknown), or the system's code
+/// @return 0, 87 (also an empty text), 8, 1332 (unknown), or the system's code
 SYSMAINT_API long SidFromAccount(const wchar_t* account, wchar_t** sid);
 
 /// @param kind  receives a SID_NAME_USE
@@ -77,8 +77,8 @@ SYSMAINT_API long SidToAccount(const wchar_t* sid, wchar_t** domain, wchar_t** n
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long SidOfCurrentUser(wchar_t** sid);
 
-/// @param kind  a WELL_KNOWN_SID_TYPE
-/// @return 0, 87, 1337 (no SID)
+/// @param kind  a WELL_KNOWN_SID_TYPE, 0 to 119
+/// @return 0, 87 (also another kind), 1337 (no SID)
 SYSMAINT_API long SidIsWellKnown(const wchar_t* sid, unsigned long kind, int* is);
 
 /// Makes the current user the owner of an object, of a link the link's. Proven by simulation.

@@ -43,8 +43,6 @@ private:
 namespace keyway {
 inline constexpr std::size_t kLongestName = 255;
 
-/// The names in a path of keys; backslashes too many are passed over.
-[[nodiscard]] std::vector<std::wstring> namesOf(std::wstring_view path);
 /// Whether a key that was opened as itself is a link. Raises the bare code when it cannot be told.
 [[nodiscard]] bool isLink(HKEY opened);
 } // namespace keyway
