@@ -1,5 +1,6 @@
 #include "core/win32/utils/system/api.h"
 
+#include <atomic>
 #include <csignal>
 
 #include "core/win32/utils/files/api.h"
@@ -90,6 +91,16 @@ TEST(Services, EndToEnd)
     const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     after = SERVICE_START_PENDING;
     EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    EXPECT_EQ(ServiceStart(kName, INFINITE, reinterpret_cast<void*>(0x5554)), 6);
+    // The system's call itself takes long: nobody waits for it.
+    const HANDLE answers = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::atomic<int> answered = 0;
+    start.setHook([&](auto...) { return WaitForSingleObject(answers, 5000), ++answered, TRUE; });
+    EXPECT_EQ(ServiceStart(kName, 120, nullptr), 1460);
+    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    EXPECT_EQ(answered, 0);
+    for (SetEvent(answers); answered < 2;)
+        Sleep(10);
     now = SERVICE_RUNNING;
     EXPECT_EQ(ServiceStop(kName, 0, INFINITE, cancel), 1223);
     EXPECT_EQ(ServiceStop(kName, 0, 120, nullptr), 1460);
