@@ -58,18 +58,21 @@ RegistryKeyHandle KeyWay::step(HKEY above, const std::wstring& name, bool makes)
 {
     const REGSAM access = MAXIMUM_ALLOWED | m_view;
     RegistryKeyHandle key;
-    if (makes) {
-        HKEY made = nullptr;
-        DWORD disposition = 0;
-        requireSuccess(RegCreateKeyExW(above, name.c_str(), 0, nullptr, REG_OPTION_OPEN_LINK, access, nullptr,
-                                       &made, &disposition));
-        key.reset(made);
-        if (keypath::isStandIn(made, above))
-            raiseCode(ERROR_NOT_SUPPORTED);
-        if (disposition == REG_CREATED_NEW_KEY)
-            return key;
-    } else {
-        key = opened(above, name, REG_OPTION_OPEN_LINK, access);
+    while (!key.isValid()) {
+        try {
+            key = opened(above, name, REG_OPTION_OPEN_LINK, access);
+        } catch (long code) {
+            if (!makes || !keypath::isMissing(code))
+                throw;
+            HKEY made = nullptr;
+            DWORD disposition = 0;
+            requireSuccess(RegCreateKeyExW(above, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access,
+                                           nullptr, &made, &disposition));
+            key.reset(made);
+            if (disposition == REG_CREATED_NEW_KEY)
+                return key;
+            key.reset(); // somebody was faster, and may have made a link
+        }
     }
     if (!keyway::isLink(key.get()))
         return key;
