@@ -205,6 +205,9 @@ TEST(Registry, LinksAndPaths)
     // What changes keys goes through no link, wherever it stands in a path, and makes none out of a key.
     put(L"source\\link\\inner", L"v", REG_SZ, L"y");
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree\\link\\inner").c_str(), 0), 681);
+    EXPECT_EQ(
+        wideOf([&](wchar_t** r) { return SecurityGetOwner((L"HKCU\\" + link + L"\\inner").c_str(), 1, r); }),
+        L"code 681");
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"source").c_str(), kUser, key(L"tree").c_str(), 0), 681);
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"source").c_str(), 0), 183);
     EXPECT_EQ(import(L"Windows Registry Editor Version 5.00\r\n[HKEY_CURRENT_USER\\" + link +

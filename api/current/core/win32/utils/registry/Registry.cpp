@@ -314,20 +314,26 @@ bool valueExists(HKEY root, const wchar_t* key, const wchar_t* name, unsigned vi
     return status == ERROR_SUCCESS;
 }
 
+RegistryKeyHandle openItself(HKEY root, const wchar_t* key, unsigned view, REGSAM access)
+{
+    const std::vector<std::wstring> names = paths::namesOf(key);
+    if (names.empty())
+        return open(root, key, view, access);
+    const std::wstring& last = names.back();
+    KeyWay way = wayFrom(root, view);
+    const HKEY parent = way.open(std::wstring_view(key).substr(0, std::wstring_view(key).rfind(last)));
+    RegistryKeyHandle itself = open(parent, last.c_str(), view, access, REG_OPTION_OPEN_LINK);
+    // And what the whole path names is the same, in whatever view.
+    if (keypath::nameOf(itself.get()) !=
+        keypath::nameOf(open(root, key, view, access, REG_OPTION_OPEN_LINK).get()))
+        raiseCode(kStoppedOnSymlink);
+    return itself;
+}
+
 void deleteTree(HKEY root, const wchar_t* key, unsigned view)
 {
     requireOwnKey(root, key);
-    std::vector<std::wstring> names = paths::namesOf(key);
-    const std::wstring last = std::move(names.back());
-    KeyWay way = wayFrom(root, view);
-    const HKEY parent = way.open(std::wstring_view(key).substr(0, std::wstring_view(key).rfind(last)));
-    constexpr REGSAM kAccess = DELETE | KEY_ENUMERATE_SUB_KEYS;
-    RegistryKeyHandle top = open(parent, last.c_str(), view, kAccess, REG_OPTION_OPEN_LINK);
-    // And what the whole path names is the same, in whatever view.
-    if (keypath::nameOf(top.get()) !=
-        keypath::nameOf(open(root, key, view, kAccess, REG_OPTION_OPEN_LINK).get()))
-        raiseCode(kStoppedOnSymlink);
-    deleteKeyTree(std::move(top));
+    deleteKeyTree(openItself(root, key, view, DELETE | KEY_ENUMERATE_SUB_KEYS));
 }
 
 void deleteValue(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)

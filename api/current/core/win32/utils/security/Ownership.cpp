@@ -47,7 +47,7 @@ public:
             break;
         case 1: {
             const auto [root, key] = registry::parsePath(path);
-            m_key = registry::open(root, key.c_str(), 0, access, REG_OPTION_OPEN_LINK);
+            m_key = registry::openItself(root, key.c_str(), 0, access);
             handle = m_key.get();
             type = SE_REGISTRY_KEY;
             break;

@@ -84,7 +84,7 @@ SYSMAINT_API long SidIsWellKnown(const wchar_t* sid, unsigned long kind, int* is
 /// Makes the current user the owner of an object, of a link the link's. Proven by simulation.
 ///
 /// @param kind  0: a file or folder; 1: a registry key ("HKLM\..."); 2: a service
-/// @return 0, 87, 8, 5, or the system's code
+/// @return 0, 87, 8, 5, 681 (a link is on the way to a key, as in this group's next two), or the system's code
 SYSMAINT_API long SecurityTakeOwnership(const wchar_t* path, unsigned long kind);
 
 /// Adds rights to those that a SID has on an object and on what is below it. An object without an access list

@@ -18,7 +18,7 @@
 #include "core/win32/utils/security/include/Security.h"
 
 namespace {
-constexpr std::size_t kLongestText = 32768;
+constexpr std::size_t kLongestText = 65536;      // what a shortcut can hold, and its terminator
 constexpr std::size_t kLongestArguments = 32767; // as of any command line, the terminator included
 
 /// The Win32 code that says the same; `otherwise` for what only says that something failed.

@@ -23,6 +23,8 @@ struct Value
 /// Opens a key; never one of the predefined handles that some keys give.
 [[nodiscard]] RegistryKeyHandle open(HKEY root, const wchar_t* key, unsigned view, REGSAM access,
                                      DWORD options = 0);
+/// Opens a key as itself, through no link on the way either (KeyWay).
+[[nodiscard]] RegistryKeyHandle openItself(HKEY root, const wchar_t* key, unsigned view, REGSAM access);
 /// Opens a key for writing, and makes it and those above it where they are not there.
 RegistryKeyHandle createKey(HKEY root, const wchar_t* key, unsigned view);
 /// The way from a root to keys that are changed, in a view.
