@@ -1,6 +1,7 @@
 #include "UtilChecksum.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <iterator>
 
 #include "Command.h"
@@ -74,26 +75,66 @@ struct Listed
     std::wstring name;
 };
 
+bool isHex(std::wstring_view text)
+{
+    return text.find_first_not_of(L"0123456789abcdefABCDEF") == std::wstring_view::npos;
+}
+
+/// A line of the form that names the algorithm: "SHA256 (name) = sum".
+bool parseTagged(std::wstring_view line, Listed& listed, std::wstring_view& name)
+{
+    constexpr std::wstring_view kOpen = L" (";
+    constexpr std::wstring_view kClose = L") = ";
+    const std::size_t open = line.find(kOpen);
+    const std::size_t close = line.rfind(kClose);
+    if (open == std::wstring_view::npos || close == std::wstring_view::npos || close < open + kOpen.size())
+        return false;
+    const std::wstring tag(line.substr(0, open));
+    const std::wstring_view sum = line.substr(close + kClose.size());
+    for (const Algorithm& each : kAlgorithms) {
+        int isSame = 0;
+        StringStartsWithW(tag.c_str(), each.name, 1, &isSame);
+        if (isSame == 0 || tag.size() != std::wcslen(each.name) || sum.size() != each.size * 2 || !isHex(sum))
+            continue;
+        listed = {&each, std::wstring(sum), L""};
+        name = line.substr(open + kOpen.size(), close - open - kOpen.size());
+        return true;
+    }
+    return false;
+}
+
+/// A line that leaves it to the length of the sum.
+bool parsePlain(std::wstring_view line, Listed& listed, std::wstring_view& name)
+{
+    const std::size_t digits = std::min(line.find(L' '), line.size());
+    const auto* found = std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms),
+                                     [&](const Algorithm& each) { return each.size * 2 == digits; });
+    if (found == std::end(kAlgorithms) || line.size() < digits + 3 ||
+        (line[digits + 1] != L' ' && line[digits + 1] != L'*') || !isHex(line.substr(0, digits)))
+        return false;
+    listed = {found, std::wstring(line.substr(0, digits)), L""};
+    name = line.substr(digits + 2);
+    return true;
+}
+
 /// Takes a line of a list apart; false when it is none.
 bool parseLine(std::wstring_view line, Listed& listed)
 {
     const bool escaped = !line.empty() && line.front() == L'\\';
     line.remove_prefix(escaped ? 1 : 0);
-    const std::size_t digits = std::min(line.find(L' '), line.size());
-    const auto* found = std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms),
-                                     [&](const Algorithm& each) { return each.size * 2 == digits; });
-    if (found == std::end(kAlgorithms) || line.size() < digits + 3 ||
-        (line[digits + 1] != L' ' && line[digits + 1] != L'*') ||
-        line.substr(0, digits).find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring_view::npos)
+    std::wstring_view name;
+    if (!parsePlain(line, listed, name) && !parseTagged(line, listed, name))
         return false;
-    listed = {found, std::wstring(line.substr(0, digits)), L""};
-    std::wstring_view name = line.substr(digits + 2);
     for (std::size_t i = 0; i < name.size(); ++i) {
-        if (escaped && name[i] == L'\\' && ++i == name.size())
-            return false;
-        listed.name += escaped && name[i] == L'n' && name[i - 1] == L'\\' ? L'\n' : name[i];
+        wchar_t c = name[i];
+        if (escaped && c == L'\\') {
+            if (++i == name.size())
+                return false;
+            c = name[i] == L'n' ? L'\n' : name[i] == L'r' ? L'\r' : name[i];
+        }
+        listed.name += c;
     }
-    return true;
+    return !listed.name.empty();
 }
 
 /// What came of a list.
@@ -128,34 +169,71 @@ long checkLine(const std::wstring& line, Tally& tally)
     return ERROR_SUCCESS;
 }
 
-int checkList(const std::wstring& list)
+/// The text of a list: UTF-8, or UTF-16 as its mark says, as the shells of Windows write it.
+long readList(const std::wstring& list, std::wstring& text)
 {
     constexpr unsigned long long kLongest = 1ULL << 28U;
     OwnedBuffer<unsigned char> bytes;
-    OwnedBuffer<wchar_t> text;
-    OwnedBuffer<wchar_t> lines;
     std::size_t size = 0;
+    if (const long code = FileReadAll(list.c_str(), kLongest, bytes.target(), &size); code != ERROR_SUCCESS)
+        return code;
+    const unsigned char* const all = bytes.get();
+    const bool isLittle = size >= 2 && all[0] == 0xFF && all[1] == 0xFE;
+    const bool isBig = size >= 2 && all[0] == 0xFE && all[1] == 0xFF;
+    if (isLittle || isBig) {
+        if (size % 2 != 0)
+            return ERROR_INVALID_DATA;
+        for (std::size_t i = 2; i < size; i += 2)
+            text += static_cast<wchar_t>(all[i + (isBig ? 1 : 0)] | all[i + (isBig ? 0 : 1)] << 8U);
+    } else {
+        OwnedBuffer<wchar_t> wide;
+        std::size_t count = 0;
+        if (const long code =
+                StringUtf8ToWide(reinterpret_cast<const char*>(all), size, wide.target(), &count);
+            code != ERROR_SUCCESS)
+            return code;
+        text.assign(wide.get(), count);
+        if (!text.empty() && text.front() == L'\xFEFF')
+            text.erase(0, 1);
+    }
+    // Behind a zero no line would be looked at.
+    return text.find(L'\0') == std::wstring::npos ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+}
+
+/// "1 line is ..." or "3 lines are ...".
+std::wstring counted(std::size_t count, const wchar_t* one, const wchar_t* more)
+{
+    return formatCount(count) + (count == 1 ? one : more);
+}
+
+int checkList(const std::wstring& list)
+{
+    std::wstring text;
+    OwnedBuffer<wchar_t> lines;
     std::size_t count = 0;
-    long code = FileReadAll(list.c_str(), kLongest, bytes.target(), &size);
+    long code = readList(list, text);
     if (code == ERROR_SUCCESS)
-        code = StringUtf8ToWide(reinterpret_cast<const char*>(bytes.get()), size, text.target(), &count);
-    if (code == ERROR_SUCCESS)
-        code = StringSplitW(text.get(), L"\r\n", 0, lines.target(), &count);
+        code = StringSplitW(text.c_str(), L"\r\n", 0, lines.target(), &count);
     Tally tally;
     const wchar_t* line = lines.get();
     for (std::size_t i = 0; i < count && code == ERROR_SUCCESS; ++i) {
         const std::wstring each = line;
         line += each.size() + 1;
-        code = checkLine(each, tally);
+        if (each.front() != L'#') // a remark
+            code = checkLine(each, tally);
     }
     if (code == ERROR_CANCELLED)
         return kExitCancelled;
     if (code != ERROR_SUCCESS)
         messages().writeLine(L"util: " + printable(list) + L": " + formatCode(code));
+    else if (tally.good + tally.bad + tally.unread == 0)
+        messages().writeLine(L"util: " + printable(list) + L": there is no checksum in it");
     if (tally.wrongLines != 0)
-        messages().writeLine(L"util: " + formatCount(tally.wrongLines) + L" lines are no checksums");
+        messages().writeLine(L"util: " + counted(tally.wrongLines,
+                                                 L" line is no checksum, nothing was checked for it",
+                                                 L" lines are no checksums, nothing was checked for them"));
     if (tally.bad + tally.unread != 0)
-        messages().writeLine(L"util: " + formatCount(tally.bad) + L" do not match, " +
+        messages().writeLine(L"util: " + counted(tally.bad, L" does not match, ", L" do not match, ") +
                              formatCount(tally.unread) + L" could not be read");
     // A list that says nothing vouches for nothing.
     const bool good =

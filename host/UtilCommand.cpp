@@ -25,7 +25,9 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint util checksum FILE... [--al
   icons        writes each icon of a program or library as icon-1.bmp, ... to a folder; no file is replaced
   fileversion  what programs and libraries say of themselves
 
-  --check      the operands are lists; each file is told as OK or FAILED
+  --check      the operands are lists, in UTF-8 or UTF-16, of plain or of tagged lines ("SHA256 (name) =
+               sum"); each file is told as OK or FAILED. Lines that begin with # are remarks; any other line
+               that is no checksum is counted and makes the check fail, as does a list without one
   --running    only services that run
   --size       of the icons, 1 to 256 (32)
   --json       one object per line
@@ -142,8 +144,8 @@ int icons(const std::vector<std::wstring>& words)
     unsigned long count = 0;
     if (const long code = IconCount(file.c_str(), &count); code != ERROR_SUCCESS)
         return failed(file, code);
-    if (const long code = FolderCreateTree(folder.c_str()); code != ERROR_SUCCESS)
-        return failed(folder, code);
+    if (count == 0)
+        return failed(file, ERROR_RESOURCE_NAME_NOT_FOUND);
     int result = kExitDone;
     for (unsigned long i = 0; i < count; ++i) {
         if (isCancelled())
@@ -152,6 +154,8 @@ int icons(const std::vector<std::wstring>& words)
         OwnedBuffer<wchar_t> path;
         const std::wstring stem = L"icon-" + std::to_wstring(i + 1);
         long code = IconExtract(file.c_str(), static_cast<int>(i), size, &icon);
+        if (code == ERROR_SUCCESS)
+            code = FolderCreateTree(folder.c_str()); // not before there is something to put there
         if (code == ERROR_SUCCESS)
             code = PathMakeUnique(folder.c_str(), stem.c_str(), L"bmp", path.target());
         if (code == ERROR_SUCCESS)
@@ -163,7 +167,7 @@ int icons(const std::vector<std::wstring>& words)
         else
             result = failed(stem, code);
     }
-    return count == 0 ? failed(file, ERROR_RESOURCE_NAME_NOT_FOUND) : result;
+    return result;
 }
 
 int fileVersion(const std::vector<std::wstring>& words)

@@ -260,10 +260,22 @@ done
 run 0 util checksum plain --algorithm crc32 --json && says out '"algorithm":"crc32","checksum":"352441c2"'
 run 0 util checksum "$(windows_path "$work/sums/plain")" && says out '\ba7816bf' && says out '\\plain'
 cp "$work/out" list && run 0 util checksum --check list
-printf x >>plain && run 1 util checksum --check list && says out 'plain: FAILED' && says err '1 do not match'
+# Lists as the shells of Windows and other programs write them, and names that look like signs.
+printf abc >new && run 0 util checksum "$(windows_path "$work/sums/new")" && cp "$work/out" list && run 0 util checksum --check list
+{ echo '# remark' && sha256sum --tag plain && md5sum --tag 'größe €'; } >tags && run 0 util checksum --check tags && says out 'größe €: OK'
+{ printf '\xef\xbb\xbf' && cat tags; } >list && run 0 util checksum --check list
+for mark in 'LE \xff\xfe' 'BE \xfe\xff'; do
+    { printf "${mark#* }" && iconv -f UTF-8 -t "UTF-16${mark% *}" tags; } >list
+    run 0 util checksum --check list && says out 'plain: OK'
+done
+{ cat tags && printf '\0\nSHA1 (plain) = 00\n'; } >list && run 1 util checksum --check list
+{ cat tags && echo garbage; } >list && run 1 util checksum --check list && says err '1 line is no checksum' && says out 'plain: OK'
+{ cat list && echo more; } >more && run 1 util checksum --check more && says err '2 lines are no checksums'
+run 1 util icons plain --out nowhere && [ ! -e nowhere ] || fail 'a folder for nothing'
+printf x >>plain && run 1 util checksum --check list && says out 'plain: FAILED' && says err '1 does not match'
 rm plain && run 1 util checksum --check list && says out 'FAILED open or read'
 : >list && run 1 util checksum --check list
-echo 'no list' >list && run 1 util checksum --check list && says err 'no checksums'
+echo 'no list' >list && run 1 util checksum --check list && says err 'no checksum'
 run 1 util checksum missing && says err '(2)'
 run 2 util checksum && run 2 util && run 2 util frobnicate && run 2 util checksum x --algorithm sha0 && run 2 util icons x
 run 0 util --help && says out 'example:'

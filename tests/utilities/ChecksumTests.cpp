@@ -98,6 +98,8 @@ TEST(Checksums, CancelAndFail)
     EXPECT_EQ(progress.calls, 1U);
     EXPECT_EQ(hex(digest, 32), std::string(64, '0'));
     CloseHandle(progress.cancel);
+    EXPECT_EQ(ChecksumFileMd5(large.c_str(), reinterpret_cast<void*>(0x5554), nullptr, nullptr, digest), 6);
+    EXPECT_EQ(ChecksumSha1("", static_cast<size_t>(-1), digest), 87);
     EXPECT_EQ(ChecksumFileMd5((folder() + L"missing").c_str(), nullptr, nullptr, nullptr, digest), 2);
     EXPECT_EQ(ChecksumFileMd5(folder().c_str(), nullptr, nullptr, nullptr, digest), 5);
 }

@@ -1,6 +1,11 @@
 #include "core/win32/utils/files/api.h"
 
-#include <fstream>
+#include <windows.h>
+
+#include <sddl.h>
+
+#include <atomic>
+#include <thread>
 
 #include "core/win32/utils/volumes/api.h"
 #include "support/ImportReplacement.h"
@@ -46,6 +51,13 @@ std::string entries(const std::wstring& folder)
     FindClose(search);
     return utf8(names);
 }
+std::string rights(const std::wstring& path)
+{
+    std::string list(1024, '\0');
+    DWORD size = 0;
+    EXPECT_TRUE(GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, list.data(), 1024, &size));
+    return list;
+}
 DWORD attributes(const std::wstring& path)
 {
     return GetFileAttributesW(path.c_str());
@@ -80,13 +92,38 @@ TEST(Files, ReadAndWrite)
         failing(i, FALSE);
     }
     {
-        CountedImport<"ReplaceFileW", decltype(&ReplaceFileW)> i(dll);
+        CountedImport<"MoveFileExW", decltype(&MoveFileExW)> i(dll);
         failing(i, FALSE);
     }
     {
         CountedImport<"CreateFileW", decltype(&::CreateFileW)> i(dll);
         failing(i, INVALID_HANDLE_VALUE);
     }
+    // Whoever looks meanwhile finds the file, and what others may do with it stays.
+    std::atomic<bool> isDone = false;
+    int missed = 0;
+    std::thread looking([&] {
+        while (!isDone)
+            missed += attributes(file) == INVALID_FILE_ATTRIBUTES;
+    });
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    PSECURITY_DESCRIPTOR open = nullptr;
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(A;;FA;;;WD)", 1, &open, nullptr);
+    EXPECT_TRUE(SetFileSecurityW(file.c_str(), DACL_SECURITY_INFORMATION, open));
+    LocalFree(open);
+    const std::string before = rights(file);
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(write(file, "second"), 0);
+    isDone = true;
+    looking.join();
+    EXPECT_EQ(missed, 0);
+    EXPECT_EQ(attributes(file) & 7U, 6U);
+    EXPECT_TRUE(rights(file) == before);
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(write(file, "third"), 6009);
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+    EXPECT_EQ(content(file) + entries(scratch.root), "seconda ");
+    EXPECT_EQ(write(scratch / std::wstring(240, L'x'), "x"), 0);
 
     unsigned long long size = 0, allocated = 0, times[3] = {}, id = 0, other = 0;
     unsigned long serial = 0, links = 0;
@@ -176,7 +213,9 @@ TEST(Folders, TreesAndLinks)
     EXPECT_EQ(write(scratch / L"outside\\keep", "x"), 0);
     const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     EXPECT_EQ(FolderDeleteTree(tree.c_str(), cancel), 1223);
-    EXPECT_EQ(FolderDeleteTree(tree.c_str(), reinterpret_cast<HANDLE>(std::uintptr_t{0xABC0})), 6);
+    const auto noEvent = reinterpret_cast<HANDLE>(std::uintptr_t{0xABC0});
+    EXPECT_EQ(FolderDeleteTree(tree.c_str(), noEvent), 6);
+    EXPECT_EQ(FolderGetSize(tree.c_str(), noEvent, &bytes, &files, &folders), 6);
     EXPECT_EQ(FileWriteAtomically(tree.c_str(), "x", 1), 336) << "a folder is no file to replace";
     EXPECT_EQ(FolderGetSize(tree.c_str(), cancel, &bytes, &files, &folders), 1223);
     CloseHandle(cancel);
@@ -201,7 +240,25 @@ TEST(Folders, TreesAndLinks)
     SetFileAttributesW((L"\\\\?\\" + deep + L"\\locked").c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(FolderDeleteTree((tree + L"\\").c_str(), nullptr), 0);
     EXPECT_EQ(entries(scratch.root), "outside ");
-    for (const wchar_t* kept : {L"C:\\", L"C:\\windows", L"C:\\users", L"c:/Program Files/."})
+    // Two calls for one folder do not stand in each other's way.
+    for (int i = 0; i < 60; ++i)
+        EXPECT_EQ(FolderCreateTree(
+                      (scratch / L"both\\" + std::to_wstring(i % 8) + L"\\" + std::to_wstring(i)).c_str()),
+                  0);
+    const std::wstring both = scratch / L"both";
+    std::atomic<int> ready = 0;
+    long codes[2] = {7, 7};
+    const auto remove = [&](long& code) {
+        for (++ready; ready < 2;)
+            SwitchToThread();
+        code = FolderDeleteTree(both.c_str(), nullptr);
+    };
+    std::thread second([&] { remove(codes[1]); });
+    remove(codes[0]);
+    second.join();
+    EXPECT_EQ(codes[0] * 1000 + codes[1], 0);
+    for (const wchar_t* kept : {L"C:\\", L"C:\\windows", L"C:\\users", L"C:\\Users::$INDEX_ALLOCATION",
+                                L"\\\\localhost\\C$\\users\\x\\AppData", L"c:/Program Files/."})
         EXPECT_EQ(FolderDeleteTree(kept, nullptr), 50) << utf8(kept);
     EXPECT_EQ(FolderDeleteTree((scratch / L"outside\\keep").c_str(), nullptr), 267);
     EXPECT_EQ(FolderDeleteTree((scratch / L"none").c_str(), nullptr), 2);
@@ -222,6 +279,9 @@ TEST(Volumes, TellOfDrives)
     EXPECT_EQ(numberOf<unsigned long>([](unsigned long* v) { return VolumeGetClusterSize(L"C:", v); }),
               sectors * bytes);
     EXPECT_EQ(flagOf([](int* f) { return VolumeIsSolidState(L"C:\\folder", f); }), -123);
+    EXPECT_EQ(
+        numberOf<unsigned long>([](unsigned long* v) { return VolumeGetClusterSize(L"C:\\windows", v); }),
+        -123);
     wchar_t name[64];
     Given<wchar_t> points;
     if (GetVolumeNameForVolumeMountPointW(L"C:\\", name, 64)) {

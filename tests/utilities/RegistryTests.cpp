@@ -1,6 +1,7 @@
 #include "core/win32/utils/registry/api.h"
 
 #include "core/win32/utils/files/api.h"
+#include "core/win32/utils/security/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Utilities.h"
 
@@ -61,6 +62,7 @@ TEST(Registry, ValuesOfEveryShape)
     put(L"a", L"odd", REG_SZ, L"text", 1);
     put(L"a", L"none", REG_SZ, L"");
     put(L"a", L"var", REG_EXPAND_SZ, L"%windir%\\x");
+    put(L"a", L"long var", REG_EXPAND_SZ, std::wstring(40000, L'x') + L"%windir%");
     put(L"a", L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8));
     put(L"a", L"tail", REG_MULTI_SZ, L"a");
     put(L"a", L"three", REG_DWORD, L"ab", 1);
@@ -78,6 +80,7 @@ TEST(Registry, ValuesOfEveryShape)
         {read(L"var"), L"%windir%\\x"},
         {read(L"var", 1), L"C:\\windows\\x"},
         {read(L"ended", 1), L"text"},
+        {read(L"long var", 1), std::wstring(40000, L'x') + L"C:\\windows"},
         {read(L""), L"unnamed"},
         {read(L"long"), std::wstring(100000, L'x')},
         {read(L"list"), L"code 1630"},
@@ -162,12 +165,16 @@ TEST(Registry, TreesAndTexts)
 
     const std::wstring head =
         L"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\sysmaint-u18\\i]\r\n";
-    for (const wchar_t* wrong :
-         {L"\"a\"=-\r\n", L"[-HKEY_CURRENT_USER\\x]\r\n", L"\"a\"=hex:0\r\n", L"\"a\"=hex:00,\r\n",
-          L"\"a\"=hex:00,\\\r\n", L"\"a\"=hex(z):00\r\n", L"\"a\"=dword:\r\n", L"\"a\"=dword:123456789\r\n",
-          L"\"a\"=\"b\r\n", L"\"a\"=\"b\"c\r\n", L"a=\"b\"\r\n", L"\"a\" \"b\"\r\n", L"\"a\\", L"[]\r\n",
-          L"[HKXX\\a]\r\n"})
-        EXPECT_TRUE(import(head + L"\"first\"=\"x\"\r\n" + wrong) == 13 || wrong[1] == L'H') << utf8(wrong);
+    const std::wstring longKey(256, L'k');
+    const std::wstring longName(16384, L'n');
+    for (const std::wstring& wrong : std::vector<std::wstring>{
+             L"[HKEY_CURRENT_USER\\" + longKey + L"]\r\n", L"\"" + longName + L"\"=\"x\"\r\n",
+             std::wstring(L"\"a\0b\"=\"x\"\r\n", 11), std::wstring(L"[HKEY_CURRENT_USER\\a\0b]\r\n", 25),
+             L"\"a\"=-\r\n", L"[-HKEY_CURRENT_USER\\x]\r\n", L"\"a\"=hex:0\r\n", L"\"a\"=hex:00,\r\n",
+             L"\"a\"=hex:00,\\\r\n", L"\"a\"=hex(z):00\r\n", L"\"a\"=dword:\r\n",
+             L"\"a\"=dword:123456789\r\n", L"\"a\"=\"b\r\n", L"\"a\"=\"b\"c\r\n", L"a=\"b\"\r\n",
+             L"\"a\" \"b\"\r\n", L"\"a\\", L"[]\r\n", L"[HKXX\\a]\r\n"})
+        EXPECT_EQ(import(head + L"\"first\"=\"x\"\r\n" + wrong), wrong[3] == L'X' ? 161 : 13) << utf8(wrong);
     EXPECT_EQ(exists(L"i"), 0) << "nothing is written before all is read";
     EXPECT_EQ(import(L"REGEDIT4\r\n"), 13);
     EXPECT_EQ(import(head + L"; note\r\n@=\"x\"\r\n\"b\"=hex(2):61,00,\\\r\n  62,00"), 0);
@@ -185,25 +192,48 @@ TEST(Registry, LinksAndPaths)
     ASSERT_EQ(RegCreateKeyExW(kUser, link.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS,
                               nullptr, &made, nullptr),
               0);
-    Given<wchar_t> sid;
     HKEY hive = nullptr;
     EXPECT_EQ(RegistryOpenUserHive(1, &hive), 0);
     EXPECT_EQ(RegCloseKey(hive), 0);
-    wchar_t to[] = L"\\Registry\\Machine\\Software\\Microsoft";
-    EXPECT_EQ(
-        RegSetValueExW(made, L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<BYTE*>(to), sizeof to - 2),
-        0);
+    const std::wstring to = L"\\Registry\\User\\" + wideOf([](wchar_t** r) { return SidOfCurrentUser(r); }) +
+                            L"\\" + key(L"target");
+    EXPECT_EQ(RegSetValueExW(made, L"SymbolicLinkValue", 0, REG_LINK,
+                             reinterpret_cast<const BYTE*>(to.data()), static_cast<DWORD>(to.size() * 2)),
+              0);
     RegCloseKey(made);
-    EXPECT_EQ(exists(L"tree\\link\\Windows"), 1);
+    EXPECT_EQ(exists(L"tree\\link\\inner"), 1);
+    // What changes keys goes through no link, wherever it stands in a path, and makes none out of a key.
+    put(L"source\\link\\inner", L"v", REG_SZ, L"y");
+    EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree\\link\\inner").c_str(), 0), 681);
+    EXPECT_EQ(
+        wideOf([&](wchar_t** r) { return SecurityGetOwner((L"HKCU\\" + link + L"\\inner").c_str(), 1, r); }),
+        L"code 681");
+    EXPECT_EQ(RegistryCopyTree(kUser, key(L"source").c_str(), kUser, key(L"tree").c_str(), 0), 681);
+    EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"source").c_str(), 0), 183);
+    EXPECT_EQ(import(L"Windows Registry Editor Version 5.00\r\n[HKEY_CURRENT_USER\\" + link +
+                     L"\\inner]\r\n\"v\"=\"y\""),
+              681);
+    EXPECT_EQ(wideOf([](wchar_t** r) {
+                  return RegistryReadString(kUser, key(L"target\\inner").c_str(), L"v", 0, 0, r);
+              }),
+              L"x");
+    // The system's own links lead on, and a view is kept to on every step.
+    const HKEY machine = HKEY_LOCAL_MACHINE;
+    for (const auto& [path, view] :
+         {std::pair(L"Software\\Wow6432Node\\Classes\\u18", 0U), {L"Software\\u18", 32U}}) {
+        EXPECT_EQ(RegistryWriteDword(machine, L"Software\\u18", L"d", 64, 1), 0);
+        EXPECT_EQ(RegistryWriteDword(machine, path, L"d", view, 1), 0);
+        EXPECT_EQ(RegistryDeleteTree(machine, path, view), 0);
+        EXPECT_EQ(flagOf([&](int* f) { return RegistryKeyExists(machine, path, view, f); }), 0);
+        EXPECT_EQ(RegistryDeleteTree(machine, L"Software\\u18", 64), 0);
+    }
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"copy").c_str(), 0), 0);
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree").c_str(), 0), 0);
-    EXPECT_EQ(exists(L"tree") * 10 + exists(L"copy\\link\\Windows"), 1);
+    EXPECT_EQ(exists(L"tree") * 10 + exists(L"copy\\link\\inner"), 1);
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"copy\\link").c_str(), 0), 0);
     EXPECT_EQ(exists(L"copy") * 10 + exists(L"copy\\link"), 10);
-    EXPECT_EQ(flagOf([](int* f) {
-                  return RegistryKeyExists(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Windows", 0, f);
-              }),
-              1);
+    EXPECT_EQ(exists(L"target\\inner"), 1);
+    EXPECT_EQ(flagOf([](int* f) { return RegistryKeyExists(HKEY_PERFORMANCE_DATA, L"", 0, f); }), -50);
 
     HKEY root = nullptr;
     const struct

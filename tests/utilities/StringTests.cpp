@@ -128,6 +128,7 @@ TEST(Strings, DoWhatTheyPromise)
         {number(L"1", 1), L"-87"},
         {number(L"1", 37), L"-87"},
         {wideOf([](wchar_t** r) { return StringFormatHexW("\x00\xff\x1a", 3, r); }), L"00ff1a"},
+        {wideOf([](wchar_t** r) { return StringFormatHexW("", static_cast<size_t>(-1), r); }), L"code 87"},
         {quote(L"plain\\"), L"plain\\"},
         {quote(L""), L"\"\""},
         {quote(L"a b\\"), L"\"a b\\\\\""},
@@ -136,6 +137,35 @@ TEST(Strings, DoWhatTheyPromise)
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.actual, row.expected) << &row - rows;
+}
+
+// As the standard library finds it, for every short text and pattern; and in time where each place looks like
+// the right one up to its end.
+TEST(Strings, SearchIsExactAndLinear)
+{
+    std::vector<std::wstring> words = {L""};
+    for (std::size_t i = 0; words[i].size() < 9; ++i)
+        for (const wchar_t c : {L'a', L'b'})
+            words.push_back(words[i] + c);
+    for (const std::wstring& pattern : words)
+        for (std::size_t i = 0; pattern.size() < 7 && i < words.size(); ++i) {
+            const std::size_t expected = words[i].find(pattern);
+            const wchar_t* found = _wcsistr(words[i].c_str(), pattern.c_str());
+            ASSERT_EQ(found == nullptr ? std::wstring::npos
+                                       : static_cast<std::size_t>(found - words[i].c_str()),
+                      expected)
+                << pattern << L" in " << words[i];
+        }
+    const std::wstring text(400000, L'a');
+    const std::wstring part(200000, L'A');
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_EQ(_wcsistr(text.c_str(), (part + L'b').c_str()), nullptr);
+    EXPECT_EQ(flag(StringContainsW, text.c_str(), (L'b' + part).c_str(), 1), L"0");
+    EXPECT_EQ(replace((text + L'b').c_str(), (part + L'b').c_str(), L"c", 1),
+              std::wstring(200000, L'a') + L'c');
+    EXPECT_EQ(split(text.c_str(), (std::wstring(20000, L'\x3b1') + L'\x3b2').c_str(), 0).size(),
+              text.size() + 1);
+    EXPECT_LT(GetTickCount64() - begin, 3000U);
 }
 
 TEST(Strings, NarrowTwinsAreUtf8)

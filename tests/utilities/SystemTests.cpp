@@ -1,5 +1,6 @@
 #include "core/win32/utils/system/api.h"
 
+#include <atomic>
 #include <csignal>
 
 #include "core/win32/utils/files/api.h"
@@ -90,6 +91,16 @@ TEST(Services, EndToEnd)
     const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     after = SERVICE_START_PENDING;
     EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    EXPECT_EQ(ServiceStart(kName, INFINITE, reinterpret_cast<void*>(0x5554)), 6);
+    // The system's call itself takes long: nobody waits for it.
+    const HANDLE answers = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::atomic<int> answered = 0;
+    start.setHook([&](auto...) { return WaitForSingleObject(answers, 5000), ++answered, TRUE; });
+    EXPECT_EQ(ServiceStart(kName, 120, nullptr), 1460);
+    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    EXPECT_EQ(answered, 0);
+    for (SetEvent(answers); answered < 2;)
+        Sleep(10);
     now = SERVICE_RUNNING;
     EXPECT_EQ(ServiceStop(kName, 0, INFINITE, cancel), 1223);
     EXPECT_EQ(ServiceStop(kName, 0, 120, nullptr), 1460);
@@ -125,12 +136,14 @@ TEST(Security, TokensAndSids)
     const std::wstring account = std::wstring(domain.get()) + L"\\" + name.get();
     EXPECT_EQ(wideOf([&](wchar_t** r) { return SidFromAccount(account.c_str(), r); }), sid);
     EXPECT_EQ(wideOf([&](wchar_t** r) { return SidFromAccount(L"nobody-18\\x", r); }), L"code 1332");
+    EXPECT_EQ(wideOf([&](wchar_t** r) { return SidFromAccount(L"", r); }), L"code 87");
     EXPECT_EQ(SidToAccount(L"S-1-5-21-1-2-3-4", &domain, &name, &kind), 1332);
     EXPECT_EQ(SidToAccount(L"S-x", &domain, &name, &kind), 1337);
     const auto wellKnown = [](int number) {
         return flagOf([&](int* f) { return SidIsWellKnown(L"S-1-5-32-544", number, f); });
     };
     EXPECT_EQ(wellKnown(WinBuiltinAdministratorsSid) * 10 + wellKnown(WinBuiltinUsersSid), 10);
+    EXPECT_EQ(wellKnown(9999), -87);
 
     unsigned long session = 7, exitCode = 7;
     EXPECT_EQ(SessionGetActive(&session), 0);
@@ -206,6 +219,9 @@ TEST(Processes, RunAndEnd)
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, nullptr, &exitCode), 0);
     EXPECT_EQ(exitCode, 9U);
     EXPECT_EQ(ProcessRunAndWait(L"C:\\not there.exe", nullptr, INFINITE, nullptr, &exitCode), 2);
+    EXPECT_EQ(ProcessRunAndWait(kShell, std::wstring(32767, L'x').c_str(), 0, nullptr, &exitCode), 206);
+    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, reinterpret_cast<void*>(0x5554), &exitCode),
+              6);
     const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel, &exitCode), 1223);
@@ -225,7 +241,10 @@ TEST(Processes, RunAndEnd)
     HANDLE input = nullptr, output = nullptr;
     CreatePipe(&input, &output, &inherited, 0);
     startup.dwFlags = STARTF_USESTDHANDLES;
+    HANDLE said = nullptr, saying = nullptr;
+    CreatePipe(&said, &saying, &inherited, 0);
     startup.hStdInput = input;
+    startup.hStdOutput = saying;
     PROCESS_INFORMATION started{};
     ASSERT_TRUE(
         CreateProcessW(nullptr, command, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started));
@@ -241,9 +260,19 @@ TEST(Processes, RunAndEnd)
         EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
         EXPECT_EQ(ProcessTerminateTree(GetCurrentProcessId() + beside, 1000), 87);
     }
+    char first = 0;
+    DWORD size = 0;
+    EXPECT_TRUE(ReadFile(said, &first, 1, &size, nullptr)) << "the inner shell greets";
+    std::vector<unsigned long> order;
+    CountedImport<"TerminateProcess", decltype(&TerminateProcess)> end(sysmaintModule());
+    end.setHook([&](auto original, HANDLE process, UINT code) {
+        order.push_back(GetProcessId(process));
+        return original(process, code);
+    });
     EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
+    EXPECT_TRUE(order.size() > 1 && order.back() == started.dwProcessId) << "children first";
     EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
-    for (const HANDLE handle : {started.hProcess, started.hThread, input, output})
+    for (const HANDLE handle : {started.hProcess, started.hThread, input, output, said, saying})
         CloseHandle(handle);
 }
 
@@ -256,6 +285,22 @@ TEST(Shell, ShortcutsIconsAndSignatures)
     Given<wchar_t> to, arguments, folder;
     EXPECT_EQ(ShellReadShortcut(link.c_str(), &to, &arguments, &folder), 0);
     EXPECT_EQ(std::wstring(to.get()) + arguments.get(), target + L"-x");
+    // A shortcut is replaced, any other file is not; what would be cut is refused.
+    const std::wstring most(32766, L'a');
+    const auto made = [&](const std::wstring& where, const std::wstring& what, const std::wstring& with) {
+        return ShellCreateShortcut(where.c_str(), what.c_str(), with.c_str(), nullptr, 0);
+    };
+    EXPECT_EQ(made(link, target, most), 0);
+    Given<wchar_t> all, other, place;
+    EXPECT_EQ(ShellReadShortcut(link.c_str(), &other, &all, &place), 0);
+    EXPECT_EQ(all.get(), most);
+    EXPECT_EQ(made(link, target, most + L"a"), 206);
+    EXPECT_EQ(made(link, L"C:\\" + std::wstring(257, L'x'), L""), 206);
+    EXPECT_EQ(made(link, L"", L""), 87);
+    EXPECT_EQ(made(target, target, L""), 80);
+    EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
+    EXPECT_EQ(made(L"C:\\users", target, L""), 336);
+    EXPECT_EQ(ShellReadShortcut(target.c_str(), &other, &all, &place), 13);
     const auto broken = [&] {
         return flagOf([&](int* f) { return ShellShortcutIsBroken(link.c_str(), f); });
     };
@@ -266,12 +311,13 @@ TEST(Shell, ShortcutsIconsAndSignatures)
         drive.setHook([type](auto, auto) { return type; });
         EXPECT_EQ(broken(), type == DRIVE_FIXED ? 1 : 0) << type;
     }
-    EXPECT_NE(ShellReadShortcut(scratch(L"none.lnk").c_str(), &to, &arguments, &folder), 0);
+    EXPECT_EQ(ShellReadShortcut(scratch(L"none.lnk").c_str(), &to, &arguments, &folder), 2);
     EXPECT_EQ(wideOf([](wchar_t** r) { return ShellGetFolder(0x24, kOwn, r); }), L"C:\\windows");
     EXPECT_EQ(wideOf([](wchar_t** r) { return ShellGetFolder(0x24, 1, r); }), L"C:\\windows");
     EXPECT_NE(wideOf([](wchar_t** r) { return ShellGetTypeName(L"C:\\windows", r); }).substr(0, 5), L"code ");
     const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     EXPECT_EQ(RecycleBinEmpty(nullptr, cancel), 1223);
+    EXPECT_EQ(RecycleBinEmpty(nullptr, reinterpret_cast<void*>(0x5554)), 6);
     CloseHandle(cancel);
     unsigned long long bytes = 0, items = 0;
     EXPECT_EQ(RecycleBinQuery(nullptr, &bytes, &items), 0);
@@ -297,6 +343,7 @@ TEST(Shell, ShortcutsIconsAndSignatures)
     }
     EXPECT_TRUE(seen > 100 && seen < 1024 && colored > 50) << seen << ", " << colored;
     EXPECT_EQ(IconDestroy(icon), 0);
+    EXPECT_EQ(IconDestroy(icon), 1402);
     EXPECT_EQ(IconToBitmapFile(icon, bitmap.c_str()), 1402);
     EXPECT_EQ(IconForPath(L"C:\\windows", 1, &icon), 0);
     EXPECT_EQ(IconDestroy(icon), 0);
@@ -328,7 +375,21 @@ TEST(System, EnvironmentAndState)
     EXPECT_EQ(get(L"U18"), std::wstring(5000, L'x'));
     EXPECT_EQ(wideOf([](wchar_t** r) { return EnvironmentExpand(L"<%U18%>", kOwn, r); }),
               L"<" + std::wstring(5000, L'x') + L">");
-    EXPECT_EQ(wideOf([](wchar_t** r) { return EnvironmentExpand(L"%SystemRoot%", 1, r); }), L"C:\\windows");
+    // As the system expands it, but for its limit.
+    for (const wchar_t* text :
+         {L"", L"%", L"%%", L"%windir", L"%none%windir%", L"%none%", L"a%windir%b%WINDIR%", L"%%windir%"}) {
+        wchar_t expected[1024];
+        ExpandEnvironmentStringsW(text, expected, 1024);
+        for (const unsigned long session : {kOwn, 1UL})
+            EXPECT_EQ(wideOf([&](wchar_t** r) { return EnvironmentExpand(text, session, r); }), expected)
+                << text;
+    }
+    const std::wstring longer(40000, L'y');
+    for (const unsigned long session : {kOwn, 1UL})
+        EXPECT_EQ(wideOf([&](wchar_t** r) {
+                      return EnvironmentExpand((longer + L"%windir%").c_str(), session, r);
+                  }),
+                  longer + L"C:\\windows");
     SetEnvironmentVariableW(L"U18", nullptr);
     EXPECT_EQ(get(L"U18"), L"code 203");
     const auto stored = [] {

@@ -78,7 +78,10 @@ List<Char> listed(const Char* first)
     return {first};
 }
 
-// -- Whether an input or output is missing
+/// More than any memory holds: such a length is a negative number of the caller's.
+inline constexpr std::size_t kMostBytes = static_cast<std::size_t>(-1) >> 4U;
+
+// -- Whether an input or output is missing, or cannot be
 
 template <class T>
 bool isMissing(const T& value) noexcept
@@ -90,7 +93,7 @@ bool isMissing(const T& value) noexcept
 template <class Char>
 bool isMissing(const Sized<Char>& text) noexcept
 {
-    return text.text == nullptr;
+    return text.text == nullptr || (text.length != kTerminated && text.length > kMostBytes);
 }
 template <class Char>
 bool isMissing(const AsItIs<Char>& text) noexcept
@@ -99,7 +102,7 @@ bool isMissing(const AsItIs<Char>& text) noexcept
 }
 inline bool isMissing(const Bytes& bytes) noexcept
 {
-    return bytes.data == nullptr;
+    return bytes.data == nullptr || bytes.size > kMostBytes;
 }
 template <class Char>
 bool isMissing(const List<Char>& list) noexcept

@@ -11,6 +11,7 @@ void filechecksum::read(const FileReading& reading,
                         const std::function<void(const void* data, std::size_t size)>& take)
 {
     constexpr DWORD kPiece = 1U << 20U;
+    requireEvent(reading.cancelEvent);
     const Win32Handle file(CreateFileW(Win32Path(reading.path), GENERIC_READ,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                        OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));

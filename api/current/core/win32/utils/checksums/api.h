@@ -19,7 +19,7 @@ SYSMAINT_API long ChecksumCrc32(const void* bytes, size_t length, unsigned long 
 
 /// The same of a file.
 ///
-/// @return 0, 87, 8, 1223 (cancelled), or the system's code for opening and reading
+/// @return 0, 87, 8, 6 (no event), 1223 (cancelled), or the system's code for opening and reading
 SYSMAINT_API long ChecksumFileCrc32(const wchar_t* path, void* cancelEvent, ChecksumProgress progress,
                                     void* context, unsigned long* value);
 

@@ -11,6 +11,7 @@
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/time/include/Time.h"
 #include "core/win32/utils/wiper/include/ForceDelete.h"
@@ -39,60 +40,58 @@ BY_HANDLE_FILE_INFORMATION informationOf(const wchar_t* path)
     return information;
 }
 
-/// A new file beside another; it goes with its owner unless it was given a name of its own.
-class TemporaryFile
+/// What a file that is to be replaced hands on to the one that takes its place.
+struct Inherited
 {
-public:
-    explicit TemporaryFile(const std::wstring& beside)
-    {
-        constexpr int kAttempts = 100;
-        for (int i = 0; i < kAttempts && !m_file.isValid(); ++i) {
-            LARGE_INTEGER now;
-            QueryPerformanceCounter(&now);
-            m_path = beside + L"." + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                     std::to_wstring(GetCurrentThreadId()) + L"-" + std::to_wstring(now.QuadPart) + L".tmp";
-            m_file.reset(CreateFileW(m_path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                     FILE_ATTRIBUTE_NORMAL, nullptr));
-            if (!m_file.isValid() && GetLastError() != ERROR_FILE_EXISTS &&
-                GetLastError() != ERROR_ALREADY_EXISTS)
-                break;
-        }
-        if (!m_file.isValid())
-            raiseLastError();
-    }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile()
-    {
-        m_file.reset();
-        if (!m_placed)
-            DeleteFileW(m_path.c_str());
-    }
-
-    [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
-    /// Puts it where `target` is, or was not yet. An existing file keeps its rights and attributes.
-    void place(const std::wstring& target)
-    {
-        m_file.reset();
-        m_placed = ReplaceFileW(target.c_str(), m_path.c_str(), nullptr, 0, nullptr, nullptr) ||
-                   (GetLastError() == ERROR_FILE_NOT_FOUND &&
-                    MoveFileExW(m_path.c_str(), target.c_str(), MOVEFILE_WRITE_THROUGH));
-        if (!m_placed)
-            raiseLastError();
-    }
-
-private:
-    std::wstring m_path;
-    Win32Handle m_file;
-    bool m_placed = false;
+    DWORD attributes = FILE_ATTRIBUTE_NORMAL;
+    std::vector<unsigned char> rights; // a security descriptor; empty where there is none
 };
 
-DWORD attributesOf(const wchar_t* target)
+/// The access list of an open file; empty on file systems without such.
+std::vector<unsigned char> rightsOf(HANDLE file)
 {
-    const DWORD attributes = GetFileAttributesW(target);
-    if (attributes == INVALID_FILE_ATTRIBUTES)
-        raiseLastError();
-    return attributes;
+    std::vector<unsigned char> descriptor(1024);
+    for (;;) {
+        DWORD needed = 0;
+        if (GetKernelObjectSecurity(file, DACL_SECURITY_INFORMATION, descriptor.data(),
+                                    static_cast<DWORD>(descriptor.size()), &needed))
+            break;
+        const DWORD code = GetLastError();
+        if (code == ERROR_NOT_SUPPORTED || code == ERROR_INVALID_FUNCTION)
+            return {};
+        if (code != ERROR_INSUFFICIENT_BUFFER || needed <= descriptor.size())
+            raiseLastError();
+        descriptor.resize(needed);
+    }
+    // The system drops the mark of inherited entries unless it is asked to keep it.
+    constexpr SECURITY_DESCRIPTOR_CONTROL kInherited = SE_DACL_AUTO_INHERITED;
+    constexpr SECURITY_DESCRIPTOR_CONTROL kRequested = SE_DACL_AUTO_INHERIT_REQ;
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    DWORD revision = 0;
+    if (GetSecurityDescriptorControl(descriptor.data(), &control, &revision) && (control & kInherited) != 0)
+        SetSecurityDescriptorControl(descriptor.data(), kRequested, kRequested);
+    return descriptor;
+}
+
+/// Looks at what stands where a file is to be put; raises where that must not be replaced.
+Inherited inheritedFrom(const std::wstring& target)
+{
+    constexpr DWORD kKept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE |
+                            FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_ENCRYPTED;
+    try {
+        const OpenedItself old(target.c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES);
+        if (old.isLink())
+            raiseCode(kStoppedOnSymlink); // what stands for another file would be lost
+        if (old.isFolder())
+            raiseCode(kDirectoryNotSupported); // some systems would replace it with all that is in it
+        if ((old.attributes() & FILE_ATTRIBUTE_READONLY) != 0)
+            raiseCode(ERROR_FILE_READ_ONLY); // and some would replace this
+        return {old.attributes() & kKept, rightsOf(old.get())};
+    } catch (long code) {
+        if (code != ERROR_FILE_NOT_FOUND)
+            throw;
+        return {};
+    }
 }
 
 /// Deletes a file, or the link to one, under the path that Win32 gets. Others that look at new files (virus
@@ -109,6 +108,79 @@ long deleteFile(const wchar_t* target)
             return code;
         Sleep(kPause);
     }
+}
+
+/// A new file beside another; it goes with its owner unless it was put in that one's place.
+class TemporaryFile
+{
+public:
+    TemporaryFile(const std::wstring& folder, const Inherited& inherited)
+    {
+        constexpr int kAttempts = 100;
+        for (int i = 0; i < kAttempts && !m_file.isValid(); ++i) {
+            LARGE_INTEGER now;
+            QueryPerformanceCounter(&now);
+            // A name of its own: with the target's in it, it might be too long for the file system.
+            m_path = joinPath(folder, L"~" + std::to_wstring(GetCurrentProcessId()) + L"-" +
+                                          std::to_wstring(GetCurrentThreadId()) + L"-" +
+                                          std::to_wstring(now.QuadPart) + L".tmp");
+            m_file.reset(CreateFileW(m_path.c_str(), GENERIC_WRITE | WRITE_DAC, 0, nullptr, CREATE_NEW,
+                                     inherited.attributes, nullptr));
+            if (!m_file.isValid() && GetLastError() != ERROR_FILE_EXISTS &&
+                GetLastError() != ERROR_ALREADY_EXISTS)
+                break;
+        }
+        if (!m_file.isValid())
+            raiseLastError();
+        // Before there is anything in it to be read.
+        if (!inherited.rights.empty() &&
+            !SetKernelObjectSecurity(m_file.get(), DACL_SECURITY_INFORMATION,
+                                     const_cast<unsigned char*>(inherited.rights.data()))) {
+            const long code = lastError();
+            remove();
+            raiseCode(code);
+        }
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile()
+    {
+        if (!m_placed)
+            remove();
+    }
+
+    [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
+    /// Puts it where `target` is, or was not yet, in one step.
+    void place(const std::wstring& target)
+    {
+        m_file.reset();
+        Patience patience; // with those who look at either file for a moment
+        do
+            m_placed = MoveFileExW(m_path.c_str(), target.c_str(),
+                                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+        while (!m_placed && patience.isWorthAnotherTry(GetLastError()));
+        if (!m_placed)
+            raiseLastError();
+    }
+
+private:
+    void remove() noexcept
+    {
+        m_file.reset();
+        deleteFile(m_path.c_str());
+    }
+
+    std::wstring m_path;
+    Win32Handle m_file;
+    bool m_placed = false;
+};
+
+DWORD attributesOf(const wchar_t* target)
+{
+    const DWORD attributes = GetFileAttributesW(target);
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        raiseLastError();
+    return attributes;
 }
 
 bool isBinOff(const std::wstring& root)
@@ -200,12 +272,8 @@ std::vector<unsigned char> readAll(const wchar_t* path, unsigned long long limit
 void writeAtomically(const wchar_t* path, std::basic_string_view<unsigned char> bytes)
 {
     const std::wstring target = settledPath(path);
-    const DWORD attributes = GetFileAttributesW(target.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        raiseCode(kStoppedOnSymlink); // what stands for another file would be lost
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-        raiseCode(kDirectoryNotSupported); // some systems would replace it with all that is in it
-    TemporaryFile file(target);
+    const Inherited inherited = inheritedFrom(target);
+    TemporaryFile file(paths::parent(target), inherited);
     requireSuccess(filetransfer::write(file.get(), bytes.data(), bytes.size()));
     if (!FlushFileBuffers(file.get()))
         raiseLastError();

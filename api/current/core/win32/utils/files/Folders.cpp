@@ -5,6 +5,7 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 
 namespace {
@@ -68,11 +69,33 @@ void requireFolder(const std::wstring& settled)
         raiseCode(kStoppedOnSymlink);
 }
 
+bool isGone(long code) noexcept
+{
+    return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
+}
+
+/// Holds a folder of a tree and those above it. Returns false when it has gone since it was listed.
+bool isHeld(HeldFolders& held, const std::wstring& root, const std::wstring& folder, Patience& patience)
+{
+    for (;;) {
+        try {
+            held.hold(root, folder, false);
+            return true;
+        } catch (long code) {
+            if (folder != root && isGone(code))
+                return false;
+            if (!patience.isWorthAnotherTry(static_cast<DWORD>(code)))
+                throw;
+        }
+    }
+}
+
 /// Walks a folder that is no link, deepest first. Every folder on the way is held while it is listed and
 /// while `onEntry` gets what it holds and does not lead on: files and links. `onLeave` gets each folder when
 /// all that is in it has been seen; it is not held any more, but its parent is. Raises the bare code.
 template <class OnEntry, class OnLeave>
-void walkTree(const std::wstring& root, HANDLE cancelEvent, OnEntry&& onEntry, OnLeave&& onLeave)
+void walkTree(const std::wstring& root, HANDLE cancelEvent, Patience& patience, OnEntry&& onEntry,
+              OnLeave&& onLeave)
 {
     struct Step
     {
@@ -89,14 +112,17 @@ void walkTree(const std::wstring& root, HANDLE cancelEvent, OnEntry&& onEntry, O
             pending.pop_back();
             if (folder == root)
                 held = HeldFolders();
-            else
-                held.hold(root, paths::parent(folder), false);
+            else if (!isHeld(held, root, paths::parent(folder), patience))
+                continue;
             onLeave(folder);
             continue;
         }
         pending.back().isListed = true;
         const std::wstring folder = pending.back().folder;
-        held.hold(root, folder, false);
+        if (!isHeld(held, root, folder, patience)) {
+            pending.pop_back();
+            continue;
+        }
         std::vector<Entry> entries; // first all: what is deleted while a search goes on may confuse it
         eachEntry(folder, [&](Entry&& entry) {
             entries.push_back(std::move(entry));
@@ -114,14 +140,21 @@ void walkTree(const std::wstring& root, HANDLE cancelEvent, OnEntry&& onEntry, O
     }
 }
 
-/// Removes one entry that leads nowhere further: a file, a link, or a folder that is empty.
-long removeEntry(const std::wstring& path, DWORD attributes, bool isLink)
+/// Removes one entry that leads nowhere further: a file, a link, or a folder that is empty. One that somebody
+/// holds is tried again as long as the whole call has patience.
+long removeEntry(const std::wstring& path, DWORD attributes, bool isLink, Patience& patience)
 {
     const bool folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     const auto remove = [&] { return folder ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str()); };
-    if (remove())
-        return ERROR_SUCCESS;
-    const long code = lastError();
+    long code = ERROR_SUCCESS;
+    do {
+        if (remove())
+            return ERROR_SUCCESS;
+        code = lastError();
+    } while ((code != ERROR_ACCESS_DENIED || (attributes & FILE_ATTRIBUTE_READONLY) == 0) &&
+             patience.isWorthAnotherTry(static_cast<DWORD>(code)));
+    if (isGone(code))
+        return ERROR_SUCCESS; // somebody else was faster
     if (code != ERROR_ACCESS_DENIED || isLink || (attributes & FILE_ATTRIBUTE_READONLY) == 0 ||
         !SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY)))
         return code;
@@ -160,21 +193,20 @@ void deleteTree(const wchar_t* path, HANDLE cancelEvent)
     if (paths::isProtected(root))
         raiseCode(ERROR_NOT_SUPPORTED);
     requireFolder(root);
-    // What cannot be asked would keep everybody from stopping it.
-    if (cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED)
-        raiseLastError();
+    requireEvent(cancelEvent);
+    Patience patience(cancelEvent); // also with a second call for the same folder
     long failed = ERROR_SUCCESS;
     const auto note = [&](long code) { failed = failed == ERROR_SUCCESS ? code : failed; };
     walkTree(
-        root, cancelEvent,
+        root, cancelEvent, patience,
         [&](const std::wstring& entry, const Entry& found) {
-            note(removeEntry(entry, found.attributes, found.isLink));
+            note(removeEntry(entry, found.attributes, found.isLink, patience));
         },
         [&](const std::wstring& folder) {
             // The first failure inside says more than "not empty".
             const DWORD attributes = GetFileAttributesW(folder.c_str());
             const bool isLink = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-            note(removeEntry(folder, attributes | FILE_ATTRIBUTE_DIRECTORY, isLink));
+            note(removeEntry(folder, attributes | FILE_ATTRIBUTE_DIRECTORY, isLink, patience));
         });
     requireSuccess(failed);
 }
@@ -184,11 +216,13 @@ std::tuple<unsigned long long, unsigned long long, unsigned long long> size(cons
 {
     const std::wstring root = rootOf(path);
     requireFolder(root);
+    requireEvent(cancelEvent);
     unsigned long long bytes = 0;
     unsigned long long files = 0;
     unsigned long long folders = 0;
+    Patience patience(cancelEvent);
     walkTree(
-        root, cancelEvent,
+        root, cancelEvent, patience,
         [&](const std::wstring&, const Entry& found) {
             if (found.isLink)
                 return;

@@ -38,11 +38,13 @@ SYSMAINT_API long FileReadAll(const wchar_t* path, unsigned long long limit, uns
                               size_t* size);
 
 /// Makes or replaces the file so that at any moment, and after a crash, its old or its new content is there,
-/// whole: writes a new file beside it, flushes it and puts it in its place. An existing file keeps its rights
-/// and attributes.
+/// whole: writes a new file beside it, flushes it and puts it in its place by one renaming. The new file has
+/// the access list of the old one, and its hidden, system, archive, not-indexed and encrypted attributes. It
+/// is a new file all the same: times, owner, other streams and further names of the old one do not go with
+/// it. A failure leaves nothing behind.
 ///
-/// @return 0; 87; 8; 681 (it is a link); 336 (it is a folder); or the system's code: then the file is as it
-/// was
+/// @return 0; 87; 8; 681 (it is a link); 336 (it is a folder); 6009 (it is read-only: FileClearReadOnly); 5
+/// or 32 (somebody has had it open for a second); or the system's code: then the file is as it was
 SYSMAINT_API long FileWriteAtomically(const wchar_t* path, const void* bytes, size_t size);
 
 /// @param oldAttributes  receives all attributes as they were
@@ -81,7 +83,8 @@ SYSMAINT_API long FolderCreateTree(const wchar_t* path);
 
 /// Deletes a folder and all that is in it. Links in it are deleted as themselves and never followed; every
 /// folder is held while what is in it goes, so that none can be swapped for a link meanwhile. What cannot go
-/// stays, and the rest goes on.
+/// stays, and the rest goes on. What somebody holds is tried again, for a second in all; two calls for one
+/// folder at the same time both end with 0.
 ///
 /// @return 0; 87; 8; 50 (protected, see PathIsProtected); 267 (no folder); 681 (a link, or a folder that
 /// became one); 1223; 6 (no event);
@@ -91,8 +94,8 @@ SYSMAINT_API long FolderDeleteTree(const wchar_t* path, void* cancelEvent);
 /// What a folder holds: bytes and number of files, number of folders below it. Links are neither followed nor
 /// counted; a file with several names counts under each.
 ///
-/// @return 0; 87; 8; 267; 681; 1223; or the system's code when something cannot be listed: a sum that lacks
-/// it would be wrong
+/// @return 0; 87; 8; 267; 681; 6 (no event); 1223; or the system's code when something cannot be listed: a
+/// sum that lacks it would be wrong
 SYSMAINT_API long FolderGetSize(const wchar_t* path, void* cancelEvent, unsigned long long* bytes,
                                 unsigned long long* files, unsigned long long* folders);
 

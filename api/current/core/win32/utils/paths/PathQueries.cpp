@@ -4,6 +4,7 @@
 
 #include <winioctl.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <vector>
@@ -86,6 +87,86 @@ std::wstring linkText(const unsigned char* data, std::size_t size)
     // The other name is for display, and may contain anything.
     return strings::startsWith(target, LR"(\??\)", false) ? paths::fromNative(target) : target;
 }
+/// Whether it is somebody's profile, or one of the folders in it that hold what all programs keep for him.
+bool isProfileFolder(const std::wstring& place, const std::wstring& profiles)
+{
+    if (!paths::isInside(place, profiles))
+        return false;
+    std::wstring_view below = std::wstring_view(place).substr(std::min(profiles.size() + 1, place.size()));
+    below.remove_prefix(std::min(below.find(L'\\'), below.size())); // the user's name
+    for (const std::wstring_view folder :
+         {LR"()", LR"(\AppData)", LR"(\AppData\Local)", LR"(\AppData\LocalLow)", LR"(\AppData\Roaming)"})
+        if (strings::equalsIgnoringCase(below, folder))
+            return true;
+    return false;
+}
+
+/// A name without what Win32, file systems and servers pass over: dots and blanks at the end, and streams
+/// ("name::$INDEX_ALLOCATION" is the folder itself).
+std::wstring plainName(std::wstring_view name)
+{
+    std::wstring_view plain = name.substr(0, name.find(L':'));
+    plain = plain.substr(0, plain.find_last_not_of(L". ") + 1);
+    return std::wstring(plain.empty() ? name : plain);
+}
+
+/// The folder that a share of an administrator's stands for ("C$", "ADMIN$"); empty for any other.
+std::wstring sharedFolder(const std::wstring& share)
+{
+    if (strings::equalsIgnoringCase(share, L"ADMIN$"))
+        return systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
+    return share.size() == 2 && share.back() == L'$' ? share.substr(0, 1) + L":" : std::wstring();
+}
+
+/// The same path in the spelling that the folders of the system are known by. Of another server's shares it
+/// is what would be protected there.
+std::wstring otherSpelling(std::wstring_view path)
+{
+    constexpr std::wstring_view kLiteral = LR"(\\?\)";
+    const bool isLiteral = path.substr(0, kLiteral.size()) == kLiteral;
+    bool isShare = !isLiteral && path.substr(0, 2) == LR"(\\)";
+    std::vector<std::wstring> names = paths::namesOf(path.substr(isLiteral ? kLiteral.size() : 0));
+    if (isLiteral && !names.empty() && strings::equalsIgnoringCase(names.front(), L"UNC")) {
+        names.erase(names.begin());
+        isShare = true;
+    }
+    const std::size_t roots = isShare ? 2 : 1;
+    if (names.size() < roots)
+        return std::wstring(path);
+    std::transform(names.begin() + static_cast<std::ptrdiff_t>(roots), names.end(),
+                   names.begin() + static_cast<std::ptrdiff_t>(roots), plainName);
+    std::wstring result = isShare ? sharedFolder(names[1]) : names.front();
+    if (result.empty())
+        result = LR"(\\)" + names[0] + L"\\" + names[1];
+    else if (result.size() != 2 && !isShare)
+        result.insert(0, kLiteral);
+    for (std::size_t i = roots; i < names.size(); ++i)
+        result.append(L"\\").append(names[i]);
+    return names.size() == roots ? result + L"\\" : result;
+}
+
+bool isProtectedPlace(const std::wstring& path)
+{
+    constexpr const wchar_t* kVersion = LR"(Software\Microsoft\Windows\CurrentVersion)";
+    constexpr const wchar_t* kProfiles = LR"(Software\Microsoft\Windows NT\CurrentVersion\ProfileList)";
+    const std::wstring place = placeOf(path);
+    try {
+        static_cast<void>(paths::parent(place));
+    } catch (long) {
+        return true; // the root of a drive, volume or share
+    }
+    const std::wstring windows =
+        systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
+    const std::wstring profiles = machineText(kProfiles, L"ProfilesDirectory");
+    if (paths::isInside(place, resolved(windows)))
+        return true;
+    for (const std::wstring& folder :
+         {windows, profiles, machineText(kProfiles, L"ProgramData"),
+          machineText(kVersion, L"ProgramFilesDir"), machineText(kVersion, L"ProgramFilesDir (x86)")})
+        if (!folder.empty() && paths::isInside(resolved(folder), place))
+            return true;
+    return !profiles.empty() && isProfileFolder(place, resolved(profiles));
+}
 } // namespace
 
 namespace paths {
@@ -121,28 +202,10 @@ std::wstring readLinkTarget(const wchar_t* path)
         raiseLastError();
     return linkText(data.data(), std::min<std::size_t>(size, data.size()));
 }
-
-bool isProtected(std::wstring_view path)
-{
-    constexpr const wchar_t* kVersion = LR"(Software\Microsoft\Windows\CurrentVersion)";
-    constexpr const wchar_t* kProfiles = LR"(Software\Microsoft\Windows NT\CurrentVersion\ProfileList)";
-    const std::wstring place = placeOf(normalize(path));
-    std::wstring above;
-    try {
-        above = parent(place);
-    } catch (long) {
-        return true; // the root of a drive, volume or share
-    }
-    const std::wstring windows =
-        systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
-    const std::wstring profiles = machineText(kProfiles, L"ProfilesDirectory");
-    if (isInside(place, resolved(windows)))
-        return true;
-    for (const std::wstring& folder :
-         {windows, profiles, machineText(kProfiles, L"ProgramData"),
-          machineText(kVersion, L"ProgramFilesDir"), machineText(kVersion, L"ProgramFilesDir (x86)")})
-        if (!folder.empty() && isInside(resolved(folder), place))
-            return true;
-    return !profiles.empty() && strings::equalsIgnoringCase(above, resolved(profiles)); // somebody's profile
-}
 } // namespace paths
+
+bool paths::isProtected(std::wstring_view path)
+{
+    const std::wstring normal = normalize(path);
+    return isProtectedPlace(normal) || isProtectedPlace(otherSpelling(normal));
+}

@@ -7,6 +7,7 @@
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Variables.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/Strings.h"
 
@@ -98,6 +99,16 @@ bool exists(const std::wstring& path)
 } // namespace
 
 namespace paths {
+std::vector<std::wstring> namesOf(std::wstring_view path)
+{
+    std::vector<std::wstring> names;
+    anyPart(path, L"\\", [&](std::wstring_view name) {
+        names.emplace_back(name);
+        return false;
+    });
+    return names;
+}
+
 std::wstring_view withoutClosing(std::wstring_view path) noexcept
 {
     const std::size_t root = rootLength(path);
@@ -204,10 +215,8 @@ std::wstring toNative(std::wstring_view path)
 
 std::tuple<std::wstring, std::wstring> extractFromCommand(std::wstring_view command)
 {
-    const std::wstring given(command);
-    const std::wstring expanded = systemText(
-        [&](wchar_t* text, DWORD size) { return ExpandEnvironmentStringsW(given.c_str(), text, size); });
-    const std::wstring whole = strings::trim(std::wstring_view(expanded.c_str()), L" \t");
+    constexpr std::size_t kLongestPath = 32767;
+    const std::wstring whole = strings::trim(variables::expand(command), L" \t");
     std::wstring program;
     std::size_t end = whole.size();
     if (!whole.empty() && whole.front() == L'"') {
@@ -228,7 +237,7 @@ std::tuple<std::wstring, std::wstring> extractFromCommand(std::wstring_view comm
             program = resolved(whole.substr(0, end));
             if (exists(program) || (exists(program + L".exe") && (program += L".exe", true)))
                 break;
-            if (end == whole.size()) {
+            if (end == whole.size() || end > kLongestPath) {
                 end = first;
                 program = resolved(whole.substr(0, end));
                 break;

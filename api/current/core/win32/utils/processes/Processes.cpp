@@ -191,11 +191,12 @@ void terminateTree(unsigned long id, unsigned long timeout)
     tree.push_back({id, start, std::move(top)});
     addChildren(tree); // all that is refused is refused before anything ends
     std::size_t ended = 0;
-    do { // parents first, so that they start no more; then those that they had started meanwhile
-        for (; ended < tree.size(); ++ended)
-            if (!TerminateProcess(tree[ended].handle.get(), ERROR_PROCESS_ABORTED) &&
-                WaitForSingleObject(tree[ended].handle.get(), 0) != WAIT_OBJECT_0)
+    do { // children first; then those that were started meanwhile, until nobody is left to start one
+        for (std::size_t i = tree.size(); i-- > ended;)
+            if (!TerminateProcess(tree[i].handle.get(), ERROR_PROCESS_ABORTED) &&
+                WaitForSingleObject(tree[i].handle.get(), 0) != WAIT_OBJECT_0)
                 raiseLastError();
+        ended = tree.size();
     } while (addChildren(tree) != 0);
     for (const Held& each : tree) {
         const ULONGLONG gone = GetTickCount64() - begin;
@@ -210,9 +211,13 @@ void terminateTree(unsigned long id, unsigned long timeout)
 unsigned long runAndWait(const wchar_t* program, const wchar_t* arguments, unsigned long timeout,
                          HANDLE cancelEvent)
 {
+    constexpr std::size_t kLongestCommand = 32767; // characters, with the terminator
     std::wstring command = strings::quoteArgument(program);
     if (arguments != nullptr && *arguments != L'\0')
         command.append(L" ").append(arguments);
+    if (command.size() >= kLongestCommand)
+        raiseCode(ERROR_FILENAME_EXCED_RANGE);
+    requireEvent(cancelEvent);
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION started{};

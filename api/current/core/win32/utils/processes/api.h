@@ -22,8 +22,9 @@ SYSMAINT_API long ProcessGetStartTime(unsigned long id, unsigned long long* time
 /// system's code
 SYSMAINT_API long ProcessGetParent(unsigned long id, unsigned long* parent);
 
-/// Ends a process, those that it has started, and so on: only those that truly were started by it. Waits
-/// until all are gone.
+/// Ends a process, those that it has started, and so on, children before their parents. A process counts as
+/// started by another when it names that one's id and is no older: an id that was given anew makes no family.
+/// What they start meanwhile ends as well. Waits until all are gone.
 ///
 /// @param timeout  milliseconds; INFINITE waits without end
 /// @return 0; 87 (also no such process), 8; 50 (the system's own, or the calling process is among them); 5
@@ -36,7 +37,8 @@ SYSMAINT_API long ProcessTerminateTree(unsigned long id, unsigned long timeout);
 ///
 /// @param program    its path; no other file is taken for it
 /// @param arguments  the rest of its command line, or null
-/// @return 0, 87, 8, 1223, 1460, or the system's code
+/// @return 0; 87; 8; 206 (a command line of 32,767 characters or more); 6 (no event); then nothing was
+/// started; 1223; 1460; or the system's code
 SYSMAINT_API long ProcessRunAndWait(const wchar_t* program, const wchar_t* arguments, unsigned long timeout,
                                     void* cancelEvent, unsigned long* exitCode);
 

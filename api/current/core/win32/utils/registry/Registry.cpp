@@ -7,15 +7,14 @@
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/RegistryKey.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
-#include "core/win32/utils/objectmanager/include/SystemText.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/paths/include/Variables.h"
 #include "core/win32/utils/strings/include/Strings.h"
 #include "core/win32/utils/time/include/Time.h"
 
 namespace {
 constexpr wchar_t kLinkValue[] = L"SymbolicLinkValue";
-constexpr DWORD kLongestKeyName = 255;
-constexpr DWORD kLongestValueName = 16383;
-
 REGSAM viewAccess(unsigned view)
 {
     switch (view) {
@@ -30,13 +29,26 @@ REGSAM viewAccess(unsigned view)
     }
 }
 
-/// Whether that is what a root says, also when its number was not extended by its sign: other languages do
-/// so.
-bool isClassesRoot(HKEY root) noexcept
+/// Whether a root is that one, also when its number was not extended by its sign: other languages do so.
+bool isRoot(HKEY root, HKEY wanted) noexcept
 {
-    const auto number = reinterpret_cast<std::uintptr_t>(root);
-    const auto low = static_cast<std::uint32_t>(number);
-    return low == 0x80000000U && (number == low || root == HKEY_CLASSES_ROOT);
+    const auto low = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(wanted));
+    return root == wanted || reinterpret_cast<std::uintptr_t>(root) == low;
+}
+
+/// What stands for performance data has no keys: asking for them counts everything on the machine.
+void requireKeys(HKEY root)
+{
+    for (HKEY data : {HKEY_PERFORMANCE_DATA, HKEY_PERFORMANCE_TEXT, HKEY_PERFORMANCE_NLSTEXT})
+        if (isRoot(root, data))
+            raiseCode(ERROR_NOT_SUPPORTED);
+}
+
+/// keypath::open in a view.
+LSTATUS openKey(HKEY root, const wchar_t* key, unsigned view, REGSAM access, DWORD options, HKEY* opened)
+{
+    requireKeys(root);
+    return keypath::open(root, key, options, access | viewAccess(view), opened);
 }
 
 /// What changes must name a key of its own, in one hive: HKEY_CLASSES_ROOT shows two as one.
@@ -44,7 +56,7 @@ void requireOwnKey(HKEY root, const wchar_t* key)
 {
     if (std::wstring_view(key).find_first_not_of(L'\\') == std::wstring_view::npos)
         raiseCode(ERROR_INVALID_PARAMETER);
-    if (isClassesRoot(root))
+    if (isRoot(root, HKEY_CLASSES_ROOT))
         raiseCode(ERROR_NOT_SUPPORTED);
 }
 
@@ -66,13 +78,6 @@ Number number(const registry::Value& value)
     return result;
 }
 
-void set(HKEY key, const wchar_t* name, DWORD type, std::basic_string_view<unsigned char> data)
-{
-    if (data.size() > MAXDWORD)
-        raiseCode(ERROR_INVALID_PARAMETER);
-    requireSuccess(RegSetValueExW(key, name, 0, type, data.data(), static_cast<DWORD>(data.size())));
-}
-
 /// Win32 would take a name with a zero inside for the part before it.
 void requireName(std::wstring_view name)
 {
@@ -84,7 +89,7 @@ void requireName(std::wstring_view name)
 std::vector<std::pair<std::wstring, registry::Value>> valuesOf(HKEY key)
 {
     std::vector<std::pair<std::wstring, registry::Value>> values;
-    std::vector<wchar_t> name(kLongestValueName + 1);
+    std::vector<wchar_t> name(registry::kLongestValueName + 1);
     std::vector<unsigned char> data(4096);
     for (DWORD index = 0;;) {
         DWORD length = static_cast<DWORD>(name.size());
@@ -108,9 +113,9 @@ std::vector<std::pair<std::wstring, registry::Value>> valuesOf(HKEY key)
 std::vector<std::wstring> subKeysOf(HKEY key)
 {
     std::vector<std::wstring> names;
-    wchar_t name[kLongestKeyName + 1];
+    wchar_t name[keyway::kLongestName + 1];
     for (DWORD index = 0;; ++index) {
-        DWORD length = kLongestKeyName + 1;
+        DWORD length = static_cast<DWORD>(std::size(name));
         const LSTATUS status = RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
         if (status == ERROR_NO_MORE_ITEMS)
             return names;
@@ -118,6 +123,28 @@ std::vector<std::wstring> subKeysOf(HKEY key)
         requireName({name, length});
         names.emplace_back(name, length);
     }
+}
+
+/// Makes a link like `link` below `parent`.
+void copyLink(const registry::TreeKey& link, HKEY parent, const std::wstring& name, unsigned view)
+{
+    HKEY made = nullptr;
+    DWORD disposition = 0;
+    LSTATUS status = RegOpenKeyExW(parent, name.c_str(), REG_OPTION_OPEN_LINK,
+                                   KEY_QUERY_VALUE | KEY_SET_VALUE | viewAccess(view), &made);
+    const bool isThere = !keypath::isMissing(status);
+    if (!isThere)
+        status =
+            RegCreateKeyExW(parent, name.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK,
+                            KEY_SET_VALUE | KEY_CREATE_LINK | viewAccess(view), nullptr, &made, &disposition);
+    requireSuccess(status);
+    const RegistryKeyHandle key(made);
+    // What is no link does not become one by the value.
+    if (isThere ? !keyway::isLink(made) : disposition != REG_CREATED_NEW_KEY)
+        raiseCode(ERROR_ALREADY_EXISTS);
+    for (const auto& [id, value] : link.values)
+        if (value.type == REG_LINK)
+            registry::set(made, kLinkValue, REG_LINK, {value.data.data(), value.data.size()});
 }
 
 std::wstring below(const wchar_t* key, const std::wstring& path)
@@ -146,15 +173,29 @@ namespace registry {
 RegistryKeyHandle open(HKEY root, const wchar_t* key, unsigned view, REGSAM access, DWORD options)
 {
     HKEY opened = nullptr;
-    requireSuccess(keypath::open(root, key, options, access | viewAccess(view), &opened));
+    requireSuccess(openKey(root, key, view, access, options, &opened));
     RegistryKeyHandle handle(opened);
     if (keypath::isStandIn(opened, root))
         raiseCode(ERROR_NOT_SUPPORTED);
     return handle;
 }
 
+KeyWay wayFrom(HKEY root, unsigned view)
+{
+    requireKeys(root);
+    return {root, viewAccess(view)};
+}
+
+void set(HKEY key, const wchar_t* name, DWORD type, std::basic_string_view<unsigned char> data)
+{
+    if (data.size() > MAXDWORD)
+        raiseCode(ERROR_INVALID_PARAMETER);
+    requireSuccess(RegSetValueExW(key, name, 0, type, data.data(), static_cast<DWORD>(data.size())));
+}
+
 RegistryKeyHandle createKey(HKEY root, const wchar_t* key, unsigned view)
 {
+    requireKeys(root);
     HKEY opened = nullptr;
     requireSuccess(
         keypath::create(root, key, KEY_SET_VALUE | KEY_CREATE_SUB_KEY | viewAccess(view), &opened));
@@ -192,10 +233,7 @@ std::wstring readString(HKEY root, const wchar_t* key, const wchar_t* name, unsi
     text.resize(std::min(text.find(L'\0'), text.size()));
     if (value.type != REG_EXPAND_SZ || !expand)
         return text;
-    std::wstring expanded = systemText(
-        [&](wchar_t* target, DWORD size) { return ExpandEnvironmentStringsW(text.c_str(), target, size); });
-    expanded.resize(std::min(expanded.find(L'\0'), expanded.size()));
-    return expanded;
+    return variables::expand(text);
 }
 
 std::tuple<std::wstring, std::size_t> readMultiString(HKEY root, const wchar_t* key, const wchar_t* name,
@@ -257,7 +295,7 @@ void writeString(HKEY root, const wchar_t* key, const wchar_t* name, unsigned vi
 bool keyExists(HKEY root, const wchar_t* key, unsigned view)
 {
     HKEY opened = nullptr;
-    const LSTATUS status = keypath::open(root, key, 0, MAXIMUM_ALLOWED | viewAccess(view), &opened);
+    const LSTATUS status = openKey(root, key, view, MAXIMUM_ALLOWED, 0, &opened);
     const RegistryKeyHandle handle(opened);
     if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
         raiseCode(status);
@@ -267,7 +305,7 @@ bool keyExists(HKEY root, const wchar_t* key, unsigned view)
 bool valueExists(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
 {
     HKEY opened = nullptr;
-    LSTATUS status = keypath::open(root, key, 0, KEY_QUERY_VALUE | viewAccess(view), &opened);
+    LSTATUS status = openKey(root, key, view, KEY_QUERY_VALUE, 0, &opened);
     const RegistryKeyHandle handle(opened);
     if (status == ERROR_SUCCESS)
         status = RegQueryValueExW(opened, name, nullptr, nullptr, nullptr, nullptr);
@@ -276,16 +314,32 @@ bool valueExists(HKEY root, const wchar_t* key, const wchar_t* name, unsigned vi
     return status == ERROR_SUCCESS;
 }
 
+RegistryKeyHandle openItself(HKEY root, const wchar_t* key, unsigned view, REGSAM access)
+{
+    const std::vector<std::wstring> names = paths::namesOf(key);
+    if (names.empty())
+        return open(root, key, view, access);
+    const std::wstring& last = names.back();
+    KeyWay way = wayFrom(root, view);
+    const HKEY parent = way.open(std::wstring_view(key).substr(0, std::wstring_view(key).rfind(last)));
+    RegistryKeyHandle itself = open(parent, last.c_str(), view, access, REG_OPTION_OPEN_LINK);
+    // And what the whole path names is the same, in whatever view.
+    if (keypath::nameOf(itself.get()) !=
+        keypath::nameOf(open(root, key, view, access, REG_OPTION_OPEN_LINK).get()))
+        raiseCode(kStoppedOnSymlink);
+    return itself;
+}
+
 void deleteTree(HKEY root, const wchar_t* key, unsigned view)
 {
     requireOwnKey(root, key);
-    deleteKeyTree(open(root, key, view, DELETE | KEY_ENUMERATE_SUB_KEYS, REG_OPTION_OPEN_LINK));
+    deleteKeyTree(openItself(root, key, view, DELETE | KEY_ENUMERATE_SUB_KEYS));
 }
 
 void deleteValue(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
 {
     HKEY opened = nullptr;
-    LSTATUS status = keypath::open(root, key, 0, KEY_SET_VALUE | viewAccess(view), &opened);
+    LSTATUS status = openKey(root, key, view, KEY_SET_VALUE, 0, &opened);
     const RegistryKeyHandle handle(opened);
     if (status == ERROR_SUCCESS && keypath::isStandIn(opened, root))
         raiseCode(ERROR_NOT_SUPPORTED);
@@ -304,8 +358,8 @@ std::vector<TreeKey> readTree(HKEY root, const wchar_t* key, unsigned view)
         pending.pop_back();
         HKEY opened = nullptr;
         const LSTATUS status =
-            keypath::open(root, below(key, path).c_str(), path.empty() ? 0 : REG_OPTION_OPEN_LINK,
-                          KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | viewAccess(view), &opened);
+            openKey(root, below(key, path).c_str(), view, KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS,
+                    path.empty() ? 0 : REG_OPTION_OPEN_LINK, &opened);
         if (keypath::isMissing(status) && !path.empty())
             continue; // deleted since it was found
         requireSuccess(status);
@@ -328,22 +382,18 @@ void copyTree(HKEY sourceRoot, const wchar_t* source, HKEY targetRoot, const wch
 {
     requireOwnKey(targetRoot, target);
     // All of it first: the target may lie in the source.
-    for (const TreeKey& each : readTree(sourceRoot, source, view)) {
+    const std::vector<TreeKey> tree = readTree(sourceRoot, source, view);
+    KeyWay way = wayFrom(targetRoot, view);
+    for (const TreeKey& each : tree) {
         const std::wstring path = below(target, each.path);
-        if (!each.isLink) {
-            const RegistryKeyHandle key = createKey(targetRoot, path.c_str(), view);
-            for (const auto& [name, value] : each.values)
-                set(key.get(), name.c_str(), value.type, {value.data.data(), value.data.size()});
+        if (each.isLink) {
+            copyLink(each, way.make(path.substr(0, path.rfind(L'\\'))), path.substr(path.rfind(L'\\') + 1),
+                     view);
             continue;
         }
-        HKEY link = nullptr;
-        requireSuccess(RegCreateKeyExW(targetRoot, path.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK,
-                                       KEY_SET_VALUE | KEY_CREATE_LINK | viewAccess(view), nullptr, &link,
-                                       nullptr));
-        const RegistryKeyHandle key(link);
+        const HKEY key = way.make(path);
         for (const auto& [name, value] : each.values)
-            if (value.type == REG_LINK)
-                set(link, kLinkValue, REG_LINK, {value.data.data(), value.data.size()});
+            set(key, name.c_str(), value.type, {value.data.data(), value.data.size()});
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "core/win32/utils/files/include/Files.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/registry/include/Registry.h"
 #include "core/win32/utils/strings/include/Strings.h"
 
@@ -82,6 +83,18 @@ std::wstring dataText(const registry::Value& value)
     return L"hex(" + type + L"):" + hexList(value.data);
 }
 
+/// Whether the registry takes all names of a key, and the value's.
+void requireNames(std::wstring_view key, std::wstring_view value)
+{
+    constexpr std::size_t kMostLevels = 512;
+    const std::vector<std::wstring> names = paths::namesOf(key);
+    if (names.size() > kMostLevels || key.find(L'\0') != std::wstring_view::npos ||
+        value.find(L'\0') != std::wstring_view::npos || value.size() > registry::kLongestValueName ||
+        std::any_of(names.begin(), names.end(),
+                    [](const std::wstring& name) { return name.size() > keyway::kLongestName; }))
+        raiseCode(ERROR_INVALID_DATA);
+}
+
 void requireWritable(std::wstring_view name)
 {
     if (name.find_first_of(std::wstring_view(L"\r\n\0", 3)) != std::wstring_view::npos)
@@ -115,11 +128,13 @@ public:
                 if (text.back() != L']' || text.size() < 3 || text[1] == L'-') // which would delete the key
                     refuse();
                 auto [root, path] = registry::parsePath(text.substr(1, text.size() - 2));
+                requireNames(path, {});
                 keys.push_back({root, std::move(path), {}});
             } else if (keys.empty()) {
                 refuse();
             } else {
                 std::wstring name = valueName(text);
+                requireNames({}, name);
                 keys.back().values.push_back({std::move(name), data(text)});
             }
         }
@@ -270,6 +285,7 @@ void exportText(HKEY root, const wchar_t* key, unsigned view, const wchar_t* fil
 void importText(const wchar_t* file, unsigned view)
 {
     constexpr unsigned long long kMost = 1ULL << 28U;
+    static_cast<void>(wayFrom(HKEY_CURRENT_USER, view)); // a view that is none
     const std::vector<unsigned char> bytes = files::readAll(file, kMost);
     std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
     if (text.empty() || bytes.size() % sizeof(wchar_t) != 0)
@@ -278,12 +294,14 @@ void importText(const wchar_t* file, unsigned view)
     if (text.front() != kMark)
         raiseCode(ERROR_INVALID_DATA);
     const std::vector<ReadKey> keys = Reader(std::wstring_view(text).substr(1)).read();
+    std::vector<std::pair<HKEY, KeyWay>> ways; // from each root that the text names
     for (const ReadKey& key : keys) {
-        if (key.values.empty() && !keyExists(key.root, key.path.c_str(), view))
-            createKey(key.root, key.path.c_str(), view);
+        auto way = std::find_if(ways.begin(), ways.end(), [&](auto& each) { return each.first == key.root; });
+        if (way == ways.end())
+            way = ways.insert(way, {key.root, wayFrom(key.root, view)});
+        const HKEY made = way->second.make(key.path);
         for (const auto& [name, value] : key.values)
-            write(key.root, key.path.c_str(), name.c_str(), view, value.type,
-                  {value.data.data(), value.data.size()});
+            set(made, name.c_str(), value.type, {value.data.data(), value.data.size()});
     }
 }
 } // namespace registry

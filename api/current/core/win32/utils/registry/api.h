@@ -10,7 +10,12 @@
 // A key is a root (HKEY_LOCAL_MACHINE and the like, or an open key) and a path below it, of any length. The
 // view is 64, 32, or 0 for the caller's own. HKEY_CURRENT_USER is the one of the process: in a service
 // RegistryOpenUserHive gives the user's. A value's name may be empty: that is the key's unnamed value. Keys
-// that stand for performance data are refused with 50.
+// that stand for performance data, and such roots, are refused with 50.
+//
+// Reading and writing of values goes through links as the system does. What deletes, copies or imports goes
+// through none, neither in the path that it is given nor below: it ends with 681 (ERROR_STOPPED_ON_SYMLINK)
+// instead of changing keys that nobody named. Links that the system itself keeps (CurrentControlSet,
+// Software\Classes in a user's hive, those between the two views) are followed on the way.
 
 extern "C" {
 /// A text, up to its first zero, whether or not its writer ended it with one.
@@ -67,8 +72,8 @@ SYSMAINT_API long RegistryValueExists(HKEY root, const wchar_t* key, const wchar
 /// Deletes a key with all that is below it. Links are deleted as themselves, never followed.
 ///
 /// @return 0; 87 (also a path that names no key below the root); 8; 2; 50 (HKEY_CLASSES_ROOT, which shows two
-/// hives as one);
-///         or the system's code of the first key that cannot go
+/// hives as one); 681 (a link is on the way: nothing is deleted); or the system's code of the first key that
+/// cannot go
 SYSMAINT_API long RegistryDeleteTree(HKEY root, const wchar_t* key, unsigned int view);
 
 /// @return 0 (also when value or key is not there), 87, 8, or the system's code
@@ -78,8 +83,9 @@ SYSMAINT_API long RegistryDeleteValueIfPresent(HKEY root, const wchar_t* key, co
 /// Copies the values and keys of one key into another, which is made or added to. All is read first. Links
 /// are copied as links; access lists are not copied.
 ///
-/// @return 0; 87 (also a target that names no key below its root); 8; 2; 50 (as RegistryDeleteTree); or the
-/// system's code
+/// @return 0; 87 (also a target that names no key below its root); 8; 2; 50 (as RegistryDeleteTree); 681 (the
+/// target has a link where a key is to be written) or 183 (a key where the source has a link): what comes
+/// before it is written; or the system's code
 SYSMAINT_API long RegistryCopyTree(HKEY sourceRoot, const wchar_t* source, HKEY targetRoot,
                                    const wchar_t* target, unsigned int view);
 
@@ -99,10 +105,11 @@ SYSMAINT_API long RegistryFormatPath(HKEY root, const wchar_t* key, wchar_t** te
 /// @return 0; 87; 6; 8; 2; 13 (a name that the form cannot hold); or the system's code
 SYSMAINT_API long RegistryExportText(HKEY root, const wchar_t* key, unsigned int view, const wchar_t* file);
 
-/// Writes what such a file says. It is checked as a whole before anything is written; forms that delete are
-/// refused.
+/// Writes what such a file says. It is checked as a whole before anything is written, the lengths of all
+/// names too; forms that delete are refused.
 ///
-/// @return 0, 87, 8, 13 (not such a file), 223 (over 256 MiB), or the system's code
+/// @return 0; 87; 8; 13 (not such a file); 161 (a root that there is not); 223 (over 256 MiB); 681 (a link
+/// stands where a key is to be written: what comes before it is written); or the system's code
 SYSMAINT_API long RegistryImportText(const wchar_t* file, unsigned int view);
 
 /// The hive of the user who is logged on in a session. Close it with RegCloseKey.

@@ -47,7 +47,7 @@ public:
             break;
         case 1: {
             const auto [root, key] = registry::parsePath(path);
-            m_key = registry::open(root, key.c_str(), 0, access, REG_OPTION_OPEN_LINK);
+            m_key = registry::openItself(root, key.c_str(), 0, access);
             handle = m_key.get();
             type = SE_REGISTRY_KEY;
             break;
@@ -118,6 +118,8 @@ std::wstring text(PSID sid)
 
 std::wstring fromAccount(const wchar_t* account)
 {
+    if (*account == L'\0') // the system would take it for the machine's own domain
+        raiseCode(ERROR_INVALID_PARAMETER);
     std::vector<unsigned char> sid(SECURITY_MAX_SID_SIZE);
     std::wstring domain(256, L'\0');
     for (;;) {
@@ -158,6 +160,9 @@ std::tuple<std::wstring, std::wstring, unsigned long> toAccount(const wchar_t* s
 
 bool isWellKnown(const wchar_t* sid, unsigned long kind)
 {
+    constexpr unsigned long kLast = 119; // WinBuiltinDeviceOwnersSid; older headers end before it
+    if (kind > kLast)
+        raiseCode(ERROR_INVALID_PARAMETER);
     return IsWellKnownSid(parsed(sid).get(), static_cast<WELL_KNOWN_SID_TYPE>(kind)) != FALSE;
 }
 } // namespace sids

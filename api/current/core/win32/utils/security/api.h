@@ -67,7 +67,7 @@ SYSMAINT_API long SessionImpersonate(unsigned long session, void** undo);
 SYSMAINT_API long SessionRevert(void* undo);
 
 /// @param account  "user" or "domain\user"
-/// @return 0, 87, 8, 1332 (unknown), or the system's code
+/// @return 0, 87 (also an empty text), 8, 1332 (unknown), or the system's code
 SYSMAINT_API long SidFromAccount(const wchar_t* account, wchar_t** sid);
 
 /// @param kind  receives a SID_NAME_USE
@@ -77,14 +77,15 @@ SYSMAINT_API long SidToAccount(const wchar_t* sid, wchar_t** domain, wchar_t** n
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long SidOfCurrentUser(wchar_t** sid);
 
-/// @param kind  a WELL_KNOWN_SID_TYPE
-/// @return 0, 87, 1337 (no SID)
+/// @param kind  a WELL_KNOWN_SID_TYPE, 0 to 119
+/// @return 0, 87 (also another kind), 1337 (no SID)
 SYSMAINT_API long SidIsWellKnown(const wchar_t* sid, unsigned long kind, int* is);
 
 /// Makes the current user the owner of an object, of a link the link's. Proven by simulation.
 ///
 /// @param kind  0: a file or folder; 1: a registry key ("HKLM\..."); 2: a service
-/// @return 0, 87, 8, 5, or the system's code
+/// @return 0, 87, 8, 5, 681 (a link is on the way to a key, as in this group's next two), or the system's
+/// code
 SYSMAINT_API long SecurityTakeOwnership(const wchar_t* path, unsigned long kind);
 
 /// Adds rights to those that a SID has on an object and on what is below it. An object without an access list

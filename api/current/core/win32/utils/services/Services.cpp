@@ -1,9 +1,13 @@
 #include "core/win32/utils/services/include/Services.h"
 
 #include <algorithm>
+#include <memory>
+#include <utility>
 #include <vector>
 
+#include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+#include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 namespace {
@@ -51,13 +55,79 @@ std::vector<unsigned char> filled(Fill&& fill)
     }
 }
 
-/// Counts a time-out down.
-class Deadline
+using SharedService = std::shared_ptr<const ServiceHandle>;
+
+/// A request to a service, made on a thread of its own: the system answers when the service's program has,
+/// which may take half a minute. Who waits no longer leaves it to end by itself.
+class Request
 {
 public:
-    Deadline(unsigned long timeout, HANDLE cancelEvent)
+    using Call = BOOL (*)(SC_HANDLE service);
+
+    Request(SharedService service, Call call)
+        : m_service(std::move(service)), m_call(call), m_answered(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+    {
+        if (!m_answered.isValid())
+            raiseLastError();
+    }
+    /// Returns 0 or the system's code. Raises 1223 and 258 as waitForEvent gives them.
+    static long make(const SharedService& service, Call call, DWORD timeout, HANDLE cancelEvent)
+    {
+        const auto request = std::make_shared<Request>(service, call);
+        auto owned = std::make_unique<std::shared_ptr<Request>>(request);
+        requireSuccess(KeptLibrary::hold());
+        const Win32Handle thread(CreateThread(nullptr, 0, &run, owned.get(), 0, nullptr));
+        if (!thread.isValid()) {
+            const long code = lastError();
+            KeptLibrary::release();
+            raiseCode(code);
+        }
+        static_cast<void>(owned.release());
+        requireSuccess(waitForEvent(request->m_answered.get(), timeout, cancelEvent));
+        return request->m_code;
+    }
+
+private:
+    static DWORD WINAPI run(void* argument)
+    {
+        const HMODULE own = KeptLibrary::reference();
+        {
+            const std::unique_ptr<std::shared_ptr<Request>> owned(
+                static_cast<std::shared_ptr<Request>*>(argument));
+            Request& request = **owned;
+            request.m_code = request.m_call(request.m_service->get()) ? ERROR_SUCCESS : lastError();
+            SetEvent(request.m_answered.get());
+        }
+        KeptLibrary::exitThread(own, 0);
+    }
+
+    SharedService m_service;
+    Call m_call;
+    Win32Handle m_answered;
+    long m_code = ERROR_SUCCESS;
+};
+
+/// Counts a time-out down.
+class ServiceWait
+{
+public:
+    ServiceWait(unsigned long timeout, HANDLE cancelEvent)
         : m_begin(GetTickCount64()), m_timeout(timeout), m_cancelEvent(cancelEvent)
     {
+        requireEvent(cancelEvent);
+    }
+    /// Makes a request. Returns its code; raises 1223, or 1460 when the time is over.
+    [[nodiscard]] long request(const SharedService& service, Request::Call call) const
+    {
+        const ULONGLONG gone = GetTickCount64() - m_begin;
+        const DWORD left = m_timeout == INFINITE ? INFINITE
+                           : gone < m_timeout    ? static_cast<DWORD>(m_timeout - gone)
+                                                 : 0;
+        try {
+            return Request::make(service, call, left, m_cancelEvent);
+        } catch (long code) {
+            raiseCode(code == WAIT_TIMEOUT ? ERROR_TIMEOUT : code);
+        }
     }
     /// Waits a moment. Raises 1223, or 1460 when the time is over.
     void pause() const
@@ -77,18 +147,21 @@ private:
     HANDLE m_cancelEvent;
 };
 
-void stopOne(const ServiceHandle& service, const Deadline& deadline)
+void stopOne(ServiceHandle opened, const ServiceWait& deadline)
 {
-    SERVICE_STATUS ignored;
+    const auto service = std::make_shared<const ServiceHandle>(std::move(opened));
     bool isAsked = false;
     for (;;) {
-        const DWORD state = statusOf(service).dwCurrentState;
+        const DWORD state = statusOf(*service).dwCurrentState;
         if (state == SERVICE_STOPPED)
             return;
         // One that is starting refuses until it runs.
         if (!isAsked && state != SERVICE_STOP_PENDING) {
-            isAsked = ControlService(service.get(), SERVICE_CONTROL_STOP, &ignored) != 0;
-            const long code = isAsked ? ERROR_SUCCESS : lastError();
+            const long code = deadline.request(service, [](SC_HANDLE handle) {
+                SERVICE_STATUS ignored;
+                return ControlService(handle, SERVICE_CONTROL_STOP, &ignored);
+            });
+            isAsked = code == ERROR_SUCCESS;
             if (!isAsked && code != ERROR_SERVICE_CANNOT_ACCEPT_CTRL && code != ERROR_SERVICE_NOT_ACTIVE)
                 raiseCode(code);
         }
@@ -155,12 +228,15 @@ unsigned long state(const wchar_t* name)
 
 void start(const wchar_t* name, unsigned long timeout, HANDLE cancelEvent)
 {
-    const Deadline deadline(timeout, cancelEvent);
-    const ServiceHandle service = open(name, SERVICE_START | SERVICE_QUERY_STATUS);
-    if (!StartServiceW(service.get(), 0, nullptr) && GetLastError() != ERROR_SERVICE_ALREADY_RUNNING)
-        raiseLastError();
+    const ServiceWait deadline(timeout, cancelEvent);
+    const auto service =
+        std::make_shared<const ServiceHandle>(open(name, SERVICE_START | SERVICE_QUERY_STATUS));
+    const long asked =
+        deadline.request(service, [](SC_HANDLE handle) { return StartServiceW(handle, 0, nullptr); });
+    if (asked != ERROR_SERVICE_ALREADY_RUNNING)
+        requireSuccess(asked);
     for (;;) {
-        const SERVICE_STATUS_PROCESS status = statusOf(service);
+        const SERVICE_STATUS_PROCESS status = statusOf(*service);
         if (status.dwCurrentState == SERVICE_RUNNING)
             return;
         if (status.dwCurrentState != SERVICE_START_PENDING) { // it began and gave up
@@ -176,8 +252,8 @@ void start(const wchar_t* name, unsigned long timeout, HANDLE cancelEvent)
 
 void stop(const wchar_t* name, bool withDependents, unsigned long timeout, HANDLE cancelEvent)
 {
-    const Deadline deadline(timeout, cancelEvent);
-    const ServiceHandle service =
+    const ServiceWait deadline(timeout, cancelEvent);
+    ServiceHandle service =
         open(name, SERVICE_STOP | SERVICE_QUERY_STATUS | (withDependents ? SERVICE_ENUMERATE_DEPENDENTS : 0));
     if (withDependents && statusOf(service).dwCurrentState != SERVICE_STOPPED) {
         DWORD count = 0;
@@ -190,7 +266,7 @@ void stop(const wchar_t* name, bool withDependents, unsigned long timeout, HANDL
         for (DWORD i = 0; i < count; ++i) // in the order in which they can be stopped
             stopOne(open(found[i].lpServiceName, SERVICE_STOP | SERVICE_QUERY_STATUS), deadline);
     }
-    stopOne(service, deadline);
+    stopOne(std::move(service), deadline);
 }
 
 void setStartType(const wchar_t* name, unsigned long type)

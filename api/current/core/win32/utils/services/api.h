@@ -25,17 +25,19 @@ SYSMAINT_API long ServiceGetConfig(const wchar_t* name, unsigned long* startType
 /// @return 0, 87, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceGetState(const wchar_t* name, unsigned long* state);
 
-/// Starts a service and waits until it runs; one that runs already is fine.
+/// Starts a service and waits until it runs; one that runs already is fine. The system's own call may take
+/// half a minute, until the service's program answers: it is made on another thread, so that time-out and
+/// event end the wait at once. The request itself cannot be taken back.
 ///
-/// @return 0; 87; 1067 or the service's own code (it began and gave up); 1223; 1460 (time over: it may still
-/// start);
+/// @return 0; 87; 8; 6 (no event); 1067 or the service's own code (it began and gave up); 1223; 1460 (time
+/// over: it may still start);
 ///         1060 (no such service), or the system's code
 SYSMAINT_API long ServiceStart(const wchar_t* name, unsigned long timeout, void* cancelEvent);
 
-/// Stops a service and waits until it stands; one that stands already is fine.
+/// Stops a service and waits until it stands; one that stands already is fine. Waits as ServiceStart does.
 ///
 /// @param withDependents  not 0: first those that depend on it; 0: then it refuses with 1051
-/// @return 0, 87, 8, 1051, 1223, 1460, 1060 (no such service), or the system's code
+/// @return 0, 87, 8, 6 (no event), 1051, 1223, 1460, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceStop(const wchar_t* name, int withDependents, unsigned long timeout,
                               void* cancelEvent);
 

@@ -132,7 +132,8 @@ void toBitmapFile(void* icon, const wchar_t* file)
 
 void destroy(void* icon)
 {
+    // Not every system that refuses says why.
     if (!windowLibrary().function<decltype(&DestroyIcon)>("DestroyIcon")(static_cast<HICON>(icon)))
-        raiseLastError();
+        raiseCode(ERROR_INVALID_CURSOR_HANDLE);
 }
 } // namespace icons

@@ -5,21 +5,35 @@
 #include <shlobj.h>
 #include <shobjidl.h>
 
+#include <cstring>
+#include <cwchar>
 #include <memory>
+#include <vector>
 
+#include "core/win32/utils/files/include/Files.h"
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
-#include "core/win32/utils/objectmanager/include/SystemText.h"
 #include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/paths/include/ShellFolder.h"
+#include "core/win32/utils/paths/include/Variables.h"
 #include "core/win32/utils/security/include/Security.h"
 
 namespace {
-constexpr std::size_t kLongestText = 32768;
+constexpr std::size_t kLongestText = 65536;      // what a shortcut can hold, and its terminator
+constexpr std::size_t kLongestArguments = 32767; // as of any command line, the terminator included
 
-void requireResult(HRESULT result)
+/// The Win32 code that says the same; `otherwise` for what only says that something failed.
+void requireResult(HRESULT result, long otherwise = ERROR_GEN_FAILURE)
 {
-    if (FAILED(result))
-        raiseCode(HRESULT_FACILITY(result) == FACILITY_WIN32 ? HRESULT_CODE(result) : result);
+    constexpr long kLastOfStorage = 0x70; // up to there the numbers are those of Win32
+    const long code = HRESULT_CODE(result);
+    if (SUCCEEDED(result))
+        return;
+    if (HRESULT_FACILITY(result) == FACILITY_WIN32 ||
+        (HRESULT_FACILITY(result) == FACILITY_STORAGE && code <= kLastOfStorage))
+        raiseCode(code);
+    raiseCode(result == E_NOTIMPL || result == E_NOINTERFACE || result == REGDB_E_CLASSNOTREG
+                  ? ERROR_NOT_SUPPORTED
+                  : otherwise);
 }
 
 struct Release
@@ -49,11 +63,16 @@ public:
             m_library.function<decltype(&CoUninitialize)>("CoUninitialize")();
     }
 
+    template <class Function>
+    [[nodiscard]] Function function(const char* name) const
+    {
+        return m_library.function<Function>(name);
+    }
     template <class T>
     [[nodiscard]] ComPtr<T> create(const CLSID& id) const
     {
         void* made = nullptr;
-        requireResult(m_library.function<decltype(&CoCreateInstance)>("CoCreateInstance")(
+        requireResult(function<decltype(&CoCreateInstance)>("CoCreateInstance")(
             id, nullptr, CLSCTX_INPROC_SERVER, __uuidof(T), &made));
         return ComPtr<T>(static_cast<T*>(made));
     }
@@ -71,6 +90,55 @@ ComPtr<T> asked(IUnknown& object)
     return ComPtr<T>(static_cast<T*>(found));
 }
 
+/// Whether a file begins as shortcuts do: with the length of their header, and their class.
+bool isShortcut(const std::vector<unsigned char>& file)
+{
+    constexpr DWORD kHeaderSize = 0x4C;
+    struct
+    {
+        DWORD size;
+        CLSID id;
+    } begin;
+    if (file.size() < kHeaderSize)
+        return false;
+    std::memcpy(&begin, file.data(), sizeof begin);
+    return begin.size == kHeaderSize && IsEqualGUID(begin.id, CLSID_ShellLink);
+}
+
+/// Raises 80 for a file that is there and no shortcut.
+void requireReplaceable(const std::wstring& path)
+{
+    constexpr unsigned long long kMost = 1U << 20U; // no shortcut is as large
+    try {
+        if (!isShortcut(files::readAll(path.c_str(), kMost)))
+            raiseCode(ERROR_FILE_EXISTS);
+    } catch (long code) {
+        if (code == ERROR_FILE_TOO_LARGE)
+            raiseCode(ERROR_FILE_EXISTS);
+        // What a folder is is told when it is written.
+        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND && code != ERROR_ACCESS_DENIED)
+            throw;
+    }
+}
+
+/// What an object that saves itself to a stream says.
+std::vector<unsigned char> savedBytes(const ComScope& com, IUnknown& object)
+{
+    IStream* made = nullptr;
+    requireResult(
+        com.function<decltype(&CreateStreamOnHGlobal)>("CreateStreamOnHGlobal")(nullptr, TRUE, &made));
+    const ComPtr<IStream> stream(made);
+    requireResult(asked<IPersistStream>(object)->Save(stream.get(), TRUE));
+    STATSTG state{};
+    requireResult(stream->Stat(&state, STATFLAG_NONAME));
+    requireResult(stream->Seek({}, STREAM_SEEK_SET, nullptr));
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(state.cbSize.QuadPart));
+    ULONG read = 0;
+    requireResult(stream->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &read));
+    bytes.resize(read);
+    return bytes;
+}
+
 /// The shell's library, which stays: it leaves windows and threads of its own behind.
 SystemLibrary shellLibrary()
 {
@@ -82,7 +150,8 @@ SystemLibrary shellLibrary()
 ComPtr<IShellLinkW> loadedLink(const ComScope& com, const wchar_t* link)
 {
     ComPtr<IShellLinkW> shortcut = com.create<IShellLinkW>(CLSID_ShellLink);
-    requireResult(asked<IPersistFile>(*shortcut)->Load(paths::normalize(link).c_str(), STGM_READ));
+    requireResult(asked<IPersistFile>(*shortcut)->Load(paths::normalize(link).c_str(), STGM_READ),
+                  ERROR_INVALID_DATA);
     return shortcut;
 }
 } // namespace
@@ -99,14 +168,23 @@ std::wstring folder(int number, unsigned long session)
 void createShortcut(const wchar_t* link, const wchar_t* target, const wchar_t* arguments, const wchar_t* icon,
                     int iconIndex)
 {
+    const std::wstring path = paths::normalize(link);
+    if (*target == L'\0')
+        raiseCode(ERROR_INVALID_PARAMETER);
+    // The shell would cut them.
+    if (std::wcslen(target) >= MAX_PATH || (icon != nullptr && std::wcslen(icon) >= MAX_PATH) ||
+        (arguments != nullptr && std::wcslen(arguments) >= kLongestArguments))
+        raiseCode(ERROR_FILENAME_EXCED_RANGE);
     const ComScope com;
     const ComPtr<IShellLinkW> shortcut = com.create<IShellLinkW>(CLSID_ShellLink);
-    requireResult(shortcut->SetPath(target));
+    requireResult(shortcut->SetPath(target), ERROR_INVALID_PARAMETER);
     if (arguments != nullptr)
         requireResult(shortcut->SetArguments(arguments));
     if (icon != nullptr)
         requireResult(shortcut->SetIconLocation(icon, iconIndex));
-    requireResult(asked<IPersistFile>(*shortcut)->Save(paths::normalize(link).c_str(), TRUE));
+    const std::vector<unsigned char> bytes = savedBytes(com, *shortcut);
+    requireReplaceable(path);
+    files::writeAtomically(path.c_str(), {bytes.data(), bytes.size()});
 }
 
 std::tuple<std::wstring, std::wstring, std::wstring> readShortcut(const wchar_t* link)
@@ -130,9 +208,7 @@ bool isShortcutBroken(const wchar_t* link)
     const std::wstring raw = std::get<0>(readShortcut(link));
     if (raw.empty())
         return false; // leads to something that is no file
-    const std::wstring target = systemText(
-        [&](wchar_t* text, DWORD size) { return ExpandEnvironmentStringsW(raw.c_str(), text, size); });
-    const std::wstring path = paths::normalize(target.c_str());
+    const std::wstring path = paths::normalize(variables::expand(raw));
     // What may come back is not gone: shares, media, drives that are not there now.
     if (path.size() < 3 || path[1] != L':' || GetDriveTypeW(path.substr(0, 3).c_str()) != DRIVE_FIXED)
         return false;
@@ -152,6 +228,7 @@ std::tuple<unsigned long long, unsigned long long> queryBin(const wchar_t* drive
 
 void emptyBin(const wchar_t* drive, HANDLE cancelEvent)
 {
+    requireEvent(cancelEvent);
     if (isCancelled(cancelEvent))
         raiseCode(ERROR_CANCELLED);
     if (std::get<1>(queryBin(drive)) == 0)

@@ -15,23 +15,25 @@ extern "C" {
 /// system's code
 SYSMAINT_API long ShellGetFolder(int folder, unsigned long session, wchar_t** path);
 
-/// `arguments` and `icon` may be null.
+/// Makes a shortcut, or replaces one (see FileWriteAtomically). `arguments` and `icon` may be null.
 ///
-/// @return 0, 87, 8, or the system's code
+/// @return 0; 87 (also an empty target); 8; 80 (there is a file that is no shortcut); 206 (target or icon
+/// with 260 characters or more, arguments with 32,767 or more: the shell would cut them); or the codes of
+/// FileWriteAtomically
 SYSMAINT_API long ShellCreateShortcut(const wchar_t* link, const wchar_t* target, const wchar_t* arguments,
                                       const wchar_t* icon, int iconIndex);
 
 /// What a shortcut says, variables unexpanded. The target is empty when it leads to something that is no
 /// file.
 ///
-/// @return 0, 87, 8, or the system's code
+/// @return 0, 87, 8, 13 (no shortcut), or the system's code
 SYSMAINT_API long ShellReadShortcut(const wchar_t* link, wchar_t** target, wchar_t** arguments,
                                     wchar_t** folder);
 
 /// Whether the target is a file or folder on a fixed drive and is not there. What may come back (shares,
 /// media, drives that are not there now) is not broken. Nothing is searched, shown or changed.
 ///
-/// @return 0, 87, 8, or the system's code
+/// @return 0, 87, 8, 13 (no shortcut), or the system's code
 SYSMAINT_API long ShellShortcutIsBroken(const wchar_t* link, int* isBroken);
 
 /// @param drive  "C:\", or null for all
@@ -41,7 +43,7 @@ SYSMAINT_API long RecycleBinQuery(const wchar_t* drive, unsigned long long* byte
 /// Empties the calling user's bin of a drive, or of all; an empty one is fine. The event is polled before it
 /// begins.
 ///
-/// @return 0, 87, 8, 1223, or the system's code
+/// @return 0, 87, 8, 6 (no event), 1223, or the system's code
 SYSMAINT_API long RecycleBinEmpty(const wchar_t* drive, void* cancelEvent);
 
 /// What the shell calls files like this one.
@@ -69,10 +71,12 @@ SYSMAINT_API long IconForPath(const wchar_t* path, int large, void** icon);
 
 /// Writes a BMP of 32 bits with transparency; an existing file is replaced.
 ///
-/// @return 0, 87, 8, 50 (black and white alone), 1402 (no icon), or the system's code
+/// @return 0, 87, 8, 50 (black and white alone), 1402 (no icon), or the codes of FileWriteAtomically
 SYSMAINT_API long IconToBitmapFile(void* icon, const wchar_t* file);
 
-/// @return 0, 87, 1402 (no icon)
+/// Gives an icon back, once: from then on its handle may be another icon's.
+///
+/// @return 0, 87, 1402 (no icon, as far as the system can tell)
 SYSMAINT_API long IconDestroy(void* icon);
 
 /// What the system says of a file's signature, its own or that of a catalogue which lists the file. Nothing

@@ -3,10 +3,12 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
+#include "core/win32/utils/strings/include/TextSearch.h"
 #include "core/win32/utils/strings/include/Unicode.h"
 #include "core/win32/utils/strings/include/WildcardMatcher.h"
 
@@ -19,40 +21,29 @@ class CharacterSet
 public:
     explicit CharacterSet(std::wstring_view characters)
     {
-        while (!characters.empty())
-            m_characters += unicode::nextCharacter(characters);
+        while (!characters.empty()) {
+            const char32_t c = unicode::nextCharacter(characters);
+            if (c < m_isSmall.size())
+                m_isSmall[c] = true;
+            else
+                m_others += c;
+        }
+        std::sort(m_others.begin(), m_others.end());
     }
-    [[nodiscard]] bool has(char32_t c) const noexcept { return m_characters.find(c) != std::u32string::npos; }
+    [[nodiscard]] bool has(char32_t c) const noexcept
+    {
+        return c < m_isSmall.size() ? m_isSmall[c] : std::binary_search(m_others.begin(), m_others.end(), c);
+    }
 
 private:
-    std::u32string m_characters;
+    std::array<bool, 256> m_isSmall{}; // what separators nearly always are
+    std::u32string m_others;
 };
 
 bool equals(std::wstring_view text, std::wstring_view other, bool ignoreCase) noexcept
 {
     return ignoreCase ? strings::equalsIgnoringCase(text, other) : text == other;
 }
-
-/// A text as it is, or folded.
-class Searched
-{
-public:
-    Searched(std::wstring_view text, bool ignoreCase) : m_view(text)
-    {
-        if (!ignoreCase)
-            return;
-        m_folded.assign(text);
-        std::transform(m_folded.begin(), m_folded.end(), m_folded.begin(), casefolding::fold);
-        m_view = m_folded;
-    }
-    Searched(const Searched&) = delete;
-    Searched& operator=(const Searched&) = delete;
-    [[nodiscard]] std::wstring_view view() const noexcept { return m_view; }
-
-private:
-    std::wstring m_folded;
-    std::wstring_view m_view;
-};
 
 bool isDigit(wchar_t c) noexcept
 {
@@ -103,11 +94,10 @@ std::wstring replaceAll(std::wstring_view text, std::wstring_view from, std::wst
 {
     if (from.empty())
         raiseCode(ERROR_INVALID_PARAMETER);
-    const Searched searched(text, ignoreCase);
-    const Searched wanted(from, ignoreCase);
+    const textsearch::Searcher wanted(from, ignoreCase);
     std::wstring result;
     std::size_t at = 0;
-    for (std::size_t found; (found = searched.view().find(wanted.view(), at)) != std::wstring_view::npos;
+    for (std::size_t found; (found = wanted.find(text, at)) != std::wstring_view::npos;
          at = found + from.size())
         result.append(text.substr(at, found - at)).append(to);
     return result.append(text.substr(at));
@@ -169,8 +159,7 @@ bool endsWith(std::wstring_view text, std::wstring_view suffix, bool ignoreCase)
 
 bool contains(std::wstring_view text, std::wstring_view part, bool ignoreCase)
 {
-    const Searched searched(text, ignoreCase);
-    return searched.view().find(Searched(part, ignoreCase).view()) != std::wstring_view::npos;
+    return textsearch::Searcher(part, ignoreCase).find(text, 0) != std::wstring_view::npos;
 }
 
 int compareNatural(std::wstring_view first, std::wstring_view second) noexcept

@@ -22,24 +22,89 @@ bool tokenAt(std::wstring_view text, std::wstring_view separators, unsigned long
 } // namespace
 
 namespace textsearch {
+Searcher::Searcher(std::wstring_view pattern, bool ignoreCase) noexcept
+    : m_pattern(pattern), m_ignoreCase(ignoreCase)
+{
+    std::size_t forward = 0;
+    std::size_t backward = 0;
+    const std::size_t first = largestSuffix(false, forward);
+    const std::size_t second = largestSuffix(true, backward);
+    m_cut = std::max(first, second);
+    m_period = first > second ? forward : backward;
+    m_isPeriodic = m_cut + m_period <= pattern.size();
+    for (std::size_t i = 0; m_isPeriodic && i < m_cut; ++i)
+        m_isPeriodic = at(i) == at(i + m_period);
+    if (!m_isPeriodic)
+        m_period = std::max(m_cut, pattern.size() - m_cut) + 1;
+}
+
+std::size_t Searcher::largestSuffix(bool isReversed, std::size_t& period) const noexcept
+{
+    std::size_t begin = 0;  // of the largest suffix of what has been looked at
+    std::size_t other = 1;  // of the one that it is compared with
+    std::size_t length = 0; // that both have in common, within one period
+    period = 1;
+    while (other + length < m_pattern.size()) {
+        const wchar_t a = at(other + length);
+        const wchar_t b = at(begin + length);
+        if (a == b) {
+            if (++length == period) {
+                other += period;
+                length = 0;
+            }
+        } else if ((a < b) != isReversed) {
+            other += length + 1;
+            length = 0;
+            period = other - begin;
+        } else {
+            begin = other++;
+            length = 0;
+            period = 1;
+        }
+    }
+    return begin;
+}
+
+std::size_t Searcher::find(std::wstring_view text, std::size_t from) const noexcept
+{
+    if (from > text.size())
+        return std::wstring_view::npos;
+    const std::size_t size = m_pattern.size();
+    const auto equals = [&](std::size_t place, std::size_t i) { return at(i) == folded(text[place + i]); };
+    std::size_t known = 0; // so many characters at the beginning are known to be equal
+    for (std::size_t place = from; text.size() - place >= size;) {
+        std::size_t i = std::max(m_cut, known);
+        while (i < size && equals(place, i))
+            ++i;
+        if (i < size) {
+            place += i - m_cut + 1;
+            known = 0;
+        } else {
+            i = m_cut;
+            while (i > known && equals(place, i - 1))
+                --i;
+            if (i <= known)
+                return place;
+            place += m_period;
+            known = m_isPeriodic ? size - m_period : 0;
+        }
+        if (place > text.size())
+            break;
+    }
+    return std::wstring_view::npos;
+}
+
+wchar_t Searcher::folded(wchar_t c) const noexcept
+{
+    return m_ignoreCase ? casefolding::fold(c) : c;
+}
+
 const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept
 {
     if (text == nullptr || pattern == nullptr)
         return nullptr;
-    if (*pattern == L'\0')
-        return text;
-    const wchar_t first = casefolding::fold(*pattern);
-    for (; *text != L'\0'; ++text) {
-        if (casefolding::fold(*text) != first)
-            continue;
-        std::size_t i = 1;
-        // The terminator folds to itself and equals no other character, so this never runs past the text.
-        while (pattern[i] != L'\0' && casefolding::fold(text[i]) == casefolding::fold(pattern[i]))
-            ++i;
-        if (pattern[i] == L'\0')
-            return text;
-    }
-    return nullptr;
+    const std::size_t found = Searcher(pattern, true).find(text, 0);
+    return found == std::wstring_view::npos ? nullptr : text + found;
 }
 
 bool nextToken(std::wstring_view& rest, std::wstring_view separators, std::wstring_view& token) noexcept

@@ -4,41 +4,40 @@
 
 #include <userenv.h>
 
-#include <algorithm>
-
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
-#include "core/win32/utils/objectmanager/include/SystemText.h"
+#include "core/win32/utils/paths/include/Variables.h"
 #include "core/win32/utils/registry/include/Registry.h"
 #include "core/win32/utils/security/include/Security.h"
+
+namespace {
+constexpr std::size_t kLongestValue = 32767; // of a variable
+}
 
 namespace environment {
 std::wstring expand(const wchar_t* text, unsigned long session)
 {
-    if (session == kOwn) {
-        std::wstring expanded = systemText(
-            [&](wchar_t* target, DWORD size) { return ExpandEnvironmentStringsW(text, target, size); });
-        expanded.resize(std::min(expanded.find(L'\0'), expanded.size()));
-        return expanded;
-    }
+    if (session == kOwn)
+        return variables::expand(text);
     const Win32Handle token = sessions::userToken(session);
     const SystemLibrary library(L"userenv.dll");
-    std::wstring expanded(1024, L'\0');
-    while (!library.function<decltype(&ExpandEnvironmentStringsForUserW)>("ExpandEnvironmentStringsForUserW")(
-        token.get(), text, expanded.data(), static_cast<DWORD>(expanded.size()))) {
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+    const auto expandOne =
+        library.function<decltype(&ExpandEnvironmentStringsForUserW)>("ExpandEnvironmentStringsForUserW");
+    return variables::expand(text, [&](const std::wstring& name) -> std::optional<std::wstring> {
+        const std::wstring variable = L"%" + name + L"%";
+        std::wstring value(kLongestValue + 1, L'\0');
+        if (!expandOne(token.get(), variable.c_str(), value.data(), static_cast<DWORD>(value.size())))
             raiseLastError();
-        expanded.resize(expanded.size() * 2);
-    }
-    expanded.resize(expanded.find(L'\0'));
-    return expanded;
+        value.resize(value.find(L'\0'));
+        return value == variable ? std::nullopt : std::optional(std::move(value));
+    });
 }
 
 std::wstring get(const wchar_t* name)
 {
-    if (GetEnvironmentVariableW(name, nullptr, 0) == 1) // an empty one has its terminator
-        return {};
-    return systemText(
-        [&](wchar_t* target, DWORD size) { return GetEnvironmentVariableW(name, target, size); });
+    const std::optional<std::wstring> value = variables::ofProcess(name);
+    if (!value)
+        raiseCode(ERROR_ENVVAR_NOT_FOUND);
+    return *value;
 }
 
 void setPersistent(const wchar_t* name, const wchar_t* text, bool forMachine)

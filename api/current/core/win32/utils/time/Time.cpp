@@ -22,6 +22,8 @@ unsigned long long fromUnix(long long seconds)
 
 long long toUnix(unsigned long long time)
 {
+    if (time > kLatest)
+        raiseCode(ERROR_INVALID_PARAMETER);
     return static_cast<long long>(time / kSecond) - static_cast<long long>(kUnixBegin);
 }
 
@@ -36,7 +38,10 @@ SYSTEMTIME fields(unsigned long long time)
 
 std::wstring toText(unsigned long long time)
 {
+    constexpr WORD kLastYear = 9999; // of four digits
     const SYSTEMTIME at = fields(time);
+    if (at.wYear > kLastYear)
+        raiseCode(ERROR_INVALID_PARAMETER);
     wchar_t text[48];
     const int length =
         std::swprintf(text, sizeof text / sizeof *text, L"%04u-%02u-%02uT%02u:%02u:%02u.%07lluZ", at.wYear,
@@ -78,10 +83,10 @@ unsigned long long fromText(std::wstring_view text)
     FILETIME file;
     if (!SystemTimeToFileTime(&at, &file))
         raiseCode(ERROR_INVALID_PARAMETER);
-    // Not every system refuses a day that the month does not have.
+    // Not every system refuses what the calendar does not have.
     const SYSTEMTIME back = fields(number(file));
-    if (back.wDay != at.wDay || back.wHour != at.wHour || back.wMinute != at.wMinute ||
-        back.wSecond != at.wSecond)
+    if (back.wYear != at.wYear || back.wMonth != at.wMonth || back.wDay != at.wDay ||
+        back.wHour != at.wHour || back.wMinute != at.wMinute || back.wSecond != at.wSecond)
         raiseCode(ERROR_INVALID_PARAMETER);
     return number(file) + fraction;
 }

@@ -13,16 +13,16 @@ SYSMAINT_API long TimeFromUnix(long long seconds, unsigned long long* time);
 
 /// A time in whole seconds since 1970, rounded down.
 ///
-/// @return 0, 87
+/// @return 0, 87 (also a time above 2^63 - 1)
 SYSMAINT_API long TimeToUnix(unsigned long long time, long long* seconds);
 
-/// "2026-11-21T19:03:07.0000000Z": UTC, all digits, so that texts sort as their times do up to the year 9999.
+/// "2026-11-21T19:03:07.0000000Z": UTC, all digits, so that texts sort as their times do.
 ///
-/// @return 0, 87 (also a time that is none), 8
+/// @return 0, 87 (also a time behind the year 9999), 8
 SYSMAINT_API long TimeToText(unsigned long long time, wchar_t** text);
 
 /// The way back. The fraction may have one to seven digits or be left out with its dot; nothing else may.
 ///
-/// @return 0, 87
+/// @return 0, 87 (also any other text, a day that there is not, and one before 1601)
 SYSMAINT_API long TimeFromText(const wchar_t* text, unsigned long long* time);
 }

@@ -9,6 +9,7 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Paths.h"
 #include "core/win32/utils/strings/include/Strings.h"
 
 namespace {
@@ -36,6 +37,17 @@ std::wstring withBackslash(const wchar_t* root)
     if (name.back() != L'\\')
         name += L'\\';
     return name;
+}
+
+/// Whether a path, closed by a backslash, is a volume's or a share's root.
+bool isRoot(const std::wstring& path)
+{
+    try {
+        static_cast<void>(paths::parent(paths::normalize(path)));
+        return false;
+    } catch (long) {
+        return true;
+    }
 }
 
 void add(RecordList<VolumeRecord>& records, const std::wstring& root)
@@ -94,7 +106,10 @@ unsigned long clusterSize(const wchar_t* root)
     DWORD bytes = 0;
     DWORD free = 0;
     DWORD all = 0;
-    if (!GetDiskFreeSpaceW(withBackslash(root).c_str(), &sectors, &bytes, &free, &all))
+    const std::wstring name = withBackslash(root);
+    if (!isRoot(name))
+        raiseCode(ERROR_INVALID_NAME);
+    if (!GetDiskFreeSpaceW(name.c_str(), &sectors, &bytes, &free, &all))
         raiseLastError();
     return sectors * bytes;
 }

@@ -13,7 +13,7 @@ extern "C" {
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long VolumeEnumerate(struct VolumeRecord** records, size_t* count);
 
-/// @return 0, 87, 8, 123, or the system's code
+/// @return 0, 87, 8, 123 (a folder, the one that a volume is mounted to among them), or the system's code
 SYSMAINT_API long VolumeGetClusterSize(const wchar_t* root, unsigned long* bytes);
 
 /// Whether the device says that seeking costs nothing. Proven by simulation.

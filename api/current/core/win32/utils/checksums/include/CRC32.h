@@ -12,7 +12,9 @@ Take takePortably;
 /// By multiplication without carry, as in Gopal, Ozturk, Guilford and others, "Fast CRC Computation for
 /// Generic Polynomials Using PCLMULQDQ Instruction", Intel, 2009. Only where processor::features().clmul.
 Take takeWithExtensions;
-/// The faster of those that this processor has.
+/// The same, two times as wide. Only where processor::features().wideClmul.
+Take takeWithWideExtensions;
+/// The fastest of those that this processor has.
 [[nodiscard]] Take& fastestTake() noexcept;
 } // namespace crc
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <immintrin.h>
 #include <intrin.h>
 
 #if defined(__GNUC__) || defined(__clang__)
@@ -15,9 +16,19 @@
 namespace processor {
 struct Features
 {
-    bool sha = false;   ///< the SHA extensions, and the SSSE3 and SSE4.1 that the code for them needs
-    bool clmul = false; ///< multiplication without carry, and SSE4.1
+    bool sha = false;       ///< the SHA extensions, and the SSSE3 and SSE4.1 that the code for them needs
+    bool clmul = false;     ///< multiplication without carry, and SSE4.1
+    bool wideClmul = false; ///< the same for 256 bits, AVX2, and a system that keeps their registers
 };
+
+/// Whether the system saves the registers of 256 bits when it switches threads. Only where XGETBV may be
+/// asked.
+SYSMAINT_INSTRUCTIONS("xsave")
+inline bool keepsWideRegisters() noexcept
+{
+    constexpr unsigned long long kWide = 0x6; // those of 128 bits, and their upper halves
+    return (_xgetbv(0) & kWide) == kWide;
+}
 
 /// Asked once.
 inline const Features& features() noexcept
@@ -26,7 +37,10 @@ inline const Features& features() noexcept
         constexpr int kClmul = 1 << 1;
         constexpr int kSsse3 = 1 << 9;
         constexpr int kSse41 = 1 << 19;
-        constexpr int kSha = 1 << 29; // of leaf 7
+        constexpr int kSaves = 1 << 27; // the system has switched XGETBV on
+        constexpr int kSha = 1 << 29;   // of leaf 7, as the next two
+        constexpr int kAvx2 = 1 << 5;
+        constexpr int kWideClmul = 1 << 10;
         Features result;
         int leaf[4];
         __cpuid(leaf, 0);
@@ -35,10 +49,12 @@ inline const Features& features() noexcept
         const bool sse41 = (leaf[2] & kSse41) != 0;
         const bool ssse3 = (leaf[2] & kSsse3) != 0;
         result.clmul = sse41 && (leaf[2] & kClmul) != 0;
+        const bool wide = (leaf[2] & kSaves) != 0 && keepsWideRegisters();
         if (last < 7)
             return result;
         __cpuidex(leaf, 7, 0);
         result.sha = sse41 && ssse3 && (leaf[1] & kSha) != 0;
+        result.wideClmul = result.clmul && wide && (leaf[1] & kAvx2) != 0 && (leaf[2] & kWideClmul) != 0;
         return result;
     }();
     return found;

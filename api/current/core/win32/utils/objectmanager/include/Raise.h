@@ -23,6 +23,14 @@ template <std::integral Code>
     raiseCode(lastError());
 }
 
+/// Raises the system's code, 6 for what is no handle, when a cancel event cannot be asked: nobody could stop
+/// what goes on with it. A null event is fine.
+inline void requireEvent(HANDLE cancelEvent)
+{
+    if (cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED)
+        raiseLastError();
+}
+
 /// Raises `code` as a bare long unless it is 0.
 inline void requireSuccess(long code)
 {

@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <vector>
 
 /// Implementations of the exported path functions; see api.h. They raise bare codes.
 namespace paths {
@@ -23,6 +24,8 @@ namespace paths {
 [[nodiscard]] bool isProtected(std::wstring_view path);
 [[nodiscard]] std::wstring makeUnique(std::wstring_view folder, std::wstring_view stem,
                                       std::wstring_view extension);
+/// The names between backslashes, in their order.
+[[nodiscard]] std::vector<std::wstring> namesOf(std::wstring_view path);
 /// The path without closing separators, except a root's.
 [[nodiscard]] std::wstring_view withoutClosing(std::wstring_view path) noexcept;
 [[nodiscard]] bool isValidFileName(std::wstring_view name) noexcept;

@@ -8,9 +8,12 @@
 #include <vector>
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/registry/include/KeyWay.h"
 
 /// What the exported registry functions do; see api.h. They raise bare codes. A view is 0, 32 or 64.
 namespace registry {
+inline constexpr std::size_t kLongestValueName = 16383;
+
 struct Value
 {
     DWORD type = REG_NONE;
@@ -20,8 +23,14 @@ struct Value
 /// Opens a key; never one of the predefined handles that some keys give.
 [[nodiscard]] RegistryKeyHandle open(HKEY root, const wchar_t* key, unsigned view, REGSAM access,
                                      DWORD options = 0);
+/// Opens a key as itself, through no link on the way either (KeyWay).
+[[nodiscard]] RegistryKeyHandle openItself(HKEY root, const wchar_t* key, unsigned view, REGSAM access);
 /// Opens a key for writing, and makes it and those above it where they are not there.
 RegistryKeyHandle createKey(HKEY root, const wchar_t* key, unsigned view);
+/// The way from a root to keys that are changed, in a view.
+[[nodiscard]] KeyWay wayFrom(HKEY root, unsigned view);
+/// Writes a value of an open key.
+void set(HKEY key, const wchar_t* name, DWORD type, std::basic_string_view<unsigned char> data);
 [[nodiscard]] Value read(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view);
 void write(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view, unsigned long type,
            std::basic_string_view<unsigned char> data);

@@ -6,6 +6,30 @@
 
 /// Searching and taking apart of texts, behind the exported string functions.
 namespace textsearch {
+/// Finds one pattern in texts, in time that grows with the text alone and without memory of its own: the
+/// two-way algorithm of Crochemore and Perrin, "Two-way string-matching", Journal of the ACM 38 (1991). The
+/// pattern is cut in two where no shorter period goes across the cut; what is right of it is compared first.
+class Searcher
+{
+public:
+    /// `pattern` must outlive this object.
+    Searcher(std::wstring_view pattern, bool ignoreCase) noexcept;
+    /// The first place at or behind `from`, or npos. An empty pattern is everywhere.
+    [[nodiscard]] std::size_t find(std::wstring_view text, std::size_t from) const noexcept;
+
+private:
+    [[nodiscard]] wchar_t folded(wchar_t c) const noexcept;
+    [[nodiscard]] wchar_t at(std::size_t i) const noexcept { return folded(m_pattern[i]); }
+    /// Where the largest suffix begins, by the order of the characters or the reversed one, and its period.
+    std::size_t largestSuffix(bool isReversed, std::size_t& period) const noexcept;
+
+    std::wstring_view m_pattern;
+    bool m_ignoreCase;
+    std::size_t m_cut = 0;
+    std::size_t m_period = 1;
+    bool m_isPeriodic = false;
+};
+
 /// The first place of `pattern` in `text` without regard to case, or null.
 [[nodiscard]] const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept;
 
