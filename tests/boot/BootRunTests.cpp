@@ -40,6 +40,10 @@ protected:
             {line(L"report", L"1*\t*1000"), L"report", false},
             {line(L"windows\\temp\\x.tmp"), L"windows/temp/x.tmp", false},
             {line(L"windows\\setup.log"), L"windows/setup.log", false},
+            {line(L"folder\\nt\\setup.log"), L"folder/nt/setup.log", false},
+            {line(L"folder\\nt\\win.ini"), L""},
+            {line(L"folder\\nt\\system32\\config\\system"), L""},
+            {line(L"bootmgr"), L""}, // beside the Windows folder, by whatever path
             {lineOf(L"\\??\\" + shortName()), L"a rather long name.text", false},
             {line(L"nothing"), L"", false},
             {line(L"no folder\\report"), L"", false},
@@ -130,7 +134,9 @@ TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
             if (expected.count(name) == 0)
                 write(name, bytes);
     }
-    EXPECT_NE(read(L"windows/sysmaint-boot.log").find("l\0e\0f\0t\0:\0"), std::string::npos);
+    EXPECT_NE(log().find(L"left: not the plain path of a file on a drive: *FileShred*<09>*"),
+              std::wstring::npos);
+    EXPECT_NE(log().find(L"\\re<09>port*"), std::wstring::npos);
 }
 
 /// Lists that are not as they should be lose no line, and can be added to afterwards.
@@ -155,7 +161,13 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
         {L"junk\r\n\r\n" + line(L"report"), L"junk\r\n"},
         {kHeader + line(L"report") + half, half + L"?\r\n"},
         {kHeader + line(L"report") + half, half + L"?\r\n", true},
-        {kHeader + cut, cut + L"?\r\n"}, // a number may be cut off as well
+        {kHeader + cut, cut + L"?\r\n"},                     // a number may be cut off as well
+        {kHeader + half + line(L"report"), half + L"?\r\n"}, // and a line that came behind it
+        {kHeader + cut + half + L"*File" + line(L"report") + half,
+         cut + L"?\r\n" + half + L"*File?\r\n" + half + L"?\r\n"},
+        {kHeader + cut + L"\r" + line(L"report"), cut + L"\r?\r\n"},
+        {L"\xFEFF" + line(L"report"), L""},
+        {L"\xFEFF" + kHeader + line(L"folder") + line(L"report"), line(L"folder")},
         {kHeader + std::wstring(30, L'-') + L"\r\n" + line(L"report"), L""},
         {many, std::wstring(many).erase(many.find(line(L"report")), line(L"report").size())},
     };
@@ -176,6 +188,23 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
     }
 }
 
+/// What is not there costs next to nothing, however much of it is listed.
+TEST_F(BootRunTest, TakesManyMissingFilesOffAtOnce)
+{
+    std::wstring missing;
+    for (int i = 0; i < 2000; ++i)
+        missing += line(L"none" + std::to_wstring(i));
+    setList(kHeader + missing + line(L"report") + line(L"folder") + missing);
+    std::map<const void*, int> calls;
+    WatchedApi watched([&](int, const void* function) { return ++calls[function], WatchedApi::kGoOn; });
+    EXPECT_EQ(run(watched.api).gone, 4000U);
+    EXPECT_EQ(list(), line(L"folder"));
+    EXPECT_FALSE(isThere(L"report"));
+    EXPECT_LT(calls[reinterpret_cast<void*>(native::systemApi().writeFile)], 30);
+    EXPECT_LT(calls[reinterpret_cast<void*>(native::systemApi().flushFile)], 5);
+    EXPECT_LT(watched.calls(), 4000 + 200); // each is looked for
+}
+
 /// Runs over three files that go and one that does not.
 class BootCallTest : public BootRunTest
 {
@@ -193,8 +222,8 @@ protected:
         for (const std::wstring& name : listed)
             write(name, "listed");
         before = files();
-        setList(kHeader + line(L"report", L"2*\t*1") + line(L"folder\\x") + line(L"windows") +
-                line(L"windows\\temp\\x.tmp", L"2*\t*2"));
+        setList(kHeader + line(L"report", L"2*\t*1") + line(L"none") + line(L"none\\at all") +
+                line(L"folder\\x") + line(L"windows") + line(L"windows\\temp\\x.tmp", L"2*\t*2"));
         isAdded = false;
         WatchedApi watched([&](int call, const void* function) {
             if (mode == kAdds && call >= at && !isAdded)
@@ -565,18 +594,29 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
                                               share, disposition, isById ? options - native::kById : options,
                                               rest...);
     };
-    const std::pair<const wchar_t*, bool> cases[] = {{L"windows\\system32", false},
-                                                     {L"windows", false},
-                                                     {L"folder", true},
-                                                     {L"windows\\temp", true},
-                                                     {L"", false}};
-    for (const auto& [folder, goes] : cases) {
+    constexpr const wchar_t* kNeeded = L"the system needs it";
+    const std::tuple<const wchar_t*, bool, const wchar_t*> cases[] = {
+        {L"windows\\system32", false, kNeeded},
+        {L"windows", false, kNeeded},
+        {L"folder\\nt", false, kNeeded},
+        {L"folder", true, L""},
+        {L"windows\\temp", true, L""},
+        {L"", false, L"it has other names, which cannot be told: the system may need it by one of them"}};
+    std::wstring left;
+    RunEvents events;
+    events.context = &left;
+    events.onLeft = [](void* context, Text, Text reason, native::Status) {
+        static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
+    };
+    for (const auto& [folder, goes, reason] : cases) {
         SCOPED_TRACE(folder);
+        left.clear();
         other = *folder == L'\0' ? L"" : (root / folder).wstring();
         write(L"report", "again");
         setList(kHeader + line(L"report"));
-        run(api);
+        run(api, events);
         EXPECT_EQ(isThere(L"report"), !goes);
         EXPECT_EQ(list(), goes ? L"" : line(L"report"));
+        EXPECT_EQ(left, reason);
     }
 }

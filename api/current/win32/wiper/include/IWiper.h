@@ -130,7 +130,8 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// has its name by then is another), and the list itself. So is a path that was found changed (681, 1006).
 /// The machine has to be restarted: with Fast Startup "Shut down" does not run the program. On a Remote
 /// Desktop host the list is found only if the calling program is marked as aware of terminal servers
-/// (/TSAWARE). A list with half a character at its end gets no further line.
+/// (/TSAWARE). A last line that was not written to its end is ended by "?" and a line end before another one
+/// is appended, so that it is neither taken for a whole one nor spoils that one.
 struct IWiper
 {
     virtual ~IWiper() = default;
