@@ -106,7 +106,7 @@ protected:
     }
     [[nodiscard]] std::wstring log() const
     {
-        const std::string bytes = read(L"windows/sysmaint-boot.log");
+        const std::string bytes = read((windows / L"sysmaint-boot.log").wstring());
         return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
     }
     /// Everything but what the program itself writes.
@@ -133,25 +133,26 @@ protected:
     }
     void setList(const std::wstring& text) const
     {
-        write(L"windows/ForceDelete.txt",
+        write((windows / kList).wstring(),
               {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
     }
     /// The list behind its header.
     [[nodiscard]] std::wstring list() const
     {
-        const std::string bytes = read(L"windows/ForceDelete.txt");
+        const std::string bytes = read((windows / kList).wstring());
         const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()),
                                 bytes.size() / sizeof(wchar_t));
         return text.substr(0, 4) == kHeader ? text.substr(4) : text;
     }
     RunReport run(const native::Api& api = native::systemApi(), const RunEvents& events = {}) const
     {
-        const std::wstring windows = L"\\??\\" + (root / L"windows").make_preferred().wstring();
-        return BootRun(api, Text(windows.data(), windows.size()), events).run();
+        const std::wstring folder = L"\\??\\" + windows.wstring();
+        return BootRun(api, Text(folder.data(), folder.size()), events).run();
     }
 
     static inline const std::wstring kHeader = std::wstring(L"\0\0\r\n", 4);
     static inline const std::wstring kList = L"ForceDelete.txt";
     std::filesystem::path root =
         (std::filesystem::temp_directory_path().root_path() / L"sysmaint-boot-tests").make_preferred();
+    std::filesystem::path windows = root / L"windows";
 };

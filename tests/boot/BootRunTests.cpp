@@ -1,5 +1,7 @@
 #include "BootRunTest.h"
 
+#include <process.h>
+
 #include <set>
 
 namespace {
@@ -211,13 +213,11 @@ class BootCallTest : public BootRunTest
 protected:
     enum Mode
     {
-        kStops, // after a call nothing more is done, as when the power fails
         kFails, // that call alone fails
         kAdds   // just before it somebody adds a line, as the library does
     };
 
-    /// The calls that were made.
-    int runWith(Mode mode, int at)
+    void prepare()
     {
         for (const std::wstring& name : listed)
             write(name, "listed");
@@ -225,10 +225,15 @@ protected:
         setList(kHeader + line(L"report", L"2*\t*1") + line(L"none") + line(L"none\\at all") +
                 line(L"folder\\x") + line(L"windows") + line(L"windows\\temp\\x.tmp", L"2*\t*2"));
         isAdded = false;
+    }
+    /// The calls that were made.
+    int runWith(Mode mode, int at)
+    {
+        prepare();
         WatchedApi watched([&](int call, const void* function) {
             if (mode == kAdds && call >= at && !isAdded)
                 isAdded = append();
-            const bool fails = mode == kStops ? call > at : mode == kFails && call == at;
+            const bool fails = mode == kFails && call == at;
             return fails && !isClose(function) ? kNoResources : WatchedApi::kGoOn;
         });
         run(watched.api);
@@ -236,7 +241,7 @@ protected:
     }
     bool append() const
     {
-        const std::wstring path = (root / L"windows/ForceDelete.txt").wstring();
+        const std::wstring path = (windows / kList).wstring();
         const HANDLE file =
             CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0, nullptr);
         if (file == INVALID_HANDLE_VALUE)
@@ -250,7 +255,7 @@ protected:
     /// What is still there waits, in the list or in what the next run finds; all others are as they were.
     void expectNothingLost() const
     {
-        const std::string old = read(L"windows/sysmaint-boot.old");
+        const std::string old = read((windows / L"sysmaint-boot.old").wstring());
         const std::wstring waits =
             list() + std::wstring(reinterpret_cast<const wchar_t*>(old.data()), old.size() / 2);
         const Files after = files();
@@ -279,7 +284,7 @@ protected:
             left.insert(text.substr(at, end - at));
         }
         EXPECT_EQ(left, isAdded ? std::set({line(L"windows"), added}) : std::set({line(L"windows")}));
-        EXPECT_FALSE(isThere(L"windows/sysmaint-boot.old") || isThere(L"windows/sysmaint-boot.new"));
+        EXPECT_FALSE(exists(windows / L"sysmaint-boot.old") || exists(windows / L"sysmaint-boot.new"));
     }
 
     const std::set<std::wstring> listed = {L"report", L"folder/x", L"windows/temp/x.tmp"};
@@ -290,7 +295,7 @@ protected:
 
 TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
 {
-    for (const Mode mode : {kStops, kFails, kAdds}) {
+    for (const Mode mode : {kFails, kAdds}) {
         constexpr int kNever = 1000000;
         int calls = runWith(mode, kNever);
         EXPECT_GT(calls, 80);
@@ -301,6 +306,35 @@ TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
             expectDone();
         }
     }
+}
+
+/// The program itself, as it is but for the name of the library that it imports: that one ends it, call by
+/// call, as a power cut would.
+TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
+{
+    wchar_t path[MAX_PATH];
+    windows.assign(path, path + GetWindowsDirectoryW(path, MAX_PATH));
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const auto folder = std::filesystem::path(path).parent_path();
+    std::string image = read((folder / L"sysmaint-boot.exe").wstring());
+    const std::string library = "ntdll.dll";
+    image.replace(image.find(library), library.size(), "death.dll");
+    EXPECT_EQ(image.find(library), std::string::npos);
+    const std::wstring program = (folder / L"dying-boot.exe").wstring();
+    write(program, image);
+    int deaths = 0;
+    for (bool isDead = true; isDead; ++deaths) {
+        SCOPED_TRACE(deaths);
+        prepare();
+        SetEnvironmentVariableW(L"SYSMAINT_DEATH_AT", std::to_wstring(deaths + 1).c_str());
+        isDead = _wspawnl(_P_WAIT, program.c_str(), L"boot", nullptr) == 99;
+        expectNothingLost();
+        expectDone();
+    }
+    EXPECT_GT(deaths, 50);
+    for (const wchar_t* name : {L"ForceDelete.txt", L"sysmaint-boot.log"})
+        std::filesystem::remove(windows / name);
+    std::filesystem::remove(program);
 }
 
 /// What this platform cannot make is told to the engine as the system would tell it.
