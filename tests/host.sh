@@ -311,9 +311,10 @@ rm -f "$work/record"
 run 2 restore delete 12 && says err '--yes'
 for number in 0 4294967296 12x -1 99999999999 '1 2'; do run 2 restore delete --yes -- "$number" && says err 'not the number'; done
 recorded ''
-run 0 restore delete 12 --yes && says err 'delete restore point 12' && recorded 'remove 12'
+run 0 restore delete 12 --yes && says err 'delete restore point 12' && says err 'removed' && recorded 'remove 12'
 SYSMAINT_RESTORE_ANSWERS=s13 run 1 restore delete 7 --yes && says err '(13)' && recorded 'remove 7'
-run 0 restore enable C:
+run 0 restore enable C: && says out 'System Restore is switched on for C:\'
+run 0 restore enable C: --json && says out '{"type":"enabled","drive":"C:\\"}'
 run 2 restore enable 'C:\windows'
 for words in '' status\ 1 'delete' 'enable' 'create a b' 'on'; do run 2 restore $words; done
 # The true version decides who is asked: the registry of the oldest has no such key, this WMI has no configuration.
@@ -335,13 +336,23 @@ run 0 wipe file "$(windows_path "$work/kept")" --restore-point --yes && recorded
 
 # The snapshot tool: it asks first, and no password is given on the command line.
 tool=$(windows_path "$(dirname "$host")/snapshot_tool.exe")
+: >"$work/x.cmd"
 lines() { recorded "$(printf '%s\n' "$@")"; }
 run 0 snapshot create 'a b' --tool "$tool" --comment 'c d' --user u && lines 'vrlcmd /n /name "a b" /comment "c d" /user "u"' vrlcmd /n /name 'a b' /comment 'c d' /user u
-SYSMAINT_SNAPSHOT_PASSWORD='p"' run 1 snapshot create n --tool "$tool" --password && says err '0xC0000001' && recorded ''
+SYSMAINT_SNAPSHOT_PASSWORD='p"' run 1 snapshot create n --tool "$tool" --password && says err 'the password holds a quote' && says err '0xC0000001' && recorded ''
+refuses() { local cause=$1; shift; run 1 snapshot "$@" && says err "$cause" && says err '0xC0000001' && recorded ''; }
+refuses 'the name ends in a backslash' create 'n\' --tool "$tool"
+refuses 'the comment holds a line end' create n --comment $'a\nb' --tool "$tool"
+SYSMAINT_SNAPSHOT_PASSWORD=$(printf 'p%.0s' {1..900}) refuses 'too long together' create n --comment "$(printf 'x%.0s' {1..31900})" --password --tool "$tool"
+refuses 'the user is empty or holds a blank' restore current --user 'a b' --yes --tool "$tool"
+refuses 'the time holds a quote' restore time 'a"' --yes --tool "$tool"
+refuses 'gives no time for that name' restore name none --yes --tool "$tool"
+refuses 'a batch file' create n --tool "$(windows_path "$work/x.cmd")"
 SYSMAINT_SNAPSHOT_PASSWORD=p run 0 snapshot restore baseline --tool "$tool" --user u --password --yes && lines 'vrlcmd /r /baseline  /user u /pass p' vrlcmd /r /baseline /user u /pass p
 run 0 snapshot restore time '14:07 x' --tool "$tool" --yes && lines 'vrlcmd /r /time "14:07 x"' vrlcmd /r /time '14:07 x'
-run 1 snapshot restore name none --tool "$tool" --yes && says err '0xC0000001' && recorded ''
-run 1 snapshot create n --tool 'C:\none.exe' && says out 'CreateProcess failed (2).'
+refuses 'there is no such program: C:\none.exe' create n --tool 'C:\none.exe'
+refuses 'there is no such program: C:\windows' create n --tool 'C:\windows'
+printf x >"$work/x.exe" && refuses 'no program' create n --tool "$(windows_path "$work/x.exe")" && says out 'CreateProcess failed (193).'
 run 2 snapshot create n --tool "$tool" --password && says err 'nobody to ask'
 run 2 snapshot create n --tool "$tool" --password geheim && run 2 snapshot geheim && ! grep -q geheim "$work/err" || fail 'a password is shown'
 run 2 snapshot restore current --tool "$tool" && says err '--yes'

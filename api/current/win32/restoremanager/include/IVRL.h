@@ -26,11 +26,11 @@ inline constexpr long kSnapshotNoMemory = static_cast<long>(0xC0000017);
 ///
 /// `tool` is the path of the program; a batch file (.bat, .cmd) is refused, because its interpreter would
 /// read the values as commands. No value becomes another argument of the tool, so refused are
-/// - between quotes (all values of createSnapshot, and times): a text that holds a quote, or ends in a
-///   backslash, which would take the closing quote's meaning away;
+/// - between quotes (all values of createSnapshot, and times): a text that holds a quote, a line end or a
+///   zero, or ends in a backslash, which would take the closing quote's meaning away;
 /// - without quotes (user and password of restoreSnapshot): a text that is empty, or holds a quote, a blank
-/// or
-///   a character below it.
+///   or a character below it;
+/// - a command line of more than 32,766 characters in all, the most that the system takes.
 /// A refused call starts nothing. All functions return an NT status: 0 once the tool has ended;
 /// kSnapshotFailed for a required value that is null or empty, a refused value or an unknown mode, when the
 /// tool cannot be started (then "CreateProcess failed (%d).\n" with the Win32 code is printed on the standard
