@@ -107,17 +107,19 @@ Result FileRemover::lookAtRoot()
     const Result result = placeOf(m_root, number, m_rootPlace);
     if (result.outcome != Outcome::kDone || m_rootPlace != Place::kElsewhere)
         return result;
-    const Told isSystem = isSystemFolder(m_api, m_root);
-    m_rootPlace = isSystem == Told::kNo ? Place::kElsewhere : Place::kSystem;
-    return kFine;
+    bool isSystem = false;
+    status = isSystemFolder(m_api, m_root, isSystem);
+    m_rootPlace = isSystem ? Place::kSystem : Place::kElsewhere;
+    return resultOf(status);
 }
 
 /// What a folder is to the system.
 Result FileRemover::placeOf(const NativeFile& folder, const FileNumber& number, Place& place) const
 {
-    const Told answer = number == m_windows.number() ? Told::kYes : isInstallation(m_api, folder);
-    place = answer == Told::kYes ? Place::kWindows : Place::kElsewhere;
-    return answer == Told::kNotTold ? Result{Outcome::kSystemFile, native::kSuccess} : kFine;
+    bool isWindows = number == m_windows.number();
+    const native::Status status = isWindows ? native::kSuccess : isInstallation(m_api, folder, isWindows);
+    place = isWindows ? Place::kWindows : Place::kElsewhere;
+    return resultOf(status);
 }
 
 /// From the root to the folder that the file is in, unless the last file was in the same. `name` is the
@@ -208,8 +210,8 @@ Result FileRemover::look(const NativeFile& folder, Text name, Text whole, Found&
         return {Outcome::kFollowed, native::kSuccess};
     if (((ofName | found.attributes) & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return {Outcome::kFolder, native::kSuccess};
-    if (const Told shared = m_windows.shares(m_root, file, found.number); shared != Told::kNo)
-        return {shared == Told::kYes ? Outcome::kSystemFile : Outcome::kOtherNames, native::kSuccess};
+    if (const Sharing sharing = m_windows.sharingOf(m_root, file, found.number); sharing != Sharing::kNone)
+        return {sharing == Sharing::kShared ? Outcome::kSystemFile : Outcome::kOtherNames, native::kSuccess};
     for (const FileNumber& kept : m_protected)
         if (kept.index != 0 && kept == found.number)
             return {Outcome::kSystemFile, native::kSuccess};

@@ -15,15 +15,14 @@ native::Status pathOf(const NativeFile& file, unsigned char* room, Text& path)
     return status;
 }
 /// Whether something stands under a path below a folder. Links on the way are followed.
-Told isThere(const native::Api& api, const NativeFile& folder, Text path)
+native::Status find(const native::Api& api, const NativeFile& folder, Text path, bool& isThere)
 {
     NativeFile file(api);
     const native::Status status = file.open(&folder, path, {});
-    if (status >= 0)
-        return Told::kYes;
+    isThere = status >= 0;
     const bool isMissing = status == native::kObjectNameNotFound || status == native::kObjectPathNotFound ||
                            status == native::kNoSuchFile || status == native::kNotAFolder;
-    return isMissing ? Told::kNo : Told::kNotTold;
+    return isMissing ? native::kSuccess : status;
 }
 
 /// What is of use by its place in a volume, or by its name.
@@ -37,14 +36,14 @@ bool isOfUseAnywhere(Text path)
 }
 } // namespace
 
-Told isInstallation(const native::Api& api, const NativeFile& folder)
+native::Status isInstallation(const native::Api& api, const NativeFile& folder, bool& isOne)
 {
-    return isThere(api, folder, L"System32\\config\\SYSTEM");
+    return find(api, folder, L"System32\\config\\SYSTEM", isOne);
 }
 
-Told isSystemFolder(const native::Api& api, const NativeFile& folder)
+native::Status isSystemFolder(const native::Api& api, const NativeFile& folder, bool& isOne)
 {
-    return isThere(api, folder, L"config\\SYSTEM");
+    return find(api, folder, L"config\\SYSTEM", isOne);
 }
 
 native::Status WindowsFolder::open(Text path)
@@ -70,26 +69,27 @@ native::Status WindowsFolder::open(Text path)
     return status;
 }
 
-Told WindowsFolder::shares(const NativeFile& root, const NativeFile& file, const FileNumber& number) const
+Sharing WindowsFolder::sharingOf(const NativeFile& root, const NativeFile& file,
+                                 const FileNumber& number) const
 {
     native::StandardInformation standard{};
     if (file.query(native::kStandardInformation, &standard, sizeof standard) < 0)
-        return Told::kNotTold;
+        return Sharing::kNotTold;
     if (standard.links <= 1)
-        return Told::kNo;
+        return Sharing::kNone;
     const bool isHere = number.volume == m_number.volume;
     auto* answer = m_scratch.as<unsigned char>() + kPart;
     if (file.query(native::kHardLinkInformation, answer, kPart) < 0)
-        return isHere ? Told::kNotTold : Told::kNo;
+        return isHere ? Sharing::kNotTold : Sharing::kNone;
     const auto& links = *reinterpret_cast<const native::LinksInformation*>(answer);
     answer += offsetof(native::LinksInformation, first);
     for (ULONG i = 0; i < links.count; ++i) {
         const auto& link = *reinterpret_cast<const native::LinkInformation*>(answer);
         if (isOfUse(root, isHere, link.folder, Text(link.name, link.nameLength)))
-            return Told::kYes;
+            return Sharing::kShared;
         answer += link.nextOffset;
     }
-    return Told::kNo;
+    return Sharing::kNone;
 }
 
 /// Of a name in the folder of this number.
@@ -116,10 +116,12 @@ bool WindowsFolder::isOfUse(const NativeFile& root, bool isHere, std::uint64_t f
         if (path[end] != L'\\')
             continue;
         NativeFile above(m_api);
-        const native::Status status = above.open(&root, path.first(end), {});
-        const Told answer = status < 0 ? Told::kNotTold : isInstallation(m_api, above);
-        if (answer != Told::kNo)
-            return answer == Told::kNotTold || systemfiles::isOfWindows(path.from(end + 1));
+        bool isOne = false;
+        native::Status status = above.open(&root, path.first(end), {});
+        if (status >= 0)
+            status = isInstallation(m_api, above, isOne);
+        if (status < 0 || isOne)
+            return status < 0 || systemfiles::isOfWindows(path.from(end + 1));
     }
     return false;
 }

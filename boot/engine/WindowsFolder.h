@@ -3,19 +3,19 @@
 #include "engine/NativeFile.h"
 #include "engine/PageBlock.h"
 
-/// What one may be asked about a folder.
-enum class Told
-{
-    kNo,
-    kYes,
-    kNotTold
-};
-
 /// Whether a folder is the Windows folder of an installation, which any volume may have: by the part of the
 /// registry that the system starts with.
-[[nodiscard]] Told isInstallation(const native::Api& api, const NativeFile& folder);
+native::Status isInstallation(const native::Api& api, const NativeFile& folder, bool& isOne);
 /// Whether it is the system's folder in such a one.
-[[nodiscard]] Told isSystemFolder(const native::Api& api, const NativeFile& folder);
+native::Status isSystemFolder(const native::Api& api, const NativeFile& folder, bool& isOne);
+
+/// Whether something is shared with the system.
+enum class Sharing
+{
+    kNone,
+    kShared,
+    kNotTold
+};
 
 /// The Windows folder: where the list is, and what is of use to the system.
 class WindowsFolder
@@ -32,7 +32,8 @@ public:
     /// Whether one of the names of an open file is of use, here or in the Windows folder of another
     /// installation on its volume, whose root is given: all names share the data. kNotTold when a file of
     /// this volume has several names and the system does not say which.
-    [[nodiscard]] Told shares(const NativeFile& root, const NativeFile& file, const FileNumber& number) const;
+    [[nodiscard]] Sharing sharingOf(const NativeFile& root, const NativeFile& file,
+                                    const FileNumber& number) const;
 
 private:
     bool isOfUse(const NativeFile& root, bool isHere, std::uint64_t folder, Text name) const;

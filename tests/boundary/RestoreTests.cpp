@@ -19,60 +19,47 @@ std::wstring security; // who may call in
 DWORD level = 0;
 
 // In the place of COM's functions.
-HRESULT initialize(void* reserved, DWORD kind)
-{
-    const HRESULT result = com.next();
-    const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
-    com.apartments += SUCCEEDED(real) ? 1 : 0;
-    return real;
-}
-void uninitialize()
-{
-    --com.apartments;
-    EXPECT_EQ(com.references, 0) << "released after COM";
-    ::CoUninitialize();
-}
-HRESULT initializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG, void*, void*, DWORD authentication)
-{
-    constexpr SECURITY_INFORMATION kAll =
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
-    wchar_t* text = nullptr;
-    ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, kAll, &text, nullptr);
-    security = text != nullptr ? text : L"";
-    level = authentication;
-    LocalFree(text);
-    return com.next();
-}
-HRESULT setProxyBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD impersonation)
-{
-    EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
-    return com.next();
-}
-BSTR allocString(const wchar_t* text)
-{
-    const bool failed = FAILED(com.next());
-    com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
-    com.texts += failed ? 0 : 1;
-    return failed ? nullptr : ::SysAllocString(text);
-}
-void freeString(BSTR text)
-{
-    com.texts -= text != nullptr ? 1 : 0;
-    ::SysFreeString(text);
-}
-HRESULT clearVariant(VARIANT* value)
-{
-    com.texts -= value->vt == VT_BSTR ? 1 : 0;
-    return ::VariantClear(value);
-}
 const std::map<std::string_view, void*> kReplaced{
-    {"CoInitializeEx", FakeObject::method(&initialize)},
-    {"CoUninitialize", FakeObject::method(&uninitialize)},
-    {"CoInitializeSecurity", FakeObject::method(&initializeSecurity)},
-    {"CoSetProxyBlanket", FakeObject::method(&setProxyBlanket)},
-    {"SysAllocString", FakeObject::method(&allocString)},
-    {"SysFreeString", FakeObject::method(&freeString)},
-    {"VariantClear", FakeObject::method(&clearVariant)}};
+    {"CoInitializeEx", FakeObject::method(+[](void* reserved, DWORD kind) {
+         const HRESULT result = com.next();
+         const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
+         com.apartments += SUCCEEDED(real) ? 1 : 0;
+         return real;
+     })},
+    {"CoUninitialize", FakeObject::method(+[] {
+         --com.apartments;
+         EXPECT_EQ(com.references, 0) << "released after COM";
+         ::CoUninitialize();
+     })},
+    {"CoInitializeSecurity",
+     FakeObject::method(+[](PSECURITY_DESCRIPTOR given, LONG, void*, void*, DWORD authentication) {
+         constexpr SECURITY_INFORMATION kAll =
+             OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+         wchar_t* text = nullptr;
+         ConvertSecurityDescriptorToStringSecurityDescriptorW(given, SDDL_REVISION_1, kAll, &text, nullptr);
+         security = text != nullptr ? text : L"";
+         level = authentication;
+         LocalFree(text);
+         return com.next();
+     })},
+    {"CoSetProxyBlanket", FakeObject::method(+[](void*, DWORD, DWORD, void*, DWORD, DWORD impersonation) {
+         EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+         return com.next();
+     })},
+    {"SysAllocString", FakeObject::method(+[](const wchar_t* text) {
+         const bool failed = FAILED(com.next());
+         com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
+         com.texts += failed ? 0 : 1;
+         return failed ? nullptr : ::SysAllocString(text);
+     })},
+    {"SysFreeString", FakeObject::method(+[](BSTR text) {
+         com.texts -= text != nullptr ? 1 : 0;
+         ::SysFreeString(text);
+     })},
+    {"VariantClear", FakeObject::method(+[](VARIANT* value) {
+         com.texts -= value->vt == VT_BSTR ? 1 : 0;
+         return ::VariantClear(value);
+     })}};
 
 class RestoreTest : public testing::Test
 {
@@ -89,8 +76,7 @@ protected:
                                               : reinterpret_cast<FARPROC>(found->second);
         });
         versions.setHook([this](auto, RTL_OSVERSIONINFOW* told) -> LONG {
-            told->dwMajorVersion = major;
-            told->dwMinorVersion = minor;
+            std::tie(told->dwMajorVersion, told->dwMinorVersion) = version;
             return 0;
         });
     }
@@ -129,7 +115,7 @@ protected:
     }
 
     std::string_view missing; // function
-    DWORD major = 10, minor = 0;
+    std::pair<DWORD, DWORD> version{10, 0};
     RestoreClient client{scratchFolder()};
     Replaced<"GetProcAddress", decltype(&GetProcAddress)> functions;
     Replaced<"RtlGetVersion", LONG(WINAPI*)(RTL_OSVERSIONINFOW*)> versions;
@@ -141,8 +127,7 @@ protected:
 // What stood there before stays unless a new one is made.
 TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 {
-    major = 6; // where nobody is asked about an older one
-    minor = 1;
+    version = {6, 1}; // where nobody is asked about an older one
     // The code, the number that is kept, that of the second call if it comes to it, and the client's answers.
     for (const wchar_t* row : {L"5 0 - e5", L"1058 0 - s1058", L"1003 0 - e0", L"5 0 12 n12 e5",
                                L"183 0 0 n0 n0", L"0 12 12 n12 n99", L"5 12 - e5", L"183 12 12 n12 n12",
@@ -181,14 +166,12 @@ TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
     expectCall(L"", ERROR_MOD_NOT_FOUND, L"", 12);
     expectCall(L"", ERROR_MOD_NOT_FOUND, L"");
     client.isMissing = false;
-    for (const auto& [function, fake] : kReplaced) {
+    for (const char* function :
+         {"CoInitializeEx", "CoUninitialize", "CoInitializeSecurity", "CoCreateInstance", "CoSetProxyBlanket",
+          "SysAllocString", "SysFreeString", "VariantClear", "SRRemoveRestorePoint"}) {
         missing = function;
         expectCall(L"", ERROR_PROC_NOT_FOUND, L"", 12);
     }
-    missing = "CoCreateInstance";
-    expectCall(L"", ERROR_PROC_NOT_FOUND, L"", 12);
-    missing = "SRRemoveRestorePoint";
-    expectCall(L"", ERROR_PROC_NOT_FOUND, L"", 12);
     missing = "SRSetRestorePointW";
     expectCall(L"", ERROR_PROC_NOT_FOUND, L"");
     EXPECT_EQ(number(), 0);
@@ -198,9 +181,8 @@ TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
 TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
 {
     const FakeWmi wmi;
-    major = 6;
     const auto create = [&](DWORD minorVersion, const wchar_t* description, int withheld, long failing) {
-        minor = minorVersion;
+        version = {6, minorVersion};
         VARIANT& listed = FakeWmi::properties[L"Description"] = FakeWmi::number(0, VT_BSTR);
         listed.bstrVal = ::SysAllocString(description);
         FakeWmi::withheld = withheld;
@@ -258,40 +240,36 @@ TEST_F(RestoreTest, AsksTheRegistryOrWmiAsTheVersionWants)
         "4 10 1 7  5 0 1 7  5 3 1 7  5 1 -1 1  5 2 -1 1  5 1 -2 27  5 1 0 1  5 2 1 0  5 1 2 0 "
         "5 2 -3 16307  6 0 1 1  6 1 1 1  6 3 1 1  10 0 1 1  11 0 1 1");
     int data = 0;
-    for (long expected = 0; rows >> major >> minor >> data >> expected;) {
+    for (long expected = 0; rows >> version.first >> version.second >> data >> expected;) {
         RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
         if (data != -1)
             RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, data == -2 ? L"Other" : L"DisableSR",
                             data == -3 ? REG_SZ : REG_DWORD, &data, sizeof data);
-        EXPECT_EQ(status(), expected) << major << "." << minor << ", " << data;
+        EXPECT_EQ(status(), expected) << version.first << "." << version.second << ", " << data;
     }
     EXPECT_TRUE(rows.eof());
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
     const Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> keys(
         [](auto...) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-    major = 5;
-    minor = 1;
+    version = {5, 1};
     EXPECT_EQ(status(), 57);
 }
 
 TEST_F(RestoreTest, TakesFromWmiWhatItSays)
 {
     const FakeWmi wmi;
-    const auto ask = [&](VARIANT interval) {
-        FakeWmi::properties[L"RPSessionInterval"] = interval;
-        return status();
-    };
-    EXPECT_EQ(ask(FakeWmi::number(1)), 1);
-    EXPECT_EQ(FakeWmi::takeAsked(), L"ROOT\\Default;WQL;SELECT * FROM SystemRestoreConfig;");
-    EXPECT_EQ(ask(FakeWmi::number(0)), 0);
-    EXPECT_EQ(ask(FakeWmi::number(-1, VT_UI4)), 1);
-    EXPECT_EQ(ask(FakeWmi::number(1, VT_NULL)), 137);
-    EXPECT_EQ(ask(FakeWmi::number(1, VT_BOOL)), 137);
-    FakeWmi::withheld = FakeWmi::kNextRow;
-    EXPECT_EQ(ask(FakeWmi::number(1)), 11687) << "no row";
-    FakeWmi::withheld = -1;
-    FakeWmi::properties.clear();
     EXPECT_EQ(status(), 0x1002 * 10 + 7) << "the property is missing";
+    EXPECT_EQ(FakeWmi::takeAsked(), L"ROOT\\Default;WQL;SELECT * FROM SystemRestoreConfig;");
+    // The interval, its type, and the status.
+    std::istringstream rows("1 3 1  0 3 0  -1 19 1  1 1 137  1 11 137");
+    int type = 0;
+    for (long interval = 0, expected = 0; rows >> interval >> type >> expected;) {
+        FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(interval, static_cast<VARTYPE>(type));
+        EXPECT_EQ(status(), expected) << interval << " of type " << type;
+    }
+    FakeWmi::withheld = FakeWmi::kNextRow;
+    EXPECT_EQ(status(), 11687) << "no row";
+    FakeWmi::withheld = -1;
     for (const long result : {0L, 5L}) {
         FakeWmi::takeAsked();
         FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(result);
@@ -311,8 +289,7 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
 {
     const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(0);
-    minor = 1;
-    major = 6;
+    version = {6, 1};
     int flag = 7;
     int point = 0;
     const std::pair<long, std::function<long()>> operations[] = {
