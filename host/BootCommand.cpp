@@ -10,7 +10,8 @@
 
 namespace {
 constexpr const wchar_t* kHelp =
-    LR"(usage: sysmaint boot list | status | install | uninstall | run [--yes] | add COMMAND | remove COMMAND
+    LR"(usage: sysmaint boot list | status | install | uninstall | run [--yes] | drop NUMBER [--yes]
+       sysmaint boot add COMMAND | remove COMMAND
 
 The files that wait for the restart to be overwritten and deleted, the program that does it, and the command
 lines that the system runs at its start, before anything else can open a file.
@@ -21,6 +22,8 @@ lines that the system runs at its start, before anything else can open a file.
   uninstall  undoes that; files that wait go on waiting
   run        does the program's work now: overwrites and deletes what waits, as far as it can be opened.
              Shows it first, and asks; --yes: does not ask
+  drop       takes one line off the list of files: its file stays as it is. The number is the one that list
+             shows. Shows the line first, and asks; --yes: does not ask
   add        appends a command line
   remove     removes every equal command line; case does not count
 
@@ -72,9 +75,11 @@ long listCommands()
 long listFiles()
 {
     const ForceDeleteList list = readForceDeleteList();
-    for (const std::wstring& file : list.files)
-        results().writeLine(L"file: " + printable(file));
-    if (!list.files.empty())
+    std::size_t number = 0;
+    for (const WaitingLine& line : list.lines)
+        results().writeLine((line.file.empty() ? L"line " : L"file ") + std::to_wstring(++number) + L": " +
+                            visibleText(line.file.empty() ? line.text : line.file));
+    if (list.lines.size() != list.wrongLines)
         messages().writeLine(kRestartAdvice);
     if (list.code == ERROR_BAD_ENVIRONMENT)
         messages().writeLine(
@@ -82,7 +87,7 @@ long listFiles()
             L"read a list there at the start");
     if (list.wrongLines != 0)
         messages().writeLine(L"boot: lines of ForceDelete.txt that name no file: " +
-                             formatCount(list.wrongLines));
+                             formatCount(list.wrongLines) + L"; 'sysmaint boot drop' takes them off");
     return list.wrongLines != 0 ? ERROR_INVALID_DATA : list.code;
 }
 
@@ -106,24 +111,63 @@ int install(bool isWanted)
     return report(code);
 }
 
+/// Asks whether to go on; otherwise says what was not done. Returns an ExitCode, kExitDone for a yes.
+int askFor(const wchar_t* otherwise)
+{
+    const Answer answer = ask(L"This cannot be undone. Go on? Type yes: ");
+    if (answer == Answer::kYes)
+        return kExitDone;
+    messages().writeLine(otherwise);
+    return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
+}
+
 /// Shows what would go, and asks.
 int runNow(bool yes)
 {
     const ForceDeleteList list = readForceDeleteList();
-    for (const std::wstring& file : list.files)
-        messages().writeLine(L"  " + printable(file));
-    messages().writeLine(L"wipe what waits for the restart, " + formatCount(list.files.size()) +
-                         (list.files.size() == 1 ? L" file" : L" files") +
+    for (const WaitingLine& line : list.lines)
+        if (!line.file.empty())
+            messages().writeLine(L"  " + visibleText(line.file));
+    const std::size_t files = list.lines.size() - list.wrongLines;
+    messages().writeLine(L"wipe what waits for the restart, " + formatCount(files) +
+                         (files == 1 ? L" file" : L" files") +
                          L", each as it was asked for; all names of a file share its data");
-    if (!yes) {
-        const Answer answer = ask(L"This cannot be undone. Go on? Type yes: ");
-        if (answer != Answer::kYes)
-            messages().writeLine(L"nothing was wiped");
-        if (answer != Answer::kYes)
-            return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
-    }
+    if (const int answer = yes ? kExitDone : askFor(L"nothing was wiped"); answer != kExitDone)
+        return answer;
     cancelEvent(); // from now on Ctrl+C only signals it
     return runBootProgram();
+}
+
+/// Takes off the one line that it has shown.
+int drop(const std::wstring& word, bool yes)
+{
+    constexpr std::size_t kMostDigits = 9;
+    const bool isNumber =
+        word.size() <= kMostDigits && word.find_first_not_of(L"0123456789") == std::wstring::npos;
+    const std::size_t number = isNumber ? std::stoul(word) : 0;
+    if (number == 0)
+        throw UsageError{printable(word) + L" is not the number of a line"};
+    const ForceDeleteList list = readForceDeleteList();
+    if (list.code != ERROR_SUCCESS)
+        return report(list.code);
+    if (number > list.lines.size()) {
+        messages().writeLine(L"boot: the list has " + formatCount(list.lines.size()) + L" lines");
+        return kExitFailed;
+    }
+    const std::wstring& text = list.lines[number - 1].text;
+    messages().writeLine(L"take off the list: " + visibleText(text));
+    if (const int answer = yes ? kExitDone : askFor(L"nothing was taken off"); answer != kExitDone)
+        return answer;
+    const long code = dropBootLine(number, text);
+    if (code == ERROR_SUCCESS)
+        messages().writeLine(L"taken off; the file stays as it is");
+    else if (code == ERROR_SHARING_VIOLATION)
+        messages().writeLine(L"boot: the list is being worked on; nothing was taken off (32)");
+    else if (code == ERROR_NOT_FOUND)
+        messages().writeLine(L"boot: the list has changed meanwhile; nothing was taken off (1168)");
+    else
+        report(code);
+    return code == ERROR_SUCCESS ? kExitDone : kExitFailed;
 }
 
 /// A command line is added or removed.
@@ -146,8 +190,8 @@ int run(const std::vector<std::wstring>& words)
     const Arguments arguments(words, {{L"--yes", false}});
     const std::vector<std::wstring>& operands = arguments.operands();
     const std::wstring what = operands.empty() ? L"" : operands[0];
-    if (arguments.has(L"--yes") && what != L"run")
-        throw UsageError{L"--yes is for run"};
+    if (arguments.has(L"--yes") && what != L"run" && what != L"drop")
+        throw UsageError{L"--yes is for run and drop"};
     if (operands.size() == 1 && what == L"list") {
         const int commands = report(listCommands());
         const int files = report(listFiles());
@@ -159,8 +203,11 @@ int run(const std::vector<std::wstring>& words)
         return install(what == L"install");
     if (operands.size() == 1 && what == L"run")
         return runNow(arguments.has(L"--yes"));
+    if (operands.size() == 2 && what == L"drop")
+        return drop(operands[1], arguments.has(L"--yes"));
     if ((what != L"add" && what != L"remove") || operands.size() != 2)
-        throw UsageError{L"list, status, install, uninstall, run, add COMMAND or remove COMMAND"};
+        throw UsageError{
+            L"list, status, install, uninstall, run, drop NUMBER, add COMMAND or remove COMMAND"};
     return edit(what == L"add", operands[1]);
 }
 } // namespace

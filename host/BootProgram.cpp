@@ -6,6 +6,7 @@
 
 #include "Command.h"
 #include "Console.h"
+#include "ForceDeleteList.h"
 #include "OwnedHandle.h"
 #include "engine/BootNames.h"
 #include "engine/BootRun.h"
@@ -35,6 +36,11 @@ std::wstring textOf(Text text)
     return {text.data, text.length};
 }
 
+std::wstring nativeWindowsFolder()
+{
+    return L"\\??\\" + systemPath(&GetWindowsDirectoryW);
+}
+
 /// What a run shows at the console.
 struct Watcher
 {
@@ -54,7 +60,7 @@ struct Watcher
         std::wstring text = L"boot: left, " + textOf(reason);
         if (status < 0)
             text += L", " + formatCode(static_cast<long>(RtlNtStatusToDosError(status)));
-        messages().writeLine(text + L": " + printable(textOf(line)));
+        messages().writeLine(text + L": " + visibleText(textOf(line)));
     }
 };
 } // namespace
@@ -128,7 +134,7 @@ int runBootProgram()
     events.isOver = &Watcher::isOver;
     events.onProgress = &Watcher::onProgress;
     events.onLeft = &Watcher::onLeft;
-    const std::wstring windows = L"\\??\\" + systemPath(&GetWindowsDirectoryW);
+    const std::wstring windows = nativeWindowsFolder();
     const RunReport report = BootRun(native::systemApi(), Text(windows.data(), windows.size()), events).run();
     watcher.line.clear();
     if (report.isBusy) {
@@ -146,4 +152,35 @@ int runBootProgram()
     if (isCancelled())
         return kExitCancelled;
     return report.status < 0 || report.left != 0 ? kExitFailed : kExitDone;
+}
+
+long dropBootLine(std::size_t number, const std::wstring& text)
+{
+    const std::wstring path = nativeWindowsFolder();
+    WindowsFolder windows(native::systemApi());
+    native::Status status = windows.open(Text(path.data(), path.size()));
+    BootLog log(native::systemApi(), windows.folder()); // keeps runs away, and others who take lines off
+    if (status >= 0)
+        status = log.open();
+    BootList list(native::systemApi(), windows.folder());
+    if (status >= 0)
+        status = list.open();
+    if (status < 0)
+        return static_cast<long>(RtlNtStatusToDosError(status));
+    ListLines lines = list.lines();
+    ListLine line;
+    bool isThere = true;
+    for (std::size_t i = 0; i < number && isThere; ++i)
+        isThere = lines.next(line);
+    isThere = isThere && textOf(line.text) == text;
+    if (isThere)
+        status = list.drop(line, true);
+    bool isEmpty = false;
+    const native::Status closed = list.close(isEmpty);
+    if (!isThere)
+        return ERROR_NOT_FOUND;
+    if (status >= 0)
+        log.add(L"1 line was taken off the list at the console");
+    status = status < 0 ? status : closed;
+    return status < 0 ? static_cast<long>(RtlNtStatusToDosError(status)) : ERROR_SUCCESS;
 }

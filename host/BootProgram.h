@@ -24,3 +24,7 @@ long showBootLog();
 
 /// Does the work of the program now, on what can be opened; shows what it does. Returns an ExitCode.
 int runBootProgram();
+
+/// Takes one line off the list, if it still has this number, counted from 1, and this text. Returns 0; 1168
+/// when it has not; 32 when somebody works on the list; or the system's code.
+long dropBootLine(std::size_t number, const std::wstring& text);

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <string_view>
 
+#include "Console.h"
 #include "OwnedHandle.h"
+#include "engine/BootNames.h"
+#include "engine/ListLines.h"
 
 namespace {
 /// The list as it stands; a piece of a character at its end is left out, and shows as a wrong line.
@@ -46,7 +49,7 @@ long readText(std::wstring& text)
 /// The file of one line, or nothing for a line that names none.
 std::wstring_view fileOf(std::wstring_view line)
 {
-    constexpr std::wstring_view kPrefix = L"*FileShred*\t*\\??\\";
+    constexpr std::wstring_view kPrefix(bootnames::kLineBegin.data, bootnames::kLineBegin.length);
     const std::size_t end = line.find(L"*\t*", kPrefix.size());
     if (line.substr(0, kPrefix.size()) != kPrefix || end == std::wstring_view::npos)
         return {};
@@ -59,18 +62,19 @@ ForceDeleteList readForceDeleteList()
     ForceDeleteList list;
     std::wstring text;
     list.code = readText(text);
-    std::wstring_view rest = text;
-    constexpr std::wstring_view kHeader(L"\0\0\r\n", 4);
-    if (rest.substr(0, kHeader.size()) == kHeader)
-        rest.remove_prefix(kHeader.size());
-    while (!rest.empty()) {
-        const std::size_t end = std::min(rest.find(L"\r\n"), rest.size());
-        const std::wstring_view file = fileOf(rest.substr(0, end));
-        if (!file.empty())
-            list.files.emplace_back(file);
-        else if (rest.substr(0, end).find_first_not_of(L'-') != std::wstring_view::npos)
-            ++list.wrongLines; // dashes stand for what a run has done by now
-        rest.remove_prefix(std::min(end + 2, rest.size()));
+    ListLines lines(Text(text.data(), text.size()));
+    for (ListLine line; lines.next(line);) {
+        const std::wstring_view whole(line.text.data, line.text.length);
+        list.lines.push_back({std::wstring(whole), std::wstring(fileOf(whole))});
+        list.wrongLines += list.lines.back().file.empty() ? 1 : 0;
     }
     return list;
+}
+
+std::wstring visibleText(const std::wstring& text)
+{
+    std::wstring room(text.size() * 4, L'\0');
+    TextBuilder builder(room.data(), room.size());
+    room.resize(builder.addVisible(Text(text.data(), text.size())).text().length);
+    return printable(room);
 }

@@ -94,13 +94,20 @@ int remove(std::int64_t number, bool yes)
         }
     }
     const RestoreManagerHandle manager(L"sysmaint");
-    return report(DeleteRestorePoint(manager.get(), number));
+    const long code = DeleteRestorePoint(manager.get(), number);
+    if (code == ERROR_SUCCESS)
+        messages().writeLine(L"removed");
+    return report(code);
 }
 
-int enable(const std::wstring& drive)
+int enable(const std::wstring& drive, bool json)
 {
     const RestoreManagerHandle manager(L"sysmaint");
-    return report(EnableSystemRestore(manager.get(), drive.c_str()));
+    const long code = EnableSystemRestore(manager.get(), drive.c_str());
+    if (code == ERROR_SUCCESS)
+        results().writeLine(json ? L"{\"type\":\"enabled\",\"drive\":" + jsonString(drive) + L"}"
+                                 : L"System Restore is switched on for " + drive);
+    return report(code);
 }
 
 int run(const std::vector<std::wstring>& words)
@@ -116,7 +123,7 @@ int run(const std::vector<std::wstring>& words)
     if (what == L"delete" && operands.size() == 2)
         return remove(requireNumber(operands[1]), arguments.has(L"--yes"));
     if (what == L"enable" && operands.size() == 2)
-        return enable(requireDrive(operands[1]));
+        return enable(requireDrive(operands[1]), json);
     throw UsageError{L"status, create [NAME], delete NUMBER or enable DRIVE"};
 }
 } // namespace

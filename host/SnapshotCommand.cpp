@@ -1,13 +1,22 @@
 #include "Command.h"
 #include "Console.h"
 
+#include <algorithm>
+#include <cwchar>
+#include <initializer_list>
 #include <iterator>
 #include <memory>
+#include <string_view>
 
 #include "core/win32/utils/restoremanager/api.h"
 
 namespace {
 constexpr wchar_t kPasswordVariable[] = L"SYSMAINT_SNAPSHOT_PASSWORD";
+constexpr std::size_t kLongestTexts = 32700; // the system takes 32,766 characters in all
+constexpr wchar_t kNotStarted[] = L"snapshot: the tool could not be started: a batch file, or no program "
+                                  L"(0xC0000001)";
+constexpr wchar_t kNotListed[] = L"snapshot: \"snapshot.qmx\" in the current folder gives no time for that "
+                                 L"name, or the tool could not be started (0xC0000001)";
 
 constexpr const wchar_t* kHelp = LR"(usage: sysmaint snapshot create NAME [--comment TEXT]
        sysmaint snapshot restore current | baseline | time TEXT | name NAME [--yes]
@@ -85,7 +94,53 @@ bool getPassword(const Arguments& arguments, OptionalText& password)
     return true;
 }
 
-int report(long status)
+/// Why a value cannot be passed on to the tool, or nothing. `isBare`: without quotes, as user and password of
+/// restore.
+std::wstring faultOf(const wchar_t* value, bool isBare)
+{
+    const std::wstring_view text = value != nullptr ? value : L"x";
+    if (text.find(L'"') != std::wstring_view::npos)
+        return L" holds a quote, which the tool would take for its end";
+    if (isBare &&
+        (text.empty() || std::any_of(text.begin(), text.end(), [](wchar_t c) { return c <= L' '; })))
+        return L" is empty or holds a blank, and restore passes it on without quotes";
+    if (text.find_first_of(L"\r\n") != std::wstring_view::npos)
+        return L" holds a line end";
+    if (!isBare && !text.empty() && text.back() == L'\\')
+        return L" ends in a backslash, which would take the closing quote's meaning away";
+    return L"";
+}
+
+/// A value that is passed on to the tool, by what it is called.
+struct Value
+{
+    const wchar_t* name;
+    const wchar_t* text;
+    bool isBare;
+};
+
+/// Whether the library would take these; otherwise says why not. The values themselves are not shown.
+bool areGood(const std::wstring& tool, std::initializer_list<Value> values)
+{
+    std::wstring fault;
+    std::size_t length = 0;
+    for (const Value& value : values) {
+        length += value.text != nullptr ? std::wcslen(value.text) + 10 : 0;
+        if (const std::wstring found = faultOf(value.text, value.isBare); fault.empty() && !found.empty())
+            fault = std::wstring(L"the ") + value.name + found;
+    }
+    const DWORD attributes = GetFileAttributesW(tool.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        fault = L"there is no such program: " + printable(tool);
+    else if (fault.empty() && length > kLongestTexts)
+        fault = L"the texts are too long together";
+    if (!fault.empty())
+        messages().writeLine(L"snapshot: " + fault + L"; nothing was started (0xC0000001)");
+    return fault.empty();
+}
+
+/// `otherwise` is what the library may have failed at, after all that could be told before.
+int report(long status, const wchar_t* otherwise)
 {
     if (isCancelled()) {
         messages().writeLine(L"snapshot: cancelled; the tool was told by the same Ctrl+C");
@@ -95,10 +150,7 @@ int report(long status)
         messages().writeLine(L"snapshot: the tool has ended");
         return kExitDone;
     }
-    messages().writeLine(status == kSnapshotNoMemory
-                             ? L"snapshot: memory is short (0xC0000017)"
-                             : L"snapshot: the tool could not be started, the name is not in its list, or a "
-                               L"text cannot be passed on (0xC0000001)");
+    messages().writeLine(status == kSnapshotNoMemory ? L"snapshot: memory is short (0xC0000017)" : otherwise);
     return kExitFailed;
 }
 
@@ -113,10 +165,17 @@ int create(const Arguments& arguments, const std::wstring& tool)
     cancelEvent(); // the tool decides what Ctrl+C means to it; this program waits for its end
     if (!getPassword(arguments, password))
         return kExitCancelled;
+    const wchar_t* const name = operands[1].c_str();
+    if (!areGood(tool, {{L"name", name, false},
+                        {L"comment", comment.get(), false},
+                        {L"user", user.get(), false},
+                        {L"password", password.get(), false}}))
+        return kExitFailed;
     const std::unique_ptr<IVRL> snapshots(DllGetVRL());
-    return report(snapshots ? snapshots->createSnapshot(tool.c_str(), operands[1].c_str(), comment.get(),
-                                                        user.get(), password.get())
-                            : kSnapshotNoMemory);
+    return report(
+        snapshots ? snapshots->createSnapshot(tool.c_str(), name, comment.get(), user.get(), password.get())
+                  : kSnapshotNoMemory,
+        kNotStarted);
 }
 
 /// What to go back to, and the name or time that belongs to it.
@@ -150,10 +209,15 @@ int restore(const Arguments& arguments, const std::wstring& tool)
     }
     if (!getPassword(arguments, password))
         return kExitCancelled;
+    if (!areGood(tool, {{L"user", user.get(), true},
+                        {L"password", password.get(), true},
+                        {L"time", mode == kSnapshotTime ? value.c_str() : nullptr, false}}))
+        return kExitFailed;
     const std::unique_ptr<IVRL> snapshots(DllGetVRL());
     return report(snapshots ? snapshots->restoreSnapshot(mode, tool.c_str(), user.get(), password.get(),
                                                          value.c_str(), value.c_str())
-                            : kSnapshotNoMemory);
+                            : kSnapshotNoMemory,
+                  mode == kSnapshotNamed ? kNotListed : kNotStarted);
 }
 
 int run(const std::vector<std::wstring>& words)

@@ -194,7 +194,7 @@ run 0 wipe tree "$folder" --yes --hard-links && says err 'wiped 1 file' && says 
 [ -e "$tree" ] || [ -s "$work/other" ] && fail '--hard-links left something'
 
 # Whoever is asked has to give the whole answer.
-wrong=$(python3 "$here/host/prompt.py" "$work/asked" "$runner" "$host") && [ -z "$wrong" ] || fail "the question: $wrong"
+wrong=$(BOOT_LIST=$prefix/drive_c/windows/ForceDelete.txt python3 "$here/host/prompt.py" "$work/asked" "$runner" "$host") && [ -z "$wrong" ] || fail "the question: $wrong"
 
 # A wipe that is cut short says what it did: deleted, and how much of it was not overwritten.
 truncate -s 64M "$work/large"
@@ -209,7 +209,7 @@ printf x >"$work/held"
 held=$(windows_path "$work/held")
 held_wipe() { "$runner" "$control" -1 "$held" "$host" wipe file "$held" --yes 2>"$work/err"; [ $? -eq 1 ] || fail "an open file: $(cat "$work/err")"; }
 held_wipe && says err '1 waits for the restart' && says err 'sysmaint boot install'
-run 0 boot list && says out "file: $held"
+run 0 boot list && says out "file 1: $held"
 run 2 boot run && says err '--yes' && says err "  $held"
 run 2 boot list --yes
 [ -s "$work/held" ] || fail 'boot run did not wait for an answer'
@@ -218,8 +218,20 @@ run 0 boot run --yes && says err 'overwritten and deleted: 1 of 1, 1 byte; links
 [ -e "$work/held" ] || [ -e "$list" ] && fail 'what waited is still there'
 python3 -c 'open("'"$list"'", "wb").write("\0\0\r\n*FileShred*\t*\\??\\C:\\windows\\win.ini*\t*1*\t*1\r\n".encode("utf-16-le"))'
 run 1 boot run --yes && says err 'left, the system needs it' && says err 'still waiting: 1'
-run 0 boot status && says out 'registered: no' && says out 'file: C:\windows\win.ini' && says out 'end: 1 overwritten and deleted, 1 bytes'
+run 0 boot status && says out 'registered: no' && says out 'file 1: C:\windows\win.ini' && says out 'end: 1 overwritten and deleted, 1 bytes'
 grep -qF "$held" "$work/out" && fail 'the log names what was wiped'
+# One line is taken off, which was shown, and no other.
+waits() { python3 -c 'import sys; open(sys.argv[1], "wb").write("".join("*FileShred*\t*\\??\\%s*\t*1*\t*1\r\n" % f for f in sys.argv[2:]).encode("utf-16-le"))' "$list" "$@"; }
+listed() { run "$1" boot list; [ "$(tr -d '\r' <"$work/out")" = "$2" ] || fail "the list is $(cat "$work/out"), not $2"; }
+waits 'C:\a' 'C:\b' 'C:\a' $'C:\\\tc'
+for number in 0 x -1 1x 99999999999; do run 2 boot drop --yes -- "$number" && says err 'not the number'; done
+run 2 boot drop && run 2 boot drop 1 2 && run 2 boot drop 2 && says err '--yes' && says err 'C:\b'
+run 1 boot drop 5 --yes && says err 'the list has 4 lines'
+run 0 boot drop 3 --yes && says err 'off the list: *FileShred*<09>*\??\C:\a*' && says err 'taken off'
+listed 0 $'file 1: C:\\a\nfile 2: C:\\b\nfile 3: C:\\<09>c'
+printf 'j\0u\0n\0k\0' >>"$list" && listed 1 $'file 1: C:\\a\nfile 2: C:\\b\nfile 3: C:\\<09>c\nline 4: junk'
+run 0 boot drop 4 --yes && run 0 boot drop 1 --yes && listed 0 $'file 1: C:\\b\nfile 2: C:\\<09>c'
+run 0 boot drop 1 --yes && run 0 boot drop 1 --yes && [ ! -e "$list" ] || fail 'an empty list is left'
 run 1 boot install && says err '(2)' # this prefix has no list of command lines
 [ -e "$prefix/drive_c/windows/system32/sysmaint-boot.exe" ] && fail 'a program that nothing starts was left'
 run 0 boot uninstall
@@ -311,9 +323,10 @@ rm -f "$work/record"
 run 2 restore delete 12 && says err '--yes'
 for number in 0 4294967296 12x -1 99999999999 '1 2'; do run 2 restore delete --yes -- "$number" && says err 'not the number'; done
 recorded ''
-run 0 restore delete 12 --yes && says err 'delete restore point 12' && recorded 'remove 12'
+run 0 restore delete 12 --yes && says err 'delete restore point 12' && says err 'removed' && recorded 'remove 12'
 SYSMAINT_RESTORE_ANSWERS=s13 run 1 restore delete 7 --yes && says err '(13)' && recorded 'remove 7'
-run 0 restore enable C:
+run 0 restore enable C: && says out 'System Restore is switched on for C:\'
+run 0 restore enable C: --json && says out '{"type":"enabled","drive":"C:\\"}'
 run 2 restore enable 'C:\windows'
 for words in '' status\ 1 'delete' 'enable' 'create a b' 'on'; do run 2 restore $words; done
 # The true version decides who is asked: the registry of the oldest has no such key, this WMI has no configuration.
@@ -335,13 +348,23 @@ run 0 wipe file "$(windows_path "$work/kept")" --restore-point --yes && recorded
 
 # The snapshot tool: it asks first, and no password is given on the command line.
 tool=$(windows_path "$(dirname "$host")/snapshot_tool.exe")
+: >"$work/x.cmd"
 lines() { recorded "$(printf '%s\n' "$@")"; }
 run 0 snapshot create 'a b' --tool "$tool" --comment 'c d' --user u && lines 'vrlcmd /n /name "a b" /comment "c d" /user "u"' vrlcmd /n /name 'a b' /comment 'c d' /user u
-SYSMAINT_SNAPSHOT_PASSWORD='p"' run 1 snapshot create n --tool "$tool" --password && says err '0xC0000001' && recorded ''
+SYSMAINT_SNAPSHOT_PASSWORD='p"' run 1 snapshot create n --tool "$tool" --password && says err 'the password holds a quote' && says err '0xC0000001' && recorded ''
+refuses() { local cause=$1; shift; run 1 snapshot "$@" && says err "$cause" && says err '0xC0000001' && recorded ''; }
+refuses 'the name ends in a backslash' create 'n\' --tool "$tool"
+refuses 'the comment holds a line end' create n --comment $'a\nb' --tool "$tool"
+SYSMAINT_SNAPSHOT_PASSWORD=$(printf 'p%.0s' {1..900}) refuses 'too long together' create n --comment "$(printf 'x%.0s' {1..31900})" --password --tool "$tool"
+refuses 'the user is empty or holds a blank' restore current --user 'a b' --yes --tool "$tool"
+refuses 'the time holds a quote' restore time 'a"' --yes --tool "$tool"
+refuses 'gives no time for that name' restore name none --yes --tool "$tool"
+refuses 'a batch file' create n --tool "$(windows_path "$work/x.cmd")"
 SYSMAINT_SNAPSHOT_PASSWORD=p run 0 snapshot restore baseline --tool "$tool" --user u --password --yes && lines 'vrlcmd /r /baseline  /user u /pass p' vrlcmd /r /baseline /user u /pass p
 run 0 snapshot restore time '14:07 x' --tool "$tool" --yes && lines 'vrlcmd /r /time "14:07 x"' vrlcmd /r /time '14:07 x'
-run 1 snapshot restore name none --tool "$tool" --yes && says err '0xC0000001' && recorded ''
-run 1 snapshot create n --tool 'C:\none.exe' && says out 'CreateProcess failed (2).'
+refuses 'there is no such program: C:\none.exe' create n --tool 'C:\none.exe'
+refuses 'there is no such program: C:\windows' create n --tool 'C:\windows'
+printf x >"$work/x.exe" && refuses 'no program' create n --tool "$(windows_path "$work/x.exe")" && says out 'CreateProcess failed (193).'
 run 2 snapshot create n --tool "$tool" --password && says err 'nobody to ask'
 run 2 snapshot create n --tool "$tool" --password geheim && run 2 snapshot geheim && ! grep -q geheim "$work/err" || fail 'a password is shown'
 run 2 snapshot restore current --tool "$tool" && says err '--yes'

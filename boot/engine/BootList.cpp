@@ -3,9 +3,6 @@
 #include "engine/BootNames.h"
 
 namespace {
-constexpr wchar_t kHeader[] = {L'\0', L'\0', L'\r', L'\n'};
-constexpr std::size_t kHeaderLength = 4;
-constexpr wchar_t kDone = L'-';
 constexpr std::uint64_t kLargest = 0x40000000; // bytes
 constexpr ULONG kShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
@@ -13,13 +10,8 @@ constexpr Opening kToRead = {FILE_READ_DATA | FILE_READ_ATTRIBUTES, native::kSha
 constexpr Opening kAlone = {FILE_READ_DATA | FILE_WRITE_DATA | FILE_READ_ATTRIBUTES | DELETE, FILE_SHARE_READ,
                             native::kMustBeFile};
 
-bool isDone(Text line)
-{
-    for (std::size_t i = 0; i < line.length; ++i)
-        if (line[i] != kDone)
-            return false;
-    return true;
-}
+/// For a line that was written in part, which must not be taken for a whole one later.
+constexpr Text kMissingEnd = L"?\r\n";
 
 std::size_t copy(wchar_t* target, Text text)
 {
@@ -28,13 +20,18 @@ std::size_t copy(wchar_t* target, Text text)
     return text.length;
 }
 
-/// A line as it is kept. One without its end must not be taken for a whole one later.
+/// The bytes that a list needs when it is written anew: a header, and an end for each line that lacks its
+/// own. All of them but the last are followed by a whole tag.
+std::size_t roomFor(std::size_t bytes)
+{
+    return bytes + bytes / 4 + 64;
+}
+
+/// A line as it is kept.
 std::size_t copyLine(wchar_t* target, const ListLine& line)
 {
-    std::size_t length = copy(target, line.text);
-    if (!line.isWhole)
-        target[length++] = L'?';
-    return length + copy(target + length, L"\r\n");
+    const std::size_t length = copy(target, line.text);
+    return length + copy(target + length, line.isWhole ? kMissingEnd.from(1) : kMissingEnd);
 }
 } // namespace
 
@@ -73,48 +70,48 @@ native::Status BootList::read(const NativeFile& file, PageBlock& text, std::size
     return status;
 }
 
-bool BootList::next(ListLine& line)
+native::Status BootList::drop(const ListLine& line, bool isLasting)
 {
-    const Text all(m_text.as<wchar_t>(), m_bytes / sizeof(wchar_t));
-    if (m_next == 0 && all.startsWith(Text(kHeader, kHeaderLength)))
-        m_next = kHeaderLength;
-    while (m_next < all.length) {
-        const Text rest = all.from(m_next);
-        std::size_t end = rest.find(L'\r');
-        while (end != Text::kNone && (end + 1 >= rest.length || rest[end + 1] != L'\n')) {
-            const std::size_t more = rest.from(end + 1).find(L'\r');
-            end = more == Text::kNone ? more : end + 1 + more;
-        }
-        line.text = rest.first(end);
-        line.offset = m_next;
-        line.isWhole = end != Text::kNone;
-        m_next += line.text.length + (line.isWhole ? 2 : 0);
-        if (!isDone(line.text)) // an empty line is, too
-            return true;
-    }
-    return false;
-}
-
-native::Status BootList::drop(const ListLine& line)
-{
-    // The text is not needed any more.
-    auto* text = m_text.as<wchar_t>() + line.offset;
+    constexpr std::size_t kMostTogether = 32768; // characters
+    const std::size_t end = line.offset + line.text.length;
+    native::Status status = native::kSuccess;
+    // Between neighbours stands nothing but the first one's end.
+    if (line.offset != m_dashedTo + 2 || end - m_dashedFrom > kMostTogether)
+        status = settle();
+    auto* text = m_text.as<wchar_t>() + line.offset; // not needed any more
     for (std::size_t i = 0; i < line.text.length; ++i)
-        text[i] = kDone;
-    const native::Status status =
-        m_list.write(line.offset * sizeof(wchar_t), text, line.text.length * sizeof(wchar_t));
+        text[i] = bootnames::kDone;
+    if (line.isGlued) // the other one stays
+        copy(text, kMissingEnd);
+    if (m_dashedTo == 0)
+        m_dashedFrom = line.offset;
+    m_dashedTo = end;
+    if (status < 0 || !isLasting)
+        return status;
+    status = settle();
     return status < 0 ? status : m_list.flush();
 }
 
-/// What is left, behind a header, in a buffer that has room for two more lines than the list. 0 when nothing
-/// is.
+/// Writes the dashes that the file lacks.
+native::Status BootList::settle()
+{
+    if (m_dashedTo == 0)
+        return native::kSuccess;
+    const native::Status status =
+        m_list.write(m_dashedFrom * sizeof(wchar_t), m_text.as<wchar_t>() + m_dashedFrom,
+                     (m_dashedTo - m_dashedFrom) * sizeof(wchar_t));
+    m_dashedTo = 0; // what could not be written stays on the list
+    return status;
+}
+
+/// What is left, behind a header, in a buffer of `roomFor` the list. 0 when nothing is.
 std::size_t BootList::compose(wchar_t* target, bool& isChanged)
 {
-    std::size_t length = copy(target, Text(kHeader, kHeaderLength));
+    std::size_t length = copy(target, bootnames::kHeader);
     ListLine line;
     ListLine last;
     std::size_t kept = 0;
-    for (rewind(); next(line); ++kept) {
+    for (ListLines all = lines(); all.next(line); ++kept) {
         if (line.offset == m_postponed)
             last = line;
         else
@@ -129,6 +126,13 @@ std::size_t BootList::compose(wchar_t* target, bool& isChanged)
 
 native::Status BootList::close(bool& isEmpty)
 {
+    const native::Status settled = settle();
+    const native::Status status = rewrite(isEmpty);
+    return status < 0 ? status : settled;
+}
+
+native::Status BootList::rewrite(bool& isEmpty)
+{
     isEmpty = false;
     m_list.close();
     NativeFile list(m_api);
@@ -138,7 +142,7 @@ native::Status BootList::close(bool& isEmpty)
     if (status >= 0)
         status = read(list, m_text, m_bytes);
     if (status >= 0)
-        status = text.allocate(m_bytes + 64);
+        status = text.allocate(roomFor(m_bytes));
     if (status < 0)
         return status;
     bool isChanged = false;
@@ -200,7 +204,7 @@ native::Status BootList::appendOld(const NativeFile& old)
     PageBlock text(m_api);
     native::Status status = read(old, m_text, m_bytes);
     if (status >= 0)
-        status = text.allocate(m_bytes + 64);
+        status = text.allocate(roomFor(m_bytes));
     NativeFile list(m_api);
     if (status >= 0)
         status = list.openPatiently(
@@ -217,7 +221,7 @@ native::Status BootList::appendOld(const NativeFile& old)
     // Behind a list that has something there is no header, but the end of a line that may lack its own.
     if (size != 0 && length != 0) {
         target[2] = L'\r';
-        target[0] = target[1] = kDone;
+        target[0] = target[1] = bootnames::kDone;
     }
     const std::uint64_t end = size + size % sizeof(wchar_t);
     if (length != 0)

@@ -1,25 +1,19 @@
 #pragma once
 
+#include "engine/ListLines.h"
 #include "engine/NativeFile.h"
 #include "engine/PageBlock.h"
-
-/// One line of the list, without its end.
-struct ListLine
-{
-    Text text;
-    std::size_t offset = 0; // in characters from the list's beginning
-    bool isWhole = true;    // false for the last one when its end is missing
-};
 
 /// The list of the files that wait: UTF-16, a header of a 32-bit zero and a line end, one line a file. A list
 /// without the header is taken, too. Programs may append to it at any time.
 ///
 /// While it is open, lines that are done with are overwritten in place by dashes, each by one write that is
-/// flushed, so that a power cut neither loses another line nor has one done twice. A dashed line is nothing
-/// to any reader. In the end the list is written anew without them, or deleted when nothing waits any more.
-/// For that it is held alone, and then exchanged: the new list is complete under a name of its own before the
-/// old one gives up the name, and what `open` finds under the old one's second name is put back. So at every
-/// moment all lines that wait are in one whole file, and a writer that comes in between loses none either.
+/// flushed, so that a power cut neither loses another line nor has one done twice. Neighbours that may be
+/// done twice without harm are written together and not flushed. A dashed line is nothing to any reader. In
+/// the end the list is written anew without them, or deleted when nothing waits any more. For that it is held
+/// alone, and then exchanged: the new list is complete under a name of its own before the old one gives up
+/// the name, and what `open` finds under the old one's second name is put back. So at every moment all lines
+/// that wait are in one whole file, and a writer that comes in between loses none either.
 class BootList
 {
 public:
@@ -32,12 +26,13 @@ public:
     /// Mends what a run left that was cut short, opens the list and reads it. Waits for programs that are
     /// writing to it. kObjectNameNotFound when there is none.
     native::Status open();
-    /// The lines as they were read, one after the other; empty ones and dashed ones are passed over.
-    bool next(ListLine& line);
-    /// The next call of `next` gives the first line.
-    void rewind() { m_next = 0; }
-    /// Takes a line off.
-    native::Status drop(const ListLine& line);
+    /// The lines as they were read.
+    [[nodiscard]] ListLines lines() const
+    {
+        return ListLines({m_text.as<wchar_t>(), m_bytes / sizeof(wchar_t)});
+    }
+    /// Takes a line off. `isLasting`: now, and for good, because its file is gone by our doing.
+    native::Status drop(const ListLine& line, bool isLasting);
     /// Moves a line behind all others when the list is written anew.
     void postpone(const ListLine& line) { m_postponed = line.offset; }
     /// Writes the list anew. `isEmpty`: nothing waits any more, and the list is gone.
@@ -47,6 +42,8 @@ public:
 private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
+    native::Status settle();
+    native::Status rewrite(bool& isEmpty);
     native::Status recover();
     native::Status appendOld(const NativeFile& old);
     native::Status read(const NativeFile& file, PageBlock& text, std::size_t& bytes) const;
@@ -58,6 +55,7 @@ private:
     NativeFile m_list; // for writing, shared with everybody that does not rename it
     PageBlock m_text;
     std::size_t m_bytes = 0;
-    std::size_t m_next = 0;
     std::size_t m_postponed = kNone;
+    std::size_t m_dashedFrom = 0; // characters that are dashes here and not yet in the file
+    std::size_t m_dashedTo = 0;
 };

@@ -61,9 +61,7 @@ void BootLog::add(Text line, bool isLast)
     number(time.hour, 2, L':');
     number(time.minute, 2, L':');
     number(time.second, 2, L' ');
-    // Nothing that is in the list may begin a line here.
-    for (std::size_t i = 0; i < line.length; ++i)
-        text.add(line[i] < L' ' ? L'?' : line[i]);
+    text.addVisible(line); // nothing that is in the list may begin a line here
     TextBuilder whole(m_text.as<wchar_t>(), kLongestLine);
     whole.add(text.text()).add(Text(L"\r\n"));
     const std::size_t bytes = whole.text().length * sizeof(wchar_t);

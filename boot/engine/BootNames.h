@@ -11,6 +11,11 @@ inline constexpr Text kNewList = L"sysmaint-boot.new";
 inline constexpr Text kOldList = L"sysmaint-boot.old";
 /// What the runs did: UTF-16 with a byte-order mark. Whoever works on the list holds it open for writing.
 inline constexpr Text kLog = L"sysmaint-boot.log";
+/// What a list begins with, what each of its lines begins with, and what a line becomes that is done with.
+inline constexpr wchar_t kHeaderCharacters[] = {L'\0', L'\0', L'\r', L'\n'};
+inline constexpr Text kHeader = {kHeaderCharacters, 4};
+inline constexpr Text kLineBegin = L"*FileShred*\t*\\??\\";
+inline constexpr wchar_t kDone = L'-';
 /// The command line that the system runs, and the program in the system's folder that it names.
 inline constexpr wchar_t kEntry[] = L"sysmaint-boot";
 inline constexpr wchar_t kProgram[] = L"sysmaint-boot.exe";

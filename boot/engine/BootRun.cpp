@@ -53,13 +53,13 @@ RunReport BootRun::run()
 void BootRun::handleLines(BootList& list, BootLog& log, FileRemover& remover, RunReport& report)
 {
     ListLine line;
-    while (list.next(line))
+    for (ListLines all = list.lines(); all.next(line);)
         ++report.lines;
-    list.rewind();
     TextBuilder begin(m_text.as<wchar_t>(), kLongestText);
     if (report.lines != 0)
         log.add(begin.add(Text(L"begin: ")).addNumber(report.lines).add(Text(L" on the list")).text());
-    for (std::uint32_t at = 1; list.next(line); ++at) {
+    ListLines lines = list.lines();
+    for (std::uint32_t at = 1; lines.next(line); ++at) {
         if (m_events.onProgress != nullptr)
             m_events.onProgress(m_events.context, at, report.lines, 0);
         ListedFile listed;
@@ -79,7 +79,8 @@ void BootRun::handleLines(BootList& list, BootLog& log, FileRemover& remover, Ru
                 list.postpone(line);
             continue;
         }
-        const native::Status dropped = list.drop(line);
+        // To look once more for what is not there does no harm.
+        const native::Status dropped = list.drop(line, result.outcome != Outcome::kGone);
         if (dropped < 0)
             report.status = dropped;
     }

@@ -37,19 +37,26 @@ bool knowsNoStreams(native::Status status)
 
 FileRemover::FileRemover(const native::Api& api, const WindowsFolder& windows, Overwriter& overwriter,
                          const RunEvents& events)
-    : m_api(api), m_windows(windows), m_overwriter(overwriter), m_events(events), m_scratch(api)
+    : m_api(api), m_windows(windows), m_root(api), m_folder(api), m_way(api), m_overwriter(overwriter),
+      m_events(events), m_scratch(api)
 {
+}
+
+native::Status FileRemover::prepare()
+{
+    const native::Status status = m_way.allocate(kLongestWay * sizeof(wchar_t));
+    return status < 0 ? status : m_scratch.allocate(kScratch);
 }
 
 Result FileRemover::remove(const ListedFile& listed, std::uint32_t line, std::uint32_t lines)
 {
     m_line = line;
     m_lines = lines;
-    NativeFile folder(m_api);
-    Result result = openRoot(listed.root, folder);
+    Result result = openRoot(listed.root);
     Text name;
     if (result.outcome == Outcome::kDone)
-        result = descend(listed, folder, name);
+        result = descend(listed, name);
+    const NativeFile& folder = m_folder.isOpen() ? m_folder : m_root;
     Found found;
     if (result.outcome == Outcome::kDone)
         result = look(folder, name, listed.upTo(name), found);
@@ -61,7 +68,22 @@ Result FileRemover::remove(const ListedFile& listed, std::uint32_t line, std::ui
 }
 
 /// The root of a disk of this machine. A drive that stands for a folder is no root.
-Result FileRemover::openRoot(Text root, NativeFile& folder) const
+Result FileRemover::openRoot(Text root)
+{
+    if (m_rootLength != 0 && Text(m_rootText, m_rootLength).isName(root))
+        return kFine;
+    m_rootLength = m_wayLength = 0;
+    const native::Status status = m_root.open(
+        nullptr, root, {FILE_TRAVERSE | FILE_READ_ATTRIBUTES, native::kShareAll, native::kMustBeFolder});
+    if (status < 0)
+        return {Outcome::kNoVolume, status};
+    const Result result = lookAtRoot();
+    if (result.outcome == Outcome::kDone)
+        m_rootLength = TextBuilder(m_rootText, kLongestRoot).add(root).text().length;
+    return result;
+}
+
+Result FileRemover::lookAtRoot()
 {
     struct
     {
@@ -69,42 +91,76 @@ Result FileRemover::openRoot(Text root, NativeFile& folder) const
         wchar_t name[2];
     } name = {};
     native::DeviceInformation device{};
-    native::Status status = folder.open(
-        nullptr, root, {FILE_TRAVERSE | FILE_READ_ATTRIBUTES, native::kShareAll, native::kMustBeFolder});
+    native::Status status = m_root.queryVolume(native::kDeviceInformation, &device, sizeof device);
     if (status >= 0)
-        status = folder.queryVolume(native::kDeviceInformation, &device, sizeof device);
-    if (status >= 0)
-        status = folder.query(native::kNameInformation, &name, sizeof name);
+        status = m_root.query(native::kNameInformation, &name, sizeof name);
     const bool isDisk = device.type == FILE_DEVICE_DISK || device.type == FILE_DEVICE_DISK_FILE_SYSTEM ||
                         device.type == FILE_DEVICE_VIRTUAL_DISK;
     const bool isRoot = name.length == sizeof(wchar_t) && name.name[0] == L'\\';
     if (status < 0 || !isDisk || (device.characteristics & kRemoteDevice) != 0 || !isRoot)
         return {Outcome::kNoVolume, status};
-    return kFine;
+    // A folder can have a letter of its own in a way that makes it look like a root.
+    FileNumber number;
+    status = m_root.number(number);
+    if (status < 0)
+        return resultOf(status);
+    const Result result = placeOf(m_root, number, m_rootPlace);
+    if (result.outcome != Outcome::kDone || m_rootPlace != Place::kElsewhere)
+        return result;
+    bool isSystem = false;
+    status = isSystemFolder(m_api, m_root, isSystem);
+    m_rootPlace = isSystem ? Place::kSystem : Place::kElsewhere;
+    return resultOf(status);
 }
 
-/// From the root to the folder that the file is in. `name` is the file's.
-Result FileRemover::descend(const ListedFile& listed, NativeFile& folder, Text& name) const
+/// What a folder is to the system.
+Result FileRemover::placeOf(const NativeFile& folder, const FileNumber& number, Place& place) const
 {
-    Text path = listed.path;
-    bool isInWindows = false;
-    for (bool isFirst = true;; isFirst = false) {
+    bool isWindows = number == m_windows.number();
+    const native::Status status = isWindows ? native::kSuccess : isInstallation(m_api, folder, isWindows);
+    place = isWindows ? Place::kWindows : Place::kElsewhere;
+    return resultOf(status);
+}
+
+/// From the root to the folder that the file is in, unless the last file was in the same. `name` is the
+/// file's.
+Result FileRemover::descend(const ListedFile& listed, Text& name)
+{
+    const Text whole = listed.whole();
+    const Text way(m_way.as<wchar_t>(), m_wayLength);
+    const bool isKnown =
+        !way.isEmpty() && whole.startsWith(way) && whole.from(way.length).find(L'\\') == Text::kNone;
+    Text path = isKnown ? whole.from(way.length) : listed.path;
+    if (!isKnown) {
+        m_folder.close();
+        m_place = m_rootPlace;
+        m_isInRoot = true;
+        m_wayLength = 0;
+    }
+    for (;;) {
         const Text rest = path;
         name = takeName(path);
-        if ((isFirst && systemfiles::isOfRoot(name)) || (path.isEmpty() && systemfiles::isHive(name)) ||
-            (isInWindows && systemfiles::isOfWindows(rest)))
+        if (m_place == Place::kSystem || (m_isInRoot && systemfiles::isOfRoot(name)) ||
+            (path.isEmpty() && systemfiles::isHive(name)) ||
+            (m_place == Place::kWindows && systemfiles::isOfWindows(rest)))
             return {Outcome::kSystemFile, native::kSuccess};
         if (path.isEmpty())
-            return kFine;
+            break;
         NativeFile next(m_api);
         FileNumber number;
-        const Result result = openFolder(folder, name, listed.upTo(name), next, number);
+        const NativeFile& folder = m_folder.isOpen() ? m_folder : m_root;
+        Result result = openFolder(folder, name, listed.upTo(name), next, number);
+        // Below the Windows folder the whole rest is asked for once; what is not of use there is not again.
+        if (result.outcome == Outcome::kDone)
+            result = placeOf(next, number, m_place);
         if (result.outcome != Outcome::kDone)
             return result;
-        // Below it the whole rest is asked for once; what is not of use there is not again below.
-        isInWindows = number == m_windows.number();
-        folder.swap(next);
+        m_isInRoot = number == m_windows.parent();
+        m_folder.swap(next);
     }
+    const Text known = whole.first(whole.length - name.length);
+    m_wayLength = TextBuilder(m_way.as<wchar_t>(), kLongestWay).add(known).text().length;
+    return kFine;
 }
 
 Result FileRemover::openFolder(const NativeFile& folder, Text name, Text whole, NativeFile& next,
@@ -154,8 +210,8 @@ Result FileRemover::look(const NativeFile& folder, Text name, Text whole, Found&
         return {Outcome::kFollowed, native::kSuccess};
     if (((ofName | found.attributes) & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return {Outcome::kFolder, native::kSuccess};
-    if (m_windows.shares(file, found.number))
-        return {Outcome::kSystemFile, native::kSuccess};
+    if (const Sharing sharing = m_windows.sharingOf(m_root, file, found.number); sharing != Sharing::kNone)
+        return {sharing == Sharing::kShared ? Outcome::kSystemFile : Outcome::kOtherNames, native::kSuccess};
     for (const FileNumber& kept : m_protected)
         if (kept.index != 0 && kept == found.number)
             return {Outcome::kSystemFile, native::kSuccess};

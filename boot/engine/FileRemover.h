@@ -19,7 +19,7 @@ public:
     FileRemover(const native::Api& api, const WindowsFolder& windows, Overwriter& overwriter,
                 const RunEvents& events);
 
-    native::Status prepare() { return m_scratch.allocate(kScratch); }
+    native::Status prepare();
     /// A file that is never touched, by whatever name.
     void protect(const FileNumber& file) { m_protected[m_protectedCount++ % kMostProtected] = file; }
 
@@ -35,8 +35,9 @@ private:
         FileNumber number;
         ULONG attributes = 0;
     };
-    Result openRoot(Text root, NativeFile& folder) const;
-    Result descend(const ListedFile& listed, NativeFile& folder, Text& name) const;
+    Result openRoot(Text root);
+    Result lookAtRoot();
+    Result descend(const ListedFile& listed, Text& name);
     Result openFolder(const NativeFile& folder, Text name, Text whole, NativeFile& next,
                       FileNumber& number) const;
     Result look(const NativeFile& folder, Text name, Text whole, Found& found) const;
@@ -46,8 +47,29 @@ private:
     Result wipeData(const NativeFile& folder, Text name, const Found& found, const ListedFile& listed);
     Result overwrite(const NativeFile& file, const Found& found, const ListedFile& listed);
 
+    enum class Place
+    {
+        kElsewhere,
+        kWindows, // the Windows folder of this installation or another
+        kSystem   // what is needed whole
+    };
+    Result placeOf(const NativeFile& folder, const FileNumber& number, Place& place) const;
+
+    static constexpr std::size_t kLongestRoot = 64;
     const native::Api& m_api;
     const WindowsFolder& m_windows;
+    static constexpr std::size_t kLongestWay = 32768;
+    // The root and the folder of the last file stay open: most lists have many files of one folder. While it
+    // is open nobody can exchange it.
+    NativeFile m_root;
+    wchar_t m_rootText[kLongestRoot]{};
+    std::size_t m_rootLength = 0;
+    Place m_rootPlace = Place::kElsewhere;
+    NativeFile m_folder; // closed for the root
+    PageBlock m_way;     // its path, with a backslash at the end
+    std::size_t m_wayLength = 0;
+    Place m_place = Place::kElsewhere;
+    bool m_isInRoot = true;
     Overwriter& m_overwriter;
     const RunEvents& m_events;
     PageBlock m_scratch;

@@ -1,8 +1,10 @@
 #include "engine/ListedFile.h"
 
+#include "engine/BootNames.h"
+
 namespace {
-constexpr Text kBegin = L"*FileShred*\t*";
 constexpr Text kPrefix = LR"(\??\)";
+constexpr Text kBegin = bootnames::kLineBegin.first(bootnames::kLineBegin.length - kPrefix.length);
 constexpr Text kFieldEnd = L"*\t*";
 constexpr std::size_t kVolumeRoot = 45;     // Volume{ and a GUID of 36 characters, } and a backslash
 constexpr std::size_t kLongestName = 255;   // of every file system

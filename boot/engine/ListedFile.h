@@ -11,6 +11,7 @@ struct ListedFile
     std::uint32_t method = 0;
     std::uint32_t passes = 0;
 
+    [[nodiscard]] Text whole() const { return {root.data, root.length + path.length}; }
     /// The whole path up to the end of a name that is taken from it.
     [[nodiscard]] Text upTo(Text name) const
     {

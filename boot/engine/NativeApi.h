@@ -28,6 +28,7 @@ constexpr Status kObjectPathNotFound = status(0xC000003A);
 constexpr Status kSharingViolation = status(0xC0000043);
 constexpr Status kDeletePending = status(0xC0000056);
 constexpr Status kNotSupported = status(0xC00000BB);
+constexpr Status kNotAFolder = status(0xC0000103);
 constexpr Status kFileTooLarge = status(0xC0000904);
 
 // Rights, sharing, dispositions and options of NtCreateFile have their names in windows.h or here.

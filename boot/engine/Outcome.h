@@ -18,6 +18,7 @@ enum class Outcome
     kNotPlain,      ///< not the plain path of a file below the root of a drive or volume
     kNoVolume,      ///< the volume is not there, or not one of this machine's disks
     kSystemFile,    ///< what the system needs
+    kOtherNames,    ///< it has other names, and the system does not tell which
     kLinkOnTheWay,  ///< a folder of the path is a link
     kFolder,
     kFollowed, ///< a link that this system would follow, instead of opening it
@@ -57,6 +58,8 @@ enum class Outcome
         return L"its volume is not there, or no disk of this machine";
     case Outcome::kSystemFile:
         return L"the system needs it";
+    case Outcome::kOtherNames:
+        return L"it has other names, which cannot be told: the system may need it by one of them";
     case Outcome::kLinkOnTheWay:
         return L"a folder of its path is a link";
     case Outcome::kFolder:

@@ -21,3 +21,13 @@ TextBuilder& TextBuilder::addNumber(std::uint64_t number, unsigned base, int dig
         text[--at] = L"0123456789ABCDEF"[number % base];
     return add(Text(text + at, static_cast<std::size_t>(24 - at)));
 }
+
+TextBuilder& TextBuilder::addVisible(Text text)
+{
+    for (std::size_t i = 0; i < text.length; ++i)
+        if (text[i] < L' ')
+            add(L'<').addNumber(text[i], 16, 2).add(L'>');
+        else
+            add(text[i]);
+    return *this;
+}

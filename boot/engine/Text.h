@@ -82,6 +82,9 @@ public:
             m_buffer[m_length++] = character;
         return *this;
     }
+    /// Text that somebody else chose: of control characters their numbers, as "<09>" for a tab. No path holds
+    /// such brackets.
+    TextBuilder& addVisible(Text text);
     /// At least `digits` of them.
     TextBuilder& addNumber(std::uint64_t number, unsigned base = 10, int digits = 1);
     [[nodiscard]] Text text() const { return {m_buffer, m_length}; }

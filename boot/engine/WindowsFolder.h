@@ -3,6 +3,20 @@
 #include "engine/NativeFile.h"
 #include "engine/PageBlock.h"
 
+/// Whether a folder is the Windows folder of an installation, which any volume may have: by the part of the
+/// registry that the system starts with.
+native::Status isInstallation(const native::Api& api, const NativeFile& folder, bool& isOne);
+/// Whether it is the system's folder in such a one.
+native::Status isSystemFolder(const native::Api& api, const NativeFile& folder, bool& isOne);
+
+/// Whether something is shared with the system.
+enum class Sharing
+{
+    kNone,
+    kShared,
+    kNotTold
+};
+
 /// The Windows folder: where the list is, and what is of use to the system.
 class WindowsFolder
 {
@@ -13,16 +27,21 @@ public:
     native::Status open(Text path);
     [[nodiscard]] const NativeFile& folder() const { return m_folder; }
     [[nodiscard]] const FileNumber& number() const { return m_number; }
-    /// Whether an open file has one of its names in this folder, as something of use: all names share the
-    /// data. Also when a file of this volume has several names and the system does not tell them.
-    [[nodiscard]] bool shares(const NativeFile& file, const FileNumber& number) const;
+    /// The folder that it is in: as a rule its volume's root.
+    [[nodiscard]] const FileNumber& parent() const { return m_parent; }
+    /// Whether one of the names of an open file is of use, here or in the Windows folder of another
+    /// installation on its volume, whose root is given: all names share the data. kNotTold when a file of
+    /// this volume has several names and the system does not say which.
+    [[nodiscard]] Sharing sharingOf(const NativeFile& root, const NativeFile& file,
+                                    const FileNumber& number) const;
 
 private:
-    bool isOfUse(std::uint64_t folder, Text name) const;
+    bool isOfUse(const NativeFile& root, bool isHere, std::uint64_t folder, Text name) const;
 
     const native::Api& m_api;
     NativeFile m_folder;
     FileNumber m_number;
+    FileNumber m_parent;
     PageBlock m_scratch;
     Text m_path; // below the volume's root
 };

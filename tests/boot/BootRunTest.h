@@ -81,9 +81,11 @@ protected:
         std::filesystem::create_directories(root / L"windows/system32");
         std::filesystem::create_directories(root / L"windows/temp");
         std::filesystem::create_directories(root / L"folder");
+        std::filesystem::create_directories(root / L"folder/nt/system32/config"); // another installation
         for (const wchar_t* name :
              {L"keep", L"report", L"folder/x", L"windows/system32/ntdll.dll", L"windows/win.ini",
-              L"windows/setup.log", L"windows/temp/x.tmp", L"ntuser.dat"})
+              L"windows/setup.log", L"windows/temp/x.tmp", L"ntuser.dat", L"bootmgr",
+              L"folder/nt/system32/config/system", L"folder/nt/win.ini", L"folder/nt/setup.log"})
             write(name, "content of " + std::string(name, name + std::wcslen(name)));
     }
 
@@ -101,6 +103,11 @@ protected:
     [[nodiscard]] bool isThere(const std::wstring& name) const
     {
         return std::filesystem::exists(root / name);
+    }
+    [[nodiscard]] std::wstring log() const
+    {
+        const std::string bytes = read((windows / L"sysmaint-boot.log").wstring());
+        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
     }
     /// Everything but what the program itself writes.
     [[nodiscard]] Files files() const
@@ -126,25 +133,26 @@ protected:
     }
     void setList(const std::wstring& text) const
     {
-        write(L"windows/ForceDelete.txt",
+        write((windows / kList).wstring(),
               {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
     }
     /// The list behind its header.
     [[nodiscard]] std::wstring list() const
     {
-        const std::string bytes = read(L"windows/ForceDelete.txt");
+        const std::string bytes = read((windows / kList).wstring());
         const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()),
                                 bytes.size() / sizeof(wchar_t));
         return text.substr(0, 4) == kHeader ? text.substr(4) : text;
     }
     RunReport run(const native::Api& api = native::systemApi(), const RunEvents& events = {}) const
     {
-        const std::wstring windows = L"\\??\\" + (root / L"windows").make_preferred().wstring();
-        return BootRun(api, Text(windows.data(), windows.size()), events).run();
+        const std::wstring folder = L"\\??\\" + windows.wstring();
+        return BootRun(api, Text(folder.data(), folder.size()), events).run();
     }
 
     static inline const std::wstring kHeader = std::wstring(L"\0\0\r\n", 4);
     static inline const std::wstring kList = L"ForceDelete.txt";
     std::filesystem::path root =
-        (std::filesystem::temp_directory_path() / L"sysmaint-boot-tests").make_preferred();
+        (std::filesystem::temp_directory_path().root_path() / L"sysmaint-boot-tests").make_preferred();
+    std::filesystem::path windows = root / L"windows";
 };

@@ -1,5 +1,7 @@
 #include "BootRunTest.h"
 
+#include <process.h>
+
 #include <set>
 
 namespace {
@@ -19,119 +21,6 @@ void addStream(void* answer, std::size_t at, Text name, ULONG next)
     std::copy_n(name.data, name.length, entry.name);
 }
 } // namespace
-
-struct Case
-{
-    std::wstring line;
-    std::wstring goes; // the file that is wiped, if any
-    bool stays = true; // the line
-};
-
-class BootLineTest : public BootRunTest
-{
-protected:
-    [[nodiscard]] std::vector<Case> cases() const
-    {
-        const std::wstring longName(255, L'n');
-        return {
-            {line(L"report"), L"report", false},
-            {line(L"REPORT", L"3*\t*2"), L"report", false},
-            {line(L"report", L"2*\t*0"), L"report", false},
-            {line(L"report", L"1*\t*1000"), L"report", false},
-            {line(L"windows\\temp\\x.tmp"), L"windows/temp/x.tmp", false},
-            {line(L"windows\\setup.log"), L"windows/setup.log", false},
-            {lineOf(L"\\??\\" + shortName()), L"a rather long name.text", false},
-            {line(L"nothing"), L"", false},
-            {line(L"no folder\\report"), L"", false},
-            {line(longName), L"", false},
-            {line(L"report."), L"", false}, // another name than "report", to the system itself
-            {line(L"report "), L"", false},
-            {line(L"keep\\report"), L""},
-            {line(L"folder"), L""},
-            {line(L"folder\\"), L""},
-            {line(L"windows"), L""},
-            {line(L"windows\\ForceDelete.txt"), L""},
-            {line(L"windows\\sysmaint-boot.log"), L""},
-            {line(L"windows\\win.ini"), L""},
-            {line(L"windows\\System32\\ntdll.dll"), L""},
-            {line(L"windows\\temp"), L""},
-            {line(L"ntuser.dat"), L""},
-            {line(L"folder\\..\\report"), L""},
-            {line(L".\\report"), L""},
-            {line(L"folder/x"), L""},
-            {line(L"rep*"), L""},
-            {line(L"repor?"), L""},
-            {line(L"report:stream"), L""},
-            {line(L"report::$DATA"), L""},
-            {line(L"re\tport"), L""},
-            {line(L"report\\"), L""},
-            {line(L"\\report"), L""},
-            {line(longName + L"n"), L""},
-            {line(std::wstring(32767, L'x')), L""},
-            {line(std::wstring(65536, L'x').insert(0, L"report\\")), L""},
-            {lineOf(root.wstring() + L"\\report"), L""},
-            {lineOf(L"\\\\?\\" + root.wstring() + L"\\report"), L""},
-            {lineOf(L"report"), L""},
-            {lineOf(L"\\??\\report"), L""},
-            {lineOf(L"\\??\\C:report"), L""},
-            {lineOf(L"\\??\\C:\\"), L""},
-            {lineOf(L"\\??\\C:"), L""},
-            {lineOf(L"\\??\\Q:\\report"), L""},
-            {lineOf(L"\\??\\PhysicalDrive0"), L""},
-            {lineOf(L"\\??\\GLOBALROOT\\Device\\Null"), L""},
-            {lineOf(L"\\??\\UNC\\localhost\\share\\report"), L""},
-            {lineOf(L"\\??\\pipe\\report"), L""},
-            {lineOf(L"\\??\\Volume{01234567-0123-0123-0123-0123456789ab}\\x"), L""},
-            {lineOf(L"\\??\\Volume{01234567-0123-0123-0123-0123456789ag}\\x"), L""},
-            {lineOf(L"\\??\\C:\\bootmgr"), L""},
-            {lineOf(L"\\??\\C:\\$MFT"), L""},
-            {lineOf(L""), L""},
-            {line(L"report", L"0*\t*1"), L""},
-            {line(L"report", L"4*\t*1"), L""},
-            {line(L"report", L"4294967297*\t*1"), L""},
-            {line(L"report", L"99999999999999999999999*\t*1"), L""},
-            {line(L"report", L"1*\t*-1"), L""},
-            {line(L"report", L"1*\t*1001"), L""},
-            {line(L"report", L"1*\t*1*"), L""},
-            {line(L"report", L"*\t*1"), L""},
-            {line(L"report", L"1*\t*"), L""},
-            {line(L"report", L"1"), L""},
-            {line(L"report").substr(1), L""},
-            {L"junk\r\n", L""},
-            {L"\r\r\n", L""},
-            {std::wstring(L"\0*FileShred*\r\n", 14), L""},
-        };
-    }
-    [[nodiscard]] std::wstring shortName() const
-    {
-        std::wstring path(MAX_PATH, L'\0');
-        path.resize(GetShortPathNameW((root / L"a rather long name.text").c_str(), path.data(), MAX_PATH));
-        return path;
-    }
-};
-
-/// Nothing but the listed file changes, and a line stays unless its file is gone.
-TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
-{
-    write(L"a rather long name.text", "1");
-    for (const Case& c : cases()) {
-        SCOPED_TRACE(testing::Message() << c.line.substr(0, 200));
-        const Files before = files();
-        setList(kHeader + c.line);
-        const RunReport report = run();
-        Files expected = before;
-        EXPECT_EQ(expected.erase(c.goes), c.goes.empty() ? 0U : 1U);
-        EXPECT_EQ(files(), expected);
-        EXPECT_EQ(list(), c.stays ? c.line : L"");
-        EXPECT_EQ(report.isListEmpty, !c.stays);
-        EXPECT_EQ(isThere(L"windows/ForceDelete.txt"), c.stays);
-        EXPECT_TRUE(report.lines == 1 && report.left == (c.stays ? 1U : 0U) && report.status == 0);
-        for (const auto& [name, bytes] : before)
-            if (expected.count(name) == 0)
-                write(name, bytes);
-    }
-    EXPECT_NE(read(L"windows/sysmaint-boot.log").find("l\0e\0f\0t\0:\0"), std::string::npos);
-}
 
 /// Lists that are not as they should be lose no line, and can be added to afterwards.
 TEST_F(BootRunTest, TakesListsAsTheyAre)
@@ -155,7 +44,13 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
         {L"junk\r\n\r\n" + line(L"report"), L"junk\r\n"},
         {kHeader + line(L"report") + half, half + L"?\r\n"},
         {kHeader + line(L"report") + half, half + L"?\r\n", true},
-        {kHeader + cut, cut + L"?\r\n"}, // a number may be cut off as well
+        {kHeader + cut, cut + L"?\r\n"},                     // a number may be cut off as well
+        {kHeader + half + line(L"report"), half + L"?\r\n"}, // and a line that came behind it
+        {kHeader + cut + half + L"*File" + line(L"report") + half,
+         cut + L"?\r\n" + half + L"*File?\r\n" + half + L"?\r\n"},
+        {kHeader + cut + L"\r" + line(L"report"), cut + L"\r?\r\n"},
+        {L"\xFEFF" + line(L"report"), L""},
+        {L"\xFEFF" + kHeader + line(L"folder") + line(L"report"), line(L"folder")},
         {kHeader + std::wstring(30, L'-') + L"\r\n" + line(L"report"), L""},
         {many, std::wstring(many).erase(many.find(line(L"report")), line(L"report").size())},
     };
@@ -176,30 +71,50 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
     }
 }
 
+/// What is not there costs next to nothing, however much of it is listed.
+TEST_F(BootRunTest, TakesManyMissingFilesOffAtOnce)
+{
+    std::wstring missing;
+    for (int i = 0; i < 2000; ++i)
+        missing += line(L"none" + std::to_wstring(i));
+    setList(kHeader + missing + line(L"report") + line(L"folder") + missing);
+    std::map<const void*, int> calls;
+    WatchedApi watched([&](int, const void* function) { return ++calls[function], WatchedApi::kGoOn; });
+    EXPECT_EQ(run(watched.api).gone, 4000U);
+    EXPECT_EQ(list(), line(L"folder"));
+    EXPECT_FALSE(isThere(L"report"));
+    EXPECT_LT(calls[reinterpret_cast<void*>(native::systemApi().writeFile)], 30);
+    EXPECT_LT(calls[reinterpret_cast<void*>(native::systemApi().flushFile)], 5);
+    EXPECT_LT(watched.calls(), 4000 + 200); // each is looked for
+}
+
 /// Runs over three files that go and one that does not.
 class BootCallTest : public BootRunTest
 {
 protected:
     enum Mode
     {
-        kStops, // after a call nothing more is done, as when the power fails
         kFails, // that call alone fails
         kAdds   // just before it somebody adds a line, as the library does
     };
 
-    /// The calls that were made.
-    int runWith(Mode mode, int at)
+    void prepare()
     {
         for (const std::wstring& name : listed)
             write(name, "listed");
         before = files();
-        setList(kHeader + line(L"report", L"2*\t*1") + line(L"folder\\x") + line(L"windows") +
-                line(L"windows\\temp\\x.tmp", L"2*\t*2"));
+        setList(kHeader + line(L"report", L"2*\t*1") + line(L"none") + line(L"none\\at all") +
+                line(L"folder\\x") + line(L"windows") + line(L"windows\\temp\\x.tmp", L"2*\t*2"));
         isAdded = false;
+    }
+    /// The calls that were made.
+    int runWith(Mode mode, int at)
+    {
+        prepare();
         WatchedApi watched([&](int call, const void* function) {
             if (mode == kAdds && call >= at && !isAdded)
                 isAdded = append();
-            const bool fails = mode == kStops ? call > at : mode == kFails && call == at;
+            const bool fails = mode == kFails && call == at;
             return fails && !isClose(function) ? kNoResources : WatchedApi::kGoOn;
         });
         run(watched.api);
@@ -207,7 +122,7 @@ protected:
     }
     bool append() const
     {
-        const std::wstring path = (root / L"windows/ForceDelete.txt").wstring();
+        const std::wstring path = (windows / kList).wstring();
         const HANDLE file =
             CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0, nullptr);
         if (file == INVALID_HANDLE_VALUE)
@@ -221,7 +136,7 @@ protected:
     /// What is still there waits, in the list or in what the next run finds; all others are as they were.
     void expectNothingLost() const
     {
-        const std::string old = read(L"windows/sysmaint-boot.old");
+        const std::string old = read((windows / L"sysmaint-boot.old").wstring());
         const std::wstring waits =
             list() + std::wstring(reinterpret_cast<const wchar_t*>(old.data()), old.size() / 2);
         const Files after = files();
@@ -250,7 +165,7 @@ protected:
             left.insert(text.substr(at, end - at));
         }
         EXPECT_EQ(left, isAdded ? std::set({line(L"windows"), added}) : std::set({line(L"windows")}));
-        EXPECT_FALSE(isThere(L"windows/sysmaint-boot.old") || isThere(L"windows/sysmaint-boot.new"));
+        EXPECT_FALSE(exists(windows / L"sysmaint-boot.old") || exists(windows / L"sysmaint-boot.new"));
     }
 
     const std::set<std::wstring> listed = {L"report", L"folder/x", L"windows/temp/x.tmp"};
@@ -261,7 +176,7 @@ protected:
 
 TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
 {
-    for (const Mode mode : {kStops, kFails, kAdds}) {
+    for (const Mode mode : {kFails, kAdds}) {
         constexpr int kNever = 1000000;
         int calls = runWith(mode, kNever);
         EXPECT_GT(calls, 80);
@@ -272,6 +187,35 @@ TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
             expectDone();
         }
     }
+}
+
+/// The program itself, as it is but for the name of the library that it imports: that one ends it, call by
+/// call, as a power cut would.
+TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
+{
+    wchar_t path[MAX_PATH];
+    windows.assign(path, path + GetWindowsDirectoryW(path, MAX_PATH));
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const auto folder = std::filesystem::path(path).parent_path();
+    std::string image = read((folder / L"sysmaint-boot.exe").wstring());
+    const std::string library = "ntdll.dll";
+    image.replace(image.find(library), library.size(), "death.dll");
+    EXPECT_EQ(image.find(library), std::string::npos);
+    const std::wstring program = (folder / L"dying-boot.exe").wstring();
+    write(program, image);
+    int deaths = 0;
+    for (bool isDead = true; isDead; ++deaths) {
+        SCOPED_TRACE(deaths);
+        prepare();
+        SetEnvironmentVariableW(L"SYSMAINT_DEATH_AT", std::to_wstring(deaths + 1).c_str());
+        isDead = _wspawnl(_P_WAIT, program.c_str(), L"boot", nullptr) == 99;
+        expectNothingLost();
+        expectDone();
+    }
+    EXPECT_GT(deaths, 50);
+    for (const wchar_t* name : {L"ForceDelete.txt", L"sysmaint-boot.log"})
+        std::filesystem::remove(windows / name);
+    std::filesystem::remove(program);
 }
 
 /// What this platform cannot make is told to the engine as the system would tell it.
@@ -565,18 +509,29 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
                                               share, disposition, isById ? options - native::kById : options,
                                               rest...);
     };
-    const std::pair<const wchar_t*, bool> cases[] = {{L"windows\\system32", false},
-                                                     {L"windows", false},
-                                                     {L"folder", true},
-                                                     {L"windows\\temp", true},
-                                                     {L"", false}};
-    for (const auto& [folder, goes] : cases) {
+    constexpr const wchar_t* kNeeded = L"the system needs it";
+    const std::tuple<const wchar_t*, bool, const wchar_t*> cases[] = {
+        {L"windows\\system32", false, kNeeded},
+        {L"windows", false, kNeeded},
+        {L"folder\\nt", false, kNeeded},
+        {L"folder", true, L""},
+        {L"windows\\temp", true, L""},
+        {L"", false, L"it has other names, which cannot be told: the system may need it by one of them"}};
+    std::wstring left;
+    RunEvents events;
+    events.context = &left;
+    events.onLeft = [](void* context, Text, Text reason, native::Status) {
+        static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
+    };
+    for (const auto& [folder, goes, reason] : cases) {
         SCOPED_TRACE(folder);
+        left.clear();
         other = *folder == L'\0' ? L"" : (root / folder).wstring();
         write(L"report", "again");
         setList(kHeader + line(L"report"));
-        run(api);
+        run(api, events);
         EXPECT_EQ(isThere(L"report"), !goes);
         EXPECT_EQ(list(), goes ? L"" : line(L"report"));
+        EXPECT_EQ(left, reason);
     }
 }

@@ -206,7 +206,19 @@ TEST_F(BootListTest, IsWrittenByteForByte)
               ERROR_IO_DEVICE); // the boot-time program has no current folder
     EXPECT_EQ(wipe(kWipeFile, folder + L"/tree\\..\\some file.txt"), ERROR_IO_DEVICE);
     SetCurrentDirectoryW(before);
-    EXPECT_EQ(takeBootList(), L"x" + lineOf(held) + lineOf(held));
+    EXPECT_EQ(takeBootList(), L"x?\r\n" + lineOf(held) + lineOf(held));
+
+    // Behind a line that somebody could not write to its end.
+    for (const Bytes& torn : {Bytes{'x', 0, '\r', 0}, Bytes{'\r', 0, '\n'}, Bytes{'x'}}) {
+        writeBytes(bootListPath(), torn);
+        wipe(kWipeFile, held);
+        const std::wstring last(torn.size() == 4 ? L"x\r" : torn.size() == 3 ? L"\r\n" : L"x");
+        EXPECT_EQ(takeBootList(), last + L"?\r\n" + lineOf(held));
+    }
+    const std::wstring glued = lineOf(folder).substr(0, 40) + lineOf(held);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(glued.data());
+    writeBytes(bootListPath(), Bytes(bytes, bytes + glued.size() * sizeof(wchar_t)));
+    EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 1);
 }
 
 /// One that others hold, and a disk that takes half of a line, leave it as it was; the caller can tell.

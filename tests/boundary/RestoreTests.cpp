@@ -3,6 +3,7 @@
 #include <objbase.h>
 #include <sddl.h>
 
+#include <sstream>
 #include <thread>
 
 #include "core/win32/utils/restoremanager/api.h"
@@ -14,70 +15,51 @@ constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\Sy
 constexpr auto kFailed = static_cast<HRESULT>(0x80041003);
 constexpr auto kWithoutCode = static_cast<HRESULT>(0x80040000);
 
-// In the place of COM's functions.
-HRESULT initialize(void* reserved, DWORD kind)
-{
-    const HRESULT result = com.next();
-    const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
-    com.apartments += SUCCEEDED(real) ? 1 : 0;
-    return real;
-}
-void uninitialize()
-{
-    --com.apartments;
-    EXPECT_EQ(com.references, 0) << "released after COM";
-    ::CoUninitialize();
-}
 std::wstring security; // who may call in
 DWORD level = 0;
-HRESULT initializeSecurity(PSECURITY_DESCRIPTOR descriptor, LONG, void*, void*, DWORD authentication, DWORD,
-                           void*, DWORD, void*)
-{
-    wchar_t* text = nullptr;
-    ConvertSecurityDescriptorToStringSecurityDescriptorW(
-        descriptor, SDDL_REVISION_1,
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, &text, nullptr);
-    security = text != nullptr ? text : L"";
-    level = authentication;
-    LocalFree(text);
-    return com.next();
-}
-HRESULT createInstance(const CLSID& id, IUnknown* outer, DWORD context, const IID& type, void** object)
-{
-    const HRESULT result = com.next();
-    return FAILED(result) ? result : ::CoCreateInstance(id, outer, context, type, object);
-}
-HRESULT setProxyBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD impersonation, void*, DWORD)
-{
-    EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
-    return com.next();
-}
-BSTR allocString(const wchar_t* text)
-{
-    const bool failed = FAILED(com.next());
-    com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
-    com.texts += failed ? 0 : 1;
-    return failed ? nullptr : ::SysAllocString(text);
-}
-void freeString(BSTR text)
-{
-    com.texts -= text != nullptr ? 1 : 0;
-    ::SysFreeString(text);
-}
-HRESULT clearVariant(VARIANT* value)
-{
-    com.texts -= value->vt == VT_BSTR ? 1 : 0;
-    return ::VariantClear(value);
-}
+
+// In the place of COM's functions.
 const std::map<std::string_view, void*> kReplaced{
-    {"CoInitializeEx", FakeObject::method(&initialize)},
-    {"CoUninitialize", FakeObject::method(&uninitialize)},
-    {"CoInitializeSecurity", FakeObject::method(&initializeSecurity)},
-    {"CoCreateInstance", FakeObject::method(&createInstance)},
-    {"CoSetProxyBlanket", FakeObject::method(&setProxyBlanket)},
-    {"SysAllocString", FakeObject::method(&allocString)},
-    {"SysFreeString", FakeObject::method(&freeString)},
-    {"VariantClear", FakeObject::method(&clearVariant)}};
+    {"CoInitializeEx", FakeObject::method(+[](void* reserved, DWORD kind) {
+         const HRESULT result = com.next();
+         const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
+         com.apartments += SUCCEEDED(real) ? 1 : 0;
+         return real;
+     })},
+    {"CoUninitialize", FakeObject::method(+[] {
+         --com.apartments;
+         EXPECT_EQ(com.references, 0) << "released after COM";
+         ::CoUninitialize();
+     })},
+    {"CoInitializeSecurity",
+     FakeObject::method(+[](PSECURITY_DESCRIPTOR given, LONG, void*, void*, DWORD authentication) {
+         constexpr SECURITY_INFORMATION kAll =
+             OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+         wchar_t* text = nullptr;
+         ConvertSecurityDescriptorToStringSecurityDescriptorW(given, SDDL_REVISION_1, kAll, &text, nullptr);
+         security = text != nullptr ? text : L"";
+         level = authentication;
+         LocalFree(text);
+         return com.next();
+     })},
+    {"CoSetProxyBlanket", FakeObject::method(+[](void*, DWORD, DWORD, void*, DWORD, DWORD impersonation) {
+         EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+         return com.next();
+     })},
+    {"SysAllocString", FakeObject::method(+[](const wchar_t* text) {
+         const bool failed = FAILED(com.next());
+         com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
+         com.texts += failed ? 0 : 1;
+         return failed ? nullptr : ::SysAllocString(text);
+     })},
+    {"SysFreeString", FakeObject::method(+[](BSTR text) {
+         com.texts -= text != nullptr ? 1 : 0;
+         ::SysFreeString(text);
+     })},
+    {"VariantClear", FakeObject::method(+[](VARIANT* value) {
+         com.texts -= value->vt == VT_BSTR ? 1 : 0;
+         return ::VariantClear(value);
+     })}};
 
 class RestoreTest : public testing::Test
 {
@@ -88,15 +70,13 @@ protected:
         RestoreClient::answer(nullptr);
         functions.setHook([this](auto original, HMODULE module, LPCSTR name) -> FARPROC {
             SetLastError(ERROR_PROC_NOT_FOUND);
-            if (name == missing)
-                return nullptr;
             const auto found = kReplaced.find(name);
-            return found != kReplaced.end() ? reinterpret_cast<FARPROC>(found->second)
-                                            : original(module, name);
+            return name == missing            ? nullptr
+                   : found == kReplaced.end() ? original(module, name)
+                                              : reinterpret_cast<FARPROC>(found->second);
         });
         versions.setHook([this](auto, RTL_OSVERSIONINFOW* told) -> LONG {
-            told->dwMajorVersion = major;
-            told->dwMinorVersion = minor;
+            std::tie(told->dwMajorVersion, told->dwMinorVersion) = version;
             return 0;
         });
     }
@@ -123,18 +103,19 @@ protected:
         EXPECT_TRUE(com.isBalanced());
         return code * 10 + flag;
     }
-    /// Makes a restore point; the code, and all that the client was called with.
-    void expectCreated(const wchar_t* answers, long code, const std::wstring& record)
+    /// Makes a restore point, or removes one; the code, and all that the client was called with.
+    void expectCall(const wchar_t* answers, long code, const std::wstring& record, std::int64_t removed = -9)
     {
         RestoreClient::answer(answers);
-        EXPECT_EQ(CreateRestorePoint(manager), code) << answers;
-        EXPECT_EQ(client.takeRecord(), record) << answers;
-        EXPECT_TRUE(com.isBalanced()) << answers;
+        EXPECT_EQ(removed == -9 ? CreateRestorePoint(manager) : DeleteRestorePoint(manager, removed), code)
+            << answers << removed;
+        EXPECT_EQ(client.takeRecord(), record) << answers << removed;
+        EXPECT_TRUE(com.isBalanced()) << answers << removed;
         EXPECT_EQ(GetModuleHandleW(L"restore_client.dll"), nullptr) << "not unloaded";
     }
 
     std::string_view missing; // function
-    DWORD major = 10, minor = 0;
+    std::pair<DWORD, DWORD> version{10, 0};
     RestoreClient client{scratchFolder()};
     Replaced<"GetProcAddress", decltype(&GetProcAddress)> functions;
     Replaced<"RtlGetVersion", LONG(WINAPI*)(RTL_OSVERSIONINFOW*)> versions;
@@ -146,26 +127,20 @@ protected:
 // What stood there before stays unless a new one is made.
 TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 {
-    major = 6; // where nobody is asked about an older one
-    minor = 1;
-    const std::wstring begun = L"set 100 12 0 " + name + L"\n";
-    const auto ended = [&](const std::wstring& number) {
-        return begun + L"set 101 12 " + number + L" " + name + L"\n";
-    };
-    for (const auto& [answers, code, record, kept] :
-         std::initializer_list<std::tuple<const wchar_t*, long, std::wstring, std::int64_t>>{
-             {L"e5", 5, begun, 0},
-             {L"s1058", 1058, begun, 0},
-             {L"e0", 1003, begun, 0},
-             {L"n12 e5", 5, ended(L"12"), 0},
-             {L"n0 n0", 183, ended(L"0"), 0},
-             {L"n12 n99", 0, ended(L"12"), 12},
-             {L"e5", 5, begun, 12},
-             {L"n12 n12", 183, ended(L"12"), 12},
-             {L"n0 n0", 183, ended(L"0"), 12},
-             {L"n4294967295 n0", 0, ended(L"4294967295"), 4294967295}}) {
-        expectCreated(answers, code, record);
-        EXPECT_EQ(number(), kept) << answers;
+    version = {6, 1}; // where nobody is asked about an older one
+    // The code, the number that is kept, that of the second call if it comes to it, and the client's answers.
+    for (const wchar_t* row : {L"5 0 - e5", L"1058 0 - s1058", L"1003 0 - e0", L"5 0 12 n12 e5",
+                               L"183 0 0 n0 n0", L"0 12 12 n12 n99", L"5 12 - e5", L"183 12 12 n12 n12",
+                               L"183 12 0 n0 n0", L"0 4294967295 4294967295 n4294967295 n0"}) {
+        std::wistringstream fields(row);
+        long code = 0;
+        std::int64_t kept = 0;
+        std::wstring ended, answers;
+        std::getline(fields >> code >> kept >> ended >> std::ws, answers);
+        expectCall(answers.c_str(), code,
+                   L"set 100 12 0 " + name + L"\n" +
+                       (ended == L"-" ? L"" : L"set 101 12 " + ended + L" " + name + L"\n"));
+        EXPECT_EQ(number(), kept) << row;
     }
     // Administrators, services, the process itself and the system may call in, to execute; nobody else.
     EXPECT_EQ(security, L"O:BAG:BAD:(A;;CCDC;;;BA)(A;;CCDC;;;LS)(A;;CCDC;;;NS)(A;;CCDC;;;PS)(A;;CCDC;;;SY)");
@@ -174,15 +149,12 @@ TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 
 TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
 {
-    const auto remove = [&](std::int64_t number, long code, const wchar_t* answers, const wchar_t* record) {
+    const auto remove = [&](std::int64_t removed, long code, const wchar_t* answers, const wchar_t* record) {
         RestoreClient::answer(L"n12 n12");
         CreateRestorePoint(manager);
         client.takeRecord();
-        RestoreClient::answer(answers);
-        EXPECT_EQ(DeleteRestorePoint(manager, number), code) << number;
-        EXPECT_EQ(client.takeRecord(), record) << number;
-        EXPECT_EQ(this->number(), 0) << number;
-        EXPECT_TRUE(com.isBalanced());
+        expectCall(answers, code, record, removed);
+        EXPECT_EQ(number(), 0) << removed;
     };
     remove(12, 0, L"n0", L"remove 12\n");
     remove(4294967295, 0, L"n0", L"remove 4294967295\n");
@@ -191,17 +163,17 @@ TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
     remove(4294967296 + 12, 87, L"n0", L"");
     remove(-1, 87, L"n0", L"");
     client.isMissing = true;
-    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_MOD_NOT_FOUND);
-    expectCreated(L"", ERROR_MOD_NOT_FOUND, L"");
+    expectCall(L"", ERROR_MOD_NOT_FOUND, L"", 12);
+    expectCall(L"", ERROR_MOD_NOT_FOUND, L"");
     client.isMissing = false;
-    for (const auto& [function, fake] : kReplaced) {
+    for (const char* function :
+         {"CoInitializeEx", "CoUninitialize", "CoInitializeSecurity", "CoCreateInstance", "CoSetProxyBlanket",
+          "SysAllocString", "SysFreeString", "VariantClear", "SRRemoveRestorePoint"}) {
         missing = function;
-        EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND) << function;
+        expectCall(L"", ERROR_PROC_NOT_FOUND, L"", 12);
     }
-    missing = "SRRemoveRestorePoint";
-    EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_PROC_NOT_FOUND);
     missing = "SRSetRestorePointW";
-    expectCreated(L"", ERROR_PROC_NOT_FOUND, L"");
+    expectCall(L"", ERROR_PROC_NOT_FOUND, L"");
     EXPECT_EQ(number(), 0);
 }
 
@@ -209,35 +181,36 @@ TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
 TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
 {
     const FakeWmi wmi;
-    const auto create = [&](DWORD minorVersion, const wchar_t* description, long rows, long failing) {
-        major = 6;
-        minor = minorVersion;
+    const auto create = [&](DWORD minorVersion, const wchar_t* description, int withheld, long failing) {
+        version = {6, minorVersion};
         VARIANT& listed = FakeWmi::properties[L"Description"] = FakeWmi::number(0, VT_BSTR);
         listed.bstrVal = ::SysAllocString(description);
-        FakeWmi::rows = rows;
+        FakeWmi::withheld = withheld;
         com.fail(failing, kFailed);
         const long code = CreateRestorePoint(manager);
         EXPECT_EQ(number(), code == 0 ? 12 : 0);
         com.failing = 0;
         DeleteRestorePoint(manager, 12);
         EXPECT_TRUE(com.isBalanced());
-        return ::SysFreeString(listed.bstrVal), code;
+        ::SysFreeString(listed.bstrVal);
+        return code;
     };
-    EXPECT_EQ(create(2, name.c_str(), 1, 0), 0);
-    EXPECT_EQ(create(2, L"Windows Update", 1, 0), 183);
-    EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestore WHERE SequenceNumber = 12");
-    EXPECT_EQ(create(1, L"Windows Update", 1, 0), 0) << "that system keeps no such limit";
-    EXPECT_EQ(create(2, L"Windows Update", 0, 0), 0) << "cannot be told";
-    EXPECT_EQ(create(2, nullptr, 1, 0), 0) << "without a description it cannot be told";
-    EXPECT_EQ(create(2, L"Windows Update", 1, 5), 0) << "cannot be asked";
+    EXPECT_EQ(create(2, name.c_str(), -1, 0), 0);
+    FakeWmi::takeAsked();
+    EXPECT_EQ(create(2, L"Windows Update", -1, 0), 183);
+    EXPECT_EQ(FakeWmi::takeAsked(),
+              L"ROOT\\Default;WQL;SELECT * FROM SystemRestore WHERE SequenceNumber = 12;");
+    EXPECT_EQ(create(1, L"Windows Update", -1, 0), 0) << "that system keeps no such limit";
+    EXPECT_EQ(create(2, L"Windows Update", FakeWmi::kNextRow, 0), 0) << "cannot be told";
+    EXPECT_EQ(create(2, nullptr, -1, 0), 0) << "without a description it cannot be told";
+    EXPECT_EQ(create(2, L"Windows Update", -1, 5), 0) << "cannot be asked";
 }
 
 TEST_F(RestoreTest, DescribesItsPointByNameAndLocalTime)
 {
-    CloseRestoreManager(manager);
     Replaced<"GetLocalTime", decltype(&GetLocalTime)> clock(
         [](auto, SYSTEMTIME* now) { *now = {2010, 3, 5, 5, 14, 7, 9, 0}; });
-    manager = CreateRestoreManager(L"Registry");
+    CloseRestoreManager(std::exchange(manager, CreateRestoreManager(L"Registry")));
     const std::wstring described = L"Registry_05.03.2010 14:07:09";
     const std::uint64_t needed = described.size() + 1;
     for (const std::uint64_t size : {std::uint64_t{0}, needed - 1, needed, needed + 1}) {
@@ -262,67 +235,50 @@ TEST_F(RestoreTest, AsksTheRegistryOrWmiAsTheVersionWants)
 {
     const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(1);
-    struct Row
-    {
-        DWORD major, minor;
-        int data; // of the value; -1: no key, -2: no value, -3: a text
-        long expected;
-    };
-    for (const Row& row : {Row{4, 10, 1, 7},
-                           {5, 0, 1, 7},
-                           {5, 3, 1, 7},
-                           {5, 1, -1, 1},
-                           {5, 2, -1, 1},
-                           {5, 1, -2, 27},
-                           {5, 1, 0, 1},
-                           {5, 2, 1, 0},
-                           {5, 1, 2, 0},
-                           {5, 2, -3, 16307},
-                           {6, 0, 1, 1},
-                           {6, 1, 1, 1},
-                           {6, 3, 1, 1},
-                           {10, 0, 1, 1},
-                           {11, 0, 1, 1}}) {
-        major = row.major;
-        minor = row.minor;
+    // The version, the value's data (-1: no key, -2: no value, -3: a text), and the status.
+    std::istringstream rows(
+        "4 10 1 7  5 0 1 7  5 3 1 7  5 1 -1 1  5 2 -1 1  5 1 -2 27  5 1 0 1  5 2 1 0  5 1 2 0 "
+        "5 2 -3 16307  6 0 1 1  6 1 1 1  6 3 1 1  10 0 1 1  11 0 1 1");
+    int data = 0;
+    for (long expected = 0; rows >> version.first >> version.second >> data >> expected;) {
         RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
-        if (row.data != -1)
-            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, row.data == -2 ? L"Other" : L"DisableSR",
-                            row.data == -3 ? REG_SZ : REG_DWORD, &row.data, sizeof row.data);
-        EXPECT_EQ(status(), row.expected) << major << "." << minor << ", " << row.data;
+        if (data != -1)
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kKey, data == -2 ? L"Other" : L"DisableSR",
+                            data == -3 ? REG_SZ : REG_DWORD, &data, sizeof data);
+        EXPECT_EQ(status(), expected) << version.first << "." << version.second << ", " << data;
     }
+    EXPECT_TRUE(rows.eof());
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
-    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> keys(
+    const Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> keys(
         [](auto...) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-    major = 5;
-    minor = 1;
+    version = {5, 1};
     EXPECT_EQ(status(), 57);
 }
 
 TEST_F(RestoreTest, TakesFromWmiWhatItSays)
 {
     const FakeWmi wmi;
-    for (const auto& [rows, interval, expected] :
-         std::initializer_list<std::tuple<long, VARIANT, long>>{{1, FakeWmi::number(1), 1},
-                                                                {1, FakeWmi::number(0), 0},
-                                                                {3, FakeWmi::number(-1, VT_UI4), 1},
-                                                                {0, FakeWmi::number(1), 11687},
-                                                                {1, FakeWmi::number(1, VT_NULL), 137},
-                                                                {1, FakeWmi::number(1, VT_BOOL), 137}}) {
-        FakeWmi::rows = rows;
-        FakeWmi::properties[L"RPSessionInterval"] = interval;
-        EXPECT_EQ(status(), expected);
-        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;WQL:SELECT * FROM SystemRestoreConfig");
-    }
-    FakeWmi::properties.clear();
     EXPECT_EQ(status(), 0x1002 * 10 + 7) << "the property is missing";
+    EXPECT_EQ(FakeWmi::takeAsked(), L"ROOT\\Default;WQL;SELECT * FROM SystemRestoreConfig;");
+    // The interval, its type, and the status.
+    std::istringstream rows("1 3 1  0 3 0  -1 19 1  1 1 137  1 11 137");
+    int type = 0;
+    for (long interval = 0, expected = 0; rows >> interval >> type >> expected;) {
+        FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(interval, static_cast<VARTYPE>(type));
+        EXPECT_EQ(status(), expected) << interval << " of type " << type;
+    }
+    FakeWmi::withheld = FakeWmi::kNextRow;
+    EXPECT_EQ(status(), 11687) << "no row";
+    FakeWmi::withheld = -1;
     for (const long result : {0L, 5L}) {
+        FakeWmi::takeAsked();
         FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(result);
         EXPECT_EQ(EnableSystemRestore(manager, L"D:\\"), result);
-        EXPECT_EQ(FakeWmi::asked, L"ROOT\\Default;SystemRestore.Enable;Drive=D:\\;SystemRestore.Enable");
+        EXPECT_EQ(FakeWmi::takeAsked(),
+                  L"ROOT\\Default;SystemRestore;Enable;Drive=D:\\;SystemRestore;Enable;");
         EXPECT_EQ(level, DWORD{RPC_C_AUTHN_LEVEL_CONNECT});
     }
-    FakeWmi::hasAnswer = false;
+    FakeWmi::withheld = FakeWmi::kExecute;
     EXPECT_EQ(EnableSystemRestore(manager, L"D:\\"), 0x1002);
     EXPECT_EQ(EnableSystemRestore(manager, L""), 87) << "to WMI it means all drives";
     EXPECT_TRUE(com.isBalanced());
@@ -333,8 +289,7 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
 {
     const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(0);
-    minor = 1;
-    major = 6;
+    version = {6, 1};
     int flag = 7;
     int point = 0;
     const std::pair<long, std::function<long()>> operations[] = {
@@ -352,17 +307,13 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
             com.fail(0, S_OK);
             EXPECT_EQ(run(), ERROR_SUCCESS);
             EXPECT_EQ(com.calls, calls);
-            for (long number = 1; number <= calls; ++number)
-                for (const HRESULT code : {kFailed, kWithoutCode}) {
-                    flag = 7;
-                    com.fail(number, code);
-                    const long result = run();
-                    EXPECT_EQ(result, com.code == E_OUTOFMEMORY ? 8
-                                      : code == kFailed         ? 0x1003
-                                                                : 574)
-                        << number;
-                    EXPECT_TRUE(com.isBalanced() && flag == 7) << number << " of " << calls;
-                }
+            for (long i = 0; i < 2 * calls; ++i) {
+                flag = 7;
+                com.fail(i / 2 + 1, i % 2 == 0 ? kFailed : kWithoutCode);
+                const long result = run();
+                EXPECT_EQ(result, com.code == E_OUTOFMEMORY ? 8 : i % 2 == 0 ? 0x1003 : 574) << i / 2 + 1;
+                EXPECT_TRUE(com.isBalanced() && flag == 7) << i / 2 + 1 << " of " << calls;
+            }
             com.fail(2, RPC_E_TOO_LATE); // the process's security, which is set already
             EXPECT_EQ(run(), ERROR_SUCCESS);
         }

@@ -1,14 +1,14 @@
 // The snapshot tool's wrapper, with a stand-in that writes down what it was called with.
 
-#include <fcntl.h>
-#include <io.h>
-
 #include <bit>
 
 #include "core/win32/utils/restoremanager/api.h"
 #include "support/RestoreClient.h"
 
 namespace {
+constexpr std::size_t kLongestLine = 32766;
+using Starts = Replaced<"CreateProcessW", decltype(&::CreateProcessW)>;
+
 class SnapshotTest : public testing::Test
 {
 protected:
@@ -17,27 +17,23 @@ protected:
         SetEnvironmentVariableW(L"SYSMAINT_TOOL_RECORD", record.c_str());
         CreateDirectoryW((folder + L"\\a ü €").c_str(), nullptr);
         EXPECT_TRUE(CopyFileW(besideTests(L"snapshot_tool.exe").c_str(), tool.c_str(), FALSE));
-        GetCurrentDirectoryW(MAX_PATH, before);
-        SetCurrentDirectoryW(folder.c_str());
+        std::filesystem::current_path(folder);
     }
-    ~SnapshotTest() override { SetCurrentDirectoryW(before); }
+    ~SnapshotTest() override { std::filesystem::current_path(before); }
 
-    /// The tool's command line and, each on a line of its own, its arguments; empty when it did not run.
-    std::wstring takeLines() const
+    /// The tool's command line, and how many arguments it took it for; empty when it did not run.
+    std::wstring takeLine(long* arguments = nullptr) const
     {
-        std::wstring text = readText(record);
+        const std::wstring lines = readText(record);
         DeleteFileW(record.c_str());
-        return text;
-    }
-    std::wstring takeLine() const
-    {
-        const std::wstring lines = takeLines();
+        if (arguments != nullptr)
+            *arguments = static_cast<long>(std::count(lines.begin(), lines.end(), L'\n'));
         return lines.substr(0, lines.find(L'\n'));
     }
     long create(const wchar_t* name, const wchar_t* comment = nullptr, const wchar_t* user = nullptr,
-                const wchar_t* password = nullptr, const wchar_t* other = nullptr) const
+                const wchar_t* password = nullptr) const
     {
-        return vrl->createSnapshot(other != nullptr ? other : tool.c_str(), name, comment, user, password);
+        return vrl->createSnapshot(tool.c_str(), name, comment, user, password);
     }
     long restore(std::uint32_t mode, const wchar_t* user = nullptr, const wchar_t* password = nullptr,
                  const wchar_t* name = nullptr, const wchar_t* time = nullptr) const
@@ -53,7 +49,7 @@ protected:
     }
     bool isFound(const wchar_t* name) const { return restore(3, nullptr, nullptr, name) == 0; }
 
-    wchar_t before[MAX_PATH]{};
+    std::filesystem::path before = std::filesystem::current_path();
     std::wstring folder = scratchFolder();
     std::wstring tool = folder + L"\\a ü €\\vrlcmd.exe";
     std::wstring record = folder + L"\\tool-record";
@@ -68,35 +64,37 @@ TEST_F(SnapshotTest, TellsTheToolEveryCombinationToTheCharacter)
             return (set & bit) != 0 ? text : nullptr;
         };
         const auto expected = [&](unsigned bit, const wchar_t* text) {
-            return (set & bit) != 0 ? text : L"";
+            return std::wstring((set & bit) != 0 ? text : L"");
         };
         EXPECT_EQ(create(L"before größe €", given(1, L"a /user x"), given(2, L"Jo Doe"), given(4, L"p w\\x")),
                   0);
-        const std::wstring lines = takeLines();
-        EXPECT_EQ(lines.substr(0, lines.find(L'\n')), std::wstring(L"vrlcmd /n /name \"before größe €\"") +
-                                                          expected(1, L" /comment \"a /user x\"") +
-                                                          expected(2, L" /user \"Jo Doe\"") +
-                                                          expected(4, L" /pass \"p w\\x\""));
-        EXPECT_EQ(std::count(lines.begin(), lines.end(), L'\n'), 4 + 2 * std::popcount(set)) << "arguments";
-        const std::wstring account = std::wstring(expected(2, L" /user €u")) + expected(4, L" /pass p\\");
+        long arguments = 0;
+        EXPECT_EQ(takeLine(&arguments),
+                  L"vrlcmd /n /name \"before größe €\"" + expected(1, L" /comment \"a /user x\"") +
+                      expected(2, L" /user \"Jo Doe\"") + expected(4, L" /pass \"p w\\x\""));
+        EXPECT_EQ(arguments, 4 + 2 * std::popcount(set));
         const wchar_t* const begins[] = {L"vrlcmd /r /current ", L"vrlcmd /r /baseline ",
                                          L"vrlcmd /r /time \"14:07 today\""};
         for (std::uint32_t mode = 0; mode < 3; ++mode) {
             EXPECT_EQ(restore(mode, given(2, L"€u"), given(4, L"p\\"), L"n", L"14:07 today"), 0);
-            EXPECT_EQ(takeLine(), begins[mode] + account);
+            EXPECT_EQ(takeLine(), begins[mode] + expected(2, L" /user €u") + expected(4, L" /pass p\\"));
         }
     }
     EXPECT_EQ(create(L"n", L""), 0);
     EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"n\" /comment \"\"");
+    EXPECT_EQ(create(std::wstring(kLongestLine - 18, L'x').c_str()), 0);
+    EXPECT_EQ(takeLine().size(), kLongestLine);
 }
 
 // What is missing or could become another argument starts nothing.
 TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
 {
-    Replaced<"CreateProcessW", decltype(&::CreateProcessW)> starts;
+    const Starts starts;
     writeList(L"n\t14:07\n");
     std::vector<long> codes;
-    for (const wchar_t* bad : {L"\"", L"a\" /r /baseline \"", L"a\\", L"a\\\\"})
+    const std::wstring tooLong(kLongestLine - 17, L'x'); // the shortest line has 18 more
+    for (const wchar_t* bad :
+         {L"\"", L"a\" /r /baseline \"", L"a\\", L"a\\\\", L"a\rb", L"a\n", tooLong.c_str()})
         codes.insert(codes.end(),
                      {create(bad), create(L"n", bad), create(L"n", nullptr, bad),
                       create(L"n", nullptr, nullptr, bad), restore(2, nullptr, nullptr, nullptr, bad)});
@@ -106,10 +104,10 @@ TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
     for (const wchar_t* none : {static_cast<const wchar_t*>(nullptr), L""})
         codes.insert(codes.end(), {create(none), restore(2, nullptr, nullptr, L"n", none),
                                    restore(3, nullptr, nullptr, none, L"14:07"),
-                                   vrl->createSnapshot(none, L"n", nullptr, nullptr, nullptr),
                                    vrl->restoreSnapshot(0, none, nullptr, nullptr, nullptr, nullptr)});
-    for (const wchar_t* batch : {L"vrlcmd.bat", L"C:\\a.CMD", L"x.bat. ."})
-        codes.push_back(create(L"n", nullptr, nullptr, nullptr, batch));
+    for (const wchar_t* bad :
+         {static_cast<const wchar_t*>(nullptr), L"", L"v.bat", L"C:\\a.CMD", L"x.bat. ."})
+        codes.push_back(vrl->createSnapshot(bad, L"n", nullptr, nullptr, nullptr));
     for (const std::uint32_t mode : {4U, 0xFFFFFFFFU})
         codes.push_back(restore(mode, nullptr, nullptr, L"n", L"14:07"));
     for (const long& code : codes)
@@ -122,24 +120,23 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
     const DWORD handles = processHandleCount();
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_RESULT", L"3"); // its own affair
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", L"300");
-    {
-        Replaced<"CreateProcessW", decltype(&::CreateProcessW)> starts(
-            [](auto original, auto name, auto line, auto process, auto thread, BOOL inherits, DWORD flags,
-               auto environment, auto directory, LPSTARTUPINFOW startup, auto started) -> BOOL {
-                EXPECT_TRUE(startup->cb == sizeof *startup && startup->dwFlags == 0 && !startup->lpTitle);
-                EXPECT_TRUE(inherits && flags == NORMAL_PRIORITY_CLASS && !environment && !directory);
-                return original(name, line, process, thread, inherits, flags, environment, directory, startup,
-                                started);
-            });
-        EXPECT_EQ(create(L"slow"), 0);
-        EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"slow\"");
-    }
+    Starts starts([](auto original, auto name, auto line, auto process, auto thread, BOOL inherits,
+                     DWORD flags, auto environment, auto directory, auto startup, auto started) -> BOOL {
+        EXPECT_TRUE(startup->cb == sizeof *startup && startup->dwFlags == 0 && !startup->lpTitle);
+        EXPECT_TRUE(inherits && flags == NORMAL_PRIORITY_CLASS && !environment && !directory);
+        return original(name, line, process, thread, inherits, flags, environment, directory, startup,
+                        started);
+    });
+    EXPECT_EQ(create(L"slow"), 0);
+    EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"slow\"");
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", nullptr);
     {
         Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits;
         waits.failCall(1, WAIT_FAILED, ERROR_INVALID_HANDLE);
         EXPECT_EQ(create(L"n"), kSnapshotFailed) << "what cannot be waited for may still run";
     }
+    for (const wchar_t* none : {L"none.exe", folder.c_str()})
+        EXPECT_EQ(vrl->createSnapshot(none, L"n", nullptr, nullptr, nullptr), kSnapshotFailed);
     EXPECT_EQ(processHandleCount(), handles);
     // Each taking of memory in turn finds none.
     const HeapWatch watch(sysmaintModule());
@@ -155,65 +152,39 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
     EXPECT_EQ(HeapWatch::liveBlocks(), 0);
 }
 
-TEST_F(SnapshotTest, PrintsWhyTheToolCannotBeStarted)
-{
-    writeBytes(L"text.exe", {'x'});
-    const int saved = _dup(1);
-    const int output = _open("output", _O_CREAT | _O_WRONLY | _O_BINARY, 0600);
-    _dup2(output, 1);
-    const long missing = create(L"n", nullptr, nullptr, nullptr, L"none.exe");
-    const long noProgram = vrl->restoreSnapshot(0, L"text.exe", nullptr, nullptr, nullptr, nullptr);
-    _dup2(saved, 1);
-    _close(output);
-    _close(saved);
-    EXPECT_EQ(missing, kSnapshotFailed);
-    EXPECT_EQ(noProgram, kSnapshotFailed);
-    const Bytes printed = readBytes(L"output");
-    std::string text(printed.begin(), printed.end());
-    std::erase(text, '\r');
-    EXPECT_EQ(text, "CreateProcess failed (2).\nCreateProcess failed (193).\n");
-}
-
 TEST_F(SnapshotTest, FindsTheTimeOfANameInTheList)
 {
     const std::wstring name = L"before größe €\t";
-    const std::wstring good = L"2010-03-05 14:07";
-    const std::wstring wanted = name + good + L"\r\n";
+    const std::wstring wanted = name + L"2010-03-05 14:07\r\n";
     const std::wstring longTime(64, L'9');
     std::wstring large;
     while (large.size() < 5000000)
         large += L"some other name\t2009-01-01 10:00\r\n";
-    std::vector<std::pair<std::wstring, std::wstring>> rows = {
-        {wanted, good},
-        {L"\xFEFF" + wanted, good},
-        {large + wanted, good},
-        {wanted + wanted + L"x", good},
-        {name + longTime + L"\n", longTime},
-        {name + L"1\t2\n", L"1\t2"},
-        {L"", L""},
-        {L"\n\n\t\r\n", L""},
-        {large, L""},
-        {wanted + name + L"2011-01-01\n", L""}, // which one?
-        {name + longTime + L"9\n", L""},
-        {name + L"\r\n", L""},
-        {name + L"a\" /x \"\n", L""},
-        {name + L"2010-03-05 14:0", L""}, // still being written
-        {L"before größe € \t1\nx before größe €\t1\nBefore größe €\t1\nbefore größe\t1\nbefore größe €",
-         L""}};
-    for (std::size_t place = 512 - wanted.size() - 1; place <= 513; ++place) // over a block's border
-        rows.emplace_back(std::wstring(place - 3, L'x') + L"\tt\n" + wanted, good);
-    for (const auto& [list, time] : rows)
+    const auto expect = [&](const std::wstring& list, const std::wstring& time) {
         for (const bool isOdd : {false, true}) {
             writeList(list, isOdd);
             EXPECT_EQ(isFound(L"before größe €"), !time.empty()) << list.substr(0, 80);
             EXPECT_EQ(takeLine(), time.empty() ? L"" : L"vrlcmd /r /time \"" + time + L"\"");
         }
+    };
+    for (const std::wstring& list : {wanted, L"\xFEFF" + wanted, large + wanted, wanted + wanted + L"x"})
+        expect(list, L"2010-03-05 14:07");
+    for (std::size_t place = 512 - wanted.size() - 1; place <= 513; ++place) // over a block's border
+        expect(std::wstring(place - 3, L'x') + L"\tt\n" + wanted, L"2010-03-05 14:07");
+    expect(name + longTime + L"\n", longTime);
+    expect(name + L"1\t2\n", L"1\t2");
+    // Which of two, too long, empty, another argument, two lines, still being written, other names.
+    for (const std::wstring& list :
+         {std::wstring(), std::wstring(L"\n\n\t\r\n"), large, wanted + name + L"2011-01-01\n",
+          name + longTime + L"9\n", name + L"\r\n", name + L"a\" /x \"\n", name + L"1\r2\n",
+          name + std::wstring(L"1\0", 2) + L"2\n", name + L"2010-03-05 14:0",
+          L"before größe € \t1\nx " + name + L"1\nBefore größe €\t1\nbefore größe\t1\nbefore größe €"})
+        expect(list, L"");
 }
 
 TEST_F(SnapshotTest, ReadsTheListInBlocksAndNotWhileOthersHaveIt)
 {
-    EXPECT_FALSE(isFound(L"n"));
-    EXPECT_FALSE(isThere(L"snapshot.qmx"));
+    EXPECT_FALSE(isFound(L"n") || isThere(L"snapshot.qmx"));
     writeList(L"n\t1\n");
     EXPECT_FALSE(isFound(L"n\t1"));
     {
@@ -226,9 +197,7 @@ TEST_F(SnapshotTest, ReadsTheListInBlocksAndNotWhileOthersHaveIt)
         reads.failCall(1, FALSE, ERROR_CRC);
         EXPECT_FALSE(isFound(L"n"));
     }
-    const HANDLE held =
-        ::CreateFileW(L"snapshot.qmx", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    const Win32Handle held(
+        ::CreateFileW(L"snapshot.qmx", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     EXPECT_FALSE(isFound(L"n"));
-    CloseHandle(held);
-    EXPECT_TRUE(isFound(L"n"));
 }

@@ -79,6 +79,22 @@ def main():
         if code != 1 or left != [True, True, what == 'tree'] or not os.path.exists(os.path.join(top, 'top', swapped)):
             print(f'{what} with {swapped!r} exchanged: exit code {code}, left {left}: {seen!r}')
         shutil.rmtree(top)
+    # Of the boot-time list goes the line that was shown, or none.
+    boot_list = os.path.join(os.environ['BOOT_LIST'])
+    line = '*FileShred*\t*\\??\\C:\\%s*\t*1*\t*1\r\n'
+
+    def waits(*files):
+        with open(boot_list, 'wb') as file:
+            file.write(''.join(line % name for name in files).encode('utf-16-le'))
+
+    for typed, after, expected, left in [(b'no\r', 'ab', 1, 'ab'), (b'yes\r', 'xb', 1, 'xb'), (b'yes\r', 'ab', 0, 'b')]:
+        waits('a', 'b')
+        code, seen = answer(command + ['boot', 'drop', '1'], typed, meanwhile=lambda: waits(*after))
+        with open(boot_list, 'rb') as file:
+            told = file.read().decode('utf-16-le').lstrip('\0\r\n')
+        if code != expected or told != ''.join(line % name for name in left):
+            print(f'{typed!r}, then {after}: exit code {code}, {told!r}: {seen!r}')
+    os.remove(boot_list)
     # A password does not show while it is typed.
     tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')
     os.environ['SYSMAINT_TOOL_RECORD'] = target

@@ -9,6 +9,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
 /// What the DLL has taken of COM and not given back, and which of its calls fails.
 struct ComCalls
@@ -55,15 +56,6 @@ struct FakeObject
     }
     FakeObject(const FakeObject&) = delete;
 
-    /// The end of a method that gives this object out.
-    HRESULT give(FakeObject** target, bool isThere = true)
-    {
-        const HRESULT result = com.next();
-        *target = SUCCEEDED(result) && isThere ? this : nullptr;
-        com.references += *target != nullptr ? 1 : 0;
-        return result;
-    }
-
     void* const* table = slots; // what callers see first
     void* slots[32]{};
 };
@@ -72,29 +64,30 @@ struct FakeObject
 class FakeWmi
 {
 public:
+    /// Of the calls that give an object out, by how many texts they take and where they put it.
+    static constexpr int kNextRow = 2, kExecute = 25;
+
     FakeWmi()
     {
         ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         ::CoRegisterClassObject(__uuidof(WbemLocator), reinterpret_cast<IUnknown*>(&s_factory),
                                 CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &m_registration);
         com = ComCalls{};
+        s_asked.clear();
     }
     FakeWmi(const FakeWmi&) = delete;
     ~FakeWmi()
     {
         properties.clear();
-        rows = 1;
-        hasAnswer = true;
+        withheld = -1;
         ::CoRevokeClassObject(m_registration);
         ::CoUninitialize();
         com = ComCalls{};
     }
 
-    static inline std::map<std::wstring, VARIANT> properties; ///< of every object
-    static inline long rows = 1;                              ///< that a query finds
-    static inline bool hasAnswer = true;                      ///< whether a method has output
-    static inline std::wstring asked;                         ///< what was asked for, in order
-
+    static inline std::map<std::wstring, VARIANT> properties;              ///< of every object
+    static inline int withheld = -1;                                       ///< succeeds, and gives nothing
+    static std::wstring takeAsked() { return std::exchange(s_asked, {}); } ///< each text with a ';', in order
     static VARIANT number(long value, VARTYPE type = VT_I4)
     {
         VARIANT variant{};
@@ -105,6 +98,21 @@ public:
 
 private:
     using Self = FakeObject;
+    using Any = LONG_PTR;
+
+    template <int Texts, int Target, FakeObject& Object>
+    static HRESULT give(Self* self, Any a, Any b, Any c, Any d, Any e, Any f, Any g, Any h)
+    {
+        const Any arguments[] = {a, b, c, d, e, f, g, h};
+        for (int i = 0; i < Texts; ++i)
+            s_asked.append(reinterpret_cast<const wchar_t*>(arguments[i])).append(L";");
+        const HRESULT result = com.next();
+        const bool isGiven = SUCCEEDED(result) && (withheld != Texts * 10 + Target || self == &s_factory);
+        EXPECT_TRUE(self != &s_rows || b == 1) << "there is room for one row";
+        *reinterpret_cast<Self**>(arguments[Target]) = isGiven ? &Object : nullptr;
+        com.references += isGiven ? 1 : 0;
+        return SUCCEEDED(result) && !isGiven ? static_cast<HRESULT>(WBEM_S_FALSE) : result;
+    }
     static HRESULT get(Self*, const wchar_t* name, long, VARIANT* value, CIMTYPE*, long*)
     {
         const auto found = properties.find(name);
@@ -115,56 +123,22 @@ private:
     }
     static HRESULT put(Self*, const wchar_t* name, long, VARIANT* value, CIMTYPE)
     {
-        asked += std::wstring(name) + L"=" + value->bstrVal;
+        s_asked.append(name).append(L"=").append(value->bstrVal).append(L";");
         return com.next();
     }
-    static HRESULT spawn(Self* self, long, Self** instance) { return self->give(instance); }
-    static HRESULT getMethod(Self* self, const wchar_t* name, long, Self** input, Self**)
-    {
-        asked += std::wstring(name) + L";";
-        return self->give(input);
-    }
-    static HRESULT nextRow(Self*, long, ULONG, Self** row, ULONG* count)
-    {
-        const HRESULT result = s_object.give(row, rows > 0);
-        *count = *row != nullptr ? 1 : 0;
-        return result == S_OK && *count == 0 ? static_cast<HRESULT>(WBEM_S_FALSE) : result;
-    }
-    static HRESULT getObject(Self*, BSTR path, long, void*, Self** object, void*)
-    {
-        asked += std::wstring(path) + L".";
-        return s_object.give(object);
-    }
-    static HRESULT query(Self*, BSTR language, BSTR query, long, void*, Self** found)
-    {
-        asked += std::wstring(language) + L":" + query;
-        return s_rows.give(found);
-    }
-    static HRESULT execute(Self*, BSTR path, BSTR method, long, void*, Self*, Self** output, void*)
-    {
-        asked += std::wstring(L";") + path + L"." + method;
-        return s_object.give(output, hasAnswer);
-    }
-    static HRESULT connect(Self*, BSTR name, BSTR, BSTR, BSTR, long, BSTR, void*, Self** services)
-    {
-        asked = std::wstring(name) + L";";
-        return s_services.give(services);
-    }
-    static HRESULT create(Self*, void*, const IID&, Self** object)
-    {
-        ++com.references;
-        *object = &s_locator;
-        return S_OK;
-    }
 
-    static inline FakeObject s_object{{4, Self::method(&get)},
-                                      {5, Self::method(&put)},
-                                      {15, Self::method(&spawn)},
-                                      {19, Self::method(&getMethod)}};
-    static inline FakeObject s_rows{{4, Self::method(&nextRow)}};
-    static inline FakeObject s_services{
-        {6, Self::method(&getObject)}, {20, Self::method(&query)}, {24, Self::method(&execute)}};
-    static inline FakeObject s_locator{{3, Self::method(&connect)}};
-    static inline FakeObject s_factory{{3, Self::method(&create)}};
+    static inline std::wstring s_asked;
+    static FakeObject s_object, s_rows, s_services, s_locator, s_factory;
     DWORD m_registration = 0;
 };
+
+inline FakeObject FakeWmi::s_object{{4, FakeObject::method(&get)},
+                                    {5, FakeObject::method(&put)},
+                                    {15, FakeObject::method(&give<0, 1, s_object>)},
+                                    {19, FakeObject::method(&give<1, 2, s_object>)}};
+inline FakeObject FakeWmi::s_rows{{4, FakeObject::method(&give<0, 2, s_object>)}};
+inline FakeObject FakeWmi::s_services{{6, FakeObject::method(&give<1, 3, s_object>)},
+                                      {20, FakeObject::method(&give<2, 4, s_rows>)},
+                                      {24, FakeObject::method(&give<2, 5, s_object>)}};
+inline FakeObject FakeWmi::s_locator{{3, FakeObject::method(&give<1, 7, s_services>)}};
+inline FakeObject FakeWmi::s_factory{{3, FakeObject::method(&give<0, 2, s_locator>)}};

@@ -27,10 +27,11 @@ inline constexpr long kSnapshotNoMemory = static_cast<long>(0xC0000017);
 /// `tool` is the path of the program. Batch files (.bat, .cmd) are refused, because their interpreter would
 /// read the values as commands. No value may turn into another argument of the tool, so the following are
 /// refused:
-/// - between quotes (all values of createSnapshot, and times): a text that contains a quote, or ends in a
-///   backslash, which would escape the closing quote;
+/// - between quotes (all values of createSnapshot, and times): a text that contains a quote, a line end or
+///   a zero, or ends in a backslash, which would escape the closing quote;
 /// - without quotes (user and password of restoreSnapshot): a text that is empty, or contains a quote, a
-///   blank or a character below it.
+///   blank or a character below it;
+/// - a command line of more than 32,766 characters, the most that the system accepts.
 ///
 /// A refused call starts nothing. All functions return an NT status: 0 once the tool has ended;
 /// kSnapshotFailed for a required value that is null or empty, a refused value or an unknown mode, when the

@@ -133,7 +133,8 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// it was overwritten: by then the name may be another file's), and the list itself. Nor does it take a path
 /// found to have changed (681, 1006). The machine has to be restarted: with Fast Startup "Shut down" does not
 /// run the program. On a Remote Desktop host the list is found only if the calling program is marked as aware
-/// of terminal servers (/TSAWARE). A list that ends in half a character gets no further line.
+/// of terminal servers (/TSAWARE). A last line that was written only in part is ended by "?" and a line end
+/// before another one is appended, so it neither passes for a whole line nor spoils the next.
 struct IWiper
 {
     virtual ~IWiper() = default;

@@ -13,6 +13,8 @@
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 namespace {
+constexpr std::size_t kLongestLine = 32766; // characters, as the system counts them
+
 void require(bool isGood)
 {
     if (!isGood)
@@ -24,11 +26,11 @@ void requireText(const wchar_t* text)
     require(text != nullptr && *text != L'\0');
 }
 
-/// What can stand between quotes and stays one argument.
-void requireQuotable(const wchar_t* value)
+/// What can stand between quotes and stays one argument, and one line.
+void requireQuotable(std::wstring_view text)
 {
-    const std::wstring_view text = value != nullptr ? value : L"";
-    require(text.find(L'"') == std::wstring_view::npos && (text.empty() || text.back() != L'\\'));
+    constexpr std::wstring_view kNever(L"\"\r\n\0", 4);
+    require(text.find_first_of(kNever) == std::wstring_view::npos && (text.empty() || text.back() != L'\\'));
 }
 
 /// What stays one argument without quotes.
@@ -106,6 +108,7 @@ void CommandLine::run(const wchar_t* tool)
     std::size_t length = 0;
     for (const std::wstring_view part : m_parts)
         length += part.size();
+    require(length <= kLongestLine);
     m_text.reserve(length);
     for (const std::wstring_view part : m_parts)
         m_text += part;
@@ -147,7 +150,7 @@ long VRL::createSnapshot(const wchar_t* tool, const wchar_t* name, const wchar_t
         requireTool(tool);
         requireText(name);
         for (const wchar_t* value : {name, comment, user, password})
-            requireQuotable(value);
+            requireQuotable(value != nullptr ? value : L"");
         CommandLine line;
         line.addQuoted(L"vrlcmd /n /name ", name);
         line.addQuoted(L" /comment ", comment);
@@ -169,6 +172,7 @@ long VRL::restoreSnapshot(std::uint32_t mode, const wchar_t* tool, const wchar_t
         if (mode == kSnapshotNamed) {
             requireText(name);
             found = findSnapshotTime(name);
+            requireQuotable(found); // as a whole: it may hold a zero
             time = found.c_str();
         }
         CommandLine line;

@@ -68,15 +68,57 @@ ULONGLONG sizeOf(HANDLE file)
     return static_cast<ULONGLONG>(size.QuadPart);
 }
 
-void appendText(HANDLE file, ULONGLONG size, const std::wstring& text)
+/// How the list ends, as long as it has this size.
+struct ListEnd
+{
+    ULONGLONG size = 0;
+    bool isLineEnd = true;
+};
+
+/// A list that cannot be read now has somebody who appends to it, and has looked at this before.
+ListEnd lookAtEnd()
+{
+    ListEnd found;
+    const Win32Handle file(CreateFileW(bootlist::filePath().c_str(), GENERIC_READ,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.isValid())
+        return found;
+    found.size = sizeOf(file.get());
+    const DWORD length = kLineEnd.size() * sizeof(wchar_t);
+    wchar_t last[2] = {};
+    OVERLAPPED place{};
+    const ULONGLONG offset = found.size < length ? 0 : found.size - length;
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32U);
+    DWORD read = 0;
+    const BOOL succeeded = ReadFile(file.get(), last, length, &read, &place);
+    found.isLineEnd = !succeeded || (read == length && std::wstring_view(last, 2) == kLineEnd);
+    return found;
+}
+
+/// What has to stand before a line: the header of a new list; the end of a line that somebody could not write
+/// to its end, maybe not even to the end of a character, and that must not be taken for a whole one.
+std::string beginOf(ULONGLONG size, const ListEnd& end)
+{
+    constexpr char kHeader[] = {0, 0, 0, 0, '\r', 0, '\n', 0};
+    constexpr char kMissingEnd[] = {0, '?', 0, '\r', 0, '\n', 0}; // the first for half a character
+    if (size == 0)
+        return {kHeader, sizeof kHeader};
+    if (size != end.size || end.isLineEnd)
+        return {};
+    return size % sizeof(wchar_t) != 0 ? std::string(kMissingEnd, sizeof kMissingEnd)
+                                       : std::string(kMissingEnd + 1, sizeof kMissingEnd - 1);
+}
+
+void appendText(HANDLE file, ULONGLONG size, const std::string& text)
 {
     // One write at "the end, wherever it is by then": a stranger's line is never written over.
     OVERLAPPED end{};
     end.Offset = end.OffsetHigh = 0xFFFFFFFF;
-    const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
     DWORD written = 0;
-    const BOOL succeeded = WriteFile(file, text.data(), bytes, &written, &end);
-    if (succeeded && written == bytes)
+    const BOOL succeeded = WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, &end);
+    if (succeeded && written == text.size())
         return;
     const DWORD code = succeeded ? ERROR_DISK_FULL : GetLastError();
     // A part of a line would spoil the next one.
@@ -119,14 +161,15 @@ long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, s
         line.append(listedPath).append(kFieldEnd);
         line.append(std::to_wstring(static_cast<std::int32_t>(method))).append(kFieldEnd);
         line.append(std::to_wstring(static_cast<std::int32_t>(passes))).append(kLineEnd);
+        const ListEnd end = lookAtEnd();
         const Win32Handle file = openList(GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS);
         lockList(file.get());
         const ULONGLONG size = sizeOf(file.get());
-        if (size % sizeof(wchar_t) != 0) // half a character: no line behind it could be read
+        std::string bytes = beginOf(size, end);
+        if ((size + bytes.size()) % sizeof(wchar_t) != 0) // somebody else's half character, of this moment
             return ERROR_INVALID_DATA;
-        if (size == 0)
-            line.insert(0, L"\0\0\r\n", 4);
-        appendText(file.get(), size, line);
+        bytes.append(reinterpret_cast<const char*>(line.data()), line.size() * sizeof(wchar_t));
+        appendText(file.get(), size, bytes);
         return ERROR_SUCCESS;
     });
 }
@@ -151,8 +194,12 @@ bool forcedelete::isScheduled(std::wstring_view path)
     const casefolding::FoldedText folded(wanted);
     std::wstring_view rest(text);
     for (std::size_t end = rest.find(kLineEnd); end != std::wstring_view::npos; end = rest.find(kLineEnd)) {
-        const casefolding::FoldedText line(rest.substr(0, std::min(end, wanted.size())));
-        if (line.view() == folded.view() && hasNumbers(rest.substr(0, end).substr(wanted.size())))
+        // Behind a line that was not written to its end the next one begins with its tag.
+        const std::size_t begin = rest.substr(0, end).rfind(kTag);
+        const std::wstring_view whole =
+            rest.substr(0, end).substr(begin == std::wstring_view::npos ? 0 : begin);
+        const casefolding::FoldedText line(whole.substr(0, wanted.size()));
+        if (line.view() == folded.view() && hasNumbers(whole.substr(wanted.size())))
             return true;
         rest.remove_prefix(end + kLineEnd.size());
     }
