@@ -3,7 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -24,6 +24,7 @@ inline constexpr long kDamagedHive = 1015; ///< a hive whose bins, cells, lists 
 inline constexpr long kTooDeep = 206;      ///< a key of more than 512 levels, or a name that is too long
 inline constexpr long kTooLarge = 223;    ///< what was to be written is above 2 GiB, the most a hive can hold
 inline constexpr long kInvalidName = 123; ///< an empty key name, or one with a backslash
+inline constexpr long kNotPossible = 50;   ///< the root deleted, a value below a key that stands for a handle
 
 using KeyId = std::uint32_t;
 using ValueId = std::uint32_t;
@@ -48,7 +49,7 @@ enum class LossKind
 struct Loss
 {
     LossKind kind;
-    std::u16string path;  ///< of the key that it belongs to, below the root; empty for the root and the file
+    KeyId key;            ///< the key that it belongs to; the root also for what belongs to the whole file
     std::uint32_t offset; ///< in the file, of the cell, list entry or bin that is wrong
 };
 
@@ -93,7 +94,7 @@ public:
     [[nodiscard]] bool isClean() const noexcept { return m_isClean; }
     /// 3 to 6, of version 1.x.
     [[nodiscard]] std::uint32_t minorVersion() const noexcept { return m_minor; }
-    [[nodiscard]] std::size_t keyCount() const noexcept { return m_keys.size() - m_freeKeys.size(); }
+    [[nodiscard]] std::size_t keyCount() const noexcept { return m_keyCount; }
 
     [[nodiscard]] static constexpr KeyId root() noexcept { return 0; }
     /// kNone for the root.
@@ -138,7 +139,7 @@ public:
     KeyId createKey(KeyId key, std::u16string_view name, HiveTime now);
     /// Makes the key at `path` with all that are missing above it; see findPath and createKey.
     KeyId createPath(KeyId key, std::u16string_view path, HiveTime now);
-    /// Deletes the key, which is not the root, with all that is below it.
+    /// Deletes the key with all that is below it. Raises kNotPossible for the root.
     void deleteKey(KeyId key, HiveTime now);
     /// Raises kTooDeep for more than 32,767 characters.
     void setClassName(KeyId key, std::u16string_view text);
@@ -200,6 +201,8 @@ private:
     using Blob = std::vector<std::byte>;
 
     Hive() = default;
+    /// For the system's account and administrators.
+    [[nodiscard]] static std::span<const std::byte> defaultSecurity() noexcept;
 
     [[nodiscard]] const std::byte* at(Place place, bool isOwned) const noexcept
     {
@@ -209,12 +212,16 @@ private:
     {
         return {m_lists.data() + list.begin, list.count};
     }
+    /// Where the first sub-key stands whose name is not before this one.
     [[nodiscard]] std::size_t lowerBound(KeyId key, const NameView& name) const noexcept;
     /// The segment's payload in the bins; a checked one.
     [[nodiscard]] std::span<const std::byte> segment(const Value& value, std::size_t index) const noexcept;
     Place keepBlob(Blob&& blob);
     void dropBlob(Place place) noexcept;
-    void insert(List& list, std::size_t index, std::uint32_t number);
+    /// Makes room for one more.
+    void grow(List& list);
+    /// Needs that room.
+    void insert(List& list, std::size_t index, std::uint32_t number) noexcept;
     void erase(List& list, std::size_t index) noexcept;
     void dropList(List& list) noexcept;
     void dropKey(KeyId key) noexcept;
@@ -227,11 +234,13 @@ private:
     std::uint32_t m_sequence = 1;
     std::uint32_t m_minor = 5;
     bool m_isClean = true;
+    std::size_t m_keyCount = 0;
     std::vector<Key> m_keys;
     std::vector<Value> m_values;
     std::vector<std::uint32_t> m_lists;
     std::array<std::vector<std::uint32_t>, 32> m_freeLists; ///< by the power of two that they have room for
     std::vector<std::span<const std::byte>> m_security;     ///< each descriptor once
+    std::map<KeyId, std::uint32_t> m_predefined;            ///< keys that stand for a predefined handle
     std::vector<KeyId> m_freeKeys;
     std::vector<ValueId> m_freeValues;
     std::vector<Blob> m_blobs;
