@@ -105,20 +105,6 @@ std::vector<std::byte> Hive::compact() const
     return HiveWriter(*this).write();
 }
 
-NameView Hive::name(KeyId key) const noexcept
-{
-    const Key& record = m_keys[key];
-    return {at(record.name, (record.bits & kOwnedName) != 0), record.nameLength,
-            (record.bits & kLatin1) != 0};
-}
-
-NameView Hive::valueName(ValueId value) const noexcept
-{
-    const Value& record = m_values[value];
-    return {at(record.name, (record.bits & kOwnedName) != 0), record.nameLength,
-            (record.bits & kLatin1) != 0};
-}
-
 std::u16string Hive::className(KeyId key) const
 {
     const Key& record = m_keys[key];

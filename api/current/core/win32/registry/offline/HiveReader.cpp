@@ -28,6 +28,11 @@ Hive HiveReader::read()
         throw long{kBadDatabase};
     readBaseBlock();
     scanBins();
+    // What the scan took for keys and values is nearly always what there is. To grow would cost more than to
+    // read.
+    m_hive.m_keys.reserve(m_keyCount);
+    m_hive.m_values.reserve(m_valueCount);
+    m_hive.m_lists.reserve(m_keyCount + m_valueCount);
     if (!readKey(m_root, Hive::kNone) && !findRoot())
         throw long{kBadDatabase};
     readTree();
@@ -115,8 +120,12 @@ void HiveReader::scanCells(std::uint32_t begin, std::uint32_t end)
             markRough(offset, end);
             return;
         }
-        if (isUsed)
+        if (isUsed) {
             m_untaken[offset / kUnit / kBitsPerWord] |= 1ULL << (offset / kUnit % kBitsPerWord);
+            const std::uint16_t kind = load16(bins + offset + kCellHeader);
+            m_keyCount += kind == nk::kSignature && size > nk::kName ? 1 : 0;
+            m_valueCount += kind == vk::kSignature && size > vk::kName ? 1 : 0;
+        }
         offset += size;
     }
 }

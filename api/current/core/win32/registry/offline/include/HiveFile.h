@@ -24,7 +24,7 @@ inline constexpr long kDamagedHive = 1015; ///< a hive whose bins, cells, lists 
 inline constexpr long kTooDeep = 206;      ///< a key of more than 512 levels, or a name that is too long
 inline constexpr long kTooLarge = 223;    ///< what was to be written is above 2 GiB, the most a hive can hold
 inline constexpr long kInvalidName = 123; ///< an empty key name, or one with a backslash
-inline constexpr long kNotPossible = 50;   ///< the root deleted, a value below a key that stands for a handle
+inline constexpr long kNotPossible = 50;  ///< the root deleted, a value below a key that stands for a handle
 
 using KeyId = std::uint32_t;
 using ValueId = std::uint32_t;
@@ -99,7 +99,7 @@ public:
     [[nodiscard]] static constexpr KeyId root() noexcept { return 0; }
     /// kNone for the root.
     [[nodiscard]] KeyId parent(KeyId key) const noexcept { return m_keys[key].parent; }
-    [[nodiscard]] NameView name(KeyId key) const noexcept;
+    [[nodiscard]] NameView name(KeyId key) const noexcept { return nameOf(m_keys[key]); }
     [[nodiscard]] HiveTime lastWriteTime(KeyId key) const noexcept { return m_keys[key].time; }
     [[nodiscard]] std::u16string className(KeyId key) const;
     /// The self-relative security descriptor.
@@ -125,7 +125,7 @@ public:
     [[nodiscard]] std::u16string path(KeyId key) const;
 
     /// Empty for the default value.
-    [[nodiscard]] NameView valueName(ValueId value) const noexcept;
+    [[nodiscard]] NameView valueName(ValueId value) const noexcept { return nameOf(m_values[value]); }
     [[nodiscard]] std::uint32_t type(ValueId value) const noexcept { return m_values[value].type; }
     [[nodiscard]] std::size_t dataSize(ValueId value) const noexcept { return m_values[value].size; }
     [[nodiscard]] std::vector<std::byte> data(ValueId value) const;
@@ -207,6 +207,12 @@ private:
     [[nodiscard]] const std::byte* at(Place place, bool isOwned) const noexcept
     {
         return isOwned ? m_blobs[place].data() : m_bins.data() + place;
+    }
+    template <class Record>
+    [[nodiscard]] NameView nameOf(const Record& record) const noexcept
+    {
+        return {at(record.name, (record.bits & kOwnedName) != 0), record.nameLength,
+                (record.bits & kLatin1) != 0};
     }
     [[nodiscard]] std::span<const std::uint32_t> listed(const List& list) const noexcept
     {

@@ -70,8 +70,10 @@ private:
     Hive m_hive;
     std::uint32_t m_root = 0;
     std::vector<std::uint64_t> m_untaken; ///< a bit for each place where a cell in use begins
-    bool m_isRough = false;               ///< some of these bits only say where one may begin
-    std::uint64_t m_left = 0;             ///< then: the bytes that cells may still take
+    std::size_t m_keyCount = 0;           ///< cells that look like keys, likewise values
+    std::size_t m_valueCount = 0;
+    bool m_isRough = false;   ///< some of these bits only say where one may begin
+    std::uint64_t m_left = 0; ///< then: the bytes that cells may still take
     std::unordered_map<std::uint32_t, std::uint32_t> m_securityAt;
     std::unordered_map<std::string_view, std::uint32_t> m_securityLike;
     std::optional<std::uint32_t> m_lastSecurity; ///< the offset that was looked up last, and what it gave
