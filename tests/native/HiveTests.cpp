@@ -321,6 +321,7 @@ TEST(HiveTree, RefusesWhatNoHiveHolds)
     EXPECT_EQ(codeOf([&] { hive.setClassName(root, std::u16string(32768, u'c')); }), kTooDeep);
     EXPECT_EQ(codeOf([&] { hive.deleteKey(root, 2); }), kNotPossible);
     EXPECT_EQ(codeOf([&] { hive.createPath(root, u"\\a", 2); }), kInvalidName);
+    EXPECT_EQ(codeOf([&] { hive.createPath(root, u"a\\b\\\\c", 1); }), kInvalidName);
     EXPECT_FALSE(hive.findKey(root, u"a").has_value());
     EXPECT_EQ(listing(hive), before);
     const KeyId longest = hive.createKey(root, std::u16string(255, u'\u65E5'), 2);

@@ -285,10 +285,23 @@ KeyId Hive::createKey(KeyId key, std::u16string_view name, HiveTime now)
     return number;
 }
 
-KeyId Hive::createPath(KeyId key, std::u16string_view path, HiveTime now)
+KeyId Hive::createPath(KeyId key, std::u16string_view path, HiveTime now, KeyId* firstMade)
 {
-    while (!path.empty())
-        key = createKey(key, takeName(path), now);
+    KeyId first = kNone;
+    try {
+        while (!path.empty()) {
+            const std::size_t before = m_keyCount;
+            key = createKey(key, takeName(path), now);
+            if (first == kNone && m_keyCount != before)
+                first = key;
+        }
+    } catch (...) {
+        if (first != kNone)
+            deleteKey(first, now);
+        throw;
+    }
+    if (firstMade != nullptr)
+        *firstMade = first;
     return key;
 }
 

@@ -137,8 +137,9 @@ public:
     /// Makes a sub-key with the security of `key`, or returns the one that has the name. Raises kTooDeep,
     /// kInvalidName.
     KeyId createKey(KeyId key, std::u16string_view name, HiveTime now);
-    /// Makes the key at `path` with all that are missing above it; see findPath and createKey.
-    KeyId createPath(KeyId key, std::u16string_view path, HiveTime now);
+    /// Makes the key at `path` with all that are missing above it, or none; see findPath and createKey.
+    /// `firstMade` takes the topmost one that was made, or kNone.
+    KeyId createPath(KeyId key, std::u16string_view path, HiveTime now, KeyId* firstMade = nullptr);
     /// Deletes the key with all that is below it. Raises kNotPossible for the root.
     void deleteKey(KeyId key, HiveTime now);
     /// Raises kTooDeep for more than 32,767 characters.
