@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <list>
+#include <type_traits>
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
@@ -56,13 +57,18 @@ public:
     /// Takes items from the front and calls `consumer` with each, outside the queue's lock, until
     /// `cancelEvent` is signalled, which is asked before each item; waits when there is none. Returns 1223
     /// then, or the system's code of a wait that failed. What the consumer raises ends the loop and goes on
-    /// to the caller; its item is consumed.
+    /// to the caller; its item is consumed. A consumer that returns false has it return 0.
     template <class Consumer>
     long consume(HANDLE cancelEvent, Consumer&& consumer)
     {
         while (!isCancelled(cancelEvent)) {
             if (const Taken taken(*this); taken.hasItem()) {
-                consumer(taken.getItem());
+                if constexpr (std::is_same_v<decltype(consumer(taken.getItem())), bool>) {
+                    if (!consumer(taken.getItem()))
+                        return ERROR_SUCCESS;
+                } else {
+                    consumer(taken.getItem());
+                }
                 continue;
             }
             if (const long code = waitForItem(cancelEvent); code != ERROR_SUCCESS)
