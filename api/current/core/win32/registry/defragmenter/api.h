@@ -49,7 +49,7 @@ SYSMAINT_API long RegistryDefragmenterDump(void* defragmenter, unsigned long cod
 /// 30, and then the results stay.
 SYSMAINT_API long RegistryDefragmenterLoad(void* defragmenter, unsigned long code, IInputByteStream& stream);
 /// Gives the handle back; nonzero, or 0 for a handle that is not open. An analysis under way goes on to its
-/// end.
+/// end. Until the last handle is given back the pool's thread is there, and keeps the library loaded.
 SYSMAINT_API int CloseRegistryDefragmenter(void* defragmenter);
 
 /// Writes the list of the loaded hives that have a file, in the system's order: their count (u32), and of
