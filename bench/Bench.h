@@ -65,6 +65,7 @@ BenchRows workRows(BenchScale scale);
 BenchRows logRows(BenchScale scale);
 BenchRows wipeRows(BenchScale scale);
 BenchRows handleRows(BenchScale scale);
+BenchRows hiveRows(BenchScale scale);
 BenchRows loadRows(BenchScale scale);
 
 /// Bytes of memory that are this process's alone. Under Wine those of them that were touched: what the kernel

@@ -68,6 +68,7 @@ struct Command
 extern const Command kScanCommand;
 extern const Command kWipeCommand;
 extern const Command kBootCommand;
+extern const Command kHivesCommand;
 extern const Command kRestoreCommand;
 extern const Command kSnapshotCommand;
 extern const Command kLogCommand;

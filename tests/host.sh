@@ -339,6 +339,13 @@ for version in win2k winxp winxp64 vista win7 win81 win10; do
     esac
 done
 "$runner" reg delete 'HKCU\Software\Wine\AppDefaults\sysmaint.exe' /f >/dev/null
+# The loaded hives, of which this system tells none; what there is to show the tests of the library see to.
+run 0 hives list && says err '0 hives'
+run 0 hives analyze && says out '[####################]  in all'
+run 0 hives analyze --json && says out '{"type":"summary","hives":0,"failures":0,"bytes":0,"compactedBytes":0,"savedBytes":0,"code":0}'
+for words in '' 'list x' 'analyze x' 'show'; do run 2 hives $words && says err 'list or analyze'; done
+run 0 hives --help && says out 'example:'
+
 # Without its restore point a wipe does nothing, and with it the point comes first.
 printf x >"$work/kept"
 SYSMAINT_RESTORE_ANSWERS=e5 run 1 wipe file "$(windows_path "$work/kept")" --restore-point --yes && says err 'nothing was wiped' && says err '(5)'

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <list>
+#include <type_traits>
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
@@ -55,13 +56,18 @@ public:
     /// Takes items from the front and calls `consumer` with each, outside the queue's lock. Waits when the
     /// queue is empty. Checks `cancelEvent` before each item and returns 1223 once it is signalled, or the
     /// system's code when a wait fails. What the consumer raises ends the loop and reaches the caller; its
-    /// item counts as consumed.
+    /// item counts as consumed. Returns 0 when a consumer that returns bool returns false.
     template <class Consumer>
     long consume(HANDLE cancelEvent, Consumer&& consumer)
     {
         while (!isCancelled(cancelEvent)) {
             if (const Taken taken(*this); taken.hasItem()) {
-                consumer(taken.getItem());
+                if constexpr (std::is_same_v<decltype(consumer(taken.getItem())), bool>) {
+                    if (!consumer(taken.getItem()))
+                        return ERROR_SUCCESS;
+                } else {
+                    consumer(taken.getItem());
+                }
                 continue;
             }
             if (const long code = waitForItem(cancelEvent); code != ERROR_SUCCESS)

@@ -1,0 +1,121 @@
+#include "core/win32/registry/defragmenter/include/RDHiveItem.h"
+
+#include <sddl.h>
+
+#include <memory>
+
+#include "core/win32/registry/defragmenter/include/HiveCopy.h"
+#include "core/win32/registry/offline/include/OfflineSave.h"
+#include "core/win32/utils/scanengine/include/File.h"
+
+constexpr char kRDHiveItemHeader[] = "core\\win32\\registry\\defragmenter\\include\\RDHiveItem.h";
+
+namespace {
+/// Lets the system's account and administrators alone open a file: a hive may hold what its users must not
+/// see. A file system without access lists has none to set.
+void protect(const wchar_t* path)
+{
+    PSECURITY_DESCRIPTOR made = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;FA;;;SY)(A;;FA;;;BA)", SDDL_REVISION_1,
+                                                              &made, nullptr))
+        raiseLastError();
+    const std::unique_ptr<void, decltype(&LocalFree)> descriptor(made, &LocalFree);
+    if (SetFileSecurityW(path, DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, made))
+        return;
+    const DWORD code = GetLastError();
+    if (code != ERROR_INVALID_FUNCTION && code != ERROR_NOT_SUPPORTED)
+        raiseCode(code);
+}
+
+/// A file of a new name, which is deleted at the end at the latest.
+class TemporaryFile
+{
+public:
+    /// Makes an empty one. Raises the bare code, an Exception, or std::bad_alloc.
+    TemporaryFile(const wchar_t* folder, const wchar_t* prefix)
+    {
+        if (GetTempFileNameW(folder, prefix, 0, m_path) == 0)
+            raiseLastError();
+        try {
+            m_item = std::make_unique<File>(m_path, 0);
+            protect(m_path);
+        } catch (...) {
+            DeleteFileW(m_path);
+            throw;
+        }
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile()
+    {
+        if (m_isDeleted || DeleteFileW(m_path)) // which needs no memory
+            return;
+        try {
+            m_item->deleteItem(); // has patience with who may be looking at it
+        } catch (...) {           // NOLINT(bugprone-empty-catch): what failed before is told
+        }
+    }
+
+    [[nodiscard]] const wchar_t* path() const noexcept { return m_path; }
+    [[nodiscard]] std::uint64_t size() const { return m_item->getSize(); }
+    void remove()
+    {
+        m_item->deleteItem();
+        m_isDeleted = true;
+    }
+
+private:
+    wchar_t m_path[MAX_PATH]{}; // NOLINT(modernize-avoid-c-arrays): the call's own limit
+    std::unique_ptr<File> m_item;
+    bool m_isDeleted = false;
+};
+
+/// The copy of a live hive; what it fails with is raised once more with its report as the message.
+void copyHive(const wchar_t* source, const wchar_t* destination, HANDLE stopEvent)
+{
+    const char* const place = PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 174);
+    try {
+        HiveCopy(source, destination, stopEvent);
+    } catch (const Exception& raised) {
+        throw Exception(place, raised.getText(), raised.getCode());
+    } catch (...) {
+        throw Exception(place, static_cast<unsigned long>(boundary::codeOfCurrentException()));
+    }
+}
+
+void saveCompact(const wchar_t* source, const wchar_t* destination)
+{
+    const long code = primitives::codeOfStep([&] { offline::saveCompact(source, destination); });
+    if (code == ERROR_BADDB || code == ERROR_REGISTRY_CORRUPT || code == ERROR_NOT_REGISTRY_FILE)
+        throw Exception(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 181),
+                        static_cast<unsigned long>(code)); // it has no root key that could be opened
+    requireSuccess(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 185), code);
+}
+} // namespace
+
+void RDHiveItem::analyze(HANDLE stopEvent)
+{
+    using primitives::placedStep;
+    std::unique_ptr<TemporaryFile> compacted;
+    std::unique_ptr<TemporaryFile> copy;
+    placedStep(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", __LINE__), [&] {
+        m_hive.path = m_drives.resolve(m_hive.path);
+        const CachedPath folder(L"%user_temp%", 1);
+        compacted = std::make_unique<TemporaryFile>(folder.getPath(), L"new");
+        copy = std::make_unique<TemporaryFile>(folder.getPath(), L"old");
+    });
+    copyHive(m_hive.path.c_str(), copy->path(), stopEvent);
+    if (isCancelled(stopEvent))
+        throw Exception(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", __LINE__), ERROR_CANCELLED);
+    saveCompact(copy->path(), compacted->path());
+    placedStep(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", __LINE__), [&] {
+        m_results.addResult(m_hive.mountName.c_str(), m_hive.path.c_str(), copy->size(), compacted->size());
+        copy->remove();
+        compacted->remove();
+    });
+}
+
+void RDHiveItem::addFailure(std::uint32_t code, const wchar_t* report)
+{
+    m_results.addFailure(m_hive.mountName.c_str(), m_hive.path.c_str(), code, report);
+}

@@ -1,0 +1,188 @@
+#include "core/win32/registry/defragmenter/include/RegistryDefragmenter.h"
+
+#include <optional>
+
+#include "core/win32/registry/defragmenter/include/RDWorker.h"
+
+constexpr char kRegistryDefragmenterHeader[] =
+    "core\\win32\\registry\\defragmenter\\include\\RegistryDefragmenter.h";
+
+namespace {
+constexpr unsigned long kCategory = 0;
+constexpr unsigned long kWork = 0;
+} // namespace
+
+ObjectTable<SingletonPtr<RegistryDefragmenter>> registryDefragmenters(40);
+
+void* createRegistryDefragmenter(const char* place, const wchar_t* name) noexcept
+{
+    static ReadWriteLock creating;
+    static std::wstring filedName;
+    return boundary::handleFrame([&]() -> void* {
+        if (name == nullptr)
+            throw Exception(place, ERROR_INVALID_PARAMETER);
+        const WriteLocker locker(creating);
+        void* const handle = registryDefragmenters().lookup(filedName.c_str());
+        if (handle != INVALID_HANDLE_VALUE)
+            return handle;
+        if (GetLastError() != ERROR_NOT_FOUND)
+            raiseLastError();
+        filedName = name;
+        return registryDefragmenters().openOrCreate(
+            name, [] { return SingletonPtr<RegistryDefragmenter>(new RegistryDefragmenter); });
+    });
+}
+
+class RegistryDefragmenter::Turn
+{
+public:
+    explicit Turn(std::atomic<bool>& isBusy) : m_isBusy(isBusy)
+    {
+        if (isBusy.exchange(true))
+            raiseCode(ERROR_BUSY);
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn() { m_isBusy = false; }
+
+private:
+    std::atomic<bool>& m_isBusy;
+};
+
+class RegistryDefragmenter::Run
+{
+public:
+    Run(void* pool, IRDWorker& worker) : m_pool(pool)
+    {
+        requireSuccess(m_place, withPool(m_place, pool, [&](ThreadPool& object) {
+                           return object.queueWork({kCategory, kWork}, worker, HashMessageW(),
+                                                   ITHPWorkItem::ScheduleOption::AtEnd, &m_instance);
+                       }));
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+    /// Ends the worker, whatever it is at: what it works with is gone next.
+    ~Run()
+    {
+        while (isRunning())
+            if (withWork([](ThreadPool& pool, const THPWorkKey& work) {
+                    return pool.cancelWork(work, IThreadPool::OperationType::CancelAndWait);
+                }) != ERROR_SUCCESS)
+                SwitchToThread();
+    }
+
+    /// Waits until it has ended. Returns 0, what it ended with, or why it could not be waited for.
+    [[nodiscard]] long wait() const noexcept
+    {
+        long result = ERROR_SUCCESS;
+        const long code = withWork([&](ThreadPool& pool, const THPWorkKey& work) {
+            const long waited = pool.wait(work, INFINITE, nullptr);
+            return waited == ERROR_SUCCESS ? pool.getResult(work, result) : waited;
+        });
+        return code != ERROR_SUCCESS ? code : result;
+    }
+
+private:
+    template <class Operation>
+    long withWork(Operation&& operation) const noexcept
+    {
+        return withPool(m_place, m_pool, [&](ThreadPool& pool) {
+            return operation(pool, THPWorkKey(kCategory, kWork, m_instance));
+        });
+    }
+    [[nodiscard]] bool isRunning() const noexcept
+    {
+        bool running = false;
+        const long code = withWork([&](ThreadPool& pool, const THPWorkKey& work) {
+            running = pool.isRunning(work);
+            return ERROR_SUCCESS;
+        });
+        // Without memory nothing is known. Otherwise the pool is closed, or the process is ending, and the
+        // work with it.
+        return code == ERROR_NOT_ENOUGH_MEMORY || running;
+    }
+
+    const char* m_place = PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 129);
+    void* m_pool;
+    void* m_instance = nullptr;
+};
+
+void* RegistryDefragmenter::getThreadPool()
+{
+    if (!m_pool.isValid()) {
+        const char* const place =
+            PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::getThreadPool", __LINE__);
+        SmartHandle<closePool> pool(createPool(place, L"RegistryDefragmenter"));
+        if (!pool.isValid())
+            throw Exception(place);
+        m_pool = std::move(pool);
+    }
+    return m_pool.get();
+}
+
+void* RegistryDefragmenter::requireCategory()
+{
+    const char* const place = PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 105);
+    void* const pool = getThreadPool();
+    const long code = withPool(place, pool, [](ThreadPool& object) {
+        object.createCategory(THPIdentifier(kCategory),
+                              THPCategoryOptions(THPCategoryOptions::kNoLimit, 0, THREAD_PRIORITY_IDLE, 0));
+    });
+    if (code != ERROR_ALREADY_EXISTS) // from an earlier analysis
+        requireSuccess(place, code);
+    return pool;
+}
+
+void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent)
+{
+    const Turn turn(m_isBusy);
+    m_collected.replace({});
+    std::vector<LoadedHive> hives = readHiveList();
+    const DriveLetters drives;
+    void* const pool = requireCategory();
+
+    IRDWorker::Queue queue;
+    RDWorker worker(queue, stopEvent);
+    std::optional<Run> run; // one, however many processors there are: the copies share a disk
+    bool isStopped = isCancelled(stopEvent);
+    if (!isStopped) {
+        run.emplace(pool, worker);
+        isStopped = isCancelled(stopEvent);
+    }
+    if (isStopped)
+        throw Exception(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 142),
+                        ERROR_CANCELLED);
+    primitives::placedStep(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 220), [&] {
+        for (std::size_t i = 0; i < hives.size() && !isStopped; ++i) {
+            isStopped = isCancelled(stopEvent);
+            if (!isStopped)
+                queue.push(makeShared<RDHiveItem>(std::move(hives[i]), drives, m_collected));
+        }
+        queue.push(IRDWorker::Item());
+    });
+    if (isStopped || isCancelled(stopEvent))
+        throw Exception(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 233),
+                        ERROR_CANCELLED);
+
+    const char* const place = PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", __LINE__);
+    const long ended = run->wait();
+    run.reset(); // it has ended now in any case
+    if (!worker.isComplete())
+        throw Exception(place, worker.isStopped() ? DWORD{ERROR_CANCELLED} : static_cast<DWORD>(ended));
+    results = m_collected.copy();
+    requireSuccess(place, worker.getFirstFailure());
+}
+
+long RegistryDefragmenter::load(unsigned long code, IInputByteStream& stream)
+{
+    RDAnalyzerResults results;
+    results.load(code, stream);
+    const Turn turn(m_isBusy);
+    m_collected.replace(std::move(results));
+    return ERROR_SUCCESS;
+}
+
+long RegistryDefragmenter::dump(unsigned long code, IOutputByteStream& stream) const
+{
+    return m_collected.copy().dump(code, stream);
+}

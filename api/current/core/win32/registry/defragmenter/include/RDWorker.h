@@ -1,0 +1,45 @@
+#pragma once
+
+#include <windows.h>
+
+#include "core/win32/registry/defragmenter/include/RDHiveItem.h"
+#include "core/win32/utils/objectmanager/include/SharedPtr.h"
+#include "win32/communication/include/ConsumerQueue.h"
+#include "win32/threadpool/include/ITHPWorkItem.h"
+
+/// The work of an analysis: consumes the queue of the hives. An empty pointer in it is its end.
+struct IRDWorker : ITHPWorkItem
+{
+    using Item = SharedPtr<RDHiveItem>;
+    using Queue = ConsumerQueue<Item>;
+
+    /// Analyzes one hive. Returns whether there is more to be done. Raises std::bad_alloc.
+    virtual bool consumeItem(const Item& item) = 0;
+};
+
+/// See IRDWorker. What it has come to is to be asked after its run.
+class RDWorker final : public IRDWorker
+{
+public:
+    /// What is referred to must outlive the run.
+    RDWorker(Queue& queue, HANDLE stopEvent) noexcept : m_queue(queue), m_stopEvent(stopEvent) {}
+
+    long operator()(IThreadContext& context, void* cancelEvent) override;
+    bool consumeItem(const Item& item) override;
+
+    /// Whether it was stopped by the stop event.
+    [[nodiscard]] bool isStopped() const noexcept { return m_isStopped; }
+    /// Whether it got to the end of the queue.
+    [[nodiscard]] bool isComplete() const noexcept { return m_isComplete; }
+    /// The code of the first hive that failed, or 0.
+    [[nodiscard]] long getFirstFailure() const noexcept { return m_firstFailure; }
+
+private:
+    void addFailure(RDHiveItem& item, long code, const wchar_t* report);
+
+    Queue& m_queue;
+    HANDLE m_stopEvent;
+    bool m_isStopped = false;
+    bool m_isComplete = false;
+    long m_firstFailure = ERROR_SUCCESS;
+};

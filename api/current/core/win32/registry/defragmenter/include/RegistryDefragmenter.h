@@ -1,0 +1,43 @@
+#pragma once
+
+#include <atomic>
+
+#include "core/win32/registry/defragmenter/include/CollectedResults.h"
+#include "core/win32/registry/defragmenter/include/IRegistryDefragmenter.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
+
+/// The defragmenter of the process. One analysis at a time has its pool.
+class RegistryDefragmenter final : public IRegistryDefragmenter
+{
+public:
+    static constexpr const char* kClassName = "RegistryDefragmenter";
+
+    void analyze(RDAnalyzerResults& results, void* stopEvent) override;
+    void getResults(RDAnalyzerResults& results) override { results = m_collected.copy(); }
+    long load(unsigned long code, IInputByteStream& stream) override;
+    long dump(unsigned long code, IOutputByteStream& stream) const override;
+
+private:
+    /// Makes one who comes while another is at it leave with 170.
+    class Turn;
+    /// The worker in the pool.
+    class Run;
+
+    /// The pool of the workers, made at the first request. Raises an Exception.
+    [[nodiscard]] void* getThreadPool();
+    /// The same, with the workers' category.
+    [[nodiscard]] void* requireCategory();
+
+    std::atomic<bool> m_isBusy{false};
+    mutable CollectedResults m_collected;
+    SmartHandle<closePool> m_pool;
+};
+
+/// The table of the defragmenter. It holds a pool.
+extern ObjectTable<SingletonPtr<RegistryDefragmenter>> registryDefragmenters;
+
+/// Creates the defragmenter under that name, or opens the one that there is. Returns its handle, or the
+/// invalid handle with the last error; `place` is that of its failures.
+[[nodiscard]] void* createRegistryDefragmenter(const char* place, const wchar_t* name) noexcept;

@@ -1,0 +1,61 @@
+#include "core/win32/registry/offline/include/HiveNames.h"
+
+#include <algorithm>
+
+namespace offline {
+std::u16string NameView::text() const
+{
+    std::u16string text(size(), u'\0');
+    for (std::size_t i = 0; i < text.size(); ++i)
+        text[i] = (*this)[i];
+    return text;
+}
+
+namespace {
+template <class Left, class Right>
+std::strong_ordering compareUnits(std::size_t count, Left&& left, Right&& right)
+{
+    const char16_t* const upper = upperCaseTable();
+    for (std::size_t i = 0; i < count; ++i) {
+        const char16_t a = left(i);
+        const char16_t b = right(i);
+        if (a != b && upper[a] != upper[b])
+            return upper[a] <=> upper[b];
+    }
+    return std::strong_ordering::equal;
+}
+} // namespace
+
+std::strong_ordering NameView::compare(const NameView& other) const noexcept
+{
+    const std::size_t common = std::min(size(), other.size());
+    std::strong_ordering order = std::strong_ordering::equal;
+    if (m_isLatin1 && other.m_isLatin1) {
+        // Names under one key often begin alike.
+        const auto differing = std::mismatch(m_bytes, m_bytes + common, other.m_bytes);
+        const auto same = static_cast<std::size_t>(differing.first - m_bytes);
+        order = compareUnits(
+            common - same, [&](std::size_t i) { return static_cast<char16_t>(m_bytes[same + i]); },
+            [&](std::size_t i) { return static_cast<char16_t>(other.m_bytes[same + i]); });
+    } else {
+        order = compareUnits(
+            common, [&](std::size_t i) { return (*this)[i]; }, [&](std::size_t i) { return other[i]; });
+    }
+    return order != std::strong_ordering::equal ? order : size() <=> other.size();
+}
+
+std::uint32_t NameView::hash() const noexcept
+{
+    constexpr std::uint32_t kFactor = 37;
+    const char16_t* const upper = upperCaseTable();
+    std::uint32_t hash = 0;
+    const std::size_t length = size();
+    if (m_isLatin1)
+        for (std::size_t i = 0; i < length; ++i)
+            hash = kFactor * hash + upper[static_cast<unsigned char>(m_bytes[i])];
+    else
+        for (std::size_t i = 0; i < length; ++i)
+            hash = kFactor * hash + upper[(*this)[i]];
+    return hash;
+}
+} // namespace offline

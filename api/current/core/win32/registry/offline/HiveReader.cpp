@@ -1,0 +1,427 @@
+#include "core/win32/registry/offline/include/HiveReader.h"
+
+#include <algorithm>
+
+#include "core/win32/registry/offline/include/HiveLayout.h"
+
+namespace offline {
+namespace {
+using namespace layout;
+
+constexpr std::uint32_t kBitsPerWord = 64;
+
+std::uint32_t cellSize(const std::byte* cell) noexcept
+{
+    // Negative: in use. The lowest number has no counterpart, and is far too large either way.
+    return 0U - load32(cell);
+}
+
+bool isInUse(const std::byte* cell) noexcept
+{
+    return load<std::int32_t>(cell) < 0;
+}
+} // namespace
+
+Hive HiveReader::read()
+{
+    if (m_bytes.size() < kPage)
+        throw long{kBadDatabase};
+    readBaseBlock();
+    scanBins();
+    // What the scan took for keys and values is nearly always what there is. To grow would cost more than to
+    // read.
+    m_hive.m_keys.reserve(m_keyCount);
+    m_hive.m_values.reserve(m_valueCount);
+    m_hive.m_lists.reserve(m_keyCount + m_valueCount);
+    if (!readKey(m_root, Hive::kNone) && !findRoot())
+        throw long{kBadDatabase};
+    readTree();
+    return std::move(m_hive);
+}
+
+void HiveReader::lose(LossKind kind, KeyId key, std::uint32_t offset)
+{
+    if (m_losses == nullptr)
+        throw long{kDamagedHive};
+    m_losses->push_back({kind, key, offset == kNoOffset ? offset : offset + kPage});
+}
+
+bool HiveReader::isBaseBlockRight() const noexcept
+{
+    const std::byte* const block = m_bytes.data();
+    const std::uint32_t minor = load32(block + base::kMinor);
+    const std::uint32_t size = load32(block + base::kBinsSize);
+    return load32(block) == base::kSignature && load32(block + base::kChecksum) == checksum(block) &&
+           load32(block + base::kMajor) == 1 && minor >= base::kOldest && minor <= base::kNewest &&
+           load32(block + base::kType) == 0 && load32(block + base::kFormat) == 1 && size != 0 &&
+           size % kPage == 0 && size <= kMostBins;
+}
+
+void HiveReader::readBaseBlock()
+{
+    const std::byte* const block = m_bytes.data();
+    const std::size_t there = std::min<std::size_t>((m_bytes.size() - kPage) / kPage * kPage, kMostBins);
+    const bool isRight = isBaseBlockRight();
+    if (!isRight && m_losses == nullptr)
+        throw long{kBadDatabase};
+
+    std::size_t size = isRight ? load32(block + base::kBinsSize) : there;
+    m_hive.m_bins = m_bytes.subspan(kPage, std::min(size, there));
+    if (!isRight)
+        m_losses->push_back({LossKind::kBaseBlock, Hive::root(), 0});
+    else if (size > there)
+        lose(LossKind::kBin, Hive::root(), static_cast<std::uint32_t>(there));
+    m_root = load32(block + base::kRoot);
+    m_hive.m_sequence = load32(block + base::kPrimary);
+    m_hive.m_isClean = m_hive.m_sequence == load32(block + base::kSecondary);
+    m_hive.m_time = load<HiveTime>(block + base::kTime);
+    if (isRight)
+        m_hive.m_minor = load32(block + base::kMinor);
+    std::copy_n(block + base::kName, m_hive.m_fileName.size(), m_hive.m_fileName.begin());
+}
+
+/// 0: what stands there is no bin.
+std::uint32_t HiveReader::binSize(std::uint32_t offset) const noexcept
+{
+    const std::byte* const header = m_hive.m_bins.data() + offset;
+    const std::uint32_t size = load32(header + bin::kSize);
+    const bool isRight = load32(header) == bin::kSignature && load32(header + bin::kOwnOffset) == offset &&
+                         size != 0 && size % kPage == 0 && size <= m_hive.m_bins.size() - offset;
+    return isRight ? size : 0;
+}
+
+void HiveReader::scanBins()
+{
+    const auto end = static_cast<std::uint32_t>(m_hive.m_bins.size());
+    m_untaken.resize((end / kUnit + kBitsPerWord - 1) / kBitsPerWord);
+    m_left = end;
+    bool isTold = false;
+    for (std::uint32_t offset = 0; offset != end;) {
+        const std::uint32_t size = binSize(offset);
+        if (size == 0 && !isTold) // neighbours are told once
+            lose(LossKind::kBin, Hive::root(), offset);
+        isTold = size == 0;
+        if (size == 0)
+            markRough(offset, offset + kPage);
+        else
+            scanCells(offset + bin::kHeader, offset + size);
+        offset += size == 0 ? kPage : size;
+    }
+}
+
+void HiveReader::scanCells(std::uint32_t begin, std::uint32_t end)
+{
+    const std::byte* const bins = m_hive.m_bins.data();
+    for (std::uint32_t offset = begin; offset != end;) {
+        const bool isUsed = isInUse(bins + offset);
+        const std::uint32_t size = isUsed ? cellSize(bins + offset) : load32(bins + offset);
+        if (size == 0 || size % kUnit != 0 || size > end - offset) {
+            lose(LossKind::kBin, Hive::root(), offset);
+            markRough(offset, end);
+            return;
+        }
+        if (isUsed) {
+            m_untaken[offset / kUnit / kBitsPerWord] |= 1ULL << (offset / kUnit % kBitsPerWord);
+            const std::uint16_t kind = load16(bins + offset + kCellHeader);
+            m_keyCount += kind == nk::kSignature && size > nk::kName ? 1 : 0;
+            m_valueCount += kind == vk::kSignature && size > vk::kName ? 1 : 0;
+        }
+        offset += size;
+    }
+}
+
+/// Where the chain of cells is broken, one may begin anywhere.
+void HiveReader::markRough(std::uint32_t begin, std::uint32_t end)
+{
+    m_isRough = true;
+    for (std::uint32_t unit = begin / kUnit; unit != end / kUnit; ++unit)
+        m_untaken[unit / kBitsPerWord] |= 1ULL << (unit % kBitsPerWord);
+}
+
+bool HiveReader::isUntaken(std::uint32_t offset) const noexcept
+{
+    return offset % kUnit == 0 && offset < m_hive.m_bins.size() &&
+           (m_untaken[offset / kUnit / kBitsPerWord] >> (offset / kUnit % kBitsPerWord) & 1U) != 0;
+}
+
+HiveReader::Cell HiveReader::take(std::uint32_t offset) noexcept
+{
+    if (!isUntaken(offset))
+        return {};
+    m_untaken[offset / kUnit / kBitsPerWord] &= ~(1ULL << (offset / kUnit % kBitsPerWord));
+    const std::byte* const cell = m_hive.m_bins.data() + offset;
+    const std::uint32_t size = cellSize(cell);
+    if (m_isRough) {
+        // Nobody has looked at this one before. Cells may lie in each other, but not without end.
+        if (!isInUse(cell) || size % kUnit != 0 || size > m_hive.m_bins.size() - offset || size > m_left)
+            return {};
+        m_left -= size;
+    }
+    return {cell + kCellHeader, size - kCellHeader};
+}
+
+HiveReader::Cell HiveReader::takeRecord(std::uint32_t offset, std::uint16_t signature,
+                                        std::size_t size) noexcept
+{
+    const Cell cell = take(offset);
+    return cell.size() >= size && load16(cell.data()) == signature ? cell : Cell{};
+}
+
+/// The first key that says it is a root, when the base block does not lead to one.
+bool HiveReader::findRoot()
+{
+    for (std::uint32_t offset = bin::kHeader; offset < m_hive.m_bins.size(); offset += kUnit) {
+        const std::byte* const cell = m_hive.m_bins.data() + offset;
+        if (!isUntaken(offset) || m_hive.m_bins.size() - offset < kCellHeader + nk::kName)
+            continue;
+        if (load16(cell + kCellHeader) == nk::kSignature &&
+            (load16(cell + kCellHeader + nk::kFlags) & nk::kRootKey) != 0 && readKey(offset, Hive::kNone))
+            return true;
+    }
+    return false;
+}
+
+void HiveReader::readTree()
+{
+    m_steps.push_back({Hive::root(), 0, 0});
+    while (!m_steps.empty()) {
+        Step& step = m_steps.back();
+        Hive::List& list = m_hive.m_keys[step.key].subKeys;
+        if (step.next == list.count) {
+            list.count = step.kept;
+            sortSubKeys(step.key);
+            m_steps.pop_back();
+            continue;
+        }
+        const auto id = static_cast<KeyId>(m_hive.m_keys.size());
+        const std::uint32_t offset = m_hive.m_lists[list.begin + step.next++];
+        if (!readKey(offset, step.key))
+            continue;
+        m_hive.m_lists[m_hive.m_keys[step.key].subKeys.begin + step.kept++] = id;
+        m_steps.push_back({id, 0, 0});
+    }
+}
+
+/// Returns whether it is a key; what is wrong in it is lost piece by piece.
+bool HiveReader::readKey(std::uint32_t offset, KeyId parent)
+{
+    const KeyId above = parent == Hive::kNone ? Hive::root() : parent;
+    const Cell record = takeRecord(offset, nk::kSignature, nk::kName);
+    const std::size_t level = parent == Hive::kNone ? 1 : m_hive.m_keys[parent].level + 1U;
+    Hive::Key key;
+    bool isRight = !record.empty() && level <= Hive::kMostLevels;
+    if (isRight) {
+        key.flags = load16(record.data() + nk::kFlags);
+        key.nameLength = load16(record.data() + nk::kNameLength);
+        const bool isLatin1 = (key.flags & nk::kLatin1Name) != 0;
+        key.bits = isLatin1 ? Hive::kLatin1 : 0;
+        const std::size_t length = isLatin1 ? key.nameLength : key.nameLength / 2;
+        isRight = key.nameLength <= record.size() - nk::kName && (isLatin1 || key.nameLength % 2 == 0) &&
+                  length <= Hive::kLongestKeyName && (length != 0 || parent == Hive::kNone);
+    }
+    if (!isRight) {
+        lose(LossKind::kKey, above, offset);
+        return false;
+    }
+    key.time = load<HiveTime>(record.data() + nk::kTime);
+    key.access = load32(record.data() + nk::kAccess);
+    key.userFlags = load16(record.data() + nk::kUserFlags);
+    key.parent = parent;
+    key.name = placeOf(record.data() + nk::kName);
+    key.level = static_cast<std::uint16_t>(level);
+    const auto id = static_cast<KeyId>(m_hive.m_keys.size());
+    m_hive.m_keys.push_back(key);
+    ++m_hive.m_keyCount;
+    readSecurity(m_hive.m_keys[id], id, load32(record.data() + nk::kSecurity));
+    readClass(m_hive.m_keys[id], id, record);
+    readValues(id, record);
+    readSubKeyLists(id, record);
+    return true;
+}
+
+void HiveReader::readClass(Hive::Key& key, KeyId id, Cell record)
+{
+    const std::uint16_t length = load16(record.data() + nk::kClassLength);
+    const std::uint32_t offset = load32(record.data() + nk::kClass);
+    if (length == 0 || offset == kNoOffset)
+        return;
+    const Cell cell = take(offset);
+    if (cell.size() < length || length % 2 != 0) {
+        lose(LossKind::kClass, id, offset);
+        return;
+    }
+    key.className = placeOf(cell.data());
+    key.classLength = length;
+}
+
+void HiveReader::readSecurity(Hive::Key& key, KeyId id, std::uint32_t offset)
+{
+    if (offset == m_lastSecurity) {
+        key.security = m_lastSecurityIndex;
+        return;
+    }
+    const auto known = m_securityAt.find(offset);
+    if (known != m_securityAt.end()) {
+        key.security = known->second;
+    } else {
+        const Cell record = takeRecord(offset, sk::kSignature, sk::kDescriptor);
+        const std::uint32_t length = record.empty() ? 0 : load32(record.data() + sk::kLength);
+        if (length == 0 || length > record.size() - sk::kDescriptor) {
+            lose(LossKind::kSecurity, id, offset);
+            if (key.parent != Hive::kNone)
+                key.security = m_hive.m_keys[key.parent].security;
+            else
+                m_hive.m_security.push_back(Hive::defaultSecurity());
+            return;
+        }
+        const Cell descriptor = record.subspan(sk::kDescriptor, length);
+        const auto number = static_cast<std::uint32_t>(m_hive.m_security.size());
+        const std::string_view text(reinterpret_cast<const char*>(descriptor.data()), descriptor.size());
+        const auto [like, isNew] = m_securityLike.emplace(text, number);
+        if (isNew)
+            m_hive.m_security.push_back(descriptor);
+        key.security = like->second;
+        m_securityAt.emplace(offset, key.security);
+    }
+    m_lastSecurity = offset;
+    m_lastSecurityIndex = key.security;
+}
+
+void HiveReader::readSubKeyLists(KeyId id, Cell record)
+{
+    const std::uint32_t count = load32(record.data() + nk::kSubKeys);
+    if (count == 0)
+        return;
+    const std::uint32_t offset = load32(record.data() + nk::kSubKeyList);
+    const std::size_t begin = m_hive.m_lists.size();
+    const Cell top = take(offset);
+    bool isRight = true;
+    if (top.size() < list::kEntries || load16(top.data()) != list::kLists) {
+        isRight = readLeaf(top);
+    } else {
+        const std::size_t lists = load16(top.data() + list::kCount);
+        const std::size_t fitting = (top.size() - list::kEntries) / sizeof(std::uint32_t);
+        isRight = lists <= fitting;
+        for (std::size_t i = 0; i < std::min(lists, fitting); ++i)
+            isRight &= readLeaf(take(load32(top.data() + list::kEntries + i * sizeof(std::uint32_t))));
+    }
+    const std::size_t found = m_hive.m_lists.size() - begin;
+    if (!isRight || found != count)
+        lose(LossKind::kKeyList, id, offset);
+    m_hive.m_keys[id].subKeys = {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(found),
+                                 static_cast<std::uint32_t>(found)};
+}
+
+/// Returns whether all of the list could be read.
+bool HiveReader::readLeaf(Cell leaf)
+{
+    if (leaf.size() < list::kEntries)
+        return false;
+    const std::uint16_t kind = load16(leaf.data());
+    if (kind != list::kPlain && kind != list::kHinted && kind != list::kHashed)
+        return false;
+    const std::size_t entry = kind == list::kPlain ? sizeof(std::uint32_t) : list::kWideEntry;
+    const std::size_t count = load16(leaf.data() + list::kCount);
+    const std::size_t fitting = (leaf.size() - list::kEntries) / entry;
+    for (std::size_t i = 0; i < std::min(count, fitting); ++i)
+        m_hive.m_lists.push_back(load32(leaf.data() + list::kEntries + i * entry));
+    return count <= fitting;
+}
+
+void HiveReader::sortSubKeys(KeyId id)
+{
+    const Hive::List& list = m_hive.m_keys[id].subKeys;
+    const auto begin = m_hive.m_lists.begin() + list.begin;
+    const auto isBefore = [this](KeyId left, KeyId right) {
+        return m_hive.name(left).compare(m_hive.name(right)) < 0;
+    };
+    if (!std::is_sorted(begin, begin + list.count, isBefore))
+        std::stable_sort(begin, begin + list.count, isBefore);
+}
+
+void HiveReader::readValues(KeyId id, Cell record)
+{
+    std::uint32_t count = load32(record.data() + nk::kValues);
+    if ((m_hive.m_keys[id].flags & nk::kPredefined) != 0) {
+        m_hive.m_predefined.emplace(id, count);
+        return;
+    }
+    if (count == 0)
+        return;
+    const std::uint32_t offset = load32(record.data() + nk::kValueList);
+    const Cell cell = take(offset);
+    if (count > cell.size() / sizeof count) {
+        lose(LossKind::kValueList, id, offset);
+        count = static_cast<std::uint32_t>(cell.size() / sizeof count);
+    }
+    const auto begin = static_cast<std::uint32_t>(m_hive.m_lists.size());
+    for (std::uint32_t i = 0; i != count; ++i)
+        readValue(id, load32(cell.data() + i * sizeof count));
+    const auto found = static_cast<std::uint32_t>(m_hive.m_lists.size()) - begin;
+    m_hive.m_keys[id].values = {begin, found, found};
+}
+
+void HiveReader::readValue(KeyId id, std::uint32_t offset)
+{
+    const Cell record = takeRecord(offset, vk::kSignature, vk::kName);
+    Hive::Value value;
+    bool isRight = !record.empty();
+    if (isRight) {
+        value.flags = load16(record.data() + vk::kFlags);
+        value.nameLength = load16(record.data() + vk::kNameLength);
+        const bool isLatin1 = (value.flags & vk::kLatin1Name) != 0;
+        value.bits = isLatin1 ? Hive::kLatin1 : 0;
+        isRight = value.nameLength <= record.size() - vk::kName && (isLatin1 || value.nameLength % 2 == 0) &&
+                  value.nameLength <= Hive::kLongestValueName * (isLatin1 ? 1U : 2U);
+    }
+    if (!isRight) {
+        lose(LossKind::kValue, id, offset);
+        return;
+    }
+    value.name = placeOf(record.data() + vk::kName);
+    value.type = load32(record.data() + vk::kType);
+    if (!readData(value, record)) {
+        lose(LossKind::kData, id, offset);
+        return;
+    }
+    m_hive.m_lists.push_back(static_cast<ValueId>(m_hive.m_values.size()));
+    m_hive.m_values.push_back(value);
+}
+
+bool HiveReader::readData(Hive::Value& value, Cell record)
+{
+    const std::uint32_t size = load32(record.data() + vk::kDataSize);
+    const std::byte* const inside = record.data() + vk::kData;
+    value.size = size & ~vk::kInside;
+    value.data = placeOf(inside);
+    if ((size & vk::kInside) != 0)
+        return value.size <= vk::kMostInside;
+    if (size == 0)
+        return true;
+    const Cell cell = take(load32(inside));
+    value.data = placeOf(cell.data());
+    // Some writers put large data into one large cell whatever the version.
+    return cell.size() >= size || readSegments(value, cell);
+}
+
+bool HiveReader::readSegments(Hive::Value& value, Cell record)
+{
+    if (m_hive.m_minor < db::kOldest || value.size <= db::kSegment || record.size() < db::kRecord ||
+        load16(record.data()) != db::kSignature)
+        return false;
+    const std::uint32_t count = load16(record.data() + db::kCount);
+    const Cell list = take(load32(record.data() + db::kList));
+    if (count != (value.size + db::kSegment - 1) / db::kSegment || list.size() < count * sizeof count)
+        return false;
+    std::uint32_t left = value.size;
+    for (std::uint32_t i = 0; i != count; ++i) {
+        const std::uint32_t part = std::min(left, db::kSegment);
+        if (take(load32(list.data() + i * sizeof count)).size() < part)
+            return false;
+        left -= part;
+    }
+    value.bits |= Hive::kSegments;
+    value.data = placeOf(list.data());
+    return true;
+}
+} // namespace offline

@@ -1,0 +1,62 @@
+#include "core/win32/registry/offline/include/OfflineSave.h"
+
+#include "core/win32/registry/offline/include/OfflineFile.h"
+#include "core/win32/registry/offline/include/OfflineLibrary.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+
+namespace offline {
+namespace {
+class OpenHive
+{
+public:
+    OpenHive(const OfflineLibrary& library, const wchar_t* path) : m_library(library)
+    {
+        requireSuccess(static_cast<long>(m_library.openHive(path, &m_hive)));
+    }
+    OpenHive(const OpenHive&) = delete;
+    OpenHive& operator=(const OpenHive&) = delete;
+    ~OpenHive() { m_library.closeHive(m_hive); }
+
+    [[nodiscard]] OfflineLibrary::Handle get() const noexcept { return m_hive; }
+
+private:
+    const OfflineLibrary& m_library;
+    OfflineLibrary::Handle m_hive = nullptr;
+};
+
+/// What a library wrote and perhaps left to the system's cache.
+long flush(const wchar_t* path)
+{
+    const Win32Handle file(
+        CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    return file.isValid() && FlushFileBuffers(file.get()) ? ERROR_SUCCESS : lastError();
+}
+
+void saveByLibrary(const OfflineLibrary& library, const wchar_t* source, const wchar_t* destination)
+{
+    const OpenHive hive(library, source);
+    // It does not overwrite.
+    if (!DeleteFileW(destination) && GetLastError() != ERROR_FILE_NOT_FOUND)
+        raiseLastError();
+    long code = static_cast<long>(
+        library.saveHive(hive.get(), destination, OfflineLibrary::kOsMajor, OfflineLibrary::kOsMinor));
+    if (code == ERROR_SUCCESS)
+        code = flush(destination);
+    if (code == ERROR_SUCCESS)
+        return;
+    DeleteFileW(destination);
+    raiseCode(code);
+}
+} // namespace
+
+void saveCompact(const wchar_t* sourceFile, const wchar_t* destinationFile)
+{
+    if (const auto library = OfflineLibrary::load(); library.has_value()) {
+        const Win32Path source(sourceFile);
+        const Win32Path destination(destinationFile);
+        saveByLibrary(*library, source, destination);
+        return;
+    }
+    writeFile(destinationFile, Hive::parse(readFile(sourceFile)).compact());
+}
+} // namespace offline

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <unordered_map>
+
+#include "core/win32/registry/offline/include/HiveFile.h"
+
+namespace offline {
+/// Reads a hive's bytes into its tree, once from the root down.
+///
+/// A scan of all bins tells first where cells begin; a cell is taken once, so neither loops nor shared cells
+/// nor cells within cells are possible. Of those only security descriptors, which are meant to be shared, are
+/// looked up by what was read before.
+class HiveReader
+{
+public:
+    /// With `losses` what is wrong is left out and told there, without it is raised.
+    HiveReader(std::span<const std::byte> bytes, std::vector<Loss>* losses) noexcept
+        : m_bytes(bytes), m_losses(losses)
+    {
+    }
+
+    /// Once.
+    [[nodiscard]] Hive read();
+
+private:
+    using Cell = std::span<const std::byte>; ///< a payload; empty: there is none
+
+    /// A key whose sub-keys are being read. Those that are to come stand in its list as offsets, those that
+    /// have been read as numbers.
+    struct Step
+    {
+        KeyId key;
+        std::uint32_t next;
+        std::uint32_t kept;
+    };
+
+    void readBaseBlock();
+    [[nodiscard]] bool isBaseBlockRight() const noexcept;
+    void scanBins();
+    [[nodiscard]] std::uint32_t binSize(std::uint32_t offset) const noexcept;
+    void scanCells(std::uint32_t begin, std::uint32_t end);
+    void markRough(std::uint32_t begin, std::uint32_t end);
+
+    [[nodiscard]] bool isUntaken(std::uint32_t offset) const noexcept;
+    [[nodiscard]] Cell take(std::uint32_t offset) noexcept;
+    [[nodiscard]] Cell takeRecord(std::uint32_t offset, std::uint16_t signature, std::size_t size) noexcept;
+    /// In the bins.
+    [[nodiscard]] std::uint32_t placeOf(const std::byte* at) const noexcept
+    {
+        return static_cast<std::uint32_t>(at - m_hive.m_bins.data());
+    }
+
+    [[nodiscard]] bool findRoot();
+    void readTree();
+    bool readKey(std::uint32_t offset, KeyId parent);
+    void readClass(Hive::Key& key, KeyId id, Cell record);
+    void readSecurity(Hive::Key& key, KeyId id, std::uint32_t offset);
+    void readSubKeyLists(KeyId id, Cell record);
+    [[nodiscard]] bool readLeaf(Cell leaf);
+    void sortSubKeys(KeyId id);
+    void readValues(KeyId id, Cell record);
+    void readValue(KeyId id, std::uint32_t offset);
+    [[nodiscard]] bool readData(Hive::Value& value, Cell record);
+    [[nodiscard]] bool readSegments(Hive::Value& value, Cell record);
+    /// Raises, or notes what is left out; `offset` counts in the bins.
+    void lose(LossKind kind, KeyId key, std::uint32_t offset);
+
+    std::span<const std::byte> m_bytes;
+    std::vector<Loss>* m_losses;
+    Hive m_hive;
+    std::uint32_t m_root = 0;
+    std::vector<std::uint64_t> m_untaken; ///< a bit for each place where a cell in use begins
+    std::size_t m_keyCount = 0;           ///< cells that look like keys, likewise values
+    std::size_t m_valueCount = 0;
+    bool m_isRough = false;   ///< some of these bits only say where one may begin
+    std::uint64_t m_left = 0; ///< then: the bytes that cells may still take
+    std::unordered_map<std::uint32_t, std::uint32_t> m_securityAt;
+    std::unordered_map<std::string_view, std::uint32_t> m_securityLike;
+    std::optional<std::uint32_t> m_lastSecurity; ///< the offset that was looked up last, and what it gave
+    std::uint32_t m_lastSecurityIndex = 0;
+    std::vector<Step> m_steps;
+};
+} // namespace offline

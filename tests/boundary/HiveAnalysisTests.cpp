@@ -1,0 +1,439 @@
+// The analysis of the loaded hives. The system's list of them is empty here, so the tests fill it; the volume
+// is a file, and where a hive's clusters are on it is told in the file system's place.
+
+#include <functional>
+#include <utility>
+
+#include "../host/Command.h"
+#include "../host/Console.h"
+#include "core/win32/registry/defragmenter/api.h"
+#include "core/win32/utils/paths/api.h"
+#include "support/Hives.h"
+#include "support/Pools.h"
+
+namespace {
+const wchar_t* const kHiveList = L"System\\CurrentControlSet\\Control\\hivelist";
+using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
+
+/// Imports as they are called: any number of arguments can be passed on.
+using Any = LONG_PTR(WINAPI*)(LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR,
+                              LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR);
+
+class HiveAnalysis : public testing::Test
+{
+protected:
+    HiveAnalysis()
+    {
+        wchar_t path[MAX_PATH] = L"%user_temp%";
+        EXPECT_EQ(DllGetPathValidatorW()->validate(path, MAX_PATH, nullptr), 0);
+        temporary = path;
+        CreateDirectoryW(path, nullptr);
+        expectNoFiles();
+        opens.setHook([this](auto original, LPCWSTR name, DWORD access, auto... rest) {
+            const std::wstring asked = name;
+            if (access == FILE_READ_ATTRIBUTES)
+                opened = asked;
+            if (asked.starts_with(temporary + L"\\old"))
+                isCopying = access == GENERIC_WRITE;
+            return original(asked == LR"(\\.\C:)" ? volume.c_str() : name, access, rest...);
+        });
+        controls.setHook([this](auto original, HANDLE file, DWORD code, LPVOID in, DWORD inSize, LPVOID out,
+                                DWORD outSize, LPDWORD returned, auto rest) {
+            if (code != FSCTL_GET_RETRIEVAL_POINTERS)
+                return original(file, code, in, inSize, out, outSize, returned, rest);
+            return tellExtents(extents[opened], out, outSize, returned);
+        });
+        RegCreateKeyW(HKEY_LOCAL_MACHINE, kHiveList, &list);
+    }
+    ~HiveAnalysis() override
+    {
+        CloseRegistryDefragmenter(defragmenter);
+        for (const std::wstring& name : names)
+            RegDeleteValueW(list, name.c_str());
+        RegCloseKey(list);
+    }
+
+    void addToList(const wchar_t* name, const std::wstring& path, DWORD type = REG_SZ)
+    {
+        names.emplace_back(name);
+        ASSERT_EQ(RegSetValueExW(list, name, 0, type, reinterpret_cast<const BYTE*>(path.c_str()),
+                                 static_cast<DWORD>(path.size() * 2 + 2)),
+                  0);
+    }
+    /// A hive whose clusters are on the volume in this order, each a cluster behind the other; its file holds
+    /// nothing of it but the length.
+    std::wstring addHive(const wchar_t* name, const Bytes& bytes, const std::wstring& prefix = LR"(\??\C:)",
+                         bool isReversed = false)
+    {
+        const std::wstring_view text = name;
+        const std::wstring path = (folder + L"\\").append(text.substr(text.rfind(L'\\') + 1));
+        writeBytes(path, Bytes(bytes.size(), 0xEE));
+        const auto count = static_cast<LONGLONG>((bytes.size() + kCluster - 1) / kCluster);
+        const auto begin = static_cast<LONGLONG>(clusters.size() / kCluster);
+        clusters.resize(clusters.size() + static_cast<std::size_t>(count) * 2 * kCluster, 0xDD);
+        for (LONGLONG i = 0; i < count; ++i) {
+            const LONGLONG at = begin + 2 * (isReversed ? count - 1 - i : i);
+            extents[path].push_back({1, at});
+            const auto from = bytes.begin() + static_cast<std::ptrdiff_t>(i * kCluster);
+            std::copy_n(from, std::min<std::ptrdiff_t>(kCluster, bytes.end() - from),
+                        clusters.begin() + static_cast<std::ptrdiff_t>(at * kCluster));
+        }
+        writeBytes(volume, clusters);
+        addToList(name, prefix + path.substr(2));
+        return path;
+    }
+    long analyze(HANDLE stop = nullptr) { return RegistryDefragmenterAnalyze(defragmenter, results, stop); }
+    [[nodiscard]] RDAnalyzerResults kept() const
+    {
+        RDAnalyzerResults kept;
+        EXPECT_EQ(RegistryDefragmenterGetResults(defragmenter, kept), 0);
+        return kept;
+    }
+    static Bytes bytesOf(const RDAnalyzerResults& results)
+    {
+        MemoryOutputByteStream stream;
+        results.dump(0, stream);
+        return {stream.getData(), stream.getData() + stream.getSize()};
+    }
+    void expectNoFiles() const
+    {
+        WIN32_FIND_DATAW found;
+        const FindHandle search(FindFirstFileW((temporary + L"\\*.tmp").c_str(), &found));
+        EXPECT_FALSE(search.isValid()) << utf8(found.cFileName);
+    }
+    static std::string utf8(std::wstring_view text) { return {text.begin(), text.end()}; }
+
+    std::wstring folder = scratchFolder();
+    std::wstring volume = folder + L"\\volume";
+    std::wstring temporary;
+    std::wstring opened; // the last file whose extents can be asked for
+    bool isCopying = false;
+    std::map<std::wstring, Extents> extents;
+    Bytes clusters;
+    HKEY list = nullptr;
+    std::vector<std::wstring> names;
+    void* defragmenter = CreateRegistryDefragmenter(L"test");
+    RDAnalyzerResults results;
+    Opens opens;
+    Controls controls;
+};
+
+/// Lets each call of each import, by whatever thread, fail in turn.
+template <ImportName Name, ImportName... Others, class Run>
+void failCallsOf(LONG_PTR result, const Run& run)
+{
+    {
+        CountedImport<Name, Any> import(sysmaintModule());
+        for (long call = 1; import.calls() >= call - 1; ++call) {
+            import.failCall(call, result, ERROR_IO_DEVICE);
+            run(Name.text, call);
+        }
+    }
+    if constexpr (sizeof...(Others) > 0)
+        failCallsOf<Others...>(result, run);
+}
+} // namespace
+
+TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
+{
+    wchar_t device[MAX_PATH];
+    ASSERT_NE(QueryDosDeviceW(L"C:", device, MAX_PATH), 0U);
+    const std::wstring paths[] = {addHive(L"\\REGISTRY\\MACHINE\\A", hiveOf(0)),
+                                  addHive(L"\\REGISTRY\\MACHINE\\B", hiveOf(3), device, true)};
+    addToList(L"\\REGISTRY\\MACHINE\\HARDWARE", L"");
+    Bytes torn = hiveOf(1);
+    torn.resize(torn.size() - 1000);
+    const std::wstring odd = addHive(L"odd", torn);
+    const TestEvent never;
+    DWORD thread = 0;
+    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
+        EXPECT_TRUE(thread == 0 || thread == GetCurrentThreadId()) << "one worker";
+        thread = GetCurrentThreadId();
+        EXPECT_EQ(GetThreadPriority(GetCurrentThread()), THREAD_PRIORITY_IDLE);
+        EXPECT_TRUE(size == kCluster || !isCopying);
+        if (writes.calls() == 1) {
+            void* const pool = THPOpenThreadPool(L"RegistryDefragmenter");
+            int running = 0;
+            EXPECT_EQ(THPIsRunning(pool, 0UL, 0UL, running), 0);
+            EXPECT_EQ(running, 1);
+            RDAnalyzerResults other;
+            EXPECT_EQ(RegistryDefragmenterAnalyze(defragmenter, other, nullptr), ERROR_BUSY);
+            MemoryInputByteStream none("\0\0\0\0\0\0\0\0", 8);
+            EXPECT_EQ(RegistryDefragmenterLoad(defragmenter, 0, none), ERROR_BUSY);
+            THPCloseThreadpool(pool);
+        }
+        return original(file, data, size, rest...);
+    });
+    for (int times = 0; times < 2; ++times) { // the pool and its category are there the second time
+        thread = 0;
+        writes.reset();
+        results.clear();
+        EXPECT_EQ(analyze(never.get()), 0);
+        const std::uint64_t sizes[] = {2 * kCluster, 5 * kCluster, 3 * kCluster};
+        ASSERT_EQ(results.getResults().size(), 3U);
+        for (int i = 0; i < 3; ++i) {
+            const RDHiveResult& result = results.getResults()[i];
+            EXPECT_EQ(result.mountName.c_str(), i < 2 ? names[i] : L"odd");
+            EXPECT_EQ(result.path.c_str(), i < 2 ? paths[i] : odd);
+            EXPECT_EQ(result.oldSize, sizes[i]);
+            EXPECT_EQ(result.newSize, 2 * kCluster);
+        }
+        EXPECT_TRUE(results.getFailures().empty());
+        EXPECT_EQ(bytesOf(results), bytesOf(kept()));
+        expectNoFiles();
+    }
+}
+
+TEST_F(HiveAnalysis, OneHiveThatFailsLosesNoOther)
+{
+    addHive(L"a", hiveOf(0));
+    const std::wstring gone = addHive(L"gone", hiveOf(0));
+    DeleteFileW(gone.c_str());
+    addHive(L"none", Bytes(kCluster, 'x'));
+    extents[addHive(L"resident", Bytes())] = {};
+    extents[addHive(L"sparse", hiveOf(0))] = {{1, 0}, {1, -1}};
+    extents[addHive(L"behind", hiveOf(0))] = {{1, 0}, {1, 1000000}};
+    extents[addHive(L"many", hiveOf(0))].resize(5, {1, 0});
+    addToList(L"letter", LR"(\Device\HarddiskVolume1234\x)");
+    addToList(L"prefix", LR"(\Device\HarddiskVolume)");
+    addToList(L"form", LR"(\SystemRoot\x)");
+    addToList(L"number", L"1", REG_DWORD);
+    addHive(L"z", hiveOf(1));
+    const std::map<std::wstring, std::pair<DWORD, const wchar_t*>> failures = {
+        {L"gone", {ERROR_FILE_NOT_FOUND, L"HiveCopy\nLine: 113\n"}},
+        {L"none", {ERROR_BADDB, L"RDHiveItem::analyze\nLine: 181\n"}},
+        {L"resident", {ERROR_HANDLE_EOF, L"HiveCopy\nLine: 137\n"}},
+        {L"sparse", {ERROR_NEGATIVE_SEEK, L"HiveCopy\nLine: 184\n"}},
+        {L"behind", {ERROR_HANDLE_EOF, L"HiveCopy\nLine: 187\n"}},
+        {L"many", {ERROR_MORE_DATA, L"HiveCopy\nLine: 137\n"}},
+        {L"letter", {ERROR_INVALID_DRIVE, L"RDHiveItem::analyze\n"}},
+        {L"prefix", {ERROR_INVALID_DRIVE, L"RDHiveItem::analyze\n"}},
+        {L"form", {ERROR_BAD_PATHNAME, L"RDHiveItem::analyze\n"}},
+        {L"number", {ERROR_BAD_PATHNAME, L"RDHiveItem::analyze\n"}}};
+    EXPECT_EQ(analyze(), ERROR_HANDLE_EOF) << "the first one's: behind";
+    expectNoFiles();
+    ASSERT_EQ(results.getResults().size(), 2U);
+    EXPECT_EQ(results.getResults()[1].mountName.c_str(), std::wstring(L"z"));
+    ASSERT_EQ(results.getFailures().size(), failures.size());
+    for (const RDHiveFailure& failure : results.getFailures()) {
+        const auto& [code, place] = failures.at(failure.mountName.c_str());
+        EXPECT_EQ(failure.code, code) << utf8(failure.mountName);
+        EXPECT_NE(failure.report.find(place), HeapStringW::npos) << utf8(failure.report);
+    }
+
+    // The list itself, with what has a drive by its drive.
+    MemoryOutputByteStream stream;
+    ASSERT_EQ(DumpHiveList(stream), 0);
+    MemoryInputByteStream input(stream.getData(), stream.getSize());
+    std::map<HeapStringW, HeapStringW> listed;
+    for (std::uint32_t left = primitives::readU32(input); left != 0; --left) {
+        const HeapStringW name = primitives::readText<wchar_t>(input);
+        listed[name] = primitives::readText<wchar_t>(input);
+    }
+    EXPECT_EQ(input.getRemaining(), 0U);
+    EXPECT_EQ(listed.size(), 12U);
+    EXPECT_EQ(listed[L"gone"].c_str(), gone);
+    EXPECT_EQ(listed[L"letter"], LR"(\Device\HarddiskVolume1234\x)");
+    FixedOutputByteStream full(nullptr, 0);
+    EXPECT_EQ(DumpHiveList(full), ERROR_WRITE_FAULT);
+}
+
+/// Stopped at each moment: no file is left, nothing runs any more, and no unfinished hive has a result.
+TEST_F(HiveAnalysis, StopsBeforeBetweenAndDuringClusters)
+{
+    addHive(L"a", hiveOf(0));
+    addHive(L"b", hiveOf(1));
+    const TestEvent stop;
+    long moment = 0;
+    long asked = 0;
+    Polls polls([&](auto original, HANDLE handle, DWORD timeout) {
+        if (handle == stop.get() && ++asked == moment)
+            stop.set();
+        return original(handle, timeout);
+    });
+    Writes writes([&](auto original, auto... rest) {
+        if (-writes.calls() == moment)
+            stop.set();
+        return original(rest...);
+    });
+    const auto stopAt = [&](long when) {
+        stop.reset();
+        moment = when;
+        asked = 0;
+        writes.reset();
+        results.clear();
+        const long code = analyze(stop.get());
+        expectNoFiles();
+        if (code == ERROR_SUCCESS)
+            return false;
+        EXPECT_EQ(code, ERROR_CANCELLED);
+        EXPECT_TRUE(results.getResults().empty()) << "as it was";
+        EXPECT_TRUE(kept().getFailures().empty());
+        EXPECT_LT(kept().getResults().size(), 2U);
+        EXPECT_TRUE(when > 0 || writes.calls() == -when) << "the cluster at hand is the last one";
+        return true;
+    };
+    long stops = 0;
+    while (stopAt(stops + 1))
+        ++stops;
+    EXPECT_EQ(kept().getResults().size(), 2U);
+    // Twice before and once after the worker was made, once for each of the hives; and of these for each
+    // cluster and each extent, and after the copy.
+    EXPECT_EQ(stops, 3 + 2 + (2 + 2 + 1) + (3 + 3 + 1));
+    EXPECT_TRUE(stopAt(-1));
+    EXPECT_TRUE(stopAt(-2));
+    stop.set();
+    EXPECT_EQ(analyze(stop.get()), ERROR_CANCELLED);
+    EXPECT_TRUE(kept().getResults().empty());
+}
+
+TEST_F(HiveAnalysis, EveryFailingCallIsReportedByItsPlaceAndLeavesNothing)
+{
+    addHive(L"a", hiveOf(0));
+    ASSERT_EQ(analyze(), 0);
+    const std::map<std::string, std::vector<int>> lines = {
+        {"CreateFileW", {113, 151, 163}}, {"GetDiskFreeSpaceW", {118}},
+        {"GetFileSizeEx", {137}},         {"DeviceIoControl", {137}},
+        {"SetEndOfFile", {163}},          {"SetFilePointerEx", {163, 184, 190, 184, 190}},
+        {"ReadFile", {187, 187}},         {"WriteFile", {193, 193}}};
+    const auto run = [&](const std::string& import, long call) {
+        SCOPED_TRACE(import + " " + std::to_string(call));
+        results.clear();
+        const long code = analyze();
+        expectNoFiles();
+        if (code == 0)
+            return;
+        EXPECT_EQ(code, ERROR_IO_DEVICE);
+        const auto found = lines.find(import);
+        const bool isOfCopy = found != lines.end() && call <= static_cast<long>(found->second.size());
+        EXPECT_TRUE(!isOfCopy || results.getFailures().size() == 1);
+        for (const RDHiveFailure& failure : results.getFailures()) {
+            EXPECT_EQ(failure.code, ERROR_IO_DEVICE);
+            const std::wstring line =
+                L"HiveCopy\nLine: " + std::to_wstring(isOfCopy ? found->second[call - 1] : 0);
+            EXPECT_EQ(failure.report.find(line) != HeapStringW::npos, isOfCopy) << utf8(failure.report);
+            EXPECT_EQ(failure.report.find(L"RDHiveItem::analyze\nLine: 174\n") != HeapStringW::npos,
+                      isOfCopy);
+        }
+    };
+    ProcessCounts before;
+    for (int times = 0; times < 2; ++times) { // what is kept for good is there after the first time
+        before = ProcessCounts::now();
+        failCallsOf<"CreateFileW">(-1, run);
+        failCallsOf<"RegOpenKeyExW", "RegEnumValueW", "RegQueryValueExW">(ERROR_IO_DEVICE, run);
+        failCallsOf<"GetDiskFreeSpaceW", "GetFileSizeEx", "DeviceIoControl", "SetEndOfFile",
+                    "SetFilePointerEx", "ReadFile", "WriteFile", "GetTempFileNameW", "SetFileSecurityW",
+                    "DeleteFileW", "QueryDosDeviceW", "GetLogicalDrives", "CreateEventW">(0, run);
+        CloseRegistryDefragmenter(defragmenter); // and with it the pool, which remembers how work has ended
+        defragmenter = CreateRegistryDefragmenter(L"test");
+    }
+    EXPECT_TRUE(before.isReachedAgain(40))
+        << before.describe() << ", now " << ProcessCounts::now().describe();
+    EXPECT_EQ(analyze(), 0);
+}
+
+TEST_F(HiveAnalysis, TheDefragmenterIsOneWithAState)
+{
+    void* const invalid = INVALID_HANDLE_VALUE;
+    EXPECT_EQ(CreateRegistryDefragmenter(nullptr), invalid);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CreateRegistryDefragmenter(L"other"), defragmenter);
+    EXPECT_NE(CloseRegistryDefragmenter(defragmenter), 0);
+    addHive(L"a", hiveOf(0));
+    addToList(L"b", L"?");
+    EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
+    MemoryOutputByteStream state;
+    EXPECT_EQ(RegistryDefragmenterDump(defragmenter, 0, state), 0);
+    EXPECT_EQ(Bytes(state.getData(), state.getData() + state.getSize()), bytesOf(results));
+    const std::size_t texts = folder.size() + 2 + results.getFailures()[0].report.size() + 3;
+    EXPECT_EQ(state.getSize(), 4 + 8 + 8 + 16 + 16 + 4 + 8 + 8 + 4 + 8 + 2 * (texts + 5))
+        << "each with a zero";
+
+    // A state that is cut short or lies about its lengths is refused and changes nothing.
+    addToList(L"c", L"?");
+    EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
+    const Bytes old = bytesOf(kept());
+    for (std::size_t size = 0; size < state.getSize(); ++size) {
+        MemoryInputByteStream cut(state.getData(), size);
+        ASSERT_EQ(RegistryDefragmenterLoad(defragmenter, 0, cut), ERROR_READ_FAULT) << size;
+        Bytes lie(state.getData(), state.getData() + state.getSize());
+        lie[size] ^= 0x80;
+        MemoryInputByteStream lying(lie.data(), lie.size());
+        RDAnalyzerResults loaded;
+        const auto code = codeOf([&] { loaded.load(0, lying); });
+        ASSERT_TRUE(code == 0 || (code == ERROR_READ_FAULT && loaded.getResults().empty())) << size;
+    }
+    EXPECT_EQ(bytesOf(kept()), old);
+    MemoryInputByteStream whole(state.getData(), state.getSize());
+    EXPECT_EQ(RegistryDefragmenterLoad(defragmenter, 0, whole), 0);
+    EXPECT_EQ(bytesOf(kept()), Bytes(state.getData(), state.getData() + state.getSize()));
+
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
+    EXPECT_EQ(analyze(), ERROR_FILE_NOT_FOUND);
+    RegCreateKeyW(HKEY_LOCAL_MACHINE, kHiveList, &list);
+    EXPECT_NE(CloseRegistryDefragmenter(defragmenter), 0);
+    EXPECT_EQ(CloseRegistryDefragmenter(defragmenter), 0);
+    EXPECT_EQ(analyze(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(THPOpenThreadPool(L"RegistryDefragmenter"), invalid) << "closed with the last handle";
+}
+
+/// The console's command, with its output in files.
+TEST_F(HiveAnalysis, TheConsoleShowsATableAndJson)
+{
+    const auto redirect = [&](DWORD stream, const wchar_t* name, Output& (*output)()) {
+        const HANDLE kept = GetStdHandle(stream);
+        SetStdHandle(stream, ::CreateFileW((folder + name).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                           CREATE_ALWAYS, 0, nullptr));
+        output().flush(); // which takes the handle with its first use
+        SetStdHandle(stream, kept);
+    };
+    redirect(STD_OUTPUT_HANDLE, L"\\out", &::results);
+    redirect(STD_ERROR_HANDLE, L"\\err", &::messages);
+    const WorkScope work;
+    std::size_t seen[2] = {};
+    const auto run = [&](std::vector<std::wstring> words) {
+        const int code = kHivesCommand.run(words);
+        std::string text = std::to_string(code) + "\n";
+        for (int i = 0; i < 2; ++i) {
+            (i == 0 ? ::results() : messages()).flush();
+            const Bytes bytes = readBytes(folder + (i == 0 ? L"\\out" : L"\\err"));
+            text.append(bytes.begin() + static_cast<std::ptrdiff_t>(std::exchange(seen[i], bytes.size())),
+                        bytes.end());
+        }
+        std::erase(text, '\r');
+        return text;
+    };
+    CloseRegistryDefragmenter(std::exchange(defragmenter, nullptr));
+    const std::string a = utf8(addHive(L"\\M\\a", hiveOf(0)));
+    const std::string b = utf8(addHive(L"z\x1b\\b", hiveOf(6)));
+    EXPECT_EQ(run({L"list"}), "0\n\\M\\a  " + a + "\nz?\\b  " + b + "\n2 hives\n");
+    const std::string head =
+        "          now    compacted       saving                                   hive\n";
+    const std::string rowA =
+        "        8,192        8,192            0    0.0 %  [####################]  \\M\\a  " + a + "\n";
+    EXPECT_EQ(run({L"analyze"}),
+              "0\n" + head + rowA +
+                  "       32,768        8,192       24,576   75.0 %  [#####...............]  z?\\b  " + b +
+                  "\n       40,960       16,384       24,576   60.0 %  [########............]  in all\n");
+    addToList(L"zz", L"?");
+    const std::string json = run({L"analyze", L"--json"});
+    EXPECT_NE(json.find(R"("bytes":32768,"compactedBytes":8192,"savedBytes":24576})"), std::string::npos)
+        << json;
+    EXPECT_NE(json.find(R"({"type":"failure","name":"zz","file":"?","code":161,"report":"An error)"),
+              std::string::npos);
+    EXPECT_NE(
+        json.find("{\"type\":\"summary\",\"hives\":2,\"failures\":1,\"bytes\":40960,\"compactedBytes\":16384,"
+                  "\"savedBytes\":24576,\"code\":161}\nhives: zz (?): "),
+        std::string::npos)
+        << json;
+    EXPECT_EQ(json[0], '1');
+    Writes writes([&](auto original, HANDLE file, auto... rest) {
+        if (opened.ends_with(L"\\b")) // as Ctrl+C does
+            SetEvent(cancelEvent());
+        return original(file, rest...);
+    });
+    EXPECT_EQ(run({L"analyze"}), "130\n" + head + rowA + rowA.substr(0, rowA.find("\\M")) +
+                                     "in all\nhives: stopped; the other hives were not analyzed\n");
+    expectNoFiles();
+    EXPECT_THROW(run({L"analyze", L"x"}), UsageError);
+}

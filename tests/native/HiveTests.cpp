@@ -1,0 +1,332 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <random>
+
+#include "HiveChecker.h"
+#include "Listing.h"
+
+#include "core/win32/registry/offline/include/HiveLayout.h"
+
+using namespace offline;
+
+namespace {
+using Bytes = std::vector<std::byte>;
+
+constexpr std::uint32_t kNowhere = 0x00FFFFF8;
+
+Bytes bytesOf(std::string_view text)
+{
+    const auto bytes = std::as_bytes(std::span(text));
+    return {bytes.begin(), bytes.end()};
+}
+
+/// Keys "a" (with a class, two values and "below"), "b" and "c", every cell in the order in which it is
+/// written.
+Bytes smallHive(std::uint32_t segments = 0)
+{
+    Hive hive = Hive::create(7);
+    const KeyId a = hive.createKey(Hive::root(), u"a", 8);
+    hive.createKey(a, u"below", 9);
+    hive.setClassName(a, u"class");
+    hive.setValue(a, u"one", 1, bytesOf("12345"), 10);
+    hive.setValue(a, u"two", 4, bytesOf("1234"), 11);
+    if (segments != 0)
+        hive.setValue(a, u"big", 3, Bytes(std::size_t{segments} * layout::db::kSegment), 12);
+    for (const char16_t* name : {u"b", u"c"})
+        hive.createKey(Hive::root(), name, 13);
+    return hive.compact();
+}
+
+std::uint32_t word(const Bytes& bytes, std::uint32_t cell, std::size_t place)
+{
+    return layout::load32(bytes.data() + layout::kPage + cell + layout::kCellHeader + place);
+}
+
+/// The cells of smallHive.
+struct Cells
+{
+    explicit Cells(const Bytes& bytes)
+        : root(layout::load32(bytes.data() + layout::base::kRoot)),
+          list(word(bytes, root, layout::nk::kSubKeyList)), a(word(bytes, list, 4)), b(word(bytes, list, 12)),
+          values(word(bytes, a, layout::nk::kValueList)), one(word(bytes, values, 0)),
+          two(word(bytes, values, 4)), below(word(bytes, a, layout::nk::kSubKeyList)),
+          security(word(bytes, root, layout::nk::kSecurity))
+    {
+    }
+    std::uint32_t root, list, a, b, values, one, two, below, security;
+};
+
+struct Damage
+{
+    const char* what;
+    std::function<std::uint32_t(const Cells&)> cell; ///< none: the place is in the file
+    std::size_t place;
+    std::uint32_t value;
+    int width; ///< of the value, in bytes
+    long code;
+    LossKind loss;    ///< the first one that a salvage tells
+    std::size_t left; ///< keys that it saves
+};
+
+void damage(Bytes& bytes, const Damage& row)
+{
+    const std::size_t at =
+        row.cell ? layout::kPage + row.cell(Cells(bytes)) + layout::kCellHeader + row.place : row.place;
+    std::memcpy(bytes.data() + at, &row.value, static_cast<std::size_t>(row.width));
+}
+
+const auto kRoot = [](const Cells& cells) { return cells.root; };
+const auto kList = [](const Cells& cells) { return cells.list; };
+const auto kA = [](const Cells& cells) { return cells.a; };
+const auto kB = [](const Cells& cells) { return cells.b; };
+const auto kValues = [](const Cells& cells) { return cells.values; };
+const auto kOne = [](const Cells& cells) { return cells.one; };
+const auto kBelow = [](const Cells& cells) { return cells.below; };
+const auto kSecurity = [](const Cells& cells) { return cells.security; };
+
+const Damage kDamages[] = {
+    {"signature", nullptr, 0, 0x66676572 + 1, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"major", nullptr, 20, 2, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"minor, old", nullptr, 24, 2, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"minor, new", nullptr, 24, 7, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"a log", nullptr, 28, 6, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"format", nullptr, 32, 0, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"bins odd", nullptr, 40, 4097, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"no bins", nullptr, 40, 0, 4, kBadDatabase, LossKind::kBaseBlock, 5},
+    {"bins beyond the file", nullptr, 40, 8192, 4, kDamagedHive, LossKind::kBin, 5},
+    {"root outside", nullptr, 36, kNowhere, 4, kDamagedHive, LossKind::kKey, 5},
+    {"root between cells", nullptr, 36, 0x24, 4, kDamagedHive, LossKind::kKey, 5},
+    {"bin signature", nullptr, 4096, 0, 4, kDamagedHive, LossKind::kBin, 5},
+    {"bin offset", nullptr, 4100, 4096, 4, kDamagedHive, LossKind::kBin, 5},
+    {"bin size", nullptr, 4104, 8192, 4, kDamagedHive, LossKind::kBin, 5},
+    {"cell of no size", kB, std::size_t(0) - 4, 0, 4, kDamagedHive, LossKind::kBin, 4},
+    {"cell beyond its bin", kB, std::size_t(0) - 4, 0U - 8192, 4, kDamagedHive, LossKind::kBin, 4},
+    {"cell odd", kB, std::size_t(0) - 4, 0U - 84, 4, kDamagedHive, LossKind::kBin, 4},
+    {"cell free", kB, std::size_t(0) - 4, 88, 4, kDamagedHive, LossKind::kKey, 4},
+    {"not a key", kB, 0, 0x6B76, 2, kDamagedHive, LossKind::kKey, 4},
+    {"key name long", kB, 72, 100, 2, kDamagedHive, LossKind::kKey, 4},
+    {"key name none", kB, 72, 0, 2, kDamagedHive, LossKind::kKey, 4},
+    {"key name half a character", kB, 2, 0, 2, kDamagedHive, LossKind::kKey, 4},
+    {"no descriptor", kB, 44, 0xFFFFFFFF, 4, kDamagedHive, LossKind::kSecurity, 5},
+    {"descriptor long", kSecurity, 16, 200, 4, kDamagedHive, LossKind::kSecurity, 5},
+    {"descriptor empty", kSecurity, 16, 0, 4, kDamagedHive, LossKind::kSecurity, 5},
+    {"class outside", kA, 48, kNowhere, 4, kDamagedHive, LossKind::kClass, 5},
+    {"class long", kA, 74, 100, 2, kDamagedHive, LossKind::kClass, 5},
+    {"class is the list of values", kA, 48, 0, 0, 0, LossKind::kValueList, 5},
+    {"number of keys", kRoot, 20, 4, 4, kDamagedHive, LossKind::kKeyList, 5},
+    {"no list of keys", kRoot, 28, 0xFFFFFFFF, 4, kDamagedHive, LossKind::kKeyList, 1},
+    {"list of another kind", kList, 0, 0x7878, 2, kDamagedHive, LossKind::kKeyList, 1},
+    {"list of lists with a key in it", kList, 0, 0x6972, 2, kDamagedHive, LossKind::kKeyList, 1},
+    {"list long", kList, 2, 1000, 2, kDamagedHive, LossKind::kKeyList, 5},
+    {"list short", kList, 2, 2, 2, kDamagedHive, LossKind::kKeyList, 4},
+    {"a key twice", kList, 12, 0, 0, 0, LossKind::kKey, 4},
+    {"number of values", kA, 36, 3, 4, kDamagedHive, LossKind::kValue, 5},
+    {"number of values, far more", kA, 36, 0x40000000, 4, kDamagedHive, LossKind::kValueList, 5},
+    {"no list of values", kA, 40, 0xFFFFFFFF, 4, kDamagedHive, LossKind::kValueList, 5},
+    {"value twice", kValues, 4, 0, 0, 0, LossKind::kValue, 5},
+    {"not a value", kOne, 0, 0x6B6E, 2, kDamagedHive, LossKind::kValue, 5},
+    {"value name long", kOne, 2, 100, 2, kDamagedHive, LossKind::kValue, 5},
+    {"data long", kOne, 4, 100, 4, kDamagedHive, LossKind::kData, 5},
+    {"data outside", kOne, 8, kNowhere, 4, kDamagedHive, LossKind::kData, 5},
+    {"data inside long", kOne, 4, 0x80000005, 4, kDamagedHive, LossKind::kData, 5},
+    {"a loop", kBelow, 4, 0x20, 4, kDamagedHive, LossKind::kKey, 4},
+};
+} // namespace
+
+TEST(HostileHives, AreRefusedAndSalvaged)
+{
+    for (Damage row : kDamages) {
+        SCOPED_TRACE(row.what);
+        Bytes bytes = smallHive();
+        const Cells cells(bytes);
+        if (row.width == 0) { // what the row cannot know: a cell that something else has already
+            row.value = row.place == 48 ? cells.values : row.place == 12 ? cells.a : cells.one;
+            row.width = 4;
+            row.code = kDamagedHive;
+        }
+        damage(bytes, row);
+        if (row.place != 0 || row.cell)
+            layout::store(bytes.data() + layout::base::kChecksum, layout::checksum(bytes.data()));
+        long code = 0;
+        try {
+            static_cast<void>(Hive::parse(std::span<const std::byte>(bytes)));
+        } catch (const long raised) {
+            code = raised;
+        }
+        EXPECT_EQ(code, row.code);
+        std::vector<Loss> losses;
+        const Hive saved = Hive::salvage(std::span<const std::byte>(bytes), losses);
+        ASSERT_FALSE(losses.empty());
+        EXPECT_EQ(losses.front().kind, row.loss);
+        EXPECT_EQ(saved.keyCount(), row.left);
+        const HiveChecker checker(saved.compact());
+    }
+    Bytes bytes = smallHive();
+    layout::store(bytes.data() + layout::base::kChecksum, 5U);
+    EXPECT_THROW(static_cast<void>(Hive::parse(std::span<const std::byte>(bytes))), long);
+    for (const std::size_t size : {0U, 100U, 4096U, 8191U}) {
+        std::vector<Loss> losses;
+        Bytes cut = smallHive();
+        cut.resize(size);
+        EXPECT_THROW(static_cast<void>(Hive::parse(Bytes(cut))), long) << size;
+        EXPECT_THROW(static_cast<void>(Hive::salvage(Bytes(cut), losses)), long) << size;
+    }
+}
+
+TEST(HostileHives, LieInTheirSegments)
+{
+    const Bytes good = smallHive(3);
+    const std::uint32_t value = word(good, Cells(good).values, 8);
+    const std::uint32_t record = word(good, value, 8);
+    const std::uint32_t list = word(good, record, 4);
+    const std::tuple<std::uint32_t, std::size_t, std::uint32_t> rows[] = {
+        {record, 0, 0x00027864},           {record, 4, kNowhere}, {list, 4, word(good, list, 0)},
+        {record, 0, 0x00046264},           {list, 8, kNowhere},   {value, 4, 4 * layout::db::kSegment},
+        {word(good, list, 0), ~3ULL, 0x20}};
+    for (const auto& [cell, place, number] : rows) {
+        Bytes bytes = good;
+        layout::store(bytes.data() + layout::kPage + cell + layout::kCellHeader + place, number);
+        std::vector<Loss> losses;
+        EXPECT_THROW(static_cast<void>(Hive::parse(std::span<const std::byte>(bytes))), long);
+        EXPECT_EQ(Hive::salvage(std::span<const std::byte>(bytes), losses).keyCount(), 5U);
+        EXPECT_TRUE(losses.back().kind == LossKind::kData || losses.front().kind == LossKind::kBin);
+    }
+}
+
+TEST(HiveTree, KeepsWhatAFileSays)
+{
+    Bytes bytes = smallHive();
+    const Cells cells(bytes);
+    const auto put = [&](std::uint32_t cell, std::size_t place, auto number) {
+        layout::store(bytes.data() + layout::kPage + cell + layout::kCellHeader + place, number);
+    };
+    put(cells.b, 2, std::uint16_t{0x30});    // a symbolic link
+    put(cells.b, 12, 0x12345678U);           // access
+    put(cells.b, 54, std::uint16_t{0xABCD}); // flags of the user's
+    put(cells.two, 16, std::uint16_t{3});
+    layout::store(bytes.data() + layout::base::kPrimary, 9U);
+    layout::store(bytes.data() + layout::base::kName, 0x00410042U);
+    layout::store(bytes.data() + layout::base::kChecksum, layout::checksum(bytes.data()));
+    const Hive hive = Hive::parse(Bytes(bytes));
+    EXPECT_FALSE(hive.isClean());
+    EXPECT_EQ(hive.className(*hive.findPath(Hive::root(), u"A")), u"class");
+    EXPECT_EQ(hive.lastWriteTime(*hive.findPath(Hive::root(), u"a\\BELOW")), 9U);
+
+    const Bytes written = hive.compact();
+    EXPECT_TRUE(Hive::parse(std::span<const std::byte>(written)).isClean());
+    layout::store(bytes.data() + layout::base::kSecondary, 9U);
+    layout::store(bytes.data() + layout::base::kChecksum, layout::checksum(bytes.data()));
+    EXPECT_EQ(written, bytes); // it was written by us in the first place
+}
+
+TEST(HiveTree, TakesManyKeysAndLevels)
+{
+    for (const std::size_t count : {1U, 507U, 508U, 2000U}) {
+        Hive hive = Hive::create(1);
+        for (std::size_t i = count; i-- > 0;)
+            hive.createKey(Hive::root(), std::u16string(1, static_cast<char16_t>(u'\u4E00' + i)), 2);
+        const Bytes bytes = hive.compact();
+        const HiveChecker checker(bytes);
+        EXPECT_EQ(listing(Hive::parse(std::span<const std::byte>(bytes))), listing(hive)) << count;
+    }
+    Hive hive = Hive::create(1);
+    KeyId key = Hive::root();
+    for (std::size_t level = 1; level < Hive::kMostLevels; ++level)
+        key = hive.createKey(key, u"down", 2);
+    EXPECT_THROW(hive.createKey(key, u"down", 2), long);
+    Bytes bytes = hive.compact();
+    EXPECT_EQ(Hive::parse(Bytes(bytes)).keyCount(), Hive::kMostLevels);
+    // The deepest key's neighbour, hung below it, is one level too deep.
+    hive.createKey(hive.parent(key), u"e", 2);
+    bytes = hive.compact();
+    std::uint32_t cell = layout::load32(bytes.data() + layout::base::kRoot);
+    for (std::size_t level = 2; level < Hive::kMostLevels; ++level)
+        cell = word(bytes, word(bytes, cell, layout::nk::kSubKeyList), 4);
+    const std::uint32_t list = word(bytes, cell, layout::nk::kSubKeyList);
+    const auto put = [&](std::uint32_t at, std::size_t place, std::uint32_t number) {
+        layout::store(bytes.data() + layout::kPage + at + layout::kCellHeader + place, number);
+    };
+    put(word(bytes, list, 4), layout::nk::kSubKeys, 1);
+    EXPECT_THROW(static_cast<void>(Hive::parse(Bytes(bytes))), long);
+}
+
+TEST(HiveTree, IsWhatWasMadeOfIt)
+{
+    const std::u16string names[] = {u"a", u"B", u"\u00E4", u"\u03A9x", u"\u65E5", u"A b"};
+    const std::u16string others[] = {u"A", u"b", u"\u00C4", u"\u03C9X", u"\u65E5", u"a B"};
+    std::mt19937 random(5);
+    Hive hive = Hive::parse(smallHive());
+    for (const char16_t* name : {u"a", u"b", u"c"})
+        hive.deleteKey(*hive.findKey(Hive::root(), name), 1);
+    // The same in maps: keys with their values, all by the number of the name.
+    std::map<std::vector<unsigned>, std::map<unsigned, Bytes>> model{{{}, {}}};
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<unsigned> way;
+        KeyId key = Hive::root();
+        for (unsigned depth = random() % 3; depth != 0; --depth) {
+            const unsigned name = random() % 6;
+            way.push_back(name);
+            key = hive.createKey(key, random() % 2 == 0 ? names[name] : others[name], 3);
+            model.try_emplace(way);
+        }
+        const unsigned name = random() % 6;
+        if (random() % 3 != 0) {
+            const Bytes data(random() % 20 == 0 ? 40000 : random() % 9, static_cast<std::byte>(round));
+            hive.setValue(key, names[name], 3, data, 4);
+            model[way][name] = data;
+        } else if (random() % 4 != 0 || way.empty()) {
+            EXPECT_EQ(hive.deleteValue(key, others[name], 5), model[way].erase(name) != 0);
+        } else {
+            hive.deleteKey(key, 6);
+            std::erase_if(model, [&](const auto& each) {
+                return each.first.size() >= way.size() &&
+                       std::equal(way.begin(), way.end(), each.first.begin());
+            });
+        }
+        if (round % 4000 == 3999)
+            hive = Hive::parse(hive.compact());
+    }
+    EXPECT_EQ(hive.keyCount(), model.size());
+    for (const auto& [way, values] : model) {
+        std::optional<KeyId> key = Hive::root();
+        for (const unsigned name : way)
+            key = key.has_value() ? hive.findKey(*key, others[name]) : std::nullopt;
+        ASSERT_TRUE(key.has_value());
+        EXPECT_EQ(hive.values(*key).size(), values.size());
+        for (const auto& [name, data] : values)
+            EXPECT_EQ(hive.data(hive.findValue(*key, others[name]).value()), data);
+    }
+    const HiveChecker checker(hive.compact());
+}
+
+TEST(HiveTree, RefusesWhatNoHiveHolds)
+{
+    Hive hive = Hive::create(1);
+    const std::string before = listing(hive);
+    const auto codeOf = [](auto&& step) {
+        try {
+            step();
+        } catch (const long code) {
+            return code;
+        }
+        return 0L;
+    };
+    const KeyId root = Hive::root();
+    EXPECT_EQ(codeOf([&] { hive.createKey(root, u"", 2); }), kInvalidName);
+    EXPECT_EQ(codeOf([&] { hive.createKey(root, u"a\\b", 2); }), kInvalidName);
+    EXPECT_EQ(codeOf([&] { hive.createKey(root, std::u16string(256, u'k'), 2); }), kTooDeep);
+    EXPECT_EQ(codeOf([&] { hive.setValue(root, std::u16string(16384, u'v'), 1, {}, 2); }), kTooDeep);
+    EXPECT_EQ(codeOf([&] { hive.setClassName(root, std::u16string(32768, u'c')); }), kTooDeep);
+    EXPECT_EQ(codeOf([&] { hive.deleteKey(root, 2); }), kNotPossible);
+    EXPECT_EQ(codeOf([&] { hive.createPath(root, u"\\a", 2); }), kInvalidName);
+    EXPECT_EQ(codeOf([&] { hive.createPath(root, u"a\\b\\\\c", 1); }), kInvalidName);
+    EXPECT_FALSE(hive.findKey(root, u"a").has_value());
+    EXPECT_EQ(listing(hive), before);
+    const KeyId longest = hive.createKey(root, std::u16string(255, u'\u65E5'), 2);
+    hive.setValue(longest, std::u16string(16383, u'\u65E5'), 0xFFFFFFFF, {}, 2);
+    hive.setClassName(longest, std::u16string(32767, u'c'));
+    const Bytes bytes = hive.compact();
+    EXPECT_EQ(listing(Hive::parse(std::span<const std::byte>(bytes))), listing(hive));
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <string>
+
+#include "core/win32/registry/offline/include/HiveFile.h"
+
+/// UTF-8; half a pair becomes U+FFFD.
+inline std::string utf8(std::u16string_view text)
+{
+    std::string result;
+    const auto put = [&](std::uint32_t c) {
+        if (c < 0x80)
+            return result.push_back(static_cast<char>(c));
+        const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+        const std::uint32_t lead = more == 1 ? 0xC0 : more == 2 ? 0xE0 : 0xF0;
+        result.push_back(static_cast<char>(lead | c >> 6 * more));
+        for (int i = more; i-- > 0;)
+            result.push_back(static_cast<char>(0x80U | (c >> 6 * i & 0x3FU)));
+    };
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        std::uint32_t c = text[i];
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000)
+            c = 0x10000 + ((c - 0xD800) << 10U) + (text[++i] - 0xDC00U);
+        else if (c >= 0xD800 && c < 0xE000)
+            c = 0xFFFD;
+        put(c);
+    }
+    return result;
+}
+
+inline std::string hex(std::span<const std::byte> bytes)
+{
+    std::string text;
+    for (const std::byte each : bytes) {
+        text += "0123456789abcdef"[std::to_integer<unsigned>(each) >> 4U];
+        text += "0123456789abcdef"[std::to_integer<unsigned>(each) & 15U];
+    }
+    return text;
+}
+
+/// Everything that a hive holds: a line for each key and each value, fields with tabs between them.
+inline std::string listing(const offline::Hive& hive)
+{
+    std::string text;
+    std::vector<offline::KeyId> waiting{offline::Hive::root()};
+    while (!waiting.empty()) {
+        const offline::KeyId key = waiting.back();
+        waiting.pop_back();
+        const std::string path = utf8(hive.path(key));
+        text += "key\t" + path + '\t' + std::to_string(hive.lastWriteTime(key)) + '\t' +
+                utf8(hive.className(key)) + '\t' + hex(hive.security(key)) + '\n';
+        for (const offline::ValueId value : hive.values(key))
+            text += "value\t" + path + '\t' + utf8(hive.valueName(value).text()) + '\t' +
+                    std::to_string(hive.type(value)) + '\t' + hex(hive.data(value)) + '\n';
+        const auto keys = hive.subKeys(key);
+        waiting.insert(waiting.end(), keys.rbegin(), keys.rend());
+    }
+    return text;
+}

@@ -1,0 +1,40 @@
+// Run by tests/volumes/hives, which has made the volume and compares the copies.
+
+#include <cstdlib>
+
+#include "core/win32/registry/defragmenter/include/HiveCopy.h"
+#include "core/win32/utils/objectmanager/include/Exception.h"
+#include "support/Hives.h"
+
+/// Nobody may read the file itself: the test has it open alone.
+TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
+{
+    const std::wstring folder = _wgetenv(L"SYSMAINT_VOLUME_FOLDER");
+    Extents extents;
+    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> controls(GetModuleHandleW(nullptr));
+    controls.setHook(
+        [&](auto, HANDLE, DWORD code, LPVOID, DWORD, LPVOID answer, DWORD size, LPDWORD returned, auto) {
+            EXPECT_EQ(code, static_cast<DWORD>(FSCTL_GET_RETRIEVAL_POINTERS));
+            return tellExtents(extents, answer, size, returned);
+        });
+    for (const wchar_t* name : {L"small", L"pair", L"large", L"pieces", L"odd", L"empty"}) {
+        SCOPED_TRACE(testing::Message() << name);
+        extents.clear();
+        std::ifstream lines(std::filesystem::path(folder + L"\\extents." + name));
+        for (LONGLONG next = 0, at = 0, count = 0; lines >> next >> at >> count;)
+            extents.push_back({count, at});
+        const std::wstring file = std::wstring(L"N:\\") + name;
+        const Win32Handle locked(
+            CreateFileW(file.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(locked.isValid());
+        EXPECT_EQ(CreateFileW(file.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr),
+                  INVALID_HANDLE_VALUE);
+        unsigned long code = 0;
+        try {
+            HiveCopy(file.c_str(), (folder + L"\\copy." + name).c_str(), nullptr);
+        } catch (const Exception& raised) {
+            code = raised.getCode();
+        }
+        EXPECT_EQ(code, extents.empty() ? ERROR_HANDLE_EOF : ERROR_SUCCESS);
+    }
+}
