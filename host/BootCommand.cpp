@@ -71,6 +71,14 @@ long listCommands()
     return more ? ERROR_INVALID_DATA : ERROR_SUCCESS;
 }
 
+void tellPrivateFolder(const ForceDeleteList& list)
+{
+    if (list.code == ERROR_BAD_ENVIRONMENT)
+        messages().writeLine(
+            L"boot: the Windows folder of this session is not the system's, so that nothing would "
+            L"read a list there at the start");
+}
+
 /// Prints the files of the list, one a line.
 long listFiles()
 {
@@ -81,10 +89,7 @@ long listFiles()
                             visibleText(line.file.empty() ? line.text : line.file));
     if (list.lines.size() != list.wrongLines)
         messages().writeLine(kRestartAdvice);
-    if (list.code == ERROR_BAD_ENVIRONMENT)
-        messages().writeLine(
-            L"boot: the Windows folder of this session is not the system's, so that nothing would "
-            L"read a list there at the start");
+    tellPrivateFolder(list);
     if (list.wrongLines != 0)
         messages().writeLine(L"boot: lines of ForceDelete.txt that name no file: " +
                              formatCount(list.wrongLines) + L"; 'sysmaint boot drop' takes them off");
@@ -125,6 +130,9 @@ int askFor(const wchar_t* otherwise)
 int runNow(bool yes)
 {
     const ForceDeleteList list = readForceDeleteList();
+    tellPrivateFolder(list);
+    if (list.code != ERROR_SUCCESS)
+        return report(list.code);
     for (const WaitingLine& line : list.lines)
         if (!line.file.empty())
             messages().writeLine(L"  " + visibleText(line.file));
@@ -135,7 +143,7 @@ int runNow(bool yes)
     if (const int answer = yes ? kExitDone : askFor(L"nothing was wiped"); answer != kExitDone)
         return answer;
     cancelEvent(); // from now on Ctrl+C only signals it
-    return runBootProgram();
+    return runBootProgram(list);
 }
 
 /// Takes off the one line that it has shown.

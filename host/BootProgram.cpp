@@ -3,10 +3,11 @@
 #include <winternl.h>
 
 #include <algorithm>
+#include <set>
+#include <string_view>
 
 #include "Command.h"
 #include "Console.h"
-#include "ForceDeleteList.h"
 #include "OwnedHandle.h"
 #include "engine/BootNames.h"
 #include "engine/BootRun.h"
@@ -45,6 +46,12 @@ std::wstring nativeWindowsFolder()
 struct Watcher
 {
     ProgressLine line;
+    std::set<std::wstring_view> shown; // lines of the list
+
+    static bool isWanted(void* context, Text line)
+    {
+        return static_cast<Watcher*>(context)->shown.count({line.data, line.length}) != 0;
+    }
 
     static bool isOver(void*) { return isCancelled(); }
     static void onProgress(void* context, std::uint32_t line, std::uint32_t lines, unsigned percent)
@@ -80,8 +87,12 @@ long installBootProgram()
     const bool wasThere = bootProgramState().isThere;
     const std::wstring copy = target + L".new";
     // Complete before it has the name: what the system starts is never half a program.
-    if (!CopyFileW(suppliedProgram().c_str(), copy.c_str(), FALSE))
-        return static_cast<long>(GetLastError());
+    if (!CopyFileW(suppliedProgram().c_str(), copy.c_str(), FALSE)) {
+        const auto code = static_cast<long>(GetLastError());
+        messages().writeLine(L"boot: " + printable(suppliedProgram()) + L" cannot be copied to " +
+                             printable(copy));
+        return code;
+    }
     if (!MoveFileExW(copy.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
         const auto code = static_cast<long>(GetLastError());
         DeleteFileW(copy.c_str());
@@ -126,12 +137,15 @@ long showBootLog()
     return ERROR_SUCCESS;
 }
 
-int runBootProgram()
+int runBootProgram(const ForceDeleteList& shown)
 {
     Watcher watcher;
+    for (const WaitingLine& line : shown.lines)
+        watcher.shown.insert(line.text);
     RunEvents events;
     events.context = &watcher;
     events.isOver = &Watcher::isOver;
+    events.isWanted = &Watcher::isWanted;
     events.onProgress = &Watcher::onProgress;
     events.onLeft = &Watcher::onLeft;
     const std::wstring windows = nativeWindowsFolder();

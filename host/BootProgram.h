@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "ForceDeleteList.h"
+
 // The program that wipes at the next start what waits for it, and its work done now.
 
 /// Whether it is in the system's folder and registered.
@@ -22,8 +24,9 @@ long uninstallBootProgram();
 /// Shows what the runs of the program left behind in their log. Returns 0, also without one, or the code.
 long showBootLog();
 
-/// Does the work of the program now, on what can be opened; shows what it does. Returns an ExitCode.
-int runBootProgram();
+/// Does the work of the program now for the lines that were shown, as far as their files can be opened; shows
+/// what it does. Lines that were added since wait for the next run. Returns an ExitCode.
+int runBootProgram(const ForceDeleteList& shown);
 
 /// Takes one line off the list, if it still has this number, counted from 1, and this text. Returns 0; 1168
 /// when it has not; 32 when somebody works on the list; or the system's code.

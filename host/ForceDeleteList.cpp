@@ -16,10 +16,8 @@ long readText(std::wstring& text)
     const UINT length = GetWindowsDirectoryW(folder, MAX_PATH);
     if (length == 0 || length >= MAX_PATH)
         return static_cast<long>(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
-    wchar_t real[MAX_PATH] = {};
-    const UINT realLength = GetSystemWindowsDirectoryW(real, MAX_PATH);
-    if (realLength != 0 && realLength < MAX_PATH && _wcsicmp(folder, real) != 0)
-        return ERROR_BAD_ENVIRONMENT; // a Remote Desktop host's, for this user alone: no start reads it
+    if (isWindowsFolderPrivate())
+        return ERROR_BAD_ENVIRONMENT;
     const std::wstring path = std::wstring(folder, length) + L"\\ForceDelete.txt";
     OwnedHandle file;
     for (int attempt = 0;; ++attempt) { // whoever adds to it has it for itself as long as that takes
@@ -56,6 +54,16 @@ std::wstring_view fileOf(std::wstring_view line)
     return line.substr(kPrefix.size(), end - kPrefix.size());
 }
 } // namespace
+
+bool isWindowsFolderPrivate()
+{
+    wchar_t folder[MAX_PATH] = {};
+    wchar_t real[MAX_PATH] = {};
+    const UINT length = GetWindowsDirectoryW(folder, MAX_PATH);
+    const UINT realLength = GetSystemWindowsDirectoryW(real, MAX_PATH);
+    return length != 0 && length < MAX_PATH && realLength != 0 && realLength < MAX_PATH &&
+           _wcsicmp(folder, real) != 0;
+}
 
 ForceDeleteList readForceDeleteList()
 {

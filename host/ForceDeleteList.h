@@ -24,6 +24,10 @@ struct ForceDeleteList
     std::size_t wrongLines = 0;     // that name no file
 };
 
+/// Whether the Windows folder of this session is a private one, as on Remote Desktop hosts: no start of the
+/// system reads a list there.
+bool isWindowsFolderPrivate();
+
 /// Reads the list. It is open only for a moment: as long as it is, nobody can add to it.
 ForceDeleteList readForceDeleteList();
 

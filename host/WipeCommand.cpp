@@ -133,6 +133,12 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
         const FoundFile found = findFile(target.literal());
         if (!mayGo(run, options, target.text(), found))
             continue;
+        const auto isNamedAlready = [&](const WipeTarget& other) {
+            return found.isSame(shown[static_cast<std::size_t>(&other - targets.data())]) &&
+                   (found.names == 1 || _wcsicmp(other.literal().c_str(), target.literal().c_str()) == 0);
+        };
+        if (std::any_of(targets.begin(), targets.end(), isNamedAlready))
+            continue;
         messages().writeLine(L"  " + printable(target.text()));
         bytes += sizeOfFile(target.literal());
         targets.push_back(target);

@@ -122,8 +122,9 @@ void WipeRun::tellLoss(const std::wstring& path, std::uint64_t size, std::uint64
 /// Something that the wiper has put on the list for the restart, if it could.
 void WipeRun::tellWaiting(const std::wstring& path, long code)
 {
-    const bool waits = ForceDeleteIsScheduled(path.c_str()) != 0;
-    const auto unread = static_cast<long>(waits ? ERROR_SUCCESS : GetLastError());
+    const bool isListed = ForceDeleteIsScheduled(path.c_str()) != 0;
+    const auto unread = static_cast<long>(isListed ? ERROR_SUCCESS : GetLastError());
+    const bool waits = isListed && !isWindowsFolderPrivate();
     fail(path,
          formatCode(code) + (waits ? L"; it waits for the restart"
                              : unread != ERROR_SUCCESS

@@ -202,6 +202,9 @@ truncate -s 64M "$work/large"
 [ $? -eq 130 ] || fail 'a cancelled wipe does not end with 130'
 grep -qE 'large: deleted, .* of 64.0 MiB overwritten: wipe the free space of Z: ' "$work/err" || fail "cancelled: $(cat "$work/err")"
 says err 'wiped so far: 0 files' && says err '1 deleted but not overwritten in full'
+# A file that is named twice is one file.
+printf twice >"$work/twice"
+run 0 wipe file "$(windows_path "$work/twice")" "$(windows_path "$work/TWICE")" --yes && says err 'wipe 1 file, 5 bytes'
 # What is said to wait for the restart stands on the list; here another program has the file open.
 list=$prefix/drive_c/windows/ForceDelete.txt
 rm -rf "$list"

@@ -69,7 +69,9 @@ void BootRun::handleLines(BootList& list, BootLog& log, FileRemover& remover, Ru
             report.left += report.lines - at + 1;
             return;
         }
-        result.outcome = line.isWhole ? ListedFile::parse(line.text, listed) : Outcome::kCut;
+        result.outcome = !isWanted(line) ? Outcome::kNotWanted
+                         : !line.isWhole ? Outcome::kCut
+                                         : ListedFile::parse(line.text, listed);
         if (result.outcome == Outcome::kDone)
             result = remover.remove(listed, at, report.lines);
         count(result, report);
@@ -84,6 +86,11 @@ void BootRun::handleLines(BootList& list, BootLog& log, FileRemover& remover, Ru
         if (dropped < 0)
             report.status = dropped;
     }
+}
+
+bool BootRun::isWanted(const ListLine& line) const
+{
+    return m_events.isWanted == nullptr || m_events.isWanted(m_events.context, line.text);
 }
 
 void BootRun::count(const Result& result, RunReport& report) const

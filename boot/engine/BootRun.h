@@ -36,6 +36,7 @@ public:
 
 private:
     void handleLines(BootList& list, BootLog& log, FileRemover& remover, RunReport& report);
+    [[nodiscard]] bool isWanted(const ListLine& line) const;
     void count(const Result& result, RunReport& report) const;
     void tellLeft(BootLog& log, const ListLine& line, const Result& result);
     void tellEnd(BootLog& log, const RunReport& report);

@@ -12,6 +12,7 @@ enum class Outcome
     kLinkRemoved,   ///< it was a link: that is removed, what it leads to is as it was
                     // What the line names is left alone, and the line stays.
     kMalformed,     ///< not the form of a line
+    kNotWanted,     ///< RunEvents::isWanted says no
     kCut,           ///< the last line, without its end
     kUnknownMethod, ///< not 1 to 3
     kTooManyPasses, ///< not 0 to 1,000
@@ -46,6 +47,8 @@ enum class Outcome
         return L"link removed";
     case Outcome::kMalformed:
         return L"not the form of a line";
+    case Outcome::kNotWanted:
+        return L"it came on the list after that was shown";
     case Outcome::kCut:
         return L"a line without its end";
     case Outcome::kUnknownMethod:

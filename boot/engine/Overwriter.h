@@ -9,6 +9,8 @@ struct RunEvents
     void* context = nullptr;
     /// Whether the run is to end: asked before each file, each chunk and each of the 35 passes.
     bool (*isOver)(void* context) = nullptr;
+    /// Whether a line is to be handled; one that is not stays on the list.
+    bool (*isWanted)(void* context, Text line) = nullptr;
     /// Lines looked at and lines in all, and how much of the file in hand is done.
     void (*onProgress)(void* context, std::uint32_t line, std::uint32_t lines, unsigned percent) = nullptr;
     /// Each line that is left, and why; `status` for a failed call.

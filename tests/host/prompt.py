@@ -94,6 +94,18 @@ def main():
             told = file.read().decode('utf-16-le').lstrip('\0\r\n')
         if code != expected or told != ''.join(line % name for name in left):
             print(f'{typed!r}, then {after}: exit code {code}, {told!r}: {seen!r}')
+    # A run takes what it has shown; what came on the list since waits.
+    for name in 'ab':
+        with open(path + name, 'w', encoding='utf-8') as file:
+            file.write('x')
+    names = [target.replace('Z:\\', '') + name for name in 'ab']
+    line = line.replace('C:', 'Z:')
+    waits(names[0])
+    code, seen = answer(command + ['boot', 'run'], b'yes\r', meanwhile=lambda: waits(*names))
+    with open(boot_list, 'rb') as file:
+        told = file.read().decode('utf-16-le').lstrip('\0\r\n')
+    if (code, told) != (1, line % names[1]) or os.path.exists(path + 'a') or not os.path.exists(path + 'b'):
+        print(f'a run while lines are added: exit code {code}, {told!r}: {seen!r}')
     os.remove(boot_list)
     # A password does not show while it is typed.
     tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')
