@@ -7,7 +7,11 @@
 #include <oleauto.h>
 #include <wbemcli.h>
 
+#include <atomic>
+#include <deque>
+#include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 
 /// What the DLL has taken of COM and not given back, and which of its calls fails.
@@ -85,6 +89,8 @@ public:
         properties.clear();
         rows = 1;
         hasAnswer = true;
+        s_events.clear();
+        fetches = 0;
         ::CoRevokeClassObject(m_registration);
         ::CoUninitialize();
         com = ComCalls{};
@@ -94,6 +100,15 @@ public:
     static inline long rows = 1;                              ///< that a query finds
     static inline bool hasAnswer = true;                      ///< whether a method has output
     static inline std::wstring asked;                         ///< what was asked for, in order
+
+    /// What a subscription gives next: it sets the properties of the object that it gives, or returns a code.
+    using Event = std::function<HRESULT()>;
+    static inline std::atomic<long> fetches{0}; ///< that have found nothing to give
+    static void post(Event event)
+    {
+        const std::lock_guard guard(s_lock);
+        s_events.push_back(std::move(event));
+    }
 
     static VARIANT number(long value, VARTYPE type = VT_I4)
     {
@@ -135,6 +150,30 @@ private:
         asked += std::wstring(path) + L".";
         return s_object.give(object);
     }
+    static HRESULT subscribe(Self*, BSTR language, BSTR query, long, void*, Self** events)
+    {
+        asked += std::wstring(language) + L":" + query;
+        return s_subscription.give(events);
+    }
+    static HRESULT nextEvent(Self*, long, ULONG, Self** object, ULONG* count)
+    {
+        Event event;
+        {
+            const std::lock_guard guard(s_lock);
+            if (!s_events.empty()) {
+                event.swap(s_events.front());
+                s_events.pop_front();
+            }
+        }
+        const HRESULT result = event ? event() : static_cast<HRESULT>(WBEM_S_TIMEDOUT);
+        *object = nullptr;
+        *count = 0;
+        if (result == S_OK)
+            return *count = 1, s_object.give(object);
+        fetches += event ? 0 : 1;
+        Sleep(event ? 0 : 5);
+        return result;
+    }
     static HRESULT query(Self*, BSTR language, BSTR query, long, void*, Self** found)
     {
         asked += std::wstring(language) + L":" + query;
@@ -162,8 +201,13 @@ private:
                                       {15, Self::method(&spawn)},
                                       {19, Self::method(&getMethod)}};
     static inline FakeObject s_rows{{4, Self::method(&nextRow)}};
-    static inline FakeObject s_services{
-        {6, Self::method(&getObject)}, {20, Self::method(&query)}, {24, Self::method(&execute)}};
+    static inline std::mutex s_lock;
+    static inline std::deque<Event> s_events;
+    static inline FakeObject s_subscription{{4, Self::method(&nextEvent)}};
+    static inline FakeObject s_services{{6, Self::method(&getObject)},
+                                        {20, Self::method(&query)},
+                                        {22, Self::method(&subscribe)},
+                                        {24, Self::method(&execute)}};
     static inline FakeObject s_locator{{3, Self::method(&connect)}};
     static inline FakeObject s_factory{{3, Self::method(&create)}};
     DWORD m_registration = 0;
