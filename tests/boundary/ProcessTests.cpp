@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <psapi.h>
+#include <restartmanager.h>
 #include <tlhelp32.h>
 #include <winternl.h>
 
@@ -360,7 +361,7 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 31) << "whether it is a service cannot be told";
     EXPECT_EQ(ProcessEnd(process.get(), 4, 50), 87);
     EXPECT_EQ(terminating.calls(), 1);
-    // One that the system calls critical, and one of a name of the system's that is a user's own file.
+    // One that the system calls critical.
     Replaced<"NtQueryInformationProcess", decltype(&NtQueryInformationProcess)> asking(
         [](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
            ULONG* length) -> NTSTATUS {
@@ -371,6 +372,70 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 50);
     EXPECT_EQ(ProcessSuspend(process.get()), 50);
     EXPECT_EQ(terminating.calls(), 1);
+}
+
+TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)
+{
+    wchar_t folder[1024];
+    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", folder, 1024);
+    const std::wstring path = std::wstring(folder) + L"\\LSASS.exe";
+    ASSERT_TRUE(CopyFileW(childProgram().c_str(), path.c_str(), FALSE));
+    {
+        const Child child(L"sleep", path);
+        const ProcessHandle process = objectOf(child);
+        const Terminating terminating([](auto...) { return TRUE; });
+        for (const bool isInSystem : {false, true}) {
+            const Replaced<"QueryFullProcessImageNameW", decltype(&QueryFullProcessImageNameW)> asking(
+                [&](auto, HANDLE, DWORD, wchar_t* text, DWORD* size) -> BOOL {
+                    *size = GetSystemDirectoryW(text, *size); // or it is not told
+                    return isInSystem ? std::wcscat(text, L"\\x"), *size += 2, TRUE : FALSE;
+                });
+            EXPECT_EQ(ProcessEnd(process.get(), 0, 0), 50) << isInSystem;
+        }
+        EXPECT_EQ(terminating.calls(), 0);
+    }
+    const Child child(L"sleep", path);
+    EXPECT_EQ(ProcessEnd(objectOf(child).get(), 0, 60000), 0) << "a user's own file of that name";
+    EXPECT_TRUE(DeleteFileW(path.c_str()));
+}
+
+TEST_F(Processes, AreNamedByTheRestartManager)
+{
+    static ProcessEntry users[2];
+    static DWORD failing;
+    failing = 0;
+    const Child child(L"sleep");
+    const Child other(L"sleep");
+    users[0] = child.entry();
+    users[1] = other.entry();
+    ++users[1].startTime; // somebody that had its id before
+    const std::map<std::string_view, FARPROC> stand = [] {
+        const auto as = [](auto* function) {
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
+        };
+        return std::map<std::string_view, FARPROC>{
+            {"RmGetList", as(+[](DWORD, UINT* needed, UINT* count, RM_PROCESS_INFO* list, DWORD*) -> DWORD {
+                 constexpr UINT kCount = 20; // more than a first guess takes
+                 if (failing != 0 || *count < kCount)
+                     return *needed = kCount, failing != 0 ? failing : DWORD{ERROR_MORE_DATA};
+                 for (UINT i = 0; i < kCount; ++i) {
+                     list[i].Process.dwProcessId = users[i % 2].id;
+                     std::memcpy(&list[i].Process.ProcessStartTime, &users[i % 2].startTime,
+                                 sizeof(FILETIME));
+                 }
+                 return *count = kCount, 0;
+             })}};
+    }();
+    Replaced<"GetProcAddress", decltype(&GetProcAddress)> lookup(
+        [&](auto original, HMODULE module, const char* name) {
+            const auto found = stand.find(name);
+            return found != stand.end() ? found->second : original(module, name);
+        });
+    EXPECT_EQ(found(PMFindUsers, L"C:\\some file"), std::vector<DWORD>{child.id});
+    failing = ERROR_SEM_TIMEOUT;
+    Given<ProcessEntry> none;
+    size_t count = 0;
+    EXPECT_EQ(PMFindUsers(L"C:\\some file", &none, &count), 121) << "nobody can tell that it is free";
 }
 
 TEST_F(Processes, AreSuspendedWaitedForAndAskedToClose)
@@ -413,8 +478,10 @@ TEST_F(Processes, AreSuspendedWaitedForAndAskedToClose)
     EXPECT_EQ(ProcessWait(process.get(), INFINITE, cancel.get(), &count), 1223);
 
     // Its windows, as a desktop would have them: one that shows, one that does not, and somebody else's.
-    static DWORD owner = child.id;
-    static long posted = 0;
+    static DWORD owner;
+    static long posted;
+    owner = child.id;
+    posted = 0;
     Replaced<"GetProcAddress", decltype(&GetProcAddress)> desktop([](auto original, HMODULE module,
                                                                      const char* name) {
         const auto as = [](auto* function) {
@@ -452,8 +519,9 @@ TEST_F(Processes, KnowWhetherAModuleIsStillThere)
     const Child child(L"sleep");
     ASSERT_NE(child.entry().id, 0U);
     Given<ModuleEntry> buffer;
-    const auto list =
-        listOf(buffer, [&](ModuleEntry** m, size_t* n) { return PMListModules(child.id, m, n); });
+    size_t count = 0;
+    ASSERT_TRUE(comesTrue([&] { return PMListModules(child.id, &buffer, &count) == 0 && count != 0; }));
+    const std::vector<ModuleEntry> list(buffer.get(), buffer.get() + count);
     const SmartHandle<CloseModule> module(CreateModule(list.at(0)));
     ModuleEntry moved = list[0];
     moved.base += 4096;

@@ -22,7 +22,7 @@ inline std::wstring childProgram()
 class Child
 {
 public:
-    explicit Child(const std::wstring& arguments)
+    explicit Child(const std::wstring& arguments, const std::wstring& program = childProgram())
     {
         JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
         limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
@@ -31,7 +31,7 @@ public:
         STARTUPINFOW startup{};
         startup.cb = sizeof startup;
         PROCESS_INFORMATION started{};
-        if (!CreateProcessW(childProgram().c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
+        if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
                             nullptr, nullptr, &startup, &started))
             throw std::runtime_error("the child does not start");
         AssignProcessToJobObject(m_job, started.hProcess);

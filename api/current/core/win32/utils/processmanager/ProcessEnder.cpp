@@ -1,6 +1,7 @@
 #include "core/win32/utils/processmanager/include/ProcessEnder.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
@@ -36,8 +37,20 @@ void ProcessEnder::add(const ProcessEntry& entry)
 
 bool ProcessEnder::addChildren()
 {
-    const ProcessSnapshot snapshot;
+    constexpr int kLooks = 100;
+    constexpr DWORD kPause = 20; // milliseconds
     const std::size_t before = m_held.size();
+    auto taken = std::make_unique<const ProcessSnapshot>();
+    // What is just being made below them could outlive them unseen.
+    const auto isGrowing = [&] {
+        return std::any_of(m_held.begin(), m_held.end(),
+                           [&](const Held& held) { return taken->isBirthBelow(held.entry.id); });
+    };
+    for (int look = 0; look < kLooks && isGrowing(); ++look) {
+        Sleep(kPause);
+        taken = std::make_unique<const ProcessSnapshot>();
+    }
+    const ProcessSnapshot& snapshot = *taken;
     for (std::size_t i = 0; i < m_held.size(); ++i)
         for (const ProcessEntry& each : snapshot.getProcesses()) {
             // The parent is held, so nobody else has had its id since it started.

@@ -58,6 +58,8 @@ struct SystemProcess
 static_assert(sizeof(SystemThread) == 80 && sizeof(SystemProcess) == 256);
 
 constexpr unsigned long kIdle = 0;
+constexpr unsigned long kSystem = 4;                            // older systems do not tell when it started
+constexpr LONGLONG kNoTime = 2650467744000000000;               // the end of the year 9999
 constexpr std::wstring_view kIdleName = L"System Idle Process"; // the system has none for it
 
 unsigned long numberOf(HANDLE id) noexcept
@@ -104,9 +106,11 @@ T copyAt(const unsigned char* bytes) noexcept
     return value;
 }
 
+/// A process that is being made has no time yet, or one that no clock tells.
 bool isWhole(const SystemProcess& process) noexcept
 {
-    return numberOf(process.id) == kIdle || (process.threadCount != 0 && process.startTime.QuadPart != 0);
+    const LONGLONG time = process.startTime.QuadPart;
+    return numberOf(process.id) <= kSystem || (process.threadCount != 0 && time > 0 && time < kNoTime);
 }
 
 ProcessEntry entryOf(const SystemProcess& process, const wchar_t* name) noexcept
@@ -147,6 +151,8 @@ ProcessSnapshot::ProcessSnapshot()
                                      numberOf(thread.startTime), numberOf(thread.kernelTime),
                                      numberOf(thread.userTime)});
             }
+        } else if (process.threadCount != 0) {
+            m_births.push_back(numberOf(process.parentId));
         }
         if (process.nextOffset == 0)
             break;
@@ -169,6 +175,11 @@ const ProcessEntry* ProcessSnapshot::parentOf(const ProcessEntry& process) const
     const ProcessEntry* const parent = process.id != kIdle ? find(process.parentId) : nullptr;
     return parent != nullptr && parent != &process && parent->startTime <= process.startTime ? parent
                                                                                              : nullptr;
+}
+
+bool ProcessSnapshot::isBirthBelow(unsigned long id) const noexcept
+{
+    return std::find(m_births.begin(), m_births.end(), id) != m_births.end();
 }
 
 std::vector<const ProcessEntry*> ProcessSnapshot::treeOf(const ProcessEntry& top) const

@@ -25,13 +25,16 @@ public:
     [[nodiscard]] const ProcessEntry* find(unsigned long id) const noexcept;
     /// The process that started `process`; null when it is gone, or its id another's.
     [[nodiscard]] const ProcessEntry* parentOf(const ProcessEntry& process) const noexcept;
+    /// Whether a process is just being made by the one of that id.
+    [[nodiscard]] bool isBirthBelow(unsigned long id) const noexcept;
     /// The process and all below it, parents before their children.
     [[nodiscard]] std::vector<const ProcessEntry*> treeOf(const ProcessEntry& top) const;
 
 private:
     std::vector<ProcessEntry> m_processes;
     std::vector<ThreadEntry> m_threads;
-    std::vector<wchar_t> m_names; // never grows: the entries point into it
+    std::vector<unsigned long> m_births; // the parents of what is being made
+    std::vector<wchar_t> m_names;        // never grows: the entries point into it
 };
 
 namespace processlist {
