@@ -67,6 +67,7 @@ BenchRows wipeRows(BenchScale scale);
 BenchRows handleRows(BenchScale scale);
 BenchRows hiveRows(BenchScale scale);
 BenchRows loadRows(BenchScale scale);
+BenchRows processRows(BenchScale scale);
 
 /// Bytes of memory that are this process's alone. Under Wine those of them that were touched: what the kernel
 /// calls RssAnon and VmSwap.

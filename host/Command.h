@@ -73,3 +73,5 @@ extern const Command kRestoreCommand;
 extern const Command kSnapshotCommand;
 extern const Command kLogCommand;
 extern const Command kUtilCommand;
+extern const Command kProcessesCommand;
+extern const Command kSessionsCommand;

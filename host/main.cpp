@@ -8,15 +8,16 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand,    &kWipeCommand,     &kBootCommand, &kHivesCommand,
-                                    &kRestoreCommand, &kSnapshotCommand, &kLogCommand,  &kUtilCommand};
+const Command* const kCommands[] = {&kScanCommand,      &kWipeCommand,     &kBootCommand, &kHivesCommand,
+                                    &kRestoreCommand,   &kSnapshotCommand, &kLogCommand,  &kUtilCommand,
+                                    &kProcessesCommand, &kSessionsCommand};
 
 void printUsage(Output& output)
 {
     output.writeLine(L"usage: sysmaint <command> [options]\n\ncommands:");
     for (const Command* command : kCommands)
         output.writeLine(L"  " + std::wstring(command->name) +
-                         std::wstring(10 - std::wstring(command->name).size(), L' ') + command->summary);
+                         std::wstring(11 - std::wstring(command->name).size(), L' ') + command->summary);
     output.writeLine(L"\n'sysmaint <command> --help' tells more and gives an example.\n"
                      L"Exit codes: 0 done, 1 failed, 2 wrong arguments, 130 cancelled.");
 }

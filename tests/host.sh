@@ -382,6 +382,54 @@ for words in 'create n' 'restore' 'restore current x' 'restore time' 'restore 4'
 for words in 'restore' 'restore current x' 'restore time' 'restore 4' 'restore current --comment c'; do run 2 snapshot $words --yes --tool "$tool"; done
 recorded ''
 
+# Processes and sessions. What is ended is what was named: here programs that this script has started.
+child=$(dirname "$host")/process_child.exe
+for words in '--sort size' 'frobnicate' 'end' 'watch a b' 'watch --interval 9' 'end 12345678901 --yes'; do run 2 processes $words; done
+run 2 sessions all
+run 0 sessions --json && says out '"state":"active","console":true,"user":"'
+run 1 processes end no-such-program.exe --yes && says err 'no such process (1168)'
+run 1 processes end 999999 --yes && says err 'no such process (1168)'
+run 1 processes end services.exe --yes && says err 'the system or this program needs it (50)'
+run 1 processes end plugplay.exe --yes && says err 'it is a service'
+"$runner" "$child" tree 1 3 &
+jobs_here=$!
+"$runner" "$child" sleep &
+jobs_here="$jobs_here $!"
+for _ in {1..100}; do
+    run 0 processes --json
+    [ "$(grep -c '"process_child.exe"' "$work/out")" -eq 4 ] && break
+done
+run 0 processes --tree --user "$(id -un)" && grep -qE '^ *[0-9]+ .*   process_child.exe$' "$work/out" || fail 'not below its parent'
+run 0 processes --user nobody-here && [ "$(wc -l <"$work/out")" -eq 1 ] || fail 'a stranger has processes'
+run 0 processes --json --sort memory
+ids=$(python3 - "$work/out" <<'PYTHON' || fail 'the list of processes is not what it should be'
+import json, sys
+lines = [json.loads(line) for line in open(sys.argv[1], encoding='utf-8')]
+sizes = [line['workingSet'] for line in lines]
+assert sizes == sorted(sizes, reverse=True)
+ours = {line['pid']: line for line in lines if line['name'] == 'process_child.exe'}
+tops = [pid for pid, line in ours.items() if line['parent'] not in ours]
+assert all(line['commandLine'].endswith(('tree 1 3', 'tree 1 2', 'tree 1 1', 'sleep')) for line in ours.values())
+print(*sorted(tops, key=lambda pid: 'tree' not in ours[pid]['commandLine']))
+PYTHON
+)
+run 2 processes end process_child.exe && says err 'say --yes' && says err "end ${ids##* } process_child.exe"
+run 0 processes end "${ids%% *}" --tree --yes && says out "ended ${ids%% *} process_child.exe"
+[ "$(grep -c '^  and ' "$work/err")" -eq 2 ] || fail "the tree is not shown: $(cat "$work/err")"
+run 0 processes --json && [ "$(grep -c '"process_child.exe"' "$work/out")" -eq 1 ] || fail 'not the tree alone has ended'
+run 0 processes end PROCESS_child.exe --yes && says out "ended ${ids##* } process_child.exe"
+wait $jobs_here
+"$runner" "$host" processes watch 'process_child*' --seconds 20 --interval 20 --snapshots --json >"$work/watched" 2>"$work/err" &
+for _ in {1..100}; do grep -q snapshots "$work/err" && break; sleep 0.1; done
+says err 'watching by snapshots every 20 ms'
+"$runner" "$child" write 100 >"$work/written" # long enough to be seen
+for _ in {1..100}; do grep -q '"end"' "$work/watched" && break; sleep 0.1; done
+[ "$(sed 's/,"pid.*"name"/ /' "$work/watched" | tr -d '\r\n')" = '{"type":"start" :"process_child.exe"}{"type":"end" :"process_child.exe"}' ] || fail "watched: $(cat "$work/watched")"
+kill -INT "$!"
+actual=0
+wait "$!" || actual=$?
+[ "$actual" -eq 130 ] || fail "watch and Ctrl+C: exit code $actual"
+
 # Ctrl+C ends it cleanly and says what was found so far.
 mkfifo "$work/pipe"
 "$runner" "$host" scan 'Z:\usr' >"$work/pipe" 2>"$work/err" </dev/null &

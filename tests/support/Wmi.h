@@ -7,7 +7,11 @@
 #include <oleauto.h>
 #include <wbemcli.h>
 
+#include <atomic>
+#include <deque>
+#include <functional>
 #include <map>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -80,6 +84,8 @@ public:
     {
         properties.clear();
         withheld = -1;
+        s_events.clear();
+        fetches = 0;
         ::CoRevokeClassObject(m_registration);
         ::CoUninitialize();
         com = ComCalls{};
@@ -88,6 +94,14 @@ public:
     static inline std::map<std::wstring, VARIANT> properties;              ///< of every object
     static inline int withheld = -1;                                       ///< succeeds, and gives nothing
     static std::wstring takeAsked() { return std::exchange(s_asked, {}); } ///< each text with a ';', in order
+    /// What a subscription gives next: it sets the properties of the object that it gives, or returns a code.
+    using Event = std::function<HRESULT()>;
+    static inline std::atomic<long> fetches{0}; ///< that have found nothing to give
+    static void post(Event event)
+    {
+        const std::lock_guard guard(s_lock);
+        s_events.push_back(std::move(event));
+    }
     static VARIANT number(long value, VARTYPE type = VT_I4)
     {
         VARIANT variant{};
@@ -121,6 +135,24 @@ private:
         com.texts += found->second.vt == VT_BSTR ? 1 : 0;
         return ::VariantCopy(value, &found->second);
     }
+    static HRESULT nextEvent(Self*, long, ULONG, Self** object, ULONG* count)
+    {
+        Event event;
+        {
+            const std::lock_guard guard(s_lock);
+            if (!s_events.empty()) {
+                event.swap(s_events.front());
+                s_events.pop_front();
+            }
+        }
+        const HRESULT result = event ? event() : static_cast<HRESULT>(WBEM_S_TIMEDOUT);
+        *count = result == S_OK ? 1 : 0;
+        *object = result == S_OK ? &s_object : nullptr;
+        com.references += result == S_OK ? 1 : 0;
+        fetches += event ? 0 : 1;
+        Sleep(event ? 0 : 5);
+        return result;
+    }
     static HRESULT put(Self*, const wchar_t* name, long, VARIANT* value, CIMTYPE)
     {
         s_asked.append(name).append(L"=").append(value->bstrVal).append(L";");
@@ -128,7 +160,9 @@ private:
     }
 
     static inline std::wstring s_asked;
-    static FakeObject s_object, s_rows, s_services, s_locator, s_factory;
+    static inline std::mutex s_lock;
+    static inline std::deque<Event> s_events;
+    static FakeObject s_object, s_rows, s_subscription, s_services, s_locator, s_factory;
     DWORD m_registration = 0;
 };
 
@@ -137,8 +171,10 @@ inline FakeObject FakeWmi::s_object{{4, FakeObject::method(&get)},
                                     {15, FakeObject::method(&give<0, 1, s_object>)},
                                     {19, FakeObject::method(&give<1, 2, s_object>)}};
 inline FakeObject FakeWmi::s_rows{{4, FakeObject::method(&give<0, 2, s_object>)}};
+inline FakeObject FakeWmi::s_subscription{{4, FakeObject::method(&nextEvent)}};
 inline FakeObject FakeWmi::s_services{{6, FakeObject::method(&give<1, 3, s_object>)},
                                       {20, FakeObject::method(&give<2, 4, s_rows>)},
+                                      {22, FakeObject::method(&give<2, 4, s_subscription>)},
                                       {24, FakeObject::method(&give<2, 5, s_object>)}};
 inline FakeObject FakeWmi::s_locator{{3, FakeObject::method(&give<1, 7, s_services>)}};
 inline FakeObject FakeWmi::s_factory{{3, FakeObject::method(&give<0, 2, s_locator>)}};

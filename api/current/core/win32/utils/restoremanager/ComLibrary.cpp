@@ -126,6 +126,13 @@ unsigned long ComValue::getNumber() const
     return static_cast<unsigned long>(m_value.lVal);
 }
 
+std::wstring ComValue::getText() const
+{
+    if (m_value.vt != VT_BSTR || m_value.bstrVal == nullptr)
+        raiseCode(ERROR_INVALID_DATA);
+    return m_value.bstrVal;
+}
+
 bool ComValue::isOtherText(const wchar_t* text) const noexcept
 {
     return m_value.vt == VT_BSTR && m_value.bstrVal != nullptr && *m_value.bstrVal != L'\0' &&

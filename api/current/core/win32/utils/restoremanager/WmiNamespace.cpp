@@ -13,15 +13,16 @@ void requireObject(const char* place, HRESULT result, const ComPtr<Interface>& o
 }
 } // namespace
 
-WmiNamespace::WmiNamespace(const ComLibrary& com) : m_com(com)
+WmiNamespace::WmiNamespace(const ComLibrary& com, const wchar_t* name) : m_com(com)
 {
     requireObject(PLACE(kWmiNamespaceHeader, "WmiNamespace::WmiNamespace", __LINE__),
                   com.createInstance(__uuidof(WbemLocator), nullptr, CLSCTX_INPROC_SERVER,
                                      __uuidof(IWbemLocator), reinterpret_cast<void**>(m_locator.receive())),
                   m_locator);
-    const ComText name(com, L"ROOT\\Default");
+    const ComText path(com, name);
     requireObject(PLACE(kWmiNamespaceHeader, "WmiNamespace::WmiNamespace", __LINE__),
-                  m_locator->ConnectServer(name.get(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                  m_locator->ConnectServer(path.get(), nullptr, nullptr, nullptr,
+                                           WBEM_FLAG_CONNECT_USE_MAX_WAIT, nullptr, nullptr,
                                            m_services.receive()),
                   m_services);
     setBlanket(m_services.get());
@@ -52,6 +53,20 @@ ComPtr<IWbemClassObject> WmiNamespace::findFirst(const wchar_t* query) const
     requireComSuccess(PLACE(kWmiNamespaceHeader, "WmiNamespace::findFirst", __LINE__),
                       rows->Next(WBEM_INFINITE, 1, first.receive(), &count));
     return first;
+}
+
+ComPtr<IEnumWbemClassObject> WmiNamespace::subscribe(const wchar_t* query) const
+{
+    const ComText language(m_com, L"WQL");
+    const ComText text(m_com, query);
+    ComPtr<IEnumWbemClassObject> events;
+    requireObject(PLACE(kWmiNamespaceHeader, "WmiNamespace::subscribe", __LINE__),
+                  m_services->ExecNotificationQuery(language.get(), text.get(),
+                                                    WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY,
+                                                    nullptr, events.receive()),
+                  events);
+    setBlanket(events.get());
+    return events;
 }
 
 unsigned long WmiNamespace::callMethod(const wchar_t* className, const wchar_t* method,

@@ -110,6 +110,21 @@ public:
         });
     }
 
+    /// The same for the entry of a name, without opening it. Returns 0, 87 (null name), 6 (no such name) or
+    /// 487.
+    long getNamed(const wchar_t* name, ObjectPtr& object) noexcept
+    {
+        return boundary::statusFrame([&]() -> long {
+            ObjectPtr found;
+            {
+                const Locker locker(m_tableLock);
+                found = entryOf(handleOf(name)).object;
+            }
+            object = found;
+            return ERROR_SUCCESS;
+        });
+    }
+
     /// Closes one opening of the entry; the last one removes it. Returns nonzero, or zero for a handle that
     /// get refuses, with the last error unchanged.
     int close(void* handle) noexcept
@@ -121,21 +136,13 @@ public:
     template <class Removed>
     int close(void* handle, Removed&& removed) noexcept
     {
-        const InsideLibrary inside;
-        const DWORD lastError = GetLastError();
-        try {
-            SharedPtr<Reference> entry; // released after unlocking
-            {
-                const Locker locker(m_tableLock);
-                release(handle, entry);
-            }
-            if (entry)
-                removed(*entry->object);
-            return 1;
-        } catch (...) {
-            SetLastError(lastError);
-            return 0;
-        }
+        return closeEntry([handle] { return handle; }, std::forward<Removed>(removed));
+    }
+    /// The same for the entry of a name, which is not null.
+    template <class Removed>
+    int closeNamed(const wchar_t* name, Removed&& removed) noexcept
+    {
+        return closeEntry([this, name] { return handleOf(name); }, std::forward<Removed>(removed));
     }
 
     /// get and close in one step for several handles under one lock. Calls `taken` in order with each
@@ -283,7 +290,36 @@ private:
         return entry;
     }
 
+    template <class HandleOf, class Removed>
+    int closeEntry(HandleOf&& handleOf, Removed&& removed) noexcept
+    {
+        const InsideLibrary inside;
+        const DWORD lastError = GetLastError();
+        try {
+            SharedPtr<Reference> entry; // let go of after the lock
+            {
+                const Locker locker(m_tableLock);
+                release(handleOf(), entry);
+            }
+            if (entry)
+                removed(*entry->object);
+            return 1;
+        } catch (...) {
+            SetLastError(lastError);
+            return 0;
+        }
+    }
+
     // The steps below run under the table's lock.
+
+    /// The handle of the entry of that name; null when there is none. Raises a bare 87.
+    void* handleOf(const wchar_t* name)
+    {
+        if (name == nullptr)
+            raiseCode(ERROR_INVALID_PARAMETER);
+        const auto found = m_names.find(std::wstring_view(name));
+        return found == m_names.end() ? nullptr : reinterpret_cast<void*>(found->second);
+    }
 
     void* add(const wchar_t* name, const ObjectPtr& object)
     {
@@ -312,11 +348,9 @@ private:
 
     void* findAndOpen(const wchar_t* name)
     {
-        const auto found = m_names.find(std::wstring_view(name));
-        if (found == m_names.end())
-            return nullptr;
-        void* handle = reinterpret_cast<void*>(found->second);
-        ++entryOf(handle).openCount;
+        void* handle = handleOf(name);
+        if (handle != nullptr)
+            ++entryOf(handle).openCount;
         return handle;
     }
 

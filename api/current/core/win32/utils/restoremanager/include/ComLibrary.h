@@ -121,6 +121,8 @@ public:
     [[nodiscard]] VARIANT* receive() noexcept { return &m_value; }
     /// The 32-bit number that it holds. Raises a bare 13 when it holds anything else.
     [[nodiscard]] unsigned long getNumber() const;
+    /// The text that it holds. Raises a bare 13 when it holds anything else.
+    [[nodiscard]] std::wstring getText() const;
     /// Whether it holds a text that is not empty, and another one than this.
     [[nodiscard]] bool isOtherText(const wchar_t* text) const noexcept;
 

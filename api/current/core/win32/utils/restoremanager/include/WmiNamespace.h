@@ -4,16 +4,19 @@
 
 #include "core/win32/utils/restoremanager/include/ComLibrary.h"
 
-/// A connection to the WMI namespace "ROOT\Default", where System Restore has its classes. On a thread with
-/// COM, and with the process's COM security set.
+/// A connection to a WMI namespace; "ROOT\Default" is where System Restore has its classes. On a thread with
+/// COM.
 class WmiNamespace
 {
 public:
     /// Raises an Exception with the low 16 bits of the code of the call that failed.
-    explicit WmiNamespace(const ComLibrary& com);
+    explicit WmiNamespace(const ComLibrary& com, const wchar_t* name = L"ROOT\\Default");
 
     /// The first object that a WQL query finds, or an empty pointer. Raises an Exception.
     [[nodiscard]] ComPtr<IWbemClassObject> findFirst(const wchar_t* query) const;
+    /// Subscribes to the events that a WQL query describes. They are kept until they are fetched. Raises an
+    /// Exception; a refusal may also come with the first one that is fetched.
+    [[nodiscard]] ComPtr<IEnumWbemClassObject> subscribe(const wchar_t* query) const;
     /// Calls a static method that takes one text. Returns what the method returns. Raises an Exception, or a
     /// bare 13 for a result that is no number.
     unsigned long callMethod(const wchar_t* className, const wchar_t* method, const wchar_t* parameter,

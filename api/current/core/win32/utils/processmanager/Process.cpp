@@ -1,0 +1,282 @@
+#include "core/win32/utils/processmanager/include/Process.h"
+
+#include <psapi.h>
+#include <winternl.h>
+
+#include <algorithm>
+#include <array>
+
+#include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/SystemLibrary.h"
+#include "core/win32/utils/objectmanager/include/SystemText.h"
+#include "core/win32/utils/objectmanager/include/WaitEvent.h"
+#include "core/win32/utils/paths/include/Paths.h"
+#include "core/win32/utils/processes/include/Processes.h"
+#include "core/win32/utils/processmanager/include/ProcessEnder.h"
+#include "core/win32/utils/security/include/Security.h"
+#include "core/win32/utils/strings/include/Strings.h"
+#include "core/win32/utils/time/include/Time.h"
+#include "win32/processes/include/ProcessOptions.h"
+
+extern "C" {
+NTSTATUS NTAPI NtSuspendProcess(HANDLE process); // no platform header has them
+NTSTATUS NTAPI NtResumeProcess(HANDLE process);
+}
+
+ObjectTable<SharedPtr<Process>> processObjects(50);
+
+namespace {
+constexpr unsigned long kIdle = 0;
+constexpr unsigned long kSystem = 4;
+
+// Without any of these the system stops, or ends the session. Some have no file and cannot be opened.
+constexpr std::array kSystemNames = {L"smss.exe",     L"csrss.exe", L"wininit.exe",   L"winlogon.exe",
+                                     L"services.exe", L"lsass.exe", L"lsaiso.exe",    L"lsm.exe",
+                                     L"Registry",     L"System",    L"Secure System", L"Memory Compression"};
+
+bool hasEnded(HANDLE process)
+{
+    const DWORD waited = WaitForSingleObject(process, 0);
+    if (waited == WAIT_FAILED)
+        raiseLastError();
+    return waited == WAIT_OBJECT_0;
+}
+
+bool isCritical(HANDLE process) noexcept
+{
+    constexpr auto kBreakOnTermination = static_cast<PROCESSINFOCLASS>(29);
+    ULONG critical = 0;
+    return NtQueryInformationProcess(process, kBreakOnTermination, &critical, sizeof critical, nullptr) >=
+               0 &&
+           critical != 0;
+}
+
+/// Whether the file of a process lies in the system's folder. One whose file cannot be told may.
+bool mayBeOfSystem(HANDLE process)
+{
+    const std::wstring folder =
+        systemText([](wchar_t* text, DWORD size) { return GetSystemDirectoryW(text, size); });
+    std::wstring path(MAX_PATH, L'\0');
+    auto length = static_cast<DWORD>(path.size());
+    if (!QueryFullProcessImageNameW(process, 0, path.data(), &length))
+        return GetLastError() != ERROR_INSUFFICIENT_BUFFER;
+    path.resize(length);
+    return paths::isInside(path, folder);
+}
+
+void requireStatus(NTSTATUS status)
+{
+    if (status < 0)
+        raiseCode(static_cast<long>(RtlNtStatusToDosError(status)));
+}
+
+/// Takes one part of the details; what it raises is that part's code.
+template <class Part>
+long codeOf(Part&& part) noexcept
+{
+    return boundary::statusOf([&]() -> long {
+        part();
+        return ERROR_SUCCESS;
+    });
+}
+
+void askToken(HANDLE process, ProcessDetails& details, std::wstring& sid, std::wstring& domain,
+              std::wstring& user)
+{
+    HANDLE opened = nullptr;
+    if (!OpenProcessToken(process, TOKEN_QUERY, &opened))
+        raiseLastError();
+    const Win32Handle token(opened);
+    alignas(TOKEN_USER) std::array<BYTE, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> buffer;
+    DWORD size = 0;
+    if (!GetTokenInformation(token.get(), TokenUser, buffer.data(), buffer.size(), &size))
+        raiseLastError();
+    const std::wstring text = sids::text(reinterpret_cast<const TOKEN_USER*>(buffer.data())->User.Sid);
+    const unsigned long integrity = tokens::integrity(token.get());
+    details.isElevated = tokens::hasElevation(token.get()) ? 1 : 0;
+    details.integrity = integrity;
+    sid = text;
+    unsigned long kind = 0; // a SID without an account is still one
+    codeOf([&] { std::tie(domain, user, kind) = sids::toAccount(text.c_str()); });
+}
+
+struct WindowSearch
+{
+    decltype(&GetWindowThreadProcessId) processOf;
+    decltype(&IsWindowVisible) isVisible;
+    decltype(&PostMessageW) post;
+    unsigned long process;
+    unsigned long asked;
+};
+
+BOOL CALLBACK askToClose(HWND window, LPARAM parameter)
+{
+    auto& search = *reinterpret_cast<WindowSearch*>(parameter);
+    DWORD process = 0;
+    search.processOf(window, &process);
+    if (process == search.process && search.isVisible(window) && search.post(window, WM_CLOSE, 0, 0))
+        ++search.asked;
+    return TRUE;
+}
+} // namespace
+
+void protection::requireUnprotected(HANDLE process, unsigned long id, const wchar_t* name)
+{
+    const bool isOfSystem = std::any_of(kSystemNames.begin(), kSystemNames.end(), [&](const wchar_t* each) {
+        return strings::equalsIgnoringCase(each, name);
+    });
+    if (id == kIdle || id == kSystem || id == GetCurrentProcessId() || isCritical(process) ||
+        (isOfSystem && mayBeOfSystem(process)))
+        raiseCode(ERROR_NOT_SUPPORTED);
+}
+
+std::wstring Process::defaultName(const ProcessEntry& entry)
+{
+    return std::to_wstring(entry.id) + L"@" + std::to_wstring(entry.startTime);
+}
+
+Win32Handle Process::open(DWORD access) const
+{
+    Win32Handle process(::OpenProcess(access | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, m_id));
+    if (!process.isValid()) {
+        const long code = lastError();
+        raiseCode(code == ERROR_INVALID_PARAMETER ? static_cast<long>(ERROR_NOT_FOUND) : code);
+    }
+    if (GetProcessId(process.get()) != m_id) // the system passes over the lowest two bits of an id
+        raiseCode(ERROR_NOT_FOUND);
+    FILETIME started, exited, kernel, user;
+    if (m_startTime == 0 || !GetProcessTimes(process.get(), &started, &exited, &kernel, &user))
+        raiseCode(ERROR_ACCESS_DENIED);
+    if (timetext::number(started) != m_startTime || hasEnded(process.get()))
+        raiseCode(ERROR_NOT_FOUND);
+    return process;
+}
+
+/// For operations that a process could suffer from.
+Win32Handle Process::openUnprotected(DWORD access) const
+{
+    const Win32Handle asked = open(0);
+    const ProcessSnapshot snapshot;
+    const ProcessEntry* const entry = snapshot.find(m_id);
+    if (entry == nullptr)
+        raiseCode(ERROR_NOT_FOUND);
+    protection::requireUnprotected(asked.get(), m_id, entry->name);
+    return open(access); // it is still the same one, since it is held
+}
+
+bool Process::isRunning() const
+{
+    const long code = codeOf([&] { static_cast<void>(open(0)); });
+    if (code != ERROR_SUCCESS && code != ERROR_NOT_FOUND)
+        raiseCode(code);
+    return code == ERROR_SUCCESS;
+}
+
+RecordList<ProcessDetails> Process::details() const
+{
+    const Win32Handle process = open(0);
+    const ProcessSnapshot snapshot;
+    const ProcessEntry* const entry = snapshot.find(m_id);
+    if (entry == nullptr)
+        raiseCode(ERROR_NOT_FOUND);
+    ProcessDetails details{};
+    static_cast<ProcessEntry&>(details) = *entry;
+    details.hasParent = snapshot.parentOf(*entry) != nullptr ? 1 : 0;
+    std::wstring path, commandLine, sid, domain, user;
+    details.pathCode = codeOf([&] { path = processes::path(m_id); });
+    details.commandLineCode = codeOf([&] { commandLine = processes::commandLine(m_id); });
+    details.userCode = codeOf([&] { askToken(process.get(), details, sid, domain, user); });
+    details.accessCode = codeOf([&] {
+        details.is32Bit = processes::is32Bit(m_id) ? 1 : 0;
+        details.priorityClass = GetPriorityClass(process.get());
+        if (details.priorityClass == 0)
+            raiseLastError();
+    });
+    if (hasEnded(process.get())) // what it told last may be half
+        raiseCode(ERROR_NOT_FOUND);
+    RecordList<ProcessDetails> list;
+    list.add(details, {{&ProcessDetails::name, entry->name},
+                       {&ProcessDetails::path, path},
+                       {&ProcessDetails::commandLine, commandLine},
+                       {&ProcessDetails::sid, sid},
+                       {&ProcessDetails::domain, domain},
+                       {&ProcessDetails::user, user}});
+    return list;
+}
+
+unsigned long Process::closeWindows() const
+{
+    const Win32Handle process = openUnprotected(0);
+    const SystemLibrary library(L"user32.dll");
+    WindowSearch search{library.function<decltype(&GetWindowThreadProcessId)>("GetWindowThreadProcessId"),
+                        library.function<decltype(&IsWindowVisible)>("IsWindowVisible"),
+                        library.function<decltype(&PostMessageW)>("PostMessageW"), m_id, 0};
+    library.function<decltype(&EnumWindows)>("EnumWindows")(&askToClose, reinterpret_cast<LPARAM>(&search));
+    return search.asked;
+}
+
+unsigned long Process::wait(unsigned long timeout, HANDLE cancelEvent) const
+{
+    const Win32Handle process = open(0);
+    const long code = waitForEvent(process.get(), timeout, cancelEvent);
+    requireSuccess(code == WAIT_TIMEOUT ? static_cast<long>(ERROR_TIMEOUT) : code);
+    DWORD exitCode = 0;
+    if (!GetExitCodeProcess(process.get(), &exitCode))
+        raiseLastError();
+    return exitCode;
+}
+
+void Process::end(unsigned long options, unsigned long timeout) const
+{
+    constexpr unsigned long kKnown = kEndTree | kEndServices;
+    if ((options & ~kKnown) != 0)
+        raiseCode(ERROR_INVALID_PARAMETER);
+    const Deadline deadline(timeout);
+    constexpr unsigned long kPatience = 5000; // milliseconds for a tree that grows while it is ended
+    const Deadline patience(std::max(timeout, kPatience));
+    const auto requirePatience = [&] {
+        if (patience.getLeft() == 0)
+            raiseCode(ERROR_TIMEOUT);
+    };
+    ProcessEnder ender((options & kEndServices) != 0);
+    const Win32Handle held = open(0);
+    const ProcessSnapshot snapshot;
+    const ProcessEntry* const entry = snapshot.find(m_id);
+    if (entry == nullptr)
+        raiseCode(ERROR_NOT_FOUND);
+    ender.add(*entry);
+    if ((options & kEndTree) == 0) {
+        ender.endAll(0);
+        return ender.wait(deadline.getLeft());
+    }
+    const auto endLower = [&](std::size_t kept) {
+        while (ender.addChildren()) {
+            requirePatience();
+            ender.endAll(kept);
+        }
+    };
+    while (ender.addChildren()) // all of them first: whatever is refused is refused before anything ends
+        requirePatience();
+    ender.endAll(1);
+    endLower(1); // what they have started in the meantime
+    ender.endAll(0);
+    endLower(0); // and what the top one has, at the last moment
+    ender.wait(deadline.getLeft());
+}
+
+void Process::suspend() const
+{
+    requireStatus(NtSuspendProcess(openUnprotected(PROCESS_SUSPEND_RESUME).get()));
+}
+
+void Process::resume() const
+{
+    requireStatus(NtResumeProcess(openUnprotected(PROCESS_SUSPEND_RESUME).get()));
+}
+
+void Process::setPriority(unsigned long priorityClass) const
+{
+    if (!SetPriorityClass(open(PROCESS_SET_INFORMATION).get(), priorityClass))
+        raiseLastError();
+}

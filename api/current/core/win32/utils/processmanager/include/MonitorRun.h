@@ -1,0 +1,73 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/win32/utils/communication/include/MessageTopic.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/processmanager/include/ProcessSnapshot.h"
+
+class ComLibrary;
+struct IEnumWbemClassObject;
+
+/// What the process monitor does between one start and the next stop: a thread that learns of processes and
+/// posts a message for each. The thread holds the run, so that one that is caught in a call of the system may
+/// be left behind.
+class MonitorRun
+{
+public:
+    /// Opens the topic and looks at what is there. Raises 87, 8 or the system's bare code.
+    MonitorRun(const wchar_t* topic, const wchar_t* filter, unsigned long interval, bool wantsEvents);
+    MonitorRun(const MonitorRun&) = delete;
+    MonitorRun& operator=(const MonitorRun&) = delete;
+
+    /// Starts the thread. Raises the system's bare code.
+    static void begin(const SharedPtr<MonitorRun>& run);
+    /// From its return on nothing is posted. Waits for the thread, a second at most.
+    void stop() noexcept;
+    [[nodiscard]] unsigned long getSource() const noexcept { return m_source; }
+    [[nodiscard]] long getCode() const noexcept { return m_code; }
+
+private:
+    struct Known
+    {
+        unsigned long long startTime;
+        bool isExact; // or that of its event, which comes a little later
+        unsigned long parentId;
+        unsigned long session;
+        std::wstring name;
+    };
+    struct Event
+    {
+        bool isStart;
+        unsigned long id;
+        unsigned long long time;
+        Known process;
+    };
+
+    static DWORD WINAPI threadMain(void* run) noexcept;
+    void work() noexcept;
+    void watchEvents();
+    void watchSnapshots() noexcept;
+    void compare(const ProcessSnapshot& snapshot);
+    void take(const Event& event);
+    void post(unsigned long message, unsigned long id, const Known& process, unsigned long long time);
+    [[nodiscard]] bool isStopped() const noexcept { return isCancelled(m_stop.get()); }
+    [[nodiscard]] static bool isSame(const Known& known, const ProcessEntry& entry) noexcept;
+    [[nodiscard]] static bool fetch(const ComLibrary& com, IEnumWbemClassObject& events, Event& event);
+
+    std::wstring m_topicName;
+    std::vector<std::wstring> m_patterns; // none: all
+    unsigned long m_interval;
+    bool m_wantsEvents;
+    Win32Handle m_stop;
+    Win32Handle m_done;
+    SmartHandle<closeTopic> m_topic;
+    std::map<unsigned long, Known> m_known; // the thread's
+    std::atomic<unsigned long> m_source;
+    std::atomic<long> m_code{ERROR_SUCCESS};
+};

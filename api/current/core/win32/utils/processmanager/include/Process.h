@@ -1,0 +1,53 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+#include "core/win32/utils/memory/include/UtilityMemory.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/processmanager/include/ProcessSnapshot.h"
+
+/// One process, known by its id and its start time. It is opened anew by each operation and held as long as
+/// that lasts, so that nothing is ever done to a process that was given its id afterwards.
+///
+/// The operations raise bare codes. The exported functions say what each does.
+class Process
+{
+public:
+    static constexpr const char* kClassName = "Process";
+
+    explicit Process(const ProcessEntry& entry) noexcept : m_id(entry.id), m_startTime(entry.startTime) {}
+    virtual ~Process() = default;
+
+    /// The name that an object gets which is made without one: the same for the same process.
+    [[nodiscard]] static std::wstring defaultName(const ProcessEntry& entry);
+
+    /// Opens the process with these rights. Raises 1168 when it has ended, 5 when that cannot be told.
+    [[nodiscard]] Win32Handle open(DWORD access) const;
+    [[nodiscard]] bool isRunning() const;
+    [[nodiscard]] RecordList<ProcessDetails> details() const;
+    [[nodiscard]] unsigned long closeWindows() const;
+    /// Its exit code.
+    [[nodiscard]] unsigned long wait(unsigned long timeout, HANDLE cancelEvent) const;
+    void end(unsigned long options, unsigned long timeout) const;
+    void suspend() const;
+    void resume() const;
+    void setPriority(unsigned long priorityClass) const;
+
+private:
+    [[nodiscard]] Win32Handle openUnprotected(DWORD access) const;
+
+    unsigned long m_id;
+    unsigned long long m_startTime;
+};
+
+/// The table of all process objects.
+extern ObjectTable<SharedPtr<Process>> processObjects;
+
+namespace protection {
+/// Raises 50 for the calling process, and for the system's: without them it could not go on. `process` may
+/// only be asked.
+void requireUnprotected(HANDLE process, unsigned long id, const wchar_t* name);
+} // namespace protection

@@ -1,0 +1,594 @@
+// The process manager and its objects, beside what the system itself says and real children.
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <restartmanager.h>
+#include <tlhelp32.h>
+#include <winternl.h>
+
+#include <map>
+#include <set>
+
+#include "support/Child.h"
+#include "support/ImportReplacement.h"
+#include "support/Process.h"
+
+namespace {
+using Times = Replaced<"GetProcessTimes", decltype(&GetProcessTimes)>;
+using Opening = Replaced<"OpenProcess", HANDLE(WINAPI*)(DWORD, BOOL, DWORD)>;
+using Terminating = Replaced<"TerminateProcess", decltype(&TerminateProcess)>;
+using Asking = Replaced<"NtQuerySystemInformation", decltype(&NtQuerySystemInformation)>;
+
+std::map<DWORD, std::wstring> toolhelp()
+{
+    std::map<DWORD, std::wstring> found;
+    const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = Process32FirstW(list, &entry); more; more = Process32NextW(list, &entry))
+        found[entry.th32ProcessID] = std::to_wstring(entry.th32ParentProcessID) + L" " + entry.szExeFile;
+    CloseHandle(list);
+    return found;
+}
+
+ProcessHandle objectOf(const Child& child)
+{
+    return ProcessHandle(CreateProcessW(child.entry()));
+}
+
+std::vector<DWORD> idsOf(const std::vector<ProcessEntry>& entries)
+{
+    std::vector<DWORD> ids;
+    for (const ProcessEntry& each : entries)
+        ids.push_back(each.id);
+    return ids;
+}
+
+/// The ids that a function of the manager finds.
+template <class Function, class Argument>
+std::vector<DWORD> found(Function function, Argument argument)
+{
+    Given<ProcessEntry> buffer;
+    return idsOf(
+        listOf(buffer, [&](ProcessEntry** list, size_t* count) { return function(argument, list, count); }));
+}
+
+DWORD idOf(const wchar_t* name)
+{
+    const auto ids = found(PMFindByName, name);
+    return ids.empty() ? 0 : ids[0];
+}
+
+/// What every operation on a process returns. None of them does anything.
+std::vector<long> codesOf(void* process)
+{
+    unsigned long number = 0;
+    Given<ProcessDetails> details;
+    int flag = 7;
+    const long isRunning = ProcessIsRunning(process, &flag);
+    return {ProcessGetDetails(process, &details),
+            ProcessCloseWindows(process, &number),
+            ProcessWait(process, 0, nullptr, &number),
+            ProcessEnd(process, 0, 0),
+            ProcessEnd(process, kEndTree, 0),
+            ProcessSuspend(process),
+            ProcessResume(process),
+            ProcessSetPriority(process, NORMAL_PRIORITY_CLASS),
+            isRunning == 0 ? flag : -isRunning};
+}
+std::vector<long> allOf(long code, long isRunning)
+{
+    std::vector<long> codes(8, code);
+    codes.push_back(isRunning);
+    return codes;
+}
+
+/// Every test has a manager, and ends without one.
+struct Processes : testing::Test
+{
+    void SetUp() override { ASSERT_EQ(CreateProcessManager(), 0); }
+    void TearDown() override { EXPECT_NE(CloseProcessManager(), 0); }
+};
+} // namespace
+
+TEST_F(Processes, AreListedOnceAsTheSystemSaysThem)
+{
+    const Child child(L"sleep");
+    const Child other(L"sleep");
+    ASSERT_NE(child.entry().id * other.entry().id, 0U);
+    ASSERT_TRUE(comesTrue([] { return toolhelp() == (Sleep(200), toolhelp()); })) << "no quiet moment";
+    const auto before = toolhelp();
+    ASSERT_EQ(PMRefresh(), 0);
+    const auto after = toolhelp();
+    Given<ProcessEntry> buffer;
+    std::map<DWORD, std::wstring> ours;
+    const auto list = listOf(buffer, PMListProcesses);
+    for (const ProcessEntry& each : list) {
+        EXPECT_TRUE(ours.emplace(each.id, std::to_wstring(each.parentId) + L" " + each.name).second);
+        if (const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, each.id)) {
+            FILETIME times[4];
+            EXPECT_TRUE(GetProcessTimes(process, &times[0], &times[1], &times[2], &times[3]));
+            EXPECT_EQ(std::memcmp(&times[0], &each.startTime, sizeof(FILETIME)), 0);
+            CloseHandle(process);
+        }
+        DWORD session = 0;
+        EXPECT_TRUE(ProcessIdToSessionId(each.id, &session) && session == each.session);
+    }
+    for (const auto& [id, text] : before)
+        EXPECT_TRUE(ours.count(id) != 0 ? ours[id] == text : after.count(id) == 0) << id;
+    for (const auto& [id, text] : ours)
+        EXPECT_TRUE(before.count(id) != 0 || after.count(id) != 0) << id;
+
+    const ProcessEntry entry = child.entry();
+    PROCESS_MEMORY_COUNTERS memory{};
+    K32GetProcessMemoryInfo(child.handle, &memory, sizeof memory);
+    EXPECT_EQ(entry.workingSet, memory.WorkingSetSize);
+    EXPECT_EQ(entry.peakWorkingSet, memory.PeakWorkingSetSize);
+    Given<ThreadEntry> threads;
+    const auto ofChild =
+        listOf(threads, [&](ThreadEntry** t, size_t* n) { return PMListThreads(child.id, t, n); });
+    ASSERT_EQ(ofChild.size(), 1U);
+    EXPECT_EQ(ofChild.size(), entry.threadCount);
+    EXPECT_EQ(ofChild[0].processId, child.id);
+    Given<ThreadEntry> all;
+    const auto threadsOfAll =
+        listOf(all, [](ThreadEntry** t, size_t* n) { return PMListThreads(kAllProcesses, t, n); });
+    EXPECT_EQ(std::count_if(threadsOfAll.begin(), threadsOfAll.end(),
+                            [&](const ThreadEntry& each) { return each.processId == child.id; }),
+              1);
+}
+
+TEST_F(Processes, AreFoundByWhatTheyAreAndWhoStartedThem)
+{
+    const Child tree(L"tree 2 3");
+    const Child outside(L"sleep");
+    const std::wstring path = childProgram();
+    std::wstring upper = path;
+    CharUpperBuffW(upper.data(), static_cast<DWORD>(upper.size()));
+    ASSERT_TRUE(
+        comesTrue([&] { return PMRefresh() == 0 && found(PMFindByName, L"PROCESS_child.exe").size() == 8; }));
+    EXPECT_EQ(found(PMFindByPath, upper.c_str()).size(), 8U);
+    EXPECT_TRUE(found(PMFindByPath, L"C:\\process_child.exe").empty()) << "another file of that name";
+    EXPECT_TRUE(found(PMFindByName, L"process_child").empty());
+    const ProcessEntry entry = tree.entry();
+    EXPECT_GE(found(PMFindBySession, entry.session).size(), 8U);
+    EXPECT_TRUE(found(PMFindBySession, 77UL).empty());
+
+    const auto members = found(PMGetTree, tree.id);
+    ASSERT_EQ(members.size(), 7U);
+    EXPECT_EQ(members[0], tree.id);
+    EXPECT_EQ(found(PMGetTree, outside.id), std::vector<DWORD>{outside.id});
+    const auto parents = found(PMGetParents, members[6]);
+    ASSERT_GE(parents.size(), 3U);
+    EXPECT_TRUE(parents[0] == members[1] || parents[0] == members[2]) << "parents come before children";
+    EXPECT_EQ(parents[1], tree.id);
+    EXPECT_EQ(parents[2], GetCurrentProcessId());
+
+    Given<ModuleEntry> buffer;
+    const auto modules =
+        listOf(buffer, [&](ModuleEntry** m, size_t* n) { return PMListModules(tree.id, m, n); });
+    EXPECT_EQ(_wcsicmp(modules.at(0).path, path.c_str()), 0);
+    const auto users = found(PMFindUsers, path.c_str());
+    EXPECT_EQ(std::set<DWORD>(users.begin(), users.end()).size(), 8U) << "each once";
+    EXPECT_TRUE(found(PMFindUsers, L"C:\\windows\\no such file").empty());
+    size_t count = 0;
+    Given<ProcessEntry> none;
+    for (const long code : {PMFindById(77777, &none), PMGetTree(77777, &none, &count),
+                            PMGetParents(77777, &none, &count), PMListModules(77777, &buffer, &count)})
+        EXPECT_EQ(code, 1168);
+    EXPECT_EQ(PMFindByName(nullptr, &none, &count), 87);
+    EXPECT_EQ(PMFindUsers(L"", &none, &count), 123);
+    EXPECT_EQ(PMListProcesses(&none, nullptr), 87);
+}
+
+TEST_F(Processes, TellWhatTheSystemTellsOfThem)
+{
+    const Child child(L"sleep \"a b\"");
+    const ProcessEntry entry = child.entry();
+    const ProcessHandle process(CreateProcessW(entry));
+    const ProcessHandle again(CreateProcessW(entry));
+    const ProcessHandle named(CreateProcessW(entry, L"mine"));
+    EXPECT_EQ(process.get(), again.get());
+    const wchar_t* name = nullptr;
+    EXPECT_EQ(ProcessGetNameByHandle(process.get(), &name), 0);
+    EXPECT_EQ(ProcessHandle(OpenProcess(name)).get(), process.get());
+    EXPECT_EQ(ProcessHandle(OpenProcess(L"mine")).get(), named.get());
+    EXPECT_EQ(OpenProcess(L"not mine"), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), 1168U);
+    EXPECT_EQ(CreateProcessW(entry, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), 87U);
+
+    EXPECT_EQ(ProcessSetPriority(process.get(), BELOW_NORMAL_PRIORITY_CLASS), 0);
+    EXPECT_EQ(ProcessSetPriority(process.get(), 77), 87);
+    Given<ProcessDetails> details;
+    ASSERT_EQ(ProcessGetDetails(process.get(), &details), 0);
+    const ProcessDetails& told = details[0];
+    EXPECT_EQ(told.pathCode + told.commandLineCode + told.userCode + told.accessCode, 0);
+    EXPECT_EQ(_wcsicmp(told.path, childProgram().c_str()), 0);
+    EXPECT_STREQ(told.commandLine, L"process_child sleep \"a b\"");
+    EXPECT_STREQ(told.name, L"process_child.exe");
+    EXPECT_EQ(std::wstring(told.sid), wideOf([](wchar_t** sid) { return SidOfCurrentUser(sid); }));
+    wchar_t user[256];
+    DWORD size = 256;
+    GetUserNameW(user, &size);
+    EXPECT_STREQ(told.user, user);
+    EXPECT_EQ(told.integrity, 0x3000U);
+    EXPECT_TRUE(told.isElevated && told.hasParent && !told.is32Bit);
+    EXPECT_EQ(told.parentId, GetCurrentProcessId());
+    EXPECT_EQ(told.priorityClass, static_cast<unsigned long>(BELOW_NORMAL_PRIORITY_CLASS));
+    EXPECT_EQ(told.startTime, entry.startTime);
+
+    // A part that is refused has its code, and the rest stands.
+    Replaced<"OpenProcessToken", decltype(&OpenProcessToken)> token;
+    token.failCall(1, FALSE, ERROR_ACCESS_DENIED);
+    Replaced<"QueryFullProcessImageNameW", decltype(&QueryFullProcessImageNameW)> path;
+    path.failCall(1, FALSE, ERROR_GEN_FAILURE);
+    Given<ProcessDetails> refused;
+    ASSERT_EQ(ProcessGetDetails(process.get(), &refused), 0);
+    EXPECT_EQ(refused[0].userCode * 100 + refused[0].pathCode, 531);
+    EXPECT_TRUE(*refused[0].sid == 0 && *refused[0].path == 0 && *refused[0].commandLine != 0);
+}
+
+TEST_F(Processes, AreLeftAloneOnceTheirIdIsAnothers)
+{
+    const Child child(L"sleep");
+    const Child other(L"sleep");
+    const ProcessHandle process = objectOf(child);
+    const Terminating terminating([](auto...) { return TRUE; });
+    {
+        const Times times(
+            [](auto original, HANDLE handle, FILETIME* created, FILETIME* a, FILETIME* b, FILETIME* c) {
+                const BOOL done = original(handle, created, a, b, c);
+                ++created->dwLowDateTime;
+                return done;
+            });
+        EXPECT_EQ(codesOf(process.get()), allOf(1168, 0));
+    }
+    { // neither gone nor ended
+        const Times times([](auto...) { return SetLastError(ERROR_GEN_FAILURE), FALSE; });
+        EXPECT_EQ(codesOf(process.get()), allOf(5, -5));
+    }
+    {
+        const Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD) {
+            return original(access, inherit, other.id);
+        });
+        EXPECT_EQ(codesOf(process.get()), allOf(1168, 0));
+    }
+    {
+        const Opening opening([](auto...) { return SetLastError(ERROR_ACCESS_DENIED), HANDLE(nullptr); });
+        EXPECT_EQ(codesOf(process.get()), allOf(5, -5));
+    }
+    EXPECT_EQ(terminating.calls(), 0);
+    TerminateProcess(child.handle, 3); // which the handle keeps from being forgotten
+    WaitForSingleObject(child.handle, 60000);
+    EXPECT_EQ(codesOf(process.get()), allOf(1168, 0));
+    EXPECT_EQ(codesOf(reinterpret_cast<void*>(7777)), allOf(6, -6));
+}
+
+TEST_F(Processes, EndAsATreeFromBelow)
+{
+    const Child tree(L"tree 2 6");
+    ASSERT_TRUE(comesTrue([&] { return PMRefresh() == 0 && found(PMGetTree, tree.id).size() == 63; }));
+    const ProcessHandle process = objectOf(tree);
+    std::map<DWORD, DWORD> parents;
+    Given<ProcessEntry> buffer;
+    for (const ProcessEntry& each :
+         listOf(buffer, [&](ProcessEntry**e, size_t*n) { return PMGetTree(tree.id, e, n); }))
+        parents[each.id] = each.parentId;
+    { // one of them refuses: nothing has ended
+        const Terminating none([](auto...) { return TRUE; });
+        const DWORD refusing = parents.rbegin()->first;
+        const Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD id) {
+            const bool isRefused = id == refusing && (access & PROCESS_TERMINATE) != 0;
+            return isRefused ? (SetLastError(ERROR_ACCESS_DENIED), HANDLE(nullptr))
+                             : original(access, inherit, id);
+        });
+        EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 5000), 5);
+        EXPECT_EQ(none.calls(), 0);
+    }
+    std::set<DWORD> ended;
+    Terminating terminating([&](auto original, HANDLE handle, UINT code) {
+        const DWORD id = GetProcessId(handle);
+        for (const auto& [child, parent] : parents)
+            EXPECT_TRUE(parent != id || ended.count(child) != 0) << "a parent ended before its child";
+        ended.insert(id);
+        return original(handle, code);
+    });
+    EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 60000), 0);
+    EXPECT_EQ(ended.size(), 63U);
+    DWORD code = 0;
+    GetExitCodeProcess(tree.handle, &code);
+    EXPECT_EQ(code, 1067U);
+    EXPECT_EQ(PMRefresh(), 0);
+    EXPECT_TRUE(found(PMFindByName, L"process_child.exe").empty());
+}
+
+TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
+{
+    const Child older(L"sleep");
+    const Child child(L"tree 1 2");
+    const Child own(L"tree 1 2");
+    ASSERT_TRUE(comesTrue([&] { return PMRefresh() == 0 && found(PMGetTree, own.id).size() == 2; }));
+    const ProcessHandle process = objectOf(child);
+    const ProcessHandle alone = objectOf(own);
+    const DWORD left = found(PMGetTree, own.id)[1];
+    {
+        // The system says that the child has started one which was there before it: its id is a used one.
+        const Asking asking(
+            [&](auto original, SYSTEM_INFORMATION_CLASS kind, void* buffer, ULONG size, ULONG* needed) {
+                const NTSTATUS status = original(kind, buffer, size, needed);
+                constexpr std::size_t kId = 0x50, kParent = 0x58;
+                ULONG next = status < 0 ? 0 : 1;
+                for (auto* at = static_cast<BYTE*>(buffer); next != 0; at += next) {
+                    const ULONG_PTR parent = child.id; // nothing is aligned here
+                    if (std::memcmp(at + kId, &older.id, sizeof older.id) == 0)
+                        std::memcpy(at + kParent, &parent, sizeof parent);
+                    std::memcpy(&next, at, sizeof next);
+                }
+                return status;
+            });
+        EXPECT_EQ(PMRefresh(), 0);
+        EXPECT_TRUE(found(PMGetParents, older.id).empty());
+        EXPECT_EQ(found(PMGetTree, child.id).size(), 2U);
+        EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 60000), 0);
+    }
+    EXPECT_TRUE(older.isRunning() && !child.isRunning());
+    EXPECT_EQ(ProcessEnd(alone.get(), 0, 60000), 0);
+    EXPECT_EQ(PMRefresh(), 0);
+    EXPECT_EQ(found(PMGetTree, left).size(), 1U) << "without the flag the process alone";
+    EXPECT_TRUE(found(PMGetParents, left).empty()) << "its parent is gone";
+}
+
+TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
+{
+    const Terminating terminating([](auto...) { return TRUE; }); // and nobody is ended here
+    const auto end = [](DWORD id, unsigned long options) {
+        Given<ProcessEntry> entry;
+        EXPECT_EQ(PMFindById(id, &entry), 0);
+        return ProcessEnd(ProcessHandle(CreateProcessW(entry[0])).get(), options, 50);
+    };
+    EXPECT_EQ(end(GetCurrentProcessId(), kEndTree | kEndServices), 50);
+    EXPECT_EQ(end(idOf(L"services.exe"), kEndServices), 50);
+    EXPECT_EQ(end(idOf(L"plugplay.exe"), 0), 1052);
+    EXPECT_EQ(terminating.calls(), 0);
+    EXPECT_EQ(end(idOf(L"plugplay.exe"), kEndServices), 1460) << "told, and not gone yet";
+    EXPECT_EQ(terminating.calls(), 1);
+    const Child child(L"sleep");
+    const ProcessHandle process = objectOf(child);
+    Replaced<"OpenSCManagerW", decltype(&OpenSCManagerW)> services;
+    services.failCall(1, nullptr, ERROR_GEN_FAILURE);
+    EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 31) << "whether it is a service cannot be told";
+    EXPECT_EQ(ProcessEnd(process.get(), 4, 50), 87);
+    EXPECT_EQ(terminating.calls(), 1);
+    // One that the system calls critical.
+    Replaced<"NtQueryInformationProcess", decltype(&NtQueryInformationProcess)> asking(
+        [](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
+           ULONG* length) -> NTSTATUS {
+            if (kind != 29)
+                return original(handle, kind, buffer, size, length);
+            return *static_cast<ULONG*>(buffer) = 1, 0;
+        });
+    EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 50);
+    EXPECT_EQ(ProcessSuspend(process.get()), 50);
+    EXPECT_EQ(terminating.calls(), 1);
+}
+
+TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)
+{
+    wchar_t folder[1024];
+    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", folder, 1024);
+    const std::wstring path = std::wstring(folder) + L"\\LSASS.exe";
+    ASSERT_TRUE(CopyFileW(childProgram().c_str(), path.c_str(), FALSE));
+    {
+        const Child child(L"sleep", path);
+        const ProcessHandle process = objectOf(child);
+        const Terminating terminating([](auto...) { return TRUE; });
+        for (const bool isInSystem : {false, true}) {
+            const Replaced<"QueryFullProcessImageNameW", decltype(&QueryFullProcessImageNameW)> asking(
+                [&](auto, HANDLE, DWORD, wchar_t* text, DWORD* size) -> BOOL {
+                    *size = GetSystemDirectoryW(text, *size); // or it is not told
+                    return isInSystem ? std::wcscat(text, L"\\x"), *size += 2, TRUE : FALSE;
+                });
+            EXPECT_EQ(ProcessEnd(process.get(), 0, 0), 50) << isInSystem;
+        }
+        EXPECT_EQ(terminating.calls(), 0);
+    }
+    const Child child(L"sleep", path);
+    EXPECT_EQ(ProcessEnd(objectOf(child).get(), 0, 60000), 0) << "a user's own file of that name";
+    EXPECT_TRUE(DeleteFileW(path.c_str()));
+}
+
+TEST_F(Processes, AreNamedByTheRestartManager)
+{
+    static ProcessEntry users[2];
+    static DWORD failing;
+    failing = 0;
+    const Child child(L"sleep");
+    const Child other(L"sleep");
+    users[0] = child.entry();
+    users[1] = other.entry();
+    ++users[1].startTime; // somebody that had its id before
+    const std::map<std::string_view, FARPROC> stand = [] {
+        const auto as = [](auto* function) {
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
+        };
+        return std::map<std::string_view, FARPROC>{
+            {"RmGetList", as(+[](DWORD, UINT* needed, UINT* count, RM_PROCESS_INFO* list, DWORD*) -> DWORD {
+                 constexpr UINT kCount = 20; // more than a first guess takes
+                 if (failing != 0 || *count < kCount)
+                     return *needed = kCount, failing != 0 ? failing : DWORD{ERROR_MORE_DATA};
+                 for (UINT i = 0; i < kCount; ++i) {
+                     list[i].Process.dwProcessId = users[i % 2].id;
+                     std::memcpy(&list[i].Process.ProcessStartTime, &users[i % 2].startTime,
+                                 sizeof(FILETIME));
+                 }
+                 return *count = kCount, 0;
+             })}};
+    }();
+    Replaced<"GetProcAddress", decltype(&GetProcAddress)> lookup(
+        [&](auto original, HMODULE module, const char* name) {
+            const auto found = stand.find(name);
+            return found != stand.end() ? found->second : original(module, name);
+        });
+    EXPECT_EQ(found(PMFindUsers, L"C:\\some file"), std::vector<DWORD>{child.id});
+    failing = ERROR_SEM_TIMEOUT;
+    Given<ProcessEntry> none;
+    size_t count = 0;
+    EXPECT_EQ(PMFindUsers(L"C:\\some file", &none, &count), 121) << "nobody can tell that it is free";
+}
+
+TEST_F(Processes, AreSuspendedWaitedForAndAskedToClose)
+{
+    const Child child(L"sleep");
+    const ProcessHandle process = objectOf(child);
+    Given<ThreadEntry> threads;
+    const auto entries =
+        listOf(threads, [&](ThreadEntry** t, size_t* n) { return PMListThreads(child.id, t, n); });
+    const SmartHandle<CloseThread> thread(CreateThread(entries.at(0)));
+    EXPECT_EQ(
+        SmartHandle<CloseThread>(
+            OpenThread(
+                (std::to_wstring(entries[0].id) + L"@" + std::to_wstring(entries[0].startTime)).c_str()))
+            .get(),
+        thread.get());
+    unsigned long count = 7;
+    EXPECT_EQ(ProcessSuspend(process.get()), 0);
+    EXPECT_EQ(ThreadSuspend(thread.get(), &count) * 10 + static_cast<long>(count), 1);
+    EXPECT_EQ(ThreadResume(thread.get(), &count) * 10 + static_cast<long>(count), 2);
+    EXPECT_EQ(ProcessResume(process.get()), 0);
+    EXPECT_EQ(ThreadResume(thread.get(), &count) * 10 + static_cast<long>(count), 0);
+    ThreadEntry now{};
+    EXPECT_EQ(ThreadSetPriority(thread.get(), THREAD_PRIORITY_LOWEST), 0);
+    EXPECT_EQ(ThreadGetDetails(thread.get(), &now), 0);
+    EXPECT_EQ(now.startTime, entries[0].startTime);
+    ThreadEntry moved = entries[0];
+    ++moved.startTime;
+    int flag = 7;
+    EXPECT_EQ(ThreadIsRunning(SmartHandle<CloseThread>(CreateThread(moved)).get(), &flag) * 10 + flag, 0);
+    moved = {GetCurrentThreadId(), GetCurrentProcessId(), 0, 0, 0, 0};
+    FILETIME unused[3];
+    GetThreadTimes(GetCurrentThread(), reinterpret_cast<FILETIME*>(&moved.startTime), &unused[0], &unused[1],
+                   &unused[2]);
+    EXPECT_EQ(ThreadSuspend(SmartHandle<CloseThread>(CreateThread(moved)).get(), &count), 50) << "the caller";
+    const TestEvent cancel;
+    EXPECT_EQ(ThreadWait(thread.get(), 20, nullptr), 1460);
+    EXPECT_EQ(ProcessWait(process.get(), 20, cancel.get(), &count), 1460);
+    cancel.set();
+    EXPECT_EQ(ProcessWait(process.get(), INFINITE, cancel.get(), &count), 1223);
+
+    // Its windows, as a desktop would have them: one that shows, one that does not, and somebody else's.
+    static DWORD owner;
+    static long posted;
+    owner = child.id;
+    posted = 0;
+    Replaced<"GetProcAddress", decltype(&GetProcAddress)> desktop([](auto original, HMODULE module,
+                                                                     const char* name) {
+        const auto as = [](auto* function) {
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
+        };
+        const std::string_view wanted = name;
+        if (wanted == "EnumWindows")
+            return as(+[](WNDENUMPROC tell, LPARAM value) -> BOOL {
+                for (const std::uintptr_t window : {1U, 2U, 3U})
+                    tell(reinterpret_cast<HWND>(window), value);
+                return TRUE;
+            });
+        if (wanted == "GetWindowThreadProcessId")
+            return as(+[](HWND window, DWORD* id) -> DWORD {
+                return *id = reinterpret_cast<std::uintptr_t>(window) < 3 ? owner : GetCurrentProcessId();
+            });
+        if (wanted == "IsWindowVisible")
+            return as(+[](HWND window) -> BOOL { return reinterpret_cast<std::uintptr_t>(window) != 2; });
+        if (wanted == "PostMessageW")
+            return as(+[](HWND window, UINT message, WPARAM, LPARAM) -> BOOL {
+                posted = posted * 100 + static_cast<long>(reinterpret_cast<std::uintptr_t>(window) + message);
+                return TRUE;
+            });
+        return original(module, name);
+    });
+    EXPECT_EQ(ProcessCloseWindows(process.get(), &count), 0);
+    EXPECT_EQ(posted * 10 + static_cast<long>(count), (1 + WM_CLOSE) * 10 + 1);
+    TerminateProcess(child.handle, 3);
+    WaitForSingleObject(child.handle, 60000);
+    EXPECT_EQ(ThreadWait(thread.get(), 0, nullptr), 1168);
+}
+
+TEST_F(Processes, KnowWhetherAModuleIsStillThere)
+{
+    const Child child(L"sleep");
+    ASSERT_NE(child.entry().id, 0U);
+    Given<ModuleEntry> buffer;
+    size_t count = 0;
+    ASSERT_TRUE(comesTrue([&] { return PMListModules(child.id, &buffer, &count) == 0 && count != 0; }));
+    const std::vector<ModuleEntry> list(buffer.get(), buffer.get() + count);
+    const SmartHandle<CloseModule> module(CreateModule(list.at(0)));
+    ModuleEntry moved = list[0];
+    moved.base += 4096;
+    const SmartHandle<CloseModule> other(CreateModule(moved));
+    int flag = 7;
+    EXPECT_EQ(ModuleIsLoaded(module.get(), &flag) * 10 + flag, 1);
+    EXPECT_EQ(ModuleIsLoaded(other.get(), &flag) * 10 + flag, 0);
+    Given<ModuleEntry> details;
+    EXPECT_EQ(ModuleGetDetails(module.get(), &details), 0);
+    EXPECT_STREQ(details[0].path, list[0].path);
+    TerminateProcess(child.handle, 3);
+    WaitForSingleObject(child.handle, 60000);
+    EXPECT_EQ(ModuleIsLoaded(module.get(), &flag) * 10 + flag, 0);
+    EXPECT_EQ(OpenModule(L"none"), INVALID_HANDLE_VALUE);
+}
+
+TEST_F(Processes, ComeAndGoWhileOthersList)
+{
+    constexpr int kListers = 8;
+    std::atomic<int> seen{0};
+    const auto run = [&](int children) {
+        std::atomic<int> starting{2};
+        onThreadsAtOnce(kListers + 2, [&](int number) {
+            for (int i = 0; number < 2 && i < children / 2; ++i)
+                const Child child(L"exit 0");
+            starting -= number < 2 ? 1 : 0;
+            for (; starting != 0; Sleep(10)) {
+                Given<ProcessEntry> buffer;
+                EXPECT_EQ(PMRefresh(), 0);
+                DWORD last = 0;
+                for (const ProcessEntry& each : listOf(buffer, PMListProcesses)) {
+                    EXPECT_TRUE(each.startTime != 0 && each.threadCount != 0 && each.id > last);
+                    last = each.id;
+                    if (std::wstring(each.name) != L"process_child.exe")
+                        continue;
+                    EXPECT_EQ(each.parentId, GetCurrentProcessId());
+                    ++seen;
+                }
+            }
+        });
+    };
+    run(2); // what stays for good is there afterwards
+    const ProcessCounts before = ProcessCounts::now();
+    run(500);
+    EXPECT_GT(seen, 100);
+    EXPECT_TRUE(before.isReachedAgain(100))
+        << before.describe() << ", then " << ProcessCounts::now().describe();
+}
+
+TEST(ProcessManager, IsOneForAllAndEndsWithItsLastOpening)
+{
+    size_t count = 0;
+    Given<ProcessEntry> buffer;
+    EXPECT_EQ(PMListProcesses(&buffer, &count), 6);
+    EXPECT_EQ(OpenProcessManager(), 1168);
+    EXPECT_EQ(CloseProcessManager(), 0);
+    EXPECT_EQ(CreateProcessManager(), 0);
+    EXPECT_EQ(CreateProcessManager(), 0);
+    EXPECT_EQ(OpenProcessManager(), 0);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(PMRefresh(), 0);
+        EXPECT_NE(CloseProcessManager(), 0);
+    }
+    EXPECT_EQ(PMRefresh(), 6);
+    EXPECT_EQ(CloseProcessManager(), 0);
+    Asking asking;
+    asking.failCall(1, static_cast<NTSTATUS>(0xC0000022), 0);
+    EXPECT_EQ(CreateProcessManager(), 5);
+    EXPECT_EQ(OpenProcessManager(), 1168) << "nothing is left of it";
+}

@@ -1,0 +1,288 @@
+// Sessions and their users: lists, tokens, folders, and programs started there.
+
+#include <windows.h>
+
+#include <knownfolders.h>
+#include <shlobj.h>
+#include <wtsapi32.h>
+
+#include "support/Child.h"
+#include "support/Faults.h"
+#include "support/ImportReplacement.h"
+
+namespace {
+const std::wstring program = childProgram();
+
+unsigned long console()
+{
+    static const unsigned long session = WTSGetActiveConsoleSessionId();
+    return session;
+}
+
+/// One run, and what came of it.
+struct ProgramRun
+{
+    explicit ProgramRun(std::vector<const wchar_t*> arguments, unsigned long options = kRunCapture,
+                        unsigned long timeout = INFINITE, HANDLE cancel = nullptr)
+        : texts(std::move(arguments)), asked{console(),    options, program.c_str(), texts.data(),
+                                             texts.size(), nullptr, timeout,         cancel}
+    {
+    }
+    long go()
+    {
+        Given<char> buffer;
+        std::size_t size = 0;
+        const long code = SessionRunProgram(&asked, &processId, &exitCode, &buffer, &size);
+        output.assign(code == 0 ? buffer.get() : "", code == 0 ? size : 0);
+        return code;
+    }
+    std::vector<const wchar_t*> texts;
+    SessionProgram asked;
+    unsigned long processId = 77;
+    unsigned long exitCode = 77;
+    std::string output;
+};
+
+/// The programs of the tests that run now.
+std::vector<unsigned long> running()
+{
+    Given<ProcessEntry> buffer;
+    EXPECT_EQ(PMRefresh(), 0);
+    std::vector<unsigned long> ids;
+    for (const ProcessEntry& each : listOf(buffer, [](ProcessEntry**entries, size_t*count) {
+             return PMFindByName(L"process_child.exe", entries, count);
+         }))
+        ids.push_back(each.id);
+    return ids;
+}
+
+bool allEnd()
+{
+    return comesTrue([] { return running().empty(); });
+}
+
+/// A program that was to live on, ended by the test.
+void end(unsigned long id)
+{
+    Given<ProcessEntry> entry;
+    ASSERT_EQ(PMRefresh() + PMFindById(id, &entry), 0);
+    EXPECT_EQ(ProcessEnd(SmartHandle<CloseProcess>(CreateProcessW(entry[0])).get(), kEndTree, 60000), 0);
+}
+
+struct UserSessions : testing::Test
+{
+    UserSessions() { EXPECT_EQ(CreateProcessManager(), 0); }
+    ~UserSessions() override
+    {
+        EXPECT_TRUE(allEnd());
+        CloseProcessManager();
+    }
+};
+
+/// Replaces functions that the library looks up.
+struct LookedUp : Replaced<"GetProcAddress", decltype(&GetProcAddress)>
+{
+    explicit LookedUp(std::map<std::string, void*> functions)
+        : Replaced([functions](auto original, HMODULE module, LPCSTR name) {
+              const auto found = functions.find(name);
+              return found != functions.end() ? reinterpret_cast<FARPROC>(found->second)
+                                              : original(module, name);
+          })
+    {
+    }
+};
+template <class Function>
+void* address(Function* function)
+{
+    return reinterpret_cast<void*>(function);
+}
+BOOL WINAPI refuseToken(ULONG, HANDLE*)
+{
+    return SetLastError(ERROR_PRIVILEGE_NOT_HELD), FALSE;
+}
+} // namespace
+
+TEST_F(UserSessions, AreListedWithTheirUsers)
+{
+    wchar_t user[256];
+    DWORD size = 256;
+    GetUserNameW(user, &size);
+    Given<SessionRecord> buffer;
+    const auto list = listOf(buffer, SessionEnumerate);
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_TRUE(list[0].id == console() && list[0].isConsole && list[0].state == WTSActive);
+    EXPECT_STREQ(list[0].user, user);
+    // As a system with remote sessions lists them; of one that ends meanwhile no texts are told.
+    const LookedUp services(
+        {{"WTSEnumerateSessionsW",
+          address(+[](HANDLE, DWORD, DWORD, WTS_SESSION_INFOW** sessions, DWORD* count) -> BOOL {
+              *sessions = static_cast<WTS_SESSION_INFOW*>(LocalAlloc(LPTR, 2 * sizeof **sessions));
+              (*sessions)[0] = {0, nullptr, WTSDisconnected};
+              (*sessions)[1] = {7, nullptr, WTSActive};
+              return *count = 2, TRUE;
+          })},
+         {"WTSQuerySessionInformationW",
+          address(+[](HANDLE, DWORD session, WTS_INFO_CLASS kind, wchar_t** text, DWORD*) -> BOOL {
+              if (session != 7)
+                  return FALSE;
+              *text = static_cast<wchar_t*>(LocalAlloc(LPTR, 64));
+              std::wcscpy(*text, kind == WTSClientName ? L"far" : kind == WTSUserName ? L"u" : L"d");
+              return TRUE;
+          })},
+         {"WTSFreeMemory", address(+[](void* memory) { LocalFree(memory); })}});
+    Given<SessionRecord> remote;
+    const auto both = listOf(remote, SessionEnumerate);
+    ASSERT_EQ(both.size(), 2U);
+    EXPECT_TRUE(both[0].state == WTSDisconnected && *both[0].user == 0 && *both[0].clientName == 0);
+    EXPECT_EQ(std::wstring(both[1].domain) + both[1].user + both[1].clientName, L"dufar");
+    EXPECT_FALSE(both[1].isConsole);
+}
+
+TEST_F(UserSessions, GiveOutTheRightTokenOrSayWhyNot)
+{
+    void* token = nullptr;
+    const auto kindOf = [&](unsigned long session, int elevated) {
+        const long code = SessionDuplicateToken(session, elevated, &token);
+        TOKEN_TYPE type = TokenImpersonation;
+        DWORD size = 0;
+        EXPECT_TRUE(code != 0 || GetTokenInformation(token, TokenType, &type, sizeof type, &size));
+        EXPECT_TRUE(code != 0 || (type == TokenPrimary && CloseHandle(token)));
+        return code;
+    };
+    EXPECT_EQ(kindOf(console(), 0), 0);
+    EXPECT_EQ(kindOf(console(), 1), 0);
+    {
+        const LookedUp refused({{"WTSQueryUserToken", address(&refuseToken)}});
+        EXPECT_EQ(kindOf(console(), 0), 0) << "a program of the user's has it itself";
+        EXPECT_EQ(kindOf(console() + 1, 0), 1314);
+        Given<wchar_t> path;
+        EXPECT_EQ(SessionGetKnownFolder(console() + 1, &FOLDERID_Desktop, &path), 1314);
+        EXPECT_EQ(SessionImpersonation(console() + 1).getCode(), 1314);
+        EXPECT_FALSE(isImpersonating());
+    }
+    // Which half of a split token is taken, and that a right is missing for the other one.
+    TOKEN_ELEVATION_TYPE kind{};
+    DWORD isElevated = 0;
+    Replaced<"GetTokenInformation", decltype(&GetTokenInformation)> asking(
+        [&](auto original, HANDLE asked, TOKEN_INFORMATION_CLASS what, void* target, DWORD size,
+            DWORD* needed) -> BOOL {
+            if (what == TokenElevationType)
+                return *static_cast<TOKEN_ELEVATION_TYPE*>(target) = kind, TRUE;
+            if (what == TokenElevation)
+                return *static_cast<DWORD*>(target) = isElevated, TRUE;
+            if (what == TokenLinkedToken) // nobody may use it
+                return *static_cast<HANDLE*>(target) = nullptr, TRUE;
+            return original(asked, what, target, size, needed);
+        });
+    Replaced<"DuplicateTokenEx", decltype(&DuplicateTokenEx)> duplicating(
+        [](auto original, HANDLE from, DWORD access, SECURITY_ATTRIBUTES* s,
+           SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type, HANDLE* to) -> BOOL {
+            return from != nullptr ? original(from, access, s, level, type, to) : (SetLastError(1346), FALSE);
+        });
+    for (const auto& [of, flag, wanted, code] :
+         std::initializer_list<std::tuple<TOKEN_ELEVATION_TYPE, DWORD, int, long>>{
+             {TokenElevationTypeDefault, 0, 0, 0},
+             {TokenElevationTypeDefault, 0, 1, 740},
+             {TokenElevationTypeDefault, 1, 1, 0},
+             {TokenElevationTypeLimited, 0, 0, 0},
+             {TokenElevationTypeLimited, 0, 1, 1314},
+             {TokenElevationTypeFull, 1, 1, 0},
+             {TokenElevationTypeFull, 1, 0, 1314}}) {
+        kind = of;
+        isElevated = flag;
+        EXPECT_EQ(kindOf(console(), wanted), code) << of << flag << wanted;
+    }
+}
+
+TEST_F(UserSessions, KnowTheFoldersOfTheirUser)
+{
+    PWSTR expected = nullptr;
+    ASSERT_EQ(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &expected), S_OK);
+    EXPECT_EQ(
+        wideOf([](wchar_t** path) { return SessionGetKnownFolder(console(), &FOLDERID_LocalAppData, path); }),
+        expected);
+    CoTaskMemFree(expected);
+    const GUID none{1, 2, 3, {4}};
+    EXPECT_EQ(wideOf([&](wchar_t** path) { return SessionGetKnownFolder(console(), &none, path); }),
+              L"code 2");
+    EXPECT_EQ(wideOf([](wchar_t** path) { return SessionGetKnownFolder(console(), nullptr, path); }),
+              L"code 87");
+    {
+        const SessionImpersonation outer(console());
+        {
+            const SessionImpersonation inner(console());
+            EXPECT_EQ(inner.getCode(), 0);
+        }
+        EXPECT_TRUE(isImpersonating()) << "still the outer one";
+    }
+    EXPECT_FALSE(isImpersonating());
+}
+
+TEST_F(UserSessions, RunProgramsWithWhatTheyAreGivenAndTakeWhatTheyWrite)
+{
+    const std::vector<const wchar_t*> hard = {
+        L"echo", L"a b", L"", L"say \"no\"", L"C:\\path with\\", L"\\\\\"", L"\t%x%^&|<>", L"ü€"};
+    std::wstring expected;
+    for (auto each = hard.begin() + 1; each != hard.end(); ++each)
+        expected.append(*each).push_back(L'\0');
+    ProgramRun echo(hard);
+    ASSERT_EQ(echo.go(), 0);
+    EXPECT_EQ(echo.output,
+              std::string(reinterpret_cast<const char*>(expected.data()), expected.size() * sizeof(wchar_t)));
+    EXPECT_EQ(echo.exitCode, 0U);
+    ProgramRun large({L"write", L"10"});
+    ASSERT_EQ(large.go(), 0);
+    EXPECT_TRUE(large.output == std::string(10U << 20U, 'x')) << large.output.size();
+    EXPECT_EQ(large.exitCode, 7U);
+    ProgramRun waiting({L"exit", L"5"}, kRunWait | kRunElevated);
+    EXPECT_EQ(waiting.go() * 10 + static_cast<long>(waiting.exitCode), 5);
+    // What lives on after it, with the pipe in its hands, is not waited for.
+    ProgramRun orphan({L"orphan"});
+    ASSERT_EQ(orphan.go(), 0);
+    EXPECT_EQ(orphan.output, "done");
+    ASSERT_TRUE(comesTrue([] { return running().size() == 1; }));
+    end(running()[0]);
+    ProgramRun alone({L"sleep"}, 0);
+    ASSERT_EQ(alone.go(), 0);
+    EXPECT_EQ(alone.exitCode, 259U);
+    end(alone.processId);
+}
+
+TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
+{
+    const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    struct Row
+    {
+        const wchar_t* program;
+        long code;
+    };
+    for (const auto& [path, code] :
+         {Row{L"process_child.exe", 87}, Row{nullptr, 87}, Row{L"C:\\not there.exe", 2},
+          Row{L"C:\\none\\not there.exe", 3}, Row{L"C:\\x.bat", 193}, Row{L"C:\\x.CMD", 193}}) {
+        ProgramRun run({L"exit", L"0"});
+        run.asked.program = path;
+        const long given = run.go();
+        EXPECT_TRUE(given == code || (code == 3 && given == 2)) << given << " " << code;
+        EXPECT_EQ(run.processId, 77U) << "nothing changes";
+    }
+    EXPECT_EQ(ProgramRun({L"exit", nullptr}).go(), 87);
+    EXPECT_EQ(ProgramRun({L"exit"}, 16).go(), 87);
+    for (const unsigned long options : {kRunCapture | 0UL, kRunWait | 0UL}) {
+        const unsigned long ending = options | kRunEndOnTimeout;
+        EXPECT_EQ(ProgramRun({L"tree", L"1", L"2"}, ending, 200).go(), 1460);
+        EXPECT_EQ(ProgramRun({L"sleep"}, ending, INFINITE, cancel).go(), 1223);
+        EXPECT_TRUE(allEnd()) << "and what it has started";
+    }
+    ProgramRun staying({L"sleep"}, kRunCapture, 50);
+    EXPECT_EQ(staying.go(), 1460);
+    ASSERT_EQ(running().size(), 1U) << "without the option it runs on";
+    end(running()[0]);
+    CloseHandle(cancel);
+}
+
+TEST_F(UserSessions, LeaveNothingBehindWhateverFails)
+{
+    const auto run = [] { return ProgramRun({L"write", L"1"}).go(); };
+    failEachCall([] {}, run,
+                 [](const std::string&, long code) { EXPECT_EQ(code, static_cast<long>(kFailure)); });
+}
