@@ -8,8 +8,8 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand,     &kWipeCommand, &kBootCommand, &kRestoreCommand,
-                                    &kSnapshotCommand, &kLogCommand,  &kUtilCommand};
+const Command* const kCommands[] = {&kScanCommand,     &kWipeCommand, &kBootCommand,   &kRestoreCommand,
+                                    &kSnapshotCommand, &kLogCommand,  &kLookupCommand, &kUtilCommand};
 
 void printUsage(Output& output)
 {
