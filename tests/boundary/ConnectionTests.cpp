@@ -332,6 +332,18 @@ TEST(PipeConnections, AskForASafePipe)
         EXPECT_TRUE(access.starts_with(L"D:P(A;;GA;;;BA)(A;;GA;;;")) << testing::PrintToString(access);
         EXPECT_EQ(std::count(access.begin(), access.end(), L'('), 2);
     }
+    {
+        // Without a next instance the name stays ours: a client finds the pipe busy, not gone.
+        const ConnectionHandle server = Connected::makeServer(true);
+        const ConnectionHandle client(CreatePipeConnection(L"sysmaint test\\client", ConnectionRole::Client));
+        void* accepted = nullptr;
+        pipes.failCall(2, INVALID_HANDLE_VALUE, ERROR_NO_SYSTEM_RESOURCES);
+        EXPECT_EQ(ConnectionListen(server.get(), 0, nullptr), ERROR_SUCCESS);
+        EXPECT_EQ(ConnectionConnect(client.get(), 60000, nullptr), ERROR_SUCCESS);
+        EXPECT_EQ(ConnectionAccept(server.get(), 60000, nullptr, &accepted), ERROR_NO_SYSTEM_RESOURCES);
+        EXPECT_EQ(ConnectionDisconnect(client.get()), ERROR_SUCCESS);
+        EXPECT_EQ(ConnectionConnect(client.get(), 100, nullptr), WAIT_TIMEOUT);
+    }
     pipes.failCall(1, INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED);
     const ConnectionHandle squatted = Connected::makeServer(true);
     EXPECT_EQ(ConnectionListen(squatted.get(), 0, nullptr), ERROR_ACCESS_DENIED);

@@ -4,6 +4,7 @@
 
 #include <string_view>
 
+#include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/security/include/Security.h"
 
 namespace {
@@ -147,6 +148,20 @@ void PipeServer::giveBack(Win32Handle instance)
         m_waiting.push_back(std::move(instance)); // has room: one was taken out
 }
 
+// Without a next instance the client is sent away, and its instance stays for others.
+long PipeServer::prepareNext(Win32Handle& connected)
+{
+    const long code = boundary::statusOf([&]() -> long {
+        giveBack(makeInstance(false));
+        return ERROR_SUCCESS;
+    });
+    if (code != ERROR_SUCCESS) {
+        DisconnectNamedPipe(connected.get());
+        giveBack(std::move(connected));
+    }
+    return code;
+}
+
 WirePtr PipeServer::accept(const WaitLimits& limits)
 {
     listen(limits);
@@ -162,7 +177,7 @@ WirePtr PipeServer::accept(const WaitLimits& limits)
                 return pipeResult(pipe.get(), overlapped, count);
             });
         if (code == ERROR_SUCCESS) {
-            giveBack(makeInstance(false)); // before the client's may go
+            requireSuccess(prepareNext(pipe)); // before the client's may go
             return std::make_shared<PipeWire>(std::move(pipe));
         }
         if (endedCode(code) == ERROR_BROKEN_PIPE) { // a client that has gone already

@@ -34,6 +34,7 @@ private:
     [[nodiscard]] Win32Handle makeInstance(bool first) const;
     [[nodiscard]] Win32Handle takeInstance();
     void giveBack(Win32Handle instance);
+    [[nodiscard]] long prepareNext(Win32Handle& connected);
 
     std::wstring m_path;
     ReadWriteLock m_lock;
