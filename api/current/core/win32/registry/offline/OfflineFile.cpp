@@ -84,6 +84,8 @@ void writeFile(const wchar_t* path, const std::vector<std::byte>& bytes)
 void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes)
 {
     const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES && GetLastError() != ERROR_FILE_NOT_FOUND)
+        raiseLastError(); // it cannot be told what would be replaced
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         raiseCode(kStoppedOnSymlink);
     const std::wstring fresh = writeFree(bytes, [&](int attempt) {
