@@ -71,4 +71,5 @@ extern const Command kBootCommand;
 extern const Command kRestoreCommand;
 extern const Command kSnapshotCommand;
 extern const Command kLogCommand;
+extern const Command kHiveCommand;
 extern const Command kUtilCommand;

@@ -9,7 +9,7 @@
 
 namespace {
 const Command* const kCommands[] = {&kScanCommand,     &kWipeCommand, &kBootCommand, &kRestoreCommand,
-                                    &kSnapshotCommand, &kLogCommand,  &kUtilCommand};
+                                    &kSnapshotCommand, &kLogCommand,  &kHiveCommand, &kUtilCommand};
 
 void printUsage(Output& output)
 {

@@ -40,20 +40,6 @@ protected:
         EXPECT_EQ(key->getValue(name.c_str(), &found), 0);
         return Value(found);
     }
-    /// The names of a list, with commas between them.
-    template <class Call>
-    [[nodiscard]] static std::wstring listOf(Call&& call)
-    {
-        Given<wchar_t> list;
-        std::size_t count = 0;
-        if (const long code = call(&list, &count); code != 0)
-            return L"code " + std::to_wstring(code);
-        std::wstring all;
-        for (const wchar_t* at = list.get(); *at != L'\0'; at += std::wcslen(at) + 1, --count)
-            all += (all.empty() ? L"" : L",") + std::wstring(at);
-        EXPECT_EQ(count, 0U);
-        return all;
-    }
     [[nodiscard]] static std::wstring keys(const Key& key)
     {
         return listOf([&](auto** names, auto* count) { return key->listSubKeys(names, count); });

@@ -35,20 +35,6 @@ protected:
         return numberOf<unsigned long>(
             [&](auto* at) { return SettingsHiveGetNumber32(hive, key, value, at); });
     }
-    /// The names or texts of a list, with commas between them.
-    template <class Call>
-    [[nodiscard]] static std::wstring listOf(Call&& call)
-    {
-        Given<wchar_t> list;
-        std::size_t count = 0;
-        if (const long code = call(&list, &count); code != 0)
-            return L"code " + std::to_wstring(code);
-        std::wstring all;
-        for (const wchar_t* at = list.get(); *at != L'\0'; at += std::wcslen(at) + 1, --count)
-            all += (all.empty() ? L"" : L",") + std::wstring(at);
-        EXPECT_EQ(count, 0U);
-        return all;
-    }
     [[nodiscard]] std::wstring keys(const wchar_t* key) const
     {
         return listOf(
