@@ -58,6 +58,57 @@ run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
 run 2 lookup "$folder" && says err 'which server?'
 run 2 lookup --server h && says err 'which file or folder?'
 for server in h:0 h:65536 h:x '[::1]:' ''; do run 2 lookup "$folder" --server "$server"; done
+# Hive files, made by another program.
+"$here/native/hives" seeds "$work/hives"
+hive=$work/hives/seed5
+hive_path=$(windows_path "$hive")
+cp "$hive" "$work/before"
+same() { cmp -s "$hive" "$work/before" || fail "the hive has changed: $*"; }
+run 0 hive show "$hive_path" && says out '\日本' && says out 'vÄ  REG_DWORD  875770417' && says out '(default)  REG_SZ'
+run 0 hive show "$hive_path" Ä --json && python3 -c '
+import json, sys
+lines = [json.loads(line) for line in open(sys.argv[1], encoding="utf-8")]
+assert [line["path"] for line in lines if line["type"] == "key"] == ["Ä", "Ä\\below"], lines
+assert {line["name"]: line["data"] for line in lines if line["type"] == "value"}["vÄ"] == 875770417, lines' "$work/out" ||
+    fail "the JSON of a hive: $(cat "$work/out")"
+run 1 hive show "$hive_path" none && says err '(2)'
+run 0 hive get "$hive_path" B vb && says out 'vb  REG_DWORD  875770417'
+run 1 hive get "$hive_path" b none
+run 2 hive set "$hive_path" b vb 5 --type dword && same 'nobody was asked'
+run 2 hive set "$hive_path" b new 5x --type dword && same 'no number'
+run 2 hive delete "$hive_path" b && same 'nobody was asked'
+run 1 hive delete "$hive_path" '\' --yes && says err '(50)' && same 'the root'
+run 0 hive set "$hive_path" b vb 0xFF --type dword --yes
+run 0 hive set "$hive_path" 'new\key' list eins zwei --type multi
+run 0 hive set "$hive_path" '\' --default 'größe €'
+run 0 hive delete "$hive_path" Ä --yes
+run 0 hive show "$hive_path" && says out 'vb  REG_DWORD  255' && says out 'list  REG_MULTI_SZ  "eins|zwei"' &&
+    says out '(default)  REG_SZ  "größe €"' && ! grep -q 'Ä' "$work/out" || fail "the changed hive: $(cat "$work/out")"
+cp "$hive" "$work/before"
+cp "$here/../README.md" "$work/taken"
+run 1 hive compact "$hive_path" "$(windows_path "$work/taken")" && cmp -s "$here/../README.md" "$work/taken" || fail 'a file was overwritten'
+run 0 hive compact "$hive_path" "$(windows_path "$work/compact")" && says out ' less than before (' && same compact
+hivexml "$work/compact" | grep -q 'vb' || fail 'another program does not take the compacted hive'
+printf '\011' | dd of="$hive" bs=1 seek=4 conv=notrunc status=none # a hive that was not closed
+python3 -c '
+import struct, sys
+bytes = bytearray(open(sys.argv[1], "rb").read())
+total = 0
+for word in struct.unpack("<127I", bytes[:508]):
+    total ^= word
+bytes[508:512] = struct.pack("<I", total)
+open(sys.argv[1], "wb").write(bytes)' "$hive"
+cp "$hive" "$work/before"
+run 0 hive show "$hive_path" && says err 'was not closed'
+run 1 hive set "$hive_path" b other x && says err 'nothing was changed' && same 'it was not closed'
+printf 'xx' | dd of="$hive" bs=1 seek=$(($(grep -abo 'vb' "$hive" | head -n 1 | cut -d: -f1) - 20)) conv=notrunc status=none
+cp "$hive" "$work/before"
+run 1 hive show "$hive_path" && says err '(1015)' && says err 'hive salvage'
+run 1 hive set "$hive_path" b other x --yes && says err '(1015)' && same 'it is damaged'
+run 0 hive salvage "$hive_path" "$(windows_path "$work/salvaged")" && says out 'left out: value of \b, at' && same salvage
+run 0 hive show "$(windows_path "$work/salvaged")" && says out 'list' && says out '(default)'
+run 1 hive salvage "$hive_path" "$(windows_path "$work/salvaged")" && says err '(183)'
+ls "$work/hives" | grep -q tmp && fail 'a temporary file is left'
 
 # Wrong arguments: 2, with a hint, and nothing on standard output.
 run 2

@@ -1,21 +1,23 @@
 // Stands for the system's offreg.dll, which the platform has not. Its functions do their work on hives that
-// are really read and written.
+// are really read and written, and keep to what their documentation says: buffers too small are 234, what is
+// not there is 2, behind the last is 259, a key with sub-keys is not deleted, a file is not overwritten.
 
 #include <windows.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "core/win32/registry/offline/include/HiveFile.h"
 
 namespace {
-using offline::Hive;
+using namespace offline;
 
-/// A hive that is open.
-struct OpenHive
+struct Key
 {
-    Hive hive;
+    std::shared_ptr<Hive> hive;
+    KeyId id = Hive::root();
 };
 
 template <class Body>
@@ -30,10 +32,42 @@ DWORD guarded(Body&& body)
         return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
+
+Key& keyOf(void* handle)
+{
+    return *static_cast<Key*>(handle);
+}
+HiveTime now()
+{
+    FILETIME time;
+    GetSystemTimeAsFileTime(&time);
+    return static_cast<HiveTime>(time.dwHighDateTime) << 32U | time.dwLowDateTime;
+}
+std::u16string units(PCWSTR text)
+{
+    const std::wstring_view view(text != nullptr ? text : L"");
+    return {view.begin(), view.end()};
+}
+Key below(void* key, PCWSTR path)
+{
+    const auto found = keyOf(key).hive->findPath(keyOf(key).id, units(path));
+    if (!found.has_value())
+        throw long{ERROR_FILE_NOT_FOUND};
+    return {keyOf(key).hive, *found};
+}
+void copyText(const std::u16string& text, PWSTR target, PDWORD length)
+{
+    if (*length <= text.size())
+        throw long{ERROR_MORE_DATA};
+    std::copy(text.begin(), text.end(), target);
+    target[text.size()] = L'\0';
+    *length = static_cast<DWORD>(text.size());
+}
 } // namespace
 
-extern "C" {
-__declspec(dllexport) DWORD WINAPI OROpenHive(PCWSTR path, void** hive)
+#define STAND_IN extern "C" __declspec(dllexport) DWORD WINAPI
+
+STAND_IN OROpenHive(PCWSTR path, void** hive)
 {
     return guarded([&] {
         std::ifstream file(std::filesystem::path(path), std::ios::binary);
@@ -41,26 +75,138 @@ __declspec(dllexport) DWORD WINAPI OROpenHive(PCWSTR path, void** hive)
             throw long{ERROR_FILE_NOT_FOUND};
         const std::vector<char> text((std::istreambuf_iterator<char>(file)), {});
         const auto bytes = std::as_bytes(std::span(text));
-        *hive = new OpenHive{Hive::parse(std::vector<std::byte>(bytes.begin(), bytes.end()))};
+        *hive =
+            new Key{std::make_shared<Hive>(Hive::parse(std::vector<std::byte>(bytes.begin(), bytes.end())))};
     });
 }
 
-__declspec(dllexport) DWORD WINAPI ORSaveHive(void* hive, PCWSTR path, DWORD major, DWORD minor)
+STAND_IN ORCreateHive(void** hive)
+{
+    return guarded([&] { *hive = new Key{std::make_shared<Hive>(Hive::create(now()))}; });
+}
+
+STAND_IN ORSaveHive(void* hive, PCWSTR path, DWORD major, DWORD minor)
 {
     if (major != 6 || minor != 1)
         return ERROR_INVALID_PARAMETER;
     if (std::filesystem::exists(path))
         return ERROR_ALREADY_EXISTS;
     return guarded([&] {
-        const std::vector<std::byte> bytes = static_cast<OpenHive*>(hive)->hive.compact();
+        const std::vector<std::byte> bytes = keyOf(hive).hive->compact();
         std::ofstream(std::filesystem::path(path), std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     });
 }
 
-__declspec(dllexport) DWORD WINAPI ORCloseHive(void* hive)
+STAND_IN ORCloseKey(void* key)
 {
-    delete static_cast<OpenHive*>(hive);
+    delete static_cast<Key*>(key);
     return ERROR_SUCCESS;
 }
+
+STAND_IN ORCloseHive(void* hive)
+{
+    return ORCloseKey(hive);
+}
+
+STAND_IN OROpenKey(void* key, PCWSTR path, void** opened)
+{
+    return guarded([&] { *opened = new Key(below(key, path)); });
+}
+
+STAND_IN ORCreateKey(void* key, PCWSTR path, PWSTR className, DWORD options, void* security, void** created,
+                     PDWORD)
+{
+    if (options != 0 || security != nullptr)
+        return ERROR_INVALID_PARAMETER;
+    return guarded([&] {
+        Hive& hive = *keyOf(key).hive;
+        std::u16string name = units(path);
+        KeyId above = keyOf(key).id;
+        if (const std::size_t end = name.rfind(u'\\'); end != std::u16string::npos) {
+            const auto found = hive.findPath(above, name.substr(0, end));
+            if (!found.has_value())
+                throw long{ERROR_FILE_NOT_FOUND};
+            above = *found;
+            name.erase(0, end + 1);
+        }
+        const KeyId made = hive.createKey(above, name, now());
+        if (className != nullptr)
+            hive.setClassName(made, units(className));
+        *created = new Key{keyOf(key).hive, made};
+    });
+}
+
+STAND_IN ORDeleteKey(void* key, PCWSTR path)
+{
+    return guarded([&] {
+        const Key found = below(key, path);
+        if (!found.hive->subKeys(found.id).empty())
+            throw long{ERROR_KEY_HAS_CHILDREN};
+        found.hive->deleteKey(found.id, now());
+    });
+}
+
+STAND_IN OREnumKey(void* key, DWORD index, PWSTR name, PDWORD length, PWSTR, PDWORD, PFILETIME)
+{
+    return guarded([&] {
+        const auto keys = keyOf(key).hive->subKeys(keyOf(key).id);
+        if (index >= keys.size())
+            throw long{ERROR_NO_MORE_ITEMS};
+        copyText(keyOf(key).hive->name(keys[index]).text(), name, length);
+    });
+}
+
+STAND_IN ORQueryInfoKey(void* key, PWSTR className, PDWORD length, PDWORD, PDWORD, PDWORD, PDWORD, PDWORD,
+                        PDWORD, PDWORD, PFILETIME written)
+{
+    return guarded([&] {
+        copyText(keyOf(key).hive->className(keyOf(key).id), className, length);
+        const HiveTime time = keyOf(key).hive->lastWriteTime(keyOf(key).id);
+        *written = {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32U)};
+    });
+}
+
+STAND_IN ORGetValue(void* key, PCWSTR path, PCWSTR name, PDWORD type, void* data, PDWORD size)
+{
+    return guarded([&] {
+        const Key at = below(key, path);
+        const auto found = at.hive->findValue(at.id, units(name));
+        if (!found.has_value())
+            throw long{ERROR_FILE_NOT_FOUND};
+        const std::vector<std::byte> bytes = at.hive->data(*found);
+        const DWORD room = *size;
+        *size = static_cast<DWORD>(bytes.size());
+        *type = at.hive->type(*found);
+        if (data != nullptr && room < bytes.size())
+            throw long{ERROR_MORE_DATA};
+        if (data != nullptr && !bytes.empty())
+            CopyMemory(data, bytes.data(), bytes.size());
+    });
+}
+
+STAND_IN ORSetValue(void* key, PCWSTR name, DWORD type, const BYTE* data, DWORD size)
+{
+    return guarded([&] {
+        keyOf(key).hive->setValue(keyOf(key).id, units(name), type, std::as_bytes(std::span(data, size)),
+                                  now());
+    });
+}
+
+STAND_IN ORDeleteValue(void* key, PCWSTR name)
+{
+    return guarded([&] {
+        if (!keyOf(key).hive->deleteValue(keyOf(key).id, units(name), now()))
+            throw long{ERROR_FILE_NOT_FOUND};
+    });
+}
+
+STAND_IN OREnumValue(void* key, DWORD index, PWSTR name, PDWORD length, PDWORD, PBYTE, PDWORD)
+{
+    return guarded([&] {
+        const auto values = keyOf(key).hive->values(keyOf(key).id);
+        if (index >= values.size())
+            throw long{ERROR_NO_MORE_ITEMS};
+        copyText(keyOf(key).hive->valueName(values[index]).text(), name, length);
+    });
 }

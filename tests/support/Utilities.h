@@ -61,6 +61,21 @@ int flagOf(Call&& call)
     return static_cast<int>(numberOf<int>(call));
 }
 
+/// The texts of a list that a call gave, with commas between them, or "code N".
+template <class Call>
+std::wstring listOf(Call&& call)
+{
+    Given<wchar_t> list;
+    std::size_t count = 0;
+    if (const long code = call(&list, &count); code != 0)
+        return L"code " + std::to_wstring(code);
+    std::wstring all;
+    for (const wchar_t* at = list.get(); *at != L'\0'; at += std::wcslen(at) + 1, --count)
+        all += (all.empty() ? L"" : L",") + std::wstring(at);
+    EXPECT_EQ(count, 0U) << "the number of texts";
+    return all;
+}
+
 inline std::string utf8(const std::wstring& text)
 {
     std::string result(text.size() * 3 + 1, '\0');

@@ -17,18 +17,18 @@ long writeWhole(HANDLE file, const std::vector<std::byte>& bytes) noexcept
     return code == ERROR_SUCCESS && !FlushFileBuffers(file) ? lastError() : code;
 }
 
-/// A file of that name that was not there before. Raises the bare code, 80 or 183 for one that was.
-void writeNew(const std::wstring& path, const std::vector<std::byte>& bytes)
+/// A file of that name that was not there before. Raises the bare code, 183 for one that was.
+void writeNew(const wchar_t* path, const std::vector<std::byte>& bytes)
 {
     Win32Handle file(
-        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+        CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.isValid())
-        raiseLastError();
+        raiseCode(GetLastError() == ERROR_FILE_EXISTS ? ERROR_ALREADY_EXISTS : lastError());
     const long code = writeWhole(file.get(), bytes);
     file.reset();
     if (code == ERROR_SUCCESS)
         return;
-    DeleteFileW(path.c_str());
+    DeleteFileW(path);
     raiseCode(code);
 }
 
@@ -40,10 +40,10 @@ std::wstring writeFree(const std::vector<std::byte>& bytes, NameOf&& nameOf)
     for (int attempt = 1;; ++attempt) {
         const std::wstring name = nameOf(attempt);
         try {
-            writeNew(name, bytes);
+            writeNew(name.c_str(), bytes);
             return name;
         } catch (const long code) {
-            if ((code != ERROR_FILE_EXISTS && code != ERROR_ALREADY_EXISTS) || attempt == kAttempts)
+            if (code != ERROR_ALREADY_EXISTS || attempt == kAttempts)
                 throw;
         }
     }
@@ -81,9 +81,16 @@ void writeFile(const wchar_t* path, const std::vector<std::byte>& bytes)
     raiseCode(code);
 }
 
+void createFile(const wchar_t* path, const std::vector<std::byte>& bytes)
+{
+    writeNew(Win32Path(path), bytes);
+}
+
 void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes)
 {
     const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES && GetLastError() != ERROR_FILE_NOT_FOUND)
+        raiseLastError(); // it cannot be told what would be replaced
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         raiseCode(kStoppedOnSymlink);
     const std::wstring fresh = writeFree(bytes, [&](int attempt) {

@@ -4,7 +4,7 @@ namespace offline {
 std::optional<OfflineLibrary> OfflineLibrary::load()
 {
     try {
-        return OfflineLibrary(SystemLibrary(L"offreg.dll"));
+        return require();
     } catch (long) {
         return std::nullopt;
     }
@@ -18,5 +18,16 @@ OfflineLibrary::OfflineLibrary(SystemLibrary&& library) : m_library(std::move(li
     find(openHive, "OROpenHive");
     find(saveHive, "ORSaveHive");
     find(closeHive, "ORCloseHive");
+    find(createHive, "ORCreateHive");
+    find(openKey, "OROpenKey");
+    find(createKey, "ORCreateKey");
+    find(closeKey, "ORCloseKey");
+    find(deleteKey, "ORDeleteKey");
+    find(enumKey, "OREnumKey");
+    find(queryInfoKey, "ORQueryInfoKey");
+    find(getValue, "ORGetValue");
+    find(setValue, "ORSetValue");
+    find(deleteValue, "ORDeleteValue");
+    find(enumValue, "OREnumValue");
 }
 } // namespace offline

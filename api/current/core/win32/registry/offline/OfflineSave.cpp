@@ -59,4 +59,21 @@ void saveCompact(const wchar_t* sourceFile, const wchar_t* destinationFile)
     }
     writeFile(destinationFile, Hive::parse(readFile(sourceFile)).compact());
 }
+
+std::tuple<RecordList<HiveLoss>, std::size_t> salvageFile(const wchar_t* damagedFile, const wchar_t* newFile)
+{
+    constexpr std::size_t kMostRecords = 10000; // a hostile file can have one for every few of its bytes
+    constexpr std::size_t kLongestPath = 1000;
+    std::vector<Loss> losses;
+    const Hive hive = Hive::salvage(readFile(damagedFile), losses);
+    RecordList<HiveLoss> records;
+    for (const Loss& loss : losses) {
+        if (records.count() == kMostRecords)
+            break;
+        const std::wstring path = wideOf(hive.path(loss.key)).substr(0, kLongestPath);
+        records.add({static_cast<unsigned long>(loss.kind), loss.offset, nullptr}, {{&HiveLoss::key, path}});
+    }
+    createFile(newFile, hive.compact());
+    return {std::move(records), losses.size()};
+}
 } // namespace offline

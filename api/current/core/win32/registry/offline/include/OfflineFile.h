@@ -11,6 +11,8 @@ namespace offline {
 [[nodiscard]] std::vector<std::byte> readFile(const wchar_t* path);
 /// Makes the file anew, or overwrites it, and flushes it. One that cannot be written whole is deleted.
 void writeFile(const wchar_t* path, const std::vector<std::byte>& bytes);
+/// Makes a new file and flushes it. Raises 183 where one is. One that cannot be written whole is deleted.
+void createFile(const wchar_t* path, const std::vector<std::byte>& bytes);
 /// Puts a new file with these bytes in the place of `path`, a settled one, in one step: it is written beside
 /// it and flushed before. At any moment, and after a crash, the old or the new one is there, whole. Raises
 /// 681 where a link is there.

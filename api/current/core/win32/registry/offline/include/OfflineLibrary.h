@@ -18,10 +18,31 @@ public:
 
     /// Nothing where the library, or one of the functions, is not there.
     [[nodiscard]] static std::optional<OfflineLibrary> load();
+    /// Raises the bare code then.
+    [[nodiscard]] static OfflineLibrary require() { return OfflineLibrary(SystemLibrary(L"offreg.dll")); }
 
     DWORD(WINAPI* openHive)(PCWSTR path, Handle* hive) = nullptr;
     DWORD(WINAPI* saveHive)(Handle hive, PCWSTR path, DWORD osMajor, DWORD osMinor) = nullptr;
     DWORD(WINAPI* closeHive)(Handle hive) = nullptr;
+    DWORD(WINAPI* createHive)(Handle* hive) = nullptr;
+    DWORD(WINAPI* openKey)(Handle key, PCWSTR path, Handle* opened) = nullptr;
+    DWORD(WINAPI* createKey)
+    (Handle key, PCWSTR path, PWSTR className, DWORD options, PSECURITY_DESCRIPTOR security, Handle* created,
+     PDWORD disposition) = nullptr;
+    DWORD(WINAPI* closeKey)(Handle key) = nullptr;
+    DWORD(WINAPI* deleteKey)(Handle key, PCWSTR path) = nullptr;
+    DWORD(WINAPI* enumKey)
+    (Handle key, DWORD index, PWSTR name, PDWORD nameLength, PWSTR className, PDWORD classLength,
+     PFILETIME written) = nullptr;
+    DWORD(WINAPI* queryInfoKey)
+    (Handle key, PWSTR className, PDWORD classLength, PDWORD keys, PDWORD longestKey, PDWORD longestClass,
+     PDWORD values, PDWORD longestName, PDWORD largestData, PDWORD securitySize, PFILETIME written) = nullptr;
+    DWORD(WINAPI* getValue)
+    (Handle key, PCWSTR path, PCWSTR name, PDWORD type, PVOID data, PDWORD size) = nullptr;
+    DWORD(WINAPI* setValue)(Handle key, PCWSTR name, DWORD type, const BYTE* data, DWORD size) = nullptr;
+    DWORD(WINAPI* deleteValue)(Handle key, PCWSTR name) = nullptr;
+    DWORD(WINAPI* enumValue)
+    (Handle key, DWORD index, PWSTR name, PDWORD nameLength, PDWORD type, PBYTE data, PDWORD size) = nullptr;
 
     /// Which hives are written: those of the latest version that saveHive knows by its documentation.
     static constexpr DWORD kOsMajor = 6;

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+namespace offline {
+/// A hive file in memory, served one way or the other. Keys are paths below its root, which are valid (see
+/// requirePath), as are names of values. The operations raise bare codes, 2 for what is not there. Not safe
+/// for several threads.
+class OfflineHive
+{
+public:
+    using Bytes = std::vector<unsigned char>;
+    using Names = std::vector<std::wstring>;
+
+    OfflineHive() = default;
+    OfflineHive(const OfflineHive&) = delete;
+    OfflineHive& operator=(const OfflineHive&) = delete;
+    virtual ~OfflineHive() = default;
+
+    /// One of OfflineWay.
+    [[nodiscard]] virtual unsigned long way() const noexcept = 0;
+    /// Last-write time and class name.
+    [[nodiscard]] virtual std::tuple<unsigned long long, std::wstring>
+    information(const std::wstring& key) = 0;
+    virtual void create(const std::wstring& key, const wchar_t* className) = 0;
+    virtual void remove(const std::wstring& key) = 0;
+    [[nodiscard]] virtual Names keys(const std::wstring& key) = 0;
+    [[nodiscard]] virtual Names values(const std::wstring& key) = 0;
+    [[nodiscard]] virtual std::tuple<unsigned long, Bytes> value(const std::wstring& key,
+                                                                 const std::wstring& name) = 0;
+    virtual void setValue(const std::wstring& key, const std::wstring& name, unsigned long type,
+                          const void* data, std::size_t size) = 0;
+    virtual void removeValue(const std::wstring& key, const std::wstring& name) = 0;
+    /// Writes a new file; it may be there half when this raises, and is not flushed.
+    virtual void save(const wchar_t* newFile) = 0;
+};
+
+/// Opens a hive file, or makes a new hive for a null one, the way that was chosen. Raises the bare code.
+[[nodiscard]] std::unique_ptr<OfflineHive> openHive(const wchar_t* file, unsigned long way);
+/// Our own way. `file` may be null.
+[[nodiscard]] std::unique_ptr<OfflineHive> openByEngine(const wchar_t* file);
+/// Through offreg.dll. `file` may be null. Raises 126 or 127 when it is not there.
+[[nodiscard]] std::unique_ptr<OfflineHive> openByLibrary(const wchar_t* file);
+} // namespace offline

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "core/win32/registry/offline/include/OfflineHive.h"
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/SharedPtr.h"
+#include "win32/registry/include/IOfflineRegistryKey.h"
+
+/// A hive that keys and values share, and what keeps their threads apart.
+struct SharedHive
+{
+    std::unique_ptr<offline::OfflineHive> hive;
+    ReadWriteLock lock;
+};
+
+/// See IOfflineRegistryKey for what its operations promise.
+class OfflineRegistryKey final : public IOfflineRegistryKey
+{
+public:
+    /// Raises a bare code.
+    OfflineRegistryKey(const wchar_t* hiveFile, const wchar_t* path, unsigned long way);
+    OfflineRegistryKey(SharedPtr<SharedHive> hive, std::wstring&& path);
+
+    [[nodiscard]] const wchar_t* getPath() const noexcept override { return m_path.c_str(); }
+    [[nodiscard]] unsigned long getWay() const noexcept override;
+    long exists(int* isThere) const noexcept override;
+    long create(const wchar_t* className) noexcept override;
+    long deleteItem() noexcept override;
+    long getInformation(unsigned long long* lastWriteTime, wchar_t** className) const noexcept override;
+    long listSubKeys(wchar_t** names, std::size_t* count) const noexcept override;
+    long listValues(wchar_t** names, std::size_t* count) const noexcept override;
+    long getKey(const wchar_t* path, IOfflineRegistryKey** key) const noexcept override;
+    long getValue(const wchar_t* name, IOfflineRegistryValue** value) const noexcept override;
+    long save(const wchar_t* newFile) const noexcept override;
+
+private:
+    SharedPtr<SharedHive> m_hive;
+    std::wstring m_path;
+};
+
+/// See IOfflineRegistryValue for what its operations promise.
+class OfflineRegistryValue final : public IOfflineRegistryValue
+{
+public:
+    OfflineRegistryValue(SharedPtr<SharedHive> hive, const std::wstring& key, const wchar_t* name);
+
+    [[nodiscard]] const wchar_t* getName() const noexcept override { return m_name.c_str(); }
+    long exists(int* isThere) const noexcept override;
+    long getData(unsigned long* type, unsigned char** data, std::size_t* size) const noexcept override;
+    long setData(unsigned long type, const void* data, std::size_t size) noexcept override;
+    long deleteItem() noexcept override;
+
+private:
+    SharedPtr<SharedHive> m_hive;
+    std::wstring m_key;
+    std::wstring m_name;
+};

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <tuple>
+
+#include "core/win32/registry/offline/include/HiveFile.h"
+#include "core/win32/utils/objectmanager/include/ObjectTable.h"
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+
+/// Settings in a hive file; see api.h for what its operations promise. They raise bare codes.
+class SettingsHive
+{
+public:
+    static constexpr const char* kClassName = "SettingsHive";
+    /// A list of names or texts as callers get it, and how many are in it.
+    using List = std::tuple<std::wstring, std::size_t>;
+    using Bytes = std::basic_string<unsigned char>;
+
+    SettingsHive(const wchar_t* path, unsigned long flags);
+    SettingsHive(const SettingsHive&) = delete;
+    SettingsHive& operator=(const SettingsHive&) = delete;
+    virtual ~SettingsHive() = default;
+
+    void save();
+    [[nodiscard]] unsigned long state() const;
+
+    void createKey(std::wstring_view key);
+    void deleteKey(std::wstring_view key);
+    [[nodiscard]] List keys(std::wstring_view key) const;
+    [[nodiscard]] List values(std::wstring_view key) const;
+    /// Type and data.
+    [[nodiscard]] std::tuple<unsigned long, Bytes> value(std::wstring_view key, std::wstring_view name) const;
+    void setValue(std::wstring_view key, std::wstring_view name, unsigned long type, const void* data,
+                  std::size_t size);
+    void deleteValue(std::wstring_view key, std::wstring_view name);
+
+    [[nodiscard]] std::wstring text(std::wstring_view key, std::wstring_view name) const;
+    [[nodiscard]] List texts(std::wstring_view key, std::wstring_view name) const;
+    /// Data of exactly this type; of this size, unless it is 0.
+    [[nodiscard]] Bytes data(std::wstring_view key, std::wstring_view name, unsigned long type,
+                             std::size_t size) const;
+
+private:
+    void load(std::vector<std::byte>&& bytes);
+    /// Raises 2 for a key that is not there. The lock is held.
+    [[nodiscard]] offline::KeyId find(std::wstring_view key) const;
+    [[nodiscard]] offline::ValueId find(offline::KeyId key, std::wstring_view name) const;
+    template <class Change>
+    void change(Change&& change);
+
+    std::wstring m_path; // settled
+    unsigned long m_flags;
+    ReadWriteLock m_saving; // before the other one: one save at a time
+    mutable ReadWriteLock m_lock;
+    std::optional<offline::Hive> m_hive;
+    std::optional<std::vector<std::byte>> m_damaged; // the file as it was read, until a save has replaced it
+    bool m_isKept = false;                           // it stands beside it; guarded by m_saving
+    bool m_isNew = false;
+    unsigned long long m_changes = 0;
+    unsigned long long m_saved = 0; // how many of them
+};
+
+/// The table of all settings.
+extern ObjectTable<SharedPtr<SettingsHive>> settingsHives;

@@ -1,0 +1,202 @@
+#include "core/win32/registry/offline/api.h"
+
+#include "support/RestoreClient.h"
+#include "support/Threads.h"
+#include "support/Utilities.h"
+
+namespace {
+using Key = std::unique_ptr<IOfflineRegistryKey>;
+using Value = std::unique_ptr<IOfflineRegistryValue>;
+
+/// Each row through both ways; the library is a stand-in.
+class OfflineKeys : public testing::TestWithParam<unsigned long>
+{
+protected:
+    OfflineKeys()
+    {
+        loads.setHook([this](auto original, LPCWSTR name, HANDLE module, DWORD flags) -> HMODULE {
+            if (std::wstring_view(name) != L"offreg.dll")
+                return original(name, module, flags);
+            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return isInstalled ? LoadLibraryW(besideTests(L"offline_registry.dll").c_str()) : nullptr;
+        });
+    }
+    ~OfflineKeys() override { std::filesystem::remove_all(folder); }
+
+    [[nodiscard]] static Key open(const wchar_t* hive, const wchar_t* path = L"")
+    {
+        return Key(DllGetOfflineRegistryKey(hive, path, GetParam()));
+    }
+    [[nodiscard]] static Key keyOf(const Key& key, const std::wstring& path)
+    {
+        IOfflineRegistryKey* found = nullptr;
+        EXPECT_EQ(key->getKey(path.c_str(), &found), 0);
+        return Key(found);
+    }
+    [[nodiscard]] static Value valueOf(const Key& key, const std::wstring& name)
+    {
+        IOfflineRegistryValue* found = nullptr;
+        EXPECT_EQ(key->getValue(name.c_str(), &found), 0);
+        return Value(found);
+    }
+    [[nodiscard]] static std::wstring keys(const Key& key)
+    {
+        return listOf([&](auto** names, auto* count) { return key->listSubKeys(names, count); });
+    }
+    [[nodiscard]] static std::wstring values(const Key& key)
+    {
+        return listOf([&](auto** names, auto* count) { return key->listValues(names, count); });
+    }
+    template <class Item>
+    [[nodiscard]] static int isThere(const Item& item)
+    {
+        return flagOf([&](int* there) { return item->exists(there); });
+    }
+    /// "type: bytes", or the code.
+    [[nodiscard]] static std::string dataOf(const Key& key, const wchar_t* name)
+    {
+        unsigned long type = 0;
+        Given<unsigned char> data;
+        std::size_t size = 0;
+        const long code = valueOf(key, name)->getData(&type, &data, &size);
+        return code != 0 ? "code " + std::to_string(code)
+                         : std::to_string(type) + ": " + std::string(data.get(), data.get() + size);
+    }
+
+    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
+    bool isInstalled = true;
+    const std::wstring folder = scratchFolder();
+    const std::wstring file = folder + L"\\new \u65E5.hive";
+};
+} // namespace
+
+TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
+{
+    const std::string large(1 << 20, 'L');
+    const std::wstring longest(255, L'k');
+    Key root = open(nullptr);
+    ASSERT_NE(root, nullptr) << GetLastError();
+    EXPECT_EQ(root->getWay(), GetParam());
+    EXPECT_EQ(keyOf(root, L"Software\\\u00C4rger\\deep")->create(L"class \u03A9"), 0);
+    EXPECT_EQ(keyOf(root, L"SOFTWARE\\\u00E4rger\\DEEP")->create(L"another class"), 0) << "it is there";
+    EXPECT_EQ(keyOf(root, longest)->create(nullptr), 0);
+    const Key software = keyOf(root, L"software");
+    EXPECT_EQ(valueOf(software, L"")->setData(REG_SZ, "d", 1), 0);
+    EXPECT_EQ(valueOf(software, L"z")->setData(0xFFFFFFFF, "four", 4), 0);
+    EXPECT_EQ(valueOf(software, L"a")->setData(REG_BINARY, large.data(), large.size()), 0);
+    EXPECT_EQ(valueOf(software, L"none")->setData(REG_NONE, nullptr, 0), 0);
+    EXPECT_EQ(valueOf(software, L"Z")->setData(REG_DWORD, "five!", 5), 0);
+    for (int time = 0; time < 2; ++time) { // the second time from the file
+        const Key below = keyOf(root, L"SOFTWARE");
+        EXPECT_EQ(keys(root), longest + L",Software");
+        EXPECT_EQ(keys(keyOf(root, L"software")), L"\u00C4rger");
+        EXPECT_EQ(values(below), L"z,a,none");
+        EXPECT_EQ(dataOf(below, L""), "1: d");
+        EXPECT_EQ(dataOf(below, L"z"), "4: five!");
+        EXPECT_EQ(dataOf(below, L"A"), "3: " + large);
+        EXPECT_EQ(dataOf(below, L"NONE"), "0: ");
+        EXPECT_EQ(dataOf(below, L"other"), "code 2");
+        const Key deep = keyOf(below, L"\u00E4rger\\deep");
+        unsigned long long written = 0;
+        Given<wchar_t> className;
+        EXPECT_EQ(deep->getInformation(&written, &className), 0);
+        EXPECT_EQ(std::wstring(className.get()), L"class \u03A9");
+        EXPECT_GT(written, 132000000000000000ULL);
+        EXPECT_EQ(std::wstring(deep->getPath()), L"SOFTWARE\\\u00E4rger\\deep");
+        if (time == 0) {
+            EXPECT_EQ(root->save(file.c_str()), 0);
+            EXPECT_EQ(root->save(file.c_str()), 183) << "no file is overwritten";
+        }
+        root = open(file.c_str());
+        ASSERT_NE(root, nullptr) << GetLastError();
+    }
+    EXPECT_EQ(keyOf(root, L"software")->deleteItem(), 0);
+    EXPECT_EQ(keyOf(root, L"software")->deleteItem(), 2);
+    EXPECT_EQ(isThere(keyOf(root, L"software\\\u00C4rger")), 0);
+    EXPECT_EQ(keys(root), longest);
+    EXPECT_EQ(root->save((file + L"2").c_str()), 0);
+    EXPECT_LT(std::filesystem::file_size(file + L"2"), 9000U);
+    EXPECT_EQ(keys(open(file.c_str())), longest + L",Software") << "the other file is as it was";
+}
+
+TEST_P(OfflineKeys, RefuseTheSameEitherWay)
+{
+    const Key root = open(nullptr);
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(keyOf(root, L"key\\below")->create(nullptr), 0);
+    EXPECT_EQ(root->deleteItem(), 50);
+    EXPECT_EQ(keys(keyOf(root, L"none")), L"code 2");
+    EXPECT_EQ(values(keyOf(root, L"none")), L"code 2");
+    EXPECT_EQ(isThere(keyOf(root, L"none\\deep")), 0);
+    EXPECT_EQ(isThere(keyOf(root, L"KEY\\Below")), 1);
+    EXPECT_EQ(valueOf(keyOf(root, L"none"), L"v")->setData(1, "x", 1), 2);
+    EXPECT_EQ(isThere(valueOf(keyOf(root, L"none"), L"v")), 0);
+    EXPECT_EQ(valueOf(root, L"v")->deleteItem(), 2);
+    EXPECT_EQ(valueOf(root, L"v")->setData(1, nullptr, 1), 87);
+    IOfflineRegistryValue* value = nullptr;
+    EXPECT_EQ(root->getValue(std::wstring(16384, L'v').c_str(), &value), 206);
+    EXPECT_EQ(root->getKey(L"", nullptr), 87);
+    EXPECT_EQ(root->listSubKeys(nullptr, nullptr), 87);
+    std::wstring deepest = L"k";
+    for (int level = 2; level < 512; ++level)
+        deepest += L"\\k";
+    EXPECT_EQ(keyOf(root, deepest)->create(nullptr), 0);
+    EXPECT_EQ(keyOf(root, L"k")->deleteItem(), 0);
+    IOfflineRegistryKey* key = nullptr;
+    const std::pair<std::wstring, long> paths[] = {
+        {L"a\\\\b", 123},       {L"\\a", 123}, {L"a\\", 123}, {L"\\", 123}, {std::wstring(256, L'k'), 206},
+        {deepest + L"\\k", 206}};
+    for (const auto& [path, code] : paths)
+        EXPECT_EQ(root->getKey(path.c_str(), &key), code) << utf8(path);
+    EXPECT_EQ(keys(root), L"key");
+
+    const auto codeOf = [](const std::wstring& hive, const wchar_t* path, unsigned long way) {
+        return Key(DllGetOfflineRegistryKey(hive.c_str(), path, way)) == nullptr ? GetLastError() : 0;
+    };
+    EXPECT_EQ(codeOf(folder + L"\\none", L"", GetParam()), 2U);
+    EXPECT_EQ(codeOf(file, nullptr, GetParam()), 87U);
+    EXPECT_EQ(codeOf(file, L"\\", GetParam()), 123U);
+    EXPECT_EQ(codeOf(file, L"", 3), 87U);
+    writeBytes(file, Bytes(8192, 'x'));
+    EXPECT_EQ(codeOf(file, L"", GetParam()), 1009U);
+    EXPECT_EQ(root->save((folder + L"\\none\\x").c_str()), 3);
+    Flushes flushes;
+    flushes.failCall(GetParam() == kOfflineEngine ? 2 : 1, FALSE, ERROR_IO_DEVICE);
+    EXPECT_EQ(root->save((file + L"2").c_str()), ERROR_IO_DEVICE);
+    EXPECT_FALSE(isThere(Key(open(nullptr, L"x")))) << "and its place";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+}
+
+TEST_P(OfflineKeys, ServeManyThreads)
+{
+    const Key root = open(nullptr);
+    onThreadsAtOnce(4, [&](int thread) {
+        const Key own = keyOf(root, L"thread " + std::to_wstring(thread));
+        EXPECT_EQ(own->create(nullptr), 0);
+        for (int round = 0; round < 100; ++round) {
+            EXPECT_EQ(valueOf(own, std::to_wstring(round))->setData(REG_SZ, &round, sizeof round), 0);
+            EXPECT_EQ(keyOf(own, L"temporary")->create(nullptr), 0);
+            EXPECT_EQ(keyOf(own, L"temporary")->deleteItem(), 0);
+        }
+    });
+    for (int thread = 0; thread < 4; ++thread) {
+        const std::wstring names = values(keyOf(root, L"thread " + std::to_wstring(thread)));
+        EXPECT_EQ(std::count(names.begin(), names.end(), L','), 99);
+    }
+}
+
+TEST_P(OfflineKeys, AreServedAsChosen)
+{
+    isInstalled = GetParam() == kOfflineLibrary;
+    const Key any(DllGetOfflineRegistryKey(nullptr, L""));
+    ASSERT_NE(any, nullptr);
+    EXPECT_EQ(any->getWay(), GetParam());
+    EXPECT_EQ(Key(DllGetOfflineRegistryKey(nullptr, L"", kOfflineLibrary)) != nullptr, isInstalled);
+    EXPECT_TRUE(isInstalled || GetLastError() == ERROR_MOD_NOT_FOUND);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, OfflineKeys, testing::Values(kOfflineLibrary, kOfflineEngine),
+                         [](const auto& way) {
+                             return way.param == kOfflineEngine ? "ByEngine" : "ByLibrary";
+                         });

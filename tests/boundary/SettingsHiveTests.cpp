@@ -1,0 +1,287 @@
+#include "core/win32/registry/settingshive/api.h"
+
+#include "support/Faults.h"
+#include "support/Threads.h"
+#include "support/Utilities.h"
+#include "support/Wipe.h"
+
+namespace {
+class SettingsHiveTest : public testing::Test
+{
+protected:
+    ~SettingsHiveTest() override
+    {
+        close();
+        std::filesystem::remove_all(folder);
+    }
+    void open(unsigned long flags = 0)
+    {
+        close();
+        hive = CreateSettingsHive(file.c_str(), flags);
+        ASSERT_NE(hive, INVALID_HANDLE_VALUE) << GetLastError();
+    }
+    void close() { CloseSettingsHive(std::exchange(hive, nullptr)); }
+    [[nodiscard]] unsigned long state() const
+    {
+        return static_cast<unsigned long>(
+            numberOf<unsigned long>([&](auto* bits) { return SettingsHiveGetState(hive, bits); }));
+    }
+    [[nodiscard]] std::wstring text(const wchar_t* key, const wchar_t* value) const
+    {
+        return wideOf([&](auto** at) { return SettingsHiveGetText(hive, key, value, at); });
+    }
+    [[nodiscard]] long long number(const wchar_t* key, const wchar_t* value) const
+    {
+        return numberOf<unsigned long>(
+            [&](auto* at) { return SettingsHiveGetNumber32(hive, key, value, at); });
+    }
+    [[nodiscard]] std::wstring keys(const wchar_t* key) const
+    {
+        return listOf(
+            [&](auto** names, auto* count) { return SettingsHiveEnumerateKeys(hive, key, names, count); });
+    }
+    [[nodiscard]] std::wstring values(const wchar_t* key) const
+    {
+        return listOf(
+            [&](auto** names, auto* count) { return SettingsHiveEnumerateValues(hive, key, names, count); });
+    }
+    /// The names of what is in the folder.
+    [[nodiscard]] std::wstring entries() const
+    {
+        std::wstring names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder))
+            names += entry.path().filename().wstring() + L" ";
+        return names;
+    }
+
+    const std::wstring folder = scratchFolder();
+    const std::wstring file = folder + L"\\settings.hive";
+    void* hive = nullptr;
+};
+} // namespace
+
+TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
+{
+    const Bytes large(100000, 7);
+    open();
+    EXPECT_EQ(state(), kSettingsNew);
+    EXPECT_EQ(SettingsHiveSetText(hive, L"Window\\Main", L"Title", L"\u65E5\u672C"), 0);
+    EXPECT_EQ(SettingsHiveSetNumber32(hive, L"window", L"Width", 0xFFFFFFFF), 0);
+    EXPECT_EQ(SettingsHiveSetNumber64(hive, L"WINDOW", L"", 1ULL << 40U), 0);
+    EXPECT_EQ(SettingsHiveSetTexts(hive, L"\u00C4rger", L"List", L"one\0two\0"), 0);
+    EXPECT_EQ(SettingsHiveSetBytes(hive, L"", L"Large", large.data(), large.size()), 0);
+    EXPECT_EQ(SettingsHiveSetValue(hive, L"", L"Odd", 0xABCDEF01, "xyz", 3), 0);
+    EXPECT_EQ(SettingsHiveCreateKey(hive, L"a\\b\\c"), 0);
+    for (int time = 0; time < 2; ++time) { // the second time from the file
+        EXPECT_EQ(text(L"window\\MAIN", L"title"), L"\u65E5\u672C");
+        EXPECT_EQ(number(L"Window", L"WIDTH"), 0xFFFFFFFF);
+        EXPECT_EQ(numberOf<unsigned long long>(
+                      [&](auto* at) { return SettingsHiveGetNumber64(hive, L"Window", L"", at); }),
+                  1LL << 40U);
+        EXPECT_EQ(listOf([&](auto** texts, auto* count) {
+                      return SettingsHiveGetTexts(hive, L"\u00E4RGER", L"list", texts, count);
+                  }),
+                  L"one,two");
+        Given<unsigned char> bytes;
+        std::size_t size = 0;
+        EXPECT_EQ(SettingsHiveGetBytes(hive, L"", L"large", &bytes, &size), 0);
+        EXPECT_EQ(Bytes(bytes.get(), bytes.get() + size), large);
+        Given<unsigned char> odd;
+        unsigned long type = 0;
+        EXPECT_EQ(SettingsHiveGetValue(hive, L"", L"odd", &type, &odd, &size), 0);
+        EXPECT_EQ(std::string(odd.get(), odd.get() + size), "xyz");
+        EXPECT_EQ(type, 0xABCDEF01);
+        EXPECT_EQ(keys(L""), L"a,Window,\u00C4rger");
+        EXPECT_EQ(keys(L"A\\B"), L"c");
+        EXPECT_EQ(values(L""), L"Large,Odd");
+        EXPECT_EQ(values(L"Window"), L"Width");
+        EXPECT_EQ(SettingsHiveSave(hive), 0);
+        EXPECT_EQ(state(), 0U);
+        open(kSettingsMustExist);
+    }
+    void* const same = OpenSettingsHive(file.c_str());
+    EXPECT_EQ(same, hive);
+    EXPECT_NE(CloseSettingsHive(same), 0);
+    EXPECT_EQ(SettingsHiveDeleteKey(hive, L"A"), 0);
+    EXPECT_EQ(SettingsHiveDeleteValue(hive, L"", L"ODD"), 0);
+    EXPECT_EQ(state(), kSettingsChanged);
+    EXPECT_EQ(SettingsHiveSave(hive), 0);
+    open(kSettingsReadOnly);
+    EXPECT_EQ(keys(L""), L"Window,\u00C4rger");
+    EXPECT_EQ(values(L""), L"Large");
+    EXPECT_EQ(entries(), L"settings.hive ");
+}
+
+TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
+{
+    const std::wstring longKey = L"new\\" + std::wstring(256, L'k');
+    const std::wstring longValue(16384, L'v');
+    open();
+    SettingsHiveSetText(hive, L"key", L"text", L"x");
+    SettingsHiveSetBytes(hive, L"key", L"bytes", "abc", 3);
+    SettingsHiveSetValue(hive, L"key", L"short", REG_DWORD, "abc", 3);
+    SettingsHiveSetValue(hive, L"key", L"half", REG_SZ, "abc", 3);
+    EXPECT_EQ(number(L"key", L"text"), -1630);
+    EXPECT_EQ(number(L"key", L"short"), -13);
+    EXPECT_EQ(number(L"key", L"none"), -2);
+    EXPECT_EQ(number(L"none", L"text"), -2);
+    EXPECT_EQ(text(L"key", L"bytes"), L"code 1630");
+    EXPECT_EQ(text(L"key", L"half"), L"code 13");
+    EXPECT_EQ(keys(L"none"), L"code 2");
+    EXPECT_EQ(SettingsHiveSetText(hive, longKey.c_str(), L"v", L"x"), 206);
+    EXPECT_EQ(SettingsHiveSetText(hive, L"new\\key", longValue.c_str(), L"x"), 206);
+    EXPECT_EQ(SettingsHiveSetText(hive, L"new\\\\key", L"v", L"x"), 123);
+    EXPECT_EQ(SettingsHiveSetText(hive, nullptr, L"v", L"x"), 87);
+    EXPECT_EQ(SettingsHiveDeleteKey(hive, L""), 50);
+    EXPECT_EQ(SettingsHiveDeleteKey(hive, L"none"), 2);
+    EXPECT_EQ(SettingsHiveDeleteValue(hive, L"key", L"none"), 2);
+    EXPECT_EQ(SettingsHiveSave(nullptr), 6);
+    EXPECT_EQ(keys(L""), L"key");
+    EXPECT_EQ(SettingsHiveSave(hive), 0);
+    open(kSettingsReadOnly);
+    EXPECT_EQ(SettingsHiveSetText(hive, L"key", L"text", L"y"), 5);
+    EXPECT_EQ(SettingsHiveSave(hive), 5);
+    EXPECT_EQ(text(L"key", L"text"), L"x");
+
+    const auto codeOf = [](const std::wstring& name, unsigned long flags) {
+        return CreateSettingsHive(name.c_str(), flags) == INVALID_HANDLE_VALUE ? GetLastError() : 0;
+    };
+    EXPECT_EQ(codeOf(L"", 0), 87U);
+    EXPECT_EQ(codeOf(folder + L"\\x", 4), 87U);
+    EXPECT_EQ(codeOf(folder + L"\\none", kSettingsMustExist), 2U);
+    EXPECT_EQ(codeOf(folder, 0), 5U);
+    close();
+    const HANDLE held = ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_EQ(codeOf(file, 0), 32U) << "what cannot be read is not empty";
+    CloseHandle(held);
+}
+
+TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWhateverFails)
+{
+    open();
+    SettingsHiveSetText(hive, L"", L"which", L"old");
+    ASSERT_EQ(SettingsHiveSave(hive), 0);
+    const Bytes old = readBytes(file);
+    SettingsHiveSetText(hive, L"", L"which", L"the new one");
+    const auto prepare = [&] { writeBytes(file, old); };
+    const auto save = [&] { return SettingsHiveSave(hive); };
+    ASSERT_EQ(save(), 0);
+    const Bytes fresh = readBytes(file);
+    ASSERT_NE(old, fresh);
+    int failures = 0;
+    failEachCall(prepare, save, [&](const std::string& import, long result) {
+        failures += result != 0 ? 1 : 0;
+        EXPECT_EQ(readBytes(file), result == 0 ? fresh : old) << import;
+        EXPECT_EQ(import == "DeleteFileW" ? L"settings.hive " : entries(), L"settings.hive ") << import;
+    });
+    EXPECT_GE(failures, 4); // look, make, write, flush
+    Replaced<"MoveFileExW", decltype(&MoveFileExW)> moves;
+    moves.failCall(1, FALSE, ERROR_IO_DEVICE);
+    prepare();
+    EXPECT_EQ(save(), ERROR_IO_DEVICE);
+    EXPECT_EQ(readBytes(file), old);
+    EXPECT_EQ(entries(), L"settings.hive ");
+}
+
+TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWheneverTheProcessEnds)
+{
+    open();
+    SettingsHiveSetText(hive, L"", L"which", L"old");
+    ASSERT_EQ(SettingsHiveSave(hive), 0);
+    const Bytes old = readBytes(file);
+    SettingsHiveSetText(hive, L"", L"which", L"the new one");
+    // What stands there after each call that could have been the last.
+    std::vector<Bytes> seen;
+    const auto look = [&](auto result) {
+        const DWORD code = GetLastError();
+        seen.push_back(readBytes(file));
+        SetLastError(code);
+        return result;
+    };
+    const auto lookAfter = [&](auto original, auto... arguments) { return look(original(arguments...)); };
+    {
+        const Opens opens(lookAfter);
+        const Writes writes(lookAfter);
+        Flushes flushes(lookAfter);
+        const Replaced<"MoveFileExW", decltype(&MoveFileExW)> moves(
+            [&](auto original, LPCWSTR from, LPCWSTR to, DWORD flags) {
+                EXPECT_EQ(flushes.calls(), 1) << "what is put in place must be on the disk";
+                EXPECT_EQ(flags, DWORD{MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH});
+                return look(original(from, to, flags));
+            });
+        const Replaced<"CloseHandle", decltype(&CloseHandle)> closes(lookAfter);
+        EXPECT_EQ(SettingsHiveSave(hive), 0);
+    }
+    const Bytes fresh = readBytes(file);
+    EXPECT_GE(seen.size(), 5U);
+    EXPECT_TRUE(std::all_of(seen.begin(), seen.end(),
+                            [&](const Bytes& each) { return each == old || each == fresh; }));
+    EXPECT_NE(old, fresh);
+}
+
+TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
+{
+    open();
+    SettingsHiveSetText(hive, L"good", L"v", L"kept");
+    SettingsHiveSetText(hive, L"bad", L"v", L"lost");
+    ASSERT_EQ(SettingsHiveSave(hive), 0);
+    close();
+    Bytes bytes = readBytes(file);
+    const std::string name = "bad"; // the key's record lies 80 bytes before its name
+    const auto found = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+    ASSERT_NE(found, bytes.end());
+    *(found - 76) = 'x';
+    const std::pair<Bytes, std::wstring> rows[] = {{bytes, L"good"},
+                                                   {Bytes(bytes.begin(), bytes.begin() + 5000), L""},
+                                                   {Bytes(5000, 'x'), L""},
+                                                   {{}, L""}};
+    int number = 0;
+    for (const auto& [damaged, left] : rows) {
+        SCOPED_TRACE(++number);
+        writeBytes(file, damaged);
+        open();
+        EXPECT_EQ(state(), kSettingsDamaged);
+        EXPECT_EQ(keys(L""), left);
+        EXPECT_EQ(readBytes(file), damaged) << "nobody has asked for a save";
+        Flushes flushes;
+        flushes.failCall(1, FALSE, ERROR_IO_DEVICE);
+        EXPECT_EQ(SettingsHiveSave(hive), ERROR_IO_DEVICE);
+        EXPECT_EQ(readBytes(file), damaged);
+        const std::wstring kept = file + L".damaged" + (number == 1 ? L"" : L"-" + std::to_wstring(number));
+        EXPECT_FALSE(isThere(kept)) << "half of a copy";
+        EXPECT_EQ(SettingsHiveSave(hive), 0);
+        EXPECT_EQ(SettingsHiveSave(hive), 0);
+        EXPECT_EQ(readBytes(kept), damaged);
+        EXPECT_EQ(state(), 0U);
+        open();
+        EXPECT_EQ(state(), 0U);
+        EXPECT_EQ(keys(L""), left);
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 5);
+}
+
+TEST_F(SettingsHiveTest, ServesManyThreads)
+{
+    open();
+    onThreadsAtOnce(4, [&](int thread) {
+        const std::wstring key = L"thread " + std::to_wstring(thread);
+        for (int round = 0; round < 200; ++round) {
+            const std::wstring value = L"v" + std::to_wstring(round);
+            EXPECT_EQ(SettingsHiveSetNumber32(hive, key.c_str(), value.c_str(), 1), 0);
+            EXPECT_EQ(number(key.c_str(), value.c_str()), 1);
+            if (round % 50 == thread) {
+                EXPECT_EQ(SettingsHiveSave(hive), 0);
+            }
+            if (round % 2 == 0) {
+                EXPECT_EQ(SettingsHiveDeleteValue(hive, key.c_str(), value.c_str()), 0);
+            }
+        }
+    });
+    EXPECT_EQ(SettingsHiveSave(hive), 0);
+    open();
+    for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"}) {
+        const std::wstring names = values(key);
+        EXPECT_EQ(std::count(names.begin(), names.end(), L','), 99);
+    }
+    EXPECT_EQ(entries(), L"settings.hive ");
+}
