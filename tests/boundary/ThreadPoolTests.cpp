@@ -96,8 +96,13 @@ TEST(ThreadPool, RunsEachItemOnceInOrderWithFewKernelCalls)
         return 0;
     });
     const TestPool pool(THPCategoryOptions(4, 0, 0, 0));
-    for (Blocker& blocker : blockers)
+    calls.countThisThread();
+    for (Blocker& blocker : blockers) {
+        blocker.body = [&, body = blocker.body](IThreadContext& context, HANDLE cancel) {
+            return calls.countThisThread(), body(context, cancel);
+        };
         ASSERT_TRUE(pool.begins(kItems, blocker));
+    }
     calls.reset();
     const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     for (unsigned long i = 0; i < kItems; ++i)
