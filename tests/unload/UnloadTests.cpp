@@ -10,16 +10,27 @@
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/threadpool/include/IThreadContext.h"
 
+extern "C" LONG NTAPI LdrLockLoaderLock(ULONG, ULONG*, ULONG_PTR*);
+extern "C" LONG NTAPI LdrUnlockLoaderLock(ULONG, ULONG_PTR);
+
 namespace {
 constexpr int kGood = 42; // the exit code of a child in which all went well
 
 bool workHeedsCancel = false;
+bool workLoads = false;
 const TestEvent* workStarted;
 const TestEvent* workMayEnd;
 
 long work(IThreadContext&, void* cancelEvent)
 {
+    ULONG_PTR cookie = 0;
+    if (workLoads)
+        LdrLockLoaderLock(0, nullptr, &cookie);
     workStarted->set();
+    if (workLoads) {
+        Sleep(200); // it is suspended now, or as soon as it is out of the loader
+        LdrUnlockLoaderLock(0, cookie);
+    }
     const HANDLE either[] = {workMayEnd->get(), workHeedsCancel ? cancelEvent : workMayEnd->get()};
     return WaitForMultipleObjects(2, either, FALSE, 60000) != WAIT_TIMEOUT ? ERROR_SUCCESS : ERROR_TIMEOUT;
 }
@@ -67,6 +78,7 @@ int runChild(const std::string& mode)
     workStarted = &started;
     workMayEnd = &mayEnd;
     workHeedsCancel = is("static");
+    workLoads = is("suspended");
     {
         const Library library;
         if (library.call("begin", &work, &handler) != 0 || !started.wait() || !handler.inside.wait())
@@ -77,6 +89,8 @@ int runChild(const std::string& mode)
             handler.mayEnd.set();
         if (is("idle"))
             mayEnd.set();
+        if (is("suspended") && library.call("suspend") != 0)
+            return 5;
         if (is("exit"))
             ExitProcess(kGood);
     }
@@ -119,7 +133,7 @@ TEST(Unload, InTheMiddleOfWork)
         // The threads of a pool that is still open keep the code that they run.
         L"forgotten-busy", L"forgotten-idle",
         // The process ends in the middle of everything.
-        L"exit", L"exit-forgotten",
+        L"exit", L"exit-forgotten", L"exit-suspended",
         // A client library's static objects unsubscribe, wait, and close its pools and topics in the loader
         // lock. What needs that lock to begin or to end cannot be waited for.
         L"static-idle", L"static-busy"};
