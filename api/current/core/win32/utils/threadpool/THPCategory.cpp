@@ -207,7 +207,9 @@ long THPCategory::suspend(const THPWorkKey& key) noexcept
             if (first)
                 already = std::exchange(m_suspended, m_suspended || !key.work);
             const bool resumed = !key.work && !m_suspended; // by another thread, after this call
-            const long code = resumed ? ERROR_SUCCESS : suspendThreads(key, key.work.has_value() || already);
+            const long code = m_closed  ? ERROR_INVALID_ADDRESS
+                              : resumed ? ERROR_SUCCESS
+                                        : suspendThreads(key, key.work.has_value() || already);
             if (code != ERROR_BUSY || deadline.getLeft() == 0) {
                 const bool failed =
                     code != ERROR_SUCCESS && code != ERROR_NOT_FOUND && code != ERROR_INVALID_STATE;
