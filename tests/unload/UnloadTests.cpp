@@ -18,13 +18,14 @@ constexpr int kGood = 42; // the exit code of a child in which all went well
 
 bool workHeedsCancel = false;
 bool workLoads = false;
+const TestEvent* handlerIsInside; // its thread has begun, for which the loader must be free
 const TestEvent* workStarted;
 const TestEvent* workMayEnd;
 
 long work(IThreadContext&, void* cancelEvent)
 {
     ULONG_PTR cookie = 0;
-    if (workLoads)
+    if (workLoads && handlerIsInside->wait())
         LdrLockLoaderLock(0, nullptr, &cookie);
     workStarted->set();
     if (workLoads) {
@@ -77,10 +78,14 @@ int runChild(const std::string& mode)
     StayingHandler handler;
     workStarted = &started;
     workMayEnd = &mayEnd;
+    handlerIsInside = &handler.inside;
     workHeedsCancel = is("static");
     workLoads = is("suspended");
     {
         const Library library;
+        using Suspend = long (*)();
+        const auto suspend = reinterpret_cast<Suspend>( // before the loader is locked
+            reinterpret_cast<void*>(GetProcAddress(library.user, "suspend")));
         if (library.call("begin", &work, &handler) != 0 || !started.wait() || !handler.inside.wait())
             return 1;
         if (is("forgotten"))
@@ -89,7 +94,7 @@ int runChild(const std::string& mode)
             handler.mayEnd.set();
         if (is("idle"))
             mayEnd.set();
-        if (is("suspended") && library.call("suspend") != 0)
+        if (is("suspended") && suspend() != 0)
             return 5;
         if (is("exit"))
             ExitProcess(kGood);
