@@ -96,8 +96,13 @@ TEST(ThreadPool, RunsEachItemOnceInOrderWithFewKernelCalls)
         return 0;
     });
     const TestPool pool(THPCategoryOptions(4, 0, 0, 0));
-    for (Blocker& blocker : blockers)
+    calls.countThisThread();
+    for (Blocker& blocker : blockers) {
+        blocker.body = [&, body = blocker.body](IThreadContext& context, HANDLE cancel) {
+            return calls.countThisThread(), body(context, cancel);
+        };
         ASSERT_TRUE(pool.begins(kItems, blocker));
+    }
     calls.reset();
     const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     for (unsigned long i = 0; i < kItems; ++i)
@@ -249,6 +254,101 @@ TEST(ThreadPool, SuspendsAndResumes)
     EXPECT_EQ(stays.ended, 2);
 }
 
+namespace {
+/// Notes that a worker stops before its work, which the only waits of workers on a condition are for, or that
+/// the work begins.
+struct StoppedWork : Work
+{
+    StoppedWork() : Work([this] { begun.set(); }) {}
+    [[nodiscard]] bool hasBegun() const { return WaitForSingleObject(begun.get(), 0) == WAIT_OBJECT_0; }
+    [[nodiscard]] bool stops() const
+    {
+        const HANDLE either[] = {begun.get(), stopped.get()};
+        return WaitForMultipleObjects(2, either, FALSE, 60000) == WAIT_OBJECT_0 + 1;
+    }
+    TestEvent begun;
+    TestEvent stopped;
+    const DWORD own = GetCurrentThreadId();
+    Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps{
+        [this](auto original, auto... arguments) {
+            if (GetCurrentThreadId() != own)
+                stopped.set();
+            return original(arguments...);
+        }};
+};
+} // namespace
+
+// Work that was stopped before it began does not begin when it is cancelled, on an idle or a new thread.
+TEST(ThreadPool, BeginsNothingThatIsCancelledWhileItIsSuspended)
+{
+    using End = std::function<void(TestPool&, void*)>;
+    const std::pair<bool, End> rows[] = {
+        {true, [](TestPool& pool, void*) { EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS); }},
+        {true, [](TestPool& pool, void*) { EXPECT_EQ(pool.cancel(1, Operation::CancelAndReturn), 0); }},
+        {true, [](TestPool& pool, void*) { EXPECT_EQ(pool.cancel(1, Operation::DropQueued), 0); }},
+        {true,
+         [](TestPool& pool, void* instance) {
+             EXPECT_EQ(THPCancelWork(pool.handle, 1UL, 1UL, instance, Operation::CancelAndWait), 0);
+         }},
+        {true, [](TestPool& pool, void*) { EXPECT_EQ(THPCancelWork(pool.handle), ERROR_SUCCESS); }},
+        {false, [](TestPool& pool, void*) { pool.close(); }},
+    };
+    for (const auto& [open, end] : rows) {
+        for (const bool idle : {false, true}) {
+            StoppedWork work;
+            Blocker done, running;
+            done.goOn.set();
+            TestPool pool{kUnlimited};
+            ASSERT_TRUE(pool.begins(2, running));
+            ASSERT_TRUE(!idle || pool.run(3, done) == ERROR_SUCCESS);
+            ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+            void* instance = nullptr;
+            ASSERT_EQ(pool.queue(1, work, Option::AtEnd, &instance), ERROR_SUCCESS);
+            ASSERT_TRUE(work.stops());
+            end(pool, instance);
+            EXPECT_TRUE(!open || pool.result(1) == ERROR_CANCELLED);
+            pool.close();
+            EXPECT_FALSE(work.hasBegun()) << &end - &rows[0].second << idle;
+        }
+    }
+}
+
+// What is done to one item of a paused category opens it for no other.
+TEST(ThreadPool, StaysSuspendedWhenOneItemIsCancelledOrResumed)
+{
+    for (const bool cancels : {true, false}) {
+        StoppedWork next;
+        Blocker first;
+        const TestPool pool(cancels ? kOneThread : kUnlimited);
+        if (cancels) {
+            ASSERT_TRUE(pool.begins(1, first));
+            ASSERT_EQ(pool.queue(2, next), ERROR_SUCCESS);
+            ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+            ASSERT_EQ(pool.cancel(1), ERROR_SUCCESS);
+        } else {
+            first.goOn.set();
+            ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+            ASSERT_EQ(pool.queue(1, first), ERROR_SUCCESS);
+            ASSERT_TRUE(next.stops());
+            ASSERT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
+            ASSERT_EQ(pool.wait(1), ERROR_SUCCESS);
+            next.stopped.reset();
+            ASSERT_EQ(pool.queue(2, next), ERROR_SUCCESS);
+        }
+        EXPECT_TRUE(next.stops()) << cancels;
+        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
+        EXPECT_EQ(pool.wait(2), ERROR_SUCCESS);
+    }
+    StoppedWork created;
+    const TestPool pool(THPCategoryOptions(1, THPCategoryOptions::kSuspended, 0, 0));
+    ASSERT_EQ(pool.queue(1, created), ERROR_SUCCESS);
+    ASSERT_EQ(pool.queue(2, created), ERROR_SUCCESS);
+    EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS);
+    EXPECT_EQ(pool.wait(2, 50), WAIT_TIMEOUT) << "its thread was created suspended";
+    EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 2UL), ERROR_SUCCESS);
+    EXPECT_EQ(pool.wait(2), ERROR_SUCCESS);
+}
+
 // A pool and a topic are closed in the middle of their work, and a pool by its own work.
 TEST(ThreadPool, GivesEverythingBackWhenClosed)
 {
@@ -346,6 +446,52 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
     });
     EXPECT_EQ(pool.run(3, clean), ERROR_SUCCESS);
     EXPECT_EQ(pool.result(3), WAIT_TIMEOUT);
+}
+
+// A close does not hang when work cannot be told to end: it tries again, and in the end reports it.
+TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
+{
+    for (const bool topics : {false, true}) {
+        for (const bool once : {true, false}) {
+            const DWORD own = GetCurrentThreadId();
+            std::atomic<ULONGLONG> passed{0};
+            Replaced<"SetEvent", decltype(&SetEvent)> sets;
+            const Replaced<"GetTickCount64", decltype(&GetTickCount64)> clock(
+                [&](auto original) { return original() + (once ? 0 : passed += 3000); });
+            Blocker blocker;
+            const TestEvent inside;
+            const TestEvent mayEnd;
+            Handler handler([&] {
+                inside.set();
+                EXPECT_TRUE(mayEnd.wait());
+            });
+            const ProcessCounts before = ProcessCounts::now();
+            TestPool pool;
+            TopicHandle topic = topicOf(handler);
+            ASSERT_TRUE(topics ? post(topic) == ERROR_SUCCESS && inside.wait() : pool.begins(1, blocker));
+            sets.setHook([&, failed = false](auto original, HANDLE event) mutable {
+                if (GetCurrentThreadId() != own || (once && failed))
+                    return original(event);
+                failed = true;
+                SetLastError(1450);
+                return FALSE;
+            });
+            if (topics && once)
+                mayEnd.set();
+            SetLastError(0);
+            const int closed = topics ? CloseMessageTopic(topic.release())
+                                      : THPCloseThreadpool(std::exchange(pool.handle, nullptr));
+            EXPECT_EQ(closed != 0, once);
+            EXPECT_EQ(once ? 1450U : GetLastError(), 1450U);
+            EXPECT_EQ(blocker.ended, topics || !once ? 0 : 1);
+            sets.setHook(nullptr);
+            pool.close();
+            topic.reset();
+            blocker.goOn.set();
+            mayEnd.set();
+            EXPECT_TRUE(before.isReachedAgain()) << "the thread finds out by itself";
+        }
+    }
 }
 
 TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)

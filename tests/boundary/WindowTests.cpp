@@ -7,6 +7,7 @@
 
 #include "support/ImportReplacement.h"
 #include "support/Pools.h"
+#include "support/Threads.h"
 
 extern "C" LONG NTAPI LdrLockLoaderLock(ULONG, ULONG*, ULONG_PTR*);
 extern "C" LONG NTAPI LdrUnlockLoaderLock(ULONG, ULONG_PTR);
@@ -199,29 +200,61 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
     HeapDestroy(own);
 }
 
-// With the loader lock in a suspended thread no other one begins or ends, but work can be queued and resumed.
-TEST(Windows, QueuesAndResumesBesideAThreadThatHoldsTheLoaderLock)
+namespace {
+/// Holds the loader lock of the process, or does not get it when another thread has it.
+struct LoaderLock
+{
+    LoaderLock() { LdrLockLoaderLock(2, &got, &cookie); }
+    LoaderLock(const LoaderLock&) = delete;
+    LoaderLock& operator=(const LoaderLock&) = delete;
+    ~LoaderLock()
+    {
+        if (got == 1)
+            LdrUnlockLoaderLock(0, cookie);
+    }
+    ULONG got = 0; // 1: yes
+    ULONG_PTR cookie = 0;
+};
+} // namespace
+
+// With the loader lock in a worker no other one begins or ends, but work can be queued, and the worker is
+// suspended only once it has given the lock back: the end of the process would wait for it.
+TEST(Windows, QueuesButSuspendsNothingThatHoldsTheLoaderLock)
 {
     const TestEvent locked;
+    const TestEvent mayUnlock;
+    const TestEvent unlocked;
     const TestEvent mayEnd;
     std::atomic<int> runs{0};
     Work other([&] { ++runs; });
     Work loading([&] {
-        ULONG_PTR cookie = 0;
-        LdrLockLoaderLock(0, nullptr, &cookie);
-        locked.set();
+        {
+            const LoaderLock lock;
+            locked.set();
+            EXPECT_TRUE(mayUnlock.wait());
+        }
+        unlocked.set();
         EXPECT_TRUE(mayEnd.wait());
-        LdrUnlockLoaderLock(0, cookie);
     });
+    std::atomic<ULONGLONG> passed{0};
+    const Replaced<"GetTickCount64", decltype(&GetTickCount64)> clock(
+        [&](auto original) { return original() + passed; });
+    Replaced<"Sleep", decltype(&Sleep)> pauses([&](auto, DWORD) { passed += 1000; });
     const TestPool pool;
     ASSERT_EQ(pool.queue(1, loading), ERROR_SUCCESS);
     ASSERT_TRUE(locked.wait());
-    ASSERT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
+    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_BUSY) << "for 5 seconds";
     EXPECT_EQ(pool.queue(1, other, Option::AtEnd, nullptr, 2), ERROR_SUCCESS);
     EXPECT_EQ(THPWait(pool.handle, 2UL, 20UL, nullptr), WAIT_TIMEOUT);
     EXPECT_EQ(THPCancelWork(pool.handle, 2UL, Operation::CancelAndWait), ERROR_SUCCESS) << "it has not begun";
     EXPECT_EQ(pool.queue(1, other, Option::AtEnd, nullptr, 2), ERROR_SUCCESS);
-    EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
+    pauses.setHook([&](auto, DWORD) {
+        mayUnlock.set();
+        EXPECT_TRUE(unlocked.wait());
+    });
+    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+    EXPECT_TRUE(comesTrue([] { return LoaderLock().got == 1; })) << "it was suspended without the lock";
+    EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
     mayEnd.set();
     EXPECT_EQ(THPWait(pool.handle, 2UL, INFINITE, nullptr), ERROR_SUCCESS);
     EXPECT_EQ(runs, 1);
@@ -288,6 +321,149 @@ TEST(Endings, WorkMayEndItsThread)
     EXPECT_EQ(pool.result(1), 574);
 }
 
+// A handler may end its thread, too: that ends the delivery, and later messages get a new consumer.
+TEST(Endings, AHandlerMayEndItsThread)
+{
+    for (const bool sends : {false, true}) {
+        Handler handler, second;
+        handler.body = [&](const MessageW&, std::uint32_t) {
+            if (handler.calls == 1)
+                ExitThread(0);
+        };
+        TopicHandle topic = topicOf(handler);
+        const LPTHREAD_START_ROUTINE sending = [](void* to) -> DWORD {
+            return send(*static_cast<TopicHandle*>(to)) != 0 ? 1 : 2;
+        };
+        if (sends) {
+            const HANDLE thread = CreateThread(nullptr, 0, sending, &topic, 0, nullptr);
+            EXPECT_EQ(WaitForSingleObject(thread, 60000), WAIT_OBJECT_0);
+            CloseHandle(thread);
+        }
+        for (int i = 0; i < 3; ++i)
+            ASSERT_EQ(post(topic), ERROR_SUCCESS);
+        EXPECT_EQ(TopicConsumeAll(topic, 10000), ERROR_SUCCESS);
+        EXPECT_EQ(handler.calls, sends ? 4 : 3);
+        EXPECT_EQ(send(topic), ERROR_SUCCESS);
+        EXPECT_EQ(TopicSubscribe(topic, second), ERROR_SUCCESS);
+        EXPECT_EQ(TopicUnsubscribe(topic, second, 10000), ERROR_SUCCESS);
+        EXPECT_EQ(TopicUnsubscribe(topic, handler, 10000), ERROR_SUCCESS);
+        topic.reset();
+        EXPECT_FALSE(OpenMessageTopic(L"test topic").isValid());
+        EXPECT_EQ(THPOpenThreadPool(L"test topicTopic"), INVALID_HANDLE_VALUE) << "nothing holds the topic";
+    }
+}
+
+// In the loader lock a close takes 5 seconds at most, all its waits together. The time is the test's own.
+TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
+{
+    for (const bool topics : {false, true}) {
+        const DWORD own = GetCurrentThreadId();
+        std::atomic<ULONGLONG> passed{0};
+        const TestEvent inside;
+        const TestEvent mayEnd;
+        const ProcessCounts before = ProcessCounts::now();
+        const auto stay = [&] {
+            inside.set();
+            EXPECT_TRUE(mayEnd.wait());
+        };
+        Work work(stay);
+        Handler handler(stay);
+        TestPool pool;
+        TopicHandle topic = topicOf(handler);
+        ASSERT_EQ(topics ? post(topic) : pool.queue(1, work), ERROR_SUCCESS);
+        ASSERT_TRUE(inside.wait());
+        const Replaced<"GetTickCount64", decltype(&GetTickCount64)> clock(
+            [&](auto original) { return GetCurrentThreadId() == own ? passed.load() : original(); });
+        const Sleeping sleeps([&](auto original, auto* variable, auto* lock, DWORD timeout, ULONG flags) {
+            if (GetCurrentThreadId() != own)
+                return original(variable, lock, timeout, flags);
+            passed += timeout;
+            SetLastError(ERROR_TIMEOUT);
+            return FALSE;
+        });
+        const Multiple waits([&](auto original, DWORD count, auto* handles, BOOL all, DWORD timeout) {
+            if (GetCurrentThreadId() != own)
+                return original(count, handles, all, timeout);
+            passed += timeout;
+            return static_cast<DWORD>(WAIT_TIMEOUT);
+        });
+        {
+            const LoaderLock lock;
+            ASSERT_EQ(lock.got, 1U);
+            topics ? topic.reset() : pool.close();
+        }
+        EXPECT_EQ(passed, 5000U) << topics;
+        mayEnd.set();
+        topic.reset();
+        pool.close();
+        EXPECT_TRUE(before.isReachedAgain());
+    }
+}
+
+// Two that wait for each other, or close each other: one is told or gives way, and the other goes on when
+// that one has ended.
+TEST(Endings, TwoThatWaitForEachOtherEnd)
+{
+    using Call = std::function<long(void*)>;
+    struct Row
+    {
+        Call first, second;
+        bool topics;
+        bool givesWay; // a close does not wait
+    };
+    const Call wait = [](void* pool) { return THPWait(pool, 1UL, INFINITE, nullptr); };
+    const Call waitForOne = [](void* pool) { return THPWait(pool, 1UL, 1UL, INFINITE, nullptr); };
+    const Call cancel = [](void* pool) { return THPCancelWork(pool, 1UL, Operation::CancelAndWait); };
+    const Call close = [](void* pool) { return THPCloseThreadpool(pool) != 0 ? 0L : 1L; };
+    const Call closeTopic = [](void* topic) { return CloseMessageTopic(topic) != 0 ? 0L : 1L; };
+    const Call consume = [](void* handle) {
+        TopicHandle topic(handle);
+        const long code = TopicConsumeAll(topic, INFINITE);
+        return static_cast<void>(topic.release()), code;
+    };
+    const Row rows[] = {{cancel, cancel, false, false},   {wait, waitForOne, false, false},
+                        {waitForOne, close, false, true}, {close, close, false, true},
+                        {consume, consume, true, false},  {closeTopic, closeTopic, true, true}};
+    for (const Row& row : rows) {
+        void* handles[2] = {};
+        const TestEvent arrived[2];
+        const TestEvent ended[2];
+        std::atomic<int> told{0};
+        const auto body = [&](int self) {
+            arrived[self].set();
+            EXPECT_TRUE(arrived[1 - self].wait());
+            const long code = (self == 0 ? row.first : row.second)(handles[1 - self]);
+            EXPECT_TRUE(code == ERROR_SUCCESS || code == ERROR_CANCELLED || code == ERROR_POSSIBLE_DEADLOCK)
+                << code;
+            told += code == ERROR_POSSIBLE_DEADLOCK ? 1 : 0;
+            ended[self].set();
+        };
+        Work works[] = {Work([&] { body(0); }), Work([&] { body(1); })};
+        Handler handlers[] = {Handler([&] { body(0); }), Handler([&] { body(1); })};
+        const wchar_t* names[] = {L"ending 0", L"ending 1"};
+        const ProcessCounts before = ProcessCounts::now();
+        for (int i : {0, 1})
+            handles[i] = row.topics ? CreateMessageTopic(names[i]).release() : THPCreateThreadPool(names[i]);
+        for (int i : {0, 1}) {
+            TopicHandle topic(row.topics ? handles[i] : nullptr);
+            EXPECT_EQ(row.topics ? TopicSubscribe(topic, handlers[i]) + post(topic)
+                                 : THPQueueWork(handles[i], 1UL, 1UL, works[i], HashMessageW(), Option::AtEnd,
+                                                nullptr),
+                      ERROR_SUCCESS);
+            static_cast<void>(topic.release());
+        }
+        for (const TestEvent& event : ended) {
+            if (!event.wait())
+                TerminateProcess(GetCurrentProcess(), 3); // they would never come back
+        }
+        EXPECT_LE(told, 1);
+        EXPECT_TRUE(told == 1 || row.givesWay);
+        for (void* handle : handles) // if it is still open
+            row.topics ? CloseMessageTopic(handle) : THPCloseThreadpool(handle);
+        EXPECT_TRUE(before.isReachedAgain()) << &row - rows;
+    }
+}
+
 // The last handle goes while a worker is in a call on the pool, a handler in one on its topic.
 TEST(Endings, AClosedPoolOrTopicRunsNothingAnyMore)
 {
@@ -325,40 +501,5 @@ TEST(Endings, AClosedPoolOrTopicRunsNothingAnyMore)
         ASSERT_TRUE(inside.wait());
         topics ? topic.reset() : pool.close();
         EXPECT_TRUE(ended) << topics;
-    }
-}
-
-TEST(Endings, TwoThatCloseEachOtherEnd)
-{
-    for (const bool topics : {false, true}) {
-        void* handles[2] = {};
-        const TestEvent arrived[2];
-        const TestEvent ended[2];
-        const auto body = [&](int self) {
-            arrived[self].set();
-            EXPECT_TRUE(arrived[1 - self].wait());
-            topics ? CloseMessageTopic(handles[1 - self]) : THPCloseThreadpool(handles[1 - self]);
-            ended[self].set();
-        };
-        Work works[] = {Work([&] { body(0); }), Work([&] { body(1); })};
-        Handler handlers[2];
-        const wchar_t* names[] = {L"ending 0", L"ending 1"};
-        const ProcessCounts before = ProcessCounts::now();
-        for (int i : {0, 1})
-            handles[i] = topics ? CreateMessageTopic(names[i]).release() : THPCreateThreadPool(names[i]);
-        for (int i : {0, 1}) {
-            handlers[i].body = [&, i](const MessageW&, std::uint32_t) { body(i); };
-            TopicHandle topic(topics ? handles[i] : nullptr);
-            EXPECT_EQ(
-                topics ? TopicSubscribe(topic, handlers[i]) + post(topic)
-                       : THPQueueWork(handles[i], 1UL, 1UL, works[i], HashMessageW(), Option::AtEnd, nullptr),
-                ERROR_SUCCESS);
-            static_cast<void>(topic.release());
-        }
-        for (const TestEvent& event : ended) {
-            if (!event.wait())
-                TerminateProcess(GetCurrentProcess(), 3); // they would never come back
-        }
-        EXPECT_TRUE(before.isReachedAgain()) << topics;
     }
 }

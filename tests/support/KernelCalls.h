@@ -27,6 +27,8 @@ public:
         return sum;
     }
     void reset() { m_before += total(); }
+    /// Only the threads that call this are counted: others may still be ending what an earlier test began.
+    void countThisThread() { m_threads[m_counted++] = GetCurrentThreadId(); }
 
 private:
     // All take up to seven numbers or pointers: seven passed on are those that were given, and more.
@@ -36,13 +38,21 @@ private:
     {
         try {
             const auto counted = std::make_shared<CountedImport<Name, Any>>(module);
-            m_counts.emplace_back([counted] { return counted->calls(); });
+            const auto others = std::make_shared<std::atomic<long>>(0);
+            counted->setHook([this, others](auto original, auto... arguments) {
+                const DWORD thread = GetCurrentThreadId();
+                *others += m_counted == 0 || std::count(m_threads, std::end(m_threads), thread) != 0 ? 0 : 1;
+                return original(arguments...);
+            });
+            m_counts.emplace_back([counted, others] { return counted->calls() - *others; });
         } catch (const std::runtime_error&) { // NOLINT(bugprone-empty-catch): not imported, so never called
         }
         if constexpr (sizeof...(Others) > 0)
             count<Others...>(module);
     }
 
+    std::atomic<DWORD> m_threads[8]{};
+    std::atomic<unsigned> m_counted{0};
     std::vector<std::function<long()>> m_counts;
     long m_before = 0;
 };

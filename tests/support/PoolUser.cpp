@@ -54,6 +54,12 @@ POOL_USER_EXPORT long begin(THPWorkFunction function, IMessageHandler* handler)
            TopicPostMessage(openTopic, MessageW(L"unload", 1));
 }
 
+/// Suspends the work.
+POOL_USER_EXPORT long suspend()
+{
+    return THPSuspendWork(openPool.get(), 1UL);
+}
+
 /// Keeps the topic and the pool open for ever: nobody has their handles any more.
 POOL_USER_EXPORT void forget()
 {

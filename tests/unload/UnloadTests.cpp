@@ -10,16 +10,28 @@
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/threadpool/include/IThreadContext.h"
 
+extern "C" LONG NTAPI LdrLockLoaderLock(ULONG, ULONG*, ULONG_PTR*);
+extern "C" LONG NTAPI LdrUnlockLoaderLock(ULONG, ULONG_PTR);
+
 namespace {
 constexpr int kGood = 42; // the exit code of a child in which all went well
 
 bool workHeedsCancel = false;
+bool workLoads = false;
+const TestEvent* handlerIsInside; // its thread has begun, for which the loader must be free
 const TestEvent* workStarted;
 const TestEvent* workMayEnd;
 
 long work(IThreadContext&, void* cancelEvent)
 {
+    ULONG_PTR cookie = 0;
+    if (workLoads && handlerIsInside->wait())
+        LdrLockLoaderLock(0, nullptr, &cookie);
     workStarted->set();
+    if (workLoads) {
+        Sleep(200); // it is suspended now, or as soon as it is out of the loader
+        LdrUnlockLoaderLock(0, cookie);
+    }
     const HANDLE either[] = {workMayEnd->get(), workHeedsCancel ? cancelEvent : workMayEnd->get()};
     return WaitForMultipleObjects(2, either, FALSE, 60000) != WAIT_TIMEOUT ? ERROR_SUCCESS : ERROR_TIMEOUT;
 }
@@ -66,9 +78,14 @@ int runChild(const std::string& mode)
     StayingHandler handler;
     workStarted = &started;
     workMayEnd = &mayEnd;
+    handlerIsInside = &handler.inside;
     workHeedsCancel = is("static");
+    workLoads = is("suspended");
     {
         const Library library;
+        using Suspend = long (*)();
+        const auto suspend = reinterpret_cast<Suspend>( // before the loader is locked
+            reinterpret_cast<void*>(GetProcAddress(library.user, "suspend")));
         if (library.call("begin", &work, &handler) != 0 || !started.wait() || !handler.inside.wait())
             return 1;
         if (is("forgotten"))
@@ -77,6 +94,8 @@ int runChild(const std::string& mode)
             handler.mayEnd.set();
         if (is("idle"))
             mayEnd.set();
+        if (is("suspended") && suspend() != 0)
+            return 5;
         if (is("exit"))
             ExitProcess(kGood);
     }
@@ -119,7 +138,7 @@ TEST(Unload, InTheMiddleOfWork)
         // The threads of a pool that is still open keep the code that they run.
         L"forgotten-busy", L"forgotten-idle",
         // The process ends in the middle of everything.
-        L"exit", L"exit-forgotten",
+        L"exit", L"exit-forgotten", L"exit-suspended",
         // A client library's static objects unsubscribe, wait, and close its pools and topics in the loader
         // lock. What needs that lock to begin or to end cannot be waited for.
         L"static-idle", L"static-busy"};

@@ -37,8 +37,8 @@ template <class Type>
 long send(const TopicHandle& topic, const Type& message, Type& reply, unsigned long value,
           void* context) noexcept
 {
-    return withTopic(PLACE(kCommunicationApi, "TopicSendMessage", __LINE__), topic.get(),
-                     [&](MessageTopic& object) { object.sendMessage(message, reply, value, context); });
+    return withCalledTopic(PLACE(kCommunicationApi, "TopicSendMessage", __LINE__), topic.get(),
+                           [&](MessageTopic& object) { object.sendMessage(message, reply, value, context); });
 }
 
 template <class Type>

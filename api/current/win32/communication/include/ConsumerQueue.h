@@ -106,6 +106,14 @@ public:
         return m_released;
     }
 
+    /// The consumer's thread has ended in the middle of an item, which counts as consumed.
+    void abandonItem() noexcept
+    {
+        const WriteLocker locker(m_lock);
+        m_consuming = 0;
+        wakeWhenEmptied();
+    }
+
     /// Whether items are waiting to be consumed.
     [[nodiscard]] bool hasItems() noexcept
     {

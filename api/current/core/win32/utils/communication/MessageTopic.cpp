@@ -1,6 +1,7 @@
 #include "core/win32/utils/communication/include/MessageTopic.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "core/win32/utils/threadpool/include/THPWorkItem.h"
 #include "core/win32/utils/threadpool/include/ThreadWait.h"
@@ -209,6 +210,30 @@ void MessageTopic::stopAndWait(const Deadline& deadline)
     }
 }
 
+/// The consumer at work. A handler may end the thread in the middle of it.
+class MessageTopic::Consuming final : public ThreadScope
+{
+public:
+    Consuming(MessageTopic& topic, void* instance, HANDLE cancelEvent) noexcept
+        : m_topic(topic), m_instance(instance), m_cancelEvent(cancelEvent)
+    {
+    }
+
+private:
+    void abandon() noexcept override { m_topic.abandonConsumer(m_instance, m_cancelEvent); }
+
+    MessageTopic& m_topic;
+    void* m_instance;
+    HANDLE m_cancelEvent;
+};
+
+// A stopped consumer may still be delivering a message.
+bool MessageTopic::isStopping() noexcept
+{
+    return std::any_of(m_instances.begin(), m_instances.end(),
+                       [&](void* instance) { return isRunning(instance); });
+}
+
 void MessageTopic::consumeAll(std::uint32_t timeout)
 {
     const char* place = PLACE(kMessageTopicHeader, "MessageTopic::consumeAll", 879);
@@ -217,10 +242,16 @@ void MessageTopic::consumeAll(std::uint32_t timeout)
     std::uint64_t released = 0;
     {
         const WriteLocker locker(m_workLock);
-        if (!m_beginning && !isWorking())
+        const bool working = m_beginning || isWorking();
+        if (!working && !isStopping())
             return;
+        if (!working && m_queue.hasItems())
+            throw Exception(place, ERROR_CANCELLED);
         released = m_queue.getReleased();
     }
+    std::optional<ThreadWait> waiting;
+    if (ThreadWait::isNeeded(waitLimit(timeout)) && waiting.emplace(m_consumerThread).closesCircle())
+        throw Exception(place, ERROR_POSSIBLE_DEADLOCK);
     requireSuccess(place, m_queue.waitEmptied(waitLimit(timeout), released));
 }
 
@@ -253,14 +284,28 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
         const WriteLocker locker(m_workLock);
         m_consumerThread = GetCurrentThreadId();
     }
-    const long code = boundary::statusOf(
-        [&] { return m_queue.consume(cancelEvent, [&](const Posted& posted) { consumeItem(posted); }); });
+    const long code = boundary::statusOf([&] {
+        const Consuming consuming(*this, instance, cancelEvent);
+        return m_queue.consume(cancelEvent, [&](const Posted& posted) {
+            consumeItem(posted);
+            if (isClosed())
+                raiseCode(ERROR_CANCELLED); // the event may have failed
+        });
+    });
     const bool cancelled = isCancelled(cancelEvent);
     if (endWork(instance, !cancelled))
         delete this;
     if (!cancelled)
         requireSuccess(PLACE(kMessageTopicHeader, "MessageTopic::consumeItem", __LINE__), code);
     return ERROR_CANCELLED;
+}
+
+// A handler has ended the consumer's thread: that ends the delivery and the consumer, like an exception.
+void MessageTopic::abandonConsumer(void* instance, HANDLE cancelEvent) noexcept
+{
+    m_queue.abandonItem();
+    if (endWork(instance, !isCancelled(cancelEvent)))
+        delete this;
 }
 
 // Returns whether the topic must be destroyed; if not, the calling thread must not touch it any more. If a
@@ -286,10 +331,10 @@ bool MessageTopic::endWork(void* instance, bool restart) noexcept
     return m_orphaned && m_instances.empty();
 }
 
-void MessageTopic::close() noexcept
+long MessageTopic::close() noexcept
 {
     if (isProcessEnding())
-        return;
+        return ERROR_SUCCESS;
     {
         const WriteLocker locker(m_workLock);
         m_closed = true;
@@ -297,31 +342,39 @@ void MessageTopic::close() noexcept
         m_queue.releaseWaiters();
     }
     const Deadline deadline(waitLimit(INFINITE));
-    while (waitForConsumer(deadline)) {
+    const Deadline telling(ThreadPool::kTelling);
+    long code = ERROR_SUCCESS;
+    while (waitForConsumer(deadline, telling, code)) {
     }
+    return code;
 }
 
-// Returns whether there is still something to wait for.
-bool MessageTopic::waitForConsumer(const Deadline& deadline) noexcept
+// Returns whether there is still something to wait for. `code` receives why a consumer could not be told to
+// stop.
+bool MessageTopic::waitForConsumer(const Deadline& deadline, const Deadline& telling, long& code) noexcept
 {
     constexpr DWORD kLook = 1000; // milliseconds between checks whom the consumer is waiting for
     void* instance = nullptr;
     DWORD thread = 0;
     {
         const WriteLocker locker(m_workLock);
+        code = ERROR_SUCCESS;
         dropEnded();
         if (m_instances.empty())
             return false;
-        for (void* running : m_instances)
-            cancelConsumer(running);
+        for (void* running : m_instances) {
+            if (const long failure = cancelConsumer(running); failure != ERROR_SUCCESS)
+                code = failure;
+        }
         instance = m_instances.front();
         thread = m_consumerThread;
     }
     const ThreadWait waiting(thread);
-    if (deadline.getLeft() == 0 || (thread != 0 && waiting.closesCircle()))
+    if (deadline.getLeft() == 0 || (code != ERROR_SUCCESS && telling.getLeft() == 0) ||
+        (thread != 0 && waiting.closesCircle()))
         return false;
-    const long code = waitForInstance(instance, std::min(deadline.getLeft(), kLook));
-    if (code != ERROR_SUCCESS && code != ERROR_CANCELLED && code != WAIT_TIMEOUT)
+    const long waited = waitForInstance(instance, std::min(deadline.getLeft(), kLook));
+    if (waited != ERROR_SUCCESS && waited != ERROR_CANCELLED && waited != WAIT_TIMEOUT)
         SwitchToThread(); // a wait that fails says nothing about the consumer
     return true;
 }
@@ -330,7 +383,8 @@ void MessageTopic::dismiss() noexcept
 {
     if (isProcessEnding())
         return;
-    close();
+    if (!isClosed()) // otherwise it has waited already
+        close();
     {
         const WriteLocker locker(m_workLock);
         dropEnded();

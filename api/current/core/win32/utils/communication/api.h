@@ -5,8 +5,9 @@
 //
 // Status functions return a Win32 code. Besides their own codes: 8 when memory runs out, 6 for a topic handle
 // that is not open, 1115 at the end of the process, when the other threads are gone and there is nothing to
-// wait for. A failing call queues and delivers nothing, unless stated otherwise. A thread that holds the
-// loader lock, in the start or the end of a module, waits at most 5 seconds.
+// wait for. A failing call queues and delivers nothing, unless stated otherwise. In a thread that holds the
+// loader lock, in the start or the end of a module, each call waits at most 5 seconds in all; a handler that
+// is still running then goes on, even if the module that its code belongs to is unloaded next.
 //
 // Sent messages are delivered on the sender's thread, on several threads at once if several send. Posted
 // messages are copied, queued and delivered one at a time, in the order of posting, by the topic's consumer:
@@ -14,7 +15,8 @@
 // begins with the first post and then waits for more until it is stopped.
 //
 // From inside its own operations a handler may subscribe, unsubscribe, send, post, stop the consumer and
-// close the topic; no lock of the topic is held meanwhile.
+// close the topic; no lock of the topic is held meanwhile. A handler that ends its thread (ExitThread) ends
+// the delivery: a sent message reaches no further subscribers, and queued messages get a new consumer.
 
 #include <windows.h>
 
@@ -27,7 +29,10 @@
 /// Closing the last handle closes the topic, even while calls are in progress. Messages still queued are
 /// dropped, and the call waits until the consumer has ended, so no posted message is delivered afterwards. It
 /// does not wait for a consumer whose handler makes the call, or whose handler itself waits for the calling
-/// thread because two handlers close each other's topic; then the topic ends with the delivery.
+/// thread, in a close or without a limit; then the topic ends with the delivery.
+///
+/// If the system refuses to signal the consumer's event, the call tries again for 5 seconds. Then it returns
+/// 0 with the system's code as the last error: the topic is closed, but a delivery may still be running.
 SYSMAINT_API int CloseMessageTopic(void* topic);
 
 /// Owner of one topic handle.
@@ -57,9 +62,10 @@ SYSMAINT_API long TopicSubscribe(const TopicHandle& topic, MessageFilter& filter
 /// From inside a delivery of the topic the call does not wait for deliveries: those that other threads have
 /// begun with the subscriber may then still be running.
 ///
-/// Codes: 1168 it is not subscribed, and the consumer continues; 258 the time is over and it is still
-/// subscribed: if it was the consumer that did not end, only the stop request remains, otherwise messages
-/// delivered meanwhile have skipped the subscriber; the pool's.
+/// Codes: 1168 it is not subscribed, and the consumer continues; 258 the time is over, or 1131 the call has no
+/// limit and a delivery waits for the calling thread in the same way, and it is still subscribed: if it was
+/// the consumer that did not end, only the stop request remains, otherwise messages delivered meanwhile have
+/// skipped the subscriber; the pool's.
 SYSMAINT_API long TopicUnsubscribe(const TopicHandle& topic, IMessageHandler& handler, unsigned long timeout);
 SYSMAINT_API long TopicUnsubscribe(const TopicHandle& topic, MessageFilter& filter, unsigned long timeout);
 
@@ -103,9 +109,13 @@ SYSMAINT_API long TopicPostMessage(const TopicHandle& topic, const HashMessageW&
 SYSMAINT_API long TopicPostMessage(const TopicHandle& topic, const HashMessageW& message,
                                    unsigned long value);
 
-/// Waits until every queued message has been delivered, for at most `timeout` milliseconds. Returns 0 at once
-/// when there is no consumer. Codes: 258 the time is over; 1223 the consumer was stopped; 1131 called from
-/// inside a posted delivery of the topic, for which it would wait forever; the pool's.
+/// Waits until every queued message has been delivered, for at most `timeout` milliseconds. Codes: 258 the
+/// time is over; 1223 the consumer was stopped, and messages are left; 1131 called from inside a posted
+/// delivery of the topic, or without a limit while the delivery in progress waits for the calling thread in
+/// the same way; the pool's.
+///
+/// Returns 0 at once when no consumer is running or about to: nothing has been posted, or a stopped consumer
+/// has ended. What that one has left is delivered after the next post.
 SYSMAINT_API long TopicConsumeAll(const TopicHandle& topic, unsigned long timeout);
 /// Stops the consumer after the delivery in progress, without waiting for it. Queued messages stay queued;
 /// the next post restarts the consumer, and they are delivered first. Codes: the pool's.

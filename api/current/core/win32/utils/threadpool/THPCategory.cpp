@@ -1,9 +1,14 @@
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/threadpool/include/ThreadWait.h"
+
+namespace {
+constexpr DWORD kLook = 1000; // milliseconds between checks of what no event reports
+}
 
 THPCategory::THPCategory(const THPIdentifier& key, const THPCategoryOptions& options)
     : m_key(key), m_options(options), m_events(makeShared<EventCache>())
@@ -23,6 +28,7 @@ long THPCategory::queueWork(const SharedPtr<THPCategory>& self, const ItemPtr& i
         if (m_closed)
             return ERROR_INVALID_ADDRESS;
         if (!m_waiting.empty()) {
+            m_waiting.back()->stopBeforeItem(m_suspended);
             const long code = m_waiting.back()->handOver(item);
             if (code == ERROR_SUCCESS) {
                 item->setRunning();
@@ -123,6 +129,8 @@ void THPCategory::threadStarted(THPThread& thread, Win32Handle handle) noexcept
 {
     const WriteLocker locker(m_lock);
     thread.setStarted(std::move(handle));
+    if (m_closed)
+        thread.end(); // it could not be told before
 }
 
 void THPCategory::complete(const ItemPtr& item, THPWorkItem::State state, long status) noexcept
@@ -146,8 +154,7 @@ bool THPCategory::workDone(THPThread& thread, const ItemPtr& item, long status) 
     const WriteLocker locker(m_lock);
     const bool cancelled = thread.takeCancel() || item->isCancelRequested();
     complete(item, cancelled ? THPWorkItem::State::Cancelled : THPWorkItem::State::Finished, status);
-    if (!m_suspended)
-        thread.resume(); // it was to be suspended for this item, which ended first
+    thread.stopBeforeItem(m_suspended); // it may have been suspended, or resumed, for this item alone
     if (!m_closed && !m_queue.empty()) {
         m_queue.front()->setRunning();
         thread.setItem(m_queue.front());
@@ -187,35 +194,69 @@ void THPCategory::threadLost(const SharedPtr<THPCategory>& self, THPThread& thre
     startForQueue(self);
 }
 
+// A thread that may be inside the loader is suspended as soon as it is out of it. Meanwhile nothing is locked
+// that it may need there.
 long THPCategory::suspend(const THPWorkKey& key) noexcept
 {
-    const WriteLocker locker(m_lock);
+    const WriteLocker one(m_suspendLock);
+    const Deadline deadline(processend::kLoaderLockWait);
+    bool already = false;
+    for (bool first = true;; first = false) {
+        {
+            const WriteLocker locker(m_lock);
+            if (first)
+                already = std::exchange(m_suspended, m_suspended || !key.work);
+            const bool resumed = !key.work && !m_suspended; // by another thread, after this call
+            const long code = m_closed  ? ERROR_INVALID_ADDRESS
+                              : resumed ? ERROR_SUCCESS
+                                        : suspendThreads(key, key.work.has_value() || already);
+            if (code != ERROR_BUSY || deadline.getLeft() == 0) {
+                const bool failed =
+                    code != ERROR_SUCCESS && code != ERROR_NOT_FOUND && code != ERROR_INVALID_STATE;
+                endSuspending(failed, failed && !key.work && !already);
+                return code;
+            }
+        }
+        Sleep(1);
+    }
+}
+
+// `already`: what is suspended was so before the call.
+long THPCategory::suspendThreads(const THPWorkKey& key, bool already) noexcept
+{
     long result = ERROR_SUCCESS;
     bool found = !key.work;
-    bool suspended = false;
-    bool alreadySuspended = !key.work && m_suspended;
+    bool suspended = !already;
     for (const ThreadPtr& thread : m_threads) {
         const ItemPtr item = thread->getItem();
         if (key.work && !(item && item->matches(key)))
             continue;
         found = true;
-        const long code = thread->suspend();
-        if (code == ERROR_INVALID_STATE)
-            alreadySuspended = true;
-        else if (code != ERROR_SUCCESS)
-            result = code;
-        else
+        const long code = thread->isJustSuspended() ? ERROR_SUCCESS : thread->suspend();
+        if (code == ERROR_SUCCESS) {
+            thread->setJustSuspended(true);
             suspended = true;
+        } else if (code != ERROR_INVALID_STATE) {
+            result = code;
+        }
     }
     if (!found)
         return ERROR_NOT_FOUND;
-    if (result != ERROR_SUCCESS)
-        return result;
-    if (!suspended && alreadySuspended && (key.work || m_suspended))
-        return ERROR_INVALID_STATE;
-    if (!key.work)
-        m_suspended = true;
-    return ERROR_SUCCESS;
+    return result == ERROR_SUCCESS && !suspended ? static_cast<long>(ERROR_INVALID_STATE) : result;
+}
+
+// If the call has failed, what it has suspended goes on, and in a category that was not suspended before also
+// what has been queued meanwhile.
+void THPCategory::endSuspending(bool failed, bool opens) noexcept
+{
+    m_suspended = m_suspended && !opens;
+    for (const ThreadPtr& thread : m_threads) {
+        if (failed && thread->isJustSuspended())
+            thread->resume();
+        else if (opens && !thread->isBusy())
+            thread->stopBeforeItem(false);
+        thread->setJustSuspended(false);
+    }
 }
 
 long THPCategory::resume(const THPWorkKey& key) noexcept
@@ -241,8 +282,7 @@ long THPCategory::resume(const THPWorkKey& key) noexcept
 // The thread's item has been taken back: the thread gets the next one or waits.
 void THPCategory::giveNext(THPThread& thread) noexcept
 {
-    if (!m_suspended)
-        thread.resume();
+    thread.stopBeforeItem(m_suspended);
     if (m_closed)
         return;
     if (!m_queue.empty() && thread.handOver(m_queue.front()) == ERROR_SUCCESS) {
@@ -253,15 +293,19 @@ void THPCategory::giveNext(THPThread& thread) noexcept
     }
 }
 
-// Work that has not begun is taken back: its thread may not get to it while the calling one waits.
-long THPCategory::cancelRunning(THPThread& thread, const ItemPtr& item, bool& takenBack) noexcept
+// Takes back what the thread was given, if it has not begun: it may be suspended, or not get to it while the
+// calling thread waits.
+bool THPCategory::takeBack(THPThread& thread, const ItemPtr& item) noexcept
 {
-    takenBack = thread.takeBack();
-    if (takenBack) {
-        complete(item, THPWorkItem::State::Cancelled, ERROR_CANCELLED);
-        giveNext(thread);
-        return ERROR_SUCCESS;
-    }
+    if (!thread.takeBack())
+        return false;
+    complete(item, THPWorkItem::State::Cancelled, ERROR_CANCELLED);
+    giveNext(thread);
+    return true;
+}
+
+long THPCategory::cancelRunning(THPThread& thread, const ItemPtr& item) noexcept
+{
     const long code = item->isCancelRequested() ? ERROR_SUCCESS : thread.cancel();
     if (code != ERROR_SUCCESS)
         return code;
@@ -291,13 +335,14 @@ long THPCategory::cancel(const THPWorkKey& key, IThreadPool::OperationType opera
         });
         for (const ThreadPtr& thread : m_threads) {
             const ItemPtr item = thread->getItem();
-            if (operation == Operation::DropQueued || !item || !item->matches(key))
+            if (!item || !item->matches(key))
                 continue;
-            bool takenBack = false;
-            if (const long code = cancelRunning(*thread, item, takenBack); code != ERROR_SUCCESS)
-                result = code;
-            else if (takenBack)
+            if (takeBack(*thread, item))
                 ended.push_back(item);
+            else if (operation == Operation::DropQueued)
+                continue;
+            else if (const long code = cancelRunning(*thread, item); code != ERROR_SUCCESS)
+                result = code;
             else if (!thread->isCurrent())
                 running.push_back(item);
         }
@@ -325,7 +370,21 @@ long THPCategory::waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE e
         if (done == nullptr)
             return lastError();
     }
-    return waitForEvent(done, timeout, extraHandle);
+    std::optional<ThreadWait> waiting;
+    if (extraHandle == nullptr && ThreadWait::isNeeded(timeout) &&
+        waiting.emplace(item.getThread()).closesCircle())
+        return ERROR_POSSIBLE_DEADLOCK;
+    const Deadline deadline(timeout);
+    for (;;) {
+        const long code = waitForEvent(done, std::min(deadline.getLeft(), kLook), extraHandle);
+        if (code != WAIT_TIMEOUT)
+            return code;
+        const ReadLocker locker(m_lock);
+        if (item.isComplete()) // its event could not be signalled
+            return ERROR_SUCCESS;
+        if (deadline.getLeft() == 0)
+            return WAIT_TIMEOUT;
+    }
 }
 
 long THPCategory::wait(const THPWorkKey& key, std::uint32_t timeout, HANDLE extraHandle)
@@ -406,18 +465,20 @@ void THPCategory::close() noexcept
     {
         const WriteLocker locker(m_lock);
         m_closed = true;
-        m_suspended = false;
         m_waiting.clear();
         for (const ThreadPtr& thread : m_threads) {
             if (const ItemPtr item = thread->getItem(); item) {
                 item->requestCancel();
                 thread->cancel();
             }
-            thread->end();
         }
     }
+    // What is suspended before it begins must not begin, so this comes before the threads are resumed.
     for (ItemPtr item = dropOne(); item; item = dropOne())
         item->releaseArguments();
+    const WriteLocker locker(m_lock);
+    m_suspended = false;
+    tellToEnd();
 }
 
 // Ends and returns one item of the closed category that has not begun; empty when there is none.
@@ -439,19 +500,34 @@ THPCategory::ItemPtr THPCategory::dropOne() noexcept
     return item;
 }
 
-void THPCategory::waitForRunning(const Deadline& deadline) noexcept
+long THPCategory::waitForRunning(const Deadline& deadline, const Deadline& telling) noexcept
 {
-    while (waitForOne(deadline)) {
+    while (waitForOne(deadline, telling)) {
     }
+    const WriteLocker locker(m_lock);
+    return tellToEnd();
+}
+
+// Tells the threads that do not know it yet. Returns 0, or the code for one that could not be told.
+long THPCategory::tellToEnd() noexcept
+{
+    long result = ERROR_SUCCESS;
+    for (const ThreadPtr& thread : m_threads) {
+        if (thread->isStarted() && !thread->isTold() && !thread->end())
+            result = lastError();
+    }
+    return result;
 }
 
 // Returns whether there was something to wait for.
-bool THPCategory::waitForOne(const Deadline& deadline) noexcept
+bool THPCategory::waitForOne(const Deadline& deadline, const Deadline& telling) noexcept
 {
-    constexpr DWORD kLook = 1000; // milliseconds between checks whether the thread still exists
     const WriteLocker locker(m_lock);
+    tellToEnd();
     for (const ThreadPtr& thread : m_threads) {
         if (!thread->isBusy() || thread->isGone() || deadline.getLeft() == 0)
+            continue;
+        if (!thread->isTold() && telling.getLeft() == 0)
             continue;
         const ThreadWait waiting(thread->getId());
         if (waiting.closesCircle())

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "core/win32/utils/objectmanager/include/KeptLibrary.h"
-#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+#include "core/win32/utils/objectmanager/include/ThreadScope.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 #include "core/win32/utils/threadpool/include/ThreadContext.h"
 
@@ -15,24 +15,17 @@ struct THPThread::Worker
     ItemPtr item{}; // the running one
 };
 
-/// Reports a worker that ends in the middle of its work.
-struct THPThread::ExitNotice
+/// The worker's loop. Work may end the thread in the middle of it.
+class THPThread::Running final : public ThreadScope
 {
-    ExitNotice() noexcept : m_index(FlsAlloc(&THPThread::onThreadExit)) {}
-    ExitNotice(const ExitNotice&) = delete;
-    ExitNotice& operator=(const ExitNotice&) = delete;
-    ~ExitNotice()
-    {
-        if (!isProcessEnding())
-            FlsFree(m_index);
-    }
-    void set(Worker* worker) const noexcept { FlsSetValue(m_index, worker); }
-    static const ExitNotice notice;
+public:
+    explicit Running(Worker* worker) noexcept : m_worker(worker) {}
 
 private:
-    DWORD m_index;
+    void abandon() noexcept override { THPThread::abandon(m_worker); }
+
+    Worker* m_worker;
 };
-const THPThread::ExitNotice THPThread::ExitNotice::notice;
 
 long THPThread::createEvents() noexcept
 {
@@ -133,12 +126,20 @@ bool THPThread::takeBack() noexcept
     return true;
 }
 
+// Under the lock the thread is either not to be suspended, or has not begun: then the item can be taken back.
 bool THPThread::beginItem(ItemPtr& item) noexcept
 {
-    const WriteLocker locker(m_lock);
-    item = m_item;
-    m_begun = static_cast<bool>(item);
-    return m_begun;
+    for (;;) {
+        m_mark.gate.waitUntilResumed();
+        const WriteLocker locker(m_lock);
+        if (isSuspended())
+            continue;
+        item = m_item;
+        m_begun = static_cast<bool>(item);
+        if (m_begun)
+            item->setThread(GetCurrentThreadId());
+        return m_begun;
+    }
 }
 
 THPThread::ItemPtr THPThread::getItem() noexcept
@@ -155,11 +156,12 @@ bool THPThread::isBusy() noexcept
 
 long THPThread::suspend() noexcept
 {
-    return isSuspended() ? static_cast<long>(ERROR_INVALID_STATE) : m_mark.gate.suspend(m_thread.get());
+    return isSuspended() ? static_cast<long>(ERROR_INVALID_STATE) : m_mark.gate.suspend(m_thread.get(), m_id);
 }
 
 long THPThread::resume() noexcept
 {
+    m_neverResumed = false;
     if (m_heldBySystem) {
         if (ResumeThread(m_thread.get()) == static_cast<DWORD>(-1))
             return lastError();
@@ -171,6 +173,13 @@ long THPThread::resume() noexcept
 long THPThread::cancel() noexcept
 {
     return SetEvent(m_cancel.get()) ? ERROR_SUCCESS : lastError();
+}
+
+bool THPThread::end() noexcept
+{
+    resume();
+    m_told = (!isBusy() || signalEvent(m_cancel.get())) && signalEvent(m_terminate.get());
+    return m_told;
 }
 
 bool THPThread::takeCancel() noexcept
@@ -187,9 +196,11 @@ DWORD WINAPI THPThread::entry(void* parameter)
         return ERROR_INVALID_PARAMETER;
     const HMODULE library = KeptLibrary::reference();
     auto* worker = static_cast<Worker*>(parameter);
-    ExitNotice::notice.set(worker);
-    const long code = worker->thread->loop(*worker);
-    ExitNotice::notice.set(nullptr);
+    long code = ERROR_SUCCESS;
+    {
+        const Running running(worker);
+        code = worker->thread->loop(*worker);
+    }
     finish(worker);
     KeptLibrary::exitThread(library, static_cast<DWORD>(code));
 }
@@ -202,11 +213,8 @@ void THPThread::finish(Worker* worker) noexcept
 
 // The work has ended its thread. The thread's reference to the library cannot be released here, inside the
 // library's code, so the library stays loaded.
-void WINAPI THPThread::onThreadExit(void* parameter) noexcept
+void THPThread::abandon(Worker* worker) noexcept
 {
-    if (isProcessEnding())
-        return;
-    auto* worker = static_cast<Worker*>(parameter);
     WorkerMark& mark = worker->thread->m_mark;
     if (mark.depth++ == 0)
         mark.gate.enter(); // and never leaves again
@@ -228,7 +236,8 @@ long THPThread::loop(Worker& worker) noexcept
     THPCategory& owner = *worker.owner;
     bool hasWork = true;
     for (;;) {
-        const bool ending = WaitForSingleObject(m_terminate.get(), 0) == WAIT_OBJECT_0;
+        const bool ending = WaitForSingleObject(m_terminate.get(), 0) == WAIT_OBJECT_0 ||
+                            (!hasWork && owner.isClosed()); // the event may have failed
         if (!hasWork && !ending) {
             const long code = waitForWork();
             if (code == ERROR_CANCELLED)

@@ -83,6 +83,7 @@ void THPWorkItem::complete(State state, long status) noexcept
 {
     m_state = state;
     m_status = status;
+    m_thread = 0;
     if (m_done.isValid())
         signalEvent(m_done.get());
 }

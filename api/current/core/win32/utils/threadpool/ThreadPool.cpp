@@ -13,10 +13,11 @@ void DismissPool::operator()(ThreadPool* pool) const noexcept
 
 ThreadPool::~ThreadPool()
 {
-    close();
+    if (!isClosed()) // otherwise it has waited already
+        close();
 }
 
-void ThreadPool::close() noexcept
+long ThreadPool::close() noexcept
 {
     {
         const WriteLocker locker(m_lock);
@@ -25,8 +26,13 @@ void ThreadPool::close() noexcept
     for (const auto& [key, category] : m_categories)
         category->close();
     const Deadline deadline(waitLimit(INFINITE));
-    for (const auto& [key, category] : m_categories)
-        category->waitForRunning(deadline);
+    const Deadline telling(kTelling);
+    long result = ERROR_SUCCESS;
+    for (const auto& [key, category] : m_categories) {
+        if (const long code = category->waitForRunning(deadline, telling); code != ERROR_SUCCESS)
+            result = code;
+    }
+    return result;
 }
 
 ThreadPool::CategoryPtr ThreadPool::find(const THPWorkKey& key)

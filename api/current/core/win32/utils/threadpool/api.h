@@ -21,8 +21,9 @@
 // thread (ExitThread) ends with 574 and keeps the library loaded for good.
 //
 // At the end of the process, when the other threads are gone, nothing is waited for: the status functions do
-// nothing and return 1115. A thread that holds the loader lock, in the start or the end of a module, waits at
-// most 5 seconds, whatever timeout it passes: work may need that lock to end.
+// nothing and return 1115. In a thread that holds the loader lock, in the start or the end of a module, each
+// call waits at most 5 seconds in all, whatever timeout it passes: work may need that lock to end. Work that
+// is still running then goes on, even if the module that its code belongs to is unloaded next: end it before.
 
 #include <windows.h>
 
@@ -41,7 +42,11 @@ SYSMAINT_API void* THPOpenThreadPool(const wchar_t* name);
 /// pool, even while calls are in progress: all its work is cancelled, suspended work is resumed, the threads
 /// end, and the call waits indefinitely until no work is running, so work must watch its cancel event. Two
 /// kinds of work are not waited for: the work that makes the call, and work that itself waits for the calling
-/// thread because two pools close each other.
+/// thread, in a close or without a limit.
+///
+/// If the system refuses to signal the event of running work or of a thread, the call tries again for 5
+/// seconds. Then it returns 0 with the system's code as the last error: the pool is closed, but that work may
+/// still be running, and the thread that could not be told may stay.
 SYSMAINT_API int THPCloseThreadpool(void* pool);
 
 /// Creates a category. Codes: 183 it exists. The options are checked only when a thread is created.
@@ -72,12 +77,19 @@ SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long
 // ---- Suspending and resuming. Threads are suspended in the caller's work, never inside the library. A
 // thread that is inside, even in a call made by its own work, stops when it leaves, or when the library calls
 // a handler of the caller's. A suspended thread holds no lock of the library or of a heap, but keeps the
-// caller's and the system's, so resume it before you wait for anything that it may hold. In a suspended
-// category, work queued later also stops before it begins. Cancelling work and closing the pool resume it; a
-// wait for suspended work lasts until somebody resumes it.
+// caller's and the system's, so resume it before you wait for anything that it may hold. Of the system's it
+// never holds the loader's and the one of the process, which the end of the process needs: a thread that may
+// hold one of them is suspended as soon as it does not, and the call waits for that.
 //
-// Codes: 1168 no thread runs such work, even if it is queued; 5023 for suspending what is already suspended.
-// Resuming what is not suspended has no effect.
+// A suspended category begins no work: what is queued into it later, or follows when other work ends or is
+// cancelled, also stops before it begins. Resuming work by its key lets that work alone go on. Cancelling
+// work resumes it if it has begun, and closing the pool does too; a wait for suspended work lasts until
+// somebody resumes it.
+//
+// Codes: 1168 no thread runs such work, even if it is queued; 5023 for suspending what is already suspended;
+// 170 a thread could not be suspended for 5 seconds, because it, or another thread that others wait for, is
+// loading or unloading a module. If suspending fails, what the call has suspended is resumed. Resuming what
+// is not suspended has no effect.
 
 SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category);
 SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category);
@@ -89,10 +101,11 @@ SYSMAINT_API long THPResumeWork(void* pool, const wchar_t* category, const wchar
 SYSMAINT_API long THPResumeWork(void* pool, unsigned long category, unsigned long work);
 
 // ---- Cancelling. Queued work is removed and ends as cancelled; the operation decides what happens to
-// running work (IThreadPool::OperationType). Work that was given to a thread but has not begun does not
-// begin. A call that matches no work succeeds. Work that cancels itself and waits does not wait for itself.
-// If one thread cannot be signalled, the others still are, and the code reports it. Codes: 87 an unknown
-// operation, or a null instance.
+// running work (IThreadPool::OperationType). Work that was given to a thread but has not begun, suspended or
+// not, counts as queued and does not begin. A call that matches no work succeeds. Work that cancels itself
+// and waits does not wait for itself. If one thread cannot be signalled, the others still are, and the code
+// reports it. Codes: 87 an unknown operation, or a null instance; 1131 the work is cancelled, but is not
+// waited for, because it waits for the calling work.
 
 /// All work of the pool, with CancelAndReturn.
 SYSMAINT_API long THPCancelWork(void* pool);
@@ -112,7 +125,10 @@ SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned lon
 // calling work itself is never waited for.
 //
 // Returns 0 when all of it has finished; 1223 when some of it ended cancelled, or when `extraHandle` ended
-// the wait; 258 when the time is over; 87 for a null instance. THPGetWorkResult tells how finished work
+// the wait; 258 when the time is over; 87 for a null instance; 1131 when work or a handler waits, without a
+// limit and an `extraHandle`, for work that in the same way waits for the calling thread, directly or through
+// others, or that closes what the calling thread runs. Work that waits for other work which is queued behind
+// it, in a category without a free thread, is not detected and waits forever. THPGetWorkResult tells how finished work
 // ended. For named work that has already ended: 1223 if its latest run was cancelled and is among the last 64
 // of its category that did not end with 0; otherwise 0.
 

@@ -79,8 +79,9 @@ public:
 
     /// Ends the topic with its last handle, while calls may still be in progress: posting is refused, and
     /// what is queued is dropped. Stops the consumer and waits for it, unless it is the calling thread or
-    /// waits for that; at most 5 seconds in the loader lock.
-    void close() noexcept;
+    /// waits for that; at most 5 seconds in the loader lock. Returns 0, or the system's code if the consumer
+    /// could not be told to stop for 5 seconds: then it may still be running.
+    long close() noexcept;
     /// Destroys the topic when its last reference goes. If the consumer is still running, the consumer
     /// destroys it at its end.
     void dismiss() noexcept;
@@ -92,6 +93,8 @@ private:
     static constexpr unsigned long kConsumerCategory = 0;
     static constexpr unsigned long kConsumerWork = 0;
 
+    class Consuming;
+
     ~MessageTopic() override = default;
 
     SubscriberSet<IMessageHandler>& setOf(IMessageHandler&) noexcept { return m_handlers; }
@@ -99,6 +102,11 @@ private:
 
     void post(const Posted& posted);
     void consumeItem(const Posted& posted);
+    [[nodiscard]] bool isClosed() noexcept
+    {
+        const ReadLocker locker(m_workLock);
+        return m_closed;
+    }
     [[nodiscard]] bool isConsumer() const noexcept { return m_consumerThread == GetCurrentThreadId(); }
     [[nodiscard]] bool isDelivering() noexcept
     {
@@ -107,6 +115,7 @@ private:
     // These are called with the work lock held.
     void requireOpen() const;
     [[nodiscard]] bool isWorking();
+    [[nodiscard]] bool isStopping() noexcept;
     void stopConsumer();
     [[nodiscard]] bool isRunning(void* instance) noexcept;
     // These return the pool's code.
@@ -119,7 +128,8 @@ private:
     void beginWork();
     void beginOrGiveUp();
     void stopAndWait(const Deadline& deadline);
-    bool waitForConsumer(const Deadline& deadline) noexcept;
+    bool waitForConsumer(const Deadline& deadline, const Deadline& telling, long& code) noexcept;
+    void abandonConsumer(void* instance, HANDLE cancelEvent) noexcept;
     bool endWork(void* instance, bool restart) noexcept;
 
     HeapStringW m_name;
@@ -164,12 +174,13 @@ extern ObjectTable<MessageTopicPtr> messageTopics;
 }
 
 /// Closes one opening of a topic; the last one closes the topic. Does nothing at the end of the process.
-/// Returns 0 for a handle that is not open.
+/// Returns 0 for a handle that is not open, and with the last error set if the consumer could not be told to
+/// stop.
 inline int closeTopic(void* topic) noexcept
 {
     if (isProcessEnding())
         return 1;
-    return messageTopics().close(topic, [](MessageTopic& object) { object.close(); });
+    return closeTelling(messageTopics(), topic, [](MessageTopic& object) { return object.close(); });
 }
 
 /// Runs a status operation on the topic behind `handle`, which is held meanwhile. `operation` takes the topic
@@ -181,4 +192,30 @@ long withTopic(const char* place, void* handle, Operation&& operation) noexcept
     if (isProcessEnding())
         return ERROR_SHUTDOWN_IN_PROGRESS;
     return boundary::statusFrame(place, messageTopics(), handle, std::forward<Operation>(operation));
+}
+
+/// The same for an operation that calls handlers: if one ends the thread, the topic is released all the same.
+template <class Operation>
+long withCalledTopic(const char* place, void* handle, Operation&& operation) noexcept
+{
+    class Held final : public ThreadScope
+    {
+    public:
+        explicit Held(MessageTopicPtr& topic) noexcept : m_topic(topic) {}
+
+    private:
+        void abandon() noexcept override { m_topic = MessageTopicPtr(); }
+
+        MessageTopicPtr& m_topic;
+    };
+
+    if (isProcessEnding())
+        return ERROR_SHUTDOWN_IN_PROGRESS;
+    return boundary::statusFrame([&]() -> long {
+        MessageTopicPtr topic;
+        requireSuccess(place, messageTopics().get(handle, topic));
+        const Held held(topic);
+        operation(*topic);
+        return ERROR_SUCCESS;
+    });
 }

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <set>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/ThreadScope.h"
+#include "core/win32/utils/threadpool/include/ThreadWait.h"
 
 /// The subscribers of one kind, in the order of their addresses.
 ///
@@ -31,22 +34,26 @@ public:
     }
 
     /// Removes a subscriber. With `wait` it then waits until no other thread is calling it, for at most the
-    /// rest of the timeout. Returns 0; 1168 when it is not there; 258, with the subscriber back in the set,
-    /// but skipped by what was delivered meanwhile.
+    /// rest of the timeout. Returns 0; 1168 when it is not there; 258, or 1131 when the thread that calls it
+    /// waits for this one, with the subscriber back in the set, but skipped by what was delivered meanwhile.
     long remove(Subscriber& subscriber, bool wait, const Deadline& deadline) noexcept
     {
         const WriteLocker locker(m_lock);
         auto node = m_subscribers.extract(&subscriber);
         if (node.empty())
             return ERROR_NOT_FOUND;
-        while (wait && isBeingCalled(subscriber)) {
-            if (!m_lock.waitWrite(m_returned, deadline.getLeft()) && deadline.getLeft() == 0 &&
-                isBeingCalled(subscriber)) {
-                m_subscribers.insert(std::move(node));
-                return WAIT_TIMEOUT;
-            }
+        long code = ERROR_SUCCESS;
+        for (DWORD caller = 0; wait && code == ERROR_SUCCESS && (caller = callerOf(subscriber)) != 0;) {
+            std::optional<ThreadWait> waiting;
+            if (deadline.isEndless() && waiting.emplace(caller).closesCircle())
+                code = ERROR_POSSIBLE_DEADLOCK;
+            else if (!m_lock.waitWrite(m_returned, deadline.getLeft()) && deadline.getLeft() == 0 &&
+                     callerOf(subscriber) != 0)
+                code = WAIT_TIMEOUT;
         }
-        return ERROR_SUCCESS;
+        if (code != ERROR_SUCCESS)
+            m_subscribers.insert(std::move(node));
+        return code;
     }
 
     /// Calls `call` with each subscriber in turn. One that is added or removed meanwhile is called or not
@@ -74,7 +81,7 @@ public:
 
 private:
     /// One delivery in progress, on the stack of its thread and in the set's list.
-    class Delivery
+    class Delivery final : public ThreadScope
     {
     public:
         explicit Delivery(SubscriberSet& set) noexcept : m_set(set)
@@ -85,16 +92,7 @@ private:
                 m_next->m_previous = this;
             set.m_deliveries = this;
         }
-        Delivery(const Delivery&) = delete;
-        Delivery& operator=(const Delivery&) = delete;
-        ~Delivery()
-        {
-            const WriteLocker locker(m_set.m_lock);
-            (m_previous != nullptr ? m_previous->m_next : m_set.m_deliveries) = m_next;
-            if (m_next != nullptr)
-                m_next->m_previous = m_previous;
-            WakeAllConditionVariable(&m_set.m_returned);
-        }
+        ~Delivery() override { end(); }
 
         Subscriber* next() noexcept
         {
@@ -108,6 +106,16 @@ private:
 
     private:
         friend SubscriberSet;
+        void abandon() noexcept override { end(); }
+        void end() noexcept
+        {
+            const WriteLocker locker(m_set.m_lock);
+            (m_previous != nullptr ? m_previous->m_next : m_set.m_deliveries) = m_next;
+            if (m_next != nullptr)
+                m_next->m_previous = m_previous;
+            WakeAllConditionVariable(&m_set.m_returned);
+        }
+
         SubscriberSet& m_set;
         const DWORD m_thread = GetCurrentThreadId();
         Subscriber* m_called = nullptr; // the last subscriber called, or the one being called
@@ -115,14 +123,14 @@ private:
         Delivery* m_next = nullptr;
     };
 
-    // Called by another thread than the calling one.
-    [[nodiscard]] bool isBeingCalled(const Subscriber& subscriber) const noexcept
+    // A thread other than the calling one that is calling the subscriber, or 0.
+    [[nodiscard]] DWORD callerOf(const Subscriber& subscriber) const noexcept
     {
         for (const Delivery* delivery = m_deliveries; delivery != nullptr; delivery = delivery->m_next) {
             if (delivery->m_called == &subscriber && delivery->m_thread != GetCurrentThreadId())
-                return true;
+                return delivery->m_thread;
         }
-        return false;
+        return 0;
     }
 
     ReadWriteLock m_lock;

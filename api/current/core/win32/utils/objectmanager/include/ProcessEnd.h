@@ -20,6 +20,38 @@ inline const auto processBlock = systemFunction<const std::byte*(NTAPI*)()>("Rtl
 
 /// The longest wait, in milliseconds, of a thread that holds the loader lock.
 inline constexpr DWORD kLoaderLockWait = 5000;
+
+/// Where the process's environment block has its two locks. The system takes both to end the process.
+inline constexpr std::size_t kProcessLock = 0x38;
+inline constexpr std::size_t kLoaderLock = 0x110;
+
+inline const volatile CRITICAL_SECTION* lockAt(std::size_t offset) noexcept
+{
+    if (processBlock == nullptr)
+        return nullptr;
+    return *reinterpret_cast<const volatile CRITICAL_SECTION* const*>(processBlock() + offset);
+}
+
+inline DWORD ownerOf(const volatile CRITICAL_SECTION& lock) noexcept
+{
+    return static_cast<DWORD>(reinterpret_cast<std::size_t>(lock.OwningThread));
+}
+
+/// Whether `thread`, which is not running, may hold the lock or wait for it. Some systems give a lock that is
+/// released to a thread that waits, even if that is suspended.
+inline bool mayUse(const volatile CRITICAL_SECTION* lock, DWORD thread) noexcept
+{
+    constexpr LONG kFree = -1;
+    constexpr LONG kHeld = -2; // and nobody waits; older systems count how often it is held
+    if (lock == nullptr)
+        return false;
+    const LONG count = lock->LockCount;
+    if (count == kFree)
+        return false;
+    const DWORD owner = ownerOf(*lock);
+    const bool hasWaiters = count != kHeld && count != lock->RecursionCount - 1;
+    return owner == 0 || owner == thread || hasWaiters || count != lock->LockCount;
+}
 } // namespace processend
 
 /// Whether the process is ending and its other threads are gone. They may have left any lock behind and will
@@ -30,15 +62,20 @@ inline bool isProcessEnding() noexcept
     return processend::queryShutdown != nullptr && processend::queryShutdown() != 0;
 }
 
-/// Whether the calling thread holds the loader lock: it runs the start or the end of a module, so threads can
-/// neither begin nor end, and a thread that loads something waits for this one.
-inline bool holdsLoaderLock() noexcept
+/// Whether a thread, the calling one by default, holds the loader lock: it runs the start or the end of a
+/// module, so threads can neither begin nor end, and a thread that loads something waits for this one.
+inline bool holdsLoaderLock(DWORD thread = GetCurrentThreadId()) noexcept
 {
-    constexpr std::size_t kLoaderLock = 0x110; // in the process's environment block
-    if (processend::processBlock == nullptr)
-        return false;
-    const auto* lock = *reinterpret_cast<CRITICAL_SECTION* const*>(processend::processBlock() + kLoaderLock);
-    return lock != nullptr && reinterpret_cast<std::size_t>(lock->OwningThread) == GetCurrentThreadId();
+    const auto* lock = processend::lockAt(processend::kLoaderLock);
+    return lock != nullptr && thread != 0 && processend::ownerOf(*lock) == thread;
+}
+
+/// Whether a thread that has been suspended may keep the process from ending: it may hold the loader's lock
+/// or the process's, or wait for one of them.
+inline bool mayBlockProcessEnd(DWORD thread) noexcept
+{
+    return processend::mayUse(processend::lockAt(processend::kLoaderLock), thread) ||
+           processend::mayUse(processend::lockAt(processend::kProcessLock), thread);
 }
 
 /// How long the calling thread may wait for other threads if it asks for `timeout` milliseconds: at most 5

@@ -44,6 +44,8 @@ public:
         return passed < m_timeout ? m_timeout - static_cast<DWORD>(passed) : 0;
     }
 
+    [[nodiscard]] bool isEndless() const noexcept { return m_timeout == INFINITE; }
+
 private:
     DWORD m_timeout;
     ULONGLONG m_begun;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <new>
 
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
 /// Decides when a worker thread may be suspended: only while it runs the caller's work, never inside the
@@ -28,16 +29,25 @@ public:
     void leave() noexcept
     {
         for (Place place = Place::Inside; !m_place.compare_exchange_strong(place, Place::Outside);
-             place = Place::Inside) {
-            AcquireSRWLockExclusive(&m_lock);
-            while (m_place.load() == Place::Stopping)
-                SleepConditionVariableSRW(&m_resumed, &m_lock, INFINITE, 0);
-            ReleaseSRWLockExclusive(&m_lock);
-        }
+             place = Place::Inside)
+            waitUntilResumed();
     }
 
-    /// Makes the thread stop before its first work. Call it before the thread runs.
-    void startSuspended() noexcept { m_place = Place::Stopping; }
+    /// The worker stays inside, and waits here while it is to be suspended.
+    void waitUntilResumed() noexcept
+    {
+        AcquireSRWLockExclusive(&m_lock);
+        while (m_place.load() == Place::Stopping)
+            SleepConditionVariableSRW(&m_resumed, &m_lock, INFINITE, 0);
+        ReleaseSRWLockExclusive(&m_lock);
+    }
+
+    /// Suspends a thread that is inside: it stops before it goes out. One that is outside is left alone.
+    void stopInside() noexcept
+    {
+        Place place = Place::Inside;
+        m_place.compare_exchange_strong(place, Place::Stopping);
+    }
 
     [[nodiscard]] bool isSuspended() const noexcept
     {
@@ -45,19 +55,24 @@ public:
         return place == Place::Suspended || place == Place::Stopping;
     }
 
-    /// Suspends the thread now or before its next work; a suspended thread stays suspended. Returns 0, 8, or
-    /// the system's code.
-    long suspend(HANDLE thread) noexcept
+    /// Suspends the thread now or before its next work; a suspended thread stays suspended. Returns 0; 170
+    /// while the thread may hold a lock that the end of the process needs; 8, or the system's code.
+    long suspend(HANDLE thread, DWORD id) noexcept
     {
         for (;;) {
             Place place = m_place.load();
             if (place == Place::Suspended || place == Place::Stopping)
                 return ERROR_SUCCESS;
             if (place == Place::Inside) {
-                if (m_place.compare_exchange_strong(place, Place::Stopping))
+                if (!m_place.compare_exchange_strong(place, Place::Stopping))
+                    continue;
+                if (!holdsLoaderLock(id)) // a thread that calls from the start of a module does
                     return ERROR_SUCCESS;
-            } else if (m_place.compare_exchange_strong(place, Place::Suspended)) {
-                const long code = suspendOutsideHeaps(thread);
+                resume(thread);
+                return ERROR_BUSY;
+            }
+            if (m_place.compare_exchange_strong(place, Place::Suspended)) {
+                const long code = suspendOutsideLocks(thread, id);
                 if (code != ERROR_SUCCESS)
                     m_place = Place::Outside;
                 return code;
@@ -142,9 +157,10 @@ private:
     };
 
     // A thread suspended while holding a heap's lock would stop every other thread, including the one that is
-    // to resume it. So it is suspended while we hold these locks. The system suspends a thread some time
-    // after the call; getting its context waits for that moment.
-    static long suspendOutsideHeaps(HANDLE thread) noexcept
+    // to resume it. So it is suspended while we hold these locks. The loader's lock must not be taken, since
+    // whoever holds it may wait for us: a thread that may be using it goes on. The system suspends a thread
+    // some time after the call; getting its context waits for that moment.
+    static long suspendOutsideLocks(HANDLE thread, DWORD id) noexcept
     {
         const HeapLocks locks;
         if (!locks.areHeld())
@@ -154,6 +170,8 @@ private:
         CONTEXT context{};
         context.ContextFlags = CONTEXT_CONTROL;
         GetThreadContext(thread, &context);
+        if (mayBlockProcessEnd(id) && ResumeThread(thread) != static_cast<DWORD>(-1))
+            return ERROR_BUSY;
         return ERROR_SUCCESS;
     }
 

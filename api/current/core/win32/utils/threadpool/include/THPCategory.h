@@ -44,8 +44,9 @@ public:
     /// Cancels all work and tells the threads to end. Nothing can be queued any more.
     void close() noexcept;
     /// Waits until the closed category runs no more work. Excepted are the calling thread's own work, work
-    /// whose thread waits for the calling one, and work whose thread the system has ended.
-    void waitForRunning(const Deadline& deadline) noexcept;
+    /// whose thread waits for the calling one, and work whose thread the system has ended. Threads that could
+    /// not be told to end are told again until `telling` is over. Returns 0, or why some still do not know.
+    long waitForRunning(const Deadline& deadline, const Deadline& telling) noexcept;
 
     /// For THPThread::start: from now on the thread can be suspended and resumed.
     void threadStarted(THPThread& thread, Win32Handle handle) noexcept;
@@ -66,14 +67,18 @@ private:
     void removeThread(THPThread& thread) noexcept;
     void complete(const ItemPtr& item, THPWorkItem::State state, long status) noexcept;
     void giveNext(THPThread& thread) noexcept;
-    long cancelRunning(THPThread& thread, const ItemPtr& item, bool& takenBack) noexcept;
+    bool takeBack(THPThread& thread, const ItemPtr& item) noexcept;
+    static long cancelRunning(THPThread& thread, const ItemPtr& item) noexcept;
+    long suspendThreads(const THPWorkKey& key, bool already) noexcept;
+    void endSuspending(bool failed, bool opens) noexcept;
     [[nodiscard]] bool hasWork(const THPWorkKey& key) noexcept;
     [[nodiscard]] const THPWorkItem* findOutcome(const THPWorkKey& key) const noexcept;
     // These are called without it.
     void startFailed(THPThread& thread, const ItemPtr& item, long code) noexcept;
     void startForQueue(const SharedPtr<THPCategory>& self) noexcept;
     ItemPtr dropOne() noexcept;
-    bool waitForOne(const Deadline& deadline) noexcept;
+    bool waitForOne(const Deadline& deadline, const Deadline& telling) noexcept;
+    long tellToEnd() noexcept;
     long waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE extraHandle) noexcept;
 
     static constexpr std::size_t kOutcomesKept = 64;
@@ -81,12 +86,13 @@ private:
     const THPIdentifier m_key;
     const THPCategoryOptions m_options;
     const SharedPtr<EventCache> m_events;
+    ReadWriteLock m_suspendLock; // one suspends at a time; acquired before the other lock
     ReadWriteLock m_lock;
     std::vector<ThreadPtr> m_threads;  // in a closed category all stay, except those that fail to start
     std::vector<THPThread*> m_waiting; // has room for every thread
     std::deque<ItemPtr> m_queue;
     std::vector<ItemPtr> m_outcomes; // the last work that did not end with 0, for late queries
     CONDITION_VARIABLE m_itemEnded = CONDITION_VARIABLE_INIT;
-    bool m_suspended = false; // new threads stop before their first work
+    bool m_suspended = false; // no thread begins an item unless it is resumed for it
     bool m_closed = false;
 };

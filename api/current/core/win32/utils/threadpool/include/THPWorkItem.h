@@ -89,6 +89,9 @@ public:
     [[nodiscard]] bool isSameWork(const THPWorkItem& other) const noexcept { return m_work == other.m_work; }
 
     void setRunning() noexcept { m_state = State::Running; }
+    void setThread(DWORD thread) noexcept { m_thread = thread; }
+    /// The thread that has begun it; 0 before that and after its end.
+    [[nodiscard]] const std::atomic<DWORD>& getThread() const noexcept { return m_thread; }
     void requestCancel() noexcept { m_cancelRequested = true; }
     [[nodiscard]] bool isCancelRequested() const noexcept { return m_cancelRequested; }
     /// Releases the arguments, whose destructors may be the caller's code: never under a lock, and not while
@@ -117,6 +120,7 @@ private:
     void* m_instance;
     SharedPtr<EventCache> m_events;
     State m_state = State::Queued;
+    std::atomic<DWORD> m_thread{0};
     bool m_cancelRequested = false;
     bool m_superseded = false;
     long m_status = ERROR_SUCCESS;

@@ -22,8 +22,10 @@ public:
 
     /// Cancels all work, ends the threads, and waits until no work is running. It does not wait for work
     /// whose thread is the calling one or waits for it, and waits at most 5 seconds in the loader lock. From
-    /// now on nothing can be queued.
-    void close() noexcept;
+    /// now on nothing can be queued. Returns 0, or the system's code if a thread could not be told to end for
+    /// 5 seconds: then its work may still be running.
+    long close() noexcept;
+    static constexpr DWORD kTelling = 5000; // milliseconds
 
     void createCategory(const THPWorkKey& key, const THPCategoryOptions& options) override;
     long queueWork(const THPWorkKey& key, const THPWorkCall& call, const HashMessageW& arguments,
@@ -67,6 +69,19 @@ using ThreadPoolPtr = SharedPtr<ThreadPool, DismissPool>;
 /// The table of all thread pools.
 extern ObjectTable<ThreadPoolPtr> threadPools;
 
+/// Closes one opening of an object. `closeObject` is called for the last one and returns a code: if it is not
+/// 0, this returns 0 with the code as the last error.
+template <class Table, class Close>
+int closeTelling(Table& table, void* handle, Close&& closeObject) noexcept
+{
+    long code = ERROR_SUCCESS;
+    const int closed = table.close(handle, [&](auto& object) { code = closeObject(object); });
+    if (code == ERROR_SUCCESS)
+        return closed;
+    SetLastError(static_cast<DWORD>(code));
+    return 0;
+}
+
 /// Opens the pool with that name, or creates it. Returns its handle, or the invalid handle with the last
 /// error 87 (null name) or 8; `place` is the place text for both.
 [[nodiscard]] inline void* createPool(const char* place, const wchar_t* name) noexcept
@@ -76,12 +91,12 @@ extern ObjectTable<ThreadPoolPtr> threadPools;
 }
 
 /// Closes one opening of a pool; the last one closes the pool. Does nothing at the end of the process.
-/// Returns 0 for a handle that is not open.
+/// Returns 0 for a handle that is not open, and with the last error set if work could not be told to end.
 inline int closePool(void* pool) noexcept
 {
     if (isProcessEnding())
         return 1;
-    return threadPools().close(pool, [](ThreadPool& object) { object.close(); });
+    return closeTelling(threadPools(), pool, [](ThreadPool& object) { return object.close(); });
 }
 
 /// Runs a status operation on the pool behind `handle`, which is held meanwhile. `operation` takes the pool

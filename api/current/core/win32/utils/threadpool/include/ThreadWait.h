@@ -2,23 +2,19 @@
 
 #include <windows.h>
 
-#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include <atomic>
 
-/// Records, while it exists, that the calling thread waits for another one because it closes what that one
-/// runs. When threads close each other's objects, the one that would close the circle finds out and does not
-/// wait.
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "core/win32/utils/objectmanager/include/ThreadScope.h"
+
+/// Records, while it exists, that the calling thread waits for what another one runs, and will not give up by
+/// itself. When threads wait for each other, the one that would close the circle finds out and does not wait.
 class ThreadWait
 {
 public:
-    explicit ThreadWait(DWORD thread) noexcept : m_awaited(thread)
-    {
-        const WriteLocker locker(s_lock);
-        m_next = s_waits;
-        s_waits = this;
-        m_closesCircle = reaches(thread, m_waiting);
-        if (m_closesCircle)
-            m_awaited = 0; // it does not wait, so nobody else has to give way
-    }
+    explicit ThreadWait(DWORD thread) noexcept : m_thread(thread), m_awaited(&m_thread) { enter(); }
+    /// `thread` changes with what is awaited: 0 while no thread runs it. It must outlive the wait.
+    explicit ThreadWait(const std::atomic<DWORD>& thread) noexcept : m_awaited(&thread) { enter(); }
     ThreadWait(const ThreadWait&) = delete;
     ThreadWait& operator=(const ThreadWait&) = delete;
     ~ThreadWait()
@@ -32,18 +28,35 @@ public:
         }
     }
 
+    /// Whether a wait of the calling thread must be recorded: nobody waits for a thread that runs neither work
+    /// nor a handler, and a wait with a limit ends by itself.
+    [[nodiscard]] static bool isNeeded(DWORD timeout) noexcept
+    {
+        return timeout == INFINITE && ThreadScope::isInOne();
+    }
+
     /// Whether the awaited thread is the calling one, or waits for it directly or through others.
     [[nodiscard]] bool closesCircle() const noexcept { return m_closesCircle; }
 
 private:
+    void enter() noexcept
+    {
+        const WriteLocker locker(s_lock);
+        m_closesCircle = reaches(*m_awaited, m_waiting);
+        if (m_closesCircle)
+            return; // it does not wait, so nobody else has to give way
+        m_next = s_waits;
+        s_waits = this;
+    }
+
     // A thread waits for only one other at a time, so the chain has no branches and no circle.
     static bool reaches(DWORD thread, DWORD goal) noexcept
     {
         while (thread != 0 && thread != goal) {
             DWORD awaited = 0;
-            for (const ThreadWait* wait = s_waits->m_next; wait != nullptr; wait = wait->m_next) {
-                if (wait->m_waiting == thread && wait->m_awaited != 0)
-                    awaited = wait->m_awaited;
+            for (const ThreadWait* wait = s_waits; wait != nullptr; wait = wait->m_next) {
+                if (wait->m_waiting == thread)
+                    awaited = *wait->m_awaited;
             }
             thread = awaited;
         }
@@ -54,7 +67,8 @@ private:
     static inline ThreadWait* s_waits = nullptr;
 
     const DWORD m_waiting = GetCurrentThreadId();
-    DWORD m_awaited;
+    const std::atomic<DWORD> m_thread{0};
+    const std::atomic<DWORD>* m_awaited;
     bool m_closesCircle = false;
     ThreadWait* m_next = nullptr;
 };
