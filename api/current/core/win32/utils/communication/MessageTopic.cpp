@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "core/win32/utils/threadpool/include/THPWorkItem.h"
-#include "core/win32/utils/threadpool/include/ThreadWait.h"
+#include "core/win32/utils/threadpool/include/WaitingThread.h"
 
 using primitives::placedStep;
 
@@ -249,8 +249,8 @@ void MessageTopic::consumeAll(std::uint32_t timeout)
             throw Exception(place, ERROR_CANCELLED);
         released = m_queue.getReleased();
     }
-    std::optional<ThreadWait> waiting;
-    if (ThreadWait::isNeeded(waitLimit(timeout)) && waiting.emplace(m_consumerThread).closesCircle())
+    std::optional<WaitingThread> waiting;
+    if (WaitingThread::isNeeded(waitLimit(timeout)) && waiting.emplace(m_consumerThread).closesCircle())
         throw Exception(place, ERROR_POSSIBLE_DEADLOCK);
     requireSuccess(place, m_queue.waitEmptied(waitLimit(timeout), released));
 }
@@ -369,7 +369,7 @@ bool MessageTopic::waitForConsumer(const Deadline& deadline, const Deadline& tel
         instance = m_instances.front();
         thread = m_consumerThread;
     }
-    const ThreadWait waiting(thread);
+    const WaitingThread waiting(thread);
     if (deadline.getLeft() == 0 || (code != ERROR_SUCCESS && telling.getLeft() == 0) ||
         (thread != 0 && waiting.closesCircle()))
         return false;

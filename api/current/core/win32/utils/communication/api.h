@@ -62,10 +62,10 @@ SYSMAINT_API long TopicSubscribe(const TopicHandle& topic, MessageFilter& filter
 /// From inside a delivery of the topic the call does not wait for deliveries: those that other threads have
 /// begun with the subscriber may then still be running.
 ///
-/// Codes: 1168 it is not subscribed, and the consumer continues; 258 the time is over, or 1131 the call has no
-/// limit and a delivery waits for the calling thread in the same way, and it is still subscribed: if it was
-/// the consumer that did not end, only the stop request remains, otherwise messages delivered meanwhile have
-/// skipped the subscriber; the pool's.
+/// Codes: 1168 it is not subscribed, and the consumer continues; 258 the time is over, or 1131 the call has
+/// no limit and a delivery waits for the calling thread in the same way, and it is still subscribed: if it
+/// was the consumer that did not end, only the stop request remains, otherwise messages delivered meanwhile
+/// have skipped the subscriber; the pool's.
 SYSMAINT_API long TopicUnsubscribe(const TopicHandle& topic, IMessageHandler& handler, unsigned long timeout);
 SYSMAINT_API long TopicUnsubscribe(const TopicHandle& topic, MessageFilter& filter, unsigned long timeout);
 

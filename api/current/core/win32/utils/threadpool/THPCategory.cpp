@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
-#include "core/win32/utils/threadpool/include/ThreadWait.h"
+#include "core/win32/utils/threadpool/include/WaitingThread.h"
 
 namespace {
 constexpr DWORD kLook = 1000; // milliseconds between checks of what no event reports
@@ -370,8 +370,8 @@ long THPCategory::waitForItem(THPWorkItem& item, std::uint32_t timeout, HANDLE e
         if (done == nullptr)
             return lastError();
     }
-    std::optional<ThreadWait> waiting;
-    if (extraHandle == nullptr && ThreadWait::isNeeded(timeout) &&
+    std::optional<WaitingThread> waiting;
+    if (extraHandle == nullptr && WaitingThread::isNeeded(timeout) &&
         waiting.emplace(item.getThread()).closesCircle())
         return ERROR_POSSIBLE_DEADLOCK;
     const Deadline deadline(timeout);
@@ -529,7 +529,7 @@ bool THPCategory::waitForOne(const Deadline& deadline, const Deadline& telling) 
             continue;
         if (!thread->isTold() && telling.getLeft() == 0)
             continue;
-        const ThreadWait waiting(thread->getId());
+        const WaitingThread waiting(thread->getId());
         if (waiting.closesCircle())
             continue;
         m_lock.waitWrite(m_itemEnded, std::min(deadline.getLeft(), kLook));

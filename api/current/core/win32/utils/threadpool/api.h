@@ -128,9 +128,9 @@ SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned lon
 // the wait; 258 when the time is over; 87 for a null instance; 1131 when work or a handler waits, without a
 // limit and an `extraHandle`, for work that in the same way waits for the calling thread, directly or through
 // others, or that closes what the calling thread runs. Work that waits for other work which is queued behind
-// it, in a category without a free thread, is not detected and waits forever. THPGetWorkResult tells how finished work
-// ended. For named work that has already ended: 1223 if its latest run was cancelled and is among the last 64
-// of its category that did not end with 0; otherwise 0.
+// it, in a category without a free thread, is not detected and waits forever. THPGetWorkResult tells how
+// finished work ended. For named work that has already ended: 1223 if its latest run was cancelled and is
+// among the last 64 of its category that did not end with 0; otherwise 0.
 
 SYSMAINT_API long THPWait(void* pool, const wchar_t* category, unsigned long timeout, void* extraHandle);
 SYSMAINT_API long THPWait(void* pool, unsigned long category, unsigned long timeout, void* extraHandle);

@@ -6,7 +6,7 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/ThreadScope.h"
-#include "core/win32/utils/threadpool/include/ThreadWait.h"
+#include "core/win32/utils/threadpool/include/WaitingThread.h"
 
 /// The subscribers of one kind, in the order of their addresses.
 ///
@@ -44,7 +44,7 @@ public:
             return ERROR_NOT_FOUND;
         long code = ERROR_SUCCESS;
         for (DWORD caller = 0; wait && code == ERROR_SUCCESS && (caller = callerOf(subscriber)) != 0;) {
-            std::optional<ThreadWait> waiting;
+            std::optional<WaitingThread> waiting;
             if (deadline.isEndless() && waiting.emplace(caller).closesCircle())
                 code = ERROR_POSSIBLE_DEADLOCK;
             else if (!m_lock.waitWrite(m_returned, deadline.getLeft()) && deadline.getLeft() == 0 &&

@@ -9,18 +9,18 @@
 
 /// Records, while it exists, that the calling thread waits for what another one runs, and will not give up by
 /// itself. When threads wait for each other, the one that would close the circle finds out and does not wait.
-class ThreadWait
+class WaitingThread
 {
 public:
-    explicit ThreadWait(DWORD thread) noexcept : m_thread(thread), m_awaited(&m_thread) { enter(); }
+    explicit WaitingThread(DWORD thread) noexcept : m_thread(thread), m_awaited(&m_thread) { enter(); }
     /// `thread` changes with what is awaited: 0 while no thread runs it. It must outlive the wait.
-    explicit ThreadWait(const std::atomic<DWORD>& thread) noexcept : m_awaited(&thread) { enter(); }
-    ThreadWait(const ThreadWait&) = delete;
-    ThreadWait& operator=(const ThreadWait&) = delete;
-    ~ThreadWait()
+    explicit WaitingThread(const std::atomic<DWORD>& thread) noexcept : m_awaited(&thread) { enter(); }
+    WaitingThread(const WaitingThread&) = delete;
+    WaitingThread& operator=(const WaitingThread&) = delete;
+    ~WaitingThread()
     {
         const WriteLocker locker(s_lock);
-        for (ThreadWait** at = &s_waits; *at != nullptr; at = &(*at)->m_next) {
+        for (WaitingThread** at = &s_waits; *at != nullptr; at = &(*at)->m_next) {
             if (*at == this) {
                 *at = m_next;
                 return;
@@ -28,8 +28,8 @@ public:
         }
     }
 
-    /// Whether a wait of the calling thread must be recorded: nobody waits for a thread that runs neither work
-    /// nor a handler, and a wait with a limit ends by itself.
+    /// Whether a wait of the calling thread must be recorded: nobody waits for a thread that runs neither
+    /// work nor a handler, and a wait with a limit ends by itself.
     [[nodiscard]] static bool isNeeded(DWORD timeout) noexcept
     {
         return timeout == INFINITE && ThreadScope::isInOne();
@@ -54,7 +54,7 @@ private:
     {
         while (thread != 0 && thread != goal) {
             DWORD awaited = 0;
-            for (const ThreadWait* wait = s_waits; wait != nullptr; wait = wait->m_next) {
+            for (const WaitingThread* wait = s_waits; wait != nullptr; wait = wait->m_next) {
                 if (wait->m_waiting == thread)
                     awaited = *wait->m_awaited;
             }
@@ -64,11 +64,11 @@ private:
     }
 
     static inline ReadWriteLock s_lock;
-    static inline ThreadWait* s_waits = nullptr;
+    static inline WaitingThread* s_waits = nullptr;
 
     const DWORD m_waiting = GetCurrentThreadId();
     const std::atomic<DWORD> m_thread{0};
     const std::atomic<DWORD>* m_awaited;
     bool m_closesCircle = false;
-    ThreadWait* m_next = nullptr;
+    WaitingThread* m_next = nullptr;
 };
