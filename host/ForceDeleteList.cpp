@@ -73,7 +73,7 @@ ForceDeleteList readForceDeleteList()
     ListLines lines(Text(text.data(), text.size()));
     for (ListLine line; lines.next(line);) {
         const std::wstring_view whole(line.text.data, line.text.length);
-        list.lines.push_back({std::wstring(whole), std::wstring(fileOf(whole))});
+        list.lines.push_back({std::wstring(whole), std::wstring(line.isWhole ? fileOf(whole) : L"")});
         list.wrongLines += list.lines.back().file.empty() ? 1 : 0;
     }
     return list;

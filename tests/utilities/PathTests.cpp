@@ -47,6 +47,12 @@ std::wstring isProtected(const wchar_t* path)
 {
     return std::to_wstring(flagOf([&](int* f) { return PathIsProtected(path, f); }));
 }
+std::wstring volumeOf(const wchar_t* root)
+{
+    wchar_t name[MAX_PATH] = L"";
+    GetVolumeNameForVolumeMountPointW(root, name, MAX_PATH);
+    return name;
+}
 std::wstring valid(const std::wstring& name)
 {
     return std::to_wstring(flagOf([&](int* f) { return PathIsValidFileName(name.c_str(), f); }));
@@ -149,6 +155,14 @@ TEST(Paths, DoWhatTheyPromise)
         {isProtected(L"\\\\server\\c$\\Users"), L"1"},
         {isProtected(L"\\\\?\\UNC\\server\\ADMIN$\\system32"), L"1"},
         {isProtected(L"\\\\server\\share\\users"), L"0"},
+        {isProtected(L"\\\\server\\c$. \\Users"), L"1"},
+        {isProtected(L"Q:\\... "), L"1"}, // Win32 takes it for the root
+        {isProtected(L"C:\\:$I30:$INDEX_ALLOCATION"), L"1"},
+        {isProtected(L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x"), L"1"},
+        {isProtected((volumeOf(L"C:\\") + L"windows").c_str()), L"1"},
+        {isProtected((volumeOf(L"C:\\") + L"windows2").c_str()), L"0"},
+        {isProtected(L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x"), L"1"}, // mounted nowhere
+        {isProtected(L"C:\\Program Files\\Common Files"), L"1"},
         {valid(L"a b.txt") + valid(L"a.") + valid(L"a ") + valid(L"COM1.txt") + valid(L"a\x1f") + valid(L"") +
              valid(L"..") + valid(L"a:b") + valid(std::wstring(255, L'x')) + valid(std::wstring(256, L'x')),
          L"1000000010"},

@@ -177,6 +177,7 @@ TEST(Registry, TreesAndTexts)
         EXPECT_EQ(import(head + L"\"first\"=\"x\"\r\n" + wrong), wrong[3] == L'X' ? 161 : 13) << utf8(wrong);
     EXPECT_EQ(exists(L"i"), 0) << "nothing is written before all is read";
     EXPECT_EQ(import(L"REGEDIT4\r\n"), 13);
+    EXPECT_EQ(import(head + L"\"symbolicLinkValue\"=hex(6):5c,00"), 13) << "a key that would pass for a link";
     EXPECT_EQ(import(head + L"; note\r\n@=\"x\"\r\n\"b\"=hex(2):61,00,\\\r\n  62,00"), 0);
     EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryReadString(kUser, key(L"i").c_str(), L"b", 0, 0, r); }),
               L"ab");
@@ -210,6 +211,7 @@ TEST(Registry, LinksAndPaths)
         L"code 681");
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"source").c_str(), kUser, key(L"tree").c_str(), 0), 681);
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"source").c_str(), 0), 183);
+    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, (link + L"\\inner").c_str(), L"v", 0), 681);
     EXPECT_EQ(import(L"Windows Registry Editor Version 5.00\r\n[HKEY_CURRENT_USER\\" + link +
                      L"\\inner]\r\n\"v\"=\"y\""),
               681);

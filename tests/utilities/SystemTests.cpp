@@ -88,15 +88,20 @@ TEST(Services, EndToEnd)
     EXPECT_EQ(ServiceStart(kName, 120, nullptr), 1460);
     after = SERVICE_STOPPED;
     EXPECT_EQ(ServiceStart(kName, 1000, nullptr), 2) << "its own code";
-    const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-    after = SERVICE_START_PENDING;
+    const HANDLE cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    start.setHook([&](auto...) { return SetEvent(cancel), now = SERVICE_START_PENDING, TRUE; });
     EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    start.reset();
+    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    EXPECT_EQ(start.calls(), 0) << "a cancel that came first";
     EXPECT_EQ(ServiceStart(kName, INFINITE, reinterpret_cast<void*>(0x5554)), 6);
     // The system's call itself takes long: nobody waits for it.
     const HANDLE answers = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     std::atomic<int> answered = 0;
-    start.setHook([&](auto...) { return WaitForSingleObject(answers, 5000), ++answered, TRUE; });
+    start.setHook(
+        [&](auto...) { return SetEvent(cancel), WaitForSingleObject(answers, 5000), ++answered, TRUE; });
     EXPECT_EQ(ServiceStart(kName, 120, nullptr), 1460);
+    ResetEvent(cancel);
     EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
     EXPECT_EQ(answered, 0);
     for (SetEvent(answers); answered < 2;)
@@ -222,9 +227,14 @@ TEST(Processes, RunAndEnd)
     EXPECT_EQ(ProcessRunAndWait(kShell, std::wstring(32767, L'x').c_str(), 0, nullptr, &exitCode), 206);
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, reinterpret_cast<void*>(0x5554), &exitCode),
               6);
-    const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    const HANDLE cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
-    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel, &exitCode), 1223);
+    CountedImport<"CreateProcessW", decltype(&CreateProcessW)> starts(sysmaintModule());
+    starts.setHook([&](auto original, auto... all) { return SetEvent(cancel), original(all...); });
+    for (const long started : {1, 1}) { // the second time the cancel comes first
+        EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel, &exitCode), 1223);
+        EXPECT_EQ(starts.calls(), started);
+    }
     CloseHandle(cancel);
     const unsigned long self = GetCurrentProcessId();
     wchar_t path[1024];

@@ -68,8 +68,10 @@ std::vector<unsigned char> rightsOf(HANDLE file)
     constexpr SECURITY_DESCRIPTOR_CONTROL kRequested = SE_DACL_AUTO_INHERIT_REQ;
     SECURITY_DESCRIPTOR_CONTROL control = 0;
     DWORD revision = 0;
-    if (GetSecurityDescriptorControl(descriptor.data(), &control, &revision) && (control & kInherited) != 0)
-        SetSecurityDescriptorControl(descriptor.data(), kRequested, kRequested);
+    if (!GetSecurityDescriptorControl(descriptor.data(), &control, &revision) ||
+        ((control & kInherited) != 0 &&
+         !SetSecurityDescriptorControl(descriptor.data(), kRequested, kRequested)))
+        raiseLastError();
     return descriptor;
 }
 

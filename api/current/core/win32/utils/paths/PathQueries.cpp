@@ -102,12 +102,11 @@ bool isProfileFolder(const std::wstring& place, const std::wstring& profiles)
 }
 
 /// A name without what Win32, file systems and servers pass over: dots and blanks at the end, and streams
-/// ("name::$INDEX_ALLOCATION" is the folder itself).
+/// ("name::$INDEX_ALLOCATION" is the folder itself). Empty for a name that has nothing else.
 std::wstring plainName(std::wstring_view name)
 {
-    std::wstring_view plain = name.substr(0, name.find(L':'));
-    plain = plain.substr(0, plain.find_last_not_of(L". ") + 1);
-    return std::wstring(plain.empty() ? name : plain);
+    const std::wstring_view plain = name.substr(0, name.find(L':'));
+    return std::wstring(plain.substr(0, plain.find_last_not_of(L". ") + 1));
 }
 
 /// The folder that a share of an administrator's stands for ("C$", "ADMIN$"); empty for any other.
@@ -116,6 +115,28 @@ std::wstring sharedFolder(const std::wstring& share)
     if (strings::equalsIgnoringCase(share, L"ADMIN$"))
         return systemText([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); });
     return share.size() == 2 && share.back() == L'$' ? share.substr(0, 1) + L":" : std::wstring();
+}
+
+/// A path by a volume's own name ("\\?\Volume{...}\x"), by the name of a drive or folder where it is mounted;
+/// empty when there is none. Any other path as it stands, but for devices and further names of the object
+/// manager: empty.
+std::wstring mountedSpelling(const std::wstring& path)
+{
+    constexpr std::wstring_view kLiteral = LR"(\\?\)";
+    constexpr std::wstring_view kVolume = LR"(\\?\Volume{)";
+    const std::wstring_view below = std::wstring_view(path).substr(std::min(kLiteral.size(), path.size()));
+    if (!strings::startsWith(path, kLiteral, false) || strings::startsWith(below, LR"(UNC\)", true) ||
+        (below.size() > 1 && below[1] == L':'))
+        return path;
+    const std::size_t end = path.find(L'\\', kLiteral.size());
+    if (!strings::startsWith(path, kVolume, true) || end == std::wstring::npos)
+        return {};
+    wchar_t mounts[MAX_PATH * 2] = {};
+    DWORD length = 0;
+    if (!GetVolumePathNamesForVolumeNameW(path.substr(0, end + 1).c_str(), mounts,
+                                          static_cast<DWORD>(std::size(mounts)), &length))
+        return {};
+    return mounts + path.substr(mounts[0] != L'\0' ? end + 1 : path.size());
 }
 
 /// The same path in the spelling that the folders of the system are known by. Of another server's shares it
@@ -135,7 +156,9 @@ std::wstring otherSpelling(std::wstring_view path)
         return std::wstring(path);
     std::transform(names.begin() + static_cast<std::ptrdiff_t>(roots), names.end(),
                    names.begin() + static_cast<std::ptrdiff_t>(roots), plainName);
-    std::wstring result = isShare ? sharedFolder(names[1]) : names.front();
+    names.erase(std::remove(names.begin() + static_cast<std::ptrdiff_t>(roots), names.end(), L""),
+                names.end());
+    std::wstring result = isShare ? sharedFolder(plainName(names[1])) : names.front();
     if (result.empty())
         result = LR"(\\)" + names[0] + L"\\" + names[1];
     else if (result.size() != 2 && !isShare)
@@ -162,7 +185,8 @@ bool isProtectedPlace(const std::wstring& path)
         return true;
     for (const std::wstring& folder :
          {windows, profiles, machineText(kProfiles, L"ProgramData"),
-          machineText(kVersion, L"ProgramFilesDir"), machineText(kVersion, L"ProgramFilesDir (x86)")})
+          machineText(kVersion, L"ProgramFilesDir"), machineText(kVersion, L"ProgramFilesDir (x86)"),
+          machineText(kVersion, L"CommonFilesDir"), machineText(kVersion, L"CommonFilesDir (x86)")})
         if (!folder.empty() && paths::isInside(resolved(folder), place))
             return true;
     return !profiles.empty() && isProfileFolder(place, resolved(profiles));
@@ -206,6 +230,8 @@ std::wstring readLinkTarget(const wchar_t* path)
 
 bool paths::isProtected(std::wstring_view path)
 {
-    const std::wstring normal = normalize(path);
+    const std::wstring normal = mountedSpelling(normalize(path));
+    if (normal.empty()) // nobody can tell what it leads to
+        return true;
     return isProtectedPlace(normal) || isProtectedPlace(otherSpelling(normal));
 }

@@ -116,8 +116,9 @@ SYSMAINT_API long PathReadLinkTarget(const wchar_t* path, wchar_t** target);
 /// its contents; the folders of programs, of their data and of the profiles, and any folder that contains one
 /// of them; a user's profile, and AppData, Local, LocalLow and Roaming in it. Links above the item are
 /// followed; a link itself may be deleted. Other spellings of the same folder count as well: streams
-/// ("C:\Windows::$INDEX_ALLOCATION"), closing dots and blanks, the administrators' shares ("\\server\C$", of
-/// any server).
+/// ("C:\Windows::$INDEX_ALLOCATION"), closing dots and blanks, volumes by their own names, the
+/// administrators' shares ("\\server\C$", of any server). Names of devices, and volumes that are mounted
+/// nowhere, are always protected: what they lead to cannot be told.
 ///
 /// @return 0, 87, 8, 123, or the system's code
 SYSMAINT_API long PathIsProtected(const wchar_t* path, int* isProtected);

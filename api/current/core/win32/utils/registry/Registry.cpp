@@ -338,15 +338,13 @@ void deleteTree(HKEY root, const wchar_t* key, unsigned view)
 
 void deleteValue(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
 {
-    HKEY opened = nullptr;
-    LSTATUS status = openKey(root, key, view, KEY_SET_VALUE, 0, &opened);
-    const RegistryKeyHandle handle(opened);
-    if (status == ERROR_SUCCESS && keypath::isStandIn(opened, root))
-        raiseCode(ERROR_NOT_SUPPORTED);
-    if (status == ERROR_SUCCESS)
-        status = RegDeleteValueW(opened, name);
-    if (!keypath::isMissing(status))
-        requireSuccess(status);
+    try {
+        KeyWay way = wayFrom(root, view);
+        requireSuccess(RegDeleteValueW(way.open(key), name));
+    } catch (long code) {
+        if (!keypath::isMissing(code))
+            throw;
+    }
 }
 
 std::vector<TreeKey> readTree(HKEY root, const wchar_t* key, unsigned view)

@@ -135,7 +135,11 @@ public:
             } else {
                 std::wstring name = valueName(text);
                 requireNames({}, name);
-                keys.back().values.push_back({std::move(name), data(text)});
+                registry::Value value = data(text);
+                // It would make the key pass for a link.
+                if (value.type == REG_LINK && strings::equalsIgnoringCase(name, L"SymbolicLinkValue"))
+                    refuse();
+                keys.back().values.push_back({std::move(name), std::move(value)});
             }
         }
         return keys;

@@ -76,7 +76,7 @@ SYSMAINT_API long RegistryValueExists(HKEY root, const wchar_t* key, const wchar
 /// cannot go
 SYSMAINT_API long RegistryDeleteTree(HKEY root, const wchar_t* key, unsigned int view);
 
-/// @return 0 (also when value or key is not there), 87, 8, or the system's code
+/// @return 0 (also when value or key is not there), 87, 8, 681 (a link is on the way), or the system's code
 SYSMAINT_API long RegistryDeleteValueIfPresent(HKEY root, const wchar_t* key, const wchar_t* name,
                                                unsigned int view);
 

@@ -23,12 +23,15 @@ template <std::integral Code>
     raiseCode(lastError());
 }
 
-/// Raises the system's code, 6 for what is no handle, when a cancel event cannot be asked: nobody could stop
-/// what goes on with it. A null event is fine.
+/// Before anything begins that a cancel event may end: raises 1223 when it is signalled already, and the
+/// system's code, 6 for an invalid handle, when it cannot be polled. A null event is fine.
 inline void requireEvent(HANDLE cancelEvent)
 {
-    if (cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED)
+    const DWORD answer = cancelEvent != nullptr ? WaitForSingleObject(cancelEvent, 0) : WAIT_TIMEOUT;
+    if (answer == WAIT_FAILED)
         raiseLastError();
+    if (answer == WAIT_OBJECT_0)
+        raiseCode(ERROR_CANCELLED);
 }
 
 /// Raises `code` as a bare long unless it is 0.
