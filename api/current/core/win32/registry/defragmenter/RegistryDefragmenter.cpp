@@ -14,6 +14,13 @@ constexpr unsigned long kWork = 0;
 
 ObjectTable<SingletonPtr<RegistryDefragmenter>> registryDefragmenters(40);
 
+namespace {
+SingletonPtr<RegistryDefragmenter> makeDefragmenter()
+{
+    return SingletonPtr<RegistryDefragmenter>(new RegistryDefragmenter);
+}
+} // namespace
+
 void* createRegistryDefragmenter(const char* place, const wchar_t* name) noexcept
 {
     static ReadWriteLock creating;
@@ -28,8 +35,7 @@ void* createRegistryDefragmenter(const char* place, const wchar_t* name) noexcep
         if (GetLastError() != ERROR_NOT_FOUND)
             raiseLastError();
         filedName = name;
-        return registryDefragmenters().openOrCreate(
-            name, [] { return SingletonPtr<RegistryDefragmenter>(new RegistryDefragmenter); });
+        return registryDefragmenters().openOrCreate(name, &makeDefragmenter);
     });
 }
 

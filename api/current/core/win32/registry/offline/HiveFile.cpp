@@ -1,6 +1,7 @@
 #include "core/win32/registry/offline/include/HiveFile.h"
 
 #include <algorithm>
+#include <compare>
 #include <new>
 
 #include "core/win32/registry/offline/include/HiveLayout.h"
@@ -148,7 +149,7 @@ std::size_t Hive::lowerBound(KeyId key, const NameView& name) const noexcept
     const std::span<const KeyId> keys = subKeys(key);
     const auto found =
         std::lower_bound(keys.begin(), keys.end(), name, [this](KeyId each, const NameView& sought) {
-            return this->name(each).compare(sought) < 0;
+            return std::is_lt(this->name(each).compare(sought));
         });
     return static_cast<std::size_t>(found - keys.begin());
 }

@@ -1,6 +1,7 @@
 #include "core/win32/registry/offline/include/HiveReader.h"
 
 #include <algorithm>
+#include <compare>
 
 #include "core/win32/registry/offline/include/HiveLayout.h"
 
@@ -333,7 +334,7 @@ void HiveReader::sortSubKeys(KeyId id)
     const Hive::List& list = m_hive.m_keys[id].subKeys;
     const auto begin = m_hive.m_lists.begin() + list.begin;
     const auto isBefore = [this](KeyId left, KeyId right) {
-        return m_hive.name(left).compare(m_hive.name(right)) < 0;
+        return std::is_lt(m_hive.name(left).compare(m_hive.name(right)));
     };
     if (!std::is_sorted(begin, begin + list.count, isBefore))
         std::stable_sort(begin, begin + list.count, isBefore);

@@ -37,7 +37,7 @@ std::uint32_t wideBytes(const NameView& name) noexcept
 
 HiveWriter::HiveWriter(const Hive& hive) : m_hive(hive), m_security(hive.m_security.size())
 {
-    m_bytes.reserve(hive.m_bins.size() + 2 * kPage);
+    m_bytes.reserve(hive.m_bins.size() + std::size_t{2} * kPage);
     m_bytes.resize(kPage);
 }
 

@@ -86,7 +86,7 @@ public:
             const std::wstring path = waiting.back();
             const Names below = keys(path);
             for (const std::wstring& name : below)
-                waiting.push_back(path + L'\\' + name);
+                waiting.push_back(std::wstring(path).append(L"\\").append(name));
             if (!below.empty())
                 continue;
             requireCode(m_library.deleteKey(m_hive, path.c_str()));

@@ -38,7 +38,7 @@ std::wstring writeFree(const std::vector<std::byte>& bytes, NameOf&& nameOf)
 {
     constexpr int kAttempts = 1000;
     for (int attempt = 1;; ++attempt) {
-        const std::wstring name = nameOf(attempt);
+        std::wstring name = nameOf(attempt);
         try {
             writeNew(name.c_str(), bytes);
             return name;

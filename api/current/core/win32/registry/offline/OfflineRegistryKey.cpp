@@ -97,8 +97,8 @@ OfflineRegistryKey::OfflineRegistryKey(const wchar_t* hiveFile, const wchar_t* p
     m_hive = shared(hiveFile, way);
 }
 
-OfflineRegistryKey::OfflineRegistryKey(SharedPtr<SharedHive> hive, std::wstring&& path)
-    : m_hive(std::move(hive)), m_path(std::move(path))
+OfflineRegistryKey::OfflineRegistryKey(const SharedPtr<SharedHive>& hive, std::wstring&& path)
+    : m_hive(hive), m_path(std::move(path))
 {
     requirePath(m_path);
 }
@@ -194,9 +194,9 @@ long OfflineRegistryKey::save(const wchar_t* newFile) const noexcept
     });
 }
 
-OfflineRegistryValue::OfflineRegistryValue(SharedPtr<SharedHive> hive, const std::wstring& key,
+OfflineRegistryValue::OfflineRegistryValue(const SharedPtr<SharedHive>& hive, const std::wstring& key,
                                            const wchar_t* name)
-    : m_hive(std::move(hive)), m_key(key), m_name(name)
+    : m_hive(hive), m_key(key), m_name(name)
 {
     if (m_name.size() > Hive::kLongestValueName)
         raiseCode(offline::kTooDeep);

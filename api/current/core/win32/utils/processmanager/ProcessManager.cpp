@@ -39,7 +39,7 @@ RecordList<ProcessEntry> chosen(const ProcessSnapshot& snapshot, Condition&& con
 /// A path as the system tells it of images: whole, and without short names.
 std::wstring imagePath(const wchar_t* path)
 {
-    const std::wstring whole = paths::normalize(path);
+    std::wstring whole = paths::normalize(path);
     try {
         return paths::toLongForm(whole);
     } catch (long) { // it is not there any more, while its program runs

@@ -11,7 +11,7 @@
 namespace {
 /// Whether the system keeps the link `from` and leads it to `to`. Whoever owns a hive may put links of his
 /// own into it, so both ends count.
-bool isSystemLink(std::wstring_view from, std::wstring to)
+bool isSystemLink(std::wstring_view from, const std::wstring& to)
 {
     constexpr std::wstring_view kSets = LR"(\REGISTRY\MACHINE\SYSTEM\ControlSet)";
     if (strings::equalsIgnoringCase(from, LR"(\REGISTRY\MACHINE\SYSTEM\CurrentControlSet)"))

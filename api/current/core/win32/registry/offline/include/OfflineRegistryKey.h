@@ -18,7 +18,7 @@ class OfflineRegistryKey final : public IOfflineRegistryKey
 public:
     /// Raises a bare code.
     OfflineRegistryKey(const wchar_t* hiveFile, const wchar_t* path, unsigned long way);
-    OfflineRegistryKey(SharedPtr<SharedHive> hive, std::wstring&& path);
+    OfflineRegistryKey(const SharedPtr<SharedHive>& hive, std::wstring&& path);
 
     [[nodiscard]] const wchar_t* getPath() const noexcept override { return m_path.c_str(); }
     [[nodiscard]] unsigned long getWay() const noexcept override;
@@ -41,7 +41,7 @@ private:
 class OfflineRegistryValue final : public IOfflineRegistryValue
 {
 public:
-    OfflineRegistryValue(SharedPtr<SharedHive> hive, const std::wstring& key, const wchar_t* name);
+    OfflineRegistryValue(const SharedPtr<SharedHive>& hive, const std::wstring& key, const wchar_t* name);
 
     [[nodiscard]] const wchar_t* getName() const noexcept override { return m_name.c_str(); }
     long exists(int* isThere) const noexcept override;
