@@ -61,15 +61,14 @@ TEST_P(Connections, CarryMessagesOfAllClasses)
     EXPECT_EQ(hash.setParameter(L"number", 42U), ERROR_SUCCESS);
     ArrayMessage array(7U, 4);
     array.addElement(makeShared<SerializableW, ParameterW>(3, "abc"));
-    const std::pair<MessageClass, MessageW*> rows[] = {
-        {MessageClass::MessageW, new MessageW(L"topic", 1)},
-        {MessageClass::DataMessage, new DataMessage(dataOf(5, 2))},
-        {MessageClass::HashMessageW, new HashMessageW(hash)},
-        {MessageClass::ArrayMessage, new ArrayMessage(array)},
-    };
+    const MessageW plain(L"topic", 1);
+    const DataMessage data(dataOf(5, 2));
+    const std::pair<MessageClass, const MessageW*> rows[] = {{MessageClass::MessageW, &plain},
+                                                             {MessageClass::DataMessage, &data},
+                                                             {MessageClass::HashMessageW, &hash},
+                                                             {MessageClass::ArrayMessage, &array}};
     AnyMessage received;
     for (const auto& [messageClass, message] : rows) {
-        const std::unique_ptr<MessageW> owner(message);
         ASSERT_EQ(ConnectionSendMessage(m_peers.client.get(), *message, 60000, nullptr), ERROR_SUCCESS);
         ASSERT_EQ(m_peers.receive(received), ERROR_SUCCESS);
         EXPECT_EQ(received.messageClass, messageClass);

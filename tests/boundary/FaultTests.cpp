@@ -77,7 +77,7 @@ long createLogger()
 
 using Faults = Registry;
 
-auto of(std::function<void()> operation)
+auto of(const std::function<void()>& operation)
 {
     return [=] { return static_cast<long>(codeOf(operation)); };
 }

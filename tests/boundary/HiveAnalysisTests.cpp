@@ -66,7 +66,7 @@ protected:
                          bool isReversed = false)
     {
         const std::wstring_view text = name;
-        const std::wstring path = (folder + L"\\").append(text.substr(text.rfind(L'\\') + 1));
+        std::wstring path = (folder + L"\\").append(text.substr(text.rfind(L'\\') + 1));
         writeBytes(path, Bytes(bytes.size(), 0xEE));
         const auto count = static_cast<LONGLONG>((bytes.size() + kCluster - 1) / kCluster);
         const auto begin = static_cast<LONGLONG>(clusters.size() / kCluster);
@@ -169,7 +169,8 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
         writes.reset();
         results.clear();
         EXPECT_EQ(analyze(never.get()), 0);
-        const std::uint64_t sizes[] = {2 * kCluster, 5 * kCluster, 3 * kCluster};
+        constexpr std::uint64_t kSize = kCluster;
+        const std::uint64_t sizes[] = {2 * kSize, 5 * kSize, 3 * kSize};
         ASSERT_EQ(results.getResults().size(), 3U);
         for (int i = 0; i < 3; ++i) {
             const RDHiveResult& result = results.getResults()[i];
@@ -391,7 +392,7 @@ TEST_F(HiveAnalysis, TheConsoleShowsATableAndJson)
     redirect(STD_ERROR_HANDLE, L"\\err", &::messages);
     const WorkScope work;
     std::size_t seen[2] = {};
-    const auto run = [&](std::vector<std::wstring> words) {
+    const auto run = [&](const std::vector<std::wstring>& words) {
         const int code = kHivesCommand.run(words);
         std::string text = std::to_string(code) + "\n";
         for (int i = 0; i < 2; ++i) {

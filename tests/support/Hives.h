@@ -18,7 +18,7 @@ inline Bytes hiveOf(std::uint32_t emptyBins)
 {
     const std::vector<std::byte> compact = offline::Hive::create(1).compact();
     EXPECT_EQ(compact.size(), 2 * kCluster);
-    Bytes hive(kCluster * (2 + emptyBins));
+    Bytes hive(std::size_t{kCluster} * (2 + emptyBins));
     std::memcpy(hive.data(), compact.data(), compact.size());
     const auto put = [&](std::size_t offset, std::uint32_t number) {
         std::memcpy(&hive.at(offset), &number, sizeof number);
