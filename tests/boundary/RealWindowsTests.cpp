@@ -431,7 +431,7 @@ TEST_F(RealVolume, IsWaitedForWhileSomebodyHasItOpen)
         EXPECT_EQ(wipe(kWipePartition, L"Q:\\"), tries == 3 ? 0 : ERROR_ACCESS_DENIED);
         EXPECT_EQ(readBytes(at(L"device")), Bytes(kChunk, tries == 3 ? 0 : 0xE5));
         EXPECT_NE(waited, 0U);
-        left = waited = 0, heldOpens = tries;
+        left = 0, waited = 0, heldOpens = tries;
         EXPECT_EQ(wipe(kWipePartition, L"Q:\\"), tries == 3 ? 0 : ERROR_SHARING_VIOLATION);
         EXPECT_NE(waited, 0U);
     }

@@ -308,7 +308,7 @@ TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
         const std::wstring shown = isLink ? own : name.empty() ? name : name + told.substr(own.size());
         *count = static_cast<ULONG>(shown.size() * sizeof(wchar_t));
         *length = *count + sizeof(ULONG);
-        std::wmemcpy(text, shown.data(), shown.size());
+        std::copy(shown.begin(), shown.end(), text);
         return status;
     });
     SharedPtr<ScanItem> found;
