@@ -82,7 +82,7 @@ struct UserSessions : testing::Test
 /// Replaces functions that the library looks up.
 struct LookedUp : Replaced<"GetProcAddress", decltype(&GetProcAddress)>
 {
-    explicit LookedUp(std::map<std::string, void*> functions)
+    explicit LookedUp(const std::map<std::string, void*>& functions)
         : Replaced([functions](auto original, HMODULE module, LPCSTR name) {
               const auto found = functions.find(name);
               return found != functions.end() ? reinterpret_cast<FARPROC>(found->second)
