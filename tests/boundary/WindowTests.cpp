@@ -80,7 +80,7 @@ protected:
 
     std::vector<DWORD> given;
     const DWORD own = GetCurrentThreadId();
-    const TestEvent goOn;
+    TestEvent goOn;
     Blocker first, second;
     Multiple waits{[this](auto original, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
         look(timeout);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -31,10 +32,11 @@ Any NTAPI counted(Any a, Any b, Any c, Any d, Any e, Any f, Any g, Any h, Any i,
 template <std::size_t... I>
 void replaceAll(std::index_sequence<I...>)
 {
-    // For as long as the process lives.
-    (new ImportReplacement(GetModuleHandleW(nullptr), kCounted[I], reinterpret_cast<void*>(&counted<I>),
-                           &originals[I]),
-     ...);
+    // For as long as the process lives, which nothing destroys.
+    static auto* const replacements = new std::array<std::unique_ptr<ImportReplacement>, kCounted.size()>{
+        std::make_unique<ImportReplacement>(GetModuleHandleW(nullptr), kCounted[I],
+                                            reinterpret_cast<void*>(&counted<I>), &originals[I])...};
+    static_cast<void>(replacements);
 }
 } // namespace
 

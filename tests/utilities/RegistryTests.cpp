@@ -174,7 +174,9 @@ TEST(Registry, TreesAndTexts)
              L"\"a\"=hex:00,\\\r\n", L"\"a\"=hex(z):00\r\n", L"\"a\"=dword:\r\n",
              L"\"a\"=dword:123456789\r\n", L"\"a\"=\"b\r\n", L"\"a\"=\"b\"c\r\n", L"a=\"b\"\r\n",
              L"\"a\" \"b\"\r\n", L"\"a\\", L"[]\r\n", L"[HKXX\\a]\r\n"})
-        EXPECT_EQ(import(head + L"\"first\"=\"x\"\r\n" + wrong), wrong[3] == L'X' ? 161 : 13) << utf8(wrong);
+        EXPECT_EQ(import(std::wstring(head).append(L"\"first\"=\"x\"\r\n").append(wrong)),
+                  wrong[3] == L'X' ? 161 : 13)
+            << utf8(wrong);
     EXPECT_EQ(exists(L"i"), 0) << "nothing is written before all is read";
     EXPECT_EQ(import(L"REGEDIT4\r\n"), 13);
     EXPECT_EQ(import(head + L"\"symbolicLinkValue\"=hex(6):5c,00"), 13) << "a key that would pass for a link";
@@ -226,7 +228,9 @@ TEST(Registry, LinksAndPaths)
         EXPECT_EQ(RegistryWriteDword(machine, L"Software\\u18", L"d", 64, 1), 0);
         EXPECT_EQ(RegistryWriteDword(machine, path, L"d", view, 1), 0);
         EXPECT_EQ(RegistryDeleteTree(machine, path, view), 0);
-        EXPECT_EQ(flagOf([&](int* f) { return RegistryKeyExists(machine, path, view, f); }), 0);
+        EXPECT_EQ(
+            flagOf([&, name = path, of = view](int* f) { return RegistryKeyExists(machine, name, of, f); }),
+            0);
         EXPECT_EQ(RegistryDeleteTree(machine, L"Software\\u18", 64), 0);
     }
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"copy").c_str(), 0), 0);
