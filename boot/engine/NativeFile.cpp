@@ -122,15 +122,16 @@ native::Status NativeFile::queryVolume(ULONG question, void* answer, ULONG lengt
     return status == native::status(0x80000005) ? native::kSuccess : status; // a longer label
 }
 
-native::Status NativeFile::read(std::uint64_t offset, void* data, std::size_t length) const
+/// Reads or writes in pieces until all is done. `call` is the native function for it.
+template <class Call, class Byte>
+native::Status NativeFile::transfer(Call&& call, std::uint64_t offset, Byte* at, std::size_t length) const
 {
-    auto* at = static_cast<unsigned char*>(data);
     while (length != 0) {
         native::IoStatus io{};
         LARGE_INTEGER place = offsetOf(offset);
         const ULONG piece = length < kPiece ? static_cast<ULONG>(length) : kPiece;
         const native::Status status =
-            m_api.readFile(m_handle, nullptr, nullptr, nullptr, &io, at, piece, &place, nullptr);
+            call(m_handle, nullptr, nullptr, nullptr, &io, at, piece, &place, nullptr);
         if (status < 0)
             return status;
         if (io.information == 0)
@@ -142,24 +143,14 @@ native::Status NativeFile::read(std::uint64_t offset, void* data, std::size_t le
     return native::kSuccess;
 }
 
+native::Status NativeFile::read(std::uint64_t offset, void* data, std::size_t length) const
+{
+    return transfer(m_api.readFile, offset, static_cast<unsigned char*>(data), length);
+}
+
 native::Status NativeFile::write(std::uint64_t offset, const void* data, std::size_t length) const
 {
-    const auto* at = static_cast<const unsigned char*>(data);
-    while (length != 0) {
-        native::IoStatus io{};
-        LARGE_INTEGER place = offsetOf(offset);
-        const ULONG piece = length < kPiece ? static_cast<ULONG>(length) : kPiece;
-        const native::Status status =
-            m_api.writeFile(m_handle, nullptr, nullptr, nullptr, &io, at, piece, &place, nullptr);
-        if (status < 0)
-            return status;
-        if (io.information == 0)
-            return native::kEndOfFile;
-        at += io.information;
-        offset += io.information;
-        length -= io.information;
-    }
-    return native::kSuccess;
+    return transfer(m_api.writeFile, offset, static_cast<const unsigned char*>(data), length);
 }
 
 native::Status NativeFile::flush() const

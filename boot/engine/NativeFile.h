@@ -65,6 +65,9 @@ public:
     native::Status rename(const NativeFile& folder, Text name) const;
 
 private:
+    template <class Call, class Byte>
+    native::Status transfer(Call&& call, std::uint64_t offset, Byte* at, std::size_t length) const;
+
     const native::Api& m_api;
     HANDLE m_handle = nullptr;
 };

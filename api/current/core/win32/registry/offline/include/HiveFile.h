@@ -12,8 +12,8 @@
 
 #include "core/win32/registry/offline/include/HiveNames.h"
 
-/// Registry hive files ("regf", versions 1.3 to 1.6) as bytes in and bytes out. Format: M. Suhanov, "Windows
-/// registry file format specification".
+/// Registry hive files ("regf", versions 1.3 to 1.6) as bytes in and bytes out. Source of the format: M.
+/// Suhanov's description of Windows registry files (github.com/msuhanov/regf).
 ///
 /// Everything in a file may be a lie: whatever the bytes, reading ends in a hive or in a code, takes time and
 /// memory in proportion to their number, and reads nothing outside them.
