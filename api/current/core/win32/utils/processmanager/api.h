@@ -71,7 +71,8 @@ SYSMAINT_API long PMFindUsers(const wchar_t* path, ProcessEntry** entries, size_
 //     "Time"                                 8 bytes, a FILETIME: of the start, or when the end was noticed
 //
 // It lives on the system's events (WMI) where these are to be had, which takes an administrator, and misses
-// nothing then. While it asks for them, and where they are refused or stop coming, snapshots tell: these are
+// nothing once they come. What happened while it asked for them is told by one comparison of snapshots then: a
+// process that started and ended in between is missed. Where events are refused or stop coming, snapshots are
 // compared at the chosen interval, and a process that lives shorter than that may be missed as a whole. Its
 // thread is its own. The 50 and more processes of a busy system cost a look some tenths of a millisecond.
 
