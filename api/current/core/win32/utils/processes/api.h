@@ -26,7 +26,7 @@ SYSMAINT_API long ProcessGetParent(unsigned long id, unsigned long* parent);
 /// parent id is the other's id and it is not older, so a reused id does not count. Processes they start
 /// meanwhile are ended too. Waits until all are gone.
 ///
-/// @param timeout  milliseconds; INFINITE waits without end
+/// @param timeout  milliseconds; INFINITE waits indefinitely
 /// @return 0; 87 (also no such process), 8; 50 (a process of the system or the calling process is among
 ///         them); 5 (one refuses access: nothing was ended); 1460 (timed out; all were told to end); or the
 ///         system's code
