@@ -31,7 +31,7 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint processes [--tree] [--user 
 example: sysmaint processes end notepad.exe --tree
 )";
 
-/// A process that was shown is ended as the very one: whoever has its id by then is somebody else.
+/// Only the process that was shown is ended, not a later one with the same id.
 struct Chosen
 {
     unsigned long id;
@@ -39,7 +39,7 @@ struct Chosen
     ProcessHandle process;
 };
 
-/// What the words name; an id is a number. Throws UsageError, or 1168 after a message.
+/// The processes that the words name; a number is an id. Throws UsageError, or 1168 after a message.
 std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
 {
     std::vector<Chosen> all;

@@ -10,9 +10,9 @@
 
 #include "core/win32/utils/memory/api.h"
 
-// What the tests of the utility functions share: results as values, and codes in their place.
+// What the tests of the utility functions share: results as values, or codes instead.
 
-/// Owns a buffer that a utility function gave.
+/// Owns a buffer that a utility function returned.
 template <class T>
 class Given
 {
@@ -33,7 +33,7 @@ private:
     T* m_buffer = nullptr;
 };
 
-/// The text that a call gave, or "code N".
+/// The text that a call returned, or "code N".
 template <class Call>
 std::wstring wideOf(Call&& call)
 {
@@ -51,7 +51,7 @@ std::string narrowOf(Call&& call)
     return code == 0 ? text.get() : "code " + std::to_string(code);
 }
 
-/// The number that a call gave, or minus its code.
+/// The number that a call returned, or minus its code.
 template <class T, class Call>
 long long numberOf(Call&& call)
 {
@@ -66,7 +66,7 @@ int flagOf(Call&& call)
     return static_cast<int>(numberOf<int>(call));
 }
 
-/// The texts of a list that a call gave, with commas between them, or "code N".
+/// The texts of a list that a call returned, separated by commas, or "code N".
 template <class Call>
 std::wstring listOf(Call&& call)
 {

@@ -1,5 +1,5 @@
-// The expected values are those that md5sum, sha1sum, sha256sum and crc32 of Debian gave:
-// tests/support/checksums made the files and the list.
+// The expected values come from md5sum, sha1sum, sha256sum and crc32 of Debian: tests/support/checksums made
+// the files and the list.
 
 #include "core/win32/utils/checksums/api.h"
 

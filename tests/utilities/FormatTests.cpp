@@ -53,7 +53,7 @@ std::wstring order(const wchar_t* first, const wchar_t* second)
 
 TEST(Formatting, DoesWhatItPromises)
 {
-    std::wstring separators; // of the locale that the test tells
+    std::wstring separators; // of the test's locale
     CountedImport<"GetLocaleInfoEx", decltype(&GetLocaleInfoEx)> locale(sysmaintModule());
     std::wstring grouping = L"3;0";
     locale.setHook([&](auto, const wchar_t*, LCTYPE kind, wchar_t* target, int) {
@@ -139,7 +139,8 @@ TEST(Formatting, DoesWhatItPromises)
 
 TEST(Formatting, LocalTimeAndVersions)
 {
-    // Summer time by the rules of that day: the system is asked for the zone's, not for today's difference.
+    // Daylight saving by the rules of that day: the system is asked for the zone's rules, not for today's
+    // difference.
     CountedImport<"SystemTimeToTzSpecificLocalTime", decltype(&SystemTimeToTzSpecificLocalTime)> zone(
         sysmaintModule());
     zone.setHook([](auto, const TIME_ZONE_INFORMATION* given, const SYSTEMTIME* utc, SYSTEMTIME* local) {

@@ -6,7 +6,7 @@
 namespace {
 constexpr wchar_t kLone[] = L"a\xD83D";
 
-/// A list as a text, its entries behind each other with a bar.
+/// A list as a text, with a bar after each entry.
 template <class Char>
 std::basic_string<Char> bars(const Char* list, std::size_t count)
 {
@@ -139,8 +139,8 @@ TEST(Strings, DoWhatTheyPromise)
         EXPECT_EQ(row.actual, row.expected) << &row - rows;
 }
 
-// As the standard library finds it, for every short text and pattern; and in time where each place looks like
-// the right one up to its end.
+// Finds what the standard library finds, for every short text and pattern; and in linear time where every
+// position matches up to its end.
 TEST(Strings, SearchIsExactAndLinear)
 {
     std::vector<std::wstring> words = {L""};
