@@ -92,7 +92,7 @@ int end(const std::vector<std::wstring>& words)
             results().writeLine(L"ended " + what);
             continue;
         }
-        if (code == ERROR_NOT_FOUND) { // it has ended with another one's tree, or by itself
+        if (code == ERROR_NOT_FOUND) { // with another one's tree, or by itself: it is gone either way
             results().writeLine(L"gone  " + what);
             continue;
         }

@@ -67,13 +67,15 @@ SYSMAINT_API long PMFindUsers(const wchar_t* path, ProcessEntry** entries, size_
 // for each process that starts and ends after PMStartMonitor has returned, each once, a process's start
 // before its end. The message's id is kProcessStarted or kProcessEnded; its parameters are
 //
-//     "ProcessId", "ParentId", "SessionId" 32-bit numbers "ImageName" text "Time" 8 bytes, a FILETIME: when
-//     it started, or when its end was noticed
+//     "ProcessId", "ParentId", "SessionId"   32-bit numbers
+//     "ImageName"                            text
+//     "Time"                                 8 bytes, a FILETIME: of the start, or when the end was noticed
 //
 // It uses the system's events (WMI) where they are available, which takes an administrator, and misses
-// nothing then. While it subscribes to them, and where they are refused or stop coming, it compares snapshots
-// at the chosen interval; a process that lives shorter than that may be missed entirely. It has its own
-// thread. With the 50 and more processes of a busy system a snapshot costs some tenths of a millisecond.
+// nothing once they arrive. One comparison of snapshots then reports what happened while it subscribed: a
+// process that started and ended in between is missed. Where events are refused or stop coming, it compares
+// snapshots at the chosen interval; a process that lives shorter than that may be missed entirely. It has its
+// own thread. With the 50 and more processes of a busy system a snapshot costs some tenths of a millisecond.
 
 /// Creates the monitor, stopped, or opens it again.
 SYSMAINT_API long CreateProcessMonitor();
