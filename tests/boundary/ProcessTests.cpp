@@ -563,12 +563,18 @@ TEST_F(Processes, ComeAndGoWhileOthersList)
             }
         });
     };
-    run(2); // what stays permanently exists afterwards
-    const ProcessCounts before = ProcessCounts::now();
-    run(500);
-    EXPECT_GT(seen, 100);
-    EXPECT_TRUE(before.isReachedAgain(100))
-        << before.describe() << ", then " << ProcessCounts::now().describe();
+    const auto comesBack = [&] {
+        CloseProcessManager(); // its snapshot has as much as there are processes
+        const ProcessCounts before = ProcessCounts::now();
+        EXPECT_EQ(CreateProcessManager(), 0);
+        run(250);
+        CloseProcessManager();
+        return before.isReachedAgain(100);
+    };
+    // A lock that is waited for the first time keeps an event for good; what leaks does so again.
+    EXPECT_TRUE(comesBack() || comesBack());
+    EXPECT_GT(seen, 20);
+    EXPECT_EQ(CreateProcessManager(), 0);
 }
 
 TEST(ProcessManager, IsOneForAllAndEndsWithItsLastOpening)

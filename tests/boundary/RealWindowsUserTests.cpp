@@ -94,15 +94,17 @@ TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
         DWORD chosen;
         unsigned long code;
         std::vector<ULONG> asked;
-    } rows[] = {{1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
-                {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
-                {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1}},
-                {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
-                {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
-                {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
-                {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
-                {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
-                {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
+    } rows[] = {
+        {1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
+        {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
+        {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1, 2, 3}},
+        {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {3}, kConsoleUser, 0, {1, 2, 3}},
+        {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
+        {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
+        {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
+        {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
+        {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
+        {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
     for (const auto& row : rows) {
         console = row.console, users = row.users, asked.clear(), sessions.clear();
         for (const auto& [number, state] : row.sessions)

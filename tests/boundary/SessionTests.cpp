@@ -110,7 +110,7 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
     Given<SessionRecord> buffer;
     const auto list = listOf(buffer, SessionEnumerate);
     ASSERT_EQ(list.size(), 1U);
-    EXPECT_TRUE(list[0].id == console() && list[0].isConsole && list[0].state == WTSActive);
+    EXPECT_TRUE(list[0].id == console() && list[0].isConsole == 1 && list[0].state == WTSActive);
     EXPECT_STREQ(list[0].user, user);
     // As a system with remote sessions lists them; a session that ends meanwhile has no texts.
     const LookedUp services(

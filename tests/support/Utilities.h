@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/win32/utils/memory/api.h"
@@ -20,7 +21,11 @@ public:
     Given(const Given&) = delete;
     Given& operator=(const Given&) = delete;
     ~Given() { utilsFreeMemory(m_buffer); }
-    T** operator&() { return &m_buffer; } // NOLINT: it stands for the pointer
+    T** operator&() // NOLINT: it stands for the pointer, of a new buffer
+    {
+        utilsFreeMemory(std::exchange(m_buffer, nullptr));
+        return &m_buffer;
+    }
     [[nodiscard]] T* get() const { return m_buffer; }
     T& operator[](std::size_t i) const { return m_buffer[i]; }
 
