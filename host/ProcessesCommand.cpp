@@ -62,7 +62,7 @@ std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
 
 constexpr unsigned long kPatience = 10000; // milliseconds
 
-/// 0: it has ended; 1400 when it has no window that could be asked.
+/// Returns 0 when it has ended, and 1400 when it has no window to ask.
 long closeWindows(void* process)
 {
     unsigned long asked = 0;
