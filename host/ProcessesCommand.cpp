@@ -13,7 +13,8 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint processes [--tree] [--user 
 
   (nothing)    lists the processes: processor time, memory in use, user and image name
   end          ends the processes of an id or of an image name, after it has shown them and asked. They
-               cannot save anything, unless --close asks them first. Refused are the system's processes, this program, and services.
+               cannot save anything, unless --close asks them first. Refused are the system's processes, this
+               program, and services.
   watch        tells each process that starts and ends, until Ctrl+C or for --seconds. NAMES are image names
                separated by commas, with wildcards.
 
