@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "core/win32/registry/api.h"
 #include "core/win32/utils/strings/api.h"
 #include "support/Scan.h"
@@ -108,8 +106,7 @@ TEST(Validator, Verdicts)
     {
         const wchar_t* filters;
         const wchar_t* ignores;
-        bool leaf;
-        bool container;
+        bool leaf, container;
     } rows[] = {
         {L"", L"", true, true},
         {L"*.log", L"", true, true}, // leaf filters let containers through

@@ -30,11 +30,7 @@ protected:
     {
         EXPECT_EQ(WriteLogEntry(logger, module, text.c_str()), ERROR_SUCCESS);
     }
-    [[nodiscard]] std::wstring content(const wchar_t* name) const
-    {
-        const Bytes bytes = readBytes(folder + name);
-        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
-    }
+    [[nodiscard]] std::wstring content(const wchar_t* name) const { return readText(folder + name); }
     /// Waits until everything queued before is written: a last line of its own tells.
     void settle() const
     {

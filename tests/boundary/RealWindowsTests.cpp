@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <map>
 #include <tuple>
 
 #include "../host/Console.h"
@@ -118,8 +117,7 @@ protected:
     const Bytes secret = Bytes(1000, 0xE5);
     const TestEvent event;
     long left = 0;
-    DWORD waited = 0;
-    DWORD cancelAfter = INFINITE;
+    DWORD waited = 0, cancelAfter = INFINITE;
     Replaced<"Sleep", decltype(&Sleep)> sleeps{[this](auto, DWORD pause) {
         waited += pause;
         if (waited >= cancelAfter)
@@ -396,12 +394,9 @@ TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
                 {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
                 {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
     Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        LARGE_INTEGER at{};
-        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        const bool isAligned = positionOf(file) % 4096 == 0;
         SetLastError(ERROR_INVALID_PARAMETER); // as of a disk with large sectors
-        return (at.QuadPart % 4096 == 0 && size % 4096 == 0) || size == 512
-                   ? original(file, data, size, rest...)
-                   : FALSE;
+        return (isAligned && size % 4096 == 0) || size == 512 ? original(file, data, size, rest...) : FALSE;
     });
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.counted << " of " << row.length << " fails " << row.failing);
@@ -413,8 +408,7 @@ TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
         EXPECT_EQ(steps, row.steps);
         EXPECT_EQ(readBytes(at(L"device")), Bytes(all, row.code == 0 ? 0 : 0xE5));
         EXPECT_EQ(wiper->getNeedsReboot(), row.code == 0 ? 0U : 1U);
-        EXPECT_TRUE(row.code != 0 || (progress.done == 2 * all && progress.total == 2 * all))
-            << progress.done;
+        EXPECT_TRUE(row.code != 0 || (progress.done == 2 * all && progress.total == 2 * all));
     }
 }
 
@@ -476,10 +470,9 @@ protected:
         return TRUE;
     }};
     Writes writes{[this](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) -> BOOL {
-        LARGE_INTEGER at{}, end{};
-        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        LARGE_INTEGER end{};
         GetFileSizeEx(file, &end);
-        const std::uint64_t stop = at.QuadPart + size;
+        const std::uint64_t stop = positionOf(file) + size;
         if (stop > now->largest ||
             (stop > std::uint64_t(end.QuadPart) && taken() + stop - end.QuadPart > now->room)) {
             SetLastError(now->full);
@@ -515,8 +508,7 @@ TEST_F(FullVolume, EndsTheFillersAndAFilesEndBeginsTheNext)
         EXPECT_EQ(wipe(kWipeFreeSpace, at(L""), row.method), row.code);
         EXPECT_EQ(seen, std::min<std::size_t>(row.files, row.code == 0 ? 9 : 1));
         EXPECT_TRUE(row.code != 0 || (progress.done == progress.total && fills != 0));
-        EXPECT_TRUE(row.code != 0 || most == row.told || (row.room < row.told && most + kChunk > row.told))
-            << most;
+        EXPECT_TRUE(row.code != 0 || most == row.told || (row.room < row.told && most + kChunk > row.told));
         EXPECT_EQ(fillers(), 0U);
         EXPECT_TRUE(takeBootList().empty());
     }
@@ -545,9 +537,7 @@ TEST_F(RealWindows, HolesAreLeft)
     const Marked marked(FILE_ATTRIBUTE_SPARSE_FILE);
     std::vector<std::pair<std::uint64_t, DWORD>> written;
     Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        LARGE_INTEGER at{};
-        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
-        written.emplace_back(at.QuadPart, size);
+        written.emplace_back(positionOf(file), size);
         return original(file, data, size, rest...);
     });
     // Two parts between three holes; a system that tells nothing has none.

@@ -94,10 +94,8 @@ TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
 {
     std::vector<std::pair<std::uint64_t, Bytes>> writes;
     Writes writing([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        LARGE_INTEGER position{};
-        SetFilePointerEx(file, {}, &position, FILE_CURRENT);
         const auto* bytes = static_cast<const unsigned char*>(data);
-        writes.emplace_back(position.QuadPart, Bytes(bytes, bytes + size));
+        writes.emplace_back(positionOf(file), Bytes(bytes, bytes + size));
         return original(file, data, size, rest...);
     });
     Flushes flushes;
@@ -450,8 +448,7 @@ TEST_F(WiperTest, AnswersWrongAndHarmlessArguments)
     const auto expect = [&](long code, std::uint32_t kind, const wchar_t* what, std::uint32_t method = 1,
                             DirectoryStack* entries = nullptr, IScanValidator* validator = nullptr,
                             HANDLE cancelled = nullptr) {
-        EXPECT_EQ(wiper->Wipe(nullptr, nullptr, kind, what, entries, validator, method, 1, cancelled), code)
-            << kind << what;
+        EXPECT_EQ(wiper->Wipe(nullptr, nullptr, kind, what, entries, validator, method, 1, cancelled), code);
     };
     for (const wchar_t* volume : {L"", L"Q", L"Q:"})
         expect(static_cast<long>(0x80070057UL), kWipePartition, volume);

@@ -216,6 +216,5 @@ private:
     bool linked = false; ///< the link has come
     bool clean = true;
     std::unique_ptr<FailingCall> failing;
-    std::set<std::string> named;
-    std::set<std::string> waiting;
+    std::set<std::string> named, waiting;
 };

@@ -40,8 +40,7 @@ public:
         handle = started.hProcess;
         id = started.dwProcessId;
     }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
+    Child(Child&&) = delete;
     ~Child()
     {
         CloseHandle(m_job);

@@ -96,7 +96,7 @@ void failEachCall(Prepare&& prepare, Operation&& operation, Check&& check)
         } while (FailingCall::hasCome() && !before.isReachedAgain(40) && ++times < 2);
         if (!FailingCall::hasCome())
             return false;
-        EXPECT_LT(times, 2) << before.describe() << ", then " << ProcessCounts::now().describe();
+        EXPECT_LT(times, 2) << before.isReachedAgain(1).message();
         EXPECT_FALSE(isImpersonating());
         check(import, result);
         return true;

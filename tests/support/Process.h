@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <process.h>
@@ -51,8 +52,7 @@ inline DWORD processHandleCount(HANDLE sample = nullptr)
 /// What the process holds now, to be compared later.
 struct ProcessCounts
 {
-    DWORD threads = 0;
-    DWORD handles = 0;
+    DWORD threads = 0, handles = 0;
     long blocks = 0; // of the module whose heap is watched, if one is
 
     static ProcessCounts now()
@@ -78,15 +78,16 @@ struct ProcessCounts
     }
 
     /// Whether the process comes back to no more than this. What ends by itself is given time to.
-    [[nodiscard]] bool isReachedAgain(int attempts = 600) const
+    [[nodiscard]] testing::AssertionResult isReachedAgain(int attempts = 600) const
     {
-        for (; attempts > 0; --attempts) {
-            const ProcessCounts counts = now();
-            if (counts.threads <= threads && counts.handles <= handles && counts.blocks <= blocks)
-                return true;
+        ProcessCounts counts = now();
+        const auto isReached = [&] {
+            return counts.threads <= threads && counts.handles <= handles && counts.blocks <= blocks;
+        };
+        for (; !isReached() && attempts > 1; --attempts, counts = now())
             Sleep(50);
-        }
-        return false;
+        return (isReached() ? testing::AssertionSuccess() : testing::AssertionFailure())
+               << describe() << ", then " << counts.describe();
     }
 };
 
@@ -118,8 +119,7 @@ class TestEvent
 {
 public:
     TestEvent() = default;
-    TestEvent(const TestEvent&) = delete;
-    TestEvent& operator=(const TestEvent&) = delete;
+    TestEvent(TestEvent&&) = delete;
     ~TestEvent() { CloseHandle(m_handle); }
 
     void set() const { SetEvent(m_handle); }

@@ -2,12 +2,6 @@
 
 #include "support/Wipe.h"
 
-inline std::wstring readText(const std::wstring& path)
-{
-    const Bytes bytes = readBytes(path);
-    return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
-}
-
 /// A program or library that stands beside the tests.
 inline std::wstring besideTests(const wchar_t* name)
 {

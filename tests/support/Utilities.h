@@ -17,8 +17,7 @@ class Given
 {
 public:
     Given() = default;
-    Given(const Given&) = delete;
-    Given& operator=(const Given&) = delete;
+    Given(Given&&) = delete;
     ~Given() { utilsFreeMemory(m_buffer); }
     T** operator&() { return &m_buffer; } // NOLINT: it stands for the pointer
     [[nodiscard]] T* get() const { return m_buffer; }

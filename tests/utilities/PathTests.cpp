@@ -205,7 +205,7 @@ TEST(Paths, LinkTargets)
         {data(0x80000013, L"x", 0), L"code 4394"},
         {"abc", L"code 4392"}};
     const auto target = asText(PathReadLinkTarget);
-    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(sysmaintModule());
+    Replaced<"DeviceIoControl", decltype(&DeviceIoControl)> control;
     for (const auto& row : rows) {
         control.setHook([&](auto, HANDLE, DWORD, void*, DWORD, void* answer, DWORD, DWORD* size, auto) {
             std::memcpy(answer, row.first.data(), row.first.size());
