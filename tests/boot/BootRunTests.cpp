@@ -374,32 +374,29 @@ protected:
 /// The bytes of each write, in its order, and a flush behind each.
 TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
 {
-    const struct
-    {
-        const wchar_t* numbers;
-        std::vector<std::string> passes; // over one chunk
-        unsigned times;
-    } cases[] = {{L"1*\t*2", {std::string(1, '\0')}, 2},
-                 {L"2*\t*1", {""}, 1},
-                 {L"3*\t*1", gutmann(), 1},
-                 {L"2*\t*0", {}, 0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.numbers);
+    // The numbers of the line, the passes over one chunk, and how often they come.
+    const std::tuple<const wchar_t*, std::vector<std::string>, unsigned> cases[] = {
+        {L"1*\t*2", {std::string(1, '\0')}, 2},
+        {L"2*\t*1", {""}, 1},
+        {L"3*\t*1", gutmann(), 1},
+        {L"2*\t*0", {}, 0}};
+    for (const auto& [numbers, passes, times] : cases) {
+        SCOPED_TRACE(testing::Message() << numbers);
         writes.clear();
         flushes = 0;
         write(L"report", std::string(1048576 + 4097, 's'));
-        setList(kHeader + line(L"report", c.numbers));
+        setList(kHeader + line(L"report", numbers));
         const RunReport report = run(api);
         EXPECT_TRUE(report.wiped == 1 && !isThere(L"report"));
-        EXPECT_EQ(report.bytes, c.times * (1048576U + 4097));
-        ASSERT_EQ(writes.size(), c.passes.size() * 2 * c.times);
+        EXPECT_EQ(report.bytes, times * (1048576U + 4097));
+        ASSERT_EQ(writes.size(), passes.size() * 2 * times);
         EXPECT_EQ(flushes, static_cast<int>(writes.size()));
         for (std::size_t i = 0; i < writes.size(); ++i) {
-            const std::size_t chunk = i / c.passes.size() % 2;
+            const std::size_t chunk = i / passes.size() % 2;
             SCOPED_TRACE(i);
             ASSERT_EQ(writes[i].bytes.size(), chunk == 0 ? 1048576U : 4097U);
             EXPECT_EQ(writes[i].offset, chunk == 0 ? 0 : 1048576);
-            expectFilled(writes[i].bytes, c.passes[i % c.passes.size()], c.passes.size() > 1 && chunk == 1);
+            expectFilled(writes[i].bytes, passes[i % passes.size()], passes.size() > 1 && chunk == 1);
         }
     }
 }
@@ -413,9 +410,8 @@ TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
         write(L"keep", "listed too");
         setList(kHeader + line(L"report") + line(L"keep"));
         int left = asks;
-        RunEvents events;
-        events.context = &left;
-        events.isOver = [](void* context) { return (*static_cast<int*>(context))-- <= 0; };
+        const RunEvents events{.context = &left,
+                               .isOver = [](void* context) { return (*static_cast<int*>(context))-- <= 0; }};
         const RunReport report = run(native::systemApi(), events);
         EXPECT_EQ(report.isOver, asks < 6);
         EXPECT_EQ(isThere(L"report"), asks < 4);
@@ -495,11 +491,9 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
         {L"windows\\temp", true, L""},
         {L"", false, L"it has other names, which cannot be told: the system may need it by one of them"}};
     std::wstring left;
-    RunEvents events;
-    events.context = &left;
-    events.onLeft = [](void* context, Text, Text reason, native::Status) {
-        static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
-    };
+    const RunEvents events{.context = &left, .onLeft = [](void* context, Text, Text reason, native::Status) {
+                               static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
+                           }};
     for (const auto& [folder, goes, reason] : cases) {
         SCOPED_TRACE(folder);
         left.clear();

@@ -262,12 +262,8 @@ TEST(FileScan, OddEntries)
     };
     const std::wstring name = L"ünïcödé";
     const std::wstring folder = kTree + L"\\" + name;
-    const struct
-    {
-        std::function<void(Entry&)> change; // of the folder's entry
-        long code;
-        bool isReported, isWalked;
-    } rows[] = {
+    // The change of the folder's entry, the code, and whether the folder is reported and walked.
+    const std::tuple<std::function<void(Entry&)>, long, bool, bool> rows[] = {
         {tagged(IO_REPARSE_TAG_MOUNT_POINT), ERROR_SUCCESS, true, false},
         {tagged(IO_REPARSE_TAG_SYMLINK), ERROR_SUCCESS, true, false},
         {tagged(0), ERROR_SUCCESS, true, false},
@@ -286,12 +282,13 @@ TEST(FileScan, OddEntries)
         Collector collector;
         asked.setHook(changingEntries([&](Entry& entry) {
             if (std::wstring_view(entry.FileName, entry.FileNameLength / sizeof(wchar_t)) == name)
-                row.change(entry);
+                std::get<0>(row)(entry);
         }));
         SCOPED_TRACE(&row - rows);
-        EXPECT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), row.code);
-        EXPECT_EQ(collector.paths.count(folder), row.isReported);
-        EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), row.isWalked);
+        const auto& [change, code, isReported, isWalked] = row;
+        EXPECT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), code);
+        EXPECT_EQ(collector.paths.count(folder), isReported);
+        EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), isWalked);
     }
 }
 

@@ -377,38 +377,33 @@ protected:
 
 TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
 {
-    const struct
-    {
-        std::uint64_t counted, length; // by the file system, by the device
-        char failing;
-        DWORD failure;
-        const char* steps;
-        long code;
-    } rows[] = {{2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
-                {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},    // a quota, or a sector kept aside
-                {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0}, // all is counted
-                {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no such question
-                {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
-                {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
-                {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system that could
-                {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
-                {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
+    // What is counted by the file system and by the device; what fails, how; the steps and the code.
+    const std::tuple<std::uint64_t, std::uint64_t, char, DWORD, const char*, long> rows[] = {
+        {2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
+        {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},              // a quota, or a sector kept aside
+        {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0},           // all is counted
+        {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no such question
+        {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
+        {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
+        {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system that could
+        {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
+        {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
     Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
         const bool isAligned = positionOf(file) % 4096 == 0;
         SetLastError(ERROR_INVALID_PARAMETER); // as of a disk with large sectors
         return (isAligned && size % 4096 == 0) || size == 512 ? original(file, data, size, rest...) : FALSE;
     });
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.counted << " of " << row.length << " fails " << row.failing);
-        counted = row.counted, length = row.length, failing = row.failing, failure = row.failure;
+    for (const auto& [byFiles, byDevice, fails, how, taken, code] : rows) {
+        SCOPED_TRACE(testing::Message() << byFiles << " of " << byDevice << " fails " << fails);
+        counted = byFiles, length = byDevice, failing = fails, failure = how;
         const std::size_t all = std::max(counted, length);
         writeBytes(at(L"device"), Bytes(all, 0xE5));
         steps.clear(), wiper->setNeedsReboot(0), total = 2 * counted;
-        EXPECT_EQ(wipe(kWipePartition, L"Q:\\", kWipeZeros, 2), row.code);
-        EXPECT_EQ(steps, row.steps);
-        EXPECT_EQ(readBytes(at(L"device")), Bytes(all, row.code == 0 ? 0 : 0xE5));
-        EXPECT_EQ(wiper->getNeedsReboot(), row.code == 0 ? 0U : 1U);
-        EXPECT_TRUE(row.code != 0 || (progress.done == 2 * all && progress.total == 2 * all));
+        EXPECT_EQ(wipe(kWipePartition, L"Q:\\", kWipeZeros, 2), code);
+        EXPECT_EQ(steps, taken);
+        EXPECT_EQ(readBytes(at(L"device")), Bytes(all, code == 0 ? 0 : 0xE5));
+        EXPECT_EQ(wiper->getNeedsReboot(), code == 0 ? 0U : 1U);
+        EXPECT_TRUE(code != 0 || (progress.done == 2 * all && progress.total == 2 * all));
     }
 }
 

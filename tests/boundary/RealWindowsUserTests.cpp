@@ -74,44 +74,39 @@ protected:
 
 TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
 {
-    const struct
-    {
-        DWORD console;
-        std::vector<std::pair<ULONG, WTS_CONNECTSTATE_CLASS>> sessions;
-        std::set<ULONG> users;
-        DWORD chosen;
-        unsigned long code;
-        std::vector<ULONG> asked;
-    } rows[] = {{1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
-                {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
-                {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1}},
-                {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
-                {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
-                {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
-                {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
-                {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
-                {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
-    for (const auto& row : rows) {
-        console = row.console, users = row.users, asked.clear(), sessions.clear();
-        for (const auto& [number, state] : row.sessions)
+    using States = std::vector<std::pair<ULONG, WTS_CONNECTSTATE_CLASS>>;
+    // The console, the sessions, their users, who is chosen, the code, and which sessions are asked.
+    const std::tuple<DWORD, States, std::set<ULONG>, DWORD, unsigned long, std::vector<ULONG>> rows[] = {
+        {1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
+        {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
+        {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1}},
+        {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
+        {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
+        {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
+        {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
+        {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
+        {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
+    for (const auto& [atConsole, states, loggedOn, chosen, code, expected] : rows) {
+        console = atConsole, users = loggedOn, asked.clear(), sessions.clear();
+        for (const auto& [number, state] : states)
             sessions.push_back({number, nullptr, state});
-        EXPECT_EQ(SetCurrentUserSession(row.chosen), 0);
-        SCOPED_TRACE(testing::Message() << &row - rows);
-        EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }), row.code);
-        EXPECT_EQ(asked, row.asked);
+        EXPECT_EQ(SetCurrentUserSession(chosen), 0);
+        SCOPED_TRACE(testing::Message() << chosen << " with console " << atConsole);
+        EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }), code);
+        EXPECT_EQ(asked, expected);
         EXPECT_FALSE(isImpersonating());
         asked.clear();
-        EXPECT_EQ(ImpersonateCurrentUser(), static_cast<long>(row.code));
-        EXPECT_EQ(isImpersonating(), row.code == 0);
+        EXPECT_EQ(ImpersonateCurrentUser(), static_cast<long>(code));
+        EXPECT_EQ(isImpersonating(), code == 0);
         RevertToSelf();
         // The folders are the same user's, but for those of the machine.
         EXPECT_EQ(expanded(L"%programdata%"), L"C:\\Windows\\systemprofile");
-        const bool own = row.chosen == kProcessUser;
+        const bool own = chosen == kProcessUser;
         const std::wstring profile = own ? L"C:\\Windows\\systemprofile" : L"C:\\Users\\somebody";
         for (const wchar_t* macro : {L"%appdata%", L"%localappdata%", L"%userprofile%", L"%desktop%"})
-            EXPECT_TRUE(expanded(macro, static_cast<long>(row.code)) == profile || row.code != 0) << macro;
-        EXPECT_TRUE((expanded(L"%temp%", static_cast<long>(row.code)) == profile + L"\\Temp") != own ||
-                    row.code != 0);
+            EXPECT_TRUE(expanded(macro, static_cast<long>(code)) == profile || code != 0) << macro;
+        EXPECT_TRUE((expanded(L"%temp%", static_cast<long>(code)) == profile + L"\\Temp") != own ||
+                    code != 0);
     }
     // A program that is not the system's is its own user, whoever is logged on.
     isSystem = false, console = 1;

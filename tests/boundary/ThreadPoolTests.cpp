@@ -9,11 +9,6 @@
 
 namespace {
 const THPCategoryOptions kUnlimited;
-
-long doNothing(IThreadContext&, void*)
-{
-    return ERROR_SUCCESS;
-}
 } // namespace
 
 TEST(ThreadPool, IsSharedByNameAndRefusesWrongArguments)
@@ -23,7 +18,8 @@ TEST(ThreadPool, IsSharedByNameAndRefusesWrongArguments)
     EXPECT_EQ(again.get(), pool.handle);
     int running = 0;
     EXPECT_EQ(THPCreateCategory(pool.handle, kCategory, kOneThread), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", &doNothing, HashMessageW(), Option(3), nullptr),
+    Work work([] {});
+    EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", work, HashMessageW(), Option(3), nullptr),
               ERROR_INVALID_PARAMETER);
     EXPECT_EQ(THPIsRunning(pool.handle, L"c", running), ERROR_NOT_FOUND) << "refused work makes no category";
     EXPECT_EQ(THPIsRunning(pool.handle, L"1", running), ERROR_NOT_FOUND) << "a name is not a number";
