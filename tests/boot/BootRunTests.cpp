@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "support/Passes.h"
+
 namespace {
 constexpr native::Status kNoResources = native::status(0xC000009A);
 
@@ -338,33 +340,15 @@ protected:
             return native::systemApi().flushFile(file, io);
         };
     }
-    /// One pattern for each pass; empty for random text.
-    static std::vector<std::string> gutmann()
+    /// Of random text all letters and digits come, and of an odd length in the 35 passes the text's own end.
+    static void expectFilled(const std::string& bytes, unsigned pass, bool hasEnd)
     {
-        std::vector<std::string> passes(4);
-        for (const char* pattern : {"\x55", "\xAA", "\x92\x49\x24", "\x49\x24\x92", "\x24\x92\x49"})
-            passes.emplace_back(pattern);
-        for (int i = 0; i < 16; ++i)
-            passes.emplace_back(1, static_cast<char>(i * 17));
-        for (const char* pattern : {"\x92\x49\x24", "\x49\x24\x92", "\x6D\xB6\xDB", "\x6D\xB6\xDB",
-                                    "\xB6\xDB\x6D", "\xDB\x6D\xB6", "", "", "", ""})
-            passes.emplace_back(pattern);
-        return passes;
-    }
-    /// Letters and digits, and of an odd length in the 35 passes the text's own end.
-    static void expectFilled(const std::string& bytes, const std::string& pattern, bool hasEnd)
-    {
+        EXPECT_TRUE(areOf(pass, bytes));
         std::set<char> letters;
-        bool isRight = true;
-        for (std::size_t at = 0; at < bytes.size(); ++at) {
-            if (pattern.empty() && at % 2 == 0)
-                letters.insert(bytes[at]);
-            else
-                isRight = isRight && bytes[at] == (pattern.empty() ? '\0' : pattern[at % pattern.size()]);
-        }
-        EXPECT_TRUE(isRight);
-        EXPECT_EQ(letters.size(), pattern.empty() ? 62U + (hasEnd ? 1 : 0) : 0U);
-        EXPECT_EQ(letters.count('\0'), pattern.empty() && hasEnd ? 1U : 0U);
+        for (std::size_t at = 0; pass == kText && at < bytes.size(); at += 2)
+            letters.insert(bytes[at]);
+        EXPECT_EQ(letters.size(), pass == kText ? 62U + (hasEnd ? 1 : 0) : 0U);
+        EXPECT_EQ(letters.count('\0'), pass == kText && hasEnd ? 1U : 0U);
     }
 
     static inline std::vector<Write> writes;
@@ -375,10 +359,10 @@ protected:
 TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
 {
     // The numbers of the line, the passes over one chunk, and how often they come.
-    const std::tuple<const wchar_t*, std::vector<std::string>, unsigned> cases[] = {
-        {L"1*\t*2", {std::string(1, '\0')}, 2},
-        {L"2*\t*1", {""}, 1},
-        {L"3*\t*1", gutmann(), 1},
+    const std::tuple<const wchar_t*, std::vector<unsigned>, unsigned> cases[] = {
+        {L"1*\t*2", {0}, 2},
+        {L"2*\t*1", {kText}, 1},
+        {L"3*\t*1", {std::begin(kPasses), std::end(kPasses)}, 1},
         {L"2*\t*0", {}, 0}};
     for (const auto& [numbers, passes, times] : cases) {
         SCOPED_TRACE(testing::Message() << numbers);

@@ -7,16 +7,13 @@
 #include "../host/Console.h"
 #include "core/win32/registry/defragmenter/api.h"
 #include "core/win32/utils/paths/api.h"
+#include "support/Faults.h"
 #include "support/Hives.h"
 #include "support/Pools.h"
 
 namespace {
 const wchar_t* const kHiveList = L"System\\CurrentControlSet\\Control\\hivelist";
 using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
-
-/// Imports as they are called: any number of arguments can be passed on.
-using Any = LONG_PTR(WINAPI*)(LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR,
-                              LONG_PTR, LONG_PTR, LONG_PTR, LONG_PTR);
 
 class HiveAnalysis : public testing::Test
 {
@@ -118,18 +115,15 @@ protected:
 };
 
 /// Lets each call of each import, by whatever thread, fail in turn.
-template <ImportName Name, ImportName... Others, class Run>
-void failCallsOf(LONG_PTR result, const Run& run)
+template <class Run>
+void failCallsOf(std::initializer_list<const char*> imports, LONG_PTR result, const Run& run)
 {
-    {
-        CountedImport<Name, Any> import(sysmaintModule());
-        for (long call = 1; import.calls() >= call - 1; ++call) {
-            import.failCall(call, result, ERROR_IO_DEVICE);
-            run(Name.text, call);
+    for (const std::string import : imports)
+        for (long call = 1, isOver = 0; isOver == 0; ++call) {
+            const FailingCall failing(import, result, call, FailingCall::kAnyThread);
+            run(import, call);
+            isOver = FailingCall::hasCome() ? 0 : 1;
         }
-    }
-    if constexpr (sizeof...(Others) > 0)
-        failCallsOf<Others...>(result, run);
 }
 } // namespace
 
@@ -323,11 +317,12 @@ TEST_F(HiveAnalysis, EveryFailingCallIsReportedByItsPlaceAndLeavesNothing)
     ProcessCounts before;
     for (int times = 0; times < 2; ++times) { // what is kept for good is there after the first time
         before = ProcessCounts::now();
-        failCallsOf<"CreateFileW">(-1, run);
-        failCallsOf<"RegOpenKeyExW", "RegEnumValueW", "RegQueryValueExW">(ERROR_IO_DEVICE, run);
-        failCallsOf<"GetDiskFreeSpaceW", "GetFileSizeEx", "DeviceIoControl", "SetEndOfFile",
-                    "SetFilePointerEx", "ReadFile", "WriteFile", "GetTempFileNameW", "SetFileSecurityW",
-                    "DeleteFileW", "QueryDosDeviceW", "GetLogicalDrives", "CreateEventW">(0, run);
+        failCallsOf({"CreateFileW"}, -1, run);
+        failCallsOf({"RegOpenKeyExW", "RegEnumValueW", "RegQueryValueExW"}, ERROR_IO_DEVICE, run);
+        failCallsOf({"GetDiskFreeSpaceW", "GetFileSizeEx", "DeviceIoControl", "SetEndOfFile",
+                     "SetFilePointerEx", "ReadFile", "WriteFile", "GetTempFileNameW", "SetFileSecurityW",
+                     "DeleteFileW", "QueryDosDeviceW", "GetLogicalDrives", "CreateEventW"},
+                    0, run);
         CloseRegistryDefragmenter(defragmenter); // and with it the pool, which remembers how work has ended
         defragmenter = CreateRegistryDefragmenter(L"test");
     }

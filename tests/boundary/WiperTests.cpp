@@ -1,6 +1,7 @@
 #include <cwchar>
 #include <tuple>
 
+#include "support/Passes.h"
 #include "support/Wipe.h"
 
 namespace {
@@ -69,25 +70,6 @@ protected:
     DWORD handles = 0;
     FreeSpaceQueries space;
 };
-
-// The passes from the published table and the one place where ours departs from it, three bytes each.
-constexpr unsigned kText = 0x1000000;
-constexpr unsigned kPasses[35] = {kText,    kText,    kText,    kText,    0x555555, 0xAAAAAA, 0x924924,
-                                  0x492492, 0x249249, 0x000000, 0x111111, 0x222222, 0x333333, 0x444444,
-                                  0x555555, 0x666666, 0x777777, 0x888888, 0x999999, 0xAAAAAA, 0xBBBBBB,
-                                  0xCCCCCC, 0xDDDDDD, 0xEEEEEE, 0xFFFFFF, 0x924924, 0x492492, 0x6DB6DB,
-                                  0x6DB6DB, 0xB6DB6D, 0xDB6DB6, kText,    kText,    kText,    kText};
-
-/// Whether these are the bytes of a pass. Of text an odd last byte does not tell: the methods end
-/// differently.
-bool areOf(unsigned pass, const Bytes& bytes)
-{
-    for (std::size_t i = 0; i < (pass == kText ? bytes.size() / 2 * 2 : bytes.size()); ++i)
-        if (pass != kText ? bytes[i] != (pass >> (16 - i % 3 * 8) & 0xFFU)
-                          : (i % 2 != 0 ? bytes[i] != 0 : std::isalnum(bytes[i]) == 0))
-            return false;
-    return true;
-}
 } // namespace
 
 TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
