@@ -203,10 +203,8 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
 TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
 {
     CloseLogger(logger);
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(sysmaintModule(), path, MAX_PATH);
     const std::wstring copy = scratchFolder() + L"\\sysmaint-copy.dll";
-    ASSERT_TRUE(CopyFileW(path, copy.c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(besideTests(L"sysmaint.dll").c_str(), copy.c_str(), FALSE));
     const HMODULE library = LoadLibraryW(copy.c_str());
     ASSERT_NE(library, nullptr);
     const auto create = reinterpret_cast<decltype(&CreateLogger)>(

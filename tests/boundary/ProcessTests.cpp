@@ -143,7 +143,7 @@ TEST_F(Processes, AreFoundByWhatTheyAreAndWhoStartedThem)
 {
     const Child tree(L"tree 2 3");
     const Child outside(L"sleep");
-    const std::wstring path = childProgram();
+    const std::wstring path = besideTests(L"process_child.exe");
     std::wstring upper = path;
     CharUpperBuffW(upper.data(), static_cast<DWORD>(upper.size()));
     ASSERT_TRUE(
@@ -205,7 +205,7 @@ TEST_F(Processes, TellWhatTheSystemTellsOfThem)
     ASSERT_EQ(ProcessGetDetails(process.get(), &details), 0);
     const ProcessDetails& told = details[0];
     EXPECT_EQ(told.pathCode + told.commandLineCode + told.userCode + told.accessCode, 0);
-    EXPECT_EQ(_wcsicmp(told.path, childProgram().c_str()), 0);
+    EXPECT_EQ(_wcsicmp(told.path, besideTests(L"process_child.exe").c_str()), 0);
     EXPECT_STREQ(told.commandLine, L"process_child sleep \"a b\"");
     EXPECT_STREQ(told.name, L"process_child.exe");
     EXPECT_EQ(std::wstring(told.sid), wideOf([](wchar_t** sid) { return SidOfCurrentUser(sid); }));
@@ -308,7 +308,10 @@ TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
     const Child older(L"sleep");
     const Child child(L"tree 1 2");
     const Child own(L"tree 1 2");
-    ASSERT_TRUE(comesTrue([&] { return PMRefresh() == 0 && found(PMGetTree, own.id).size() == 2; }));
+    ASSERT_TRUE(comesTrue([&] {
+        return PMRefresh() == 0 && found(PMGetTree, own.id).size() == 2 &&
+               found(PMGetTree, child.id).size() == 2;
+    }));
     const ProcessHandle process = objectOf(child);
     const ProcessHandle alone = objectOf(own);
     const DWORD left = found(PMGetTree, own.id)[1];
@@ -375,7 +378,7 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
 TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)
 {
     const std::wstring path = testPath(L"LSASS.exe");
-    ASSERT_TRUE(CopyFileW(childProgram().c_str(), path.c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(besideTests(L"process_child.exe").c_str(), path.c_str(), FALSE));
     {
         const Child child(L"sleep", path);
         const ProcessHandle process = objectOf(child);

@@ -30,12 +30,6 @@ struct Marked : Attributes
     }
 };
 
-BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER, PULARGE_INTEGER free)
-{
-    free->QuadPart = 0;
-    return TRUE;
-}
-
 /// A file "file" and a folder "tree" in a folder of their own, and time that passes at once.
 class RealWindows : public WipeTest
 {

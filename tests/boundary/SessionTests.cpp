@@ -11,7 +11,7 @@
 #include "support/ImportReplacement.h"
 
 namespace {
-const std::wstring program = childProgram();
+const std::wstring program = besideTests(L"process_child.exe");
 
 unsigned long console()
 {

@@ -133,10 +133,7 @@ TEST_F(WipeSwapTest, FilesThatBecomeOthersAreLeft)
 /// Its name belongs to another file when it is opened to be deleted, or already before.
 TEST_F(WipeSwapTest, FillersThatBecomeOthersAreLeft)
 {
-    FreeSpaceQueries space([](auto, LPCWSTR, auto*, auto*, auto* free) {
-        free->QuadPart = 0;
-        return TRUE;
-    });
+    const FreeSpaceQueries space(isFull);
     files.setHook([&](auto open, auto... all) {
         if (files.calls() == 2)
             swap(L"FreeSpaceFile.qmx", L"precious\\one");

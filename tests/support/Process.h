@@ -8,6 +8,7 @@
 #include <winternl.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <stdexcept>
@@ -90,6 +91,14 @@ struct ProcessCounts
                << describe() << ", then " << counts.describe();
     }
 };
+
+/// The path of a program or library that stands beside the tests.
+inline std::wstring besideTests(const wchar_t* name)
+{
+    wchar_t path[1024];
+    GetModuleFileNameW(nullptr, path, 1024);
+    return std::filesystem::path(path).replace_filename(name).wstring();
+}
 
 /// Starts this program once more, with these arguments.
 inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)

@@ -2,14 +2,6 @@
 
 #include "support/Wipe.h"
 
-/// A program or library that stands beside the tests.
-inline std::wstring besideTests(const wchar_t* name)
-{
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::filesystem::path(path).replace_filename(name).wstring();
-}
-
 /// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
 /// end the process. standins/RestoreClient.cpp says what it answers and writes down.
 class RestoreClient

@@ -75,6 +75,14 @@ using Looks = Replaced<"GetFileInformationByHandle", decltype(&GetFileInformatio
 using Attributes = Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>;
 using FreeSpaceQueries = Replaced<"GetDiskFreeSpaceExW", decltype(&GetDiskFreeSpaceExW)>;
 
+/// A hook that tells of a full volume.
+inline BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER,
+                   PULARGE_INTEGER free)
+{
+    free->QuadPart = 0;
+    return TRUE;
+}
+
 constexpr std::uint64_t kChunk = 1048576;
 constexpr DWORD kOpenToWipe = 0x04000080; // the flags of the open that deletes
 

@@ -5,10 +5,9 @@
 #include <sddl.h>
 
 #include "core/win32/utils/volumes/api.h"
-#include "support/ImportReplacement.h"
-#include "support/Process.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
+#include "support/Wipe.h"
 
 namespace {
 /// A folder that goes with the test, and Win32's view of it.
@@ -85,10 +84,10 @@ TEST(Files, ReadAndWrite)
         EXPECT_EQ(content(file), "second");
         EXPECT_EQ(entries(scratch.root), "a ");
     };
-    failing(Replaced<"WriteFile", decltype(&WriteFile)>(), FALSE);
-    failing(Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)>(), FALSE);
+    failing(Writes(), FALSE);
+    failing(Flushes(), FALSE);
     failing(Replaced<"MoveFileExW", decltype(&MoveFileExW)>(), FALSE);
-    failing(Replaced<"CreateFileW", decltype(&::CreateFileW)>(), INVALID_HANDLE_VALUE);
+    failing(Opens(), INVALID_HANDLE_VALUE);
     EXPECT_EQ(write(scratch / std::wstring(240, L'x'), "x"), 0);
 }
 
@@ -164,18 +163,15 @@ TEST(Files, Delete)
         CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_EQ(asNumber(FileIsInUse)(file.c_str()), 1);
     // One that is held waits for the restart, or keeps its attributes where it cannot.
-    wchar_t list[MAX_PATH];
-    GetWindowsDirectoryW(list, MAX_PATH);
-    wcscat(list, L"\\ForceDelete.txt");
-    DeleteFileW(list);
+    takeBootList();
     EXPECT_EQ(FileDeleteForced(file.c_str(), &flag), 0);
     EXPECT_EQ(flag, 1);
-    DeleteFileW(list);
-    CreateDirectoryW(list, nullptr);
+    EXPECT_NE(takeBootList().find(file), std::wstring::npos);
+    CreateDirectoryW(bootListPath().c_str(), nullptr);
     SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(FileDeleteForced(file.c_str(), &flag), 32);
     EXPECT_EQ(attributes(file) & 1U, 1U);
-    RemoveDirectoryW(list);
+    RemoveDirectoryW(bootListPath().c_str());
     CloseHandle(held);
     Given<unsigned long> ids;
     size_t count = 7;
@@ -278,7 +274,7 @@ TEST(Volumes, TellOfDrives)
     }
     EXPECT_NE(VolumeGetLetters(L"\\\\?\\Volume{none}", &points, &count), 0);
     EXPECT_EQ(VolumeFlush(L"C:\\folder"), 123);
-    Replaced<"CreateFileW", decltype(&::CreateFileW)> open;
+    Opens open;
     std::wstring opened;
     open.setHook([&](auto, const wchar_t* path, auto...) {
         opened = path;
