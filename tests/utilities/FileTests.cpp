@@ -182,6 +182,12 @@ TEST(Files, Delete)
     EXPECT_EQ(FileMoveToRecycleBin((scratch / L"b").c_str()), 2);
     EXPECT_EQ(FileMoveToRecycleBin((scratch / std::wstring(250, L'x')).c_str()), 206);
     EXPECT_EQ(FileMoveToRecycleBin(file.c_str()), 0);
+    const std::wstring binned = scratch / L"binned";
+    for (const wchar_t* end : {L"\\", L"/"}) {
+        std::filesystem::create_directories(binned + L"\\sub");
+        EXPECT_EQ(FileMoveToRecycleBin((binned + end).c_str()), 0);
+        EXPECT_EQ(attributes(binned), INVALID_FILE_ATTRIBUTES);
+    }
     EXPECT_EQ(attributes(file), INVALID_FILE_ATTRIBUTES);
 }
 
