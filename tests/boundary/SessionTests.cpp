@@ -257,7 +257,7 @@ TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
         long code;
     };
     for (const auto& [path, code] :
-         {Row{L"process_child.exe", 87}, Row{nullptr, 87}, Row{L"C:\\not there.exe", 2},
+         {Row{L"process_child.exe", 87}, Row{nullptr, 87}, Row{L"", 87}, Row{L"C:\\not there.exe", 2},
           Row{L"C:\\none\\not there.exe", 3}, Row{L"C:\\x.bat", 193}, Row{L"C:\\x.CMD", 193}}) {
         ProgramRun run({L"exit", L"0"});
         run.asked.program = path;
