@@ -21,7 +21,8 @@ lines that the system runs at its start, before anything else can open a file.
   install    copies the program into the system's folder and registers it as a command line
   uninstall  undoes that; files that wait go on waiting
   run        does the program's work now: overwrites and deletes what waits, as far as it can be opened.
-             Shows it first, and asks; --yes: does not ask
+             Shows it first, and asks; --yes: does not ask. What is not the file that it has shown any more
+             is left alone
   drop       takes one line off the list of files: its file stays as it is. The number is the one that list
              shows. Shows the line first, and asks; --yes: does not ask
   add        appends a command line
@@ -133,17 +134,24 @@ int runNow(bool yes)
     tellPrivateFolder(list);
     if (list.code != ERROR_SUCCESS)
         return report(list.code);
-    for (const WaitingLine& line : list.lines)
-        if (!line.file.empty())
-            messages().writeLine(L"  " + visibleText(line.file));
-    const std::size_t files = list.lines.size() - list.wrongLines;
+    const std::vector<WaitingFile> found = examineWaitingFiles(list);
+    std::size_t files = 0;
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const bool isWiped = found[i].outcome == Outcome::kDone;
+        files += isWiped ? 1 : 0;
+        const Text why = reasonOf(found[i].outcome);
+        const std::wstring reason = isWiped ? L"" : L": " + std::wstring(why.data, why.length);
+        if (!list.lines[i].file.empty())
+            messages().writeLine(L"  " + visibleText(list.lines[i].file) + reason);
+    }
     messages().writeLine(L"wipe what waits for the restart, " + formatCount(files) +
                          (files == 1 ? L" file" : L" files") +
-                         L", each as it was asked for; all names of a file share its data");
+                         L", each as it was asked for; all names of a file share its data; left alone: " +
+                         formatCount(found.size() - files));
     if (const int answer = yes ? kExitDone : askFor(L"nothing was wiped"); answer != kExitDone)
         return answer;
     cancelEvent(); // from now on Ctrl+C only signals it
-    return runBootProgram(list);
+    return runBootProgram(list, found);
 }
 
 /// Removes the one line that it has shown.

@@ -3,7 +3,7 @@
 #include <winternl.h>
 
 #include <algorithm>
-#include <set>
+#include <map>
 #include <string_view>
 
 #include "Command.h"
@@ -46,11 +46,21 @@ std::wstring nativeWindowsFolder()
 struct Watcher
 {
     ProgressLine line;
-    std::set<std::wstring_view> shown; // lines of the list
+    std::map<std::wstring_view, WaitingFile> shown; // by the lines of the list
+    WaitingFile current;
 
     static bool isWanted(void* context, Text line)
     {
-        return static_cast<Watcher*>(context)->shown.count({line.data, line.length}) != 0;
+        auto& self = *static_cast<Watcher*>(context);
+        const auto found = self.shown.find({line.data, line.length});
+        if (found != self.shown.end())
+            self.current = found->second;
+        return found != self.shown.end();
+    }
+    static bool isShown(void* context, const FileNumber& found)
+    {
+        const WaitingFile& current = static_cast<Watcher*>(context)->current;
+        return current.outcome == Outcome::kDone && current.number == found;
     }
 
     static bool isOver(void*) { return isCancelled(); }
@@ -137,15 +147,48 @@ long showBootLog()
     return ERROR_SUCCESS;
 }
 
-int runBootProgram(const ForceDeleteList& shown)
+std::vector<WaitingFile> examineWaitingFiles(const ForceDeleteList& list)
+{
+    const native::Api& api = native::systemApi();
+    const std::wstring path = nativeWindowsFolder();
+    WindowsFolder windows(api);
+    Overwriter overwriter(api); // not used: nothing is written
+    const RunEvents events;
+    FileRemover remover(api, windows, overwriter, events);
+    native::Status status = windows.open(Text(path.data(), path.size()));
+    if (status >= 0)
+        status = remover.prepare();
+    if (status < 0)
+        throw static_cast<long>(RtlNtStatusToDosError(status));
+    for (const Text& own : {bootnames::kList, bootnames::kLog}) {
+        NativeFile file(api);
+        FileNumber number;
+        if (file.open(&windows.folder(), own, {}) >= 0 && file.number(number) >= 0)
+            remover.protect(number);
+    }
+    std::vector<WaitingFile> files;
+    for (const WaitingLine& line : list.lines) {
+        WaitingFile file;
+        ListedFile listed;
+        if (!line.file.empty())
+            file.outcome = ListedFile::parse(Text(line.text.data(), line.text.size()), listed);
+        if (file.outcome == Outcome::kDone)
+            file.outcome = remover.examine(listed, file.number).outcome;
+        files.push_back(file);
+    }
+    return files;
+}
+
+int runBootProgram(const ForceDeleteList& shown, const std::vector<WaitingFile>& files)
 {
     Watcher watcher;
-    for (const WaitingLine& line : shown.lines)
-        watcher.shown.insert(line.text);
+    for (std::size_t i = 0; i < files.size(); ++i)
+        watcher.shown[shown.lines[i].text] = files[i];
     RunEvents events;
     events.context = &watcher;
     events.isOver = &Watcher::isOver;
     events.isWanted = &Watcher::isWanted;
+    events.isShown = &Watcher::isShown;
     events.onProgress = &Watcher::onProgress;
     events.onLeft = &Watcher::onLeft;
     const std::wstring windows = nativeWindowsFolder();

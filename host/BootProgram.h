@@ -1,8 +1,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "ForceDeleteList.h"
+#include "engine/FileRemover.h"
 
 // The program that wipes the waiting files at the next start, and the same work done now.
 
@@ -24,9 +26,19 @@ long uninstallBootProgram();
 /// Shows the log of the program's runs. Returns 0, also without a log, or the code.
 long showBootLog();
 
+/// What the name of a line refers to.
+struct WaitingFile
+{
+    Outcome outcome = Outcome::kMalformed; // kDone: a run would handle it
+    FileNumber number;
+};
+/// Examines the files of all lines, in their order. Throws the system's code.
+std::vector<WaitingFile> examineWaitingFiles(const ForceDeleteList& list);
+
 /// Does the program's work now for the lines that were shown, as far as their files can be opened, and shows
-/// what it does. Lines added since wait for the next run. Returns an ExitCode.
-int runBootProgram(const ForceDeleteList& shown);
+/// what it does. Lines added since wait for the next run, and so does what is not the examined file any more.
+/// Returns an ExitCode.
+int runBootProgram(const ForceDeleteList& shown, const std::vector<WaitingFile>& files);
 
 /// Removes one line from the list, if it still has this number, counted from 1, and this text. Returns 0;
 /// 1168 when it does not; 32 when somebody is processing the list; or the system's code.

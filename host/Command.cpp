@@ -52,6 +52,8 @@ bool Arguments::has(const wchar_t* option) const
 std::wstring Arguments::value(const wchar_t* option, const wchar_t* otherwise) const
 {
     const auto found = m_options.find(option);
+    if (found != m_options.end() && found->second.empty())
+        throw UsageError{std::wstring(option) + L" is empty; is a variable not set?"};
     return found != m_options.end() ? found->second : otherwise;
 }
 

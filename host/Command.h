@@ -42,7 +42,7 @@ public:
 
     [[nodiscard]] const std::vector<std::wstring>& operands() const { return m_operands; }
     [[nodiscard]] bool has(const wchar_t* option) const;
-    /// The option's value, or `otherwise`.
+    /// The option's value, or `otherwise`. Throws UsageError for an empty value.
     [[nodiscard]] std::wstring value(const wchar_t* option, const wchar_t* otherwise) const;
     /// The option's value as a number from `least` to `most`, if it is given. Throws UsageError.
     [[nodiscard]] std::optional<unsigned long> number(const wchar_t* option, unsigned long least,

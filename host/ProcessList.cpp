@@ -158,7 +158,7 @@ void printProcesses(const ProcessListing& listing)
                      {L"MEMORY", true},
                      {L"THREADS", true},
                      {L"USER", false},
-                     {L"NAME", false}});
+                     {L"NAME", false, true}});
     for (const Shown& each : shown) {
         if (listing.asJson)
             printJson(each);

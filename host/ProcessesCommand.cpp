@@ -40,10 +40,12 @@ struct Chosen
     ProcessHandle process;
 };
 
-/// The processes that the words name; a number is an id. Throws UsageError, or 1168 after a message.
+/// The processes that the words name; a number is an id. Names each word that finds none, and throws
+/// kExitFailed then. Throws UsageError.
 std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
 {
     std::vector<Chosen> all;
+    bool isComplete = true;
     for (const std::wstring& word : words) {
         const bool isId = word.find_first_not_of(L"0123456789") == std::wstring::npos;
         if (isId && word.size() > 9)
@@ -53,11 +55,18 @@ std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
             *count = 1;
             const unsigned long id = isId ? std::wcstoul(word.c_str(), nullptr, 10) : 0;
             const long code = isId ? PMFindById(id, found) : PMFindByName(word.c_str(), found, count);
-            return code == ERROR_SUCCESS && *count == 0 ? static_cast<long>(ERROR_NOT_FOUND) : code;
+            if (code == ERROR_NOT_FOUND)
+                *count = 0;
+            return code == ERROR_NOT_FOUND ? static_cast<long>(ERROR_SUCCESS) : code;
         });
+        if (entries.empty())
+            messages().writeLine(L"processes: " + printable(word) + L": there is no such process (1168)");
+        isComplete = isComplete && !entries.empty();
         for (const ProcessEntry& each : entries)
             all.push_back({each.id, each.name, ProcessHandle(CreateProcessW(each))});
     }
+    if (!isComplete)
+        throw kExitFailed;
     return all;
 }
 
@@ -177,6 +186,8 @@ int run(const std::vector<std::wstring>& words)
         if (what == L"watch")
             return watch({words.begin() + 1, words.end()});
         return list(words);
+    } catch (ExitCode code) { // said already
+        return code;
     } catch (long code) {
         messages().writeLine(L"processes: " + (code == ERROR_NOT_FOUND ? L"there is no such process (1168)"
                                                                        : formatCode(code)));

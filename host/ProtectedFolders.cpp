@@ -92,22 +92,30 @@ std::wstring machineText(const wchar_t* key, const wchar_t* value)
                : L"";
 }
 
+std::wstring windowsFolder(UINT(WINAPI* ask)(LPWSTR, UINT))
+{
+    wchar_t path[MAX_PATH];
+    const UINT length = ask(path, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH)
+        throw static_cast<long>(ERROR_PATH_NOT_FOUND);
+    return path;
+}
+
 // The shell could tell most of these, but it loads user32, and programs with that loaded are not notified of
 // the end of the session.
 std::vector<ProtectedFolder> protectedFolders()
 {
     constexpr const wchar_t* kVersion = L"Software\\Microsoft\\Windows\\CurrentVersion";
     constexpr const wchar_t* kProfiles = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
-    wchar_t windows[MAX_PATH];
-    const UINT length = GetWindowsDirectoryW(windows, MAX_PATH);
-    if (length == 0 || length >= MAX_PATH)
-        throw static_cast<long>(ERROR_PATH_NOT_FOUND);
     const struct
     {
         const wchar_t* name;
         std::wstring path;
+        bool withContent = false;
     } folders[] = {
-        {L"the Windows folder", windows},
+        // On Remote Desktop hosts the first may be a folder of the user's own.
+        {L"the Windows folder", windowsFolder(&GetWindowsDirectoryW), true},
+        {L"the Windows folder", windowsFolder(&GetSystemWindowsDirectoryW), true},
         {L"the folder of programs", machineText(kVersion, L"ProgramFilesDir")},
         {L"the folder of programs", machineText(kVersion, L"ProgramFilesDir (x86)")},
         {L"the folder of programs' data", machineText(kProfiles, L"ProgramData")},
@@ -118,7 +126,7 @@ std::vector<ProtectedFolder> protectedFolders()
         if (folder.path.empty())
             continue;
         const std::wstring literal = literalPath(folder.path);
-        result.push_back({folder.name, result.empty(), placeOf(literal, false), placesAbove(literal)});
+        result.push_back({folder.name, folder.withContent, placeOf(literal, false), placesAbove(literal)});
         if (result.back().place.path.empty())
             result.back().place.path = literal;
     }

@@ -1,6 +1,7 @@
 #include "TextTable.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "Console.h"
 
@@ -41,9 +42,14 @@ void TextTable::print() const
         for (std::size_t i = 0; i < line.size(); ++i)
             widths[i] = std::max(widths[i], line[i].size());
     const std::size_t width = lineWidth();
+    std::vector<std::size_t> order(m_columns.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    if (std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1)) > width)
+        std::stable_partition(order.begin() + 1, order.end(),
+                              [&](std::size_t i) { return m_columns[i].isSubject; });
     const auto printLine = [&](const std::vector<std::wstring>& line) {
         std::wstring text;
-        for (std::size_t i = 0; i < line.size(); ++i) {
+        for (const std::size_t i : order) {
             const std::wstring blanks(widths[i] - line[i].size(), L' ');
             text += m_columns[i].isNumber ? blanks + line[i] : line[i] + blanks;
             text.append(kGap, L' ');

@@ -10,14 +10,15 @@ public:
     struct Column
     {
         const wchar_t* heading;
-        bool isNumber; // aligned to the right
+        bool isNumber;          // aligned to the right
+        bool isSubject = false; // what the lines are about: comes second when the table is too wide
     };
 
     explicit TextTable(std::vector<Column> columns) : m_columns(std::move(columns)) {}
 
     /// One text for each column, safe for a terminal.
     void add(std::vector<std::wstring> line) { m_lines.push_back(std::move(line)); }
-    /// Prints on results(). On a terminal the last column is cut to fit its width.
+    /// Prints on results(). On a terminal the lines are cut to fit its width.
     void print() const;
 
 private:

@@ -97,7 +97,7 @@ wrong_rule 'a,b:01' 'entry 2, "b:01": its first'
 wrong_rule '*.a,C:\keep\*.tmp:001' 'entry 2, "C:\keep\*.tmp:001": drive paths cannot be entries'
 wrong_rule 'x:0a1' 'exactly three digits'
 wrong_rule 'x:911' 'digits are 0 or 1'
-wrong_rule '' 'holds no entry'
+wrong_rule '' 'is empty'
 wrong_rule ',,' 'holds no entry'
 run 0 scan "$folder" --filter '*.tmp, *.log,*.x ' && says err 'entry 2, " *.log": the blanks' && says err 'entry 3, "*.x "'
 run 2 scan "$folder" --json --json && says err 'given twice'
@@ -442,7 +442,8 @@ child=$(dirname "$host")/process_child.exe
 for words in '--sort size' 'frobnicate' 'end' 'watch a b' 'watch --interval 9' 'end 12345678901 --yes'; do run 2 processes $words; done
 run 2 sessions all
 run 0 sessions --json && says out '"state":"active","console":true,"user":"'
-run 1 processes end no-such-program.exe --yes && says err 'no such process (1168)'
+run 1 processes end no-such-program.exe nobody.exe --yes && says err 'no-such-program.exe: there is no such process (1168)' && says err 'nobody.exe: there is'
+for option in --user --sort; do run 2 processes $option '' && says err "$option is empty"; done
 run 1 processes end 999999 --yes && says err 'no such process (1168)'
 run 1 processes end services.exe --yes && says err 'the system or this program needs it (50)'
 run 1 processes end plugplay.exe --yes && says err 'it is a service'

@@ -52,19 +52,33 @@ Result FileRemover::remove(const ListedFile& listed, std::uint32_t line, std::ui
 {
     m_line = line;
     m_lines = lines;
-    Result result = openRoot(listed.root);
     Text name;
-    if (result.outcome == Outcome::kDone)
-        result = descend(listed, name);
-    const NativeFile& folder = m_folder.isOpen() ? m_folder : m_root;
     Found found;
-    if (result.outcome == Outcome::kDone)
-        result = look(folder, name, listed.upTo(name), found);
+    const Result result = find(listed, name, found);
     if (result.outcome != Outcome::kDone)
         return result;
+    if (m_events.isShown != nullptr && !m_events.isShown(m_events.context, found.number))
+        return {Outcome::kNotShown, native::kSuccess};
     if ((found.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        return removeLink(folder, name);
-    return wipe(folder, name, found, listed);
+        return removeLink(folder(), name);
+    return wipe(folder(), name, found, listed);
+}
+
+Result FileRemover::examine(const ListedFile& listed, FileNumber& number)
+{
+    Text name;
+    Found found;
+    const Result result = find(listed, name, found);
+    number = found.number;
+    return result;
+}
+
+Result FileRemover::find(const ListedFile& listed, Text& name, Found& found)
+{
+    Result result = openRoot(listed.root);
+    if (result.outcome == Outcome::kDone)
+        result = descend(listed, name);
+    return result.outcome == Outcome::kDone ? look(folder(), name, listed.upTo(name), found) : result;
 }
 
 /// Opens the root of a disk of this machine. A drive that stands for a folder is not a root.

@@ -23,6 +23,8 @@ public:
     /// Never touches this file, under any name.
     void protect(const FileNumber& file) { m_protected[m_protectedCount++ % kMostProtected] = file; }
 
+    /// Examines what `remove` would find, and touches nothing. kDone: it would be handled.
+    Result examine(const ListedFile& listed, FileNumber& number);
     /// `line` of `lines` is reported with the progress.
     Result remove(const ListedFile& listed, std::uint32_t line, std::uint32_t lines);
 
@@ -35,8 +37,10 @@ private:
         FileNumber number;
         ULONG attributes = 0;
     };
+    Result find(const ListedFile& listed, Text& name, Found& found);
     Result openRoot(Text root);
     Result lookAtRoot();
+    [[nodiscard]] const NativeFile& folder() const { return m_folder.isOpen() ? m_folder : m_root; }
     Result descend(const ListedFile& listed, Text& name);
     Result openFolder(const NativeFile& folder, Text name, Text whole, NativeFile& next,
                       FileNumber& number) const;

@@ -13,6 +13,7 @@ enum class Outcome
                     // What the line names is left alone, and the line stays.
     kMalformed,     ///< not the format of a line
     kNotWanted,     ///< RunEvents::isWanted says no
+    kNotShown,      ///< RunEvents::isShown says no
     kCut,           ///< the last line, without its end
     kUnknownMethod, ///< not 1 to 3
     kTooManyPasses, ///< not 0 to 1,000
@@ -49,6 +50,8 @@ enum class Outcome
         return L"not the form of a line";
     case Outcome::kNotWanted:
         return L"it came on the list after that was shown";
+    case Outcome::kNotShown:
+        return L"it is not what was shown";
     case Outcome::kCut:
         return L"a line without its end";
     case Outcome::kUnknownMethod:

@@ -11,6 +11,8 @@ struct RunEvents
     bool (*isOver)(void* context) = nullptr;
     /// Whether to handle a line; otherwise it stays on the list.
     bool (*isWanted)(void* context, Text line) = nullptr;
+    /// Whether to handle what was found under the line last asked about; otherwise it stays, with its line.
+    bool (*isShown)(void* context, const FileNumber& found) = nullptr;
     /// The current line, the number of lines, and how much of the current file is done.
     void (*onProgress)(void* context, std::uint32_t line, std::uint32_t lines, unsigned percent) = nullptr;
     /// Each line that is left, and why; `status` for a failed call.

@@ -491,3 +491,31 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
         EXPECT_EQ(left, reason);
     }
 }
+
+TEST_F(BootRunTest, TakesOnlyWhatItsCallerHasShown)
+{
+    struct
+    {
+        FileNumber found, shown;
+        std::wstring left;
+    } seen;
+    RunEvents events;
+    events.context = &seen;
+    events.isShown = [](void* context, const FileNumber& found) {
+        auto& all = *static_cast<decltype(seen)*>(context);
+        all.found = found;
+        return found == all.shown;
+    };
+    events.onLeft = [](void* context, Text, Text reason, native::Status) {
+        static_cast<decltype(seen)*>(context)->left.assign(reason.data, reason.length);
+    };
+    const Files before = files();
+    setList(kHeader + line(L"report"));
+    EXPECT_EQ(run(native::systemApi(), events).left, 1U);
+    EXPECT_EQ(seen.left, L"it is not what was shown");
+    EXPECT_EQ(files(), before);
+    EXPECT_EQ(list(), line(L"report"));
+    seen.shown = seen.found;
+    EXPECT_EQ(run(native::systemApi(), events).wiped, 1U);
+    EXPECT_FALSE(isThere(L"report"));
+}

@@ -80,7 +80,7 @@ struct Monitor : testing::Test
 };
 
 /// The system's event for a process that has that id.
-FakeWmi::Event event(bool isStart, long id, const wchar_t* name, unsigned long long time)
+FakeWmi::Event event(bool isStart, long id, const std::wstring& name, unsigned long long time)
 {
     return [=] {
         static std::wstring texts[3];
@@ -196,6 +196,75 @@ TEST_F(WmiMonitor, MissesNothingThatTheSystemTells)
     EXPECT_EQ(recorder.taken(), expected);
     EXPECT_EQ(PMStopMonitor(), 0);
     EXPECT_TRUE(com.references == 0);
+}
+
+TEST_F(WmiMonitor, TellsFromSnapshotsUntilTheSystemAnswers)
+{
+    for (const wchar_t* const slow : {L"ROOT\\CIMV2", L"SELECT * FROM Win32_ProcessTrace"}) {
+        const TestEvent answer;
+        FakeWmi::onAsked = [&](std::wstring_view text) { EXPECT_TRUE(text != slow || answer.wait()); };
+        recorder.lines.clear();
+        ASSERT_EQ(PMStartMonitor(kTopic, kChildren, 20, 1), 0);
+        std::vector<std::wstring> expected;
+        {
+            const Child child(L"sleep");
+            expected = {line(kProcessStarted, child.entry()), line(kProcessEnded, child.entry())};
+            ASSERT_TRUE(recorder.hasTaken(1));
+        }
+        ASSERT_TRUE(recorder.hasTaken(2));
+        const Child child(L"sleep");
+        const ProcessEntry entry = child.entry();
+        expected.push_back(line(kProcessStarted, entry));
+        ASSERT_TRUE(recorder.hasTaken(3));
+        EXPECT_EQ(state(), std::pair(static_cast<unsigned long>(kMonitorSnapshots), 0L));
+        answer.set();
+        ASSERT_TRUE(comesTrue([] { return state().first == kMonitorEvents; }));
+        const auto id = static_cast<long>(entry.id);
+        FakeWmi::post(event(true, id, L"process_child.exe", entry.startTime + 1000)); // told already
+        TerminateProcess(child.handle, 0);
+        WaitForSingleObject(child.handle, 60000);
+        FakeWmi::post(event(true, id, L"process_child.b", entry.startTime + 20000000)); // the id again
+        FakeWmi::post(event(false, id, L"process_child.exe", entry.startTime + 10000000));
+        expected.push_back(line(kProcessEnded, entry));
+        expected.push_back(L"1 " + std::to_wstring(id) + L" 12 1 process_child.b");
+        ASSERT_TRUE(recorder.hasTaken(5));
+        EXPECT_EQ(PMStopMonitor(), 0);
+        EXPECT_EQ(recorder.taken(), expected);
+        EXPECT_TRUE(com.references == 0);
+    }
+}
+
+TEST_F(WmiMonitor, TellsWhichProcessOfAnIdAnEventIsAbout)
+{
+    ASSERT_EQ(PMStartMonitor(kTopic, L"process_child*", 60000, 1), 0);
+    ASSERT_TRUE(comesTrue([] { return state().first == kMonitorEvents; }));
+    struct Row
+    {
+        const char* events; // + or -, the process, the second
+        const char* told;
+    };
+    long id = 1000000;
+    std::vector<std::wstring> expected;
+    for (const auto& [events, told] : {Row{"+a0 +b2 -a1 -b3", "+a-a+b-b"}, // the end comes late
+                                       Row{"+a0 +b2 -b3", "+a-a+b-b"},     // or never
+                                       Row{"-a1 +a0 +b2 -b3", "+a-a+b-b"}, // or before its start
+                                       Row{"-a1 +b2 -b3", "+b-b"},         // of a start that nobody told
+                                       Row{"+a0 +a0 -a1 -a1 +b2", "+a-a+b"}}) {
+        ++id;
+        const unsigned long long base = now();
+        for (std::string_view left = events;; left.remove_prefix(4)) {
+            const std::wstring name = L"process_child." + std::wstring(1, left[1]);
+            FakeWmi::post(event(left[0] == '+', id, name, base + (left[2] - '0') * 10000000ULL));
+            if (left.size() < 4)
+                break;
+        }
+        for (const char* at = told; *at != 0; at += 2)
+            expected.push_back((*at == '+' ? L"1 " : L"2 ") + std::to_wstring(id) + L" 12 1 process_child." +
+                               std::wstring(1, at[1]));
+    }
+    ASSERT_TRUE(recorder.hasTaken(expected.size()));
+    EXPECT_EQ(PMStopMonitor(), 0);
+    EXPECT_EQ(recorder.taken(), expected);
 }
 
 TEST_F(WmiMonitor, GoesOnWithSnapshotsWhenEventsStopComing)

@@ -234,6 +234,19 @@ TEST_F(Processes, AreLeftAloneOnceTheirIdIsAnothers)
     const Child child(L"sleep");
     const Child other(L"sleep");
     const ProcessHandle process = objectOf(child);
+    { // nobody takes the name that the other one gets by itself
+        const ProcessHandle automatic = objectOf(other);
+        const wchar_t* name = nullptr;
+        EXPECT_EQ(ProcessGetNameByHandle(automatic.get(), &name), 0);
+        EXPECT_EQ(CreateProcessW(child.entry(), name), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(GetLastError(), 87U);
+        EXPECT_EQ(CreateProcessW(child.entry(), L"7@8"), INVALID_HANDLE_VALUE);
+        const ProcessHandle same(CreateProcessW(other.entry(), name));
+        EXPECT_EQ(same.get(), automatic.get());
+        for (const wchar_t* const usual : {L"7@", L"@7", L"7@8x", L"x7@8", L"78"})
+            EXPECT_NE(ProcessHandle(CreateProcessW(child.entry(), usual)).get(), INVALID_HANDLE_VALUE)
+                << usual;
+    }
     const Terminating terminating([](auto...) { return TRUE; });
     {
         const Times times(
@@ -294,7 +307,13 @@ TEST_F(Processes, EndAsATreeFromBelow)
         ended.insert(id);
         return original(handle, code);
     });
+    bool hasFailed = false; // the last look, when all have been told to end
+    const Asking asking([&](auto original, auto... all) -> NTSTATUS {
+        const bool fails = ended.size() == 63 && !std::exchange(hasFailed, ended.size() == 63);
+        return fails ? static_cast<NTSTATUS>(0xC0000017UL) : original(all...);
+    });
     EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 60000), 0);
+    EXPECT_TRUE(hasFailed);
     EXPECT_EQ(ended.size(), 63U);
     DWORD code = 0;
     GetExitCodeProcess(tree.handle, &code);
@@ -362,17 +381,43 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 31) << "whether it is a service cannot be told";
     EXPECT_EQ(ProcessEnd(process.get(), 4, 50), 87);
     EXPECT_EQ(terminating.calls(), 1);
-    // A process that the system calls critical.
+    // A process that the system calls critical, or does not tell about.
+    long answer = 0;
     Replaced<"NtQueryInformationProcess", decltype(&NtQueryInformationProcess)> asking(
-        [](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
-           ULONG* length) -> NTSTATUS {
+        [&](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
+            ULONG* length) -> NTSTATUS {
             if (kind != 29)
                 return original(handle, kind, buffer, size, length);
-            return *static_cast<ULONG*>(buffer) = 1, 0;
+            return *static_cast<ULONG*>(buffer) = answer == 0 ? 1 : 0, answer;
         });
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 50);
     EXPECT_EQ(ProcessSuspend(process.get()), 50);
+    for (const unsigned long status : {0xC0000022UL, 0xC0000017UL, 0xC000009AUL, 0xC0000008UL}) {
+        answer = static_cast<long>(status);
+        EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 5) << status;
+        EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 50), 5) << status;
+    }
     EXPECT_EQ(terminating.calls(), 1);
+    for (const unsigned long status :
+         {0xC0000002UL, 0xC0000003UL}) { // no system that knows of such processes
+        answer = static_cast<long>(status);
+        EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 1460) << status;
+    }
+    // Older systems tell it only with more access.
+    DWORD asked = 0;
+    const Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD id) {
+        asked = access;
+        return original(access, inherit, id);
+    });
+    asking.setHook([&](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
+                       ULONG* length) -> NTSTATUS {
+        if (kind != 29)
+            return original(handle, kind, buffer, size, length);
+        *static_cast<ULONG*>(buffer) = 0;
+        return asked == PROCESS_QUERY_INFORMATION ? 0 : static_cast<long>(0xC0000022UL);
+    });
+    EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 1460);
+    EXPECT_EQ(terminating.calls(), 4);
 }
 
 TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)

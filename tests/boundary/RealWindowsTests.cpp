@@ -8,7 +8,9 @@
 #include <cwchar>
 #include <tuple>
 
+#include "../host/Command.h"
 #include "../host/Console.h"
+#include "../host/ProtectedFolders.h"
 #include "../host/ShadowCopies.h"
 #include "core/win32/utils/logger/api.h"
 #include "support/Wipe.h"
@@ -141,6 +143,8 @@ TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
         bool canCancel = false;
         DWORD failure = 0;
     } rows[] = {{"file", kOpenToWipe, [&] { return wipeFile(); }, true},
+                {"first look", 0x02200000, [&] { return wipeFile(); }, true},
+                {"folder's first look", 0x02200000, [&] { return wipeFolder(); }, true},
                 {"folder", 0, [&] { return wipeFolder(); }, true},
                 {"filler", 0x00200002, wipeSpace, true},
                 {"filler again", 0x00200080, wipeSpace},
@@ -349,6 +353,7 @@ protected:
         controls.setHook([this](auto, HANDLE, DWORD code, LPVOID, DWORD, LPVOID result, auto...) -> BOOL {
             const bool isLength = code == IOCTL_DISK_GET_LENGTH_INFO;
             const char step = isLength                               ? 'l'
+                              : code == FSCTL_UNLOCK_VOLUME          ? 'u'
                               : code == FSCTL_LOCK_VOLUME            ? 'k'
                               : code == FSCTL_DISMOUNT_VOLUME        ? 'd'
                               : code == FSCTL_ALLOW_EXTENDED_DASD_IO ? 'x'
@@ -357,13 +362,13 @@ protected:
             SetLastError(failure);
             if (isLength)
                 static_cast<GET_LENGTH_INFORMATION*>(result)->Length.QuadPart = static_cast<LONGLONG>(length);
-            return step != failing;
+            return failing.find(step) == std::string::npos;
         });
     }
 
     std::string steps; // opens and controls, a letter each
     std::uint64_t counted = 0, length = 0;
-    char failing = 0;
+    std::string failing; // steps
     DWORD failure = 0;
     long heldOpens = 0;
     FreeSpaceQueries space;
@@ -374,16 +379,19 @@ protected:
 TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
 {
     // What is counted by the file system and by the device; what fails, how; the steps and the code.
-    const std::tuple<std::uint64_t, std::uint64_t, char, DWORD, const char*, long> rows[] = {
-        {2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
-        {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},              // a quota, or a sector kept aside
-        {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0},           // all is counted
-        {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no such question
-        {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
-        {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
-        {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system that could
-        {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
-        {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
+    const std::tuple<std::uint64_t, std::uint64_t, const char*, DWORD, const char*, long> rows[] = {
+        {2 * kChunk, 2 * kChunk + 8192, "", 0, "rlwkdx", 0},
+        {kChunk + 1000, 3 * kChunk, "", 0, "rlwkdx", 0},             // a quota, or a sector kept aside
+        {kChunk + 4096, kChunk + 4096, "", 0, "rlwkdx", 0},          // all is counted
+        {kChunk + 512, 0, "l", ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // unsupported request
+        {kChunk, kChunk, "l", ERROR_CRC, "rl", ERROR_CRC},
+        {kChunk, kChunk, "k", ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
+        {kChunk, kChunk, "ku", ERROR_INVALID_FUNCTION, "rlwkudx", 0}, // no file system has locks
+        {kChunk, kChunk, "k", ERROR_INVALID_FUNCTION, "rlwku", ERROR_INVALID_FUNCTION},
+        {kChunk, kChunk, "k", ERROR_NOT_SUPPORTED, "rlwku", ERROR_NOT_SUPPORTED},
+        {kChunk, kChunk, "k", ERROR_INVALID_PARAMETER, "rlwku", ERROR_INVALID_PARAMETER},
+        {kChunk, kChunk, "d", ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
+        {kChunk, kChunk, "x", ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
     Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
         const bool isAligned = positionOf(file) % 4096 == 0;
         SetLastError(ERROR_INVALID_PARAMETER); // as of a disk with large sectors
@@ -675,6 +683,23 @@ TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
         EXPECT_EQ(hasShadowCopies(L"C:\\"), has) << bytes << " " << code;
     }
     EXPECT_EQ(opens.calls(), 4);
+}
+
+TEST(ProtectedFolders, AreThoseOfTheSystemToo)
+{
+    const HMODULE own = GetModuleHandleW(nullptr); // as above
+    wchar_t windows[MAX_PATH];
+    GetSystemWindowsDirectoryW(windows, MAX_PATH);
+    CountedImport<"GetWindowsDirectoryW", decltype(&GetWindowsDirectoryW)> folder(own);
+    folder.setHook([](auto, LPWSTR path, UINT) -> UINT { // as on a Remote Desktop host
+        std::wcscpy(path, L"C:\\users\\somebody\\WINDOWS");
+        return static_cast<UINT>(std::wcslen(path));
+    });
+    const std::wstring real = windows;
+    for (const std::wstring& name : {real, real + L"\\win.ini", real + L"\\system32\\none\\x",
+                                     std::wstring(L"C:\\users\\somebody\\WINDOWS\\x")})
+        EXPECT_THROW(requireUnprotected(WipeTarget(name)), UsageError) << name;
+    EXPECT_NO_THROW(requireUnprotected(WipeTarget(L"C:\\none\\x")));
 }
 
 TEST(Output, GoesToConsolesAsCharactersAndElsewhereAsBytes)

@@ -233,7 +233,7 @@ TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
     const TestEvent cancel;
     cancel.set();
     const std::pair<const wchar_t*, long> rows[] = {
-        {L"process_child.exe", 87},      {nullptr, 87},       {L"C:\\not there.exe", 2},
+        {L"process_child.exe", 87},      {nullptr, 87},       {L"", 87},          {L"C:\\not there.exe", 2},
         {L"C:\\none\\not there.exe", 3}, {L"C:\\x.bat", 193}, {L"C:\\x.CMD", 193}};
     for (const auto& [path, code] : rows) {
         ProgramRun run({L"exit", L"0"});

@@ -111,12 +111,24 @@ def main():
         told = file.read().decode('utf-16-le').lstrip('\0\r\n')
     if (code, told) != (1, line % names[1]) or os.path.exists(path + 'a') or not os.path.exists(path + 'b'):
         print(f'a run while lines are added: exit code {code}, {told!r}: {seen!r}')
+    # Nor does it take a file that has another's name by now, or a name that nobody had.
+    for there in (True, False):
+        for name in 'ab' if there else 'b':
+            with open(path + name, 'w', encoding='utf-8') as file:
+                file.write(name)
+        waits(names[0])
+        code, seen = answer(command + ['boot', 'run'], b'yes\r', meanwhile=lambda: os.replace(path + 'b', path + 'a'))
+        told = [f'{int(there)} file{"" if there else "s"}, each', f'left alone: {int(not there)}', 'it is not what was shown']
+        if code != 1 or not os.path.exists(path + 'a') or any(text.encode() not in seen for text in told):
+            print(f'a run while its file is exchanged, {there}: exit code {code}: {seen!r}')
+        if os.path.exists(path + 'a'):
+            os.remove(path + 'a')
     os.remove(boot_list)
     # The lines of a table fit the terminal, the long ones cut with a mark.
-    for columns, cut in [(60, True), (200, False)]:
+    for columns, cut in [(40, True), (60, True), (200, False)]:
         code, seen = answer(command + ['processes'], b'', b'?', columns=columns)
         lines = [line for line in re.sub(rb'\x1b\[[?0-9;]*[a-zA-Z]', b'', seen).split(b'\r\n') if line]
-        if code != 0 or len(lines) < 5 or max(map(len, lines)) >= columns or (b'...' in seen) != cut:
+        if code != 0 or len(lines) < 5 or max(map(len, lines)) >= columns or (b'...' in seen) != cut or b'sysmaint.exe' not in seen:
             print(f'processes on {columns} columns: exit code {code}: {lines!r}')
     # A password does not show while it is typed.
     tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')

@@ -83,6 +83,7 @@ public:
     {
         properties.clear();
         withheld = -1;
+        onAsked = nullptr;
         s_events.clear();
         fetches = 0;
         ::CoRevokeClassObject(m_registration);
@@ -93,6 +94,7 @@ public:
     static inline std::map<std::wstring, VARIANT> properties;              ///< of every object
     static inline int withheld = -1;                                       ///< succeeds without an object
     static std::wstring takeAsked() { return std::exchange(s_asked, {}); } ///< each text with a ';', in order
+    static inline std::function<void(std::wstring_view text)> onAsked;     ///< called with each text
     /// The next event of a subscription: sets the properties of the returned object, or returns a code.
     using Event = std::function<HRESULT()>;
     static inline std::atomic<long> fetches{0}; ///< that found no event
@@ -119,6 +121,8 @@ private:
         const Any arguments[] = {a, b, c, d, e, f, g, h};
         for (int i = 0; i < Texts; ++i)
             s_asked.append(reinterpret_cast<const wchar_t*>(arguments[i])).append(L";");
+        if (Texts != 0 && onAsked)
+            onAsked(reinterpret_cast<const wchar_t*>(arguments[Texts - 1]));
         const HRESULT result = com.next();
         const bool isGiven = SUCCEEDED(result) && (withheld != Texts * 10 + Target || self == &s_factory);
         EXPECT_TRUE(self != &s_rows || b == 1) << "there is room for one row";

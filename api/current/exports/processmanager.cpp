@@ -189,7 +189,11 @@ void* CreateProcessW(const ProcessEntry& entry)
 
 void* CreateProcessW(const ProcessEntry& entry, const wchar_t* name)
 {
-    return createObject(processObjects(), PLACE(kProcessApi, "CreateProcessW", __LINE__), entry, name);
+    return boundary::handleFrame([&] {
+        if (name != nullptr)
+            Process::requireOwnName(entry, name);
+        return createObject(processObjects(), PLACE(kProcessApi, "CreateProcessW", __LINE__), entry, name);
+    });
 }
 
 void* OpenProcess(const wchar_t* name)

@@ -91,14 +91,15 @@ using DirectoryStack = std::deque<DirectoryStackEntry, ProcessHeapAllocator<Dire
 /// What becomes free space can be reached with kWipeFreeSpace afterwards.
 ///
 /// Files that others hold briefly (5, 32, 33; for folders 145, while everything in them is being deleted) are
-/// retried for about a second, with a check of the name each time; the event is polled in between. Where full
-/// access is refused (5), which includes taking the file over, only reading, writing and deleting are
-/// requested. A file that others have open without blocking the wipe is deleted with POSIX semantics where
-/// the system supports them, at the cost of one call; elsewhere its name is checked afterwards, one more
-/// call. A file that was overwritten and marked for deletion but still has its name after about a second
-/// returns 303 (ERROR_DELETE_PENDING): it disappears when the others close it, and does not go on the
-/// boot-time list. When a file that cannot be distinguished from the deleted one stands under its name, 1006
-/// is returned: it may be a new one that was given the same number, so it does not go on the list either.
+/// retried for about a second, from the first look on, with a check of the name each time; the event is
+/// polled in between. Where full access is refused (5), which includes taking the file over, only reading,
+/// writing and deleting are requested. A file that others have open without blocking the wipe is deleted with
+/// POSIX semantics where the system supports them, at the cost of one call; elsewhere its name is checked
+/// afterwards, one more call. A file that was overwritten and marked for deletion but still has its name
+/// after about a second returns 303 (ERROR_DELETE_PENDING): it disappears when the others close it, and does
+/// not go on the boot-time list. When a file that cannot be distinguished from the deleted one stands under
+/// its name, 1006 is returned: it may be a new one that was given the same number, so it does not go on the
+/// list either.
 ///
 /// Of this, the following were proven with Windows' answers simulated: POSIX deletion, opening with less than
 /// full access, cloud and sparse files, and everything about real volumes (kWipePartition, files that end at
@@ -172,7 +173,8 @@ struct IWiper
     /// its first byte to the last that the file system counts, and on to the end that the device reports
     /// (IOCTL_DISK_GET_LENGTH_INFO), which raises the total; if it reports none, the wipe ends with the file
     /// system. The volume is locked and its file system dismounted first: if anything is open on it, the
-    /// lock's code is returned (5) and nothing is written.
+    /// lock's code is returned (5) and nothing is written. Only a device that supports neither locking nor
+    /// unlocking is written without a lock.
     ///
     /// @param callback     called after every chunk if `progress` is given too; may be null
     /// @param progress     counts the bytes; ignored without a callback; may be null

@@ -1,11 +1,11 @@
 #include "core/win32/utils/processmanager/include/MonitorRun.h"
 
 #include <algorithm>
+#include <array>
 #include <memory>
 
-#include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
-#include "core/win32/utils/restoremanager/include/WmiNamespace.h"
+#include "core/win32/utils/processmanager/include/HeldThread.h"
 #include "core/win32/utils/strings/include/Strings.h"
 #include "core/win32/utils/time/include/Time.h"
 #include "win32/processes/include/ProcessOptions.h"
@@ -14,9 +14,11 @@ constexpr char kMonitorRunHeader[] = "core\\win32\\utils\\processmanager\\includ
 
 namespace {
 constexpr DWORD kStopWait = 900;     // milliseconds
-constexpr long kFetchWait = 200;     // milliseconds between two checks for a stop
+constexpr DWORD kEventsWait = 800;   // milliseconds of it
 constexpr unsigned long kLeast = 10; // milliseconds
 constexpr unsigned long kMost = 60000;
+constexpr unsigned long long kDelay = 10000000;    // a second in 100 ns, for an event to be made
+constexpr unsigned long long kKeptFor = 600000000; // a minute, for a start that comes after its end
 
 std::vector<std::wstring> patternsOf(const wchar_t* filter)
 {
@@ -66,15 +68,7 @@ MonitorRun::MonitorRun(const wchar_t* topic, const wchar_t* filter, unsigned lon
 
 void MonitorRun::begin(const SharedPtr<MonitorRun>& run)
 {
-    requireSuccess(KeptLibrary::hold());
-    auto own = std::make_unique<SharedPtr<MonitorRun>>(run);
-    const Win32Handle thread(::CreateThread(nullptr, 0, &MonitorRun::threadMain, own.get(), 0, nullptr));
-    if (!thread.isValid()) {
-        const long code = lastError();
-        KeptLibrary::release();
-        raiseCode(code);
-    }
-    static_cast<void>(own.release()); // owned by the thread now
+    startHeldThread<MonitorRun, &MonitorRun::work>(run);
 }
 
 void MonitorRun::stop() noexcept
@@ -83,109 +77,125 @@ void MonitorRun::stop() noexcept
     WaitForSingleObject(m_done.get(), kStopWait);
 }
 
-DWORD WINAPI MonitorRun::threadMain(void* run) noexcept
-{
-    const HMODULE library = KeptLibrary::reference();
-    {
-        const std::unique_ptr<SharedPtr<MonitorRun>> own(static_cast<SharedPtr<MonitorRun>*>(run));
-        (*own)->work();
-    }
-    KeptLibrary::exitThread(library, 0);
-}
-
 void MonitorRun::work() noexcept
 {
-    if (m_wantsEvents) {
-        const long code = boundary::statusOf([&]() -> long {
-            watchEvents();
+    if (m_wantsEvents)
+        m_code = boundary::statusOf([&]() -> long {
+            const SharedPtr<ProcessEvents> events(std::make_unique<ProcessEvents>().release());
+            ProcessEvents::begin(events);
+            m_events = events;
             return ERROR_SUCCESS;
         });
-        m_source = kMonitorSnapshots;
-        m_code = code;
-    }
-    watchSnapshots();
+    watch();
+    if (m_events)
+        m_events->stop(kEventsWait);
     m_source = kMonitorStopped;
     SetEvent(m_done.get());
 }
 
-/// Returns when the run was stopped. Raises why there are no events, or no more.
-void MonitorRun::watchEvents()
+void MonitorRun::watch() noexcept
 {
-    const ComLibrary com;
-    const ComApartment apartment(com, COINIT_MULTITHREADED);
-    const WmiNamespace wmi(com, L"ROOT\\CIMV2");
-    const ComPtr<IEnumWbemClassObject> events = wmi.subscribe(L"SELECT * FROM Win32_ProcessTrace");
-    bool isFirst = true;
-    while (!isStopped()) {
-        Event event{};
-        const bool isThere = fetch(com, *events.get(), event);
-        if (std::exchange(isFirst, false)) { // events arrive from now on; catch up on earlier ones
-            compare(ProcessSnapshot());
-            m_source = kMonitorEvents;
-        }
-        if (isThere && !isStopped())
-            take(event);
-    }
-}
-
-bool MonitorRun::fetch(const ComLibrary& com, IEnumWbemClassObject& events, Event& event)
-{
-    const char* const place = PLACE(kMonitorRunHeader, "MonitorRun::fetch", __LINE__);
-    ComPtr<IWbemClassObject> object;
-    ULONG count = 0;
-    const HRESULT result = events.Next(kFetchWait, 1, object.receive(), &count);
-    requireComSuccess(place, result);
-    if (result == WBEM_S_TIMEDOUT)
-        return false;
-    if (object.get() == nullptr) // a subscription never ends by itself
-        requireComSuccess(place, static_cast<HRESULT>(WBEM_E_NOT_FOUND));
-    const auto ask = [&](const wchar_t* name, auto read) {
-        ComValue value(com);
-        requireComSuccess(place, object->Get(name, 0, value.receive(), nullptr, nullptr));
-        return read(value);
-    };
-    const auto number = [&](const wchar_t* name) {
-        return ask(name, [](const ComValue& value) { return value.getNumber(); });
-    };
-    const auto text = [&](const wchar_t* name) {
-        return ask(name, [](const ComValue& value) { return value.getText(); });
-    };
-    event.isStart = text(L"__CLASS") == L"Win32_ProcessStartTrace";
-    event.id = number(L"ProcessID");
-    event.time = static_cast<unsigned long long>(strings::toInt64(text(L"TIME_CREATED"), 10));
-    event.process = {event.time, false, number(L"ParentProcessID"), number(L"SessionID"),
-                     text(L"ProcessName")};
-    return true;
-}
-
-void MonitorRun::take(const Event& event)
-{
-    const auto known = m_known.find(event.id);
-    if (event.isStart && known == m_known.end()) {
-        m_known[event.id] = event.process;
-        post(kProcessStarted, event.id, event.process, event.time);
-    } else if (!event.isStart && known != m_known.end() && known->second.startTime <= event.time) {
-        const Known ended = known->second;
-        m_known.erase(known);
-        post(kProcessEnded, event.id, ended, event.time);
-    } // otherwise a snapshot has reported it already
-}
-
-void MonitorRun::watchSnapshots() noexcept
-{
-    for (DWORD wait = 0; WaitForSingleObject(m_stop.get(), wait) == WAIT_TIMEOUT; wait = m_interval) {
+    std::array<HANDLE, 2> handles{m_stop.get(), nullptr};
+    if (m_events)
+        handles.back() = m_events->getNewsEvent();
+    const DWORD count = m_events ? 2 : 1;
+    for (DWORD wait = 0;;) {
+        const DWORD signalled = WaitForMultipleObjects(count, handles.data(), FALSE, wait);
+        if (signalled == WAIT_OBJECT_0 || signalled == WAIT_FAILED)
+            return;
         const long code = boundary::statusOf([&]() -> long {
-            compare(ProcessSnapshot());
+            follow();
             return ERROR_SUCCESS;
         });
-        if (code != ERROR_SUCCESS)
+        if (code != ERROR_SUCCESS) {
             m_code = code; // the next snapshot catches up
+            if (m_eventState == ProcessEvents::State::kServing)
+                giveUpEvents();
+        }
+        wait = m_source == kMonitorEvents ? INFINITE : m_interval;
     }
+}
+
+/// Posts what has happened since the last call: from the system's events, or from a snapshot while there are
+/// none.
+void MonitorRun::follow()
+{
+    if (!m_events || m_eventState == ProcessEvents::State::kEnded)
+        return compare(ProcessSnapshot());
+    const ProcessEvents::News news = m_events->take();
+    m_eventState = news.state;
+    if (news.state == ProcessEvents::State::kServing && m_source != kMonitorEvents) {
+        compare(ProcessSnapshot()); // what happened before the first event
+        m_source = kMonitorEvents;
+    }
+    for (const ProcessEvent& each : news.events)
+        if (!isStopped())
+            take(each);
+    if (news.state == ProcessEvents::State::kEnded) {
+        m_code = news.code;
+        giveUpEvents();
+    }
+    if (news.state != ProcessEvents::State::kServing)
+        compare(ProcessSnapshot());
+}
+
+void MonitorRun::giveUpEvents() noexcept
+{
+    m_eventState = ProcessEvents::State::kEnded;
+    m_source = kMonitorSnapshots;
+    m_endedEarly.clear();
+    m_events->stop(0);
+}
+
+void MonitorRun::take(const ProcessEvent& event)
+{
+    if (event.isStart)
+        return takeStart(event);
+    const auto known = m_known.find(event.id);
+    if (known == m_known.end()) { // its start comes later, or a snapshot has reported its end
+        std::erase_if(m_endedEarly, [&](const auto& each) { return each.second + kKeptFor < event.time; });
+        m_endedEarly[event.id] = event.time;
+    } else if (known->second.startTime <= event.time) { // else it was another process with that id
+        const auto ended = m_known.extract(known);
+        post(kProcessEnded, event.id, ended.mapped(), event.time);
+    }
+}
+
+void MonitorRun::takeStart(const ProcessEvent& event)
+{
+    if (const auto known = m_known.find(event.id); known != m_known.end()) {
+        if (isAboutKnown(event, known->second))
+            return;
+        const auto ended = m_known.extract(known); // the event of its end comes later, or never
+        post(kProcessEnded, event.id, ended.mapped(), event.time);
+    }
+    const Known process{event.time, false, event.parentId, event.session, event.name};
+    m_known[event.id] = process;
+    post(kProcessStarted, event.id, process, event.time);
+    const auto early = m_endedEarly.extract(event.id);
+    if (!early.empty() && early.mapped() >= event.time) {
+        m_known.erase(event.id);
+        post(kProcessEnded, event.id, process, early.mapped());
+    }
+}
+
+/// Whether a start is that of the known process with this id, or of an earlier one. The event is made a
+/// little later than the process.
+bool MonitorRun::isAboutKnown(const ProcessEvent& event, const Known& known)
+{
+    if (event.time <= known.startTime)
+        return true;
+    if (!known.isExact) // it was reported by its own event
+        return false;
+    const ProcessSnapshot snapshot;
+    const ProcessEntry* const entry = snapshot.find(event.id);
+    if (entry != nullptr && entry->startTime == known.startTime)
+        return true;
+    return event.time <= known.startTime + kDelay && (entry == nullptr || event.time < entry->startTime);
 }
 
 bool MonitorRun::isSame(const Known& known, const ProcessEntry& entry) noexcept
 {
-    constexpr unsigned long long kDelay = 10000000; // a second, for the event to arrive
     return known.isExact ? entry.startTime == known.startTime : entry.startTime <= known.startTime + kDelay;
 }
 

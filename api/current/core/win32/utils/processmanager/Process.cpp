@@ -43,13 +43,28 @@ bool hasEnded(HANDLE process)
     return waited == WAIT_OBJECT_0;
 }
 
-bool isCritical(HANDLE process) noexcept
+constexpr auto kAccessDenied = static_cast<NTSTATUS>(0xC0000022);
+
+/// Whether the end of the process would end the system. Raises 5 when the system does not tell.
+bool isCritical(HANDLE process, unsigned long id)
 {
     constexpr auto kBreakOnTermination = static_cast<PROCESSINFOCLASS>(29);
+    constexpr auto kInvalidInfoClass = static_cast<NTSTATUS>(0xC0000003);
+    constexpr auto kNotImplemented = static_cast<NTSTATUS>(0xC0000002);
     ULONG critical = 0;
-    return NtQueryInformationProcess(process, kBreakOnTermination, &critical, sizeof critical, nullptr) >=
-               0 &&
-           critical != 0;
+    const auto ask = [&](HANDLE asked) {
+        return NtQueryInformationProcess(asked, kBreakOnTermination, &critical, sizeof critical, nullptr);
+    };
+    NTSTATUS status = ask(process);
+    if (status == kAccessDenied) { // older systems need more access; the id is still this process's
+        const Win32Handle opened(::OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, id));
+        status = opened.isValid() ? ask(opened.get()) : status;
+    }
+    if (status == kInvalidInfoClass || status == kNotImplemented)
+        return false;
+    if (status < 0)
+        raiseCode(ERROR_ACCESS_DENIED);
+    return critical != 0;
 }
 
 /// Whether the file of a process may be in the system folder; true when the file is unknown.
@@ -126,7 +141,7 @@ void protection::requireUnprotected(HANDLE process, unsigned long id, const wcha
     const bool isOfSystem = std::any_of(kSystemNames.begin(), kSystemNames.end(), [&](const wchar_t* each) {
         return strings::equalsIgnoringCase(each, name);
     });
-    if (id == kIdle || id == kSystem || id == GetCurrentProcessId() || isCritical(process) ||
+    if (id == kIdle || id == kSystem || id == GetCurrentProcessId() || isCritical(process, id) ||
         (isOfSystem && mayBeOfSystem(process)))
         raiseCode(ERROR_NOT_SUPPORTED);
 }
@@ -134,6 +149,17 @@ void protection::requireUnprotected(HANDLE process, unsigned long id, const wcha
 std::wstring Process::defaultName(const ProcessEntry& entry)
 {
     return std::to_wstring(entry.id) + L"@" + std::to_wstring(entry.startTime);
+}
+
+void Process::requireOwnName(const ProcessEntry& entry, std::wstring_view name)
+{
+    constexpr std::wstring_view kDigits = L"0123456789";
+    const std::size_t at = name.find_first_not_of(kDigits);
+    const bool isDefault = at != 0 && at != std::wstring_view::npos && at + 1 < name.size() &&
+                           name[at] == L'@' &&
+                           name.find_first_not_of(kDigits, at + 1) == std::wstring_view::npos;
+    if (isDefault && name != defaultName(entry))
+        raiseCode(ERROR_INVALID_PARAMETER);
 }
 
 Win32Handle Process::open(DWORD access) const
@@ -261,7 +287,11 @@ void Process::end(unsigned long options, unsigned long timeout) const
     ender.endAll(1);
     endLower(1); // what they have started meanwhile
     ender.endAll(0);
-    endLower(0); // and what the top one started at the last moment
+    // And what the top one started at the last moment. A failure would conceal that all others have ended.
+    if (const long code = codeOf([&] { endLower(0); }); code == ERROR_NOT_ENOUGH_MEMORY)
+        endLower(0);
+    else
+        requireSuccess(code);
     ender.wait(deadline.getLeft());
 }
 

@@ -36,7 +36,8 @@ void requireUsable(const SessionProgram& program)
                               (program.arguments != nullptr &&
                                std::all_of(program.arguments, program.arguments + program.argumentCount,
                                            [](const wchar_t* each) { return each != nullptr; }));
-    if (program.program == nullptr || !hasArguments || (program.options & ~kKnown) != 0)
+    if (program.program == nullptr || *program.program == L'\0' || !hasArguments ||
+        (program.options & ~kKnown) != 0)
         raiseCode(ERROR_INVALID_PARAMETER);
     if (paths::normalize(program.program) != program.program) // not absolute: it might mean another file
         raiseCode(ERROR_INVALID_PARAMETER);

@@ -72,10 +72,12 @@ SYSMAINT_API long PMFindUsers(const wchar_t* path, ProcessEntry** entries, size_
 //     "Time"                                 8 bytes, a FILETIME: of the start, or when the end was noticed
 //
 // It uses the system's events (WMI) where they are available, which takes an administrator, and misses
-// nothing once they arrive. One comparison of snapshots then reports what happened while it subscribed: a
-// process that started and ended in between is missed. Where events are refused or stop coming, it compares
-// snapshots at the chosen interval; a process that lives shorter than that may be missed entirely. It has its
-// own thread. With the 50 and more processes of a busy system a snapshot costs some tenths of a millisecond.
+// nothing once they come. Until then, which may take seconds while the system is slow to answer, and where
+// events are refused or stop coming, it compares snapshots at the chosen interval; a process that lives
+// shorter than that may be missed entirely. Nothing is told twice when one source follows the other. When an
+// event shows that an id is in use again, the end of the former process is told first. It has its own thread,
+// and a second one for the events. With the 50 and more processes of a busy system a snapshot costs some
+// tenths of a millisecond.
 
 /// Creates the monitor, stopped, or opens it again.
 SYSMAINT_API long CreateProcessMonitor();
@@ -102,7 +104,8 @@ SYSMAINT_API long PMGetMonitorState(unsigned long* source, long* code);
 
 // ---- Process objects, each with a handle: named, shared, destroyed when the last opening is closed.
 // Creating one under an existing name opens that object. Without a name, the id and start time serve as one:
-// the same process is the same object. On failure the result is the invalid handle, with the code as the last
+// the same process is the same object. A given name must not be the one that another process gets that way
+// ("ID@TIME", in digits: 87). On failure the result is the invalid handle, with the code as the last
 // error: 87, 8, and 1168 from functions that only open.
 //
 // The status functions return 6 and 487 for the handle, 1168 when the process has ended, and 5. Only the id

@@ -12,12 +12,30 @@ bool control(HANDLE device, DWORD code, void* result = nullptr, DWORD size = 0) 
     DWORD returned = 0;
     return DeviceIoControl(device, code, nullptr, 0, result, size, &returned, nullptr) != FALSE;
 }
+/// Whether a failure may mean that the device does not support the request.
+bool isUnknown(DWORD code) noexcept
+{
+    return code == ERROR_INVALID_FUNCTION || code == ERROR_NOT_SUPPORTED || code == ERROR_INVALID_PARAMETER;
+}
+
 /// Raises the last error, unless it means that the device does not support the request.
 void requireKnown()
 {
-    const DWORD code = GetLastError();
-    if (code != ERROR_INVALID_FUNCTION && code != ERROR_NOT_SUPPORTED && code != ERROR_INVALID_PARAMETER)
+    if (!isUnknown(GetLastError()))
         raiseLastError();
+}
+
+void lock(HANDLE volume, HANDLE cancelEvent)
+{
+    for (Patience patience(cancelEvent); !control(volume, FSCTL_LOCK_VOLUME);) {
+        const DWORD code = GetLastError();
+        if (patience.isWorthAnotherTry(code))
+            continue;
+        // A device without locks does not know the opposite request either, which changes nothing elsewhere.
+        if (isUnknown(code) && !control(volume, FSCTL_UNLOCK_VOLUME) && GetLastError() == code)
+            return;
+        raiseCode(code);
+    }
 }
 } // namespace
 
@@ -45,11 +63,7 @@ std::uint64_t volumedevice::lengthOf(const wchar_t* device, HANDLE cancelEvent)
 
 void volumedevice::takeOver(HANDLE volume, HANDLE cancelEvent)
 {
-    for (Patience patience(cancelEvent); !control(volume, FSCTL_LOCK_VOLUME);)
-        if (!patience.isWorthAnotherTry(GetLastError())) {
-            requireKnown();
-            break;
-        }
+    lock(volume, cancelEvent);
     if (!control(volume, FSCTL_DISMOUNT_VOLUME))
         requireKnown();
     // If it is refused, a write beyond the file system's end will fail.

@@ -25,41 +25,57 @@ Win32Handle openToDestroy(const wchar_t* target, DWORD disposition, DWORD flags)
     return file;
 }
 
-WipeTarget::WipeTarget(const wchar_t* target) : m_target(target)
+WipeTarget::WipeTarget(const wchar_t* target, HANDLE cancelEvent)
+    : m_target(target), m_cancelEvent(cancelEvent)
 {
-    const OpenedItself found(target);
-    m_identity = FileIdentity::of(found.get());
-    m_isLink = found.isLink();
-    m_isFolder = found.isFolder();
-    m_attributes = found.attributes();
-    // If its tag cannot be read, it may be no link and would be deleted without being overwritten.
-    FILE_ATTRIBUTE_TAG_INFO tag;
-    if (m_isLink && !GetFileInformationByHandleEx(found.get(), FileAttributeTagInfo, &tag, sizeof tag))
-        raiseLastError();
+    lookAt([this](const OpenedItself& found) {
+        m_identity = FileIdentity::of(found.get());
+        m_isLink = found.isLink();
+        m_isFolder = found.isFolder();
+        m_attributes = found.attributes();
+        // If its tag cannot be read, it may be no link and would be deleted without being overwritten.
+        FILE_ATTRIBUTE_TAG_INFO tag;
+        if (m_isLink && !GetFileInformationByHandleEx(found.get(), FileAttributeTagInfo, &tag, sizeof tag))
+            raiseLastError();
+    });
     // A failure shows in the next step.
-    if ((found.attributes() & (m_isLink ? FILE_ATTRIBUTE_READONLY : kGuarding)) != 0)
+    if ((m_attributes & (m_isLink ? FILE_ATTRIBUTE_READONLY : kGuarding)) != 0)
         SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
 }
 
-void WipeTarget::remove(HANDLE cancelEvent) const
+/// Opens the item itself for `look`, which may raise, too. Tries again while somebody holds it.
+template <class Look>
+void WipeTarget::lookAt(Look&& look) const
+{
+    for (Patience patience(m_cancelEvent);;)
+        try {
+            return look(OpenedItself(m_target));
+        } catch (long code) {
+            if (!patience.isWorthAnotherTry(static_cast<DWORD>(code)))
+                throw;
+        }
+}
+
+void WipeTarget::remove() const
 {
     removal::removeByName(
-        m_target, m_isFolder, cancelEvent, [this] { requireUnchanged(); },
+        m_target, m_isFolder, m_cancelEvent, [this] { requireUnchanged(); },
         [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; }, kAnotherFile);
 }
 
 void WipeTarget::requireUnchanged() const
 {
-    const OpenedItself found(m_target);
-    if (found.isLink() && !m_isLink)
-        raiseCode(kStoppedOnSymlink);
-    requireSame(found.get());
+    lookAt([this](const OpenedItself& found) {
+        if (found.isLink() && !m_isLink)
+            raiseCode(kStoppedOnSymlink);
+        requireSame(found.get());
+    });
 }
 
-void WipeTarget::requireGone(HANDLE cancelEvent) const
+void WipeTarget::requireGone() const
 {
     removal::requireGone(
-        m_target, cancelEvent, [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; },
+        m_target, m_cancelEvent, [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; },
         kAnotherFile);
 }
 
@@ -69,11 +85,11 @@ void WipeTarget::requireSame(HANDLE opened) const
         raiseCode(kAnotherFile);
 }
 
-Win32Handle WipeTarget::open(HANDLE cancelEvent) const
+Win32Handle WipeTarget::open() const
 {
     constexpr DWORD kFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE;
     Win32Handle file = openToDestroy(m_target, OPEN_EXISTING, kFlags);
-    for (Patience patience(cancelEvent); !file.isValid();) {
+    for (Patience patience(m_cancelEvent); !file.isValid();) {
         if (!patience.isWorthAnotherTry(GetLastError()))
             raiseLastError();
         requireUnchanged();

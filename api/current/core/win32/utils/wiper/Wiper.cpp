@@ -218,9 +218,9 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     if (plain.size() == 3 && plain.substr(1) == L":\\")
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
     const Win32Path target(path.c_str());
-    const WipeTarget found(target);
+    const WipeTarget found(target, m_cancelEvent);
     if (found.isLink())
-        return found.remove(m_cancelEvent);
+        return found.remove();
     if (found.isFolder()) // the open would refuse it, but only after its streams were destroyed
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
 
@@ -233,7 +233,7 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     // Before the file itself is opened: only its owner could open them then.
     if (wipeStreams(path, target, found))
         found.requireUnchanged();
-    Win32Handle file = found.open(m_cancelEvent);
+    Win32Handle file = found.open();
     try {
         overwriteRepeatedly(file.get(), sizeOf(file.get(), PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__)),
                             (found.attributes() & FILE_ATTRIBUTE_SPARSE_FILE) != 0);
@@ -243,7 +243,7 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
         throw;
     }
     if (!found.close(file))
-        found.requireGone(m_cancelEvent);
+        found.requireGone();
 }
 
 std::wstring Wiper::renameFile(const wchar_t* path) const
@@ -416,12 +416,12 @@ long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
 long Wiper::wipeFolder(const std::wstring& path)
 {
     const Win32Path target(path.c_str());
-    const WipeTarget found(target);
+    const WipeTarget found(target, m_cancelEvent);
     if (!found.isFolder() && !found.isLink())
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__), ERROR_DIRECTORY);
     if (!found.isLink() && wipeStreams(path, target, found))
         found.requireUnchanged();
-    found.remove(m_cancelEvent);
+    found.remove();
     return ERROR_SUCCESS;
 }
 

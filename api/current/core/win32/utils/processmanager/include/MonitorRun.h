@@ -9,10 +9,8 @@
 
 #include "core/win32/utils/communication/include/MessageTopic.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/processmanager/include/ProcessEvents.h"
 #include "core/win32/utils/processmanager/include/ProcessSnapshot.h"
-
-class ComLibrary;
-struct IEnumWbemClassObject;
 
 /// One run of the process monitor, from a start to the next stop: a thread that watches processes and posts a
 /// message for each. The thread holds the run, so it can be left behind when it is blocked in a system call.
@@ -40,24 +38,18 @@ private:
         unsigned long session;
         std::wstring name;
     };
-    struct Event
-    {
-        bool isStart;
-        unsigned long id;
-        unsigned long long time;
-        Known process;
-    };
 
-    static DWORD WINAPI threadMain(void* run) noexcept;
     void work() noexcept;
-    void watchEvents();
-    void watchSnapshots() noexcept;
+    void watch() noexcept;
+    void follow();
+    void giveUpEvents() noexcept;
     void compare(const ProcessSnapshot& snapshot);
-    void take(const Event& event);
+    void take(const ProcessEvent& event);
+    void takeStart(const ProcessEvent& event);
     void post(unsigned long message, unsigned long id, const Known& process, unsigned long long time);
     [[nodiscard]] bool isStopped() const noexcept { return isCancelled(m_stop.get()); }
     [[nodiscard]] static bool isSame(const Known& known, const ProcessEntry& entry) noexcept;
-    [[nodiscard]] static bool fetch(const ComLibrary& com, IEnumWbemClassObject& events, Event& event);
+    [[nodiscard]] static bool isAboutKnown(const ProcessEvent& event, const Known& known);
 
     std::wstring m_topicName;
     std::vector<std::wstring> m_patterns; // none: all
@@ -66,7 +58,11 @@ private:
     Win32Handle m_stop;
     Win32Handle m_done;
     SmartHandle<closeTopic> m_topic;
-    std::map<unsigned long, Known> m_known; // only used by the thread
+    // Only used by the thread:
+    SharedPtr<ProcessEvents> m_events;
+    ProcessEvents::State m_eventState = ProcessEvents::State::kAsking;
+    std::map<unsigned long, Known> m_known;
+    std::map<unsigned long, unsigned long long> m_endedEarly; // when processes of unknown starts ended
     std::atomic<unsigned long> m_source;
     std::atomic<long> m_code{ERROR_SUCCESS};
 };

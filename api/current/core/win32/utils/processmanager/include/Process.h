@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <string>
+#include <string_view>
 
 #include "core/win32/utils/memory/include/UtilityMemory.h"
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
@@ -23,6 +24,9 @@ public:
 
     /// The name of an object created without one: the same for the same process.
     [[nodiscard]] static std::wstring defaultName(const ProcessEntry& entry);
+
+    /// Raises 87 for a name that is the default one of another process.
+    static void requireOwnName(const ProcessEntry& entry, std::wstring_view name);
 
     /// Opens the process with these rights. Raises 1168 when it has ended, 5 when that is unknown.
     [[nodiscard]] Win32Handle open(DWORD access) const;

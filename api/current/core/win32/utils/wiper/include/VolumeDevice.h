@@ -24,7 +24,8 @@ inline constexpr std::uint64_t kLargestSector = 4096;
 /// Locks the volume for one handle (FSCTL_LOCK_VOLUME) and dismounts its file system (FSCTL_DISMOUNT_VOLUME)
 /// for as long as the handle is open, and allows writing beyond the file system's end
 /// (FSCTL_ALLOW_EXTENDED_DASD_IO). Otherwise Windows refuses all but the first sectors, and a mounted file
-/// system writes its cached data back over what was wiped. Waits about a second for others. A device that
-/// supports none of these requests has no such file system.
+/// system writes its cached data back over what was wiped. Waits about a second for others. A refused
+/// lock is a failure, except where neither locking nor unlocking is supported (1, 50, 87, the same for both):
+/// there is no such file system.
 void takeOver(HANDLE volume, HANDLE cancelEvent);
 } // namespace volumedevice
