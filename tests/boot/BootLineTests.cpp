@@ -131,6 +131,8 @@ TEST_F(BootLineTest, FindsLinesAtOddBytes)
     const std::string odd = b.substr(0, 41);
     const std::wstring cut = line(L"keep").substr(0, 21) + L"?\r\n";
     const std::string tail = b.substr(41) + '\0';
+    const std::string kanji = bytesOf(line(L"\x65E5\x672C"));
+    const std::size_t inside = kanji.find("\xE5\x65") + 1;
     const std::string name = bytesOf(line(L"folder\\n" + text("x" + v + "x")));
     std::string many; // too long for a name
     std::string missing;
@@ -151,7 +153,9 @@ TEST_F(BootLineTest, FindsLinesAtOddBytes)
         {odd + odd + odd + v + w, true, text(odd + odd) + L"?\r\n" + cut},
         {odd + v + many + odd + w, true, cut + text(many) + cut},
         {odd + v + many + b.substr(41) + w, true, cut + text(many) + text(tail) + L"?\r\n"},
-        {odd + v + b.substr(41) + w, false, text(odd + v + b.substr(41))}, // may be one line
+        {odd + v + b.substr(41) + w, false, text(odd + v + b.substr(41))},
+        {kanji.substr(0, inside) + v + kanji.substr(inside) + w, false, // a line for one file, to the byte
+         text(kanji.substr(0, inside) + v + kanji.substr(inside))},
         {name + w, false, text(name)},
         {name.substr(0, name.size() - 20) + w, false, text(name.substr(0, name.size() - 20)) + L"?\r\n"},
     };
