@@ -80,6 +80,15 @@ struct Watcher
         messages().writeLine(text + L": " + visibleText(textOf(line)));
     }
 };
+
+void tellListFailed(native::Status status)
+{
+    const wchar_t* text =
+        status == native::kSharingViolation
+            ? L"boot: another program holds the list, ForceDelete.txt in the Windows folder: "
+            : L"boot: the list: ";
+    messages().writeLine(text + formatCode(static_cast<long>(RtlNtStatusToDosError(status))));
+}
 } // namespace
 
 BootProgramState bootProgramState()
@@ -199,8 +208,12 @@ int runBootProgram(const ForceDeleteList& shown, const std::vector<WaitingFile>&
         return kExitFailed;
     }
     if (report.status < 0)
-        messages().writeLine(L"boot: the list: " +
-                             formatCode(static_cast<long>(RtlNtStatusToDosError(report.status))));
+        tellListFailed(report.status);
+    if (report.status < 0 && report.lines == 0) { // nothing was done
+        messages().writeLine(L"nothing was wiped; still waiting: " +
+                             formatCount(shown.lines.size() - shown.wrongLines));
+        return isCancelled() ? kExitCancelled : kExitFailed;
+    }
     messages().writeLine(std::wstring(isCancelled() ? L"cancelled; " : L"") + L"overwritten and deleted: " +
                          formatCount(report.wiped) + L" of " + formatCount(report.lines) + L", " +
                          formatBytes(report.bytes) + L"; links removed: " + formatCount(report.links) +

@@ -9,7 +9,7 @@
 #include "engine/ListLines.h"
 
 namespace {
-/// The text of the list. Half a character at its end is omitted, and shows as a wrong line.
+/// The text of the list, aligned. Half a character at its end is omitted, and shows as a wrong line.
 long readText(std::wstring& text)
 {
     wchar_t folder[MAX_PATH];
@@ -39,8 +39,8 @@ long readText(std::wstring& text)
             return static_cast<long>(GetLastError());
         bytes.append(piece, got);
     } while (got != 0);
-    text.resize(bytes.size() / sizeof(wchar_t));
-    std::copy_n(bytes.data(), text.size() * sizeof(wchar_t), reinterpret_cast<char*>(text.data()));
+    text.resize(alignedRoom(bytes.size()) / sizeof(wchar_t) + 1);
+    text.resize(alignList(bytes.data(), bytes.size(), text.data()) / sizeof(wchar_t));
     return ERROR_SUCCESS;
 }
 
@@ -73,7 +73,8 @@ ForceDeleteList readForceDeleteList()
     ListLines lines(Text(text.data(), text.size()));
     for (ListLine line; lines.next(line);) {
         const std::wstring_view whole(line.text.data, line.text.length);
-        list.lines.push_back({std::wstring(whole), std::wstring(line.isWhole ? fileOf(whole) : L"")});
+        list.lines.push_back(
+            {std::wstring(whole), std::wstring(line.isWhole && !line.isDoubtful ? fileOf(whole) : L"")});
         list.wrongLines += list.lines.back().file.empty() ? 1 : 0;
     }
     return list;

@@ -288,6 +288,15 @@ listed 0 $'file 1: C:\\a\nfile 2: C:\\b\nfile 3: C:\\<09>c'
 printf 'j\0u\0n\0k\0' >>"$list" && listed 1 $'file 1: C:\\a\nfile 2: C:\\b\nfile 3: C:\\<09>c\nline 4: junk'
 run 0 boot drop 4 --yes && run 0 boot drop 1 --yes && listed 0 $'file 1: C:\\b\nfile 2: C:\\<09>c'
 run 0 boot drop 1 --yes && run 0 boot drop 1 --yes && [ ! -e "$list" ] || fail 'an empty list is left'
+# A stray byte spoils no line; and a list that somebody holds is neither done nor forgotten.
+waits 'C:\a' "$held" && printf x | cat - "$list" >"$work/odd" && cp "$work/odd" "$list"
+listed 1 $'line 1: x?\nfile 2: C:\\a\nfile 3: '"$held"
+run 0 boot drop 2 --yes && listed 1 $'line 1: x?\nfile 2: '"$held"
+printf x >"$work/held"
+"$runner" "$control" -1 'C:\windows\ForceDelete.txt' "$host" boot run --yes 2>"$work/err"
+[ $? -eq 1 ] && says err 'another program holds the list' && says err '(32)' && says err 'nothing was wiped; still waiting: 1'
+[ -s "$work/held" ] && listed 1 $'line 1: x?\nfile 2: '"$held" || fail 'a list that was held is not as it was'
+rm "$list"
 run 1 boot install && says err '(2)' # this prefix has no list of command lines
 [ -e "$prefix/drive_c/windows/system32/sysmaint-boot.exe" ] && fail 'a program that nothing starts was left'
 run 0 boot uninstall

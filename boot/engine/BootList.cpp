@@ -4,6 +4,7 @@
 
 namespace {
 constexpr std::uint64_t kLargest = 0x40000000; // bytes
+constexpr int kMostAttempts = 5;
 constexpr ULONG kShareReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
 constexpr Opening kToRead = {FILE_READ_DATA | FILE_READ_ATTRIBUTES, native::kShareAll, native::kMustBeFile};
@@ -44,29 +45,66 @@ native::Status BootList::open()
     if (unfinished.open(&m_folder, bootnames::kNewList, {DELETE, FILE_SHARE_READ, native::kMustBeFile}) >= 0)
         unfinished.remove();
     unfinished.close();
-    status =
+    bool isAligned = false;
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+        status = openToDrop(isAligned);
+        if (status < 0 || isAligned)
+            return status;
+        status = align();
+        if (status < 0)
+            return status;
+    }
+    return native::kSharingViolation; // somebody spoils the list again and again
+}
+
+native::Status BootList::openToDrop(bool& isAligned)
+{
+    native::Status status =
         m_list.openPatiently(&m_folder, bootnames::kList,
                              {FILE_WRITE_DATA | FILE_READ_ATTRIBUTES, kShareReadWrite, native::kMustBeFile});
     if (status < 0)
         return status;
     NativeFile reader(m_api); // only for a moment, because it blocks programs that append
     status = reader.openPatiently(&m_folder, bootnames::kList, kToRead);
-    return status < 0 ? status : read(reader, m_text, m_bytes);
+    return status < 0 ? status : read(reader, isAligned);
 }
 
-native::Status BootList::read(const NativeFile& file, PageBlock& text, std::size_t& bytes) const
+/// Replaces the list with one whose lines begin at even bytes.
+native::Status BootList::align()
+{
+    m_list.close();
+    NativeFile list(m_api);
+    bool isAligned = false;
+    native::Status status = list.openPatiently(&m_folder, bootnames::kList, kAlone);
+    if (status >= 0)
+        status = read(list, isAligned);
+    return status >= 0 && !isAligned ? exchange(list, m_text.as<void>(), m_bytes) : status;
+}
+
+/// Reads a list into memory, where it is aligned. `isAligned`: it was so in the file.
+native::Status BootList::read(const NativeFile& file, bool& isAligned)
 {
     std::uint64_t size = 0;
     native::Status status = file.size(size);
-    bytes = 0;
+    m_bytes = 0;
+    isAligned = true;
     if (status >= 0 && size > kLargest)
         status = native::kFileTooLarge;
+    const auto bytes = static_cast<std::size_t>(size);
     if (status >= 0)
-        status = text.allocate(static_cast<std::size_t>(size) + sizeof(wchar_t));
+        status = m_text.allocate(bytes + sizeof(wchar_t));
     if (status >= 0)
-        status = file.read(0, text.as<void>(), static_cast<std::size_t>(size));
-    if (status >= 0)
-        bytes = static_cast<std::size_t>(size);
+        status = file.read(0, m_text.as<void>(), bytes);
+    if (status < 0)
+        return status;
+    isAligned = isListAligned(m_text.as<void>(), bytes);
+    m_bytes = bytes;
+    if (isAligned)
+        return status;
+    PageBlock text(m_api);
+    status = text.allocate(alignedRoom(bytes));
+    m_bytes = status < 0 ? 0 : alignList(m_text.as<void>(), bytes, text.as<void>());
+    m_text.swap(text);
     return status;
 }
 
@@ -137,10 +175,11 @@ native::Status BootList::rewrite(bool& isEmpty)
     m_list.close();
     NativeFile list(m_api);
     PageBlock text(m_api);
+    bool isAligned = true;
     native::Status status = list.openPatiently(&m_folder, bootnames::kList, kAlone);
     isEmpty = status == native::kObjectNameNotFound;
     if (status >= 0)
-        status = read(list, m_text, m_bytes);
+        status = read(list, isAligned);
     if (status >= 0)
         status = text.allocate(roomFor(m_bytes));
     if (status < 0)
@@ -152,11 +191,12 @@ native::Status BootList::rewrite(bool& isEmpty)
         isEmpty = status >= 0;
         return status;
     }
-    return isChanged ? exchange(list, text.as<wchar_t>(), length) : native::kSuccess;
+    return isChanged || !isAligned ? exchange(list, text.as<void>(), length * sizeof(wchar_t))
+                                   : native::kSuccess;
 }
 
 /// Replaces the list, which is open exclusively, with a new one.
-native::Status BootList::exchange(NativeFile& list, const wchar_t* text, std::size_t length)
+native::Status BootList::exchange(NativeFile& list, const void* text, std::size_t bytes)
 {
     NativeFile made(m_api);
     Opening create = kAlone;
@@ -165,7 +205,7 @@ native::Status BootList::exchange(NativeFile& list, const wchar_t* text, std::si
     if (status >= 0)
         status = made.cut();
     if (status >= 0)
-        status = made.write(0, text, length * sizeof(wchar_t));
+        status = made.write(0, text, bytes);
     if (status >= 0)
         status = made.flush();
     if (status >= 0)
@@ -202,7 +242,8 @@ native::Status BootList::recover()
 native::Status BootList::appendOld(const NativeFile& old)
 {
     PageBlock text(m_api);
-    native::Status status = read(old, m_text, m_bytes);
+    bool isAligned = true;
+    native::Status status = read(old, isAligned);
     if (status >= 0)
         status = text.allocate(roomFor(m_bytes));
     NativeFile list(m_api);

@@ -13,7 +13,8 @@
 /// without them, or deleted when nothing is waiting. For that it is opened exclusively and then replaced: the
 /// new list is complete under its own name before the old one is renamed, and `open` restores what it finds
 /// under the old one's second name. So at every moment all waiting lines are in one complete file, and a
-/// writer that comes in between loses none either.
+/// writer that comes in between loses none either. A list whose lines do not all begin at even bytes, because
+/// a writer was interrupted inside a character, is replaced in the same way before anything is done.
 class BootList
 {
 public:
@@ -42,18 +43,20 @@ public:
 private:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
+    native::Status openToDrop(bool& isAligned);
+    native::Status align();
     native::Status settle();
     native::Status rewrite(bool& isEmpty);
     native::Status recover();
     native::Status appendOld(const NativeFile& old);
-    native::Status read(const NativeFile& file, PageBlock& text, std::size_t& bytes) const;
+    native::Status read(const NativeFile& file, bool& isAligned);
     std::size_t compose(wchar_t* target, bool& isChanged);
-    native::Status exchange(NativeFile& list, const wchar_t* text, std::size_t length);
+    native::Status exchange(NativeFile& list, const void* text, std::size_t bytes);
 
     const native::Api& m_api;
     const NativeFile& m_folder;
     NativeFile m_list; // for writing, shared with everybody who does not rename it
-    PageBlock m_text;
+    PageBlock m_text;  // aligned
     std::size_t m_bytes = 0;
     std::size_t m_postponed = kNone;
     std::size_t m_dashedFrom = 0; // characters that are dashes here but not yet in the file

@@ -69,9 +69,10 @@ void BootRun::handleLines(BootList& list, BootLog& log, FileRemover& remover, Ru
             report.left += report.lines - at + 1;
             return;
         }
-        result.outcome = !isWanted(line) ? Outcome::kNotWanted
-                         : !line.isWhole ? Outcome::kCut
-                                         : ListedFile::parse(line.text, listed);
+        result.outcome = !isWanted(line)   ? Outcome::kNotWanted
+                         : line.isDoubtful ? Outcome::kDoubtful
+                         : !line.isWhole   ? Outcome::kCut
+                                           : ListedFile::parse(line.text, listed);
         if (result.outcome == Outcome::kDone)
             result = remover.remove(listed, at, report.lines);
         count(result, report);
@@ -126,7 +127,7 @@ void BootRun::tellLeft(BootLog& log, const ListLine& line, const Result& result)
 void BootRun::tellEnd(BootLog& log, const RunReport& report)
 {
     TextBuilder text(m_text.as<wchar_t>(), kLongestText);
-    text.add(Text(L"end: "));
+    text.add(report.lines == 0 ? Text(L"end: nothing was read; ") : Text(L"end: "));
     text.addNumber(report.wiped).add(Text(L" overwritten and deleted, "));
     text.addNumber(report.bytes).add(Text(L" bytes; "));
     text.addNumber(report.links).add(Text(L" links removed, "));

@@ -1,9 +1,15 @@
 #include "engine/ListLines.h"
 
+#include "core/win32/utils/wiper/include/ListBytes.h"
 #include "engine/BootNames.h"
 
 namespace {
 constexpr wchar_t kByteOrderMark = 0xFEFF;
+
+ListBytes bytesOf(const void* data, std::size_t size)
+{
+    return {static_cast<const unsigned char*>(data), size};
+}
 
 /// Whether a line ends here.
 bool isEnd(Text text)
@@ -11,6 +17,21 @@ bool isEnd(Text text)
     return text.length > 1 && text[0] == L'\r' && text[1] == L'\n';
 }
 } // namespace
+
+std::size_t alignedRoom(std::size_t size)
+{
+    return bytesOf(nullptr, size).room();
+}
+
+std::size_t alignList(const void* list, std::size_t size, void* target)
+{
+    return bytesOf(list, size).align(static_cast<unsigned char*>(target));
+}
+
+bool isListAligned(const void* list, std::size_t size)
+{
+    return bytesOf(list, size).alignedEnd(0) == size;
+}
 
 bool isDashed(Text line)
 {
@@ -36,6 +57,7 @@ bool ListLines::next(ListLine& line)
         line.offset = m_next;
         line.isGlued = m_isTorn;
         line.isWhole = isEnd(rest.from(end));
+        line.isDoubtful = bytesOf(line.text.data, end * sizeof(wchar_t)).hasHiddenBegin();
         m_isTorn = !line.isWhole;
         m_next += end + (line.isWhole ? 2 : 0);
         if (!isDashed(line.text)) // this includes an empty line

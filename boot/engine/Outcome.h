@@ -14,7 +14,8 @@ enum class Outcome
     kMalformed,     ///< not the format of a line
     kNotWanted,     ///< RunEvents::isWanted says no
     kNotShown,      ///< RunEvents::isShown says no
-    kCut,           ///< the last line, without its end
+    kCut,           ///< a line without its end
+    kDoubtful,      ///< another line may begin inside one of its characters
     kUnknownMethod, ///< not 1 to 3
     kTooManyPasses, ///< not 0 to 1,000
     kNotPlain,      ///< not the plain path of a file below the root of a drive or volume
@@ -54,6 +55,8 @@ enum class Outcome
         return L"it is not what was shown";
     case Outcome::kCut:
         return L"a line without its end";
+    case Outcome::kDoubtful:
+        return L"another line may begin in the middle of it, so that it names nothing for certain";
     case Outcome::kUnknownMethod:
         return L"a method that is not 1 to 3";
     case Outcome::kTooManyPasses:

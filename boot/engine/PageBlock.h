@@ -25,6 +25,12 @@ public:
             m_address = nullptr;
         return status;
     }
+    void swap(PageBlock& other)
+    {
+        void* mine = m_address;
+        m_address = other.m_address;
+        other.m_address = mine;
+    }
     template <class T>
     [[nodiscard]] T* as() const
     {

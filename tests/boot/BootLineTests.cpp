@@ -105,3 +105,60 @@ TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
               std::wstring::npos);
     EXPECT_NE(log().find(L"\\re<09>port*"), std::wstring::npos);
 }
+
+/// Writers that were interrupted inside a character, and names of files that look the same.
+TEST_F(BootLineTest, FindsLinesAtOddBytes)
+{
+    const auto text = [](const std::string& given) {
+        return std::wstring(reinterpret_cast<const wchar_t*>(given.data()), given.size() / sizeof(wchar_t));
+    };
+    const std::string v = bytesOf(line(L"report"));
+    const std::string w = bytesOf(line(L"folder\\x"));
+    const std::string b = bytesOf(line(L"keep"));
+    const std::string odd = b.substr(0, 41);
+    const std::wstring cut = line(L"keep").substr(0, 21) + L"?\r\n";
+    const std::string tail = b.substr(41) + '\0';
+    const std::string kanji = bytesOf(line(L"\x65E5\x672C"));
+    const std::size_t inside = kanji.find("\xE5\x65") + 1;
+    const std::string name = bytesOf(line(L"folder\\n" + text("x" + v + "x")));
+    std::string many; // too long for a name
+    std::string missing;
+    for (int i = 0; i < 100000; ++i)
+        (i < 8 ? many : missing) += bytesOf(lineOf(L"\\??\\Q:\\" + std::to_wstring(i)));
+    const struct
+    {
+        std::string given;
+        bool goes; // "report"; "folder\x" always does
+        std::wstring left;
+    } cases[] = {
+        {'x' + missing + v + w, true, L"x?\r\n" + text(missing)},
+        {odd + v + w, true, cut},
+        {v + odd + w, true, cut},
+        {w + 'x' + v, true, L"x?\r\n"},
+        {w + "\xEF\xBB\xBF" + v, true, L"\xBBEF\xBF?\r\n"},
+        {odd + v + odd + w, false, text(odd + v + odd) + L"?\r\n"},
+        {odd + odd + odd + v + w, true, text(odd + odd) + L"?\r\n" + cut},
+        {odd + v + many + odd + w, true, cut + text(many) + cut},
+        {odd + v + many + b.substr(41) + w, true, cut + text(many) + text(tail) + L"?\r\n"},
+        {odd + v + b.substr(41) + w, false, text(odd + v + b.substr(41))},
+        {kanji.substr(0, inside) + v + kanji.substr(inside) + w, false, // a line for one file, to the byte
+         text(kanji.substr(0, inside) + v + kanji.substr(inside))},
+        {name + w, false, text(name)},
+        {name.substr(0, name.size() - 20) + w, false, text(name.substr(0, name.size() - 20)) + L"?\r\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        Files expected = files();
+        write(L"windows/ForceDelete.txt", bytesOf(kHeader) + c.given);
+        EXPECT_EQ(run().isListEmpty, false);
+        expected.erase(L"folder/x");
+        expected.erase(c.goes ? L"report" : L"");
+        EXPECT_EQ(files(), expected);
+        EXPECT_TRUE(list() == c.left) << list().substr(0, 300);
+        run(); // changes nothing more
+        EXPECT_TRUE(list() == c.left && files() == expected);
+        write(L"report", "again");
+        write(L"folder/x", "again");
+    }
+    EXPECT_NE(log().find(L"left: another line may begin in the middle of it"), std::wstring::npos);
+}

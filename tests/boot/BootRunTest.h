@@ -131,11 +131,11 @@ protected:
     {
         return L"*FileShred*\t*" + path + L"*\t*" + numbers + L"\r\n";
     }
-    void setList(const std::wstring& text) const
+    static std::string bytesOf(const std::wstring& text)
     {
-        write((windows / kList).wstring(),
-              {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
+        return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
     }
+    void setList(const std::wstring& text) const { write((windows / kList).wstring(), bytesOf(text)); }
     /// The list after its header.
     [[nodiscard]] std::wstring list() const
     {

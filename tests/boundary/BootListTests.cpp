@@ -103,6 +103,18 @@ struct Case
     DWORD attributes = 0;
 };
 
+/// A name that holds the beginning of a line inside its characters.
+std::wstring lineInName()
+{
+    std::wstring name;
+    wchar_t before = L'n';
+    for (const wchar_t c : std::wstring(L"*FileShred*\t*\\??\\C")) {
+        name += static_cast<wchar_t>(before | c << 8U);
+        before = 0;
+    }
+    return name;
+}
+
 std::vector<Case> casesIn(const std::wstring& folder)
 {
     const std::wstring there = folder + L"\\there";
@@ -120,6 +132,7 @@ std::vector<Case> casesIn(const std::wstring& folder)
         {there, L"", DRIVE_FIXED, L"\\??\\C:\\somewhere"},
         {there, L"", DRIVE_FIXED, L"\\Device\\HarddiskVolume7", FILE_ATTRIBUTE_REPARSE_POINT},
         {folder + L"\\folder", L""},
+        {folder + L"\\" + lineInName(), L""},
         {bootListPath(), L""},
     };
     for (const wchar_t* refused :
@@ -136,6 +149,7 @@ std::vector<Case> casesIn(const std::wstring& folder)
 TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
 {
     writeBytes(at(L"there"), Bytes(10, 0xE5));
+    writeBytes(at(lineInName()), {1});
     CreateDirectoryW(at(L"folder").c_str(), nullptr);
     const auto realPath = [&](const std::wstring& path) {
         for (const std::wstring& root : {std::wstring(L"S:\\"), std::wstring(L"N:\\"), kVolume})
@@ -212,6 +226,20 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     }
     writeText(bootListPath(), lineOf(folder).substr(0, 40) + lineOf(held));
     EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 1);
+    // Somebody was interrupted inside a character: whole lines stand at odd bytes, and the next follows them.
+    Bytes list = {'x'};
+    for (const std::wstring& name : {at(L"held"), at(L"held 2"), at(L"held 3")}) {
+        writeBytes(name, {1});
+        EXPECT_EQ(list.size() == 1 ? ERROR_IO_DEVICE : wipe(kWipeFile, name), ERROR_IO_DEVICE);
+        const std::wstring line = lineOf(name);
+        const auto* added = reinterpret_cast<const unsigned char*>(line.data());
+        list.insert(list.end(), added, added + line.size() * sizeof(wchar_t));
+        if (name == at(L"held"))
+            writeBytes(bootListPath(), list);
+        EXPECT_EQ(readBytes(bootListPath()), list);
+        EXPECT_EQ(ForceDeleteIsScheduled(name.c_str()), 1);
+    }
+    EXPECT_EQ(ForceDeleteIsScheduled(at(L"held 4").c_str()), 0);
 }
 
 /// A list that others hold, and a disk that takes half a line, leave it unchanged; the caller is told.

@@ -8,6 +8,7 @@
 #include "core/win32/utils/paths/include/OpenedItself.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/wiper/include/ForceDelete.h"
+#include "core/win32/utils/wiper/include/ListBytes.h"
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 
 namespace {
@@ -92,6 +93,9 @@ std::wstring bootlist::plainPath(std::wstring_view path)
     if (text.size() <= kPrefix)
         return {};
     text.erase(0, kPrefix);
+    if (ListBytes(reinterpret_cast<const unsigned char*>(text.data()), text.size() * sizeof(wchar_t))
+            .hasHiddenBegin())
+        return {};
     const std::wstring_view whole(text);
     std::wstring_view rest;
     if (isDriveRoot(whole.substr(0, 3)) && isThereAtStart(whole.substr(0, 3)))

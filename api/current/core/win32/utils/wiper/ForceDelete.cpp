@@ -11,21 +11,24 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 #include "core/win32/utils/wiper/include/BootListPath.h"
+#include "core/win32/utils/wiper/include/ListBytes.h"
 
 namespace {
 constexpr std::wstring_view kTag = L"*FileShred*\t*\\??\\";
 constexpr std::wstring_view kFieldEnd = L"*\t*";
 constexpr std::wstring_view kLineEnd = L"\r\n";
 constexpr DWORD kPatience = 2000; // milliseconds
+constexpr DWORD kHalfWritten = ERROR_INVALID_DATA;
 
-/// Repeats `step`, which returns a code, as long as somebody else holds what it needs.
+/// Repeats `step`, which returns a code, as long as somebody else holds what it needs or is writing to it.
 template <class Step>
 DWORD patiently(Step&& step)
 {
     const ULONGLONG begin = GetTickCount64();
     for (DWORD pause = 1;; pause = pause < 32 ? pause * 2 : pause) {
         const DWORD code = step();
-        const bool isHeld = code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION;
+        const bool isHeld =
+            code == ERROR_SHARING_VIOLATION || code == ERROR_LOCK_VIOLATION || code == kHalfWritten;
         if (!isHeld || GetTickCount64() - begin >= kPatience)
             return code;
         Sleep(pause);
@@ -97,7 +100,8 @@ ListEnd lookAtEnd()
 }
 
 /// What must be written before a line: the header of a new list; or the end of a line that somebody could
-/// write only in part, maybe up to half a character, so that it does not pass for a whole one.
+/// write only in part, maybe up to half a character, so that it does not pass for a whole one. A line after
+/// that one is whole at odd bytes, too: its end is there, and the next one follows it directly.
 std::string beginOf(ULONGLONG size, const ListEnd& end)
 {
     constexpr char kHeader[] = {0, 0, 0, 0, '\r', 0, '\n', 0};
@@ -144,10 +148,13 @@ std::wstring readList()
 {
     const Win32Handle file =
         openList(GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, OPEN_EXISTING);
-    std::wstring text(static_cast<std::size_t>(sizeOf(file.get())) / sizeof(wchar_t), L'\0');
+    std::string bytes(static_cast<std::size_t>(sizeOf(file.get())), '\0');
     unsigned long long read = 0;
-    requireSuccess(filetransfer::read(file.get(), text.data(), text.size() * sizeof(wchar_t), read));
-    text.resize(static_cast<std::size_t>(read) / sizeof(wchar_t));
+    requireSuccess(filetransfer::read(file.get(), bytes.data(), bytes.size(), read));
+    const ListBytes list(reinterpret_cast<const unsigned char*>(bytes.data()),
+                         static_cast<std::size_t>(read));
+    std::wstring text(list.room() / sizeof(wchar_t) + 1, L'\0');
+    text.resize(list.align(reinterpret_cast<unsigned char*>(text.data())) / sizeof(wchar_t));
     return text;
 }
 } // namespace
@@ -160,16 +167,19 @@ long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, s
         line.append(listedPath).append(kFieldEnd);
         line.append(std::to_wstring(static_cast<std::int32_t>(method))).append(kFieldEnd);
         line.append(std::to_wstring(static_cast<std::int32_t>(passes))).append(kLineEnd);
-        const ListEnd end = lookAtEnd();
-        const Win32Handle file = openList(GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS);
-        lockList(file.get());
-        const ULONGLONG size = sizeOf(file.get());
-        std::string bytes = beginOf(size, end);
-        if ((size + bytes.size()) % sizeof(wchar_t) != 0) // half a character that somebody wrote just now
-            return ERROR_INVALID_DATA;
-        bytes.append(reinterpret_cast<const char*>(line.data()), line.size() * sizeof(wchar_t));
-        appendText(file.get(), size, bytes);
-        return ERROR_SUCCESS;
+        const DWORD code = patiently([&]() -> DWORD {
+            const ListEnd end = lookAtEnd();
+            const Win32Handle file = openList(GENERIC_WRITE, FILE_SHARE_WRITE, OPEN_ALWAYS);
+            lockList(file.get());
+            const ULONGLONG size = sizeOf(file.get());
+            if (size % sizeof(wchar_t) != 0 && size != end.size) // maybe half a character, written just now
+                return kHalfWritten;
+            std::string bytes = beginOf(size, end);
+            bytes.append(reinterpret_cast<const char*>(line.data()), line.size() * sizeof(wchar_t));
+            appendText(file.get(), size, bytes);
+            return ERROR_SUCCESS;
+        });
+        return static_cast<long>(code);
     });
 }
 

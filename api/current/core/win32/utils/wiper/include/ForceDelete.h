@@ -16,7 +16,7 @@ namespace forcedelete {
 /// when the path is refused because the program would find nothing, something else or more than one file:
 /// - anything but a plain path below the root of a drive or volume: a root itself, a device, an empty name, a
 /// name "." or "..", any of *?<>"|/ or of the characters below 0x20, a stream (what follows its colon may
-/// name the file itself or its folder);
+/// name the file itself or its folder), a name with the bytes of a line's beginning inside its characters;
 /// - what is on the network, under any name. A drive letter that stands for a folder in this session only is
 /// replaced with that folder's own path;
 /// - a folder, a link (the program would open its target), what cannot be examined, and what does not exist:
@@ -26,7 +26,8 @@ namespace forcedelete {
 
 /// Appends the whole line of a path from `listedPath`; any number of threads and processes may do so. Waits
 /// up to two seconds for others that hold the list. Returns 0 when the line was written; 8; or the system's
-/// code, 32 and 33 when the list was held all the time. After a failure no part of the line remains.
+/// code, 32 and 33 when the list was held all the time, 13 when it kept growing to odd sizes. After a failure
+/// no part of the line remains.
 [[nodiscard]] long append(const std::wstring& listedPath, std::uint32_t method,
                           std::uint32_t passes) noexcept;
 

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <cstddef>
+
+/// How the characters of a boot-time list lie in its bytes, for the library and for the boot-time program,
+/// which has no runtime library.
+///
+/// A writer that is interrupted in the middle of a character puts all that follows at odd bytes. So a line's
+/// beginning is looked for at every byte. At an even one it proves itself, since no path has a star or a
+/// question mark. At an odd one the same bytes can also be characters of a file's name that somebody chose:
+/// where such a name fits, the beginning does not count, and the line that holds it names nothing for
+/// certain.
+class ListBytes
+{
+public:
+    constexpr ListBytes(const unsigned char* bytes, std::size_t size) : m_bytes(bytes), m_size(size) {}
+
+    /// The end of the text whose first character is at `begin`: the size, or where a line begins inside a
+    /// character.
+    [[nodiscard]] constexpr std::size_t alignedEnd(std::size_t begin) const
+    {
+        for (std::size_t line = begin; line < m_size;) {
+            const std::size_t end = lineEnd(line);
+            for (std::size_t at = line + 1; at < end; at += 2)
+                if (isBegin(at) && !isPartOfName(line, at, end))
+                    return at;
+            line = end;
+        }
+        return m_size;
+    }
+    /// Whether a line may begin inside a character of this text.
+    [[nodiscard]] constexpr bool hasHiddenBegin() const
+    {
+        for (std::size_t at = 1; at < m_size; at += 2)
+            if (isBegin(at))
+                return true;
+        return false;
+    }
+
+    /// The bytes that `align` writes at most.
+    [[nodiscard]] constexpr std::size_t room() const { return m_size + m_size / 4; }
+    /// Copies the text so that every line begins at an even byte; returns the number of bytes. What stands
+    /// before a line that began inside a character gets an end that no whole line has.
+    constexpr std::size_t align(unsigned char* target) const
+    {
+        constexpr unsigned char kMissingEnd[] = {0, '?',  0, '\r',
+                                                 0, '\n', 0}; // the first completes a character
+        std::size_t length = 0;
+        std::size_t at = 0;
+        while (at < m_size) {
+            const std::size_t end = alignedEnd(at);
+            while (at < end)
+                target[length++] = m_bytes[at++];
+            for (std::size_t i = 0; end < m_size && i < sizeof kMissingEnd; ++i)
+                target[length++] = kMissingEnd[i];
+        }
+        return length;
+    }
+
+private:
+    static constexpr char kBegin[] = "*FileShred*\t*\\??\\";
+    static constexpr std::size_t kBeginSize = 2 * (sizeof kBegin - 1);
+    static constexpr std::size_t kLongestName = 2 * 255; // bytes
+
+    [[nodiscard]] constexpr unsigned character(std::size_t at) const
+    {
+        return m_bytes[at] | static_cast<unsigned>(m_bytes[at + 1]) << 8U;
+    }
+    [[nodiscard]] constexpr bool isBegin(std::size_t at) const
+    {
+        if (m_size - at < kBeginSize)
+            return false;
+        for (std::size_t i = 0; i < kBeginSize; i += 2)
+            if (character(at + i) != static_cast<unsigned char>(kBegin[i / 2]))
+                return false;
+        return true;
+    }
+    [[nodiscard]] constexpr bool isEnd(std::size_t at) const
+    {
+        return m_size - at >= 4 && character(at) == '\r' && character(at + 2) == '\n';
+    }
+    /// Behind the line's end, or where the next line begins.
+    [[nodiscard]] constexpr std::size_t lineEnd(std::size_t line) const
+    {
+        for (std::size_t at = line; at < m_size; at += 2) {
+            if (isEnd(at))
+                return at + 4;
+            if (at > line && isBegin(at))
+                return at;
+            if (m_size - at == 1)
+                break;
+        }
+        return m_size;
+    }
+    [[nodiscard]] constexpr bool isOfName(std::size_t at) const
+    {
+        constexpr char kOthers[] = "*?<>\"|/:\\";
+        const unsigned c = character(at);
+        for (std::size_t i = 0; i + 1 < sizeof kOthers; ++i)
+            if (c == static_cast<unsigned char>(kOthers[i]))
+                return false;
+        return c >= ' ';
+    }
+    /// Whether the beginning at `at`, inside a character of a line, can belong to a name in the line's path.
+    [[nodiscard]] constexpr bool isPartOfName(std::size_t line, std::size_t at, std::size_t end) const
+    {
+        if ((end - line) % 2 != 0) // the list ends inside one of its characters
+            return false;
+        std::size_t name = at - 1;
+        while (name > line && at - name < kLongestName && isOfName(name - 2))
+            name -= 2;
+        if (name == line || character(name - 2) != '\\')
+            return false;
+        std::size_t nameEnd = at - 1;
+        while (nameEnd < end && nameEnd - name <= kLongestName && isOfName(nameEnd))
+            nameEnd += 2;
+        return nameEnd - name <= kLongestName;
+    }
+
+    const unsigned char* m_bytes;
+    std::size_t m_size;
+};
