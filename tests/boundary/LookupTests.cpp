@@ -7,7 +7,9 @@
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/lookup/api.h"
 #include "support/Faults.h"
+#include "support/Heap.h"
 #include "support/LookupServer.h"
+#include "support/Threads.h"
 
 namespace {
 /// The first byte of the SHA-1 of a text, as the system computes it.
@@ -138,7 +140,8 @@ TEST_F(Lookup, GathersWhileARequestIsUnderWay)
     add(1, L"first");
     ASSERT_TRUE(asked.wait());
     add(300);
-    add(300); // waits already, or is hashed and asked for once more
+    for (int i = 0; i < 300; ++i) // they wait already
+        EXPECT_EQ(HVKAddPath(m_queue, (m_folder + L"F" + std::to_wstring(i)).c_str()), ERROR_SUCCESS);
     EXPECT_EQ(HVKWait(m_queue, 200, nullptr), WAIT_TIMEOUT);
     const TestEvent cancel;
     cancel.set();
@@ -147,12 +150,87 @@ TEST_F(Lookup, GathersWhileARequestIsUnderWay)
     go.set();
     EXPECT_EQ(wait(), ERROR_CANCELLED);
     EXPECT_TRUE(answers().empty());
-    EXPECT_FALSE(unanswered().empty());
+    const std::map<std::wstring, long> files = unanswered();
+    EXPECT_EQ(files.size(), 301U);
+    for (const auto& [path, code] : files)
+        EXPECT_EQ(code, ERROR_CANCELLED);
     EXPECT_EQ(wait(), ERROR_SUCCESS) << "what has been told is forgotten";
     m_answers.clear();
     add(5, L"after");
     EXPECT_EQ(wait(), ERROR_SUCCESS);
     EXPECT_EQ(answers().size(), 5U);
+}
+
+// The last digit of a name is its priority; of each request the hashes come in that order.
+TEST_F(Lookup, AsksForFilesOfHigherPriorityFirst)
+{
+    const TestEvent asked;
+    const TestEvent go;
+    LookupServer server([&](const std::string& request, void*) {
+        asked.set();
+        EXPECT_TRUE(go.wait());
+        return LookupServer::statuses(request);
+    });
+    use(server);
+    add(1, L"first");
+    ASSERT_TRUE(asked.wait());
+    // Once the batch that gathers meanwhile is full, what comes waits, in the order of the priorities.
+    std::atomic<int> opened{0};
+    {
+        Replaced<"CreateFileW", decltype(&CreateFileW)> files;
+        files.setHook([&](auto original, auto... arguments) {
+            ++opened;
+            return original(arguments...);
+        });
+        add(255, L"batch");
+        ASSERT_TRUE(comesTrue([&] { return opened == 255; }));
+    }
+    add(4, L"prio");
+    const auto raise = [&](int number, long priority) {
+        const std::wstring path = m_folder + L"prio" + std::to_wstring(number);
+        EXPECT_EQ(HVKAddPath(m_queue, path.c_str(), priority), ERROR_SUCCESS);
+        return static_cast<char>(m_expected[path]);
+    };
+    raise(0, 1);
+    const std::string expected{raise(2, 5), raise(3, 2), raise(0, -7), raise(1, 0)};
+    go.set();
+    EXPECT_EQ(wait(), ERROR_SUCCESS);
+    EXPECT_EQ(answers(), m_expected);
+    ASSERT_EQ(server.getRequests().size(), 3U);
+    const std::string request = server.getRequests().back();
+    ASSERT_EQ(request.size(), 9 + std::size_t{4} * 20);
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(request[9 + i * 20], expected[i]) << i;
+}
+
+// Whichever taking of memory fails: each file has its answer or a reason, and adding it again gets one.
+TEST_F(Lookup, AccountsForFilesWithoutMemory)
+{
+    LookupServer server(&LookupServer::statuses);
+    use(server);
+    const HeapWatch watch(sysmaintModule());
+    long failing = 0;
+    do {
+        m_answers.clear();
+        m_expected.clear();
+        add(1, L"m" + std::to_wstring(++failing));
+        EXPECT_EQ(wait(), ERROR_SUCCESS);
+        EXPECT_EQ(answers().size(), 1U);
+        m_answers.clear();
+        const std::wstring path = m_expected.begin()->first;
+        HeapWatch::arm(failing);
+        const long added = HVKAddPath(m_queue, path.c_str());
+        const bool failed = HeapWatch::hasFailed();
+        HeapWatch::disarm();
+        EXPECT_TRUE(added == ERROR_SUCCESS || (failed && added == ERROR_NOT_ENOUGH_MEMORY)) << failing;
+        const long waited = wait();
+        EXPECT_TRUE(waited == ERROR_SUCCESS || (failed && waited == ERROR_NOT_ENOUGH_MEMORY)) << failing;
+        EXPECT_EQ(answers().size() + unanswered().size() + (added == ERROR_SUCCESS ? 0 : 1), 1U) << failing;
+        DeleteFileW(path.c_str());
+        if (!failed)
+            break;
+    } while (failing < 100);
+    EXPECT_GT(failing, 3);
 }
 
 TEST_F(Lookup, AccountsForFilesWithoutAnAnswer)

@@ -1,6 +1,9 @@
+#include <winsock2.h>
+
 #include "core/win32/utils/lookup/include/HVKGateway.h"
 
 #include "core/win32/utils/communication/api.h"
+#include "support/FullServer.h"
 #include "support/LookupServer.h"
 
 namespace {
@@ -35,6 +38,19 @@ struct Posted : IMessageHandler
     std::vector<std::pair<std::wstring, std::uint32_t>> posted;
 };
 
+/// How a step ended: the last line of the place text and the code; zeros when it did not fail.
+template <class Step>
+std::pair<int, long> failureOf(Step&& step)
+{
+    try {
+        step();
+        return {0, 0};
+    } catch (const Exception& raised) {
+        const std::wstring text = raised.getText();
+        return {std::stoi(text.substr(text.find(L"Line: ") + 6)), static_cast<long>(raised.getCode())};
+    }
+}
+
 /// Asks for the files "abc", "" and "a"; how it ended: the last line of the place text and the code.
 struct Query
 {
@@ -44,18 +60,9 @@ struct Query
         TopicSubscribe(topic, handler);
         for (const char* content : {"abc", "", "a"})
             gateway.addItem(itemOf(content));
-        const auto attempt = [&](auto&& step) {
-            try {
-                step();
-            } catch (const Exception& raised) {
-                const std::wstring text = raised.getText();
-                line = std::stoi(text.substr(text.find(L"Line: ") + 6));
-                code = static_cast<long>(raised.getCode());
-            }
-        };
-        attempt([&] { gateway.queryServer(cancelEvent); });
+        std::tie(line, code) = failureOf([&] { gateway.queryServer(cancelEvent); });
         if (line == 329) // the step that says what is wrong
-            attempt([&] { gateway.parseResponse(cancelEvent); });
+            std::tie(line, code) = failureOf([&] { gateway.parseResponse(cancelEvent); });
         EXPECT_EQ(TopicConsumeAll(topic, 60000), ERROR_SUCCESS);
         TopicUnsubscribe(topic, handler, 60000);
         EXPECT_EQ(handler.posted.size() + gateway.getPaths().size(), 3U);
@@ -173,6 +180,34 @@ TEST(HVKGateway, EndsWithItsTimeTheCancelEventAndWithoutAServer)
     EXPECT_EQ(std::pair(cancelled.line, cancelled.code), std::pair(307, long{ERROR_CANCELLED}));
     const Query gone(port);
     EXPECT_EQ(std::pair(gone.line, gone.code), std::pair(307, 10061L));
+}
+
+// Nobody takes the connections of this server, and its backlog is full: a further one hangs for 15 seconds.
+TEST(HVKGateway, GivesConnectingFifteenSeconds)
+{
+    const FullServer server;
+    const ULONGLONG begun = GetTickCount64();
+    const Query query(server.getPort());
+    EXPECT_EQ(std::pair(query.line, query.code), std::pair(307, long{WAIT_TIMEOUT}));
+    const ULONGLONG taken = GetTickCount64() - begun;
+    EXPECT_GE(taken, 14900U);
+    EXPECT_LT(taken, 20000U);
+}
+
+// The answer is there, and its topic is not; then the cancel event stands before the first post.
+TEST(HVKGateway, StopsBeforeTheNextPost)
+{
+    LookupServer server(&LookupServer::statuses);
+    HVKGateway gateway(HVKServer{L"127.0.0.1", server.getPort(), 60000}, 77);
+    gateway.addItem(itemOf("abc"));
+    EXPECT_EQ(failureOf([&] { gateway.queryServer(nullptr); }), std::pair(329, long{ERROR_NOT_FOUND}));
+    EXPECT_EQ(failureOf([&] { gateway.parseResponse(nullptr); }), std::pair(410, long{ERROR_NOT_FOUND}));
+    const TopicHandle topic = CreateMessageTopic(L"HVKResponses");
+    const Win32Handle cancel(CreateEventW(nullptr, TRUE, TRUE, nullptr));
+    EXPECT_EQ(failureOf([&] { gateway.parseResponse(cancel.get()); }), std::pair(415, long{ERROR_CANCELLED}));
+    EXPECT_EQ(gateway.getPaths().size(), 1U);
+    EXPECT_EQ(failureOf([&] { gateway.parseResponse(nullptr); }), std::pair(0, 0L));
+    EXPECT_TRUE(gateway.getPaths().empty());
 }
 
 TEST(HVKRequest, HoldsUpTo255Hashes)

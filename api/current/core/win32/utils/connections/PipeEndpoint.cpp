@@ -121,78 +121,87 @@ Win32Handle PipeServer::makeInstance(bool first) const
 void PipeServer::listen(const WaitLimits&)
 {
     const WriteLocker locker(m_lock);
-    if (m_listening)
+    if (m_instance.isValid())
         return;
-    m_waiting.push_back(makeInstance(true));
-    m_listening = true;
+    m_event = makeEvent();
+    m_instance = makeInstance(true);
+}
+
+// 0: a client is there; 997: none yet, and the event tells of the next.
+long PipeServer::awaitClient() noexcept
+{
+    if (m_isAwaiting) {
+        DWORD done = 0;
+        const long code =
+            GetOverlappedResult(m_instance.get(), &m_awaiting, &done, FALSE) ? ERROR_SUCCESS : lastError();
+        if (code == ERROR_IO_INCOMPLETE)
+            return ERROR_IO_PENDING;
+        m_isAwaiting = false;
+        if (code != ERROR_OPERATION_ABORTED) // it ends with the thread that began it
+            return endedCode(code);
+    }
+    m_awaiting = {};
+    m_awaiting.hEvent = m_event.get();
+    const long code = ConnectNamedPipe(m_instance.get(), &m_awaiting) ? ERROR_SUCCESS : lastError();
+    m_isAwaiting = code == ERROR_IO_PENDING;
+    return code == ERROR_PIPE_CONNECTED ? ERROR_SUCCESS : endedCode(code);
+}
+
+// The instance stays, and awaits another.
+void PipeServer::dismissClient() noexcept
+{
+    DisconnectNamedPipe(m_instance.get());
+    SetEvent(m_event.get());
 }
 
 // An instance that is not the first may be made only while another one of ours exists: it would otherwise be
 // one of whoever has taken the name.
-Win32Handle PipeServer::takeInstance()
+Win32Handle PipeServer::takeClient()
 {
     const WriteLocker locker(m_lock);
-    if (!m_listening)
-        raiseCode(ERROR_NOT_CONNECTED);
-    if (m_waiting.empty())
-        return makeInstance(false); // other threads wait at all the others
-    Win32Handle instance = std::move(m_waiting.back());
-    m_waiting.pop_back();
-    return instance;
-}
-
-void PipeServer::giveBack(Win32Handle instance)
-{
-    const WriteLocker locker(m_lock);
-    if (m_listening && m_waiting.empty())
-        m_waiting.push_back(std::move(instance)); // has room: one was taken out
-}
-
-// Without a next instance the client is sent away, and its instance stays for others.
-long PipeServer::prepareNext(Win32Handle& connected)
-{
+    for (;;) {
+        const long code = awaitClient();
+        if (code == ERROR_IO_PENDING)
+            return {};
+        if (code != ERROR_SUCCESS && code != ERROR_BROKEN_PIPE)
+            raiseCode(code);
+        if (code == ERROR_SUCCESS)
+            break;
+        dismissClient(); // it has gone already
+    }
+    Win32Handle client;
     const long code = boundary::statusOf([&]() -> long {
-        giveBack(makeInstance(false));
+        client = makeInstance(false);
         return ERROR_SUCCESS;
     });
     if (code != ERROR_SUCCESS) {
-        DisconnectNamedPipe(connected.get());
-        giveBack(std::move(connected));
+        dismissClient(); // its instance is needed to keep the name
+        raiseCode(code);
     }
-    return code;
+    std::swap(client, m_instance);
+    SetEvent(m_event.get()); // whoever waits watches the next instance
+    return client;
 }
 
 WirePtr PipeServer::accept(const WaitLimits& limits)
 {
     listen(limits);
-    const Win32Handle event = makeEvent();
     for (;;) {
-        Win32Handle pipe = takeInstance();
-        OverlappedCall call(event.get());
-        const long begun = ConnectNamedPipe(pipe.get(), &call.get()) ? ERROR_SUCCESS : lastError();
-        DWORD done = 0;
-        long code = begun == ERROR_PIPE_CONNECTED ? ERROR_SUCCESS : begun;
-        if (begun == ERROR_IO_PENDING)
-            code = call.finish(pipe.get(), begun, limits, done, [&](OVERLAPPED& overlapped, DWORD& count) {
-                return pipeResult(pipe.get(), overlapped, count);
-            });
-        if (code == ERROR_SUCCESS) {
-            requireSuccess(prepareNext(pipe)); // before the client's may go
-            return std::make_shared<PipeWire>(std::move(pipe));
-        }
-        if (endedCode(code) == ERROR_BROKEN_PIPE) { // a client that has gone already
-            DisconnectNamedPipe(pipe.get());
-            giveBack(std::move(pipe));
-            continue;
-        }
-        giveBack(std::move(pipe));
-        raiseCode(code);
+        Win32Handle client = takeClient();
+        if (client.isValid())
+            return std::make_shared<PipeWire>(std::move(client));
+        requireSuccess(limits.wait(m_event.get()));
     }
 }
 
 void PipeServer::stopListening() noexcept
 {
     const WriteLocker locker(m_lock);
-    m_waiting.clear();
-    m_listening = false;
+    if (m_isAwaiting) {
+        DWORD done = 0;
+        CancelIoEx(m_instance.get(), &m_awaiting);
+        GetOverlappedResult(m_instance.get(), &m_awaiting, &done, TRUE);
+        m_isAwaiting = false;
+    }
+    m_instance.reset();
 }

@@ -99,18 +99,28 @@ HVKQueue::HVKQueue(const wchar_t* name, std::uint32_t messageId)
     SetEvent(m_drained.get());
 }
 
+// Without memory all is as before.
 void HVKQueue::enqueue(HVKItem item)
 {
     const Place place(-item.getPriority(), m_added);
-    const auto [known, isNew] = m_places.emplace(item.getKey(), place);
-    if (!isNew) {
-        const auto waiting = m_waiting.find(known->second);
-        if (waiting == m_waiting.end() || known->second.first <= place.first)
+    const auto known = m_places.find(item.getKey());
+    if (known == m_places.end()) {
+        const auto added = m_waiting.emplace(place, std::move(item)).first;
+        try {
+            m_places.emplace(added->second.getKey(), place);
+        } catch (...) {
+            m_waiting.erase(added);
+            throw;
+        }
+    } else {
+        auto waiting = known->second.first <= place.first ? decltype(m_waiting)::node_type()
+                                                          : m_waiting.extract(known->second);
+        if (waiting.empty())
             return; // it is being hashed, is hashed, or its turn comes no later
-        m_waiting.erase(waiting);
+        waiting.key() = place;
+        m_waiting.insert(std::move(waiting));
         known->second = place;
     }
-    m_waiting.emplace(place, std::move(item));
     ++m_added;
 }
 
@@ -124,8 +134,8 @@ void HVKQueue::addPath(const wchar_t* path, long priority)
         const WriteLocker locker(m_lock);
         if (m_closed)
             raiseCode(ERROR_INVALID_ADDRESS);
-        ResetEvent(m_drained.get());
         enqueue(std::move(item));
+        ResetEvent(m_drained.get());
         noteDrained();
         claimed = claimWork();
     }
@@ -182,14 +192,16 @@ void HVKQueue::startWork(Claimed claimed)
 
 // The run that finds nothing to do, or is cancelled, leaves. Hashing also leaves while a batch is full: the
 // run that takes the batch begins it again.
-bool HVKQueue::takeNext(HVKItem& item, HANDLE cancelEvent)
+bool HVKQueue::takeNext(HVKItem& item, Place& place, HANDLE cancelEvent)
 {
     Claimed claimed;
     {
         const WriteLocker locker(m_lock);
         const bool full = m_ready.size() >= HVKRequest::kMostItems;
         if (!m_waiting.empty() && !full && !m_closed && !isCancelled(cancelEvent)) {
+            m_ready.reserve(HVKRequest::kMostItems);
             const auto first = m_waiting.begin();
+            place = first->first;
             item = first->second;
             m_waiting.erase(first);
             ++m_inHand;
@@ -202,17 +214,20 @@ bool HVKQueue::takeNext(HVKItem& item, HANDLE cancelEvent)
     return false;
 }
 
-void HVKQueue::hashed(const HVKItem& item, long code)
+void HVKQueue::hashed(const HVKItem& item, const Place& place, long code)
 {
     Claimed claimed;
     {
         const WriteLocker locker(m_lock);
         --m_inHand;
-        if (code == ERROR_SUCCESS) {
+        const auto known = m_places.find(item.getKey());
+        const bool isCurrent = known != m_places.end() && known->second == place; // or cancelled meanwhile
+        if (code == ERROR_SUCCESS && isCurrent) {
             m_ready.push_back(item);
         } else {
-            m_places.erase(item.getKey());
-            account(item.getPath(), code);
+            if (isCurrent)
+                m_places.erase(known);
+            account(item.getPath(), code != ERROR_SUCCESS ? code : long{ERROR_CANCELLED});
         }
         claimed = claimWork();
         noteDrained();
@@ -222,8 +237,9 @@ void HVKQueue::hashed(const HVKItem& item, long code)
 
 void HVKQueue::hashFiles(HANDLE cancelEvent)
 {
-    for (HVKItem item(L"x", 0); takeNext(item, cancelEvent);)
-        hashed(item, boundary::statusOf([&]() -> long {
+    Place place;
+    for (HVKItem item(L"x", 0); takeNext(item, place, cancelEvent);)
+        hashed(item, place, boundary::statusOf([&]() -> long {
                    item.computeHash(cancelEvent);
                    return ERROR_SUCCESS;
                }));
@@ -264,10 +280,10 @@ void HVKQueue::askServer(HANDLE cancelEvent)
             return ERROR_SUCCESS;
         });
         const WriteLocker locker(m_lock);
+        m_inHand -= batch.size();
         // The server may have answered for fewer than it was asked about.
         for (const std::wstring& path : gateway.getPaths())
             account(path, code != ERROR_SUCCESS ? code : long{ERROR_NO_MORE_ITEMS});
-        m_inHand -= batch.size();
         noteDrained();
     }
 }
@@ -285,6 +301,7 @@ long HVKQueue::wait(const WaitLimits& limits)
                 return m_unanswered.empty() ? ERROR_SUCCESS : m_unanswered.front().second;
             if (code != WAIT_TIMEOUT || limits.deadline.getLeft() == 0)
                 return code;
+            noteDrained(); // a run that ended without memory may not have
             claimed = claimWork();
         }
         startWork(claimed);

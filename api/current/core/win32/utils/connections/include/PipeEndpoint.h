@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "core/win32/utils/connections/include/Endpoint.h"
 
@@ -21,23 +20,31 @@ private:
 };
 
 /// Serves a pipe to clients on this machine that run as its own user or as administrators. While it listens
-/// there is always an instance of the pipe that is its own, so nobody else can take the name.
+/// there is always an instance of the pipe that is its own, so nobody else can take the name. Only one
+/// instance awaits a client, and every thread in accept watches it: a client is never left at an instance
+/// that nobody watches.
 class PipeServer final : public Endpoint
 {
 public:
     explicit PipeServer(std::wstring path) : m_path(std::move(path)) {}
+    PipeServer(const PipeServer&) = delete;
+    PipeServer& operator=(const PipeServer&) = delete;
+    ~PipeServer() override { stopListening(); }
+
     void listen(const WaitLimits& limits) override;
     [[nodiscard]] WirePtr accept(const WaitLimits& limits) override;
     void stopListening() noexcept override;
 
 private:
     [[nodiscard]] Win32Handle makeInstance(bool first) const;
-    [[nodiscard]] Win32Handle takeInstance();
-    void giveBack(Win32Handle instance);
-    [[nodiscard]] long prepareNext(Win32Handle& connected);
+    [[nodiscard]] Win32Handle takeClient();
+    [[nodiscard]] long awaitClient() noexcept;
+    void dismissClient() noexcept;
 
     std::wstring m_path;
     ReadWriteLock m_lock;
-    std::vector<Win32Handle> m_waiting; // instances that no thread waits at
-    bool m_listening = false;
+    Win32Handle m_instance; // while it listens: the one that awaits a client
+    Win32Handle m_event;    // a client may have come
+    OVERLAPPED m_awaiting{};
+    bool m_isAwaiting = false; // the system has m_awaiting
 };

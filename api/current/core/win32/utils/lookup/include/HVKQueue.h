@@ -82,9 +82,9 @@ private:
 
     void hashFiles(HANDLE cancelEvent);
     void askServer(HANDLE cancelEvent);
-    bool takeNext(HVKItem& item, HANDLE cancelEvent);
+    bool takeNext(HVKItem& item, Place& place, HANDLE cancelEvent);
     bool takeBatch(std::vector<HVKItem>& batch, HVKServer& server, HANDLE cancelEvent);
-    void hashed(const HVKItem& item, long code);
+    void hashed(const HVKItem& item, const Place& place, long code);
     // These are called with the lock held.
     void account(const std::wstring& path, long code);
     void enqueue(HVKItem item);
