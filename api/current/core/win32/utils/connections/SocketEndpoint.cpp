@@ -113,25 +113,6 @@ void bindSocket(const SocketHandle& socket, const SocketAddress& address)
         sockets.raiseLast();
 }
 
-WirePtr connectTo(const SocketAddress& address, const WaitLimits& limits)
-{
-    SocketHandle socket = makeSocket(address.getFamily());
-    bindSocket(socket, anyAddress(address.getFamily(), 0));
-    const auto connect = extension<LPFN_CONNECTEX>(socket, WSAID_CONNECTEX);
-    const Win32Handle event = makeEvent();
-    OverlappedCall call(event.get());
-    const BOOL begun =
-        connect(socket.get().socket, address.get(), address.length, nullptr, 0, nullptr, &call.get());
-    DWORD done = 0;
-    requireSuccess(call.finish(
-        asHandle(socket), begunCode(begun ? 0 : -1), limits, done,
-        [&](OVERLAPPED& overlapped, DWORD& count) { return socketResult(socket, overlapped, count); }));
-    if (SocketLibrary::get().setOption(socket.get().socket, SOL_SOCKET, SO_UPDATE_CONNECT_CONTEXT, nullptr,
-                                       0) != 0)
-        SocketLibrary::get().raiseLast();
-    return std::make_shared<SocketWire>(std::move(socket));
-}
-
 /// A socket that listens alone: nobody else can take the port from it.
 SocketHandle listenAt(const SocketAddress& address, bool everywhere)
 {
@@ -165,6 +146,25 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
 }
 } // namespace
 
+WirePtr connectSocket(const SocketAddress& address, const WaitLimits& limits)
+{
+    SocketHandle socket = makeSocket(address.getFamily());
+    bindSocket(socket, anyAddress(address.getFamily(), 0));
+    const auto connect = extension<LPFN_CONNECTEX>(socket, WSAID_CONNECTEX);
+    const Win32Handle event = makeEvent();
+    OverlappedCall call(event.get());
+    const BOOL begun =
+        connect(socket.get().socket, address.get(), address.length, nullptr, 0, nullptr, &call.get());
+    DWORD done = 0;
+    requireSuccess(call.finish(
+        asHandle(socket), begunCode(begun ? 0 : -1), limits, done,
+        [&](OVERLAPPED& overlapped, DWORD& count) { return socketResult(socket, overlapped, count); }));
+    if (SocketLibrary::get().setOption(socket.get().socket, SOL_SOCKET, SO_UPDATE_CONNECT_CONTEXT, nullptr,
+                                       0) != 0)
+        SocketLibrary::get().raiseLast();
+    return std::make_shared<SocketWire>(std::move(socket));
+}
+
 // Each address but the last gets its share of the time, so that one that never answers leaves some to the
 // others. What ended the wait as a whole ends the search.
 WirePtr SocketClient::connect(const WaitLimits& limits)
@@ -176,7 +176,9 @@ WirePtr SocketClient::connect(const WaitLimits& limits)
         if (left > 1 && limits.deadline.getLeft() != INFINITE)
             share.deadline = Deadline(limits.deadline.getLeft() / static_cast<DWORD>(left));
         try {
-            return connectTo(addresses[i], share);
+            WirePtr wire = connectSocket(addresses[i], share);
+            m_address = addresses[i];
+            return wire;
         } catch (long code) {
             if (left == 1 || code == ERROR_CANCELLED || code == ERROR_NOT_CONNECTED)
                 throw;
