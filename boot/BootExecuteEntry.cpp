@@ -30,11 +30,12 @@ native::UnicodeString stringOf(Text text)
     return {bytes, bytes, text.data};
 }
 
-/// Takes the own entries out of a list; its new length, or the old one when it is not well-formed.
+/// Removes this program's entries from a list. Returns the new length, or the old one when the list is
+/// malformed.
 std::size_t withoutOwnEntries(wchar_t* list, std::size_t length)
 {
     const Text own(bootnames::kEntry);
-    for (std::size_t at = 0; at < length;) { // each entry has its end, and the empty one is the last
+    for (std::size_t at = 0; at < length;) { // each entry is terminated, and the empty one is the last
         const std::size_t end = Text(list + at, length - at).find(L'\0');
         if (end == Text::kNone || (end == 0) != (at + 1 == length))
             return length;

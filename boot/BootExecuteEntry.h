@@ -2,6 +2,6 @@
 
 #include "engine/NativeApi.h"
 
-/// Takes this program off the command lines that the system runs at its start. Whatever is not a well-formed
-/// list of them is left as it is.
+/// Removes this program from the command lines that the system runs when it starts. A malformed list is left
+/// unchanged.
 native::Status removeOwnEntry(const native::Api& api);

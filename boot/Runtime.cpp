@@ -1,5 +1,5 @@
-// What compilers call by themselves, and no runtime library is there to give. By the processor's own
-// instructions: a loop might become a call of the very function that it is in.
+// Functions that compilers call implicitly; there is no runtime library to provide them. They use the
+// processor's own instructions, because a compiler might turn a loop into a call of the same function.
 
 #include <intrin.h>
 

@@ -1,6 +1,6 @@
 // sysmaint-boot.exe: overwrites and deletes the files that wait for the restart. The system starts it before
-// any other program, when nothing has them open yet. There is no runtime library then, and nothing but
-// ntdll.dll.
+// any other program, when nobody has them open yet. At that time there is only ntdll.dll, and no runtime
+// library.
 
 #include "BootExecuteEntry.h"
 #include "engine/BootNames.h"
@@ -16,7 +16,7 @@ void NTAPI NtProcessStartup(void* environment);
 namespace {
 constexpr LONGLONG kTimeLimit = 600; // seconds, for the whole run
 
-/// What is shown while the system starts, and for how long.
+/// What the start screen shows, and for how long.
 struct Screen
 {
     LARGE_INTEGER begin{};
@@ -55,7 +55,7 @@ struct Screen
     }
 };
 
-/// The system's own name for the Windows folder, or the one that it shows to every process.
+/// The system's own name for the Windows folder, or the one in the data shared with every process.
 Text windowsFolder(wchar_t* room, std::size_t capacity)
 {
     const Text name = L"\\SystemRoot";
@@ -87,7 +87,7 @@ native::Status work()
     if (!report.isListEmpty)
         return report.status;
     const native::Status removed = removeOwnEntry(native::systemApi());
-    return removed == native::kObjectNameNotFound ? 0 : removed; // there is no list of programs at all
+    return removed == native::kObjectNameNotFound ? 0 : removed; // there is no list of programs
 }
 } // namespace
 

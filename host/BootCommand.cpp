@@ -45,7 +45,7 @@ int report(long code)
     return kExitFailed;
 }
 
-/// Prints the strings of the value up to its closing empty one, or to the end of its data.
+/// Prints the strings of the value up to the closing empty one or the end of its data.
 long listCommands()
 {
     std::wstring list;
@@ -66,7 +66,7 @@ long listCommands()
         results().writeLine(L"command: " + printable(entry));
         at += entry.size() + 1;
     }
-    // What stands behind the end is not run, and not shown: but it is there.
+    // What follows the end is neither run nor shown, but it exists.
     const bool more = at < list.size() && list.find_first_not_of(L'\0', at) != std::wstring::npos;
     return more ? ERROR_INVALID_DATA : ERROR_SUCCESS;
 }
@@ -79,7 +79,7 @@ void tellPrivateFolder(const ForceDeleteList& list)
             L"read a list there at the start");
 }
 
-/// Prints the files of the list, one a line.
+/// Prints the files of the list, one per line.
 long listFiles()
 {
     const ForceDeleteList list = readForceDeleteList();
@@ -116,7 +116,7 @@ int install(bool isWanted)
     return report(code);
 }
 
-/// Asks whether to go on; otherwise says what was not done. Returns an ExitCode, kExitDone for a yes.
+/// Asks whether to continue; otherwise prints what was not done. Returns an ExitCode, kExitDone for yes.
 int askFor(const wchar_t* otherwise)
 {
     const Answer answer = ask(L"This cannot be undone. Go on? Type yes: ");
@@ -126,7 +126,7 @@ int askFor(const wchar_t* otherwise)
     return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
 }
 
-/// Shows what would go, and asks.
+/// Shows what would be deleted, and asks.
 int runNow(bool yes)
 {
     const ForceDeleteList list = readForceDeleteList();
@@ -146,7 +146,7 @@ int runNow(bool yes)
     return runBootProgram(list);
 }
 
-/// Takes off the one line that it has shown.
+/// Removes the one line that it has shown.
 int drop(const std::wstring& word, bool yes)
 {
     constexpr std::size_t kMostDigits = 9;
@@ -178,7 +178,7 @@ int drop(const std::wstring& word, bool yes)
     return code == ERROR_SUCCESS ? kExitDone : kExitFailed;
 }
 
-/// A command line is added or removed.
+/// Adds or removes a command line.
 int edit(bool isAdded, const std::wstring& command)
 {
     if (std::any_of(command.begin(), command.end(), [](wchar_t c) { return c < L' '; }) ||

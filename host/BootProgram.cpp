@@ -24,7 +24,7 @@ std::wstring systemPath(UINT(WINAPI* folder)(LPWSTR, UINT))
     return path;
 }
 
-/// The program as it comes with this one.
+/// The program that comes with this one.
 std::wstring suppliedProgram()
 {
     std::wstring path(32768, L'\0');
@@ -86,7 +86,7 @@ long installBootProgram()
     const std::wstring target = bootProgramState().path;
     const bool wasThere = bootProgramState().isThere;
     const std::wstring copy = target + L".new";
-    // Complete before it has the name: what the system starts is never half a program.
+    // It is complete before it gets its name, so the system never starts an incomplete program.
     if (!CopyFileW(suppliedProgram().c_str(), copy.c_str(), FALSE)) {
         const auto code = static_cast<long>(GetLastError());
         messages().writeLine(L"boot: " + printable(suppliedProgram()) + L" cannot be copied to " +
@@ -101,7 +101,7 @@ long installBootProgram()
     const long code = AddBootExecute(bootnames::kEntry);
     if (code == ERROR_SUCCESS || code == ERROR_ALREADY_EXISTS)
         return ERROR_SUCCESS;
-    if (!wasThere) // nothing would ever start it
+    if (!wasThere) // nothing would start it
         DeleteFileW(target.c_str());
     return code;
 }
@@ -124,7 +124,7 @@ long showBootLog()
                                          OPEN_EXISTING, 0, nullptr));
     if (file.get() == INVALID_HANDLE_VALUE)
         return GetLastError() == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : static_cast<long>(GetLastError());
-    std::wstring text(1U << 20U, L'\0'); // it is not larger than that
+    std::wstring text(1U << 20U, L'\0'); // the log is never larger
     DWORD got = 0;
     if (!ReadFile(file.get(), text.data(), static_cast<DWORD>(text.size() * sizeof(wchar_t)), &got, nullptr))
         return static_cast<long>(GetLastError());
@@ -173,7 +173,7 @@ long dropBootLine(std::size_t number, const std::wstring& text)
     const std::wstring path = nativeWindowsFolder();
     WindowsFolder windows(native::systemApi());
     native::Status status = windows.open(Text(path.data(), path.size()));
-    BootLog log(native::systemApi(), windows.folder()); // keeps runs away, and others who take lines off
+    BootLog log(native::systemApi(), windows.folder()); // blocks runs, and others who remove lines
     if (status >= 0)
         status = log.open();
     BootList list(native::systemApi(), windows.folder());

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/// What the program ends with.
+/// The program's exit codes.
 enum ExitCode
 {
     kExitDone = 0,
@@ -14,13 +14,13 @@ enum ExitCode
     kExitCancelled = 130
 };
 
-/// Wrong arguments: the text says what is wrong with them.
+/// Wrong arguments; the text explains them.
 struct UsageError
 {
     std::wstring text;
 };
 
-/// The user wants to read the command's help: nothing else is done.
+/// The user wants the command's help: nothing else is done.
 struct HelpRequest
 {
 };
@@ -32,12 +32,12 @@ struct OptionRule
     bool takesValue;
 };
 
-/// The arguments of one command, taken apart.
+/// The parsed arguments of one command.
 class Arguments
 {
 public:
-    /// Options may stand anywhere; "--" ends them. Throws UsageError for an unknown option, one without its
-    /// value, one that is given twice, or an empty operand; HelpRequest for an option --help.
+    /// Options may stand anywhere; "--" ends them. Throws UsageError for an unknown option, an option without
+    /// its value, a repeated option, or an empty operand; HelpRequest for --help.
     Arguments(const std::vector<std::wstring>& words, const std::vector<OptionRule>& rules);
 
     [[nodiscard]] const std::vector<std::wstring>& operands() const { return m_operands; }

@@ -17,7 +17,7 @@ HANDLE g_workEnded = nullptr;
 BOOL WINAPI onControl(DWORD event)
 {
     SetEvent(g_cancelEvent);
-    // After the others the process is ended as soon as this returns, or when the system's patience is over.
+    // After the other events the system ends the process as soon as this returns, or after its time-out.
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
         WaitForSingleObject(g_workEnded, INFINITE);
     return TRUE;
@@ -50,15 +50,15 @@ void Output::write(std::wstring_view text)
         flush();
 }
 
-/// A console takes characters. Bytes in code page 65001 it counts as characters on older systems, and twice
-/// on one of them.
+/// A console takes characters. With bytes in code page 65001, older systems return the number of characters,
+/// and one of them twice that.
 void Output::writeToTerminal(std::wstring_view text)
 {
-    constexpr std::size_t kMost = 8192; // what older systems take at once
+    constexpr std::size_t kMost = 8192; // the limit of older systems
     while (m_open && !text.empty()) {
         std::size_t length = std::min(text.size(), kMost);
         if (length != text.size() && text[length - 1] >= 0xD800 && text[length - 1] < 0xDC00)
-            --length; // a pair stays together
+            --length; // keeps a surrogate pair together
         DWORD written = 0;
         m_open = WriteConsoleW(m_handle, text.data(), static_cast<DWORD>(length), &written, nullptr) != 0;
         checkWritten(written);
@@ -66,7 +66,7 @@ void Output::writeToTerminal(std::wstring_view text)
     }
 }
 
-/// After a write: a reader that takes nothing is gone as well.
+/// Called after a write: a reader that takes nothing counts as gone, too.
 void Output::checkWritten(DWORD written)
 {
     if (!m_open)
@@ -119,8 +119,8 @@ WorkScope::WorkScope()
 {
     g_workEnded = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     g_cancelEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    // Before anything else is done: until then Ctrl+C ends the program with whatever code the system likes.
-    SetConsoleCtrlHandler(nullptr, FALSE); // a parent may have switched Ctrl+C off
+    // First of all: until then Ctrl+C ends the program with a code of the system's choice.
+    SetConsoleCtrlHandler(nullptr, FALSE); // a parent may have disabled Ctrl+C
     SetConsoleCtrlHandler(onControl, TRUE);
 }
 
@@ -171,7 +171,7 @@ std::wstring formatCode(long code)
     while (!text.empty() && text.back() == L'.')
         text.pop_back();
     const std::wstring number = std::to_wstring(code);
-    if (text.empty() && code == 681) // not every system has words for it
+    if (text.empty() && code == 681) // not every system has a message for it
         return L"it is a link, or lies behind one (681)";
     return text.empty() ? L"error " + number : text + L" (" + number + L")";
 }
@@ -181,7 +181,7 @@ std::wstring printable(std::wstring_view text)
     std::wstring safe(text);
     for (wchar_t& c : safe)
         if (c < L' ' || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029 ||
-            (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069)) // also those that turn a line round
+            (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069)) // also those that reverse text
             c = L'?';
     return safe;
 }
@@ -201,7 +201,7 @@ std::wstring jsonString(std::wstring_view text)
             json += c;
             json += text[++i];
         } else if (c < L' ' || (c >= 0x7F && c < 0xA0) || (c >= 0xD800 && c < 0xE000)) {
-            // Terminals obey the first two; UTF-8 has no lone surrogates.
+            // Terminals interpret the first two; UTF-8 has no lone surrogates.
             json += L"\\u";
             for (int shift = 12; shift >= 0; shift -= 4)
                 json += kHex[(static_cast<unsigned>(c) >> static_cast<unsigned>(shift)) & 0xFU];

@@ -41,14 +41,14 @@ Output& results();
 /// Everything else.
 Output& messages();
 
-/// The event that Ctrl+C signals, and so do the end of the console, of the session and of the system; from
-/// the first call on they do nothing else.
+/// The event signalled by Ctrl+C and by the end of the console, the session or the system. From the first
+/// call on they do nothing else.
 HANDLE cancelEvent();
 [[nodiscard]] bool isCancelled();
 
-/// The program's work, from its beginning to its end with all output written. The system ends the process as
-/// soon as it has been told of the end of its console: until this is gone that is put off, as long as the
-/// system lets us, so that nothing half done is left behind.
+/// The program's work, from its beginning until all output is written. The system ends the process right
+/// after the notification that its console closes. While this object lives that is delayed, as long as the
+/// system allows, so nothing is left half done.
 class WorkScope
 {
 public:
@@ -65,20 +65,20 @@ enum class Answer
     kCancelled
 };
 
-/// Asks at the console; only the whole answer "yes" is one. Throws UsageError when nobody would see the
-/// question or could answer it.
+/// Asks at the console; only the whole answer "yes" counts as one. Throws UsageError when nobody could see or
+/// answer the question.
 Answer ask(std::wstring_view question);
-/// Asks for a text that does not show while it is typed; kYes, or kCancelled. Throws UsageError like ask.
+/// Asks for a text that is not shown while it is typed; kYes or kCancelled. Throws UsageError like ask.
 Answer askSecret(std::wstring_view question, std::wstring& secret);
 
-/// A line that is written over and over, on messages() when that is a terminal.
+/// A line that is rewritten in place, on messages() when that is a terminal.
 class ProgressLine
 {
 public:
-    /// Whether it is time for a new text: at most some ten times a second, and never without a terminal.
+    /// Whether it is time for a new text: at most about ten times a second, and never without a terminal.
     bool isDue();
     void show(std::wstring_view text);
-    /// Takes the line away.
+    /// Removes the line.
     void clear();
 
 private:
@@ -90,9 +90,9 @@ private:
 std::wstring formatCount(unsigned long long count);
 /// "1.2 GiB"
 std::wstring formatBytes(unsigned long long bytes);
-/// The system's text for a Win32 code, in one line, with the code.
+/// The system's message for a Win32 code, on one line, with the code.
 std::wstring formatCode(long code);
-/// A name with its control characters replaced, so that it cannot play with the terminal.
+/// A name with its control characters replaced, so it cannot control the terminal.
 std::wstring printable(std::wstring_view text);
 /// A JSON string with its quotes.
 std::wstring jsonString(std::wstring_view text);

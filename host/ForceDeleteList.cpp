@@ -9,7 +9,7 @@
 #include "engine/ListLines.h"
 
 namespace {
-/// The list as it stands; a piece of a character at its end is left out, and shows as a wrong line.
+/// The text of the list. Half a character at its end is omitted, and shows as a wrong line.
 long readText(std::wstring& text)
 {
     wchar_t folder[MAX_PATH];
@@ -20,7 +20,7 @@ long readText(std::wstring& text)
         return ERROR_BAD_ENVIRONMENT;
     const std::wstring path = std::wstring(folder, length) + L"\\ForceDelete.txt";
     OwnedHandle file;
-    for (int attempt = 0;; ++attempt) { // whoever adds to it has it for itself as long as that takes
+    for (int attempt = 0;; ++attempt) { // a program that appends holds it exclusively meanwhile
         file.reset(::CreateFileW(path.c_str(), GENERIC_READ,
                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                  OPEN_EXISTING, 0, nullptr));

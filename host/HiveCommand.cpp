@@ -55,7 +55,7 @@ std::wstring member(const wchar_t* name, std::wstring_view text)
     return jsonString(name) + L":" + jsonString(text);
 }
 
-/// Whether the hive's last writer did not come to its end: the two numbers in its head differ.
+/// Whether the last write of the hive was not completed: the two numbers in its header differ.
 bool isUnclosed(const std::wstring& file)
 {
     const OwnedHandle opened(
@@ -76,7 +76,7 @@ std::wstring requireKey(const std::wstring& word)
     return word == L"\\" ? std::wstring() : word;
 }
 
-/// The operand behind the key, or the unnamed value's name. Takes the first of `rest`.
+/// The operand after the key, or the unnamed value's name. Removes the first of `rest`.
 std::wstring takeName(const Arguments& arguments, std::vector<std::wstring>& rest)
 {
     if (arguments.has(L"--default"))
@@ -174,7 +174,7 @@ int show(const std::vector<std::wstring>& words)
     return kExitDone;
 }
 
-/// Settings in the file that is to be looked at or changed; given back at the end.
+/// Settings in the file to be shown or changed; closed at the end.
 class OpenFile
 {
 public:
@@ -194,7 +194,7 @@ public:
 
     [[nodiscard]] void* get() const { return m_hive; }
     [[nodiscard]] long code() const { return m_code; }
-    /// The value's type and data; returns 2 when it is not there.
+    /// Reads the value's type and data; returns 2 when it does not exist.
     long read(const std::wstring& key, const std::wstring& name, RegistryData& data) const
     {
         OwnedBuffer<unsigned char> bytes;
@@ -289,7 +289,7 @@ RegistryData requireData(const std::wstring& type, const std::vector<std::wstrin
     return data;
 }
 
-/// Asks unless told not to. Returns whether to go on; `exitCode` is what to end with otherwise.
+/// Asks unless told not to. Returns whether to continue; otherwise `exitCode` is the program's.
 bool isWanted(const Arguments& arguments, const std::wstring& question, int& exitCode)
 {
     if (arguments.has(L"--yes"))
@@ -300,7 +300,7 @@ bool isWanted(const Arguments& arguments, const std::wstring& question, int& exi
     return answer == Answer::kYes;
 }
 
-/// Changes the file: `change` asks, changes and returns a code, or leaves `exitCode` set.
+/// Changes the file: `change` asks, changes and returns a code, or sets `exitCode`.
 template <class Change>
 int changeFile(const Arguments& arguments, const std::wstring& path, Change&& change)
 {

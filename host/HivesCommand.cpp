@@ -110,7 +110,7 @@ std::wstring formatRow(const Sizes& sizes)
         .append(L"]  ");
 }
 
-/// Tells of what was found, and returns the totals.
+/// Shows the results, and returns the totals.
 Sizes showResults(const RDAnalyzerResults& found, bool json)
 {
     if (!json)
@@ -120,7 +120,7 @@ Sizes showResults(const RDAnalyzerResults& found, bool json)
     for (const RDHiveResult& result : found.getResults()) {
         const Sizes sizes{result.oldSize, result.newSize};
         totals.now += sizes.now;
-        totals.compacted += std::min(sizes.now, sizes.compacted); // one that would grow stays as it is
+        totals.compacted += std::min(sizes.now, sizes.compacted); // a hive that would grow stays unchanged
         const std::wstring name = result.mountName.c_str();
         const std::wstring file = result.path.c_str();
         results().writeLine(json ? jsonNames(L"hive", name, file) + jsonField(L"bytes", sizes.now) +
@@ -140,7 +140,7 @@ Sizes showResults(const RDAnalyzerResults& found, bool json)
     return totals;
 }
 
-/// Shows how far an analysis is, by the sizes of the hives' files.
+/// Shows the progress of an analysis, by the sizes of the hives' files.
 class AnalysisProgress
 {
 public:
@@ -185,7 +185,7 @@ private:
     ULONGLONG m_begin = GetTickCount64();
 };
 
-/// Runs the analysis beside the line that tells of it.
+/// Runs the analysis while a progress line shows it.
 long analyze(RDAnalyzerResults& found)
 {
     AnalysisProgress progress;

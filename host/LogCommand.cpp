@@ -15,7 +15,7 @@ refused.
 example: sysmaint log "Disk Cleaner" "removed 12 files"
 )";
 
-/// The sizes of all logs together: it grows when the line is written.
+/// The total size of all logs, which grows when the line is written.
 unsigned long long sizeOfLogs()
 {
     wchar_t folder[1024] = L"%current%\\logs\\%username%\\";
@@ -29,7 +29,7 @@ unsigned long long sizeOfLogs()
     return size;
 }
 
-/// The logger would cut the one and pass the other on.
+/// The logger would cut the text and pass on the line end.
 void requireOneLine(const std::wstring& module, const std::wstring& text)
 {
     constexpr std::size_t kStampAndMarks = 25 + 3 + 2; // the colon and blanks, and the line's end
@@ -58,7 +58,7 @@ int run(const std::vector<std::wstring>& words)
     }
     const unsigned long long before = sizeOfLogs();
     long code = WriteLogEntry(logger, module.c_str(), text.c_str());
-    // A logger that is closed drops what it has not written yet.
+    // Closing a logger discards what it has not written yet.
     bool written = false;
     for (int i = 0; code == ERROR_SUCCESS && !written && i < 500; ++i) {
         Sleep(10);

@@ -14,5 +14,5 @@ struct HandleCloser
     }
 };
 
-/// A handle that is closed with its owner. A file that could not be opened is INVALID_HANDLE_VALUE here.
+/// A handle closed by its owner's destructor. A file that could not be opened is INVALID_HANDLE_VALUE here.
 using OwnedHandle = std::unique_ptr<void, HandleCloser>;

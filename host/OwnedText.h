@@ -5,7 +5,7 @@
 
 #include "core/win32/utils/memory/api.h"
 
-/// Owns a buffer that a utility function gave.
+/// Owns a buffer that a utility function returned.
 template <class T>
 class OwnedBuffer
 {
@@ -22,7 +22,7 @@ private:
     T* m_buffer = nullptr;
 };
 
-/// The text that a utility function gives; `otherwise` when it fails. `call` gets where to put it.
+/// The text that a utility function returns; `otherwise` when it fails. `call` gets the output pointer.
 template <class Call>
 std::wstring textOf(Call&& call, const wchar_t* otherwise = L"")
 {

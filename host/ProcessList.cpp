@@ -13,7 +13,7 @@
 namespace {
 constexpr unsigned long long kMillisecond = 10000; // in units of 100 ns
 
-/// A process as it is shown; what it does not tell is empty.
+/// A process as it is shown; unavailable fields are empty.
 struct Shown
 {
     ProcessEntry entry;
@@ -60,7 +60,7 @@ bool isUser(const Shown& shown, const std::wstring& wanted)
            lstrcmpiW(shown.user.c_str() + behind, wanted.c_str()) == 0;
 }
 
-/// Puts each process behind its parent, siblings in their order.
+/// Puts each process after its parent, siblings in their order.
 std::vector<Shown> asTree(const std::vector<Shown>& all)
 {
     std::map<unsigned long, std::vector<const Shown*>> children;

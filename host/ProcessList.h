@@ -7,7 +7,7 @@
 
 #include "core/win32/utils/processmanager/api.h"
 
-/// Opens the process manager for the length of a scope.
+/// Opens the process manager for a scope.
 class ProcessManagerScope
 {
 public:
@@ -24,7 +24,7 @@ public:
 
 using ProcessHandle = SmartHandle<CloseProcess>;
 
-/// The processes that a call of the manager gives. Throws its code.
+/// The processes that a call of the manager returns. Throws its code.
 template <class Call>
 std::vector<ProcessEntry> processesOf(OwnedBuffer<ProcessEntry>& buffer, Call&& call)
 {
@@ -43,7 +43,7 @@ struct ProcessListing
     std::wstring sort; // a column's name
 };
 
-/// The columns that a list can be sorted by, as the help tells them.
+/// Whether a list can be sorted by this column; the help names them.
 [[nodiscard]] bool isSortColumn(const std::wstring& name);
 /// Prints the list on results(). Throws a code.
 void printProcesses(const ProcessListing& listing);

@@ -55,7 +55,7 @@ private:
     bool m_asJson;
 };
 
-/// The monitor for the length of a scope, with the printer on its topic.
+/// Runs the monitor for a scope, with the printer on its topic.
 class Watch
 {
 public:
@@ -110,7 +110,7 @@ int watchProcesses(const ProcessWatch& wanted)
     for (;;) {
         unsigned long source = kMonitorStopped;
         long code = ERROR_SUCCESS;
-        // Without a code it still asks for events.
+        // Without a code it is still subscribing to events.
         const bool isSettled = PMGetMonitorState(&source, &code) == ERROR_SUCCESS &&
                                (!wanted.wantsEvents || source == kMonitorEvents || code != ERROR_SUCCESS);
         if (isSettled && source != told)

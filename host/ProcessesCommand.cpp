@@ -8,11 +8,12 @@
 namespace {
 constexpr const wchar_t* kHelp = LR"(usage: sysmaint processes [--tree] [--user NAME] [--sort COLUMN] [--json]
        sysmaint processes end PID|NAME... [--tree] [--services] [--yes]
+       sysmaint processes end PID|NAME... --close [--yes]
        sysmaint processes watch [NAMES] [--snapshots] [--interval MS] [--seconds N] [--json]
 
   (nothing)    lists the processes: processor time, memory in use, user and image name
-  end          ends the processes of an id or of an image name, after it has shown them and asked. They can
-               save nothing. Refused are the system's processes, this program, and services.
+  end          ends the processes of an id or of an image name, after it has shown them and asked. They
+               cannot save anything, unless --close asks them first. Refused are the system's processes, this program, and services.
   watch        tells each process that starts and ends, until Ctrl+C or for --seconds. NAMES are image names
                separated by commas, with wildcards.
 
@@ -20,6 +21,8 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint processes [--tree] [--user 
   --user       only processes of that user, "name" or "domain\name"
   --sort       pid (unless given), name, session, threads, memory, time or start
   --services   also end services
+  --close      only ask their windows to close, as their user would, and wait ten seconds for each: what asks
+               back, or has no window, runs on
   --yes        do not ask
   --snapshots  compare snapshots, and do not ask the system for its events
   --interval   milliseconds between snapshots, 10 to 60000 (500): what lives shorter may be missed
@@ -28,7 +31,7 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint processes [--tree] [--user 
 example: sysmaint processes end notepad.exe --tree
 )";
 
-/// A process that was shown is ended as the very one: whoever has its id by then is somebody else.
+/// Only the process that was shown is ended, not a later one with the same id.
 struct Chosen
 {
     unsigned long id;
@@ -36,7 +39,7 @@ struct Chosen
     ProcessHandle process;
 };
 
-/// What the words name; an id is a number. Throws UsageError, or 1168 after a message.
+/// The processes that the words name; a number is an id. Throws UsageError, or 1168 after a message.
 std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
 {
     std::vector<Chosen> all;
@@ -57,11 +60,45 @@ std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
     return all;
 }
 
+constexpr unsigned long kPatience = 10000; // milliseconds
+
+/// 0: it has ended; 1400 when it has no window that could be asked.
+long closeWindows(void* process)
+{
+    unsigned long asked = 0;
+    if (const long code = ProcessCloseWindows(process, &asked); code != ERROR_SUCCESS)
+        return code;
+    unsigned long exitCode = 0;
+    return asked == 0 ? ERROR_INVALID_WINDOW_HANDLE
+                      : ProcessWait(process, kPatience, cancelEvent(), &exitCode);
+}
+
+/// Whether it is gone.
+bool tellOutcome(const Chosen& each, long code, const wchar_t* done)
+{
+    const std::wstring what = std::to_wstring(each.id) + L" " + printable(each.name);
+    if (code == ERROR_SUCCESS || code == ERROR_NOT_FOUND) { // the latter: with another's tree, or by itself
+        results().writeLine((code == ERROR_SUCCESS ? done : std::wstring(L"gone ")) + L" " + what);
+        return true;
+    }
+    const std::wstring why =
+        code == ERROR_NOT_SUPPORTED             ? L"the system or this program needs it (50)"
+        : code == ERROR_INVALID_SERVICE_CONTROL ? L"it is a service; stop it, or say --services (1052)"
+        : code == ERROR_INVALID_WINDOW_HANDLE   ? L"it has no window that could be asked (1400)"
+        : code == ERROR_TIMEOUT                 ? L"it still runs (1460)"
+                                                : formatCode(code);
+    messages().writeLine(L"processes: " + what + L": " + why);
+    return false;
+}
+
 int end(const std::vector<std::wstring>& words)
 {
-    const Arguments arguments(words, {{L"--tree", false}, {L"--services", false}, {L"--yes", false}});
+    const Arguments arguments(
+        words, {{L"--tree", false}, {L"--services", false}, {L"--close", false}, {L"--yes", false}});
     if (arguments.operands().empty())
         throw UsageError{L"which process?"};
+    if (arguments.has(L"--close") && (arguments.has(L"--tree") || arguments.has(L"--services")))
+        throw UsageError{L"--close asks the windows of one process; say neither --tree nor --services"};
     const std::vector<Chosen> all = chosenBy(arguments.operands());
     for (const Chosen& each : all) {
         messages().writeLine(L"end " + std::to_wstring(each.id) + L" " + printable(each.name));
@@ -75,33 +112,25 @@ int end(const std::vector<std::wstring>& words)
             messages().writeLine(L"  and " + std::to_wstring(tree[i].id) + L" " + printable(tree[i].name));
     }
     if (!arguments.has(L"--yes")) {
-        const Answer answer = ask(L"They can save nothing. Go on? Type yes: ");
+        const Answer answer =
+            ask(arguments.has(L"--close") ? L"They are asked to close. Go on? Type yes: "
+                                          : L"They cannot save anything. Go on? Type yes: ");
         if (answer != Answer::kYes) {
             messages().writeLine(L"nothing was ended");
             return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
         }
     }
-    constexpr unsigned long kPatience = 10000; // milliseconds
+    const bool wantsClosing = arguments.has(L"--close");
     const unsigned long options =
         (arguments.has(L"--tree") ? kEndTree : 0UL) | (arguments.has(L"--services") ? kEndServices : 0UL);
     int result = kExitDone;
     for (const Chosen& each : all) {
-        const long code = ProcessEnd(each.process.get(), options, kPatience);
-        const std::wstring what = std::to_wstring(each.id) + L" " + printable(each.name);
-        if (code == ERROR_SUCCESS) {
-            results().writeLine(L"ended " + what);
-            continue;
-        }
-        if (code == ERROR_NOT_FOUND) { // with another one's tree, or by itself: it is gone either way
-            results().writeLine(L"gone  " + what);
-            continue;
-        }
-        messages().writeLine(L"processes: " + what + L": " +
-                             (code == ERROR_NOT_SUPPORTED ? L"the system or this program needs it (50)"
-                              : code == ERROR_INVALID_SERVICE_CONTROL
-                                  ? L"it is a service; stop it, or say --services (1052)"
-                                  : formatCode(code)));
-        result = kExitFailed;
+        const long code = wantsClosing ? closeWindows(each.process.get())
+                                       : ProcessEnd(each.process.get(), options, kPatience);
+        if (code == ERROR_CANCELLED)
+            return kExitCancelled;
+        if (!tellOutcome(each, code, wantsClosing ? L"closed" : L"ended"))
+            result = kExitFailed;
     }
     return result;
 }

@@ -11,7 +11,7 @@ namespace {
 struct Reply
 {
     std::wstring line;        // with its end, unless the input ended before it
-    bool interrupted = false; // by Ctrl+C: then the read succeeds with nothing
+    bool interrupted = false; // by Ctrl+C, when the read succeeds with nothing
     OwnedHandle read{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
@@ -30,21 +30,21 @@ void readLine(HANDLE input, Reply& reply)
     SetEvent(reply.read.get());
 }
 
-/// The line that is typed after a question, with its end. False when the question was cancelled.
+/// The line typed after a question, with its end. False when the question was cancelled.
 bool readReply(std::wstring_view question, DWORD modeOff, const wchar_t* withoutTerminal, std::wstring& line)
 {
     const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     DWORD mode = 0;
     if (!GetConsoleMode(input, &mode) || !messages().isTerminal())
         throw UsageError{withoutTerminal};
-    // What was typed before the question is no answer to it.
+    // Discard what was typed before the question.
     FlushConsoleInputBuffer(input);
     messages().write(question);
     messages().flush();
 
     if (modeOff != 0)
         SetConsoleMode(input, mode & ~modeOff);
-    // Read on a thread of its own, which may outlive the question: nothing can call a waiting read back.
+    // Read on a separate thread, which may outlive the question: a waiting read cannot be cancelled.
     const auto reply = std::make_shared<Reply>();
     std::thread([reply, input] { readLine(input, *reply); }).detach();
     const HANDLE either[] = {cancelEvent(), reply->read.get()};

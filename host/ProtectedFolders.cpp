@@ -26,7 +26,7 @@ struct Place
     }
 };
 
-/// What a path leads to. `itself`: what stands there, also if that is a link.
+/// The target of a path. `itself`: what the path names, even if that is a link.
 Place placeOf(const std::wstring& literal, bool itself)
 {
     Place place;
@@ -49,7 +49,7 @@ Place placeOf(const std::wstring& literal, bool itself)
     return place;
 }
 
-/// Appends what the folders above a literal path lead to, from the nearest to the root.
+/// Appends the targets of the folders above a literal path, from the nearest to the root.
 void appendAbove(std::vector<Place>& places, const std::wstring& literal)
 {
     constexpr std::size_t kPrefix = 4;
@@ -57,14 +57,14 @@ void appendAbove(std::vector<Place>& places, const std::wstring& literal)
          end = literal.find_last_of(L'\\', end - 1)) {
         std::wstring folder = literal.substr(0, end);
         if (folder.find(L'\\', kPrefix) == std::wstring::npos)
-            folder += L'\\'; // a root keeps its own
+            folder += L'\\'; // a root keeps its backslash
         places.push_back(placeOf(folder, false));
         if (places.back().path.empty())
             places.back().path = folder;
     }
 }
 
-/// Every folder that something is in, by the path that was given and by the one that the system gives.
+/// Every folder that contains something, by the given path and by the system's.
 std::vector<Place> placesAbove(const std::wstring& literal)
 {
     std::vector<Place> places;
@@ -77,7 +77,7 @@ std::vector<Place> placesAbove(const std::wstring& literal)
 struct ProtectedFolder
 {
     const wchar_t* name;
-    bool withContent; // also what is in it
+    bool withContent; // also its content
     Place place;
     std::vector<Place> above;
 };
@@ -92,8 +92,8 @@ std::wstring machineText(const wchar_t* key, const wchar_t* value)
                : L"";
 }
 
-// The shell would tell most of these, but it brings user32 along, and programs that have loaded that are not
-// told of the end of the session.
+// The shell could tell most of these, but it loads user32, and programs with that loaded are not notified of
+// the end of the session.
 std::vector<ProtectedFolder> protectedFolders()
 {
     constexpr const wchar_t* kVersion = L"Software\\Microsoft\\Windows\\CurrentVersion";

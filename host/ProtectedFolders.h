@@ -2,12 +2,12 @@
 
 #include "WipeTarget.h"
 
-/// Throws UsageError when a target is in the Windows folder, or is or holds that folder, one of the folders
-/// of programs and their data, or that of the users' profiles. What a folder is, is told by its volume and
-/// file index, by whatever name it is reached: a substituted drive, a share, a link, a short name; besides by
-/// the path that the system gives for it. A link itself may go wherever it leads.
+/// Throws UsageError when a target is in the Windows folder, or is or contains that folder, one of the
+/// folders of programs and their data, or that of the users' profiles. A folder is identified by its volume
+/// and file index, under any name (a substituted drive, a share, a link, a short name), and also by the
+/// system's path for it. A link itself may be deleted, whatever its target.
 void requireUnprotected(const WipeTarget& target);
 
-/// The same for the root of a drive ("D:\"), all of which is to go: also for a drive that only stands for a
-/// folder.
+/// The same for the root of a drive ("D:\") whose whole content is to be deleted, also for a drive that only
+/// stands for a folder.
 void requireUnprotectedDrive(const std::wstring& root);

@@ -55,7 +55,8 @@ std::wstring hexOf(const std::vector<unsigned char>& bytes)
     return L"\"" + hex + L"\"";
 }
 
-/// Adds the bytes where the text does not give them back: it is not `again`, or there is half a character.
+/// Adds the bytes when the text does not represent them exactly: it differs from `again`, or there is half a
+/// character.
 std::wstring withHex(const std::wstring& json, const RegistryData& data, const std::wstring& again)
 {
     const bool whole = data.bytes.size() == again.size() * sizeof(wchar_t) &&
@@ -95,7 +96,7 @@ RegistryData readData(IRegistryValue& value)
     unsigned long size = 0;
     const auto* bytes = static_cast<const unsigned char*>(value.getData(size));
     data.bytes.assign(bytes, bytes + size);
-    data.type = value.getValueType(); // as it was read with the data
+    data.type = value.getValueType(); // read together with the data
     return data;
 }
 

@@ -5,7 +5,7 @@
 
 #include "win32/registry/include/IRegistryKey.h"
 
-/// A value's type and data as they were read together.
+/// A value's type and data, read together.
 struct RegistryData
 {
     unsigned long type = 0;
@@ -15,14 +15,14 @@ struct RegistryData
 /// Raises an Exception when the value is gone or cannot be read.
 RegistryData readData(IRegistryValue& value);
 
-/// "REG_SZ", or "type 77" of a type without a name.
+/// "REG_SZ", or "type 77" for a type without a name.
 std::wstring typeName(unsigned long type);
 
-/// The data in one short line for the eye: text in part and without control characters, numbers as such,
-/// anything else as the first of its bytes.
+/// The data on one short line for people: the beginning of a text without control characters, a number, or
+/// the first bytes of anything else.
 std::wstring shortData(const RegistryData& data);
 
-/// The data as members of a JSON object, whole: "data" with a number, a text, a list of texts or a text of
-/// hexadecimal digits. Of a text one closing zero is left out, of a list the zero behind each text and the
-/// one behind all; where the bytes are anything but that, they are also there as "hex".
+/// The complete data as members of a JSON object: "data" with a number, a text, a list of texts or a text of
+/// hexadecimal digits. A text omits one closing zero, a list the zero after each text and the one at the end;
+/// where the bytes differ from that, they are added as "hex".
 std::wstring jsonData(const RegistryData& data);

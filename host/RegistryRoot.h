@@ -12,6 +12,6 @@ struct RegistryRoot
     std::wstring subKey;
 };
 
-/// Takes "HKLM\Software" or "HKEY_LOCAL_MACHINE\Software" apart, without regard to case; nothing for a text
-/// that does not begin with a root's name.
+/// Splits "HKLM\Software" or "HKEY_LOCAL_MACHINE\Software", without regard to case; empty for a text that
+/// does not begin with a root's name.
 std::optional<RegistryRoot> parseRegistryRoot(const std::wstring& text);

@@ -20,7 +20,8 @@ RestoreManagerHandle::~RestoreManagerHandle()
 
 long makeRestorePoint(const std::wstring& name, RestorePoint& point)
 {
-    cancelEvent(); // from now on Ctrl+C does not end the program between the point's beginning and its end
+    cancelEvent(); // from now on Ctrl+C does not end the program between the restore point's beginning and
+                   // end
     const RestoreManagerHandle manager(name);
     long code = CreateRestorePoint(manager.get());
     if (code == ERROR_SUCCESS)

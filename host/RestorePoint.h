@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-/// A restore manager of the library, for the length of a scope.
+/// A restore manager of the library, open for a scope.
 class RestoreManagerHandle
 {
 public:
@@ -21,19 +21,19 @@ private:
     void* m_handle;
 };
 
-/// A restore point that was made.
+/// A restore point that was created.
 struct RestorePoint
 {
     std::int64_t number = 0;
     std::wstring name;
 };
 
-/// Makes a restore point; it cannot be cancelled. Returns 0 or the Win32 code.
+/// Creates a restore point; this cannot be cancelled. Returns 0 or the Win32 code.
 long makeRestorePoint(const std::wstring& name, RestorePoint& point);
 
 /// Why there is no restore point, in words.
 std::wstring formatRestoreCode(long code);
 
-/// For --restore-point: makes one before a command changes anything, and says so. False: there is none, and
-/// nothing may be changed.
+/// For --restore-point: creates one before a command changes anything, and reports it. False: there is none,
+/// and nothing may be changed.
 bool makeRestorePointFirst(const std::wstring& command);

@@ -8,7 +8,7 @@
 #include "core/win32/utils/scanengine/api.h"
 
 namespace {
-/// What is wrong with an entry; nothing when it is right.
+/// What is wrong with an entry; empty when it is right.
 std::wstring faultOf(const std::wstring& entry)
 {
     const std::size_t colon = entry.find(L':');

@@ -66,7 +66,7 @@ public:
         CloseRegistryScanEngine(m_registry);
     }
 
-    /// One root at a time, so that one that cannot be listed does not stand in the way of the others.
+    /// One root at a time, so a root that cannot be listed does not affect the others.
     long scanFolder(const wchar_t* folder, int expand, const SharedPtr<IScanValidator>& validator,
                     ScanOptions options)
     {
@@ -130,9 +130,9 @@ int run(const std::vector<std::wstring>& words)
                 : engines.scanFolder(folder.c_str(), arguments.has(L"--expand") ? 1 : 0, validator, options);
         if (code != ERROR_SUCCESS)
             result = code;
-        if (code == ERROR_CANCELLED || !results().isOpen()) // which main tells
+        if (code == ERROR_CANCELLED || !results().isOpen()) // main reports it
             break;
-        // What could not be listed has been told already, by its own path.
+        // What could not be listed has been reported already, with its own path.
         if (code != ERROR_SUCCESS && printer.failures() == failures)
             printer.fail(folder, code);
     }

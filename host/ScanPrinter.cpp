@@ -49,12 +49,12 @@ void ScanPrinter::finish(long code)
                  ? LR"(,"keys":)" + std::to_wstring(m_keys) + LR"(,"values":)" + std::to_wstring(m_values)
                  : L"") +
             LR"(,"errors":)" + std::to_wstring(m_failures) + LR"(,"code":)" + std::to_wstring(code) + L"}");
-    results().flush(); // so that the counts come after what they count
+    results().flush(); // so the counts follow what they count
     messages().writeLine((code == ERROR_CANCELLED ? L"cancelled; found so far: " : L"found ") + counts() +
                          (m_failures != 0 ? L", " + formatCount(m_failures) + L" could not be read" : L""));
 }
 
-/// One item in one line; `more` is what JSON says besides.
+/// One item on one line; `more` is added in JSON.
 void ScanPrinter::print(const wchar_t* type, const std::wstring& path, const std::wstring& more) const
 {
     if (m_json)
@@ -85,7 +85,7 @@ void ScanPrinter::printValue(const std::wstring& path, IRegistryValue& value)
                         LR"(,"valueType":)" + jsonString(typeName(data.type)) + L"," + jsonData(data) + L"}");
 }
 
-/// Results on the same terminal show it by themselves.
+/// Results on the same terminal show the progress by themselves.
 void ScanPrinter::showProgress()
 {
     if (results().isTerminal() || !m_progress.isDue())

@@ -8,14 +8,14 @@
 
 struct IRegistryValue;
 
-/// Prints what a scan finds, and what it cannot list, and counts both.
+/// Prints and counts what a scan finds and what it cannot list.
 class ScanPrinter : public INotifyHandler
 {
 public:
     explicit ScanPrinter(bool json) : m_json(json), m_begin(GetTickCount64()) {}
 
     void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override;
-    /// Tells of something that cannot be listed or read.
+    /// Reports something that cannot be listed or read.
     void fail(const std::wstring& path, long code);
     [[nodiscard]] unsigned long long failures() const { return m_failures; }
     /// The counts, after all results.

@@ -12,7 +12,7 @@ bool hasShadowCopies(const std::wstring& drive)
                                            nullptr));
     struct
     {
-        ULONG bytes; // of a list of names, each ended by a zero, and a closing zero
+        ULONG bytes; // size of a list of names, each terminated, with a closing zero
         wchar_t names[2];
     } found{};
     DWORD returned = 0;

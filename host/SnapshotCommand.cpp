@@ -44,7 +44,7 @@ Exit codes: 0 the tool has ended, 1 it was not started, or the answer was not ye
 example: sysmaint snapshot create "before the cleaning" --tool "C:\Program Files\Snapshots\vrlcmd.exe"
 )";
 
-/// A text that the library takes as null when it was not given, and that is overwritten in the end.
+/// A text that is null for the library when it was not given. The destructor overwrites it.
 class OptionalText
 {
 public:
@@ -69,7 +69,7 @@ private:
     std::wstring m_text;
 };
 
-/// The password, if one is wanted. False when the question was cancelled.
+/// Asks for the password if one is needed. False when the question was cancelled.
 bool getPassword(const Arguments& arguments, OptionalText& password)
 {
     if (!arguments.has(L"--password"))
@@ -82,7 +82,7 @@ bool getPassword(const Arguments& arguments, OptionalText& password)
     if (length != 0) {
         password.set(text);
         SecureZeroMemory(text, sizeof text);
-        SetEnvironmentVariableW(kPasswordVariable, nullptr); // the tool gets it once
+        SetEnvironmentVariableW(kPasswordVariable, nullptr); // pass it to the tool only once
         return true;
     }
     std::wstring typed;
@@ -111,7 +111,7 @@ std::wstring faultOf(const wchar_t* value, bool isBare)
     return L"";
 }
 
-/// A value that is passed on to the tool, by what it is called.
+/// A value for the tool, with its name.
 struct Value
 {
     const wchar_t* name;
@@ -119,7 +119,7 @@ struct Value
     bool isBare;
 };
 
-/// Whether the library would take these; otherwise says why not. The values themselves are not shown.
+/// Whether the library accepts these values; otherwise prints why not, without showing them.
 bool areGood(const std::wstring& tool, std::initializer_list<Value> values)
 {
     std::wstring fault;
@@ -139,7 +139,7 @@ bool areGood(const std::wstring& tool, std::initializer_list<Value> values)
     return fault.empty();
 }
 
-/// `otherwise` is what the library may have failed at, after all that could be told before.
+/// `otherwise` is the remaining reason for a failure, after all that could be checked before.
 int report(long status, const wchar_t* otherwise)
 {
     if (isCancelled()) {
@@ -162,7 +162,7 @@ int create(const Arguments& arguments, const std::wstring& tool)
     const OptionalText comment(arguments, L"--comment");
     const OptionalText user(arguments, L"--user");
     OptionalText password;
-    cancelEvent(); // the tool decides what Ctrl+C means to it; this program waits for its end
+    cancelEvent(); // the tool handles Ctrl+C itself; this program waits until it ends
     if (!getPassword(arguments, password))
         return kExitCancelled;
     const wchar_t* const name = operands[1].c_str();
@@ -178,7 +178,7 @@ int create(const Arguments& arguments, const std::wstring& tool)
         kNotStarted);
 }
 
-/// What to go back to, and the name or time that belongs to it.
+/// What to restore, and the name or time it needs.
 std::uint32_t requireMode(const std::vector<std::wstring>& operands)
 {
     constexpr const wchar_t* kModes[] = {L"current", L"baseline", L"time", L"name"};
@@ -230,7 +230,7 @@ int run(const std::vector<std::wstring>& words)
     const std::wstring tool = arguments.value(L"--tool", L"");
     const std::wstring what = arguments.operands().empty() ? L"" : arguments.operands()[0];
     if (what != L"create" && what != L"restore")
-        throw UsageError{L"create or restore?"}; // not what was given: it may be a password
+        throw UsageError{L"create or restore?"}; // do not show what was given: it may be a password
     if (tool.empty())
         throw UsageError{L"which program? --tool PATH"};
     return what == L"create" ? create(arguments, tool) : restore(arguments, tool);

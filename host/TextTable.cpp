@@ -7,7 +7,7 @@
 namespace {
 constexpr std::size_t kGap = 2;
 
-/// How many characters a line of the terminal has; no limit without one.
+/// The width of the terminal in characters; no limit without a terminal.
 std::size_t lineWidth()
 {
     CONSOLE_SCREEN_BUFFER_INFO screen{};
@@ -16,7 +16,7 @@ std::size_t lineWidth()
     return static_cast<std::size_t>(std::max<int>(screen.srWindow.Right - screen.srWindow.Left, 1));
 }
 
-/// Never within a pair that stands for one character.
+/// Never splits a surrogate pair.
 void cut(std::wstring& line, std::size_t width)
 {
     constexpr std::wstring_view kMark = L"...";

@@ -3,21 +3,21 @@
 #include <string>
 #include <vector>
 
-/// Lines under headings, in columns that are as wide as what is in them.
+/// Lines under headings, in columns as wide as their content.
 class TextTable
 {
 public:
     struct Column
     {
         const wchar_t* heading;
-        bool isNumber; // these stand at the right
+        bool isNumber; // aligned to the right
     };
 
     explicit TextTable(std::vector<Column> columns) : m_columns(std::move(columns)) {}
 
-    /// One text for each column, fit for a terminal.
+    /// One text for each column, safe for a terminal.
     void add(std::vector<std::wstring> line) { m_lines.push_back(std::move(line)); }
-    /// On results(). At a terminal the last column is cut where the line would be wider than that.
+    /// Prints on results(). On a terminal the last column is cut to fit its width.
     void print() const;
 
 private:

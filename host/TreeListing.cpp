@@ -33,7 +33,7 @@ private:
     void addFile(const std::wstring& path, const IFile* file)
     {
         const FoundFile found = findFile(literalPath(path));
-        if (found.names == 0 && found.code != ERROR_FILE_NOT_FOUND) // gone is not unknown
+        if (found.names == 0 && found.code != ERROR_FILE_NOT_FOUND) // a file that is gone is not unknown
             m_listing.failures.push_back({path, found.code});
         if (found.names > 1) {
             m_listing.linked.push_back(path);

@@ -9,28 +9,28 @@
 
 #include "WipeTarget.h"
 
-/// Something that cannot be had, and why.
+/// Something that failed, and why.
 struct Failure
 {
     std::wstring path;
     long code;
 };
 
-/// What a tree holds, in the order of the scan: a folder comes before its content.
+/// The content of a tree in the order of the scan: a folder comes before its content.
 struct TreeListing
 {
     DirectoryStack entries;
     unsigned long long files = 0;
     unsigned long long bytes = 0;
-    std::vector<std::wstring> linked; // files that have other names, too
-    std::vector<Failure> failures;    // what could not be listed, or of which the names could not be counted
+    std::vector<std::wstring> linked; // files that also have other names
+    std::vector<Failure> failures;    // what could not be listed, or whose names could not be counted
 };
 
-/// What stands under a path, links not followed.
+/// What a path names; links are not followed.
 struct FoundFile
 {
-    DWORD names = 0; ///< of a file with several hard links all of them, else 1; 0 when it cannot be told
-    long code = 0;   ///< why
+    DWORD names = 0; ///< the number of hard links, at least 1; 0 when unknown
+    long code = 0;   ///< why it is unknown
     DWORD volume = 0;
     std::uint64_t index = 0;
 
@@ -44,7 +44,7 @@ FoundFile findFile(const std::wstring& literal);
 /// The full path of an entry.
 std::wstring pathOf(const DirectoryStackEntry& entry);
 
-/// Lists a tree: the files that the validator lets through, and the folders on the way, all of which are to
-/// stay when `filesOnly`. Files with other names are to stay unless `withLinked`. Returns the scan's code.
+/// Lists a tree: the files that the validator accepts, and the folders on the way, which all stay when
+/// `filesOnly`. Files with other names stay unless `withLinked`. Returns the scan's code.
 long listTree(const std::wstring& root, const SharedPtr<IScanValidator>& validator, bool filesOnly,
               bool withLinked, TreeListing& listing);

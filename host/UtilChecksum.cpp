@@ -15,7 +15,7 @@
 namespace {
 using FileDigest = long (*)(const wchar_t*, void*, ChecksumProgress, void*, unsigned char*);
 
-/// The value in the order in which people write it.
+/// The value in the usual order of bytes.
 long crc32OfFile(const wchar_t* path, void* cancelEvent, ChecksumProgress progress, void* context,
                  unsigned char* digest)
 {
@@ -60,7 +60,7 @@ void replaceAll(std::wstring& text, const wchar_t* from, const wchar_t* to)
     text = textOf([&](wchar_t** result) { return StringReplaceAllW(text.c_str(), from, to, 0, result); });
 }
 
-/// A line of a list. A name with a backslash is written with two, and the line says so at its beginning.
+/// A line of a list. A backslash in a name is doubled, which a backslash at the beginning of the line marks.
 std::wstring lineOf(const std::wstring& sum, std::wstring name)
 {
     const bool escaped = name.find(L'\\') != std::wstring::npos;
@@ -80,7 +80,7 @@ bool isHex(std::wstring_view text)
     return text.find_first_not_of(L"0123456789abcdefABCDEF") == std::wstring_view::npos;
 }
 
-/// A line of the form that names the algorithm: "SHA256 (name) = sum".
+/// Parses a line that names the algorithm: "SHA256 (name) = sum".
 bool parseTagged(std::wstring_view line, Listed& listed, std::wstring_view& name)
 {
     constexpr std::wstring_view kOpen = L" (";
@@ -103,7 +103,7 @@ bool parseTagged(std::wstring_view line, Listed& listed, std::wstring_view& name
     return false;
 }
 
-/// A line that leaves it to the length of the sum.
+/// Parses a line where the length of the sum tells the algorithm.
 bool parsePlain(std::wstring_view line, Listed& listed, std::wstring_view& name)
 {
     const std::size_t digits = std::min(line.find(L' '), line.size());
@@ -117,7 +117,7 @@ bool parsePlain(std::wstring_view line, Listed& listed, std::wstring_view& name)
     return true;
 }
 
-/// Takes a line of a list apart; false when it is none.
+/// Parses a line of a list; false when it is malformed.
 bool parseLine(std::wstring_view line, Listed& listed)
 {
     const bool escaped = !line.empty() && line.front() == L'\\';
@@ -137,7 +137,7 @@ bool parseLine(std::wstring_view line, Listed& listed)
     return !listed.name.empty();
 }
 
-/// What came of a list.
+/// The results of a list.
 struct Tally
 {
     std::size_t good = 0;
@@ -158,7 +158,7 @@ long checkLine(const std::wstring& line, Tally& tally)
     if (code == ERROR_CANCELLED)
         return code;
     int equal = 0;
-    StringStartsWithW(listed.sum.c_str(), sum.c_str(), 1, &equal); // they are of one length
+    StringStartsWithW(listed.sum.c_str(), sum.c_str(), 1, &equal); // both have the same length
     const bool good = code == ERROR_SUCCESS && equal != 0;
     ++(code != ERROR_SUCCESS ? tally.unread : good ? tally.good : tally.bad);
     results().writeLine(printable(listed.name) + (good                    ? L": OK"
@@ -169,7 +169,7 @@ long checkLine(const std::wstring& line, Tally& tally)
     return ERROR_SUCCESS;
 }
 
-/// The text of a list: UTF-8, or UTF-16 as its mark says, as the shells of Windows write it.
+/// The text of a list: UTF-8, or UTF-16 with a byte-order mark, as the shells of Windows write it.
 long readList(const std::wstring& list, std::wstring& text)
 {
     constexpr unsigned long long kLongest = 1ULL << 28U;
@@ -196,7 +196,7 @@ long readList(const std::wstring& list, std::wstring& text)
         if (!text.empty() && text.front() == L'\xFEFF')
             text.erase(0, 1);
     }
-    // Behind a zero no line would be looked at.
+    // No line after a zero would be read.
     return text.find(L'\0') == std::wstring::npos ? ERROR_SUCCESS : ERROR_INVALID_DATA;
 }
 
@@ -219,7 +219,7 @@ int checkList(const std::wstring& list)
     for (std::size_t i = 0; i < count && code == ERROR_SUCCESS; ++i) {
         const std::wstring each = line;
         line += each.size() + 1;
-        if (each.front() != L'#') // a remark
+        if (each.front() != L'#') // a comment
             code = checkLine(each, tally);
     }
     if (code == ERROR_CANCELLED)
@@ -235,7 +235,7 @@ int checkList(const std::wstring& list)
     if (tally.bad + tally.unread != 0)
         messages().writeLine(L"util: " + counted(tally.bad, L" does not match, ", L" do not match, ") +
                              formatCount(tally.unread) + L" could not be read");
-    // A list that says nothing vouches for nothing.
+    // An empty list confirms nothing.
     const bool good =
         code == ERROR_SUCCESS && tally.good != 0 && tally.bad + tally.unread + tally.wrongLines == 0;
     return good ? kExitDone : kExitFailed;

@@ -155,7 +155,7 @@ int icons(const std::vector<std::wstring>& words)
         const std::wstring stem = L"icon-" + std::to_wstring(i + 1);
         long code = IconExtract(file.c_str(), static_cast<int>(i), size, &icon);
         if (code == ERROR_SUCCESS)
-            code = FolderCreateTree(folder.c_str()); // not before there is something to put there
+            code = FolderCreateTree(folder.c_str()); // only when there is something to write there
         if (code == ERROR_SUCCESS)
             code = PathMakeUnique(folder.c_str(), stem.c_str(), L"bmp", path.target());
         if (code == ERROR_SUCCESS)

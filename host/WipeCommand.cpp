@@ -57,7 +57,7 @@ arguments, 130 cancelled.
 example: sysmaint wipe tree "C:\Temp\old reports" --method random --passes 3
 )";
 
-/// Keeps a folder from being renamed or exchanged for another. Only an access that counts for sharing does.
+/// Keeps a folder from being renamed or replaced. This needs an access right that counts for sharing.
 OwnedHandle holdFolder(const std::wstring& literal, DWORD flags = 0)
 {
     return OwnedHandle(::CreateFileW(literal.c_str(), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES,
@@ -79,7 +79,7 @@ Answer confirm(const WipeOptions& options, const std::wstring& what, bool files)
     Answer answer = options.yes ? Answer::kYes : ask(L"This cannot be undone. Go on? Type yes: ");
     if (answer == Answer::kYes && options.restorePoint && !makeRestorePointFirst(L"wipe"))
         answer = Answer::kNo;
-    if (answer == Answer::kYes && isCancelled()) // while the restore point was made
+    if (answer == Answer::kYes && isCancelled()) // while the restore point was created
         answer = Answer::kCancelled;
     if (answer != Answer::kYes)
         messages().writeLine(L"nothing was wiped");
@@ -91,8 +91,8 @@ int exitCodeOf(Answer answer)
     return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
 }
 
-/// Whether a file may go: it is there, is the one that was `shown` if that is known, and has no name besides
-/// this one. Says why not.
+/// Whether a file may be deleted: it exists, is the one that was `shown` if that is known, and has no other
+/// name. Otherwise prints why not.
 bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path, const FoundFile& found,
            const FoundFile* shown = nullptr)
 {
@@ -157,14 +157,14 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
             run.cancel();
             run.leave(path, L"cancelled, it is still there", true);
         } else if (mayGo(run, options, path, findFile(targets[i].literal()),
-                         &shown[i])) { // once more: a name may have been added
+                         &shown[i])) { // check again: a name may have been added
             run.wipeFile(path);
         }
     }
     return run.finish();
 }
 
-/// The first of what will go, by name, and all that has other names.
+/// Shows the first files to be deleted, by name, and all that have other names.
 void showListed(const TreeListing& listing, const WipeOptions& options)
 {
     constexpr unsigned long long kMost = 20;
@@ -180,7 +180,7 @@ void showListed(const TreeListing& listing, const WipeOptions& options)
                              printable(path));
 }
 
-/// Wipes from the back. What cannot go stays, and with it the folders that it is in.
+/// Wipes from the back. What cannot be deleted stays, together with its folders.
 void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run, OwnedHandle& root)
 {
     std::unordered_set<std::wstring> kept;
@@ -199,7 +199,7 @@ void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run, 
         const std::wstring path = pathOf(top);
         bool stays = false;
         if (entries.size() == 1)
-            root.reset(); // which may be what goes last
+            root.reset(); // it may be deleted last
         if (top.isDirectory)
             stays = !top.skip && kept.count(path) == 0 && !run.removeFolder(path);
         else if (top.skip)
@@ -230,7 +230,7 @@ int wipeTree(const WipeOptions& options, const std::wstring& word)
     TreeListing listing;
     if (!options.hasRules)
         listing.entries.push_back({HeapStringW(target.text().c_str()), L"", true, false});
-    // A link is removed, what it leads to is not touched.
+    // A link is removed; its target is not touched.
     const long code = isLink(target.literal()) ? ERROR_SUCCESS
                                                : listTree(target.text(), options.validator, options.hasRules,
                                                           options.hardLinks, listing);

@@ -79,9 +79,9 @@ bool WipeRun::wipeFile(const std::wstring& path)
     if (isGone(literal)) {
         if (code == ERROR_SUCCESS)
             ++m_files;
-        else if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) // somebody else's work
+        else if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) // somebody else deleted it
             fail(path, code);
-        else // what the total has grown by was written to other streams, before the file's own data
+        else // the total's growth was written to other streams, before the file's own data
             tellLoss(path, size,
                      m_progress.done - doneBefore -
                          std::min(m_progress.done - doneBefore, m_progress.total - totalBefore),
@@ -101,7 +101,7 @@ bool WipeRun::wipeFile(const std::wstring& path)
     return false;
 }
 
-/// A file that is deleted before all its data was overwritten.
+/// Reports a file that was deleted before all its data was overwritten.
 void WipeRun::tellLoss(const std::wstring& path, std::uint64_t size, std::uint64_t overwritten, long code)
 {
     m_line.clear();
@@ -119,7 +119,7 @@ void WipeRun::tellLoss(const std::wstring& path, std::uint64_t size, std::uint64
     ++m_lost;
 }
 
-/// Something that the wiper has put on the list for the restart, if it could.
+/// Reports something that the wiper has put on the list for the restart, if it could.
 void WipeRun::tellWaiting(const std::wstring& path, long code)
 {
     const bool isListed = ForceDeleteIsScheduled(path.c_str()) != 0;
@@ -146,14 +146,14 @@ bool WipeRun::removeFolder(const std::wstring& path)
 void WipeRun::wipeFreeSpace(const std::wstring& drive, std::uint64_t bytes)
 {
     long code = ERROR_SUCCESS;
-    // Each call raises its progress to the end, so each pass is a call.
+    // Each call raises its progress to the end, so each pass is a separate call.
     for (std::uint32_t pass = 1; pass <= m_options.passes && code == ERROR_SUCCESS; ++pass) {
         m_doneBefore += std::exchange(m_progress.done, 0);
         m_lastDone = 0;
         m_progress.total = bytes;
         m_toCome = bytes * (m_options.passes - pass);
         code = call(kWipeFreeSpace, drive, nullptr, 1);
-        if (code == ERROR_SUCCESS) // the last step was not written but raised
+        if (code == ERROR_SUCCESS) // the last step was not written, only counted
             m_written -= std::exchange(m_lastStep, 0) * m_factor;
     }
     if (code == ERROR_SUCCESS && m_options.names)
@@ -165,7 +165,7 @@ void WipeRun::wipeFreeSpace(const std::wstring& drive, std::uint64_t bytes)
         fail(drive, code);
 }
 
-/// What deleted files left in the table of files, which is written once, whatever the method.
+/// Wipes what deleted files left in the file table, which is written once with any method.
 long WipeRun::wipeNames(const std::wstring& drive)
 {
     m_doneBefore = (m_doneBefore + std::exchange(m_progress.done, 0)) * std::exchange(m_factor, 1);

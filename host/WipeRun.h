@@ -9,49 +9,48 @@
 #include "Console.h"
 #include "WipeTarget.h"
 
-/// How the user wants it.
+/// The user's options.
 struct WipeOptions
 {
     std::uint32_t method = kWipeZeros;
     std::uint32_t passes = 1;
-    SharedPtr<IScanValidator> validator; // without rules unless some are given
+    SharedPtr<IScanValidator> validator; // has no rules unless some are given
     bool hasRules = false;
     bool hardLinks = false;
     bool cloud = false;
     bool names = false;
-    bool restorePoint = false; // first, or nothing is done
+    bool restorePoint = false; // created first, or nothing is done
     bool yes = false;
 };
 
-/// One run of the wiper: shows how it goes on, says what became of each thing by its name, and counts.
+/// One run of the wiper: shows its progress, reports the outcome of each item by name, and counts.
 class WipeRun
 {
 public:
     explicit WipeRun(const WipeOptions& options);
 
-    /// Sets what all calls that are to come will write in each pass.
+    /// Sets how much all the following calls will write in each pass.
     void expect(std::uint64_t bytes) { m_progress.total = bytes * m_options.passes; }
-    /// The folder that all files and folders to come are of. Who puts a link in its place or in that of a
-    /// folder below it keeps what is behind from being wiped (681).
+    /// The folder that contains all the following files and folders. If it or a folder below it is replaced
+    /// with a link, nothing behind that is wiped (681).
     void setTree(const std::wstring& root) { m_tree = root; }
-    /// Wipes one file that is there, as a single one (kWipeFile) or as one of the tree, which never waits for
-    /// the restart. True when it is gone with all its data.
+    /// Wipes one existing file, as a single one (kWipeFile) or as part of the tree, which never waits for the
+    /// restart. True when it is gone with all its data.
     bool wipeFile(const std::wstring& path);
     /// Removes a folder that should be empty by now.
     bool removeFolder(const std::wstring& path);
-    /// All passes over the free space of a drive, with the table of files if it is asked for, or over the
-    /// whole drive.
+    /// All passes over the free space of a drive, with the file table on request, or over the whole drive.
     void wipeFreeSpace(const std::wstring& drive, std::uint64_t bytes);
     void wipeVolume(const std::wstring& drive, std::uint64_t bytes);
 
-    /// Says that something could not be done.
+    /// Reports that something could not be done.
     void fail(const std::wstring& path, const std::wstring& reason);
     void fail(const std::wstring& path, long code) { fail(path, formatCode(code)); }
-    /// Says that something stays on purpose; `asAsked`: by the user's own rules, which is no failure.
+    /// Reports that something stays on purpose; `asAsked`: by the user's own rules, which is not a failure.
     void leave(const std::wstring& path, const std::wstring& reason, bool asAsked);
     void cancel() { m_cancelled = true; }
     [[nodiscard]] bool isCancelled() const { return m_cancelled; }
-    /// The last word, and the exit code. Without a subject the files are counted.
+    /// Prints the summary and returns the exit code. Without a subject it counts the files.
     int finish(const std::wstring& subject = L"");
 
 private:
@@ -72,12 +71,12 @@ private:
     Progress m_progress{*this};
     ProgressLine m_line;
     ULONGLONG m_begin = 0;          // of the first call
-    std::uint64_t m_doneBefore = 0; // by earlier calls that counted for themselves
-    std::uint64_t m_toCome = 0;     // for later ones
+    std::uint64_t m_doneBefore = 0; // by earlier calls that counted separately
+    std::uint64_t m_toCome = 0;     // by later calls
     std::uint64_t m_lastDone = 0;
     std::uint64_t m_lastStep = 0;
     std::uint64_t m_written = 0; // bytes, in all
-    std::uint64_t m_factor = 1;  // how often the method writes in one repetition
+    std::uint64_t m_factor = 1;  // writes of the method per repetition
     unsigned long long m_files = 0;
     unsigned long long m_lost = 0; // deleted, but not overwritten in full
     unsigned long long m_left = 0;
@@ -91,7 +90,7 @@ private:
 /// "1 file", "2 files"
 std::wstring formatFiles(unsigned long long count);
 
-/// The size of a file's main data; 0 when it is not there.
+/// The size of a file's main data; 0 when it does not exist.
 std::uint64_t sizeOfFile(const std::wstring& literal);
-/// Whether nothing is there any more: what cannot be told is taken to be there.
+/// Whether it no longer exists; false in doubt.
 bool isGone(const std::wstring& literal);

@@ -36,7 +36,7 @@ std::vector<std::wstring> namesOf(std::wstring_view path)
     return names;
 }
 
-/// The folder that a relative path starts from.
+/// The folder that a relative path is resolved against.
 std::wstring baseOf(std::wstring_view relative)
 {
     std::wstring folder(32768, L'\0');
@@ -52,7 +52,7 @@ std::wstring baseOf(std::wstring_view relative)
     return folder;
 }
 
-/// Behind \\?\ without it: what begins with a drive, UNC\ or Volume{.
+/// The absolute path without its prefix \\?\: it begins with a drive, UNC\ or Volume{.
 std::wstring absoluteOf(const std::wstring& word)
 {
     if (startsWith(word, L"\\\\?\\") || startsWith(word, L"\\??\\")) {
@@ -84,7 +84,7 @@ WipeTarget::WipeTarget(const std::wstring& word)
     const bool volume = startsWithIgnoringCase(absolute, L"Volume{");
     if (!share && !volume && !(isDrive(absolute) && (absolute.size() == 2 || absolute[2] == L'\\')))
         throw UsageError{shown + L" is a device, not a file or folder"};
-    const std::size_t root = share ? 3 : 1; // names that no ".." removes
+    const std::size_t root = share ? 3 : 1; // names that ".." does not remove
     std::vector<std::wstring> names;
     for (const std::wstring& name : namesOf(absolute)) {
         if (name == L"..")
@@ -128,5 +128,5 @@ bool isLink(const std::wstring& literal)
         return false;
     FindClose(search);
     return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-           (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0)); // 0: cannot be told
+           (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0)); // 0: unknown
 }

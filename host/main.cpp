@@ -1,4 +1,4 @@
-// sysmaint.exe: the library's capabilities at a prompt. It sees what any caller sees, and no more.
+// sysmaint.exe: the library's capabilities at a prompt. It only uses the exported functions.
 
 #include <algorithm>
 #include <exception>
@@ -60,8 +60,8 @@ int run(int argumentCount, wchar_t** arguments)
 } // namespace
 
 namespace {
-/// Libraries that are loaded from now on come from the system's folder. Systems without the call (Windows 7
-/// without its update of 2011) search as ever.
+/// Libraries loaded from now on come from the system folder. Systems without the call (Windows 7 without its
+/// update of 2011) search as before.
 void searchSystemFolderAlone()
 {
     const HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
@@ -71,7 +71,7 @@ void searchSystemFolderAlone()
         set(LOAD_LIBRARY_SEARCH_SYSTEM32);
 }
 
-/// Results that nobody got are no success, nor is what was cancelled, if too late.
+/// Results that could not be written are a failure, and a cancel counts even if it came too late.
 int withResultsWritten(int code)
 {
     results().flush();

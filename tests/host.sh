@@ -494,6 +494,8 @@ run 2 processes end process_child.exe && says err 'say --yes' && says err "end $
 run 0 processes end "${ids%% *}" --tree --yes && says out "ended ${ids%% *} process_child.exe"
 [ "$(grep -c '^  and ' "$work/err")" -eq 2 ] || fail "the tree is not shown: $(cat "$work/err")"
 run 0 processes --json && [ "$(grep -c '"process_child.exe"' "$work/out")" -eq 1 ] || fail 'not the tree alone has ended'
+run 2 processes end process_child.exe --close --tree && says err 'say neither --tree nor --services'
+run 1 processes end process_child.exe --close --yes && says err 'it has no window that could be asked (1400)'
 run 0 processes end PROCESS_child.exe --yes && says out "ended ${ids##* } process_child.exe"
 wait $jobs_here
 "$runner" "$host" processes watch 'process_child*' --seconds 20 --interval 20 --snapshots --json >"$work/watched" 2>"$work/err" &

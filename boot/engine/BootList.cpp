@@ -10,7 +10,7 @@ constexpr Opening kToRead = {FILE_READ_DATA | FILE_READ_ATTRIBUTES, native::kSha
 constexpr Opening kAlone = {FILE_READ_DATA | FILE_WRITE_DATA | FILE_READ_ATTRIBUTES | DELETE, FILE_SHARE_READ,
                             native::kMustBeFile};
 
-/// For a line that was written in part, which must not be taken for a whole one later.
+/// Marks a line that was written only in part, so it does not pass for a whole one later.
 constexpr Text kMissingEnd = L"?\r\n";
 
 std::size_t copy(wchar_t* target, Text text)
@@ -20,14 +20,14 @@ std::size_t copy(wchar_t* target, Text text)
     return text.length;
 }
 
-/// The bytes that a list needs when it is written anew: a header, and an end for each line that lacks its
-/// own. All of them but the last are followed by a whole tag.
+/// The bytes that a list needs when it is rewritten: a header, and an end for each line that lacks one. All
+/// such lines but the last are followed by a whole tag.
 std::size_t roomFor(std::size_t bytes)
 {
     return bytes + bytes / 4 + 64;
 }
 
-/// A line as it is kept.
+/// Copies a line to the new list.
 std::size_t copyLine(wchar_t* target, const ListLine& line)
 {
     const std::size_t length = copy(target, line.text);
@@ -40,7 +40,7 @@ native::Status BootList::open()
     native::Status status = recover();
     if (status < 0)
         return status;
-    NativeFile unfinished(m_api); // nothing is in it that is not in the list
+    NativeFile unfinished(m_api); // everything in it is also in the list
     if (unfinished.open(&m_folder, bootnames::kNewList, {DELETE, FILE_SHARE_READ, native::kMustBeFile}) >= 0)
         unfinished.remove();
     unfinished.close();
@@ -49,7 +49,7 @@ native::Status BootList::open()
                              {FILE_WRITE_DATA | FILE_READ_ATTRIBUTES, kShareReadWrite, native::kMustBeFile});
     if (status < 0)
         return status;
-    NativeFile reader(m_api); // which keeps those who append waiting, so only for a moment
+    NativeFile reader(m_api); // only for a moment, because it blocks programs that append
     status = reader.openPatiently(&m_folder, bootnames::kList, kToRead);
     return status < 0 ? status : read(reader, m_text, m_bytes);
 }
@@ -75,13 +75,13 @@ native::Status BootList::drop(const ListLine& line, bool isLasting)
     constexpr std::size_t kMostTogether = 32768; // characters
     const std::size_t end = line.offset + line.text.length;
     native::Status status = native::kSuccess;
-    // Between neighbours stands nothing but the first one's end.
+    // Only the first line's end separates adjacent lines.
     if (line.offset != m_dashedTo + 2 || end - m_dashedFrom > kMostTogether)
         status = settle();
-    auto* text = m_text.as<wchar_t>() + line.offset; // not needed any more
+    auto* text = m_text.as<wchar_t>() + line.offset; // no longer needed
     for (std::size_t i = 0; i < line.text.length; ++i)
         text[i] = bootnames::kDone;
-    if (line.isGlued) // the other one stays
+    if (line.isGlued) // the other line stays
         copy(text, kMissingEnd);
     if (m_dashedTo == 0)
         m_dashedFrom = line.offset;
@@ -92,7 +92,7 @@ native::Status BootList::drop(const ListLine& line, bool isLasting)
     return status < 0 ? status : m_list.flush();
 }
 
-/// Writes the dashes that the file lacks.
+/// Writes pending dashes to the file.
 native::Status BootList::settle()
 {
     if (m_dashedTo == 0)
@@ -100,11 +100,11 @@ native::Status BootList::settle()
     const native::Status status =
         m_list.write(m_dashedFrom * sizeof(wchar_t), m_text.as<wchar_t>() + m_dashedFrom,
                      (m_dashedTo - m_dashedFrom) * sizeof(wchar_t));
-    m_dashedTo = 0; // what could not be written stays on the list
+    m_dashedTo = 0; // lines whose dashes could not be written stay on the list
     return status;
 }
 
-/// What is left, behind a header, in a buffer of `roomFor` the list. 0 when nothing is.
+/// Writes a header and the remaining lines to a buffer of `roomFor` the list. Returns 0 when none remain.
 std::size_t BootList::compose(wchar_t* target, bool& isChanged)
 {
     std::size_t length = copy(target, bootnames::kHeader);
@@ -155,7 +155,7 @@ native::Status BootList::rewrite(bool& isEmpty)
     return isChanged ? exchange(list, text.as<wchar_t>(), length) : native::kSuccess;
 }
 
-/// Puts a new list in the place of the one that is open alone.
+/// Replaces the list, which is open exclusively, with a new one.
 native::Status BootList::exchange(NativeFile& list, const wchar_t* text, std::size_t length)
 {
     NativeFile made(m_api);
@@ -172,7 +172,7 @@ native::Status BootList::exchange(NativeFile& list, const wchar_t* text, std::si
         status = list.rename(m_folder, bootnames::kOldList);
     if (status >= 0)
         status = made.rename(m_folder, bootnames::kList);
-    if (status < 0) { // somebody has begun a list meanwhile
+    if (status < 0) { // somebody has created a list meanwhile
         if (made.isOpen())
             made.remove();
         made.close();
@@ -183,7 +183,7 @@ native::Status BootList::exchange(NativeFile& list, const wchar_t* text, std::si
     return list.remove();
 }
 
-/// Puts back what a run took away that was cut short, or did not come to an end.
+/// Restores what an interrupted run has moved away.
 native::Status BootList::recover()
 {
     NativeFile old(m_api);
@@ -198,7 +198,7 @@ native::Status BootList::recover()
     return status < 0 ? status : old.remove();
 }
 
-/// Adds the lines of an old list to the one that has come since. Those that stand in both are done once.
+/// Adds the lines of an old list to the one created since. Lines in both are handled once.
 native::Status BootList::appendOld(const NativeFile& old)
 {
     PageBlock text(m_api);
@@ -218,7 +218,7 @@ native::Status BootList::appendOld(const NativeFile& old)
     bool isChanged = false;
     auto* target = text.as<wchar_t>();
     std::size_t length = compose(target, isChanged);
-    // Behind a list that has something there is no header, but the end of a line that may lack its own.
+    // A list with content gets no second header, but an end for its last line if that lacks one.
     if (size != 0 && length != 0) {
         target[2] = L'\r';
         target[0] = target[1] = bootnames::kDone;

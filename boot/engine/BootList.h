@@ -4,16 +4,16 @@
 #include "engine/NativeFile.h"
 #include "engine/PageBlock.h"
 
-/// The list of the files that wait: UTF-16, a header of a 32-bit zero and a line end, one line a file. A list
-/// without the header is taken, too. Programs may append to it at any time.
+/// The list of waiting files: UTF-16, a header of a 32-bit zero and a line end, one line per file. A list
+/// without the header is accepted, too. Programs may append to it at any time.
 ///
-/// While it is open, lines that are done with are overwritten in place by dashes, each by one write that is
-/// flushed, so that a power cut neither loses another line nor has one done twice. Neighbours that may be
-/// done twice without harm are written together and not flushed. A dashed line is nothing to any reader. In
-/// the end the list is written anew without them, or deleted when nothing waits any more. For that it is held
-/// alone, and then exchanged: the new list is complete under a name of its own before the old one gives up
-/// the name, and what `open` finds under the old one's second name is put back. So at every moment all lines
-/// that wait are in one whole file, and a writer that comes in between loses none either.
+/// While it is open, finished lines are overwritten in place with dashes, each by one flushed write, so a
+/// power cut never loses another line or has one handled twice. Adjacent lines that may safely be handled
+/// twice are written together and not flushed. Readers ignore dashed lines. At the end the list is rewritten
+/// without them, or deleted when nothing is waiting. For that it is opened exclusively and then replaced: the
+/// new list is complete under its own name before the old one is renamed, and `open` restores what it finds
+/// under the old one's second name. So at every moment all waiting lines are in one complete file, and a
+/// writer that comes in between loses none either.
 class BootList
 {
 public:
@@ -23,19 +23,19 @@ public:
     {
     }
 
-    /// Mends what a run left that was cut short, opens the list and reads it. Waits for programs that are
-    /// writing to it. kObjectNameNotFound when there is none.
+    /// Repairs what an interrupted run left, opens the list and reads it. Waits for programs that are writing
+    /// to it. kObjectNameNotFound when there is none.
     native::Status open();
     /// The lines as they were read.
     [[nodiscard]] ListLines lines() const
     {
         return ListLines({m_text.as<wchar_t>(), m_bytes / sizeof(wchar_t)});
     }
-    /// Takes a line off. `isLasting`: now, and for good, because its file is gone by our doing.
+    /// Removes a line. `isLasting`: immediately and durably, because this run deleted its file.
     native::Status drop(const ListLine& line, bool isLasting);
-    /// Moves a line behind all others when the list is written anew.
+    /// Moves a line to the end when the list is rewritten.
     void postpone(const ListLine& line) { m_postponed = line.offset; }
-    /// Writes the list anew. `isEmpty`: nothing waits any more, and the list is gone.
+    /// Rewrites the list. `isEmpty`: nothing is waiting, and the list was deleted.
     native::Status close(bool& isEmpty);
     native::Status number(FileNumber& number) const { return m_list.number(number); }
 
@@ -52,10 +52,10 @@ private:
 
     const native::Api& m_api;
     const NativeFile& m_folder;
-    NativeFile m_list; // for writing, shared with everybody that does not rename it
+    NativeFile m_list; // for writing, shared with everybody who does not rename it
     PageBlock m_text;
     std::size_t m_bytes = 0;
     std::size_t m_postponed = kNone;
-    std::size_t m_dashedFrom = 0; // characters that are dashes here and not yet in the file
+    std::size_t m_dashedFrom = 0; // characters that are dashes here but not yet in the file
     std::size_t m_dashedTo = 0;
 };

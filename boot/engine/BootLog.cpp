@@ -12,7 +12,7 @@ struct TimeFields
 {
     short year, month, day, hour, minute, second, milliseconds, weekday;
 };
-extern "C" void NTAPI RtlTimeToTimeFields(const LARGE_INTEGER*, TimeFields*); // computes, calls nobody
+extern "C" void NTAPI RtlTimeToTimeFields(const LARGE_INTEGER*, TimeFields*); // pure computation
 } // namespace
 
 native::Status BootLog::open()
@@ -26,7 +26,7 @@ native::Status BootLog::open()
     ULONG tag = 0;
     status = m_file.attributes(attributes, tag);
     if (status >= 0 && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-        status = native::kNotSupported; // written here it would be written elsewhere
+        status = native::kNotSupported; // writing here would write elsewhere
     if (status >= 0)
         status = m_file.size(m_end);
     if (status >= 0)
@@ -61,7 +61,7 @@ void BootLog::add(Text line, bool isLast)
     number(time.hour, 2, L':');
     number(time.minute, 2, L':');
     number(time.second, 2, L' ');
-    text.addVisible(line); // nothing that is in the list may begin a line here
+    text.addVisible(line); // no text from the list may begin a new line here
     TextBuilder whole(m_text.as<wchar_t>(), kLongestLine);
     whole.add(text.text()).add(Text(L"\r\n"));
     const std::size_t bytes = whole.text().length * sizeof(wchar_t);

@@ -3,11 +3,10 @@
 #include "engine/NativeFile.h"
 #include "engine/PageBlock.h"
 
-/// The log of the runs, which at most grows to 1 MiB: one of more than half of that is begun anew with the
-/// next run, and the last lines of a run that has more to say are left out. A run has a line at its
-/// beginning, one at its end, and one for each file that is left, with the reason. Files that are done are
-/// counted and not named: a log would keep the names that a wipe is to remove. A log that cannot be written
-/// is no reason not to work.
+/// The log of the runs, at most 1 MiB: a log of more than half of that is restarted by the next run, and a
+/// run omits the last lines that do not fit. A run has a line at its beginning, one at its end, and one for
+/// each file that is left, with the reason. Finished files are counted but not named: the log would keep
+/// names that a wipe is meant to remove. A run continues even if the log cannot be written.
 class BootLog
 {
 public:
@@ -16,10 +15,10 @@ public:
     {
     }
 
-    /// Opens the log, which is held for writing as long as this object lives: kSharingViolation when somebody
-    /// else does that.
+    /// Opens the log and holds it for writing while this object lives; kSharingViolation when somebody else
+    /// holds it.
     native::Status open();
-    /// Adds a line with the time before it. `isLast`: room is kept for it.
+    /// Adds a line after the time. `isLast`: space is reserved for it.
     void add(Text line, bool isLast = false);
     native::Status number(FileNumber& number) const { return m_file.number(number); }
 

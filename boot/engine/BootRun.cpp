@@ -81,7 +81,7 @@ void BootRun::handleLines(BootList& list, BootLog& log, FileRemover& remover, Ru
                 list.postpone(line);
             continue;
         }
-        // To look once more for what is not there does no harm.
+        // Looking again for a missing file is harmless.
         const native::Status dropped = list.drop(line, result.outcome != Outcome::kGone);
         if (dropped < 0)
             report.status = dropped;

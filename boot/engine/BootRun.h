@@ -4,28 +4,28 @@
 #include "engine/BootLog.h"
 #include "engine/FileRemover.h"
 
-/// What a run has done.
+/// The results of a run.
 struct RunReport
 {
-    native::Status status = native::kSuccess; // of the list, when it cannot be read or written
-    bool isBusy = false;                      // somebody else works on the list: nothing was done
-    bool isOver = false;                      // it ended before its work
-    bool isListEmpty = false;                 // nothing waits any more
+    native::Status status = native::kSuccess; // why the list cannot be read or written
+    bool isBusy = false;                      // somebody else is processing the list: nothing was done
+    bool isOver = false;                      // it ended before all was done
+    bool isListEmpty = false;                 // nothing is waiting
     std::uint32_t lines = 0;
     std::uint32_t wiped = 0;
     std::uint32_t gone = 0;
     std::uint32_t links = 0;
     std::uint32_t left = 0;
-    std::uint64_t bytes = 0; // overwritten, counted once in each repetition
+    std::uint64_t bytes = 0; // overwritten, counted once per repetition
 };
 
-/// One run over the files that wait: overwrites and deletes each as its line says, takes the line off the
-/// list when the file is gone, and says in the log what was left and why. Makes native calls alone, and no
-/// others than those of `api`; throws nothing.
+/// One run over the waiting files: overwrites and deletes each as its line says, removes the line from the
+/// list when the file is gone, and logs what was left and why. Makes only native calls, and only those of
+/// `api`; throws nothing.
 ///
-/// It is safe to end it at any moment: what is overwritten in part or not at all is still there and on the
-/// list. A file that could not be finished is the last one of the next run, so that it does not keep others
-/// from theirs.
+/// It may be ended at any moment: files that were overwritten in part or not at all still exist and are on
+/// the list. A file that could not be finished is the last one in the next run, so it does not hold up the
+/// others.
 class BootRun
 {
 public:

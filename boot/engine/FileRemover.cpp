@@ -21,7 +21,7 @@ Result resultOf(native::Status status)
     return status < 0 ? Result{Outcome::kFailed, status} : kFine;
 }
 
-/// A tag of a link, or one that is not told.
+/// Whether a tag is that of a link, or unknown.
 bool isLinkTag(ULONG tag)
 {
     return tag == 0 || IsReparseTagNameSurrogate(tag);
@@ -67,7 +67,7 @@ Result FileRemover::remove(const ListedFile& listed, std::uint32_t line, std::ui
     return wipe(folder, name, found, listed);
 }
 
-/// The root of a disk of this machine. A drive that stands for a folder is no root.
+/// Opens the root of a disk of this machine. A drive that stands for a folder is not a root.
 Result FileRemover::openRoot(Text root)
 {
     if (m_rootLength != 0 && Text(m_rootText, m_rootLength).isName(root))
@@ -99,7 +99,7 @@ Result FileRemover::lookAtRoot()
     const bool isRoot = name.length == sizeof(wchar_t) && name.name[0] == L'\\';
     if (status < 0 || !isDisk || (device.characteristics & kRemoteDevice) != 0 || !isRoot)
         return {Outcome::kNoVolume, status};
-    // A folder can have a letter of its own in a way that makes it look like a root.
+    // A folder can be mapped to a letter in a way that makes it look like a root.
     FileNumber number;
     status = m_root.number(number);
     if (status < 0)
@@ -113,7 +113,7 @@ Result FileRemover::lookAtRoot()
     return resultOf(status);
 }
 
-/// What a folder is to the system.
+/// The role of a folder for the system.
 Result FileRemover::placeOf(const NativeFile& folder, const FileNumber& number, Place& place) const
 {
     bool isWindows = number == m_windows.number();
@@ -122,8 +122,8 @@ Result FileRemover::placeOf(const NativeFile& folder, const FileNumber& number, 
     return resultOf(status);
 }
 
-/// From the root to the folder that the file is in, unless the last file was in the same. `name` is the
-/// file's.
+/// Opens the file's folder, from the root down, unless the last file was in the same folder. `name` becomes
+/// the file's name.
 Result FileRemover::descend(const ListedFile& listed, Text& name)
 {
     const Text whole = listed.whole();
@@ -150,7 +150,8 @@ Result FileRemover::descend(const ListedFile& listed, Text& name)
         FileNumber number;
         const NativeFile& folder = m_folder.isOpen() ? m_folder : m_root;
         Result result = openFolder(folder, name, listed.upTo(name), next, number);
-        // Below the Windows folder the whole rest is asked for once; what is not of use there is not again.
+        // Below the Windows folder the whole rest of the path is checked once; if it is not in use, nothing
+        // further is checked.
         if (result.outcome == Outcome::kDone)
             result = placeOf(next, number, m_place);
         if (result.outcome != Outcome::kDone)
@@ -182,12 +183,12 @@ Result FileRemover::openFolder(const NativeFile& folder, Text name, Text whole, 
         status = next.number(number);
     if (status < 0)
         return resultOf(status);
-    // The name tells of a link that the system has followed in spite of all.
+    // The name shows a link that the system has followed nevertheless.
     const bool isReparse = ((ofName | ofHandle) & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     return isReparse && isLinkTag(tag) ? Result{Outcome::kLinkOnTheWay, native::kSuccess} : kFine;
 }
 
-/// What stands under the name. Its attributes tell of a reparse point only when it is a link that is open.
+/// Examines what the name refers to. Its attributes show a reparse point only when the link itself is open.
 Result FileRemover::look(const NativeFile& folder, Text name, Text whole, Found& found) const
 {
     ULONG ofName = 0;
@@ -251,14 +252,14 @@ Result FileRemover::wipe(const NativeFile& folder, Text name, const Found& found
             return {Outcome::kExchange, native::kSuccess};
         if (status >= 0)
             status = guard.setAttributes(FILE_ATTRIBUTE_NORMAL);
-        guard.close(); // a file that is open does not go
+        guard.close(); // an open file is not deleted
     }
     if (status < 0)
         return resultOf(status);
     Result result = wipeStreams(folder, name, found, listed);
     if (result.outcome == Outcome::kDone)
         result = wipeData(folder, name, found, listed);
-    // What stays is as it was.
+    // What stays keeps its attributes.
     if (isReadOnly && result.outcome != Outcome::kDone &&
         guard.open(&folder, name, {FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, native::kShareAll, 0}) >=
             0 &&
@@ -316,7 +317,7 @@ Result FileRemover::wipeData(const NativeFile& folder, Text name, const Found& f
     return result;
 }
 
-/// Overwrites what is open and cuts it to nothing, if it is of the file that was looked at.
+/// Overwrites and truncates the open file or stream, if it belongs to the file that was examined.
 Result FileRemover::overwrite(const NativeFile& file, const Found& found, const ListedFile& listed)
 {
     FileNumber number;

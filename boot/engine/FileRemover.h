@@ -6,24 +6,24 @@
 
 /// Overwrites and deletes one listed file after the other.
 ///
-/// Everything is opened relative to the folder before it, as itself, from the volume's root down: nobody can
-/// put something else in the place of a folder once it has been looked at. What is overwritten is compared
-/// with what was looked at, by its number. As everywhere, a file with several names is overwritten under all
-/// of them and loses the one that is listed; its streams are overwritten before it.
+/// Everything is opened relative to its parent folder and without following links, from the volume's root
+/// down: nobody can replace a folder once it has been examined. What is overwritten is compared by its number
+/// with what was examined. As elsewhere in the library, a file with several names is overwritten under all of
+/// them and loses the listed one; its streams are overwritten before it.
 ///
-/// What is overwritten in part, because a call failed or the time is over, stays where it is.
+/// A file that was overwritten only in part, because a call failed or the time ran out, stays.
 class FileRemover
 {
 public:
-    /// What is of use in the Windows folder is left alone.
+    /// Files in use in the Windows folder are left alone.
     FileRemover(const native::Api& api, const WindowsFolder& windows, Overwriter& overwriter,
                 const RunEvents& events);
 
     native::Status prepare();
-    /// A file that is never touched, by whatever name.
+    /// Never touches this file, under any name.
     void protect(const FileNumber& file) { m_protected[m_protectedCount++ % kMostProtected] = file; }
 
-    /// `line` of `lines` is told with the progress.
+    /// `line` of `lines` is reported with the progress.
     Result remove(const ListedFile& listed, std::uint32_t line, std::uint32_t lines);
 
 private:
@@ -51,7 +51,7 @@ private:
     {
         kElsewhere,
         kWindows, // the Windows folder of this installation or another
-        kSystem   // what is needed whole
+        kSystem   // needed as a whole
     };
     Result placeOf(const NativeFile& folder, const FileNumber& number, Place& place) const;
 
@@ -59,8 +59,8 @@ private:
     const native::Api& m_api;
     const WindowsFolder& m_windows;
     static constexpr std::size_t kLongestWay = 32768;
-    // The root and the folder of the last file stay open: most lists have many files of one folder. While it
-    // is open nobody can exchange it.
+    // The root and the folder of the last file stay open: most lists have many files of one folder. Nobody
+    // can replace an open folder.
     NativeFile m_root;
     wchar_t m_rootText[kLongestRoot]{};
     std::size_t m_rootLength = 0;

@@ -38,7 +38,7 @@ bool ListLines::next(ListLine& line)
         line.isWhole = isEnd(rest.from(end));
         m_isTorn = !line.isWhole;
         m_next += end + (line.isWhole ? 2 : 0);
-        if (!isDashed(line.text)) // an empty line is, too
+        if (!isDashed(line.text)) // this includes an empty line
             return true;
     }
     return false;

@@ -11,15 +11,15 @@ struct ListLine
     bool isGlued = false;   // to a line whose end is missing
 };
 
-/// Takes the text of a list apart. Its header and a byte-order mark are no lines, and neither are empty lines
-/// and dashed ones, which are done with. A line that was written in part, without an end, is a line of its
-/// own: the next one begins with its tag, which cannot be part of a path.
+/// Splits the text of a list into lines. Skips its header, a byte-order mark, empty lines and dashed ones,
+/// which are finished. A line that was written only in part, without an end, is a separate line: the next one
+/// begins with its tag, which cannot be part of a path.
 class ListLines
 {
 public:
     explicit ListLines(Text all) : m_all(all) {}
 
-    /// False behind the last one.
+    /// False after the last one.
     bool next(ListLine& line);
 
 private:
@@ -28,5 +28,5 @@ private:
     bool m_isTorn = false; // the line before
 };
 
-/// Whether a line was taken off: overwritten by dashes.
+/// Whether a line was removed, that is, overwritten with dashes.
 [[nodiscard]] bool isDashed(Text line);

@@ -7,8 +7,8 @@ constexpr Text kPrefix = LR"(\??\)";
 constexpr Text kBegin = bootnames::kLineBegin.first(bootnames::kLineBegin.length - kPrefix.length);
 constexpr Text kFieldEnd = L"*\t*";
 constexpr std::size_t kVolumeRoot = 45;     // Volume{ and a GUID of 36 characters, } and a backslash
-constexpr std::size_t kLongestName = 255;   // of every file system
-constexpr std::size_t kLongestPath = 32766; // as the system counts
+constexpr std::size_t kLongestName = 255;   // on every file system
+constexpr std::size_t kLongestPath = 32766; // characters
 constexpr std::uint32_t kMostPasses = 1000;
 
 constexpr bool isLetter(wchar_t c)
@@ -16,7 +16,7 @@ constexpr bool isLetter(wchar_t c)
     return (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z');
 }
 
-/// A number that fits its field's type; anything else is none.
+/// Parses a number; false when it does not fit its field's type.
 bool parseNumber(Text text, std::int64_t& number)
 {
     const bool isNegative = text.startsWith(L"-");
@@ -49,7 +49,7 @@ std::size_t rootLength(Text path)
     return isVolume ? kVolumeRoot : 0;
 }
 
-/// A name that means one file and nothing else, to whoever reads it.
+/// Whether a name means exactly one file to every reader.
 bool isPlainName(Text name)
 {
     if (name.isEmpty() || name.length > kLongestName || name.is(L".") || name.is(L".."))
@@ -97,7 +97,7 @@ Outcome ListedFile::parse(Text line, ListedFile& file)
         return Outcome::kNotPlain;
     file.root = whole.first(kPrefix.length + root);
     file.path = whole.from(kPrefix.length + root);
-    // An end without a name is one that is empty.
+    // A path that ends with a backslash ends with an empty name.
     bool more = true;
     for (Text rest = file.path; more;) {
         more = rest.find(L'\\') != Text::kNone;

@@ -2,8 +2,8 @@
 
 #include "engine/Outcome.h"
 
-/// What one whole line of the list says: a tag, the file's path behind "\??\", the wipe method and the
-/// passes, each in stars and with tabs between them; the last field has no closing star.
+/// The content of a whole line of the list: a tag, the file's path after "\??\", the wipe method and the
+/// passes, each between stars and separated by tabs; the last field has no closing star.
 struct ListedFile
 {
     Text root; ///< "\??\" and "X:\" or "Volume{...}\"
@@ -12,14 +12,14 @@ struct ListedFile
     std::uint32_t passes = 0;
 
     [[nodiscard]] Text whole() const { return {root.data, root.length + path.length}; }
-    /// The whole path up to the end of a name that is taken from it.
+    /// The whole path up to the end of a name in it.
     [[nodiscard]] Text upTo(Text name) const
     {
         return {root.data, static_cast<std::size_t>(name.data + name.length - root.data)};
     }
-    /// Takes a line apart. kDone when it may be looked for, otherwise why not.
+    /// Parses a line. Returns kDone when the file may be looked for, otherwise why not.
     [[nodiscard]] static Outcome parse(Text line, ListedFile& file);
 };
 
-/// Takes the first name off a path.
+/// Removes the first name from a path and returns it.
 Text takeName(Text& path);

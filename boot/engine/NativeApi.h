@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-// The system's native calls, which a program may make before there is any other. The types are those of the
-// system by layout; no header that every toolchain has declares all of them.
+// The system's native calls, the only ones that a program may make this early. The types have the layout of
+// the system's; not every toolchain has a header that declares them all.
 
 namespace native {
 using Status = long; // an NTSTATUS: negative means that the call failed
@@ -31,7 +31,7 @@ constexpr Status kNotSupported = status(0xC00000BB);
 constexpr Status kNotAFolder = status(0xC0000103);
 constexpr Status kFileTooLarge = status(0xC0000904);
 
-// Rights, sharing, dispositions and options of NtCreateFile have their names in windows.h or here.
+// Rights, sharing, dispositions and options of NtCreateFile are named in windows.h or here.
 constexpr ULONG kOpenExisting = 1;    // FILE_OPEN
 constexpr ULONG kCreateNew = 2;       // FILE_CREATE
 constexpr ULONG kOpenOrCreate = 3;    // FILE_OPEN_IF
@@ -43,7 +43,7 @@ constexpr ULONG kForBackup = 0x4000;  // FILE_OPEN_FOR_BACKUP_INTENT
 constexpr ULONG kAsItself = 0x200000; // FILE_OPEN_REPARSE_POINT
 constexpr ULONG kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// What files are asked and told.
+// Information classes of files.
 constexpr ULONG kBasicInformation = 4;
 constexpr ULONG kStandardInformation = 5;
 constexpr ULONG kInternalInformation = 6;
@@ -86,7 +86,7 @@ struct IoStatus
 
 struct BasicInformation
 {
-    LARGE_INTEGER times[4]; // 0 leaves a time as it is
+    LARGE_INTEGER times[4]; // 0 leaves a time unchanged
     ULONG attributes;
 };
 
@@ -138,8 +138,8 @@ struct DeviceInformation
     ULONG characteristics;
 };
 
-/// The calls that the engine makes. It takes them from here and makes no others, so that a test can fail or
-/// count each, or end the process after it.
+/// The calls that the engine makes. It makes no others, so a test can fail or count each, or end the process
+/// after it.
 struct Api
 {
     Status(NTAPI* createFile)(HANDLE* handle, ACCESS_MASK access, ObjectAttributes* object, IoStatus* io,
@@ -162,6 +162,6 @@ struct Api
     Status(NTAPI* systemTime)(LARGE_INTEGER* time); // 100 ns since 1601, UTC
 };
 
-/// Those of the system.
+/// The system's calls.
 [[nodiscard]] const Api& systemApi();
 } // namespace native

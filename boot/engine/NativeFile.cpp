@@ -4,7 +4,7 @@ namespace {
 constexpr ULONG kPiece = 1U << 30U; // bytes in one call
 constexpr ULONG kPatience = 500;    // times 10 ms
 
-/// A name of less than 32,767 characters as the system takes it, with what it needs to be looked up.
+/// A name of less than 32,767 characters in the system's form, with the attributes for opening it.
 struct NamedObject
 {
     NamedObject(Text text, HANDLE folder)

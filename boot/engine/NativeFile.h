@@ -13,7 +13,7 @@ struct Opening
     bool followsLinks = false;
 };
 
-/// What tells a file or folder from every other.
+/// Identifies a file or folder.
 struct FileNumber
 {
     ULONG volume = 0;
@@ -26,7 +26,7 @@ struct FileNumber
     friend bool operator!=(const FileNumber& a, const FileNumber& b) { return !(a == b); }
 };
 
-/// A file, folder or stream that is open, for synchronous calls. Every failure is the system's status.
+/// An open file, folder or stream for synchronous calls. Every failure is the system's status.
 class NativeFile
 {
 public:
@@ -35,33 +35,33 @@ public:
     NativeFile& operator=(const NativeFile&) = delete;
     ~NativeFile() { close(); }
 
-    /// Opens `name` in a folder, or a whole native path without one: as itself, also when it is a link.
+    /// Opens `name` in a folder, or a whole native path without one. A link itself is opened.
     native::Status open(const NativeFile* folder, Text name, const Opening& how);
-    /// The same, for up to five seconds as long as somebody else's sharing does not allow it.
+    /// The same, but retries for up to five seconds while somebody else's sharing prevents it.
     native::Status openPatiently(const NativeFile* folder, Text name, const Opening& how);
     void close();
     void swap(NativeFile& other);
     [[nodiscard]] bool isOpen() const { return m_handle != nullptr; }
 
-    /// The attributes of what stands under a whole path, as itself. Not every system answers for a name in a
-    /// folder that is open.
+    /// The attributes of what a whole path names, without following a link. Not every system supports names
+    /// relative to an open folder here.
     static native::Status attributesOf(const native::Api& api, Text path, ULONG& attributes);
-    /// Attributes and reparse tag of what is open. File systems that know no tags give 0.
+    /// The attributes and the reparse tag. File systems without tags give 0.
     native::Status attributes(ULONG& attributes, ULONG& tag) const;
     native::Status number(FileNumber& number) const;
     native::Status size(std::uint64_t& bytes) const;
     native::Status query(ULONG question, void* answer, ULONG length) const;
     native::Status queryVolume(ULONG question, void* answer, ULONG length) const;
 
-    /// All of `length` bytes; fewer are kEndOfFile.
+    /// Reads exactly `length` bytes; kEndOfFile when there are fewer.
     native::Status read(std::uint64_t offset, void* data, std::size_t length) const;
     native::Status write(std::uint64_t offset, const void* data, std::size_t length) const;
     native::Status flush() const;
     native::Status cut() const; // to nothing
     native::Status setAttributes(ULONG attributes) const;
-    /// Lets the file go when it is closed, and under no name from then on.
+    /// Deletes the file when it is closed; its name is free at once.
     native::Status remove() const;
-    /// Within its folder, which is given. An existing name is kObjectNameCollision.
+    /// Renames it within `folder`, in which it is. kObjectNameCollision for an existing name.
     native::Status rename(const NativeFile& folder, Text name) const;
 
 private:

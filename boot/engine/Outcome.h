@@ -3,33 +3,33 @@
 #include "engine/NativeApi.h"
 #include "engine/Text.h"
 
-/// What became of one line of the list.
+/// The outcome of one line of the list.
 enum class Outcome
 {
-    // The line is done with.
+    // The line is finished.
     kDone,          ///< overwritten and deleted
-    kGone,          ///< nothing stands under its path any more
-    kLinkRemoved,   ///< it was a link: that is removed, what it leads to is as it was
+    kGone,          ///< the path no longer exists
+    kLinkRemoved,   ///< it was a link: that is removed, its target is untouched
                     // What the line names is left alone, and the line stays.
-    kMalformed,     ///< not the form of a line
+    kMalformed,     ///< not the format of a line
     kNotWanted,     ///< RunEvents::isWanted says no
     kCut,           ///< the last line, without its end
     kUnknownMethod, ///< not 1 to 3
     kTooManyPasses, ///< not 0 to 1,000
     kNotPlain,      ///< not the plain path of a file below the root of a drive or volume
-    kNoVolume,      ///< the volume is not there, or not one of this machine's disks
-    kSystemFile,    ///< what the system needs
+    kNoVolume,      ///< the volume is missing, or not one of this machine's disks
+    kSystemFile,    ///< the system needs it
     kOtherNames,    ///< it has other names, and the system does not tell which
     kLinkOnTheWay,  ///< a folder of the path is a link
     kFolder,
     kFollowed, ///< a link that this system would follow, instead of opening it
-    kForeign,  ///< data that another program keeps elsewhere, as for files of a cloud
-    kExchange, ///< it became another file while it was looked at
+    kForeign,  ///< data that another program keeps elsewhere, such as a cloud file
+    kExchange, ///< it was replaced with another file while it was examined
     kFailed,   ///< the system's status says why
-    kNotDone   ///< the time is over, or the run was cancelled
+    kNotDone   ///< the time ran out, or the run was cancelled
 };
 
-/// Whether the line has no more work.
+/// Whether the line is finished.
 [[nodiscard]] constexpr bool isHandled(Outcome outcome)
 {
     return outcome <= Outcome::kLinkRemoved;

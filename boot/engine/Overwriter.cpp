@@ -23,7 +23,7 @@ native::Status Overwriter::prepare()
     return native::kSuccess;
 }
 
-/// Letters and digits, each followed by a zero; of an odd length the last byte is the text's end.
+/// Letters and digits, each followed by a zero; with an odd length the last byte belongs to the terminator.
 void Overwriter::fillRandomText(unsigned char* bytes, std::uint32_t length)
 {
     for (std::uint32_t i = 0; i < length; ++i) {

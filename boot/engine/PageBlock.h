@@ -5,7 +5,7 @@
 
 #include "engine/NativeApi.h"
 
-/// Memory straight from the system, zeroed.
+/// Zeroed memory directly from the system.
 class PageBlock
 {
 public:
@@ -14,7 +14,7 @@ public:
     PageBlock& operator=(const PageBlock&) = delete;
     ~PageBlock() { release(); }
 
-    /// Takes `bytes`, at least one, in place of what it has. On failure it has nothing.
+    /// Replaces its memory with `bytes` bytes, at least one. On failure it has none.
     native::Status allocate(std::size_t bytes)
     {
         release();

@@ -23,7 +23,7 @@ bool systemfiles::isOfRoot(Text name)
     for (const Text& known : kOfRoot)
         if (name.isName(known))
             return true;
-    // Short names that the system makes: "SYSTEM~1" for "System Volume Information".
+    // The system creates short names: "SYSTEM~1" for "System Volume Information".
     return name.startsWithName(L"system volume information") || name.startsWithName(L"system~") ||
            (name.startsWith(L"$") && !name.startsWithName(L"$recyc"));
 }

@@ -1,6 +1,6 @@
 #include "engine/Text.h"
 
-extern "C" NTSYSAPI WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR); // looks into a table, calls nobody
+extern "C" NTSYSAPI WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR); // a table lookup
 
 bool Text::startsWithName(Text wanted) const
 {

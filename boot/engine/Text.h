@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A piece of text that somebody else owns: the standard library's needs a runtime for its failures.
+/// A view of a text. The standard library's view needs a runtime for its failures.
 struct Text
 {
     const wchar_t* data = nullptr;
@@ -55,7 +55,7 @@ struct Text
         return true;
     }
     [[nodiscard]] constexpr bool is(Text other) const { return length == other.length && startsWith(other); }
-    /// As file names are compared: without regard to case.
+    /// Compares like file names: without regard to case.
     [[nodiscard]] bool isName(Text other) const { return length == other.length && startsWithName(other); }
     [[nodiscard]] bool startsWithName(Text wanted) const;
     [[nodiscard]] bool endsWithName(Text wanted) const
@@ -64,7 +64,7 @@ struct Text
     }
 };
 
-/// Text that is put together in a buffer of somebody else; what has no room is left out.
+/// Builds a text in a given buffer; what does not fit is omitted.
 class TextBuilder
 {
 public:
@@ -82,10 +82,10 @@ public:
             m_buffer[m_length++] = character;
         return *this;
     }
-    /// Text that somebody else chose: of control characters their numbers, as "<09>" for a tab. No path holds
-    /// such brackets.
+    /// Adds untrusted text: control characters as numbers, such as "<09>" for a tab. No path contains these
+    /// brackets.
     TextBuilder& addVisible(Text text);
-    /// At least `digits` of them.
+    /// Adds at least `digits` digits.
     TextBuilder& addNumber(std::uint64_t number, unsigned base = 10, int digits = 1);
     [[nodiscard]] Text text() const { return {m_buffer, m_length}; }
 

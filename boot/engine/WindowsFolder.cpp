@@ -4,9 +4,9 @@
 #include "engine/SystemFiles.h"
 
 namespace {
-constexpr std::size_t kPart = 131072; // bytes: a path of any length, and a name behind it
+constexpr std::size_t kPart = 131072; // bytes: a path of any length, and a name after it
 
-/// The path of what is open below its volume's root, in memory of the caller's.
+/// The path of an open file below its volume's root, in the caller's memory.
 native::Status pathOf(const NativeFile& file, unsigned char* room, Text& path)
 {
     const native::Status status = file.query(native::kNameInformation, room, kPart / 2);
@@ -14,7 +14,7 @@ native::Status pathOf(const NativeFile& file, unsigned char* room, Text& path)
                 status < 0 ? 0 : *reinterpret_cast<const ULONG*>(room) / sizeof(wchar_t));
     return status;
 }
-/// Whether something stands under a path below a folder. Links on the way are followed.
+/// Whether a path below a folder exists. Links on the way are followed.
 native::Status find(const native::Api& api, const NativeFile& folder, Text path, bool& isThere)
 {
     NativeFile file(api);
@@ -25,7 +25,7 @@ native::Status find(const native::Api& api, const NativeFile& folder, Text path,
     return isMissing ? native::kSuccess : status;
 }
 
-/// What is of use by its place in a volume, or by its name.
+/// Whether a path is in use because of its place in a volume, or its name.
 bool isOfUseAnywhere(Text path)
 {
     Text name;
@@ -58,7 +58,7 @@ native::Status WindowsFolder::open(Text path)
     std::size_t parentLength = path.length;
     while (parentLength != 0 && path[parentLength - 1] != L'\\')
         --parentLength;
-    // The system's own name for the folder has no such parent; what it stands in is told from its root then.
+    // The system's own name for the folder has no such parent; the parent is found from its root then.
     if (status >= 0 && path.startsWith(LR"(\??\)") &&
         parent.open(nullptr, path.first(parentLength), how) >= 0)
         status = parent.number(m_parent);
@@ -92,7 +92,7 @@ Sharing WindowsFolder::sharingOf(const NativeFile& root, const NativeFile& file,
     return Sharing::kNone;
 }
 
-/// Of a name in the folder of this number.
+/// For a name in the folder of this number.
 bool WindowsFolder::isOfUse(const NativeFile& root, bool isHere, std::uint64_t folder, Text name) const
 {
     NativeFile parent(m_api);
@@ -103,7 +103,7 @@ bool WindowsFolder::isOfUse(const NativeFile& root, bool isHere, std::uint64_t f
         pathOf(parent, room, path) < 0)
         return true;
     TextBuilder whole(reinterpret_cast<wchar_t*>(room + sizeof(ULONG)) + path.length, 512);
-    if (path.length != 1) // that of the root ends as it begins
+    if (path.length != 1) // the root is only a backslash
         whole.add(L'\\');
     whole.add(name);
     path.length += whole.text().length;

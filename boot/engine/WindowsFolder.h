@@ -3,13 +3,13 @@
 #include "engine/NativeFile.h"
 #include "engine/PageBlock.h"
 
-/// Whether a folder is the Windows folder of an installation, which any volume may have: by the part of the
-/// registry that the system starts with.
+/// Whether a folder is the Windows folder of an installation, which any volume may have. It is recognised by
+/// the part of the registry that the system starts with.
 native::Status isInstallation(const native::Api& api, const NativeFile& folder, bool& isOne);
-/// Whether it is the system's folder in such a one.
+/// Whether it is the system folder of such an installation.
 native::Status isSystemFolder(const native::Api& api, const NativeFile& folder, bool& isOne);
 
-/// Whether something is shared with the system.
+/// Whether the system uses a file too.
 enum class Sharing
 {
     kNone,
@@ -17,21 +17,21 @@ enum class Sharing
     kNotTold
 };
 
-/// The Windows folder: where the list is, and what is of use to the system.
+/// The Windows folder: where the list is, and what the system uses.
 class WindowsFolder
 {
 public:
     explicit WindowsFolder(const native::Api& api) : m_api(api), m_folder(api), m_scratch(api) {}
 
-    /// By its native path, wherever the system's own name for it leads.
+    /// Opens it by its native path, following the system's own name for it.
     native::Status open(Text path);
     [[nodiscard]] const NativeFile& folder() const { return m_folder; }
     [[nodiscard]] const FileNumber& number() const { return m_number; }
-    /// The folder that it is in: as a rule its volume's root.
+    /// Its parent folder, usually the volume's root.
     [[nodiscard]] const FileNumber& parent() const { return m_parent; }
-    /// Whether one of the names of an open file is of use, here or in the Windows folder of another
+    /// Whether one of the names of an open file is in use, here or in the Windows folder of another
     /// installation on its volume, whose root is given: all names share the data. kNotTold when a file of
-    /// this volume has several names and the system does not say which.
+    /// this volume has several names and the system does not tell which.
     [[nodiscard]] Sharing sharingOf(const NativeFile& root, const NativeFile& file,
                                     const FileNumber& number) const;
 

@@ -3,7 +3,7 @@
 struct Case
 {
     std::wstring line;
-    std::wstring goes; // the file that is wiped, if any
+    std::wstring goes; // the file to be wiped, if any
     bool stays = true; // the line
 };
 
@@ -23,12 +23,12 @@ protected:
             {line(L"folder\\nt\\setup.log"), L"folder/nt/setup.log", false},
             {line(L"folder\\nt\\win.ini"), L""},
             {line(L"folder\\nt\\system32\\config\\system"), L""},
-            {line(L"bootmgr"), L""}, // beside the Windows folder, by whatever path
+            {line(L"bootmgr"), L""}, // beside the Windows folder, by any path
             {lineOf(L"\\??\\" + shortName()), L"a rather long name.text", false},
             {line(L"nothing"), L"", false},
             {line(L"no folder\\report"), L"", false},
             {line(longName), L"", false},
-            {line(L"report."), L"", false}, // another name than "report", to the system itself
+            {line(L"report."), L"", false}, // for the system itself a name other than "report"
             {line(L"report "), L"", false},
             {line(L"keep\\report"), L""},
             {line(L"folder"), L""},
@@ -94,7 +94,7 @@ protected:
     }
 };
 
-/// Nothing but the listed file changes, and a line stays unless its file is gone.
+/// Only the listed file changes, and a line stays unless its file is gone.
 TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
 {
     write(L"a rather long name.text", "1");

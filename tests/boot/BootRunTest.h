@@ -11,12 +11,13 @@
 
 #include "engine/BootRun.h"
 
-/// The native calls that a run makes, counted; a test may look at each before it is made, and have it
-/// answered with a status instead.
+/// Counts the native calls of a run. A test may inspect each before it is made, and answer it with a status
+/// instead.
 class WatchedApi
 {
 public:
-    /// Called with the call's number, from 1, and what it is; the status it returns is the answer, or kGoOn.
+    /// Called with the call's number, from 1, and its function; returns the answer, or kGoOn to make the
+    /// call.
     static constexpr native::Status kGoOn = 0x40000000;
     using Hook = std::function<native::Status(int call, const void* function)>;
 
@@ -40,7 +41,7 @@ public:
     ~WatchedApi() { s_current = nullptr; }
 
     [[nodiscard]] int calls() const { return m_calls; }
-    native::Api api = native::systemApi(); ///< what is not counted ends with the process anyway
+    native::Api api = native::systemApi(); ///< uncounted calls only release what ends with the process anyway
 
 private:
     template <auto Member>
@@ -68,7 +69,7 @@ private:
     int m_calls = 0;
 };
 
-/// A folder with a Windows folder of its own and some files, which are looked at after each run.
+/// A folder with its own Windows folder and some files, which are checked after each run.
 class BootRunTest : public testing::Test
 {
 protected:
@@ -76,7 +77,7 @@ protected:
 
     BootRunTest()
     {
-        SetFileAttributesW((root / L"report").c_str(), FILE_ATTRIBUTE_NORMAL); // of a run that ended early
+        SetFileAttributesW((root / L"report").c_str(), FILE_ATTRIBUTE_NORMAL); // from a run that ended early
         std::filesystem::remove_all(root);
         std::filesystem::create_directories(root / L"windows/system32");
         std::filesystem::create_directories(root / L"windows/temp");
@@ -109,7 +110,7 @@ protected:
         const std::string bytes = read((windows / L"sysmaint-boot.log").wstring());
         return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
     }
-    /// Everything but what the program itself writes.
+    /// All files except those that the program itself writes.
     [[nodiscard]] Files files() const
     {
         Files found;
@@ -136,7 +137,7 @@ protected:
         write((windows / kList).wstring(),
               {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
     }
-    /// The list behind its header.
+    /// The list after its header.
     [[nodiscard]] std::wstring list() const
     {
         const std::string bytes = read((windows / kList).wstring());

@@ -7,7 +7,7 @@
 namespace {
 constexpr native::Status kNoResources = native::status(0xC000009A);
 
-/// Whether a call only gives back what the end of a process gives back as well.
+/// Whether a call only releases what the end of the process releases as well.
 bool isClose(const void* function)
 {
     return function == reinterpret_cast<void*>(native::systemApi().close);
@@ -22,7 +22,7 @@ void addStream(void* answer, std::size_t at, Text name, ULONG next)
 }
 } // namespace
 
-/// Lists that are not as they should be lose no line, and can be added to afterwards.
+/// Malformed lists lose no line, and can be appended to afterwards.
 TEST_F(BootRunTest, TakesListsAsTheyAre)
 {
     const std::wstring half = line(L"keep").substr(0, 30);
@@ -45,7 +45,7 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
         {kHeader + line(L"report") + half, half + L"?\r\n"},
         {kHeader + line(L"report") + half, half + L"?\r\n", true},
         {kHeader + cut, cut + L"?\r\n"},                     // a number may be cut off as well
-        {kHeader + half + line(L"report"), half + L"?\r\n"}, // and a line that came behind it
+        {kHeader + half + line(L"report"), half + L"?\r\n"}, // and a line after it
         {kHeader + cut + half + L"*File" + line(L"report") + half,
          cut + L"?\r\n" + half + L"*File?\r\n" + half + L"?\r\n"},
         {kHeader + cut + L"\r" + line(L"report"), cut + L"\r?\r\n"},
@@ -71,7 +71,7 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
     }
 }
 
-/// What is not there costs next to nothing, however much of it is listed.
+/// Missing files cost next to nothing, in any number.
 TEST_F(BootRunTest, TakesManyMissingFilesOffAtOnce)
 {
     std::wstring missing;
@@ -88,14 +88,14 @@ TEST_F(BootRunTest, TakesManyMissingFilesOffAtOnce)
     EXPECT_LT(watched.calls(), 4000 + 200); // each is looked for
 }
 
-/// Runs over three files that go and one that does not.
+/// Runs over three files that are deleted and one that is not.
 class BootCallTest : public BootRunTest
 {
 protected:
     enum Mode
     {
-        kFails, // that call alone fails
-        kAdds   // just before it somebody adds a line, as the library does
+        kFails, // only that call fails
+        kAdds   // somebody adds a line just before it, as the library does
     };
 
     void prepare()
@@ -133,7 +133,7 @@ protected:
         EXPECT_TRUE(WriteFile(file, text.data(), static_cast<DWORD>(text.size() * 2), &written, nullptr));
         return CloseHandle(file) != FALSE;
     }
-    /// What is still there waits, in the list or in what the next run finds; all others are as they were.
+    /// Every remaining file is in the list or in what the next run finds; all other files are unchanged.
     void expectNothingLost() const
     {
         const std::string old = read((windows / L"sysmaint-boot.old").wstring());
@@ -150,7 +150,7 @@ protected:
         }
         EXPECT_TRUE(!isAdded || waits.find(added) != std::wstring::npos);
     }
-    /// A whole run later.
+    /// After another whole run.
     void expectDone() const
     {
         run();
@@ -158,7 +158,7 @@ protected:
         for (const std::wstring& name : listed)
             expected.erase(name);
         EXPECT_EQ(files(), expected);
-        std::set<std::wstring> left; // a line that stays may stand twice
+        std::set<std::wstring> left; // a line that stays may be there twice
         const std::wstring text = list();
         for (std::size_t at = 0, end = 0; at < text.size(); at = end) {
             end = text.find(L"\r\n", at) + 2;
@@ -189,8 +189,8 @@ TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
     }
 }
 
-/// The program itself, as it is but for the name of the library that it imports: that one ends it, call by
-/// call, as a power cut would.
+/// The program itself, with only the name of its imported library changed: that library ends it at each call,
+/// like a power cut.
 TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
 {
     wchar_t path[MAX_PATH];
@@ -218,7 +218,7 @@ TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
     std::filesystem::remove(program);
 }
 
-/// What this platform cannot make is told to the engine as the system would tell it.
+/// What this platform cannot create is reported to the engine as the system would report it.
 TEST_F(BootRunTest, KnowsLinksStreamsAndForeignFiles)
 {
     struct Told
@@ -257,7 +257,7 @@ TEST_F(BootRunTest, KnowsLinksStreamsAndForeignFiles)
             return native::systemApi().writeFile(file, rest...);
         };
         api.close = [](HANDLE file) {
-            opened = file == opened ? nullptr : opened; // the number is given to others
+            opened = file == opened ? nullptr : opened; // the number is reused
             return native::systemApi().close(file);
         };
         SCOPED_TRACE(testing::Message() << std::hex << tag);
@@ -271,7 +271,7 @@ TEST_F(BootRunTest, KnowsLinksStreamsAndForeignFiles)
     }
 }
 
-/// Streams go before their file, each if it is of that file.
+/// Streams are overwritten before their file, each only if it belongs to that file.
 TEST_F(BootRunTest, OverwritesStreamsFirst)
 {
     static HANDLE stream;
@@ -289,7 +289,7 @@ TEST_F(BootRunTest, OverwritesStreamsFirst)
         return status;
     };
     api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
-        static std::uint64_t number; // the last that was asked for by its own name
+        static std::uint64_t number; // of the last file queried by its own name
         if (question == native::kStreamInformation) {
             addStream(answer, 0, L"::$DATA", 64);
             addStream(answer, 64, L":more:$DATA", 0);
@@ -372,7 +372,7 @@ protected:
             passes.emplace_back(pattern);
         return passes;
     }
-    /// Letters and digits, and of an odd length in the 35 passes the text's own end.
+    /// Letters and digits, and with an odd length in the 35 passes the text's own terminator.
     static void expectFilled(const std::string& bytes, const std::string& pattern, bool hasEnd)
     {
         std::set<char> letters;
@@ -394,7 +394,7 @@ protected:
     native::Api api = native::systemApi();
 };
 
-/// The bytes of each write, in its order, and a flush behind each.
+/// The bytes of each write, in order, and a flush after each.
 TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
 {
     const struct
@@ -427,7 +427,7 @@ TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
     }
 }
 
-/// What could not be finished is whole on the list, behind the others, and goes with the next run.
+/// A file that could not be finished stays on the list, after the others, and is deleted by the next run.
 TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
 {
     for (int asks = 0; asks < 8; ++asks) {
@@ -451,7 +451,8 @@ TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
     }
 }
 
-/// Two at once would do the same lines; a file that is open elsewhere stays as it is, also a read-only one.
+/// Two runs at once would handle the same lines; a file that is open elsewhere stays unchanged, also a
+/// read-only one.
 TEST_F(BootRunTest, LeavesWhatOthersHold)
 {
     native::Api api = native::systemApi();
@@ -482,10 +483,10 @@ TEST_F(BootRunTest, LeavesWhatOthersHold)
     EXPECT_EQ(list(), line(L"folder\\other"));
 }
 
-/// What has another name where the system needs it is left, and so is what may have one.
+/// A file with another name where the system needs it is left, and so is one that may have such a name.
 TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
 {
-    static std::wstring other; // the folder of that name; nothing when the system does not tell
+    static std::wstring other; // the folder of that name; empty when the system does not tell
     native::Api api = native::systemApi();
     api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
         if (question == native::kHardLinkInformation && !other.empty()) {

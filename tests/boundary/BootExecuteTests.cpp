@@ -4,8 +4,8 @@
 #include "support/Threads.h"
 
 namespace {
-/// The value before and after a test is as it was, which in the tests' prefix means: not there. In the lists
-/// that are given as text '|' stands for the zero.
+/// The value is restored after each test, which in the tests' prefix means removed. In lists given as text,
+/// '|' stands for the zero.
 class BootExecuteTest : public testing::Test
 {
 protected:
@@ -41,7 +41,7 @@ private:
     HKEY m_key = nullptr;
 };
 
-/// Adds entries of one's own and takes each off again a little later.
+/// Adds its own entries and removes each a little later.
 void editAs(const std::wstring& name)
 {
     for (int i = 0; i < 65; ++i) {
@@ -79,7 +79,7 @@ TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
     EXPECT_EQ(get(), L"autocheck autochk *||");
 }
 
-// Whatever stands under the mutex's name: a clear code within a limit, and the list as it was.
+// Any object under the mutex's name gives a clear code in time, and leaves the list unchanged.
 TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
 {
     const wchar_t* const name = L"Global\\sysmaint.BootExecute";
@@ -90,7 +90,7 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
         EXPECT_EQ(get(), code == 0 ? L"y||" : L"x||");
         EXPECT_EQ(BootExecuteIsScheduled(code == 0 ? L"y" : L"x"), 1);
     };
-    // What its maker grants to all.
+    // What its creator grants to everybody.
     const std::pair<const wchar_t*, long> rows[] = {{L"D:(A;;0x100001;;;WD)", 0},
                                                     {L"D:(A;;0x20000;;;WD)", ERROR_ACCESS_DENIED}};
     for (const auto& [access, code] : rows) {

@@ -6,8 +6,7 @@
 
 namespace {
 const std::wstring kHeader(L"\0\0\r\n", 4);
-constexpr const wchar_t* kFolder =
-    L"SYSMAINT_BOOT_LIST_FOLDER"; // of the files; what is not there is not listed
+constexpr const wchar_t* kFolder = L"SYSMAINT_BOOT_LIST_FOLDER"; // of the files; missing files are not listed
 
 std::wstring lineOf(const std::wstring& path, const wchar_t* numbers = L"1*\t*1")
 {
@@ -19,7 +18,7 @@ std::wstring fileOf(const std::wstring& writer, int number)
     return std::wstring(_wgetenv(kFolder)) + L"\\" + writer + std::to_wstring(number);
 }
 
-/// Has `lines` files wiped that refuse to be opened, so that each gets its line.
+/// Wipes `lines` files that refuse to be opened, so each gets a line.
 void writeLines(const std::wstring& writer, int lines)
 {
     const std::unique_ptr<IWiper> wiper(DllGetWiper());
@@ -73,7 +72,7 @@ TEST(BootList, DISABLED_SecondProcess)
 
 TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
 {
-    for (int round = 0; round < 10; ++round) { // both find the list new
+    for (int round = 0; round < 10; ++round) { // both find no list
         onThreadsAtOnce(2, [](int thread) { writeLines(thread == 0 ? L"a" : L"b", 3); });
         expectLines(takeBootList(), {L"a", L"b"}, 3);
     }
@@ -113,7 +112,7 @@ std::vector<Case> casesIn(const std::wstring& folder)
         {L"\\\\?\\" + there, there},
         {L"\\??\\" + there, there},
         {folder + L"/./there", there},
-        {folder + L"\\held", L""}, // whoever takes the name until the start keeps his file
+        {folder + L"\\held", L""}, // a file that takes the name before the restart must not be destroyed
         {L"S:\\there", there},     // a letter that stands for a folder
         {L"N:\\there", L""},       // one that stands for a share
         {L"\\\\?\\" + kVolume + L"there", kVolume + L"there"},
@@ -162,7 +161,7 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
             std::wcscpy(target, drive[0] == L'S' ? L"\\??\\C:\\somewhere" : now->device);
             return 1UL;
         });
-    Attributes attributes([&](auto original, LPCWSTR path) { // what is not there has all bits
+    Attributes attributes([&](auto original, LPCWSTR path) { // a missing file has all bits set
         return original(realPath(path).c_str()) | now->attributes;
     });
     Replaced<"DeleteFileW", decltype(&DeleteFileW)> removals([](auto...) {
@@ -208,7 +207,7 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     SetCurrentDirectoryW(before);
     EXPECT_EQ(takeBootList(), L"x?\r\n" + lineOf(held) + lineOf(held));
 
-    // Behind a line that somebody could not write to its end.
+    // After a line that somebody could write only in part.
     for (const Bytes& torn : {Bytes{'x', 0, '\r', 0}, Bytes{'\r', 0, '\n'}, Bytes{'x'}}) {
         writeBytes(bootListPath(), torn);
         wipe(kWipeFile, held);
@@ -221,7 +220,7 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 1);
 }
 
-/// One that others hold, and a disk that takes half of a line, leave it as it was; the caller can tell.
+/// A list that others hold, and a disk that takes half a line, leave it unchanged; the caller is told.
 TEST_F(BootListTest, StaysWholeWhenALineCannotBeAdded)
 {
     const std::wstring held = at(L"some file.txt");

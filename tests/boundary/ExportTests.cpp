@@ -1,5 +1,5 @@
-// One table over all exported functions: what they say to wrong handles and without memory, and that they
-// give back what they take.
+// One table over all exported functions: their codes for wrong handles and when memory runs out, and that
+// they release what they take.
 
 #include <cstring>
 #include <optional>
@@ -19,13 +19,13 @@ constexpr auto kDrop = Operation::CancelAndReturn;
 constexpr auto kAtEnd = Option::AtEnd;
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
-// Longer than what stands in a string itself.
+// Longer than what a string stores without allocating.
 constexpr wchar_t kName[] = L"a name too long to stand in a string without memory of its own";
 constexpr wchar_t kOther[] = L"another name, which is as long as the first one or even longer";
 constexpr wchar_t kKey[] = L"Software\\sysmaint-exports";
 constexpr unsigned long kNumber = 4294967295;
 
-MessageFilter takers[2]; // take messages of every form
+MessageFilter takers[2]; // accept messages of every form
 IMessageHandler& taker = takers[0];
 IMessageHandler& stranger = takers[1];
 MessageFilter filter;
@@ -107,7 +107,7 @@ struct Objects : Handles
     TopicHandle numberedTopic;
 };
 
-/// The code of what a call returned, which is given back.
+/// The code of what a call returned, which is released.
 template <class Result, class Close>
 long codeOfResult(Result&& result, [[maybe_unused]] Close close)
 {
@@ -129,7 +129,7 @@ long codeOfResult(Result&& result, [[maybe_unused]] Close close)
     return succeeded ? ERROR_SUCCESS : code;
 }
 
-/// The same code from both calls, or 8 when one of them has found no memory.
+/// The same code from both calls, or 8 when one of them ran out of memory.
 long codeOfBoth(long first, long second)
 {
     const bool noMemory = first == ERROR_NOT_ENOUGH_MEMORY || second == ERROR_NOT_ENOUGH_MEMORY;
@@ -298,7 +298,7 @@ const Row kRows[] = {
     CLOSES(CloseRestoreManager(o.restore)),
 };
 
-/// What is wrong whatever the handle: 87 unless the row says otherwise.
+/// What is wrong with any handle: 87 unless the row says otherwise.
 const Row kNulls[] = {
     MAKES(DllGetFile(nullptr, 1)),
     MAKES(DllGetDirectory(nullptr, 0)),
@@ -427,7 +427,7 @@ protected:
         RemoveDirectoryW(folder.c_str());
     }
 
-    /// Runs a row; with `failing` its taking of that number finds no memory.
+    /// Runs a row; with `failing` its allocation of that number fails.
     static long run(const Row& row, long failing = 0)
     {
         Objects objects(std::strstr(row.name, "o.logger") != nullptr ||
@@ -463,7 +463,7 @@ void expectRefused(Handles& handles, const char* kind, long poolCode = ERROR_INV
 }
 } // namespace
 
-// Handles that are null, invalid, never given out, given back, or another family's; and null arguments.
+// Handles that are null, invalid, never issued, closed, or another family's; and null arguments.
 TEST_F(Exports, RefuseWhatIsWrongAndKeepNothing)
 {
     ProcessCounts before;
@@ -505,14 +505,14 @@ TEST_F(Exports, RefuseWhatIsWrongAndKeepNothing)
         << before.describe() << ", then " << ProcessCounts::now().describe();
 }
 
-// Each taking of memory of each function in turn finds none: code 8, and nothing is kept. To give a handle
-// back takes none.
+// Each allocation of each function fails in turn: code 8, and nothing is kept. Closing a handle allocates
+// nothing.
 TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
 {
     for (const Row& row : kRows)
         EXPECT_EQ(run(row), row.code) << row.name;
     for (const Row& row : kRows) {
-        // What a row keeps each time is a leak; what is made once and kept, here or by the system, is not.
+        // What a row keeps each time is a leak; what is created once and kept, here or by the system, is not.
         bool balanced = false;
         std::string counts;
         for (int attempt = 0; attempt < 2 && !balanced; ++attempt) {

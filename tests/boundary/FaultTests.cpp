@@ -1,5 +1,5 @@
-// Every system call of an operation fails in turn: its code arrives, nothing is kept, and the operation can
-// be done again.
+// Every system call of an operation fails in turn: its code is returned, nothing is kept, and the operation
+// can be repeated.
 
 #include "boundary/RegistryTest.h"
 #include "core/win32/utils/logger/api.h"
@@ -13,10 +13,10 @@ struct Row
     const char* name;
     std::function<long()> operation;
     std::function<void()> prepare = [] {};
-    std::function<bool()> isIntact{};     ///< what is to be as it was after a failure
-    std::map<std::string, long> others{}; ///< what arrives when these fail
+    std::function<bool()> isIntact{};     ///< what must be unchanged after a failure
+    std::map<std::string, long> others{}; ///< the codes when these fail
     long usual = kFailure;
-    std::function<bool()> isDone = [] { return false; }; ///< although the look afterwards failed
+    std::function<bool()> isDone = [] { return false; }; ///< although the check afterwards failed
 };
 
 /// A post that fails is not delivered, a stop that fails stops nothing, and the topic goes on.

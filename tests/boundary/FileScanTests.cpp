@@ -17,7 +17,7 @@ using FindEnd = Replaced<"FindClose", decltype(&FindClose)>;
 } // namespace
 
 // Loops, a folder without access, long names and paths, 50,000 files in one folder: everything that can be
-// reached is there once, and the folder that refuses is not passed over in silence.
+// reached is reported once, and the folder that refuses is not skipped silently.
 TEST(FileScan, ReportsWhatCanBeReachedExactlyOnce)
 {
     Collector collector;
@@ -139,8 +139,8 @@ TEST(FileScan, NotificationsCarryTheRegistration)
     CloseFileScanEngine(engine);
 }
 
-// A root path keeps the handlers of its own beside those that it receives, each called once in each scan; and
-// a validator there must be.
+// A root path keeps its own handlers beside those that it receives, each called once per scan; and a
+// validator is required.
 TEST(FileScan, RootsReceiveTheEnginesHandlers)
 {
     Collector engines;
@@ -166,7 +166,7 @@ TEST(FileScan, RootsReceiveTheEnginesHandlers)
     CloseRegistryScanEngine(registry);
 }
 
-// What a handler raises ends the scan with its code, and it may do to the engine what it likes meanwhile.
+// What a handler raises ends the scan with its code, and it may change the engine in any way meanwhile.
 TEST(FileScan, HandlersMayRaiseAndChangeTheEngine)
 {
     Collector collector;
@@ -205,7 +205,7 @@ TEST(FileScan, HandlersMayRaiseAndChangeTheEngine)
     EXPECT_EQ(processHandleCount(), handles);
 }
 
-// On both roads: the rest of the walk is not lost when one folder cannot be listed.
+// In both ways: the rest of the walk is not lost when one folder cannot be listed.
 TEST(FileScan, ListsThroughHandlesOrByName)
 {
     Collector collector;
@@ -251,15 +251,15 @@ TEST(FileScan, ListsThroughHandlesOrByName)
         EXPECT_GE(collector.calls, all - 11);
     }
     first.setHook([](auto&&...) {
-        SetLastError(ERROR_INVALID_PARAMETER); // the better search is not known, but the plain one is
+        SetLastError(ERROR_INVALID_PARAMETER); // only the plain search is supported
         return INVALID_HANDLE_VALUE;
     });
     EXPECT_EQ(walk(), ERROR_SUCCESS);
     EXPECT_EQ(collector.calls, all);
 }
 
-// What a file system answers is taken as it is meant, or refused: reparse points that are no links are
-// walked, names that would be paths are passed over and told of, and what cannot be an answer is none.
+// A file system's answers are interpreted correctly or refused: reparse points that are not links are walked,
+// names that would be paths are skipped and reported, and impossible answers are refused.
 TEST(FileScan, OddEntries)
 {
     using Entry = FILE_ID_BOTH_DIR_INFO;

@@ -7,7 +7,7 @@
 #include "support/Wipe.h"
 
 namespace {
-/// The table is made believe: its length, or what the volume has free, is told here.
+/// The table is simulated: its length, or the volume's free space, is answered here.
 class FileTableTest : public WipeTest
 {
 protected:
@@ -28,7 +28,7 @@ protected:
         });
     }
 
-    /// A call that makes so many files, and what is there afterwards.
+    /// A call that creates so many files, and what exists afterwards.
     void expect(long code, long made, HANDLE event = nullptr)
     {
         files.reset();
@@ -59,7 +59,7 @@ TEST_F(FileTableTest, IsFilledUntilItGrows)
         EXPECT_EQ(progress.done, made * 600ULL);
         EXPECT_EQ(progress.total, progress.done);
     }
-    // The entries of the folder itself are not the table.
+    // The folder's own entries are not the table.
     bytesPerFile = 200;
     onChunk = [&] { bytesPerFile = files.calls() > 1000 ? 1024 : 200; };
     expect(0, 1024);
@@ -98,7 +98,7 @@ TEST_F(FileTableTest, LeavesNothingBehindWhateverHappens)
     expect(681, 0);
 }
 
-/// What they put there, before and meanwhile, stays, and nobody can swap the folder.
+/// What others put there, before or meanwhile, stays, and nobody can replace the folder.
 TEST_F(FileTableTest, LeavesWhatIsOfOthers)
 {
     tableGrowsAfter = 100;

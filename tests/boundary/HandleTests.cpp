@@ -8,9 +8,9 @@
 namespace {
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
-/// The library's heap is watched as long as the program runs: numbers that were given back come again, and
-/// with them blocks of earlier tests. What the process makes once and keeps (the first exception takes four
-/// handles) is there before any test counts.
+/// The library's heap is watched while the program runs: freed handle numbers are reused, and with them
+/// blocks of earlier tests. What the process creates once and keeps (the first exception takes four handles)
+/// exists before any test counts.
 struct WarmUp : testing::Environment
 {
     void SetUp() override
@@ -44,7 +44,7 @@ TEST(Handles, AreSharedByNameAndKeepTheirObjects)
     for (const int opened : {1, 1, 0})
         EXPECT_EQ(CloseFileScanEngine(engine) != 0, opened != 0);
 
-    // An item goes on living while somebody holds it.
+    // An item lives on while somebody holds it.
     SharedPtr<ScanItem> item;
     EXPECT_EQ(CreateScanItem(L"x", item), kInvalid);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
@@ -55,7 +55,7 @@ TEST(Handles, AreSharedByNameAndKeepTheirObjects)
     CloseScanItem(CreateScanItem(L"other", item));
 }
 
-// The counting that all checks for leaks stand on: one that keeps something on purpose must show.
+// Checks the counting that all leak checks rely on: a deliberate leak must show.
 TEST(Handles, LeaksAreSeen)
 {
     const ProcessCounts before = ProcessCounts::now();
@@ -121,7 +121,7 @@ TEST(Validator, Verdicts)
         {L"C?\\temp\\*:001", L"", true, true}, // ":" cannot stand in a pattern, so "?" does
         {L"temp:101", L"", true, true},
         {L"temp:111", L"", false, true}, // not in the leaf's name
-        {L"*:009", L"", true, true},     // an unknown kind is for everything
+        {L"*:009", L"", true, true},     // an unknown kind applies to everything
         {L"*:211", L"", false, true},    // an unknown mode never matches
         {L"*:031", L"", false, true},    // nor does an unknown target
         {L"*:912,*.log", L"", true, true},

@@ -1,5 +1,5 @@
 // The analysis of the loaded hives. The system's list of them is empty here, so the tests fill it; the volume
-// is a file, and where a hive's clusters are on it is told in the file system's place.
+// is a file, and the test answers for the file system where a hive's clusters are.
 
 #include <functional>
 #include <utility>
@@ -60,8 +60,8 @@ protected:
                                  static_cast<DWORD>(path.size() * 2 + 2)),
                   0);
     }
-    /// A hive whose clusters are on the volume in this order, each a cluster behind the other; its file holds
-    /// nothing of it but the length.
+    /// A hive whose clusters are on the volume in this order with a gap of one after each; its file only has
+    /// the length.
     std::wstring addHive(const wchar_t* name, const Bytes& bytes, const std::wstring& prefix = LR"(\??\C:)",
                          bool isReversed = false)
     {
@@ -106,7 +106,7 @@ protected:
     std::wstring folder = scratchFolder();
     std::wstring volume = folder + L"\\volume";
     std::wstring temporary;
-    std::wstring opened; // the last file whose extents can be asked for
+    std::wstring opened; // the last file whose extents can be queried
     bool isCopying = false;
     std::map<std::wstring, Extents> extents;
     Bytes clusters;
@@ -118,7 +118,7 @@ protected:
     Controls controls;
 };
 
-/// Lets each call of each import, by whatever thread, fail in turn.
+/// Lets each call of each import, on any thread, fail in turn.
 template <ImportName Name, ImportName... Others, class Run>
 void failCallsOf(LONG_PTR result, const Run& run)
 {
@@ -164,7 +164,7 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
         }
         return original(file, data, size, rest...);
     });
-    for (int times = 0; times < 2; ++times) { // the pool and its category are there the second time
+    for (int times = 0; times < 2; ++times) { // the pool and its category exist the second time
         thread = 0;
         writes.reset();
         results.clear();
@@ -222,7 +222,7 @@ TEST_F(HiveAnalysis, OneHiveThatFailsLosesNoOther)
         EXPECT_NE(failure.report.find(place), HeapStringW::npos) << utf8(failure.report);
     }
 
-    // The list itself, with what has a drive by its drive.
+    // The list itself, with drive letters where there are any.
     MemoryOutputByteStream stream;
     ASSERT_EQ(DumpHiveList(stream), 0);
     MemoryInputByteStream input(stream.getData(), stream.getSize());
@@ -239,7 +239,7 @@ TEST_F(HiveAnalysis, OneHiveThatFailsLosesNoOther)
     EXPECT_EQ(DumpHiveList(full), ERROR_WRITE_FAULT);
 }
 
-/// Stopped at each moment: no file is left, nothing runs any more, and no unfinished hive has a result.
+/// Stopped at each moment: no file is left, nothing is running, and no unfinished hive has a result.
 TEST_F(HiveAnalysis, StopsBeforeBetweenAndDuringClusters)
 {
     addHive(L"a", hiveOf(0));
@@ -318,14 +318,14 @@ TEST_F(HiveAnalysis, EveryFailingCallIsReportedByItsPlaceAndLeavesNothing)
         }
     };
     ProcessCounts before;
-    for (int times = 0; times < 2; ++times) { // what is kept for good is there after the first time
+    for (int times = 0; times < 2; ++times) { // what is kept permanently exists after the first time
         before = ProcessCounts::now();
         failCallsOf<"CreateFileW">(-1, run);
         failCallsOf<"RegOpenKeyExW", "RegEnumValueW", "RegQueryValueExW">(ERROR_IO_DEVICE, run);
         failCallsOf<"GetDiskFreeSpaceW", "GetFileSizeEx", "DeviceIoControl", "SetEndOfFile",
                     "SetFilePointerEx", "ReadFile", "WriteFile", "GetTempFileNameW", "SetFileSecurityW",
                     "DeleteFileW", "QueryDosDeviceW", "GetLogicalDrives", "CreateEventW">(0, run);
-        CloseRegistryDefragmenter(defragmenter); // and with it the pool, which remembers how work has ended
+        CloseRegistryDefragmenter(defragmenter); // and with it the pool, which keeps the outcome of work
         defragmenter = CreateRegistryDefragmenter(L"test");
     }
     EXPECT_TRUE(before.isReachedAgain(40))

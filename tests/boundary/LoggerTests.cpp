@@ -9,7 +9,7 @@
 #include "support/Wipe.h"
 
 namespace {
-constexpr std::size_t kWhole = 10485760; // bytes at which a file begins anew
+constexpr std::size_t kWhole = 10485760; // bytes at which a file is restarted
 
 /// The logs' folder, emptied, and one logger on it.
 class LoggerTest : public testing::Test
@@ -35,7 +35,7 @@ protected:
         const Bytes bytes = readBytes(folder + name);
         return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
     }
-    /// Waits until everything queued before is written: a last line of its own tells.
+    /// Waits until everything queued before is written, which a last line shows.
     void settle() const
     {
         static int turn = 0;
@@ -43,7 +43,7 @@ protected:
         write(L"settle", last);
         EXPECT_TRUE(comesTrue([&] { return content(kNames[0]).find(last + L"\r\n") != std::wstring::npos; }));
     }
-    /// The lines of a file but for those of settle.
+    /// The lines of a file except those of settle.
     [[nodiscard]] std::vector<std::wstring> lines(const wchar_t* name) const
     {
         std::vector<std::wstring> all;
@@ -147,11 +147,11 @@ TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
     EXPECT_EQ(WaitForSingleObject(stop, 0), static_cast<DWORD>(WAIT_TIMEOUT));
     CloseLogger(logger);
     EXPECT_EQ(WaitForSingleObject(stop, 0), WAIT_OBJECT_0);
-    // While somebody holds the event, a new logger hears it at once and writes no more than one line.
+    // While somebody holds the event, a new logger sees it at once and writes only one line.
     reopen();
     write(L"m", L"never written");
     {
-        const HeapWatch watch(sysmaintModule()); // once its writer has ended nothing is kept for it
+        const HeapWatch watch(sysmaintModule()); // nothing is kept once its writer has ended
         EXPECT_TRUE(comesTrue([&] {
             const long blocks = HeapWatch::liveBlocks();
             for (int i = 0; i < 2000; ++i)
@@ -191,7 +191,7 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         EXPECT_EQ(readBytes(path).size(), kept + 2ULL * (25 + 16 + 3 + 3 + 2));
         EXPECT_EQ(countOld(path), kept);
     }
-    // Somebody's file under a second name: the name alone goes.
+    // Somebody's file under a second name: only the name is deleted.
     CloseLogger(logger);
     const std::wstring kept = folder + L"kept";
     writeBytes(kept, Bytes(kWhole, 'o'));
@@ -226,7 +226,7 @@ TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
     }));
     SetEvent(stop);
     CloseHandle(stop);
-    // The thread gives back the last reference, and the logger is destroyed on it, in the loader lock.
+    // The thread releases the last reference, and the logger is destroyed on it, in the loader lock.
     EXPECT_TRUE(comesTrue([] { return GetModuleHandleW(L"sysmaint-copy.dll") == nullptr; }));
     reopen(); // the files are free again
 }

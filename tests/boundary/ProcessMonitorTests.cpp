@@ -1,4 +1,4 @@
-// The process monitor: with snapshots of real children, and with a WMI of the test's own.
+// The process monitor, with snapshots of real children and with the test's own WMI.
 
 #include <mutex>
 
@@ -12,7 +12,7 @@ namespace {
 constexpr wchar_t kTopic[] = L"process monitor";
 constexpr wchar_t kChildren[] = L"no such thing.exe, process_child*";
 
-/// Takes down every message as one line.
+/// Records every message as one line.
 struct Recorder : MessageFilter
 {
     using MessageFilter::onMessage;
@@ -54,7 +54,7 @@ std::wstring line(unsigned long message, const ProcessEntry& entry)
            std::to_wstring(entry.parentId) + L" " + std::to_wstring(entry.session) + L" process_child.exe";
 }
 
-/// What it lives on, and the code.
+/// Its source, and the code.
 std::pair<unsigned long, long> state()
 {
     unsigned long source = 77;
@@ -153,7 +153,7 @@ TEST_F(Monitor, TellsEachStartAndEndOnceFromSnapshots)
     {
         const Child after(L"sleep");
     }
-    Sleep(100); // nobody is to post: nothing to wait for
+    Sleep(100); // nothing should be posted, so there is nothing to wait for
     EXPECT_EQ(recorder.taken(), expected);
     for (std::size_t i = 0; i < starts.size(); ++i)
         EXPECT_EQ(recorder.times[2 * i], starts[i]);
@@ -195,7 +195,7 @@ TEST_F(WmiMonitor, MissesNothingThatTheSystemTells)
         FakeWmi::post(event(true, id + kCount, L"other.exe", now()));
         tell(false, kFirst);
     }
-    // What is known already, what is not, and an end from before the start.
+    // A known process, an unknown one, and an end from before the start.
     const auto own = static_cast<long>(GetCurrentProcessId());
     FakeWmi::post(event(true, own, L"process_child.exe", now()));
     FakeWmi::post(event(false, kFirst, L"process_child.exe", now()));
@@ -255,7 +255,7 @@ TEST(ProcessMonitor, IsOneForAllAndStopsWithItsLastOpening)
     EXPECT_EQ(OpenProcessMonitor(), 1168);
     EXPECT_EQ(CloseProcessMonitor(), 0);
     ProcessCounts before = ProcessCounts::now();
-    for (int i = 0; i < 3; ++i) { // what the first round leaves stays for good
+    for (int i = 0; i < 3; ++i) { // what the first round leaves stays permanently
         if (i == 1)
             before = ProcessCounts::now();
         EXPECT_EQ(CreateProcessMonitor() + OpenProcessMonitor(), 0);

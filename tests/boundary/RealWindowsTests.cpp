@@ -1,4 +1,4 @@
-// What Windows does and the platform of the tests does not: the system's answers are put in its mouth.
+// What Windows does and the tests' platform does not: the system's answers are simulated.
 
 #include <windows.h>
 
@@ -37,7 +37,7 @@ BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGE
     return TRUE;
 }
 
-/// A file "file" and a folder "tree" in a folder of their own, and time that passes at once.
+/// A file "file" and a folder "tree" in a separate folder, and waits that return at once.
 class RealWindows : public WipeTest
 {
 protected:
@@ -89,7 +89,8 @@ protected:
         });
     }
 
-    /// `run`, whose calls fail with `each`, waits for about a second and is `failure` then; a cancel ends it.
+    /// `run`, whose calls fail with `each`, waits for about a second and then returns `failure`; a cancel
+    /// ends it.
     void expectPatience(const std::function<unsigned long()>& run, DWORD flags, DWORD each, DWORD failure,
                         bool canCancel)
     {
@@ -245,13 +246,14 @@ TEST_F(RealWindows, WhatWasMissingDoesNotWaitForWhoeverTakesItsName)
 
 TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
 {
-    // Open elsewhere, in a way that keeps nobody from opening or deleting it: the name stays until that ends.
+    // Open elsewhere, but not blocking anybody from opening or deleting it: the name stays until it is
+    // closed.
     const std::tuple<const char*, const wchar_t*, std::function<unsigned long()>> rows[] = {
         {"wiped file", L"file", [&] { return wipeFile(); }},
         {"wiped folder", L"tree", [&] { return wipeFolder(); }},
         {"file item", L"file", [&] { return deleteItem(false); }},
         {"folder item", L"tree", [&] { return deleteItem(true); }}};
-    // From the deletion on nobody can open it.
+    // Nobody can open it after the deletion.
     bool isMarked = false;
     const auto mark = [&](auto original, auto... all) {
         isMarked = true;
@@ -332,7 +334,7 @@ TEST_F(RealWindows, FilesOfWhichOneIsNotTheMasterAreOpenedWithLess)
 namespace {
 using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
 
-/// A drive Q: whose device is the file "device": what becomes of it is what Windows would do with a volume.
+/// A drive Q: whose device is the file "device", which shows what Windows would do with a volume.
 class RealVolume : public RealWindows
 {
 protected:
@@ -389,10 +391,10 @@ TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
     } rows[] = {{2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
                 {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},    // a quota, or a sector kept aside
                 {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0}, // all is counted
-                {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no such question
+                {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // unsupported request
                 {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
                 {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
-                {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system that could
+                {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system supports it
                 {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
                 {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
     Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
@@ -420,7 +422,7 @@ TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
 
 TEST_F(RealVolume, IsWaitedForWhileSomebodyHasItOpen)
 {
-    for (const long tries : {3L, 1000L}) { // for a moment, and for good
+    for (const long tries : {3L, 1000L}) { // for a moment, and permanently
         left = tries, waited = 0;
         controls.setHook([this](auto, HANDLE, DWORD code, auto...) -> BOOL {
             SetLastError(ERROR_ACCESS_DENIED);
@@ -438,13 +440,13 @@ TEST_F(RealVolume, IsWaitedForWhileSomebodyHasItOpen)
 }
 
 namespace {
-/// A volume that is full, and whose files end, where a row says.
+/// A volume with the free space and the largest file size of a row.
 class FullVolume : public RealWindows
 {
 protected:
     struct Row
     {
-        std::uint64_t told, room, largest; // free bytes told and there, largest size of a file
+        std::uint64_t told, room, largest; // free bytes reported and real, largest size of a file
         DWORD full;                        // the code beyond it
         long code;
         std::size_t files;
@@ -499,7 +501,7 @@ TEST_F(FullVolume, EndsTheFillersAndAFilesEndBeginsTheNext)
     const Row rows[] = {
         {3 * kChunk, 3 * kChunk, none, ERROR_DISK_FULL, 0, 1},
         {3 * kChunk, 2 * kChunk + 2560, none, ERROR_DISK_FULL, 0, 1}, // somebody took the last clusters
-        {4 * kChunk, 2 * kChunk, none, ERROR_DISK_FULL, ERROR_DISK_FULL, 2}, // there never was more
+        {4 * kChunk, 2 * kChunk, none, ERROR_DISK_FULL, ERROR_DISK_FULL, 2}, // there was never more
         {4 * kChunk, 4 * kChunk, kChunk * 3 / 2, ERROR_DISK_FULL, 0, 3},
         {5 * kChunk - 1, 5 * kChunk - 1, 2 * kChunk, ERROR_FILE_TOO_LARGE, 0, 3},
         {2 * kChunk + 3000, 2 * kChunk + 3000, 2 * kChunk, ERROR_DISK_FULL, 0, 2},
@@ -550,7 +552,7 @@ TEST_F(RealWindows, HolesAreLeft)
         written.emplace_back(at.QuadPart, size);
         return original(file, data, size, rest...);
     });
-    // Two parts between three holes; a system that tells nothing has none.
+    // Two parts between three holes; none where the system does not tell.
     const std::pair<std::uint64_t, std::uint64_t> parts[] = {{65536, 100000}, {3 * kChunk, kChunk + 5}};
     bool tells = true;
     Controls controls(

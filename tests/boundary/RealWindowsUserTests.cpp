@@ -1,5 +1,5 @@
-// Whose registry and whose folders are meant where Windows has several users, and what becomes of them when
-// one logs off. The system's answers are put in its mouth.
+// Whose registry and folders are meant when Windows has several users, and what happens when one logs off.
+// The system's answers are simulated.
 
 #include <windows.h>
 
@@ -94,15 +94,17 @@ TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
         DWORD chosen;
         unsigned long code;
         std::vector<ULONG> asked;
-    } rows[] = {{1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
-                {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
-                {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1}},
-                {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
-                {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
-                {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
-                {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
-                {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
-                {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
+    } rows[] = {
+        {1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
+        {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
+        {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1, 2, 3}},
+        {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {3}, kConsoleUser, 0, {1, 2, 3}},
+        {1, {{1, WTSConnected}, {2, WTSDisconnected}}, {2}, kConsoleUser, 1008, {1}},
+        {0xFFFFFFFF, {{2, WTSActive}}, {2}, kConsoleUser, 0, {2}},
+        {0xFFFFFFFF, {}, {}, kConsoleUser, 1312, {}},
+        {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
+        {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
+        {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
     for (const auto& row : rows) {
         console = row.console, users = row.users, asked.clear(), sessions.clear();
         for (const auto& [number, state] : row.sessions)
@@ -116,7 +118,7 @@ TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
         EXPECT_EQ(ImpersonateCurrentUser(), static_cast<long>(row.code));
         EXPECT_EQ(isImpersonating(), row.code == 0);
         RevertToSelf();
-        // The folders are the same user's, but for those of the machine.
+        // The folders belong to the same user, except those of the machine.
         EXPECT_EQ(expanded(L"%programdata%"), L"C:\\Windows\\systemprofile");
         const bool own = row.chosen == kProcessUser;
         const std::wstring profile = own ? L"C:\\Windows\\systemprofile" : L"C:\\Users\\somebody";
@@ -125,7 +127,7 @@ TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
         EXPECT_TRUE((expanded(L"%temp%", static_cast<long>(row.code)) == profile + L"\\Temp") != own ||
                     row.code != 0);
     }
-    // A program that is not the system's is its own user, whoever is logged on.
+    // The user of a program that is not the system's is its own, even if somebody else is logged on.
     isSystem = false, console = 1;
     SetCurrentUserSession(kConsoleUser);
     EXPECT_EQ(expanded(L"%appdata%"), L"C:\\Windows\\systemprofile");
@@ -177,7 +179,7 @@ TEST_F(Sessions, ShortNamesInTheTemporaryFolderAreMadeLong)
 }
 
 namespace {
-/// The user's hive goes when he logs off: every handle of it that was opened until then is dead.
+/// The user's hive is unloaded at log-off: every handle opened before is dead.
 class Logoff : public Registry
 {
 protected:
@@ -193,7 +195,7 @@ protected:
                 if (dead.count(key) != 0 || path == deleted)
                     return LSTATUS{ERROR_KEY_DELETED};
                 const LSTATUS status = original(key, path, options, access, opened);
-                handles.insert(*opened), dead.erase(*opened); // the number may be one that was closed
+                handles.insert(*opened), dead.erase(*opened); // the number may be reused
                 return status;
             });
         hives.setHook([this](auto original, REGSAM access, PHKEY hive) {
@@ -209,7 +211,7 @@ protected:
 
     std::set<HKEY> handles, dead;
     bool isBackInVain = false;
-    std::wstring deleted = L"?"; // a key that is
+    std::wstring deleted = L"?"; // a key that is reported deleted
     CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens{sysmaintModule()};
     CountedImport<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> hives{sysmaintModule()};
     CountedImport<"RegQueryInfoKeyW", decltype(&RegQueryInfoKeyW)> infos{sysmaintModule()};
@@ -260,16 +262,16 @@ TEST_F(Logoff, AScanEndsWithItAndTheNextBeginsAnew)
         addKey(name);
     ASSERT_EQ(RSEngineAddPath(engine, HKEY_CURRENT_USER, kRoot.c_str()), 0);
     SharedPtr<ScanItem> found;
-    for (int number = 1; number <= 4; ++number) { // the item after which he logs off
+    for (int number = 1; number <= 4; ++number) { // the item after which the user logs off
         collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
             found = item;
             if (collector.calls == number)
                 logOff();
         };
         EXPECT_EQ(scanAdded(), number == 4 ? 0 : ERROR_KEY_DELETED) << number;
-        EXPECT_EQ(collector.calls, number < 3 ? 2 : 3) << number; // names are read before they are told
+        EXPECT_EQ(collector.calls, number < 3 ? 2 : 3) << number; // names are read before they are reported
     }
-    // What was found in that hive is looked for in no other.
+    // What was found in that hive is not searched for in another.
     logOff();
     EXPECT_EQ(codeOf([&] { static_cast<void>(dynamic_cast<IRegistryKey&>(*found).exists()); }),
               ERROR_KEY_DELETED);
@@ -279,7 +281,7 @@ TEST_F(Logoff, AScanEndsWithItAndTheNextBeginsAnew)
 TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
 {
     const std::wstring classes = L"Software\\Classes", inner = classes + L"\\sysmaint-test";
-    addKey(L"link"); // what it looks like as itself: empty
+    addKey(L"link"); // the link itself looks empty
     HKEY made = nullptr;
     ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, inner.c_str(), &made), 0);
     RegCloseKey(made);
@@ -293,7 +295,7 @@ TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
         return asLink ? original(hive, (kRoot + L"\\link").c_str(), options, access, opened)
                       : original(key, path, options, access, opened);
     });
-    // As if the link led to the hive `name`, with all that is really below it.
+    // Pretends that the link leads to the hive `name`, with everything really below it.
     std::wstring name;
     CountedImport<"NtQueryKey", NTSTATUS(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)> names(sysmaintModule());
     names.setHook([&](auto original, HANDLE key, int what, PVOID result, ULONG size, PULONG length) {
@@ -326,7 +328,7 @@ TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
         EXPECT_EQ(collector.paths.count(L"HKEY_CURRENT_USER\\" + classes), 1U);
         EXPECT_EQ(collector.paths.count(L"HKEY_CURRENT_USER\\" + inner), isFollowed ? 1U : 0U) << target;
     }
-    // What was found there can be removed, so long as the link leads there.
+    // What was found there can be removed while the link leads there.
     ASSERT_TRUE(found);
     auto& key = dynamic_cast<IRegistryKey&>(*found);
     for (const wchar_t* suffix : {L"_Other", L"_Classes"}) {

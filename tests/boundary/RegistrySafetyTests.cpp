@@ -1,11 +1,11 @@
 #include "boundary/RegistryTest.h"
 
-// What deletes and writes goes to the key that was named, however it was named, and to no other.
+// Deletions and writes affect the named key, in any form of its name, and no other.
 
 using RegistrySafety = Registry;
 
 namespace {
-/// Makes keys one below the other, one by one, until their path has `length` characters, and opens the last.
+/// Creates nested keys until their path has `length` characters, and opens the last.
 HKEY makeChain(std::wstring& path, std::size_t length)
 {
     HKEY key = nullptr;
@@ -33,11 +33,11 @@ bool isMerged(HKEY key)
 
 HKEY merged(HKEY key)
 {
-    return reinterpret_cast<HKEY>(reinterpret_cast<std::intptr_t>(key) | 2); // the kernel does not look at it
+    return reinterpret_cast<HKEY>(reinterpret_cast<std::intptr_t>(key) | 2); // the kernel ignores it
 }
 
-/// HKEY_CLASSES_ROOT as it is where the system merges it: a key is opened in the user's hive or else in the
-/// machine's, and its handle, a marked one, lists the sub-keys of both.
+/// HKEY_CLASSES_ROOT as the system merges it: a key is opened in the user's hive or else in the machine's,
+/// and its handle, which is marked, lists the sub-keys of both.
 class MergedClasses
 {
 public:
@@ -216,7 +216,7 @@ TEST_F(RegistrySafety, NamesThatTheRegistryDoesNotTake)
     EXPECT_TRUE(hasKey(root, longKey + L"\\below"));
     EXPECT_TRUE(hasValue(root, L"", longValue.c_str()));
 
-    // Backslashes count as one, however many there are; alone they name nothing.
+    // Any number of backslashes counts as one; alone they name nothing.
     const std::wstring backslashes(40000, L'\\');
     addKey(L"a\\b");
     keyOf(kRoot + L"\\a" + backslashes + L"b" + backslashes)->deleteItem();
@@ -267,7 +267,7 @@ TEST_F(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
     RegCloseKey(classes);
 }
 
-// Keys whose opening gives a handle of everybody's, which stands for something else.
+// Opening these keys returns a predefined handle, which stands for something else.
 TEST_F(RegistrySafety, KeysThatStandForPerformanceData)
 {
     addKey(L"perf\\009");

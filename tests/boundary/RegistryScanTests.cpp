@@ -51,7 +51,7 @@ TEST_F(Registry, EntriesThatComeAndGo)
 
 TEST_F(Registry, NamesThatMoveWhileTheyAreRead)
 {
-    // Two that come in front move the others back by two; then the key is deleted.
+    // Two new ones at the front shift the others by two; then the key is deleted.
     Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
     for (const LSTATUS end : {ERROR_NO_MORE_ITEMS, ERROR_KEY_DELETED}) {
         values.reset();
@@ -108,7 +108,7 @@ TEST_F(Registry, KeysThatRefuseAccess)
         names.insert(names.end(), below.begin(), below.end());
         expectFound(names);
 
-        // As a root it ends the scan only when nothing of it can be had.
+        // A root ends the scan only when nothing of it can be read.
         for (const std::wstring& path : {kRoot + L"\\guarded", kRoot})
             ASSERT_EQ(RSEngineAddPath(engine, HKEY_CURRENT_USER, path.c_str()), ERROR_SUCCESS);
         EXPECT_EQ(scanAdded(), code);
@@ -153,13 +153,13 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
     } catch (const Exception& raised) {
         EXPECT_NE(std::wstring(raised.getText()).find(L"RegistryKey::getHKEY"), std::wstring::npos);
     }
-    // A caller who is somebody else already stays so.
+    // A caller that already impersonates continues to do so.
     ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
     EXPECT_EQ(ImpersonateCurrentUser(), ERROR_SUCCESS);
     EXPECT_TRUE(isImpersonating());
     RevertToSelf();
 
-    // The session's user cannot be asked for: an ordinary program is that user, the system is not.
+    // The session's user cannot be queried: an ordinary program is that user, the system is not.
     static DWORD refusal = ERROR_NO_TOKEN;
     const auto refuse = +[](ULONG, PHANDLE) -> BOOL {
         SetLastError(refusal);
@@ -188,7 +188,7 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
     EXPECT_EQ(scan(), ERROR_PRIVILEGE_NOT_HELD);
 }
 
-// One that never says how much it takes, and one that never has enough.
+// One that never tells the size it needs, and one for which no size is enough.
 TEST_F(Registry, ProvidersOfOddValues)
 {
     addValue(L"v");
@@ -204,7 +204,7 @@ TEST_F(Registry, ProvidersOfOddValues)
     }
 }
 
-// Deleting stops at the first that cannot go, and leaves what is above it.
+// Deleting stops at the first key that cannot be deleted, and leaves those above it.
 TEST_F(Registry, DeletionsThatFail)
 {
     const auto remove = [] { keyOf(kRoot)->deleteItem(); };
@@ -218,7 +218,7 @@ TEST_F(Registry, DeletionsThatFail)
             EXPECT_EQ(deletes.calls(), n);
         }
     }
-    // A name with a zero inside, which Win32 would take for that of its innocent neighbour.
+    // A name with a zero inside, which Win32 would take for its neighbour's name.
     addKey(L"name");
     wchar_t text[] = L"name\0hidden";
     UNICODE_STRING name{sizeof text - sizeof(wchar_t), sizeof text, text};
@@ -255,7 +255,7 @@ TEST_F(Registry, LinksAreReportedAndNotFollowed)
     ASSERT_EQ(scan(), ERROR_SUCCESS);
     expectFound({L"target", L"target\\inside", L"link", L"decoy", L"decoy\\hidden"});
 
-    // One that takes the place of a found key.
+    // A key that replaces a found key.
     for (const wchar_t* key : {L"target", L"found"})
         addValue(L"v", "", key);
     const SharedPtr<ScanItem> value = find(L"\\found\\v");
@@ -271,8 +271,8 @@ TEST_F(Registry, LinksAreReportedAndNotFollowed)
     EXPECT_TRUE(hasKey(HKEY_LOCAL_MACHINE, L"Software\\Microsoft")) << "the link was followed";
 }
 
-// What a walk has found is changed where it was found: a link that was put in the place of a key on the way
-// is not followed, one on the way to the root is the caller's.
+// What a walk has found is changed only where it was found: a link that replaced a key on the way is not
+// followed; a link on the way to the root is the caller's choice.
 TEST_F(Registry, NoLinkOnTheWayIsFollowed)
 {
     addKey(L"top\\sub\\deep");

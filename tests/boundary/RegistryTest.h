@@ -61,7 +61,7 @@ inline std::shared_ptr<void> descriptorOf(const wchar_t* text)
     return {descriptor, LocalFree};
 }
 
-/// The whole name of a key, as the registry knows it.
+/// The full name of a key in the registry.
 inline std::wstring keyName(HANDLE key)
 {
     constexpr int kNameInformation = 3;
@@ -72,15 +72,14 @@ inline std::wstring keyName(HANDLE key)
     return {name.data() + 2, *reinterpret_cast<const ULONG*>(name.data()) / sizeof(wchar_t)};
 }
 
-/// Raises a code as items raise theirs.
+/// Raises a code like an item.
 inline void require(long code)
 {
     if (code != ERROR_SUCCESS)
         throw Exception("test", static_cast<unsigned long>(code));
 }
 
-/// Refuses what the DLL would delete outside the tests' own keys: a failing test must not take the prefix's
-/// registry along.
+/// Refuses deletions outside the tests' own keys: a failing test must not destroy the prefix's registry.
 class ScratchGuard
 {
     static bool isScratch(HANDLE key) { return keyName(key).find(L"\\sysmaint-test") != std::wstring::npos; }
@@ -98,7 +97,7 @@ class ScratchGuard
                                      reinterpret_cast<void*>(&deleteValue)};
 };
 
-/// A key of the tests' own, empty at the beginning and gone at the end, and an engine to scan it.
+/// A key for the tests, empty at the beginning and deleted at the end, and an engine to scan it.
 class Registry : public testing::Test
 {
 protected:
@@ -123,7 +122,7 @@ protected:
         ASSERT_EQ(RegCreateKeyW(root, name.c_str(), &key), ERROR_SUCCESS);
         RegCloseKey(key);
     }
-    /// Adds a value to a key below the tests' own, which is made if it is not there.
+    /// Adds a value to a key below the tests' key, and creates that key if necessary.
     void addValue(const std::wstring& name, const std::string& data = "", const wchar_t* key = nullptr) const
     {
         ASSERT_EQ(RegSetKeyValueW(root, key, name.c_str(), REG_BINARY, data.data(), DWORD(data.size())), 0);
@@ -140,7 +139,7 @@ protected:
         RegCloseKey(link);
     }
 
-    /// Scans one path and lets go of it.
+    /// Scans one path and removes it.
     long scan(const std::wstring& path = kRoot, unsigned depth = 65535, HANDLE cancelEvent = nullptr)
     {
         long code = RSEngineAddPath(engine, HKEY_CURRENT_USER, path.c_str());
@@ -160,7 +159,7 @@ protected:
         options.depth = static_cast<std::uint16_t>(depth);
         return RSEngineScan(engine, cancelEvent, everything(), options);
     }
-    /// The last scan told of these below the tests' own key once each, and of nothing else.
+    /// The last scan reported each of these below the tests' key once, and nothing else.
     void expectFound(const std::vector<std::wstring>& names) const
     {
         std::map<std::wstring, int> expected;

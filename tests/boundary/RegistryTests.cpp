@@ -3,7 +3,7 @@
 #include "support/Threads.h"
 
 namespace {
-/// Loads an item with `read`, and gives the code when that fails.
+/// Loads an item with `read`; returns the code when that fails.
 template <class Item>
 DWORD load(std::unique_ptr<Item>& item, Item* (*read)(unsigned long, IInputByteStream&),
            const std::string& bytes, unsigned long code = kStateAll)
@@ -111,11 +111,11 @@ TEST_F(Registry, KeysAreMadeStoredAndDeleted)
     for (const std::size_t at : {std::size_t{0}, bytes.size() - 8, bytes.size() - 3}) // type, root, views
         EXPECT_EQ(load(loaded, DllGetRegistryKey, std::string(bytes).replace(at, 1, 1, 0x0B)),
                   ERROR_INVALID_DATA);
-    // One below a handle becomes no other key through a stream.
+    // A key below a handle does not become another one through a stream.
     ASSERT_EQ(load(loaded, DllGetRegistryKey, dumpOf(*keyOf(L"one", root))), ERROR_SUCCESS);
     EXPECT_EQ(codeOf([&] { return loaded->exists(); }), ERROR_INVALID_HANDLE);
 
-    // A key goes with all that is below it, a whole root never.
+    // A key is deleted with everything below it, a whole root never.
     keyOf(kRoot + L"\\one")->deleteItem();
     EXPECT_EQ(key->exists(), 0);
     for (const wchar_t* whole : {L"", L"\\"})
@@ -166,7 +166,7 @@ TEST_F(Registry, HandlesAndArguments)
     EXPECT_EQ(codeOf([&] { readOnly.deleteItem(); }), ERROR_ACCESS_DENIED);
     EXPECT_EQ(codeOf([&] { readOnly.create(); }), ERROR_ACCESS_DENIED);
 
-    // One full path, different things: what is filed is not mistaken for what was asked for.
+    // One full path, different things: a registered item is not mistaken for the requested one.
     const HKEY user = HKEY_CURRENT_USER;
     void* filed = CreateRegistryKey(L"n", user, L"a\\b", 0);
     EXPECT_EQ(CreateRegistryKey(L"n", user, L"a\\b", 0), filed);

@@ -15,10 +15,10 @@ constexpr wchar_t kKey[] = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\Sy
 constexpr auto kFailed = static_cast<HRESULT>(0x80041003);
 constexpr auto kWithoutCode = static_cast<HRESULT>(0x80040000);
 
-std::wstring security; // who may call in
+std::wstring security; // who may call this process
 DWORD level = 0;
 
-// In the place of COM's functions.
+// Replacements of COM's functions.
 const std::map<std::string_view, void*> kReplaced{
     {"CoInitializeEx", FakeObject::method(+[](void* reserved, DWORD kind) {
          const HRESULT result = com.next();
@@ -48,7 +48,7 @@ const std::map<std::string_view, void*> kReplaced{
      })},
     {"SysAllocString", FakeObject::method(+[](const wchar_t* text) {
          const bool failed = FAILED(com.next());
-         com.code = failed ? E_OUTOFMEMORY : com.code; // what a caller has to make of null
+         com.code = failed ? E_OUTOFMEMORY : com.code; // how a caller must interpret null
          com.texts += failed ? 0 : 1;
          return failed ? nullptr : ::SysAllocString(text);
      })},
@@ -95,7 +95,7 @@ protected:
         EXPECT_EQ(GetRestorePointName(manager, text, &size), ERROR_SUCCESS);
         return text;
     }
-    /// The code, and the flag in the next digit: 7 is as it was.
+    /// The code, and the flag in the next digit: 7 means unchanged.
     [[nodiscard]] long status() const
     {
         int flag = 7;
@@ -103,7 +103,7 @@ protected:
         EXPECT_TRUE(com.isBalanced());
         return code * 10 + flag;
     }
-    /// Makes a restore point, or removes one; the code, and all that the client was called with.
+    /// Creates or removes a restore point; checks the code and all arguments of the client.
     void expectCall(const wchar_t* answers, long code, const std::wstring& record, std::int64_t removed = -9)
     {
         RestoreClient::answer(answers);
@@ -124,11 +124,11 @@ protected:
 };
 } // namespace
 
-// What stood there before stays unless a new one is made.
+// The previous number stays unless a new restore point is created.
 TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 {
-    version = {6, 1}; // where nobody is asked about an older one
-    // The code, the number that is kept, that of the second call if it comes to it, and the client's answers.
+    version = {6, 1}; // which never returns an older one
+    // The code, the stored number, that of the second call if there is one, and the client's answers.
     for (const wchar_t* row : {L"5 0 - e5", L"1058 0 - s1058", L"1003 0 - e0", L"5 0 12 n12 e5",
                                L"183 0 0 n0 n0", L"0 12 12 n12 n99", L"5 12 - e5", L"183 12 12 n12 n12",
                                L"183 12 0 n0 n0", L"0 4294967295 4294967295 n4294967295 n0"}) {
@@ -142,7 +142,7 @@ TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
                        (ended == L"-" ? L"" : L"set 101 12 " + ended + L" " + name + L"\n"));
         EXPECT_EQ(number(), kept) << row;
     }
-    // Administrators, services, the process itself and the system may call in, to execute; nobody else.
+    // Only administrators, services, the process itself and the system may call this process, to execute.
     EXPECT_EQ(security, L"O:BAG:BAD:(A;;CCDC;;;BA)(A;;CCDC;;;LS)(A;;CCDC;;;NS)(A;;CCDC;;;PS)(A;;CCDC;;;SY)");
     EXPECT_EQ(level, DWORD{RPC_C_AUTHN_LEVEL_PKT_PRIVACY});
 }
@@ -177,7 +177,8 @@ TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
     EXPECT_EQ(number(), 0);
 }
 
-// The system's success with an older restore point's number is no success, and that number is not kept.
+// The system's success with the number of an older restore point is not a success, and the number is not
+// stored.
 TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
 {
     const FakeWmi wmi;
@@ -296,7 +297,7 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
         {15, [&] { return EnableSystemRestore(manager, L"C:\\"); }},
         {12, [&] { return IsSystemRestoreEnabled(manager, &flag); }},
         {2, [&] { return DeleteRestorePoint(manager, 12); }},
-        {2, [&] { // each time another one
+        {2, [&] { // another one each time
              RestoreClient::answer((L"n" + std::to_wstring(++point)).c_str());
              return CreateRestorePoint(manager);
          }}};

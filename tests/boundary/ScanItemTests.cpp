@@ -83,7 +83,7 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
     const FilePtr writer = fileAt(path);
     writer->setData("12345", 5);
     {
-        // A system that takes less than it was given is asked again.
+        // A partial write is continued.
         Replaced<"WriteFile", decltype(&WriteFile)> writes(
             [](auto original, HANDLE target, LPCVOID data, DWORD size, auto... rest) {
                 return original(target, data, size > 1 ? 1 : size, rest...);
@@ -206,7 +206,7 @@ TEST(ScanItems, FolderMacros)
         {L"%windir%;%SYSTEM%;%windir%", L"C:\\windows;C:\\windows\\system32;C:\\windows"},
         {L"%username%", user},
         {L"%user_temp%", expanded(L"%localappdata%") + L"\\Temp"},
-        {L"%sysmaint_value%!", L"some %windir% value!"}, // values are not expanded again
+        {L"%sysmaint_value%!", L"some %windir% value!"}, // values are not expanded recursively
         {L"%no such macro%\\%windir%", L"%no such macro%\\C:\\windows"},
         {L"100%windir%", L"100C:\\windows"},
         {L"100%%windir%%", L"100%C:\\windows%"},
@@ -263,7 +263,7 @@ TEST(ScanItems, TheCurrentFolderIsThePrograms)
     }
 }
 
-// What the expander asks for is what it needs, and a buffer that is too small stays as it is.
+// The expander requests exactly what it needs, and leaves a buffer that is too small unchanged.
 TEST(ScanItems, TheExpanderOfMacrosKeepsToItsBuffer)
 {
     IPathValidatorW& expander = *DllGetPathValidatorW();
@@ -322,7 +322,7 @@ TEST(ScanItems, NoZeroCutsALoadedText)
     EXPECT_EQ(file->getPath(), path);
 }
 
-// Who asks for an item by name gets the one that was filed, or none.
+// A request for an item by name returns the registered one, or none.
 TEST(ScanItems, NoItemStandsForWhatItWasBefore)
 {
     const std::wstring root = scratchFolder({L"\\a"});

@@ -19,7 +19,7 @@ unsigned long console()
     return session;
 }
 
-/// One run, and what came of it.
+/// One run and its results.
 struct ProgramRun
 {
     explicit ProgramRun(std::vector<const wchar_t*> arguments, unsigned long options = kRunCapture,
@@ -43,7 +43,7 @@ struct ProgramRun
     std::string output;
 };
 
-/// The programs of the tests that run now.
+/// The tests' programs that are running.
 std::vector<unsigned long> running()
 {
     Given<ProcessEntry> buffer;
@@ -61,7 +61,7 @@ bool allEnd()
     return comesTrue([] { return running().empty(); });
 }
 
-/// A program that was to live on, ended by the test.
+/// Ends a program that was meant to live on.
 void end(unsigned long id)
 {
     Given<ProcessEntry> entry;
@@ -110,9 +110,9 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
     Given<SessionRecord> buffer;
     const auto list = listOf(buffer, SessionEnumerate);
     ASSERT_EQ(list.size(), 1U);
-    EXPECT_TRUE(list[0].id == console() && list[0].isConsole && list[0].state == WTSActive);
+    EXPECT_TRUE(list[0].id == console() && list[0].isConsole == 1 && list[0].state == WTSActive);
     EXPECT_STREQ(list[0].user, user);
-    // As a system with remote sessions lists them; of one that ends meanwhile no texts are told.
+    // As a system with remote sessions lists them; a session that ends meanwhile has no texts.
     const LookedUp services(
         {{"WTSEnumerateSessionsW",
           address(+[](HANDLE, DWORD, DWORD, WTS_SESSION_INFOW** sessions, DWORD* count) -> BOOL {
@@ -160,7 +160,7 @@ TEST_F(UserSessions, GiveOutTheRightTokenOrSayWhyNot)
         EXPECT_EQ(SessionImpersonation(console() + 1).getCode(), 1314);
         EXPECT_FALSE(isImpersonating());
     }
-    // Which half of a split token is taken, and that a right is missing for the other one.
+    // Which half of a split token is used, and that the other one needs a missing right.
     TOKEN_ELEVATION_TYPE kind{};
     DWORD isElevated = 0;
     Replaced<"GetTokenInformation", decltype(&GetTokenInformation)> asking(
@@ -236,7 +236,7 @@ TEST_F(UserSessions, RunProgramsWithWhatTheyAreGivenAndTakeWhatTheyWrite)
     EXPECT_EQ(large.exitCode, 7U);
     ProgramRun waiting({L"exit", L"5"}, kRunWait | kRunElevated);
     EXPECT_EQ(waiting.go() * 10 + static_cast<long>(waiting.exitCode), 5);
-    // What lives on after it, with the pipe in its hands, is not waited for.
+    // A child that outlives it and holds the pipe is not waited for.
     ProgramRun orphan({L"orphan"});
     ASSERT_EQ(orphan.go(), 0);
     EXPECT_EQ(orphan.output, "done");

@@ -45,7 +45,7 @@ protected:
         return listOf(
             [&](auto** names, auto* count) { return SettingsHiveEnumerateValues(hive, key, names, count); });
     }
-    /// The names of what is in the folder.
+    /// The names of the folder's entries.
     [[nodiscard]] std::wstring entries() const
     {
         std::wstring names;
@@ -174,7 +174,7 @@ TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWhateverFails)
         EXPECT_EQ(readBytes(file), result == 0 ? fresh : old) << import;
         EXPECT_EQ(import == "DeleteFileW" ? L"settings.hive " : entries(), L"settings.hive ") << import;
     });
-    EXPECT_GE(failures, 4); // look, make, write, flush
+    EXPECT_GE(failures, 4); // check, create, write, flush
     Replaced<"MoveFileExW", decltype(&MoveFileExW)> moves;
     moves.failCall(1, FALSE, ERROR_IO_DEVICE);
     prepare();
@@ -190,7 +190,7 @@ TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWheneverTheProcessEnds)
     ASSERT_EQ(SettingsHiveSave(hive), 0);
     const Bytes old = readBytes(file);
     SettingsHiveSetText(hive, L"", L"which", L"the new one");
-    // What stands there after each call that could have been the last.
+    // The content after each call that could have been the last.
     std::vector<Bytes> seen;
     const auto look = [&](auto result) {
         const DWORD code = GetLastError();

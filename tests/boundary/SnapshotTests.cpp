@@ -1,4 +1,4 @@
-// The snapshot tool's wrapper, with a stand-in that writes down what it was called with.
+// The snapshot tool's wrapper, with a stand-in that records its arguments.
 
 #include <bit>
 
@@ -21,7 +21,7 @@ protected:
     }
     ~SnapshotTest() override { std::filesystem::current_path(before); }
 
-    /// The tool's command line, and how many arguments it took it for; empty when it did not run.
+    /// The tool's command line, and the number of arguments that the tool saw; empty when it did not run.
     std::wstring takeLine(long* arguments = nullptr) const
     {
         const std::wstring lines = readText(record);
@@ -86,7 +86,7 @@ TEST_F(SnapshotTest, TellsTheToolEveryCombinationToTheCharacter)
     EXPECT_EQ(takeLine().size(), kLongestLine);
 }
 
-// What is missing or could become another argument starts nothing.
+// Values that are missing or could become another argument start nothing.
 TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
 {
     const Starts starts;
@@ -118,7 +118,7 @@ TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
 TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
 {
     const DWORD handles = processHandleCount();
-    SetEnvironmentVariableW(L"SYSMAINT_TOOL_RESULT", L"3"); // its own affair
+    SetEnvironmentVariableW(L"SYSMAINT_TOOL_RESULT", L"3"); // ignored
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", L"300");
     Starts starts([](auto original, auto name, auto line, auto process, auto thread, BOOL inherits,
                      DWORD flags, auto environment, auto directory, auto startup, auto started) -> BOOL {
@@ -138,7 +138,7 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
     for (const wchar_t* none : {L"none.exe", folder.c_str()})
         EXPECT_EQ(vrl->createSnapshot(none, L"n", nullptr, nullptr, nullptr), kSnapshotFailed);
     EXPECT_EQ(processHandleCount(), handles);
-    // Each taking of memory in turn finds none.
+    // Each allocation fails in turn.
     const HeapWatch watch(sysmaintModule());
     bool failed = true;
     for (long failing = 1; failed; ++failing) {

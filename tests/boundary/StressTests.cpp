@@ -10,7 +10,7 @@
 
 namespace {
 constexpr int kThreads = 8;
-constexpr unsigned kNames = 3;        // few, so that the threads get into each other's way
+constexpr unsigned kNames = 3;        // few, so that the threads collide
 constexpr ULONGLONG kHangs = 60000;   // milliseconds without a step
 std::atomic<unsigned> liveObjects{0}; // what the running work uses
 
@@ -46,8 +46,8 @@ void receive(const MessageW& message, std::uint32_t /*value*/)
     std::free(std::malloc(message.getId()));
 }
 
-/// One thread's random calls. What another thread closes, suspends or takes away meanwhile may refuse any of
-/// them; none may hang, and nothing may be lost.
+/// One thread's random calls. Any of them may be refused because another thread closes, suspends or removes
+/// something; none may hang, and nothing may be lost.
 class Caller
 {
 public:

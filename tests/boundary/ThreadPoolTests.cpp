@@ -30,7 +30,7 @@ TEST(ThreadPool, IsSharedByNameAndRefusesWrongArguments)
     EXPECT_EQ(THPWait(pool.handle, 77UL, 0UL, nullptr), ERROR_NOT_FOUND);
 }
 
-// Every maximum with every option: as many as allowed begin at once, the next goes by its option.
+// Every maximum with every option: as many as allowed start at once, the next follows its option.
 TEST(ThreadPool, GoesByTheOptionAtTheMaximum)
 {
     for (const unsigned maximum : {0U, 1U, 4U}) {
@@ -83,7 +83,7 @@ TEST(ThreadPool, RunsEachItemOnceInOrderWithFewKernelCalls)
     KernelCalls calls(sysmaintModule());
     Blocker blockers[4];
     std::vector<int> runs(kItems);
-    TestEvent done; // waiting by the pool would be counted, too, and takes the longer the busier the machine
+    TestEvent done; // waiting through the pool would be counted, too, and takes longer on a busy machine
     unsigned long ended = 0;
     std::mutex lock;
     std::map<DWORD, unsigned long> last;
@@ -231,7 +231,7 @@ TEST(ThreadPool, SuspendsAndResumes)
     ASSERT_EQ(pool.queue(2, blocker), ERROR_SUCCESS);
     ASSERT_EQ(pool.queue(3, blocker), ERROR_SUCCESS);
     EXPECT_EQ(pool.wait(2, 20), WAIT_TIMEOUT);
-    const TestEvent extra; // who waits for suspended work waits until it is resumed or this ends the wait
+    const TestEvent extra; // waiting for suspended work lasts until it is resumed or this ends the wait
     std::thread waiter([&] { EXPECT_EQ(pool.wait(2, INFINITE), ERROR_SUCCESS); });
     extra.set();
     EXPECT_EQ(pool.wait(3, INFINITE, extra.get()), ERROR_CANCELLED);
@@ -242,7 +242,7 @@ TEST(ThreadPool, SuspendsAndResumes)
     EXPECT_EQ(THPCreateCategory(pool.handle, 7UL, THPCategoryOptions(1, 7, 0, 0)), ERROR_SUCCESS);
     EXPECT_EQ(pool.queue(1, blocker, Option::AtEnd, nullptr, 7), ERROR_INVALID_STATE);
 
-    // Who cancels or closes suspended work does not wait for ever.
+    // Cancelling or closing suspended work does not wait forever.
     Blocker stays;
     ASSERT_TRUE(pool.begins(4, stays));
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 4UL), ERROR_SUCCESS);
@@ -255,7 +255,7 @@ TEST(ThreadPool, SuspendsAndResumes)
 }
 
 namespace {
-/// Notes that a worker stops before its work, which the only waits of workers on a condition are for, or that
+/// Records that a worker stops before its work, the only reason for workers to wait on a condition, or that
 /// the work begins.
 struct StoppedWork : Work
 {
@@ -313,7 +313,7 @@ TEST(ThreadPool, BeginsNothingThatIsCancelledWhileItIsSuspended)
     }
 }
 
-// What is done to one item of a paused category opens it for no other.
+// Changing one item of a paused category resumes no other.
 TEST(ThreadPool, StaysSuspendedWhenOneItemIsCancelledOrResumed)
 {
     for (const bool cancels : {true, false}) {
@@ -355,7 +355,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
     const HeapWatch watch(sysmaintModule());
     const TestEvent closed;
     ProcessCounts before;
-    for (int round = -2; round < 20; ++round) { // first what the process makes once and keeps
+    for (int round = -2; round < 20; ++round) { // first what the process creates once and keeps
         if (round == 0)
             before = ProcessCounts::now();
         Blocker blocker;
@@ -402,7 +402,7 @@ TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
     EXPECT_EQ(pool.result(99), 1117);
 }
 
-// A failing event or wait is told to who called, and nothing is lost, run twice or cancelled by it.
+// A failing event or wait is reported to the caller, and nothing is lost, run twice or cancelled by it.
 TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 {
     Replaced<"CreateEventW", decltype(&CreateEventW)> events;
@@ -448,7 +448,7 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
     EXPECT_EQ(pool.result(3), WAIT_TIMEOUT);
 }
 
-// A close does not hang when work cannot be told to end: it tries again, and in the end reports it.
+// A close does not hang when work cannot be told to end: it retries, and finally reports it.
 TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
 {
     for (const bool topics : {false, true}) {
@@ -516,11 +516,11 @@ TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
     EXPECT_EQ(pool.wait(1), 1450) << "no event for the waiter: it is told, and the work goes on";
     EXPECT_EQ(pool.wait(1, 0), WAIT_TIMEOUT); // someone waits from now on
     std::thread waiter([&] { EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS); });
-    sets.failCall(1, FALSE, 1450); // the releasing of waiters: they are released all the same
+    sets.failCall(1, FALSE, 1450); // releasing waiters: they are released anyway
     last.goOn.set();
     waiter.join();
 
-    // A worker cannot wait for work any more: it ends, and a new thread does what follows.
+    // A worker that can no longer wait for work ends, and a new thread does the rest.
     ProcessCounts withoutWorker = ProcessCounts::now();
     --withoutWorker.threads;
     idleFails = true;

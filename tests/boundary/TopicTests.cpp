@@ -48,7 +48,7 @@ TEST(Topics, AreNamedOrNumberedAndShared)
 TEST(Topics, CallTheOperationOfTheMessagesClass)
 {
     Handler handler;
-    MessageFilter passing; // lets everything pass that it has no operation for
+    MessageFilter passing; // passes everything that it has no operation for
     const TopicHandle topic = topicOf(handler);
     ASSERT_EQ(TopicSubscribe(topic, passing), ERROR_SUCCESS);
     sendAndPost<MessageW>(topic, handler);
@@ -86,7 +86,7 @@ TEST(Topics, CallFiltersBeforeHandlersInTheOrderOfAddresses)
 }
 
 // 64 posters, a handler that often raises and a consumer that is stopped all the time: none lost, none
-// doubled, in each one's order, one at a time.
+// doubled, in each poster's order, one at a time.
 TEST(Topics, DeliverPostsOnceInEachPostersOrder)
 {
     constexpr int kPosters = 64;

@@ -27,7 +27,7 @@ std::string read(const std::wstring& path)
     return file ? std::string(std::istreambuf_iterator<char>(file), {}) : "missing";
 }
 
-/// A folder with a "root" to be walked and, with the same below it, an "out" that links may lead to.
+/// A folder with a "root" to be walked and an "out" with the same content that links may lead to.
 std::wstring makeRootAndOut()
 {
     std::wstring folder = scratchFolder();
@@ -56,7 +56,7 @@ TEST(WalkSafety, OneTextMayNameTwoRoots)
     FSEngineAddPath(engine.handle, L"root", 0);
     EXPECT_EQ(CreateFilePath(L"two", L"root", 0, 0), INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    // Set and loaded anew it is settled anew.
+    // Setting or loading the path resolves it again.
     const SharedPtr<ScanItem> item = itemOf(handle);
     MemoryOutputByteStream stored;
     item->dump(kStateAll, stored);
@@ -72,11 +72,12 @@ TEST(WalkSafety, OneTextMayNameTwoRoots)
     EXPECT_EQ(collector.paths.count(L"root\\y"), 1U);
 }
 
-// A folder or one above it is swapped for a link, moved away or replaced at each moment between its being
-// found and its turn: what is behind the link is neither reported nor touched.
+// A folder or one above it is replaced with a link, moved away or exchanged at each moment between its
+// discovery and its turn: what is behind the link is neither reported nor touched.
 TEST(WalkSafety, SwappedFoldersAreNotWalked)
 {
-    // The item whose report swaps, what it swaps, by a link, nothing or a file, and what could not be listed.
+    // The item whose report makes the swap, what is replaced, with a link, nothing or a file, and what could
+    // not be listed.
     const std::tuple<std::wstring, std::wstring, char, std::wstring, long> rows[] = {
         {L"\\a", L"\\a", 'l', L"\\a", kStopped},       // before its turn
         {L"\\z\\y", L"\\a", 'l', L"\\a\\b", kStopped}, // above one that waits
@@ -114,8 +115,8 @@ TEST(WalkSafety, SwappedFoldersAreNotWalked)
         }
 }
 
-// What a walk found is deleted, emptied, read or made only where it was found. Swapped is the item, a folder
-// that it is in, or the root.
+// What a walk found is deleted, emptied, read or created only where it was found. The item, one of its
+// folders, or the root is swapped.
 TEST(WalkSafety, SwappedItemsAreLeftAlone)
 {
     for (const std::wstring name : {L"\\a\\b\\f", L"\\a\\b\\c"})
@@ -159,7 +160,7 @@ TEST(WalkSafety, ANameThatReadsAsAPathIsNoItem)
     EXPECT_EQ(collector.calls, 2) << "the folder and the file in it";
 }
 
-// The system itself keeps the folder that is listed, and those above it, where they are.
+// The system itself keeps the listed folder and those above it in place.
 TEST(WalkSafety, ListedFoldersCannotBeMoved)
 {
     const std::wstring root = scratchFolder({L"\\a", L"\\a\\b", L"\\c"});
@@ -181,7 +182,7 @@ TEST(WalkSafety, ListedFoldersCannotBeMoved)
     EXPECT_EQ(collector.calls, 4);
     EXPECT_TRUE(move(L"\\a", L"\\moved"));
 
-    // What it costs: one more opening for each folder, none for a file.
+    // The cost: one more open for each folder, none for a file.
     collector.action = nullptr;
     for (int file = 0; file < 100; ++file)
         write(root + L"\\d\\" + std::to_wstring(file), "");
@@ -192,7 +193,7 @@ TEST(WalkSafety, ListedFoldersCannotBeMoved)
     EXPECT_EQ(looks.calls(), 4);
 }
 
-// Folders and files that would be fetched are told of, and neither listed nor opened nor read.
+// Folders and files that would be fetched are reported, but not listed, opened or read.
 TEST(WalkSafety, NothingIsFetched)
 {
     const std::wstring root = scratchFolder({L"\\cloud"});
@@ -220,7 +221,7 @@ TEST(WalkSafety, NothingIsFetched)
     }
 }
 
-// A listing that cannot be had comes to whoever asks for such news, with its path and code, and only to them.
+// A failed listing is reported with its path and code only to those who asked for such reports.
 TEST(WalkSafety, FailedListingsAreToldOf)
 {
     const std::wstring tree = testFolder() + L"\\tree";
@@ -228,7 +229,7 @@ TEST(WalkSafety, FailedListingsAreToldOf)
     const TestEngine engine(found);
     FSEngineRegisterHandler(engine.handle, found, kListingFailed, 0, 0);
     AskedHandle asked;
-    // The root, what of it cannot be listed, and how much is found nevertheless.
+    // The root, what cannot be listed in it, and how much is found nevertheless.
     const std::tuple<std::wstring, std::wstring, std::uint32_t, long> rows[] = {
         {L"", L"\\denied", ERROR_ACCESS_DENIED, 25},
         {L"\\denied", L"\\denied", ERROR_ACCESS_DENIED, 0},

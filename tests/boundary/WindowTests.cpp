@@ -1,4 +1,4 @@
-// What goes wrong only when two threads meet in one moment: the moment is held open by a replaced import.
+// What only goes wrong when two threads meet at one moment, which a replaced import holds open.
 
 #include <algorithm>
 #include <set>
@@ -26,7 +26,7 @@ struct Before : Import
     }
 };
 
-/// A place where the first thread that is not the test's stops until it may go on.
+/// A place where the first thread other than the test's stops until it may continue.
 struct Window
 {
     void hold()
@@ -64,7 +64,7 @@ TEST(Windows, LoseNoWakeUp)
 }
 
 namespace {
-/// Notes the time that each wait of the test's own thread is given, and lets that wait take 40 ms of it.
+/// Records the time-out of each wait on the test's own thread, and lets that wait take 40 ms of it.
 class TimeOfWaits : public testing::Test
 {
 protected:
@@ -119,7 +119,7 @@ TEST_F(TimeOfWaits, IsForAllDeliveriesTogetherAndTheSubscriberIsNotForgotten)
     EXPECT_EQ(TopicUnsubscribe(topic, handler, 300), WAIT_TIMEOUT);
     ASSERT_GE(given.size(), 2U);
     EXPECT_LE(given[1] + 25, given[0]);
-    // The delivery that ends wakes who unsubscribes and is already waiting.
+    // The end of a delivery wakes an unsubscriber that is already waiting.
     sleeps.setHook([&](auto original, auto... arguments) {
         if (GetCurrentThreadId() == own)
             sentMayEnd.set();
@@ -149,7 +149,7 @@ TEST(Windows, AStopReleasesWhoWaitsForTheEmptiedQueue)
     mayEnd.set();
 }
 
-// A worker inside the library, here with the lock of the table of topics, stops when it comes out.
+// A worker inside the library, here with the lock of the table of topics, stops when it leaves it.
 TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
 {
     Window window;
@@ -172,7 +172,7 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
         EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
         ASSERT_TRUE(out.wait());
     }
-    // Outside, it is suspended while the locks of all heaps are held, and they are given back.
+    // Outside, it is suspended while the locks of all heaps are held, and they are released.
     const HANDLE own = HeapCreate(0, 0, 0);
     std::multiset<HANDLE> held;
     bool all = false;
@@ -201,7 +201,7 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
 }
 
 namespace {
-/// Holds the loader lock of the process, or does not get it when another thread has it.
+/// Holds the loader lock of the process, unless another thread has it.
 struct LoaderLock
 {
     LoaderLock() { LdrLockLoaderLock(2, &got, &cookie); }
@@ -217,8 +217,8 @@ struct LoaderLock
 };
 } // namespace
 
-// With the loader lock in a worker no other one begins or ends, but work can be queued, and the worker is
-// suspended only once it has given the lock back: the end of the process would wait for it.
+// While a worker holds the loader lock, no other one begins or ends, but work can be queued. The worker is
+// suspended only after it has released the lock, because the end of the process would wait for it.
 TEST(Windows, QueuesButSuspendsNothingThatHoldsTheLoaderLock)
 {
     const TestEvent locked;
@@ -260,7 +260,7 @@ TEST(Windows, QueuesButSuspendsNothingThatHoldsTheLoaderLock)
     EXPECT_EQ(runs, 1);
 }
 
-// While a thread is being started, other work relies on it. Its start fails.
+// Other work relies on a thread that is being started, and its start fails.
 TEST(Windows, WorkIsLookedAfterWhenTheThreadItReliesOnCannotStart)
 {
     Replaced<"CreateThread", decltype(&CreateThread)> threads;
@@ -353,7 +353,7 @@ TEST(Endings, AHandlerMayEndItsThread)
     }
 }
 
-// In the loader lock a close takes 5 seconds at most, all its waits together. The time is the test's own.
+// In the loader lock all waits of a close together take at most 5 seconds. The test provides the time.
 TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
 {
     for (const bool topics : {false, true}) {
@@ -400,8 +400,8 @@ TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
     }
 }
 
-// Two that wait for each other, or close each other: one is told or gives way, and the other goes on when
-// that one has ended.
+// Two that wait for each other, or close each other: one is refused or gives way, and the other continues
+// when that one has ended.
 TEST(Endings, TwoThatWaitForEachOtherEnd)
 {
     using Call = std::function<long(void*)>;
@@ -464,7 +464,7 @@ TEST(Endings, TwoThatWaitForEachOtherEnd)
     }
 }
 
-// The last handle goes while a worker is in a call on the pool, a handler in one on its topic.
+// The last handle is closed while a worker is in a call on the pool, and a handler in one on its topic.
 TEST(Endings, AClosedPoolOrTopicRunsNothingAnyMore)
 {
     for (const bool topics : {false, true}) {
@@ -484,7 +484,7 @@ TEST(Endings, AClosedPoolOrTopicRunsNothingAnyMore)
         TopicHandle topic = CreateMessageTopic(L"ending");
         void* const handles[] = {pool.handle, topic.get()};
         Blocker until;
-        Work work([&] { // waits for other work, which the close alone ends
+        Work work([&] { // waits for other work, which only the close ends
             THPQueueWork(handles[0], 2UL, 1UL, until, HashMessageW(), Option::AtEnd, nullptr);
             EXPECT_EQ(THPWait(handles[0], 2UL, INFINITE, nullptr), ERROR_CANCELLED);
             stay();

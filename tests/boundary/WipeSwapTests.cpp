@@ -1,4 +1,4 @@
-// What changes between filling a stack, looking and wiping.
+// What changes between filling a stack, checking and wiping.
 
 #include <tuple>
 
@@ -6,7 +6,7 @@
 #include "support/Wipe.h"
 
 namespace {
-/// A tree "tree\sub\one, two", and outside of it "precious\one, two", which nobody ever names.
+/// A tree "tree\sub\one, two", and outside it "precious\one, two", which nobody ever names.
 class WipeSwapTest : public WipeTest
 {
 protected:
@@ -29,13 +29,13 @@ protected:
         linkPath.clear();
     }
     [[nodiscard]] HeapStringW heapAt(const wchar_t* name) const { return HeapStringW(at(name).c_str()); }
-    /// Puts what is at `other` where `victim` is.
+    /// Replaces `victim` with `other`.
     bool swap(const std::wstring& victim, const std::wstring& other) const
     {
         return MoveFileW(at(victim).c_str(), at(L"aside").c_str()) &&
                MoveFileW(at(other).c_str(), at(victim).c_str());
     }
-    /// All that is precious is still there as it was, wherever it is by now.
+    /// All precious files still exist unchanged, in any place.
     void expectPrecious() const
     {
         for (const wchar_t* name : {L"\\one", L"\\two"})
@@ -63,8 +63,8 @@ TEST_F(WipeSwapTest, FoldersThatBecomeLinksKeepWhatTheyLeadTo)
                  {sub, L"", true, false},
                  {L"one", sub, false, false},
                  {L"two", sub, false, false}};
-        // Links cannot be made here: a folder that takes another's place is made believe to be a link to
-        // where it came from.
+        // Links cannot be created here: a folder that replaces another is reported as a link to where it came
+        // from.
         bool tried = false, swapped = false;
         const auto now = [&, when = std::string_view(when)](const char* moment) {
             if (!tried && (tried = when == moment) && (swapped = swap(L"tree\\sub", L"precious")))
@@ -122,7 +122,7 @@ TEST_F(WipeSwapTest, FilesThatBecomeOthersAreLeft)
         MoveFileW(at(L"aside").c_str(), one.c_str());
     }
     EXPECT_TRUE(takeBootList().empty());
-    // What was opened cannot be told.
+    // What was opened cannot be identified.
     files.setHook(nullptr);
     setting.setHook(nullptr);
     Looks asking;

@@ -6,8 +6,8 @@
 namespace {
 constexpr std::uint32_t kKinds[] = {kWipeFile, kWipeDirectoryStack, kWipeFreeSpace, kWipePartition};
 
-/// Everything that the wiper does to one kind of object, on files of a folder of its own. The volume is made
-/// believe: its size and free space are answered here, and its device is a file.
+/// Everything that the wiper does to one kind of object, on files in a separate folder. The volume is
+/// simulated: its size and free space are answered here, and its device is a file.
 class WiperTest : public WipeTest
 {
 protected:
@@ -36,7 +36,7 @@ protected:
         const std::wstring below = at(kind == kWipeFile ? L"file" : L"");
         return WipeTest::wipe(kind, kind == kWipePartition ? L"Q:\\" : below, method, passes, event);
     }
-    /// What a call of any kind is to destroy, and a neighbour that it is not to.
+    /// What a call of any kind must destroy, and a neighbour that it must not.
     void prepare(std::size_t size)
     {
         secret = Bytes(size, 0xE5);
@@ -61,7 +61,7 @@ protected:
         return (kind == kWipeFile && isThere(at(L"file"))) ||
                (kind == kWipeDirectoryStack && isThere(at(L"tree\\two")));
     }
-    /// What so many chunks of files, or of repetitions, of kSize have.
+    /// The bytes of so many chunks of files, or of repetitions, of kSize.
     static std::uint64_t bytesOf(long chunks) { return chunks / 2 * kSize + (chunks % 2 != 0 ? kChunk : 0); }
 
     const std::wstring filler = at(L"FreeSpaceFile.qmx");
@@ -78,8 +78,7 @@ constexpr unsigned kPasses[35] = {kText,    kText,    kText,    kText,    0x5555
                                   0xCCCCCC, 0xDDDDDD, 0xEEEEEE, 0xFFFFFF, 0x924924, 0x492492, 0x6DB6DB,
                                   0x6DB6DB, 0xB6DB6D, 0xDB6DB6, kText,    kText,    kText,    kText};
 
-/// Whether these are the bytes of a pass. Of text an odd last byte does not tell: the methods end
-/// differently.
+/// Whether these are the bytes of a pass. An odd last byte of text is ignored: the methods end differently.
 bool areOf(unsigned pass, const Bytes& bytes)
 {
     for (std::size_t i = 0; i < (pass == kText ? bytes.size() / 2 * 2 : bytes.size()); ++i)
@@ -135,7 +134,7 @@ TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
     }
 }
 
-/// Fails each call of one function in turn and checks what the object says then.
+/// Fails each call of one function in turn and checks the object's state.
 template <class Import, class Run>
 void failCalls(Import&& import, typename std::decay_t<Import>::Value result, Run&& run)
 {
@@ -156,7 +155,7 @@ TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
             prepare(kSize); // uses no function of the DLL, so it does not count
             const long code = wipe(kind, kWipeZeros, 2);
             if (what == "GetFileAttributesW" && code == 0)
-                failure = 0; // the look afterwards: what is gone is told by an open, too
+                failure = 0; // the check afterwards: an open also shows what is gone
             EXPECT_EQ(code, what == "GetProcAddress" ? ERROR_FUNCTION_FAILED : failure);
             expectNothingElseChanged();
             // A file waits for the restart when its own wipe failed, the filler when its removal did. What
@@ -164,7 +163,7 @@ TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
             const bool own = failure != 0 && what != "LoadLibraryExW";
             const bool removal =
                 what == "SetEndOfFile" || what == "DeleteFileW" || (what == "CreateFileW" && call % 2 == 0);
-            // One that is deleted does not: whoever takes its name later is another.
+            // A deleted one does not: a later file with its name is another one.
             const bool waits =
                 own && ((kind == kWipeFile && isThere(at(L"file"))) || (kind == kWipeFreeSpace && removal));
             EXPECT_EQ(!takeBootList().empty(), waits);
@@ -199,7 +198,7 @@ TEST_F(WiperTest, CancelledAtAnyMomentItLeavesNothingBehind)
             event.set();
         return original(rest...);
     });
-    Flushes flushes([&](auto, HANDLE) { // the medium is not the matter here
+    Flushes flushes([&](auto, HANDLE) { // the medium does not matter here
         if (2 * flushes.calls() + 1 == moment)
             event.set();
         return TRUE;
@@ -213,10 +212,10 @@ TEST_F(WiperTest, CancelledAtAnyMomentItLeavesNothingBehind)
             prepare(kSize);
             polls.reset(), flushes.reset();
             const long code = wipe(kind, method, 1, event.get());
-            end = moment == 0 ? 2 * polls.calls() - 2 : end; // what comes then is over
+            end = moment == 0 ? 2 * polls.calls() - 2 : end; // what comes then is too late
             // Between the last poll and the end there is nothing left to cancel.
             EXPECT_EQ(code, WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0 ? ERROR_CANCELLED : 0);
-            const long each = method == kWipeGutmann ? 35 : 1; // of which the last may not count yet
+            const long each = method == kWipeGutmann ? 35 : 1; // the last may not count yet
             EXPECT_LE(progress.done, bytesOf(flushes.calls() / each));
             EXPECT_GE(progress.done, bytesOf((flushes.calls() - (each == 1 ? 0 : 1)) / each));
             EXPECT_FALSE(flushes.calls() != 0 && isLeft(kind));
@@ -246,7 +245,7 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPiece)
     expectNothingElseChanged();
     EXPECT_TRUE(takeBootList().empty());
 
-    // One that is full for a moment alone.
+    // A volume that is full only for a moment.
     writes.setHook(nullptr);
     writes.failCall(1, FALSE, ERROR_DISK_FULL);
     EXPECT_EQ(wipe(kWipeFreeSpace), 0);
@@ -257,7 +256,7 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPiece)
 TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
 {
     prepare(10);
-    // Cut while it is open, whoever opens it next.
+    // Truncated while it is open, because somebody may open it next.
     long cuts = 0;
     Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)> cutting(
         [&](auto original, HANDLE file, auto... rest) {
@@ -272,7 +271,7 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
     files.failCall(0, nullptr, 0);
     EXPECT_FALSE(takeBootList().empty());
 
-    // A second name of a file; one of which nobody can tell; one that is not hidden as ours are.
+    // A second name of a file; a file that cannot be identified; a file that is not hidden as ours are.
     ASSERT_TRUE(CreateHardLinkW(filler.c_str(), at(L"neighbour").c_str(), nullptr));
     for (const DWORD mark : {FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_NORMAL}) {
         SetFileAttributesW(filler.c_str(), mark);
@@ -337,8 +336,8 @@ TEST_F(WiperTest, FreeSpaceProgressFollowsWhatOthersTakeAndFree)
 TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
 {
     prepare(1000);
-    // The platform of the tests shows no links to files, so one is made believe; its target is a second name
-    // of the file.
+    // The tests' platform shows no links to files, so one is simulated; its target is a second name of the
+    // file.
     const std::wstring file = at(L"file"), target = at(L"target");
     ASSERT_TRUE(CreateHardLinkW(target.c_str(), file.c_str(), nullptr));
     DWORD tag = IO_REPARSE_TAG_SYMLINK;
@@ -354,13 +353,13 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     EXPECT_FALSE(isThere(file));
     EXPECT_EQ(readBytes(target), secret);
 
-    // A link to a folder goes as a folder does.
+    // A link to a folder is removed like a folder.
     CreateDirectoryW(file.c_str(), nullptr);
     EXPECT_EQ(wipe(kWipeFile), 0);
     EXPECT_FALSE(isThere(file));
     EXPECT_TRUE(takeBootList().empty());
 
-    // What cannot be told is not touched.
+    // What cannot be identified is not touched.
     ASSERT_TRUE(CreateHardLinkW(file.c_str(), target.c_str(), nullptr));
     tags.failCall(2, FALSE, ERROR_NOT_READY);
     EXPECT_EQ(wipe(kWipeFile), ERROR_NOT_READY);
@@ -425,7 +424,7 @@ TEST_F(StreamTest, IsOverwrittenToo)
         next.failCall(1, FALSE, ERROR_CRC);
         expect(ERROR_CRC, kChunk + 3, 0);
         takeBootList();
-        // One that belongs to another file than the one looked at: a link was put in between.
+        // A stream of another file than the one examined: a link was put in between.
         expect(ERROR_FILE_INVALID, kChunk + 3, 0);
         EXPECT_TRUE(takeBootList().empty());
         identity.setHook([](auto original, HANDLE file, auto* information) { // a stream has its file's number

@@ -7,7 +7,7 @@
 #include "core/win32/utils/checksums/include/Processor.h"
 #include "core/win32/utils/checksums/include/SHA256.h"
 
-// Most machines only ever run one of the two ways: the other must come to the same, for every length and cut.
+// Most machines only run one of the two ways: the other must give the same result for every length and cut.
 TEST(Checksums, BothWaysAgree)
 {
     std::mt19937 random(18);
@@ -35,5 +35,5 @@ TEST(Checksums, BothWaysAgree)
     }
     CRC32 whole(0, crc::takePortably);
     whole.update("123456789", 9);
-    EXPECT_EQ(whole.finish(), 0xcbf43926U); // the check value that everybody gives
+    EXPECT_EQ(whole.finish(), 0xcbf43926U); // the standard check value
 }

@@ -37,7 +37,8 @@ TEST(Exceptions, ReportsAndCodesOfTheFourForms)
         EXPECT_EQ(GetLastError(), code);
         EXPECT_EQ(Exception(kPlace, L"my %s text", code).getText(),
                   (head + L"Message: my %s text\n").append(system));
-        // Without a code the last error is the code and stays what it was, also where the system has no text.
+        // Without a code the last error is the code and stays unchanged, also when the system has no text for
+        // it.
         SetLastError(code);
         EXPECT_EQ(Exception(kPlace).getCode(), code);
         EXPECT_EQ(GetLastError(), code);
@@ -73,7 +74,7 @@ TEST(Exceptions, HaveNoFallbackWithoutMemory)
     EXPECT_THROW(throw Exception(original), std::bad_alloc);
 }
 
-// What a handle function leaves as the last error, whatever runs between the raise and the caller.
+// The last error that a handle function leaves, with anything that runs between the raise and the caller.
 TEST(Exceptions, BecomeTheLastErrorAtTheBoundary)
 {
     struct CleanUp

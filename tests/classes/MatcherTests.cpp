@@ -19,7 +19,7 @@ namespace {
 using casefolding::FoldedText;
 using testing::PrintToString;
 
-/// An item of any type, also of those that no class has.
+/// An item of any type, also of types without a class.
 struct AnyItem final : ScanItem
 {
     AnyItem(std::uint32_t type, const std::wstring& path) : ScanItem(type) { setPath(path.c_str(), 0); }
@@ -36,7 +36,7 @@ std::vector<std::wstring> allTexts(std::wstring_view letters, std::size_t length
     return texts;
 }
 
-/// Random rules and items of few letters, so that much of it meets.
+/// Random rules and items of few letters, so that many match.
 class Dice
 {
 public:
@@ -256,16 +256,16 @@ TEST(ScanValidator, AnswersManyThreadsAtOnceAndWithoutMemory)
         reached = allocations.calls();
         allocations.failCall(0, nullptr, 0);
         ASSERT_TRUE(right) << "without allocation " << failing;
-        // Once asked, no more memory is needed.
+        // After the first query no more memory is needed.
         ASSERT_TRUE(validator.validate(accepted) && !validator.validate(refused));
         ASSERT_EQ(allocations.calls(), 0);
-        // A change is the time to try again.
+        // A change triggers another attempt.
         validator.addIgnore(L"*.z", kMatchWildcard, kMatchName, kLeafItems);
         allocations.reset();
         ASSERT_TRUE(validator.validate(accepted) && !validator.validate(refused));
         ASSERT_GT(allocations.calls(), 10);
     }
-    // A rule that needs no more than the path may be asked before one that has no memory for a long name.
+    // A rule that only needs the path may be evaluated before one that lacks memory for a long name.
     const ScanValidator paths(L"s:101,1,2,3,4,5,6,7,8,9", L"");
     const File longName((L"C:\\" + std::wstring(300, L's')).c_str(), 0);
     ASSERT_TRUE(paths.validate(longName));

@@ -44,7 +44,7 @@ Raised raised(Operation&& operation)
     }
 }
 
-/// What loading the bytes raised. They stand alone, so that an over-read is one of the heap's.
+/// What loading the bytes raised. They have their own heap block, so the heap detects an over-read.
 template <class T>
 Raised load(T&& target, const Bytes& bytes)
 {
@@ -62,7 +62,7 @@ struct Step
     long dumpLine;
 };
 
-/// Cuts the form at every byte, for reading and for writing: the step that fails says so.
+/// Cuts the form at every byte, for reading and for writing: the failing step must report it.
 template <class T>
 void checkEveryCut(const T& object, const std::vector<Step>& steps)
 {
@@ -149,7 +149,7 @@ TEST(Messages, EveryCutFailsWithItsLine)
     checkEveryCut(ParameterW(3, "abc"), {{16, 150, 181}, {27, 158, 185}});
 
     Samples samples;
-    for (const std::size_t length : {15, 16, 17}) { // around what stands in the entry itself
+    for (const std::size_t length : {15, 16, 17}) { // around the size stored in the entry itself
         const std::wstring name(length, L'n');
         samples.hash.setParameter(name.c_str(), static_cast<std::uint32_t>(length));
         std::uint32_t value = 0;
@@ -192,7 +192,7 @@ TEST(Messages, LyingFieldsAreRefused)
 TEST(Messages, ParametersAreReadWholeOrNotAtAll)
 {
     const Bytes good = dumped(ParameterW(3, "abc"));
-    for (const char size : Bytes{4, 16, 80}) { // a name's blob that goes on behind its text is refused
+    for (const char size : Bytes{4, 16, 80}) { // a name's blob that is longer than its text is refused
         Bytes name(static_cast<std::size_t>(size), '\0');
         name[0] = 'b';
         Bytes one = kOnT7 + Bytes{1, 0, 0, 0, size, 0, 0, 0, 0, 0, 0, 0};
@@ -204,7 +204,7 @@ TEST(Messages, ParametersAreReadWholeOrNotAtAll)
         EXPECT_EQ(load(hash, one.substr(0, one.size() - 1)), (Raised{30, 0}));
         EXPECT_TRUE(hash.getParameters().empty()) << "what was read only in part";
     }
-    // Out of order, and one name twice: the later one counts. What was read whole stays when the rest is
+    // Out of order, and one name twice: the later one counts. What was read completely stays when the rest is
     // missing.
     const auto entry = [](char name, std::uint32_t value) {
         return Bytes{4, 0, 0, 0, 0, 0, 0, 0, name, 0, 0, 0} + dumped(ParameterW(sizeof value, &value));
@@ -259,7 +259,7 @@ TEST(Messages, ArgumentsAndEmptyPointers)
     EXPECT_EQ(dumped(assigned), bytes);
 }
 
-// Wherever bytes lie: no crash, no over-read, and nothing taken beyond what the stream holds.
+// Any wrong bytes: no crash, no over-read, and nothing allocated beyond what the stream holds.
 TEST(Messages, HostileBytes)
 {
     const Samples samples;

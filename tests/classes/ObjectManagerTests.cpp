@@ -90,7 +90,7 @@ TEST(ObjectManager, NumbersNamesAndCodes)
     EXPECT_EQ(table.getName(number(4), &name), ERROR_SUCCESS);
     EXPECT_STREQ(name, L"4");
 
-    // A name that is taken is opened once more by the refusal, and stays so.
+    // The refusal of an existing name opens that object once more.
     EXPECT_EQ(add(L"c"), kInvalid);
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
     EXPECT_NE(table.close(number(3)), 0);
@@ -194,7 +194,7 @@ TEST(ObjectManager, RequestsThatAreRefusedChangeNothing)
     EXPECT_EQ(answer(table, cut, reply).first, ERROR_READ_FAULT);
     EXPECT_TRUE(reply.getParameters().empty());
 
-    // Every request gave its opening back.
+    // Every request has closed its opening.
     EXPECT_NE(table.close(handle), 0);
     EXPECT_EQ(table.getCount(), 0U);
 }
@@ -212,7 +212,7 @@ TEST(ObjectTable, TablesAreDestroyedBeforeThoseThatTheirObjectsHold)
         EXPECT_LT(order.at(engine), order.at("ScanItem"));
 }
 
-// Failing kernel calls of the table's lock: the code arrives, nothing has changed.
+// Failing kernel calls of the table's lock: the code is returned, nothing has changed.
 TEST(ObjectManager, FailingLock)
 {
     Table table;
@@ -236,14 +236,14 @@ TEST(ObjectManager, FailingLock)
     EXPECT_EQ(table.getCount(), 0U) << "the failed lookup has opened it";
 }
 
-// Of the handles only mutexes are counted: the runtime keeps an event for a lock of its own from the first
-// time that two threads meet at it, which is when one ends, or never.
+// Only mutex handles are counted: the runtime keeps an event for its own lock from the first time that two
+// threads meet at it, at the end of a thread or never.
 TEST(ObjectManager, ManyThreadsOnTheSameNames)
 {
     const Win32Handle sample(CreateMutexW(nullptr, FALSE, nullptr));
     const DWORD mutexes = processHandleCount(sample.get());
     std::atomic<long> failures{0};
-    for (int round = 0; round < 20; ++round) { // they meet at the making of the table's locks, too
+    for (int round = 0; round < 20; ++round) { // they also meet at the creation of the table's locks
         Table table;
         onThreadsAtOnce(8, [&](int thread) {
             for (int turn = 0; turn < 150; ++turn) {

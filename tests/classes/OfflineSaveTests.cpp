@@ -11,7 +11,7 @@
 namespace {
 using Bytes = std::vector<std::byte>;
 
-/// A hive with far more room than it needs: free pages at the end.
+/// A hive with far more space than it needs: free pages at the end.
 Bytes bloatedHive()
 {
     offline::Hive hive = offline::Hive::create(1);

@@ -30,9 +30,9 @@ const std::vector<unsigned char> kData = [] {
 TEST(SHA1, KnownHashes)
 {
     std::mt19937 random(20);
-    // Most machines only ever run one of the two ways.
+    // Most machines only run one of the two ways.
     for (sha1::TakeBlocks* takeBlocks : {&sha1::takeBlocksPortably, &sha1::fastestTakeBlocks()}) {
-        CSHA1 hash(*takeBlocks); // one for all: it stands as new after each
+        CSHA1 hash(*takeBlocks); // one for all: it is as new after each
         const auto hashOf = [&](const void* data, std::size_t size) {
             hash.update(data, size);
             return hash.finish();

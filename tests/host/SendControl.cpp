@@ -1,4 +1,4 @@
-// Starts a program, waits until it has a file for itself, and tells it of a control event as the system does,
+// Starts a program, waits until it holds a file exclusively, and sends it a control event as the system does,
 // by a thread at CtrlRoutine: SendControl EVENT FILE PROGRAM ARGUMENT... Ends with the program's exit code.
 // Event -1: none.
 
@@ -37,7 +37,7 @@ int wmain(int argumentCount, wchar_t** arguments)
     for (int i = 3; i < argumentCount; ++i)
         command += L"\"" + std::wstring(arguments[i]) + L"\" ";
     const int event = static_cast<int>(std::wcstol(arguments[1], nullptr, 10));
-    // With no event to send, the file is held open for the program's whole time.
+    // With no event to send, the file is held open while the program runs.
     const HANDLE held = event >= 0 ? INVALID_HANDLE_VALUE
                                    : CreateFileW(arguments[2], GENERIC_READ, FILE_SHARE_READ, nullptr,
                                                  OPEN_EXISTING, 0, nullptr);

@@ -1,9 +1,13 @@
 """Answers the host's question at a terminal: prompt.py FILE RUNNER HOST. Prints what does not go as it should."""
+import fcntl
 import os
 import pty
+import re
 import select
 import shutil
+import struct
 import sys
+import termios
 import time
 import tty
 
@@ -21,12 +25,13 @@ CASES = [  # typed, exit code, whether the file is still there
 ]
 
 
-def answer(command, typed, question=b'Type yes', meanwhile=lambda: None):
+def answer(command, typed, question=b'Type yes', meanwhile=lambda: None, columns=200):
     """Starts the command at a terminal of its own; returns its exit code and what it wrote there. What happens
     meanwhile comes between the question and the answer."""
     child, terminal = pty.fork()
     if child == 0:
         os.execvp(command[0], command)
+    fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack('HHHH', 25, columns, 0, 0))
     tty.setraw(terminal)  # as it is under a console window: keys come one by one
     seen = b''
     sent = False
@@ -107,6 +112,12 @@ def main():
     if (code, told) != (1, line % names[1]) or os.path.exists(path + 'a') or not os.path.exists(path + 'b'):
         print(f'a run while lines are added: exit code {code}, {told!r}: {seen!r}')
     os.remove(boot_list)
+    # The lines of a table fit the terminal, the long ones cut with a mark.
+    for columns, cut in [(60, True), (200, False)]:
+        code, seen = answer(command + ['processes'], b'', b'?', columns=columns)
+        lines = [line for line in re.sub(rb'\x1b\[[?0-9;]*[a-zA-Z]', b'', seen).split(b'\r\n') if line]
+        if code != 0 or len(lines) < 5 or max(map(len, lines)) >= columns or (b'...' in seen) != cut:
+            print(f'processes on {columns} columns: exit code {code}: {lines!r}')
     # A password does not show while it is typed.
     tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')
     os.environ['SYSMAINT_TOOL_RECORD'] = target

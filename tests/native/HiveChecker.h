@@ -13,10 +13,10 @@
 
 #include "core/win32/registry/offline/include/HiveNames.h"
 
-/// What nobody else checks of a written hive: every cell in use is reached once and by its right length,
-/// lists are sorted and hashed, security cells are counted and in a ring, the largest sizes are true, free
-/// cells are only at the ends of bins. Throws with what is wrong. Knows nothing of the engine but the
-/// upper-case table.
+/// Checks what nobody else checks in a written hive: every allocated cell is reached once and with its right
+/// length, lists are sorted and hashed, security cells are counted and in a ring, the largest sizes are
+/// right, free cells are only at the ends of bins. Throws a description of the error. Shares only the
+/// upper-case table with the engine.
 class HiveChecker
 {
 public:
@@ -171,7 +171,7 @@ private:
     }
     void checkValues(std::uint32_t cell)
     {
-        // A key that stands for a predefined handle has that for a number.
+        // A key that stands for a predefined handle has that in place of the number.
         const std::uint32_t count = (half(cell, 2) & 0x40) != 0 ? 0 : word(cell, 36);
         const std::uint32_t list = word(cell, 40);
         if (count != 0)

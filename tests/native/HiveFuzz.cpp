@@ -1,5 +1,5 @@
-// Whatever the bytes: a hive is read or refused; what is read can be walked, changed and written; what was
-// written is right and reads the same; and what was salvaged is such a hive. scripts/fuzz runs this.
+// For any bytes: a hive is read or refused; what was read can be walked, changed and written; what was
+// written is valid and reads the same; and a salvaged hive is such a hive. scripts/fuzz runs this.
 
 #include <cstdlib>
 
@@ -19,7 +19,7 @@ void require(bool condition, const char* what)
     std::abort();
 }
 
-/// What is written holds the same, is right, and comes out the same a second time.
+/// A written hive has the same content, is valid, and is written identically a second time.
 void checkWriting(const Hive& hive)
 {
     const std::vector<std::byte> first = hive.compact();
@@ -29,7 +29,7 @@ void checkWriting(const Hive& hive)
     require(again.compact() == first, "a second time gives other bytes");
 }
 
-/// Changes here and there, as the bytes say.
+/// Makes changes that the bytes select.
 void change(Hive& hive, std::span<const std::byte> bytes)
 {
     KeyId key = Hive::root();
@@ -66,7 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     std::vector<std::byte> bytes(size);
     if (size != 0)
         std::memcpy(bytes.data(), data, size);
-    if (size >= layout::kPage) // nobody guesses it
+    if (size >= layout::kPage) // the fuzzer would not guess it
         layout::store(bytes.data() + layout::base::kChecksum, layout::checksum(bytes.data()));
     bool isWhole = false;
     try {

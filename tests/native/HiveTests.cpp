@@ -22,8 +22,7 @@ Bytes bytesOf(std::string_view text)
     return {bytes.begin(), bytes.end()};
 }
 
-/// Keys "a" (with a class, two values and "below"), "b" and "c", every cell in the order in which it is
-/// written.
+/// Keys "a" (with a class, two values and "below"), "b" and "c", with every cell in the order of writing.
 Bytes smallHive(std::uint32_t segments = 0)
 {
     Hive hive = Hive::create(7);
@@ -66,8 +65,8 @@ struct Damage
     std::uint32_t value;
     int width; ///< of the value, in bytes
     long code;
-    LossKind loss;    ///< the first one that a salvage tells
-    std::size_t left; ///< keys that it saves
+    LossKind loss;    ///< the first one that a salvage records
+    std::size_t left; ///< keys that it recovers
 };
 
 void damage(Bytes& bytes, const Damage& row)
@@ -141,7 +140,7 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         SCOPED_TRACE(row.what);
         Bytes bytes = smallHive();
         const Cells cells(bytes);
-        if (row.width == 0) { // what the row cannot know: a cell that something else has already
+        if (row.width == 0) { // unknown to the row: a cell that is already in use
             row.value = row.place == 48 ? cells.values : row.place == 12 ? cells.a : cells.one;
             row.width = 4;
             row.code = kDamagedHive;
@@ -218,7 +217,7 @@ TEST(HiveTree, KeepsWhatAFileSays)
     EXPECT_TRUE(Hive::parse(std::span<const std::byte>(written)).isClean());
     layout::store(bytes.data() + layout::base::kSecondary, 9U);
     layout::store(bytes.data() + layout::base::kChecksum, layout::checksum(bytes.data()));
-    EXPECT_EQ(written, bytes); // it was written by us in the first place
+    EXPECT_EQ(written, bytes); // we had written it ourselves
 }
 
 TEST(HiveTree, TakesManyKeysAndLevels)
@@ -260,7 +259,7 @@ TEST(HiveTree, IsWhatWasMadeOfIt)
     Hive hive = Hive::parse(smallHive());
     for (const char16_t* name : {u"a", u"b", u"c"})
         hive.deleteKey(*hive.findKey(Hive::root(), name), 1);
-    // The same in maps: keys with their values, all by the number of the name.
+    // The same in maps: keys with their values, identified by the number of the name.
     std::map<std::vector<unsigned>, std::map<unsigned, Bytes>> model{{{}, {}}};
     for (int round = 0; round < 20000; ++round) {
         std::vector<unsigned> way;

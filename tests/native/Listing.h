@@ -38,7 +38,7 @@ inline std::string hex(std::span<const std::byte> bytes)
     return text;
 }
 
-/// Everything that a hive holds: a line for each key and each value, fields with tabs between them.
+/// The whole content of a hive: a line for each key and each value, with fields separated by tabs.
 inline std::string listing(const offline::Hive& hive)
 {
     std::string text;

@@ -18,7 +18,7 @@ struct Choices : std::mt19937
     }
 };
 
-/// Puts one more step that leads nowhere between names: out of what is there, is not there, or is a link.
+/// Adds a detour between names: through an existing folder, a missing one, or a link, and back.
 inline std::wstring detour(Choices& choices)
 {
     constexpr const wchar_t* kDetours[] = {L"sub\\..\\",     L"out\\..\\", L"missing\\..\\",
@@ -26,15 +26,15 @@ inline std::wstring detour(Choices& choices)
     return choices.of(kDetours);
 }
 
-/// Writes the path "Z:\...\root\x" in a random form that names it and nothing else: whatever a form's dots,
-/// slashes and detours are, each name stands for the entry of just that name. `world` is the length of what
-/// detours leave alone, `current` of what stands for the current folder of drive Z:, each with its separator.
-/// With `folder` one may follow.
+/// Writes the path "Z:\...\root\x" in a random form that names only it: with any dots, slashes and detours,
+/// each name stands for the entry of exactly that name. `world` is the length of what detours leave alone,
+/// `current` that of the current folder of drive Z:, each with its separator. With `folder` a separator may
+/// follow.
 inline std::wstring pathForm(Choices& choices, const std::wstring& path, std::size_t world,
                              std::size_t current, bool folder)
 {
     constexpr std::pair<const wchar_t*, char> kForms[] = {
-        {L"\\\\?\\Z:", 'l'}, {L"\\??\\Z:", 'l'}, // to the letter
+        {L"\\\\?\\Z:", 'l'}, {L"\\??\\Z:", 'l'}, // literal
         {L"Z:", 'f'},        {L"Z:", 'f'},       // full
         {L"\\\\.\\Z:", 'f'}, {L"//?/Z:", 'f'},   // of a device
         {L"", 'f'},          {L"", 'r'},         // of the current drive, and from its folder on

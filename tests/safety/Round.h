@@ -10,22 +10,21 @@
 #include "support/Faults.h"
 #include "support/Wipe.h"
 
-/// What comes between in a round: at most one thing, at a chosen one of the moments that the operation
-/// passes.
+/// What interferes with a round: at most one thing, at a chosen moment of the operation.
 enum class Trouble : char
 {
     none = '-',
     otherFolder = 'o', ///< the current folder is another one
     link = 'l',        ///< root/sub is a link to vault/sub
     cancel = 'c',
-    failingCall = 'f' ///< a system call of the library fails, from the beginning on
+    failingCall = 'f' ///< a system call of the library fails from the beginning
 };
 
-/// One operation over the world with what it may touch, and the judge of what came of it.
+/// One operation on the world, what it may touch, and the judgement of the result.
 ///
-/// The rule: an operation destroys the things that the caller named and nothing else. What a path names is
-/// settled when it is given, name by name; a link is a thing of its own; what lies behind one was not named.
-/// What was reported as done has been done. To refuse and change nothing is always right.
+/// The rule: an operation destroys what the caller named and nothing else. What a path names is decided when
+/// it is given, name by name; a link is a separate thing; what is behind it was not named. What was reported
+/// as done has been done. Refusing and changing nothing is always right.
 class Round
 {
 public:
@@ -36,7 +35,7 @@ public:
         SetCurrentDirectoryW(world.windowsPath(home).c_str());
     }
 
-    /// A path in some form, which everything said about the round tells from now on.
+    /// A path in some form, which all messages about the round show from now on.
     const std::wstring& write(const std::string& path, bool folder)
     {
         const std::size_t current = world.windowsPath(home.empty() ? "" : home + "/").size();
@@ -66,7 +65,7 @@ public:
         linked = trouble == Trouble::link && exchange();
     }
 
-    /// The thing and, of a container, what is in it; nothing that is behind a link.
+    /// The thing and a container's content, but nothing behind a link.
     [[nodiscard]] static std::vector<std::string> within(const std::string& path, const Picture& picture)
     {
         std::vector<std::string> result;
@@ -100,7 +99,7 @@ public:
         }
         return possible.empty() ? top : choices.of(possible);
     }
-    /// The caller names a thing to be destroyed, a key with all that is in it; with its data when that is
+    /// The caller names a thing to be destroyed, a key with all its content; with its data when that is
     /// overwritten.
     void name(const std::string& path, bool data = false)
     {
@@ -109,8 +108,8 @@ public:
         if (data && path == "root/hard") // the same data under two names
             named.insert("vault/hard");
     }
-    /// An operation on a thing returned that code. What was wiped in vain, a file or what is not there, may
-    /// go on the list for the restart.
+    /// An operation on a thing returned that code. A file that could not be wiped, or a missing one, may be
+    /// put on the list for the restart.
     void done(const std::string& path, unsigned long code, bool isWiped = false)
     {
         if (code == ERROR_SUCCESS)
@@ -126,8 +125,7 @@ public:
         clean = false;
     }
 
-    /// Compares the world with what was allowed and makes it original again. Returns whether the round was
-    /// clean.
+    /// Compares the world with what was allowed and restores it. Returns whether the round was clean.
     bool judge()
     {
         endTrouble();
@@ -158,13 +156,13 @@ public:
     TestEvent cancel;
     bool destroyed = false; ///< something that was named
     std::set<std::string> mayAppear;
-    std::set<std::string> gone;                  ///< the operation says so
+    std::set<std::string> gone;                  ///< reported by the operation
     std::map<std::string, std::string> contents; ///< these as well
 
 private:
-    /// Exchanges root/sub and aside/sub. False, and nothing happens, where Windows would let nobody move the
-    /// folder: it is open without sharing its deletion, or something in it is open at all. The kernel knows
-    /// nothing of that. Handles that ask for attributes alone hold nothing, there as here.
+    /// Exchanges root/sub and aside/sub. Returns false without doing so where Windows would not let anybody
+    /// move the folder: it is open without sharing deletion, or anything in it is open. The kernel does not
+    /// check that. Handles that only request attributes hold nothing, there as here.
     bool exchange()
     {
         const Picture now = world.look();
@@ -189,7 +187,7 @@ private:
         SetCurrentDirectoryW(world.windowsPath("").c_str());
         if (!linked)
             return;
-        gone.erase("root/sub"); // the link, where the folder was named: only that comes back
+        gone.erase("root/sub"); // if the folder was named, only the link comes back
         if (named.contains("root/sub"))
             named.insert("aside/sub");
         if (!exchange())
@@ -213,7 +211,7 @@ private:
     unsigned number;
     std::string home;
     unsigned momentsLeft = 0;
-    bool linked = false; ///< the link has come
+    bool linked = false; ///< the link was put there
     bool clean = true;
     std::unique_ptr<FailingCall> failing;
     std::set<std::string> named;

@@ -15,7 +15,7 @@
 
 extern "C" LONG NTAPI NtDeleteKey(HANDLE key);
 
-/// What stands under one name: 'f' a file, 'd' a folder, 'l' a link; in the registry 'k' a key, 'v' a value,
+/// What one name stands for: 'f' a file, 'd' a folder, 'l' a link; in the registry 'k' a key, 'v' a value,
 /// 'L' a link.
 struct Thing
 {
@@ -31,7 +31,7 @@ struct Thing
 /// By path below the world's folder; "registry/" begins what is below the scratch key, ":" a value's name.
 using Picture = std::map<std::string, Thing>;
 
-/// What is in one picture and not the same in the other.
+/// What differs between the first picture and the second.
 inline std::vector<Picture::value_type> difference(const Picture& one, const Picture& other)
 {
     std::vector<Picture::value_type> result;
@@ -75,9 +75,9 @@ inline void makeKeyLink(const std::string& path)
     RegCloseKey(link);
 }
 
-/// A small tree with a twin beside every odd name, and copies of it wherever a path taken wrongly could lead:
-/// beside the root, behind its links, below another current folder. Made and looked at past Win32, which
-/// hides what counts.
+/// A small tree with a twin beside every odd name, and copies of it wherever a misread path could lead:
+/// beside the root, behind its links, below another current folder. Created and inspected without Win32,
+/// which hides what matters.
 ///
 ///     root  root.  vault  other/root     the tree; links lead to vault
 ///     aside/sub                          the link to vault/sub that takes the place of root/sub
@@ -95,7 +95,7 @@ struct World
         original["aside/sub"] = {'l', unixPath("vault/sub")};
         for (const char* name : {"aside", "other"})
             original[name] = {'d', ""};
-        for (const char* name : {"vault/behind", "vault/sub/behind"}) // who finds these followed a link
+        for (const char* name : {"vault/behind", "vault/sub/behind"}) // only behind links
             original[name] = {'f', name, 0644};
         original["registry/vault:behind"] = {'v', "behind"};
         original["registry/root/out"] = {'L', ""};
@@ -115,7 +115,7 @@ struct World
     }
     [[nodiscard]] std::string unixPath(const std::string& path) const { return folder + "/" + path; }
 
-    /// Everything as it is now.
+    /// The current state of everything.
     [[nodiscard]] Picture look() const
     {
         Picture picture;
@@ -123,7 +123,7 @@ struct World
         lookIntoKey("registry", picture);
         return picture;
     }
-    /// Makes everything original again, given how it is now. What can't be made shows as missing later.
+    /// Restores everything, given its current state. What cannot be restored shows as missing later.
     void restore(const Picture& now) const
     {
         const auto added = difference(now, original);
@@ -133,7 +133,7 @@ struct World
             make(path, thing);
     }
 
-    /// Adds one of the trees that stand in several places, and one of keys beside it.
+    /// Adds one of the trees, and one of keys beside it.
     void plan(const std::string& at)
     {
         std::string deep = "/";

@@ -1,7 +1,6 @@
-// Watches that nothing goes that was not named: rounds of one random deleting or overwriting operation each,
-// over a tree full of things that it could take by mistake.
-//   safety FOLDER [--seed N] [--rounds N] [--round N]      FOLDER as a Unix path; --round repeats a single
-//   one
+// Checks that nothing is destroyed that was not named: rounds of one random deleting or overwriting operation
+//   each, on a tree full of things that it could destroy by mistake. safety FOLDER [--seed N] [--rounds N]
+//   [--round N] FOLDER as a Unix path; --round repeats a single one
 
 #include <cstdlib>
 #include <cstring>
@@ -14,7 +13,7 @@ namespace {
 unsigned long wipe(Round& round, std::uint32_t kind, const wchar_t* path, DirectoryStack* stack = nullptr,
                    const IScanValidator* validator = nullptr)
 {
-    static Round* wiping; // what the callback, a plain function, belongs to
+    static Round* wiping; // for the callback, which is a plain function
     wiping = &round;
     WipeProgress progress;
     const std::unique_ptr<IWiper> wiper(DllGetWiper());
@@ -30,7 +29,7 @@ bool isReport(const std::string& path)
     return path.compare(path.find_last_of("/:") + 1, 6, "report") == 0;
 }
 
-/// Deletes what a scan has found, or some of it, when it is found or when all is.
+/// Deletes what a scan has found, or some of it, at once or at the end.
 struct Deleter : INotifyHandler
 {
     /// What is found below the thing `top` has a path that begins with `begin`.
@@ -48,7 +47,7 @@ struct Deleter : INotifyHandler
         if (!later)
             finish();
     }
-    /// What was kept, from the back, so that folders come after what was in them.
+    /// Deletes what was kept, from the back, so that folders come after their content.
     void finish()
     {
         for (; !found.empty(); found.pop_back()) {
@@ -57,7 +56,7 @@ struct Deleter : INotifyHandler
             destroy(found.back().first, *found.back().second);
         }
     }
-    /// The thing that an item stands for. None: it was not there to be found.
+    /// The thing that an item stands for. Empty: it could not have been found.
     std::string thing(ScanItem& item)
     {
         const std::wstring text = item.getPath();
@@ -81,7 +80,7 @@ struct Deleter : INotifyHandler
     }
     void destroy(const std::string& path, ScanItem& item)
     {
-        if (path == "registry/root/sub" && round.choices.oneIn(3)) { // another puts a link there
+        if (path == "registry/root/sub" && round.choices.oneIn(3)) { // somebody puts a link there
             RegDeleteTreeW(HKEY_LOCAL_MACHINE, keyPath(path).c_str());
             makeKeyLink(path);
         }
@@ -300,7 +299,7 @@ int main(int argc, char** argv)
     std::setvbuf(stdout, nullptr, _IONBF, 0); // nothing is lost with the program
     std::printf("%u rounds of seed %u\n", rounds, seed);
     SetUnhandledExceptionFilter(sayWhere);
-    // What is refused for good is not waited for in earnest.
+    // Do not really wait for what is refused permanently.
     const ImportReplacement pauses(sysmaintModule(), "Sleep", reinterpret_cast<void*>(+[](DWORD) {}));
     unsigned unclean = 0;
     unsigned destroyed = 0;
@@ -316,6 +315,6 @@ int main(int argc, char** argv)
         destroyed += round.destroyed ? 1 : 0;
     }
     std::printf("%u destroyed what was named, %u violations\n", destroyed, unclean);
-    // A library that refuses everything is of no use, and would show nothing here.
+    // A library that refuses everything would pass, but prove nothing.
     return unclean != 0 || (rounds > 1 && destroyed < rounds * 4 / 10) ? 1 : 0;
 }

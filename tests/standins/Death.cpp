@@ -1,6 +1,6 @@
-// Loaded by a copy of the boot-time program in the place of ntdll.dll, to which it gives everything on. Ends
-// the process, as the power fails, before the call whose number the environment names in SYSMAINT_DEATH_AT.
-// Of calls that change nothing none is counted: what is on the disk is the same before and after them.
+// Loaded by a copy of the boot-time program instead of ntdll.dll, to which it forwards everything. Ends the
+// process, like a power failure, before the call whose number is in the environment variable
+// SYSMAINT_DEATH_AT. Calls that change nothing are not counted: the disk is the same before and after them.
 
 #include <array>
 #include <cstdlib>
@@ -16,7 +16,7 @@ constexpr std::array<const char*, 7> kCounted = {"NtClose",    "NtCreateFile",  
                                                  "NtWriteFile"};
 constexpr UINT kDead = 99;
 
-using Any = LONG_PTR; // so many arguments can be given on, whatever they are
+using Any = LONG_PTR; // enough to forward any arguments
 using Call = Any(NTAPI*)(Any, Any, Any, Any, Any, Any, Any, Any, Any, Any, Any);
 std::array<std::atomic<void*>, kCounted.size()> originals;
 long left = 0;
@@ -32,7 +32,7 @@ Any NTAPI counted(Any a, Any b, Any c, Any d, Any e, Any f, Any g, Any h, Any i,
 template <std::size_t... I>
 void replaceAll(std::index_sequence<I...>)
 {
-    // For as long as the process lives, which nothing destroys.
+    // Never destroyed while the process lives.
     static auto* const replacements = new std::array<std::unique_ptr<ImportReplacement>, kCounted.size()>{
         std::make_unique<ImportReplacement>(GetModuleHandleW(nullptr), kCounted[I],
                                             reinterpret_cast<void*>(&counted<I>), &originals[I])...};

@@ -1,6 +1,6 @@
-// Stands for the system's offreg.dll, which the platform has not. Its functions do their work on hives that
-// are really read and written, and keep to what their documentation says: buffers too small are 234, what is
-// not there is 2, behind the last is 259, a key with sub-keys is not deleted, a file is not overwritten.
+// Stands in for the system's offreg.dll, which the platform lacks. Its functions work on hives that are
+// really read and written, and follow the documentation: 234 for a buffer that is too small, 2 for what does
+// not exist, 259 after the last; a key with sub-keys is not deleted, a file is not overwritten.
 
 #include <windows.h>
 

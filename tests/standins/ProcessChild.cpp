@@ -1,7 +1,6 @@
-// A program that the tests start, find, wait for and end:
-//   process_child sleep | exit CODE | write MEBIBYTES | echo TEXT... | orphan | tree CHILDREN LEVELS
-// A tree has that many children below each process of all levels but the last. What sleeps ends by itself
-// after two minutes.
+// A program that the tests start, find, wait for and end: process_child sleep | exit CODE | write MEBIBYTES |
+//   echo TEXT... | orphan | tree CHILDREN LEVELS A tree has that many children below each process of all
+//   levels but the last. Sleeping processes end by themselves after two minutes.
 
 #include <windows.h>
 
@@ -51,7 +50,7 @@ int wmain(int count, wchar_t** arguments)
             write(arguments[i], (std::wcslen(arguments[i]) + 1) * sizeof(wchar_t));
         return 0;
     }
-    if (what == L"orphan") { // its child goes on, and holds what it has inherited
+    if (what == L"orphan") { // its child lives on, and holds what it has inherited
         startSelf(L"sleep");
         write("done", 4);
         return 0;

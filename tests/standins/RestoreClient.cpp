@@ -1,6 +1,7 @@
-// Stands in for the system's restore client. Each call appends a line to the file that the environment names
-// in SYSMAINT_RESTORE_RECORD, and takes the next answer from SYSMAINT_RESTORE_ANSWERS: "n12" succeeds with
-// the number 12, "e5" fails with the last error 5, "s5" fails with the status 5 alone. Without answers: n12.
+// Stands in for the system's restore client. Each call appends a line to the file named in the environment
+// variable SYSMAINT_RESTORE_RECORD, and takes the next answer from SYSMAINT_RESTORE_ANSWERS: "n12" succeeds
+// with the number 12, "e5" fails with the last error 5, "s5" fails with only the status 5. Without answers:
+// n12.
 
 #include <windows.h>
 

@@ -1,6 +1,6 @@
-// Stands in for the snapshot tool: writes its command line as it got it, and each of its arguments on a line,
-// to the file that the environment names in SYSMAINT_TOOL_RECORD. SYSMAINT_TOOL_DELAY: milliseconds before
-// that; SYSMAINT_TOOL_RESULT: its exit code.
+// Stands in for the snapshot tool: writes its command line as received, and each of its arguments on a line,
+// to the file named in the environment variable SYSMAINT_TOOL_RECORD. SYSMAINT_TOOL_DELAY: milliseconds
+// before that; SYSMAINT_TOOL_RESULT: its exit code.
 
 #include <windows.h>
 

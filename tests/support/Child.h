@@ -18,7 +18,7 @@ inline std::wstring childProgram()
     return self.substr(0, self.find_last_of(L'\\') + 1) + L"process_child.exe";
 }
 
-/// One run of it. Whatever is left of it, and of what it has started, ends with this object.
+/// One run of it. The destructor ends what is left of it and of its descendants.
 class Child
 {
 public:
@@ -70,7 +70,7 @@ private:
 
 using ProcessHandle = SmartHandle<CloseProcess>;
 
-/// The list that a call gave; empty when it failed, which the test is told.
+/// The list that a call returned; empty when it failed, which fails the test.
 template <class Entry, class Call>
 std::vector<Entry> listOf(Given<Entry>& buffer, Call&& call)
 {

@@ -1,5 +1,4 @@
-// A test program that ends in every wrong way, for tests/runner.sh: none may be taken for one that has
-// passed.
+// A test program that ends in every wrong way, for tests/runner.sh: none may pass for a success.
 
 #include <gtest/gtest.h>
 

@@ -12,7 +12,7 @@
 
 inline constexpr DWORD kFailure = ERROR_IO_DEVICE;
 
-/// Imports of the library after what they return when they fail, which may be the code itself.
+/// Imports of the library, grouped by what they return when they fail, which may be the code itself.
 inline const std::map<LONG_PTR, std::vector<std::string>> kFaults = [] {
     constexpr std::pair<LONG_PTR, const char*> kRows[] = {
         {0,
@@ -37,7 +37,7 @@ inline const std::map<LONG_PTR, std::vector<std::string>> kFaults = [] {
     return faults;
 }();
 
-/// Lets one of this thread's calls of an import fail for the length of a scope. One at a time.
+/// Lets one of this thread's calls of an import fail for a scope. One at a time.
 class FailingCall
 {
 public:
@@ -48,13 +48,13 @@ public:
         s_thread = GetCurrentThreadId();
         s_left = number;
     }
-    /// From now on none fails any more.
+    /// From now on none fails.
     static void end() { s_thread = 0; }
-    /// Whether the call has come.
+    /// Whether the call was made.
     [[nodiscard]] static bool hasCome() { return s_left <= 0; }
 
 private:
-    /// Stands for functions of up to twelve arguments: so many can be passed on, whatever they are.
+    /// Stands for functions of up to twelve arguments of any type.
     using Any = LONG_PTR;
     static Any WINAPI call(Any a, Any b, Any c, Any d, Any e, Any f, Any g, Any h, Any i, Any j, Any k, Any l)
     {
@@ -78,8 +78,8 @@ inline bool isImpersonating()
     return OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token) && CloseHandle(token);
 }
 
-/// Lets each call that `operation` makes of each import fail in turn, after `prepare`. Nothing stays open, no
-/// thread runs any more and nobody stays impersonated, at the latest after the second time; `check` takes the
+/// Lets each call that `operation` makes of each import fail in turn, after `prepare`. Nothing may stay open,
+/// no thread may be running and nobody impersonated, at the latest after the second time; `check` gets the
 /// import and what the operation returned.
 template <class Prepare, class Operation, class Check>
 void failEachCall(Prepare&& prepare, Operation&& operation, Check&& check)

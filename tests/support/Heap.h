@@ -7,15 +7,15 @@
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/ImportReplacement.h"
 
-/// Watches the heap of one module for the length of a scope: what it takes from the process heap and from the
-/// runtime's and is not given back, and the n-th taking, which can be made to find no memory. Blocks may be
-/// given back by the module or by this program. One at a time; takes no lock, so threads may be suspended.
+/// Watches the heap of one module for a scope: what it allocates from the process heap and the runtime's and
+/// does not free. The n-th allocation can be made to fail. The module or this program may free blocks. One at
+/// a time; takes no lock, so threads may be suspended.
 class HeapWatch
 {
 public:
     explicit HeapWatch(HMODULE module)
     {
-        if (s_entries.empty()) // 32 MB that are to stand neither in the program's file nor in a heap
+        if (s_entries.empty()) // 32 MB that belong neither in the program's file nor in a heap
             s_entries = {static_cast<Entry*>(VirtualAlloc(nullptr, kEntries * sizeof(Entry),
                                                           MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE)),
                          kEntries};
@@ -34,7 +34,7 @@ public:
             replace(giver, "free", &release);
         }
         const ImportReplacement measured(own, "malloc", reinterpret_cast<void*>(&measure));
-        for (int turn = 0; turn < 2; ++turn) // the first exception of a thread takes more than itself
+        for (int turn = 0; turn < 2; ++turn) // a thread's first exception allocates more than itself
             try {
                 throw 1L;
             } catch (long) {
@@ -45,10 +45,10 @@ public:
     HeapWatch& operator=(const HeapWatch&) = delete;
     ~HeapWatch() { disarm(); }
 
-    /// The blocks taken and not given back since the watch began; 0 without a watch.
+    /// The blocks allocated and not freed since the watch began; 0 without a watch.
     [[nodiscard]] static long liveBlocks() { return s_live; }
-    /// The calling thread's taking `number` (from 1, counted from now) finds no memory, and those after it
-    /// do. What carries an exception is no taking: the runtime has a reserve for it.
+    /// The calling thread's allocation `number` (from 1, counted from now) fails, and later ones succeed. The
+    /// memory of an exception does not count: the runtime has a reserve for it.
     static void arm(long number)
     {
         s_thread = GetCurrentThreadId();
@@ -56,7 +56,7 @@ public:
         s_number = number;
     }
     static void disarm() { s_number = 0; }
-    /// Whether the taking that was to fail has come.
+    /// Whether the failing allocation was made.
     [[nodiscard]] static bool hasFailed() { return s_failed; }
 
 private:
@@ -69,7 +69,7 @@ private:
         const std::size_t hash = (reinterpret_cast<std::uintptr_t>(address) >> 4) * 0x9E3779B97F4A7C15U;
         return s_entries.subspan((hash >> 46) * kBucketSize, kBucketSize);
     }
-    /// What `original` takes, in place of the block `old` if there is one.
+    /// What `original` allocates, replacing the block `old` if there is one.
     template <class Original>
     static void* taken(void* old, Original&& original, bool canFail = true)
     {
@@ -98,7 +98,7 @@ private:
             }
     }
 
-    // In place of the system's functions. This program's own are those of the system.
+    // Replacements of the system's functions. This program itself uses the system's.
     static void* WINAPI heapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {
         return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
@@ -153,7 +153,7 @@ private:
     static inline std::size_t s_exceptionHead = 0;
     static inline bool s_failed = false;
     static inline DWORD s_thread = 0;
-    // What the names themselves stand for is replaced.
+    // The imports of these names are replaced.
     template <class Function>
     static Function* systemFunction(const wchar_t* library, const char* name)
     {

@@ -13,7 +13,7 @@
 
 inline constexpr DWORD kCluster = 4096;
 
-/// A hive file with an empty root key in one bin, and so many bins that hold nothing.
+/// A hive file with an empty root key in one bin, and so many empty bins.
 inline Bytes hiveOf(std::uint32_t emptyBins)
 {
     const std::vector<std::byte> compact = offline::Hive::create(1).compact();

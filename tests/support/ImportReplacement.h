@@ -12,12 +12,12 @@
 #include <type_traits>
 #include <vector>
 
-/// Swaps one imported function in a module's import table for the length of a scope.
+/// Replaces one imported function in a module's import table for a scope.
 class ImportReplacement
 {
 public:
-    /// Throws when the module does not import the function: a test that replaces nothing shows nothing.
-    /// `original` takes the function that was there before the first call can come.
+    /// Throws when the module does not import the function: a test that replaces nothing proves nothing.
+    /// `original` receives the original function before the first call.
     ImportReplacement(HMODULE module, const char* function, void* replacement,
                       std::atomic<void*>* original = nullptr)
     {
@@ -84,7 +84,7 @@ class CountedImport<Name, Result(WINAPI*)(Arguments...)>
 public:
     using Original = Result(WINAPI*)(Arguments...);
     using Value = std::conditional_t<std::is_void_v<Result>, char, Result>;
-    /// What to do in place of the call; gets the original function to call it or not.
+    /// Called instead; gets the original function, which it may call.
     using Hook = std::function<Result(Original, Arguments...)>;
 
     explicit CountedImport(HMODULE module)
@@ -141,7 +141,7 @@ inline HMODULE sysmaintModule()
     return GetModuleHandleW(L"sysmaint.dll");
 }
 
-/// An import of the DLL, replaced for the length of a scope.
+/// An import of the DLL, replaced for a scope.
 template <ImportName Name, class Function>
 struct Replaced : CountedImport<Name, Function>
 {

@@ -4,8 +4,8 @@
 
 #include "support/ImportReplacement.h"
 
-/// Counts the calls of the DLL that go to the kernel for an object: waits, mutexes, events, handles. Only the
-/// functions that the DLL imports can be called, so the others are passed over. A slim lock or a condition
+/// Counts the calls of the DLL that go to the kernel for an object: waits, mutexes, events, handles. Only
+/// functions that the DLL imports can be called, so the others are skipped. A slim lock or a condition
 /// variable that has to wait is not seen.
 class KernelCalls
 {
@@ -27,11 +27,11 @@ public:
         return sum;
     }
     void reset() { m_before += total(); }
-    /// Only the threads that call this are counted: others may still be ending what an earlier test began.
+    /// Only the threads that call this are counted: others may still be finishing an earlier test's work.
     void countThisThread() { m_threads[m_counted++] = GetCurrentThreadId(); }
 
 private:
-    // All take up to seven numbers or pointers: seven passed on are those that were given, and more.
+    // All take up to seven numbers or pointers, so passing on seven covers every call.
     using Any = UINT_PTR(WINAPI*)(UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR);
     template <ImportName Name, ImportName... Others>
     void count(HMODULE module)

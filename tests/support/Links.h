@@ -6,10 +6,10 @@
 #include <stdexcept>
 #include <string>
 
-// Links to folders, made and put in the place of folders between two instructions of the test. Wine makes no
-// links itself (CreateSymbolicLinkW is a stub) and its MoveFileExW moves what a link leads to, so the kernel
-// below it is asked: a Windows program runs natively there, one call takes some 5 microseconds, and share
-// modes keep it from nothing.
+// Creates links to folders, and replaces folders with them, between two instructions of the test. Wine
+// creates no links itself (CreateSymbolicLinkW is a stub) and its MoveFileExW moves a link's target, so this
+// calls the kernel below it: a Windows program runs natively there, one call takes some 5 microseconds, and
+// share modes do not restrict it.
 
 /// One call of the Linux kernel: its result, or the negative errno.
 inline long long unixCall(long long number, const void* first = nullptr, const void* second = nullptr,
@@ -39,8 +39,8 @@ inline std::string utf8(const std::wstring& text)
     return {bytes.begin(), bytes.end()};
 }
 
-/// Where a Windows path lies for the kernel. Its folder must exist; its last name is taken as it stands, and
-/// needs not exist. Throws on real Windows, where no kernel must be called like this.
+/// The kernel's path of a Windows path. Its folder must exist; its last name is taken literally and need not
+/// exist. Throws on real Windows, where the kernel must not be called like this.
 inline std::string unixPath(const std::wstring& path)
 {
     using Translate = char*(__cdecl*)(const wchar_t*);
@@ -55,7 +55,7 @@ inline std::string unixPath(const std::wstring& path)
     return result;
 }
 
-/// Renames what stands under a path, whoever has it open. Throws, as the next two, when that fails.
+/// Renames what a path names, even if it is open. Throws, like the next two, when that fails.
 inline void moveAway(const std::wstring& from, const std::wstring& to)
 {
     constexpr long long kRename = 82;
@@ -63,7 +63,7 @@ inline void moveAway(const std::wstring& from, const std::wstring& to)
         throw std::runtime_error("cannot move " + utf8(from));
 }
 
-/// Makes `link` a symbolic link that leads to the folder `target`, both absolute paths.
+/// Makes `link` a symbolic link to the folder `target`, both absolute paths.
 inline void makeLink(const std::wstring& target, const std::wstring& link)
 {
     constexpr long long kMakeLink = 88;
@@ -71,7 +71,7 @@ inline void makeLink(const std::wstring& target, const std::wstring& link)
         throw std::runtime_error("cannot link " + utf8(link));
 }
 
-/// Puts a link to `target` where `folder` stands, which is moved away: to `folder` and ".old".
+/// Replaces `folder` with a link to `target`; the folder is moved away to `folder` and ".old".
 inline void swapForLink(const std::wstring& folder, const std::wstring& target)
 {
     moveAway(folder, folder + L".old");

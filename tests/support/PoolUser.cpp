@@ -1,4 +1,4 @@
-// A library that uses the one under test as callers do, so that the two can be unloaded together.
+// A library that uses the one under test like a caller, so the two can be unloaded together.
 
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/threadpool/api.h"
@@ -17,7 +17,7 @@ long queue(const Pool& pool, THPWorkFunction function)
                         nullptr);
 }
 
-/// What the destructors of a library's static objects may do, in the loader lock: called at the end of the
+/// What the destructors of a library's static objects may do in the loader lock. Called at the end of the
 /// library or of the process, before the handles above are closed.
 struct Ending
 {
@@ -60,7 +60,7 @@ POOL_USER_EXPORT long suspend()
     return THPSuspendWork(openPool.get(), 1UL);
 }
 
-/// Keeps the topic and the pool open for ever: nobody has their handles any more.
+/// Keeps the topic and the pool open forever: nobody has their handles now.
 POOL_USER_EXPORT void forget()
 {
     static_cast<void>(openTopic.release());

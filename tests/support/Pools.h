@@ -17,7 +17,7 @@ using Operation = IThreadPool::OperationType;
 inline constexpr unsigned long kCategory = 1;
 inline const THPCategoryOptions kOneThread(1, 0, 0, 0);
 
-/// Work that does what the test says.
+/// Work that the test defines.
 struct Work : ITHPWorkItem
 {
     explicit Work(std::function<long(IThreadContext&, HANDLE)> what) : body(std::move(what)) {}
@@ -29,7 +29,7 @@ struct Work : ITHPWorkItem
     std::function<long(IThreadContext&, HANDLE)> body;
 };
 
-/// Work that stays until it is let go or cancelled, and counts how often it began.
+/// Work that blocks until it is released or cancelled, and counts its starts.
 struct Blocker : Work
 {
     Blocker()
@@ -102,7 +102,7 @@ struct TestPool
     void* handle;
 };
 
-/// Does what the test says with messages, or writes down which operation was called.
+/// Handles messages as the test defines, or records which operation was called.
 template <class Base>
 struct Recorder : Base
 {
@@ -147,7 +147,7 @@ using TakesAll = Takes<Takes<Takes<Takes<Base, MessageW>, DataMessage>, ArrayMes
 using Handler = TakesAll<Recorder<IMessageHandler>>;
 using Filter = TakesAll<Recorder<MessageFilter>>;
 
-/// A topic with one subscriber, which is to outlive it.
+/// A topic with one subscriber, which must outlive it.
 inline TopicHandle topicOf(IMessageHandler& handler)
 {
     TopicHandle topic = CreateMessageTopic(L"test topic");
@@ -164,7 +164,7 @@ inline long send(const TopicHandle& topic, std::uint32_t id = 0)
     return TopicSendMessage(topic, MessageW(L"topic", id), reply, nullptr);
 }
 
-/// What the process makes once and keeps of pools and topics is there before any test counts.
+/// Creates what the process keeps of pools and topics before any test counts.
 struct PoolsWarmUp : testing::Environment
 {
     void SetUp() override

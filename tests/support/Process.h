@@ -13,8 +13,8 @@
 
 #include "support/Heap.h"
 
-/// The handles that this process has open, as the system itself counts them: GetProcessHandleCount always
-/// answers 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
+/// The number of this process's open handles, as the system itself counts them: GetProcessHandleCount always
+/// returns 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
 /// not tell.
 inline DWORD processHandleCount(HANDLE sample = nullptr)
 {
@@ -48,7 +48,7 @@ inline DWORD processHandleCount(HANDLE sample = nullptr)
     }));
 }
 
-/// What the process holds now, to be compared later.
+/// What the process holds now, for a later comparison.
 struct ProcessCounts
 {
     DWORD threads = 0;
@@ -77,7 +77,7 @@ struct ProcessCounts
                std::to_string(blocks) + " blocks";
     }
 
-    /// Whether the process comes back to no more than this. What ends by itself is given time to.
+    /// Whether the process returns to no more than this. Allows time for what ends by itself.
     [[nodiscard]] bool isReachedAgain(int attempts = 600) const
     {
         for (; attempts > 0; --attempts) {
@@ -113,7 +113,7 @@ inline DWORD exitCodeOf(HANDLE process)
     return code;
 }
 
-/// A manual-reset event of the test's own.
+/// A manual-reset event for tests.
 class TestEvent
 {
 public:

@@ -8,7 +8,7 @@ inline std::wstring readText(const std::wstring& path)
     return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
 }
 
-/// A program or library that stands beside the tests.
+/// A program or library beside the tests.
 inline std::wstring besideTests(const wchar_t* name)
 {
     wchar_t path[MAX_PATH];
@@ -17,7 +17,7 @@ inline std::wstring besideTests(const wchar_t* name)
 }
 
 /// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
-/// end the process. standins/RestoreClient.cpp says what it answers and writes down.
+/// end the process. standins/RestoreClient.cpp describes what it answers and records.
 class RestoreClient
 {
 public:
@@ -37,7 +37,7 @@ public:
     {
         SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers);
     }
-    /// What it was called with since the last time.
+    /// The calls since the last time.
     std::wstring takeRecord() const
     {
         std::wstring text = readText(m_record);

@@ -19,7 +19,7 @@ inline SharedPtr<IScanValidator> everything()
     return SharedPtr<IScanValidator>(DllGetScanValidator());
 }
 
-/// The question by which the library lists a folder, among others.
+/// The function by which the library lists a folder, among others.
 using AskedHandle = Replaced<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)>;
 
 /// A hook for it: shows each entry that the system lists to `change`.
@@ -39,8 +39,8 @@ inline auto changingEntries(const std::function<void(FILE_ID_BOTH_DIR_INFO&)>& c
     };
 }
 
-/// Collects what a scan reports, apart from it what could not be listed, and does on each item what the test
-/// wants.
+/// Collects what a scan reports, separately what could not be listed, and runs the test's action on each
+/// item.
 class Collector : public INotifyHandler
 {
 public:
@@ -103,7 +103,7 @@ inline std::wstring testFolder()
     return folder != nullptr ? folder : L"";
 }
 
-/// A new folder of this process's own, below the temporary folder, with nothing but these in it.
+/// A new folder of this process below the temporary folder, with only these folders in it.
 inline std::wstring scratchFolder(std::initializer_list<const wchar_t*> folders = {})
 {
     static long count = 0;
@@ -113,19 +113,19 @@ inline std::wstring scratchFolder(std::initializer_list<const wchar_t*> folders 
     do
         folder = std::wstring(temporary) + L"sysmaint-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                  std::to_wstring(++count);
-    while (!CreateDirectoryW(folder.c_str(), nullptr)); // process numbers come again
+    while (!CreateDirectoryW(folder.c_str(), nullptr)); // process ids are reused
     for (const wchar_t* name : folders)
         CreateDirectoryW((folder + name).c_str(), nullptr);
     return folder;
 }
 
-/// Whether there is something under exactly that name.
+/// Whether exactly that name exists.
 inline bool stands(const std::wstring& path)
 {
     return GetFileAttributesW((L"\\\\?\\" + path).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-/// The item of a handle, which is given back.
+/// The item of a handle, which is closed.
 inline SharedPtr<ScanItem> itemOf(void* handle)
 {
     SharedPtr<ScanItem> item;
@@ -155,7 +155,8 @@ std::string dumpOf(const Object& object, unsigned long code = kStateAll)
     return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
 }
 
-/// A stream that ends early, wherever that is, leaves an object what it was. It would become what `other` is.
+/// A stream that ends early, at any byte, leaves an object unchanged. Complete, it would make it equal to
+/// `other`.
 template <class Object>
 void expectCutsChangeNothing(Object& object, const Object& other, unsigned long code = kStateAll)
 {

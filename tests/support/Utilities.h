@@ -5,13 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "core/win32/utils/memory/api.h"
 
-// What the tests of the utility functions share: results as values, and codes in their place.
+// What the tests of the utility functions share: results as values, or codes instead.
 
-/// Owns a buffer that a utility function gave.
+/// Owns a buffer that a utility function returned.
 template <class T>
 class Given
 {
@@ -20,7 +22,11 @@ public:
     Given(const Given&) = delete;
     Given& operator=(const Given&) = delete;
     ~Given() { utilsFreeMemory(m_buffer); }
-    T** operator&() { return &m_buffer; } // NOLINT: it stands for the pointer
+    T** operator&() // NOLINT: it stands for the pointer, of a new buffer
+    {
+        utilsFreeMemory(std::exchange(m_buffer, nullptr));
+        return &m_buffer;
+    }
     [[nodiscard]] T* get() const { return m_buffer; }
     T& operator[](std::size_t i) const { return m_buffer[i]; }
 
@@ -28,25 +34,25 @@ private:
     T* m_buffer = nullptr;
 };
 
-/// The text that a call gave, or "code N".
+/// The text that a call returned, or "code N".
+template <class Char, class Call>
+std::basic_string<Char> textOf(Call&& call)
+{
+    Given<Char> text;
+    const long code = call(&text);
+    EXPECT_EQ(code != 0, text.get() == nullptr);
+    if (code == 0)
+        return text.get();
+    const std::string failure = "code " + std::to_string(code);
+    return {failure.begin(), failure.end()};
+}
 template <class Call>
 std::wstring wideOf(Call&& call)
 {
-    Given<wchar_t> text;
-    const long code = call(&text);
-    EXPECT_EQ(code != 0, text.get() == nullptr);
-    return code == 0 ? text.get() : L"code " + std::to_wstring(code);
-}
-template <class Call>
-std::string narrowOf(Call&& call)
-{
-    Given<char> text;
-    const long code = call(&text);
-    EXPECT_EQ(code != 0, text.get() == nullptr);
-    return code == 0 ? text.get() : "code " + std::to_string(code);
+    return textOf<wchar_t>(call);
 }
 
-/// The number that a call gave, or minus its code.
+/// The number that a call returned, or minus its code.
 template <class T, class Call>
 long long numberOf(Call&& call)
 {
@@ -61,7 +67,28 @@ int flagOf(Call&& call)
     return static_cast<int>(numberOf<int>(call));
 }
 
-/// The texts of a list that a call gave, with commas between them, or "code N".
+template <class... Parameters>
+using ResultOf =
+    std::remove_pointer_t<std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>>>;
+/// A function whose last parameter takes a text or a number, as one that returns it, or the code as above.
+template <class... Parameters>
+auto asText(long (*function)(Parameters...))
+{
+    return [function](auto... arguments) {
+        return textOf<std::remove_pointer_t<ResultOf<Parameters...>>>(
+            [&](auto** text) { return function(arguments..., text); });
+    };
+}
+template <class... Parameters>
+auto asNumber(long (*function)(Parameters...))
+{
+    return [function](auto... arguments) {
+        return numberOf<ResultOf<Parameters...>>(
+            [&](auto* number) { return function(arguments..., number); });
+    };
+}
+
+/// The texts of a list that a call returned, separated by commas, or "code N".
 template <class Call>
 std::wstring listOf(Call&& call)
 {
@@ -84,3 +111,12 @@ inline std::string utf8(const std::wstring& text)
                             static_cast<int>(result.size()), nullptr, nullptr)));
     return result;
 }
+
+/// A path below the folder that the tests may write to.
+inline std::wstring testPath(const wchar_t* name)
+{
+    return _wgetenv(L"SYSMAINT_TEST_FOLDER") + (L"\\" + std::wstring(name));
+}
+
+/// A handle that nothing has.
+inline void* const kNoHandle = reinterpret_cast<void*>(0x5554); // NOLINT(performance-no-int-to-ptr)

@@ -20,7 +20,7 @@ inline void writeBytes(const std::wstring& path, const Bytes& bytes)
     EXPECT_TRUE(file.flush());
 }
 
-/// All bytes of a file; of a missing one none.
+/// All bytes of a file; none for a missing one.
 inline Bytes readBytes(const std::wstring& path)
 {
     std::ostringstream text;

@@ -15,7 +15,7 @@
 #include <string>
 #include <utility>
 
-/// What the DLL has taken of COM and not given back, and which of its calls fails.
+/// What the DLL has taken from COM and not released, and which of its calls fails.
 struct ComCalls
 {
     long failing = 0; ///< number of the call that fails, from 1; 0: none
@@ -36,7 +36,7 @@ struct ComCalls
 };
 inline ComCalls com;
 
-/// A COM object with the methods that stand in its table; to call any other would end the test.
+/// A COM object with the methods in its table; calling any other would end the test.
 struct FakeObject
 {
     template <class Result, class... Arguments>
@@ -64,11 +64,11 @@ struct FakeObject
     void* slots[32]{};
 };
 
-/// While it lives, the calling thread's apartment has this WMI in the place of the system's.
+/// While it lives, the calling thread's apartment uses this WMI instead of the system's.
 class FakeWmi
 {
 public:
-    /// Of the calls that give an object out, by how many texts they take and where they put it.
+    /// Calls that return an object: a digit for the number of their texts, one for where they store it.
     static constexpr int kNextRow = 2, kExecute = 25;
 
     FakeWmi()
@@ -92,11 +92,11 @@ public:
     }
 
     static inline std::map<std::wstring, VARIANT> properties;              ///< of every object
-    static inline int withheld = -1;                                       ///< succeeds, and gives nothing
+    static inline int withheld = -1;                                       ///< succeeds without an object
     static std::wstring takeAsked() { return std::exchange(s_asked, {}); } ///< each text with a ';', in order
-    /// What a subscription gives next: it sets the properties of the object that it gives, or returns a code.
+    /// The next event of a subscription: sets the properties of the returned object, or returns a code.
     using Event = std::function<HRESULT()>;
-    static inline std::atomic<long> fetches{0}; ///< that have found nothing to give
+    static inline std::atomic<long> fetches{0}; ///< that found no event
     static void post(Event event)
     {
         const std::lock_guard guard(s_lock);

@@ -4,6 +4,6 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     const int result = RUN_ALL_TESTS();
-    // A program whose tests are all filtered out or missing has shown nothing.
+    // A program whose tests are all filtered out or missing has proven nothing.
     return testing::UnitTest::GetInstance()->test_to_run_count() == 0 ? 1 : result;
 }

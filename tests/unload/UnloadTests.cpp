@@ -1,5 +1,5 @@
 // What happens to running threads when the library is unloaded and when the process ends. This program does
-// not link the library, so it can let go of it.
+// not link the library, so it can unload it.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ constexpr int kGood = 42; // the exit code of a child in which all went well
 
 bool workHeedsCancel = false;
 bool workLoads = false;
-const TestEvent* handlerIsInside; // its thread has begun, for which the loader must be free
+const TestEvent* handlerIsInside; // its thread has started, which needs the loader lock
 const TestEvent* workStarted;
 const TestEvent* workMayEnd;
 
@@ -48,7 +48,7 @@ struct StayingHandler : IMessageHandler
     TestEvent mayEnd;
 };
 
-/// The library under test, with its user, loaded for the length of a scope.
+/// The library under test, with its user, loaded for a scope.
 struct Library
 {
     Library() = default;
@@ -69,7 +69,7 @@ bool isLoaded()
     return GetModuleHandleW(L"sysmaint.dll") != nullptr;
 }
 
-/// Lets go of the library, or ends, while a pool and a topic are both in the middle of their work.
+/// Unloads the library, or ends, while a pool and a topic are both in the middle of their work.
 int runChild(const std::string& mode)
 {
     const auto is = [&](const char* part) { return mode.find(part) != std::string::npos; };
@@ -105,7 +105,7 @@ int runChild(const std::string& mode)
         return 3;
     mayEnd.set();
     handler.mayEnd.set();
-    Sleep(200); // the threads come back from the work to code that must still be there
+    Sleep(200); // the threads return from the work to code that must still be loaded
     return isLoaded() ? kGood : 4;
 }
 } // namespace
@@ -118,7 +118,7 @@ TEST(Unload, GivesEverythingBackOnceAllPoolsAreClosed)
     workMayEnd = &mayEnd;
     mayEnd.set();
     ProcessCounts limit;
-    for (int round = -1; round < 6; ++round) { // first what the process makes once and keeps
+    for (int round = -1; round < 6; ++round) { // first what the process creates once and keeps
         {
             const Library library;
             EXPECT_TRUE(isLoaded());
@@ -135,12 +135,12 @@ TEST(Unload, GivesEverythingBackOnceAllPoolsAreClosed)
 TEST(Unload, InTheMiddleOfWork)
 {
     const wchar_t* modes[] = {
-        // The threads of a pool that is still open keep the code that they run.
+        // The threads of a pool that is still open keep their code loaded.
         L"forgotten-busy", L"forgotten-idle",
         // The process ends in the middle of everything.
         L"exit", L"exit-forgotten", L"exit-suspended",
         // A client library's static objects unsubscribe, wait, and close its pools and topics in the loader
-        // lock. What needs that lock to begin or to end cannot be waited for.
+        // lock. Waiting for what needs that lock to begin or end is impossible.
         L"static-idle", L"static-busy"};
     for (const wchar_t* mode : modes)
         EXPECT_EQ(exitCodeOf(startSelf({mode})), static_cast<DWORD>(kGood)) << mode;

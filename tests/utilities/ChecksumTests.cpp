@@ -1,5 +1,5 @@
-// The expected values are those that md5sum, sha1sum, sha256sum and crc32 of Debian gave:
-// tests/support/checksums made the files and the list.
+// The expected values come from md5sum, sha1sum, sha256sum and crc32 of Debian: tests/support/checksums made
+// the files and the list.
 
 #include "core/win32/utils/checksums/api.h"
 
@@ -14,7 +14,7 @@
 namespace {
 std::string hex(const void* bytes, size_t size)
 {
-    return narrowOf([&](char** text) { return StringFormatHexA(bytes, size, text); });
+    return asText(StringFormatHexA)(bytes, size);
 }
 std::string hex(unsigned long value)
 {
@@ -38,24 +38,19 @@ struct Progress
     }
 };
 
-std::wstring folder()
-{
-    wchar_t text[1024];
-    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", text, 1024);
-    return std::wstring(text) + L"\\checksums\\";
-}
+const std::wstring kFolder = testPath(L"checksums\\");
 } // namespace
 
 TEST(Checksums, AgreeWithOtherPrograms)
 {
-    std::ifstream list(utf8(folder() + L"list"));
+    std::ifstream list(utf8(kFolder + L"list"));
     std::string line;
     int files = 0;
     while (std::getline(list, line)) {
         std::istringstream words(line);
         std::string name, crc, md5, sha1, sha256;
         words >> name >> crc >> md5 >> sha1 >> sha256;
-        const std::wstring path = folder() + std::wstring(name.begin(), name.end());
+        const std::wstring path = kFolder + std::wstring(name.begin(), name.end());
         std::ifstream file(utf8(path), std::ios::binary);
         const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         unsigned long value = 0;
@@ -90,7 +85,7 @@ TEST(Checksums, AgreeWithOtherPrograms)
 
 TEST(Checksums, CancelAndFail)
 {
-    const std::wstring large = folder() + L"large";
+    const std::wstring large = kFolder + L"large";
     unsigned char digest[32] = {};
     Progress progress;
     progress.cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -98,8 +93,8 @@ TEST(Checksums, CancelAndFail)
     EXPECT_EQ(progress.calls, 1U);
     EXPECT_EQ(hex(digest, 32), std::string(64, '0'));
     CloseHandle(progress.cancel);
-    EXPECT_EQ(ChecksumFileMd5(large.c_str(), reinterpret_cast<void*>(0x5554), nullptr, nullptr, digest), 6);
+    EXPECT_EQ(ChecksumFileMd5(large.c_str(), kNoHandle, nullptr, nullptr, digest), 6);
     EXPECT_EQ(ChecksumSha1("", static_cast<size_t>(-1), digest), 87);
-    EXPECT_EQ(ChecksumFileMd5((folder() + L"missing").c_str(), nullptr, nullptr, nullptr, digest), 2);
-    EXPECT_EQ(ChecksumFileMd5(folder().c_str(), nullptr, nullptr, nullptr, digest), 5);
+    EXPECT_EQ(ChecksumFileMd5((kFolder + L"missing").c_str(), nullptr, nullptr, nullptr, digest), 2);
+    EXPECT_EQ(ChecksumFileMd5(kFolder.c_str(), nullptr, nullptr, nullptr, digest), 5);
 }

@@ -12,7 +12,7 @@
 #include "support/Utilities.h"
 
 namespace {
-/// A folder that goes with the test, and Win32's view of it.
+/// A folder that is deleted with the test, and Win32's view of it.
 struct Scratch
 {
     Scratch()
@@ -75,7 +75,7 @@ TEST(Files, ReadAndWrite)
     EXPECT_EQ(content(file, 5), "code 223");
     EXPECT_EQ(content(scratch / L"b"), "code 2");
     EXPECT_EQ(write(scratch / L"no\\a", "x"), 3);
-    // Whatever fails, the old content stays whole and nothing is left beside it.
+    // After any failure the old content is complete and nothing is left beside it.
     const auto failing = [&](auto& import, auto result) {
         import.failCall(1, result, ERROR_DISK_FULL);
         EXPECT_EQ(write(file, "third"), 112);
@@ -99,7 +99,7 @@ TEST(Files, ReadAndWrite)
         CountedImport<"CreateFileW", decltype(&::CreateFileW)> i(dll);
         failing(i, INVALID_HANDLE_VALUE);
     }
-    // Whoever looks meanwhile finds the file, and what others may do with it stays.
+    // Readers always find the file, and its access rights stay.
     std::atomic<bool> isDone = false;
     int missed = 0;
     std::thread looking([&] {
@@ -207,7 +207,7 @@ TEST(Folders, TreesAndLinks)
     EXPECT_EQ(bytes * 10000 + files * 100 + folders, 80220U);
     EXPECT_EQ(FolderGetSize((tree + L"\\report.").c_str(), nullptr, &bytes, &files, &folders), 267);
     EXPECT_EQ(flagOf([&](int* f) { return FolderIsEmpty(tree.c_str(), f); }), 0);
-    // A link that appears between the listing and the deletion is not followed: the platform tells of one
+    // A link that appears between the listing and the deletion is not followed; the platform reports one
     // here.
     EXPECT_EQ(FolderCreateTree((scratch / L"outside").c_str()), 0);
     EXPECT_EQ(write(scratch / L"outside\\keep", "x"), 0);
@@ -230,7 +230,7 @@ TEST(Folders, TreesAndLinks)
         EXPECT_EQ(FolderGetSize((scratch / L"outside").c_str(), nullptr, &bytes, &files, &folders), 681);
     }
     EXPECT_EQ(content(scratch / L"outside\\keep"), "x");
-    // What cannot go stays, the rest goes.
+    // What cannot be deleted stays; the rest is deleted.
     const HANDLE held = CreateFileW((L"\\\\?\\" + deep + L"\\locked").c_str(), GENERIC_READ, FILE_SHARE_READ,
                                     nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_EQ(FolderDeleteTree(tree.c_str(), nullptr), 32);
@@ -240,7 +240,7 @@ TEST(Folders, TreesAndLinks)
     SetFileAttributesW((L"\\\\?\\" + deep + L"\\locked").c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(FolderDeleteTree((tree + L"\\").c_str(), nullptr), 0);
     EXPECT_EQ(entries(scratch.root), "outside ");
-    // Two calls for one folder do not stand in each other's way.
+    // Two calls for one folder do not disturb each other.
     for (int i = 0; i < 60; ++i)
         EXPECT_EQ(FolderCreateTree(
                       (scratch / L"both\\" + std::to_wstring(i % 8) + L"\\" + std::to_wstring(i)).c_str()),

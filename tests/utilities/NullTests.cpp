@@ -22,7 +22,7 @@
 #include "support/Utilities.h"
 
 namespace {
-/// What no failing call may write to.
+/// No failing call may write here.
 unsigned char untouched[64];
 int thing;
 void* const object = &thing;
@@ -44,7 +44,7 @@ struct None
 };
 constexpr None kNone;
 
-/// Apart from the templates, of which there are as many as arguments.
+/// Outside the templates, which are instantiated for each argument.
 void expectRefused(const char* name, std::size_t argument, long code)
 {
     EXPECT_EQ(code, 87) << name << ", argument " << argument;

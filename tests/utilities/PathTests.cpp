@@ -10,19 +10,18 @@
 #include "support/Utilities.h"
 
 namespace {
-std::wstring combined(const wchar_t* folder, const wchar_t* name, int strict)
-{
-    return wideOf([&](wchar_t** r) { return PathCombinePartsW(folder, name, strict, r); });
-}
-template <class Function>
-std::wstring changed(Function function, const wchar_t* path)
-{
-    return wideOf([&](wchar_t** r) { return function(path, r); });
-}
-std::wstring inside(const wchar_t* path, const wchar_t* folder)
-{
-    return std::to_wstring(flagOf([&](int* f) { return PathIsInsideW(path, folder, f); }));
-}
+const auto combined = asText(PathCombinePartsW);
+const auto normalized = asText(PathNormalizeW);
+const auto longForm = asText(PathToLongFormW);
+const auto extendedForm = asText(PathToExtendedFormW);
+const auto parent = asText(PathParentW);
+const auto fromNative = asText(PathFromNative);
+const auto toNative = asText(PathToNative);
+const auto compact = asText(PathCompactForDisplay);
+const auto inside = asNumber(PathIsInsideW);
+const auto isProtected = asNumber(PathIsProtected);
+const auto valid = asNumber(PathIsValidFileName);
+
 std::wstring parts(const wchar_t* path)
 {
     const wchar_t* name = nullptr;
@@ -33,148 +32,133 @@ std::wstring parts(const wchar_t* path)
 }
 std::wstring extracted(const wchar_t* command)
 {
-    Given<wchar_t> program;
-    Given<wchar_t> arguments;
+    Given<wchar_t> program, arguments;
     const long code = PathExtractFromCommand(command, &program, &arguments);
     return code != 0 ? L"code " + std::to_wstring(code)
                      : std::wstring(program.get()) + L"|" + arguments.get();
 }
-std::wstring compact(const wchar_t* path, size_t characters)
-{
-    return wideOf([&](wchar_t** r) { return PathCompactForDisplay(path, characters, r); });
-}
-std::wstring isProtected(const wchar_t* path)
-{
-    return std::to_wstring(flagOf([&](int* f) { return PathIsProtected(path, f); }));
-}
-std::wstring volumeOf(const wchar_t* root)
-{
-    wchar_t name[MAX_PATH] = L"";
-    GetVolumeNameForVolumeMountPointW(root, name, MAX_PATH);
-    return name;
-}
-std::wstring valid(const std::wstring& name)
-{
-    return std::to_wstring(flagOf([&](int* f) { return PathIsValidFileName(name.c_str(), f); }));
-}
 } // namespace
 
-TEST(Paths, DoWhatTheyPromise)
+TEST(Paths, AreCombinedAndWrittenInOtherForms)
 {
     const std::wstring deep = L"C:\\" + std::wstring(300, L'd');
-    const struct
-    {
-        std::wstring actual, expected;
-    } rows[] = {
-        {combined(L"C:\\a\\", L"b", 1), L"C:\\a\\b"},
-        {combined(L"C:\\a", L"..\\b", 0), L"C:\\a\\..\\b"},
-        {combined(L"C:\\a", L"b\\..\\..\\c", 1), L"code 123"},
-        {combined(L"C:\\a", L"D:b", 0), L"code 123"},
-        {combined(L"C:\\a", L"\\b", 0), L"code 123"},
-        {combined(L"C:\\a", L"/b", 0), L"code 123"},
-        {combined(L"C:\\a", L"nul.txt", 1), L"code 123"},
-        {combined(L"C:\\a", L"b:stream", 1), L"code 123"},
-        {combined(L"C:\\a", L"b.", 1), L"code 123"},
-        {combined(L"", L"b", 0), L"code 123"},
-        {changed(PathNormalizeW, L"C:/a/./b/../c"), L"C:\\a\\c"},
-        {changed(PathNormalizeW, L"C:\\..\\..\\a"), L"C:\\a"},
-        {changed(PathNormalizeW, L"//server/share/../x"), L"\\\\server\\share\\x"},
-        {changed(PathNormalizeW, L"\\\\?\\UNC\\server\\share\\x"), L"\\\\server\\share\\x"},
-        {changed(PathNormalizeW, L"\\\\?\\C:\\a\\..\\b"), L"\\\\?\\C:\\a\\..\\b"}, // to the letter
-        {changed(PathNormalizeW, L"C:\\a\\report."), L"\\\\?\\C:\\a\\report."},
-        {changed(PathNormalizeW, L"\\\\.\\C:"), L"\\\\?\\C:"}, // the device, not the current folder
-        {changed(PathNormalizeW, deep.c_str()), deep},
-        {changed(PathNormalizeW, L""), L"code 123"},
-        {changed(PathToLongFormW, L"C:\\WINDOWS\\.\\system32"), L"C:\\windows\\system32"},
-        {changed(PathToLongFormW, L"C:\\not there"), L"code 2"},
-        {changed(PathToExtendedFormW, L"C:\\a"), L"C:\\a"},
-        {changed(PathToExtendedFormW, deep.c_str()), L"\\\\?\\" + deep},
-        {changed(PathToExtendedFormW, L"C:\\a\\nul"), L"\\\\?\\C:\\a\\nul"},
-        {changed(PathParentW, L"C:\\a\\b\\"), L"C:\\a"},
-        {changed(PathParentW, L"C:\\a"), L"C:\\"},
-        {changed(PathParentW, L"C:\\"), L"code 18"},
-        {changed(PathParentW, L"\\\\server\\share\\"), L"code 18"},
-        {changed(PathParentW, L"\\\\server\\share\\a"), L"\\\\server\\share\\"},
-        {changed(PathParentW, L"\\\\?\\C:\\a"), L"\\\\?\\C:\\"},
-        {changed(PathParentW, L"\\\\?\\UNC\\server\\share\\a\\b"), L"\\\\?\\UNC\\server\\share\\a"},
-        {changed(PathParentW, L"name"), L"code 18"},
-        {inside(L"C:\\A\\b", L"c:\\a"), L"1"},
-        {inside(L"C:\\a", L"C:\\a\\"), L"1"},
-        {inside(L"C:\\ab", L"C:\\a"), L"0"},
-        {inside(L"C:\\a\\..\\b", L"C:\\a"), L"0"},
-        {inside(L"C:\\a", L"C:\\"), L"1"},
-        {parts(L"C:\\a.b\\c.tar.gz"), L"c.tar.gz|.gz"},
-        {parts(L"C:\\a.b\\"), L"|"},
-        {parts(L"C:.profile"), L".profile|"},
-        {parts(L"a/.."), L"..|"},
-        {changed(PathFromNative, L"\\??\\C:\\a"), L"C:\\a"},
-        {changed(PathFromNative, L"\\??\\UNC\\server\\share"), L"\\\\server\\share"},
-        {changed(PathFromNative, L"\\SystemRoot\\system32"), L"C:\\windows\\system32"},
-        {changed(PathFromNative, L"\\SystemRooter"), L"code 161"},
-        {changed(PathFromNative, L"\\Device\\Mup\\server\\share"), L"\\\\server\\share"},
-        {changed(PathFromNative, L"\\Device\\NoSuchVolume\\a"), L"code 15"},
-        {changed(PathFromNative, L"C:\\a"), L"code 161"},
-        {changed(PathFromNative, changed(PathToNative, L"C:\\a\\b").c_str()), L"C:\\a\\b"},
-        {changed(PathToNative, L"\\\\server\\share\\a"), L"\\Device\\Mup\\server\\share\\a"},
-        {changed(PathToNative, L"C:\\").substr(0, 8), L"\\Device\\"},
-        {extracted(L"\"C:\\no such\\a.exe\" -x \"y\""), L"C:\\no such\\a.exe|-x \"y\""},
-        {extracted(L"%SystemRoot%\\system32\\cmd.exe /c"), L"C:\\windows\\system32\\cmd.exe|/c"},
-        {extracted(L"C:\\windows\\system32\\cmd /c a b"), L"C:\\windows\\system32\\cmd.exe|/c a b"},
-        {extracted(L"\\SystemRoot\\system32\\cmd.exe"), L"C:\\windows\\system32\\cmd.exe|"},
-        {extracted(L"System32\\cmd.exe -k"), L"C:\\windows\\System32\\cmd.exe|-k"},
-        {extracted(L"cmd /k"), L"C:\\windows\\system32\\cmd.exe|/k"},
-        {extracted(L"C:\\no such\\a.exe b"), L"C:\\no|such\\a.exe b"},
-        {extracted(L"not_there_18 x"), L"not_there_18|x"},
-        {extracted((L"\"C:\\a.exe\" %windir%" + std::wstring(40000, L'x')).c_str()),
-         L"C:\\a.exe|C:\\windows" + std::wstring(40000, L'x')},
-        {extracted(L"  "), L"code 87"},
-        {extracted(L"\"\" x"), L"code 87"},
-        {compact(L"C:\\folder\\sub\\report.txt", 18), L"C:\\f...\\report.txt"},
-        {compact(L"C:\\folder\\report.txt", 10), L"report.txt"},
-        {compact(L"C:\\folder\\report.txt", 9), L"report..."},
-        {compact(L"C:\\folder\\report.txt", 99), L"C:\\folder\\report.txt"},
-        {compact(L"abcdef", 5), L"ab..."},
-        {compact(L"\U0001F600\U0001F600\U0001F600", 4), L"..."},
-        {compact(L"abcdef", 3), L"code 87"},
-        {isProtected(L"C:\\"), L"1"},
-        {isProtected(L"Z:/"), L"1"},
-        {isProtected(L"\\\\server\\share"), L"1"},
-        {isProtected(L"C:\\Windows\\System32"), L"1"},
-        {isProtected(L"\\\\?\\C:\\windows"), L"1"},
-        {isProtected(L"C:\\users\\somebody"), L"1"},
-        {isProtected(L"C:\\users\\somebody\\file"), L"0"},
-        {isProtected(L"C:\\Program Files"), L"1"},
-        {isProtected(L"C:\\Program Files\\thing"), L"0"},
-        {isProtected(L"C:\\windows2"), L"0"},
-        {isProtected(L"C:\\users\\somebody\\AppData\\"), L"1"},
-        {isProtected(L"C:\\users\\somebody\\appdata\\Roaming"), L"1"},
-        {isProtected(L"C:\\users\\somebody\\AppData\\Local\\Temp"), L"0"},
-        {isProtected(L"C:\\Windows::$INDEX_ALLOCATION"), L"1"},
-        {isProtected(L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody"), L"1"},
-        {isProtected(L"C:\\Program Files. ."), L"1"},
-        {isProtected(L"\\\\server\\c$\\Users"), L"1"},
-        {isProtected(L"\\\\?\\UNC\\server\\ADMIN$\\system32"), L"1"},
-        {isProtected(L"\\\\server\\share\\users"), L"0"},
-        {isProtected(L"\\\\server\\c$. \\Users"), L"1"},
-        {isProtected(L"Q:\\... "), L"1"}, // Win32 takes it for the root
-        {isProtected(L"C:\\:$I30:$INDEX_ALLOCATION"), L"1"},
-        {isProtected(L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x"), L"1"},
-        {isProtected((volumeOf(L"C:\\") + L"windows").c_str()), L"1"},
-        {isProtected((volumeOf(L"C:\\") + L"windows2").c_str()), L"0"},
-        {isProtected(L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x"), L"1"}, // mounted nowhere
-        {isProtected(L"C:\\Program Files\\Common Files"), L"1"},
-        {valid(L"a b.txt") + valid(L"a.") + valid(L"a ") + valid(L"COM1.txt") + valid(L"a\x1f") + valid(L"") +
-             valid(L"..") + valid(L"a:b") + valid(std::wstring(255, L'x')) + valid(std::wstring(256, L'x')),
-         L"1000000010"},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.actual, row.expected) << &row - rows;
+    EXPECT_EQ(combined(L"C:\\a\\", L"b", 1), L"C:\\a\\b");
+    EXPECT_EQ(combined(L"C:\\a", L"..\\b", 0), L"C:\\a\\..\\b");
+    for (const wchar_t* name : {L"b\\..\\..\\c", L"nul.txt", L"b:stream", L"b."})
+        EXPECT_EQ(combined(L"C:\\a", name, 1), L"code 123") << utf8(name);
+    for (const wchar_t* name : {L"D:b", L"\\b", L"/b"})
+        EXPECT_EQ(combined(L"C:\\a", name, 0), L"code 123") << utf8(name);
+    EXPECT_EQ(combined(L"", L"b", 0), L"code 123");
+    EXPECT_EQ(normalized(L"C:/a/./b/../c"), L"C:\\a\\c");
+    EXPECT_EQ(normalized(L"C:\\..\\..\\a"), L"C:\\a");
+    for (const wchar_t* path : {L"//server/share/../x", L"\\\\?\\UNC\\server\\share\\x"})
+        EXPECT_EQ(normalized(path), L"\\\\server\\share\\x");
+    EXPECT_EQ(normalized(L"\\\\?\\C:\\a\\..\\b"), L"\\\\?\\C:\\a\\..\\b"); // to the letter
+    EXPECT_EQ(normalized(L"C:\\a\\report."), L"\\\\?\\C:\\a\\report.");
+    EXPECT_EQ(normalized(L"\\\\.\\C:"), L"\\\\?\\C:"); // the device, not the current folder
+    EXPECT_EQ(normalized(deep.c_str()), deep);
+    EXPECT_EQ(normalized(L""), L"code 123");
+    EXPECT_EQ(longForm(L"C:\\WINDOWS\\.\\system32"), L"C:\\windows\\system32");
+    EXPECT_EQ(longForm(L"C:\\not there"), L"code 2");
+    EXPECT_EQ(extendedForm(L"C:\\a"), L"C:\\a");
+    EXPECT_EQ(extendedForm(deep.c_str()), L"\\\\?\\" + deep);
+    EXPECT_EQ(extendedForm(L"C:\\a\\nul"), L"\\\\?\\C:\\a\\nul");
+    EXPECT_EQ(fromNative(L"\\??\\C:\\a"), L"C:\\a");
+    for (const wchar_t* path : {L"\\??\\UNC\\server\\share", L"\\Device\\Mup\\server\\share"})
+        EXPECT_EQ(fromNative(path), L"\\\\server\\share");
+    EXPECT_EQ(fromNative(L"\\SystemRoot\\system32"), L"C:\\windows\\system32");
+    for (const wchar_t* path : {L"\\SystemRooter", L"C:\\a"})
+        EXPECT_EQ(fromNative(path), L"code 161");
+    EXPECT_EQ(fromNative(L"\\Device\\NoSuchVolume\\a"), L"code 15");
+    EXPECT_EQ(fromNative(toNative(L"C:\\a\\b").c_str()), L"C:\\a\\b");
+    EXPECT_EQ(toNative(L"\\\\server\\share\\a"), L"\\Device\\Mup\\server\\share\\a");
+    EXPECT_EQ(toNative(L"C:\\").substr(0, 8), L"\\Device\\");
+}
+
+TEST(Paths, AreTakenApartAndShortened)
+{
+    EXPECT_EQ(parent(L"C:\\a\\b\\"), L"C:\\a");
+    EXPECT_EQ(parent(L"C:\\a"), L"C:\\");
+    for (const wchar_t* root : {L"C:\\", L"\\\\server\\share\\", L"name"})
+        EXPECT_EQ(parent(root), L"code 18");
+    EXPECT_EQ(parent(L"\\\\server\\share\\a"), L"\\\\server\\share\\");
+    EXPECT_EQ(parent(L"\\\\?\\C:\\a"), L"\\\\?\\C:\\");
+    EXPECT_EQ(parent(L"\\\\?\\UNC\\server\\share\\a\\b"), L"\\\\?\\UNC\\server\\share\\a");
+    for (const auto& [path, folder, is] : {std::tuple(L"C:\\A\\b", L"c:\\a", 1),
+                                           {L"C:\\a", L"C:\\a\\", 1},
+                                           {L"C:\\ab", L"C:\\a", 0},
+                                           {L"C:\\a\\..\\b", L"C:\\a", 0},
+                                           {L"C:\\a", L"C:\\", 1}})
+        EXPECT_EQ(inside(path, folder), is) << utf8(path);
+    EXPECT_EQ(parts(L"C:\\a.b\\c.tar.gz"), L"c.tar.gz|.gz");
+    EXPECT_EQ(parts(L"C:\\a.b\\"), L"|");
+    EXPECT_EQ(parts(L"C:.profile"), L".profile|");
+    EXPECT_EQ(parts(L"a/.."), L"..|");
+    EXPECT_EQ(extracted(L"\"C:\\no such\\a.exe\" -x \"y\""), L"C:\\no such\\a.exe|-x \"y\"");
+    EXPECT_EQ(extracted(L"%SystemRoot%\\system32\\cmd.exe /c"), L"C:\\windows\\system32\\cmd.exe|/c");
+    EXPECT_EQ(extracted(L"C:\\windows\\system32\\cmd /c a b"), L"C:\\windows\\system32\\cmd.exe|/c a b");
+    EXPECT_EQ(extracted(L"\\SystemRoot\\system32\\cmd.exe"), L"C:\\windows\\system32\\cmd.exe|");
+    EXPECT_EQ(extracted(L"System32\\cmd.exe -k"), L"C:\\windows\\System32\\cmd.exe|-k");
+    EXPECT_EQ(extracted(L"cmd /k"), L"C:\\windows\\system32\\cmd.exe|/k");
+    EXPECT_EQ(extracted(L"C:\\no such\\a.exe b"), L"C:\\no|such\\a.exe b");
+    EXPECT_EQ(extracted(L"not_there_18 x"), L"not_there_18|x");
+    const std::wstring more(40000, L'x');
+    EXPECT_EQ(extracted((L"\"C:\\a.exe\" %windir%" + more).c_str()), L"C:\\a.exe|C:\\windows" + more);
+    for (const wchar_t* none : {L"  ", L"\"\" x"})
+        EXPECT_EQ(extracted(none), L"code 87");
+    const wchar_t* path = L"C:\\folder\\report.txt";
+    EXPECT_EQ(compact(L"C:\\folder\\sub\\report.txt", 18), L"C:\\f...\\report.txt");
+    EXPECT_EQ(compact(path, 10), L"report.txt");
+    EXPECT_EQ(compact(path, 9), L"report...");
+    EXPECT_EQ(compact(path, 99), path);
+    EXPECT_EQ(compact(L"abcdef", 5), L"ab...");
+    EXPECT_EQ(compact(L"\U0001F600\U0001F600\U0001F600", 4), L"...");
+    EXPECT_EQ(compact(L"abcdef", 3), L"code 87");
+}
+
+TEST(Paths, ProtectedAndValid)
+{
+    wchar_t volume[MAX_PATH] = L"";
+    GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH);
+    const std::wstring there = std::wstring(volume) + L"windows", other = there + L"2";
+    for (const wchar_t* path : {L"C:\\",
+                                L"Z:/",
+                                L"\\\\server\\share",
+                                L"C:\\Windows\\System32",
+                                L"\\\\?\\C:\\windows",
+                                L"C:\\users\\somebody",
+                                L"C:\\Program Files",
+                                L"C:\\users\\somebody\\AppData\\",
+                                L"C:\\users\\somebody\\appdata\\Roaming",
+                                L"C:\\Windows::$INDEX_ALLOCATION",
+                                L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody",
+                                L"C:\\Program Files. .",
+                                L"\\\\server\\c$\\Users",
+                                L"\\\\?\\UNC\\server\\ADMIN$\\system32",
+                                L"\\\\server\\c$. \\Users",
+                                L"Q:\\... ", // Win32 takes it for the root
+                                L"C:\\:$I30:$INDEX_ALLOCATION",
+                                L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x",
+                                there.c_str(),
+                                L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x", // mounted nowhere
+                                L"C:\\Program Files\\Common Files"})
+        EXPECT_EQ(isProtected(path), 1) << utf8(path);
+    for (const wchar_t* path :
+         {L"C:\\users\\somebody\\file", L"C:\\Program Files\\thing", L"C:\\windows2",
+          L"C:\\users\\somebody\\AppData\\Local\\Temp", L"\\\\server\\share\\users", other.c_str()})
+        EXPECT_EQ(isProtected(path), 0) << utf8(path);
+    const std::wstring longest(255, L'x');
+    for (const wchar_t* name : {L"a b.txt", longest.c_str()})
+        EXPECT_EQ(valid(name), 1);
+    for (const wchar_t* name :
+         {L"a.", L"a ", L"COM1.txt", L"a\x1f", L"", L"..", L"a:b", (longest + L"x").c_str()})
+        EXPECT_EQ(valid(name), 0) << utf8(name);
 }
 
 TEST(Paths, MakeUniqueAndTwins)
 {
     const auto unique = [](const wchar_t* extension) {
-        return wideOf([&](wchar_t** r) { return PathMakeUnique(L"C:\\windows", L"u18", extension, r); });
+        return asText(PathMakeUnique)(L"C:\\windows", L"u18", extension);
     };
     EXPECT_EQ(unique(L"tmp"), L"C:\\windows\\u18.tmp");
     for (const wchar_t* taken : {L"C:\\windows\\u18.tmp", L"C:\\windows\\u18 (2).tmp"})
@@ -189,16 +173,17 @@ TEST(Paths, MakeUniqueAndTwins)
     const char* name = nullptr;
     EXPECT_EQ(PathFileNameA(umlaut.c_str(), &name), 0);
     EXPECT_EQ(name, umlaut.c_str() + 6);
-    EXPECT_EQ(narrowOf([&](char** r) { return PathNormalizeA(umlaut.c_str(), r); }), utf8(L"C:\\ü\\x.ö"));
-    EXPECT_EQ(narrowOf([&](char** r) { return PathParentA("\xff\\a", r); }), "code 1113");
+    EXPECT_EQ(asText(PathNormalizeA)(umlaut.c_str()), utf8(L"C:\\ü\\x.ö"));
+    EXPECT_EQ(asText(PathParentA)("\xff\\a"), "code 1113");
     char path[64] = "%windir%\\x";
     unsigned long needed = 0;
-    EXPECT_EQ(DllGetPathValidatorA()->validate(path, 12, &needed), 234);
+    IPathValidatorA& validator = *DllGetPathValidatorA();
+    EXPECT_EQ(validator.validate(path, 12, &needed), 234);
     EXPECT_EQ(path + std::to_string(needed), "%windir%\\x12");
-    EXPECT_EQ(DllGetPathValidatorA()->validate(path, 13, &needed), 0);
+    EXPECT_EQ(validator.validate(path, 13, &needed), 0);
     EXPECT_STREQ(path, "C:\\windows\\x");
-    EXPECT_EQ(DllGetPathValidatorA()->validate(path, 64, nullptr), 1168);
-    EXPECT_EQ(DllGetPathValidatorA()->validate(nullptr, 64, &needed), 87);
+    EXPECT_EQ(validator.validate(path, 64, nullptr), 1168);
+    EXPECT_EQ(validator.validate(nullptr, 64, &needed), 87);
 }
 
 // Windows' own format: the platform here has no such links, so the answer comes from the test.
@@ -212,30 +197,25 @@ TEST(Paths, LinkTargets)
         bytes.resize(tag == IO_REPARSE_TAG_SYMLINK ? 20 : 16);
         return bytes.append(reinterpret_cast<const char*>(target.data()), target.size() * 2);
     };
-    const struct
-    {
-        std::string bytes;
-        std::wstring expected;
-    } rows[] = {
+    const std::pair<std::string, std::wstring> rows[] = {
         {data(IO_REPARSE_TAG_MOUNT_POINT, L"\\??\\C:\\there", 0), L"C:\\there"},
         {data(IO_REPARSE_TAG_MOUNT_POINT, L"\\??\\Volume{1}\\", 0), L"\\\\?\\Volume{1}\\"},
         {data(IO_REPARSE_TAG_SYMLINK, L"..\\there", 0), L"..\\there"},
         {data(IO_REPARSE_TAG_SYMLINK, L"x", 2), L"code 4392"},
         {data(0x80000013, L"x", 0), L"code 4394"},
-        {"abc", L"code 4392"},
-    };
+        {"abc", L"code 4392"}};
+    const auto target = asText(PathReadLinkTarget);
     CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(sysmaintModule());
     for (const auto& row : rows) {
-        control.setHook(
-            [&](auto, HANDLE, DWORD, void*, DWORD, void* target, DWORD, DWORD* size, OVERLAPPED*) {
-                std::memcpy(target, row.bytes.data(), row.bytes.size());
-                *size = static_cast<DWORD>(row.bytes.size());
-                return TRUE;
-            });
-        EXPECT_EQ(changed(PathReadLinkTarget, L"C:\\windows"), row.expected);
+        control.setHook([&](auto, HANDLE, DWORD, void*, DWORD, void* answer, DWORD, DWORD* size, auto) {
+            std::memcpy(answer, row.first.data(), row.first.size());
+            *size = static_cast<DWORD>(row.first.size());
+            return TRUE;
+        });
+        EXPECT_EQ(target(L"C:\\windows"), row.second);
     }
     control.setHook(nullptr);
-    EXPECT_EQ(changed(PathReadLinkTarget, L"C:\\not there"), L"code 2");
+    EXPECT_EQ(target(L"C:\\not there"), L"code 2");
     int is = 7;
     unsigned long tag = 7;
     EXPECT_EQ(PathIsReparsePoint(L"C:\\windows\\", &is, &tag), 0);

@@ -19,7 +19,7 @@ std::wstring key(const wchar_t* name)
 {
     return std::wstring(kTop) + L"\\" + name;
 }
-/// Writes data as it stands; the text's own end is not added.
+/// Writes raw data, without adding a terminator.
 void put(const wchar_t* sub, const wchar_t* name, DWORD type, const std::wstring& data, size_t odd = 0)
 {
     EXPECT_EQ(RegistryWriteBinary(kUser, key(sub).c_str(), name, 0, data.data(), data.size() * 2 - odd, type),
@@ -130,7 +130,7 @@ TEST(Registry, TreesAndTexts)
     for (const wchar_t* wrong : {L"", L"\\", L"\\\\"})
         EXPECT_EQ(RegistryDeleteTree(kUser, wrong, 0), 87);
     EXPECT_EQ(RegistryDeleteTree(HKEY_CLASSES_ROOT, L".u18", 0), 50);
-    // As languages write it that do not extend the sign.
+    // As languages without sign extension write it.
     EXPECT_EQ(RegistryDeleteTree(reinterpret_cast<HKEY>(std::uintptr_t{0x80000000}), L".u18", 0), 50);
     EXPECT_EQ(RegistryDeleteTree(kUser, kTop, 0), 2);
     put(L"a", L"q\"uo\\te", REG_SZ, std::wstring(L"a\"b\\c\0", 6));
@@ -141,8 +141,7 @@ TEST(Registry, TreesAndTexts)
     put(L"a\\b\\[c]", L"empty", REG_MULTI_SZ, L"");
     put(L"a\\b\\d", L"odd", 0xfffffff0, L"xy", 1);
     EXPECT_EQ(RegistryWriteDword(kUser, key(L"a").c_str(), L"d", 0, 0xabcdef01), 0);
-    // In a copy below itself stands what was there before; what is exported, deleted and imported is the
-    // same.
+    // A copy below itself has the previous content; exporting, deleting and importing restores the same.
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"a").c_str(), kUser, key(L"a\\copy").c_str(), 0), 0);
     EXPECT_EQ(exists(L"a\\copy\\b\\[c]") * 10 + exists(L"a\\copy\\copy"), 10);
     const auto exported = [](const wchar_t* name) {
@@ -205,7 +204,7 @@ TEST(Registry, LinksAndPaths)
               0);
     RegCloseKey(made);
     EXPECT_EQ(exists(L"tree\\link\\inner"), 1);
-    // What changes keys goes through no link, wherever it stands in a path, and makes none out of a key.
+    // Functions that change keys follow no link anywhere in a path, and do not turn a key into one.
     put(L"source\\link\\inner", L"v", REG_SZ, L"y");
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree\\link\\inner").c_str(), 0), 681);
     EXPECT_EQ(
@@ -221,7 +220,7 @@ TEST(Registry, LinksAndPaths)
                   return RegistryReadString(kUser, key(L"target\\inner").c_str(), L"v", 0, 0, r);
               }),
               L"x");
-    // The system's own links lead on, and a view is kept to on every step.
+    // The system's own links are followed, and every step keeps to the view.
     const HKEY machine = HKEY_LOCAL_MACHINE;
     for (const auto& [path, view] :
          {std::pair(L"Software\\Wow6432Node\\Classes\\u18", 0U), {L"Software\\u18", 32U}}) {

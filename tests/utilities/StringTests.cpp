@@ -1,12 +1,25 @@
 #include "core/win32/utils/strings/api.h"
 
 #include "support/Utilities.h"
-#include "win32/paths/include/IPathValidatorA.h"
 
 namespace {
 constexpr wchar_t kLone[] = L"a\xD83D";
+constexpr auto kWhole = static_cast<size_t>(-1); // up to the text's end
 
-/// A list as a text, its entries behind each other with a bar.
+const auto trim = asText(StringTrimW);
+const auto replace = asText(StringReplaceAllW);
+const auto join = asText(StringJoinW);
+const auto upper = asText(StringToUpperW);
+const auto lower = asText(StringToLowerW);
+const auto quote = asText(StringQuoteArgumentW);
+const auto hex = asText(StringFormatHexW);
+const auto starts = asNumber(StringStartsWithW);
+const auto ends = asNumber(StringEndsWithW);
+const auto contains = asNumber(StringContainsW);
+const auto matches = asNumber(StringMatchesPatternW);
+const auto number = asNumber(StringToInt64W);
+
+/// A list as a text, with a bar after each entry.
 template <class Char>
 std::basic_string<Char> bars(const Char* list, std::size_t count)
 {
@@ -24,123 +37,86 @@ std::wstring split(const wchar_t* text, const wchar_t* separators, int keep)
 }
 std::wstring order(const wchar_t* first, const wchar_t* second)
 {
-    int result = 7;
-    int back = 7;
-    EXPECT_EQ(StringCompareNaturalW(first, second, &result), 0);
-    EXPECT_EQ(StringCompareNaturalW(second, first, &back), 0);
+    int result = 7, back = 7;
+    EXPECT_EQ(StringCompareNaturalW(first, second, &result) + StringCompareNaturalW(second, first, &back), 0);
     EXPECT_EQ(result, -back) << first << L" and " << second;
     return result < 0 ? L"<" : result > 0 ? L">" : L"=";
 }
-std::wstring flag(long (*call)(const wchar_t*, const wchar_t*, int, int*), const wchar_t* a, const wchar_t* b,
-                  int fold)
-{
-    return std::to_wstring(flagOf([&](int* f) { return call(a, b, fold, f); }));
-}
-std::wstring number(const wchar_t* text, int base)
-{
-    return std::to_wstring(numberOf<long long>([&](long long* v) { return StringToInt64W(text, base, v); }));
-}
-std::wstring trim(const wchar_t* text, const wchar_t* set)
-{
-    return wideOf([&](wchar_t** r) { return StringTrimW(text, set, r); });
-}
-std::wstring replace(const wchar_t* text, const wchar_t* from, const wchar_t* to, int fold)
-{
-    return wideOf([&](wchar_t** r) { return StringReplaceAllW(text, from, to, fold, r); });
-}
-std::wstring quote(const wchar_t* text)
-{
-    return wideOf([&](wchar_t** r) { return StringQuoteArgumentW(text, r); });
-}
-std::wstring join(const wchar_t* list)
-{
-    return wideOf([&](wchar_t** r) { return StringJoinW(list, L", ", r); });
-}
-std::wstring matches(const wchar_t* text, const wchar_t* pattern)
-{
-    return std::to_wstring(flagOf([&](int* f) { return StringMatchesPatternW(text, pattern, f); }));
-}
 } // namespace
 
-TEST(Strings, DoWhatTheyPromise)
+TEST(Strings, AreTrimmedReplacedSplitAndJoined)
 {
     const std::wstring million(1000000, L'x');
-    const struct
-    {
-        std::wstring actual, expected;
-    } rows[] = {
-        {trim(L"  a b\t", L" \t"), L"a b"},
-        {trim(L"", L" "), L""},
-        {trim(L"   ", L" "), L""},
-        {trim(L" a ", L""), L" a "},
-        {trim(L"\U0001F600x\U0001F601", L"\U0001F600"), L"x\U0001F601"}, // one half of it is in the set
-        {trim(kLone, L"\U0001F600"), kLone},
-        {trim((L" " + million).c_str(), L" "), million},
-        {replace(L"aaa", L"aa", L"b", 0), L"ba"},
-        {replace(L"aAa", L"a", L"aa", 0), L"aaAaa"},
-        {replace(L"aÄa", L"ä", L"", 1), L"aa"},
-        {replace(L"aÄa", L"ä", L"", 0), L"aÄa"},
-        {replace(L"a", L"", L"b", 0), L"code 87"},
-        {split(L";a;;b", L";", 0), L"a|b|"},
-        {split(L";a;;b", L";", 1), L"|a||b|"},
-        {split(L"", L";", 0), L""},
-        {split(L"", L";", 1), L"|"},
-        {split(L"a,b;c", L",;", 1), L"a|b|c|"},
-        {split(L"\U0001F600a\U0001F601b", L"\U0001F601", 0), L"\U0001F600a|b|"},
-        {join(L"a\0b\0"), L"a, b"},
-        {join(L"\0"), L""},
-        {flag(StringStartsWithW, L"Größe", L"GRÖ", 1), L"1"},
-        {flag(StringStartsWithW, L"Größe", L"GRÖ", 0), L"0"},
-        {flag(StringStartsWithW, L"a", L"ab", 1), L"0"},
-        {flag(StringStartsWithW, L"a", L"", 0), L"1"},
-        {flag(StringEndsWithW, L"x.TMP", L".tmp", 1), L"1"},
-        {flag(StringEndsWithW, L"tmp", L".tmp", 1), L"0"},
-        {flag(StringContainsW, L"abC", L"Bc", 1), L"1"},
-        {flag(StringContainsW, L"abC", L"Bc", 0), L"0"},
-        {flag(StringContainsW, L"a", L"", 0), L"1"},
-        {order(L"file9", L"file10"), L"<"},
-        {order(L"file18446744073709551616", L"file18446744073709551615"), L">"},
-        {order(L"a01", L"a1"), L">"},
-        {order(L"a01b", L"a1c"), L"<"},
-        {order(L"A", L"a"), L"<"},
-        {order(L"Ab", L"aC"), L"<"},
-        {order(L"a", L"a0"), L"<"},
-        {order(L"x2y", L"x2y"), L"="},
-        {matches(L"Photo.JPG", L"*.jpg"), L"1"},
-        {matches(L"ab", L"?"), L"0"},
-        {wideOf([](wchar_t** r) { return StringToUpperW(L"straße ÿ", r); }), L"STRAßE Ÿ"},
-        {wideOf([](wchar_t** r) { return StringToLowerW(L"ÄI\U00010400", r); }), L"äi\U00010400"},
-        {wideOf([](wchar_t** r) { return StringDuplicateW(kLone, r); }), kLone},
-        {number(L"9223372036854775807", 10), L"9223372036854775807"},
-        {number(L"-9223372036854775808", 10), L"-9223372036854775808"},
-        {number(L"9223372036854775808", 10), L"-534"},
-        {number(L"-9223372036854775809", 0), L"-534"},
-        {number(L"99999999999999999999x", 10), L"-87"}, // wrong rather than too large
-        {number(L"0x7f", 0), L"127"},
-        {number(L"-0X10", 16), L"-16"},
-        {number(L"z", 36), L"35"},
-        {number(L"010", 0), L"10"},
-        {number(L"0x", 16), L"-87"},
-        {number(L"", 10), L"-87"},
-        {number(L"+", 10), L"-87"},
-        {number(L" 1", 10), L"-87"},
-        {number(L"12", 2), L"-87"},
-        {number(L"1", 1), L"-87"},
-        {number(L"1", 37), L"-87"},
-        {wideOf([](wchar_t** r) { return StringFormatHexW("\x00\xff\x1a", 3, r); }), L"00ff1a"},
-        {wideOf([](wchar_t** r) { return StringFormatHexW("", static_cast<size_t>(-1), r); }), L"code 87"},
-        {quote(L"plain\\"), L"plain\\"},
-        {quote(L""), L"\"\""},
-        {quote(L"a b\\"), L"\"a b\\\\\""},
-        {quote(L"a\\\\b\"c"), LR"("a\\b\"c")"},
-        {quote(L"\\\""), LR"("\\\"")"},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.actual, row.expected) << &row - rows;
+    EXPECT_EQ(trim(L"  a b\t", L" \t"), L"a b");
+    for (const wchar_t* blank : {L"", L"   "})
+        EXPECT_EQ(trim(blank, L" "), L"");
+    EXPECT_EQ(trim(L" a ", L""), L" a ");
+    EXPECT_EQ(trim(L"\U0001F600x\U0001F601", L"\U0001F600"), L"x\U0001F601"); // one half of it is in the set
+    EXPECT_EQ(trim(kLone, L"\U0001F600"), kLone);
+    EXPECT_EQ(trim((L" " + million).c_str(), L" "), million);
+    EXPECT_EQ(replace(L"aaa", L"aa", L"b", 0), L"ba");
+    EXPECT_EQ(replace(L"aAa", L"a", L"aa", 0), L"aaAaa");
+    EXPECT_EQ(replace(L"aÄa", L"ä", L"", 1), L"aa");
+    EXPECT_EQ(replace(L"aÄa", L"ä", L"", 0), L"aÄa");
+    EXPECT_EQ(replace(L"a", L"", L"b", 0), L"code 87");
+    EXPECT_EQ(split(L";a;;b", L";", 0), L"a|b|");
+    EXPECT_EQ(split(L";a;;b", L";", 1), L"|a||b|");
+    EXPECT_EQ(split(L"", L";", 0), L"");
+    EXPECT_EQ(split(L"", L";", 1), L"|");
+    EXPECT_EQ(split(L"a,b;c", L",;", 1), L"a|b|c|");
+    EXPECT_EQ(split(L"\U0001F600a\U0001F601b", L"\U0001F601", 0), L"\U0001F600a|b|");
+    EXPECT_EQ(join(L"a\0b\0", L", "), L"a, b");
+    EXPECT_EQ(join(L"\0", L", "), L"");
+    EXPECT_EQ(upper(L"straße ÿ"), L"STRAßE Ÿ");
+    EXPECT_EQ(lower(L"ÄI\U00010400"), L"äi\U00010400");
+    EXPECT_EQ(asText(StringDuplicateW)(kLone), kLone);
 }
 
-// As the standard library finds it, for every short text and pattern; and in time where each place looks like
-// the right one up to its end.
+TEST(Strings, AreComparedAndSearched)
+{
+    for (const long long yes :
+         {starts(L"Größe", L"GRÖ", 1), starts(L"a", L"", 0), ends(L"x.TMP", L".tmp", 1),
+          contains(L"abC", L"Bc", 1), contains(L"a", L"", 0), matches(L"Photo.JPG", L"*.jpg")})
+        EXPECT_EQ(yes, 1);
+    for (const long long no : {starts(L"Größe", L"GRÖ", 0), starts(L"a", L"ab", 1), ends(L"tmp", L".tmp", 1),
+                               contains(L"abC", L"Bc", 0), matches(L"ab", L"?")})
+        EXPECT_EQ(no, 0);
+    for (const auto& [first, second] : {std::pair(L"file9", L"file10"),
+                                        {L"file18446744073709551615", L"file18446744073709551616"},
+                                        {L"a1", L"a01"},
+                                        {L"a01b", L"a1c"},
+                                        {L"A", L"a"},
+                                        {L"Ab", L"aC"},
+                                        {L"a", L"a0"}})
+        EXPECT_EQ(order(first, second), L"<") << utf8(first);
+    EXPECT_EQ(order(L"x2y", L"x2y"), L"=");
+}
+
+TEST(Strings, BecomeNumbersHexAndArguments)
+{
+    EXPECT_EQ(number(L"9223372036854775807", 10), 9223372036854775807);
+    EXPECT_EQ(number(L"-9223372036854775808", 10), -9223372036854775807 - 1);
+    EXPECT_EQ(number(L"9223372036854775808", 10), -534);
+    EXPECT_EQ(number(L"-9223372036854775809", 0), -534);
+    EXPECT_EQ(number(L"0x7f", 0), 127);
+    EXPECT_EQ(number(L"-0X10", 16), -16);
+    EXPECT_EQ(number(L"z", 36), 35);
+    EXPECT_EQ(number(L"010", 0), 10);
+    for (const long long wrong : // the first one rather than too large
+         {number(L"99999999999999999999x", 10), number(L"0x", 16), number(L"", 10), number(L"+", 10),
+          number(L" 1", 10), number(L"12", 2), number(L"1", 1), number(L"1", 37)})
+        EXPECT_EQ(wrong, -87);
+    EXPECT_EQ(hex("\x00\xff\x1a", 3), L"00ff1a");
+    EXPECT_EQ(hex("", kWhole), L"code 87");
+    EXPECT_EQ(quote(L"plain\\"), L"plain\\");
+    EXPECT_EQ(quote(L""), L"\"\"");
+    EXPECT_EQ(quote(L"a b\\"), L"\"a b\\\\\"");
+    EXPECT_EQ(quote(L"a\\\\b\"c"), LR"("a\\b\"c")");
+    EXPECT_EQ(quote(L"\\\""), LR"("\\\"")");
+}
+
+// Finds what the standard library finds, for every short text and pattern; and in linear time where every
+// position matches up to its end.
 TEST(Strings, SearchIsExactAndLinear)
 {
     std::vector<std::wstring> words = {L""};
@@ -149,18 +125,17 @@ TEST(Strings, SearchIsExactAndLinear)
             words.push_back(words[i] + c);
     for (const std::wstring& pattern : words)
         for (std::size_t i = 0; pattern.size() < 7 && i < words.size(); ++i) {
-            const std::size_t expected = words[i].find(pattern);
             const wchar_t* found = _wcsistr(words[i].c_str(), pattern.c_str());
             ASSERT_EQ(found == nullptr ? std::wstring::npos
                                        : static_cast<std::size_t>(found - words[i].c_str()),
-                      expected)
+                      words[i].find(pattern))
                 << pattern << L" in " << words[i];
         }
     const std::wstring text(400000, L'a');
     const std::wstring part(200000, L'A');
     const ULONGLONG begin = GetTickCount64();
     EXPECT_EQ(_wcsistr(text.c_str(), (part + L'b').c_str()), nullptr);
-    EXPECT_EQ(flag(StringContainsW, text.c_str(), (L'b' + part).c_str(), 1), L"0");
+    EXPECT_EQ(contains(text.c_str(), (L'b' + part).c_str(), 1), 0);
     EXPECT_EQ(replace((text + L'b').c_str(), (part + L'b').c_str(), L"c", 1),
               std::wstring(200000, L'a') + L'c');
     EXPECT_EQ(split(text.c_str(), (std::wstring(20000, L'\x3b1') + L'\x3b2').c_str(), 0).size(),
@@ -177,18 +152,15 @@ TEST(Strings, NarrowTwinsAreUtf8)
     size_t count = 0;
     Given<unsigned char> bytes;
     size_t length = 0;
-    const auto replaced = [](const char* text, const char* from) {
-        return narrowOf([&](char** r) { return StringReplaceAllA(text, from, "-", 1, r); });
-    };
-    EXPECT_EQ(replaced(umlaut.c_str(), utf8(L"\U0001F600").c_str()), utf8(L"Größe -"));
+    const auto replaced = asText(StringReplaceAllA);
+    EXPECT_EQ(replaced(umlaut.c_str(), utf8(L"\U0001F600").c_str(), "-", 1), utf8(L"Größe -"));
     for (const char* invalid : {"\xff", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80",
                                 "\xc3", "\x80", "\xf0\x80\x80\x80", "\xc3("})
-        EXPECT_EQ(replaced(invalid, "a"), "code 1113") << invalid;
-    EXPECT_EQ(narrowOf([&](char** r) { return StringToUpperA(umlaut.c_str(), r); }),
-              utf8(L"GRÖßE \U0001F600"));
+        EXPECT_EQ(replaced(invalid, "a", "-", 1), "code 1113") << invalid;
+    EXPECT_EQ(asText(StringToUpperA)(umlaut.c_str()), utf8(L"GRÖßE \U0001F600"));
     EXPECT_EQ(StringSplitA(utf8(L"aß;b").c_str(), utf8(L"ß").c_str(), 0, &list, &count), 0);
     EXPECT_EQ(bars(list.get(), count), "a|;b|");
-    EXPECT_EQ(narrowOf([&](char** r) { return StringJoinA(list.get(), "+", r); }), "a+;b");
+    EXPECT_EQ(asText(StringJoinA)(list.get(), "+"), "a+;b");
     EXPECT_EQ(StringParseHexA("0aFf", &bytes, &length), 0);
     EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes.get()), length), "\n\xff");
     for (const char* wrong : {"0", "0g", " 0", "0x"})
@@ -218,39 +190,32 @@ TEST(Strings, Conversions)
     const std::string zero("a\0b", 3);
     constexpr wchar_t kZeroInside[] = {L'a', L'\0', L'b', L'\0'};
     EXPECT_EQ(utf8Of(kZeroInside, 3), zero);
-    EXPECT_EQ(utf8Of(kZeroInside, static_cast<size_t>(-1)), "a");
-    EXPECT_EQ(utf8Of(L"\x7f\x80\x7ff\x800\xffff\U00010000\U0010FFFF", static_cast<size_t>(-1)),
+    EXPECT_EQ(utf8Of(kZeroInside, kWhole), "a");
+    EXPECT_EQ(utf8Of(L"\x7f\x80\x7ff\x800\xffff\U00010000\U0010FFFF", kWhole),
               "\x7f\xc2\x80\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf\xf0\x90\x80\x80\xf4\x8f\xbf\xbf");
     for (const wchar_t* lone : {L"\xD800", L"\xDC00", L"\xD800x", L"\xDC00\xD800"})
-        EXPECT_EQ(utf8Of(lone, static_cast<size_t>(-1)), "code 1113");
+        EXPECT_EQ(utf8Of(lone, kWhole), "code 1113");
     Given<wchar_t> wide;
     size_t size = 0;
     EXPECT_EQ(StringUtf8ToWide(zero.data(), 3, &wide, &size), 0);
     EXPECT_EQ(std::wstring(wide.get(), size), std::wstring(L"a\0b", 3));
-    const struct
-    {
-        const wchar_t* text;
-        unsigned codePage;
-        const char* narrow;
-        int lossy;
-    } rows[] = {{L"ä€", 1252, "\xe4\x80", 0},
-                {L"日", 1252, "?", 1},
-                {L"＂", 1252, "?", 1}, // no quotation mark
-                {L"日", 932, "\x93\xfa", 0},
-                {L"ä", CP_UTF8, "\xc3\xa4", 0},
-                {L"", 1252, "", 0}};
-    for (const auto& row : rows) {
-        Given<char> narrow;
-        Given<wchar_t> back;
-        int lossy = 7;
-        EXPECT_EQ(StringWideToAnsi(row.text, row.codePage, &narrow, &lossy), 0);
-        EXPECT_EQ(std::string(narrow.get()), row.narrow);
-        EXPECT_EQ(lossy, row.lossy) << row.narrow;
-        EXPECT_EQ(StringAnsiToWide(narrow.get(), row.codePage, &back), 0);
-        EXPECT_EQ(std::wstring(back.get()) == row.text, lossy == 0);
+    const std::tuple<const wchar_t*, unsigned, const char*, int> rows[] = {
+        {L"ä€", 1252, "\xe4\x80", 0},
+        {L"日", 1252, "?", 1},
+        {L"＂", 1252, "?", 1}, // no quotation mark
+        {L"日", 932, "\x93\xfa", 0},
+        {L"ä", CP_UTF8, "\xc3\xa4", 0},
+        {L"", 1252, "", 0}};
+    const auto back = asText(StringAnsiToWide);
+    int lossy = 7;
+    for (const auto& [text, codePage, narrow, isLossy] : rows) {
+        Given<char> given;
+        EXPECT_EQ(StringWideToAnsi(text, codePage, &given, &lossy), 0);
+        EXPECT_STREQ(given.get(), narrow);
+        EXPECT_EQ(lossy, isLossy) << narrow;
+        EXPECT_EQ(back(given.get(), codePage) == text, lossy == 0);
     }
     Given<char> none;
-    int lossy = 0;
     EXPECT_EQ(StringWideToAnsi(L"a", 54321, &none, &lossy), 87);
-    EXPECT_EQ(wideOf([](wchar_t** r) { return StringAnsiToWide("\x81", 932, r); }), L"code 1113");
+    EXPECT_EQ(back("\x81", 932), L"code 1113");
 }

@@ -66,7 +66,7 @@ TEST(Services, EndToEnd)
     EXPECT_EQ(flagOf([&](int* f) { return ServiceExists(kName, f); }), 0);
     EXPECT_EQ(ServiceStart(kName, 1000, nullptr), 1060);
     EXPECT_EQ(ServiceStop(kName, 0, 1000, nullptr), 1060);
-    // A service that takes its time, as the test plays it.
+    // A slow service, simulated by the test.
     DWORD now = SERVICE_STOPPED;
     CountedImport<"OpenServiceW", decltype(&OpenServiceW)> open(sysmaintModule());
     open.setHook([](auto, SC_HANDLE, const wchar_t*, DWORD) {
@@ -95,7 +95,7 @@ TEST(Services, EndToEnd)
     EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
     EXPECT_EQ(start.calls(), 0) << "a cancel that came first";
     EXPECT_EQ(ServiceStart(kName, INFINITE, reinterpret_cast<void*>(0x5554)), 6);
-    // The system's call itself takes long: nobody waits for it.
+    // The system's call itself takes long, but the function does not wait for it.
     const HANDLE answers = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     std::atomic<int> answered = 0;
     start.setHook(
@@ -184,7 +184,7 @@ TEST(Security, Ownership)
     EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(L"C:\\not there", 0, r); }), L"code 2");
     EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(L"HKCU\\not there", 1, r); }), L"code 2");
     EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(L"not there", 2, r); }), L"code 1060");
-    // An object without a list lets everybody in: a list with one entry would shut the others out.
+    // An object without a list admits everybody: a list with one entry would lock out the others.
     struct Made
     {
         SECURITY_INFORMATION what = 0;
@@ -243,7 +243,7 @@ TEST(Processes, RunAndEnd)
     EXPECT_EQ(wideOf([&](wchar_t** r) { return ProcessGetCommandLine(self, r); }), GetCommandLineW());
     EXPECT_EQ(flagOf([&](int* f) { return ProcessIs32Bit(self, f); }), 0);
     EXPECT_EQ(wideOf([&](wchar_t** r) { return ProcessGetPath(0xfffffff0, r); }), L"code 87");
-    // A shell that waits for another one: both end, and nothing else.
+    // A shell that waits for another one: only these two end.
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     wchar_t command[] = L"C:\\windows\\system32\\cmd.exe /c \"cmd.exe /k & cmd.exe /k\"";
@@ -385,7 +385,7 @@ TEST(System, EnvironmentAndState)
     EXPECT_EQ(get(L"U18"), std::wstring(5000, L'x'));
     EXPECT_EQ(wideOf([](wchar_t** r) { return EnvironmentExpand(L"<%U18%>", kOwn, r); }),
               L"<" + std::wstring(5000, L'x') + L">");
-    // As the system expands it, but for its limit.
+    // As the system expands it, but without its limit.
     for (const wchar_t* text :
          {L"", L"%", L"%%", L"%windir", L"%none%windir%", L"%none%", L"a%windir%b%WINDIR%", L"%%windir%"}) {
         wchar_t expected[1024];

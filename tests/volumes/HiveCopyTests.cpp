@@ -1,4 +1,4 @@
-// Run by tests/volumes/hives, which has made the volume and compares the copies.
+// Run by tests/volumes/hives, which creates the volume and compares the copies.
 
 #include <cstdlib>
 
@@ -6,7 +6,7 @@
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/Hives.h"
 
-/// Nobody may read the file itself: the test has it open alone.
+/// Nobody can read the file itself: the test has it open exclusively.
 TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
 {
     const std::wstring folder = _wgetenv(L"SYSMAINT_VOLUME_FOLDER");

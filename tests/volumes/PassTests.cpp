@@ -6,8 +6,8 @@
 
 using Volumes = WipeTest;
 
-/// Stops the wipe of the second chunk of one file after each of the passes. The files are gone then; what is
-/// in their clusters is for the script to see.
+/// Stops the wipe of the second chunk of one file after each of the passes. The files are gone then; the
+/// script checks their clusters.
 TEST_F(Volumes, StopAfterEachPass)
 {
     const TestEvent event;

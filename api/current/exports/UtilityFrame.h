@@ -18,7 +18,7 @@
 ///     return utilityFrame(outputs(result), strings::trim, text, characters);
 ///
 /// checks every pointer (87), calls the function with the inputs, narrow ones as UTF-16, and stores its
-/// results in the outputs, in the text's own encoding. Nothing is stored before everything is ready.
+/// results in the outputs, in the encoding of the text. Nothing is stored before everything is ready.
 namespace utilityframe {
 /// An input that may be null.
 template <class T>
@@ -78,10 +78,10 @@ List<Char> listed(const Char* first)
     return {first};
 }
 
-/// More than any memory holds: such a length is a negative number of the caller's.
+/// More than any memory holds: such a length comes from a negative number.
 inline constexpr std::size_t kMostBytes = static_cast<std::size_t>(-1) >> 4U;
 
-// -- Whether an input or output is missing, or cannot be
+// -- Whether an input or output is missing or invalid
 
 template <class T>
 bool isMissing(const T& value) noexcept
@@ -175,7 +175,7 @@ std::wstring given(List<Char> list)
         return std::wstring(whole);
 }
 
-// -- Outputs: all are prepared, then all are stored
+// -- Outputs: all are prepared before any is stored
 
 template <class T>
 struct ReadyValue
@@ -205,7 +205,7 @@ struct ReadyCounted
     }
 };
 
-/// Two outputs that take one result: its address and its length.
+/// Two outputs for one result: its address and its length.
 template <class T>
 struct Counted
 {

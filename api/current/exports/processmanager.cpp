@@ -16,7 +16,7 @@ using namespace utilityframe;
 namespace {
 constexpr char kProcessApi[] = "core\\win32\\utils\\processmanager\\api.h";
 
-/// Makes the one object of a family, or opens it once more.
+/// Creates the one object of a family, or opens it again.
 template <class Table>
 long openOne(Table& table, const char* place)
 {
@@ -70,7 +70,7 @@ void* createObject(Table& table, const char* place, const Entry& entry, const wc
     return createFrame(place, table, name, [&] { return new typename Table::Object(entry); });
 }
 
-/// The same for an object that is named after what it stands for.
+/// The same for an object named after what it stands for.
 template <class Table, class Entry>
 void* createObject(Table& table, const char* place, const Entry& entry)
 {

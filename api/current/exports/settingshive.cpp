@@ -10,8 +10,7 @@ using namespace utilityframe;
 namespace {
 constexpr char kSettingsHiveApi[] = "core\\win32\\registry\\settingshive\\api.h";
 
-/// The settings behind a handle, as the object that a utility function's inside is called on. Raises the
-/// table's code.
+/// The settings behind a handle, for calls by utility functions. Raises the table's code.
 SharedPtr<SettingsHive> settings(void* hive)
 {
     SharedPtr<SettingsHive> object;
@@ -21,7 +20,7 @@ SharedPtr<SettingsHive> settings(void* hive)
     return object;
 }
 
-/// A number's little-endian data, and back.
+/// Converts a number to its little-endian data and back.
 template <class Number>
 long setNumber(void* hive, const wchar_t* key, const wchar_t* value, unsigned long type,
                Number number) noexcept

@@ -65,8 +65,9 @@ SYSMAINT_API long SetCurrentUserSession(unsigned long session);
 /// impersonates itself. This works even if the thread already impersonates somebody.
 ///
 /// Returns 0, or a code with the thread unchanged: 1312 when there is currently no console session; 1008 when
-/// nobody is logged on, at the console or elsewhere; 7022 when nobody is logged on at the console and several
-/// other sessions are active (choose one with SetCurrentUserSession); 1314 for a process of the system
-/// account without the privilege to ask (SeTcbPrivilege); 126 or 127 without wtsapi32.dll or its function;
-/// other codes of WTSQueryUserToken, ImpersonateSelf or ImpersonateLoggedOnUser.
+/// nobody is logged on, at the console or elsewhere; 7022 when nobody is logged on at the console and users
+/// are active in several other sessions (choose one with SetCurrentUserSession); 1314 for a process of the
+/// system account without the privilege to ask (SeTcbPrivilege); 126 or 127 without wtsapi32.dll or its
+/// function; other codes of WTSQueryUserToken, WTSEnumerateSessionsW, ImpersonateSelf or
+/// ImpersonateLoggedOnUser.
 SYSMAINT_API long ImpersonateCurrentUser();

@@ -1,22 +1,22 @@
 #pragma once
 
-/// What ProcessEnd does besides; any of them together.
+/// Options of ProcessEnd, which can be combined.
 enum ProcessEndOption : unsigned long
 {
-    kEndTree = 1,    ///< also what the process has started, what that has started, and so on
+    kEndTree = 1,    ///< also all its descendants
     kEndServices = 2 ///< also services, which are refused otherwise
 };
 
-/// How SessionRunProgram starts a program; any of them together.
+/// Options of SessionRunProgram, which can be combined.
 enum SessionRunOption : unsigned long
 {
-    kRunElevated = 1,    ///< with the user's full rights, where they are split by the system
-    kRunWait = 2,        ///< until it ends
-    kRunCapture = 4,     ///< waits as well, and takes what it writes to its standard output and error
-    kRunEndOnTimeout = 8 ///< a program that is waited for in vain is ended, with all that it has started
+    kRunElevated = 1,    ///< with the user's full rights, where the system has split them
+    kRunWait = 2,        ///< wait until it ends
+    kRunCapture = 4,     ///< also waits, and captures its standard output and error
+    kRunEndOnTimeout = 8 ///< after a time-out the program is ended with all its descendants
 };
 
-/// All processes, in place of the id of one.
+/// All processes, instead of the id of one.
 inline constexpr unsigned long kAllProcesses = 0xFFFFFFFF;
 
 /// The message ids of the process monitor.
@@ -26,10 +26,10 @@ enum ProcessMessage : unsigned long
     kProcessEnded = 2
 };
 
-/// What the process monitor lives on.
+/// The source of the process monitor.
 enum MonitorSource : unsigned long
 {
     kMonitorStopped = 0,
     kMonitorEvents = 1,   ///< events of the system: nothing is missed
-    kMonitorSnapshots = 2 ///< snapshots that are compared: what lives shorter than the interval may be missed
+    kMonitorSnapshots = 2 ///< compared snapshots: processes that live shorter than the interval may be missed
 };

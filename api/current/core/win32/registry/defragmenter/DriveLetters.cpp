@@ -5,8 +5,8 @@
 namespace {
 constexpr std::wstring_view kDevice = LR"(\Device\)";
 
-/// The device that a drive stands for now, which is the first of a list. Empty for a drive that is gone;
-/// raises the bare code.
+/// The current device of a drive, which is the first of a list. Empty for a drive that is gone; raises the
+/// bare code.
 std::wstring deviceOf(wchar_t drive)
 {
     const wchar_t name[] = {drive, L':', L'\0'};
@@ -47,7 +47,7 @@ DriveLetters::DriveLetters()
         const auto drive = static_cast<wchar_t>(L'A' + letter);
         try {
             m_devices.emplace_back(drive, deviceOf(drive));
-        } catch (const long code) { // counts when it could have been the one that is looked for
+        } catch (const long code) { // matters if it could have been the wanted one
             m_untold = code;
         }
     }

@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    static constexpr DWORD kExtentSize = 16; // and so much comes before the first one
+    static constexpr DWORD kExtentSize = 16; // also the size of what precedes the first one
 
     LARGE_INTEGER m_size{};
     std::vector<ULONGLONG> m_buffer;
@@ -112,8 +112,7 @@ public:
     }
 
 private:
-    /// An extent without clusters of its own (-1) has a place before the volume's beginning, which is
-    /// refused.
+    /// An extent without clusters (-1) lies before the volume's beginning, which the system refuses.
     [[nodiscard]] LARGE_INTEGER offsetOf(LONGLONG cluster) const noexcept
     {
         LARGE_INTEGER offset;

@@ -19,7 +19,7 @@ public:
     using RegistryKey::open;
 };
 
-/// All names of values, each once: hives that come or go meanwhile move the others.
+/// All value names, each once: hives that are loaded or unloaded meanwhile shift the others.
 std::vector<std::wstring> readNames(HKEY key)
 {
     constexpr DWORD kLongestName = 16383;
@@ -33,14 +33,14 @@ std::vector<std::wstring> readNames(HKEY key)
             return names;
         requireSuccess(status);
         std::wstring found(name.data(), length);
-        // One with a zero inside cannot be asked for.
+        // A name with a zero inside cannot be queried.
         if (found.find(L'\0') == std::wstring::npos &&
             std::find(names.begin(), names.end(), found) == names.end())
             names.push_back(std::move(found));
     }
 }
 
-/// Reads the file's path of one hive. False when it has no file, or is not loaded any more.
+/// Reads the path of a hive's file. Returns false when it has no file, or is no longer loaded.
 bool readPath(HKEY key, LoadedHive& hive)
 {
     DWORD type = REG_NONE;
@@ -57,7 +57,7 @@ bool readPath(HKEY key, LoadedHive& hive)
     if (type != REG_SZ && type != REG_EXPAND_SZ)
         return true;
     text.resize(size / sizeof(wchar_t));
-    hive.path = text.c_str(); // up to its first zero, whether it has one or not
+    hive.path = text.c_str(); // up to its first zero, if it has one
     return !hive.path.empty();
 }
 } // namespace

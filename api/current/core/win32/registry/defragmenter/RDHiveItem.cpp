@@ -11,8 +11,8 @@
 constexpr char kRDHiveItemHeader[] = "core\\win32\\registry\\defragmenter\\include\\RDHiveItem.h";
 
 namespace {
-/// Lets the system's account and administrators alone open a file: a hive may hold what its users must not
-/// see. A file system without access lists has none to set.
+/// Lets only the system's account and administrators open a file: a hive may hold what its users must not
+/// see. Has no effect on a file system without access lists.
 void protect(const wchar_t* path)
 {
     PSECURITY_DESCRIPTOR made = nullptr;
@@ -27,11 +27,11 @@ void protect(const wchar_t* path)
         raiseCode(code);
 }
 
-/// A file of a new name, which is deleted at the end at the latest.
+/// A file with a new name, deleted by the destructor at the latest.
 class TemporaryFile
 {
 public:
-    /// Makes an empty one. Raises the bare code, an Exception, or std::bad_alloc.
+    /// Creates an empty one. Raises the bare code, an Exception, or std::bad_alloc.
     TemporaryFile(const wchar_t* folder, const wchar_t* prefix)
     {
         if (GetTempFileNameW(folder, prefix, 0, m_path) == 0)
@@ -48,11 +48,11 @@ public:
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile()
     {
-        if (m_isDeleted || DeleteFileW(m_path)) // which needs no memory
+        if (m_isDeleted || DeleteFileW(m_path)) // this needs no memory
             return;
         try {
-            m_item->deleteItem(); // has patience with who may be looking at it
-        } catch (...) {           // NOLINT(bugprone-empty-catch): what failed before is told
+            m_item->deleteItem(); // retries while others hold the file
+        } catch (...) {           // NOLINT(bugprone-empty-catch): the earlier failure is raised
         }
     }
 
@@ -70,7 +70,7 @@ private:
     bool m_isDeleted = false;
 };
 
-/// The copy of a live hive; what it fails with is raised once more with its report as the message.
+/// Copies a live hive; a failure is raised again with its report as the message.
 void copyHive(const wchar_t* source, const wchar_t* destination, HANDLE stopEvent)
 {
     const char* const place = PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 174);
@@ -88,7 +88,7 @@ void saveCompact(const wchar_t* source, const wchar_t* destination)
     const long code = primitives::codeOfStep([&] { offline::saveCompact(source, destination); });
     if (code == ERROR_BADDB || code == ERROR_REGISTRY_CORRUPT || code == ERROR_NOT_REGISTRY_FILE)
         throw Exception(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 181),
-                        static_cast<unsigned long>(code)); // it has no root key that could be opened
+                        static_cast<unsigned long>(code)); // it has no root key to open
     requireSuccess(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 185), code);
 }
 } // namespace

@@ -67,7 +67,7 @@ public:
     }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
-    /// Ends the worker, whatever it is at: what it works with is gone next.
+    /// Ends the worker in any state, because what it uses is destroyed next.
     ~Run()
     {
         while (isRunning())
@@ -77,7 +77,7 @@ public:
                 SwitchToThread();
     }
 
-    /// Waits until it has ended. Returns 0, what it ended with, or why it could not be waited for.
+    /// Waits until it has ended. Returns 0, its code, or why the wait failed.
     [[nodiscard]] long wait() const noexcept
     {
         long result = ERROR_SUCCESS;
@@ -103,7 +103,7 @@ private:
             running = pool.isRunning(work);
             return ERROR_SUCCESS;
         });
-        // Without memory nothing is known. Otherwise the pool is closed, or the process is ending, and the
+        // Out of memory: the state is unknown. Otherwise the pool is closed or the process is ending, and the
         // work with it.
         return code == ERROR_NOT_ENOUGH_MEMORY || running;
     }
@@ -149,7 +149,7 @@ void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent)
 
     IRDWorker::Queue queue;
     RDWorker worker(queue, stopEvent);
-    std::optional<Run> run; // one, however many processors there are: the copies share a disk
+    std::optional<Run> run; // only one on any number of processors: the copies share a disk
     bool isStopped = isCancelled(stopEvent);
     if (!isStopped) {
         run.emplace(pool, worker);
@@ -172,7 +172,7 @@ void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent)
 
     const char* const place = PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", __LINE__);
     const long ended = run->wait();
-    run.reset(); // it has ended now in any case
+    run.reset(); // it has certainly ended now
     if (!worker.isComplete())
         throw Exception(place, worker.isStopped() ? DWORD{ERROR_CANCELLED} : static_cast<DWORD>(ended));
     results = m_collected.copy();

@@ -7,7 +7,7 @@
 
 namespace offline {
 namespace {
-/// A hive in our own hands.
+/// A hive served by the built-in engine.
 class EngineHive final : public OfflineHive
 {
 public:

@@ -16,7 +16,7 @@ constexpr std::size_t kMostData = std::size_t{0xFFFF} * db::kSegment;
 constexpr std::size_t kLongestClass = 32767;
 constexpr char16_t kLargestLatin1 = 0xFF;
 
-/// A name as hives keep it: Latin-1 where that can hold it.
+/// A name as hives store it: in Latin-1 where possible.
 struct StoredName
 {
     explicit StoredName(std::u16string_view text)
@@ -33,7 +33,7 @@ struct StoredName
     std::vector<std::byte> bytes;
 };
 
-/// The first name of a path, which is taken off it.
+/// Removes the first name from a path and returns it.
 std::u16string_view takeName(std::u16string_view& path) noexcept
 {
     const std::size_t end = std::min(path.find(u'\\'), path.size());
@@ -184,7 +184,7 @@ std::optional<ValueId> Hive::findValue(KeyId key, std::u16string_view name) cons
 Hive::Place Hive::keepBlob(Blob&& blob)
 {
     if (m_freeBlobs.empty()) {
-        // Room for the numbers of all, so that giving one back cannot fail.
+        // Reserve space for the numbers of all, so freeing one cannot fail.
         if (m_freeBlobs.capacity() <= m_blobs.size())
             m_freeBlobs.reserve(2 * m_blobs.size() + 1);
         m_blobs.emplace_back();
@@ -199,7 +199,7 @@ Hive::Place Hive::keepBlob(Blob&& blob)
 void Hive::dropBlob(Place place) noexcept
 {
     Blob().swap(m_blobs[place]);
-    m_freeBlobs.push_back(place); // there is room for all of them
+    m_freeBlobs.push_back(place); // space for all was reserved
 }
 
 void Hive::grow(List& list)
@@ -245,7 +245,7 @@ void Hive::dropList(List& list) noexcept
     if (list.capacity != 0) {
         try {
             m_freeLists[static_cast<std::size_t>(std::bit_width(list.capacity)) - 1].push_back(list.begin);
-        } catch (const std::bad_alloc&) { // then nobody uses the room again
+        } catch (const std::bad_alloc&) { // the space is not reused then
         }
     }
     list = {};
@@ -260,7 +260,7 @@ KeyId Hive::createKey(KeyId key, std::u16string_view name, HiveTime now)
     if (name.size() > kLongestKeyName || m_keys[key].level >= kMostLevels)
         throw long{kTooDeep};
 
-    // What can fail comes first.
+    // First do what can fail.
     StoredName stored(name);
     grow(m_keys[key].subKeys);
     if (m_freeKeys.empty()) {
@@ -315,7 +315,7 @@ void Hive::dropValue(ValueId value) noexcept
         dropBlob(record.data);
     try {
         m_freeValues.push_back(value);
-    } catch (const std::bad_alloc&) { // then nobody uses the number again
+    } catch (const std::bad_alloc&) { // the number is not reused then
     }
 }
 
@@ -347,7 +347,7 @@ void Hive::deleteKey(KeyId key, HiveTime now)
     const std::span<const KeyId> keys = subKeys(parent);
     erase(siblings, static_cast<std::size_t>(std::find(keys.begin(), keys.end(), key) - keys.begin()));
     m_keys[parent].time = now;
-    // Deepest first, without any memory.
+    // Deepest first, without allocating memory.
     for (KeyId at = key;;) {
         if (m_keys[at].subKeys.count != 0) {
             at = subKeys(at).back();

@@ -31,7 +31,7 @@ std::strong_ordering NameView::compare(const NameView& other) const noexcept
     const std::size_t common = std::min(size(), other.size());
     std::strong_ordering order = std::strong_ordering::equal;
     if (m_isLatin1 && other.m_isLatin1) {
-        // Names under one key often begin alike.
+        // Names under one key often share a prefix.
         const auto differing = std::mismatch(m_bytes, m_bytes + common, other.m_bytes);
         const auto same = static_cast<std::size_t>(differing.first - m_bytes);
         order = compareUnits(

@@ -13,7 +13,7 @@ constexpr std::uint32_t kBitsPerWord = 64;
 
 std::uint32_t cellSize(const std::byte* cell) noexcept
 {
-    // Negative: in use. The lowest number has no counterpart, and is far too large either way.
+    // Negative: allocated. The lowest number has no positive counterpart, but is far too large anyway.
     return 0U - load32(cell);
 }
 
@@ -29,8 +29,7 @@ Hive HiveReader::read()
         throw long{kBadDatabase};
     readBaseBlock();
     scanBins();
-    // What the scan took for keys and values is nearly always what there is. To grow would cost more than to
-    // read.
+    // The scan's counts of keys and values are nearly always right. Growing would cost more than reading.
     m_hive.m_keys.reserve(m_keyCount);
     m_hive.m_values.reserve(m_valueCount);
     m_hive.m_lists.reserve(m_keyCount + m_valueCount);
@@ -81,7 +80,7 @@ void HiveReader::readBaseBlock()
     std::copy_n(block + base::kName, m_hive.m_fileName.size(), m_hive.m_fileName.begin());
 }
 
-/// 0: what stands there is no bin.
+/// Returns 0 when there is no bin.
 std::uint32_t HiveReader::binSize(std::uint32_t offset) const noexcept
 {
     const std::byte* const header = m_hive.m_bins.data() + offset;
@@ -99,7 +98,7 @@ void HiveReader::scanBins()
     bool isTold = false;
     for (std::uint32_t offset = 0; offset != end;) {
         const std::uint32_t size = binSize(offset);
-        if (size == 0 && !isTold) // neighbours are told once
+        if (size == 0 && !isTold) // adjacent ones are recorded once
             lose(LossKind::kBin, Hive::root(), offset);
         isTold = size == 0;
         if (size == 0)
@@ -131,7 +130,7 @@ void HiveReader::scanCells(std::uint32_t begin, std::uint32_t end)
     }
 }
 
-/// Where the chain of cells is broken, one may begin anywhere.
+/// Where the chain of cells is broken, a cell may begin anywhere.
 void HiveReader::markRough(std::uint32_t begin, std::uint32_t end)
 {
     m_isRough = true;
@@ -153,7 +152,7 @@ HiveReader::Cell HiveReader::take(std::uint32_t offset) noexcept
     const std::byte* const cell = m_hive.m_bins.data() + offset;
     const std::uint32_t size = cellSize(cell);
     if (m_isRough) {
-        // Nobody has looked at this one before. Cells may lie in each other, but not without end.
+        // This one was not checked before. Cells may overlap here, but only up to a limit.
         if (!isInUse(cell) || size % kUnit != 0 || size > m_hive.m_bins.size() - offset || size > m_left)
             return {};
         m_left -= size;
@@ -168,7 +167,7 @@ HiveReader::Cell HiveReader::takeRecord(std::uint32_t offset, std::uint16_t sign
     return cell.size() >= size && load16(cell.data()) == signature ? cell : Cell{};
 }
 
-/// The first key that says it is a root, when the base block does not lead to one.
+/// The first key marked as a root, for when the base block does not point to one.
 bool HiveReader::findRoot()
 {
     for (std::uint32_t offset = bin::kHeader; offset < m_hive.m_bins.size(); offset += kUnit) {
@@ -203,7 +202,7 @@ void HiveReader::readTree()
     }
 }
 
-/// Returns whether it is a key; what is wrong in it is lost piece by piece.
+/// Returns whether it is a key; its wrong parts are omitted one by one.
 bool HiveReader::readKey(std::uint32_t offset, KeyId parent)
 {
     const KeyId above = parent == Hive::kNone ? Hive::root() : parent;
@@ -313,7 +312,7 @@ void HiveReader::readSubKeyLists(KeyId id, Cell record)
                                  static_cast<std::uint32_t>(found)};
 }
 
-/// Returns whether all of the list could be read.
+/// Returns whether the whole list could be read.
 bool HiveReader::readLeaf(Cell leaf)
 {
     if (leaf.size() < list::kEntries)
@@ -401,7 +400,7 @@ bool HiveReader::readData(Hive::Value& value, Cell record)
         return true;
     const Cell cell = take(load32(inside));
     value.data = placeOf(cell.data());
-    // Some writers put large data into one large cell whatever the version.
+    // Some writers put large data into one large cell in every version.
     return cell.size() >= size || readSegments(value, cell);
 }
 

@@ -10,7 +10,7 @@ using namespace layout;
 
 constexpr std::size_t kHintLength = 4;
 
-/// What a list of the kind "lf" holds beside a key: its first characters, and nothing when they do not fit.
+/// The hint stored with a key in "lf" lists: its first characters, or nothing when they do not fit.
 std::uint32_t hint(const NameView& name) noexcept
 {
     std::uint32_t hint = 0;
@@ -28,7 +28,7 @@ constexpr Number roundUp(Number number, Number unit) noexcept
     return (number + unit - 1) / unit * unit;
 }
 
-/// In UTF-16, however the name is stored.
+/// In UTF-16, also for a Latin-1 name.
 std::uint32_t wideBytes(const NameView& name) noexcept
 {
     return static_cast<std::uint32_t>(name.size() * 2);
@@ -84,7 +84,8 @@ std::uint32_t HiveWriter::allocate(std::size_t size)
     return offset;
 }
 
-/// Begins a bin with a cell of that size in it. The bin that has more room left is filled on.
+/// Begins a bin with a cell of that size in it. Of the two bins, the one with more space left is filled
+/// further.
 std::uint32_t HiveWriter::newBin(std::uint32_t size)
 {
     const std::uint32_t binSize = roundUp(bin::kHeader + size, kPage);
@@ -258,7 +259,7 @@ std::uint32_t HiveWriter::writeSegments(ValueId id)
     store(payload(offset) + db::kList, list);
     std::uint32_t index = 0;
     m_hive.forEachPart(id, [&](std::span<const std::byte> part) {
-        // What comes in parts has them as long as ours.
+        // Segmented data has segments of the same size as ours.
         for (; !part.empty(); ++index) {
             const std::size_t length = std::min<std::size_t>(part.size(), db::kSegment);
             const std::uint32_t segment = allocate(length + db::kPadding);
@@ -278,7 +279,7 @@ std::uint32_t HiveWriter::writeLeaf(std::size_t count)
     return leaf;
 }
 
-/// The lists are there before their keys, which are entered one by one.
+/// The lists are written before their keys, which are entered one by one.
 std::uint32_t HiveWriter::writeLists(KeyId id, std::uint32_t record)
 {
     const std::size_t count = m_hive.subKeys(id).size();

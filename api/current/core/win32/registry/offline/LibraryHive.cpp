@@ -13,7 +13,7 @@ void requireCode(DWORD code)
     requireSuccess(static_cast<long>(code));
 }
 
-/// A key that is open, or the root, which is not opened for itself.
+/// An open key, or the root, which needs no opening.
 class OpenKey
 {
 public:
@@ -39,7 +39,7 @@ private:
     bool m_isOwn;
 };
 
-/// A hive in the hands of the system's library.
+/// A hive served by the system's library.
 class LibraryHive final : public OfflineHive
 {
 public:
@@ -64,7 +64,7 @@ public:
         className.resize(length);
         return {static_cast<unsigned long long>(time.dwHighDateTime) << 32U | time.dwLowDateTime, className};
     }
-    /// Key by key: whether the library would make those above it is not documented.
+    /// Key by key: it is not documented whether the library creates missing parents.
     void create(const std::wstring& key, const wchar_t* className) override
     {
         for (std::size_t end = 0; end != std::wstring::npos && !key.empty();) {

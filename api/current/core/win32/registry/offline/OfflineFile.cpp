@@ -17,7 +17,7 @@ long writeWhole(HANDLE file, const std::vector<std::byte>& bytes) noexcept
     return code == ERROR_SUCCESS && !FlushFileBuffers(file) ? lastError() : code;
 }
 
-/// A file of that name that was not there before. Raises the bare code, 183 for one that was.
+/// Creates a new file. Raises the bare code, 183 when it exists.
 void writeNew(const wchar_t* path, const std::vector<std::byte>& bytes)
 {
     Win32Handle file(
@@ -32,7 +32,7 @@ void writeNew(const wchar_t* path, const std::vector<std::byte>& bytes)
     raiseCode(code);
 }
 
-/// The same under the first of some names that is free, which is returned.
+/// The same under the first free one of some names, which is returned.
 template <class NameOf>
 std::wstring writeFree(const std::vector<std::byte>& bytes, NameOf&& nameOf)
 {
@@ -90,7 +90,7 @@ void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes)
 {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES && GetLastError() != ERROR_FILE_NOT_FOUND)
-        raiseLastError(); // it cannot be told what would be replaced
+        raiseLastError(); // it is unknown what would be replaced
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         raiseCode(kStoppedOnSymlink);
     const std::wstring fresh = writeFree(bytes, [&](int attempt) {

@@ -10,7 +10,7 @@ using offline::Hive;
 using offline::OfflineHive;
 
 namespace {
-/// Raises 123 or 206 for a path that no key has, so that either way refuses the same.
+/// Raises 123 or 206 for an invalid path, so both ways refuse the same.
 void requirePath(std::wstring_view path)
 {
     std::size_t levels = 1;
@@ -32,7 +32,7 @@ SharedPtr<SharedHive> shared(const wchar_t* file, unsigned long way)
     return SharedPtr<SharedHive>(hive.release());
 }
 
-/// One operation on the hive. `given` says whether no pointer is missing.
+/// One operation on the hive. `given` tells whether all pointers were given.
 template <class Operation>
 long operate(const SharedPtr<SharedHive>& shared, bool given, Operation&& operation) noexcept
 {
@@ -45,7 +45,7 @@ long operate(const SharedPtr<SharedHive>& shared, bool given, Operation&& operat
     });
 }
 
-/// Whether `look` does not raise that something is not there.
+/// Whether `look` finds its object: false when it raises that it does not exist.
 template <class Look>
 int isThere(Look&& look)
 {
@@ -173,7 +173,7 @@ long OfflineRegistryKey::save(const wchar_t* newFile) const noexcept
 {
     return operate(m_hive, newFile != nullptr, [&](OfflineHive& hive) {
         const Win32Path target(newFile);
-        // The name is taken first, so that nothing that is there is touched; the library wants it free again.
+        // Reserve the name first, so no existing file is touched; the library then needs it free again.
         Win32Handle file(
             CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!file.isValid())

@@ -24,7 +24,7 @@ private:
     OfflineLibrary::Handle m_hive = nullptr;
 };
 
-/// What a library wrote and perhaps left to the system's cache.
+/// Flushes what the library wrote, which may still be in the system's cache.
 long flush(const wchar_t* path)
 {
     const Win32Handle file(
@@ -35,7 +35,7 @@ long flush(const wchar_t* path)
 void saveByLibrary(const OfflineLibrary& library, const wchar_t* source, const wchar_t* destination)
 {
     const OpenHive hive(library, source);
-    // It does not overwrite.
+    // The library does not overwrite files.
     if (!DeleteFileW(destination) && GetLastError() != ERROR_FILE_NOT_FOUND)
         raiseLastError();
     long code = static_cast<long>(
@@ -62,7 +62,7 @@ void saveCompact(const wchar_t* sourceFile, const wchar_t* destinationFile)
 
 std::tuple<RecordList<HiveLoss>, std::size_t> salvageFile(const wchar_t* damagedFile, const wchar_t* newFile)
 {
-    constexpr std::size_t kMostRecords = 10000; // a hostile file can have one for every few of its bytes
+    constexpr std::size_t kMostRecords = 10000; // a hostile file can have one for every few bytes
     constexpr std::size_t kLongestPath = 1000;
     std::vector<Loss> losses;
     const Hive hive = Hive::salvage(readFile(damagedFile), losses);

@@ -17,7 +17,7 @@ bool isMissing(long code) noexcept
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
 }
 
-/// The characters of a text's data. Raises 13 for half a one.
+/// The characters of a text's data. Raises 13 for half a character.
 std::wstring charactersOf(const SettingsHive::Bytes& bytes)
 {
     if (bytes.size() % sizeof(wchar_t) != 0)
@@ -64,7 +64,7 @@ void SettingsHive::load(std::vector<std::byte>&& bytes)
     std::vector<Loss> losses;
     bool isWhole = false;
     try {
-        // The same as parse for a hive that is whole.
+        // The same as parse for an undamaged hive.
         m_hive = Hive::salvage(std::vector<std::byte>(bytes), losses);
         isWhole = losses.empty();
     } catch (const long code) {
@@ -90,7 +90,7 @@ void SettingsHive::save()
     }
     if (m_damaged.has_value() && !m_isKept) {
         keepFile(m_path + L".damaged", *m_damaged);
-        m_isKept = true; // also for another try, should the rest fail
+        m_isKept = true; // also for a later attempt if the rest fails
     }
     replaceFile(m_path, bytes);
     const WriteLocker locker(m_lock);

@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint32_t kPolynomial = 0xEDB88320;
 constexpr std::size_t kTables = 8;
 
-/// Table 0 takes one byte in, table n a byte that n further ones follow.
+/// Table 0 is for a single byte, table n for a byte followed by n others.
 constexpr auto kTable = [] {
     std::array<std::array<std::uint32_t, 256>, kTables> tables{};
     for (std::uint32_t byte = 0; byte < 256; ++byte) {
@@ -35,7 +35,7 @@ __m128i load(const unsigned char* bytes) noexcept
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
 }
 
-/// `value` moved on by the distance that `factors` stand for, and the bytes there taken in.
+/// Moves `value` on by the distance that `factors` stand for, and adds the bytes there.
 SYSMAINT_INSTRUCTIONS_INLINE(CLMUL_INSTRUCTIONS)
 __m128i fold(__m128i value, __m128i factors, __m128i bytes) noexcept
 {
@@ -43,7 +43,7 @@ __m128i fold(__m128i value, __m128i factors, __m128i bytes) noexcept
                          _mm_clmulepi64_si128(value, factors, 0x11));
 }
 
-/// The same for two times 128 bits side by side.
+/// The same for two 128-bit values side by side.
 SYSMAINT_INSTRUCTIONS_INLINE(WIDE_CLMUL_INSTRUCTIONS)
 __m256i foldBoth(__m256i value, __m256i factors, const unsigned char* bytes) noexcept
 {
@@ -52,7 +52,7 @@ __m256i foldBoth(__m256i value, __m256i factors, const unsigned char* bytes) noe
                             _mm256_clmulepi64_epi128(value, factors, 0x11));
 }
 
-/// 128 bits to the 32 of the register.
+/// Reduces 128 bits to the 32 of the register.
 SYSMAINT_INSTRUCTIONS_INLINE(CLMUL_INSTRUCTIONS)
 std::uint32_t reduce(__m128i value, __m128i factors) noexcept
 {
@@ -74,7 +74,7 @@ __m128i byOne() noexcept
     return _mm_set_epi64x(0x0ccaa009e, 0x1751997d0);
 }
 
-/// Takes in the bytes behind those that `value` stands for, and brings all to the register.
+/// Adds the bytes that follow those in `value`, and reduces all to the register.
 SYSMAINT_INSTRUCTIONS_INLINE(CLMUL_INSTRUCTIONS)
 std::uint32_t finished(__m128i value, const unsigned char* bytes, std::size_t size) noexcept
 {

@@ -18,7 +18,7 @@ constexpr std::uint32_t kConstants[64] = {
     0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391};
 constexpr int kTurns[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
 
-/// One step. The words of the state do not change places: each step takes them by other names.
+/// One step. The words of the state do not move: each step addresses them by other names.
 template <int Step>
 void oneStep(md5::Algorithm::State& state, const std::uint32_t* words) noexcept
 {
@@ -36,7 +36,7 @@ void oneStep(md5::Algorithm::State& state, const std::uint32_t* words) noexcept
     if constexpr (kRound == 0)
         a += d ^ (b & (c ^ d));
     else if constexpr (kRound == 1)
-        a = a + (c & ~d) + (b & d); // the two have no bit in common, and only one waits for `b`
+        a = a + (c & ~d) + (b & d); // the two share no bit, and only one depends on `b`
     else if constexpr (kRound == 2)
         a += (c ^ d) ^ b;
     else
@@ -54,7 +54,7 @@ void everyStep(md5::Algorithm::State& state, const std::uint32_t* words,
 
 void md5::takeBlocks(Algorithm::State& state, const unsigned char* blocks, std::size_t count) noexcept
 {
-    Algorithm::State now = state; // a copy of our own stays in registers
+    Algorithm::State now = state; // a local copy stays in registers
     for (; count != 0; --count, blocks += MD5::kBlockSize) {
         std::uint32_t words[16];
         std::memcpy(words, blocks, sizeof words);

@@ -21,7 +21,7 @@ alignas(16) constexpr std::uint32_t kConstants[64] = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-/// One round. The words of the state do not change places: each round takes them by other names.
+/// One round. The words of the state do not move: each round addresses them by other names.
 template <int Round>
 void oneRound(sha256::Algorithm::State& state, std::uint32_t (&words)[16]) noexcept
 {
@@ -101,10 +101,10 @@ SYSMAINT_INSTRUCTIONS(SHA_INSTRUCTIONS)
 void sha256::takeBlocksWithExtensions(Algorithm::State& state, const unsigned char* blocks,
                                       std::size_t count) noexcept
 {
-    // The bytes of each word turned about; the state as the instructions want it, in two halves.
+    // Reverses the bytes of each word; the instructions need the state in two halves.
     const __m128i turned = _mm_set_epi64x(0x0c0d0e0f08090a0b, 0x0405060700010203);
     auto* halves = reinterpret_cast<__m128i*>(state.data());
-    const __m128i low = _mm_shuffle_epi32(_mm_loadu_si128(halves), 0xB1);      // c d a b, from the top
+    const __m128i low = _mm_shuffle_epi32(_mm_loadu_si128(halves), 0xB1);      // c d a b, from the high word
     const __m128i high = _mm_shuffle_epi32(_mm_loadu_si128(halves + 1), 0x1B); // e f g h
     __m128i abef = _mm_alignr_epi8(low, high, 8);
     __m128i cdgh = _mm_blend_epi16(high, low, 0xF0);

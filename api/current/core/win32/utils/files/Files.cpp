@@ -19,10 +19,10 @@
 
 namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr long kDirectoryNotSupported = 336; // which not every platform header names
+constexpr long kDirectoryNotSupported = 336; // not every platform header names it
 constexpr std::size_t kPiece = 1U << 20U;
 
-/// Opens what a path leads to, folders too.
+/// Opens the target of a path, also a folder.
 Win32Handle open(const wchar_t* path, DWORD access, DWORD share = kShareAll)
 {
     Win32Handle file(CreateFileW(Win32Path(path), access, share, nullptr, OPEN_EXISTING,
@@ -40,14 +40,14 @@ BY_HANDLE_FILE_INFORMATION informationOf(const wchar_t* path)
     return information;
 }
 
-/// What a file that is to be replaced hands on to the one that takes its place.
+/// What a replaced file passes on to its replacement.
 struct Inherited
 {
     DWORD attributes = FILE_ATTRIBUTE_NORMAL;
-    std::vector<unsigned char> rights; // a security descriptor; empty where there is none
+    std::vector<unsigned char> rights; // a security descriptor; empty when there is none
 };
 
-/// The access list of an open file; empty on file systems without such.
+/// The access list of an open file; empty on file systems without access lists.
 std::vector<unsigned char> rightsOf(HANDLE file)
 {
     std::vector<unsigned char> descriptor(1024);
@@ -63,7 +63,7 @@ std::vector<unsigned char> rightsOf(HANDLE file)
             raiseLastError();
         descriptor.resize(needed);
     }
-    // The system drops the mark of inherited entries unless it is asked to keep it.
+    // The system drops the mark of inherited entries unless asked to keep it.
     constexpr SECURITY_DESCRIPTOR_CONTROL kInherited = SE_DACL_AUTO_INHERITED;
     constexpr SECURITY_DESCRIPTOR_CONTROL kRequested = SE_DACL_AUTO_INHERIT_REQ;
     SECURITY_DESCRIPTOR_CONTROL control = 0;
@@ -75,7 +75,7 @@ std::vector<unsigned char> rightsOf(HANDLE file)
     return descriptor;
 }
 
-/// Looks at what stands where a file is to be put; raises where that must not be replaced.
+/// Examines what the new file will replace; raises when that must not be replaced.
 Inherited inheritedFrom(const std::wstring& target)
 {
     constexpr DWORD kKept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE |
@@ -83,11 +83,11 @@ Inherited inheritedFrom(const std::wstring& target)
     try {
         const OpenedItself old(target.c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES);
         if (old.isLink())
-            raiseCode(kStoppedOnSymlink); // what stands for another file would be lost
+            raiseCode(kStoppedOnSymlink); // the link would be lost
         if (old.isFolder())
-            raiseCode(kDirectoryNotSupported); // some systems would replace it with all that is in it
+            raiseCode(kDirectoryNotSupported); // some systems would replace it with all its content
         if ((old.attributes() & FILE_ATTRIBUTE_READONLY) != 0)
-            raiseCode(ERROR_FILE_READ_ONLY); // and some would replace this
+            raiseCode(ERROR_FILE_READ_ONLY); // some systems would replace it
         return {old.attributes() & kKept, rightsOf(old.get())};
     } catch (long code) {
         if (code != ERROR_FILE_NOT_FOUND)
@@ -96,8 +96,8 @@ Inherited inheritedFrom(const std::wstring& target)
     }
 }
 
-/// Deletes a file, or the link to one, under the path that Win32 gets. Others that look at new files (virus
-/// scanners, indexers) let go within moments.
+/// Deletes a file, or a link to one, by its Win32 path. Programs that examine new files (virus scanners,
+/// indexers) soon close them.
 long deleteFile(const wchar_t* target)
 {
     constexpr int kAttempts = 5;
@@ -112,7 +112,7 @@ long deleteFile(const wchar_t* target)
     }
 }
 
-/// A new file beside another; it goes with its owner unless it was put in that one's place.
+/// A new file beside another. The destructor deletes it unless it has replaced the other.
 class TemporaryFile
 {
 public:
@@ -122,7 +122,7 @@ public:
         for (int i = 0; i < kAttempts && !m_file.isValid(); ++i) {
             LARGE_INTEGER now;
             QueryPerformanceCounter(&now);
-            // A name of its own: with the target's in it, it might be too long for the file system.
+            // A short name: with the target's name in it, it might be too long for the file system.
             m_path = joinPath(folder, L"~" + std::to_wstring(GetCurrentProcessId()) + L"-" +
                                           std::to_wstring(GetCurrentThreadId()) + L"-" +
                                           std::to_wstring(now.QuadPart) + L".tmp");
@@ -134,7 +134,7 @@ public:
         }
         if (!m_file.isValid())
             raiseLastError();
-        // Before there is anything in it to be read.
+        // Before it has any content to be read.
         if (!inherited.rights.empty() &&
             !SetKernelObjectSecurity(m_file.get(), DACL_SECURITY_INFORMATION,
                                      const_cast<unsigned char*>(inherited.rights.data()))) {
@@ -152,11 +152,11 @@ public:
     }
 
     [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
-    /// Puts it where `target` is, or was not yet, in one step.
+    /// Renames it to `target` in one step, whether or not that exists.
     void place(const std::wstring& target)
     {
         m_file.reset();
-        Patience patience; // with those who look at either file for a moment
+        Patience patience; // others may briefly hold either file
         do
             m_placed = MoveFileExW(m_path.c_str(), target.c_str(),
                                    MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
@@ -229,7 +229,7 @@ void setTimes(const wchar_t* path, const unsigned long long* created, const unsi
     const unsigned long long* given[] = {created, accessed, written};
     FILETIME values[3];
     for (int i = 0; i < 3; ++i) {
-        // The system takes the first two for something else: leave the time alone, and leave it from now on.
+        // To the system, 0 and -1 mean: leave the time unchanged, now or for all later operations.
         if (given[i] != nullptr && (*given[i] == 0 || *given[i] >> 63U != 0))
             raiseCode(ERROR_INVALID_PARAMETER);
         values[i] = timetext::fileTime(given[i] != nullptr ? *given[i] : 0);
@@ -257,7 +257,7 @@ std::vector<unsigned char> readAll(const wchar_t* path, unsigned long long limit
     std::vector<unsigned char> bytes;
     if (static_cast<unsigned long long>(size.QuadPart) <= limit)
         bytes.reserve(static_cast<std::size_t>(size.QuadPart));
-    for (;;) { // it may grow meanwhile
+    for (;;) { // the file may grow meanwhile
         if (static_cast<unsigned long long>(size.QuadPart) > limit || bytes.size() > limit)
             raiseCode(ERROR_FILE_TOO_LARGE);
         const std::size_t at = bytes.size();
@@ -298,7 +298,7 @@ bool deleteForced(const wchar_t* path)
     const DWORD attributes = attributesOf(settled.c_str());
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         raiseCode(kDirectoryNotSupported);
-    // Of a link the attributes would be those of what it leads to.
+    // Of a link these would be the target's attributes.
     const bool cleared =
         (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_REPARSE_POINT)) == FILE_ATTRIBUTE_READONLY &&
         SetFileAttributesW(settled.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
@@ -364,7 +364,7 @@ std::vector<unsigned long> lockers(const wchar_t* path)
 
 void moveToRecycleBin(const wchar_t* path)
 {
-    // The shell takes no longer path, and takes wildcards for what they match.
+    // The shell accepts no longer path, and expands wildcards.
     std::wstring names = paths::normalize(path);
     if (names.size() >= MAX_PATH)
         raiseCode(ERROR_FILENAME_EXCED_RANGE);
@@ -373,7 +373,7 @@ void moveToRecycleBin(const wchar_t* path)
     if (paths::isProtected(names))
         raiseCode(ERROR_NOT_SUPPORTED);
     attributesOf(names.c_str());
-    // Where there is no bin the shell would delete for good, without a word.
+    // Without a bin the shell would delete permanently, without asking.
     const std::wstring root = names.substr(0, 3);
     const UINT kind = GetDriveTypeW(root.c_str());
     if (kind == DRIVE_REMOTE || kind == DRIVE_REMOVABLE || kind == DRIVE_CDROM || isBinOff(root))
@@ -389,7 +389,7 @@ void moveToRecycleBin(const wchar_t* path)
     shell.keep();
     if (const int code = operate(&operation); code != 0)
         raiseCode(code < 0x71 || code > 0xB7 ? code
-                                             : ERROR_ACCESS_DENIED); // the shell's own numbers say no more
+                                             : ERROR_ACCESS_DENIED); // the shell's own codes tell no more
     if (operation.fAnyOperationsAborted)
         raiseCode(ERROR_CANCELLED);
 }

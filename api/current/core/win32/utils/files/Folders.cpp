@@ -26,7 +26,7 @@ void eachEntry(const std::wstring& folder, Visit&& visit)
                                              &found, FindExSearchNameMatch, nullptr,
                                              FIND_FIRST_EX_LARGE_FETCH));
     if (!search.isValid()) {
-        if (GetLastError() != ERROR_FILE_NOT_FOUND) // the root of a drive may have no entry at all
+        if (GetLastError() != ERROR_FILE_NOT_FOUND) // the root of a drive may be empty
             raiseLastError();
         return;
     }
@@ -44,7 +44,7 @@ void eachEntry(const std::wstring& folder, Visit&& visit)
         raiseLastError();
 }
 
-/// The settled path without a closing backslash, which would lead through a link.
+/// The absolute path without a closing backslash, which would follow a link.
 std::wstring rootOf(const wchar_t* path)
 {
     const std::wstring settled = settledPath(path);
@@ -56,7 +56,7 @@ std::wstring parentOf(const std::wstring& folder)
     try {
         return paths::parent(folder);
     } catch (long) {
-        raiseCode(ERROR_PATH_NOT_FOUND); // not even the drive is there
+        raiseCode(ERROR_PATH_NOT_FOUND); // not even the drive exists
     }
 }
 
@@ -74,7 +74,7 @@ bool isGone(long code) noexcept
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
 }
 
-/// Holds a folder of a tree and those above it. Returns false when it has gone since it was listed.
+/// Holds a folder of a tree and those above it. Returns false when it was deleted after it was listed.
 bool isHeld(HeldFolders& held, const std::wstring& root, const std::wstring& folder, Patience& patience)
 {
     for (;;) {
@@ -90,9 +90,9 @@ bool isHeld(HeldFolders& held, const std::wstring& root, const std::wstring& fol
     }
 }
 
-/// Walks a folder that is no link, deepest first. Every folder on the way is held while it is listed and
-/// while `onEntry` gets what it holds and does not lead on: files and links. `onLeave` gets each folder when
-/// all that is in it has been seen; it is not held any more, but its parent is. Raises the bare code.
+/// Walks a folder that is not a link, deepest first. Every folder on the way is held while it is listed and
+/// while `onEntry` gets its files and links. `onLeave` gets each folder after its content; it is no longer
+/// held then, but its parent is. Raises the bare code.
 template <class OnEntry, class OnLeave>
 void walkTree(const std::wstring& root, HANDLE cancelEvent, Patience& patience, OnEntry&& onEntry,
               OnLeave&& onLeave)
@@ -123,7 +123,7 @@ void walkTree(const std::wstring& root, HANDLE cancelEvent, Patience& patience, 
             pending.pop_back();
             continue;
         }
-        std::vector<Entry> entries; // first all: what is deleted while a search goes on may confuse it
+        std::vector<Entry> entries; // list all first: deleting during a search may confuse it
         eachEntry(folder, [&](Entry&& entry) {
             entries.push_back(std::move(entry));
             return true;
@@ -140,8 +140,8 @@ void walkTree(const std::wstring& root, HANDLE cancelEvent, Patience& patience, 
     }
 }
 
-/// Removes one entry that leads nowhere further: a file, a link, or a folder that is empty. One that somebody
-/// holds is tried again as long as the whole call has patience.
+/// Removes a file, a link or an empty folder. One that others hold is retried as long as the patience of the
+/// whole call lasts.
 long removeEntry(const std::wstring& path, DWORD attributes, bool isLink, Patience& patience)
 {
     const bool folder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
@@ -154,7 +154,7 @@ long removeEntry(const std::wstring& path, DWORD attributes, bool isLink, Patien
     } while ((code != ERROR_ACCESS_DENIED || (attributes & FILE_ATTRIBUTE_READONLY) == 0) &&
              patience.isWorthAnotherTry(static_cast<DWORD>(code)));
     if (isGone(code))
-        return ERROR_SUCCESS; // somebody else was faster
+        return ERROR_SUCCESS; // somebody else has deleted it
     if (code != ERROR_ACCESS_DENIED || isLink || (attributes & FILE_ATTRIBUTE_READONLY) == 0 ||
         !SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY)))
         return code;
@@ -169,7 +169,7 @@ long removeEntry(const std::wstring& path, DWORD attributes, bool isLink, Patien
 namespace folders {
 void createTree(const wchar_t* path)
 {
-    // From the deepest upwards to one that is there, then down again.
+    // Upwards to the first that exists, then down again.
     std::vector<std::wstring> missing;
     for (std::wstring folder = rootOf(path);; folder = parentOf(folder)) {
         const DWORD attributes = GetFileAttributesW(folder.c_str());
@@ -194,7 +194,7 @@ void deleteTree(const wchar_t* path, HANDLE cancelEvent)
         raiseCode(ERROR_NOT_SUPPORTED);
     requireFolder(root);
     requireEvent(cancelEvent);
-    Patience patience(cancelEvent); // also with a second call for the same folder
+    Patience patience(cancelEvent); // also covers a second call for the same folder
     long failed = ERROR_SUCCESS;
     const auto note = [&](long code) { failed = failed == ERROR_SUCCESS ? code : failed; };
     walkTree(

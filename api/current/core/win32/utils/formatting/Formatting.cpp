@@ -9,7 +9,7 @@
 #include "core/win32/utils/time/include/Time.h"
 
 namespace {
-/// A short text of the calling user's locale.
+/// A short text from the calling user's locale.
 std::wstring localeText(LCTYPE kind, const wchar_t* otherwise)
 {
     wchar_t text[16];
@@ -23,7 +23,7 @@ std::wstring twoDigits(unsigned long long number)
     return (number < 10 ? L"0" : L"") + std::to_wstring(number);
 }
 
-/// The next digit of `rest` out of `unit`, in base 10; `rest` becomes what is left. Never goes over 64 bits.
+/// The next digit of `rest` out of `unit`, in base 10; `rest` becomes what is left. Never overflows 64 bits.
 unsigned nextDigit(unsigned long long& rest, unsigned long long unit) noexcept
 {
     unsigned digit = 0;
@@ -40,7 +40,8 @@ unsigned nextDigit(unsigned long long& rest, unsigned long long unit) noexcept
     return digit;
 }
 
-/// The whole part and, after the locale's sign, `decimals` digits of the `rest` out of `unit`, cut off.
+/// The whole part and, after the locale's decimal point, `decimals` digits of the `rest` out of `unit`, cut
+/// off.
 std::wstring decimalText(unsigned long long whole, unsigned long long rest, unsigned long long unit,
                          unsigned decimals)
 {
@@ -80,7 +81,7 @@ std::wstring count(unsigned long long number)
 {
     std::wstring digits = std::to_wstring(number);
     const std::wstring separator = localeText(LOCALE_STHOUSAND, L",");
-    // "3;0" are groups of three, "3;2;0" three and then twos, "3" three and then no more.
+    // "3;0": groups of three; "3;2;0": one of three, then twos; "3": one of three only.
     const std::wstring grouping = localeText(LOCALE_SGROUPING, L"3;0");
     std::size_t end = digits.size();
     for (std::size_t at = 0; at < grouping.size();) {
@@ -118,7 +119,7 @@ std::wstring percent(unsigned long long part, unsigned long long whole)
         raiseCode(ERROR_INVALID_PARAMETER);
     unsigned long long rest = part % whole;
     const unsigned tens = nextDigit(rest, whole);
-    const unsigned hundredths = tens * 10 + nextDigit(rest, whole); // a hundred times the part may not fit
+    const unsigned hundredths = tens * 10 + nextDigit(rest, whole); // a hundred times the part may overflow
     const unsigned long long times = part / whole;
     if (times > (~0ULL - hundredths) / 100)
         raiseCode(ERROR_ARITHMETIC_OVERFLOW);
@@ -151,7 +152,7 @@ std::wstring systemError(unsigned long code)
         raiseLastError();
     const std::unique_ptr<wchar_t, LocalMemory> owner(allocated);
     std::wstring text;
-    for (DWORD i = 0; i < length; ++i) // one line: what ends lines becomes one blank
+    for (DWORD i = 0; i < length; ++i) // one line: line ends become one blank
         if (allocated[i] > L' ')
             text += allocated[i];
         else if (!text.empty() && text.back() != L' ')

@@ -2,11 +2,11 @@
 
 #include "core/win32/utils/memory/api.h"
 
-// Numbers, times and codes as texts for people, by the calling user's locale. What all utility functions have
-// in common is said in core/win32/utils/memory/api.h.
+// Numbers, times and codes as texts for people, by the calling user's locale. core/win32/utils/memory/api.h
+// describes what all utility functions have in common.
 
 extern "C" {
-/// "512 bytes", "1.9 MiB": steps of 1,024. Digits are cut off, not rounded: it never says more than there is.
+/// "512 bytes", "1.9 MiB": steps of 1,024. Cut off, not rounded: it never shows more than there is.
 ///
 /// @param decimals  0 to 3; whole bytes have none
 /// @return 0, 87, 8
@@ -22,18 +22,18 @@ SYSMAINT_API long FormatCount(unsigned long long number, wchar_t** text);
 /// @return 0, 87, 8
 SYSMAINT_API long FormatDuration(unsigned long long milliseconds, wchar_t** text);
 
-/// "42.1%", cut off: 100.0% is only said when all is done.
+/// "42.1%", cut off: 100.0% only appears when all is done.
 ///
 /// @return 0, 87 (also a `whole` of 0), 534 (too large), 8
 SYSMAINT_API long FormatPercent(unsigned long long part, unsigned long long whole, wchar_t** text);
 
-/// Date and time of day, in the local time of that day (summer time by the rules of then).
+/// Date and time of day, in the local time of that day (daylight saving by the rules of that day).
 ///
 /// @param longForm  0: short date, hours and minutes; otherwise long date, with seconds
-/// @return 0, 87 (also a time that is none), 8, or the system's code
+/// @return 0, 87 (also an invalid time), 8, or the system's code
 SYSMAINT_API long FormatDateTime(unsigned long long time, int longForm, wchar_t** text);
 
-/// The system's text for a Win32 code or an HRESULT, in one line.
+/// The system's message for a Win32 code or an HRESULT, on one line.
 ///
 /// @return 0, 87, 8, 317 (the system has none)
 SYSMAINT_API long FormatSystemError(unsigned long code, wchar_t** text);

@@ -269,7 +269,7 @@ void FtpSession::endTransfer(const FtpLimits& limits)
 std::string FtpSession::readListing(std::string_view command, std::string_view argument,
                                     const FtpLimits& limits)
 {
-    const WirePtr data = beginTransfer(command, argument, limits);
+    WirePtr data = beginTransfer(command, argument, limits);
     const Deadline deadline(limits.timeout < INFINITE / kListingShare ? limits.timeout * kListingShare
                                                                       : INFINITE);
     std::string text;
@@ -290,6 +290,7 @@ std::string FtpSession::readListing(std::string_view command, std::string_view a
             raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
         text.append(piece.data(), got);
     }
+    data.reset(); // some servers wait for it before they reply
     endTransfer(limits);
     return text;
 }
@@ -353,7 +354,7 @@ std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, co
 void FtpSession::retrieve(const std::string& file, unsigned long long offset, const FtpLimits& limits,
                           const std::function<void(const char* data, std::size_t size)>& take)
 {
-    const WirePtr data = beginTransfer("RETR", file, limits, offset);
+    WirePtr data = beginTransfer("RETR", file, limits, offset);
     std::vector<char> piece(kPiece);
     for (;;) {
         std::size_t got = 0;
@@ -366,6 +367,7 @@ void FtpSession::retrieve(const std::string& file, unsigned long long offset, co
         }
         take(piece.data(), got);
     }
+    data.reset();
     endTransfer(limits);
 }
 

@@ -11,8 +11,8 @@
 #define SHA_INSTRUCTIONS "sha,sse4.1,ssse3"
 
 namespace {
-/// One round. `words` holds the last 16 words of the schedule. The five words of the state do not change
-/// places: each round takes them by other names.
+/// One round. `words` holds the last 16 words of the schedule. The five words of the state do not move: each
+/// round addresses them by other names.
 template <int Round>
 void oneRound(sha1::State& state, std::uint32_t (&words)[16]) noexcept
 {
@@ -89,7 +89,7 @@ void sha1::takeBlocksPortably(State& state, const unsigned char* blocks, std::si
 SYSMAINT_INSTRUCTIONS(SHA_INSTRUCTIONS)
 void sha1::takeBlocksWithExtensions(State& state, const unsigned char* blocks, std::size_t count) noexcept
 {
-    // The instructions want the first word in the highest lane, and so the bytes of each block turned about.
+    // The instructions need the first word in the highest lane, so the bytes of each block are reversed.
     const __m128i turned = _mm_set_epi64x(0x0001020304050607, 0x08090a0b0c0d0e0f);
     __m128i abcd = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(state.data())), 0x1B);
     __m128i fifth = _mm_set_epi32(static_cast<int>(state[4]), 0, 0, 0);

@@ -3,7 +3,10 @@
 #include <wtsapi32.h>
 
 #include <atomic>
+#include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
@@ -37,9 +40,10 @@ Function terminalServices(const ModuleHandle& library, const char* name)
     return found;
 }
 
-/// The one session, besides the console's, in which somebody is working. kAutomatic when there is none.
-/// Raises 7022 when there are several, since it is unknown which is meant.
-DWORD onlyActiveSession(const ModuleHandle& library, DWORD console)
+using QueryUserToken = BOOL(WINAPI*)(ULONG, PHANDLE);
+
+/// The sessions, besides the console's, in which somebody is working.
+std::vector<DWORD> activeSessions(const ModuleHandle& library, DWORD console)
 {
     const auto enumerate =
         terminalServices<decltype(&WTSEnumerateSessionsW)>(library, "WTSEnumerateSessionsW");
@@ -48,20 +52,34 @@ DWORD onlyActiveSession(const ModuleHandle& library, DWORD console)
     DWORD count = 0;
     if (!enumerate(WTS_CURRENT_SERVER_HANDLE, 0, 1, &sessions, &count))
         raiseLastError();
-    DWORD found = usersession::kAutomatic;
-    bool isOnly = true;
-    for (DWORD i = 0; i < count; ++i) {
-        if (sessions[i].State != WTSActive || sessions[i].SessionId == console)
+    const std::unique_ptr<WTS_SESSION_INFOW, decltype(release)> owner(sessions, release);
+    std::vector<DWORD> active;
+    for (DWORD i = 0; i < count; ++i)
+        if (sessions[i].State == WTSActive && sessions[i].SessionId != console)
+            active.push_back(sessions[i].SessionId);
+    return active;
+}
+
+/// The user of the only one of these sessions that has a user; `code` if none has. Raises 7022 when several
+/// have, since it is unknown which is meant.
+Win32Handle onlyUser(const std::vector<DWORD>& sessions, QueryUserToken query, long code)
+{
+    Win32Handle user;
+    for (const DWORD session : sessions) {
+        HANDLE queried = nullptr;
+        if (!query(session, &queried)) {
+            if (GetLastError() != ERROR_NO_TOKEN)
+                raiseLastError();
             continue;
-        isOnly = found == usersession::kAutomatic;
-        found = sessions[i].SessionId;
-        if (!isOnly)
-            break;
+        }
+        Win32Handle token(queried);
+        if (user.isValid())
+            raiseCode(ERROR_CTX_WINSTATION_NOT_FOUND);
+        user = std::move(token);
     }
-    release(sessions);
-    if (!isOnly)
-        raiseCode(ERROR_CTX_WINSTATION_NOT_FOUND);
-    return found;
+    if (!user.isValid())
+        raiseCode(code);
+    return user;
 }
 
 /// The token of the session's user. Raises the bare code.
@@ -71,7 +89,7 @@ Win32Handle queryToken()
     const ModuleHandle library = loadSystemModule(L"wtsapi32.dll");
     if (!library.isValid())
         raiseLastError();
-    const auto query = terminalServices<BOOL(WINAPI*)(ULONG, PHANDLE)>(library, "WTSQueryUserToken");
+    const auto query = terminalServices<QueryUserToken>(library, "WTSQueryUserToken");
     const DWORD chosen = g_chosen;
     const DWORD console = chosen == usersession::kAutomatic ? WTSGetActiveConsoleSessionId() : chosen;
     HANDLE queried = nullptr;
@@ -79,11 +97,8 @@ Win32Handle queryToken()
     if (console != kNoSession)
         code = query(console, &queried) ? ERROR_SUCCESS : lastError();
     if (chosen == usersession::kAutomatic &&
-        (code == ERROR_NO_TOKEN || code == ERROR_NO_SUCH_LOGON_SESSION)) { // the user may be working remotely
-        const DWORD other = onlyActiveSession(library, console);
-        if (other != usersession::kAutomatic)
-            code = query(other, &queried) ? ERROR_SUCCESS : lastError();
-    }
+        (code == ERROR_NO_TOKEN || code == ERROR_NO_SUCH_LOGON_SESSION)) // the user may be working remotely
+        return onlyUser(activeSessions(library, console), query, code);
     requireSuccess(code);
     return Win32Handle(queried);
 }

@@ -18,8 +18,7 @@ Win32Handle open(unsigned long id, DWORD access)
     Win32Handle process(OpenProcess(access, FALSE, id));
     if (!process.isValid())
         raiseLastError();
-    if (GetProcessId(process.get()) !=
-        id) // the system passes over the lowest two bits, and gives a neighbour
+    if (GetProcessId(process.get()) != id) // the system ignores the lowest two bits, and opens a neighbour
         raiseCode(ERROR_INVALID_PARAMETER);
     return process;
 }
@@ -32,7 +31,7 @@ unsigned long long startTimeOf(HANDLE process)
     return timetext::number(created);
 }
 
-/// A text of another process's, which lies there as its own structures say.
+/// Reads a text from another process's memory, as its own structures describe it.
 std::wstring remoteText(HANDLE process, UNICODE_STRING text)
 {
     std::wstring result(text.Length / sizeof(wchar_t), L'\0');
@@ -53,7 +52,7 @@ T remoteValue(HANDLE process, const void* address)
     return value;
 }
 
-/// Platform headers differ in the names of its members.
+/// Platform headers name its members differently.
 struct BasicInformation
 {
     NTSTATUS exitStatus;
@@ -93,7 +92,7 @@ std::vector<Listed> snapshot()
     return result;
 }
 
-/// A process that is held by a handle, so that its id is not given to another one.
+/// A process held by a handle, so its id is not reused.
 struct Held
 {
     unsigned long id;
@@ -101,7 +100,7 @@ struct Held
     Win32Handle handle;
 };
 
-/// Adds the processes that those of `tree` have started, deepest last. Returns how many are new.
+/// Adds the children of the processes in `tree`, deepest last. Returns how many are new.
 std::size_t addChildren(std::vector<Held>& tree)
 {
     constexpr DWORD kAccess = PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE;
@@ -121,7 +120,7 @@ std::size_t addChildren(std::vector<Held>& tree)
             if (!child.isValid())
                 raiseLastError();
             const unsigned long long start = startTimeOf(child.get());
-            if (start >= tree[i].start) // or else its parent had that id before
+            if (start >= tree[i].start) // otherwise its parent is an earlier process with that id
                 tree.push_back({each.id, start, std::move(child)});
         }
     return tree.size() - before;
@@ -148,7 +147,7 @@ std::wstring path(unsigned long id)
 std::wstring commandLine(unsigned long id)
 {
     constexpr auto kCommandLine =
-        static_cast<PROCESSINFOCLASS>(60); // since Windows 8.1, without reading memory
+        static_cast<PROCESSINFOCLASS>(60); // from Windows 8.1 on, without reading memory
     Win32Handle process = open(id, PROCESS_QUERY_LIMITED_INFORMATION);
     std::vector<unsigned char> buffer(sizeof(UNICODE_STRING) + 65536);
     ULONG length = 0;
@@ -174,7 +173,7 @@ unsigned long parent(unsigned long id)
     const auto parent = static_cast<unsigned long>(basicInformation(process.get()).parent);
     const Win32Handle found(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, parent));
     if (!found.isValid() || startTimeOf(found.get()) > startTimeOf(process.get()))
-        raiseCode(ERROR_NOT_FOUND); // it has ended; its id may be another's by now
+        raiseCode(ERROR_NOT_FOUND); // it has ended; its id may have been reused
     return parent;
 }
 
@@ -189,9 +188,9 @@ void terminateTree(unsigned long id, unsigned long timeout)
     Win32Handle top = open(id, PROCESS_TERMINATE | PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE);
     const unsigned long long start = startTimeOf(top.get());
     tree.push_back({id, start, std::move(top)});
-    addChildren(tree); // all that is refused is refused before anything ends
+    addChildren(tree); // refuse before anything is ended
     std::size_t ended = 0;
-    do { // children first; then those that were started meanwhile, until nobody is left to start one
+    do { // children first, then those started meanwhile, until none is left that could start more
         for (std::size_t i = tree.size(); i-- > ended;)
             if (!TerminateProcess(tree[i].handle.get(), ERROR_PROCESS_ABORTED) &&
                 WaitForSingleObject(tree[i].handle.get(), 0) != WAIT_OBJECT_0)
@@ -221,7 +220,7 @@ unsigned long runAndWait(const wchar_t* program, const wchar_t* arguments, unsig
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION started{};
-    // The program is named, so that no file with a part of its name is taken for it.
+    // Name the program, so no file with a part of its name is started instead.
     if (!CreateProcessW(program, command.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr,
                         &startup, &started))
         raiseLastError();
@@ -240,6 +239,6 @@ bool is32Bit(unsigned long id)
     BOOL wow = FALSE;
     if (!IsWow64Process(open(id, PROCESS_QUERY_LIMITED_INFORMATION).get(), &wow))
         raiseLastError();
-    return wow != FALSE; // this library's system is a 64-bit one
+    return wow != FALSE; // this library only runs on 64-bit systems
 }
 } // namespace processes

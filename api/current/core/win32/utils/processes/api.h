@@ -2,9 +2,9 @@
 
 #include "core/win32/utils/memory/api.h"
 
-// Processes by their ids. An id may be given to another process as soon as its process has ended and nobody
-// holds it; id and start time together name one process. What all utility functions have in common is said in
-// core/win32/utils/memory/api.h.
+// Processes by their ids. An id may be reused as soon as its process has ended and nobody holds it; id and
+// start time together identify a process. core/win32/utils/memory/api.h describes what all utility functions
+// have in common.
 
 extern "C" {
 /// @return 0, 87 (also no such process), 8, 5, or the system's code
@@ -18,27 +18,26 @@ SYSMAINT_API long ProcessGetStartTime(unsigned long id, unsigned long long* time
 
 /// The process that started this one.
 ///
-/// @return 0, 87 (also no such process), 5, 1168 (it has ended: its id may be another's by now), or the
+/// @return 0, 87 (also no such process), 5, 1168 (it has ended, and its id may have been reused), or the
 /// system's code
 SYSMAINT_API long ProcessGetParent(unsigned long id, unsigned long* parent);
 
-/// Ends a process, those that it has started, and so on, children before their parents. A process counts as
-/// started by another when it names that one's id and is no older: an id that was given anew makes no family.
-/// What they start meanwhile ends as well. Waits until all are gone.
+/// Ends a process and all its descendants, children before their parents. A process is another's child if its
+/// parent id is the other's id and it is not older, so a reused id does not count. Processes they start
+/// meanwhile are ended too. Waits until all are gone.
 ///
-/// @param timeout  milliseconds; INFINITE waits without end
-/// @return 0; 87 (also no such process), 8; 50 (the system's own, or the calling process is among them); 5
-/// (one refuses: nothing was ended); 1460 (time
-///         over: all were told to end); or the system's code
+/// @param timeout  milliseconds; INFINITE waits indefinitely
+/// @return 0; 87 (also no such process), 8; 50 (a process of the system or the calling process is among
+///         them); 5 (one refuses access: nothing was ended); 1460 (timed out; all were told to end); or the
+///         system's code
 SYSMAINT_API long ProcessTerminateTree(unsigned long id, unsigned long timeout);
 
-/// Runs a program without a window and waits for its end. When the time is over, or the event ends the wait,
-/// it runs on.
+/// Runs a program without a window and waits until it ends. After a time-out or a cancel it continues to run.
 ///
-/// @param program    its path; no other file is taken for it
+/// @param program    its path; no other file is ever started
 /// @param arguments  the rest of its command line, or null
-/// @return 0; 87; 8; 206 (a command line of 32,767 characters or more); 6 (no event); then nothing was
-/// started; 1223; 1460; or the system's code
+/// @return 0; 87; 8; 206 (a command line of 32,767 characters or more); 6 (not an event), and in these cases
+///         nothing was started; 1223; 1460; or the system's code
 SYSMAINT_API long ProcessRunAndWait(const wchar_t* program, const wchar_t* arguments, unsigned long timeout,
                                     void* cancelEvent, unsigned long* exitCode);
 

@@ -8,7 +8,7 @@ ObjectTable<SharedPtr<Module>> moduleObjects(50);
 
 void modules::forEach(const ProcessEntry& process, const std::function<bool(const ModuleEntry&)>& take)
 {
-    constexpr int kAttempts = 10; // a process that is loading a module lets no list be made
+    constexpr int kAttempts = 10; // listing fails while the process is loading a module
     const Win32Handle held = Process(process).open(0);
     Win32Handle list;
     for (int attempt = 0; !list.isValid(); ++attempt) {
@@ -62,7 +62,7 @@ bool Module::isLoaded() const
             return !found;
         });
     } catch (long code) {
-        if (code != ERROR_NOT_FOUND) // with its process
+        if (code != ERROR_NOT_FOUND) // it is unloaded when its process has ended
             throw;
     }
     return found;

@@ -14,7 +14,7 @@ constexpr char kMonitorRunHeader[] = "core\\win32\\utils\\processmanager\\includ
 
 namespace {
 constexpr DWORD kStopWait = 900;     // milliseconds
-constexpr long kFetchWait = 200;     // milliseconds: a stop is looked for in between
+constexpr long kFetchWait = 200;     // milliseconds between two checks for a stop
 constexpr unsigned long kLeast = 10; // milliseconds
 constexpr unsigned long kMost = 60000;
 
@@ -27,7 +27,7 @@ std::vector<std::wstring> patternsOf(const wchar_t* filter)
     for (std::size_t begin = 0; begin <= text.size();) {
         const std::size_t end = std::min(text.find(L',', begin), text.size());
         patterns.push_back(strings::trim(text.substr(begin, end - begin), L" "));
-        if (patterns.back().empty()) // mostly a variable that is not set
+        if (patterns.back().empty()) // usually an unset variable
             raiseCode(ERROR_INVALID_PARAMETER);
         begin = end + 1;
     }
@@ -74,7 +74,7 @@ void MonitorRun::begin(const SharedPtr<MonitorRun>& run)
         KeptLibrary::release();
         raiseCode(code);
     }
-    static_cast<void>(own.release()); // the thread's
+    static_cast<void>(own.release()); // owned by the thread now
 }
 
 void MonitorRun::stop() noexcept
@@ -108,7 +108,7 @@ void MonitorRun::work() noexcept
     SetEvent(m_done.get());
 }
 
-/// Returns when the run was stopped. Raises why there are no events, or no more of them.
+/// Returns when the run was stopped. Raises why there are no events, or no more.
 void MonitorRun::watchEvents()
 {
     const ComLibrary com;
@@ -119,7 +119,7 @@ void MonitorRun::watchEvents()
     while (!isStopped()) {
         Event event{};
         const bool isThere = fetch(com, *events.get(), event);
-        if (std::exchange(isFirst, false)) { // from now on they come, and what came before is made up for
+        if (std::exchange(isFirst, false)) { // events arrive from now on; catch up on earlier ones
             compare(ProcessSnapshot());
             m_source = kMonitorEvents;
         }
@@ -137,7 +137,7 @@ bool MonitorRun::fetch(const ComLibrary& com, IEnumWbemClassObject& events, Even
     requireComSuccess(place, result);
     if (result == WBEM_S_TIMEDOUT)
         return false;
-    if (object.get() == nullptr) // a subscription has no end
+    if (object.get() == nullptr) // a subscription never ends by itself
         requireComSuccess(place, static_cast<HRESULT>(WBEM_E_NOT_FOUND));
     const auto ask = [&](const wchar_t* name, auto read) {
         ComValue value(com);
@@ -168,7 +168,7 @@ void MonitorRun::take(const Event& event)
         const Known ended = known->second;
         m_known.erase(known);
         post(kProcessEnded, event.id, ended, event.time);
-    } // or else a snapshot has told it already
+    } // otherwise a snapshot has reported it already
 }
 
 void MonitorRun::watchSnapshots() noexcept
@@ -179,17 +179,17 @@ void MonitorRun::watchSnapshots() noexcept
             return ERROR_SUCCESS;
         });
         if (code != ERROR_SUCCESS)
-            m_code = code; // the next look makes up for it
+            m_code = code; // the next snapshot catches up
     }
 }
 
 bool MonitorRun::isSame(const Known& known, const ProcessEntry& entry) noexcept
 {
-    constexpr unsigned long long kDelay = 10000000; // a second, for the event to be made
+    constexpr unsigned long long kDelay = 10000000; // a second, for the event to arrive
     return known.isExact ? entry.startTime == known.startTime : entry.startTime <= known.startTime + kDelay;
 }
 
-/// Tells first what has ended, so that an id which was given again ends before it starts.
+/// Reports ended processes first, so a reused id ends before it starts.
 void MonitorRun::compare(const ProcessSnapshot& snapshot)
 {
     for (auto known = m_known.begin(); known != m_known.end();) {

@@ -20,7 +20,7 @@
 #include "win32/processes/include/ProcessOptions.h"
 
 extern "C" {
-NTSTATUS NTAPI NtSuspendProcess(HANDLE process); // no platform header has them
+NTSTATUS NTAPI NtSuspendProcess(HANDLE process); // no platform header declares them
 NTSTATUS NTAPI NtResumeProcess(HANDLE process);
 }
 
@@ -30,7 +30,7 @@ namespace {
 constexpr unsigned long kIdle = 0;
 constexpr unsigned long kSystem = 4;
 
-// Without any of these the system stops, or ends the session. Some have no file and cannot be opened.
+// If one of these ends, so does the system or the session. Some have no file and cannot be opened.
 constexpr std::array kSystemNames = {L"smss.exe",     L"csrss.exe", L"wininit.exe",   L"winlogon.exe",
                                      L"services.exe", L"lsass.exe", L"lsaiso.exe",    L"lsm.exe",
                                      L"Registry",     L"System",    L"Secure System", L"Memory Compression"};
@@ -52,7 +52,7 @@ bool isCritical(HANDLE process) noexcept
            critical != 0;
 }
 
-/// Whether the file of a process lies in the system's folder. One whose file cannot be told may.
+/// Whether the file of a process may be in the system folder; true when the file is unknown.
 bool mayBeOfSystem(HANDLE process)
 {
     const std::wstring folder =
@@ -71,7 +71,7 @@ void requireStatus(NTSTATUS status)
         raiseCode(static_cast<long>(RtlNtStatusToDosError(status)));
 }
 
-/// Takes one part of the details; what it raises is that part's code.
+/// Reads one part of the details; what it raises becomes that part's code.
 template <class Part>
 long codeOf(Part&& part) noexcept
 {
@@ -97,7 +97,7 @@ void askToken(HANDLE process, ProcessDetails& details, std::wstring& sid, std::w
     details.isElevated = tokens::hasElevation(token.get()) ? 1 : 0;
     details.integrity = integrity;
     sid = text;
-    unsigned long kind = 0; // a SID without an account is still one
+    unsigned long kind = 0; // a SID without an account is still valid
     codeOf([&] { std::tie(domain, user, kind) = sids::toAccount(text.c_str()); });
 }
 
@@ -143,7 +143,7 @@ Win32Handle Process::open(DWORD access) const
         const long code = lastError();
         raiseCode(code == ERROR_INVALID_PARAMETER ? static_cast<long>(ERROR_NOT_FOUND) : code);
     }
-    if (GetProcessId(process.get()) != m_id) // the system passes over the lowest two bits of an id
+    if (GetProcessId(process.get()) != m_id) // the system ignores the lowest two bits of an id
         raiseCode(ERROR_NOT_FOUND);
     FILETIME started, exited, kernel, user;
     if (m_startTime == 0 || !GetProcessTimes(process.get(), &started, &exited, &kernel, &user))
@@ -153,7 +153,7 @@ Win32Handle Process::open(DWORD access) const
     return process;
 }
 
-/// For operations that a process could suffer from.
+/// For operations that could harm a process.
 Win32Handle Process::openUnprotected(DWORD access) const
 {
     const Win32Handle asked = open(0);
@@ -162,7 +162,7 @@ Win32Handle Process::openUnprotected(DWORD access) const
     if (entry == nullptr)
         raiseCode(ERROR_NOT_FOUND);
     protection::requireUnprotected(asked.get(), m_id, entry->name);
-    return open(access); // it is still the same one, since it is held
+    return open(access); // still the same process, because it is held
 }
 
 bool Process::isRunning() const
@@ -193,7 +193,7 @@ RecordList<ProcessDetails> Process::details() const
         if (details.priorityClass == 0)
             raiseLastError();
     });
-    if (hasEnded(process.get())) // what it told last may be half
+    if (hasEnded(process.get())) // the last answer may be incomplete
         raiseCode(ERROR_NOT_FOUND);
     RecordList<ProcessDetails> list;
     list.add(details, {{&ProcessDetails::name, entry->name},
@@ -256,12 +256,12 @@ void Process::end(unsigned long options, unsigned long timeout) const
             ender.endAll(kept);
         }
     };
-    while (ender.addChildren()) // all of them first: whatever is refused is refused before anything ends
+    while (ender.addChildren()) // collect all of them first: refuse before anything is ended
         requirePatience();
     ender.endAll(1);
-    endLower(1); // what they have started in the meantime
+    endLower(1); // what they have started meanwhile
     ender.endAll(0);
-    endLower(0); // and what the top one has, at the last moment
+    endLower(0); // and what the top one started at the last moment
     ender.wait(deadline.getLeft());
 }
 

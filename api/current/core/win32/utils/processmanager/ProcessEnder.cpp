@@ -32,7 +32,7 @@ void ProcessEnder::add(const ProcessEntry& entry)
     if (std::find(m_services.begin(), m_services.end(), entry.id) != m_services.end())
         raiseCode(ERROR_INVALID_SERVICE_CONTROL);
     m_held.push_back({entry, process.open(PROCESS_TERMINATE), false});
-    m_held.back().entry.name = nullptr; // the snapshot's
+    m_held.back().entry.name = nullptr; // it points into the snapshot
 }
 
 bool ProcessEnder::addChildren()
@@ -41,7 +41,7 @@ bool ProcessEnder::addChildren()
     constexpr DWORD kPause = 20; // milliseconds
     const std::size_t before = m_held.size();
     auto taken = std::make_unique<const ProcessSnapshot>();
-    // What is just being made below them could outlive them unseen.
+    // A process that one of them is just creating could outlive them unseen.
     const auto isGrowing = [&] {
         return std::any_of(m_held.begin(), m_held.end(),
                            [&](const Held& held) { return taken->isBirthBelow(held.entry.id); });
@@ -53,7 +53,7 @@ bool ProcessEnder::addChildren()
     const ProcessSnapshot& snapshot = *taken;
     for (std::size_t i = 0; i < m_held.size(); ++i)
         for (const ProcessEntry& each : snapshot.getProcesses()) {
-            // The parent is held, so nobody else has had its id since it started.
+            // The parent is held, so its id has not been reused.
             const ProcessEntry parent = m_held[i].entry;
             if (each.parentId != parent.id || each.startTime < parent.startTime || holds(each))
                 continue;
@@ -73,7 +73,7 @@ void ProcessEnder::endAll(std::size_t kept)
         Held& each = m_held[i];
         if (!each.isTold && !TerminateProcess(each.handle.get(), ERROR_PROCESS_ABORTED)) {
             const long code = lastError();
-            if (WaitForSingleObject(each.handle.get(), 0) != WAIT_OBJECT_0) // or it has ended by itself
+            if (WaitForSingleObject(each.handle.get(), 0) != WAIT_OBJECT_0) // else it has ended by itself
                 raiseCode(code);
         }
         each.isTold = true;

@@ -36,18 +36,18 @@ RecordList<ProcessEntry> chosen(const ProcessSnapshot& snapshot, Condition&& con
     return list;
 }
 
-/// A path as the system tells it of images: whole, and without short names.
+/// A path in the form that the system uses for images: absolute, without short names.
 std::wstring imagePath(const wchar_t* path)
 {
     std::wstring whole = paths::normalize(path);
     try {
         return paths::toLongForm(whole);
-    } catch (long) { // it is not there any more, while its program runs
+    } catch (long) { // the file may be gone while its program runs
         return whole;
     }
 }
 
-/// Whether a process that may have ended meanwhile, or may refuse to tell, has that image.
+/// Whether a process has that image; it may have ended meanwhile or refuse to tell.
 bool hasPath(const ProcessEntry& entry, const std::wstring& path)
 {
     try {
@@ -76,7 +76,7 @@ public:
     {
         try {
             function<decltype(&RmEndSession)>("RmEndSession")(m_session);
-        } catch (long) { // NOLINT(bugprone-empty-catch): a session that cannot be ended ends with us
+        } catch (long) { // NOLINT(bugprone-empty-catch): the session ends with this process at the latest
         }
     }
 
@@ -200,7 +200,7 @@ RecordList<ProcessEntry> ProcessManager::findByPath(const wchar_t* path)
 {
     const std::wstring whole = imagePath(path);
     const std::wstring name = whole.substr(whole.find_last_of(L'\\') + 1);
-    return chosen(*latest(), [&](const ProcessEntry& each) { // only those that may have it are opened
+    return chosen(*latest(), [&](const ProcessEntry& each) { // only opens possible candidates
         return strings::equalsIgnoringCase(each.name, name) && hasPath(each, whole);
     });
 }

@@ -10,8 +10,8 @@
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
 namespace {
-/// SYSTEM_PROCESS_INFORMATION and SYSTEM_THREAD_INFORMATION with all their members: platform headers name
-/// few of them.
+/// SYSTEM_PROCESS_INFORMATION and SYSTEM_THREAD_INFORMATION with all members: platform headers declare few of
+/// them.
 struct SystemThread
 {
     LARGE_INTEGER kernelTime;
@@ -58,9 +58,9 @@ struct SystemProcess
 static_assert(sizeof(SystemThread) == 80 && sizeof(SystemProcess) == 256);
 
 constexpr unsigned long kIdle = 0;
-constexpr unsigned long kSystem = 4;                            // older systems do not tell when it started
+constexpr unsigned long kSystem = 4;                            // older systems do not tell its start time
 constexpr LONGLONG kNoTime = 2650467744000000000;               // the end of the year 9999
-constexpr std::wstring_view kIdleName = L"System Idle Process"; // the system has none for it
+constexpr std::wstring_view kIdleName = L"System Idle Process"; // the system has no name for it
 
 unsigned long numberOf(HANDLE id) noexcept
 {
@@ -82,7 +82,7 @@ Answer askSystem()
 {
     constexpr auto kMismatch = static_cast<NTSTATUS>(0xC0000004);
     constexpr ULONG kFirstSize = 256 * 1024;
-    constexpr ULONG kMargin = 64 * 1024; // for those that are started meanwhile
+    constexpr ULONG kMargin = 64 * 1024; // for processes started meanwhile
     ULONG size = kFirstSize;
     for (;;) {
         Answer answer{std::make_unique_for_overwrite<unsigned char[]>(size), size}; // NOLINT
@@ -97,7 +97,7 @@ Answer askSystem()
     }
 }
 
-/// Not every system aligns what it gives.
+/// Not every system aligns its records.
 template <class T>
 T copyAt(const unsigned char* bytes) noexcept
 {
@@ -106,7 +106,7 @@ T copyAt(const unsigned char* bytes) noexcept
     return value;
 }
 
-/// A process that is being made has no time yet, or one that no clock tells.
+/// A process that is being created has no time yet, or an impossible one.
 bool isWhole(const SystemProcess& process) noexcept
 {
     const LONGLONG time = process.startTime.QuadPart;
@@ -134,7 +134,7 @@ ProcessEntry entryOf(const SystemProcess& process, const wchar_t* name) noexcept
 ProcessSnapshot::ProcessSnapshot()
 {
     const Answer answer = askSystem();
-    m_names.reserve(answer.size / sizeof(wchar_t)); // all of them are a part of it
+    m_names.reserve(answer.size / sizeof(wchar_t)); // the names are part of the answer
     const unsigned char* at = answer.bytes.get();
     for (;;) {
         const auto process = copyAt<SystemProcess>(at);

@@ -18,9 +18,9 @@
 #include "win32/processes/include/ProcessOptions.h"
 
 namespace {
-constexpr DWORD kBuffer = 65536; // bytes, of the pipe and of a read
+constexpr DWORD kBuffer = 65536; // bytes, for the pipe and for each read
 
-/// What the system takes as the command line: its rules leave no argument open to another reading.
+/// The command line, quoted so that every argument can be read in only one way.
 std::wstring commandLineOf(const SessionProgram& program)
 {
     std::wstring line = strings::quoteArgument(program.program);
@@ -38,9 +38,9 @@ void requireUsable(const SessionProgram& program)
                                            [](const wchar_t* each) { return each != nullptr; }));
     if (program.program == nullptr || !hasArguments || (program.options & ~kKnown) != 0)
         raiseCode(ERROR_INVALID_PARAMETER);
-    if (paths::normalize(program.program) != program.program) // not whole: another file might be meant
+    if (paths::normalize(program.program) != program.program) // not absolute: it might mean another file
         raiseCode(ERROR_INVALID_PARAMETER);
-    for (const wchar_t* ending : {L".bat", L".cmd"}) // their arguments are read by other rules
+    for (const wchar_t* ending : {L".bat", L".cmd"}) // their arguments follow other rules
         if (strings::endsWith(program.program, ending, true))
             raiseCode(ERROR_BAD_EXE_FORMAT);
 }
@@ -82,7 +82,7 @@ private:
     void* m_block = nullptr;
 };
 
-/// The list of handles that a program inherits: these, and no other that happens to be inheritable.
+/// The list of handles that a program inherits: these and no other inheritable ones.
 class InheritedHandles
 {
 public:
@@ -139,7 +139,8 @@ public:
     {
     }
 
-    /// Waits for one of two, the second of which may be null. Raises 1460 and 1223. Whether it was the first.
+    /// Waits for one of two handles; the second may be null. Returns whether it was the first. Raises 1460
+    /// and 1223.
     [[nodiscard]] bool forEither(HANDLE first, HANDLE second) const
     {
         std::array<HANDLE, 3> handles{first, nullptr, nullptr};
@@ -176,7 +177,7 @@ SessionRun::SessionRun(const SessionProgram& program) : m_program(program)
     m_writing.reset();
 }
 
-/// A pipe whose end can be waited for together with other things; pipes without a name cannot.
+/// A named pipe, because an anonymous one cannot be waited for together with other handles.
 void SessionRun::openPipe()
 {
     static std::atomic<unsigned> number{0};
@@ -191,7 +192,7 @@ void SessionRun::openPipe()
     SECURITY_ATTRIBUTES security = inheritable();
     m_writing.reset(CreateFileW(name.c_str(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, &security,
                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!m_writing.isValid()) // somebody else was there first, and gets nothing
+    if (!m_writing.isValid()) // somebody else connected first, and gets nothing
         raiseLastError();
 }
 
@@ -245,8 +246,8 @@ void SessionRun::wait()
     }
 }
 
-/// Reads until the last writer is gone, or the program has ended and what it wrote has been read: what it has
-/// started may live on and hold the pipe.
+/// Reads until the last writer is gone, or until the program has ended and its output has been read: its
+/// children may live on and hold the pipe.
 void SessionRun::collect(SessionWait& waiting)
 {
     const Win32Handle ready(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -276,11 +277,11 @@ void SessionRun::collect(SessionWait& waiting)
             hasEnded =
                 process == nullptr ? !isSignalled(ready.get()) : !waiting.forEither(ready.get(), process);
         } catch (...) {
-            static_cast<void>(finish(true)); // the system must not write into what we give back
+            static_cast<void>(finish(true)); // the system must not write into freed memory
             throw;
         }
         if (hasEnded)
-            process = nullptr; // from now on only what is there already
+            process = nullptr; // from now on read only what is there already
         const long code = finish(hasEnded);
         if (code == ERROR_BROKEN_PIPE || code == ERROR_OPERATION_ABORTED)
             break;
@@ -301,7 +302,7 @@ void SessionRun::endAll() const noexcept
             constexpr unsigned long kEndWait = 5000; // milliseconds
             Process(entry).end(kEndTree, kEndWait);
         }
-    } catch (...) { // NOLINT(bugprone-empty-catch): the time is over, which is what is told
+    } catch (...) { // NOLINT(bugprone-empty-catch): the time-out is raised anyway
     }
 }
 

@@ -18,7 +18,7 @@ std::wstring textOf(const SystemLibrary& library, DWORD session, WTS_INFO_CLASS 
     if (!library.function<decltype(&WTSQuerySessionInformationW)>("WTSQuerySessionInformationW")(
             WTS_CURRENT_SERVER_HANDLE, session, kind, &text, &size) ||
         text == nullptr)
-        return L""; // a session may have none, or end meanwhile
+        return L""; // a session may have no text, or end meanwhile
     const auto release = library.function<decltype(&WTSFreeMemory)>("WTSFreeMemory");
     const std::unique_ptr<wchar_t, decltype(release)> owner(text, release);
     return text;
@@ -35,7 +35,7 @@ void addSession(RecordList<SessionRecord>& list, const SystemLibrary& library, D
                       {&SessionRecord::clientName, textOf(library, id, WTSClientName)}});
 }
 
-/// The token of the session's user. A program of that user's, which may not ask, has it itself.
+/// The token of the session's user. A program of that user may not request it, but has it itself.
 Win32Handle tokenOf(unsigned long session)
 {
     try {
@@ -62,7 +62,7 @@ T tokenValue(HANDLE token, TOKEN_INFORMATION_CLASS kind)
     return value;
 }
 
-/// The one of a split token's two halves that is wanted.
+/// The wanted half of a split token.
 Win32Handle withRights(Win32Handle token, bool elevated)
 {
     const auto kind = tokenValue<TOKEN_ELEVATION_TYPE>(token.get(), TokenElevationType);
@@ -92,7 +92,7 @@ RecordList<SessionRecord> sessions::enumerate()
         addSession(list, library, found[i].SessionId, static_cast<unsigned long>(found[i].State));
     constexpr DWORD kNoSession = 0xFFFFFFFF;
     const DWORD console = WTSGetActiveConsoleSessionId();
-    if (count == 0 && console != kNoSession) // a system without these services has the one
+    if (count == 0 && console != kNoSession) // without these services there is only the console's
         addSession(list, library, console, WTSActive);
     return list;
 }
@@ -104,7 +104,7 @@ Win32Handle sessions::primaryToken(unsigned long session, bool elevated)
     if (!DuplicateTokenEx(token.get(), MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary,
                           &primary)) {
         const long code = lastError();
-        // A program without the system's right gets the other half to look at alone.
+        // Without the system's right, a program may only query the other half.
         raiseCode(code == ERROR_BAD_IMPERSONATION_LEVEL ? static_cast<long>(ERROR_PRIVILEGE_NOT_HELD) : code);
     }
     return Win32Handle(primary);

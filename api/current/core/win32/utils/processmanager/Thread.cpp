@@ -35,7 +35,7 @@ Win32Handle Thread::open(DWORD access) const
 
 Win32Handle Thread::openUnprotected() const
 {
-    Win32Handle thread = open(THREAD_SUSPEND_RESUME); // so its process is the one that the id says
+    Win32Handle thread = open(THREAD_SUSPEND_RESUME); // while it is held, its process keeps its id
     const ProcessSnapshot snapshot;
     const ProcessEntry* const process = snapshot.find(m_entry.processId);
     if (process == nullptr)

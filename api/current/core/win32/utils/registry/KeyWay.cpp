@@ -9,8 +9,8 @@
 #include "core/win32/utils/strings/include/Strings.h"
 
 namespace {
-/// Whether the system keeps the link `from` and leads it to `to`. Whoever owns a hive may put links of his
-/// own into it, so both ends count.
+/// Whether the link from `from` to `to` is one of the system's. The owner of a hive may create links in it,
+/// so both ends are checked.
 bool isSystemLink(std::wstring_view from, const std::wstring& to)
 {
     constexpr std::wstring_view kSets = LR"(\REGISTRY\MACHINE\SYSTEM\ControlSet)";
@@ -22,7 +22,7 @@ bool isSystemLink(std::wstring_view from, const std::wstring& to)
         const std::wstring_view hive = from.substr(0, from.size() - kClasses.size());
         return strings::equalsIgnoringCase(to, std::wstring(hive) + L"_Classes");
     }
-    // The views share keys by links from one to the other.
+    // The views share keys through links from one to the other.
     constexpr std::wstring_view kSoftware = LR"(\REGISTRY\MACHINE\SOFTWARE\)";
     const auto inBothViews = [&](std::wstring_view name) {
         return strings::startsWith(name, kSoftware, true)
@@ -71,7 +71,7 @@ RegistryKeyHandle KeyWay::step(HKEY above, const std::wstring& name, bool makes)
             key.reset(made);
             if (disposition == REG_CREATED_NEW_KEY)
                 return key;
-            key.reset(); // somebody was faster, and may have made a link
+            key.reset(); // somebody else created it meanwhile, maybe as a link
         }
     }
     if (!keyway::isLink(key.get()))

@@ -29,14 +29,14 @@ REGSAM viewAccess(unsigned view)
     }
 }
 
-/// Whether a root is that one, also when its number was not extended by its sign: other languages do so.
+/// Whether a root is the wanted one, also without sign extension, as other languages pass it.
 bool isRoot(HKEY root, HKEY wanted) noexcept
 {
     const auto low = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(wanted));
     return root == wanted || reinterpret_cast<std::uintptr_t>(root) == low;
 }
 
-/// What stands for performance data has no keys: asking for them counts everything on the machine.
+/// Performance data has no keys; querying it counts everything on the machine.
 void requireKeys(HKEY root)
 {
     for (HKEY data : {HKEY_PERFORMANCE_DATA, HKEY_PERFORMANCE_TEXT, HKEY_PERFORMANCE_NLSTEXT})
@@ -51,7 +51,7 @@ LSTATUS openKey(HKEY root, const wchar_t* key, unsigned view, REGSAM access, DWO
     return keypath::open(root, key, options, access | viewAccess(view), opened);
 }
 
-/// What changes must name a key of its own, in one hive: HKEY_CLASSES_ROOT shows two as one.
+/// A change must name a key below the root in one hive; HKEY_CLASSES_ROOT shows two as one.
 void requireOwnKey(HKEY root, const wchar_t* key)
 {
     if (std::wstring_view(key).find_first_not_of(L'\\') == std::wstring_view::npos)
@@ -78,7 +78,7 @@ Number number(const registry::Value& value)
     return result;
 }
 
-/// Win32 would take a name with a zero inside for the part before it.
+/// Win32 would cut a name at a zero inside it.
 void requireName(std::wstring_view name)
 {
     if (name.find(L'\0') != std::wstring_view::npos)
@@ -125,7 +125,7 @@ std::vector<std::wstring> subKeysOf(HKEY key)
     }
 }
 
-/// Makes a link like `link` below `parent`.
+/// Creates a link like `link` below `parent`.
 void copyLink(const registry::TreeKey& link, HKEY parent, const std::wstring& name, unsigned view)
 {
     HKEY made = nullptr;
@@ -139,7 +139,7 @@ void copyLink(const registry::TreeKey& link, HKEY parent, const std::wstring& na
                             KEY_SET_VALUE | KEY_CREATE_LINK | viewAccess(view), nullptr, &made, &disposition);
     requireSuccess(status);
     const RegistryKeyHandle key(made);
-    // What is no link does not become one by the value.
+    // The value alone does not make a key a link.
     if (isThere ? !keyway::isLink(made) : disposition != REG_CREATED_NEW_KEY)
         raiseCode(ERROR_ALREADY_EXISTS);
     for (const auto& [id, value] : link.values)
@@ -228,8 +228,7 @@ std::wstring readString(HKEY root, const wchar_t* key, const wchar_t* name, unsi
     const Value value = read(root, key, name, view);
     if (value.type != REG_SZ && value.type != REG_EXPAND_SZ)
         raiseCode(ERROR_UNSUPPORTED_TYPE);
-    std::wstring text =
-        characters(value.data); // nothing makes the writer end it with a zero, or with one alone
+    std::wstring text = characters(value.data); // its writer may have ended it with any number of zeros
     text.resize(std::min(text.find(L'\0'), text.size()));
     if (value.type != REG_EXPAND_SZ || !expand)
         return text;
@@ -287,7 +286,7 @@ void writeString(HKEY root, const wchar_t* key, const wchar_t* name, unsigned vi
 {
     if (type != REG_SZ && type != REG_EXPAND_SZ)
         raiseCode(ERROR_INVALID_PARAMETER);
-    // With the zero behind it, which the caller's text has.
+    // With the terminating zero of the caller's text.
     write(root, key, name, view, type,
           {reinterpret_cast<const unsigned char*>(text.data()), (text.size() + 1) * sizeof(wchar_t)});
 }
@@ -299,7 +298,7 @@ bool keyExists(HKEY root, const wchar_t* key, unsigned view)
     const RegistryKeyHandle handle(opened);
     if (status != ERROR_SUCCESS && status != ERROR_ACCESS_DENIED && !keypath::isMissing(status))
         raiseCode(status);
-    return !keypath::isMissing(status); // one that refuses is there
+    return !keypath::isMissing(status); // a key that refuses access exists
 }
 
 bool valueExists(HKEY root, const wchar_t* key, const wchar_t* name, unsigned view)
@@ -323,7 +322,7 @@ RegistryKeyHandle openItself(HKEY root, const wchar_t* key, unsigned view, REGSA
     KeyWay way = wayFrom(root, view);
     const HKEY parent = way.open(std::wstring_view(key).substr(0, std::wstring_view(key).rfind(last)));
     RegistryKeyHandle itself = open(parent, last.c_str(), view, access, REG_OPTION_OPEN_LINK);
-    // And what the whole path names is the same, in whatever view.
+    // And the whole path names the same key, in any view.
     if (keypath::nameOf(itself.get()) !=
         keypath::nameOf(open(root, key, view, access, REG_OPTION_OPEN_LINK).get()))
         raiseCode(kStoppedOnSymlink);
@@ -379,7 +378,7 @@ std::vector<TreeKey> readTree(HKEY root, const wchar_t* key, unsigned view)
 void copyTree(HKEY sourceRoot, const wchar_t* source, HKEY targetRoot, const wchar_t* target, unsigned view)
 {
     requireOwnKey(targetRoot, target);
-    // All of it first: the target may lie in the source.
+    // Read it all first: the target may be inside the source.
     const std::vector<TreeKey> tree = readTree(sourceRoot, source, view);
     KeyWay way = wayFrom(targetRoot, view);
     for (const TreeKey& each : tree) {
@@ -397,7 +396,7 @@ void copyTree(HKEY sourceRoot, const wchar_t* source, HKEY targetRoot, const wch
 
 std::tuple<HKEY, std::wstring> parsePath(std::wstring_view text)
 {
-    constexpr std::wstring_view kComputer = L"Computer\\"; // as the registry editor shows it
+    constexpr std::wstring_view kComputer = L"Computer\\"; // as the registry editor shows paths
     if (strings::startsWith(text, kComputer, true))
         text.remove_prefix(kComputer.size());
     const std::wstring_view name = text.substr(0, text.find(L'\\'));

@@ -1,4 +1,4 @@
-// The text form of keys: "Windows Registry Editor Version 5.00".
+// The text format of keys: "Windows Registry Editor Version 5.00".
 
 #include <windows.h>
 
@@ -36,7 +36,7 @@ std::wstring hexOf(unsigned long number, int digits)
     return text;
 }
 
-/// The bytes with commas, in lines of a width that people read.
+/// The bytes separated by commas, in lines of readable width.
 std::wstring hexList(const std::vector<unsigned char>& data)
 {
     constexpr std::size_t kPerLine = 24;
@@ -52,7 +52,7 @@ std::wstring hexList(const std::vector<unsigned char>& data)
     return text;
 }
 
-/// Whether data is a text that stands in quotation marks and comes back the same.
+/// Whether the data is a text that can be quoted and read back unchanged.
 bool isPlainText(const registry::Value& value, std::wstring& text)
 {
     if (value.type != REG_SZ || value.data.size() < sizeof(wchar_t) ||
@@ -83,7 +83,7 @@ std::wstring dataText(const registry::Value& value)
     return L"hex(" + type + L"):" + hexList(value.data);
 }
 
-/// Whether the registry takes all names of a key, and the value's.
+/// Raises unless the registry accepts all names of a key, and the value's.
 void requireNames(std::wstring_view key, std::wstring_view value)
 {
     constexpr std::size_t kMostLevels = 512;
@@ -98,7 +98,7 @@ void requireNames(std::wstring_view key, std::wstring_view value)
 void requireWritable(std::wstring_view name)
 {
     if (name.find_first_of(std::wstring_view(L"\r\n\0", 3)) != std::wstring_view::npos)
-        raiseCode(ERROR_INVALID_DATA); // the form has no way to say it
+        raiseCode(ERROR_INVALID_DATA); // the format cannot express it
 }
 
 /// One key of a file, with its values.
@@ -109,7 +109,7 @@ struct ReadKey
     std::vector<std::pair<std::wstring, registry::Value>> values;
 };
 
-/// Reads the form strictly: whatever it does not know is refused.
+/// Parses the format strictly: anything unknown is refused.
 class Reader
 {
 public:
@@ -125,7 +125,7 @@ public:
             if (text.empty() || text.front() == L';')
                 continue;
             if (text.front() == L'[') {
-                if (text.back() != L']' || text.size() < 3 || text[1] == L'-') // which would delete the key
+                if (text.back() != L']' || text.size() < 3 || text[1] == L'-') // this would delete the key
                     refuse();
                 auto [root, path] = registry::parsePath(text.substr(1, text.size() - 2));
                 requireNames(path, {});
@@ -136,7 +136,7 @@ public:
                 std::wstring name = valueName(text);
                 requireNames({}, name);
                 registry::Value value = data(text);
-                // It would make the key pass for a link.
+                // It would make the key look like a link.
                 if (value.type == REG_LINK && strings::equalsIgnoringCase(name, L"SymbolicLinkValue"))
                     refuse();
                 keys.back().values.push_back({std::move(name), std::move(value)});
@@ -158,7 +158,7 @@ private:
         return text;
     }
 
-    /// What stands in quotation marks at the front of `text`, which it is taken off.
+    /// Removes the quoted text from the front of `text` and returns it.
     static std::wstring quotedText(std::wstring_view& text)
     {
         std::wstring result;
@@ -229,7 +229,7 @@ private:
         return value;
     }
 
-    /// Bytes with commas between them, which go on behind a backslash in the next line.
+    /// Bytes separated by commas; a backslash continues them on the next line.
     void bytes(std::wstring_view text, std::vector<unsigned char>& data)
     {
         for (bool isContinued = false;; isContinued = true) {
@@ -270,7 +270,7 @@ void exportText(HKEY root, const wchar_t* key, unsigned view, const wchar_t* fil
     text.append(kLineEnd);
     for (const TreeKey& each : readTree(root, top.c_str(), view)) {
         if (each.isLink)
-            continue; // it would come back as a key of its own
+            continue; // it would be imported as an ordinary key
         const std::wstring path = top + (top.empty() || each.path.empty() ? L"" : L"\\") + each.path;
         requireWritable(path);
         text.append(kLineEnd).append(L"[" + formatPath(root, path) + L"]").append(kLineEnd);
@@ -289,7 +289,7 @@ void exportText(HKEY root, const wchar_t* key, unsigned view, const wchar_t* fil
 void importText(const wchar_t* file, unsigned view)
 {
     constexpr unsigned long long kMost = 1ULL << 28U;
-    static_cast<void>(wayFrom(HKEY_CURRENT_USER, view)); // a view that is none
+    static_cast<void>(wayFrom(HKEY_CURRENT_USER, view)); // raises for an invalid view
     const std::vector<unsigned char> bytes = files::readAll(file, kMost);
     std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
     if (text.empty() || bytes.size() % sizeof(wchar_t) != 0)
@@ -298,7 +298,7 @@ void importText(const wchar_t* file, unsigned view)
     if (text.front() != kMark)
         raiseCode(ERROR_INVALID_DATA);
     const std::vector<ReadKey> keys = Reader(std::wstring_view(text).substr(1)).read();
-    std::vector<std::pair<HKEY, KeyWay>> ways; // from each root that the text names
+    std::vector<std::pair<HKEY, KeyWay>> ways; // for each root that the text names
     for (const ReadKey& key : keys) {
         auto way = std::find_if(ways.begin(), ways.end(), [&](auto& each) { return each.first == key.root; });
         if (way == ways.end())

@@ -37,7 +37,7 @@ private:
     alignas(SID) BYTE m_bytes[SECURITY_MAX_SID_SIZE]{};
 };
 
-/// What the process asked for before stands: the system takes one setting for each process.
+/// The process keeps what it has set already: the system accepts one setting per process.
 void requireSecurity(HRESULT result)
 {
     if (result != RPC_E_TOO_LATE)

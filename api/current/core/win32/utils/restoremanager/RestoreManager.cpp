@@ -16,7 +16,7 @@ constexpr char kRestoreManagerHeader[] = "core\\win32\\utils\\restoremanager\\in
 namespace {
 constexpr wchar_t kClient[] = L"srclient.dll";
 
-/// The description as the request's field can hold it: cut, but no pair of surrogates in half.
+/// Copies the description into the request, cut to its field but never splitting a surrogate pair.
 void copyDescription(const std::wstring& description, RESTOREPOINTINFOW& request)
 {
     constexpr std::size_t kMost = std::size(RESTOREPOINTINFOW{}.szDescription) - 1;
@@ -26,7 +26,7 @@ void copyDescription(const std::wstring& description, RESTOREPOINTINFOW& request
     request.szDescription[length] = L'\0';
 }
 
-/// The restore client says why it failed in its record as a rule, and sometimes only there.
+/// The restore client usually stores the reason of a failure in its record, and sometimes only there.
 [[noreturn]] void throwClientFailure(const char* place, DWORD otherwise)
 {
     const DWORD lastError = GetLastError();
@@ -45,7 +45,7 @@ void callClient(decltype(&SRSetRestorePointW) setRestorePoint, RESTOREPOINTINFOW
                            status.nStatus);
 }
 
-/// Whether the system lists the restore point under another description. What cannot be told is not so.
+/// Whether the system lists the restore point under another description; false when that is unknown.
 bool isAnothers(const ComLibrary& com, std::int64_t sequenceNumber, const wchar_t* description)
 {
     try {
@@ -58,7 +58,7 @@ bool isAnothers(const ComLibrary& com, std::int64_t sequenceNumber, const wchar_
         return point.get() != nullptr &&
                SUCCEEDED(point->Get(L"Description", 0, listed.receive(), nullptr, nullptr)) &&
                listed.isOtherText(description);
-    } catch (...) { // the restore point is there, and its number must not be lost
+    } catch (...) { // the restore point exists, and its number must not be lost
         return false;
     }
 }
@@ -120,7 +120,7 @@ RestoreManager::RestoreManager(const wchar_t* name) : m_description(name)
 
 void RestoreManager::createRestorePoint()
 {
-    ModuleHandle client; // unloaded when COM is gone from this thread
+    ModuleHandle client; // unloaded after COM is uninitialised on this thread
     const ComLibrary com;
     const ComApartment apartment(com, COINIT_APARTMENTTHREADED);
     allowSystemCallbacks(com);
@@ -142,7 +142,7 @@ void RestoreManager::createRestorePoint()
     request.dwEventType = END_SYSTEM_CHANGE;
     callClient(setRestorePoint, request, status);
 
-    // Success without a new restore point: the number is that of an older one, which is not ours to remove.
+    // Success without a new restore point: the number belongs to an older one, which is not ours to remove.
     const bool isOld = sequenceNumber == 0 || sequenceNumber == m_sequenceNumber ||
                        (WindowsVersion::current().limitsRestorePoints() &&
                         isAnothers(com, sequenceNumber, request.szDescription));
@@ -155,7 +155,7 @@ void RestoreManager::createRestorePoint()
 void RestoreManager::deleteRestorePoint(std::int64_t sequenceNumber)
 {
     m_sequenceNumber = 0;
-    // The system's numbers have 32 bits. Cut to them, this one would be another restore point's.
+    // The system's numbers have 32 bits. Truncated, this one would name another restore point.
     if (sequenceNumber < 0 || sequenceNumber > std::numeric_limits<std::uint32_t>::max())
         throw Exception(PLACE(kRestoreManagerHeader, "RestoreManager::deleteRestorePoint", __LINE__),
                         ERROR_INVALID_PARAMETER);

@@ -10,7 +10,7 @@ constexpr wchar_t kFile[] = L"snapshot.qmx";
 constexpr DWORD kBlockSize = 1024;
 constexpr std::size_t kLongestTime = 64;
 
-/// Takes the list in, character by character, and remembers what is recorded with one name.
+/// Parses the list character by character and keeps the record of one name.
 class RecordSearch
 {
 public:
@@ -38,7 +38,7 @@ private:
     {
         Name,
         Time,
-        Other // of a record that is somebody else's
+        Other // in a record of another name
     };
 
     void addToName(wchar_t c) noexcept
@@ -68,7 +68,7 @@ private:
     }
 
     std::wstring_view m_name;
-    std::size_t m_matched = 0; // characters of the name that the record has so far
+    std::size_t m_matched = 0; // characters of the name matched so far
     Place m_place = Place::Name;
     std::wstring m_time;
     std::wstring m_found;
@@ -83,7 +83,7 @@ std::wstring findSnapshotTime(std::wstring_view name)
         raiseLastError();
     RecordSearch search(name);
     unsigned char block[kBlockSize];
-    DWORD kept = 0; // half a character of the last block
+    DWORD kept = 0; // bytes: half a character from the last block
     bool isFirst = true;
     for (;;) {
         DWORD read = 0;

@@ -13,7 +13,7 @@
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
 namespace {
-constexpr std::size_t kLongestLine = 32766; // characters, as the system counts them
+constexpr std::size_t kLongestLine = 32766; // characters
 
 void require(bool isGood)
 {
@@ -26,14 +26,14 @@ void requireText(const wchar_t* text)
     require(text != nullptr && *text != L'\0');
 }
 
-/// What can stand between quotes and stays one argument, and one line.
+/// Raises unless the text, between quotes, stays one argument on one line.
 void requireQuotable(std::wstring_view text)
 {
     constexpr std::wstring_view kNever(L"\"\r\n\0", 4);
     require(text.find_first_of(kNever) == std::wstring_view::npos && (text.empty() || text.back() != L'\\'));
 }
 
-/// What stays one argument without quotes.
+/// Raises unless the value stays one argument without quotes.
 void requirePlain(const wchar_t* value)
 {
     if (value == nullptr)
@@ -43,7 +43,7 @@ void requirePlain(const wchar_t* value)
         require(*c != L'"' && *c > L' ');
 }
 
-/// Its interpreter would read the command line anew.
+/// Its interpreter would parse the command line again.
 bool isBatchFile(std::wstring_view tool)
 {
     while (!tool.empty() && (tool.back() == L'.' || tool.back() == L' ')) // as Win32 drops them
@@ -62,8 +62,8 @@ void requireTool(const wchar_t* tool)
     require(!isBatchFile(tool));
 }
 
-/// A command line that is put together from parts, in no more memory than it needs, and overwritten when it
-/// dies: it may hold a password.
+/// A command line built from parts. It allocates no more memory than it needs and overwrites it when it is
+/// destroyed, because it may hold a password.
 class CommandLine
 {
 public:
@@ -85,7 +85,7 @@ public:
         add(value);
     }
 
-    /// Starts the tool and waits for its end. Raises the bare code.
+    /// Starts the tool and waits until it ends. Raises the bare code.
     void run(const wchar_t* tool);
 
     CommandLine() = default;
@@ -120,7 +120,7 @@ void CommandLine::run(const wchar_t* tool)
                         &startup, &started)) {
         const DWORD code = GetLastError();
         std::printf("CreateProcess failed (%d).\n", static_cast<int>(code));
-        std::fflush(stdout); // the caller's runtime is another one, and knows nothing of our buffer
+        std::fflush(stdout); // the caller's own runtime knows nothing of our buffer
         raiseCode(static_cast<long>(code));
     }
     const Win32Handle process(started.hProcess);
@@ -129,7 +129,7 @@ void CommandLine::run(const wchar_t* tool)
         raiseLastError();
 }
 
-/// Runs `body`; what it raises becomes an NT status.
+/// Runs `body`; turns what it raises into an NT status.
 template <class Body>
 long snapshotFrame(Body&& body) noexcept
 {
@@ -172,7 +172,7 @@ long VRL::restoreSnapshot(std::uint32_t mode, const wchar_t* tool, const wchar_t
         if (mode == kSnapshotNamed) {
             requireText(name);
             found = findSnapshotTime(name);
-            requireQuotable(found); // as a whole: it may hold a zero
+            requireQuotable(found); // the whole text: it may contain a zero
             time = found.c_str();
         }
         CommandLine line;

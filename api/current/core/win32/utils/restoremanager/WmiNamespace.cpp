@@ -3,7 +3,7 @@
 constexpr char kWmiNamespaceHeader[] = "core\\win32\\utils\\restoremanager\\include\\WmiNamespace.h";
 
 namespace {
-/// A call that succeeds must also give the object that it was asked for.
+/// A call that succeeds must also return the object.
 template <class Interface>
 void requireObject(const char* place, HRESULT result, const ComPtr<Interface>& object)
 {
@@ -46,7 +46,7 @@ ComPtr<IWbemClassObject> WmiNamespace::findFirst(const wchar_t* query) const
                                         WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY, nullptr,
                                         rows.receive()),
                   rows);
-    // It is a proxy of its own, with the process's setting, which may be another user's of COM.
+    // It is a separate proxy with the process's security, which other code may have set.
     setBlanket(rows.get());
     ComPtr<IWbemClassObject> first;
     ULONG count = 0;

@@ -29,7 +29,7 @@ LocalOwner parsed(const wchar_t* sid)
     return LocalOwner(result);
 }
 
-/// An object of one of the kinds, opened as itself: of a link the link.
+/// An object of one of the kinds, opened without following links.
 class OpenedObject
 {
 public:
@@ -77,7 +77,7 @@ private:
     Win32Owner<ServiceHandleTraits> m_service;
 };
 
-/// Enables a privilege while it lives, if it is held at all.
+/// Enables a privilege while it lives, if the token has it.
 class PrivilegeScope
 {
 public:
@@ -86,7 +86,7 @@ public:
         try {
             m_isOurs = !privileges::adjust(name, true);
         } catch (long) {
-            m_isOurs = false; // it may do without; the operation itself says so if not
+            m_isOurs = false; // it may not be needed; otherwise the operation itself fails
         }
     }
     PrivilegeScope(const PrivilegeScope&) = delete;
@@ -118,7 +118,7 @@ std::wstring text(PSID sid)
 
 std::wstring fromAccount(const wchar_t* account)
 {
-    if (*account == L'\0') // the system would take it for the machine's own domain
+    if (*account == L'\0') // the system would take it for the machine's domain
         raiseCode(ERROR_INVALID_PARAMETER);
     std::vector<unsigned char> sid(SECURITY_MAX_SID_SIZE);
     std::wstring domain(256, L'\0');
@@ -187,7 +187,7 @@ void grant(const wchar_t* path, unsigned long kind, const wchar_t* sid, unsigned
                                                      nullptr, nullptr, &old, nullptr, &descriptor)));
     const LocalOwner owner(descriptor);
     if (old == nullptr)
-        return; // everybody may do everything: a list with one entry would take that away
+        return; // a list with one entry would take away everybody's full access
     EXPLICIT_ACCESSW entry{};
     entry.grfAccessPermissions = rights;
     entry.grfAccessMode = GRANT_ACCESS;

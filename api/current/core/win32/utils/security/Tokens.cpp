@@ -25,7 +25,7 @@ Win32Handle ownToken(DWORD access)
     return Win32Handle(token);
 }
 
-/// What a token says of one kind.
+/// One kind of information about a token.
 std::vector<unsigned char> information(HANDLE token, TOKEN_INFORMATION_CLASS kind)
 {
     const Win32Handle own = token == nullptr ? ownToken(TOKEN_QUERY) : Win32Handle();
@@ -78,9 +78,9 @@ bool adjust(const wchar_t* name, bool enable)
     TOKEN_PRIVILEGES before{};
     DWORD size = 0;
     if (!AdjustTokenPrivileges(token.get(), FALSE, &wanted, sizeof before, &before, &size) ||
-        GetLastError() == ERROR_NOT_ALL_ASSIGNED) // success, and nothing done
+        GetLastError() == ERROR_NOT_ALL_ASSIGNED) // reported as success
         raiseLastError();
-    // What did not change is not told.
+    // The system does not report an unchanged state.
     return before.PrivilegeCount == 0 ? enable
                                       : (before.Privileges[0].Attributes & SE_PRIVILEGE_ENABLED) != 0;
 }
@@ -120,7 +120,7 @@ bool isAdministrator()
         raiseLastError();
     if (isMember(nullptr, group))
         return true;
-    // Behind a filtered token stands the whole one.
+    // A filtered token is linked to the full one.
     const auto kind = information(nullptr, TokenElevationType);
     if (*reinterpret_cast<const TOKEN_ELEVATION_TYPE*>(kind.data()) != TokenElevationTypeLimited)
         return false;
@@ -195,7 +195,7 @@ void* impersonate(unsigned long session)
     Win32Handle undo(before);
     if (!ImpersonateLoggedOnUser(token.get()))
         raiseLastError();
-    return undo.isValid() ? undo.release() : INVALID_HANDLE_VALUE; // nobody but itself
+    return undo.isValid() ? undo.release() : INVALID_HANDLE_VALUE; // the thread did not impersonate
 }
 
 void revert(void* undo)

@@ -2,12 +2,12 @@
 
 #include "core/win32/utils/memory/api.h"
 
-// Privileges, tokens, sessions, SIDs and access. What all utility functions have in common is said in
-// core/win32/utils/memory/api.h.
+// Privileges, tokens, sessions, SIDs and access. core/win32/utils/memory/api.h describes what all utility
+// functions have in common.
 //
-// Privileges are those of the thread when it impersonates, otherwise of the process. A token of null is the
-// same one. Of a session's user only the system account may ask for the token (1314); 1008 says that nobody
-// is logged on there.
+// Privileges are those of the thread when it impersonates, otherwise of the process. A null token means the
+// same token. Only the system account may request the token of a session's user (1314); 1008 means that
+// nobody is logged on there.
 
 extern "C" {
 /// @param name  "SeBackupPrivilege" and the like
@@ -17,7 +17,7 @@ SYSMAINT_API long PrivilegeEnable(const wchar_t* name, int* wasEnabled);
 /// @return as PrivilegeEnable
 SYSMAINT_API long PrivilegeDisable(const wchar_t* name);
 
-/// Whether it is held, enabled or not.
+/// Whether the token has the privilege, enabled or not.
 ///
 /// @return 0, 87, 8, 1313, or the system's code
 SYSMAINT_API long PrivilegeIsHeld(const wchar_t* name, int* isHeld);
@@ -29,7 +29,7 @@ SYSMAINT_API long TokenHasElevation(void* token, int* isElevated);
 /// @return 0, 87, 8, 6, or the system's code
 SYSMAINT_API long TokenGetIntegrity(void* token, unsigned long* level);
 
-/// Whether the user is an administrator, also where this program runs without those rights.
+/// Whether the user is an administrator, even if this program runs without those rights.
 ///
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long UserIsAdministrator(int* isAdministrator);
@@ -55,13 +55,13 @@ SYSMAINT_API long SessionGetUserToken(unsigned long session, void** token);
 SYSMAINT_API long SessionRunAsUser(unsigned long session, const wchar_t* commandLine, int wait,
                                    unsigned long* exitCode);
 
-/// Makes the calling thread the session's user.
+/// Lets the calling thread impersonate the session's user.
 ///
 /// @param undo  receives what SessionRevert needs, on the same thread
 /// @return 0, 87, 1314, 1008, or the system's code
 SYSMAINT_API long SessionImpersonate(unsigned long session, void** undo);
 
-/// Makes the thread again what it was, and closes `undo`.
+/// Restores what the thread was before, and closes `undo`.
 ///
 /// @return 0, 87, 6, or the system's code
 SYSMAINT_API long SessionRevert(void* undo);
@@ -71,25 +71,25 @@ SYSMAINT_API long SessionRevert(void* undo);
 SYSMAINT_API long SidFromAccount(const wchar_t* account, wchar_t** sid);
 
 /// @param kind  receives a SID_NAME_USE
-/// @return 0, 87, 8, 1332 (unknown), 1337 (no SID), or the system's code
+/// @return 0, 87, 8, 1332 (unknown), 1337 (not a SID), or the system's code
 SYSMAINT_API long SidToAccount(const wchar_t* sid, wchar_t** domain, wchar_t** name, unsigned long* kind);
 
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long SidOfCurrentUser(wchar_t** sid);
 
 /// @param kind  a WELL_KNOWN_SID_TYPE, 0 to 119
-/// @return 0, 87 (also another kind), 1337 (no SID)
+/// @return 0, 87 (also another kind), 1337 (not a SID)
 SYSMAINT_API long SidIsWellKnown(const wchar_t* sid, unsigned long kind, int* is);
 
-/// Makes the current user the owner of an object, of a link the link's. Proven by simulation.
+/// Makes the current user the owner of an object; for a link, of the link. Proven by simulation.
 ///
 /// @param kind  0: a file or folder; 1: a registry key ("HKLM\..."); 2: a service
-/// @return 0, 87, 8, 5, 681 (a link is on the way to a key, as in this group's next two), or the system's
-/// code
+/// @return 0, 87, 8, 5, 681 (a link is on the way to a key; the next two functions also return it), or the
+/// system's code
 SYSMAINT_API long SecurityTakeOwnership(const wchar_t* path, unsigned long kind);
 
-/// Adds rights to those that a SID has on an object and on what is below it. An object without an access list
-/// stays as it is: everybody may do everything there.
+/// Grants a SID additional rights on an object and everything below it. An object without an access list
+/// stays unchanged: it grants everybody full access.
 ///
 /// @return 0, 87, 8, 5, 1337, or the system's code
 SYSMAINT_API long SecurityGrantAccess(const wchar_t* path, unsigned long kind, const wchar_t* sid,

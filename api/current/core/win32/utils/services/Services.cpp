@@ -39,7 +39,7 @@ SERVICE_STATUS_PROCESS statusOf(const ServiceHandle& service)
     return status;
 }
 
-/// Calls a function that fills a buffer and says what it needs, until that fits.
+/// Calls a function that fills a buffer and tells the size it needs, until the buffer fits.
 template <class Fill>
 std::vector<unsigned char> filled(Fill&& fill)
 {
@@ -57,8 +57,8 @@ std::vector<unsigned char> filled(Fill&& fill)
 
 using SharedService = std::shared_ptr<const ServiceHandle>;
 
-/// A request to a service, made on a thread of its own: the system answers when the service's program has,
-/// which may take half a minute. Who waits no longer leaves it to end by itself.
+/// A request to a service, made on its own thread: the system answers only after the service's program, which
+/// may take half a minute. When the wait ends earlier, the thread ends by itself.
 class Request
 {
 public:
@@ -70,7 +70,7 @@ public:
         if (!m_answered.isValid())
             raiseLastError();
     }
-    /// Returns 0 or the system's code. Raises 1223 and 258 as waitForEvent gives them.
+    /// Returns 0 or the system's code. Raises 1223 and 258 like waitForEvent.
     static long make(const SharedService& service, Call call, DWORD timeout, HANDLE cancelEvent)
     {
         const auto request = std::make_shared<Request>(service, call);
@@ -116,7 +116,7 @@ public:
     {
         requireEvent(cancelEvent);
     }
-    /// Makes a request. Returns its code; raises 1223, or 1460 when the time is over.
+    /// Makes a request. Returns its code; raises 1223, or 1460 when the time is up.
     [[nodiscard]] long request(const SharedService& service, Request::Call call) const
     {
         const ULONGLONG gone = GetTickCount64() - m_begin;
@@ -129,7 +129,7 @@ public:
             raiseCode(code == WAIT_TIMEOUT ? ERROR_TIMEOUT : code);
         }
     }
-    /// Waits a moment. Raises 1223, or 1460 when the time is over.
+    /// Waits a moment. Raises 1223, or 1460 when the time is up.
     void pause() const
     {
         constexpr DWORD kPause = 50; // milliseconds
@@ -155,7 +155,7 @@ void stopOne(ServiceHandle opened, const ServiceWait& deadline)
         const DWORD state = statusOf(*service).dwCurrentState;
         if (state == SERVICE_STOPPED)
             return;
-        // One that is starting refuses until it runs.
+        // A service that is starting refuses until it runs.
         if (!isAsked && state != SERVICE_STOP_PENDING) {
             const long code = deadline.request(service, [](SC_HANDLE handle) {
                 SERVICE_STATUS ignored;
@@ -239,7 +239,7 @@ void start(const wchar_t* name, unsigned long timeout, HANDLE cancelEvent)
         const SERVICE_STATUS_PROCESS status = statusOf(*service);
         if (status.dwCurrentState == SERVICE_RUNNING)
             return;
-        if (status.dwCurrentState != SERVICE_START_PENDING) { // it began and gave up
+        if (status.dwCurrentState != SERVICE_START_PENDING) { // it started and failed
             const DWORD code =
                 status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR || status.dwWin32ExitCode == 0
                     ? ERROR_PROCESS_ABORTED
@@ -263,7 +263,7 @@ void stop(const wchar_t* name, bool withDependents, unsigned long timeout, HANDL
                                           &count);
         });
         const auto* found = reinterpret_cast<const ENUM_SERVICE_STATUSW*>(buffer.data());
-        for (DWORD i = 0; i < count; ++i) // in the order in which they can be stopped
+        for (DWORD i = 0; i < count; ++i) // listed in the order in which they can be stopped
             stopOne(open(found[i].lpServiceName, SERVICE_STOP | SERVICE_QUERY_STATUS), deadline);
     }
     stopOne(std::move(service), deadline);

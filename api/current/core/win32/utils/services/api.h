@@ -5,9 +5,9 @@
 #include "core/win32/utils/memory/api.h"
 #include "win32/services/include/ServiceRecord.h"
 
-// Services. What all utility functions have in common is said in core/win32/utils/memory/api.h.
+// Services. core/win32/utils/memory/api.h describes what all utility functions have in common.
 //
-// Time-outs are in milliseconds; INFINITE waits without end. Names are the services' short names.
+// Time-outs are in milliseconds; INFINITE waits indefinitely. Names are the services' short names.
 
 extern "C" {
 /// @param kinds   SERVICE_WIN32, SERVICE_DRIVER; 0: SERVICE_WIN32
@@ -16,7 +16,7 @@ extern "C" {
 SYSMAINT_API long ServiceEnumerate(unsigned long kinds, unsigned long states, struct ServiceRecord** records,
                                    size_t* count);
 
-/// @param program       receives the command line as it is stored: PathExtractFromCommand
+/// @param program       receives the command line as stored; see PathExtractFromCommand
 /// @param dependencies  receives a list; names of groups begin with "+"
 /// @return 0, 87, 8, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceGetConfig(const wchar_t* name, unsigned long* startType, wchar_t** program,
@@ -25,18 +25,18 @@ SYSMAINT_API long ServiceGetConfig(const wchar_t* name, unsigned long* startType
 /// @return 0, 87, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceGetState(const wchar_t* name, unsigned long* state);
 
-/// Starts a service and waits until it runs; one that runs already is fine. The system's own call may take
-/// half a minute, until the service's program answers: it is made on another thread, so that time-out and
-/// event end the wait at once. The request itself cannot be taken back.
+/// Starts a service and waits until it runs. Succeeds when it already runs. The system's own call may take
+/// half a minute, until the service's program answers, so it is made on another thread: time-out and event
+/// end the wait at once. The request itself cannot be cancelled.
 ///
-/// @return 0; 87; 8; 6 (no event); 1067 or the service's own code (it began and gave up); 1223; 1460 (time
-/// over: it may still start);
-///         1060 (no such service), or the system's code
+/// @return 0; 87; 8; 6 (no event); 1067 or the service's own code (it started and failed); 1223; 1460 (timed
+///         out; it may still start); 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceStart(const wchar_t* name, unsigned long timeout, void* cancelEvent);
 
-/// Stops a service and waits until it stands; one that stands already is fine. Waits as ServiceStart does.
+/// Stops a service and waits until it has stopped. Succeeds when it is already stopped. Waits as ServiceStart
+/// does.
 ///
-/// @param withDependents  not 0: first those that depend on it; 0: then it refuses with 1051
+/// @param withDependents  not 0: stops its dependents first; 0: fails with 1051 if there are any
 /// @return 0, 87, 8, 6 (no event), 1051, 1223, 1460, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceStop(const wchar_t* name, int withDependents, unsigned long timeout,
                               void* cancelEvent);
@@ -45,7 +45,7 @@ SYSMAINT_API long ServiceStop(const wchar_t* name, int withDependents, unsigned 
 /// @return 0, 87, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceSetStartType(const wchar_t* name, unsigned long type);
 
-/// Marks a service for deletion: it goes when it stands and nobody holds it.
+/// Marks a service for deletion: it is deleted once it is stopped and nobody holds it.
 ///
 /// @return 0, 87, 1072 (marked already), 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceDelete(const wchar_t* name);

@@ -12,7 +12,7 @@
 #include "core/win32/utils/shell/include/Shell.h"
 
 namespace {
-/// Stays once it is loaded: icons live on in it.
+/// Once loaded it stays, because it holds the icons.
 SystemLibrary keptLibrary(const wchar_t* name)
 {
     SystemLibrary(name).keep();
@@ -99,11 +99,11 @@ void toBitmapFile(void* icon, const wchar_t* file)
     BITMAP size{};
     if (!color ||
         drawing.function<decltype(&GetObjectW)>("GetObjectW")(information.hbmColor, sizeof size, &size) == 0)
-        raiseCode(ERROR_NOT_SUPPORTED); // black and white alone
+        raiseCode(ERROR_NOT_SUPPORTED); // a black-and-white icon
     std::vector<DWORD> pixels = pixelsOf(drawing, information.hbmColor, size.bmWidth, size.bmHeight);
     constexpr DWORD kAlpha = 0xFF000000;
     if (std::none_of(pixels.begin(), pixels.end(), [](DWORD pixel) { return (pixel & kAlpha) != 0; })) {
-        // Older icons say by their mask what is seen through.
+        // In older icons the mask tells what is transparent.
         const std::vector<DWORD> masked = pixelsOf(drawing, information.hbmMask, size.bmWidth, size.bmHeight);
         for (std::size_t i = 0; i < pixels.size(); ++i)
             pixels[i] |= (masked[i] & ~kAlpha) == 0 ? kAlpha : 0;
@@ -132,7 +132,7 @@ void toBitmapFile(void* icon, const wchar_t* file)
 
 void destroy(void* icon)
 {
-    // Not every system that refuses says why.
+    // Not every system gives a reason for the refusal.
     if (!windowLibrary().function<decltype(&DestroyIcon)>("DestroyIcon")(static_cast<HICON>(icon)))
         raiseCode(ERROR_INVALID_CURSOR_HANDLE);
 }

@@ -18,13 +18,13 @@
 #include "core/win32/utils/security/include/Security.h"
 
 namespace {
-constexpr std::size_t kLongestText = 65536;      // what a shortcut can hold, and its terminator
-constexpr std::size_t kLongestArguments = 32767; // as of any command line, the terminator included
+constexpr std::size_t kLongestText = 65536;      // the longest text in a shortcut, with its terminator
+constexpr std::size_t kLongestArguments = 32767; // as for any command line, including the terminator
 
-/// The Win32 code that says the same; `otherwise` for what only says that something failed.
+/// Raises the equivalent Win32 code, or `otherwise` for an unspecific failure.
 void requireResult(HRESULT result, long otherwise = ERROR_GEN_FAILURE)
 {
-    constexpr long kLastOfStorage = 0x70; // up to there the numbers are those of Win32
+    constexpr long kLastOfStorage = 0x70; // up to here they are the numbers of Win32
     const long code = HRESULT_CODE(result);
     if (SUCCEEDED(result))
         return;
@@ -43,7 +43,7 @@ struct Release
 template <class T>
 using ComPtr = std::unique_ptr<T, Release>;
 
-/// COM on the calling thread, which may have it already in either kind.
+/// COM on the calling thread, which may already have an apartment of either kind.
 class ComScope
 {
 public:
@@ -90,7 +90,7 @@ ComPtr<T> asked(IUnknown& object)
     return ComPtr<T>(static_cast<T*>(found));
 }
 
-/// Whether a file begins as shortcuts do: with the length of their header, and their class.
+/// Whether a file begins like a shortcut: with the length of its header, and its class.
 bool isShortcut(const std::vector<unsigned char>& file)
 {
     constexpr DWORD kHeaderSize = 0x4C;
@@ -105,23 +105,23 @@ bool isShortcut(const std::vector<unsigned char>& file)
     return begin.size == kHeaderSize && IsEqualGUID(begin.id, CLSID_ShellLink);
 }
 
-/// Raises 80 for a file that is there and no shortcut.
+/// Raises 80 for an existing file that is not a shortcut.
 void requireReplaceable(const std::wstring& path)
 {
-    constexpr unsigned long long kMost = 1U << 20U; // no shortcut is as large
+    constexpr unsigned long long kMost = 1U << 20U; // no shortcut is that large
     try {
         if (!isShortcut(files::readAll(path.c_str(), kMost)))
             raiseCode(ERROR_FILE_EXISTS);
     } catch (long code) {
         if (code == ERROR_FILE_TOO_LARGE)
             raiseCode(ERROR_FILE_EXISTS);
-        // What a folder is is told when it is written.
+        // Whether it is a folder shows when it is written.
         if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND && code != ERROR_ACCESS_DENIED)
             throw;
     }
 }
 
-/// What an object that saves itself to a stream says.
+/// The bytes that an object saves to a stream.
 std::vector<unsigned char> savedBytes(const ComScope& com, IUnknown& object)
 {
     IStream* made = nullptr;
@@ -139,7 +139,7 @@ std::vector<unsigned char> savedBytes(const ComScope& com, IUnknown& object)
     return bytes;
 }
 
-/// The shell's library, which stays: it leaves windows and threads of its own behind.
+/// The shell's library, which stays loaded: it leaves its own windows and threads behind.
 SystemLibrary shellLibrary()
 {
     SystemLibrary library(L"shell32.dll");
@@ -204,12 +204,12 @@ std::tuple<std::wstring, std::wstring, std::wstring> readShortcut(const wchar_t*
 
 bool isShortcutBroken(const wchar_t* link)
 {
-    // Looked at, not resolved: that would search, and might ask.
+    // Only read, not resolved: resolving would search, and might ask the user.
     const std::wstring raw = std::get<0>(readShortcut(link));
     if (raw.empty())
-        return false; // leads to something that is no file
+        return false; // the target is not a file
     const std::wstring path = paths::normalize(variables::expand(raw));
-    // What may come back is not gone: shares, media, drives that are not there now.
+    // Shares, media and missing drives may come back.
     if (path.size() < 3 || path[1] != L':' || GetDriveTypeW(path.substr(0, 3).c_str()) != DRIVE_FIXED)
         return false;
     return GetFileAttributesW(paths::toExtendedForm(path.c_str()).c_str()) == INVALID_FILE_ATTRIBUTES &&
@@ -232,7 +232,7 @@ void emptyBin(const wchar_t* drive, HANDLE cancelEvent)
     if (isCancelled(cancelEvent))
         raiseCode(ERROR_CANCELLED);
     if (std::get<1>(queryBin(drive)) == 0)
-        return; // which the shell would call a failure
+        return; // the shell would return a failure
     requireResult(shellLibrary().function<decltype(&SHEmptyRecycleBinW)>("SHEmptyRecycleBinW")(
         nullptr, drive, SHERB_NOCONFIRMATION | SHERB_NOPROGRESSUI | SHERB_NOSOUND));
 }

@@ -14,7 +14,7 @@
 #include "core/win32/utils/strings/include/Strings.h"
 
 namespace {
-/// Who signed, while the verification's state is there; empty when it does not say.
+/// The signer, while the verification's state exists; empty when that does not tell.
 std::wstring signerOf(const SystemLibrary& trust, HANDLE state)
 {
     CRYPT_PROVIDER_DATA* data =
@@ -37,12 +37,12 @@ std::tuple<long, std::wstring> verify(const SystemLibrary& trust, WINTRUST_DATA&
 {
     const auto call = trust.function<LONG(WINAPI*)(HWND, GUID*, void*)>("WinVerifyTrust");
     GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
-    const auto nobody = static_cast<HWND>(INVALID_HANDLE_VALUE); // no window is ever shown
+    const auto nobody = static_cast<HWND>(INVALID_HANDLE_VALUE); // never shows a window
     data.cbStruct = sizeof data;
     data.dwUIChoice = WTD_UI_NONE;
     data.fdwRevocationChecks = WTD_REVOKE_NONE;
     data.dwStateAction = WTD_STATEACTION_VERIFY;
-    data.dwProvFlags = WTD_CACHE_ONLY_URL_RETRIEVAL; // and nothing is fetched
+    data.dwProvFlags = WTD_CACHE_ONLY_URL_RETRIEVAL; // fetches nothing
     const long code = call(nobody, &action, &data);
     std::wstring signer;
     if (code != static_cast<long>(TRUST_E_NOSIGNATURE) && data.hWVTStateData != nullptr)
@@ -52,7 +52,7 @@ std::tuple<long, std::wstring> verify(const SystemLibrary& trust, WINTRUST_DATA&
     return {code, signer};
 }
 
-/// Whether a catalogue of the system's lists the file, and what it is worth.
+/// The verdict of a system catalogue that lists the file.
 std::tuple<long, std::wstring> verifyByCatalogue(const SystemLibrary& trust, HANDLE file,
                                                  const std::wstring& path)
 {
@@ -97,7 +97,7 @@ std::tuple<long, std::wstring> verifyByCatalogue(const SystemLibrary& trust, HAN
 std::tuple<long, std::wstring> signatures::verifyFile(const wchar_t* path)
 {
     const std::wstring target = settledPath(path);
-    // One handle for all, so that what is verified is one file.
+    // One handle for everything, so the same file is verified.
     const Win32Handle file(
         CreateFileW(target.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     if (!file.isValid())

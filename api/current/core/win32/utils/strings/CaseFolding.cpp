@@ -4,8 +4,8 @@
 
 #include <array>
 
-// As the system compares the names of files. CharUpperBuffW would do as well, but would bring user32.dll into
-// every program that loads the library, services too.
+// As the system compares file names. CharUpperBuffW would do as well, but would load user32.dll into every
+// program that uses the library, services too.
 extern "C" NTSYSAPI WCHAR NTAPI RtlUpcaseUnicodeChar(WCHAR character);
 
 namespace casefolding {

@@ -15,7 +15,7 @@
 extern "C" NTSYSAPI WCHAR NTAPI RtlDowncaseUnicodeChar(WCHAR character);
 
 namespace {
-/// A set of whole characters: half a pair of surrogates is in none.
+/// A set of whole characters: half of a surrogate pair is in none.
 class CharacterSet
 {
 public:
@@ -36,7 +36,7 @@ public:
     }
 
 private:
-    std::array<bool, 256> m_isSmall{}; // what separators nearly always are
+    std::array<bool, 256> m_isSmall{}; // separators are nearly always below 256
     std::u32string m_others;
 };
 
@@ -50,7 +50,7 @@ bool isDigit(wchar_t c) noexcept
     return c >= L'0' && c <= L'9';
 }
 
-/// Takes the digits off the front of `rest`, and returns them without the zeros before the first other digit.
+/// Removes the digits from the front of `rest` and returns them without leading zeros.
 std::wstring_view takeNumber(std::wstring_view& rest) noexcept
 {
     std::size_t length = 0;
@@ -223,7 +223,7 @@ long long toInt64(std::wstring_view text, int base)
     if (marked && (base == 0 || base == 16))
         text.remove_prefix(2);
     const auto radix = static_cast<unsigned>(base != 0 ? base : marked ? 16 : 10);
-    // The number that has no positive form is the largest: counted down from zero nothing else overflows.
+    // Accumulates below zero, because the smallest number has no positive form.
     constexpr long long kLeast = std::numeric_limits<long long>::min();
     unsigned long long limit = static_cast<unsigned long long>(kLeast) - (negative ? 0U : 1U);
     unsigned long long value = 0;
@@ -276,7 +276,7 @@ std::wstring quoteArgument(std::wstring_view argument)
     std::wstring quoted = L"\"";
     std::size_t backslashes = 0;
     for (const wchar_t c : argument) {
-        // Backslashes count only before a quotation mark: there each needs another.
+        // Backslashes are special only before a quotation mark, where each must be doubled.
         if (c == L'"')
             quoted.append(backslashes + 1, L'\\');
         backslashes = c == L'\\' ? backslashes + 1 : 0;

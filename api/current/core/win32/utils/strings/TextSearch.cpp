@@ -40,9 +40,9 @@ Searcher::Searcher(std::wstring_view pattern, bool ignoreCase) noexcept
 
 std::size_t Searcher::largestSuffix(bool isReversed, std::size_t& period) const noexcept
 {
-    std::size_t begin = 0;  // of the largest suffix of what has been looked at
-    std::size_t other = 1;  // of the one that it is compared with
-    std::size_t length = 0; // that both have in common, within one period
+    std::size_t begin = 0;  // of the largest suffix found so far
+    std::size_t other = 1;  // of the suffix it is compared with
+    std::size_t length = 0; // common to both, within one period
     period = 1;
     while (other + length < m_pattern.size()) {
         const wchar_t a = at(other + length);
@@ -71,7 +71,7 @@ std::size_t Searcher::find(std::wstring_view text, std::size_t from) const noexc
         return std::wstring_view::npos;
     const std::size_t size = m_pattern.size();
     const auto equals = [&](std::size_t place, std::size_t i) { return at(i) == folded(text[place + i]); };
-    std::size_t known = 0; // so many characters at the beginning are known to be equal
+    std::size_t known = 0; // characters at the beginning that are known to be equal
     for (std::size_t place = from; text.size() - place >= size;) {
         std::size_t i = std::max(m_cut, known);
         while (i < size && equals(place, i))

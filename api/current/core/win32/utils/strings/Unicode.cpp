@@ -37,7 +37,7 @@ void append(std::string& text, char32_t c)
         text += static_cast<char>(0x80U | ((c >> (6U * static_cast<unsigned>(i))) & 0x3FU));
 }
 
-/// The character that begins with the lead byte at the front of `rest`; takes its bytes off.
+/// Removes the character at the front of `rest`, which begins with its lead byte.
 char32_t takeCharacter(std::string_view& rest)
 {
     const auto lead = static_cast<unsigned char>(rest.front());
@@ -59,7 +59,7 @@ char32_t takeCharacter(std::string_view& rest)
     return c;
 }
 
-/// The system counts in int.
+/// The system's lengths are of type int.
 int systemLength(std::size_t length)
 {
     if (length > static_cast<std::size_t>(std::numeric_limits<int>::max()))
@@ -67,7 +67,7 @@ int systemLength(std::size_t length)
     return static_cast<int>(length);
 }
 
-/// Calls a conversion of the system's for the length and then for the text. Some code pages refuse flags.
+/// Calls a system conversion for the length and then for the text. Some code pages refuse flags.
 template <class Text, class Convert>
 Text converted(DWORD flags, Convert&& convert)
 {
@@ -129,7 +129,7 @@ std::tuple<std::string, bool> unicode::ansiFromWide(std::wstring_view text, unsi
             return WideCharToMultiByte(codePage, flags, text.data(), length, target, size, nullptr, nullptr);
         });
     bool lossy = false;
-    try { // not every code page says itself that something was lost
+    try { // not every code page reports that something was lost
         lossy = wideFromAnsi(narrow, codePage) != text;
     } catch (long) {
         lossy = true;

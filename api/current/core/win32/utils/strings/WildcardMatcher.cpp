@@ -31,7 +31,7 @@ public:
     }
 
 private:
-    /// The text character at `index`, which may be the end of the text: zero there, as in the pattern.
+    /// The text character at `index`; zero at the end of the text, as in the pattern.
     [[nodiscard]] wchar_t textAt(std::size_t index) const noexcept
     {
         return index < m_text.size() ? m_text[index] : L'\0';
@@ -51,8 +51,8 @@ private:
         return matched;
     }
 
-    /// A `*` with something after it. `next` is one more than the place in the text that is taken for the
-    /// character after the star, so that "before the first character" is 0.
+    /// A `*` with something after it. `next` is one more than the position in the text taken for the
+    /// character after the star, so 0 means "before the first character".
     bool skipRun() noexcept
     {
         const wchar_t anchor = m_pattern[m_patternPosition + 1];
@@ -61,8 +61,8 @@ private:
         while (next > 0 && m_text[next - 1] != anchor)
             --next;
         if (textAt(next) != after) {
-            // Not followed by what must follow: look further on. Before a second star the next character is
-            // taken as it comes.
+            // Not followed by what must follow: look further. Before a second star any next character is
+            // accepted.
             ++next;
             while (next <= m_text.size() && after != L'*' && m_text[next - 1] != anchor)
                 ++next;
@@ -88,7 +88,7 @@ private:
                 m_patternPosition += 1; // the "!" and what follows it are ordinary characters from here on
                 return true;
             }
-            // The first listed character is never looked at.
+            // The first listed character is never examined.
             if (!atEnd && set.size() > 2 && set.substr(2).find(c) != std::wstring_view::npos)
                 return false;
             m_patternPosition = close; // the "]" is an ordinary character from here on
@@ -113,8 +113,8 @@ bool isOrdinary(wchar_t c) noexcept
 
 bool matchesWildcard(std::wstring_view foldedText, std::wstring_view foldedPattern) noexcept
 {
-    // A pattern that ends in an ordinary character matches no other end: of a list of extensions most are
-    // ruled out by this alone. Only an empty text can match without its last character being looked at.
+    // A pattern that ends in an ordinary character only matches a text that ends in it: this alone rules out
+    // most of a list of extensions. Only an empty text can match without a check of its last character.
     if (!foldedText.empty() && !foldedPattern.empty() && isOrdinary(foldedPattern.back()) &&
         foldedPattern.back() != foldedText.back())
         return false;

@@ -48,11 +48,11 @@ void setPersistent(const wchar_t* name, const wchar_t* text, bool forMachine)
     const HKEY root = forMachine ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
     const wchar_t* path =
         forMachine ? LR"(System\CurrentControlSet\Control\Session Manager\Environment)" : L"Environment";
-    // One that refers to others must stay one that is expanded.
+    // A value that refers to other variables must stay expandable.
     registry::writeString(root, path, name, 0, text,
                           std::wstring_view(text).find(L'%') != std::wstring_view::npos ? REG_EXPAND_SZ
                                                                                         : REG_SZ);
-    constexpr UINT kPatience = 1000; // milliseconds for each window that hangs
+    constexpr UINT kPatience = 1000; // milliseconds for each hanging window
     SystemLibrary library(L"user32.dll");
     const auto send = library.function<decltype(&SendMessageTimeoutW)>("SendMessageTimeoutW");
     library.keep();
@@ -76,8 +76,8 @@ bool isOnBattery()
 
 bool isSafeMode()
 {
-    // The system makes the key when it starts so, and it is the same in services, which see no window
-    // metrics.
+    // The system creates this key when it starts in safe mode. It also works in services, which have no
+    // window metrics.
     return registry::valueExists(HKEY_LOCAL_MACHINE, LR"(System\CurrentControlSet\Control\SafeBoot\Option)",
                                  L"OptionValue", 0);
 }
@@ -97,7 +97,7 @@ unsigned long long idleTime()
 void restart(unsigned long kind, unsigned long seconds)
 {
     constexpr unsigned long kRestart = 1;
-    constexpr unsigned long kMostSeconds = 315360000; // ten years, as the system has it
+    constexpr unsigned long kMostSeconds = 315360000; // ten years, the system's limit
     if (kind > kRestart || seconds > kMostSeconds)
         raiseCode(ERROR_INVALID_PARAMETER);
     const bool was = privileges::adjust(L"SeShutdownPrivilege", true);

@@ -7,7 +7,7 @@
 namespace {
 constexpr unsigned long long kSecond = 10000000;           // in units of 100 ns
 constexpr unsigned long long kUnixBegin = 11644473600;     // in seconds since 1601
-constexpr unsigned long long kLatest = 0x7FFFFFFFFFFFFFFF; // of what the system takes for a time
+constexpr unsigned long long kLatest = 0x7FFFFFFFFFFFFFFF; // the latest time that the system accepts
 constexpr std::size_t kFractionDigits = 7;
 } // namespace
 
@@ -51,7 +51,7 @@ std::wstring toText(unsigned long long time)
 
 unsigned long long fromText(std::wstring_view text)
 {
-    // What stands for a digit in the pattern is one; the rest is as it stands.
+    // A "d" in the pattern stands for a digit, everything else for itself.
     constexpr std::wstring_view kPattern = L"dddd-dd-ddTdd:dd:dd";
     if (text.size() < kPattern.size() + 1 || text.back() != L'Z')
         raiseCode(ERROR_INVALID_PARAMETER);
@@ -83,7 +83,7 @@ unsigned long long fromText(std::wstring_view text)
     FILETIME file;
     if (!SystemTimeToFileTime(&at, &file))
         raiseCode(ERROR_INVALID_PARAMETER);
-    // Not every system refuses what the calendar does not have.
+    // Not every system refuses days that do not exist.
     const SYSTEMTIME back = fields(number(file));
     if (back.wYear != at.wYear || back.wMonth != at.wMonth || back.wDay != at.wDay ||
         back.wHour != at.wHour || back.wMinute != at.wMinute || back.wSecond != at.wSecond)

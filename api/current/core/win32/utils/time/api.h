@@ -2,8 +2,8 @@
 
 #include "core/win32/utils/memory/api.h"
 
-// Times as numbers and texts. What all utility functions have in common is said in
-// core/win32/utils/memory/api.h.
+// Times as numbers and texts. core/win32/utils/memory/api.h describes what all utility functions have in
+// common.
 
 extern "C" {
 /// Seconds since 1970, which may be negative, as a time.
@@ -16,13 +16,13 @@ SYSMAINT_API long TimeFromUnix(long long seconds, unsigned long long* time);
 /// @return 0, 87 (also a time above 2^63 - 1)
 SYSMAINT_API long TimeToUnix(unsigned long long time, long long* seconds);
 
-/// "2026-11-21T19:03:07.0000000Z": UTC, all digits, so that texts sort as their times do.
+/// "2026-11-21T19:03:07.0000000Z": UTC with all digits, so texts sort like their times.
 ///
-/// @return 0, 87 (also a time behind the year 9999), 8
+/// @return 0, 87 (also a time after the year 9999), 8
 SYSMAINT_API long TimeToText(unsigned long long time, wchar_t** text);
 
-/// The way back. The fraction may have one to seven digits or be left out with its dot; nothing else may.
+/// The reverse. The fraction may have one to seven digits or be omitted with its dot; nothing else may vary.
 ///
-/// @return 0, 87 (also any other text, a day that there is not, and one before 1601)
+/// @return 0, 87 (also any other text, a day that does not exist, and one before 1601)
 SYSMAINT_API long TimeFromText(const wchar_t* text, unsigned long long* time);
 }

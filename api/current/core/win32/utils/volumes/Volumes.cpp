@@ -39,7 +39,7 @@ std::wstring withBackslash(const wchar_t* root)
     return name;
 }
 
-/// Whether a path, closed by a backslash, is a volume's or a share's root.
+/// Whether a path with a closing backslash is the root of a volume or a share.
 bool isRoot(const std::wstring& path)
 {
     try {
@@ -56,7 +56,7 @@ void add(RecordList<VolumeRecord>& records, const std::wstring& root)
     wchar_t fileSystem[MAX_PATH + 1] = {};
     VolumeRecord record{};
     DWORD serial = 0;
-    // A drive without a medium has neither; it is a drive all the same.
+    // A drive without a medium has neither, but is still listed.
     record.isReady = GetVolumeInformationW(root.c_str(), label, MAX_PATH + 1, &serial, nullptr, nullptr,
                                            fileSystem, MAX_PATH + 1) != 0
                          ? 1
@@ -79,7 +79,7 @@ RecordList<VolumeRecord> enumerate()
     for (wchar_t letter = L'A'; letter <= L'Z'; ++letter)
         if ((drives >> (letter - L'A') & 1U) != 0)
             add(records, {letter, L':', L'\\'});
-    // And those without a letter, under their own names.
+    // Then those without a letter, by their own names.
     wchar_t name[MAX_PATH];
     const HANDLE search = FindFirstVolumeW(name, MAX_PATH);
     if (search == INVALID_HANDLE_VALUE)

@@ -16,11 +16,12 @@ constexpr char kBootExecuteHeader[] = "core\\win32\\utils\\wiper\\include\\BootE
 namespace {
 constexpr wchar_t kValue[] = L"BootExecute";
 constexpr wchar_t kMutex[] = L"Global\\sysmaint.BootExecute";
-// Full access to the system and to administrators, whoever of them has made it; no other may edit the value.
+// Full access for the system and for administrators, whichever of them created it; nobody else may edit the
+// value.
 constexpr wchar_t kMutexSecurity[] = L"D:(A;;0x1F0001;;;SY)(A;;0x1F0001;;;BA)";
 constexpr DWORD kLongestWait = 10000; // milliseconds
 
-/// Keeps everybody else on this machine from editing the value, for a scope.
+/// Keeps all others on this machine from editing the value while it lives.
 class EditLock
 {
 public:
@@ -31,12 +32,12 @@ public:
                                                                   &descriptor, nullptr))
             requireSuccess(PLACE(kBootExecuteHeader, "EditLock::EditLock", __LINE__), lastError());
         SECURITY_ATTRIBUTES security{sizeof security, descriptor, FALSE};
-        // Not all that can be asked for: one that somebody else has made may allow no more.
+        // Not full access: a mutex that somebody else created may allow no more than this.
         m_mutex.reset(CreateMutexExW(&security, kMutex, 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
         const long code = m_mutex.isValid() ? ERROR_SUCCESS : lastError();
         LocalFree(descriptor);
         requireSuccess(PLACE(kBootExecuteHeader, "EditLock::EditLock", __LINE__), code);
-        // Whoever died with it has written the whole value or nothing.
+        // An owner that died has written the whole value or nothing.
         const DWORD wait = WaitForSingleObject(m_mutex.get(), kLongestWait);
         if (wait != WAIT_OBJECT_0 && wait != WAIT_ABANDONED)
             requireSuccess(PLACE(kBootExecuteHeader, "EditLock::EditLock", __LINE__),
@@ -59,8 +60,8 @@ RegistryKeyHandle openKey(REGSAM access)
     return RegistryKeyHandle(key);
 }
 
-/// Where the closing empty string stands, or npos when the text is not a list: every entry is ended by a
-/// zero, and behind the closing empty string is nothing but zeros. No text at all is a list without entries.
+/// The position of the closing empty string, or npos when the text is not a list: every entry ends with a
+/// zero, and only zeros follow the closing empty string. An empty text is a list without entries.
 std::size_t closingPosition(std::wstring_view list)
 {
     std::size_t at = 0;
@@ -77,8 +78,7 @@ std::size_t closingPosition(std::wstring_view list)
     return at;
 }
 
-/// The value as it stands, checked: a wrong one is never touched, because it can stop a machine from
-/// starting.
+/// Reads and checks the value. A malformed one is never touched, because it can stop a machine from starting.
 std::wstring readList(HKEY key)
 {
     DWORD type = REG_NONE;
@@ -113,7 +113,7 @@ std::size_t findEntry(const std::wstring& list, const wchar_t* entry, std::size_
 
 void requireEntry(const wchar_t* entry, const char* place)
 {
-    // An empty entry would close the list before its end.
+    // An empty entry would end the list early.
     if (entry == nullptr || *entry == L'\0')
         throw Exception(place, ERROR_INVALID_PARAMETER);
 }

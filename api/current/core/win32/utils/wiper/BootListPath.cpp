@@ -28,7 +28,7 @@ bool isVolumeRoot(std::wstring_view text) noexcept
            text.substr(7, 36).find_first_not_of(L"0123456789abcdefABCDEF-") == std::wstring_view::npos;
 }
 
-/// Whether the drive is the machine's own, and not a name of this session's for a folder or a share.
+/// Whether the drive belongs to the machine, and is not this session's name for a folder or a share.
 bool isThereAtStart(std::wstring_view root)
 {
     const std::wstring drive(root);
@@ -58,8 +58,8 @@ bool isPlainName(std::wstring_view name) noexcept
            std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20; });
 }
 
-/// Where the system finds what is open, without the names that stand for something else; empty when it does
-/// not tell.
+/// The system's final path of what is open, without names that stand for something else; empty when the
+/// system does not tell.
 std::wstring finalPath(HANDLE opened)
 {
     std::wstring path(MAX_PATH, L'\0');
@@ -122,10 +122,10 @@ std::wstring forcedelete::listedPath(std::wstring_view path)
         const std::wstring final = finalPath(found.get());
         if (final.substr(0, kNetworkPrefix.size()) == kNetworkPrefix)
             return {};
-        // A letter that is this session's own, for a folder, is not there at the start; the folder is.
+        // A letter that this session gives to a folder does not exist at the next start; the folder does.
         std::wstring text = bootlist::plainPath(target);
         return !text.empty() ? text : bootlist::plainPath(final);
     } catch (long) {
-        return {}; // what is not there, and what cannot be looked at
+        return {}; // what does not exist or cannot be examined
     }
 }

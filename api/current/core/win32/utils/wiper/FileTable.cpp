@@ -19,12 +19,12 @@ namespace {
 constexpr wchar_t kFolderName[] = L"FileTable.qmx";
 // Small enough to be kept in the table beside a name of eight characters, with records of 1 KiB.
 constexpr DWORD kContentSize = 600;
-// Between two looks at how far the table is. That many entries of a folder take far less room than half a
-// KiB each, and that many records of a table more.
+// Files between two checks of the table. In a folder, so many entries take far less than half a KiB each; in
+// a table, so many records take more.
 constexpr std::uint32_t kBatch = 256;
 constexpr std::uint64_t kGrowth = kBatch * 512ULL;
 
-/// The folder of the small files. It goes with all of them when this goes, in every case.
+/// The folder of the small files. The destructor always deletes it with all of them.
 class SmallFiles
 {
 public:
@@ -33,7 +33,7 @@ public:
         if (!CreateDirectoryW(Win32Path(m_folder.c_str()), nullptr))
             raiseLastError();
         try {
-            // Held, so that nobody puts a link in its place: what is deleted below is what was made here.
+            // Held, so nobody can replace it with a link: only what was created here is deleted below.
             m_held.emplace(Win32Path(m_folder.c_str()), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES,
                            FILE_SHARE_READ | FILE_SHARE_WRITE);
             if (m_held->isLink() || !m_held->isFolder())
@@ -43,7 +43,7 @@ public:
             RemoveDirectoryW(Win32Path(m_folder.c_str()));
             throw;
         }
-        SetFileAttributesW(Win32Path(m_folder.c_str()), FILE_ATTRIBUTE_HIDDEN); // for the looks alone
+        SetFileAttributesW(Win32Path(m_folder.c_str()), FILE_ATTRIBUTE_HIDDEN); // only cosmetic
     }
     SmallFiles(const SmallFiles&) = delete;
     SmallFiles& operator=(const SmallFiles&) = delete;
@@ -51,7 +51,7 @@ public:
 
     [[nodiscard]] HANDLE folder() const noexcept { return m_held->get(); }
 
-    /// Makes one more.
+    /// Creates one more.
     void add()
     {
         static constexpr std::array<unsigned char, kContentSize> kContent{};
@@ -65,11 +65,11 @@ public:
             raiseLastError();
     }
 
-    /// Deletes everything. Returns the code of the first failure; the rest is deleted all the same.
+    /// Deletes everything. Returns the code of the first failure; the rest is deleted anyway.
     long remove() noexcept
     {
         long result = ERROR_SUCCESS;
-        DWORD longestPause = 512; // in milliseconds, until one was held so long
+        DWORD longestPause = 512; // in milliseconds, until one file was held that long
         const auto step = [&](auto&& body) {
             const long code = boundary::statusFrame([&]() -> long {
                 if (!body())
@@ -82,7 +82,7 @@ public:
             step([&] {
                 const std::wstring path = pathOf(m_count - 1);
                 const Win32Path target(path.c_str());
-                for (DWORD pause = 1; !DeleteFileW(target); pause *= 2) { // scanners hold what is new
+                for (DWORD pause = 1; !DeleteFileW(target); pause *= 2) { // virus scanners hold new files
                     if (pause > longestPause) {
                         longestPause = 0;
                         return false;
@@ -101,8 +101,8 @@ public:
     }
 
 private:
-    // The text of the last one asked for goes. It is as long as all others, so none needs memory: what was
-    // made can always be removed.
+    // Overwrites the previous result. All paths have the same length, so none needs memory and every file can
+    // always be removed.
     [[nodiscard]] const wchar_t* pathOf(std::uint32_t number) noexcept
     {
         wchar_t name[9];
@@ -111,13 +111,13 @@ private:
         return m_path.c_str();
     }
 
-    std::wstring m_folder; // settled, as the paths below it: Win32Path makes no other form of them
+    std::wstring m_folder; // absolute, as are the paths below it: Win32Path does not change them
     std::wstring m_path;
     std::optional<OpenedItself> m_held;
     std::uint32_t m_count = 0;
 };
 
-/// Tells when the table has no free record left.
+/// Detects when the table has no free record left.
 class TableGauge
 {
 public:
@@ -127,16 +127,16 @@ public:
         m_free = readFree();
     }
 
-    /// To be asked after every kBatch files.
+    /// Call it after every kBatch files.
     bool isFull()
     {
         std::uint64_t records = 0;
         if (m_knowsTable && readTable(records))
             return records > m_records;
-        // Elsewhere a table that grows is told by the room that it takes; where small files have clusters of
-        // their own there is no table to fill, and the first batch tells that the same way.
+        // Elsewhere the space that a growing table takes shows it. Where small files have clusters of their
+        // own there is no table to fill; the first batch shows that in the same way.
         const std::uint64_t before = std::exchange(m_free, readFree());
-        // One that does not even show the entries of the folder tells nothing.
+        // A volume on which not even the folder's entries take space shows nothing.
         return before == m_free || (before > m_free && before - m_free >= kGrowth);
     }
 

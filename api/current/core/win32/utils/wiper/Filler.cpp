@@ -19,14 +19,14 @@ Wiper::Filler::Filler(Wiper& wiper, const std::wstring& path)
         if (!GetFileInformationByHandle(m_file.get(), &information)) {
             const DWORD code = GetLastError();
             FILE_DISPOSITION_INFO deletion{
-                static_cast<BOOLEAN>(isNew)}; // what nothing is known of does not go by its name
+                static_cast<BOOLEAN>(isNew)}; // an unknown file is not deleted by its name
             SetFileInformationByHandle(m_file.get(), FileDispositionInfo, &deletion, sizeof deletion);
             raiseCode(code);
         }
         m_identity = FileIdentity::of(information);
         if (!isNew && (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
             raiseCode(kStoppedOnSymlink);
-        // The user's own file, or a second name of somebody's, would be cut with it.
+        // Otherwise a user's own file, or one that has a second name, would be truncated.
         const bool isHidden = (information.dwFileAttributes & FILE_ATTRIBUTE_HIDDEN) != 0;
         if (information.nNumberOfLinks > 1 || (!isNew && !isHidden))
             raiseCode(ERROR_ALREADY_EXISTS);
@@ -53,8 +53,8 @@ Wiper::Filler::~Filler()
 
 long Wiper::Filler::deleteFillerFile() noexcept
 {
-    // While it is open: were it opened by somebody else next, the volume would stay full, without room even
-    // for the boot-time list. What fails here is tried again below.
+    // Truncate it while it is open: if somebody else opened it next, the volume would stay full, without room
+    // even for the boot-time list. A failure here is retried below.
     FILE_END_OF_FILE_INFO end{};
     SetFileInformationByHandle(m_file.get(), FileEndOfFileInfo, &end, sizeof end);
     m_file.reset();
@@ -66,7 +66,7 @@ long Wiper::Filler::deleteFillerFile() noexcept
         return code;
     boundary::statusFrame([&]() -> long {
         m_wiper.schedule(m_path);
-        // Whatever stood in the way of cutting it, the volume is not to stay full if that can be helped.
+        // Delete it anyway if it could not be truncated, so that the volume does not stay full.
         if (FileIdentity::of(OpenedItself(m_target).get()) == m_identity)
             DeleteFileW(m_target);
         return ERROR_SUCCESS;
@@ -91,7 +91,7 @@ void Wiper::Filler::cutAndDelete() const
         m_target, false, nullptr, [&] { requireOurs(OpenedItself(m_target).get()); }, isOurs, kAnotherFile);
 }
 
-/// A link of that name would be opened itself, not what it leads to.
+/// A link of that name would itself be opened, not its target.
 Win32Handle Wiper::Filler::patientlyOpened(DWORD disposition, DWORD attributes, HANDLE cancelEvent) const
 {
     for (Patience patience(cancelEvent);;) {

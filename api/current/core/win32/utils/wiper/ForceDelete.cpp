@@ -45,9 +45,8 @@ Win32Handle openList(DWORD access, DWORD share, DWORD disposition)
     return file;
 }
 
-/// Keeps the other writers of this library, in all processes, from looking at the list's size and appending
-/// to it. The range is far behind every line, so that nobody else is kept from anything; it is free again
-/// when the file is closed.
+/// Keeps the other writers of this library, in all processes, from reading the list's size and appending to
+/// it. The range is far beyond every line, so nobody else is blocked; closing the file unlocks it.
 void lockList(HANDLE file)
 {
     const DWORD code = patiently([&]() -> DWORD {
@@ -75,7 +74,7 @@ struct ListEnd
     bool isLineEnd = true;
 };
 
-/// A list that cannot be read now has somebody who appends to it, and has looked at this before.
+/// When the list cannot be read now, somebody is appending to it and has already checked its end.
 ListEnd lookAtEnd()
 {
     ListEnd found;
@@ -97,12 +96,12 @@ ListEnd lookAtEnd()
     return found;
 }
 
-/// What has to stand before a line: the header of a new list; the end of a line that somebody could not write
-/// to its end, maybe not even to the end of a character, and that must not be taken for a whole one.
+/// What must be written before a line: the header of a new list; or the end of a line that somebody could
+/// write only in part, maybe up to half a character, so that it does not pass for a whole one.
 std::string beginOf(ULONGLONG size, const ListEnd& end)
 {
     constexpr char kHeader[] = {0, 0, 0, 0, '\r', 0, '\n', 0};
-    constexpr char kMissingEnd[] = {0, '?', 0, '\r', 0, '\n', 0}; // the first for half a character
+    constexpr char kMissingEnd[] = {0, '?', 0, '\r', 0, '\n', 0}; // the first completes half a character
     if (size == 0)
         return {kHeader, sizeof kHeader};
     if (size != end.size || end.isLineEnd)
@@ -113,7 +112,7 @@ std::string beginOf(ULONGLONG size, const ListEnd& end)
 
 void appendText(HANDLE file, ULONGLONG size, const std::string& text)
 {
-    // One write at "the end, wherever it is by then": a stranger's line is never written over.
+    // One write at the end, wherever that is by then: another writer's line is never overwritten.
     OVERLAPPED end{};
     end.Offset = end.OffsetHigh = 0xFFFFFFFF;
     DWORD written = 0;
@@ -129,7 +128,7 @@ void appendText(HANDLE file, ULONGLONG size, const std::string& text)
     raiseCode(code);
 }
 
-/// Whether a line ends as append ends it: two numbers, with a field's end between them.
+/// Whether a line ends as append ends it: two numbers with a field separator between them.
 bool hasNumbers(std::wstring_view fields)
 {
     const auto isNumber = [](std::wstring_view text) {
@@ -156,7 +155,7 @@ std::wstring readList()
 long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, std::uint32_t passes) noexcept
 {
     return boundary::statusFrame([&]() -> long {
-        // The last field has no closing star: the reader goes by the line end.
+        // The last field has no closing star: the reader looks for the line end.
         std::wstring line(kTag);
         line.append(listedPath).append(kFieldEnd);
         line.append(std::to_wstring(static_cast<std::int32_t>(method))).append(kFieldEnd);
@@ -166,7 +165,7 @@ long forcedelete::append(const std::wstring& listedPath, std::uint32_t method, s
         lockList(file.get());
         const ULONGLONG size = sizeOf(file.get());
         std::string bytes = beginOf(size, end);
-        if ((size + bytes.size()) % sizeof(wchar_t) != 0) // somebody else's half character, of this moment
+        if ((size + bytes.size()) % sizeof(wchar_t) != 0) // half a character that somebody wrote just now
             return ERROR_INVALID_DATA;
         bytes.append(reinterpret_cast<const char*>(line.data()), line.size() * sizeof(wchar_t));
         appendText(file.get(), size, bytes);
@@ -178,7 +177,7 @@ bool forcedelete::isScheduled(std::wstring_view path)
 {
     std::wstring listed = bootlist::plainPath(path);
     if (listed.empty())
-        listed = forcedelete::listedPath(path); // by the letter of a folder
+        listed = forcedelete::listedPath(path); // by the drive letter of a folder
     if (listed.empty())
         return false;
     std::wstring text;
@@ -194,7 +193,7 @@ bool forcedelete::isScheduled(std::wstring_view path)
     const casefolding::FoldedText folded(wanted);
     std::wstring_view rest(text);
     for (std::size_t end = rest.find(kLineEnd); end != std::wstring_view::npos; end = rest.find(kLineEnd)) {
-        // Behind a line that was not written to its end the next one begins with its tag.
+        // After a line that was written only in part, the next one begins with its tag.
         const std::size_t begin = rest.substr(0, end).rfind(kTag);
         const std::wstring_view whole =
             rest.substr(0, end).substr(begin == std::wstring_view::npos ? 0 : begin);

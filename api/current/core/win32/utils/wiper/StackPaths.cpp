@@ -24,7 +24,7 @@ HeapStringW fullPath(const DirectoryStackEntry& entry)
 bool isSettledEntry(const DirectoryStackEntry& entry) noexcept
 {
     const HeapStringW& folder = entry.isDirectory ? entry.path : entry.directory;
-    // No folder is held by a name "." or "..".
+    // A folder cannot be held by a name "." or "..".
     const auto hasDots = [](std::wstring_view path) {
         return path.find(L"\\.") != std::wstring_view::npos || path.substr(0, 1) == L".";
     };
@@ -71,7 +71,7 @@ TakenStack::~TakenStack()
     try {
         for (DirectoryStackEntry& entry : m_entries)
             m_given.push_back(std::move(entry));
-    } catch (...) { // NOLINT(bugprone-empty-catch): without memory what a callback put there is lost to it
+    } catch (...) { // NOLINT(bugprone-empty-catch): without memory the callback's entries are lost
     }
 }
 
@@ -82,7 +82,7 @@ void HeldWay::hold(std::wstring_view entry)
     const std::wstring_view folder = folderOf(entry);
     const std::wstring_view plain = plainText(folder);
     if (!isBelowRoot(plain)) {
-        m_held.reset(); // the root itself is to go in the end, too
+        m_held.reset(); // the root itself is removed last
         return;
     }
     if (!m_held)

@@ -12,7 +12,7 @@ bool control(HANDLE device, DWORD code, void* result = nullptr, DWORD size = 0) 
     DWORD returned = 0;
     return DeviceIoControl(device, code, nullptr, 0, result, size, &returned, nullptr) != FALSE;
 }
-/// Raises the last error, unless it says that the device does not know what it was asked.
+/// Raises the last error, unless it means that the device does not support the request.
 void requireKnown()
 {
     const DWORD code = GetLastError();
@@ -52,6 +52,6 @@ void volumedevice::takeOver(HANDLE volume, HANDLE cancelEvent)
         }
     if (!control(volume, FSCTL_DISMOUNT_VOLUME))
         requireKnown();
-    // Where it is refused, a write behind the file system's end tells.
+    // If it is refused, a write beyond the file system's end will fail.
     control(volume, FSCTL_ALLOW_EXTENDED_DASD_IO);
 }

@@ -32,11 +32,11 @@ WipeTarget::WipeTarget(const wchar_t* target) : m_target(target)
     m_isLink = found.isLink();
     m_isFolder = found.isFolder();
     m_attributes = found.attributes();
-    // One whose tag cannot be read may be no link, and would go without being overwritten.
+    // If its tag cannot be read, it may be no link and would be deleted without being overwritten.
     FILE_ATTRIBUTE_TAG_INFO tag;
     if (m_isLink && !GetFileInformationByHandleEx(found.get(), FileAttributeTagInfo, &tag, sizeof tag))
         raiseLastError();
-    // A failure shows in what comes next.
+    // A failure shows in the next step.
     if ((found.attributes() & (m_isLink ? FILE_ATTRIBUTE_READONLY : kGuarding)) != 0)
         SetFileAttributesW(target, FILE_ATTRIBUTE_NORMAL);
 }
@@ -96,13 +96,13 @@ bool WipeTarget::close(Win32Handle& file) const noexcept
     return goes != FALSE;
 }
 
-/// Closes a file that was opened to be deleted, and leaves it where it is.
+/// Closes a file that was opened to be deleted, and keeps it in place.
 void WipeTarget::keep(Win32Handle& file) const noexcept
 {
     DWORD flags = kNotOnClose;
     if (SetFileInformationByHandle(file.get(), kDispositionInfoEx, &flags, sizeof flags))
         return file.reset();
-    // Systems before Windows 10 cannot take it back: a second name outlives the deletion of the first.
+    // Systems before Windows 10 cannot undo the deletion: a second name outlives the deletion of the first.
     try {
         const std::wstring second = std::wstring(m_target) + L".kept";
         if (!CreateHardLinkW(second.c_str(), m_target, nullptr))
@@ -111,7 +111,7 @@ void WipeTarget::keep(Win32Handle& file) const noexcept
             FileIdentity::of(OpenedItself(second.c_str()).get()) == FileIdentity::of(file.get());
         file.reset();
         if (isSame)
-            MoveFileExW(second.c_str(), m_target, 0); // where the name is taken by now it keeps the second
+            MoveFileExW(second.c_str(), m_target, 0); // if the name is taken, the second stays
         else
             DeleteFileW(second.c_str());
     } catch (...) {

@@ -22,7 +22,7 @@
 constexpr char kWiperHeader[] = "core\\win32\\utils\\wiper\\include\\Wiper.h";
 
 namespace {
-constexpr std::uint32_t kSmallestPiece = 512; // no file system hands out less
+constexpr std::uint32_t kSmallestPiece = 512; // no file system allocates less
 constexpr std::uint32_t kRandomCharacters = Wiper::kChunkSize / sizeof(wchar_t);
 
 void seek(HANDLE file, std::uint64_t offset, DWORD origin, const char* place)
@@ -41,7 +41,7 @@ std::uint64_t sizeOf(HANDLE file, const char* place)
     return static_cast<std::uint64_t>(size.QuadPart);
 }
 
-/// A file that is open at its beginning is cut to nothing.
+/// Truncates a file whose pointer is at its beginning.
 void cut(HANDLE file, const char* place)
 {
     seek(file, 0, FILE_BEGIN, place);
@@ -49,7 +49,7 @@ void cut(HANDLE file, const char* place)
         throw Exception(place);
 }
 
-/// The streams of a file or folder beside its content. A file system that knows none has none.
+/// The next alternate stream of a file or folder. None on a file system without streams.
 HeapStringW nextStream(FindHandle& search, const wchar_t* target, const char* place)
 {
     WIN32_FIND_STREAM_DATA data;
@@ -98,7 +98,7 @@ long Wiper::Wipe(WipeCallback callback, WipeProgress* progress, std::uint32_t ki
     return boundary::statusFrame([&]() -> long {
         if (path == nullptr)
             throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
-        // A callback's own call would take the buffer and the settings from under this one.
+        // A call from a callback would overwrite this call's buffer and settings.
         if (m_isRunning)
             throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_BUSY);
         m_callback = callback;
@@ -141,7 +141,7 @@ long Wiper::runKind(const wchar_t* path, DirectoryStack* stack, const IScanValid
     if (known && (m_method < kWipeZeros || m_method > kWipeGutmann))
         throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
 
-    // What the path names is settled now: what a callback does to the current folder changes nothing.
+    // The path is resolved now, so a callback may change the current folder.
     switch (m_kind) {
     case kWipeFreeSpace:
         wipeFreeSpaceRepeatedly(path);
@@ -198,8 +198,8 @@ long Wiper::WipeFile(const std::wstring& path)
         overwriteAndDelete(path);
         return ERROR_SUCCESS;
     });
-    // Another file than the one that was to go waits for nothing, and what is not there or about to go is
-    // not to be waited for: whoever takes its name later would be destroyed.
+    // Another file must not be listed, nor one that is missing or being deleted: a later file with its name
+    // would be destroyed.
     constexpr long kNothingToWaitFor[] = {ERROR_SUCCESS,  ERROR_CANCELLED,      kStoppedOnSymlink,
                                           kAnotherFile,   ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
                                           kDeletePending, ERROR_FILE_OFFLINE};
@@ -213,7 +213,7 @@ long Wiper::WipeFile(const std::wstring& path)
 void Wiper::overwriteAndDelete(const std::wstring& path)
 {
     throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__));
-    // Where a drive stands for a folder or a mounted volume its root looks like a link.
+    // The root of a drive that stands for a folder or a mounted volume looks like a link.
     const std::wstring_view plain = withoutClosing(plainText(path));
     if (plain.size() == 3 && plain.substr(1) == L":\\")
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
@@ -221,16 +221,16 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
     const WipeTarget found(target);
     if (found.isLink())
         return found.remove(m_cancelEvent);
-    if (found.isFolder()) // which the open would refuse, but not before its streams were gone
+    if (found.isFolder()) // the open would refuse it, but only after its streams were destroyed
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_ACCESS_DENIED);
 
     if (isFetchedOnAccess(found.attributes()) && !m_takesCloudFiles)
         throw Exception(PLACE(kWiperHeader, "Wiper::WipeFile", __LINE__), ERROR_FILE_OFFLINE);
 
-    // Once the file is open it is deleted, whatever happens: so first what may be missing.
+    // Once the file is open it will be deleted in any case, so do first what may fail.
     allocateBuffers();
     const std::wstring renamed = renameFile(path.c_str());
-    // Before the file itself is open: its owner alone could open them then.
+    // Before the file itself is opened: only its owner could open them then.
     if (wipeStreams(path, target, found))
         found.requireUnchanged();
     Win32Handle file = found.open(m_cancelEvent);
@@ -248,16 +248,16 @@ void Wiper::overwriteAndDelete(const std::wstring& path)
 
 std::wstring Wiper::renameFile(const wchar_t* path) const
 {
-    // The file keeps its name; what is looked up here is what a rename by handle would have to close with.
+    // The file keeps its name; a rename by handle would need this function.
     if (GetProcAddress(m_ntdll.get(), "NtClose") == nullptr)
         throw Exception(PLACE(kWiperHeader, "Wiper::renameFile", __LINE__), ERROR_FUNCTION_FAILED);
     return path;
 }
 
-/// Overwrites the streams beside the content of what was found. Returns whether there were any.
+/// Overwrites the alternate streams. Returns whether there were any.
 bool Wiper::wipeStreams(const std::wstring& path, const wchar_t* target, const WipeTarget& found)
 {
-    // A stream has none of its own. The drive's colon stands second.
+    // A stream has no streams. The drive's colon is the second character.
     const std::wstring_view plain = plainText(path);
     const std::size_t colon = plain.rfind(L':');
     const std::size_t separator = plain.find_last_of(L'\\');
@@ -310,14 +310,14 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
             const bool isWritten = fillOn(fillers, chunk);
             const std::uint64_t before = free;
             free = readFree();
-            // What others took or freed meanwhile is less or more to write.
+            // What others allocated or freed meanwhile changes the total.
             correctTotal(before, free + (isWritten ? chunk : 0));
             if (isWritten) {
                 addDone(chunk);
                 continue;
             }
-            // Either the filler can become no larger, or somebody took the last clusters while we wrote. One
-            // that takes next to nothing tells: there is no room, whatever the volume says.
+            // Either the filler cannot grow, or somebody took the last clusters meanwhile. A filler that took
+            // next to nothing shows that there is no room, whatever the volume reports.
             const bool isFull = fillers.end() < kChunkSize || !fillers.beginNext();
             if (isFull && free >= kChunkSize)
                 throw Exception(PLACE(kWiperHeader, "Wiper::WipeFreeSpace", __LINE__), ERROR_DISK_FULL);
@@ -334,8 +334,8 @@ long Wiper::WipeFreeSpace(const std::wstring& folder, const std::wstring& filler
     });
 }
 
-/// Appends a chunk. Returns whether all of it was written: not where the volume is full or the file can
-/// become no larger, and then what there was room for is overwritten in full.
+/// Appends a chunk. Returns false when the volume is full or the file cannot grow before all of it is
+/// written; what there was room for is overwritten in full then.
 bool Wiper::fillOn(Fillers& fillers, std::uint32_t size)
 {
     try {
@@ -348,7 +348,7 @@ bool Wiper::fillOn(Fillers& fillers, std::uint32_t size)
     }
     const std::uint64_t begin = fillers.end();
     const auto taken = static_cast<std::uint32_t>(fillers.readEnd() - begin);
-    if (m_method == kWipeGutmann && taken != 0) // of which only the first pass is done
+    if (m_method == kWipeGutmann && taken != 0) // only the first pass is done
         overwriteChunk(fillers.get(), begin, taken);
     return false;
 }
@@ -356,7 +356,7 @@ bool Wiper::fillOn(Fillers& fillers, std::uint32_t size)
 void Wiper::WipePartition(const wchar_t* path)
 {
     std::wstring volume(path);
-    // What does not begin with a letter and a colon would name a device of its own.
+    // Without a letter and a colon at its beginning it would name another device.
     if (volume.size() < 3 || volume[1] != L':' || volume[0] >= 0x80 || std::isalpha(volume[0]) == 0)
         throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__),
                         static_cast<unsigned long>(E_INVALIDARG));
@@ -372,7 +372,7 @@ void Wiper::WipePartition(const wchar_t* path)
         throw Exception(PLACE(kWiperHeader, "Wiper::WipePartition", __LINE__));
     volumedevice::takeOver(file.get(), m_cancelEvent);
     std::uint64_t counted = size.QuadPart;
-    if (length > counted) { // what a quota allows ends anywhere
+    if (length > counted) { // a quota's limit may be anywhere
         correctTotal(counted * m_passes, length * m_passes);
         counted -= counted % volumedevice::kLargestSector;
     }
@@ -492,11 +492,12 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         if (succeeded && written != 0) {
             at += written;
             left -= written;
-            failure = ERROR_SUCCESS; // there was room for it in smaller pieces
+            failure = ERROR_SUCCESS; // it did fit in smaller pieces
             continue;
         }
         failure = succeeded ? ERROR_WRITE_FAULT : GetLastError();
-        // A full volume may have room for a smaller piece yet: it is used before the failure is told.
+        // A full volume may still have room for a smaller piece, which is used before the failure is
+        // returned.
         const bool isFull = failure == ERROR_DISK_FULL || failure == ERROR_FILE_TOO_LARGE;
         if (!isFull || m_kind != kWipeFreeSpace || piece <= kSmallestPiece)
             break;
@@ -508,7 +509,7 @@ void Wiper::writeAndFlush(HANDLE file, const void* data, std::uint32_t size)
         throw Exception(PLACE(kWiperHeader, "Wiper::writeAndFlush", __LINE__), failure);
 }
 
-/// There is `found` to write where `expected` was counted.
+/// The total counted `expected` bytes; `found` is what there is to write.
 void Wiper::correctTotal(std::uint64_t expected, std::uint64_t found) noexcept
 {
     if (m_progress == nullptr)
@@ -540,7 +541,7 @@ long Wiper::GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_
     if (text == nullptr)
         throw Exception(PLACE(kWiperHeader, "Wiper::GuttmanProcess", __LINE__), ERROR_NOT_ENOUGH_MEMORY);
     fillpattern::fillRandomText(text.get(), characters);
-    CopyMemory(buffer, text.get(), length); // of an odd length the last byte is the terminator's
+    CopyMemory(buffer, text.get(), length); // with an odd length the last byte comes from the terminator
     return ERROR_SUCCESS;
 }
 

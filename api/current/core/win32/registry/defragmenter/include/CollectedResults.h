@@ -3,7 +3,7 @@
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "win32/registry/include/RDAnalyzerResults.h"
 
-/// The results of an analysis while they come in, for several threads. Its operations raise std::bad_alloc.
+/// The results of an analysis as they come in, safe for several threads. Its operations raise std::bad_alloc.
 class CollectedResults
 {
 public:
@@ -23,7 +23,7 @@ public:
         const ReadLocker locker(m_lock);
         return m_results;
     }
-    /// Puts others in the place of those that are there.
+    /// Replaces them all.
     void replace(RDAnalyzerResults&& results) noexcept
     {
         const WriteLocker locker(m_lock);

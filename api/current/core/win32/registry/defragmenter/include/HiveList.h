@@ -9,10 +9,10 @@
 struct LoadedHive
 {
     std::wstring mountName;
-    std::wstring path; // of its file, as the system names it; empty when what stands there is no text
+    std::wstring path; // of its file, in the system's form; empty when the value is not a text
 };
 
 /// The system's list of loaded hives, without those that have no file. Raises an Exception.
 [[nodiscard]] std::vector<LoadedHive> readHiveList();
-/// Writes it with the paths from the drives' roots; see DumpHiveList. Raises an Exception or a bare code.
+/// Writes the list with drive paths; see DumpHiveList. Raises an Exception or a bare code.
 void dumpHiveList(IOutputByteStream& stream);

@@ -2,7 +2,7 @@
 
 #include "win32/registry/include/RDAnalyzerResults.h"
 
-/// Measures the loaded registry hives; the exported functions say what the operations do. They raise their
+/// Measures the loaded registry hives. The exported functions document the operations, which raise their
 /// failures.
 struct IRegistryDefragmenter : SerializableW
 {

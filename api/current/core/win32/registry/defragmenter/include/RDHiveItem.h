@@ -6,25 +6,25 @@
 #include "core/win32/registry/defragmenter/include/DriveLetters.h"
 #include "core/win32/registry/defragmenter/include/HiveList.h"
 
-/// One loaded hive that is to be measured, with the list that its result goes to.
+/// One loaded hive to be measured, with the list for its result.
 class RDHiveItem
 {
 public:
-    /// What is referred to must outlive the item.
+    /// The references must outlive the item.
     RDHiveItem(LoadedHive&& hive, const DriveLetters& drives, CollectedResults& results) noexcept
         : m_hive(std::move(hive)), m_drives(drives), m_results(results)
     {
     }
 
     /// Copies the hive's file, saves the copy compactly, and adds the sizes of both to the results. No file
-    /// is left. Raises an Exception, with 1223 when `stopEvent` is signalled; the result may be there
-    /// although one of the files could not be deleted.
+    /// is left. Raises an Exception, with 1223 when `stopEvent` is signalled; the result may have been added
+    /// even if one of the files could not be deleted.
     void analyze(HANDLE stopEvent);
-    /// Adds why it failed to the results. Raises std::bad_alloc.
+    /// Adds the failure to the results. Raises std::bad_alloc.
     void addFailure(std::uint32_t code, const wchar_t* report);
 
 private:
-    LoadedHive m_hive; // with the path from its drive's root once that is known
+    LoadedHive m_hive; // with the drive path once that is known
     const DriveLetters& m_drives;
     CollectedResults& m_results;
 };

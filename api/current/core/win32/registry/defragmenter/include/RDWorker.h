@@ -7,29 +7,29 @@
 #include "win32/communication/include/ConsumerQueue.h"
 #include "win32/threadpool/include/ITHPWorkItem.h"
 
-/// The work of an analysis: consumes the queue of the hives. An empty pointer in it is its end.
+/// The work of an analysis: consumes the queue of hives. An empty pointer marks the end of the queue.
 struct IRDWorker : ITHPWorkItem
 {
     using Item = SharedPtr<RDHiveItem>;
     using Queue = ConsumerQueue<Item>;
 
-    /// Analyzes one hive. Returns whether there is more to be done. Raises std::bad_alloc.
+    /// Analyzes one hive. Returns whether to continue. Raises std::bad_alloc.
     virtual bool consumeItem(const Item& item) = 0;
 };
 
-/// See IRDWorker. What it has come to is to be asked after its run.
+/// See IRDWorker. Query its results after the run.
 class RDWorker final : public IRDWorker
 {
 public:
-    /// What is referred to must outlive the run.
+    /// The references must outlive the run.
     RDWorker(Queue& queue, HANDLE stopEvent) noexcept : m_queue(queue), m_stopEvent(stopEvent) {}
 
     long operator()(IThreadContext& context, void* cancelEvent) override;
     bool consumeItem(const Item& item) override;
 
-    /// Whether it was stopped by the stop event.
+    /// Whether the stop event stopped it.
     [[nodiscard]] bool isStopped() const noexcept { return m_isStopped; }
-    /// Whether it got to the end of the queue.
+    /// Whether it reached the end of the queue.
     [[nodiscard]] bool isComplete() const noexcept { return m_isComplete; }
     /// The code of the first hive that failed, or 0.
     [[nodiscard]] long getFirstFailure() const noexcept { return m_firstFailure; }

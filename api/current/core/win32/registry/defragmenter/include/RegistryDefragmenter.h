@@ -8,7 +8,7 @@
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "core/win32/utils/threadpool/include/ThreadPool.h"
 
-/// The defragmenter of the process. One analysis at a time has its pool.
+/// The defragmenter of the process. One analysis at a time uses its pool.
 class RegistryDefragmenter final : public IRegistryDefragmenter
 {
 public:
@@ -20,12 +20,12 @@ public:
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
 private:
-    /// Makes one who comes while another is at it leave with 170.
+    /// Refuses a second analysis with 170 while one is running.
     class Turn;
     /// The worker in the pool.
     class Run;
 
-    /// The pool of the workers, made at the first request. Raises an Exception.
+    /// The pool of the workers, created at the first request. Raises an Exception.
     [[nodiscard]] void* getThreadPool();
     /// The same, with the workers' category.
     [[nodiscard]] void* requireCategory();
@@ -35,9 +35,9 @@ private:
     SmartHandle<closePool> m_pool;
 };
 
-/// The table of the defragmenter. It holds a pool.
+/// The table of the defragmenter, which holds a pool.
 extern ObjectTable<SingletonPtr<RegistryDefragmenter>> registryDefragmenters;
 
-/// Creates the defragmenter under that name, or opens the one that there is. Returns its handle, or the
-/// invalid handle with the last error; `place` is that of its failures.
+/// Creates the defragmenter under that name, or opens the existing one. Returns its handle, or the invalid
+/// handle with the last error; `place` is the place of failures.
 [[nodiscard]] void* createRegistryDefragmenter(const char* place, const wchar_t* name) noexcept;

@@ -5,14 +5,14 @@
 #include <cstdint>
 #include <cstring>
 
-/// Where things are in a hive file. Numbers are little-endian and offsets count from the end of the base
-/// block; those of records from the beginning of a cell's payload.
+/// The layout of a hive file. Numbers are little-endian. Offsets count from the end of the base block, those
+/// in records from the beginning of a cell's payload.
 namespace offline::layout {
 static_assert(std::endian::native == std::endian::little);
 
 inline constexpr std::uint32_t kNoOffset = 0xFFFFFFFF;
 inline constexpr std::uint32_t kPage = 4096;
-/// Offsets with the highest bit mean volatile cells, which no file has.
+/// Offsets with the highest bit set mean volatile cells, which no file contains.
 inline constexpr std::uint32_t kMostBins = 0x80000000;
 
 inline constexpr std::uint32_t signature(const char (&text)[5]) noexcept
@@ -42,7 +42,7 @@ inline constexpr std::size_t kBinsSize = 40;
 inline constexpr std::size_t kClustering = 44;
 inline constexpr std::size_t kName = 48;
 inline constexpr std::size_t kChecksum = 508;
-inline constexpr std::uint32_t kOldest = 3; ///< of the minor versions
+inline constexpr std::uint32_t kOldest = 3; ///< minor version
 inline constexpr std::uint32_t kNewest = 6;
 } // namespace base
 
@@ -55,7 +55,7 @@ inline constexpr std::uint32_t kHeader = 32;
 } // namespace bin
 
 inline constexpr std::uint32_t kCellHeader = 4;
-inline constexpr std::uint32_t kUnit = 8; ///< what the size and place of a cell are multiples of
+inline constexpr std::uint32_t kUnit = 8; ///< a cell's size and offset are multiples of this
 
 namespace nk {
 inline constexpr std::uint16_t kSignature = signature("nk");
@@ -70,7 +70,7 @@ inline constexpr std::size_t kValues = 36;
 inline constexpr std::size_t kValueList = 40;
 inline constexpr std::size_t kSecurity = 44;
 inline constexpr std::size_t kClass = 48;
-inline constexpr std::size_t kLargestName = 52; ///< the upper half holds flags of the user's
+inline constexpr std::size_t kLargestName = 52; ///< the upper half holds user flags
 inline constexpr std::size_t kUserFlags = 54;
 inline constexpr std::size_t kLargestClass = 56;
 inline constexpr std::size_t kLargestValueName = 60;
@@ -84,7 +84,7 @@ inline constexpr std::uint16_t kMountPoint = 0x02;
 inline constexpr std::uint16_t kRootKey = 0x04;
 inline constexpr std::uint16_t kNoDelete = 0x08;
 inline constexpr std::uint16_t kLatin1Name = 0x20;
-inline constexpr std::uint16_t kPredefined = 0x40; ///< the number of values is a handle
+inline constexpr std::uint16_t kPredefined = 0x40; ///< the field of the number of values is a handle
 } // namespace nk
 
 namespace vk {
@@ -96,7 +96,7 @@ inline constexpr std::size_t kType = 12;
 inline constexpr std::size_t kFlags = 16;
 inline constexpr std::size_t kName = 20;
 
-inline constexpr std::uint32_t kInside = 0x80000000; ///< the data stands in place of its offset
+inline constexpr std::uint32_t kInside = 0x80000000; ///< the data is stored in place of its offset
 inline constexpr std::uint32_t kMostInside = 4;
 inline constexpr std::uint16_t kLatin1Name = 0x01;
 } // namespace vk
@@ -109,9 +109,9 @@ inline constexpr std::uint16_t kHashed = signature("lh");
 inline constexpr std::uint16_t kLists = signature("ri");
 inline constexpr std::size_t kCount = 2;
 inline constexpr std::size_t kEntries = 4;
-inline constexpr std::size_t kHint = 4;       ///< in an entry of a hinted or hashed list, behind the offset
+inline constexpr std::size_t kHint = 4;       ///< in an entry of a hinted or hashed list, after the offset
 inline constexpr std::size_t kWideEntry = 8;  ///< the size of such an entry
-inline constexpr std::size_t kMostWide = 507; ///< what fits a page with the headers of bin, cell and list
+inline constexpr std::size_t kMostWide = 507; ///< what fits in a page with the headers of bin, cell and list
 } // namespace list
 
 namespace db {
@@ -120,9 +120,9 @@ inline constexpr std::size_t kCount = 2;
 inline constexpr std::size_t kList = 4;
 inline constexpr std::size_t kRecord = 8;
 inline constexpr std::uint32_t kSegment = 16344;
-/// Other readers leave the last bytes of a segment's cell out: they are room that nobody needs.
+/// Other readers ignore the last bytes of a segment's cell: they are padding.
 inline constexpr std::uint32_t kPadding = 4;
-inline constexpr std::uint32_t kOldest = 4; ///< of the minor versions; before, large data is a large cell
+inline constexpr std::uint32_t kOldest = 4; ///< minor version; before that, large data is in a large cell
 } // namespace db
 
 namespace sk {

@@ -6,19 +6,20 @@
 #include <string>
 #include <string_view>
 
-/// Names in registry hive files: Latin-1 or UTF-16, compared without regard to case. No Windows header here,
-/// nor in what else belongs to the hive engine: the same files are built, tested and fuzzed on other systems.
+/// Names in registry hive files: Latin-1 or UTF-16, compared without regard to case. The hive engine includes
+/// no Windows header: the same files are built, tested and fuzzed on other systems.
 namespace offline {
-/// The upper-case form of all 65,536 UTF-16 code units. The system finds keys by bisection in its own order,
-/// so whoever builds the engine defines this function: the library asks the system (SystemUpperCase.cpp).
+/// The upper-case form of all 65,536 UTF-16 code units. The system finds keys by binary search in its own
+/// order, so each program with the engine defines this function; the library asks the system
+/// (SystemUpperCase.cpp).
 [[nodiscard]] const char16_t* upperCaseTable() noexcept;
 
-/// A name where it lies, in a hive's bytes or elsewhere.
+/// A view of a name, in a hive's bytes or elsewhere.
 class NameView
 {
 public:
     NameView() noexcept = default;
-    /// `length` in bytes; a UTF-16 name has an even one, and need not be aligned.
+    /// `length` in bytes; even for a UTF-16 name, which need not be aligned.
     NameView(const std::byte* bytes, std::size_t length, bool isLatin1) noexcept
         : m_bytes(bytes), m_length(length), m_isLatin1(isLatin1)
     {
@@ -49,7 +50,7 @@ public:
     {
         return size() == other.size() && compare(other) == std::strong_ordering::equal;
     }
-    /// What lists of the kind "lh" hold beside a key: h = 37 * h + upper-case code unit, in 32 bits.
+    /// The hash stored with a key in "lh" lists: h = 37 * h + upper-case code unit, in 32 bits.
     [[nodiscard]] std::uint32_t hash() const noexcept;
 
 private:

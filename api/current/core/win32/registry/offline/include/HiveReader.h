@@ -5,15 +5,15 @@
 #include "core/win32/registry/offline/include/HiveFile.h"
 
 namespace offline {
-/// Reads a hive's bytes into its tree, once from the root down.
+/// Reads a hive's bytes into its tree in one pass from the root down.
 ///
-/// A scan of all bins tells first where cells begin; a cell is taken once, so neither loops nor shared cells
-/// nor cells within cells are possible. Of those only security descriptors, which are meant to be shared, are
-/// looked up by what was read before.
+/// A scan of all bins first finds where cells begin. Each cell is used only once, so loops, shared cells and
+/// cells within cells are impossible. Only security descriptors are meant to be shared; they are looked up
+/// among those read before.
 class HiveReader
 {
 public:
-    /// With `losses` what is wrong is left out and told there, without it is raised.
+    /// With `losses`, errors are recorded there and their place is omitted; without it they are raised.
     HiveReader(std::span<const std::byte> bytes, std::vector<Loss>* losses) noexcept
         : m_bytes(bytes), m_losses(losses)
     {
@@ -25,8 +25,8 @@ public:
 private:
     using Cell = std::span<const std::byte>; ///< a payload; empty: there is none
 
-    /// A key whose sub-keys are being read. Those that are to come stand in its list as offsets, those that
-    /// have been read as numbers.
+    /// A key whose sub-keys are being read. Its list holds the offsets of those to come and the numbers of
+    /// those read.
     struct Step
     {
         KeyId key;
@@ -62,21 +62,21 @@ private:
     void readValue(KeyId id, std::uint32_t offset);
     [[nodiscard]] bool readData(Hive::Value& value, Cell record);
     [[nodiscard]] bool readSegments(Hive::Value& value, Cell record);
-    /// Raises, or notes what is left out; `offset` counts in the bins.
+    /// Raises, or records what is omitted; `offset` counts in the bins.
     void lose(LossKind kind, KeyId key, std::uint32_t offset);
 
     std::span<const std::byte> m_bytes;
     std::vector<Loss>* m_losses;
     Hive m_hive;
     std::uint32_t m_root = 0;
-    std::vector<std::uint64_t> m_untaken; ///< a bit for each place where a cell in use begins
-    std::size_t m_keyCount = 0;           ///< cells that look like keys, likewise values
+    std::vector<std::uint64_t> m_untaken; ///< a bit for each place where an allocated cell begins
+    std::size_t m_keyCount = 0;           ///< cells that look like keys; likewise for values
     std::size_t m_valueCount = 0;
-    bool m_isRough = false;   ///< some of these bits only say where one may begin
-    std::uint64_t m_left = 0; ///< then: the bytes that cells may still take
+    bool m_isRough = false;   ///< some of these bits only mark where a cell may begin
+    std::uint64_t m_left = 0; ///< in that case the bytes that cells may still take
     std::unordered_map<std::uint32_t, std::uint32_t> m_securityAt;
     std::unordered_map<std::string_view, std::uint32_t> m_securityLike;
-    std::optional<std::uint32_t> m_lastSecurity; ///< the offset that was looked up last, and what it gave
+    std::optional<std::uint32_t> m_lastSecurity; ///< the last offset looked up, and its result
     std::uint32_t m_lastSecurityIndex = 0;
     std::vector<Step> m_steps;
 };

@@ -3,8 +3,9 @@
 #include "core/win32/registry/offline/include/HiveFile.h"
 
 namespace offline {
-/// Writes a hive's tree as a new file, from the root down: a key's record, then its class name, values and
-/// the lists of its sub-keys, then these. Bins are one page, or as large as their largest cell needs.
+/// Writes a hive's tree as a new file, from the root down: a key's record, then its class name, its values
+/// and the lists of its sub-keys, then the sub-keys. A bin is one page, or as large as its largest cell
+/// needs.
 class HiveWriter
 {
 public:
@@ -19,14 +20,14 @@ private:
     {
         KeyId key;
         std::uint32_t offset;
-        std::uint32_t lists; ///< of its list of sub-keys, or of the list of lists
+        std::uint32_t lists; ///< offset of its list of sub-keys, or of the list of lists
         std::uint32_t next;
     };
 
-    /// Room for a payload, which is zero. Returns the cell's offset.
+    /// Allocates a zeroed payload. Returns the cell's offset.
     [[nodiscard]] std::uint32_t allocate(std::size_t size);
     [[nodiscard]] std::uint32_t newBin(std::uint32_t size);
-    /// Ends the bin that is being filled.
+    /// Closes the bin that is being filled.
     void closeBin();
     [[nodiscard]] std::byte* payload(std::uint32_t offset) noexcept;
 
@@ -51,9 +52,9 @@ private:
 
     const Hive& m_hive;
     std::vector<std::byte> m_bytes;
-    std::uint32_t m_cursor = 0; ///< of the bin that is being filled, as the next
+    std::uint32_t m_cursor = 0; ///< of the bin that is being filled, like the next
     std::uint32_t m_limit = 0;
     std::vector<Security> m_security;  ///< as the hive numbers them
-    std::vector<std::uint32_t> m_ring; ///< these that were written, in order
+    std::vector<std::uint32_t> m_ring; ///< the written ones, in order
 };
 } // namespace offline

@@ -5,19 +5,21 @@
 
 #include "core/win32/registry/offline/include/HiveFile.h"
 
-/// Hive files on the disk, and what the engine and Windows call the same things. All raise bare codes.
+/// Hive files on the disk, and conversions between the types of the engine and of Windows. All raise bare
+/// codes.
 namespace offline {
-/// The whole file, which nobody writes meanwhile. Raises kTooLarge for more than a hive can hold.
+/// Reads the whole file; nobody can write it meanwhile. Raises kTooLarge for more than a hive can hold.
 [[nodiscard]] std::vector<std::byte> readFile(const wchar_t* path);
-/// Makes the file anew, or overwrites it, and flushes it. One that cannot be written whole is deleted.
+/// Creates or overwrites the file and flushes it. Deletes it when it cannot be written completely.
 void writeFile(const wchar_t* path, const std::vector<std::byte>& bytes);
-/// Makes a new file and flushes it. Raises 183 where one is. One that cannot be written whole is deleted.
+/// Creates a new file and flushes it. Raises 183 when it exists. Deletes it when it cannot be written
+/// completely.
 void createFile(const wchar_t* path, const std::vector<std::byte>& bytes);
-/// Puts a new file with these bytes in the place of `path`, a settled one, in one step: it is written beside
-/// it and flushed before. At any moment, and after a crash, the old or the new one is there, whole. Raises
-/// 681 where a link is there.
+/// Replaces `path`, an absolute one, in one step with a new file with these bytes, which is written beside it
+/// and flushed first. At any moment, and after a crash, the complete old or new file exists. Raises 681 for a
+/// link.
 void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes);
-/// Writes them into a new file, under the first name of `path`, `path`-2, `path`-3 that is free, and flushes
+/// Writes them to a new file, under the first free name of `path`, `path`-2, `path`-3 and so on, and flushes
 /// it.
 void keepFile(const std::wstring& path, const std::vector<std::byte>& bytes);
 

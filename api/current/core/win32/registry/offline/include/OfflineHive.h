@@ -7,9 +7,9 @@
 #include <vector>
 
 namespace offline {
-/// A hive file in memory, served one way or the other. Keys are paths below its root, which are valid (see
-/// requirePath), as are names of values. The operations raise bare codes, 2 for what is not there. Not safe
-/// for several threads.
+/// A hive file in memory, served in one of the two ways. Keys are valid paths below its root (see
+/// requirePath); names of values are valid too. The operations raise bare codes, 2 for what does not exist.
+/// Not safe for several threads.
 class OfflineHive
 {
 public:
@@ -35,14 +35,14 @@ public:
     virtual void setValue(const std::wstring& key, const std::wstring& name, unsigned long type,
                           const void* data, std::size_t size) = 0;
     virtual void removeValue(const std::wstring& key, const std::wstring& name) = 0;
-    /// Writes a new file; it may be there half when this raises, and is not flushed.
+    /// Writes a new file without flushing it; after a failure an incomplete file may remain.
     virtual void save(const wchar_t* newFile) = 0;
 };
 
-/// Opens a hive file, or makes a new hive for a null one, the way that was chosen. Raises the bare code.
+/// Opens a hive file, or creates a new hive for a null one, in the chosen way. Raises the bare code.
 [[nodiscard]] std::unique_ptr<OfflineHive> openHive(const wchar_t* file, unsigned long way);
-/// Our own way. `file` may be null.
+/// With the built-in engine. `file` may be null.
 [[nodiscard]] std::unique_ptr<OfflineHive> openByEngine(const wchar_t* file);
-/// Through offreg.dll. `file` may be null. Raises 126 or 127 when it is not there.
+/// Through offreg.dll. `file` may be null. Raises 126 or 127 when that is unavailable.
 [[nodiscard]] std::unique_ptr<OfflineHive> openByLibrary(const wchar_t* file);
 } // namespace offline

@@ -7,18 +7,17 @@
 #include "core/win32/utils/objectmanager/include/SystemLibrary.h"
 
 namespace offline {
-/// The system's offreg.dll, loaded from the system folder alone. There is neither a header nor an import
-/// library for it in every development kit, so what is used of it is declared here, as its documentation has
-/// it.
+/// The system's offreg.dll, loaded from the system folder only. Not every development kit has a header and an
+/// import library for it, so the functions used are declared here from its documentation.
 class OfflineLibrary
 {
 public:
-    /// A key, or the root key of a hive that is open.
+    /// A key, or the root key of an open hive.
     using Handle = void*;
 
-    /// Nothing where the library, or one of the functions, is not there.
+    /// Empty when the library or one of the functions is missing.
     [[nodiscard]] static std::optional<OfflineLibrary> load();
-    /// Raises the bare code then.
+    /// The same, but raises the bare code.
     [[nodiscard]] static OfflineLibrary require() { return OfflineLibrary(SystemLibrary(L"offreg.dll")); }
 
     DWORD(WINAPI* openHive)(PCWSTR path, Handle* hive) = nullptr;
@@ -44,7 +43,7 @@ public:
     DWORD(WINAPI* enumValue)
     (Handle key, DWORD index, PWSTR name, PDWORD nameLength, PDWORD type, PBYTE data, PDWORD size) = nullptr;
 
-    /// Which hives are written: those of the latest version that saveHive knows by its documentation.
+    /// The version of the hives written: the latest that saveHive supports by its documentation.
     static constexpr DWORD kOsMajor = 6;
     static constexpr DWORD kOsMinor = 1;
 

@@ -5,14 +5,14 @@
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/registry/include/IOfflineRegistryKey.h"
 
-/// A hive that keys and values share, and what keeps their threads apart.
+/// A hive shared by keys and values, and its lock.
 struct SharedHive
 {
     std::unique_ptr<offline::OfflineHive> hive;
     ReadWriteLock lock;
 };
 
-/// See IOfflineRegistryKey for what its operations promise.
+/// IOfflineRegistryKey documents the operations.
 class OfflineRegistryKey final : public IOfflineRegistryKey
 {
 public:
@@ -37,7 +37,7 @@ private:
     std::wstring m_path;
 };
 
-/// See IOfflineRegistryValue for what its operations promise.
+/// IOfflineRegistryValue documents the operations.
 class OfflineRegistryValue final : public IOfflineRegistryValue
 {
 public:

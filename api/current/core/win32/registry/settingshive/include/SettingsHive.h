@@ -8,12 +8,12 @@
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
-/// Settings in a hive file; see api.h for what its operations promise. They raise bare codes.
+/// Settings in a hive file; api.h documents the operations. They raise bare codes.
 class SettingsHive
 {
 public:
     static constexpr const char* kClassName = "SettingsHive";
-    /// A list of names or texts as callers get it, and how many are in it.
+    /// A list of names or texts as callers get it, and its length.
     using List = std::tuple<std::wstring, std::size_t>;
     using Bytes = std::basic_string<unsigned char>;
 
@@ -37,28 +37,28 @@ public:
 
     [[nodiscard]] std::wstring text(std::wstring_view key, std::wstring_view name) const;
     [[nodiscard]] List texts(std::wstring_view key, std::wstring_view name) const;
-    /// Data of exactly this type; of this size, unless it is 0.
+    /// Data of exactly this type, and of this size unless that is 0.
     [[nodiscard]] Bytes data(std::wstring_view key, std::wstring_view name, unsigned long type,
                              std::size_t size) const;
 
 private:
     void load(std::vector<std::byte>&& bytes);
-    /// Raises 2 for a key that is not there. The lock is held.
+    /// Raises 2 for a missing key. The caller holds the lock.
     [[nodiscard]] offline::KeyId find(std::wstring_view key) const;
     [[nodiscard]] offline::ValueId find(offline::KeyId key, std::wstring_view name) const;
     template <class Change>
     void change(Change&& change);
 
-    std::wstring m_path; // settled
+    std::wstring m_path; // absolute
     unsigned long m_flags;
-    ReadWriteLock m_saving; // before the other one: one save at a time
+    ReadWriteLock m_saving; // acquired before the other one: one save at a time
     mutable ReadWriteLock m_lock;
     std::optional<offline::Hive> m_hive;
     std::optional<std::vector<std::byte>> m_damaged; // the file as it was read, until a save has replaced it
-    bool m_isKept = false;                           // it stands beside it; guarded by m_saving
+    bool m_isKept = false;                           // a copy of it was kept; guarded by m_saving
     bool m_isNew = false;
     unsigned long long m_changes = 0;
-    unsigned long long m_saved = 0; // how many of them
+    unsigned long long m_saved = 0; // how many of them are saved
 };
 
 /// The table of all settings.

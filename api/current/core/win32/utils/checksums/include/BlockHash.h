@@ -5,12 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The frame that MD5, SHA-1 and SHA-256 have in common: blocks of 64 bytes, at the end one bit, zeros and
-/// the length in bits.
+/// What MD5, SHA-1 and SHA-256 have in common: blocks of 64 bytes; at the end one bit, zeros and the length
+/// in bits.
 ///
-/// `Algorithm` says its State (words of 32 bits) with its kInitialState, and whether it is kBigEndian. How
-/// whole blocks are taken in is given to the constructor. No operation can fail; an object belongs to one
-/// thread at a time.
+/// `Algorithm` defines its State (words of 32 bits), kInitialState and kBigEndian. The constructor takes the
+/// function that processes whole blocks. No operation can fail; an object serves one thread at a time.
 template <class Algorithm>
 class BlockHash
 {
@@ -24,7 +23,7 @@ public:
 
     explicit BlockHash(TakeBlocks& takeBlocks) noexcept : m_takeBlocks(&takeBlocks) {}
 
-    /// Takes the next `size` bytes; null is allowed for none.
+    /// Processes the next `size` bytes; null is allowed for none.
     void update(const void* data, std::size_t size) noexcept
     {
         const auto* bytes = static_cast<const unsigned char*>(data);
@@ -44,14 +43,14 @@ public:
         std::copy_n(bytes + (size - rest), rest, m_block.begin());
     }
 
-    /// The hash of all that was taken, in the standard's order of bytes. The object then stands as a new one.
+    /// The hash of all bytes so far, in the standard's byte order. The object is as new afterwards.
     Digest finish() noexcept
     {
         static constexpr unsigned char kPadding[kBlockSize] = {0x80};
         static constexpr std::size_t kLengthSize = 8;
         unsigned char bits[kLengthSize];
         store(bits, m_length * 8, kLengthSize);
-        // At least the one bit, then zeros up to the length, which ends a block.
+        // The one bit, then zeros up to the length, which ends a block.
         const std::size_t held = m_length % kBlockSize;
         update(kPadding,
                (held < kBlockSize - kLengthSize ? kBlockSize : 2 * kBlockSize) - kLengthSize - held);
@@ -74,11 +73,11 @@ private:
 
     TakeBlocks* m_takeBlocks;
     State m_state = Algorithm::kInitialState;
-    std::uint64_t m_length = 0; // bytes taken; those of the last unfinished block are in m_block
+    std::uint64_t m_length = 0; // bytes so far; those of the last unfinished block are in m_block
     std::array<unsigned char, kBlockSize> m_block{};
 };
 
-/// The word at `bytes`, the highest byte first.
+/// The word at `bytes`, most significant byte first.
 inline std::uint32_t loadBigEndian(const unsigned char* bytes) noexcept
 {
     return (static_cast<std::uint32_t>(bytes[0]) << 24U) | (static_cast<std::uint32_t>(bytes[1]) << 16U) |

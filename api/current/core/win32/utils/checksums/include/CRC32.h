@@ -4,17 +4,17 @@
 #include <cstdint>
 
 namespace crc {
-/// Takes bytes into the register, which is neither inverted before nor after.
+/// Updates the register with bytes; it is not inverted before or after.
 using Take = std::uint32_t(std::uint32_t value, const unsigned char* bytes, std::size_t size) noexcept;
 
 /// Eight bytes at a time through tables.
 Take takePortably;
-/// By multiplication without carry, as in Gopal, Ozturk, Guilford and others, "Fast CRC Computation for
-/// Generic Polynomials Using PCLMULQDQ Instruction", Intel, 2009. Only where processor::features().clmul.
+/// By carry-less multiplication, as in Gopal, Ozturk, Guilford and others, "Fast CRC Computation for Generic
+/// Polynomials Using PCLMULQDQ Instruction", Intel, 2009. Only where processor::features().clmul.
 Take takeWithExtensions;
-/// The same, two times as wide. Only where processor::features().wideClmul.
+/// The same, twice as wide. Only where processor::features().wideClmul.
 Take takeWithWideExtensions;
-/// The fastest of those that this processor has.
+/// The fastest of these that this processor supports.
 [[nodiscard]] Take& fastestTake() noexcept;
 } // namespace crc
 
@@ -24,7 +24,7 @@ class CRC32
 public:
     using Digest = std::uint32_t;
 
-    /// Goes on from the checksum `start` of what went before.
+    /// Continues from `start`, the checksum of the preceding bytes.
     explicit CRC32(Digest start = 0, crc::Take& take = crc::fastestTake()) noexcept
         : m_take(&take), m_value(~start)
     {

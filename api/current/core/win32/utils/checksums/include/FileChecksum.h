@@ -17,7 +17,7 @@ struct FileReading
 };
 
 namespace filechecksum {
-/// Gives `take` the whole file, piece by piece. Raises the bare code.
+/// Passes the whole file to `take`, piece by piece. Raises the bare code.
 void read(const FileReading& reading, const std::function<void(const void* data, std::size_t size)>& take);
 } // namespace filechecksum
 

@@ -12,7 +12,7 @@ struct Algorithm
 BlockHash<Algorithm>::TakeBlocks takeBlocks;
 } // namespace md5
 
-/// MD5 as RFC 1321 gives it. It tells whether a file was damaged; it is no protection against anybody.
+/// MD5 (RFC 1321). It detects damage to a file, but not tampering.
 class MD5 : public BlockHash<md5::Algorithm>
 {
 public:

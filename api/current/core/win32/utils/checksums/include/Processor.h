@@ -4,7 +4,7 @@
 #include <intrin.h>
 
 #if defined(__GNUC__) || defined(__clang__)
-// These compilers let a function use only the instructions that it names.
+// With these compilers a function must name the instructions that it uses.
 #define SYSMAINT_INSTRUCTIONS(names) __attribute__((target(names)))
 #define SYSMAINT_INSTRUCTIONS_INLINE(names) __attribute__((target(names), always_inline)) inline
 #else
@@ -12,33 +12,32 @@
 #define SYSMAINT_INSTRUCTIONS_INLINE(names) __forceinline
 #endif
 
-/// What this processor can do besides the base of x86-64.
+/// What this processor supports beyond the base of x86-64.
 namespace processor {
 struct Features
 {
-    bool sha = false;       ///< the SHA extensions, and the SSSE3 and SSE4.1 that the code for them needs
-    bool clmul = false;     ///< multiplication without carry, and SSE4.1
-    bool wideClmul = false; ///< the same for 256 bits, AVX2, and a system that keeps their registers
+    bool sha = false;       ///< the SHA extensions, and SSSE3 and SSE4.1, which their code needs
+    bool clmul = false;     ///< carry-less multiplication, and SSE4.1
+    bool wideClmul = false; ///< the same for 256 bits, AVX2, and a system that saves their registers
 };
 
-/// Whether the system saves the registers of 256 bits when it switches threads. Only where XGETBV may be
-/// asked.
+/// Whether the system saves the 256-bit registers when it switches threads. Only where XGETBV is enabled.
 SYSMAINT_INSTRUCTIONS("xsave")
 inline bool keepsWideRegisters() noexcept
 {
-    constexpr unsigned long long kWide = 0x6; // those of 128 bits, and their upper halves
+    constexpr unsigned long long kWide = 0x6; // the 128-bit registers, and their upper halves
     return (_xgetbv(0) & kWide) == kWide;
 }
 
-/// Asked once.
+/// Determined once.
 inline const Features& features() noexcept
 {
     static const Features found = [] {
         constexpr int kClmul = 1 << 1;
         constexpr int kSsse3 = 1 << 9;
         constexpr int kSse41 = 1 << 19;
-        constexpr int kSaves = 1 << 27; // the system has switched XGETBV on
-        constexpr int kSha = 1 << 29;   // of leaf 7, as the next two
+        constexpr int kSaves = 1 << 27; // the system has enabled XGETBV
+        constexpr int kSha = 1 << 29;   // of leaf 7, like the next two
         constexpr int kAvx2 = 1 << 5;
         constexpr int kWideClmul = 1 << 10;
         Features result;

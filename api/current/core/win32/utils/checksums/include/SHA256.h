@@ -15,11 +15,11 @@ using TakeBlocks = BlockHash<Algorithm>::TakeBlocks;
 TakeBlocks takeBlocksPortably;
 /// Only where processor::features().sha.
 TakeBlocks takeBlocksWithExtensions;
-/// The faster of those that this processor has.
+/// The faster of those that this processor supports.
 [[nodiscard]] TakeBlocks& fastestTakeBlocks() noexcept;
 } // namespace sha256
 
-/// SHA-256 as FIPS 180-4 gives it. Where the processor has the SHA extensions they do the work.
+/// SHA-256 (FIPS 180-4). Uses the SHA extensions where the processor has them.
 class SHA256 : public BlockHash<sha256::Algorithm>
 {
 public:

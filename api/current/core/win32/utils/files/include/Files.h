@@ -23,7 +23,7 @@ void setTimes(const wchar_t* path, const unsigned long long* created, const unsi
 void writeAtomically(const wchar_t* path, std::basic_string_view<unsigned char> bytes);
 /// The attributes before.
 unsigned long clearReadOnly(const wchar_t* path);
-/// Whether it waits for the restart.
+/// Whether the file waits for the restart.
 [[nodiscard]] bool deleteForced(const wchar_t* path);
 [[nodiscard]] bool isInUse(const wchar_t* path);
 [[nodiscard]] std::vector<unsigned long> lockers(const wchar_t* path);

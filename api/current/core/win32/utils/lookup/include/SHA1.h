@@ -2,7 +2,7 @@
 
 #include "core/win32/utils/checksums/include/BlockHash.h"
 
-/// The ways to take whole blocks of 64 bytes into a hash.
+/// Functions that add whole blocks of 64 bytes to a hash.
 namespace sha1 {
 struct Algorithm
 {
@@ -16,15 +16,15 @@ using TakeBlocks = BlockHash<Algorithm>::TakeBlocks;
 TakeBlocks takeBlocksPortably;
 /// Only where processor::features().sha.
 TakeBlocks takeBlocksWithExtensions;
-/// The faster of those that this processor has.
+/// The faster of those that this processor supports.
 [[nodiscard]] TakeBlocks& fastestTakeBlocks() noexcept;
 } // namespace sha1
 
-/// SHA-1 as FIPS 180-4 gives it, over data of any length that arrives in pieces of any size. It names files
-/// to those who know them; it is no protection against somebody who makes two files of one hash.
+/// SHA-1 (FIPS 180-4) of data of any length, in pieces of any size. It identifies files, but does not protect
+/// against somebody who constructs two files with the same hash.
 ///
-/// Where the processor has the SHA extensions they do the work. An object belongs to one thread at a time.
-/// No operation can fail.
+/// Uses the SHA extensions where the processor has them. An object serves one thread at a time. No operation
+/// can fail.
 class CSHA1 : public BlockHash<sha1::Algorithm>
 {
 public:

@@ -5,7 +5,7 @@
 
 #include "core/win32/utils/processmanager/include/Process.h"
 
-/// One module in one process, known by its address and its path. See the exported functions; the operations
+/// One module in one process, identified by its address and path. See the exported functions; the operations
 /// raise bare codes.
 class Module
 {
@@ -21,7 +21,7 @@ public:
     [[nodiscard]] bool isLoaded() const;
 
 private:
-    ModuleEntry m_entry; // its texts are those below
+    ModuleEntry m_entry; // its texts are the members below
     std::wstring m_name;
     std::wstring m_path;
 };
@@ -30,7 +30,7 @@ private:
 extern ObjectTable<SharedPtr<Module>> moduleObjects;
 
 namespace modules {
-/// Tells the modules of a process one by one, until `take` returns false. Raises 1168 when it has ended, 5
-/// when it refuses, and the system's code.
+/// Passes the modules of a process to `take` one by one, until that returns false. Raises 1168 when it has
+/// ended, 5 when it refuses, and the system's code.
 void forEach(const ProcessEntry& process, const std::function<bool(const ModuleEntry&)>& take);
 } // namespace modules

@@ -14,20 +14,19 @@
 class ComLibrary;
 struct IEnumWbemClassObject;
 
-/// What the process monitor does between one start and the next stop: a thread that learns of processes and
-/// posts a message for each. The thread holds the run, so that one that is caught in a call of the system may
-/// be left behind.
+/// One run of the process monitor, from a start to the next stop: a thread that watches processes and posts a
+/// message for each. The thread holds the run, so it can be left behind when it is blocked in a system call.
 class MonitorRun
 {
 public:
-    /// Opens the topic and looks at what is there. Raises 87, 8 or the system's bare code.
+    /// Opens the topic and takes the first snapshot. Raises 87, 8 or the system's bare code.
     MonitorRun(const wchar_t* topic, const wchar_t* filter, unsigned long interval, bool wantsEvents);
     MonitorRun(const MonitorRun&) = delete;
     MonitorRun& operator=(const MonitorRun&) = delete;
 
     /// Starts the thread. Raises the system's bare code.
     static void begin(const SharedPtr<MonitorRun>& run);
-    /// From its return on nothing is posted. Waits for the thread, a second at most.
+    /// Nothing is posted after it returns. Waits for the thread, at most a second.
     void stop() noexcept;
     [[nodiscard]] unsigned long getSource() const noexcept { return m_source; }
     [[nodiscard]] long getCode() const noexcept { return m_code; }
@@ -36,7 +35,7 @@ private:
     struct Known
     {
         unsigned long long startTime;
-        bool isExact; // or that of its event, which comes a little later
+        bool isExact; // otherwise the time of its event, a little later
         unsigned long parentId;
         unsigned long session;
         std::wstring name;
@@ -67,7 +66,7 @@ private:
     Win32Handle m_stop;
     Win32Handle m_done;
     SmartHandle<closeTopic> m_topic;
-    std::map<unsigned long, Known> m_known; // the thread's
+    std::map<unsigned long, Known> m_known; // only used by the thread
     std::atomic<unsigned long> m_source;
     std::atomic<long> m_code{ERROR_SUCCESS};
 };

@@ -9,10 +9,10 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/processmanager/include/ProcessSnapshot.h"
 
-/// One process, known by its id and its start time. It is opened anew by each operation and held as long as
-/// that lasts, so that nothing is ever done to a process that was given its id afterwards.
+/// One process, identified by its id and start time. Each operation opens it anew and holds it, so nothing is
+/// ever done to a later process with the same id.
 ///
-/// The operations raise bare codes. The exported functions say what each does.
+/// The operations raise bare codes. The exported functions document them.
 class Process
 {
 public:
@@ -21,10 +21,10 @@ public:
     explicit Process(const ProcessEntry& entry) noexcept : m_id(entry.id), m_startTime(entry.startTime) {}
     virtual ~Process() = default;
 
-    /// The name that an object gets which is made without one: the same for the same process.
+    /// The name of an object created without one: the same for the same process.
     [[nodiscard]] static std::wstring defaultName(const ProcessEntry& entry);
 
-    /// Opens the process with these rights. Raises 1168 when it has ended, 5 when that cannot be told.
+    /// Opens the process with these rights. Raises 1168 when it has ended, 5 when that is unknown.
     [[nodiscard]] Win32Handle open(DWORD access) const;
     [[nodiscard]] bool isRunning() const;
     [[nodiscard]] RecordList<ProcessDetails> details() const;
@@ -47,7 +47,7 @@ private:
 extern ObjectTable<SharedPtr<Process>> processObjects;
 
 namespace protection {
-/// Raises 50 for the calling process, and for the system's: without them it could not go on. `process` may
-/// only be asked.
+/// Raises 50 for the calling process, and for those without which the system could not continue. `process`
+/// only needs query access.
 void requireUnprotected(HANDLE process, unsigned long id, const wchar_t* name);
 } // namespace protection

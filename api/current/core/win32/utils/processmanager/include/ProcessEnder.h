@@ -4,22 +4,22 @@
 
 #include "core/win32/utils/processmanager/include/Process.h"
 
-/// Ends processes that it holds from the first look on. All that is refused is refused while it gathers them.
+/// Ends processes, which it holds from the moment it adds them. Refusals are raised while they are added.
 class ProcessEnder
 {
 public:
-    /// `services`: whether services are ended as well. Raises a bare code.
+    /// `services`: whether to end services as well. Raises a bare code.
     explicit ProcessEnder(bool services);
     ProcessEnder(const ProcessEnder&) = delete;
     ProcessEnder& operator=(const ProcessEnder&) = delete;
 
     /// Raises 1168 (ended already), 5, 50 (the calling process, the system's), 1052 (a service).
     void add(const ProcessEntry& entry);
-    /// Adds what those that it holds have started. Whether there was anything new.
+    /// Adds the children of those that it holds. Returns whether there were new ones.
     bool addChildren();
-    /// Ends all but the first `kept`, the last one first, and takes no further look.
+    /// Ends all but the first `kept`, the last one first, without looking for further ones.
     void endAll(std::size_t kept);
-    /// Raises 1460 when they are not gone at the end of the time.
+    /// Raises 1460 when they are not gone in time.
     void wait(unsigned long timeout) const;
 
 private:

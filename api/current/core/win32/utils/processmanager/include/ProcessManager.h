@@ -6,15 +6,15 @@
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/processmanager/include/ProcessSnapshot.h"
 
-/// The one process manager: the latest snapshot, and what can be found in it. A list is made from one
-/// snapshot, whatever other threads refresh meanwhile.
+/// The one process manager: the latest snapshot and its queries. Each list comes from one snapshot, even if
+/// other threads refresh meanwhile.
 ///
-/// The operations raise bare codes. The exported functions say what each does.
+/// The operations raise bare codes. The exported functions document them.
 class ProcessManager
 {
 public:
     static constexpr const char* kClassName = "ProcessManager";
-    /// The name of the one.
+    /// The name of the only object.
     static constexpr const wchar_t* kName = L"ProcessManager";
 
     ProcessManager() { refresh(); }
@@ -36,9 +36,9 @@ private:
     using Snapshot = std::shared_ptr<const ProcessSnapshot>;
     [[nodiscard]] Snapshot latest();
 
-    ReadWriteLock m_lock; // of the pointer alone
+    ReadWriteLock m_lock; // guards only the pointer
     Snapshot m_snapshot;
 };
 
-/// The table of the one.
+/// The table of the only object.
 extern ObjectTable<SingletonPtr<ProcessManager>> processManagers;

@@ -10,7 +10,7 @@ class ProcessMonitor
 {
 public:
     static constexpr const char* kClassName = "ProcessMonitor";
-    /// The name of the one.
+    /// The name of the only object.
     static constexpr const wchar_t* kName = L"ProcessMonitor";
 
     ProcessMonitor() noexcept = default;
@@ -20,7 +20,7 @@ public:
 
     void start(const wchar_t* topic, const wchar_t* filter, unsigned long interval, bool wantsEvents);
     void stop() noexcept;
-    /// What it lives on, and the code of what has gone wrong.
+    /// Its source, and the code of the last failure.
     [[nodiscard]] std::tuple<unsigned long, long> getState() noexcept;
 
 private:
@@ -28,5 +28,5 @@ private:
     SharedPtr<MonitorRun> m_run; // empty while it is stopped
 };
 
-/// The table of the one.
+/// The table of the only object.
 extern ObjectTable<SingletonPtr<ProcessMonitor>> processMonitors;

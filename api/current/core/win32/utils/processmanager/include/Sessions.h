@@ -17,7 +17,7 @@ namespace sessions {
 [[nodiscard]] std::wstring knownFolder(unsigned long session, const GUID& folder);
 } // namespace sessions
 
-/// A program that is started in a session as its user.
+/// A program started in a session as its user.
 class SessionRun
 {
 public:
@@ -26,10 +26,10 @@ public:
     SessionRun(const SessionRun&) = delete;
     SessionRun& operator=(const SessionRun&) = delete;
 
-    /// Waits as the program's options say. Raises 1460 and 1223, with `getOutput` what came until then.
+    /// Waits as the program's options say. Raises 1460 and 1223; `getOutput` then returns the output so far.
     void wait();
     [[nodiscard]] unsigned long getProcessId() const noexcept { return m_processId; }
-    /// 259 while it runs.
+    /// 259 while it is running.
     [[nodiscard]] unsigned long getExitCode() const;
     [[nodiscard]] const std::string& getOutput() const noexcept { return m_output; }
 
@@ -41,7 +41,7 @@ private:
 
     const SessionProgram& m_program;
     Win32Handle m_reading; // our end of the pipe
-    Win32Handle m_writing; // the program's, until it has begun
+    Win32Handle m_writing; // the program's end, until it has started
     Win32Handle m_process;
     unsigned long m_processId = 0;
     std::string m_output;

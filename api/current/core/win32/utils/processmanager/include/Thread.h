@@ -4,9 +4,9 @@
 
 #include "core/win32/utils/processmanager/include/Process.h"
 
-/// One thread, known by its process, its id and its start time, and opened anew by each operation.
+/// One thread, identified by its process, its id and its start time. Each operation opens it anew.
 ///
-/// The operations raise bare codes. The exported functions say what each does.
+/// The operations raise bare codes. The exported functions document them.
 class Thread
 {
 public:
@@ -17,11 +17,11 @@ public:
 
     [[nodiscard]] static std::wstring defaultName(const ThreadEntry& entry);
 
-    /// As it is now.
+    /// Its current details.
     [[nodiscard]] ThreadEntry details() const;
     [[nodiscard]] bool isRunning() const;
     void wait(unsigned long timeout, HANDLE cancelEvent) const;
-    /// How often it was suspended before.
+    /// Returns the previous suspend count.
     [[nodiscard]] unsigned long suspend() const;
     [[nodiscard]] unsigned long resume() const;
     void setPriority(long priority) const;

@@ -8,10 +8,10 @@
 
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// The keys on the way from a root to a key, each opened from the one above and as itself: a link on the way
-/// is not followed, but for those that the system itself keeps (CurrentControlSet, the user's
-/// Software\Classes, and those between the two views). The keys that the next path has in common with the
-/// last stay open, so a tree costs two or three calls per key.
+/// The keys on the way from a root to a key, each opened from the one above. Links are not followed, except
+/// those of the system itself (CurrentControlSet, the user's Software\Classes, and those between the two
+/// views). Keys that the next path shares with the last stay open, so a tree costs two or three calls per
+/// key.
 class KeyWay
 {
 public:
@@ -22,7 +22,7 @@ public:
     /// system's, 681 (ERROR_STOPPED_ON_SYMLINK) for a link, 50 for a key that stands for performance data,
     /// 206 for a name of more than 255 characters.
     [[nodiscard]] HKEY open(std::wstring_view path) { return go(path, false); }
-    /// The same; keys that are not there are made.
+    /// The same; missing keys are created.
     [[nodiscard]] HKEY make(std::wstring_view path) { return go(path, true); }
 
 private:
@@ -43,6 +43,7 @@ private:
 namespace keyway {
 inline constexpr std::size_t kLongestName = 255;
 
-/// Whether a key that was opened as itself is a link. Raises the bare code when it cannot be told.
+/// Whether a key that was opened without following links is a link. Raises the bare code when that is
+/// unknown.
 [[nodiscard]] bool isLink(HKEY opened);
 } // namespace keyway

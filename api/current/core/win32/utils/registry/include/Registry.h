@@ -20,12 +20,12 @@ struct Value
     std::vector<unsigned char> data;
 };
 
-/// Opens a key; never one of the predefined handles that some keys give.
+/// Opens a key; never returns one of the predefined handles that some keys give.
 [[nodiscard]] RegistryKeyHandle open(HKEY root, const wchar_t* key, unsigned view, REGSAM access,
                                      DWORD options = 0);
-/// Opens a key as itself, through no link on the way either (KeyWay).
+/// Opens a key without following links, also on the way (KeyWay).
 [[nodiscard]] RegistryKeyHandle openItself(HKEY root, const wchar_t* key, unsigned view, REGSAM access);
-/// Opens a key for writing, and makes it and those above it where they are not there.
+/// Opens a key for writing; creates it and its parents if they are missing.
 RegistryKeyHandle createKey(HKEY root, const wchar_t* key, unsigned view);
 /// The way from a root to keys that are changed, in a view.
 [[nodiscard]] KeyWay wayFrom(HKEY root, unsigned view);
@@ -60,10 +60,10 @@ void importText(const wchar_t* file, unsigned view);
 /// One key of a tree.
 struct TreeKey
 {
-    std::wstring path; ///< below the tree's top, which is empty
+    std::wstring path; ///< below the tree's top, whose path is empty
     bool isLink;
     std::vector<std::pair<std::wstring, Value>> values;
 };
-/// A key and all that is below it, parents first. Links are opened as themselves.
+/// A key and everything below it, parents first. Links are opened themselves.
 [[nodiscard]] std::vector<TreeKey> readTree(HKEY root, const wchar_t* key, unsigned view);
 } // namespace registry

@@ -10,7 +10,7 @@
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
-/// Looks a function of a loaded library up. Raises an Exception with the last error when it is not there.
+/// Looks up a function of a loaded library. Raises an Exception with the last error when it is missing.
 template <class Function>
 [[nodiscard]] Function* requireFunction(const char* place, HMODULE module, const char* name)
 {
@@ -20,8 +20,8 @@ template <class Function>
     return function;
 }
 
-/// The functions of COM, which is loaded when it is needed: linked, it would bring a user interface along.
-/// Once loaded it stays until the process ends, because threads of its own may outlive its last user.
+/// The functions of COM, which is loaded on demand: linking it would load the user interface too. Once loaded
+/// it stays until the process ends, because its own threads may outlive its last user.
 class ComLibrary
 {
 public:
@@ -45,8 +45,8 @@ private:
 /// Raises an Exception with the low 16 bits of a failing result, or 574 when these are 0.
 void requireComSuccess(const char* place, HRESULT result);
 
-/// COM on the calling thread, for the length of a scope. A thread that has an apartment of the other kind
-/// keeps it, and it is used.
+/// Initialises COM on the calling thread for a scope. A thread that has an apartment of the other kind keeps
+/// it, and it is used.
 class ComApartment
 {
 public:
@@ -85,7 +85,7 @@ public:
 
     [[nodiscard]] Interface* get() const noexcept { return m_object; }
     Interface* operator->() const noexcept { return m_object; }
-    /// Where a call puts the reference. To be used once.
+    /// Where a call stores the reference. Use it once.
     [[nodiscard]] Interface** receive() noexcept { return &m_object; }
 
 private:
@@ -123,7 +123,7 @@ public:
     [[nodiscard]] unsigned long getNumber() const;
     /// The text that it holds. Raises a bare 13 when it holds anything else.
     [[nodiscard]] std::wstring getText() const;
-    /// Whether it holds a text that is not empty, and another one than this.
+    /// Whether it holds a text that is not empty and differs from `text`.
     [[nodiscard]] bool isOtherText(const wchar_t* text) const noexcept;
 
 private:

@@ -10,8 +10,8 @@
 
 class ComLibrary;
 
-/// One named restore point around a change, and the switch of System Restore. See the exported functions.
-/// Its operations may be called from any thread.
+/// One named restore point for a change, and the switch of System Restore. See the exported functions. Its
+/// operations may be called from any thread.
 class RestoreManager
 {
 public:

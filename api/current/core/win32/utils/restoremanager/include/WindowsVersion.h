@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-/// Which Windows this is, as far as System Restore differs.
+/// The version of Windows, as far as System Restore depends on it.
 class WindowsVersion
 {
 public:
@@ -10,18 +10,18 @@ public:
         : m_major(major), m_minor(minor)
     {
     }
-    /// The true version: GetVersionEx answers programs without a manifest with an old one.
+    /// The true version: GetVersionEx reports an older one to programs without a manifest.
     [[nodiscard]] static WindowsVersion current() noexcept;
 
-    /// NT 5.1 and 5.2: the registry says whether System Restore is on.
+    /// NT 5.1 and 5.2: the registry tells whether System Restore is enabled.
     [[nodiscard]] constexpr bool isSwitchInRegistry() const noexcept
     {
         return m_major == 5 && (m_minor == 1 || m_minor == 2);
     }
-    /// NT 6.0 and all that came after: WMI says it.
+    /// NT 6.0 and later: WMI tells it.
     [[nodiscard]] constexpr bool isSwitchInWmi() const noexcept { return m_major >= 6; }
-    /// NT 6.2 and all that came after: the system keeps to one restore point in 24 hours, and gives the
-    /// number of an older one out in place of a new one.
+    /// NT 6.2 and later: the system creates only one restore point in 24 hours, and otherwise returns the
+    /// number of an older one.
     [[nodiscard]] constexpr bool limitsRestorePoints() const noexcept
     {
         return m_major > 6 || (m_major == 6 && m_minor >= 2);

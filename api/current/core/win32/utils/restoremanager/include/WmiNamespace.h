@@ -4,8 +4,7 @@
 
 #include "core/win32/utils/restoremanager/include/ComLibrary.h"
 
-/// A connection to a WMI namespace; "ROOT\Default" is where System Restore has its classes. On a thread with
-/// COM.
+/// A connection to a WMI namespace; "ROOT\Default" holds the classes of System Restore. The thread needs COM.
 class WmiNamespace
 {
 public:
@@ -14,11 +13,11 @@ public:
 
     /// The first object that a WQL query finds, or an empty pointer. Raises an Exception.
     [[nodiscard]] ComPtr<IWbemClassObject> findFirst(const wchar_t* query) const;
-    /// Subscribes to the events that a WQL query describes. They are kept until they are fetched. Raises an
-    /// Exception; a refusal may also come with the first one that is fetched.
+    /// Subscribes to the events that a WQL query describes. They are queued until they are fetched. Raises an
+    /// Exception; a refusal may also come with the first fetch.
     [[nodiscard]] ComPtr<IEnumWbemClassObject> subscribe(const wchar_t* query) const;
     /// Calls a static method that takes one text. Returns what the method returns. Raises an Exception, or a
-    /// bare 13 for a result that is no number.
+    /// bare 13 when the result is not a number.
     unsigned long callMethod(const wchar_t* className, const wchar_t* method, const wchar_t* parameter,
                              const wchar_t* text) const;
 

@@ -9,7 +9,7 @@
 
 /// What the exported functions of privileges, tokens, sessions and SIDs do; see api.h. They raise bare codes.
 namespace privileges {
-/// Enables or disables it in the thread's token, or else the process's. Whether it was enabled.
+/// Enables or disables it in the thread's token, or else the process's. Returns whether it was enabled.
 bool adjust(const wchar_t* name, bool enable);
 [[nodiscard]] bool isHeld(const wchar_t* name);
 } // namespace privileges
@@ -26,7 +26,7 @@ namespace sessions {
 [[nodiscard]] std::tuple<std::wstring, std::wstring> userName(unsigned long session);
 [[nodiscard]] Win32Handle userToken(unsigned long session);
 [[nodiscard]] unsigned long runAsUser(unsigned long session, const wchar_t* commandLine, bool wait);
-/// What to give to revert.
+/// What revert needs.
 [[nodiscard]] void* impersonate(unsigned long session);
 void revert(void* undo);
 /// The hive of a session's user.

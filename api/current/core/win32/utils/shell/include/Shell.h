@@ -29,6 +29,6 @@ void destroy(void* icon);
 } // namespace icons
 
 namespace signatures {
-/// What the system says of a file's signature, and who signed.
+/// The system's verdict on a file's signature, and the signer.
 [[nodiscard]] std::tuple<long, std::wstring> verifyFile(const wchar_t* path);
 } // namespace signatures

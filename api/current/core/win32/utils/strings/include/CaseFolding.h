@@ -6,7 +6,7 @@
 
 /// Single-character case folding to upper case, the same for every locale and thread.
 namespace casefolding {
-/// The folded form of all 65,536 UTF-16 code units; made on first use, never fails.
+/// The folded form of all 65,536 UTF-16 code units; built on first use. Never fails.
 [[nodiscard]] const wchar_t* table() noexcept;
 
 /// Folds one character; plain ASCII needs no table.
@@ -17,8 +17,8 @@ namespace casefolding {
     return table()[c];
 }
 
-/// A text folded once, to be compared with many patterns. Short ones need no memory of their own; long ones
-/// raise std::bad_alloc without.
+/// A text folded once, to be compared with many patterns. Short texts allocate nothing; long ones may raise
+/// std::bad_alloc.
 class FoldedText
 {
 public:
@@ -29,7 +29,7 @@ public:
             m_long.resize(text.size());
             target = m_long.data();
         }
-        // Without a branch, so that compilers fold several characters at once. Most texts are plain ASCII.
+        // Without a branch, so compilers fold several characters at once. Most texts are plain ASCII.
         unsigned bits = 0;
         for (std::size_t i = 0; i < text.size(); ++i) {
             const unsigned c = text[i];

@@ -4,23 +4,23 @@
 
 #include <string_view>
 
-/// Searching and taking apart of texts, behind the exported string functions.
+/// Searches and splits texts for the exported string functions.
 namespace textsearch {
-/// Finds one pattern in texts, in time that grows with the text alone and without memory of its own: the
-/// two-way algorithm of Crochemore and Perrin, "Two-way string-matching", Journal of the ACM 38 (1991). The
-/// pattern is cut in two where no shorter period goes across the cut; what is right of it is compared first.
+/// Finds one pattern in texts in linear time and without allocating memory: the two-way algorithm of
+/// Crochemore and Perrin, "Two-way string-matching", Journal of the ACM 38 (1991). The pattern is split in
+/// two where no shorter period crosses the cut; the right part is compared first.
 class Searcher
 {
 public:
     /// `pattern` must outlive this object.
     Searcher(std::wstring_view pattern, bool ignoreCase) noexcept;
-    /// The first place at or behind `from`, or npos. An empty pattern is everywhere.
+    /// The first position at or after `from`, or npos. An empty pattern occurs everywhere.
     [[nodiscard]] std::size_t find(std::wstring_view text, std::size_t from) const noexcept;
 
 private:
     [[nodiscard]] wchar_t folded(wchar_t c) const noexcept;
     [[nodiscard]] wchar_t at(std::size_t i) const noexcept { return folded(m_pattern[i]); }
-    /// Where the largest suffix begins, by the order of the characters or the reversed one, and its period.
+    /// Where the largest suffix begins, in the order of the characters or the reversed one, and its period.
     std::size_t largestSuffix(bool isReversed, std::size_t& period) const noexcept;
 
     std::wstring_view m_pattern;
@@ -30,10 +30,10 @@ private:
     bool m_isPeriodic = false;
 };
 
-/// The first place of `pattern` in `text` without regard to case, or null.
+/// The first occurrence of `pattern` in `text` without regard to case, or null.
 [[nodiscard]] const wchar_t* find(const wchar_t* text, const wchar_t* pattern) noexcept;
 
-/// Takes the next entry off the front of `rest`; separators before it are passed over, so no entry is empty.
+/// Removes the next entry from the front of `rest`; separators before it are skipped, so no entry is empty.
 /// Returns false when none is left.
 bool nextToken(std::wstring_view& rest, std::wstring_view separators, std::wstring_view& token) noexcept;
 
@@ -42,8 +42,8 @@ long copyToken(std::wstring_view text, std::wstring_view separators, unsigned lo
                unsigned long capacity, unsigned long* needed) noexcept;
 wchar_t* replaceFirst(wchar_t* text, wchar_t find, wchar_t replacement) noexcept;
 
-/// Copies a text with its terminator, whole or not at all. Returns 0, or 234 when there is no room; `needed`,
-/// which may be null, receives the length.
+/// Copies a text with its terminator, completely or not at all. Returns 0, or 234 when there is no room;
+/// `needed`, which may be null, receives the length.
 template <class Char>
 long copyWhole(std::basic_string_view<Char> text, Char* target, unsigned long capacity,
                unsigned long* needed) noexcept
@@ -57,7 +57,7 @@ long copyWhole(std::basic_string_view<Char> text, Char* target, unsigned long ca
     return ERROR_SUCCESS;
 }
 
-/// Their narrow twins, for UTF-8. They raise 1113 and std::bad_alloc.
+/// The same for UTF-8. They raise 1113 and std::bad_alloc.
 [[nodiscard]] const char* find(const char* text, const char* pattern);
 long copyToken(std::string_view text, std::string_view separators, unsigned long index, char* token,
                unsigned long capacity, unsigned long* needed);

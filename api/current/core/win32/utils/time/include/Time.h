@@ -12,7 +12,7 @@ namespace timetext {
 [[nodiscard]] std::wstring toText(unsigned long long time);
 [[nodiscard]] unsigned long long fromText(std::wstring_view text);
 
-/// The time taken apart, UTC. Raises 87 for a time behind the year 30,827.
+/// The fields of a time, UTC. Raises 87 for a time after the year 30,827.
 [[nodiscard]] SYSTEMTIME fields(unsigned long long time);
 [[nodiscard]] constexpr unsigned long long number(FILETIME time) noexcept
 {

@@ -11,7 +11,7 @@ namespace volumes {
 [[nodiscard]] RecordList<VolumeRecord> enumerate();
 [[nodiscard]] unsigned long clusterSize(const wchar_t* root);
 [[nodiscard]] bool isSolidState(const wchar_t* root);
-/// The list of mount points, and how many they are.
+/// The list of mount points, and their number.
 [[nodiscard]] std::tuple<std::wstring, std::size_t> letters(const wchar_t* volume);
 void flush(const wchar_t* root);
 } // namespace volumes

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <utility>
 
-/// The parts of a file that take up room, one after the other: of a sparse file those between its holes, of
-/// any other, and where the system does not tell, the whole. Needs no memory.
+/// The allocated parts of a file, one after the other: in a sparse file those between its holes; otherwise,
+/// and where the system does not tell, the whole file. Allocates no memory.
 class AllocatedRanges
 {
 public:
@@ -32,7 +32,7 @@ public:
         m_end = m_size;
         if (!m_isSparse || (!DeviceIoControl(m_file, FSCTL_QUERY_ALLOCATED_RANGES, &rest, sizeof rest, &found,
                                              sizeof found, &returned, nullptr) &&
-                            GetLastError() != ERROR_MORE_DATA)) // there are others behind it
+                            GetLastError() != ERROR_MORE_DATA)) // more follow
             return true;
         if (returned == 0) {
             m_hole = m_size - m_begin;
@@ -47,7 +47,7 @@ public:
     }
     [[nodiscard]] std::uint64_t begin() const noexcept { return m_begin; }
     [[nodiscard]] std::uint64_t end() const noexcept { return m_end; }
-    /// The bytes that the last call of `next` passed over; to be asked once.
+    /// The bytes that the last call of `next` skipped; valid once.
     [[nodiscard]] std::uint64_t takeHole() noexcept { return std::exchange(m_hole, 0); }
 
 private:

@@ -1,7 +1,7 @@
 #pragma once
 
-/// The system's list of boot-time command lines; the exported functions of the module say what these do.
-/// They return the Win32 code or raise it.
+/// The system's list of boot-time command lines. The exported functions document these; they return the Win32
+/// code or raise it.
 namespace bootexecute {
 long add(const wchar_t* entry);
 long remove(const wchar_t* entry);

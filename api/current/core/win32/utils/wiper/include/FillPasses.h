@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <cstring>
 
-/// What passes consist of, for the wiper and for the boot-time program, which has no runtime library.
+/// The patterns of the passes, for the wiper and for the boot-time program, which has no runtime library.
 namespace fillpattern {
 /// The number of passes of the Gutmann method.
 inline constexpr std::uint32_t kGutmannPasses = 35;
 
-/// What random text is made of.
+/// The number of different characters in random text.
 inline constexpr std::uint32_t kAlphabetSize = 62;
 inline constexpr char kAlphabet[kAlphabetSize + 1] =
     "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
@@ -34,7 +34,7 @@ constexpr Pass three(unsigned char first, unsigned char second, unsigned char th
     return {{first, second, third}, 3};
 }
 
-// Pass 27 would be 24 92 49 by the published order. Here it ends with the bytes of pass 28, and so it stays.
+// Pass 27 would be 24 92 49 in the published order. Here it ends with the bytes of pass 28, and that is kept.
 inline constexpr Pass kPasses[kGutmannPasses] = {
     kRandomPass,
     kRandomPass,
@@ -73,7 +73,7 @@ inline constexpr Pass kPasses[kGutmannPasses] = {
     kRandomPass,
 };
 
-/// Lays a pattern of `period` bytes over `length` bytes, beginning at its first byte.
+/// Fills `length` bytes with a pattern of `period` bytes, starting with the pattern's first byte.
 inline void fillRepeated(unsigned char* buffer, std::size_t length, const unsigned char* pattern,
                          std::size_t period) noexcept
 {
@@ -81,7 +81,7 @@ inline void fillRepeated(unsigned char* buffer, std::size_t length, const unsign
         std::memset(buffer, pattern[0], length);
         return;
     }
-    // A block that stays in the nearest cache and is a whole number of periods, laid one after another.
+    // A block that fits the first-level cache and holds a whole number of periods.
     constexpr std::size_t kBlock = 6144;
     const std::size_t block = std::min(length, kBlock / period * period);
     for (std::size_t i = 0; i < block; ++i)

@@ -2,7 +2,7 @@
 
 #include "core/win32/utils/wiper/include/FillPasses.h"
 
-/// What the wiper overwrites with, as bytes in memory.
+/// The bytes that the wiper overwrites with.
 namespace fillpattern {
 /// Fills `text` with `length` random characters of "0-9A-Za-z" and a terminating zero.
 void fillRandomText(wchar_t* text, std::size_t length) noexcept;

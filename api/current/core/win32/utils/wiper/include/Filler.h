@@ -8,10 +8,10 @@
 #include "core/win32/utils/wiper/include/WipeTarget.h"
 #include "core/win32/utils/wiper/include/Wiper.h"
 
-/// The hidden file that takes up a volume's free space. It goes when this goes, in every case.
+/// The hidden file that takes up a volume's free space. The destructor always deletes it.
 ///
-/// One that an earlier run left behind is filled on and removed. It is known by being hidden; whatever else
-/// has the name is left alone.
+/// A file that an earlier run left is filled further and removed. It is recognised by being hidden; anything
+/// else with the name is left alone.
 class Wiper::Filler
 {
 public:
@@ -23,11 +23,11 @@ public:
     ~Filler();
 
     [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
-    /// Whether an earlier run left it behind.
+    /// Whether an earlier run left it.
     [[nodiscard]] bool wasFound() const noexcept { return m_wasFound; }
 
-    /// Closes and deletes the file. A failure puts it on the boot-time list; returns its code. When somebody
-    /// has put another file in its place, that one stays (1006).
+    /// Closes and deletes the file. On failure puts it on the boot-time list and returns the code. When
+    /// somebody has put another file in its place, that file stays (1006).
     long deleteFillerFile() noexcept;
 
 private:
@@ -43,23 +43,21 @@ private:
     bool m_wasFound = false;
 };
 
-/// The fillers of one volume: one, and a further one each time that the file system's files can become no
-/// larger (FAT32: 4 GiB).
+/// The fillers of one volume: a further one is created whenever the current one cannot grow (FAT32: 4 GiB).
 class Wiper::Fillers
 {
 public:
-    /// Opens the first, and those that a run which was ended by force has left beside it. Raises Filler's
-    /// codes.
+    /// Opens the first, and those that a killed run left beside it. Raises Filler's codes.
     Fillers(Wiper& wiper, const std::wstring& path);
 
-    /// The one that is filled, its pointer at its end.
+    /// The one being filled, with its file pointer at the end.
     [[nodiscard]] HANDLE get() const noexcept { return m_fillers.back().get(); }
     [[nodiscard]] std::uint64_t end() const noexcept { return m_end; }
     void advance(std::uint64_t bytes) noexcept { m_end += bytes; }
-    /// The end as the system knows it. Raises the bare code.
+    /// Asks the system for the end of the file. Raises the bare code.
     std::uint64_t readEnd();
-    /// Begins another. Returns false when the volume has no room for its name. Raises Filler's codes except
-    /// 183: names that belong to others are passed over.
+    /// Creates another one. Returns false when the volume has no room for its name. Raises Filler's codes
+    /// except 183: names that belong to others are skipped.
     [[nodiscard]] bool beginNext();
     /// Deletes them all. Returns the first failure.
     long deleteFillerFiles() noexcept;

@@ -11,25 +11,25 @@
 
 /// Without the prefix of a literal path.
 [[nodiscard]] std::wstring_view plainText(std::wstring_view path) noexcept;
-/// Without closing backslashes, save that of a drive's root.
+/// Without closing backslashes, except that of a drive's root.
 [[nodiscard]] std::wstring_view withoutClosing(std::wstring_view path) noexcept;
 
-/// The full paths of a stack's entries, settled when this is made. Only what is not settled yet costs memory.
+/// The full paths of a stack's entries, resolved in the constructor. Only relative paths cost memory.
 class SettledEntries
 {
 public:
     /// Raises the bare code of settledPath.
     explicit SettledEntries(const DirectoryStack& stack);
 
-    /// The full path of the stack's last entry. To be asked once for each, from the back on.
+    /// The full path of the stack's last entry. Call it once for each entry, from the back.
     [[nodiscard]] std::wstring take(const DirectoryStack& stack);
 
 private:
-    std::vector<std::pair<std::size_t, std::wstring>> m_entries; ///< by place in the stack, from the first on
+    std::vector<std::pair<std::size_t, std::wstring>> m_entries; ///< by position in the stack, from the first
 };
 
-/// Has the entries of a caller's stack while they are handled, so that a callback that changes the stack
-/// changes nothing of that. What is left goes back in the end, before what was put there meanwhile.
+/// Takes the entries out of a caller's stack while they are handled, so a callback cannot change them.
+/// Entries not handled are put back at the end, before those that were added meanwhile.
 class TakenStack
 {
 public:
@@ -45,12 +45,12 @@ private:
     mutable DirectoryStack m_entries;
 };
 
-/// Holds the folders from a stack's root to that of an entry, while the entry is handled: none of them can be
-/// swapped for a link then, the root neither. An entry that does not lie below the root stands alone.
+/// Holds the folders from a stack's root down to an entry's folder while the entry is handled: none of them,
+/// including the root, can be replaced with a link then. For an entry outside the root nothing is held.
 class HeldWay
 {
 public:
-    /// `root` is settled.
+    /// `root` is absolute.
     explicit HeldWay(const std::wstring& root);
 
     /// Raises the failures of HeldFolders::hold. The entry itself is not held, so it can be removed.

@@ -21,8 +21,8 @@ public:
     [[nodiscard]] std::uint32_t getNeedsReboot() const override { return m_needsReboot; }
     void setNeedsReboot(std::uint32_t value) override { m_needsReboot = value; }
 
-    /// Fills `length` bytes for a pass of the Gutmann method, 0 to 34; other passes leave the buffer as it
-    /// is. Returns 0. Raises an Exception with 8.
+    /// Fills `length` bytes for a pass of the Gutmann method, 0 to 34; other passes leave the buffer
+    /// unchanged. Returns 0. Raises an Exception with 8.
     static long GuttmanProcess(std::uint32_t pass, unsigned char* buffer, std::size_t length);
 
 private:
@@ -62,7 +62,7 @@ private:
     std::uint32_t m_kind = 0;
     bool m_isRunning = false;
     ModuleHandle m_ntdll;
-    // What the current call writes from; made by its first chunk.
+    // What the current call writes; allocated for its first chunk.
     std::unique_ptr<unsigned char[]> m_buffer;
     std::unique_ptr<wchar_t[]> m_randomText;
 };

@@ -1,0 +1,130 @@
+#include "core/win32/registry/offline/api.h"
+
+#include <random>
+
+#include "support/Utilities.h"
+#include "support/Wipe.h"
+
+namespace {
+using Key = std::unique_ptr<IOfflineRegistryKey>;
+
+/// How many hives: 2,000 unless scripts/fuzz asks for more.
+unsigned long rounds()
+{
+    wchar_t text[16] = L"";
+    GetEnvironmentVariableW(L"SYSMAINT_HIVES", &text[0], 16);
+    return std::max(std::wcstoul(&text[0], nullptr, 10), 2000UL);
+}
+
+/// With lists of keys, a class name, values of all kinds and data in segments.
+Bytes wholeHive(const std::wstring& file)
+{
+    const Key root(DllGetOfflineRegistryKey(nullptr, L""));
+    const auto keyAt = [&](const std::wstring& path) {
+        IOfflineRegistryKey* key = nullptr;
+        EXPECT_EQ(root->getKey(path.c_str(), &key), 0);
+        EXPECT_EQ(key->create(L"class"), 0);
+        return Key(key);
+    };
+    for (unsigned i = 0; i < 12; ++i) {
+        const Key key = keyAt(L"k\u00E9y\\" + std::to_wstring(i % 5) + L"\\\u65E5" + std::to_wstring(i));
+        IOfflineRegistryValue* value = nullptr;
+        EXPECT_EQ(key->getValue(i % 3 == 0 ? L"" : L"value", &value), 0);
+        const std::unique_ptr<IOfflineRegistryValue> owner(value);
+        EXPECT_EQ(value->setData(i, Bytes(i == 11 ? 17000 : i, 'd').data(), i == 11 ? 17000 : i), 0);
+    }
+    std::filesystem::remove(file);
+    EXPECT_EQ(root->save(file.c_str()), 0);
+    return readBytes(file);
+}
+
+/// Numbers, signatures and offsets change, mostly near others; the checksum is right again.
+void mutate(Bytes& hive, std::mt19937& random)
+{
+    constexpr std::uint32_t kOdd[] = {0, 1, 0xFFFFFFFF, 0x80000000, 0x20, 0xFFFFFFF8, 0x1000, 0x7FFFFFFF};
+    for (unsigned count = 1 + random() % 6; count != 0; --count) {
+        const std::size_t at = random() % 8 == 0 ? random() % 512 : 4096 + random() % 3000;
+        std::uint32_t number = random() % 3 != 0 ? kOdd[random() % std::size(kOdd)] : random() % 4096;
+        if (random() % 4 == 0) // a place that is used elsewhere
+            std::memcpy(&number, &hive[(4096 + random() % 3000) & ~std::size_t{3}], sizeof number);
+        std::memcpy(&hive[at], &number, 1 + random() % 4);
+    }
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < 508; i += 4) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, &hive[i], sizeof word);
+        sum ^= word;
+    }
+    sum = sum == 0 ? 1 : sum == 0xFFFFFFFF ? 0xFFFFFFFE : sum;
+    std::memcpy(&hive[508], &sum, sizeof sum);
+    if (random() % 16 == 0)
+        hive.resize(random() % hive.size());
+}
+
+/// Every key and value, each asked for all that it has. Returns how many keys there are.
+std::size_t walk(const Key& key, unsigned depth = 0)
+{
+    std::size_t keys = 1;
+    Given<wchar_t> names;
+    std::size_t count = 0;
+    EXPECT_EQ(key->listValues(&names, &count), 0);
+    for (const wchar_t* name = names.get(); *name != 0; name += std::wcslen(name) + 1) {
+        IOfflineRegistryValue* value = nullptr;
+        EXPECT_EQ(key->getValue(name, &value), 0);
+        const std::unique_ptr<IOfflineRegistryValue> owner(value);
+        unsigned long type = 0;
+        Given<unsigned char> data;
+        EXPECT_EQ(value->getData(&type, &data, &count), 0);
+    }
+    EXPECT_EQ(key->listSubKeys(&names, &count), 0);
+    for (const wchar_t* name = names.get(); *name != 0 && depth < 513; name += std::wcslen(name) + 1) {
+        IOfflineRegistryKey* child = nullptr;
+        EXPECT_EQ(key->getKey(name, &child), 0);
+        keys += walk(Key(child), depth + 1);
+    }
+    return keys;
+}
+} // namespace
+
+// What was salvaged of every 500th is kept for other programs to read, where a folder for it is given.
+TEST(HostileHives, EndInCodes)
+{
+    const std::wstring folder = scratchFolder();
+    const std::wstring file = folder + L"\\hive";
+    const wchar_t* const kept = _wgetenv(L"SYSMAINT_SALVAGED");
+    const Bytes whole = wholeHive(file);
+    const unsigned long wanted = rounds();
+    std::mt19937 random(7);
+    const Flushes flushes([](auto, HANDLE) { return TRUE; }); // the disk is no part of this
+    unsigned long read = 0;
+    unsigned long salvaged = 0;
+    for (unsigned long round = 0; round < wanted && !testing::Test::HasFailure(); ++round) {
+        Bytes hive = whole;
+        mutate(hive, random);
+        writeBytes(file, hive);
+        const Key key(DllGetOfflineRegistryKey(file.c_str(), L"", kOfflineEngine));
+        const unsigned long code = key == nullptr ? GetLastError() : 0;
+        EXPECT_TRUE(code == 0 || code == 1009 || code == 1015) << code;
+        if (key != nullptr)
+            read += walk(key) != 0 ? 1U : 0U;
+        const std::wstring target =
+            (kept != nullptr && round % 500 == 0 ? kept : folder) + L"\\" + std::to_wstring(round) + L".hive";
+        Given<HiveLoss> losses;
+        std::size_t count = 0;
+        std::size_t total = 0;
+        const long result = HiveFileSalvage(file.c_str(), target.c_str(), &losses, &count, &total);
+        EXPECT_TRUE(result == 1009 || (result == 0 && (total == 0) == (code == 0))) << result;
+        EXPECT_EQ(readBytes(file), hive);
+        if (result == 0) {
+            const Key again(DllGetOfflineRegistryKey(target.c_str(), L"", kOfflineEngine));
+            ASSERT_NE(again, nullptr) << GetLastError();
+            EXPECT_NE(walk(again), 0U);
+            ++salvaged;
+        }
+        DeleteFileW((folder + L"\\" + std::to_wstring(round) + L".hive").c_str());
+    }
+    std::printf("%lu of %lu hives were whole, of %lu something could be had\n", read, wanted, salvaged);
+    EXPECT_GT(read, wanted / 50);
+    EXPECT_GT(salvaged - read, wanted / 4);
+    std::filesystem::remove_all(folder);
+}
