@@ -58,6 +58,24 @@ run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
 run 2 lookup "$folder" && says err 'which server?'
 run 2 lookup --server h && says err 'which file or folder?'
 for server in h:0 h:65536 h:x '[::1]:' ''; do run 2 lookup "$folder" --server "$server"; done
+# FTP: folders on servers of another language.
+mkfifo "$work/lifeline"
+"$here/support/ftp_servers" real - <"$work/lifeline" >"$work/ftp" &
+ftp_servers=$!
+exec 9>"$work/lifeline"
+until grep -qsx '' "$work/ftp" || ! kill -0 "$ftp_servers" 2>/dev/null; do sleep 0.1; done
+ftp=127.0.0.1:$(sed -n 's/^port vsftpd //p' "$work/ftp")
+run 0 scan "ftp://$ftp" --depth 1 && says out "ftp://$ftp/ ordner ä 1/" && says out "ftp://$ftp/a file 1" && says err 'found 3 files, 4 folders'
+run 0 scan "ftp://$ftp/folder" --depth 1 --json && says out "{\"type\":\"file\",\"path\":\"ftp://$ftp/folder/a file 2\",\"bytes\":2}"
+ftp=127.0.0.1:$(sed -n 's/^port pyftpdlib //p' "$work/ftp")
+SYSMAINT_FTP_PASSWORD=secret run 0 scan "ftp://user@$ftp" --depth 1 && says err 'found 3 files, 4 folders'
+SYSMAINT_FTP_PASSWORD=wrong run 1 scan "ftp://user@$ftp" && says err '(1326)'
+run 2 scan "ftp://user@$ftp" && says err 'nobody to ask for the password'
+run 2 scan "ftp://user:secret@$ftp" && says err 'SYSMAINT_FTP_PASSWORD'
+for address in 'ftp://' 'ftp://h:0' 'ftp://h:x/' 'ftp:///x'; do run 2 scan "$address"; done
+exec 9>&-
+wait "$ftp_servers"
+run 1 scan "ftp://$ftp" && says err '(10061)'
 # Hive files, made by another program.
 "$here/native/hives" seeds "$work/hives"
 hive=$work/hives/seed5
