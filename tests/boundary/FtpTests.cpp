@@ -68,6 +68,18 @@ struct FtpScan : INotifyHandler
     static inline int s_count = 0;
 };
 
+/// The root of a server as a scan path.
+SharedPtr<ScanItem> rootOf(unsigned short port)
+{
+    const std::wstring engine = L"ftp test " + std::to_wstring(FtpScan::s_count + 1);
+    const FtpScan scan(port);
+    void* handle = OpenScanItem(engine.c_str(), (L"ftp://127.0.0.1:" + std::to_wstring(port) + L"/").c_str());
+    SharedPtr<ScanItem> item;
+    EXPECT_EQ(GetScanItemByHandle(handle, item), ERROR_SUCCESS);
+    CloseScanItem(handle);
+    return item;
+}
+
 std::wstring localPath(const wchar_t* name)
 {
     wchar_t folder[MAX_PATH];
@@ -128,6 +140,8 @@ TEST_F(FtpReal, ServersAreWalkedCompletely)
         EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED);
         EXPECT_EQ(scan.found.size(), 1U);
     }
+    const SharedPtr<ScanItem> item = rootOf(s_servers->ports["vsftpd"]);
+    EXPECT_EQ(dynamic_cast<IScanPath&>(*item).hasSubfolders(nullptr), 1);
     FtpScan below(s_servers->ports["vsftpd"], nullptr, nullptr, L"127.0.0.1", L"folder/-a/");
     EXPECT_EQ(below.run(1), ERROR_SUCCESS);
     EXPECT_EQ(below.found.size(), 7U);
