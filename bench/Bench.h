@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// One comparison. `ours` and `peer` do the same `operations`, in turns. Making a row costs next to nothing:
-/// what its sides need is made by `prepare`.
+/// One comparison. `ours` and `peer` do the same `operations`, in turns. Creating a row costs next to
+/// nothing: `prepare` creates what its sides need.
 struct BenchRow
 {
     std::string name;
@@ -16,15 +16,15 @@ struct BenchRow
     std::function<void()> peer;
     std::function<void()> prepare = nullptr; // before each turn of either side, not measured
     std::function<void()> settle = nullptr;  // after it, not measured either
-    bool peerCounted = false;                // the peer's kernel calls can be seen: it is linked with us
+    bool peerCounted = false;                // the peer's kernel calls are visible: it is linked with us
 };
 
-/// One comparison of figures that the sides tell themselves. Without a peer, a figure with a limit.
+/// One comparison of figures that the sides report themselves. Without a peer, a figure with a limit.
 struct FigureRow
 {
     enum class Of // several turns
     {
-        Most, // a later turn may live on the memory that an earlier one has given back
+        Most, // a later turn may reuse the memory that an earlier one has freed
         Median
     };
 
@@ -43,10 +43,10 @@ struct BenchRows
     std::vector<FigureRow> figures;
 };
 
-/// Rows are made when their turn comes and dropped after it, so that one does not weigh on the next.
+/// Rows are created for their turn and destroyed after it, so one does not affect the next.
 using BenchMaker = std::function<BenchRows()>;
 
-/// What the program was asked for.
+/// The program's options.
 struct BenchScale
 {
     bool quick; // every row once, small: to see that it runs
@@ -70,8 +70,7 @@ BenchRows hiveRows(BenchScale scale);
 BenchRows loadRows(BenchScale scale);
 BenchRows processRows(BenchScale scale);
 
-/// Bytes of memory that are this process's alone. Under Wine those of them that were touched: what the kernel
-/// calls RssAnon and VmSwap.
+/// Bytes of private memory of this process. Under Wine only touched ones: the kernel's RssAnon and VmSwap.
 unsigned long long privateBytes();
 /// How long `work` takes.
 double seconds(const std::function<void()>& work);
@@ -80,7 +79,7 @@ std::wstring temporaryFolder();
 /// A whole number of them and "thread" or what else is counted.
 std::string counted(int number, const char* what);
 
-/// Keeps the compiler from dropping work whose result nobody wants.
+/// Keeps the compiler from removing work whose result is unused.
 void consume(unsigned long long value);
 /// Stops the program: a row that does not do its work must not be measured.
 void require(bool condition, const char* what);

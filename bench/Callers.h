@@ -6,7 +6,7 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
-/// Threads that stand ready to run the same work at once, so that what is measured is not how they are made.
+/// Threads that are ready to run the same work at once, so their creation is not measured.
 class Callers
 {
 public:

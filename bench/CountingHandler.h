@@ -2,7 +2,7 @@
 
 #include "core/win32/utils/scanengine/api.h"
 
-/// The cheapest handler there is.
+/// The cheapest possible handler.
 struct CountingHandler : INotifyHandler
 {
     void onNotify(const Notification& /*notification*/, const SharedPtr<ScanItem>& /*item*/) override

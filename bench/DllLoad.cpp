@@ -22,7 +22,7 @@ struct LoadCost
     double laterMicroseconds = 0;
 };
 
-/// Loads the DLL in a program of its own: this one has the system libraries already that ours brings along.
+/// Loads the DLL in a separate program: this one has already loaded the system libraries that ours needs.
 LoadCost costOf(const wchar_t* dll)
 {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};

@@ -39,7 +39,7 @@ unsigned long zlibChecksum(const Data& data)
     return crc32(crc32(0, nullptr, 0), data.data(), static_cast<uInt>(data.size()));
 }
 
-/// What the rows have in common: the bytes, made when the first row needs them.
+/// The bytes that the rows share, created when the first row needs them.
 struct Bytes
 {
     std::size_t mebibytes;
@@ -54,7 +54,7 @@ struct Bytes
     }
 };
 
-/// Ours and the peer's do the same and must come to the same.
+/// Ours and the peer's do the same and must give the same result.
 template <class Ours, class Peer>
 BenchRow row(const char* name, const char* peerName, double goal, const std::shared_ptr<Bytes>& bytes,
              Ours ours, Peer peer)

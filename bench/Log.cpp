@@ -28,10 +28,10 @@ unsigned long long sizeOf(const std::wstring& path)
     return (static_cast<unsigned long long>(data.nFileSizeHigh) << 32U) | data.nFileSizeLow;
 }
 
-/// Both put a line of the same length together and write it to a file on a thread of their own; a turn is
-/// over when all of its lines are in the file, of which only the callers' part is measured.
+/// Both format a line of the same length and write it to a file on their own thread. A turn is over when all
+/// its lines are in the file; only the callers' part is measured.
 ///
-/// The peer's queue, whose length it fixes in advance, holds a whole turn: ours knows no end, and so neither
+/// The peer's queue, whose length is fixed in advance, holds a whole turn; ours is unlimited. So neither
 /// makes a caller wait for the disk. A queue that is too short would stop the peer's callers with one
 /// overflow policy and lose lines with the other.
 class Loggers
@@ -79,7 +79,7 @@ public:
             m_peer->info("{}:  {}", kPeerModule, kPeerMessage);
     }
 
-    // What the turns have to leave in the files.
+    // What the turns must leave in the files.
     void expect(long count) { m_size += static_cast<unsigned long long>(count) * kLine * sizeof(wchar_t); }
     void expectPeer(long count) { m_peerSize += static_cast<unsigned long long>(count) * kLine; }
     void settle() const
@@ -106,8 +106,8 @@ private:
 };
 
 /// While it lives the two kernel calls of a table's lock do nothing: they cost more here than all the rest,
-/// and a hundredth of that on Windows. Waits with a limit, as the writer's, are left alone. The table must
-/// not change meanwhile.
+/// and a hundredth of that on Windows. Waits with a time-out, like the writer's, are not affected. The table
+/// must not change meanwhile.
 class FreeTableLock
 {
 public:

@@ -25,7 +25,7 @@ void requireFound(const std::vector<std::wstring>& texts, unsigned long long exp
     require(found == expected, "the texts that match are not those that should");
 }
 
-/// So many rules as a cleaner has them, and files of which a few fall under the last of them.
+/// So many rules like a cleaner's, and files of which a few match the last of them.
 class RuleBook
 {
 public:
@@ -51,7 +51,7 @@ public:
         }
     }
 
-    /// How the first files are asked about, over and over again.
+    /// Queries the first files repeatedly.
     template <class Accepts>
     void ask(long times, Accepts&& accepts) const
     {
@@ -95,7 +95,7 @@ private:
     std::vector<std::wstring> m_paths;
 };
 
-/// A search of the system's folder, as often as it takes.
+/// Searches the system folder as often as necessary.
 void searchFiles(long count)
 {
     wchar_t folder[MAX_PATH];
@@ -147,7 +147,7 @@ void addRuleRows(BenchRows& rows, BenchScale scale)
                           }});
 }
 
-/// Paths of which every other one has the ending that is looked for.
+/// Paths of which every other one has the wanted extension.
 struct PathTexts
 {
     std::vector<std::wstring> all;

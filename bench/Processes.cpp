@@ -8,7 +8,7 @@
 #include "core/win32/utils/processmanager/api.h"
 
 namespace {
-/// What both sides read of every process, added up so that nothing is dropped.
+/// The sum of what both sides read of every process, so the compiler removes nothing.
 unsigned long long sumOf(const ProcessEntry& entry)
 {
     return entry.id + entry.parentId + entry.session + entry.threadCount + entry.handleCount +
@@ -34,7 +34,7 @@ unsigned long long ourList()
     return sum;
 }
 
-/// Toolhelp has ids, names, threads and priorities; the rest is asked of each process.
+/// Toolhelp has ids, names, threads and priorities; the rest is queried from each process.
 unsigned long long bareList()
 {
     const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);

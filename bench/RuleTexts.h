@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-/// A rule as a cleaner has it.
+/// A rule like a cleaner's.
 struct RuleText
 {
     std::string pattern;
@@ -11,8 +11,8 @@ struct RuleText
     bool isSubstring; ///< else with stars, question marks and sets
 };
 
-/// Extensions, names, folders and parts of paths, in the proportions of a cleaner. A few of `ruleFiles` fall
-/// under the last.
+/// Extensions, names, folders and parts of paths, in the proportions of a cleaner. A few of `ruleFiles` match
+/// the last.
 inline std::vector<RuleText> ruleTexts(int count)
 {
     std::vector<RuleText> rules;
@@ -34,7 +34,7 @@ inline std::vector<RuleText> ruleTexts(int count)
     return rules;
 }
 
-/// Files of which every tenth falls under a rule.
+/// Files of which every tenth matches a rule.
 inline std::vector<std::string> ruleFiles()
 {
     std::vector<std::string> files;

@@ -22,8 +22,8 @@ struct Subscriber : IMessageHandler
     long count = 0;
 };
 
-/// The system's lock and condition variable with the names of the standard's: what these are made of in
-/// Visual Studio, while MinGW's cost kernel calls.
+/// The system's lock and condition variable under the standard's names: Visual Studio implements the
+/// standard's with these, while MinGW's cost kernel calls.
 struct SystemMutex
 {
     void lock() { AcquireSRWLockExclusive(&srw); }
@@ -40,7 +40,7 @@ struct SystemCondition
     CONDITION_VARIABLE variable = CONDITION_VARIABLE_INIT;
 };
 
-/// What somebody writes who needs a queue and one thread that delivers what is in it.
+/// What somebody would write who needs a queue and one thread that delivers its items.
 template <class Mutex, class Condition>
 class HandMadeQueue
 {

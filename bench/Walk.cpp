@@ -12,7 +12,7 @@
 #include "core/win32/utils/scanengine/include/File.h"
 
 namespace {
-/// Looks now and then at how much memory is in use.
+/// Checks the memory in use from time to time.
 struct MemoryWatcher : CountingHandler
 {
     void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
@@ -26,7 +26,7 @@ struct MemoryWatcher : CountingHandler
 
 constexpr int kParts = 3;
 
-/// A tree of three equal parts with 100 files to a folder, made once and kept for the next run.
+/// A tree of three equal parts with 100 files per folder, created once and kept for the next run.
 class Tree
 {
 public:
@@ -177,7 +177,7 @@ void iteratorWalk(const std::wstring& root, unsigned long long entries)
     require(count == entries, "the iterator did not find what is there");
 }
 
-/// What the rules alone cost for the files of the tree, without the disk.
+/// The cost of only the rules for the files of the tree, without the disk.
 BenchRow askedRow(BenchScale scale, const std::wstring& filters, const std::wstring& ignores)
 {
     struct Asked
@@ -218,7 +218,7 @@ BenchRows memoryRows(BenchScale scale)
 {
     const Tree tree(scale(100000));
     BenchRows rows;
-    // What the program has before is in the peak, too.
+    // The peak includes what the program had before.
     rows.figures = {{"peak private memory, walk of 300,000 files", "no result lists", "MiB", 64,
                      FigureRow::Of::Most,
                      [=] {

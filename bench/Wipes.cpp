@@ -15,7 +15,7 @@ std::wstring wipedFile()
     return temporaryFolder() + L"sysmaint-bench-wipe";
 }
 
-/// What a pass of the 35 is made of, laid straight into the buffer.
+/// Fills the buffer directly with one of the 35 passes.
 void fill(int pass, unsigned char* buffer)
 {
     const fillpattern::Pass& bytes = fillpattern::kPasses[pass];
@@ -60,8 +60,8 @@ enum class Afterwards
     Delete
 };
 
-/// Ours also cuts the file to nothing and deletes it; the peer does that only where it says so. Every turn
-/// begins with a new file of the size that is on the disk whole.
+/// Ours also truncates and deletes the file; the peer does that only where stated. Every turn begins with a
+/// new file of that size, completely on the disk.
 BenchRow wipeRow(const char* name, const char* peer, double goal, long chunks, WipeMethod method, int passes,
                  Fill filling, Afterwards afterwards)
 {

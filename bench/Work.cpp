@@ -10,8 +10,8 @@
 #include "Bench.h"
 #include "core/win32/utils/threadpool/api.h"
 
-// Every side makes a pool of so many threads, queues the items one by one from one thread, waits with its own
-// means until all have run, and gives the pool back.
+// Every side creates a pool of so many threads, queues the items one by one from one thread, waits in its own
+// way until all have run, and closes the pool.
 namespace {
 constexpr unsigned kThreads = 4;
 

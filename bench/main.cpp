@@ -36,8 +36,8 @@ double turnOf(const BenchRow& row, const std::function<void()>& side)
     return time;
 }
 
-/// What all threads call until the turn has settled, in a turn that is not measured: see KernelCalls. Files
-/// and the registry are no such objects here, both sides of a row having their calls.
+/// The calls of all threads until the turn has settled, in a turn that is not measured: see KernelCalls.
+/// Files and the registry do not count as objects here, because both sides of a row call them.
 double objectCallsPerOperation(const BenchRow& row, const std::function<void()>& side)
 {
     if (row.prepare)
@@ -64,7 +64,7 @@ void printLine(const std::string& name, const std::string& peerName, const std::
                 ours.c_str(), peer.c_str(), ratio.c_str(), goal.c_str(), calls.c_str(), peerCalls.c_str());
 }
 
-/// A single small turn is no ground to judge by.
+/// A single small turn is not enough for a verdict.
 const char* verdict(bool met, int turns)
 {
     return turns == 1 ? "" : met ? " met" : " MISSED";
@@ -84,8 +84,8 @@ void measure(const BenchRow& row, int turns, bool json)
     }
     const double our = median(ours) / row.operations * 1e9;
     const double peer = median(peers) / row.operations * 1e9;
-    // Of neighbours in time: the machine may be of two speeds in one run, and then the medians may not be of
-    // the same.
+    // Of adjacent turns: the machine may change its speed during a run, and the medians might then come from
+    // different speeds.
     const double ratio = median(ratios);
     if (json)
         std::printf(R"({"case":"%s","peer":"%s","ours_ns":%.1f,"peer_ns":%.1f,"ratio":%.3f,"goal":%.2f,)"
@@ -209,7 +209,7 @@ try {
             ++rows;
         }
     };
-    // Memory comes first: what an earlier row has used and given back would not count again.
+    // Memory comes first: what an earlier row has used and freed would not count again.
     for (const auto& make :
          {memoryRows, loadRows, walkRows, registryRows, matchingRows, hashingRows, messageRows, topicRows,
           connectionRows, workRows, logRows, wipeRows, hiveRows, handleRows, processRows}) {

@@ -1,4 +1,4 @@
-# What every target of the build is compiled and linked with.
+# The compiler and linker options of every target.
 add_library(sysmaint_settings INTERFACE)
 target_compile_definitions(sysmaint_settings INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601)

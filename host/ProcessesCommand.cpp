@@ -13,7 +13,8 @@ constexpr const wchar_t* kHelp = LR"(usage: sysmaint processes [--tree] [--user 
 
   (nothing)    lists the processes: processor time, memory in use, user and image name
   end          ends the processes of an id or of an image name, after it has shown them and asked. They
-               cannot save anything, unless --close asks them first. Refused are the system's processes, this program, and services.
+               cannot save anything, unless --close asks them first. Refused are the system's processes, this
+               program, and services.
   watch        tells each process that starts and ends, until Ctrl+C or for --seconds. NAMES are image names
                separated by commas, with wildcards.
 
@@ -62,7 +63,7 @@ std::vector<Chosen> chosenBy(const std::vector<std::wstring>& words)
 
 constexpr unsigned long kPatience = 10000; // milliseconds
 
-/// 0: it has ended; 1400 when it has no window that could be asked.
+/// Returns 0 when it has ended, and 1400 when it has no window to ask.
 long closeWindows(void* process)
 {
     unsigned long asked = 0;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The library exports what the lists in tests/exports name, one for each file in exports/, and nothing else:
 #   tests/exports.sh SYSMAINT.DLL [--renew]
-# With --renew the lists are written anew, from what the objects beside the library define.
+# With --renew the lists are rewritten from what the objects beside the library define.
 set -euo pipefail
 lists=$(dirname "${BASH_SOURCE[0]}")/exports
 exports() {

@@ -15,7 +15,7 @@ run() {
     local expected=$1 actual=0
     shift
     "$runner" "$host" "$@" >"$work/out" 2>"$work/err" </dev/null || actual=$?
-    # Wine's own server was about to end: the program has not begun.
+    # Wine's server was about to end: the program has not started.
     if grep -q '^wine client error:0: ' "$work/err"; then
         actual=0
         "$runner" "$host" "$@" >"$work/out" 2>"$work/err" </dev/null || actual=$?
@@ -76,7 +76,7 @@ for address in 'ftp://' 'ftp://h:0' 'ftp://h:x/' 'ftp:///x'; do run 2 scan "$add
 exec 9>&-
 wait "$ftp_servers"
 run 1 scan "ftp://$ftp" && says err '(10061)'
-# Hive files, made by another program.
+# Hive files created by another program.
 "$here/native/hives" seeds "$work/hives"
 hive=$work/hives/seed5
 hive_path=$(windows_path "$hive")
@@ -134,7 +134,7 @@ run 2 frobnicate && says err 'unknown command frobnicate'
 run 2 scan && says err 'which folder or key?'
 run 2 scan "$folder" --depth && says err '--depth needs a value'
 for depth in 0 65536 3x '' -1 99999999999; do run 2 scan "$folder" --depth "$depth" && says err 'number from 1 to 65535'; done
-# A wrong rule is named with its fault; one that would mean everything is none.
+# A wrong rule is named with the reason; one that would mean everything is refused.
 wrong_rule() { run 2 scan "$folder" --filter "$1" && says err "$2"; run 2 wipe tree "$folder" --yes --ignore "$1" && says err "$2"; }
 wrong_rule 'a,b:01' 'entry 2, "b:01": its first'
 wrong_rule '*.a,C:\keep\*.tmp:001' 'entry 2, "C:\keep\*.tmp:001": drive paths cannot be entries'
@@ -147,7 +147,7 @@ run 2 scan "$folder" --json --json && says err 'given twice'
 [ -s "$work/out" ] && fail 'usage errors write to standard output'
 run 0 --help && says out 'scan'
 run 0 scan --help && says out 'example:'
-# Only an option --help is one; an empty operand is an unset variable. Nothing is done either way.
+# --help counts only as an option; an empty operand is an unset variable. Nothing is done in either case.
 run 0 scan "$folder" --filter --help && says err 'found 0 files'
 run 1 wipe tree --yes -- --help && says err '--help: '
 for words in 'scan' 'wipe tree --yes' 'wipe file --yes' 'wipe free --yes' 'boot add' 'boot remove' 'log module'; do
@@ -155,7 +155,7 @@ for words in 'scan' 'wipe tree --yes' 'wipe file --yes' 'wipe free --yes' 'boot 
 done
 run 2 scan "$folder" -json && says err 'unknown option -json'
 
-# What is there is listed, folders before their content, with the counts at the end.
+# Everything is listed, folders before their content, with the counts at the end.
 run 0 scan "$folder"
 says err 'found 4 files, 2 folders, 10 bytes'
 says out "$folder\\inner\\deep\\größe €.tmp"
@@ -173,7 +173,7 @@ assert lines[-1] == {'type': 'summary', 'files': 4, 'folders': 2, 'bytes': 10, '
 PYTHON
 TEMPTREE=$folder run 0 scan '%temptree%\inner' --expand && says err 'found 2 files, 1 folders'
 
-# Registry keys, by long and short names; data that is not for a terminal is made so.
+# Registry keys, by long and short names; data that is unsafe for a terminal is made safe.
 run 2 scan 'HKCU\Software' --view 16 && says err '--view takes 32 or 64'
 key='HKCU\Software\sysmaint-host-test'
 "$runner" reg add "$key\\inner" /v number /t REG_DWORD /d 42 /f >/dev/null
@@ -188,7 +188,7 @@ says out 'sysmaint-host-test\inner\number = REG_DWORD 42'
 run 0 scan 'hkey_current_user\software\SYSMAINT-host-test' --json --filter 'num*' && says out '"name":"number","valueType":"REG_DWORD","data":42}'
 grep -q 'some text' "$work/out" && fail 'the filter let a value through'
 run 0 scan 'HKLM\Software\Microsoft' --view 64 --depth 1
-# JSON loses nothing of a value, however its data is formed.
+# JSON loses nothing of a value with any data.
 python3 - "$work" <<'PYTHON'
 import sys
 values = {'long': (1, 'x"\\' * 100 + '\0'), 'odd': (2, b'a\0b\0\0\0\0'), 'zeros': (1, 'a\0b\0\0'), 'none': (1, b''),
@@ -215,7 +215,7 @@ PYTHON
 "$runner" reg delete "$key" /f >/dev/null
 run 1 scan "$key" && says err '(2)'
 
-# A root that is not there fails and does not hold up the others; what cannot be listed is told by its own path.
+# A missing root fails without affecting the others; what cannot be listed is reported with its own path.
 run 1 scan "$folder\\missing" "$folder" && says err 'missing: ' && says err '(3)' && says err 'found 4 files'
 mkdir -m 000 "$tree/inner/denied"
 run 1 scan "$folder" && says err "scan: $folder\\inner\\denied: " && says err 'found 4 files, 3 folders, 10 bytes, 1 could not be read'
@@ -223,19 +223,20 @@ run 1 scan "$folder" --json && says out "{\"type\":\"error\",\"path\":\"${folder
 run 1 wipe tree "$folder" --yes && says err "inner\\denied: " && says err 'wiped 0 files'
 rmdir "$tree/inner/denied"
 
-# Wiping: refuses what nobody may mean, asks or wants --yes, and says truthfully what it did.
+# Wiping: refuses what nobody can mean, asks or requires --yes, and reports truthfully what it did.
 for refused in 'C:\' 'C:' 'C:\windows' 'C:\WINDOWS\system32\kernel32.dll' '\\?\C:\windows'; do
     run 2 wipe file "$refused" --yes
     run 2 wipe tree "$refused" --yes
 done
-# By other names too: through a link, or as what another drive shows.
+# By other names too: through a link, or through another drive.
 prefix=$(cd "${WINEPREFIX:-$here/../build/wineprefix-tests}" && pwd)
 windows=$(cd "$prefix/drive_c/windows" && pwd -P)
 ln -s "$windows" "$tree/link"
 for refused in "$folder\\link\\system32" "Z:${windows//\//\\}" 'c:/windows/.'; do
     run 2 wipe tree "$refused" --yes && says err 'the Windows folder'
 done
-# Roots, what holds programs or profiles, what is no path of a file, each in many forms; told by what it is.
+# Roots, folders of programs or profiles, and what is not a path of a file, in many forms, recognised by
+# identity.
 mkdir -p "$prefix/dosdevices/unc/localhost"
 ln -sfn "$prefix/drive_c" "$prefix/dosdevices/unc/localhost/c\$"
 ln -sfn "$work" "$prefix/dosdevices/unc/localhost/share"
@@ -253,7 +254,7 @@ ln -sfn "$tree/inner" "$tree/link"
 "$runner" "$host" wipe tree "$folder\\link" --yes 2>/dev/null # the platform cannot remove such a link
 [ -e "$tree/inner/b.log" ] || fail 'the link was followed'
 rm "$tree/link"
-# The very name that was given: Win32 takes each of these for the other.
+# Exactly the given name: Win32 takes each of these for the other.
 mkdir -p "$tree/dot" "$tree/dot."
 printf 1 >"$tree/dot/report"
 printf 1 >"$tree/dot./report."
@@ -278,7 +279,7 @@ says err 'wiped 1 file, 70 bytes written, 0 failed' # two times 35 passes over o
 run 0 wipe tree "$folder" --yes && says err 'wiped 2 files'
 [ -e "$tree" ] && fail 'the tree is still there'
 
-# Files with other names are named and stay, with their folders, unless they are to go.
+# Files with other names are listed and stay, with their folders, unless included.
 mkdir -p "$tree/inner"
 printf 1234 | tee "$tree/inner/one" >"$tree/only"
 ln "$tree/inner/one" "$work/other"
@@ -288,10 +289,10 @@ run 1 wipe tree "$folder" --yes && says err 'has other names and stays (see --ha
 run 0 wipe tree "$folder" --yes --hard-links && says err 'wiped 1 file' && says err 'under which it will be empty'
 [ -e "$tree" ] || [ -s "$work/other" ] && fail '--hard-links left something'
 
-# Whoever is asked has to give the whole answer.
+# Questions require the whole answer.
 wrong=$(BOOT_LIST=$prefix/drive_c/windows/ForceDelete.txt python3 "$here/host/prompt.py" "$work/asked" "$runner" "$host") && [ -z "$wrong" ] || fail "the question: $wrong"
 
-# A wipe that is cut short says what it did: deleted, and how much of it was not overwritten.
+# An interrupted wipe reports what it did: deleted, and how much was not overwritten.
 truncate -s 64M "$work/large"
 "$runner" "$control" 0 "$(windows_path "$work/large")" "$host" wipe file "$(windows_path "$work/large")" --yes --method gutmann >"$work/out" 2>"$work/err"
 [ $? -eq 130 ] || fail 'a cancelled wipe does not end with 130'
@@ -300,7 +301,7 @@ says err 'wiped so far: 0 files' && says err '1 deleted but not overwritten in f
 # A file that is named twice is one file.
 printf twice >"$work/twice"
 run 0 wipe file "$(windows_path "$work/twice")" "$(windows_path "$work/TWICE")" --yes && says err 'wipe 1 file, 5 bytes'
-# What is said to wait for the restart stands on the list; here another program has the file open.
+# What is reported to wait for the restart is on the list; here another program has the file open.
 list=$prefix/drive_c/windows/ForceDelete.txt
 rm -rf "$list"
 printf x >"$work/held"
@@ -318,7 +319,7 @@ python3 -c 'open("'"$list"'", "wb").write("\0\0\r\n*FileShred*\t*\\??\\C:\\windo
 run 1 boot run --yes && says err 'left, the system needs it' && says err 'still waiting: 1'
 run 0 boot status && says out 'registered: no' && says out 'file 1: C:\windows\win.ini' && says out 'end: 1 overwritten and deleted, 1 bytes'
 grep -qF "$held" "$work/out" && fail 'the log names what was wiped'
-# One line is taken off, which was shown, and no other.
+# Only the line that was shown is removed.
 waits() { python3 -c 'import sys; open(sys.argv[1], "wb").write("".join("*FileShred*\t*\\??\\%s*\t*1*\t*1\r\n" % f for f in sys.argv[2:]).encode("utf-16-le"))' "$list" "$@"; }
 listed() { run "$1" boot list; [ "$(tr -d '\r' <"$work/out")" = "$2" ] || fail "the list is $(cat "$work/out"), not $2"; }
 waits 'C:\a' 'C:\b' 'C:\a' $'C:\\\tc'
@@ -350,7 +351,7 @@ run 2 log x "$(printf 'x%.0s' {1..993})" && says err 'too long'
 run 2 log x $'two\nlines'
 log=$(dirname "$host")/logs/$(id -un)/ZDC.log
 rm -f "$log"
-# What nobody got is no success; what would spoil a list or a log is refused.
+# Results that could not be written are a failure; what would spoil a list or a log is refused.
 "$runner" "$host" scan 'C:\windows' --depth 1 >/dev/full 2>"$work/err" </dev/null && fail 'a scan that could not be written succeeds'
 says err 'could not be written'
 for command in ' ' $'a\nb'; do run 2 boot add "$command" && says err 'one line with something in it'; done
@@ -358,7 +359,7 @@ run 2 log 'Disk Cleaner' $'bell \x07' && says err 'control character'
 run 0 log 'disk cleaner' 'removed 12 files'
 tr -d '\0' <"$log" | grep -q 'disk cleaner:  removed 12 files' || fail 'the log lacks the line'
 
-# Utilities: the same lines as Debian's programs, both ways; what cannot be vouched for fails.
+# Utilities: the same lines as Debian's programs, in both directions; what cannot be confirmed fails.
 mkdir "$work/sums" && cd "$work/sums"
 printf abc >plain && printf 1 >'größe €' && : >empty
 for sum in sha256 sha1 md5; do
@@ -402,10 +403,10 @@ run 1 log module text
 grep -q '(0)' "$work/err" && fail "a log that cannot be had: $(cat "$work/err")"
 rm "$(dirname "$log")" && mv "$work/logs" "$(dirname "$log")"
 
-# Restore points: the system's client is a stand-in here, which writes down how it was called.
+# Restore points: the system's client is a stand-in here, which records its calls.
 export SYSMAINT_RESTORE_RECORD SYSMAINT_RESTORE_ANSWERS= SYSMAINT_TOOL_RECORD
 SYSMAINT_RESTORE_RECORD=$(windows_path "$work/record") SYSMAINT_TOOL_RECORD=$(windows_path "$work/record")
-# recorded LINES: what was written down, without the time of the description; and forgets it
+# recorded LINES: the recorded calls, without the time of the description; clears them
 recorded() {
     local told
     told=$(cat "$work/record" 2>/dev/null | iconv -f UTF-16LE | sed 's/[0-9.]\{10\} [0-9:]\{8\}$/TIME/')
@@ -427,7 +428,8 @@ run 0 restore enable C: && says out 'System Restore is switched on for C:\'
 run 0 restore enable C: --json && says out '{"type":"enabled","drive":"C:\\"}'
 run 2 restore enable 'C:\windows'
 for words in '' status\ 1 'delete' 'enable' 'create a b' 'on'; do run 2 restore $words; done
-# The true version decides who is asked: the registry of the oldest has no such key, this WMI has no configuration.
+# The true version decides where to look: the oldest system's registry has no such key, this WMI no
+# configuration.
 for version in win2k winxp winxp64 vista win7 win81 win10; do
     "$runner" reg add 'HKCU\Software\Wine\AppDefaults\sysmaint.exe' /v Version /d "$version" /f >/dev/null
     case $version in
@@ -437,14 +439,14 @@ for version in win2k winxp winxp64 vista win7 win81 win10; do
     esac
 done
 "$runner" reg delete 'HKCU\Software\Wine\AppDefaults\sysmaint.exe' /f >/dev/null
-# The loaded hives, of which this system tells none; what there is to show the tests of the library see to.
+# The loaded hives, of which this system lists none; the library's tests cover what can be shown.
 run 0 hives list && says err '0 hives'
 run 0 hives analyze && says out '[####################]  in all'
 run 0 hives analyze --json && says out '{"type":"summary","hives":0,"failures":0,"bytes":0,"compactedBytes":0,"savedBytes":0,"code":0}'
 for words in '' 'list x' 'analyze x' 'show'; do run 2 hives $words && says err 'list or analyze'; done
 run 0 hives --help && says out 'example:'
 
-# Without its restore point a wipe does nothing, and with it the point comes first.
+# Without its restore point a wipe does nothing; otherwise the restore point comes first.
 printf x >"$work/kept"
 SYSMAINT_RESTORE_ANSWERS=e5 run 1 wipe file "$(windows_path "$work/kept")" --restore-point --yes && says err 'nothing was wiped' && says err '(5)'
 [ -e "$work/kept" ] && recorded 'set 100 12 0 sysmaint wipe_TIME' || fail 'wiped without its restore point'
@@ -477,7 +479,7 @@ for words in 'create n' 'restore' 'restore current x' 'restore time' 'restore 4'
 for words in 'restore' 'restore current x' 'restore time' 'restore 4' 'restore current --comment c'; do run 2 snapshot $words --yes --tool "$tool"; done
 recorded ''
 
-# Processes and sessions. What is ended is what was named: here programs that this script has started.
+# Processes and sessions. Only what was named is ended: here programs that this script has started.
 child=$(dirname "$host")/process_child.exe
 for words in '--sort size' 'frobnicate' 'end' 'watch a b' 'watch --interval 9' 'end 12345678901 --yes'; do run 2 processes $words; done
 run 2 sessions all
@@ -527,7 +529,7 @@ actual=0
 wait "$!" || actual=$?
 [ "$actual" -eq 130 ] || fail "watch and Ctrl+C: exit code $actual"
 
-# Ctrl+C ends it cleanly and says what was found so far.
+# Ctrl+C ends it cleanly and shows what was found so far.
 mkfifo "$work/pipe"
 "$runner" "$host" scan 'Z:\usr' >"$work/pipe" 2>"$work/err" </dev/null &
 job=$!

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The products need libraries of the system only, and programs are marked as they should: tests/imports.sh FILE...
+# The products need only the system's libraries, and programs have the right marks: tests/imports.sh FILE...
 set -euo pipefail
 system='^(kernel32|advapi32|msvcrt|ntdll)\.dll$' # and none that brings a user interface along
 failed=0
@@ -13,7 +13,7 @@ for file in "$@"; do
         fi
     done
     [[ $file == *.exe ]] || continue
-    # A program says of itself what systems, paths and servers it knows.
+    # A program declares which systems, paths and servers it supports.
     x86_64-w64-mingw32-objdump -p "$file" | grep TERMINAL_SERVICE_AWARE >/dev/null || { echo "$file is not for terminal servers"; failed=1; }
     for mark in asInvoker 8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a '>true</longPathAware>'; do
         grep -qa -- "$mark" "$file" || { echo "$file has no manifest with $mark"; failed=1; }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The runner of the tests takes no program for one that has passed but those that have: tests/runner.sh RUNNER ENDINGS.EXE
+# The test runner only accepts programs that have really passed: tests/runner.sh RUNNER ENDINGS.EXE
 set -uo pipefail
 run() { "$@" >/dev/null 2>&1 </dev/null; }
 run "$1" "$2" Passes || { echo 'a test that passes is refused'; exit 1; }

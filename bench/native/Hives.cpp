@@ -32,7 +32,7 @@ void require(bool condition, const char* what)
     std::exit(1);
 }
 
-/// What a walk has seen: every character of a name and every byte of data is looked at.
+/// The result of a walk: every character of a name and every byte of data is read.
 struct Seen
 {
     std::size_t keys = 0, values = 0, names = 0, data = 0;
@@ -195,7 +195,7 @@ Seen walkLibregf(const char* path)
     return seen;
 }
 
-/// 200,000 keys in 30 MB, as they lie in a hive that has just been saved.
+/// 200,000 keys in 30 MB, in the layout of a hive that has just been saved.
 void makeHive(const char* path, std::size_t groups)
 {
     Hive hive = Hive::create(130000000000000000);

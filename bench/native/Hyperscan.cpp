@@ -1,6 +1,6 @@
-// What a regular-expression engine built for many patterns at once takes for the rules of our rows, as a
-// figure to look up to: built for this machine and not for Windows, with 8-bit texts. Prints rows for the
-// table of scripts/bench.
+// The time of a regular-expression engine for many patterns at once with the rules of our rows, as a
+// reference: built for this machine and not for Windows, with 8-bit texts. Prints rows for the table of
+// scripts/bench.
 
 #include <hs/hs.h>
 

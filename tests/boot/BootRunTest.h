@@ -41,7 +41,7 @@ public:
     ~WatchedApi() { s_current = nullptr; }
 
     [[nodiscard]] int calls() const { return m_calls; }
-    native::Api api = native::systemApi(); ///< uncounted calls only release what ends with the process anyway
+    native::Api api = native::systemApi(); ///< uncounted calls have no lasting effect
 
 private:
     template <auto Member>

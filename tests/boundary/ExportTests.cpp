@@ -10,6 +10,7 @@
 #include "core/win32/utils/strings/api.h"
 #include "support/Pools.h"
 #include "support/RestoreClient.h"
+#include "support/Threads.h"
 #include "support/Wipe.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/paths/include/CachedPath.h"
@@ -427,14 +428,16 @@ protected:
         RemoveDirectoryW(folder.c_str());
     }
 
-    /// Runs a row; with `failing` its allocation of that number fails.
+    /// Runs a row; with `failing` its allocation of that number fails, with -1 each.
     static long run(const Row& row, long failing = 0)
     {
         Objects objects(std::strstr(row.name, "o.logger") != nullptr ||
                         std::strstr(row.name, "OpenLogger") != nullptr);
         SetLastError(4711);
-        if (failing != 0)
+        if (failing > 0)
             HeapWatch::arm(failing);
+        else if (failing < 0)
+            HeapWatch::armAll();
         const long code = row.run(objects);
         HeapWatch::disarm();
         ServeObjectRequests(L"ScanItem", 0);
@@ -529,4 +532,22 @@ TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
         }
         EXPECT_TRUE(balanced) << row.name << ": " << counts;
     }
+}
+
+// Neither does an exception find memory then, nor what the runtime keeps for a thread.
+TEST_F(Exports, SayThatThereIsNoMemoryInAThreadThatNeverHadAny)
+{
+    onThreadsAtOnce(1, [](int) { // before anything has raised here
+        HeapWatch::armAll();
+        wchar_t* text = nullptr;
+        const long code = StringDuplicateW(kName, &text);
+        HeapWatch::disarm();
+        EXPECT_EQ(code, ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(text, nullptr);
+    });
+    for (const Row& row : kRows)
+        onThreadsAtOnce(1, [&](int) {
+            const long code = run(row, -1);
+            EXPECT_TRUE(code == row.code || code == ERROR_NOT_ENOUGH_MEMORY) << row.name << ": " << code;
+        });
 }

@@ -564,14 +564,14 @@ TEST_F(Processes, ComeAndGoWhileOthersList)
         });
     };
     const auto comesBack = [&] {
-        CloseProcessManager(); // its snapshot has as much as there are processes
+        CloseProcessManager(); // its snapshot grows with the number of processes
         const ProcessCounts before = ProcessCounts::now();
         EXPECT_EQ(CreateProcessManager(), 0);
         run(250);
         CloseProcessManager();
         return before.isReachedAgain(100);
     };
-    // A lock that is waited for the first time keeps an event for good; what leaks does so again.
+    // A lock keeps an event from the first wait on; a leak repeats.
     EXPECT_TRUE(comesBack() || comesBack());
     EXPECT_GT(seen, 20);
     EXPECT_EQ(CreateProcessManager(), 0);

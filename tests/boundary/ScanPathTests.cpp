@@ -50,6 +50,14 @@ TEST_F(Registry, PathsSayWhetherTheyHaveSubkeysAndGiveTheirOwnValues)
     const auto ask = [&] {
         return hasSubfolders(CreateRegistryPath(L"p", HKEY_CURRENT_USER, kRoot.c_str(), 0));
     };
+    const auto removeLink = [&] { // which leads nowhere, so the deletion of the tree would stop at it
+        HKEY link = nullptr;
+        if (RegOpenKeyExW(root, L"link", REG_OPTION_OPEN_LINK, DELETE, &link) != ERROR_SUCCESS)
+            return;
+        EXPECT_EQ(NtDeleteKey(link), 0);
+        RegCloseKey(link);
+    };
+    removeLink();
     addValue(L"a");
     EXPECT_EQ(ask(), 0);
     addLink(L"link", keyName(root) + L"\\target");
@@ -83,4 +91,5 @@ TEST_F(Registry, PathsSayWhetherTheyHaveSubkeysAndGiveTheirOwnValues)
     cancel.set();
     EXPECT_EQ(path.getValues(cancel.get(), everything()), ERROR_CANCELLED);
     EXPECT_TRUE(results(kLeafFound).empty());
+    removeLink();
 }

@@ -1,7 +1,7 @@
-// What compares the engine with other readers calls this: hive_tool list FILE | compact FILE NEW | salvage
-//   FILE NEW | check FILE | make NEW make writes what the other programs cannot: large data in segments,
-//   class names. salvage prints a line for each omitted place. Ends with 1, and prints the code, when the
-//   engine refuses.
+// The comparison of the engine with other readers calls this:
+//   hive_tool list FILE | compact FILE NEW | salvage FILE NEW | check FILE | make NEW
+// make writes what the other programs cannot: large data in segments, class names. salvage prints a line for
+// each omitted place. Ends with 1, and prints the code, when the engine refuses.
 
 #include <cstdio>
 #include <fstream>

@@ -1,6 +1,7 @@
 // Checks that nothing is destroyed that was not named: rounds of one random deleting or overwriting operation
-//   each, on a tree full of things that it could destroy by mistake. safety FOLDER [--seed N] [--rounds N]
-//   [--round N] FOLDER as a Unix path; --round repeats a single one
+// each, on a tree full of things that it could destroy by mistake.
+//   safety FOLDER [--seed N] [--rounds N] [--round N]
+// FOLDER is a Unix path; --round repeats a single round.
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,7 @@
-// A program that the tests start, find, wait for and end: process_child sleep | exit CODE | write MEBIBYTES |
-//   echo TEXT... | orphan | tree CHILDREN LEVELS A tree has that many children below each process of all
-//   levels but the last. Sleeping processes end by themselves after two minutes.
+// A program that the tests start, find, wait for and end:
+//   process_child sleep | exit CODE | write MEBIBYTES | echo TEXT... | orphan | tree CHILDREN LEVELS
+// A tree has that many children below each process of all levels but the last. Sleeping processes end by
+// themselves after two minutes.
 
 #include <windows.h>
 

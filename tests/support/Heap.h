@@ -55,7 +55,18 @@ public:
         s_failed = false;
         s_number = number;
     }
-    static void disarm() { s_number = 0; }
+    /// All allocations of the calling thread fail, those of exceptions too.
+    static void armAll()
+    {
+        s_thread = GetCurrentThreadId();
+        s_failed = false;
+        s_failsAll = true;
+    }
+    static void disarm()
+    {
+        s_number = 0;
+        s_failsAll = false;
+    }
     /// Whether the failing allocation was made.
     [[nodiscard]] static bool hasFailed() { return s_failed; }
 
@@ -73,7 +84,8 @@ private:
     template <class Original>
     static void* taken(void* old, Original&& original, bool canFail = true)
     {
-        if (canFail && s_number != 0 && GetCurrentThreadId() == s_thread && --s_number == 0) {
+        if ((s_failsAll || (canFail && s_number != 0)) && GetCurrentThreadId() == s_thread &&
+            (s_failsAll || --s_number == 0)) {
             s_failed = true;
             return nullptr;
         }
@@ -152,6 +164,7 @@ private:
     static inline std::size_t s_measured = 0;
     static inline std::size_t s_exceptionHead = 0;
     static inline bool s_failed = false;
+    static inline bool s_failsAll = false;
     static inline DWORD s_thread = 0;
     // The imports of these names are replaced.
     template <class Function>

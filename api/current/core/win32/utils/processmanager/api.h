@@ -69,10 +69,10 @@ SYSMAINT_API long PMFindUsers(const wchar_t* path, ProcessEntry** entries, size_
 //
 //     "ProcessId", "ParentId", "SessionId"   32-bit numbers
 //     "ImageName"                            text
-//     "Time"                                 8 bytes, a FILETIME: the start, or when the end was noticed
+//     "Time"                                 8 bytes, a FILETIME: of the start, or when the end was noticed
 //
 // It uses the system's events (WMI) where they are available, which takes an administrator, and misses
-// nothing once they come. What happened while it subscribed is told then, by one comparison of snapshots: a
+// nothing once they arrive. One comparison of snapshots then reports what happened while it subscribed: a
 // process that started and ended in between is missed. Where events are refused or stop coming, it compares
 // snapshots at the chosen interval; a process that lives shorter than that may be missed entirely. It has its
 // own thread. With the 50 and more processes of a busy system a snapshot costs some tenths of a millisecond.

@@ -1,0 +1,51 @@
+#include "ExceptionReserve.h"
+
+#if defined(__GNUC__) && defined(_WIN32)
+
+#include <windows.h>
+
+#include <cxxabi.h>
+
+#include <atomic>
+#include <cstdlib>
+
+namespace {
+std::atomic<DWORD> refusedThread{0}; // its next allocation fails
+} // namespace
+
+// The linker puts these names in the place of malloc.
+extern "C" void* __real_malloc(std::size_t size); // NOLINT(bugprone-reserved-identifier)
+extern "C" void* __wrap_malloc(std::size_t size)  // NOLINT(bugprone-reserved-identifier)
+{
+    if (refusedThread.load(std::memory_order_relaxed) == 0 || refusedThread != GetCurrentThreadId())
+        return __real_malloc(size);
+    refusedThread = 0;
+    return nullptr;
+}
+
+void exceptionreserve::prepareProcess() noexcept
+{
+    // The reserve's lock is made when it is used for the first time, so use it.
+    refusedThread = GetCurrentThreadId();
+    void* const exception = abi::__cxa_allocate_exception(sizeof(long));
+    refusedThread = 0;
+    abi::__cxa_free_exception(exception);
+}
+
+void exceptionreserve::prepareThread() noexcept
+{
+    constexpr std::size_t kEnough = 4096; // bytes: more than the runtime takes for a thread
+    void* const probe = std::malloc(kEnough);
+    std::free(probe);
+    if (probe == nullptr)
+        return;
+    // Its declaration says that it has no effect.
+    [[maybe_unused]] const void* volatile kept = abi::__cxa_get_globals();
+}
+
+#else
+
+void exceptionreserve::prepareProcess() noexcept {}
+void exceptionreserve::prepareThread() noexcept {}
+
+#endif
