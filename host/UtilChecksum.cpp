@@ -128,9 +128,11 @@ bool parseLine(std::wstring_view line, Listed& listed)
     for (std::size_t i = 0; i < name.size(); ++i) {
         wchar_t c = name[i];
         if (escaped && c == L'\\') {
-            if (++i == name.size())
+            constexpr std::wstring_view kEscapes = L"nr\\";
+            const std::size_t known = ++i < name.size() ? kEscapes.find(name[i]) : std::wstring_view::npos;
+            if (known == std::wstring_view::npos)
                 return false;
-            c = name[i] == L'n' ? L'\n' : name[i] == L'r' ? L'\r' : name[i];
+            c = L"\n\r\\"[known];
         }
         listed.name += c;
     }

@@ -381,6 +381,7 @@ for mark in 'LE \xff\xfe' 'BE \xfe\xff'; do
 done
 { cat tags && printf '\0\nSHA1 (plain) = 00\n'; } >list && run 1 util checksum --check list
 { cat tags && echo garbage; } >list && run 1 util checksum --check list && says err '1 line is no checksum' && says out 'plain: OK'
+{ cat tags && printf '\\%s  pl\\ain\n' "$(sha256sum plain | cut -c1-64)"; } >more && run 1 util checksum --check more && says err '1 line is no checksum' # no such escape
 { cat list && echo more; } >more && run 1 util checksum --check more && says err '2 lines are no checksums'
 run 1 util icons plain --out nowhere && [ ! -e nowhere ] || fail 'a folder for nothing'
 printf x >>plain && run 1 util checksum --check list && says out 'plain: FAILED' && says err '1 does not match'

@@ -3,8 +3,8 @@
 struct Case
 {
     std::wstring line;
-    std::wstring goes; // the file to be wiped, if any
-    bool stays = true; // the line
+    std::wstring goes = L""; // the file that is wiped, if any
+    bool stays = true;       // the line
 };
 
 class BootLineTest : public BootRunTest
@@ -12,79 +12,66 @@ class BootLineTest : public BootRunTest
 protected:
     [[nodiscard]] std::vector<Case> cases() const
     {
-        const std::wstring longName(255, L'n');
-        return {
-            {line(L"report"), L"report", false},
+        const std::wstring longName(255, L'n'), here = root.wstring() + L"\\report";
+        std::vector<Case> cases = {
             {line(L"REPORT", L"3*\t*2"), L"report", false},
             {line(L"report", L"2*\t*0"), L"report", false},
             {line(L"report", L"1*\t*1000"), L"report", false},
-            {line(L"windows\\temp\\x.tmp"), L"windows/temp/x.tmp", false},
-            {line(L"windows\\setup.log"), L"windows/setup.log", false},
-            {line(L"folder\\nt\\setup.log"), L"folder/nt/setup.log", false},
-            {line(L"folder\\nt\\win.ini"), L""},
-            {line(L"folder\\nt\\system32\\config\\system"), L""},
-            {line(L"bootmgr"), L""}, // beside the Windows folder, by any path
             {lineOf(L"\\??\\" + shortName()), L"a rather long name.text", false},
-            {line(L"nothing"), L"", false},
-            {line(L"no folder\\report"), L"", false},
             {line(longName), L"", false},
-            {line(L"report."), L"", false}, // for the system itself a name other than "report"
-            {line(L"report "), L"", false},
-            {line(L"keep\\report"), L""},
-            {line(L"folder"), L""},
-            {line(L"folder\\"), L""},
-            {line(L"windows"), L""},
-            {line(L"windows\\ForceDelete.txt"), L""},
-            {line(L"windows\\sysmaint-boot.log"), L""},
-            {line(L"windows\\win.ini"), L""},
-            {line(L"windows\\System32\\ntdll.dll"), L""},
-            {line(L"windows\\temp"), L""},
-            {line(L"ntuser.dat"), L""},
-            {line(L"folder\\..\\report"), L""},
-            {line(L".\\report"), L""},
-            {line(L"folder/x"), L""},
-            {line(L"rep*"), L""},
-            {line(L"repor?"), L""},
-            {line(L"report:stream"), L""},
-            {line(L"report::$DATA"), L""},
-            {line(L"re\tport"), L""},
-            {line(L"report\\"), L""},
-            {line(L"\\report"), L""},
-            {line(longName + L"n"), L""},
-            {line(std::wstring(32767, L'x')), L""},
-            {line(std::wstring(65536, L'x').insert(0, L"report\\")), L""},
-            {lineOf(root.wstring() + L"\\report"), L""},
-            {lineOf(L"\\\\?\\" + root.wstring() + L"\\report"), L""},
-            {lineOf(L"report"), L""},
-            {lineOf(L"\\??\\report"), L""},
-            {lineOf(L"\\??\\C:report"), L""},
-            {lineOf(L"\\??\\C:\\"), L""},
-            {lineOf(L"\\??\\C:"), L""},
-            {lineOf(L"\\??\\Q:\\report"), L""},
-            {lineOf(L"\\??\\PhysicalDrive0"), L""},
-            {lineOf(L"\\??\\GLOBALROOT\\Device\\Null"), L""},
-            {lineOf(L"\\??\\UNC\\localhost\\share\\report"), L""},
-            {lineOf(L"\\??\\pipe\\report"), L""},
-            {lineOf(L"\\??\\Volume{01234567-0123-0123-0123-0123456789ab}\\x"), L""},
-            {lineOf(L"\\??\\Volume{01234567-0123-0123-0123-0123456789ag}\\x"), L""},
-            {lineOf(L"\\??\\C:\\bootmgr"), L""},
-            {lineOf(L"\\??\\C:\\$MFT"), L""},
-            {lineOf(L""), L""},
-            {line(L"report", L"0*\t*1"), L""},
-            {line(L"report", L"4*\t*1"), L""},
-            {line(L"report", L"4294967297*\t*1"), L""},
-            {line(L"report", L"99999999999999999999999*\t*1"), L""},
-            {line(L"report", L"1*\t*-1"), L""},
-            {line(L"report", L"1*\t*1001"), L""},
-            {line(L"report", L"1*\t*1*"), L""},
-            {line(L"report", L"*\t*1"), L""},
-            {line(L"report", L"1*\t*"), L""},
-            {line(L"report", L"1"), L""},
-            {line(L"report").substr(1), L""},
-            {L"junk\r\n", L""},
-            {L"\r\r\n", L""},
-            {std::wstring(L"\0*FileShred*\r\n", 14), L""},
+            {line(longName + L"n")},
+            {line(std::wstring(32767, L'x'))},
+            {line(std::wstring(65536, L'x').insert(0, L"report\\"))},
+            {lineOf(here)},
+            {lineOf(L"\\\\?\\" + here)},
+            {line(L"report").substr(1)},
+            {L"junk\r\n"},
+            {L"\r\r\n"},
+            {std::wstring(L"\0*FileShred*\r\n", 14)},
         };
+        for (const wchar_t* goes :
+             {L"report", L"windows/temp/x.tmp", L"windows/setup.log", L"folder/nt/setup.log"})
+            cases.push_back({line(std::filesystem::path(goes).make_preferred().wstring()), goes, false});
+        // To the system itself the last two are other names than "report".
+        for (const wchar_t* missing : {L"nothing", L"no folder\\report", L"report.", L"report "})
+            cases.push_back({line(missing), L"", false});
+        for (const wchar_t* name : {L"folder\\nt\\win.ini",
+                                    L"folder\\nt\\system32\\config\\system",
+                                    L"bootmgr", // beside the Windows folder, by whatever path
+                                    L"keep\\report",
+                                    L"folder",
+                                    L"folder\\",
+                                    L"windows",
+                                    L"windows\\ForceDelete.txt",
+                                    L"windows\\sysmaint-boot.log",
+                                    L"windows\\win.ini",
+                                    L"windows\\System32\\ntdll.dll",
+                                    L"windows\\temp",
+                                    L"ntuser.dat",
+                                    L"folder\\..\\report",
+                                    L".\\report",
+                                    L"folder/x",
+                                    L"rep*",
+                                    L"repor?",
+                                    L"report:stream",
+                                    L"report::$DATA",
+                                    L"re\tport",
+                                    L"report\\",
+                                    L"\\report"})
+            cases.push_back({line(name)});
+        for (const wchar_t* path :
+             {L"report", L"\\??\\report", L"\\??\\C:report", L"\\??\\C:\\", L"\\??\\C:", L"\\??\\Q:\\report",
+              L"\\??\\PhysicalDrive0", L"\\??\\GLOBALROOT\\Device\\Null",
+              L"\\??\\UNC\\localhost\\share\\report", L"\\??\\pipe\\report",
+              L"\\??\\Volume{01234567-0123-0123-0123-0123456789ab}\\x",
+              L"\\??\\Volume{01234567-0123-0123-0123-0123456789ag}\\x", L"\\??\\C:\\bootmgr",
+              L"\\??\\C:\\$MFT", L""})
+            cases.push_back({lineOf(path)});
+        for (const wchar_t* numbers :
+             {L"0*\t*1", L"4*\t*1", L"4294967297*\t*1", L"99999999999999999999999*\t*1", L"1*\t*-1",
+              L"1*\t*1001", L"1*\t*1*", L"*\t*1", L"1*\t*", L"1"})
+            cases.push_back({line(L"report", numbers)});
+        return cases;
     }
     [[nodiscard]] std::wstring shortName() const
     {

@@ -36,8 +36,7 @@ public:
         watch<&native::Api::allocate>();
         watch<&native::Api::delay>();
     }
-    WatchedApi(const WatchedApi&) = delete;
-    WatchedApi& operator=(const WatchedApi&) = delete;
+    WatchedApi(WatchedApi&&) = delete;
     ~WatchedApi() { s_current = nullptr; }
 
     [[nodiscard]] int calls() const { return m_calls; }

@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "support/Passes.h"
+
 namespace {
 constexpr native::Status kNoResources = native::status(0xC000009A);
 
@@ -31,41 +33,35 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
     for (int i = 0; i < 100000; ++i)
         many += i == 70000 ? line(L"report")
                            : L"*FileShred*\t*\\??\\Q:\\" + std::to_wstring(i) + L"*\t*1*\t*1\r\n";
-    const struct
-    {
-        std::wstring given;
-        std::wstring left;
-        bool odd = false;
-    } cases[] = {
-        {L"", L""},
-        {kHeader, L""},
-        {kHeader + line(L"report") + line(L"report") + line(L"folder"), line(L"folder")},
-        {line(L"report"), L""},
-        {L"junk\r\n\r\n" + line(L"report"), L"junk\r\n"},
-        {kHeader + line(L"report") + half, half + L"?\r\n"},
+    std::vector<std::tuple<std::wstring, std::wstring, bool>> cases = {
+        // what is given, what is left, whether half a character follows
+        {kHeader + line(L"report") + line(L"report") + line(L"folder"), line(L"folder"), false},
+        {L"junk\r\n\r\n" + line(L"report"), L"junk\r\n", false},
+        {kHeader + line(L"report") + half, half + L"?\r\n", false},
         {kHeader + line(L"report") + half, half + L"?\r\n", true},
-        {kHeader + cut, cut + L"?\r\n"},                     // a number may be cut off as well
-        {kHeader + half + line(L"report"), half + L"?\r\n"}, // and a line after it
+        {kHeader + cut, cut + L"?\r\n", false},                     // a number may be cut off as well
+        {kHeader + half + line(L"report"), half + L"?\r\n", false}, // and a line that came behind it
         {kHeader + cut + half + L"*File" + line(L"report") + half,
-         cut + L"?\r\n" + half + L"*File?\r\n" + half + L"?\r\n"},
-        {kHeader + cut + L"\r" + line(L"report"), cut + L"\r?\r\n"},
-        {L"\xFEFF" + line(L"report"), L""},
-        {L"\xFEFF" + kHeader + line(L"folder") + line(L"report"), line(L"folder")},
-        {kHeader + std::wstring(30, L'-') + L"\r\n" + line(L"report"), L""},
-        {many, std::wstring(many).erase(many.find(line(L"report")), line(L"report").size())},
+         cut + L"?\r\n" + half + L"*File?\r\n" + half + L"?\r\n", false},
+        {kHeader + cut + L"\r" + line(L"report"), cut + L"\r?\r\n", false},
+        {L"\xFEFF" + kHeader + line(L"folder") + line(L"report"), line(L"folder"), false},
+        {many, std::wstring(many).erase(many.find(line(L"report")), line(L"report").size()), false},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.given.substr(0, 200));
+    for (const std::wstring& list : {std::wstring(), kHeader, line(L"report"), L"\xFEFF" + line(L"report"),
+                                     kHeader + std::wstring(30, L'-') + L"\r\n" + line(L"report")})
+        cases.emplace_back(list, L"", false);
+    for (const auto& [given, left, isOdd] : cases) {
+        SCOPED_TRACE(testing::Message() << given.substr(0, 200));
         Files expected = files();
-        setList(c.given);
-        if (c.odd)
+        setList(given);
+        if (isOdd)
             std::ofstream(root / L"windows/ForceDelete.txt", std::ios::binary | std::ios::app) << 'x';
         EXPECT_EQ(run().status, 0);
-        if (c.given.find(line(L"report")) != std::wstring::npos)
+        if (given.find(line(L"report")) != std::wstring::npos)
             expected.erase(L"report");
         EXPECT_EQ(files(), expected);
-        EXPECT_TRUE(list() == c.left) << list().substr(0, 300);
-        EXPECT_EQ(isThere(L"windows/ForceDelete.txt"), !c.left.empty());
+        EXPECT_TRUE(list() == left) << list().substr(0, 300);
+        EXPECT_EQ(isThere(L"windows/ForceDelete.txt"), !left.empty());
         EXPECT_LE(read(L"windows/sysmaint-boot.log").size(), 1048576U);
         write(L"report", "again");
     }
@@ -218,66 +214,68 @@ TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
     std::filesystem::remove(program);
 }
 
-/// What this platform cannot create is reported to the engine as the system would report it.
-TEST_F(BootRunTest, KnowsLinksStreamsAndForeignFiles)
+/// Knows the file "report" by its handle, so long as it is open.
+class BootFileTest : public BootRunTest
 {
-    struct Told
+protected:
+    BootFileTest()
     {
-        ULONG tag;
-        std::wstring left;
-        bool isGone;
-    };
-    for (const Told& told :
-         {Told{IO_REPARSE_TAG_SYMLINK, L"", true}, Told{IO_REPARSE_TAG_MOUNT_POINT, L"", true},
-          Told{0x9000001A, line(L"report"), false}, Told{0, line(L"report"), false}}) {
-        static ULONG tag;
-        static bool isWritten;
-        tag = told.tag;
-        isWritten = false;
-        static HANDLE opened;
-        native::Api api = native::systemApi();
+        target = nullptr;
         api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
                             auto... rest) {
-            const Text name(object->name->buffer, object->name->length / 2);
             const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
-            if (name.is(L"report"))
-                opened = *handle;
+            if (Text(object->name->buffer, object->name->length / 2).is(L"report"))
+                target = *handle;
             return status;
-        };
-        api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
-            const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
-            if (file == opened && question == native::kAttributeTagInformation) {
-                static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
-                static_cast<ULONG*>(answer)[1] = tag;
-            }
-            return status;
-        };
-        api.writeFile = [](HANDLE file, auto... rest) {
-            isWritten = isWritten || file == opened;
-            return native::systemApi().writeFile(file, rest...);
         };
         api.close = [](HANDLE file) {
-            opened = file == opened ? nullptr : opened; // the number is reused
+            target = file == target ? nullptr : target; // the number is given to others
             return native::systemApi().close(file);
         };
-        SCOPED_TRACE(testing::Message() << std::hex << tag);
+    }
+
+    static inline HANDLE target;
+    native::Api api = native::systemApi();
+};
+
+/// What this platform cannot make is told to the engine as the system would tell it.
+TEST_F(BootFileTest, KnowsLinksStreamsAndForeignFiles)
+{
+    static ULONG tag;
+    static bool isWritten;
+    isWritten = false;
+    api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+        const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
+        if (file == target && question == native::kAttributeTagInformation) {
+            static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
+            static_cast<ULONG*>(answer)[1] = tag;
+        }
+        return status;
+    };
+    api.writeFile = [](HANDLE file, auto... rest) {
+        isWritten = isWritten || file == target;
+        return native::systemApi().writeFile(file, rest...);
+    };
+    for (const auto& [told, isGone] : {std::pair(ULONG{IO_REPARSE_TAG_SYMLINK}, true),
+                                       {ULONG{IO_REPARSE_TAG_MOUNT_POINT}, true},
+                                       {0x9000001A, false},
+                                       {0, false}}) {
+        SCOPED_TRACE(testing::Message() << std::hex << (tag = told));
         setList(kHeader + line(L"report"));
         const RunReport report = run(api);
-        EXPECT_EQ(list(), told.left);
-        EXPECT_EQ(isThere(L"report"), !told.isGone);
-        EXPECT_EQ(report.links, told.isGone ? 1U : 0U);
+        EXPECT_EQ(list(), isGone ? L"" : line(L"report"));
+        EXPECT_EQ(isThere(L"report"), !isGone);
+        EXPECT_EQ(report.links, isGone ? 1U : 0U);
         EXPECT_TRUE(report.wiped == 0 && !isWritten);
         write(L"report", "again");
     }
 }
 
-/// Streams are overwritten before their file, each only if it belongs to that file.
-TEST_F(BootRunTest, OverwritesStreamsFirst)
+/// Streams go before their file, each if it is of that file.
+TEST_F(BootFileTest, OverwritesStreamsFirst) // the target is the stream
 {
-    static HANDLE stream;
     static bool isAnother;
     static std::string order;
-    native::Api api = native::systemApi();
     api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object, auto... rest) {
         const Text name(object->name->buffer, object->name->length / 2);
         native::UnicodeString other = {12, 12, L"stream"};
@@ -285,7 +283,7 @@ TEST_F(BootRunTest, OverwritesStreamsFirst)
             return native::systemApi().createFile(handle, access, object, rest...);
         object->name = &other;
         const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
-        stream = *handle;
+        target = *handle;
         return status;
     };
     api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
@@ -296,19 +294,15 @@ TEST_F(BootRunTest, OverwritesStreamsFirst)
             return native::kSuccess;
         }
         const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
-        if (question == native::kInternalInformation && file != stream)
+        if (question == native::kInternalInformation && file != target)
             number = *static_cast<std::uint64_t*>(answer);
         else if (question == native::kInternalInformation && !isAnother)
             *static_cast<std::uint64_t*>(answer) = number;
         return status;
     };
     api.writeFile = [](HANDLE file, auto... rest) {
-        order += file == stream ? 's' : '.';
+        order += file == target ? 's' : '.';
         return native::systemApi().writeFile(file, rest...);
-    };
-    api.close = [](HANDLE file) {
-        stream = file == stream ? nullptr : stream;
-        return native::systemApi().close(file);
     };
     for (const bool another : {true, false}) {
         isAnother = another;
@@ -323,7 +317,7 @@ TEST_F(BootRunTest, OverwritesStreamsFirst)
 }
 
 /// Keeps what is written to the file "report".
-class BootWriteTest : public BootRunTest
+class BootWriteTest : public BootFileTest
 {
 protected:
     struct Write
@@ -334,15 +328,6 @@ protected:
 
     BootWriteTest()
     {
-        writes.clear();
-        target = nullptr;
-        api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
-                            auto... rest) {
-            const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
-            if (Text(object->name->buffer, object->name->length / 2).is(L"report"))
-                target = *handle;
-            return status;
-        };
         api.writeFile = [](HANDLE file, HANDLE event, void* routine, void* context, native::IoStatus* io,
                            const void* buffer, ULONG length, LARGE_INTEGER* offset, ULONG* key) {
             if (file == target)
@@ -354,75 +339,48 @@ protected:
             flushes += file == target ? 1 : 0;
             return native::systemApi().flushFile(file, io);
         };
-        api.close = [](HANDLE file) {
-            target = file == target ? nullptr : target;
-            return native::systemApi().close(file);
-        };
     }
-    /// One pattern for each pass; empty for random text.
-    static std::vector<std::string> gutmann()
+    /// Of random text all letters and digits come, and of an odd length in the 35 passes the text's own end.
+    static void expectFilled(const std::string& bytes, unsigned pass, bool hasEnd)
     {
-        std::vector<std::string> passes(4);
-        for (const char* pattern : {"\x55", "\xAA", "\x92\x49\x24", "\x49\x24\x92", "\x24\x92\x49"})
-            passes.emplace_back(pattern);
-        for (int i = 0; i < 16; ++i)
-            passes.emplace_back(1, static_cast<char>(i * 17));
-        for (const char* pattern : {"\x92\x49\x24", "\x49\x24\x92", "\x6D\xB6\xDB", "\x6D\xB6\xDB",
-                                    "\xB6\xDB\x6D", "\xDB\x6D\xB6", "", "", "", ""})
-            passes.emplace_back(pattern);
-        return passes;
-    }
-    /// Letters and digits, and with an odd length in the 35 passes the text's own terminator.
-    static void expectFilled(const std::string& bytes, const std::string& pattern, bool hasEnd)
-    {
+        EXPECT_TRUE(areOf(pass, bytes));
         std::set<char> letters;
-        bool isRight = true;
-        for (std::size_t at = 0; at < bytes.size(); ++at) {
-            if (pattern.empty() && at % 2 == 0)
-                letters.insert(bytes[at]);
-            else
-                isRight = isRight && bytes[at] == (pattern.empty() ? '\0' : pattern[at % pattern.size()]);
-        }
-        EXPECT_TRUE(isRight);
-        EXPECT_EQ(letters.size(), pattern.empty() ? 62U + (hasEnd ? 1 : 0) : 0U);
-        EXPECT_EQ(letters.count('\0'), pattern.empty() && hasEnd ? 1U : 0U);
+        for (std::size_t at = 0; pass == kText && at < bytes.size(); at += 2)
+            letters.insert(bytes[at]);
+        EXPECT_EQ(letters.size(), pass == kText ? 62U + (hasEnd ? 1 : 0) : 0U);
+        EXPECT_EQ(letters.count('\0'), pass == kText && hasEnd ? 1U : 0U);
     }
 
     static inline std::vector<Write> writes;
-    static inline HANDLE target;
     static inline int flushes;
-    native::Api api = native::systemApi();
 };
 
 /// The bytes of each write, in order, and a flush after each.
 TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
 {
-    const struct
-    {
-        const wchar_t* numbers;
-        std::vector<std::string> passes; // over one chunk
-        unsigned times;
-    } cases[] = {{L"1*\t*2", {std::string(1, '\0')}, 2},
-                 {L"2*\t*1", {""}, 1},
-                 {L"3*\t*1", gutmann(), 1},
-                 {L"2*\t*0", {}, 0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.numbers);
+    // The numbers of the line, the passes over one chunk, and how often they come.
+    const std::tuple<const wchar_t*, std::vector<unsigned>, unsigned> cases[] = {
+        {L"1*\t*2", {0}, 2},
+        {L"2*\t*1", {kText}, 1},
+        {L"3*\t*1", {std::begin(kPasses), std::end(kPasses)}, 1},
+        {L"2*\t*0", {}, 0}};
+    for (const auto& [numbers, passes, times] : cases) {
+        SCOPED_TRACE(testing::Message() << numbers);
         writes.clear();
         flushes = 0;
         write(L"report", std::string(1048576 + 4097, 's'));
-        setList(kHeader + line(L"report", c.numbers));
+        setList(kHeader + line(L"report", numbers));
         const RunReport report = run(api);
         EXPECT_TRUE(report.wiped == 1 && !isThere(L"report"));
-        EXPECT_EQ(report.bytes, c.times * (1048576U + 4097));
-        ASSERT_EQ(writes.size(), c.passes.size() * 2 * c.times);
+        EXPECT_EQ(report.bytes, times * (1048576U + 4097));
+        ASSERT_EQ(writes.size(), passes.size() * 2 * times);
         EXPECT_EQ(flushes, static_cast<int>(writes.size()));
         for (std::size_t i = 0; i < writes.size(); ++i) {
-            const std::size_t chunk = i / c.passes.size() % 2;
+            const std::size_t chunk = i / passes.size() % 2;
             SCOPED_TRACE(i);
             ASSERT_EQ(writes[i].bytes.size(), chunk == 0 ? 1048576U : 4097U);
             EXPECT_EQ(writes[i].offset, chunk == 0 ? 0 : 1048576);
-            expectFilled(writes[i].bytes, c.passes[i % c.passes.size()], c.passes.size() > 1 && chunk == 1);
+            expectFilled(writes[i].bytes, passes[i % passes.size()], passes.size() > 1 && chunk == 1);
         }
     }
 }
@@ -436,9 +394,8 @@ TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
         write(L"keep", "listed too");
         setList(kHeader + line(L"report") + line(L"keep"));
         int left = asks;
-        RunEvents events;
-        events.context = &left;
-        events.isOver = [](void* context) { return (*static_cast<int*>(context))-- <= 0; };
+        const RunEvents events{.context = &left,
+                               .isOver = [](void* context) { return (*static_cast<int*>(context))-- <= 0; }};
         const RunReport report = run(native::systemApi(), events);
         EXPECT_EQ(report.isOver, asks < 6);
         EXPECT_EQ(isThere(L"report"), asks < 4);
@@ -519,11 +476,9 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
         {L"windows\\temp", true, L""},
         {L"", false, L"it has other names, which cannot be told: the system may need it by one of them"}};
     std::wstring left;
-    RunEvents events;
-    events.context = &left;
-    events.onLeft = [](void* context, Text, Text reason, native::Status) {
-        static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
-    };
+    const RunEvents events{.context = &left, .onLeft = [](void* context, Text, Text reason, native::Status) {
+                               static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
+                           }};
     for (const auto& [folder, goes, reason] : cases) {
         SCOPED_TRACE(folder);
         left.clear();

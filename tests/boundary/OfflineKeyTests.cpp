@@ -161,8 +161,7 @@ TEST_P(OfflineKeys, RefuseTheSameEitherWay)
     writeBytes(file, Bytes(8192, 'x'));
     EXPECT_EQ(codeOf(file, L"", GetParam()), 1009U);
     EXPECT_EQ(root->save((folder + L"\\none\\x").c_str()), 3);
-    Flushes flushes;
-    flushes.failCall(GetParam() == kOfflineEngine ? 2 : 1, FALSE, ERROR_IO_DEVICE);
+    Flushes flushes(GetParam() == kOfflineEngine ? 2 : 1, FALSE, ERROR_IO_DEVICE);
     EXPECT_EQ(root->save((file + L"2").c_str()), ERROR_IO_DEVICE);
     EXPECT_FALSE(isThere(Key(open(nullptr, L"x")))) << "and its place";
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);

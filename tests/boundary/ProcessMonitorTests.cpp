@@ -111,17 +111,8 @@ unsigned long long now()
 /// The fake objects are no proxies.
 struct WmiMonitor : Monitor
 {
-    WmiMonitor()
-    {
-        functions.setHook([](auto original, HMODULE module, LPCSTR name) {
-            return std::string_view(name) != "CoSetProxyBlanket"
-                       ? original(module, name)
-                       : reinterpret_cast<FARPROC>(
-                             FakeObject::method(+[](IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void*,
-                                                    DWORD) -> HRESULT { return S_OK; }));
-        });
-    }
-    Replaced<"GetProcAddress", decltype(&GetProcAddress)> functions;
+    const LookedUp functions{{{"CoSetProxyBlanket", address(+[](void*, DWORD, DWORD, void*, DWORD, DWORD,
+                                                                void*, DWORD) -> HRESULT { return S_OK; })}}};
     const FakeWmi wmi;
 };
 } // namespace
@@ -244,8 +235,7 @@ TEST_F(WmiMonitor, StopsWithinASecondWhileTheSystemDoesNotAnswer)
     const ProcessCounts before = ProcessCounts::now();
     answer.set();
     EXPECT_TRUE(left.wait());
-    EXPECT_TRUE(comesTrue([&] { return ProcessCounts::now().threads < before.threads; }))
-        << "its thread ends";
+    EXPECT_TRUE(comesTrue([&] { return ProcessCounts::now().threads < before.threads; }));
     EXPECT_TRUE(recorder.taken().empty()) << "and posts nothing any more";
 }
 
@@ -264,7 +254,7 @@ TEST(ProcessMonitor, IsOneForAllAndStopsWithItsLastOpening)
         EXPECT_EQ(state().first, static_cast<unsigned long>(kMonitorSnapshots));
         EXPECT_NE(CloseProcessMonitor(), 0);
         EXPECT_EQ(PMStopMonitor(), 6);
-        EXPECT_TRUE(i == 0 || before.isReachedAgain(100)) << before.describe();
+        EXPECT_TRUE(i == 0 || before.isReachedAgain(100));
     }
     EXPECT_EQ(CreateProcessMonitor(), 0);
     Replaced<"CreateThread",
@@ -274,5 +264,5 @@ TEST(ProcessMonitor, IsOneForAllAndStopsWithItsLastOpening)
     EXPECT_EQ(PMStartMonitor(kTopic, nullptr, 20, 0), 1450);
     EXPECT_EQ(state().first, static_cast<unsigned long>(kMonitorStopped));
     EXPECT_NE(CloseProcessMonitor(), 0);
-    EXPECT_TRUE(before.isReachedAgain(100)) << before.describe();
+    EXPECT_TRUE(before.isReachedAgain(100));
 }

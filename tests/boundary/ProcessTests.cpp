@@ -143,7 +143,7 @@ TEST_F(Processes, AreFoundByWhatTheyAreAndWhoStartedThem)
 {
     const Child tree(L"tree 2 3");
     const Child outside(L"sleep");
-    const std::wstring path = childProgram();
+    const std::wstring path = besideTests(L"process_child.exe");
     std::wstring upper = path;
     CharUpperBuffW(upper.data(), static_cast<DWORD>(upper.size()));
     ASSERT_TRUE(
@@ -205,7 +205,7 @@ TEST_F(Processes, TellWhatTheSystemTellsOfThem)
     ASSERT_EQ(ProcessGetDetails(process.get(), &details), 0);
     const ProcessDetails& told = details[0];
     EXPECT_EQ(told.pathCode + told.commandLineCode + told.userCode + told.accessCode, 0);
-    EXPECT_EQ(_wcsicmp(told.path, childProgram().c_str()), 0);
+    EXPECT_EQ(_wcsicmp(told.path, besideTests(L"process_child.exe").c_str()), 0);
     EXPECT_STREQ(told.commandLine, L"process_child sleep \"a b\"");
     EXPECT_STREQ(told.name, L"process_child.exe");
     EXPECT_EQ(std::wstring(told.sid), wideOf([](wchar_t** sid) { return SidOfCurrentUser(sid); }));
@@ -219,11 +219,10 @@ TEST_F(Processes, TellWhatTheSystemTellsOfThem)
     EXPECT_EQ(told.priorityClass, static_cast<unsigned long>(BELOW_NORMAL_PRIORITY_CLASS));
     EXPECT_EQ(told.startTime, entry.startTime);
 
-    // A refused part has its code, and the rest is valid.
-    Replaced<"OpenProcessToken", decltype(&OpenProcessToken)> token;
-    token.failCall(1, FALSE, ERROR_ACCESS_DENIED);
-    Replaced<"QueryFullProcessImageNameW", decltype(&QueryFullProcessImageNameW)> path;
-    path.failCall(1, FALSE, ERROR_GEN_FAILURE);
+    // A part that is refused has its code, and the rest stands.
+    Replaced<"OpenProcessToken", decltype(&OpenProcessToken)> token(1, FALSE, ERROR_ACCESS_DENIED);
+    Replaced<"QueryFullProcessImageNameW", decltype(&QueryFullProcessImageNameW)> path(1, FALSE,
+                                                                                       ERROR_GEN_FAILURE);
     Given<ProcessDetails> refused;
     ASSERT_EQ(ProcessGetDetails(process.get(), &refused), 0);
     EXPECT_EQ(refused[0].userCode * 100 + refused[0].pathCode, 531);
@@ -309,7 +308,10 @@ TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
     const Child older(L"sleep");
     const Child child(L"tree 1 2");
     const Child own(L"tree 1 2");
-    ASSERT_TRUE(comesTrue([&] { return PMRefresh() == 0 && found(PMGetTree, own.id).size() == 2; }));
+    ASSERT_TRUE(comesTrue([&] {
+        return PMRefresh() == 0 && found(PMGetTree, own.id).size() == 2 &&
+               found(PMGetTree, child.id).size() == 2;
+    }));
     const ProcessHandle process = objectOf(child);
     const ProcessHandle alone = objectOf(own);
     const DWORD left = found(PMGetTree, own.id)[1];
@@ -356,8 +358,7 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
     EXPECT_EQ(terminating.calls(), 1);
     const Child child(L"sleep");
     const ProcessHandle process = objectOf(child);
-    Replaced<"OpenSCManagerW", decltype(&OpenSCManagerW)> services;
-    services.failCall(1, nullptr, ERROR_GEN_FAILURE);
+    Replaced<"OpenSCManagerW", decltype(&OpenSCManagerW)> services(1, nullptr, ERROR_GEN_FAILURE);
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 31) << "whether it is a service cannot be told";
     EXPECT_EQ(ProcessEnd(process.get(), 4, 50), 87);
     EXPECT_EQ(terminating.calls(), 1);
@@ -376,10 +377,8 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
 
 TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)
 {
-    wchar_t folder[1024];
-    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", folder, 1024);
-    const std::wstring path = std::wstring(folder) + L"\\LSASS.exe";
-    ASSERT_TRUE(CopyFileW(childProgram().c_str(), path.c_str(), FALSE));
+    const std::wstring path = testPath(L"LSASS.exe");
+    ASSERT_TRUE(CopyFileW(besideTests(L"process_child.exe").c_str(), path.c_str(), FALSE));
     {
         const Child child(L"sleep", path);
         const ProcessHandle process = objectOf(child);
@@ -408,29 +407,18 @@ TEST_F(Processes, AreNamedByTheRestartManager)
     const Child other(L"sleep");
     users[0] = child.entry();
     users[1] = other.entry();
-    ++users[1].startTime; // an earlier process with its id
-    const std::map<std::string_view, FARPROC> stand = [] {
-        const auto as = [](auto* function) {
-            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
-        };
-        return std::map<std::string_view, FARPROC>{
-            {"RmGetList", as(+[](DWORD, UINT* needed, UINT* count, RM_PROCESS_INFO* list, DWORD*) -> DWORD {
-                 constexpr UINT kCount = 20; // more than fit in the first buffer
-                 if (failing != 0 || *count < kCount)
-                     return *needed = kCount, failing != 0 ? failing : DWORD{ERROR_MORE_DATA};
-                 for (UINT i = 0; i < kCount; ++i) {
-                     list[i].Process.dwProcessId = users[i % 2].id;
-                     std::memcpy(&list[i].Process.ProcessStartTime, &users[i % 2].startTime,
-                                 sizeof(FILETIME));
-                 }
-                 return *count = kCount, 0;
-             })}};
-    }();
-    Replaced<"GetProcAddress", decltype(&GetProcAddress)> lookup(
-        [&](auto original, HMODULE module, const char* name) {
-            const auto found = stand.find(name);
-            return found != stand.end() ? found->second : original(module, name);
-        });
+    ++users[1].startTime; // somebody that had its id before
+    const LookedUp manager(
+        {{"RmGetList", address(+[](DWORD, UINT* needed, UINT* count, RM_PROCESS_INFO* list, DWORD*) -> DWORD {
+              constexpr UINT kCount = 20; // more than a first guess takes
+              if (failing != 0 || *count < kCount)
+                  return *needed = kCount, failing != 0 ? failing : DWORD{ERROR_MORE_DATA};
+              for (UINT i = 0; i < kCount; ++i) {
+                  list[i].Process.dwProcessId = users[i % 2].id;
+                  std::memcpy(&list[i].Process.ProcessStartTime, &users[i % 2].startTime, sizeof(FILETIME));
+              }
+              return *count = kCount, 0;
+          })}});
     EXPECT_EQ(found(PMFindUsers, L"C:\\some file"), std::vector<DWORD>{child.id});
     failing = ERROR_SEM_TIMEOUT;
     Given<ProcessEntry> none;
@@ -438,7 +426,7 @@ TEST_F(Processes, AreNamedByTheRestartManager)
     EXPECT_EQ(PMFindUsers(L"C:\\some file", &none, &count), 121) << "nobody can tell that it is free";
 }
 
-TEST_F(Processes, AreSuspendedWaitedForAndAskedToClose)
+TEST_F(Processes, AndTheirThreadsAreSuspendedAndWaitedFor)
 {
     const Child child(L"sleep");
     const ProcessHandle process = objectOf(child);
@@ -477,41 +465,34 @@ TEST_F(Processes, AreSuspendedWaitedForAndAskedToClose)
     cancel.set();
     EXPECT_EQ(ProcessWait(process.get(), INFINITE, cancel.get(), &count), 1223);
 
-    // Its windows, as on a desktop: a visible one, a hidden one, and somebody else's.
-    static DWORD owner;
-    static long posted;
-    owner = child.id;
-    posted = 0;
-    Replaced<"GetProcAddress", decltype(&GetProcAddress)> desktop([](auto original, HMODULE module,
-                                                                     const char* name) {
-        const auto as = [](auto* function) {
-            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
-        };
-        const std::string_view wanted = name;
-        if (wanted == "EnumWindows")
-            return as(+[](WNDENUMPROC tell, LPARAM value) -> BOOL {
-                for (const std::uintptr_t window : {1U, 2U, 3U})
-                    tell(reinterpret_cast<HWND>(window), value);
-                return TRUE;
-            });
-        if (wanted == "GetWindowThreadProcessId")
-            return as(+[](HWND window, DWORD* id) -> DWORD {
-                return *id = reinterpret_cast<std::uintptr_t>(window) < 3 ? owner : GetCurrentProcessId();
-            });
-        if (wanted == "IsWindowVisible")
-            return as(+[](HWND window) -> BOOL { return reinterpret_cast<std::uintptr_t>(window) != 2; });
-        if (wanted == "PostMessageW")
-            return as(+[](HWND window, UINT message, WPARAM, LPARAM) -> BOOL {
-                posted = posted * 100 + static_cast<long>(reinterpret_cast<std::uintptr_t>(window) + message);
-                return TRUE;
-            });
-        return original(module, name);
-    });
-    EXPECT_EQ(ProcessCloseWindows(process.get(), &count), 0);
-    EXPECT_EQ(posted * 10 + static_cast<long>(count), (1 + WM_CLOSE) * 10 + 1);
     TerminateProcess(child.handle, 3);
     WaitForSingleObject(child.handle, 60000);
     EXPECT_EQ(ThreadWait(thread.get(), 0, nullptr), 1168);
+}
+
+// Its windows, as a desktop would have them: one that shows, one that does not, and somebody else's.
+TEST_F(Processes, AreAskedToClose)
+{
+    static DWORD owner;
+    static long posted = 0;
+    const Child child(L"sleep");
+    owner = child.id;
+    unsigned long count = 7;
+    const LookedUp desktop(
+        {{"EnumWindows", address(+[](WNDENUMPROC tell, LPARAM value) -> BOOL {
+              for (const std::uintptr_t window : {1U, 2U, 3U})
+                  tell(reinterpret_cast<HWND>(window), value);
+              return TRUE;
+          })},
+         {"GetWindowThreadProcessId", address(+[](std::uintptr_t window, DWORD* id) -> DWORD {
+              return *id = window < 3 ? owner : GetCurrentProcessId();
+          })},
+         {"IsWindowVisible", address(+[](std::uintptr_t window) -> BOOL { return window != 2; })},
+         {"PostMessageW", address(+[](std::uintptr_t window, UINT message, WPARAM, LPARAM) -> BOOL {
+              return posted = posted * 100 + static_cast<long>(window + message), TRUE;
+          })}});
+    EXPECT_EQ(ProcessCloseWindows(objectOf(child).get(), &count), 0);
+    EXPECT_EQ(posted * 10 + static_cast<long>(count), (1 + WM_CLOSE) * 10 + 1);
 }
 
 TEST_F(Processes, KnowWhetherAModuleIsStillThere)

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <map>
 #include <tuple>
 
 #include "../host/Console.h"
@@ -31,13 +30,7 @@ struct Marked : Attributes
     }
 };
 
-BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER, PULARGE_INTEGER free)
-{
-    free->QuadPart = 0;
-    return TRUE;
-}
-
-/// A file "file" and a folder "tree" in a separate folder, and waits that return at once.
+/// A file "file" and a folder "tree" in a folder of their own, and time that passes at once.
 class RealWindows : public WipeTest
 {
 protected:
@@ -119,8 +112,7 @@ protected:
     const Bytes secret = Bytes(1000, 0xE5);
     const TestEvent event;
     long left = 0;
-    DWORD waited = 0;
-    DWORD cancelAfter = INFINITE;
+    DWORD waited = 0, cancelAfter = INFINITE;
     Replaced<"Sleep", decltype(&Sleep)> sleeps{[this](auto, DWORD pause) {
         waited += pause;
         if (waited >= cancelAfter)
@@ -381,42 +373,33 @@ protected:
 
 TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
 {
-    const struct
-    {
-        std::uint64_t counted, length; // by the file system, by the device
-        char failing;
-        DWORD failure;
-        const char* steps;
-        long code;
-    } rows[] = {{2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
-                {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},    // a quota, or a sector kept aside
-                {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0}, // all is counted
-                {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // unsupported request
-                {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
-                {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
-                {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system supports it
-                {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
-                {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
+    // What is counted by the file system and by the device; what fails, how; the steps and the code.
+    const std::tuple<std::uint64_t, std::uint64_t, char, DWORD, const char*, long> rows[] = {
+        {2 * kChunk, 2 * kChunk + 8192, 0, 0, "rlwkdx", 0},
+        {kChunk + 1000, 3 * kChunk, 0, 0, "rlwkdx", 0},              // a quota, or a sector kept aside
+        {kChunk + 4096, kChunk + 4096, 0, 0, "rlwkdx", 0},           // all is counted
+        {kChunk + 512, 0, 'l', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no such question
+        {kChunk, kChunk, 'l', ERROR_CRC, "rl", ERROR_CRC},
+        {kChunk, kChunk, 'k', ERROR_NOT_READY, "rlwk", ERROR_NOT_READY},
+        {kChunk, kChunk, 'k', ERROR_INVALID_FUNCTION, "rlwkdx", 0}, // no file system that could
+        {kChunk, kChunk, 'd', ERROR_NOT_READY, "rlwkd", ERROR_NOT_READY},
+        {kChunk, kChunk, 'x', ERROR_INVALID_FUNCTION, "rlwkdx", 0}};
     Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        LARGE_INTEGER at{};
-        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        const bool isAligned = positionOf(file) % 4096 == 0;
         SetLastError(ERROR_INVALID_PARAMETER); // as of a disk with large sectors
-        return (at.QuadPart % 4096 == 0 && size % 4096 == 0) || size == 512
-                   ? original(file, data, size, rest...)
-                   : FALSE;
+        return (isAligned && size % 4096 == 0) || size == 512 ? original(file, data, size, rest...) : FALSE;
     });
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.counted << " of " << row.length << " fails " << row.failing);
-        counted = row.counted, length = row.length, failing = row.failing, failure = row.failure;
+    for (const auto& [byFiles, byDevice, fails, how, taken, code] : rows) {
+        SCOPED_TRACE(testing::Message() << byFiles << " of " << byDevice << " fails " << fails);
+        counted = byFiles, length = byDevice, failing = fails, failure = how;
         const std::size_t all = std::max(counted, length);
         writeBytes(at(L"device"), Bytes(all, 0xE5));
         steps.clear(), wiper->setNeedsReboot(0), total = 2 * counted;
-        EXPECT_EQ(wipe(kWipePartition, L"Q:\\", kWipeZeros, 2), row.code);
-        EXPECT_EQ(steps, row.steps);
-        EXPECT_EQ(readBytes(at(L"device")), Bytes(all, row.code == 0 ? 0 : 0xE5));
-        EXPECT_EQ(wiper->getNeedsReboot(), row.code == 0 ? 0U : 1U);
-        EXPECT_TRUE(row.code != 0 || (progress.done == 2 * all && progress.total == 2 * all))
-            << progress.done;
+        EXPECT_EQ(wipe(kWipePartition, L"Q:\\", kWipeZeros, 2), code);
+        EXPECT_EQ(steps, taken);
+        EXPECT_EQ(readBytes(at(L"device")), Bytes(all, code == 0 ? 0 : 0xE5));
+        EXPECT_EQ(wiper->getNeedsReboot(), code == 0 ? 0U : 1U);
+        EXPECT_TRUE(code != 0 || (progress.done == 2 * all && progress.total == 2 * all));
     }
 }
 
@@ -478,10 +461,9 @@ protected:
         return TRUE;
     }};
     Writes writes{[this](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) -> BOOL {
-        LARGE_INTEGER at{}, end{};
-        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+        LARGE_INTEGER end{};
         GetFileSizeEx(file, &end);
-        const std::uint64_t stop = at.QuadPart + size;
+        const std::uint64_t stop = positionOf(file) + size;
         if (stop > now->largest ||
             (stop > std::uint64_t(end.QuadPart) && taken() + stop - end.QuadPart > now->room)) {
             SetLastError(now->full);
@@ -517,8 +499,7 @@ TEST_F(FullVolume, EndsTheFillersAndAFilesEndBeginsTheNext)
         EXPECT_EQ(wipe(kWipeFreeSpace, at(L""), row.method), row.code);
         EXPECT_EQ(seen, std::min<std::size_t>(row.files, row.code == 0 ? 9 : 1));
         EXPECT_TRUE(row.code != 0 || (progress.done == progress.total && fills != 0));
-        EXPECT_TRUE(row.code != 0 || most == row.told || (row.room < row.told && most + kChunk > row.told))
-            << most;
+        EXPECT_TRUE(row.code != 0 || most == row.told || (row.room < row.told && most + kChunk > row.told));
         EXPECT_EQ(fillers(), 0U);
         EXPECT_TRUE(takeBootList().empty());
     }
@@ -547,9 +528,7 @@ TEST_F(RealWindows, HolesAreLeft)
     const Marked marked(FILE_ATTRIBUTE_SPARSE_FILE);
     std::vector<std::pair<std::uint64_t, DWORD>> written;
     Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        LARGE_INTEGER at{};
-        SetFilePointerEx(file, {}, &at, FILE_CURRENT);
-        written.emplace_back(at.QuadPart, size);
+        written.emplace_back(positionOf(file), size);
         return original(file, data, size, rest...);
     });
     // Two parts between three holes; none where the system does not tell.

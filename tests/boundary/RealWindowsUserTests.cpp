@@ -6,14 +6,11 @@
 #include <wtsapi32.h>
 
 #include <set>
-#include <tuple>
 
 #include "boundary/RegistryTest.h"
 #include "core/win32/utils/paths/api.h"
 
 namespace {
-using Enumerate = BOOL(WINAPI*)(HANDLE, DWORD, DWORD, PWTS_SESSION_INFOW*, DWORD*);
-
 /// The sessions of a machine, as a service of the system's account sees them.
 class Sessions : public testing::Test
 {
@@ -22,17 +19,6 @@ protected:
     {
         asked.clear(), sessions.clear(), users.clear();
         refusesClients = false;
-        addresses.setHook([](auto original, HMODULE library, LPCSTR name) {
-            const std::pair<const char*, void*> ours[] = {
-                {"WTSQueryUserToken", reinterpret_cast<void*>(&queryToken)},
-                {"WTSEnumerateSessionsW", reinterpret_cast<void*>(&enumerate)},
-                {"WTSFreeMemory", reinterpret_cast<void*>(+[](PVOID) {})},
-                {"SHGetFolderPathW", reinterpret_cast<void*>(&folderOf)}};
-            for (const auto& [own, function] : ours)
-                if (std::strcmp(name, own) == 0)
-                    return reinterpret_cast<FARPROC>(function);
-            return original(library, name);
-        });
         consoles.setHook([this](auto) { return console; });
         sids.setHook([this](auto...) -> BOOL { return isSystem; });
     }
@@ -77,24 +63,20 @@ protected:
     static inline HRESULT folders = S_OK;
     DWORD console = 1;
     bool isSystem = true;
-    CountedImport<"GetProcAddress", decltype(&GetProcAddress)> addresses{sysmaintModule()};
-    CountedImport<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> consoles{
-        sysmaintModule()};
-    CountedImport<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids{sysmaintModule()};
+    const LookedUp addresses{{{"WTSQueryUserToken", address(&queryToken)},
+                              {"WTSEnumerateSessionsW", address(&enumerate)},
+                              {"WTSFreeMemory", address(+[](PVOID) {})},
+                              {"SHGetFolderPathW", address(&folderOf)}}};
+    Replaced<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> consoles;
+    Replaced<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids;
 };
 } // namespace
 
 TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
 {
-    const struct
-    {
-        DWORD console;
-        std::vector<std::pair<ULONG, WTS_CONNECTSTATE_CLASS>> sessions;
-        std::set<ULONG> users;
-        DWORD chosen;
-        unsigned long code;
-        std::vector<ULONG> asked;
-    } rows[] = {
+    using States = std::vector<std::pair<ULONG, WTS_CONNECTSTATE_CLASS>>;
+    // The console, the sessions, their users, who is chosen, the code, and which sessions are asked.
+    const std::tuple<DWORD, States, std::set<ULONG>, DWORD, unsigned long, std::vector<ULONG>> rows[] = {
         {1, {{1, WTSActive}, {2, WTSActive}}, {1, 2}, kConsoleUser, 0, {1}},
         {1, {{0, WTSDisconnected}, {1, WTSConnected}, {2, WTSActive}}, {2}, kConsoleUser, 0, {1, 2}},
         {1, {{1, WTSConnected}, {2, WTSActive}, {3, WTSActive}}, {2, 3}, kConsoleUser, 7022, {1, 2, 3}},
@@ -105,27 +87,27 @@ TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
         {1, {{2, WTSActive}, {3, WTSActive}}, {1, 2, 3}, 3, 0, {3}},
         {1, {{2, WTSActive}}, {1, 2}, 7, 1008, {7}},
         {1, {{2, WTSActive}}, {1, 2}, kProcessUser, 0, {}}};
-    for (const auto& row : rows) {
-        console = row.console, users = row.users, asked.clear(), sessions.clear();
-        for (const auto& [number, state] : row.sessions)
+    for (const auto& [atConsole, states, loggedOn, chosen, code, expected] : rows) {
+        console = atConsole, users = loggedOn, asked.clear(), sessions.clear();
+        for (const auto& [number, state] : states)
             sessions.push_back({number, nullptr, state});
-        EXPECT_EQ(SetCurrentUserSession(row.chosen), 0);
-        SCOPED_TRACE(testing::Message() << &row - rows);
-        EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }), row.code);
-        EXPECT_EQ(asked, row.asked);
+        EXPECT_EQ(SetCurrentUserSession(chosen), 0);
+        SCOPED_TRACE(testing::Message() << chosen << " with console " << atConsole);
+        EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }), code);
+        EXPECT_EQ(asked, expected);
         EXPECT_FALSE(isImpersonating());
         asked.clear();
-        EXPECT_EQ(ImpersonateCurrentUser(), static_cast<long>(row.code));
-        EXPECT_EQ(isImpersonating(), row.code == 0);
+        EXPECT_EQ(ImpersonateCurrentUser(), static_cast<long>(code));
+        EXPECT_EQ(isImpersonating(), code == 0);
         RevertToSelf();
         // The folders belong to the same user, except those of the machine.
         EXPECT_EQ(expanded(L"%programdata%"), L"C:\\Windows\\systemprofile");
-        const bool own = row.chosen == kProcessUser;
+        const bool own = chosen == kProcessUser;
         const std::wstring profile = own ? L"C:\\Windows\\systemprofile" : L"C:\\Users\\somebody";
         for (const wchar_t* macro : {L"%appdata%", L"%localappdata%", L"%userprofile%", L"%desktop%"})
-            EXPECT_TRUE(expanded(macro, static_cast<long>(row.code)) == profile || row.code != 0) << macro;
-        EXPECT_TRUE((expanded(L"%temp%", static_cast<long>(row.code)) == profile + L"\\Temp") != own ||
-                    row.code != 0);
+            EXPECT_TRUE(expanded(macro, static_cast<long>(code)) == profile || code != 0) << macro;
+        EXPECT_TRUE((expanded(L"%temp%", static_cast<long>(code)) == profile + L"\\Temp") != own ||
+                    code != 0);
     }
     // The user of a program that is not the system's is its own, even if somebody else is logged on.
     isSystem = false, console = 1;
@@ -143,9 +125,8 @@ TEST_F(Sessions, AThreadThatStandsForAClientAsksAsTheProcess)
     refusesClients = true;
     for (const bool fails : {false, true}) {
         ASSERT_TRUE(ImpersonateSelf(SecurityIdentification));
-        CountedImport<"ImpersonateLoggedOnUser", decltype(&ImpersonateLoggedOnUser)> changes(
-            sysmaintModule());
-        changes.failCall(fails ? 1 : 0, FALSE, ERROR_NOT_ENOUGH_QUOTA);
+        Replaced<"ImpersonateLoggedOnUser", decltype(&ImpersonateLoggedOnUser)> changes(
+            fails ? 1 : 0, FALSE, ERROR_NOT_ENOUGH_QUOTA);
         asked.clear();
         EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }),
                   fails ? ERROR_NOT_ENOUGH_QUOTA : 0UL);
@@ -163,16 +144,15 @@ TEST_F(Sessions, ShortNamesInTheTemporaryFolderAreMadeLong)
 {
     isSystem = false;
     const std::wstring folder = scratchFolder() + L"\\ADMINI~1";
-    CountedImport<"GetTempPathW", decltype(&GetTempPathW)> temporary(sysmaintModule());
-    temporary.setHook([&](auto, DWORD, LPWSTR path) {
+    Replaced<"GetTempPathW", decltype(&GetTempPathW)> temporary([&](auto, DWORD, LPWSTR path) {
         std::wcscpy(path, (folder + L"\\").c_str());
         return static_cast<DWORD>(folder.size() + 1);
     });
-    CountedImport<"GetLongPathNameW", decltype(&GetLongPathNameW)> longNames(sysmaintModule());
-    longNames.setHook([](auto, LPCWSTR, LPWSTR path, DWORD) {
-        std::wcscpy(path, L"C:\\Users\\administrator\\");
-        return 23UL;
-    });
+    Replaced<"GetLongPathNameW", decltype(&GetLongPathNameW)> longNames(
+        [](auto, LPCWSTR, LPWSTR path, DWORD) {
+            std::wcscpy(path, L"C:\\Users\\administrator\\");
+            return 23UL;
+        });
     EXPECT_EQ(expanded(L"%temp%"), folder) << "one that is not there has no other name";
     CreateDirectoryW(folder.c_str(), nullptr);
     EXPECT_EQ(expanded(L"%temp%"), L"C:\\Users\\administrator");
@@ -211,13 +191,13 @@ protected:
 
     std::set<HKEY> handles, dead;
     bool isBackInVain = false;
-    std::wstring deleted = L"?"; // a key that is reported deleted
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens{sysmaintModule()};
-    CountedImport<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> hives{sysmaintModule()};
-    CountedImport<"RegQueryInfoKeyW", decltype(&RegQueryInfoKeyW)> infos{sysmaintModule()};
-    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys{sysmaintModule()};
-    CountedImport<"RegEnumValueW", decltype(&RegEnumValueW)> values{sysmaintModule()};
-    CountedImport<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries{sysmaintModule()};
+    std::wstring deleted = L"?"; // a key that is
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens;
+    Replaced<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> hives;
+    Replaced<"RegQueryInfoKeyW", decltype(&RegQueryInfoKeyW)> infos;
+    Replaced<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys;
+    Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
+    Replaced<"RegQueryValueExW", decltype(&RegQueryValueExW)> queries;
 };
 } // namespace
 
@@ -236,8 +216,7 @@ TEST_F(Logoff, NothingIsCalledMissingThatIsInAHiveThatIsGone)
     deleted = L"?";
     logOff();
     EXPECT_EQ(codeOf([&] { static_cast<void>(keyOf(path)->exists()); }), 0U);
-    EXPECT_EQ(codeOf([&] { key->deleteItem(); }), ERROR_KEY_DELETED)
-        << "whose hive it is now nobody can tell";
+    EXPECT_EQ(codeOf([&] { key->deleteItem(); }), ERROR_KEY_DELETED);
     EXPECT_TRUE(hasKey(root, L"key"));
     EXPECT_EQ(key->exists(), 1); // opened anew
     EXPECT_EQ(value->exists(), 1);
@@ -278,41 +257,53 @@ TEST_F(Logoff, AScanEndsWithItAndTheNextBeginsAnew)
     RSEngineClear(engine);
 }
 
-TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
+namespace {
+/// The system's own link to the user's classes, as if it led to the hive `name`, with all that is really
+/// below it.
+class LinkedClasses : public Registry
 {
-    const std::wstring classes = L"Software\\Classes", inner = classes + L"\\sysmaint-test";
-    addKey(L"link"); // the link itself looks empty
-    HKEY made = nullptr;
-    ASSERT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, inner.c_str(), &made), 0);
-    RegCloseKey(made);
-    HKEY hive = nullptr;
-    ASSERT_EQ(RegOpenCurrentUser(KEY_READ, &hive), 0);
-    const std::wstring user = keyName(hive), own = user + L"\\" + classes;
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(sysmaintModule());
-    opens.setHook([&](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
-        const bool asLink = (options & REG_OPTION_OPEN_LINK) != 0 &&
-                            (_wcsicmp(path, classes.c_str()) == 0 || std::wcscmp(path, L"Classes") == 0);
-        return asLink ? original(hive, (kRoot + L"\\link").c_str(), options, access, opened)
-                      : original(key, path, options, access, opened);
-    });
-    // Pretends that the link leads to the hive `name`, with everything really below it.
-    std::wstring name;
-    CountedImport<"NtQueryKey", NTSTATUS(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)> names(sysmaintModule());
-    names.setHook([&](auto original, HANDLE key, int what, PVOID result, ULONG size, PULONG length) {
-        const NTSTATUS status = original(key, what, result, size, length);
-        auto* const count = static_cast<ULONG*>(result);
-        auto* const text = reinterpret_cast<wchar_t*>(count + 1);
-        const std::wstring told(text, status == 0 ? *count / sizeof(wchar_t) : 0);
-        const bool isLink = told == user + L"\\" + kRoot + L"\\link",
-                   isBelow = told.compare(0, own.size(), own) == 0;
-        if (!isLink && !isBelow)
+protected:
+    LinkedClasses()
+    {
+        addKey(L"link"); // what it looks like as itself: empty
+        RegCreateKeyW(HKEY_CURRENT_USER, inner.c_str(), &made);
+        RegCloseKey(made);
+        opens.setHook([this](auto original, HKEY key, LPCWSTR path, DWORD options, REGSAM access,
+                             PHKEY opened) {
+            const bool asLink = (options & REG_OPTION_OPEN_LINK) != 0 &&
+                                (_wcsicmp(path, classes.c_str()) == 0 || std::wcscmp(path, L"Classes") == 0);
+            return asLink ? original(root, L"link", options, access, opened)
+                          : original(key, path, options, access, opened);
+        });
+        names.setHook([this](auto original, HANDLE key, int what, PVOID result, ULONG size, PULONG length) {
+            const NTSTATUS status = original(key, what, result, size, length);
+            auto* const count = static_cast<ULONG*>(result);
+            auto* const text = reinterpret_cast<wchar_t*>(count + 1);
+            const std::wstring told(text, status == 0 ? *count / sizeof(wchar_t) : 0);
+            const bool isLink = told == user + L"\\" + kRoot + L"\\link";
+            if (!isLink && !told.starts_with(own))
+                return status;
+            const std::wstring shown = isLink ? own : name.empty() ? name : name + told.substr(own.size());
+            *count = static_cast<ULONG>(shown.size() * sizeof(wchar_t));
+            *length = *count + sizeof(ULONG);
+            std::copy(shown.begin(), shown.end(), text);
             return status;
-        const std::wstring shown = isLink ? own : name.empty() ? name : name + told.substr(own.size());
-        *count = static_cast<ULONG>(shown.size() * sizeof(wchar_t));
-        *length = *count + sizeof(ULONG);
-        std::copy(shown.begin(), shown.end(), text);
-        return status;
-    });
+        });
+    }
+    ~LinkedClasses() override { RegDeleteKeyW(HKEY_CURRENT_USER, inner.c_str()); }
+
+    const std::wstring classes = L"Software\\Classes", inner = classes + L"\\sysmaint-test";
+    const std::wstring user = keyName(root).substr(0, keyName(root).size() - kRoot.size() - 1);
+    const std::wstring own = user + L"\\" + classes;
+    std::wstring name;
+    HKEY made = nullptr;
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens;
+    Replaced<"NtQueryKey", NTSTATUS(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)> names;
+};
+} // namespace
+
+TEST_F(LinkedClasses, AreWalkedThroughTheSystemsOwnLink)
+{
     SharedPtr<ScanItem> found;
     collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
         if (item->getPath() == L"HKEY_CURRENT_USER\\" + inner)
@@ -338,6 +329,4 @@ TEST_F(Registry, TheUsersClassesAreWalkedThroughTheSystemsOwnLink)
         EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, inner.c_str(), 0, KEY_READ, &made) != 0, isTheirs);
         RegCloseKey(made);
     }
-    RegCloseKey(hive);
-    RegDeleteKeyW(HKEY_CURRENT_USER, inner.c_str());
 }

@@ -79,8 +79,8 @@ private:
                                         : L"Software" + name.substr(name.find(L"\\Classes")) + L"\\";
     }
 
-    CountedImport<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> m_opens{sysmaintModule()};
-    CountedImport<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> m_lists{sysmaintModule()};
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> m_opens;
+    Replaced<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> m_lists;
 };
 
 /// What a state of the tests' class may consist of: a letter, a key and, if it is one, the value's name.
@@ -169,8 +169,7 @@ TEST_F(RegistrySafety, PathsLongerThanOneCallTakes)
 
         const SharedPtr<ScanItem> found = find(L"\\found");
         for (const wchar_t* name : {L"\\victim\\below", L"\\twin\\v", L"\\found\\v", L"\\v"})
-            EXPECT_EQ(collector.paths[std::wstring(L"HKEY_CURRENT_USER\\").append(path).append(name)], 1)
-                << name;
+            EXPECT_EQ(collector.paths[std::wstring(L"HKEY_CURRENT_USER\\").append(path).append(name)], 1);
         ASSERT_TRUE(found);
         dynamic_cast<IRegistryKey&>(*found).deleteItem();
         EXPECT_FALSE(hasKey(parent, L"found"));
@@ -244,8 +243,8 @@ TEST_F(RegistrySafety, ClassesAreChangedInTheHiveThatHoldsThem)
         {"create", [] { keyOf(kClass + L"\\n\\deep", HKEY_CLASSES_ROOT)->create(); }},
         {"nobody logged on",
          [] {
-             Replaced<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> sessions;
-             sessions.failCall(1, 0xFFFFFFFF, 0);
+             Replaced<"WTSGetActiveConsoleSessionId", decltype(&WTSGetActiveConsoleSessionId)> sessions(
+                 1, 0xFFFFFFFF, 0);
              keyOf(kClass, HKEY_CLASSES_ROOT)->deleteItem();
          }},
         {"found value",

@@ -125,8 +125,7 @@ TEST_F(Registry, FailingCallsOfAWalk)
     addValue(L"v");
     ASSERT_EQ(scan(), ERROR_SUCCESS);
     ASSERT_EQ(collector.calls, 4);
-    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens;
-    opens.failCall(2, ERROR_KEY_DELETED, 0);
+    Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens(2, ERROR_KEY_DELETED, 0);
     EXPECT_EQ(scan(), ERROR_SUCCESS) << "a key that is gone is no failure";
     EXPECT_EQ(opens.calls(), 3) << "one for each key";
     Replaced<"RegEnumValueW", decltype(&RegEnumValueW)> values;
@@ -145,8 +144,7 @@ TEST_F(Registry, FailingCallsOfAWalk)
 
 TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
 {
-    Replaced<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> users;
-    users.failCall(1, ERROR_NOT_READY, 0);
+    Replaced<"RegOpenCurrentUser", decltype(&RegOpenCurrentUser)> users(1, ERROR_NOT_READY, 0);
     try {
         keyOf(kRoot)->create();
         ADD_FAILURE();
@@ -161,16 +159,9 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
 
     // The session's user cannot be queried: an ordinary program is that user, the system is not.
     static DWORD refusal = ERROR_NO_TOKEN;
-    const auto refuse = +[](ULONG, PHANDLE) -> BOOL {
-        SetLastError(refusal);
-        return FALSE;
-    };
-    Replaced<"GetProcAddress", decltype(&GetProcAddress)> addresses(
-        [&](auto original, HMODULE library, LPCSTR name) {
-            return std::strcmp(name, "WTSQueryUserToken") == 0
-                       ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(refuse))
-                       : original(library, name);
-        });
+    const LookedUp sessions({{"WTSQueryUserToken", address(+[](ULONG, PHANDLE) -> BOOL {
+                                  return SetLastError(refusal), FALSE;
+                              })}});
     EXPECT_EQ(scan(), ERROR_NO_TOKEN);
     refusal = ERROR_PRIVILEGE_NOT_HELD;
     EXPECT_EQ(scan(), ERROR_SUCCESS);
@@ -183,8 +174,7 @@ TEST_F(Registry, FailuresOnTheWayToTheUsersHive)
                             : isSession                  ? ERROR_NO_SUCH_LOGON_SESSION
                                                          : long{kFailure});
         });
-    Replaced<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids;
-    sids.failCall(1, TRUE, 0);
+    Replaced<"IsWellKnownSid", decltype(&IsWellKnownSid)> sids(1, TRUE, 0);
     EXPECT_EQ(scan(), ERROR_PRIVILEGE_NOT_HELD);
 }
 

@@ -107,8 +107,7 @@ protected:
     void expectCall(const wchar_t* answers, long code, const std::wstring& record, std::int64_t removed = -9)
     {
         RestoreClient::answer(answers);
-        EXPECT_EQ(removed == -9 ? CreateRestorePoint(manager) : DeleteRestorePoint(manager, removed), code)
-            << answers << removed;
+        EXPECT_EQ(removed == -9 ? CreateRestorePoint(manager) : DeleteRestorePoint(manager, removed), code);
         EXPECT_EQ(client.takeRecord(), record) << answers << removed;
         EXPECT_TRUE(com.isBalanced()) << answers << removed;
         EXPECT_EQ(GetModuleHandleW(L"restore_client.dll"), nullptr) << "not unloaded";
@@ -291,8 +290,7 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
     const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(0);
     version = {6, 1};
-    int flag = 7;
-    int point = 0;
+    int flag = 7, point = 0;
     const std::pair<long, std::function<long()>> operations[] = {
         {15, [&] { return EnableSystemRestore(manager, L"C:\\"); }},
         {12, [&] { return IsSystemRestoreEnabled(manager, &flag); }},

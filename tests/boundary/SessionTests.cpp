@@ -11,7 +11,7 @@
 #include "support/ImportReplacement.h"
 
 namespace {
-const std::wstring program = childProgram();
+const std::wstring program = besideTests(L"process_child.exe");
 
 unsigned long console()
 {
@@ -38,8 +38,7 @@ struct ProgramRun
     }
     std::vector<const wchar_t*> texts;
     SessionProgram asked;
-    unsigned long processId = 77;
-    unsigned long exitCode = 77;
+    unsigned long processId = 77, exitCode = 77;
     std::string output;
 };
 
@@ -79,26 +78,16 @@ struct UserSessions : testing::Test
     }
 };
 
-/// Replaces functions that the library looks up.
-struct LookedUp : Replaced<"GetProcAddress", decltype(&GetProcAddress)>
+/// The code of asking for a token, which is a primary one.
+long tokenOf(unsigned long session, int elevated)
 {
-    explicit LookedUp(const std::map<std::string, void*>& functions)
-        : Replaced([functions](auto original, HMODULE module, LPCSTR name) {
-              const auto found = functions.find(name);
-              return found != functions.end() ? reinterpret_cast<FARPROC>(found->second)
-                                              : original(module, name);
-          })
-    {
-    }
-};
-template <class Function>
-void* address(Function* function)
-{
-    return reinterpret_cast<void*>(function);
-}
-BOOL WINAPI refuseToken(ULONG, HANDLE*)
-{
-    return SetLastError(ERROR_PRIVILEGE_NOT_HELD), FALSE;
+    void* token = nullptr;
+    TOKEN_TYPE type = TokenImpersonation;
+    DWORD size = 0;
+    const long code = SessionDuplicateToken(session, elevated, &token);
+    EXPECT_TRUE(code != 0 || GetTokenInformation(token, TokenType, &type, sizeof type, &size));
+    EXPECT_TRUE(code != 0 || (type == TokenPrimary && CloseHandle(token)));
+    return code;
 }
 } // namespace
 
@@ -140,27 +129,21 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
 
 TEST_F(UserSessions, GiveOutTheRightTokenOrSayWhyNot)
 {
-    void* token = nullptr;
-    const auto kindOf = [&](unsigned long session, int elevated) {
-        const long code = SessionDuplicateToken(session, elevated, &token);
-        TOKEN_TYPE type = TokenImpersonation;
-        DWORD size = 0;
-        EXPECT_TRUE(code != 0 || GetTokenInformation(token, TokenType, &type, sizeof type, &size));
-        EXPECT_TRUE(code != 0 || (type == TokenPrimary && CloseHandle(token)));
-        return code;
-    };
-    EXPECT_EQ(kindOf(console(), 0), 0);
-    EXPECT_EQ(kindOf(console(), 1), 0);
-    {
-        const LookedUp refused({{"WTSQueryUserToken", address(&refuseToken)}});
-        EXPECT_EQ(kindOf(console(), 0), 0) << "a program of the user's has it itself";
-        EXPECT_EQ(kindOf(console() + 1, 0), 1314);
-        Given<wchar_t> path;
-        EXPECT_EQ(SessionGetKnownFolder(console() + 1, &FOLDERID_Desktop, &path), 1314);
-        EXPECT_EQ(SessionImpersonation(console() + 1).getCode(), 1314);
-        EXPECT_FALSE(isImpersonating());
-    }
-    // Which half of a split token is used, and that the other one needs a missing right.
+    for (const int elevated : {0, 1})
+        EXPECT_EQ(tokenOf(console(), elevated), 0);
+    const LookedUp refused({{"WTSQueryUserToken", address(+[](ULONG, HANDLE*) -> BOOL {
+                                 return SetLastError(ERROR_PRIVILEGE_NOT_HELD), FALSE;
+                             })}});
+    EXPECT_EQ(tokenOf(console(), 0), 0) << "a program of the user's has it itself";
+    EXPECT_EQ(tokenOf(console() + 1, 0), 1314);
+    EXPECT_EQ(asText(SessionGetKnownFolder)(console() + 1, &FOLDERID_Desktop), L"code 1314");
+    EXPECT_EQ(SessionImpersonation(console() + 1).getCode(), 1314);
+    EXPECT_FALSE(isImpersonating());
+}
+
+// Which half of a split token is taken, and that a right is missing for the other one.
+TEST_F(UserSessions, GiveOutTheHalfThatIsAskedFor)
+{
     TOKEN_ELEVATION_TYPE kind{};
     DWORD isElevated = 0;
     Replaced<"GetTokenInformation", decltype(&GetTokenInformation)> asking(
@@ -190,7 +173,7 @@ TEST_F(UserSessions, GiveOutTheRightTokenOrSayWhyNot)
              {TokenElevationTypeFull, 1, 0, 1314}}) {
         kind = of;
         isElevated = flag;
-        EXPECT_EQ(kindOf(console(), wanted), code) << of << flag << wanted;
+        EXPECT_EQ(tokenOf(console(), wanted), code) << of << flag << wanted;
     }
 }
 
@@ -198,15 +181,12 @@ TEST_F(UserSessions, KnowTheFoldersOfTheirUser)
 {
     PWSTR expected = nullptr;
     ASSERT_EQ(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &expected), S_OK);
-    EXPECT_EQ(
-        wideOf([](wchar_t** path) { return SessionGetKnownFolder(console(), &FOLDERID_LocalAppData, path); }),
-        expected);
+    const auto folder = asText(SessionGetKnownFolder);
+    EXPECT_EQ(folder(console(), &FOLDERID_LocalAppData), expected);
     CoTaskMemFree(expected);
     const GUID none{1, 2, 3, {4}};
-    EXPECT_EQ(wideOf([&](wchar_t** path) { return SessionGetKnownFolder(console(), &none, path); }),
-              L"code 2");
-    EXPECT_EQ(wideOf([](wchar_t** path) { return SessionGetKnownFolder(console(), nullptr, path); }),
-              L"code 87");
+    EXPECT_EQ(folder(console(), &none), L"code 2");
+    EXPECT_EQ(folder(console(), nullptr), L"code 87");
     {
         const SessionImpersonation outer(console());
         {
@@ -250,15 +230,12 @@ TEST_F(UserSessions, RunProgramsWithWhatTheyAreGivenAndTakeWhatTheyWrite)
 
 TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
 {
-    const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-    struct Row
-    {
-        const wchar_t* program;
-        long code;
-    };
-    for (const auto& [path, code] :
-         {Row{L"process_child.exe", 87}, Row{nullptr, 87}, Row{L"C:\\not there.exe", 2},
-          Row{L"C:\\none\\not there.exe", 3}, Row{L"C:\\x.bat", 193}, Row{L"C:\\x.CMD", 193}}) {
+    const TestEvent cancel;
+    cancel.set();
+    const std::pair<const wchar_t*, long> rows[] = {
+        {L"process_child.exe", 87},      {nullptr, 87},       {L"C:\\not there.exe", 2},
+        {L"C:\\none\\not there.exe", 3}, {L"C:\\x.bat", 193}, {L"C:\\x.CMD", 193}};
+    for (const auto& [path, code] : rows) {
         ProgramRun run({L"exit", L"0"});
         run.asked.program = path;
         const long given = run.go();
@@ -270,14 +247,13 @@ TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
     for (const unsigned long options : {kRunCapture | 0UL, kRunWait | 0UL}) {
         const unsigned long ending = options | kRunEndOnTimeout;
         EXPECT_EQ(ProgramRun({L"tree", L"1", L"2"}, ending, 200).go(), 1460);
-        EXPECT_EQ(ProgramRun({L"sleep"}, ending, INFINITE, cancel).go(), 1223);
+        EXPECT_EQ(ProgramRun({L"sleep"}, ending, INFINITE, cancel.get()).go(), 1223);
         EXPECT_TRUE(allEnd()) << "and what it has started";
     }
     ProgramRun staying({L"sleep"}, kRunCapture, 50);
     EXPECT_EQ(staying.go(), 1460);
     ASSERT_EQ(running().size(), 1U) << "without the option it runs on";
     end(running()[0]);
-    CloseHandle(cancel);
 }
 
 TEST_F(UserSessions, LeaveNothingBehindWhateverFails)

@@ -42,10 +42,7 @@ protected:
     }
     static void writeList(const std::wstring& text, bool isOdd = false)
     {
-        const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-        Bytes list(bytes, bytes + text.size() * sizeof(wchar_t));
-        list.resize(list.size() + (isOdd ? 1 : 0)); // half a character at the end
-        writeBytes(L"snapshot.qmx", list);
+        writeText(L"snapshot.qmx", text, isOdd);
     }
     bool isFound(const wchar_t* name) const { return restore(3, nullptr, nullptr, name) == 0; }
 
@@ -131,8 +128,8 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
     EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"slow\"");
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", nullptr);
     {
-        Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits;
-        waits.failCall(1, WAIT_FAILED, ERROR_INVALID_HANDLE);
+        Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(1, WAIT_FAILED,
+                                                                              ERROR_INVALID_HANDLE);
         EXPECT_EQ(create(L"n"), kSnapshotFailed) << "what cannot be waited for may still run";
     }
     for (const wchar_t* none : {L"none.exe", folder.c_str()})

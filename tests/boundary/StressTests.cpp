@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <deque>
 #include <random>
-#include <thread>
 
 #include "support/Pools.h"
 #include "support/Threads.h"

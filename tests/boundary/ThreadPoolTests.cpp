@@ -9,11 +9,6 @@
 
 namespace {
 const THPCategoryOptions kUnlimited;
-
-long doNothing(IThreadContext&, void*)
-{
-    return ERROR_SUCCESS;
-}
 } // namespace
 
 TEST(ThreadPool, IsSharedByNameAndRefusesWrongArguments)
@@ -23,7 +18,8 @@ TEST(ThreadPool, IsSharedByNameAndRefusesWrongArguments)
     EXPECT_EQ(again.get(), pool.handle);
     int running = 0;
     EXPECT_EQ(THPCreateCategory(pool.handle, kCategory, kOneThread), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", &doNothing, HashMessageW(), Option(3), nullptr),
+    Work work([] {});
+    EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", work, HashMessageW(), Option(3), nullptr),
               ERROR_INVALID_PARAMETER);
     EXPECT_EQ(THPIsRunning(pool.handle, L"c", running), ERROR_NOT_FOUND) << "refused work makes no category";
     EXPECT_EQ(THPIsRunning(pool.handle, L"1", running), ERROR_NOT_FOUND) << "a name is not a number";
@@ -71,8 +67,7 @@ TEST(ThreadPool, GoesByTheOptionAtTheMaximum)
                   0);
         EXPECT_TRUE(blocker.started.wait());
     }
-    EXPECT_EQ(THPCancelWork(pool.handle, L"MADE ON THE SPOT", L"W", Operation::CancelAndWait), ERROR_SUCCESS)
-        << "names are compared without regard to case";
+    EXPECT_EQ(THPCancelWork(pool.handle, L"MADE ON THE SPOT", L"W", Operation::CancelAndWait), ERROR_SUCCESS);
 }
 
 // 10,000 items through 4 threads: each once, in queue order within a thread, 4 kernel calls each.
@@ -145,8 +140,7 @@ TEST(ThreadPool, TellsHowWorkEnded)
         const long waited = code == ERROR_CANCELLED ? ERROR_CANCELLED : ERROR_SUCCESS;
         EXPECT_EQ(pool.wait(number), waited) << number;
         EXPECT_EQ(pool.result(number), code) << number;
-        EXPECT_EQ(THPWait(pool.handle, instance, kCategory, number, 0, nullptr), waited)
-            << number << ": late";
+        EXPECT_EQ(THPWait(pool.handle, instance, kCategory, number, 0, nullptr), waited);
         EXPECT_EQ(THPGetWorkResult(pool.handle, kCategory, number, instance, result), ERROR_SUCCESS);
         EXPECT_EQ(result, code) << number;
     }
@@ -170,9 +164,7 @@ TEST(ThreadPool, TellsHowWorkEnded)
 
 TEST(ThreadPool, CancelsWhatTheKeyNamesAndNothingElse)
 {
-    Blocker running;
-    Blocker queued;
-    Blocker third;
+    Blocker running, queued, third;
     const TestPool pool;
     void* instances[2] = {};
     ASSERT_TRUE(pool.begins(1, running));
@@ -266,8 +258,7 @@ struct StoppedWork : Work
         const HANDLE either[] = {begun.get(), stopped.get()};
         return WaitForMultipleObjects(2, either, FALSE, 60000) == WAIT_OBJECT_0 + 1;
     }
-    TestEvent begun;
-    TestEvent stopped;
+    TestEvent begun, stopped;
     const DWORD own = GetCurrentThreadId();
     Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps{
         [this](auto original, auto... arguments) {
@@ -378,7 +369,7 @@ TEST(ThreadPool, GivesEverythingBackWhenClosed)
     });
     ASSERT_EQ(own->queue(1, closer), ERROR_SUCCESS);
     EXPECT_TRUE(closed.wait());
-    EXPECT_TRUE(before.isReachedAgain()) << before.describe();
+    EXPECT_TRUE(before.isReachedAgain());
 }
 
 TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
@@ -459,8 +450,7 @@ TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
             const Replaced<"GetTickCount64", decltype(&GetTickCount64)> clock(
                 [&](auto original) { return original() + (once ? 0 : passed += 3000); });
             Blocker blocker;
-            const TestEvent inside;
-            const TestEvent mayEnd;
+            const TestEvent inside, mayEnd;
             Handler handler([&] {
                 inside.set();
                 EXPECT_TRUE(mayEnd.wait());

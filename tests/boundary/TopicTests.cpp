@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "core/win32/utils/scanengine/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Pools.h"
 #include "support/Threads.h"
 
@@ -125,8 +124,7 @@ TEST(Topics, DeliverPostsOnceInEachPostersOrder)
 TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
 {
     std::vector<std::uint32_t> order;
-    const TestEvent inside;
-    const TestEvent goOn;
+    const TestEvent inside, goOn;
     const TopicHandle topic = CreateMessageTopic(L"stop");
     Handler handler([&](const MessageW& received, std::uint32_t) {
         order.push_back(received.getId());
@@ -162,13 +160,10 @@ TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
 TEST(Topics, AllowEverythingFromInsideADelivery)
 {
     for (const auto deliver : {send, post}) {
-        TestEvent done;
-        TestEvent closed;
+        TestEvent done, closed;
         const ProcessCounts before = ProcessCounts::now();
         auto topic = std::make_unique<TopicHandle>(CreateMessageTopic(L"inside"));
-        Handler late;
-        Handler other;
-        Handler handler;
+        Handler late, other, handler;
         handler.body = [&](const MessageW& received, std::uint32_t) {
             if (received.getId() == 1) {
                 EXPECT_EQ(TopicSubscribe(*topic, late), ERROR_SUCCESS);

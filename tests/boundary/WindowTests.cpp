@@ -38,8 +38,7 @@ struct Window
     }
     const DWORD owner = GetCurrentThreadId();
     std::atomic<bool> used{false};
-    TestEvent reached;
-    TestEvent goOn;
+    TestEvent reached, goOn;
 };
 } // namespace
 
@@ -131,9 +130,7 @@ TEST_F(TimeOfWaits, IsForAllDeliveriesTogetherAndTheSubscriberIsNotForgotten)
 
 TEST(Windows, AStopReleasesWhoWaitsForTheEmptiedQueue)
 {
-    const TestEvent inside;
-    const TestEvent waiting;
-    const TestEvent mayEnd;
+    const TestEvent inside, waiting, mayEnd;
     Handler handler([&] {
         inside.set();
         EXPECT_TRUE(mayEnd.wait());
@@ -205,8 +202,7 @@ namespace {
 struct LoaderLock
 {
     LoaderLock() { LdrLockLoaderLock(2, &got, &cookie); }
-    LoaderLock(const LoaderLock&) = delete;
-    LoaderLock& operator=(const LoaderLock&) = delete;
+    LoaderLock(LoaderLock&&) = delete;
     ~LoaderLock()
     {
         if (got == 1)
@@ -221,10 +217,7 @@ struct LoaderLock
 // suspended only after it has released the lock, because the end of the process would wait for it.
 TEST(Windows, QueuesButSuspendsNothingThatHoldsTheLoaderLock)
 {
-    const TestEvent locked;
-    const TestEvent mayUnlock;
-    const TestEvent unlocked;
-    const TestEvent mayEnd;
+    const TestEvent locked, mayUnlock, unlocked, mayEnd;
     std::atomic<int> runs{0};
     Work other([&] { ++runs; });
     Work loading([&] {
@@ -359,8 +352,7 @@ TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
     for (const bool topics : {false, true}) {
         const DWORD own = GetCurrentThreadId();
         std::atomic<ULONGLONG> passed{0};
-        const TestEvent inside;
-        const TestEvent mayEnd;
+        const TestEvent inside, mayEnd;
         const ProcessCounts before = ProcessCounts::now();
         const auto stay = [&] {
             inside.set();
@@ -400,17 +392,16 @@ TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
     }
 }
 
-// Two that wait for each other, or close each other: one is refused or gives way, and the other continues
-// when that one has ended.
-TEST(Endings, TwoThatWaitForEachOtherEnd)
+namespace {
+struct Meeting
+{
+    std::function<long(void*)> calls[2]; ///< what each does with the other's handle
+    bool topics;
+    bool givesWay; ///< a close does not wait
+};
+std::vector<Meeting> meetings()
 {
     using Call = std::function<long(void*)>;
-    struct Row
-    {
-        Call first, second;
-        bool topics;
-        bool givesWay; // a close does not wait
-    };
     const Call wait = [](void* pool) { return THPWait(pool, 1UL, INFINITE, nullptr); };
     const Call waitForOne = [](void* pool) { return THPWait(pool, 1UL, 1UL, INFINITE, nullptr); };
     const Call cancel = [](void* pool) { return THPCancelWork(pool, 1UL, Operation::CancelAndWait); };
@@ -421,10 +412,19 @@ TEST(Endings, TwoThatWaitForEachOtherEnd)
         const long code = TopicConsumeAll(topic, INFINITE);
         return static_cast<void>(topic.release()), code;
     };
-    const Row rows[] = {{cancel, cancel, false, false},   {wait, waitForOne, false, false},
-                        {waitForOne, close, false, true}, {close, close, false, true},
-                        {consume, consume, true, false},  {closeTopic, closeTopic, true, true}};
-    for (const Row& row : rows) {
+    return {{{cancel, cancel}, false, false},   {{wait, waitForOne}, false, false},
+            {{waitForOne, close}, false, true}, {{close, close}, false, true},
+            {{consume, consume}, true, false},  {{closeTopic, closeTopic}, true, true}};
+}
+} // namespace
+
+// Two that wait for each other, or close each other: one is told or gives way, and the other goes on when
+// that one has ended.
+TEST(Endings, TwoThatWaitForEachOtherEnd)
+{
+    int number = 0;
+    for (const Meeting& row : meetings()) {
+        SCOPED_TRACE(++number);
         void* handles[2] = {};
         const TestEvent arrived[2];
         const TestEvent ended[2];
@@ -432,9 +432,8 @@ TEST(Endings, TwoThatWaitForEachOtherEnd)
         const auto body = [&](int self) {
             arrived[self].set();
             EXPECT_TRUE(arrived[1 - self].wait());
-            const long code = (self == 0 ? row.first : row.second)(handles[1 - self]);
-            EXPECT_TRUE(code == ERROR_SUCCESS || code == ERROR_CANCELLED || code == ERROR_POSSIBLE_DEADLOCK)
-                << code;
+            const long code = row.calls[self](handles[1 - self]);
+            EXPECT_TRUE(code == ERROR_SUCCESS || code == ERROR_CANCELLED || code == ERROR_POSSIBLE_DEADLOCK);
             told += code == ERROR_POSSIBLE_DEADLOCK ? 1 : 0;
             ended[self].set();
         };
@@ -460,7 +459,7 @@ TEST(Endings, TwoThatWaitForEachOtherEnd)
         EXPECT_TRUE(told == 1 || row.givesWay);
         for (void* handle : handles) // if it is still open
             row.topics ? CloseMessageTopic(handle) : THPCloseThreadpool(handle);
-        EXPECT_TRUE(before.isReachedAgain()) << &row - rows;
+        EXPECT_TRUE(before.isReachedAgain());
     }
 }
 

@@ -125,8 +125,7 @@ TEST_F(WipeSwapTest, FilesThatBecomeOthersAreLeft)
     // What was opened cannot be identified.
     files.setHook(nullptr);
     setting.setHook(nullptr);
-    Looks asking;
-    asking.failCall(2, FALSE, ERROR_NOT_READY);
+    Looks asking(2, FALSE, ERROR_NOT_READY);
     EXPECT_EQ(wipe(kWipeFile, one), ERROR_NOT_READY);
     EXPECT_EQ(readBytes(one), named);
 }
@@ -134,10 +133,7 @@ TEST_F(WipeSwapTest, FilesThatBecomeOthersAreLeft)
 /// Its name belongs to another file when it is opened to be deleted, or already before.
 TEST_F(WipeSwapTest, FillersThatBecomeOthersAreLeft)
 {
-    FreeSpaceQueries space([](auto, LPCWSTR, auto*, auto*, auto* free) {
-        free->QuadPart = 0;
-        return TRUE;
-    });
+    const FreeSpaceQueries space(isFull);
     files.setHook([&](auto open, auto... all) {
         if (files.calls() == 2)
             swap(L"FreeSpaceFile.qmx", L"precious\\one");
@@ -183,9 +179,7 @@ TEST_F(WipeSwapTest, HalfALineOfTheBootTimeListNamesNothing)
     const std::wstring next = LR"(*FileShred*	*\??\C:\windows\x*	*1*	*1)";
     for (const auto& [text, scheduled] :
          {std::pair{line + next + L"\r\n", 0}, {line, 0}, {line + L"\r\n", 1}}) {
-        const std::wstring list = std::wstring(L"\0\0\r\n", 4) + text;
-        const auto* bytes = reinterpret_cast<const unsigned char*>(list.data());
-        writeBytes(bootListPath(), Bytes(bytes, bytes + list.size() * sizeof(wchar_t)));
+        writeText(bootListPath(), std::wstring(L"\0\0\r\n", 4) + text);
         EXPECT_EQ(ForceDeleteIsScheduled(L"C:\\windows\\torn"), scheduled);
     }
     writeBytes(bootListPath(), {0, 0, 0});

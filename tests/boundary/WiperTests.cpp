@@ -1,6 +1,7 @@
 #include <cwchar>
 #include <tuple>
 
+#include "support/Passes.h"
 #include "support/Wipe.h"
 
 namespace {
@@ -69,34 +70,14 @@ protected:
     DWORD handles = 0;
     FreeSpaceQueries space;
 };
-
-// The passes from the published table and the one place where ours departs from it, three bytes each.
-constexpr unsigned kText = 0x1000000;
-constexpr unsigned kPasses[35] = {kText,    kText,    kText,    kText,    0x555555, 0xAAAAAA, 0x924924,
-                                  0x492492, 0x249249, 0x000000, 0x111111, 0x222222, 0x333333, 0x444444,
-                                  0x555555, 0x666666, 0x777777, 0x888888, 0x999999, 0xAAAAAA, 0xBBBBBB,
-                                  0xCCCCCC, 0xDDDDDD, 0xEEEEEE, 0xFFFFFF, 0x924924, 0x492492, 0x6DB6DB,
-                                  0x6DB6DB, 0xB6DB6D, 0xDB6DB6, kText,    kText,    kText,    kText};
-
-/// Whether these are the bytes of a pass. An odd last byte of text is ignored: the methods end differently.
-bool areOf(unsigned pass, const Bytes& bytes)
-{
-    for (std::size_t i = 0; i < (pass == kText ? bytes.size() / 2 * 2 : bytes.size()); ++i)
-        if (pass != kText ? bytes[i] != (pass >> (16 - i % 3 * 8) & 0xFFU)
-                          : (i % 2 != 0 ? bytes[i] != 0 : std::isalnum(bytes[i]) == 0))
-            return false;
-    return true;
-}
 } // namespace
 
 TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
 {
     std::vector<std::pair<std::uint64_t, Bytes>> writes;
     Writes writing([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        LARGE_INTEGER position{};
-        SetFilePointerEx(file, {}, &position, FILE_CURRENT);
         const auto* bytes = static_cast<const unsigned char*>(data);
-        writes.emplace_back(position.QuadPart, Bytes(bytes, bytes + size));
+        writes.emplace_back(positionOf(file), Bytes(bytes, bytes + size));
         return original(file, data, size, rest...);
     });
     Flushes flushes;
@@ -449,8 +430,7 @@ TEST_F(WiperTest, AnswersWrongAndHarmlessArguments)
     const auto expect = [&](long code, std::uint32_t kind, const wchar_t* what, std::uint32_t method = 1,
                             DirectoryStack* entries = nullptr, IScanValidator* validator = nullptr,
                             HANDLE cancelled = nullptr) {
-        EXPECT_EQ(wiper->Wipe(nullptr, nullptr, kind, what, entries, validator, method, 1, cancelled), code)
-            << kind << what;
+        EXPECT_EQ(wiper->Wipe(nullptr, nullptr, kind, what, entries, validator, method, 1, cancelled), code);
     };
     for (const wchar_t* volume : {L"", L"Q", L"Q:"})
         expect(static_cast<long>(0x80070057UL), kWipePartition, volume);

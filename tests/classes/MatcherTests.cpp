@@ -81,14 +81,10 @@ bool verdictOneByOne(const std::vector<ScanFilter>& filters, const std::vector<S
     return accepted;
 }
 
-struct WildcardRow
-{
-    const wchar_t* pattern;
-    std::vector<const wchar_t*> matching;
-    std::vector<const wchar_t*> others;
-};
 const std::wstring kLongText = std::wstring(40000, L'Ä') + L".log";
-const WildcardRow kWildcardRows[] = {
+using Texts = std::vector<const wchar_t*>;
+const std::tuple<const wchar_t*, Texts, Texts> kWildcardRows[] = {
+    // what matches a pattern, what does not
     // Ordinary characters, without regard to case; the whole of both must be used up.
     {L"", {L""}, {L"a"}},
     {L"a", {}, {L""}},
@@ -159,12 +155,12 @@ const WildcardRow kWildcardRows[] = {
 
 TEST(Matcher, Rules)
 {
-    for (const WildcardRow& row : kWildcardRows)
-        for (const auto* texts : {&row.matching, &row.others})
+    for (const auto& row : kWildcardRows)
+        for (const Texts* texts : {&std::get<1>(row), &std::get<2>(row)})
             for (const wchar_t* text : *texts)
-                EXPECT_EQ(matchesWildcard(FoldedText(text).view(), FoldedText(row.pattern).view()),
-                          texts == &row.matching)
-                    << "'" << PrintToString(row.pattern) << "' '" << PrintToString(text) << "'";
+                EXPECT_EQ(matchesWildcard(FoldedText(text).view(), FoldedText(std::get<0>(row)).view()),
+                          texts == &std::get<1>(row))
+                    << "'" << PrintToString(std::get<0>(row)) << "' '" << PrintToString(text) << "'";
 }
 
 TEST(Matcher, NamesAreWhatTheSystemCutsOut)

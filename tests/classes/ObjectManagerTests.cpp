@@ -14,8 +14,7 @@ struct Counter : SerializableW
 {
     static constexpr const char* kClassName = "Counter";
     explicit Counter(std::uint32_t start = 0) : value(start) { ++g_living; }
-    Counter(const Counter&) = delete;
-    Counter& operator=(const Counter&) = delete;
+    Counter(Counter&&) = delete;
     ~Counter() override { --g_living; }
 
     long load(unsigned long code, IInputByteStream& stream) override

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <map>
 #include <set>
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "core/win32/registry/offline/include/HiveNames.h"
 
@@ -176,8 +174,7 @@ private:
         const std::uint32_t list = word(cell, 40);
         if (count != 0)
             take(list, 4 * count);
-        std::uint32_t name = 0;
-        std::uint32_t data = 0;
+        std::uint32_t name = 0, data = 0;
         for (std::uint32_t i = 0; i < count; ++i) {
             const std::uint32_t value = word(list, 4 * i);
             require(is(value, "vk"), "vk");
@@ -222,8 +219,6 @@ private:
     }
 
     std::span<const std::byte> m_bytes;
-    std::uint32_t m_minor = 0;
-    std::uint32_t m_hint = 0;
-    std::map<std::uint32_t, std::uint32_t> m_used;
-    std::map<std::uint32_t, std::uint32_t> m_references;
+    std::uint32_t m_minor = 0, m_hint = 0;
+    std::map<std::uint32_t, std::uint32_t> m_used, m_references;
 };

@@ -214,6 +214,5 @@ private:
     bool linked = false; ///< the link was put there
     bool clean = true;
     std::unique_ptr<FailingCall> failing;
-    std::set<std::string> named;
-    std::set<std::string> waiting;
+    std::set<std::string> named, waiting;
 };

@@ -5,7 +5,6 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
-#include <string_view>
 #include <utility>
 
 #include "support/ImportReplacement.h"

@@ -6,23 +6,17 @@
 #include <string>
 
 #include "core/win32/utils/processmanager/api.h"
+#include "support/Process.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
 
-/// The program that the tests start.
-inline std::wstring childProgram()
-{
-    wchar_t program[1024];
-    GetModuleFileNameW(nullptr, program, 1024);
-    const std::wstring self = program;
-    return self.substr(0, self.find_last_of(L'\\') + 1) + L"process_child.exe";
-}
-
-/// One run of it. The destructor ends what is left of it and of its descendants.
+/// One run of the program that the tests start. Whatever is left of it, and of what it has started, ends with
+/// this object.
 class Child
 {
 public:
-    explicit Child(const std::wstring& arguments, const std::wstring& program = childProgram())
+    explicit Child(const std::wstring& arguments,
+                   const std::wstring& program = besideTests(L"process_child.exe"))
     {
         JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
         limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
@@ -40,8 +34,7 @@ public:
         handle = started.hProcess;
         id = started.dwProcessId;
     }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
+    Child(Child&&) = delete;
     ~Child()
     {
         CloseHandle(m_job);

@@ -37,15 +37,18 @@ inline const std::map<LONG_PTR, std::vector<std::string>> kFaults = [] {
     return faults;
 }();
 
-/// Lets one of this thread's calls of an import fail for a scope. One at a time.
+/// Lets one of this thread's calls of an import, or of any thread's, fail for the length of a scope. One at a
+/// time.
 class FailingCall
 {
 public:
-    FailingCall(const std::string& import, LONG_PTR result, long number)
+    static constexpr DWORD kAnyThread = 0xFFFFFFFF;
+
+    FailingCall(const std::string& import, LONG_PTR result, long number, DWORD thread = GetCurrentThreadId())
         : m_import(sysmaintModule(), import.c_str(), reinterpret_cast<void*>(&call), &s_original)
     {
         s_result = result;
-        s_thread = GetCurrentThreadId();
+        s_thread = thread;
         s_left = number;
     }
     /// From now on none fails.
@@ -59,7 +62,7 @@ private:
     static Any WINAPI call(Any a, Any b, Any c, Any d, Any e, Any f, Any g, Any h, Any i, Any j, Any k, Any l)
     {
         const auto original = reinterpret_cast<decltype(&call)>(s_original.load());
-        if (GetCurrentThreadId() != s_thread || --s_left != 0)
+        if ((s_thread != kAnyThread && GetCurrentThreadId() != s_thread) || --s_left != 0)
             return original(a, b, c, d, e, f, g, h, i, j, k, l);
         SetLastError(kFailure);
         return s_result;
@@ -67,8 +70,8 @@ private:
 
     static inline std::atomic<void*> s_original;
     static inline LONG_PTR s_result;
-    static inline DWORD s_thread;
-    static inline long s_left = 0;
+    static inline std::atomic<DWORD> s_thread;
+    static inline std::atomic<long> s_left = 0;
     ImportReplacement m_import;
 };
 
@@ -97,7 +100,7 @@ void failEachCall(Prepare&& prepare, Operation&& operation, Check&& check)
         } while (FailingCall::hasCome() && !before.isReachedAgain(40) && ++times < 2);
         if (!FailingCall::hasCome())
             return false;
-        EXPECT_LT(times, 2) << before.describe() << ", then " << ProcessCounts::now().describe();
+        EXPECT_LT(times, 2) << before.isReachedAgain(1).message();
         EXPECT_FALSE(isImpersonating());
         check(import, result);
         return true;

@@ -41,8 +41,7 @@ public:
                 s_exceptionHead = s_measured - sizeof(long);
             }
     }
-    HeapWatch(const HeapWatch&) = delete;
-    HeapWatch& operator=(const HeapWatch&) = delete;
+    HeapWatch(HeapWatch&&) = delete;
     ~HeapWatch() { disarm(); }
 
     /// The blocks allocated and not freed since the watch began; 0 without a watch.

@@ -5,8 +5,6 @@
 #include <winioctl.h>
 
 #include <cstring>
-#include <map>
-#include <string>
 
 #include "core/win32/registry/offline/include/HiveFile.h"
 #include "support/Wipe.h"

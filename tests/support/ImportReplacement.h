@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
-#include <vector>
 
 /// Replaces one imported function in a module's import table for a scope.
 class ImportReplacement
@@ -44,8 +44,7 @@ public:
             *original = m_original;
         set(replacement);
     }
-    ImportReplacement(const ImportReplacement&) = delete;
-    ImportReplacement& operator=(const ImportReplacement&) = delete;
+    ImportReplacement(ImportReplacement&&) = delete;
     ~ImportReplacement() { set(m_original); }
 
 private:
@@ -68,6 +67,8 @@ struct ImportName
     constexpr ImportName(const char (&name)[N]) { std::copy_n(name, N, text); } // NOLINT
     char text[N]{};
 };
+
+inline constexpr long kEachCall = -1;
 
 /// Counts the calls of one imported function, and makes chosen calls fail or do something else.
 ///
@@ -93,6 +94,7 @@ public:
     }
 
     /// Call `number` (from 1, counted from now) returns `result` with the last error `code`. 0: none fails.
+    /// kEachCall: all of them.
     void failCall(long number, Value result, DWORD code)
     {
         s_calls = 0;
@@ -115,7 +117,7 @@ private:
     static Result WINAPI replaced(Arguments... arguments)
     {
         const long number = ++s_calls;
-        if (number == s_failing) {
+        if (number == s_failing || s_failing == kEachCall) {
             SetLastError(s_code);
             if constexpr (!std::is_void_v<Result>)
                 return s_result;
@@ -146,9 +148,31 @@ template <ImportName Name, class Function>
 struct Replaced : CountedImport<Name, Function>
 {
     static constexpr const char* kName = Name.text;
-    explicit Replaced(typename CountedImport<Name, Function>::Hook hook = nullptr)
-        : CountedImport<Name, Function>(sysmaintModule())
+    using Import = CountedImport<Name, Function>;
+    explicit Replaced(typename Import::Hook hook = nullptr) : Import(sysmaintModule())
     {
         this->setHook(std::move(hook));
     }
+    Replaced(long failing, typename Import::Value result, DWORD code) : Import(sysmaintModule())
+    {
+        this->failCall(failing, result, code);
+    }
 };
+
+/// Functions that the DLL looks up by their names, replaced for the length of a scope.
+struct LookedUp : Replaced<"GetProcAddress", decltype(&GetProcAddress)>
+{
+    explicit LookedUp(const std::map<std::string_view, void*>& functions)
+        : Replaced([functions](auto original, HMODULE module, LPCSTR name) {
+              const auto found = functions.find(name);
+              return found != functions.end() ? reinterpret_cast<FARPROC>(found->second)
+                                              : original(module, name);
+          })
+    {
+    }
+};
+template <class Result, class... Arguments>
+void* address(Result(WINAPI* function)(Arguments...))
+{
+    return reinterpret_cast<void*>(function);
+}

@@ -43,10 +43,8 @@ struct Blocker : Work
           })
     {
     }
-    std::atomic<int> begun{0};
-    std::atomic<int> ended{0};
-    TestEvent started;
-    TestEvent goOn;
+    std::atomic<int> begun{0}, ended{0};
+    TestEvent started, goOn;
 };
 
 /// A pool with one category, closed at the end of the scope.
@@ -57,8 +55,7 @@ struct TestPool
     {
         EXPECT_EQ(THPCreateCategory(handle, kCategory, options), ERROR_SUCCESS);
     }
-    TestPool(const TestPool&) = delete;
-    TestPool& operator=(const TestPool&) = delete;
+    TestPool(TestPool&&) = delete;
     ~TestPool() { close(); }
 
     void close()

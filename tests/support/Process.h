@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <windows.h>
 
 #include <process.h>
@@ -7,6 +8,7 @@
 #include <winternl.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <stdexcept>
@@ -51,8 +53,7 @@ inline DWORD processHandleCount(HANDLE sample = nullptr)
 /// What the process holds now, for a later comparison.
 struct ProcessCounts
 {
-    DWORD threads = 0;
-    DWORD handles = 0;
+    DWORD threads = 0, handles = 0;
     long blocks = 0; // of the module whose heap is watched, if one is
 
     static ProcessCounts now()
@@ -77,18 +78,27 @@ struct ProcessCounts
                std::to_string(blocks) + " blocks";
     }
 
-    /// Whether the process returns to no more than this. Allows time for what ends by itself.
-    [[nodiscard]] bool isReachedAgain(int attempts = 600) const
+    /// Whether the process comes back to no more than this. What ends by itself is given time to.
+    [[nodiscard]] testing::AssertionResult isReachedAgain(int attempts = 600) const
     {
-        for (; attempts > 0; --attempts) {
-            const ProcessCounts counts = now();
-            if (counts.threads <= threads && counts.handles <= handles && counts.blocks <= blocks)
-                return true;
+        ProcessCounts counts = now();
+        const auto isReached = [&] {
+            return counts.threads <= threads && counts.handles <= handles && counts.blocks <= blocks;
+        };
+        for (; !isReached() && attempts > 1; --attempts, counts = now())
             Sleep(50);
-        }
-        return false;
+        return (isReached() ? testing::AssertionSuccess() : testing::AssertionFailure())
+               << describe() << ", then " << counts.describe();
     }
 };
+
+/// The path of a program or library that stands beside the tests.
+inline std::wstring besideTests(const wchar_t* name)
+{
+    wchar_t path[1024];
+    GetModuleFileNameW(nullptr, path, 1024);
+    return std::filesystem::path(path).replace_filename(name).wstring();
+}
 
 /// Starts this program once more, with these arguments.
 inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)
@@ -118,8 +128,7 @@ class TestEvent
 {
 public:
     TestEvent() = default;
-    TestEvent(const TestEvent&) = delete;
-    TestEvent& operator=(const TestEvent&) = delete;
+    TestEvent(TestEvent&&) = delete;
     ~TestEvent() { CloseHandle(m_handle); }
 
     void set() const { SetEvent(m_handle); }

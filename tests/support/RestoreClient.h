@@ -2,20 +2,6 @@
 
 #include "support/Wipe.h"
 
-inline std::wstring readText(const std::wstring& path)
-{
-    const Bytes bytes = readBytes(path);
-    return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
-}
-
-/// A program or library beside the tests.
-inline std::wstring besideTests(const wchar_t* name)
-{
-    wchar_t path[MAX_PATH];
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    return std::filesystem::path(path).replace_filename(name).wstring();
-}
-
 /// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
 /// end the process. standins/RestoreClient.cpp describes what it answers and records.
 class RestoreClient

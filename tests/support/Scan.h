@@ -7,7 +7,6 @@
 #include <initializer_list>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "core/win32/utils/scanengine/api.h"
 #include "support/ImportReplacement.h"
@@ -74,8 +73,7 @@ public:
         FSEngineRegisterHandler(handle, handler, kContainerFound, 0, 0);
         FSEngineRegisterHandler(handle, handler, kLeafFound, 0, 0);
     }
-    TestEngine(const TestEngine&) = delete;
-    TestEngine& operator=(const TestEngine&) = delete;
+    TestEngine(TestEngine&&) = delete;
     ~TestEngine() { CloseFileScanEngine(handle); }
 
     long scan(const std::wstring& folder, unsigned depth = 65535, HANDLE cancelEvent = nullptr,

@@ -19,8 +19,7 @@ class Given
 {
 public:
     Given() = default;
-    Given(const Given&) = delete;
-    Given& operator=(const Given&) = delete;
+    Given(Given&&) = delete;
     ~Given() { utilsFreeMemory(m_buffer); }
     T** operator&() // NOLINT: it stands for the pointer, of a new buffer
     {

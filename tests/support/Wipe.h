@@ -28,6 +28,18 @@ inline Bytes readBytes(const std::wstring& path)
     return Bytes(text.view().begin(), text.view().end());
 }
 
+/// The same of UTF-16; half a character, as hostile files have it, may be added.
+inline void writeText(const std::wstring& path, const std::wstring& text, bool isOdd = false)
+{
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.c_str());
+    writeBytes(path, Bytes(bytes, bytes + text.size() * sizeof(wchar_t) + (isOdd ? 1 : 0)));
+}
+inline std::wstring readText(const std::wstring& path)
+{
+    const Bytes bytes = readBytes(path);
+    return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+}
+
 inline bool isThere(const std::wstring& path)
 {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -43,9 +55,16 @@ inline std::wstring bootListPath()
 /// What is on the boot-time list, which is empty afterwards.
 inline std::wstring takeBootList()
 {
-    const Bytes bytes = readBytes(bootListPath());
+    std::wstring list = readText(bootListPath());
     DeleteFileW(bootListPath().c_str());
-    return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+    return list;
+}
+
+inline std::uint64_t positionOf(HANDLE file)
+{
+    LARGE_INTEGER at{};
+    SetFilePointerEx(file, {}, &at, FILE_CURRENT);
+    return static_cast<std::uint64_t>(at.QuadPart);
 }
 
 using Opens = Replaced<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD,
@@ -55,6 +74,14 @@ using Flushes = Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)>;
 using Looks = Replaced<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)>;
 using Attributes = Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>;
 using FreeSpaceQueries = Replaced<"GetDiskFreeSpaceExW", decltype(&GetDiskFreeSpaceExW)>;
+
+/// A hook that tells of a full volume.
+inline BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER,
+                   PULARGE_INTEGER free)
+{
+    free->QuadPart = 0;
+    return TRUE;
+}
 
 constexpr std::uint64_t kChunk = 1048576;
 constexpr DWORD kOpenToWipe = 0x04000080; // the flags of the open that deletes

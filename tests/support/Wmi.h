@@ -20,8 +20,7 @@ struct ComCalls
 {
     long failing = 0; ///< number of the call that fails, from 1; 0: none
     HRESULT code = S_OK;
-    long calls = 0;
-    long apartments = 0;
+    long calls = 0, apartments = 0;
     long references = 0; ///< of the stand-ins' objects
     long texts = 0;
 

@@ -44,16 +44,14 @@ struct StayingHandler : IMessageHandler
         inside.set();
         static_cast<void>(mayEnd.wait());
     }
-    TestEvent inside;
-    TestEvent mayEnd;
+    TestEvent inside, mayEnd;
 };
 
 /// The library under test, with its user, loaded for a scope.
 struct Library
 {
     Library() = default;
-    Library(const Library&) = delete;
-    Library& operator=(const Library&) = delete;
+    Library(Library&&) = delete;
     ~Library() { FreeLibrary(user); }
     template <class... Arguments>
     long call(const char* name, Arguments... arguments) const
@@ -73,8 +71,7 @@ bool isLoaded()
 int runChild(const std::string& mode)
 {
     const auto is = [&](const char* part) { return mode.find(part) != std::string::npos; };
-    const TestEvent started;
-    const TestEvent mayEnd;
+    const TestEvent started, mayEnd;
     StayingHandler handler;
     workStarted = &started;
     workMayEnd = &mayEnd;
@@ -112,8 +109,7 @@ int runChild(const std::string& mode)
 
 TEST(Unload, GivesEverythingBackOnceAllPoolsAreClosed)
 {
-    const TestEvent started;
-    const TestEvent mayEnd;
+    const TestEvent started, mayEnd;
     workStarted = &started;
     workMayEnd = &mayEnd;
     mayEnd.set();
@@ -127,8 +123,7 @@ TEST(Unload, GivesEverythingBackOnceAllPoolsAreClosed)
         EXPECT_TRUE(comesTrue([] { return !isLoaded(); }));
         limit = round < 0 ? ProcessCounts::now() : limit;
         limit.handles += round < 0 ? 0 : 4; // the compiler's runtime loses them with each load
-        EXPECT_TRUE(limit.isReachedAgain())
-            << limit.describe() << ", now " << ProcessCounts::now().describe();
+        EXPECT_TRUE(limit.isReachedAgain());
     }
 }
 

@@ -5,7 +5,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <sstream>
 
 #include "core/win32/utils/strings/api.h"

@@ -23,7 +23,7 @@ const auto resource = asText(VersionGetString);
 
 TEST(Formatting, OfNumbersIsTheLocales)
 {
-    CountedImport<"GetLocaleInfoEx", decltype(&GetLocaleInfoEx)> locale(sysmaintModule());
+    Replaced<"GetLocaleInfoEx", decltype(&GetLocaleInfoEx)> locale;
     std::wstring grouping = L"3;0";
     locale.setHook([&](auto, const wchar_t*, LCTYPE kind, wchar_t* target, int) {
         return static_cast<int>(wcslen(wcscpy(target, kind == LOCALE_SDECIMAL    ? L","
@@ -100,16 +100,14 @@ TEST(Formatting, OfTimesAndVersionsIsReadBack)
 
 TEST(Formatting, LocalTimeAndVersions)
 {
-    // Daylight saving by the rules of that day: the system is asked for the zone's rules, not for today's
-    // difference.
-    CountedImport<"SystemTimeToTzSpecificLocalTime", decltype(&SystemTimeToTzSpecificLocalTime)> zone(
-        sysmaintModule());
-    zone.setHook([](auto, const TIME_ZONE_INFORMATION* given, const SYSTEMTIME* utc, SYSTEMTIME* local) {
-        EXPECT_EQ(given, nullptr);
-        *local = *utc;
-        local->wHour = 7;
-        return TRUE;
-    });
+    // Summer time by the rules of that day: the system is asked for the zone's, not for today's difference.
+    Replaced<"SystemTimeToTzSpecificLocalTime", decltype(&SystemTimeToTzSpecificLocalTime)> zone(
+        [](auto, const TIME_ZONE_INFORMATION* given, const SYSTEMTIME* utc, SYSTEMTIME* local) {
+            EXPECT_EQ(given, nullptr);
+            *local = *utc;
+            local->wHour = 7;
+            return TRUE;
+        });
     for (const auto& [isLong, part] : {std::pair(0, L"7:00"), {0, L"29"}, {1, L"2024"}, {1, L"7:00:00"}})
         EXPECT_NE(date(133536816000000000, isLong).find(part), std::wstring::npos);
 

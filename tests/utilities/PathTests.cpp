@@ -147,11 +147,10 @@ TEST(Paths, ProtectedAndValid)
          {L"C:\\users\\somebody\\file", L"C:\\Program Files\\thing", L"C:\\windows2",
           L"C:\\users\\somebody\\AppData\\Local\\Temp", L"\\\\server\\share\\users", other.c_str()})
         EXPECT_EQ(isProtected(path), 0) << utf8(path);
-    const std::wstring longest(255, L'x');
+    const std::wstring longest(255, L'x'), longer(256, L'x');
     for (const wchar_t* name : {L"a b.txt", longest.c_str()})
         EXPECT_EQ(valid(name), 1);
-    for (const wchar_t* name :
-         {L"a.", L"a ", L"COM1.txt", L"a\x1f", L"", L"..", L"a:b", (longest + L"x").c_str()})
+    for (const wchar_t* name : {L"a.", L"a ", L"COM1.txt", L"a\x1f", L"", L"..", L"a:b", longer.c_str()})
         EXPECT_EQ(valid(name), 0) << utf8(name);
 }
 
@@ -205,7 +204,7 @@ TEST(Paths, LinkTargets)
         {data(0x80000013, L"x", 0), L"code 4394"},
         {"abc", L"code 4392"}};
     const auto target = asText(PathReadLinkTarget);
-    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(sysmaintModule());
+    Replaced<"DeviceIoControl", decltype(&DeviceIoControl)> control;
     for (const auto& row : rows) {
         control.setHook([&](auto, HANDLE, DWORD, void*, DWORD, void* answer, DWORD, DWORD* size, auto) {
             std::memcpy(answer, row.first.data(), row.first.size());

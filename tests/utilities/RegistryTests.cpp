@@ -2,7 +2,6 @@
 
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/security/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Utilities.h"
 
 namespace {
@@ -27,104 +26,99 @@ void put(const wchar_t* sub, const wchar_t* name, DWORD type, const std::wstring
 }
 std::wstring read(const wchar_t* name, int expand = 0)
 {
-    return wideOf(
-        [&](wchar_t** r) { return RegistryReadString(kUser, key(L"a").c_str(), name, 0, expand, r); });
+    return asText(RegistryReadString)(kUser, key(L"a").c_str(), name, 0, expand);
 }
-int exists(const wchar_t* sub)
+long long exists(const wchar_t* sub)
 {
-    return flagOf([&](int* f) { return RegistryKeyExists(kUser, key(sub).c_str(), 0, f); });
+    return asNumber(RegistryKeyExists)(kUser, key(sub).c_str(), 0);
 }
-std::wstring file(const wchar_t* name)
-{
-    wchar_t text[1024];
-    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", text, 1024);
-    return std::wstring(text) + L"\\" + name;
-}
+const std::wstring kIn = testPath(L"in.reg");
 long import(const std::wstring& text)
 {
     const std::wstring all = L"\xFEFF" + text;
-    EXPECT_EQ(FileWriteAtomically(file(L"in.reg").c_str(), all.data(), all.size() * 2), 0);
-    return RegistryImportText(file(L"in.reg").c_str(), 0);
+    EXPECT_EQ(FileWriteAtomically(kIn.c_str(), all.data(), all.size() * 2), 0);
+    return RegistryImportText(kIn.c_str(), 0);
 }
 } // namespace
 
 TEST(Registry, ValuesOfEveryShape)
 {
     const Scratch scratch;
-    unsigned long dword = 7, type = 0;
-    unsigned long long qword = 7;
-    Given<wchar_t> list;
+    unsigned long type = 0;
     Given<unsigned char> bytes;
     size_t count = 0;
-    put(L"a", L"ended", REG_SZ, std::wstring(L"text\0", 5));
-    put(L"a", L"open", REG_SZ, L"text");
-    put(L"a", L"more", REG_SZ, std::wstring(L"text\0x\0", 7));
-    put(L"a", L"odd", REG_SZ, L"text", 1);
-    put(L"a", L"none", REG_SZ, L"");
-    put(L"a", L"var", REG_EXPAND_SZ, L"%windir%\\x");
-    put(L"a", L"long var", REG_EXPAND_SZ, std::wstring(40000, L'x') + L"%windir%");
-    put(L"a", L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8));
-    put(L"a", L"tail", REG_MULTI_SZ, L"a");
-    put(L"a", L"three", REG_DWORD, L"ab", 1);
-    put(L"a", L"", REG_SZ, L"unnamed");
-    put(L"a", L"long", REG_SZ, std::wstring(100000, L'x'));
+    const std::wstring a = key(L"a");
+    const std::wstring longer(100000, L'x');
     const struct
     {
-        std::wstring actual, expected;
-    } rows[] = {
-        {read(L"ended"), L"text"},
-        {read(L"open"), L"text"},
-        {read(L"more"), L"text"},
-        {read(L"odd"), L"tex"},
-        {read(L"none"), L""},
-        {read(L"var"), L"%windir%\\x"},
-        {read(L"var", 1), L"C:\\windows\\x"},
-        {read(L"ended", 1), L"text"},
-        {read(L"long var", 1), std::wstring(40000, L'x') + L"C:\\windows"},
-        {read(L""), L"unnamed"},
-        {read(L"long"), std::wstring(100000, L'x')},
-        {read(L"list"), L"code 1630"},
-        {read(L"not there"), L"code 2"},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.actual, row.expected) << &row - rows;
-    const std::wstring a = key(L"a");
-    EXPECT_EQ(RegistryReadMultiString(kUser, a.c_str(), L"list", 0, &list, &count), 0);
-    EXPECT_EQ(std::wstring(list.get(), 6), std::wstring(L"a\0bc\0\0", 6));
-    EXPECT_EQ(count, 2U);
-    Given<wchar_t> tail;
-    EXPECT_EQ(RegistryReadMultiString(kUser, a.c_str(), L"tail", 0, &tail, &count), 0);
-    EXPECT_EQ(std::wstring(tail.get(), 3), std::wstring(L"a\0\0", 3));
-    EXPECT_EQ(RegistryReadDword(kUser, a.c_str(), L"three", 0, &dword), 13);
-    EXPECT_EQ(RegistryReadDword(kUser, a.c_str(), L"open", 0, &dword), 1630);
-    EXPECT_EQ(RegistryWriteDword(kUser, a.c_str(), L"d", 0, 0x80000001), 0);
-    EXPECT_EQ(RegistryReadDword(kUser, a.c_str(), L"d", 0, &dword), 0);
-    EXPECT_EQ(dword, 0x80000001);
-    EXPECT_EQ(RegistryReadQword(kUser, a.c_str(), L"d", 0, &qword), 1630);
-    EXPECT_EQ(RegistryWriteBinary(kUser, a.c_str(), L"q", 0, "12345678", 8, REG_QWORD), 0);
-    EXPECT_EQ(RegistryReadQword(kUser, a.c_str(), L"q", 0, &qword), 0);
-    EXPECT_EQ(qword, 0x3837363534333231U);
+        const wchar_t* name;
+        DWORD type;
+        std::wstring data, text; // as it stands there, and as it is read
+        std::size_t odd = 0;
+        int expand = 0;
+    } rows[] = {{L"ended", REG_SZ, std::wstring(L"text\0", 5), L"text"},
+                {L"ended", REG_SZ, std::wstring(L"text\0", 5), L"text", 0, 1},
+                {L"open", REG_SZ, L"text", L"text"},
+                {L"more", REG_SZ, std::wstring(L"text\0x\0", 7), L"text"},
+                {L"odd", REG_SZ, L"text", L"tex", 1},
+                {L"none", REG_SZ, L"", L""},
+                {L"var", REG_EXPAND_SZ, L"%windir%\\x", L"%windir%\\x"},
+                {L"var", REG_EXPAND_SZ, L"%windir%\\x", L"C:\\windows\\x", 0, 1},
+                {L"long var", REG_EXPAND_SZ, longer + L"%windir%", longer + L"C:\\windows", 0, 1},
+                {L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8), L"code 1630"},
+                {L"", REG_SZ, L"unnamed", L"unnamed"},
+                {L"long", REG_SZ, longer, longer}};
+    for (const auto& row : rows) {
+        put(L"a", row.name, row.type, row.data, row.odd);
+        EXPECT_EQ(read(row.name, row.expand), row.text) << utf8(row.name);
+    }
+    EXPECT_EQ(read(L"not there"), L"code 2");
+    put(L"a", L"tail", REG_MULTI_SZ, L"a");
+    for (const auto& [name, text] :
+         {std::pair(L"list", std::wstring(L"a\0bc\0\0", 6)), {L"tail", std::wstring(L"a\0\0", 3)}}) {
+        Given<wchar_t> list;
+        EXPECT_EQ(RegistryReadMultiString(kUser, a.c_str(), name, 0, &list, &count), 0);
+        EXPECT_EQ(std::wstring(list.get(), text.size()), text);
+        EXPECT_EQ(count, text.size() / 3);
+    }
     EXPECT_EQ(RegistryReadBinary(kUser, a.c_str(), L"odd", 0, &bytes, &count, &type), 0);
     EXPECT_EQ(count * 10 + type, 71U);
     EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 0, L"x", REG_BINARY), 87);
     EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 7, L"x", REG_SZ), 87);
     EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 64, L"x", REG_SZ), 0);
     EXPECT_EQ(read(L"s"), L"x");
-    EXPECT_EQ(flagOf([&](int* f) { return RegistryValueExists(kUser, a.c_str(), L"s", 0, f); }), 1);
-    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, a.c_str(), L"s", 0), 0);
-    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, a.c_str(), L"s", 0), 0);
-    EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, key(L"no").c_str(), L"s", 0), 0);
-    EXPECT_EQ(flagOf([&](int* f) { return RegistryValueExists(kUser, a.c_str(), L"s", 0, f); }), 0);
+    EXPECT_EQ(asText(RegistryTypeName)(REG_QWORD), L"REG_QWORD");
+    EXPECT_EQ(asText(RegistryTypeName)(12), L"12");
+}
+
+TEST(Registry, NumbersAndWhatIsThere)
+{
+    const Scratch scratch;
+    const auto dword = asNumber(RegistryReadDword);
+    const auto qword = asNumber(RegistryReadQword);
+    const auto isThere = asNumber(RegistryValueExists);
+    const std::wstring a = key(L"a");
+    put(L"a", L"three", REG_DWORD, L"ab", 1);
+    put(L"a", L"open", REG_SZ, L"text");
+    EXPECT_EQ(dword(kUser, a.c_str(), L"three", 0), -13);
+    EXPECT_EQ(dword(kUser, a.c_str(), L"open", 0), -1630);
+    EXPECT_EQ(RegistryWriteDword(kUser, a.c_str(), L"d", 0, 0x80000001), 0);
+    EXPECT_EQ(dword(kUser, a.c_str(), L"d", 0), 0x80000001);
+    EXPECT_EQ(qword(kUser, a.c_str(), L"d", 0), -1630);
+    EXPECT_EQ(RegistryWriteBinary(kUser, a.c_str(), L"q", 0, "12345678", 8, REG_QWORD), 0);
+    EXPECT_EQ(qword(kUser, a.c_str(), L"q", 0), 0x3837363534333231);
+    EXPECT_EQ(isThere(kUser, a.c_str(), L"open", 0), 1);
+    for (const std::wstring& path : {a, a, key(L"no")})
+        EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, path.c_str(), L"open", 0), 0);
+    EXPECT_EQ(isThere(kUser, a.c_str(), L"open", 0), 0);
     EXPECT_EQ(exists(L"a") * 10 + exists(L"b"), 10);
     unsigned long long now = 0, time = 0;
     GetSystemTimeAsFileTime(reinterpret_cast<FILETIME*>(&now));
     EXPECT_EQ(RegistryGetLastWrite(kUser, a.c_str(), 0, &time), 0);
     EXPECT_LT(now - time, 600000000U);
-    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryTypeName(REG_QWORD, r); }), L"REG_QWORD");
-    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryTypeName(12, r); }), L"12");
 }
 
-TEST(Registry, TreesAndTexts)
+TEST(Registry, TreesAreCopiedExportedDeletedAndImported)
 {
     const Scratch scratch;
     for (const wchar_t* wrong : {L"", L"\\", L"\\\\"})
@@ -147,8 +141,8 @@ TEST(Registry, TreesAndTexts)
     const auto exported = [](const wchar_t* name) {
         Given<unsigned char> bytes;
         size_t size = 0;
-        EXPECT_EQ(RegistryExportText(kUser, kTop, 0, file(name).c_str()), 0);
-        EXPECT_EQ(FileReadAll(file(name).c_str(), 1000000, &bytes, &size), 0);
+        EXPECT_EQ(RegistryExportText(kUser, kTop, 0, testPath(name).c_str()), 0);
+        EXPECT_EQ(FileReadAll(testPath(name).c_str(), 1000000, &bytes, &size), 0);
         return std::wstring(reinterpret_cast<wchar_t*>(bytes.get()), size / 2);
     };
     const std::wstring before = exported(L"before.reg");
@@ -158,10 +152,14 @@ TEST(Registry, TreesAndTexts)
     EXPECT_NE(before.find(L"\"d\"=dword:abcdef01\r\n"), std::wstring::npos);
     EXPECT_EQ(RegistryDeleteTree(kUser, kTop, 0), 0);
     EXPECT_EQ(exists(L""), 0);
-    EXPECT_EQ(RegistryImportText(file(L"before.reg").c_str(), 0), 0);
+    EXPECT_EQ(RegistryImportText(testPath(L"before.reg").c_str(), 0), 0);
     EXPECT_EQ(exported(L"after.reg"), before);
-    EXPECT_EQ(RegistryExportText(kUser, L"Software\\not there", 0, file(L"x.reg").c_str()), 2);
+    EXPECT_EQ(RegistryExportText(kUser, L"Software\\not there", 0, testPath(L"x.reg").c_str()), 2);
+}
 
+TEST(Registry, TextsAreTakenWholeOrNotAtAll)
+{
+    const Scratch scratch;
     const std::wstring head =
         L"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\sysmaint-u18\\i]\r\n";
     const std::wstring longKey(256, L'k');
@@ -180,8 +178,7 @@ TEST(Registry, TreesAndTexts)
     EXPECT_EQ(import(L"REGEDIT4\r\n"), 13);
     EXPECT_EQ(import(head + L"\"symbolicLinkValue\"=hex(6):5c,00"), 13) << "a key that would pass for a link";
     EXPECT_EQ(import(head + L"; note\r\n@=\"x\"\r\n\"b\"=hex(2):61,00,\\\r\n  62,00"), 0);
-    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryReadString(kUser, key(L"i").c_str(), L"b", 0, 0, r); }),
-              L"ab");
+    EXPECT_EQ(asText(RegistryReadString)(kUser, key(L"i").c_str(), L"b", 0, 0), L"ab");
 }
 
 TEST(Registry, LinksAndPaths)
@@ -194,11 +191,7 @@ TEST(Registry, LinksAndPaths)
     ASSERT_EQ(RegCreateKeyExW(kUser, link.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS,
                               nullptr, &made, nullptr),
               0);
-    HKEY hive = nullptr;
-    EXPECT_EQ(RegistryOpenUserHive(1, &hive), 0);
-    EXPECT_EQ(RegCloseKey(hive), 0);
-    const std::wstring to = L"\\Registry\\User\\" + wideOf([](wchar_t** r) { return SidOfCurrentUser(r); }) +
-                            L"\\" + key(L"target");
+    const std::wstring to = L"\\Registry\\User\\" + asText(SidOfCurrentUser)() + L"\\" + key(L"target");
     EXPECT_EQ(RegSetValueExW(made, L"SymbolicLinkValue", 0, REG_LINK,
                              reinterpret_cast<const BYTE*>(to.data()), static_cast<DWORD>(to.size() * 2)),
               0);
@@ -207,58 +200,57 @@ TEST(Registry, LinksAndPaths)
     // Functions that change keys follow no link anywhere in a path, and do not turn a key into one.
     put(L"source\\link\\inner", L"v", REG_SZ, L"y");
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree\\link\\inner").c_str(), 0), 681);
-    EXPECT_EQ(
-        wideOf([&](wchar_t** r) { return SecurityGetOwner((L"HKCU\\" + link + L"\\inner").c_str(), 1, r); }),
-        L"code 681");
+    EXPECT_EQ(asText(SecurityGetOwner)((L"HKCU\\" + link + L"\\inner").c_str(), 1), L"code 681");
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"source").c_str(), kUser, key(L"tree").c_str(), 0), 681);
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"source").c_str(), 0), 183);
     EXPECT_EQ(RegistryDeleteValueIfPresent(kUser, (link + L"\\inner").c_str(), L"v", 0), 681);
     EXPECT_EQ(import(L"Windows Registry Editor Version 5.00\r\n[HKEY_CURRENT_USER\\" + link +
                      L"\\inner]\r\n\"v\"=\"y\""),
               681);
-    EXPECT_EQ(wideOf([](wchar_t** r) {
-                  return RegistryReadString(kUser, key(L"target\\inner").c_str(), L"v", 0, 0, r);
-              }),
-              L"x");
-    // The system's own links are followed, and every step keeps to the view.
-    const HKEY machine = HKEY_LOCAL_MACHINE;
-    for (const auto& [path, view] :
-         {std::pair(L"Software\\Wow6432Node\\Classes\\u18", 0U), {L"Software\\u18", 32U}}) {
-        EXPECT_EQ(RegistryWriteDword(machine, L"Software\\u18", L"d", 64, 1), 0);
-        EXPECT_EQ(RegistryWriteDword(machine, path, L"d", view, 1), 0);
-        EXPECT_EQ(RegistryDeleteTree(machine, path, view), 0);
-        EXPECT_EQ(
-            flagOf([&, name = path, of = view](int* f) { return RegistryKeyExists(machine, name, of, f); }),
-            0);
-        EXPECT_EQ(RegistryDeleteTree(machine, L"Software\\u18", 64), 0);
-    }
+    EXPECT_EQ(asText(RegistryReadString)(kUser, key(L"target\\inner").c_str(), L"v", 0, 0), L"x");
     EXPECT_EQ(RegistryCopyTree(kUser, key(L"tree").c_str(), kUser, key(L"copy").c_str(), 0), 0);
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"tree").c_str(), 0), 0);
     EXPECT_EQ(exists(L"tree") * 10 + exists(L"copy\\link\\inner"), 1);
     EXPECT_EQ(RegistryDeleteTree(kUser, key(L"copy\\link").c_str(), 0), 0);
     EXPECT_EQ(exists(L"copy") * 10 + exists(L"copy\\link"), 10);
     EXPECT_EQ(exists(L"target\\inner"), 1);
-    EXPECT_EQ(flagOf([](int* f) { return RegistryKeyExists(HKEY_PERFORMANCE_DATA, L"", 0, f); }), -50);
+    EXPECT_EQ(asNumber(RegistryKeyExists)(HKEY_PERFORMANCE_DATA, L"", 0), -50);
+}
 
+TEST(Registry, TheSystemsLinksLeadOn)
+{
+    HKEY hive = nullptr;
+    EXPECT_EQ(RegistryOpenUserHive(1, &hive) + RegCloseKey(hive), 0);
+    const HKEY machine = HKEY_LOCAL_MACHINE;
+    // A view is kept to on every step.
+    for (const auto& [path, view] :
+         {std::pair(L"Software\\Wow6432Node\\Classes\\u18", 0U), {L"Software\\u18", 32U}}) {
+        EXPECT_EQ(RegistryWriteDword(machine, L"Software\\u18", L"d", 64, 1), 0);
+        EXPECT_EQ(RegistryWriteDword(machine, path, L"d", view, 1), 0);
+        EXPECT_EQ(RegistryDeleteTree(machine, path, view), 0);
+        EXPECT_EQ(asNumber(RegistryKeyExists)(machine, path, view), 0);
+        EXPECT_EQ(RegistryDeleteTree(machine, L"Software\\u18", 64), 0);
+    }
+}
+
+TEST(Registry, PathsBeginWithARoot)
+{
     HKEY root = nullptr;
-    const struct
-    {
-        const wchar_t* text;
-        HKEY root;
-        const wchar_t* rest;
-    } rows[] = {{L"HKLM\\a\\b", HKEY_LOCAL_MACHINE, L"a\\b"},
-                {L"hkey_current_user", HKEY_CURRENT_USER, L""},
-                {L"Computer\\HKEY_USERS\\x", HKEY_USERS, L"x"},
-                {L"HKCR\\", HKEY_CLASSES_ROOT, L""},
-                {L"HKEY_CURRENT_CONFIG\\x", HKEY_CURRENT_CONFIG, L"x"}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(wideOf([&](wchar_t** r) { return RegistryParsePath(row.text, &root, r); }), row.rest);
-        EXPECT_EQ(root, row.root);
+    const auto parse = asText(RegistryParsePath);
+    const auto format = asText(RegistryFormatPath);
+    const std::tuple<const wchar_t*, HKEY, const wchar_t*> rows[] = {
+        {L"HKLM\\a\\b", HKEY_LOCAL_MACHINE, L"a\\b"},
+        {L"hkey_current_user", HKEY_CURRENT_USER, L""},
+        {L"Computer\\HKEY_USERS\\x", HKEY_USERS, L"x"},
+        {L"HKCR\\", HKEY_CLASSES_ROOT, L""},
+        {L"HKEY_CURRENT_CONFIG\\x", HKEY_CURRENT_CONFIG, L"x"}};
+    for (const auto& [text, key, rest] : rows) {
+        EXPECT_EQ(parse(text, &root), rest);
+        EXPECT_EQ(root, key);
     }
     for (const wchar_t* wrong : {L"", L"HKXX\\a", L"\\HKLM", L"HKLMx"})
-        EXPECT_EQ(wideOf([&](wchar_t** r) { return RegistryParsePath(wrong, &root, r); }), L"code 161");
-    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryFormatPath(HKEY_USERS, L"x", r); }), L"HKEY_USERS\\x");
-    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryFormatPath(HKEY_USERS, L"", r); }), L"HKEY_USERS");
-    EXPECT_EQ(wideOf([](wchar_t** r) { return RegistryFormatPath(reinterpret_cast<HKEY>(8), L"", r); }),
-              L"code 6");
+        EXPECT_EQ(parse(wrong, &root), L"code 161");
+    EXPECT_EQ(format(HKEY_USERS, L"x"), L"HKEY_USERS\\x");
+    EXPECT_EQ(format(HKEY_USERS, L""), L"HKEY_USERS");
+    EXPECT_EQ(format(reinterpret_cast<HKEY>(8), L""), L"code 6");
 }

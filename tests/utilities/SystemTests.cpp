@@ -1,8 +1,5 @@
 #include "core/win32/utils/system/api.h"
 
-#include <atomic>
-#include <csignal>
-
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/processes/api.h"
 #include "core/win32/utils/registry/api.h"
@@ -10,27 +7,17 @@
 #include "core/win32/utils/services/api.h"
 #include "core/win32/utils/shell/api.h"
 #include "support/ImportReplacement.h"
+#include "support/Process.h"
 #include "support/Utilities.h"
 
 namespace {
 constexpr unsigned long kOwn = 0xFFFFFFFF;
+constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
-unsigned long state(const wchar_t* service)
-{
-    return static_cast<unsigned long>(
-        numberOf<unsigned long>([&](unsigned long* s) { return ServiceGetState(service, s); }));
-}
-std::wstring scratch(const wchar_t* name)
-{
-    wchar_t text[1024];
-    GetEnvironmentVariableW(L"SYSMAINT_TEST_FOLDER", text, 1024);
-    return std::wstring(text) + L"\\" + name;
-}
 } // namespace
 
-TEST(Services, EndToEnd)
+TEST(Services, AreToldSetAndDeleted)
 {
-    constexpr wchar_t kName[] = L"sysmaint-u18";
     const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     ServiceDelete(kName);
     SERVICE_DESCRIPTIONW text{const_cast<wchar_t*>(L"for a test")};
@@ -55,62 +42,62 @@ TEST(Services, EndToEnd)
     EXPECT_EQ(ServiceSetStartType(kName, SERVICE_DISABLED), 0);
     EXPECT_EQ(ServiceSetStartType(kName, 5), 87);
     EXPECT_EQ(ServiceGetConfig(kName, &type, &program, &account, &dependencies), 0);
-    EXPECT_EQ(type, static_cast<unsigned long>(SERVICE_DISABLED));
+    EXPECT_EQ(type, DWORD{SERVICE_DISABLED});
     EXPECT_STREQ(program.get(), L"C:\\not there.exe");
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return ServiceGetDescription(kName, r); }), L"for a test");
+    EXPECT_EQ(asText(ServiceGetDescription)(kName), L"for a test");
     EXPECT_EQ(ServiceStart(kName, 1000, nullptr), 1058);
-    EXPECT_EQ(state(kName), static_cast<unsigned long>(SERVICE_STOPPED));
+    EXPECT_EQ(asNumber(ServiceGetState)(kName), SERVICE_STOPPED);
     EXPECT_EQ(ServiceStop(kName, 1, 1000, nullptr), 0) << "it stands already";
-    EXPECT_EQ(flagOf([&](int* f) { return ServiceExists(kName, f); }), 1);
+    EXPECT_EQ(asNumber(ServiceExists)(kName), 1);
     EXPECT_EQ(ServiceDelete(kName), 0);
-    EXPECT_EQ(flagOf([&](int* f) { return ServiceExists(kName, f); }), 0);
+    EXPECT_EQ(asNumber(ServiceExists)(kName), 0);
     EXPECT_EQ(ServiceStart(kName, 1000, nullptr), 1060);
     EXPECT_EQ(ServiceStop(kName, 0, 1000, nullptr), 1060);
-    // A slow service, simulated by the test.
+}
+
+// One that takes its time, as the test plays it.
+TEST(Services, AreWaitedForUntilTheTimeIsOverOrACancelComes)
+{
     DWORD now = SERVICE_STOPPED;
-    CountedImport<"OpenServiceW", decltype(&OpenServiceW)> open(sysmaintModule());
-    open.setHook([](auto, SC_HANDLE, const wchar_t*, DWORD) {
+    Replaced<"OpenServiceW", decltype(&OpenServiceW)> open([](auto, SC_HANDLE, const wchar_t*, DWORD) {
         return OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
     });
-    CountedImport<"QueryServiceStatusEx", decltype(&QueryServiceStatusEx)> query(sysmaintModule());
-    query.setHook([&](auto, SC_HANDLE, SC_STATUS_TYPE, BYTE* target, DWORD, DWORD*) {
-        SERVICE_STATUS_PROCESS status{};
-        status.dwCurrentState = now;
-        status.dwWin32ExitCode = ERROR_FILE_NOT_FOUND;
-        *reinterpret_cast<SERVICE_STATUS_PROCESS*>(target) = status;
-        return TRUE;
-    });
-    CountedImport<"StartServiceW", decltype(&StartServiceW)> start(sysmaintModule());
+    Replaced<"QueryServiceStatusEx", decltype(&QueryServiceStatusEx)> query(
+        [&](auto, SC_HANDLE, SC_STATUS_TYPE, BYTE* target, DWORD, DWORD*) {
+            SERVICE_STATUS_PROCESS status{};
+            status.dwCurrentState = now;
+            status.dwWin32ExitCode = ERROR_FILE_NOT_FOUND;
+            *reinterpret_cast<SERVICE_STATUS_PROCESS*>(target) = status;
+            return TRUE;
+        });
+    Replaced<"StartServiceW", decltype(&StartServiceW)> start;
     DWORD after = SERVICE_START_PENDING;
     start.setHook([&](auto...) { return now = after, TRUE; });
-    CountedImport<"ControlService", decltype(&ControlService)> control(sysmaintModule());
-    control.setHook([&](auto...) { return now = SERVICE_STOP_PENDING, TRUE; });
+    Replaced<"ControlService", decltype(&ControlService)> control(
+        [&](auto...) { return now = SERVICE_STOP_PENDING, TRUE; });
     EXPECT_EQ(ServiceStart(kName, 120, nullptr), 1460);
     after = SERVICE_STOPPED;
     EXPECT_EQ(ServiceStart(kName, 1000, nullptr), 2) << "its own code";
-    const HANDLE cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    start.setHook([&](auto...) { return SetEvent(cancel), now = SERVICE_START_PENDING, TRUE; });
-    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    const TestEvent cancel, answers;
+    start.setHook([&](auto...) { return cancel.set(), now = SERVICE_START_PENDING, TRUE; });
+    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel.get()), 1223);
     start.reset();
-    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel.get()), 1223);
     EXPECT_EQ(start.calls(), 0) << "a cancel that came first";
-    EXPECT_EQ(ServiceStart(kName, INFINITE, reinterpret_cast<void*>(0x5554)), 6);
-    // The system's call itself takes long, but the function does not wait for it.
-    const HANDLE answers = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    EXPECT_EQ(ServiceStart(kName, INFINITE, kNoHandle), 6);
+    // The system's call itself takes long: nobody waits for it.
     std::atomic<int> answered = 0;
-    start.setHook(
-        [&](auto...) { return SetEvent(cancel), WaitForSingleObject(answers, 5000), ++answered, TRUE; });
+    start.setHook([&](auto...) { return cancel.set(), answered += answers.wait() ? 1 : 0, TRUE; });
     EXPECT_EQ(ServiceStart(kName, 120, nullptr), 1460);
-    ResetEvent(cancel);
-    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel), 1223);
+    cancel.reset();
+    EXPECT_EQ(ServiceStart(kName, INFINITE, cancel.get()), 1223);
     EXPECT_EQ(answered, 0);
-    for (SetEvent(answers); answered < 2;)
+    for (answers.set(); answered < 2;)
         Sleep(10);
     now = SERVICE_RUNNING;
-    EXPECT_EQ(ServiceStop(kName, 0, INFINITE, cancel), 1223);
+    EXPECT_EQ(ServiceStop(kName, 0, INFINITE, cancel.get()), 1223);
     EXPECT_EQ(ServiceStop(kName, 0, 120, nullptr), 1460);
     EXPECT_EQ(control.calls(), 1) << "it is told once";
-    CloseHandle(cancel);
 }
 
 TEST(Security, TokensAndSids)
@@ -124,84 +111,74 @@ TEST(Security, TokensAndSids)
     }
     EXPECT_EQ(PrivilegeEnable(L"SeNoSuchPrivilege", &was), 1313);
     EXPECT_EQ(PrivilegeEnable(L"SeCreateTokenPrivilege", &was), 1300);
-    const auto held = [](const wchar_t* name) {
-        return flagOf([&](int* f) { return PrivilegeIsHeld(name, f); });
-    };
-    EXPECT_EQ(held(kPrivilege) * 10 + held(L"SeCreateTokenPrivilege"), 10);
-    EXPECT_EQ(flagOf([](int* f) { return TokenHasElevation(nullptr, f); }), 1);
-    EXPECT_EQ(flagOf([](int* f) { return TokenHasElevation(reinterpret_cast<void*>(0x5554), f); }), -6);
-    EXPECT_EQ(numberOf<unsigned long>([](unsigned long* l) { return TokenGetIntegrity(nullptr, l); }),
-              0x3000);
-    EXPECT_EQ(flagOf([](int* f) { return UserIsAdministrator(f); }), 1);
-    const std::wstring sid = wideOf([](wchar_t** r) { return SidOfCurrentUser(r); });
+    EXPECT_EQ(asNumber(PrivilegeIsHeld)(kPrivilege), 1);
+    EXPECT_EQ(asNumber(PrivilegeIsHeld)(L"SeCreateTokenPrivilege"), 0);
+    EXPECT_EQ(asNumber(TokenHasElevation)(nullptr), 1);
+    EXPECT_EQ(asNumber(TokenHasElevation)(kNoHandle), -6);
+    EXPECT_EQ(asNumber(TokenGetIntegrity)(nullptr), 0x3000);
+    EXPECT_EQ(asNumber(UserIsAdministrator)(), 1);
+    const std::wstring sid = asText(SidOfCurrentUser)();
     Given<wchar_t> domain, name;
     unsigned long kind = 0;
     EXPECT_EQ(SidToAccount(sid.c_str(), &domain, &name, &kind), 0);
-    EXPECT_EQ(kind, static_cast<unsigned long>(SidTypeUser));
+    EXPECT_EQ(kind, DWORD{SidTypeUser});
     const std::wstring account = std::wstring(domain.get()) + L"\\" + name.get();
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SidFromAccount(account.c_str(), r); }), sid);
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SidFromAccount(L"nobody-18\\x", r); }), L"code 1332");
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SidFromAccount(L"", r); }), L"code 87");
+    EXPECT_EQ(asText(SidFromAccount)(account.c_str()), sid);
+    EXPECT_EQ(asText(SidFromAccount)(L"nobody-18\\x"), L"code 1332");
+    EXPECT_EQ(asText(SidFromAccount)(L""), L"code 87");
     EXPECT_EQ(SidToAccount(L"S-1-5-21-1-2-3-4", &domain, &name, &kind), 1332);
     EXPECT_EQ(SidToAccount(L"S-x", &domain, &name, &kind), 1337);
-    const auto wellKnown = [](int number) {
-        return flagOf([&](int* f) { return SidIsWellKnown(L"S-1-5-32-544", number, f); });
-    };
-    EXPECT_EQ(wellKnown(WinBuiltinAdministratorsSid) * 10 + wellKnown(WinBuiltinUsersSid), 10);
-    EXPECT_EQ(wellKnown(9999), -87);
+    for (const auto& [number, is] :
+         {std::pair(WinBuiltinAdministratorsSid + 0, 1), {WinBuiltinUsersSid + 0, 0}, {9999, -87}})
+        EXPECT_EQ(asNumber(SidIsWellKnown)(L"S-1-5-32-544", number), is);
+}
 
+TEST(Security, OfTheSession)
+{
     unsigned long session = 7, exitCode = 7;
     EXPECT_EQ(SessionGetActive(&session), 0);
-    Given<wchar_t> user;
-    Given<wchar_t> home;
+    Given<wchar_t> user, home;
+    wchar_t own[256];
+    DWORD size = 256;
+    GetUserNameW(own, &size);
     EXPECT_EQ(SessionGetUserName(session, &home, &user), 0);
-    EXPECT_STREQ(user.get(), name.get());
-    void* token = nullptr;
+    EXPECT_STREQ(user.get(), own);
+    void *token = nullptr, *outer = nullptr, *inner = nullptr;
     EXPECT_EQ(SessionGetUserToken(session, &token), 0);
     CloseHandle(token);
     EXPECT_EQ(SessionRunAsUser(session, L"C:\\windows\\system32\\cmd.exe /c exit 5", 1, &exitCode), 0);
     EXPECT_EQ(exitCode, 5U);
     EXPECT_EQ(SessionRunAsUser(session, L"\"C:\\not there.exe\"", 1, &exitCode), 2);
-    void* outer = nullptr;
-    void* inner = nullptr;
-    EXPECT_EQ(SessionImpersonate(session, &outer), 0);
-    EXPECT_EQ(SessionImpersonate(session, &inner), 0);
+    EXPECT_EQ(SessionImpersonate(session, &outer) + SessionImpersonate(session, &inner), 0);
     EXPECT_EQ(SessionRevert(inner), 0);
     EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) << "still the first one";
     CloseHandle(token);
     EXPECT_EQ(SessionRevert(outer), 0);
     EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token));
-    EXPECT_EQ(SessionRevert(reinterpret_cast<void*>(0x5554)), 6);
+    EXPECT_EQ(SessionRevert(kNoHandle), 6);
 }
 
 TEST(Security, Ownership)
 {
-    const std::wstring file = scratch(L"owned");
+    const std::wstring file = testPath(L"owned");
     EXPECT_EQ(FileWriteAtomically(file.c_str(), "x", 1), 0);
-    const std::wstring sid = wideOf([](wchar_t** r) { return SidOfCurrentUser(r); });
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(file.c_str(), 0, r); }), sid);
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(file.c_str(), 3, r); }), L"code 87");
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(L"C:\\not there", 0, r); }), L"code 2");
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(L"HKCU\\not there", 1, r); }), L"code 2");
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SecurityGetOwner(L"not there", 2, r); }), L"code 1060");
-    // An object without a list admits everybody: a list with one entry would lock out the others.
-    struct Made
-    {
-        SECURITY_INFORMATION what = 0;
-        DWORD entries = 0;
-        bool owner = false;
-    };
-    static Made made;
-    CountedImport<"SetSecurityInfo",
-                  DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID, PSID, ACL*, ACL*)>
-        set(sysmaintModule());
-    set.setHook([](auto, HANDLE, int, SECURITY_INFORMATION what, PSID owner, PSID, ACL* list, ACL*) -> DWORD {
-        made = {what, list != nullptr ? list->AceCount : 0U, owner != nullptr};
-        return 0;
-    });
-    CountedImport<"GetSecurityInfo", DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID*, PSID*, ACL**,
-                                                    ACL**, PSECURITY_DESCRIPTOR*)>
-        get(sysmaintModule());
+    const std::wstring sid = asText(SidOfCurrentUser)();
+    EXPECT_EQ(asText(SecurityGetOwner)(file.c_str(), 0), sid);
+    EXPECT_EQ(asText(SecurityGetOwner)(file.c_str(), 3), L"code 87");
+    EXPECT_EQ(asText(SecurityGetOwner)(L"C:\\not there", 0), L"code 2");
+    EXPECT_EQ(asText(SecurityGetOwner)(L"HKCU\\not there", 1), L"code 2");
+    EXPECT_EQ(asText(SecurityGetOwner)(L"not there", 2), L"code 1060");
+    // An object without a list lets everybody in: a list with one entry would shut the others out.
+    std::tuple<SECURITY_INFORMATION, DWORD, bool>
+        made; // what was set, the entries, whether there is an owner
+    Replaced<"SetSecurityInfo", DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID, PSID, ACL*, ACL*)>
+        set([&](auto, HANDLE, int, SECURITY_INFORMATION what, PSID owner, PSID, ACL* list, ACL*) -> DWORD {
+            made = {what, list != nullptr ? list->AceCount : 0U, owner != nullptr};
+            return 0;
+        });
+    Replaced<"GetSecurityInfo", DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID*, PSID*, ACL**, ACL**,
+                                               PSECURITY_DESCRIPTOR*)>
+        get;
     ACL empty{2, 0, sizeof(ACL), 0, 0};
     for (ACL* const list : {static_cast<ACL*>(nullptr), &empty}) {
         get.setHook([list](auto, HANDLE, int, SECURITY_INFORMATION, PSID*, PSID*, ACL** found, ACL**,
@@ -213,54 +190,53 @@ TEST(Security, Ownership)
         EXPECT_EQ(SecurityGrantAccess(file.c_str(), 0, sid.c_str(), GENERIC_READ), 0);
         EXPECT_EQ(set.calls(), list != nullptr ? 1 : 0);
     }
-    EXPECT_EQ(made.what * 10 + made.entries, static_cast<unsigned>(DACL_SECURITY_INFORMATION) * 10 + 1);
+    EXPECT_EQ(made, std::tuple(DACL_SECURITY_INFORMATION, 1U, false));
     EXPECT_EQ(SecurityTakeOwnership(file.c_str(), 0), 0);
-    EXPECT_TRUE(made.owner && made.what == OWNER_SECURITY_INFORMATION);
+    EXPECT_EQ(made, std::tuple(OWNER_SECURITY_INFORMATION, 0U, true));
 }
 
-TEST(Processes, RunAndEnd)
+TEST(Processes, AreRunAndTold)
 {
     unsigned long exitCode = 7;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, nullptr, &exitCode), 0);
     EXPECT_EQ(exitCode, 9U);
     EXPECT_EQ(ProcessRunAndWait(L"C:\\not there.exe", nullptr, INFINITE, nullptr, &exitCode), 2);
     EXPECT_EQ(ProcessRunAndWait(kShell, std::wstring(32767, L'x').c_str(), 0, nullptr, &exitCode), 206);
-    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, reinterpret_cast<void*>(0x5554), &exitCode),
-              6);
-    const HANDLE cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, kNoHandle, &exitCode), 6);
+    const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
-    CountedImport<"CreateProcessW", decltype(&CreateProcessW)> starts(sysmaintModule());
-    starts.setHook([&](auto original, auto... all) { return SetEvent(cancel), original(all...); });
+    Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
+        [&](auto original, auto... all) { return cancel.set(), original(all...); });
     for (const long started : {1, 1}) { // the second time the cancel comes first
-        EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel, &exitCode), 1223);
+        EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel.get(), &exitCode),
+                  1223);
         EXPECT_EQ(starts.calls(), started);
     }
-    CloseHandle(cancel);
     const unsigned long self = GetCurrentProcessId();
     wchar_t path[1024];
     GetModuleFileNameW(nullptr, path, 1024);
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return ProcessGetPath(self, r); }), path);
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return ProcessGetCommandLine(self, r); }), GetCommandLineW());
-    EXPECT_EQ(flagOf([&](int* f) { return ProcessIs32Bit(self, f); }), 0);
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return ProcessGetPath(0xfffffff0, r); }), L"code 87");
-    // A shell that waits for another one: only these two end.
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
+    EXPECT_EQ(asText(ProcessGetPath)(self), path);
+    EXPECT_EQ(asText(ProcessGetCommandLine)(self), GetCommandLineW());
+    EXPECT_EQ(asNumber(ProcessIs32Bit)(self), 0);
+    EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
+}
+
+// A shell that waits for another one: both end, and nothing else.
+TEST(Processes, EndWithTheirTreeFromBelow)
+{
+    const unsigned long self = GetCurrentProcessId();
     wchar_t command[] = L"C:\\windows\\system32\\cmd.exe /c \"cmd.exe /k & cmd.exe /k\"";
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    HANDLE input = nullptr, output = nullptr;
-    CreatePipe(&input, &output, &inherited, 0);
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    HANDLE said = nullptr, saying = nullptr;
-    CreatePipe(&said, &saying, &inherited, 0);
-    startup.hStdInput = input;
-    startup.hStdOutput = saying;
+    HANDLE output = nullptr, said = nullptr;
+    CreatePipe(&startup.hStdInput, &output, &inherited, 0);
+    CreatePipe(&said, &startup.hStdOutput, &inherited, 0);
     PROCESS_INFORMATION started{};
     ASSERT_TRUE(
         CreateProcessW(nullptr, command, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started));
-    EXPECT_EQ(
-        numberOf<unsigned long>([&](unsigned long* p) { return ProcessGetParent(started.dwProcessId, p); }),
-        self);
+    EXPECT_EQ(asNumber(ProcessGetParent)(started.dwProcessId), self);
     unsigned long long mine = 0, its = 0;
     EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(started.dwProcessId, &its), 0);
     EXPECT_LE(mine, its);
@@ -268,28 +244,29 @@ TEST(Processes, RunAndEnd)
         EXPECT_EQ(ProcessTerminateTree(refused, 1000), 50);
     for (const unsigned long beside : {1UL, 2UL, 3UL}) { // for the system an id of the same process
         EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
-        EXPECT_EQ(ProcessTerminateTree(GetCurrentProcessId() + beside, 1000), 87);
+        EXPECT_EQ(ProcessTerminateTree(self + beside, 1000), 87);
     }
     char first = 0;
     DWORD size = 0;
     EXPECT_TRUE(ReadFile(said, &first, 1, &size, nullptr)) << "the inner shell greets";
     std::vector<unsigned long> order;
-    CountedImport<"TerminateProcess", decltype(&TerminateProcess)> end(sysmaintModule());
-    end.setHook([&](auto original, HANDLE process, UINT code) {
-        order.push_back(GetProcessId(process));
-        return original(process, code);
-    });
+    Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
+        [&](auto original, HANDLE process, UINT code) {
+            order.push_back(GetProcessId(process));
+            return original(process, code);
+        });
     EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
     EXPECT_TRUE(order.size() > 1 && order.back() == started.dwProcessId) << "children first";
     EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
-    for (const HANDLE handle : {started.hProcess, started.hThread, input, output, said, saying})
+    for (const HANDLE handle :
+         {started.hProcess, started.hThread, startup.hStdInput, output, said, startup.hStdOutput})
         CloseHandle(handle);
 }
 
-TEST(Shell, ShortcutsIconsAndSignatures)
+TEST(Shell, Shortcuts)
 {
-    const std::wstring link = scratch(L"a.lnk");
-    const std::wstring target = scratch(L"t\u00e4rget.txt");
+    const std::wstring link = testPath(L"a.lnk");
+    const std::wstring target = testPath(L"t\u00e4rget.txt");
     EXPECT_EQ(FileWriteAtomically(target.c_str(), "x", 1), 0);
     EXPECT_EQ(ShellCreateShortcut(link.c_str(), target.c_str(), L"-x", nullptr, 0), 0);
     Given<wchar_t> to, arguments, folder;
@@ -311,36 +288,41 @@ TEST(Shell, ShortcutsIconsAndSignatures)
     EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
     EXPECT_EQ(made(L"C:\\users", target, L""), 336);
     EXPECT_EQ(ShellReadShortcut(target.c_str(), &other, &all, &place), 13);
-    const auto broken = [&] {
-        return flagOf([&](int* f) { return ShellShortcutIsBroken(link.c_str(), f); });
-    };
+    const auto broken = [&] { return asNumber(ShellShortcutIsBroken)(link.c_str()); };
     EXPECT_EQ(broken(), 0);
     DeleteFileW(target.c_str());
-    CountedImport<"GetDriveTypeW", decltype(&GetDriveTypeW)> drive(sysmaintModule());
+    Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> drive;
     for (const UINT type : {DRIVE_FIXED, DRIVE_REMOVABLE, DRIVE_REMOTE, DRIVE_NO_ROOT_DIR}) {
         drive.setHook([type](auto, auto) { return type; });
         EXPECT_EQ(broken(), type == DRIVE_FIXED ? 1 : 0) << type;
     }
-    EXPECT_EQ(ShellReadShortcut(scratch(L"none.lnk").c_str(), &to, &arguments, &folder), 2);
-    EXPECT_EQ(wideOf([](wchar_t** r) { return ShellGetFolder(0x24, kOwn, r); }), L"C:\\windows");
-    EXPECT_EQ(wideOf([](wchar_t** r) { return ShellGetFolder(0x24, 1, r); }), L"C:\\windows");
-    EXPECT_NE(wideOf([](wchar_t** r) { return ShellGetTypeName(L"C:\\windows", r); }).substr(0, 5), L"code ");
-    const HANDLE cancel = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-    EXPECT_EQ(RecycleBinEmpty(nullptr, cancel), 1223);
-    EXPECT_EQ(RecycleBinEmpty(nullptr, reinterpret_cast<void*>(0x5554)), 6);
-    CloseHandle(cancel);
+    EXPECT_EQ(ShellReadShortcut(testPath(L"none.lnk").c_str(), &to, &arguments, &folder), 2);
+    long verdict = 7;
+    EXPECT_EQ(asText(SignatureVerifyFile)(link.c_str(), &verdict), L"");
+    EXPECT_NE(verdict, 0);
+    EXPECT_EQ(asText(SignatureVerifyFile)(L"C:\\not there", &verdict), L"code 2");
+}
+
+TEST(Shell, FoldersRecycleBinAndIcons)
+{
+    for (const unsigned long session : {kOwn, 1UL})
+        EXPECT_EQ(asText(ShellGetFolder)(0x24, session), L"C:\\windows");
+    EXPECT_NE(asText(ShellGetTypeName)(L"C:\\windows").substr(0, 5), L"code ");
+    const TestEvent cancel;
+    cancel.set();
+    EXPECT_EQ(RecycleBinEmpty(nullptr, cancel.get()), 1223);
+    EXPECT_EQ(RecycleBinEmpty(nullptr, kNoHandle), 6);
     unsigned long long bytes = 0, items = 0;
     EXPECT_EQ(RecycleBinQuery(nullptr, &bytes, &items), 0);
-
     constexpr wchar_t kIcons[] = L"C:\\windows\\system32\\shell32.dll";
     void* icon = nullptr;
-    EXPECT_GT(numberOf<unsigned long>([&](unsigned long* n) { return IconCount(kIcons, n); }), 10);
-    EXPECT_EQ(IconCount(L"C:\\windows\\win.ini", reinterpret_cast<unsigned long*>(&bytes)), 0);
+    EXPECT_GT(asNumber(IconCount)(kIcons), 10);
+    EXPECT_EQ(asNumber(IconCount)(L"C:\\windows\\win.ini"), 0);
     EXPECT_EQ(IconExtract(kIcons, 9999, 32, &icon), 1814);
     EXPECT_EQ(IconExtract(L"C:\\not there", 0, 32, &icon), 2);
     EXPECT_EQ(IconExtract(kIcons, 0, 257, &icon), 87);
     EXPECT_EQ(IconExtract(kIcons, 0, 32, &icon), 0);
-    const std::wstring bitmap = scratch(L"icon.bmp");
+    const std::wstring bitmap = testPath(L"icon.bmp");
     EXPECT_EQ(IconToBitmapFile(icon, bitmap.c_str()), 0);
     Given<unsigned char> content;
     size_t size = 0;
@@ -357,49 +339,26 @@ TEST(Shell, ShortcutsIconsAndSignatures)
     EXPECT_EQ(IconToBitmapFile(icon, bitmap.c_str()), 1402);
     EXPECT_EQ(IconForPath(L"C:\\windows", 1, &icon), 0);
     EXPECT_EQ(IconDestroy(icon), 0);
-    long verdict = 7;
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SignatureVerifyFile(link.c_str(), &verdict, r); }), L"");
-    EXPECT_NE(verdict, 0);
-    EXPECT_EQ(wideOf([&](wchar_t** r) { return SignatureVerifyFile(L"C:\\not there", &verdict, r); }),
-              L"code 2");
 }
 
-TEST(System, EnvironmentAndState)
+TEST(System, Environment)
 {
-    const HANDLE first = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const HANDLE second = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    EXPECT_EQ(WaitEvent(first, second, 0), 258);
-    SetEvent(second);
-    EXPECT_EQ(WaitEvent(first, second, INFINITE), 1223);
-    SetEvent(first);
-    EXPECT_EQ(WaitEvent(first, second, 0), 0);
-    EXPECT_EQ(WaitEvent(first, nullptr, 0), 0);
-    CloseHandle(first);
-    CloseHandle(second);
-    EXPECT_EQ(WaitEvent(reinterpret_cast<void*>(0x5554), nullptr, 0), 6);
-
-    const auto get = [](const wchar_t* name) {
-        return wideOf([&](wchar_t** r) { return EnvironmentGet(name, r); });
-    };
+    const auto get = asText(EnvironmentGet);
+    const auto expand = asText(EnvironmentExpand);
     SetEnvironmentVariableW(L"U18", std::wstring(5000, L'x').c_str());
     EXPECT_EQ(get(L"U18"), std::wstring(5000, L'x'));
-    EXPECT_EQ(wideOf([](wchar_t** r) { return EnvironmentExpand(L"<%U18%>", kOwn, r); }),
-              L"<" + std::wstring(5000, L'x') + L">");
-    // As the system expands it, but without its limit.
+    EXPECT_EQ(expand(L"<%U18%>", kOwn), L"<" + std::wstring(5000, L'x') + L">");
+    // As the system expands it, but for its limit.
+    const std::wstring longer(40000, L'y');
     for (const wchar_t* text :
          {L"", L"%", L"%%", L"%windir", L"%none%windir%", L"%none%", L"a%windir%b%WINDIR%", L"%%windir%"}) {
         wchar_t expected[1024];
         ExpandEnvironmentStringsW(text, expected, 1024);
         for (const unsigned long session : {kOwn, 1UL})
-            EXPECT_EQ(wideOf([&](wchar_t** r) { return EnvironmentExpand(text, session, r); }), expected)
-                << text;
+            EXPECT_EQ(expand(text, session), expected) << text;
     }
-    const std::wstring longer(40000, L'y');
     for (const unsigned long session : {kOwn, 1UL})
-        EXPECT_EQ(wideOf([&](wchar_t** r) {
-                      return EnvironmentExpand((longer + L"%windir%").c_str(), session, r);
-                  }),
-                  longer + L"C:\\windows");
+        EXPECT_EQ(expand((longer + L"%windir%").c_str(), session), longer + L"C:\\windows");
     SetEnvironmentVariableW(L"U18", nullptr);
     EXPECT_EQ(get(L"U18"), L"code 203");
     const auto stored = [] {
@@ -409,25 +368,34 @@ TEST(System, EnvironmentAndState)
         EXPECT_EQ(RegistryReadBinary(HKEY_CURRENT_USER, L"Environment", L"U18", 0, &bytes, &size, &type), 0);
         return reinterpret_cast<wchar_t*>(bytes.get()) + std::to_wstring(type);
     };
-    EXPECT_EQ(EnvironmentSetPersistent(L"U18", L"a", 0), 0);
-    EXPECT_EQ(stored(), L"a1");
-    EXPECT_EQ(EnvironmentSetPersistent(L"U18", L"%TEMP%", 0), 0);
-    EXPECT_EQ(stored(), L"%TEMP%2");
+    for (const wchar_t* value : {L"a", L"%TEMP%"}) {
+        EXPECT_EQ(EnvironmentSetPersistent(L"U18", value, 0), 0);
+        EXPECT_EQ(stored(), value + std::wstring(*value == L'%' ? L"2" : L"1"));
+    }
     EXPECT_EQ(RegistryDeleteValueIfPresent(HKEY_CURRENT_USER, L"Environment", L"U18", 0), 0);
-    EXPECT_EQ(EnvironmentSetPersistent(L"", L"a", 0), 87);
-    EXPECT_EQ(EnvironmentSetPersistent(L"a=b", L"a", 0), 87);
+    for (const wchar_t* wrong : {L"", L"a=b"})
+        EXPECT_EQ(EnvironmentSetPersistent(wrong, L"a", 0), 87);
+}
 
-    EXPECT_EQ(flagOf([](int* f) { return SystemIsSafeMode(f); }), 0);
-    CountedImport<"GetSystemPowerStatus", decltype(&GetSystemPowerStatus)> power(sysmaintModule());
+TEST(System, EventsPowerAndRestart)
+{
+    const TestEvent first, second;
+    EXPECT_EQ(WaitEvent(first.get(), second.get(), 0), 258);
+    second.set();
+    EXPECT_EQ(WaitEvent(first.get(), second.get(), INFINITE), 1223);
+    first.set();
+    for (void* const cancel : {second.get(), static_cast<void*>(nullptr)})
+        EXPECT_EQ(WaitEvent(first.get(), cancel, 0), 0);
+    EXPECT_EQ(WaitEvent(kNoHandle, nullptr, 0), 6);
+    EXPECT_EQ(asNumber(SystemIsSafeMode)(), 0);
+    Replaced<"GetSystemPowerStatus", decltype(&GetSystemPowerStatus)> power;
     for (const auto& [line, expected] : {std::pair<BYTE, int>{0, 1}, {1, 0}, {255, -50}}) {
         power.setHook(
             [line = line](auto, SYSTEM_POWER_STATUS* status) { return status->ACLineStatus = line, TRUE; });
-        EXPECT_EQ(flagOf([](int* f) { return SystemIsOnBattery(f); }), expected);
+        EXPECT_EQ(asNumber(SystemIsOnBattery)(), expected);
     }
-    unsigned long long idle = 0;
-    EXPECT_EQ(SystemGetIdleTime(&idle), 0);
-    CountedImport<"InitiateSystemShutdownExW", decltype(&InitiateSystemShutdownExW)> shutdown(
-        sysmaintModule());
+    EXPECT_GE(asNumber(SystemGetIdleTime)(), 0);
+    Replaced<"InitiateSystemShutdownExW", decltype(&InitiateSystemShutdownExW)> shutdown;
     for (const BOOL kind : {FALSE, TRUE}) {
         shutdown.setHook([kind](auto, wchar_t*, wchar_t*, DWORD seconds, BOOL force, BOOL restart, DWORD) {
             EXPECT_EQ(seconds, 60U);

@@ -366,6 +366,8 @@ void moveToRecycleBin(const wchar_t* path)
 {
     // The shell accepts no longer path, and expands wildcards.
     std::wstring names = paths::normalize(path);
+    while (names.size() > 3 && names.back() == L'\\') // a folder is not found by that name
+        names.pop_back();
     if (names.size() >= MAX_PATH)
         raiseCode(ERROR_FILENAME_EXCED_RANGE);
     if (names.compare(0, 2, LR"(\\)") == 0 || names.find_first_of(L"*?") != std::wstring::npos)
@@ -392,5 +394,7 @@ void moveToRecycleBin(const wchar_t* path)
                                              : ERROR_ACCESS_DENIED); // the shell's own codes tell no more
     if (operation.fAnyOperationsAborted)
         raiseCode(ERROR_CANCELLED);
+    if (GetFileAttributesW(names.c_str()) != INVALID_FILE_ATTRIBUTES) // whatever the shell says
+        raiseCode(ERROR_ACCESS_DENIED);
 }
 } // namespace files

@@ -73,7 +73,8 @@ SYSMAINT_API long FileGetLockers(const wchar_t* path, unsigned long** processIds
 /// permanently, on drives without a bin or with the bin disabled, where something else would be moved, and
 /// for protected folders (PathIsProtected).
 ///
-/// @return 0; 87; 8; 50 (refused); 206 (260 characters or more); 1223; or the system's code
+/// @return 0; 87; 8; 50 (refused); 206 (260 characters or more); 5 (also when it is still there afterwards);
+///         1223; or the system's code
 SYSMAINT_API long FileMoveToRecycleBin(const wchar_t* path);
 
 /// Creates a folder and its missing parents. Succeeds when it already exists.
