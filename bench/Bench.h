@@ -61,6 +61,7 @@ BenchRows matchingRows(BenchScale scale);
 BenchRows hashingRows(BenchScale scale);
 BenchRows messageRows(BenchScale scale);
 BenchRows topicRows(BenchScale scale);
+BenchRows connectionRows(BenchScale scale);
 BenchRows workRows(BenchScale scale);
 BenchRows logRows(BenchScale scale);
 BenchRows wipeRows(BenchScale scale);

@@ -72,6 +72,7 @@ extern const Command kHivesCommand;
 extern const Command kRestoreCommand;
 extern const Command kSnapshotCommand;
 extern const Command kLogCommand;
+extern const Command kLookupCommand;
 extern const Command kHiveCommand;
 extern const Command kUtilCommand;
 extern const Command kProcessesCommand;

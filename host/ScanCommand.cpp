@@ -3,16 +3,18 @@
 
 #include <stdexcept>
 
+#include "FtpAddress.h"
 #include "RegistryRoot.h"
 #include "Rules.h"
 #include "ScanPrinter.h"
 
 #include "core/win32/registry/api.h"
+#include "core/win32/utils/ftp/api.h"
 #include "core/win32/utils/scanengine/api.h"
 
 namespace {
 constexpr const wchar_t* kHelp =
-    LR"(usage: sysmaint scan FOLDER|KEY... [--filter TEXT] [--ignore TEXT] [--depth N] [--expand]
+    LR"(usage: sysmaint scan FOLDER|KEY|FTP... [--filter TEXT] [--ignore TEXT] [--depth N] [--expand]
                      [--view 32|64] [--json]
 
 Lists what is in the folders, as it is found: first a folder's own entries, then those of its sub-folders.
@@ -25,6 +27,9 @@ HKEY_CURRENT_USER\Software: its values and sub-keys are listed likewise.
   --expand        expand folder macros in the folders' names, such as %temp% or %localappdata%
   --view 32|64    the view of the registry; default: the program's own
   --json          one JSON object a line: the items, at the end a summary
+
+FTP is ftp://[USER@]HOST[:PORT][/FOLDER]; without a user it is anonymous. The password is asked for, or taken
+from the environment variable SYSMAINT_FTP_PASSWORD. It is sent without encryption: there is no TLS.
 
 What begins with a root of the registry is a key; a folder of such a name is given as .\HKCU.
 
@@ -51,11 +56,12 @@ class Engines
 public:
     explicit Engines(INotifyHandler& handler)
         : m_files(CreateFileScanEngine(L"sysmaint scan")),
-          m_registry(CreateRegistryScanEngine(L"sysmaint scan"))
+          m_registry(CreateRegistryScanEngine(L"sysmaint scan")), m_ftp(CreateFtpScanEngine(L"sysmaint scan"))
     {
         for (const unsigned long key : {kContainerFound, kLeafFound, kListingFailed}) {
             check(FSEngineRegisterHandler(m_files, handler, key, 0, 0));
             check(RSEngineRegisterHandler(m_registry, handler, key, 0, 0));
+            check(FtpSEngineRegisterHandler(m_ftp, handler, key, 0, 0));
         }
     }
     Engines(const Engines&) = delete;
@@ -64,6 +70,7 @@ public:
     {
         CloseFileScanEngine(m_files);
         CloseRegistryScanEngine(m_registry);
+        CloseFtpScanEngine(m_ftp);
     }
 
     /// One root at a time, so a root that cannot be listed does not affect the others.
@@ -81,6 +88,13 @@ public:
         const long code = RSEngineAddPath(m_registry, key.root, key.subKey.c_str(), view);
         return code != ERROR_SUCCESS ? code : RSEngineScan(m_registry, cancelEvent(), validator, options);
     }
+    long scanFtp(const FtpAddress& address, const SharedPtr<IScanValidator>& validator, ScanOptions options)
+    {
+        FtpSEngineClear(m_ftp);
+        const long code = FtpSEngineAddPath(m_ftp, address.host.c_str(), address.path.c_str(), address.port,
+                                            address.user.c_str(), address.password.c_str());
+        return code != ERROR_SUCCESS ? code : FtpSEngineScan(m_ftp, cancelEvent(), validator, options);
+    }
 
 private:
     static void check(long code)
@@ -91,6 +105,7 @@ private:
 
     void* m_files;
     void* m_registry;
+    void* m_ftp;
 };
 
 unsigned long registryView(const Arguments& arguments)
@@ -101,6 +116,20 @@ unsigned long registryView(const Arguments& arguments)
     if (view != L"32" && view != L"64")
         throw UsageError{L"--view takes 32 or 64"};
     return view == L"32" ? kRegistryView32 : kRegistryView64;
+}
+
+/// One operand: a folder, a key or a folder on a server.
+long scanRoot(Engines& engines, const std::wstring& operand, const Arguments& arguments,
+              const SharedPtr<IScanValidator>& validator, ScanOptions options)
+{
+    if (std::optional<FtpAddress> address = parseFtpAddress(operand)) {
+        if (!findPassword(*address))
+            return ERROR_CANCELLED;
+        return engines.scanFtp(*address, validator, options);
+    }
+    if (const std::optional<RegistryRoot> key = parseRegistryRoot(operand))
+        return engines.scanKey(*key, registryView(arguments), validator, options);
+    return engines.scanFolder(operand.c_str(), arguments.has(L"--expand") ? 1 : 0, validator, options);
 }
 
 int run(const std::vector<std::wstring>& words)
@@ -117,17 +146,16 @@ int run(const std::vector<std::wstring>& words)
     options.depthGiven = 1;
     options.depth = static_cast<std::uint16_t>(arguments.number(L"--depth", 1, 65535).value_or(65535));
     const SharedPtr<IScanValidator> validator = makeValidator(arguments);
-    const unsigned long view = registryView(arguments);
+    registryView(arguments); // refuses a wrong one before anything is scanned
+    for (const std::wstring& operand : arguments.operands())
+        parseFtpAddress(operand);
 
     ScanPrinter printer(arguments.has(L"--json"));
     Engines engines(printer);
     long result = ERROR_SUCCESS;
     for (const std::wstring& folder : arguments.operands()) {
-        const std::optional<RegistryRoot> key = parseRegistryRoot(folder);
         const unsigned long long failures = printer.failures();
-        const long code =
-            key ? engines.scanKey(*key, view, validator, options)
-                : engines.scanFolder(folder.c_str(), arguments.has(L"--expand") ? 1 : 0, validator, options);
+        const long code = scanRoot(engines, folder, arguments, validator, options);
         if (code != ERROR_SUCCESS)
             result = code;
         if (code == ERROR_CANCELLED || !results().isOpen()) // main reports it
@@ -143,4 +171,4 @@ int run(const std::vector<std::wstring>& words)
 }
 } // namespace
 
-const Command kScanCommand = {L"scan", L"list what is in folders or registry keys", kHelp, &run};
+const Command kScanCommand = {L"scan", L"list what is in folders, registry keys or FTP servers", kHelp, &run};

@@ -2,6 +2,8 @@
 
 #include "RegistryData.h"
 
+#include "core/win32/utils/ftp/api.h"
+
 void ScanPrinter::onNotify(const Notification& notification, const SharedPtr<ScanItem>& item)
 {
     const std::wstring path = item->getPath();
@@ -17,6 +19,8 @@ void ScanPrinter::onNotify(const Notification& notification, const SharedPtr<Sca
         ++m_files;
         m_bytes += size;
         print(L"file", path, LR"(,"bytes":)" + std::to_wstring(size));
+    } else if (const auto* remote = dynamic_cast<const IFtpFile*>(item.get()); remote != nullptr) {
+        printRemote(path, *remote);
     } else {
         ++m_folders;
         print(L"folder", path, L"");
@@ -25,6 +29,22 @@ void ScanPrinter::onNotify(const Notification& notification, const SharedPtr<Sca
         throw Exception("File: host\\ScanPrinter.cpp\nFunction: ScanPrinter::onNotify\nLine: 0",
                         ERROR_BROKEN_PIPE);
     showProgress();
+}
+
+void ScanPrinter::printRemote(const std::wstring& path, const IFtpFile& file)
+{
+    unsigned long long size = 0;
+    try {
+        size = file.getSize();
+    } catch (const Exception& failure) {
+        if (!file.isLink()) { // which may lead to a folder, or nowhere
+            fail(path, static_cast<long>(failure.getCode()));
+            return;
+        }
+    }
+    ++m_files;
+    m_bytes += size;
+    print(L"file", path, LR"(,"bytes":)" + std::to_wstring(size));
 }
 
 void ScanPrinter::fail(const std::wstring& path, long code)
@@ -61,7 +81,8 @@ void ScanPrinter::print(const wchar_t* type, const std::wstring& path, const std
         results().writeLine(LR"({"type":")" + std::wstring(type) + LR"(","path":)" + jsonString(path) + more +
                             L"}");
     else
-        results().writeLine(printable(path) + (more.empty() ? L"\\" : L""));
+        results().writeLine(printable(path) +
+                            (more.empty() ? (path.starts_with(L"ftp://") ? L"/" : L"\\") : L""));
 }
 
 void ScanPrinter::printValue(const std::wstring& path, IRegistryValue& value)

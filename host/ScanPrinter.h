@@ -6,6 +6,7 @@
 
 #include "core/win32/utils/scanengine/api.h"
 
+struct IFtpFile;
 struct IRegistryValue;
 
 /// Prints and counts what a scan finds and what it cannot list.
@@ -23,6 +24,7 @@ public:
 
 private:
     void print(const wchar_t* type, const std::wstring& path, const std::wstring& more) const;
+    void printRemote(const std::wstring& path, const IFtpFile& file);
     void printValue(const std::wstring& path, IRegistryValue& value);
     void showProgress();
     [[nodiscard]] bool hasRegistry() const { return m_keys + m_values != 0; }

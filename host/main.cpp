@@ -8,9 +8,9 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand, &kWipeCommand,      &kBootCommand,     &kHivesCommand,
-                                    &kHiveCommand, &kRestoreCommand,   &kSnapshotCommand, &kLogCommand,
-                                    &kUtilCommand, &kProcessesCommand, &kSessionsCommand};
+const Command* const kCommands[] = {&kScanCommand,   &kWipeCommand,    &kBootCommand,      &kHivesCommand,
+                                    &kHiveCommand,   &kRestoreCommand, &kSnapshotCommand,  &kLogCommand,
+                                    &kLookupCommand, &kUtilCommand,    &kProcessesCommand, &kSessionsCommand};
 
 void printUsage(Output& output)
 {

@@ -33,6 +33,49 @@ printf 1 >"$tree/inner/deep/größe €.tmp"
 printf x >"$tree/keep.tmp"
 folder=$(windows_path "$tree")
 
+# A lookup: a server of another language that answers each hash with its first byte.
+python3 -u - >"$work/port" <<'EOF' &
+import socket, struct
+listener = socket.create_server(('127.0.0.1', 0))
+print(listener.getsockname()[1])
+while True:
+    connection = listener.accept()[0]
+    with connection, connection.makefile('rwb') as stream:
+        header = stream.read(9)
+        if len(header) == 9:
+            hashes = stream.read(20 * header[5])
+            stream.write(header[1:6] + hashes[::20])
+EOF
+lookup_server=$!
+until [ -s "$work/port" ]; do sleep 0.1; done
+server=127.0.0.1:$(cat "$work/port")
+run 0 lookup "$folder" --server "$server" && says out "$(printf '140\t%s\\a.tmp' "$folder")" && says err '4 of 4 files answered'
+run 0 lookup "$folder\\a.tmp" --server "$server" --json && says out '"status":140}'
+run 1 lookup "$folder\\missing" "$folder\\a.tmp" --server "$server" && says err 'missing: ' && says out '140'
+kill "$lookup_server"
+wait "$lookup_server" 2>/dev/null || true
+run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
+run 2 lookup "$folder" && says err 'which server?'
+run 2 lookup --server h && says err 'which file or folder?'
+for server in h:0 h:65536 h:x '[::1]:' ''; do run 2 lookup "$folder" --server "$server"; done
+# FTP: folders on servers of another language.
+mkfifo "$work/lifeline"
+"$here/support/ftp_servers" real - <"$work/lifeline" >"$work/ftp" &
+ftp_servers=$!
+exec 9>"$work/lifeline"
+until grep -qsx '' "$work/ftp" || ! kill -0 "$ftp_servers" 2>/dev/null; do sleep 0.1; done
+ftp=127.0.0.1:$(sed -n 's/^port vsftpd //p' "$work/ftp")
+run 0 scan "ftp://$ftp" --depth 1 && says out "ftp://$ftp/ ordner ä 1/" && says out "ftp://$ftp/a file 1" && says err 'found 3 files, 4 folders'
+run 0 scan "ftp://$ftp/folder" --depth 1 --json && says out "{\"type\":\"file\",\"path\":\"ftp://$ftp/folder/a file 2\",\"bytes\":2}"
+ftp=127.0.0.1:$(sed -n 's/^port pyftpdlib //p' "$work/ftp")
+SYSMAINT_FTP_PASSWORD=secret run 0 scan "ftp://user@$ftp" --depth 1 && says err 'found 3 files, 4 folders'
+SYSMAINT_FTP_PASSWORD=wrong run 1 scan "ftp://user@$ftp" && says err '(1326)'
+run 2 scan "ftp://user@$ftp" && says err 'nobody to ask for the password'
+run 2 scan "ftp://user:secret@$ftp" && says err 'SYSMAINT_FTP_PASSWORD'
+for address in 'ftp://' 'ftp://h:0' 'ftp://h:x/' 'ftp:///x'; do run 2 scan "$address"; done
+exec 9>&-
+wait "$ftp_servers"
+run 1 scan "ftp://$ftp" && says err '(10061)'
 # Hive files created by another program.
 "$here/native/hives" seeds "$work/hives"
 hive=$work/hives/seed5

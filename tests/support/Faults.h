@@ -23,7 +23,8 @@ inline const std::map<LONG_PTR, std::vector<std::string>> kFaults = [] {
          "OpenProcessToken OpenThreadToken ReadFile RemoveDirectoryW ResetEvent RevertToSelf SetEndOfFile "
          "SetEvent SetFileAttributesW SetFileInformationByHandle SetFilePointerEx SetThreadPriority "
          "SetThreadToken WriteFile"},
-        {-1, "CreateFileW FindFirstFileExW FindFirstFileW GetFileAttributesW WTSGetActiveConsoleSessionId"},
+        {-1, "CreateFileW CreateNamedPipeW FindFirstFileExW FindFirstFileW GetFileAttributesW "
+             "WTSGetActiveConsoleSessionId"},
         {kFailure,
          "RegCreateKeyExW RegDeleteValueW RegEnumKeyExW RegEnumValueW RegOpenCurrentUser RegOpenKeyExW "
          "RegQueryValueExW RegSetValueExW"},

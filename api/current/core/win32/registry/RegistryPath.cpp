@@ -7,6 +7,7 @@
 
 #include "core/win32/registry/include/KeyPath.h"
 #include "core/win32/registry/include/RegistryValue.h"
+#include "core/win32/utils/registry/include/KeyWay.h"
 
 constexpr char kRegistryPathHeader[] = "core\\win32\\registry\\include\\RegistryPath.h";
 
@@ -94,6 +95,17 @@ RegistryKeyHandle RegistryPath::openToList(bool isRoot) const
     return RegistryKeyHandle(keypath::isStandIn(opened, root) ? nullptr : opened);
 }
 
+/// A key that refuses access is there all the same, and hardly a link; one that is gone is no container.
+bool RegistryPath::isFoundLink() const
+{
+    try {
+        const RegistryKeyHandle key = openToList(false);
+        return !key.isValid() || keyway::isLink(key.get());
+    } catch (const ListingFailure&) {
+        return false;
+    }
+}
+
 /// Ends the scan when the user's hive is gone: nothing that still exists would be found any more.
 void RegistryPath::requireHive(LSTATUS status) const
 {
@@ -127,8 +139,10 @@ void RegistryPath::list(Walk& walk)
     if (!key.isValid())
         return;
     // If the values cannot be listed, the sub-keys still are.
-    const LSTATUS values = reportValues(key.get(), walk);
-    const LSTATUS keys = walk.cancelled ? ERROR_SUCCESS : reportKeys(key.get(), walk);
+    const LSTATUS values =
+        walk.purpose == Purpose::FindContainer ? ERROR_SUCCESS : reportValues(key.get(), walk);
+    const LSTATUS keys =
+        walk.cancelled || walk.purpose == Purpose::KeepLeaves ? ERROR_SUCCESS : reportKeys(key.get(), walk);
     requireHive(values);
     requireHive(keys);
     const LSTATUS failed = values != ERROR_SUCCESS && !keypath::isMissing(values) ? values : keys;

@@ -27,3 +27,7 @@ using IFileScanEngine = IScanEngine<const wchar_t*, int>;
 /// The engine that walks registry keys. A root is a root key, a sub-key path and the options word of the keys
 /// (RegistryOption).
 using IRegistryScanEngine = IScanEngine<HKEY, const wchar_t*, unsigned long>;
+/// The engine that walks folders on FTP servers. A root is a server, a path from its root, a port, a user and
+/// a password.
+using IFtpScanEngine =
+    IScanEngine<const wchar_t*, const wchar_t*, unsigned short, const wchar_t*, const wchar_t*>;

@@ -44,4 +44,13 @@ struct IScanPath
     /// Item `index` of what the last scan kept under `key` (1 containers, 0 leaves), in the order found.
     /// Returns 0, 87 for another key, or 259 past the last item.
     virtual long getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const = 0;
+    /// Nonzero when the container has at least one container directly below it that is no link; stops at the
+    /// first. Calls no handler and keeps the results. Raises an Exception: 1223, or the system's code when
+    /// the container cannot be listed, or not far enough to tell.
+    [[nodiscard]] virtual int hasSubfolders(HANDLE cancelEvent) = 0;
+    /// For registry keys: keeps the values of this key alone that `validator` accepts as the results
+    /// (getResult with key 0), in place of those of the last scan. Calls no handler. Returns 0 or 1223;
+    /// raises an Exception: 120 for a container that is no key, 487 for an empty `validator`, and as scan
+    /// does.
+    virtual long getValues(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator) = 0;
 };

@@ -18,6 +18,8 @@ public:
 private:
     void list(Walk& walk) override;
     [[nodiscard]] const char* scanPlace() const noexcept override;
+    [[nodiscard]] bool isFoundLink() const override;
+    [[nodiscard]] bool hasValues() const noexcept override { return true; }
 
     /// Opens the key. Empty when it has been deleted since it was found, and when it only stands for
     /// performance data. Raises a ListingFailure.

@@ -83,6 +83,11 @@ bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t
         if (!walk.validator->validate(*item))
             return false;
     }
+    if (walk.purpose == Purpose::KeepLeaves) {
+        const WriteLocker locker(walk.root.m_resultsLock);
+        walk.root.m_leaves.push_back(item);
+        return true;
+    }
     if (walk.root.m_provider.notify(walk.cancelEvent, 0, key, item) != ERROR_SUCCESS) {
         walk.cancelled = true;
         return false;
@@ -98,6 +103,11 @@ bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t
 void ScanPath::reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level,
                                bool isLeftUnlisted)
 {
+    if (walk.purpose == Purpose::FindContainer) {
+        walk.hasContainer = !dynamic_cast<const ScanPath&>(*item).isFoundLink();
+        walk.cancelled = walk.hasContainer; // ends the listing
+        return;
+    }
     if (!report(walk, item, kContainerFound) || isLeftUnlisted || walk.options.depth <= level)
         return;
     walk.found.push_back(item);
@@ -156,6 +166,43 @@ void ScanPath::enqueueFound(Walk& walk)
             [&](void* handle) { walk.queue.push_back(ScanItemHandle(handle)); });
     });
     walk.found.clear();
+}
+
+int ScanPath::hasSubfolders(HANDLE cancelEvent)
+{
+    const SharedPtr<IScanValidator> none;
+    const ScanOptions options;
+    Walk walk{cancelEvent, none, options, *this, {}, {}, {}};
+    walk.purpose = Purpose::FindContainer;
+    try {
+        list(walk);
+    } catch (const ListingFailure& failure) {
+        if (!walk.hasContainer)
+            throw Exception(failure.reason);
+    }
+    if (walk.cancelled && !walk.hasContainer)
+        throw Exception(scanPlace(), ERROR_CANCELLED);
+    return walk.hasContainer ? 1 : 0;
+}
+
+long ScanPath::getValues(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator)
+{
+    if (!hasValues())
+        throw Exception(scanPlace(), ERROR_CALL_NOT_IMPLEMENTED);
+    if (!validator)
+        throw Exception(scanPlace(), ERROR_INVALID_ADDRESS);
+    clearResults();
+    const ScanOptions options;
+    Walk walk{cancelEvent, validator, options, *this, {}, {}, {}};
+    walk.purpose = Purpose::KeepLeaves;
+    if (walk.poll())
+        return ERROR_CANCELLED;
+    try {
+        list(walk);
+    } catch (const ListingFailure& failure) {
+        throw Exception(failure.reason);
+    }
+    return walk.cancelled ? ERROR_CANCELLED : ERROR_SUCCESS;
 }
 
 void ScanPath::clearResults()

@@ -20,6 +20,7 @@ public:
 private:
     void list(Walk& walk) override { getFiles(walk); }
     [[nodiscard]] const char* scanPlace() const noexcept override;
+    [[nodiscard]] bool isFoundLink() const override { return !wasPlainFolder(); }
 
     void getFiles(Walk& walk);
     /// Holds this folder and those above it during the listing. Returns false when it is gone.

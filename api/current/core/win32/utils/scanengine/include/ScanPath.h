@@ -19,6 +19,8 @@ public:
     [[nodiscard]] INotifyProvider& getNotifyProvider() noexcept final { return m_provider; }
     [[nodiscard]] std::uint32_t getLevel() const noexcept final { return m_level; }
     long getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const final;
+    [[nodiscard]] int hasSubfolders(HANDLE cancelEvent) final;
+    long getValues(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator) final;
 
     /// The walk of scan, without its first poll. `self` is this path as an item, for the handlers; null when
     /// nobody has one. `firstFailure` receives the first container further down that cannot be listed, unless
@@ -37,6 +39,14 @@ protected:
         SharedPtr<ScanItem> item;
     };
 
+    /// What a listing is for.
+    enum class Purpose
+    {
+        Scan,
+        FindContainer, ///< ends with the first container that is no link
+        KeepLeaves     ///< the leaves become results, and no handler is called
+    };
+
     /// The state of one scan, discarded afterwards.
     struct Walk
     {
@@ -50,6 +60,8 @@ protected:
         HeldFolders held = {};                  // for the container being listed and those above it
         std::vector<std::byte> listed = {};     // buffer for what the system lists at once
         bool cancelled = false;
+        Purpose purpose = Purpose::Scan;
+        bool hasContainer = false; // which was looked for
 
         /// Polls the event, unless it has already been seen signalled.
         bool poll() noexcept
@@ -71,11 +83,19 @@ protected:
     /// Lists this container: creates an item for each entry and passes it to report, until the walk is
     /// cancelled.
     virtual void list(Walk& walk) = 0;
+    /// Whether this container, found by a walk, is a link.
+    [[nodiscard]] virtual bool isFoundLink() const { return false; }
+    /// Whether its leaves are values.
+    [[nodiscard]] virtual bool hasValues() const noexcept { return false; }
     /// The place text for a waiting container that is no longer there.
     [[nodiscard]] virtual const char* scanPlace() const noexcept = 0;
 
     /// Offers a found item to the validator, the handlers and the results.
-    static void reportLeaf(Walk& walk, const SharedPtr<ScanItem>& item) { report(walk, item, kLeafFound); }
+    static void reportLeaf(Walk& walk, const SharedPtr<ScanItem>& item)
+    {
+        if (walk.purpose != Purpose::FindContainer)
+            report(walk, item, kLeafFound);
+    }
     /// The same for a container. It then waits for its turn to be listed, unless it is a link, is left
     /// unlisted for another reason, or is too deep.
     static void reportContainer(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t level,

@@ -1,0 +1,229 @@
+#include "core/win32/utils/ftp/include/FtpConnection.h"
+
+#include "core/win32/utils/objectmanager/include/FileTransfer.h"
+#include "core/win32/utils/paths/include/OpenedItself.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
+#include "core/win32/utils/strings/include/Unicode.h"
+
+ObjectTable<FtpConnectionPtr> ftpConnections(50); // scan items hold them
+
+namespace {
+constexpr unsigned short kUsualPort = 21;
+constexpr DWORD kUsualTimeout = 30000;
+
+bool isControl(wchar_t c)
+{
+    return c < L' ' || c == 0x7F;
+}
+
+/// What goes to the server in a command: a line's end would begin another one.
+std::wstring requireText(const wchar_t* text)
+{
+    const std::wstring_view view = text;
+    if (std::any_of(view.begin(), view.end(), &isControl))
+        raiseCode(ERROR_INVALID_PARAMETER);
+    return std::wstring(view);
+}
+
+/// What says that the server ended the session while nobody used it.
+bool isLost(long code)
+{
+    return code == ERROR_BROKEN_PIPE || code == WSAECONNRESET || code == WSAECONNABORTED ||
+           code == ERROR_CONNECTION_ABORTED || code == ERROR_NETNAME_DELETED;
+}
+
+/// A local file that is read or written, never through a link.
+class LocalFile
+{
+public:
+    LocalFile(const wchar_t* path, DWORD access, DWORD how)
+    {
+        const std::wstring settled = settledPath(path);
+        m_file.reset(::CreateFileW(Win32Path(settled.c_str()), access, FILE_SHARE_READ, nullptr, how,
+                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        BY_HANDLE_FILE_INFORMATION information{};
+        if (!m_file.isValid() || !GetFileInformationByHandle(m_file.get(), &information))
+            raiseLastError();
+        if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+            raiseCode(kStoppedOnSymlink);
+        m_size = std::uint64_t{information.nFileSizeHigh} << 32U | information.nFileSizeLow;
+    }
+    [[nodiscard]] HANDLE get() const noexcept { return m_file.get(); }
+    [[nodiscard]] unsigned long long getSize() const noexcept { return m_size; }
+
+private:
+    Win32Handle m_file;
+    unsigned long long m_size = 0;
+};
+} // namespace
+
+FtpLocation FtpLocation::fromPath(std::wstring_view path)
+{
+    FtpLocation location;
+    while (!path.empty()) {
+        const std::wstring_view name = path.substr(0, path.find(L'/'));
+        path.remove_prefix(std::min(name.size() + 1, path.size()));
+        if (name.empty())
+            continue;
+        const bool isPlain = name != L"." && name != L".." && name.find(L'\\') == std::wstring_view::npos &&
+                             std::none_of(name.begin(), name.end(), &isControl);
+        if (!isPlain)
+            raiseCode(ERROR_INVALID_PARAMETER);
+        location.text.append(L"/").append(name);
+    }
+    if (location.text.empty())
+        location.text = L"/";
+    try {
+        location.bytes = unicode::utf8FromWide(location.text);
+    } catch (long) {
+        raiseCode(ERROR_INVALID_PARAMETER);
+    }
+    return location;
+}
+
+FtpLocation FtpLocation::joined(const FtpEntry& entry) const
+{
+    FtpLocation location = *this;
+    if (location.bytes != "/") {
+        location.bytes.push_back('/');
+        location.text.push_back(L'/');
+    }
+    location.bytes.append(entry.bytes);
+    location.text.append(entry.name);
+    return location;
+}
+
+/// The only user of the session.
+class FtpConnection::Turn
+{
+public:
+    Turn(HANDLE free, const WaitLimits& limits) : m_free(free) { requireSuccess(limits.wait(free)); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn() { SetEvent(m_free); }
+
+private:
+    HANDLE m_free;
+};
+
+FtpConnection::FtpConnection(const wchar_t* host, unsigned short port, const wchar_t* user,
+                             const wchar_t* password)
+    : m_timeout(kUsualTimeout), m_free(CreateEventW(nullptr, FALSE, TRUE, nullptr))
+{
+    if (!m_free.isValid())
+        raiseLastError();
+    if (host == nullptr || *host == L'\0')
+        raiseCode(ERROR_INVALID_PARAMETER);
+    const bool isAnonymous = user == nullptr || *user == L'\0';
+    m_server = {
+        requireText(host), port != 0 ? port : kUsualPort, isAnonymous ? L"anonymous" : requireText(user),
+        password != nullptr ? requireText(password) : std::wstring(isAnonymous ? L"anonymous@" : L"")};
+}
+
+std::wstring FtpConnection::urlOf(const std::wstring& path) const
+{
+    const bool isV6 = m_server.host.find(L':') != std::wstring::npos;
+    std::wstring url = L"ftp://";
+    url.append(isV6 ? L"[" : L"").append(m_server.host).append(isV6 ? L"]" : L"");
+    if (m_server.port != kUsualPort)
+        url.append(L":").append(std::to_wstring(m_server.port));
+    return url.append(path);
+}
+
+// A session that was not ready again is given up. One that the server ended while it was idle is opened once
+// more, for what does no harm when it is done twice.
+template <class Operation>
+auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operation)
+{
+    const FtpLimits limits{m_timeout, cancelEvent, m_stop.get()};
+    WaitLimits forTurn(INFINITE, cancelEvent);
+    forTurn.stopEvent = m_stop.get();
+    const Turn turn(m_free.get(), forTurn);
+    if (isCancelled(m_stop.get()))
+        raiseCode(ERROR_NOT_CONNECTED);
+    for (;;) {
+        const bool isNew = !m_session;
+        if (isNew) {
+            m_isReachable = false;
+            m_session.emplace(m_server, limits);
+            m_isReachable = true;
+        }
+        try {
+            return operation(*m_session, limits);
+        } catch (long code) {
+            const bool wasIdle = !isNew && !m_session->isAnswered();
+            if (!m_session->isReady())
+                m_session.reset();
+            if (m_session || !canRepeat || !wasIdle || !isLost(code))
+                throw;
+        } catch (...) {
+            m_session.reset();
+            throw;
+        }
+    }
+}
+
+void FtpConnection::connect(HANDLE cancelEvent)
+{
+    use(cancelEvent, true, [](FtpSession&, const FtpLimits&) {});
+}
+
+FtpListing FtpConnection::list(const std::string& folder, HANDLE cancelEvent)
+{
+    return use(cancelEvent, true,
+               [&](FtpSession& session, const FtpLimits& limits) { return session.list(folder, limits); });
+}
+
+bool FtpConnection::enter(const std::string& folder)
+{
+    return use(nullptr, true,
+               [&](FtpSession& session, const FtpLimits& limits) { return session.enter(folder, limits); });
+}
+
+std::optional<unsigned long long> FtpConnection::sizeOf(const std::string& file, HANDLE cancelEvent)
+{
+    return use(cancelEvent, true,
+               [&](FtpSession& session, const FtpLimits& limits) { return session.sizeOf(file, limits); });
+}
+
+void FtpConnection::download(const std::string& file, const wchar_t* localPath, bool goOn, HANDLE cancelEvent)
+{
+    const std::optional<unsigned long long> size = sizeOf(file, cancelEvent);
+    if (!size)
+        raiseCode(ERROR_FILE_NOT_FOUND);
+    const LocalFile local(localPath, GENERIC_WRITE | FILE_READ_ATTRIBUTES, goOn ? OPEN_ALWAYS : CREATE_NEW);
+    unsigned long long done = local.getSize();
+    if (done > *size)
+        raiseCode(ERROR_INVALID_DATA);
+    if (done == *size)
+        return;
+    LARGE_INTEGER end{};
+    if (!SetFilePointerEx(local.get(), end, nullptr, FILE_END))
+        raiseLastError();
+    use(cancelEvent, false, [&](FtpSession& session, const FtpLimits& limits) {
+        session.retrieve(file, done, limits, [&](const char* data, std::size_t length) {
+            requireSuccess(filetransfer::write(local.get(), data, length));
+            done += length;
+        });
+    });
+    if (done != *size)
+        raiseCode(ERROR_INVALID_DATA);
+}
+
+void FtpConnection::upload(const std::string& file, const wchar_t* localPath, HANDLE cancelEvent)
+{
+    const LocalFile local(localPath, GENERIC_READ, OPEN_EXISTING);
+    use(cancelEvent, false, [&](FtpSession& session, const FtpLimits& limits) {
+        session.store(file, limits, [&](char* room, std::size_t size) {
+            unsigned long long done = 0;
+            requireSuccess(filetransfer::read(local.get(), room, size, done));
+            return static_cast<std::size_t>(done);
+        });
+    });
+}
+
+void FtpConnection::remove(const std::string& file, HANDLE cancelEvent)
+{
+    use(cancelEvent, false,
+        [&](FtpSession& session, const FtpLimits& limits) { session.remove(file, limits); });
+}

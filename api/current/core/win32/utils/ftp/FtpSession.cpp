@@ -1,0 +1,392 @@
+#include "core/win32/utils/ftp/include/FtpSession.h"
+
+#include <cstring>
+#include <vector>
+
+#include "core/win32/utils/strings/include/Unicode.h"
+
+namespace {
+constexpr std::size_t kLargestReply = 64U << 10U;
+constexpr std::size_t kLargestListing = 64U << 20U;
+constexpr int kMostPreliminary = 20; // replies before the one that counts
+constexpr DWORD kListingShare = 10;  // a whole listing has ten times a step's time
+constexpr std::size_t kPiece = 64U << 10U;
+
+/// What a refusal means. FTP has one code for what is not there and what may not be accessed (550).
+long codeOfReply(int reply) noexcept
+{
+    switch (reply) {
+    case 421:
+    case 426:
+        return ERROR_CONNECTION_ABORTED;
+    case 425:
+        return ERROR_CONNECTION_REFUSED;
+    case 430:
+    case 530:
+    case 532:
+        return ERROR_LOGON_FAILURE;
+    case 450:
+        return ERROR_BUSY;
+    case 451:
+        return ERROR_IO_DEVICE;
+    case 452:
+    case 552:
+        return ERROR_DISK_FULL;
+    case 500:
+    case 502:
+    case 504:
+    case 522:
+        return ERROR_NOT_SUPPORTED;
+    case 501:
+    case 553:
+        return ERROR_INVALID_NAME;
+    case 550:
+        return ERROR_FILE_NOT_FOUND;
+    default:
+        return reply >= 400 && reply < 600 ? ERROR_ACCESS_DENIED : ERROR_INVALID_DATA;
+    }
+}
+
+bool isDone(int reply) noexcept
+{
+    return reply >= 200 && reply < 300;
+}
+
+SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
+{
+    // The port stands at the same place in both kinds.
+    reinterpret_cast<sockaddr_in*>(&address.storage)->sin_port =
+        static_cast<unsigned short>(port << 8U | port >> 8U);
+    return address;
+}
+
+/// The numbers in a reply, as many as there are.
+std::vector<unsigned long> numbersIn(std::string_view text)
+{
+    constexpr unsigned long kMost = 100000;
+    std::vector<unsigned long> numbers;
+    bool inNumber = false;
+    for (const char c : text) {
+        const bool isDigit = c >= '0' && c <= '9';
+        if (isDigit && !inNumber)
+            numbers.push_back(0);
+        if (isDigit && numbers.back() < kMost)
+            numbers.back() = numbers.back() * 10 + static_cast<unsigned long>(c - '0');
+        inNumber = isDigit;
+    }
+    return numbers;
+}
+} // namespace
+
+FtpSession::FtpSession(const FtpServer& server, const FtpLimits& limits)
+{
+    SocketClient client(server.host.c_str(), server.port);
+    m_control = client.connect(limits.step());
+    m_address = client.getAddress();
+    logIn(server, limits);
+    agree(limits);
+}
+
+void FtpSession::logIn(const FtpServer& server, const FtpLimits& limits)
+{
+    const Reply greeting = readFinalReply(limits);
+    if (!isDone(greeting.code))
+        raiseCode(codeOfReply(greeting.code));
+    Reply reply = ask("USER", unicode::utf8FromWide(server.user), limits);
+    if (reply.code == 331)
+        reply = ask("PASS", unicode::utf8FromWide(server.password), limits);
+    if (!isDone(reply.code))
+        raiseCode(reply.code == 421 ? long{ERROR_CONNECTION_ABORTED} : long{ERROR_LOGON_FAILURE});
+}
+
+// Bytes as they are, and names in UTF-8, if the server knows it.
+void FtpSession::agree(const FtpLimits& limits)
+{
+    const Reply features = ask("FEAT", "", limits);
+    if (features.code == 211) {
+        std::string text = features.text;
+        for (char& c : text)
+            if (c >= 'a' && c <= 'z')
+                c = static_cast<char>(c - 32);
+        m_hasMachineListing = text.find("\n MLST") != std::string::npos;
+        if (text.find("\n UTF8") != std::string::npos)
+            static_cast<void>(ask("OPTS", "UTF8 ON", limits)); // some refuse it and send UTF-8 all the same
+    }
+    const Reply type = ask("TYPE", "I", limits);
+    if (!isDone(type.code))
+        raiseCode(codeOfReply(type.code));
+}
+
+char FtpSession::readByte(const WaitLimits& limits)
+{
+    if (m_receivedAt == m_receivedEnd) {
+        m_receivedEnd = m_control->readSome(m_received.data(), m_received.size(), limits);
+        m_receivedAt = 0;
+    }
+    return m_received[m_receivedAt++];
+}
+
+// `left` is what the reply may still take.
+std::string FtpSession::readLine(const WaitLimits& limits, std::size_t& left)
+{
+    std::string line;
+    for (char c = 0; (c = readByte(limits)) != '\n'; --left) {
+        if (left == 0)
+            raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
+        line.push_back(c);
+    }
+    if (!line.empty() && line.back() == '\r')
+        line.pop_back();
+    return line;
+}
+
+// "150 text", or "150-text", any lines, and "150 text". The whole reply has one step's time.
+FtpSession::Reply FtpSession::readReply(const FtpLimits& limits)
+{
+    const WaitLimits step = limits.step();
+    std::size_t left = kLargestReply;
+    std::string line = readLine(step, left);
+    constexpr std::size_t kCodeLength = 3;
+    const bool hasCode = line.size() >= kCodeLength && line.find_first_not_of("0123456789") >= kCodeLength &&
+                         line[0] >= '1' && line[0] <= '5' &&
+                         (line.size() == kCodeLength || line[3] == ' ' || line[3] == '-');
+    if (!hasCode)
+        raiseCode(ERROR_INVALID_DATA);
+    Reply reply{(line[0] - '0') * 100 + (line[1] - '0') * 10 + (line[2] - '0'), line.substr(kCodeLength)};
+    if (line.size() > kCodeLength && line[3] == '-') {
+        const std::string end = line.substr(0, kCodeLength) + " ";
+        do {
+            if (left == 0)
+                raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
+            --left;
+            line = readLine(step, left);
+            reply.text.append("\n").append(line);
+        } while (!line.starts_with(end));
+    }
+    m_isAnswered = true;
+    return reply;
+}
+
+FtpSession::Reply FtpSession::readFinalReply(const FtpLimits& limits)
+{
+    for (int i = 0; i < kMostPreliminary; ++i) {
+        Reply reply = readReply(limits);
+        if (reply.code >= 200) {
+            m_isReady = reply.code != 421; // with which the server leaves
+            return reply;
+        }
+    }
+    raiseCode(ERROR_INVALID_DATA);
+}
+
+// A byte of 255 would begin a command of the protocol below, unless it stands twice.
+void FtpSession::send(std::string_view command, std::string_view argument, const FtpLimits& limits)
+{
+    std::string line(command);
+    if (!argument.empty())
+        line.push_back(' ');
+    for (const char c : argument)
+        line.append(c == '\xFF' ? 2U : 1U, c);
+    line.append("\r\n");
+    m_isReady = false;
+    m_isAnswered = false;
+    m_control->writeAll(line.data(), line.size(), limits.step());
+}
+
+FtpSession::Reply FtpSession::ask(std::string_view command, std::string_view argument,
+                                  const FtpLimits& limits)
+{
+    send(command, argument, limits);
+    return readFinalReply(limits);
+}
+
+unsigned short FtpSession::dataPort(const FtpLimits& limits)
+{
+    constexpr unsigned long kLargestPort = 65535;
+    constexpr std::size_t kPassiveNumbers = 6;
+    if (m_knowsExtendedPassive) {
+        const Reply reply = ask("EPSV", "", limits); // (|||port|)
+        if (reply.code == 229) {
+            const std::size_t at = reply.text.find("|||");
+            const std::vector<unsigned long> numbers =
+                at != std::string::npos ? numbersIn(std::string_view(reply.text).substr(at))
+                                        : std::vector<unsigned long>();
+            if (numbers.empty() || numbers[0] == 0 || numbers[0] > kLargestPort)
+                raiseCode(ERROR_INVALID_DATA);
+            return static_cast<unsigned short>(numbers[0]);
+        }
+        if (reply.code < 500)
+            raiseCode(codeOfReply(reply.code));
+        m_knowsExtendedPassive = false;
+    }
+    const Reply reply = ask("PASV", "", limits); // (a,a,a,a,p,p)
+    if (reply.code != 227)
+        raiseCode(codeOfReply(reply.code));
+    const std::vector<unsigned long> numbers = numbersIn(reply.text);
+    if (numbers.size() < kPassiveNumbers || numbers[4] > 255 || numbers[5] > 255 ||
+        numbers[4] + numbers[5] == 0)
+        raiseCode(ERROR_INVALID_DATA);
+    return static_cast<unsigned short>(numbers[4] << 8U | numbers[5]);
+}
+
+WirePtr FtpSession::openData(const FtpLimits& limits)
+{
+    const SocketAddress address = withPort(m_address, dataPort(limits));
+    m_isReady = false; // a data connection that fails leaves the server waiting for it
+    return connectSocket(address, limits.step());
+}
+
+WirePtr FtpSession::beginTransfer(std::string_view command, std::string_view argument,
+                                  const FtpLimits& limits, unsigned long long offset)
+{
+    WirePtr data = openData(limits);
+    if (offset != 0) {
+        const Reply reply = ask("REST", std::to_string(offset), limits); // right before what it is for
+        if (reply.code != 350)
+            raiseCode(codeOfReply(reply.code));
+    }
+    send(command, argument, limits);
+    const Reply reply = readReply(limits);
+    m_isTransferDone = isDone(reply.code); // all is under way already
+    if (!m_isTransferDone && reply.code >= 200) {
+        m_isReady = reply.code != 421;
+        raiseCode(codeOfReply(reply.code));
+    }
+    return data;
+}
+
+void FtpSession::endTransfer(const FtpLimits& limits)
+{
+    if (m_isTransferDone) {
+        m_isReady = true;
+        return;
+    }
+    const Reply reply = readFinalReply(limits);
+    if (!isDone(reply.code))
+        raiseCode(codeOfReply(reply.code));
+}
+
+std::string FtpSession::readListing(std::string_view command, std::string_view argument,
+                                    const FtpLimits& limits)
+{
+    WirePtr data = beginTransfer(command, argument, limits);
+    const Deadline deadline(limits.timeout < INFINITE / kListingShare ? limits.timeout * kListingShare
+                                                                      : INFINITE);
+    std::string text;
+    std::vector<char> piece(kPiece);
+    for (;;) {
+        WaitLimits step = limits.step();
+        if (deadline.getLeft() < step.deadline.getLeft())
+            step.deadline = deadline;
+        std::size_t got = 0;
+        try {
+            got = data->readSome(piece.data(), piece.size(), step);
+        } catch (long code) {
+            if (code != ERROR_BROKEN_PIPE)
+                throw;
+            break; // its end, if the server says so
+        }
+        if (got > kLargestListing - text.size())
+            raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
+        text.append(piece.data(), got);
+    }
+    data.reset(); // some servers wait for it before they reply
+    endTransfer(limits);
+    return text;
+}
+
+bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
+{
+    const Reply reply = ask("CWD", folder, limits);
+    if (!isDone(reply.code) && reply.code != 550)
+        raiseCode(codeOfReply(reply.code));
+    return isDone(reply.code);
+}
+
+// The folder is entered first: as an argument its name would be a pattern for some servers.
+FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
+{
+    if (!enter(folder, limits))
+        raiseCode(ERROR_PATH_NOT_FOUND);
+    if (m_hasMachineListing) {
+        try {
+            return FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
+        } catch (long code) {
+            if (code != ERROR_NOT_SUPPORTED || !m_isReady)
+                throw;
+            m_hasMachineListing = false;
+        }
+    }
+    if (m_listsHidden) {
+        try {
+            FtpListing listing =
+                FtpListing::parse(readListing("LIST", "-a", limits), FtpListing::Form::Plain);
+            if (!listing.isEmpty)
+                return listing;
+        } catch (long) {
+            if (!m_isReady)
+                throw;
+        }
+        m_listsHidden = false; // the option is taken for a name
+    }
+    return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
+}
+
+std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, const FtpLimits& limits)
+{
+    const Reply reply = ask("SIZE", file, limits);
+    if (reply.code == 550)
+        return {};
+    if (reply.code != 213)
+        raiseCode(codeOfReply(reply.code));
+    unsigned long long size = 0;
+    const std::size_t at = reply.text.find_first_not_of(' ');
+    if (at == std::string::npos)
+        raiseCode(ERROR_INVALID_DATA);
+    for (const char c : std::string_view(reply.text).substr(at)) {
+        if (c < '0' || c > '9' || size > (~0ULL - 9) / 10)
+            raiseCode(ERROR_INVALID_DATA);
+        size = size * 10 + static_cast<unsigned long long>(c - '0');
+    }
+    return size;
+}
+
+void FtpSession::retrieve(const std::string& file, unsigned long long offset, const FtpLimits& limits,
+                          const std::function<void(const char* data, std::size_t size)>& take)
+{
+    WirePtr data = beginTransfer("RETR", file, limits, offset);
+    std::vector<char> piece(kPiece);
+    for (;;) {
+        std::size_t got = 0;
+        try {
+            got = data->readSome(piece.data(), piece.size(), limits.step());
+        } catch (long code) {
+            if (code != ERROR_BROKEN_PIPE)
+                throw;
+            break;
+        }
+        take(piece.data(), got);
+    }
+    data.reset();
+    endTransfer(limits);
+}
+
+void FtpSession::store(const std::string& file, const FtpLimits& limits,
+                       const std::function<std::size_t(char* room, std::size_t size)>& give)
+{
+    {
+        const WirePtr data = beginTransfer("STOR", file, limits);
+        std::vector<char> piece(kPiece);
+        for (std::size_t size = 0; (size = give(piece.data(), piece.size())) != 0;)
+            data->writeAll(piece.data(), size, limits.step());
+        data->close();
+    }
+    endTransfer(limits);
+}
+
+void FtpSession::remove(const std::string& file, const FtpLimits& limits)
+{
+    const Reply reply = ask("DELE", file, limits);
+    if (!isDone(reply.code))
+        raiseCode(codeOfReply(reply.code));
+}

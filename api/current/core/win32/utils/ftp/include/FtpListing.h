@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// One entry of a folder on an FTP server.
+struct FtpEntry
+{
+    enum class Kind
+    {
+        File,
+        Folder,
+        Link
+    };
+
+    std::string bytes; ///< the name as the server sent it
+    std::wstring name;
+    Kind kind = Kind::File;
+    std::optional<unsigned long long> size;
+};
+
+/// A folder's listing, taken apart. What the server sends is not trusted: a name that is no plain name (with
+/// a separator or a control character) is left out, and so are "." and "..".
+struct FtpListing
+{
+    enum class Form
+    {
+        Machine, ///< MLSD, RFC 3659
+        Plain    ///< LIST, as Unix and DOS write it
+    };
+
+    std::vector<FtpEntry> entries; ///< each name once
+    long failure = 0;              ///< why lines were left out: 123 a name, 13 another form; 0: none were
+    bool isEmpty = true;           ///< not even "." and ".." are there
+
+    /// Raises std::bad_alloc.
+    static FtpListing parse(std::string_view text, Form form);
+};
+
+/// The text of a name or a path: as UTF-8, or, when it is none, in the Western code page 1252. Raises 1113.
+[[nodiscard]] std::wstring ftpText(std::string_view bytes);

@@ -1,0 +1,25 @@
+#pragma once
+
+#include "core/win32/utils/ftp/include/FtpConnection.h"
+#include "core/win32/utils/scanengine/include/ScanPath.h"
+
+/// A folder on an FTP server that can be walked; see IScanPath. It is listed completely before anything in it
+/// is reported, so handlers may use the server meanwhile.
+class FtpPath final : public ScanItem, public ScanPath
+{
+public:
+    FtpPath(const FtpConnectionPtr& connection, FtpLocation location, std::uint32_t level);
+
+    void setPath(const wchar_t* path, int expand) override;
+    [[nodiscard]] bool isInterchangeable(const ScanItem& filed) const override;
+    [[nodiscard]] int exists() const override;
+    long load(unsigned long code, IInputByteStream& stream) override;
+
+private:
+    void list(Walk& walk) override;
+    [[nodiscard]] const char* scanPlace() const noexcept override;
+    [[nodiscard]] FtpConnection& connection() const;
+
+    FtpConnectionPtr m_connection;
+    FtpLocation m_location;
+};

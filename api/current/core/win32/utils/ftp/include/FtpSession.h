@@ -1,0 +1,100 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "core/win32/utils/connections/include/SocketEndpoint.h"
+#include "core/win32/utils/ftp/include/FtpListing.h"
+
+/// An FTP server and who logs in there.
+struct FtpServer
+{
+    std::wstring host;
+    unsigned short port = 0;
+    std::wstring user;
+    std::wstring password;
+
+    bool operator==(const FtpServer&) const = default;
+};
+
+/// How long each step of a session may wait, and what ends it early.
+struct FtpLimits
+{
+    DWORD timeout = 0;
+    HANDLE cancelEvent = nullptr;
+    HANDLE stopEvent = nullptr;
+
+    /// For one step that begins now. Raises 1223.
+    [[nodiscard]] WaitLimits step() const
+    {
+        WaitLimits limits(timeout, cancelEvent);
+        limits.stopEvent = stopEvent;
+        return limits;
+    }
+};
+
+/// One log-in at an FTP server (RFC 959, 2428, 3659): a control connection, and a data connection to the same
+/// address for each transfer. What the server sends is not trusted: replies and listings are limited, and the
+/// address that it names for data is ignored. The operations raise bare codes; the exported functions say
+/// which.
+class FtpSession
+{
+public:
+    /// Connects and logs in.
+    FtpSession(const FtpServer& server, const FtpLimits& limits);
+
+    /// Lists a folder.
+    [[nodiscard]] FtpListing list(const std::string& folder, const FtpLimits& limits);
+    /// Whether the server lets us into a folder.
+    [[nodiscard]] bool enter(const std::string& folder, const FtpLimits& limits);
+    /// The size of a file; none when there is no such file.
+    [[nodiscard]] std::optional<unsigned long long> sizeOf(const std::string& file, const FtpLimits& limits);
+    /// Passes a file's bytes from `offset` on to `take`.
+    void retrieve(const std::string& file, unsigned long long offset, const FtpLimits& limits,
+                  const std::function<void(const char* data, std::size_t size)>& take);
+    /// Writes a file anew, with what `give` fills its argument with until it returns 0.
+    void store(const std::string& file, const FtpLimits& limits,
+               const std::function<std::size_t(char* room, std::size_t size)>& give);
+    void remove(const std::string& file, const FtpLimits& limits);
+
+    /// Whether the next command can be sent: the last one has had its whole reply.
+    [[nodiscard]] bool isReady() const noexcept { return m_isReady; }
+    /// Whether the server has answered since the session was last ready.
+    [[nodiscard]] bool isAnswered() const noexcept { return m_isAnswered; }
+
+private:
+    struct Reply
+    {
+        int code = 0;
+        std::string text; // without the code; of several lines, with "\n" between
+    };
+
+    void logIn(const FtpServer& server, const FtpLimits& limits);
+    void agree(const FtpLimits& limits);
+    [[nodiscard]] char readByte(const WaitLimits& limits);
+    [[nodiscard]] std::string readLine(const WaitLimits& limits, std::size_t& left);
+    [[nodiscard]] Reply readReply(const FtpLimits& limits);
+    [[nodiscard]] Reply readFinalReply(const FtpLimits& limits);
+    void send(std::string_view command, std::string_view argument, const FtpLimits& limits);
+    [[nodiscard]] Reply ask(std::string_view command, std::string_view argument, const FtpLimits& limits);
+    [[nodiscard]] WirePtr openData(const FtpLimits& limits);
+    [[nodiscard]] unsigned short dataPort(const FtpLimits& limits);
+    [[nodiscard]] WirePtr beginTransfer(std::string_view command, std::string_view argument,
+                                        const FtpLimits& limits, unsigned long long offset = 0);
+    void endTransfer(const FtpLimits& limits);
+    [[nodiscard]] std::string readListing(std::string_view command, std::string_view argument,
+                                          const FtpLimits& limits);
+
+    SocketAddress m_address;
+    WirePtr m_control;
+    std::array<char, 2048> m_received{};
+    std::size_t m_receivedAt = 0;
+    std::size_t m_receivedEnd = 0;
+    bool m_isReady = false;
+    bool m_isAnswered = false;
+    bool m_isTransferDone = false;
+    bool m_hasMachineListing = false; // MLSD
+    bool m_knowsExtendedPassive = true;
+    bool m_listsHidden = true; // LIST -a
+};

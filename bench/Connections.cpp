@@ -1,0 +1,126 @@
+#include <windows.h>
+
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Bench.h"
+#include "core/win32/utils/connections/api.h"
+
+namespace {
+/// Both ends of a pipe of ours, and of one that the bare system calls of the peer use: the same buffers, the
+/// same overlapped calls, the same two threads.
+class Pipes
+{
+public:
+    Pipes(std::size_t size, long rounds, bool answers) : m_rounds(rounds), m_answers(answers), m_data(size)
+    {
+        m_server = CreatePipeConnection(L"sysmaint bench\\server", ConnectionRole::Server);
+        m_client = CreatePipeConnection(L"sysmaint bench\\client", ConnectionRole::Client);
+        require(ConnectionListen(m_server, 0, nullptr) == ERROR_SUCCESS &&
+                    ConnectionConnect(m_client, 5000, nullptr) == ERROR_SUCCESS &&
+                    ConnectionAccept(m_server, 5000, nullptr, &m_accepted) == ERROR_SUCCESS,
+                "no pipe");
+        constexpr DWORD kBuffer = 64U << 10U;
+        m_bareServer =
+            CreateNamedPipeW(L"\\\\.\\pipe\\sysmaint bare", PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                             PIPE_TYPE_BYTE, 1, kBuffer, kBuffer, 0, nullptr);
+        m_bareClient = CreateFileW(L"\\\\.\\pipe\\sysmaint bare", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                   OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+        require(m_bareServer != INVALID_HANDLE_VALUE && m_bareClient != INVALID_HANDLE_VALUE, "no bare pipe");
+    }
+    Pipes(const Pipes&) = delete;
+    Pipes& operator=(const Pipes&) = delete;
+    ~Pipes()
+    {
+        for (void* connection : {m_accepted, m_client, m_server})
+            CloseConnection(connection);
+        for (const HANDLE handle : {m_bareServer, m_bareClient, m_serverEvent, m_clientEvent})
+            CloseHandle(handle);
+    }
+
+    void ours()
+    {
+        run([&](bool writes, bool first, void* data, std::size_t size) {
+            void* end = first ? m_client : m_accepted;
+            const long code = writes ? ConnectionWrite(end, data, size, INFINITE, nullptr)
+                                     : ConnectionReadAll(end, data, size, INFINITE, nullptr);
+            require(code == ERROR_SUCCESS, "a connection failed");
+        });
+    }
+    void bare()
+    {
+        run([&](bool writes, bool first, void* data, std::size_t size) {
+            const HANDLE end = first ? m_bareClient : m_bareServer;
+            const HANDLE event = first ? m_clientEvent : m_serverEvent;
+            for (std::size_t done = 0; done < size;) {
+                OVERLAPPED overlapped{};
+                overlapped.hEvent = event;
+                auto* at = static_cast<char*>(data) + done;
+                const auto left = static_cast<DWORD>(size - done);
+                DWORD moved = 0;
+                if (!(writes ? WriteFile(end, at, left, nullptr, &overlapped)
+                             : ReadFile(end, at, left, nullptr, &overlapped)))
+                    WaitForSingleObject(event, INFINITE);
+                require(GetOverlappedResult(end, &overlapped, &moved, TRUE), "a bare pipe failed");
+                done += moved;
+            }
+        });
+    }
+
+private:
+    template <class Transfer>
+    void run(Transfer&& transfer)
+    {
+        std::thread other([&] {
+            std::vector<char> data(m_data.size());
+            for (long i = 0; i < m_rounds; ++i) {
+                transfer(false, false, data.data(), data.size());
+                if (m_answers)
+                    transfer(true, false, data.data(), data.size());
+            }
+        });
+        for (long i = 0; i < m_rounds; ++i) {
+            transfer(true, true, m_data.data(), m_data.size());
+            if (m_answers)
+                transfer(false, true, m_data.data(), m_data.size());
+        }
+        other.join();
+    }
+
+    long m_rounds;
+    bool m_answers;
+    std::vector<char> m_data;
+    void* m_server = nullptr;
+    void* m_client = nullptr;
+    void* m_accepted = nullptr;
+    HANDLE m_bareServer = INVALID_HANDLE_VALUE;
+    HANDLE m_bareClient = INVALID_HANDLE_VALUE;
+    HANDLE m_serverEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE m_clientEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+};
+
+BenchRow pipeRow(const char* name, std::size_t size, long rounds, bool answers)
+{
+    const auto pipes = std::make_shared<std::unique_ptr<Pipes>>();
+    return {name,
+            "bare overlapped calls",
+            0.9,
+            static_cast<double>(rounds),
+            [=] { (*pipes)->ours(); },
+            [=] { (*pipes)->bare(); },
+            [=] {
+                if (!*pipes)
+                    *pipes = std::make_unique<Pipes>(size, rounds, answers);
+            }};
+}
+} // namespace
+
+BenchRows connectionRows(BenchScale scale)
+{
+    BenchRows rows;
+    rows.timed.push_back(pipeRow("pipe, 64 bytes and back", 64, scale(5000), true));
+    rows.timed.push_back(pipeRow("pipe, 64 KiB", 64U << 10U, scale(5000), false));
+    rows.timed.push_back(pipeRow("pipe, 1 MiB", 1U << 20U, scale(500), false));
+    return rows;
+}

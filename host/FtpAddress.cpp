@@ -1,0 +1,65 @@
+#include "FtpAddress.h"
+
+#include <vector>
+
+#include "Command.h"
+#include "Console.h"
+
+namespace {
+constexpr const wchar_t* kPasswordVariable = L"SYSMAINT_FTP_PASSWORD";
+
+unsigned short parsePort(const std::wstring& digits)
+{
+    const bool isNumber = !digits.empty() && digits.size() <= 5 &&
+                          digits.find_first_not_of(L"0123456789") == std::wstring::npos;
+    const unsigned long port = isNumber ? std::stoul(digits) : 0;
+    if (port == 0 || port > 65535)
+        throw UsageError{L"the port of an FTP server is a number from 1 to 65535"};
+    return static_cast<unsigned short>(port);
+}
+} // namespace
+
+std::optional<FtpAddress> parseFtpAddress(const std::wstring& text)
+{
+    constexpr std::wstring_view kScheme = L"ftp://";
+    if (text.size() < kScheme.size() || _wcsnicmp(text.c_str(), kScheme.data(), kScheme.size()) != 0)
+        return {};
+    FtpAddress address;
+    const std::size_t slash = text.find(L'/', kScheme.size());
+    std::wstring server = text.substr(kScheme.size(), slash - kScheme.size());
+    address.path = slash != std::wstring::npos ? text.substr(slash) : L"/";
+    if (const std::size_t at = server.rfind(L'@'); at != std::wstring::npos) {
+        address.user = server.substr(0, at);
+        server.erase(0, at + 1);
+        // It would stand in the list of processes and in the shell's history.
+        if (address.user.find(L':') != std::wstring::npos)
+            throw UsageError{L"the password is asked for, or taken from SYSMAINT_FTP_PASSWORD"};
+    }
+    const std::size_t bracket = server.rfind(L']');
+    const std::size_t colon = server.rfind(L':');
+    if (colon != std::wstring::npos && (bracket == std::wstring::npos || colon > bracket)) {
+        address.port = parsePort(server.substr(colon + 1));
+        server.erase(colon);
+    }
+    if (server.starts_with(L'[') && server.ends_with(L']'))
+        server = server.substr(1, server.size() - 2);
+    if (server.empty())
+        throw UsageError{L"which FTP server? ftp://[USER@]HOST[:PORT][/FOLDER]"};
+    address.host = server;
+    return address;
+}
+
+bool findPassword(FtpAddress& address)
+{
+    if (address.user.empty())
+        return true;
+    if (const DWORD size = GetEnvironmentVariableW(kPasswordVariable, nullptr, 0); size != 0) {
+        std::vector<wchar_t> password(size);
+        GetEnvironmentVariableW(kPasswordVariable, password.data(), size);
+        address.password = password.data();
+        return true;
+    }
+    return askSecret(L"Password of " + printable(address.user) + L" at " + printable(address.host) +
+                         L" (sent without encryption): ",
+                     address.password) == Answer::kYes;
+}

@@ -1,0 +1,284 @@
+#include <windows.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <thread>
+
+#include "core/win32/utils/ftp/api.h"
+#include "core/win32/utils/scanengine/api.h"
+#include "support/FtpServers.h"
+#include "support/Process.h"
+
+namespace {
+using FtpConnectionHandle = SmartHandle<CloseFtpConnection>;
+
+/// Scans one folder of a server and keeps what it finds, as the servers' script writes it.
+struct FtpScan : INotifyHandler
+{
+    explicit FtpScan(unsigned short port, const wchar_t* user = nullptr, const wchar_t* password = nullptr,
+                     const wchar_t* host = L"127.0.0.1", const wchar_t* path = L"/")
+        : port(port)
+    {
+        for (const unsigned long key : {kContainerFound, kLeafFound, kListingFailed})
+            EXPECT_EQ(FtpSEngineRegisterHandler(engine, *this, key, 0, 0), ERROR_SUCCESS);
+        EXPECT_EQ(FtpSEngineSetTimeout(engine, 700), ERROR_SUCCESS);
+        EXPECT_EQ(FtpSEngineAddPath(engine, host, path, port, user, password), ERROR_SUCCESS);
+    }
+    FtpScan(const FtpScan&) = delete;
+    FtpScan& operator=(const FtpScan&) = delete;
+    ~FtpScan() override { CloseFtpScanEngine(engine); }
+
+    long run(std::uint16_t depth = 65535, HANDLE cancelEvent = nullptr, const wchar_t* filter = nullptr)
+    {
+        found.clear();
+        failures.clear();
+        ScanOptions options;
+        options.depthGiven = 1;
+        options.depth = depth;
+        const SharedPtr<IScanValidator> validator(filter != nullptr ? DllGetScanValidator(filter, L"")
+                                                                    : DllGetScanValidator());
+        return FtpSEngineScan(engine, cancelEvent, validator, options);
+    }
+    void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
+    {
+        const std::wstring root = L"ftp://127.0.0.1:" + std::to_wstring(port);
+        std::wstring path = item->getPath();
+        ASSERT_TRUE(path.starts_with(root)) << testing::PrintToString(path);
+        path.erase(0, root.size());
+        if (notification.getFirst() == kListingFailed) {
+            failures[path] = static_cast<long>(notification.getValue());
+            return;
+        }
+        const auto* file = dynamic_cast<const IFtpFile*>(item.get());
+        EXPECT_EQ(item->getType(), file != nullptr ? kFtpFileItem : kDirectoryItem);
+        const std::wstring line = file == nullptr ? L"folder " + path
+                                                  : (file->isLink() ? L"link " : L"file ") +
+                                                        std::to_wstring(file->getSize()) + L" " + path;
+        EXPECT_TRUE(found.insert(line).second) << "twice: " << testing::PrintToString(line);
+        if (onFound)
+            onFound();
+    }
+
+    unsigned short port;
+    void* engine = CreateFtpScanEngine((L"ftp test " + std::to_wstring(++s_count)).c_str());
+    std::set<std::wstring> found;
+    std::map<std::wstring, long> failures;
+    std::function<void()> onFound;
+    static inline int s_count = 0;
+};
+
+/// The root of a server as a scan path.
+SharedPtr<ScanItem> rootOf(unsigned short port)
+{
+    const std::wstring engine = L"ftp test " + std::to_wstring(FtpScan::s_count + 1);
+    const FtpScan scan(port);
+    void* handle = OpenScanItem(engine.c_str(), (L"ftp://127.0.0.1:" + std::to_wstring(port) + L"/").c_str());
+    SharedPtr<ScanItem> item;
+    EXPECT_EQ(GetScanItemByHandle(handle, item), ERROR_SUCCESS);
+    CloseScanItem(handle);
+    return item;
+}
+
+std::wstring localPath(const wchar_t* name)
+{
+    wchar_t folder[MAX_PATH];
+    GetTempPathW(MAX_PATH, folder);
+    return std::wstring(folder).append(name);
+}
+
+std::string contentOf(const std::wstring& path)
+{
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void write(const std::wstring& path, const std::string& content)
+{
+    std::ofstream(std::filesystem::path(path), std::ios::binary) << content;
+}
+
+/// The code that an operation of an item raises; 0 when it does not.
+template <class Operation>
+long codeOf(Operation&& operation)
+{
+    try {
+        operation();
+        return ERROR_SUCCESS;
+    } catch (const Exception& raised) {
+        return static_cast<long>(raised.getCode());
+    }
+}
+} // namespace
+
+class FtpReal : public testing::Test
+{
+protected:
+    static void SetUpTestSuite() { s_servers = std::make_unique<FtpServers>(L"real"); }
+    static void TearDownTestSuite() { s_servers.reset(); }
+    static inline std::unique_ptr<FtpServers> s_servers;
+};
+
+TEST_F(FtpReal, ServersAreWalkedCompletely)
+{
+    ASSERT_GT(s_servers->entries.size(), 1000U);
+    for (const auto& [name, user, password] :
+         {std::tuple("pyftpdlib", L"user", L"secret"), std::tuple("vsftpd", L"", L"")}) {
+        SCOPED_TRACE(name);
+        FtpScan scan(s_servers->ports[name], user, password);
+        ASSERT_EQ(scan.run(), ERROR_SUCCESS);
+        EXPECT_EQ(scan.found, s_servers->entries);
+        EXPECT_TRUE(scan.failures.empty());
+        EXPECT_EQ(scan.run(1), ERROR_SUCCESS);
+        EXPECT_EQ(scan.found.size(), 7U);
+        EXPECT_EQ(scan.run(2, nullptr, L"*.tmp"), ERROR_SUCCESS);
+        EXPECT_EQ(std::count_if(scan.found.begin(), scan.found.end(),
+                                [](const std::wstring& line) { return line.starts_with(L"file"); }),
+                  5);
+        const TestEvent cancel;
+        scan.onFound = [&] { cancel.set(); };
+        EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED);
+        EXPECT_EQ(scan.found.size(), 1U);
+    }
+    const SharedPtr<ScanItem> item = rootOf(s_servers->ports["vsftpd"]);
+    EXPECT_EQ(dynamic_cast<IScanPath&>(*item).hasSubfolders(nullptr), 1);
+    FtpScan below(s_servers->ports["vsftpd"], nullptr, nullptr, L"127.0.0.1", L"folder/-a/");
+    EXPECT_EQ(below.run(1), ERROR_SUCCESS);
+    EXPECT_EQ(below.found.size(), 7U);
+    EXPECT_EQ(below.found.count(L"folder /folder/-a/[3]*"), 1U);
+}
+
+TEST_F(FtpReal, ServersThatRefuseAreTold)
+{
+    const unsigned short port = s_servers->ports["pyftpdlib"];
+    EXPECT_EQ(FtpScan(port, L"user", L"wrong").run(), ERROR_LOGON_FAILURE);
+    EXPECT_EQ(FtpScan(port).run(), ERROR_LOGON_FAILURE);
+    EXPECT_EQ(FtpScan(port, L"user", L"secret", L"127.0.0.1", L"/missing").run(), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(FtpScan(port, L"user", L"secret", L"ftp.invalid").run(), 11001);
+    EXPECT_EQ(FtpScan(1).run(), 10061);
+    FtpScan scan(port, L"user", L"secret");
+    for (const wchar_t* path :
+         {L"..", L"/a/../b", L"a\\b", L"a\r\nDELE b", static_cast<const wchar_t*>(nullptr)})
+        EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"h", path, 21, nullptr, nullptr), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"h", L"/", 21, L"a\nDELE b", nullptr), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"h", L"/", 21, L"a", L"\r\n"), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"", L"/", 21, L"a", nullptr), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
+{
+    const unsigned short port = s_servers->ports["pyftpdlib"];
+    FtpConnectionHandle connection(CreateFtpConnection(L"ftp test", L"127.0.0.1", port, L"user", L"secret"));
+    EXPECT_EQ(FtpConnectionConnect(connection.get(), nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(DllGetFtpFile(connection.get(), L"/a/../b"), nullptr);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"folder/über uns.bin"));
+    const std::wstring local = localPath(L"sysmaint ftp up");
+    const std::wstring copy = localPath(L"sysmaint ftp down");
+    std::string content(300000, 'x');
+    for (std::size_t i = 0; i < content.size(); ++i)
+        content[i] = static_cast<char>(i * 7 + i / 256);
+    write(local, content);
+    DeleteFileW(copy.c_str());
+
+    EXPECT_EQ(file->exists(), 0);
+    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(GetFileAttributesW(copy.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND);
+    ASSERT_EQ(codeOf([&] { file->upload(local.c_str(), nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(file->exists(), 1);
+    EXPECT_EQ(file->getSize(), content.size());
+    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(contentOf(copy), content);
+    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_FILE_EXISTS);
+    // What an earlier download left is kept, and the rest comes behind it.
+    write(copy, std::string(1000, 'k'));
+    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), true, nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(contentOf(copy), std::string(1000, 'k') + content.substr(1000));
+    write(copy, content + "x");
+    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), true, nullptr); }), ERROR_INVALID_DATA);
+    EXPECT_EQ(contentOf(copy), content + "x");
+    const TestEvent cancel;
+    cancel.set();
+    EXPECT_EQ(codeOf([&] { file->deleteItem(cancel.get()); }), ERROR_CANCELLED);
+    EXPECT_EQ(file->exists(), 1);
+    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(file->exists(), 0);
+    connection.reset();
+    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_NOT_CONNECTED);
+    DeleteFileW(local.c_str());
+    DeleteFileW(copy.c_str());
+}
+
+// First the server misbehaves, each in its way; then it behaves, and the same engine finds what there is.
+TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
+{
+    struct Row
+    {
+        const char* mode;
+        long code;
+        const wchar_t* found; // the first that is found meanwhile
+        long failure;         // under key 2
+    };
+    const Row rows[] = {
+        {"mute", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+        {"garbage", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+        {"endless", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+        {"line", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+        {"trickle", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+        {"waits", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+        {"login", ERROR_LOGON_FAILURE, L"", ERROR_LOGON_FAILURE},
+        {"leaves", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
+        {"passive", ERROR_SUCCESS, L"file 5 /good", 0},
+        {"port", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+        {"refused", 10061, L"", 10061},
+        {"later", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+        {"forever", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+        {"drops", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
+        {"gone", ERROR_BROKEN_PIPE, L"", ERROR_BROKEN_PIPE},
+        {"unsure", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+        {"names", ERROR_INVALID_NAME, L"file 5 /good", ERROR_INVALID_NAME},
+        {"lies", ERROR_INVALID_DATA, L"file 5 /good", ERROR_INVALID_DATA},
+        {"long", ERROR_SUCCESS, L"file 18446744073709551615 /good", 0},
+        {"unix", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
+        {"dos", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
+    };
+    FtpServers servers(L"hostile");
+    std::map<std::string, std::unique_ptr<FtpScan>> scans;
+    const ProcessCounts before = ProcessCounts::now();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.mode);
+        scans[row.mode] = std::make_unique<FtpScan>(servers.ports[row.mode]);
+        FtpScan& scan = *scans[row.mode];
+        EXPECT_EQ(scan.run(), row.code);
+        EXPECT_EQ(scan.found.empty() ? L"" : *scan.found.begin(), row.found);
+        if (row.code == ERROR_PATH_NOT_FOUND) {
+            EXPECT_EQ(scan.failures[L"/sub"], row.code) << "the rest is walked all the same";
+        } else if (scan.failures.count(L"/") != 0) {
+            EXPECT_EQ(scan.failures[L"/"], row.failure);
+        }
+    }
+    {
+        const TestEvent cancel; // while a reply is waited for, and while a listing is
+        for (const char* mode : {"mute", "later"}) {
+            FtpScan scan(servers.ports[mode]);
+            FtpSEngineSetTimeout(scan.engine, 60000);
+            FtpSEngineClear(scan.engine);
+            EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"127.0.0.1", L"/x", scan.port, nullptr, nullptr), 0);
+            std::thread canceller([&] { Sleep(100), cancel.set(); });
+            EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED) << mode;
+            canceller.join();
+            ResetEvent(cancel.get());
+        }
+    }
+    servers.mend();
+    for (const auto& [mode, scan] : scans) {
+        SCOPED_TRACE(mode);
+        const bool isPlain = mode == "unix" || mode == "dos";
+        EXPECT_EQ(scan->run(), isPlain ? ERROR_PATH_NOT_FOUND : ERROR_SUCCESS);
+        EXPECT_EQ(scan->found.count(isPlain ? L"file 5000000000 /good" : L"file 5 /good"), 1U);
+        EXPECT_EQ(scan->found.count(L"link 5 /link"), mode == "unix" ? 1U : 0U);
+    }
+    scans.clear();
+    EXPECT_TRUE(before.isReachedAgain()) << before.describe() << ", then " << ProcessCounts::now().describe();
+}

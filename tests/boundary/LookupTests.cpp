@@ -1,0 +1,280 @@
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <map>
+
+#include "core/win32/utils/communication/api.h"
+#include "core/win32/utils/lookup/api.h"
+#include "support/Faults.h"
+#include "support/Heap.h"
+#include "support/LookupServer.h"
+#include "support/Threads.h"
+
+namespace {
+/// The first byte of the SHA-1 of a text, as the system computes it.
+std::uint32_t firstByteOfHash(const std::string& text)
+{
+    static const HCRYPTPROV provider = [] { // to open it takes longer than all else
+        HCRYPTPROV opened = 0;
+        EXPECT_TRUE(CryptAcquireContextW(&opened, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
+        return opened;
+    }();
+    HCRYPTHASH hash = 0;
+    BYTE digest[20]{};
+    DWORD size = sizeof digest;
+    EXPECT_TRUE(
+        CryptCreateHash(provider, CALG_SHA1, 0, 0, &hash) &&
+        CryptHashData(hash, reinterpret_cast<const BYTE*>(text.data()), static_cast<DWORD>(text.size()), 0) &&
+        CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0));
+    CryptDestroyHash(hash);
+    return digest[0];
+}
+
+/// Files in a folder of their own, with a queue and what it posts.
+class Lookup : public testing::Test, protected IMessageHandler
+{
+protected:
+    Lookup()
+    {
+        wchar_t folder[MAX_PATH];
+        GetTempPathW(MAX_PATH, folder);
+        m_folder = std::wstring(folder).append(L"sysmaint lookup\\");
+        CreateDirectoryW(m_folder.c_str(), nullptr);
+        EXPECT_EQ(TopicSubscribe(m_topic, *this), ERROR_SUCCESS);
+    }
+    ~Lookup() override
+    {
+        CloseHVK(m_queue);
+        EXPECT_EQ(TopicUnsubscribe(m_topic, *this, 60000), ERROR_SUCCESS);
+        for (const auto& [path, status] : m_expected)
+            DeleteFileW(path.c_str());
+        RemoveDirectoryW(m_folder.c_str());
+    }
+    /// Makes so many files and adds them.
+    void add(int count, const std::wstring& prefix = L"f")
+    {
+        for (int i = 0; i < count; ++i) {
+            const std::wstring path = m_folder + prefix + std::to_wstring(i);
+            const std::string content(path.begin(), path.end());
+            const HANDLE file =
+                CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+            DWORD written = 0;
+            ASSERT_TRUE(
+                WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr));
+            CloseHandle(file);
+            m_expected[path] = firstByteOfHash(content);
+            ASSERT_EQ(HVKAddPath(m_queue, path.c_str()), ERROR_SUCCESS);
+        }
+    }
+    void use(const LookupServer& server, DWORD answerTimeout = 60000)
+    {
+        EXPECT_EQ(HVKSetServer(m_queue, L"127.0.0.1", server.getPort(), answerTimeout), ERROR_SUCCESS);
+    }
+    long wait() { return HVKWait(m_queue, 120000, nullptr); }
+    /// What got an answer, each at most once.
+    std::map<std::wstring, std::uint32_t> answers()
+    {
+        EXPECT_EQ(TopicConsumeAll(m_topic, 60000), ERROR_SUCCESS);
+        return m_answers;
+    }
+    std::map<std::wstring, long> unanswered()
+    {
+        std::map<std::wstring, long> files;
+        const HVKUnanswered add = [](const wchar_t* path, long code, void* context) {
+            const bool isNew =
+                static_cast<std::map<std::wstring, long>*>(context)->emplace(path, code).second;
+            EXPECT_TRUE(isNew) << "told twice";
+        };
+        EXPECT_EQ(HVKTakeUnanswered(m_queue, add, &files), ERROR_SUCCESS);
+        return files;
+    }
+
+    using IMessageHandler::onMessage;
+    void onMessage(const HashMessageW& message, HashMessageW&, void*) override
+    {
+        const wchar_t* path = nullptr;
+        std::uint32_t status = 0;
+        EXPECT_EQ(message.getParameter(L"Path", path), ERROR_SUCCESS);
+        EXPECT_EQ(message.getParameter(L"HVKStatus", status), ERROR_SUCCESS);
+        EXPECT_EQ(message.getId(), 31U);
+        EXPECT_TRUE(m_answers.emplace(path, status).second) << "posted twice";
+    }
+
+    std::wstring m_folder;
+    TopicHandle m_topic = CreateMessageTopic(L"HVKResponses");
+    void* m_queue = CreateHVK(L"lookup test", 31);
+    std::map<std::wstring, std::uint32_t> m_expected;
+    std::map<std::wstring, std::uint32_t> m_answers;
+};
+} // namespace
+
+TEST_F(Lookup, GivesEveryFileItsOwnAnswer)
+{
+    LookupServer server(&LookupServer::statuses);
+    use(server);
+    int number = 0;
+    for (const int count : {1, 255, 256, 1000}) {
+        m_expected.clear();
+        m_answers.clear();
+        add(count, std::to_wstring(++number) + L"-");
+        ASSERT_EQ(wait(), ERROR_SUCCESS) << count;
+        EXPECT_EQ(answers(), m_expected);
+        EXPECT_TRUE(unanswered().empty());
+        for (const auto& [path, status] : m_expected)
+            DeleteFileW(path.c_str());
+    }
+}
+
+// While a request is under way the next gather: unique, those of higher priority first.
+TEST_F(Lookup, GathersWhileARequestIsUnderWay)
+{
+    const TestEvent asked;
+    const TestEvent go;
+    LookupServer server([&](const std::string& request, void*) {
+        asked.set();
+        EXPECT_TRUE(go.wait());
+        return LookupServer::statuses(request);
+    });
+    use(server);
+    add(1, L"first");
+    ASSERT_TRUE(asked.wait());
+    add(300);
+    for (int i = 0; i < 300; ++i) // they wait already
+        EXPECT_EQ(HVKAddPath(m_queue, (m_folder + L"F" + std::to_wstring(i)).c_str()), ERROR_SUCCESS);
+    EXPECT_EQ(HVKWait(m_queue, 200, nullptr), WAIT_TIMEOUT);
+    const TestEvent cancel;
+    cancel.set();
+    EXPECT_EQ(HVKWait(m_queue, 60000, cancel.get()), ERROR_CANCELLED);
+    EXPECT_EQ(HVKCancel(m_queue), ERROR_SUCCESS);
+    go.set();
+    EXPECT_EQ(wait(), ERROR_CANCELLED);
+    EXPECT_TRUE(answers().empty());
+    const std::map<std::wstring, long> files = unanswered();
+    EXPECT_EQ(files.size(), 301U);
+    for (const auto& [path, code] : files)
+        EXPECT_EQ(code, ERROR_CANCELLED);
+    EXPECT_EQ(wait(), ERROR_SUCCESS) << "what has been told is forgotten";
+    m_answers.clear();
+    add(5, L"after");
+    EXPECT_EQ(wait(), ERROR_SUCCESS);
+    EXPECT_EQ(answers().size(), 5U);
+}
+
+// The last digit of a name is its priority; of each request the hashes come in that order.
+TEST_F(Lookup, AsksForFilesOfHigherPriorityFirst)
+{
+    const TestEvent asked;
+    const TestEvent go;
+    LookupServer server([&](const std::string& request, void*) {
+        asked.set();
+        EXPECT_TRUE(go.wait());
+        return LookupServer::statuses(request);
+    });
+    use(server);
+    add(1, L"first");
+    ASSERT_TRUE(asked.wait());
+    // Once the batch that gathers meanwhile is full, what comes waits, in the order of the priorities.
+    std::atomic<int> opened{0};
+    {
+        Replaced<"CreateFileW", decltype(&CreateFileW)> files;
+        files.setHook([&](auto original, auto... arguments) {
+            ++opened;
+            return original(arguments...);
+        });
+        add(255, L"batch");
+        ASSERT_TRUE(comesTrue([&] { return opened == 255; }));
+    }
+    add(4, L"prio");
+    const auto raise = [&](int number, long priority) {
+        const std::wstring path = m_folder + L"prio" + std::to_wstring(number);
+        EXPECT_EQ(HVKAddPath(m_queue, path.c_str(), priority), ERROR_SUCCESS);
+        return static_cast<char>(m_expected[path]);
+    };
+    raise(0, 1);
+    const std::string expected{raise(2, 5), raise(3, 2), raise(0, -7), raise(1, 0)};
+    go.set();
+    EXPECT_EQ(wait(), ERROR_SUCCESS);
+    EXPECT_EQ(answers(), m_expected);
+    ASSERT_EQ(server.getRequests().size(), 3U);
+    const std::string request = server.getRequests().back();
+    ASSERT_EQ(request.size(), 9 + std::size_t{4} * 20);
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(request[9 + i * 20], expected[i]) << i;
+}
+
+// Whichever taking of memory fails: each file has its answer or a reason, and adding it again gets one.
+TEST_F(Lookup, AccountsForFilesWithoutMemory)
+{
+    LookupServer server(&LookupServer::statuses);
+    use(server);
+    const HeapWatch watch(sysmaintModule());
+    long failing = 0;
+    do {
+        m_answers.clear();
+        m_expected.clear();
+        add(1, L"m" + std::to_wstring(++failing));
+        EXPECT_EQ(wait(), ERROR_SUCCESS);
+        EXPECT_EQ(answers().size(), 1U);
+        m_answers.clear();
+        const std::wstring path = m_expected.begin()->first;
+        HeapWatch::arm(failing);
+        const long added = HVKAddPath(m_queue, path.c_str());
+        const bool failed = HeapWatch::hasFailed();
+        HeapWatch::disarm();
+        EXPECT_TRUE(added == ERROR_SUCCESS || (failed && added == ERROR_NOT_ENOUGH_MEMORY)) << failing;
+        const long waited = wait();
+        EXPECT_TRUE(waited == ERROR_SUCCESS || (failed && waited == ERROR_NOT_ENOUGH_MEMORY)) << failing;
+        EXPECT_EQ(answers().size() + unanswered().size() + (added == ERROR_SUCCESS ? 0 : 1), 1U) << failing;
+        DeleteFileW(path.c_str());
+        if (!failed)
+            break;
+    } while (failing < 100);
+    EXPECT_GT(failing, 3);
+}
+
+TEST_F(Lookup, AccountsForFilesWithoutAnAnswer)
+{
+    EXPECT_EQ(HVKAddPath(m_queue, (m_folder + L"missing").c_str()), ERROR_SUCCESS);
+    EXPECT_EQ(wait(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(unanswered(), (std::map<std::wstring, long>{{m_folder + L"missing", ERROR_FILE_NOT_FOUND}}));
+    add(3);
+    EXPECT_EQ(wait(), 11001) << "no server by default";
+    std::map<std::wstring, long> expected;
+    for (const auto& [path, status] : m_expected)
+        expected[path] = 11001;
+    EXPECT_EQ(unanswered(), expected);
+    EXPECT_TRUE(answers().empty());
+    EXPECT_EQ(HVKAddPath(m_queue, nullptr), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(HVKAddPath(m_queue, L""), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(HVKSetServer(m_queue, L"", 1, 1), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(HVKSetServer(m_queue, L"h", 0, 1), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(HVKTakeUnanswered(m_queue, nullptr, nullptr), ERROR_INVALID_PARAMETER);
+}
+
+// Closing ends a request that is under way; nothing of it stays.
+TEST_F(Lookup, ClosesInTheMiddleOfARequest)
+{
+    const TestEvent asked;
+    const TestEvent go;
+    ProcessCounts before = ProcessCounts::now();
+    before.handles += 2;      // what the first lookup of the process makes for good
+    before.blocks = LONG_MAX; // tables keep their room
+    {
+        LookupServer server([&](const std::string& request, void*) {
+            asked.set();
+            EXPECT_TRUE(go.wait());
+            return LookupServer::statuses(request);
+        });
+        use(server);
+        add(20);
+        ASSERT_TRUE(asked.wait());
+        std::thread waiting([&] { EXPECT_NE(HVKWait(m_queue, 60000, nullptr), ERROR_SUCCESS); });
+        EXPECT_NE(CloseHVK(m_queue), 0);
+        waiting.join();
+        go.set();
+        EXPECT_TRUE(answers().empty());
+        EXPECT_EQ(CloseHVK(m_queue), 0);
+    }
+    EXPECT_TRUE(before.isReachedAgain()) << before.describe() << ", then " << ProcessCounts::now().describe();
+}

@@ -1,0 +1,80 @@
+#include "core/win32/utils/ftp/include/FtpListing.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+/// The entries of a listing in one line: kind, size and name of each.
+std::wstring entriesOf(std::string_view text, FtpListing::Form form, long failure = 0)
+{
+    const FtpListing listing = FtpListing::parse(text, form);
+    EXPECT_EQ(listing.failure, failure) << text;
+    std::wstring line;
+    for (const FtpEntry& entry : listing.entries) {
+        constexpr std::wstring_view kKinds = L"fdl";
+        line.push_back(kKinds[static_cast<std::size_t>(entry.kind)]);
+        line.append(entry.size ? std::to_wstring(*entry.size) : L"-").append(L" ").append(entry.name);
+        line.push_back(L'|');
+    }
+    return line;
+}
+} // namespace
+
+TEST(FtpListing, UnderstandsWhatUnixAndDosWrite)
+{
+    const std::pair<const char*, const wchar_t*> rows[] = {
+        {"total 8\r\n-rw-r--r-- 1 u g 7 Jan  1 00:00 a b  c\r\n", L"f7 a b  c|"},
+        {"-rw-r--r--    1 0        0        18446744073709551615 Nov 30  2020  blank",
+         L"f18446744073709551615  blank|"},
+        {"-rw-r--r-- 1 u g 18446744073709551616 Nov 30 2020 huge", L"f- huge|"},
+        {"-rw-r--r--+ 1 u 7 Jan 1 00:00 no group", L"f7 no group|"},
+        {"drwxr-xr-x@ 2 u g 4096 Jan 1 00:00 Jan 1 00:00 x", L"d- Jan 1 00:00 x|"},
+        {"drwxr-xr-x 2 Jan g 4096 Jan 1 00:00 x\n", L"d- x|"},
+        {"-rw-r--r-- 1 u g 7 2024-01-31 10:00 iso", L"f7 iso|"},
+        {"lrwxrwxrwx 1 u g 1 Jan 1 00:00 a -> b -> c", L"l- a -> b|"},
+        {"lrwxrwxrwx 1 u g 6 Jan 1 00:00 a -> b -> c", L"l- a|"},
+        {"lrwxrwxrwx 1 u g 99 Jan 1 00:00 a -> b", L"l- a|"},
+        {"prw-r--r-- 1 u g 0 Jan 1 00:00 pipe", L"f- pipe|"},
+        {"01-18-24  10:12AM       <DIR>          a b", L"d- a b|"},
+        {"01-18-2024  10:12                 7 a  b", L"f7 a  b|"},
+        {"01-18-24  10:12AM       <JUNCTION>     j [C:\\x]", L"l- j|"},
+        {"d--------- 2 u g 1 Jan 1 00:00 .\r\nd--------- 2 u g 1 Jan 1 00:00 ..\r\n\r\n", L""},
+        {"-rw-r--r-- 1 u g 7 Jan 1 00:00 caf\xE9\n-rw-r--r-- 1 u g 7 Jan 1 00:00 caf\xC3\xA9",
+         L"f7 café|f7 café|"},
+    };
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(entriesOf(text, FtpListing::Form::Plain), expected) << text;
+    const std::pair<const char*, long> wrong[] = {{"hello", ERROR_INVALID_DATA},
+                                                  {"total", ERROR_INVALID_DATA},
+                                                  {"-rw-r--r-- 1 u g x Jan 1 00:00 a", ERROR_INVALID_DATA},
+                                                  {"drwx 1 u g 7 Jan 1 00:00 a", ERROR_INVALID_DATA},
+                                                  {"-rw-r--r-- 1 u g 7 Jan 1", ERROR_INVALID_DATA},
+                                                  {"01-18-24 10:12AM x name", ERROR_INVALID_DATA},
+                                                  {"01-18-24 10:12AM <DIR>", ERROR_INVALID_NAME}};
+    for (const auto& [text, code] : wrong)
+        EXPECT_EQ(entriesOf(std::string("total 1\n") + text, FtpListing::Form::Plain, code), L"") << text;
+}
+
+TEST(FtpListing, UnderstandsMachineListings)
+{
+    const std::pair<const char*, const wchar_t*> rows[] = {
+        {"Type=file;Size=7;Modify=20240131; a b; c", L"f7 a b; c|"},
+        {" plain", L"f- plain|"},
+        {"size=7;TYPE=DIR; d", L"d7 d|"},
+        {"type=OS.unix=slink:/x; l", L"l- l|"},
+        {"type=cdir; /x\r\ntype=pdir; /\r\ntype=file; ..\r\n", L""},
+        {"type=file; twice\ntype=file;size=1; twice", L"f- twice|"},
+        {"type=file;size=x; a\ntype=file;size=-1; b", L"f- a|f- b|"},
+        {"type=file;  leading", L"f-  leading|"},
+    };
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(entriesOf(text, FtpListing::Form::Machine), expected) << text;
+    for (const char* text : {"type=file;name", "type=file x", "type; x"})
+        EXPECT_EQ(entriesOf(text, FtpListing::Form::Machine, ERROR_INVALID_DATA), L"") << text;
+    for (const char* name : {"", "a/b", "/etc", "a\\b", "..\\x", "a\tb", "a\x7F", "\xC2\x80", "\xE2\x80\xA8"})
+        EXPECT_EQ(entriesOf(std::string("type=file; ") + name + "\r\ntype=file; b", FtpListing::Form::Machine,
+                            ERROR_INVALID_NAME),
+                  L"f- b|")
+            << name;
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "core/win32/utils/connections/api.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
+
+using ConnectionHandle = SmartHandle<CloseConnection>;
+
+/// A server, a client of it, and the server's end of that, over a pipe or a socket.
+struct Connected
+{
+    explicit Connected(bool pipe, const wchar_t* host = L"127.0.0.1") : isPipe(pipe), address(host)
+    {
+        renew();
+    }
+    /// New ones in place of these, however they are.
+    void renew()
+    {
+        accepted.reset();
+        client.reset();
+        server.reset();
+        server = makeServer(isPipe, address);
+        EXPECT_EQ(ConnectionListen(server.get(), 60000, nullptr), ERROR_SUCCESS);
+        client = makeClient(L"client");
+        connect();
+    }
+    static ConnectionHandle makeServer(bool pipe, const wchar_t* host = L"127.0.0.1")
+    {
+        return ConnectionHandle(
+            pipe ? CreatePipeConnection(L"sysmaint test\\server", ConnectionRole::Server)
+                 : CreateSocketConnection(ConnectionRole::Server, L"sysmaint test\\server", host, 0, 0));
+    }
+    /// A client of the server that listens.
+    [[nodiscard]] ConnectionHandle makeClient(const wchar_t* name, const wchar_t* host = L"localhost") const
+    {
+        unsigned short port = 0;
+        const std::wstring fullName = std::wstring(L"sysmaint test\\").append(name);
+        if (ConnectionGetPort(server.get(), &port) != ERROR_SUCCESS)
+            return ConnectionHandle(CreatePipeConnection(fullName.c_str(), ConnectionRole::Client));
+        return ConnectionHandle(
+            CreateSocketConnection(ConnectionRole::Client, fullName.c_str(), host, port, 0));
+    }
+    void connect()
+    {
+        void* handle = nullptr;
+        EXPECT_EQ(ConnectionConnect(client.get(), 60000, nullptr), ERROR_SUCCESS);
+        EXPECT_EQ(ConnectionAccept(server.get(), 60000, nullptr, &handle), ERROR_SUCCESS);
+        accepted.reset(handle);
+    }
+    /// Lets the client write these bytes, and close its end.
+    void writeAndClose(const std::string& bytes) const
+    {
+        EXPECT_EQ(ConnectionWrite(client.get(), bytes.data(), bytes.size(), 60000, nullptr), ERROR_SUCCESS);
+        EXPECT_EQ(ConnectionDisconnect(client.get()), ERROR_SUCCESS);
+    }
+    [[nodiscard]] long receive(AnyMessage& message, unsigned long timeout = 60000) const
+    {
+        return ConnectionReceiveMessage(accepted.get(), message, nullptr, timeout, nullptr);
+    }
+
+    bool isPipe;
+    const wchar_t* address;
+    ConnectionHandle server;
+    ConnectionHandle client;
+    ConnectionHandle accepted;
+};
