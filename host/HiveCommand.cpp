@@ -406,9 +406,16 @@ int compact(const std::vector<std::wstring>& words)
 
 const wchar_t* kindName(unsigned long kind)
 {
-    constexpr const wchar_t* kNames[] = {
-        L"head of the file", L"part of the file", L"sub-key",    L"sub-keys",           L"value",
-        L"values",           L"value's data",     L"class name", L"security descriptor"};
+    constexpr const wchar_t* kNames[] = {L"head of the file",
+                                         L"part of the file",
+                                         L"sub-key",
+                                         L"sub-keys",
+                                         L"value",
+                                         L"values",
+                                         L"value's data",
+                                         L"class name",
+                                         L"security descriptor",
+                                         L"wrong count"};
     return kind < std::size(kNames) ? kNames[kind] : L"something";
 }
 

@@ -82,6 +82,7 @@ const auto kA = [](const Cells& cells) { return cells.a; };
 const auto kB = [](const Cells& cells) { return cells.b; };
 const auto kValues = [](const Cells& cells) { return cells.values; };
 const auto kOne = [](const Cells& cells) { return cells.one; };
+const auto kTwo = [](const Cells& cells) { return cells.two; };
 const auto kBelow = [](const Cells& cells) { return cells.below; };
 const auto kSecurity = [](const Cells& cells) { return cells.security; };
 
@@ -130,6 +131,13 @@ const Damage kDamages[] = {
     {"data long", kOne, 4, 100, 4, kDamagedHive, LossKind::kData, 5},
     {"data outside", kOne, 8, kNowhere, 4, kDamagedHive, LossKind::kData, 5},
     {"data inside long", kOne, 4, 0x80000005, 4, kDamagedHive, LossKind::kData, 5},
+    {"no keys beside their list", kRoot, 20, 0, 4, kDamagedHive, LossKind::kCount, 5},
+    {"no values beside their list", kA, 36, 0, 4, kDamagedHive, LossKind::kCount, 5},
+    {"a handle beside values", kA, 2, 0x60, 2, kDamagedHive, LossKind::kCount, 5},
+    {"another parent", kB, 16, 0x28, 4, kDamagedHive, LossKind::kKey, 4},
+    {"a key of another's", kList, 12, 1, 0, 0, LossKind::kKey, 4},
+    {"a key's name twice", kB, 76, 'A', 1, kDamagedHive, LossKind::kKey, 4},
+    {"a value's name twice", kTwo, 20, 'N' << 8 | 'O' | 'E' << 16, 3, kDamagedHive, LossKind::kValue, 5},
     {"a loop", kBelow, 4, 0x20, 4, kDamagedHive, LossKind::kKey, 4},
 };
 } // namespace
@@ -141,7 +149,10 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         Bytes bytes = smallHive();
         const Cells cells(bytes);
         if (row.width == 0) { // unknown to the row: a cell that is already in use
-            row.value = row.place == 48 ? cells.values : row.place == 12 ? cells.a : cells.one;
+            row.value = row.place == 48   ? cells.values
+                        : row.value == 1  ? word(bytes, cells.below, 4)
+                        : row.place == 12 ? cells.a
+                                          : cells.one;
             row.width = 4;
             row.code = kDamagedHive;
         }
@@ -160,6 +171,10 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         ASSERT_FALSE(losses.empty());
         EXPECT_EQ(losses.front().kind, row.loss);
         EXPECT_EQ(saved.keyCount(), row.left);
+        if (row.loss == LossKind::kCount) { // the list is read as if the count were right
+            EXPECT_EQ(losses.size(), 1U);
+            EXPECT_EQ(saved.values(*saved.findPath(Hive::root(), u"a")).size(), 2U);
+        }
         const HiveChecker checker(saved.compact());
     }
     Bytes bytes = smallHive();
