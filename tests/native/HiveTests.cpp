@@ -135,7 +135,7 @@ const Damage kDamages[] = {
     {"no values beside their list", kA, 36, 0, 4, kDamagedHive, LossKind::kCount, 5},
     {"a handle beside values", kA, 2, 0x60, 2, kDamagedHive, LossKind::kCount, 5},
     {"another parent", kB, 16, 0x28, 4, kDamagedHive, LossKind::kKey, 4},
-    {"a key of another's", kList, 12, 1, 0, 0, LossKind::kKey, 4},
+    {"a key of another's", kBelow, 4, 1, 0, 0, LossKind::kKey, 4},
     {"a key's name twice", kB, 76, 'A', 1, kDamagedHive, LossKind::kKey, 4},
     {"a value's name twice", kTwo, 20, 'N' << 8 | 'O' | 'E' << 16, 3, kDamagedHive, LossKind::kValue, 5},
     {"a loop", kBelow, 4, 0x20, 4, kDamagedHive, LossKind::kKey, 4},
@@ -150,7 +150,7 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         const Cells cells(bytes);
         if (row.width == 0) { // unknown to the row: a cell that is already in use
             row.value = row.place == 48   ? cells.values
-                        : row.value == 1  ? word(bytes, cells.below, 4)
+                        : row.value == 1  ? cells.b
                         : row.place == 12 ? cells.a
                                           : cells.one;
             row.width = 4;
@@ -171,6 +171,7 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         ASSERT_FALSE(losses.empty());
         EXPECT_EQ(losses.front().kind, row.loss);
         EXPECT_EQ(saved.keyCount(), row.left);
+        EXPECT_EQ(saved.findPath(Hive::root(), u"a\\b"), std::nullopt) << "another's";
         if (row.loss == LossKind::kCount) { // the list is read as if the count were right
             EXPECT_EQ(losses.size(), 1U);
             EXPECT_EQ(saved.values(*saved.findPath(Hive::root(), u"a")).size(), 2U);
