@@ -35,18 +35,21 @@ the root itself; --default stands for the name of a key's unnamed value.
   --json    one JSON object a line
   --yes     do not ask before a value is replaced, or anything is deleted
 
-set and delete write a new file and put it in the place of the old one in one step; it has the rights that
-its folder gives. A damaged hive is only salvaged. A hive that its system did not close is read without what
-is in its logs alone, and changed only with --yes. No file is replaced by compact and salvage.
+set and delete write a new file and put it in the place of the old one in one step, unless another program has
+changed that one meanwhile; it has the rights that its folder gives. A damaged hive is only salvaged. A hive that its system did not close is read without what
+is in its logs alone, and changed only with --yes; the old file is kept as FILE.damaged. No file is replaced by compact and salvage.
 
 example: sysmaint hive show C:\backup\SOFTWARE Microsoft\Windows
 )";
 
 int failed(const std::wstring& what, long code)
 {
-    messages().writeLine(
-        L"hive: " + printable(what) + L": " + formatCode(code) +
-        (code == ERROR_REGISTRY_CORRUPT ? L"; 'sysmaint hive salvage' reads what is left" : L""));
+    std::wstring hint;
+    if (code == ERROR_REGISTRY_CORRUPT)
+        hint = L"; 'sysmaint hive salvage' reads what is left";
+    else if (code == ERROR_FILE_INVALID)
+        hint = L"; another program has changed the file meanwhile, and nothing was replaced";
+    messages().writeLine(L"hive: " + printable(what) + L": " + formatCode(code) + hint);
     return kExitFailed;
 }
 
@@ -71,9 +74,14 @@ bool isUnclosed(const std::wstring& file)
     return is;
 }
 
-std::wstring requireKey(const std::wstring& word)
+/// The key as functions take it. Keys are printed with a backslash before them.
+std::wstring requireKey(std::wstring word)
 {
-    return word == L"\\" ? std::wstring() : word;
+    if (word.starts_with(L'\\'))
+        word.erase(0, 1);
+    if (word.ends_with(L'\\'))
+        word.pop_back();
+    return word;
 }
 
 /// The operand after the key, or the unnamed value's name. Removes the first of `rest`.
@@ -98,49 +106,84 @@ void printValue(const std::wstring& key, const std::wstring& name, const Registr
                             typeName(data.type) + L"  " + shortData(data));
 }
 
-/// A key and its values; returns its sub-keys' paths, or the code.
-long showKey(const IOfflineRegistryKey& key, bool json, std::vector<std::wstring>& below)
+/// What was found of a hive.
+struct Shown
+{
+    bool json;
+    bool isWhole = true; ///< nothing was there that cannot be shown
+    /// Names what cannot be shown.
+    void miss(const std::wstring& path, const wchar_t* what, std::size_t count)
+    {
+        if (count == 0)
+            return;
+        isWhole = false;
+        if (json)
+            results().writeLine(L"{\"type\":\"error\"," + member(L"path", path) + L"," +
+                                member(L"what", what) + L",\"count\":" + std::to_wstring(count) +
+                                L",\"code\":" + std::to_wstring(ERROR_INVALID_NAME) + L"}");
+        messages().writeLine(L"hive: \\" + printable(path) + L": " + formatCount(count) + L" " + what +
+                             L" cannot be shown: no program can ask for the name");
+    }
+};
+
+/// Prints a value. Returns 2 for a missing one.
+long showValue(const IOfflineRegistryKey& key, const wchar_t* name, const Shown& shown)
+{
+    IOfflineRegistryValue* found = nullptr;
+    if (const long failure = key.getValue(name, &found); failure != ERROR_SUCCESS)
+        return failure;
+    const std::unique_ptr<IOfflineRegistryValue> value(found);
+    RegistryData data;
+    OwnedBuffer<unsigned char> bytes;
+    std::size_t size = 0;
+    if (const long failure = value->getData(&data.type, bytes.target(), &size); failure != ERROR_SUCCESS)
+        return failure;
+    data.bytes.assign(bytes.get(), bytes.get() + size);
+    printValue(key.getPath(), name, data, shown.json);
+    return ERROR_SUCCESS;
+}
+
+/// A key and its values; `below` receives its sub-keys' names. Returns the code.
+long showKey(const IOfflineRegistryKey& key, Shown& shown, std::vector<std::wstring>& below)
 {
     const std::wstring path = key.getPath();
     unsigned long long written = 0;
     OwnedBuffer<wchar_t> className;
     OwnedBuffer<wchar_t> values;
     OwnedBuffer<wchar_t> keys;
-    std::size_t count = 0;
+    std::size_t listedValues = 0;
+    std::size_t listedKeys = 0;
+    std::size_t allValues = 0;
+    std::size_t allKeys = 0;
+    std::size_t keysBelow = 0;
     long code = key.getInformation(&written, className.target());
     if (code == ERROR_SUCCESS)
-        code = key.listValues(values.target(), &count);
+        code = key.listValues(values.target(), &listedValues);
     if (code == ERROR_SUCCESS)
-        code = key.listSubKeys(keys.target(), &count);
+        code = key.listSubKeys(keys.target(), &listedKeys);
+    if (code == ERROR_SUCCESS)
+        code = key.getCounts(&allKeys, &allValues, &keysBelow);
     if (code != ERROR_SUCCESS)
         return code;
-    if (json)
+    if (shown.json)
         results().writeLine(L"{\"type\":\"key\"," + member(L"path", path) + L",\"lastWriteTime\":" +
                             std::to_wstring(written) + L"," + member(L"class", className.get()) + L"}");
     else
         results().writeLine(L"\\" + printable(path));
-    const auto showValue = [&](const std::wstring& name, bool mayMiss) -> long {
-        IOfflineRegistryValue* found = nullptr;
-        if (const long failure = key.getValue(name.c_str(), &found); failure != ERROR_SUCCESS)
-            return failure;
-        const std::unique_ptr<IOfflineRegistryValue> value(found);
-        RegistryData data;
-        OwnedBuffer<unsigned char> bytes;
-        std::size_t size = 0;
-        const long failure = value->getData(&data.type, bytes.target(), &size);
-        if (failure != ERROR_SUCCESS)
-            return mayMiss && failure == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : failure;
-        data.bytes.assign(bytes.get(), bytes.get() + size);
-        printValue(path, name, data, json);
-        return ERROR_SUCCESS;
-    };
-    code = showValue(L"", true);
-    for (const wchar_t* name = values.get(); code == ERROR_SUCCESS && *name != L'\0';
-         name += std::wcslen(name) + 1)
-        code = showValue(name, false);
+    code = showValue(key, L"", shown);
+    if (code == ERROR_SUCCESS)
+        ++listedValues;
+    else if (code != ERROR_FILE_NOT_FOUND)
+        return code;
+    for (const wchar_t* name = values.get(); *name != L'\0'; name += std::wcslen(name) + 1)
+        if (code = showValue(key, name, shown); code != ERROR_SUCCESS)
+            return code;
     for (const wchar_t* name = keys.get(); *name != L'\0'; name += std::wcslen(name) + 1)
-        below.push_back(name);
-    return code;
+        if (std::wstring_view(name).find(L'\\') == std::wstring_view::npos) // not the path of another one
+            below.emplace_back(name);
+    shown.miss(path, L"values", allValues - listedValues);
+    shown.miss(path, L"sub-keys", allKeys - below.size());
+    return ERROR_SUCCESS;
 }
 
 int show(const std::vector<std::wstring>& words)
@@ -154,6 +197,7 @@ int show(const std::vector<std::wstring>& words)
     if (root == nullptr)
         return failed(operands[0], static_cast<long>(GetLastError()));
     isUnclosed(operands[0]);
+    Shown shown{arguments.has(L"--json")};
     std::vector<std::wstring> waiting{top};
     while (!waiting.empty()) {
         if (isCancelled() || !results().isOpen())
@@ -165,13 +209,13 @@ int show(const std::vector<std::wstring>& words)
         long code = root->getKey(path.c_str(), &found);
         const std::unique_ptr<IOfflineRegistryKey> key(found);
         if (code == ERROR_SUCCESS)
-            code = showKey(*key, arguments.has(L"--json"), below);
+            code = showKey(*key, shown, below);
         if (code != ERROR_SUCCESS)
             return failed(L"\\" + path, code);
         for (auto name = below.rbegin(); name != below.rend(); ++name)
             waiting.push_back(path.empty() ? *name : path + L'\\' + *name);
     }
-    return kExitDone;
+    return shown.isWhole ? kExitDone : kExitFailed;
 }
 
 /// Settings in the file to be shown or changed; closed at the end.
@@ -185,8 +229,12 @@ public:
         unsigned long state = 0;
         if (m_code == ERROR_SUCCESS)
             m_code = SettingsHiveGetState(m_hive, &state);
-        if ((state & kSettingsDamaged) != 0)
-            m_code = ERROR_REGISTRY_CORRUPT;
+        if ((state & kSettingsDamaged) != 0) { // as the other tasks say it
+            const std::unique_ptr<IOfflineRegistryKey> root(
+                DllGetOfflineRegistryKey(file.c_str(), L"", kOfflineEngine));
+            m_code = root == nullptr && GetLastError() == ERROR_BADDB ? long{ERROR_BADDB}
+                                                                      : long{ERROR_REGISTRY_CORRUPT};
+        }
     }
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
@@ -343,6 +391,27 @@ int set(const std::vector<std::wstring>& words)
     });
 }
 
+/// What is lost with a key, also what cannot be shown. Returns the code.
+long countBelow(const std::wstring& file, const std::wstring& key, std::wstring& text)
+{
+    const std::unique_ptr<IOfflineRegistryKey> found(
+        DllGetOfflineRegistryKey(file.c_str(), key.c_str(), kOfflineEngine));
+    if (found == nullptr)
+        return static_cast<long>(GetLastError());
+    std::size_t subKeys = 0;
+    std::size_t values = 0;
+    std::size_t below = 0;
+    OwnedBuffer<wchar_t> names;
+    std::size_t listed = 0;
+    long code = found->getCounts(&subKeys, &values, &below);
+    if (code == ERROR_SUCCESS)
+        code = found->listSubKeys(names.target(), &listed);
+    text = L" with its " + formatCount(values) + L" values, and " + formatCount(below) + L" keys below it";
+    if (subKeys != listed)
+        text += L", also " + formatCount(subKeys - listed) + L" sub-keys that 'hive show' cannot show";
+    return code;
+}
+
 int deleteItem(const std::vector<std::wstring>& words)
 {
     const Arguments arguments(words, {{L"--default", false}, {L"--yes", false}});
@@ -354,16 +423,14 @@ int deleteItem(const std::vector<std::wstring>& words)
     const std::wstring name = operands.size() == 3 ? operands[2] : L"";
     return changeFile(arguments, operands[0], [&](const OpenFile& file, int& exitCode) -> long {
         RegistryData old;
-        std::size_t count = 0;
-        OwnedBuffer<wchar_t> below;
-        const long code = isValue
-                              ? file.read(key, name, old)
-                              : SettingsHiveEnumerateKeys(file.get(), key.c_str(), below.target(), &count);
+        std::wstring below;
+        if (!isValue && key.empty())
+            return ERROR_NOT_SUPPORTED; // the root
+        const long code = isValue ? file.read(key, name, old) : countBelow(operands[0], key, below);
         if (code != ERROR_SUCCESS)
             return code;
         messages().writeLine(isValue ? L"deletes " + typeName(old.type) + L"  " + shortData(old)
-                                     : L"deletes \\" + printable(key) + L" with its values, and " +
-                                           formatCount(count) + L" sub-keys with all that is below them");
+                                     : L"deletes \\" + printable(key) + below);
         if (!isWanted(arguments, L"Delete it? ", exitCode))
             return ERROR_SUCCESS;
         return isValue ? SettingsHiveDeleteValue(file.get(), key.c_str(), name.c_str())
@@ -406,9 +473,16 @@ int compact(const std::vector<std::wstring>& words)
 
 const wchar_t* kindName(unsigned long kind)
 {
-    constexpr const wchar_t* kNames[] = {
-        L"head of the file", L"part of the file", L"sub-key",    L"sub-keys",           L"value",
-        L"values",           L"value's data",     L"class name", L"security descriptor"};
+    constexpr const wchar_t* kNames[] = {L"head of the file",
+                                         L"part of the file",
+                                         L"sub-key",
+                                         L"sub-keys",
+                                         L"value",
+                                         L"values",
+                                         L"value's data",
+                                         L"class name",
+                                         L"security descriptor",
+                                         L"wrong count"};
     return kind < std::size(kNames) ? kNames[kind] : L"something";
 }
 

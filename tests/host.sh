@@ -95,15 +95,26 @@ run 1 hive get "$hive_path" b none
 run 2 hive set "$hive_path" b vb 5 --type dword && same 'nobody was asked'
 run 2 hive set "$hive_path" b new 5x --type dword && same 'no number'
 run 2 hive delete "$hive_path" b && same 'nobody was asked'
-run 1 hive delete "$hive_path" '\' --yes && says err '(50)' && same 'the root'
+run 1 hive delete "$hive_path" '\' --yes && says err '(50)' && ! grep -q deletes "$work/err" && same 'the root' ||
+    fail 'the deletion of the root was announced'
 run 0 hive set "$hive_path" b vb 0xFF --type dword --yes
 run 0 hive set "$hive_path" 'new\key' list eins zwei --type multi
 run 0 hive set "$hive_path" '\' --default 'größe €'
 run 0 hive delete "$hive_path" Ä --yes
 run 0 hive show "$hive_path" && says out 'vb  REG_DWORD  255' && says out 'list  REG_MULTI_SZ  "eins|zwei"' &&
     says out '(default)  REG_SZ  "größe €"' && ! grep -q 'Ä' "$work/out" || fail "the changed hive: $(cat "$work/out")"
+for key in 'new\key' '\new\key' 'new\key\' '\new\key\'; do
+    run 0 hive show "$hive_path" "$key" && run 0 hive get "$hive_path" "$key" list &&
+        run 0 hive set "$hive_path" "$key" list eins zwei --type multi --yes
+done
+run 0 hive set "$hive_path" 'hidden\Qx\deep' v x # a name with a zero, which nobody can ask for
+LC_ALL=C sed -i 's/Qx/Q\x00/' "$hive"
+run 1 hive show "$hive_path" && says out 'vb  REG_DWORD' && says err '1 sub-keys cannot be shown'
+run 1 hive show "$hive_path" hidden --json && says out '"what":"sub-keys","count":1,"code":123'
+run 0 hive delete "$hive_path" hidden --yes && says err '2 keys below it, also 1 sub-keys'
 cp "$hive" "$work/before"
 cp "$here/../README.md" "$work/taken"
+run 1 hive set "$(windows_path "$work/taken")" b other x --yes && says err '(1009)'
 run 1 hive compact "$hive_path" "$(windows_path "$work/taken")" && cmp -s "$here/../README.md" "$work/taken" || fail 'a file was overwritten'
 run 0 hive compact "$hive_path" "$(windows_path "$work/compact")" && says out ' less than before (' && same compact
 hivexml "$work/compact" | grep -q 'vb' || fail 'another program does not take the compacted hive'

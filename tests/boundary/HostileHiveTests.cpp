@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "support/Heap.h"
 #include "support/Utilities.h"
 #include "support/Wipe.h"
 
@@ -128,5 +129,35 @@ TEST(HostileHives, EndInCodes)
     std::printf("%lu of %lu hives were whole, of %lu something could be had\n", read, wanted, salvaged);
     EXPECT_GT(read, wanted / 50);
     EXPECT_GT(salvaged - read, wanted / 4);
+    std::filesystem::remove_all(folder);
+}
+
+TEST(HostileHives, LeaveNoNewFileWithoutMemory)
+{
+    const std::wstring folder = scratchFolder();
+    const std::wstring target = folder + L"\\new";
+    Bytes hive = wholeHive(folder + L"\\hive");
+    const std::string name = "value"; // the record of a value lies 20 bytes before its name
+    const auto found = std::search(hive.begin(), hive.end(), name.begin(), name.end());
+    ASSERT_NE(found, hive.end());
+    *(found - 20) = 'x';
+    writeBytes(folder + L"\\hive", hive);
+    HeapWatch watch(sysmaintModule());
+    long number = 0;
+    bool hasFailed = true;
+    while (hasFailed) {
+        Given<HiveLoss> losses;
+        std::size_t count = 0;
+        std::size_t total = 0;
+        HeapWatch::arm(++number);
+        const long code =
+            HiveFileSalvage((folder + L"\\hive").c_str(), target.c_str(), &losses, &count, &total);
+        hasFailed = HeapWatch::hasFailed();
+        HeapWatch::disarm();
+        EXPECT_TRUE(code == 8 || code == 0) << number;
+        EXPECT_EQ(isThere(target), code == 0) << number;
+        DeleteFileW(target.c_str());
+    }
+    EXPECT_GT(number, 20);
     std::filesystem::remove_all(folder);
 }

@@ -1,5 +1,7 @@
 #include "core/win32/registry/offline/api.h"
 
+#include <array>
+
 #include "support/RestoreClient.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
@@ -48,6 +50,14 @@ protected:
     {
         return listOf([&](auto** names, auto* count) { return key->listValues(names, count); });
     }
+    /// Sub-keys, values, keys below.
+    using Counts = std::array<std::size_t, 3>;
+    [[nodiscard]] static Counts counts(const Key& key)
+    {
+        Counts counts{};
+        EXPECT_EQ(key->getCounts(&counts[0], &counts[1], &counts[2]), 0);
+        return counts;
+    }
     template <class Item>
     [[nodiscard]] static int isThere(const Item& item)
     {
@@ -92,6 +102,8 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
         EXPECT_EQ(keys(root), longest + L",Software");
         EXPECT_EQ(keys(keyOf(root, L"software")), L"\u00C4rger");
         EXPECT_EQ(values(below), L"z,a,none");
+        EXPECT_EQ(counts(root), (Counts{2, 0, 4}));
+        EXPECT_EQ(counts(below), (Counts{1, 4, 2}));
         EXPECT_EQ(dataOf(below, L""), "1: d");
         EXPECT_EQ(dataOf(below, L"z"), "4: five!");
         EXPECT_EQ(dataOf(below, L"A"), "3: " + large);
@@ -138,6 +150,7 @@ TEST_P(OfflineKeys, RefuseTheSameEitherWay)
     EXPECT_EQ(root->getValue(std::wstring(16384, L'v').c_str(), &value), 206);
     EXPECT_EQ(root->getKey(L"", nullptr), 87);
     EXPECT_EQ(root->listSubKeys(nullptr, nullptr), 87);
+    EXPECT_EQ(root->getCounts(nullptr, nullptr, nullptr), 87);
     std::wstring deepest = L"k";
     for (int level = 2; level < 512; ++level)
         deepest += L"\\k";

@@ -1,5 +1,7 @@
 #include "core/win32/registry/settingshive/api.h"
 
+#include <functional>
+
 #include "support/Faults.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
@@ -133,6 +135,11 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
     EXPECT_EQ(SettingsHiveSetText(hive, longKey.c_str(), L"v", L"x"), 206);
     EXPECT_EQ(SettingsHiveSetText(hive, L"new\\key", longValue.c_str(), L"x"), 206);
     EXPECT_EQ(SettingsHiveSetText(hive, L"new\\\\key", L"v", L"x"), 123);
+    for (const wchar_t* key : {L"new\\", L"\\new", L"\\"}) {
+        EXPECT_EQ(SettingsHiveCreateKey(hive, key), 123);
+        EXPECT_EQ(SettingsHiveDeleteKey(hive, key), 123);
+        EXPECT_EQ(keys(key), L"code 123");
+    }
     EXPECT_EQ(SettingsHiveSetText(hive, nullptr, L"v", L"x"), 87);
     EXPECT_EQ(SettingsHiveDeleteKey(hive, L""), 50);
     EXPECT_EQ(SettingsHiveDeleteKey(hive, L"none"), 2);
@@ -161,15 +168,20 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
 TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWhateverFails)
 {
     const Bytes old = makeOld();
-    const auto prepare = [&] { writeBytes(file, old); };
+    const auto prepare = [&] {
+        writeBytes(file, old);
+        open();
+        SettingsHiveSetText(hive, L"", L"which", L"the new one");
+    };
     const auto save = [&] { return SettingsHiveSave(hive); };
     ASSERT_EQ(save(), 0);
-    const Bytes fresh = readBytes(file);
-    ASSERT_NE(old, fresh);
     int failures = 0;
     failEachCall(prepare, save, [&](const std::string& import, long result) {
         failures += result != 0 ? 1 : 0;
-        EXPECT_EQ(readBytes(file), result == 0 ? fresh : old) << import;
+        EXPECT_TRUE(result == 0 || readBytes(file) == old) << import;
+        open();
+        EXPECT_EQ(text(L"", L"which"), result == 0 ? L"the new one" : L"old") << import;
+        EXPECT_EQ(state(), 0U) << import;
         EXPECT_EQ(import == "DeleteFileW" ? L"settings.hive " : entries(), L"settings.hive ") << import;
     });
     EXPECT_GE(failures, 4); // look, make, write, flush
@@ -212,6 +224,103 @@ TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWheneverTheProcessEnds)
     EXPECT_NE(old, fresh);
 }
 
+/// What others did to the file since it was read; 0: a save may replace it.
+TEST_F(SettingsHiveTest, ReplacesOnlyTheFileThatItHasRead)
+{
+    const std::wstring other = folder + L"\\other";
+    Bytes bytes;
+    const std::pair<std::function<void()>, long> rows[] = {
+        {[] {}, 0},
+        {[&] { DeleteFileW(file.c_str()); }, 0},
+        {[&] { writeBytes(file, Bytes(bytes.size() + 1, 'x')); }, 1006},
+        {[&] {
+             CopyFileW(file.c_str(), other.c_str(), FALSE) && MoveFileExW(other.c_str(), file.c_str(), 1);
+         },
+         1006},
+        {[&] { // the same bytes, written again
+             const HANDLE opened =
+                 ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+             const FILETIME time{1, 1};
+             SetFileTime(opened, nullptr, nullptr, &time);
+             CloseHandle(opened);
+         },
+         1006},
+        {[&] { SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }, 5}};
+    int number = 0;
+    for (const auto& [change, code] : rows) {
+        SCOPED_TRACE(++number);
+        for (const bool isNew : {true, false}) { // also where there was no file
+            if (isNew != (number > 2 && number < 5))
+                DeleteFileW(file.c_str());
+            open();
+            EXPECT_EQ(SettingsHiveSetText(hive, L"k", L"v", L"x"), 0);
+            EXPECT_EQ(SettingsHiveSave(hive), 0);
+            EXPECT_EQ(SettingsHiveSave(hive), 0) << "its own";
+            bytes = readBytes(file);
+            change();
+            const Bytes changed = isThere(file) ? readBytes(file) : bytes;
+            EXPECT_EQ(SettingsHiveSave(hive), code);
+            EXPECT_EQ(readBytes(file), changed);
+            EXPECT_EQ(entries(), L"settings.hive ");
+            SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileW(file.c_str());
+        }
+    }
+    open();
+    writeBytes(file, Bytes(1, 'x'));
+    EXPECT_EQ(SettingsHiveSave(hive), 1006) << "there was none";
+    DeleteFileW(file.c_str());
+    // Changed while the new file is written.
+    Flushes flushes([&](auto original, HANDLE opened) {
+        writeBytes(file, Bytes(2, 'x'));
+        return original(opened);
+    });
+    EXPECT_EQ(SettingsHiveSave(hive), 1006);
+    EXPECT_EQ(entries(), L"settings.hive ");
+}
+
+TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
+{
+    open();
+    const std::wstring own = L"settings.hive." + std::to_wstring(GetCurrentProcessId());
+    const std::wstring kept[] = {own + L"-7.tmp",           L"settings.hive.3-1.tmp.old",
+                                 L"settings.hive.x-1.tmp",  L"settings.hive.3.tmp",
+                                 L"settings.hive.3-.tmp",   L"settings.hive.-1.tmp",
+                                 L"settings.hive2.3-1.tmp", L"settings.hive.3-1x.tmp"};
+    for (const std::wstring& name : kept)
+        writeBytes(folder + L"\\" + name, Bytes(1, 'x'));
+    for (const wchar_t* name : {L"settings.hive.3-1.tmp", L"settings.hive.999999999-12.tmp"})
+        writeBytes(folder + L"\\" + name, Bytes(1, 'x')); // identifiers are multiples of four
+    CreateDirectoryW((folder + L"\\settings.hive.3-2.tmp").c_str(), nullptr);
+    EXPECT_EQ(SettingsHiveSave(hive), 0);
+    for (const std::wstring& name : kept)
+        EXPECT_TRUE(isThere(folder + L"\\" + name)) << utf8(name);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 10);
+}
+
+TEST_F(SettingsHiveTest, AreTheSameHoweverTheFileIsSpelled)
+{
+    for (const bool isThere : {false, true}) {
+        open(isThere ? 1UL : 0UL);
+        const std::wstring name = folder.substr(folder.rfind(L'\\') + 1);
+        for (const std::wstring& spelling : {folder + L"\\SETTINGS.Hive", folder + L"\\.\\settings.hive",
+                                             folder + L"\\..\\" + name + L"\\settings.hive",
+                                             folder + L"/settings.hive", LR"(\\?\)" + file}) {
+            void* const same = CreateSettingsHive(spelling.c_str(), 0);
+            EXPECT_EQ(same, hive) << utf8(spelling);
+            EXPECT_EQ(OpenSettingsHive(spelling.c_str()), hive);
+            CloseSettingsHive(same);
+            CloseSettingsHive(same);
+        }
+        EXPECT_EQ(SettingsHiveSave(hive), 0);
+    }
+    open(kSettingsReadOnly);
+    EXPECT_EQ(CreateSettingsHive(file.c_str(), 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), 5U);
+    EXPECT_EQ(CreateSettingsHive(file.c_str(), kSettingsReadOnly), hive);
+    CloseSettingsHive(hive);
+}
+
 TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
 {
     open();
@@ -224,16 +333,21 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
     const auto found = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
     ASSERT_NE(found, bytes.end());
     *(found - 76) = 'x';
+    Bytes unclosed = readBytes(file);
+    unclosed[4] ^= 2; // one of two sequence numbers; the checksum is that of all words
+    unclosed[508] ^= 2;
     const std::pair<Bytes, std::wstring> rows[] = {{bytes, L"good"},
                                                    {Bytes(bytes.begin(), bytes.begin() + 5000), L""},
                                                    {Bytes(5000, 'x'), L""},
-                                                   {{}, L""}};
+                                                   {{}, L""},
+                                                   {unclosed, L"bad,good"}};
     int number = 0;
     for (const auto& [damaged, left] : rows) {
         SCOPED_TRACE(++number);
         writeBytes(file, damaged);
         open();
-        EXPECT_EQ(state(), kSettingsDamaged);
+        const unsigned long expected = damaged == unclosed ? 8UL : 2UL; // unclosed, damaged
+        EXPECT_EQ(state(), expected);
         EXPECT_EQ(keys(L""), left);
         EXPECT_EQ(readBytes(file), damaged) << "nobody has asked for a save";
         Flushes flushes(1, FALSE, ERROR_IO_DEVICE);
@@ -249,7 +363,7 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
         EXPECT_EQ(state(), 0U);
         EXPECT_EQ(keys(L""), left);
     }
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 5);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 6);
 }
 
 TEST_F(SettingsHiveTest, ServesManyThreads)

@@ -140,6 +140,13 @@ const Damage kDamages[] = {
     {"data long", &Cells::one, 4, 100, 4, kDamagedHive, kData, 5},
     {"data outside", &Cells::one, 8, kNowhere, 4, kDamagedHive, kData, 5},
     {"data inside long", &Cells::one, 4, 0x80000005, 4, kDamagedHive, kData, 5},
+    {"no keys beside their list", &Cells::root, 20, 0, 4, kDamagedHive, kCount, 5},
+    {"no values beside their list", &Cells::a, 36, 0, 4, kDamagedHive, kCount, 5},
+    {"a handle beside values", &Cells::a, 2, 0x60, 2, kDamagedHive, kCount, 5},
+    {"another parent", &Cells::b, 16, 0x28, 4, kDamagedHive, kKey, 4},
+    {"a key of another's", &Cells::below, 4, 1, 0, 0, kKey, 4},
+    {"a key's name twice", &Cells::b, 76, 'A', 1, kDamagedHive, kKey, 4},
+    {"a value's name twice", &Cells::two, 20, 'N' << 8 | 'O' | 'E' << 16, 3, kDamagedHive, kValue, 5},
     {"a loop", &Cells::below, 4, 0x20, 4, kDamagedHive, kKey, 4},
 };
 } // namespace
@@ -151,7 +158,10 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         Bytes bytes = smallHive();
         const Cells cells(bytes);
         if (row.width == 0) { // unknown to the row: a cell that is already in use
-            row.value = row.place == 48 ? cells.values : row.place == 12 ? cells.a : cells.one;
+            row.value = row.place == 48   ? cells.values
+                        : row.value == 1  ? cells.b
+                        : row.place == 12 ? cells.a
+                                          : cells.one;
             row.width = 4;
             row.code = kDamagedHive;
         }
@@ -164,6 +174,11 @@ TEST(HostileHives, AreRefusedAndSalvaged)
         ASSERT_FALSE(losses.empty());
         EXPECT_EQ(losses.front().kind, row.loss);
         EXPECT_EQ(saved.keyCount(), row.left);
+        EXPECT_EQ(saved.findPath(Hive::root(), u"a\\b"), std::nullopt) << "another's";
+        if (row.loss == LossKind::kCount) { // the list is read as if the count were right
+            EXPECT_EQ(losses.size(), 1U);
+            EXPECT_EQ(saved.values(*saved.findPath(Hive::root(), u"a")).size(), 2U);
+        }
         const HiveChecker checker(saved.compact());
     }
     Bytes bytes = smallHive();

@@ -50,13 +50,32 @@ long getNumber(void* hive, const wchar_t* key, const wchar_t* value, unsigned lo
 
 void* CreateSettingsHive(const wchar_t* name, unsigned long flags)
 {
-    return boundary::createFrame(PLACE(kSettingsHiveApi, "CreateSettingsHive", __LINE__), settingsHives(),
-                                 name, [&] { return new SettingsHive(name, flags); });
+    return boundary::handleFrame([&]() -> void* {
+        if (name == nullptr)
+            throw Exception(PLACE(kSettingsHiveApi, "CreateSettingsHive", __LINE__), ERROR_INVALID_PARAMETER);
+        void* const handle = settingsHives().openOrCreate(SettingsHive::nameOf(name).c_str(), [&] {
+            return SharedPtr<SettingsHive>(std::make_unique<SettingsHive>(name, flags).release());
+        });
+        const DWORD isNew = GetLastError();
+        if ((flags & kSettingsReadOnly) == 0 && settings(handle)->isReadOnly()) {
+            settingsHives().close(handle);
+            raiseCode(ERROR_ACCESS_DENIED);
+        }
+        SetLastError(isNew);
+        return handle;
+    });
 }
 
 void* OpenSettingsHive(const wchar_t* name)
 {
-    return settingsHives().lookup(name);
+    return boundary::handleFrame([&]() -> void* {
+        if (name == nullptr)
+            raiseCode(ERROR_INVALID_PARAMETER);
+        void* const handle = settingsHives().lookup(SettingsHive::nameOf(name).c_str());
+        if (handle == INVALID_HANDLE_VALUE)
+            raiseLastError();
+        return handle;
+    });
 }
 
 int CloseSettingsHive(void* hive)

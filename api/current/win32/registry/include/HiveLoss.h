@@ -5,13 +5,15 @@ enum HiveLossKind : unsigned long
 {
     kLostBaseBlock = 0, ///< the file's header is wrong; other sources were used instead where there were any
     kLostBin = 1,       ///< a part of the file; items in it that were referenced are recorded separately
-    kLostKey = 2,       ///< a sub-key with everything below it
-    kLostKeyList = 3,   ///< sub-keys
-    kLostValue = 4,     ///< a value
+    kLostKey = 2,     ///< a sub-key with everything below it; also one that names another parent, or has the
+                      ///< name of one before it but for case
+    kLostKeyList = 3, ///< sub-keys
+    kLostValue = 4,   ///< a value; also one that has the name of one before it but for case
     kLostValueList = 5, ///< values
     kLostData = 6,      ///< a value, because its data is lost
     kLostClass = 7,     ///< the class name
-    kLostSecurity = 8   ///< the security descriptor: the key got that of its parent
+    kLostSecurity = 8,  ///< the security descriptor: the key got that of its parent
+    kLostCount = 9      ///< nothing but a wrong count of sub-keys or values: what their list holds was read
 };
 
 /// One omitted place.

@@ -17,9 +17,9 @@ enum OfflineWay : unsigned long
 // The operations return 0 or a code: 87 for a null pointer, 8, 2 for a missing key or value, and those that
 // they name. A failure changes nothing unless stated otherwise. 123 means a path with an empty name (one that
 // begins or ends with a backslash, or has two in a row), 206 a name of more than 255 characters (for a value,
-// 16,383) or a key of more than 512 levels. Names are found without regard to case. The caller frees returned
-// buffers with utilsFreeMemory. The system's library may return further codes; that way was proven only with
-// a stand-in for it.
+// 16,383), a key more than 511 levels below the root, or a class name of more than 32,767 characters. Names
+// are found without regard to case. The caller frees returned buffers with utilsFreeMemory. The system's
+// library may return further codes; that way was proven only with a stand-in for it.
 
 /// A value, which need not exist yet.
 struct IOfflineRegistryValue
@@ -65,4 +65,9 @@ struct IOfflineRegistryKey
     /// Writes the whole hive to a new file, compactly, and flushes it. Also 183 for an existing file, 223
     /// (above 2 GiB), or the system's code: no new file is left then.
     virtual long save(const wchar_t* newFile) const noexcept = 0;
+    /// How many sub-keys and values the key itself has, with those that cannot be listed and the unnamed
+    /// value, and how many keys there are below it at any depth; the system's library does not count those
+    /// below a key whose name contains a zero.
+    virtual long getCounts(std::size_t* subKeys, std::size_t* values,
+                           std::size_t* keysBelow) const noexcept = 0;
 };

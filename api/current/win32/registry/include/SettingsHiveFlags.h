@@ -13,5 +13,7 @@ enum SettingsHiveState : unsigned long
     kSettingsNew = 1, ///< there was no file; cleared by the first save
     kSettingsDamaged =
         2, ///< the file was damaged, and the settings are what could be read of it; cleared by a save
-    kSettingsChanged = 4 ///< something was changed since the last save
+    kSettingsChanged = 4, ///< something was changed since the last save
+    kSettingsUnclosed = 8 ///< the file was not closed by who wrote it: what is only in its logs is missing;
+                          ///< cleared by a save
 };

@@ -109,9 +109,11 @@ void RDHiveItem::analyze(HANDLE stopEvent)
         throw Exception(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", __LINE__), ERROR_CANCELLED);
     saveCompact(copy->path(), compacted->path());
     placedStep(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", __LINE__), [&] {
-        m_results.addResult(m_hive.mountName.c_str(), m_hive.path.c_str(), copy->size(), compacted->size());
-        copy->remove();
+        const std::uint64_t oldSize = copy->size();
+        const std::uint64_t newSize = compacted->size();
+        copy->remove(); // a hive whose copy stays has failed
         compacted->remove();
+        m_results.addResult(m_hive.mountName.c_str(), m_hive.path.c_str(), oldSize, newSize);
     });
 }
 

@@ -10,6 +10,16 @@ constexpr char kRegistryDefragmenterHeader[] =
 namespace {
 constexpr unsigned long kCategory = 0;
 constexpr unsigned long kWork = 0;
+
+/// Whether the stop event is signalled. Raises the code of an event that cannot be polled: nothing could stop
+/// the analysis.
+bool isStoppedAtFirst(HANDLE stopEvent)
+{
+    const DWORD wait = stopEvent == nullptr ? WAIT_TIMEOUT : WaitForSingleObject(stopEvent, 0);
+    if (wait == WAIT_FAILED)
+        throw Exception(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", __LINE__));
+    return wait == WAIT_OBJECT_0;
+}
 } // namespace
 
 ObjectTable<SingletonPtr<RegistryDefragmenter>> registryDefragmenters(40);
@@ -150,7 +160,7 @@ void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent)
     IRDWorker::Queue queue;
     RDWorker worker(queue, stopEvent);
     std::optional<Run> run; // only one on any number of processors: the copies share a disk
-    bool isStopped = isCancelled(stopEvent);
+    bool isStopped = isStoppedAtFirst(stopEvent);
     if (!isStopped) {
         run.emplace(pool, worker);
         isStopped = isCancelled(stopEvent);

@@ -5,10 +5,12 @@
 //
 // Hive files are locked while they are loaded, so an analysis reads their clusters from the volume itself,
 // which takes an administrator's rights: each hive is copied to the user's temporary folder (%user_temp%),
-// the copy is saved as a compact hive, the sizes of both are recorded, and both are deleted in every case.
-// Only the system's account and administrators may open them meanwhile, except for a compact hive that the
-// system's offline registry library writes, because it creates its own file. The largest hive and its compact
-// form must fit there.
+// the copy is saved as a compact hive, the sizes of both are recorded, and both are deleted on success,
+// failure and stop. A process that ends in the middle of an analysis leaves them: old*.tmp, a copy of the
+// hive, and new*.tmp. Their names do not tell whose they are, so no later analysis deletes them. Stop an
+// analysis before the end. Only the system's account and administrators may open them meanwhile, except for a
+// compact hive that the system's offline registry library writes, because it creates its own file. The
+// largest hive and its compact form must fit there.
 //
 // The copy lacks what the system has not yet written to the volume, and may be inconsistent because of what
 // it writes meanwhile. If the copy is not a complete hive, that hive fails (1009, 1015) and the others
@@ -32,7 +34,8 @@ SYSMAINT_API void* CreateRegistryDefragmenter(const wchar_t* name);
 /// @param results    receives the results, also when some of the hives have failed; unchanged after any other
 ///                   failure
 /// @param stopEvent  a manual-reset event
-/// @return 0; 6, 487 (the handle); 170 (another analysis is running); 1223 (stopped, or its work in the pool
+/// @return 0; 6 (the handle, or an invalid stop event); 487 (the handle); 170 (another analysis is running);
+/// 1223 (stopped, or its work in the pool
 ///         was cancelled: RegistryDefragmenterGetResults returns the hives done so far); 2 (the system has no
 ///         list of hives); 8; the code of another call that failed; or, after all hives were tried, that of
 ///         the first that failed: `results` has the code and report of each

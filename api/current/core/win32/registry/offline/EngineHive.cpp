@@ -75,6 +75,19 @@ public:
         if (!m_hive.deleteValue(find(key), unitsOf(name), currentTime()))
             raiseCode(ERROR_FILE_NOT_FOUND);
     }
+    [[nodiscard]] std::tuple<std::size_t, std::size_t, std::size_t> counts(const std::wstring& key) override
+    {
+        const KeyId found = find(key);
+        std::size_t below = 0;
+        std::vector<KeyId> waiting{found};
+        while (!waiting.empty()) {
+            const std::span<const KeyId> keys = m_hive.subKeys(waiting.back());
+            waiting.pop_back();
+            waiting.insert(waiting.end(), keys.begin(), keys.end());
+            below += keys.size();
+        }
+        return {m_hive.subKeys(found).size(), m_hive.values(found).size(), below};
+    }
     void save(const wchar_t* newFile) override { writeFile(newFile, m_hive.compact()); }
 
 private:

@@ -338,15 +338,8 @@ void Hive::dropKey(KeyId key) noexcept
     }
 }
 
-void Hive::deleteKey(KeyId key, HiveTime now)
+void Hive::dropTree(KeyId key) noexcept
 {
-    const KeyId parent = m_keys[key].parent;
-    if (parent == kNone)
-        throw long{kNotPossible};
-    List& siblings = m_keys[parent].subKeys;
-    const std::span<const KeyId> keys = subKeys(parent);
-    erase(siblings, static_cast<std::size_t>(std::find(keys.begin(), keys.end(), key) - keys.begin()));
-    m_keys[parent].time = now;
     // Deepest first, without allocating memory.
     for (KeyId at = key;;) {
         if (m_keys[at].subKeys.count != 0) {
@@ -360,6 +353,18 @@ void Hive::deleteKey(KeyId key, HiveTime now)
         --m_keys[above].subKeys.count;
         at = above;
     }
+}
+
+void Hive::deleteKey(KeyId key, HiveTime now)
+{
+    const KeyId parent = m_keys[key].parent;
+    if (parent == kNone)
+        throw long{kNotPossible};
+    List& siblings = m_keys[parent].subKeys;
+    const std::span<const KeyId> keys = subKeys(parent);
+    erase(siblings, static_cast<std::size_t>(std::find(keys.begin(), keys.end(), key) - keys.begin()));
+    m_keys[parent].time = now;
+    dropTree(key);
 }
 
 void Hive::setClassName(KeyId key, std::u16string_view text)

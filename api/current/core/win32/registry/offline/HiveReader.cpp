@@ -21,6 +21,18 @@ bool isInUse(const std::byte* cell) noexcept
 {
     return load<std::int32_t>(cell) < 0;
 }
+
+/// Whether it is the signature of a list of keys, not of lists.
+bool isLeaf(std::uint16_t kind) noexcept
+{
+    return kind == list::kPlain || kind == list::kHinted || kind == list::kHashed;
+}
+
+bool isList(std::span<const std::byte> cell) noexcept
+{
+    return cell.size() >= list::kEntries &&
+           (isLeaf(load16(cell.data())) || load16(cell.data()) == list::kLists);
+}
 } // namespace
 
 Hive HiveReader::read()
@@ -33,7 +45,7 @@ Hive HiveReader::read()
     m_hive.m_keys.reserve(m_keyCount);
     m_hive.m_values.reserve(m_valueCount);
     m_hive.m_lists.reserve(m_keyCount + m_valueCount);
-    if (!readKey(m_root, Hive::kNone) && !findRoot())
+    if (!readKey(m_root, Hive::kNone, kNoOffset) && !findRoot())
         throw long{kBadDatabase};
     readTree();
     return std::move(m_hive);
@@ -144,20 +156,27 @@ bool HiveReader::isUntaken(std::uint32_t offset) const noexcept
            (m_untaken[offset / kUnit / kBitsPerWord] >> (offset / kUnit % kBitsPerWord) & 1U) != 0;
 }
 
-HiveReader::Cell HiveReader::take(std::uint32_t offset) noexcept
+HiveReader::Cell HiveReader::peek(std::uint32_t offset) const noexcept
 {
     if (!isUntaken(offset))
         return {};
-    m_untaken[offset / kUnit / kBitsPerWord] &= ~(1ULL << (offset / kUnit % kBitsPerWord));
     const std::byte* const cell = m_hive.m_bins.data() + offset;
     const std::uint32_t size = cellSize(cell);
-    if (m_isRough) {
-        // This one was not checked before. Cells may overlap here, but only up to a limit.
-        if (!isInUse(cell) || size % kUnit != 0 || size > m_hive.m_bins.size() - offset || size > m_left)
-            return {};
-        m_left -= size;
-    }
+    // In rough bins it was not checked before. Cells may overlap there, but only up to a limit.
+    if (m_isRough &&
+        (!isInUse(cell) || size % kUnit != 0 || size > m_hive.m_bins.size() - offset || size > m_left))
+        return {};
     return {cell + kCellHeader, size - kCellHeader};
+}
+
+HiveReader::Cell HiveReader::take(std::uint32_t offset) noexcept
+{
+    const Cell cell = peek(offset);
+    if (isUntaken(offset))
+        m_untaken[offset / kUnit / kBitsPerWord] &= ~(1ULL << (offset / kUnit % kBitsPerWord));
+    if (m_isRough && !cell.empty())
+        m_left -= cell.size() + kCellHeader;
+    return cell;
 }
 
 HiveReader::Cell HiveReader::takeRecord(std::uint32_t offset, std::uint16_t signature,
@@ -175,15 +194,18 @@ bool HiveReader::findRoot()
         if (!isUntaken(offset) || m_hive.m_bins.size() - offset < kCellHeader + nk::kName)
             continue;
         if (load16(cell + kCellHeader) == nk::kSignature &&
-            (load16(cell + kCellHeader + nk::kFlags) & nk::kRootKey) != 0 && readKey(offset, Hive::kNone))
+            (load16(cell + kCellHeader + nk::kFlags) & nk::kRootKey) != 0 &&
+            readKey(offset, Hive::kNone, kNoOffset)) {
+            m_root = offset;
             return true;
+        }
     }
     return false;
 }
 
 void HiveReader::readTree()
 {
-    m_steps.push_back({Hive::root(), 0, 0});
+    m_steps.push_back({Hive::root(), m_root, 0, 0});
     while (!m_steps.empty()) {
         Step& step = m_steps.back();
         Hive::List& list = m_hive.m_keys[step.key].subKeys;
@@ -195,17 +217,29 @@ void HiveReader::readTree()
         }
         const auto id = static_cast<KeyId>(m_hive.m_keys.size());
         const std::uint32_t offset = m_hive.m_lists[list.begin + step.next++];
-        if (!readKey(offset, step.key))
+        if (!readKey(offset, step.key, step.offset))
             continue;
         m_hive.m_lists[m_hive.m_keys[step.key].subKeys.begin + step.kept++] = id;
-        m_steps.push_back({id, 0, 0});
+        m_steps.push_back({id, offset, 0, 0});
     }
 }
 
+/// Whether a key names another parent. It is left for that one to list.
+bool HiveReader::isOfAnother(std::uint32_t offset, std::uint32_t parentOffset) const noexcept
+{
+    const Cell key = peek(offset);
+    return key.size() >= nk::kName && load16(key.data()) == nk::kSignature &&
+           load32(key.data() + nk::kParent) != parentOffset;
+}
+
 /// Returns whether it is a key; its wrong parts are omitted one by one.
-bool HiveReader::readKey(std::uint32_t offset, KeyId parent)
+bool HiveReader::readKey(std::uint32_t offset, KeyId parent, std::uint32_t parentOffset)
 {
     const KeyId above = parent == Hive::kNone ? Hive::root() : parent;
+    if (parent != Hive::kNone && isOfAnother(offset, parentOffset)) {
+        lose(LossKind::kKey, above, offset);
+        return false;
+    }
     const Cell record = takeRecord(offset, nk::kSignature, nk::kName);
     const std::size_t level = parent == Hive::kNone ? 1 : m_hive.m_keys[parent].level + 1U;
     Hive::Key key;
@@ -290,9 +324,16 @@ void HiveReader::readSecurity(Hive::Key& key, KeyId id, std::uint32_t offset)
 void HiveReader::readSubKeyLists(KeyId id, Cell record)
 {
     const std::uint32_t count = load32(record.data() + nk::kSubKeys);
-    if (count == 0)
-        return;
     const std::uint32_t offset = load32(record.data() + nk::kSubKeyList);
+    if (count == 0) {
+        // Who deletes the last one also frees the list.
+        const Cell there = peek(offset);
+        if (there.empty())
+            return;
+        lose(LossKind::kCount, id, offset);
+        if (!isList(there))
+            return;
+    }
     const std::size_t begin = m_hive.m_lists.size();
     const Cell top = take(offset);
     bool isRight = true;
@@ -306,7 +347,7 @@ void HiveReader::readSubKeyLists(KeyId id, Cell record)
             isRight &= readLeaf(take(load32(top.data() + list::kEntries + i * sizeof(std::uint32_t))));
     }
     const std::size_t found = m_hive.m_lists.size() - begin;
-    if (!isRight || found != count)
+    if (!isRight || (found != count && count != 0))
         lose(LossKind::kKeyList, id, offset);
     m_hive.m_keys[id].subKeys = {static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(found),
                                  static_cast<std::uint32_t>(found)};
@@ -318,7 +359,7 @@ bool HiveReader::readLeaf(Cell leaf)
     if (leaf.size() < list::kEntries)
         return false;
     const std::uint16_t kind = load16(leaf.data());
-    if (kind != list::kPlain && kind != list::kHinted && kind != list::kHashed)
+    if (!isLeaf(kind))
         return false;
     const std::size_t entry = kind == list::kPlain ? sizeof(std::uint32_t) : list::kWideEntry;
     const std::size_t count = load16(leaf.data() + list::kCount);
@@ -330,25 +371,54 @@ bool HiveReader::readLeaf(Cell leaf)
 
 void HiveReader::sortSubKeys(KeyId id)
 {
-    const Hive::List& list = m_hive.m_keys[id].subKeys;
+    Hive::List& list = m_hive.m_keys[id].subKeys;
     const auto begin = m_hive.m_lists.begin() + list.begin;
     const auto isBefore = [this](KeyId left, KeyId right) {
         return std::is_lt(m_hive.name(left).compare(m_hive.name(right)));
     };
-    if (!std::is_sorted(begin, begin + list.count, isBefore))
-        std::stable_sort(begin, begin + list.count, isBefore);
+    const auto isNotBefore = [&](KeyId left, KeyId right) { return !isBefore(left, right); };
+    if (std::adjacent_find(begin, begin + list.count, isNotBefore) == begin + list.count)
+        return;
+    std::stable_sort(begin, begin + list.count, isBefore);
+    // Of two with the same name only the first could be found.
+    std::uint32_t kept = 0;
+    for (std::uint32_t i = 0; i != list.count; ++i) {
+        const KeyId key = m_hive.m_lists[list.begin + i];
+        if (kept == 0 || isBefore(m_hive.m_lists[list.begin + kept - 1], key)) {
+            m_hive.m_lists[list.begin + kept++] = key;
+            continue;
+        }
+        lose(LossKind::kKey, id, m_hive.m_keys[key].name - nk::kName - kCellHeader);
+        m_hive.dropTree(key);
+    }
+    list.count = kept;
 }
 
 void HiveReader::readValues(KeyId id, Cell record)
 {
     std::uint32_t count = load32(record.data() + nk::kValues);
-    if ((m_hive.m_keys[id].flags & nk::kPredefined) != 0) {
-        m_hive.m_predefined.emplace(id, count);
-        return;
-    }
-    if (count == 0)
-        return;
     const std::uint32_t offset = load32(record.data() + nk::kValueList);
+    const Cell there = peek(offset);
+    Hive::Key& key = m_hive.m_keys[id];
+    bool isTold = false;
+    if ((key.flags & nk::kPredefined) != 0) {
+        if (there.empty() && (count == 0 || count >> nk::kHandleBits == nk::kHandles)) {
+            m_hive.m_predefined.emplace(id, count);
+            return;
+        }
+        lose(LossKind::kCount, id, offset); // an ordinary key: no handle, or values beside it
+        key.flags &= static_cast<std::uint16_t>(~nk::kPredefined);
+        isTold = true;
+    }
+    if (count == 0 && there.empty())
+        return;
+    if (count == 0 || (isTold && count > there.size() / sizeof count)) {
+        if (!isTold)
+            lose(LossKind::kCount, id, offset);
+        count = countValues(there);
+        if (count == 0)
+            return;
+    }
     const Cell cell = take(offset);
     if (count > cell.size() / sizeof count) {
         lose(LossKind::kValueList, id, offset);
@@ -359,6 +429,49 @@ void HiveReader::readValues(KeyId id, Cell record)
         readValue(id, load32(cell.data() + i * sizeof count));
     const auto found = static_cast<std::uint32_t>(m_hive.m_lists.size()) - begin;
     m_hive.m_keys[id].values = {begin, found, found};
+    dropSecondValues(id);
+}
+
+/// How many values a list holds whose count is wrong: it ends at what cannot be one.
+std::uint32_t HiveReader::countValues(Cell list) const noexcept
+{
+    std::uint32_t count = 0;
+    while (count < list.size() / sizeof count) {
+        const Cell value = peek(load32(list.data() + count * sizeof count));
+        if (value.size() < vk::kName || load16(value.data()) != vk::kSignature)
+            break;
+        ++count;
+    }
+    return count;
+}
+
+/// Of two values with the same name only the first could be found.
+void HiveReader::dropSecondValues(KeyId id)
+{
+    Hive::List& list = m_hive.m_keys[id].values;
+    if (list.count < 2)
+        return;
+    const std::span<const std::uint32_t> all = m_hive.values(id);
+    std::vector<ValueId> sorted(all.begin(), all.end());
+    // By name, then in the order of the list.
+    std::sort(sorted.begin(), sorted.end(), [this](ValueId left, ValueId right) {
+        const auto order = m_hive.valueName(left).compare(m_hive.valueName(right));
+        return order == std::strong_ordering::equal ? left < right : std::is_lt(order);
+    });
+    std::vector<ValueId> seconds;
+    for (std::size_t i = 1; i != sorted.size(); ++i)
+        if (m_hive.valueName(sorted[i - 1]).equals(m_hive.valueName(sorted[i])))
+            seconds.push_back(sorted[i]);
+    if (seconds.empty())
+        return;
+    std::sort(seconds.begin(), seconds.end());
+    for (const ValueId second : seconds)
+        lose(LossKind::kValue, id, m_hive.m_values[second].name - vk::kName - kCellHeader);
+    const auto begin = m_hive.m_lists.begin() + list.begin;
+    const auto end = std::remove_if(begin, begin + list.count, [&](ValueId value) {
+        return std::binary_search(seconds.begin(), seconds.end(), value);
+    });
+    list.count = static_cast<std::uint32_t>(end - begin);
 }
 
 void HiveReader::readValue(KeyId id, std::uint32_t offset)

@@ -134,6 +134,22 @@ public:
         const OpenKey opened(m_library, m_hive, key);
         requireCode(m_library.deleteValue(opened.get(), name.c_str()));
     }
+    [[nodiscard]] std::tuple<std::size_t, std::size_t, std::size_t> counts(const std::wstring& key) override
+    {
+        const std::size_t subKeys = keys(key).size();
+        std::size_t below = 0;
+        Names waiting{key};
+        while (!waiting.empty()) {
+            const std::wstring path = std::move(waiting.back());
+            waiting.pop_back();
+            for (const std::wstring& name : keys(path)) {
+                ++below;
+                if (name.find(L'\0') == std::wstring::npos)
+                    waiting.push_back(path.empty() ? name : std::wstring(path).append(L"\\").append(name));
+            }
+        }
+        return {subKeys, values(key).size(), below};
+    }
     void save(const wchar_t* newFile) override
     {
         requireCode(m_library.saveHive(m_hive, Win32Path(newFile), OfflineLibrary::kOsMajor,

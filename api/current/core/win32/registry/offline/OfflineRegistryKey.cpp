@@ -194,6 +194,13 @@ long OfflineRegistryKey::save(const wchar_t* newFile) const noexcept
     });
 }
 
+long OfflineRegistryKey::getCounts(std::size_t* subKeys, std::size_t* values,
+                                   std::size_t* keysBelow) const noexcept
+{
+    return operate(m_hive, subKeys != nullptr && values != nullptr && keysBelow != nullptr,
+                   [&](OfflineHive& hive) { std::tie(*subKeys, *values, *keysBelow) = hive.counts(m_path); });
+}
+
 OfflineRegistryValue::OfflineRegistryValue(const SharedPtr<SharedHive>& hive, const std::wstring& key,
                                            const wchar_t* name)
     : m_hive(hive), m_key(key), m_name(name)

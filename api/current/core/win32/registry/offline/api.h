@@ -8,8 +8,9 @@
 #include "win32/registry/include/IOfflineRegistryKey.h"
 
 /// Reads a hive file and returns the key at `path` in it (empty: the root), whether or not it exists. A null
-/// file creates a new hive. The file is not kept open. `way` is one of OfflineWay. The caller deletes the
-/// key.
+/// file creates a new hive. The file is not kept open. A hive that was not closed is read without what is
+/// only in its logs, and the objects do not tell: SettingsHiveGetState does (kSettingsUnclosed). `way` is one
+/// of OfflineWay. The caller deletes the key.
 ///
 /// Returns null with the last error 87 (null path, unknown way), 8, 123, 206, 126 or 127 (kOfflineLibrary
 /// without the library or its functions), 1009 (not a hive), 1015 (a damaged hive), 223 (too large for a
@@ -25,6 +26,6 @@ SYSMAINT_API IOfflineRegistryKey* DllGetOfflineRegistryKey(const wchar_t* hiveFi
 /// their number, `total` the number of all omitted places. Key paths are cut after 1,000 characters.
 ///
 /// @return 0; 87; 8; 1009 (not even a root key was found); 183 (the new file exists already); 223 (too large
-/// for a hive); or the system's code. The damaged file is only read
+/// for a hive); or the system's code. On failure no new file is left. The damaged file is only read
 SYSMAINT_API long HiveFileSalvage(const wchar_t* damagedFile, const wchar_t* newFile, HiveLoss** losses,
                                   size_t* count, size_t* total);

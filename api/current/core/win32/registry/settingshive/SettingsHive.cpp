@@ -12,6 +12,13 @@ ObjectTable<SharedPtr<SettingsHive>> settingsHives(20);
 namespace {
 constexpr long kUnsupportedType = 1630; // not every platform header names it
 
+/// Raises 123 for a path with an empty name.
+void requirePath(std::wstring_view key)
+{
+    if (key.starts_with(L'\\') || key.ends_with(L'\\') || key.find(L"\\\\") != std::wstring_view::npos)
+        raiseCode(kInvalidName);
+}
+
 bool isMissing(long code) noexcept
 {
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
@@ -41,6 +48,13 @@ void add(SettingsHive::List& list, const NameView& name)
 }
 } // namespace
 
+std::wstring SettingsHive::nameOf(const wchar_t* path)
+{
+    if (*path == L'\0')
+        raiseCode(ERROR_INVALID_PARAMETER);
+    return nameOfFile(settledPath(CachedPath(path, 1).getPath()));
+}
+
 SettingsHive::SettingsHive(const wchar_t* path, unsigned long flags) : m_flags(flags)
 {
     if (*path == L'\0' || (flags & ~(kSettingsMustExist | kSettingsReadOnly)) != 0)
@@ -48,10 +62,11 @@ SettingsHive::SettingsHive(const wchar_t* path, unsigned long flags) : m_flags(f
     m_path = settledPath(CachedPath(path, 1).getPath());
     std::vector<std::byte> bytes;
     try {
-        bytes = readFile(m_path.c_str());
+        bytes = readFile(m_path.c_str(), &m_stamp.emplace());
     } catch (const long code) {
         if (!isMissing(code) || (flags & kSettingsMustExist) != 0)
             throw;
+        m_stamp.reset();
         m_isNew = true;
         m_hive = Hive::create(currentTime());
         return;
@@ -62,17 +77,18 @@ SettingsHive::SettingsHive(const wchar_t* path, unsigned long flags) : m_flags(f
 void SettingsHive::load(std::vector<std::byte>&& bytes)
 {
     std::vector<Loss> losses;
-    bool isWhole = false;
+    m_original = kSettingsDamaged;
     try {
         // The same as parse for an undamaged hive.
         m_hive = Hive::salvage(std::vector<std::byte>(bytes), losses);
-        isWhole = losses.empty();
+        m_original =
+            (losses.empty() ? 0UL : kSettingsDamaged) | (m_hive->isClean() ? 0UL : kSettingsUnclosed);
     } catch (const long code) {
         if (code != kBadDatabase)
             throw;
         m_hive = Hive::create(currentTime());
     }
-    if (!isWhole)
+    if (m_original != 0)
         m_damaged = std::move(bytes);
 }
 
@@ -92,9 +108,10 @@ void SettingsHive::save()
         keepFile(m_path + L".damaged", *m_damaged);
         m_isKept = true; // also for a later attempt if the rest fails
     }
-    replaceFile(m_path, bytes);
+    replaceFile(m_path, bytes, m_stamp);
     const WriteLocker locker(m_lock);
     m_damaged.reset();
+    m_original = 0;
     m_isNew = false;
     m_saved = changes;
 }
@@ -102,8 +119,7 @@ void SettingsHive::save()
 unsigned long SettingsHive::state() const
 {
     const ReadLocker locker(m_lock);
-    return (m_isNew ? kSettingsNew : 0UL) | (m_damaged.has_value() ? kSettingsDamaged : 0UL) |
-           (m_changes != m_saved ? kSettingsChanged : 0UL);
+    return (m_isNew ? kSettingsNew : 0UL) | m_original | (m_changes != m_saved ? kSettingsChanged : 0UL);
 }
 
 template <class Change>
@@ -118,6 +134,7 @@ void SettingsHive::change(Change&& change)
 
 KeyId SettingsHive::find(std::wstring_view key) const
 {
+    requirePath(key);
     const auto found = m_hive->findPath(Hive::root(), unitsOf(key));
     if (!found.has_value())
         raiseCode(ERROR_FILE_NOT_FOUND);
@@ -134,6 +151,7 @@ ValueId SettingsHive::find(KeyId key, std::wstring_view name) const
 
 void SettingsHive::createKey(std::wstring_view key)
 {
+    requirePath(key);
     change([&](Hive& hive) { hive.createPath(Hive::root(), unitsOf(key), currentTime()); });
 }
 
@@ -176,6 +194,7 @@ std::tuple<unsigned long, SettingsHive::Bytes> SettingsHive::value(std::wstring_
 void SettingsHive::setValue(std::wstring_view key, std::wstring_view name, unsigned long type,
                             const void* data, std::size_t size)
 {
+    requirePath(key);
     change([&](Hive& hive) {
         const HiveTime now = currentTime();
         KeyId firstMade = Hive::kNone;

@@ -8,22 +8,26 @@
 // buffers with utilsFreeMemory.
 //
 // Status functions return 0 or a code: 87 for a null pointer, 6 (no such handle), 487 (object gone), 8, and
-// those that they name. A failure changes nothing. 123 means an empty name within a path, 206 a name of more
-// than 255 characters (for a value, 16,383) or a key of more than 512 levels, 2 a missing key or value, 1630
-// a value of another type, 13 a value whose data does not fit its type, 5 settings opened for reading only.
+// those that they name. A failure changes nothing. 123 means a path with an empty name (one that begins or
+// ends with a backslash, or has two in a row), 206 a name of more than 255 characters (for a value, 16,383)
+// or a key more than 511 levels below the root, 2 a missing key or value, 1630 a value of another type, 13 a
+// value whose data does not fit its type, 5 settings opened for reading only.
 
 #include "core/win32/utils/memory/api.h"
 #include "core/win32/utils/objectmanager/include/Api.h"
 #include "win32/registry/include/SettingsHiveFlags.h"
 
 /// Opens the settings in the hive file `name`, which may begin with a folder macro such as "%appdata%"; that
-/// is also the name of the handle. A missing file gives empty settings and is created when they are saved;
-/// its folder must exist. A damaged file gives what can still be read of it (kSettingsDamaged), however
-/// little, and stays unchanged until they are saved. The file is read once and not kept open: two processes
-/// that both save overwrite each other's settings.
+/// is also the name of the handle: every spelling of the file opens the same settings, a link to it its own.
+/// A missing file gives empty settings and is created when they are saved; its folder must exist. A damaged
+/// file gives what can still be read of it (kSettingsDamaged), however little, and stays unchanged until they
+/// are saved. So does one that was not closed (kSettingsUnclosed), without what is only in its logs. The file
+/// is read once and not kept open; SettingsHiveSave refuses to replace it when another program has changed it
+/// since.
 ///
-/// Returns the handle, or the invalid handle with the last error 87 (null or empty name, unknown flags), 8,
-/// 223 (a file too large for a hive), or the system's code for an existing file that cannot be read.
+/// Returns the handle, or the invalid handle with the last error 87 (null or empty name, unknown flags), 5
+/// (without kSettingsReadOnly while the settings are open with it), 8, 223 (a file too large for a hive), or
+/// the system's code for an existing file that cannot be read.
 SYSMAINT_API void* CreateSettingsHive(const wchar_t* name, unsigned long flags);
 /// Opens settings that are already open. Last errors: 87, 1168 (none have that name), 8.
 SYSMAINT_API void* OpenSettingsHive(const wchar_t* name);
@@ -34,11 +38,20 @@ SYSMAINT_API int CloseSettingsHive(void* hive);
 /// Writes the settings to their file: a new file is written beside it, flushed, and renamed over it in one
 /// step. At any moment, and after a crash or a power cut, the complete old or new settings exist. The new
 /// file inherits its folder's access rights. A damaged file is first written, as it was read, to a new file
-/// beside it, NAME.damaged, or NAME.damaged-2 and so on. Only what was set before the call is sure to be
-/// saved.
+/// beside it, NAME.damaged, or NAME.damaged-2 and so on; likewise one that was not closed. Only what was set
+/// before the call is sure to be saved.
 ///
-/// @return also 5, 681 (the file is a link by now), 223 (above 2 GiB), or the system's code; on failure the
-///         file is unchanged
+/// Saves in one folder wait for each other, in all processes, and check just before the replacement that the
+/// file is still the one that was read or last saved: the same one, of the same size and last-write time. If
+/// not, nothing is replaced: close the settings and open them again for what is in the file now. A file that
+/// has vanished is written anew.
+///
+/// The new file is NAME.<process id>-<number>.tmp until it is complete. If the process ends before that, it
+/// remains; the next save of NAME deletes those whose process no longer exists, where that is possible.
+///
+/// @return also 5 (also for a read-only file), 681 (the file is a link by now), 1006 (another program has
+///         changed or replaced the file), 1460 (another save in the folder takes more than ten seconds), 223
+///         (above 2 GiB), or the system's code; on failure the file is unchanged
 SYSMAINT_API long SettingsHiveSave(void* hive);
 /// A combination of SettingsHiveState bits.
 SYSMAINT_API long SettingsHiveGetState(void* hive, unsigned long* state);
@@ -49,12 +62,12 @@ SYSMAINT_API long SettingsHiveGetState(void* hive, unsigned long* state);
 SYSMAINT_API long SettingsHiveCreateKey(void* hive, const wchar_t* key);
 /// Deletes a key and everything below it.
 ///
-/// @return also 2, 5, 50 (the root)
+/// @return also 2, 5, 50 (the root), 123
 SYSMAINT_API long SettingsHiveDeleteKey(void* hive, const wchar_t* key);
 /// The names of a key's sub-keys in the system's order, each terminated, with an empty one at the end. Names
 /// that contain a zero, which other programs can create, are omitted.
 ///
-/// @return also 2
+/// @return also 2, 123
 SYSMAINT_API long SettingsHiveEnumerateKeys(void* hive, const wchar_t* key, wchar_t** names, size_t* count);
 /// The same for its values, in the order of their creation. The unnamed one, whose name would end the list,
 /// is omitted: SettingsHiveGetValue tells whether it exists.

@@ -37,13 +37,15 @@ enum class LossKind
 {
     kBaseBlock, ///< the base block is wrong; other sources were used instead where there were any
     kBin,       ///< a bin's header, or the cells in it
-    kKey,       ///< a sub-key with everything below it
+    kKey,       ///< a sub-key with everything below it; also one that names another parent, or has the name
+                ///< of one before it
     kKeyList,   ///< sub-keys of the key
-    kValue,     ///< a value of the key
+    kValue,     ///< a value of the key; also one that has the name of one before it
     kValueList, ///< values of the key
     kData,      ///< a value's data: the value is omitted
     kClass,     ///< the class name of the key
-    kSecurity   ///< the security descriptor: the key got that of its parent
+    kSecurity,  ///< the security descriptor: the key got that of its parent
+    kCount      ///< a count of sub-keys or values that is wrong beside its list, which was read
 };
 
 struct Loss
@@ -232,6 +234,8 @@ private:
     void erase(List& list, std::size_t index) noexcept;
     void dropList(List& list) noexcept;
     void dropKey(KeyId key) noexcept;
+    /// With everything below it; its parent's list still has it.
+    void dropTree(KeyId key) noexcept;
     void dropValue(ValueId value) noexcept;
 
     std::vector<std::byte> m_ownBytes;      ///< when the hive keeps them

@@ -85,6 +85,9 @@ inline constexpr std::uint16_t kRootKey = 0x04;
 inline constexpr std::uint16_t kNoDelete = 0x08;
 inline constexpr std::uint16_t kLatin1Name = 0x20;
 inline constexpr std::uint16_t kPredefined = 0x40; ///< the field of the number of values is a handle
+/// The predefined handles are 0x80000000 to 0x800000FF.
+inline constexpr unsigned kHandleBits = 8;
+inline constexpr std::uint32_t kHandles = 0x800000;
 } // namespace nk
 
 namespace vk {

@@ -30,6 +30,7 @@ private:
     struct Step
     {
         KeyId key;
+        std::uint32_t offset; ///< of its cell
         std::uint32_t next;
         std::uint32_t kept;
     };
@@ -42,6 +43,8 @@ private:
     void markRough(std::uint32_t begin, std::uint32_t end);
 
     [[nodiscard]] bool isUntaken(std::uint32_t offset) const noexcept;
+    /// The cell there if it is in use and nothing has taken it yet.
+    [[nodiscard]] Cell peek(std::uint32_t offset) const noexcept;
     [[nodiscard]] Cell take(std::uint32_t offset) noexcept;
     [[nodiscard]] Cell takeRecord(std::uint32_t offset, std::uint16_t signature, std::size_t size) noexcept;
     /// In the bins.
@@ -51,14 +54,17 @@ private:
     }
 
     [[nodiscard]] bool findRoot();
+    [[nodiscard]] bool isOfAnother(std::uint32_t offset, std::uint32_t parentOffset) const noexcept;
     void readTree();
-    bool readKey(std::uint32_t offset, KeyId parent);
+    bool readKey(std::uint32_t offset, KeyId parent, std::uint32_t parentOffset);
     void readClass(Hive::Key& key, KeyId id, Cell record);
     void readSecurity(Hive::Key& key, KeyId id, std::uint32_t offset);
     void readSubKeyLists(KeyId id, Cell record);
     [[nodiscard]] bool readLeaf(Cell leaf);
     void sortSubKeys(KeyId id);
     void readValues(KeyId id, Cell record);
+    [[nodiscard]] std::uint32_t countValues(Cell list) const noexcept;
+    void dropSecondValues(KeyId id);
     void readValue(KeyId id, std::uint32_t offset);
     [[nodiscard]] bool readData(Hive::Value& value, Cell record);
     [[nodiscard]] bool readSegments(Hive::Value& value, Cell record);

@@ -35,6 +35,9 @@ public:
     virtual void setValue(const std::wstring& key, const std::wstring& name, unsigned long type,
                           const void* data, std::size_t size) = 0;
     virtual void removeValue(const std::wstring& key, const std::wstring& name) = 0;
+    /// Of the key's sub-keys, its values, and all keys below it.
+    [[nodiscard]] virtual std::tuple<std::size_t, std::size_t, std::size_t>
+    counts(const std::wstring& key) = 0;
     /// Writes a new file without flushing it; after a failure an incomplete file may remain.
     virtual void save(const wchar_t* newFile) = 0;
 };

@@ -31,6 +31,7 @@ public:
     long getKey(const wchar_t* path, IOfflineRegistryKey** key) const noexcept override;
     long getValue(const wchar_t* name, IOfflineRegistryValue** value) const noexcept override;
     long save(const wchar_t* newFile) const noexcept override;
+    long getCounts(std::size_t* subKeys, std::size_t* values, std::size_t* keysBelow) const noexcept override;
 
 private:
     SharedPtr<SharedHive> m_hive;

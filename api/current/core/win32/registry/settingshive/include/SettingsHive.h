@@ -4,9 +4,10 @@
 #include <string>
 #include <tuple>
 
-#include "core/win32/registry/offline/include/HiveFile.h"
+#include "core/win32/registry/offline/include/OfflineFile.h"
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
+#include "win32/registry/include/SettingsHiveFlags.h"
 
 /// Settings in a hive file; api.h documents the operations. They raise bare codes.
 class SettingsHive
@@ -18,6 +19,9 @@ public:
     using Bytes = std::basic_string<unsigned char>;
 
     SettingsHive(const wchar_t* path, unsigned long flags);
+    /// The same for all spellings of a file. Raises 87 for an empty one.
+    [[nodiscard]] static std::wstring nameOf(const wchar_t* path);
+    [[nodiscard]] bool isReadOnly() const noexcept { return (m_flags & kSettingsReadOnly) != 0; }
     SettingsHive(const SettingsHive&) = delete;
     SettingsHive& operator=(const SettingsHive&) = delete;
     virtual ~SettingsHive() = default;
@@ -54,8 +58,11 @@ private:
     ReadWriteLock m_saving; // acquired before the other one: one save at a time
     mutable ReadWriteLock m_lock;
     std::optional<offline::Hive> m_hive;
-    std::optional<std::vector<std::byte>> m_damaged; // the file as it was read, until a save has replaced it
-    bool m_isKept = false;                           // a copy of it was kept; guarded by m_saving
+    std::optional<offline::FileStamp> m_stamp; // of the file that was read or saved; guarded by m_saving
+    unsigned long m_original = 0;              // bits of SettingsHiveState that the file gave
+    std::optional<std::vector<std::byte>>
+        m_damaged;         // the damaged or unclosed file as it was read, until a save has replaced it
+    bool m_isKept = false; // a copy of it was kept; guarded by m_saving
     bool m_isNew = false;
     unsigned long long m_changes = 0;
     unsigned long long m_saved = 0; // how many of them are saved
