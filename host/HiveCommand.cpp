@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "OwnedHandle.h"
 #include "OwnedText.h"
@@ -84,16 +85,20 @@ std::wstring requireKey(std::wstring word)
     return word;
 }
 
-/// The operand after the key, or the unnamed value's name. Removes the first of `rest`.
-std::wstring takeName(const Arguments& arguments, std::vector<std::wstring>& rest)
+/// The names after the file: of a key, and of a value unless --default says the unnamed one. `rest` takes the
+/// operands behind them.
+std::pair<std::wstring, std::wstring> takeKeyAndName(const Arguments& arguments,
+                                                     std::vector<std::wstring>& rest)
 {
-    if (arguments.has(L"--default"))
-        return {};
-    if (rest.empty())
+    const auto& all = arguments.operands();
+    const std::size_t named = arguments.has(L"--default") ? 2 : 3;
+    if (all.size() < 2)
+        throw UsageError{L"which file, key and value?"};
+    std::wstring key = requireKey(all[1]);
+    if (all.size() < named)
         throw UsageError{L"which value?"};
-    std::wstring name = rest.front();
-    rest.erase(rest.begin());
-    return name;
+    rest.assign(all.begin() + static_cast<std::ptrdiff_t>(named), all.end());
+    return {std::move(key), named == 3 ? all[2] : std::wstring()};
 }
 
 void printValue(const std::wstring& key, const std::wstring& name, const RegistryData& data, bool json)
@@ -262,12 +267,10 @@ private:
 int get(const std::vector<std::wstring>& words)
 {
     const Arguments arguments(words, {{L"--json", false}, {L"--default", false}});
-    std::vector<std::wstring> rest = arguments.operands();
-    if (rest.size() < 2)
-        throw UsageError{L"which file, key and value?"};
-    const std::wstring key = requireKey(rest[1]);
-    rest.erase(rest.begin(), rest.begin() + 2);
-    const std::wstring name = takeName(arguments, rest);
+    std::vector<std::wstring> rest;
+    const std::pair<std::wstring, std::wstring> place = takeKeyAndName(arguments, rest);
+    const auto& key = place.first;
+    const auto& name = place.second;
     if (!rest.empty())
         throw UsageError{L"one value only"};
     const std::wstring& path = arguments.operands()[0];
@@ -369,12 +372,10 @@ int changeFile(const Arguments& arguments, const std::wstring& path, Change&& ch
 int set(const std::vector<std::wstring>& words)
 {
     const Arguments arguments(words, {{L"--type", true}, {L"--default", false}, {L"--yes", false}});
-    std::vector<std::wstring> rest = arguments.operands();
-    if (rest.size() < 2)
-        throw UsageError{L"which file, key and value?"};
-    const std::wstring key = requireKey(rest[1]);
-    rest.erase(rest.begin(), rest.begin() + 2);
-    const std::wstring name = takeName(arguments, rest);
+    std::vector<std::wstring> rest;
+    const std::pair<std::wstring, std::wstring> place = takeKeyAndName(arguments, rest);
+    const auto& key = place.first;
+    const auto& name = place.second;
     const RegistryData data = requireData(arguments.value(L"--type", L"sz"), rest);
     return changeFile(arguments, arguments.operands()[0], [&](const OpenFile& file, int& exitCode) -> long {
         RegistryData old;

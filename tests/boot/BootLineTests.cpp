@@ -7,6 +7,30 @@ struct Case
     bool stays = true;       // the line
 };
 
+constexpr const wchar_t* kLeftAlone[] = {L"folder\\nt\\win.ini",
+                                         L"folder\\nt\\system32\\config\\system",
+                                         L"bootmgr", // beside the Windows folder, by whatever path
+                                         L"keep\\report",
+                                         L"folder",
+                                         L"folder\\",
+                                         L"windows",
+                                         L"windows\\ForceDelete.txt",
+                                         L"windows\\sysmaint-boot.log",
+                                         L"windows\\win.ini",
+                                         L"windows\\System32\\ntdll.dll",
+                                         L"windows\\temp",
+                                         L"ntuser.dat",
+                                         L"folder\\..\\report",
+                                         L".\\report",
+                                         L"folder/x",
+                                         L"rep*",
+                                         L"repor?",
+                                         L"report:stream",
+                                         L"report::$DATA",
+                                         L"re\tport",
+                                         L"report\\",
+                                         L"\\report"};
+
 class BootLineTest : public BootRunTest
 {
 protected:
@@ -35,29 +59,7 @@ protected:
         // To the system itself the last two are other names than "report".
         for (const wchar_t* missing : {L"nothing", L"no folder\\report", L"report.", L"report "})
             cases.push_back({line(missing), L"", false});
-        for (const wchar_t* name : {L"folder\\nt\\win.ini",
-                                    L"folder\\nt\\system32\\config\\system",
-                                    L"bootmgr", // beside the Windows folder, by whatever path
-                                    L"keep\\report",
-                                    L"folder",
-                                    L"folder\\",
-                                    L"windows",
-                                    L"windows\\ForceDelete.txt",
-                                    L"windows\\sysmaint-boot.log",
-                                    L"windows\\win.ini",
-                                    L"windows\\System32\\ntdll.dll",
-                                    L"windows\\temp",
-                                    L"ntuser.dat",
-                                    L"folder\\..\\report",
-                                    L".\\report",
-                                    L"folder/x",
-                                    L"rep*",
-                                    L"repor?",
-                                    L"report:stream",
-                                    L"report::$DATA",
-                                    L"re\tport",
-                                    L"report\\",
-                                    L"\\report"})
+        for (const wchar_t* name : kLeftAlone)
             cases.push_back({line(name)});
         for (const wchar_t* path :
              {L"report", L"\\??\\report", L"\\??\\C:report", L"\\??\\C:\\", L"\\??\\C:", L"\\??\\Q:\\report",
@@ -106,12 +108,14 @@ TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
     EXPECT_NE(log().find(L"\\re<09>port*"), std::wstring::npos);
 }
 
+std::wstring text(const std::string& given)
+{
+    return {reinterpret_cast<const wchar_t*>(given.data()), given.size() / sizeof(wchar_t)};
+}
+
 /// Writers that were interrupted inside a character, and names of files that look the same.
 TEST_F(BootLineTest, FindsLinesAtOddBytes)
 {
-    const auto text = [](const std::string& given) {
-        return std::wstring(reinterpret_cast<const wchar_t*>(given.data()), given.size() / sizeof(wchar_t));
-    };
     const std::string v = bytesOf(line(L"report"));
     const std::string w = bytesOf(line(L"folder\\x"));
     const std::string b = bytesOf(line(L"keep"));

@@ -210,43 +210,47 @@ TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
     DeleteFileW(copy.c_str());
 }
 
+namespace {
+/// What a server does, and what a scan of it says.
+struct Misdeed
+{
+    const char* mode;
+    long code;
+    const wchar_t* found; // the first that is found meanwhile
+    long failure;         // under key 2
+};
+const Misdeed kMisdeeds[] = {
+    {"mute", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+    {"garbage", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"endless", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+    {"line", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+    {"trickle", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+    {"waits", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"login", ERROR_LOGON_FAILURE, L"", ERROR_LOGON_FAILURE},
+    {"leaves", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
+    {"passive", ERROR_SUCCESS, L"file 5 /good", 0},
+    {"port", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"refused", 10061, L"", 10061},
+    {"later", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+    {"forever", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+    {"drops", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
+    {"gone", ERROR_BROKEN_PIPE, L"", ERROR_BROKEN_PIPE},
+    {"unsure", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
+    {"names", ERROR_INVALID_NAME, L"file 5 /good", ERROR_INVALID_NAME},
+    {"lies", ERROR_INVALID_DATA, L"file 5 /good", ERROR_INVALID_DATA},
+    {"long", ERROR_SUCCESS, L"file 18446744073709551615 /good", 0},
+    {"unix", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
+    {"dos", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
+};
+} // namespace
+
 // First the server misbehaves, each in its way; then it behaves, and the same engine finds what there is.
 TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
 {
-    struct Row
-    {
-        const char* mode;
-        long code;
-        const wchar_t* found; // the first that is found meanwhile
-        long failure;         // under key 2
-    };
-    const Row rows[] = {
-        {"mute", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-        {"garbage", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-        {"endless", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-        {"line", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-        {"trickle", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-        {"waits", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-        {"login", ERROR_LOGON_FAILURE, L"", ERROR_LOGON_FAILURE},
-        {"leaves", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
-        {"passive", ERROR_SUCCESS, L"file 5 /good", 0},
-        {"port", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-        {"refused", 10061, L"", 10061},
-        {"later", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-        {"forever", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-        {"drops", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
-        {"gone", ERROR_BROKEN_PIPE, L"", ERROR_BROKEN_PIPE},
-        {"unsure", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-        {"names", ERROR_INVALID_NAME, L"file 5 /good", ERROR_INVALID_NAME},
-        {"lies", ERROR_INVALID_DATA, L"file 5 /good", ERROR_INVALID_DATA},
-        {"long", ERROR_SUCCESS, L"file 18446744073709551615 /good", 0},
-        {"unix", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
-        {"dos", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
-    };
     FtpServers servers(L"hostile");
     std::map<std::string, std::unique_ptr<FtpScan>> scans;
     const ProcessCounts before = ProcessCounts::now();
-    for (const Row& row : rows) {
+    for (const Misdeed& row : kMisdeeds) {
         SCOPED_TRACE(row.mode);
         scans[row.mode] = std::make_unique<FtpScan>(servers.ports[row.mode]);
         FtpScan& scan = *scans[row.mode];

@@ -321,7 +321,7 @@ TEST(HiveTree, RefusesWhatNoHiveHolds)
     for (const char16_t* wrong : {u"", u"a\\b"})
         EXPECT_EQ(codeOf([&] { hive.createKey(root, wrong, 2); }), kInvalidName);
     for (const char16_t* wrong : {u"\\a", u"a\\b\\\\c"})
-        EXPECT_EQ(codeOf([&] { hive.createPath(root, wrong, 1); }), kInvalidName);
+        EXPECT_EQ(codeOf([&] { hive.createPath(root, wrong, 2); }), kInvalidName);
     EXPECT_EQ(codeOf([&] { hive.createKey(root, std::u16string(256, u'k'), 2); }), kTooDeep);
     EXPECT_EQ(codeOf([&] { hive.setValue(root, std::u16string(16384, u'v'), 1, {}, 2); }), kTooDeep);
     EXPECT_EQ(codeOf([&] { hive.setClassName(root, std::u16string(32768, u'c')); }), kTooDeep);

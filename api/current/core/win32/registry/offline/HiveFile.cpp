@@ -289,16 +289,20 @@ KeyId Hive::createKey(KeyId key, std::u16string_view name, HiveTime now)
 KeyId Hive::createPath(KeyId key, std::u16string_view path, HiveTime now, KeyId* firstMade)
 {
     KeyId first = kNone;
+    HiveTime timeBefore = 0; // of the parent of the first
     try {
         while (!path.empty()) {
             const std::size_t before = m_keyCount;
+            const HiveTime time = m_keys[key].time;
             key = createKey(key, takeName(path), now);
-            if (first == kNone && m_keyCount != before)
+            if (first == kNone && m_keyCount != before) {
                 first = key;
+                timeBefore = time;
+            }
         }
     } catch (...) {
         if (first != kNone)
-            deleteKey(first, now);
+            deleteKey(first, timeBefore);
         throw;
     }
     if (firstMade != nullptr)
