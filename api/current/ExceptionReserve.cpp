@@ -23,29 +23,16 @@ extern "C" void* __wrap_malloc(std::size_t size)  // NOLINT(bugprone-reserved-id
     return nullptr;
 }
 
-void exceptionreserve::prepareProcess() noexcept
+void exceptionreserve::prepare() noexcept
 {
-    // The reserve's lock is made when it is used for the first time, so use it.
     refusedThread = GetCurrentThreadId();
     void* const exception = abi::__cxa_allocate_exception(sizeof(long));
     refusedThread = 0;
     abi::__cxa_free_exception(exception);
 }
 
-void exceptionreserve::prepareThread() noexcept
-{
-    constexpr std::size_t kEnough = 4096; // bytes: more than the runtime takes for a thread
-    void* const probe = std::malloc(kEnough);
-    std::free(probe);
-    if (probe == nullptr)
-        return;
-    // Its declaration says that it has no effect.
-    [[maybe_unused]] const void* volatile kept = abi::__cxa_get_globals();
-}
-
 #else
 
-void exceptionreserve::prepareProcess() noexcept {}
-void exceptionreserve::prepareThread() noexcept {}
+void exceptionreserve::prepare() noexcept {}
 
 #endif

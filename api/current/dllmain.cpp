@@ -8,9 +8,7 @@
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
 {
     if (reason == DLL_PROCESS_ATTACH)
-        exceptionreserve::prepareProcess();
-    if (reason == DLL_PROCESS_ATTACH || reason == DLL_THREAD_ATTACH)
-        exceptionreserve::prepareThread();
+        exceptionreserve::prepare();
     if (reason == DLL_PROCESS_DETACH && reserved == nullptr) { // FreeLibrary, not the end of the process
         // While all tables exist: a topic's handle is returned to the table of topics.
         ObjectRequestServer::getInstance().stopAll();

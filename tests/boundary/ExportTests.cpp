@@ -10,7 +10,6 @@
 #include "core/win32/utils/strings/api.h"
 #include "support/Pools.h"
 #include "support/RestoreClient.h"
-#include "support/Threads.h"
 #include "support/Wipe.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/paths/include/CachedPath.h"
@@ -531,20 +530,11 @@ TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
     }
 }
 
-// Neither does an exception find memory then, nor what the runtime keeps for a thread.
-TEST_F(Exports, SayThatThereIsNoMemoryInAThreadThatNeverHadAny)
+// Neither does an exception find memory then.
+TEST_F(Exports, SayThatThereIsNoMemoryWhenNoneIsLeftAtAll)
 {
-    onThreadsAtOnce(1, [](int) { // before anything has raised here
-        HeapWatch::armAll();
-        wchar_t* text = nullptr;
-        const long code = StringDuplicateW(kName, &text);
-        HeapWatch::disarm();
-        EXPECT_EQ(code, ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(text, nullptr);
-    });
-    for (const Row& row : kRows)
-        onThreadsAtOnce(1, [&](int) {
-            const long code = run(row, -1);
-            EXPECT_TRUE(code == row.code || code == ERROR_NOT_ENOUGH_MEMORY) << row.name << ": " << code;
-        });
+    for (const Row& row : kRows) {
+        const long code = run(row, -1);
+        EXPECT_TRUE(code == row.code || code == ERROR_NOT_ENOUGH_MEMORY) << row.name << ": " << code;
+    }
 }

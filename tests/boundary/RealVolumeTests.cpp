@@ -1,13 +1,9 @@
 #include "RealWindowsTest.h"
 
-#include <winioctl.h>
-
 #include <algorithm>
 #include <cwchar>
 
 namespace {
-using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
-
 /// A drive Q: whose device is the file "device", which shows what Windows would do with a volume.
 class RealVolume : public RealWindows
 {

@@ -4,12 +4,15 @@
 
 #include <windows.h>
 
+#include <winioctl.h>
+
 #include <tuple>
 
 #include "support/Wipe.h"
 
 using Deletions = Replaced<"DeleteFileW", decltype(&DeleteFileW)>;
 using Removals = Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>;
+using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
 using Settings = Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)>;
 
 /// Files that have one attribute more.

@@ -13,7 +13,7 @@ void FtpScanEngine::addPath(const wchar_t* server, const wchar_t* path, unsigned
         if (path == nullptr)
             raiseCode(ERROR_INVALID_PARAMETER);
         const auto connection = makeShared<FtpConnection>(server, port, user, password);
-        connection.get()->setTimeout(m_timeout);
+        connection->setTimeout(m_timeout);
         appendRoot(makeShared<ScanItem, FtpPath>(connection, FtpLocation::fromPath(path), 0U));
     });
 }

@@ -60,7 +60,7 @@ public:
 private:
     static constexpr char kBegin[] = "*FileShred*\t*\\??\\";
     static constexpr std::size_t kBeginSize = 2 * (sizeof kBegin - 1);
-    static constexpr std::size_t kLongestName = 2 * 255; // bytes
+    static constexpr std::size_t kLongestName = 510; // bytes
 
     [[nodiscard]] constexpr unsigned character(std::size_t at) const
     {
