@@ -4,6 +4,8 @@
 
 #include <ws2tcpip.h>
 
+#include <gtest/gtest.h>
+
 #include <array>
 
 /// A server on loopback that takes no connection and whose backlog is full: connecting to it hangs.
@@ -19,7 +21,7 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         int length = sizeof address;
-        bind(m_listener, reinterpret_cast<sockaddr*>(&address), length);
+        EXPECT_EQ(bind(m_listener, reinterpret_cast<sockaddr*>(&address), length), 0);
         listen(m_listener, 0);
         getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length);
         m_port = ntohs(address.sin_port);
@@ -27,7 +29,7 @@ public:
             u_long nonBlocking = 1;
             filler = socket(AF_INET, SOCK_STREAM, 0);
             ioctlsocket(filler, static_cast<long>(FIONBIO), &nonBlocking);
-            connect(filler, reinterpret_cast<sockaddr*>(&address), length);
+            static_cast<void>(connect(filler, reinterpret_cast<sockaddr*>(&address), length));
         }
     }
     FullServer(const FullServer&) = delete;
