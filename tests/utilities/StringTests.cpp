@@ -65,8 +65,10 @@ TEST(Strings, AreTrimmedReplacedSplitAndJoined)
     EXPECT_EQ(split(L"", L";", 1), L"|");
     EXPECT_EQ(split(L"a,b;c", L",;", 1), L"a|b|c|");
     EXPECT_EQ(split(L"\U0001F600a\U0001F601b", L"\U0001F601", 0), L"\U0001F600a|b|");
-    EXPECT_EQ(join(L"a\0b\0", L", "), L"a, b");
-    EXPECT_EQ(join(L"\0", L", "), L"");
+    constexpr wchar_t kTwo[] = {L'a', 0, L'b', 0, 0};
+    constexpr wchar_t kNone[2] = {};
+    EXPECT_EQ(join(&kTwo[0], L", "), L"a, b");
+    EXPECT_EQ(join(&kNone[0], L", "), L"");
     EXPECT_EQ(upper(L"straße ÿ"), L"STRAßE Ÿ");
     EXPECT_EQ(lower(L"ÄI\U00010400"), L"äi\U00010400");
     EXPECT_EQ(asText(StringDuplicateW)(kLone), kLone);
@@ -106,7 +108,8 @@ TEST(Strings, BecomeNumbersHexAndArguments)
          {number(L"99999999999999999999x", 10), number(L"0x", 16), number(L"", 10), number(L"+", 10),
           number(L" 1", 10), number(L"12", 2), number(L"1", 1), number(L"1", 37)})
         EXPECT_EQ(wrong, -87);
-    EXPECT_EQ(hex("\x00\xff\x1a", 3), L"00ff1a");
+    constexpr char kBytes[] = {0, '\xff', '\x1a'};
+    EXPECT_EQ(hex(&kBytes[0], 3), L"00ff1a");
     EXPECT_EQ(hex("", kWhole), L"code 87");
     EXPECT_EQ(quote(L"plain\\"), L"plain\\");
     EXPECT_EQ(quote(L""), L"\"\"");
