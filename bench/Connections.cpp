@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -15,18 +16,19 @@ class Pipes
 public:
     Pipes(std::size_t size, long rounds, bool answers) : m_rounds(rounds), m_answers(answers), m_data(size)
     {
-        m_server = CreatePipeConnection(L"sysmaint bench\\server", ConnectionRole::Server);
-        m_client = CreatePipeConnection(L"sysmaint bench\\client", ConnectionRole::Client);
+        const std::wstring name = L"sysmaint bench " + std::to_wstring(size); // each row has its own
+        m_server = CreatePipeConnection((name + L"\\server").c_str(), ConnectionRole::Server);
+        m_client = CreatePipeConnection((name + L"\\client").c_str(), ConnectionRole::Client);
         require(ConnectionListen(m_server, 0, nullptr) == ERROR_SUCCESS &&
                     ConnectionConnect(m_client, 5000, nullptr) == ERROR_SUCCESS &&
                     ConnectionAccept(m_server, 5000, nullptr, &m_accepted) == ERROR_SUCCESS,
                 "no pipe");
         constexpr DWORD kBuffer = 64U << 10U;
-        m_bareServer =
-            CreateNamedPipeW(L"\\\\.\\pipe\\sysmaint bare", PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                             PIPE_TYPE_BYTE, 1, kBuffer, kBuffer, 0, nullptr);
-        m_bareClient = CreateFileW(L"\\\\.\\pipe\\sysmaint bare", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                                   OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
+        const std::wstring bare = L"\\\\.\\pipe\\" + name + L" bare";
+        m_bareServer = CreateNamedPipeW(bare.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                        PIPE_TYPE_BYTE, 1, kBuffer, kBuffer, 0, nullptr);
+        m_bareClient = CreateFileW(bare.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                   FILE_FLAG_OVERLAPPED, nullptr);
         require(m_bareServer != INVALID_HANDLE_VALUE && m_bareClient != INVALID_HANDLE_VALUE, "no bare pipe");
     }
     Pipes(const Pipes&) = delete;
