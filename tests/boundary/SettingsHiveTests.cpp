@@ -292,6 +292,13 @@ TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
     for (const wchar_t* name : {L"settings.hive.3-1.tmp", L"settings.hive.999999999-12.tmp"})
         writeBytes(folder + L"\\" + name, Bytes(1, 'x')); // identifiers are multiples of four
     CreateDirectoryW((folder + L"\\settings.hive.3-2.tmp").c_str(), nullptr);
+    {
+        const Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> kinds(
+            [](auto, LPCWSTR) -> UINT { return DRIVE_REMOTE; }); // the process may be another machine's
+        EXPECT_EQ(SettingsHiveSave(hive), 0);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 12);
+    }
+    SettingsHiveSetText(hive, L"", L"more", L"text");
     EXPECT_EQ(SettingsHiveSave(hive), 0);
     for (const std::wstring& name : kept)
         EXPECT_TRUE(isThere(folder + L"\\" + name)) << utf8(name);

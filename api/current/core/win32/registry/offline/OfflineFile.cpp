@@ -110,18 +110,37 @@ std::wstring finalPathOf(HANDLE opened)
     }
 }
 
+Win32Handle openFolderOf(const std::wstring& path)
+{
+    const std::wstring folder = path.substr(0, path.rfind(L'\\') + 1);
+    Win32Handle opened(CreateFileW(folder.c_str(), FILE_READ_ATTRIBUTES,
+                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    if (!opened.isValid())
+        raiseLastError();
+    return opened;
+}
+
+/// Whether a file is on a drive of this machine. No if that cannot be told.
+bool isLocal(const std::wstring& path) noexcept
+{
+    try {
+        constexpr std::size_t kRoot = 4; // behind \\?\ .
+        const std::wstring folder = finalPathOf(openFolderOf(path).get());
+        const UINT kind = GetDriveTypeW(folder.substr(kRoot, 3).c_str());
+        return kind == DRIVE_FIXED || kind == DRIVE_REMOVABLE || kind == DRIVE_RAMDISK;
+    } catch (...) {
+        return false;
+    }
+}
+
 /// While it lives, nobody else on this machine replaces a file in the same folder by this library.
 class ReplacementTurn
 {
 public:
     explicit ReplacementTurn(const std::wstring& path)
     {
-        const std::wstring folder = path.substr(0, path.rfind(L'\\') + 1);
-        const Win32Handle opened(CreateFileW(folder.c_str(), FILE_READ_ATTRIBUTES,
-                                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                             OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-        if (!opened.isValid())
-            raiseLastError();
+        const Win32Handle opened = openFolderOf(path);
         const FileIdentity identity = FileIdentity::of(opened.get());
         const std::wstring name = L"Global\\sysmaint.Replacement." + std::to_wstring(identity.volume) + L'.' +
                                   std::to_wstring(identity.index);
@@ -175,7 +194,8 @@ DWORD makerOf(std::wstring_view temporary, std::wstring_view name)
     return isNumber(process) && isNumber(number) ? std::wcstoul(process.data(), nullptr, 10) : 0;
 }
 
-/// Deletes what saves of ended processes left for this file. A failure harms nothing: the next save tries
+/// Deletes what saves of ended processes left for this file; not on a share, where the process may be another
+/// machine's. A failure harms nothing: the next save tries
 /// again.
 void deleteLeftovers(const std::wstring& path)
 {
@@ -187,7 +207,7 @@ void deleteLeftovers(const std::wstring& path)
     do {
         const DWORD maker = makerOf(&found.cFileName[0], std::wstring_view(path).substr(begin));
         constexpr DWORD kOthers = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-        if (maker != 0 && (found.dwFileAttributes & kOthers) == 0 && !isAlive(maker))
+        if (maker != 0 && (found.dwFileAttributes & kOthers) == 0 && !isAlive(maker) && isLocal(path))
             DeleteFileW((path.substr(0, begin) + &found.cFileName[0]).c_str());
     } while (FindNextFileW(search.get(), &found));
 }

@@ -47,7 +47,8 @@ SYSMAINT_API int CloseSettingsHive(void* hive);
 /// has vanished is written anew.
 ///
 /// The new file is NAME.<process id>-<number>.tmp until it is complete. If the process ends before that, it
-/// remains; the next save of NAME deletes those whose process no longer exists, where that is possible.
+/// remains; the next save of NAME deletes those whose process no longer exists, on drives of this machine and
+/// where that is possible.
 ///
 /// @return also 5 (also for a read-only file), 681 (the file is a link by now), 1006 (another program has
 ///         changed or replaced the file), 1460 (another save in the folder takes more than ten seconds), 223
