@@ -446,12 +446,27 @@ std::uint32_t HiveReader::countValues(Cell list) const noexcept
 }
 
 /// Of two values with the same name only the first could be found.
+/// Few values are compared each with each, which needs no memory; of more it says yes.
+bool HiveReader::mayRepeatAName(std::span<const ValueId> values) const noexcept
+{
+    constexpr std::size_t kFew = 16;
+    if (values.size() > kFew)
+        return true;
+    for (std::size_t i = 1; i < values.size(); ++i)
+        for (std::size_t other = 0; other != i; ++other)
+            if (m_hive.valueName(values[i]).equals(m_hive.valueName(values[other])))
+                return true;
+    return false;
+}
+
 void HiveReader::dropSecondValues(KeyId id)
 {
     Hive::List& list = m_hive.m_keys[id].values;
     if (list.count < 2)
         return;
     const std::span<const std::uint32_t> all = m_hive.values(id);
+    if (!mayRepeatAName(all))
+        return;
     std::vector<ValueId> sorted(all.begin(), all.end());
     // By name, then in the order of the list.
     std::sort(sorted.begin(), sorted.end(), [this](ValueId left, ValueId right) {

@@ -64,6 +64,7 @@ private:
     void sortSubKeys(KeyId id);
     void readValues(KeyId id, Cell record);
     [[nodiscard]] std::uint32_t countValues(Cell list) const noexcept;
+    [[nodiscard]] bool mayRepeatAName(std::span<const ValueId> values) const noexcept;
     void dropSecondValues(KeyId id);
     void readValue(KeyId id, std::uint32_t offset);
     [[nodiscard]] bool readData(Hive::Value& value, Cell record);
