@@ -31,6 +31,18 @@ std::uint32_t firstByteOfHash(const std::string& text)
     return digest[0];
 }
 
+/// A server that answers once it may.
+struct HeldServer
+{
+    TestEvent asked;
+    TestEvent go;
+    LookupServer server{[this](const std::string& request, void*) {
+        asked.set();
+        EXPECT_TRUE(go.wait());
+        return LookupServer::statuses(request);
+    }};
+};
+
 /// Files in a folder of their own, with a queue and what it posts.
 class Lookup : public testing::Test, protected IMessageHandler
 {
@@ -129,16 +141,10 @@ TEST_F(Lookup, GivesEveryFileItsOwnAnswer)
 // While a request is under way the next gather: unique, those of higher priority first.
 TEST_F(Lookup, GathersWhileARequestIsUnderWay)
 {
-    const TestEvent asked;
-    const TestEvent go;
-    LookupServer server([&](const std::string& request, void*) {
-        asked.set();
-        EXPECT_TRUE(go.wait());
-        return LookupServer::statuses(request);
-    });
-    use(server);
+    HeldServer held;
+    use(held.server);
     add(1, L"first");
-    ASSERT_TRUE(asked.wait());
+    ASSERT_TRUE(held.asked.wait());
     add(300);
     for (int i = 0; i < 300; ++i) // they wait already
         EXPECT_EQ(HVKAddPath(m_queue, (m_folder + L"F" + std::to_wstring(i)).c_str()), ERROR_SUCCESS);
@@ -147,7 +153,7 @@ TEST_F(Lookup, GathersWhileARequestIsUnderWay)
     cancel.set();
     EXPECT_EQ(HVKWait(m_queue, 60000, cancel.get()), ERROR_CANCELLED);
     EXPECT_EQ(HVKCancel(m_queue), ERROR_SUCCESS);
-    go.set();
+    held.go.set();
     EXPECT_EQ(wait(), ERROR_CANCELLED);
     EXPECT_TRUE(answers().empty());
     const std::map<std::wstring, long> files = unanswered();
@@ -164,16 +170,10 @@ TEST_F(Lookup, GathersWhileARequestIsUnderWay)
 // The last digit of a name is its priority; of each request the hashes come in that order.
 TEST_F(Lookup, AsksForFilesOfHigherPriorityFirst)
 {
-    const TestEvent asked;
-    const TestEvent go;
-    LookupServer server([&](const std::string& request, void*) {
-        asked.set();
-        EXPECT_TRUE(go.wait());
-        return LookupServer::statuses(request);
-    });
-    use(server);
+    HeldServer held;
+    use(held.server);
     add(1, L"first");
-    ASSERT_TRUE(asked.wait());
+    ASSERT_TRUE(held.asked.wait());
     // Once the batch that gathers meanwhile is full, what comes waits, in the order of the priorities.
     std::atomic<int> opened{0};
     {
@@ -193,11 +193,11 @@ TEST_F(Lookup, AsksForFilesOfHigherPriorityFirst)
     };
     raise(0, 1);
     const std::string expected{raise(2, 5), raise(3, 2), raise(0, -7), raise(1, 0)};
-    go.set();
+    held.go.set();
     EXPECT_EQ(wait(), ERROR_SUCCESS);
     EXPECT_EQ(answers(), m_expected);
-    ASSERT_EQ(server.getRequests().size(), 3U);
-    const std::string request = server.getRequests().back();
+    ASSERT_EQ(held.server.getRequests().size(), 3U);
+    const std::string request = held.server.getRequests().back();
     ASSERT_EQ(request.size(), 9 + std::size_t{4} * 20);
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_EQ(request[9 + i * 20], expected[i]) << i;
