@@ -8,9 +8,10 @@
 #include "Console.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand,   &kWipeCommand,    &kBootCommand,      &kHivesCommand,
-                                    &kHiveCommand,   &kRestoreCommand, &kSnapshotCommand,  &kLogCommand,
-                                    &kLookupCommand, &kUtilCommand,    &kProcessesCommand, &kSessionsCommand};
+const Command* const kCommands[] = {&kScanCommand,    &kWipeCommand,    &kBootCommand,     &kHivesCommand,
+                                    &kHiveCommand,    &kRestoreCommand, &kSnapshotCommand, &kLogCommand,
+                                    &kLookupCommand,  &kTopicCommand,   &kUtilCommand,     &kProcessesCommand,
+                                    &kSessionsCommand};
 
 void printUsage(Output& output)
 {
