@@ -34,18 +34,7 @@ printf x >"$tree/keep.tmp"
 folder=$(windows_path "$tree")
 
 # A lookup: a server of another language that answers each hash with its first byte.
-python3 -u - >"$work/port" <<'EOF' &
-import socket, struct
-listener = socket.create_server(('127.0.0.1', 0))
-print(listener.getsockname()[1])
-while True:
-    connection = listener.accept()[0]
-    with connection, connection.makefile('rwb') as stream:
-        header = stream.read(9)
-        if len(header) == 9:
-            hashes = stream.read(20 * header[5])
-            stream.write(header[1:6] + hashes[::20])
-EOF
+python3 -u "$here/support/lookup_server" >"$work/port" &
 lookup_server=$!
 until [ -s "$work/port" ]; do sleep 0.1; done
 server=127.0.0.1:$(cat "$work/port")
