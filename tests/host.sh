@@ -34,18 +34,7 @@ printf x >"$tree/keep.tmp"
 folder=$(windows_path "$tree")
 
 # A lookup: a server of another language that answers each hash with its first byte.
-python3 -u - >"$work/port" <<'EOF' &
-import socket, struct
-listener = socket.create_server(('127.0.0.1', 0))
-print(listener.getsockname()[1])
-while True:
-    connection = listener.accept()[0]
-    with connection, connection.makefile('rwb') as stream:
-        header = stream.read(9)
-        if len(header) == 9:
-            hashes = stream.read(20 * header[5])
-            stream.write(header[1:6] + hashes[::20])
-EOF
+python3 -u "$here/support/lookup_server" >"$work/port" &
 lookup_server=$!
 until [ -s "$work/port" ]; do sleep 0.1; done
 server=127.0.0.1:$(cat "$work/port")
@@ -58,6 +47,21 @@ run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
 run 2 lookup "$folder" && says err 'which server?'
 run 2 lookup --server h && says err 'which file or folder?'
 for server in h:0 h:65536 h:x '[::1]:' ''; do run 2 lookup "$folder" --server "$server"; done
+
+# Messages between two shells: a listener that answers, texts from the command line and from a pipe.
+"$runner" "$host" topic listen 'sysmaint host' --count 4 --reply 'got "it"' >"$work/heard" 2>/dev/null </dev/null &
+listener=$!
+run 0 topic send 'sysmaint host' 'größe €' two --timeout 60 && says out 'got "it"'
+printf 'three\r\nfour\n' | "$runner" "$host" topic send 'sysmaint host' --json >"$work/out" || fail "topic send from a pipe"
+says out '{"text":"got \"it\""}'
+wait "$listener" || fail "topic listen: $?"
+printf 'größe €\ntwo\nthree\nfour\n' | diff - <(tr -d '\r' <"$work/heard") || fail 'topic listen: other texts'
+run 1 topic send 'sysmaint host' text && says err 'topic: text: ' && says err '(2)'
+run 2 topic && says err 'listen or send?'
+run 2 topic send && says err 'which name?'
+run 2 topic listen 'a\b' && says err 'no backslash'
+run 2 topic listen a --timeout 1 && says err 'listen takes'
+run 2 topic send a text --count 1 && says err 'send takes'
 # FTP: folders on servers of another language.
 mkfifo "$work/lifeline"
 "$here/support/ftp_servers" real - <"$work/lifeline" >"$work/ftp" &
