@@ -11,9 +11,10 @@
 #include "core/win32/utils/versions/api.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand,   &kWipeCommand,    &kBootCommand,      &kHivesCommand,
-                                    &kHiveCommand,   &kRestoreCommand, &kSnapshotCommand,  &kLogCommand,
-                                    &kLookupCommand, &kUtilCommand,    &kProcessesCommand, &kSessionsCommand};
+const Command* const kCommands[] = {&kScanCommand,    &kWipeCommand,    &kBootCommand,     &kHivesCommand,
+                                    &kHiveCommand,    &kRestoreCommand, &kSnapshotCommand, &kLogCommand,
+                                    &kLookupCommand,  &kTopicCommand,   &kUtilCommand,     &kProcessesCommand,
+                                    &kSessionsCommand};
 
 void printUsage(Output& output)
 {
