@@ -483,7 +483,8 @@ const wchar_t* kindName(unsigned long kind)
                                          L"value's data",
                                          L"class name",
                                          L"security descriptor",
-                                         L"wrong count"};
+                                         L"wrong count",
+                                         L"wrong parent"};
     return kind < std::size(kNames) ? kNames[kind] : L"something";
 }
 
