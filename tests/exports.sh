@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The library exports what the lists in tests/exports name, one for each file in exports/, and nothing else:
+# The library exports what the lists in tests/exports name, one for each file in exports/ and
+# exports/c/, and nothing else:
 #   tests/exports.sh SYSMAINT.DLL [--renew]
 # With --renew the lists are rewritten from what the objects beside the library define.
 set -euo pipefail
@@ -10,10 +11,14 @@ exports() {
 }
 if [ "${2:-}" = --renew ]; then
     rm -f "$lists"/*.txt
-    for object in "$(dirname "$1")"/../CMakeFiles/sysmaint_core.dir/api/current/exports/*.cpp.obj; do
-        module=$(basename "$object" .cpp.obj)
+    objects=$(dirname "$1")/../CMakeFiles/sysmaint_core.dir/api/current/exports
+    for object in "$objects"/*.cpp.obj "$objects"/c/*.cpp.obj; do
+        module=$(realpath --relative-to="$objects" "$object")
+        module=${module%.cpp.obj}
+        module=${module/\//-} # those of the C interface are c-...
         x86_64-w64-mingw32-nm -C --defined-only --extern-only "$object" | sed 's/^[0-9a-f]* T //;t;d' |
             LC_ALL=C sort | LC_ALL=C comm -12 - <(exports "$1") >"$lists/$module.txt"
+        [ -s "$lists/$module.txt" ] || rm "$lists/$module.txt"
     done
 fi
 diff <(cat "$lists"/*.txt | LC_ALL=C sort) <(exports "$1") || {

@@ -181,6 +181,15 @@ for words in 'scan' 'wipe tree --yes' 'wipe file --yes' 'wipe free --yes' 'boot 
 done
 run 2 scan "$folder" -json && says err 'unknown option -json'
 
+# The version: the same in the program, the library and what the system shows of each file.
+version=$(sed -n 's/^project(sysmaint VERSION \([0-9.]*\).*/\1/p' "$here/../CMakeLists.txt")
+products=$(dirname "$host")
+run 0 --version && says out "sysmaint $version" && says out "library $version.0  $(windows_path "$products/sysmaint.dll")"
+for name in sysmaint.dll sysmaint.exe sysmaint-boot.exe; do
+    run 0 util fileversion "$(windows_path "$products/$name")" --json && says out "\"version\":\"$version.0\",\"product\":\"sysmaint\""
+    grep -q '"description":""' "$work/out" && fail "$name says nothing of itself"
+done
+
 # Everything is listed, folders before their content, with the counts at the end.
 run 0 scan "$folder"
 says err 'found 4 files, 2 folders, 10 bytes'

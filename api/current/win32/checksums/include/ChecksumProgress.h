@@ -1,4 +1,8 @@
 #pragma once
 
+#include "core/win32/utils/objectmanager/include/Export.h"
+
+SYSMAINT_C_BEGIN
 /// Receives the bytes done, the bytes in all and the caller's context.
-extern "C" typedef void (*ChecksumProgress)(unsigned long long done, unsigned long long size, void* context);
+typedef void (*ChecksumProgress)(unsigned long long done, unsigned long long size, void* context);
+SYSMAINT_C_END

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stddef.h>
+
 /// One service. Its texts are in the same buffer.
 struct ServiceRecord
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stddef.h>
+
 /// A drive letter, or a volume with neither letter nor folder.
 struct VolumeRecord
 {

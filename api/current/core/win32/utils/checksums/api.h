@@ -10,7 +10,7 @@
 // `context` may be null. The event is polled before each piece. `progress` is called after each on the
 // calling thread, with the bytes done, the file's size at the beginning, and `context`.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// CRC-32 of Ethernet, ZIP and PNG.
 ///
 /// @param start  0, or the value of the bytes before these
@@ -52,4 +52,4 @@ SYSMAINT_API long ChecksumSha256(const void* bytes, size_t length, unsigned char
 /// The same for a file; codes as of ChecksumFileCrc32.
 SYSMAINT_API long ChecksumFileSha256(const wchar_t* path, void* cancelEvent, ChecksumProgress progress,
                                      void* context, unsigned char* digest);
-}
+SYSMAINT_C_END

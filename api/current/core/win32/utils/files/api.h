@@ -7,7 +7,7 @@
 //
 // Functions that read or set follow links, as Win32 does; functions that delete never do.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// The size of a file, and the bytes it takes on the disk (less when compressed or sparse).
 ///
 /// @return 0, 87, 8, or the system's code
@@ -101,4 +101,4 @@ SYSMAINT_API long FolderGetSize(const wchar_t* path, void* cancelEvent, unsigned
 
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long FolderIsEmpty(const wchar_t* path, int* isEmpty);
-}
+SYSMAINT_C_END

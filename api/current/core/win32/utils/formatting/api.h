@@ -5,7 +5,7 @@
 // Numbers, times and codes as texts for people, by the calling user's locale. core/win32/utils/memory/api.h
 // describes what all utility functions have in common.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// "512 bytes", "1.9 MiB": steps of 1,024. Cut off, not rounded: it never shows more than there is.
 ///
 /// @param decimals  0 to 3; whole bytes have none
@@ -37,4 +37,4 @@ SYSMAINT_API long FormatDateTime(unsigned long long time, int longForm, wchar_t*
 ///
 /// @return 0, 87, 8, 317 (the system has none)
 SYSMAINT_API long FormatSystemError(unsigned long code, wchar_t** text);
-}
+SYSMAINT_C_END

@@ -7,8 +7,9 @@
 // text without a byte-order mark, one line per entry: "[ day.month.year hour:minute:second ]  module:
 // message" in local time.
 
-#include "core/win32/utils/objectmanager/include/Api.h"
+#include "core/win32/utils/objectmanager/include/Export.h"
 
+SYSMAINT_C_BEGIN
 /// Creates the logger with that name, or opens it. The name does not select files: every logger writes the
 /// same four and holds them open with read sharing only, so only one can exist on a machine at a time. A file
 /// of 10 MiB or more is overwritten, deleted and started anew; if it is just being read it stays as it is and
@@ -34,3 +35,4 @@ SYSMAINT_API long WriteLogEntry(void* logger, const wchar_t* module, const wchar
 /// and waits for its thread, at most for the line being written. From then on every other logger of the
 /// session stops writing too, until a new one is created: they all listen to the event "LogTerminate".
 SYSMAINT_API int CloseLogger(void* logger);
+SYSMAINT_C_END

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/win32/utils/objectmanager/include/Api.h"
+#include "core/win32/utils/objectmanager/include/Export.h"
 
 // What all utility functions have in common; see the `api.h` of each group.
 //
@@ -16,7 +16,7 @@
 // - A cancel event may be null; when it is signalled the function ends with 1223.
 // - They keep no state. Any number of threads may call them.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// Releases a buffer that a utility function allocated. Null is allowed.
 SYSMAINT_API void utilsFreeMemory(void* memory);
-}
+SYSMAINT_C_END

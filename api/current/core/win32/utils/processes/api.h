@@ -6,7 +6,7 @@
 // start time together identify a process. core/win32/utils/memory/api.h describes what all utility functions
 // have in common.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// @return 0, 87 (also no such process), 8, 5, or the system's code
 SYSMAINT_API long ProcessGetPath(unsigned long id, wchar_t** path);
 
@@ -43,4 +43,4 @@ SYSMAINT_API long ProcessRunAndWait(const wchar_t* program, const wchar_t* argum
 
 /// @return 0, 87 (also no such process), 5, or the system's code
 SYSMAINT_API long ProcessIs32Bit(unsigned long id, int* is32Bit);
-}
+SYSMAINT_C_END

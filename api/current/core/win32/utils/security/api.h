@@ -9,7 +9,7 @@
 // same token. Only the system account may request the token of a session's user (1314); 1008 means that
 // nobody is logged on there.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// @param name  "SeBackupPrivilege" and the like
 /// @return 0, 87, 1300 (not held), 1313 (no such privilege), or the system's code
 SYSMAINT_API long PrivilegeEnable(const wchar_t* name, int* wasEnabled);
@@ -97,4 +97,4 @@ SYSMAINT_API long SecurityGrantAccess(const wchar_t* path, unsigned long kind, c
 
 /// @return 0, 87, 8, 1307 (none), or the system's code
 SYSMAINT_API long SecurityGetOwner(const wchar_t* path, unsigned long kind, wchar_t** sid);
-}
+SYSMAINT_C_END

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <windows.h>
-
 #include "core/win32/utils/memory/api.h"
 #include "win32/services/include/ServiceRecord.h"
 
@@ -9,7 +7,7 @@
 //
 // Time-outs are in milliseconds; INFINITE waits indefinitely. Names are the services' short names.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// @param kinds   SERVICE_WIN32, SERVICE_DRIVER; 0: SERVICE_WIN32
 /// @param states  SERVICE_ACTIVE, SERVICE_INACTIVE; 0: both
 /// @return 0, 87, 8, or the system's code
@@ -55,4 +53,4 @@ SYSMAINT_API long ServiceExists(const wchar_t* name, int* exists);
 
 /// @return 0, 87, 8, 1060 (no such service), or the system's code
 SYSMAINT_API long ServiceGetDescription(const wchar_t* name, wchar_t** text);
-}
+SYSMAINT_C_END

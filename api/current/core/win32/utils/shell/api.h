@@ -7,7 +7,7 @@
 //
 // Only ShellOpenFolder shows a window. An icon is a HICON; release it with IconDestroy.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// @param folder   a CSIDL
 /// @param session  whose user's folder; 0xFFFFFFFF: that of the calling thread's user
 /// @return 0, 87, 8, 3 (no such folder), 1314 (only the system account may ask for a session's), or the
@@ -84,4 +84,4 @@ SYSMAINT_API long IconDestroy(void* icon);
 /// @param signer   receives the signer's name, or an empty text
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long SignatureVerifyFile(const wchar_t* path, long* verdict, wchar_t** signer);
-}
+SYSMAINT_C_END

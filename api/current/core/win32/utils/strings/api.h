@@ -4,7 +4,7 @@
 
 // Texts. core/win32/utils/memory/api.h describes what all utility functions have in common.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// Finds the first occurrence of `pattern` in `text`. Compares single characters without regard to case, the
 /// same in every locale.
 ///
@@ -170,4 +170,4 @@ SYSMAINT_API long StringWideToAnsi(const wchar_t* text, unsigned int codePage, c
 
 /// The reverse: 1113 for bytes that are no character of the code page.
 SYSMAINT_API long StringAnsiToWide(const char* narrow, unsigned int codePage, wchar_t** text);
-}
+SYSMAINT_C_END

@@ -7,7 +7,7 @@
 //
 // Up-time: GetTickCount64. Memory: GlobalMemoryStatusEx.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// Waits until `event` is signalled. An `extra` handle, which may be null, ends the wait early when it is
 /// signalled; if both are, `event` wins.
 ///
@@ -47,4 +47,4 @@ SYSMAINT_API long SystemGetIdleTime(unsigned long long* milliseconds);
 /// @param kind  0: power off; 1: restart
 /// @return 0, 87, 1300 (privilege not held), or the system's code
 SYSMAINT_API long SystemRestart(unsigned long kind, unsigned long seconds);
-}
+SYSMAINT_C_END

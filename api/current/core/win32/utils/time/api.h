@@ -5,7 +5,7 @@
 // Times as numbers and texts. core/win32/utils/memory/api.h describes what all utility functions have in
 // common.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// Seconds since 1970, which may be negative, as a time.
 ///
 /// @return 0, 87, 534 (before 1601, or too late)
@@ -25,4 +25,4 @@ SYSMAINT_API long TimeToText(unsigned long long time, wchar_t** text);
 ///
 /// @return 0, 87 (also any other text, a day that does not exist, and one before 1601)
 SYSMAINT_API long TimeFromText(const wchar_t* text, unsigned long long* time);
-}
+SYSMAINT_C_END

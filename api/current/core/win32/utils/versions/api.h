@@ -5,7 +5,7 @@
 // Versions of files and of the system. core/win32/utils/memory/api.h describes what all utility functions
 // have in common.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// The version in the fixed part of a program's or library's version resource.
 ///
 /// @param version  receives the four numbers, 16 bits each, the first at the top
@@ -30,4 +30,4 @@ SYSMAINT_API long VersionCompare(const wchar_t* first, const wchar_t* second, in
 /// @return 0, 87, 31
 SYSMAINT_API long SystemGetVersion(unsigned long* major, unsigned long* minor, unsigned long* build,
                                    int* isServer);
-}
+SYSMAINT_C_END

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <windows.h>
-
 #include "core/win32/utils/memory/api.h"
 #include "win32/volumes/include/VolumeRecord.h"
 
@@ -9,7 +7,7 @@
 //
 // A root is "C:" or "C:\", or a volume's own name, "\\?\Volume{...}\". Space: GetDiskFreeSpaceExW.
 
-extern "C" {
+SYSMAINT_C_BEGIN
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long VolumeEnumerate(struct VolumeRecord** records, size_t* count);
 
@@ -30,4 +28,4 @@ SYSMAINT_API long VolumeGetLetters(const wchar_t* volume, wchar_t** mountPoints,
 ///
 /// @return 0, 87, 8, 123, or the system's code
 SYSMAINT_API long VolumeFlush(const wchar_t* root);
-}
+SYSMAINT_C_END

@@ -22,6 +22,14 @@ namespace boundary {
 /// ERROR_UNHANDLED_EXCEPTION, which not every platform header names.
 inline constexpr long kUnhandledException = 574;
 
+/// Is shown every Exception that a frame of this module turns into a code. Only the library sets it.
+inline void (*exceptionObserver)(const Exception& caught) noexcept = nullptr;
+inline void observe(const Exception& caught) noexcept
+{
+    if (exceptionObserver != nullptr)
+        exceptionObserver(caught);
+}
+
 /// Returns what `body` returns, or `failure` when it raises. The last error then holds the code of an
 /// Exception or of a bare long, or 8 when memory runs out; after anything else it is what the last system
 /// call left.
@@ -33,6 +41,7 @@ Result resultFrame(Result failure, Body&& body) noexcept
     try {
         return std::forward<Body>(body)();
     } catch (const Exception& raised) {
+        observe(raised);
         code = static_cast<long>(raised.getCode());
     } catch (long raised) {
         code = raised;
@@ -60,6 +69,7 @@ inline long codeOfCurrentException() noexcept
     try {
         throw;
     } catch (const Exception& raised) {
+        observe(raised);
         return raised.getCode() != 0 ? static_cast<long>(raised.getCode()) : kUnhandledException;
     } catch (long raised) {
         return raised != 0 ? raised : kUnhandledException;

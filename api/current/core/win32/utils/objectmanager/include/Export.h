@@ -1,0 +1,28 @@
+#pragma once
+
+// What headers need that C takes as well: they declare functions of plain types with C linkage, and include
+// neither the system's headers nor the standard library of C++.
+
+#include <stddef.h>
+
+// Declares the DLL's functions: exported while the DLL is built, imported everywhere else.
+#if defined(_MSC_VER) || defined(__MINGW32__)
+#if defined(SYSMAINT_BUILD)
+#define SYSMAINT_API __declspec(dllexport)
+#elif defined(SYSMAINT_STATIC)
+#define SYSMAINT_API
+#else
+#define SYSMAINT_API __declspec(dllimport)
+#endif
+#else
+#define SYSMAINT_API
+#endif
+
+// Enclose declarations with C linkage.
+#if defined(__cplusplus)
+#define SYSMAINT_C_BEGIN extern "C" {
+#define SYSMAINT_C_END }
+#else
+#define SYSMAINT_C_BEGIN
+#define SYSMAINT_C_END
+#endif

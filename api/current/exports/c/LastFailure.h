@@ -1,0 +1,31 @@
+#pragma once
+
+#include "core/win32/utils/objectmanager/include/Exception.h"
+
+struct sysmaint_failure;
+
+/// What each thread knows of the last function of the C interface that failed on it.
+namespace lastfailure {
+struct Record;
+
+/// The scope of one function of the C interface on its thread: exceptions that frames catch meanwhile are
+/// kept, since the frames turn them into codes.
+class Scope
+{
+public:
+    Scope() noexcept;
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+    ~Scope();
+
+    /// The function has failed with that code.
+    void fail(const char* function, long code) noexcept;
+
+private:
+    Record* m_record; // the thread's; null without memory
+};
+
+/// Fills the caller's struct, apart from its size. Raises std::bad_alloc when there is no memory for the
+/// text.
+void describe(sysmaint_failure& failure);
+} // namespace lastfailure

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "exports/c/CFrames.h"
+#include "win32/scanengine/include/IScanValidator.h"
+
+/// A validator of the C interface. It is not changed while a call uses it: readers take no lock then.
+class Rules
+{
+public:
+    /// Takes ownership of `validator`.
+    explicit Rules(SharedPtr<IScanValidator> validator) : m_validator(std::move(validator)) {}
+
+    /// One call that uses a validator; without one it accepts everything.
+    class Use
+    {
+    public:
+        /// Raises 6 for a handle that is not open; null is none.
+        explicit Use(sysmaint_validator* handle);
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        ~Use();
+
+        [[nodiscard]] const SharedPtr<IScanValidator>& get() const noexcept { return m_validator; }
+
+    private:
+        SharedPtr<Rules> m_rules;
+        SharedPtr<IScanValidator> m_validator;
+    };
+
+    /// Lets `change` change the validator. Raises 170 while a call uses it, and what `change` raises.
+    template <class Change>
+    void change(Change&& change)
+    {
+        const WriteLocker locker(m_lock);
+        if (m_uses != 0)
+            raiseCode(ERROR_BUSY);
+        change(*m_validator);
+    }
+    /// Lets `read` read it.
+    template <class Read>
+    void read(Read&& read)
+    {
+        const ReadLocker locker(m_lock);
+        read(static_cast<const IScanValidator&>(*m_validator));
+    }
+
+private:
+    ReadWriteLock m_lock;
+    unsigned m_uses = 0; // calls that use it
+    SharedPtr<IScanValidator> m_validator;
+};
+
+extern cframes::Table<sysmaint_validator, Rules> validators;

@@ -1,0 +1,160 @@
+#include "c/Calls.h"
+
+namespace {
+constexpr std::size_t kChunk = 1048576;
+
+/// A callback's record of the calls, and what it returns or does.
+struct Progress
+{
+    std::vector<std::uint64_t> done;
+    std::int32_t result = 0;
+    std::function<void()> act = [] {};
+
+    static std::int32_t tell(void* context, const sysmaint_wipe_progress* progress)
+    {
+        auto& self = *static_cast<Progress*>(context);
+        EXPECT_EQ(progress->size, sizeof *progress);
+        self.done.push_back(progress->done);
+        self.act();
+        return self.result;
+    }
+};
+
+class CWipe : public testing::Test
+{
+protected:
+    CWipe() { EXPECT_EQ(sysmaint_wiper_create(&wiper), 0); }
+    ~CWipe() override { sysmaint_wiper_close(wiper); }
+
+    std::int32_t wipe(const std::wstring& path, sysmaint_validator* validator = nullptr)
+    {
+        return sysmaint_wiper_wipe(wiper, SYSMAINT_WIPE_FILE, path.c_str(), &options, validator, nullptr,
+                                   &Progress::tell, &progress);
+    }
+
+    const Folder folder;
+    sysmaint_wiper* wiper = nullptr;
+    sysmaint_wipe_options options{sizeof options, SYSMAINT_WIPE_ZEROS, 1, 0, 2 * kChunk};
+    Progress progress;
+};
+} // namespace
+
+TEST_F(CWipe, WipesWhatTheValidatorAcceptsAndTellsItsCallback)
+{
+    sysmaint_validator* validator = nullptr;
+    ASSERT_EQ(sysmaint_validator_create(nullptr, L"kept.*", &validator), 0);
+    const std::wstring gone = folder.file(L"gone.bin", 2 * kChunk);
+    const std::wstring kept = folder.file(L"kept.bin", 10);
+    EXPECT_EQ(wipe(gone, validator), 0);
+    EXPECT_EQ(wipe(kept, validator), 0);
+    EXPECT_FALSE(Folder::isThere(gone));
+    EXPECT_TRUE(Folder::isThere(kept));
+    EXPECT_EQ(progress.done, (std::vector<std::uint64_t>{kChunk, 2 * kChunk}));
+
+    std::uint32_t count = 0;
+    wchar_t* pattern = nullptr;
+    EXPECT_EQ(sysmaint_validator_count(validator, SYSMAINT_LIST_IGNORES, &count), 0);
+    EXPECT_EQ(count, 1U);
+    EXPECT_EQ(sysmaint_validator_pattern(validator, SYSMAINT_LIST_IGNORES, 0, &pattern), 0);
+    EXPECT_STREQ(pattern, L"kept.*");
+    utilsFreeMemory(pattern);
+    expectCodes({
+        {"rules", [&] { return sysmaint_validator_create(L"a", L"b", nullptr); }, 87},
+        {"no list", [&] { return sysmaint_validator_add(validator, 2, L"x", 0, 0, 0); }, 87},
+        {"no mode", [&] { return sysmaint_validator_add(validator, 0, L"x", 2, 0, 0); }, 87},
+        {"no pattern", [&] { return sysmaint_validator_add(validator, 0, nullptr, 0, 0, 0); }, 87},
+        {"index", [&] { return sysmaint_validator_pattern(validator, 1, 1, &pattern); }, 87},
+        {"count", [&] { return sysmaint_validator_count(validator, 1, nullptr); }, 87},
+        {"clear", [&] { return sysmaint_validator_clear(validator); }, 0},
+        {"close", [&] { return sysmaint_validator_close(validator); }, 0},
+        {"closed", [&] { return sysmaint_validator_close(validator); }, 6},
+        {"stale", [&] { return sysmaint_validator_count(validator, 1, &count); }, 6},
+        {"a wipe with it", [&] { return wipe(kept, validator); }, 6},
+    });
+    EXPECT_TRUE(Folder::isThere(kept)); // and never wiped without its rules
+}
+
+// The caller's refusal ends the call as an event would: the file goes, and waits for no restart.
+TEST_F(CWipe, ACallbackStopsTheCallWithItsResultAndMayCloseTheWiper)
+{
+    progress.result = 4711;
+    const std::wstring path = folder.file(L"stopped.bin", 2 * kChunk);
+    progress.act = [&] {
+        EXPECT_EQ(wipe(path), ERROR_BUSY);
+        sysmaint_wiper* const closed = wiper;
+        EXPECT_EQ(sysmaint_wiper_close(wiper), 0);
+        EXPECT_EQ(sysmaint_wiper_close(closed), ERROR_INVALID_HANDLE);
+    };
+    EXPECT_EQ(wipe(path), 4711);
+    EXPECT_EQ(progress.done.size(), 1U);
+    EXPECT_FALSE(Folder::isThere(path));
+    EXPECT_EQ(ForceDeleteIsScheduled(path.c_str()), 0);
+}
+
+TEST_F(CWipe, WipesEntriesFromTheBackAndCountsWhatIsLeft)
+{
+    CreateDirectoryW(folder.at(L"tree").c_str(), nullptr);
+    const std::wstring tree = folder.at(L"tree");
+    folder.file(L"tree\\one", 5);
+    const auto entries = [&](const wchar_t* second) {
+        return std::vector<sysmaint_wipe_entry>{{sizeof(sysmaint_wipe_entry), 1, tree.c_str(), nullptr},
+                                                {sizeof(sysmaint_wipe_entry), 0, L"one", tree.c_str()},
+                                                {sizeof(sysmaint_wipe_entry), 0, second, tree.c_str()}};
+    };
+    std::uint64_t left = 9;
+    const auto wipeEntries = [&](const std::vector<sysmaint_wipe_entry>& list, std::uint64_t count) {
+        return sysmaint_wiper_wipe_entries(wiper, folder.path(), list.data(), count, &options, nullptr,
+                                           nullptr, nullptr, &left);
+    };
+    EXPECT_EQ(wipeEntries(entries(L"missing"), 3), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(left, 3U);
+    auto wrong = entries(L"missing");
+    wrong[0].size -= 1;
+    EXPECT_EQ(wipeEntries(wrong, 2), ERROR_INVALID_PARAMETER);
+    wrong[0].size += 1;
+    wrong[1].folder = nullptr;
+    EXPECT_EQ(wipeEntries(wrong, 2), ERROR_INVALID_PARAMETER);
+    EXPECT_TRUE(Folder::isThere(tree + L"\\one"));
+    EXPECT_EQ(wipeEntries(entries(L"missing"), 2), 0);
+    EXPECT_EQ(left, 0U);
+    EXPECT_FALSE(Folder::isThere(tree));
+}
+
+TEST_F(CWipe, RefusesWrongArgumentsAndTouchesNothing)
+{
+    const std::wstring path = folder.file(L"file", 5);
+    std::int32_t needs = 7;
+    const auto wipeWith = [&](std::uint32_t size, std::uint32_t kind, const wchar_t* target) {
+        sysmaint_wipe_options with = options;
+        with.size = size;
+        return sysmaint_wiper_wipe(wiper, kind, target, &with, nullptr, nullptr, nullptr, nullptr);
+    };
+    const std::uint32_t size = sizeof options;
+    expectCodes({
+        {"create", [] { return sysmaint_wiper_create(nullptr); }, 87},
+        {"too small", [&] { return wipeWith(size - 1, SYSMAINT_WIPE_FILE, path.c_str()); }, 87},
+        {"too large", [&] { return wipeWith(size + 8, SYSMAINT_WIPE_FILE, path.c_str()); }, 87},
+        {"kind", [&] { return wipeWith(size, 4, path.c_str()); }, 87},
+        {"path", [&] { return wipeWith(size, SYSMAINT_WIPE_FILE, nullptr); }, 87},
+        {"options",
+         [&] {
+             return sysmaint_wiper_wipe(wiper, SYSMAINT_WIPE_FILE, path.c_str(), nullptr, nullptr, nullptr,
+                                        nullptr, nullptr);
+         },
+         87},
+        {"method",
+         [&] {
+             options.method = 0;
+             return wipe(path);
+         },
+         87},
+        {"needs", [&] { return sysmaint_wiper_needs_restart(wiper, nullptr); }, 87},
+        {"no wiper", [&] { return sysmaint_wiper_needs_restart(nullptr, &needs); }, 6},
+        {"strange", [&] { return sysmaint_wiper_needs_restart(strange<sysmaint_wiper>(), &needs); }, 6},
+        {"file table", [] { return sysmaint_wipe_file_table(nullptr, nullptr, nullptr, nullptr); }, 87},
+        {"answer", [&] { return sysmaint_wiper_needs_restart(wiper, &needs); }, 0},
+        {"forget", [&] { return sysmaint_wiper_clear_needs_restart(wiper); }, 0},
+    });
+    EXPECT_EQ(needs, 0);
+    EXPECT_TRUE(Folder::isThere(path));
+}
