@@ -129,39 +129,50 @@ TEST_F(BootLineTest, FindsLinesAtOddBytes)
     const std::string v = bytesOf(line(L"report"));
     const std::string w = bytesOf(line(L"folder\\x"));
     const std::string b = bytesOf(line(L"keep"));
-    const std::string odd = b.substr(0, 41);
+    const std::string odd = b.substr(0, 41); // inside a name, as which what follows may count
+    const std::string early = b.substr(0, 21);
     const std::wstring cut = line(L"keep").substr(0, 21) + L"?\r\n";
-    const std::string tail = b.substr(41) + '\0';
+    const std::wstring earlyCut = line(L"keep").substr(0, 11) + L"?\r\n";
     const std::string kanji = bytesOf(line(L"\x65E5\x672C"));
     const std::size_t inside = kanji.find("\xE5\x65") + 1;
     const std::string name = bytesOf(line(L"folder\\n" + text("x" + v + "x")));
-    std::string many; // too long for a name
+    const std::string distant =
+        bytesOf(lineOf(L"\\??\\Q:\\" + std::wstring(300, L'q'))); // too long for a name
     std::string missing;
     for (int i = 0; i < 100000; ++i)
-        (i < 8 ? many : missing) += bytesOf(lineOf(L"\\??\\Q:\\" + std::to_wstring(i)));
-    const struct
+        missing += bytesOf(lineOf(L"\\??\\Q:\\" + std::to_wstring(i)));
+    struct Row
     {
         std::string given;
         bool goes; // "report"; "folder\x" always does
         std::wstring left;
-    } cases[] = {
+    };
+    std::vector<Row> cases = {
         {'x' + missing + v + w, true, L"x?\r\n" + text(missing)},
-        {odd + v + w, true, cut},
-        {v + odd + w, true, cut},
+        {early + v + w, true, earlyCut},
+        {v + early + w, true, earlyCut},
+        {early + early + early + v + w, true, text(early + early + early + '\0') + L"?\r\n"},
         {w + 'x' + v, true, L"x?\r\n"},
         {w + "\xEF\xBB\xBF" + v, true, L"\xBBEF\xBF?\r\n"},
-        {odd + v + odd + w, false, text(odd + v + odd) + L"?\r\n"},
-        {odd + odd + odd + v + w, true, text(odd + odd) + L"?\r\n" + cut},
-        {odd + v + many + odd + w, true, cut + text(many) + cut},
-        {odd + v + many + b.substr(41) + w, true, cut + text(many) + text(tail) + L"?\r\n"},
+        {v.substr(0, v.size() - 1) + w, false, text(v.substr(0, v.size() - 2)) + L"\x010A?\r\n"},
+        {odd + v + distant + w, false, text(odd + v + '\0') + L"?\r\n" + text(distant)},
+        {odd + v + odd + distant + w, false, text(odd + v + '\0') + L"?\r\n" + cut + text(distant)},
+        {odd + odd + odd + v + distant + w, false,
+         cut + cut + text(odd + v + '\0') + L"?\r\n" + text(distant)},
         {odd + v + b.substr(41) + w, false, text(odd + v + b.substr(41))},
         {kanji.substr(0, inside) + v + kanji.substr(inside) + w, false, // a line for one file, to the byte
          text(kanji.substr(0, inside) + v + kanji.substr(inside))},
         {name + w, false, text(name)},
-        {name.substr(0, name.size() - 20) + w, false, text(name.substr(0, name.size() - 20)) + L"?\r\n"},
+        {odd + name + w, false, cut + text(name)},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+    const std::size_t innerEnd = name.find(v) + v.size();
+    for (const std::size_t more : {0U, 1U, 2U, 4U, 8U, 12U}) {
+        std::string torn = name.substr(0, innerEnd + more) + distant + w;
+        std::string whole = name.substr(0, innerEnd + more) + std::string(1 - more % 2, '\0');
+        cases.push_back({std::move(torn), false, text(whole) + L"?\r\n" + text(distant)});
+    }
+    for (const Row& c : cases) {
+        SCOPED_TRACE(&c - cases.data());
         Files expected = files();
         write(L"windows/ForceDelete.txt", bytesOf(kHeader) + c.given);
         EXPECT_EQ(run().isListEmpty, false);

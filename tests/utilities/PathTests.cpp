@@ -88,6 +88,11 @@ TEST(Paths, AreTakenApartAndShortened)
                                            {L"C:\\a", L"C:\\a\\", 1},
                                            {L"C:\\ab", L"C:\\a", 0},
                                            {L"C:\\a\\..\\b", L"C:\\a", 0},
+                                           {L"C:\\a\\x.", L"C:\\a", 1},
+                                           {L"C:\\a\\nul\\b", L"\\\\?\\C:\\A", 1},
+                                           {L"\\??\\C:\\a\\b ", L"C:\\a\\", 1},
+                                           {L"\\\\s\\h\\nul", L"\\\\?\\UNC\\s\\h", 1},
+                                           {L"C:\\a.\\b", L"C:\\a", 0},
                                            {L"C:\\a", L"C:\\", 1}})
         EXPECT_EQ(inside(path, folder), is) << utf8(path);
     EXPECT_EQ(parts(L"C:\\a.b\\c.tar.gz"), L"c.tar.gz|.gz");
@@ -126,6 +131,10 @@ TEST(Paths, ProtectedAndValid)
                                 L"\\\\server\\share",
                                 L"C:\\Windows\\System32",
                                 L"\\\\?\\C:\\windows",
+                                L"C:\\Windows\\aux\\f",
+                                L"\\\\?\\C:\\windows\\nul",
+                                L"\\\\server\\c$\\windows\\prn \\x",
+                                L"C:\\users\\nul",
                                 L"C:\\users\\somebody",
                                 L"C:\\Program Files",
                                 L"C:\\users\\somebody\\AppData\\",

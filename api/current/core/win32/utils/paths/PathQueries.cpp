@@ -172,7 +172,7 @@ bool isProtectedPlace(const std::wstring& path)
 {
     constexpr const wchar_t* kVersion = LR"(Software\Microsoft\Windows\CurrentVersion)";
     constexpr const wchar_t* kProfiles = LR"(Software\Microsoft\Windows NT\CurrentVersion\ProfileList)";
-    const std::wstring place = placeOf(path);
+    const std::wstring place = paths::literalForm(placeOf(path));
     try {
         static_cast<void>(paths::parent(place));
     } catch (long) {
@@ -189,7 +189,7 @@ bool isProtectedPlace(const std::wstring& path)
           machineText(kVersion, L"CommonFilesDir"), machineText(kVersion, L"CommonFilesDir (x86)")})
         if (!folder.empty() && paths::isInside(resolved(folder), place))
             return true;
-    return !profiles.empty() && isProfileFolder(place, resolved(profiles));
+    return !profiles.empty() && isProfileFolder(place, paths::literalForm(resolved(profiles)));
 }
 } // namespace
 

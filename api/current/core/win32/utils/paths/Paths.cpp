@@ -134,6 +134,16 @@ std::wstring normalize(std::wstring_view path)
     return plainForm(settledPath(path));
 }
 
+std::wstring literalForm(std::wstring_view path)
+{
+    if (path.empty())
+        raiseCode(ERROR_INVALID_NAME);
+    std::wstring literal = settledPath(path);
+    if (literal.compare(0, kPrefix, LR"(\??\)") == 0)
+        literal[1] = L'\\';
+    return literal;
+}
+
 std::wstring toLongForm(std::wstring_view path)
 {
     const std::wstring target = toExtendedForm(normalize(path).c_str());
@@ -161,8 +171,8 @@ std::wstring parent(std::wstring_view path)
 
 bool isInside(std::wstring_view path, std::wstring_view folder)
 {
-    const std::wstring inner = normalize(path);
-    const std::wstring outer = normalize(folder);
+    const std::wstring inner = literalForm(path);
+    const std::wstring outer = literalForm(folder);
     const std::wstring_view end = withoutClosing(outer);
     if (!strings::startsWith(inner, end, true))
         return false;

@@ -12,6 +12,8 @@ namespace paths {
 [[nodiscard]] std::wstring toLongForm(std::wstring_view path);
 [[nodiscard]] std::wstring toExtendedForm(const wchar_t* path);
 [[nodiscard]] std::wstring parent(std::wstring_view path);
+/// The normalised path as \\?\..., whatever its names: two of them can be compared.
+[[nodiscard]] std::wstring literalForm(std::wstring_view path);
 [[nodiscard]] bool isInside(std::wstring_view path, std::wstring_view folder);
 [[nodiscard]] std::wstring fromNative(std::wstring_view path);
 [[nodiscard]] std::wstring toNative(std::wstring_view path);

@@ -22,7 +22,7 @@ public:
         for (std::size_t line = begin; line < m_size;) {
             const std::size_t end = lineEnd(line);
             for (std::size_t at = line + 1; at < end; at += 2)
-                if (isBegin(at) && !isPartOfName(line, at, end))
+                if (isBegin(at) && !isPartOfName(line, at))
                     return at;
             line = end;
         }
@@ -51,8 +51,11 @@ public:
             const std::size_t end = alignedEnd(at);
             while (at < end)
                 target[length++] = m_bytes[at++];
+            const std::size_t character = length - 1;
             for (std::size_t i = 0; end < m_size && i < sizeof kMissingEnd; ++i)
                 target[length++] = kMissingEnd[i];
+            if (end < m_size && target[character] == '\n')
+                target[character + 1] = 1; // it would complete the line
         }
         return length;
     }
@@ -101,20 +104,23 @@ private:
                 return false;
         return c >= ' ';
     }
-    /// Whether the beginning at `at`, inside a character of a line, can belong to a name in the line's path.
-    [[nodiscard]] constexpr bool isPartOfName(std::size_t line, std::size_t at, std::size_t end) const
+    /// Whether the beginning at `at`, inside a character of a line, can belong to a name in the line's path:
+    /// with all of the line that it begins, since only a whole one names something. What follows may have
+    /// been appended to a line that was cut off inside the name.
+    [[nodiscard]] constexpr bool isPartOfName(std::size_t line, std::size_t at) const
     {
-        if ((end - line) % 2 != 0) // the list ends inside one of its characters
-            return false;
         std::size_t name = at - 1;
         while (name > line && at - name < kLongestName && isOfName(name - 2))
             name -= 2;
         if (name == line || character(name - 2) != '\\')
             return false;
-        std::size_t nameEnd = at - 1;
-        while (nameEnd < end && nameEnd - name <= kLongestName && isOfName(nameEnd))
-            nameEnd += 2;
-        return nameEnd - name <= kLongestName;
+        const std::size_t end = lineEnd(at);
+        if (end - name > kLongestName)
+            return false;
+        for (std::size_t i = at - 1; i + 1 < end; i += 2)
+            if (!isOfName(i))
+                return false;
+        return true;
     }
 
     const unsigned char* m_bytes;
