@@ -1,7 +1,3 @@
-#include <windows.h>
-
-#include <thread>
-
 #include "core/win32/utils/listeners/api.h"
 #include "support/Connections.h"
 #include "support/Faults.h"
@@ -158,9 +154,10 @@ protected:
                ConnectionReadAll(client.get(), answer, sizeof answer, 60000, nullptr) == ERROR_SUCCESS) {
             codes.push_back(answer[0]);
             AnyMessage reply;
-            if (answer[1] == 1)
+            if (answer[1] == 1) {
                 EXPECT_EQ(ConnectionReceiveMessage(client.get(), reply, nullptr, 60000, nullptr),
                           ERROR_SUCCESS);
+            }
         }
         if (codes.size() < most)
             codes.push_back(1);

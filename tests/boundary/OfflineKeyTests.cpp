@@ -1,7 +1,5 @@
 #include "core/win32/registry/offline/api.h"
 
-#include <array>
-
 #include "support/RestoreClient.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
