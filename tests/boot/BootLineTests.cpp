@@ -1,7 +1,6 @@
 #include "BootRunTest.h"
 
 #include <regex>
-#include <sstream>
 
 struct Case
 {

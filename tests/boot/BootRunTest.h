@@ -1,15 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <map>
-#include <string>
-
 #include "engine/BootRun.h"
+#include "support/Test.h"
 
 /// Counts the native calls of a run. A test may inspect each before it is made, and answer it with a status
 /// instead.

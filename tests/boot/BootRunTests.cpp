@@ -2,7 +2,7 @@
 
 #include <process.h>
 
-#include <set>
+#include "support/Test.h"
 
 #include "support/Passes.h"
 

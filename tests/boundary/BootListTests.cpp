@@ -1,5 +1,3 @@
-#include <cwchar>
-
 #include "support/Threads.h"
 #include "support/Wipe.h"
 

@@ -1,9 +1,6 @@
 // One table over all exported functions: their codes for wrong handles and when memory runs out, and that
 // they release what they take.
 
-#include <cstring>
-#include <optional>
-
 #include "core/win32/registry/api.h"
 #include "core/win32/utils/ftp/api.h"
 #include "core/win32/utils/logger/api.h"

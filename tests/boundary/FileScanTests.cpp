@@ -1,6 +1,3 @@
-#include <filesystem>
-#include <fstream>
-
 #include "support/KernelCalls.h"
 #include "support/Scan.h"
 #include "support/Threads.h"

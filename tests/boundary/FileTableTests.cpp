@@ -1,8 +1,6 @@
-#include <windows.h>
+#include "support/Test.h"
 
 #include <winioctl.h>
-
-#include <tuple>
 
 #include "support/Wipe.h"
 

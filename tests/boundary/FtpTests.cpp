@@ -1,14 +1,6 @@
-#include <windows.h>
-
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <thread>
-
 #include "core/win32/utils/ftp/api.h"
-#include "core/win32/utils/scanengine/api.h"
 #include "support/FtpServers.h"
-#include "support/Process.h"
+#include "support/Wipe.h"
 
 namespace {
 using FtpConnectionHandle = SmartHandle<CloseFtpConnection>;
@@ -81,34 +73,15 @@ SharedPtr<ScanItem> rootOf(unsigned short port)
     return item;
 }
 
-std::wstring localPath(const wchar_t* name)
-{
-    wchar_t folder[MAX_PATH];
-    GetTempPathW(MAX_PATH, folder);
-    return std::wstring(folder).append(name);
-}
-
 std::string contentOf(const std::wstring& path)
 {
-    std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const Bytes bytes = readBytes(path);
+    return {bytes.begin(), bytes.end()};
 }
 
 void write(const std::wstring& path, const std::string& content)
 {
-    std::ofstream(std::filesystem::path(path), std::ios::binary) << content;
-}
-
-/// The code that an operation of an item raises; 0 when it does not.
-template <class Operation>
-long codeOf(Operation&& operation)
-{
-    try {
-        operation();
-        return ERROR_SUCCESS;
-    } catch (const Exception& raised) {
-        return static_cast<long>(raised.getCode());
-    }
+    writeBytes(path, {content.begin(), content.end()});
 }
 } // namespace
 
@@ -174,13 +147,12 @@ TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
     EXPECT_EQ(DllGetFtpFile(connection.get(), L"/a/../b"), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
     const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"folder/über uns.bin"));
-    const std::wstring local = localPath(L"sysmaint ftp up");
-    const std::wstring copy = localPath(L"sysmaint ftp down");
+    const std::wstring local = scratchFolder() + L"\\up";
+    const std::wstring copy = scratchFolder() + L"\\down";
     std::string content(300000, 'x');
     for (std::size_t i = 0; i < content.size(); ++i)
         content[i] = static_cast<char>(i * 7 + i / 256);
     write(local, content);
-    DeleteFileW(copy.c_str());
 
     EXPECT_EQ(file->exists(), 0);
     EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_FILE_NOT_FOUND);
@@ -207,8 +179,6 @@ TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
     EXPECT_EQ(file->exists(), 0);
     connection.reset();
     EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_NOT_CONNECTED);
-    DeleteFileW(local.c_str());
-    DeleteFileW(copy.c_str());
 }
 
 namespace {
@@ -297,15 +267,11 @@ TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
         CreateFtpConnection(L"stalls", L"127.0.0.1", port, nullptr, nullptr));
     EXPECT_EQ(FtpConnectionSetTimeout(connection.get(), 60000), ERROR_SUCCESS);
     const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"/good"));
-    const std::wstring local = localPath(L"sysmaint ftp up");
-    const std::wstring copy = localPath(L"sysmaint ftp down");
+    const std::wstring local = scratchFolder() + L"\\up";
+    const std::wstring copy = scratchFolder() + L"\\down";
     write(local, std::string(std::size_t{32} << 20U,
                              'x')); // more than the system takes for a server that does not read
-    DeleteFileW(copy.c_str());
-    FtpScan scan(port);
-    FtpSEngineSetTimeout(scan.engine, 60000);
-    FtpSEngineClear(scan.engine);
-    EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"127.0.0.1", L"/x", port, nullptr, nullptr), ERROR_SUCCESS);
+    FtpScan scan(port, nullptr, nullptr, L"127.0.0.1", L"/x");
     const TestEvent cancel;
     const std::function<long()> operations[] = {
         [&] { return codeOf([&] { file->download(copy.c_str(), true, cancel.get()); }); },
@@ -325,6 +291,6 @@ TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
         EXPECT_EQ(operation(), ERROR_SUCCESS);
     EXPECT_EQ(contentOf(copy), std::string(300000, 'x'));
     EXPECT_EQ(scan.found, (std::set<std::wstring>{L"file 5 /x/good"}));
-    DeleteFileW(local.c_str());
+    DeleteFileW(local.c_str()); // it is large
     DeleteFileW(copy.c_str());
 }

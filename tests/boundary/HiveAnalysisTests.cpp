@@ -1,8 +1,6 @@
 // The analysis of the loaded hives. The system's list of them is empty here, so the tests fill it; the volume
 // is a file, and the test answers for the file system where a hive's clusters are.
 
-#include <utility>
-
 #include "../host/Command.h"
 #include "../host/Console.h"
 #include "core/win32/registry/defragmenter/api.h"

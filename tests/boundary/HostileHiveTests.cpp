@@ -1,7 +1,5 @@
 #include "core/win32/registry/offline/api.h"
 
-#include <random>
-
 #include "support/Heap.h"
 #include "support/Utilities.h"
 #include "support/Wipe.h"

@@ -1,7 +1,3 @@
-#include <windows.h>
-
-#include <thread>
-
 #include "core/win32/utils/listeners/api.h"
 #include "support/Connections.h"
 #include "support/Faults.h"

@@ -1,7 +1,5 @@
 #include "core/win32/utils/logger/api.h"
 
-#include <algorithm>
-#include <map>
 #include <regex>
 
 #include "core/win32/utils/paths/api.h"

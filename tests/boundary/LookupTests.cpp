@@ -1,10 +1,8 @@
 #include <winsock2.h>
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <wincrypt.h>
-
-#include <map>
 
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/lookup/api.h"

@@ -1,9 +1,6 @@
 #include "core/win32/registry/offline/api.h"
 
-#include <array>
-
 #include "core/win32/registry/settingshive/api.h"
-
 #include "support/RestoreClient.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"

@@ -1,7 +1,5 @@
 // The process monitor, with snapshots of real children and with the test's own WMI.
 
-#include <mutex>
-
 #include "core/win32/utils/communication/api.h"
 #include "support/Child.h"
 #include "support/ImportReplacement.h"

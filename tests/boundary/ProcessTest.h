@@ -2,12 +2,10 @@
 
 // The process manager and its objects, compared with the system's own answers and real children.
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <tlhelp32.h>
 #include <winternl.h>
-
-#include <map>
 
 #include "support/Child.h"
 #include "support/ImportReplacement.h"

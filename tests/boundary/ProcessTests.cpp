@@ -3,7 +3,7 @@
 #include <psapi.h>
 #include <restartmanager.h>
 
-#include <set>
+#include "support/Test.h"
 
 TEST_F(Processes, AreListedOnceAsTheSystemSaysThem)
 {

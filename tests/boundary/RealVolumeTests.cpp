@@ -1,8 +1,5 @@
 #include "RealWindowsTest.h"
 
-#include <algorithm>
-#include <cwchar>
-
 namespace {
 /// A drive Q: whose device is the file "device", which shows what Windows would do with a volume.
 class RealVolume : public RealWindows

@@ -2,11 +2,9 @@
 
 // What Windows does and the tests' platform does not: the system's answers are simulated.
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <winioctl.h>
-
-#include <tuple>
 
 #include "support/Wipe.h"
 

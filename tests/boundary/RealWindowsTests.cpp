@@ -1,8 +1,5 @@
 #include "RealWindowsTest.h"
 
-#include <algorithm>
-#include <cwchar>
-
 #include "../host/Command.h"
 #include "../host/Console.h"
 #include "../host/ProtectedFolders.h"

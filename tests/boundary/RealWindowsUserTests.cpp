@@ -1,11 +1,9 @@
 // Whose registry and folders are meant when Windows has several users, and what happens when one logs off.
 // The system's answers are simulated.
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <wtsapi32.h>
-
-#include <set>
 
 #include "boundary/RegistryTest.h"
 #include "core/win32/utils/paths/api.h"

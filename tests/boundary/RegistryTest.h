@@ -1,11 +1,9 @@
 #pragma once
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <sddl.h>
 #include <winternl.h>
-
-#include <memory>
 
 #include "core/win32/registry/api.h"
 #include "support/Faults.h"

@@ -3,8 +3,7 @@
 #include <objbase.h>
 #include <sddl.h>
 
-#include <sstream>
-#include <thread>
+#include "support/Test.h"
 
 #include "core/win32/utils/restoremanager/api.h"
 #include "support/RestoreClient.h"

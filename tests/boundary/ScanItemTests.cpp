@@ -1,8 +1,3 @@
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <memory>
-
 #include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Scan.h"

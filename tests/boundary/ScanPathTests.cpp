@@ -1,5 +1,3 @@
-#include <set>
-
 #include "boundary/RegistryTest.h"
 #include "support/Links.h"
 

@@ -1,6 +1,6 @@
 // Sessions and their users: lists, tokens, folders, and programs started there.
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <knownfolders.h>
 #include <shlobj.h>

@@ -1,9 +1,5 @@
 #include "core/win32/registry/settingshive/api.h"
 
-#include <functional>
-#include <map>
-#include <optional>
-
 #include "support/Faults.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"

@@ -1,9 +1,3 @@
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <deque>
-#include <random>
-
 #include "support/Pools.h"
 #include "support/Threads.h"
 

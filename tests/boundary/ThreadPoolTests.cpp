@@ -1,9 +1,3 @@
-#include <deque>
-#include <map>
-#include <mutex>
-#include <thread>
-#include <vector>
-
 #include "support/KernelCalls.h"
 #include "support/Pools.h"
 

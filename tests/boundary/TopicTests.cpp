@@ -1,7 +1,3 @@
-#include <memory>
-#include <thread>
-#include <vector>
-
 #include "core/win32/utils/scanengine/api.h"
 #include "support/Pools.h"
 #include "support/Threads.h"

@@ -1,7 +1,3 @@
-#include <fstream>
-#include <iterator>
-#include <memory>
-
 #include "support/ImportReplacement.h"
 #include "support/Links.h"
 #include "support/Scan.h"

@@ -1,10 +1,5 @@
 // What only goes wrong when two threads meet at one moment, which a replaced import holds open.
 
-#include <algorithm>
-#include <set>
-#include <thread>
-#include <vector>
-
 #include "support/ImportReplacement.h"
 #include "support/Pools.h"
 #include "support/Threads.h"

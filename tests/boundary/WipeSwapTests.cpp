@@ -1,7 +1,5 @@
 // What changes between filling a stack, checking and wiping.
 
-#include <tuple>
-
 #include "support/Links.h"
 #include "support/Wipe.h"
 

@@ -1,6 +1,3 @@
-#include <cwchar>
-#include <tuple>
-
 #include "support/Passes.h"
 #include "support/Wipe.h"
 

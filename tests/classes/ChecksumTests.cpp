@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <random>
-#include <vector>
-
 #include "core/win32/utils/checksums/include/CRC32.h"
 #include "core/win32/utils/checksums/include/Processor.h"
 #include "core/win32/utils/checksums/include/SHA256.h"
+#include "core/win32/utils/lookup/include/SHA1.h"
+#include "support/Test.h"
 
 // Most machines only run one of the two ways: the other must give the same result for every length and cut.
 TEST(Checksums, BothWaysAgree)
@@ -16,13 +13,20 @@ TEST(Checksums, BothWaysAgree)
         byte = static_cast<unsigned char>(random());
     SHA256 fast(sha256::fastestTakeBlocks());
     SHA256 portable(sha256::takeBlocksPortably);
+    CSHA1 fast1;
+    CSHA1 portable1(sha1::takeBlocksPortably);
     for (std::size_t size = 0; size < 1000; ++size) {
         const std::size_t cut = size == 0 ? 0 : random() % size;
-        for (SHA256* hash : {&fast, &portable}) {
-            hash->update(data.data() + 1, cut);
-            hash->update(data.data() + 1 + cut, size - cut);
-        }
+        const auto update = [&](auto&... hashes) { // one for all sizes: each is as new after its end
+            (hashes.update(data.data() + 1, cut), ...);
+            for (std::size_t at = cut, piece = 0; at < size; at += piece) {
+                piece = std::min<std::size_t>(random() % 150, size - at);
+                (hashes.update(data.data() + 1 + at, piece), ...);
+            }
+        };
+        update(fast, portable, fast1, portable1);
         EXPECT_EQ(fast.finish(), portable.finish()) << size;
+        EXPECT_EQ(fast1.finish(), portable1.finish()) << size;
         const bool hasClmul = processor::features().clmul;
         CRC32 crcs[] = {CRC32(7), CRC32(7, crc::takePortably),
                         CRC32(7, hasClmul ? crc::takeWithExtensions : crc::takePortably)};
@@ -36,4 +40,18 @@ TEST(Checksums, BothWaysAgree)
     CRC32 whole(0, crc::takePortably);
     whole.update("123456789", 9);
     EXPECT_EQ(whole.finish(), 0xcbf43926U); // the standard check value
+}
+
+// The standard's own example, and more bits than a word holds, as sha1sum has them.
+TEST(Checksums, OfManyBits)
+{
+    const std::vector<unsigned char> zeros(1U << 20U);
+    CSHA1 hash(sha1::takeBlocksPortably);
+    hash.update("abc", 3);
+    EXPECT_EQ(hash.finish(), (CSHA1::Digest{0xa9, 0x99, 0x3e, 0x36, 0x47, 0x06, 0x81, 0x6a, 0xba, 0x3e,
+                                            0x25, 0x71, 0x78, 0x50, 0xc2, 0x6c, 0x9c, 0xd0, 0xd8, 0x9d}));
+    for (int i = 0; i < 512; ++i)
+        hash.update(zeros.data(), zeros.size());
+    EXPECT_EQ(hash.finish(), (CSHA1::Digest{0x5b, 0x08, 0x84, 0x92, 0xc9, 0xf4, 0x77, 0x8f, 0x40, 0x9b,
+                                            0x7a, 0xe6, 0x14, 0x77, 0xde, 0xc1, 0x24, 0xc9, 0x90, 0x33}));
 }

@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "support/ImportReplacement.h"
+#include "support/Test.h"
 #include "win32/communication/include/IMessageHandler.h"
 
 namespace {

@@ -1,8 +1,5 @@
 #include "core/win32/utils/ftp/include/FtpListing.h"
-
-#include <windows.h>
-
-#include <gtest/gtest.h>
+#include "support/Test.h"
 
 namespace {
 /// The entries of a listing in one line: kind, size and name of each.

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
-#include <windows.h>
+#include "support/Test.h"
 
 #include <shlwapi.h>
-
-#include <random>
 
 #include "core/win32/utils/scanengine/include/CompiledRules.h"
 #include "core/win32/utils/scanengine/include/File.h"

@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <memory>
-
 #include "support/ImportReplacement.h"
+#include "support/Test.h"
 #include "win32/communication/include/ArrayMessage.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/communication/include/HashMessage.h"

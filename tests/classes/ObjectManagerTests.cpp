@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"

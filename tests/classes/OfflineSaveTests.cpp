@@ -1,39 +1,20 @@
 #include "core/win32/registry/offline/include/OfflineSave.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "core/win32/registry/offline/include/HiveFile.h"
 #include "core/win32/registry/offline/include/OfflineFile.h"
-#include "support/ImportReplacement.h"
+#include "support/Hives.h"
 
 namespace {
-using Bytes = std::vector<std::byte>;
+using HiveBytes = std::vector<std::byte>;
 
 /// A hive with far more space than it needs: free pages at the end.
-Bytes bloatedHive()
+HiveBytes bloatedHive()
 {
     offline::Hive hive = offline::Hive::create(1);
-    hive.setValue(hive.createKey(offline::Hive::root(), u"key", 2), u"value", 3, Bytes(60000, std::byte{7}),
-                  3);
-    Bytes bytes = hive.compact();
-    const std::size_t begin = bytes.size();
-    bytes.resize(begin + 8192);
-    const std::uint32_t bin[] = {0x6E696268, static_cast<std::uint32_t>(begin - 4096), 8192};
-    const std::uint32_t free = 8192 - 32;
-    const auto size = static_cast<std::uint32_t>(bytes.size() - 4096);
-    std::memcpy(bytes.data() + begin, bin, sizeof bin);
-    std::memcpy(bytes.data() + begin + 32, &free, sizeof free);
-    std::memcpy(bytes.data() + 40, &size, sizeof size);
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < 508; i += 4) {
-        std::uint32_t word = 0;
-        std::memcpy(&word, bytes.data() + i, 4);
-        sum ^= word;
-    }
-    std::memcpy(bytes.data() + 508, &sum, sizeof sum);
-    return bytes;
+    hive.setValue(hive.createKey(offline::Hive::root(), u"key", 2), u"value", 3,
+                  HiveBytes(60000, std::byte{7}), 3);
+    const auto bloated = hiveOf(2, hive);
+    const auto bytes = std::as_bytes(std::span(bloated));
+    return {bytes.begin(), bytes.end()};
 }
 
 /// Through the stand-in for offreg.dll, and without it.
@@ -66,7 +47,6 @@ protected:
             return code;
         }
     }
-    [[nodiscard]] bool isThere() const { return std::filesystem::exists(target); }
 
     CountedImport<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
     const std::wstring source = (std::filesystem::temp_directory_path() / L"offline \u65E5.hive").wstring();
@@ -76,7 +56,7 @@ protected:
 
 TEST_P(OfflineSave, WritesTheHiveCompactlyAndLeavesTheSource)
 {
-    const Bytes compact = offline::Hive::parse(bloatedHive()).compact();
+    const HiveBytes compact = offline::Hive::parse(bloatedHive()).compact();
     for (int time = 0; time < 2; ++time) { // the second time over the first
         EXPECT_EQ(save(), 0);
         EXPECT_EQ(offline::readFile(target.c_str()), compact);
@@ -92,18 +72,18 @@ TEST_P(OfflineSave, LeavesNothingHalfDone)
         CountedImport<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes(self);
         flushes.failCall(1, FALSE, ERROR_IO_DEVICE);
         EXPECT_EQ(save(), ERROR_IO_DEVICE);
-        EXPECT_FALSE(isThere());
+        EXPECT_FALSE(isThere(target));
     }
     if (!GetParam()) {
         CountedImport<"WriteFile", decltype(&WriteFile)> writes(self);
         writes.failCall(1, FALSE, ERROR_DISK_FULL);
         EXPECT_EQ(save(), ERROR_DISK_FULL);
-        EXPECT_FALSE(isThere());
+        EXPECT_FALSE(isThere(target));
     }
     EXPECT_EQ(save(), 0);
-    const Bytes before = offline::readFile(target.c_str());
+    const HiveBytes before = offline::readFile(target.c_str());
     for (const auto& [size, code] : {std::pair{0U, 1009L}, {4095U, 1009L}, {8192U, 1015L}}) {
-        Bytes cut = bloatedHive();
+        HiveBytes cut = bloatedHive();
         cut.resize(size);
         offline::writeFile(source.c_str(), cut);
         EXPECT_EQ(save(), code) << size;

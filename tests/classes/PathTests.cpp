@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "support/Scan.h"
 

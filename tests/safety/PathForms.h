@@ -1,9 +1,6 @@
 #pragma once
 
-#include <iterator>
-#include <random>
-#include <string>
-#include <utility>
+#include "support/Test.h"
 
 /// The choices of one round, the same for the same seed and round.
 struct Choices : std::mt19937

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <cstdio>
-#include <initializer_list>
-#include <set>
-#include <sstream>
-
 #include "safety/PathForms.h"
 #include "safety/World.h"
 #include "support/Faults.h"

@@ -1,16 +1,5 @@
 #pragma once
 
-#include <windows.h>
-
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <map>
-#include <stdexcept>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "support/Links.h"
 
 extern "C" LONG NTAPI NtDeleteKey(HANDLE key);

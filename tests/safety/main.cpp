@@ -3,8 +3,6 @@
 //   safety FOLDER [--seed N] [--rounds N] [--round N]
 // FOLDER is a Unix path; --round repeats a single round.
 
-#include <cstring>
-
 #include "core/win32/registry/api.h"
 #include "safety/Round.h"
 

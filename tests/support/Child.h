@@ -1,12 +1,8 @@
 #pragma once
 
-#include <windows.h>
-
-#include <stdexcept>
-#include <string>
-
 #include "core/win32/utils/processmanager/api.h"
 #include "support/Process.h"
+#include "support/Test.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
 

@@ -1,12 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "core/win32/utils/connections/api.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
+#include "support/Test.h"
 
 using ConnectionHandle = SmartHandle<CloseConnection>;
 

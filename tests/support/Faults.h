@@ -1,14 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <iterator>
-#include <map>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "support/Process.h"
+#include "support/Test.h"
 
 inline constexpr DWORD kFailure = ERROR_IO_DEVICE;
 

@@ -1,10 +1,7 @@
 #pragma once
 
-#include <map>
-#include <set>
-#include <sstream>
-
 #include "support/Connections.h"
+#include "support/Test.h"
 
 /// The servers of tests/support/ftp_servers, for the length of a scope.
 class FtpServers

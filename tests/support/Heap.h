@@ -1,11 +1,8 @@
 #pragma once
 
-#include <cstdlib>
-#include <deque>
-#include <span>
-
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/ImportReplacement.h"
+#include "support/Test.h"
 
 /// Watches the heap of one module for a scope: what it allocates from the process heap and the runtime's and
 /// does not free. The n-th allocation can be made to fail. The module or this program may free blocks. One at

@@ -1,38 +1,35 @@
 #pragma once
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <winioctl.h>
-
-#include <cstring>
 
 #include "core/win32/registry/offline/include/HiveFile.h"
 #include "support/Wipe.h"
 
 inline constexpr DWORD kCluster = 4096;
 
-/// A hive file with an empty root key in one bin, and so many empty bins.
-inline Bytes hiveOf(std::uint32_t emptyBins)
+/// A hive file with so many empty bins at its end.
+inline Bytes hiveOf(std::uint32_t emptyBins, const offline::Hive& content = offline::Hive::create(1))
 {
-    const std::vector<std::byte> compact = offline::Hive::create(1).compact();
-    EXPECT_EQ(compact.size(), 2 * kCluster);
-    Bytes hive(std::size_t{kCluster} * (2 + emptyBins));
-    std::memcpy(hive.data(), compact.data(), compact.size());
+    const std::vector<std::byte> compact = content.compact();
+    const auto used = static_cast<std::uint32_t>(compact.size());
+    Bytes hive(used + std::size_t{kCluster} * emptyBins);
+    std::memcpy(hive.data(), compact.data(), used);
     const auto put = [&](std::size_t offset, std::uint32_t number) {
         std::memcpy(&hive.at(offset), &number, sizeof number);
     };
-    for (std::uint32_t bin = 1; bin <= emptyBins; ++bin) {
-        const std::size_t at = kCluster * (1 + std::size_t{bin});
-        std::copy_n("hbin", 4, hive.begin() + static_cast<std::ptrdiff_t>(at));
-        put(at + 4, kCluster * bin);
+    for (std::uint32_t at = used; at < hive.size(); at += kCluster) {
+        std::copy_n("hbin", 4, hive.begin() + at);
+        put(at + 4, at - kCluster);
         put(at + 8, kCluster);
         put(at + 32, kCluster - 32); // one free cell
     }
-    const std::uint32_t size = kCluster * (1 + emptyBins);
+    const auto size = static_cast<std::uint32_t>(hive.size() - kCluster);
     put(40, size); // of all bins; the checksum has every word by exclusive or
     std::uint32_t sum = 0;
     std::memcpy(&sum, &hive[508], sizeof sum);
-    put(508, sum ^ kCluster ^ size);
+    put(508, sum ^ (used - kCluster) ^ size);
     return hive;
 }
 

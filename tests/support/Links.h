@@ -1,10 +1,6 @@
 #pragma once
 
-#include <windows.h>
-
-#include <filesystem>
-#include <stdexcept>
-#include <string>
+#include "support/Test.h"
 
 // Creates links to folders, and replaces folders with them, between two instructions of the test. Wine
 // creates no links itself (CreateSymbolicLinkW is a stub) and its MoveFileExW moves a link's target, so this
@@ -31,12 +27,6 @@ inline long long unixCall(long long number, const void* first = nullptr, const v
 inline const void* unixArgument(long long value)
 {
     return reinterpret_cast<const void*>(value); // NOLINT(performance-no-int-to-ptr)
-}
-
-inline std::string utf8(const std::wstring& text)
-{
-    const std::u8string bytes = std::filesystem::path(text).u8string();
-    return {bytes.begin(), bytes.end()};
 }
 
 /// The kernel's path of a Windows path. Its folder must exist; its last name is taken literally and need not

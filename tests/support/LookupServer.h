@@ -1,12 +1,7 @@
 #pragma once
 
-#include <array>
-#include <atomic>
-#include <functional>
-#include <mutex>
-#include <thread>
-
 #include "support/Connections.h"
+#include "support/Test.h"
 
 /// A lookup server on loopback that keeps what it is asked, and answers as the test says.
 class LookupServer

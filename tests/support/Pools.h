@@ -1,15 +1,9 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <string>
-#include <utility>
-
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/threadpool/api.h"
 #include "support/Process.h"
+#include "support/Test.h"
 
 using Option = ITHPWorkItem::ScheduleOption;
 using Operation = IThreadPool::OperationType;

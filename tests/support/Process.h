@@ -1,17 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <windows.h>
+#include "support/Test.h"
 
 #include <process.h>
 #include <tlhelp32.h>
 #include <winternl.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <initializer_list>
-#include <memory>
-#include <stdexcept>
 
 #include "support/Heap.h"
 

@@ -1,16 +1,9 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <functional>
-#include <initializer_list>
-#include <map>
-#include <string>
-
 #include "core/win32/utils/scanengine/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Process.h"
+#include "support/Test.h"
 
 /// The validator that accepts everything.
 inline SharedPtr<IScanValidator> everything()

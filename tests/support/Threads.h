@@ -1,10 +1,6 @@
 #pragma once
 
-#include <windows.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
+#include "support/Test.h"
 
 /// Runs `work` with its number on so many threads, which all begin together, and waits for them.
 template <class Work>

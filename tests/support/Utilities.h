@@ -1,15 +1,7 @@
 #pragma once
 
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
-
 #include "core/win32/utils/memory/api.h"
+#include "support/Test.h"
 
 // What the tests of the utility functions share: results as values, or codes instead.
 
@@ -100,15 +92,6 @@ std::wstring listOf(Call&& call)
         all += (all.empty() ? L"" : L",") + std::wstring(at);
     EXPECT_EQ(count, 0U) << "the number of texts";
     return all;
-}
-
-inline std::string utf8(const std::wstring& text)
-{
-    std::string result(text.size() * 3 + 1, '\0');
-    result.resize(static_cast<std::size_t>(
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), result.data(),
-                            static_cast<int>(result.size()), nullptr, nullptr)));
-    return result;
 }
 
 /// A path below the folder that the tests may write to.

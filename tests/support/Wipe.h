@@ -1,15 +1,9 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <sstream>
-
 #include "core/win32/utils/wiper/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Scan.h"
+#include "support/Test.h"
 
 using Bytes = std::vector<unsigned char>;
 

@@ -1,19 +1,9 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <windows.h>
+#include "support/Test.h"
 
 #include <oleauto.h>
 #include <wbemcli.h>
-
-#include <atomic>
-#include <deque>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <string>
-#include <utility>
 
 /// What the DLL has taken from COM and not released, and which of its calls fails.
 struct ComCalls

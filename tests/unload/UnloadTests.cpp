@@ -1,10 +1,6 @@
 // What happens to running threads when the library is unloaded and when the process ends. This program does
 // not link the library, so it can unload it.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "support/Process.h"
 #include "support/Threads.h"
 #include "win32/communication/include/IMessageHandler.h"

@@ -3,10 +3,6 @@
 
 #include "core/win32/utils/checksums/api.h"
 
-#include <fstream>
-#include <iterator>
-#include <sstream>
-
 #include "core/win32/utils/strings/api.h"
 #include "support/Utilities.h"
 

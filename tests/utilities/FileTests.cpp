@@ -1,6 +1,6 @@
 #include "core/win32/utils/files/api.h"
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <sddl.h>
 

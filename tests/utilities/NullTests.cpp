@@ -1,10 +1,5 @@
 // Every exported function of the groups, with each pointer that it needs missing in turn.
 
-#include <algorithm>
-#include <cstring>
-#include <set>
-#include <tuple>
-
 #include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/formatting/api.h"

@@ -1,10 +1,8 @@
 #include "core/win32/utils/paths/api.h"
 
-#include <windows.h>
+#include "support/Test.h"
 
 #include <winioctl.h>
-
-#include <cstring>
 
 #include "support/ImportReplacement.h"
 #include "support/Utilities.h"

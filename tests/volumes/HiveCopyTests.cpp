@@ -1,7 +1,5 @@
 // Run by tests/volumes/hives, which creates the volume and compares the copies.
 
-#include <cstdlib>
-
 #include "core/win32/registry/defragmenter/include/HiveCopy.h"
 #include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/Hives.h"

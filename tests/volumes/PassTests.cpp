@@ -1,7 +1,5 @@
 // Run by tests/volumes/volumes on the drives that it makes and names.
 
-#include <cstdlib>
-
 #include "support/Wipe.h"
 
 using Volumes = WipeTest;
