@@ -116,6 +116,21 @@ LC_ALL=C sed -i 's/Qx/Q\x00/' "$hive"
 run 1 hive show "$hive_path" && says out 'vb  REG_DWORD' && says err '1 sub-keys cannot be shown'
 run 1 hive show "$hive_path" hidden --json && says out '"what":"sub-keys","count":1,"code":123'
 run 0 hive delete "$hive_path" hidden --yes && says err '2 keys below it, also 1 sub-keys'
+cp "$hive" "$work/odd" # with a path, and a name that looks like it
+odd_path=$(windows_path "$work/odd")
+run 0 hive set "$odd_path" 'one\two' v path
+run 0 hive set "$odd_path" 'one~two\deep' v name
+LC_ALL=C sed -i 's/one~two/one\\two/' "$work/odd"
+run 0 hive compact "$odd_path" "$(windows_path "$work/odd2")"
+run 0 hive salvage "$odd_path" "$(windows_path "$work/odd3")" && says err '0 places'
+for name in odd odd2 odd3; do
+    odd_path=$(windows_path "$work/$name")
+    run 1 hive show "$odd_path" && says out '"path"' && says err '1 sub-keys cannot be shown' && ! grep -q deep "$work/out" ||
+        fail "a key that no path names: $(cat "$work/out")"
+    run 0 hive get "$odd_path" 'one\two' v && says out '"path"'
+    run 1 hive get "$odd_path" 'one\two\deep' v
+done
+run 1 hive compact "$hive_path" NUL && says err '(161)'
 cp "$hive" "$work/before"
 cp "$here/../README.md" "$work/taken"
 run 1 hive set "$(windows_path "$work/taken")" b other x --yes && says err '(1009)'
