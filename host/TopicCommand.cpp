@@ -58,7 +58,7 @@ std::wstring requireName(const Arguments& arguments)
 
 int tell(const std::wstring& what, long code)
 {
-    if (code == ERROR_CANCELLED)
+    if (isCancelled())
         return kExitCancelled;
     messages().writeLine(L"topic: " + printable(what) + L": " + formatCode(code));
     return kExitFailed;
@@ -81,13 +81,19 @@ public:
             throw code;
         const std::lock_guard locker(m_lock);
         if (m_most != 0 && m_received == m_most)
-            throw static_cast<long>(ERROR_CANCELLED); // the last one has come
+            throw static_cast<long>(ERROR_GRACEFUL_DISCONNECT); // the last one has come
         if (!m_reply.empty())
             reply = messageOf(L"", m_reply);
         printText(text, m_json);
         ++m_received;
     }
     [[nodiscard]] bool isDone() const { return m_most != 0 && m_received == m_most; }
+    /// False once nobody reads what is printed.
+    [[nodiscard]] bool isRead()
+    {
+        const std::lock_guard locker(m_lock);
+        return results().isOpen();
+    }
 
 private:
     std::wstring m_reply;
@@ -134,7 +140,7 @@ int listen(const Arguments& arguments)
         return tell(name, code);
     messages().writeLine(L"listening on the pipe " + printable(name));
     messages().flush();
-    while (!printer.isDone() && results().isOpen() &&
+    while (!printer.isDone() && printer.isRead() &&
            WaitForSingleObject(cancelEvent(), kLook) != WAIT_OBJECT_0) {
     }
     // The client of the last message takes its answer and goes.

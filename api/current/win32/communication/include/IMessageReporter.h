@@ -18,7 +18,8 @@ struct ReporterOptions
 {
     ReportMode mode = ReportMode::Queue;
     unsigned long timeout = 30000; ///< milliseconds for one message: connecting, forwarding and the answer
-    unsigned long long mostWaiting = 16ULL << 20U; ///< bytes of the messages that may wait in the queue
+    /// Bytes of the messages that may wait in the queue; a larger message is queued when no other waits.
+    unsigned long long mostWaiting = 16ULL << 20U;
 };
 
 /// What has become of a reporter's messages. Every message that reached the reporter is in one of the three
@@ -52,7 +53,8 @@ struct IMessageReporter : IMessageHandler
     /// the reporter was stopped and messages are left; 8.
     [[nodiscard]] virtual long flush(unsigned long timeout, void* cancelEvent) noexcept = 0;
     [[nodiscard]] virtual ReporterState getState() noexcept = 0;
-    /// Ends forwarding at once, for good. Queued messages are not forwarded any more and stay counted;
-    /// further ones are refused with 1223. Waits until the reporter's thread has let go of them.
+    /// Ends forwarding at once, for good. Queued messages are not forwarded any more and stay counted (the
+    /// first may have arrived, if it was under way); further ones are refused with 1223. Waits until the
+    /// reporter's thread has let go of them.
     virtual void stop() noexcept = 0;
 };

@@ -68,7 +68,8 @@ void ReportLine::add(Bytes request)
     if (m_stopped)
         raiseCode(ERROR_CANCELLED);
     const std::size_t size = request.size();
-    if (size > m_options.mostWaiting || m_bytes > m_options.mostWaiting - size)
+    const bool isTooMuch = size > m_options.mostWaiting || m_bytes > m_options.mostWaiting - size;
+    if (isTooMuch && !m_queue.empty())
         raiseCode(linkprotocol::kTryLater);
     const std::uint64_t number = m_lastNumber + 1;
     std::memcpy(request.data() + offsetof(linkprotocol::Request, number), &number, sizeof number);
@@ -116,7 +117,7 @@ void ReportLine::pause() noexcept
 void ReportLine::endFlushes() noexcept
 {
     for (const Win32Handle& event : m_flushing)
-        SetEvent(event.get());
+        static_cast<void>(signalSurely(event.get()));
 }
 
 // The message stays at the front until the peer has answered. Others may be put behind it meanwhile.
@@ -183,7 +184,7 @@ ReporterState ReportLine::getState() noexcept
 
 void ReportLine::close() noexcept
 {
-    const bool isTold = tellToStop(m_stopEvent.get());
+    const bool isTold = signalSurely(m_stopEvent.get());
     const Deadline deadline(waitLimit(INFINITE));
     const WriteLocker locker(m_lock);
     m_stopped = true;

@@ -9,7 +9,7 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/threadpool/include/WaitingThread.h"
 
-bool tellToStop(HANDLE event) noexcept
+bool signalSurely(HANDLE event) noexcept
 {
     constexpr DWORD kTelling = 5000; // milliseconds
     const Deadline deadline(kTelling);
