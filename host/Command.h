@@ -73,6 +73,7 @@ extern const Command kRestoreCommand;
 extern const Command kSnapshotCommand;
 extern const Command kLogCommand;
 extern const Command kLookupCommand;
+extern const Command kTopicCommand;
 extern const Command kHiveCommand;
 extern const Command kUtilCommand;
 extern const Command kProcessesCommand;

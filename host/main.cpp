@@ -6,11 +6,15 @@
 
 #include "Command.h"
 #include "Console.h"
+#include "OwnedText.h"
+
+#include "core/win32/utils/versions/api.h"
 
 namespace {
-const Command* const kCommands[] = {&kScanCommand,   &kWipeCommand,    &kBootCommand,      &kHivesCommand,
-                                    &kHiveCommand,   &kRestoreCommand, &kSnapshotCommand,  &kLogCommand,
-                                    &kLookupCommand, &kUtilCommand,    &kProcessesCommand, &kSessionsCommand};
+const Command* const kCommands[] = {&kScanCommand,    &kWipeCommand,    &kBootCommand,     &kHivesCommand,
+                                    &kHiveCommand,    &kRestoreCommand, &kSnapshotCommand, &kLogCommand,
+                                    &kLookupCommand,  &kTopicCommand,   &kUtilCommand,     &kProcessesCommand,
+                                    &kSessionsCommand};
 
 void printUsage(Output& output)
 {
@@ -18,8 +22,24 @@ void printUsage(Output& output)
     for (const Command* command : kCommands)
         output.writeLine(L"  " + std::wstring(command->name) +
                          std::wstring(11 - std::wstring(command->name).size(), L' ') + command->summary);
-    output.writeLine(L"\n'sysmaint <command> --help' tells more and gives an example.\n"
+    output.writeLine(L"\n'sysmaint <command> --help' tells more and gives an example;\n"
+                     L"'sysmaint --version' tells the version.\n"
                      L"Exit codes: 0 done, 1 failed, 2 wrong arguments, 130 cancelled.");
+}
+
+/// The program's version, and which library it has loaded: another one may lie beside it.
+int printVersion()
+{
+    std::wstring path(UNICODE_STRING_MAX_CHARS, L'\0');
+    path.resize(
+        GetModuleFileNameW(GetModuleHandleW(L"sysmaint.dll"), path.data(), static_cast<DWORD>(path.size())));
+    unsigned long long number = 0;
+    OwnedBuffer<wchar_t> library;
+    const long code = VersionGetFileVersion(path.c_str(), &number, library.target());
+    results().writeLine(L"sysmaint " SYSMAINT_VERSION);
+    results().writeLine(L"library " + (code == ERROR_SUCCESS ? library.get() : formatCode(code)) + L"  " +
+                        printable(path));
+    return code == ERROR_SUCCESS ? kExitDone : kExitFailed;
 }
 
 int runCommand(const Command& command, const std::vector<std::wstring>& words)
@@ -47,6 +67,8 @@ int run(int argumentCount, wchar_t** arguments)
         printUsage(results());
         return kExitDone;
     }
+    if (words[0] == L"--version")
+        return printVersion();
     const auto* const* command = std::find_if(std::begin(kCommands), std::end(kCommands),
                                               [&](const Command* known) { return words[0] == known->name; });
     if (command == std::end(kCommands)) {

@@ -1,5 +1,8 @@
 #include "BootRunTest.h"
 
+#include <regex>
+#include <sstream>
+
 struct Case
 {
     std::wstring line;
@@ -106,6 +109,13 @@ TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
     EXPECT_NE(log().find(L"left: not the plain path of a file on a drive: *FileShred*<09>*"),
               std::wstring::npos);
     EXPECT_NE(log().find(L"\\re<09>port*"), std::wstring::npos);
+    const std::wregex entry(L"\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d [a-z\\d].*");
+    std::wistringstream entries(log().substr(1)); // behind the mark
+    for (std::wstring text; std::getline(entries, text);) {
+        EXPECT_TRUE(text.size() < 33000 && text.back() == L'\r') << text.size();
+        text.resize(std::min<std::size_t>(text.size() - 1, 200)); // the expressions recurse
+        EXPECT_TRUE(std::regex_match(text, entry)) << text;
+    }
 }
 
 std::wstring text(const std::string& given)

@@ -193,6 +193,22 @@ TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
     }
 }
 
+/// A line that could not be crossed out is reported, and done by the next run.
+TEST_F(BootCallTest, TellsWhenTheListCannotBeWritten)
+{
+    setList(kHeader + line(L"report"));
+    native::Api api = native::systemApi();
+    api.writeFile = [](HANDLE file, HANDLE event, void* routine, void* context, native::IoStatus* io,
+                       const void* buffer, auto... rest) {
+        return *static_cast<const wchar_t*>(buffer) == L'-'
+                   ? kNoResources
+                   : native::systemApi().writeFile(file, event, routine, context, io, buffer, rest...);
+    };
+    EXPECT_EQ(run(api).status, kNoResources);
+    EXPECT_TRUE(!isThere(L"report") && list() == line(L"report"));
+    EXPECT_TRUE(run().isListEmpty);
+}
+
 /// The program itself, with only the name of its imported library changed: that library ends it at each call,
 /// like a power cut.
 TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
@@ -420,10 +436,18 @@ TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
 /// read-only one.
 TEST_F(BootRunTest, LeavesWhatOthersHold)
 {
+    static ACCESS_MASK asked;
+    static int changes;
+    changes = 0;
     native::Api api = native::systemApi();
-    api.createFile = [](HANDLE* handle, ACCESS_MASK access,
-                        auto... rest) { // Wine takes it for a right to write
+    api.createFile = [](HANDLE* handle, ACCESS_MASK access, auto... rest) {
+        asked = access; // Wine takes the removed one for a right to write
         return native::systemApi().createFile(handle, access & ~FILE_WRITE_ATTRIBUTES, rest...);
+    };
+    api.setFile = [](HANDLE file, native::IoStatus* io, const void* data, ULONG length, ULONG what) {
+        EXPECT_TRUE(what != native::kBasicInformation || (asked & FILE_WRITE_ATTRIBUTES) != 0);
+        changes += what == native::kBasicInformation ? 1 : 0;
+        return native::systemApi().setFile(file, io, data, length, what);
     };
     const std::wstring path = (root / L"report").wstring();
     const auto hold = [](const std::wstring& file, DWORD access) {
@@ -433,6 +457,7 @@ TEST_F(BootRunTest, LeavesWhatOthersHold)
     setList(kHeader + line(L"report"));
     HANDLE held = hold(path, GENERIC_READ);
     EXPECT_EQ(run(api).left, 1U);
+    EXPECT_EQ(changes, 2); // to normal and back
     CloseHandle(held);
     EXPECT_EQ(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY, 1U);
     EXPECT_EQ(read(L"report"), "content of report");

@@ -249,6 +249,7 @@ TEST_F(WmiMonitor, TellsWhichProcessOfAnIdAnEventIsAbout)
                                        Row{"+a0 +b2 -b3", "+a-a+b-b"},     // or never
                                        Row{"-a1 +a0 +b2 -b3", "+a-a+b-b"}, // or before its start
                                        Row{"-a1 +b2 -b3", "+b-b"},         // of a start that nobody told
+                                       Row{"+a0 -b3 -a1 +b2", "+a-a+b-b"}, // or that of the next one first
                                        Row{"+a0 +a0 -a1 -a1 +b2", "+a-a+b"}}) {
         ++id;
         const unsigned long long base = now();

@@ -4,7 +4,7 @@
 
 #include "core/win32/registry/offline/include/HiveFile.h"
 
-/// UTF-8; half a pair becomes U+FFFD.
+/// UTF-8; half a pair becomes U+FFFD, and a control character its picture, as it could end a field.
 inline std::string utf8(std::u16string_view text)
 {
     std::string result;
@@ -23,7 +23,7 @@ inline std::string utf8(std::u16string_view text)
             c = 0x10000 + ((c - 0xD800) << 10U) + (text[++i] - 0xDC00U);
         else if (c >= 0xD800 && c < 0xE000)
             c = 0xFFFD;
-        put(c);
+        put(c < 0x20 ? 0x2400 + c : c);
     }
     return result;
 }

@@ -59,6 +59,14 @@ Endpoint& Connection::requireEndpoint()
     return *m_endpoint;
 }
 
+void Connection::requireClient() const
+{
+    const Endpoint* endpoint = m_endpoint.get();
+    if (dynamic_cast<const PipeClient*>(endpoint) == nullptr &&
+        dynamic_cast<const SocketClient*>(endpoint) == nullptr)
+        raiseCode(ERROR_INVALID_FUNCTION);
+}
+
 void Connection::connect(WaitLimits limits)
 {
     Endpoint& endpoint = requireEndpoint();

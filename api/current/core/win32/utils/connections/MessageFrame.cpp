@@ -7,21 +7,22 @@
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 
 namespace {
-struct Header
-{
-    std::uint32_t length;
-    std::uint32_t messageClass;
-};
+using messageframe::Header;
 
-/// Collects a frame, with room for its header, up to a limit.
+/// Collects a frame behind what goes before it, up to a limit.
 class FrameStream final : public IOutputByteStream
 {
 public:
-    explicit FrameStream(std::uint32_t limit) : m_bytes(sizeof(Header)), m_limit(limit) {}
+    FrameStream(const void* before, std::size_t size, std::uint32_t limit)
+        : m_bytes(size + sizeof(Header)), m_begin(size), m_limit(limit)
+    {
+        if (size != 0)
+            std::memcpy(m_bytes.data(), before, size);
+    }
 
     long write(const void* source, std::size_t size) override
     {
-        m_exceeded = m_exceeded || size > m_limit - (m_bytes.size() - sizeof(Header));
+        m_exceeded = m_exceeded || size > m_limit - getLength();
         if (m_exceeded)
             return ERROR_WRITE_FAULT;
         const auto* from = static_cast<const unsigned char*>(source);
@@ -31,56 +32,42 @@ public:
         });
     }
     [[nodiscard]] bool isExceeded() const noexcept { return m_exceeded; }
-    [[nodiscard]] const std::vector<unsigned char>& finish(MessageClass messageClass) noexcept
+    [[nodiscard]] std::vector<unsigned char> finish(MessageClass messageClass) noexcept
     {
-        const Header header{static_cast<std::uint32_t>(m_bytes.size() - sizeof(Header)),
+        const Header header{static_cast<std::uint32_t>(getLength()),
                             static_cast<std::uint32_t>(messageClass)};
-        std::memcpy(m_bytes.data(), &header, sizeof header);
-        return m_bytes;
+        std::memcpy(m_bytes.data() + m_begin, &header, sizeof header);
+        return std::move(m_bytes);
     }
 
 private:
+    [[nodiscard]] std::size_t getLength() const noexcept { return m_bytes.size() - m_begin - sizeof(Header); }
+
     std::vector<unsigned char> m_bytes;
+    std::size_t m_begin; // of the header
     std::uint32_t m_limit;
     bool m_exceeded = false;
 };
 
 template <class Serializable>
-void send(Wire& wire, MessageClass messageClass, const Serializable& message, std::uint32_t limit,
-          const WaitLimits& limits)
+std::vector<unsigned char> make(const void* before, std::size_t size, MessageClass messageClass,
+                                const Serializable& message, std::uint32_t limit)
 {
-    FrameStream stream(limit);
+    FrameStream stream(before, size, limit);
     const long code = boundary::statusOf([&] { return message.dump(0, stream); });
     if (stream.isExceeded())
         raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
     requireSuccess(code);
-    const std::vector<unsigned char>& frame = stream.finish(messageClass);
-    wire.writeAll(frame.data(), frame.size(), limits);
+    return stream.finish(messageClass);
 }
 
-/// The body of a frame, whose memory grows with what has arrived.
-class Body
+template <class Serializable>
+void send(Wire& wire, MessageClass messageClass, const Serializable& message, std::uint32_t limit,
+          const WaitLimits& limits)
 {
-public:
-    Body(Wire& wire, std::size_t size, const WaitLimits& limits) : m_size(size)
-    {
-        constexpr std::size_t kFirst = 1U << 20U;
-        std::size_t capacity = 0;
-        for (std::size_t done = 0; done < size; done = capacity) {
-            capacity = std::min(size, std::max(kFirst, capacity * 2));
-            auto larger = std::make_unique_for_overwrite<unsigned char[]>(capacity);
-            if (done != 0)
-                std::memcpy(larger.get(), m_bytes.get(), done);
-            m_bytes = std::move(larger);
-            wire.readAll(m_bytes.get() + done, capacity - done, limits);
-        }
-    }
-    [[nodiscard]] MemoryInputByteStream getStream() const noexcept { return {m_bytes.get(), m_size}; }
-
-private:
-    std::unique_ptr<unsigned char[]> m_bytes;
-    std::size_t m_size;
-};
+    const std::vector<unsigned char> frame = make(nullptr, 0, messageClass, message, limit);
+    wire.writeAll(frame.data(), frame.size(), limits);
+}
 
 SharedPtr<MessageW> makeWide(MessageClass messageClass, ArrayMessage::ElementFactory elements)
 {
@@ -114,7 +101,7 @@ SharedPtr<MessageA> makeNarrow(MessageClass messageClass)
 }
 
 template <class Message>
-void load(Message& message, const Body& body)
+void load(Message& message, const messageframe::Body& body)
 {
     MemoryInputByteStream stream = body.getStream();
     const long code = boundary::statusOf([&] { return message.load(0, stream); });
@@ -124,6 +111,13 @@ void load(Message& message, const Body& body)
         raiseCode(ERROR_INVALID_DATA);
 }
 } // namespace
+
+std::vector<unsigned char> messageframe::makeFrame(const void* before, std::size_t size,
+                                                   MessageClass messageClass, const SerializableW& message,
+                                                   std::uint32_t limit)
+{
+    return make(before, size, messageClass, message, limit);
+}
 
 void messageframe::sendFrame(Wire& wire, MessageClass messageClass, const SerializableW& message,
                              std::uint32_t limit, const WaitLimits& limits)
@@ -137,26 +131,55 @@ void messageframe::sendFrame(Wire& wire, MessageClass messageClass, const Serial
     send(wire, messageClass, message, limit, limits);
 }
 
+messageframe::Body::Body(Wire& wire, std::size_t size, const WaitLimits& limits) : m_size(size)
+{
+    constexpr std::size_t kFirst = 1U << 20U;
+    std::size_t capacity = 0;
+    for (std::size_t done = 0; done < size; done = capacity) {
+        capacity = std::min(size, std::max(kFirst, capacity * 2));
+        auto larger = std::make_unique_for_overwrite<unsigned char[]>(capacity);
+        if (done != 0)
+            std::memcpy(larger.get(), m_bytes.get(), done);
+        m_bytes = std::move(larger);
+        wire.readAll(m_bytes.get() + done, capacity - done, limits);
+    }
+}
+
+AnyMessage messageframe::loadMessage(const Header& header, const Body& body,
+                                     ArrayMessage::ElementFactory elements)
+{
+    AnyMessage message;
+    message.messageClass = static_cast<MessageClass>(header.messageClass);
+    message.wide = makeWide(message.messageClass, elements);
+    message.narrow = makeNarrow(message.messageClass);
+    if (message.wide)
+        load(*message.wide, body);
+    else if (message.narrow)
+        load(*message.narrow, body);
+    else
+        raiseCode(ERROR_INVALID_DATA);
+    return message;
+}
+
+void messageframe::skipBody(Wire& wire, std::size_t size, const WaitLimits& limits)
+{
+    std::vector<unsigned char> piece(std::min(size, std::size_t{64U << 10U}));
+    while (size != 0)
+        size -= wire.readSome(piece.data(), std::min(size, piece.size()), limits);
+}
+
 AnyMessage messageframe::receiveFrame(Wire& wire, std::uint32_t limit, ArrayMessage::ElementFactory elements,
                                       const WaitLimits& limits)
 {
-    Header header{};
+    constexpr auto kLastClass = static_cast<std::uint32_t>(MessageClass::HashMessageA);
+    Header header;
     wire.readAll(&header, sizeof header, limits); // of which nothing may have come: the wire is as it was
     try {
-        AnyMessage message;
-        message.messageClass = static_cast<MessageClass>(header.messageClass);
-        message.wide = makeWide(message.messageClass, elements);
-        message.narrow = makeNarrow(message.messageClass);
-        if (!message.wide && !message.narrow)
+        if (header.messageClass > kLastClass)
             raiseCode(ERROR_INVALID_DATA);
         if (header.length > limit)
             raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
-        const Body body(wire, header.length, limits);
-        if (message.wide)
-            load(*message.wide, body);
-        else
-            load(*message.narrow, body);
-        return message;
+        return loadMessage(header, Body(wire, header.length, limits), elements);
     } catch (...) {
         wire.close(); // nobody knows where the next frame begins
         throw;

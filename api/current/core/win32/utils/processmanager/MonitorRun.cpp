@@ -143,7 +143,7 @@ void MonitorRun::giveUpEvents() noexcept
 {
     m_eventState = ProcessEvents::State::kEnded;
     m_source = kMonitorSnapshots;
-    m_endedEarly.clear();
+    m_ends.clear();
     m_events->stop(0);
 }
 
@@ -152,13 +152,36 @@ void MonitorRun::take(const ProcessEvent& event)
     if (event.isStart)
         return takeStart(event);
     const auto known = m_known.find(event.id);
-    if (known == m_known.end()) { // its start comes later, or a snapshot has reported its end
-        std::erase_if(m_endedEarly, [&](const auto& each) { return each.second + kKeptFor < event.time; });
-        m_endedEarly[event.id] = event.time;
-    } else if (known->second.startTime <= event.time) { // else it was another process with that id
+    if (known != m_known.end() && event.time < known->second.startTime)
+        return; // another process had that id before
+    rememberEnd(event);
+    if (known != m_known.end()) {
         const auto ended = m_known.extract(known);
         post(kProcessEnded, event.id, ended.mapped(), event.time);
     }
+}
+
+/// The event of a start may come after that of the end, even if an earlier process with the id was still
+/// known.
+void MonitorRun::rememberEnd(const ProcessEvent& event)
+{
+    constexpr std::size_t kRoom = 64;
+    if (m_ends.size() >= m_endsRoom) {
+        std::erase_if(m_ends, [&](const auto& each) { return each.second + kKeptFor < event.time; });
+        m_endsRoom = 2 * m_ends.size() + kRoom;
+    }
+    unsigned long long& last = m_ends[event.id];
+    last = std::max(last, event.time);
+}
+
+/// Whether the process of this start has ended: an end at the same time may be that of the one before it.
+bool MonitorRun::hasEnded(const ProcessEvent& start, unsigned long long end)
+{
+    if (end < start.time)
+        return false;
+    const ProcessSnapshot snapshot;
+    const ProcessEntry* const entry = snapshot.find(start.id);
+    return entry == nullptr || entry->startTime > start.time;
 }
 
 void MonitorRun::takeStart(const ProcessEvent& event)
@@ -172,10 +195,9 @@ void MonitorRun::takeStart(const ProcessEvent& event)
     const Known process{event.time, false, event.parentId, event.session, event.name};
     m_known[event.id] = process;
     post(kProcessStarted, event.id, process, event.time);
-    const auto early = m_endedEarly.extract(event.id);
-    if (!early.empty() && early.mapped() >= event.time) {
+    if (const auto end = m_ends.find(event.id); end != m_ends.end() && hasEnded(event, end->second)) {
         m_known.erase(event.id);
-        post(kProcessEnded, event.id, process, early.mapped());
+        post(kProcessEnded, event.id, process, end->second);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
@@ -13,10 +14,9 @@ ProcessEnder::ProcessEnder(bool services)
         return;
     const RecordList<ServiceRecord> list = services::enumerate(0, SERVICE_ACTIVE);
     const utilitymemory::Owner memory = list.release();
-    const auto* const records = static_cast<const ServiceRecord*>(memory.get());
-    for (std::size_t i = 0; i < list.count(); ++i)
-        if (records[i].processId != 0)
-            m_services.push_back(records[i].processId);
+    for (const ServiceRecord& each : std::span(static_cast<const ServiceRecord*>(memory.get()), list.count()))
+        if (each.processId != 0)
+            m_services.push_back(each.processId);
 }
 
 bool ProcessEnder::holds(const ProcessEntry& entry) const noexcept

@@ -26,6 +26,8 @@ public:
     /// The name that it was created under; empty for one that was accepted.
     [[nodiscard]] const std::wstring& getName() const noexcept { return m_name; }
 
+    /// Raises 1 for a server, and for a client that a server has accepted.
+    void requireClient() const;
     void connect(WaitLimits limits);
     void listen(WaitLimits limits);
     [[nodiscard]] WirePtr accept(WaitLimits limits);

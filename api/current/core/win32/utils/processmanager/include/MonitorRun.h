@@ -46,10 +46,12 @@ private:
     void compare(const ProcessSnapshot& snapshot);
     void take(const ProcessEvent& event);
     void takeStart(const ProcessEvent& event);
+    void rememberEnd(const ProcessEvent& event);
     void post(unsigned long message, unsigned long id, const Known& process, unsigned long long time);
     [[nodiscard]] bool isStopped() const noexcept { return isCancelled(m_stop.get()); }
     [[nodiscard]] static bool isSame(const Known& known, const ProcessEntry& entry) noexcept;
     [[nodiscard]] static bool isAboutKnown(const ProcessEvent& event, const Known& known);
+    [[nodiscard]] static bool hasEnded(const ProcessEvent& start, unsigned long long end);
 
     std::wstring m_topicName;
     std::vector<std::wstring> m_patterns; // none: all
@@ -62,7 +64,8 @@ private:
     SharedPtr<ProcessEvents> m_events;
     ProcessEvents::State m_eventState = ProcessEvents::State::kAsking;
     std::map<unsigned long, Known> m_known;
-    std::map<unsigned long, unsigned long long> m_endedEarly; // when processes of unknown starts ended
+    std::map<unsigned long, unsigned long long> m_ends; // when the last process of an id ended
+    std::size_t m_endsRoom = 0;
     std::atomic<unsigned long> m_source;
     std::atomic<long> m_code{ERROR_SUCCESS};
 };

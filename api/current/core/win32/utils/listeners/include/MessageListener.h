@@ -1,0 +1,88 @@
+#pragma once
+
+#include <map>
+
+#include "core/win32/utils/communication/include/MessageTopic.h"
+#include "core/win32/utils/listeners/include/LinkProtocol.h"
+#include "core/win32/utils/listeners/include/ThreadGroup.h"
+#include "win32/communication/include/ListenerOptions.h"
+
+/// What the threads of a listener share: one that accepts clients, and one for each client. The operations
+/// raise bare codes.
+class ListenerService : public std::enable_shared_from_this<ListenerService>
+{
+public:
+    ListenerService(void* connection, void* topic, const ListenerOptions& options);
+    ListenerService(const ListenerService&) = delete;
+    ListenerService& operator=(const ListenerService&) = delete;
+    ~ListenerService() = default;
+
+    void start();
+    /// Disconnects all and waits for the threads.
+    void close() noexcept;
+    [[nodiscard]] ListenerState getState() noexcept;
+
+private:
+    class Client;
+    class Posting;
+    struct Known // a client by its own number, also between its connections
+    {
+        std::uint64_t lastNumber = 0;
+        std::uint64_t lastUse = 0;
+        bool isPosting = false;
+    };
+    struct Room // what waits in the topic
+    {
+        ReadWriteLock lock;
+        unsigned long long waiting = 0;
+    };
+
+    void acceptClients() noexcept;
+    void admit(const WirePtr& wire);
+    void leave(bool brokeRule) noexcept;
+    [[nodiscard]] bool isStopped() const noexcept;
+    [[nodiscard]] WaitLimits getLimits() const { return {m_options.timeout, m_stopEvent.get()}; }
+    [[nodiscard]] std::shared_ptr<void> takeRoom(std::uint32_t size);
+    Known& knownOf(std::uint64_t client);
+
+    const ListenerOptions m_options;
+    OpenedConnection m_connection;
+    SmartHandle<closeTopic> m_topic;
+    Win32Handle m_stopEvent = makeEvent();
+    std::shared_ptr<Room> m_room = std::make_shared<Room>();
+    ReadWriteLock m_lock; // guards what follows
+    std::map<std::uint64_t, Known> m_known;
+    std::uint64_t m_uses = 0;
+    ListenerState m_state;
+    ThreadGroup m_threads;
+};
+
+/// A listener: the owner of its service, which a handler that closes the listener may still be called by.
+class MessageListener
+{
+public:
+    static constexpr const char* kClassName = "MessageListener";
+
+    MessageListener(void* connection, void* topic, const ListenerOptions& options)
+        : m_service(std::make_shared<ListenerService>(connection, topic, options))
+    {
+        m_service->start();
+    }
+    MessageListener(const MessageListener&) = delete;
+    MessageListener& operator=(const MessageListener&) = delete;
+    ~MessageListener() { close(); }
+
+    void close() noexcept
+    {
+        if (!isProcessEnding())
+            m_service->close();
+    }
+    [[nodiscard]] ListenerState getState() noexcept { return m_service->getState(); }
+
+private:
+    std::shared_ptr<ListenerService> m_service;
+};
+using MessageListenerPtr = SharedPtr<MessageListener>;
+
+/// The table of all listeners.
+extern ObjectTable<MessageListenerPtr> messageListeners;
