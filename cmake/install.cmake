@@ -13,7 +13,7 @@ if(SYSMAINT_DEF)
     install(FILES ${SYSMAINT_DEF} ${SYSMAINT_LIB} DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endif()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${documents})
-install(DIRECTORY docs DESTINATION ${documents})
+install(DIRECTORY docs DESTINATION ${documents} PATTERN reference EXCLUDE) # that is what makes the reference
 
 install(EXPORT sysmaint NAMESPACE sysmaint:: FILE sysmaintTargets.cmake DESTINATION ${package})
 configure_package_config_file(cmake/package/sysmaintConfig.cmake.in package/sysmaintConfig.cmake

@@ -45,6 +45,7 @@ project package "$here/consumer" -DWAY=package -DCMAKE_PREFIX_PATH="$prefix"
 run "$work-package/consumer.exe"
 project c "$here/consumer/c" -DCMAKE_PREFIX_PATH="$prefix"
 run "$work-c/c_consumer.exe"
+configure msvc "$here/consumer/msvc" -DCMAKE_PREFIX_PATH="$prefix"
 read -ra flags < <(PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig pkg-config --cflags --libs sysmaint)
 mkdir -p "$work-pkgconfig"
 x86_64-w64-mingw32-gcc -std=c99 -pedantic -Wall -Wextra -Werror "-DVERSION=L\"$version\"" "$here/consumer/c/main.c" \

@@ -12,8 +12,8 @@
 //     }
 //
 // - Outputs are stored last, when nothing can fail any more.
-// - Families whose C++ functions have handles of their own pass these on (`opened`). What C++ callers own as
-//   an object gets a handle from a table of its kind (Handles).
+// - Every handle comes from a table of its kind (Handles), also those of families whose C++ functions have
+//   handles of their own: their objects are held by an `Opening`.
 // - A struct is read through `given`, and handed out with its size.
 // - A callback is called through `Callback`, which remembers the result that stopped the call.
 
@@ -25,6 +25,7 @@
 
 #include "c/sysmaint.h"
 #include "core/win32/utils/memory/include/UtilityMemory.h"
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/Undestroyed.h"
 #include "exports/Frames.h"
@@ -58,6 +59,13 @@ inline void requireArguments(bool given)
         raiseCode(ERROR_INVALID_PARAMETER);
 }
 
+/// Raises 1115 at the end of the process, when the threads that work on something are gone.
+inline void requireRunning()
+{
+    if (isProcessEnding())
+        raiseCode(ERROR_SHUTDOWN_IN_PROGRESS);
+}
+
 /// A copy of a caller's struct, with zeros for the fields that it does not have. Raises 87 for null, and for
 /// a size that no version of the struct had: `first` is that of the first version.
 template <class Struct>
@@ -84,26 +92,30 @@ void store(Struct* target, Struct source)
     std::memcpy(target, &source, source.size);
 }
 
-/// Stores what a function returned that leaves its code as the last error; raises that code.
-template <class Handle>
-void opened(Handle** handle, void* result)
+/// Calls a close function that returns 0 for a handle that is not open, and leaves a code as the last error
+/// when something else was wrong. Raises 6, or that code.
+template <class Close>
+void closed(Close&& close)
 {
-    if (result == INVALID_HANDLE_VALUE || result == nullptr)
-        raiseLastError();
-    *handle = static_cast<Handle*>(result);
-}
-
-/// Raises 6 unless what a close function returned says that the handle was open.
-inline void closed(int result)
-{
-    if (result == 0)
-        raiseCode(ERROR_INVALID_HANDLE);
+    SetLastError(ERROR_SUCCESS);
+    if (close() == 0)
+        raiseCode(lastError() != ERROR_SUCCESS ? lastError() : ERROR_INVALID_HANDLE);
 }
 
 /// A copy of a text for the caller.
 [[nodiscard]] inline wchar_t* copyText(std::wstring_view text)
 {
     return static_cast<wchar_t*>(utilitymemory::copyText(text).release());
+}
+
+/// Hands a copy of bytes to the caller.
+inline void storeBytes(const void* data, std::uint64_t length, void** bytes, std::uint64_t* size)
+{
+    utilitymemory::Owner copy = utilitymemory::allocate(length);
+    if (length != 0)
+        std::memcpy(copy.get(), data, length);
+    *bytes = copy.release();
+    *size = length;
 }
 
 /// A caller's function with its context; may be null. Remembers the result that stopped the call.
@@ -114,7 +126,7 @@ public:
     Callback(Function function, void* context) noexcept : m_function(function), m_context(context) {}
 
     explicit operator bool() const noexcept { return m_function != nullptr; }
-    /// Calls it outside the library. Raises a result other than 0; `raised` instead of it when given.
+    /// Calls it outside the library. Raises a result other than 0.
     template <class... Arguments>
     void operator()(Arguments... arguments)
     {
@@ -126,10 +138,15 @@ public:
     template <class... Arguments>
     bool call(Arguments... arguments)
     {
-        if (m_result == ERROR_SUCCESS) {
-            const OutsideLibrary outside;
+        const OutsideLibrary outside;
+        return callFromOutside(arguments...);
+    }
+    /// The same where the thread is outside the library already.
+    template <class... Arguments>
+    bool callFromOutside(Arguments... arguments)
+    {
+        if (m_result == ERROR_SUCCESS)
             m_result = m_function(m_context, arguments...);
-        }
         return m_result == ERROR_SUCCESS;
     }
     /// The code of the call that it may have stopped.
@@ -162,9 +179,17 @@ public:
     using Pointer = SharedPtr<Object>;
 
     /// Raises 8.
-    [[nodiscard]] Handle* add(const Pointer& object)
+    [[nodiscard]] Handle* add(const Pointer& object) { return replace(nullptr, object); }
+
+    /// Closes a handle, which may be closed already, and gives its slot to another object, in one step.
+    [[nodiscard]] Handle* replace(Handle* handle, Pointer object)
     {
-        const WriteLocker locker(m_lock);
+        const WriteLocker locker(m_lock); // `object` is let go of after unlocking
+        if (Slot* slot = findSlot(handle)) {
+            slot->object.swap(object);
+            slot->number = nextSerial() << kSlotBits | (slot->number & kNone);
+            return reinterpret_cast<Handle*>(slot->number);
+        }
         if (m_free == kNone) {
             if (m_slots.size() == kNone)
                 raiseCode(ERROR_NOT_ENOUGH_MEMORY);
@@ -174,7 +199,7 @@ public:
         const std::size_t index = m_free;
         Slot& slot = m_slots[index];
         m_free = slot.nextFree;
-        slot.object = object;
+        slot.object.swap(object);
         slot.number = nextSerial() << kSlotBits | index;
         return reinterpret_cast<Handle*>(slot.number);
     }
@@ -219,13 +244,19 @@ private:
         std::size_t nextFree = kNone;
     };
 
-    Slot& slotOf(Handle* handle)
+    Slot* findSlot(Handle* handle) noexcept
     {
         const auto number = reinterpret_cast<std::uint64_t>(handle);
         const std::size_t index = number & kNone;
-        if (number == 0 || index >= m_slots.size() || m_slots[index].number != number)
+        return number != 0 && index < m_slots.size() && m_slots[index].number == number ? &m_slots[index]
+                                                                                        : nullptr;
+    }
+    Slot& slotOf(Handle* handle)
+    {
+        Slot* const slot = findSlot(handle);
+        if (slot == nullptr)
             raiseCode(ERROR_INVALID_HANDLE);
-        return m_slots[index];
+        return *slot;
     }
 
     ReadWriteLock m_lock;
@@ -242,6 +273,42 @@ public:
 
 private:
     Undestroyed<Handles<Handle, Object>> m_handles;
+};
+
+/// One opening of an object that C++ callers reach by a number of its family's table, and the object itself.
+/// The number may be used again when it is closed; a handle of this interface is not.
+template <class Pointer, int (*CloseFn)(void*)>
+class Opening
+{
+public:
+    /// Takes over what the table has returned. Raises the last error when that is the invalid handle, and 6
+    /// or 487 when somebody has closed it meanwhile.
+    template <class Table>
+    Opening(Table& table, void* handle) : m_handle(handle)
+    {
+        if (handle == INVALID_HANDLE_VALUE)
+            raiseLastError();
+        requireSuccess(table.get(handle, m_object));
+    }
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+    ~Opening()
+    {
+        if (void* handle = m_handle.exchange(INVALID_HANDLE_VALUE); handle != INVALID_HANDLE_VALUE)
+            CloseFn(handle);
+    }
+
+    [[nodiscard]] auto& operator*() const noexcept { return *m_object; }
+    [[nodiscard]] auto* operator->() const noexcept { return m_object.get(); }
+    /// Closes it now, while other calls may use the object. Raises 6, or the code that the close left.
+    void close()
+    {
+        closed([&] { return CloseFn(m_handle.exchange(INVALID_HANDLE_VALUE)); });
+    }
+
+private:
+    std::atomic<void*> m_handle;
+    Pointer m_object;
 };
 
 /// A handle that a callback gets for the time that it runs. The callback may close it itself.
@@ -262,5 +329,25 @@ public:
 private:
     Handles<Handle, Object>& m_handles;
     Handle* m_handle;
+};
+
+/// The same for a callback that is called many times: each call's handle ends with the next call's.
+template <class Handle, class Object>
+class Lender
+{
+public:
+    explicit Lender(Handles<Handle, Object>& handles) noexcept : m_handles(handles) {}
+    Lender(const Lender&) = delete;
+    Lender& operator=(const Lender&) = delete;
+    ~Lender() { m_handles.removeIfOpen(m_handle); }
+
+    [[nodiscard]] Handle* lend(const SharedPtr<Object>& object)
+    {
+        return m_handle = m_handles.replace(m_handle, object);
+    }
+
+private:
+    Handles<Handle, Object>& m_handles;
+    Handle* m_handle = nullptr;
 };
 } // namespace cframes
