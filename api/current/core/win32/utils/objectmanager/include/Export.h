@@ -26,3 +26,10 @@
 #define SYSMAINT_C_BEGIN
 #define SYSMAINT_C_END
 #endif
+
+// The type of an enumeration's constants, which only C++ can state: `enum Name SYSMAINT_UNSIGNED_LONG`.
+#if defined(__cplusplus)
+#define SYSMAINT_UNSIGNED_LONG : unsigned long
+#else
+#define SYSMAINT_UNSIGNED_LONG
+#endif
