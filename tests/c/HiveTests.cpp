@@ -97,94 +97,83 @@ TEST_F(CHives, ACallbackStopsTheAnalysisAndMayCloseTheDefragmenter)
         {"reopened", [&] { return (opened = CreateRegistryDefragmenter(L"c")) != nullptr ? 0 : 1; }, 0},
         {"stopped", [&] { return analyze(stop); }, 1223},
         {"no event", [&] { return analyze(reinterpret_cast<HANDLE>(0x1234)); }, 6},
-        {"nobody to tell", [] { return sysmaint_hive_list(nullptr, nullptr); }, 87},
-        {"nobody", [&] { return sysmaint_hive_results(opened, nullptr, nullptr); }, 87},
-        {"null", [] { return sysmaint_hive_results(nullptr, &Told::tell, nullptr); }, 6},
-        {"null run", [] { return sysmaint_hive_analyze(nullptr, nullptr, nullptr, nullptr); }, 6},
     });
     CloseHandle(stop);
+    expectNulls("list", sysmaint_hive_list, &Told::tell, nullptr);
+    expectNulls("analyze", sysmaint_hive_analyze, opened, nullptr, nullptr, nullptr);
+    expectNulls("results", sysmaint_hive_results, opened, &Told::tell, nullptr);
 }
 
 TEST(COffline, SettingsAreAHiveWhoseKeysAreReadChangedAndSaved)
 {
     const Folder folder;
-    const std::wstring file = folder.at(L"settings.hiv");
+    const std::wstring file = folder.at(L"settings.hiv"), saved = folder.at(L"saved.hiv");
     void* const settings = CreateSettingsHive(file.c_str(), 0);
     EXPECT_EQ(SettingsHiveSetNumber32(settings, L"a\\b", L"number", 7), 0);
     EXPECT_EQ(SettingsHiveSave(settings), 0);
     EXPECT_NE(CloseSettingsHive(settings), 0);
 
-    sysmaint_offline_key* root = nullptr;
-    sysmaint_offline_key* key = nullptr;
-    ASSERT_EQ(sysmaint_offline_open(file.c_str(), L"", SYSMAINT_OFFLINE_ENGINE, &root), 0);
-    ASSERT_EQ(sysmaint_offline_open_below(root, L"a\\b", &key), 0);
+    sysmaint_offline_key *root = nullptr, *key = nullptr, *made = nullptr;
     std::uint32_t number = 0;
     std::uint64_t size = 0, subKeys = 9, values = 9, below = 9, time = 0;
     void* data = nullptr;
-    wchar_t* text = nullptr;
+    wchar_t *names = nullptr, *className = nullptr, *keys = nullptr;
     const wchar_t* path = nullptr;
     std::int32_t exists = 9;
-    EXPECT_EQ(sysmaint_offline_value_get(key, L"NUMBER", &number, &data, &size), 0);
-    EXPECT_EQ(number, static_cast<std::uint32_t>(REG_DWORD));
-    ASSERT_EQ(size, 4U);
-    EXPECT_EQ(*static_cast<const std::uint32_t*>(data), 7U);
-    utilsFreeMemory(data);
-    EXPECT_EQ(sysmaint_offline_value_set(key, L"more", REG_SZ, L"x", 4), 0);
-    EXPECT_EQ(sysmaint_offline_values(key, &text, &size), 0);
-    EXPECT_EQ(std::wstring(text, 13), std::wstring(L"number\0more\0", 12) + L'\0');
-    EXPECT_EQ(size, 2U);
-    utilsFreeMemory(text);
-    EXPECT_EQ(sysmaint_offline_sub_keys(root, &text, &size), 0);
-    EXPECT_STREQ(text, L"a");
-    utilsFreeMemory(text);
-    EXPECT_EQ(sysmaint_offline_counts(root, &subKeys, &values, &below), 0);
-    EXPECT_EQ(std::vector({subKeys, values, below}), (std::vector<std::uint64_t>{1, 0, 2}));
-    EXPECT_EQ(sysmaint_offline_path(key, &path), 0);
-    EXPECT_STREQ(path, L"a\\b");
-    EXPECT_EQ(sysmaint_offline_way(key, &number), 0);
-    EXPECT_EQ(number, SYSMAINT_OFFLINE_ENGINE);
-    EXPECT_EQ(sysmaint_offline_value_delete(key, L"number"), 0);
-    EXPECT_EQ(sysmaint_offline_value_exists(key, L"number", &exists), 0);
-    EXPECT_EQ(exists, 0);
-    EXPECT_EQ(sysmaint_offline_close(root), 0); // the hive stays with its other keys
-    EXPECT_EQ(sysmaint_offline_open_below(key, L"c", &root), 0);
-    std::swap(key, root);
-    EXPECT_EQ(sysmaint_offline_exists(key, &exists), 0);
-    EXPECT_EQ(exists, 0);
-    EXPECT_EQ(sysmaint_offline_create(key, L"class"), 0);
-    EXPECT_EQ(sysmaint_offline_information(key, &time, &text), 0);
-    EXPECT_STREQ(text, L"class");
-    EXPECT_NE(time, 0U);
-    utilsFreeMemory(text);
-    const std::wstring saved = folder.at(L"saved.hiv");
-    EXPECT_EQ(sysmaint_offline_save(key, saved.c_str()), 0);
-    EXPECT_EQ(sysmaint_offline_close(root), 0);
     expectCodes({
-        {"damaged", [&] { return sysmaint_offline_open(folder.file(L"x", 9).c_str(), L"", 0, &root); }, 1009},
-        {"way", [&] { return sysmaint_offline_open(nullptr, L"", 3, &root); }, 87},
-        {"no path", [&] { return sysmaint_offline_open(nullptr, nullptr, 2, &root); }, 87},
-        {"no key", [] { return sysmaint_offline_open(nullptr, L"", 2, nullptr); }, 87},
-        {"name", [&] { return sysmaint_offline_open(nullptr, L"\\a", 2, &root); }, 123},
-        {"below", [&] { return sysmaint_offline_open_below(key, nullptr, &root); }, 87},
-        {"below what", [&] { return sysmaint_offline_open_below(key, L"", nullptr); }, 87},
-        {"path", [&] { return sysmaint_offline_path(key, nullptr); }, 87},
-        {"no way", [&] { return sysmaint_offline_way(key, nullptr); }, 87},
-        {"exists", [&] { return sysmaint_offline_exists(key, nullptr); }, 87},
-        {"counts", [&] { return sysmaint_offline_counts(key, &size, nullptr, &size); }, 87},
-        {"missing", [&] { return sysmaint_offline_value_get(key, L"v", &number, &data, &size); }, 2},
-        {"get", [&] { return sysmaint_offline_value_get(key, L"v", &number, nullptr, &size); }, 87},
-        {"set", [&] { return sysmaint_offline_value_set(key, nullptr, 1, L"", 2); }, 87},
-        {"set what", [&] { return sysmaint_offline_value_set(key, L"v", 1, nullptr, 2); }, 87},
-        {"save", [&] { return sysmaint_offline_save(key, saved.c_str()); }, 183},
-        {"delete", [&] { return sysmaint_offline_delete(key); }, 0},
-        {"deleted", [&] { return sysmaint_offline_sub_keys(key, &text, &size); }, 2},
-        {"closed", [&] { return sysmaint_offline_exists(root, &exists); }, 6},
-        {"close", [&] { return sysmaint_offline_close(key); }, 0},
-        {"stale", [&] { return sysmaint_offline_close(key); }, 6},
+        {"open", [&] { return sysmaint_offline_open(file.c_str(), L"", 2, &root); }, 0},
+        {"below", [&] { return sysmaint_offline_open_below(root, L"a\\b", &key); }, 0},
+        {"get", [&] { return sysmaint_offline_value_get(key, L"NUMBER", &number, &data, &size); }, 0},
+        {"set", [&] { return sysmaint_offline_value_set(key, L"x", REG_SZ, L"x", 4); }, 0},
+        {"delete", [&] { return sysmaint_offline_value_delete(key, L"number"); }, 0},
+        {"values", [&] { return sysmaint_offline_values(key, &names, &size); }, 0},
+        {"sub-keys", [&] { return sysmaint_offline_sub_keys(root, &keys, &size); }, 0},
+        {"counts", [&] { return sysmaint_offline_counts(root, &subKeys, &values, &below); }, 0},
+        {"path", [&] { return sysmaint_offline_path(key, &path); }, 0},
+        {"another", [&] { return sysmaint_offline_open_below(key, L"c", &made); }, 0},
+        {"missing", [&] { return sysmaint_offline_delete(made); }, 2},
+        {"create", [&] { return sysmaint_offline_create(made, L"class"); }, 0},
+        {"about", [&] { return sysmaint_offline_information(made, &time, &className); }, 0},
+        {"close", [&] { return sysmaint_offline_close(root); }, 0},
+        {"closed", [&] { return sysmaint_offline_close(root); }, 6},
         {"strange", [] { return sysmaint_offline_delete(strange<sysmaint_offline_key>()); }, 6},
-        {"saved", [&] { return sysmaint_offline_open(saved.c_str(), L"a\\b\\c", 0, &root); }, 0},
+        {"save", [&] { return sysmaint_offline_save(key, saved.c_str()); }, 0}, // the hive is still there
+        {"again", [&] { return sysmaint_offline_save(key, saved.c_str()); }, 183},
+        {"no hive", [&] { return sysmaint_offline_open(folder.file(L"x", 9).c_str(), L"", 0, &root); }, 1009},
+        {"way", [&] { return sysmaint_offline_open(nullptr, L"", 3, &root); }, 87},
+        {"name", [&] { return sysmaint_offline_open(nullptr, L"\\a", 2, &root); }, 123},
+        {"saved", [&] { return sysmaint_offline_open(saved.c_str(), L"a\\b\\c", 2, &root); }, 0},
         {"is there", [&] { return sysmaint_offline_exists(root, &exists); }, 0},
-        {"end", [&] { return sysmaint_offline_close(root); }, 0},
     });
     EXPECT_EQ(exists, 1);
+    EXPECT_EQ(*static_cast<const std::uint32_t*>(data), 7U);
+    EXPECT_EQ(number, static_cast<std::uint32_t>(REG_DWORD));
+    EXPECT_EQ(std::wstring(names, 3), std::wstring(L"x\0", 3));
+    EXPECT_EQ(std::vector({std::wstring(keys), std::wstring(path), std::wstring(className)}),
+              (Lines{L"a", L"a\\b", L"class"}));
+    EXPECT_EQ(std::vector({size, subKeys, values, below}), (std::vector<std::uint64_t>{1, 1, 0, 2}));
+    EXPECT_NE(time, 0U);
+    EXPECT_EQ(sysmaint_offline_value_exists(key, L"number", &exists), 0);
+    EXPECT_EQ(exists, 0);
+    EXPECT_EQ(sysmaint_offline_way(key, &number), 0);
+    EXPECT_EQ(number, SYSMAINT_OFFLINE_ENGINE);
+    for (void* memory : std::initializer_list<void*>{data, names, keys, className})
+        utilsFreeMemory(memory);
+
+    expectNulls("open", sysmaint_offline_open, nullptr, L"", 2, &root);
+    expectNulls("below", sysmaint_offline_open_below, key, L"", &root);
+    expectNulls("path", sysmaint_offline_path, key, &path);
+    expectNulls("way", sysmaint_offline_way, key, &number);
+    expectNulls("exists", sysmaint_offline_exists, key, &exists);
+    expectNulls("about", sysmaint_offline_information, key, &time, &names);
+    expectNulls("counts", sysmaint_offline_counts, key, &size, &size, &size);
+    expectNulls("sub-keys", sysmaint_offline_sub_keys, key, &names, &size);
+    expectNulls("values", sysmaint_offline_values, key, &names, &size);
+    expectNulls("value", sysmaint_offline_value_exists, key, L"x", &exists);
+    expectNulls("get", sysmaint_offline_value_get, key, L"x", &number, &data, &size);
+    expectNulls("set", sysmaint_offline_value_set, key, L"x", 1, L"", 2);
+    expectNulls("delete", sysmaint_offline_value_delete, key, L"x");
+    expectNulls("save", sysmaint_offline_save, key, L"x");
+    for (sysmaint_offline_key* each : {root, key, made})
+        EXPECT_EQ(sysmaint_offline_close(each), 0);
 }

@@ -48,6 +48,9 @@ TEST(CProcess, IsFoundHeldAndEnded)
     ASSERT_EQ(sysmaint_process_create(entry, L"c child", &process), 0);
     ASSERT_EQ(sysmaint_process_open(L"c child", &same), 0);
     EXPECT_EQ(same, process);
+    ProcessDetails* details = nullptr; // in C an entry and what follows it
+    EXPECT_EQ(ProcessGetDetails(process, &details), 0);
+    EXPECT_EQ(reinterpret_cast<char*>(&details->hasParent), reinterpret_cast<char*>(details) + sizeof *entry);
     ASSERT_EQ(sysmaint_thread_create(&threads[0], &thread), 0);
     EXPECT_EQ(ThreadIsRunning(thread, &is), 0);
     EXPECT_EQ(is, 1);
@@ -57,17 +60,15 @@ TEST(CProcess, IsFoundHeldAndEnded)
     EXPECT_EQ(is, 1);
     void* none = &none;
     expectCodes({
-        {"no entry", [&] { return sysmaint_process_create(nullptr, nullptr, &none); }, 87},
-        {"no handle", [&] { return sysmaint_process_create(entry, nullptr, nullptr); }, 87},
         {"another's name", [&] { return sysmaint_process_create(entry, L"1@2", &none); }, 87},
-        {"no name", [&] { return sysmaint_process_open(nullptr, &none); }, 87},
         {"unknown", [&] { return sysmaint_process_open(L"c stranger", &none); }, 1168},
-        {"no thread", [&] { return sysmaint_thread_create(nullptr, &none); }, 87},
-        {"whose thread", [&] { return sysmaint_thread_open(nullptr, &none); }, 87},
         {"unknown thread", [&] { return sysmaint_thread_open(L"c stranger", &none); }, 1168},
-        {"no module", [&] { return sysmaint_module_create(nullptr, &none); }, 87},
-        {"module", [&] { return sysmaint_module_create(&modules[0], nullptr); }, 87},
     });
+    expectNulls("create", sysmaint_process_create, entry, nullptr, &none);
+    expectNulls("open", sysmaint_process_open, L"c child", &none);
+    expectNulls("thread", sysmaint_thread_create, &threads[0], &none);
+    expectNulls("open thread", sysmaint_thread_open, L"c child", &none);
+    expectNulls("module", sysmaint_module_create, &modules[0], &none);
     EXPECT_EQ(none, static_cast<void*>(&none));
     EXPECT_EQ(ProcessEnd(process, 0, kLong), 0);
     EXPECT_EQ(ProcessIsRunning(same, &is), 0);
@@ -77,7 +78,7 @@ TEST(CProcess, IsFoundHeldAndEnded)
     EXPECT_NE(CloseThread(thread), 0);
     EXPECT_NE(CloseModule(module), 0);
     EXPECT_NE(CloseProcessManager(), 0);
-    for (void* memory : std::initializer_list<void*>{entry, threads, modules})
+    for (void* memory : std::initializer_list<void*>{entry, details, threads, modules})
         utilsFreeMemory(memory);
 }
 
@@ -97,15 +98,14 @@ TEST(CRestore, TellsItsNumberAndRunsTheToolForSnapshots)
     };
     expectCodes({
         {"number", [&] { return sysmaint_restore_point_number(manager, &number); }, 0},
-        {"no number", [&] { return sysmaint_restore_point_number(manager, nullptr); }, 87},
-        {"no manager", [&] { return sysmaint_restore_point_number(nullptr, &number); }, 6},
         {"mode", [&] { return restore(4, tool.c_str()); }, 87},
         {"time", [&] { return restore(SYSMAINT_SNAPSHOT_TIME, tool.c_str()); }, 87},
         {"named", [&] { return restore(SYSMAINT_SNAPSHOT_NAMED, tool.c_str()); }, 87},
-        {"no tool", [&] { return restore(SYSMAINT_SNAPSHOT_CURRENT, nullptr); }, 87},
-        {"no name", [&] { return snapshot(nullptr); }, 87},
         {"refused", [&] { return snapshot(L"a\" /r"); }, 31},
     });
+    expectNulls("number", sysmaint_restore_point_number, manager, &number);
+    expectNulls("create", sysmaint_snapshot_create, L"x", L"x", nullptr, nullptr, nullptr);
+    expectNulls("restore", sysmaint_snapshot_restore, 0, L"x", nullptr, nullptr, nullptr, nullptr);
     EXPECT_EQ(number, 0);
     EXPECT_FALSE(Folder::isThere(record)) << "the tool ran";
     const auto ran = [&] {
@@ -166,11 +166,7 @@ TEST_F(CConnection, CarriesMessagesAsBytesAndRefusesWhatIsNone)
         {"kind", [&] { return send(6, sizeof sent); }, 13},
         {"too few", [&] { return send(SYSMAINT_MESSAGE_PLAIN, sizeof sent - 1); }, 13},
         {"another kind", [&] { return send(SYSMAINT_MESSAGE_PARAMETERS, sizeof sent); }, 13},
-        {"nothing", [&] { return sysmaint_connection_send(client, 0, nullptr, 0, kLong, nullptr); }, 87},
-        {"no handle", [&] { return sysmaint_connection_send(nullptr, 0, &sent, 12, kLong, nullptr); }, 6},
         {"a server", [&] { return sysmaint_connection_send(server, 0, &sent, 12, kLong, nullptr); }, 2250},
-        {"no size", [&] { return sysmaint_connection_receive(accepted, 0, nullptr, &kind, &bytes, nullptr); },
-         87},
         {"too early", [&] { return sysmaint_connection_receive(accepted, 0, nullptr, &kind, &bytes, &size); },
          258},
         {"a message", [&] { return send(SYSMAINT_MESSAGE_PLAIN, sizeof sent); }, 0},
@@ -178,10 +174,13 @@ TEST_F(CConnection, CarriesMessagesAsBytesAndRefusesWhatIsNone)
          [&] { return sysmaint_connection_receive(accepted, kLong, nullptr, &kind, &bytes, &size); }, 0},
         {"role", [&] { return sysmaint_connection_pipe(L"c", 2, &server); }, 87},
         {"pipe's name", [&] { return sysmaint_connection_pipe(L"a/b", 0, &server); }, 87},
-        {"no pipe", [&] { return sysmaint_connection_pipe(L"c", 0, nullptr); }, 87},
         {"port", [&] { return sysmaint_connection_socket(L"c", 0, L"localhost", 65536, &server); }, 87},
-        {"no host", [&] { return sysmaint_connection_socket(L"c", 0, nullptr, 1, &server); }, 87},
     });
+    void* none = nullptr;
+    expectNulls("send", sysmaint_connection_send, client, 0, sent.data(), sizeof sent, 0, nullptr);
+    expectNulls("receive", sysmaint_connection_receive, accepted, 0, nullptr, &kind, &bytes, &size);
+    expectNulls("pipe", sysmaint_connection_pipe, L"c", 0, &none);
+    expectNulls("socket", sysmaint_connection_socket, L"c", 0, L"localhost", 1, &none);
     EXPECT_EQ(kind, SYSMAINT_MESSAGE_PLAIN);
     ASSERT_EQ(size, sizeof sent);
     EXPECT_EQ(std::memcmp(bytes, sent.data(), size), 0);

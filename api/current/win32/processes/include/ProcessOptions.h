@@ -19,11 +19,7 @@ enum SessionRunOption SYSMAINT_UNSIGNED_LONG
 };
 
 /// All processes, instead of the id of one.
-#if defined(__cplusplus)
-inline constexpr unsigned long kAllProcesses = 0xFFFFFFFF;
-#else
-#define kAllProcesses 0xFFFFFFFFul
-#endif
+static const unsigned long kAllProcesses = 0xFFFFFFFF;
 
 /// The message ids of the process monitor.
 enum ProcessMessage SYSMAINT_UNSIGNED_LONG
