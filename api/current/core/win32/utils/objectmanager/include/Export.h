@@ -29,7 +29,7 @@
 
 // The type of an enumeration's constants, which only C++ can state, from C++11 on: `enum Name
 // SYSMAINT_UNSIGNED_LONG`.
-#if defined(__cplusplus) && (__cplusplus >= 201103L || defined(_MSC_VER))
+#if defined(__cplusplus) && __cplusplus >= 201103L
 #define SYSMAINT_UNSIGNED_LONG : unsigned long
 #else
 #define SYSMAINT_UNSIGNED_LONG
