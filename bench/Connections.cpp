@@ -1,11 +1,13 @@
 #include <windows.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Bench.h"
+#include "FreeTableLock.h"
 #include "core/win32/utils/connections/api.h"
 
 namespace {
@@ -14,9 +16,11 @@ namespace {
 class Pipes
 {
 public:
-    Pipes(std::size_t size, long rounds, bool answers) : m_rounds(rounds), m_answers(answers), m_data(size)
+    Pipes(std::size_t size, long rounds, bool answers, bool locked)
+        : m_rounds(rounds), m_answers(answers), m_locked(locked), m_data(size)
     {
-        const std::wstring name = L"sysmaint bench " + std::to_wstring(size); // each row has its own
+        const std::wstring name =
+            L"sysmaint bench " + std::to_wstring(size) + (locked ? L"" : L" free"); // each row has its own
         m_server = CreatePipeConnection((name + L"\\server").c_str(), ConnectionRole::Server);
         m_client = CreatePipeConnection((name + L"\\client").c_str(), ConnectionRole::Client);
         require(ConnectionListen(m_server, 0, nullptr) == ERROR_SUCCESS &&
@@ -37,13 +41,16 @@ public:
     {
         for (void* connection : {m_accepted, m_client, m_server})
             CloseConnection(connection);
-        for (const HANDLE handle : {m_bareServer, m_bareClient, m_serverEvent, m_clientEvent})
+        for (const HANDLE handle : {m_bareServer, m_bareClient, m_serverEvent, m_clientEvent, m_done})
             CloseHandle(handle);
     }
 
     void ours()
     {
-        run([&](bool writes, bool first, void* data, std::size_t size) {
+        std::optional<FreeTableLock> free;
+        if (!m_locked)
+            free.emplace();
+        run(free, [&](bool writes, bool first, void* data, std::size_t size) {
             void* end = first ? m_client : m_accepted;
             const long code = writes ? ConnectionWrite(end, data, size, INFINITE, nullptr)
                                      : ConnectionReadAll(end, data, size, INFINITE, nullptr);
@@ -52,7 +59,8 @@ public:
     }
     void bare()
     {
-        run([&](bool writes, bool first, void* data, std::size_t size) {
+        std::optional<FreeTableLock> none;
+        run(none, [&](bool writes, bool first, void* data, std::size_t size) {
             const HANDLE end = first ? m_bareClient : m_bareServer;
             const HANDLE event = first ? m_clientEvent : m_serverEvent;
             for (std::size_t done = 0; done < size;) {
@@ -72,7 +80,7 @@ public:
 
 private:
     template <class Transfer>
-    void run(Transfer&& transfer)
+    void run(std::optional<FreeTableLock>& free, Transfer&& transfer)
     {
         std::thread other([&] {
             std::vector<char> data(m_data.size());
@@ -81,17 +89,21 @@ private:
                 if (m_answers)
                     transfer(true, false, data.data(), data.size());
             }
+            SetEvent(m_done);
         });
         for (long i = 0; i < m_rounds; ++i) {
             transfer(true, true, m_data.data(), m_data.size());
             if (m_answers)
                 transfer(false, true, m_data.data(), m_data.size());
         }
+        WaitForSingleObjectEx(m_done, INFINITE, FALSE); // not the call that is free meanwhile
+        free.reset();
         other.join();
     }
 
     long m_rounds;
     bool m_answers;
+    bool m_locked;
     std::vector<char> m_data;
     void* m_server = nullptr;
     void* m_client = nullptr;
@@ -100,12 +112,13 @@ private:
     HANDLE m_bareClient = INVALID_HANDLE_VALUE;
     HANDLE m_serverEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HANDLE m_clientEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE m_done = CreateEventW(nullptr, FALSE, FALSE, nullptr);
 };
 
-BenchRow pipeRow(const char* name, std::size_t size, long rounds, bool answers)
+BenchRow pipeRow(const std::string& name, std::size_t size, long rounds, bool answers, bool locked)
 {
     const auto pipes = std::make_shared<std::unique_ptr<Pipes>>();
-    return {name,
+    return {name + (locked ? "" : ", the table's lock free"),
             "bare overlapped calls",
             0.9,
             static_cast<double>(rounds),
@@ -113,7 +126,7 @@ BenchRow pipeRow(const char* name, std::size_t size, long rounds, bool answers)
             [=] { (*pipes)->bare(); },
             [=] {
                 if (!*pipes)
-                    *pipes = std::make_unique<Pipes>(size, rounds, answers);
+                    *pipes = std::make_unique<Pipes>(size, rounds, answers, locked);
             }};
 }
 } // namespace
@@ -121,8 +134,10 @@ BenchRow pipeRow(const char* name, std::size_t size, long rounds, bool answers)
 BenchRows connectionRows(BenchScale scale)
 {
     BenchRows rows;
-    rows.timed.push_back(pipeRow("pipe, 64 bytes and back", 64, scale(5000), true));
-    rows.timed.push_back(pipeRow("pipe, 64 KiB", 64U << 10U, scale(5000), false));
-    rows.timed.push_back(pipeRow("pipe, 1 MiB", 1U << 20U, scale(500), false));
+    for (const bool locked : {true, false}) {
+        rows.timed.push_back(pipeRow("pipe, 64 bytes and back", 64, scale(5000), true, locked));
+        rows.timed.push_back(pipeRow("pipe, 64 KiB", 64U << 10U, scale(5000), false, locked));
+        rows.timed.push_back(pipeRow("pipe, 1 MiB", 1U << 20U, scale(500), false, locked));
+    }
     return rows;
 }

@@ -16,6 +16,6 @@ else()
         target_compile_options(sysmaint_settings INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
     endif()
 endif()
-if(PROJECT_IS_TOP_LEVEL) # another compiler's new warning does not stop somebody else's build
+if(SYSMAINT_WARNINGS_AS_ERRORS) # another compiler's new warning does not stop somebody else's build
     target_compile_options(sysmaint_settings INTERFACE $<IF:$<CXX_COMPILER_ID:MSVC>,/WX,-Werror>)
 endif()

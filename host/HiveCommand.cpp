@@ -184,8 +184,7 @@ long showKey(const IOfflineRegistryKey& key, Shown& shown, std::vector<std::wstr
         if (code = showValue(key, name, shown); code != ERROR_SUCCESS)
             return code;
     for (const wchar_t* name = keys.get(); *name != L'\0'; name += std::wcslen(name) + 1)
-        if (std::wstring_view(name).find(L'\\') == std::wstring_view::npos) // not the path of another one
-            below.emplace_back(name);
+        below.emplace_back(name);
     shown.miss(path, L"values", allValues - listedValues);
     shown.miss(path, L"sub-keys", allKeys - below.size());
     return ERROR_SUCCESS;
@@ -483,7 +482,8 @@ const wchar_t* kindName(unsigned long kind)
                                          L"value's data",
                                          L"class name",
                                          L"security descriptor",
-                                         L"wrong count"};
+                                         L"wrong count",
+                                         L"wrong parent"};
     return kind < std::size(kNames) ? kNames[kind] : L"something";
 }
 

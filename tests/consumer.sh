@@ -1,8 +1,64 @@
 #!/usr/bin/env bash
-# Another project includes the library with add_subdirectory: tests/consumer.sh TOOLCHAIN FOLDER Its own
-# source is compiled as far as that goes without the library's.
+# The library inside other projects, each configured, built and run: installed, found by CMake and by pkg-config, from
+# C++ and C; and from its sources, by add_subdirectory and by FetchContent.
+#   tests/consumer.sh BUILD TOOLCHAIN RUNNER FOLDER
+# BUILD is a build of the library. FOLDER lies beside it: there ccache has what the products compiled.
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-cmake --fresh -G Ninja -S "$here/consumer" -B "$2" -DSYSMAINT="$here/.." -DSYSMAINT_TESTS=ON \
-    -DCMAKE_TOOLCHAIN_FILE="$1" >/dev/null
-ninja -C "$2" CMakeFiles/consumer.dir/main.cpp.obj
+build=$1 toolchain=$2 runner=$3 work=$4
+version=$(sed -n 's/^project(sysmaint VERSION \([0-9.]*\).*/\1/p' "$here/../CMakeLists.txt")
+prefix=$work/prefix
+rm -rf "$prefix" "$work"-*
+mkdir -p "$prefix"
+if [ -z "${CMAKE_CXX_COMPILER_LAUNCHER:-}" ] && command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=locale,time_macros
+    CCACHE_BASEDIR=$(cd "$here/.." && pwd)
+    export CCACHE_BASEDIR
+fi
+# configure NAME SOURCE ARGUMENT...
+configure() {
+    local name=$1 source=$2
+    shift 2
+    cmake -G Ninja -S "$source" -B "$work-$name" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \
+        -DVERSION="$version" -DSYSMAINT="$here/.." --no-warn-unused-cli "$@" >"$work-$name.log"
+}
+project() {
+    configure "$@"
+    cmake --build "$work-$1" -j 2 >>"$work-$1.log" || { cat "$work-$1.log"; return 1; }
+}
+run() { (cd "$(dirname "$1")" && WINEPATH="Z:${prefix//\//\\}\\bin" "$runner" "$1") || { echo "$1: $?"; return 1; }; }
+
+# What is installed, and the zip, which has the same files.
+cmake --install "$build" --prefix "$prefix" >/dev/null
+(cd "$work" && cpack --config "$build/CPackConfig.cmake" >/dev/null)
+zip=sysmaint-$version-win64
+diff <(cd "$prefix" && find . -type f | sed "s,^\.,$zip," | LC_ALL=C sort) \
+    <(cmake -E tar tf "$work/$zip.zip" | grep -v '/$' | LC_ALL=C sort)
+for file in bin/sysmaint.{dll,exe} bin/sysmaint-boot.exe lib/libsysmaint.dll.a lib/sysmaint.{lib,def} \
+    include/sysmaint/c/sysmaint.h share/doc/sysmaint/{README.md,LICENSE,docs/guide/README.md}; do
+    [ -s "$prefix/$file" ] || { echo "$file is not installed"; exit 1; }
+done
+find "$prefix/include" -name '*.cpp' | grep . && { echo 'sources are installed'; exit 1; }
+"$runner" "$prefix/bin/sysmaint.exe" --version | grep -F "sysmaint $version" >/dev/null
+
+project package "$here/consumer" -DWAY=package -DCMAKE_PREFIX_PATH="$prefix"
+run "$work-package/consumer.exe"
+project c "$here/consumer/c" -DCMAKE_PREFIX_PATH="$prefix"
+run "$work-c/c_consumer.exe"
+read -ra flags < <(PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig pkg-config --cflags --libs sysmaint)
+mkdir -p "$work-pkgconfig"
+x86_64-w64-mingw32-gcc -std=c99 -pedantic -Wall -Wextra -Werror "-DVERSION=L\"$version\"" "$here/consumer/c/main.c" \
+    -o "$work-pkgconfig/consumer.exe" "${flags[@]}"
+run "$work-pkgconfig/consumer.exe"
+
+# From the sources, with the flags of the products, so that ccache has the library; without being asked for, no warning
+# of the library's stops a build.
+configure subdirectory "$here/consumer" -DWAY=subdirectory -DSYSMAINT_TESTS=ON
+grep -e -Werror "$work-subdirectory/compile_commands.json" && { echo 'warnings stop the build of users'; exit 1; }
+for way in subdirectory fetch; do
+    project $way "$here/consumer" -DWAY=$way -DSYSMAINT_WARNINGS_AS_ERRORS=ON
+    run "$work-$way/consumer.exe"
+done
+compiled=$(grep '"command".*consumer/main.cpp' "$work-subdirectory/compile_commands.json")
+sed 's, -DNDEBUG,,' <<<"$compiled" | grep -e ' -W' -e ' -D' && { echo 'flags leak'; exit 1; }
+exit 0

@@ -34,18 +34,7 @@ printf x >"$tree/keep.tmp"
 folder=$(windows_path "$tree")
 
 # A lookup: a server of another language that answers each hash with its first byte.
-python3 -u - >"$work/port" <<'EOF' &
-import socket, struct
-listener = socket.create_server(('127.0.0.1', 0))
-print(listener.getsockname()[1])
-while True:
-    connection = listener.accept()[0]
-    with connection, connection.makefile('rwb') as stream:
-        header = stream.read(9)
-        if len(header) == 9:
-            hashes = stream.read(20 * header[5])
-            stream.write(header[1:6] + hashes[::20])
-EOF
+python3 -u "$here/support/lookup_server" >"$work/port" &
 lookup_server=$!
 until [ -s "$work/port" ]; do sleep 0.1; done
 server=127.0.0.1:$(cat "$work/port")
@@ -58,6 +47,21 @@ run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
 run 2 lookup "$folder" && says err 'which server?'
 run 2 lookup --server h && says err 'which file or folder?'
 for server in h:0 h:65536 h:x '[::1]:' ''; do run 2 lookup "$folder" --server "$server"; done
+
+# Messages between two shells: a listener that answers, texts from the command line and from a pipe.
+"$runner" "$host" topic listen 'sysmaint host' --count 4 --reply 'got "it"' >"$work/heard" 2>/dev/null </dev/null &
+listener=$!
+run 0 topic send 'sysmaint host' 'größe €' two --timeout 60 && says out 'got "it"'
+printf 'three\r\nfour\n' | "$runner" "$host" topic send 'sysmaint host' --json >"$work/out" || fail "topic send from a pipe"
+says out '{"text":"got \"it\""}'
+wait "$listener" || fail "topic listen: $?"
+printf 'größe €\ntwo\nthree\nfour\n' | diff - <(tr -d '\r' <"$work/heard") || fail 'topic listen: other texts'
+run 1 topic send 'sysmaint host' text && says err 'topic: text: ' && says err '(2)'
+run 2 topic && says err 'listen or send?'
+run 2 topic send && says err 'which name?'
+run 2 topic listen 'a\b' && says err 'no backslash'
+run 2 topic listen a --timeout 1 && says err 'listen takes'
+run 2 topic send a text --count 1 && says err 'send takes'
 # FTP: folders on servers of another language.
 mkfifo "$work/lifeline"
 "$here/support/ftp_servers" real - <"$work/lifeline" >"$work/ftp" &
@@ -112,6 +116,21 @@ LC_ALL=C sed -i 's/Qx/Q\x00/' "$hive"
 run 1 hive show "$hive_path" && says out 'vb  REG_DWORD' && says err '1 sub-keys cannot be shown'
 run 1 hive show "$hive_path" hidden --json && says out '"what":"sub-keys","count":1,"code":123'
 run 0 hive delete "$hive_path" hidden --yes && says err '2 keys below it, also 1 sub-keys'
+cp "$hive" "$work/odd" # with a path, and a name that looks like it
+odd_path=$(windows_path "$work/odd")
+run 0 hive set "$odd_path" 'one\two' v path
+run 0 hive set "$odd_path" 'one~two\deep' v name
+LC_ALL=C sed -i 's/one~two/one\\two/' "$work/odd"
+run 0 hive compact "$odd_path" "$(windows_path "$work/odd2")"
+run 0 hive salvage "$odd_path" "$(windows_path "$work/odd3")" && says err '0 places'
+for name in odd odd2 odd3; do
+    odd_path=$(windows_path "$work/$name")
+    run 1 hive show "$odd_path" && says out '"path"' && says err '1 sub-keys cannot be shown' && ! grep -q deep "$work/out" ||
+        fail "a key that no path names: $(cat "$work/out")"
+    run 0 hive get "$odd_path" 'one\two' v && says out '"path"'
+    run 1 hive get "$odd_path" 'one\two\deep' v
+done
+run 1 hive compact "$hive_path" NUL && says err '(161)'
 cp "$hive" "$work/before"
 cp "$here/../README.md" "$work/taken"
 run 1 hive set "$(windows_path "$work/taken")" b other x --yes && says err '(1009)'

@@ -8,4 +8,8 @@ for ending in Fails IsSkipped Crashes Throws Aborts Exits ExitsBeforeTheReport C
     run "$1" "$2" "$ending" && { echo "$ending: taken for passed"; failed=1; }
 done
 run "$1" "$2" Passes --gtest_filter=NoSuchTest && { echo 'no test at all: taken for passed'; failed=1; }
+outside=/usr/sysmaint-outside
+run "$1" cmd /c "echo x > Z:${outside//\//\\}"
+[ ! -e "$outside" ] || { echo "a program wrote $outside"; rm "$outside"; failed=1; }
+run "$1" cmd /c "echo x > Z:\\tmp\\sysmaint-inside" && rm /tmp/sysmaint-inside || { echo 'no program can write'; failed=1; }
 exit "$failed"

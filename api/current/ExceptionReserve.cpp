@@ -17,8 +17,18 @@ std::atomic<DWORD> refusedThread{0}; // its next allocation fails
 extern "C" void* __real_malloc(std::size_t size); // NOLINT(bugprone-reserved-identifier)
 extern "C" void* __wrap_malloc(std::size_t size)  // NOLINT(bugprone-reserved-identifier)
 {
-    if (refusedThread.load(std::memory_order_relaxed) == 0 || refusedThread != GetCurrentThreadId())
+    if (refusedThread.load(std::memory_order_relaxed) == 0 || refusedThread != GetCurrentThreadId()) {
+#ifdef __clang__
+        // lld leads the name of the real one back to this function, because malloc is imported. Reallocating
+        // nothing allocates as well; the empty instruction hides the null, or the compiler would call malloc
+        // again.
+        void* nothing = nullptr;
+        asm("" : "+r"(nothing));
+        return std::realloc(nothing, size);
+#else
         return __real_malloc(size);
+#endif
+    }
     refusedThread = 0;
     return nullptr;
 }

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "core/win32/registry/api.h"
+#include "core/win32/utils/ftp/api.h"
 #include "core/win32/utils/logger/api.h"
 #include "core/win32/utils/restoremanager/api.h"
 #include "core/win32/utils/strings/api.h"
@@ -46,6 +47,7 @@ HashMessageW hash(kName, 1U);
 DataMessage data(kName, 1U);
 ArrayMessage array(kName, 1U);
 MessageW plain(kName, 1U);
+const TestEvent signalled;
 const wchar_t* text = nullptr;
 wchar_t token[4];
 int flag = 0;
@@ -57,14 +59,14 @@ long workCode = 0;
 struct Handles
 {
     explicit Handles(void* handle = nullptr)
-        : all{handle, handle, handle, handle, handle, handle}, topic(handle)
+        : all{handle, handle, handle, handle, handle, handle, handle, handle}, topic(handle)
     {
     }
     Handles(Handles&&) = delete;
 
-    void* all[8]; // the last two are instances of work in the pool
+    void* all[10]; // the last two are instances of work in the pool
     void *&item = all[0], *&engine = all[1], *&keys = all[2], *&pool = all[3], *&logger = all[4];
-    void *&restore = all[5], *&named = all[6], *&numbered = all[7];
+    void *&restore = all[5], *&ftp = all[6], *&account = all[7], *&named = all[8], *&numbered = all[9];
     TopicHandle topic;
 };
 
@@ -90,6 +92,9 @@ struct Objects : Handles
         TopicSubscribe(topic, taker);
         numberedTopic = CreateMessageTopic(7UL);
         restore = CreateRestoreManager(kName);
+        ftp = CreateFtpScanEngine(kName);
+        FtpSEngineRegisterHandlers(ftp, provider, INotifyProvider::kKeepNumber, INotifyProvider::kKeepNumber);
+        account = CreateFtpConnection(kName, kOther, 0, kName, kName);
         if (withLogger)
             logger = CreateLogger(kName);
     }
@@ -100,6 +105,8 @@ struct Objects : Handles
         CloseRegistryScanEngine(keys);
         THPCloseThreadpool(pool);
         CloseRestoreManager(restore);
+        CloseFtpScanEngine(ftp);
+        CloseFtpConnection(account);
         if (logger != nullptr)
             CloseLogger(logger);
     }
@@ -243,6 +250,22 @@ const Row kRows[] = {
     USES(RSEngineClearHandlers(o.keys)),
     USES(RSEngineClear(o.keys)),
     CLOSES(CloseRegistryScanEngine(o.keys)),
+    OPENS(CloseFtpScanEngine, CreateFtpScanEngine(kOther)),
+    OPENS(CloseFtpScanEngine, OpenFtpScanEngine(kName)),
+    USES(FtpSEngineAddPath(o.ftp, kOther, kName, 21, kName, kOther)),
+    USES(FtpSEngineSetTimeout(o.ftp, 1000)),
+    USES(FtpSEngineRegisterHandler(o.ftp, collector, 5, 6, 7)),
+    USES(FtpSEngineRegisterHandlers(o.ftp, provider, 5, 6)),
+    USES(FtpSEngineScan(o.ftp, nullptr, validator, {})), // no root: nothing is sent
+    USES(FtpSEngineClearHandlers(o.ftp)),
+    USES(FtpSEngineClear(o.ftp)),
+    CLOSES(CloseFtpScanEngine(o.ftp)),
+    OPENS(CloseFtpConnection, CreateFtpConnection(kOther, kOther, 0, kName, kName)),
+    OPENS(CloseFtpConnection, OpenFtpConnection(kName)),
+    USES(FtpConnectionSetTimeout(o.account, 1000)),
+    USES_GIVING(ERROR_CANCELLED, FtpConnectionConnect(o.account, signalled.get())),
+    USES(DllGetFtpFile(o.account, kName)),
+    CLOSES(CloseFtpConnection(o.account)),
     OPENS(THPCloseThreadpool, THPCreateThreadPool(kOther)),
     OPENS(THPCloseThreadpool, THPOpenThreadPool(kName)),
     USES(codeOfBoth(THPCreateCategory(o.pool, kOther, {}), THPCreateCategory(o.pool, 8, {}))),
@@ -335,6 +358,14 @@ const Row kNulls[] = {
     OPENS(CloseFileScanEngine, OpenFileScanEngine(nullptr)),
     OPENS(CloseRegistryScanEngine, CreateRegistryScanEngine(nullptr)),
     OPENS(CloseRegistryScanEngine, OpenRegistryScanEngine(nullptr)),
+    OPENS(CloseFtpScanEngine, CreateFtpScanEngine(nullptr)),
+    OPENS(CloseFtpScanEngine, OpenFtpScanEngine(nullptr)),
+    OPENS(CloseFtpConnection, CreateFtpConnection(nullptr, kOther, 0, kName, kName)),
+    OPENS(CloseFtpConnection, CreateFtpConnection(kOther, nullptr, 0, kName, kName)),
+    OPENS(CloseFtpConnection, OpenFtpConnection(nullptr)),
+    MAKES(FtpSEngineAddPath(o.ftp, nullptr, kName, 21, nullptr, nullptr)),
+    MAKES(FtpSEngineAddPath(o.ftp, kOther, nullptr, 21, nullptr, nullptr)),
+    MAKES(DllGetFtpFile(o.account, nullptr)),
     OPENS(THPCloseThreadpool, THPCreateThreadPool(nullptr)),
     OPENS(THPCloseThreadpool, THPOpenThreadPool(nullptr)),
     OPENS(CloseLogger, CreateLogger(nullptr)),
@@ -376,6 +407,8 @@ const Row kNulls[] = {
     FINDS_NONE(CloseFileScanEngine, OpenFileScanEngine(kOther)),
     FINDS_NONE(CloseRegistryScanEngine, OpenRegistryScanEngine(kOther)),
     FINDS_NONE(CloseScanItem, OpenScanItem(kOther, kOther)),
+    FINDS_NONE(CloseFtpScanEngine, OpenFtpScanEngine(kOther)),
+    FINDS_NONE(CloseFtpConnection, OpenFtpConnection(kOther)),
     FINDS_NONE(THPCloseThreadpool, THPOpenThreadPool(kOther)),
     FINDS_NONE(CloseLogger, OpenLogger(kOther)),
     FINDS_NONE(nullptr, OpenMessageTopic(kNumber)),
@@ -412,6 +445,7 @@ protected:
         array.clearElements();
         array.addElement(makeShared<SerializableW, MessageW>(kName, 1U));
         item = itemOf(CreateFileW(kName, file, 0));
+        signalled.set();
     }
     ~Exports() override
     {

@@ -287,3 +287,44 @@ TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
     scans.clear();
     EXPECT_TRUE(before.isReachedAgain());
 }
+
+// In the middle of a download, an upload and a listing; then the server mends its ways, and each goes on.
+TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
+{
+    FtpServers servers(L"hostile");
+    const unsigned short port = servers.ports["stalls"];
+    const FtpConnectionHandle connection(
+        CreateFtpConnection(L"stalls", L"127.0.0.1", port, nullptr, nullptr));
+    EXPECT_EQ(FtpConnectionSetTimeout(connection.get(), 60000), ERROR_SUCCESS);
+    const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"/good"));
+    const std::wstring local = localPath(L"sysmaint ftp up");
+    const std::wstring copy = localPath(L"sysmaint ftp down");
+    write(local, std::string(std::size_t{32} << 20U,
+                             'x')); // more than the system takes for a server that does not read
+    DeleteFileW(copy.c_str());
+    FtpScan scan(port);
+    FtpSEngineSetTimeout(scan.engine, 60000);
+    FtpSEngineClear(scan.engine);
+    EXPECT_EQ(FtpSEngineAddPath(scan.engine, L"127.0.0.1", L"/x", port, nullptr, nullptr), ERROR_SUCCESS);
+    const TestEvent cancel;
+    const std::function<long()> operations[] = {
+        [&] { return codeOf([&] { file->download(copy.c_str(), true, cancel.get()); }); },
+        [&] { return codeOf([&] { file->upload(local.c_str(), cancel.get()); }); },
+        [&] { return scan.run(65535, cancel.get()); },
+    };
+    for (const auto& operation : operations) {
+        std::thread canceller([&] { Sleep(300), cancel.set(); });
+        EXPECT_EQ(operation(), ERROR_CANCELLED);
+        canceller.join();
+        ResetEvent(cancel.get());
+    }
+    EXPECT_EQ(contentOf(copy), std::string(1000, 'x'));
+    EXPECT_TRUE(scan.found.empty());
+    servers.mend();
+    for (const auto& operation : operations)
+        EXPECT_EQ(operation(), ERROR_SUCCESS);
+    EXPECT_EQ(contentOf(copy), std::string(300000, 'x'));
+    EXPECT_EQ(scan.found, (std::set<std::wstring>{L"file 5 /x/good"}));
+    DeleteFileW(local.c_str());
+    DeleteFileW(copy.c_str());
+}

@@ -1,3 +1,5 @@
+#include <winsock2.h>
+
 #include <windows.h>
 
 #include <wincrypt.h>
@@ -7,6 +9,7 @@
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/lookup/api.h"
 #include "support/Faults.h"
+#include "support/FullServer.h"
 #include "support/Heap.h"
 #include "support/LookupServer.h"
 #include "support/Threads.h"
@@ -250,6 +253,58 @@ TEST_F(Lookup, AccountsForFilesWithoutAnAnswer)
     EXPECT_EQ(HVKSetServer(m_queue, L"", 1, 1), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(HVKSetServer(m_queue, L"h", 0, 1), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(HVKTakeUnanswered(m_queue, nullptr, nullptr), ERROR_INVALID_PARAMETER);
+}
+
+// A connect that hangs: it would take 15 seconds.
+TEST_F(Lookup, IsCancelledWhileItConnects)
+{
+    const FullServer full;
+    EXPECT_EQ(HVKSetServer(m_queue, L"127.0.0.1", full.getPort(), 60000), ERROR_SUCCESS);
+    add(2);
+    EXPECT_EQ(HVKWait(m_queue, 200, nullptr), WAIT_TIMEOUT);
+    EXPECT_EQ(HVKCancel(m_queue), ERROR_SUCCESS);
+    EXPECT_EQ(wait(), ERROR_CANCELLED);
+    EXPECT_EQ(unanswered().size(), 2U);
+    EXPECT_TRUE(answers().empty());
+}
+
+// At each wait and each object of the whole round, by whichever thread: while it hashes, connects, writes,
+// reads and posts. Each file is answered or told, and never both.
+TEST_F(Lookup, AccountsForFilesWhereverItIsCancelled)
+{
+    LookupServer server(&LookupServer::statuses);
+    use(server);
+    int calls = 0;
+    std::map<long, int> codes;
+    for (bool cancelled = true; cancelled && calls < 500;) {
+        m_expected.clear();
+        m_answers.clear();
+        std::atomic<int> left{++calls};
+        const auto count = [&](auto original, auto... arguments) {
+            if (--left == 0) {
+                EXPECT_EQ(HVKCancel(m_queue), ERROR_SUCCESS);
+            }
+            return original(arguments...);
+        };
+        {
+            const Replaced<"CreateEventW", decltype(&CreateEventW)> events(count);
+            const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(count);
+            add(2, std::to_wstring(calls) + L"-");
+            ++codes[wait()];
+            cancelled = left <= 0;
+        }
+        std::map<std::wstring, long> accounted = unanswered();
+        for (const auto& [path, code] : accounted)
+            EXPECT_EQ(code, ERROR_CANCELLED);
+        for (const auto& [path, status] : answers())
+            EXPECT_TRUE(accounted.emplace(path, 0).second) << "answered, and told to have no answer";
+        EXPECT_EQ(accounted.size(), 2U) << calls;
+        for (const auto& [path, status] : m_expected)
+            DeleteFileW(path.c_str());
+    }
+    EXPECT_LT(calls, 500);
+    EXPECT_GT(codes[ERROR_CANCELLED], 3);
+    EXPECT_EQ(codes.size(), 2U) << "0 and 1223, and nothing else";
 }
 
 // Closing ends a request that is under way; nothing of it stays.

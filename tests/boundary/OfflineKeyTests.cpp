@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "core/win32/registry/settingshive/api.h"
+
 #include "support/RestoreClient.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
@@ -174,10 +176,88 @@ TEST_P(OfflineKeys, RefuseTheSameEitherWay)
     writeBytes(file, Bytes(8192, 'x'));
     EXPECT_EQ(codeOf(file, L"", GetParam()), 1009U);
     EXPECT_EQ(root->save((folder + L"\\none\\x").c_str()), 3);
-    Flushes flushes(GetParam() == kOfflineEngine ? 2 : 1, FALSE, ERROR_IO_DEVICE);
+    Flushes flushes(1, FALSE, ERROR_IO_DEVICE);
     EXPECT_EQ(root->save((file + L"2").c_str()), ERROR_IO_DEVICE);
     EXPECT_FALSE(isThere(Key(open(nullptr, L"x")))) << "and its place";
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+}
+
+/// Somebody else's file of that name appears before each call.
+TEST_P(OfflineKeys, OverwriteNoFileThatAppearsMeanwhile)
+{
+    const Key root = open(nullptr);
+    long code = 183;
+    for (long at = 1; code == 183; ++at) {
+        SCOPED_TRACE(at);
+        long calls = 0;
+        const auto appear = [&](auto original, auto... arguments) {
+            if (++calls == at)
+                writeBytes(file, Bytes(3, 'x'));
+            return original(arguments...);
+        };
+        const Opens opens(appear);
+        const Replaced<"MoveFileExW", decltype(&MoveFileExW)> moves(appear);
+        code = root->save(file.c_str());
+        EXPECT_EQ(code, calls < at ? 0 : 183);
+        EXPECT_EQ(readBytes(file) == Bytes(3, 'x'), code == 183);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+        DeleteFileW(file.c_str());
+    }
+}
+
+TEST_P(OfflineKeys, AreSavedOnlyToFiles)
+{
+    const Key root = open(nullptr);
+    EXPECT_EQ(root->save(file.c_str()), 0);
+    for (const std::wstring& name : std::initializer_list<std::wstring>{
+             L"NUL", L"con.hive", folder + L"\\lpt1", LR"(\\.\NUL)", LR"(\\?\UNC\server\pipe\x)",
+             LR"(\\.\mailslot\x)", LR"(\\.\C:)", folder + L"\\a:b", folder + L"\\"}) {
+        EXPECT_EQ(root->save(name.c_str()), 161) << utf8(name);
+        Given<HiveLoss> losses;
+        std::size_t count = 0;
+        EXPECT_EQ(HiveFileSalvage(file.c_str(), name.c_str(), &losses, &count, &count), 161) << utf8(name);
+    }
+    EXPECT_EQ(root->save(folder.c_str()), 183);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+}
+
+/// A key with a backslash in its name is never taken for the one at the path of that form.
+TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
+{
+    Key root = open(nullptr);
+    for (const auto& [path, data] : {std::pair{L"a\\b", "path"}, {L"a~b", "name"}, {L"a~b\\c", "below"}}) {
+        EXPECT_EQ(keyOf(root, path)->create(nullptr), 0);
+        EXPECT_EQ(valueOf(keyOf(root, path), L"v\\v")->setData(1, data, 4), 0);
+    }
+    const std::wstring saved = file + L"2";
+    const std::wstring salvaged = file + L"3";
+    EXPECT_EQ(root->save(file.c_str()), 0);
+    Bytes bytes = readBytes(file);
+    std::replace(bytes.begin(), bytes.end(), Bytes::value_type{'~'}, Bytes::value_type{'\\'});
+    writeBytes(file, bytes);
+    root = open(file.c_str());
+    EXPECT_EQ(root->save(saved.c_str()), 0);
+    Given<HiveLoss> losses;
+    std::size_t count = 0;
+    EXPECT_EQ(HiveFileSalvage(file.c_str(), salvaged.c_str(), &losses, &count, &count), 0);
+    EXPECT_EQ(readBytes(saved), readBytes(salvaged));
+    for (const std::wstring& each : {file, saved}) {
+        root = open(each.c_str());
+        EXPECT_EQ(keys(root), L"a");
+        EXPECT_EQ(counts(root), (Counts{2, 0, GetParam() == kOfflineEngine ? 4U : 3U}));
+        EXPECT_EQ(values(keyOf(root, L"a\\b")), L"v\\v");
+        EXPECT_EQ(dataOf(keyOf(root, L"a\\b"), L"v\\v"), "1: path");
+        EXPECT_EQ(isThere(keyOf(root, L"a\\b\\c")), 0);
+        void* const hive = CreateSettingsHive(each.c_str(), kSettingsReadOnly);
+        EXPECT_EQ(listOf([&](auto** names, auto* number) {
+                      return SettingsHiveEnumerateKeys(hive, L"", names, number);
+                  }),
+                  L"a");
+        CloseSettingsHive(hive);
+    }
+    EXPECT_EQ(keyOf(root, L"a")->deleteItem(), 0);
+    EXPECT_EQ(counts(root)[0], 1U) << "the other one stays";
+    EXPECT_EQ(isThere(keyOf(root, L"a\\b")), 0);
 }
 
 TEST_P(OfflineKeys, ServeManyThreads)

@@ -1,6 +1,8 @@
 #include "core/win32/registry/settingshive/api.h"
 
 #include <functional>
+#include <map>
+#include <optional>
 
 #include "support/Faults.h"
 #include "support/Threads.h"
@@ -371,6 +373,138 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
         EXPECT_EQ(keys(L""), left);
     }
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 6);
+}
+
+TEST_F(SettingsHiveTest, KeepsNoCopyOfADamagedFileThatStays)
+{
+    using Moves = Replaced<"MoveFileExW", decltype(&MoveFileExW)>;
+    std::optional<Moves> moves;
+    const std::tuple<std::function<void()>, long, const wchar_t*> rows[] = {
+        {[&] { SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }, 5, L"settings.hive "},
+        {[&] { writeBytes(file, Bytes(3, 'y')); }, 1006, L"settings.hive "},
+        {[&] { moves.emplace(1, FALSE, ERROR_IO_DEVICE); }, ERROR_IO_DEVICE, L"settings.hive "},
+        {[&] { // it was replaced all the same
+             moves.emplace([](auto original, auto... arguments) {
+                 original(arguments...);
+                 SetLastError(ERROR_IO_DEVICE);
+                 return FALSE;
+             });
+         },
+         ERROR_IO_DEVICE, L"settings.hive settings.hive.damaged "}};
+    for (const auto& [change, code, left] : rows) {
+        writeBytes(file, Bytes(5000, 'x'));
+        open();
+        change();
+        EXPECT_EQ(SettingsHiveSave(hive), code);
+        moves.reset();
+        SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+        EXPECT_EQ(entries(), left);
+    }
+    EXPECT_EQ(readBytes(file + L".damaged"), Bytes(5000, 'x'));
+}
+
+namespace {
+constexpr const wchar_t* kShared = L"SYSMAINT_SHARED_HIVE";
+constexpr const wchar_t* kCalls = L"SYSMAINT_CALLS";
+constexpr int kCounts = 40;
+
+HANDLE startChild(const wchar_t* filter)
+{
+    return startSelf({L"--gtest_also_run_disabled_tests", L"--gtest_brief=1", filter});
+}
+
+/// Adds one to a number in the file, each time with other data beside it. What others save meanwhile counts
+/// too.
+void count(const std::wstring& file)
+{
+    for (int done = 0; done < kCounts;) {
+        void* const hive = CreateSettingsHive(file.c_str(), kSettingsMustExist);
+        ASSERT_NE(hive, INVALID_HANDLE_VALUE) << GetLastError();
+        EXPECT_EQ(asNumber(SettingsHiveGetState)(hive), 0) << "whole";
+        const auto number =
+            static_cast<unsigned long>(asNumber(SettingsHiveGetNumber32)(hive, L"", L"count"));
+        EXPECT_EQ(SettingsHiveSetNumber32(hive, L"", L"count", number + 1), 0);
+        EXPECT_EQ(SettingsHiveSetBytes(hive, L"", L"more", file.data(), number % 9 * 7), 0);
+        const long code = SettingsHiveSave(hive);
+        EXPECT_TRUE(code == 0 || code == 1006) << code;
+        done += code == 0 ? 1 : 0;
+        CloseSettingsHive(hive);
+    }
+}
+} // namespace
+
+// The next two only for the processes that the tests start.
+TEST(SettingsHiveChild, DISABLED_Counts)
+{
+    count(_wgetenv(kShared));
+}
+TEST(SettingsHiveChild, DISABLED_Dies)
+{
+    void* const hive = CreateSettingsHive(_wgetenv(kShared), 0);
+    EXPECT_EQ(SettingsHiveSetText(hive, L"", L"which", L"the new one"), 0);
+    long left = std::wcstol(_wgetenv(kCalls), nullptr, 10);
+    const auto dieAfter = [&left](auto original, auto... arguments) {
+        const auto result = original(arguments...);
+        if (--left == 0)
+            TerminateProcess(GetCurrentProcess(), 7);
+        return result;
+    };
+    const Opens opens(dieAfter);
+    const Writes writes(dieAfter);
+    const Flushes flushes(dieAfter);
+    const Replaced<"MoveFileExW", decltype(&MoveFileExW)> moves(dieAfter);
+    const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(dieAfter);
+    EXPECT_EQ(SettingsHiveSave(hive), 0);
+}
+
+TEST_F(SettingsHiveTest, LosesNoSaveOfTwoProcesses)
+{
+    open();
+    EXPECT_EQ(SettingsHiveSetNumber32(hive, L"", L"count", 0), 0);
+    EXPECT_EQ(SettingsHiveSave(hive), 0);
+    close();
+    _wputenv_s(kShared, file.c_str());
+    const HANDLE child = startChild(L"--gtest_filter=SettingsHiveChild.DISABLED_Counts");
+    count(file);
+    EXPECT_EQ(exitCodeOf(child), 0U);
+    open();
+    EXPECT_EQ(number(L"", L"count"), 2 * kCounts);
+    EXPECT_EQ(entries(), L"settings.hive ");
+}
+
+TEST_F(SettingsHiveTest, SurvivesAProcessThatDiesInASave)
+{
+    _wputenv_s(kShared, file.c_str());
+    std::map<std::wstring, int> found;
+    int leftovers = 0;
+    DWORD code = 7;
+    for (int calls = 1; code == 7; ++calls) {
+        SCOPED_TRACE(calls);
+        makeOld();
+        close();
+        _wputenv_s(kCalls, std::to_wstring(calls).c_str());
+        code = exitCodeOf(startChild(L"--gtest_filter=SettingsHiveChild.DISABLED_Dies"));
+        leftovers += entries() != L"settings.hive " ? 1 : 0;
+        open();
+        EXPECT_EQ(state(), 0);
+        ++found[text(L"", L"which")];
+        EXPECT_EQ(SettingsHiveSave(hive), 0) << "the turn of the dead is over";
+        EXPECT_EQ(entries(), L"settings.hive ");
+    }
+    EXPECT_EQ(code, 0U);
+    EXPECT_EQ(found.size(), 2U);
+    EXPECT_GT(found[L"old"] * found[L"the new one"] * leftovers, 0);
+}
+
+TEST_F(SettingsHiveTest, AreInNoDevicePipeOrStream)
+{
+    for (const std::wstring& name : std::initializer_list<std::wstring>{
+             L"NUL", folder + L"\\nul.hive", folder + L"\\COM1", LR"(\\.\NUL)", LR"(\\.\pipe\x)",
+             LR"(\\.\C:)", LR"(\\server\PIPE\x)", folder + L"\\a:b", file + L":stream", folder + L"\\"}) {
+        EXPECT_EQ(CreateSettingsHive(name.c_str(), 0), INVALID_HANDLE_VALUE) << utf8(name);
+        EXPECT_EQ(GetLastError(), 161U) << utf8(name);
+    }
+    EXPECT_EQ(entries(), L"");
 }
 
 TEST_F(SettingsHiveTest, ServesManyThreads)

@@ -143,7 +143,8 @@ const Damage kDamages[] = {
     {"no keys beside their list", &Cells::root, 20, 0, 4, kDamagedHive, kCount, 5},
     {"no values beside their list", &Cells::a, 36, 0, 4, kDamagedHive, kCount, 5},
     {"a handle beside values", &Cells::a, 2, 0x60, 2, kDamagedHive, kCount, 5},
-    {"another parent", &Cells::b, 16, 0x28, 4, kDamagedHive, kKey, 4},
+    {"another parent", &Cells::b, 16, 0x28, 4, kDamagedHive, kParent, 5},
+    {"another parent of a key with one below", &Cells::a, 16, 0xFFFFFFFF, 4, kDamagedHive, kParent, 5},
     {"a key of another's", &Cells::below, 4, 1, 0, 0, kKey, 4},
     {"a key's name twice", &Cells::b, 76, 'A', 1, kDamagedHive, kKey, 4},
     {"a value's name twice", &Cells::two, 20, 'N' << 8 | 'O' | 'E' << 16, 3, kDamagedHive, kValue, 5},
@@ -333,4 +334,67 @@ TEST(HiveTree, RefusesWhatNoHiveHolds)
     hive.setClassName(longest, std::u16string(32767, u'c'));
     const Bytes bytes = hive.compact();
     EXPECT_EQ(listing(Hive::parse(std::span<const std::byte>(bytes))), listing(hive));
+}
+
+/// No path leads to a key with a backslash in its name, which no program makes.
+TEST(HostileHives, HaveKeysThatNoPathNames)
+{
+    Hive hive = Hive::create(1);
+    hive.setValue(hive.createPath(Hive::root(), u"a\\b", 2), u"v", 1, bytesOf("path"), 3);
+    hive.setValue(hive.createPath(Hive::root(), u"a~b\\c", 2), u"v", 1, bytesOf("name"), 3);
+    Bytes bytes = hive.compact();
+    for (std::byte& each : bytes)
+        each = each == std::byte{'~'} ? std::byte{'\\'} : each;
+    Bytes compact = Hive::parse(Bytes(bytes)).compact();
+    std::vector<Loss> losses;
+    EXPECT_EQ(Hive::salvage(Bytes(bytes), losses).compact(), compact);
+    EXPECT_TRUE(losses.empty());
+    const HiveChecker checker(compact);
+    const Hive read = Hive::parse(std::move(compact));
+    EXPECT_EQ(read.keyCount(), 5U);
+    const KeyId byPath = *read.findPath(Hive::root(), u"a\\b");
+    EXPECT_EQ(read.data(*read.findValue(byPath, u"v")), bytesOf("path"));
+    EXPECT_EQ(read.path(byPath), u"a\\b");
+    const KeyId named = read.subKeys(Hive::root())[1];
+    EXPECT_EQ(read.name(named).text(), u"a\\b");
+    EXPECT_EQ(read.data(*read.findValue(read.subKeys(named)[0], u"v")), bytesOf("name"));
+    EXPECT_FALSE(read.findPath(Hive::root(), u"a\\b\\c").has_value());
+    EXPECT_EQ(read.path(read.subKeys(named)[0]), u"") << "the nearest key with a path";
+}
+
+// Of the sanitizer, which has no header here.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, std::size_t),
+                                                         void (*)(const volatile void*));
+namespace {
+std::size_t g_most = 0; // bytes in use
+} // namespace
+
+/// What an open hive needs beside its bytes, in proportion to them, also where most of them are wrong.
+TEST(HiveTree, NeedsLittleMemory)
+{
+    Hive hive = Hive::create(1);
+    for (int group = 0; group < 20; ++group)
+        for (int number = 0; number < 500; ++number) {
+            const std::u16string name{static_cast<char16_t>(u'a' + group), u'\\',
+                                      static_cast<char16_t>(u'\u4E00' + number)};
+            hive.setValue(hive.createPath(Hive::root(), name, 2), u"v", 4, bytesOf("1234"), 3);
+        }
+    const Bytes good = hive.compact();
+    __sanitizer_install_malloc_and_free_hooks(
+        [](const volatile void*, std::size_t) {
+            g_most = std::max(g_most, __sanitizer_get_current_allocated_bytes());
+        },
+        [](const volatile void*) {});
+    std::mt19937 random(3);
+    for (int round = 0; round < 30; ++round) {
+        Bytes bytes = good;
+        for (int place = 0; place < round * 1000; ++place)
+            bytes[layout::kPage + random() % (bytes.size() - layout::kPage)] =
+                static_cast<std::byte>(random());
+        const std::size_t before = g_most = __sanitizer_get_current_allocated_bytes();
+        std::vector<Loss> losses;
+        const Hive read = Hive::salvage(std::span<const std::byte>(bytes), losses);
+        EXPECT_LE(g_most - before, (round == 0 ? 1 : 4) * bytes.size()) << round << " " << read.keyCount();
+    }
 }

@@ -1,7 +1,8 @@
 // Stands in for the system's restore client. Each call appends a line to the file named in the environment
 // variable SYSMAINT_RESTORE_RECORD, and takes the next answer from SYSMAINT_RESTORE_ANSWERS: "n12" succeeds
 // with the number 12, "e5" fails with the last error 5, "s5" fails with only the status 5. Without answers:
-// n12.
+// n12. The system's header declares both functions without a mark, so none is marked for export, and the
+// linker exports every function.
 
 #include <windows.h>
 
@@ -36,8 +37,7 @@ std::pair<wchar_t, unsigned long> nextAnswer()
 }
 } // namespace
 
-extern "C" __declspec(dllexport) WINBOOL
-    __stdcall SRSetRestorePointW(RESTOREPOINTINFOW* point, STATEMGRSTATUS* status)
+extern "C" WINBOOL __stdcall SRSetRestorePointW(RESTOREPOINTINFOW* point, STATEMGRSTATUS* status)
 {
     const DWORD before = GetLastError();
     record(L"set " + std::to_wstring(point->dwEventType) + L" " + std::to_wstring(point->dwRestorePtType) +
@@ -51,7 +51,7 @@ extern "C" __declspec(dllexport) WINBOOL
     return kind == L'n';
 }
 
-extern "C" __declspec(dllexport) DWORD __stdcall SRRemoveRestorePoint(DWORD number)
+extern "C" DWORD __stdcall SRRemoveRestorePoint(DWORD number)
 {
     record(L"remove " + std::to_wstring(number) + L"\n");
     const auto [kind, value] = nextAnswer();

@@ -132,7 +132,7 @@ private:
     }
     static void* reallocate(void* old, std::size_t size)
     {
-        return taken(old, [&] { return std::realloc(old, size); });
+        return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
     }
     static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
     {

@@ -49,25 +49,28 @@ struct IOfflineRegistryKey
     /// the system's library fails in between, some parents may have been created.
     virtual long create(const wchar_t* className) noexcept = 0;
     /// Deletes the key and everything below it. Also 50 for the root. If the system's library fails in
-    /// between, what was deleted by then is gone.
+    /// between, what was deleted by then is gone; it deletes no key whose name no path can express (123).
     virtual long deleteItem() noexcept = 0;
     /// The number of 100 ns since 1601 in UTC, and the class name, usually empty.
     virtual long getInformation(unsigned long long* lastWriteTime, wchar_t** className) const noexcept = 0;
     /// The names in the system's order, each terminated, with an empty one at the end. Names that contain a
-    /// zero, which cannot be passed to any function, are omitted.
+    /// zero or a backslash, which hostile files have and no path can express, are omitted.
     virtual long listSubKeys(wchar_t** names, std::size_t* count) const noexcept = 0;
-    /// The same, in the order of the file, without the unnamed value.
+    /// The same, in the order of the file, without the unnamed value; only names that contain a zero are
+    /// omitted.
     virtual long listValues(wchar_t** names, std::size_t* count) const noexcept = 0;
     /// The key at `path` below this one; empty: this one. The caller deletes it.
     virtual long getKey(const wchar_t* path, IOfflineRegistryKey** key) const noexcept = 0;
     /// The caller deletes it.
     virtual long getValue(const wchar_t* name, IOfflineRegistryValue** value) const noexcept = 0;
-    /// Writes the whole hive to a new file, compactly, and flushes it. Also 183 for an existing file, 223
+    /// Writes the whole hive to a new file, compactly, and flushes it; it appears complete under its name,
+    /// and is <name>.<process id>-<number>.tmp until then. Also 183 for an existing file, 161 for what cannot
+    /// be a file on a disk (a device such as NUL, a pipe, a stream, a path that ends with a backslash), 223
     /// (above 2 GiB), or the system's code: no new file is left then.
     virtual long save(const wchar_t* newFile) const noexcept = 0;
     /// How many sub-keys and values the key itself has, with those that cannot be listed and the unnamed
     /// value, and how many keys there are below it at any depth; the system's library does not count those
-    /// below a key whose name contains a zero.
+    /// below a key whose name no path can express.
     virtual long getCounts(std::size_t* subKeys, std::size_t* values,
                            std::size_t* keysBelow) const noexcept = 0;
 };

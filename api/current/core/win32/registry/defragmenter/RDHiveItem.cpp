@@ -5,7 +5,10 @@
 #include <memory>
 
 #include "core/win32/registry/defragmenter/include/HiveCopy.h"
+#include "core/win32/registry/offline/include/OfflineFile.h"
 #include "core/win32/registry/offline/include/OfflineSave.h"
+#include "core/win32/utils/paths/include/Patience.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
 constexpr char kRDHiveItemHeader[] = "core\\win32\\registry\\defragmenter\\include\\RDHiveItem.h";
@@ -27,20 +30,49 @@ void protect(const wchar_t* path)
         raiseCode(code);
 }
 
-/// A file with a new name, deleted by the destructor at the latest.
+constexpr std::wstring_view kMark = L".sysmaint"; // in the names of our files
+
+/// Whether a temporary file is named after one of these: "new" or "old", what the system added, and the mark.
+bool isMarkedName(std::wstring_view name)
+{
+    constexpr std::size_t kPrefix = 3;
+    if (!(name.starts_with(L"new") || name.starts_with(L"old")) || !name.ends_with(kMark))
+        return false;
+    name = name.substr(kPrefix, name.size() - kPrefix - kMark.size());
+    return !name.empty() && name.find_first_not_of(L"0123456789ABCDEFabcdef") == std::wstring_view::npos;
+}
+
+/// Gives a new temporary file a name that tells whose it is. Returns the new path. Raises the bare code.
+std::wstring markFile(const wchar_t* made)
+{
+    const std::wstring path(made);
+    const std::wstring marked = path.substr(0, path.rfind(L'.')).append(kMark);
+    constexpr unsigned kAttempts = 1000;
+    Patience patience; // scanners open what is new
+    for (unsigned number = 1;;) {
+        std::wstring name = offline::temporaryName(marked, number);
+        if (MoveFileExW(Win32Path(made), Win32Path(name.c_str()), 0))
+            return name;
+        const DWORD code = GetLastError();
+        if (code == ERROR_ALREADY_EXISTS && number < kAttempts)
+            ++number; // of an earlier process with the same identifier
+        else if (!patience.isWorthAnotherTry(code))
+            raiseCode(code);
+    }
+}
+
+/// A file with a new name, deleted by the destructor at the latest, or by a later analysis.
 class TemporaryFile
 {
 public:
     /// Creates an empty one. Raises the bare code, an Exception, or std::bad_alloc.
-    TemporaryFile(const wchar_t* folder, const wchar_t* prefix)
+    TemporaryFile(const wchar_t* folder, const wchar_t* prefix) : m_path(makeFile(folder, prefix))
     {
-        if (GetTempFileNameW(folder, prefix, 0, m_path) == 0)
-            raiseLastError();
         try {
-            m_item = std::make_unique<File>(m_path, 0);
-            protect(m_path);
+            m_item = std::make_unique<File>(path(), 0);
+            protect(m_target);
         } catch (...) {
-            DeleteFileW(m_path);
+            DeleteFileW(m_target);
             throw;
         }
     }
@@ -48,7 +80,7 @@ public:
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile()
     {
-        if (m_isDeleted || DeleteFileW(m_path)) // this needs no memory
+        if (m_isDeleted || DeleteFileW(m_target)) // this needs no memory
             return;
         try {
             m_item->deleteItem(); // retries while others hold the file
@@ -56,7 +88,7 @@ public:
         }
     }
 
-    [[nodiscard]] const wchar_t* path() const noexcept { return m_path; }
+    [[nodiscard]] const wchar_t* path() const noexcept { return m_path.c_str(); }
     [[nodiscard]] std::uint64_t size() const { return m_item->getSize(); }
     void remove()
     {
@@ -65,7 +97,21 @@ public:
     }
 
 private:
-    wchar_t m_path[MAX_PATH]{}; // NOLINT(modernize-avoid-c-arrays): the call's own limit
+    [[nodiscard]] static std::wstring makeFile(const wchar_t* folder, const wchar_t* prefix)
+    {
+        wchar_t made[MAX_PATH]{}; // NOLINT(modernize-avoid-c-arrays): the call's own limit
+        if (GetTempFileNameW(folder, prefix, 0, made) == 0)
+            raiseLastError();
+        try {
+            return markFile(made);
+        } catch (...) {
+            DeleteFileW(made);
+            throw;
+        }
+    }
+
+    std::wstring m_path;
+    Win32Path m_target{m_path.c_str()};
     std::unique_ptr<File> m_item;
     bool m_isDeleted = false;
 };
@@ -92,6 +138,16 @@ void saveCompact(const wchar_t* source, const wchar_t* destination)
     requireSuccess(PLACE(kRDHiveItemHeader, "RDHiveItem::analyze", 185), code);
 }
 } // namespace
+
+void RDHiveItem::deleteLeftovers() noexcept
+{
+    try {
+        const CachedPath folder(L"%user_temp%", 1);
+        offline::deleteLeftovers(std::wstring(joinPath(folder.getPath(), L"*.sysmaint.*.tmp")),
+                                 &isMarkedName);
+    } catch (...) { // NOLINT(bugprone-empty-catch): the next analysis tries again
+    }
+}
 
 void RDHiveItem::analyze(HANDLE stopEvent)
 {

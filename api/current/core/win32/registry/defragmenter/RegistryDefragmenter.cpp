@@ -163,6 +163,7 @@ void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent,
     std::optional<Run> run; // only one on any number of processors: the copies share a disk
     bool isStopped = isStoppedAtFirst(stopEvent);
     if (!isStopped) {
+        RDHiveItem::deleteLeftovers();
         run.emplace(pool, worker);
         isStopped = isCancelled(stopEvent);
     }

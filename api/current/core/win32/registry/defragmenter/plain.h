@@ -6,11 +6,12 @@
 // Hive files are locked while they are loaded, so an analysis reads their clusters from the volume itself,
 // which takes an administrator's rights: each hive is copied to the user's temporary folder (%user_temp%),
 // the copy is saved as a compact hive, the sizes of both are recorded, and both are deleted on success,
-// failure and stop. A process that ends in the middle of an analysis leaves them: old*.tmp, a copy of the
-// hive, and new*.tmp. Their names do not tell whose they are, so no later analysis deletes them. Stop an
-// analysis before the end. Only the system's account and administrators may open them meanwhile, except for a
-// compact hive that the system's offline registry library writes, because it creates its own file. The
-// largest hive and its compact form must fit there.
+// failure and stop. Their names are those that the system gives to temporary files, with the prefixes "old"
+// and "new", and tell whose they are: old<number>.sysmaint.<process id>-<number>.tmp. A process that ends in
+// the middle of an analysis leaves them; the next analysis deletes those whose process no longer exists, on
+// drives of this machine and where that is possible. Only the system's account and administrators may open
+// them meanwhile, except for a compact hive that the system's offline registry library writes, because it
+// creates its own file. The largest hive and its compact form must fit there.
 //
 // The copy lacks what the system has not yet written to the volume, and may be inconsistent because of what
 // it writes meanwhile. If the copy is not a complete hive, that hive fails (1009, 1015) and the others

@@ -88,7 +88,7 @@ public:
         }
         return {m_hive.subKeys(found).size(), m_hive.values(found).size(), below};
     }
-    void save(const wchar_t* newFile) override { writeFile(newFile, m_hive.compact()); }
+    void save(const wchar_t* newFile) override { writeNew(newFile, m_hive.compact()); }
 
 private:
     [[nodiscard]] KeyId find(const std::wstring& key) const

@@ -117,8 +117,11 @@ std::u16string Hive::className(KeyId key) const
 std::u16string Hive::path(KeyId key) const
 {
     std::vector<KeyId> way;
-    for (; m_keys[key].parent != kNone; key = m_keys[key].parent)
+    for (; m_keys[key].parent != kNone; key = m_keys[key].parent) {
         way.push_back(key);
+        if (!name(key).isOfPaths())
+            way.clear();
+    }
     std::u16string path;
     for (; !way.empty(); way.pop_back()) {
         if (!path.empty())

@@ -1,6 +1,7 @@
 #include "core/win32/registry/offline/include/HiveNames.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace offline {
 std::u16string NameView::text() const
@@ -9,6 +10,14 @@ std::u16string NameView::text() const
     for (std::size_t i = 0; i < text.size(); ++i)
         text[i] = (*this)[i];
     return text;
+}
+
+bool NameView::isOfPaths() const noexcept
+{
+    for (std::size_t i = 0; i < size(); ++i)
+        if ((*this)[i] == u'\\' || (*this)[i] == u'\0')
+            return false;
+    return true;
 }
 
 namespace {
@@ -32,8 +41,10 @@ std::strong_ordering NameView::compare(const NameView& other) const noexcept
     std::strong_ordering order = std::strong_ordering::equal;
     if (m_isLatin1 && other.m_isLatin1) {
         // Names under one key often share a prefix.
-        const auto differing = std::mismatch(m_bytes, m_bytes + common, other.m_bytes);
-        const auto same = static_cast<std::size_t>(differing.first - m_bytes);
+        constexpr std::size_t kWord = sizeof(std::uint64_t);
+        std::size_t same = 0;
+        while (common - same >= kWord && std::memcmp(m_bytes + same, other.m_bytes + same, kWord) == 0)
+            same += kWord;
         order = compareUnits(
             common - same, [&](std::size_t i) { return static_cast<char16_t>(m_bytes[same + i]); },
             [&](std::size_t i) { return static_cast<char16_t>(other.m_bytes[same + i]); });

@@ -47,7 +47,9 @@ Hive HiveReader::read()
     m_hive.m_lists.reserve(m_keyCount + m_valueCount);
     if (!readKey(m_root, Hive::kNone, kNoOffset) && !findRoot())
         throw long{kBadDatabase};
-    readTree();
+    readTree({Hive::root(), m_root, 0, 0});
+    if (m_losses != nullptr)
+        adoptKeys();
     return std::move(m_hive);
 }
 
@@ -124,22 +126,26 @@ void HiveReader::scanBins()
 void HiveReader::scanCells(std::uint32_t begin, std::uint32_t end)
 {
     const std::byte* const bins = m_hive.m_bins.data();
+    std::uint64_t* const untaken = m_untaken.data();
+    std::size_t keys = 0;
+    std::size_t values = 0;
     for (std::uint32_t offset = begin; offset != end;) {
         const bool isUsed = isInUse(bins + offset);
         const std::uint32_t size = isUsed ? cellSize(bins + offset) : load32(bins + offset);
         if (size == 0 || size % kUnit != 0 || size > end - offset) {
             lose(LossKind::kBin, Hive::root(), offset);
             markRough(offset, end);
-            return;
+            break;
         }
-        if (isUsed) {
-            m_untaken[offset / kUnit / kBitsPerWord] |= 1ULL << (offset / kUnit % kBitsPerWord);
-            const std::uint16_t kind = load16(bins + offset + kCellHeader);
-            m_keyCount += kind == nk::kSignature && size > nk::kName ? 1 : 0;
-            m_valueCount += kind == vk::kSignature && size > vk::kName ? 1 : 0;
-        }
+        // Without branches: what kind the next cell is cannot be predicted.
+        const std::uint16_t kind = load16(bins + offset + kCellHeader);
+        untaken[offset / kUnit / kBitsPerWord] |= std::uint64_t{isUsed} << (offset / kUnit % kBitsPerWord);
+        keys += static_cast<std::size_t>(isUsed & (kind == nk::kSignature) & (size > nk::kName));
+        values += static_cast<std::size_t>(isUsed & (kind == vk::kSignature) & (size > vk::kName));
         offset += size;
     }
+    m_keyCount += keys;
+    m_valueCount += values;
 }
 
 /// Where the chain of cells is broken, a cell may begin anywhere.
@@ -169,21 +175,21 @@ HiveReader::Cell HiveReader::peek(std::uint32_t offset) const noexcept
     return {cell + kCellHeader, size - kCellHeader};
 }
 
-HiveReader::Cell HiveReader::take(std::uint32_t offset) noexcept
+HiveReader::Cell HiveReader::peekRecord(std::uint32_t offset, std::uint16_t signature,
+                                        std::size_t size) const noexcept
 {
     const Cell cell = peek(offset);
-    if (isUntaken(offset))
-        m_untaken[offset / kUnit / kBitsPerWord] &= ~(1ULL << (offset / kUnit % kBitsPerWord));
-    if (m_isRough && !cell.empty())
-        m_left -= cell.size() + kCellHeader;
-    return cell;
+    return cell.size() >= size && load16(cell.data()) == signature ? cell : Cell{};
 }
 
-HiveReader::Cell HiveReader::takeRecord(std::uint32_t offset, std::uint16_t signature,
-                                        std::size_t size) noexcept
+HiveReader::Cell HiveReader::taken(std::uint32_t offset, Cell cell) noexcept
 {
-    const Cell cell = take(offset);
-    return cell.size() >= size && load16(cell.data()) == signature ? cell : Cell{};
+    if (cell.empty())
+        return cell;
+    m_untaken[offset / kUnit / kBitsPerWord] &= ~(1ULL << (offset / kUnit % kBitsPerWord));
+    if (m_isRough)
+        m_left -= cell.size() + kCellHeader;
+    return cell;
 }
 
 /// The first key marked as a root, for when the base block does not point to one.
@@ -203,9 +209,9 @@ bool HiveReader::findRoot()
     return false;
 }
 
-void HiveReader::readTree()
+void HiveReader::readTree(const Step& top)
 {
-    m_steps.push_back({Hive::root(), m_root, 0, 0});
+    m_steps.push_back(top);
     while (!m_steps.empty()) {
         Step& step = m_steps.back();
         Hive::List& list = m_hive.m_keys[step.key].subKeys;
@@ -224,27 +230,45 @@ void HiveReader::readTree()
     }
 }
 
-/// Whether a key names another parent. It is left for that one to list.
-bool HiveReader::isOfAnother(std::uint32_t offset, std::uint32_t parentOffset) const noexcept
+/// Keys that name another parent were left for that one to list. Those that it does not list, or that name
+/// none, belong where they were listed: only the name of their parent is wrong.
+void HiveReader::adoptKeys()
 {
-    const Cell key = peek(offset);
-    return key.size() >= nk::kName && load16(key.data()) == nk::kSignature &&
-           load32(key.data() + nk::kParent) != parentOffset;
+    std::vector<KeyId> parents; // each is sorted once: a hostile file can have many keys for one
+    for (std::size_t i = 0; i != m_losses->size(); ++i) {
+        const Loss loss = (*m_losses)[i];
+        const std::uint32_t offset = loss.offset - kPage;
+        const Cell record = peekRecord(offset, nk::kSignature, nk::kName);
+        const Hive::List& list = m_hive.m_keys[loss.key].subKeys; // empty when it was omitted itself
+        if (loss.kind != LossKind::kKey || record.empty() || list.count == list.capacity)
+            continue;
+        const auto id = static_cast<KeyId>(m_hive.m_keys.size());
+        if (!readKey(offset, loss.key, load32(record.data() + nk::kParent))) {
+            m_losses->pop_back(); // it is recorded already
+            continue;
+        }
+        (*m_losses)[i].kind = LossKind::kParent;
+        Hive::List& siblings = m_hive.m_keys[loss.key].subKeys;
+        m_hive.m_lists[siblings.begin + siblings.count++] = id;
+        parents.push_back(loss.key);
+        readTree({id, offset, 0, 0});
+    }
+    std::sort(parents.begin(), parents.end());
+    parents.erase(std::unique(parents.begin(), parents.end()), parents.end());
+    for (const KeyId parent : parents)
+        sortSubKeys(parent);
 }
 
 /// Returns whether it is a key; its wrong parts are omitted one by one.
 bool HiveReader::readKey(std::uint32_t offset, KeyId parent, std::uint32_t parentOffset)
 {
-    const KeyId above = parent == Hive::kNone ? Hive::root() : parent;
-    if (parent != Hive::kNone && isOfAnother(offset, parentOffset)) {
-        lose(LossKind::kKey, above, offset);
-        return false;
-    }
-    const Cell record = takeRecord(offset, nk::kSignature, nk::kName);
+    const Cell record = peekRecord(offset, nk::kSignature, nk::kName);
     const std::size_t level = parent == Hive::kNone ? 1 : m_hive.m_keys[parent].level + 1U;
     Hive::Key key;
-    bool isRight = !record.empty() && level <= Hive::kMostLevels;
+    bool isRight = !record.empty() && level <= Hive::kMostLevels &&
+                   (parent == Hive::kNone || load32(record.data() + nk::kParent) == parentOffset);
     if (isRight) {
+        taken(offset, record);
         key.flags = load16(record.data() + nk::kFlags);
         key.nameLength = load16(record.data() + nk::kNameLength);
         const bool isLatin1 = (key.flags & nk::kLatin1Name) != 0;
@@ -254,7 +278,7 @@ bool HiveReader::readKey(std::uint32_t offset, KeyId parent, std::uint32_t paren
                   length <= Hive::kLongestKeyName && (length != 0 || parent == Hive::kNone);
     }
     if (!isRight) {
-        lose(LossKind::kKey, above, offset);
+        lose(LossKind::kKey, parent == Hive::kNone ? Hive::root() : parent, offset);
         return false;
     }
     key.time = load<HiveTime>(record.data() + nk::kTime);

@@ -1,4 +1,4 @@
-#include "core/win32/registry/offline/include/HiveFile.h"
+#include "core/win32/registry/offline/include/OfflineFile.h"
 #include "core/win32/registry/offline/include/OfflineHive.h"
 #include "core/win32/registry/offline/include/OfflineLibrary.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
@@ -85,8 +85,11 @@ public:
         while (!waiting.empty()) {
             const std::wstring path = waiting.back();
             const Names below = keys(path);
-            for (const std::wstring& name : below)
+            for (const std::wstring& name : below) {
+                if (name.find_first_of(kNoKeyName) != std::wstring::npos)
+                    raiseCode(kInvalidName); // its path would be that of another key
                 waiting.push_back(std::wstring(path).append(L"\\").append(name));
+            }
             if (!below.empty())
                 continue;
             requireCode(m_library.deleteKey(m_hive, path.c_str()));
@@ -144,7 +147,7 @@ public:
             waiting.pop_back();
             for (const std::wstring& name : keys(path)) {
                 ++below;
-                if (name.find(L'\0') == std::wstring::npos)
+                if (name.find_first_of(kNoKeyName) == std::wstring::npos)
                     waiting.push_back(path.empty() ? name : std::wstring(path).append(L"\\").append(name));
             }
         }
@@ -152,8 +155,18 @@ public:
     }
     void save(const wchar_t* newFile) override
     {
-        requireCode(m_library.saveHive(m_hive, Win32Path(newFile), OfflineLibrary::kOsMajor,
-                                       OfflineLibrary::kOsMinor));
+        const Win32Path path(newFile);
+        const DWORD code =
+            m_library.saveHive(m_hive, path, OfflineLibrary::kOsMajor, OfflineLibrary::kOsMinor);
+        if (code == ERROR_ALREADY_EXISTS)
+            requireCode(code); // and is not ours
+        try {
+            requireCode(code);
+            flushFile(path);
+        } catch (...) {
+            DeleteFileW(path);
+            throw;
+        }
     }
 
 private:

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cwchar>
 #include <memory>
+#include <utility>
 
 #include "core/win32/registry/offline/include/HiveNames.h"
 #include "core/win32/utils/objectmanager/include/FileTransfer.h"
@@ -24,37 +25,50 @@ long writeWhole(HANDLE file, const std::vector<std::byte>& bytes) noexcept
     return code == ERROR_SUCCESS && !FlushFileBuffers(file) ? lastError() : code;
 }
 
-/// Creates a new file. Raises the bare code, 183 when it exists.
-void writeNew(const wchar_t* path, const std::vector<std::byte>& bytes)
+/// A file of ours that is deleted again unless it is kept.
+class NewFile
 {
-    Win32Handle file(
-        CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.isValid())
-        raiseCode(GetLastError() == ERROR_FILE_EXISTS ? ERROR_ALREADY_EXISTS : lastError());
-    const long code = writeWhole(file.get(), bytes);
-    file.reset();
-    if (code == ERROR_SUCCESS)
-        return;
-    DeleteFileW(path);
-    raiseCode(code);
-}
-
-/// The same under the first free one of some names, which is returned.
-template <class NameOf>
-std::wstring writeFree(const std::vector<std::byte>& bytes, NameOf&& nameOf)
-{
-    constexpr int kAttempts = 1000;
-    for (int attempt = 1;; ++attempt) {
-        std::wstring name = nameOf(attempt);
-        try {
-            writeNew(name.c_str(), bytes);
-            return name;
-        } catch (const long code) {
-            if (code != ERROR_ALREADY_EXISTS || attempt == kAttempts)
-                throw;
+public:
+    /// Lets `write` make it under the first free one of some names.
+    template <class Write, class NameOf>
+    NewFile(Write&& write, NameOf&& nameOf)
+    {
+        constexpr unsigned kAttempts = 1000;
+        for (unsigned attempt = 1;; ++attempt) {
+            m_name = nameOf(attempt);
+            try {
+                write(m_name.c_str());
+                return;
+            } catch (const long code) {
+                if (code != ERROR_ALREADY_EXISTS || attempt == kAttempts)
+                    throw;
+            }
         }
     }
-}
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile()
+    {
+        if (!m_isKept)
+            DeleteFileW(m_name.c_str());
+    }
+
+    [[nodiscard]] const wchar_t* name() const noexcept { return m_name.c_str(); }
+    void keep() noexcept { m_isKept = true; }
+    /// Gives it another name. Raises the bare code.
+    void move(const std::wstring& path, DWORD flags)
+    {
+        Patience patience;
+        while (!MoveFileExW(name(), path.c_str(), flags | MOVEFILE_WRITE_THROUGH))
+            if (const DWORD code = GetLastError(); !patience.isWorthAnotherTry(code))
+                raiseCode(code == ERROR_FILE_EXISTS ? DWORD{ERROR_ALREADY_EXISTS} : code);
+        keep();
+    }
+
+private:
+    std::wstring m_name;
+    bool m_isKept = false;
+};
 
 FileStamp stampOf(HANDLE file)
 {
@@ -79,12 +93,20 @@ Win32Handle openItself(const wchar_t* path)
     return file;
 }
 
+/// Raises 161 for what is open but no file, such as a device.
+void requireDisk(HANDLE file)
+{
+    if (GetFileType(file) != FILE_TYPE_DISK)
+        raiseCode(ERROR_BAD_PATHNAME);
+}
+
 /// Raises a code unless the file with that name may be replaced.
 void requireReplaceable(const std::wstring& path, const std::optional<FileStamp>& known)
 {
     const Win32Handle file = openItself(path.c_str());
     if (!file.isValid())
         return;
+    requireDisk(file.get());
     const FileStamp found = stampOf(file.get());
     if ((found.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
         raiseCode(kStoppedOnSymlink);
@@ -92,6 +114,17 @@ void requireReplaceable(const std::wstring& path, const std::optional<FileStamp>
         raiseCode(ERROR_ACCESS_DENIED);
     if (!known.has_value() || !found.isOfSame(*known))
         raiseCode(kAnotherFile);
+}
+
+/// Whether the file is certainly still the known one.
+bool isStill(const std::wstring& path, const std::optional<FileStamp>& known) noexcept
+{
+    try {
+        requireReplaceable(path, known);
+        return openItself(path.c_str()).isValid();
+    } catch (...) {
+        return false;
+    }
 }
 
 /// The final path of an open file or folder.
@@ -175,41 +208,67 @@ bool isAlive(DWORD process) noexcept
     return WaitForSingleObject(opened.get(), 0) != WAIT_OBJECT_0;
 }
 
-/// The process that made a temporary file, NAME.<process>-<number>.tmp, for the file NAME; 0: it is none.
-DWORD makerOf(std::wstring_view temporary, std::wstring_view name)
+constexpr std::wstring_view kEnd = L".tmp";
+
+/// The process that made a temporary file, NAME.<process>-<number>.tmp, and NAME; 0: it is none.
+std::pair<DWORD, std::wstring_view> makerOf(std::wstring_view file)
 {
-    constexpr std::wstring_view kEnd = L".tmp";
     constexpr std::size_t kMostDigits = 9;
-    if (temporary.size() <= name.size() + 1 + kEnd.size() || !temporary.ends_with(kEnd) ||
-        !temporary.starts_with(name) || temporary[name.size()] != L'.')
-        return 0;
-    temporary = temporary.substr(name.size() + 1, temporary.size() - name.size() - 1 - kEnd.size());
-    const std::size_t dash = temporary.find(L'-');
-    const std::wstring_view process = temporary.substr(0, dash);
-    const std::wstring_view number = dash == std::wstring_view::npos ? L"" : temporary.substr(dash + 1);
+    if (!file.ends_with(kEnd))
+        return {};
+    file.remove_suffix(kEnd.size());
+    const std::size_t dot = file.rfind(L'.');
+    if (dot == std::wstring_view::npos)
+        return {};
+    const std::wstring_view rest = file.substr(dot + 1);
+    const std::size_t dash = rest.find(L'-');
+    const std::wstring_view process = rest.substr(0, dash);
+    const std::wstring_view number = dash == std::wstring_view::npos ? L"" : rest.substr(dash + 1);
     const auto isNumber = [](std::wstring_view digits) {
         return !digits.empty() && digits.size() <= kMostDigits &&
                digits.find_first_not_of(L"0123456789") == std::wstring_view::npos;
     };
-    return isNumber(process) && isNumber(number) ? std::wcstoul(process.data(), nullptr, 10) : 0;
+    if (!isNumber(process) || !isNumber(number))
+        return {};
+    return {std::wcstoul(process.data(), nullptr, 10), file.substr(0, dot)};
 }
 
-/// Deletes what saves of ended processes left for this file; not on a share, where the process may be another
-/// machine's. A failure harms nothing: the next save tries
-/// again.
-void deleteLeftovers(const std::wstring& path)
+std::size_t nameBegin(std::wstring_view path) noexcept
 {
-    const std::size_t begin = path.rfind(L'\\') + 1;
-    WIN32_FIND_DATAW found;
-    const FindHandle search(FindFirstFileW((path + L".*.tmp").c_str(), &found));
-    if (!search.isValid())
-        return;
-    do {
-        const DWORD maker = makerOf(&found.cFileName[0], std::wstring_view(path).substr(begin));
-        constexpr DWORD kOthers = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
-        if (maker != 0 && (found.dwFileAttributes & kOthers) == 0 && !isAlive(maker) && isLocal(path))
-            DeleteFileW((path.substr(0, begin) + &found.cFileName[0]).c_str());
-    } while (FindNextFileW(search.get(), &found));
+    return path.rfind(L'\\') + 1; // from the beginning without one
+}
+
+/// The path of what temporary files for a file are named after: they must not be too long for a name.
+std::wstring stemOf(const std::wstring& path)
+{
+    constexpr std::size_t kMostCharacters = 200;
+    return path.substr(0, nameBegin(path) + kMostCharacters);
+}
+
+/// What saves of ended processes left for this file.
+void deleteLeftoversOf(const std::wstring& path)
+{
+    const std::wstring stem = stemOf(path);
+    deleteLeftovers(stem + L".*.tmp", [name = std::wstring_view(stem).substr(nameBegin(stem))](
+                                          std::wstring_view found) { return found == name; });
+}
+
+/// Whether a settled path leads to pipes or mailslots, of this machine or another.
+bool isOfPipes(std::wstring_view settled)
+{
+    constexpr std::size_t kPrefix = 4;
+    settled.remove_prefix(kPrefix);
+    const auto takeName = [&settled] {
+        const std::wstring name(settled.substr(0, settled.find(L'\\')));
+        settled.remove_prefix(std::min(name.size() + 1, settled.size()));
+        return name;
+    };
+    std::wstring first = takeName();
+    if (_wcsicmp(first.c_str(), L"UNC") == 0) {
+        takeName(); // the server
+        first = takeName();
+    }
+    return _wcsicmp(first.c_str(), L"pipe") == 0 || _wcsicmp(first.c_str(), L"mailslot") == 0;
 }
 } // namespace
 
@@ -246,39 +305,96 @@ void writeFile(const wchar_t* path, const std::vector<std::byte>& bytes)
     raiseCode(code);
 }
 
-void createFile(const wchar_t* path, const std::vector<std::byte>& bytes)
+void writeNew(const wchar_t* path, const std::vector<std::byte>& bytes)
 {
-    writeNew(Win32Path(path), bytes);
+    Win32Handle file(
+        CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file.isValid())
+        raiseCode(GetLastError() == ERROR_FILE_EXISTS ? ERROR_ALREADY_EXISTS : lastError());
+    const long code = writeWhole(file.get(), bytes);
+    file.reset();
+    if (code == ERROR_SUCCESS)
+        return;
+    DeleteFileW(path);
+    raiseCode(code);
+}
+
+void flushFile(const wchar_t* path)
+{
+    const Win32Handle file(
+        CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    if (!file.isValid() || !FlushFileBuffers(file.get()))
+        raiseLastError();
+}
+
+std::wstring requireFilePath(const wchar_t* path)
+{
+    std::wstring settled = settledPath(path);
+    const std::wstring name = settled.substr(nameBegin(settled));
+    if (name.empty() || name.find(L':') != std::wstring::npos || (settled != path && isDeviceName(name)) ||
+        isOfPipes(settled))
+        raiseCode(ERROR_BAD_PATHNAME);
+    return settled;
+}
+
+std::wstring temporaryName(const std::wstring& path, unsigned number)
+{
+    return stemOf(path).append(L".") + std::to_wstring(GetCurrentProcessId()) + L'-' +
+           std::to_wstring(number) + std::wstring(kEnd);
+}
+
+void deleteLeftovers(const std::wstring& pattern, const std::function<bool(std::wstring_view)>& isOwn)
+{
+    const std::wstring folder = pattern.substr(0, nameBegin(pattern));
+    WIN32_FIND_DATAW found;
+    const FindHandle search(FindFirstFileW(pattern.c_str(), &found));
+    if (!search.isValid())
+        return;
+    do {
+        const auto [maker, name] = makerOf(&found.cFileName[0]);
+        constexpr DWORD kOthers = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+        if (maker != 0 && (found.dwFileAttributes & kOthers) == 0 && isOwn(name) && !isAlive(maker) &&
+            isLocal(folder))
+            DeleteFileW((folder + &found.cFileName[0]).c_str());
+    } while (FindNextFileW(search.get(), &found));
+}
+
+void createFile(const wchar_t* path, const std::function<void(const wchar_t*)>& write)
+{
+    const std::wstring target = requireFilePath(path);
+    if (openItself(target.c_str()).isValid())
+        raiseCode(ERROR_ALREADY_EXISTS);
+    deleteLeftoversOf(target);
+    NewFile fresh(write, [&](unsigned attempt) { return temporaryName(target, attempt); });
+    fresh.move(target, 0);
 }
 
 void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes,
-                 std::optional<FileStamp>& known)
+                 std::optional<FileStamp>& known, const std::vector<std::byte>* old)
 {
     const ReplacementTurn turn(path);
     requireReplaceable(path, known);
-    deleteLeftovers(path);
-    const std::wstring fresh = writeFree(bytes, [&](int attempt) {
-        return path + L'.' + std::to_wstring(GetCurrentProcessId()) + L'-' + std::to_wstring(attempt) +
-               L".tmp";
-    });
+    deleteLeftoversOf(path);
+    NewFile fresh([&](const wchar_t* name) { writeNew(name, bytes); },
+                  [&](unsigned attempt) { return temporaryName(path, attempt); });
+    std::optional<NewFile> copy;
+    if (old != nullptr)
+        copy.emplace([&](const wchar_t* name) { writeNew(name, *old); },
+                     [damaged = path + L".damaged"](unsigned attempt) {
+                         return attempt == 1 ? damaged : damaged + L'-' + std::to_wstring(attempt);
+                     });
+    const FileStamp stamp = stampOf(openItself(fresh.name()).get());
+    requireReplaceable(path, known); // writing takes time
     try {
-        const FileStamp stamp = stampOf(openItself(fresh.c_str()).get());
-        requireReplaceable(path, known); // writing takes time
-        Patience patience;
-        while (!MoveFileExW(fresh.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-            if (const DWORD code = GetLastError(); !patience.isWorthAnotherTry(code))
-                raiseCode(code);
-        known = stamp;
+        fresh.move(path, MOVEFILE_REPLACE_EXISTING);
     } catch (...) {
-        DeleteFileW(fresh.c_str());
+        if (copy.has_value() && !isStill(path, known))
+            copy->keep(); // it may be all that is left
         throw;
     }
-}
-
-void keepFile(const std::wstring& path, const std::vector<std::byte>& bytes)
-{
-    writeFree(bytes,
-              [&](int attempt) { return attempt == 1 ? path : path + L'-' + std::to_wstring(attempt); });
+    if (copy.has_value())
+        copy->keep();
+    known = stamp;
 }
 
 std::wstring nameOfFile(const std::wstring& path)

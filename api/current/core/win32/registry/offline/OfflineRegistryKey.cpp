@@ -1,10 +1,9 @@
 #include "core/win32/registry/offline/include/OfflineRegistryKey.h"
 
-#include "core/win32/registry/offline/include/HiveFile.h"
+#include "core/win32/registry/offline/include/OfflineFile.h"
 #include "core/win32/registry/offline/include/OfflineLibrary.h"
 #include "core/win32/utils/memory/include/UtilityMemory.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
-#include "core/win32/utils/paths/include/Win32Path.h"
 
 using offline::Hive;
 using offline::OfflineHive;
@@ -59,12 +58,13 @@ int isThere(Look&& look)
     }
 }
 
-void give(const OfflineHive::Names& names, wchar_t** target, std::size_t* count)
+/// Gives the names that can be passed to a function: none with one of the `unusable` characters.
+void give(const OfflineHive::Names& names, std::wstring_view unusable, wchar_t** target, std::size_t* count)
 {
     std::wstring list;
     std::size_t listed = 0;
     for (const std::wstring& name : names) {
-        if (name.empty() || name.find(L'\0') != std::wstring::npos)
+        if (name.empty() || name.find_first_of(unusable) != std::wstring::npos)
             continue;
         list.append(name).push_back(L'\0');
         ++listed;
@@ -141,13 +141,14 @@ long OfflineRegistryKey::getInformation(unsigned long long* lastWriteTime, wchar
 long OfflineRegistryKey::listSubKeys(wchar_t** names, std::size_t* count) const noexcept
 {
     return operate(m_hive, names != nullptr && count != nullptr,
-                   [&](OfflineHive& hive) { give(hive.keys(m_path), names, count); });
+                   [&](OfflineHive& hive) { give(hive.keys(m_path), offline::kNoKeyName, names, count); });
 }
 
 long OfflineRegistryKey::listValues(wchar_t** names, std::size_t* count) const noexcept
 {
-    return operate(m_hive, names != nullptr && count != nullptr,
-                   [&](OfflineHive& hive) { give(hive.values(m_path), names, count); });
+    return operate(m_hive, names != nullptr && count != nullptr, [&](OfflineHive& hive) {
+        give(hive.values(m_path), {L"\0", 1}, names, count);
+    });
 }
 
 long OfflineRegistryKey::getKey(const wchar_t* path, IOfflineRegistryKey** key) const noexcept
@@ -172,25 +173,7 @@ long OfflineRegistryKey::getValue(const wchar_t* name, IOfflineRegistryValue** v
 long OfflineRegistryKey::save(const wchar_t* newFile) const noexcept
 {
     return operate(m_hive, newFile != nullptr, [&](OfflineHive& hive) {
-        const Win32Path target(newFile);
-        // Reserve the name first, so no existing file is touched; the library then needs it free again.
-        Win32Handle file(
-            CreateFileW(target, GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file.isValid())
-            raiseCode(GetLastError() == ERROR_FILE_EXISTS ? ERROR_ALREADY_EXISTS : lastError());
-        file.reset();
-        try {
-            if (!DeleteFileW(target))
-                raiseLastError();
-            hive.save(newFile);
-            file.reset(CreateFileW(target, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-            if (!file.isValid() || !FlushFileBuffers(file.get()))
-                raiseLastError();
-        } catch (...) {
-            file.reset();
-            DeleteFileW(target);
-            throw;
-        }
+        offline::createFile(newFile, [&](const wchar_t* name) { hive.save(name); });
     });
 }
 

@@ -24,28 +24,20 @@ private:
     OfflineLibrary::Handle m_hive = nullptr;
 };
 
-/// Flushes what the library wrote, which may still be in the system's cache.
-long flush(const wchar_t* path)
-{
-    const Win32Handle file(
-        CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    return file.isValid() && FlushFileBuffers(file.get()) ? ERROR_SUCCESS : lastError();
-}
-
 void saveByLibrary(const OfflineLibrary& library, const wchar_t* source, const wchar_t* destination)
 {
     const OpenHive hive(library, source);
     // The library does not overwrite files.
     if (!DeleteFileW(destination) && GetLastError() != ERROR_FILE_NOT_FOUND)
         raiseLastError();
-    long code = static_cast<long>(
-        library.saveHive(hive.get(), destination, OfflineLibrary::kOsMajor, OfflineLibrary::kOsMinor));
-    if (code == ERROR_SUCCESS)
-        code = flush(destination);
-    if (code == ERROR_SUCCESS)
-        return;
-    DeleteFileW(destination);
-    raiseCode(code);
+    try {
+        requireSuccess(static_cast<long>(
+            library.saveHive(hive.get(), destination, OfflineLibrary::kOsMajor, OfflineLibrary::kOsMinor)));
+        flushFile(destination);
+    } catch (...) {
+        DeleteFileW(destination);
+        throw;
+    }
 }
 } // namespace
 
@@ -73,7 +65,7 @@ std::tuple<RecordList<HiveLoss>, std::size_t> salvageFile(const wchar_t* damaged
         const std::wstring path = wideOf(hive.path(loss.key)).substr(0, kLongestPath);
         records.add({static_cast<unsigned long>(loss.kind), loss.offset, nullptr}, {{&HiveLoss::key, path}});
     }
-    createFile(newFile, hive.compact());
+    createFile(newFile, [&](const wchar_t* name) { writeNew(name, hive.compact()); });
     return {std::move(records), losses.size()};
 }
 } // namespace offline

@@ -11,8 +11,9 @@ SYSMAINT_C_BEGIN
 /// omitted place, at most 10,000, in one buffer that the caller frees with utilsFreeMemory; `count` receives
 /// their number, `total` the number of all omitted places. Key paths are cut after 1,000 characters.
 ///
-/// @return 0; 87; 8; 1009 (not even a root key was found); 183 (the new file exists already); 223 (too large
-/// for a hive); or the system's code. On failure no new file is left. The damaged file is only read
+/// @return 0; 87; 8; 1009 (not even a root key was found); 183 (the new file exists already); 161 (its path
+/// cannot be that of a file on a disk); 223 (too large for a hive); or the system's code. On failure no new
+/// file is left. The damaged file is only read
 SYSMAINT_API long HiveFileSalvage(const wchar_t* damagedFile, const wchar_t* newFile,
                                   struct HiveLoss** losses, size_t* count, size_t* total);
 SYSMAINT_C_END

@@ -1,6 +1,7 @@
 #include "core/win32/registry/settingshive/include/SettingsHive.h"
 
 #include "core/win32/registry/offline/include/OfflineFile.h"
+#include "core/win32/registry/offline/include/OfflineHive.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "win32/paths/include/CachedPath.h"
 #include "win32/registry/include/SettingsHiveFlags.h"
@@ -34,14 +35,12 @@ std::wstring charactersOf(const SettingsHive::Bytes& bytes)
     return text;
 }
 
-/// Adds names that a list can hold.
-void add(SettingsHive::List& list, const NameView& name)
+/// Adds a name that can be passed to a function: without any of the `unusable` characters.
+void add(SettingsHive::List& list, const NameView& name, std::wstring_view unusable)
 {
     auto& [text, count] = list;
-    if (name.size() == 0)
-        return;
     const std::wstring wide = wideOf(name.text());
-    if (wide.find(L'\0') != std::wstring::npos)
+    if (wide.empty() || wide.find_first_of(unusable) != std::wstring::npos)
         return;
     text.append(wide).push_back(L'\0');
     ++count;
@@ -52,14 +51,14 @@ std::wstring SettingsHive::nameOf(const wchar_t* path)
 {
     if (*path == L'\0')
         raiseCode(ERROR_INVALID_PARAMETER);
-    return nameOfFile(settledPath(CachedPath(path, 1).getPath()));
+    return nameOfFile(requireFilePath(CachedPath(path, 1).getPath()));
 }
 
 SettingsHive::SettingsHive(const wchar_t* path, unsigned long flags) : m_flags(flags)
 {
     if (*path == L'\0' || (flags & ~(kSettingsMustExist | kSettingsReadOnly)) != 0)
         raiseCode(ERROR_INVALID_PARAMETER);
-    m_path = settledPath(CachedPath(path, 1).getPath());
+    m_path = requireFilePath(CachedPath(path, 1).getPath());
     std::vector<std::byte> bytes;
     try {
         bytes = readFile(m_path.c_str(), &m_stamp.emplace());
@@ -104,11 +103,7 @@ void SettingsHive::save()
         bytes = m_hive->compact();
         changes = m_changes;
     }
-    if (m_damaged.has_value() && !m_isKept) {
-        keepFile(m_path + L".damaged", *m_damaged);
-        m_isKept = true; // also for a later attempt if the rest fails
-    }
-    replaceFile(m_path, bytes, m_stamp);
+    replaceFile(m_path, bytes, m_stamp, m_damaged.has_value() ? &*m_damaged : nullptr);
     const WriteLocker locker(m_lock);
     m_damaged.reset();
     m_original = 0;
@@ -165,7 +160,7 @@ SettingsHive::List SettingsHive::keys(std::wstring_view key) const
     const ReadLocker locker(m_lock);
     List list;
     for (const KeyId each : m_hive->subKeys(find(key)))
-        add(list, m_hive->name(each));
+        add(list, m_hive->name(each), kNoKeyName);
     return list;
 }
 
@@ -174,7 +169,7 @@ SettingsHive::List SettingsHive::values(std::wstring_view key) const
     const ReadLocker locker(m_lock);
     List list;
     for (const ValueId each : m_hive->values(find(key)))
-        add(list, m_hive->valueName(each));
+        add(list, m_hive->valueName(each), {L"\0", 1});
     return list;
 }
 

@@ -25,11 +25,12 @@ SYSMAINT_C_BEGIN
 /// is read once and not kept open; SettingsHiveSave refuses to replace it when another program has changed it
 /// since.
 ///
-/// Returns the handle, or the invalid handle with the last error 87 (null or empty name, unknown flags), 5
-/// (without kSettingsReadOnly while the settings are open with it), 8, 223 (a file too large for a hive), or
-/// the system's code for an existing file that cannot be read.
+/// Returns the handle, or the invalid handle with the last error 87 (null or empty name, unknown flags), 161
+/// (no name of a file on a disk: a device such as NUL, a pipe, a stream, a path that ends with a backslash),
+/// 5 (without kSettingsReadOnly while the settings are open with it), 8, 223 (a file too large for a hive),
+/// or the system's code for an existing file that cannot be read.
 SYSMAINT_API void* CreateSettingsHive(const wchar_t* name, unsigned long flags);
-/// Opens settings that are already open. Last errors: 87, 1168 (none have that name), 8.
+/// Opens settings that are already open. Last errors: 87, 161, 1168 (none have that name), 8.
 SYSMAINT_API void* OpenSettingsHive(const wchar_t* name);
 /// Closes the handle. Returns nonzero, or 0 for a handle that is not open. Closing the last one discards the
 /// settings: what was not saved is lost.
@@ -38,19 +39,20 @@ SYSMAINT_API int CloseSettingsHive(void* hive);
 /// Writes the settings to their file: a new file is written beside it, flushed, and renamed over it in one
 /// step. At any moment, and after a crash or a power cut, the complete old or new settings exist. The new
 /// file inherits its folder's access rights. A damaged file is first written, as it was read, to a new file
-/// beside it, NAME.damaged, or NAME.damaged-2 and so on; likewise one that was not closed. Only what was set
-/// before the call is sure to be saved.
+/// beside it, NAME.damaged, or NAME.damaged-2 and so on; likewise one that was not closed. A save that leaves
+/// the damaged file where it is leaves no such copy. Only what was set before the call is sure to be saved.
 ///
 /// Saves in one folder wait for each other, in all processes, and check just before the replacement that the
 /// file is still the one that was read or last saved: the same one, of the same size and last-write time. If
 /// not, nothing is replaced: close the settings and open them again for what is in the file now. A file that
 /// has vanished is written anew.
 ///
-/// The new file is NAME.<process id>-<number>.tmp until it is complete. If the process ends before that, it
-/// remains; the next save of NAME deletes those whose process no longer exists, on drives of this machine and
-/// where that is possible.
+/// The new file is NAME.<process id>-<number>.tmp (the first 200 characters of NAME) until it is complete. If
+/// the process ends before that, it remains; the next save of NAME deletes those whose process no longer
+/// exists, on drives of this machine and where that is possible.
 ///
-/// @return also 5 (also for a read-only file), 681 (the file is a link by now), 1006 (another program has
+/// @return also 5 (also for a read-only file), 161 (a device by now), 681 (the file is a link by now), 1006
+/// (another program has
 ///         changed or replaced the file), 1460 (another save in the folder takes more than ten seconds), 223
 ///         (above 2 GiB), or the system's code; on failure the file is unchanged
 SYSMAINT_API long SettingsHiveSave(void* hive);
@@ -66,12 +68,12 @@ SYSMAINT_API long SettingsHiveCreateKey(void* hive, const wchar_t* key);
 /// @return also 2, 5, 50 (the root), 123
 SYSMAINT_API long SettingsHiveDeleteKey(void* hive, const wchar_t* key);
 /// The names of a key's sub-keys in the system's order, each terminated, with an empty one at the end. Names
-/// that contain a zero, which other programs can create, are omitted.
+/// that contain a zero or a backslash, which hostile files have, are omitted: no path leads to such a key.
 ///
 /// @return also 2, 123
 SYSMAINT_API long SettingsHiveEnumerateKeys(void* hive, const wchar_t* key, wchar_t** names, size_t* count);
-/// The same for its values, in the order of their creation. The unnamed one, whose name would end the list,
-/// is omitted: SettingsHiveGetValue tells whether it exists.
+/// The same for its values, in the order of their creation, only without names that contain a zero. The
+/// unnamed one, whose name would end the list, is omitted: SettingsHiveGetValue tells whether it exists.
 ///
 /// @return also 2
 SYSMAINT_API long SettingsHiveEnumerateValues(void* hive, const wchar_t* key, wchar_t** names, size_t* count);

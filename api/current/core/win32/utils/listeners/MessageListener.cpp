@@ -331,7 +331,7 @@ ListenerState ListenerService::getState() noexcept
 
 void ListenerService::close() noexcept
 {
-    SetEvent(m_stopEvent.get());
-    m_threads.wait();
+    if (tellToStop(m_stopEvent.get()))
+        m_threads.wait();
     m_connection->disconnect();
 }

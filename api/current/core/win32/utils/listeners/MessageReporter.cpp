@@ -183,13 +183,13 @@ ReporterState ReportLine::getState() noexcept
 
 void ReportLine::close() noexcept
 {
+    const bool isTold = tellToStop(m_stopEvent.get());
     const Deadline deadline(waitLimit(INFINITE));
     const WriteLocker locker(m_lock);
     m_stopped = true;
-    SetEvent(m_stopEvent.get());
     endFlushes();
     WakeAllConditionVariable(&m_changed);
-    while (m_taken && deadline.getLeft() != 0)
+    while (isTold && m_taken && deadline.getLeft() != 0)
         m_lock.waitWrite(m_changed, deadline.getLeft());
     if (!m_taken)
         m_link.disconnect();

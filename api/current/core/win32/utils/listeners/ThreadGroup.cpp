@@ -9,6 +9,18 @@
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/threadpool/include/WaitingThread.h"
 
+bool tellToStop(HANDLE event) noexcept
+{
+    constexpr DWORD kTelling = 5000; // milliseconds
+    const Deadline deadline(kTelling);
+    while (!SetEvent(event)) {
+        if (deadline.getLeft() == 0)
+            return false;
+        Sleep(1);
+    }
+    return true;
+}
+
 /// What a new thread is given.
 struct ThreadGroup::Start
 {

@@ -20,6 +20,8 @@ public:
     /// is left. Raises an Exception, with 1223 when `stopEvent` is signalled; the result may have been added
     /// even if one of the files could not be deleted.
     void analyze(HANDLE stopEvent);
+    /// Deletes the temporary files of analyses whose process ended before they did.
+    static void deleteLeftovers() noexcept;
     /// Adds the failure to the results. Raises std::bad_alloc.
     void addFailure(std::uint32_t code, const wchar_t* report);
 

@@ -37,15 +37,16 @@ enum class LossKind
 {
     kBaseBlock, ///< the base block is wrong; other sources were used instead where there were any
     kBin,       ///< a bin's header, or the cells in it
-    kKey,       ///< a sub-key with everything below it; also one that names another parent, or has the name
-                ///< of one before it
+    kKey,       ///< a sub-key with everything below it; also one that another parent has, or that has the
+                ///< name of one before it
     kKeyList,   ///< sub-keys of the key
     kValue,     ///< a value of the key; also one that has the name of one before it
     kValueList, ///< values of the key
     kData,      ///< a value's data: the value is omitted
     kClass,     ///< the class name of the key
     kSecurity,  ///< the security descriptor: the key got that of its parent
-    kCount      ///< a count of sub-keys or values that is wrong beside its list, which was read
+    kCount,     ///< a count of sub-keys or values that is wrong beside its list, which was read
+    kParent     ///< only the parent that a sub-key names: it was read where it is listed
 };
 
 struct Loss
@@ -123,7 +124,8 @@ public:
     [[nodiscard]] std::optional<KeyId> findKey(KeyId key, std::u16string_view name) const noexcept;
     /// The key at `path` below `key`, names separated by backslashes; an empty path is `key` itself.
     [[nodiscard]] std::optional<KeyId> findPath(KeyId key, std::u16string_view path) const noexcept;
-    /// The names from below the root down to the key, separated by backslashes.
+    /// The names from below the root down to the key, separated by backslashes. A key whose name contains a
+    /// backslash or a zero has no path, nor has any below it: theirs is that of the nearest one above.
     [[nodiscard]] std::u16string path(KeyId key) const;
 
     /// Empty for the default value.

@@ -40,6 +40,8 @@ public:
         return static_cast<char16_t>(low | high << 8U);
     }
     [[nodiscard]] std::u16string text() const;
+    /// Whether it can be part of a path: it contains neither a backslash nor a zero, as hostile names do.
+    [[nodiscard]] bool isOfPaths() const noexcept;
     [[nodiscard]] const std::byte* bytes() const noexcept { return m_bytes; }
     [[nodiscard]] std::size_t byteLength() const noexcept { return m_length; }
     [[nodiscard]] bool isLatin1() const noexcept { return m_isLatin1; }

@@ -45,8 +45,16 @@ private:
     [[nodiscard]] bool isUntaken(std::uint32_t offset) const noexcept;
     /// The cell there if it is in use and nothing has taken it yet.
     [[nodiscard]] Cell peek(std::uint32_t offset) const noexcept;
-    [[nodiscard]] Cell take(std::uint32_t offset) noexcept;
-    [[nodiscard]] Cell takeRecord(std::uint32_t offset, std::uint16_t signature, std::size_t size) noexcept;
+    /// The same if it is such a record.
+    [[nodiscard]] Cell peekRecord(std::uint32_t offset, std::uint16_t signature,
+                                  std::size_t size) const noexcept;
+    /// Takes a cell that was peeked at, and returns it.
+    Cell taken(std::uint32_t offset, Cell cell) noexcept;
+    [[nodiscard]] Cell take(std::uint32_t offset) noexcept { return taken(offset, peek(offset)); }
+    [[nodiscard]] Cell takeRecord(std::uint32_t offset, std::uint16_t signature, std::size_t size) noexcept
+    {
+        return taken(offset, peekRecord(offset, signature, size));
+    }
     /// In the bins.
     [[nodiscard]] std::uint32_t placeOf(const std::byte* at) const noexcept
     {
@@ -54,8 +62,8 @@ private:
     }
 
     [[nodiscard]] bool findRoot();
-    [[nodiscard]] bool isOfAnother(std::uint32_t offset, std::uint32_t parentOffset) const noexcept;
-    void readTree();
+    void readTree(const Step& top);
+    void adoptKeys();
     bool readKey(std::uint32_t offset, KeyId parent, std::uint32_t parentOffset);
     void readClass(Hive::Key& key, KeyId id, Cell record);
     void readSecurity(Hive::Key& key, KeyId id, std::uint32_t offset);

@@ -7,6 +7,9 @@
 #include <vector>
 
 namespace offline {
+/// A hostile key name with one of these characters is a path, or ends there.
+inline constexpr std::wstring_view kNoKeyName(L"\\\0", 2);
+
 /// A hive file in memory, served in one of the two ways. Keys are valid paths below its root (see
 /// requirePath); names of values are valid too. The operations raise bare codes, 2 for what does not exist.
 /// Not safe for several threads.
@@ -38,7 +41,7 @@ public:
     /// Of the key's sub-keys, its values, and all keys below it.
     [[nodiscard]] virtual std::tuple<std::size_t, std::size_t, std::size_t>
     counts(const std::wstring& key) = 0;
-    /// Writes a new file without flushing it; after a failure an incomplete file may remain.
+    /// Writes a new file and flushes it. Raises 183 when it exists. An incomplete one is deleted.
     virtual void save(const wchar_t* newFile) = 0;
 };
 

@@ -19,7 +19,7 @@ public:
     using Bytes = std::basic_string<unsigned char>;
 
     SettingsHive(const wchar_t* path, unsigned long flags);
-    /// The same for all spellings of a file. Raises 87 for an empty one.
+    /// The same for all spellings of a file. Raises 87 for an empty one, 161 for what is no file.
     [[nodiscard]] static std::wstring nameOf(const wchar_t* path);
     [[nodiscard]] bool isReadOnly() const noexcept { return (m_flags & kSettingsReadOnly) != 0; }
     SettingsHive(const SettingsHive&) = delete;
@@ -61,8 +61,7 @@ private:
     std::optional<offline::FileStamp> m_stamp; // of the file that was read or saved; guarded by m_saving
     unsigned long m_original = 0;              // bits of SettingsHiveState that the file gave
     std::optional<std::vector<std::byte>>
-        m_damaged;         // the damaged or unclosed file as it was read, until a save has replaced it
-    bool m_isKept = false; // a copy of it was kept; guarded by m_saving
+        m_damaged; // the damaged or unclosed file as it was read, until a save has replaced it
     bool m_isNew = false;
     unsigned long long m_changes = 0;
     unsigned long long m_saved = 0; // how many of them are saved

@@ -3,9 +3,9 @@
 #include <map>
 
 #include "core/win32/utils/communication/include/MessageTopic.h"
-#include "core/win32/utils/listeners/api.h"
 #include "core/win32/utils/listeners/include/LinkProtocol.h"
 #include "core/win32/utils/listeners/include/ThreadGroup.h"
+#include "win32/communication/include/ListenerOptions.h"
 
 /// What the threads of a listener share: one that accepts clients, and one for each client. The operations
 /// raise bare codes.

@@ -9,6 +9,10 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
+/// Signals the event that threads end by. A system that refuses is asked again for 5 seconds. Returns whether
+/// it was signalled.
+[[nodiscard]] bool tellToStop(HANDLE event) noexcept;
+
 /// Threads that work for one object, which can wait until they are done with it. Each keeps the library
 /// loaded while it runs.
 class ThreadGroup

@@ -1,0 +1,22 @@
+cmake_minimum_required(VERSION 3.25)
+# Installs the public headers, and those that they include, in the folders that they have in the sources: the include
+# path of an installed library is that of a library in the sources. SOURCE and DESTINATION are the two folders.
+file(GLOB_RECURSE waiting RELATIVE ${SOURCE} ${SOURCE}/core/*/api.h ${SOURCE}/win32/*.h ${SOURCE}/c/*.h)
+set(headers)
+while(waiting)
+    list(POP_FRONT waiting header)
+    if(header IN_LIST headers)
+        continue()
+    endif()
+    list(APPEND headers ${header})
+    get_filename_component(folder ${header} DIRECTORY)
+    file(INSTALL ${SOURCE}/${header} DESTINATION ${DESTINATION}/${folder})
+    file(STRINGS ${SOURCE}/${header} lines REGEX "^ *# *include +\"")
+    foreach(line IN LISTS lines)
+        string(REGEX REPLACE ".*\"(.*)\".*" "\\1" included "${line}")
+        if(NOT EXISTS ${SOURCE}/${included}) # beside the header
+            file(RELATIVE_PATH included ${SOURCE} ${SOURCE}/${folder}/${included})
+        endif()
+        list(APPEND waiting ${included})
+    endforeach()
+endwhile()

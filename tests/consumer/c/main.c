@@ -1,0 +1,14 @@
+/* The library says its version and refuses a stale handle. */
+#include <sysmaint.h>
+
+#include <wchar.h>
+
+int main(void)
+{
+    sysmaint_validator* validator = NULL;
+    if (wcscmp(sysmaint_version_text(), VERSION) != 0)
+        return 1;
+    if (sysmaint_validator_create(L"*.tmp", NULL, &validator) != 0 || sysmaint_validator_close(validator) != 0)
+        return 2;
+    return sysmaint_validator_close(validator) == 6 ? 0 : 3;
+}
