@@ -17,11 +17,9 @@
 //   6 (a handle that is null, was never given out or has been closed) and 87 (an argument that must not be
 //   null). It lists the others. A call that fails changes none of its outputs. sysmaint_last_failure tells
 //   more.
-// - Handles are opaque. Each belongs to the caller until the close function of its type is called once.
-// Numbers
-//   of closed handles are not used again unless stated otherwise, so a stale handle gives 6. Closing a handle
-//   while a call uses it is safe: the call keeps the object until it is done. That includes a callback that
-//   closes what calls it.
+// - Handles are opaque. Each belongs to the caller until the close function of its type is called once. A closed
+//   handle is not used again, so a stale one gives 6. Closing a handle while a call uses it is safe: the call
+//   keeps the object until it is done. That includes a callback that closes what calls it.
 // - A struct begins with its own size in bytes. A struct may grow at its end in later versions. A function
 //   accepts the size of the struct in the version of the library that first had it, and any size from there
 //   to its current one; fields beyond a caller's size are taken as zero. Any other size, above the current
@@ -128,6 +126,273 @@ SYSMAINT_API int32_t sysmaint_validator_pattern(sysmaint_validator* validator, u
 /// @return 0, 6
 SYSMAINT_API int32_t sysmaint_validator_close(sysmaint_validator* validator);
 
+// ---- Items: one file, folder, registry key, registry value or file on an FTP server. Scans hand them to
+// their callback; the functions below make one of what the caller names. Items that were found know what they
+// were found as: an operation on one is refused when its path means something else by now
+// (win32/scanengine/include/ IFile.h, win32/registry/include/IRegistryKey.h, win32/ftp/include/IFtpFile.h
+// have the codes of each operation). Functions that do not fit the item's type return 120.
+
+typedef struct sysmaint_item sysmaint_item;
+
+#define SYSMAINT_ITEM_FOLDER 1u
+#define SYSMAINT_ITEM_FILE 2u
+#define SYSMAINT_ITEM_FTP_FILE 3u
+#define SYSMAINT_ITEM_REGISTRY_KEY 5u
+#define SYSMAINT_ITEM_REGISTRY_VALUE 6u
+
+#define SYSMAINT_REGISTRY_READ_ONLY 0x0001u ///< nothing is changed through the item (5)
+#define SYSMAINT_REGISTRY_VIEW_64 0x0100u   ///< the 64-bit view of the registry
+#define SYSMAINT_REGISTRY_VIEW_32 0x0200u   ///< the 32-bit view
+
+/// An account at an FTP server. Nothing is encrypted, the password neither.
+typedef struct sysmaint_ftp_account
+{
+    uint32_t size;
+    uint32_t port; ///< 0 is 21
+    const wchar_t* server;
+    const wchar_t* user;     ///< null or empty: anonymous
+    const wchar_t* password; ///< null: none
+    uint32_t timeout;        ///< for each step; 0 is 30,000 milliseconds
+    uint32_t reserved;
+} sysmaint_ftp_account;
+
+/// A connection to an FTP server for any number of items; threads take turns.
+typedef struct sysmaint_ftp sysmaint_ftp;
+
+/// Creates a connection. Nothing is sent yet: it connects when it is first needed, and again after a failure.
+///
+/// @param account  is copied; the password is kept in memory until the connection and its items are gone
+/// @param ftp      receives the handle; close it with sysmaint_ftp_close
+/// @return 0, 8, 87 (also control characters)
+SYSMAINT_API int32_t sysmaint_ftp_create(const sysmaint_ftp_account* account, sysmaint_ftp** ftp);
+/// Connects and logs in, if it has not yet.
+///
+/// @param cancel_event  may be null
+/// @return 0, 6, 8, 1223, 1326, or a code of core/win32/utils/ftp/api.h
+SYSMAINT_API int32_t sysmaint_ftp_connect(sysmaint_ftp* ftp, void* cancel_event);
+/// Closes the connection. What its items wait for ends, and they cannot be used any more (2250).
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_ftp_close(sysmaint_ftp* ftp);
+
+/// The file of that path. It need not exist.
+///
+/// @param expand  not 0: folder macros in the path are expanded
+/// @param item    receives the handle; close it with sysmaint_item_close
+/// @return 0, 8, 87, the expander's
+SYSMAINT_API int32_t sysmaint_item_file(const wchar_t* path, int32_t expand, sysmaint_item** item);
+/// The folder of that path, in the same way.
+///
+/// @param expand  not 0: folder macros in the path are expanded
+/// @param item    receives the handle
+/// @return 0, 8, 87, the expander's
+SYSMAINT_API int32_t sysmaint_item_folder(const wchar_t* path, int32_t expand, sysmaint_item** item);
+/// The registry key below a root.
+///
+/// @param root     an HKEY: a root key or an open key
+/// @param key      path below it
+/// @param options  SYSMAINT_REGISTRY_...
+/// @param item     receives the handle
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_item_registry_key(void* root, const wchar_t* key, uint32_t options,
+                                                sysmaint_item** item);
+/// The value of a registry key.
+///
+/// @param root     an HKEY: a root key or an open key
+/// @param key      path below it
+/// @param name     the value's; empty: the key's unnamed value
+/// @param options  SYSMAINT_REGISTRY_...
+/// @param item     receives the handle
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_item_registry_value(void* root, const wchar_t* key, const wchar_t* name,
+                                                  uint32_t options, sysmaint_item** item);
+/// A file on an FTP server. Nothing is sent before the item is used.
+///
+/// @param ftp   stays open while the item is used
+/// @param path  from the server's root, with slashes
+/// @param item  receives the handle; close it with sysmaint_item_close
+/// @return 0, 6, 8, 87 (also a path with "." or "..", a backslash or a control character)
+SYSMAINT_API int32_t sysmaint_item_ftp_file(sysmaint_ftp* ftp, const wchar_t* path, sysmaint_item** item);
+/// The item that sysmaint_item_dump has written. Items on FTP servers are not connected then (2250).
+///
+/// @param bytes  `size` bytes, which are not trusted
+/// @param item   receives the handle
+/// @return 0, 8, 13 (bytes of no item), 30 (too few bytes), 87
+SYSMAINT_API int32_t sysmaint_item_load(const void* bytes, uint64_t size, sysmaint_item** item);
+/// Another handle of the same item, which outlives the callback that got the first.
+///
+/// @param kept  receives the handle; close it with sysmaint_item_close
+/// @return 0, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_item_keep(sysmaint_item* item, sysmaint_item** kept);
+/// Closes the handle. The handle that a callback gets is closed for it when it returns.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_item_close(sysmaint_item* item);
+
+/// The item's type.
+///
+/// @param type  receives SYSMAINT_ITEM_...
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_item_type(sysmaint_item* item, uint32_t* type);
+/// The item's full path.
+///
+/// @param path  receives the text; owned by the item, valid until its last handle is closed
+/// @return 0, 6, 87, 8
+SYSMAINT_API int32_t sysmaint_item_path(sysmaint_item* item, const wchar_t** path);
+/// The name of a registry value.
+///
+/// @param name  receives the text; owned by the item, valid until its last handle is closed
+/// @return 0, 6, 87, 120
+SYSMAINT_API int32_t sysmaint_item_value_name(sysmaint_item* item, const wchar_t** name);
+/// The type of a registry value, REG_SZ and the like.
+///
+/// @return 0, 6, 87, 120, or the system's code
+SYSMAINT_API int32_t sysmaint_item_value_type(sysmaint_item* item, uint32_t* type);
+/// The size of a file as the scan has seen it, otherwise as it is now; of a registry value's data.
+///
+/// @param bytes  receives it
+/// @return 0, 6, 87, 120, or the system's or the server's code
+SYSMAINT_API int32_t sysmaint_item_size(sysmaint_item* item, uint64_t* bytes);
+/// Whether the item exists.
+///
+/// @param exists  receives 0 or 1
+/// @return 0, 6, 87, or the system's or the server's code
+SYSMAINT_API int32_t sysmaint_item_exists(sysmaint_item* item, int32_t* exists);
+/// Whether a folder has folders, or a key has keys, that are no links.
+///
+/// @param has  receives 0 or 1
+/// @return 0, 6, 87, 120, 1223, or the system's or the server's code
+SYSMAINT_API int32_t sysmaint_item_has_containers(sysmaint_item* item, void* cancel_event, int32_t* has);
+/// Whether a validator accepts the item.
+///
+/// @param accepts  receives 0 or 1
+/// @return 0, 6 (either handle), 87
+SYSMAINT_API int32_t sysmaint_item_matches(sysmaint_item* item, sysmaint_validator* validator,
+                                           int32_t* accepts);
+/// The content of a file or of a registry value, as a copy to be released with utilsFreeMemory. It is read at
+/// the first call and kept by the item.
+///
+/// @param bytes  receives the buffer
+/// @param size   receives how many bytes
+/// @return 0, 6, 8, 87, 120, or the system's code
+SYSMAINT_API int32_t sysmaint_item_read(sysmaint_item* item, void** bytes, uint64_t* size);
+/// Writes the content of a file or of a registry value: creates it, or replaces what is there.
+///
+/// @param value_type  the type of a registry value, REG_SZ and the like; 0 for a file
+/// @param bytes       may be null when `size` is 0
+/// @return 0, 5, 6, 8, 87, 120, 206, or the system's code
+SYSMAINT_API int32_t sysmaint_item_write(sysmaint_item* item, uint32_t value_type, const void* bytes,
+                                         uint64_t size);
+/// Creates a folder, or a key with its parents. Nothing happens to a key that exists; a folder gives 183.
+///
+/// @return 0, 6, 8, 120, or the system's code
+SYSMAINT_API int32_t sysmaint_item_create(sysmaint_item* item);
+/// DELETES the item from the system: a file, an empty folder, a registry value, a registry key with all that
+/// is below it, a file from its server. Of a link only the link.
+///
+/// @param cancel_event  for files on FTP servers, otherwise ignored
+/// @return 0, 6, 8, 1223, or the system's or the server's code
+SYSMAINT_API int32_t sysmaint_item_delete(sysmaint_item* item, void* cancel_event);
+/// Copies a file from its FTP server into a local one.
+///
+/// @param local_path  a new file; or with `go_on` not 0 one that an earlier download has left
+/// @return 0, 6, 8, 13, 80, 87, 120, 681, 1223, 2250, or a code of core/win32/utils/ftp/api.h
+SYSMAINT_API int32_t sysmaint_item_download(sysmaint_item* item, const wchar_t* local_path, int32_t go_on,
+                                            void* cancel_event);
+/// Replaces a file on its FTP server by the content of a local one.
+///
+/// @return 0, 6, 8, 87, 120, 1223, 2250, or a code of core/win32/utils/ftp/api.h
+SYSMAINT_API int32_t sysmaint_item_upload(sysmaint_item* item, const wchar_t* local_path, void* cancel_event);
+/// The item in serialized form, as a buffer to be released with utilsFreeMemory.
+///
+/// @param bytes  receives the buffer
+/// @param size   receives how many bytes
+/// @return 0, 6, 8, 29, 87
+SYSMAINT_API int32_t sysmaint_item_dump(sysmaint_item* item, void** bytes, uint64_t* size);
+
+// ---- Scans: folders, registry keys, or folders on FTP servers as roots, walked breadth-first on the calling
+// thread. win32/scanengine/include/IScanPath.h and the engines in core/win32/utils/scanengine/api.h and
+// core/win32/utils/ftp/api.h describe the walk. A scan has no name, and C++ code cannot reach it.
+
+typedef struct sysmaint_scan sysmaint_scan;
+
+#define SYSMAINT_SCAN_FOLDERS 1u
+#define SYSMAINT_SCAN_REGISTRY 2u
+#define SYSMAINT_SCAN_FTP 3u
+
+#define SYSMAINT_FOUND_LEAF 0u      ///< a file or a registry value
+#define SYSMAINT_FOUND_CONTAINER 1u ///< a folder or a registry key
+#define SYSMAINT_FOUND_UNLISTED 2u ///< a container that could not be listed completely, for the reason `code`
+
+typedef struct sysmaint_scan_options
+{
+    uint32_t size;
+    uint32_t depth; ///< levels to list: 1 only the roots; 0 all, down to 65,535
+} sysmaint_scan_options;
+
+/// What a scan has found.
+typedef struct sysmaint_found
+{
+    uint32_t size;
+    uint32_t kind; ///< SYSMAINT_FOUND_...
+    uint32_t type; ///< SYSMAINT_ITEM_...
+    int32_t code;  ///< why it could not be listed; otherwise 0
+    const wchar_t* path;
+    sysmaint_item* item; ///< for the functions above; sysmaint_item_keep makes it last
+} sysmaint_found;
+
+/// Called for each item that the validator accepts, and for each container that cannot be listed.
+typedef int32_t (*sysmaint_scan_callback)(void* context, const sysmaint_found* found);
+
+/// Creates a scan without roots.
+///
+/// @param kind  SYSMAINT_SCAN_...: what its roots will be
+/// @param scan  receives the handle; close it with sysmaint_scan_close
+/// @return 0, 8, 87 (also another kind)
+SYSMAINT_API int32_t sysmaint_scan_create(uint32_t kind, sysmaint_scan** scan);
+/// Appends a root folder, which need not exist yet. A folder that is added twice is walked twice.
+///
+/// @param expand  not 0: folder macros in the path are expanded
+/// @return 0, 6, 8, 87 (also an empty path), 120 (a scan of another kind), the expander's
+SYSMAINT_API int32_t sysmaint_scan_add_folder(sysmaint_scan* scan, const wchar_t* path, int32_t expand);
+/// Appends a root key.
+///
+/// @param root     an HKEY: a root key, or a key that stays open
+/// @param key      path below it, may be empty
+/// @param options  SYSMAINT_REGISTRY_..., also for all that is found below
+/// @return 0, 6, 8, 87, 120 (a scan of another kind)
+SYSMAINT_API int32_t sysmaint_scan_add_key(sysmaint_scan* scan, void* root, const wchar_t* key,
+                                           uint32_t options);
+/// Appends a folder on an FTP server. Nothing is sent before the scan.
+///
+/// @param account  is copied
+/// @param path     from the server's root, with slashes
+/// @return 0, 6, 8, 87, 120 (a scan of another kind)
+SYSMAINT_API int32_t sysmaint_scan_add_ftp_folder(sysmaint_scan* scan, const sysmaint_ftp_account* account,
+                                                  const wchar_t* path);
+/// Removes all roots.
+///
+/// @return 0, 6, 8
+SYSMAINT_API int32_t sysmaint_scan_clear(sysmaint_scan* scan);
+/// Walks every root in the order added, on the calling thread.
+///
+/// @param options       null: all levels
+/// @param validator     null accepts everything
+/// @param cancel_event  polled before each container, each entry and each call of the callback
+/// @param callback      must not be null. It may delete what it is told of, change and close the scan, and
+///                      run others; its scan goes on with the roots that it began with
+/// @param context       for the callback
+/// @return 0; 6 (also when a root was removed meanwhile); 8; 87; 170 (the scan is running, perhaps as the
+///         caller of this callback); 1223; the callback's result; the system's code at once for a root that
+///         cannot be opened; or, when all was walked, that of the first container that could not be listed
+SYSMAINT_API int32_t sysmaint_scan_run(sysmaint_scan* scan, const sysmaint_scan_options* options,
+                                       sysmaint_validator* validator, void* cancel_event,
+                                       sysmaint_scan_callback callback, void* context);
+/// Closes the handle. A run in progress goes on.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_scan_close(sysmaint_scan* scan);
+
 // ---- Wiping. THIS DESTROYS DATA. win32/wiper/include/IWiper.h describes what is overwritten, what is not
 // reached, and how links and files with several names are treated.
 
@@ -230,6 +495,352 @@ SYSMAINT_API int32_t sysmaint_wiper_close(sysmaint_wiper* wiper);
 /// @return as WipeFileTable; or the callback's result
 SYSMAINT_API int32_t sysmaint_wipe_file_table(const wchar_t* volume, void* cancel_event,
                                               sysmaint_wipe_callback callback, void* context);
+
+// ---- Messages: a topic, a number that the sender chooses, and content. A message is used by one thread at a
+// time.
+
+typedef struct sysmaint_message sysmaint_message;
+
+#define SYSMAINT_MESSAGE_PLAIN 0u      ///< without content
+#define SYSMAINT_MESSAGE_DATA 1u       ///< with bytes
+#define SYSMAINT_MESSAGE_ARRAY 2u      ///< with a list of elements, each of bytes
+#define SYSMAINT_MESSAGE_PARAMETERS 3u ///< with named parameters, each of bytes
+
+typedef struct sysmaint_message_info
+{
+    uint32_t size;
+    uint32_t kind;         ///< SYSMAINT_MESSAGE_...
+    uint32_t id;           ///< the sender's number
+    uint32_t topic_number; ///< of a numbered topic; otherwise 0
+    const wchar_t* topic;  ///< its name, owned by the message; null for a numbered topic, and without a name
+} sysmaint_message_info;
+
+/// Creates an empty message. Topics deliver what they are given, whatever topic the message names.
+///
+/// @param kind     SYSMAINT_MESSAGE_...
+/// @param topic    is copied; may be null
+/// @param id       the sender's number
+/// @param message  receives the handle; close it with sysmaint_message_close
+/// @return 0, 8, 87 (also another kind)
+SYSMAINT_API int32_t sysmaint_message_create(uint32_t kind, const wchar_t* topic, uint32_t id,
+                                             sysmaint_message** message);
+/// The same for a topic that is known by its number.
+///
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_message_create_numbered(uint32_t kind, uint32_t topic, uint32_t id,
+                                                      sysmaint_message** message);
+/// A copy of a message, also of one that a callback has got.
+///
+/// @param copy  receives the handle; close it with sysmaint_message_close
+/// @return 0, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_message_copy(sysmaint_message* message, sysmaint_message** copy);
+/// The message that sysmaint_message_dump has written.
+///
+/// @param kind     the message's: the bytes do not say it
+/// @param bytes    `size` bytes, which are not trusted
+/// @param message  receives the handle; close it with sysmaint_message_close
+/// @return 0, 8, 13 (more bytes than the message has), 30 (no such message), 87
+SYSMAINT_API int32_t sysmaint_message_load(uint32_t kind, const void* bytes, uint64_t size,
+                                           sysmaint_message** message);
+/// The message in serialized form, as a buffer to be released with utilsFreeMemory.
+///
+/// @param bytes  receives the buffer
+/// @param size   receives how many bytes
+/// @return 0, 6, 8, 29, 87
+SYSMAINT_API int32_t sysmaint_message_dump(sysmaint_message* message, void** bytes, uint64_t* size);
+/// Kind, number and topic of a message.
+///
+/// @param info  set its size first
+/// @return 0, 6, 87 (also another size)
+SYSMAINT_API int32_t sysmaint_message_get_info(sysmaint_message* message, sysmaint_message_info* info);
+/// Replaces the bytes of a message with bytes.
+///
+/// @param bytes  are copied; may be null when `size` is 0
+/// @return 0, 6, 8, 87, 120 (another kind)
+SYSMAINT_API int32_t sysmaint_message_set_data(sysmaint_message* message, const void* bytes, uint64_t size);
+/// The bytes of a message with bytes.
+///
+/// @param bytes  receives them; owned by the message, valid until it is changed or closed; null without any
+/// @param size   receives how many bytes
+/// @return 0, 6, 87, 120 (another kind)
+SYSMAINT_API int32_t sysmaint_message_data(sysmaint_message* message, const void** bytes, uint64_t* size);
+/// Appends an element to a message with elements.
+///
+/// @param bytes  are copied; must not be null
+/// @return 0, 6, 8, 87, 120 (another kind)
+SYSMAINT_API int32_t sysmaint_message_add_element(sysmaint_message* message, const void* bytes,
+                                                  uint64_t size);
+/// An element of a message.
+///
+/// @param index  from 0
+/// @param bytes  receives them; owned by the message, valid until it is closed
+/// @param size   receives how many bytes
+/// @return 0, 6, 87, 120 (another kind, or an element of C++ code that is more than bytes), 259 (no more)
+SYSMAINT_API int32_t sysmaint_message_element(sysmaint_message* message, uint64_t index, const void** bytes,
+                                              uint64_t* size);
+/// Sets a parameter, replacing one of that name.
+///
+/// @param name   is copied; compared exactly
+/// @param bytes  are copied; must not be null
+/// @return 0, 6, 8, 87, 120 (another kind)
+SYSMAINT_API int32_t sysmaint_message_set_parameter(sysmaint_message* message, const wchar_t* name,
+                                                    const void* bytes, uint64_t size);
+/// Sets a parameter to the 4 bytes of a number.
+///
+/// @return 0, 6, 8, 87, 120 (another kind)
+SYSMAINT_API int32_t sysmaint_message_set_number(sysmaint_message* message, const wchar_t* name,
+                                                 uint32_t number);
+/// Sets a parameter to a text with its terminator.
+///
+/// @return 0, 6, 8, 87, 120 (another kind)
+SYSMAINT_API int32_t sysmaint_message_set_text(sysmaint_message* message, const wchar_t* name,
+                                               const wchar_t* text);
+/// The bytes of a parameter.
+///
+/// @param bytes  receives them; owned by the message, valid until the parameter is set again or the message
+///               is closed
+/// @param size   receives how many bytes
+/// @return 0, 6, 87, 120 (another kind), 1168 (no such parameter)
+SYSMAINT_API int32_t sysmaint_message_parameter(sysmaint_message* message, const wchar_t* name,
+                                                const void** bytes, uint64_t* size);
+/// A parameter that is a number.
+///
+/// @return 0, 6, 87 (also a parameter that is not 4 bytes long), 120 (another kind), 1168 (no such parameter)
+SYSMAINT_API int32_t sysmaint_message_number(sysmaint_message* message, const wchar_t* name,
+                                             uint32_t* number);
+/// A parameter that is a text.
+///
+/// @param text  receives it; owned by the message, as above
+/// @return 0, 6, 87 (also a parameter that is no text), 120 (another kind), 1168 (no such parameter)
+SYSMAINT_API int32_t sysmaint_message_text(sysmaint_message* message, const wchar_t* name,
+                                           const wchar_t** text);
+/// The parameters one by one, in the order of their names.
+///
+/// @param index  from 0
+/// @param name   receives the name; owned by the message, valid until its parameters change
+/// @param bytes  receives the value, as above
+/// @param size   receives how many bytes
+/// @return 0, 6, 87, 120 (another kind), 259 (no more)
+SYSMAINT_API int32_t sysmaint_message_parameter_at(sysmaint_message* message, uint64_t index,
+                                                   const wchar_t** name, const void** bytes, uint64_t* size);
+/// Removes bytes, elements or parameters.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_message_clear(sysmaint_message* message);
+/// Closes the handle. The handles that a callback gets are closed for it when it returns.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_message_close(sysmaint_message* message);
+
+// ---- Thread pools, shared with C++ code by their names. core/win32/utils/threadpool/api.h describes them.
+
+typedef struct sysmaint_pool sysmaint_pool;
+
+#define SYSMAINT_SCOPE_CATEGORY 0u ///< a whole category
+#define SYSMAINT_SCOPE_WORK 1u     ///< all work with a key
+#define SYSMAINT_SCOPE_INSTANCE 2u ///< one queued item
+
+/// What an operation of a pool is about.
+typedef struct sysmaint_work_key
+{
+    uint32_t size;
+    uint32_t scope;           ///< SYSMAINT_SCOPE_...
+    const wchar_t* category;  ///< its name; null: the two numbers count and not the names
+    const wchar_t* work;      ///< its name
+    uint32_t category_number; ///< only without a name
+    uint32_t work_number;     ///< only without names
+    void* instance;           ///< as sysmaint_pool_queue returned it
+} sysmaint_work_key;
+
+typedef struct sysmaint_category_options
+{
+    uint32_t size;
+    uint32_t maximum_threads; ///< 0xFFFFFFFF: no limit; 0: none, nothing runs
+    uint32_t is_suspended;    ///< 1: its work begins only when it is resumed
+    int32_t priority;         ///< a Win32 thread priority
+    uint64_t stack_size;      ///< in bytes; 0 is the system's
+} sysmaint_category_options;
+
+#define SYSMAINT_QUEUE_AT_END 0u
+#define SYSMAINT_QUEUE_AT_FRONT 1u
+#define SYSMAINT_QUEUE_ONLY_IF_FREE 2u ///< not at all (1003) when no thread is free
+
+#define SYSMAINT_CANCEL_AND_RETURN 0u
+#define SYSMAINT_CANCEL_AND_WAIT 1u
+#define SYSMAINT_DROP_QUEUED 2u ///< leaves running work alone
+
+/// What running work knows of itself.
+typedef struct sysmaint_work
+{
+    uint32_t size;
+    uint32_t number;             ///< its key, if that is no name
+    const wchar_t* name;         ///< its key, if that is a name; otherwise null
+    void* cancel_event;          ///< poll it and return early when it is signalled; do not close it
+    sysmaint_message* arguments; ///< its own copy of the parameters that it was queued with
+} sysmaint_work;
+
+/// Work, on a thread of the pool. The result is the work's own code (sysmaint_pool_result).
+typedef int32_t (*sysmaint_work_callback)(void* context, const sysmaint_work* work);
+
+/// Creates the pool of that name, or opens it.
+///
+/// @param pool  receives the handle; close it with sysmaint_pool_close
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_pool_create(const wchar_t* name, sysmaint_pool** pool);
+/// Opens the pool of that name.
+///
+/// @param pool  receives the handle; close it with sysmaint_pool_close
+/// @return 0, 8, 87, 1168 (no such pool)
+SYSMAINT_API int32_t sysmaint_pool_open(const wchar_t* name, sysmaint_pool** pool);
+/// Closes the handle. The last one cancels the pool's work and waits for it, except for the work that makes
+/// the call; see THPCloseThreadpool.
+///
+/// @return 0, 6, or the system's code when work could not be told
+SYSMAINT_API int32_t sysmaint_pool_close(sysmaint_pool* pool);
+/// Creates a category.
+///
+/// @param key      scope SYSMAINT_SCOPE_CATEGORY
+/// @param options  must not be null
+/// @return 0, 6, 8, 87, 183 (it exists), 1115
+SYSMAINT_API int32_t sysmaint_pool_create_category(sysmaint_pool* pool, const sysmaint_work_key* key,
+                                                   const sysmaint_category_options* options);
+/// Queues work. A category that does not exist is created, without a limit on threads.
+///
+/// @param key        scope SYSMAINT_SCOPE_WORK
+/// @param callback   is called once, unless the work is cancelled before
+/// @param context    for the callback; it must live until the work has ended
+/// @param arguments  a message with parameters, which is copied; may be null
+/// @param option     SYSMAINT_QUEUE_...
+/// @param instance   receives what identifies this work, before it begins; may be null
+/// @return 0, 6 (either handle), 8, 87, 120 (a message of another kind), 1003, 1115, or a code of
+///         THPQueueWork
+SYSMAINT_API int32_t sysmaint_pool_queue(sysmaint_pool* pool, const sysmaint_work_key* key,
+                                         sysmaint_work_callback callback, void* context,
+                                         sysmaint_message* arguments, uint32_t option, void** instance);
+/// Suspends a category, or work that is running.
+///
+/// @param key  scope SYSMAINT_SCOPE_CATEGORY or SYSMAINT_SCOPE_WORK
+/// @return 0, 6, 8, 87, 170, 1115, 1168, 5023; see THPSuspendWork
+SYSMAINT_API int32_t sysmaint_pool_suspend(sysmaint_pool* pool, const sysmaint_work_key* key);
+/// Resumes it.
+///
+/// @param key  scope SYSMAINT_SCOPE_CATEGORY or SYSMAINT_SCOPE_WORK
+/// @return 0, 6, 8, 87, 1115, 1168
+SYSMAINT_API int32_t sysmaint_pool_resume(sysmaint_pool* pool, const sysmaint_work_key* key);
+/// Cancels work.
+///
+/// @param key        of any scope; null: all work of the pool, which is not waited for
+/// @param operation  SYSMAINT_CANCEL_... or SYSMAINT_DROP_QUEUED; without a key 0
+/// @return 0, 6, 8, 87, 1115, 1131, 1168; see THPCancelWork
+SYSMAINT_API int32_t sysmaint_pool_cancel(sysmaint_pool* pool, const sysmaint_work_key* key,
+                                          uint32_t operation);
+/// Waits for the work that is queued or running now.
+///
+/// @param key    of any scope
+/// @param extra  a handle of the system's that ends the wait (1223); may be null
+/// @return 0, 6, 8, 87, 258 (timeout), 1115, 1131, 1168, 1223 (some of it was cancelled); see THPWait
+SYSMAINT_API int32_t sysmaint_pool_wait(sysmaint_pool* pool, const sysmaint_work_key* key, uint32_t timeout,
+                                        void* extra);
+/// How the latest run of the work, or the run of an instance, ended.
+///
+/// @param key     scope SYSMAINT_SCOPE_WORK or SYSMAINT_SCOPE_INSTANCE
+/// @param result  receives the callback's result, or 1223 when it was cancelled
+/// @return 0, 6, 8, 87, 170 (it has not ended), 1115, 1168
+SYSMAINT_API int32_t sysmaint_pool_result(sysmaint_pool* pool, const sysmaint_work_key* key, int32_t* result);
+/// Whether such work is queued or running.
+///
+/// @param key      of any scope
+/// @param running  receives 0 or 1
+/// @return 0, 6, 8, 87, 1115, 1168
+SYSMAINT_API int32_t sysmaint_pool_is_running(sysmaint_pool* pool, const sysmaint_work_key* key,
+                                              int32_t* running);
+
+// ---- Topics: named channels for messages inside the process, shared with C++ code. core/win32/utils/
+// communication/api.h describes them.
+
+typedef struct sysmaint_topic sysmaint_topic;
+typedef struct sysmaint_subscription sysmaint_subscription;
+
+#define SYSMAINT_ROLE_HANDLER 0u
+#define SYSMAINT_ROLE_FILTER 1u ///< sees each message before the handlers do and may refuse it
+
+/// A message as it reaches a subscriber.
+typedef struct sysmaint_delivery
+{
+    uint32_t size;
+    uint32_t has_value; ///< 1: a value travels with the message
+    uint32_t value;
+    uint32_t reserved;
+    sysmaint_message* message; ///< a copy
+    sysmaint_message* reply;   ///< of the message's kind; the sender gets what it holds at the return
+    void* sender_context;      ///< the sender's, untouched; null for posted messages
+} sysmaint_delivery;
+
+/// Called for each message: on the sender's thread, or for posted messages on that of the topic's consumer. A
+/// result other than 0 ends the delivery, and is what the sender's call returns.
+typedef int32_t (*sysmaint_message_callback)(void* context, const sysmaint_delivery* delivery);
+
+/// Creates the topic of that name, or opens it. A topic known by a number has the name "#" and its digits.
+///
+/// @param topic  receives the handle; close it with sysmaint_topic_close
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_topic_create(const wchar_t* name, sysmaint_topic** topic);
+/// Opens the topic of that name.
+///
+/// @param topic  receives the handle; close it with sysmaint_topic_close
+/// @return 0, 8, 87, 1168 (no such topic)
+SYSMAINT_API int32_t sysmaint_topic_open(const wchar_t* name, sysmaint_topic** topic);
+/// Closes the handle. Subscriptions of this interface keep their topic open. The last handle or subscription
+/// closes the topic; see CloseMessageTopic.
+///
+/// @return 0, 6, or the system's code when the consumer could not be told
+SYSMAINT_API int32_t sysmaint_topic_close(sysmaint_topic* topic);
+/// Subscribes a callback.
+///
+/// @param role          SYSMAINT_ROLE_...
+/// @param callback      must not be null
+/// @param context       for the callback
+/// @param subscription  receives the handle; end it with sysmaint_topic_unsubscribe
+/// @return 0, 6, 8, 87, 1115
+SYSMAINT_API int32_t sysmaint_topic_subscribe(sysmaint_topic* topic, uint32_t role,
+                                              sysmaint_message_callback callback, void* context,
+                                              sysmaint_subscription** subscription);
+/// Ends a subscription. After the return the callback is not called any more and its context may go, unless
+/// the call comes from inside a delivery of the topic: then other threads may just be calling it. The topic's
+/// consumer is stopped for it and begins again with the next post.
+///
+/// @return 0; 6; 258 or 1131 (it is still called, see TopicUnsubscribe; the subscription goes on); 1115; or
+///         the pool's code
+SYSMAINT_API int32_t sysmaint_topic_unsubscribe(sysmaint_subscription* subscription, uint32_t timeout);
+/// Delivers a message at once, on the calling thread.
+///
+/// @param message  any message
+/// @param reply    of the same kind; subscribers find it as it is, and may change it; may be null
+/// @param value    travels with the message; null: none. 0xFFFFFFFF counts as none
+/// @param context  for the subscribers
+/// @return 0, 6 (any handle), 8, 87, 120 (a reply of another kind), 1115, or what a subscriber returned or
+///         raised
+SYSMAINT_API int32_t sysmaint_topic_send(sysmaint_topic* topic, sysmaint_message* message,
+                                         sysmaint_message* reply, const uint32_t* value, void* context);
+/// Queues a copy of a message; the topic's consumer delivers it.
+///
+/// @param value  travels with the message; null: none
+/// @return 0, 6 (either handle), 8, 1115, or a code of TopicPostMessage
+SYSMAINT_API int32_t sysmaint_topic_post(sysmaint_topic* topic, sysmaint_message* message,
+                                         const uint32_t* value);
+/// Waits until every queued message has been delivered.
+///
+/// @return 0, 6, 258, 1115, 1131, 1223; see TopicConsumeAll
+SYSMAINT_API int32_t sysmaint_topic_consume_all(sysmaint_topic* topic, uint32_t timeout);
+/// Stops the consumer after the delivery in progress, without waiting for it.
+///
+/// @return 0, 6, 1115, or the pool's code
+SYSMAINT_API int32_t sysmaint_topic_stop_consumer(sysmaint_topic* topic);
+
+// ---- The families below have C++ handles, because most of their functions are plain C; see the end of this
+// file. Such a handle is a void*, or the invalid handle (INVALID_HANDLE_VALUE) where a function that keeps its
+// C++ name has failed, with its code as the system's last error. Named objects are shared with C++ code, and
+// opening one again gives the same handle. The number of a closed handle is given out again.
 
 // ---- Analysis of hives: how much each loaded registry hive would shrink if it were rewritten compactly.
 // core/win32/registry/defragmenter/plain.h describes it, and has CreateRegistryDefragmenter and
@@ -466,8 +1077,9 @@ SYSMAINT_API int32_t sysmaint_thread_open(const wchar_t* name, void** thread);
 /// @return 0, 8, 87
 SYSMAINT_API int32_t sysmaint_module_create(const struct ModuleEntry* entry, void** module);
 
-// ---- The lookup client: core/win32/utils/lookup/plain.h, whose handle is `hvk`. Its answers come to whoever
-// has subscribed to the topic "HVKResponses".
+// ---- The lookup client: core/win32/utils/lookup/plain.h, whose handle is `hvk`. Answers are posted to
+// the topic "HVKResponses": sysmaint_topic_create and sysmaint_topic_subscribe bring them to a callback, and
+// sysmaint_message_text and sysmaint_message_number read them.
 
 /// Adds a file to be looked up; see HVKAddPath in core/win32/utils/lookup/api.h.
 ///
@@ -482,12 +1094,9 @@ SYSMAINT_API int32_t sysmaint_lookup_add(void* hvk, const wchar_t* path, int32_t
 #define SYSMAINT_CONNECTION_CLIENT 0u ///< connects to a server
 #define SYSMAINT_CONNECTION_SERVER 1u ///< listens and accepts clients
 
-#define SYSMAINT_MESSAGE_PLAIN 0u
-#define SYSMAINT_MESSAGE_DATA 1u
-#define SYSMAINT_MESSAGE_ARRAY 2u
-#define SYSMAINT_MESSAGE_PARAMETERS 3u
-#define SYSMAINT_MESSAGE_NARROW 4u
-#define SYSMAINT_MESSAGE_NARROW_PARAMETERS 5u
+// Kinds of messages that come over connections only; sysmaint_message_load makes messages of the other ones.
+#define SYSMAINT_MESSAGE_NARROW 4u            ///< without content, its topic's name in bytes
+#define SYSMAINT_MESSAGE_NARROW_PARAMETERS 5u ///< with named parameters, their names in bytes
 
 /// One end of a named pipe of this machine; see CreatePipeConnection in core/win32/utils/connections/api.h.
 ///

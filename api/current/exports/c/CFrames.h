@@ -12,8 +12,9 @@
 //     }
 //
 // - Outputs are stored last, when nothing can fail any more.
-// - Families whose C++ functions have handles of their own pass these on (`opened`). What C++ callers own as
-//   an object gets a handle from a table of its kind (Handles).
+// - Every handle comes from a table of its kind (Handles), also those of families whose C++ functions have
+//   handles of their own: their objects are held by an `Opening`. Where most functions of a family are plain
+//   C already, its C++ handles are passed on (`opened`).
 // - A struct is read through `given`, and handed out with its size.
 // - A callback is called through `Callback`, which remembers the result that stopped the call.
 
@@ -25,6 +26,7 @@
 
 #include "c/sysmaint.h"
 #include "core/win32/utils/memory/include/UtilityMemory.h"
+#include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/Undestroyed.h"
 #include "exports/Frames.h"
@@ -58,6 +60,13 @@ inline void requireArguments(bool given)
         raiseCode(ERROR_INVALID_PARAMETER);
 }
 
+/// Raises 1115 at the end of the process, when the threads that work on something are gone.
+inline void requireRunning()
+{
+    if (isProcessEnding())
+        raiseCode(ERROR_SHUTDOWN_IN_PROGRESS);
+}
+
 /// A copy of a caller's struct, with zeros for the fields that it does not have. Raises 87 for null, and for
 /// a size that no version of the struct had: `first` is that of the first version.
 template <class Struct>
@@ -85,25 +94,37 @@ void store(Struct* target, Struct source)
 }
 
 /// Stores what a function returned that leaves its code as the last error; raises that code.
-template <class Handle>
-void opened(Handle** handle, void* result)
+inline void opened(void** handle, void* result)
 {
-    if (result == INVALID_HANDLE_VALUE || result == nullptr)
+    if (result == INVALID_HANDLE_VALUE)
         raiseLastError();
-    *handle = static_cast<Handle*>(result);
+    *handle = result;
 }
 
-/// Raises 6 unless what a close function returned says that the handle was open.
-inline void closed(int result)
+/// Calls a close function that returns 0 for a handle that is not open, and leaves a code as the last error
+/// when something else was wrong. Raises 6, or that code.
+template <class Close>
+void closed(Close&& close)
 {
-    if (result == 0)
-        raiseCode(ERROR_INVALID_HANDLE);
+    SetLastError(ERROR_SUCCESS);
+    if (close() == 0)
+        raiseCode(lastError() != ERROR_SUCCESS ? lastError() : ERROR_INVALID_HANDLE);
 }
 
 /// A copy of a text for the caller.
 [[nodiscard]] inline wchar_t* copyText(std::wstring_view text)
 {
     return static_cast<wchar_t*>(utilitymemory::copyText(text).release());
+}
+
+/// Hands a copy of bytes to the caller.
+inline void storeBytes(const void* data, std::uint64_t length, void** bytes, std::uint64_t* size)
+{
+    utilitymemory::Owner copy = utilitymemory::allocate(length);
+    if (length != 0)
+        std::memcpy(copy.get(), data, length);
+    *bytes = copy.release();
+    *size = length;
 }
 
 /// A caller's function with its context; may be null. Remembers the result that stopped the call.
@@ -114,7 +135,7 @@ public:
     Callback(Function function, void* context) noexcept : m_function(function), m_context(context) {}
 
     explicit operator bool() const noexcept { return m_function != nullptr; }
-    /// Calls it outside the library. Raises a result other than 0; `raised` instead of it when given.
+    /// Calls it outside the library. Raises a result other than 0.
     template <class... Arguments>
     void operator()(Arguments... arguments)
     {
@@ -242,6 +263,42 @@ public:
 
 private:
     Undestroyed<Handles<Handle, Object>> m_handles;
+};
+
+/// One opening of an object that C++ callers reach by a number of its family's table, and the object itself.
+/// The number may be used again when it is closed; a handle of this interface is not.
+template <class Pointer, int (*CloseFn)(void*)>
+class Opening
+{
+public:
+    /// Takes over what the table has returned. Raises the last error when that is the invalid handle, and 6
+    /// or 487 when somebody has closed it meanwhile.
+    template <class Table>
+    Opening(Table& table, void* handle) : m_handle(handle)
+    {
+        if (handle == INVALID_HANDLE_VALUE)
+            raiseLastError();
+        requireSuccess(table.get(handle, m_object));
+    }
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+    ~Opening()
+    {
+        if (void* handle = m_handle.exchange(INVALID_HANDLE_VALUE); handle != INVALID_HANDLE_VALUE)
+            CloseFn(handle);
+    }
+
+    [[nodiscard]] auto& operator*() const noexcept { return *m_object; }
+    [[nodiscard]] auto* operator->() const noexcept { return m_object.get(); }
+    /// Closes it now, while other calls may use the object. Raises 6, or the code that the close left.
+    void close()
+    {
+        closed([&] { return CloseFn(m_handle.exchange(INVALID_HANDLE_VALUE)); });
+    }
+
+private:
+    std::atomic<void*> m_handle;
+    Pointer m_object;
 };
 
 /// A handle that a callback gets for the time that it runs. The callback may close it itself.

@@ -76,10 +76,7 @@ std::int32_t sysmaint_connection_receive(void* connection, std::uint32_t timeout
                                                               nullptr, WaitLimits(timeout, cancel_event));
         MemoryOutputByteStream stream;
         requireSuccess(message.wide ? message.wide->dump(0, stream) : message.narrow->dump(0, stream));
-        utilitymemory::Owner copy = utilitymemory::allocate(stream.getSize());
-        std::memcpy(copy.get(), stream.getData(), stream.getSize());
-        *bytes = copy.release();
-        *size = stream.getSize();
+        cframes::storeBytes(stream.getData(), stream.getSize(), bytes, size);
         *kind = static_cast<std::uint32_t>(message.messageClass);
     });
 }

@@ -27,10 +27,11 @@ public:
     MessageTopic(const MessageTopic&) = delete;
     MessageTopic& operator=(const MessageTopic&) = delete;
 
+    /// A subscriber with an owner is held until it is unsubscribed and no delivery calls it.
     template <class Subscriber>
-    void subscribe(Subscriber& subscriber)
+    void subscribe(Subscriber& subscriber, SubscriberOwner* owner = nullptr)
     {
-        setOf(subscriber).add(subscriber);
+        setOf(subscriber).add(subscriber, owner);
     }
     template <class Subscriber>
     void unsubscribe(Subscriber& subscriber, std::uint32_t timeout)

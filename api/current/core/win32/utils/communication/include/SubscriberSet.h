@@ -1,14 +1,68 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
+#include <map>
 #include <optional>
-#include <set>
+#include <utility>
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/ThreadScope.h"
 #include "core/win32/utils/threadpool/include/WaitingThread.h"
 
-/// The subscribers of one kind, in the order of their addresses.
+/// Owns a subscriber that nobody else can keep until the last delivery has left it. Born with one reference.
+class SubscriberOwner
+{
+public:
+    SubscriberOwner(const SubscriberOwner&) = delete;
+    SubscriberOwner& operator=(const SubscriberOwner&) = delete;
+
+    void addReference() noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
+    void release() noexcept
+    {
+        if (m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            dispose();
+    }
+
+protected:
+    SubscriberOwner() noexcept = default;
+    virtual ~SubscriberOwner() = default;
+    virtual void dispose() noexcept { delete this; }
+
+private:
+    std::atomic<unsigned> m_count{1};
+};
+
+/// One reference to an owner; may be empty.
+class SubscriberHold
+{
+public:
+    SubscriberHold() noexcept = default;
+    explicit SubscriberHold(SubscriberOwner* owner) noexcept : m_owner(owner)
+    {
+        if (owner != nullptr)
+            owner->addReference();
+    }
+    SubscriberHold(SubscriberHold&& other) noexcept : m_owner(std::exchange(other.m_owner, nullptr)) {}
+    SubscriberHold& operator=(SubscriberHold&& other) noexcept
+    {
+        std::swap(m_owner, other.m_owner);
+        return *this;
+    }
+    ~SubscriberHold()
+    {
+        if (m_owner != nullptr)
+            m_owner->release();
+    }
+
+    [[nodiscard]] SubscriberOwner* get() const noexcept { return m_owner; }
+
+private:
+    SubscriberOwner* m_owner = nullptr;
+};
+
+/// The subscribers of one kind, in the order of their addresses. A subscriber belongs to its caller; one with
+/// an owner is held while it is in the set, and while a delivery calls it.
 ///
 /// No lock is held while a subscriber is called, so from inside it may subscribe, unsubscribe and deliver.
 /// Instead each delivery records whom it is calling, and removing a subscriber waits until nobody calls it.
@@ -21,10 +75,10 @@ public:
     SubscriberSet& operator=(const SubscriberSet&) = delete;
 
     /// Adds a subscriber; one that is already there is not added again. Raises std::bad_alloc.
-    void add(Subscriber& subscriber)
+    void add(Subscriber& subscriber, SubscriberOwner* owner = nullptr)
     {
         const WriteLocker locker(m_lock);
-        m_subscribers.insert(&subscriber);
+        m_subscribers.try_emplace(&subscriber, owner);
     }
 
     [[nodiscard]] bool contains(Subscriber& subscriber) noexcept
@@ -38,8 +92,9 @@ public:
     /// waits for this one, with the subscriber back in the set, but skipped by what was delivered meanwhile.
     long remove(Subscriber& subscriber, bool wait, const Deadline& deadline) noexcept
     {
+        typename Subscribers::node_type node; // let go of after unlocking
         const WriteLocker locker(m_lock);
-        auto node = m_subscribers.extract(&subscriber);
+        node = m_subscribers.extract(&subscriber);
         if (node.empty())
             return ERROR_NOT_FOUND;
         long code = ERROR_SUCCESS;
@@ -96,10 +151,14 @@ private:
 
         Subscriber* next() noexcept
         {
+            SubscriberHold left; // let go of after unlocking
             const WriteLocker locker(m_set.m_lock);
+            left = std::move(m_hold);
             const auto& subscribers = m_set.m_subscribers;
             const auto found = m_called == nullptr ? subscribers.begin() : subscribers.upper_bound(m_called);
-            m_called = found != subscribers.end() ? *found : nullptr;
+            m_called = found != subscribers.end() ? found->first : nullptr;
+            if (m_called != nullptr)
+                m_hold = SubscriberHold(found->second.get());
             WakeAllConditionVariable(&m_set.m_returned);
             return m_called;
         }
@@ -109,6 +168,7 @@ private:
         void abandon() noexcept override { end(); }
         void end() noexcept
         {
+            const SubscriberHold left = std::move(m_hold); // let go of after unlocking
             const WriteLocker locker(m_set.m_lock);
             (m_previous != nullptr ? m_previous->m_next : m_set.m_deliveries) = m_next;
             if (m_next != nullptr)
@@ -119,6 +179,7 @@ private:
         SubscriberSet& m_set;
         const DWORD m_thread = GetCurrentThreadId();
         Subscriber* m_called = nullptr; // the last subscriber called, or the one being called
+        SubscriberHold m_hold;          // of the one being called
         Delivery* m_previous = nullptr;
         Delivery* m_next = nullptr;
     };
@@ -133,8 +194,10 @@ private:
         return 0;
     }
 
+    using Subscribers = std::map<Subscriber*, SubscriberHold, std::less<>>;
+
     ReadWriteLock m_lock;
-    std::set<Subscriber*, std::less<>> m_subscribers;
+    Subscribers m_subscribers;
     Delivery* m_deliveries = nullptr;
     CONDITION_VARIABLE m_returned = CONDITION_VARIABLE_INIT; // a delivery has left a subscriber
 };

@@ -1,0 +1,246 @@
+// The C interface: message topics.
+
+#include "core/win32/utils/communication/include/MessageTopic.h"
+
+#include "exports/c/Messages.h"
+
+using cframes::requireArguments;
+using cframes::status;
+
+namespace {
+constexpr char kHeader[] = "c\\sysmaint.h";
+
+/// Takes what a delivery brings in all its forms, as a handler or as a filter.
+template <class Role>
+class Receiver final : public Role
+{
+public:
+    Receiver(sysmaint_message_callback function, void* context) noexcept
+        : m_function(function), m_context(context)
+    {
+    }
+
+    void onMessage(const MessageW& message, MessageW& reply, void* context) override
+    {
+        deliver(message, reply, nullptr, context);
+    }
+    void onMessage(const MessageW& message, MessageW& reply, std::uint32_t value, void* context) override
+    {
+        deliver(message, reply, &value, context);
+    }
+    void onMessage(const DataMessage& message, DataMessage& reply, void* context) override
+    {
+        deliver(message, reply, nullptr, context);
+    }
+    void onMessage(const DataMessage& message, DataMessage& reply, std::uint32_t value,
+                   void* context) override
+    {
+        deliver(message, reply, &value, context);
+    }
+    void onMessage(const ArrayMessage& message, ArrayMessage& reply, void* context) override
+    {
+        deliver(message, reply, nullptr, context);
+    }
+    void onMessage(const ArrayMessage& message, ArrayMessage& reply, std::uint32_t value,
+                   void* context) override
+    {
+        deliver(message, reply, &value, context);
+    }
+    void onMessage(const HashMessageW& message, HashMessageW& reply, void* context) override
+    {
+        deliver(message, reply, nullptr, context);
+    }
+    void onMessage(const HashMessageW& message, HashMessageW& reply, std::uint32_t value,
+                   void* context) override
+    {
+        deliver(message, reply, &value, context);
+    }
+
+private:
+    /// Both messages are copies, so handles of them cannot outlive what they name.
+    template <class Type>
+    void deliver(const Type& message, Type& reply, const std::uint32_t* value, void* context)
+    {
+        const cframes::Lent lent(messages(), MessageHolder::copyOf(message));
+        const auto answer = MessageHolder::copyOf(reply);
+        const cframes::Lent lentAnswer(messages(), answer);
+        const sysmaint_delivery delivery{sizeof delivery,
+                                         value != nullptr ? 1U : 0U,
+                                         value != nullptr ? *value : 0U,
+                                         0,
+                                         lent.get(),
+                                         lentAnswer.get(),
+                                         context};
+        cframes::Callback<sysmaint_message_callback> callback(m_function, m_context);
+        callback(&delivery);
+        reply = answer->template as<Type>();
+    }
+
+    sysmaint_message_callback m_function;
+    void* m_context;
+};
+
+/// The receiver of a subscription, held by it, by its topic and by deliveries.
+template <class Role>
+struct OwnedReceiver final : SubscriberOwner
+{
+    OwnedReceiver(sysmaint_message_callback function, void* context) noexcept : receiver(function, context) {}
+
+    Receiver<Role> receiver;
+};
+
+using OpenTopic = cframes::Opening<MessageTopicPtr, closeTopic>;
+cframes::Table<sysmaint_topic, OpenTopic> topics;
+
+/// The frame of a function that opens a topic: `open` returns its number.
+template <class Open>
+std::int32_t openTopic(const char* function, sysmaint_topic** topic, Open&& open) noexcept
+{
+    return status(function, [&] {
+        requireArguments(topic != nullptr);
+        *topic = topics().add(makeShared<OpenTopic>(messageTopics(), open()));
+    });
+}
+
+/// The frame of an operation on a topic.
+template <class Operation>
+std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& operation) noexcept
+{
+    return status(function, [&] {
+        const auto opening = topics().get(topic);
+        cframes::requireRunning();
+        operation(**opening);
+    });
+}
+
+/// A subscription, with an opening of its topic of its own.
+class Subscription
+{
+public:
+    /// Raises 6 when the topic is closed meanwhile.
+    explicit Subscription(const MessageTopic& topic)
+        : m_topic(messageTopics(), messageTopics().lookup(topic.getName()))
+    {
+        if (&*m_topic != &topic) // its name belongs to another by now
+            raiseCode(ERROR_INVALID_HANDLE);
+    }
+
+    template <class Role>
+    void subscribe(sysmaint_message_callback function, void* context)
+    {
+        // The frame turns it into 8. NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
+        auto* const owned = new OwnedReceiver<Role>(function, context);
+        m_owner = SubscriberHold(owned);
+        owned->release(); // the reference that it is born with
+        m_unsubscribe = [](MessageTopic& topic, SubscriberOwner* owner, std::uint32_t timeout) {
+            topic.unsubscribe(static_cast<Role&>(static_cast<OwnedReceiver<Role>*>(owner)->receiver),
+                              timeout);
+        };
+        m_topic->subscribe(static_cast<Role&>(owned->receiver), owned);
+    }
+
+    void unsubscribe(std::uint32_t timeout) const { m_unsubscribe(*m_topic, m_owner.get(), timeout); }
+
+private:
+    OpenTopic m_topic;
+    SubscriberHold m_owner;
+    void (*m_unsubscribe)(MessageTopic& topic, SubscriberOwner* owner, std::uint32_t timeout) = nullptr;
+};
+cframes::Table<sysmaint_subscription, Subscription> subscriptions;
+
+std::uint32_t valueOf(const std::uint32_t* value) noexcept
+{
+    return value != nullptr ? *value : MessageTopic::kNoValue;
+}
+
+/// Sends a message; `reply` may be null.
+template <class Type>
+void send(MessageTopic& topic, const Type& message, const SharedPtr<MessageHolder>& reply,
+          std::uint32_t value, void* context)
+{
+    Type none;
+    topic.sendMessage(message, reply ? reply->as<Type>() : none, value, context);
+}
+} // namespace
+
+std::int32_t sysmaint_topic_create(const wchar_t* name, sysmaint_topic** topic)
+{
+    return openTopic(__func__, topic,
+                     [&] { return createTopic(PLACE(kHeader, "sysmaint_topic_create", __LINE__), name); });
+}
+
+std::int32_t sysmaint_topic_open(const wchar_t* name, sysmaint_topic** topic)
+{
+    return openTopic(__func__, topic, [&] { return messageTopics().lookup(name); });
+}
+
+std::int32_t sysmaint_topic_close(sysmaint_topic* topic)
+{
+    return status(__func__, [&] { topics().remove(topic)->close(); });
+}
+
+std::int32_t sysmaint_topic_subscribe(sysmaint_topic* topic, std::uint32_t role,
+                                      sysmaint_message_callback callback, void* context,
+                                      sysmaint_subscription** subscription)
+{
+    return withOpen(__func__, topic, [&](MessageTopic& object) {
+        requireArguments(role <= SYSMAINT_ROLE_FILTER && callback != nullptr && subscription != nullptr);
+        const auto made = makeShared<Subscription>(object);
+        // Filed first, so that nothing fails once it is subscribed.
+        sysmaint_subscription* const handle = subscriptions().add(made);
+        try {
+            if (role == SYSMAINT_ROLE_HANDLER)
+                made->subscribe<IMessageHandler>(callback, context);
+            else
+                made->subscribe<MessageFilter>(callback, context);
+        } catch (...) {
+            subscriptions().removeIfOpen(handle);
+            throw;
+        }
+        *subscription = handle;
+    });
+}
+
+std::int32_t sysmaint_topic_unsubscribe(sysmaint_subscription* subscription, std::uint32_t timeout)
+{
+    return status(__func__, [&] {
+        const auto object = subscriptions().get(subscription);
+        cframes::requireRunning();
+        const long code = boundary::statusOf([&]() -> long {
+            object->unsubscribe(timeout);
+            return ERROR_SUCCESS;
+        });
+        if (code != ERROR_NOT_FOUND) // which another thread has unsubscribed
+            requireSuccess(code);
+        subscriptions().remove(subscription);
+    });
+}
+
+std::int32_t sysmaint_topic_send(sysmaint_topic* topic, sysmaint_message* message, sysmaint_message* reply,
+                                 const std::uint32_t* value, void* context)
+{
+    return withOpen(__func__, topic, [&](MessageTopic& object) {
+        const auto sent = messages().get(message);
+        const auto answer = reply != nullptr ? messages().get(reply) : SharedPtr<MessageHolder>();
+        withMessage(*sent,
+                    [&](const auto& content) { send(object, content, answer, valueOf(value), context); });
+    });
+}
+
+std::int32_t sysmaint_topic_post(sysmaint_topic* topic, sysmaint_message* message, const std::uint32_t* value)
+{
+    return withOpen(__func__, topic, [&](MessageTopic& object) {
+        const auto posted = messages().get(message);
+        withMessage(*posted, [&](const auto& content) { object.postMessage(content, valueOf(value)); });
+    });
+}
+
+std::int32_t sysmaint_topic_consume_all(sysmaint_topic* topic, std::uint32_t timeout)
+{
+    return withOpen(__func__, topic, [&](MessageTopic& object) { object.consumeAll(timeout); });
+}
+
+std::int32_t sysmaint_topic_stop_consumer(sysmaint_topic* topic)
+{
+    return withOpen(__func__, topic, [](MessageTopic& object) { object.stopWork(); });
+}
