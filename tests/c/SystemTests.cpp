@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 #include "c/Calls.h"
@@ -15,15 +16,15 @@ std::wstring besideTests(const wchar_t* name)
     GetModuleFileNameW(nullptr, path, MAX_PATH);
     return std::wstring(path).substr(0, std::wstring_view(path).rfind(L'\\') + 1) + name;
 }
-} // namespace
 
-TEST(CProcess, IsFoundHeldAndEnded)
+/// A process that sleeps until it is ended.
+unsigned long startSleeper()
 {
     const std::wstring program = besideTests(L"process_child.exe");
     const wchar_t* const sleep = L"sleep";
-    SessionProgram start{};
     DWORD session = 0;
     ProcessIdToSessionId(GetCurrentProcessId(), &session);
+    SessionProgram start{};
     start.session = session;
     start.program = program.c_str();
     start.arguments = &sleep;
@@ -31,9 +32,94 @@ TEST(CProcess, IsFoundHeldAndEnded)
     unsigned long id = 0, code = 0;
     char* output = nullptr;
     std::size_t size = 0;
-    ASSERT_EQ(SessionRunProgram(&start, &id, &code, &output, &size), 0);
+    EXPECT_EQ(SessionRunProgram(&start, &id, &code, &output, &size), 0);
     utilsFreeMemory(output);
+    return id;
+}
 
+/// A topic with a callback that keeps the numbers, texts and parameters of messages as lines.
+class Topic
+{
+public:
+    Topic(const wchar_t* name, std::vector<const wchar_t*> texts, std::vector<const wchar_t*> numbers)
+        : m_texts(std::move(texts)), m_numbers(std::move(numbers))
+    {
+        EXPECT_EQ(sysmaint_topic_create(name, &handle), 0);
+        EXPECT_EQ(sysmaint_topic_subscribe(handle, SYSMAINT_ROLE_HANDLER, &take, this, &m_subscription), 0);
+    }
+    Topic(const Topic&) = delete;
+    Topic& operator=(const Topic&) = delete;
+    ~Topic()
+    {
+        EXPECT_EQ(sysmaint_topic_unsubscribe(m_subscription, kLong), 0);
+        EXPECT_EQ(sysmaint_topic_close(handle), 0);
+    }
+
+    std::vector<std::wstring> lines()
+    {
+        const std::lock_guard guard(m_mutex);
+        return m_lines;
+    }
+    /// What has come once there are as many lines.
+    std::vector<std::wstring> wait(std::size_t count)
+    {
+        for (std::uint32_t waited = 0; lines().size() < count && waited < kLong; waited += 10)
+            Sleep(10);
+        return lines();
+    }
+
+    sysmaint_topic* handle = nullptr;
+
+private:
+    static std::int32_t take(void* context, const sysmaint_delivery* delivery)
+    {
+        auto& self = *static_cast<Topic*>(context);
+        sysmaint_message_info info{};
+        info.size = sizeof info;
+        EXPECT_EQ(sysmaint_message_get_info(delivery->message, &info), 0);
+        std::wstring line = std::to_wstring(info.id);
+        for (const wchar_t* name : self.m_texts) {
+            const wchar_t* text = nullptr;
+            EXPECT_EQ(sysmaint_message_text(delivery->message, name, &text), 0);
+            line.append(L" ").append(text);
+        }
+        for (const wchar_t* name : self.m_numbers) {
+            std::uint32_t number = 0;
+            EXPECT_EQ(sysmaint_message_number(delivery->message, name, &number), 0);
+            line.append(L" ").append(std::to_wstring(number));
+        }
+        const std::lock_guard guard(self.m_mutex);
+        self.m_lines.push_back(line);
+        return 0;
+    }
+
+    std::vector<const wchar_t*> m_texts;
+    std::vector<const wchar_t*> m_numbers;
+    sysmaint_subscription* m_subscription = nullptr;
+    std::mutex m_mutex;
+    std::vector<std::wstring> m_lines;
+};
+using Lines = std::vector<std::wstring>;
+} // namespace
+
+TEST(CProcess, AMonitorBringsStartsAndEndsToACallback)
+{
+    Topic topic(L"c monitor", {L"ImageName"}, {L"ProcessId"});
+    EXPECT_EQ(CreateProcessMonitor(), 0);
+    EXPECT_EQ(PMStartMonitor(L"c monitor", L"process_child*", 10, 0), 0);
+    const unsigned long id = startSleeper();
+    const std::wstring process = L" process_child.exe " + std::to_wstring(id);
+    EXPECT_EQ(topic.wait(1), Lines{L"1" + process});
+    EXPECT_EQ(ProcessTerminateTree(id, kLong), 0);
+    EXPECT_EQ(topic.wait(2), (Lines{L"1" + process, L"2" + process}));
+    EXPECT_EQ(PMStopMonitor(), 0);
+    EXPECT_NE(CloseProcessMonitor(), 0);
+}
+
+TEST(CProcess, IsFoundHeldAndEnded)
+{
+    const unsigned long id = startSleeper();
+    std::size_t size = 0;
     ASSERT_EQ(CreateProcessManager(), 0);
     ProcessEntry* entry = nullptr;
     ThreadEntry* threads = nullptr;
@@ -188,4 +274,90 @@ TEST_F(CConnection, CarriesMessagesAsBytesAndRefusesWhatIsNone)
     CloseConnection(client);
     EXPECT_EQ(sysmaint_connection_receive(accepted, kLong, nullptr, &kind, &bytes, &size), 109);
     CloseConnection(accepted);
+}
+
+TEST_F(CConnection, LookupsAreAnsweredToACallback)
+{
+    const Folder folder;
+    const std::wstring path = folder.file(L"file", 3);
+    Topic topic(L"HVKResponses", {L"Path"}, {L"HVKStatus"});
+    void* const queue = CreateHVK(L"c lookup", 77);
+    std::thread serving([&] {
+        std::array<char, 29> request{}; // of one file
+        EXPECT_EQ(ConnectionAccept(server, kLong, nullptr, &accepted), 0);
+        EXPECT_EQ(ConnectionReadAll(accepted, request.data(), request.size(), kLong, nullptr), 0);
+        std::array<char, 6> answer{};
+        std::memcpy(answer.data(), request.data() + 1, 5);
+        answer.back() = 42;
+        EXPECT_EQ(ConnectionWrite(accepted, answer.data(), answer.size(), kLong, nullptr), 0);
+    });
+    EXPECT_EQ(HVKSetServer(queue, L"127.0.0.1", port, kLong), 0);
+    expectCodes({
+        {"no name", [&] { return sysmaint_lookup_add(queue, L"", 0); }, 87},
+        {"priority", [&] { return sysmaint_lookup_add(queue, path.c_str(), INT32_MIN); }, 87},
+        {"file", [&] { return sysmaint_lookup_add(queue, path.c_str(), 0); }, 0},
+    });
+    expectNulls("add", sysmaint_lookup_add, queue, L"x", 0);
+    EXPECT_EQ(HVKWait(queue, kLong, nullptr), 0);
+    serving.join();
+    EXPECT_EQ(sysmaint_topic_consume_all(topic.handle, kLong), 0);
+    EXPECT_EQ(topic.lines(), Lines{L"77 " + path + L" 42"});
+    EXPECT_NE(CloseHVK(queue), 0);
+    CloseConnection(accepted);
+}
+
+TEST_F(CConnection, AReporterForwardsToAListener)
+{
+    Topic here(L"c near", {}, {});
+    Topic there(L"c far", {}, {});
+    EXPECT_EQ(
+        sysmaint_connection_socket(L"c client", SYSMAINT_CONNECTION_CLIENT, L"127.0.0.1", port, &client), 0);
+    void* listener = nullptr;
+    sysmaint_reporter* reporter = nullptr;
+    sysmaint_message* message = nullptr;
+    sysmaint_listener_options listening{sizeof listening, 0, 0, 0, 0};
+    sysmaint_reporter_options reporting{sizeof reporting, SYSMAINT_REPORT_QUEUE, 0, 0, 0};
+    sysmaint_listener_state heard{sizeof heard, 7, 7, 7, 7, 7, 7};
+    sysmaint_reporter_state told{sizeof told, 7, 7, 7, 7, 7, 7};
+    const auto listen = [&](std::uint32_t size, std::uint32_t reserved) {
+        listening.size = size;
+        listening.reserved = reserved;
+        return sysmaint_listener_create(L"c listener", server, there.handle, &listening, &listener);
+    };
+    const auto report = [&](std::uint32_t mode, sysmaint_topic* topic) {
+        reporting.mode = mode;
+        return sysmaint_reporter_create(client, topic, &reporting, &reporter);
+    };
+    expectCodes({
+        {"too small", [&] { return listen(sizeof listening - 1, 0); }, 87},
+        {"reserved", [&] { return listen(sizeof listening, 1); }, 87},
+        {"a client", [&] { return sysmaint_listener_create(L"c", client, there.handle, nullptr, &listener); },
+         1},
+        {"listen", [&] { return listen(sizeof listening, 0); }, 0},
+        {"mode", [&] { return report(2, here.handle); }, 87},
+        {"topic", [&] { return report(SYSMAINT_REPORT_QUEUE, strange<sysmaint_topic>()); }, 6},
+        {"report", [&] { return report(SYSMAINT_REPORT_QUEUE, here.handle); }, 0},
+        {"message", [&] { return sysmaint_message_create(SYSMAINT_MESSAGE_PLAIN, L"", 9, &message); }, 0},
+        {"post", [&] { return sysmaint_topic_post(here.handle, message, nullptr); }, 0},
+        {"near", [&] { return sysmaint_topic_consume_all(here.handle, kLong); }, 0},
+        {"flush", [&] { return sysmaint_reporter_flush(reporter, kLong, nullptr); }, 0},
+        {"far", [&] { return sysmaint_topic_consume_all(there.handle, kLong); }, 0},
+        {"told", [&] { return sysmaint_reporter_get_state(reporter, &told); }, 0},
+        {"heard", [&] { return sysmaint_listener_get_state(listener, &heard); }, 0},
+        {"stop", [&] { return sysmaint_reporter_stop(reporter); }, 0},
+        {"refused", [&] { return sysmaint_topic_send(here.handle, message, nullptr, nullptr, nullptr); }, 0},
+        {"close", [&] { return sysmaint_reporter_close(reporter, kLong); }, 0},
+        {"stale", [&] { return sysmaint_reporter_stop(reporter); }, 6},
+        {"its message", [&] { return sysmaint_message_close(message); }, 0},
+    });
+    EXPECT_EQ(there.lines(), Lines{L"9"});
+    EXPECT_EQ(std::vector({told.delivered, told.waiting, told.refused, heard.posted, heard.sent}),
+              (std::vector<std::uint64_t>{1, 0, 0, 1, 0}));
+    EXPECT_EQ(std::vector({told.refusal, told.connection, heard.code}), (std::vector<std::int32_t>(3)));
+    EXPECT_EQ(heard.clients, 1U);
+    expectNulls("listen", sysmaint_listener_create, L"c", server, there.handle, nullptr, &listener);
+    expectNulls("state", sysmaint_listener_get_state, listener, &heard);
+    expectNulls("report", sysmaint_reporter_create, client, here.handle, nullptr, &reporter);
+    EXPECT_NE(CloseMessageListener(listener), 0);
+    CloseConnection(client);
 }

@@ -17,7 +17,8 @@
 //   6 (a handle that is null, was never given out or has been closed) and 87 (an argument that must not be
 //   null). It lists the others. A call that fails changes none of its outputs. sysmaint_last_failure tells
 //   more.
-// - Handles are opaque. Each belongs to the caller until the close function of its type is called once. A closed
+// - Handles are opaque. Each belongs to the caller until the close function of its type is called once. A
+// closed
 //   handle is not used again, so a stale one gives 6. Closing a handle while a call uses it is safe: the call
 //   keeps the object until it is done. That includes a callback that closes what calls it.
 // - A struct begins with its own size in bytes. A struct may grow at its end in later versions. A function
@@ -838,9 +839,9 @@ SYSMAINT_API int32_t sysmaint_topic_consume_all(sysmaint_topic* topic, uint32_t 
 SYSMAINT_API int32_t sysmaint_topic_stop_consumer(sysmaint_topic* topic);
 
 // ---- The families below have C++ handles, because most of their functions are plain C; see the end of this
-// file. Such a handle is a void*, or the invalid handle (INVALID_HANDLE_VALUE) where a function that keeps its
-// C++ name has failed, with its code as the system's last error. Named objects are shared with C++ code, and
-// opening one again gives the same handle. The number of a closed handle is given out again.
+// file. Such a handle is a void*, or the invalid handle (INVALID_HANDLE_VALUE) where a function that keeps
+// its C++ name has failed, with its code as the system's last error. Named objects are shared with C++ code,
+// and opening one again gives the same handle. The number of a closed handle is given out again.
 
 // ---- Analysis of hives: how much each loaded registry hive would shrink if it were rewritten compactly.
 // core/win32/registry/defragmenter/plain.h describes it, and has CreateRegistryDefragmenter and
@@ -1134,6 +1135,102 @@ SYSMAINT_API int32_t sysmaint_connection_send(void* connection, uint32_t kind, c
 SYSMAINT_API int32_t sysmaint_connection_receive(void* connection, uint32_t timeout, void* cancel_event,
                                                  uint32_t* kind, void** bytes, uint64_t* size);
 
+// ---- Listeners and reporters: topics that reach across processes. core/win32/utils/listeners/plain.h
+// describes them. A listener's handle is a void*, given back with CloseMessageListener.
+
+typedef struct sysmaint_listener_options
+{
+    uint32_t size;
+    uint32_t most_clients; ///< at once; further ones are disconnected as they come. 0 is 64
+    uint32_t timeout;      ///< for a greeting, for a message that has begun, and for an answer; 0 is 60,000
+    uint32_t reserved;
+    uint64_t most_waiting; ///< bytes of the messages that may wait for their delivery; 0 is 64 MiB
+} sysmaint_listener_options;
+
+typedef struct sysmaint_listener_state
+{
+    uint32_t size;
+    int32_t code; ///< why no client can be accepted at the moment; 0: they can
+    uint32_t clients;
+    uint32_t reserved;
+    uint64_t posted;       ///< messages posted to the topic
+    uint64_t sent;         ///< messages whose delivery has ended, whatever its code
+    uint64_t disconnected; ///< clients beyond the limit, and those that broke a rule
+} sysmaint_listener_state;
+
+/// Listens on a server's connection, and delivers what its clients send to the topic.
+///
+/// @param name        a listener that has it already is opened, whatever the other arguments say
+/// @param connection  may be closed afterwards, as may the topic
+/// @param options     null: as for zeros
+/// @param listener    receives the handle
+/// @return 0, 1 (a client's connection), 6, 8, 87, 487, a code of ConnectionListen, or the system's code
+SYSMAINT_API int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sysmaint_topic* topic,
+                                              const sysmaint_listener_options* options, void** listener);
+/// What a listener does and has done.
+///
+/// @param state  set its size first
+/// @return 0, 6, 87, 487
+SYSMAINT_API int32_t sysmaint_listener_get_state(void* listener, sysmaint_listener_state* state);
+
+typedef struct sysmaint_reporter sysmaint_reporter;
+
+#define SYSMAINT_REPORT_QUEUE 0u ///< queues what is delivered; a thread of the reporter forwards it
+#define SYSMAINT_REPORT_SEND 1u  ///< forwards it at once, and waits for the peer's answer, the reply
+
+typedef struct sysmaint_reporter_options
+{
+    uint32_t size;
+    uint32_t mode;    ///< SYSMAINT_REPORT_...
+    uint32_t timeout; ///< for one message; 0 is 30,000
+    uint32_t reserved;
+    uint64_t most_waiting; ///< bytes of the messages that may wait in the queue; 0 is 16 MiB
+} sysmaint_reporter_options;
+
+/// Each message that has reached the reporter is in one of the three counts.
+typedef struct sysmaint_reporter_state
+{
+    uint32_t size;
+    int32_t refusal; ///< the code of the latest message that was refused
+    uint64_t delivered;
+    uint64_t waiting;
+    uint64_t refused;
+    int32_t connection; ///< why forwarding does not succeed at the moment; 0: it does, or idles
+    uint32_t reserved;
+} sysmaint_reporter_state;
+
+/// Forwards what the topic delivers from now on over a client's connection, which it alone uses from then on.
+///
+/// @param connection  may be closed afterwards, as may the topic
+/// @param options     null: as for zeros
+/// @param reporter    receives the handle; close it with sysmaint_reporter_close
+/// @return 0, 1 (no client's connection), 6, 8, 87, 487, 1115, or the system's code
+SYSMAINT_API int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
+                                              const sysmaint_reporter_options* options,
+                                              sysmaint_reporter** reporter);
+/// Waits until nothing is queued.
+///
+/// @param cancel_event  may be null
+/// @return 0, 6, 8, 258 (the time is over), 1223 (cancelled; or the reporter was stopped, and messages are
+///         left)
+SYSMAINT_API int32_t sysmaint_reporter_flush(sysmaint_reporter* reporter, uint32_t timeout,
+                                             void* cancel_event);
+/// What has become of its messages.
+///
+/// @param state  set its size first
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_reporter_get_state(sysmaint_reporter* reporter, sysmaint_reporter_state* state);
+/// Ends forwarding at once, for good. What is queued is not forwarded any more, and further messages are
+/// refused with 1223.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_reporter_stop(sysmaint_reporter* reporter);
+/// Stops it, takes it out of its topic, and closes the handle.
+///
+/// @param timeout  for deliveries that are just calling it
+/// @return 0, 6, or as sysmaint_topic_unsubscribe: the handle stays open then
+SYSMAINT_API int32_t sysmaint_reporter_close(sysmaint_reporter* reporter, uint32_t timeout);
+
 SYSMAINT_C_END
 
 // ---- Functions that are plain C themselves.
@@ -1145,6 +1242,7 @@ SYSMAINT_C_END
 #include "core/win32/utils/connections/plain.h"
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/formatting/api.h"
+#include "core/win32/utils/listeners/plain.h"
 #include "core/win32/utils/logger/api.h"
 #include "core/win32/utils/lookup/plain.h"
 #include "core/win32/utils/memory/api.h"

@@ -290,6 +290,8 @@ public:
 
     [[nodiscard]] auto& operator*() const noexcept { return *m_object; }
     [[nodiscard]] auto* operator->() const noexcept { return m_object.get(); }
+    /// The number, which may just be closed.
+    [[nodiscard]] void* number() const noexcept { return m_handle; }
     /// Closes it now, while other calls may use the object. Raises 6, or the code that the close left.
     void close()
     {
