@@ -10,6 +10,7 @@
 #include "Bench.h"
 #include "CountingHandler.h"
 #include "core/win32/utils/scanengine/include/File.h"
+#include "exports/c/Finder.h"
 
 namespace {
 /// Checks the memory in use from time to time.
@@ -116,6 +117,12 @@ void ourWalk(const std::wstring& root, const wchar_t* filters, const wchar_t* ig
     CloseFileScanEngine(engine);
 }
 
+std::int32_t countFound(void* context, const sysmaint_found* /*found*/)
+{
+    ++*static_cast<unsigned long long*>(context);
+    return ERROR_SUCCESS;
+}
+
 std::function<void()> countingWalk(const std::wstring& root, const std::wstring& filters,
                                    const std::wstring& ignores, unsigned long long expected)
 {
@@ -123,6 +130,59 @@ std::function<void()> countingWalk(const std::wstring& root, const std::wstring&
         CountingHandler counter;
         ourWalk(root, filters.c_str(), ignores.c_str(), counter, expected);
     };
+}
+
+/// The same walk through the C interface.
+std::function<void()> callbackWalk(const std::wstring& root, unsigned long long expected)
+{
+    return [=] {
+        unsigned long long count = 0;
+        sysmaint_scan* scan = nullptr;
+        require(sysmaint_scan_create(SYSMAINT_SCAN_FOLDERS, &scan) == ERROR_SUCCESS &&
+                    sysmaint_scan_add_folder(scan, root.c_str(), 0) == ERROR_SUCCESS &&
+                    sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &countFound, &count) == ERROR_SUCCESS,
+                "the walk failed");
+        require(count == expected, "the walk did not find what is there");
+        sysmaint_scan_close(scan);
+    };
+}
+
+/// What one found file costs on its way to a handler, without the disk, in nanoseconds.
+double reportCost(INotifyHandler& handler, long count)
+{
+    NotifyProvider provider;
+    provider.registerHandler(handler, kLeafFound, 0, 0);
+    const auto file = makeShared<ScanItem, File>(L"C:\\folder\\document.txt", 0);
+    return seconds([&] {
+               for (long i = 0; i < count; ++i)
+                   provider.notify(nullptr, 0, kLeafFound, file);
+           }) /
+           static_cast<double>(count) * 1e9;
+}
+
+/// What the C interface adds to a found file.
+FigureRow addedRow(BenchScale scale)
+{
+    const long count = scale(1000000);
+    const auto handlerCost = [=] {
+        CountingHandler counter;
+        const double cost = reportCost(counter, count);
+        require(counter.count == static_cast<unsigned long long>(count), "the handler was not called");
+        return cost;
+    };
+    return {"what a callback of the C interface adds to a found file",
+            "a C++ handler in all",
+            "ns",
+            100,
+            FigureRow::Of::Median,
+            [=] {
+                unsigned long long called = 0;
+                Finder finder(&countFound, &called);
+                const double cost = reportCost(finder, count) - handlerCost();
+                require(called == static_cast<unsigned long long>(count), "the callback was not called");
+                return cost;
+            },
+            handlerCost};
 }
 
 /// 20 patterns that match nothing in the tree, but for the last one.
@@ -265,6 +325,8 @@ BenchRows walkRows(BenchScale scale)
          countingWalk(root, L"", L"", entries), bare, prepare},
         {"walk, counting handler", "std::filesystem recursive iterator", 1.0, operations,
          countingWalk(root, L"", L"", entries), [=] { iteratorWalk(root, entries); }, prepare},
+        {"walk, callback of the C interface", "the walk with a counting handler", 0.95, operations,
+         callbackWalk(root, entries), countingWalk(root, L"", L"", entries), prepare},
         {"walk, 20 filters and 20 ignore rules", "the bare loop, PathMatchSpecW per rule", 2.0, operations,
          countingWalk(root, filters, ignores, accepted), bareFiltered, prepare},
         askedRow(scale, filters, ignores),
@@ -277,6 +339,7 @@ BenchRows walkRows(BenchScale scale)
                                  seconds(countingWalk(root, L"", L"", entries))) /
                                 operations * 1e9;
                      },
-                     [=] { return (seconds(bareFiltered) - seconds(bare)) / operations * 1e9; }}};
+                     [=] { return (seconds(bareFiltered) - seconds(bare)) / operations * 1e9; }},
+                    addedRow(scale)};
     return rows;
 }

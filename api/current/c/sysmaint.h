@@ -6,38 +6,40 @@
 //
 // Conventions
 //
-// - Functions and types begin with sysmaint_, macros with SYSMAINT_. Functions that were plain C anyway,
-// those
-//   of the logger, of the boot-time lists and the utility functions, keep their names, and their headers are
-//   included at the end. They use long and unsigned long, which have 32 bits on this platform.
-// - Numbers have fixed widths. Text is UTF-16 in wchar_t, which has 16 bits here whatever the compiler; it
-// ends
-//   with a zero. A handle of the system, an event say, is a void*, and so is a root key (HKEY).
-// - A status is 0 or a Win32 code, as int32_t. Every function that returns one may also return 8 (no memory),
-//   6 (a handle that is null, was never given out or has been closed) and 87 (an argument that must not be
-//   null). It lists the others. A call that fails changes none of its outputs. sysmaint_last_failure tells
-//   more.
-// - Handles are opaque. Each belongs to the caller until the close function of its type is called once. A
-// closed
-//   handle is not used again, so a stale one gives 6. Closing a handle while a call uses it is safe: the call
-//   keeps the object until it is done. That includes a callback that closes what calls it.
-// - A struct begins with its own size in bytes. A struct may grow at its end in later versions. A function
-//   accepts the size of the struct in the version of the library that first had it, and any size from there
-//   to its current one; fields beyond a caller's size are taken as zero. Any other size, above the current
-//   one too, gives 87: ask sysmaint_version before you use what is new. In a struct that the library hands to
-//   a callback the size says how much is there. Set reserved fields to 0; other values give 87.
+// - Functions and types begin with sysmaint_, macros with SYSMAINT_. Functions that are plain C
+//   themselves, those of the logger, of the boot-time lists and the utility functions, keep their
+//   names, and their headers are included at the end. They use long and unsigned long, which have 32
+//   bits on this platform.
+// - Pools and topics are shared with C++ code by their names. Scans and items of this interface have no
+//   names, and a scan has one callback instead of handlers by key.
+// - Numbers have fixed widths. Text is UTF-16 in wchar_t, which has 16 bits here whatever the compiler;
+//   it ends with a zero. A handle of the system, an event say, is a void*, and so is a root key (HKEY).
+// - A status is 0 or a Win32 code, as int32_t. Every function that returns one may also return 8 (no
+//   memory), 6 (a handle that is null, was never given out or has been closed) and 87 (an argument that
+//   must not be null). It lists the others. A call that fails changes none of its outputs.
+//   sysmaint_last_failure tells more.
+// - Handles are opaque. Each belongs to the caller until the close function of its type is called once.
+//   A closed handle is not used again, so a stale one gives 6. Closing a handle while a call uses it is
+//   safe: the call keeps the object until it is done. That includes a callback that closes what calls
+//   it.
+// - A struct begins with its own size in bytes. A struct may grow at its end in later versions. A
+//   function accepts the size of the struct in the version of the library that first had it, and any
+//   size from there to its current one; fields beyond a caller's size are taken as zero. Any other
+//   size, above the current one too, gives 87: ask sysmaint_version before you use what is new. In a
+//   struct that the library hands to a callback the size says how much is there. Set reserved fields to
+//   0; other values give 87.
 // - A callback gets the `context` that was given with it and runs on the calling thread unless stated
-//   otherwise, with no lock of the library held: it may call any function. A result other than 0 stops what
-//   calls it and becomes its result: use a Win32 code, 1223 for "cancelled". A callback must return: no
-//   longjmp, and no exceptions of another compiler. What it gets a pointer to lives until it returns, unless
-//   stated otherwise.
-// - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an object
-//   are marked as such.
-// - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is signalled
-//   the call ends with 1223. Null never cancels.
+//   otherwise, with no lock of the library held: it may call any function. A result other than 0 stops
+//   what calls it and becomes its result: use a Win32 code, 1223 for "cancelled". A callback must
+//   return: no longjmp, and no exceptions of another compiler. What it gets a pointer to lives until it
+//   returns, unless stated otherwise.
+// - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an
+//   object are marked as such.
+// - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is
+//   signalled the call ends with 1223. Null never cancels.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
-// - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects that are
-//   still open when the library is unloaded are lost.
+// - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects
+//   that are still open when the library is unloaded are lost.
 
 #include <stdint.h>
 
@@ -1237,8 +1239,10 @@ SYSMAINT_C_END
 
 #include "core/win32/registry/defragmenter/plain.h"
 #include "core/win32/registry/offline/plain.h"
+#include "core/win32/registry/plain.h"
 #include "core/win32/registry/settingshive/api.h"
 #include "core/win32/utils/checksums/api.h"
+#include "core/win32/utils/communication/plain.h"
 #include "core/win32/utils/connections/plain.h"
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/formatting/api.h"

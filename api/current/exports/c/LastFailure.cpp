@@ -71,6 +71,7 @@ void Slot::keep(const Exception& caught) noexcept
     if (record == nullptr || record->depth == 0 ||
         (record->isCaughtNow && record->caught->getCode() == caught.getCode()))
         return;
+    const DWORD lastError = GetLastError();
     try {
         record->caught.emplace(caught);
         record->isCaughtNow = true;
@@ -78,7 +79,7 @@ void Slot::keep(const Exception& caught) noexcept
         record->caught.reset();
         record->isCaughtNow = false;
     }
-    SetLastError(caught.getCode());
+    SetLastError(lastError);
 }
 
 std::wstring systemText(long code)

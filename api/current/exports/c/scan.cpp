@@ -5,7 +5,7 @@
 #include "core/win32/utils/ftp/include/FtpScanEngine.h"
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
 #include "core/win32/utils/scanengine/include/RegistryScanEngine.h"
-#include "exports/c/Items.h"
+#include "exports/c/Finder.h"
 #include "exports/c/Rules.h"
 
 using cframes::requireArguments;
@@ -90,26 +90,6 @@ SharedPtr<Scan> makeScan(std::uint32_t kind)
         raiseCode(ERROR_INVALID_PARAMETER);
     }
 }
-
-/// Hands what a run finds to the caller's callback.
-class Finder final : public INotifyHandler
-{
-public:
-    Finder(sysmaint_scan_callback callback, void* context) noexcept : m_callback(callback, context) {}
-
-    void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
-    {
-        const cframes::Lent lent(items(), item);
-        const sysmaint_found found{sizeof found,    notification.getFirst(),
-                                   item->getType(), static_cast<std::int32_t>(notification.getValue()),
-                                   item->getPath(), lent.get()};
-        m_callback(&found);
-    }
-    [[nodiscard]] long codeOf(long code) const noexcept { return m_callback.codeOf(code); }
-
-private:
-    cframes::Callback<sysmaint_scan_callback> m_callback;
-};
 
 ScanOptions givenOptions(const sysmaint_scan_options* options)
 {

@@ -20,6 +20,7 @@
 
 #include <windows.h>
 
+#include "core/win32/utils/communication/plain.h"
 #include "core/win32/utils/objectmanager/include/Api.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "win32/communication/include/MessageFilter.h"
@@ -120,14 +121,3 @@ SYSMAINT_API long TopicConsumeAll(const TopicHandle& topic, unsigned long timeou
 /// Stops the consumer after the delivery in progress, without waiting for it. Queued messages stay queued;
 /// the next post restarts the consumer, and they are delivered first. Codes: the pool's.
 SYSMAINT_API long TopicStopConsumer(const TopicHandle& topic);
-
-/// Sets whether the object table of a class answers load and dump requests. With `serve` nonzero it is
-/// subscribed to the topic "ObjectManager<" class name ">", for example "ObjectManager<ScanItem>", which is
-/// created if necessary; with 0 it is unsubscribed and releases the topic. Initially no table has a topic:
-/// loading the library creates none. Repeating a call has no effect. When the library is unloaded, serving
-/// ends before the tables are destroyed.
-///
-/// On such a topic any message other than a HashMessageW without a value is refused with 87.
-///
-/// Codes: 87 null name; 1168 no class of that name has a table.
-SYSMAINT_API long ServeObjectRequests(const wchar_t* className, int serve);
