@@ -342,18 +342,19 @@ TEST_F(CConnection, AReporterForwardsToAListener)
         {"near", [&] { return sysmaint_topic_consume_all(here.handle, kLong); }, 0},
         {"flush", [&] { return sysmaint_reporter_flush(reporter, kLong, nullptr); }, 0},
         {"far", [&] { return sysmaint_topic_consume_all(there.handle, kLong); }, 0},
-        {"told", [&] { return sysmaint_reporter_get_state(reporter, &told); }, 0},
         {"heard", [&] { return sysmaint_listener_get_state(listener, &heard); }, 0},
         {"stop", [&] { return sysmaint_reporter_stop(reporter); }, 0},
         {"refused", [&] { return sysmaint_topic_send(here.handle, message, nullptr, nullptr, nullptr); }, 0},
+        {"told", [&] { return sysmaint_reporter_get_state(reporter, &told); }, 0},
         {"close", [&] { return sysmaint_reporter_close(reporter, kLong); }, 0},
         {"stale", [&] { return sysmaint_reporter_stop(reporter); }, 6},
         {"its message", [&] { return sysmaint_message_close(message); }, 0},
     });
     EXPECT_EQ(there.lines(), Lines{L"9"});
     EXPECT_EQ(std::vector({told.delivered, told.waiting, told.refused, heard.posted, heard.sent}),
-              (std::vector<std::uint64_t>{1, 0, 0, 1, 0}));
-    EXPECT_EQ(std::vector({told.refusal, told.connection, heard.code}), (std::vector<std::int32_t>(3)));
+              (std::vector<std::uint64_t>{1, 0, 1, 1, 0}));
+    EXPECT_EQ(std::vector({told.refusal, told.connection, heard.code}),
+              (std::vector<std::int32_t>{1223, 0, 0}));
     EXPECT_EQ(heard.clients, 1U);
     expectNulls("listen", sysmaint_listener_create, L"c", server, there.handle, nullptr, &listener);
     expectNulls("state", sysmaint_listener_get_state, listener, &heard);
