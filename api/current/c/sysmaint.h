@@ -1230,7 +1230,7 @@ SYSMAINT_API int32_t sysmaint_reporter_stop(sysmaint_reporter* reporter);
 /// Stops it, takes it out of its topic, and closes the handle.
 ///
 /// @param timeout  for deliveries that are just calling it
-/// @return 0, 6, or as sysmaint_topic_unsubscribe: the handle stays open then
+/// @return as sysmaint_topic_unsubscribe; when it fails the handle stays open
 SYSMAINT_API int32_t sysmaint_reporter_close(sysmaint_reporter* reporter, uint32_t timeout);
 
 SYSMAINT_C_END

@@ -9,6 +9,19 @@
 using OpenTopic = cframes::Opening<MessageTopicPtr, closeTopic>;
 extern cframes::Table<sysmaint_topic, OpenTopic> topics;
 
+/// One more opening of an open topic.
+class OwnOpening : public OpenTopic
+{
+public:
+    /// Raises 6 when the topic is closed meanwhile.
+    explicit OwnOpening(const MessageTopic& topic)
+        : OpenTopic(messageTopics(), messageTopics().lookup(topic.getName()))
+    {
+        if (&**this != &topic) // its name belongs to another by now
+            raiseCode(ERROR_INVALID_HANDLE);
+    }
+};
+
 /// Makes the owner of a subscriber, held by the result alone.
 template <class Owner, class... Arguments>
 [[nodiscard]] SubscriberHold makeOwner(Arguments&&... arguments)
@@ -25,11 +38,8 @@ class Subscription
 {
 public:
     /// Raises 6 when the topic is closed meanwhile.
-    Subscription(const MessageTopic& topic, SubscriberHold owner)
-        : m_topic(messageTopics(), messageTopics().lookup(topic.getName())), m_owner(std::move(owner))
+    Subscription(const MessageTopic& topic, SubscriberHold owner) : m_topic(topic), m_owner(std::move(owner))
     {
-        if (&*m_topic != &topic) // its name belongs to another by now
-            raiseCode(ERROR_INVALID_HANDLE);
     }
 
     /// Subscribes a part of the owner in one of its roles.
@@ -41,11 +51,19 @@ public:
         };
         m_topic->subscribe(subscriber, m_owner.get());
     }
-    /// Ends it. Raises 258, 1131, or 1168 when another thread has ended it.
-    void end(std::uint32_t timeout) const { m_end(*m_topic, timeout); }
+    /// Ends it, unless another thread has. Raises 258 and 1131: it goes on.
+    void end(std::uint32_t timeout) const
+    {
+        const long code = boundary::statusOf([&]() -> long {
+            m_end(*m_topic, timeout);
+            return ERROR_SUCCESS;
+        });
+        if (code != ERROR_NOT_FOUND)
+            requireSuccess(code);
+    }
 
 private:
-    OpenTopic m_topic;
+    OwnOpening m_topic;
     SubscriberHold m_owner;
     std::function<void(MessageTopic& topic, std::uint32_t timeout)> m_end;
 };

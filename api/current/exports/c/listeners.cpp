@@ -79,10 +79,11 @@ std::int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sys
         const auto opening = topics().get(topic);
         requireArguments(listener != nullptr);
         const ListenerOptions how = optionsOf(options);
-        cframes::opened(listener,
-                        boundary::createFrame(
-                            PLACE(kHeader, "sysmaint_listener_create", __LINE__), messageListeners(), name,
-                            [&] { return new MessageListener(connection, opening->number(), how); }));
+        const OwnOpening own(**opening); // whose number stays what it is
+        cframes::opened(
+            listener,
+            boundary::createFrame(PLACE(kHeader, "sysmaint_listener_create", __LINE__), messageListeners(),
+                                  name, [&] { return new MessageListener(connection, own.number(), how); }));
     });
 }
 
@@ -149,9 +150,10 @@ std::int32_t sysmaint_reporter_stop(sysmaint_reporter* reporter)
 std::int32_t sysmaint_reporter_close(sysmaint_reporter* reporter, std::uint32_t timeout)
 {
     return status(__func__, [&] {
+        cframes::requireRunning();
         const auto object = reporters().get(reporter);
         (*object)->stop();
         object->end(timeout);
-        reporters().removeIfOpen(reporter);
+        reporters().remove(reporter);
     });
 }

@@ -179,12 +179,7 @@ std::int32_t sysmaint_topic_unsubscribe(sysmaint_subscription* subscription, std
     return status(__func__, [&] {
         const auto object = subscriptions().get(subscription);
         cframes::requireRunning();
-        const long code = boundary::statusOf([&]() -> long {
-            object->end(timeout);
-            return ERROR_SUCCESS;
-        });
-        if (code != ERROR_NOT_FOUND) // which another thread has unsubscribed
-            requireSuccess(code);
+        object->end(timeout);
         subscriptions().remove(subscription);
     });
 }
