@@ -57,16 +57,14 @@ protected:
 
 TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
 {
-    EXPECT_EQ(sysmaint_hive_list(&Told::tell, &told), 0);
-    EXPECT_EQ(told.lines, (Lines{L"0 a a 0 0", L"0 b b 0 0"}));
-    told.lines.clear();
-    EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
     const Lines failed{L"161 a a", L"161 b b"};
-    EXPECT_EQ(told.lines, failed);
-    told.lines.clear();
+    EXPECT_EQ(sysmaint_hive_list(&Told::tell, &told), 0);
+    EXPECT_EQ(std::exchange(told.lines, {}), (Lines{L"0 a a 0 0", L"0 b b 0 0"}));
+    EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
+    EXPECT_EQ(std::exchange(told.lines, {}), failed);
     EXPECT_EQ(sysmaint_hive_analyze(opened, nullptr, nullptr, nullptr), ERROR_BAD_PATHNAME);
     EXPECT_EQ(sysmaint_hive_results(opened, &Told::tell, &told), 0);
-    EXPECT_EQ(told.lines, failed);
+    EXPECT_EQ(std::exchange(told.lines, {}), failed);
 
     RDAnalyzerResults measured; // as no volume here can give
     measured.addResult(L"m", L"p", 8192, 4096);
@@ -74,7 +72,6 @@ TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
     measured.dump(0, stream);
     MemoryInputByteStream stored(stream.getData(), stream.getSize());
     EXPECT_EQ(RegistryDefragmenterLoad(opened, 0, stored), 0);
-    told.lines.clear();
     EXPECT_EQ(sysmaint_hive_results(opened, &Told::tell, &told), 0);
     EXPECT_EQ(told.lines, Lines{L"0 m p 8192 4096"});
 }
