@@ -135,6 +135,9 @@ TEST_F(CScan, ItemsAreUsedInTheCallbackAndKeptBeyondIt)
         }
         EXPECT_EQ(sysmaint_item_size(found.item, &size), 0);
         sizes[found.path] = size;
+        if (stale != nullptr) { // the file before, never this one
+            EXPECT_EQ(sysmaint_item_delete(stale, nullptr), ERROR_INVALID_HANDLE);
+        }
         stale = found.item;
         if (size == 5) {
             EXPECT_EQ(sysmaint_item_keep(found.item, &kept), 0);

@@ -227,7 +227,8 @@ SYSMAINT_API int32_t sysmaint_item_load(const void* bytes, uint64_t size, sysmai
 /// @param kept  receives the handle; close it with sysmaint_item_close
 /// @return 0, 6, 8, 87
 SYSMAINT_API int32_t sysmaint_item_keep(sysmaint_item* item, sysmaint_item** kept);
-/// Closes the handle. The handle that a callback gets is closed for it when it returns.
+/// Closes the handle. The handle that a callback gets is closed for it: at the latest when
+/// it is called again, or its scan ends.
 ///
 /// @return 0, 6
 SYSMAINT_API int32_t sysmaint_item_close(sysmaint_item* item);

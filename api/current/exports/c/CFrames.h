@@ -147,10 +147,15 @@ public:
     template <class... Arguments>
     bool call(Arguments... arguments)
     {
-        if (m_result == ERROR_SUCCESS) {
-            const OutsideLibrary outside;
+        const OutsideLibrary outside;
+        return callFromOutside(arguments...);
+    }
+    /// The same where the thread is outside the library already.
+    template <class... Arguments>
+    bool callFromOutside(Arguments... arguments)
+    {
+        if (m_result == ERROR_SUCCESS)
             m_result = m_function(m_context, arguments...);
-        }
         return m_result == ERROR_SUCCESS;
     }
     /// The code of the call that it may have stopped.
@@ -183,9 +188,17 @@ public:
     using Pointer = SharedPtr<Object>;
 
     /// Raises 8.
-    [[nodiscard]] Handle* add(const Pointer& object)
+    [[nodiscard]] Handle* add(const Pointer& object) { return replace(nullptr, object); }
+
+    /// Closes a handle, which may be closed already, and gives its slot to another object, in one step.
+    [[nodiscard]] Handle* replace(Handle* handle, Pointer object)
     {
-        const WriteLocker locker(m_lock);
+        const WriteLocker locker(m_lock); // `object` is let go of after unlocking
+        if (Slot* slot = findSlot(handle)) {
+            slot->object.swap(object);
+            slot->number = nextSerial() << kSlotBits | (slot->number & kNone);
+            return reinterpret_cast<Handle*>(slot->number);
+        }
         if (m_free == kNone) {
             if (m_slots.size() == kNone)
                 raiseCode(ERROR_NOT_ENOUGH_MEMORY);
@@ -195,7 +208,7 @@ public:
         const std::size_t index = m_free;
         Slot& slot = m_slots[index];
         m_free = slot.nextFree;
-        slot.object = object;
+        slot.object.swap(object);
         slot.number = nextSerial() << kSlotBits | index;
         return reinterpret_cast<Handle*>(slot.number);
     }
@@ -240,13 +253,19 @@ private:
         std::size_t nextFree = kNone;
     };
 
-    Slot& slotOf(Handle* handle)
+    Slot* findSlot(Handle* handle) noexcept
     {
         const auto number = reinterpret_cast<std::uint64_t>(handle);
         const std::size_t index = number & kNone;
-        if (number == 0 || index >= m_slots.size() || m_slots[index].number != number)
+        return number != 0 && index < m_slots.size() && m_slots[index].number == number ? &m_slots[index]
+                                                                                        : nullptr;
+    }
+    Slot& slotOf(Handle* handle)
+    {
+        Slot* const slot = findSlot(handle);
+        if (slot == nullptr)
             raiseCode(ERROR_INVALID_HANDLE);
-        return m_slots[index];
+        return *slot;
     }
 
     ReadWriteLock m_lock;
@@ -321,5 +340,25 @@ public:
 private:
     Handles<Handle, Object>& m_handles;
     Handle* m_handle;
+};
+
+/// The same for a callback that is called many times: each call's handle ends with the next call's.
+template <class Handle, class Object>
+class Lender
+{
+public:
+    explicit Lender(Handles<Handle, Object>& handles) noexcept : m_handles(handles) {}
+    Lender(const Lender&) = delete;
+    Lender& operator=(const Lender&) = delete;
+    ~Lender() { m_handles.removeIfOpen(m_handle); }
+
+    [[nodiscard]] Handle* lend(const SharedPtr<Object>& object)
+    {
+        return m_handle = m_handles.replace(m_handle, object);
+    }
+
+private:
+    Handles<Handle, Object>& m_handles;
+    Handle* m_handle = nullptr;
 };
 } // namespace cframes

@@ -11,14 +11,15 @@ public:
 
     void onNotify(const Notification& notification, const SharedPtr<ScanItem>& item) override
     {
-        const cframes::Lent lent(items(), item);
         const sysmaint_found found{sizeof found,    notification.getFirst(),
                                    item->getType(), static_cast<std::int32_t>(notification.getValue()),
-                                   item->getPath(), lent.get()};
-        m_callback(&found);
+                                   item->getPath(), m_lender.lend(item)};
+        if (!m_callback.callFromOutside(&found))
+            raiseCode(ERROR_CANCELLED); // the result is the callback's
     }
     [[nodiscard]] long codeOf(long code) const noexcept { return m_callback.codeOf(code); }
 
 private:
+    cframes::Lender<sysmaint_item, ScanItem> m_lender{items()};
     cframes::Callback<sysmaint_scan_callback> m_callback;
 };
