@@ -197,7 +197,6 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
     DeleteFileW(kept.c_str());
 }
 
-#ifdef __MINGW32__ // whose names of exported functions these are
 TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
 {
     CloseLogger(logger);
@@ -206,7 +205,7 @@ TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
     const HMODULE library = LoadLibraryW(copy.c_str());
     ASSERT_NE(library, nullptr);
     const auto create = reinterpret_cast<decltype(&CreateLogger)>(
-        reinterpret_cast<void*>(GetProcAddress(library, "_Z12CreateLoggerPKw")));
+        reinterpret_cast<void*>(GetProcAddress(library, "CreateLogger")));
     ASSERT_NE(create, nullptr);
     EXPECT_NE(create(L"never closed"), INVALID_HANDLE_VALUE);
     FreeLibrary(library);
@@ -222,4 +221,3 @@ TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
     EXPECT_TRUE(comesTrue([] { return GetModuleHandleW(L"sysmaint-copy.dll") == nullptr; }));
     reopen(); // the files are free again
 }
-#endif

@@ -841,20 +841,421 @@ SYSMAINT_API int32_t sysmaint_topic_consume_all(sysmaint_topic* topic, uint32_t 
 /// @return 0, 6, 1115, or the pool's code
 SYSMAINT_API int32_t sysmaint_topic_stop_consumer(sysmaint_topic* topic);
 
+// ---- The families below have C++ handles, because most of their functions are plain C; see the end of this
+// file. Such a handle is a void*, or the invalid handle (INVALID_HANDLE_VALUE) where a function that keeps
+// its C++ name has failed, with its code as the system's last error. Named objects are shared with C++ code,
+// and opening one again gives the same handle. The number of a closed handle is given out again.
+
+// ---- Analysis of hives: how much each loaded registry hive would shrink if it were rewritten compactly.
+// core/win32/registry/defragmenter/plain.h describes it, and has CreateRegistryDefragmenter and
+// CloseRegistryDefragmenter. `defragmenter` is that handle.
+
+/// A loaded hive, and what is known of it.
+typedef struct sysmaint_hive
+{
+    uint32_t size;
+    int32_t code;              ///< why it could not be measured; 0 when it was, and in the list
+    const wchar_t* mount_name; ///< the key that it is loaded as, such as "\REGISTRY\MACHINE\SOFTWARE"
+    const wchar_t* path;       ///< its file; without a drive letter in the system's form
+    const wchar_t* report;     ///< with a code: where and why, for a log; otherwise empty
+    uint64_t old_size;         ///< bytes of the live hive, in whole clusters; 0 in the list and with a code
+    uint64_t new_size;         ///< bytes of the compacted hive
+} sysmaint_hive;
+
+typedef int32_t (*sysmaint_hive_callback)(void* context, const sysmaint_hive* hive);
+
+/// Lists the loaded hives that have a file, in the system's order.
+///
+/// @param callback  called for each
+/// @param context   for the callback
+/// @return 0, 8, 87, 2 (the system has no list), the callback's result, or the system's code
+SYSMAINT_API int32_t sysmaint_hive_list(sysmaint_hive_callback callback, void* context);
+/// Analyzes all loaded hives; see RegistryDefragmenterAnalyze in core/win32/registry/defragmenter/api.h.
+///
+/// @param stop_event  a manual-reset event that ends the analysis, also in the middle of a hive; may be null
+/// @param callback    called after each hive, on the pool's thread, which has idle priority, while this call
+///                    waits; may be null. A result other than 0 ends the analysis before the next hive. The
+///                    callback may close the defragmenter
+/// @param context     for the callback
+/// @return 0, 2, 6, 8, 170, 487, 1223, or the system's code, all as RegistryDefragmenterAnalyze; the
+///         callback's result. When every hive was tried, the code of the first that failed
+SYSMAINT_API int32_t sysmaint_hive_analyze(void* defragmenter, void* stop_event,
+                                           sysmaint_hive_callback callback, void* context);
+/// The results of the last analysis, even if it failed; while one is running, its results so far.
+///
+/// @param callback  called for each measured hive, then for each that failed
+/// @param context   for the callback
+/// @return 0, 6, 8, 87, 487, the callback's result
+SYSMAINT_API int32_t sysmaint_hive_results(void* defragmenter, sysmaint_hive_callback callback,
+                                           void* context);
+
+// ---- Hive files that are not loaded, as keys with values. win32/registry/include/IOfflineRegistryKey.h
+// describes them. All keys that come from one sysmaint_offline_open share the hive, which stays in memory
+// while one of their handles is open; only sysmaint_offline_save writes it to a file. A key's handle need not
+// stand for a key that exists. Besides their own codes the functions return 123 and 206 for impossible names,
+// and the codes of the system's library where that is used. The functions for settings, which are hives too,
+// and HiveFileSalvage are plain C; see the end of this file.
+
+typedef struct sysmaint_offline_key sysmaint_offline_key;
+
+#define SYSMAINT_OFFLINE_ANY 0u     ///< the system's library if there is one, otherwise the engine
+#define SYSMAINT_OFFLINE_LIBRARY 1u ///< the system's offreg.dll, from the system folder only
+#define SYSMAINT_OFFLINE_ENGINE 2u  ///< the built-in engine
+
+/// Reads a hive file. It is not kept open.
+///
+/// @param hive_file  null: a new, empty hive
+/// @param path       of the key in it; empty: the root
+/// @param way        SYSMAINT_OFFLINE_...
+/// @param key        receives the handle; close it with sysmaint_offline_close
+/// @return 0, 8, 87 (also another way), 126 and 127 (no library), 223 (too large), 1009 (not a hive), 1015 (a
+///         damaged hive), or the system's code
+SYSMAINT_API int32_t sysmaint_offline_open(const wchar_t* hive_file, const wchar_t* path, uint32_t way,
+                                           sysmaint_offline_key** key);
+/// A key below another one, of the same hive.
+///
+/// @param path   below `key`; empty: the same key
+/// @param below  receives the handle; close it with sysmaint_offline_close
+/// @return 0, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_offline_open_below(sysmaint_offline_key* key, const wchar_t* path,
+                                                 sysmaint_offline_key** below);
+/// The key's path below the root.
+///
+/// @param path  receives the text; owned by the key, valid until the handle is closed
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_offline_path(sysmaint_offline_key* key, const wchar_t** path);
+/// The way in which the hive is served.
+///
+/// @param way  receives SYSMAINT_OFFLINE_LIBRARY or SYSMAINT_OFFLINE_ENGINE
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_offline_way(sysmaint_offline_key* key, uint32_t* way);
+/// Whether the key exists.
+///
+/// @param exists  receives 0 or 1
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_offline_exists(sysmaint_offline_key* key, int32_t* exists);
+/// Creates the key and its missing parents. An existing key stays as it is.
+///
+/// @param class_name  may be null
+/// @return 0, 6, 8, 123, 206
+SYSMAINT_API int32_t sysmaint_offline_create(sysmaint_offline_key* key, const wchar_t* class_name);
+/// Deletes the key and everything below it from the hive in memory.
+///
+/// @return 0, 2, 6, 50 (the root)
+SYSMAINT_API int32_t sysmaint_offline_delete(sysmaint_offline_key* key);
+/// When the key was last written, and its class name.
+///
+/// @param last_write_time  receives a FILETIME as a number
+/// @param class_name       receives a copy, usually empty, to be released with utilsFreeMemory
+/// @return 0, 2, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_offline_information(sysmaint_offline_key* key, uint64_t* last_write_time,
+                                                  wchar_t** class_name);
+/// How much there is, with what cannot be listed because its name contains a zero, and the unnamed value.
+///
+/// @param sub_keys    receives the number of the key's own sub-keys
+/// @param values      receives that of its values
+/// @param keys_below  receives that of the keys below it at any depth
+/// @return 0, 2, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_offline_counts(sysmaint_offline_key* key, uint64_t* sub_keys, uint64_t* values,
+                                             uint64_t* keys_below);
+/// The names of the sub-keys in the system's order, each terminated, with an empty one at the end.
+///
+/// @param names  receives the list, to be released with utilsFreeMemory
+/// @param count  receives how many names
+/// @return 0, 2, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_offline_sub_keys(sysmaint_offline_key* key, wchar_t** names, uint64_t* count);
+/// The names of the values in the order of the file, in the same way, without the unnamed value.
+///
+/// @param names  receives the list, to be released with utilsFreeMemory
+/// @param count  receives how many names
+/// @return 0, 2, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_offline_values(sysmaint_offline_key* key, wchar_t** names, uint64_t* count);
+/// Whether the key has a value.
+///
+/// @param name    empty: the unnamed value
+/// @param exists  receives 0 or 1; 0 also when the key does not exist
+/// @return 0, 6, 8, 87, 206
+SYSMAINT_API int32_t sysmaint_offline_value_exists(sysmaint_offline_key* key, const wchar_t* name,
+                                                   int32_t* exists);
+/// Reads a value.
+///
+/// @param type  receives REG_SZ and the like
+/// @param data  receives a copy, to be released with utilsFreeMemory
+/// @param size  receives how many bytes
+/// @return 0, 2, 6, 8, 87, 206
+SYSMAINT_API int32_t sysmaint_offline_value_get(sysmaint_offline_key* key, const wchar_t* name,
+                                                uint32_t* type, void** data, uint64_t* size);
+/// Creates or replaces a value of a key that exists.
+///
+/// @param data  must not be null
+/// @return 0, 2, 6, 8, 87, 206, 223 (more than about 1 GB)
+SYSMAINT_API int32_t sysmaint_offline_value_set(sysmaint_offline_key* key, const wchar_t* name, uint32_t type,
+                                                const void* data, uint64_t size);
+/// Deletes a value.
+///
+/// @return 0, 2, 6, 8, 87, 206
+SYSMAINT_API int32_t sysmaint_offline_value_delete(sysmaint_offline_key* key, const wchar_t* name);
+/// Writes the whole hive to a new file, compactly, and flushes it. On failure no new file is left.
+///
+/// @return 0, 6, 8, 87, 183 (the file exists), 223 (above 2 GiB), or the system's code
+SYSMAINT_API int32_t sysmaint_offline_save(sysmaint_offline_key* key, const wchar_t* new_file);
+/// Closes the handle. What was not saved is lost with the last key of the hive.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_offline_close(sysmaint_offline_key* key);
+
+// ---- Restore points: core/win32/utils/restoremanager/plain.h, whose handle is `manager`; and snapshots of
+// the whole system, made by an external tool: win32/restoremanager/include/IVRL.h.
+
+/// The number of the manager's last restore point.
+///
+/// @param number  receives it; 0: none
+/// @return 0, 6, 87, 487
+SYSMAINT_API int32_t sysmaint_restore_point_number(void* manager, int64_t* number);
+
+#define SYSMAINT_SNAPSHOT_CURRENT 0u  ///< the current snapshot
+#define SYSMAINT_SNAPSHOT_BASELINE 1u ///< the baseline
+#define SYSMAINT_SNAPSHOT_TIME 2u     ///< the snapshot taken at a time
+#define SYSMAINT_SNAPSHOT_NAMED 3u    ///< the snapshot with a name
+
+/// Runs the tool to take a snapshot, and waits until it has ended. 0 means that it ran: its own result is not
+/// examined.
+///
+/// @param tool      the path of the program
+/// @param name      of the snapshot
+/// @param comment   null: none
+/// @param user      null: none
+/// @param password  null: none; other programs of the user can read it while the tool runs
+/// @return 0; 87; 8; 31 (a value that could become another argument of the tool is refused and nothing
+///         started; or the tool could not be started)
+SYSMAINT_API int32_t sysmaint_snapshot_create(const wchar_t* tool, const wchar_t* name,
+                                              const wchar_t* comment, const wchar_t* user,
+                                              const wchar_t* password);
+/// Runs the tool to restore a snapshot, in the same way.
+///
+/// @param mode      SYSMAINT_SNAPSHOT_...
+/// @param user      null: none
+/// @param password  null: none
+/// @param name      of the snapshot, for SYSMAINT_SNAPSHOT_NAMED: its time is looked up in the tool's list
+/// @param time      for SYSMAINT_SNAPSHOT_TIME
+/// @return 0; 87 (also another mode, or no name or time for it); 8; 31 (as above; or the list has no time, or
+///         several, for the name)
+SYSMAINT_API int32_t sysmaint_snapshot_restore(uint32_t mode, const wchar_t* tool, const wchar_t* user,
+                                               const wchar_t* password, const wchar_t* name,
+                                               const wchar_t* time);
+
+// ---- Processes, their threads and modules. core/win32/utils/processmanager/plain.h has the lists, what can
+// be done with the handles that these functions give, and sessions. Each process, thread or module is one
+// object, which is opened again under the name that it has already.
+
+struct ProcessEntry;
+struct ThreadEntry;
+struct ModuleEntry;
+
+/// Opens a process of a list.
+///
+/// @param entry    only its id and start time are used: a process that reuses the id is never touched
+/// @param name     of the object; null: one made of id and start time
+/// @param process  receives the handle; give it back with CloseProcess
+/// @return 0, 8, 87 (also the name that another process has without one)
+SYSMAINT_API int32_t sysmaint_process_create(const struct ProcessEntry* entry, const wchar_t* name,
+                                             void** process);
+/// Opens the object of that name.
+///
+/// @param process  receives the handle; give it back with CloseProcess
+/// @return 0, 8, 87, 1168 (there is none)
+SYSMAINT_API int32_t sysmaint_process_open(const wchar_t* name, void** process);
+/// Opens a thread of a list, in the same way.
+///
+/// @param thread  receives the handle; give it back with CloseThread
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_thread_create(const struct ThreadEntry* entry, void** thread);
+/// Opens the object of that name.
+///
+/// @param thread  receives the handle; give it back with CloseThread
+/// @return 0, 8, 87, 1168
+SYSMAINT_API int32_t sysmaint_thread_open(const wchar_t* name, void** thread);
+/// Opens a module of a list, in the same way.
+///
+/// @param module  receives the handle; give it back with CloseModule
+/// @return 0, 8, 87
+SYSMAINT_API int32_t sysmaint_module_create(const struct ModuleEntry* entry, void** module);
+
+// ---- The lookup client: core/win32/utils/lookup/plain.h, whose handle is `hvk`. Answers are posted to
+// the topic "HVKResponses": sysmaint_topic_create and sysmaint_topic_subscribe bring them to a callback, and
+// sysmaint_message_text and sysmaint_message_number read them.
+
+/// Adds a file to be looked up; see HVKAddPath in core/win32/utils/lookup/api.h.
+///
+/// @param priority  files of higher priority come first; usually 0
+/// @return 0, 6, 8, 87 (also an empty path, and the lowest number of all as priority), 487, or the system's
+///         code for a path that names nothing
+SYSMAINT_API int32_t sysmaint_lookup_add(void* hvk, const wchar_t* path, int32_t priority);
+
+// ---- Connections to other processes. core/win32/utils/connections/plain.h describes them, and has what can
+// be done with the handles that these functions give.
+
+#define SYSMAINT_CONNECTION_CLIENT 0u ///< connects to a server
+#define SYSMAINT_CONNECTION_SERVER 1u ///< listens and accepts clients
+
+// Kinds of messages that come over connections only; sysmaint_message_load makes messages of the other ones.
+#define SYSMAINT_MESSAGE_NARROW 4u            ///< without content, its topic's name in bytes
+#define SYSMAINT_MESSAGE_NARROW_PARAMETERS 5u ///< with named parameters, their names in bytes
+
+/// One end of a named pipe of this machine; see CreatePipeConnection in core/win32/utils/connections/api.h.
+///
+/// @param role        SYSMAINT_CONNECTION_...
+/// @param connection  receives the handle; give it back with CloseConnection
+/// @return 0, 8, 87 (also another role, or a name that is no pipe's)
+SYSMAINT_API int32_t sysmaint_connection_pipe(const wchar_t* name, uint32_t role, void** connection);
+/// One end of a TCP connection; see CreateSocketConnection there.
+///
+/// @param name        the object's name
+/// @param role        SYSMAINT_CONNECTION_...
+/// @param host        client: the server; server: the address to listen on, or "*" for all of this machine
+/// @param port        1 to 65535; 0 for a server lets the system choose one
+/// @param connection  receives the handle; give it back with CloseConnection
+/// @return 0, 8, 87, or the system's code when it has no socket library
+SYSMAINT_API int32_t sysmaint_connection_socket(const wchar_t* name, uint32_t role, const wchar_t* host,
+                                                uint32_t port, void** connection);
+/// Sends a message.
+///
+/// @param kind   SYSMAINT_MESSAGE_...
+/// @param bytes  the message in its serialized form
+/// @return 0; 6, 8, 87, 109, 170, 258, 487, 1223, 2250 or the socket layer's code, as ConnectionWrite; 13
+///         (another class, or bytes that are no such message) and 4336 (more than ConnectionSetMessageLimit
+///         allows): nothing has been sent then
+SYSMAINT_API int32_t sysmaint_connection_send(void* connection, uint32_t kind, const void* bytes,
+                                              uint64_t size, uint32_t timeout, void* cancel_event);
+/// Receives a message. A call that ends before anything has come leaves the connection as it was; all other
+/// failures end it. Without memory for the copy the message is lost.
+///
+/// @param kind   receives SYSMAINT_MESSAGE_...
+/// @param bytes  receives its serialized form, to be released with utilsFreeMemory
+/// @param size   receives how many bytes
+/// @return 0; 6, 8, 87, 109, 170, 258, 487, 1223, 2250 or the socket layer's code, as ConnectionRead; 13 and
+///         4336 (the peer sends what is no message, or too large a one)
+SYSMAINT_API int32_t sysmaint_connection_receive(void* connection, uint32_t timeout, void* cancel_event,
+                                                 uint32_t* kind, void** bytes, uint64_t* size);
+
+// ---- Listeners and reporters: topics that reach across processes. core/win32/utils/listeners/plain.h
+// describes them. A listener's handle is a void*, given back with CloseMessageListener.
+
+typedef struct sysmaint_listener_options
+{
+    uint32_t size;
+    uint32_t most_clients; ///< at once; further ones are disconnected as they come. 0 is 64
+    uint32_t timeout;      ///< for a greeting, for a message that has begun, and for an answer; 0 is 60,000
+    uint32_t reserved;
+    uint64_t most_waiting; ///< bytes of the messages that may wait for their delivery; 0 is 64 MiB
+} sysmaint_listener_options;
+
+typedef struct sysmaint_listener_state
+{
+    uint32_t size;
+    int32_t code; ///< why no client can be accepted at the moment; 0: they can
+    uint32_t clients;
+    uint32_t reserved;
+    uint64_t posted;       ///< messages posted to the topic
+    uint64_t sent;         ///< messages whose delivery has ended, whatever its code
+    uint64_t disconnected; ///< clients beyond the limit, and those that broke a rule
+} sysmaint_listener_state;
+
+/// Listens on a server's connection, and delivers what its clients send to the topic.
+///
+/// @param name        a listener that has it already is opened, whatever the other arguments say
+/// @param connection  may be closed afterwards, as may the topic
+/// @param options     null: as for zeros
+/// @param listener    receives the handle
+/// @return 0, 1 (a client's connection), 6, 8, 87, 487, a code of ConnectionListen, or the system's code
+SYSMAINT_API int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sysmaint_topic* topic,
+                                              const sysmaint_listener_options* options, void** listener);
+/// What a listener does and has done.
+///
+/// @param state  set its size first
+/// @return 0, 6, 87, 487
+SYSMAINT_API int32_t sysmaint_listener_get_state(void* listener, sysmaint_listener_state* state);
+
+typedef struct sysmaint_reporter sysmaint_reporter;
+
+#define SYSMAINT_REPORT_QUEUE 0u ///< queues what is delivered; a thread of the reporter forwards it
+#define SYSMAINT_REPORT_SEND 1u  ///< forwards it at once, and waits for the peer's answer, the reply
+
+typedef struct sysmaint_reporter_options
+{
+    uint32_t size;
+    uint32_t mode;    ///< SYSMAINT_REPORT_...
+    uint32_t timeout; ///< for one message; 0 is 30,000
+    uint32_t reserved;
+    uint64_t most_waiting; ///< bytes of the messages that may wait in the queue; 0 is 16 MiB
+} sysmaint_reporter_options;
+
+/// Each message that has reached the reporter is in one of the three counts.
+typedef struct sysmaint_reporter_state
+{
+    uint32_t size;
+    int32_t refusal; ///< the code of the latest message that was refused
+    uint64_t delivered;
+    uint64_t waiting;
+    uint64_t refused;
+    int32_t connection; ///< why forwarding does not succeed at the moment; 0: it does, or idles
+    uint32_t reserved;
+} sysmaint_reporter_state;
+
+/// Forwards what the topic delivers from now on over a client's connection, which it alone uses from then on.
+///
+/// @param connection  may be closed afterwards, as may the topic
+/// @param options     null: as for zeros
+/// @param reporter    receives the handle; close it with sysmaint_reporter_close
+/// @return 0, 1 (no client's connection), 6, 8, 87, 487, 1115, or the system's code
+SYSMAINT_API int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
+                                              const sysmaint_reporter_options* options,
+                                              sysmaint_reporter** reporter);
+/// Waits until nothing is queued.
+///
+/// @param cancel_event  may be null
+/// @return 0, 6, 8, 258 (the time is over), 1223 (cancelled; or the reporter was stopped, and messages are
+///         left)
+SYSMAINT_API int32_t sysmaint_reporter_flush(sysmaint_reporter* reporter, uint32_t timeout,
+                                             void* cancel_event);
+/// What has become of its messages.
+///
+/// @param state  set its size first
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_reporter_get_state(sysmaint_reporter* reporter, sysmaint_reporter_state* state);
+/// Ends forwarding at once, for good. What is queued is not forwarded any more, and further messages are
+/// refused with 1223.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_reporter_stop(sysmaint_reporter* reporter);
+/// Stops it, takes it out of its topic, and closes the handle.
+///
+/// @param timeout  for deliveries that are just calling it
+/// @return as sysmaint_topic_unsubscribe; when it fails the handle stays open
+SYSMAINT_API int32_t sysmaint_reporter_close(sysmaint_reporter* reporter, uint32_t timeout);
+
 SYSMAINT_C_END
 
 // ---- Functions that are plain C themselves.
 
+#include "core/win32/registry/defragmenter/plain.h"
+#include "core/win32/registry/offline/plain.h"
 #include "core/win32/registry/plain.h"
+#include "core/win32/registry/settingshive/api.h"
 #include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/communication/plain.h"
+#include "core/win32/utils/connections/plain.h"
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/formatting/api.h"
+#include "core/win32/utils/listeners/plain.h"
 #include "core/win32/utils/logger/api.h"
+#include "core/win32/utils/lookup/plain.h"
 #include "core/win32/utils/memory/api.h"
 #include "core/win32/utils/paths/plain.h"
 #include "core/win32/utils/processes/api.h"
+#include "core/win32/utils/processmanager/plain.h"
 #include "core/win32/utils/registry/api.h"
+#include "core/win32/utils/restoremanager/plain.h"
 #include "core/win32/utils/security/api.h"
 #include "core/win32/utils/services/api.h"
 #include "core/win32/utils/shell/api.h"

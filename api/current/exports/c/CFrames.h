@@ -13,7 +13,8 @@
 //
 // - Outputs are stored last, when nothing can fail any more.
 // - Every handle comes from a table of its kind (Handles), also those of families whose C++ functions have
-//   handles of their own: their objects are held by an `Opening`.
+//   handles of their own: their objects are held by an `Opening`. Where most functions of a family are plain
+//   C already, its C++ handles are passed on (`opened`).
 // - A struct is read through `given`, and handed out with its size.
 // - A callback is called through `Callback`, which remembers the result that stopped the call.
 
@@ -90,6 +91,14 @@ void store(Struct* target, Struct source)
 {
     source.size = target->size;
     std::memcpy(target, &source, source.size);
+}
+
+/// Stores what a function returned that leaves its code as the last error; raises that code.
+inline void opened(void** handle, void* result)
+{
+    if (result == INVALID_HANDLE_VALUE)
+        raiseLastError();
+    *handle = result;
 }
 
 /// Calls a close function that returns 0 for a handle that is not open, and leaves a code as the last error
@@ -300,6 +309,8 @@ public:
 
     [[nodiscard]] auto& operator*() const noexcept { return *m_object; }
     [[nodiscard]] auto* operator->() const noexcept { return m_object.get(); }
+    /// The number, which may just be closed.
+    [[nodiscard]] void* number() const noexcept { return m_handle; }
     /// Closes it now, while other calls may use the object. Raises 6, or the code that the close left.
     void close()
     {

@@ -1,11 +1,12 @@
 // The C interface: message topics.
 
-#include "core/win32/utils/communication/include/MessageTopic.h"
-
+#include "exports/c/Topics.h"
 #include "exports/c/Messages.h"
 
 using cframes::requireArguments;
 using cframes::status;
+
+cframes::Table<sysmaint_topic, OpenTopic> topics;
 
 namespace {
 constexpr char kHeader[] = "c\\sysmaint.h";
@@ -89,9 +90,6 @@ struct OwnedReceiver final : SubscriberOwner
     Receiver<Role> receiver;
 };
 
-using OpenTopic = cframes::Opening<MessageTopicPtr, closeTopic>;
-cframes::Table<sysmaint_topic, OpenTopic> topics;
-
 /// The frame of a function that opens a topic: `open` returns its number.
 template <class Open>
 std::int32_t openTopic(const char* function, sysmaint_topic** topic, Open&& open) noexcept
@@ -113,40 +111,25 @@ std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& o
     });
 }
 
-/// A subscription, with an opening of its topic of its own.
-class Subscription
-{
-public:
-    /// Raises 6 when the topic is closed meanwhile.
-    explicit Subscription(const MessageTopic& topic)
-        : m_topic(messageTopics(), messageTopics().lookup(topic.getName()))
-    {
-        if (&*m_topic != &topic) // its name belongs to another by now
-            raiseCode(ERROR_INVALID_HANDLE);
-    }
-
-    template <class Role>
-    void subscribe(sysmaint_message_callback function, void* context)
-    {
-        // The frame turns it into 8. NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
-        auto* const owned = new OwnedReceiver<Role>(function, context);
-        m_owner = SubscriberHold(owned);
-        owned->release(); // the reference that it is born with
-        m_unsubscribe = [](MessageTopic& topic, SubscriberOwner* owner, std::uint32_t timeout) {
-            topic.unsubscribe(static_cast<Role&>(static_cast<OwnedReceiver<Role>*>(owner)->receiver),
-                              timeout);
-        };
-        m_topic->subscribe(static_cast<Role&>(owned->receiver), owned);
-    }
-
-    void unsubscribe(std::uint32_t timeout) const { m_unsubscribe(*m_topic, m_owner.get(), timeout); }
-
-private:
-    OpenTopic m_topic;
-    SubscriberHold m_owner;
-    void (*m_unsubscribe)(MessageTopic& topic, SubscriberOwner* owner, std::uint32_t timeout) = nullptr;
-};
 cframes::Table<sysmaint_subscription, Subscription> subscriptions;
+
+template <class Role>
+void subscribe(const MessageTopic& topic, sysmaint_message_callback function, void* context,
+               sysmaint_subscription** subscription)
+{
+    SubscriberHold owner = makeOwner<OwnedReceiver<Role>>(function, context);
+    auto& receiver = static_cast<OwnedReceiver<Role>*>(owner.get())->receiver;
+    const auto made = makeShared<Subscription>(topic, std::move(owner));
+    // Filed first, so that nothing fails once it is subscribed.
+    sysmaint_subscription* const handle = subscriptions().add(made);
+    try {
+        made->begin<Role>(receiver);
+    } catch (...) {
+        subscriptions().removeIfOpen(handle);
+        throw;
+    }
+    *subscription = handle;
+}
 
 std::uint32_t valueOf(const std::uint32_t* value) noexcept
 {
@@ -185,19 +168,9 @@ std::int32_t sysmaint_topic_subscribe(sysmaint_topic* topic, std::uint32_t role,
 {
     return withOpen(__func__, topic, [&](MessageTopic& object) {
         requireArguments(role <= SYSMAINT_ROLE_FILTER && callback != nullptr && subscription != nullptr);
-        const auto made = makeShared<Subscription>(object);
-        // Filed first, so that nothing fails once it is subscribed.
-        sysmaint_subscription* const handle = subscriptions().add(made);
-        try {
-            if (role == SYSMAINT_ROLE_HANDLER)
-                made->subscribe<IMessageHandler>(callback, context);
-            else
-                made->subscribe<MessageFilter>(callback, context);
-        } catch (...) {
-            subscriptions().removeIfOpen(handle);
-            throw;
-        }
-        *subscription = handle;
+        const auto begin =
+            role == SYSMAINT_ROLE_HANDLER ? &subscribe<IMessageHandler> : &subscribe<MessageFilter>;
+        begin(object, callback, context, subscription);
     });
 }
 
@@ -206,12 +179,7 @@ std::int32_t sysmaint_topic_unsubscribe(sysmaint_subscription* subscription, std
     return status(__func__, [&] {
         const auto object = subscriptions().get(subscription);
         cframes::requireRunning();
-        const long code = boundary::statusOf([&]() -> long {
-            object->unsubscribe(timeout);
-            return ERROR_SUCCESS;
-        });
-        if (code != ERROR_NOT_FOUND) // which another thread has unsubscribed
-            requireSuccess(code);
+        object->end(timeout);
         subscriptions().remove(subscription);
     });
 }

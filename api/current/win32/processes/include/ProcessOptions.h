@@ -1,14 +1,16 @@
 #pragma once
 
+#include "core/win32/utils/objectmanager/include/Export.h"
+
 /// Options of ProcessEnd, which can be combined.
-enum ProcessEndOption : unsigned long
+enum ProcessEndOption SYSMAINT_UNSIGNED_LONG
 {
     kEndTree = 1,    ///< also all its descendants
     kEndServices = 2 ///< also services, which are refused otherwise
 };
 
 /// Options of SessionRunProgram, which can be combined.
-enum SessionRunOption : unsigned long
+enum SessionRunOption SYSMAINT_UNSIGNED_LONG
 {
     kRunElevated = 1,    ///< with the user's full rights, where the system has split them
     kRunWait = 2,        ///< wait until it ends
@@ -17,17 +19,17 @@ enum SessionRunOption : unsigned long
 };
 
 /// All processes, instead of the id of one.
-inline constexpr unsigned long kAllProcesses = 0xFFFFFFFF;
+static const unsigned long kAllProcesses = 0xFFFFFFFF;
 
 /// The message ids of the process monitor.
-enum ProcessMessage : unsigned long
+enum ProcessMessage SYSMAINT_UNSIGNED_LONG
 {
     kProcessStarted = 1,
     kProcessEnded = 2
 };
 
 /// The source of the process monitor.
-enum MonitorSource : unsigned long
+enum MonitorSource SYSMAINT_UNSIGNED_LONG
 {
     kMonitorStopped = 0,
     kMonitorEvents = 1,   ///< events of the system: nothing is missed

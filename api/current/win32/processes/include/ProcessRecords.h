@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstddef>
+#include <stddef.h>
 
 // The records of the process manager, of the objects created from its entries, and of sessions. The texts of
 // a record are in its list's buffer. Times are FILETIMEs as numbers: points in time since 1601, UTC, and
@@ -48,8 +48,14 @@ struct ModuleEntry
 };
 
 /// The details of one process. A part that the system refuses has its code, and its texts are empty.
+#if defined(__cplusplus)
 struct ProcessDetails : ProcessEntry
 {
+#else
+struct ProcessDetails
+{
+    struct ProcessEntry entry; ///< what the process's entry would be now
+#endif
     int hasParent; ///< whether `parentId` is still the process that started this one
     const wchar_t* path;
     long pathCode;
@@ -84,7 +90,7 @@ struct SessionProgram
     unsigned long options;           ///< SessionRunOption values together
     const wchar_t* program;          ///< its absolute path; no other file is ever started
     const wchar_t* const* arguments; ///< each as the program will receive it; may be null if there are none
-    std::size_t argumentCount;
+    size_t argumentCount;
     const wchar_t* folder; ///< its current folder; null: the user's profile
     unsigned long timeout; ///< milliseconds, for waiting; INFINITE waits indefinitely
     void* cancelEvent;     ///< ends the wait; may be null

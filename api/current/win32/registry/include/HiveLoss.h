@@ -1,7 +1,9 @@
 #pragma once
 
+#include "core/win32/utils/objectmanager/include/Export.h"
+
 /// What a salvage of a hive file omitted.
-enum HiveLossKind : unsigned long
+enum HiveLossKind SYSMAINT_UNSIGNED_LONG
 {
     kLostBaseBlock = 0, ///< the file's header is wrong; other sources were used instead where there were any
     kLostBin = 1,       ///< a part of the file; items in it that were referenced are recorded separately

@@ -1,14 +1,16 @@
 #pragma once
 
+#include "core/win32/utils/objectmanager/include/Export.h"
+
 /// How settings are opened.
-enum SettingsHiveFlag : unsigned long
+enum SettingsHiveFlag SYSMAINT_UNSIGNED_LONG
 {
     kSettingsMustExist = 1, ///< a missing file is an error (2 or 3) instead of empty settings
     kSettingsReadOnly = 2   ///< nothing can be changed or saved
 };
 
 /// The bits of SettingsHiveGetState.
-enum SettingsHiveState : unsigned long
+enum SettingsHiveState SYSMAINT_UNSIGNED_LONG
 {
     kSettingsNew = 1, ///< there was no file; cleared by the first save
     kSettingsDamaged =

@@ -18,6 +18,8 @@ bool RDWorker::consumeItem(const Item& item)
     } catch (...) { // no memory for a report
         addFailure(*item, boundary::codeOfCurrentException(), L"");
     }
+    if (!m_isStopped && m_afterHive)
+        m_isStopped = !m_afterHive();
     return !m_isStopped;
 }
 

@@ -149,7 +149,8 @@ void* RegistryDefragmenter::requireCategory()
     return pool;
 }
 
-void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent)
+void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent,
+                                   const std::function<bool()>& afterHive)
 {
     const Turn turn(m_isBusy);
     m_collected.replace({});
@@ -158,7 +159,7 @@ void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent)
     void* const pool = requireCategory();
 
     IRDWorker::Queue queue;
-    RDWorker worker(queue, stopEvent);
+    RDWorker worker(queue, stopEvent, afterHive);
     std::optional<Run> run; // only one on any number of processors: the copies share a disk
     bool isStopped = isStoppedAtFirst(stopEvent);
     if (!isStopped) {

@@ -14,9 +14,9 @@
 // value whose data does not fit its type, 5 settings opened for reading only.
 
 #include "core/win32/utils/memory/api.h"
-#include "core/win32/utils/objectmanager/include/Api.h"
 #include "win32/registry/include/SettingsHiveFlags.h"
 
+SYSMAINT_C_BEGIN
 /// Opens the settings in the hive file `name`, which may begin with a folder macro such as "%appdata%"; that
 /// is also the name of the handle: every spelling of the file opens the same settings, a link to it its own.
 /// A missing file gives empty settings and is created when they are saved; its folder must exist. A damaged
@@ -116,3 +116,4 @@ SYSMAINT_API long SettingsHiveGetBytes(void* hive, const wchar_t* key, const wch
                                        unsigned char** bytes, size_t* size);
 SYSMAINT_API long SettingsHiveSetBytes(void* hive, const wchar_t* key, const wchar_t* value,
                                        const void* bytes, size_t size);
+SYSMAINT_C_END

@@ -101,9 +101,8 @@ SharedPtr<MessageA> makeNarrow(MessageClass messageClass)
 }
 
 template <class Message>
-void load(Message& message, const messageframe::Body& body)
+void load(Message& message, MemoryInputByteStream& stream)
 {
-    MemoryInputByteStream stream = body.getStream();
     const long code = boundary::statusOf([&] { return message.load(0, stream); });
     if (code == ERROR_NOT_ENOUGH_MEMORY)
         raiseCode(code);
@@ -145,17 +144,17 @@ messageframe::Body::Body(Wire& wire, std::size_t size, const WaitLimits& limits)
     }
 }
 
-AnyMessage messageframe::loadMessage(const Header& header, const Body& body,
+AnyMessage messageframe::loadMessage(std::uint32_t messageClass, MemoryInputByteStream stream,
                                      ArrayMessage::ElementFactory elements)
 {
     AnyMessage message;
-    message.messageClass = static_cast<MessageClass>(header.messageClass);
+    message.messageClass = static_cast<MessageClass>(messageClass);
     message.wide = makeWide(message.messageClass, elements);
     message.narrow = makeNarrow(message.messageClass);
     if (message.wide)
-        load(*message.wide, body);
+        load(*message.wide, stream);
     else if (message.narrow)
-        load(*message.narrow, body);
+        load(*message.narrow, stream);
     else
         raiseCode(ERROR_INVALID_DATA);
     return message;
@@ -179,7 +178,8 @@ AnyMessage messageframe::receiveFrame(Wire& wire, std::uint32_t limit, ArrayMess
             raiseCode(ERROR_INVALID_DATA);
         if (header.length > limit)
             raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
-        return loadMessage(header, Body(wire, header.length, limits), elements);
+        const Body body(wire, header.length, limits);
+        return loadMessage(header.messageClass, body.getStream(), elements);
     } catch (...) {
         wire.close(); // nobody knows where the next frame begins
         throw;

@@ -126,7 +126,7 @@ private:
         else
             m_body.emplace(*m_wire, m_header.length, limits);
         const long code = isTooLarge ? long{ERROR_MESSAGE_EXCEEDS_MAX_SIZE} : boundary::statusOf([&] {
-            m_message = messageframe::loadMessage(m_header, *m_body, nullptr);
+            m_message = messageframe::loadMessage(m_header.messageClass, m_body->getStream(), nullptr);
             m_body.reset();
             return deliverAny();
         });

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <functional>
+
 #include "core/win32/registry/defragmenter/include/RDHiveItem.h"
 #include "core/win32/utils/objectmanager/include/SharedPtr.h"
 #include "win32/communication/include/ConsumerQueue.h"
@@ -21,13 +23,19 @@ struct IRDWorker : ITHPWorkItem
 class RDWorker final : public IRDWorker
 {
 public:
+    /// What is called after each hive; may be empty. Returns whether to go on.
+    using AfterHive = std::function<bool()>;
+
     /// The references must outlive the run.
-    RDWorker(Queue& queue, HANDLE stopEvent) noexcept : m_queue(queue), m_stopEvent(stopEvent) {}
+    RDWorker(Queue& queue, HANDLE stopEvent, const AfterHive& afterHive) noexcept
+        : m_queue(queue), m_stopEvent(stopEvent), m_afterHive(afterHive)
+    {
+    }
 
     long operator()(IThreadContext& context, void* cancelEvent) override;
     bool consumeItem(const Item& item) override;
 
-    /// Whether the stop event stopped it.
+    /// Whether the stop event stopped it, or what is called after each hive.
     [[nodiscard]] bool isStopped() const noexcept { return m_isStopped; }
     /// Whether it reached the end of the queue.
     [[nodiscard]] bool isComplete() const noexcept { return m_isComplete; }
@@ -39,6 +47,7 @@ private:
 
     Queue& m_queue;
     HANDLE m_stopEvent;
+    const AfterHive& m_afterHive;
     bool m_isStopped = false;
     bool m_isComplete = false;
     long m_firstFailure = ERROR_SUCCESS;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 
 #include "core/win32/registry/defragmenter/include/CollectedResults.h"
 #include "core/win32/registry/defragmenter/include/IRegistryDefragmenter.h"
@@ -14,7 +15,10 @@ class RegistryDefragmenter final : public IRegistryDefragmenter
 public:
     static constexpr const char* kClassName = "RegistryDefragmenter";
 
-    void analyze(RDAnalyzerResults& results, void* stopEvent) override;
+    void analyze(RDAnalyzerResults& results, void* stopEvent) override { analyze(results, stopEvent, {}); }
+    /// The same with a function that is called after each hive, on the thread of the pool, and returns
+    /// whether to go on.
+    void analyze(RDAnalyzerResults& results, void* stopEvent, const std::function<bool()>& afterHive);
     void getResults(RDAnalyzerResults& results) override { results = m_collected.copy(); }
     long load(unsigned long code, IInputByteStream& stream) override;
     long dump(unsigned long code, IOutputByteStream& stream) const override;

@@ -48,8 +48,9 @@ private:
     std::unique_ptr<unsigned char[]> m_bytes;
     std::size_t m_size;
 };
-/// The message of a body. Raises 13 and 8.
-[[nodiscard]] AnyMessage loadMessage(const Header& header, const Body& body,
+/// The message in serialized form, which must be all of the stream. Raises 13, also for a number of no class,
+/// and 8.
+[[nodiscard]] AnyMessage loadMessage(std::uint32_t messageClass, MemoryInputByteStream stream,
                                      ArrayMessage::ElementFactory elements);
 /// Reads a body and forgets it.
 void skipBody(Wire& wire, std::size_t size, const WaitLimits& limits);

@@ -26,3 +26,11 @@
 #define SYSMAINT_C_BEGIN
 #define SYSMAINT_C_END
 #endif
+
+// The type of an enumeration's constants, which only C++ can state, from C++11 on: `enum Name
+// SYSMAINT_UNSIGNED_LONG`.
+#if defined(__cplusplus) && __cplusplus >= 201103L
+#define SYSMAINT_UNSIGNED_LONG : unsigned long
+#else
+#define SYSMAINT_UNSIGNED_LONG
+#endif
