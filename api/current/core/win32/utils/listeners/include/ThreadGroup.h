@@ -9,8 +9,8 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 
-/// Signals an event that threads wait for. A system that refuses is asked again for 5 seconds. Returns whether
-/// it was signalled.
+/// Signals an event that threads wait for. A system that refuses is asked again for 5 seconds. Returns
+/// whether it was signalled.
 [[nodiscard]] bool signalSurely(HANDLE event) noexcept;
 
 /// Threads that work for one object, which can wait until they are done with it. Each keeps the library
