@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string_view>
 
 #include "Command.h"
@@ -47,6 +48,7 @@ struct Watcher
 {
     ProgressLine line;
     std::map<std::wstring_view, WaitingFile> shown; // by the lines of the list
+    std::set<std::wstring_view> missed; // of them, those that a run would handle and has not come to
     WaitingFile current;
 
     static bool isWanted(void* context, Text line)
@@ -55,6 +57,7 @@ struct Watcher
         const auto found = self.shown.find({line.data, line.length});
         if (found != self.shown.end())
             self.current = found->second;
+        self.missed.erase({line.data, line.length});
         return found != self.shown.end();
     }
     static bool isShown(void* context, const FileNumber& found)
@@ -191,8 +194,11 @@ std::vector<WaitingFile> examineWaitingFiles(const ForceDeleteList& list)
 int runBootProgram(const ForceDeleteList& shown, const std::vector<WaitingFile>& files)
 {
     Watcher watcher;
-    for (std::size_t i = 0; i < files.size(); ++i)
+    for (std::size_t i = 0; i < files.size(); ++i) {
         watcher.shown[shown.lines[i].text] = files[i];
+        if (files[i].outcome == Outcome::kDone)
+            watcher.missed.insert(shown.lines[i].text);
+    }
     RunEvents events;
     events.context = &watcher;
     events.isOver = &Watcher::isOver;
@@ -221,7 +227,9 @@ int runBootProgram(const ForceDeleteList& shown, const std::vector<WaitingFile>&
                          formatCount(report.left));
     if (isCancelled())
         return kExitCancelled;
-    return report.status < 0 || report.left != 0 ? kExitFailed : kExitDone;
+    for (const std::wstring_view line : watcher.missed)
+        messages().writeLine(L"boot: not on the list any more: " + visibleText(std::wstring(line)));
+    return report.status < 0 || report.left != 0 || !watcher.missed.empty() ? kExitFailed : kExitDone;
 }
 
 long dropBootLine(std::size_t number, const std::wstring& text)

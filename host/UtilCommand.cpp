@@ -133,6 +133,12 @@ int whoami(const std::vector<std::wstring>& words)
     return kExitDone;
 }
 
+bool isFileName(const wchar_t* name)
+{
+    int isOne = 0;
+    return PathIsValidFileName(name, &isOne) == ERROR_SUCCESS && isOne != 0;
+}
+
 int icons(const std::vector<std::wstring>& words)
 {
     const Arguments arguments(words, {{L"--out", true}, {L"--size", true}});
@@ -141,6 +147,10 @@ int icons(const std::vector<std::wstring>& words)
     const std::wstring& file = arguments.operands()[0];
     const std::wstring folder = arguments.value(L"--out", L"");
     const auto size = static_cast<int>(arguments.number(L"--size", 1, 256).value_or(32));
+    const wchar_t* name = folder.c_str();
+    if (GetFileAttributesW(name) == INVALID_FILE_ATTRIBUTES &&
+        PathFileNameW(folder.c_str(), &name) == ERROR_SUCCESS && *name != L'\0' && !isFileName(name))
+        throw UsageError{L"--out: a folder cannot be named '" + printable(name) + L"'"};
     unsigned long count = 0;
     if (const long code = IconCount(file.c_str(), &count); code != ERROR_SUCCESS)
         return failed(file, code);
@@ -154,8 +164,11 @@ int icons(const std::vector<std::wstring>& words)
         OwnedBuffer<wchar_t> path;
         const std::wstring stem = L"icon-" + std::to_wstring(i + 1);
         long code = IconExtract(file.c_str(), static_cast<int>(i), size, &icon);
-        if (code == ERROR_SUCCESS)
-            code = FolderCreateTree(folder.c_str()); // only when there is something to write there
+        if (code == ERROR_SUCCESS) // only when there is something to write there
+            if (const long refused = FolderCreateTree(folder.c_str()); refused != ERROR_SUCCESS) {
+                IconDestroy(icon);
+                return failed(folder, refused);
+            }
         if (code == ERROR_SUCCESS)
             code = PathMakeUnique(folder.c_str(), stem.c_str(), L"bmp", path.target());
         if (code == ERROR_SUCCESS)

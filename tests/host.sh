@@ -431,6 +431,7 @@ done
 { cat tags && echo garbage; } >list && run 1 util checksum --check list && says err '1 line is no checksum' && says out 'plain: OK'
 { cat tags && printf '\\%s  pl\\ain\n' "$(sha256sum plain | cut -c1-64)"; } >more && run 1 util checksum --check more && says err '1 line is no checksum' # no such escape
 { cat list && echo more; } >more && run 1 util checksum --check more && says err '2 lines are no checksums'
+run 2 util icons x --out con && run 2 util icons x --out 'o. ' && says err "'o. '" || fail 'a folder that nobody can open'
 run 1 util icons plain --out nowhere && [ ! -e nowhere ] || fail 'a folder for nothing'
 printf x >>plain && run 1 util checksum --check list && says out 'plain: FAILED' && says err '1 does not match'
 rm plain && run 1 util checksum --check list && says out 'FAILED open or read'

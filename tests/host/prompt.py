@@ -111,6 +111,10 @@ def main():
         told = file.read().decode('utf-16-le').lstrip('\0\r\n')
     if (code, told) != (1, line % names[1]) or os.path.exists(path + 'a') or not os.path.exists(path + 'b'):
         print(f'a run while lines are added: exit code {code}, {told!r}: {seen!r}')
+    waits(names[1])
+    code, seen = answer(command + ['boot', 'run'], b'yes\r', meanwhile=lambda: os.remove(boot_list))
+    if code != 1 or b'not on the list any more' not in seen or not os.path.exists(path + 'b'):
+        print(f'a run while its list is removed: exit code {code}: {seen!r}')
     # Nor does it take a file that has another's name by now, or a name that nobody had.
     for there in (True, False):
         for name in 'ab' if there else 'b':

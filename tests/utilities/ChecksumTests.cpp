@@ -2,6 +2,7 @@
 // the files and the list.
 
 #include "core/win32/utils/checksums/api.h"
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 #include "core/win32/utils/strings/api.h"
 #include "support/Utilities.h"
@@ -88,7 +89,13 @@ TEST(Checksums, CancelAndFail)
     EXPECT_EQ(progress.calls, 1U);
     EXPECT_EQ(hex(digest, 32), std::string(64, '0'));
     CloseHandle(progress.cancel);
-    EXPECT_EQ(ChecksumFileMd5(large.c_str(), kNoHandle, nullptr, nullptr, digest), 6);
+    const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
+    const Win32Handle semaphore(CreateSemaphoreW(nullptr, 1, 1, nullptr));
+    const Win32Handle timer(CreateWaitableTimerW(nullptr, TRUE, nullptr));
+    for (const HANDLE other :
+         {kNoHandle, mutex.get(), semaphore.get(), timer.get(), INVALID_HANDLE_VALUE, GetCurrentThread()})
+        EXPECT_EQ(ChecksumFileMd5(large.c_str(), other, nullptr, nullptr, digest), 6);
+    EXPECT_EQ(WaitForSingleObject(semaphore.get(), 0), WAIT_OBJECT_0); // nobody has taken it
     EXPECT_EQ(ChecksumSha1("", static_cast<size_t>(-1), digest), 87);
     EXPECT_EQ(ChecksumFileMd5((kFolder + L"missing").c_str(), nullptr, nullptr, nullptr, digest), 2);
     EXPECT_EQ(ChecksumFileMd5(kFolder.c_str(), nullptr, nullptr, nullptr, digest), 5);

@@ -205,6 +205,10 @@ TEST(Processes, AreRunAndTold)
     EXPECT_EQ(ProcessRunAndWait(L"C:\\not there.exe", nullptr, INFINITE, nullptr, &exitCode), 2);
     EXPECT_EQ(ProcessRunAndWait(kShell, std::wstring(32767, L'x').c_str(), 0, nullptr, &exitCode), 206);
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, kNoHandle, &exitCode), 6);
+    for (const wchar_t* end : {L" ", L".", L". ."})
+        EXPECT_EQ(ProcessRunAndWait((kShell + std::wstring(end)).c_str(), L"/c exit 9", INFINITE, nullptr,
+                                    &exitCode),
+                  123);
     const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
     Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(

@@ -8,7 +8,8 @@
 //
 // A file is read in pieces of 1 MiB while others may read, write and rename it. `cancelEvent`, `progress` and
 // `context` may be null. The event is polled before each piece. `progress` is called after each on the
-// calling thread, with the bytes done, the file's size at the beginning, and `context`.
+// calling thread, with the bytes done, the file's size at the beginning, and `context`. A file that grows
+// meanwhile is read to its end all the same.
 
 SYSMAINT_C_BEGIN
 /// CRC-32 of Ethernet, ZIP and PNG.

@@ -9,6 +9,7 @@
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/strings/include/Strings.h"
 #include "core/win32/utils/time/include/Time.h"
 
@@ -216,6 +217,8 @@ unsigned long runAndWait(const wchar_t* program, const wchar_t* arguments, unsig
         command.append(L" ").append(arguments);
     if (command.size() >= kLongestCommand)
         raiseCode(ERROR_FILENAME_EXCED_RANGE);
+    if (hasAlteredName(program)) // the system would start the file without the dots and blanks
+        raiseCode(ERROR_INVALID_NAME);
     requireEvent(cancelEvent);
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;

@@ -23,16 +23,10 @@ template <std::integral Code>
     raiseCode(lastError());
 }
 
-/// Before anything begins that a cancel event may end: raises 1223 when it is signalled already, and the
-/// system's code, 6 for an invalid handle, when it cannot be polled. A null event is fine.
-inline void requireEvent(HANDLE cancelEvent)
-{
-    const DWORD answer = cancelEvent != nullptr ? WaitForSingleObject(cancelEvent, 0) : WAIT_TIMEOUT;
-    if (answer == WAIT_FAILED)
-        raiseLastError();
-    if (answer == WAIT_OBJECT_0)
-        raiseCode(ERROR_CANCELLED);
-}
+/// Before anything begins that a cancel event may end: raises 1223 when it is signalled already, 6 for
+/// anything but an event (a wait would take a mutex, and never end with a timer's), and the system's code
+/// when it cannot be polled. A null event is fine.
+void requireEvent(HANDLE cancelEvent);
 
 /// Raises `code` as a bare long unless it is 0.
 inline void requireSuccess(long code)
