@@ -484,6 +484,22 @@ TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
     }
 }
 
+// The same when suspended work cannot be resumed at first.
+TEST(ThreadPoolFaults, ACloseResumesAgain)
+{
+    int refusals = 2;
+    const Replaced<"ResumeThread", decltype(&ResumeThread)> resumes([&](auto original, HANDLE thread) {
+        SetLastError(1450);
+        return refusals-- > 0 ? static_cast<DWORD>(-1) : original(thread);
+    });
+    Blocker blocker;
+    TestPool pool;
+    ASSERT_TRUE(pool.begins(1, blocker));
+    ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+    pool.close();
+    EXPECT_EQ(blocker.ended, 1);
+}
+
 TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
 {
     Replaced<"CreateEventW", decltype(&CreateEventW)> events;
