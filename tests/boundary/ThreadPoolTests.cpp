@@ -500,6 +500,24 @@ TEST(ThreadPoolFaults, ACloseResumesAgain)
     EXPECT_EQ(blocker.ended, 1);
 }
 
+// The runtime allocates for the first exception of each thread, and ends the process if it gets nothing.
+TEST(ThreadPoolFaults, TheFirstExceptionOfAThreadNeedsNoMemory)
+{
+    const HeapWatch watch(sysmaintModule());
+    for (long turn = 0; turn < 100; ++turn) { // more threads than the runtime's reserve has blocks
+        long code = ERROR_SUCCESS;
+        std::thread([&] {
+            if (turn < 20)
+                HeapWatch::arm(turn + 1);
+            else
+                HeapWatch::armAll();
+            code = THPCancelWork(nullptr);
+            HeapWatch::disarm();
+        }).join();
+        EXPECT_TRUE(code == ERROR_INVALID_HANDLE || code == ERROR_NOT_ENOUGH_MEMORY) << turn << ": " << code;
+    }
+}
+
 TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
 {
     Replaced<"CreateEventW", decltype(&CreateEventW)> events;
