@@ -265,6 +265,25 @@ TEST(Windows, NoWorkerIsSuspendedInAMethod)
     }
 }
 
+// Loading takes more locks than the loader's own, and a heap's while it holds them.
+TEST(Windows, WorkIsSuspendedOutsideTheLoader)
+{
+    std::atomic<long> loads{0};
+    Work loading([&](IThreadContext&, HANDLE cancel) -> long {
+        for (; WaitForSingleObject(cancel, 0) == WAIT_TIMEOUT; ++loads)
+            FreeLibrary(LoadLibraryW(L"version.dll"));
+        return ERROR_SUCCESS;
+    });
+    const TestPool pool;
+    ASSERT_EQ(pool.queue(1, loading), ERROR_SUCCESS);
+    for (int turn = 0; turn < 100; ++turn) {
+        ASSERT_TRUE(comesTrue([&, before = loads.load()] { return loads != before; }));
+        ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+        FreeLibrary(LoadLibraryW(L"kernel32.dll")); // hangs if the work has what this needs
+        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
+    }
+}
+
 namespace {
 /// Holds the loader lock of the process, unless another thread has it.
 struct LoaderLock
