@@ -478,6 +478,40 @@ TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
     }
 }
 
+// The same when suspended work cannot be resumed at first.
+TEST(ThreadPoolFaults, ACloseResumesAgain)
+{
+    int refusals = 2;
+    const Replaced<"ResumeThread", decltype(&ResumeThread)> resumes([&](auto original, HANDLE thread) {
+        SetLastError(1450);
+        return refusals-- > 0 ? static_cast<DWORD>(-1) : original(thread);
+    });
+    Blocker blocker;
+    TestPool pool;
+    ASSERT_TRUE(pool.begins(1, blocker));
+    ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+    pool.close();
+    EXPECT_EQ(blocker.ended, 1);
+}
+
+// The runtime allocates for the first exception of each thread, and ends the process if it gets nothing.
+TEST(ThreadPoolFaults, TheFirstExceptionOfAThreadNeedsNoMemory)
+{
+    const HeapWatch watch(sysmaintModule());
+    for (long turn = 0; turn < 100; ++turn) { // more threads than the runtime's reserve has blocks
+        long code = ERROR_SUCCESS;
+        std::thread([&] {
+            if (turn < 20)
+                HeapWatch::arm(turn + 1);
+            else
+                HeapWatch::armAll();
+            code = THPCancelWork(nullptr);
+            HeapWatch::disarm();
+        }).join();
+        EXPECT_TRUE(code == ERROR_INVALID_HANDLE || code == ERROR_NOT_ENOUGH_MEMORY) << turn << ": " << code;
+    }
+}
+
 TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
 {
     Replaced<"CreateEventW", decltype(&CreateEventW)> events;

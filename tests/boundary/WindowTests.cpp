@@ -1,7 +1,9 @@
 // What only goes wrong when two threads meet at one moment, which a replaced import holds open.
 
+#include "core/win32/registry/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Pools.h"
+#include "support/Scan.h"
 #include "support/Threads.h"
 
 extern "C" LONG NTAPI LdrLockLoaderLock(ULONG, ULONG*, ULONG_PTR*);
@@ -190,6 +192,90 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
     ends = true;
     EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS);
     HeapDestroy(own);
+}
+
+// The same in the methods of the library's objects. The caller's handlers are outside, even when such a
+// method calls them.
+TEST(Windows, NoWorkerIsSuspendedInAMethod)
+{
+    const std::wstring place = testFolder() + L"\\suspended.bin";
+    const std::unique_ptr<IFile> file(DllGetFile(place.c_str(), 0));
+    const std::unique_ptr<IDirectory> directory(DllGetDirectory(place.c_str(), 0));
+    const std::unique_ptr<IRegistryKey> key(DllGetRegistryKey(HKEY_CURRENT_USER, L"Environment"));
+    const std::unique_ptr<IRegistryValue> value(
+        DllGetRegistryValue(HKEY_CURRENT_USER, L"Environment", L"TEMP"));
+    const std::unique_ptr<IRegistryScanEngine> engine(DllGetRegistryScanEngine());
+    engine->addPath(HKEY_CURRENT_USER, L"Environment", 0);
+    Collector collector;
+    engine->registerHandler(collector, kContainerFound, 0, 0);
+    engine->registerHandler(collector, kLeafFound, 0, 0);
+    const auto scan = [&] { engine->scan(nullptr, everything(), ScanOptions()); };
+    struct Row
+    {
+        const char* name;
+        std::function<void()> call;
+        bool inHandler = false;
+    };
+    const Row rows[] = {{"IDirectory::exists", [&] { directory->exists(); }},
+                        {"IFile::create", [&] { file->create(); }},
+                        {"IFile::exists", [&] { file->exists(); }},
+                        {"IFile::getSize", [&] { static_cast<void>(file->getSize()); }},
+                        {"IFile::deleteItem", [&] { file->deleteItem(); }},
+                        {"IRegistryKey::exists", [&] { key->exists(); }},
+                        {"IRegistryValue::exists", [&] { value->exists(); }},
+                        {"IRegistryScanEngine::scan", scan},
+                        {"onNotify", scan, true}};
+    for (const Row& row : rows) {
+        Window window;
+        const TestEvent passed;
+        const auto stop = [&](bool inHandler) {
+            if (inHandler != row.inHandler || GetCurrentThreadId() == window.owner)
+                return;
+            window.hold();
+            passed.set();
+        };
+        const auto called = [&] { stop(false); };
+        const Before<Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>> attributes(called);
+        const Before<Replaced<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES,
+                                                             DWORD, DWORD, HANDLE)>>
+            files(called);
+        const Before<Replaced<"FindFirstFileW", decltype(&FindFirstFileW)>> searches(called);
+        const Before<Replaced<"GetFileAttributesExW", decltype(&GetFileAttributesExW)>> sizes(called);
+        const Before<Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)>> keys(called);
+        collector.action = [&](const auto&, const auto&) { stop(true); };
+        Work work(row.call);
+        const TestPool pool;
+        ASSERT_EQ(pool.queue(1, work), ERROR_SUCCESS);
+        ASSERT_TRUE(window.reached.wait()) << row.name;
+        EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+        window.goOn.set();
+        EXPECT_EQ(WaitForSingleObject(passed.get(), row.inHandler ? 50 : 10000),
+                  static_cast<DWORD>(row.inHandler ? WAIT_TIMEOUT : WAIT_OBJECT_0))
+            << row.name;
+        EXPECT_EQ(pool.wait(1, 50), WAIT_TIMEOUT) << row.name << " stops at its end";
+        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
+        EXPECT_EQ(pool.wait(1), ERROR_SUCCESS);
+        EXPECT_EQ(pool.result(1), ERROR_SUCCESS) << row.name;
+    }
+}
+
+// Loading takes more locks than the loader's own, and a heap's while it holds them.
+TEST(Windows, WorkIsSuspendedOutsideTheLoader)
+{
+    std::atomic<long> loads{0};
+    Work loading([&](IThreadContext&, HANDLE cancel) -> long {
+        for (; WaitForSingleObject(cancel, 0) == WAIT_TIMEOUT; ++loads)
+            FreeLibrary(LoadLibraryW(L"version.dll"));
+        return ERROR_SUCCESS;
+    });
+    const TestPool pool;
+    ASSERT_EQ(pool.queue(1, loading), ERROR_SUCCESS);
+    for (int turn = 0; turn < 100; ++turn) {
+        ASSERT_TRUE(comesTrue([&, before = loads.load()] { return loads != before; }));
+        ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+        FreeLibrary(LoadLibraryW(L"kernel32.dll")); // hangs if the work has what this needs
+        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
+    }
 }
 
 namespace {

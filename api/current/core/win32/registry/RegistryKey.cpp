@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/win32/registry/include/KeyPath.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/paths/include/UserSession.h"
 
 // Missing from the platform headers, which have its counterparts for files.
@@ -194,11 +195,13 @@ const wchar_t* RegistryKey::getPath() const
 
 const IIdentifierW& RegistryKey::getIdentifier() const
 {
+    const InsideLibrary inside;
     return fullPath();
 }
 
 void RegistryKey::setPath(const wchar_t* path, int expand)
 {
+    const InsideLibrary inside;
     const FullPathReset reset(*this);
     ScanItem::setPath(path, expand);
 }
@@ -216,6 +219,7 @@ bool RegistryKey::isNamedRoot() const noexcept
 
 bool RegistryKey::isInterchangeable(const ScanItem& filed) const
 {
+    const InsideLibrary inside;
     const auto* other = dynamic_cast<const RegistryKey*>(&filed);
     return other != nullptr && typeid(*this) == typeid(*other) && m_root == other->m_root &&
            m_options == other->m_options && subKey() == other->subKey();
@@ -223,6 +227,7 @@ bool RegistryKey::isInterchangeable(const ScanItem& filed) const
 
 HKEY RegistryKey::getHKEY() const
 {
+    const InsideLibrary inside;
     return m_root == HKEY_CURRENT_USER ? userHive() : m_root;
 }
 
@@ -383,6 +388,7 @@ bool RegistryKey::isThereIn(HKEY root, const wchar_t* subKey) const
 
 void RegistryKey::create()
 {
+    const InsideLibrary inside;
     placedOperation(PLACE(kRegistryKeyHeader, "RegistryKey::create", __LINE__), [&] {
         requireWritable();
         const bool isClass = m_root == HKEY_CLASSES_ROOT;
@@ -396,6 +402,7 @@ void RegistryKey::create()
 
 void RegistryKey::deleteItem()
 {
+    const InsideLibrary inside;
     placedOperation(PLACE(kRegistryKeyHeader, "RegistryKey::deleteItem", __LINE__), [&] {
         requireWritable();
         if (withoutBackslashes(subKey()).empty())
@@ -410,6 +417,7 @@ void RegistryKey::deleteItem()
 
 int RegistryKey::exists() const
 {
+    const InsideLibrary inside;
     int found = 0;
     placedOperation(PLACE(kRegistryKeyHeader, "RegistryKey::exists", __LINE__),
                     [&] { found = openExisting(KEY_READ).isValid() ? 1 : 0; });
@@ -418,6 +426,7 @@ int RegistryKey::exists() const
 
 long RegistryKey::dump(unsigned long code, IOutputByteStream& stream) const
 {
+    const InsideLibrary inside;
     ScanItem::dump(code, stream);
     placedStep(PLACE(kRegistryKeyHeader, "RegistryKey::dump", __LINE__), [&] {
         writeU32(stream, isNamedRoot() ? rootNumber(m_root) : 0);
@@ -439,6 +448,7 @@ RegistryKey::KeptState::~KeptState()
 
 long RegistryKey::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     const FullPathReset reset(*this); // runs after the path is restored
     KeptState kept(*this);
     ScanItem::load(code, stream);

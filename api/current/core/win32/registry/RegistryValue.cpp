@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/win32/registry/include/ValueData.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 
 constexpr char kRegistryValueHeader[] = "core\\win32\\registry\\include\\RegistryValue.h";
 
@@ -55,6 +56,7 @@ RegistryValue::RegistryValue(const RegistryKey& key, std::wstring_view subKey, s
 
 void RegistryValue::setPath(const wchar_t* path, int expand)
 {
+    const InsideLibrary inside;
     RegistryKey::setPath(path, expand);
     if (!std::exchange(m_isRead, false))
         return;
@@ -98,6 +100,7 @@ void RegistryValue::write(unsigned long type, const void* data, unsigned long si
 
 bool RegistryValue::isThereIn(HKEY root, const wchar_t* subKey) const
 {
+    const InsideLibrary inside;
     if (!RegistryKey::isThereIn(root, subKey))
         return false;
     const RegistryKeyHandle key = openIn(root, subKey, KEY_QUERY_VALUE);
@@ -114,6 +117,7 @@ bool RegistryValue::hasValue(HKEY key) const
 
 void RegistryValue::create()
 {
+    const InsideLibrary inside;
     placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::create", __LINE__), [&] {
         const Content value = content();
         write(value.type.value_or(REG_NONE), value.data, value.size);
@@ -122,6 +126,7 @@ void RegistryValue::create()
 
 void RegistryValue::deleteItem()
 {
+    const InsideLibrary inside;
     placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::deleteItem", __LINE__), [&] {
         requireName();
         const RegistryKeyHandle key = openToChange(Change::kDelete, KEY_SET_VALUE);
@@ -131,6 +136,7 @@ void RegistryValue::deleteItem()
 
 int RegistryValue::exists() const
 {
+    const InsideLibrary inside;
     int found = 0;
     placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::exists", __LINE__), [&] {
         requireName();
@@ -142,6 +148,7 @@ int RegistryValue::exists() const
 
 unsigned long RegistryValue::getValueType()
 {
+    const InsideLibrary inside;
     const WriteLocker locker(m_dataLock);
     if (!m_type)
         placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::getValueType", __LINE__), [&] {
@@ -157,6 +164,7 @@ unsigned long RegistryValue::getValueType()
 
 const void* RegistryValue::getData(unsigned long& size)
 {
+    const InsideLibrary inside;
     const WriteLocker locker(m_dataLock);
     if (!m_hasData)
         placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::getData", __LINE__), [&] {
@@ -180,6 +188,7 @@ const void* RegistryValue::getData(unsigned long& size)
 
 void RegistryValue::setData(unsigned long type, const void* data, unsigned long size)
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kRegistryValueHeader, "RegistryValue::setData", __LINE__), [&] {
         Blob copy;
         copyData(copy, data, size);
@@ -190,6 +199,7 @@ void RegistryValue::setData(unsigned long type, const void* data, unsigned long 
 
 void RegistryValue::setValue(unsigned long type, const void* data, unsigned long size)
 {
+    const InsideLibrary inside;
     placedOperation(PLACE(kRegistryValueHeader, "RegistryValue::setValue", __LINE__), [&] {
         Blob copy;
         copyData(copy, data, size);
@@ -201,6 +211,7 @@ void RegistryValue::setValue(unsigned long type, const void* data, unsigned long
 
 long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
 {
+    const InsideLibrary inside;
     RegistryKey::dump(code, stream);
     placedStep(PLACE(kRegistryValueHeader, "RegistryValue::dump", __LINE__), [&] {
         const Content value = content();
@@ -215,6 +226,7 @@ long RegistryValue::dump(unsigned long code, IOutputByteStream& stream) const
 
 long RegistryValue::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     const FullPathReset reset(*this); // runs after the path is restored
     KeptState kept(*this);
     RegistryKey::load(code, stream);

@@ -1,5 +1,7 @@
 #include "core/win32/utils/ftp/include/FtpFile.h"
 
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
+
 constexpr char kFtpFileHeader[] = "core\\win32\\utils\\ftp\\include\\FtpFile.h";
 
 using namespace primitives;
@@ -20,6 +22,7 @@ FtpConnection& FtpFile::connection() const
 
 void FtpFile::setPath(const wchar_t* path, int expand)
 {
+    const InsideLibrary inside;
     m_connection = FtpConnectionPtr();
     m_size.reset();
     m_isLink = false;
@@ -28,6 +31,7 @@ void FtpFile::setPath(const wchar_t* path, int expand)
 
 bool FtpFile::isInterchangeable(const ScanItem& filed) const
 {
+    const InsideLibrary inside;
     const auto* other = dynamic_cast<const FtpFile*>(&filed);
     if (other == nullptr || !m_connection || !other->m_connection)
         return false;
@@ -37,6 +41,7 @@ bool FtpFile::isInterchangeable(const ScanItem& filed) const
 
 unsigned long long FtpFile::getSize() const
 {
+    const InsideLibrary inside;
     unsigned long long size = m_size.value_or(0);
     if (!m_size)
         placedStep(PLACE(kFtpFileHeader, "FtpFile::getSize", __LINE__), [&] {
@@ -50,6 +55,7 @@ unsigned long long FtpFile::getSize() const
 
 int FtpFile::exists() const
 {
+    const InsideLibrary inside;
     int result = 0;
     placedStep(PLACE(kFtpFileHeader, "FtpFile::exists", __LINE__),
                [&] { result = connection().sizeOf(m_location.bytes, nullptr) ? 1 : 0; });
@@ -58,6 +64,7 @@ int FtpFile::exists() const
 
 void FtpFile::download(const wchar_t* localPath, bool goOn, HANDLE cancelEvent) const
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kFtpFileHeader, "FtpFile::download", __LINE__), [&] {
         if (localPath == nullptr || *localPath == L'\0')
             raiseCode(ERROR_INVALID_PARAMETER);
@@ -67,6 +74,7 @@ void FtpFile::download(const wchar_t* localPath, bool goOn, HANDLE cancelEvent) 
 
 void FtpFile::upload(const wchar_t* localPath, HANDLE cancelEvent) const
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kFtpFileHeader, "FtpFile::upload", __LINE__), [&] {
         if (localPath == nullptr || *localPath == L'\0')
             raiseCode(ERROR_INVALID_PARAMETER);
@@ -76,12 +84,14 @@ void FtpFile::upload(const wchar_t* localPath, HANDLE cancelEvent) const
 
 void FtpFile::deleteItem(HANDLE cancelEvent) const
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kFtpFileHeader, "FtpFile::deleteItem", __LINE__),
                [&] { connection().remove(m_location.bytes, cancelEvent); });
 }
 
 long FtpFile::dump(unsigned long code, IOutputByteStream& stream) const
 {
+    const InsideLibrary inside;
     ScanItem::dump(code, stream);
     placedStep(PLACE(kFtpFileHeader, "FtpFile::dump", __LINE__), [&] {
         const unsigned long long size = m_size.value_or(0);
@@ -94,6 +104,7 @@ long FtpFile::dump(unsigned long code, IOutputByteStream& stream) const
 
 long FtpFile::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     KeptPath kept(*this);
     ScanItem::load(code, stream);
     placedStep(PLACE(kFtpFileHeader, "FtpFile::load", __LINE__), [&] {

@@ -1,6 +1,7 @@
 #include "core/win32/utils/ftp/include/FtpPath.h"
 
 #include "core/win32/utils/ftp/include/FtpFile.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 
 constexpr char kFtpPathHeader[] = "core\\win32\\utils\\ftp\\include\\FtpPath.h";
 
@@ -20,18 +21,21 @@ FtpConnection& FtpPath::connection() const
 // What somebody else calls it belongs to no server.
 void FtpPath::setPath(const wchar_t* path, int expand)
 {
+    const InsideLibrary inside;
     m_connection = FtpConnectionPtr();
     ScanItem::setPath(path, expand);
 }
 
 long FtpPath::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     m_connection = FtpConnectionPtr();
     return ScanItem::load(code, stream);
 }
 
 bool FtpPath::isInterchangeable(const ScanItem& filed) const
 {
+    const InsideLibrary inside;
     const auto* other = dynamic_cast<const FtpPath*>(&filed);
     if (other == nullptr || !m_connection || !other->m_connection || getLevel() != other->getLevel())
         return false;
@@ -41,6 +45,7 @@ bool FtpPath::isInterchangeable(const ScanItem& filed) const
 
 int FtpPath::exists() const
 {
+    const InsideLibrary inside;
     bool result = false;
     primitives::placedStep(PLACE(kFtpPathHeader, "FtpPath::exists", __LINE__),
                            [&] { result = connection().enter(m_location.bytes); });

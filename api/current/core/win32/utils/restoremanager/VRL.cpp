@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "core/win32/utils/objectmanager/include/Boundary.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/restoremanager/include/SnapshotList.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
@@ -146,6 +147,7 @@ long snapshotFrame(Body&& body) noexcept
 long VRL::createSnapshot(const wchar_t* tool, const wchar_t* name, const wchar_t* comment,
                          const wchar_t* user, const wchar_t* password)
 {
+    const InsideLibrary inside;
     return snapshotFrame([&] {
         requireTool(tool);
         requireText(name);

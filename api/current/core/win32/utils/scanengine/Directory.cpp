@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/paths/include/Removal.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
@@ -28,6 +29,7 @@ Directory::Directory(const wchar_t* path, int expand) : ScanItem(kDirectoryItem)
 
 void Directory::setPath(const wchar_t* path, int expand)
 {
+    const InsideLibrary inside;
     ScanItem::setPath(path, expand);
     settle();
 }
@@ -48,6 +50,7 @@ void Directory::settle()
 
 bool Directory::isInterchangeable(const ScanItem& filed) const
 {
+    const InsideLibrary inside;
     const auto* other = dynamic_cast<const Directory*>(&filed);
     return other != nullptr && typeid(*this) == typeid(*other) &&
            m_origin.settled(path().view()) == other->m_origin.settled(other->path().view());
@@ -55,6 +58,7 @@ bool Directory::isInterchangeable(const ScanItem& filed) const
 
 long Directory::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     KeptPath kept(*this);
     ScanItem::load(code, stream);
     primitives::placedStep(PLACE(kDirectoryHeader, "Directory::load", __LINE__), [&] {
@@ -69,6 +73,7 @@ long Directory::load(unsigned long code, IInputByteStream& stream)
 
 void Directory::create()
 {
+    const InsideLibrary inside;
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
     primitives::placedStep(PLACE(kDirectoryHeader, "Directory::create", __LINE__),
@@ -79,6 +84,7 @@ void Directory::create()
 
 void Directory::deleteItem()
 {
+    const InsideLibrary inside;
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
     primitives::placedStep(PLACE(kDirectoryHeader, "Directory::deleteItem", __LINE__), [&] {
@@ -97,6 +103,7 @@ void Directory::deleteItem()
 
 int Directory::exists() const
 {
+    const InsideLibrary inside;
     int found = 0;
     primitives::placedStep(PLACE(kDirectoryHeader, "Directory::exists", __LINE__), [&] {
         // A search finds neither "folder\" nor the root of a drive or share. So the closing backslash is

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "core/win32/utils/objectmanager/include/FileTransfer.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/paths/include/Removal.h"
 
@@ -49,6 +50,7 @@ File::File(const wchar_t* path, int expand) : ScanItem(kFileItem)
 
 void File::setPath(const wchar_t* path, int expand)
 {
+    const InsideLibrary inside;
     ScanItem::setPath(path, expand);
     settle();
     // What was read from the old file does not apply to the new one; data that was set applies to any file.
@@ -74,6 +76,7 @@ void File::settle()
 
 bool File::isInterchangeable(const ScanItem& filed) const
 {
+    const InsideLibrary inside;
     const auto* other = dynamic_cast<const File*>(&filed);
     return other != nullptr &&
            m_origin.settled(path().view()) == other->m_origin.settled(other->path().view());
@@ -81,6 +84,7 @@ bool File::isInterchangeable(const ScanItem& filed) const
 
 void File::create()
 {
+    const InsideLibrary inside;
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
     placedStep(PLACE(kFileHeader, "File::create", __LINE__), [&] {
@@ -98,6 +102,7 @@ void File::create()
 
 void File::deleteItem()
 {
+    const InsideLibrary inside;
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
     placedStep(PLACE(kFileHeader, "File::deleteItem", __LINE__), [&] {
@@ -114,6 +119,7 @@ void File::deleteItem()
 
 int File::exists() const
 {
+    const InsideLibrary inside;
     int found = 0;
     placedStep(PLACE(kFileHeader, "File::exists", __LINE__),
                [&] { found = pathExists(ItemTarget(getPath(), m_origin)) ? 1 : 0; });
@@ -122,6 +128,7 @@ int File::exists() const
 
 unsigned long long File::getSize() const
 {
+    const InsideLibrary inside;
     if (m_foundSize)
         return *m_foundSize;
     WIN32_FILE_ATTRIBUTE_DATA data;
@@ -133,6 +140,7 @@ unsigned long long File::getSize() const
 
 const void* File::getData(unsigned long long& size)
 {
+    const InsideLibrary inside;
     const WriteLocker locker(m_lock);
     if (!m_hasData)
         readData();
@@ -170,6 +178,7 @@ void File::readData()
 
 void File::setData(const void* data, unsigned long long size)
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kFileHeader, "File::setData", __LINE__), [&] {
         if (data == nullptr && size != 0)
             raiseCode(ERROR_INVALID_PARAMETER);
@@ -195,6 +204,7 @@ void File::keepData(void* data, unsigned long long size) noexcept
 
 long File::dump(unsigned long code, IOutputByteStream& stream) const
 {
+    const InsideLibrary inside;
     ScanItem::dump(code, stream);
     placedStep(PLACE(kFileHeader, "File::dump", __LINE__), [&] {
         const Content data = content();
@@ -207,6 +217,7 @@ long File::dump(unsigned long code, IOutputByteStream& stream) const
 
 long File::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     KeptPath kept(*this);
     ScanItem::load(code, stream);
     placedStep(PLACE(kFileHeader, "File::load", __LINE__), [&] {

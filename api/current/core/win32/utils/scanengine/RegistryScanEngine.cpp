@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "core/win32/registry/include/RegistryPath.h"
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 
 constexpr char kRegistryScanEngineHeader[] = "core\\win32\\utils\\scanengine\\include\\RegistryScanEngine.h";
 
@@ -22,6 +23,7 @@ RegistryScanEngine::RegistryScanEngine() : RegistryScanEngine(uniqueName().c_str
 
 void RegistryScanEngine::addPath(HKEY root, const wchar_t* path, unsigned long options)
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kRegistryScanEngineHeader, "RegistryScanEngine::addPath", __LINE__),
                [&] { appendRoot(makeShared<ScanItem, RegistryPath>(root, path, options)); });
 }

@@ -1,5 +1,7 @@
 #include "core/win32/utils/scanengine/include/ScanPath.h"
 
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
+
 #include <algorithm>
 #include <atomic>
 #include <optional>
@@ -18,6 +20,7 @@ std::wstring walkName()
 long ScanPath::scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                     const ScanOptions& options)
 {
+    const InsideLibrary inside;
     if (!validator)
         throw Exception(scanPlace(), ERROR_INVALID_ADDRESS);
     if (isCancelled(cancelEvent))
@@ -170,6 +173,7 @@ void ScanPath::enqueueFound(Walk& walk)
 
 int ScanPath::hasSubfolders(HANDLE cancelEvent)
 {
+    const InsideLibrary inside;
     const SharedPtr<IScanValidator> none;
     const ScanOptions options;
     Walk walk{cancelEvent, none, options, *this, {}, {}, {}};
@@ -187,6 +191,7 @@ int ScanPath::hasSubfolders(HANDLE cancelEvent)
 
 long ScanPath::getValues(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator)
 {
+    const InsideLibrary inside;
     if (!hasValues())
         throw Exception(scanPlace(), ERROR_CALL_NOT_IMPLEMENTED);
     if (!validator)
@@ -216,6 +221,7 @@ void ScanPath::clearResults()
 
 long ScanPath::getResult(std::uint32_t key, std::size_t index, SharedPtr<ScanItem>& item) const
 {
+    const InsideLibrary inside;
     if (key != kContainerFound && key != kLeafFound)
         return ERROR_INVALID_PARAMETER;
     const ReadLocker locker(m_resultsLock);

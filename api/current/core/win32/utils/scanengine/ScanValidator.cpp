@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/strings/include/TextSearch.h"
 
 constexpr char kScanValidatorHeader[] = "core\\win32\\utils\\scanengine\\include\\ScanValidator.h";
@@ -90,6 +91,7 @@ ScanValidator::ScanValidator(const wchar_t* filters, const wchar_t* ignores)
 void ScanValidator::addFilter(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                               std::uint32_t itemKind)
 {
+    const InsideLibrary inside;
     forget();
     placedStep(PLACE(kScanValidatorHeader, "ScanValidator::addFilter", __LINE__),
                [&] { m_filters.emplace_back(pattern, matchMode, matchTarget, itemKind); });
@@ -98,6 +100,7 @@ void ScanValidator::addFilter(const wchar_t* pattern, std::uint32_t matchMode, s
 void ScanValidator::addIgnore(const wchar_t* pattern, std::uint32_t matchMode, std::uint32_t matchTarget,
                               std::uint32_t itemKind)
 {
+    const InsideLibrary inside;
     forget();
     placedStep(PLACE(kScanValidatorHeader, "ScanValidator::addIgnore", __LINE__),
                [&] { m_ignores.emplace_back(pattern, matchMode, matchTarget, itemKind); });
@@ -127,6 +130,7 @@ void ScanValidator::forget() noexcept
 
 bool ScanValidator::validate(const ScanItem& item) const
 {
+    const InsideLibrary inside;
     const CompiledRules* rules = compiled();
     if (rules == nullptr)
         return validateOneByOne(item);
@@ -152,6 +156,7 @@ bool ScanValidator::validateOneByOne(const ScanItem& item) const
 
 void ScanValidator::clear() noexcept
 {
+    const InsideLibrary inside;
     forget();
     m_filters.clear();
     m_ignores.clear();
@@ -159,26 +164,31 @@ void ScanValidator::clear() noexcept
 
 const wchar_t* ScanValidator::getFilter(std::uint32_t index) const
 {
+    const InsideLibrary inside;
     return patternAt(m_filters, index, PLACE(kScanValidatorHeader, "ScanValidator::getFilter", __LINE__));
 }
 
 const wchar_t* ScanValidator::getIgnore(std::uint32_t index) const
 {
+    const InsideLibrary inside;
     return patternAt(m_ignores, index, PLACE(kScanValidatorHeader, "ScanValidator::getIgnore", __LINE__));
 }
 
 std::uint32_t ScanValidator::getFilterCount() const noexcept
 {
+    const InsideLibrary inside;
     return static_cast<std::uint32_t>(m_filters.size());
 }
 
 std::uint32_t ScanValidator::getIgnoreCount() const noexcept
 {
+    const InsideLibrary inside;
     return static_cast<std::uint32_t>(m_ignores.size());
 }
 
 long ScanValidator::dump(unsigned long code, IOutputByteStream& stream) const
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kScanValidatorHeader, "ScanValidator::dump", __LINE__), [&] {
         dumpRules(m_filters, code, stream);
         dumpRules(m_ignores, code, stream);
@@ -188,6 +198,7 @@ long ScanValidator::dump(unsigned long code, IOutputByteStream& stream) const
 
 long ScanValidator::load(unsigned long code, IInputByteStream& stream)
 {
+    const InsideLibrary inside;
     placedStep(PLACE(kScanValidatorHeader, "ScanValidator::load", __LINE__), [&] {
         std::vector<ScanFilter> filters = loadRules<ScanFilter>(code, stream);
         std::vector<ScanIgnore> ignores = loadRules<ScanIgnore>(code, stream);

@@ -177,8 +177,12 @@ long THPThread::cancel() noexcept
 
 bool THPThread::end() noexcept
 {
-    resume();
+    const long resumed = resume();
     m_told = (!isBusy() || signalEvent(m_cancel.get())) && signalEvent(m_terminate.get());
+    if (resumed != ERROR_SUCCESS) {
+        m_told = false; // what is suspended sees no event
+        SetLastError(static_cast<DWORD>(resumed));
+    }
     return m_told;
 }
 

@@ -44,9 +44,9 @@ SYSMAINT_API void* THPOpenThreadPool(const wchar_t* name);
 /// kinds of work are not waited for: the work that makes the call, and work that itself waits for the calling
 /// thread, in a close or without a limit.
 ///
-/// If the system refuses to signal the event of running work or of a thread, the call tries again for 5
-/// seconds. Then it returns 0 with the system's code as the last error: the pool is closed, but that work may
-/// still be running, and the thread that could not be told may stay.
+/// If the system refuses to signal the event of running work or of a thread, or to resume a thread, the call
+/// tries again for 5 seconds. Then it returns 0 with the system's code as the last error: the pool is closed,
+/// but that work may still be running, and the thread that could not be told may stay.
 SYSMAINT_API int THPCloseThreadpool(void* pool);
 
 /// Creates a category. Codes: 183 it exists. The options are checked only when a thread is created.

@@ -3,10 +3,59 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstddef>
 #include <new>
+#include <optional>
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
+
+/// Where a suspended thread stands in the system's lowest module, which has the loader and the locks.
+namespace systemcode {
+/// The range of its code and data, and its entry for waits for locks (null on systems that wait otherwise).
+struct Range
+{
+    DWORD64 begin = 0;
+    DWORD64 end = 0;
+    DWORD64 lockWait = 0;
+};
+inline const Range range = [] {
+    Range found;
+    if (const auto* base = reinterpret_cast<const std::byte*>(GetModuleHandleW(L"ntdll.dll"))) {
+        const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+        const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+        found.begin = reinterpret_cast<DWORD64>(base);
+        found.end = found.begin + headers->OptionalHeader.SizeOfImage;
+        found.lockWait = reinterpret_cast<DWORD64>(
+            processend::systemFunction<LONG(NTAPI*)(void*, LARGE_INTEGER*)>("NtWaitForAlertByThreadId"));
+    }
+    return found;
+}();
+
+inline bool isInModule(DWORD64 instruction) noexcept
+{
+    return instruction >= range.begin && instruction < range.end;
+}
+/// Whether the instruction follows a call of the kernel: the thread is in the kernel, mostly in a wait.
+inline bool isKernelCall(DWORD64 instruction) noexcept
+{
+    constexpr unsigned char kSyscall[] = {0x0F, 0x05};
+    const auto* code =
+        reinterpret_cast<const unsigned char*>(instruction); // NOLINT(performance-no-int-to-ptr)
+    return isInModule(instruction) && code[-2] == kSyscall[0] && code[-1] == kSyscall[1];
+}
+/// Whether it is in the module and not in a call of the kernel.
+inline bool isInside(DWORD64 instruction) noexcept
+{
+    return isInModule(instruction) && !isKernelCall(instruction);
+}
+/// Whether it is in the call in which locks, and condition variables, are waited for.
+inline bool isLockWait(DWORD64 instruction) noexcept
+{
+    constexpr DWORD64 kLength = 32; // of an entry
+    return range.lockWait != 0 && instruction >= range.lockWait && instruction < range.lockWait + kLength;
+}
+} // namespace systemcode
 
 /// Decides when a worker thread may be suspended: only while it runs the caller's work, never inside the
 /// library, where it may hold a lock that the resuming thread needs. A thread that is to be suspended while
@@ -56,7 +105,7 @@ public:
     }
 
     /// Suspends the thread now or before its next work; a suspended thread stays suspended. Returns 0; 170
-    /// while the thread may hold a lock that the end of the process needs; 8, or the system's code.
+    /// while the thread may hold a lock of the system's, such as the loader's; 8, or the system's code.
     long suspend(HANDLE thread, DWORD id) noexcept
     {
         for (;;) {
@@ -156,23 +205,71 @@ private:
         bool m_complete = false;
     };
 
-    // A thread suspended while holding a heap's lock would stop every other thread, including the one that is
-    // to resume it. So it is suspended while we hold these locks. The loader's lock must not be taken, since
-    // whoever holds it may wait for us: a thread that may be using it goes on. The system suspends a thread
-    // some time after the call; getting its context waits for that moment.
-    static long suspendOutsideLocks(HANDLE thread, DWORD id) noexcept
+    /// Where a thread stood still.
+    struct Stand
     {
-        const HeapLocks locks;
-        if (!locks.areHeld())
-            return ERROR_NOT_ENOUGH_MEMORY;
+        DWORD64 instruction;
+        DWORD64 stack;
+    };
+
+    // The system suspends a thread some time after the call; getting its context waits for that moment.
+    static long stop(HANDLE thread, Stand& stand) noexcept
+    {
         if (SuspendThread(thread) == static_cast<DWORD>(-1))
             return lastError();
         CONTEXT context{};
         context.ContextFlags = CONTEXT_CONTROL;
         GetThreadContext(thread, &context);
-        if (mayBlockProcessEnd(id) && ResumeThread(thread) != static_cast<DWORD>(-1))
-            return ERROR_BUSY;
+        stand = {context.Rip, context.Rsp};
         return ERROR_SUCCESS;
+    }
+
+    // Whether the thread stays in the wait where it stood, while nobody suspends it with heaps locked. Then
+    // it waits for something of the caller's, not for a lock that we held.
+    static bool staysThere(HANDLE thread, const Stand& first) noexcept
+    {
+        constexpr int kLooks = 3;
+        for (int look = 0; look < kLooks; ++look) {
+            Sleep(1);
+            Stand now{};
+            if (stop(thread, now) != ERROR_SUCCESS || ResumeThread(thread) == static_cast<DWORD>(-1) ||
+                now.instruction != first.instruction || now.stack != first.stack)
+                return false;
+        }
+        return true;
+    }
+
+    // A thread suspended while holding a heap's lock would stop every other thread, including the one that is
+    // to resume it. So it is suspended while we hold these locks. The loader's locks must not be taken, since
+    // whoever holds them may wait for us: a thread that may be using one goes on. Not all of them can be
+    // looked at. So a thread also goes on that stands in the system's own code, or in a wait for a lock: it
+    // may wait for a heap that we hold, and hold a lock of the loader meanwhile.
+    static long suspendOutsideLocks(HANDLE thread, DWORD id) noexcept
+    {
+        std::optional<Stand> lasting;
+        for (;;) {
+            Stand stand{};
+            {
+                const HeapLocks locks;
+                if (!locks.areHeld())
+                    return ERROR_NOT_ENOUGH_MEMORY;
+                if (const long code = stop(thread, stand); code != ERROR_SUCCESS)
+                    return code;
+                const bool awaitsLock = systemcode::isLockWait(stand.instruction);
+                const bool isOwnWait =
+                    lasting && lasting->instruction == stand.instruction && lasting->stack == stand.stack;
+                if (!mayBlockProcessEnd(id) && !systemcode::isInside(stand.instruction) &&
+                    (!awaitsLock || isOwnWait))
+                    return ERROR_SUCCESS;
+                if (ResumeThread(thread) == static_cast<DWORD>(-1))
+                    return ERROR_SUCCESS;
+                if (!awaitsLock || lasting)
+                    return ERROR_BUSY;
+            }
+            if (!staysThere(thread, stand))
+                return ERROR_BUSY;
+            lasting = stand;
+        }
     }
 
     std::atomic<Place> m_place{Place::Inside};

@@ -59,19 +59,30 @@ public:
     long scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
               const ScanOptions& options) final
     {
+        const InsideLibrary inside;
         return scanRoots(scanPlace(), cancelEvent, validator, options);
     }
     void registerHandlers(const INotifyProvider& provider, std::uint32_t first, std::uint32_t second) final
     {
+        const InsideLibrary inside;
         m_provider.registerHandlers(provider, first, second);
     }
     void registerHandler(INotifyHandler& handler, std::uint32_t first, std::uint32_t second,
                          std::uint64_t value) final
     {
+        const InsideLibrary inside;
         m_provider.registerHandler(handler, first, second, value);
     }
-    void clear() final { clearRoots(); }
-    void clearNotifyHandlers() final { clearHandlers(); }
+    void clear() final
+    {
+        const InsideLibrary inside;
+        clearRoots();
+    }
+    void clearNotifyHandlers() final
+    {
+        const InsideLibrary inside;
+        clearHandlers();
+    }
 
 protected:
     using ScanEngine::ScanEngine;
