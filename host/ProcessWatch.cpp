@@ -101,7 +101,8 @@ void tellSource(unsigned long source, const ProcessWatch& wanted)
 
 int watchProcesses(const ProcessWatch& wanted)
 {
-    constexpr DWORD kLook = 200; // milliseconds
+    constexpr DWORD kLook = 200;      // milliseconds
+    constexpr ULONGLONG kSoon = 3000; // milliseconds
     constexpr unsigned long long kSecond = 1000;
     Printer printer(wanted.asJson);
     const ULONGLONG begun = GetTickCount64();
@@ -110,9 +111,10 @@ int watchProcesses(const ProcessWatch& wanted)
     for (;;) {
         unsigned long source = kMonitorStopped;
         long code = ERROR_SUCCESS;
-        // Without a code it is still subscribing to events.
+        // Without a code it is still waiting for events, which usually come soon.
         const bool isSettled = PMGetMonitorState(&source, &code) == ERROR_SUCCESS &&
-                               (!wanted.wantsEvents || source == kMonitorEvents || code != ERROR_SUCCESS);
+                               (!wanted.wantsEvents || source == kMonitorEvents || code != ERROR_SUCCESS ||
+                                GetTickCount64() - begun >= kSoon);
         if (isSettled && source != told)
             tellSource(told = source, wanted);
         const ULONGLONG passed = GetTickCount64() - begun;

@@ -3,6 +3,7 @@
 #include "ProcessList.h"
 #include "ProcessWatch.h"
 
+#include <algorithm>
 #include <cwchar>
 
 namespace {
@@ -155,6 +156,12 @@ int watch(const std::vector<std::wstring>& words)
     constexpr unsigned long kLongest = 86400; // seconds
     ProcessWatch wanted;
     wanted.names = arguments.operands().empty() ? L"" : arguments.operands()[0];
+    for (std::size_t at = 0; !wanted.names.empty() && at <= wanted.names.size();) {
+        const std::size_t end = std::min(wanted.names.find(L',', at), wanted.names.size());
+        if (wanted.names.find_first_not_of(L' ', at) >= end)
+            throw UsageError{printable(wanted.names) + L": a name between the commas is empty"};
+        at = end + 1;
+    }
     wanted.wantsEvents = !arguments.has(L"--snapshots");
     wanted.asJson = arguments.has(L"--json");
     wanted.interval = arguments.number(L"--interval", 10, 60000).value_or(kInterval);

@@ -228,8 +228,13 @@ int send(const Arguments& arguments)
         Sender sender(arguments);
         const auto sendOne = [&](const std::wstring& text) {
             const long code = isCancelled() ? static_cast<long>(ERROR_CANCELLED) : sender.send(text);
-            if (code != ERROR_SUCCESS)
+            if (code == ERROR_FILE_NOT_FOUND) {
+                messages().writeLine(L"topic: " + printable(text) + L": nobody listens on \"" +
+                                     printable(name) + L"\" (2)");
+                exitCode = std::max<int>(exitCode, kExitFailed);
+            } else if (code != ERROR_SUCCESS) {
                 exitCode = std::max(exitCode, tell(text, code));
+            }
             return exitCode != kExitCancelled;
         };
         const auto& texts = arguments.operands();

@@ -22,6 +22,7 @@ public:
         }
         if (notification.getFirst() == kContainerFound) {
             m_listing.entries.push_back({path, L"", true, m_filesOnly});
+            m_listing.identities.push_back(m_filesOnly ? FileIdentity() : find(path.c_str()).identity);
             return;
         }
         const std::size_t slash = path.find_last_of(L'\\');
@@ -30,11 +31,18 @@ public:
     }
 
 private:
-    void addFile(const std::wstring& path, const IFile* file)
+    FoundFile find(const std::wstring& path)
     {
         const FoundFile found = findFile(literalPath(path));
         if (found.names == 0 && found.code != ERROR_FILE_NOT_FOUND) // a file that is gone is not unknown
             m_listing.failures.push_back({path, found.code});
+        return found;
+    }
+
+    void addFile(const std::wstring& path, const IFile* file)
+    {
+        const FoundFile found = find(path);
+        m_listing.identities.push_back(found.identity);
         if (found.names > 1) {
             m_listing.linked.push_back(path);
             m_listing.entries.back().skip = !m_withLinked;
@@ -58,11 +66,12 @@ FoundFile findFile(const std::wstring& literal)
         nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     BY_HANDLE_FILE_INFORMATION info;
     if (file.get() == INVALID_HANDLE_VALUE || !GetFileInformationByHandle(file.get(), &info))
-        return {0, static_cast<long>(GetLastError())};
+        return {0, static_cast<long>(GetLastError()), {}};
     const bool folder = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    return {folder || info.nNumberOfLinks <= 1 || isLink(literal) ? 1 : info.nNumberOfLinks, ERROR_SUCCESS,
-            info.dwVolumeSerialNumber,
-            (static_cast<std::uint64_t>(info.nFileIndexHigh) << 32U) | info.nFileIndexLow};
+    return {folder || info.nNumberOfLinks <= 1 || isLink(literal) ? 1 : info.nNumberOfLinks,
+            ERROR_SUCCESS,
+            {(static_cast<std::uint64_t>(info.nFileIndexHigh) << 32U) | info.nFileIndexLow,
+             info.dwVolumeSerialNumber, true}};
 }
 
 std::wstring pathOf(const DirectoryStackEntry& entry)

@@ -16,10 +16,19 @@ struct Failure
     long code;
 };
 
+/// Tells a file or folder from another one under the same name.
+struct FileIdentity
+{
+    std::uint64_t index = 0;
+    DWORD volume = 0;
+    bool isKnown = false;
+};
+
 /// The content of a tree in the order of the scan: a folder comes before its content.
 struct TreeListing
 {
     DirectoryStack entries;
+    std::vector<FileIdentity> identities; // of each entry; unknown for what stays
     unsigned long long files = 0;
     unsigned long long bytes = 0;
     std::vector<std::wstring> linked; // files that also have other names
@@ -31,12 +40,12 @@ struct FoundFile
 {
     DWORD names = 0; ///< the number of hard links, at least 1; 0 when unknown
     long code = 0;   ///< why it is unknown
-    DWORD volume = 0;
-    std::uint64_t index = 0;
+    FileIdentity identity;
 
-    [[nodiscard]] bool isSame(const FoundFile& other) const
+    [[nodiscard]] bool isSame(const FileIdentity& other) const
     {
-        return names != 0 && other.names != 0 && volume == other.volume && index == other.index;
+        return names != 0 && other.isKnown && identity.volume == other.volume &&
+               identity.index == other.index;
     }
 };
 FoundFile findFile(const std::wstring& literal);

@@ -91,10 +91,10 @@ int exitCodeOf(Answer answer)
     return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
 }
 
-/// Whether a file may be deleted: it exists, is the one that was `shown` if that is known, and has no other
-/// name. Otherwise prints why not.
+/// Whether a file or folder may be deleted: it exists, is the one that was `shown` if something was, and has
+/// no other name. Otherwise prints why not.
 bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path, const FoundFile& found,
-           const FoundFile* shown = nullptr)
+           const FileIdentity* shown = nullptr)
 {
     if (found.names == 0) {
         run.fail(path, found.code);
@@ -117,7 +117,7 @@ bool mayGo(WipeRun& run, const WipeOptions& options, const std::wstring& path, c
 int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words)
 {
     std::vector<WipeTarget> targets;
-    std::vector<FoundFile> shown;
+    std::vector<FileIdentity> shown;
     std::vector<OwnedHandle> held;
     WipeRun run(options);
     std::uint64_t bytes = 0;
@@ -142,7 +142,7 @@ int wipeFiles(const WipeOptions& options, const std::vector<std::wstring>& words
         messages().writeLine(L"  " + printable(target.text()));
         bytes += sizeOfFile(target.literal());
         targets.push_back(target);
-        shown.push_back(found);
+        shown.push_back(found.identity);
     }
     if (targets.empty())
         return run.finish();
@@ -190,22 +190,27 @@ void wipeListed(TreeListing& listing, const WipeOptions& options, WipeRun& run, 
             if (!kept.insert(path.substr(0, at)).second)
                 break;
     };
-    for (DirectoryStack& entries = listing.entries; !entries.empty(); entries.pop_back()) {
+    for (DirectoryStack& entries = listing.entries; !entries.empty();
+         entries.pop_back(), listing.identities.pop_back()) {
         if (isCancelled()) {
             run.cancel();
             break;
         }
         const DirectoryStackEntry& top = entries.back();
+        const FileIdentity& shown = listing.identities.back();
         const std::wstring path = pathOf(top);
         bool stays = false;
         if (entries.size() == 1)
             root.reset(); // it may be deleted last
+        const auto mayBeWiped = [&] {
+            return mayGo(run, options, path, findFile(literalPath(path)), &shown);
+        };
         if (top.isDirectory)
-            stays = !top.skip && kept.count(path) == 0 && !run.removeFolder(path);
+            stays = !top.skip && kept.count(path) == 0 && !(mayBeWiped() && run.removeFolder(path));
         else if (top.skip)
             run.leave(path, L"left alone, because it has other names", false), stays = true;
         else
-            stays = !mayGo(run, options, path, findFile(literalPath(path))) || !run.wipeFile(path);
+            stays = !mayBeWiped() || !run.wipeFile(path);
         if (stays)
             keep(path);
     }
@@ -221,15 +226,17 @@ int wipeTree(const WipeOptions& options, const std::wstring& word)
     const WipeTarget target(word);
     const OwnedHandle parent = holdFolder(target.parent());
     OwnedHandle root = holdFolder(target.literal(), FILE_FLAG_OPEN_REPARSE_POINT);
-    const FoundFile shown = findFile(target.literal());
+    const FileIdentity shown = findFile(target.literal()).identity;
     requireUnprotected(target);
     WipeRun run(options);
     const DWORD attributes = GetFileAttributesW(target.literal().c_str());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
         throw UsageError{printable(word) + L" is no folder; say file"};
     TreeListing listing;
-    if (!options.hasRules)
+    if (!options.hasRules) {
         listing.entries.push_back({HeapStringW(target.text().c_str()), L"", true, false});
+        listing.identities.push_back(shown);
+    }
     // A link is removed; its target is not touched.
     const long code = isLink(target.literal()) ? ERROR_SUCCESS
                                                : listTree(target.text(), options.validator, options.hasRules,

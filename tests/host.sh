@@ -56,7 +56,7 @@ printf 'three\r\nfour\n' | "$runner" "$host" topic send 'sysmaint host' --json >
 says out '{"text":"got \"it\""}'
 wait "$listener" || fail "topic listen: $?"
 printf 'größe €\ntwo\nthree\nfour\n' | diff - <(tr -d '\r' <"$work/heard") || fail 'topic listen: other texts'
-run 1 topic send 'sysmaint host' text && says err 'topic: text: ' && says err '(2)'
+run 1 topic send 'sysmaint host' text && says err 'topic: text: nobody listens on "sysmaint host" (2)'
 run 2 topic && says err 'listen or send?'
 run 2 topic send && says err 'which name?'
 run 2 topic listen 'a\b' && says err 'no backslash'
@@ -536,6 +536,7 @@ run 2 sessions all
 run 0 sessions --json && says out '"state":"active","console":true,"user":"'
 run 1 processes end no-such-program.exe nobody.exe --yes && says err 'no-such-program.exe: there is no such process (1168)' && says err 'nobody.exe: there is'
 for option in --user --sort; do run 2 processes $option '' && says err "$option is empty"; done
+run 2 processes watch , && says err 'a name between the commas is empty'
 run 1 processes end 999999 --yes && says err 'no such process (1168)'
 run 1 processes end services.exe --yes && says err 'the system or this program needs it (50)'
 run 1 processes end plugplay.exe --yes && says err 'it is a service'

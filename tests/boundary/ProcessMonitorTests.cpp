@@ -112,6 +112,14 @@ struct WmiMonitor : Monitor
     const LookedUp functions{{{"CoSetProxyBlanket", address(+[](void*, DWORD, DWORD, void*, DWORD, DWORD,
                                                                 void*, DWORD) -> HRESULT { return S_OK; })}}};
     const FakeWmi wmi;
+
+    /// Posts the first event, of a process that nobody asked for.
+    static void awaitEvents()
+    {
+        FakeWmi::post(event(true, 3000000, L"first.exe", now()));
+        ASSERT_TRUE(
+            comesTrue([] { return state() == std::pair(static_cast<unsigned long>(kMonitorEvents), 0L); }));
+    }
 };
 } // namespace
 
@@ -169,8 +177,7 @@ TEST_F(WmiMonitor, MissesNothingThatTheSystemTells)
 {
     constexpr long kFirst = 1000000, kCount = 200; // ids that nobody has
     ASSERT_EQ(PMStartMonitor(kTopic, L"process_child*", 60000, 1), 0);
-    ASSERT_TRUE(
-        comesTrue([] { return state() == std::pair(static_cast<unsigned long>(kMonitorEvents), 0L); }));
+    awaitEvents();
     EXPECT_EQ(FakeWmi::takeAsked(), L"ROOT\\CIMV2;WQL;SELECT * FROM Win32_ProcessTrace;");
     std::vector<std::wstring> expected;
     const auto tell = [&](bool isStart, long id) {
@@ -216,7 +223,7 @@ TEST_F(WmiMonitor, TellsFromSnapshotsUntilTheSystemAnswers)
         ASSERT_TRUE(recorder.hasTaken(3));
         EXPECT_EQ(state(), std::pair(static_cast<unsigned long>(kMonitorSnapshots), 0L));
         answer.set();
-        ASSERT_TRUE(comesTrue([] { return state().first == kMonitorEvents; }));
+        awaitEvents();
         const auto id = static_cast<long>(entry.id);
         FakeWmi::post(event(true, id, L"process_child.exe", entry.startTime + 1000)); // told already
         TerminateProcess(child.handle, 0);
@@ -235,7 +242,7 @@ TEST_F(WmiMonitor, TellsFromSnapshotsUntilTheSystemAnswers)
 TEST_F(WmiMonitor, TellsWhichProcessOfAnIdAnEventIsAbout)
 {
     ASSERT_EQ(PMStartMonitor(kTopic, L"process_child*", 60000, 1), 0);
-    ASSERT_TRUE(comesTrue([] { return state().first == kMonitorEvents; }));
+    awaitEvents();
     struct Row
     {
         const char* events; // + or -, the process, the second
@@ -263,6 +270,46 @@ TEST_F(WmiMonitor, TellsWhichProcessOfAnIdAnEventIsAbout)
     }
     ASSERT_TRUE(recorder.hasTaken(expected.size()));
     EXPECT_EQ(PMStopMonitor(), 0);
+    EXPECT_EQ(recorder.taken(), expected);
+}
+
+TEST_F(WmiMonitor, TellsFromSnapshotsWhileTheSystemAcceptsAndSendsNothing)
+{
+    const TestEvent answer;
+    ASSERT_EQ(PMStartMonitor(kTopic, kChildren, 20, 1), 0);
+    ASSERT_TRUE(comesTrue([] { return FakeWmi::fetches > 1; }));
+    std::vector<std::wstring> expected;
+    const auto runOne = [&] {
+        const Child child(L"sleep");
+        const ProcessEntry entry = child.entry();
+        expected.push_back(line(kProcessStarted, entry));
+        EXPECT_TRUE(recorder.hasTaken(expected.size()));
+        expected.push_back(line(kProcessEnded, entry));
+        return entry;
+    };
+    for (const bool hangs : {false, true}) { // it says that there is nothing yet; after an event it hangs
+        if (hangs) {
+            awaitEvents();
+            FakeWmi::post([&] {
+                EXPECT_TRUE(answer.wait());
+                return static_cast<HRESULT>(WBEM_S_TIMEDOUT);
+            });
+        }
+        const ProcessEntry child = runOne();
+        ASSERT_TRUE(recorder.hasTaken(expected.size()));
+        EXPECT_EQ(state(), std::pair(static_cast<unsigned long>(kMonitorSnapshots), 0L));
+        if (hangs)
+            answer.set();
+        const auto id = static_cast<long>(child.id); // its events come late, then those of the id's next user
+        for (const bool isNext : {false, true})
+            for (const bool isStart : {true, false})
+                FakeWmi::post(event(isStart, id, L"process_child.exe",
+                                    child.startTime + (isNext ? 20000000U : 1000U) + (isStart ? 0 : 1000U)));
+        for (const wchar_t* const message : {L"1 ", L"2 "})
+            expected.push_back(message + std::to_wstring(id) + L" 12 1 process_child.exe");
+        ASSERT_TRUE(recorder.hasTaken(expected.size()));
+        EXPECT_EQ(PMStopMonitor() + (hangs ? 0 : PMStartMonitor(kTopic, kChildren, 20, 1)), 0);
+    }
     EXPECT_EQ(recorder.taken(), expected);
 }
 

@@ -132,18 +132,18 @@ TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
             SCOPED_TRACE(testing::Message() << what << " call " << call << ", kind " << kind);
             prepare(kSize); // uses no function of the DLL, so it does not count
             const long code = wipe(kind, kWipeZeros, 2);
-            if (what == "GetFileAttributesW" && code == 0)
-                failure = 0; // the check afterwards: an open also shows what is gone
-            EXPECT_EQ(code, what == "GetProcAddress" ? ERROR_FUNCTION_FAILED : failure);
-            expectNothingElseChanged();
-            // A file waits for the restart when its own wipe failed, the filler when its removal did. What
-            // goes before, the loading of the library, is no file's failure.
-            const bool own = failure != 0 && what != "LoadLibraryExW";
             const bool removal =
                 what == "SetEndOfFile" || what == "DeleteFileW" || (what == "CreateFileW" && call % 2 == 0);
-            // A deleted one does not: a later file with its name is another one.
-            const bool waits =
-                own && ((kind == kWipeFile && isThere(at(L"file"))) || (kind == kWipeFreeSpace && removal));
+            // The check afterwards: an open also shows what is gone. The filler: the second way removes it.
+            if ((what == "GetFileAttributesW" && code == 0) || (kind == kWipeFreeSpace && removal))
+                failure = 0;
+            EXPECT_EQ(code, what == "GetProcAddress" ? ERROR_FUNCTION_FAILED : failure);
+            expectNothingElseChanged();
+            // A file waits for the restart when its own wipe failed. What goes before, the loading of the
+            // library, is no file's failure.
+            const bool own = failure != 0 && what != "LoadLibraryExW";
+            // A deleted one does not, nor the filler: a later file with its name is another one.
+            const bool waits = own && kind == kWipeFile && isThere(at(L"file"));
             EXPECT_EQ(!takeBootList().empty(), waits);
             EXPECT_EQ(wiper->getNeedsReboot(), waits || (own && kind == kWipePartition) ? 1U : 0U);
             EXPECT_EQ(stack.empty(), kind == kWipeDirectoryStack && failure == 0);
@@ -243,11 +243,19 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
             files.failCall(1, INVALID_HANDLE_VALUE, ERROR_IO_DEVICE);
             return cut;
         });
-    EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_IO_DEVICE);
-    EXPECT_EQ(cuts, 1);
+    Replaced<"DeleteFileW", decltype(&DeleteFileW)> deleting;
+    // Only what cannot be deleted either goes on the list.
+    for (const bool canBeDeleted : {true, false}) {
+        if (!canBeDeleted)
+            deleting.failCall(1, FALSE, ERROR_IO_DEVICE);
+        EXPECT_EQ(wipe(kWipeFreeSpace), canBeDeleted ? 0 : ERROR_IO_DEVICE);
+        EXPECT_EQ(std::exchange(cuts, 0), 1);
+        EXPECT_EQ(takeBootList().empty(), canBeDeleted);
+        EXPECT_EQ(isThere(filler), !canBeDeleted);
+        files.failCall(0, nullptr, 0);
+    }
+    DeleteFileW(filler.c_str());
     cutting.setHook(nullptr);
-    files.failCall(0, nullptr, 0);
-    EXPECT_FALSE(takeBootList().empty());
 
     // A second name of a file; a file that cannot be identified; a file that is not hidden as ours are.
     ASSERT_TRUE(CreateHardLinkW(filler.c_str(), at(L"neighbour").c_str(), nullptr));

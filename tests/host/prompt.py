@@ -62,27 +62,36 @@ def main():
         code, seen = answer(command + ['wipe', 'file', target], typed)
         if code != expected or os.path.exists(path) != stays:
             print(f'{typed!r}: exit code {code}, {"still there" if os.path.exists(path) else "gone"}: {seen!r}')
-    # What was exchanged after it was shown stays: the tree, a folder in it, the folder above, the file.
-    for what, swapped in [('tree', 'root'), ('tree', 'root/d'), ('tree', ''), ('file', 'root/d/f')]:
+    # What was exchanged after it was shown stays: the tree, a folder in it, the folder above, a file. It is a link
+    # to another one by then, or the other one itself.
+    for what, swapped, other in [('tree', 'root', ''), ('tree', 'root/d', ''), ('tree', '', ''),
+                                 ('file', 'root/d/f', 'keep/f'), ('tree', 'root/d/f', 'keep/f'),
+                                 ('tree', 'root/d', 'keep/d'), ('tree', 'root/e', 'keep/empty')]:
         top = path + '.tree'
-        for folder in ('keep', 'keep/root', 'keep/root/d', 'keep/d', 'top', 'top/root', 'top/root/d'):
+        for folder in ('keep', 'keep/root', 'keep/root/d', 'keep/d', 'keep/empty', 'top', 'top/root', 'top/root/d', 'top/root/e'):
             os.makedirs(os.path.join(top, folder))
         precious = [os.path.join(top, name) for name in ('keep/root/d/f', 'keep/d/f', 'keep/f')]
         for name in precious + [os.path.join(top, 'top/root/d/f')]:
             with open(name, 'w', encoding='utf-8') as file:
                 file.write('x')
 
-        def swap(place=os.path.join(top, 'top', swapped).rstrip('/'), link=what == 'tree'):
+        place = os.path.join(top, 'top', swapped).rstrip('/')
+
+        def swap(place=place, other=other and os.path.join(top, other), link=os.path.join(top, 'keep', swapped).rstrip('/')):
             os.rename(place, place + '.aside')
-            if link:
-                os.symlink(os.path.join(top, 'keep', swapped).rstrip('/'), place)
+            if other:
+                os.rename(other, place)
             else:
-                os.rename(precious[2], place)
+                os.symlink(link, place)
         operand = target + '.tree\\top\\root' + ('\\d\\f' if what == 'file' else '')
         code, seen = answer(command + ['wipe', what, operand], b'yes\r', meanwhile=swap)
-        left = [os.path.exists(name) for name in precious]
-        if code != 1 or left != [True, True, what == 'tree'] or not os.path.exists(os.path.join(top, 'top', swapped)):
-            print(f'{what} with {swapped!r} exchanged: exit code {code}, left {left}: {seen!r}')
+        if other == 'keep/d':
+            precious[1] = os.path.join(place, 'f')
+        elif other == 'keep/f':
+            precious[2] = place
+        left = [os.path.exists(name) for name in precious + [place]]
+        if code != 1 or not all(left):
+            print(f'{what} with {swapped!r} exchanged for {other!r}: exit code {code}, left {left}: {seen!r}')
         shutil.rmtree(top)
     # Of the boot-time list goes the line that was shown, or none.
     boot_list = os.path.join(os.environ['BOOT_LIST'])

@@ -156,18 +156,19 @@ struct IWiper
     ///
     /// kWipeFreeSpace: fills the volume of `path`, a folder with its closing backslash such as "D:\", with a
     /// hidden file "FreeSpaceFile.qmx" until nothing is free, and deletes the file again, `passes` times. The
-    /// file is always removed, also after a cancel or a failure; where that fails it goes on the boot-time
-    /// list. A hidden file that already has the name counts as left by an earlier run: it is filled further
-    /// and removed. Any other is left alone (183): if it is useless, say on a file system that cannot hide
-    /// files, delete it first. When the volume is full before all its free bytes are taken, the rest is
-    /// filled in ever smaller pieces. The call succeeds when less than 1 MiB is left then; more is a failure
-    /// (112). Where files cannot be as large as the free space (FAT32: 4 GiB), further ones follow,
-    /// "FreeSpaceFile2.qmx" and so on; names that belong to others are skipped, and files that an earlier run
-    /// left beside the first are filled further and removed too. It cannot reach what is not free space: the
-    /// names of deleted files in the file table and in the folders that held them, the contents of files
-    /// small enough to be kept in the table (NTFS: some 700 bytes; WipeFileTable reaches what is in the
-    /// table), the journals of the file system, the ends of other files' last clusters, shadow copies, and
-    /// the medium's spare blocks.
+    /// file is always removed, also after a cancel or a failure. One that cannot be truncated first is
+    /// deleted all the same, which is no failure; what cannot be deleted goes on the boot-time list. A hidden
+    /// file that already has the name counts as left by an earlier run: it is filled further and removed. Any
+    /// other is left alone (183): if it is useless, say on a file system that cannot hide files, delete it
+    /// first. When the volume is full before all its free bytes are taken, the rest is filled in ever smaller
+    /// pieces. The call succeeds when less than 1 MiB is left then; more is a failure (112), and so is a
+    /// volume without room to create the file. Where files cannot be as large as the free space (FAT32: 4
+    /// GiB), further ones follow, "FreeSpaceFile2.qmx" and so on; names that belong to others are skipped,
+    /// and files that an earlier run left beside the first are filled further and removed too. It cannot
+    /// reach what is not free space: the names of deleted files in the file table and in the folders that
+    /// held them, the contents of files small enough to be kept in the table (NTFS: some 700 bytes;
+    /// WipeFileTable reaches what is in the table), the journals of the file system, the ends of other files'
+    /// last clusters, shadow copies, and the medium's spare blocks.
     ///
     /// kWipePartition: overwrites the volume whose letter and colon `path` begins with, `passes` times, from
     /// its first byte to the last that the file system counts, and on to the end that the device reports

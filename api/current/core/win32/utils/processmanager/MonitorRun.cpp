@@ -104,7 +104,7 @@ void MonitorRun::watch() noexcept
         if (signalled == WAIT_OBJECT_0 || signalled == WAIT_FAILED)
             return;
         const long code = boundary::statusOf([&]() -> long {
-            follow();
+            follow(signalled == WAIT_TIMEOUT);
             return ERROR_SUCCESS;
         });
         if (code != ERROR_SUCCESS) {
@@ -112,20 +112,28 @@ void MonitorRun::watch() noexcept
             if (m_eventState == ProcessEvents::State::kServing)
                 giveUpEvents();
         }
-        wait = m_source == kMonitorEvents ? INFINITE : m_interval;
+        wait = getWait();
     }
 }
 
+/// While events come, a snapshot is compared only after a long silence: they may have stopped without a word.
+DWORD MonitorRun::getWait() const noexcept
+{
+    constexpr unsigned long kIntervals = 10;
+    return m_source == kMonitorEvents ? std::min(kIntervals * m_interval, kMost) : m_interval;
+}
+
 /// Posts what has happened since the last call: from the system's events, or from a snapshot while there are
-/// none.
-void MonitorRun::follow()
+/// none. `isSilent`: nothing has come.
+void MonitorRun::follow(bool isSilent)
 {
     if (!m_events || m_eventState == ProcessEvents::State::kEnded)
-        return compare(ProcessSnapshot());
+        return static_cast<void>(compare(ProcessSnapshot()));
     const ProcessEvents::News news = m_events->take();
     m_eventState = news.state;
-    if (news.state == ProcessEvents::State::kServing && m_source != kMonitorEvents) {
+    if (news.state == ProcessEvents::State::kServing && !news.events.empty() && m_source != kMonitorEvents) {
         compare(ProcessSnapshot()); // what happened before the first event
+        m_oldestStart = now() - kKeptFor;
         m_source = kMonitorEvents;
     }
     for (const ProcessEvent& each : news.events)
@@ -135,8 +143,10 @@ void MonitorRun::follow()
         m_code = news.code;
         giveUpEvents();
     }
-    if (news.state != ProcessEvents::State::kServing)
+    if (m_source != kMonitorEvents)
         compare(ProcessSnapshot());
+    else if (isSilent && news.events.empty() && compare(ProcessSnapshot())) // no event has told what it found
+        m_source = kMonitorSnapshots;
 }
 
 void MonitorRun::giveUpEvents() noexcept
@@ -144,6 +154,7 @@ void MonitorRun::giveUpEvents() noexcept
     m_eventState = ProcessEvents::State::kEnded;
     m_source = kMonitorSnapshots;
     m_ends.clear();
+    m_told.clear();
     m_events->stop(0);
 }
 
@@ -174,6 +185,33 @@ void MonitorRun::rememberEnd(const ProcessEvent& event)
     last = std::max(last, event.time);
 }
 
+/// The events of a process may come long after snapshots have told its start and its end.
+void MonitorRun::rememberTold(unsigned long id, const Known& ended)
+{
+    constexpr std::size_t kRoom = 64;
+    if (!ended.isExact || !m_events || m_eventState == ProcessEvents::State::kEnded)
+        return;
+    const unsigned long long time = now();
+    if (m_told.size() >= m_toldRoom) {
+        std::erase_if(m_told, [&](const auto& each) { return each.second.end + kKeptFor < time; });
+        m_toldRoom = 2 * m_told.size() + kRoom;
+    }
+    m_told.emplace(id, Told{ended.startTime, time});
+}
+
+/// Whether a start is that of a process that has been told and has ended, which is so only once.
+bool MonitorRun::wasTold(const ProcessEvent& start)
+{
+    const auto [first, last] = m_told.equal_range(start.id);
+    const auto found = std::find_if(first, last, [&](const auto& each) {
+        return start.time <= each.second.start + kDelay && each.second.start <= start.time + kDelay;
+    });
+    if (found == last)
+        return start.time < m_oldestStart;
+    m_told.erase(found);
+    return true;
+}
+
 /// Whether the process of this start has ended: an end at the same time may be that of the one before it.
 bool MonitorRun::hasEnded(const ProcessEvent& start, unsigned long long end)
 {
@@ -186,6 +224,8 @@ bool MonitorRun::hasEnded(const ProcessEvent& start, unsigned long long end)
 
 void MonitorRun::takeStart(const ProcessEvent& event)
 {
+    if (wasTold(event))
+        return;
     if (const auto known = m_known.find(event.id); known != m_known.end()) {
         if (isAboutKnown(event, known->second))
             return;
@@ -221,15 +261,18 @@ bool MonitorRun::isSame(const Known& known, const ProcessEntry& entry) noexcept
     return known.isExact ? entry.startTime == known.startTime : entry.startTime <= known.startTime + kDelay;
 }
 
-/// Reports ended processes first, so a reused id ends before it starts.
-void MonitorRun::compare(const ProcessSnapshot& snapshot)
+/// Reports ended processes first, so a reused id ends before it starts. Returns whether there was anything.
+bool MonitorRun::compare(const ProcessSnapshot& snapshot)
 {
+    bool isAnything = false;
     for (auto known = m_known.begin(); known != m_known.end();) {
         const ProcessEntry* const entry = snapshot.find(known->first);
         const auto here = known++;
         if (entry != nullptr && isSame(here->second, *entry))
             continue;
         const auto ended = m_known.extract(here);
+        isAnything = true;
+        rememberTold(ended.key(), ended.mapped());
         post(kProcessEnded, ended.key(), ended.mapped(), now());
     }
     std::vector<const ProcessEntry*> started;
@@ -244,6 +287,7 @@ void MonitorRun::compare(const ProcessSnapshot& snapshot)
         m_known[each->id] = process;
         post(kProcessStarted, each->id, process, each->startTime);
     }
+    return isAnything || !started.empty();
 }
 
 void MonitorRun::post(unsigned long message, unsigned long id, const Known& process, unsigned long long time)

@@ -73,9 +73,9 @@ void ProcessEvents::fetchAll()
     const ComPtr<IEnumWbemClassObject> events = wmi.subscribe(L"SELECT * FROM Win32_ProcessTrace");
     while (!isCancelled(m_stop.get())) {
         ProcessEvent event{};
-        // A refusal may come only with the first fetch, so the subscription counts after that.
-        const bool isThere = fetch(com, *events.get(), event);
-        report(State::kServing, ERROR_SUCCESS, isThere ? &event : nullptr);
+        // The system may refuse with the first fetch only, or accept and never deliver anything.
+        if (fetch(com, *events.get(), event))
+            report(State::kServing, ERROR_SUCCESS, &event);
     }
 }
 

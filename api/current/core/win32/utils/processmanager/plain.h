@@ -70,12 +70,15 @@ SYSMAINT_API long PMFindUsers(const wchar_t* path, struct ProcessEntry** entries
 //     "Time"                                 8 bytes, a FILETIME: of the start, or when the end was noticed
 //
 // It uses the system's events (WMI) where they are available, which takes an administrator, and misses
-// nothing once they come. Until then, which may take seconds while the system is slow to answer, and where
-// events are refused or stop coming, it compares snapshots at the chosen interval; a process that lives
-// shorter than that may be missed entirely. Nothing is told twice when one source follows the other. When an
-// event shows that an id is in use again, the end of the former process is told first. It has its own thread,
-// and a second one for the events. With the 50 and more processes of a busy system a snapshot costs some
-// tenths of a millisecond.
+// nothing while they come. Until the first one has come, which may take a while even after the system has
+// accepted the request, and where events are refused or stop coming, it compares snapshots at the chosen
+// interval; a process that lives shorter than that may be missed entirely. The system may stop sending
+// without a word, so after ten intervals without an event, at most a minute, one snapshot is compared; if it
+// shows anything that no event told, snapshots go on until the next event. Nothing is told twice when one
+// source follows the other, except that the event of a start is not told when it comes more than a minute
+// late after snapshots. When an event shows that an id is in use again, the end of the former process is told
+// first. It has its own thread, and a second one for the events. With the 50 and more processes of a busy
+// system a snapshot costs some tenths of a millisecond.
 
 /// Creates the monitor, stopped, or opens it again.
 SYSMAINT_API long CreateProcessMonitor(void);
@@ -97,7 +100,7 @@ SYSMAINT_API long PMStartMonitor(const wchar_t* topic, const wchar_t* filter, un
 /// a second. Stopping it again has no effect. Codes: 6.
 SYSMAINT_API long PMStopMonitor(void);
 /// Its source, a MonitorSource. `code` receives the reason that it is not kMonitorEvents (the low 16 bits of
-/// COM's code), or the last failure; 0 if none. Codes: 6.
+/// COM's code), or the last failure; 0 if none, also while it waits for an event. Codes: 6.
 SYSMAINT_API long PMGetMonitorState(unsigned long* source, long* code);
 
 // ---- Process objects, each with a handle: named, shared, destroyed when the last opening is closed.

@@ -2,6 +2,9 @@
 
 #include <winioctl.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/Patience.h"
@@ -64,14 +67,23 @@ long Wiper::Filler::deleteFillerFile() noexcept
     });
     if (code == ERROR_SUCCESS || code == kAnotherFile)
         return code;
-    boundary::statusFrame([&]() -> long {
-        m_wiper.schedule(m_path);
-        // Delete it anyway if it could not be truncated, so that the volume does not stay full.
-        if (FileIdentity::of(OpenedItself(m_target).get()) == m_identity)
-            DeleteFileW(m_target);
+    // Delete it anyway if it could not be truncated, so that the volume does not stay full.
+    const long left = boundary::statusFrame([&]() -> long {
+        const auto isOurs = [this](HANDLE opened) { return FileIdentity::of(opened) == m_identity; };
+        if (!isOurs(OpenedItself(m_target).get()))
+            return kAnotherFile;
+        if (!DeleteFileW(m_target))
+            raiseLastError();
+        removal::requireGone(m_target, nullptr, isOurs, kAnotherFile);
         return ERROR_SUCCESS;
     });
-    return code;
+    // What is not there must not be listed: a later file with its name would be destroyed.
+    constexpr long kNothingToWaitFor[] = {ERROR_SUCCESS, kAnotherFile, kDeletePending, ERROR_FILE_NOT_FOUND,
+                                          ERROR_PATH_NOT_FOUND};
+    if (std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), left) ==
+        std::end(kNothingToWaitFor))
+        m_wiper.schedule(m_path);
+    return left == ERROR_SUCCESS ? left : code;
 }
 
 void Wiper::Filler::cutAndDelete() const

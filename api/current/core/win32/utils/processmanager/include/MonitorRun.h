@@ -41,9 +41,12 @@ private:
 
     void work() noexcept;
     void watch() noexcept;
-    void follow();
+    void follow(bool isSilent);
     void giveUpEvents() noexcept;
-    void compare(const ProcessSnapshot& snapshot);
+    [[nodiscard]] DWORD getWait() const noexcept;
+    bool compare(const ProcessSnapshot& snapshot);
+    void rememberTold(unsigned long id, const Known& ended);
+    [[nodiscard]] bool wasTold(const ProcessEvent& start);
     void take(const ProcessEvent& event);
     void takeStart(const ProcessEvent& event);
     void rememberEnd(const ProcessEvent& event);
@@ -66,6 +69,15 @@ private:
     std::map<unsigned long, Known> m_known;
     std::map<unsigned long, unsigned long long> m_ends; // when the last process of an id ended
     std::size_t m_endsRoom = 0;
+    /// The start and end of a process that only snapshots told.
+    struct Told
+    {
+        unsigned long long start;
+        unsigned long long end;
+    };
+    std::multimap<unsigned long, Told> m_told; // whose events may still come
+    std::size_t m_toldRoom = 0;
+    unsigned long long m_oldestStart = 0; // earlier ones are past remembering
     std::atomic<unsigned long> m_source;
     std::atomic<long> m_code{ERROR_SUCCESS};
 };

@@ -32,8 +32,8 @@ class ProcessEvents
 public:
     enum class State
     {
-        kAsking,  // the system has not answered yet
-        kServing, // all events from the first report of this state on are fetched
+        kAsking,  // no event has come yet
+        kServing, // all events from the first one on are fetched
         kEnded
     };
     struct News

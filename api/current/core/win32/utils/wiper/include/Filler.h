@@ -26,7 +26,8 @@ public:
     /// Whether an earlier run left it.
     [[nodiscard]] bool wasFound() const noexcept { return m_wasFound; }
 
-    /// Closes and deletes the file. On failure puts it on the boot-time list and returns the code. When
+    /// Closes, truncates and deletes the file; one that cannot be truncated is deleted all the same. What is
+    /// still there then goes on the boot-time list. Returns 0 when it is gone, otherwise the first code. When
     /// somebody has put another file in its place, that file stays (1006).
     long deleteFillerFile() noexcept;
 
