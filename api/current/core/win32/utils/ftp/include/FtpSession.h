@@ -75,6 +75,10 @@ private:
     [[nodiscard]] char readByte(const WaitLimits& limits);
     [[nodiscard]] std::string readLine(const WaitLimits& limits, std::size_t& left);
     [[nodiscard]] Reply readReply(const FtpLimits& limits);
+    [[nodiscard]] bool isFarewell() const;
+    void requireSilence();
+    void requireOneOf(const Reply& reply, std::initializer_list<int> expected);
+    void settle(int reply);
     [[nodiscard]] Reply readFinalReply(const FtpLimits& limits);
     void send(std::string_view command, std::string_view argument, const FtpLimits& limits);
     [[nodiscard]] Reply ask(std::string_view command, std::string_view argument, const FtpLimits& limits);
