@@ -365,3 +365,17 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
     Sleep(500);
     EXPECT_EQ(file->exists(), 1);
 }
+
+TEST(FtpHostile, FoldersWithoutEndAreNotWalked)
+{
+    FtpServers servers(L"hostile");
+    FtpScan loop(servers.ports["loop"]);
+    EXPECT_EQ(loop.run(), ERROR_PATH_NOT_FOUND); // "sub" cannot be entered
+    EXPECT_EQ(loop.found, (std::set<std::wstring>{L"folder /again", L"folder /sub", L"file 5 /good"}));
+    FtpScan deep(servers.ports["deep"]);
+    EXPECT_EQ(deep.run(), ERROR_FILENAME_EXCED_RANGE);
+    ASSERT_EQ(deep.failures.size(), 1U);
+    EXPECT_EQ(deep.failures.begin()->second, ERROR_FILENAME_EXCED_RANGE);
+    EXPECT_EQ(deep.failures.begin()->first.size(), 17U * 251U) << "the first beyond the limit";
+    EXPECT_EQ(deep.found.size(), 2U * 17U);
+}

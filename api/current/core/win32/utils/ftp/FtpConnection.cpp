@@ -249,6 +249,13 @@ FtpListing FtpConnection::list(const std::string& folder, HANDLE cancelEvent)
                [&](FtpSession& session, const FtpLimits& limits) { return session.list(folder, limits); });
 }
 
+std::string FtpConnection::uniqueOf(const std::string& folder, HANDLE cancelEvent)
+{
+    return use(cancelEvent, true, [&](FtpSession& session, const FtpLimits& limits) {
+        return session.uniqueOf(folder, limits);
+    });
+}
+
 bool FtpConnection::enter(const std::string& folder)
 {
     return use(nullptr, true,

@@ -381,6 +381,14 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
     return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
 }
 
+std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& limits)
+{
+    if (!enter(folder, limits))
+        return {};
+    const Reply reply = ask("MLST", "", limits);
+    return reply.code == 250 ? uniqueOfReply(reply.text) : std::string();
+}
+
 std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, const FtpLimits& limits)
 {
     const Reply reply = ask("SIZE", file, limits);

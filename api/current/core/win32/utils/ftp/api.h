@@ -74,7 +74,9 @@ SYSMAINT_API IFtpFile* DllGetFtpFile(unsigned long loadCode, IInputByteStream& s
 // among the files. The path of an item is "ftp://host/folder/name"; names that are not UTF-8 are read in code
 // page 1252. A folder is listed completely before any of it is reported, so handlers may use the server. One
 // that cannot be listed, or whose listing has lines that are no names (123) or not understood (13), goes to
-// the handlers under key 2, and the rest is walked; a server that cannot be reached any more ends the scan.
+// the handlers under key 2, and the rest is walked. So does one whose path on the server has more than 4,096
+// characters (206). A folder that the server says (by the fact "unique" of MLSD) to be one of those that it was
+// reached through is a link to it: it is reported, but not listed. A server that cannot be reached any more ends the scan.
 
 SYSMAINT_API void* CreateFtpScanEngine(const wchar_t* name);
 SYSMAINT_API void* OpenFtpScanEngine(const wchar_t* name);

@@ -46,6 +46,8 @@ public:
 
     /// Lists a folder.
     [[nodiscard]] FtpListing list(const std::string& folder, const FtpLimits& limits);
+    /// What MLST calls a folder that was listed with MLSD, whatever its path; empty when it has no such fact.
+    [[nodiscard]] std::string uniqueOf(const std::string& folder, const FtpLimits& limits);
     /// Whether the server lets us into a folder.
     [[nodiscard]] bool enter(const std::string& folder, const FtpLimits& limits);
     /// The size of a file; none when there is no such file.
