@@ -1,4 +1,5 @@
 #include <atomic>
+#include <set>
 
 #include "Command.h"
 #include "Console.h"
@@ -17,7 +18,8 @@ answers arrive. Of a folder all files below it are asked for; links are not foll
 server by its SHA-1 hash: neither its path nor its content is sent. What a status means the server says.
 
 The port is 4448 unless another is given; an IPv6 address with a port stands in brackets, [::1]:4448. Nothing is
-encrypted. Files without an answer are named with the reason on standard error, and the exit code is 1.
+encrypted. Files without an answer are named with the reason on standard error, and the exit code is 1. A file that
+is named twice is asked for once. Ctrl+C ends it and says how many files were answered.
 
 --json prints {"path":...,"status":...} for each file.
 
@@ -56,12 +58,40 @@ Server parseServer(const std::wstring& text)
     return server;
 }
 
+/// One name for all spellings of a file's path, as far as it can be opened.
+std::wstring oneSpelling(const std::wstring& path)
+{
+    constexpr DWORD kLongest = 32768;
+    std::wstring full(kLongest, L'\0');
+    void* file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    DWORD length = 0;
+    if (file != INVALID_HANDLE_VALUE) {
+        length = GetFinalPathNameByHandleW(file, full.data(), kLongest, 0);
+        CloseHandle(file);
+    }
+    if (length == 0 || length >= kLongest)
+        length = GetFullPathNameW(path.c_str(), kLongest, full.data(), nullptr);
+    full.resize(length < kLongest ? length : 0);
+    return full.empty() ? path : full;
+}
+
+struct SmallerName
+{
+    bool operator()(const std::wstring& one, const std::wstring& other) const
+    {
+        return CompareStringOrdinal(one.c_str(), -1, other.c_str(), -1, TRUE) == CSTR_LESS_THAN;
+    }
+};
+
 /// Adds what a walk finds, and prints what the server says.
 class Lookup : public INotifyHandler, public IMessageHandler
 {
 public:
-    Lookup(const Server& server, bool json)
-        : m_json(json), m_topic(CreateMessageTopic(L"HVKResponses")), m_hvk(CreateHVK(L"sysmaint lookup", 0))
+    /// `mayRepeat`: files may be named more than once.
+    Lookup(const Server& server, bool json, bool mayRepeat)
+        : m_json(json), m_mayRepeat(mayRepeat), m_topic(CreateMessageTopic(L"HVKResponses")),
+          m_hvk(CreateHVK(L"sysmaint lookup", 0))
     {
         TopicSubscribe(m_topic, *this);
         HVKSetServer(m_hvk, server.host.c_str(), server.port, 60000);
@@ -76,6 +106,8 @@ public:
 
     void add(const std::wstring& path)
     {
+        if (m_mayRepeat && !m_added.insert(oneSpelling(path)).second)
+            return;
         ++m_files;
         if (const long code = HVKAddPath(m_hvk, path.c_str()); code != ERROR_SUCCESS)
             fail(path.c_str(), code);
@@ -137,21 +169,27 @@ public:
         else
             TopicConsumeAll(m_topic, INFINITE);
         m_progress.clear();
-        if (isCancelled())
+        const std::wstring counts =
+            formatCount(m_answers) + L" of " + formatCount(m_files) + L" files answered";
+        if (isCancelled()) {
+            messages().writeLine(L"cancelled; " + counts);
             return ERROR_CANCELLED;
+        }
         HVKTakeUnanswered(
             m_hvk,
             [](const wchar_t* path, long reason, void* lookup) {
                 static_cast<Lookup*>(lookup)->fail(path, reason);
             },
             this);
-        messages().writeLine(formatCount(m_answers) + L" of " + formatCount(m_files) + L" files answered");
+        messages().writeLine(counts);
         return ERROR_SUCCESS;
     }
     [[nodiscard]] bool hasFailed() const { return m_failures != 0; }
 
 private:
     bool m_json;
+    bool m_mayRepeat;
+    std::set<std::wstring, SmallerName> m_added; // only if so
     TopicHandle m_topic;
     void* m_hvk;
     unsigned long long m_files = 0;
@@ -165,11 +203,12 @@ int run(const std::vector<std::wstring>& words)
     const Arguments arguments(words, {{L"--server", true}, {L"--json", false}});
     if (arguments.operands().empty())
         throw UsageError{L"which file or folder?"};
-    Lookup lookup(parseServer(arguments.value(L"--server", L"")), arguments.has(L"--json"));
+    Lookup lookup(parseServer(arguments.value(L"--server", L"")), arguments.has(L"--json"),
+                  arguments.operands().size() > 1);
     for (const std::wstring& operand : arguments.operands()) {
         const DWORD attributes = GetFileAttributesW(operand.c_str());
         if (isCancelled())
-            return kExitCancelled;
+            break;
         if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
             lookup.add(operand); // a file that is not there is told like one that cannot be read
         else if (const long code = lookup.addFolder(operand);

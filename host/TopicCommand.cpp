@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "Command.h"
 #include "Console.h"
@@ -23,7 +24,7 @@ listen prints each message as it arrives, until Ctrl+C or, with --count, after N
 message with a text.
 send sends each text as a message, or each line of standard input if there is none, and prints what the listener
 replies. It waits for a listener for at most --timeout seconds, 0 unless it is given. A message that the listener
-did not get is named with the reason on standard error, and the exit code is 1.
+did not get is named with the reason on standard error, and so is a line that is not UTF-8; the exit code is 1.
 
 --json prints {"text":...} for each message or reply.
 
@@ -199,6 +200,15 @@ public:
                 return ERROR_CANCELLED;
         }
     }
+    /// Says why a text did not arrive, unless the user ended it. Another 1223 is the listener's.
+    [[nodiscard]] int tellFailure(const std::wstring& text, long code) const
+    {
+        if (code != ERROR_FILE_NOT_FOUND || isCancelled())
+            return tell(text, code);
+        messages().writeLine(L"topic: " + printable(text) + L": nobody listens on \"" + printable(m_name) +
+                             L"\" (2)");
+        return kExitFailed;
+    }
     [[nodiscard]] const std::wstring& getName() const { return m_name; }
 
 private:
@@ -209,11 +219,15 @@ private:
     std::unique_ptr<IMessageReporter> m_reporter;
 };
 
-std::wstring fromUtf8(const std::string& text)
+/// None for what is not UTF-8.
+std::optional<std::wstring> fromUtf8(const std::string& text)
 {
     std::wstring wide(text.size(), L'\0');
-    const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(),
-                                         static_cast<int>(wide.size()));
+    const int size =
+        MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
+                            wide.data(), static_cast<int>(wide.size()));
+    if (size == 0 && !text.empty())
+        return {};
     wide.resize(static_cast<std::size_t>(size));
     return wide;
 }
@@ -228,23 +242,24 @@ int send(const Arguments& arguments)
         Sender sender(arguments);
         const auto sendOne = [&](const std::wstring& text) {
             const long code = isCancelled() ? static_cast<long>(ERROR_CANCELLED) : sender.send(text);
-            if (code == ERROR_FILE_NOT_FOUND) {
-                messages().writeLine(L"topic: " + printable(text) + L": nobody listens on \"" +
-                                     printable(name) + L"\" (2)");
-                exitCode = std::max<int>(exitCode, kExitFailed);
-            } else if (code != ERROR_SUCCESS) {
-                exitCode = std::max(exitCode, tell(text, code));
-            }
+            if (code != ERROR_SUCCESS)
+                exitCode = std::max(exitCode, sender.tellFailure(text, code));
             return exitCode != kExitCancelled;
         };
         const auto& texts = arguments.operands();
         for (std::size_t i = 2; i < texts.size(); ++i)
             if (!sendOne(texts[i]))
                 return exitCode;
+        unsigned long long number = 0;
         for (std::string line; texts.size() == 2 && std::getline(std::cin, line);) {
+            ++number;
             if (line.ends_with('\r'))
                 line.pop_back();
-            if (!sendOne(fromUtf8(line)))
+            const std::optional<std::wstring> text = fromUtf8(line);
+            if (!text)
+                exitCode = std::max(exitCode,
+                                    tell(L"line " + std::to_wstring(number), ERROR_NO_UNICODE_TRANSLATION));
+            else if (!sendOne(*text))
                 return exitCode;
         }
     } catch (long code) {

@@ -41,6 +41,8 @@ server=127.0.0.1:$(cat "$work/port")
 run 0 lookup "$folder" --server "$server" && says out "$(printf '140\t%s\\a.tmp' "$folder")" && says err '4 of 4 files answered'
 run 0 lookup "$folder\\a.tmp" --server "$server" --json && says out '"status":140}'
 run 1 lookup "$folder\\missing" "$folder\\a.tmp" --server "$server" && says err 'missing: ' && says out '140'
+run 0 lookup "$folder\\a.tmp" "$folder\\inner\\..\\A.TMP" "\\\\?\\$folder\\a.tmp" "$folder" --server "$server" && says err '4 of 4 files answered'
+[ "$(grep -c 'a\.tmp\|A\.TMP' "$work/out")" -eq 1 ] || fail "a file named four times: $(cat "$work/out")"
 kill "$lookup_server"
 wait "$lookup_server" 2>/dev/null || true
 run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
@@ -57,6 +59,8 @@ says out '{"text":"got \"it\""}'
 wait "$listener" || fail "topic listen: $?"
 printf 'größe €\ntwo\nthree\nfour\n' | diff - <(tr -d '\r' <"$work/heard") || fail 'topic listen: other texts'
 run 1 topic send 'sysmaint host' text && says err 'topic: text: nobody listens on "sysmaint host" (2)'
+printf 'a\nb\xff\n' | "$runner" "$host" topic send 'sysmaint host' 2>"$work/err" && fail 'topic send: not UTF-8'
+says err 'topic: line 2: No Unicode translation (1113)'
 run 2 topic && says err 'listen or send?'
 run 2 topic send && says err 'which name?'
 run 2 topic listen 'a\b' && says err 'no backslash'

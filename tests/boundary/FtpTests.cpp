@@ -212,6 +212,8 @@ const Misdeed kMisdeeds[] = {
     {"long", ERROR_SUCCESS, L"file 18446744073709551615 /good", 0},
     {"unix", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
     {"dos", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
+    {"greets", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"welcomes", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
 };
 } // namespace
 
@@ -293,4 +295,87 @@ TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
     EXPECT_EQ(scan.found, (std::set<std::wstring>{L"file 5 /x/good"}));
     DeleteFileW(local.c_str()); // it is large
     DeleteFileW(copy.c_str());
+}
+
+// The local file beforehand, and what is left of it. A wrong download leaves nothing that looks complete.
+TEST(FtpHostile, DownloadsKeepOnlyWhatCanBeGoneOnWith)
+{
+    struct Row
+    {
+        const char* mode;
+        std::size_t before; // bytes; none: no file
+        long code;
+        std::size_t after;
+        long again; // when the same is asked for once more
+    };
+    constexpr std::size_t kWhole = 5000;
+    const Row rows[] = {
+        {"surplus", 0, ERROR_INVALID_DATA, 0, ERROR_INVALID_DATA},
+        {"surplus", 1000, ERROR_INVALID_DATA, 1000, ERROR_INVALID_DATA},
+        {"restless", 0, ERROR_SUCCESS, kWhole, ERROR_SUCCESS},
+        {"restless", 1000, ERROR_INVALID_DATA, 1000, ERROR_INVALID_DATA},
+        {"short", 0, ERROR_INVALID_DATA, 1000, ERROR_INVALID_DATA},
+        {"retracts", 0, ERROR_IO_DEVICE, 0, ERROR_IO_DEVICE},
+        {"retracts", 1000, ERROR_IO_DEVICE, 1000, ERROR_IO_DEVICE},
+        {"vanishes", 0, ERROR_BROKEN_PIPE, kWhole - 1, ERROR_BROKEN_PIPE},
+        {"vanishes", kWhole - 1, ERROR_BROKEN_PIPE, kWhole - 1, ERROR_BROKEN_PIPE},
+        {"refuses", 0, ERROR_BUSY, 0, ERROR_BUSY},
+        {"refuses", 1000, ERROR_BUSY, 1000, ERROR_BUSY},
+    };
+    FtpServers servers(L"hostile");
+    const std::wstring copy = scratchFolder() + L"\\down";
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.mode).append(" ").append(std::to_string(row.before)));
+        const FtpConnectionHandle connection(
+            CreateFtpConnection(L"downloads", L"127.0.0.1", servers.ports[row.mode], nullptr, nullptr));
+        const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"/good"));
+        if (row.before != 0)
+            write(copy, std::string(row.before, 'x'));
+        EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), row.before != 0, nullptr); }), row.code);
+        if (row.after == 0)
+            EXPECT_EQ(GetFileAttributesW(copy.c_str()), INVALID_FILE_ATTRIBUTES);
+        else
+            EXPECT_EQ(contentOf(copy), std::string(row.after, 'x'));
+        EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), true, nullptr); }), row.again);
+        DeleteFileW(copy.c_str());
+    }
+}
+
+// A reply that nobody asked for is the answer to nothing, least of all to a deletion.
+TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
+{
+    FtpServers servers(L"hostile");
+    const auto fileOn = [&](const char* mode, FtpConnectionHandle& connection) {
+        const std::wstring name(mode, mode + std::strlen(mode)); // the one before is closed after that
+        connection.reset(
+            CreateFtpConnection(name.c_str(), L"127.0.0.1", servers.ports[mode], nullptr, nullptr));
+        return std::unique_ptr<IFtpFile>(DllGetFtpFile(connection.get(), L"/good"));
+    };
+    FtpConnectionHandle connection;
+    std::unique_ptr<IFtpFile> file = fileOn("twice", connection); // two in one packet
+    EXPECT_EQ(codeOf([&] { file->getSize(); }), ERROR_INVALID_DATA);
+    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND);
+    file = fileOn("late", connection); // one that comes while nothing is asked
+    EXPECT_EQ(file->exists(), 1);
+    Sleep(500);
+    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_INVALID_DATA);
+    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND) << "a new connection";
+    file = fileOn("idle", connection); // the farewell to a client that was silent
+    EXPECT_EQ(file->exists(), 1);
+    Sleep(500);
+    EXPECT_EQ(file->exists(), 1);
+}
+
+TEST(FtpHostile, FoldersWithoutEndAreNotWalked)
+{
+    FtpServers servers(L"hostile");
+    FtpScan loop(servers.ports["loop"]);
+    EXPECT_EQ(loop.run(), ERROR_PATH_NOT_FOUND); // "sub" cannot be entered
+    EXPECT_EQ(loop.found, (std::set<std::wstring>{L"folder /again", L"folder /sub", L"file 5 /good"}));
+    FtpScan deep(servers.ports["deep"]);
+    EXPECT_EQ(deep.run(), ERROR_FILENAME_EXCED_RANGE);
+    ASSERT_EQ(deep.failures.size(), 1U);
+    EXPECT_EQ(deep.failures.begin()->second, ERROR_FILENAME_EXCED_RANGE);
+    EXPECT_EQ(deep.failures.begin()->first.size(), 17U * 251U) << "the first beyond the limit";
+    EXPECT_EQ(deep.found.size(), 2U * 17U);
 }

@@ -123,6 +123,7 @@ protected:
     void report(const ReporterOptions& options)
     {
         const ConnectionHandle client = makeClient(L"reporter");
+        m_reporter.reset(); // it has the connection
         m_reporter.reset(DllGetMessageReporter(client.get(), options));
         ASSERT_TRUE(m_reporter) << GetLastError();
         ASSERT_EQ(TopicSubscribe(m_near, *m_reporter), ERROR_SUCCESS);
@@ -510,8 +511,13 @@ TEST(ListenerArguments, AreRefusedWhenTheyAreWrong)
           ReporterOptions{ReportMode::Send, 1, 0}})
         EXPECT_EQ(reporter(client.get(), options), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(reporter(client.get()), ERROR_SUCCESS);
+    const Reporter first(DllGetMessageReporter(client.get()));
+    EXPECT_EQ(reporter(client.get()), ERROR_BUSY);
+    first->stop();
+    EXPECT_EQ(reporter(client.get()), ERROR_SUCCESS);
 
     void* open = CreateMessageListener(L"l", server.get(), topic);
+    EXPECT_EQ(listener(L"another", server.get(), topic), ERROR_BUSY);
     void* again = OpenMessageListener(L"l");
     const wchar_t* name = nullptr;
     EXPECT_EQ(ListenerGetNameByHandle(again, &name), ERROR_SUCCESS);

@@ -1167,7 +1167,8 @@ typedef struct sysmaint_listener_state
 /// @param connection  may be closed afterwards, as may the topic
 /// @param options     null: as for zeros
 /// @param listener    receives the handle
-/// @return 0, 1 (a client's connection), 6, 8, 87, 487, a code of ConnectionListen, or the system's code
+/// @return 0, 1 (a client's connection), 6, 8, 87, 170 (it has another listener), 487, a code of
+/// ConnectionListen, or the system's code
 SYSMAINT_API int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sysmaint_topic* topic,
                                               const sysmaint_listener_options* options, void** listener);
 /// What a listener does and has done.
@@ -1207,7 +1208,8 @@ typedef struct sysmaint_reporter_state
 /// @param connection  may be closed afterwards, as may the topic
 /// @param options     null: as for zeros
 /// @param reporter    receives the handle; close it with sysmaint_reporter_close
-/// @return 0, 1 (no client's connection), 6, 8, 87, 487, 1115, or the system's code
+/// @return 0, 1 (no client's connection), 6, 8, 87, 170 (it has another reporter), 487, 1115, or the system's
+/// code
 SYSMAINT_API int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
                                               const sysmaint_reporter_options* options,
                                               sysmaint_reporter** reporter);

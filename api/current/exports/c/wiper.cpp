@@ -107,11 +107,12 @@ std::int32_t sysmaint_wiper_wipe_entries(sysmaint_wiper* wiper, const wchar_t* r
     return status(__func__, [&]() -> long {
         const WiperCall object(wiper);
         const sysmaint_wipe_options how = givenOptions(options);
+        requireArguments(root != nullptr);
         DirectoryStack stack = givenEntries(entries, count);
         ProgressCall progress{{0, how.total}, {callback, context}};
         const long code = object->Wipe(progress.function(), &progress, kWipeDirectoryStack, root, &stack,
                                        nullptr, how.method, how.passes, cancel_event);
-        if (left != nullptr)
+        if (left != nullptr && (code == ERROR_SUCCESS || stack.size() != count))
             *left = stack.size();
         return progress.callback.codeOf(code);
     });

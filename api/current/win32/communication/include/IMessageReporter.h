@@ -41,8 +41,9 @@ struct ReporterState
 ///
 /// While the peer is away a queueing reporter tries to connect again and again. A message whose answer got
 /// lost with the connection is forwarded once more, and a listener that still knows the reporter posts it
-/// only once; only a message that was under way while the peer's listener itself was replaced may arrive
-/// twice. A sent message is never repeated after the peer may have got it.
+/// only once; it knows the last 1,024 reporters that posted to it. Only a message that was under way while
+/// the peer's listener was replaced, or while that many others posted, may arrive twice. A sent message is
+/// never repeated after the peer may have got it.
 ///
 /// Codes of a delivery in the mode Send: 258 the time is over; 1223 stopped; 4336 larger than the
 /// connection's limit; 13 the answer is not one; 109 the peer was gone before it answered; the connection's

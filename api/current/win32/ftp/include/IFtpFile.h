@@ -22,8 +22,14 @@ struct IFtpFile
     [[nodiscard]] virtual int exists() const = 0;
     /// Copies the file's bytes into a local file: a new one (80 when the name is taken), or with `goOn` into
     /// the one that an earlier download left, behind what it holds already. A link is not written to (681).
-    /// After a failure what has come stays, to be gone on with. Raises 13 when the local file is larger than
-    /// the server's, or when the server sends another number of bytes than it said.
+    /// Raises 13 when the local file is larger than the server's, or when the server sends another number of
+    /// bytes than it said; no more than it said is ever written.
+    ///
+    /// After a failure what has come stays, to be gone on with, but never a file that looks complete. When
+    /// the server sends more than it said (as one does that begins at 0 again), or says after the last byte
+    /// that the transfer failed, the file is cut back to what it held before this call. When the server's
+    /// word on a transfer that came whole does not come itself, the last byte is cut off, so going on asks
+    /// the server again. A file that this call created and that would be empty is deleted.
     virtual void download(const wchar_t* localPath, bool goOn, HANDLE cancelEvent) const = 0;
     /// Replaces the file on the server by the content of a local file. After a failure the server may hold a
     /// part of it.

@@ -55,6 +55,81 @@ private:
     Win32Handle m_file;
     unsigned long long m_size = 0;
 };
+
+/// What a download writes: an own new file, or behind what a file holds already.
+class DownloadTarget
+{
+public:
+    DownloadTarget(const wchar_t* path, bool goOn, unsigned long long size)
+        : m_file(open(path, goOn, m_isNew)), m_size(size), m_done(m_file.getSize())
+    {
+        if (m_done > m_size)
+            raiseCode(ERROR_INVALID_DATA);
+        move(m_done);
+    }
+
+    [[nodiscard]] unsigned long long getDone() const noexcept { return m_done; }
+    [[nodiscard]] bool isComplete() const noexcept { return m_done == m_size; }
+
+    void write(const char* data, std::size_t length)
+    {
+        m_isWrong = length > m_size - m_done;
+        if (m_isWrong)
+            raiseCode(ERROR_INVALID_DATA);
+        requireSuccess(filetransfer::write(m_file.get(), data, length));
+        m_done += length;
+    }
+    /// After a failure: leaves only what can be gone on with. Raises the system's code.
+    void cutBack(long code)
+    {
+        const bool isUnanswered =
+            isLost(code) || code == WAIT_TIMEOUT || code == ERROR_CANCELLED || code == ERROR_NOT_CONNECTED;
+        unsigned long long kept = m_done;
+        if (m_isWrong || (isComplete() && !isUnanswered))
+            kept = m_file.getSize();
+        else if (isComplete())
+            kept = m_size - 1; // the server is asked for the last byte again, and says whether all is well
+        FILE_DISPOSITION_INFO deletion{TRUE};
+        if (m_isNew && kept == 0 &&
+            !SetFileInformationByHandle(m_file.get(), FileDispositionInfo, &deletion, sizeof deletion))
+            raiseLastError();
+        if (kept == m_done)
+            return;
+        move(kept);
+        if (!SetEndOfFile(m_file.get()))
+            raiseLastError();
+    }
+
+private:
+    static LocalFile open(const wchar_t* path, bool goOn, bool& isNew)
+    {
+        constexpr DWORD kAccess = GENERIC_WRITE | FILE_READ_ATTRIBUTES;
+        isNew = false;
+        if (goOn) {
+            try {
+                return {path, kAccess, OPEN_EXISTING};
+            } catch (long code) {
+                if (code != ERROR_FILE_NOT_FOUND)
+                    throw;
+            }
+        }
+        isNew = true;
+        return {path, kAccess | DELETE, CREATE_NEW};
+    }
+    void move(unsigned long long position)
+    {
+        LARGE_INTEGER to{};
+        to.QuadPart = static_cast<LONGLONG>(position);
+        if (!SetFilePointerEx(m_file.get(), to, nullptr, FILE_BEGIN))
+            raiseLastError();
+    }
+
+    bool m_isNew = false; // stands before what sets it
+    LocalFile m_file;
+    unsigned long long m_size;
+    unsigned long long m_done;
+    bool m_isWrong = false;
+};
 } // namespace
 
 FtpLocation FtpLocation::fromPath(std::wstring_view path)
@@ -174,6 +249,13 @@ FtpListing FtpConnection::list(const std::string& folder, HANDLE cancelEvent)
                [&](FtpSession& session, const FtpLimits& limits) { return session.list(folder, limits); });
 }
 
+std::string FtpConnection::uniqueOf(const std::string& folder, HANDLE cancelEvent)
+{
+    return use(cancelEvent, true, [&](FtpSession& session, const FtpLimits& limits) {
+        return session.uniqueOf(folder, limits);
+    });
+}
+
 bool FtpConnection::enter(const std::string& folder)
 {
     return use(nullptr, true,
@@ -191,23 +273,23 @@ void FtpConnection::download(const std::string& file, const wchar_t* localPath, 
     const std::optional<unsigned long long> size = sizeOf(file, cancelEvent);
     if (!size)
         raiseCode(ERROR_FILE_NOT_FOUND);
-    const LocalFile local(localPath, GENERIC_WRITE | FILE_READ_ATTRIBUTES, goOn ? OPEN_ALWAYS : CREATE_NEW);
-    unsigned long long done = local.getSize();
-    if (done > *size)
-        raiseCode(ERROR_INVALID_DATA);
-    if (done == *size)
+    DownloadTarget target(localPath, goOn, *size);
+    if (target.isComplete())
         return;
-    LARGE_INTEGER end{};
-    if (!SetFilePointerEx(local.get(), end, nullptr, FILE_END))
-        raiseLastError();
-    use(cancelEvent, false, [&](FtpSession& session, const FtpLimits& limits) {
-        session.retrieve(file, done, limits, [&](const char* data, std::size_t length) {
-            requireSuccess(filetransfer::write(local.get(), data, length));
-            done += length;
+    try {
+        use(cancelEvent, false, [&](FtpSession& session, const FtpLimits& limits) {
+            session.retrieve(file, target.getDone(), limits,
+                             [&](const char* data, std::size_t length) { target.write(data, length); });
         });
-    });
-    if (done != *size)
-        raiseCode(ERROR_INVALID_DATA);
+        if (!target.isComplete())
+            raiseCode(ERROR_INVALID_DATA);
+    } catch (long code) {
+        target.cutBack(code);
+        throw;
+    } catch (...) {
+        target.cutBack(ERROR_NOT_ENOUGH_MEMORY);
+        throw;
+    }
 }
 
 void FtpConnection::upload(const std::string& file, const wchar_t* localPath, HANDLE cancelEvent)

@@ -156,7 +156,7 @@ bool parsePlain(std::string_view line, FtpEntry& entry)
 }
 
 // fact=value;fact=value; name
-bool parseMachine(std::string_view line, FtpEntry& entry)
+bool parseMachine(std::string_view line, FtpEntry& entry, bool& isListed)
 {
     const std::size_t blank = line.find(' ');
     if (blank == std::string_view::npos || (blank != 0 && line[blank - 1] != ';'))
@@ -172,6 +172,9 @@ bool parseMachine(std::string_view line, FtpEntry& entry)
         const std::string value = lowered(fact.substr(equals + 1));
         if (key == "size")
             entry.size = numberOf(value);
+        if (key == "unique") // in which case counts
+            entry.unique = fact.substr(equals + 1);
+        isListed = isListed || (key == "type" && value == "cdir");
         if (key != "type")
             continue;
         if (value == "cdir" || value == "pdir")
@@ -210,6 +213,20 @@ std::wstring ftpText(std::string_view bytes)
     }
 }
 
+std::string uniqueOfReply(std::string_view text)
+{
+    while (!text.empty()) {
+        std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        line.remove_prefix(line.starts_with(' ') ? 1 : 0);
+        FtpEntry entry;
+        bool isListed = false;
+        if (parseMachine(line, entry, isListed) && !entry.unique.empty())
+            return entry.unique;
+    }
+    return {};
+}
+
 FtpListing FtpListing::parse(std::string_view text, Form form)
 {
     FtpListing listing;
@@ -222,11 +239,14 @@ FtpListing FtpListing::parse(std::string_view text, Form form)
         if (line.empty() || (isFirst && form == Form::Plain && line.starts_with("total ")))
             continue;
         FtpEntry entry;
-        if (!(form == Form::Machine ? parseMachine(line, entry) : parsePlain(line, entry))) {
+        bool isListed = false; // the line is the folder's own
+        if (!(form == Form::Machine ? parseMachine(line, entry, isListed) : parsePlain(line, entry))) {
             listing.failure = listing.failure != 0 ? listing.failure : long{ERROR_INVALID_DATA};
             continue;
         }
         listing.isEmpty = false;
+        if (isListed)
+            listing.unique = entry.unique;
         if (entry.bytes == "." || entry.bytes == "..")
             continue;
         if (!nameEntry(entry)) {

@@ -1,6 +1,8 @@
 #include "core/win32/utils/ftp/include/FtpSession.h"
 
+#include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <vector>
 
 #include "core/win32/utils/strings/include/Unicode.h"
@@ -52,6 +54,16 @@ bool isDone(int reply) noexcept
     return reply >= 200 && reply < 300;
 }
 
+// The replies that say so, of old servers too. Another one belongs to something else.
+constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
+constexpr std::initializer_list<int> kAgreed{200, 250};
+constexpr std::initializer_list<int> kTransferred{200, 226, 250};
+
+bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
+{
+    return std::find(expected.begin(), expected.end(), reply) != expected.end();
+}
+
 SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
 {
     // The port stands at the same place in both kinds.
@@ -95,8 +107,9 @@ void FtpSession::logIn(const FtpServer& server, const FtpLimits& limits)
     Reply reply = ask("USER", unicode::utf8FromWide(server.user), limits);
     if (reply.code == 331)
         reply = ask("PASS", unicode::utf8FromWide(server.password), limits);
-    if (!isDone(reply.code))
-        raiseCode(reply.code == 421 ? long{ERROR_CONNECTION_ABORTED} : long{ERROR_LOGON_FAILURE});
+    if (reply.code >= 300 && reply.code != 421)
+        raiseCode(ERROR_LOGON_FAILURE);
+    requireOneOf(reply, kLoggedIn);
 }
 
 // Bytes as they are, and names in UTF-8, if the server knows it.
@@ -112,9 +125,38 @@ void FtpSession::agree(const FtpLimits& limits)
         if (text.find("\n UTF8") != std::string::npos)
             static_cast<void>(ask("OPTS", "UTF8 ON", limits)); // some refuse it and send UTF-8 all the same
     }
-    const Reply type = ask("TYPE", "I", limits);
-    if (!isDone(type.code))
-        raiseCode(codeOfReply(type.code));
+    requireOneOf(ask("TYPE", "I", limits), kAgreed);
+}
+
+void FtpSession::requireOneOf(const Reply& reply, std::initializer_list<int> expected)
+{
+    if (isOneOf(reply.code, expected))
+        return;
+    m_isReady = m_isReady && reply.code >= 400;
+    raiseCode(codeOfReply(reply.code));
+}
+
+// What arrives unasked is the answer to no command: after it all would be the answers to others. A server
+// that leaves may say so before.
+void FtpSession::requireSilence()
+{
+    if (m_receivedAt == m_receivedEnd) {
+        try {
+            m_receivedEnd = m_control->readSome(m_received.data(), m_received.size(), WaitLimits(0, nullptr));
+        } catch (long code) {
+            if (code == WAIT_TIMEOUT)
+                return;
+            throw;
+        }
+        m_receivedAt = 0;
+    }
+    raiseCode(isFarewell() ? long{ERROR_CONNECTION_ABORTED} : long{ERROR_INVALID_DATA});
+}
+
+bool FtpSession::isFarewell() const
+{
+    const std::string_view received(m_received.data(), m_receivedEnd);
+    return received.substr(m_receivedAt).starts_with("421");
 }
 
 char FtpSession::readByte(const WaitLimits& limits)
@@ -172,11 +214,20 @@ FtpSession::Reply FtpSession::readFinalReply(const FtpLimits& limits)
     for (int i = 0; i < kMostPreliminary; ++i) {
         Reply reply = readReply(limits);
         if (reply.code >= 200) {
-            m_isReady = reply.code != 421; // with which the server leaves
+            settle(reply.code);
             return reply;
         }
     }
     raiseCode(ERROR_INVALID_DATA);
+}
+
+// After a command's last reply nothing may have come with it, but that the server leaves.
+void FtpSession::settle(int reply)
+{
+    const bool isAlone = m_receivedAt == m_receivedEnd;
+    m_isReady = isAlone && reply != 421;
+    if (!isAlone && !isFarewell())
+        raiseCode(ERROR_INVALID_DATA);
 }
 
 // A byte of 255 would begin a command of the protocol below, unless it stands twice.
@@ -190,6 +241,7 @@ void FtpSession::send(std::string_view command, std::string_view argument, const
     line.append("\r\n");
     m_isReady = false;
     m_isAnswered = false;
+    requireSilence();
     m_control->writeAll(line.data(), line.size(), limits.step());
 }
 
@@ -241,15 +293,14 @@ WirePtr FtpSession::beginTransfer(std::string_view command, std::string_view arg
 {
     WirePtr data = openData(limits);
     if (offset != 0) {
-        const Reply reply = ask("REST", std::to_string(offset), limits); // right before what it is for
-        if (reply.code != 350)
-            raiseCode(codeOfReply(reply.code));
+        requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
     }
     send(command, argument, limits);
     const Reply reply = readReply(limits);
-    m_isTransferDone = isDone(reply.code); // all is under way already
+    m_isTransferDone = isOneOf(reply.code, kTransferred); // all is under way already
     if (!m_isTransferDone && reply.code >= 200) {
-        m_isReady = reply.code != 421;
+        settle(reply.code);
+        m_isReady = m_isReady && reply.code >= 400 && offset == 0; // the next one is to begin at 0
         raiseCode(codeOfReply(reply.code));
     }
     return data;
@@ -257,13 +308,10 @@ WirePtr FtpSession::beginTransfer(std::string_view command, std::string_view arg
 
 void FtpSession::endTransfer(const FtpLimits& limits)
 {
-    if (m_isTransferDone) {
-        m_isReady = true;
-        return;
-    }
-    const Reply reply = readFinalReply(limits);
-    if (!isDone(reply.code))
-        raiseCode(codeOfReply(reply.code));
+    if (m_isTransferDone)
+        settle(200);
+    else
+        requireOneOf(readFinalReply(limits), kTransferred);
 }
 
 std::string FtpSession::readListing(std::string_view command, std::string_view argument,
@@ -298,9 +346,10 @@ std::string FtpSession::readListing(std::string_view command, std::string_view a
 bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
 {
     const Reply reply = ask("CWD", folder, limits);
-    if (!isDone(reply.code) && reply.code != 550)
-        raiseCode(codeOfReply(reply.code));
-    return isDone(reply.code);
+    if (reply.code == 550)
+        return false;
+    requireOneOf(reply, kAgreed);
+    return true;
 }
 
 // The folder is entered first: as an argument its name would be a pattern for some servers.
@@ -332,13 +381,20 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
     return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
 }
 
+std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& limits)
+{
+    if (!enter(folder, limits))
+        return {};
+    const Reply reply = ask("MLST", "", limits);
+    return reply.code == 250 ? uniqueOfReply(reply.text) : std::string();
+}
+
 std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, const FtpLimits& limits)
 {
     const Reply reply = ask("SIZE", file, limits);
     if (reply.code == 550)
         return {};
-    if (reply.code != 213)
-        raiseCode(codeOfReply(reply.code));
+    requireOneOf(reply, {213});
     unsigned long long size = 0;
     const std::size_t at = reply.text.find_first_not_of(' ');
     if (at == std::string::npos)
@@ -386,7 +442,5 @@ void FtpSession::store(const std::string& file, const FtpLimits& limits,
 
 void FtpSession::remove(const std::string& file, const FtpLimits& limits)
 {
-    const Reply reply = ask("DELE", file, limits);
-    if (!isDone(reply.code))
-        raiseCode(codeOfReply(reply.code));
+    requireOneOf(ask("DELE", file, limits), kAgreed);
 }

@@ -55,6 +55,12 @@ long MessageLink::exchange(const std::vector<unsigned char>& request, const Wait
     }
 }
 
+void MessageLink::end() noexcept
+{
+    disconnect();
+    m_connection.release();
+}
+
 void MessageLink::disconnect() noexcept
 {
     m_wire.reset();

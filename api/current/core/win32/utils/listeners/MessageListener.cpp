@@ -334,4 +334,5 @@ void ListenerService::close() noexcept
     if (signalSurely(m_stopEvent.get()))
         m_threads.wait();
     m_connection->disconnect();
+    m_connection.release();
 }

@@ -193,7 +193,7 @@ void ReportLine::close() noexcept
     while (isTold && m_taken && deadline.getLeft() != 0)
         m_lock.waitWrite(m_changed, deadline.getLeft());
     if (!m_taken)
-        m_link.disconnect();
+        m_link.end();
 }
 
 MessageReporter::MessageReporter(void* connection, const ReporterOptions& options)

@@ -11,7 +11,9 @@
 // (8 bytes; posts of a client are numbered upwards from 1), and the message as ConnectionSendMessage sends
 // it. The listener answers each with a code (4 bytes) and whether a reply follows (4 bytes, 1 or 0), and the
 // reply as a message. A post whose number is not above the last one that was posted for its client is
-// answered with 0 and not posted again; 1816 asks for another attempt later.
+// answered with 0 and not posted again; 1816 asks for another attempt later. A listener knows the last 1,024
+// clients that posted, connected or not; one that it has forgotten is a new one to it. A request whose
+// message has come whole but is none is answered with 13, and the client stays connected.
 //
 // Nothing is encrypted, and whoever may connect may deliver to the topic: serve pipes, or sockets on
 // 127.0.0.1, unless other machines are meant to.

@@ -73,6 +73,7 @@ void ScanEngine::clearRoots()
 void ScanEngine::clearHandlers()
 {
     m_provider.clearNotifyHandlers();
-    for (const RootCopy& root : copyRoots())
+    const ReadLocker locker(m_lock); // a copy of the roots would need memory, and this must not fail
+    for (const Root& root : m_roots)
         dynamic_cast<ScanPath&>(*root.item).getNotifyProvider().clearNotifyHandlers();
 }

@@ -36,6 +36,10 @@ public:
     /// The wire; raises 2250 while there is none.
     [[nodiscard]] WirePtr getWire();
 
+    /// Takes it for a listener or a reporter: false when one has it already.
+    [[nodiscard]] bool claim() noexcept { return !m_isClaimed.exchange(true); }
+    void release() noexcept { m_isClaimed = false; }
+
     [[nodiscard]] std::uint32_t getFrameLimit() const noexcept { return m_frameLimit; }
     void setFrameLimit(std::uint32_t limit) noexcept { m_frameLimit = limit; }
 
@@ -51,6 +55,7 @@ private:
     unsigned m_waiting = 0;  // threads that do
     bool m_connecting = false;
     bool m_stopping = false; // they are to end
+    std::atomic<bool> m_isClaimed{false};
     std::atomic<std::uint32_t> m_frameLimit{messageframe::kDefaultLimit};
 };
 using ConnectionPtr = SharedPtr<Connection>;

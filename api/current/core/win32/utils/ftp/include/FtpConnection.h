@@ -39,6 +39,7 @@ public:
 
     void connect(HANDLE cancelEvent);
     [[nodiscard]] FtpListing list(const std::string& folder, HANDLE cancelEvent);
+    [[nodiscard]] std::string uniqueOf(const std::string& folder, HANDLE cancelEvent);
     [[nodiscard]] bool enter(const std::string& folder);
     [[nodiscard]] std::optional<unsigned long long> sizeOf(const std::string& file, HANDLE cancelEvent);
     void download(const std::string& file, const wchar_t* localPath, bool goOn, HANDLE cancelEvent);

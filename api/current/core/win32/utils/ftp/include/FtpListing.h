@@ -19,6 +19,7 @@ struct FtpEntry
     std::wstring name;
     Kind kind = Kind::File;
     std::optional<unsigned long long> size;
+    std::string unique; ///< what MLSD calls the file or folder that it is, whatever its name; empty: nothing
 };
 
 /// A folder's listing, taken apart. What the server sends is not trusted: a name that is no plain name (with
@@ -34,10 +35,14 @@ struct FtpListing
     std::vector<FtpEntry> entries; ///< each name once
     long failure = 0;              ///< why lines were left out: 123 a name, 13 another form; 0: none were
     bool isEmpty = true;           ///< not even "." and ".." are there
+    std::string unique;            ///< the listed folder's, if its line tells
 
     /// Raises std::bad_alloc.
     static FtpListing parse(std::string_view text, Form form);
 };
+
+/// The fact "unique" in the reply to MLST; empty if there is none.
+[[nodiscard]] std::string uniqueOfReply(std::string_view text);
 
 /// The text of a name or a path: as UTF-8, or, when it is none, in the Western code page 1252. Raises 1113.
 [[nodiscard]] std::wstring ftpText(std::string_view bytes);

@@ -8,7 +8,18 @@
 class FtpPath final : public ScanItem, public ScanPath
 {
 public:
-    FtpPath(const FtpConnectionPtr& connection, FtpLocation location, std::uint32_t level);
+    /// A folder of the walk, by what the server calls it, and those that it was reached through.
+    struct Ancestry
+    {
+        [[nodiscard]] bool has(const std::string& wanted) const;
+
+        std::string unique; // empty: nothing
+        std::shared_ptr<const Ancestry> above;
+    };
+    using AncestryPtr = std::shared_ptr<const Ancestry>;
+
+    FtpPath(const FtpConnectionPtr& connection, FtpLocation location, std::uint32_t level,
+            AncestryPtr ancestry = nullptr);
 
     void setPath(const wchar_t* path, int expand) override;
     [[nodiscard]] bool isInterchangeable(const ScanItem& filed) const override;
@@ -19,7 +30,11 @@ private:
     void list(Walk& walk) override;
     [[nodiscard]] const char* scanPlace() const noexcept override;
     [[nodiscard]] FtpConnection& connection() const;
+    [[nodiscard]] FtpListing requireListing(Walk& walk, AncestryPtr& ancestry);
+    void reportFolder(Walk& walk, const FtpEntry& entry, FtpLocation location,
+                      const AncestryPtr& ancestry) const;
 
     FtpConnectionPtr m_connection;
     FtpLocation m_location;
+    AncestryPtr m_ancestry; // what is known of this folder and those above; null: nothing
 };

@@ -46,6 +46,8 @@ public:
 
     /// Lists a folder.
     [[nodiscard]] FtpListing list(const std::string& folder, const FtpLimits& limits);
+    /// What MLST calls a folder that was listed with MLSD, whatever its path; empty when it has no such fact.
+    [[nodiscard]] std::string uniqueOf(const std::string& folder, const FtpLimits& limits);
     /// Whether the server lets us into a folder.
     [[nodiscard]] bool enter(const std::string& folder, const FtpLimits& limits);
     /// The size of a file; none when there is no such file.
@@ -75,6 +77,10 @@ private:
     [[nodiscard]] char readByte(const WaitLimits& limits);
     [[nodiscard]] std::string readLine(const WaitLimits& limits, std::size_t& left);
     [[nodiscard]] Reply readReply(const FtpLimits& limits);
+    [[nodiscard]] bool isFarewell() const;
+    void requireSilence();
+    void requireOneOf(const Reply& reply, std::initializer_list<int> expected);
+    void settle(int reply);
     [[nodiscard]] Reply readFinalReply(const FtpLimits& limits);
     void send(std::string_view command, std::string_view argument, const FtpLimits& limits);
     [[nodiscard]] Reply ask(std::string_view command, std::string_view argument, const FtpLimits& limits);

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -70,7 +71,8 @@ private:
 };
 } // namespace linkprotocol
 
-/// One more opening of a connection. Raises 6 or 487 for a handle that is not open.
+/// One more opening of a connection, for its only listener or reporter. Raises 6 or 487 for a handle that is
+/// not open, and 170 for a connection that has one already.
 class OpenedConnection
 {
 public:
@@ -82,6 +84,19 @@ public:
         if (!m_handle.isValid())
             raiseLastError();
         requireSuccess(connections().get(m_handle.get(), m_connection));
+        if (!m_connection.get()->claim())
+            raiseCode(ERROR_BUSY);
+        m_isMine = true;
+    }
+    OpenedConnection(const OpenedConnection&) = delete;
+    OpenedConnection& operator=(const OpenedConnection&) = delete;
+    ~OpenedConnection() { release(); }
+
+    /// Another listener or reporter may have it from now on.
+    void release() noexcept
+    {
+        if (m_isMine.exchange(false))
+            m_connection.get()->release();
     }
 
     Connection* operator->() const noexcept { return m_connection.get(); }
@@ -89,4 +104,5 @@ public:
 private:
     SmartHandle<closeConnection> m_handle;
     ConnectionPtr m_connection;
+    std::atomic<bool> m_isMine{false};
 };

@@ -25,6 +25,8 @@ public:
     /// it. Only a request that cannot have arrived whole is repeated.
     long exchange(const std::vector<unsigned char>& request, const WaitLimits& limits, AnyMessage& reply);
     void disconnect() noexcept;
+    /// Disconnects for good.
+    void end() noexcept;
 
 private:
     void connect(const WaitLimits& limits);
