@@ -67,7 +67,7 @@ int run(int argumentCount, wchar_t** arguments)
         printUsage(results());
         return kExitDone;
     }
-    if (words[0] == L"--version")
+    if (words[0] == L"--version" && words.size() == 1)
         return printVersion();
     const auto* const* command = std::find_if(std::begin(kCommands), std::end(kCommands),
                                               [&](const Command* known) { return words[0] == known->name; });

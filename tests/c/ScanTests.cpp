@@ -226,6 +226,7 @@ TEST(CItems, AreMadeFromNames)
     ASSERT_EQ(sysmaint_scan_create(SYSMAINT_SCAN_REGISTRY, &scan), 0);
     expectCodes({
         {"another kind", [&] { return sysmaint_scan_add_folder(scan, folder.path(), 0); }, 120},
+        {"bit", [&] { return sysmaint_scan_add_key(scan, HKEY_CURRENT_USER, key, 2); }, 87},
         {"no root", [&] { return sysmaint_scan_add_key(scan, nullptr, key, 0); }, 87},
         {"key",
          [&] { return sysmaint_scan_add_key(scan, HKEY_CURRENT_USER, L"Software\\sysmaint-c-tests", 0); }, 0},

@@ -114,6 +114,10 @@ TEST_F(CWipe, WipesEntriesFromTheBackAndCountsWhatIsLeft)
     wrong[0].size += 1;
     wrong[1].folder = nullptr;
     EXPECT_EQ(wipeEntries(wrong, 2), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(sysmaint_wiper_wipe_entries(wiper, nullptr, entries(L"one").data(), 3, &options, nullptr,
+                                          nullptr, nullptr, &left),
+              ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(left, 3U); // as the first call has left it
     EXPECT_TRUE(Folder::isThere(tree + L"\\one"));
     EXPECT_EQ(wipeEntries(entries(L"missing"), 2), 0);
     EXPECT_EQ(left, 0U);

@@ -36,7 +36,8 @@
 // - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an
 //   object are marked as such.
 // - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is
-//   signalled the call ends with 1223. Null never cancels.
+//   signalled the call ends with 1223. Null never cancels. It must stay open until the call returns: most
+//   calls do not check it, so a handle that is closed or no event may never cancel, or cancel at once.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
 // - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects
 //   that are still open when the library is unloaded are lost.
@@ -130,9 +131,10 @@ SYSMAINT_API int32_t sysmaint_validator_pattern(sysmaint_validator* validator, u
 SYSMAINT_API int32_t sysmaint_validator_close(sysmaint_validator* validator);
 
 // ---- Items: one file, folder, registry key, registry value or file on an FTP server. Scans hand them to
-// their callback; the functions below make one of what the caller names. Items that were found know what they
-// were found as: an operation on one is refused when its path means something else by now
-// (win32/scanengine/include/ IFile.h, win32/registry/include/IRegistryKey.h, win32/ftp/include/IFtpFile.h
+// their callback; the functions below make one of what the caller names. Items that were found know by which
+// path and as what kind: an operation on one is refused when a link leads its path elsewhere by now, or when
+// it is a folder instead of a file. Another file under the same path is not told apart
+// (win32/scanengine/include/IFile.h, win32/registry/include/IRegistryKey.h, win32/ftp/include/IFtpFile.h
 // have the codes of each operation). Functions that do not fit the item's type return 120.
 
 typedef struct sysmaint_item sysmaint_item;
@@ -274,7 +276,8 @@ SYSMAINT_API int32_t sysmaint_item_has_containers(sysmaint_item* item, void* can
 SYSMAINT_API int32_t sysmaint_item_matches(sysmaint_item* item, sysmaint_validator* validator,
                                            int32_t* accepts);
 /// The content of a file or of a registry value, as a copy to be released with utilsFreeMemory. It is read at
-/// the first call and kept by the item.
+/// the first call and kept by the item. A file that is missing is created, empty: ask sysmaint_item_exists
+/// first where that matters.
 ///
 /// @param bytes  receives the buffer
 /// @param size   receives how many bytes

@@ -118,7 +118,8 @@ std::int32_t sysmaint_item_registry_key(void* root, const wchar_t* key, std::uin
                                         sysmaint_item** item)
 {
     return makeItem(__func__, item, root != nullptr && key != nullptr, [&] {
-        return makeShared<ScanItem, RegistryPath>(static_cast<HKEY>(root), key, options);
+        return makeShared<ScanItem, RegistryPath>(static_cast<HKEY>(root), key,
+                                                  givenRegistryOptions(options));
     });
 }
 
@@ -127,7 +128,7 @@ std::int32_t sysmaint_item_registry_value(void* root, const wchar_t* key, const 
 {
     return makeItem(__func__, item, root != nullptr && key != nullptr && name != nullptr, [&] {
         return makeShared<ScanItem, RegistryValue>(static_cast<HKEY>(root), key, name,
-                                                   static_cast<unsigned long>(options));
+                                                   static_cast<unsigned long>(givenRegistryOptions(options)));
     });
 }
 

@@ -6,6 +6,7 @@
 #include "core/win32/utils/scanengine/include/FileScanEngine.h"
 #include "core/win32/utils/scanengine/include/RegistryScanEngine.h"
 #include "exports/c/Finder.h"
+#include "exports/c/Items.h"
 #include "exports/c/Rules.h"
 
 using cframes::requireArguments;
@@ -119,7 +120,8 @@ std::int32_t sysmaint_scan_add_folder(sysmaint_scan* scan, const wchar_t* path, 
 std::int32_t sysmaint_scan_add_key(sysmaint_scan* scan, void* root, const wchar_t* key, std::uint32_t options)
 {
     return status(__func__, [&] {
-        scans().get(scan)->engineOf<RegistryScanEngine>().addPath(static_cast<HKEY>(root), key, options);
+        scans().get(scan)->engineOf<RegistryScanEngine>().addPath(static_cast<HKEY>(root), key,
+                                                                  givenRegistryOptions(options));
     });
 }
 

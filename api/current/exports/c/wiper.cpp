@@ -112,7 +112,7 @@ std::int32_t sysmaint_wiper_wipe_entries(sysmaint_wiper* wiper, const wchar_t* r
         ProgressCall progress{{0, how.total}, {callback, context}};
         const long code = object->Wipe(progress.function(), &progress, kWipeDirectoryStack, root, &stack,
                                        nullptr, how.method, how.passes, cancel_event);
-        if (left != nullptr && (code == ERROR_SUCCESS || stack.size() != count))
+        if (left != nullptr && (code != ERROR_NOT_ENOUGH_MEMORY || stack.size() != count))
             *left = stack.size();
         return progress.callback.codeOf(code);
     });

@@ -33,7 +33,7 @@ private:
 class TakenStack
 {
 public:
-    explicit TakenStack(DirectoryStack& given) noexcept : m_given(given) { m_entries.swap(given); }
+    explicit TakenStack(DirectoryStack& given) : m_given(given) { m_entries.swap(given); }
     TakenStack(const TakenStack&) = delete;
     TakenStack& operator=(const TakenStack&) = delete;
     ~TakenStack();
