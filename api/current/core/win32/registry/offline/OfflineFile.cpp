@@ -259,7 +259,7 @@ bool isOfPipes(std::wstring_view settled)
     constexpr std::size_t kPrefix = 4;
     settled.remove_prefix(kPrefix);
     const auto takeName = [&settled] {
-        const std::wstring name(settled.substr(0, settled.find(L'\\')));
+        std::wstring name(settled.substr(0, settled.find(L'\\')));
         settled.remove_prefix(std::min(name.size() + 1, settled.size()));
         return name;
     };
