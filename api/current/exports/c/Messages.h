@@ -14,10 +14,7 @@ public:
         return makeShared<MessageHolder>(kindOf<Type>(), makeShared<MessageW, Type>(message));
     }
 
-    MessageHolder(MessageClass kind, SharedPtr<MessageW> message)
-        : m_kind(kind), m_message(std::move(message))
-    {
-    }
+    MessageHolder(MessageClass kind, const SharedPtr<MessageW>& message) : m_kind(kind), m_message(message) {}
 
     [[nodiscard]] MessageClass kind() const noexcept { return m_kind; }
     [[nodiscard]] MessageW& message() const noexcept { return *m_message; }

@@ -8,7 +8,7 @@ class Rules
 {
 public:
     /// Takes ownership of `validator`.
-    explicit Rules(SharedPtr<IScanValidator> validator) : m_validator(std::move(validator)) {}
+    explicit Rules(const SharedPtr<IScanValidator>& validator) : m_validator(validator) {}
 
     /// One call that uses a validator; without one it accepts everything.
     class Use
