@@ -166,8 +166,10 @@ TEST_F(BootLineTest, FindsLinesAtOddBytes)
     };
     const std::size_t innerEnd = name.find(v) + v.size();
     for (const std::size_t more : {0U, 1U, 2U, 4U, 8U, 12U}) {
-        std::string torn = name.substr(0, innerEnd + more) + distant + w;
-        std::string whole = name.substr(0, innerEnd + more) + std::string(1 - more % 2, '\0');
+        std::string whole = name.substr(0, innerEnd + more);
+        std::string torn = whole;
+        torn.append(distant).append(w);
+        whole.append(1 - more % 2, '\0');
         cases.push_back({std::move(torn), false, text(whole) + L"?\r\n" + text(distant)});
     }
     for (const Row& c : cases) {

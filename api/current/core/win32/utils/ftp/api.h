@@ -16,7 +16,8 @@
 //   5      the server refuses
 //   6, 487 no such handle, or its object is gone
 //   8      no memory
-//   13     the server sent what is no FTP, or not what it announced, or a reply that nothing had asked for: the
+//   13     the server sent what is no FTP, or not what it announced, or a reply that nothing had asked for:
+//   the
 //          next one would be taken for the answer to another command, so the connection is ended
 //   50     the server does not know the command
 //   87     a null or senseless argument
@@ -75,8 +76,9 @@ SYSMAINT_API IFtpFile* DllGetFtpFile(unsigned long loadCode, IInputByteStream& s
 // page 1252. A folder is listed completely before any of it is reported, so handlers may use the server. One
 // that cannot be listed, or whose listing has lines that are no names (123) or not understood (13), goes to
 // the handlers under key 2, and the rest is walked. So does one whose path on the server has more than 4,096
-// characters (206). A folder that the server says (by the fact "unique" of MLSD) to be one of those that it was
-// reached through is a link to it: it is reported, but not listed. A server that cannot be reached any more ends the scan.
+// characters (206). A folder that the server says (by the fact "unique" of MLSD) to be one of those that it
+// was reached through is a link to it: it is reported, but not listed. A server that cannot be reached any
+// more ends the scan.
 
 SYSMAINT_API void* CreateFtpScanEngine(const wchar_t* name);
 SYSMAINT_API void* OpenFtpScanEngine(const wchar_t* name);
