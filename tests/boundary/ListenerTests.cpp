@@ -14,7 +14,7 @@ std::string bytesOf(Number value)
 }
 
 /// A message as it stands behind a request's header.
-std::string framed(std::uint32_t messageClass, std::string body)
+std::string framed(std::uint32_t messageClass, const std::string& body)
 {
     return bytesOf(static_cast<std::uint32_t>(body.size())) + bytesOf(messageClass) + body;
 }
@@ -228,7 +228,7 @@ TEST_P(Listeners, CarryMessagesOfAllClassesBothWays)
 TEST_P(Listeners, GetAllThatAReporterQueues)
 {
     listen();
-    report({ReportMode::Queue, 60000, 40 * 4096});
+    report({ReportMode::Queue, 60000, 40ULL * 4096});
     m_listener.reset();
     const DataMessage large = [] {
         DataMessage message(L"", 1);

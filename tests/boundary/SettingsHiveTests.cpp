@@ -420,7 +420,7 @@ void count(const std::wstring& file)
         const auto number =
             static_cast<unsigned long>(asNumber(SettingsHiveGetNumber32)(hive, L"", L"count"));
         EXPECT_EQ(SettingsHiveSetNumber32(hive, L"", L"count", number + 1), 0);
-        EXPECT_EQ(SettingsHiveSetBytes(hive, L"", L"more", file.data(), number % 9 * 7), 0);
+        EXPECT_EQ(SettingsHiveSetBytes(hive, L"", L"more", file.data(), std::size_t{7} * (number % 9)), 0);
         const long code = SettingsHiveSave(hive);
         EXPECT_TRUE(code == 0 || code == 1006) << code;
         done += code == 0 ? 1 : 0;
