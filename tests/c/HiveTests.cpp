@@ -145,7 +145,7 @@ TEST(COffline, SettingsAreAHiveWhoseKeysAreReadChangedAndSaved)
     EXPECT_EQ(exists, 1);
     EXPECT_EQ(*static_cast<const std::uint32_t*>(data), 7U);
     EXPECT_EQ(number, static_cast<std::uint32_t>(REG_DWORD));
-    EXPECT_EQ(std::wstring(names, 3), std::wstring(L"x\0", 3));
+    EXPECT_EQ(std::wstring(names, 3), (std::wstring{L'x', L'\0', L'\0'}));
     EXPECT_EQ(std::vector({std::wstring(keys), std::wstring(path), std::wstring(className)}),
               (Lines{L"a", L"a\\b", L"class"}));
     EXPECT_EQ(std::vector({size, subKeys, values, below}), (std::vector<std::uint64_t>{1, 1, 0, 2}));
