@@ -148,8 +148,11 @@ int icons(const std::vector<std::wstring>& words)
     const std::wstring folder = arguments.value(L"--out", L"");
     const auto size = static_cast<int>(arguments.number(L"--size", 1, 256).value_or(32));
     const wchar_t* name = folder.c_str();
-    if (GetFileAttributesW(name) == INVALID_FILE_ATTRIBUTES &&
-        PathFileNameW(folder.c_str(), &name) == ERROR_SUCCESS && *name != L'\0' && !isFileName(name))
+    const DWORD attributes = GetFileAttributesW(name); // a device has some, too
+    const bool isFolder =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (!isFolder && PathFileNameW(folder.c_str(), &name) == ERROR_SUCCESS && *name != L'\0' &&
+        !isFileName(name))
         throw UsageError{L"--out: a folder cannot be named '" + printable(name) + L"'"};
     unsigned long count = 0;
     if (const long code = IconCount(file.c_str(), &count); code != ERROR_SUCCESS)

@@ -23,6 +23,12 @@ run() {
     [ "$actual" -eq "$expected" ] || fail "exit code $actual, not $expected: $*: $(cat "$work/err")"
 }
 says() { grep -qF -- "$2" "$work/$1" || fail "$1 lacks '$2': $(head -c 500 "$work/$1")"; }
+# interrupt ID: Ctrl+C for the program that runs under this runner; the sandbox around it would not pass it on.
+interrupt() {
+    local id=$1 child
+    while child=$(pgrep -oP "$id"); do id=$child; done
+    kill -INT "$id"
+}
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
 tree=$work/tree
@@ -580,7 +586,7 @@ says err 'watching by snapshots every 20 ms'
 "$runner" "$child" write 100 >"$work/written" # long enough to be seen
 for _ in {1..100}; do grep -q '"end"' "$work/watched" && break; sleep 0.1; done
 [ "$(sed 's/,"pid.*"name"/ /' "$work/watched" | tr -d '\r\n')" = '{"type":"start" :"process_child.exe"}{"type":"end" :"process_child.exe"}' ] || fail "watched: $(cat "$work/watched")"
-kill -INT "$!"
+interrupt "$!"
 actual=0
 wait "$!" || actual=$?
 [ "$actual" -eq 130 ] || fail "watch and Ctrl+C: exit code $actual"
@@ -592,7 +598,7 @@ job=$!
 read -r first <"$work/pipe" & # the scan has begun; its pipe stays open below
 exec 7<"$work/pipe"
 wait $!
-kill -INT "$job"
+interrupt "$job"
 cat <&7 >/dev/null
 actual=0
 wait "$job" || actual=$?
