@@ -1,9 +1,13 @@
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <mutex>
 #include <optional>
+
+#include <fcntl.h>
+#include <io.h>
 
 #include "Command.h"
 #include "Console.h"
@@ -24,7 +28,7 @@ listen prints each message as it arrives, until Ctrl+C or, with --count, after N
 message with a text.
 send sends each text as a message, or each line of standard input if there is none, and prints what the listener
 replies. It waits for a listener for at most --timeout seconds, 0 unless it is given. A message that the listener
-did not get is named with the reason on standard error, and so is a line that is not UTF-8; the exit code is 1.
+did not get is named with the reason on standard error, and so is a line that is not UTF-8 or holds a zero; the exit code is 1.
 
 --json prints {"text":...} for each message or reply.
 
@@ -219,9 +223,11 @@ private:
     std::unique_ptr<IMessageReporter> m_reporter;
 };
 
-/// None for what is not UTF-8.
+/// None for what is not UTF-8, and for what a message would cut: bytes of UTF-16 are full of zeros.
 std::optional<std::wstring> fromUtf8(const std::string& text)
 {
+    if (text.find('\0') != std::string::npos)
+        return {};
     std::wstring wide(text.size(), L'\0');
     const int size =
         MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
@@ -250,10 +256,12 @@ int send(const Arguments& arguments)
         for (std::size_t i = 2; i < texts.size(); ++i)
             if (!sendOne(texts[i]))
                 return exitCode;
+        if (texts.size() == 2)
+            _setmode(_fileno(stdin), _O_BINARY); // no byte ends the text, and none is left out
         unsigned long long number = 0;
         for (std::string line; texts.size() == 2 && std::getline(std::cin, line);) {
             ++number;
-            if (line.ends_with('\r'))
+            if (line.ends_with('\r') && !std::cin.eof())
                 line.pop_back();
             const std::optional<std::wstring> text = fromUtf8(line);
             if (!text)
