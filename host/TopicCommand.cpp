@@ -90,6 +90,8 @@ public:
         if (!m_reply.empty())
             reply = messageOf(L"", m_reply);
         printText(text, m_json);
+        if (!results().isOpen())
+            throw static_cast<long>(results().failure());
         ++m_received;
     }
     [[nodiscard]] bool isDone() const { return m_most != 0 && m_received == m_most; }
@@ -156,15 +158,15 @@ int listen(const Arguments& arguments)
         WaitForSingleObject(cancelEvent(), kLook);
     CloseMessageListener(listener);
     TopicUnsubscribe(topic, printer, INFINITE);
-    return printer.isDone() ? kExitDone : kExitCancelled;
+    return printer.isDone() || !printer.isRead() ? kExitDone : kExitCancelled; // main reports the latter
 }
 
 /// Sends texts over one reporter.
 class Sender
 {
 public:
-    explicit Sender(const Arguments& arguments)
-        : m_name(requireName(arguments)), m_json(arguments.has(L"--json")),
+    Sender(std::wstring name, const Arguments& arguments)
+        : m_name(std::move(name)), m_json(arguments.has(L"--json")),
           m_limit(GetTickCount64() + 1000ULL * arguments.number(L"--timeout", 0, 86400).value_or(0)),
           m_topic(CreateMessageTopic(m_name.c_str()))
     {
@@ -213,7 +215,6 @@ public:
                              L"\" (2)");
         return kExitFailed;
     }
-    [[nodiscard]] const std::wstring& getName() const { return m_name; }
 
 private:
     std::wstring m_name;
@@ -245,7 +246,7 @@ int send(const Arguments& arguments)
     const std::wstring name = requireName(arguments);
     int exitCode = kExitDone;
     try {
-        Sender sender(arguments);
+        Sender sender(name, arguments);
         const auto sendOne = [&](const std::wstring& text) {
             const long code = isCancelled() ? static_cast<long>(ERROR_CANCELLED) : sender.send(text);
             if (code != ERROR_SUCCESS)
