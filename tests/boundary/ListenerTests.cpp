@@ -430,6 +430,21 @@ TEST_P(Listeners, SurviveAHandlerThatEndsItsThread)
     goOn.set();
 }
 
+// The connection of a stopped reporter is the next one's.
+TEST_P(Listeners, LeaveTheNextReporterAlone)
+{
+    listen();
+    report({ReportMode::Send});
+    EXPECT_EQ(sendOne(1), ERROR_SUCCESS);
+    m_reporter->stop();
+    TopicUnsubscribe(m_near, *m_reporter, INFINITE);
+    Reporter stopped = std::move(m_reporter);
+    report({ReportMode::Send});
+    EXPECT_EQ(sendOne(2), ERROR_SUCCESS);
+    m_receiver.act = [&] { stopped.reset(); };
+    EXPECT_EQ(sendOne(3), ERROR_SUCCESS);
+}
+
 // A process that listens and reports on one topic, with a peer that does the
 // same.
 TEST_P(Listeners, DoNotEcho)

@@ -333,6 +333,5 @@ void ListenerService::close() noexcept
 {
     if (signalSurely(m_stopEvent.get()))
         m_threads.wait();
-    m_connection->disconnect();
-    m_connection.release();
+    m_connection.end();
 }

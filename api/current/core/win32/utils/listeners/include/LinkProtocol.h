@@ -90,13 +90,20 @@ public:
     }
     OpenedConnection(const OpenedConnection&) = delete;
     OpenedConnection& operator=(const OpenedConnection&) = delete;
-    ~OpenedConnection() { release(); }
-
-    /// Another listener or reporter may have it from now on.
-    void release() noexcept
+    ~OpenedConnection()
     {
-        if (m_isMine.exchange(false))
+        if (m_isMine)
             m_connection.get()->release();
+    }
+
+    /// Disconnects it. Another listener or reporter may have it from now on, and repeating the call leaves
+    /// that one alone.
+    void end() noexcept
+    {
+        if (!m_isMine.exchange(false))
+            return;
+        m_connection.get()->disconnect();
+        m_connection.get()->release();
     }
 
     Connection* operator->() const noexcept { return m_connection.get(); }
