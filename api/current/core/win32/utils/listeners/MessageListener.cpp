@@ -1,7 +1,5 @@
 #include "core/win32/utils/listeners/include/MessageListener.h"
 
-#include <algorithm>
-
 using linkprotocol::Answer;
 using linkprotocol::Arrived;
 using linkprotocol::Greeting;
@@ -12,7 +10,6 @@ constexpr char kMessageListenerHeader[] = "core\\win32\\utils\\listeners\\includ
 
 namespace {
 constexpr DWORD kRetryInterval = 1000;    // milliseconds until a client is accepted again after a failure
-constexpr std::size_t kMostKnown = 1024;  // clients whose last post is remembered
 constexpr std::uint32_t kOverhead = 1024; // bytes that a message counts for beside its own
 
 const ListenerOptions& checked(const ListenerOptions& options)
@@ -42,27 +39,26 @@ class ListenerService::Posting
 {
 public:
     Posting(ListenerService& service, std::uint64_t client, std::uint64_t number)
-        : m_service(service), m_client(client), m_number(number)
+        : m_service(service), m_number(number)
     {
         const WriteLocker locker(service.m_lock);
-        Known& known = service.knownOf(client);
-        if (known.isPosting)
+        m_client = service.m_known.begin(client);
+        if (m_client == nullptr)
             raiseCode(linkprotocol::kTryLater);
-        isRepeated = number <= known.lastNumber;
-        known.isPosting = true;
+        isRepeated = number <= m_client->lastNumber;
     }
     Posting(const Posting&) = delete;
     Posting& operator=(const Posting&) = delete;
     ~Posting()
     {
         const WriteLocker locker(m_service.m_lock);
-        m_service.m_known.find(m_client)->second.isPosting = false; // it cannot have been forgotten
+        m_client->isPosting = false;
     }
 
     void succeed() noexcept
     {
         const WriteLocker locker(m_service.m_lock);
-        m_service.m_known.find(m_client)->second.lastNumber = m_number;
+        m_client->lastNumber = m_number;
         ++m_service.m_state.posted;
     }
 
@@ -70,8 +66,8 @@ public:
 
 private:
     ListenerService& m_service;
-    std::uint64_t m_client;
     std::uint64_t m_number;
+    KnownClients::Client* m_client = nullptr;
 };
 
 /// One client, served by a thread of its own. What it holds is let go of with it, even if a handler ends the
@@ -289,20 +285,6 @@ void ListenerService::leave(bool brokeRule) noexcept
     const WriteLocker locker(m_lock);
     --m_state.clients;
     m_state.disconnected += brokeRule ? 1 : 0;
-}
-
-// Forgets the one that has been silent for longest. Called with the lock held.
-ListenerService::Known& ListenerService::knownOf(std::uint64_t client)
-{
-    Known& known = m_known[client];
-    known.lastUse = ++m_uses;
-    if (m_known.size() > kMostKnown)
-        m_known.erase(
-            std::min_element(m_known.begin(), m_known.end(), [](const auto& one, const auto& other) {
-                return std::pair(one.second.isPosting, one.second.lastUse) <
-                       std::pair(other.second.isPosting, other.second.lastUse);
-            }));
-    return known;
 }
 
 // What is returned gives the room back when the last copy of the message is gone.
