@@ -14,15 +14,13 @@ class OwnOpening : public OpenTopic
 {
 public:
     /// Raises 6 when the topic is closed meanwhile.
-    explicit OwnOpening(const MessageTopic& topic)
-        : OpenTopic(messageTopics(), [&] {
-              void* const handle = messageTopics().lookup(topic.getName());
-              if (handle == INVALID_HANDLE_VALUE && lastError() == ERROR_NOT_FOUND)
-                  raiseCode(ERROR_INVALID_HANDLE);
-              return handle;
+    explicit OwnOpening(const OpenTopic& topic)
+        : OpenTopic(messageTopics(), [number = topic.number()] {
+              requireSuccess(messageTopics().openAgain(number));
+              return number;
           })
     {
-        if (&**this != &topic) // its name belongs to another by now
+        if (&**this != &*topic) // its number belongs to another by now
             raiseCode(ERROR_INVALID_HANDLE);
     }
 };
@@ -43,9 +41,7 @@ class Subscription
 {
 public:
     /// Raises 6 when the topic is closed meanwhile.
-    Subscription(const MessageTopic& topic, SubscriberHold owner) : m_topic(topic), m_owner(std::move(owner))
-    {
-    }
+    Subscription(const OpenTopic& topic, SubscriberHold owner) : m_topic(topic), m_owner(std::move(owner)) {}
 
     /// Subscribes a part of the owner in one of its roles.
     template <class Role>

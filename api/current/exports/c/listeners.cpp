@@ -55,7 +55,7 @@ struct OwnedReporter final : SubscriberOwner
 class Reporting
 {
 public:
-    Reporting(const MessageTopic& topic, SubscriberHold owner)
+    Reporting(const OpenTopic& topic, SubscriberHold owner)
         : m_reporter(static_cast<OwnedReporter*>(owner.get())->reporter),
           m_subscription(topic, std::move(owner))
     {
@@ -79,7 +79,7 @@ std::int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sys
         const auto opening = topics().get(topic);
         requireArguments(listener != nullptr);
         const ListenerOptions how = optionsOf(options);
-        const OwnOpening own(**opening); // whose number stays what it is
+        const OwnOpening own(*opening); // whose number stays what it is
         cframes::opened(
             listener,
             boundary::createFrame(PLACE(kHeader, "sysmaint_listener_create", __LINE__), messageListeners(),
@@ -107,7 +107,7 @@ std::int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
         cframes::requireRunning();
         *reporter = cframes::addAndBegin(
             reporters,
-            makeShared<Reporting>(**opening, makeOwner<OwnedReporter>(connection, optionsOf(options))),
+            makeShared<Reporting>(*opening, makeOwner<OwnedReporter>(connection, optionsOf(options))),
             [](Reporting& made) { made.begin(); });
     });
 }

@@ -104,7 +104,7 @@ std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& o
 cframes::Table<sysmaint_subscription, Subscription> subscriptions;
 
 template <class Role>
-void subscribe(const MessageTopic& topic, sysmaint_message_callback function, void* context,
+void subscribe(const OpenTopic& topic, sysmaint_message_callback function, void* context,
                sysmaint_subscription** subscription)
 {
     SubscriberHold owner = makeOwner<OwnedReceiver<Role>>(function, context);
@@ -150,11 +150,13 @@ std::int32_t sysmaint_topic_subscribe(sysmaint_topic* topic, std::uint32_t role,
                                       sysmaint_message_callback callback, void* context,
                                       sysmaint_subscription** subscription)
 {
-    return withOpen(__func__, topic, [&](MessageTopic& object) {
+    return status(__func__, [&] {
+        const auto opening = topics().get(topic);
+        cframes::requireRunning();
         requireArguments(role <= SYSMAINT_ROLE_FILTER && callback != nullptr && subscription != nullptr);
         const auto begin =
             role == SYSMAINT_ROLE_HANDLER ? &subscribe<IMessageHandler> : &subscribe<MessageFilter>;
-        begin(object, callback, context, subscription);
+        begin(*opening, callback, context, subscription);
     });
 }
 

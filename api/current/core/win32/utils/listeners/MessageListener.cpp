@@ -21,12 +21,8 @@ const ListenerOptions& checked(const ListenerOptions& options)
 
 void* openAgain(void* topic)
 {
-    const wchar_t* name = nullptr;
-    requireSuccess(messageTopics().getName(topic, &name));
-    void* handle = messageTopics().lookup(name);
-    if (handle == INVALID_HANDLE_VALUE)
-        raiseLastError();
-    return handle;
+    requireSuccess(messageTopics().openAgain(topic));
+    return topic;
 }
 } // namespace
 

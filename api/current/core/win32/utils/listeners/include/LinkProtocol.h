@@ -78,12 +78,9 @@ class OpenedConnection
 public:
     explicit OpenedConnection(void* handle)
     {
-        const wchar_t* name = nullptr;
-        requireSuccess(connections().getName(handle, &name));
-        m_handle.reset(connections().lookup(name));
-        if (!m_handle.isValid())
-            raiseLastError();
-        requireSuccess(connections().get(m_handle.get(), m_connection));
+        requireSuccess(connections().openAgain(handle));
+        m_handle.reset(handle);
+        requireSuccess(connections().get(handle, m_connection));
         if (!m_connection.get()->claim())
             raiseCode(ERROR_BUSY);
         m_isMine = true;
