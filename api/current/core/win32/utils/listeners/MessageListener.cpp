@@ -86,7 +86,7 @@ public:
             for (;;)
                 serveRequest();
         } catch (long code) {
-            m_brokeRule = code == ERROR_INVALID_DATA || (code == WAIT_TIMEOUT && !m_service->isStopped());
+            m_brokeRule = code == ERROR_INVALID_DATA || (code == WAIT_TIMEOUT && !m_service->m_isStopped);
             throw;
         }
     }
@@ -104,21 +104,25 @@ private:
     // A client may be silent between requests, and not in the middle of one.
     void serveRequest()
     {
-        const WaitLimits endless(INFINITE, m_service->m_stopEvent.get());
-        auto* at = reinterpret_cast<unsigned char*>(&m_request);
-        const std::size_t done = m_wire->readSome(at, sizeof m_request, endless);
+        auto* bytes = reinterpret_cast<unsigned char*>(&m_heading);
+        std::size_t done = m_wire->readSome(bytes, sizeof m_heading, m_service->getLimits(INFINITE));
         const WaitLimits limits = m_service->getLimits();
-        m_wire->readAll(at + done, sizeof m_request - done, limits);
-        if (m_request.task != Task::Post && m_request.task != Task::Send)
+        if (done < sizeof m_heading.request) {
+            m_wire->readAll(bytes + done, sizeof m_heading.request - done, limits);
+            done = sizeof m_heading.request;
+        }
+        const Task task = m_heading.request.task;
+        if (task != Task::Post && task != Task::Send)
             raiseCode(ERROR_INVALID_DATA);
-        m_wire->readAll(&m_header, sizeof m_header, limits);
-        const bool isTooLarge = m_header.length > m_service->m_connection->getFrameLimit();
+        m_wire->readAll(bytes + done, sizeof m_heading - done, limits);
+        const std::uint32_t length = m_heading.frame.length;
+        const bool isTooLarge = length > m_service->m_connection->getFrameLimit();
         if (isTooLarge)
-            messageframe::skipBody(*m_wire, m_header.length, limits);
+            messageframe::skipBody(*m_wire, length, limits);
         else
-            m_body.emplace(*m_wire, m_header.length, limits);
+            m_body.emplace(*m_wire, length, limits);
         const long code = isTooLarge ? long{ERROR_MESSAGE_EXCEEDS_MAX_SIZE} : boundary::statusOf([&] {
-            m_message = messageframe::loadMessage(m_header.messageClass, m_body->getStream(), nullptr);
+            m_message = messageframe::loadMessage(m_heading.frame.messageClass, m_body->getStream(), nullptr);
             m_body.reset();
             return deliverAny();
         });
@@ -128,23 +132,21 @@ private:
     void answer(long code)
     {
         Answer answer{static_cast<std::uint32_t>(code), 0};
+        std::vector<unsigned char> bytes;
         m_message = AnyMessage();
         if (code == ERROR_SUCCESS && m_reply)
             code = boundary::statusOf([&]() -> long {
                 answer.hasReply = 1;
-                m_bytes = messageframe::makeFrame(&answer, sizeof answer,
-                                                  static_cast<MessageClass>(m_header.messageClass), *m_reply,
-                                                  m_service->m_connection->getFrameLimit());
+                bytes = messageframe::makeFrame(&answer, sizeof answer,
+                                                static_cast<MessageClass>(m_heading.frame.messageClass),
+                                                *m_reply, m_service->m_connection->getFrameLimit());
                 return ERROR_SUCCESS;
             });
         m_reply = SharedPtr<MessageW>();
-        if (m_bytes.empty()) {
-            answer = {static_cast<std::uint32_t>(code), 0};
-            m_wire->writeAll(&answer, sizeof answer, m_service->getLimits());
-            return;
-        }
-        m_wire->writeAll(m_bytes.data(), m_bytes.size(), m_service->getLimits());
-        m_bytes = {};
+        if (!bytes.empty())
+            return m_wire->writeAll(bytes.data(), bytes.size(), m_service->getLimits());
+        answer = {static_cast<std::uint32_t>(code), 0};
+        m_wire->writeAll(&answer, sizeof answer, m_service->getLimits());
     }
 
     long deliverAny()
@@ -167,19 +169,19 @@ private:
     long deliver()
     {
         const auto& message = static_cast<const Message&>(*m_message.wide);
-        return m_request.task == Task::Post ? post(message) : send(message);
+        return m_heading.request.task == Task::Post ? post(message) : send(message);
     }
 
     template <class Message>
     long post(const Message& message)
     {
-        Posting posting(*m_service, m_number, m_request.number);
+        Posting posting(*m_service, m_number, m_heading.request.number);
         if (posting.isRepeated)
             return ERROR_SUCCESS;
-        const Arrived<Message> arrived(message, m_service->takeRoom(m_header.length));
+        const Arrived<Message> arrived(message, m_service->takeRoom(m_heading.frame.length));
         const long code = withTopic(
             PLACE(kMessageListenerHeader, "ListenerService::post", __LINE__), m_service->m_topic.get(),
-            [&](MessageTopic& topic) { topic.postMessage(arrived, m_request.value); });
+            [&](MessageTopic& topic) { topic.postMessage(arrived, m_heading.request.value); });
         if (code == ERROR_SUCCESS)
             posting.succeed();
         return code == ERROR_NOT_ENOUGH_MEMORY ? linkprotocol::kTryLater : code;
@@ -190,12 +192,12 @@ private:
     {
         m_message.wide = makeShared<MessageW, Arrived<Message>>(message, nullptr);
         m_reply = makeShared<MessageW, Message>();
-        const long code = withCalledTopic(PLACE(kMessageListenerHeader, "ListenerService::send", __LINE__),
-                                          m_service->m_topic.get(), [&](MessageTopic& topic) {
-                                              topic.sendMessage<Message>(
-                                                  static_cast<const Message&>(*m_message.wide),
-                                                  static_cast<Message&>(*m_reply), m_request.value, nullptr);
-                                          });
+        const long code = withCalledTopic(
+            PLACE(kMessageListenerHeader, "ListenerService::send", __LINE__), m_service->m_topic.get(),
+            [&](MessageTopic& topic) {
+                topic.sendMessage<Message>(static_cast<const Message&>(*m_message.wide),
+                                           static_cast<Message&>(*m_reply), m_heading.request.value, nullptr);
+            });
         const WriteLocker locker(m_service->m_lock);
         ++m_service->m_state.sent;
         return code;
@@ -206,12 +208,15 @@ private:
     std::uint64_t m_number = 0; // that stands for the client
     bool m_brokeRule = false;
     // Of the request that is being served.
-    Request m_request;
-    messageframe::Header m_header;
+    struct Heading
+    {
+        Request request;
+        messageframe::Header frame;
+    } m_heading;
+    static_assert(sizeof(Heading) == 24);
     std::optional<messageframe::Body> m_body;
     AnyMessage m_message;
     SharedPtr<MessageW> m_reply;
-    std::vector<unsigned char> m_bytes;
 };
 
 ListenerService::ListenerService(void* connection, void* topic, const ListenerOptions& options)
@@ -230,19 +235,21 @@ void ListenerService::start()
     }
 }
 
-bool ListenerService::isStopped() const noexcept
+WaitLimits ListenerService::getLimits(DWORD timeout) const
 {
-    return isCancelled(m_stopEvent.get());
+    if (m_isStopped)
+        raiseCode(ERROR_CANCELLED);
+    return {Deadline(waitLimit(timeout)), m_stopEvent.get()};
 }
 
 void ListenerService::acceptClients() noexcept
 {
     for (;;) {
         const long code = boundary::statusOf([&]() -> long {
-            admit(m_connection->accept(WaitLimits(INFINITE, m_stopEvent.get())));
+            admit(m_connection->accept(getLimits(INFINITE)));
             return ERROR_SUCCESS;
         });
-        if (isStopped())
+        if (m_isStopped)
             return;
         {
             const WriteLocker locker(m_lock);
@@ -269,7 +276,7 @@ void ListenerService::admit(const WirePtr& wire)
         try {
             return std::make_shared<Client>(shared_from_this(), wire);
         } catch (...) {
-            leave(true);
+            leave(false);
             throw;
         }
     }();
@@ -309,6 +316,7 @@ ListenerState ListenerService::getState() noexcept
 
 void ListenerService::close() noexcept
 {
+    m_isStopped = true;
     if (signalSurely(m_stopEvent.get()))
         m_threads.wait();
     m_connection.end();

@@ -20,6 +20,8 @@ struct WaitLimits
         if (isCancelled(event))
             raiseCode(ERROR_CANCELLED);
     }
+    /// The same for who knows that `event` is not signalled, without asking the system.
+    WaitLimits(const Deadline& limit, HANDLE event) noexcept : deadline(limit), cancelEvent(event) {}
 
     Deadline deadline;
     HANDLE cancelEvent;

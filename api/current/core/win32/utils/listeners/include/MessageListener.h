@@ -33,13 +33,15 @@ private:
     void acceptClients() noexcept;
     void admit(const WirePtr& wire);
     void leave(bool brokeRule) noexcept;
-    [[nodiscard]] bool isStopped() const noexcept;
-    [[nodiscard]] WaitLimits getLimits() const { return {m_options.timeout, m_stopEvent.get()}; }
+    /// Raises 1223 once the listener is stopped. Makes no kernel call.
+    [[nodiscard]] WaitLimits getLimits(DWORD timeout) const;
+    [[nodiscard]] WaitLimits getLimits() const { return getLimits(m_options.timeout); }
     [[nodiscard]] std::shared_ptr<void> takeRoom(std::uint32_t size);
 
     const ListenerOptions m_options;
     OpenedConnection m_connection;
     SmartHandle<closeTopic> m_topic;
+    std::atomic<bool> m_isStopped{false}; // before the event says so
     Win32Handle m_stopEvent = makeEvent();
     std::shared_ptr<Room> m_room = std::make_shared<Room>();
     ReadWriteLock m_lock; // guards what follows
