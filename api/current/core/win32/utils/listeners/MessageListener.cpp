@@ -178,10 +178,13 @@ private:
         Posting posting(*m_service, m_number, m_heading.request.number);
         if (posting.isRepeated)
             return ERROR_SUCCESS;
-        const Arrived<Message> arrived(message, m_service->takeRoom(m_heading.frame.length));
-        const long code = withTopic(
-            PLACE(kMessageListenerHeader, "ListenerService::post", __LINE__), m_service->m_topic.get(),
-            [&](MessageTopic& topic) { topic.postMessage(arrived, m_heading.request.value); });
+        const long code =
+            withTopic(PLACE(kMessageListenerHeader, "ListenerService::post", __LINE__),
+                      m_service->m_topic.get(), [&](MessageTopic& topic) {
+                          topic.postShared(makeShared<MessageW, Arrived<Message>>(
+                                               message, m_service->takeRoom(m_heading.frame.length)),
+                                           m_heading.request.value);
+                      });
         if (code == ERROR_SUCCESS)
             posting.succeed();
         return code == ERROR_NOT_ENOUGH_MEMORY ? linkprotocol::kTryLater : code;
