@@ -25,17 +25,6 @@ public:
     }
 };
 
-/// Makes the owner of a subscriber, held by the result alone.
-template <class Owner, class... Arguments>
-[[nodiscard]] SubscriberHold makeOwner(Arguments&&... arguments)
-{
-    // The frame turns it into 8. NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
-    auto* const made = new Owner(std::forward<Arguments>(arguments)...);
-    SubscriberHold hold(made);
-    made->release(); // the reference that it is born with
-    return hold;
-}
-
 /// A subscriber in a topic, with an opening of the topic of its own.
 class Subscription
 {
@@ -50,7 +39,7 @@ public:
         m_end = [&subscriber](MessageTopic& topic, std::uint32_t timeout) {
             topic.unsubscribe(subscriber, timeout);
         };
-        m_topic->subscribe(subscriber, m_owner.get());
+        m_topic->subscribe(subscriber, m_owner);
     }
     /// Ends it, unless another thread has. Raises 258 and 1131: it goes on.
     void end(std::uint32_t timeout) const

@@ -81,15 +81,6 @@ private:
     void* m_context;
 };
 
-/// The receiver of a subscription, held by it, by its topic and by deliveries.
-template <class Role>
-struct OwnedReceiver final : SubscriberOwner
-{
-    OwnedReceiver(sysmaint_message_callback function, void* context) noexcept : receiver(function, context) {}
-
-    Receiver<Role> receiver;
-};
-
 /// The frame of an operation on a topic.
 template <class Operation>
 std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& operation) noexcept
@@ -107,8 +98,8 @@ template <class Role>
 void subscribe(const OpenTopic& topic, sysmaint_message_callback function, void* context,
                sysmaint_subscription** subscription)
 {
-    SubscriberHold owner = makeOwner<OwnedReceiver<Role>>(function, context);
-    auto& receiver = static_cast<OwnedReceiver<Role>*>(owner.get())->receiver;
+    auto owner = std::make_shared<Receiver<Role>>(function, context);
+    auto& receiver = *owner;
     *subscription = cframes::addAndBegin(subscriptions, makeShared<Subscription>(topic, std::move(owner)),
                                          [&](Subscription& made) { made.begin<Role>(receiver); });
 }

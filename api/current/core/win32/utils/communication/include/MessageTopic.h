@@ -29,7 +29,7 @@ public:
 
     /// A subscriber with an owner is held until it is unsubscribed and no delivery calls it.
     template <class Subscriber>
-    void subscribe(Subscriber& subscriber, SubscriberOwner* owner = nullptr)
+    void subscribe(Subscriber& subscriber, const SubscriberHold& owner = nullptr)
     {
         setOf(subscriber).add(subscriber, owner);
     }
