@@ -11,7 +11,7 @@
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "win32/communication/include/AnyMessage.h"
 
-/// What reporters and listeners say to each other; api.h describes the bytes.
+/// What reporters and listeners say to each other; plain.h describes the bytes.
 namespace linkprotocol {
 struct Greeting
 {
