@@ -601,6 +601,12 @@ TEST(ListenerArguments, AreRefusedWhenTheyAreWrong)
     EXPECT_EQ(reporter(client.get()), ERROR_SUCCESS);
     const Reporter first(DllGetMessageReporter(client.get()));
     EXPECT_EQ(reporter(client.get()), ERROR_BUSY);
+    const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr)); // which a wait would take
+    void* none = nullptr;
+    EXPECT_EQ(first->flush(0, mutex.get()), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ConnectionConnect(client.get(), 0, mutex.get()), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ConnectionListen(server.get(), 0, mutex.get()), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ConnectionAccept(server.get(), 0, mutex.get(), &none), ERROR_INVALID_HANDLE);
     first->stop();
     EXPECT_EQ(reporter(client.get()), ERROR_SUCCESS);
 

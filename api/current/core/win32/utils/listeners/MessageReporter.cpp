@@ -201,7 +201,7 @@ MessageReporter::MessageReporter(void* connection, const ReporterOptions& option
 
 long MessageReporter::flush(unsigned long timeout, void* cancelEvent) noexcept
 {
-    return boundary::statusFrame([&] { return m_line->flush(WaitLimits(timeout, cancelEvent)); });
+    return boundary::statusFrame([&] { return m_line->flush(WaitLimits::ofEvent(timeout, cancelEvent)); });
 }
 
 void MessageReporter::end() noexcept
