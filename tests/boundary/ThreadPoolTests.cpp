@@ -500,15 +500,16 @@ TEST(ThreadPoolFaults, WhatCannotBeResumedIsSuspended)
 {
     for (const long failing : {1, 2, 4}) {
         Replaced<"ResumeThread", decltype(&ResumeThread)> resumes;
-        ReadWriteLock lock;
+        SRWLOCK lock = SRWLOCK_INIT;
         CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
         bool goesOn = false;
         const TestEvent begun;
         Work waiting([&] {
-            const WriteLocker locker(lock);
+            AcquireSRWLockExclusive(&lock);
             begun.set();
             while (!goesOn)
-                lock.waitWrite(changed, INFINITE);
+                SleepConditionVariableSRW(&changed, &lock, INFINITE, 0);
+            ReleaseSRWLockExclusive(&lock);
         });
         const TestPool pool;
         ASSERT_EQ(pool.queue(1, waiting), ERROR_SUCCESS);
@@ -518,10 +519,9 @@ TEST(ThreadPoolFaults, WhatCannotBeResumedIsSuspended)
         EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS) << failing;
         EXPECT_EQ(resumes.calls(), failing);
         EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS) << failing;
-        {
-            const WriteLocker locker(lock);
-            goesOn = true;
-        }
+        AcquireSRWLockExclusive(&lock);
+        goesOn = true;
+        ReleaseSRWLockExclusive(&lock);
         WakeAllConditionVariable(&changed);
         EXPECT_EQ(pool.wait(1, 5000), ERROR_SUCCESS);
     }
