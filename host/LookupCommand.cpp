@@ -58,8 +58,7 @@ Server parseServer(const std::wstring& text)
     return server;
 }
 
-/// One name for all spellings of a file's path, as far as it can be opened. The system gives the case that
-/// the disk has: in some folders it tells files apart.
+/// One name for all spellings of a file's path, as far as it can be opened.
 class Spelling
 {
 public:
@@ -80,6 +79,15 @@ public:
 
 private:
     std::wstring m_text = std::wstring(32768, L'\0');
+};
+
+/// As the library, which does not queue a file again that waits under another case of its name.
+struct SmallerName
+{
+    bool operator()(const std::wstring& one, const std::wstring& other) const
+    {
+        return CompareStringOrdinal(one.c_str(), -1, other.c_str(), -1, TRUE) == CSTR_LESS_THAN;
+    }
 };
 
 /// Adds what a walk finds, and prints what the server says.
@@ -188,7 +196,7 @@ private:
     bool m_json;
     bool m_mayRepeat;
     Spelling m_spelling;
-    std::set<std::wstring> m_added; // only if so
+    std::set<std::wstring, SmallerName> m_added; // only if so
     TopicHandle m_topic;
     void* m_hvk;
     unsigned long long m_files = 0;

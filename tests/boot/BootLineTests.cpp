@@ -188,3 +188,16 @@ TEST_F(BootLineTest, FindsLinesAtOddBytes)
     }
     EXPECT_NE(log().find(L"left: another line may begin in the middle of it"), std::wstring::npos);
 }
+
+/// The name in an interrupted writer's line may be all that follows: no file that is named there is touched.
+TEST_F(BootLineTest, LeavesAloneBothLinesBehindATornOne)
+{
+    const std::string torn = bytesOf(line(L"keep")).substr(0, 41) + bytesOf(line(L"report"));
+    const std::string next = bytesOf(line(L"folder\\x"));
+    const Files expected = files();
+    write(L"windows/ForceDelete.txt", bytesOf(kHeader) + torn + next);
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(run().isListEmpty, false);
+        EXPECT_EQ(files(), expected);
+    }
+}

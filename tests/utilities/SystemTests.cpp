@@ -209,9 +209,11 @@ TEST(Processes, AreRunAndTold)
         EXPECT_EQ(ProcessRunAndWait((kShell + std::wstring(end)).c_str(), L"/c exit 9", INFINITE, nullptr,
                                     &exitCode),
                   123);
-    const std::wstring literal = L"\\\\?\\" + testPath(L"shell.");
-    EXPECT_TRUE(CopyFileW(kShell, literal.c_str(), FALSE));
-    EXPECT_EQ(ProcessRunAndWait(literal.c_str(), L"/c exit 9", INFINITE, nullptr, &exitCode), 0);
+    {
+        const Replaced<"CreateProcessW", decltype(&CreateProcessW)> refusing(1, FALSE, ERROR_GEN_FAILURE);
+        EXPECT_EQ(ProcessRunAndWait(L"\\\\?\\C:\\tool.", nullptr, 0, nullptr, &exitCode), 31)
+            << "as it stands";
+    }
     const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
     Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
