@@ -51,6 +51,24 @@ run 0 lookup "$folder\\a.tmp" "$folder\\inner\\..\\A.TMP" "\\\\?\\$folder\\a.tmp
 [ "$(grep -c 'a\.tmp\|A\.TMP' "$work/out")" -eq 1 ] || fail "a file named four times: $(cat "$work/out")"
 kill "$lookup_server"
 wait "$lookup_server" 2>/dev/null || true
+# Ctrl+C while the server is silent: what it answered before, at most 255 files, stays.
+mkdir "$work/many"
+for number in {1..300}; do echo "$number" >"$work/many/$number"; done
+python3 -u "$here/support/lookup_server" 1 >"$work/port2" &
+lookup_server=$!
+until [ -s "$work/port2" ]; do sleep 0.1; done
+"$runner" "$host" lookup "$(windows_path "$work/many")" --server "127.0.0.1:$(cat "$work/port2")" >"$work/looked" 2>"$work/err" </dev/null &
+job=$!
+for _ in {1..300}; do [ -s "$work/looked" ] && break; sleep 0.1; done
+interrupt "$job"
+actual=0
+wait "$job" || actual=$?
+[ "$actual" -eq 130 ] || fail "lookup and Ctrl+C: exit code $actual: $(cat "$work/err")"
+answered=$(grep -c "$(printf '\t')" "$work/looked")
+[ "$answered" -ge 1 ] && [ "$answered" -le 255 ] && grep -q "cancelled; $answered of [0-9]* files answered" "$work/err" ||
+    fail "lookup and Ctrl+C: $answered answers: $(cat "$work/err")"
+kill "$lookup_server"
+wait "$lookup_server" 2>/dev/null || true
 run 1 lookup "$folder\\a.tmp" --server "$server" && says err '10061'
 run 2 lookup "$folder" && says err 'which server?'
 run 2 lookup --server h && says err 'which file or folder?'
