@@ -38,22 +38,23 @@ inline std::string hex(std::span<const std::byte> bytes)
     return text;
 }
 
-/// The whole content of a hive: a line for each key and each value, with fields separated by tabs.
+/// The whole content of a hive: a line for each key and each value, with fields separated by tabs. Names are
+/// shown as they are, also those of which no path can be made.
 inline std::string listing(const offline::Hive& hive)
 {
     std::string text;
-    std::vector<offline::KeyId> waiting{offline::Hive::root()};
+    std::vector<std::pair<offline::KeyId, std::string>> waiting{{offline::Hive::root(), ""}};
     while (!waiting.empty()) {
-        const offline::KeyId key = waiting.back();
+        const auto [key, path] = std::move(waiting.back());
         waiting.pop_back();
-        const std::string path = utf8(hive.path(key));
         text += "key\t" + path + '\t' + std::to_string(hive.lastWriteTime(key)) + '\t' +
                 utf8(hive.className(key)) + '\t' + hex(hive.security(key)) + '\n';
         for (const offline::ValueId value : hive.values(key))
             text += "value\t" + path + '\t' + utf8(hive.valueName(value).text()) + '\t' +
                     std::to_string(hive.type(value)) + '\t' + hex(hive.data(value)) + '\n';
         const auto keys = hive.subKeys(key);
-        waiting.insert(waiting.end(), keys.rbegin(), keys.rend());
+        for (auto each = keys.rbegin(); each != keys.rend(); ++each)
+            waiting.emplace_back(*each, path + (path.empty() ? "" : "\\") + utf8(hive.name(*each).text()));
     }
     return text;
 }
