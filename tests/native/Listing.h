@@ -8,22 +8,18 @@
 inline std::string utf8(std::u16string_view text)
 {
     std::string result;
-    const auto put = [&](std::uint32_t c) {
-        if (c < 0x80)
-            return result.push_back(static_cast<char>(c));
-        const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-        const std::uint32_t lead = more == 1 ? 0xC0 : more == 2 ? 0xE0 : 0xF0;
-        result.push_back(static_cast<char>(lead | c >> 6 * more));
-        for (int i = more; i-- > 0;)
-            result.push_back(static_cast<char>(0x80U | (c >> 6 * i & 0x3FU)));
-    };
     for (std::size_t i = 0; i < text.size(); ++i) {
         std::uint32_t c = text[i];
         if (c >= 0xD800 && c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000)
             c = 0x10000 + ((c - 0xD800) << 10U) + (text[++i] - 0xDC00U);
         else if (c >= 0xD800 && c < 0xE000)
             c = 0xFFFD;
-        put(c < 0x20 ? 0x2400 + c : c);
+        else if (c < 0x20)
+            c += 0x2400;
+        const int more = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+        result += static_cast<char>(more == 0 ? c : (0xF00U >> (more + 1) & 0xFFU) | c >> 6 * more);
+        for (int left = more; left-- > 0;)
+            result += static_cast<char>(0x80U | (c >> 6 * left & 0x3FU));
     }
     return result;
 }
