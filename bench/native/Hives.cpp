@@ -46,12 +46,7 @@ struct Seen
     void addData(const void* bytes, std::size_t size)
     {
         const auto* at = static_cast<const unsigned char*>(bytes);
-        std::size_t i = 0;
-        for (std::uint64_t word = 0; size - i >= sizeof word; i += sizeof word) {
-            std::memcpy(&word, at + i, sizeof word);
-            sum += static_cast<unsigned>(word ^ word >> 32U);
-        }
-        for (; i < size; ++i)
+        for (std::size_t i = 0; i < size; ++i)
             sum += at[i];
         data += size;
     }
@@ -98,12 +93,8 @@ Seen walkOurs(const char* path)
     const Hive hive = Hive::parse(file.bytes());
     Seen seen;
     const auto addName = [&seen](const offline::NameView& name) {
-        if (name.isLatin1()) // its bytes are its characters
-            for (const std::byte each : std::span(name.bytes(), name.byteLength()))
-                seen.sum += std::to_integer<unsigned>(each);
-        else
-            for (std::size_t i = 0; i < name.size(); ++i)
-                seen.sum += name[i];
+        for (std::size_t i = 0; i < name.size(); ++i)
+            seen.sum += name[i];
         seen.names += name.size();
     };
     std::vector<offline::KeyId> waiting{Hive::root()};
