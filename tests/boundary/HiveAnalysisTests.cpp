@@ -42,14 +42,12 @@ protected:
     ~HiveAnalysis() override
     {
         CloseRegistryDefragmenter(defragmenter);
-        for (const std::wstring& name : names)
-            RegDeleteValueW(list, name.c_str());
         RegCloseKey(list);
+        RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     }
 
     void addToList(const wchar_t* name, const std::wstring& path, DWORD type = REG_SZ)
     {
-        names.emplace_back(name);
         ASSERT_EQ(RegSetValueExW(list, name, 0, type, reinterpret_cast<const BYTE*>(path.c_str()),
                                  static_cast<DWORD>(path.size() * 2 + 2)),
                   0);
@@ -83,12 +81,6 @@ protected:
         EXPECT_EQ(RegistryDefragmenterGetResults(defragmenter, kept), 0);
         return kept;
     }
-    static Bytes bytesOf(const RDAnalyzerResults& results)
-    {
-        MemoryOutputByteStream stream;
-        results.dump(0, stream);
-        return {stream.getData(), stream.getData() + stream.getSize()};
-    }
     void expectNoFiles() const
     {
         WIN32_FIND_DATAW found;
@@ -105,7 +97,6 @@ protected:
     std::map<std::wstring, Extents> extents;
     Bytes clusters;
     HKEY list = nullptr;
-    std::vector<std::wstring> names;
     void* defragmenter = CreateRegistryDefragmenter(L"test");
     RDAnalyzerResults results;
     Opens opens;
@@ -129,12 +120,15 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
 {
     wchar_t device[MAX_PATH];
     ASSERT_NE(QueryDosDeviceW(L"C:", device, MAX_PATH), 0U);
-    const std::wstring paths[] = {addHive(L"\\REGISTRY\\MACHINE\\A", hiveOf(0)),
-                                  addHive(L"\\REGISTRY\\MACHINE\\B", hiveOf(3), device, true)};
+    const std::wstring a = addHive(L"\\REGISTRY\\MACHINE\\A", hiveOf(0));
+    const std::wstring b = addHive(L"\\REGISTRY\\MACHINE\\B", hiveOf(3), device, true);
     addToList(L"\\REGISTRY\\MACHINE\\HARDWARE", L"");
     Bytes torn = hiveOf(1);
     torn.resize(torn.size() - 1000);
-    const std::wstring odd = addHive(L"odd", torn);
+    const std::tuple<std::wstring, std::wstring, std::uint64_t> expected[] = {
+        {L"\\REGISTRY\\MACHINE\\A", a, 2 * kCluster},
+        {L"\\REGISTRY\\MACHINE\\B", b, 5 * kCluster},
+        {L"odd", addHive(L"odd", torn), 3 * kCluster}};
     const TestEvent never;
     DWORD thread = 0;
     Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
@@ -160,18 +154,16 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
         writes.reset();
         results.clear();
         EXPECT_EQ(analyze(never.get()), 0);
-        constexpr std::uint64_t kSize = kCluster;
-        const std::uint64_t sizes[] = {2 * kSize, 5 * kSize, 3 * kSize};
         ASSERT_EQ(results.getResults().size(), 3U);
         for (int i = 0; i < 3; ++i) {
             const RDHiveResult& result = results.getResults()[i];
-            EXPECT_EQ(result.mountName.c_str(), i < 2 ? names[i] : L"odd");
-            EXPECT_EQ(result.path.c_str(), i < 2 ? paths[i] : odd);
-            EXPECT_EQ(result.oldSize, sizes[i]);
+            EXPECT_EQ(std::tuple(std::wstring(result.mountName.c_str()), std::wstring(result.path.c_str()),
+                                 result.oldSize),
+                      expected[i]);
             EXPECT_EQ(result.newSize, 2 * kCluster);
         }
         EXPECT_TRUE(results.getFailures().empty());
-        EXPECT_EQ(bytesOf(results), bytesOf(kept()));
+        EXPECT_EQ(dumpOf(results), dumpOf(kept()));
         expectNoFiles();
     }
 }
@@ -340,9 +332,7 @@ TEST_F(HiveAnalysis, DISABLED_EndsWithItsProcess)
 
 TEST_F(HiveAnalysis, DeletesWhatAnEndedProcessHasLeftAndNothingElse)
 {
-    EXPECT_EQ(exitCodeOf(startSelf({L"--gtest_also_run_disabled_tests", L"--gtest_brief=1",
-                                    L"--gtest_filter=HiveAnalysis.DISABLED_*"})),
-              7U);
+    EXPECT_EQ(exitCodeOf(startDisabled(L"--gtest_filter=HiveAnalysis.DISABLED_*")), 7U);
     RegDeleteValueW(list, L"child");
     const auto countFiles = [&] {
         const std::filesystem::directory_iterator files(temporary);
@@ -350,19 +340,16 @@ TEST_F(HiveAnalysis, DeletesWhatAnEndedProcessHasLeftAndNothingElse)
                              [](const auto& each) { return each.path().extension() == L".tmp"; });
     };
     EXPECT_EQ(countFiles(), 2);
-    const std::wstring others[] = {L"old1.tmp",
-                                   L"old1.3-1.tmp",
-                                   L"old1.sysmaint.tmp",
-                                   L"bad1.sysmaint.3-1.tmp",
-                                   L"olds.sysmaint.3-1.tmp",
-                                   L"old.sysmaint.3-1.tmp",
-                                   L"old1.sysmaint.3.tmp",
-                                   L"old1.sysmaint." + std::to_wstring(GetCurrentProcessId()) + L"-9.tmp"};
+    std::wistringstream names(
+        L"old1.tmp old1.3-1.tmp old1.sysmaint.tmp bad1.sysmaint.3-1.tmp olds.sysmaint.3-1.tmp "
+        L"old.sysmaint.3-1.tmp old1.sysmaint.3.tmp old1.sysmaint." +
+        std::to_wstring(GetCurrentProcessId()) + L"-9.tmp");
+    const std::vector<std::wstring> others(std::istream_iterator<std::wstring, wchar_t>(names), {});
     for (const std::wstring& name : others) // identifiers are multiples of four
         writeBytes(temporary + L"\\" + name, Bytes(1, 'x'));
     addHive(L"a", hiveOf(0));
     EXPECT_EQ(analyze(), 0);
-    EXPECT_EQ(countFiles(), static_cast<std::ptrdiff_t>(std::size(others)));
+    EXPECT_EQ(countFiles(), std::ssize(others));
     for (const std::wstring& name : others)
         EXPECT_TRUE(DeleteFileW((temporary + L"\\" + name).c_str())) << utf8(name);
 }
@@ -377,30 +364,33 @@ TEST_F(HiveAnalysis, TheDefragmenterIsOneWithAState)
     addHive(L"a", hiveOf(0));
     addToList(L"b", L"?");
     EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
-    MemoryOutputByteStream state;
-    EXPECT_EQ(RegistryDefragmenterDump(defragmenter, 0, state), 0);
-    EXPECT_EQ(Bytes(state.getData(), state.getData() + state.getSize()), bytesOf(results));
+    const std::string state = dumpOf(results);
+    MemoryOutputByteStream stream;
+    EXPECT_EQ(RegistryDefragmenterDump(defragmenter, 0, stream), 0);
+    EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(stream.getData()), stream.getSize()), state);
     const std::size_t texts = folder.size() + 2 + results.getFailures()[0].report.size() + 3;
-    EXPECT_EQ(state.getSize(), 4 + 8 + 8 + 16 + 16 + 4 + 8 + 8 + 4 + 8 + 2 * (texts + 5));
+    EXPECT_EQ(state.size(), 4 + 8 + 8 + 16 + 16 + 4 + 8 + 8 + 4 + 8 + 2 * (texts + 5));
 
     // A state that is cut short or lies about its lengths is refused and changes nothing.
     addToList(L"c", L"?");
     EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
-    const Bytes old = bytesOf(kept());
-    for (std::size_t size = 0; size < state.getSize(); ++size) {
-        MemoryInputByteStream cut(state.getData(), size);
-        ASSERT_EQ(RegistryDefragmenterLoad(defragmenter, 0, cut), ERROR_READ_FAULT) << size;
-        Bytes lie(state.getData(), state.getData() + state.getSize());
-        lie[size] ^= 0x80;
+    const std::string old = dumpOf(kept());
+    const auto load = [&](std::size_t size) {
+        MemoryInputByteStream input(state.data(), size);
+        return RegistryDefragmenterLoad(defragmenter, 0, input);
+    };
+    for (std::size_t size = 0; size < state.size(); ++size) {
+        ASSERT_EQ(load(size), ERROR_READ_FAULT) << size;
+        std::string lie = state;
+        lie[size] ^= static_cast<char>(0x80);
         MemoryInputByteStream lying(lie.data(), lie.size());
         RDAnalyzerResults loaded;
         const auto code = codeOf([&] { loaded.load(0, lying); });
         ASSERT_TRUE(code == 0 || (code == ERROR_READ_FAULT && loaded.getResults().empty())) << size;
     }
-    EXPECT_EQ(bytesOf(kept()), old);
-    MemoryInputByteStream whole(state.getData(), state.getSize());
-    EXPECT_EQ(RegistryDefragmenterLoad(defragmenter, 0, whole), 0);
-    EXPECT_EQ(bytesOf(kept()), Bytes(state.getData(), state.getData() + state.getSize()));
+    EXPECT_EQ(dumpOf(kept()), old);
+    EXPECT_EQ(load(state.size()), 0);
+    EXPECT_EQ(dumpOf(kept()), state);
 
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     EXPECT_EQ(analyze(), ERROR_FILE_NOT_FOUND);

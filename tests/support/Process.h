@@ -104,6 +104,12 @@ inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)
     return reinterpret_cast<HANDLE>(_wspawnv(_P_NOWAIT, program, all.data()));
 }
 
+/// The tests that the filter names, which are disabled because only other tests run them.
+inline HANDLE startDisabled(const wchar_t* filter)
+{
+    return startSelf({L"--gtest_also_run_disabled_tests", L"--gtest_brief=1", filter});
+}
+
 /// The exit code of a process, whose handle is closed; one that does not end is ended.
 inline DWORD exitCodeOf(HANDLE process)
 {
