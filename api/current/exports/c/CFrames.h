@@ -326,14 +326,14 @@ template <class Pointer, int (*CloseFn)(void*)>
 class Opening
 {
 public:
-    /// Takes over what the table has returned. Raises the last error when that is the invalid handle, and 6
-    /// or 487 when somebody has closed it meanwhile.
-    template <class Table>
-    Opening(Table& table, void* handle) : m_handle(handle)
+    /// Takes over what `open` returns, a number of the table. Raises the last error when that is the invalid
+    /// handle, and 6 or 487 when somebody has closed it meanwhile.
+    template <class Table, class Open>
+    Opening(Table& table, Open&& open) : m_handle(open())
     {
-        if (handle == INVALID_HANDLE_VALUE)
+        if (m_handle == INVALID_HANDLE_VALUE)
             raiseLastError();
-        requireSuccess(table.get(handle, m_object));
+        requireSuccess(table.get(m_handle, m_object));
     }
     Opening(const Opening&) = delete;
     Opening& operator=(const Opening&) = delete;

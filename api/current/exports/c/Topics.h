@@ -15,7 +15,7 @@ class OwnOpening : public OpenTopic
 public:
     /// Raises 6 when the topic is closed meanwhile.
     explicit OwnOpening(const MessageTopic& topic)
-        : OpenTopic(messageTopics(), messageTopics().lookup(topic.getName()))
+        : OpenTopic(messageTopics(), [&] { return messageTopics().lookup(topic.getName()); })
     {
         if (&**this != &topic) // its name belongs to another by now
             raiseCode(ERROR_INVALID_HANDLE);

@@ -57,7 +57,7 @@ std::int32_t openPool(const char* function, sysmaint_pool** pool, Open&& open) n
 {
     return status(function, [&] {
         requireArguments(pool != nullptr);
-        *pool = pools().add(makeShared<OpenPool>(threadPools(), open()));
+        *pool = pools().add(makeShared<OpenPool>(threadPools(), open));
     });
 }
 

@@ -96,7 +96,7 @@ std::int32_t openTopic(const char* function, sysmaint_topic** topic, Open&& open
 {
     return status(function, [&] {
         requireArguments(topic != nullptr);
-        *topic = topics().add(makeShared<OpenTopic>(messageTopics(), open()));
+        *topic = topics().add(makeShared<OpenTopic>(messageTopics(), open));
     });
 }
 

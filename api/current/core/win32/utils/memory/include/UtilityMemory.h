@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -11,17 +10,14 @@
 namespace utilitymemory {
 struct Free
 {
-    void operator()(void* memory) const noexcept { std::free(memory); }
+    void operator()(void* memory) const noexcept { ::operator delete(memory); }
 };
 using Owner = std::unique_ptr<void, Free>;
 
 /// Raises std::bad_alloc.
 [[nodiscard]] inline Owner allocate(std::size_t size)
 {
-    Owner memory(std::malloc(size != 0 ? size : 1));
-    if (!memory)
-        throw std::bad_alloc();
-    return memory;
+    return Owner(::operator new(size)); // malloc would take from the reserve of exceptions
 }
 
 /// Copies a text and two zeros: one ends a text, both end a list.
