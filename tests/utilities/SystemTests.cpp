@@ -209,6 +209,9 @@ TEST(Processes, AreRunAndTold)
         EXPECT_EQ(ProcessRunAndWait((kShell + std::wstring(end)).c_str(), L"/c exit 9", INFINITE, nullptr,
                                     &exitCode),
                   123);
+    const std::wstring literal = L"\\\\?\\" + testPath(L"shell.");
+    EXPECT_TRUE(CopyFileW(kShell, literal.c_str(), FALSE));
+    EXPECT_EQ(ProcessRunAndWait(literal.c_str(), L"/c exit 9", INFINITE, nullptr, &exitCode), 0);
     const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
     Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
@@ -227,7 +230,7 @@ TEST(Processes, AreRunAndTold)
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
 }
 
-// A shell that waits for another one: both end, and nothing else.
+// A shell that waits for another one, and starts one more when that has ended: all end, and nothing else.
 TEST(Processes, EndWithTheirTreeFromBelow)
 {
     const unsigned long self = GetCurrentProcessId();
@@ -252,17 +255,26 @@ TEST(Processes, EndWithTheirTreeFromBelow)
         EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
         EXPECT_EQ(ProcessTerminateTree(self + beside, 1000), 87);
     }
-    char first = 0;
-    DWORD size = 0;
-    EXPECT_TRUE(ReadFile(said, &first, 1, &size, nullptr)) << "the inner shell greets";
+    const auto read = [said] {
+        char byte = 0;
+        DWORD size = 0;
+        EXPECT_TRUE(ReadFile(said, &byte, 1, &size, nullptr));
+        return size == 1 ? byte : '>';
+    };
+    while (read() != '>') { // the inner shell waits for a command
+    }
     std::vector<unsigned long> order;
     Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
         [&](auto original, HANDLE process, UINT code) {
             order.push_back(GetProcessId(process));
-            return original(process, code);
+            const BOOL ended = original(process, code);
+            if (order.size() == 1 && order[0] != started.dwProcessId)
+                read(); // the outer shell has started the next one
+            return ended;
         });
     EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
-    EXPECT_TRUE(order.size() > 1 && order.back() == started.dwProcessId) << "children first";
+    EXPECT_TRUE(order.size() == 3 && order[1] == started.dwProcessId)
+        << "children first, and what was started meanwhile: " << testing::PrintToString(order);
     EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
     for (const HANDLE handle :
          {started.hProcess, started.hThread, startup.hStdInput, output, said, startup.hStdOutput})

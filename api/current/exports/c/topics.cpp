@@ -81,25 +81,6 @@ private:
     void* m_context;
 };
 
-/// The receiver of a subscription, held by it, by its topic and by deliveries.
-template <class Role>
-struct OwnedReceiver final : SubscriberOwner
-{
-    OwnedReceiver(sysmaint_message_callback function, void* context) noexcept : receiver(function, context) {}
-
-    Receiver<Role> receiver;
-};
-
-/// The frame of a function that opens a topic: `open` returns its number.
-template <class Open>
-std::int32_t openTopic(const char* function, sysmaint_topic** topic, Open&& open) noexcept
-{
-    return status(function, [&] {
-        requireArguments(topic != nullptr);
-        *topic = topics().add(makeShared<OpenTopic>(messageTopics(), open));
-    });
-}
-
 /// The frame of an operation on a topic.
 template <class Operation>
 std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& operation) noexcept
@@ -114,21 +95,13 @@ std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& o
 cframes::Table<sysmaint_subscription, Subscription> subscriptions;
 
 template <class Role>
-void subscribe(const MessageTopic& topic, sysmaint_message_callback function, void* context,
+void subscribe(const OpenTopic& topic, sysmaint_message_callback function, void* context,
                sysmaint_subscription** subscription)
 {
-    SubscriberHold owner = makeOwner<OwnedReceiver<Role>>(function, context);
-    auto& receiver = static_cast<OwnedReceiver<Role>*>(owner.get())->receiver;
-    const auto made = makeShared<Subscription>(topic, std::move(owner));
-    // Filed first, so that nothing fails once it is subscribed.
-    sysmaint_subscription* const handle = subscriptions().add(made);
-    try {
-        made->begin<Role>(receiver);
-    } catch (...) {
-        subscriptions().removeIfOpen(handle);
-        throw;
-    }
-    *subscription = handle;
+    auto owner = std::make_shared<Receiver<Role>>(function, context);
+    auto& receiver = *owner;
+    *subscription = cframes::addAndBegin(subscriptions, makeShared<Subscription>(topic, std::move(owner)),
+                                         [&](Subscription& made) { made.begin<Role>(receiver); });
 }
 
 std::uint32_t valueOf(const std::uint32_t* value) noexcept
@@ -148,13 +121,15 @@ void send(MessageTopic& topic, const Type& message, const SharedPtr<MessageHolde
 
 std::int32_t sysmaint_topic_create(const wchar_t* name, sysmaint_topic** topic)
 {
-    return openTopic(__func__, topic,
-                     [&] { return createTopic(PLACE(kHeader, "sysmaint_topic_create", __LINE__), name); });
+    return cframes::openingStatus(__func__, topics, topic, messageTopics, [&] {
+        return createTopic(PLACE(kHeader, "sysmaint_topic_create", __LINE__), name);
+    });
 }
 
 std::int32_t sysmaint_topic_open(const wchar_t* name, sysmaint_topic** topic)
 {
-    return openTopic(__func__, topic, [&] { return messageTopics().lookup(name); });
+    return cframes::openingStatus(__func__, topics, topic, messageTopics,
+                                  [&] { return messageTopics().lookup(name); });
 }
 
 std::int32_t sysmaint_topic_name(sysmaint_topic* topic, const wchar_t** name)
@@ -175,11 +150,13 @@ std::int32_t sysmaint_topic_subscribe(sysmaint_topic* topic, std::uint32_t role,
                                       sysmaint_message_callback callback, void* context,
                                       sysmaint_subscription** subscription)
 {
-    return withOpen(__func__, topic, [&](MessageTopic& object) {
+    return status(__func__, [&] {
+        const auto opening = topics().get(topic);
+        cframes::requireRunning();
         requireArguments(role <= SYSMAINT_ROLE_FILTER && callback != nullptr && subscription != nullptr);
         const auto begin =
             role == SYSMAINT_ROLE_HANDLER ? &subscribe<IMessageHandler> : &subscribe<MessageFilter>;
-        begin(object, callback, context, subscription);
+        begin(*opening, callback, context, subscription);
     });
 }
 

@@ -6,7 +6,8 @@
 #include <string_view>
 #include <vector>
 
-/// Memory for callers, released by utilsFreeMemory: it comes from this library's own runtime heap.
+/// Memory for callers, released by utilsFreeMemory: it comes from this library's own runtime heap, by
+/// operator new, because the runtime's malloc has blocks for itself when memory has run out.
 namespace utilitymemory {
 struct Free
 {
@@ -17,7 +18,7 @@ using Owner = std::unique_ptr<void, Free>;
 /// Raises std::bad_alloc.
 [[nodiscard]] inline Owner allocate(std::size_t size)
 {
-    return Owner(::operator new(size)); // malloc would take from the reserve of exceptions
+    return Owner(::operator new(size));
 }
 
 /// Copies a text and two zeros: one ends a text, both end a list.
