@@ -5,7 +5,7 @@ set(headers ${CMAKE_INSTALL_INCLUDEDIR}/sysmaint)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/sysmaint)
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/sysmaint)
 
-install(TARGETS sysmaint EXPORT sysmaint INCLUDES DESTINATION ${headers} ${headers}/c)
+install(TARGETS sysmaint sysmaint_c EXPORT sysmaint INCLUDES DESTINATION ${headers} ${headers}/c)
 install(TARGETS sysmaint_host sysmaint_boot)
 install(CODE "set(SOURCE \"${PROJECT_SOURCE_DIR}/api/current\")\nset(DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${headers}\")")
 install(SCRIPT cmake/install_headers.cmake)

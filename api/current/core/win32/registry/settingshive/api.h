@@ -99,9 +99,9 @@ SYSMAINT_API long SettingsHiveSetNumber32(void* hive, const wchar_t* key, const 
                                           unsigned long number);
 /// REG_QWORD.
 SYSMAINT_API long SettingsHiveGetNumber64(void* hive, const wchar_t* key, const wchar_t* value,
-                                          unsigned long long* number);
+                                          uint64_t* number);
 SYSMAINT_API long SettingsHiveSetNumber64(void* hive, const wchar_t* key, const wchar_t* value,
-                                          unsigned long long number);
+                                          uint64_t number);
 /// REG_SZ; getting accepts REG_EXPAND_SZ too. The text ends at its first zero, if it has one.
 SYSMAINT_API long SettingsHiveGetText(void* hive, const wchar_t* key, const wchar_t* value, wchar_t** text);
 SYSMAINT_API long SettingsHiveSetText(void* hive, const wchar_t* key, const wchar_t* value,

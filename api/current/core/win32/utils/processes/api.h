@@ -14,7 +14,7 @@ SYSMAINT_API long ProcessGetPath(unsigned long id, wchar_t** path);
 SYSMAINT_API long ProcessGetCommandLine(unsigned long id, wchar_t** commandLine);
 
 /// @return 0, 87 (also no such process), 5, or the system's code
-SYSMAINT_API long ProcessGetStartTime(unsigned long id, unsigned long long* time);
+SYSMAINT_API long ProcessGetStartTime(unsigned long id, uint64_t* time);
 
 /// The process that started this one.
 ///
