@@ -20,15 +20,32 @@ public:
             entry = nullptr;
         s_live = 0;
         disarm();
-        replace(module, "HeapAlloc", &heapAlloc);
-        replace(module, "HeapReAlloc", &heapReAlloc);
+        // This program itself uses the system's functions, except for what frees.
+        replace(
+            module, "HeapAlloc", +[](HANDLE heap, DWORD flags, SIZE_T size) {
+                return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
+            });
+        replace(
+            module, "HeapReAlloc", +[](HANDLE heap, DWORD flags, void* old, SIZE_T size) {
+                return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
+            });
         replace(module, "malloc", &allocate);
-        replace(module, "calloc", &allocateZeroed);
-        replace(module, "realloc", &reallocate);
+        replace(
+            module, "calloc", +[](std::size_t count, std::size_t size) {
+                return taken(nullptr, [&] { return std::calloc(count, size); });
+            });
+        replace(
+            module, "realloc", +[](void* old, std::size_t size) {
+                return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
+            });
         const HMODULE own = GetModuleHandleW(nullptr);
         for (const HMODULE giver : {module, own}) {
-            replace(giver, "HeapFree", &heapFree);
-            replace(giver, "free", &release);
+            replace(
+                giver, "HeapFree", +[](HANDLE heap, DWORD flags, void* address) {
+                    return given(address), s_heapFree(heap, flags, address);
+                });
+            replace(
+                giver, "free", +[](void* address) { given(address), s_free(address); });
         }
         const ImportReplacement measured(own, "malloc", reinterpret_cast<void*>(&measure));
         for (int turn = 0; turn < 2; ++turn) // a thread's first exception allocates more than itself
@@ -106,15 +123,6 @@ private:
             }
     }
 
-    // Replacements of the system's functions. This program itself uses the system's.
-    static void* WINAPI heapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
-    {
-        return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
-    }
-    static void* WINAPI heapReAlloc(HANDLE heap, DWORD flags, void* old, SIZE_T size)
-    {
-        return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
-    }
     static void* allocate(std::size_t size)
     {
         const std::size_t thrown = size - s_exceptionHead;
@@ -122,24 +130,6 @@ private:
             thrown == sizeof(long) || thrown == sizeof(Exception) || thrown == sizeof(std::bad_alloc);
         return taken(
             nullptr, [&] { return std::malloc(size); }, !isException);
-    }
-    static void* allocateZeroed(std::size_t count, std::size_t size)
-    {
-        return taken(nullptr, [&] { return std::calloc(count, size); });
-    }
-    static void* reallocate(void* old, std::size_t size)
-    {
-        return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
-    }
-    static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
-    {
-        given(address);
-        return s_heapFree(heap, flags, address);
-    }
-    static void release(void* address)
-    {
-        given(address);
-        s_free(address);
     }
     static void* measure(std::size_t size)
     {

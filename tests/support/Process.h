@@ -7,6 +7,7 @@
 #include <winternl.h>
 
 #include "support/Heap.h"
+#include "support/Threads.h"
 
 /// The number of this process's open handles, as the system itself counts them: GetProcessHandleCount always
 /// returns 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
@@ -84,6 +85,12 @@ struct ProcessCounts
                << describe() << ", then " << counts.describe();
     }
 };
+
+/// The code of a call that returned no handle; 0 if it returned one.
+inline DWORD refusalOf(const void* handle)
+{
+    return handle == INVALID_HANDLE_VALUE || handle == nullptr ? GetLastError() : 0;
+}
 
 /// The path of a program or library that stands beside the tests.
 inline std::wstring besideTests(const wchar_t* name)

@@ -1,9 +1,7 @@
 #pragma once
 
 #include "core/win32/utils/scanengine/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Process.h"
-#include "support/Test.h"
 
 /// The validator that accepts everything.
 inline SharedPtr<IScanValidator> everything()
@@ -100,10 +98,10 @@ inline std::wstring scratchFolder(std::initializer_list<const wchar_t*> folders 
     static long count = 0;
     wchar_t temporary[MAX_PATH];
     GetTempPathW(MAX_PATH, temporary);
+    const std::wstring begin = temporary + (L"sysmaint-" + std::to_wstring(GetCurrentProcessId())) + L"-";
     std::wstring folder;
     do
-        folder = std::wstring(temporary) + L"sysmaint-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                 std::to_wstring(++count);
+        folder = begin + std::to_wstring(++count);
     while (!CreateDirectoryW(folder.c_str(), nullptr)); // process ids are reused
     for (const wchar_t* name : folders)
         CreateDirectoryW((folder + name).c_str(), nullptr);
@@ -114,6 +112,17 @@ inline std::wstring scratchFolder(std::initializer_list<const wchar_t*> folders 
 inline bool stands(const std::wstring& path)
 {
     return GetFileAttributesW((L"\\\\?\\" + path).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+using FilePtr = std::unique_ptr<IFile>;
+using DirectoryPtr = std::unique_ptr<IDirectory>;
+inline FilePtr fileAt(const std::wstring& path)
+{
+    return FilePtr(DllGetFile(path.c_str(), 0));
+}
+inline DirectoryPtr folderAt(const std::wstring& path)
+{
+    return DirectoryPtr(DllGetDirectory(path.c_str(), 0));
 }
 
 /// The item of a handle, which is closed.

@@ -100,6 +100,14 @@ public:
         variant.lVal = value;
         return variant;
     }
+    /// Of a text, or of none; it replaces the property's value.
+    static void setText(const wchar_t* name, const wchar_t* value)
+    {
+        VARIANT& variant = properties[name];
+        ::VariantClear(&variant);
+        variant.vt = VT_BSTR;
+        variant.bstrVal = ::SysAllocString(value);
+    }
 
 private:
     using Self = FakeObject;
