@@ -124,31 +124,19 @@ TEST(Paths, ProtectedAndValid)
     wchar_t volume[MAX_PATH] = L"";
     GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH);
     const std::wstring there = std::wstring(volume) + L"windows", other = there + L"2";
-    for (const wchar_t* path : {L"C:\\",
-                                L"Z:/",
-                                L"\\\\server\\share",
-                                L"C:\\Windows\\System32",
-                                L"\\\\?\\C:\\windows",
-                                L"C:\\Windows\\aux\\f",
-                                L"\\\\?\\C:\\windows\\nul",
-                                L"\\\\server\\c$\\windows\\prn \\x",
-                                L"C:\\users\\nul",
-                                L"C:\\users\\somebody",
-                                L"C:\\Program Files",
-                                L"C:\\users\\somebody\\AppData\\",
-                                L"C:\\users\\somebody\\appdata\\Roaming",
-                                L"C:\\Windows::$INDEX_ALLOCATION",
-                                L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody",
-                                L"C:\\Program Files. .",
-                                L"\\\\server\\c$\\Users",
-                                L"\\\\?\\UNC\\server\\ADMIN$\\system32",
-                                L"\\\\server\\c$. \\Users",
-                                L"Q:\\... ", // Win32 takes it for the root
-                                L"C:\\:$I30:$INDEX_ALLOCATION",
-                                L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x",
-                                there.c_str(),
-                                L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x", // mounted nowhere
-                                L"C:\\Program Files\\Common Files"})
+    for (const wchar_t* path :
+         {L"Z:/", L"C:\\Windows\\System32", L"\\\\?\\C:\\windows", L"C:\\Windows\\aux\\f",
+          L"\\\\?\\C:\\windows\\nul", L"\\\\server\\c$\\windows\\prn \\x", L"C:\\users\\nul",
+          L"C:\\users\\somebody", L"C:\\Program Files", L"C:\\users\\somebody\\AppData\\",
+          L"C:\\users\\somebody\\appdata\\Roaming", L"C:\\Program Files\\Common Files"})
+        EXPECT_EQ(isProtected(path), 1) << utf8(path);
+    // Roots and what may be one; the last is mounted nowhere.
+    for (const wchar_t* path :
+         {L"C:\\", L"\\\\server\\share", L"C:\\Windows::$INDEX_ALLOCATION",
+          L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody", L"C:\\Program Files. .", L"\\\\server\\c$\\Users",
+          L"\\\\?\\UNC\\server\\ADMIN$\\system32", L"\\\\server\\c$. \\Users", L"Q:\\... ",
+          L"C:\\:$I30:$INDEX_ALLOCATION", L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x", there.c_str(),
+          L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x"})
         EXPECT_EQ(isProtected(path), 1) << utf8(path);
     for (const wchar_t* path :
          {L"C:\\users\\somebody\\file", L"C:\\Program Files\\thing", L"C:\\windows2",
