@@ -38,14 +38,9 @@ protected:
         std::filesystem::remove(source);
         std::filesystem::remove(target);
     }
-    [[nodiscard]] long save() const
+    [[nodiscard]] unsigned long save() const
     {
-        try {
-            offline::saveCompact(source.c_str(), target.c_str());
-            return 0;
-        } catch (const long code) {
-            return code;
-        }
+        return codeOf([&] { offline::saveCompact(source.c_str(), target.c_str()); });
     }
 
     CountedImport<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
@@ -82,7 +77,7 @@ TEST_P(OfflineSave, LeavesNothingHalfDone)
     }
     EXPECT_EQ(save(), 0);
     const HiveBytes before = offline::readFile(target.c_str());
-    for (const auto& [size, code] : {std::pair{0U, 1009L}, {4095U, 1009L}, {8192U, 1015L}}) {
+    for (const auto& [size, code] : {std::pair{0U, 1009U}, {4095U, 1009U}, {8192U, 1015U}}) {
         HiveBytes cut = bloatedHive();
         cut.resize(size);
         offline::writeFile(source.c_str(), cut);

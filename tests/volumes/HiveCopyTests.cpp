@@ -1,7 +1,6 @@
 // Run by tests/volumes/hives, which creates the volume and compares the copies.
 
 #include "core/win32/registry/defragmenter/include/HiveCopy.h"
-#include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/Hives.h"
 
 /// Nobody can read the file itself: the test has it open exclusively.
@@ -27,12 +26,7 @@ TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
         ASSERT_TRUE(locked.isValid());
         EXPECT_EQ(CreateFileW(file.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr),
                   INVALID_HANDLE_VALUE);
-        unsigned long code = 0;
-        try {
-            HiveCopy(file.c_str(), (folder + L"\\copy." + name).c_str(), nullptr);
-        } catch (const Exception& raised) {
-            code = raised.getCode();
-        }
-        EXPECT_EQ(code, extents.empty() ? ERROR_HANDLE_EOF : ERROR_SUCCESS);
+        const auto copy = [&] { HiveCopy(file.c_str(), (folder + L"\\copy." + name).c_str(), nullptr); };
+        EXPECT_EQ(codeOf(copy), extents.empty() ? ERROR_HANDLE_EOF : ERROR_SUCCESS);
     }
 }
