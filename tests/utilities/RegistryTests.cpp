@@ -1,7 +1,3 @@
-#include "core/win32/utils/registry/api.h"
-
-#include "core/win32/utils/files/api.h"
-#include "core/win32/utils/security/api.h"
 #include "support/Utilities.h"
 
 namespace {

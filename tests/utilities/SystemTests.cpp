@@ -1,20 +1,14 @@
-#include "core/win32/utils/system/api.h"
-
-#include "core/win32/utils/files/api.h"
-#include "core/win32/utils/processes/api.h"
-#include "core/win32/utils/registry/api.h"
-#include "core/win32/utils/security/api.h"
-#include "core/win32/utils/services/api.h"
-#include "core/win32/utils/shell/api.h"
+#include "support/Child.h"
 #include "support/ImportReplacement.h"
-#include "support/Process.h"
-#include "support/Threads.h"
-#include "support/Utilities.h"
 
 namespace {
 constexpr unsigned long kOwn = 0xFFFFFFFF;
 constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
+using Starts =
+    Replaced<"CreateProcessW",
+             BOOL(WINAPI*)(LPCWSTR, LPWSTR, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD, void*,
+                           LPCWSTR, STARTUPINFOW*, PROCESS_INFORMATION*)>; // the DLL exports one of that name
 } // namespace
 
 TEST(Services, AreToldSetAndDeleted)
@@ -211,8 +205,7 @@ TEST(Processes, AreRunAndTold)
                   123);
     const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
-    Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
-        [&](auto original, auto... all) { return cancel.set(), original(all...); });
+    Starts starts([&](auto original, auto... all) { return cancel.set(), original(all...); });
     for (const long started : {1, 1}) { // the second time the cancel comes first
         EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel.get(), &exitCode),
                   1223);
@@ -227,46 +220,36 @@ TEST(Processes, AreRunAndTold)
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
 }
 
-// A shell that waits for another one: both end, and nothing else.
+// A process and its child: both end, and nothing else.
 TEST(Processes, EndWithTheirTreeFromBelow)
 {
     const unsigned long self = GetCurrentProcessId();
-    wchar_t command[] = L"C:\\windows\\system32\\cmd.exe /c \"cmd.exe /k & cmd.exe /k\"";
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    HANDLE output = nullptr, said = nullptr;
-    CreatePipe(&startup.hStdInput, &output, &inherited, 0);
-    CreatePipe(&said, &startup.hStdOutput, &inherited, 0);
-    PROCESS_INFORMATION started{};
-    ASSERT_TRUE(
-        CreateProcessW(nullptr, command, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started));
-    EXPECT_EQ(asNumber(ProcessGetParent)(started.dwProcessId), self);
+    EXPECT_EQ(CreateProcessManager(), 0);
+    const Child tree(L"tree 1 2");
+    Given<ProcessEntry> entries;
+    size_t count = 0;
+    ASSERT_TRUE(comesTrue(
+        [&] { return PMRefresh() == 0 && PMGetTree(tree.id, &entries, &count) == 0 && count == 2; }));
+    EXPECT_EQ(asNumber(ProcessGetParent)(tree.id), self);
     unsigned long long mine = 0, its = 0;
-    EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(started.dwProcessId, &its), 0);
+    EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(tree.id, &its), 0);
     EXPECT_LE(mine, its);
     for (const unsigned long refused : {0UL, 4UL, self})
         EXPECT_EQ(ProcessTerminateTree(refused, 1000), 50);
     for (const unsigned long beside : {1UL, 2UL, 3UL}) { // for the system an id of the same process
-        EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
+        EXPECT_EQ(ProcessTerminateTree(tree.id + beside, 1000), 87);
         EXPECT_EQ(ProcessTerminateTree(self + beside, 1000), 87);
     }
-    char first = 0;
-    DWORD size = 0;
-    EXPECT_TRUE(ReadFile(said, &first, 1, &size, nullptr)) << "the inner shell greets";
     std::vector<unsigned long> order;
     Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
         [&](auto original, HANDLE process, UINT code) {
             order.push_back(GetProcessId(process));
             return original(process, code);
         });
-    EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
-    EXPECT_TRUE(order.size() > 1 && order.back() == started.dwProcessId) << "children first";
-    EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
-    for (const HANDLE handle :
-         {started.hProcess, started.hThread, startup.hStdInput, output, said, startup.hStdOutput})
-        CloseHandle(handle);
+    EXPECT_EQ(ProcessTerminateTree(tree.id, 10000), 0);
+    EXPECT_EQ(order, (std::vector<unsigned long>{entries[1].id, tree.id})) << "children first";
+    EXPECT_FALSE(tree.isRunning());
+    EXPECT_NE(CloseProcessManager(), 0);
 }
 
 TEST(Shell, Shortcuts)
@@ -284,16 +267,15 @@ TEST(Shell, Shortcuts)
         return ShellCreateShortcut(where.c_str(), what.c_str(), with.c_str(), nullptr, 0);
     };
     EXPECT_EQ(made(link, target, most), 0);
-    Given<wchar_t> all, other, place;
-    EXPECT_EQ(ShellReadShortcut(link.c_str(), &other, &all, &place), 0);
-    EXPECT_EQ(all.get(), most);
+    EXPECT_EQ(ShellReadShortcut(link.c_str(), &to, &arguments, &folder), 0);
+    EXPECT_EQ(arguments.get(), most);
     EXPECT_EQ(made(link, target, most + L"a"), 206);
     EXPECT_EQ(made(link, L"C:\\" + std::wstring(257, L'x'), L""), 206);
     EXPECT_EQ(made(link, L"", L""), 87);
     EXPECT_EQ(made(target, target, L""), 80);
     EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
     EXPECT_EQ(made(L"C:\\users", target, L""), 336);
-    EXPECT_EQ(ShellReadShortcut(target.c_str(), &other, &all, &place), 13);
+    EXPECT_EQ(ShellReadShortcut(target.c_str(), &to, &arguments, &folder), 13);
     const auto broken = [&] { return asNumber(ShellShortcutIsBroken)(link.c_str()); };
     EXPECT_EQ(broken(), 0);
     DeleteFileW(target.c_str());
