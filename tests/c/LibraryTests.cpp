@@ -22,6 +22,10 @@ TEST(CLibrary, TellsItsVersionAndTheLastFailureOfEachThread)
         EXPECT_EQ(sysmaint_last_failure(&failure), 0);
         EXPECT_STREQ(failure.function, "sysmaint_validator_create");
         EXPECT_NE(std::wstring(failure.text).find(L"ScanValidator"), std::wstring::npos) << failure.text;
+        EXPECT_EQ(sysmaint_validator_create(L"*", nullptr, nullptr),
+                  ERROR_INVALID_PARAMETER); // the same code
+        EXPECT_EQ(sysmaint_last_failure(&failure), 0);
+        EXPECT_EQ(std::wstring(failure.text).find(L"ScanValidator"), std::wstring::npos) << failure.text;
         EXPECT_EQ(sysmaint_validator_close(nullptr), ERROR_INVALID_HANDLE);
         std::thread([] { EXPECT_EQ(sysmaint_validator_clear(nullptr), ERROR_INVALID_HANDLE); }).join();
         EXPECT_EQ(sysmaint_last_failure(&failure), 0);

@@ -16,7 +16,8 @@
 //   it ends with a zero. A handle of the system, an event say, is a void*, and so is a root key (HKEY).
 // - A status is 0 or a Win32 code, as int32_t. Every function that returns one may also return 8 (no
 //   memory), 6 (a handle that is null, was never given out or has been closed) and 87 (an argument that
-//   must not be null). It lists the others. A call that fails changes none of its outputs.
+//   must not be null). It lists the others. A call that fails changes none of its outputs. Of each kind of
+//   handle 16,777,215 can be open at a time; one more is 8.
 //   sysmaint_last_failure tells more.
 // - Handles are opaque. Each belongs to the caller until the close function of its type is called once.
 //   A closed handle is not used again, so a stale one gives 6. Closing a handle while a call uses it is

@@ -154,6 +154,7 @@ public:
     template <class... Arguments>
     bool callFromOutside(Arguments... arguments)
     {
+        const lastfailure::Aside aside;
         if (m_result == ERROR_SUCCESS)
             m_result = m_function(m_context, arguments...);
         return m_result == ERROR_SUCCESS;
@@ -243,7 +244,7 @@ public:
     }
 
 private:
-    static constexpr unsigned kSlotBits = 20;
+    static constexpr unsigned kSlotBits = 24;
     static constexpr std::size_t kNone = (std::size_t{1} << kSlotBits) - 1;
 
     struct Slot
@@ -290,14 +291,14 @@ template <class Pointer, int (*CloseFn)(void*)>
 class Opening
 {
 public:
-    /// Takes over what the table has returned. Raises the last error when that is the invalid handle, and 6
-    /// or 487 when somebody has closed it meanwhile.
-    template <class Table>
-    Opening(Table& table, void* handle) : m_handle(handle)
+    /// Takes over what `open` returns, which the table has opened. Raises the last error when that is the
+    /// invalid handle, and 6 or 487 when somebody has closed it meanwhile.
+    template <class Table, class Open>
+    Opening(Table& table, Open&& open) : m_handle(open()) // here, where nothing else can fail meanwhile
     {
-        if (handle == INVALID_HANDLE_VALUE)
+        if (m_handle == INVALID_HANDLE_VALUE)
             raiseLastError();
-        requireSuccess(table.get(handle, m_object));
+        requireSuccess(table.get(m_handle, m_object));
     }
     Opening(const Opening&) = delete;
     Opening& operator=(const Opening&) = delete;
@@ -321,6 +322,40 @@ private:
     std::atomic<void*> m_handle;
     Pointer m_object;
 };
+
+/// The frame of a function that opens such an object: `open` returns the number.
+template <class Handle, class Object, class Family, class Open>
+std::int32_t openingStatus(const char* function, Table<Handle, Object>& table, Handle** handle,
+                           Family& family, Open&& open) noexcept
+{
+    return status(function, [&] {
+        requireArguments(handle != nullptr);
+        *handle = table().add(makeShared<Object>(family(), open));
+    });
+}
+
+/// Files what is to begin, then begins it, so that nothing fails once it has begun. Returns its handle.
+template <class Handle, class Object, class Begin>
+[[nodiscard]] Handle* addAndBegin(Table<Handle, Object>& table, const SharedPtr<Object>& made, Begin&& begin)
+{
+    Handle* const handle = table().add(made);
+    try {
+        begin(*made);
+    } catch (...) {
+        table().removeIfOpen(handle);
+        throw;
+    }
+    return handle;
+}
+
+/// The object of a C++ handle. Raises 6 and 487.
+template <class Pointer, class Family>
+[[nodiscard]] Pointer objectOf(Family& family, void* handle)
+{
+    Pointer object;
+    requireSuccess(family.get(handle, object));
+    return object;
+}
 
 /// A handle that a callback gets for the time that it runs. The callback may close it itself.
 template <class Handle, class Object>

@@ -1,8 +1,8 @@
 #include "exports/c/LastFailure.h"
 
 #include <memory>
-#include <optional>
 #include <string>
+#include <utility>
 
 #include "c/sysmaint.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
@@ -11,12 +11,12 @@
 /// One thread's.
 struct lastfailure::Record
 {
-    unsigned depth = 0; // how many functions of the C interface the thread is in
-    std::optional<Exception> caught;
-    bool isCaughtNow = false; // since the innermost of them began
+    bool isInside = false;             // in a function of the C interface, and in no callback of it
+    std::unique_ptr<Exception> caught; // since that function began
     long code = ERROR_SUCCESS;
     const char* function = nullptr;
-    std::wstring text; // made when somebody asks
+    std::unique_ptr<Exception> failed; // what the code was made of; null: the code alone was raised
+    std::wstring text;                 // made when somebody asks
 };
 using lastfailure::Record;
 
@@ -68,16 +68,14 @@ void Slot::keep(const Exception& caught) noexcept
 {
     Record* const record = slot.find();
     // The first of several with one code knows best where it was.
-    if (record == nullptr || record->depth == 0 ||
-        (record->isCaughtNow && record->caught->getCode() == caught.getCode()))
+    if (record == nullptr || !record->isInside ||
+        (record->caught && record->caught->getCode() == caught.getCode()))
         return;
     const DWORD lastError = GetLastError();
     try {
-        record->caught.emplace(caught);
-        record->isCaughtNow = true;
+        record->caught = std::make_unique<Exception>(caught);
     } catch (...) {
         record->caught.reset();
-        record->isCaughtNow = false;
     }
     SetLastError(lastError);
 }
@@ -94,16 +92,17 @@ std::wstring systemText(long code)
 
 lastfailure::Scope::Scope() noexcept : m_record(slot.findOrMake())
 {
-    if (m_record == nullptr)
-        return;
-    ++m_record->depth;
-    m_record->isCaughtNow = false;
+    if (m_record != nullptr)
+        m_record->isInside = true;
 }
 
 lastfailure::Scope::~Scope()
 {
-    if (m_record != nullptr)
-        --m_record->depth;
+    if (m_record == nullptr)
+        return;
+    m_record->isInside = false;
+    if (m_record->caught)
+        m_record->caught.reset();
 }
 
 void lastfailure::Scope::fail(const char* function, long code) noexcept
@@ -113,8 +112,25 @@ void lastfailure::Scope::fail(const char* function, long code) noexcept
     m_record->function = function;
     m_record->code = code;
     m_record->text.clear();
-    if (m_record->caught && static_cast<long>(m_record->caught->getCode()) != code)
-        m_record->caught.reset(); // something else, which the function has dealt with
+    m_record->failed = std::move(m_record->caught);
+    if (m_record->failed && static_cast<long>(m_record->failed->getCode()) != code)
+        m_record->failed.reset(); // something else, which the function has dealt with
+}
+
+lastfailure::Aside::Aside() noexcept : m_record(slot.find())
+{
+    if (m_record == nullptr)
+        return;
+    m_wasInside = std::exchange(m_record->isInside, false);
+    m_caught = std::move(m_record->caught);
+}
+
+lastfailure::Aside::~Aside()
+{
+    if (m_record == nullptr)
+        return;
+    m_record->isInside = m_wasInside;
+    m_record->caught = std::move(m_caught);
 }
 
 void lastfailure::describe(sysmaint_failure& failure)
@@ -128,6 +144,6 @@ void lastfailure::describe(sysmaint_failure& failure)
     failure.function = record->function;
     failure.text = L"";
     if (record->text.empty())
-        record->text = record->caught ? record->caught->getText() : systemText(record->code);
+        record->text = record->failed ? record->failed->getText() : systemText(record->code);
     failure.text = record->text.c_str();
 }

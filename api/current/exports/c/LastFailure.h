@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "core/win32/utils/objectmanager/include/Exception.h"
 
 struct sysmaint_failure;
@@ -23,6 +25,22 @@ public:
 
 private:
     Record* m_record; // the thread's; null without memory
+};
+
+/// The scope of a callback: what the caller's code does meanwhile is no failure of the function that calls
+/// it.
+class Aside
+{
+public:
+    Aside() noexcept;
+    Aside(const Aside&) = delete;
+    Aside& operator=(const Aside&) = delete;
+    ~Aside();
+
+private:
+    Record* m_record; // the thread's; null: it has none
+    bool m_wasInside = false;
+    std::unique_ptr<Exception> m_caught;
 };
 
 /// Fills the caller's struct, apart from its size. Raises std::bad_alloc when there is no memory for the

@@ -15,7 +15,12 @@ class OwnOpening : public OpenTopic
 public:
     /// Raises 6 when the topic is closed meanwhile.
     explicit OwnOpening(const MessageTopic& topic)
-        : OpenTopic(messageTopics(), messageTopics().lookup(topic.getName()))
+        : OpenTopic(messageTopics(), [&] {
+              void* const handle = messageTopics().lookup(topic.getName());
+              if (handle == INVALID_HANDLE_VALUE && lastError() == ERROR_NOT_FOUND)
+                  raiseCode(ERROR_INVALID_HANDLE);
+              return handle;
+          })
     {
         if (&**this != &topic) // its name belongs to another by now
             raiseCode(ERROR_INVALID_HANDLE);

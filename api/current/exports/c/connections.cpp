@@ -21,14 +21,6 @@ ConnectionRole roleOf(std::uint32_t role)
     requireArguments(role == SYSMAINT_CONNECTION_CLIENT || role == SYSMAINT_CONNECTION_SERVER);
     return static_cast<ConnectionRole>(role);
 }
-
-/// Raises 6 and 487.
-ConnectionPtr connectionOf(void* handle)
-{
-    ConnectionPtr object;
-    requireSuccess(connections().get(handle, object));
-    return object;
-}
 } // namespace
 
 std::int32_t sysmaint_connection_pipe(const wchar_t* name, std::uint32_t role, void** connection)
@@ -54,7 +46,7 @@ std::int32_t sysmaint_connection_send(void* connection, std::uint32_t kind, cons
                                       std::uint64_t size, std::uint32_t timeout, void* cancel_event)
 {
     return status(__func__, [&] {
-        const ConnectionPtr object = connectionOf(connection);
+        const auto object = cframes::objectOf<ConnectionPtr>(connections(), connection);
         requireArguments(bytes != nullptr);
         const AnyMessage message = messageframe::loadMessage(kind, {bytes, size}, nullptr);
         const WaitLimits limits(timeout, cancel_event);
@@ -70,7 +62,7 @@ std::int32_t sysmaint_connection_receive(void* connection, std::uint32_t timeout
                                          std::uint32_t* kind, void** bytes, std::uint64_t* size)
 {
     return status(__func__, [&] {
-        const ConnectionPtr object = connectionOf(connection);
+        const auto object = cframes::objectOf<ConnectionPtr>(connections(), connection);
         requireArguments(kind != nullptr && bytes != nullptr && size != nullptr);
         const AnyMessage message = messageframe::receiveFrame(*object->getWire(), object->getFrameLimit(),
                                                               nullptr, WaitLimits(timeout, cancel_event));

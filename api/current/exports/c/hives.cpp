@@ -62,9 +62,7 @@ private:
 /// Raises 6 and 487.
 DefragmenterPtr defragmenterOf(void* handle)
 {
-    DefragmenterPtr object;
-    requireSuccess(registryDefragmenters().get(handle, object));
-    return object;
+    return cframes::objectOf<DefragmenterPtr>(registryDefragmenters(), handle);
 }
 
 RDAnalyzerResults resultsOf(RegistryDefragmenter& defragmenter)

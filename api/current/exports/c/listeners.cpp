@@ -90,8 +90,7 @@ std::int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sys
 std::int32_t sysmaint_listener_get_state(void* listener, sysmaint_listener_state* state)
 {
     return status(__func__, [&] {
-        MessageListenerPtr object;
-        requireSuccess(messageListeners().get(listener, object));
+        const auto object = cframes::objectOf<MessageListenerPtr>(messageListeners(), listener);
         static_cast<void>(cframes::given(state));
         const ListenerState now = object->getState();
         cframes::store(state, sysmaint_listener_state{0, now.code, now.clients, 0, now.posted, now.sent,
@@ -106,17 +105,10 @@ std::int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
         const auto opening = topics().get(topic);
         requireArguments(reporter != nullptr);
         cframes::requireRunning();
-        const auto made =
-            makeShared<Reporting>(**opening, makeOwner<OwnedReporter>(connection, optionsOf(options)));
-        // Filed first, so that nothing fails once it is subscribed.
-        sysmaint_reporter* const handle = reporters().add(made);
-        try {
-            made->begin();
-        } catch (...) {
-            reporters().removeIfOpen(handle);
-            throw;
-        }
-        *reporter = handle;
+        *reporter = cframes::addAndBegin(
+            reporters,
+            makeShared<Reporting>(**opening, makeOwner<OwnedReporter>(connection, optionsOf(options))),
+            [](Reporting& made) { made.begin(); });
     });
 }
 

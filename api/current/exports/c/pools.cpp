@@ -51,16 +51,6 @@ std::int32_t withKey(const char* function, sysmaint_pool* pool, const sysmaint_w
     });
 }
 
-/// The frame of a function that opens a pool: `open` returns its number.
-template <class Open>
-std::int32_t openPool(const char* function, sysmaint_pool** pool, Open&& open) noexcept
-{
-    return status(function, [&] {
-        requireArguments(pool != nullptr);
-        *pool = pools().add(makeShared<OpenPool>(threadPools(), open()));
-    });
-}
-
 /// What the pool runs: calls the caller's function.
 long runWork(IThreadContext& context, void* cancelEvent)
 {
@@ -69,11 +59,11 @@ long runWork(IThreadContext& context, void* cancelEvent)
     requireSuccess(all.getParameter(kCallParameter, parameter));
     WorkCall call{};
     std::memcpy(&call, parameter->getData(), sizeof call);
-    HashMessageW own(all.getTopicName(), all.getId());
+    const auto own = MessageHolder::copyOf(HashMessageW(all.getTopicName(), all.getId()));
     for (const auto& [name, value] : all.getParameters())
         if (std::wcscmp(name.c_str(), kCallParameter) != 0)
-            requireSuccess(own.setParameter(name.c_str(), value));
-    const cframes::Lent arguments(messages(), MessageHolder::copyOf(own));
+            requireSuccess(own->as<HashMessageW>().setParameter(name.c_str(), value));
+    const cframes::Lent arguments(messages(), own);
     const sysmaint_work work{sizeof work, context.getID(), context.getName(), cancelEvent, arguments.get()};
     const OutsideLibrary outside;
     return call.function(call.context, &work);
@@ -91,13 +81,15 @@ HashMessageW argumentsOf(sysmaint_message* message, const WorkCall& call)
 
 std::int32_t sysmaint_pool_create(const wchar_t* name, sysmaint_pool** pool)
 {
-    return openPool(__func__, pool,
-                    [&] { return createPool(PLACE(kHeader, "sysmaint_pool_create", __LINE__), name); });
+    return cframes::openingStatus(__func__, pools, pool, threadPools, [&] {
+        return createPool(PLACE(kHeader, "sysmaint_pool_create", __LINE__), name);
+    });
 }
 
 std::int32_t sysmaint_pool_open(const wchar_t* name, sysmaint_pool** pool)
 {
-    return openPool(__func__, pool, [&] { return threadPools().lookup(name); });
+    return cframes::openingStatus(__func__, pools, pool, threadPools,
+                                  [&] { return threadPools().lookup(name); });
 }
 
 std::int32_t sysmaint_pool_close(sysmaint_pool* pool)

@@ -25,8 +25,7 @@ long codeOf(long ntStatus) noexcept
 std::int32_t sysmaint_restore_point_number(void* manager, std::int64_t* number)
 {
     return status(__func__, [&] {
-        SharedPtr<RestoreManager> object;
-        requireSuccess(restoreManagers().get(manager, object));
+        const auto object = cframes::objectOf<SharedPtr<RestoreManager>>(restoreManagers(), manager);
         requireArguments(number != nullptr);
         *number = object->getRestorePointId();
     });

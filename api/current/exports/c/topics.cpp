@@ -90,16 +90,6 @@ struct OwnedReceiver final : SubscriberOwner
     Receiver<Role> receiver;
 };
 
-/// The frame of a function that opens a topic: `open` returns its number.
-template <class Open>
-std::int32_t openTopic(const char* function, sysmaint_topic** topic, Open&& open) noexcept
-{
-    return status(function, [&] {
-        requireArguments(topic != nullptr);
-        *topic = topics().add(makeShared<OpenTopic>(messageTopics(), open()));
-    });
-}
-
 /// The frame of an operation on a topic.
 template <class Operation>
 std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& operation) noexcept
@@ -119,16 +109,8 @@ void subscribe(const MessageTopic& topic, sysmaint_message_callback function, vo
 {
     SubscriberHold owner = makeOwner<OwnedReceiver<Role>>(function, context);
     auto& receiver = static_cast<OwnedReceiver<Role>*>(owner.get())->receiver;
-    const auto made = makeShared<Subscription>(topic, std::move(owner));
-    // Filed first, so that nothing fails once it is subscribed.
-    sysmaint_subscription* const handle = subscriptions().add(made);
-    try {
-        made->begin<Role>(receiver);
-    } catch (...) {
-        subscriptions().removeIfOpen(handle);
-        throw;
-    }
-    *subscription = handle;
+    *subscription = cframes::addAndBegin(subscriptions, makeShared<Subscription>(topic, std::move(owner)),
+                                         [&](Subscription& made) { made.begin<Role>(receiver); });
 }
 
 std::uint32_t valueOf(const std::uint32_t* value) noexcept
@@ -148,13 +130,15 @@ void send(MessageTopic& topic, const Type& message, const SharedPtr<MessageHolde
 
 std::int32_t sysmaint_topic_create(const wchar_t* name, sysmaint_topic** topic)
 {
-    return openTopic(__func__, topic,
-                     [&] { return createTopic(PLACE(kHeader, "sysmaint_topic_create", __LINE__), name); });
+    return cframes::openingStatus(__func__, topics, topic, messageTopics, [&] {
+        return createTopic(PLACE(kHeader, "sysmaint_topic_create", __LINE__), name);
+    });
 }
 
 std::int32_t sysmaint_topic_open(const wchar_t* name, sysmaint_topic** topic)
 {
-    return openTopic(__func__, topic, [&] { return messageTopics().lookup(name); });
+    return cframes::openingStatus(__func__, topics, topic, messageTopics,
+                                  [&] { return messageTopics().lookup(name); });
 }
 
 std::int32_t sysmaint_topic_close(sysmaint_topic* topic)
