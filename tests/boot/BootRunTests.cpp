@@ -2,8 +2,6 @@
 
 #include <process.h>
 
-#include "support/Test.h"
-
 #include "support/Passes.h"
 
 namespace {

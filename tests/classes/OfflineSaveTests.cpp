@@ -21,15 +21,8 @@ HiveBytes bloatedHive()
 class OfflineSave : public testing::TestWithParam<bool>
 {
 protected:
-    OfflineSave() : loads(GetModuleHandleW(nullptr))
+    OfflineSave()
     {
-        loads.setHook([](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
-            if (std::wstring_view(name) != L"offreg.dll")
-                return original(name, file, flags);
-            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return GetParam() ? LoadLibraryW(L"offline_registry.dll") : nullptr;
-        });
         offline::writeFile(source.c_str(), bloatedHive());
         std::filesystem::remove(target);
     }
@@ -43,7 +36,14 @@ protected:
         return codeOf([&] { offline::saveCompact(source.c_str(), target.c_str()); });
     }
 
-    CountedImport<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
+    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads{
+        [](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            if (std::wstring_view(name) != L"offreg.dll")
+                return original(name, file, flags);
+            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return GetParam() ? LoadLibraryW(L"offline_registry.dll") : nullptr;
+        }};
     const std::wstring source = (std::filesystem::temp_directory_path() / L"offline \u65E5.hive").wstring();
     const std::wstring target = (std::filesystem::temp_directory_path() / L"offline new.hive").wstring();
 };
@@ -62,16 +62,13 @@ TEST_P(OfflineSave, WritesTheHiveCompactlyAndLeavesTheSource)
 
 TEST_P(OfflineSave, LeavesNothingHalfDone)
 {
-    const HMODULE self = GetModuleHandleW(nullptr);
     {
-        CountedImport<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes(self);
-        flushes.failCall(1, FALSE, ERROR_IO_DEVICE);
+        const Flushes flushes(1, FALSE, ERROR_IO_DEVICE);
         EXPECT_EQ(save(), ERROR_IO_DEVICE);
         EXPECT_FALSE(isThere(target));
     }
     if (!GetParam()) {
-        CountedImport<"WriteFile", decltype(&WriteFile)> writes(self);
-        writes.failCall(1, FALSE, ERROR_DISK_FULL);
+        const Writes writes(1, FALSE, ERROR_DISK_FULL);
         EXPECT_EQ(save(), ERROR_DISK_FULL);
         EXPECT_FALSE(isThere(target));
     }

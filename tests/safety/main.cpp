@@ -22,10 +22,9 @@ unsigned long wipe(Round& round, std::uint32_t kind, const wchar_t* path, Direct
 }
 
 /// Whether the rules that rounds use, "report*" for the names of leaves, are about the thing.
-bool isReport(const std::string& path)
-{
+const auto isReport = [](const std::string& path) {
     return path.compare(path.find_last_of("/:") + 1, 6, "report") == 0;
-}
+};
 
 /// Deletes what a scan has found, or some of it, at once or at the end.
 struct Deleter : INotifyHandler

@@ -35,10 +35,7 @@ DWORD guarded(Body&& body)
     }
 }
 
-Key& keyOf(void* handle)
-{
-    return *static_cast<Key*>(handle);
-}
+const auto keyOf = [](void* handle) -> Key& { return *static_cast<Key*>(handle); };
 HiveTime now()
 {
     FILETIME time;

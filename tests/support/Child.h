@@ -2,7 +2,6 @@
 
 #include "core/win32/utils/processmanager/api.h"
 #include "support/Process.h"
-#include "support/Test.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
 

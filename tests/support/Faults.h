@@ -1,7 +1,6 @@
 #pragma once
 
 #include "support/Process.h"
-#include "support/Test.h"
 
 inline constexpr DWORD kFailure = ERROR_IO_DEVICE;
 

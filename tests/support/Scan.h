@@ -1,7 +1,6 @@
 #pragma once
 
 #include "core/win32/utils/scanengine/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Process.h"
 #include "support/Raised.h"
 

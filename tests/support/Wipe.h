@@ -1,9 +1,7 @@
 #pragma once
 
 #include "core/win32/utils/wiper/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Scan.h"
-#include "support/Test.h"
 
 using Bytes = std::vector<unsigned char>;
 

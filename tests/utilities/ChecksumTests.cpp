@@ -5,10 +5,7 @@
 #include "support/Utilities.h"
 
 namespace {
-std::string hex(const void* bytes, size_t size)
-{
-    return asText(StringFormatHexA)(bytes, size);
-}
+const auto hex = asText(StringFormatHexA);
 
 struct Progress
 {

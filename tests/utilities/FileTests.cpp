@@ -53,10 +53,7 @@ long long sizes(const std::wstring& tree, HANDLE cancel = nullptr)
     const long code = FolderGetSize(tree.c_str(), cancel, &bytes, &files, &folders);
     return code != 0 ? -code : static_cast<long long>(bytes * 10000 + files * 100 + folders);
 }
-DWORD attributes(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str());
-}
+const auto attributes = [](const std::wstring& path) { return GetFileAttributesW(path.c_str()); };
 } // namespace
 
 TEST(Files, ReadAndWrite)

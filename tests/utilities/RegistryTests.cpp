@@ -10,10 +10,7 @@ struct Scratch
     ~Scratch() { RegistryDeleteTree(kUser, kTop, 0); }
 };
 
-std::wstring key(const wchar_t* name)
-{
-    return std::wstring(kTop) + L"\\" + name;
-}
+const auto key = [](const wchar_t* name) { return std::wstring(kTop) + L"\\" + name; };
 /// Writes raw data, without adding a terminator.
 void put(const wchar_t* sub, const wchar_t* name, DWORD type, const std::wstring& data, size_t odd = 0)
 {
@@ -24,10 +21,9 @@ std::wstring read(const wchar_t* name, int expand = 0)
 {
     return asText(RegistryReadString)(kUser, key(L"a").c_str(), name, 0, expand);
 }
-long long exists(const wchar_t* sub)
-{
+const auto exists = [](const wchar_t* sub) {
     return asNumber(RegistryKeyExists)(kUser, key(sub).c_str(), 0);
-}
+};
 const std::wstring kIn = testPath(L"in.reg");
 long import(const std::wstring& text)
 {

@@ -1,5 +1,4 @@
 #include "support/Child.h"
-#include "support/ImportReplacement.h"
 
 namespace {
 constexpr unsigned long kOwn = 0xFFFFFFFF;

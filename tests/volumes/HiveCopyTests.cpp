@@ -8,8 +8,7 @@ TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
 {
     const std::wstring folder = _wgetenv(L"SYSMAINT_VOLUME_FOLDER");
     Extents extents;
-    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> controls(GetModuleHandleW(nullptr));
-    controls.setHook(
+    const Controls controls(
         [&](auto, HANDLE, DWORD code, LPVOID, DWORD, LPVOID answer, DWORD size, LPDWORD returned, auto) {
             EXPECT_EQ(code, static_cast<DWORD>(FSCTL_GET_RETRIEVAL_POINTERS));
             return tellExtents(extents, answer, size, returned);
