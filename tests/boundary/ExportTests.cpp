@@ -8,6 +8,7 @@
 #include "core/win32/utils/strings/api.h"
 #include "support/Pools.h"
 #include "support/RestoreClient.h"
+#include "support/Threads.h"
 #include "support/Wipe.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/paths/include/CachedPath.h"
@@ -561,11 +562,41 @@ TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
     }
 }
 
-// Neither does an exception find memory then.
-TEST_F(Exports, SayThatThereIsNoMemoryWhenNoneIsLeftAtAll)
+/// On a thread that has not raised before, where that needs no memory.
+template <class Work>
+void onFreshThread(Work&& work)
 {
-    for (const Row& row : kRows) {
-        const long code = run(row, -1);
-        EXPECT_TRUE(code == row.code || code == ERROR_NOT_ENOUGH_MEMORY) << row.name << ": " << code;
-    }
+#ifdef __clang__ // only the library built with GCC has some for what the runtime keeps for a thread
+    work(0);
+#else
+    onThreadsAtOnce(1, work);
+#endif
+}
+
+// Neither does an exception find memory then, nor what the runtime keeps for a thread, and no result takes
+// that.
+TEST_F(Exports, SayThatThereIsNoMemoryInAThreadThatNeverHadAny)
+{
+    constexpr std::size_t kMost = 64; // blocks that the library keeps for the runtime
+    std::vector<std::unique_ptr<wchar_t, decltype(&utilsFreeMemory)>> texts;
+    for (std::size_t i = 0; i < kMost; ++i)
+        texts.emplace_back(nullptr, &utilsFreeMemory);
+    const auto duplicate = [](wchar_t** text) {
+        HeapWatch::armAll();
+        const long code = StringDuplicateW(L"short", text); // which takes no memory but the result's
+        HeapWatch::disarm();
+        return code;
+    };
+    for (auto& kept : texts)
+        onFreshThread([&](int) {
+            wchar_t* text = nullptr;
+            EXPECT_EQ(duplicate(&text), ERROR_NOT_ENOUGH_MEMORY);
+            EXPECT_EQ(text, nullptr);
+            kept.reset(text);
+        });
+    for (const Row& row : kRows)
+        onFreshThread([&](int) {
+            const long code = run(row, -1);
+            EXPECT_TRUE(code == row.code || code == ERROR_NOT_ENOUGH_MEMORY) << row.name << ": " << code;
+        });
 }

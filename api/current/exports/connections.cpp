@@ -75,14 +75,15 @@ long ConnectionGetNameByHandle(void* connection, const wchar_t** name)
 
 long ConnectionConnect(void* connection, unsigned long timeout, void* cancelEvent)
 {
-    return statusFrame(PLACE(kConnectionsApi, "ConnectionConnect", __LINE__), connections(), connection,
-                       [&](Connection& object) { object.connect(WaitLimits(timeout, cancelEvent)); });
+    return statusFrame(
+        PLACE(kConnectionsApi, "ConnectionConnect", __LINE__), connections(), connection,
+        [&](Connection& object) { object.connect(WaitLimits::ofEvent(timeout, cancelEvent)); });
 }
 
 long ConnectionListen(void* connection, unsigned long timeout, void* cancelEvent)
 {
     return statusFrame(PLACE(kConnectionsApi, "ConnectionListen", __LINE__), connections(), connection,
-                       [&](Connection& object) { object.listen(WaitLimits(timeout, cancelEvent)); });
+                       [&](Connection& object) { object.listen(WaitLimits::ofEvent(timeout, cancelEvent)); });
 }
 
 long ConnectionGetPort(void* connection, unsigned short* port)
@@ -101,7 +102,8 @@ long ConnectionAccept(void* connection, unsigned long timeout, void* cancelEvent
         PLACE(kConnectionsApi, "ConnectionAccept", __LINE__), connections(), connection,
         [&](Connection& object) {
             requireArguments(PLACE(kConnectionsApi, "ConnectionAccept", __LINE__), client != nullptr);
-            const auto accepted = makeShared<Connection>(object.accept(WaitLimits(timeout, cancelEvent)));
+            const auto accepted =
+                makeShared<Connection>(object.accept(WaitLimits::ofEvent(timeout, cancelEvent)));
             accepted->setFrameLimit(object.getFrameLimit());
             *client = addConnection(object.getName().c_str(), accepted);
         });

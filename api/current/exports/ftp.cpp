@@ -41,7 +41,10 @@ long FtpConnectionSetTimeout(void* connection, unsigned long timeout)
 long FtpConnectionConnect(void* connection, void* cancelEvent)
 {
     return statusFrame(PLACE(kFtpApi, "FtpConnectionConnect", __LINE__), ftpConnections(), connection,
-                       [&](FtpConnection& object) { object.connect(cancelEvent); });
+                       [&](FtpConnection& object) {
+                           requireEvent(cancelEvent);
+                           object.connect(cancelEvent);
+                       });
 }
 
 IFtpFile* DllGetFtpFile(void* connection, const wchar_t* path)

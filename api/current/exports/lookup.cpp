@@ -58,8 +58,9 @@ long HVKCancel(void* hvk)
 
 long HVKWait(void* hvk, unsigned long timeout, void* cancelEvent)
 {
-    return statusFrame(PLACE(kLookupApi, "HVKWait", __LINE__), hvkQueues(), hvk,
-                       [&](HVKQueue& queue) { return queue.wait(WaitLimits(timeout, cancelEvent)); });
+    return statusFrame(PLACE(kLookupApi, "HVKWait", __LINE__), hvkQueues(), hvk, [&](HVKQueue& queue) {
+        return queue.wait(WaitLimits::ofEvent(timeout, cancelEvent));
+    });
 }
 
 long HVKTakeUnanswered(void* hvk, HVKUnanswered visit, void* context)

@@ -43,21 +43,12 @@ ReporterOptions optionsOf(const sysmaint_reporter_options* given)
     return options;
 }
 
-/// A reporter, held by its handle, by its topic and by deliveries.
-struct OwnedReporter final : SubscriberOwner
-{
-    OwnedReporter(void* connection, const ReporterOptions& options) : reporter(connection, options) {}
-
-    MessageReporter reporter;
-};
-
-/// A reporter in its topic.
+/// A reporter in its topic, held by its handle, by the topic and by deliveries.
 class Reporting
 {
 public:
-    Reporting(const MessageTopic& topic, SubscriberHold owner)
-        : m_reporter(static_cast<OwnedReporter*>(owner.get())->reporter),
-          m_subscription(topic, std::move(owner))
+    Reporting(const OpenTopic& topic, const std::shared_ptr<MessageReporter>& reporter)
+        : m_reporter(*reporter), m_subscription(topic, reporter)
     {
     }
 
@@ -79,7 +70,7 @@ std::int32_t sysmaint_listener_create(const wchar_t* name, void* connection, sys
         const auto opening = topics().get(topic);
         requireArguments(listener != nullptr);
         const ListenerOptions how = optionsOf(options);
-        const OwnOpening own(**opening); // whose number stays what it is
+        const OwnOpening own(*opening); // whose number stays what it is
         cframes::opened(
             listener,
             boundary::createFrame(PLACE(kHeader, "sysmaint_listener_create", __LINE__), messageListeners(),
@@ -105,10 +96,10 @@ std::int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
         const auto opening = topics().get(topic);
         requireArguments(reporter != nullptr);
         cframes::requireRunning();
-        *reporter = cframes::addAndBegin(
-            reporters,
-            makeShared<Reporting>(**opening, makeOwner<OwnedReporter>(connection, optionsOf(options))),
-            [](Reporting& made) { made.begin(); });
+        *reporter = cframes::addAndBegin(reporters,
+                                         makeShared<Reporting>(*opening, std::make_shared<MessageReporter>(
+                                                                             connection, optionsOf(options))),
+                                         [](Reporting& made) { made.begin(); });
     });
 }
 

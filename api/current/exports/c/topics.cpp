@@ -81,15 +81,6 @@ private:
     void* m_context;
 };
 
-/// The receiver of a subscription, held by it, by its topic and by deliveries.
-template <class Role>
-struct OwnedReceiver final : SubscriberOwner
-{
-    OwnedReceiver(sysmaint_message_callback function, void* context) noexcept : receiver(function, context) {}
-
-    Receiver<Role> receiver;
-};
-
 /// The frame of an operation on a topic.
 template <class Operation>
 std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& operation) noexcept
@@ -104,11 +95,11 @@ std::int32_t withOpen(const char* function, sysmaint_topic* topic, Operation&& o
 cframes::Table<sysmaint_subscription, Subscription> subscriptions;
 
 template <class Role>
-void subscribe(const MessageTopic& topic, sysmaint_message_callback function, void* context,
+void subscribe(const OpenTopic& topic, sysmaint_message_callback function, void* context,
                sysmaint_subscription** subscription)
 {
-    SubscriberHold owner = makeOwner<OwnedReceiver<Role>>(function, context);
-    auto& receiver = static_cast<OwnedReceiver<Role>*>(owner.get())->receiver;
+    auto owner = std::make_shared<Receiver<Role>>(function, context);
+    auto& receiver = *owner;
     *subscription = cframes::addAndBegin(subscriptions, makeShared<Subscription>(topic, std::move(owner)),
                                          [&](Subscription& made) { made.begin<Role>(receiver); });
 }
@@ -150,11 +141,13 @@ std::int32_t sysmaint_topic_subscribe(sysmaint_topic* topic, std::uint32_t role,
                                       sysmaint_message_callback callback, void* context,
                                       sysmaint_subscription** subscription)
 {
-    return withOpen(__func__, topic, [&](MessageTopic& object) {
+    return status(__func__, [&] {
+        const auto opening = topics().get(topic);
+        cframes::requireRunning();
         requireArguments(role <= SYSMAINT_ROLE_FILTER && callback != nullptr && subscription != nullptr);
         const auto begin =
             role == SYSMAINT_ROLE_HANDLER ? &subscribe<IMessageHandler> : &subscribe<MessageFilter>;
-        begin(object, callback, context, subscription);
+        begin(*opening, callback, context, subscription);
     });
 }
 

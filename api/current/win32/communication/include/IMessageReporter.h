@@ -50,8 +50,9 @@ struct ReporterState
 /// codes; what the peer's handlers raised.
 struct IMessageReporter : IMessageHandler
 {
-    /// Waits until nothing is queued. Codes: 0; 258 the time is over; 1223 the cancel event was signalled, or
-    /// the reporter was stopped and messages are left; 8.
+    /// Waits until nothing is queued. Codes: 0; 258 the time is over; 1223 the cancel event, which may be
+    /// null, was signalled, or the reporter was stopped and messages are left; 6 the handle is not an
+    /// event's; 8; the system's code for an event that was refused.
     [[nodiscard]] virtual long flush(unsigned long timeout, void* cancelEvent) noexcept = 0;
     [[nodiscard]] virtual ReporterState getState() noexcept = 0;
     /// Ends forwarding at once, for good. Queued messages are not forwarded any more and stay counted (the

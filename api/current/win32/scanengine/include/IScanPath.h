@@ -30,11 +30,11 @@ struct IScanPath
     /// the notification's value; without a handler there, nothing happens. The root is passed this way only
     /// by an engine's scan: the caller of this function knows the root.
     ///
-    /// Returns 0, or 1223 when `cancelEvent` (may be null) ended it; it is polled before each container, each
-    /// entry and each handler call. Raises an Exception: 487 for an empty `validator`; 1168 when no handler
-    /// is registered for an item's key; the system's code at once when the root cannot be opened; after
-    /// everything else was walked, the first code of a container further down that could not be opened or
-    /// whose listing broke off; anything a handler raises.
+    /// Returns 0, or 1223 when `cancelEvent` (an event's handle, or null) ended it; it is polled before each
+    /// container, each entry and each handler call. Raises an Exception: 487 for an empty `validator`; 1168
+    /// when no handler is registered for an item's key; the system's code at once when the root cannot be
+    /// opened; after everything else was walked, the first code of a container further down that could not be
+    /// opened or whose listing broke off; anything a handler raises.
     virtual long scan(HANDLE cancelEvent, const SharedPtr<IScanValidator>& validator,
                       const ScanOptions& options) = 0;
     /// The handlers of this path. Owned by the path.

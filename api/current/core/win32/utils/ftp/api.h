@@ -24,7 +24,8 @@
 //   109, 1236  the server has ended the connection; 1225, 1117, 112, 123, 170  its replies 425; 451; 452 and
 //          552; 501 and 553; 450
 //   258    the server has not answered in time
-//   1223   the cancel event was signalled; a null event never cancels
+//   1223   the cancel event was signalled; a null event never cancels. It must be an event: a mutex would be
+//          taken. FtpConnectionConnect refuses anything else with 6; the others do not ask.
 //   1326   the server does not accept the user or the password
 //   2250   the connection was closed, or the item belongs to none
 //   4336   a reply or a listing without end

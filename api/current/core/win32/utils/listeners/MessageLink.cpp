@@ -57,8 +57,8 @@ long MessageLink::exchange(const std::vector<unsigned char>& request, const Wait
 
 void MessageLink::end() noexcept
 {
-    disconnect();
-    m_connection.release();
+    m_wire.reset();
+    m_connection.end();
 }
 
 void MessageLink::disconnect() noexcept

@@ -1,7 +1,5 @@
 #include "core/win32/utils/listeners/include/MessageListener.h"
 
-#include <algorithm>
-
 using linkprotocol::Answer;
 using linkprotocol::Arrived;
 using linkprotocol::Greeting;
@@ -12,7 +10,6 @@ constexpr char kMessageListenerHeader[] = "core\\win32\\utils\\listeners\\includ
 
 namespace {
 constexpr DWORD kRetryInterval = 1000;    // milliseconds until a client is accepted again after a failure
-constexpr std::size_t kMostKnown = 1024;  // clients whose last post is remembered
 constexpr std::uint32_t kOverhead = 1024; // bytes that a message counts for beside its own
 
 const ListenerOptions& checked(const ListenerOptions& options)
@@ -24,12 +21,8 @@ const ListenerOptions& checked(const ListenerOptions& options)
 
 void* openAgain(void* topic)
 {
-    const wchar_t* name = nullptr;
-    requireSuccess(messageTopics().getName(topic, &name));
-    void* handle = messageTopics().lookup(name);
-    if (handle == INVALID_HANDLE_VALUE)
-        raiseLastError();
-    return handle;
+    requireSuccess(messageTopics().openAgain(topic));
+    return topic;
 }
 } // namespace
 
@@ -42,27 +35,26 @@ class ListenerService::Posting
 {
 public:
     Posting(ListenerService& service, std::uint64_t client, std::uint64_t number)
-        : m_service(service), m_client(client), m_number(number)
+        : m_service(service), m_number(number)
     {
         const WriteLocker locker(service.m_lock);
-        Known& known = service.knownOf(client);
-        if (known.isPosting)
+        m_client = service.m_known.begin(client);
+        if (m_client == nullptr)
             raiseCode(linkprotocol::kTryLater);
-        isRepeated = number <= known.lastNumber;
-        known.isPosting = true;
+        isRepeated = number <= m_client->lastNumber;
     }
     Posting(const Posting&) = delete;
     Posting& operator=(const Posting&) = delete;
     ~Posting()
     {
         const WriteLocker locker(m_service.m_lock);
-        m_service.m_known.find(m_client)->second.isPosting = false; // it cannot have been forgotten
+        m_client->isPosting = false;
     }
 
     void succeed() noexcept
     {
         const WriteLocker locker(m_service.m_lock);
-        m_service.m_known.find(m_client)->second.lastNumber = m_number;
+        m_client->lastNumber = m_number;
         ++m_service.m_state.posted;
     }
 
@@ -70,8 +62,8 @@ public:
 
 private:
     ListenerService& m_service;
-    std::uint64_t m_client;
     std::uint64_t m_number;
+    KnownClients::Client* m_client = nullptr;
 };
 
 /// One client, served by a thread of its own. What it holds is let go of with it, even if a handler ends the
@@ -94,7 +86,7 @@ public:
             for (;;)
                 serveRequest();
         } catch (long code) {
-            m_brokeRule = code == ERROR_INVALID_DATA || (code == WAIT_TIMEOUT && !m_service->isStopped());
+            m_brokeRule = code == ERROR_INVALID_DATA || (code == WAIT_TIMEOUT && !m_service->m_isStopped);
             throw;
         }
     }
@@ -112,21 +104,25 @@ private:
     // A client may be silent between requests, and not in the middle of one.
     void serveRequest()
     {
-        const WaitLimits endless(INFINITE, m_service->m_stopEvent.get());
-        auto* at = reinterpret_cast<unsigned char*>(&m_request);
-        const std::size_t done = m_wire->readSome(at, sizeof m_request, endless);
+        auto* bytes = reinterpret_cast<unsigned char*>(&m_heading);
+        std::size_t done = m_wire->readSome(bytes, sizeof m_heading, m_service->getLimits(INFINITE));
         const WaitLimits limits = m_service->getLimits();
-        m_wire->readAll(at + done, sizeof m_request - done, limits);
-        if (m_request.task != Task::Post && m_request.task != Task::Send)
+        if (done < sizeof m_heading.request) {
+            m_wire->readAll(bytes + done, sizeof m_heading.request - done, limits);
+            done = sizeof m_heading.request;
+        }
+        const Task task = m_heading.request.task;
+        if (task != Task::Post && task != Task::Send)
             raiseCode(ERROR_INVALID_DATA);
-        m_wire->readAll(&m_header, sizeof m_header, limits);
-        const bool isTooLarge = m_header.length > m_service->m_connection->getFrameLimit();
+        m_wire->readAll(bytes + done, sizeof m_heading - done, limits);
+        const std::uint32_t length = m_heading.frame.length;
+        const bool isTooLarge = length > m_service->m_connection->getFrameLimit();
         if (isTooLarge)
-            messageframe::skipBody(*m_wire, m_header.length, limits);
+            messageframe::skipBody(*m_wire, length, limits);
         else
-            m_body.emplace(*m_wire, m_header.length, limits);
+            m_body.emplace(*m_wire, length, limits);
         const long code = isTooLarge ? long{ERROR_MESSAGE_EXCEEDS_MAX_SIZE} : boundary::statusOf([&] {
-            m_message = messageframe::loadMessage(m_header.messageClass, m_body->getStream(), nullptr);
+            m_message = messageframe::loadMessage(m_heading.frame.messageClass, m_body->getStream(), nullptr);
             m_body.reset();
             return deliverAny();
         });
@@ -136,23 +132,21 @@ private:
     void answer(long code)
     {
         Answer answer{static_cast<std::uint32_t>(code), 0};
+        std::vector<unsigned char> bytes;
         m_message = AnyMessage();
         if (code == ERROR_SUCCESS && m_reply)
             code = boundary::statusOf([&]() -> long {
                 answer.hasReply = 1;
-                m_bytes = messageframe::makeFrame(&answer, sizeof answer,
-                                                  static_cast<MessageClass>(m_header.messageClass), *m_reply,
-                                                  m_service->m_connection->getFrameLimit());
+                bytes = messageframe::makeFrame(&answer, sizeof answer,
+                                                static_cast<MessageClass>(m_heading.frame.messageClass),
+                                                *m_reply, m_service->m_connection->getFrameLimit());
                 return ERROR_SUCCESS;
             });
         m_reply = SharedPtr<MessageW>();
-        if (m_bytes.empty()) {
-            answer = {static_cast<std::uint32_t>(code), 0};
-            m_wire->writeAll(&answer, sizeof answer, m_service->getLimits());
-            return;
-        }
-        m_wire->writeAll(m_bytes.data(), m_bytes.size(), m_service->getLimits());
-        m_bytes = {};
+        if (!bytes.empty())
+            return m_wire->writeAll(bytes.data(), bytes.size(), m_service->getLimits());
+        answer = {static_cast<std::uint32_t>(code), 0};
+        m_wire->writeAll(&answer, sizeof answer, m_service->getLimits());
     }
 
     long deliverAny()
@@ -175,19 +169,22 @@ private:
     long deliver()
     {
         const auto& message = static_cast<const Message&>(*m_message.wide);
-        return m_request.task == Task::Post ? post(message) : send(message);
+        return m_heading.request.task == Task::Post ? post(message) : send(message);
     }
 
     template <class Message>
     long post(const Message& message)
     {
-        Posting posting(*m_service, m_number, m_request.number);
+        Posting posting(*m_service, m_number, m_heading.request.number);
         if (posting.isRepeated)
             return ERROR_SUCCESS;
-        const Arrived<Message> arrived(message, m_service->takeRoom(m_header.length));
-        const long code = withTopic(
-            PLACE(kMessageListenerHeader, "ListenerService::post", __LINE__), m_service->m_topic.get(),
-            [&](MessageTopic& topic) { topic.postMessage(arrived, m_request.value); });
+        const long code =
+            withTopic(PLACE(kMessageListenerHeader, "ListenerService::post", __LINE__),
+                      m_service->m_topic.get(), [&](MessageTopic& topic) {
+                          topic.postShared(makeShared<MessageW, Arrived<Message>>(
+                                               message, m_service->takeRoom(m_heading.frame.length)),
+                                           m_heading.request.value);
+                      });
         if (code == ERROR_SUCCESS)
             posting.succeed();
         return code == ERROR_NOT_ENOUGH_MEMORY ? linkprotocol::kTryLater : code;
@@ -198,12 +195,12 @@ private:
     {
         m_message.wide = makeShared<MessageW, Arrived<Message>>(message, nullptr);
         m_reply = makeShared<MessageW, Message>();
-        const long code = withCalledTopic(PLACE(kMessageListenerHeader, "ListenerService::send", __LINE__),
-                                          m_service->m_topic.get(), [&](MessageTopic& topic) {
-                                              topic.sendMessage<Message>(
-                                                  static_cast<const Message&>(*m_message.wide),
-                                                  static_cast<Message&>(*m_reply), m_request.value, nullptr);
-                                          });
+        const long code = withCalledTopic(
+            PLACE(kMessageListenerHeader, "ListenerService::send", __LINE__), m_service->m_topic.get(),
+            [&](MessageTopic& topic) {
+                topic.sendMessage<Message>(static_cast<const Message&>(*m_message.wide),
+                                           static_cast<Message&>(*m_reply), m_heading.request.value, nullptr);
+            });
         const WriteLocker locker(m_service->m_lock);
         ++m_service->m_state.sent;
         return code;
@@ -214,12 +211,15 @@ private:
     std::uint64_t m_number = 0; // that stands for the client
     bool m_brokeRule = false;
     // Of the request that is being served.
-    Request m_request;
-    messageframe::Header m_header;
+    struct Heading
+    {
+        Request request;
+        messageframe::Header frame;
+    } m_heading;
+    static_assert(sizeof(Heading) == 24);
     std::optional<messageframe::Body> m_body;
     AnyMessage m_message;
     SharedPtr<MessageW> m_reply;
-    std::vector<unsigned char> m_bytes;
 };
 
 ListenerService::ListenerService(void* connection, void* topic, const ListenerOptions& options)
@@ -238,19 +238,21 @@ void ListenerService::start()
     }
 }
 
-bool ListenerService::isStopped() const noexcept
+WaitLimits ListenerService::getLimits(DWORD timeout) const
 {
-    return isCancelled(m_stopEvent.get());
+    if (m_isStopped)
+        raiseCode(ERROR_CANCELLED);
+    return {Deadline(waitLimit(timeout)), m_stopEvent.get()};
 }
 
 void ListenerService::acceptClients() noexcept
 {
     for (;;) {
         const long code = boundary::statusOf([&]() -> long {
-            admit(m_connection->accept(WaitLimits(INFINITE, m_stopEvent.get())));
+            admit(m_connection->accept(getLimits(INFINITE)));
             return ERROR_SUCCESS;
         });
-        if (isStopped())
+        if (m_isStopped)
             return;
         {
             const WriteLocker locker(m_lock);
@@ -277,7 +279,7 @@ void ListenerService::admit(const WirePtr& wire)
         try {
             return std::make_shared<Client>(shared_from_this(), wire);
         } catch (...) {
-            leave(true);
+            leave(false);
             throw;
         }
     }();
@@ -289,20 +291,6 @@ void ListenerService::leave(bool brokeRule) noexcept
     const WriteLocker locker(m_lock);
     --m_state.clients;
     m_state.disconnected += brokeRule ? 1 : 0;
-}
-
-// Forgets the one that has been silent for longest. Called with the lock held.
-ListenerService::Known& ListenerService::knownOf(std::uint64_t client)
-{
-    Known& known = m_known[client];
-    known.lastUse = ++m_uses;
-    if (m_known.size() > kMostKnown)
-        m_known.erase(
-            std::min_element(m_known.begin(), m_known.end(), [](const auto& one, const auto& other) {
-                return std::pair(one.second.isPosting, one.second.lastUse) <
-                       std::pair(other.second.isPosting, other.second.lastUse);
-            }));
-    return known;
 }
 
 // What is returned gives the room back when the last copy of the message is gone.
@@ -331,8 +319,8 @@ ListenerState ListenerService::getState() noexcept
 
 void ListenerService::close() noexcept
 {
+    m_isStopped = true;
     if (signalSurely(m_stopEvent.get()))
         m_threads.wait();
-    m_connection->disconnect();
-    m_connection.release();
+    m_connection.end();
 }

@@ -41,18 +41,6 @@ public:
         WakeAllConditionVariable(&m_line.m_changed);
     }
 
-    /// Notes how the exchange has ended, and raises its code.
-    void end(long code)
-    {
-        {
-            const WriteLocker locker(m_line.m_lock);
-            m_line.m_state.connection = code;
-        }
-        requireSuccess(code);
-    }
-
-    long answer = ERROR_SUCCESS;
-
 private:
     ReportLine& m_line;
 };
@@ -73,10 +61,12 @@ void ReportLine::add(Bytes request)
         raiseCode(linkprotocol::kTryLater);
     const std::uint64_t number = m_lastNumber + 1;
     std::memcpy(request.data() + offsetof(linkprotocol::Request, number), &number, sizeof number);
+    const bool isWaitedFor = m_queue.empty();
     m_queue.push_back(std::move(request));
     m_bytes += size;
     m_lastNumber = number;
-    WakeAllConditionVariable(&m_changed);
+    if (isWaitedFor)
+        WakeAllConditionVariable(&m_changed);
 }
 
 void ReportLine::note(long code) noexcept
@@ -98,13 +88,19 @@ void ReportLine::count(long code) noexcept
 // Returns the peer's code.
 long ReportLine::exchange(const Bytes& request, AnyMessage& reply)
 {
-    const WaitLimits limits(m_options.timeout, m_stopEvent.get());
-    Turn turn(*this, limits);
-    turn.end(boundary::statusOf([&]() -> long {
-        turn.answer = m_link.exchange(request, limits, reply);
+    const WaitLimits limits(Deadline(waitLimit(m_options.timeout)), m_stopEvent.get());
+    const Turn turn(*this, limits); // refused once the event is signalled
+    long answer = ERROR_SUCCESS;
+    const long code = boundary::statusOf([&]() -> long {
+        answer = m_link.exchange(request, limits, reply);
         return ERROR_SUCCESS;
-    }));
-    return turn.answer;
+    });
+    {
+        const WriteLocker locker(m_lock);
+        m_state.connection = code;
+    }
+    requireSuccess(code);
+    return answer;
 }
 
 void ReportLine::pause() noexcept
@@ -205,7 +201,7 @@ MessageReporter::MessageReporter(void* connection, const ReporterOptions& option
 
 long MessageReporter::flush(unsigned long timeout, void* cancelEvent) noexcept
 {
-    return boundary::statusFrame([&] { return m_line->flush(WaitLimits(timeout, cancelEvent)); });
+    return boundary::statusFrame([&] { return m_line->flush(WaitLimits::ofEvent(timeout, cancelEvent)); });
 }
 
 void MessageReporter::end() noexcept

@@ -7,12 +7,12 @@
 #include "core/win32/utils/objectmanager/include/KeptLibrary.h"
 #include "core/win32/utils/objectmanager/include/ThreadScope.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/threadpool/include/ThreadPool.h"
 #include "core/win32/utils/threadpool/include/WaitingThread.h"
 
 bool signalSurely(HANDLE event) noexcept
 {
-    constexpr DWORD kTelling = 5000; // milliseconds
-    const Deadline deadline(kTelling);
+    const Deadline deadline(ThreadPool::kTelling);
     while (!SetEvent(event)) {
         if (deadline.getLeft() == 0)
             return false;
@@ -105,22 +105,21 @@ void ThreadGroup::wait() noexcept
     const Deadline deadline(waitLimit(INFINITE));
     const WriteLocker locker(m_shared->lock);
     auto& threads = m_shared->threads;
-    // New ones come at the end, and the position survives, since what it stands at is waited for.
+    // One that has ended is no longer in the list: then the rest is gone through again. The ones that are
+    // passed over, because they wait for the calling thread, may have ended as well.
     for (auto at = threads.begin(); at != threads.end() && !isProcessEnding();) {
         const Thread thread = *at;
-        const auto isThere = [&] {
-            return std::find(threads.begin(), threads.end(), thread) != threads.end();
-        };
+        const auto find = [&] { return std::find(threads.begin(), threads.end(), thread); };
         m_shared->lock.unlockWrite();
         {
             const WaitingThread waiting(*thread);
-            const bool isAwaited = *thread != GetCurrentThreadId() && !waiting.closesCircle();
             m_shared->lock.lockWrite();
-            while (isAwaited && isThere() && deadline.getLeft() != 0)
+            while (!waiting.closesCircle() && find() != threads.end() && deadline.getLeft() != 0)
                 m_shared->lock.waitWrite(m_shared->ended, deadline.getLeft());
         }
         if (deadline.getLeft() == 0)
             return;
-        at = isThere() ? std::next(std::find(threads.begin(), threads.end(), thread)) : threads.begin();
+        at = find();
+        at = at != threads.end() ? std::next(at) : threads.begin();
     }
 }

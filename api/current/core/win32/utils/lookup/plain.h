@@ -44,8 +44,8 @@ SYSMAINT_API long HVKCancel(void* hvk);
 /// @param timeout      milliseconds, INFINITE without end
 /// @param cancelEvent  may be null
 /// @return 0 when each file has its answer, else the reason for the first that has none; 258 the time is
-/// over;
-///         1223 also when the cancel event was signalled; 487 the queue was closed meanwhile
+///         over; 1223 also when the cancel event was signalled; 6 also when that is no event; 487 the queue
+///         was closed meanwhile
 SYSMAINT_API long HVKWait(void* hvk, unsigned long timeout, void* cancelEvent);
 /// Tells of the files that got no answer.
 ///

@@ -147,7 +147,6 @@ long snapshotFrame(Body&& body) noexcept
 long VRL::createSnapshot(const wchar_t* tool, const wchar_t* name, const wchar_t* comment,
                          const wchar_t* user, const wchar_t* password)
 {
-    const InsideLibrary inside;
     return snapshotFrame([&] {
         requireTool(tool);
         requireText(name);

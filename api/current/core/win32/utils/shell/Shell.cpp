@@ -229,8 +229,6 @@ std::tuple<unsigned long long, unsigned long long> queryBin(const wchar_t* drive
 void emptyBin(const wchar_t* drive, HANDLE cancelEvent)
 {
     requireEvent(cancelEvent);
-    if (isCancelled(cancelEvent))
-        raiseCode(ERROR_CANCELLED);
     if (std::get<1>(queryBin(drive)) == 0)
         return; // the shell would return a failure
     requireResult(shellLibrary().function<decltype(&SHEmptyRecycleBinW)>("SHEmptyRecycleBinW")(

@@ -29,7 +29,7 @@ public:
 
     /// A subscriber with an owner is held until it is unsubscribed and no delivery calls it.
     template <class Subscriber>
-    void subscribe(Subscriber& subscriber, SubscriberOwner* owner = nullptr)
+    void subscribe(Subscriber& subscriber, const SubscriberHold& owner = nullptr)
     {
         setOf(subscriber).add(subscriber, owner);
     }
@@ -65,8 +65,10 @@ public:
     template <class MessageType>
     void postMessage(const MessageType& message, std::uint32_t value)
     {
-        post({value, makeShared<MessageW, MessageType>(message)});
+        postShared(makeShared<MessageW, MessageType>(message), value);
     }
+    /// Queues a message that nobody changes any more.
+    void postShared(const SharedPtr<MessageW>& message, std::uint32_t value) { post({value, message}); }
 
     void consumeAll(std::uint32_t timeout);
     void stopWork();

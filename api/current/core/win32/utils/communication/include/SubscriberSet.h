@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -10,56 +10,9 @@
 #include "core/win32/utils/objectmanager/include/ThreadScope.h"
 #include "core/win32/utils/threadpool/include/WaitingThread.h"
 
-/// Owns a subscriber that nobody else can keep until the last delivery has left it. Born with one reference.
-class SubscriberOwner
-{
-public:
-    SubscriberOwner(const SubscriberOwner&) = delete;
-    SubscriberOwner& operator=(const SubscriberOwner&) = delete;
-
-    void addReference() noexcept { m_count.fetch_add(1, std::memory_order_relaxed); }
-    void release() noexcept
-    {
-        if (m_count.fetch_sub(1, std::memory_order_acq_rel) == 1)
-            dispose();
-    }
-
-protected:
-    SubscriberOwner() noexcept = default;
-    virtual ~SubscriberOwner() = default;
-    virtual void dispose() noexcept { delete this; }
-
-private:
-    std::atomic<unsigned> m_count{1};
-};
-
-/// One reference to an owner; may be empty.
-class SubscriberHold
-{
-public:
-    SubscriberHold() noexcept = default;
-    explicit SubscriberHold(SubscriberOwner* owner) noexcept : m_owner(owner)
-    {
-        if (owner != nullptr)
-            owner->addReference();
-    }
-    SubscriberHold(SubscriberHold&& other) noexcept : m_owner(std::exchange(other.m_owner, nullptr)) {}
-    SubscriberHold& operator=(SubscriberHold&& other) noexcept
-    {
-        std::swap(m_owner, other.m_owner);
-        return *this;
-    }
-    ~SubscriberHold()
-    {
-        if (m_owner != nullptr)
-            m_owner->release();
-    }
-
-    [[nodiscard]] SubscriberOwner* get() const noexcept { return m_owner; }
-
-private:
-    SubscriberOwner* m_owner = nullptr;
-};
+/// A reference to what owns a subscriber that nobody else can keep until the last delivery has left it. May
+/// be empty.
+using SubscriberHold = std::shared_ptr<void>;
 
 /// The subscribers of one kind, in the order of their addresses. A subscriber belongs to its caller; one with
 /// an owner is held while it is in the set, and while a delivery calls it.
@@ -75,7 +28,7 @@ public:
     SubscriberSet& operator=(const SubscriberSet&) = delete;
 
     /// Adds a subscriber; one that is already there is not added again. Raises std::bad_alloc.
-    void add(Subscriber& subscriber, SubscriberOwner* owner = nullptr)
+    void add(Subscriber& subscriber, const SubscriberHold& owner = nullptr)
     {
         const WriteLocker locker(m_lock);
         m_subscribers.try_emplace(&subscriber, owner);
@@ -158,7 +111,7 @@ private:
             const auto found = m_called == nullptr ? subscribers.begin() : subscribers.upper_bound(m_called);
             m_called = found != subscribers.end() ? found->first : nullptr;
             if (m_called != nullptr)
-                m_hold = SubscriberHold(found->second.get());
+                m_hold = found->second;
             WakeAllConditionVariable(&m_set.m_returned);
             return m_called;
         }

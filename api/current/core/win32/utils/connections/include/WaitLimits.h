@@ -20,6 +20,15 @@ struct WaitLimits
         if (isCancelled(event))
             raiseCode(ERROR_CANCELLED);
     }
+    /// The same for who knows that `event` is not signalled, without asking the system.
+    WaitLimits(const Deadline& limit, HANDLE event) noexcept : deadline(limit), cancelEvent(event) {}
+    /// The same as the first for an operation that waits long and is not called for each message: raises 6
+    /// for anything but an event, too.
+    [[nodiscard]] static WaitLimits ofEvent(DWORD timeout, HANDLE event)
+    {
+        requireEvent(event);
+        return {Deadline(waitLimit(timeout)), event};
+    }
 
     Deadline deadline;
     HANDLE cancelEvent;

@@ -11,7 +11,7 @@
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "win32/communication/include/AnyMessage.h"
 
-/// What reporters and listeners say to each other; api.h describes the bytes.
+/// What reporters and listeners say to each other; plain.h describes the bytes.
 namespace linkprotocol {
 struct Greeting
 {
@@ -78,25 +78,29 @@ class OpenedConnection
 public:
     explicit OpenedConnection(void* handle)
     {
-        const wchar_t* name = nullptr;
-        requireSuccess(connections().getName(handle, &name));
-        m_handle.reset(connections().lookup(name));
-        if (!m_handle.isValid())
-            raiseLastError();
-        requireSuccess(connections().get(m_handle.get(), m_connection));
+        requireSuccess(connections().openAgain(handle));
+        m_handle.reset(handle);
+        requireSuccess(connections().get(handle, m_connection));
         if (!m_connection.get()->claim())
             raiseCode(ERROR_BUSY);
         m_isMine = true;
     }
     OpenedConnection(const OpenedConnection&) = delete;
     OpenedConnection& operator=(const OpenedConnection&) = delete;
-    ~OpenedConnection() { release(); }
-
-    /// Another listener or reporter may have it from now on.
-    void release() noexcept
+    ~OpenedConnection()
     {
-        if (m_isMine.exchange(false))
+        if (m_isMine)
             m_connection.get()->release();
+    }
+
+    /// Disconnects it. Another listener or reporter may have it from now on, and repeating the call leaves
+    /// that one alone.
+    void end() noexcept
+    {
+        if (!m_isMine.exchange(false))
+            return;
+        m_connection.get()->disconnect();
+        m_connection.get()->release();
     }
 
     Connection* operator->() const noexcept { return m_connection.get(); }

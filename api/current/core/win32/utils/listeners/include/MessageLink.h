@@ -25,7 +25,7 @@ public:
     /// it. Only a request that cannot have arrived whole is repeated.
     long exchange(const std::vector<unsigned char>& request, const WaitLimits& limits, AnyMessage& reply);
     void disconnect() noexcept;
-    /// Disconnects for good.
+    /// Disconnects for good. Repeating the call has no effect.
     void end() noexcept;
 
 private:

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <map>
-
 #include "core/win32/utils/communication/include/MessageTopic.h"
+#include "core/win32/utils/listeners/include/KnownClients.h"
 #include "core/win32/utils/listeners/include/LinkProtocol.h"
 #include "core/win32/utils/listeners/include/ThreadGroup.h"
 #include "win32/communication/include/ListenerOptions.h"
@@ -25,12 +24,6 @@ public:
 private:
     class Client;
     class Posting;
-    struct Known // a client by its own number, also between its connections
-    {
-        std::uint64_t lastNumber = 0;
-        std::uint64_t lastUse = 0;
-        bool isPosting = false;
-    };
     struct Room // what waits in the topic
     {
         ReadWriteLock lock;
@@ -40,19 +33,19 @@ private:
     void acceptClients() noexcept;
     void admit(const WirePtr& wire);
     void leave(bool brokeRule) noexcept;
-    [[nodiscard]] bool isStopped() const noexcept;
-    [[nodiscard]] WaitLimits getLimits() const { return {m_options.timeout, m_stopEvent.get()}; }
+    /// Raises 1223 once the listener is stopped. Makes no kernel call.
+    [[nodiscard]] WaitLimits getLimits(DWORD timeout) const;
+    [[nodiscard]] WaitLimits getLimits() const { return getLimits(m_options.timeout); }
     [[nodiscard]] std::shared_ptr<void> takeRoom(std::uint32_t size);
-    Known& knownOf(std::uint64_t client);
 
     const ListenerOptions m_options;
     OpenedConnection m_connection;
     SmartHandle<closeTopic> m_topic;
+    std::atomic<bool> m_isStopped{false}; // before the event says so
     Win32Handle m_stopEvent = makeEvent();
     std::shared_ptr<Room> m_room = std::make_shared<Room>();
     ReadWriteLock m_lock; // guards what follows
-    std::map<std::uint64_t, Known> m_known;
-    std::uint64_t m_uses = 0;
+    KnownClients m_known;
     ListenerState m_state;
     ThreadGroup m_threads;
 };

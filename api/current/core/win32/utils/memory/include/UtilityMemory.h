@@ -1,27 +1,24 @@
 #pragma once
 
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
 #include <vector>
 
-/// Memory for callers, released by utilsFreeMemory: it comes from this library's own runtime heap.
+/// Memory for callers, released by utilsFreeMemory: it comes from this library's own runtime heap, by
+/// operator new, because the runtime's malloc has blocks for itself when memory has run out.
 namespace utilitymemory {
 struct Free
 {
-    void operator()(void* memory) const noexcept { std::free(memory); }
+    void operator()(void* memory) const noexcept { ::operator delete(memory); }
 };
 using Owner = std::unique_ptr<void, Free>;
 
 /// Raises std::bad_alloc.
 [[nodiscard]] inline Owner allocate(std::size_t size)
 {
-    Owner memory(std::malloc(size != 0 ? size : 1));
-    if (!memory)
-        throw std::bad_alloc();
-    return memory;
+    return Owner(::operator new(size));
 }
 
 /// Copies a text and two zeros: one ends a text, both end a list.

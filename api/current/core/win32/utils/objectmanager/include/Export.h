@@ -28,8 +28,8 @@
 #endif
 
 // The type of an enumeration's constants, which only C++ can state, from C++11 on: `enum Name
-// SYSMAINT_UNSIGNED_LONG`.
-#if defined(__cplusplus) && __cplusplus >= 201103L
+// SYSMAINT_UNSIGNED_LONG`. One compiler tells its version in a macro of its own.
+#if defined(__cplusplus) && (__cplusplus >= 201103L || defined(_MSVC_LANG))
 #define SYSMAINT_UNSIGNED_LONG : unsigned long
 #else
 #define SYSMAINT_UNSIGNED_LONG

@@ -74,6 +74,16 @@ public:
         });
     }
 
+    /// Opens the entry behind `handle` once more, under the same handle. Returns 0, 6 or 487, as get does.
+    long openAgain(void* handle) noexcept
+    {
+        return boundary::statusFrame([&]() -> long {
+            const Locker locker(m_tableLock);
+            ++entryOf(handle).openCount;
+            return ERROR_SUCCESS;
+        });
+    }
+
     /// Opens the entry with that name, or registers the object that `make` returns. Only one thread creates
     /// an object at a time, so two threads that create the same name get one object. Raises what `make`
     /// raises, std::bad_alloc, or the code of the failed step as a bare long.

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <new>
@@ -39,10 +40,14 @@ inline bool isInModule(DWORD64 instruction) noexcept
 /// Whether the instruction follows a call of the kernel: the thread is in the kernel, mostly in a wait.
 inline bool isKernelCall(DWORD64 instruction) noexcept
 {
-    constexpr unsigned char kSyscall[] = {0x0F, 0x05};
+    constexpr std::array<unsigned char, 2> kSyscall{0x0F, 0x05};
+    constexpr std::array<unsigned char, 2> kInterrupt{0xCD, 0x2E}; // where a hypervisor asks for it
+    if (!isInModule(instruction))
+        return false;
     const auto* code =
         reinterpret_cast<const unsigned char*>(instruction); // NOLINT(performance-no-int-to-ptr)
-    return isInModule(instruction) && code[-2] == kSyscall[0] && code[-1] == kSyscall[1];
+    const std::array<unsigned char, 2> before{code[-2], code[-1]};
+    return before == kSyscall || before == kInterrupt;
 }
 /// Whether it is in the module and not in a call of the kernel.
 inline bool isInside(DWORD64 instruction) noexcept
@@ -224,19 +229,29 @@ private:
         return ERROR_SUCCESS;
     }
 
+    enum class Seen
+    {
+        There,
+        Elsewhere,
+        Suspended, // and the system has refused to resume it
+    };
+
     // Whether the thread stays in the wait where it stood, while nobody suspends it with heaps locked. Then
     // it waits for something of the caller's, not for a lock that we held.
-    static bool staysThere(HANDLE thread, const Stand& first) noexcept
+    static Seen watch(HANDLE thread, const Stand& first) noexcept
     {
         constexpr int kLooks = 3;
         for (int look = 0; look < kLooks; ++look) {
             Sleep(1);
             Stand now{};
-            if (stop(thread, now) != ERROR_SUCCESS || ResumeThread(thread) == static_cast<DWORD>(-1) ||
-                now.instruction != first.instruction || now.stack != first.stack)
-                return false;
+            if (stop(thread, now) != ERROR_SUCCESS)
+                return Seen::Elsewhere;
+            if (ResumeThread(thread) == static_cast<DWORD>(-1))
+                return Seen::Suspended;
+            if (now.instruction != first.instruction || now.stack != first.stack)
+                return Seen::Elsewhere;
         }
-        return true;
+        return Seen::There;
     }
 
     // A thread suspended while holding a heap's lock would stop every other thread, including the one that is
@@ -266,8 +281,9 @@ private:
                 if (!awaitsLock || lasting)
                     return ERROR_BUSY;
             }
-            if (!staysThere(thread, stand))
-                return ERROR_BUSY;
+            const Seen seen = watch(thread, stand);
+            if (seen != Seen::There)
+                return seen == Seen::Suspended ? ERROR_SUCCESS : ERROR_BUSY;
             lasting = stand;
         }
     }
