@@ -258,17 +258,14 @@ void scanRegistryAndDelete(Round& round)
     deleter.finish();
 }
 
-constexpr struct
-{
-    const char* name;
-    void (*operation)(Round&);
-    unsigned share; // of 100
-} kOperations[] = {{"delete or create item", useItem, 39},
-                   {"scan and delete", scanAndDelete, 24},
-                   {"wipe file", wipeFile, 16},
-                   {"wipe directory stack", wipeStack, 9},
-                   {"change registry item", changeRegistryItem, 6},
-                   {"scan registry and delete", scanRegistryAndDelete, 6}};
+/// Each with its share of 100 rounds.
+constexpr std::tuple<const char*, void (*)(Round&), unsigned> kOperations[] = {
+    {"delete or create item", useItem, 39},
+    {"scan and delete", scanAndDelete, 24},
+    {"wipe file", wipeFile, 16},
+    {"wipe directory stack", wipeStack, 9},
+    {"change registry item", changeRegistryItem, 6},
+    {"scan registry and delete", scanRegistryAndDelete, 6}};
 
 unsigned seed = 1;
 unsigned number = 0;
@@ -304,10 +301,10 @@ int main(int argc, char** argv)
     for (const unsigned end = number + rounds; number < end; ++number) {
         Round round(world, seed, number);
         const auto* row = kOperations;
-        for (unsigned share = round.choices.below(100); share >= row->share; ++row)
-            share -= row->share;
-        round.operation = row->name;
-        row->operation(round);
+        for (unsigned share = round.choices.below(100); share >= std::get<unsigned>(*row); ++row)
+            share -= std::get<unsigned>(*row);
+        round.operation = std::get<const char*>(*row);
+        std::get<1> (*row)(round);
         unclean += round.judge() ? 0 : 1;
         destroyed += round.destroyed ? 1 : 0;
     }
