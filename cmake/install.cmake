@@ -23,6 +23,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/sysmaintConfigVer
     COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/package/sysmaintConfig.cmake
     ${PROJECT_BINARY_DIR}/package/sysmaintConfigVersion.cmake DESTINATION ${package})
+file(RELATIVE_PATH PREFIX_OF_PACKAGE_FILE /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/package/sysmaint.pc.in package/sysmaint.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/sysmaint.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

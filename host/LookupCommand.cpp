@@ -58,30 +58,28 @@ Server parseServer(const std::wstring& text)
     return server;
 }
 
-/// One name for all spellings of a file's path, as far as it can be opened.
-std::wstring oneSpelling(const std::wstring& path)
+/// One name for all spellings of a file's path, as far as it can be opened. The system gives the case that
+/// the disk has: in some folders it tells files apart.
+class Spelling
 {
-    constexpr DWORD kLongest = 32768;
-    std::wstring full(kLongest, L'\0');
-    void* file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                             OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    DWORD length = 0;
-    if (file != INVALID_HANDLE_VALUE) {
-        length = GetFinalPathNameByHandleW(file, full.data(), kLongest, 0);
-        CloseHandle(file);
-    }
-    if (length == 0 || length >= kLongest)
-        length = GetFullPathNameW(path.c_str(), kLongest, full.data(), nullptr);
-    full.resize(length < kLongest ? length : 0);
-    return full.empty() ? path : full;
-}
-
-struct SmallerName
-{
-    bool operator()(const std::wstring& one, const std::wstring& other) const
+public:
+    std::wstring of(const std::wstring& path)
     {
-        return CompareStringOrdinal(one.c_str(), -1, other.c_str(), -1, TRUE) == CSTR_LESS_THAN;
+        void* file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        const auto room = static_cast<DWORD>(m_text.size());
+        DWORD length = 0;
+        if (file != INVALID_HANDLE_VALUE) {
+            length = GetFinalPathNameByHandleW(file, m_text.data(), room, 0);
+            CloseHandle(file);
+        }
+        if (length == 0 || length >= room)
+            length = GetFullPathNameW(path.c_str(), room, m_text.data(), nullptr);
+        return length == 0 || length >= room ? path : m_text.substr(0, length);
     }
+
+private:
+    std::wstring m_text = std::wstring(32768, L'\0');
 };
 
 /// Adds what a walk finds, and prints what the server says.
@@ -106,7 +104,7 @@ public:
 
     void add(const std::wstring& path)
     {
-        if (m_mayRepeat && !m_added.insert(oneSpelling(path)).second)
+        if (m_mayRepeat && !m_added.insert(m_spelling.of(path)).second)
             return;
         ++m_files;
         if (const long code = HVKAddPath(m_hvk, path.c_str()); code != ERROR_SUCCESS)
@@ -189,7 +187,8 @@ public:
 private:
     bool m_json;
     bool m_mayRepeat;
-    std::set<std::wstring, SmallerName> m_added; // only if so
+    Spelling m_spelling;
+    std::set<std::wstring> m_added; // only if so
     TopicHandle m_topic;
     void* m_hvk;
     unsigned long long m_files = 0;

@@ -23,7 +23,14 @@ struct WarmUp : testing::Environment
         RSEngineAddPath(keys, HKEY_CURRENT_USER, L"no such key");
         EXPECT_NE(RSEngineScan(keys, nullptr, everything(), {}), ERROR_SUCCESS);
         CloseRegistryScanEngine(keys);
-        onThreadsAtOnce(2, [](int) { CloseScanItem(CreateFileW(L"warm", L"up", 0)); });
+        // For each thread that has had an exception while the others still run the runtime keeps a block.
+        constexpr int kThreads = 32; // no test has more
+        std::atomic<int> left{kThreads};
+        onThreadsAtOnce(kThreads, [&](int) {
+            CloseScanItem(CreateFileW(L"warm", L"up", 0));
+            for (--left; left != 0;)
+                std::this_thread::yield();
+        });
     }
 };
 const auto* const warmUp = testing::AddGlobalTestEnvironment(new WarmUp);

@@ -86,6 +86,8 @@ TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
 TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
 {
     const Terminating terminating([](auto...) { return TRUE; }); // ends nobody
+    const Child child(L"sleep");
+    const ProcessHandle process = objectOf(child);
     const auto end = [](DWORD id, unsigned long options) {
         Given<ProcessEntry> entry;
         EXPECT_EQ(PMFindById(id, &entry), 0);
@@ -93,15 +95,16 @@ TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
     };
     EXPECT_EQ(end(GetCurrentProcessId(), kEndTree | kEndServices), 50);
     EXPECT_EQ(end(idOf(L"services.exe"), kEndServices), 50);
+    EXPECT_EQ(end(idOf(L"services.exe"), kEndServices | kEndNothing), 50);
+    for (const unsigned long options : {0UL, kEndTree + 0UL})
+        EXPECT_EQ(ProcessEnd(process.get(), options | kEndNothing, 50), 0);
     EXPECT_EQ(end(idOf(L"plugplay.exe"), 0), 1052);
     EXPECT_EQ(terminating.calls(), 0);
     EXPECT_EQ(end(idOf(L"plugplay.exe"), kEndServices), 1460) << "told, and not gone yet";
     EXPECT_EQ(terminating.calls(), 1);
-    const Child child(L"sleep");
-    const ProcessHandle process = objectOf(child);
     Replaced<"OpenSCManagerW", decltype(&OpenSCManagerW)> services(1, nullptr, ERROR_GEN_FAILURE);
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 31) << "whether it is a service cannot be told";
-    EXPECT_EQ(ProcessEnd(process.get(), 4, 50), 87);
+    EXPECT_EQ(ProcessEnd(process.get(), 8, 50), 87);
     EXPECT_EQ(terminating.calls(), 1);
 }
 

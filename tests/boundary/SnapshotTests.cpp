@@ -102,8 +102,8 @@ TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
         codes.insert(codes.end(), {create(none), restore(2, nullptr, nullptr, L"n", none),
                                    restore(3, nullptr, nullptr, none, L"14:07"),
                                    vrl->restoreSnapshot(0, none, nullptr, nullptr, nullptr, nullptr)});
-    for (const wchar_t* bad :
-         {static_cast<const wchar_t*>(nullptr), L"", L"v.bat", L"C:\\a.CMD", L"x.bat. ."})
+    for (const wchar_t* bad : {static_cast<const wchar_t*>(nullptr), L"", L"v.bat", L"C:\\a.CMD", L"x.bat. .",
+                               (tool + L".").c_str()})
         codes.push_back(vrl->createSnapshot(bad, L"n", nullptr, nullptr, nullptr));
     for (const std::uint32_t mode : {4U, 0xFFFFFFFFU})
         codes.push_back(restore(mode, nullptr, nullptr, L"n", L"14:07"));

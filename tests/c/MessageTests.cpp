@@ -134,6 +134,24 @@ TEST(CMessages, HoldTheirContentAndTheirSerializedForm)
     }
 }
 
+TEST(CMessages, OfANumberedTopic)
+{
+    sysmaint_message* message = nullptr;
+    EXPECT_EQ(sysmaint_message_create_numbered(4, 5, 6, &message), ERROR_INVALID_PARAMETER);
+    ASSERT_EQ(sysmaint_message_create_numbered(SYSMAINT_MESSAGE_PARAMETERS, 5, 6, &message), 0);
+    sysmaint_message_info info{sizeof info, 9, 9, 9, L"x"};
+    EXPECT_EQ(sysmaint_message_get_info(message, &info), 0);
+    EXPECT_TRUE(info.kind == SYSMAINT_MESSAGE_PARAMETERS && info.topic_number == 5 && info.id == 6);
+    EXPECT_EQ(info.topic, nullptr);
+    const void* bytes = nullptr;
+    std::uint64_t size = 0;
+    EXPECT_EQ(sysmaint_message_parameter(message, L"b", &bytes, &size), ERROR_NOT_FOUND);
+    EXPECT_EQ(sysmaint_message_set_parameter(message, L"b", "xyz", 3), 0);
+    EXPECT_EQ(sysmaint_message_parameter(message, L"b", &bytes, &size), 0);
+    EXPECT_EQ(textOf(bytes, size), "xyz");
+    EXPECT_EQ(sysmaint_message_close(message), 0);
+}
+
 TEST_F(CPool, RunsWorkWithItsArgumentsAndKeepsItsResult)
 {
     sysmaint_message* const arguments = makeMessage(SYSMAINT_MESSAGE_PARAMETERS);

@@ -66,6 +66,20 @@ TEST(Checksums, AgreeWithOtherPrograms)
     EXPECT_GE(files, 130);
 }
 
+TEST(Checksums, ReadAGrowingFileToItsEnd)
+{
+    std::string path = utf8(testPath(L"growing"));
+    std::ofstream(path, std::ios::binary) << "a";
+    const auto grow = [](unsigned long long done, unsigned long long size, void* file) {
+        EXPECT_EQ(size, 1U);
+        if (done < 3)
+            std::ofstream(*static_cast<std::string*>(file), std::ios::binary | std::ios::app) << "abc"[done];
+    };
+    unsigned char digest[16] = {};
+    EXPECT_EQ(ChecksumFileMd5(testPath(L"growing").c_str(), nullptr, grow, &path, digest), 0);
+    EXPECT_EQ(hex(digest, 16), "900150983cd24fb0d6963f7d28e17f72"); // of "abc"
+}
+
 TEST(Checksums, CancelAndFail)
 {
     const std::wstring large = kFolder + L"large";

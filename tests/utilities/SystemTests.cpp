@@ -1,13 +1,11 @@
-#include "support/Child.h"
+#include "support/Process.h"
+#include "support/Threads.h"
+#include "support/Utilities.h"
 
 namespace {
 constexpr unsigned long kOwn = 0xFFFFFFFF;
 constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
-using Starts =
-    Replaced<"CreateProcessW",
-             BOOL(WINAPI*)(LPCWSTR, LPWSTR, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD, void*,
-                           LPCWSTR, STARTUPINFOW*, PROCESS_INFORMATION*)>; // the DLL exports one of that name
 } // namespace
 
 TEST(Services, AreToldSetAndDeleted)
@@ -202,9 +200,13 @@ TEST(Processes, AreRunAndTold)
         EXPECT_EQ(ProcessRunAndWait((kShell + std::wstring(end)).c_str(), L"/c exit 9", INFINITE, nullptr,
                                     &exitCode),
                   123);
+    const std::wstring literal = L"\\\\?\\" + testPath(L"shell.");
+    EXPECT_TRUE(CopyFileW(kShell, literal.c_str(), FALSE));
+    EXPECT_EQ(ProcessRunAndWait(literal.c_str(), L"/c exit 9", INFINITE, nullptr, &exitCode), 0);
     const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
-    Starts starts([&](auto original, auto... all) { return cancel.set(), original(all...); });
+    Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
+        [&](auto original, auto... all) { return cancel.set(), original(all...); });
     for (const long started : {1, 1}) { // the second time the cancel comes first
         EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel.get(), &exitCode),
                   1223);
@@ -219,36 +221,55 @@ TEST(Processes, AreRunAndTold)
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
 }
 
-// A process and its child: both end, and nothing else.
+// A shell that waits for another one, and starts one more when that has ended: all end, and nothing else.
 TEST(Processes, EndWithTheirTreeFromBelow)
 {
     const unsigned long self = GetCurrentProcessId();
-    EXPECT_EQ(CreateProcessManager(), 0);
-    const Child tree(L"tree 1 2");
-    Given<ProcessEntry> entries;
-    size_t count = 0;
-    ASSERT_TRUE(comesTrue(
-        [&] { return PMRefresh() == 0 && PMGetTree(tree.id, &entries, &count) == 0 && count == 2; }));
-    EXPECT_EQ(asNumber(ProcessGetParent)(tree.id), self);
+    wchar_t command[] = L"C:\\windows\\system32\\cmd.exe /c \"cmd.exe /k & cmd.exe /k\"";
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    HANDLE output = nullptr, said = nullptr;
+    CreatePipe(&startup.hStdInput, &output, &inherited, 0);
+    CreatePipe(&said, &startup.hStdOutput, &inherited, 0);
+    PROCESS_INFORMATION started{};
+    ASSERT_TRUE(
+        CreateProcessW(nullptr, command, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started));
+    EXPECT_EQ(asNumber(ProcessGetParent)(started.dwProcessId), self);
     unsigned long long mine = 0, its = 0;
-    EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(tree.id, &its), 0);
+    EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(started.dwProcessId, &its), 0);
     EXPECT_LE(mine, its);
     for (const unsigned long refused : {0UL, 4UL, self})
         EXPECT_EQ(ProcessTerminateTree(refused, 1000), 50);
     for (const unsigned long beside : {1UL, 2UL, 3UL}) { // for the system an id of the same process
-        EXPECT_EQ(ProcessTerminateTree(tree.id + beside, 1000), 87);
+        EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
         EXPECT_EQ(ProcessTerminateTree(self + beside, 1000), 87);
+    }
+    const auto read = [said] {
+        char byte = 0;
+        DWORD size = 0;
+        EXPECT_TRUE(ReadFile(said, &byte, 1, &size, nullptr));
+        return size == 1 ? byte : '>';
+    };
+    while (read() != '>') { // the inner shell waits for a command
     }
     std::vector<unsigned long> order;
     Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
         [&](auto original, HANDLE process, UINT code) {
             order.push_back(GetProcessId(process));
-            return original(process, code);
+            const BOOL ended = original(process, code);
+            if (order.size() == 1 && order[0] != started.dwProcessId)
+                read(); // the outer shell has started the next one
+            return ended;
         });
-    EXPECT_EQ(ProcessTerminateTree(tree.id, 10000), 0);
-    EXPECT_EQ(order, (std::vector<unsigned long>{entries[1].id, tree.id})) << "children first";
-    EXPECT_FALSE(tree.isRunning());
-    EXPECT_NE(CloseProcessManager(), 0);
+    EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
+    EXPECT_TRUE(order.size() == 3 && order[1] == started.dwProcessId)
+        << "children first, and what was started meanwhile: " << testing::PrintToString(order);
+    EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
+    for (const HANDLE handle :
+         {started.hProcess, started.hThread, startup.hStdInput, output, said, startup.hStdOutput})
+        CloseHandle(handle);
 }
 
 TEST(Shell, Shortcuts)

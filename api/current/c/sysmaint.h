@@ -332,6 +332,7 @@ typedef struct sysmaint_scan sysmaint_scan;
 #define SYSMAINT_FOUND_CONTAINER 1u ///< a folder or a registry key
 #define SYSMAINT_FOUND_UNLISTED 2u ///< a container that could not be listed completely, for the reason `code`
 
+/// How far a scan goes.
 typedef struct sysmaint_scan_options
 {
     uint32_t size;
@@ -415,6 +416,7 @@ typedef struct sysmaint_wiper sysmaint_wiper;
 #define SYSMAINT_WIPE_GUTMANN 3u         ///< 35 passes
 #define SYSMAINT_WIPE_CLOUD_FILES 0x100u ///< added: also files whose content is elsewhere, which is fetched
 
+/// How a wiper overwrites.
 typedef struct sysmaint_wipe_options
 {
     uint32_t size;
@@ -424,6 +426,7 @@ typedef struct sysmaint_wipe_options
     uint64_t total; ///< bytes expected in all, for the callback; the call corrects it
 } sysmaint_wipe_options;
 
+/// How far a wiper is.
 typedef struct sysmaint_wipe_progress
 {
     uint32_t size;
@@ -514,6 +517,7 @@ typedef struct sysmaint_message sysmaint_message;
 #define SYSMAINT_MESSAGE_ARRAY 2u      ///< with a list of elements, each of bytes
 #define SYSMAINT_MESSAGE_PARAMETERS 3u ///< with named parameters, each of bytes
 
+/// What every message has.
 typedef struct sysmaint_message_info
 {
     uint32_t size;
@@ -660,6 +664,7 @@ typedef struct sysmaint_work_key
     void* instance;           ///< as sysmaint_pool_queue returned it
 } sysmaint_work_key;
 
+/// The threads of a category.
 typedef struct sysmaint_category_options
 {
     uint32_t size;
@@ -1145,6 +1150,7 @@ SYSMAINT_API int32_t sysmaint_connection_receive(void* connection, uint32_t time
 // ---- Listeners and reporters: topics that reach across processes. core/win32/utils/listeners/plain.h
 // describes them. A listener's handle is a void*, given back with CloseMessageListener.
 
+/// A listener's limits.
 typedef struct sysmaint_listener_options
 {
     uint32_t size;
@@ -1154,6 +1160,7 @@ typedef struct sysmaint_listener_options
     uint64_t most_waiting; ///< bytes of the messages that may wait for their delivery; 0 is 64 MiB
 } sysmaint_listener_options;
 
+/// What a listener has done so far.
 typedef struct sysmaint_listener_state
 {
     uint32_t size;
@@ -1186,6 +1193,7 @@ typedef struct sysmaint_reporter sysmaint_reporter;
 #define SYSMAINT_REPORT_QUEUE 0u ///< queues what is delivered; a thread of the reporter forwards it
 #define SYSMAINT_REPORT_SEND 1u  ///< forwards it at once, and waits for the peer's answer, the reply
 
+/// How a reporter forwards.
 typedef struct sysmaint_reporter_options
 {
     uint32_t size;

@@ -176,13 +176,11 @@ const wchar_t* ScanValidator::getIgnore(std::uint32_t index) const
 
 std::uint32_t ScanValidator::getFilterCount() const noexcept
 {
-    const InsideLibrary inside;
     return static_cast<std::uint32_t>(m_filters.size());
 }
 
 std::uint32_t ScanValidator::getIgnoreCount() const noexcept
 {
-    const InsideLibrary inside;
     return static_cast<std::uint32_t>(m_ignores.size());
 }
 
