@@ -137,13 +137,14 @@ private:
     static inline Hook s_hook;
 };
 
-/// The DLL under test.
+/// The DLL under test, or the program that holds its classes instead.
 inline HMODULE sysmaintModule()
 {
-    return GetModuleHandleW(L"sysmaint.dll");
+    const HMODULE library = GetModuleHandleW(L"sysmaint.dll");
+    return library != nullptr ? library : GetModuleHandleW(nullptr);
 }
 
-/// An import of the DLL, replaced for a scope.
+/// An import of the module under test, replaced for a scope.
 template <ImportName Name, class Function>
 struct Replaced : CountedImport<Name, Function>
 {

@@ -14,33 +14,22 @@
 /// not tell.
 inline DWORD processHandleCount(HANDLE sample = nullptr)
 {
-    struct Entry
-    {
-        ULONG process;
-        UCHAR type;
-        UCHAR attributes;
-        USHORT number;
-        void* object;
-        ULONG access;
-    };
-    struct Table
-    {
-        ULONG count;
-        Entry entries[1 << 16];
-    };
+    using Entry = SYSTEM_HANDLE_ENTRY;
     static const auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
     constexpr auto kHandles = static_cast<SYSTEM_INFORMATION_CLASS>(16);
-    const auto table = std::make_unique_for_overwrite<Table>();
-    if (query(kHandles, table.get(), sizeof(Table), nullptr) < 0)
+    std::vector<Entry> table(1 << 16);
+    auto* const answer = reinterpret_cast<SYSTEM_HANDLE_INFORMATION*>(table.data());
+    if (query(kHandles, answer, static_cast<ULONG>(table.size() * sizeof(Entry)), nullptr) < 0)
         throw std::runtime_error("the handles cannot be counted");
-    const auto isOwn = [](const Entry& entry) { return entry.process == GetCurrentProcessId(); };
-    Entry* const end = std::partition(table->entries, table->entries + table->count, isOwn);
+    const auto isOwn = [](const Entry& entry) { return entry.OwnerPid == GetCurrentProcessId(); };
+    Entry* const first = answer->Handle;
+    Entry* const end = std::partition(first, first + answer->Count, isOwn);
     const auto number = static_cast<USHORT>(reinterpret_cast<std::uintptr_t>(sample));
     const Entry* const found =
-        std::find_if(table->entries, end, [&](const Entry& entry) { return entry.number == number; });
-    return static_cast<DWORD>(std::count_if(table->entries, end, [&](const Entry& entry) {
-        return sample == nullptr || (found != end && entry.type == found->type);
+        std::find_if(first, end, [&](const Entry& entry) { return entry.HandleValue == number; });
+    return static_cast<DWORD>(std::count_if(first, end, [&](const Entry& entry) {
+        return sample == nullptr || (found != end && entry.ObjectType == found->ObjectType);
     }));
 }
 

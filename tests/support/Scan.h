@@ -2,6 +2,7 @@
 
 #include "core/win32/utils/scanengine/api.h"
 #include "support/Process.h"
+#include "support/Raised.h"
 
 /// The validator that accepts everything.
 inline SharedPtr<IScanValidator> everything()
@@ -134,24 +135,12 @@ inline SharedPtr<ScanItem> itemOf(void* handle)
     return item;
 }
 
-/// The code that an operation of an item raises, or 0.
-template <class Operation>
-unsigned long codeOf(Operation&& operation)
-{
-    try {
-        operation();
-    } catch (const Exception& raised) {
-        return raised.getCode();
-    }
-    return ERROR_SUCCESS;
-}
-
 /// What an object stores.
 template <class Object>
 std::string dumpOf(const Object& object, unsigned long code = kStateAll)
 {
     MemoryOutputByteStream stream;
-    object.dump(code, stream);
+    EXPECT_EQ(object.dump(code, stream), ERROR_SUCCESS);
     return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
 }
 

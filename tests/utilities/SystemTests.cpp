@@ -1,12 +1,3 @@
-#include "core/win32/utils/system/api.h"
-
-#include "core/win32/utils/files/api.h"
-#include "core/win32/utils/processes/api.h"
-#include "core/win32/utils/registry/api.h"
-#include "core/win32/utils/security/api.h"
-#include "core/win32/utils/services/api.h"
-#include "core/win32/utils/shell/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Process.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
@@ -298,16 +289,15 @@ TEST(Shell, Shortcuts)
         return ShellCreateShortcut(where.c_str(), what.c_str(), with.c_str(), nullptr, 0);
     };
     EXPECT_EQ(made(link, target, most), 0);
-    Given<wchar_t> all, other, place;
-    EXPECT_EQ(ShellReadShortcut(link.c_str(), &other, &all, &place), 0);
-    EXPECT_EQ(all.get(), most);
+    EXPECT_EQ(ShellReadShortcut(link.c_str(), &to, &arguments, &folder), 0);
+    EXPECT_EQ(arguments.get(), most);
     EXPECT_EQ(made(link, target, most + L"a"), 206);
     EXPECT_EQ(made(link, L"C:\\" + std::wstring(257, L'x'), L""), 206);
     EXPECT_EQ(made(link, L"", L""), 87);
     EXPECT_EQ(made(target, target, L""), 80);
     EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
     EXPECT_EQ(made(L"C:\\users", target, L""), 336);
-    EXPECT_EQ(ShellReadShortcut(target.c_str(), &other, &all, &place), 13);
+    EXPECT_EQ(ShellReadShortcut(target.c_str(), &to, &arguments, &folder), 13);
     const auto broken = [&] { return asNumber(ShellShortcutIsBroken)(link.c_str()); };
     EXPECT_EQ(broken(), 0);
     DeleteFileW(target.c_str());
