@@ -17,19 +17,19 @@ DWORD level = 0;
 
 // Replacements of COM's functions.
 const std::map<std::string_view, void*> kReplaced{
-    {"CoInitializeEx", FakeObject::method(+[](void* reserved, DWORD kind) {
+    {"CoInitializeEx", address(+[](void* reserved, DWORD kind) {
          const HRESULT result = com.next();
          const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
          com.apartments += SUCCEEDED(real) ? 1 : 0;
          return real;
      })},
-    {"CoUninitialize", FakeObject::method(+[] {
+    {"CoUninitialize", address(+[] {
          --com.apartments;
          EXPECT_EQ(com.references, 0) << "released after COM";
          ::CoUninitialize();
      })},
     {"CoInitializeSecurity",
-     FakeObject::method(+[](PSECURITY_DESCRIPTOR given, LONG, void*, void*, DWORD authentication) {
+     address(+[](PSECURITY_DESCRIPTOR given, LONG, void*, void*, DWORD authentication) {
          constexpr SECURITY_INFORMATION kAll =
              OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
          wchar_t* text = nullptr;
@@ -39,21 +39,21 @@ const std::map<std::string_view, void*> kReplaced{
          LocalFree(text);
          return com.next();
      })},
-    {"CoSetProxyBlanket", FakeObject::method(+[](void*, DWORD, DWORD, void*, DWORD, DWORD impersonation) {
+    {"CoSetProxyBlanket", address(+[](void*, DWORD, DWORD, void*, DWORD, DWORD impersonation) {
          EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
          return com.next();
      })},
-    {"SysAllocString", FakeObject::method(+[](const wchar_t* text) {
+    {"SysAllocString", address(+[](const wchar_t* text) {
          const bool failed = FAILED(com.next());
          com.code = failed ? E_OUTOFMEMORY : com.code; // how a caller must interpret null
          com.texts += failed ? 0 : 1;
          return failed ? nullptr : ::SysAllocString(text);
      })},
-    {"SysFreeString", FakeObject::method(+[](BSTR text) {
+    {"SysFreeString", address(+[](BSTR text) {
          com.texts -= text != nullptr ? 1 : 0;
          ::SysFreeString(text);
      })},
-    {"VariantClear", FakeObject::method(+[](VARIANT* value) {
+    {"VariantClear", address(+[](VARIANT* value) {
          com.texts -= value->vt == VT_BSTR ? 1 : 0;
          return ::VariantClear(value);
      })}};
@@ -312,7 +312,7 @@ TEST_F(RestoreWmiTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
     com.fail(0, S_OK);
     for (const char* function :
          {"CreateWellKnownSid", "InitializeAcl", "AddAccessAllowedAce", "SetSecurityDescriptorOwner"}) {
-        const ImportReplacement replaced(sysmaintModule(), function, FakeObject::method(+[]() -> BOOL {
+        const ImportReplacement replaced(sysmaintModule(), function, address(+[]() -> BOOL {
                                              return SetLastError(ERROR_INVALID_SID), FALSE;
                                          }));
         EXPECT_EQ(CreateRestorePoint(manager), ERROR_INVALID_SID) << function;

@@ -40,8 +40,12 @@ public:
             });
         const HMODULE own = GetModuleHandleW(nullptr);
         for (const HMODULE giver : {module, own}) {
-            replace(giver, "HeapFree", &heapFree, &s_heapFree);
-            replace(giver, "free", &release, &s_free);
+            replace(
+                giver, "HeapFree", +[](HANDLE heap, DWORD flags, void* address) {
+                    return given(address), s_heapFree(heap, flags, address);
+                });
+            replace(
+                giver, "free", +[](void* address) { given(address), s_free(address); });
         }
         const ImportReplacement measured(own, "malloc", reinterpret_cast<void*>(&measure));
         for (int turn = 0; turn < 2; ++turn) // a thread's first exception allocates more than itself
@@ -127,16 +131,6 @@ private:
         return taken(
             nullptr, [&] { return std::malloc(size); }, !isException);
     }
-    static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
-    {
-        given(address);
-        return reinterpret_cast<decltype(&heapFree)>(s_heapFree.load())(heap, flags, address);
-    }
-    static void release(void* address)
-    {
-        given(address);
-        reinterpret_cast<decltype(&release)>(s_free.load())(address);
-    }
     static void* measure(std::size_t size)
     {
         s_measured = size;
@@ -144,9 +138,9 @@ private:
     }
 
     template <class Hook>
-    void replace(HMODULE module, const char* name, Hook* hook, Entry* original = nullptr)
+    void replace(HMODULE module, const char* name, Hook* hook)
     {
-        m_replacements.emplace_back(module, name, reinterpret_cast<void*>(hook), original);
+        m_replacements.emplace_back(module, name, reinterpret_cast<void*>(hook));
     }
 
     std::deque<ImportReplacement> m_replacements;
@@ -158,5 +152,13 @@ private:
     static inline bool s_failed = false;
     static inline bool s_failsAll = false;
     static inline DWORD s_thread = 0;
-    static inline Entry s_heapFree, s_free; // the system's, where the imports of these names are replaced
+    // The imports of these names are replaced.
+    template <class Function>
+    static Function* systemFunction(const wchar_t* library, const char* name)
+    {
+        return reinterpret_cast<Function*>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)));
+    }
+    static inline const auto s_heapFree = systemFunction<decltype(::HeapFree)>(L"kernel32.dll", "HeapFree");
+    static inline const auto s_free = systemFunction<decltype(std::free)>(L"msvcrt.dll", "free");
 };

@@ -265,7 +265,8 @@ SYSMAINT_API int32_t sysmaint_item_registry_value(void* root, const wchar_t* key
 /// @param ftp   stays open while the item is used
 /// @param path  from the server's root, with slashes
 /// @param item  receives the handle; close it with sysmaint_item_close
-/// @return 0, 6, 8, 87 (also a path with "." or "..", a backslash or a control character)
+/// @return 0, 6, 8, 87 (also a path that is empty, ends in a slash, or has "." or "..", a backslash or a
+///         control character)
 SYSMAINT_API int32_t sysmaint_item_ftp_file(sysmaint_ftp* ftp, const wchar_t* path, sysmaint_item** item);
 /// The item that sysmaint_item_dump has written. Items on FTP servers are not connected then (2250).
 ///

@@ -144,7 +144,7 @@ std::int32_t sysmaint_item_ftp_file(sysmaint_ftp* ftp, const wchar_t* path, sysm
     return status(__func__, [&] {
         const auto connection = connections().get(ftp);
         requireArguments(path != nullptr && item != nullptr);
-        *item = items().add(makeShared<ScanItem, FtpFile>(connection, FtpLocation::fromPath(path), false,
+        *item = items().add(makeShared<ScanItem, FtpFile>(connection, FtpLocation::fromFilePath(path), false,
                                                           std::optional<unsigned long long>()));
     });
 }

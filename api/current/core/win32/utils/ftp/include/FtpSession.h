@@ -63,7 +63,10 @@ public:
     /// Whether the next command can be sent: the last one has had its whole reply.
     [[nodiscard]] bool isReady() const noexcept { return m_isReady; }
     /// Whether the server has answered since the session was last ready.
-    [[nodiscard]] bool isAnswered() const noexcept { return m_isAnswered; }
+    [[nodiscard]] bool isAnswered() const noexcept { return m_lastReply != 0; }
+    /// What the server said at last of a transfer that has failed.
+    [[nodiscard]] bool hasRefusedTransfer() const noexcept { return m_lastReply >= 400; }
+    [[nodiscard]] bool hasConfirmedTransfer() const noexcept;
 
 private:
     struct Reply
@@ -98,7 +101,7 @@ private:
     std::size_t m_receivedAt = 0;
     std::size_t m_receivedEnd = 0;
     bool m_isReady = false;
-    bool m_isAnswered = false;
+    int m_lastReply = 0; // to the last command
     bool m_isTransferDone = false;
     bool m_hasMachineListing = false; // MLSD
     bool m_knowsExtendedPassive = true;
