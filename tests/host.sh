@@ -136,7 +136,7 @@ assert {line["name"]: line["data"] for line in lines if line["type"] == "value"}
     fail "the JSON of a hive: $(cat "$work/out")"
 run 1 hive show "$hive_path" none && says err '(2)'
 run 0 hive get "$hive_path" B vb && says out 'vb  REG_DWORD  875770417'
-run 1 hive get "$hive_path" b none
+run 1 hive get "$hive_path" b none && says err 'no such key or value (2)'
 run 2 hive set "$hive_path" b vb 5 --type dword && same 'nobody was asked'
 run 2 hive set "$hive_path" b new 5x --type dword && same 'no number'
 run 2 hive delete "$hive_path" b && same 'nobody was asked'

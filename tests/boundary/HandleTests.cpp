@@ -73,7 +73,9 @@ TEST(Validator, TextsAreTakenApartOrRefusedWhole)
 {
     const auto count = [](const wchar_t* filters, const wchar_t* ignores) -> long {
         const SharedPtr<IScanValidator> validator(DllGetScanValidator(filters, ignores));
-        return validator ? validator->getFilterCount() * 100 + validator->getIgnoreCount() : -1;
+        return validator ? long{100} * static_cast<long>(validator->getFilterCount()) +
+                               static_cast<long>(validator->getIgnoreCount())
+                         : -1;
     };
     EXPECT_TRUE(count(L"*.tmp,*.log:011,Temp:110", L"x") == 301 && count(L"", L"") == 0);
     EXPECT_EQ(count(L",,a,,", L",b:999,c"), 102);

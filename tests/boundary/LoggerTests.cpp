@@ -166,7 +166,7 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         EXPECT_EQ(overwritten, size - kept);
         write(L"Registry Cleaner", L"new");
         settle();
-        EXPECT_EQ(std::ssize(readBytes(path)), kept + 2 * (25 + 16 + 3 + 3 + 2));
+        EXPECT_EQ(std::ssize(readBytes(path)), kept + 2LL * (25 + 16 + 3 + 3 + 2));
         EXPECT_EQ(countOld(path), kept);
     }
     // Somebody's file under a second name: only the name is deleted.

@@ -53,7 +53,7 @@ TEST(ScanItems, DataIsReadOnceAndAMissingFileIsLeftEmpty)
 {
     const std::wstring path = scratchFolder() + L"\\data";
     const FilePtr missing = fileAt(path);
-    EXPECT_TRUE(content(*missing) == "" && stands(path));
+    EXPECT_TRUE(content(*missing).empty() && stands(path));
 
     const FilePtr writer = fileAt(path);
     writer->setData("12345", 5);

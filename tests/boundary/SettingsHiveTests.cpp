@@ -411,6 +411,7 @@ TEST(SettingsHiveChild, DISABLED_Counts)
 TEST(SettingsHiveChild, DISABLED_Dies)
 {
     void* const hive = CreateSettingsHive(_wgetenv(kShared), 0);
+    const bool isDamaged = asNumber(SettingsHiveGetState)(hive) != 0;
     EXPECT_EQ(SettingsHiveSetText(hive, L"", L"which", L"the new one"), 0);
     long left = std::wcstol(_wgetenv(kCalls), nullptr, 10);
     const auto dieAfter = [&left](auto original, auto... arguments) {
@@ -424,8 +425,9 @@ TEST(SettingsHiveChild, DISABLED_Dies)
     Flushes flushes(dieAfter);
     const Replaced<"CloseHandle", decltype(&CloseHandle)> closes(dieAfter);
     const Moves moves([&](auto original, LPCWSTR from, LPCWSTR to, DWORD flags) {
-        EXPECT_EQ(flushes.calls(), 1) << "what is put in place must be on the disk";
-        EXPECT_EQ(flags, DWORD{MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH});
+        EXPECT_EQ(flushes.calls(), isDamaged ? 2 : 1) << "what is put in place must be on the disk";
+        const DWORD replacing = std::wcsstr(to, L".damaged") != nullptr ? 0 : MOVEFILE_REPLACE_EXISTING;
+        EXPECT_EQ(flags, replacing | MOVEFILE_WRITE_THROUGH);
         return dieAfter(original, from, to, flags);
     });
     const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(dieAfter);
@@ -450,26 +452,35 @@ TEST_F(SettingsHiveTest, LosesNoSaveOfTwoProcesses)
 TEST_F(SettingsHiveTest, SurvivesAProcessThatDiesInASave)
 {
     _wputenv_s(kShared, file.c_str());
-    int found[2] = {}; // the new one, the old one
-    int leftovers = 0;
-    DWORD code = 7;
-    for (int calls = 1; code == 7; ++calls) {
-        SCOPED_TRACE(calls);
-        const Bytes old = makeOld();
-        close();
-        _wputenv_s(kCalls, std::to_wstring(calls).c_str());
-        code = exitCodeOf(startDisabled(L"--gtest_filter=SettingsHiveChild.DISABLED_Dies"));
-        leftovers += entries() != L"settings.hive " ? 1 : 0;
-        const bool isOld = readBytes(file) == old;
-        open();
-        EXPECT_EQ(state(), 0);
-        EXPECT_EQ(text(L"", L"which"), isOld ? L"old" : L"the new one");
-        ++found[isOld];
-        EXPECT_EQ(save(), 0) << "the turn of the dead is over";
-        EXPECT_EQ(entries(), L"settings.hive ");
+    const std::wstring kept = file + L".damaged";
+    for (const bool isDamaged : {false, true}) {
+        const std::wstring expected = isDamaged ? L"settings.hive settings.hive.damaged " : L"settings.hive ";
+        int found[2] = {}; // the new one, the old one
+        int leftovers = 0;
+        DWORD code = 7;
+        for (int calls = 1; code == 7; ++calls) {
+            SCOPED_TRACE(calls);
+            Bytes old = makeOld();
+            close();
+            DeleteFileW(kept.c_str());
+            old[4] ^= isDamaged ? 2 : 0; // one of two sequence numbers; the checksum is that of all words
+            old[508] ^= isDamaged ? 2 : 0;
+            writeBytes(file, old);
+            _wputenv_s(kCalls, std::to_wstring(calls).c_str());
+            code = exitCodeOf(startDisabled(L"--gtest_filter=SettingsHiveChild.DISABLED_Dies"));
+            leftovers += entries().find(L".tmp") != std::wstring::npos ? 1 : 0;
+            EXPECT_TRUE(!isThere(kept) || readBytes(kept) == old) << "half of a copy";
+            const bool isOld = readBytes(file) == old;
+            open();
+            EXPECT_EQ(state(), isOld && isDamaged ? 8 : 0);
+            EXPECT_EQ(text(L"", L"which"), isOld ? L"old" : L"the new one");
+            ++found[isOld];
+            EXPECT_EQ(save(), 0) << "the turn of the dead is over";
+            EXPECT_EQ(entries(), expected) << "one copy, and nothing else";
+        }
+        EXPECT_EQ(code, 0U);
+        EXPECT_GT(found[0] * found[1] * leftovers, 0);
     }
-    EXPECT_EQ(code, 0U);
-    EXPECT_GT(found[0] * found[1] * leftovers, 0);
 }
 
 TEST_F(SettingsHiveTest, ServesManyThreads)

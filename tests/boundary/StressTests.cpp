@@ -40,6 +40,7 @@ void receive(const MessageW& message, std::uint32_t /*value*/)
 /// something; none may hang, and nothing may be lost.
 struct Caller
 {
+    explicit Caller(unsigned seed) : random(seed) {}
     void run(ULONGLONG until)
     {
         while (GetTickCount64() < until)
@@ -116,7 +117,7 @@ TEST(Stress, OfPoolsAndTopicsHangsNowhere)
     SCOPED_TRACE(seed);
     std::deque<Caller> callers;
     for (unsigned i = 0; i < kThreads; ++i)
-        callers.emplace_back(std::mt19937(seed + i));
+        callers.emplace_back(seed + i);
     std::atomic<int> left{kThreads};
     onThreadsAtOnce(kThreads + 1, [&](int i) {
         if (i < kThreads) {

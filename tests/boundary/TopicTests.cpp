@@ -106,6 +106,29 @@ TEST(Topics, DeliverPostsOnceInEachPostersOrder)
     EXPECT_EQ(next, std::vector<std::uint32_t>(kPosters, kPosts));
 }
 
+TEST(Topics, TakeBackWhatIsPostedWithoutMemory)
+{
+    const HeapWatch watch(sysmaintModule());
+    int refused = 0;
+    for (long from = 1; from <= 30; ++from) {
+        SCOPED_TRACE(from);
+        std::vector<std::uint32_t> delivered;
+        Handler handler(
+            [&](const MessageW& received, std::uint32_t) { delivered.push_back(received.getId()); });
+        const TopicHandle topic = topicOf(handler);
+        HeapWatch::armFrom(from);
+        const long code = TopicPostMessage(topic, MessageW(7UL, 1));
+        HeapWatch::disarm();
+        refused += code == ERROR_NOT_ENOUGH_MEMORY ? 1 : 0;
+        EXPECT_TRUE(code == ERROR_SUCCESS || code == ERROR_NOT_ENOUGH_MEMORY) << code;
+        EXPECT_EQ(TopicPostMessage(topic, MessageW(7UL, 2)), ERROR_SUCCESS);
+        EXPECT_EQ(TopicConsumeAll(topic, 60000), ERROR_SUCCESS);
+        EXPECT_EQ(delivered.size(), code == ERROR_SUCCESS ? 2U : 1U);
+        EXPECT_EQ(delivered.back(), 2U);
+    }
+    EXPECT_TRUE(refused > 5 && refused < 30) << refused;
+}
+
 TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
 {
     std::vector<std::uint32_t> order;

@@ -12,12 +12,16 @@ struct Optional
 {
     T value;
 };
+template <class T>
+Optional(T) -> Optional<T>;
 /// An output that does not belong to the caller, or that the row itself gives back.
 template <class T>
 struct Kept
 {
     T value;
 };
+template <class T>
+Kept(T) -> Kept<T>;
 /// A handle that the function refuses another kind of object for (120).
 template <class T>
 struct Typed
@@ -25,6 +29,8 @@ struct Typed
     T value;
     T another;
 };
+template <class T>
+Typed(T, T) -> Typed<T>;
 /// A number of a few; `wrong` is none of them (87).
 struct Number
 {
@@ -159,9 +165,11 @@ private:
     {
         std::string bytes;
         const auto append = [&]<class T>(T argument) {
-            if constexpr (isOutput<T>)
+            if constexpr (isOutput<T>) {
+                constexpr std::size_t kSize = sizeof(std::remove_pointer_t<T>); // NOLINT(bugprone-sizeof-*)
                 if (argument != nullptr)
-                    bytes.append(reinterpret_cast<const char*>(argument), sizeof *argument);
+                    bytes.append(reinterpret_cast<const char*>(argument), kSize);
+            }
         };
         std::apply([&](auto... each) { (append(each), ...); }, arguments);
         return bytes;

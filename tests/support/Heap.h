@@ -75,8 +75,15 @@ public:
         s_failed = false;
         s_failsAll = true;
     }
+    /// The calling thread's allocation `number` fails, and all later ones do, those of exceptions too.
+    static void armFrom(long number)
+    {
+        arm(number);
+        s_lasts = true;
+    }
     static void disarm()
     {
+        s_lasts = false;
         s_number = 0;
         s_failsAll = false;
     }
@@ -100,6 +107,7 @@ private:
         if ((s_failsAll || (canFail && s_number != 0)) && GetCurrentThreadId() == s_thread &&
             (s_failsAll || --s_number == 0)) {
             s_failed = true;
+            s_failsAll = s_failsAll || s_lasts;
             return nullptr;
         }
         void* const address = original();
@@ -151,6 +159,7 @@ private:
     static inline std::size_t s_exceptionHead = 0;
     static inline bool s_failed = false;
     static inline bool s_failsAll = false;
+    static inline bool s_lasts = false;
     static inline DWORD s_thread = 0;
     // The imports of these names are replaced.
     template <class Function>

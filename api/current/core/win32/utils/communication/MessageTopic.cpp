@@ -35,7 +35,7 @@ void MessageTopic::post(const Posted& posted)
         try {
             placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718),
                        [&] { begins = !m_beginning && !isWorking(); });
-        } catch (...) { // an Exception, or no memory for one
+        } catch (...) {                   // an Exception, or no memory for one
             if (m_queue.withdraw(number)) // otherwise it was delivered after all
                 throw;
         }

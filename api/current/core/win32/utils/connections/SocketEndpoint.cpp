@@ -233,7 +233,8 @@ WirePtr SocketServer::accept(const WaitLimits& limits)
                 return wire;
         } catch (long code) {
             // The same where the system tells it like this: it is nobody's failure.
-            if (code != WSAECONNRESET && code != WSAECONNABORTED && code != ERROR_NETNAME_DELETED)
+            if (code != WSAECONNRESET && code != WSAECONNABORTED && code != ERROR_NETNAME_DELETED &&
+                code != WSAENOTCONN)
                 throw;
         }
     }
