@@ -1101,7 +1101,8 @@ SYSMAINT_API int32_t sysmaint_offline_value_set(sysmaint_offline_key* key, const
 SYSMAINT_API int32_t sysmaint_offline_value_delete(sysmaint_offline_key* key, const wchar_t* name);
 /// Writes the whole hive to a new file, compactly, and flushes it. On failure no new file is left.
 ///
-/// @return 0, 6, 8, 87, 183 (the file exists), 223 (above 2 GiB), or the system's code
+/// @return 0, 6, 8, 87, 161 (a path that can be no file's on a disk), 183 (the file exists), 223 (above
+///         2 GiB), or the system's code
 SYSMAINT_API int32_t sysmaint_offline_save(sysmaint_offline_key* key, const wchar_t* new_file);
 /// Closes the handle. What was not saved is lost with the last key of the hive.
 ///

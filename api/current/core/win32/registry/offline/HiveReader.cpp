@@ -502,7 +502,6 @@ std::uint32_t HiveReader::countValues(Cell list) const noexcept
     return count;
 }
 
-/// Of two values with the same name only the first could be found.
 /// Few values are compared each with each, which needs no memory; of more it says yes.
 bool HiveReader::mayRepeatAName(std::span<const ValueId> values) const noexcept
 {
@@ -516,6 +515,7 @@ bool HiveReader::mayRepeatAName(std::span<const ValueId> values) const noexcept
     return false;
 }
 
+/// Of two values with the same name only the first could be found.
 void HiveReader::dropSecondValues(KeyId id)
 {
     Hive::List& list = m_hive.m_keys[id].values;

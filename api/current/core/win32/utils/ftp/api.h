@@ -17,8 +17,7 @@
 //   6, 487 no such handle, or its object is gone
 //   8      no memory
 //   13     the server sent what is no FTP, or not what it announced, or a reply that nothing had asked for:
-//   the
-//          next one would be taken for the answer to another command, so the connection is ended
+//          the next one would be taken for the answer to another command, so the connection is ended
 //   50     the server does not know the command
 //   87     a null or senseless argument
 //   109, 1236  the server has ended the connection; 1225, 1117, 112, 123, 170  its replies 425; 451; 452 and
