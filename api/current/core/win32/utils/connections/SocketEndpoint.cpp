@@ -142,9 +142,9 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
     requireSuccess(call.finish(
         asHandle(listener), begunCode(begun ? 0 : -1), limits, done,
         [&](OVERLAPPED& overlapped, DWORD& count) { return socketResult(listener, overlapped, count); }));
-    const SOCKET accepted = listener.get().socket;
+    const SOCKET listening = listener.get().socket;
     if (SocketLibrary::get().setOption(client.get().socket, SOL_SOCKET, SO_UPDATE_ACCEPT_CONTEXT,
-                                       reinterpret_cast<const char*>(&accepted), sizeof accepted) != 0)
+                                       reinterpret_cast<const char*>(&listening), sizeof listening) != 0)
         return nullptr;
     return std::make_shared<SocketWire>(std::move(client));
 }
