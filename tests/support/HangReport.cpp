@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 constexpr int kMostFrames = 40;
@@ -57,6 +58,8 @@ void printFrames(CONTEXT context)
 }
 } // namespace
 
+std::atomic<const testing::TestInfo*> HangReport::test{nullptr};
+
 HangReport::HangReport(ULONGLONG longestTest) : m_longestTest(longestTest)
 {
     nextThread = reinterpret_cast<NextThread>(
@@ -64,30 +67,29 @@ HangReport::HangReport(ULONGLONG longestTest) : m_longestTest(longestTest)
     CloseHandle(CreateThread(nullptr, 0, watch, this, 0, nullptr));
 }
 
-void HangReport::OnTestStart(const testing::TestInfo& test)
+void HangReport::OnTestStart(const testing::TestInfo& begun)
 {
     m_begin = GetTickCount64();
-    m_test = &test;
+    test = &begun;
 }
 
-void HangReport::OnTestEnd(const testing::TestInfo& /*test*/)
+void HangReport::OnTestEnd(const testing::TestInfo& /*ended*/)
 {
-    m_test = nullptr;
+    test = nullptr;
 }
 
 DWORD WINAPI HangReport::watch(void* self)
 {
     const auto& report = *static_cast<const HangReport*>(self);
-    while (report.m_test == nullptr || GetTickCount64() - report.m_begin < report.m_longestTest)
+    while (test == nullptr || GetTickCount64() - report.m_begin < report.m_longestTest)
         Sleep(1000);
-    report.printThreads();
-    TerminateProcess(GetCurrentProcess(), kHungCode);
-    return kHungCode;
+    endProgram();
 }
 
-void HangReport::printThreads() const
+void HangReport::endProgram()
 {
-    print("[   HUNG   ] %s.%s\n", m_test->test_suite_name(), m_test->name());
+    const testing::TestInfo* const hung = test;
+    print("[   HUNG   ] %s.%s\n", hung->test_suite_name(), hung->name());
     for (HANDLE thread = nullptr;
          nextThread(GetCurrentProcess(), thread, THREAD_ALL_ACCESS, 0, 0, &thread) >= 0;) {
         if (GetThreadId(thread) == GetCurrentThreadId())
@@ -100,4 +102,6 @@ void HangReport::printThreads() const
             printFrames(context);
         ResumeThread(thread);
     }
+    TerminateProcess(GetCurrentProcess(), kHungCode);
+    std::abort(); // not reached
 }
