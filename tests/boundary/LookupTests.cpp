@@ -197,11 +197,12 @@ TEST_F(Lookup, AsksForFilesOfHigherPriorityFirst)
     held.go.set();
     EXPECT_EQ(wait(), ERROR_SUCCESS);
     EXPECT_EQ(answers(), m_expected);
-    ASSERT_EQ(held.server.getRequests().size(), 3U);
-    const std::string request = held.server.getRequests().back();
-    ASSERT_EQ(request.size(), 9 + std::size_t{4} * 20);
-    for (std::size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(request[9 + i * 20], expected[i]) << i;
+    std::string asked; // the last ones in one request or in several, as fast as they were hashed
+    for (const std::string& request : held.server.getRequests())
+        for (std::size_t at = 9; at < request.size(); at += 20)
+            asked.push_back(request[at]);
+    ASSERT_EQ(asked.size(), m_expected.size());
+    EXPECT_EQ(asked.substr(asked.size() - expected.size()), expected);
 }
 
 // Whichever taking of memory fails: each file has its answer or a reason, and adding it again gets one.
