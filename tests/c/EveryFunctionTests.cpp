@@ -60,7 +60,8 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_item_matches, o.file, o.validator, &o.flag).tells("1"),
     CALL(sysmaint_item_matches, o.value, o.validator, &o.flag).tells("0"),
     CALL(sysmaint_item_read, (Typed{o.value, o.key}), &o.bytes, &o.size).tells("xy,2"),
-    CALL(sysmaint_item_write, (Typed{o.value, o.folderItem}), 3U, "x", 1U),
+    CALL(sysmaint_item_write, (Typed{o.value, o.folderItem}), 4U, "abcd", 4U),
+    CALL(sysmaint_item_value_type, o.value, &o.number).tells("4"),
     CALL(sysmaint_item_write, o.file, 0U, "abcd", 4U),
     CALL(sysmaint_item_read, o.item, &o.bytes, &o.size).from(DOES(sysmaint_item_file(o.path.c_str(), 0, &o.item)))
         .then(DOES(giveBack(o.item))).tells("abcd,4"),

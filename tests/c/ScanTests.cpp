@@ -37,12 +37,6 @@ protected:
         finds.names.clear();
         return sysmaint_scan_run(scan, nullptr, validator, event, &Finds::find, &finds);
     }
-    std::int32_t runWith(std::uint32_t size, std::uint32_t depth)
-    {
-        finds.names.clear();
-        const sysmaint_scan_options options{size, depth};
-        return sysmaint_scan_run(scan, &options, nullptr, nullptr, &Finds::find, &finds);
-    }
 
     const Folder folder;
     sysmaint_scan* scan = nullptr;
@@ -55,7 +49,9 @@ TEST_F(CScan, ReportsWhatTheValidatorAcceptsDownToTheDepth)
 {
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(finds.names, (Names{L"Dsub", L"one.tmp", L"two.tmp", L"three.txt"}));
-    EXPECT_EQ(runWith(sizeof(sysmaint_scan_options), 1), 0);
+    const sysmaint_scan_options options{sizeof options, 1};
+    finds.names.clear();
+    EXPECT_EQ(sysmaint_scan_run(scan, &options, nullptr, nullptr, &Finds::find, &finds), 0);
     EXPECT_EQ(finds.names, (Names{L"Dsub", L"one.tmp"}));
 
     sysmaint_validator* validator = nullptr;
