@@ -1,5 +1,4 @@
 #include "core/win32/registry/api.h"
-#include "core/win32/utils/strings/api.h"
 #include "support/Scan.h"
 
 namespace {
@@ -138,27 +137,4 @@ TEST(Validator, Verdicts)
             EXPECT_EQ(each->validate(*container), acceptsContainer);
         }
     }
-}
-
-TEST(Strings, SearchTokensAndCharacters)
-{
-    const wchar_t* text = L"The Größe of thE thing";
-    for (const auto& [part, at] : {std::pair(L"THE", 0), {L"the t", 13}, {L"GRÖ", 4}})
-        EXPECT_EQ(_wcsistr(text, part), text + at) << part;
-    EXPECT_TRUE(_wcsistr(nullptr, L"x") == nullptr && _wcsistr(text, nullptr) == nullptr);
-
-    wchar_t token[4] = L"...";
-    unsigned long needed = 0;
-    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 0, token, 4, &needed), ERROR_SUCCESS);
-    EXPECT_STREQ(token, L"ab");
-    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 1, token, 4, nullptr), ERROR_SUCCESS);
-    EXPECT_STREQ(token, L"c");
-    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 2, token, 4, nullptr), ERROR_NOT_FOUND);
-    EXPECT_TRUE(GetTokenW(L"abcd", L",", 0, token, 4, &needed) == ERROR_MORE_DATA && needed == 4U);
-    EXPECT_STREQ(token, L"c") << "nothing is written beyond the room there is";
-
-    wchar_t entry[] = L"a:b:c";
-    EXPECT_EQ(SetFirstCharW(entry, L':', L'\0'), entry + 1);
-    EXPECT_STREQ(entry, L"a");
-    EXPECT_TRUE(SetFirstCharW(entry, L':', L'x') == nullptr && SetFirstCharW(nullptr, L':', L'x') == nullptr);
 }

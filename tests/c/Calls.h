@@ -1,18 +1,7 @@
 #pragma once
 
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <functional>
-#include <string>
-#include <tuple>
-#include <type_traits>
-#include <utility>
-#include <vector>
-
 #include "c/sysmaint.h"
+#include "support/Test.h"
 
 /// One call of the C interface and the code that it must return.
 struct Call

@@ -1,5 +1,3 @@
-#include <set>
-
 #include "c/Calls.h"
 #include "support/FtpServers.h"
 

@@ -1,18 +1,10 @@
-#include <atomic>
-#include <thread>
-
 #include "c/Calls.h"
 
 namespace {
-std::string textOf(const void* bytes, std::uint64_t size)
-{
-    return std::string(static_cast<const char*>(bytes), size);
-}
-
-sysmaint_message* makeMessage(std::uint32_t kind, std::uint32_t id = 1)
+sysmaint_message* makeMessage(std::uint32_t kind)
 {
     sysmaint_message* message = nullptr;
-    EXPECT_EQ(sysmaint_message_create(kind, L"c-topic", id, &message), 0);
+    EXPECT_EQ(sysmaint_message_create(kind, L"c-topic", 1, &message), 0);
     return message;
 }
 
@@ -76,73 +68,6 @@ protected:
     sysmaint_topic* topic = nullptr;
 };
 } // namespace
-
-TEST(CMessages, HoldTheirContentAndTheirSerializedForm)
-{
-    sysmaint_message* const named = makeMessage(SYSMAINT_MESSAGE_PARAMETERS, 7);
-    sysmaint_message* const data = makeMessage(SYSMAINT_MESSAGE_DATA);
-    sysmaint_message* const array = makeMessage(SYSMAINT_MESSAGE_ARRAY);
-    const void* bytes = nullptr;
-    void* dumped = nullptr;
-    std::uint64_t size = 0;
-    std::uint32_t number = 0;
-    const wchar_t* text = nullptr;
-    sysmaint_message* other = nullptr;
-    expectCodes({
-        {"number", [&] { return sysmaint_message_set_number(named, L"n", 42); }, 0},
-        {"text", [&] { return sysmaint_message_set_text(named, L"t", L"hello"); }, 0},
-        {"bytes", [&] { return sysmaint_message_set_parameter(named, L"b", "xyz", 3); }, 0},
-        {"no number", [&] { return sysmaint_message_number(named, L"t", &number); }, 87},
-        {"no such", [&] { return sysmaint_message_number(named, L"N", &number); }, 1168},
-        {"past the end", [&] { return sysmaint_message_parameter_at(named, 3, &text, &bytes, &size); }, 259},
-        {"set data", [&] { return sysmaint_message_set_data(data, "abc", 3); }, 0},
-        {"lying data", [&] { return sysmaint_message_set_data(data, nullptr, 3); }, 87},
-        {"element", [&] { return sysmaint_message_add_element(array, "el", 2); }, 0},
-        {"get", [&] { return sysmaint_message_element(array, 0, &bytes, &size); }, 0},
-        {"past", [&] { return sysmaint_message_element(array, 1, &bytes, &size); }, 259},
-        {"dump", [&] { return sysmaint_message_dump(named, &dumped, &size); }, 0},
-        {"cut", [&] { return sysmaint_message_load(SYSMAINT_MESSAGE_PARAMETERS, dumped, 9, &other); }, 30},
-        {"more", [&] { return sysmaint_message_load(SYSMAINT_MESSAGE_PLAIN, dumped, size, &other); }, 13},
-        {"load", [&] { return sysmaint_message_load(SYSMAINT_MESSAGE_PARAMETERS, dumped, size, &other); }, 0},
-    });
-    utilsFreeMemory(dumped);
-    EXPECT_EQ(sysmaint_message_clear(named), 0);
-    EXPECT_EQ(sysmaint_message_number(named, L"n", &number), ERROR_NOT_FOUND);
-    EXPECT_EQ(sysmaint_message_number(other, L"n", &number), 0);
-    EXPECT_EQ(number, 42U);
-    EXPECT_EQ(sysmaint_message_text(other, L"t", &text), 0);
-    EXPECT_STREQ(text, L"hello");
-    EXPECT_EQ(sysmaint_message_parameter_at(other, 0, &text, &bytes, &size), 0);
-    EXPECT_STREQ(text, L"b");
-    EXPECT_EQ(textOf(bytes, size), "xyz");
-    sysmaint_message_info info{sizeof info, 9, 9, 9, nullptr};
-    EXPECT_EQ(sysmaint_message_get_info(other, &info), 0);
-    EXPECT_EQ(std::tuple(info.kind, info.id, info.topic_number, std::wstring(info.topic)),
-              std::tuple(SYSMAINT_MESSAGE_PARAMETERS, 7U, 0U, L"c-topic"));
-    EXPECT_EQ(sysmaint_message_set_id(other, 8), 0);
-    EXPECT_EQ(sysmaint_message_get_info(other, &info), 0);
-    EXPECT_EQ(info.id, 8U);
-    for (sysmaint_message* each : {named, data, array, other})
-        EXPECT_EQ(sysmaint_message_close(each), 0);
-}
-
-TEST(CMessages, OfANumberedTopic)
-{
-    sysmaint_message* message = nullptr;
-    EXPECT_EQ(sysmaint_message_create_numbered(4, 5, 6, &message), ERROR_INVALID_PARAMETER);
-    ASSERT_EQ(sysmaint_message_create_numbered(SYSMAINT_MESSAGE_PARAMETERS, 5, 6, &message), 0);
-    sysmaint_message_info info{sizeof info, 9, 9, 9, L"x"};
-    EXPECT_EQ(sysmaint_message_get_info(message, &info), 0);
-    EXPECT_TRUE(info.kind == SYSMAINT_MESSAGE_PARAMETERS && info.topic_number == 5 && info.id == 6);
-    EXPECT_EQ(info.topic, nullptr);
-    const void* bytes = nullptr;
-    std::uint64_t size = 0;
-    EXPECT_EQ(sysmaint_message_parameter(message, L"b", &bytes, &size), ERROR_NOT_FOUND);
-    EXPECT_EQ(sysmaint_message_set_parameter(message, L"b", "xyz", 3), 0);
-    EXPECT_EQ(sysmaint_message_parameter(message, L"b", &bytes, &size), 0);
-    EXPECT_EQ(textOf(bytes, size), "xyz");
-    EXPECT_EQ(sysmaint_message_close(message), 0);
-}
 
 TEST_F(CPool, RunsWorkWithItsArgumentsAndKeepsItsResult)
 {
@@ -210,34 +135,6 @@ TEST_F(CPool, CancelsSuspendsAndIsClosedByItsOwnWork)
         Sleep(1);
     EXPECT_EQ(closed, 0);
     EXPECT_EQ(queue(act), ERROR_INVALID_HANDLE);
-}
-
-TEST_F(CPool, RefusesWhatTheKeyDoesNotFit)
-{
-    Act act;
-    sysmaint_pool* other = nullptr;
-    std::int32_t out = 0;
-    sysmaint_message* const data = makeMessage(SYSMAINT_MESSAGE_DATA);
-    const auto with = [&](auto member, auto value) {
-        sysmaint_work_key wrong = work;
-        wrong.*member = value;
-        return sysmaint_pool_wait(pool, &wrong, 0, nullptr);
-    };
-    using Key = sysmaint_work_key;
-    expectCodes({
-        {"scope", [&] { return with(&Key::scope, 3U); }, 87},
-        {"no work", [&] { return with(&Key::work, static_cast<const wchar_t*>(nullptr)); }, 87},
-        {"no instance", [&] { return with(&Key::scope, SYSMAINT_SCOPE_INSTANCE); }, 87},
-        {"category", [&] { return with(&Key::category, L"unknown"); }, 1168},
-        {"queue a category",
-         [&] { return sysmaint_pool_queue(pool, &category, &Act::onWork, &act, nullptr, 0, nullptr); }, 87},
-        {"data", [&] { return queue(act, data); }, 120},
-        {"of all", [&] { return sysmaint_pool_result(pool, &category, &out); }, 87},
-        {"cancel all", [&] { return sysmaint_pool_cancel(pool, nullptr, SYSMAINT_CANCEL_AND_WAIT); }, 87},
-        {"all", [&] { return sysmaint_pool_cancel(pool, nullptr, 0); }, 0},
-        {"open", [&] { return sysmaint_pool_open(L"unknown", &other); }, 1168},
-        {"message", [&] { return sysmaint_message_close(data); }, 0},
-    });
 }
 
 TEST_F(CTopic, DeliversToCallbacksWithReplyAndValue)

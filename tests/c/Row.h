@@ -53,57 +53,75 @@ inline constexpr bool kIs = false;
 template <class T, template <class> class Of>
 inline constexpr bool kIs<Of<T>, Of> = true;
 
-/// How an output that belongs to the caller is given back.
-inline void giveBack(sysmaint_validator* made)
+/// Gives back an output that belongs to the caller.
+struct GiveBack
 {
-    sysmaint_validator_close(made);
-}
-inline void giveBack(sysmaint_ftp* made)
+    void operator()(sysmaint_validator* made) const { sysmaint_validator_close(made); }
+    void operator()(sysmaint_ftp* made) const { sysmaint_ftp_close(made); }
+    void operator()(sysmaint_item* made) const { sysmaint_item_close(made); }
+    void operator()(sysmaint_scan* made) const { sysmaint_scan_close(made); }
+    void operator()(sysmaint_wiper* made) const { sysmaint_wiper_close(made); }
+    void operator()(sysmaint_message* made) const { sysmaint_message_close(made); }
+    void operator()(sysmaint_pool* made) const { sysmaint_pool_close(made); }
+    void operator()(sysmaint_topic* made) const { sysmaint_topic_close(made); }
+    void operator()(sysmaint_subscription* made) const { sysmaint_topic_unsubscribe(made, 60000); }
+    void operator()(sysmaint_offline_key* made) const { sysmaint_offline_close(made); }
+    void operator()(sysmaint_reporter* made) const { sysmaint_reporter_close(made, 60000); }
+    void operator()(void* made) const { utilsFreeMemory(made); }
+    void operator()(const void*) const {}
+    void operator()(std::uint64_t) const {}
+};
+inline constexpr GiveBack giveBack;
+
+/// What an output says, as one text; nothing for a handle that says nothing.
+struct Telling
 {
-    sysmaint_ftp_close(made);
-}
-inline void giveBack(sysmaint_item* made)
-{
-    sysmaint_item_close(made);
-}
-inline void giveBack(sysmaint_scan* made)
-{
-    sysmaint_scan_close(made);
-}
-inline void giveBack(sysmaint_wiper* made)
-{
-    sysmaint_wiper_close(made);
-}
-inline void giveBack(sysmaint_message* made)
-{
-    sysmaint_message_close(made);
-}
-inline void giveBack(sysmaint_pool* made)
-{
-    sysmaint_pool_close(made);
-}
-inline void giveBack(sysmaint_topic* made)
-{
-    sysmaint_topic_close(made);
-}
-inline void giveBack(sysmaint_subscription* made)
-{
-    sysmaint_topic_unsubscribe(made, 60000);
-}
-inline void giveBack(sysmaint_offline_key* made)
-{
-    sysmaint_offline_close(made);
-}
-inline void giveBack(sysmaint_reporter* made)
-{
-    sysmaint_reporter_close(made, 60000);
-}
-inline void giveBack(void* made)
-{
-    utilsFreeMemory(made);
-}
-inline void giveBack(const void*) {}
-inline void giveBack(std::uint64_t) {}
+    std::string operator()(std::integral auto number) const { return std::to_string(number); }
+    std::string operator()(const wchar_t* text) const { return utf8(text); }
+    std::string operator()(wchar_t* text) const { return utf8(text); }
+    std::string operator()(char* text) const { return text; }
+    std::string operator()(const sysmaint_rule& rule) const
+    {
+        return std::to_string(100 * rule.mode + 10 * rule.target + rule.kind);
+    }
+    std::string operator()(const sysmaint_message_info& info) const
+    {
+        const std::wstring topic = info.topic != nullptr ? info.topic : std::to_wstring(info.topic_number);
+        return std::to_string(10 * info.kind + info.id) + ' ' + utf8(topic);
+    }
+    /// With the number "n" in it.
+    std::string operator()(sysmaint_message* message) const
+    {
+        sysmaint_message_info info{sizeof info, 9, 9, 9, nullptr};
+        std::uint32_t number = 0;
+        EXPECT_EQ(sysmaint_message_get_info(message, &info), 0);
+        const bool hasNumber = sysmaint_message_number(message, L"n", &number) == 0;
+        return (*this)(info) + (hasNumber ? ' ' + std::to_string(number) : "");
+    }
+    std::string operator()(sysmaint_item* item) const
+    {
+        std::uint32_t type = 9;
+        const wchar_t* path = L"";
+        EXPECT_EQ(sysmaint_item_type(item, &type) + sysmaint_item_path(item, &path), 0);
+        return std::to_string(type) + ' ' + utf8(path);
+    }
+    std::string operator()(sysmaint_validator* rules) const
+    {
+        std::uint32_t filters = 9, ignores = 9;
+        EXPECT_EQ(sysmaint_validator_count(rules, 0, &filters), 0);
+        EXPECT_EQ(sysmaint_validator_count(rules, 1, &ignores), 0);
+        return std::to_string(filters) + '+' + std::to_string(ignores);
+    }
+    std::string operator()(sysmaint_offline_key* key) const
+    {
+        const wchar_t* path = L"";
+        EXPECT_EQ(sysmaint_offline_path(key, &path), 0);
+        return utf8(path);
+    }
+    template <class Other>
+    requires(!std::integral<Other>) std::string operator()(const Other&) const { return {}; }
+};
+inline constexpr Telling telling;
 
 /// A function of the interface and its arguments.
 template <class... Parameters>
@@ -134,6 +152,18 @@ public:
         EXPECT_STREQ(failure.function, m_name);
         EXPECT_NE(failure.text, nullptr) << m_name;
         return code;
+    }
+
+    /// The outputs, each after a comma but for the first; bytes before their size.
+    static std::string told(const Arguments& arguments)
+    {
+        std::string text;
+        [&]<std::size_t... At>(std::index_sequence<At...>)
+        {
+            (appendTold<At>(text, arguments), ...);
+        }
+        (std::index_sequence_for<Parameters...>());
+        return text;
     }
 
     /// Makes each argument wrong in turn. `given` are the same as the row names them.
@@ -175,6 +205,24 @@ private:
         return bytes;
     }
 
+    template <std::size_t At>
+    static void appendTold(std::string& text, const Arguments& arguments)
+    {
+        const auto& output = std::get<At>(arguments);
+        if constexpr (isOutput<std::tuple_element_t<At, Arguments>>) {
+            if (output == nullptr)
+                return;
+            text += text.empty() ? "" : ",";
+            if constexpr (isVoid<std::remove_reference_t<decltype(*output)>> &&
+                          At + 1 < sizeof...(Parameters)) {
+                if constexpr (std::is_same_v<std::tuple_element_t<At + 1, Arguments>, std::uint64_t*>)
+                    text.append(static_cast<const char*>(*output), *std::get<At + 1>(arguments));
+            } else {
+                text += telling(*output);
+            }
+        }
+    }
+
     template <std::size_t At, class Given>
     void refuseAt(const Arguments& arguments, const Given& given) const
     {
@@ -199,7 +247,9 @@ private:
             if constexpr (kIs<Given, Typed>)
                 expect(given.another, ERROR_CALL_NOT_IMPLEMENTED);
         } else if constexpr (std::is_pointer_v<Parameter>) {
-            if (argument != nullptr && !kIs<Given, Optional>)
+            if (argument == nullptr)
+                return;
+            if constexpr (!kIs<Given, Optional>)
                 expect(nullptr, ERROR_INVALID_PARAMETER);
             refuseSizes(argument, expect);
         }
@@ -247,10 +297,13 @@ struct Row
               const auto given = arguments(objects);
               Function(called, function).refuse(rawOf<Parameters...>(given), given);
           }),
-          run([=](Objects& objects, long failing) {
+          call([=](const Row& row, Objects& objects, long failing) {
               const auto given = arguments(objects);
               std::apply([](const auto&... each) { (clear(each), ...); }, given);
-              const std::int32_t code = Function(called, function)(rawOf<Parameters...>(given), failing);
+              const auto raw = rawOf<Parameters...>(given);
+              const std::int32_t code = Function(called, function)(raw, failing);
+              if (failing == 0 && code == row.code)
+                  row.checkOutcome(objects, row.told.empty() ? "" : Function(called, function).told(raw));
               std::apply([](const auto&... each) { (giveBackOutput(each), ...); }, given);
               return code;
           })
@@ -266,6 +319,19 @@ struct Row
         after = does;
         return std::move(*this);
     }
+    /// What its outputs are, the tests' folder left out.
+    Row&& tells(std::string_view outputs) &&
+    {
+        told = outputs;
+        return std::move(*this);
+    }
+    /// What something else says after the call.
+    Row&& leaves(std::string (*of)(Objects&), std::string_view expected) &&
+    {
+        looksAt = of;
+        left = expected;
+        return std::move(*this);
+    }
     Row&& giving(std::int32_t returned) &&
     {
         code = returned;
@@ -279,15 +345,34 @@ struct Row
         return std::move(*this);
     }
 
+    std::int32_t run(Objects& objects, long failing = 0) const
+    {
+        before(objects);
+        const std::int32_t returned = call(*this, objects, failing);
+        after(objects);
+        return returned;
+    }
+
     const char* name;
     std::function<void(Objects&)> refuse;
-    std::function<std::int32_t(Objects&, long)> run;
+    std::function<std::int32_t(const Row&, Objects&, long)> call;
     void (*before)(Objects&) = [](Objects&) {};
     void (*after)(Objects&) = [](Objects&) {};
     std::int32_t code = ERROR_SUCCESS;
     bool copes = false;
+    std::string_view told;
+    std::string (*looksAt)(Objects&) = [](Objects&) { return std::string(); };
+    std::string_view left;
 
 private:
+    void checkOutcome(Objects& objects, std::string outputs) const
+    {
+        const std::string folder = utf8(objects.folder.path());
+        if (const std::size_t at = outputs.find(folder); at != std::string::npos)
+            outputs.erase(at, folder.size());
+        EXPECT_EQ(outputs, told) << name;
+        EXPECT_EQ(left, looksAt(objects)) << name;
+    }
     template <class Given>
     static auto rawOfOne(const Given& given)
     {

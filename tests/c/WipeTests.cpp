@@ -104,14 +104,3 @@ TEST_F(CWipe, WipesEntriesFromTheBackAndCountsWhatIsLeft)
     EXPECT_EQ(left, 0U);
     EXPECT_FALSE(Folder::isThere(tree));
 }
-
-TEST_F(CWipe, RefusesAnUnknownMethodAndTouchesNothing)
-{
-    const std::wstring path = folder.file(L"file", 5);
-    options.method = 0;
-    EXPECT_EQ(wipe(path), ERROR_INVALID_PARAMETER);
-    EXPECT_TRUE(Folder::isThere(path));
-    std::int32_t needs = 7;
-    EXPECT_EQ(sysmaint_wiper_needs_restart(wiper, &needs), 0);
-    EXPECT_EQ(needs, 0);
-}

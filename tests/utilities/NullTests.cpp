@@ -71,8 +71,8 @@ TEST(Utilities, RefuseEveryMissingPointer)
         EXPECT_EQ(missing.erase(name), 1U) << name;
     }
     EXPECT_TRUE(missing.empty()) << *missing.begin() << " has no row";
-    EXPECT_EQ(_stristr(nullptr, "a"), nullptr);
-    EXPECT_EQ(_stristr("a", nullptr), nullptr);
-    EXPECT_EQ(SetFirstCharA(nullptr, 'a', 'b'), nullptr);
+    EXPECT_TRUE(_stristr(nullptr, "a") == nullptr && _stristr("a", nullptr) == nullptr);
+    EXPECT_TRUE(_wcsistr(nullptr, L"a") == nullptr && _wcsistr(L"a", nullptr) == nullptr);
+    EXPECT_TRUE(SetFirstCharA(nullptr, 'a', 'b') == nullptr && SetFirstCharW(nullptr, L'a', L'b') == nullptr);
     utilsFreeMemory(nullptr);
 }

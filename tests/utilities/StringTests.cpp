@@ -77,6 +77,9 @@ TEST(Strings, AreComparedAndSearched)
     for (const long long no : {starts(L"Größe", L"GRÖ", 0), starts(L"a", L"ab", 1), ends(L"tmp", L".tmp", 1),
                                contains(L"abC", L"Bc", 0), matches(L"ab", L"?")})
         EXPECT_EQ(no, 0);
+    const wchar_t* const text = L"The Größe of thE thing";
+    for (const auto& [part, at] : {std::pair(L"THE", 0), {L"the t", 13}, {L"GRÖ", 4}})
+        EXPECT_EQ(_wcsistr(text, part), text + at) << part;
     for (const auto& [first, second] : {std::pair(L"file9", L"file10"),
                                         {L"file18446744073709551615", L"file18446744073709551616"},
                                         {L"a1", L"a01"},
@@ -168,6 +171,16 @@ TEST(Strings, NarrowTwinsAreUtf8)
     EXPECT_EQ(GetTokenA(umlaut.c_str(), " ", 0, token, 8, &needed), 0);
     EXPECT_EQ(token, utf8(L"Größe"));
     EXPECT_EQ(GetTokenA("a", " ", 1, token, 8, &needed), 1168);
+    wchar_t wide[4] = L"...";
+    EXPECT_EQ(GetTokenW(L"abcd", L",", 0, wide, 4, &needed), 234);
+    EXPECT_EQ(wide + std::to_wstring(needed), L"...4");
+    for (const auto& [index, expected] : {std::pair(0UL, L"ab"), {1, L"c"}}) {
+        EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", index, wide, 4, nullptr), 0);
+        EXPECT_STREQ(wide, expected);
+    }
+    EXPECT_EQ(GetTokenW(L",,ab;c,", L",;", 2, wide, 4, nullptr), 1168);
+    EXPECT_EQ(SetFirstCharW(&wide[0], L'c', L'\0'), &wide[0]);
+    EXPECT_STREQ(wide, L"");
     EXPECT_EQ(_stristr(umlaut.c_str(), utf8(L"SSE").c_str()), nullptr);
     EXPECT_EQ(_stristr(umlaut.c_str(), utf8(L"ßE").c_str()), umlaut.c_str() + 4);
     EXPECT_EQ(_stristr("\xff", "a"), nullptr);
