@@ -11,7 +11,7 @@ IFS=. read -r major minor patch < <(sed -n 's/^project(sysmaint VERSION \([0-9.]
 clang --target=x86_64-pc-windows-msvc -ffreestanding -O1 -Wall -Wextra -Werror \
     "-DVERSION=$((major * 1000000 + minor * 1000 + patch))" -c "$here/msvc_abi/main.c" -o main.obj
 # What it needs of the system, as Visual Studio's own library would have it.
-printf 'LIBRARY kernel32.dll\nEXPORTS\n    ExitProcess\n' >kernel32.def
+printf 'LIBRARY kernel32.dll\nEXPORTS\n    CreateEventW\n    SetEvent\n    ExitProcess\n' >kernel32.def
 llvm-dlltool -m i386:x86-64 -d kernel32.def -l kernel32.lib
 lld-link /nologo /nodefaultlib /subsystem:console /entry:start /out:files/msvc_abi.exe main.obj kernel32.lib \
     "$(dirname "$1")/../lib/sysmaint.lib"

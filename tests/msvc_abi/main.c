@@ -21,17 +21,20 @@ SYSMAINT int sysmaint_scan_close(void *scan);
 SYSMAINT long PathIsInsideW(const wchar *path, const wchar *folder, int *inside);
 SYSMAINT long FormatByteSize(unsigned long long bytes, unsigned int decimals, wchar **text);
 SYSMAINT void utilsFreeMemory(void *memory);
+SYSMAINT void *CreateEventW(void *security, int manual, int signalled, const wchar *name);
+SYSMAINT int SetEvent(void *event);
 SYSMAINT __declspec(noreturn) void ExitProcess(unsigned int code);
 
 #define EXPECT(condition) do { if (!(condition)) ExitProcess(__LINE__); } while (0)
 
-enum { FOLDERS = 1, STOPPED = 4711 };
+enum { FOLDERS = 1, STOPPED = 4711, CANCELLED = 1223 };
 
 struct State
 {
     int calls;
-    int stops;  /* the result of the first call */
-    wchar last; /* of the last path */
+    int stops;    /* the result of the first call */
+    void *cancel; /* signalled in the first call */
+    wchar last;   /* of the last path */
 };
 
 static int on_found(void *context, const Found *found)
@@ -43,13 +46,17 @@ static int on_found(void *context, const Found *found)
     while (*end != 0)
         ++end;
     state->last = end[-1];
-    return ++state->calls == 1 ? state->stops : 0;
+    if (++state->calls > 1)
+        return 0;
+    if (state->cancel)
+        SetEvent(state->cancel);
+    return state->stops;
 }
 
 static void calls_back_and_stops(void)
 {
     void *scan = 0, *validator = 0;
-    struct State all = {0}, some = {0}, stopping = {0};
+    struct State all = {0}, some = {0}, stopping = {0}, cancelling = {0};
     const Options options = {sizeof(Options), 1};
     Failure failure = {sizeof(Failure), 0, 0, 0};
     EXPECT(sysmaint_scan_create(FOLDERS, &scan) == 0 && sysmaint_scan_add_folder(scan, L".", 0) == 0);
@@ -60,6 +67,8 @@ static void calls_back_and_stops(void)
 
     stopping.stops = STOPPED;
     EXPECT(sysmaint_scan_run(scan, 0, 0, 0, on_found, &stopping) == STOPPED && stopping.calls == 1);
+    cancelling.cancel = CreateEventW(0, 1, 0, 0);
+    EXPECT(sysmaint_scan_run(scan, 0, 0, cancelling.cancel, on_found, &cancelling) == CANCELLED && cancelling.calls == 1);
     EXPECT(sysmaint_scan_run(scan, 0, 0, 0, 0, 0) == 87);
     EXPECT(sysmaint_last_failure(&failure) == 0 && failure.code == 87 && failure.function != 0 && failure.text != 0);
     EXPECT(sysmaint_scan_close(scan) == 0 && sysmaint_scan_close(scan) == 6);
