@@ -11,6 +11,7 @@ enum ExitCode
     kExitDone = 0,
     kExitFailed = 1,
     kExitUsage = 2,
+    kExitIncomplete = 3, // done, but only with a part of what was there
     kExitCancelled = 130
 };
 

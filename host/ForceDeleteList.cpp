@@ -9,7 +9,7 @@
 #include "engine/ListLines.h"
 
 namespace {
-/// The text of the list, aligned. Half a character at its end is omitted, and shows as a wrong line.
+/// The text of the list, aligned.
 long readText(std::wstring& text)
 {
     wchar_t folder[MAX_PATH];

@@ -31,7 +31,8 @@ the root itself; --default stands for the name of a key's unnamed value.
             digits)
   delete    a value, or without a name a key with all that is below it
   compact   writes the hive to a new file without the room that deleted keys and values have left
-  salvage   writes what can still be read of a damaged hive to a new file, and tells what had to be left out
+  salvage   writes what can still be read of a damaged hive to a new file, and tells what had to be left out;
+            ends with 0 only if that was nothing, otherwise with 3
 
   --json    one JSON object a line
   --yes     do not ask before a value is replaced, or anything is deleted
@@ -520,11 +521,12 @@ int salvage(const std::vector<std::wstring>& words)
             results().writeLine(L"left out: " + std::wstring(kindName(loss.kind)) + L" of \\" +
                                 printable(loss.key) + L", at " + std::to_wstring(loss.offset));
     }
-    messages().writeLine(L"hive: " + formatCount(total) + L" places were left out");
     isUnclosed(operands[0]);
     if (!arguments.has(L"--json"))
         printSizes(operands[0], operands[1]);
-    return kExitDone;
+    messages().writeLine(L"hive: " + formatCount(total) + L" places were left out" +
+                         (total == 0 ? L"" : L"; the new file has the rest"));
+    return total == 0 ? kExitDone : kExitIncomplete;
 }
 
 int run(const std::vector<std::wstring>& words)

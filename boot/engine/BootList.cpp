@@ -99,7 +99,7 @@ native::Status BootList::read(const NativeFile& file, bool& isAligned)
         return status;
     isAligned = isListAligned(m_text.as<void>(), bytes);
     m_bytes = bytes;
-    if (isAligned)
+    if (isAligned && bytes % sizeof(wchar_t) == 0)
         return status;
     PageBlock text(m_api);
     status = text.allocate(alignedRoom(bytes));
@@ -158,7 +158,7 @@ std::size_t BootList::compose(wchar_t* target, bool& isChanged)
     if (!last.text.isEmpty())
         length += copyLine(target + length, last);
     const std::size_t had = m_bytes / sizeof(wchar_t);
-    isChanged = m_bytes % sizeof(wchar_t) != 0 || had != length || !last.text.isEmpty();
+    isChanged = had != length || !last.text.isEmpty();
     return kept == 0 ? 0 : length;
 }
 

@@ -32,7 +32,8 @@ private:
 /// How many bytes `alignList` writes at most.
 [[nodiscard]] std::size_t alignedRoom(std::size_t size);
 /// Copies the bytes of a list so that the lines that began at odd bytes begin at even ones; what stands
-/// before them ends like every line that was written only in part. Returns the number of bytes.
+/// before them ends like every line that was written only in part. Half a character at the end is completed.
+/// Returns the number of bytes.
 std::size_t alignList(const void* list, std::size_t size, void* target);
 /// Whether a list has no such lines.
 [[nodiscard]] bool isListAligned(const void* list, std::size_t size);

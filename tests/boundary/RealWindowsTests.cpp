@@ -251,17 +251,21 @@ TEST_F(RealWindows, HiddenFilesAreMadeAnewAndReadOnlyOnesRefuse)
         return std::get<3>(std::tuple(rest...)) == CREATE_ALWAYS &&
                (refusesAlways || (GetFileAttributesW(name) & (kHidden | kSystem)) != 0);
     }));
+    Replaced<"SetFileAttributesW", decltype(&SetFileAttributesW)> marks;
     const std::wstring path = at(L"file");
-    for (const auto& [attributes, always, code] : {std::tuple(kHidden, false, 0UL),
-                                                   {kSystem, false, 0},
-                                                   {kHidden, true, 5},
-                                                   {kHidden | FILE_ATTRIBUTE_READONLY, false, 5},
-                                                   {FILE_ATTRIBUTE_NORMAL, true, 5}}) {
+    for (const auto& [attributes, always, code, changes] : // of the attributes
+         {std::tuple(kHidden, false, 0UL, 1),
+          {kSystem, false, 0, 1},
+          {kHidden, true, 5, 2},
+          {kHidden | FILE_ATTRIBUTE_READONLY, false, 5, 0},
+          {FILE_ATTRIBUTE_NORMAL, true, 5, 0}}) {
         writeBytes(path, secret);
         SetFileAttributesW(path.c_str(), attributes);
         const DWORD before = GetFileAttributesW(path.c_str());
         refusesAlways = always;
+        marks.reset();
         EXPECT_EQ(codeOf([&] { fileAt(path)->create(); }), code) << attributes;
+        EXPECT_EQ(marks.calls(), changes) << attributes;
         EXPECT_EQ(readBytes(path).size(), code == 0 ? 0 : secret.size());
         EXPECT_TRUE(code == 0 || GetFileAttributesW(path.c_str()) == before) << attributes;
         SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);

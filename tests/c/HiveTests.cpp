@@ -112,7 +112,8 @@ TEST_F(CHives, ACallbackStopsTheAnalysisAndMayCloseTheDefragmenter)
     const HANDLE stop = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     expectCodes({
         {"closed", [&] { return analyze(); }, 6},
-        {"reopened", [&] { return (opened = CreateRegistryDefragmenter(L"c")) != nullptr ? 0 : 1; }, 0},
+        {"reopened",
+         [&] { return (opened = CreateRegistryDefragmenter(L"c")) != INVALID_HANDLE_VALUE ? 0 : 1; }, 0},
         {"stopped", [&] { return analyze(stop); }, 1223},
     });
     CloseHandle(stop);

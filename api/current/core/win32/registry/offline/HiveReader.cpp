@@ -9,20 +9,6 @@ namespace offline {
 namespace {
 using namespace layout;
 
-constexpr std::uint32_t kBitsPerWord = 64;
-constexpr std::size_t kBinsAtOnce = 8;
-
-std::uint32_t cellSize(const std::byte* cell) noexcept
-{
-    // Negative: allocated. The lowest number has no positive counterpart, but is far too large anyway.
-    return 0U - load32(cell);
-}
-
-bool isInUse(const std::byte* cell) noexcept
-{
-    return load<std::int32_t>(cell) < 0;
-}
-
 /// Whether it is the signature of a list of keys, not of lists.
 bool isLeaf(std::uint16_t kind) noexcept
 {
@@ -41,11 +27,13 @@ Hive HiveReader::read()
     if (m_bytes.size() < kPage)
         throw long{kBadDatabase};
     readBaseBlock();
-    scanBins();
+    // A salvage records errors in the order of the file.
+    m_cells.scan(m_hive.m_bins, m_losses == nullptr,
+                 [this](std::uint32_t offset) { lose(LossKind::kBin, Hive::root(), offset); });
     // The scan's counts of keys and values are nearly always right. Growing would cost more than reading.
-    m_hive.m_keys.reserve(m_keyCount);
-    m_hive.m_values.reserve(m_valueCount);
-    m_hive.m_lists.reserve(m_keyCount + m_valueCount);
+    m_hive.m_keys.reserve(m_cells.keyCount());
+    m_hive.m_values.reserve(m_cells.valueCount());
+    m_hive.m_lists.reserve(m_cells.keyCount() + m_cells.valueCount());
     if (!readKey(m_root, Hive::kNone, kNoOffset) && !findRoot())
         throw long{kBadDatabase};
     readTree({Hive::root(), m_root, 0, 0});
@@ -58,7 +46,8 @@ void HiveReader::lose(LossKind kind, KeyId key, std::uint32_t offset)
 {
     if (m_losses == nullptr)
         throw long{kDamagedHive};
-    m_losses->push_back({kind, key, offset == kNoOffset ? offset : offset + kPage});
+    const bool isInFile = offset <= m_bytes.size() - kPage; // at its end, bytes are missing
+    m_losses->push_back({kind, key, isInFile ? offset + kPage : kNoOffset});
 }
 
 bool HiveReader::isBaseBlockRight() const noexcept
@@ -95,132 +84,12 @@ void HiveReader::readBaseBlock()
     std::copy_n(block + base::kName, m_hive.m_fileName.size(), m_hive.m_fileName.begin());
 }
 
-/// Returns 0 when there is no bin.
-std::uint32_t HiveReader::binSize(std::uint32_t offset) const noexcept
-{
-    const std::byte* const header = m_hive.m_bins.data() + offset;
-    const std::uint32_t size = load32(header + bin::kSize);
-    const bool isRight = load32(header) == bin::kSignature && load32(header + bin::kOwnOffset) == offset &&
-                         size != 0 && size % kPage == 0 && size <= m_hive.m_bins.size() - offset;
-    return isRight ? size : 0;
-}
-
-void HiveReader::scanBins()
-{
-    const auto end = static_cast<std::uint32_t>(m_hive.m_bins.size());
-    m_untaken.resize((end / kUnit + kBitsPerWord - 1) / kBitsPerWord);
-    m_left = end;
-    // A salvage records errors in the order of the file.
-    const std::size_t atOnce = m_losses == nullptr ? kBinsAtOnce : 1;
-    std::vector<Span> waiting;
-    bool isTold = false;
-    for (std::uint32_t offset = 0; offset != end;) {
-        const std::uint32_t size = binSize(offset);
-        if (size == 0 && !isTold) // adjacent ones are recorded once
-            lose(LossKind::kBin, Hive::root(), offset);
-        isTold = size == 0;
-        if (size == 0)
-            markRough(offset, offset + kPage);
-        else
-            waiting.push_back({offset + bin::kHeader, offset + size});
-        if (waiting.size() == atOnce) {
-            scanCells(waiting);
-            waiting.clear();
-        }
-        offset += size == 0 ? kPage : size;
-    }
-    scanCells(waiting);
-}
-
-/// Each cell says where the next one is, so the processor waits for memory in each bin. It does so in all of
-/// these at once.
-void HiveReader::scanCells(std::span<Span> spans)
-{
-    const std::byte* const bins = m_hive.m_bins.data();
-    std::uint64_t* const untaken = m_untaken.data();
-    std::size_t keys = 0;
-    std::size_t values = 0;
-    for (bool isDone = false; !isDone;) {
-        isDone = true;
-        for (auto& [begin, end] : spans) {
-            if (begin == end)
-                continue;
-            isDone = false;
-            const std::uint32_t offset = begin;
-            const bool isUsed = isInUse(bins + offset);
-            const std::uint32_t size = isUsed ? cellSize(bins + offset) : load32(bins + offset);
-            if (size == 0 || size % kUnit != 0 || size > end - offset) {
-                lose(LossKind::kBin, Hive::root(), offset);
-                markRough(offset, end);
-                begin = end;
-                continue;
-            }
-            begin += size;
-            // Without branches: what kind the next cell is cannot be predicted.
-            const std::uint16_t kind = load16(bins + offset + kCellHeader);
-            untaken[offset / kUnit / kBitsPerWord] |= std::uint64_t{isUsed}
-                                                      << (offset / kUnit % kBitsPerWord);
-            keys += static_cast<std::size_t>(isUsed & (kind == nk::kSignature) & (size > nk::kName));
-            values += static_cast<std::size_t>(isUsed & (kind == vk::kSignature) & (size > vk::kName));
-        }
-    }
-    m_keyCount += keys;
-    m_valueCount += values;
-}
-
-/// Where the chain of cells is broken, a cell may begin anywhere.
-void HiveReader::markRough(std::uint32_t begin, std::uint32_t end)
-{
-    m_isRough = true;
-    for (std::uint32_t unit = begin / kUnit; unit != end / kUnit; ++unit)
-        m_untaken[unit / kBitsPerWord] |= 1ULL << (unit % kBitsPerWord);
-}
-
-inline bool HiveReader::isUntaken(std::uint32_t offset) const noexcept
-{
-    return offset % kUnit == 0 && offset < m_hive.m_bins.size() &&
-           (m_untaken[offset / kUnit / kBitsPerWord] >> (offset / kUnit % kBitsPerWord) & 1U) != 0;
-}
-
-/// In rough bins nothing was checked before. Cells may overlap there, but only up to a limit.
-bool HiveReader::isRoughCell(std::uint32_t offset) const noexcept
-{
-    const std::byte* const cell = m_hive.m_bins.data() + offset;
-    const std::uint32_t size = cellSize(cell);
-    return isInUse(cell) && size % kUnit == 0 && size <= m_hive.m_bins.size() - offset && size <= m_left;
-}
-
-inline HiveReader::Cell HiveReader::peek(std::uint32_t offset) const noexcept
-{
-    if (!isUntaken(offset) || (m_isRough && !isRoughCell(offset)))
-        return {};
-    const std::byte* const cell = m_hive.m_bins.data() + offset;
-    return {cell + kCellHeader, cellSize(cell) - kCellHeader};
-}
-
-inline HiveReader::Cell HiveReader::peekRecord(std::uint32_t offset, std::uint16_t signature,
-                                               std::size_t size) const noexcept
-{
-    const Cell cell = peek(offset);
-    return cell.size() >= size && load16(cell.data()) == signature ? cell : Cell{};
-}
-
-inline HiveReader::Cell HiveReader::taken(std::uint32_t offset, Cell cell) noexcept
-{
-    if (cell.empty())
-        return cell;
-    m_untaken[offset / kUnit / kBitsPerWord] &= ~(1ULL << (offset / kUnit % kBitsPerWord));
-    if (m_isRough)
-        m_left -= cell.size() + kCellHeader;
-    return cell;
-}
-
 /// The first key marked as a root, for when the base block does not point to one.
 bool HiveReader::findRoot()
 {
     for (std::uint32_t offset = bin::kHeader; offset < m_hive.m_bins.size(); offset += kUnit) {
         const std::byte* const cell = m_hive.m_bins.data() + offset;
-        if (!isUntaken(offset) || m_hive.m_bins.size() - offset < kCellHeader + nk::kName)
+        if (!m_cells.isUntaken(offset) || m_hive.m_bins.size() - offset < kCellHeader + nk::kName)
             continue;
         if (load16(cell + kCellHeader) == nk::kSignature &&
             (load16(cell + kCellHeader + nk::kFlags) & nk::kRootKey) != 0 &&
@@ -262,7 +131,7 @@ void HiveReader::adoptKeys()
     for (std::size_t i = 0; i != m_losses->size(); ++i) {
         const Loss loss = (*m_losses)[i];
         const std::uint32_t offset = loss.offset - kPage;
-        const Cell record = peekRecord(offset, nk::kSignature, nk::kName);
+        const Cell record = m_cells.peekRecord(offset, nk::kSignature, nk::kName);
         const Hive::List& list = m_hive.m_keys[loss.key].subKeys; // empty when it was omitted itself
         if (loss.kind != LossKind::kKey || record.empty() || list.count == list.capacity)
             continue;
@@ -286,7 +155,7 @@ void HiveReader::adoptKeys()
 /// Returns whether it is a key; its wrong parts are omitted one by one.
 bool HiveReader::readKey(std::uint32_t offset, KeyId parent, std::uint32_t parentOffset)
 {
-    const Cell record = peekRecord(offset, nk::kSignature, nk::kName);
+    const Cell record = m_cells.peekRecord(offset, nk::kSignature, nk::kName);
     const std::size_t level = parent == Hive::kNone ? 1 : m_hive.m_keys[parent].level + 1U;
     std::uint16_t flags = 0;
     std::uint16_t nameLength = 0;
@@ -294,7 +163,7 @@ bool HiveReader::readKey(std::uint32_t offset, KeyId parent, std::uint32_t paren
     bool isRight = !record.empty() && level <= Hive::kMostLevels &&
                    (parent == Hive::kNone || load32(record.data() + nk::kParent) == parentOffset);
     if (isRight) {
-        taken(offset, record);
+        m_cells.taken(offset, record);
         flags = load16(record.data() + nk::kFlags);
         nameLength = load16(record.data() + nk::kNameLength);
         isLatin1 = (flags & nk::kLatin1Name) != 0;
@@ -332,7 +201,7 @@ void HiveReader::readClass(Hive::Key& key, KeyId id, Cell record)
     const std::uint32_t offset = load32(record.data() + nk::kClass);
     if (length == 0 || offset == kNoOffset)
         return;
-    const Cell cell = take(offset);
+    const Cell cell = m_cells.take(offset);
     if (cell.size() < length || length % 2 != 0) {
         lose(LossKind::kClass, id, offset);
         return;
@@ -351,7 +220,7 @@ void HiveReader::readSecurity(Hive::Key& key, KeyId id, std::uint32_t offset)
     if (known != m_securityAt.end()) {
         key.security = known->second;
     } else {
-        const Cell record = takeRecord(offset, sk::kSignature, sk::kDescriptor);
+        const Cell record = m_cells.takeRecord(offset, sk::kSignature, sk::kDescriptor);
         const std::uint32_t length = record.empty() ? 0 : load32(record.data() + sk::kLength);
         if (length == 0 || length > record.size() - sk::kDescriptor) {
             lose(LossKind::kSecurity, id, offset);
@@ -380,7 +249,7 @@ void HiveReader::readSubKeyLists(KeyId id, Cell record)
     const std::uint32_t offset = load32(record.data() + nk::kSubKeyList);
     if (count == 0) {
         // Who deletes the last one also frees the list.
-        const Cell there = peek(offset);
+        const Cell there = m_cells.peek(offset);
         if (there.empty())
             return;
         lose(LossKind::kCount, id, offset);
@@ -388,7 +257,7 @@ void HiveReader::readSubKeyLists(KeyId id, Cell record)
             return;
     }
     const std::size_t begin = m_hive.m_lists.size();
-    const Cell top = take(offset);
+    const Cell top = m_cells.take(offset);
     bool isRight = true;
     if (top.size() < list::kEntries || load16(top.data()) != list::kLists) {
         isRight = readLeaf(top);
@@ -397,7 +266,8 @@ void HiveReader::readSubKeyLists(KeyId id, Cell record)
         const std::size_t fitting = (top.size() - list::kEntries) / sizeof(std::uint32_t);
         isRight = lists <= fitting;
         for (std::size_t i = 0; i < std::min(lists, fitting); ++i)
-            isRight &= readLeaf(take(load32(top.data() + list::kEntries + i * sizeof(std::uint32_t))));
+            isRight &=
+                readLeaf(m_cells.take(load32(top.data() + list::kEntries + i * sizeof(std::uint32_t))));
     }
     const std::size_t found = m_hive.m_lists.size() - begin;
     if (!isRight || (found != count && count != 0))
@@ -454,7 +324,7 @@ void HiveReader::readValues(KeyId id, Cell record)
 {
     std::uint32_t count = load32(record.data() + nk::kValues);
     const std::uint32_t offset = load32(record.data() + nk::kValueList);
-    const Cell there = peek(offset);
+    const Cell there = m_cells.peek(offset);
     Hive::Key& key = m_hive.m_keys[id];
     bool isTold = false;
     if ((key.flags & nk::kPredefined) != 0) {
@@ -475,7 +345,7 @@ void HiveReader::readValues(KeyId id, Cell record)
         if (count == 0)
             return;
     }
-    const Cell cell = take(offset);
+    const Cell cell = m_cells.take(offset);
     if (count > cell.size() / sizeof count) {
         lose(LossKind::kValueList, id, offset);
         count = static_cast<std::uint32_t>(cell.size() / sizeof count);
@@ -494,7 +364,7 @@ std::uint32_t HiveReader::countValues(Cell list) const noexcept
 {
     std::uint32_t count = 0;
     while (count < list.size() / sizeof count) {
-        const Cell value = peek(load32(list.data() + count * sizeof count));
+        const Cell value = m_cells.peek(load32(list.data() + count * sizeof count));
         if (value.size() < vk::kName || load16(value.data()) != vk::kSignature)
             break;
         ++count;
@@ -546,7 +416,7 @@ void HiveReader::dropSecondValues(KeyId id)
 
 void HiveReader::readValue(KeyId id, std::uint32_t offset)
 {
-    const Cell record = takeRecord(offset, vk::kSignature, vk::kName);
+    const Cell record = m_cells.takeRecord(offset, vk::kSignature, vk::kName);
     std::uint16_t flags = 0;
     std::uint16_t nameLength = 0;
     bool isLatin1 = false;
@@ -587,7 +457,7 @@ bool HiveReader::readData(Hive::Value& value, Cell record)
         return value.size <= vk::kMostInside;
     if (size == 0)
         return true;
-    const Cell cell = take(load32(inside));
+    const Cell cell = m_cells.take(load32(inside));
     value.data = placeOf(cell.data());
     // Some writers put large data into one large cell in every version.
     return cell.size() >= size || readSegments(value, cell);
@@ -599,13 +469,13 @@ bool HiveReader::readSegments(Hive::Value& value, Cell record)
         load16(record.data()) != db::kSignature)
         return false;
     const std::uint32_t count = load16(record.data() + db::kCount);
-    const Cell list = take(load32(record.data() + db::kList));
+    const Cell list = m_cells.take(load32(record.data() + db::kList));
     if (count != (value.size + db::kSegment - 1) / db::kSegment || list.size() < count * sizeof count)
         return false;
     std::uint32_t left = value.size;
     for (std::uint32_t i = 0; i != count; ++i) {
         const std::uint32_t part = std::min(left, db::kSegment);
-        if (take(load32(list.data() + i * sizeof count)).size() < part)
+        if (m_cells.take(load32(list.data() + i * sizeof count)).size() < part)
             return false;
         left -= part;
     }

@@ -153,21 +153,7 @@ public:
         }
         return {subKeys, values(key).size(), below};
     }
-    void save(const wchar_t* newFile) override
-    {
-        const Win32Path path(newFile);
-        const DWORD code =
-            m_library.saveHive(m_hive, path, OfflineLibrary::kOsMajor, OfflineLibrary::kOsMinor);
-        if (code == ERROR_ALREADY_EXISTS)
-            requireCode(code); // and is not ours
-        try {
-            requireCode(code);
-            flushFile(path);
-        } catch (...) {
-            DeleteFileW(path);
-            throw;
-        }
-    }
+    void save(const wchar_t* newFile) override { m_library.saveNew(m_hive, Win32Path(newFile)); }
 
 private:
     static constexpr DWORD kMostCharacters = 32768;

@@ -40,6 +40,15 @@ void underFreeName(Attempt&& attempt)
         }
 }
 
+/// Raises 183 when a file with the new name exists and `flags` do not let it be replaced.
+void moveFile(const wchar_t* path, const wchar_t* newPath, DWORD flags)
+{
+    Patience patience; // scanners open what is new
+    while (!MoveFileExW(path, newPath, flags))
+        if (const DWORD code = GetLastError(); !patience.isWorthAnotherTry(code))
+            raiseCode(code == ERROR_FILE_EXISTS ? DWORD{ERROR_ALREADY_EXISTS} : code);
+}
+
 /// A file of ours that is deleted again unless it is kept.
 class NewFile
 {
@@ -66,10 +75,7 @@ public:
     /// Gives it another name. Raises the bare code.
     void move(std::wstring path, DWORD flags)
     {
-        Patience patience;
-        while (!MoveFileExW(name(), path.c_str(), flags | MOVEFILE_WRITE_THROUGH))
-            if (const DWORD code = GetLastError(); !patience.isWorthAnotherTry(code))
-                raiseCode(code == ERROR_FILE_EXISTS ? DWORD{ERROR_ALREADY_EXISTS} : code);
+        moveFile(name(), path.c_str(), flags | MOVEFILE_WRITE_THROUGH);
         m_name.swap(path);
     }
 
@@ -349,6 +355,16 @@ std::wstring temporaryName(const std::wstring& path, unsigned number)
 {
     return stemOf(path).append(L".") + std::to_wstring(GetCurrentProcessId()) + L'-' +
            std::to_wstring(number) + std::wstring(kEnd);
+}
+
+std::wstring moveToTemporaryName(const std::wstring& file, const std::wstring& path)
+{
+    std::wstring name;
+    underFreeName([&](unsigned attempt) {
+        name = temporaryName(path, attempt);
+        moveFile(file.c_str(), name.c_str(), 0);
+    });
+    return name;
 }
 
 void deleteLeftovers(const std::wstring& pattern, const std::function<bool(std::wstring_view)>& isOwn)

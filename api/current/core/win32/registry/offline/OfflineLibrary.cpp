@@ -1,5 +1,7 @@
 #include "core/win32/registry/offline/include/OfflineLibrary.h"
 
+#include "core/win32/registry/offline/include/OfflineFile.h"
+
 namespace offline {
 std::optional<OfflineLibrary> OfflineLibrary::load()
 {
@@ -29,5 +31,21 @@ OfflineLibrary::OfflineLibrary(SystemLibrary&& library) : m_library(std::move(li
     find(setValue, "ORSetValue");
     find(deleteValue, "ORDeleteValue");
     find(enumValue, "OREnumValue");
+}
+
+void OfflineLibrary::saveNew(Handle hive, const wchar_t* path) const
+{
+    constexpr DWORD kOsMajor = 6; // the latest that the call supports by its documentation
+    constexpr DWORD kOsMinor = 1;
+    const DWORD code = saveHive(hive, path, kOsMajor, kOsMinor);
+    if (code == ERROR_ALREADY_EXISTS || code == ERROR_FILE_EXISTS)
+        raiseCode(DWORD{ERROR_ALREADY_EXISTS}); // the file is not ours
+    try {
+        requireSuccess(static_cast<long>(code));
+        flushFile(path);
+    } catch (...) {
+        DeleteFileW(path);
+        throw;
+    }
 }
 } // namespace offline

@@ -30,14 +30,7 @@ void saveByLibrary(const OfflineLibrary& library, const wchar_t* source, const w
     // The library does not overwrite files.
     if (!DeleteFileW(destination) && GetLastError() != ERROR_FILE_NOT_FOUND)
         raiseLastError();
-    try {
-        requireSuccess(static_cast<long>(
-            library.saveHive(hive.get(), destination, OfflineLibrary::kOsMajor, OfflineLibrary::kOsMinor)));
-        flushFile(destination);
-    } catch (...) {
-        DeleteFileW(destination);
-        throw;
-    }
+    library.saveNew(hive.get(), destination);
 }
 } // namespace
 

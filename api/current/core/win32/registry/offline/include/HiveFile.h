@@ -137,6 +137,9 @@ public:
     template <class Take>
     void forEachPart(ValueId value, Take&& take) const;
     [[nodiscard]] std::optional<ValueId> findValue(KeyId key, std::u16string_view name) const noexcept;
+    /// Makes findValue fast for a key with many values, until it is deleted; setting and deleting a value do
+    /// so, too.
+    void indexValues(KeyId key);
 
     /// Creates a sub-key with the security of `key`, or returns the existing one. Raises kTooDeep,
     /// kInvalidName.
@@ -204,6 +207,8 @@ private:
         std::uint16_t flags = 0; ///< as in the file
     };
     using Blob = std::vector<std::byte>;
+    /// Values by the hash of their names: a tree, since hostile names can have whatever hashes they like.
+    using ValueIndex = std::multimap<std::uint32_t, ValueId>;
 
     Hive() = default;
     /// For the system's account and administrators.
@@ -239,6 +244,7 @@ private:
     /// With everything below it; its parent's list still has it.
     void dropTree(KeyId key) noexcept;
     void dropValue(ValueId value) noexcept;
+    void removeFromIndex(KeyId key, ValueId value) noexcept;
 
     std::vector<std::byte> m_ownBytes;      ///< when the hive keeps them
     std::span<const std::byte> m_bins;      ///< what offsets in the file count from
@@ -254,6 +260,7 @@ private:
     std::array<std::vector<std::uint32_t>, 32> m_freeLists; ///< by capacity, a power of two
     std::vector<std::span<const std::byte>> m_security;     ///< each descriptor once
     std::map<KeyId, std::uint32_t> m_predefined;            ///< keys that stand for a predefined handle
+    std::map<KeyId, ValueIndex> m_indexes;                  ///< of keys with many values that were looked for
     std::vector<KeyId> m_freeKeys;
     std::vector<ValueId> m_freeValues;
     std::vector<Blob> m_blobs;

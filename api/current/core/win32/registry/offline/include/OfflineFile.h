@@ -44,6 +44,8 @@ void flushFile(const wchar_t* path);
 /// A name for a temporary file of this process beside `path`: NAME.<process id>-<number>.tmp, with the first
 /// 200 characters of its name.
 [[nodiscard]] std::wstring temporaryName(const std::wstring& path, unsigned number);
+/// Gives a file the first free one of these names, and returns it.
+[[nodiscard]] std::wstring moveToTemporaryName(const std::wstring& file, const std::wstring& path);
 /// Deletes temporary files with such names that ended processes have left. `pattern` finds them, and `isOwn`
 /// decides by NAME. None is deleted on a share, where the process may be another machine's. A failure harms
 /// nothing: the next time they are tried again.

@@ -43,9 +43,9 @@ public:
     DWORD(WINAPI* enumValue)
     (Handle key, DWORD index, PWSTR name, PDWORD nameLength, PDWORD type, PBYTE data, PDWORD size) = nullptr;
 
-    /// The version of the hives written: the latest that saveHive supports by its documentation.
-    static constexpr DWORD kOsMajor = 6;
-    static constexpr DWORD kOsMinor = 1;
+    /// Writes a hive to a new file and flushes it. Raises 183 when it exists. Deletes it when it cannot be
+    /// written completely.
+    void saveNew(Handle hive, const wchar_t* path) const;
 
 private:
     explicit OfflineLibrary(SystemLibrary&& library);

@@ -38,24 +38,25 @@ public:
     }
 
     /// The bytes that `align` writes at most.
-    [[nodiscard]] constexpr std::size_t room() const { return m_size + m_size / 4; }
+    [[nodiscard]] constexpr std::size_t room() const { return m_size + m_size / 4 + 1; }
     /// Copies the text so that every line begins at an even byte; returns the number of bytes. What stands
-    /// before a line that began inside a character gets an end that no whole line has.
+    /// before a line that began inside a character gets an end that no whole line has. Half a character at
+    /// the end is completed, so that what is appended later cannot complete it to another one.
     constexpr std::size_t align(unsigned char* target) const
     {
-        constexpr unsigned char kMissingEnd[] = {0, '?',  0, '\r',
-                                                 0, '\n', 0}; // the first completes a character
+        constexpr unsigned char kMissingEnd[] = {'?', 0, '\r', 0, '\n', 0};
         std::size_t length = 0;
         std::size_t at = 0;
         while (at < m_size) {
             const std::size_t end = alignedEnd(at);
             while (at < end)
                 target[length++] = m_bytes[at++];
-            const std::size_t character = length - 1;
+            if (length % 2 != 0) {
+                const bool mayEndLine = target[length - 1] == '\n';
+                target[length++] = mayEndLine ? 1 : 0;
+            }
             for (std::size_t i = 0; end < m_size && i < sizeof kMissingEnd; ++i)
                 target[length++] = kMissingEnd[i];
-            if (end < m_size && target[character] == '\n')
-                target[character + 1] = 1; // it would complete the line
         }
         return length;
     }
@@ -104,6 +105,16 @@ private:
                 return false;
         return c >= ' ';
     }
+    /// The end of what a name in this line may hold. The end that was given to an interrupted line is not
+    /// part of it, and neither is the character before, of which half may have been added.
+    [[nodiscard]] constexpr std::size_t nameEnd(std::size_t line) const
+    {
+        constexpr std::size_t kMissingEnd = 6; // bytes
+        const std::size_t end = lineEnd(line);
+        const bool isGiven =
+            end - line > kMissingEnd && isEnd(end - 4) && character(end - kMissingEnd) == '?';
+        return isGiven ? end - kMissingEnd - 1 : m_size;
+    }
     /// Whether the beginning at `at`, inside a character of a line, can belong to a name in the line's path:
     /// with all of the line that it begins, since only a whole one names something. What follows may have
     /// been appended to a line that was cut off inside the name.
@@ -114,7 +125,9 @@ private:
             name -= 2;
         if (name == line || character(name - 2) != '\\')
             return false;
-        const std::size_t end = lineEnd(at);
+        const std::size_t whole = lineEnd(at);
+        const std::size_t limit = nameEnd(line);
+        const std::size_t end = whole < limit ? whole : limit;
         if (end - name > kLongestName)
             return false;
         for (std::size_t i = at - 1; i + 1 < end; i += 2)
