@@ -62,6 +62,7 @@ BenchRows hashingRows(BenchScale scale);
 BenchRows messageRows(BenchScale scale);
 BenchRows topicRows(BenchScale scale);
 BenchRows connectionRows(BenchScale scale);
+BenchRows ftpRows(BenchScale scale);
 BenchRows workRows(BenchScale scale);
 BenchRows logRows(BenchScale scale);
 BenchRows wipeRows(BenchScale scale);

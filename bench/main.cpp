@@ -212,7 +212,7 @@ try {
     // Memory comes first: what an earlier row has used and freed would not count again.
     for (const auto& make :
          {memoryRows, loadRows, walkRows, registryRows, matchingRows, hashingRows, messageRows, topicRows,
-          connectionRows, workRows, logRows, wipeRows, hiveRows, handleRows, processRows}) {
+          connectionRows, ftpRows, workRows, logRows, wipeRows, hiveRows, handleRows, processRows}) {
         const BenchRows made = make(scale);
         measureAll(made.figures);
         measureAll(made.timed);
