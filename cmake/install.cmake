@@ -5,7 +5,7 @@ set(headers ${CMAKE_INSTALL_INCLUDEDIR}/sysmaint)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/sysmaint)
 set(documents ${CMAKE_INSTALL_DATADIR}/doc/sysmaint)
 
-install(TARGETS sysmaint EXPORT sysmaint INCLUDES DESTINATION ${headers} ${headers}/c)
+install(TARGETS sysmaint sysmaint_c EXPORT sysmaint INCLUDES DESTINATION ${headers} ${headers}/c)
 install(TARGETS sysmaint_host sysmaint_boot)
 install(CODE "set(SOURCE \"${PROJECT_SOURCE_DIR}/api/current\")\nset(DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${headers}\")")
 install(SCRIPT cmake/install_headers.cmake)
@@ -23,6 +23,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/sysmaintConfigVer
     COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/package/sysmaintConfig.cmake
     ${PROJECT_BINARY_DIR}/package/sysmaintConfigVersion.cmake DESTINATION ${package})
+file(RELATIVE_PATH PREFIX_OF_PACKAGE_FILE /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/package/sysmaint.pc.in package/sysmaint.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/package/sysmaint.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

@@ -54,6 +54,15 @@ int failed(const std::wstring& what, long code)
     return kExitFailed;
 }
 
+/// The same for what is looked for in a hive: the file itself is there.
+int failedInside(const std::wstring& what, long code)
+{
+    if (code != ERROR_FILE_NOT_FOUND)
+        return failed(what, code);
+    messages().writeLine(L"hive: " + printable(what) + L": there is no such key or value (2)");
+    return kExitFailed;
+}
+
 std::wstring member(const wchar_t* name, std::wstring_view text)
 {
     return jsonString(name) + L":" + jsonString(text);
@@ -215,7 +224,7 @@ int show(const std::vector<std::wstring>& words)
         if (code == ERROR_SUCCESS)
             code = showKey(*key, shown, below);
         if (code != ERROR_SUCCESS)
-            return failed(L"\\" + path, code);
+            return failedInside(L"\\" + path, code);
         for (auto name = below.rbegin(); name != below.rend(); ++name)
             waiting.push_back(path.empty() ? *name : path + L'\\' + *name);
     }
@@ -275,9 +284,10 @@ int get(const std::vector<std::wstring>& words)
     const std::wstring& path = arguments.operands()[0];
     const OpenFile file(path, kSettingsReadOnly);
     RegistryData data;
-    const long code = file.code() != ERROR_SUCCESS ? file.code() : file.read(key, name, data);
-    if (code != ERROR_SUCCESS)
-        return failed(path, code);
+    if (file.code() != ERROR_SUCCESS)
+        return failed(path, file.code());
+    if (const long code = file.read(key, name, data); code != ERROR_SUCCESS)
+        return failedInside(path, code);
     isUnclosed(path);
     printValue(key, name, data, arguments.has(L"--json"));
     return kExitDone;
@@ -365,7 +375,7 @@ int changeFile(const Arguments& arguments, const std::wstring& path, Change&& ch
     long code = change(file, exitCode);
     if (code == ERROR_SUCCESS && exitCode == kExitDone)
         code = SettingsHiveSave(file.get());
-    return code != ERROR_SUCCESS ? failed(path, code) : exitCode;
+    return code != ERROR_SUCCESS ? failedInside(path, code) : exitCode;
 }
 
 int set(const std::vector<std::wstring>& words)

@@ -59,23 +59,29 @@ Server parseServer(const std::wstring& text)
 }
 
 /// One name for all spellings of a file's path, as far as it can be opened.
-std::wstring oneSpelling(const std::wstring& path)
+class Spelling
 {
-    constexpr DWORD kLongest = 32768;
-    std::wstring full(kLongest, L'\0');
-    void* file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                             OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    DWORD length = 0;
-    if (file != INVALID_HANDLE_VALUE) {
-        length = GetFinalPathNameByHandleW(file, full.data(), kLongest, 0);
-        CloseHandle(file);
+public:
+    std::wstring of(const std::wstring& path)
+    {
+        void* file = CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                 nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        const auto room = static_cast<DWORD>(m_text.size());
+        DWORD length = 0;
+        if (file != INVALID_HANDLE_VALUE) {
+            length = GetFinalPathNameByHandleW(file, m_text.data(), room, 0);
+            CloseHandle(file);
+        }
+        if (length == 0 || length >= room)
+            length = GetFullPathNameW(path.c_str(), room, m_text.data(), nullptr);
+        return length == 0 || length >= room ? path : m_text.substr(0, length);
     }
-    if (length == 0 || length >= kLongest)
-        length = GetFullPathNameW(path.c_str(), kLongest, full.data(), nullptr);
-    full.resize(length < kLongest ? length : 0);
-    return full.empty() ? path : full;
-}
 
+private:
+    std::wstring m_text = std::wstring(32768, L'\0');
+};
+
+/// As the library, which does not queue a file again that waits under another case of its name.
 struct SmallerName
 {
     bool operator()(const std::wstring& one, const std::wstring& other) const
@@ -106,7 +112,7 @@ public:
 
     void add(const std::wstring& path)
     {
-        if (m_mayRepeat && !m_added.insert(oneSpelling(path)).second)
+        if (m_mayRepeat && !m_added.insert(m_spelling.of(path)).second)
             return;
         ++m_files;
         if (const long code = HVKAddPath(m_hvk, path.c_str()); code != ERROR_SUCCESS)
@@ -189,6 +195,7 @@ public:
 private:
     bool m_json;
     bool m_mayRepeat;
+    Spelling m_spelling;
     std::set<std::wstring, SmallerName> m_added; // only if so
     TopicHandle m_topic;
     void* m_hvk;

@@ -102,6 +102,16 @@ bool tellOutcome(const Chosen& each, long code, const wchar_t* done)
     return false;
 }
 
+/// Whether the library would refuse it; says so before anybody is asked. A window that is to be closed needs
+/// fewer rights.
+bool isRefused(const Chosen& each, unsigned long options, bool wantsClosing)
+{
+    const long code = ProcessEnd(each.process.get(), options | kEndNothing, kPatience);
+    const bool refused =
+        wantsClosing ? code == ERROR_NOT_SUPPORTED : code != ERROR_SUCCESS && code != ERROR_NOT_FOUND;
+    return refused && !tellOutcome(each, code, L"");
+}
+
 int end(const std::vector<std::wstring>& words)
 {
     const Arguments arguments(
@@ -110,7 +120,15 @@ int end(const std::vector<std::wstring>& words)
         throw UsageError{L"which process?"};
     if (arguments.has(L"--close") && (arguments.has(L"--tree") || arguments.has(L"--services")))
         throw UsageError{L"--close asks the windows of one process; say neither --tree nor --services"};
-    const std::vector<Chosen> all = chosenBy(arguments.operands());
+    const bool wantsClosing = arguments.has(L"--close");
+    const unsigned long options =
+        (arguments.has(L"--tree") ? kEndTree : 0UL) | (arguments.has(L"--services") ? kEndServices : 0UL);
+    std::vector<Chosen> all = chosenBy(arguments.operands());
+    const auto refused = std::erase_if(all, [&](const Chosen& each) {
+        return isRefused(each, wantsClosing ? kEndServices : options, wantsClosing);
+    });
+    if (all.empty())
+        return kExitFailed;
     for (const Chosen& each : all) {
         messages().writeLine(L"end " + std::to_wstring(each.id) + L" " + printable(each.name));
         OwnedBuffer<ProcessEntry> buffer;
@@ -123,18 +141,14 @@ int end(const std::vector<std::wstring>& words)
             messages().writeLine(L"  and " + std::to_wstring(tree[i].id) + L" " + printable(tree[i].name));
     }
     if (!arguments.has(L"--yes")) {
-        const Answer answer =
-            ask(arguments.has(L"--close") ? L"They are asked to close. Go on? Type yes: "
-                                          : L"They cannot save anything. Go on? Type yes: ");
+        const Answer answer = ask(wantsClosing ? L"They are asked to close. Go on? Type yes: "
+                                               : L"They cannot save anything. Go on? Type yes: ");
         if (answer != Answer::kYes) {
             messages().writeLine(L"nothing was ended");
             return answer == Answer::kCancelled ? kExitCancelled : kExitFailed;
         }
     }
-    const bool wantsClosing = arguments.has(L"--close");
-    const unsigned long options =
-        (arguments.has(L"--tree") ? kEndTree : 0UL) | (arguments.has(L"--services") ? kEndServices : 0UL);
-    int result = kExitDone;
+    int result = refused == 0 ? kExitDone : kExitFailed;
     for (const Chosen& each : all) {
         const long code = wantsClosing ? closeWindows(each.process.get())
                                        : ProcessEnd(each.process.get(), options, kPatience);

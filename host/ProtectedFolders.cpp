@@ -92,6 +92,29 @@ std::wstring machineText(const wchar_t* key, const wchar_t* value)
                : L"";
 }
 
+/// A folder with its name for messages.
+struct NamedFolder
+{
+    const wchar_t* name;
+    std::wstring path;
+    bool withContent = false;
+};
+
+/// The users' profiles, wherever they are.
+void appendProfiles(std::vector<NamedFolder>& folders, const std::wstring& listKey)
+{
+    HKEY list = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, listKey.c_str(), 0, KEY_ENUMERATE_SUB_KEYS, &list) != ERROR_SUCCESS)
+        return;
+    wchar_t user[256]; // no key has a longer name
+    for (DWORD i = 0, size = 256;
+         RegEnumKeyExW(list, i, user, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++i, size = 256)
+        folders.push_back(
+            {L"a user's profile", machineText((listKey + L"\\" + user).c_str(), L"ProfileImagePath")});
+    RegCloseKey(list);
+}
+
 std::wstring windowsFolder(UINT(WINAPI* ask)(LPWSTR, UINT))
 {
     wchar_t path[MAX_PATH];
@@ -107,12 +130,7 @@ std::vector<ProtectedFolder> protectedFolders()
 {
     constexpr const wchar_t* kVersion = L"Software\\Microsoft\\Windows\\CurrentVersion";
     constexpr const wchar_t* kProfiles = L"Software\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
-    const struct
-    {
-        const wchar_t* name;
-        std::wstring path;
-        bool withContent = false;
-    } folders[] = {
+    std::vector<NamedFolder> folders = {
         // On Remote Desktop hosts the first may be a folder of the user's own.
         {L"the Windows folder", windowsFolder(&GetWindowsDirectoryW), true},
         {L"the Windows folder", windowsFolder(&GetSystemWindowsDirectoryW), true},
@@ -120,7 +138,10 @@ std::vector<ProtectedFolder> protectedFolders()
         {L"the folder of programs", machineText(kVersion, L"ProgramFilesDir (x86)")},
         {L"the folder of programs' data", machineText(kProfiles, L"ProgramData")},
         {L"the folder of the users' profiles", machineText(kProfiles, L"ProfilesDirectory")},
+        {L"the profile of all users", machineText(kProfiles, L"Public")},
+        {L"the profile for new users", machineText(kProfiles, L"Default")},
     };
+    appendProfiles(folders, kProfiles);
     std::vector<ProtectedFolder> result;
     for (const auto& folder : folders) {
         if (folder.path.empty())

@@ -13,8 +13,9 @@
 namespace {
 constexpr wchar_t kPasswordVariable[] = L"SYSMAINT_SNAPSHOT_PASSWORD";
 constexpr std::size_t kLongestTexts = 32700; // the system takes 32,766 characters in all
-constexpr wchar_t kNotStarted[] = L"snapshot: the tool could not be started: a batch file, or no program "
-                                  L"(0xC0000001)";
+constexpr wchar_t kNotStarted[] =
+    L"snapshot: the tool could not be started: a batch file, a path that Windows "
+    L"would alter, or no program (0xC0000001)";
 constexpr wchar_t kNotListed[] = L"snapshot: \"snapshot.qmx\" in the current folder gives no time for that "
                                  L"name, or the tool could not be started (0xC0000001)";
 

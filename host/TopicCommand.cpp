@@ -1,9 +1,13 @@
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <mutex>
 #include <optional>
+
+#include <fcntl.h>
+#include <io.h>
 
 #include "Command.h"
 #include "Console.h"
@@ -24,7 +28,7 @@ listen prints each message as it arrives, until Ctrl+C or, with --count, after N
 message with a text.
 send sends each text as a message, or each line of standard input if there is none, and prints what the listener
 replies. It waits for a listener for at most --timeout seconds, 0 unless it is given. A message that the listener
-did not get is named with the reason on standard error, and so is a line that is not UTF-8; the exit code is 1.
+did not get is named with the reason on standard error, and so is a line that is not UTF-8 or holds a zero; the exit code is 1.
 
 --json prints {"text":...} for each message or reply.
 
@@ -86,6 +90,8 @@ public:
         if (!m_reply.empty())
             reply = messageOf(L"", m_reply);
         printText(text, m_json);
+        if (!results().isOpen())
+            throw static_cast<long>(results().failure());
         ++m_received;
     }
     [[nodiscard]] bool isDone() const { return m_most != 0 && m_received == m_most; }
@@ -152,15 +158,15 @@ int listen(const Arguments& arguments)
         WaitForSingleObject(cancelEvent(), kLook);
     CloseMessageListener(listener);
     TopicUnsubscribe(topic, printer, INFINITE);
-    return printer.isDone() ? kExitDone : kExitCancelled;
+    return printer.isDone() || !printer.isRead() ? kExitDone : kExitCancelled; // main reports the latter
 }
 
 /// Sends texts over one reporter.
 class Sender
 {
 public:
-    explicit Sender(const Arguments& arguments)
-        : m_name(requireName(arguments)), m_json(arguments.has(L"--json")),
+    Sender(std::wstring name, const Arguments& arguments)
+        : m_name(std::move(name)), m_json(arguments.has(L"--json")),
           m_limit(GetTickCount64() + 1000ULL * arguments.number(L"--timeout", 0, 86400).value_or(0)),
           m_topic(CreateMessageTopic(m_name.c_str()))
     {
@@ -209,7 +215,6 @@ public:
                              L"\" (2)");
         return kExitFailed;
     }
-    [[nodiscard]] const std::wstring& getName() const { return m_name; }
 
 private:
     std::wstring m_name;
@@ -219,9 +224,11 @@ private:
     std::unique_ptr<IMessageReporter> m_reporter;
 };
 
-/// None for what is not UTF-8.
+/// None for what is not UTF-8, and for what a message would cut: bytes of UTF-16 are full of zeros.
 std::optional<std::wstring> fromUtf8(const std::string& text)
 {
+    if (text.find('\0') != std::string::npos)
+        return {};
     std::wstring wide(text.size(), L'\0');
     const int size =
         MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
@@ -239,7 +246,7 @@ int send(const Arguments& arguments)
     const std::wstring name = requireName(arguments);
     int exitCode = kExitDone;
     try {
-        Sender sender(arguments);
+        Sender sender(name, arguments);
         const auto sendOne = [&](const std::wstring& text) {
             const long code = isCancelled() ? static_cast<long>(ERROR_CANCELLED) : sender.send(text);
             if (code != ERROR_SUCCESS)
@@ -250,10 +257,12 @@ int send(const Arguments& arguments)
         for (std::size_t i = 2; i < texts.size(); ++i)
             if (!sendOne(texts[i]))
                 return exitCode;
+        if (texts.size() == 2)
+            _setmode(_fileno(stdin), _O_BINARY); // no byte ends the text, and none is left out
         unsigned long long number = 0;
         for (std::string line; texts.size() == 2 && std::getline(std::cin, line);) {
             ++number;
-            if (line.ends_with('\r'))
+            if (line.ends_with('\r') && !std::cin.eof())
                 line.pop_back();
             const std::optional<std::wstring> text = fromUtf8(line);
             if (!text)

@@ -133,10 +133,14 @@ int whoami(const std::vector<std::wstring>& words)
     return kExitDone;
 }
 
-bool isFileName(const wchar_t* name)
+/// Whether Win32 would take a device, or a folder without a name's last dots and blanks: the normal form of
+/// such a path is the literal one. Whoever writes that form himself means it.
+bool isAlteredPath(const std::wstring& path)
 {
-    int isOne = 0;
-    return PathIsValidFileName(name, &isOne) == ERROR_SUCCESS && isOne != 0;
+    constexpr std::wstring_view kLiteral = LR"(\\?\)";
+    const std::wstring normal =
+        textOf([&](wchar_t** target) { return PathNormalizeW(path.c_str(), target); });
+    return normal.starts_with(kLiteral) && !path.starts_with(kLiteral);
 }
 
 int icons(const std::vector<std::wstring>& words)
@@ -147,13 +151,8 @@ int icons(const std::vector<std::wstring>& words)
     const std::wstring& file = arguments.operands()[0];
     const std::wstring folder = arguments.value(L"--out", L"");
     const auto size = static_cast<int>(arguments.number(L"--size", 1, 256).value_or(32));
-    const wchar_t* name = folder.c_str();
-    const DWORD attributes = GetFileAttributesW(name); // a device has some, too
-    const bool isFolder =
-        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    if (!isFolder && PathFileNameW(folder.c_str(), &name) == ERROR_SUCCESS && *name != L'\0' &&
-        !isFileName(name))
-        throw UsageError{L"--out: a folder cannot be named '" + printable(name) + L"'"};
+    if (isAlteredPath(folder))
+        throw UsageError{L"--out: a folder cannot be named '" + printable(folder) + L"'"};
     unsigned long count = 0;
     if (const long code = IconCount(file.c_str(), &count); code != ERROR_SUCCESS)
         return failed(file, code);

@@ -48,8 +48,8 @@ flash drives; journals; the names of deleted files and the contents of very smal
 (see --names). Files whose content is in the cloud are left alone; with --cloud they are fetched and wiped.
 
 Roots of drives, shares and volumes are refused, the Windows folder and what is in it, the folders of programs
-and their data, that of the users' profiles, and what any of these is in, by whatever name; so is the volume
-that one of them is on.
+and their data, that of the users' profiles, each profile as a whole, and what any of these is in, by whatever
+name; so is the volume that one of them is on.
 
 Exit codes: 0 all was wiped, 1 something was not, or nothing because the answer was not yes, 2 wrong
 arguments, 130 cancelled.

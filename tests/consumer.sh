@@ -43,6 +43,7 @@ find "$prefix/include" -name '*.cpp' | grep . && { echo 'sources are installed';
 
 project package "$here/consumer" -DWAY=package -DCMAKE_PREFIX_PATH="$prefix"
 run "$work-package/consumer.exe"
+run "$work-package/old_consumer.exe"
 project c "$here/consumer/c" -DCMAKE_PREFIX_PATH="$prefix"
 run "$work-c/c_consumer.exe"
 configure msvc "$here/consumer/msvc" -DCMAKE_PREFIX_PATH="$prefix"
@@ -59,6 +60,7 @@ grep -e -Werror "$work-subdirectory/compile_commands.json" && { echo 'warnings s
 for way in subdirectory fetch; do
     project $way "$here/consumer" -DWAY=$way -DSYSMAINT_WARNINGS_AS_ERRORS=ON
     run "$work-$way/consumer.exe"
+    run "$work-$way/old_consumer.exe"
 done
 compiled=$(grep '"command".*consumer/main.cpp' "$work-subdirectory/compile_commands.json")
 sed 's, -DNDEBUG,,' <<<"$compiled" | grep -e ' -W' -e ' -D' && { echo 'flags leak'; exit 1; }

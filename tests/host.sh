@@ -75,16 +75,29 @@ run 2 lookup --server h && says err 'which file or folder?'
 for server in h:0 h:65536 h:x '[::1]:' ''; do run 2 lookup "$folder" --server "$server"; done
 
 # Messages between two shells: a listener that answers, texts from the command line and from a pipe.
-"$runner" "$host" topic listen 'sysmaint host' --count 4 --reply 'got "it"' >"$work/heard" 2>/dev/null </dev/null &
+"$runner" "$host" topic listen 'sysmaint host' --count 5 --reply 'got "it"' --json >"$work/heard" 2>/dev/null </dev/null &
 listener=$!
 run 0 topic send 'sysmaint host' 'größe €' two --timeout 60 && says out 'got "it"'
-printf 'three\r\nfour\n' | "$runner" "$host" topic send 'sysmaint host' --json >"$work/out" || fail "topic send from a pipe"
-says out '{"text":"got \"it\""}'
+printf 'three\r\nno\0\nno\xff\nfo\032ur\r\r\n' | "$runner" "$host" topic send 'sysmaint host' --json >"$work/out" 2>"$work/err" && fail 'topic send: not UTF-8'
+says out '{"text":"got \"it\""}' && says err 'topic: line 2: No Unicode translation (1113)' && says err 'line 3: No Unicode'
+run 0 topic send 'sysmaint host' last
 wait "$listener" || fail "topic listen: $?"
-printf 'größe €\ntwo\nthree\nfour\n' | diff - <(tr -d '\r' <"$work/heard") || fail 'topic listen: other texts'
-run 1 topic send 'sysmaint host' text && says err 'topic: text: nobody listens on "sysmaint host" (2)'
-printf 'a\nb\xff\n' | "$runner" "$host" topic send 'sysmaint host' 2>"$work/err" && fail 'topic send: not UTF-8'
-says err 'topic: line 2: No Unicode translation (1113)'
+printf '{"text":"%s"}\n' 'größe €' two three 'fo\u001aur\u000d' last | diff - <(tr -d '\r' <"$work/heard") || fail 'topic listen: other texts'
+# Until Ctrl+C, and until nobody reads any more: then the sender is told, too.
+ends() { local actual=0; wait "$2" || actual=$?; [ "$actual" -eq "$1" ] || fail "topic listen: exit code $actual, not $1"; }
+"$runner" "$host" topic listen 'sysmaint host' >"$work/heard" 2>/dev/null </dev/null &
+run 0 topic send 'sysmaint host' text --timeout 60
+interrupt "$!"
+ends 130 "$!"
+[ "$(tr -d '\r' <"$work/heard")" = text ] || fail "topic listen: $(cat "$work/heard")"
+"$runner" "$host" topic listen 'sysmaint host' > >(head -n 1 >"$work/heard") 2>"$work/end" </dev/null &
+run 0 topic send 'sysmaint host' one --timeout 60
+run 1 topic send 'sysmaint host' two && says err 'topic: two: '
+ends 1 "$!"
+says end 'could not be written'
+begun=$(date +%s%3N)
+run 1 topic send 'sysmaint host' text --timeout 1 && says err 'topic: text: nobody listens on "sysmaint host" (2)'
+[ "$(($(date +%s%3N) - begun))" -ge 1000 ] || fail 'topic send did not wait'
 run 2 topic && says err 'listen or send?'
 run 2 topic send && says err 'which name?'
 run 2 topic listen 'a\b' && says err 'no backslash'
@@ -123,7 +136,7 @@ assert {line["name"]: line["data"] for line in lines if line["type"] == "value"}
     fail "the JSON of a hive: $(cat "$work/out")"
 run 1 hive show "$hive_path" none && says err '(2)'
 run 0 hive get "$hive_path" B vb && says out 'vb  REG_DWORD  875770417'
-run 1 hive get "$hive_path" b none
+run 1 hive get "$hive_path" b none && says err 'no such key or value (2)'
 run 2 hive set "$hive_path" b vb 5 --type dword && same 'nobody was asked'
 run 2 hive set "$hive_path" b new 5x --type dword && same 'no number'
 run 2 hive delete "$hive_path" b && same 'nobody was asked'
@@ -316,6 +329,11 @@ for refused in 'Z:' 'Z:\' 'z:/' '\\.\Z:' '//?/Z:/' '\\?\Z:\' "$folder\\..\\..\\.
     run 2 wipe tree "$refused" --yes
     run 2 wipe file "$refused" --yes
 done
+# A whole profile; without --yes, because these are the tests' own.
+for refused in 'C:\users\Public' "C:\\users\\$(id -un)" "$folder\\link\\$(id -un)" "Z:${prefix//\//\\}\\drive_c\\users\\$(id -un)"; do
+    run 2 wipe tree "$refused" && says err 'profile'
+done
+run 1 wipe file "C:\\users\\$(id -un)\\none" --yes
 rm -r "$tree/link" "$prefix/dosdevices/unc"
 ln -sfn "$tree/inner" "$tree/link"
 "$runner" "$host" wipe tree "$folder\\link" --yes 2>/dev/null # the platform cannot remove such a link
@@ -459,7 +477,8 @@ done
 { cat tags && echo garbage; } >list && run 1 util checksum --check list && says err '1 line is no checksum' && says out 'plain: OK'
 { cat tags && printf '\\%s  pl\\ain\n' "$(sha256sum plain | cut -c1-64)"; } >more && run 1 util checksum --check more && says err '1 line is no checksum' # no such escape
 { cat list && echo more; } >more && run 1 util checksum --check more && says err '2 lines are no checksums'
-run 2 util icons x --out con && run 2 util icons x --out 'o. ' && says err "'o. '" || fail 'a folder that nobody can open'
+mkdir o # by this name the system would find each of the third
+for name in con 'con\x' 'o. ' 'o.\x'; do run 2 util icons plain --out "$name" && says err "'$name'"; done
 run 1 util icons plain --out nowhere && [ ! -e nowhere ] || fail 'a folder for nothing'
 printf x >>plain && run 1 util checksum --check list && says out 'plain: FAILED' && says err '1 does not match'
 rm plain && run 1 util checksum --check list && says out 'FAILED open or read'
@@ -473,6 +492,7 @@ run 0 util services && says out 'running' && run 0 util services --json && says 
 run 0 util fileversion 'C:\windows\system32\kernel32.dll' && says out 'kernel32.dll: ' && says out 'Wine'
 run 1 util fileversion list
 run 0 util icons 'C:\windows\system32\shell32.dll' --out icons --size 16 && says out 'icon-1.bmp'
+run 0 util icons 'C:\windows\system32\shell32.dll' --out "\\\\?\\$(windows_path "$work/sums/o.")" && [ -s o./icon-1.bmp ] || fail 'a literal name'
 [ "$(head -c 2 icons/icon-1.bmp)" = BM ] && [ "$(stat -c %s icons/icon-1.bmp)" -eq 1078 ] || fail 'no bitmap'
 cd - >/dev/null
 
@@ -566,8 +586,8 @@ run 1 processes end no-such-program.exe nobody.exe --yes && says err 'no-such-pr
 for option in --user --sort; do run 2 processes $option '' && says err "$option is empty"; done
 run 2 processes watch , && says err 'a name between the commas is empty'
 run 1 processes end 999999 --yes && says err 'no such process (1168)'
-run 1 processes end services.exe --yes && says err 'the system or this program needs it (50)'
-run 1 processes end plugplay.exe --yes && says err 'it is a service'
+for refused in services.exe sysmaint.exe; do run 1 processes end $refused && says err 'the system or this program needs it (50)'; done
+run 1 processes end plugplay.exe && says err 'it is a service'
 "$runner" "$child" tree 1 3 &
 jobs_here=$!
 "$runner" "$child" sleep &

@@ -16,17 +16,10 @@ public:
     explicit WatchedApi(Hook hook = nullptr) : m_hook(std::move(hook))
     {
         s_current = this;
-        watch<&native::Api::createFile>();
-        watch<&native::Api::readFile>();
-        watch<&native::Api::writeFile>();
-        watch<&native::Api::flushFile>();
-        watch<&native::Api::queryFile>();
-        watch<&native::Api::setFile>();
-        watch<&native::Api::queryVolume>();
-        watch<&native::Api::queryAttributes>();
-        watch<&native::Api::close>();
-        watch<&native::Api::allocate>();
-        watch<&native::Api::delay>();
+        using native::Api;
+        watch<&Api::createFile, &Api::readFile, &Api::writeFile, &Api::flushFile, &Api::queryFile,
+              &Api::setFile, &Api::queryVolume, &Api::queryAttributes, &Api::close, &Api::allocate,
+              &Api::delay>();
     }
     WatchedApi(WatchedApi&&) = delete;
     ~WatchedApi() { s_current = nullptr; }
@@ -35,10 +28,10 @@ public:
     native::Api api = native::systemApi(); ///< uncounted calls have no lasting effect
 
 private:
-    template <auto Member>
+    template <auto... Members>
     void watch()
     {
-        api.*Member = Watched<Member, std::remove_reference_t<decltype(api.*Member)>>::call;
+        ((api.*Members = Watched<Members, std::remove_reference_t<decltype(api.*Members)>>::call), ...);
     }
     template <auto Member, class Function>
     struct Watched;
@@ -70,19 +63,16 @@ protected:
     {
         SetFileAttributesW((root / L"report").c_str(), FILE_ATTRIBUTE_NORMAL); // from a run that ended early
         std::filesystem::remove_all(root);
-        std::filesystem::create_directories(root / L"windows/system32");
-        std::filesystem::create_directories(root / L"windows/temp");
-        std::filesystem::create_directories(root / L"folder");
-        std::filesystem::create_directories(root / L"folder/nt/system32/config"); // another installation
-        for (const wchar_t* name :
+        for (const wchar_t* name : // "nt" is another installation
              {L"keep", L"report", L"folder/x", L"windows/system32/ntdll.dll", L"windows/win.ini",
               L"windows/setup.log", L"windows/temp/x.tmp", L"ntuser.dat", L"bootmgr",
               L"folder/nt/system32/config/system", L"folder/nt/win.ini", L"folder/nt/setup.log"})
-            write(name, "content of " + std::string(name, name + std::wcslen(name)));
+            write(name, "content of " + utf8(name));
     }
 
     void write(const std::wstring& name, const std::string& bytes) const
     {
+        std::filesystem::create_directories((root / name).parent_path());
         std::ofstream file(root / name, std::ios::binary);
         file << bytes;
         ASSERT_TRUE(file.flush()) << name;
@@ -98,18 +88,17 @@ protected:
     }
     [[nodiscard]] std::wstring log() const
     {
-        const std::string bytes = read((windows / L"sysmaint-boot.log").wstring());
-        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+        return textOf(read((windows / L"sysmaint-boot.log").wstring()));
     }
     /// All files except those that the program itself writes.
     [[nodiscard]] Files files() const
     {
         Files found;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-            const std::wstring name = entry.path().filename().wstring();
-            if (entry.is_regular_file() && name != kList && name.find(L"sysmaint-boot.") != 0)
-                found[relative(entry.path(), root).generic_wstring()] =
-                    read(relative(entry.path(), root).wstring());
+            const std::wstring name = relative(entry.path(), root).generic_wstring();
+            if (entry.is_regular_file() && name != L"windows/" + kList &&
+                !name.starts_with(L"windows/sysmaint-boot."))
+                found[name] = read(name);
         }
         return found;
     }
@@ -127,13 +116,15 @@ protected:
     {
         return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
     }
+    static std::wstring textOf(const std::string& bytes)
+    {
+        return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
+    }
     void setList(const std::wstring& text) const { write((windows / kList).wstring(), bytesOf(text)); }
     /// The list after its header.
     [[nodiscard]] std::wstring list() const
     {
-        const std::string bytes = read((windows / kList).wstring());
-        const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()),
-                                bytes.size() / sizeof(wchar_t));
+        const std::wstring text = textOf(read((windows / kList).wstring()));
         return text.substr(0, 4) == kHeader ? text.substr(4) : text;
     }
     RunReport run(const native::Api& api = native::systemApi(), const RunEvents& events = {}) const

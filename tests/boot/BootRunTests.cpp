@@ -2,18 +2,10 @@
 
 #include <process.h>
 
-#include "support/Test.h"
-
 #include "support/Passes.h"
 
 namespace {
 constexpr native::Status kNoResources = native::status(0xC000009A);
-
-/// Whether a call only releases what the end of the process releases as well.
-bool isClose(const void* function)
-{
-    return function == reinterpret_cast<void*>(native::systemApi().close);
-}
 
 void addStream(void* answer, std::size_t at, Text name, ULONG next)
 {
@@ -89,12 +81,6 @@ TEST_F(BootRunTest, TakesManyMissingFilesOffAtOnce)
 class BootCallTest : public BootRunTest
 {
 protected:
-    enum Mode
-    {
-        kFails, // only that call fails
-        kAdds   // somebody adds a line just before it, as the library does
-    };
-
     void prepare()
     {
         for (const std::wstring& name : listed)
@@ -106,15 +92,17 @@ protected:
         write((windows / kList).wstring(), bytesOf(kHeader + torn).append("p").append(bytesOf(lines)));
         isAdded = false;
     }
-    /// The calls that were made.
-    int runWith(Mode mode, int at)
+    /// That call fails, or somebody adds a line just before it, as the library does. Returns how many were
+    /// made.
+    int runWith(bool adds, int at)
     {
         prepare();
         WatchedApi watched([&](int call, const void* function) {
-            if (mode == kAdds && call >= at && !isAdded)
+            if (adds && call >= at && !isAdded)
                 isAdded = append();
-            const bool fails = mode == kFails && call == at;
-            return fails && !isClose(function) ? kNoResources : WatchedApi::kGoOn;
+            // A close only releases what the end of the process releases as well.
+            const bool isClose = function == reinterpret_cast<void*>(native::systemApi().close);
+            return !adds && call == at && !isClose ? kNoResources : WatchedApi::kGoOn;
         });
         run(watched.api);
         return watched.calls();
@@ -159,11 +147,9 @@ protected:
             expected.erase(name);
         EXPECT_EQ(files(), expected);
         std::set<std::wstring> left; // a line that stays may be there twice
-        const std::wstring text = list();
-        for (std::size_t at = 0, end = 0; at < text.size(); at = end) {
-            end = text.find(L"\r\n", at) + 2;
-            left.insert(text.substr(at, end - at));
-        }
+        std::wistringstream lines(list());
+        for (std::wstring each; std::getline(lines, each);)
+            left.insert(each + L"\n");
         std::set<std::wstring> expectedLeft = {torn + L"p?\r\n", line(L"windows")};
         if (isAdded)
             expectedLeft.insert(added);
@@ -180,13 +166,12 @@ protected:
 
 TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
 {
-    for (const Mode mode : {kFails, kAdds}) {
-        constexpr int kNever = 1000000;
-        int calls = runWith(mode, kNever);
+    for (const bool adds : {false, true}) {
+        int calls = runWith(adds, 1000000); // never
         EXPECT_GT(calls, 80);
         for (int at = 1; at <= calls; ++at) {
-            SCOPED_TRACE(testing::Message() << "mode " << mode << ", call " << at);
-            calls = std::max(calls, runWith(mode, at));
+            SCOPED_TRACE(testing::Message() << "adds " << adds << ", call " << at);
+            calls = std::max(calls, runWith(adds, at));
             expectNothingLost();
             expectDone();
         }

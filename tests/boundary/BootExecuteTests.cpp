@@ -1,60 +1,51 @@
 #include "boundary/RegistryTest.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/wiper/api.h"
-#include "support/Threads.h"
 
 namespace {
 /// The value is restored after each test, which in the tests' prefix means removed. In lists given as text,
 /// '|' stands for the zero.
-class BootExecuteTest : public testing::Test
+struct BootExecuteTest : testing::Test
 {
-protected:
     BootExecuteTest()
     {
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager", 0,
-                      KEY_ALL_ACCESS, &m_key);
+                      KEY_ALL_ACCESS, &key);
     }
     ~BootExecuteTest() override
     {
-        RegDeleteValueW(m_key, L"BootExecute");
-        RegCloseKey(m_key);
+        RegDeleteValueW(key, L"BootExecute");
+        RegCloseKey(key);
     }
 
     void set(std::wstring list, DWORD type = REG_MULTI_SZ, std::size_t missing = 0) const
     {
         std::replace(list.begin(), list.end(), L'|', L'\0');
         const auto size = static_cast<DWORD>(list.size() * sizeof(wchar_t) - missing);
-        ASSERT_EQ(RegSetKeyValueW(m_key, nullptr, L"BootExecute", type, list.data(), size), 0);
+        ASSERT_EQ(RegSetKeyValueW(key, nullptr, L"BootExecute", type, list.data(), size), 0);
     }
     [[nodiscard]] std::wstring get() const
     {
         std::wstring list(4096, L'?');
         DWORD size = 8192;
-        RegQueryValueExW(m_key, L"BootExecute", nullptr, nullptr, reinterpret_cast<BYTE*>(list.data()),
-                         &size);
+        RegQueryValueExW(key, L"BootExecute", nullptr, nullptr, reinterpret_cast<BYTE*>(list.data()), &size);
         list.resize((size + 1) / 2);
         std::replace(list.begin(), list.end(), L'\0', L'|');
         return list;
     }
 
-private:
-    HKEY m_key = nullptr;
+    HKEY key = nullptr;
 };
 
 /// Adds its own entries and removes each a little later.
 void editAs(const std::wstring& name)
 {
     for (int i = 0; i < 65; ++i) {
-        const std::wstring entry = name + std::to_wstring(i);
-        const std::wstring older = name + std::to_wstring(i - 5);
-        if (i < 60) {
-            EXPECT_EQ(AddBootExecute(entry.c_str()), 0);
-            EXPECT_EQ(AddBootExecute(entry.c_str()), ERROR_ALREADY_EXISTS);
-        }
-        if (i >= 5) {
-            EXPECT_EQ(BootExecuteIsScheduled(older.c_str()), 1);
-            EXPECT_EQ(RemoveBootExecute(older.c_str()), 0);
-        }
+        const std::wstring entry = name + std::to_wstring(i), older = name + std::to_wstring(i - 5);
+        EXPECT_TRUE(i >= 60 || AddBootExecute(entry.c_str()) == 0);
+        EXPECT_TRUE(i >= 60 || AddBootExecute(entry.c_str()) == ERROR_ALREADY_EXISTS);
+        EXPECT_TRUE(i < 5 || BootExecuteIsScheduled(older.c_str()) == 1);
+        EXPECT_TRUE(i < 5 || RemoveBootExecute(older.c_str()) == 0);
     }
 }
 } // namespace
@@ -75,8 +66,7 @@ TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
             editAs(L"thread " + std::to_wstring(number) + L" ");
         while (WaitForSingleObject(child, 0) == WAIT_TIMEOUT);
     });
-    EXPECT_EQ(exitCodeOf(child), 0U);
-    EXPECT_EQ(get(), L"autocheck autochk *||");
+    EXPECT_TRUE(exitCodeOf(child) == 0U && get() == L"autocheck autochk *||");
 }
 
 // Any object under the mutex's name gives a clear code in time, and leaves the list unchanged.
@@ -85,15 +75,13 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
     const wchar_t* const name = L"Global\\sysmaint.BootExecute";
     const auto expect = [&](long code) {
         set(L"x||");
-        EXPECT_EQ(AddBootExecute(L"y"), code);
-        EXPECT_EQ(RemoveBootExecute(L"x"), code);
+        EXPECT_TRUE(AddBootExecute(L"y") == code && RemoveBootExecute(L"x") == code);
         EXPECT_EQ(get(), code == 0 ? L"y||" : L"x||");
         EXPECT_EQ(BootExecuteIsScheduled(code == 0 ? L"y" : L"x"), 1);
     };
     // What its creator grants to everybody.
-    const std::pair<const wchar_t*, long> rows[] = {{L"D:(A;;0x100001;;;WD)", 0},
-                                                    {L"D:(A;;0x20000;;;WD)", ERROR_ACCESS_DENIED}};
-    for (const auto& [access, code] : rows) {
+    for (const auto& [access, code] :
+         {std::pair(L"D:(A;;0x100001;;;WD)", 0L), {L"D:(A;;0x20000;;;WD)", ERROR_ACCESS_DENIED}}) {
         const std::shared_ptr<void> descriptor = descriptorOf(access);
         SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
         const Win32Handle foreign(CreateMutexW(&security, FALSE, name));
@@ -136,12 +124,10 @@ TEST_F(BootExecuteTest, EditsTheListCharacterByCharacter)
     for (const auto& [before, entry, code, added, removed] : rows) {
         set(before);
         EXPECT_EQ(BootExecuteIsScheduled(entry), code == 0 ? 0 : 1) << before;
-        EXPECT_EQ(AddBootExecute(entry), code);
-        EXPECT_EQ(get(), added);
+        EXPECT_TRUE(AddBootExecute(entry) == code && get() == added);
         EXPECT_EQ(BootExecuteIsScheduled(entry), 1) << before;
         set(before);
-        EXPECT_EQ(RemoveBootExecute(entry), 0);
-        EXPECT_EQ(get(), removed);
+        EXPECT_TRUE(RemoveBootExecute(entry) == 0 && get() == removed);
     }
     for (const wchar_t* entry : {static_cast<const wchar_t*>(nullptr), L""})
         EXPECT_EQ(BootExecuteIsScheduled(entry), 0);
@@ -152,8 +138,7 @@ TEST_F(BootExecuteTest, NeverTouchesAListThatIsNone)
     Replaced<"RegSetValueExW", decltype(&RegSetValueExW)> writes;
     const auto refuse = [](long code) {
         for (const wchar_t* entry : {L"x", L"y", L"z"}) {
-            EXPECT_EQ(AddBootExecute(entry), code);
-            EXPECT_EQ(RemoveBootExecute(entry), code);
+            EXPECT_TRUE(AddBootExecute(entry) == code && RemoveBootExecute(entry) == code);
             EXPECT_EQ(BootExecuteIsScheduled(entry), 0);
         }
     };

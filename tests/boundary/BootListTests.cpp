@@ -1,4 +1,3 @@
-#include "support/Threads.h"
 #include "support/Wipe.h"
 
 namespace {
@@ -20,20 +19,14 @@ void writeLines(const std::wstring& writer, int lines)
 {
     const std::unique_ptr<IWiper> wiper(DllGetWiper());
     for (int i = 0; i < lines; ++i) {
-        writeBytes(fileOf(writer, i), {1});
-        EXPECT_NE(wiper->Wipe(nullptr, nullptr, kWipeFile, fileOf(writer, i).c_str(), nullptr, nullptr, 1, 1,
-                              nullptr),
-                  0);
+        const std::wstring file = fileOf(writer, i);
+        writeBytes(file, {1});
+        EXPECT_NE(wiper->Wipe(nullptr, nullptr, kWipeFile, file.c_str(), nullptr, nullptr, 1, 1, nullptr), 0);
     }
 }
 
-HANDLE refuseToWipe(Opens::Original open, LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES own,
-                    DWORD disposition, DWORD flags, HANDLE model)
-{
-    SetLastError(ERROR_IO_DEVICE);
-    return flags == kOpenToWipe ? INVALID_HANDLE_VALUE
-                                : open(name, access, share, own, disposition, flags, model);
-}
+const auto refuseToWipe = failing(INVALID_HANDLE_VALUE, ERROR_IO_DEVICE,
+                                  [](auto... all) { return std::get<5>(std::tuple(all...)) == kOpenToWipe; });
 
 /// One header, and each line whole and once.
 void expectLines(std::wstring list, std::initializer_list<const wchar_t*> writers, int lines)
@@ -49,15 +42,62 @@ void expectLines(std::wstring list, std::initializer_list<const wchar_t*> writer
 }
 
 /// With files that refuse to be opened.
-class BootListTest : public WipeTest
+struct BootListTest : WipeTest
 {
-protected:
     BootListTest()
     {
         _wputenv_s(kFolder, folder.c_str());
         files.setHook(refuseToWipe);
     }
 };
+
+const std::wstring kVolume = L"Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\";
+
+struct Case
+{
+    std::wstring given, listed = L""; // empty: refused
+    UINT driveType = DRIVE_FIXED;
+    const wchar_t* device = L"\\Device\\HarddiskVolume7";
+    DWORD attributes = 0;
+};
+
+/// A name that holds the beginning of a line inside its characters.
+std::wstring lineInName()
+{
+    std::wstring name;
+    for (const wchar_t c : std::wstring(L"*FileShred*\t*\\??\\C"))
+        name += static_cast<wchar_t>((name.empty() ? L'n' : 0) | c << 8U);
+    return name;
+}
+
+std::vector<Case> casesIn(const std::wstring& folder)
+{
+    const std::wstring there = folder + L"\\there";
+    std::vector<Case> cases = {
+        {there, there},
+        {L"\\\\?\\" + there, there},
+        {L"\\??\\" + there, there},
+        {folder + L"/./there", there},
+        {folder + L"\\held"},  // a file that takes the name before the restart must not be destroyed
+        {L"S:\\there", there}, // a letter that stands for a folder
+        {L"N:\\there"},        // one that stands for a share
+        {L"\\\\?\\" + kVolume + L"there", kVolume + L"there"},
+        {L"\\\\?\\" + kVolume},
+        {there, L"", DRIVE_REMOTE},
+        {there, L"", DRIVE_FIXED, L"\\??\\C:\\somewhere"},
+        {.given = there, .attributes = FILE_ATTRIBUTE_REPARSE_POINT},
+        {folder + L"\\folder"},
+        {folder + L"\\" + lineInName()},
+        {bootListPath()}};
+    for (const wchar_t* refused :
+         {L"", L"C:\\", L"\\\\.\\PhysicalDrive0", L"\\\\?\\PhysicalDrive0", L"\\\\.\\pipe\\x",
+          L"\\\\server\\share\\x", L"\\\\?\\Volume{01234567}\\x", L"\\\\?\\C:\\a\\..\\b", L"\\\\?\\C:\\a/b",
+          L"C:\\none\\a*", L"C:\\none\\a?b", L"C:\\none\\a<", L"C:\\none\\a\tb", L"C:\\none\\a\x1f",
+          L"C:\\none\\a:stream", L"C:\\none\\a\\",
+          L"C:\\none\\a\r\n*FileShred*\t*\\??\\C:\\precious*\t*1*\t*1"})
+        cases.push_back({refused});
+    return cases;
+}
 } // namespace
 
 /// What the second process of the next test does; by itself nothing.
@@ -83,66 +123,11 @@ TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
             Sleep(1);
         writeLines(thread == 0 ? L"a" : L"b", thread == 2 ? 0 : 150);
     });
-    EXPECT_EQ(exitCodeOf(child), 0U);
-    EXPECT_EQ(ForceDeleteIsScheduled(fileOf(L"PROCESS", 149).c_str()), 1);
+    EXPECT_TRUE(exitCodeOf(child) == 0U && ForceDeleteIsScheduled(fileOf(L"PROCESS", 149).c_str()) == 1);
     EXPECT_EQ(ForceDeleteIsScheduled(fileOf(L"process", 15).c_str()), 1);
     EXPECT_EQ(ForceDeleteIsScheduled(at(L"process").c_str()), 0);
     expectLines(takeBootList(), {L"a", L"b", L"process"}, 150);
 }
-
-namespace {
-const std::wstring kVolume = L"Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\";
-
-struct Case
-{
-    std::wstring given, listed; // empty: refused
-    UINT driveType = DRIVE_FIXED;
-    const wchar_t* device = L"\\Device\\HarddiskVolume7";
-    DWORD attributes = 0;
-};
-
-/// A name that holds the beginning of a line inside its characters.
-std::wstring lineInName()
-{
-    std::wstring name;
-    wchar_t before = L'n';
-    for (const wchar_t c : std::wstring(L"*FileShred*\t*\\??\\C")) {
-        name += static_cast<wchar_t>(before | c << 8U);
-        before = 0;
-    }
-    return name;
-}
-
-std::vector<Case> casesIn(const std::wstring& folder)
-{
-    const std::wstring there = folder + L"\\there";
-    std::vector<Case> cases = {
-        {there, there},
-        {L"\\\\?\\" + there, there},
-        {L"\\??\\" + there, there},
-        {folder + L"/./there", there},
-        {folder + L"\\held", L""}, // a file that takes the name before the restart must not be destroyed
-        {L"S:\\there", there},     // a letter that stands for a folder
-        {L"N:\\there", L""},       // one that stands for a share
-        {L"\\\\?\\" + kVolume + L"there", kVolume + L"there"},
-        {L"\\\\?\\" + kVolume, L""},
-        {there, L"", DRIVE_REMOTE},
-        {there, L"", DRIVE_FIXED, L"\\??\\C:\\somewhere"},
-        {there, L"", DRIVE_FIXED, L"\\Device\\HarddiskVolume7", FILE_ATTRIBUTE_REPARSE_POINT},
-        {folder + L"\\folder", L""},
-        {folder + L"\\" + lineInName(), L""},
-        {bootListPath(), L""},
-    };
-    for (const wchar_t* refused :
-         {L"", L"C:\\", L"\\\\.\\PhysicalDrive0", L"\\\\?\\PhysicalDrive0", L"\\\\.\\pipe\\x",
-          L"\\\\server\\share\\x", L"\\\\?\\Volume{01234567}\\x", L"\\\\?\\C:\\a\\..\\b", L"\\\\?\\C:\\a/b",
-          L"C:\\none\\a*", L"C:\\none\\a?b", L"C:\\none\\a<", L"C:\\none\\a\tb", L"C:\\none\\a\x1f",
-          L"C:\\none\\a:stream", L"C:\\none\\a\\",
-          L"C:\\none\\a\r\n*FileShred*\t*\\??\\C:\\precious*\t*1*\t*1"})
-        cases.push_back({refused, L""});
-    return cases;
-}
-} // namespace
 
 TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
 {
@@ -155,8 +140,8 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
                 return at(path.substr(begin + root.size()));
         return path;
     };
-    files.setHook([&](auto open, LPCWSTR name, auto... rest) {
-        return refuseToWipe(open, realPath(name).c_str(), rest...);
+    files.setHook([&, refuse = refuseToWipe](auto open, LPCWSTR name, auto... rest) mutable {
+        return refuse(open, realPath(name).c_str(), rest...);
     });
     const Case* now = nullptr;
     Replaced<"GetFinalPathNameByHandleW", decltype(&GetFinalPathNameByHandleW)> finals(
@@ -167,15 +152,14 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
             return 26;
         });
     Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> types([&](auto...) { return now->driveType; });
-    Replaced<"QueryDosDeviceW", decltype(&QueryDosDeviceW)> devices(
-        [&](auto, LPCWSTR drive, LPWSTR target, DWORD) {
-            std::wcscpy(target, drive[0] == L'S' ? L"\\??\\C:\\somewhere" : now->device);
-            return 1UL;
-        });
+    Replaced<"QueryDosDeviceW", decltype(&QueryDosDeviceW)> devices([&](auto, auto drive, auto target, auto) {
+        std::wcscpy(target, drive[0] == L'S' ? L"\\??\\C:\\somewhere" : now->device);
+        return 1UL;
+    });
     Attributes attributes([&](auto original, LPCWSTR path) { // a missing file has all bits set
         return original(realPath(path).c_str()) | now->attributes;
     });
-    Replaced<"DeleteFileW", decltype(&DeleteFileW)> removals(kEachCall, FALSE, ERROR_ACCESS_DENIED);
+    Deletions removals(kEachCall, FALSE, ERROR_ACCESS_DENIED);
     for (const Case& c : casesIn(folder)) {
         SCOPED_TRACE(testing::Message() << c.given << " on a drive of type " << c.driveType);
         now = &c;
@@ -193,11 +177,12 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     const std::wstring held = at(L"some file.txt");
     writeBytes(held, {1});
     std::wstring opened;
-    files.setHook([&](auto original, LPCWSTR name, DWORD access, DWORD share, auto... rest) {
-        if (access == GENERIC_WRITE && share == FILE_SHARE_WRITE)
-            opened = name;
-        return refuseToWipe(original, name, access, share, rest...);
-    });
+    files.setHook(failing(INVALID_HANDLE_VALUE, ERROR_IO_DEVICE,
+                          [&](LPCWSTR name, DWORD access, DWORD share, auto... rest) {
+                              if (access == GENERIC_WRITE && share == FILE_SHARE_WRITE)
+                                  opened = name;
+                              return std::get<2>(std::tuple(rest...)) == kOpenToWipe;
+                          }));
     EXPECT_EQ(wipe(kWipeFile, held), ERROR_IO_DEVICE);
     EXPECT_EQ(opened, bootListPath().insert(bootListPath().rfind(L'\\'), L"\\"));
     EXPECT_EQ(wipe(kWipeFile, held, 3, 0xFFFFFFFF), ERROR_IO_DEVICE); // numbers are signed
@@ -209,8 +194,8 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     GetCurrentDirectoryW(MAX_PATH, before);
     SetCurrentDirectoryW(folder.c_str());
     writeBytes(bootListPath(), {'x', 0});
-    EXPECT_EQ(wipe(kWipeFile, L"some file.txt"),
-              ERROR_IO_DEVICE); // the boot-time program has no current folder
+    // The boot-time program has no current folder.
+    EXPECT_EQ(wipe(kWipeFile, L"some file.txt"), ERROR_IO_DEVICE);
     EXPECT_EQ(wipe(kWipeFile, folder + L"/tree\\..\\some file.txt"), ERROR_IO_DEVICE);
     SetCurrentDirectoryW(before);
     EXPECT_EQ(takeBootList(), L"x?\r\n" + lineOf(held) + lineOf(held));
@@ -222,20 +207,32 @@ TEST_F(BootListTest, IsWrittenByteForByte)
         const std::wstring last(torn.size() == 4 ? L"x\r" : torn.size() == 3 ? L"\r\n" : L"x");
         EXPECT_EQ(takeBootList(), last + L"?\r\n" + lineOf(held));
     }
-    writeText(bootListPath(), lineOf(folder).substr(0, 40) + lineOf(held));
-    EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 1);
+}
+
+TEST_F(BootListTest, IsReadAndWrittenAfterTornLines)
+{
+    const std::wstring held = at(L"some file.txt"), line = lineOf(held);
+    writeBytes(held, {1});
+    for (const auto& [list, isListed] : {std::pair{lineOf(folder).substr(0, 40) + line, 1},
+                                         {line.substr(0, line.size() - 2) + lineOf(folder), 0},
+                                         {line.substr(0, line.size() - 2), 0}}) {
+        writeText(bootListPath(), list);
+        EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), isListed);
+    }
+    writeBytes(bootListPath(), {0, 0, 0});
+    EXPECT_EQ(wipe(kWipeFile, at(L"none")), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(readBytes(bootListPath()), (Bytes{0, 0, 0}));
     // Somebody was interrupted inside a character: whole lines stand at odd bytes, and the next follows them.
     Bytes list = {'x'};
     for (const std::wstring& name : {at(L"held"), at(L"held 2"), at(L"held 3")}) {
         writeBytes(name, {1});
         EXPECT_EQ(list.size() == 1 ? ERROR_IO_DEVICE : wipe(kWipeFile, name), ERROR_IO_DEVICE);
-        const std::wstring line = lineOf(name);
-        const auto* added = reinterpret_cast<const unsigned char*>(line.data());
-        list.insert(list.end(), added, added + line.size() * sizeof(wchar_t));
+        const std::wstring whole = lineOf(name);
+        const auto* added = reinterpret_cast<const unsigned char*>(whole.data());
+        list.insert(list.end(), added, added + whole.size() * sizeof(wchar_t));
         if (name == at(L"held"))
             writeBytes(bootListPath(), list);
-        EXPECT_EQ(readBytes(bootListPath()), list);
-        EXPECT_EQ(ForceDeleteIsScheduled(name.c_str()), 1);
+        EXPECT_TRUE(readBytes(bootListPath()) == list && ForceDeleteIsScheduled(name.c_str()) == 1);
     }
     EXPECT_EQ(ForceDeleteIsScheduled(at(L"held 4").c_str()), 0);
 }
@@ -250,10 +247,8 @@ TEST_F(BootListTest, StaysWholeWhenALineCannotBeAdded)
         ::CreateFileW(bootListPath().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     const auto expect = [&](DWORD code) {
         wiper->setNeedsReboot(0);
-        EXPECT_EQ(wipe(kWipeFile, held), ERROR_IO_DEVICE);
-        EXPECT_EQ(wiper->getNeedsReboot(), 1U);
-        EXPECT_EQ(ForceDeleteIsScheduled(held.c_str()), 0);
-        EXPECT_EQ(GetLastError(), code);
+        EXPECT_TRUE(wipe(kWipeFile, held) == ERROR_IO_DEVICE && wiper->getNeedsReboot() == 1U);
+        EXPECT_TRUE(ForceDeleteIsScheduled(held.c_str()) == 0 && GetLastError() == code);
     };
     expect(ERROR_SHARING_VIOLATION);
     holder.reset();

@@ -413,6 +413,30 @@ TEST(SocketConnections, FailWithTheSocketLayersCode)
     EXPECT_EQ(port, before);
 }
 
+// Who resets a connection before it is accepted costs the next client nothing.
+TEST(SocketConnections, PassOverClientsThatHaveGone)
+{
+    Connected peers(false);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    unsigned short port = 0;
+    ASSERT_EQ(ConnectionGetPort(peers.server.get(), &port), ERROR_SUCCESS);
+    address.sin_port = htons(port);
+    for (int client = 0; client < 3; ++client) {
+        const SOCKET gone = socket(AF_INET, SOCK_STREAM, 0);
+        const linger atOnce{1, 0};
+        setsockopt(gone, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
+        EXPECT_EQ(connect(gone, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+        closesocket(gone);
+    }
+    EXPECT_EQ(ConnectionDisconnect(peers.client.get()), ERROR_SUCCESS);
+    peers.connect();
+    char byte = 'x';
+    EXPECT_EQ(ConnectionWrite(peers.client.get(), &byte, 1, 60000, nullptr), ERROR_SUCCESS);
+    EXPECT_EQ(ConnectionReadAll(peers.accepted.get(), &byte, 1, 60000, nullptr), ERROR_SUCCESS);
+}
+
 // A connect that hangs ends with its time, the cancel event and the disconnection, and so does a pipe's
 // client whose server is busy.
 TEST(SocketConnections, EndAConnectThatHangs)

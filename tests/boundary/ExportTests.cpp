@@ -8,7 +8,7 @@
 #include "core/win32/utils/strings/api.h"
 #include "support/Pools.h"
 #include "support/RestoreClient.h"
-#include "support/Threads.h"
+#include "support/Utilities.h"
 #include "support/Wipe.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/paths/include/CachedPath.h"
@@ -16,12 +16,14 @@
 namespace {
 constexpr auto kDrop = Operation::CancelAndReturn;
 constexpr auto kAtEnd = Option::AtEnd;
+constexpr auto kKeep = INotifyProvider::kKeepNumber;
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
 // Longer than what a string stores without allocating.
 constexpr wchar_t kName[] = L"a name too long to stand in a string without memory of its own";
 constexpr wchar_t kOther[] = L"another name, which is as long as the first one or even longer";
 constexpr wchar_t kKey[] = L"Software\\sysmaint-exports";
+constexpr wchar_t kSession[] = L"System\\CurrentControlSet\\Control\\Session Manager";
 constexpr unsigned long kNumber = 4294967295;
 
 MessageFilter takers[2]; // accept messages of every form
@@ -56,13 +58,10 @@ long workCode = 0;
 /// What the functions of the table are called with: one open object of each family.
 struct Handles
 {
-    explicit Handles(void* handle = nullptr)
-        : all{handle, handle, handle, handle, handle, handle, handle, handle}, topic(handle)
-    {
-    }
+    explicit Handles(void* handle = nullptr) : topic(handle) { std::fill_n(all, 8, handle); }
     Handles(Handles&&) = delete;
 
-    void* all[10]; // the last two are instances of work in the pool
+    void* all[10]{}; // the last two are instances of work in the pool
     void *&item = all[0], *&engine = all[1], *&keys = all[2], *&pool = all[3], *&logger = all[4];
     void *&restore = all[5], *&ftp = all[6], *&account = all[7], *&named = all[8], *&numbered = all[9];
     TopicHandle topic;
@@ -75,11 +74,10 @@ struct Objects : Handles
         item = CreateFileW(kName, file, 0);
         engine = CreateFileScanEngine(kName);
         FSEngineAddPath(engine, folder.c_str(), 0);
-        FSEngineRegisterHandlers(engine, provider, INotifyProvider::kKeepNumber,
-                                 INotifyProvider::kKeepNumber);
+        FSEngineRegisterHandlers(engine, provider, kKeep, kKeep);
         keys = CreateRegistryScanEngine(kName);
         RSEngineAddPath(keys, HKEY_CURRENT_USER, kKey, 0);
-        RSEngineRegisterHandlers(keys, provider, INotifyProvider::kKeepNumber, INotifyProvider::kKeepNumber);
+        RSEngineRegisterHandlers(keys, provider, kKeep, kKeep);
         pool = THPCreateThreadPool(kName);
         const THPCategoryOptions withoutThreads(0, 0, 0, 0); // so that what is queued stays
         THPCreateCategory(pool, kName, withoutThreads);
@@ -91,22 +89,18 @@ struct Objects : Handles
         numberedTopic = CreateMessageTopic(7UL);
         restore = CreateRestoreManager(kName);
         ftp = CreateFtpScanEngine(kName);
-        FtpSEngineRegisterHandlers(ftp, provider, INotifyProvider::kKeepNumber, INotifyProvider::kKeepNumber);
+        FtpSEngineRegisterHandlers(ftp, provider, kKeep, kKeep);
         account = CreateFtpConnection(kName, kOther, 0, kName, kName);
         if (withLogger)
             logger = CreateLogger(kName);
     }
     ~Objects()
     {
-        CloseScanItem(item);
-        CloseFileScanEngine(engine);
-        CloseRegistryScanEngine(keys);
-        THPCloseThreadpool(pool);
-        CloseRestoreManager(restore);
-        CloseFtpScanEngine(ftp);
-        CloseFtpConnection(account);
-        if (logger != nullptr)
-            CloseLogger(logger);
+        const std::function<void(void*)> closes[] = {
+            CloseScanItem, CloseFileScanEngine, CloseRegistryScanEngine, THPCloseThreadpool,
+            CloseLogger,   CloseRestoreManager, CloseFtpScanEngine,      CloseFtpConnection};
+        for (std::size_t i = 0; i < std::size(closes); ++i)
+            closes[i](all[i]);
     }
 
     TopicHandle numberedTopic;
@@ -171,28 +165,23 @@ long reload(Item* stored, Load load)
     return codeOfResult(load(input), nullptr);
 }
 
-enum class Kind
-{
-    TakesHandle,
-    Closes,
-    Makes
-};
+constexpr int kTakesHandle = 0, kCloses = 1, kMakes = 2;
 struct Row
 {
     const char* name;
-    Kind kind;
+    int kind;
     long code; ///< when nothing fails
     long (*run)(Handles&);
 };
 // clang-format off
 #define ROW(text, kind, code, close, ...) \
-    {text, Kind::kind, code, [](Handles& o) { static_cast<void>(o); return codeOfResult(__VA_ARGS__, close); }}
-#define USES(...) ROW(#__VA_ARGS__, TakesHandle, 0, nullptr, __VA_ARGS__)
-#define USES_GIVING(code, ...) ROW(#__VA_ARGS__, TakesHandle, code, nullptr, __VA_ARGS__)
-#define CLOSES(...) ROW(#__VA_ARGS__, Closes, 0, nullptr, (__VA_ARGS__) != 0 ? 0L : long{ERROR_INVALID_HANDLE})
-#define MAKES(...) ROW(#__VA_ARGS__, Makes, 0, nullptr, __VA_ARGS__)
-#define OPENS(close, ...) ROW(#__VA_ARGS__, Makes, 0, close, __VA_ARGS__)
-#define FINDS_NONE(close, ...) ROW(#__VA_ARGS__, Makes, ERROR_NOT_FOUND, close, __VA_ARGS__)
+    {text, kind, code, [](Handles& o) { static_cast<void>(o); return codeOfResult(__VA_ARGS__, close); }}
+#define USES(...) ROW(#__VA_ARGS__, kTakesHandle, 0, nullptr, __VA_ARGS__)
+#define USES_GIVING(code, ...) ROW(#__VA_ARGS__, kTakesHandle, code, nullptr, __VA_ARGS__)
+#define CLOSES(...) ROW(#__VA_ARGS__, kCloses, 0, nullptr, (__VA_ARGS__) != 0 ? 0L : long{ERROR_INVALID_HANDLE})
+#define MAKES(...) ROW(#__VA_ARGS__, kMakes, 0, nullptr, __VA_ARGS__)
+#define OPENS(close, ...) ROW(#__VA_ARGS__, kMakes, 0, close, __VA_ARGS__)
+#define FINDS_NONE(close, ...) ROW(#__VA_ARGS__, kMakes, ERROR_NOT_FOUND, close, __VA_ARGS__)
 
 const Row kRows[] = {
     MAKES(DllGetFile()),
@@ -211,7 +200,7 @@ const Row kRows[] = {
     MAKES(reload(DllGetDirectory(file, 0), [](auto& stream) { return DllGetDirectory(0UL, stream); })),
     MAKES(DllGetWiper()),
     MAKES(static_cast<long>(codeOf([] { CachedPath(L"%temp%\\%windir% and some more than stands in a string", 1); }))),
-    {"WipeFileTable", Kind::Makes, 0, [](Handles&) { return WipeFileTable(folder.c_str(), nullptr, nullptr, nullptr); }},
+    {"WipeFileTable", kMakes, 0, [](Handles&) { return WipeFileTable(folder.c_str(), nullptr, nullptr, nullptr); }},
     MAKES((ForceDeleteIsScheduled(file), static_cast<long>(GetLastError()))),
     MAKES(BootExecuteIsScheduled(L"a") == 1 ? 0L : static_cast<long>(GetLastError())),
     MAKES(AddBootExecute(kName)),
@@ -316,8 +305,7 @@ const Row kRows[] = {
     USES_GIVING(ERROR_NOT_FOUND, IsSystemRestoreEnabled(o.restore, &flag)), // this WMI has no configuration
     USES(GetRestorePointID(o.restore, pointNumber)),
     USES_GIVING(ERROR_MORE_DATA, (room = 4, GetRestorePointName(o.restore, token, &room))),
-    CLOSES(CloseRestoreManager(o.restore)),
-};
+    CLOSES(CloseRestoreManager(o.restore))};
 
 /// What is wrong with any handle: 87 unless the row says otherwise.
 const Row kNulls[] = {
@@ -410,15 +398,13 @@ const Row kNulls[] = {
     FINDS_NONE(THPCloseThreadpool, THPOpenThreadPool(kOther)),
     FINDS_NONE(CloseLogger, OpenLogger(kOther)),
     FINDS_NONE(nullptr, OpenMessageTopic(kNumber)),
-    FINDS_NONE(nullptr, ServeObjectRequests(kOther, 1)),
-};
+    FINDS_NONE(nullptr, ServeObjectRequests(kOther, 1))};
 
 // clang-format on
 
 /// What the table's calls find and leave on the machine.
-class Exports : public testing::Test
+struct Exports : testing::Test
 {
-protected:
     Exports()
     {
         folder = scratchFolder() + L"\\";
@@ -426,13 +412,9 @@ protected:
         file = path.c_str();
         client.emplace(scratchFolder());
         writeBytes(path, {1, 2, 3});
-        HKEY inner = nullptr;
-        RegCreateKeyW(HKEY_CURRENT_USER, (std::wstring(kKey) + L"\\inner").c_str(), &inner);
-        RegSetValueExW(inner, kName, 0, REG_BINARY, reinterpret_cast<const BYTE*>(kName), sizeof kName);
-        RegCloseKey(inner);
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager", 0,
-                      KEY_ALL_ACCESS, &boot);
-        RegSetValueExW(boot, L"BootExecute", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(L"a\0"), 6);
+        const std::wstring inner = kKey + std::wstring(L"\\inner");
+        RegSetKeyValueW(HKEY_CURRENT_USER, inner.c_str(), kName, REG_BINARY, kName, sizeof kName);
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kSession, L"BootExecute", REG_MULTI_SZ, L"a\0", 6);
         writeBytes(bootListPath(), Bytes(10000, 1));
         validator = everything();
         collector.collects = false;
@@ -451,8 +433,7 @@ protected:
         validator = SharedPtr<IScanValidator>();
         DeleteFileW(bootListPath().c_str());
         provider.clearNotifyHandlers();
-        RegDeleteValueW(boot, L"BootExecute");
-        RegCloseKey(boot);
+        RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kSession, L"BootExecute");
         RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
         DeleteFileW(file);
         client->takeRecord();
@@ -478,21 +459,18 @@ protected:
     }
 
     std::wstring path;
-    HKEY boot = nullptr;
     std::optional<RestoreClient> client;
 };
 
 void expectRefused(Handles& handles, const char* kind, long poolCode = ERROR_INVALID_HANDLE)
 {
     for (const Row& row : kRows) {
+        if (row.kind == kMakes)
+            continue;
         SetLastError(4711);
-        if (row.kind == Kind::TakesHandle) {
-            const bool isPool = std::strstr(row.name, "o.pool") != nullptr;
-            EXPECT_EQ(row.run(handles), isPool ? poolCode : ERROR_INVALID_HANDLE) << kind << ": " << row.name;
-        } else if (row.kind == Kind::Closes) {
-            EXPECT_EQ(row.run(handles), ERROR_INVALID_HANDLE) << kind << ": " << row.name;
-            EXPECT_EQ(GetLastError(), 4711U) << row.name;
-        }
+        const bool isPool = row.kind == kTakesHandle && std::strstr(row.name, "o.pool") != nullptr;
+        EXPECT_EQ(row.run(handles), isPool ? poolCode : ERROR_INVALID_HANDLE) << kind << ": " << row.name;
+        EXPECT_TRUE(row.kind != kCloses || GetLastError() == 4711) << row.name;
     }
 }
 } // namespace
@@ -553,7 +531,7 @@ TEST_F(Exports, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
                 const long code = run(row, failing);
                 if (!HeapWatch::hasFailed())
                     break;
-                EXPECT_EQ(code, row.kind == Kind::Closes ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY)
+                EXPECT_EQ(code, row.kind == kCloses ? ERROR_SUCCESS : ERROR_NOT_ENOUGH_MEMORY)
                     << row.name << ", taking " << failing;
             }
             balanced = before.isReachedAgain(100);
@@ -577,22 +555,14 @@ void onFreshThread(Work&& work)
 // that.
 TEST_F(Exports, SayThatThereIsNoMemoryInAThreadThatNeverHadAny)
 {
-    constexpr std::size_t kMost = 64; // blocks that the library keeps for the runtime
-    std::vector<std::unique_ptr<wchar_t, decltype(&utilsFreeMemory)>> texts;
-    for (std::size_t i = 0; i < kMost; ++i)
-        texts.emplace_back(nullptr, &utilsFreeMemory);
-    const auto duplicate = [](wchar_t** text) {
-        HeapWatch::armAll();
-        const long code = StringDuplicateW(L"short", text); // which takes no memory but the result's
-        HeapWatch::disarm();
-        return code;
-    };
-    for (auto& kept : texts)
+    std::deque<Given<wchar_t>> texts(64); // as many as the library has blocks for the runtime
+    for (Given<wchar_t>& text : texts)
         onFreshThread([&](int) {
-            wchar_t* text = nullptr;
-            EXPECT_EQ(duplicate(&text), ERROR_NOT_ENOUGH_MEMORY);
-            EXPECT_EQ(text, nullptr);
-            kept.reset(text);
+            HeapWatch::armAll();
+            const long code = StringDuplicateW(L"short", &text); // which takes no memory but the result's
+            HeapWatch::disarm();
+            EXPECT_EQ(code, ERROR_NOT_ENOUGH_MEMORY);
+            EXPECT_EQ(text.get(), nullptr);
         });
     for (const Row& row : kRows)
         onFreshThread([&](int) {

@@ -13,8 +13,8 @@ struct Row
     const char* name;
     std::function<long()> operation;
     std::function<void()> prepare = [] {};
-    std::function<bool()> isIntact{};     ///< what must be unchanged after a failure
-    std::map<std::string, long> others{}; ///< the codes when these fail
+    std::function<bool()> isIntact = [] { return true; }; ///< what must be unchanged after a failure
+    std::map<std::string, long> others{};                 ///< the codes when these fail
     long usual = kFailure;
     std::function<bool()> isDone = [] { return false; }; ///< although the check afterwards failed
 };
@@ -27,15 +27,13 @@ long makeAndPost(bool stops)
     long code = post(topic);
     const int delivered = code == ERROR_SUCCESS ? 1 : 0;
     const auto expectDelivered = [&](int calls) {
-        EXPECT_EQ(TopicConsumeAll(topic, INFINITE), ERROR_SUCCESS);
-        EXPECT_EQ(handler.calls, calls);
+        EXPECT_TRUE(TopicConsumeAll(topic, INFINITE) == ERROR_SUCCESS && handler.calls == calls);
     };
     expectDelivered(delivered);
     if (stops && delivered == 1)
         code = TopicStopConsumer(topic);
     FailingCall::end();
-    EXPECT_TRUE(!stops || TopicStopConsumer(topic) == ERROR_SUCCESS);
-    EXPECT_EQ(post(topic), ERROR_SUCCESS);
+    EXPECT_TRUE((!stops || TopicStopConsumer(topic) == ERROR_SUCCESS) && post(topic) == ERROR_SUCCESS);
     expectDelivered(delivered + 1);
     return code;
 }
@@ -53,23 +51,14 @@ long makeAndQueue(std::uint32_t flags)
     EXPECT_TRUE(code == ERROR_SUCCESS || pool.isRunning(1) == 0);
     EXPECT_TRUE(code == ERROR_SUCCESS || pool.queue(1, work) == ERROR_SUCCESS);
     EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
-    EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS);
-    EXPECT_EQ(runs, 1);
-    return code;
-}
-
-long impersonate()
-{
-    const long code = ImpersonateCurrentUser();
-    if (code == ERROR_SUCCESS)
-        RevertToSelf();
+    EXPECT_TRUE(pool.wait(1, INFINITE) == ERROR_SUCCESS && runs == 1);
     return code;
 }
 
 long createLogger()
 {
     void* const logger = CreateLogger(L"faults");
-    const DWORD code = logger != INVALID_HANDLE_VALUE ? ERROR_SUCCESS : GetLastError();
+    const DWORD code = refusalOf(logger);
     FailingCall::end();
     CloseLogger(logger);
     return static_cast<long>(code);
@@ -91,12 +80,11 @@ void expectEachFaultToArrive(std::initializer_list<Row> rows)
         failEachCall(row.prepare, row.operation, [&](const std::string& import, long result) {
             if (result == ERROR_SUCCESS && import == "GetFileAttributesW" && row.isDone())
                 return;
-            const auto found = row.others.find(import);
             const bool noSession = import == "WTSGetActiveConsoleSessionId";
-            EXPECT_EQ(result, found != row.others.end() ? found->second
-                              : noSession               ? ERROR_NO_SUCH_LOGON_SESSION
-                                                        : row.usual);
-            EXPECT_TRUE(result == ERROR_SUCCESS || !row.isIntact || row.isIntact());
+            EXPECT_EQ(result, row.others.contains(import) ? row.others.at(import)
+                              : noSession                 ? ERROR_NO_SUCH_LOGON_SESSION
+                                                          : row.usual);
+            EXPECT_TRUE(result == ERROR_SUCCESS || row.isIntact());
             EXPECT_EQ(row.operation(), ERROR_SUCCESS) << "once more";
         });
     }
@@ -106,15 +94,15 @@ void expectEachFaultToArrive(std::initializer_list<Row> rows)
 TEST_F(Faults, OfFilesAndFoldersArriveAndLeaveNothing)
 {
     const std::wstring path = scratchFolder() + L"\\file", inner = scratchFolder() + L"\\inner";
-    const std::unique_ptr<IFile> file(DllGetFile(path.c_str(), 0));
+    const FilePtr file = fileAt(path);
     file->setData("abc", 3);
-    std::unique_ptr<IFile> reader;
+    FilePtr reader;
     const auto withFile = [&] {
         writeBytes(path, {'a', 'b', 'c'});
-        reader.reset(DllGetFile(path.c_str(), 0));
+        reader = fileAt(path);
     };
     const auto hasFile = [&] { return stands(path); };
-    const std::unique_ptr<IDirectory> directory(DllGetDirectory(inner.c_str(), 0));
+    const DirectoryPtr directory = folderAt(inner);
     const auto withFolder = [&] { CreateDirectoryW(inner.c_str(), nullptr); };
     unsigned long long size = 0;
     Row deleteFile{"delete file", of([&] { file->deleteItem(); }), withFile, hasFile};
@@ -199,11 +187,15 @@ TEST_F(Faults, OfTheRestArriveAndLeaveNothing)
                                                  {"GetProcAddress", kFailure},
                                                  {"LoadLibraryExW", kFailure},
                                                  {"SetEvent", 0}};
+    const auto impersonate = [] {
+        const long code = ImpersonateCurrentUser();
+        return code == ERROR_SUCCESS && !RevertToSelf() ? 1 : code;
+    };
     expectEachFaultToArrive(
         {{"walk files", walk},
          {"walk files by name", walkByName},
          {"impersonate", impersonate},
-         {"create logger", createLogger, [] {}, {}, loggers, 1003},
+         {"create logger", createLogger, [] {}, [] { return true; }, loggers, 1003},
          {"post", [] { return makeAndPost(false); }},
          {"stop", [] { return makeAndPost(true); }},
          {"queue", [] { return makeAndQueue(THPCategoryOptions::kRunning); }},

@@ -1,14 +1,9 @@
-#include "support/Test.h"
-
-#include <winioctl.h>
-
 #include "support/Wipe.h"
 
 namespace {
 /// The table is simulated: its length, or the volume's free space, is answered here.
-class FileTableTest : public WipeTest
+struct FileTableTest : WipeTest
 {
-protected:
     FileTableTest()
     {
         writeBytes(at(L"neighbour"), Bytes(10, 0xE5));
@@ -33,14 +28,13 @@ protected:
         writes.reset();
         progress = WipeProgress();
         EXPECT_EQ(WipeFileTable(at(L"").c_str(), callback, &progress, event), code);
-        EXPECT_EQ(writes.calls(), made);
-        EXPECT_FALSE(isThere(at(L"FileTable.qmx")));
+        EXPECT_TRUE(writes.calls() == made && !isThere(at(L"FileTable.qmx")));
         EXPECT_EQ(readBytes(at(L"neighbour")), Bytes(10, 0xE5));
     }
 
     long tableGrowsAfter = 0; // files; the first open is that of the folder
     ULONGLONG bytesPerFile = 0;
-    Replaced<"DeviceIoControl", decltype(&DeviceIoControl)> control;
+    Controls control;
     FreeSpaceQueries space;
     Writes writes;
 };
@@ -68,32 +62,28 @@ TEST_F(FileTableTest, LeavesNothingBehindWhateverHappens)
     const TestEvent event;
     tableGrowsAfter = 100000;
     for (const long call : {1L, 2L, 300L}) {
-        files.setHook([&](auto original, auto... all) {
-            SetLastError(ERROR_DISK_FULL);
-            return files.calls() == call ? INVALID_HANDLE_VALUE : original(all...);
-        });
+        files.setHook(
+            failing(INVALID_HANDLE_VALUE, ERROR_DISK_FULL, [&](auto...) { return files.calls() == call; }));
         expect(ERROR_DISK_FULL, std::max(0L, call - 2));
         files.setHook(nullptr);
         for (const bool cancelled : {false, true}) {
-            writes.setHook([&](auto write, auto... all) -> BOOL {
+            writes.setHook(failing(FALSE, ERROR_CRC, [&](auto...) {
                 if (writes.calls() == call && cancelled)
                     event.set();
-                SetLastError(ERROR_CRC);
-                return (writes.calls() != call || cancelled) && write(all...);
-            });
+                return writes.calls() == call && !cancelled;
+            }));
             expect(cancelled ? ERROR_CANCELLED : ERROR_CRC, call, event.get());
             writes.setHook(nullptr);
-            ResetEvent(event.get());
+            event.reset();
         }
     }
     onChunk = [] { throw 5L; };
     expect(5, 256);
     onChunk = [] { throw "nothing with a code"; };
     expect(574, 256);
-    Attributes attributes([](auto original, LPCWSTR path) { // a link has taken the folder's place at once
-        return original(path) | FILE_ATTRIBUTE_REPARSE_POINT;
-    });
-    expect(681, 0);
+    Attributes attributes(
+        [](auto original, LPCWSTR path) { return original(path) | FILE_ATTRIBUTE_REPARSE_POINT; });
+    expect(681, 0); // a link has taken the folder's place at once
 }
 
 /// What others put there, before or meanwhile, stays, and nobody can replace the folder.

@@ -144,7 +144,8 @@ TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
     const unsigned short port = s_servers->ports["pyftpdlib"];
     FtpConnectionHandle connection(CreateFtpConnection(L"ftp test", L"127.0.0.1", port, L"user", L"secret"));
     EXPECT_EQ(FtpConnectionConnect(connection.get(), nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(DllGetFtpFile(connection.get(), L"/a/../b"), nullptr);
+    for (const wchar_t* noFile : {L"/a/../b", L"", L"/", L"/a/"})
+        EXPECT_EQ(DllGetFtpFile(connection.get(), noFile), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
     const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"folder/über uns.bin"));
     const std::wstring local = scratchFolder() + L"\\up";
@@ -323,6 +324,9 @@ TEST(FtpHostile, DownloadsKeepOnlyWhatCanBeGoneOnWith)
         {"short", 0, ERROR_INVALID_DATA, 1000, ERROR_INVALID_DATA},
         {"retracts", 0, ERROR_IO_DEVICE, 0, ERROR_IO_DEVICE},
         {"retracts", 1000, ERROR_IO_DEVICE, 1000, ERROR_IO_DEVICE},
+        {"breaks", 0, ERROR_CONNECTION_ABORTED, 0, ERROR_CONNECTION_ABORTED},
+        {"breaks", 1000, ERROR_CONNECTION_ABORTED, 1000, ERROR_CONNECTION_ABORTED},
+        {"chatters", 0, ERROR_INVALID_DATA, kWhole, ERROR_SUCCESS},
         {"vanishes", 0, ERROR_BROKEN_PIPE, kWhole - 1, ERROR_BROKEN_PIPE},
         {"vanishes", kWhole - 1, ERROR_BROKEN_PIPE, kWhole - 1, ERROR_BROKEN_PIPE},
         {"refuses", 0, ERROR_BUSY, 0, ERROR_BUSY},

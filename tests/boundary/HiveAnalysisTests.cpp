@@ -11,11 +11,9 @@
 
 namespace {
 const wchar_t* const kHiveList = L"System\\CurrentControlSet\\Control\\hivelist";
-using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
 
-class HiveAnalysis : public testing::Test
+struct HiveAnalysis : testing::Test
 {
-protected:
     HiveAnalysis()
     {
         wchar_t path[MAX_PATH] = L"%user_temp%";
@@ -42,14 +40,12 @@ protected:
     ~HiveAnalysis() override
     {
         CloseRegistryDefragmenter(defragmenter);
-        for (const std::wstring& name : names)
-            RegDeleteValueW(list, name.c_str());
         RegCloseKey(list);
+        RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     }
 
     void addToList(const wchar_t* name, const std::wstring& path, DWORD type = REG_SZ)
     {
-        names.emplace_back(name);
         ASSERT_EQ(RegSetValueExW(list, name, 0, type, reinterpret_cast<const BYTE*>(path.c_str()),
                                  static_cast<DWORD>(path.size() * 2 + 2)),
                   0);
@@ -83,12 +79,6 @@ protected:
         EXPECT_EQ(RegistryDefragmenterGetResults(defragmenter, kept), 0);
         return kept;
     }
-    static Bytes bytesOf(const RDAnalyzerResults& results)
-    {
-        MemoryOutputByteStream stream;
-        results.dump(0, stream);
-        return {stream.getData(), stream.getData() + stream.getSize()};
-    }
     void expectNoFiles() const
     {
         WIN32_FIND_DATAW found;
@@ -105,73 +95,92 @@ protected:
     std::map<std::wstring, Extents> extents;
     Bytes clusters;
     HKEY list = nullptr;
-    std::vector<std::wstring> names;
     void* defragmenter = CreateRegistryDefragmenter(L"test");
     RDAnalyzerResults results;
     Opens opens;
     Controls controls;
 };
 
-/// Lets each call of each import, by whatever thread, fail in turn.
-template <class Run>
-void failCallsOf(std::initializer_list<const char*> imports, LONG_PTR result, const Run& run)
+/// The console's command, with its output in files.
+struct HivesConsole : HiveAnalysis
 {
-    for (const std::string import : imports)
-        for (long call = 1, isOver = 0; isOver == 0; ++call) {
-            const FailingCall failing(import, result, call, FailingCall::kAnyThread);
-            run(import, call);
-            isOver = FailingCall::hasCome() ? 0 : 1;
+    HivesConsole()
+    {
+        for (const auto& [stream, file, output] : {std::tuple(STD_OUTPUT_HANDLE, files[0], &::results),
+                                                   {STD_ERROR_HANDLE, files[1], &::messages}}) {
+            const HANDLE kept = GetStdHandle(stream);
+            SetStdHandle(stream, ::CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                               CREATE_ALWAYS, 0, nullptr));
+            output().flush(); // which takes the handle with its first use
+            SetStdHandle(stream, kept);
         }
-}
+        CloseRegistryDefragmenter(std::exchange(defragmenter, nullptr));
+    }
+    /// The code, and what was written.
+    std::string run(const std::vector<std::wstring>& words)
+    {
+        std::string text = std::to_string(kHivesCommand.run(words)) + "\n";
+        ::results().flush(), messages().flush();
+        for (int i = 0; i < 2; ++i) {
+            const Bytes bytes = readBytes(files[i]);
+            text.append(bytes.begin() + static_cast<std::ptrdiff_t>(std::exchange(seen[i], bytes.size())),
+                        bytes.end());
+        }
+        std::erase(text, '\r');
+        return text;
+    }
+
+    const std::wstring files[2] = {folder + L"\\out", folder + L"\\err"};
+    std::size_t seen[2] = {};
+    const WorkScope work;
+};
 } // namespace
 
 TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
 {
     wchar_t device[MAX_PATH];
     ASSERT_NE(QueryDosDeviceW(L"C:", device, MAX_PATH), 0U);
-    const std::wstring paths[] = {addHive(L"\\REGISTRY\\MACHINE\\A", hiveOf(0)),
-                                  addHive(L"\\REGISTRY\\MACHINE\\B", hiveOf(3), device, true)};
+    const std::wstring a = addHive(L"\\REGISTRY\\MACHINE\\A", hiveOf(0));
+    const std::wstring b = addHive(L"\\REGISTRY\\MACHINE\\B", hiveOf(3), device, true);
     addToList(L"\\REGISTRY\\MACHINE\\HARDWARE", L"");
     Bytes torn = hiveOf(1);
     torn.resize(torn.size() - 1000);
-    const std::wstring odd = addHive(L"odd", torn);
+    const std::tuple<std::wstring, std::wstring, std::uint64_t> expected[] = {
+        {L"\\REGISTRY\\MACHINE\\A", a, 2 * kCluster},
+        {L"\\REGISTRY\\MACHINE\\B", b, 5 * kCluster},
+        {L"odd", addHive(L"odd", torn), 3 * kCluster}};
     const TestEvent never;
     DWORD thread = 0;
-    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
+    Writes writes(before([&](HANDLE, LPCVOID, DWORD size, auto...) {
         EXPECT_TRUE(thread == 0 || thread == GetCurrentThreadId()) << "one worker";
         thread = GetCurrentThreadId();
         EXPECT_EQ(GetThreadPriority(GetCurrentThread()), THREAD_PRIORITY_IDLE);
         EXPECT_TRUE(size == kCluster || !isCopying);
         if (writes.calls() == 1) {
-            void* const pool = THPOpenThreadPool(L"RegistryDefragmenter");
+            const SmartHandle<THPCloseThreadpool> pool(THPOpenThreadPool(L"RegistryDefragmenter"));
             int running = 0;
-            EXPECT_EQ(THPIsRunning(pool, 0UL, 0UL, running), 0);
-            EXPECT_EQ(running, 1);
+            EXPECT_TRUE(THPIsRunning(pool.get(), 0UL, 0UL, running) == 0 && running == 1);
             RDAnalyzerResults other;
             EXPECT_EQ(RegistryDefragmenterAnalyze(defragmenter, other, nullptr), ERROR_BUSY);
             MemoryInputByteStream none("\0\0\0\0\0\0\0\0", 8);
             EXPECT_EQ(RegistryDefragmenterLoad(defragmenter, 0, none), ERROR_BUSY);
-            THPCloseThreadpool(pool);
         }
-        return original(file, data, size, rest...);
-    });
+    }));
     for (int times = 0; times < 2; ++times) { // the pool and its category exist the second time
         thread = 0;
         writes.reset();
         results.clear();
         EXPECT_EQ(analyze(never.get()), 0);
-        constexpr std::uint64_t kSize = kCluster;
-        const std::uint64_t sizes[] = {2 * kSize, 5 * kSize, 3 * kSize};
         ASSERT_EQ(results.getResults().size(), 3U);
         for (int i = 0; i < 3; ++i) {
             const RDHiveResult& result = results.getResults()[i];
-            EXPECT_EQ(result.mountName.c_str(), i < 2 ? names[i] : L"odd");
-            EXPECT_EQ(result.path.c_str(), i < 2 ? paths[i] : odd);
-            EXPECT_EQ(result.oldSize, sizes[i]);
+            EXPECT_EQ(std::tuple(std::wstring(result.mountName.c_str()), std::wstring(result.path.c_str()),
+                                 result.oldSize),
+                      expected[i]);
             EXPECT_EQ(result.newSize, 2 * kCluster);
         }
         EXPECT_TRUE(results.getFailures().empty());
-        EXPECT_EQ(bytesOf(results), bytesOf(kept()));
+        EXPECT_EQ(dumpOf(results), dumpOf(kept()));
         expectNoFiles();
     }
 }
@@ -222,15 +231,15 @@ TEST_F(HiveAnalysis, TheListItselfIsDumped)
     MemoryOutputByteStream stream;
     ASSERT_EQ(DumpHiveList(stream), 0);
     MemoryInputByteStream input(stream.getData(), stream.getSize());
-    std::map<HeapStringW, HeapStringW> listed;
+    std::map<std::wstring, std::wstring> listed;
     for (std::uint32_t left = primitives::readU32(input); left != 0; --left) {
         const HeapStringW name = primitives::readText<wchar_t>(input);
-        listed[name] = primitives::readText<wchar_t>(input);
+        listed[name.c_str()] = primitives::readText<wchar_t>(input).c_str();
     }
     EXPECT_EQ(input.getRemaining(), 0U);
-    EXPECT_EQ(listed.size(), 2U);
-    EXPECT_EQ(listed[L"gone"].c_str(), gone);
-    EXPECT_EQ(listed[L"letter"], LR"(\Device\HarddiskVolume1234\x)");
+    const std::map<std::wstring, std::wstring> expected{{L"gone", gone},
+                                                        {L"letter", LR"(\Device\HarddiskVolume1234\x)"}};
+    EXPECT_EQ(listed, expected);
     FixedOutputByteStream full(nullptr, 0);
     EXPECT_EQ(DumpHiveList(full), ERROR_WRITE_FAULT);
 }
@@ -242,22 +251,17 @@ TEST_F(HiveAnalysis, StopsBeforeBetweenAndDuringClusters)
     addHive(L"b", hiveOf(1));
     const TestEvent stop;
     long moment = 0, asked = 0;
-    Polls polls([&](auto original, HANDLE handle, DWORD timeout) {
+    Polls polls(before([&](HANDLE handle, DWORD) {
         if (handle == stop.get() && ++asked == moment)
             stop.set();
-        return original(handle, timeout);
-    });
-    Writes writes([&](auto original, auto... rest) {
+    }));
+    Writes writes(before([&](auto...) {
         if (-writes.calls() == moment)
             stop.set();
-        return original(rest...);
-    });
+    }));
     const auto stopAt = [&](long when) {
-        stop.reset();
-        moment = when;
-        asked = 0;
-        writes.reset();
-        results.clear();
+        moment = when, asked = 0;
+        stop.reset(), writes.reset(), results.clear();
         const long code = analyze(stop.get());
         expectNoFiles();
         if (code == ERROR_SUCCESS)
@@ -276,11 +280,9 @@ TEST_F(HiveAnalysis, StopsBeforeBetweenAndDuringClusters)
     // Twice before and once after the worker was made, once for each of the hives; and of these for each
     // cluster and each extent, and after the copy.
     EXPECT_EQ(stops, 3 + 2 + (2 + 2 + 1) + (3 + 3 + 1));
-    EXPECT_TRUE(stopAt(-1));
-    EXPECT_TRUE(stopAt(-2));
+    EXPECT_TRUE(stopAt(-1) && stopAt(-2));
     stop.set();
-    EXPECT_EQ(analyze(stop.get()), ERROR_CANCELLED);
-    EXPECT_TRUE(kept().getResults().empty());
+    EXPECT_TRUE(analyze(stop.get()) == ERROR_CANCELLED && kept().getResults().empty());
     EXPECT_EQ(analyze(reinterpret_cast<HANDLE>(0x1234)), ERROR_INVALID_HANDLE) << "nothing could stop it";
 }
 
@@ -288,7 +290,7 @@ TEST_F(HiveAnalysis, EveryFailingCallIsReportedByItsPlaceAndLeavesNothing)
 {
     addHive(L"a", hiveOf(0));
     ASSERT_EQ(analyze(), 0);
-    const std::map<std::string, std::vector<int>> lines = {
+    std::map<std::string, std::vector<int>> lines = {
         {"CreateFileW", {113, 151, 163}}, {"GetDiskFreeSpaceW", {118}},
         {"GetFileSizeEx", {137}},         {"DeviceIoControl", {137}},
         {"SetEndOfFile", {163}},          {"SetFilePointerEx", {163, 184, 190, 184, 190}},
@@ -302,16 +304,15 @@ TEST_F(HiveAnalysis, EveryFailingCallIsReportedByItsPlaceAndLeavesNothing)
         if (code == 0)
             return;
         EXPECT_EQ(code, ERROR_IO_DEVICE);
-        const auto found = lines.find(import);
-        const bool isOfCopy = found != lines.end() && call <= static_cast<long>(found->second.size());
+        const std::vector<int>& ofImport = lines[import];
+        const bool isOfCopy = call <= static_cast<long>(ofImport.size());
         EXPECT_TRUE(!isOfCopy || results.getFailures().size() == 1);
+        const std::wstring line = L"HiveCopy\nLine: " + std::to_wstring(isOfCopy ? ofImport[call - 1] : 0);
         for (const RDHiveFailure& failure : results.getFailures()) {
             EXPECT_EQ(failure.code, ERROR_IO_DEVICE);
-            const std::wstring line =
-                L"HiveCopy\nLine: " + std::to_wstring(isOfCopy ? found->second[call - 1] : 0);
-            EXPECT_EQ(failure.report.find(line) != HeapStringW::npos, isOfCopy) << utf8(failure.report);
-            EXPECT_EQ(failure.report.find(L"RDHiveItem::analyze\nLine: 174\n") != HeapStringW::npos,
-                      isOfCopy);
+            for (const std::wstring& place : {line, std::wstring(L"RDHiveItem::analyze\nLine: 174\n")})
+                EXPECT_EQ(failure.report.find(place.c_str()) != HeapStringW::npos, isOfCopy)
+                    << utf8(failure.report);
         }
     };
     ProcessCounts before;
@@ -340,9 +341,7 @@ TEST_F(HiveAnalysis, DISABLED_EndsWithItsProcess)
 
 TEST_F(HiveAnalysis, DeletesWhatAnEndedProcessHasLeftAndNothingElse)
 {
-    EXPECT_EQ(exitCodeOf(startSelf({L"--gtest_also_run_disabled_tests", L"--gtest_brief=1",
-                                    L"--gtest_filter=HiveAnalysis.DISABLED_*"})),
-              7U);
+    EXPECT_EQ(exitCodeOf(startDisabled(L"--gtest_filter=HiveAnalysis.DISABLED_*")), 7U);
     RegDeleteValueW(list, L"child");
     const auto countFiles = [&] {
         const std::filesystem::directory_iterator files(temporary);
@@ -350,103 +349,63 @@ TEST_F(HiveAnalysis, DeletesWhatAnEndedProcessHasLeftAndNothingElse)
                              [](const auto& each) { return each.path().extension() == L".tmp"; });
     };
     EXPECT_EQ(countFiles(), 2);
-    const std::wstring others[] = {L"old1.tmp",
-                                   L"old1.3-1.tmp",
-                                   L"old1.sysmaint.tmp",
-                                   L"bad1.sysmaint.3-1.tmp",
-                                   L"olds.sysmaint.3-1.tmp",
-                                   L"old.sysmaint.3-1.tmp",
-                                   L"old1.sysmaint.3.tmp",
-                                   L"old1.sysmaint." + std::to_wstring(GetCurrentProcessId()) + L"-9.tmp"};
+    std::wistringstream names(
+        L"old1.tmp old1.3-1.tmp old1.sysmaint.tmp bad1.sysmaint.3-1.tmp olds.sysmaint.3-1.tmp "
+        L"old.sysmaint.3-1.tmp old1.sysmaint.3.tmp old1.sysmaint." +
+        std::to_wstring(GetCurrentProcessId()) + L"-9.tmp");
+    const std::vector<std::wstring> others(std::istream_iterator<std::wstring, wchar_t>(names), {});
     for (const std::wstring& name : others) // identifiers are multiples of four
         writeBytes(temporary + L"\\" + name, Bytes(1, 'x'));
     addHive(L"a", hiveOf(0));
     EXPECT_EQ(analyze(), 0);
-    EXPECT_EQ(countFiles(), static_cast<std::ptrdiff_t>(std::size(others)));
+    EXPECT_EQ(countFiles(), std::ssize(others));
     for (const std::wstring& name : others)
         EXPECT_TRUE(DeleteFileW((temporary + L"\\" + name).c_str())) << utf8(name);
 }
 
 TEST_F(HiveAnalysis, TheDefragmenterIsOneWithAState)
 {
-    void* const invalid = INVALID_HANDLE_VALUE;
-    EXPECT_EQ(CreateRegistryDefragmenter(nullptr), invalid);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(refusalOf(CreateRegistryDefragmenter(nullptr)), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(CreateRegistryDefragmenter(L"other"), defragmenter);
     EXPECT_NE(CloseRegistryDefragmenter(defragmenter), 0);
     addHive(L"a", hiveOf(0));
     addToList(L"b", L"?");
     EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
-    MemoryOutputByteStream state;
-    EXPECT_EQ(RegistryDefragmenterDump(defragmenter, 0, state), 0);
-    EXPECT_EQ(Bytes(state.getData(), state.getData() + state.getSize()), bytesOf(results));
+    const std::string state = dumpOf(results);
+    MemoryOutputByteStream stream;
+    EXPECT_EQ(RegistryDefragmenterDump(defragmenter, 0, stream), 0);
+    EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(stream.getData()), stream.getSize()), state);
     const std::size_t texts = folder.size() + 2 + results.getFailures()[0].report.size() + 3;
-    EXPECT_EQ(state.getSize(), 4 + 8 + 8 + 16 + 16 + 4 + 8 + 8 + 4 + 8 + 2 * (texts + 5));
+    EXPECT_EQ(state.size(), 4 + 8 + 8 + 16 + 16 + 4 + 8 + 8 + 4 + 8 + 2 * (texts + 5));
 
     // A state that is cut short or lies about its lengths is refused and changes nothing.
     addToList(L"c", L"?");
     EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
-    const Bytes old = bytesOf(kept());
-    for (std::size_t size = 0; size < state.getSize(); ++size) {
-        MemoryInputByteStream cut(state.getData(), size);
-        ASSERT_EQ(RegistryDefragmenterLoad(defragmenter, 0, cut), ERROR_READ_FAULT) << size;
-        Bytes lie(state.getData(), state.getData() + state.getSize());
-        lie[size] ^= 0x80;
+    const std::string old = dumpOf(kept());
+    const auto load = [&](std::size_t size) {
+        MemoryInputByteStream input(state.data(), size);
+        return RegistryDefragmenterLoad(defragmenter, 0, input);
+    };
+    for (std::size_t size = 0; size < state.size(); ++size) {
+        ASSERT_EQ(load(size), ERROR_READ_FAULT) << size;
+        std::string lie = state;
+        lie[size] ^= static_cast<char>(0x80);
         MemoryInputByteStream lying(lie.data(), lie.size());
         RDAnalyzerResults loaded;
         const auto code = codeOf([&] { loaded.load(0, lying); });
         ASSERT_TRUE(code == 0 || (code == ERROR_READ_FAULT && loaded.getResults().empty())) << size;
     }
-    EXPECT_EQ(bytesOf(kept()), old);
-    MemoryInputByteStream whole(state.getData(), state.getSize());
-    EXPECT_EQ(RegistryDefragmenterLoad(defragmenter, 0, whole), 0);
-    EXPECT_EQ(bytesOf(kept()), Bytes(state.getData(), state.getData() + state.getSize()));
+    EXPECT_EQ(dumpOf(kept()), old);
+    EXPECT_EQ(load(state.size()), 0);
+    EXPECT_EQ(dumpOf(kept()), state);
 
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     EXPECT_EQ(analyze(), ERROR_FILE_NOT_FOUND);
     RegCreateKeyW(HKEY_LOCAL_MACHINE, kHiveList, &list);
     EXPECT_NE(CloseRegistryDefragmenter(defragmenter), 0);
-    EXPECT_EQ(CloseRegistryDefragmenter(defragmenter), 0);
-    EXPECT_EQ(analyze(), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(THPOpenThreadPool(L"RegistryDefragmenter"), invalid) << "closed with the last handle";
+    EXPECT_TRUE(CloseRegistryDefragmenter(defragmenter) == 0 && analyze() == ERROR_INVALID_HANDLE);
+    EXPECT_NE(refusalOf(THPOpenThreadPool(L"RegistryDefragmenter")), 0U) << "closed with the last handle";
 }
-
-namespace {
-/// The console's command, with its output in files.
-class HivesConsole : public HiveAnalysis
-{
-protected:
-    HivesConsole()
-    {
-        for (const auto& [stream, file, output] : {std::tuple(STD_OUTPUT_HANDLE, files[0], &::results),
-                                                   {STD_ERROR_HANDLE, files[1], &::messages}}) {
-            const HANDLE kept = GetStdHandle(stream);
-            SetStdHandle(stream, ::CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                               CREATE_ALWAYS, 0, nullptr));
-            output().flush(); // which takes the handle with its first use
-            SetStdHandle(stream, kept);
-        }
-        CloseRegistryDefragmenter(std::exchange(defragmenter, nullptr));
-    }
-    /// The code, and what was written.
-    std::string run(const std::vector<std::wstring>& words)
-    {
-        std::string text = std::to_string(kHivesCommand.run(words)) + "\n";
-        ::results().flush(), messages().flush();
-        for (int i = 0; i < 2; ++i) {
-            const Bytes bytes = readBytes(files[i]);
-            text.append(bytes.begin() + static_cast<std::ptrdiff_t>(std::exchange(seen[i], bytes.size())),
-                        bytes.end());
-        }
-        std::erase(text, '\r');
-        return text;
-    }
-
-    const std::wstring files[2] = {folder + L"\\out", folder + L"\\err"};
-    std::size_t seen[2] = {};
-    const WorkScope work;
-};
-} // namespace
 
 TEST_F(HivesConsole, ShowsATableAndJson)
 {
@@ -471,11 +430,10 @@ TEST_F(HivesConsole, ShowsATableAndJson)
                   "\"savedBytes\":24576,\"code\":161}\nhives: zz (?): "),
         std::string::npos);
     EXPECT_EQ(json[0], '1');
-    Writes writes([&](auto original, HANDLE file, auto... rest) {
+    Writes writes(before([&](auto...) {
         if (opened.ends_with(L"\\b")) // as Ctrl+C does
             SetEvent(cancelEvent());
-        return original(file, rest...);
-    });
+    }));
     EXPECT_EQ(run({L"analyze"}), "130\n" + head + rowA + rowA.substr(0, rowA.find("\\M")) +
                                      "in all\nhives: stopped; the other hives were not analyzed\n");
     expectNoFiles();

@@ -1,12 +1,9 @@
-#include "core/win32/registry/offline/api.h"
+#include "support/OfflineKeys.h"
 
 #include "support/Heap.h"
-#include "support/Utilities.h"
 #include "support/Wipe.h"
 
 namespace {
-using Key = std::unique_ptr<IOfflineRegistryKey>;
-
 /// How many hives: 2,000 unless scripts/fuzz asks for more.
 unsigned long rounds()
 {
@@ -18,19 +15,13 @@ unsigned long rounds()
 /// With lists of keys, a class name, values of all kinds and data in segments.
 Bytes wholeHive(const std::wstring& file)
 {
-    const Key root(DllGetOfflineRegistryKey(nullptr, L""));
-    const auto keyAt = [&](const std::wstring& path) {
-        IOfflineRegistryKey* key = nullptr;
-        EXPECT_EQ(root->getKey(path.c_str(), &key), 0);
-        EXPECT_EQ(key->create(L"class"), 0);
-        return Key(key);
-    };
+    const OfflineKey root(DllGetOfflineRegistryKey(nullptr, L""));
     for (unsigned i = 0; i < 12; ++i) {
-        const Key key = keyAt(L"k\u00E9y\\" + std::to_wstring(i % 5) + L"\\\u65E5" + std::to_wstring(i));
-        IOfflineRegistryValue* value = nullptr;
-        EXPECT_EQ(key->getValue(i % 3 == 0 ? L"" : L"value", &value), 0);
-        const std::unique_ptr<IOfflineRegistryValue> owner(value);
-        EXPECT_EQ(value->setData(i, Bytes(i == 11 ? 17000 : i, 'd').data(), i == 11 ? 17000 : i), 0);
+        const OfflineKey key =
+            keyOf(root, L"k\u00E9y\\" + std::to_wstring(i % 5) + L"\\\u65E5" + std::to_wstring(i));
+        EXPECT_EQ(key->create(L"class"), 0);
+        const Bytes data(i == 11 ? 17000 : i, 'd');
+        EXPECT_EQ(valueOf(key, i % 3 == 0 ? L"" : L"value")->setData(i, data.data(), data.size()), 0);
     }
     std::filesystem::remove(file);
     EXPECT_EQ(root->save(file.c_str()), 0);
@@ -61,31 +52,22 @@ void mutate(Bytes& hive, std::mt19937& random)
 }
 
 /// Reads everything of every key and value. Returns the number of keys.
-std::size_t walk(const Key& key, unsigned depth = 0)
+std::size_t walk(const OfflineKey& key, unsigned depth = 0)
 {
-    std::size_t keys = 1;
     Given<wchar_t> names;
     std::size_t count = 0;
     EXPECT_EQ(key->listValues(&names, &count), 0);
-    for (const wchar_t* name = names.get(); *name != 0; name += std::wcslen(name) + 1) {
-        IOfflineRegistryValue* value = nullptr;
-        EXPECT_EQ(key->getValue(name, &value), 0);
-        const std::unique_ptr<IOfflineRegistryValue> owner(value);
-        unsigned long type = 0;
-        Given<unsigned char> data;
-        EXPECT_EQ(value->getData(&type, &data, &count), 0);
-    }
+    for (const wchar_t* name = names.get(); *name != 0; name += std::wcslen(name) + 1)
+        EXPECT_NE(dataOf(key, name).substr(0, 4), "code");
     EXPECT_EQ(key->listSubKeys(&names, &count), 0);
-    for (const wchar_t* name = names.get(); *name != 0 && depth < 513; name += std::wcslen(name) + 1) {
-        IOfflineRegistryKey* child = nullptr;
-        EXPECT_EQ(key->getKey(name, &child), 0);
-        keys += child != nullptr ? walk(Key(child), depth + 1) : 0;
-    }
-    return keys;
+    count = 1;
+    for (const wchar_t* name = names.get(); *name != 0 && depth < 513; name += std::wcslen(name) + 1)
+        count += walk(keyOf(key, name), depth + 1);
+    return count;
 }
 } // namespace
 
-// Keeps what was salvaged from every 500th for other programs, if a folder is given.
+// Keeps what was salvaged from about 2,000 of them for other programs, if a folder is given.
 TEST(HostileHives, EndInCodes)
 {
     const std::wstring folder = scratchFolder();
@@ -101,21 +83,18 @@ TEST(HostileHives, EndInCodes)
         Bytes hive = whole;
         mutate(hive, random);
         writeBytes(file, hive);
-        const Key key(DllGetOfflineRegistryKey(file.c_str(), L"", kOfflineEngine));
+        const OfflineKey key(DllGetOfflineRegistryKey(file.c_str(), L"", kOfflineEngine));
         const unsigned long code = key == nullptr ? GetLastError() : 0;
         EXPECT_TRUE(code == 0 || code == 1009 || code == 1015) << code;
         if (key != nullptr)
             read += walk(key) != 0 ? 1U : 0U;
-        const std::wstring target =
-            (kept != nullptr && round % 500 == 0 ? kept : folder) + L"\\" + std::to_wstring(round) + L".hive";
-        Given<HiveLoss> losses;
-        std::size_t count = 0;
-        std::size_t total = 0;
-        const long result = HiveFileSalvage(file.c_str(), target.c_str(), &losses, &count, &total);
-        EXPECT_TRUE(result == 1009 || (result == 0 && (total == 0) == (code == 0))) << result;
+        const std::wstring target = (kept != nullptr && round % (wanted / 2000) == 0 ? kept : folder) +
+                                    L"\\" + std::to_wstring(round) + L".hive";
+        const long long losses = salvage(file, target);
+        EXPECT_TRUE(losses == -1009 || (losses >= 0 && (losses == 0) == (code == 0))) << losses;
         EXPECT_EQ(readBytes(file), hive);
-        if (result == 0) {
-            const Key again(DllGetOfflineRegistryKey(target.c_str(), L"", kOfflineEngine));
+        if (losses >= 0) {
+            const OfflineKey again(DllGetOfflineRegistryKey(target.c_str(), L"", kOfflineEngine));
             ASSERT_NE(again, nullptr) << GetLastError();
             EXPECT_NE(walk(again), 0U);
             ++salvaged;
@@ -142,16 +121,12 @@ TEST(HostileHives, LeaveNoNewFileWithoutMemory)
     long number = 0;
     bool hasFailed = true;
     while (hasFailed) {
-        Given<HiveLoss> losses;
-        std::size_t count = 0;
-        std::size_t total = 0;
         HeapWatch::arm(++number);
-        const long code =
-            HiveFileSalvage((folder + L"\\hive").c_str(), target.c_str(), &losses, &count, &total);
+        const long long losses = salvage(folder + L"\\hive", target);
         hasFailed = HeapWatch::hasFailed();
         HeapWatch::disarm();
-        EXPECT_TRUE(code == 8 || code == 0) << number;
-        EXPECT_EQ(isThere(target), code == 0) << number;
+        EXPECT_TRUE(losses == -8 || losses == 1) << number;
+        EXPECT_EQ(isThere(target), losses == 1) << number;
         DeleteFileW(target.c_str());
     }
     EXPECT_GT(number, 20);

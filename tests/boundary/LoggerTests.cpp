@@ -3,16 +3,14 @@
 #include <regex>
 
 #include "core/win32/utils/paths/api.h"
-#include "support/Threads.h"
 #include "support/Wipe.h"
 
 namespace {
-constexpr std::size_t kWhole = 10485760; // bytes at which a file is restarted
+constexpr std::ptrdiff_t kWhole = 10485760; // bytes at which a file is restarted
 
 /// The logs' folder, emptied, and one logger on it.
-class LoggerTest : public testing::Test
+struct LoggerTest : testing::Test
 {
-protected:
     LoggerTest()
     {
         wchar_t path[1024] = L"%current%\\logs\\%username%\\";
@@ -76,8 +74,7 @@ TEST_F(LoggerTest, PutsEachModulesLinesIntoItsFile)
         {0, L"m", longest, longest.substr(0, room)},
         {0, L"m", L"x\xD83Dy\xDDD1", L"x\xD83Dy\xDDD1"},
         {0, L"m", pairs, pairs.substr(0, room / 2 * 2)},
-        {0, L"m", L"." + pairs, L"." + pairs.substr(0, (room - 1) / 2 * 2)},
-    };
+        {0, L"m", L"." + pairs, L"." + pairs.substr(0, (room - 1) / 2 * 2)}};
     for (const auto& [file, module, message, shown] : cases)
         write(module, message);
     settle();
@@ -102,11 +99,8 @@ TEST_F(LoggerTest, KeepsEveryThreadsLinesWholeAndInOrderWithoutTouchingFiles)
     constexpr int kEach = 2000;
     std::atomic<long> foreign{0}; // file calls on any thread that logs
     thread_local static bool logging = false;
-    Replaced<"WriteFile", decltype(&WriteFile)> writes([&](auto original, auto... arguments) {
-        foreign += logging ? 1 : 0;
-        return original(arguments...);
-    });
-    const Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes;
+    Writes writes(before([&](auto...) { foreign += logging ? 1 : 0; }));
+    const Flushes flushes;
     const wchar_t* modules[] = {L"other", L"Registry Cleaner", L"Privacy Cleaner", L"Disk Cleaner"};
     onThreadsAtOnce(kThreads, [&](int t) {
         logging = true;
@@ -114,8 +108,7 @@ TEST_F(LoggerTest, KeepsEveryThreadsLinesWholeAndInOrderWithoutTouchingFiles)
             write(modules[t % 4], std::to_wstring(t) + L"/" + std::to_wstring(i));
     });
     settle();
-    EXPECT_EQ(foreign, 0);
-    EXPECT_EQ(flushes.calls(), 0);
+    EXPECT_TRUE(foreign == 0 && flushes.calls() == 0);
     std::map<int, int> next;
     for (int file = 0; file < 4; ++file)
         for (const std::wstring& line : lines(kNames[file])) {
@@ -131,10 +124,9 @@ TEST_F(LoggerTest, KeepsEveryThreadsLinesWholeAndInOrderWithoutTouchingFiles)
 TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
 {
     settle();
-    const DWORD before = processHandleCount();
-    EXPECT_EQ(CreateLogger(L"second"), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), 1003U);
-    EXPECT_EQ(processHandleCount(), before);
+    const DWORD handles = processHandleCount();
+    EXPECT_EQ(refusalOf(CreateLogger(L"second")), 1003U);
+    EXPECT_EQ(processHandleCount(), handles);
     settle(); // the failed one has not stopped ours
     const HANDLE stop = OpenEventW(EVENT_MODIFY_STATE | SYNCHRONIZE, FALSE, L"LogTerminate");
     ASSERT_NE(stop, nullptr);
@@ -144,15 +136,12 @@ TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
     // While somebody holds the event, a new logger sees it at once and writes only one line.
     reopen();
     write(L"m", L"never written");
-    {
-        const HeapWatch watch(sysmaintModule()); // nothing is kept once its writer has ended
-        EXPECT_TRUE(comesTrue([&] {
-            const long blocks = HeapWatch::liveBlocks();
-            for (int i = 0; i < 2000; ++i)
-                write(L"m", L"a line that takes the memory of a line");
-            return HeapWatch::liveBlocks() == blocks;
-        }));
-    }
+    EXPECT_TRUE(comesTrue([this, watch = std::make_shared<HeapWatch>(sysmaintModule())] {
+        const long blocks = HeapWatch::liveBlocks();
+        for (int i = 0; i < 2000; ++i)
+            write(L"m", L"a line that takes the memory of a line");
+        return HeapWatch::liveBlocks() == blocks;
+    })) << "nothing is kept once its writer has ended";
     CloseLogger(logger);
     CloseHandle(stop);
     reopen();
@@ -162,27 +151,22 @@ TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
 TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
 {
     const std::wstring path = folder + kNames[1];
-    const auto countOld = [](const std::wstring& file) {
-        const Bytes bytes = readBytes(file);
-        return static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), 'o'));
-    };
-    for (const std::size_t size : {kWhole - 1, kWhole}) {
+    const auto countOld = [](const std::wstring& file) { return std::ranges::count(readBytes(file), 'o'); };
+    for (const std::ptrdiff_t size : {kWhole - 1, kWhole}) {
         CloseLogger(logger);
         writeBytes(path, Bytes(size, 'o'));
-        std::size_t overwritten = 0;
+        std::ptrdiff_t overwritten = 0;
         {
-            Replaced<"WriteFile", decltype(&WriteFile)> writes(
-                [&](auto original, HANDLE file, LPCVOID data, DWORD bytes, auto... others) {
-                    overwritten += *static_cast<const char*>(data) == 0 ? bytes : 0;
-                    return original(file, data, bytes, others...);
-                });
+            Writes writes(before([&](HANDLE, LPCVOID data, DWORD bytes, auto...) {
+                overwritten += *static_cast<const char*>(data) == 0 ? bytes : 0;
+            }));
             reopen();
         }
-        const std::size_t kept = size == kWhole ? 0 : size;
+        const std::ptrdiff_t kept = size == kWhole ? 0 : size;
         EXPECT_EQ(overwritten, size - kept);
         write(L"Registry Cleaner", L"new");
         settle();
-        EXPECT_EQ(readBytes(path).size(), kept + 2ULL * (25 + 16 + 3 + 3 + 2));
+        EXPECT_EQ(std::ssize(readBytes(path)), kept + 2LL * (25 + 16 + 3 + 3 + 2));
         EXPECT_EQ(countOld(path), kept);
     }
     // Somebody's file under a second name: only the name is deleted.
@@ -192,8 +176,7 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
     DeleteFileW(path.c_str());
     ASSERT_TRUE(CreateHardLinkW(path.c_str(), kept.c_str(), nullptr));
     reopen();
-    EXPECT_TRUE(readBytes(path).empty());
-    EXPECT_EQ(countOld(kept), kWhole);
+    EXPECT_TRUE(readBytes(path).empty() && countOld(kept) == kWhole);
     DeleteFileW(kept.c_str());
 }
 
@@ -203,7 +186,6 @@ TEST_F(LoggerTest, KeepsItsLibraryLoadedUntilItsThreadEndsAndDiesWithIt)
     const std::wstring copy = scratchFolder() + L"\\sysmaint-copy.dll";
     ASSERT_TRUE(CopyFileW(besideTests(L"sysmaint.dll").c_str(), copy.c_str(), FALSE));
     const HMODULE library = LoadLibraryW(copy.c_str());
-    ASSERT_NE(library, nullptr);
     const auto create = reinterpret_cast<decltype(&CreateLogger)>(
         reinterpret_cast<void*>(GetProcAddress(library, "CreateLogger")));
     ASSERT_NE(create, nullptr);

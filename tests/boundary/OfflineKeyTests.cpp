@@ -1,14 +1,10 @@
-#include "core/win32/registry/offline/api.h"
+#include "support/OfflineKeys.h"
 
 #include "core/win32/registry/settingshive/api.h"
 #include "support/RestoreClient.h"
 #include "support/Threads.h"
-#include "support/Utilities.h"
 
 namespace {
-using Key = std::unique_ptr<IOfflineRegistryKey>;
-using Value = std::unique_ptr<IOfflineRegistryValue>;
-
 /// Each row through both ways; the library is a stand-in.
 class OfflineKeys : public testing::TestWithParam<unsigned long>
 {
@@ -22,36 +18,18 @@ protected:
             SetLastError(ERROR_MOD_NOT_FOUND);
             return isInstalled ? LoadLibraryW(besideTests(L"offline_registry.dll").c_str()) : nullptr;
         });
+        root.reset(DllGetOfflineRegistryKey(nullptr, L"", GetParam()));
+        EXPECT_NE(root, nullptr) << GetLastError();
     }
     ~OfflineKeys() override { std::filesystem::remove_all(folder); }
 
-    [[nodiscard]] static Key open(const wchar_t* hive, const wchar_t* path = L"")
+    [[nodiscard]] static OfflineKey open(const std::wstring& hive)
     {
-        return Key(DllGetOfflineRegistryKey(hive, path, GetParam()));
-    }
-    [[nodiscard]] static Key keyOf(const Key& key, const std::wstring& path)
-    {
-        IOfflineRegistryKey* found = nullptr;
-        EXPECT_EQ(key->getKey(path.c_str(), &found), 0);
-        return Key(found);
-    }
-    [[nodiscard]] static Value valueOf(const Key& key, const std::wstring& name)
-    {
-        IOfflineRegistryValue* found = nullptr;
-        EXPECT_EQ(key->getValue(name.c_str(), &found), 0);
-        return Value(found);
-    }
-    [[nodiscard]] static std::wstring keys(const Key& key)
-    {
-        return listOf([&](auto** names, auto* count) { return key->listSubKeys(names, count); });
-    }
-    [[nodiscard]] static std::wstring values(const Key& key)
-    {
-        return listOf([&](auto** names, auto* count) { return key->listValues(names, count); });
+        return OfflineKey(DllGetOfflineRegistryKey(hive.c_str(), L"", GetParam()));
     }
     /// Sub-keys, values, keys below.
     using Counts = std::array<std::size_t, 3>;
-    [[nodiscard]] static Counts counts(const Key& key)
+    [[nodiscard]] static Counts counts(const OfflineKey& key)
     {
         Counts counts{};
         EXPECT_EQ(key->getCounts(&counts[0], &counts[1], &counts[2]), 0);
@@ -62,21 +40,16 @@ protected:
     {
         return flagOf([&](int* there) { return item->exists(there); });
     }
-    /// "type: bytes", or the code.
-    [[nodiscard]] static std::string dataOf(const Key& key, const wchar_t* name)
+    [[nodiscard]] std::ptrdiff_t files() const
     {
-        unsigned long type = 0;
-        Given<unsigned char> data;
-        std::size_t size = 0;
-        const long code = valueOf(key, name)->getData(&type, &data, &size);
-        return code != 0 ? "code " + std::to_string(code)
-                         : std::to_string(type) + ": " + std::string(data.get(), data.get() + size);
+        return std::distance(std::filesystem::directory_iterator(folder), {});
     }
 
     Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
     bool isInstalled = true;
     const std::wstring folder = scratchFolder();
     const std::wstring file = folder + L"\\new \u65E5.hive";
+    OfflineKey root; ///< of a new hive
 };
 } // namespace
 
@@ -84,31 +57,31 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
 {
     const std::string large(1 << 20, 'L');
     const std::wstring longest(255, L'k');
-    Key root = open(nullptr);
-    ASSERT_NE(root, nullptr) << GetLastError();
     EXPECT_EQ(root->getWay(), GetParam());
     EXPECT_EQ(keyOf(root, L"Software\\\u00C4rger\\deep")->create(L"class \u03A9"), 0);
     EXPECT_EQ(keyOf(root, L"SOFTWARE\\\u00E4rger\\DEEP")->create(L"another class"), 0) << "it is there";
     EXPECT_EQ(keyOf(root, longest)->create(nullptr), 0);
-    const Key software = keyOf(root, L"software");
-    EXPECT_EQ(valueOf(software, L"")->setData(REG_SZ, "d", 1), 0);
-    EXPECT_EQ(valueOf(software, L"z")->setData(0xFFFFFFFF, "four", 4), 0);
-    EXPECT_EQ(valueOf(software, L"a")->setData(REG_BINARY, large.data(), large.size()), 0);
-    EXPECT_EQ(valueOf(software, L"none")->setData(REG_NONE, nullptr, 0), 0);
-    EXPECT_EQ(valueOf(software, L"Z")->setData(REG_DWORD, "five!", 5), 0);
+    const OfflineKey software = keyOf(root, L"software");
+    using Row = std::tuple<const wchar_t*, DWORD, std::string>;
+    for (const auto& [name, type, data] :
+         {Row(L"", REG_SZ, "d"), Row(L"z", 0xFFFFFFFF, "four"), Row(L"a", REG_BINARY, large),
+          Row(L"none", REG_NONE, ""), Row(L"Z", REG_DWORD, "five!")})
+        EXPECT_EQ(valueOf(software, name)->setData(type, data.empty() ? nullptr : data.data(), data.size()),
+                  0);
     for (int time = 0; time < 2; ++time) { // the second time from the file
-        const Key below = keyOf(root, L"SOFTWARE");
-        EXPECT_EQ(keys(root), longest + L",Software");
-        EXPECT_EQ(keys(keyOf(root, L"software")), L"\u00C4rger");
-        EXPECT_EQ(values(below), L"z,a,none");
+        const OfflineKey below = keyOf(root, L"SOFTWARE");
+        EXPECT_EQ(keysOf(root), longest + L",Software");
+        EXPECT_EQ(keysOf(keyOf(root, L"software")), L"\u00C4rger");
+        EXPECT_EQ(valuesOf(below), L"z,a,none");
         EXPECT_EQ(counts(root), (Counts{2, 0, 4}));
         EXPECT_EQ(counts(below), (Counts{1, 4, 2}));
-        EXPECT_EQ(dataOf(below, L""), "1: d");
-        EXPECT_EQ(dataOf(below, L"z"), "4: five!");
-        EXPECT_EQ(dataOf(below, L"A"), "3: " + large);
-        EXPECT_EQ(dataOf(below, L"NONE"), "0: ");
-        EXPECT_EQ(dataOf(below, L"other"), "code 2");
-        const Key deep = keyOf(below, L"\u00E4rger\\deep");
+        for (const auto& [name, data] : {std::pair<const wchar_t*, std::string>(L"", "1: d"),
+                                         {L"z", "4: five!"},
+                                         {L"A", "3: " + large},
+                                         {L"NONE", "0: "},
+                                         {L"other", "code 2"}})
+            EXPECT_EQ(dataOf(below, name), data);
+        const OfflineKey deep = keyOf(below, L"\u00E4rger\\deep");
         unsigned long long written = 0;
         Given<wchar_t> className;
         EXPECT_EQ(deep->getInformation(&written, &className), 0);
@@ -119,30 +92,28 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
             EXPECT_EQ(root->save(file.c_str()), 0);
             EXPECT_EQ(root->save(file.c_str()), 183) << "no file is overwritten";
         }
-        root = open(file.c_str());
+        root = open(file);
         ASSERT_NE(root, nullptr) << GetLastError();
     }
     EXPECT_EQ(keyOf(root, L"software")->deleteItem(), 0);
     EXPECT_EQ(keyOf(root, L"software")->deleteItem(), 2);
     EXPECT_EQ(isThere(keyOf(root, L"software\\\u00C4rger")), 0);
-    EXPECT_EQ(keys(root), longest);
+    EXPECT_EQ(keysOf(root), longest);
     EXPECT_EQ(root->save((file + L"2").c_str()), 0);
     EXPECT_LT(std::filesystem::file_size(file + L"2"), 9000U);
-    EXPECT_EQ(keys(open(file.c_str())), longest + L",Software") << "the other file is as it was";
+    EXPECT_EQ(keysOf(open(file)), longest + L",Software") << "the other file is as it was";
 }
 
 TEST_P(OfflineKeys, RefuseTheSameEitherWay)
 {
-    const Key root = open(nullptr);
-    ASSERT_NE(root, nullptr);
     EXPECT_EQ(keyOf(root, L"key\\below")->create(nullptr), 0);
     EXPECT_EQ(root->deleteItem(), 50);
-    EXPECT_EQ(keys(keyOf(root, L"none")), L"code 2");
-    EXPECT_EQ(values(keyOf(root, L"none")), L"code 2");
-    EXPECT_EQ(isThere(keyOf(root, L"none\\deep")), 0);
+    const OfflineKey none = keyOf(root, L"none");
+    EXPECT_EQ(keysOf(none) + valuesOf(none), L"code 2code 2");
+    EXPECT_EQ(isThere(keyOf(none, L"deep")), 0);
     EXPECT_EQ(isThere(keyOf(root, L"KEY\\Below")), 1);
-    EXPECT_EQ(valueOf(keyOf(root, L"none"), L"v")->setData(1, "x", 1), 2);
-    EXPECT_EQ(isThere(valueOf(keyOf(root, L"none"), L"v")), 0);
+    EXPECT_EQ(valueOf(none, L"v")->setData(1, "x", 1), 2);
+    EXPECT_EQ(isThere(valueOf(none, L"v")), 0);
     EXPECT_EQ(valueOf(root, L"v")->deleteItem(), 2);
     EXPECT_EQ(valueOf(root, L"v")->setData(1, nullptr, 1), 87);
     IOfflineRegistryValue* value = nullptr;
@@ -161,28 +132,30 @@ TEST_P(OfflineKeys, RefuseTheSameEitherWay)
         {deepest + L"\\k", 206}};
     for (const auto& [path, code] : paths)
         EXPECT_EQ(root->getKey(path.c_str(), &key), code) << utf8(path);
-    EXPECT_EQ(keys(root), L"key");
+    EXPECT_EQ(keysOf(root), L"key");
 
-    const auto codeOf = [](const std::wstring& hive, const wchar_t* path, unsigned long way) {
-        return Key(DllGetOfflineRegistryKey(hive.c_str(), path, way)) == nullptr ? GetLastError() : 0;
-    };
-    EXPECT_EQ(codeOf(folder + L"\\none", L"", GetParam()), 2U);
-    EXPECT_EQ(codeOf(file, nullptr, GetParam()), 87U);
-    EXPECT_EQ(codeOf(file, L"\\", GetParam()), 123U);
-    EXPECT_EQ(codeOf(file, L"", 3), 87U);
-    writeBytes(file, Bytes(8192, 'x'));
-    EXPECT_EQ(codeOf(file, L"", GetParam()), 1009U);
+    writeBytes(folder + L"\\bad", Bytes(8192, 'x'));
+    const std::tuple<const wchar_t*, const wchar_t*, unsigned long, DWORD> hives[] = {
+        {L"none", L"", GetParam(), 2},
+        {L"none", nullptr, GetParam(), 87},
+        {L"none", L"\\", GetParam(), 123},
+        {L"none", L"", 3, 87},
+        {L"bad", L"", GetParam(), 1009}};
+    for (const auto& [hive, path, way, code] : hives) {
+        EXPECT_EQ(DllGetOfflineRegistryKey((folder + L"\\" + hive).c_str(), path, way), nullptr);
+        EXPECT_EQ(GetLastError(), code);
+    }
     EXPECT_EQ(root->save((folder + L"\\none\\x").c_str()), 3);
     Flushes flushes(1, FALSE, ERROR_IO_DEVICE);
-    EXPECT_EQ(root->save((file + L"2").c_str()), ERROR_IO_DEVICE);
-    EXPECT_FALSE(isThere(Key(open(nullptr, L"x")))) << "and its place";
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+    EXPECT_EQ(root->save(file.c_str()), ERROR_IO_DEVICE);
+    root.reset(DllGetOfflineRegistryKey(nullptr, L"x", GetParam()));
+    EXPECT_EQ(isThere(root), 0);
+    EXPECT_EQ(files(), 1);
 }
 
 /// Somebody else's file of that name appears before each call.
 TEST_P(OfflineKeys, OverwriteNoFileThatAppearsMeanwhile)
 {
-    const Key root = open(nullptr);
     long code = 183;
     for (long at = 1; code == 183; ++at) {
         SCOPED_TRACE(at);
@@ -197,31 +170,27 @@ TEST_P(OfflineKeys, OverwriteNoFileThatAppearsMeanwhile)
         code = root->save(file.c_str());
         EXPECT_EQ(code, calls < at ? 0 : 183);
         EXPECT_EQ(readBytes(file) == Bytes(3, 'x'), code == 183);
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+        EXPECT_EQ(files(), 1);
         DeleteFileW(file.c_str());
     }
 }
 
 TEST_P(OfflineKeys, AreSavedOnlyToFiles)
 {
-    const Key root = open(nullptr);
     EXPECT_EQ(root->save(file.c_str()), 0);
     for (const std::wstring& name : std::initializer_list<std::wstring>{
              L"NUL", L"con.hive", folder + L"\\lpt1", LR"(\\.\NUL)", LR"(\\?\UNC\server\pipe\x)",
              LR"(\\.\mailslot\x)", LR"(\\.\C:)", folder + L"\\a:b", folder + L"\\"}) {
         EXPECT_EQ(root->save(name.c_str()), 161) << utf8(name);
-        Given<HiveLoss> losses;
-        std::size_t count = 0;
-        EXPECT_EQ(HiveFileSalvage(file.c_str(), name.c_str(), &losses, &count, &count), 161) << utf8(name);
+        EXPECT_EQ(salvage(file, name), -161) << utf8(name);
     }
     EXPECT_EQ(root->save(folder.c_str()), 183);
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
+    EXPECT_EQ(files(), 1);
 }
 
 /// A key with a backslash in its name is never taken for the one at the path of that form.
 TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
 {
-    Key root = open(nullptr);
     for (const auto& [path, data] : {std::pair{L"a\\b", "path"}, {L"a~b", "name"}, {L"a~b\\c", "below"}}) {
         EXPECT_EQ(keyOf(root, path)->create(nullptr), 0);
         EXPECT_EQ(valueOf(keyOf(root, path), L"v\\v")->setData(1, data, 4), 0);
@@ -232,17 +201,15 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
     Bytes bytes = readBytes(file);
     std::replace(bytes.begin(), bytes.end(), Bytes::value_type{'~'}, Bytes::value_type{'\\'});
     writeBytes(file, bytes);
-    root = open(file.c_str());
+    root = open(file);
     EXPECT_EQ(root->save(saved.c_str()), 0);
-    Given<HiveLoss> losses;
-    std::size_t count = 0;
-    EXPECT_EQ(HiveFileSalvage(file.c_str(), salvaged.c_str(), &losses, &count, &count), 0);
+    EXPECT_EQ(salvage(file, salvaged), 0);
     EXPECT_EQ(readBytes(saved), readBytes(salvaged));
     for (const std::wstring& each : {file, saved}) {
-        root = open(each.c_str());
-        EXPECT_EQ(keys(root), L"a");
+        root = open(each);
+        EXPECT_EQ(keysOf(root), L"a");
         EXPECT_EQ(counts(root), (Counts{2, 0, GetParam() == kOfflineEngine ? 4U : 3U}));
-        EXPECT_EQ(values(keyOf(root, L"a\\b")), L"v\\v");
+        EXPECT_EQ(valuesOf(keyOf(root, L"a\\b")), L"v\\v");
         EXPECT_EQ(dataOf(keyOf(root, L"a\\b"), L"v\\v"), "1: path");
         EXPECT_EQ(isThere(keyOf(root, L"a\\b\\c")), 0);
         void* const hive = CreateSettingsHive(each.c_str(), kSettingsReadOnly);
@@ -259,9 +226,8 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
 
 TEST_P(OfflineKeys, ServeManyThreads)
 {
-    const Key root = open(nullptr);
     onThreadsAtOnce(4, [&](int thread) {
-        const Key own = keyOf(root, L"thread " + std::to_wstring(thread));
+        const OfflineKey own = keyOf(root, L"thread " + std::to_wstring(thread));
         EXPECT_EQ(own->create(nullptr), 0);
         for (int round = 0; round < 100; ++round) {
             EXPECT_EQ(valueOf(own, std::to_wstring(round))->setData(REG_SZ, &round, sizeof round), 0);
@@ -270,7 +236,7 @@ TEST_P(OfflineKeys, ServeManyThreads)
         }
     });
     for (int thread = 0; thread < 4; ++thread) {
-        const std::wstring names = values(keyOf(root, L"thread " + std::to_wstring(thread)));
+        const std::wstring names = valuesOf(keyOf(root, L"thread " + std::to_wstring(thread)));
         EXPECT_EQ(std::count(names.begin(), names.end(), L','), 99);
     }
 }
@@ -278,10 +244,10 @@ TEST_P(OfflineKeys, ServeManyThreads)
 TEST_P(OfflineKeys, AreServedAsChosen)
 {
     isInstalled = GetParam() == kOfflineLibrary;
-    const Key any(DllGetOfflineRegistryKey(nullptr, L""));
-    ASSERT_NE(any, nullptr);
-    EXPECT_EQ(any->getWay(), GetParam());
-    EXPECT_EQ(Key(DllGetOfflineRegistryKey(nullptr, L"", kOfflineLibrary)) != nullptr, isInstalled);
+    root.reset(DllGetOfflineRegistryKey(nullptr, L""));
+    ASSERT_NE(root, nullptr);
+    EXPECT_EQ(root->getWay(), GetParam());
+    EXPECT_EQ(OfflineKey(DllGetOfflineRegistryKey(nullptr, L"", kOfflineLibrary)) != nullptr, isInstalled);
     EXPECT_TRUE(isInstalled || GetLastError() == ERROR_MOD_NOT_FOUND);
 }
 

@@ -4,28 +4,25 @@ TEST_F(Processes, EndAsATreeFromBelow)
 {
     const Child tree(L"tree 2 6");
     ASSERT_TRUE(comesTrue([&] { return PMRefresh() == 0 && found(PMGetTree, tree.id).size() == 63; }));
-    const ProcessHandle process = objectOf(tree);
+    const ProcessHandle process = tree.object();
     std::map<DWORD, DWORD> parents;
-    Given<ProcessEntry> buffer;
-    for (const ProcessEntry& each :
-         listOf(buffer, [&](ProcessEntry**e, size_t*n) { return PMGetTree(tree.id, e, n); }))
+    for (const ProcessEntry& each : Listed<ProcessEntry>(PMGetTree, tree.id))
         parents[each.id] = each.parentId;
     { // one of them refuses: nothing has ended
         const Terminating none([](auto...) { return TRUE; });
         const DWORD refusing = parents.rbegin()->first;
         const Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD id) {
-            const bool isRefused = id == refusing && (access & PROCESS_TERMINATE) != 0;
-            return isRefused ? (SetLastError(ERROR_ACCESS_DENIED), HANDLE(nullptr))
-                             : original(access, inherit, id);
+            SetLastError(ERROR_ACCESS_DENIED);
+            return id == refusing && (access & PROCESS_TERMINATE) != 0 ? nullptr
+                                                                       : original(access, inherit, id);
         });
-        EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 5000), 5);
-        EXPECT_EQ(none.calls(), 0);
+        EXPECT_TRUE(ProcessEnd(process.get(), kEndTree, 5000) == 5 && none.calls() == 0);
     }
     std::set<DWORD> ended;
     Terminating terminating([&](auto original, HANDLE handle, UINT code) {
         const DWORD id = GetProcessId(handle);
         for (const auto& [child, parent] : parents)
-            EXPECT_TRUE(parent != id || ended.count(child) != 0) << "a parent ended before its child";
+            EXPECT_TRUE(parent != id || ended.contains(child)) << "a parent ended before its child";
         ended.insert(id);
         return original(handle, code);
     });
@@ -34,27 +31,20 @@ TEST_F(Processes, EndAsATreeFromBelow)
         const bool fails = ended.size() == 63 && !std::exchange(hasFailed, ended.size() == 63);
         return fails ? static_cast<NTSTATUS>(0xC0000017UL) : original(all...);
     });
-    EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 60000), 0);
-    EXPECT_TRUE(hasFailed);
-    EXPECT_EQ(ended.size(), 63U);
+    EXPECT_TRUE(ProcessEnd(process.get(), kEndTree, 60000) == 0 && hasFailed && ended.size() == 63U);
     DWORD code = 0;
     GetExitCodeProcess(tree.handle, &code);
-    EXPECT_EQ(code, 1067U);
-    EXPECT_EQ(PMRefresh(), 0);
-    EXPECT_TRUE(found(PMFindByName, L"process_child.exe").empty());
+    EXPECT_TRUE(code == 1067U && PMRefresh() == 0 && found(PMFindByName, L"process_child.exe").empty());
 }
 
 TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
 {
-    const Child older(L"sleep");
-    const Child child(L"tree 1 2");
-    const Child own(L"tree 1 2");
+    const Child older, child(L"tree 1 2"), own(L"tree 1 2");
     ASSERT_TRUE(comesTrue([&] {
         return PMRefresh() == 0 && found(PMGetTree, own.id).size() == 2 &&
                found(PMGetTree, child.id).size() == 2;
     }));
-    const ProcessHandle process = objectOf(child);
-    const ProcessHandle alone = objectOf(own);
+    const ProcessHandle process = child.object(), alone = own.object();
     const DWORD left = found(PMGetTree, own.id)[1];
     {
         // The system reports an older process as the child's child: its parent's id was reused.
@@ -71,13 +61,11 @@ TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
                 }
                 return status;
             });
-        EXPECT_EQ(PMRefresh(), 0);
-        EXPECT_TRUE(found(PMGetParents, older.id).empty());
+        EXPECT_TRUE(PMRefresh() == 0 && found(PMGetParents, older.id).empty());
         EXPECT_EQ(found(PMGetTree, child.id).size(), 2U);
         EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 60000), 0);
     }
-    EXPECT_TRUE(older.isRunning() && !child.isRunning());
-    EXPECT_EQ(ProcessEnd(alone.get(), 0, 60000), 0);
+    EXPECT_TRUE(older.isRunning() && !child.isRunning() && ProcessEnd(alone.get(), 0, 60000) == 0);
     EXPECT_EQ(PMRefresh(), 0);
     EXPECT_EQ(found(PMGetTree, left).size(), 1U) << "without the flag the process alone";
     EXPECT_TRUE(found(PMGetParents, left).empty()) << "its parent is gone";
@@ -86,65 +74,56 @@ TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
 TEST_F(Processes, RefuseToEndWhatTheSystemOrTheCallerNeeds)
 {
     const Terminating terminating([](auto...) { return TRUE; }); // ends nobody
-    const auto end = [](DWORD id, unsigned long options) {
-        Given<ProcessEntry> entry;
-        EXPECT_EQ(PMFindById(id, &entry), 0);
-        return ProcessEnd(ProcessHandle(CreateProcessW(entry[0])).get(), options, 50);
+    const Child child;
+    const ProcessHandle process = child.object();
+    const auto end = [](unsigned long options, auto... what) {
+        const Listed<ProcessEntry> found(what...);
+        return ProcessEnd(ProcessHandle(CreateProcessW(found[0])).get(), options, 50);
     };
-    EXPECT_EQ(end(GetCurrentProcessId(), kEndTree | kEndServices), 50);
-    EXPECT_EQ(end(idOf(L"services.exe"), kEndServices), 50);
-    EXPECT_EQ(end(idOf(L"plugplay.exe"), 0), 1052);
+    EXPECT_EQ(end(kEndTree | kEndServices, PMGetTree, GetCurrentProcessId()), 50);
+    EXPECT_EQ(end(kEndServices, PMFindByName, L"services.exe"), 50);
+    EXPECT_EQ(end(kEndServices | kEndNothing, PMFindByName, L"services.exe"), 50);
+    for (const unsigned long options : {0UL, kEndTree + 0UL})
+        EXPECT_EQ(ProcessEnd(process.get(), options | kEndNothing, 50), 0);
+    EXPECT_EQ(end(0, PMFindByName, L"plugplay.exe"), 1052);
     EXPECT_EQ(terminating.calls(), 0);
-    EXPECT_EQ(end(idOf(L"plugplay.exe"), kEndServices), 1460) << "told, and not gone yet";
-    EXPECT_EQ(terminating.calls(), 1);
-    const Child child(L"sleep");
-    const ProcessHandle process = objectOf(child);
+    EXPECT_EQ(end(kEndServices, PMFindByName, L"plugplay.exe"), 1460) << "told, and not gone yet";
     Replaced<"OpenSCManagerW", decltype(&OpenSCManagerW)> services(1, nullptr, ERROR_GEN_FAILURE);
     EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 31) << "whether it is a service cannot be told";
-    EXPECT_EQ(ProcessEnd(process.get(), 4, 50), 87);
+    EXPECT_EQ(ProcessEnd(process.get(), 8, 50), 87);
     EXPECT_EQ(terminating.calls(), 1);
 }
 
 TEST_F(Processes, OfUnknownImportanceForTheSystemDoNotEnd)
 {
     const Terminating terminating([](auto...) { return TRUE; }); // ends nobody
-    const Child child(L"sleep");
-    const ProcessHandle process = objectOf(child);
-    long answer = 0;
+    const Child child;
+    const ProcessHandle process = child.object();
+    unsigned long answer = 0;
+    DWORD asked = 0, enough = 0; // older systems tell it only with more access
+    const Opening opening([&](auto original, DWORD access, auto... rest) {
+        asked = access;
+        return original(access, rest...);
+    });
     Replaced<"NtQueryInformationProcess", decltype(&NtQueryInformationProcess)> asking(
-        [&](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
-            ULONG* length) -> NTSTATUS {
+        [&](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, auto... rest) -> NTSTATUS {
             if (kind != 29)
-                return original(handle, kind, buffer, size, length);
-            return *static_cast<ULONG*>(buffer) = answer == 0 ? 1 : 0, answer;
+                return original(handle, kind, buffer, rest...);
+            *static_cast<ULONG*>(buffer) = answer == 0 ? 1 : 0;
+            return asked == enough ? 0 : static_cast<long>(answer);
         });
-    EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 50);
-    EXPECT_EQ(ProcessSuspend(process.get()), 50);
+    EXPECT_TRUE(ProcessEnd(process.get(), 0, 50) == 50 && ProcessSuspend(process.get()) == 50);
     for (const unsigned long status : {0xC0000022UL, 0xC0000017UL, 0xC000009AUL, 0xC0000008UL}) {
-        answer = static_cast<long>(status);
+        answer = status;
         EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 5) << status;
         EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 50), 5) << status;
     }
     EXPECT_EQ(terminating.calls(), 0);
-    for (const unsigned long status :
-         {0xC0000002UL, 0xC0000003UL}) { // no system that knows of such processes
-        answer = static_cast<long>(status);
+    for (const unsigned long status : {0xC0000002UL, 0xC0000003UL, 0xC0000022UL}) {
+        answer = status; // no system that knows of such processes, or an older one
+        enough = status == 0xC0000022UL ? PROCESS_QUERY_INFORMATION : 0;
         EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 1460) << status;
     }
-    // Older systems tell it only with more access.
-    DWORD asked = 0;
-    const Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD id) {
-        asked = access;
-        return original(access, inherit, id);
-    });
-    asking.setHook([&](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, ULONG size,
-                       ULONG* length) -> NTSTATUS {
-        if (kind != 29)
-            return original(handle, kind, buffer, size, length);
-        *static_cast<ULONG*>(buffer) = 0;
-        return asked == PROCESS_QUERY_INFORMATION ? 0 : static_cast<long>(0xC0000022UL);
-    });
-    EXPECT_EQ(ProcessEnd(process.get(), 0, 50), 1460);
     EXPECT_EQ(terminating.calls(), 3);
 }
 
@@ -154,7 +133,7 @@ TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)
     ASSERT_TRUE(CopyFileW(besideTests(L"process_child.exe").c_str(), path.c_str(), FALSE));
     {
         const Child child(L"sleep", path);
-        const ProcessHandle process = objectOf(child);
+        const ProcessHandle process = child.object();
         const Terminating terminating([](auto...) { return TRUE; });
         for (const bool isInSystem : {false, true}) {
             const Replaced<"QueryFullProcessImageNameW", decltype(&QueryFullProcessImageNameW)> asking(
@@ -167,6 +146,6 @@ TEST_F(Processes, OfTheSystemAreKnownByTheirFileToo)
         EXPECT_EQ(terminating.calls(), 0);
     }
     const Child child(L"sleep", path);
-    EXPECT_EQ(ProcessEnd(objectOf(child).get(), 0, 60000), 0) << "a user's own file of that name";
+    EXPECT_EQ(ProcessEnd(child.object().get(), 0, 60000), 0) << "a user's own file of that name";
     EXPECT_TRUE(DeleteFileW(path.c_str()));
 }

@@ -2,82 +2,122 @@
 
 // The process manager and its objects, compared with the system's own answers and real children.
 
-#include "support/Test.h"
-
-#include <tlhelp32.h>
-#include <winternl.h>
-
-#include "support/Child.h"
-#include "support/ImportReplacement.h"
+#include "core/win32/utils/processmanager/api.h"
 #include "support/Process.h"
+#include "support/Utilities.h"
 
-using Times = Replaced<"GetProcessTimes", decltype(&GetProcessTimes)>;
 using Opening = Replaced<"OpenProcess", HANDLE(WINAPI*)(DWORD, BOOL, DWORD)>;
 using Terminating = Replaced<"TerminateProcess", decltype(&TerminateProcess)>;
 using Asking = Replaced<"NtQuerySystemInformation", decltype(&NtQuerySystemInformation)>;
+using ProcessHandle = SmartHandle<CloseProcess>;
+using ThreadHandle = SmartHandle<CloseThread>;
 
-inline std::map<DWORD, std::wstring> toolhelp()
+/// One run of the program that the tests start. Whatever is left of it, and of what it has started, ends with
+/// this object.
+class Child
 {
-    std::map<DWORD, std::wstring> found;
-    const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(list, &entry); more; more = Process32NextW(list, &entry))
-        found[entry.th32ProcessID] = std::to_wstring(entry.th32ParentProcessID) + L" " + entry.szExeFile;
-    CloseHandle(list);
-    return found;
-}
+public:
+    explicit Child(const std::wstring& arguments = L"sleep",
+                   const std::wstring& program = besideTests(L"process_child.exe"))
+    {
+        JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+        limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+        SetInformationJobObject(m_job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
+        std::wstring command = L"process_child " + arguments;
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION started{};
+        if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED,
+                            nullptr, nullptr, &startup, &started))
+            throw std::runtime_error("the child does not start");
+        AssignProcessToJobObject(m_job, started.hProcess);
+        ResumeThread(started.hThread);
+        CloseHandle(started.hThread);
+        handle = started.hProcess;
+        id = started.dwProcessId;
+    }
+    Child(Child&&) = delete;
+    ~Child()
+    {
+        CloseHandle(m_job);
+        WaitForSingleObject(handle, 60000);
+        CloseHandle(handle);
+    }
 
-inline ProcessHandle objectOf(const Child& child)
+    [[nodiscard]] bool isRunning() const { return WaitForSingleObject(handle, 0) == WAIT_TIMEOUT; }
+    /// Ends it; this object keeps its exit code.
+    void end() const
+    {
+        TerminateProcess(handle, 3);
+        WaitForSingleObject(handle, 60000);
+    }
+    /// Its entry in a new snapshot, as soon as there is one.
+    [[nodiscard]] ProcessEntry entry() const
+    {
+        Given<ProcessEntry> found;
+        if (!comesTrue([&] { return PMRefresh() == 0 && PMFindById(id, &found) == 0; }))
+            throw std::runtime_error("the child is not listed");
+        ProcessEntry entry = *found.get();
+        entry.name = L"";
+        return entry;
+    }
+    /// An object of the manager for it.
+    [[nodiscard]] ProcessHandle object() const { return ProcessHandle(CreateProcessW(entry())); }
+
+    HANDLE handle;
+    DWORD id;
+
+private:
+    HANDLE m_job = CreateJobObjectW(nullptr, nullptr);
+};
+
+/// The list that a call with these arguments returns; empty when it fails, which fails the test.
+template <class Entry>
+class Listed : public std::span<const Entry>
 {
-    return ProcessHandle(CreateProcessW(child.entry()));
-}
+public:
+    template <class Call, class... Arguments>
+    explicit Listed(Call&& call, Arguments... arguments)
+    {
+        std::size_t count = 0;
+        EXPECT_EQ(call(arguments..., &m_buffer, &count), 0);
+        static_cast<std::span<const Entry>&>(*this) = {m_buffer.get(), count};
+    }
 
-inline std::vector<DWORD> idsOf(const std::vector<ProcessEntry>& entries)
+private:
+    Given<Entry> m_buffer;
+};
+
+/// The ids that a function of the manager finds.
+template <class... Arguments>
+std::vector<DWORD> found(Arguments... arguments)
 {
     std::vector<DWORD> ids;
-    for (const ProcessEntry& each : entries)
+    for (const ProcessEntry& each : Listed<ProcessEntry>(arguments...))
         ids.push_back(each.id);
     return ids;
 }
 
-/// The ids that a function of the manager finds.
-template <class Function, class Argument>
-std::vector<DWORD> found(Function function, Argument argument)
+/// Whether so many of the tests' programs are running in the end.
+inline bool areRunning(std::size_t count)
 {
-    Given<ProcessEntry> buffer;
-    return idsOf(
-        listOf(buffer, [&](ProcessEntry** list, size_t* count) { return function(argument, list, count); }));
+    return comesTrue(
+        [&] { return PMRefresh() == 0 && found(PMFindByName, L"PROCESS_child.exe").size() == count; });
 }
 
-inline DWORD idOf(const wchar_t* name)
-{
-    const auto ids = found(PMFindByName, name);
-    return ids.empty() ? 0 : ids[0];
-}
-
-/// The codes of all operations on a process. None of them does anything.
-inline std::vector<long> codesOf(void* process)
+/// The code of all operations on a process, none of which does anything, and whether it is running.
+using Codes = std::pair<std::set<long>, long>;
+inline Codes codesOf(void* process)
 {
     unsigned long number = 0;
     Given<ProcessDetails> details;
     int flag = 7;
     const long isRunning = ProcessIsRunning(process, &flag);
-    return {ProcessGetDetails(process, &details),
-            ProcessCloseWindows(process, &number),
-            ProcessWait(process, 0, nullptr, &number),
-            ProcessEnd(process, 0, 0),
-            ProcessEnd(process, kEndTree, 0),
-            ProcessSuspend(process),
-            ProcessResume(process),
-            ProcessSetPriority(process, NORMAL_PRIORITY_CLASS),
+    return {{ProcessGetDetails(process, &details), ProcessCloseWindows(process, &number),
+             ProcessWait(process, 0, nullptr, &number), ProcessEnd(process, 0, 0),
+             ProcessEnd(process, kEndTree, 0), ProcessSuspend(process), ProcessResume(process),
+             ProcessSetPriority(process, NORMAL_PRIORITY_CLASS)},
             isRunning == 0 ? flag : -isRunning};
-}
-inline std::vector<long> allOf(long code, long isRunning)
-{
-    std::vector<long> codes(8, code);
-    codes.push_back(isRunning);
-    return codes;
 }
 
 /// Every test has a manager, and ends without one.

@@ -2,33 +2,17 @@
 
 // What Windows does and the tests' platform does not: the system's answers are simulated.
 
-#include "support/Test.h"
-
-#include <winioctl.h>
-
 #include "support/Wipe.h"
 
-using Deletions = Replaced<"DeleteFileW", decltype(&DeleteFileW)>;
-using Removals = Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>;
-using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
-using Settings = Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)>;
-
-/// Files that have one attribute more.
-struct Marked : Attributes
+/// A hook for files that have one attribute more. A missing file has all bits set.
+inline auto markedBy(DWORD mark)
 {
-    explicit Marked(DWORD mark)
-        : Attributes([mark](auto original, LPCWSTR path) {
-              const DWORD own = original(path);
-              return own == INVALID_FILE_ATTRIBUTES ? own : own | mark;
-          })
-    {
-    }
-};
+    return [mark](auto original, LPCWSTR path) { return original(path) | mark; };
+}
 
 /// A file "file" and a folder "tree" in a folder of their own, and time that passes at once.
-class RealWindows : public WipeTest
+struct RealWindows : WipeTest
 {
-protected:
     RealWindows() { prepare(); }
 
     void prepare()
@@ -49,32 +33,15 @@ protected:
     }
     [[nodiscard]] unsigned long deleteItem(bool folderItem) const
     {
-        return codeOf([&] {
-            if (folderItem)
-                std::unique_ptr<IDirectory>(DllGetDirectory(at(L"tree").c_str(), 0))->deleteItem();
-            else
-                std::unique_ptr<IFile>(DllGetFile(at(L"file").c_str(), 0))->deleteItem();
-        });
-    }
-    [[nodiscard]] BOOL held(decltype(&DeleteFileW) original, LPCWSTR path, DWORD code)
-    {
-        if (left == 0)
-            return original(path);
-        --left;
-        SetLastError(code);
-        return FALSE;
+        return codeOf(
+            [&] { folderItem ? folderAt(at(L"tree"))->deleteItem() : fileAt(at(L"file"))->deleteItem(); });
     }
     /// Makes the opens with these flags fail with `code` so long as `left` is not 0.
     void failOpens(DWORD flags, DWORD code)
     {
-        files.setHook([this, flags, code](auto open, auto... all) {
-            const auto given = std::tuple(all...);
-            if (std::get<5>(given) != flags || left == 0)
-                return open(all...);
-            --left;
-            SetLastError(code);
-            return INVALID_HANDLE_VALUE;
-        });
+        files.setHook(failing(INVALID_HANDLE_VALUE, code, [this, flags](auto... all) {
+            return std::get<5>(std::tuple(all...)) == flags && left != 0 && left-- != 0;
+        }));
     }
 
     /// `run`, whose calls fail with `each`, waits for about a second and then returns `failure`; a cancel

@@ -9,8 +9,12 @@
 TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
 {
     DWORD code = 0;
-    Deletions deletions([&](auto original, LPCWSTR path) { return held(original, path, code); });
-    Removals removals([&](auto original, LPCWSTR path) { return held(original, path, code); });
+    const auto isHeld = [&](auto original, LPCWSTR path) -> BOOL {
+        SetLastError(code);
+        return (left == 0 || left-- == 0) && original(path);
+    };
+    Deletions deletions(isHeld);
+    Removals removals(isHeld);
     FreeSpaceQueries space(isFull);
     const auto wipeSpace = [this] { return wipe(kWipeFreeSpace, at(L""), kWipeZeros, 1, event.get()); };
     const auto makeLogger = []() -> unsigned long {
@@ -18,38 +22,30 @@ TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
         const DWORD failure = GetLastError();
         return CloseLogger(logger) != 0 ? 0 : failure;
     };
-    const struct
-    {
-        const char* what;
-        DWORD flags; // of the opens that fail; 0: another call does
-        std::function<unsigned long()> run;
-        bool canCancel = false;
-        DWORD failure = 0;
-    } rows[] = {{"file", kOpenToWipe, [&] { return wipeFile(); }, true},
-                {"first look", 0x02200000, [&] { return wipeFile(); }, true},
-                {"folder's first look", 0x02200000, [&] { return wipeFolder(); }, true},
-                {"folder", 0, [&] { return wipeFolder(); }, true},
-                {"filler", 0x00200002, wipeSpace, true},
-                {"filler again", 0x00200080, wipeSpace},
-                {"filler's name", 0, wipeSpace},
-                {"file item", 0, [&] { return deleteItem(false); }},
-                {"folder item", 0, [&] { return deleteItem(true); }},
-                {"log", FILE_ATTRIBUTE_NORMAL, makeLogger, false, ERROR_CAN_NOT_COMPLETE}};
-    for (const auto& row : rows)
+    // The flags of the opens that fail, or 0: another call does; and whether a cancel ends the waiting.
+    const std::tuple<std::string, DWORD, std::function<unsigned long()>, bool> rows[] = {
+        {"file", kOpenToWipe, [&] { return wipeFile(); }, true},
+        {"first look", 0x02200000, [&] { return wipeFile(); }, true},
+        {"folder's first look", 0x02200000, [&] { return wipeFolder(); }, true},
+        {"folder", 0, [&] { return wipeFolder(); }, true},
+        {"filler", 0x00200002, wipeSpace, true},
+        {"filler again", 0x00200080, wipeSpace, false},
+        {"filler's name", 0, wipeSpace, false},
+        {"file item", 0, [&] { return deleteItem(false); }, false},
+        {"folder item", 0, [&] { return deleteItem(true); }, false},
+        {"log", FILE_ATTRIBUTE_NORMAL, makeLogger, false}};
+    for (const auto& [what, flags, run, canCancel] : rows)
         for (const DWORD each : {5, 32, 33, 145, 303, 31}) {
-            if (each == ERROR_DIR_NOT_EMPTY && std::string_view(row.what).substr(0, 6) != "folder")
+            if (each == ERROR_DIR_NOT_EMPTY && !what.starts_with("folder"))
                 continue;
-            SCOPED_TRACE(testing::Message() << row.what << " with " << each);
-            code = row.flags == 0 ? each : 0;
-            expectPatience(row.run, row.flags, each, row.failure != 0 ? row.failure : each, row.canCancel);
+            SCOPED_TRACE(testing::Message() << what << " with " << each);
+            code = flags == 0 ? each : 0;
+            expectPatience(run, flags, each, what == "log" ? ERROR_CAN_NOT_COMPLETE : each, canCancel);
         }
-}
-
-TEST_F(RealWindows, NobodyWaitsForAFolderThatHoldsSomething)
-{
+    prepare();
     writeBytes(at(L"tree\\there"), secret);
     EXPECT_EQ(deleteItem(true), ERROR_DIR_NOT_EMPTY);
-    EXPECT_EQ(waited, 0U);
+    EXPECT_EQ(waited, 0U) << "nobody waits for a folder that holds something";
 }
 
 TEST_F(RealWindows, ANewTryLooksAtWhatItTriesAgain)
@@ -65,8 +61,7 @@ TEST_F(RealWindows, ANewTryLooksAtWhatItTriesAgain)
     });
     EXPECT_EQ(wipeFile(), ERROR_FILE_INVALID);
     EXPECT_EQ(readBytes(at(L"file")), (Bytes{1, 2, 3}));
-    EXPECT_EQ(readBytes(at(L"aside")), secret);
-    EXPECT_TRUE(takeBootList().empty());
+    EXPECT_TRUE(readBytes(at(L"aside")) == secret && takeBootList().empty());
 }
 
 TEST_F(RealWindows, ANewFileUnderTheNameStays)
@@ -75,25 +70,20 @@ TEST_F(RealWindows, ANewFileUnderTheNameStays)
     for (const bool folderItem : {false, true}) {
         prepare();
         const std::wstring name = at(folderItem ? L"tree" : L"file");
-        const auto refuse = [&](auto original, LPCWSTR path) {
-            if (waited != 0)
-                return original(path);
-            MoveFileW(name.c_str(), at(folderItem ? L"old folder" : L"old file").c_str());
+        const auto replace = [&](const wchar_t* suffix) {
+            MoveFileW(name.c_str(), (name + suffix).c_str());
             folderItem ? void(CreateDirectoryW(name.c_str(), nullptr)) : writeBytes(name, {1, 2, 3});
-            SetLastError(ERROR_SHARING_VIOLATION);
-            return FALSE;
         };
-        sleeps.setHook([&](auto, DWORD pause) {
-            waited += pause;
-            MoveFileW(name.c_str(), at(folderItem ? L"next folder" : L"next file").c_str());
-            folderItem ? void(CreateDirectoryW(name.c_str(), nullptr)) : writeBytes(name, {4, 5, 6});
-        });
+        const auto refuse = failing(FALSE, ERROR_SHARING_VIOLATION,
+                                    [&](LPCWSTR) { return waited == 0 && (replace(L" old"), true); });
+        sleeps.setHook([&](auto, DWORD pause) { waited += pause, replace(L" next"); });
         Deletions deletions(refuse);
         Removals removals(refuse);
         EXPECT_EQ(deleteItem(folderItem), DWORD{ERROR_FILE_INVALID});
         EXPECT_TRUE(isThere(name));
     }
     // It takes the name after the deletion, and the file system gives it the number of the old one.
+    sleeps.setHook([](auto, DWORD) {});
     prepare();
     BY_HANDLE_FILE_INFORMATION old{};
     Looks looks([&](auto original, HANDLE file, auto* information) {
@@ -109,8 +99,7 @@ TEST_F(RealWindows, ANewFileUnderTheNameStays)
     });
     EXPECT_EQ(wipeFile(), ERROR_FILE_INVALID);
     EXPECT_EQ(readBytes(at(L"file")), Bytes{7});
-    EXPECT_TRUE(takeBootList().empty());
-    EXPECT_EQ(wiper->getNeedsReboot(), 0U);
+    EXPECT_TRUE(takeBootList().empty() && wiper->getNeedsReboot() == 0U);
 }
 
 TEST_F(RealWindows, WhatWasMissingDoesNotWaitForWhoeverTakesItsName)
@@ -127,30 +116,24 @@ TEST_F(RealWindows, NothingIsCalledGoneWhoseNameIsStillThere)
 {
     // Open elsewhere, but not blocking anybody from opening or deleting it: the name stays until it is
     // closed.
-    const std::tuple<const char*, const wchar_t*, std::function<unsigned long()>> rows[] = {
-        {"wiped file", L"file", [&] { return wipeFile(); }},
-        {"wiped folder", L"tree", [&] { return wipeFolder(); }},
-        {"file item", L"file", [&] { return deleteItem(false); }},
-        {"folder item", L"tree", [&] { return deleteItem(true); }}};
+    const std::pair<const wchar_t*, std::function<unsigned long()>> rows[] = {
+        {L"file", [&] { return wipeFile(); }},
+        {L"tree", [&] { return wipeFolder(); }},
+        {L"file", [&] { return deleteItem(false); }},
+        {L"tree", [&] { return deleteItem(true); }}};
     // Nobody can open it after the deletion.
     bool isMarked = false;
-    const auto mark = [&](auto original, auto... all) {
-        isMarked = true;
-        return original(all...);
-    };
+    const auto mark = before([&](auto...) { isMarked = true; });
     Deletions deletions(mark);
     Removals removals(mark);
     Settings settings([&](auto set, HANDLE file, auto what, LPVOID data, DWORD size) -> BOOL {
         isMarked = isMarked || static_cast<int>(what) == 21;
         return static_cast<int>(what) != 21 && set(file, what, data, size);
     });
-    files.setHook([&](auto open, auto... all) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return isMarked ? INVALID_HANDLE_VALUE : open(all...);
-    });
-    for (const auto& [what, name, run] : rows)
+    files.setHook(failing(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, [&](auto...) { return isMarked; }));
+    for (const auto& [name, run] : rows)
         for (const bool forAMoment : {false, true}) {
-            SCOPED_TRACE(testing::Message() << what << forAMoment);
+            SCOPED_TRACE(testing::Message() << &name - &rows[0].first << forAMoment);
             prepare();
             isMarked = false;
             Win32Handle holder(::CreateFileW(at(name).c_str(), FILE_READ_ATTRIBUTES, 7, nullptr,
@@ -187,71 +170,57 @@ TEST_F(RealWindows, FilesOfWhichOneIsNotTheMasterAreOpenedWithLess)
     prepare();
     std::vector<DWORD> asked;
     DWORD refused = GENERIC_ALL;
-    files.setHook([&](auto open, auto... all) {
+    files.setHook(failing(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, [&](auto... all) {
         const DWORD access = std::get<1>(std::tuple(all...)), flags = std::get<5>(std::tuple(all...));
         if ((flags & 0x04200000) == 0 || access == FILE_READ_ATTRIBUTES)
-            return open(all...);
+            return false;
         asked.push_back(access);
-        SetLastError(ERROR_ACCESS_DENIED);
-        return (access & refused) != 0 ? INVALID_HANDLE_VALUE : open(all...);
-    });
+        return (access & refused) != 0;
+    }));
     FreeSpaceQueries space(isFull);
     constexpr DWORD kLess = GENERIC_READ | GENERIC_WRITE | DELETE;
-    EXPECT_EQ(wipeFile(), 0);
-    EXPECT_FALSE(isThere(at(L"file")));
-    EXPECT_EQ(asked, (std::vector<DWORD>{GENERIC_ALL, kLess}));
-    asked.clear();
-    EXPECT_EQ(wipe(kWipeFreeSpace, at(L"")), 0);
-    EXPECT_EQ(asked, (std::vector<DWORD>{GENERIC_ALL, kLess, GENERIC_ALL, kLess}));
+    EXPECT_TRUE(wipeFile() == 0 && !isThere(at(L"file")) && wipe(kWipeFreeSpace, at(L"")) == 0);
+    EXPECT_EQ(asked, (std::vector<DWORD>{GENERIC_ALL, kLess, GENERIC_ALL, kLess, GENERIC_ALL, kLess}));
     EXPECT_TRUE(takeBootList().empty());
     prepare();
     refused = GENERIC_ALL | GENERIC_WRITE;
-    EXPECT_EQ(wipeFile(), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(readBytes(at(L"file")), secret);
+    EXPECT_TRUE(wipeFile() == ERROR_ACCESS_DENIED && readBytes(at(L"file")) == secret);
 }
 
 TEST_F(RealWindows, HolesAreLeft)
 {
-    const Marked marked(FILE_ATTRIBUTE_SPARSE_FILE);
-    std::vector<std::pair<std::uint64_t, DWORD>> written;
-    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        written.emplace_back(positionOf(file), size);
-        return original(file, data, size, rest...);
-    });
+    const Attributes marked(markedBy(FILE_ATTRIBUTE_SPARSE_FILE));
+    using Parts = std::vector<std::pair<std::uint64_t, std::uint64_t>>;
+    Parts written;
+    Writes writes(before(
+        [&](HANDLE file, LPCVOID, DWORD size, auto...) { written.emplace_back(positionOf(file), size); }));
     // Two parts between three holes; none where the system does not tell.
-    const std::pair<std::uint64_t, std::uint64_t> parts[] = {{65536, 100000}, {3 * kChunk, kChunk + 5}};
+    const Parts parts{{65536, 100000}, {3 * kChunk, kChunk + 5}};
     bool tells = true;
     Controls controls(
         [&](auto, HANDLE, DWORD code, LPVOID asked, DWORD, LPVOID result, DWORD, LPDWORD size, auto) -> BOOL {
             EXPECT_EQ(code, DWORD{FSCTL_QUERY_ALLOCATED_RANGES});
-            SetLastError(ERROR_INVALID_FUNCTION);
-            if (!tells)
-                return FALSE;
-            const auto from =
-                std::uint64_t(static_cast<FILE_ALLOCATED_RANGE_BUFFER*>(asked)->FileOffset.QuadPart);
+            const auto from = static_cast<FILE_ALLOCATED_RANGE_BUFFER*>(asked)->FileOffset.QuadPart;
             auto* range = static_cast<FILE_ALLOCATED_RANGE_BUFFER*>(result);
-            *size = 0;
-            for (const auto& [begin, count] : parts) {
-                if (begin + count <= from)
-                    continue;
-                range->FileOffset.QuadPart = LONGLONG(begin), range->Length.QuadPart = LONGLONG(count);
-                *size = sizeof *range;
-                SetLastError(ERROR_MORE_DATA);
-                return &count == &parts[1].second;
-            }
-            return TRUE;
+            const auto next = std::ranges::find_if(
+                parts, [&](auto& part) { return LONGLONG(part.first + part.second) > from; });
+            const bool isPart = tells && next != parts.end();
+            if (isPart)
+                *range = {{.QuadPart = LONGLONG(next->first)}, {.QuadPart = LONGLONG(next->second)}};
+            *size = isPart ? sizeof *range : 0;
+            SetLastError(tells ? ERROR_MORE_DATA : ERROR_INVALID_FUNCTION);
+            return tells && next != parts.begin();
         });
     const std::size_t size = 5 * kChunk;
     for (const bool isTold : {true, false}) {
         tells = isTold, total = 2 * size, written.clear();
         writeBytes(at(L"file"), Bytes(size, 0xE5));
         EXPECT_EQ(wipe(kWipeFile, at(L"file"), kWipeZeros, 2), 0);
-        std::vector<std::pair<std::uint64_t, DWORD>> expected = {
-            {65536, 100000}, {3 * kChunk, kChunk}, {4 * kChunk, 5}};
+        Parts expected{{65536, 100000}, {3 * kChunk, kChunk}, {4 * kChunk, 5}};
         if (!isTold)
             for (expected.clear(); expected.size() < 5;)
                 expected.emplace_back(expected.size() * kChunk, kChunk);
-        const auto once = expected;
+        const Parts once = expected;
         expected.insert(expected.end(), once.begin(), once.end());
         EXPECT_EQ(written, expected);
         EXPECT_EQ(progress.total, isTold ? 2 * (kChunk + 100005) : 2 * size);
@@ -263,49 +232,40 @@ TEST_F(RealWindows, HolesAreLeft)
 TEST_F(RealWindows, WhatIsInTheCloudIsNotFetchedUnlessThatIsAskedFor)
 {
     for (const DWORD elsewhere : {0x00040000, 0x00400000}) {
-        const Marked marked(elsewhere);
+        const Attributes marked(markedBy(elsewhere));
         prepare();
         files.reset();
         EXPECT_EQ(wipeFile(), ERROR_FILE_OFFLINE);
         EXPECT_EQ(files.calls(), 1); // as itself
-        EXPECT_EQ(readBytes(at(L"file")), secret);
-        EXPECT_EQ(wiper->getNeedsReboot(), 0U);
-        EXPECT_EQ(wipeFile(kWipeZeros | kWipeCloudFiles), 0);
-        EXPECT_FALSE(isThere(at(L"file")));
+        EXPECT_TRUE(readBytes(at(L"file")) == secret && wiper->getNeedsReboot() == 0U);
+        EXPECT_TRUE(wipeFile(kWipeZeros | kWipeCloudFiles) == 0 && !isThere(at(L"file")));
     }
     EXPECT_TRUE(takeBootList().empty());
 }
 
 TEST_F(RealWindows, HiddenFilesAreMadeAnewAndReadOnlyOnesRefuse)
 {
-    const auto create = [this] {
-        return codeOf([this] { std::unique_ptr<IFile>(DllGetFile(at(L"file").c_str(), 0))->create(); });
-    };
+    constexpr DWORD kHidden = FILE_ATTRIBUTE_HIDDEN, kSystem = FILE_ATTRIBUTE_SYSTEM;
     bool refusesAlways = false;
-    files.setHook([&](auto open, LPCWSTR name, auto... rest) {
-        constexpr DWORD kMarks = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
-        SetLastError(ERROR_ACCESS_DENIED);
-        const bool refuses = std::get<3>(std::tuple(rest...)) == CREATE_ALWAYS &&
-                             (refusesAlways || (GetFileAttributesW(name) & kMarks) != 0);
-        return refuses ? INVALID_HANDLE_VALUE : open(name, rest...);
-    });
-    const std::tuple<DWORD, bool, unsigned long> rows[] = {
-        {FILE_ATTRIBUTE_HIDDEN, false, 0},
-        {FILE_ATTRIBUTE_SYSTEM, false, 0},
-        {FILE_ATTRIBUTE_HIDDEN, true, 5},
-        {FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY, false, 5},
-        {FILE_ATTRIBUTE_NORMAL, true, 5}};
-    for (const auto& [attributes, always, code] : rows) {
-        SetFileAttributesW(at(L"file").c_str(), FILE_ATTRIBUTE_NORMAL);
-        writeBytes(at(L"file"), secret);
-        SetFileAttributesW(at(L"file").c_str(), attributes);
-        const DWORD before = GetFileAttributesW(at(L"file").c_str());
+    files.setHook(failing(INVALID_HANDLE_VALUE, ERROR_ACCESS_DENIED, [&](LPCWSTR name, auto... rest) {
+        return std::get<3>(std::tuple(rest...)) == CREATE_ALWAYS &&
+               (refusesAlways || (GetFileAttributesW(name) & (kHidden | kSystem)) != 0);
+    }));
+    const std::wstring path = at(L"file");
+    for (const auto& [attributes, always, code] : {std::tuple(kHidden, false, 0UL),
+                                                   {kSystem, false, 0},
+                                                   {kHidden, true, 5},
+                                                   {kHidden | FILE_ATTRIBUTE_READONLY, false, 5},
+                                                   {FILE_ATTRIBUTE_NORMAL, true, 5}}) {
+        writeBytes(path, secret);
+        SetFileAttributesW(path.c_str(), attributes);
+        const DWORD before = GetFileAttributesW(path.c_str());
         refusesAlways = always;
-        EXPECT_EQ(create(), code) << attributes;
-        EXPECT_EQ(readBytes(at(L"file")).size(), code == 0 ? 0 : secret.size());
-        EXPECT_TRUE(code == 0 || GetFileAttributesW(at(L"file").c_str()) == before) << attributes;
+        EXPECT_EQ(codeOf([&] { fileAt(path)->create(); }), code) << attributes;
+        EXPECT_EQ(readBytes(path).size(), code == 0 ? 0 : secret.size());
+        EXPECT_TRUE(code == 0 || GetFileAttributesW(path.c_str()) == before) << attributes;
+        SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     }
-    SetFileAttributesW(at(L"file").c_str(), FILE_ATTRIBUTE_NORMAL);
 }
 
 TEST_F(RealWindows, OlderSystemsLoadTheirLibrariesByTheWholePath)
@@ -331,7 +291,7 @@ TEST_F(RealWindows, NoMoreIsTakenForWrittenThanWasGiven)
         return written;
     });
     EXPECT_EQ(wipeFile(), 0);
-    const std::unique_ptr<IFile> item(DllGetFile(at(L"file").c_str(), 0));
+    const FilePtr item = fileAt(at(L"file"));
     item->setData("abc", 3);
     EXPECT_EQ(codeOf([&] { item->create(); }), 0U);
     EXPECT_EQ(readBytes(at(L"file")), (Bytes{'a', 'b', 'c'}));
@@ -342,23 +302,23 @@ TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
     const HMODULE own = GetModuleHandleW(nullptr); // the console program's question is compiled in here
     CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> control(own);
     CountedImport<"CreateFileW", Opens::Original> opens(own);
-    opens.setHook([](auto open, LPCWSTR name, DWORD access, DWORD share, auto... rest) {
+    opens.setHook(before([](LPCWSTR name, DWORD, DWORD share, auto...) {
         EXPECT_TRUE(std::wcscmp(name, L"\\\\.\\C:") != 0 || share == (FILE_SHARE_READ | FILE_SHARE_WRITE));
-        return open(name, access, share, rest...);
-    });
-    const std::tuple<ULONG, DWORD, BOOL, DWORD, bool> rows[] = {{2, 8, TRUE, 0, false},
-                                                                {100, 8, TRUE, 0, true},
-                                                                {100, 8, FALSE, ERROR_MORE_DATA, true},
-                                                                {100, 0, FALSE, ERROR_ACCESS_DENIED, false}};
-    for (const auto& [bytes, size, told, code, has] : rows) {
-        control.setHook([&, names = bytes, given = size, answer = told,
-                         failure = code](auto, HANDLE, DWORD question, LPVOID, DWORD, LPVOID result, DWORD,
-                                         LPDWORD returned, auto) {
+    }));
+    ULONG names = 0;
+    DWORD given = 0, failure = 0;
+    control.setHook(
+        [&](auto, HANDLE, DWORD question, LPVOID, DWORD, LPVOID result, DWORD, LPDWORD returned, auto) {
             EXPECT_EQ(question, 0x534018U);
             *static_cast<ULONG*>(result) = names, *returned = given;
             SetLastError(failure);
-            return answer;
+            return failure == 0 ? TRUE : FALSE;
         });
+    for (const auto& [bytes, size, code, has] : {std::tuple(2U, 8U, 0L, false),
+                                                 {100, 8, 0, true},
+                                                 {100, 8, ERROR_MORE_DATA, true},
+                                                 {100, 0, ERROR_ACCESS_DENIED, false}}) {
+        names = bytes, given = size, failure = code;
         EXPECT_EQ(hasShadowCopies(L"C:\\"), has) << bytes << " " << code;
     }
     EXPECT_EQ(opens.calls(), 4);

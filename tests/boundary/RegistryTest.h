@@ -1,13 +1,10 @@
 #pragma once
 
-#include "support/Test.h"
-
-#include <sddl.h>
-#include <winternl.h>
-
 #include "core/win32/registry/api.h"
 #include "support/Faults.h"
 #include "support/Scan.h"
+
+#include <sddl.h>
 
 // The platform headers leave them out.
 extern "C" {
@@ -69,13 +66,6 @@ inline std::wstring keyName(HANDLE key)
     return {name.data() + 2, *reinterpret_cast<const ULONG*>(name.data()) / sizeof(wchar_t)};
 }
 
-/// Raises a code like an item.
-inline void require(long code)
-{
-    if (code != ERROR_SUCCESS)
-        throw Exception("test", static_cast<unsigned long>(code));
-}
-
 /// Refuses deletions outside the tests' own keys: a failing test must not destroy the prefix's registry.
 class ScratchGuard
 {
@@ -95,16 +85,14 @@ class ScratchGuard
 };
 
 /// A key for the tests, empty at the beginning and deleted at the end, and an engine to scan it.
-class Registry : public testing::Test
+struct Registry : testing::Test
 {
-protected:
     Registry()
     {
         RegDeleteTreeW(HKEY_CURRENT_USER, kRoot.c_str());
         RegCreateKeyW(HKEY_CURRENT_USER, kRoot.c_str(), &root);
-        RSEngineRegisterHandler(engine, collector, kContainerFound, 0, 0);
-        RSEngineRegisterHandler(engine, collector, kLeafFound, 0, 0);
-        RSEngineRegisterHandler(engine, collector, kListingFailed, 0, 0);
+        for (const unsigned long key : {kContainerFound, kLeafFound, kListingFailed})
+            RSEngineRegisterHandler(engine, collector, key, 0, 0);
     }
     ~Registry() override
     {
@@ -113,11 +101,12 @@ protected:
         RegDeleteTreeW(HKEY_CURRENT_USER, kRoot.c_str());
     }
 
-    void addKey(const std::wstring& name) const
+    template <class... Names>
+    void addKey(const Names&... names) const
     {
         HKEY key = nullptr;
-        ASSERT_EQ(RegCreateKeyW(root, name.c_str(), &key), ERROR_SUCCESS);
-        RegCloseKey(key);
+        for (const std::wstring& name : {std::wstring(names)...})
+            EXPECT_TRUE(RegCreateKeyW(root, name.c_str(), &key) == 0 && RegCloseKey(key) == 0);
     }
     /// Adds a value to a key below the tests' key, and creates that key if necessary.
     void addValue(const std::wstring& name, const std::string& data = "", const wchar_t* key = nullptr) const

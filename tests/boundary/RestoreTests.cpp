@@ -3,8 +3,6 @@
 #include <objbase.h>
 #include <sddl.h>
 
-#include "support/Test.h"
-
 #include "core/win32/utils/restoremanager/api.h"
 #include "support/RestoreClient.h"
 #include "support/Wmi.h"
@@ -19,19 +17,19 @@ DWORD level = 0;
 
 // Replacements of COM's functions.
 const std::map<std::string_view, void*> kReplaced{
-    {"CoInitializeEx", FakeObject::method(+[](void* reserved, DWORD kind) {
+    {"CoInitializeEx", address(+[](void* reserved, DWORD kind) {
          const HRESULT result = com.next();
          const HRESULT real = FAILED(result) ? result : ::CoInitializeEx(reserved, kind);
          com.apartments += SUCCEEDED(real) ? 1 : 0;
          return real;
      })},
-    {"CoUninitialize", FakeObject::method(+[] {
+    {"CoUninitialize", address(+[] {
          --com.apartments;
          EXPECT_EQ(com.references, 0) << "released after COM";
          ::CoUninitialize();
      })},
     {"CoInitializeSecurity",
-     FakeObject::method(+[](PSECURITY_DESCRIPTOR given, LONG, void*, void*, DWORD authentication) {
+     address(+[](PSECURITY_DESCRIPTOR given, LONG, void*, void*, DWORD authentication) {
          constexpr SECURITY_INFORMATION kAll =
              OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
          wchar_t* text = nullptr;
@@ -41,28 +39,27 @@ const std::map<std::string_view, void*> kReplaced{
          LocalFree(text);
          return com.next();
      })},
-    {"CoSetProxyBlanket", FakeObject::method(+[](void*, DWORD, DWORD, void*, DWORD, DWORD impersonation) {
+    {"CoSetProxyBlanket", address(+[](void*, DWORD, DWORD, void*, DWORD, DWORD impersonation) {
          EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
          return com.next();
      })},
-    {"SysAllocString", FakeObject::method(+[](const wchar_t* text) {
+    {"SysAllocString", address(+[](const wchar_t* text) {
          const bool failed = FAILED(com.next());
          com.code = failed ? E_OUTOFMEMORY : com.code; // how a caller must interpret null
          com.texts += failed ? 0 : 1;
          return failed ? nullptr : ::SysAllocString(text);
      })},
-    {"SysFreeString", FakeObject::method(+[](BSTR text) {
+    {"SysFreeString", address(+[](BSTR text) {
          com.texts -= text != nullptr ? 1 : 0;
          ::SysFreeString(text);
      })},
-    {"VariantClear", FakeObject::method(+[](VARIANT* value) {
+    {"VariantClear", address(+[](VARIANT* value) {
          com.texts -= value->vt == VT_BSTR ? 1 : 0;
          return ::VariantClear(value);
      })}};
 
-class RestoreTest : public testing::Test
+struct RestoreTest : testing::Test
 {
-protected:
     RestoreTest()
     {
         com = ComCalls{};
@@ -103,7 +100,7 @@ protected:
         return code * 10 + flag;
     }
     /// Creates or removes a restore point; checks the code and all arguments of the client.
-    void expectCall(const wchar_t* answers, long code, const std::wstring& record, std::int64_t removed = -9)
+    void expectCall(const wchar_t* answers, long code, const std::wstring& record, long long removed = -9)
     {
         RestoreClient::answer(answers);
         EXPECT_EQ(removed == -9 ? CreateRestorePoint(manager) : DeleteRestorePoint(manager, removed), code);
@@ -119,6 +116,10 @@ protected:
     Replaced<"RtlGetVersion", LONG(WINAPI*)(RTL_OSVERSIONINFOW*)> versions;
     void* manager = CreateRestoreManager(L"tests");
     std::wstring name = nameOf(manager);
+};
+struct RestoreWmiTest : RestoreTest
+{
+    const FakeWmi wmi;
 };
 } // namespace
 
@@ -147,43 +148,38 @@ TEST_F(RestoreTest, TakesAPointWithBothCallsAndKeepsItsNumberOnlyThen)
 
 TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
 {
-    const auto remove = [&](std::int64_t removed, long code, const wchar_t* answers, const wchar_t* record) {
+    for (const auto& [removed, code, answers, record] : {std::tuple(12LL, 0L, L"n0", L"remove 12\n"),
+                                                         {4294967295, 0, L"n0", L"remove 4294967295\n"},
+                                                         {7, 5, L"e5", L"remove 7\n"},
+                                                         {0, 13, L"s13", L"remove 0\n"},
+                                                         {4294967296 + 12, 87, L"n0", L""},
+                                                         {-1, 87, L"n0", L""}}) {
         RestoreClient::answer(L"n12 n12");
         CreateRestorePoint(manager);
         client.takeRecord();
         expectCall(answers, code, record, removed);
         EXPECT_EQ(number(), 0) << removed;
-    };
-    remove(12, 0, L"n0", L"remove 12\n");
-    remove(4294967295, 0, L"n0", L"remove 4294967295\n");
-    remove(7, 5, L"e5", L"remove 7\n");
-    remove(0, 13, L"s13", L"remove 0\n");
-    remove(4294967296 + 12, 87, L"n0", L"");
-    remove(-1, 87, L"n0", L"");
+    }
     client.isMissing = true;
     expectCall(L"", ERROR_MOD_NOT_FOUND, L"", 12);
     expectCall(L"", ERROR_MOD_NOT_FOUND, L"");
     client.isMissing = false;
     for (const char* function :
          {"CoInitializeEx", "CoUninitialize", "CoInitializeSecurity", "CoCreateInstance", "CoSetProxyBlanket",
-          "SysAllocString", "SysFreeString", "VariantClear", "SRRemoveRestorePoint"}) {
+          "SysAllocString", "SysFreeString", "VariantClear", "SRRemoveRestorePoint", "SRSetRestorePointW"}) {
         missing = function;
-        expectCall(L"", ERROR_PROC_NOT_FOUND, L"", 12);
+        expectCall(L"", ERROR_PROC_NOT_FOUND, L"", missing == "SRSetRestorePointW" ? -9 : 12);
     }
-    missing = "SRSetRestorePointW";
-    expectCall(L"", ERROR_PROC_NOT_FOUND, L"");
     EXPECT_EQ(number(), 0);
 }
 
 // The system's success with the number of an older restore point is not a success, and the number is not
 // stored.
-TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
+TEST_F(RestoreWmiTest, TellsAnOlderPointFromItsOwn)
 {
-    const FakeWmi wmi;
     const auto create = [&](DWORD minorVersion, const wchar_t* description, int withheld, long failing) {
         version = {6, minorVersion};
-        VARIANT& listed = FakeWmi::properties[L"Description"] = FakeWmi::number(0, VT_BSTR);
-        listed.bstrVal = ::SysAllocString(description);
+        FakeWmi::setText(L"Description", description);
         FakeWmi::withheld = withheld;
         com.fail(failing, kFailed);
         const long code = CreateRestorePoint(manager);
@@ -191,7 +187,6 @@ TEST_F(RestoreTest, TellsAnOlderPointFromItsOwn)
         com.failing = 0;
         DeleteRestorePoint(manager, 12);
         EXPECT_TRUE(com.isBalanced());
-        ::SysFreeString(listed.bstrVal);
         return code;
     };
     EXPECT_EQ(create(2, name.c_str(), -1, 0), 0);
@@ -230,9 +225,8 @@ TEST_F(RestoreTest, DescribesItsPointByNameAndLocalTime)
     }
 }
 
-TEST_F(RestoreTest, AsksTheRegistryOrWmiAsTheVersionWants)
+TEST_F(RestoreWmiTest, AsksTheRegistryOrWmiAsTheVersionWants)
 {
-    const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(1);
     // The version, the value's data (-1: no key, -2: no value, -3: a text), and the status.
     std::istringstream rows(
@@ -254,15 +248,13 @@ TEST_F(RestoreTest, AsksTheRegistryOrWmiAsTheVersionWants)
     EXPECT_EQ(status(), 57);
 }
 
-TEST_F(RestoreTest, TakesFromWmiWhatItSays)
+TEST_F(RestoreWmiTest, TakesFromWmiWhatItSays)
 {
-    const FakeWmi wmi;
     EXPECT_EQ(status(), 0x1002 * 10 + 7) << "the property is missing";
     EXPECT_EQ(FakeWmi::takeAsked(), L"ROOT\\Default;WQL;SELECT * FROM SystemRestoreConfig;");
     // The interval, its type, and the status.
-    std::istringstream rows("1 3 1  0 3 0  -1 19 1  1 1 137  1 11 137");
-    int type = 0;
-    for (long interval = 0, expected = 0; rows >> interval >> type >> expected;) {
+    for (const auto& [interval, type, expected] :
+         {std::tuple(1, VT_I4, 1), {0, VT_I4, 0}, {-1, VT_UI4, 1}, {1, VT_NULL, 137}, {1, VT_BOOL, 137}}) {
         FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::number(interval, static_cast<VARTYPE>(type));
         EXPECT_EQ(status(), expected) << interval << " of type " << type;
     }
@@ -284,33 +276,33 @@ TEST_F(RestoreTest, TakesFromWmiWhatItSays)
 }
 
 // Each call of each operation in turn fails: its code, and everything is given back.
-TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
+TEST_F(RestoreWmiTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
 {
-    const FakeWmi wmi;
     FakeWmi::properties[L"RPSessionInterval"] = FakeWmi::properties[L"ReturnValue"] = FakeWmi::number(0);
     version = {6, 1};
     int flag = 7, point = 0;
+    const auto create = [&] { // another one each time
+        RestoreClient::answer((L"n" + std::to_wstring(++point)).c_str());
+        return CreateRestorePoint(manager);
+    };
     const std::pair<long, std::function<long()>> operations[] = {
         {15, [&] { return EnableSystemRestore(manager, L"C:\\"); }},
         {12, [&] { return IsSystemRestoreEnabled(manager, &flag); }},
         {2, [&] { return DeleteRestorePoint(manager, 12); }},
-        {2, [&] { // another one each time
-             RestoreClient::answer((L"n" + std::to_wstring(++point)).c_str());
-             return CreateRestorePoint(manager);
-         }}};
+        {2, create}};
     DWORD handles = 0;
     for (int turn = 0; turn < 2; ++turn) {
         handles = turn == 0 ? 0 : processHandleCount();
         for (const auto& [calls, run] : operations) {
             com.fail(0, S_OK);
-            EXPECT_EQ(run(), ERROR_SUCCESS);
-            EXPECT_EQ(com.calls, calls);
-            for (long i = 0; i < 2 * calls; ++i) {
+            EXPECT_TRUE(run() == ERROR_SUCCESS && com.calls == calls);
+            for (long i = 2; i < 2 * calls + 2; ++i) {
+                SCOPED_TRACE(testing::Message() << i / 2 << " of " << calls);
                 flag = 7;
-                com.fail(i / 2 + 1, i % 2 == 0 ? kFailed : kWithoutCode);
+                com.fail(i / 2, i % 2 == 0 ? kFailed : kWithoutCode);
                 const long result = run();
-                EXPECT_EQ(result, com.code == E_OUTOFMEMORY ? 8 : i % 2 == 0 ? 0x1003 : 574) << i / 2 + 1;
-                EXPECT_TRUE(com.isBalanced() && flag == 7) << i / 2 + 1 << " of " << calls;
+                EXPECT_EQ(result, com.code == E_OUTOFMEMORY ? 8 : i % 2 == 0 ? 0x1003 : 574);
+                EXPECT_TRUE(com.isBalanced() && flag == 7);
             }
             com.fail(2, RPC_E_TOO_LATE); // the process's security, which is set already
             EXPECT_EQ(run(), ERROR_SUCCESS);
@@ -320,7 +312,7 @@ TEST_F(RestoreTest, ReportsEveryFailingCallAndGivesBackWhatItHas)
     com.fail(0, S_OK);
     for (const char* function :
          {"CreateWellKnownSid", "InitializeAcl", "AddAccessAllowedAce", "SetSecurityDescriptorOwner"}) {
-        const ImportReplacement replaced(sysmaintModule(), function, FakeObject::method(+[]() -> BOOL {
+        const ImportReplacement replaced(sysmaintModule(), function, address(+[]() -> BOOL {
                                              return SetLastError(ERROR_INVALID_SID), FALSE;
                                          }));
         EXPECT_EQ(CreateRestorePoint(manager), ERROR_INVALID_SID) << function;
@@ -336,18 +328,16 @@ TEST_F(RestoreTest, UsesTheApartmentThatTheThreadHas)
         APTTYPEQUALIFIER qualifier{};
         return std::make_pair(::CoGetApartmentType(&type, &qualifier), type);
     };
-    for (const int kind :
-         {-1, static_cast<int>(COINIT_MULTITHREADED), static_cast<int>(COINIT_APARTMENTTHREADED)})
+    for (const int kind : {-1, int{COINIT_MULTITHREADED}, int{COINIT_APARTMENTTHREADED}})
         std::thread([&] {
-            if (kind != -1)
-                ::CoInitializeEx(nullptr, static_cast<DWORD>(kind));
+            SCOPED_TRACE(kind);
+            const bool isInitialized = kind != -1 && SUCCEEDED(::CoInitializeEx(nullptr, kind));
             const auto before = apartment();
-            EXPECT_EQ(EnableSystemRestore(manager, L"C:\\"), ERROR_SUCCESS) << kind;
-            EXPECT_EQ(status(), 11687) << kind; // it has no rows
-            EXPECT_EQ(CreateRestorePoint(manager), ERROR_SUCCESS) << kind;
-            EXPECT_EQ(DeleteRestorePoint(manager, 12), ERROR_SUCCESS) << kind;
-            EXPECT_TRUE(apartment() == before && com.isBalanced()) << kind;
-            if (kind != -1)
+            EXPECT_EQ(EnableSystemRestore(manager, L"C:\\"), ERROR_SUCCESS);
+            EXPECT_EQ(status(), 11687) << "it has no rows";
+            EXPECT_TRUE(CreateRestorePoint(manager) == 0 && DeleteRestorePoint(manager, 12) == 0);
+            EXPECT_TRUE(apartment() == before && com.isBalanced());
+            if (isInitialized)
                 ::CoUninitialize();
         }).join();
 }

@@ -1,14 +1,12 @@
 // Sessions and their users: lists, tokens, folders, and programs started there.
 
-#include "support/Test.h"
+#include "boundary/ProcessTest.h"
 
 #include <knownfolders.h>
 #include <shlobj.h>
 #include <wtsapi32.h>
 
-#include "support/Child.h"
 #include "support/Faults.h"
-#include "support/ImportReplacement.h"
 
 namespace {
 const std::wstring program = besideTests(L"process_child.exe");
@@ -42,39 +40,21 @@ struct ProgramRun
     std::string output;
 };
 
-/// The tests' programs that are running.
-std::vector<unsigned long> running()
+/// Ends the only program, which was meant to live on; returns its id.
+unsigned long end()
 {
-    Given<ProcessEntry> buffer;
-    EXPECT_EQ(PMRefresh(), 0);
-    std::vector<unsigned long> ids;
-    for (const ProcessEntry& each : listOf(buffer, [](ProcessEntry**entries, size_t*count) {
-             return PMFindByName(L"process_child.exe", entries, count);
-         }))
-        ids.push_back(each.id);
-    return ids;
+    EXPECT_TRUE(areRunning(1));
+    const Listed<ProcessEntry> left(PMFindByName, L"process_child.exe");
+    EXPECT_EQ(ProcessEnd(ProcessHandle(CreateProcessW(left[0])).get(), kEndTree, 60000), 0);
+    return left[0].id;
 }
 
-bool allEnd()
+struct UserSessions : Processes
 {
-    return comesTrue([] { return running().empty(); });
-}
-
-/// Ends a program that was meant to live on.
-void end(unsigned long id)
-{
-    Given<ProcessEntry> entry;
-    ASSERT_EQ(PMRefresh() + PMFindById(id, &entry), 0);
-    EXPECT_EQ(ProcessEnd(SmartHandle<CloseProcess>(CreateProcessW(entry[0])).get(), kEndTree, 60000), 0);
-}
-
-struct UserSessions : testing::Test
-{
-    UserSessions() { EXPECT_EQ(CreateProcessManager(), 0); }
-    ~UserSessions() override
+    void TearDown() override
     {
-        EXPECT_TRUE(allEnd());
-        CloseProcessManager();
+        EXPECT_TRUE(areRunning(0));
+        Processes::TearDown();
     }
 };
 
@@ -96,8 +76,7 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
     wchar_t user[256];
     DWORD size = 256;
     GetUserNameW(user, &size);
-    Given<SessionRecord> buffer;
-    const auto list = listOf(buffer, SessionEnumerate);
+    const Listed<SessionRecord> list(SessionEnumerate);
     ASSERT_EQ(list.size(), 1U);
     EXPECT_TRUE(list[0].id == console() && list[0].isConsole == 1 && list[0].state == WTSActive);
     EXPECT_STREQ(list[0].user, user);
@@ -119,8 +98,7 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
               return TRUE;
           })},
          {"WTSFreeMemory", address(+[](void* memory) { LocalFree(memory); })}});
-    Given<SessionRecord> remote;
-    const auto both = listOf(remote, SessionEnumerate);
+    const Listed<SessionRecord> both(SessionEnumerate);
     ASSERT_EQ(both.size(), 2U);
     EXPECT_TRUE(both[0].state == WTSDisconnected && *both[0].user == 0 && *both[0].clientName == 0);
     EXPECT_EQ(std::wstring(both[1].domain) + both[1].user + both[1].clientName, L"dufar");
@@ -137,42 +115,36 @@ TEST_F(UserSessions, GiveOutTheRightTokenOrSayWhyNot)
     EXPECT_EQ(tokenOf(console(), 0), 0) << "a program of the user's has it itself";
     EXPECT_EQ(tokenOf(console() + 1, 0), 1314);
     EXPECT_EQ(asText(SessionGetKnownFolder)(console() + 1, &FOLDERID_Desktop), L"code 1314");
-    EXPECT_EQ(SessionImpersonation(console() + 1).getCode(), 1314);
-    EXPECT_FALSE(isImpersonating());
+    EXPECT_TRUE(SessionImpersonation(console() + 1).getCode() == 1314 && !isImpersonating());
 }
 
 // Which half of a split token is taken, and that a right is missing for the other one.
 TEST_F(UserSessions, GiveOutTheHalfThatIsAskedFor)
 {
-    TOKEN_ELEVATION_TYPE kind{};
-    DWORD isElevated = 0;
+    DWORD kind = 0, isElevated = 0;
     Replaced<"GetTokenInformation", decltype(&GetTokenInformation)> asking(
         [&](auto original, HANDLE asked, TOKEN_INFORMATION_CLASS what, void* target, DWORD size,
             DWORD* needed) -> BOOL {
-            if (what == TokenElevationType)
-                return *static_cast<TOKEN_ELEVATION_TYPE*>(target) = kind, TRUE;
-            if (what == TokenElevation)
-                return *static_cast<DWORD*>(target) = isElevated, TRUE;
+            if (what == TokenElevationType || what == TokenElevation)
+                return *static_cast<DWORD*>(target) = what == TokenElevation ? isElevated : kind, TRUE;
             if (what == TokenLinkedToken) // nobody may use it
                 return *static_cast<HANDLE*>(target) = nullptr, TRUE;
             return original(asked, what, target, size, needed);
         });
     Replaced<"DuplicateTokenEx", decltype(&DuplicateTokenEx)> duplicating(
-        [](auto original, HANDLE from, DWORD access, SECURITY_ATTRIBUTES* s,
-           SECURITY_IMPERSONATION_LEVEL level, TOKEN_TYPE type, HANDLE* to) -> BOOL {
-            return from != nullptr ? original(from, access, s, level, type, to) : (SetLastError(1346), FALSE);
+        [](auto original, HANDLE from, auto... rest) -> BOOL {
+            return from != nullptr ? original(from, rest...) : (SetLastError(1346), FALSE);
         });
-    for (const auto& [of, flag, wanted, code] :
-         std::initializer_list<std::tuple<TOKEN_ELEVATION_TYPE, DWORD, int, long>>{
-             {TokenElevationTypeDefault, 0, 0, 0},
-             {TokenElevationTypeDefault, 0, 1, 740},
-             {TokenElevationTypeDefault, 1, 1, 0},
-             {TokenElevationTypeLimited, 0, 0, 0},
-             {TokenElevationTypeLimited, 0, 1, 1314},
-             {TokenElevationTypeFull, 1, 1, 0},
-             {TokenElevationTypeFull, 1, 0, 1314}}) {
-        kind = of;
-        isElevated = flag;
+    constexpr DWORD kDefault = TokenElevationTypeDefault, kLimited = TokenElevationTypeLimited;
+    constexpr DWORD kFull = TokenElevationTypeFull;
+    for (const auto& [of, flag, wanted, code] : {std::tuple(kDefault, 0U, 0, 0L),
+                                                 {kDefault, 0, 1, 740},
+                                                 {kDefault, 1, 1, 0},
+                                                 {kLimited, 0, 0, 0},
+                                                 {kLimited, 0, 1, 1314},
+                                                 {kFull, 1, 1, 0},
+                                                 {kFull, 1, 0, 1314}}) {
+        kind = of, isElevated = flag;
         EXPECT_EQ(tokenOf(console(), wanted), code) << of << flag << wanted;
     }
 }
@@ -185,14 +157,10 @@ TEST_F(UserSessions, KnowTheFoldersOfTheirUser)
     EXPECT_EQ(folder(console(), &FOLDERID_LocalAppData), expected);
     CoTaskMemFree(expected);
     const GUID none{1, 2, 3, {4}};
-    EXPECT_EQ(folder(console(), &none), L"code 2");
-    EXPECT_EQ(folder(console(), nullptr), L"code 87");
+    EXPECT_TRUE(folder(console(), &none) == L"code 2" && folder(console(), nullptr) == L"code 87");
     {
         const SessionImpersonation outer(console());
-        {
-            const SessionImpersonation inner(console());
-            EXPECT_EQ(inner.getCode(), 0);
-        }
+        EXPECT_EQ(SessionImpersonation(console()).getCode(), 0);
         EXPECT_TRUE(isImpersonating()) << "still the outer one";
     }
     EXPECT_FALSE(isImpersonating());
@@ -220,12 +188,10 @@ TEST_F(UserSessions, RunProgramsWithWhatTheyAreGivenAndTakeWhatTheyWrite)
     ProgramRun orphan({L"orphan"});
     ASSERT_EQ(orphan.go(), 0);
     EXPECT_EQ(orphan.output, "done");
-    ASSERT_TRUE(comesTrue([] { return running().size() == 1; }));
-    end(running()[0]);
+    end();
     ProgramRun alone({L"sleep"}, 0);
     ASSERT_EQ(alone.go(), 0);
-    EXPECT_EQ(alone.exitCode, 259U);
-    end(alone.processId);
+    EXPECT_TRUE(alone.exitCode == 259U && end() == alone.processId);
 }
 
 TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
@@ -242,23 +208,19 @@ TEST_F(UserSessions, RefuseProgramsThatAreNotMeantAndGiveThemUpInTime)
         EXPECT_TRUE(given == code || (code == 3 && given == 2)) << given << " " << code;
         EXPECT_EQ(run.processId, 77U) << "nothing changes";
     }
-    EXPECT_EQ(ProgramRun({L"exit", nullptr}).go(), 87);
-    EXPECT_EQ(ProgramRun({L"exit"}, 16).go(), 87);
+    EXPECT_TRUE(ProgramRun({L"exit", nullptr}).go() == 87 && ProgramRun({L"exit"}, 16).go() == 87);
     for (const unsigned long options : {kRunCapture | 0UL, kRunWait | 0UL}) {
         const unsigned long ending = options | kRunEndOnTimeout;
         EXPECT_EQ(ProgramRun({L"tree", L"1", L"2"}, ending, 200).go(), 1460);
         EXPECT_EQ(ProgramRun({L"sleep"}, ending, INFINITE, cancel.get()).go(), 1223);
-        EXPECT_TRUE(allEnd()) << "and what it has started";
+        EXPECT_TRUE(areRunning(0)) << "and what it has started";
     }
-    ProgramRun staying({L"sleep"}, kRunCapture, 50);
-    EXPECT_EQ(staying.go(), 1460);
-    ASSERT_EQ(running().size(), 1U) << "without the option it runs on";
-    end(running()[0]);
+    EXPECT_EQ(ProgramRun({L"sleep"}, kRunCapture, 50).go(), 1460);
+    end(); // without the option it runs on
 }
 
 TEST_F(UserSessions, LeaveNothingBehindWhateverFails)
 {
     const auto run = [] { return ProgramRun({L"write", L"1"}).go(); };
-    failEachCall([] {}, run,
-                 [](const std::string&, long code) { EXPECT_EQ(code, static_cast<long>(kFailure)); });
+    failEachCall([] {}, run, [](auto&, long code) { EXPECT_EQ(code, static_cast<long>(kFailure)); });
 }

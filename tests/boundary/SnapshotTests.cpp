@@ -9,9 +9,8 @@ namespace {
 constexpr std::size_t kLongestLine = 32766;
 using Starts = Replaced<"CreateProcessW", decltype(&::CreateProcessW)>;
 
-class SnapshotTest : public testing::Test
+struct SnapshotTest : testing::Test
 {
-protected:
     SnapshotTest()
     {
         SetEnvironmentVariableW(L"SYSMAINT_TOOL_RECORD", record.c_str());
@@ -21,13 +20,12 @@ protected:
     }
     ~SnapshotTest() override { std::filesystem::current_path(before); }
 
-    /// The tool's command line, and the number of arguments that the tool saw; empty when it did not run.
-    std::wstring takeLine(long* arguments = nullptr) const
+    /// The tool's command line; empty when it did not run. `arguments` is the number of lines that it wrote.
+    std::wstring takeLine()
     {
         const std::wstring lines = readText(record);
         DeleteFileW(record.c_str());
-        if (arguments != nullptr)
-            *arguments = static_cast<long>(std::count(lines.begin(), lines.end(), L'\n'));
+        arguments = std::count(lines.begin(), lines.end(), L'\n');
         return lines.substr(0, lines.find(L'\n'));
     }
     long create(const wchar_t* name, const wchar_t* comment = nullptr, const wchar_t* user = nullptr,
@@ -40,10 +38,6 @@ protected:
     {
         return vrl->restoreSnapshot(mode, tool.c_str(), user, password, name, time);
     }
-    static void writeList(const std::wstring& text, bool isOdd = false)
-    {
-        writeText(L"snapshot.qmx", text, isOdd);
-    }
     bool isFound(const wchar_t* name) const { return restore(3, nullptr, nullptr, name) == 0; }
 
     std::filesystem::path before = std::filesystem::current_path();
@@ -51,30 +45,29 @@ protected:
     std::wstring tool = folder + L"\\a ü €\\vrlcmd.exe";
     std::wstring record = folder + L"\\tool-record";
     std::unique_ptr<IVRL> vrl{DllGetVRL()};
+    long long arguments = 0;
 };
 } // namespace
 
 TEST_F(SnapshotTest, TellsTheToolEveryCombinationToTheCharacter)
 {
     for (unsigned set = 0; set < 8; ++set) {
-        const auto given = [&](unsigned bit, const wchar_t* text) {
-            return (set & bit) != 0 ? text : nullptr;
+        const auto given = [&](unsigned bit, const wchar_t* text, const wchar_t* otherwise = nullptr) {
+            return (set & bit) != 0 ? text : otherwise;
         };
-        const auto expected = [&](unsigned bit, const wchar_t* text) {
-            return std::wstring((set & bit) != 0 ? text : L"");
-        };
-        EXPECT_EQ(create(L"before größe €", given(1, L"a /user x"), given(2, L"Jo Doe"), given(4, L"p w\\x")),
-                  0);
-        long arguments = 0;
-        EXPECT_EQ(takeLine(&arguments),
-                  L"vrlcmd /n /name \"before größe €\"" + expected(1, L" /comment \"a /user x\"") +
-                      expected(2, L" /user \"Jo Doe\"") + expected(4, L" /pass \"p w\\x\""));
+        EXPECT_EQ(create(L"b größe €", given(1, L"a /user x"), given(2, L"Jo Doe"), given(4, L"p w\\x")), 0);
+        EXPECT_EQ(takeLine(), std::wstring(L"vrlcmd /n /name \"b größe €\"")
+                                  .append(given(1, L" /comment \"a /user x\"", L""))
+                                  .append(given(2, L" /user \"Jo Doe\"", L""))
+                                  .append(given(4, L" /pass \"p w\\x\"", L"")));
         EXPECT_EQ(arguments, 4 + 2 * std::popcount(set));
-        const wchar_t* const begins[] = {L"vrlcmd /r /current ", L"vrlcmd /r /baseline ",
-                                         L"vrlcmd /r /time \"14:07 today\""};
+        const wchar_t* const begins[] = {L"/current ", L"/baseline ", L"/time \"14:07 today\""};
         for (std::uint32_t mode = 0; mode < 3; ++mode) {
             EXPECT_EQ(restore(mode, given(2, L"€u"), given(4, L"p\\"), L"n", L"14:07 today"), 0);
-            EXPECT_EQ(takeLine(), begins[mode] + expected(2, L" /user €u") + expected(4, L" /pass p\\"));
+            EXPECT_EQ(takeLine(), std::wstring(L"vrlcmd /r ")
+                                      .append(begins[mode])
+                                      .append(given(2, L" /user €u", L""))
+                                      .append(given(4, L" /pass p\\", L"")));
         }
     }
     EXPECT_EQ(create(L"n", L""), 0);
@@ -87,7 +80,7 @@ TEST_F(SnapshotTest, TellsTheToolEveryCombinationToTheCharacter)
 TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
 {
     const Starts starts;
-    writeList(L"n\t14:07\n");
+    writeText(L"snapshot.qmx", L"n\t14:07\n");
     std::vector<long> codes;
     const std::wstring tooLong(kLongestLine - 17, L'x'); // the shortest line has 18 more
     for (const wchar_t* bad :
@@ -102,8 +95,9 @@ TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
         codes.insert(codes.end(), {create(none), restore(2, nullptr, nullptr, L"n", none),
                                    restore(3, nullptr, nullptr, none, L"14:07"),
                                    vrl->restoreSnapshot(0, none, nullptr, nullptr, nullptr, nullptr)});
+    const std::wstring dotted = tool + L".";
     for (const wchar_t* bad :
-         {static_cast<const wchar_t*>(nullptr), L"", L"v.bat", L"C:\\a.CMD", L"x.bat. ."})
+         {static_cast<const wchar_t*>(nullptr), L"", L"v.bat", L"C:\\a.CMD", L"x.bat. .", dotted.c_str()})
         codes.push_back(vrl->createSnapshot(bad, L"n", nullptr, nullptr, nullptr));
     for (const std::uint32_t mode : {4U, 0xFFFFFFFFU})
         codes.push_back(restore(mode, nullptr, nullptr, L"n", L"14:07"));
@@ -117,19 +111,16 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
     const DWORD handles = processHandleCount();
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_RESULT", L"3"); // ignored
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", L"300");
-    Starts starts([](auto original, auto name, auto line, auto process, auto thread, BOOL inherits,
-                     DWORD flags, auto environment, auto directory, auto startup, auto started) -> BOOL {
+    Starts starts(::before([](auto, auto, auto, auto, BOOL inherits, DWORD flags, auto environment,
+                              auto directory, auto startup, auto) {
         EXPECT_TRUE(startup->cb == sizeof *startup && startup->dwFlags == 0 && !startup->lpTitle);
         EXPECT_TRUE(inherits && flags == NORMAL_PRIORITY_CLASS && !environment && !directory);
-        return original(name, line, process, thread, inherits, flags, environment, directory, startup,
-                        started);
-    });
+    }));
     EXPECT_EQ(create(L"slow"), 0);
     EXPECT_EQ(takeLine(), L"vrlcmd /n /name \"slow\"");
     SetEnvironmentVariableW(L"SYSMAINT_TOOL_DELAY", nullptr);
     {
-        Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(1, WAIT_FAILED,
-                                                                              ERROR_INVALID_HANDLE);
+        Polls waits(1, WAIT_FAILED, 6);
         EXPECT_EQ(create(L"n"), kSnapshotFailed) << "what cannot be waited for may still run";
     }
     for (const wchar_t* none : {L"none.exe", folder.c_str()})
@@ -137,15 +128,14 @@ TEST_F(SnapshotTest, StartsTheToolAndWaitsForItsEnd)
     EXPECT_EQ(processHandleCount(), handles);
     // Each allocation fails in turn.
     const HeapWatch watch(sysmaintModule());
-    bool failed = true;
-    for (long failing = 1; failed; ++failing) {
-        HeapWatch::arm(failing);
+    long number = 0;
+    do {
+        HeapWatch::arm(++number);
         const long status = create(L"a name that does not stand in a string without memory of its own");
-        failed = HeapWatch::hasFailed();
         HeapWatch::disarm();
-        EXPECT_EQ(status, failed ? kSnapshotNoMemory : 0) << failing;
-        EXPECT_TRUE(failed || failing > 1) << "takes no memory at all?";
-    }
+        EXPECT_EQ(status, HeapWatch::hasFailed() ? kSnapshotNoMemory : 0) << number;
+    } while (HeapWatch::hasFailed());
+    EXPECT_GT(number, 1) << "takes no memory at all?";
     EXPECT_EQ(HeapWatch::liveBlocks(), 0);
 }
 
@@ -159,7 +149,7 @@ TEST_F(SnapshotTest, FindsTheTimeOfANameInTheList)
         large += L"some other name\t2009-01-01 10:00\r\n";
     const auto expect = [&](const std::wstring& list, const std::wstring& time) {
         for (const bool isOdd : {false, true}) {
-            writeList(list, isOdd);
+            writeText(L"snapshot.qmx", list, isOdd);
             EXPECT_EQ(isFound(L"before größe €"), !time.empty()) << list.substr(0, 80);
             EXPECT_EQ(takeLine(), time.empty() ? L"" : L"vrlcmd /r /time \"" + time + L"\"");
         }
@@ -182,7 +172,7 @@ TEST_F(SnapshotTest, FindsTheTimeOfANameInTheList)
 TEST_F(SnapshotTest, ReadsTheListInBlocksAndNotWhileOthersHaveIt)
 {
     EXPECT_FALSE(isFound(L"n") || isThere(L"snapshot.qmx"));
-    writeList(L"n\t1\n");
+    writeText(L"snapshot.qmx", L"n\t1\n");
     EXPECT_FALSE(isFound(L"n\t1"));
     {
         Replaced<"ReadFile", decltype(&ReadFile)> reads(

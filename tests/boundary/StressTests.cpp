@@ -1,16 +1,15 @@
 #include "support/Pools.h"
-#include "support/Threads.h"
 
 namespace {
 constexpr int kThreads = 8;
-constexpr unsigned kNames = 3;        // few, so that the threads collide
-constexpr ULONGLONG kHangs = 60000;   // milliseconds without a step
-std::atomic<unsigned> liveObjects{0}; // what the running work uses
+constexpr const wchar_t* kNames[] = {L"stress 0", L"stress 1",
+                                     L"stress 2"}; // few, so that the threads collide
+constexpr ULONGLONG kHangs = 60000;                // milliseconds without a step
+std::atomic<unsigned> liveObjects{0};              // what the running work uses
 
 const wchar_t* nameOf(unsigned number)
 {
-    static constexpr const wchar_t* kPools[kNames] = {L"stress 0", L"stress 1", L"stress 2"};
-    return kPools[number % kNames];
+    return kNames[number % std::size(kNames)];
 }
 
 long busy(IThreadContext& context, void* cancelEvent)
@@ -25,15 +24,13 @@ long busy(IThreadContext& context, void* cancelEvent)
         THPIsRunning(pool.get(), 1UL, running);
     }
     --liveObjects;
-    if (context.getID() % 7 == 0)
-        throw static_cast<long>(1117);
-    return ERROR_SUCCESS;
+    return context.getID() % 7 == 0 ? throw 1117L : ERROR_SUCCESS;
 }
 
 void receive(const MessageW& message, std::uint32_t /*value*/)
 {
     if (message.getId() % 11 == 0)
-        throw static_cast<long>(1117);
+        throw 1117L;
     if (message.getId() % 17 == 0)
         post(CreateMessageTopic(nameOf(message.getId())), 1);
     std::free(std::malloc(message.getId()));
@@ -41,90 +38,73 @@ void receive(const MessageW& message, std::uint32_t /*value*/)
 
 /// One thread's random calls. Any of them may be refused because another thread closes, suspends or removes
 /// something; none may hang, and nothing may be lost.
-class Caller
+struct Caller
 {
-public:
-    explicit Caller(unsigned seed) : m_random(seed) {}
-
+    explicit Caller(unsigned seed) : random(seed) {}
     void run(ULONGLONG until)
     {
         while (GetTickCount64() < until)
-            (m_random() % 3 == 0 ? messages() : pools());
+            (random() % 3 == 0 ? messages() : pools());
         since = ~ULONGLONG{} - kHangs;
     }
-    [[nodiscard]] bool hangs() const { return GetTickCount64() > since + kHangs; }
-    std::atomic<const char*> what{"begin"};
-    std::atomic<ULONGLONG> since{GetTickCount64()};
-
-private:
-    void begin(const char* text)
-    {
-        since = GetTickCount64();
-        what = text;
-    }
+    void begin(int newStep) { since = GetTickCount64(), step = newStep; }
 
     void pools()
     {
-        begin("create pool");
-        const SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool(nameOf(m_random())));
-        const unsigned long category = m_random() % 2;
-        const unsigned long work = m_random() % 30;
-        if (m_random() % 4 == 0)
+        begin(10);
+        const SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool(nameOf(random())));
+        const unsigned long category = random() % 2, work = random() % 30;
+        if (random() % 4 == 0)
             THPCreateCategory(pool.get(), category,
-                              THPCategoryOptions(m_random() % 3 + 1, m_random() % 8 == 0 ? 4 : 0, 0, 0));
-        for (unsigned left = m_random() % 12; left > 0; --left)
+                              THPCategoryOptions(random() % 3 + 1, random() % 8 == 0 ? 4 : 0, 0, 0));
+        for (unsigned left = random() % 12; left > 0; --left)
             call(pool.get(), category, work);
-        begin("close pool");
+        begin(20); // to close the pool
     }
 
     void call(void* pool, unsigned long category, unsigned long work)
     {
-        const Option option = m_random() % 2 == 0 ? Option::AtEnd : Option::AtFront;
+        const Option option = random() % 2 == 0 ? Option::AtEnd : Option::AtFront;
         void* instance = nullptr;
         const auto queue = [&] {
             THPQueueWork(pool, category, work, &busy, HashMessageW(), option, &instance);
         };
-        const std::pair<const char*, std::function<void()>> calls[] = {
-            {"suspend", [&] { THPSuspendWork(pool, category); }},
-            {"suspend work", [&] { THPSuspendWork(pool, category, work); }},
-            {"cancel", [&] { THPCancelWork(pool, category, Operation::CancelAndReturn); }},
-            {"cancel and wait", [&] { THPCancelWork(pool, category, work, Operation::CancelAndWait); }},
-            {"wait", [&] { THPWait(pool, category, 200UL, nullptr); }},
-            {"queue", queue},
-            {"queue", queue},
-            {"queue", queue},
-        };
-        const auto& [name, what] = calls[m_random() % std::size(calls)];
-        begin(name);
-        what();
-        begin("allocate, perhaps beside suspended work");
-        std::free(std::malloc(1000));
-        begin("resume");
+        const std::function<void()> calls[] = {
+            queue,
+            queue,
+            queue,
+            [&] { THPSuspendWork(pool, category); },
+            [&] { THPSuspendWork(pool, category, work); },
+            [&] { THPCancelWork(pool, category, Operation::CancelAndReturn); },
+            [&] { THPCancelWork(pool, category, work, Operation::CancelAndWait); },
+            [&] { THPWait(pool, category, 200UL, nullptr); }};
+        begin(static_cast<int>(random() % std::size(calls)));
+        calls[step]();
+        std::free(std::malloc(1000)); // perhaps beside suspended work
+        begin(step + 30);
         THPResumeWork(pool, category);
         THPResumeWork(pool, category, work);
     }
 
     void messages()
     {
-        begin("create topic");
-        const TopicHandle topic = CreateMessageTopic(nameOf(m_random()));
+        begin(40);
+        const TopicHandle topic = CreateMessageTopic(nameOf(random()));
         Handler subscriber(receive);
         TopicSubscribe(topic, subscriber);
-        begin("post");
-        for (unsigned left = m_random() % 20; left > 0; --left)
-            post(topic, m_random() % 1000);
-        begin("send");
-        send(topic, m_random() % 1000);
-        if (m_random() % 3 == 0)
+        for (unsigned left = random() % 20; left > 0; --left)
+            post(topic, random() % 1000);
+        send(topic, random() % 1000);
+        if (random() % 3 == 0)
             TopicStopConsumer(topic);
-        begin("consume all");
+        begin(50);
         TopicConsumeAll(topic, 50);
-        begin("unsubscribe");
         EXPECT_EQ(TopicUnsubscribe(topic, subscriber, INFINITE), ERROR_SUCCESS);
-        begin("close topic");
     }
 
-    std::mt19937 m_random;
+    std::mt19937 random;
+    std::atomic<int> step{0}; // which hangs
+    std::atomic<ULONGLONG> since{GetTickCount64()};
 };
 } // namespace
 
@@ -145,16 +125,14 @@ TEST(Stress, OfPoolsAndTopicsHangsNowhere)
             --left;
         }
         for (; i == kThreads && left != 0; Sleep(200)) // the watchdog
-            if (std::any_of(callers.begin(), callers.end(), [](auto& caller) { return caller.hangs(); })) {
-                for (const Caller& caller : callers)
-                    std::fprintf(stderr, "seed %u: %s since %llu\n", seed, caller.what.load(),
-                                 caller.since.load());
-                TerminateProcess(GetCurrentProcess(), 3);
-            }
+            for (const Caller& caller : callers)
+                if (GetTickCount64() > caller.since + kHangs) {
+                    std::fprintf(stderr, "seed %u: step %d hangs\n", seed, caller.step.load());
+                    TerminateProcess(GetCurrentProcess(), 3);
+                }
     });
     EXPECT_EQ(liveObjects, 0U) << "the last handles are closed, so no work runs any more";
-    for (unsigned i = 0; i < kNames; ++i) {
-        EXPECT_EQ(THPOpenThreadPool(nameOf(i)), INVALID_HANDLE_VALUE);
-        EXPECT_FALSE(OpenMessageTopic(nameOf(i)).isValid());
+    for (const wchar_t* name : kNames) {
+        EXPECT_TRUE(THPOpenThreadPool(name) == INVALID_HANDLE_VALUE && !OpenMessageTopic(name).isValid());
     }
 }

@@ -1,20 +1,40 @@
+#include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "support/KernelCalls.h"
 #include "support/Pools.h"
 
 namespace {
 const THPCategoryOptions kUnlimited;
+
+/// Records that a worker stops before its work, the only reason for workers to wait on a condition, or that
+/// the work begins.
+struct StoppedWork : Work
+{
+    StoppedWork() : Work([this] { begun.set(); }) {}
+    [[nodiscard]] bool hasBegun() const { return WaitForSingleObject(begun.get(), 0) == WAIT_OBJECT_0; }
+    [[nodiscard]] bool stops() const
+    {
+        const HANDLE either[] = {begun.get(), stopped.get()};
+        return WaitForMultipleObjects(2, either, FALSE, 60000) == WAIT_OBJECT_0 + 1;
+    }
+    TestEvent begun, stopped;
+    const DWORD own = GetCurrentThreadId();
+    Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps{
+        [this](auto original, auto... arguments) {
+            if (GetCurrentThreadId() != own)
+                stopped.set();
+            return original(arguments...);
+        }};
+};
 } // namespace
 
 TEST(ThreadPool, IsSharedByNameAndRefusesWrongArguments)
 {
     const TestPool pool;
-    const SmartHandle<THPCloseThreadpool> again(THPCreateThreadPool(L"test pool"));
-    EXPECT_EQ(again.get(), pool.handle);
+    EXPECT_EQ(SmartHandle<THPCloseThreadpool>(THPCreateThreadPool(L"test pool")).get(), pool.handle);
     int running = 0;
     EXPECT_EQ(THPCreateCategory(pool.handle, kCategory, kOneThread), ERROR_ALREADY_EXISTS);
     Work work([] {});
-    EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", work, HashMessageW(), Option(3), nullptr),
-              ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(THPQueueWork(pool.handle, L"c", L"w", work, {}, Option(3), nullptr), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(THPIsRunning(pool.handle, L"c", running), ERROR_NOT_FOUND) << "refused work makes no category";
     EXPECT_EQ(THPIsRunning(pool.handle, L"1", running), ERROR_NOT_FOUND) << "a name is not a number";
     EXPECT_EQ(THPWait(pool.handle, 77UL, 0UL, nullptr), ERROR_NOT_FOUND);
@@ -36,13 +56,10 @@ TEST(ThreadPool, GoesByTheOptionAtTheMaximum)
         EXPECT_EQ(pool.queue(9, work, Option::OnlyIfFree), ERROR_CAN_NOT_COMPLETE);
         EXPECT_EQ(pool.queue(1, work, Option::AtEnd), ERROR_SUCCESS);
         EXPECT_EQ(pool.queue(2, work, Option::AtEnd), ERROR_SUCCESS);
-        EXPECT_EQ(pool.queue(3, work, Option::AtFront), ERROR_SUCCESS);
-        EXPECT_EQ(pool.isRunning(1), 1);
-        EXPECT_EQ(pool.isRunning(9), 0);
-        EXPECT_EQ(pool.wait(1, 0), WAIT_TIMEOUT);
+        EXPECT_TRUE(pool.queue(3, work, Option::AtFront) == ERROR_SUCCESS && pool.isRunning(1) == 1);
+        EXPECT_TRUE(pool.isRunning(9) == 0 && pool.wait(1, 0) == WAIT_TIMEOUT);
         if (maximum == 0) {
-            EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS);
-            EXPECT_EQ(pool.wait(1), ERROR_CANCELLED);
+            EXPECT_TRUE(pool.cancel(1) == ERROR_SUCCESS && pool.wait(1) == ERROR_CANCELLED);
             pool.close();
             EXPECT_TRUE(order.empty());
             continue;
@@ -55,12 +72,11 @@ TEST(ThreadPool, GoesByTheOptionAtTheMaximum)
 
     std::deque<Blocker> blockers(12);
     const TestPool pool; // unknown category: no limit
-    for (Blocker& blocker : blockers) {
-        EXPECT_EQ(THPQueueWork(pool.handle, L"made on the spot", L"w", blocker, HashMessageW(),
-                               Option::OnlyIfFree, nullptr),
-                  0);
-        EXPECT_TRUE(blocker.started.wait());
-    }
+    const auto queue = [&](Blocker& blocker) {
+        return THPQueueWork(pool.handle, L"made on the spot", L"w", blocker, {}, Option::OnlyIfFree, nullptr);
+    };
+    for (Blocker& blocker : blockers)
+        EXPECT_TRUE(queue(blocker) == ERROR_SUCCESS && blocker.started.wait());
     EXPECT_EQ(THPCancelWork(pool.handle, L"MADE ON THE SPOT", L"W", Operation::CancelAndWait), ERROR_SUCCESS);
 }
 
@@ -100,8 +116,7 @@ TEST(ThreadPool, RunsEachItemOnceInOrderWithFewKernelCalls)
         blocker.goOn.set();
     ASSERT_TRUE(done.wait());
     EXPECT_LE(calls.total(), 4 * static_cast<long>(kItems) + 40);
-    EXPECT_EQ(THPWait(pool.handle, kCategory, INFINITE, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(threads.calls(), 0);
+    EXPECT_TRUE(THPWait(pool.handle, kCategory, INFINITE, nullptr) == ERROR_SUCCESS && threads.calls() == 0);
     EXPECT_EQ(runs, std::vector<int>(kItems, 1));
     EXPECT_EQ(last.size(), 4U);
 }
@@ -122,21 +137,20 @@ TEST(ThreadPool, TellsHowWorkEnded)
                                 context.getName() == nullptr && context.getID() == 8 &&
                                 context.getWorkItem().getID() == 8;
              return ready ? 0 : 1;
-         })},
-    };
+         })}};
     const TestPool pool;
+    long result = -1;
     for (unsigned long number = 0; number < std::size(rows); ++number) {
+        SCOPED_TRACE(number);
         const auto& [code, item] = rows[number];
         Work work = item;
         void* instance = nullptr;
-        long result = -1;
         ASSERT_EQ(pool.queue(number, work, Option::AtEnd, &instance), ERROR_SUCCESS);
         const long waited = code == ERROR_CANCELLED ? ERROR_CANCELLED : ERROR_SUCCESS;
-        EXPECT_EQ(pool.wait(number), waited) << number;
-        EXPECT_EQ(pool.result(number), code) << number;
+        EXPECT_TRUE(pool.wait(number) == waited && pool.result(number) == code);
         EXPECT_EQ(THPWait(pool.handle, instance, kCategory, number, 0, nullptr), waited);
         EXPECT_EQ(THPGetWorkResult(pool.handle, kCategory, number, instance, result), ERROR_SUCCESS);
-        EXPECT_EQ(result, code) << number;
+        EXPECT_EQ(result, code);
     }
 
     HashMessageW arguments;
@@ -151,7 +165,6 @@ TEST(ThreadPool, TellsHowWorkEnded)
     };
     ASSERT_EQ(THPQueueWork(pool.handle, L"c", L"Named", function, arguments, Option::AtEnd, nullptr), 0);
     EXPECT_EQ(THPWait(pool.handle, L"C", L"nAMED", 60000, nullptr), ERROR_SUCCESS);
-    long result = -1;
     EXPECT_EQ(THPGetWorkResult(pool.handle, L"C", L"nAMED", result), ERROR_SUCCESS);
     EXPECT_EQ(result, ERROR_NOT_FOUND);
 }
@@ -164,7 +177,6 @@ TEST(ThreadPool, CancelsWhatTheKeyNamesAndNothingElse)
     ASSERT_TRUE(pool.begins(1, running));
     for (void*& instance : instances)
         ASSERT_EQ(pool.queue(2, queued, Option::AtEnd, &instance), ERROR_SUCCESS);
-    ASSERT_NE(instances[0], instances[1]);
 
     // A waiter of queued work gets 1223 as it is cancelled, though the thread is still busy.
     std::thread waiter([&] {
@@ -184,14 +196,10 @@ TEST(ThreadPool, CancelsWhatTheKeyNamesAndNothingElse)
     EXPECT_EQ(running.ended, 0) << "the extra event ends the wait, not the work";
 
     EXPECT_EQ(THPCancelWork(pool.handle, kCategory, Operation::DropQueued), ERROR_SUCCESS);
-    EXPECT_EQ(pool.isRunning(2), 0);
-    EXPECT_EQ(pool.isRunning(1), 1);
-    EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS);
-    EXPECT_EQ(running.ended, 1);
-    EXPECT_EQ(queued.begun, 0);
+    EXPECT_TRUE(pool.isRunning(2) == 0 && pool.isRunning(1) == 1 && pool.cancel(1) == ERROR_SUCCESS);
+    EXPECT_TRUE(running.ended == 1 && queued.begun == 0);
     ASSERT_TRUE(pool.begins(3, third));
-    EXPECT_EQ(THPCancelWork(pool.handle), ERROR_SUCCESS);
-    EXPECT_EQ(pool.wait(3), ERROR_CANCELLED);
+    EXPECT_TRUE(THPCancelWork(pool.handle) == ERROR_SUCCESS && pool.wait(3) == ERROR_CANCELLED);
 
     // Work that cancels itself and its category and waits does not wait for itself.
     Work self([&](IThreadContext&, HANDLE) -> long {
@@ -209,10 +217,8 @@ TEST(ThreadPool, SuspendsAndResumes)
     ASSERT_EQ(pool.queue(1, blocker), ERROR_SUCCESS);
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_INVALID_STATE);
     EXPECT_EQ(pool.wait(1, 20), WAIT_TIMEOUT);
-    EXPECT_EQ(blocker.begun, 0);
-    EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS);
-    EXPECT_EQ(pool.wait(1), ERROR_SUCCESS);
-    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+    EXPECT_TRUE(blocker.begun == 0 && THPResumeWork(pool.handle, kCategory, 1UL) == ERROR_SUCCESS);
+    EXPECT_TRUE(pool.wait(1) == ERROR_SUCCESS && THPSuspendWork(pool.handle, kCategory) == ERROR_SUCCESS);
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_INVALID_STATE);
     ASSERT_EQ(pool.queue(2, blocker), ERROR_SUCCESS);
     ASSERT_EQ(pool.queue(3, blocker), ERROR_SUCCESS);
@@ -240,45 +246,19 @@ TEST(ThreadPool, SuspendsAndResumes)
     EXPECT_EQ(stays.ended, 2);
 }
 
-namespace {
-/// Records that a worker stops before its work, the only reason for workers to wait on a condition, or that
-/// the work begins.
-struct StoppedWork : Work
-{
-    StoppedWork() : Work([this] { begun.set(); }) {}
-    [[nodiscard]] bool hasBegun() const { return WaitForSingleObject(begun.get(), 0) == WAIT_OBJECT_0; }
-    [[nodiscard]] bool stops() const
-    {
-        const HANDLE either[] = {begun.get(), stopped.get()};
-        return WaitForMultipleObjects(2, either, FALSE, 60000) == WAIT_OBJECT_0 + 1;
-    }
-    TestEvent begun, stopped;
-    const DWORD own = GetCurrentThreadId();
-    Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps{
-        [this](auto original, auto... arguments) {
-            if (GetCurrentThreadId() != own)
-                stopped.set();
-            return original(arguments...);
-        }};
-};
-} // namespace
-
 // Work that was stopped before it began does not begin when it is cancelled, on an idle or a new thread.
 TEST(ThreadPool, BeginsNothingThatIsCancelledWhileItIsSuspended)
 {
-    using End = std::function<void(TestPool&, void*)>;
-    const std::pair<bool, End> rows[] = {
-        {true, [](TestPool& pool, void*) { EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS); }},
-        {true, [](TestPool& pool, void*) { EXPECT_EQ(pool.cancel(1, Operation::CancelAndReturn), 0); }},
-        {true, [](TestPool& pool, void*) { EXPECT_EQ(pool.cancel(1, Operation::DropQueued), 0); }},
-        {true,
-         [](TestPool& pool, void* instance) {
-             EXPECT_EQ(THPCancelWork(pool.handle, 1UL, 1UL, instance, Operation::CancelAndWait), 0);
-         }},
-        {true, [](TestPool& pool, void*) { EXPECT_EQ(THPCancelWork(pool.handle), ERROR_SUCCESS); }},
-        {false, [](TestPool& pool, void*) { pool.close(); }},
-    };
-    for (const auto& [open, end] : rows) {
+    using End = long (*)(TestPool&, void*);
+    constexpr End kEnds[] = {[](TestPool& pool, void*) { return pool.close(), 0L; },
+                             [](TestPool& pool, void*) { return pool.cancel(1); },
+                             [](TestPool& pool, void*) { return pool.cancel(1, Operation::CancelAndReturn); },
+                             [](TestPool& pool, void*) { return pool.cancel(1, Operation::DropQueued); },
+                             [](TestPool& pool, void* one) {
+                                 return THPCancelWork(pool.handle, 1UL, 1UL, one, Operation::CancelAndWait);
+                             },
+                             [](TestPool& pool, void*) { return THPCancelWork(pool.handle); }};
+    for (const End& end : kEnds)
         for (const bool idle : {false, true}) {
             StoppedWork work;
             Blocker done, running;
@@ -290,12 +270,11 @@ TEST(ThreadPool, BeginsNothingThatIsCancelledWhileItIsSuspended)
             void* instance = nullptr;
             ASSERT_EQ(pool.queue(1, work, Option::AtEnd, &instance), ERROR_SUCCESS);
             ASSERT_TRUE(work.stops());
-            end(pool, instance);
-            EXPECT_TRUE(!open || pool.result(1) == ERROR_CANCELLED);
+            EXPECT_EQ(end(pool, instance), ERROR_SUCCESS);
+            EXPECT_TRUE(&end == kEnds || pool.result(1) == ERROR_CANCELLED);
             pool.close();
-            EXPECT_FALSE(work.hasBegun()) << &end - &rows[0].second << idle;
+            EXPECT_FALSE(work.hasBegun()) << &end - kEnds << idle;
         }
-    }
 }
 
 // Changing one item of a paused category resumes no other.
@@ -321,8 +300,7 @@ TEST(ThreadPool, StaysSuspendedWhenOneItemIsCancelledOrResumed)
             ASSERT_EQ(pool.queue(2, next), ERROR_SUCCESS);
         }
         EXPECT_TRUE(next.stops()) << cancels;
-        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
-        EXPECT_EQ(pool.wait(2), ERROR_SUCCESS);
+        EXPECT_TRUE(THPResumeWork(pool.handle, kCategory) == ERROR_SUCCESS && pool.wait(2) == ERROR_SUCCESS);
     }
     StoppedWork created;
     const TestPool pool(THPCategoryOptions(1, THPCategoryOptions::kSuspended, 0, 0));
@@ -330,8 +308,7 @@ TEST(ThreadPool, StaysSuspendedWhenOneItemIsCancelledOrResumed)
     ASSERT_EQ(pool.queue(2, created), ERROR_SUCCESS);
     EXPECT_EQ(pool.cancel(1), ERROR_SUCCESS);
     EXPECT_EQ(pool.wait(2, 50), WAIT_TIMEOUT) << "its thread was created suspended";
-    EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 2UL), ERROR_SUCCESS);
-    EXPECT_EQ(pool.wait(2), ERROR_SUCCESS);
+    EXPECT_TRUE(THPResumeWork(pool.handle, kCategory, 2UL) == ERROR_SUCCESS && pool.wait(2) == ERROR_SUCCESS);
 }
 
 // A pool and a topic are closed in the middle of their work, and a pool by its own work.
@@ -403,13 +380,10 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
     ASSERT_EQ(pool.run(1, done), ERROR_SUCCESS); // now the thread waits for work
     sets.failCall(1, FALSE, 1450);
     EXPECT_EQ(pool.queue(1, done), 1450) << "handing over";
-    EXPECT_EQ(pool.isRunning(1), 0);
-    EXPECT_EQ(done.begun, 1);
+    EXPECT_TRUE(pool.isRunning(1) == 0 && done.begun == 1);
     for (int i = 2; i < 6; ++i) {
-        EXPECT_EQ(pool.run(1, done), ERROR_SUCCESS);
-        EXPECT_EQ(done.begun, i);
-        if (i == 2)
-            resets.failCall(1, FALSE, 1450); // after waking
+        EXPECT_TRUE(pool.run(1, done) == ERROR_SUCCESS && done.begun == i);
+        resets.failCall(i == 2 ? 1 : 0, FALSE, 1450); // after waking
     }
     ASSERT_TRUE(pool.begins(2, blocker));
     waits.failCall(1, WAIT_FAILED, 1450);
@@ -422,21 +396,19 @@ TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
     EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 2UL), 1450);
     EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 2UL), ERROR_SUCCESS);
     sets.failCall(1, FALSE, 1450);
-    EXPECT_EQ(pool.cancel(2, Operation::CancelAndReturn), 1450);
-    EXPECT_EQ(blocker.ended, 0);
+    EXPECT_TRUE(pool.cancel(2, Operation::CancelAndReturn) == 1450 && blocker.ended == 0);
     resets.failCall(1, FALSE, 1450); // the event of the cancelled: it must not cancel the next
     EXPECT_EQ(pool.cancel(2), ERROR_SUCCESS);
     Work clean([](IThreadContext&, HANDLE cancel) -> long {
         return static_cast<long>(WaitForSingleObject(cancel, 0));
     });
-    EXPECT_EQ(pool.run(3, clean), ERROR_SUCCESS);
-    EXPECT_EQ(pool.result(3), WAIT_TIMEOUT);
+    EXPECT_TRUE(pool.run(3, clean) == ERROR_SUCCESS && pool.result(3) == WAIT_TIMEOUT);
 }
 
 // A close does not hang when work cannot be told to end: it retries, and finally reports it.
 TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
 {
-    for (const bool topics : {false, true}) {
+    for (const bool topics : {false, true})
         for (const bool once : {true, false}) {
             const DWORD own = GetCurrentThreadId();
             std::atomic<ULONGLONG> passed{0};
@@ -453,13 +425,9 @@ TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
             TestPool pool;
             TopicHandle topic = topicOf(handler);
             ASSERT_TRUE(topics ? post(topic) == ERROR_SUCCESS && inside.wait() : pool.begins(1, blocker));
-            sets.setHook([&, failed = false](auto original, HANDLE event) mutable {
-                if (GetCurrentThreadId() != own || (once && failed))
-                    return original(event);
-                failed = true;
-                SetLastError(1450);
-                return FALSE;
-            });
+            sets.setHook(failing(FALSE, 1450, [&, left = once ? 1 : 1000](HANDLE) mutable {
+                return GetCurrentThreadId() == own && left-- > 0;
+            }));
             if (topics && once)
                 mayEnd.set();
             SetLastError(0);
@@ -475,17 +443,13 @@ TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
             mayEnd.set();
             EXPECT_TRUE(before.isReachedAgain()) << "the thread finds out by itself";
         }
-    }
 }
 
 // The same when suspended work cannot be resumed at first.
 TEST(ThreadPoolFaults, ACloseResumesAgain)
 {
-    int refusals = 2;
-    const Replaced<"ResumeThread", decltype(&ResumeThread)> resumes([&](auto original, HANDLE thread) {
-        SetLastError(1450);
-        return refusals-- > 0 ? static_cast<DWORD>(-1) : original(thread);
-    });
+    const Replaced<"ResumeThread", decltype(&ResumeThread)> resumes(
+        failing(static_cast<DWORD>(-1), 1450, [refusals = 2](HANDLE) mutable { return refusals-- > 0; }));
     Blocker blocker;
     TestPool pool;
     ASSERT_TRUE(pool.begins(1, blocker));
@@ -500,15 +464,16 @@ TEST(ThreadPoolFaults, WhatCannotBeResumedIsSuspended)
 {
     for (const long failing : {1, 2, 4}) {
         Replaced<"ResumeThread", decltype(&ResumeThread)> resumes;
-        ReadWriteLock lock;
+        SRWLOCK lock = SRWLOCK_INIT;
         CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
         bool goesOn = false;
         const TestEvent begun;
         Work waiting([&] {
-            const WriteLocker locker(lock);
+            AcquireSRWLockExclusive(&lock);
             begun.set();
             while (!goesOn)
-                lock.waitWrite(changed, INFINITE);
+                SleepConditionVariableSRW(&changed, &lock, INFINITE, 0);
+            ReleaseSRWLockExclusive(&lock);
         });
         const TestPool pool;
         ASSERT_EQ(pool.queue(1, waiting), ERROR_SUCCESS);
@@ -518,10 +483,9 @@ TEST(ThreadPoolFaults, WhatCannotBeResumedIsSuspended)
         EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS) << failing;
         EXPECT_EQ(resumes.calls(), failing);
         EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS) << failing;
-        {
-            const WriteLocker locker(lock);
-            goesOn = true;
-        }
+        AcquireSRWLockExclusive(&lock);
+        goesOn = true;
+        ReleaseSRWLockExclusive(&lock);
         WakeAllConditionVariable(&changed);
         EXPECT_EQ(pool.wait(1, 5000), ERROR_SUCCESS);
     }
@@ -552,16 +516,11 @@ TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
 {
     Replaced<"CreateEventW", decltype(&CreateEventW)> events;
     Replaced<"SetEvent", decltype(&SetEvent)> sets;
-    Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits;
     const Replaced<"CreateThread", decltype(&CreateThread)> threads;
     std::atomic<bool> idleFails{false};
     const DWORD testThread = GetCurrentThreadId();
-    waits.setHook([&](auto original, auto... arguments) {
-        if (GetCurrentThreadId() == testThread || !idleFails)
-            return original(arguments...);
-        SetLastError(1450);
-        return WAIT_FAILED;
-    });
+    const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
+        failing(WAIT_FAILED, 1450, [&](auto...) { return GetCurrentThreadId() != testThread && idleFails; }));
     Blocker last;
     const ProcessCounts before = ProcessCounts::now();
     TestPool pool;
@@ -581,10 +540,8 @@ TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
     ASSERT_EQ(pool.run(1, last), ERROR_SUCCESS);
     EXPECT_TRUE(withoutWorker.isReachedAgain());
     idleFails = false;
-    EXPECT_EQ(threads.calls(), 1);
-    EXPECT_EQ(pool.run(1, last), ERROR_SUCCESS);
-    EXPECT_EQ(threads.calls(), 2);
-    EXPECT_EQ(last.begun, 3);
+    EXPECT_TRUE(threads.calls() == 1 && pool.run(1, last) == ERROR_SUCCESS);
+    EXPECT_TRUE(threads.calls() == 2 && last.begun == 3);
     pool.close();
     EXPECT_TRUE(before.isReachedAgain());
 }

@@ -1,6 +1,5 @@
 #include "core/win32/utils/scanengine/api.h"
 #include "support/Pools.h"
-#include "support/Threads.h"
 
 namespace {
 /// Sends and posts a message of that class with and without a value.
@@ -11,26 +10,22 @@ void sendAndPost(const TopicHandle& topic, Handler& handler)
     const Type message(L"topic", 5);
     Type reply;
     int context = 0;
-    const std::pair<std::string, std::function<long()>> rows[] = {
-        {operation, [&] { return TopicSendMessage(topic, message, reply, &context); }},
-        {operation, [&] { return TopicSendMessage(topic, message, reply, 0xFFFFFFFFUL, &context); }},
-        {operation + " value", [&] { return TopicSendMessage(topic, message, reply, 9UL, &context); }},
-        {operation, [&] { return TopicPostMessage(topic, message); }},
-        {operation + " value", [&] { return TopicPostMessage(topic, message, 9UL); }},
-    };
-    for (const auto& [called, call] : rows) {
-        handler.called.clear();
+    const auto expect = [&](const std::string& called, bool isSent, long code) {
+        EXPECT_TRUE(code == ERROR_SUCCESS && TopicConsumeAll(topic, 60000) == ERROR_SUCCESS);
+        EXPECT_EQ(std::exchange(handler.called, ""), operation + called);
+        EXPECT_EQ(reply.getId(), isSent ? 6U : 0U);
+        EXPECT_EQ(handler.lastContext, isSent ? &context : nullptr);
         reply.setId(0);
-        EXPECT_EQ(call(), ERROR_SUCCESS);
-        EXPECT_EQ(TopicConsumeAll(topic, 60000), ERROR_SUCCESS);
-        EXPECT_EQ(handler.called, called);
-        EXPECT_EQ(reply.getId(), &called < &rows[3].first ? 6U : 0U);
-        EXPECT_EQ(handler.lastContext, &called < &rows[3].first ? &context : nullptr);
-    }
+    };
+    expect("", true, TopicSendMessage(topic, message, reply, &context));
+    expect("", true, TopicSendMessage(topic, message, reply, 0xFFFFFFFFUL, &context));
+    expect(" value", true, TopicSendMessage(topic, message, reply, 9UL, &context));
+    expect("", false, TopicPostMessage(topic, message));
+    expect(" value", false, TopicPostMessage(topic, message, 9UL));
 }
 } // namespace
 
-TEST(Topics, AreNamedOrNumberedAndShared)
+TEST(Topics, AreNamedOrNumberedAndCallTheOperationOfTheMessagesClass)
 {
     const wchar_t* name = nullptr;
     const TopicHandle topic = CreateMessageTopic(7UL);
@@ -38,14 +33,9 @@ TEST(Topics, AreNamedOrNumberedAndShared)
     EXPECT_EQ(topic.get(), OpenMessageTopic(7UL).get());
     EXPECT_EQ(TopicGetNameByHandle(topic, &name), ERROR_SUCCESS);
     EXPECT_STREQ(name, L"#7");
-}
-
-TEST(Topics, CallTheOperationOfTheMessagesClass)
-{
     Handler handler;
     MessageFilter passing; // passes everything that it has no operation for
-    const TopicHandle topic = topicOf(handler);
-    ASSERT_EQ(TopicSubscribe(topic, passing), ERROR_SUCCESS);
+    ASSERT_EQ(TopicSubscribe(topic, handler) + TopicSubscribe(topic, passing), ERROR_SUCCESS);
     sendAndPost<MessageW>(topic, handler);
     sendAndPost<DataMessage>(topic, handler);
     sendAndPost<ArrayMessage>(topic, handler);
@@ -69,8 +59,7 @@ TEST(Topics, CallFiltersBeforeHandlersInTheOrderOfAddresses)
         ASSERT_EQ(TopicSubscribe(topic, filters[i]), ERROR_SUCCESS);
         ASSERT_EQ(TopicSubscribe(topic, filters[i]), ERROR_SUCCESS) << "again changes nothing";
     }
-    EXPECT_EQ(send(topic, 1), ERROR_SUCCESS);
-    EXPECT_EQ(send(topic, 13), 1450);
+    EXPECT_TRUE(send(topic, 1) == ERROR_SUCCESS && send(topic, 13) == 1450);
     EXPECT_EQ(order, (std::vector<const void*>{&filters[0], &filters[1], &filters[2], &handlers[0],
                                                &handlers[1], &handlers[2], &filters[0], &filters[1]}));
     EXPECT_EQ(TopicUnsubscribe(topic, filters[1], 0), ERROR_SUCCESS);
@@ -117,6 +106,29 @@ TEST(Topics, DeliverPostsOnceInEachPostersOrder)
     EXPECT_EQ(next, std::vector<std::uint32_t>(kPosters, kPosts));
 }
 
+TEST(Topics, TakeBackWhatIsPostedWithoutMemory)
+{
+    const HeapWatch watch(sysmaintModule());
+    int refused = 0;
+    for (long from = 1; from <= 30; ++from) {
+        SCOPED_TRACE(from);
+        std::vector<std::uint32_t> delivered;
+        Handler handler(
+            [&](const MessageW& received, std::uint32_t) { delivered.push_back(received.getId()); });
+        const TopicHandle topic = topicOf(handler);
+        HeapWatch::armFrom(from);
+        const long code = TopicPostMessage(topic, MessageW(7UL, 1));
+        HeapWatch::disarm();
+        refused += code == ERROR_NOT_ENOUGH_MEMORY ? 1 : 0;
+        EXPECT_TRUE(code == ERROR_SUCCESS || code == ERROR_NOT_ENOUGH_MEMORY) << code;
+        EXPECT_EQ(TopicPostMessage(topic, MessageW(7UL, 2)), ERROR_SUCCESS);
+        EXPECT_EQ(TopicConsumeAll(topic, 60000), ERROR_SUCCESS);
+        EXPECT_EQ(delivered.size(), code == ERROR_SUCCESS ? 2U : 1U);
+        EXPECT_EQ(delivered.back(), 2U);
+    }
+    EXPECT_TRUE(refused > 5 && refused < 30) << refused;
+}
+
 TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
 {
     std::vector<std::uint32_t> order;
@@ -127,8 +139,7 @@ TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
         if (received.getId() != 1)
             return;
         inside.set();
-        EXPECT_TRUE(goOn.wait());
-        EXPECT_EQ(TopicConsumeAll(topic, INFINITE), ERROR_POSSIBLE_DEADLOCK);
+        EXPECT_TRUE(goOn.wait() && TopicConsumeAll(topic, INFINITE) == ERROR_POSSIBLE_DEADLOCK);
     });
     ASSERT_EQ(TopicSubscribe(topic, handler), ERROR_SUCCESS);
     EXPECT_EQ(TopicConsumeAll(topic, 0), ERROR_SUCCESS) << "nothing was posted yet";
@@ -156,7 +167,7 @@ TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
 TEST(Topics, AllowEverythingFromInsideADelivery)
 {
     for (const auto deliver : {send, post}) {
-        TestEvent done, closed;
+        const TestEvent done, closed;
         const ProcessCounts before = ProcessCounts::now();
         auto topic = std::make_unique<TopicHandle>(CreateMessageTopic(L"inside"));
         Handler late, other, handler;
@@ -165,8 +176,7 @@ TEST(Topics, AllowEverythingFromInsideADelivery)
                 EXPECT_EQ(TopicSubscribe(*topic, late), ERROR_SUCCESS);
                 EXPECT_EQ(TopicUnsubscribe(*topic, other, INFINITE), ERROR_SUCCESS);
                 EXPECT_EQ(TopicUnsubscribe(*topic, other, INFINITE), ERROR_NOT_FOUND);
-                EXPECT_EQ(send(*topic, 2), ERROR_SUCCESS);
-                EXPECT_EQ(post(*topic, 3), ERROR_SUCCESS);
+                EXPECT_TRUE(send(*topic, 2) == ERROR_SUCCESS && post(*topic, 3) == ERROR_SUCCESS);
                 done.set(); // from now on nobody stops the consumer
             } else if (received.getId() == 4) {
                 EXPECT_EQ(TopicUnsubscribe(*topic, handler, INFINITE), ERROR_SUCCESS);
@@ -175,8 +185,7 @@ TEST(Topics, AllowEverythingFromInsideADelivery)
                 closed.set();
             }
         };
-        ASSERT_EQ(TopicSubscribe(*topic, handler), ERROR_SUCCESS);
-        ASSERT_EQ(TopicSubscribe(*topic, other), ERROR_SUCCESS);
+        ASSERT_EQ(TopicSubscribe(*topic, handler) + TopicSubscribe(*topic, other), ERROR_SUCCESS);
         ASSERT_EQ(deliver(*topic, 1), ERROR_SUCCESS);
         ASSERT_TRUE(done.wait());
         ASSERT_EQ(post(*topic, 6), ERROR_SUCCESS);
@@ -233,8 +242,7 @@ TEST(Topics, CarryTheRequestsOfObjectTables)
         HashMessageW reply;
         EXPECT_EQ(TopicSendMessage(topic, request, reply, nullptr), ERROR_SUCCESS);
         std::uint32_t dirty = 0;
-        EXPECT_EQ(reply.getParameter(L"Dirty", dirty), ERROR_SUCCESS);
-        EXPECT_EQ(dirty, 1U);
+        EXPECT_TRUE(reply.getParameter(L"Dirty", dirty) == ERROR_SUCCESS && dirty == 1);
         DataMessage data;
         EXPECT_EQ(send(topic), ERROR_INVALID_PARAMETER);
         EXPECT_EQ(TopicSendMessage(topic, data, data, 1UL, nullptr), ERROR_INVALID_PARAMETER);

@@ -1,14 +1,15 @@
+#include "support/Faults.h"
 #include "support/Passes.h"
 #include "support/Wipe.h"
 
 namespace {
 constexpr std::uint32_t kKinds[] = {kWipeFile, kWipeDirectoryStack, kWipeFreeSpace, kWipePartition};
+using Seeks = Replaced<"SetFilePointerEx", decltype(&SetFilePointerEx)>;
 
 /// Everything that the wiper does to one kind of object, on files in a separate folder. The volume is
 /// simulated: its size and free space are answered here, and its device is a file.
-class WiperTest : public WipeTest
+struct WiperTest : WipeTest
 {
-protected:
     static constexpr std::uint64_t kSize = kChunk + 10;
 
     WiperTest()
@@ -48,8 +49,7 @@ protected:
     }
     void expectNothingElseChanged() const
     {
-        EXPECT_EQ(readBytes(at(L"neighbour")), secret);
-        EXPECT_FALSE(isThere(filler));
+        EXPECT_TRUE(readBytes(at(L"neighbour")) == secret && !isThere(filler));
         EXPECT_EQ(processHandleCount(), handles);
     }
 
@@ -67,19 +67,47 @@ protected:
     DWORD handles = 0;
     FreeSpaceQueries space;
 };
+
+/// `owner` has a stream "secret".
+struct StreamTest : WiperTest
+{
+    static void tell(LPVOID data, const wchar_t* name)
+    {
+        std::wcscpy(static_cast<WIN32_FIND_STREAM_DATA*>(data)->cStreamName, name);
+        SetLastError(ERROR_HANDLE_EOF);
+    }
+
+    std::wstring owner;
+    std::size_t written = 0;
+    const HANDLE search = &written;
+    Writes writes{before([this](HANDLE, LPCVOID, DWORD size, auto*, auto* listEnd) {
+        written += listEnd == nullptr ? size : 0;
+    })};
+    Replaced<"FindFirstStreamW", decltype(&FindFirstStreamW)> first{
+        [this](auto, LPCWSTR path, auto, LPVOID data, DWORD) {
+            tell(data, L"::$DATA");
+            return path == owner ? search : INVALID_HANDLE_VALUE;
+        }};
+    Replaced<"FindNextStreamW", decltype(&FindNextStreamW)> next{[this](auto, HANDLE, LPVOID data) -> BOOL {
+        tell(data, L":secret:$DATA");
+        return next.calls() == 1;
+    }};
+    Replaced<"FindClose", decltype(&FindClose)> close{
+        [this](auto original, HANDLE handle) { return handle == search || original(handle); }};
+    Looks identity;
+};
 } // namespace
 
 TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
 {
     std::vector<std::pair<std::uint64_t, Bytes>> writes;
-    Writes writing([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
+    Writes writing(before([&](HANDLE file, LPCVOID data, DWORD size, auto...) {
         const auto* bytes = static_cast<const unsigned char*>(data);
         writes.emplace_back(positionOf(file), Bytes(bytes, bytes + size));
-        return original(file, data, size, rest...);
-    });
+    }));
     Flushes flushes;
-    Replaced<"SetFilePointerEx", decltype(&SetFilePointerEx)> seeks;
-    Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> polls;
+    Seeks seeks;
+    Polls polls;
     const TestEvent event;
     const std::tuple<std::size_t, std::uint32_t, std::uint32_t> cases[] = {
         {0, 1, 2}, {5, 1, 0},          {5, 1, 3},          {2 * kChunk, 1, 1}, {4 * kChunk, 3, 1},
@@ -112,32 +140,20 @@ TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
     }
 }
 
-/// Fails each call of one function in turn and checks the object's state.
-template <class Import, class Run>
-void failCalls(Import&& import, typename std::decay_t<Import>::Value result, Run&& run)
-{
-    import.reset();
-    run(0, "", 0);
-    for (long call = 1, calls = import.calls(); call <= calls; ++call) {
-        import.failCall(call, result, ERROR_IO_DEVICE);
-        run(ERROR_IO_DEVICE, import.kName, call);
-        import.failCall(0, result, 0);
-    }
-}
-
 TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
 {
     for (const std::uint32_t kind : kKinds) {
-        const auto run = [&](long failure, std::string_view what, long call) {
+        const auto run = [&](const std::string& what, long call) {
             SCOPED_TRACE(testing::Message() << what << " call " << call << ", kind " << kind);
             prepare(kSize); // uses no function of the DLL, so it does not count
             const long code = wipe(kind, kWipeZeros, 2);
+            long failure = FailingCall::hasCome() ? long{kFailure} : 0;
             const bool removal =
                 what == "SetEndOfFile" || what == "DeleteFileW" || (what == "CreateFileW" && call % 2 == 0);
             // The check afterwards: an open also shows what is gone. The filler: the second way removes it.
             if ((what == "GetFileAttributesW" && code == 0) || (kind == kWipeFreeSpace && removal))
                 failure = 0;
-            EXPECT_EQ(code, what == "GetProcAddress" ? ERROR_FUNCTION_FAILED : failure);
+            EXPECT_EQ(code, failure != 0 && what == "GetProcAddress" ? ERROR_FUNCTION_FAILED : failure);
             expectNothingElseChanged();
             // A file waits for the restart when its own wipe failed. What goes before, the loading of the
             // library, is no file's failure.
@@ -151,19 +167,11 @@ TEST_F(WiperTest, EveryFailingCallIsReportedAndNothingIsLeft)
             EXPECT_FALSE(isOpen && isLeft(kind));
             EXPECT_TRUE(failure == 0 || !isOpen || progress.done == bytesOf(call - 1)) << progress.done;
         };
-        failCalls(files, INVALID_HANDLE_VALUE, run);
-        failCalls(space, FALSE, run);
-        failCalls(Writes(), FALSE, run);
-        failCalls(Flushes(), FALSE, run);
-        failCalls(Replaced<"SetFilePointerEx", decltype(&SetFilePointerEx)>(), FALSE, run);
-        failCalls(Replaced<"GetFileSizeEx", decltype(&GetFileSizeEx)>(), FALSE, run);
-        failCalls(Replaced<"SetEndOfFile", decltype(&SetEndOfFile)>(), FALSE, run);
-        failCalls(Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)>(), nullptr, run);
-        failCalls(Replaced<"GetProcAddress", decltype(&GetProcAddress)>(), nullptr, run);
-        failCalls(Replaced<"DeleteFileW", decltype(&DeleteFileW)>(), FALSE, run);
-        failCalls(Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>(), FALSE, run);
-        failCalls(Replaced<"FindFirstStreamW", decltype(&FindFirstStreamW)>(), INVALID_HANDLE_VALUE, run);
-        failCalls(Attributes(), INVALID_FILE_ATTRIBUTES, run);
+        failCallsOf({"CreateFileW", "FindFirstStreamW", "GetFileAttributesW"}, -1, run);
+        failCallsOf({"GetDiskFreeSpaceExW", "WriteFile", "FlushFileBuffers", "SetFilePointerEx",
+                     "GetFileSizeEx", "SetEndOfFile", "LoadLibraryExW", "GetProcAddress", "DeleteFileW",
+                     "RemoveDirectoryW"},
+                    0, run);
     }
 }
 
@@ -171,11 +179,10 @@ TEST_F(WiperTest, CancelledAtAnyMomentItLeavesNothingBehind)
 {
     const TestEvent event;
     long moment = 0; // even: a poll, odd: a flush
-    Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> polls([&](auto original, auto... rest) {
+    Polls polls(before([&](auto...) {
         if (2 * polls.calls() == moment)
             event.set();
-        return original(rest...);
-    });
+    }));
     Flushes flushes([&](auto, HANDLE) { // the medium does not matter here
         if (2 * flushes.calls() + 1 == moment)
             event.set();
@@ -198,8 +205,7 @@ TEST_F(WiperTest, CancelledAtAnyMomentItLeavesNothingBehind)
             EXPECT_GE(progress.done, bytesOf((flushes.calls() - (each == 1 ? 0 : 1)) / each));
             EXPECT_FALSE(flushes.calls() != 0 && isLeft(kind));
             expectNothingElseChanged();
-            EXPECT_TRUE(takeBootList().empty());
-            EXPECT_EQ(wiper->getNeedsReboot(), 0U);
+            EXPECT_TRUE(takeBootList().empty() && wiper->getNeedsReboot() == 0U);
             ResetEvent(event.get());
         }
     }
@@ -210,24 +216,20 @@ TEST_F(WiperTest, FillsAFullVolumeToTheLastPiece)
     // The volume counts bytes as free that it has no room for beyond these.
     constexpr std::uint64_t kRoom = 700000ULL / 512 * 512;
     std::uint64_t taken = 0;
-    Writes writes([&](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        SetLastError(ERROR_DISK_FULL);
-        if (taken + size > kRoom)
-            return FALSE;
-        taken += size;
-        return original(file, data, size, rest...);
-    });
+    Writes writes(failing(FALSE, ERROR_DISK_FULL, [&](HANDLE, LPCVOID, DWORD size, auto...) {
+        const bool fits = taken + size <= kRoom;
+        taken += fits ? size : 0;
+        return !fits;
+    }));
     prepare(10);
-    EXPECT_EQ(wipe(kWipeFreeSpace), 0);
-    EXPECT_EQ(taken, kRoom);
+    EXPECT_TRUE(wipe(kWipeFreeSpace) == 0 && taken == kRoom);
     expectNothingElseChanged();
     EXPECT_TRUE(takeBootList().empty());
 
     // A volume that is full only for a moment.
     writes.setHook(nullptr);
     writes.failCall(1, FALSE, ERROR_DISK_FULL);
-    EXPECT_EQ(wipe(kWipeFreeSpace), 0);
-    EXPECT_EQ(progress.done, kSize);
+    EXPECT_TRUE(wipe(kWipeFreeSpace) == 0 && progress.done == kSize);
     expectNothingElseChanged();
 }
 
@@ -236,21 +238,19 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
     prepare(10);
     // Truncated while it is open, because somebody may open it next.
     long cuts = 0;
-    Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)> cutting(
-        [&](auto original, HANDLE file, auto... rest) {
-            const BOOL cut = original(file, rest...);
-            cuts += cut && GetFileSize(file, nullptr) == 0 ? 1 : 0;
-            files.failCall(1, INVALID_HANDLE_VALUE, ERROR_IO_DEVICE);
-            return cut;
-        });
-    Replaced<"DeleteFileW", decltype(&DeleteFileW)> deleting;
+    Settings cutting([&](auto original, HANDLE file, auto... rest) {
+        const BOOL cut = original(file, rest...);
+        cuts += cut && GetFileSize(file, nullptr) == 0 ? 1 : 0;
+        files.failCall(1, INVALID_HANDLE_VALUE, ERROR_IO_DEVICE);
+        return cut;
+    });
+    Deletions deleting;
     // Only what cannot be deleted either goes on the list.
     for (const bool canBeDeleted : {true, false}) {
         if (!canBeDeleted)
             deleting.failCall(1, FALSE, ERROR_IO_DEVICE);
         EXPECT_EQ(wipe(kWipeFreeSpace), canBeDeleted ? 0 : ERROR_IO_DEVICE);
-        EXPECT_EQ(std::exchange(cuts, 0), 1);
-        EXPECT_EQ(takeBootList().empty(), canBeDeleted);
+        EXPECT_TRUE(std::exchange(cuts, 0) == 1 && takeBootList().empty() == canBeDeleted);
         EXPECT_EQ(isThere(filler), !canBeDeleted);
         files.failCall(0, nullptr, 0);
     }
@@ -273,22 +273,19 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
         EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_NETNAME_DELETED);
     }
     asking.failCall(0, FALSE, 0);
-    EXPECT_EQ(wipe(kWipeFreeSpace), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(readBytes(filler), secret);
+    EXPECT_TRUE(wipe(kWipeFreeSpace) == ERROR_ALREADY_EXISTS && readBytes(filler) == secret);
 
     // One that an earlier run left.
     SetFileAttributesW(filler.c_str(), FILE_ATTRIBUTE_HIDDEN);
-    EXPECT_EQ(wipe(kWipeFreeSpace), 0);
-    EXPECT_FALSE(isThere(filler));
+    EXPECT_TRUE(wipe(kWipeFreeSpace) == 0 && !isThere(filler));
 }
 
 TEST_F(WiperTest, DecompressesAFillerInACompressedFolderAlone)
 {
     prepare(10);
     Looks asking;
-    Replaced<"DeviceIoControl", decltype(&DeviceIoControl)> control;
-    EXPECT_EQ(wipe(kWipeFreeSpace), 0);
-    EXPECT_EQ(control.calls(), 0);
+    Controls control;
+    EXPECT_TRUE(wipe(kWipeFreeSpace) == 0 && control.calls() == 0);
     asking.setHook([](auto original, HANDLE file, auto* information) {
         const BOOL asked = original(file, information);
         information->dwFileAttributes |= FILE_ATTRIBUTE_COMPRESSED;
@@ -315,8 +312,7 @@ TEST_F(WiperTest, FreeSpaceProgressFollowsWhatOthersTakeAndFree)
     total = 3 * kChunk;
     EXPECT_EQ(wipe(kWipeFreeSpace), 0);
     const std::vector<std::uint64_t> expected = {2 * kChunk, 5 * kChunk / 2, 5 * kChunk / 2, 5 * kChunk / 2};
-    EXPECT_EQ(totals, expected);
-    EXPECT_EQ(progress.done, progress.total);
+    EXPECT_TRUE(totals == expected && progress.done == progress.total);
 }
 
 TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
@@ -327,69 +323,28 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     const std::wstring file = at(L"file"), target = at(L"target");
     ASSERT_TRUE(CreateHardLinkW(target.c_str(), file.c_str(), nullptr));
     DWORD tag = IO_REPARSE_TAG_SYMLINK;
-    Replaced<"GetFileInformationByHandleEx", decltype(&GetFileInformationByHandleEx)> tags(
-        [&](auto original, HANDLE opened, auto what, LPVOID data, DWORD size) {
-            const BOOL told = original(opened, what, data, size);
-            auto& info = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data);
-            info.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-            info.ReparseTag = tag;
-            return told;
-        });
-    EXPECT_EQ(wipe(kWipeFile, kWipeGutmann), 0);
-    EXPECT_FALSE(isThere(file));
-    EXPECT_EQ(readBytes(target), secret);
+    AskedHandle tags([&](auto original, HANDLE opened, auto what, LPVOID data, DWORD size) {
+        const BOOL told = original(opened, what, data, size);
+        auto& info = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data);
+        info.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        info.ReparseTag = tag;
+        return told;
+    });
+    EXPECT_TRUE(wipe(kWipeFile, kWipeGutmann) == 0 && !isThere(file) && readBytes(target) == secret);
 
     // A link to a folder is removed like a folder.
     CreateDirectoryW(file.c_str(), nullptr);
-    EXPECT_EQ(wipe(kWipeFile), 0);
-    EXPECT_FALSE(isThere(file));
-    EXPECT_TRUE(takeBootList().empty());
+    EXPECT_TRUE(wipe(kWipeFile) == 0 && !isThere(file) && takeBootList().empty());
 
     // What cannot be identified is not touched.
     ASSERT_TRUE(CreateHardLinkW(file.c_str(), target.c_str(), nullptr));
     tags.failCall(2, FALSE, ERROR_NOT_READY);
-    EXPECT_EQ(wipe(kWipeFile), ERROR_NOT_READY);
-    EXPECT_EQ(readBytes(file), secret);
+    EXPECT_TRUE(wipe(kWipeFile) == ERROR_NOT_READY && readBytes(file) == secret);
 
     // Other reparse points are the file itself, and its names share what is destroyed.
     tag = IO_REPARSE_TAG_DEDUP;
-    EXPECT_EQ(wipe(kWipeFile), 0);
-    EXPECT_FALSE(isThere(file));
-    EXPECT_TRUE(isThere(target) && readBytes(target).empty());
+    EXPECT_TRUE(wipe(kWipeFile) == 0 && !isThere(file) && isThere(target) && readBytes(target).empty());
 }
-
-namespace {
-/// `owner` has a stream "secret".
-class StreamTest : public WiperTest
-{
-protected:
-    static void tell(LPVOID data, const wchar_t* name)
-    {
-        std::wcscpy(static_cast<WIN32_FIND_STREAM_DATA*>(data)->cStreamName, name);
-        SetLastError(ERROR_HANDLE_EOF);
-    }
-
-    std::wstring owner;
-    std::size_t written = 0;
-    const HANDLE search = &written;
-    Writes writes{[this](auto original, HANDLE file, LPCVOID data, DWORD size, auto* put, auto* listEnd) {
-        written += listEnd == nullptr ? size : 0;
-        return original(file, data, size, put, listEnd);
-    }};
-    Replaced<"FindFirstStreamW", decltype(&FindFirstStreamW)> first{
-        [this](auto, LPCWSTR path, auto, LPVOID data, DWORD) {
-            tell(data, L"::$DATA");
-            return path == owner ? search : INVALID_HANDLE_VALUE;
-        }};
-    Replaced<"FindNextStreamW", decltype(&FindNextStreamW)> next{[this](auto, HANDLE, LPVOID data) -> BOOL {
-        tell(data, L":secret:$DATA");
-        return next.calls() == 1;
-    }};
-    Replaced<"FindClose", decltype(&FindClose)> close{
-        [this](auto original, HANDLE handle) { return handle == search || original(handle); }};
-    Looks identity;
-};
-} // namespace
 
 TEST_F(StreamTest, IsOverwrittenToo)
 {
@@ -402,8 +357,7 @@ TEST_F(StreamTest, IsOverwrittenToo)
             written = 0;
             EXPECT_EQ(wipe(kind), code);
             EXPECT_EQ(isThere(owner), code != 0);
-            EXPECT_TRUE(isThere(owner + L".stream"));
-            EXPECT_EQ(readBytes(owner + L".stream").size(), left);
+            EXPECT_TRUE(isThere(owner + L".stream") && readBytes(owner + L".stream").size() == left);
             EXPECT_EQ(written, overwritten);
             next.failCall(0, FALSE, 0);
         };
@@ -455,10 +409,8 @@ TEST_F(WiperTest, AnswersWrongAndHarmlessArguments)
         expect(1223, kind, kind == kWipePartition ? L"Q:\\" : file, 1, &stack, nullptr, event.get());
     }
     EXPECT_EQ(files.calls(), 2); // the device, whose first chunk polls
-    EXPECT_EQ(readBytes(path), secret);
-    EXPECT_EQ(readBytes(at(L"device")), secret);
-    EXPECT_EQ(stack.size(), 3U);
-    EXPECT_TRUE(takeBootList().empty());
+    EXPECT_TRUE(readBytes(path) == secret && readBytes(at(L"device")) == secret);
+    EXPECT_TRUE(stack.size() == 3U && takeBootList().empty());
     EXPECT_EQ(wiper->getNeedsReboot(), 0U);
 }
 
@@ -470,18 +422,16 @@ TEST_F(WiperTest, StacksKeepSkippedEntriesAndStopAtAFailure)
     ASSERT_EQ(stack.size(), 1U);
     EXPECT_TRUE(isThere(at(L"tree\\one")) && !isThere(at(L"tree\\two")));
     stack[0].skip = true;
-    EXPECT_EQ(wipe(kWipeDirectoryStack), 0);
-    EXPECT_TRUE(stack.empty());
+    EXPECT_TRUE(wipe(kWipeDirectoryStack) == 0 && stack.empty());
 
     // The root of a local disk stays and ends the walk.
     Replaced<"QueryDosDeviceW", decltype(&QueryDosDeviceW)> devices([](auto, LPCWSTR, LPWSTR target, DWORD) {
         std::wcscpy(target, L"\\Device\\HarddiskVolume7");
         return 24UL;
     });
-    Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)> removals;
+    Removals removals;
     stack = {{L"", L"", true, false}, {L"Q:\\", L"", true, false}};
-    EXPECT_EQ(wipe(kWipeDirectoryStack), 0);
-    EXPECT_EQ(stack.size(), 1U);
+    EXPECT_TRUE(wipe(kWipeDirectoryStack) == 0 && stack.size() == 1U);
     EXPECT_EQ(removals.calls(), 0);
     stack = {{L"Q:\\", L"", true, false}};
     devices.failCall(1, 0, ERROR_FILE_NOT_FOUND);

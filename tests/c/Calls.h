@@ -38,38 +38,6 @@ inline void expectCodes(const std::vector<Call>& calls)
     }
 }
 
-/// Whether a parameter is a handle: of a type that nobody knows.
-template <class Parameter>
-concept IsHandle = std::is_pointer_v<Parameter> && !std::is_const_v<std::remove_pointer_t<Parameter>> &&
-                   !std::is_pointer_v<std::remove_pointer_t<Parameter>> &&
-                   !std::is_function_v<std::remove_pointer_t<Parameter>> && !requires
-{
-    sizeof(std::remove_pointer_t<Parameter>);
-};
-
-/// Takes each pointer away in turn: 6 for a handle, otherwise 87. Those that may be null are given as null.
-template <class... Parameters>
-void expectNulls(const char* name, std::int32_t (*function)(Parameters...),
-                 std::type_identity_t<Parameters>... given)
-{
-    SCOPED_TRACE(name);
-    const std::tuple<Parameters...> arguments{given...};
-    const auto without = [&]<std::size_t At>(std::integral_constant<std::size_t, At>) {
-        using Parameter = std::tuple_element_t<At, std::tuple<Parameters...>>;
-        if constexpr (std::is_pointer_v<Parameter>) {
-            auto changed = arguments;
-            if (std::exchange(std::get<At>(changed), nullptr) != nullptr) {
-                EXPECT_EQ(std::apply(function, changed), IsHandle<Parameter> ? 6 : 87) << At;
-            }
-        }
-    };
-    [&]<std::size_t... At>(std::index_sequence<At...>)
-    {
-        (without(std::integral_constant<std::size_t, At>()), ...);
-    }
-    (std::index_sequence_for<Parameters...>());
-}
-
 /// A folder of its own with files, removed at the end.
 class Folder
 {

@@ -3,50 +3,63 @@
 #include "c/Calls.h"
 #include "support/FtpServers.h"
 
+namespace {
+sysmaint_ftp_account accountOf(std::uint32_t port, const wchar_t* password)
+{
+    return {sizeof(sysmaint_ftp_account), port, L"127.0.0.1", L"user", password, 60000, 0};
+}
+
+/// What a scan of a server tells.
+struct Finds
+{
+    std::int32_t scan(const sysmaint_ftp_account& account)
+    {
+        sysmaint_scan* scan = nullptr;
+        EXPECT_EQ(sysmaint_scan_create(SYSMAINT_SCAN_FTP, &scan), 0);
+        EXPECT_EQ(sysmaint_scan_add_ftp_folder(scan, &account, L"/"), 0);
+        entries.clear();
+        rootLength = (L"ftp://127.0.0.1:" + std::to_wstring(account.port)).size();
+        const std::int32_t code = sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &find, this);
+        EXPECT_EQ(sysmaint_scan_close(scan), 0);
+        return code;
+    }
+    static std::int32_t find(void* context, const sysmaint_found* found)
+    {
+        std::uint64_t size = 0;
+        std::int32_t isLink = 9;
+        auto& self = *static_cast<Finds*>(context);
+        const bool isFile = sysmaint_item_size(found->item, &size) == 0;
+        EXPECT_EQ(isFile, found->type == SYSMAINT_ITEM_FTP_FILE);
+        EXPECT_EQ(sysmaint_item_is_link(found->item, &isLink), isFile ? 0 : 120);
+        const wchar_t* const kind = isLink == 1 ? L"link " : L"file ";
+        self.entries.insert((isFile ? kind + std::to_wstring(size) : L"folder") + L" " +
+                            std::wstring(found->path).substr(self.rootLength));
+        return 0;
+    }
+
+    std::size_t rootLength = 0;
+    std::set<std::wstring> entries;
+};
+} // namespace
+
 // A real server, walked and used through the C interface alone.
 TEST(CFtp, WalksAServerAndTransfersFiles)
 {
     FtpServers servers(L"real");
     const Folder folder;
     const std::uint32_t port = servers.ports["pyftpdlib"];
-    const auto account = [&](std::uint32_t to, const wchar_t* password) {
-        return sysmaint_ftp_account{
-            sizeof(sysmaint_ftp_account), to, L"127.0.0.1", L"user", password, 60000, 0};
-    };
-    struct Finds
-    {
-        std::size_t rootLength;
-        std::set<std::wstring> entries;
-    } finds{(L"ftp://127.0.0.1:" + std::to_wstring(port)).size(), {}};
-    const auto scanOf = [&](const sysmaint_ftp_account& server) {
-        sysmaint_scan* scan = nullptr;
-        EXPECT_EQ(sysmaint_scan_create(SYSMAINT_SCAN_FTP, &scan), 0);
-        EXPECT_EQ(sysmaint_scan_add_ftp_folder(scan, &server, L"/"), 0);
-        finds.entries.clear();
-        const auto find = [](void* context, const sysmaint_found* found) {
-            std::uint64_t size = 0;
-            auto& self = *static_cast<Finds*>(context);
-            const bool isFile = sysmaint_item_size(found->item, &size) == 0;
-            EXPECT_EQ(isFile, found->type == SYSMAINT_ITEM_FTP_FILE);
-            self.entries.insert((isFile ? L"file " + std::to_wstring(size) : L"folder") + L" " +
-                                std::wstring(found->path).substr(self.rootLength));
-            return 0;
-        };
-        const std::int32_t code = sysmaint_scan_run(scan, nullptr, nullptr, nullptr, find, &finds);
-        EXPECT_EQ(sysmaint_scan_close(scan), 0);
-        return code;
-    };
-    EXPECT_EQ(scanOf(account(port, L"secret")), 0);
+    Finds finds;
+    EXPECT_EQ(finds.scan(accountOf(port, L"secret")), 0);
     EXPECT_EQ(finds.entries, servers.entries);
-    EXPECT_EQ(scanOf(account(port, L"wrong")), ERROR_LOGON_FAILURE);
-    EXPECT_EQ(scanOf(account(1, L"secret")), 10061);
+    EXPECT_EQ(finds.scan(accountOf(port, L"wrong")), ERROR_LOGON_FAILURE);
+    EXPECT_EQ(finds.scan(accountOf(1, L"secret")), 10061);
 
     sysmaint_ftp* ftp = nullptr;
     sysmaint_item* item = nullptr;
     std::int32_t exists = 7;
     const std::wstring local = folder.file(L"up", 300000);
     const std::wstring copy = folder.at(L"down");
-    const sysmaint_ftp_account real = account(port, L"secret");
+    const sysmaint_ftp_account real = accountOf(port, L"secret");
     expectCodes({
         {"create", [&] { return sysmaint_ftp_create(&real, &ftp); }, 0},
         {"connect", [&] { return sysmaint_ftp_connect(ftp, nullptr); }, 0},
@@ -63,4 +76,13 @@ TEST(CFtp, WalksAServerAndTransfersFiles)
     });
     EXPECT_EQ(exists, 0);
     EXPECT_TRUE(Folder::isThere(copy));
+}
+
+TEST(CFtp, TellsALinkFromAFile)
+{
+    FtpServers servers(L"hostile");
+    servers.mend();
+    Finds finds;
+    EXPECT_EQ(finds.scan(accountOf(servers.ports["unix"], L"secret")), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(finds.entries.count(L"link 5 /link"), 1U);
 }

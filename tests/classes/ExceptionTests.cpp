@@ -64,8 +64,7 @@ TEST(Exceptions, CopiesAreTheirOwn)
 TEST(Exceptions, HaveNoFallbackWithoutMemory)
 {
     const Exception original(kPlace, ERROR_ALREADY_EXISTS);
-    CountedImport<"HeapAlloc", decltype(&HeapAlloc)> allocations(GetModuleHandleW(nullptr));
-    allocations.failCall(1, nullptr, 0);
+    Replaced<"HeapAlloc", decltype(&HeapAlloc)> allocations(1, nullptr, 0);
     EXPECT_THROW(throw Exception(kPlace, ERROR_ALREADY_EXISTS), std::bad_alloc);
     allocations.failCall(1, nullptr, 0);
     EXPECT_THROW(throw Exception(original), std::bad_alloc);
@@ -105,17 +104,16 @@ TEST(Exceptions, UnservedMessagesFailTheirAssertion)
     DataMessage data;
     ArrayMessage array;
     HashMessageW hash;
-    const HMODULE self = GetModuleHandleW(nullptr);
     std::wstring events;
-    CountedImport<"Sleep", decltype(&Sleep)> sleeps(self);
-    sleeps.setHook([&](auto, DWORD time) { events += L"sleep " + std::to_wstring(time) + L"\n"; });
-    CountedImport<"OutputDebugStringW", decltype(&OutputDebugStringW)> debug(self);
-    debug.setHook([&](auto, const wchar_t* text) { events += text; });
-    CountedImport<"_wassert", void (*)(const wchar_t*, const wchar_t*, unsigned)> asserts(self);
-    asserts.setHook([&](auto, const wchar_t* expression, const wchar_t* file, unsigned line) {
-        EXPECT_NE(std::wstring(file).find(L"IMessageHandler.h"), std::wstring::npos);
-        events += expression + std::to_wstring(line);
-    });
+    const Replaced<"Sleep", decltype(&Sleep)> sleeps(
+        [&](auto, DWORD time) { events += L"sleep " + std::to_wstring(time) + L"\n"; });
+    const Replaced<"OutputDebugStringW", decltype(&OutputDebugStringW)> debug(
+        [&](auto, const wchar_t* text) { events += text; });
+    const Replaced<"_wassert", void (*)(const wchar_t*, const wchar_t*, unsigned)> asserts(
+        [&](auto, const wchar_t* expression, const wchar_t* file, unsigned line) {
+            EXPECT_NE(std::wstring(file).find(L"IMessageHandler.h"), std::wstring::npos);
+            events += expression + std::to_wstring(line);
+        });
     unsigned line = 51; // of the first form
     const auto check = [&](auto& message, auto... value) {
         events.clear();

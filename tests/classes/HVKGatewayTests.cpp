@@ -5,21 +5,18 @@
 #include "core/win32/utils/communication/api.h"
 #include "support/FullServer.h"
 #include "support/LookupServer.h"
+#include "support/Process.h"
+#include "support/Raised.h"
 
 namespace {
 /// A file of that content in the folder for temporary ones.
 HVKItem itemOf(const std::string& content)
 {
-    wchar_t folder[MAX_PATH];
-    GetTempPathW(MAX_PATH, folder);
-    const std::wstring path = std::wstring(folder).append(L"lookup").append(content.begin(), content.end());
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    DWORD written = 0;
-    EXPECT_TRUE(WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr));
-    CloseHandle(file);
+    const auto path = std::filesystem::temp_directory_path() / ("lookup" + content);
+    std::ofstream(path, std::ios::binary) << content;
     HVKItem item(path.c_str(), 0);
     item.computeHash(nullptr);
-    DeleteFileW(path.c_str());
+    std::filesystem::remove(path);
     return item;
 }
 
@@ -33,25 +30,12 @@ struct Posted : IMessageHandler
         EXPECT_EQ(message.getId(), 77U);
         EXPECT_EQ(message.getParameter(L"Path", path), ERROR_SUCCESS);
         EXPECT_EQ(message.getParameter(L"HVKStatus", status), ERROR_SUCCESS);
-        posted.emplace_back(path, status);
+        posted.emplace_back(std::filesystem::path(path).filename().wstring(), status);
     }
     std::vector<std::pair<std::wstring, std::uint32_t>> posted;
 };
 
-/// How a step ended: the last line of the place text and the code; zeros when it did not fail.
-template <class Step>
-std::pair<int, long> failureOf(Step&& step)
-{
-    try {
-        step();
-        return {0, 0};
-    } catch (const Exception& raised) {
-        const std::wstring text = raised.getText();
-        return {std::stoi(text.substr(text.find(L"Line: ") + 6)), static_cast<long>(raised.getCode())};
-    }
-}
-
-/// Asks for the files "abc", "" and "a"; how it ended: the last line of the place text and the code.
+/// Asks for the files "abc", "" and "a".
 struct Query
 {
     explicit Query(unsigned short port, DWORD timeout = 60000, HANDLE cancelEvent = nullptr)
@@ -60,9 +44,9 @@ struct Query
         TopicSubscribe(topic, handler);
         for (const char* content : {"abc", "", "a"})
             gateway.addItem(itemOf(content));
-        std::tie(line, code) = failureOf([&] { gateway.queryServer(cancelEvent); });
-        if (line == 329) // the step that says what is wrong
-            std::tie(line, code) = failureOf([&] { gateway.parseResponse(cancelEvent); });
+        failure = raised([&] { gateway.queryServer(cancelEvent); });
+        if (failure.second == 329) // the step that says what is wrong
+            failure = raised([&] { gateway.parseResponse(cancelEvent); });
         EXPECT_EQ(TopicConsumeAll(topic, 60000), ERROR_SUCCESS);
         TopicUnsubscribe(topic, handler, 60000);
         EXPECT_EQ(handler.posted.size() + gateway.getPaths().size(), 3U);
@@ -70,17 +54,7 @@ struct Query
     Posted handler;
     TopicHandle topic;
     HVKGateway gateway;
-    int line = 0;
-    long code = 0;
-};
-
-struct Row
-{
-    const char* name;
-    LookupServer::Answer answer;
-    int line;
-    long code;
-    std::size_t posted;
+    Raised failure;
 };
 } // namespace
 
@@ -89,7 +63,7 @@ TEST(HVKGateway, SendsTheRequestAndPostsTheAnswers)
 {
     LookupServer server(&LookupServer::statuses);
     const Query query(server.getPort());
-    EXPECT_EQ(query.code, 0);
+    EXPECT_EQ(query.failure, Raised{});
     ASSERT_EQ(server.getRequests().size(), 1U);
     std::string request = server.getRequests().front();
     ASSERT_EQ(request.size(), 69U);
@@ -101,13 +75,8 @@ TEST(HVKGateway, SendsTheRequestAndPostsTheAnswers)
         "\x86\xF7\xE4\x37\xFA\xA5\xA7\xFC\xE1\x5D\x1D\xDC\xB9\xEA\xEA\xEA\x37\x76\x67\xB8",
         69);
     EXPECT_EQ(request, expected);
-    ASSERT_EQ(query.handler.posted.size(), 3U);
-    for (const auto& [index, name, status] :
-         {std::tuple(0, L"lookupabc", 0xA9U), std::tuple(1, L"lookup", 0xDAU),
-          std::tuple(2, L"lookupa", 0x86U)}) {
-        EXPECT_TRUE(query.handler.posted[static_cast<std::size_t>(index)].first.ends_with(name));
-        EXPECT_EQ(query.handler.posted[static_cast<std::size_t>(index)].second, status);
-    }
+    const decltype(Posted::posted) posted{{L"lookupabc", 0xA9U}, {L"lookup", 0xDAU}, {L"lookupa", 0x86U}};
+    EXPECT_EQ(query.handler.posted, posted);
 }
 
 TEST(HVKGateway, AccountsForEveryFileWhateverTheServerAnswers)
@@ -119,67 +88,55 @@ TEST(HVKGateway, AccountsForEveryFileWhateverTheServerAnswers)
             return answer;
         };
     };
-    std::vector<Row> rows{
-        {"id 0", changed(0, 1), 400, ERROR_NO_MATCH, 0},
-        {"id 1", changed(1, 1), 400, ERROR_NO_MATCH, 0},
-        {"id 2", changed(2, 1), 400, ERROR_NO_MATCH, 0},
-        {"id 3", changed(3, 1), 400, ERROR_NO_MATCH, 0},
-        {"none", changed(4, -3), 406, ERROR_NO_MORE_ITEMS, 0},
-        {"fewer", changed(4, -1), 0, 0, 2},
-        {"more", changed(4, 1), 406, ERROR_INVALID_DATA, 0},
+    // What is wrong, how the query ends, and how many files have their answer.
+    std::vector<std::tuple<const char*, LookupServer::Answer, Raised, std::size_t>> rows{
+        {"none", changed(4, -3), {ERROR_NO_MORE_ITEMS, 406}, 0},
+        {"fewer", changed(4, -1), {}, 2},
+        {"more", changed(4, 1), {ERROR_INVALID_DATA, 406}, 0},
         {"trickles",
          [](const std::string& request, void* connection) {
              for (const char byte : LookupServer::statuses(request))
                  ConnectionWrite(connection, &byte, 1, 60000, nullptr);
              return std::string();
          },
-         0, 0, 3},
+         {},
+         3},
     };
+    for (const std::size_t at : {0, 1, 2, 3})
+        rows.emplace_back("id", changed(at, 1), Raised{ERROR_NO_MATCH, 400}, 0);
     for (std::size_t length = 0; length < 8; ++length)
-        rows.push_back({"cut",
-                        [=](const std::string& request, void*) {
-                            return LookupServer::statuses(request).substr(0, length);
-                        },
-                        325, ERROR_BROKEN_PIPE, 0});
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        LookupServer server(row.answer);
+        rows.emplace_back(
+            "cut",
+            [=](const std::string& request, void*) {
+                return LookupServer::statuses(request).substr(0, length);
+            },
+            Raised{ERROR_BROKEN_PIPE, 325}, 0);
+    for (const auto& [name, answer, failure, posted] : rows) {
+        SCOPED_TRACE(name);
+        LookupServer server(answer);
         const Query query(server.getPort());
-        EXPECT_EQ(std::pair(query.line, query.code), std::pair(row.line, row.code));
-        EXPECT_EQ(query.handler.posted.size(), row.posted);
+        EXPECT_EQ(query.failure, failure);
+        EXPECT_EQ(query.handler.posted.size(), posted);
     }
 }
 
 TEST(HVKGateway, EndsWithItsTimeTheCancelEventAndWithoutAServer)
 {
-    const Win32Handle cancel(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    const Win32Handle done(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const TestEvent cancel, done;
     unsigned short port = 0;
-    {
-        LookupServer mute([&](const std::string&, void*) {
-            WaitForSingleObject(done.get(), 60000);
-            return std::string();
+    for (const auto& [timeout, code] : {std::pair(200UL, WAIT_TIMEOUT), {60000UL, ERROR_CANCELLED}}) {
+        done.reset();
+        LookupServer mute([&, code = code](const std::string&, void*) {
+            if (code == ERROR_CANCELLED)
+                cancel.set();
+            return done.wait() ? "" : "late";
         });
         port = mute.getPort();
-        const Query late(port, 200);
-        EXPECT_EQ(std::pair(late.line, late.code), std::pair(325, long{WAIT_TIMEOUT}));
-        SetEvent(done.get());
+        EXPECT_EQ(Query(port, timeout, cancel.get()).failure, Raised(code, 325));
+        done.set();
     }
-    ResetEvent(done.get());
-    {
-        LookupServer cancels([&](const std::string&, void*) {
-            SetEvent(cancel.get());
-            WaitForSingleObject(done.get(), 60000);
-            return std::string();
-        });
-        const Query query(cancels.getPort(), 60000, cancel.get());
-        EXPECT_EQ(std::pair(query.line, query.code), std::pair(325, long{ERROR_CANCELLED}));
-        SetEvent(done.get());
-    }
-    const Query cancelled(port, 60000, cancel.get());
-    EXPECT_EQ(std::pair(cancelled.line, cancelled.code), std::pair(307, long{ERROR_CANCELLED}));
-    const Query gone(port);
-    EXPECT_EQ(std::pair(gone.line, gone.code), std::pair(307, 10061L));
+    EXPECT_EQ(Query(port, 60000, cancel.get()).failure, Raised(ERROR_CANCELLED, 307));
+    EXPECT_EQ(Query(port).failure, Raised(10061, 307));
 }
 
 // Nobody takes the connections of this server, and its backlog is full: a further one hangs for 15 seconds.
@@ -187,8 +144,7 @@ TEST(HVKGateway, GivesConnectingFifteenSeconds)
 {
     const FullServer server;
     const ULONGLONG begun = GetTickCount64();
-    const Query query(server.getPort());
-    EXPECT_EQ(std::pair(query.line, query.code), std::pair(307, long{WAIT_TIMEOUT}));
+    EXPECT_EQ(Query(server.getPort()).failure, Raised(WAIT_TIMEOUT, 307));
     const ULONGLONG taken = GetTickCount64() - begun;
     EXPECT_GE(taken, 14900U);
     EXPECT_LT(taken, 20000U);
@@ -200,13 +156,13 @@ TEST(HVKGateway, StopsBeforeTheNextPost)
     LookupServer server(&LookupServer::statuses);
     HVKGateway gateway(HVKServer{L"127.0.0.1", server.getPort(), 60000}, 77);
     gateway.addItem(itemOf("abc"));
-    EXPECT_EQ(failureOf([&] { gateway.queryServer(nullptr); }), std::pair(329, long{ERROR_NOT_FOUND}));
-    EXPECT_EQ(failureOf([&] { gateway.parseResponse(nullptr); }), std::pair(410, long{ERROR_NOT_FOUND}));
+    EXPECT_EQ(raised([&] { gateway.queryServer(nullptr); }), Raised(ERROR_NOT_FOUND, 329));
+    EXPECT_EQ(raised([&] { gateway.parseResponse(nullptr); }), Raised(ERROR_NOT_FOUND, 410));
     const TopicHandle topic = CreateMessageTopic(L"HVKResponses");
     const Win32Handle cancel(CreateEventW(nullptr, TRUE, TRUE, nullptr));
-    EXPECT_EQ(failureOf([&] { gateway.parseResponse(cancel.get()); }), std::pair(415, long{ERROR_CANCELLED}));
+    EXPECT_EQ(raised([&] { gateway.parseResponse(cancel.get()); }), Raised(ERROR_CANCELLED, 415));
     EXPECT_EQ(gateway.getPaths().size(), 1U);
-    EXPECT_EQ(failureOf([&] { gateway.parseResponse(nullptr); }), std::pair(0, 0L));
+    EXPECT_EQ(raised([&] { gateway.parseResponse(nullptr); }), Raised(0, 0));
     EXPECT_TRUE(gateway.getPaths().empty());
 }
 

@@ -241,7 +241,7 @@ TEST(ScanValidator, AnswersManyThreadsAtOnceAndWithoutMemory)
                                          : L",");
     const File accepted(L"C:\\folder\\N29", 0);
     const File refused((L"C:\\" + std::wstring(90, L's') + L"\\name.x").c_str(), 0);
-    CountedImport<"malloc", void*(WINAPI*)(std::size_t)> allocations(GetModuleHandleW(nullptr));
+    Replaced<"malloc", void*(WINAPI*)(std::size_t)> allocations;
     for (long failing = 1, reached = 1; failing <= reached; ++failing) {
         ScanValidator validator(filters.c_str(), L"*.keep,q*");
         allocations.failCall(failing, nullptr, ERROR_NOT_ENOUGH_MEMORY);

@@ -1,36 +1,10 @@
-#include "support/ImportReplacement.h"
-#include "support/Test.h"
+#include "support/Scan.h"
 #include "win32/communication/include/ArrayMessage.h"
 #include "win32/communication/include/DataMessage.h"
 #include "win32/communication/include/HashMessage.h"
 
 namespace {
 using Bytes = std::string;
-
-template <class T>
-Bytes dumped(const T& object)
-{
-    MemoryOutputByteStream stream;
-    EXPECT_EQ(object.dump(0, stream), ERROR_SUCCESS);
-    return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
-}
-
-/// What an operation raised: the code, and the line of its place text or 0 for a bare long.
-using Raised = std::pair<long, long>;
-
-template <class Operation>
-Raised raised(Operation&& operation)
-{
-    try {
-        operation();
-        return {};
-    } catch (const Exception& exception) {
-        const std::wstring text = exception.getText();
-        return {static_cast<long>(exception.getCode()), std::stol(text.substr(text.find(L"Line: ") + 6))};
-    } catch (long code) {
-        return {code, 0};
-    }
-}
 
 /// What loading the bytes raised. They have their own heap block, so the heap detects an over-read.
 template <class T>
@@ -53,11 +27,11 @@ struct Step
 template <class T>
 void checkEveryCut(const T& object, const std::vector<Step>& steps)
 {
-    const Bytes whole = dumped(object);
+    const Bytes whole = dumpOf(object);
     ASSERT_EQ(steps.back().end, whole.size());
     T again;
     load(again, whole);
-    EXPECT_EQ(dumped(again), whole);
+    EXPECT_EQ(dumpOf(again), whole);
     for (std::size_t length = 0; length < whole.size(); ++length) {
         const auto step =
             std::find_if(steps.begin(), steps.end(), [&](const Step& s) { return length < s.end; });
@@ -91,12 +65,12 @@ struct Samples
 
 TEST(Messages, BytesOfEveryClass)
 {
-    EXPECT_EQ(dumped(MessageW(L"T", 7)), kOnT7);
-    EXPECT_EQ(dumped(MessageA("T", 7)), (Bytes{0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 7, 0, 0, 0}));
-    EXPECT_EQ(dumped(MessageW(0x04030201U, 7U)), (Bytes{1, 0, 0, 0, 1, 2, 3, 4, 7, 0, 0, 0}));
+    EXPECT_EQ(dumpOf(MessageW(L"T", 7)), kOnT7);
+    EXPECT_EQ(dumpOf(MessageA("T", 7)), (Bytes{0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 'T', 0, 7, 0, 0, 0}));
+    EXPECT_EQ(dumpOf(MessageW(0x04030201U, 7U)), (Bytes{1, 0, 0, 0, 1, 2, 3, 4, 7, 0, 0, 0}));
 
     HashMessageW hash(L"T", 7U);
-    EXPECT_EQ(dumped(hash), kOnT7 + (Bytes{0, 0, 0, 0}));
+    EXPECT_EQ(dumpOf(hash), kOnT7 + (Bytes{0, 0, 0, 0}));
     hash.setParameter(L"b", L"x");
     hash.setParameter(L"B", std::uint32_t{5});
     const Bytes parameters = {2, 0, 0, 0,                                       //
@@ -106,23 +80,23 @@ TEST(Messages, BytesOfEveryClass)
                               4, 0, 0, 0, 0, 0, 0, 0, 'b', 0, 0, 0,             //
                               8, 0, 0, 0, 0, 0, 0, 0, 4,   0, 0, 0, 0, 0, 0, 0, //
                               4, 0, 0, 0, 0, 0, 0, 0, 'x', 0, 0, 0};
-    EXPECT_EQ(dumped(hash), kOnT7 + parameters);
+    EXPECT_EQ(dumpOf(hash), kOnT7 + parameters);
 
     DataMessage data(L"T", 7U);
-    EXPECT_EQ(dumped(data),
+    EXPECT_EQ(dumpOf(data),
               kOnT7 + (Bytes{8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
     data.setData("abc", 3);
     const Bytes abc = {8, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 'a', 'b', 'c'};
-    EXPECT_EQ(dumped(data), kOnT7 + abc);
+    EXPECT_EQ(dumpOf(data), kOnT7 + abc);
 
     ArrayMessage array(L"T", 7U);
     array.addElement(makeShared<SerializableW, ParameterW>(3U, "abc"));
     array.addElement(makeShared<SerializableW, MessageW>(L"T", 7U));
-    EXPECT_EQ(dumped(array), kOnT7 + (Bytes{2, 0, 0, 0}) + abc + kOnT7);
+    EXPECT_EQ(dumpOf(array), kOnT7 + (Bytes{2, 0, 0, 0}) + abc + kOnT7);
 
     // A missing topic is written as a text and read back as one.
     MessageW loaded;
-    load(loaded, dumped(MessageW(nullptr, 7)));
+    load(loaded, dumpOf(MessageW(nullptr, 7)));
     EXPECT_STREQ(loaded.getTopicName(), L"<dump error>");
 }
 
@@ -142,15 +116,15 @@ TEST(Messages, EveryCutFailsWithItsLine)
         EXPECT_EQ(HashMessageW(samples.hash).getParameter(name.c_str(), value), ERROR_SUCCESS);
         EXPECT_EQ(value, length);
     }
-    checkEveryCut(samples.hash, {{dumped(samples.hash).size(), 0, 0}});
-    checkEveryCut(samples.narrow, {{dumped(samples.narrow).size(), 0, 0}});
+    checkEveryCut(samples.hash, {{dumpOf(samples.hash).size(), 0, 0}});
+    checkEveryCut(samples.narrow, {{dumpOf(samples.narrow).size(), 0, 0}});
     checkEveryCut(samples.data, {{20, 141, 172}, {36, 145, 176}, {47, 153, 180}});
     checkEveryCut(samples.array, {{20, 371, 422}, {24, 375, 426}, {51, 391, 436}});
 }
 
 TEST(Messages, LyingFieldsAreRefused)
 {
-    const Bytes good = dumped(ParameterW(3, "abc"));
+    const Bytes good = dumpOf(ParameterW(3, "abc"));
     for (const char size : Bytes{2, 4, '\xFF'}) { // the size field against the blob
         Bytes bytes = good;
         bytes[8] = size;
@@ -177,7 +151,7 @@ TEST(Messages, LyingFieldsAreRefused)
 
 TEST(Messages, ParametersAreReadWholeOrNotAtAll)
 {
-    const Bytes good = dumped(ParameterW(3, "abc"));
+    const Bytes good = dumpOf(ParameterW(3, "abc"));
     for (const char size : Bytes{4, 16, 80}) { // a name's blob that is longer than its text is refused
         Bytes name(static_cast<std::size_t>(size), '\0');
         name[0] = 'b';
@@ -193,7 +167,7 @@ TEST(Messages, ParametersAreReadWholeOrNotAtAll)
     // Out of order, and one name twice: the later one counts. What was read completely stays when the rest is
     // missing.
     const auto entry = [](char name, std::uint32_t value) {
-        return Bytes{4, 0, 0, 0, 0, 0, 0, 0, name, 0, 0, 0} + dumped(ParameterW(sizeof value, &value));
+        return Bytes{4, 0, 0, 0, 0, 0, 0, 0, name, 0, 0, 0} + dumpOf(ParameterW(sizeof value, &value));
     };
     const Bytes three = kOnT7 + Bytes{3, 0, 0, 0} + entry('b', 1) + entry('a', 2) + entry('b', 3);
     for (const std::size_t missing : {0, 1}) {
@@ -239,10 +213,10 @@ TEST(Messages, ArgumentsAndEmptyPointers)
     const DataMessage copy(*original);
     DataMessage assigned;
     assigned = *original;
-    const Bytes bytes = dumped(*original);
+    const Bytes bytes = dumpOf(*original);
     delete original;
-    EXPECT_EQ(dumped(copy), bytes);
-    EXPECT_EQ(dumped(assigned), bytes);
+    EXPECT_EQ(dumpOf(copy), bytes);
+    EXPECT_EQ(dumpOf(assigned), bytes);
 }
 
 // Any wrong bytes: no crash, no over-read, and nothing allocated beyond what the stream holds.
@@ -252,13 +226,13 @@ TEST(Messages, HostileBytes)
     const Bytes lies[] = {
         {0}, {1}, {-1}, Bytes(4, '\0'), "\xFE\xFF\xFF\x7F", Bytes(4, '\xFF'), Bytes(8, '\xFF')};
     std::size_t largest = 0;
-    CountedImport<"HeapAlloc", decltype(&HeapAlloc)> allocations(GetModuleHandleW(nullptr));
-    allocations.setHook([&](auto original, HANDLE heap, DWORD flags, SIZE_T size) {
-        largest = std::max<std::size_t>(largest, size);
-        return original(heap, flags, size);
-    });
-    for (const Bytes& whole : {dumped(samples.hash), dumped(samples.data), dumped(samples.array),
-                               dumped(samples.narrow), dumped(MessageA("topic", 1))})
+    const Replaced<"HeapAlloc", decltype(&HeapAlloc)> allocations(
+        [&](auto original, HANDLE heap, DWORD flags, SIZE_T size) {
+            largest = std::max<std::size_t>(largest, size);
+            return original(heap, flags, size);
+        });
+    for (const Bytes& whole : {dumpOf(samples.hash), dumpOf(samples.data), dumpOf(samples.array),
+                               dumpOf(samples.narrow), dumpOf(MessageA("topic", 1))})
         for (std::size_t at = 0; at < whole.size(); ++at)
             for (const Bytes& lie : lies) {
                 Bytes bytes = whole;
@@ -278,13 +252,10 @@ TEST(Messages, HostileBytes)
 
 TEST(Messages, FileStreams)
 {
-    wchar_t folder[MAX_PATH];
-    wchar_t path[MAX_PATH];
-    GetTempPathW(MAX_PATH, folder);
-    GetTempFileNameW(folder, L"msg", 0, path);
-    const HANDLE file =
-        CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    const Bytes whole = dumped(MessageW(L"T", 7));
+    const std::wstring path = scratchFolder() + L"\\message";
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    const Bytes whole = dumpOf(MessageW(L"T", 7));
     FileOutputByteStream output(file);
     MessageW(L"T", 7).dump(0, output);
     MessageW(L"T", 7).dump(0, output);
@@ -293,10 +264,9 @@ TEST(Messages, FileStreams)
     EXPECT_EQ(input.getRemaining(), whole.size());
     MessageW loaded;
     EXPECT_EQ(loaded.load(0, input), ERROR_SUCCESS);
-    EXPECT_EQ(dumped(loaded), whole);
+    EXPECT_EQ(dumpOf(loaded), whole);
     EXPECT_EQ(raised([&] { loaded.load(0, input); }), (Raised{30, 258}));
     CloseHandle(file);
     FileOutputByteStream closed(INVALID_HANDLE_VALUE);
     EXPECT_EQ(raised([&] { MessageW(L"T", 7).dump(0, closed); }), (Raised{29, 299}));
-    DeleteFileW(path);
 }

@@ -32,10 +32,7 @@ using CounterPtr = SharedPtr<Counter>;
 using Table = ObjectManager<CounterPtr>;
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
-void* number(std::uintptr_t value)
-{
-    return reinterpret_cast<void*>(value);
-}
+const auto number = [](std::uintptr_t value) { return reinterpret_cast<void*>(value); };
 
 std::vector<void*> g_closed;
 int closeHandle(void* handle)
@@ -215,13 +212,13 @@ TEST(ObjectManager, FailingLock)
     Table table;
     CounterPtr object;
     {
-        CountedImport<"CreateMutexW", decltype(&CreateMutexW)> creates(GetModuleHandleW(nullptr));
-        creates.failCall(1, nullptr, ERROR_NO_SYSTEM_RESOURCES);
+        const Replaced<"CreateMutexW", decltype(&CreateMutexW)> creates(1, nullptr,
+                                                                        ERROR_NO_SYSTEM_RESOURCES);
         EXPECT_EQ(table.registerObject(L"a", makeShared<Counter>()), kInvalid);
         EXPECT_EQ(GetLastError(), ERROR_NO_SYSTEM_RESOURCES);
     }
     void* handle = table.registerObject(L"a", makeShared<Counter>());
-    CountedImport<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(GetModuleHandleW(nullptr));
+    Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits;
     const auto failNext = [&] { waits.failCall(1, WAIT_FAILED, ERROR_NOT_ENOUGH_QUOTA); };
     failNext();
     EXPECT_EQ(table.get(handle, object), ERROR_NOT_ENOUGH_QUOTA);
@@ -297,7 +294,7 @@ TEST(Ownership, PointersHandlesAndLocks)
     }
     EXPECT_EQ(g_closed, (std::vector<void*>{number(2), number(1)}));
 
-    CountedImport<"CreateMutexW", decltype(&CreateMutexW)> creates(GetModuleHandleW(nullptr));
+    const Replaced<"CreateMutexW", decltype(&CreateMutexW)> creates;
     MutexLock lock;
     EXPECT_EQ(creates.calls(), 0);
     EXPECT_THROW(lock.unlock(), long) << "not the owner";

@@ -21,15 +21,8 @@ HiveBytes bloatedHive()
 class OfflineSave : public testing::TestWithParam<bool>
 {
 protected:
-    OfflineSave() : loads(GetModuleHandleW(nullptr))
+    OfflineSave()
     {
-        loads.setHook([](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
-            if (std::wstring_view(name) != L"offreg.dll")
-                return original(name, file, flags);
-            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return GetParam() ? LoadLibraryW(L"offline_registry.dll") : nullptr;
-        });
         offline::writeFile(source.c_str(), bloatedHive());
         std::filesystem::remove(target);
     }
@@ -38,17 +31,19 @@ protected:
         std::filesystem::remove(source);
         std::filesystem::remove(target);
     }
-    [[nodiscard]] long save() const
+    [[nodiscard]] unsigned long save() const
     {
-        try {
-            offline::saveCompact(source.c_str(), target.c_str());
-            return 0;
-        } catch (const long code) {
-            return code;
-        }
+        return codeOf([&] { offline::saveCompact(source.c_str(), target.c_str()); });
     }
 
-    CountedImport<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
+    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads{
+        [](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            if (std::wstring_view(name) != L"offreg.dll")
+                return original(name, file, flags);
+            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return GetParam() ? LoadLibraryW(L"offline_registry.dll") : nullptr;
+        }};
     const std::wstring source = (std::filesystem::temp_directory_path() / L"offline \u65E5.hive").wstring();
     const std::wstring target = (std::filesystem::temp_directory_path() / L"offline new.hive").wstring();
 };
@@ -67,22 +62,19 @@ TEST_P(OfflineSave, WritesTheHiveCompactlyAndLeavesTheSource)
 
 TEST_P(OfflineSave, LeavesNothingHalfDone)
 {
-    const HMODULE self = GetModuleHandleW(nullptr);
     {
-        CountedImport<"FlushFileBuffers", decltype(&FlushFileBuffers)> flushes(self);
-        flushes.failCall(1, FALSE, ERROR_IO_DEVICE);
+        const Flushes flushes(1, FALSE, ERROR_IO_DEVICE);
         EXPECT_EQ(save(), ERROR_IO_DEVICE);
         EXPECT_FALSE(isThere(target));
     }
     if (!GetParam()) {
-        CountedImport<"WriteFile", decltype(&WriteFile)> writes(self);
-        writes.failCall(1, FALSE, ERROR_DISK_FULL);
+        const Writes writes(1, FALSE, ERROR_DISK_FULL);
         EXPECT_EQ(save(), ERROR_DISK_FULL);
         EXPECT_FALSE(isThere(target));
     }
     EXPECT_EQ(save(), 0);
     const HiveBytes before = offline::readFile(target.c_str());
-    for (const auto& [size, code] : {std::pair{0U, 1009L}, {4095U, 1009L}, {8192U, 1015L}}) {
+    for (const auto& [size, code] : {std::pair{0U, 1009U}, {4095U, 1009U}, {8192U, 1015U}}) {
         HiveBytes cut = bloatedHive();
         cut.resize(size);
         offline::writeFile(source.c_str(), cut);

@@ -13,19 +13,17 @@ bool isInUse(const wchar_t* path)
     const HANDLE file =
         CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                     OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return GetLastError() == ERROR_SHARING_VIOLATION;
+    const bool isRefused = file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION;
     CloseHandle(file);
-    return false;
+    return isRefused;
 }
 
 void sendEvent(HANDLE process, int event)
 {
     const auto routine = reinterpret_cast<LPTHREAD_START_ROUTINE>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32"), "CtrlRoutine")));
-    const HANDLE thread = CreateRemoteThread(
-        process, nullptr, 0, routine, reinterpret_cast<void*>(static_cast<INT_PTR>(event)), 0, nullptr);
-    CloseHandle(thread);
+    CloseHandle(CreateRemoteThread(process, nullptr, 0, routine,
+                                   reinterpret_cast<void*>(static_cast<INT_PTR>(event)), 0, nullptr));
 }
 } // namespace
 

@@ -37,10 +37,6 @@ public:
     }
 
 private:
-    struct Sizes
-    {
-        std::uint32_t name = 0, className = 0;
-    };
     static void require(bool condition, const char* what)
     {
         if (!condition)
@@ -97,19 +93,11 @@ private:
             text += static_cast<char16_t>(latin1 ? word(cell, place + i) & 0xFFU : half(cell, place + i));
         return text;
     }
-    [[nodiscard]] static std::u16string upper(std::u16string text)
-    {
-        for (char16_t& c : text)
-            c = offline::upperCaseTable()[c];
-        return text;
-    }
-
-    /// Returns the name's length in UTF-16 bytes and that of the class.
-    Sizes checkKey(std::uint32_t cell, std::uint32_t parent, std::u16string* folded = nullptr) // NOLINT
+    /// Returns the name and the length of the class.
+    std::pair<std::u16string, std::uint32_t> checkKey(std::uint32_t cell, std::uint32_t parent) // NOLINT
     {
         require(is(cell, "nk"), "nk");
         const std::uint32_t length = half(cell, 72);
-        const bool latin1 = (half(cell, 2) & 0x20) != 0;
         take(cell, 76 + length);
         require(word(cell, 16) == parent, "parent");
         require(word(cell, 24) == 0 && word(cell, 32) == ~0U, "volatile keys");
@@ -119,53 +107,47 @@ private:
         ++m_references[word(cell, 44)];
         checkValues(cell);
         checkSubKeys(cell);
-        const std::u16string text = name(cell, 76, length, latin1);
-        if (folded != nullptr)
-            *folded = upper(text);
-        m_hint = 0;
-        for (std::size_t i = 0; i < text.size() && i < 4; ++i)
-            m_hint |= std::uint32_t{text[i]} << 8 * i;
-        if (std::any_of(text.begin(), text.begin() + std::min<std::ptrdiff_t>(4, std::ssize(text)),
-                        [](char16_t c) { return c > 0xFF; }))
-            m_hint = 0;
-        return {static_cast<std::uint32_t>(text.size() * 2), half(cell, 74)};
+        return {name(cell, 76, length, (half(cell, 2) & 0x20) != 0), half(cell, 74)};
     }
     void checkSubKeys(std::uint32_t cell)
     {
-        std::uint32_t left = word(cell, 20);
-        Sizes largest;
+        const std::uint32_t top = word(cell, 28);
+        std::uint32_t left = word(cell, 20), largestName = 0, largestClass = 0;
         std::u16string before;
         const auto leaf = [&](std::uint32_t list) {
             const std::uint32_t count = half(list, 2);
             require(is(list, m_minor >= 5 ? "lh" : "lf") && count <= 507 && count <= left, "list");
             take(list, 4 + 8 * count);
             for (std::uint32_t i = 0; i < count; ++i, --left) {
-                std::u16string folded;
-                const Sizes sizes = checkKey(word(list, 4 + 8 * i), cell, &folded);
-                largest = {std::max(largest.name, sizes.name), std::max(largest.className, sizes.className)};
-                require(before <= folded, "order of keys");
-                std::uint32_t hash = 0;
-                for (const char16_t c : folded)
+                auto [name, classLength] = checkKey(word(list, 4 + 8 * i), cell);
+                largestName = std::max(largestName, static_cast<std::uint32_t>(name.size() * 2));
+                largestClass = std::max(largestClass, classLength);
+                std::uint32_t hash = 0, hint = 0;
+                const auto first = std::u16string_view(name).substr(0, 4);
+                const bool fits = std::ranges::all_of(first, [](char16_t c) { return c <= 0xFF; });
+                for (std::size_t c = fits ? first.size() : 0; c-- > 0;)
+                    hint = hint << 8U | first[c];
+                for (char16_t& c : name) {
+                    c = offline::upperCaseTable()[c];
                     hash = 37 * hash + c;
-                require(m_minor < 5 || word(list, 8 + 8 * i) == hash, "hash");
-                require(m_minor >= 5 || word(list, 8 + 8 * i) == m_hint, "hint");
-                before = folded;
+                }
+                require(word(list, 8 + 8 * i) == (m_minor >= 5 ? hash : hint), "hash or hint");
+                require(before < name, "order of keys");
+                before = name;
             }
         };
         if (left == 0) {
-            require(word(cell, 28) == ~0U, "an empty list");
-        } else if (is(word(cell, 28), "ri")) {
-            const std::uint32_t top = word(cell, 28);
+            require(top == ~0U, "an empty list");
+        } else if (is(top, "ri")) {
             require(left > 507, "a list of lists for few");
             take(top, 4 + 4U * half(top, 2));
             for (std::uint32_t i = 0; i < half(top, 2); ++i)
                 leaf(word(top, 4 + 4 * i));
         } else {
-            leaf(word(cell, 28));
+            leaf(top);
         }
         require(left == 0, "number of keys");
-        require(half(cell, 52) == largest.name && word(cell, 56) == largest.className,
-                "largest name or class");
+        require(half(cell, 52) == largestName && word(cell, 56) == largestClass, "largest name or class");
     }
     void checkValues(std::uint32_t cell)
     {
@@ -219,6 +201,6 @@ private:
     }
 
     std::span<const std::byte> m_bytes;
-    std::uint32_t m_minor = 0, m_hint = 0;
+    std::uint32_t m_minor = 0;
     std::map<std::uint32_t, std::uint32_t> m_used, m_references;
 };

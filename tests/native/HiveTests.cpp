@@ -194,6 +194,32 @@ TEST(HostileHives, AreRefusedAndSalvaged)
     }
 }
 
+/// Found in the order of the file, whatever order the bins are scanned in.
+TEST(HostileHives, HaveWrongCellsInSeveralPlaces)
+{
+    Bytes odd = smallHive(); // two cells whose sizes are wrong alone and right together
+    const std::uint32_t b = Cells(odd).b;
+    put(odd, b, std::size_t(0) - 4, 0U - 84);
+    put(odd, b, 80, 4U);
+    EXPECT_EQ(codeOf([&] { static_cast<void>(Hive::parse(Bytes(odd))); }), kDamagedHive);
+
+    Bytes bytes = smallHive(4); // each segment's cell is the first in a bin of its own
+    std::vector<std::uint32_t> wrong;
+    for (std::uint32_t bin = 0; bin != bytes.size() - layout::kPage;
+         bin += layout::load32(&bytes[layout::kPage + bin + 8])) {
+        std::uint32_t cell = bin + layout::bin::kHeader;
+        if (wrong.empty()) // the second one in the first bin: it is reached later than the others
+            cell += 0U - layout::load32(&bytes[layout::kPage + cell]);
+        put(bytes, cell, std::size_t(0) - 4, 0U);
+        wrong.push_back(cell + layout::kPage);
+    }
+    std::vector<Loss> losses;
+    const Hive read = Hive::salvage(Bytes(bytes), losses);
+    ASSERT_GT(wrong.size(), 3U);
+    for (std::size_t i = 0; i != wrong.size(); ++i)
+        EXPECT_EQ(losses.at(i).offset, wrong[i]);
+}
+
 TEST(HostileHives, LieInTheirSegments)
 {
     const Bytes good = smallHive(3);

@@ -1,7 +1,7 @@
 // The comparison of the engine with other readers calls this:
-//   hive_tool list FILE | compact FILE NEW | salvage FILE NEW | check FILE | make NEW
-// make writes what the other programs cannot: large data in segments, class names. salvage prints a line for
-// each omitted place. Ends with 1, and prints the code, when the engine refuses.
+//   hive_tool list FILE | compact FILE NEW | check FILE | make NEW
+// make writes what the other programs cannot: large data in segments, class names. Ends with 1, and prints
+// the code, when the engine refuses.
 
 #include <cstdio>
 #include <fstream>
@@ -52,13 +52,6 @@ void run(const std::string& command, char** paths)
         std::fputs(listing(offline::Hive::parse(bytes)).c_str(), stdout);
     } else if (command == "compact") {
         write(paths[1], offline::Hive::parse(bytes).compact());
-    } else if (command == "salvage") {
-        std::vector<offline::Loss> losses;
-        const offline::Hive hive = offline::Hive::salvage(bytes, losses);
-        for (const offline::Loss& loss : losses)
-            std::printf("%d\t%s\t%u\n", static_cast<int>(loss.kind), utf8(hive.path(loss.key)).c_str(),
-                        loss.offset);
-        write(paths[1], hive.compact());
     } else {
         throw std::runtime_error("unknown command");
     }
@@ -69,7 +62,7 @@ int main(int argc, char** argv)
 {
     try {
         const std::string command = argc > 1 ? argv[1] : "";
-        if (argc != (command == "compact" || command == "salvage" ? 4 : 3))
+        if (argc != (command == "compact" ? 4 : 3))
             throw std::runtime_error("arguments");
         run(command, argv + 2);
         return 0;

@@ -6,24 +6,17 @@
 
 #include "core/win32/registry/offline/include/HiveNames.h"
 
-namespace {
-struct Table
+const char16_t* offline::upperCaseTable() noexcept
 {
-    Table()
-    {
+    static const auto table = [] {
+        std::array<char16_t, 0x10000> upper{};
         const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
         for (std::size_t c = 0; c < upper.size(); ++c) {
             const std::wint_t folded = towupper_l(static_cast<std::wint_t>(c), locale);
             upper[c] = static_cast<char16_t>(folded < upper.size() ? folded : c);
         }
         freelocale(locale);
-    }
-    std::array<char16_t, 0x10000> upper;
-};
-} // namespace
-
-const char16_t* offline::upperCaseTable() noexcept
-{
-    static const Table table;
-    return table.upper.data();
+        return upper;
+    }();
+    return table.data();
 }

@@ -9,13 +9,9 @@ extern "C" LONG NTAPI NtDeleteKey(HANDLE key);
 struct Thing
 {
     char kind = 0;
-    std::string content;    ///< a file's bytes, where a link leads, a value's data
-    std::uint32_t mode = 0; ///< a file's permissions
-    bool operator==(const Thing&) const = default;
-    bool operator<(const Thing& other) const
-    {
-        return std::tie(kind, content, mode) < std::tie(other.kind, other.content, other.mode);
-    }
+    std::string content;                            ///< a file's bytes, where a link leads, a value's data
+    std::uint32_t mode = 0;                         ///< a file's permissions
+    auto operator<=>(const Thing&) const = default; // NOLINT(modernize-use-nullptr): there is no pointer
 };
 /// By path below the world's folder; "registry/" begins what is below the scratch key, ":" a value's name.
 using Picture = std::map<std::string, Thing>;

@@ -22,10 +22,9 @@ unsigned long wipe(Round& round, std::uint32_t kind, const wchar_t* path, Direct
 }
 
 /// Whether the rules that rounds use, "report*" for the names of leaves, are about the thing.
-bool isReport(const std::string& path)
-{
+const auto isReport = [](const std::string& path) {
     return path.compare(path.find_last_of("/:") + 1, 6, "report") == 0;
-}
+};
 
 /// Deletes what a scan has found, or some of it, at once or at the end.
 struct Deleter : INotifyHandler
@@ -259,17 +258,14 @@ void scanRegistryAndDelete(Round& round)
     deleter.finish();
 }
 
-constexpr struct
-{
-    const char* name;
-    void (*operation)(Round&);
-    unsigned share; // of 100
-} kOperations[] = {{"delete or create item", useItem, 39},
-                   {"scan and delete", scanAndDelete, 24},
-                   {"wipe file", wipeFile, 16},
-                   {"wipe directory stack", wipeStack, 9},
-                   {"change registry item", changeRegistryItem, 6},
-                   {"scan registry and delete", scanRegistryAndDelete, 6}};
+/// Each with its share of 100 rounds.
+constexpr std::tuple<const char*, void (*)(Round&), unsigned> kOperations[] = {
+    {"delete or create item", useItem, 39},
+    {"scan and delete", scanAndDelete, 24},
+    {"wipe file", wipeFile, 16},
+    {"wipe directory stack", wipeStack, 9},
+    {"change registry item", changeRegistryItem, 6},
+    {"scan registry and delete", scanRegistryAndDelete, 6}};
 
 unsigned seed = 1;
 unsigned number = 0;
@@ -305,10 +301,10 @@ int main(int argc, char** argv)
     for (const unsigned end = number + rounds; number < end; ++number) {
         Round round(world, seed, number);
         const auto* row = kOperations;
-        for (unsigned share = round.choices.below(100); share >= row->share; ++row)
-            share -= row->share;
-        round.operation = row->name;
-        row->operation(round);
+        for (unsigned share = round.choices.below(100); share >= std::get<unsigned>(*row); ++row)
+            share -= std::get<unsigned>(*row);
+        round.operation = std::get<const char*>(*row);
+        std::get<1> (*row)(round);
         unclean += round.judge() ? 0 : 1;
         destroyed += round.destroyed ? 1 : 0;
     }

@@ -28,15 +28,14 @@ DWORD guarded(Body&& body)
         return ERROR_SUCCESS;
     } catch (const long code) {
         return static_cast<DWORD>(code);
+    } catch (const std::bad_optional_access&) {
+        return ERROR_FILE_NOT_FOUND;
     } catch (const std::exception&) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
 }
 
-Key& keyOf(void* handle)
-{
-    return *static_cast<Key*>(handle);
-}
+const auto keyOf = [](void* handle) -> Key& { return *static_cast<Key*>(handle); };
 HiveTime now()
 {
     FILETIME time;
@@ -48,12 +47,16 @@ std::u16string units(PCWSTR text)
     const std::wstring_view view(text != nullptr ? text : L"");
     return {view.begin(), view.end()};
 }
-Key below(void* key, PCWSTR path)
+Key below(void* key, const std::u16string& path)
 {
-    const auto found = keyOf(key).hive->findPath(keyOf(key).id, units(path));
-    if (!found.has_value())
-        throw long{ERROR_FILE_NOT_FOUND};
-    return {keyOf(key).hive, *found};
+    return {keyOf(key).hive, keyOf(key).hive->findPath(keyOf(key).id, path).value()};
+}
+template <class Ids>
+auto at(const Ids& ids, DWORD index)
+{
+    if (index >= ids.size())
+        throw long{ERROR_NO_MORE_ITEMS};
+    return ids[index];
 }
 void copyText(const std::u16string& text, PWSTR target, PDWORD length)
 {
@@ -111,7 +114,7 @@ STAND_IN ORCloseHive(void* hive)
 
 STAND_IN OROpenKey(void* key, PCWSTR path, void** opened)
 {
-    return guarded([&] { *opened = new Key(below(key, path)); });
+    return guarded([&] { *opened = new Key(below(key, units(path))); });
 }
 
 STAND_IN ORCreateKey(void* key, PCWSTR path, PWSTR className, DWORD options, void* security, void** created,
@@ -120,27 +123,20 @@ STAND_IN ORCreateKey(void* key, PCWSTR path, PWSTR className, DWORD options, voi
     if (options != 0 || security != nullptr)
         return ERROR_INVALID_PARAMETER;
     return guarded([&] {
-        Hive& hive = *keyOf(key).hive;
-        std::u16string name = units(path);
-        KeyId above = keyOf(key).id;
-        if (const std::size_t end = name.rfind(u'\\'); end != std::u16string::npos) {
-            const auto found = hive.findPath(above, name.substr(0, end));
-            if (!found.has_value())
-                throw long{ERROR_FILE_NOT_FOUND};
-            above = *found;
-            name.erase(0, end + 1);
-        }
-        const KeyId made = hive.createKey(above, name, now());
+        const std::u16string name = units(path);
+        const std::size_t end = name.rfind(u'\\') + 1;
+        const Key above = below(key, name.substr(0, std::max<std::size_t>(end, 1) - 1));
+        const KeyId made = above.hive->createKey(above.id, name.substr(end), now());
         if (className != nullptr)
-            hive.setClassName(made, units(className));
-        *created = new Key{keyOf(key).hive, made};
+            above.hive->setClassName(made, units(className));
+        *created = new Key{above.hive, made};
     });
 }
 
 STAND_IN ORDeleteKey(void* key, PCWSTR path)
 {
     return guarded([&] {
-        const Key found = below(key, path);
+        const Key found = below(key, units(path));
         if (!found.hive->subKeys(found.id).empty())
             throw long{ERROR_KEY_HAS_CHILDREN};
         found.hive->deleteKey(found.id, now());
@@ -150,10 +146,8 @@ STAND_IN ORDeleteKey(void* key, PCWSTR path)
 STAND_IN OREnumKey(void* key, DWORD index, PWSTR name, PDWORD length, PWSTR, PDWORD, PFILETIME)
 {
     return guarded([&] {
-        const auto keys = keyOf(key).hive->subKeys(keyOf(key).id);
-        if (index >= keys.size())
-            throw long{ERROR_NO_MORE_ITEMS};
-        copyText(keyOf(key).hive->name(keys[index]).text(), name, length);
+        const Hive& hive = *keyOf(key).hive;
+        copyText(hive.name(at(hive.subKeys(keyOf(key).id), index)).text(), name, length);
     });
 }
 
@@ -170,18 +164,16 @@ STAND_IN ORQueryInfoKey(void* key, PWSTR className, PDWORD length, PDWORD, PDWOR
 STAND_IN ORGetValue(void* key, PCWSTR path, PCWSTR name, PDWORD type, void* data, PDWORD size)
 {
     return guarded([&] {
-        const Key at = below(key, path);
-        const auto found = at.hive->findValue(at.id, units(name));
-        if (!found.has_value())
-            throw long{ERROR_FILE_NOT_FOUND};
-        const std::vector<std::byte> bytes = at.hive->data(*found);
+        const Key above = below(key, units(path));
+        const ValueId found = above.hive->findValue(above.id, units(name)).value();
+        const std::vector<std::byte> bytes = above.hive->data(found);
+        *type = above.hive->type(found);
         const DWORD room = *size;
         *size = static_cast<DWORD>(bytes.size());
-        *type = at.hive->type(*found);
         if (data != nullptr && room < bytes.size())
             throw long{ERROR_MORE_DATA};
-        if (data != nullptr && !bytes.empty())
-            CopyMemory(data, bytes.data(), bytes.size());
+        std::copy(bytes.begin(), data != nullptr ? bytes.end() : bytes.begin(),
+                  static_cast<std::byte*>(data));
     });
 }
 
@@ -204,9 +196,7 @@ STAND_IN ORDeleteValue(void* key, PCWSTR name)
 STAND_IN OREnumValue(void* key, DWORD index, PWSTR name, PDWORD length, PDWORD, PBYTE, PDWORD)
 {
     return guarded([&] {
-        const auto values = keyOf(key).hive->values(keyOf(key).id);
-        if (index >= values.size())
-            throw long{ERROR_NO_MORE_ITEMS};
-        copyText(keyOf(key).hive->valueName(values[index]).text(), name, length);
+        const Hive& hive = *keyOf(key).hive;
+        copyText(hive.valueName(at(hive.values(keyOf(key).id), index)).text(), name, length);
     });
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "support/Process.h"
-#include "support/Test.h"
 
 inline constexpr DWORD kFailure = ERROR_IO_DEVICE;
 
@@ -67,6 +66,17 @@ private:
     static inline std::atomic<long> s_left = 0;
     ImportReplacement m_import;
 };
+
+/// Lets each call of each import, by whatever thread, fail in turn.
+template <class Run>
+void failCallsOf(std::initializer_list<const char*> imports, LONG_PTR result, const Run& run)
+{
+    for (const std::string import : imports)
+        for (long call = 1; call == 1 || FailingCall::hasCome(); ++call) {
+            const FailingCall failing(import, result, call, FailingCall::kAnyThread);
+            run(import, call);
+        }
+}
 
 inline bool isImpersonating()
 {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "support/Connections.h"
-#include "support/Test.h"
 
 /// The servers of tests/support/ftp_servers, for the length of a scope.
 class FtpServers

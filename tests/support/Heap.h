@@ -20,15 +20,32 @@ public:
             entry = nullptr;
         s_live = 0;
         disarm();
-        replace(module, "HeapAlloc", &heapAlloc);
-        replace(module, "HeapReAlloc", &heapReAlloc);
+        // This program itself uses the system's functions, except for what frees.
+        replace(
+            module, "HeapAlloc", +[](HANDLE heap, DWORD flags, SIZE_T size) {
+                return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
+            });
+        replace(
+            module, "HeapReAlloc", +[](HANDLE heap, DWORD flags, void* old, SIZE_T size) {
+                return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
+            });
         replace(module, "malloc", &allocate);
-        replace(module, "calloc", &allocateZeroed);
-        replace(module, "realloc", &reallocate);
+        replace(
+            module, "calloc", +[](std::size_t count, std::size_t size) {
+                return taken(nullptr, [&] { return std::calloc(count, size); });
+            });
+        replace(
+            module, "realloc", +[](void* old, std::size_t size) {
+                return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
+            });
         const HMODULE own = GetModuleHandleW(nullptr);
         for (const HMODULE giver : {module, own}) {
-            replace(giver, "HeapFree", &heapFree);
-            replace(giver, "free", &release);
+            replace(
+                giver, "HeapFree", +[](HANDLE heap, DWORD flags, void* address) {
+                    return given(address), s_heapFree(heap, flags, address);
+                });
+            replace(
+                giver, "free", +[](void* address) { given(address), s_free(address); });
         }
         const ImportReplacement measured(own, "malloc", reinterpret_cast<void*>(&measure));
         for (int turn = 0; turn < 2; ++turn) // a thread's first exception allocates more than itself
@@ -58,8 +75,15 @@ public:
         s_failed = false;
         s_failsAll = true;
     }
+    /// The calling thread's allocation `number` fails, and all later ones do, those of exceptions too.
+    static void armFrom(long number)
+    {
+        arm(number);
+        s_lasts = true;
+    }
     static void disarm()
     {
+        s_lasts = false;
         s_number = 0;
         s_failsAll = false;
     }
@@ -83,6 +107,7 @@ private:
         if ((s_failsAll || (canFail && s_number != 0)) && GetCurrentThreadId() == s_thread &&
             (s_failsAll || --s_number == 0)) {
             s_failed = true;
+            s_failsAll = s_failsAll || s_lasts;
             return nullptr;
         }
         void* const address = original();
@@ -106,15 +131,6 @@ private:
             }
     }
 
-    // Replacements of the system's functions. This program itself uses the system's.
-    static void* WINAPI heapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
-    {
-        return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
-    }
-    static void* WINAPI heapReAlloc(HANDLE heap, DWORD flags, void* old, SIZE_T size)
-    {
-        return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
-    }
     static void* allocate(std::size_t size)
     {
         const std::size_t thrown = size - s_exceptionHead;
@@ -122,24 +138,6 @@ private:
             thrown == sizeof(long) || thrown == sizeof(Exception) || thrown == sizeof(std::bad_alloc);
         return taken(
             nullptr, [&] { return std::malloc(size); }, !isException);
-    }
-    static void* allocateZeroed(std::size_t count, std::size_t size)
-    {
-        return taken(nullptr, [&] { return std::calloc(count, size); });
-    }
-    static void* reallocate(void* old, std::size_t size)
-    {
-        return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
-    }
-    static BOOL WINAPI heapFree(HANDLE heap, DWORD flags, void* address)
-    {
-        given(address);
-        return s_heapFree(heap, flags, address);
-    }
-    static void release(void* address)
-    {
-        given(address);
-        s_free(address);
     }
     static void* measure(std::size_t size)
     {
@@ -161,6 +159,7 @@ private:
     static inline std::size_t s_exceptionHead = 0;
     static inline bool s_failed = false;
     static inline bool s_failsAll = false;
+    static inline bool s_lasts = false;
     static inline DWORD s_thread = 0;
     // The imports of these names are replaced.
     template <class Function>

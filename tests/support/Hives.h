@@ -1,9 +1,5 @@
 #pragma once
 
-#include "support/Test.h"
-
-#include <winioctl.h>
-
 #include "core/win32/registry/offline/include/HiveFile.h"
 #include "support/Wipe.h"
 
@@ -60,5 +56,3 @@ inline BOOL tellExtents(const Extents& extents, LPVOID answer, DWORD size, LPDWO
     }
     return TRUE;
 }
-
-using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;

@@ -137,17 +137,17 @@ private:
     static inline Hook s_hook;
 };
 
-/// The DLL under test.
+/// The DLL under test, or the program that holds its classes instead.
 inline HMODULE sysmaintModule()
 {
-    return GetModuleHandleW(L"sysmaint.dll");
+    const HMODULE library = GetModuleHandleW(L"sysmaint.dll");
+    return library != nullptr ? library : GetModuleHandleW(nullptr);
 }
 
-/// An import of the DLL, replaced for a scope.
+/// An import of the module under test, replaced for a scope.
 template <ImportName Name, class Function>
 struct Replaced : CountedImport<Name, Function>
 {
-    static constexpr const char* kName = Name.text;
     using Import = CountedImport<Name, Function>;
     explicit Replaced(typename Import::Hook hook = nullptr) : Import(sysmaintModule())
     {
@@ -158,6 +158,26 @@ struct Replaced : CountedImport<Name, Function>
         this->failCall(failing, result, code);
     }
 };
+
+/// A hook that does something before each call, with the arguments that it passes on.
+template <class Action>
+auto before(Action action)
+{
+    return [action](auto original, auto... arguments) mutable {
+        return action(arguments...), original(arguments...);
+    };
+}
+/// A hook that makes those calls fail with `code` whose arguments fulfil `isFailing`.
+template <class Result, class Condition>
+auto failing(Result result, DWORD code, Condition isFailing)
+{
+    return [=](auto original, auto... arguments) mutable -> decltype(original(arguments...)) {
+        if (!isFailing(arguments...))
+            return original(arguments...);
+        SetLastError(code);
+        return result;
+    };
+}
 
 /// Functions that the DLL looks up by their names, replaced for the length of a scope.
 struct LookedUp : Replaced<"GetProcAddress", decltype(&GetProcAddress)>

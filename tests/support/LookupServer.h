@@ -1,7 +1,6 @@
 #pragma once
 
 #include "support/Connections.h"
-#include "support/Test.h"
 
 /// A lookup server on loopback that keeps what it is asked, and answers as the test says.
 class LookupServer

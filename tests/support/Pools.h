@@ -3,7 +3,6 @@
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/threadpool/api.h"
 #include "support/Process.h"
-#include "support/Test.h"
 
 using Option = ITHPWorkItem::ScheduleOption;
 using Operation = IThreadPool::OperationType;

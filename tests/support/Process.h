@@ -7,39 +7,29 @@
 #include <winternl.h>
 
 #include "support/Heap.h"
+#include "support/Threads.h"
 
 /// The number of this process's open handles, as the system itself counts them: GetProcessHandleCount always
 /// returns 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
 /// not tell.
 inline DWORD processHandleCount(HANDLE sample = nullptr)
 {
-    struct Entry
-    {
-        ULONG process;
-        UCHAR type;
-        UCHAR attributes;
-        USHORT number;
-        void* object;
-        ULONG access;
-    };
-    struct Table
-    {
-        ULONG count;
-        Entry entries[1 << 16];
-    };
+    using Entry = SYSTEM_HANDLE_ENTRY;
     static const auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
     constexpr auto kHandles = static_cast<SYSTEM_INFORMATION_CLASS>(16);
-    const auto table = std::make_unique_for_overwrite<Table>();
-    if (query(kHandles, table.get(), sizeof(Table), nullptr) < 0)
+    std::vector<Entry> table(1 << 16);
+    auto* const answer = reinterpret_cast<SYSTEM_HANDLE_INFORMATION*>(table.data());
+    if (query(kHandles, answer, static_cast<ULONG>(table.size() * sizeof(Entry)), nullptr) < 0)
         throw std::runtime_error("the handles cannot be counted");
-    const auto isOwn = [](const Entry& entry) { return entry.process == GetCurrentProcessId(); };
-    Entry* const end = std::partition(table->entries, table->entries + table->count, isOwn);
+    const auto isOwn = [](const Entry& entry) { return entry.OwnerPid == GetCurrentProcessId(); };
+    Entry* const first = answer->Handle;
+    Entry* const end = std::partition(first, first + answer->Count, isOwn);
     const auto number = static_cast<USHORT>(reinterpret_cast<std::uintptr_t>(sample));
     const Entry* const found =
-        std::find_if(table->entries, end, [&](const Entry& entry) { return entry.number == number; });
-    return static_cast<DWORD>(std::count_if(table->entries, end, [&](const Entry& entry) {
-        return sample == nullptr || (found != end && entry.type == found->type);
+        std::find_if(first, end, [&](const Entry& entry) { return entry.HandleValue == number; });
+    return static_cast<DWORD>(std::count_if(first, end, [&](const Entry& entry) {
+        return sample == nullptr || (found != end && entry.ObjectType == found->ObjectType);
     }));
 }
 
@@ -85,6 +75,12 @@ struct ProcessCounts
     }
 };
 
+/// The code of a call that returned no handle; 0 if it returned one.
+inline DWORD refusalOf(const void* handle)
+{
+    return handle == INVALID_HANDLE_VALUE || handle == nullptr ? GetLastError() : 0;
+}
+
 /// The path of a program or library that stands beside the tests.
 inline std::wstring besideTests(const wchar_t* name)
 {
@@ -102,6 +98,12 @@ inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)
     all.insert(all.end(), arguments);
     all.push_back(nullptr);
     return reinterpret_cast<HANDLE>(_wspawnv(_P_NOWAIT, program, all.data()));
+}
+
+/// The tests that the filter names, which are disabled because only other tests run them.
+inline HANDLE startDisabled(const wchar_t* filter)
+{
+    return startSelf({L"--gtest_also_run_disabled_tests", L"--gtest_brief=1", filter});
 }
 
 /// The exit code of a process, whose handle is closed; one that does not end is ended.

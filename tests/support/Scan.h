@@ -1,9 +1,8 @@
 #pragma once
 
 #include "core/win32/utils/scanengine/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Process.h"
-#include "support/Test.h"
+#include "support/Raised.h"
 
 /// The validator that accepts everything.
 inline SharedPtr<IScanValidator> everything()
@@ -100,10 +99,10 @@ inline std::wstring scratchFolder(std::initializer_list<const wchar_t*> folders 
     static long count = 0;
     wchar_t temporary[MAX_PATH];
     GetTempPathW(MAX_PATH, temporary);
+    const std::wstring begin = temporary + (L"sysmaint-" + std::to_wstring(GetCurrentProcessId())) + L"-";
     std::wstring folder;
     do
-        folder = std::wstring(temporary) + L"sysmaint-" + std::to_wstring(GetCurrentProcessId()) + L"-" +
-                 std::to_wstring(++count);
+        folder = begin + std::to_wstring(++count);
     while (!CreateDirectoryW(folder.c_str(), nullptr)); // process ids are reused
     for (const wchar_t* name : folders)
         CreateDirectoryW((folder + name).c_str(), nullptr);
@@ -116,6 +115,17 @@ inline bool stands(const std::wstring& path)
     return GetFileAttributesW((L"\\\\?\\" + path).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+using FilePtr = std::unique_ptr<IFile>;
+using DirectoryPtr = std::unique_ptr<IDirectory>;
+inline FilePtr fileAt(const std::wstring& path)
+{
+    return FilePtr(DllGetFile(path.c_str(), 0));
+}
+inline DirectoryPtr folderAt(const std::wstring& path)
+{
+    return DirectoryPtr(DllGetDirectory(path.c_str(), 0));
+}
+
 /// The item of a handle, which is closed.
 inline SharedPtr<ScanItem> itemOf(void* handle)
 {
@@ -125,24 +135,12 @@ inline SharedPtr<ScanItem> itemOf(void* handle)
     return item;
 }
 
-/// The code that an operation of an item raises, or 0.
-template <class Operation>
-unsigned long codeOf(Operation&& operation)
-{
-    try {
-        operation();
-    } catch (const Exception& raised) {
-        return raised.getCode();
-    }
-    return ERROR_SUCCESS;
-}
-
 /// What an object stores.
 template <class Object>
 std::string dumpOf(const Object& object, unsigned long code = kStateAll)
 {
     MemoryOutputByteStream stream;
-    object.dump(code, stream);
+    EXPECT_EQ(object.dump(code, stream), ERROR_SUCCESS);
     return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
 }
 

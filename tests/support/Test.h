@@ -1,6 +1,7 @@
 #pragma once
 
-// What most tests use: GoogleTest, Windows and the standard library.
+// What most tests use: GoogleTest, with the strings and containers of its own interface, Windows, and more of
+// the standard library.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,24 +16,12 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <initializer_list>
-#include <iterator>
-#include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <random>
-#include <set>
 #include <span>
-#include <sstream>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 inline std::string utf8(const std::wstring& text)
 {

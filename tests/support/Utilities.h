@@ -1,6 +1,20 @@
 #pragma once
 
+#include "core/win32/utils/checksums/api.h"
+#include "core/win32/utils/files/api.h"
+#include "core/win32/utils/formatting/api.h"
 #include "core/win32/utils/memory/api.h"
+#include "core/win32/utils/paths/api.h"
+#include "core/win32/utils/processes/api.h"
+#include "core/win32/utils/registry/api.h"
+#include "core/win32/utils/security/api.h"
+#include "core/win32/utils/services/api.h"
+#include "core/win32/utils/shell/api.h"
+#include "core/win32/utils/strings/api.h"
+#include "core/win32/utils/system/api.h"
+#include "core/win32/utils/time/api.h"
+#include "core/win32/utils/versions/api.h"
+#include "core/win32/utils/volumes/api.h"
 #include "support/Test.h"
 
 // What the tests of the utility functions share: results as values, or codes instead.

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "core/win32/utils/wiper/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Scan.h"
-#include "support/Test.h"
+
+#include <winioctl.h>
 
 using Bytes = std::vector<unsigned char>;
 
@@ -63,6 +63,11 @@ inline std::uint64_t positionOf(HANDLE file)
 
 using Opens = Replaced<"CreateFileW", HANDLE(WINAPI*)(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD,
                                                       DWORD, HANDLE)>; // the DLL exports one of that name
+using Deletions = Replaced<"DeleteFileW", decltype(&DeleteFileW)>;
+using Removals = Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>;
+using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
+using Settings = Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)>;
+using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
 using Writes = Replaced<"WriteFile", decltype(&WriteFile)>;
 using Flushes = Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)>;
 using Looks = Replaced<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)>;

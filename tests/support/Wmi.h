@@ -5,6 +5,8 @@
 #include <oleauto.h>
 #include <wbemcli.h>
 
+#include "support/ImportReplacement.h"
+
 /// What the DLL has taken from COM and not released, and which of its calls fails.
 struct ComCalls
 {
@@ -28,22 +30,17 @@ inline ComCalls com;
 /// A COM object with the methods in its table; calling any other would end the test.
 struct FakeObject
 {
-    template <class Result, class... Arguments>
-    static void* method(Result (*function)(Arguments...))
-    {
-        return reinterpret_cast<void*>(function);
-    }
     FakeObject(std::initializer_list<std::pair<int, void*>> methods)
     {
-        slots[0] = method(+[](FakeObject* self, const IID& id, FakeObject** object) -> HRESULT {
+        slots[0] = address(+[](FakeObject* self, const IID& id, FakeObject** object) -> HRESULT {
             const bool isKnown =
                 id == __uuidof(IUnknown) || id == __uuidof(IClassFactory) || id == __uuidof(IWbemLocator);
             *object = isKnown ? self : nullptr;
             com.references += isKnown ? 1 : 0;
             return isKnown ? S_OK : E_NOINTERFACE;
         });
-        slots[1] = method(+[](FakeObject*) -> ULONG { return static_cast<ULONG>(++com.references); });
-        slots[2] = method(+[](FakeObject*) -> ULONG { return static_cast<ULONG>(--com.references); });
+        slots[1] = address(+[](FakeObject*) -> ULONG { return static_cast<ULONG>(++com.references); });
+        slots[2] = address(+[](FakeObject*) -> ULONG { return static_cast<ULONG>(--com.references); });
         for (const auto& [slot, function] : methods)
             slots[slot] = function;
     }
@@ -99,6 +96,14 @@ public:
         variant.vt = type;
         variant.lVal = value;
         return variant;
+    }
+    /// Of a text, or of none; it replaces the property's value.
+    static void setText(const wchar_t* name, const wchar_t* value)
+    {
+        VARIANT& variant = properties[name];
+        ::VariantClear(&variant);
+        variant.vt = VT_BSTR;
+        variant.bstrVal = ::SysAllocString(value);
     }
 
 private:
@@ -159,15 +164,15 @@ private:
     DWORD m_registration = 0;
 };
 
-inline FakeObject FakeWmi::s_object{{4, FakeObject::method(&get)},
-                                    {5, FakeObject::method(&put)},
-                                    {15, FakeObject::method(&give<0, 1, s_object>)},
-                                    {19, FakeObject::method(&give<1, 2, s_object>)}};
-inline FakeObject FakeWmi::s_rows{{4, FakeObject::method(&give<0, 2, s_object>)}};
-inline FakeObject FakeWmi::s_subscription{{4, FakeObject::method(&nextEvent)}};
-inline FakeObject FakeWmi::s_services{{6, FakeObject::method(&give<1, 3, s_object>)},
-                                      {20, FakeObject::method(&give<2, 4, s_rows>)},
-                                      {22, FakeObject::method(&give<2, 4, s_subscription>)},
-                                      {24, FakeObject::method(&give<2, 5, s_object>)}};
-inline FakeObject FakeWmi::s_locator{{3, FakeObject::method(&give<1, 7, s_services>)}};
-inline FakeObject FakeWmi::s_factory{{3, FakeObject::method(&give<0, 2, s_locator>)}};
+inline FakeObject FakeWmi::s_object{{4, address(&get)},
+                                    {5, address(&put)},
+                                    {15, address(&give<0, 1, s_object>)},
+                                    {19, address(&give<1, 2, s_object>)}};
+inline FakeObject FakeWmi::s_rows{{4, address(&give<0, 2, s_object>)}};
+inline FakeObject FakeWmi::s_subscription{{4, address(&nextEvent)}};
+inline FakeObject FakeWmi::s_services{{6, address(&give<1, 3, s_object>)},
+                                      {20, address(&give<2, 4, s_rows>)},
+                                      {22, address(&give<2, 4, s_subscription>)},
+                                      {24, address(&give<2, 5, s_object>)}};
+inline FakeObject FakeWmi::s_locator{{3, address(&give<1, 7, s_services>)}};
+inline FakeObject FakeWmi::s_factory{{3, address(&give<0, 2, s_locator>)}};

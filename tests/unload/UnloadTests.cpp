@@ -58,10 +58,7 @@ struct Library
     const HMODULE user = LoadLibraryW(L"pool_user.dll");
 };
 
-bool isLoaded()
-{
-    return GetModuleHandleW(L"sysmaint.dll") != nullptr;
-}
+const auto isLoaded = []() { return GetModuleHandleW(L"sysmaint.dll") != nullptr; };
 
 /// Unloads the library, or ends, while a pool and a topic are both in the middle of their work.
 int runChild(const std::string& mode)

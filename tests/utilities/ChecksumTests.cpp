@@ -1,24 +1,11 @@
 // The expected values come from md5sum, sha1sum, sha256sum and crc32 of Debian: tests/support/checksums made
 // the files and the list.
 
-#include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
-
-#include "core/win32/utils/strings/api.h"
 #include "support/Utilities.h"
 
 namespace {
-std::string hex(const void* bytes, size_t size)
-{
-    return asText(StringFormatHexA)(bytes, size);
-}
-std::string hex(unsigned long value)
-{
-    const unsigned char bytes[] = {
-        static_cast<unsigned char>(value >> 24U), static_cast<unsigned char>(value >> 16U),
-        static_cast<unsigned char>(value >> 8U), static_cast<unsigned char>(value)};
-    return hex(bytes, sizeof bytes);
-}
+const auto hex = asText(StringFormatHexA);
 
 struct Progress
 {
@@ -44,12 +31,12 @@ TEST(Checksums, AgreeWithOtherPrograms)
     int files = 0;
     while (std::getline(list, line)) {
         std::istringstream words(line);
-        std::string name, crc, md5, sha1, sha256;
-        words >> name >> crc >> md5 >> sha1 >> sha256;
+        std::string name, md5, sha1, sha256;
+        unsigned long value = 0, crc = 0;
+        words >> name >> std::hex >> crc >> md5 >> sha1 >> sha256;
         const std::wstring path = kFolder + std::wstring(name.begin(), name.end());
         std::ifstream file(utf8(path), std::ios::binary);
         const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-        unsigned long value = 0;
         unsigned char digest[33] = {};
         digest[32] = 0x5a;
         const auto both = [&](auto ofMemory, auto ofFile, size_t size, const std::string& expected) {
@@ -67,16 +54,30 @@ TEST(Checksums, AgreeWithOtherPrograms)
         both(ChecksumSha1, ChecksumFileSha1, 20, sha1);
         both(ChecksumSha256, ChecksumFileSha256, 32, sha256);
         EXPECT_EQ(ChecksumFileCrc32(path.c_str(), nullptr, nullptr, nullptr, &value), 0);
-        EXPECT_EQ(hex(value), crc) << name;
+        EXPECT_EQ(value, crc) << name;
         for (size_t cut : {size_t(0), bytes.size() / 3, bytes.size()}) { // in two pieces, wherever it is cut
             unsigned long first = 0;
             EXPECT_EQ(ChecksumCrc32(bytes.data(), cut, 0, &first), 0);
             EXPECT_EQ(ChecksumCrc32(bytes.data() + cut, bytes.size() - cut, first, &value), 0);
-            EXPECT_EQ(hex(value), crc) << name << " cut at " << cut;
+            EXPECT_EQ(value, crc) << name << " cut at " << cut;
         }
         ++files;
     }
     EXPECT_GE(files, 130);
+}
+
+TEST(Checksums, ReadAGrowingFileToItsEnd)
+{
+    std::string path = utf8(testPath(L"growing"));
+    std::ofstream(path, std::ios::binary) << "a";
+    const auto grow = [](unsigned long long done, unsigned long long size, void* file) {
+        EXPECT_EQ(size, 1U);
+        if (done < 3)
+            std::ofstream(*static_cast<std::string*>(file), std::ios::binary | std::ios::app) << "abc"[done];
+    };
+    unsigned char digest[16] = {};
+    EXPECT_EQ(ChecksumFileMd5(testPath(L"growing").c_str(), nullptr, grow, &path, digest), 0);
+    EXPECT_EQ(hex(digest, 16), "900150983cd24fb0d6963f7d28e17f72"); // of "abc"
 }
 
 TEST(Checksums, CancelAndFail)
@@ -84,11 +85,10 @@ TEST(Checksums, CancelAndFail)
     const std::wstring large = kFolder + L"large";
     unsigned char digest[32] = {};
     Progress progress;
-    progress.cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const Win32Handle cancel(progress.cancel = CreateEventW(nullptr, TRUE, FALSE, nullptr));
     EXPECT_EQ(ChecksumFileSha256(large.c_str(), progress.cancel, Progress::note, &progress, digest), 1223);
     EXPECT_EQ(progress.calls, 1U);
     EXPECT_EQ(hex(digest, 32), std::string(64, '0'));
-    CloseHandle(progress.cancel);
     const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
     const Win32Handle semaphore(CreateSemaphoreW(nullptr, 1, 1, nullptr));
     const Win32Handle timer(CreateWaitableTimerW(nullptr, TRUE, nullptr));

@@ -1,10 +1,7 @@
-#include "core/win32/utils/files/api.h"
-
 #include "support/Test.h"
 
 #include <sddl.h>
 
-#include "core/win32/utils/volumes/api.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
 #include "support/Wipe.h"
@@ -37,14 +34,10 @@ std::string content(const std::wstring& path, unsigned long long limit = 1000)
 }
 std::string entries(const std::wstring& folder)
 {
-    std::wstring names;
-    WIN32_FIND_DATAW found;
-    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
-    for (BOOL more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found))
-        if (found.cFileName[0] != L'.')
-            names += std::wstring(found.cFileName) + L" ";
-    FindClose(search);
-    return utf8(names);
+    std::string names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names += entry.path().filename().string() + " ";
+    return names;
 }
 std::string rights(const std::wstring& path)
 {
@@ -60,10 +53,7 @@ long long sizes(const std::wstring& tree, HANDLE cancel = nullptr)
     const long code = FolderGetSize(tree.c_str(), cancel, &bytes, &files, &folders);
     return code != 0 ? -code : static_cast<long long>(bytes * 10000 + files * 100 + folders);
 }
-DWORD attributes(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str());
-}
+const auto attributes = [](const std::wstring& path) { return GetFileAttributesW(path.c_str()); };
 } // namespace
 
 TEST(Files, ReadAndWrite)

@@ -1,7 +1,3 @@
-#include "core/win32/utils/formatting/api.h"
-
-#include "core/win32/utils/time/api.h"
-#include "core/win32/utils/versions/api.h"
 #include "support/ImportReplacement.h"
 #include "support/Utilities.h"
 
@@ -12,7 +8,6 @@ const auto count = asText(FormatCount);
 const auto duration = asText(FormatDuration);
 const auto percent = asText(FormatPercent);
 const auto error = asText(FormatSystemError);
-const auto date = asText(FormatDateTime);
 const auto text = asText(TimeToText);
 const auto number = asNumber(TimeFromText);
 const auto unix = asNumber(TimeFromUnix);
@@ -109,7 +104,7 @@ TEST(Formatting, LocalTimeAndVersions)
             return TRUE;
         });
     for (const auto& [isLong, part] : {std::pair(0, L"7:00"), {0, L"29"}, {1, L"2024"}, {1, L"7:00:00"}})
-        EXPECT_NE(date(133536816000000000, isLong).find(part), std::wstring::npos);
+        EXPECT_NE(asText(FormatDateTime)(133536816000000000, isLong).find(part), std::wstring::npos);
 
     unsigned long long version = 0;
     Given<wchar_t> told;

@@ -1,19 +1,5 @@
 // Every exported function of the groups, with each pointer that it needs missing in turn.
 
-#include "core/win32/utils/checksums/api.h"
-#include "core/win32/utils/files/api.h"
-#include "core/win32/utils/formatting/api.h"
-#include "core/win32/utils/paths/api.h"
-#include "core/win32/utils/processes/api.h"
-#include "core/win32/utils/registry/api.h"
-#include "core/win32/utils/security/api.h"
-#include "core/win32/utils/services/api.h"
-#include "core/win32/utils/shell/api.h"
-#include "core/win32/utils/strings/api.h"
-#include "core/win32/utils/system/api.h"
-#include "core/win32/utils/time/api.h"
-#include "core/win32/utils/versions/api.h"
-#include "core/win32/utils/volumes/api.h"
 #include "support/Utilities.h"
 
 namespace {
@@ -48,31 +34,25 @@ void expectRefused(const char* name, std::size_t argument, long code)
         << name << ", argument " << argument;
 }
 
-template <std::size_t At, class Function, class... Arguments>
-void nullAt(const char* name, Function function, std::tuple<Arguments...> arguments)
-{
-    if constexpr (std::is_pointer_v<std::tuple_element_t<At, std::tuple<Arguments...>>>) {
-        std::get<At>(arguments) = nullptr;
-        std::memset(untouched, 0x5a, sizeof untouched);
-        expectRefused(name, At + 1, static_cast<long>(std::apply(function, arguments)));
-    }
-}
-
 template <class Function, class... Arguments>
 void eachNull(const char* name, Function function, Arguments... arguments)
 {
+    const auto nullAt = [&]<std::size_t At>(std::integral_constant<std::size_t, At>) {
+        if constexpr (std::is_pointer_v<std::tuple_element_t<At, std::tuple<Arguments...>>>) {
+            std::tuple<Arguments...> all(arguments...);
+            std::get<At>(all) = nullptr;
+            std::memset(untouched, 0x5a, sizeof untouched);
+            expectRefused(name, At + 1, static_cast<long>(std::apply(function, all)));
+        }
+    };
     [&]<std::size_t... At>(std::index_sequence<At...>)
     {
-        (nullAt<At>(name, function, std::make_tuple(arguments...)), ...);
+        (nullAt(std::integral_constant<std::size_t, At>()), ...);
     }
     (std::index_sequence_for<Arguments...>());
 }
 
-const struct
-{
-    const char* name;
-    void (*check)();
-} kRows[] = {
+const std::pair<const char*, void (*)()> kRows[] = {
 #include <null_calls.inc>
 };
 
@@ -86,9 +66,9 @@ TEST(Utilities, RefuseEveryMissingPointer)
     for (const char* other : {"ImpersonateCurrentUser", "SetCurrentUserSession", "_wcsistr", "_stristr",
                               "SetFirstCharW", "SetFirstCharA"})
         EXPECT_EQ(missing.erase(other), 1U) << other;
-    for (const auto& row : kRows) {
-        row.check();
-        EXPECT_EQ(missing.erase(row.name), 1U) << row.name;
+    for (const auto& [name, check] : kRows) {
+        check();
+        EXPECT_EQ(missing.erase(name), 1U) << name;
     }
     EXPECT_TRUE(missing.empty()) << *missing.begin() << " has no row";
     EXPECT_EQ(_stristr(nullptr, "a"), nullptr);

@@ -1,5 +1,3 @@
-#include "core/win32/utils/paths/api.h"
-
 #include "support/Test.h"
 
 #include <winioctl.h>
@@ -10,15 +8,9 @@
 namespace {
 const auto combined = asText(PathCombinePartsW);
 const auto normalized = asText(PathNormalizeW);
-const auto longForm = asText(PathToLongFormW);
-const auto extendedForm = asText(PathToExtendedFormW);
 const auto parent = asText(PathParentW);
 const auto fromNative = asText(PathFromNative);
-const auto toNative = asText(PathToNative);
 const auto compact = asText(PathCompactForDisplay);
-const auto inside = asNumber(PathIsInsideW);
-const auto isProtected = asNumber(PathIsProtected);
-const auto valid = asNumber(PathIsValidFileName);
 
 std::wstring parts(const wchar_t* path)
 {
@@ -56,11 +48,11 @@ TEST(Paths, AreCombinedAndWrittenInOtherForms)
     EXPECT_EQ(normalized(L"\\\\.\\C:"), L"\\\\?\\C:"); // the device, not the current folder
     EXPECT_EQ(normalized(deep.c_str()), deep);
     EXPECT_EQ(normalized(L""), L"code 123");
-    EXPECT_EQ(longForm(L"C:\\WINDOWS\\.\\system32"), L"C:\\windows\\system32");
-    EXPECT_EQ(longForm(L"C:\\not there"), L"code 2");
-    EXPECT_EQ(extendedForm(L"C:\\a"), L"C:\\a");
-    EXPECT_EQ(extendedForm(deep.c_str()), L"\\\\?\\" + deep);
-    EXPECT_EQ(extendedForm(L"C:\\a\\nul"), L"\\\\?\\C:\\a\\nul");
+    EXPECT_EQ(asText(PathToLongFormW)(L"C:\\WINDOWS\\.\\system32"), L"C:\\windows\\system32");
+    EXPECT_EQ(asText(PathToLongFormW)(L"C:\\not there"), L"code 2");
+    EXPECT_EQ(asText(PathToExtendedFormW)(L"C:\\a"), L"C:\\a");
+    EXPECT_EQ(asText(PathToExtendedFormW)(deep.c_str()), L"\\\\?\\" + deep);
+    EXPECT_EQ(asText(PathToExtendedFormW)(L"C:\\a\\nul"), L"\\\\?\\C:\\a\\nul");
     EXPECT_EQ(fromNative(L"\\??\\C:\\a"), L"C:\\a");
     for (const wchar_t* path : {L"\\??\\UNC\\server\\share", L"\\Device\\Mup\\server\\share"})
         EXPECT_EQ(fromNative(path), L"\\\\server\\share");
@@ -68,9 +60,9 @@ TEST(Paths, AreCombinedAndWrittenInOtherForms)
     for (const wchar_t* path : {L"\\SystemRooter", L"C:\\a"})
         EXPECT_EQ(fromNative(path), L"code 161");
     EXPECT_EQ(fromNative(L"\\Device\\NoSuchVolume\\a"), L"code 15");
-    EXPECT_EQ(fromNative(toNative(L"C:\\a\\b").c_str()), L"C:\\a\\b");
-    EXPECT_EQ(toNative(L"\\\\server\\share\\a"), L"\\Device\\Mup\\server\\share\\a");
-    EXPECT_EQ(toNative(L"C:\\").substr(0, 8), L"\\Device\\");
+    EXPECT_EQ(fromNative(asText(PathToNative)(L"C:\\a\\b").c_str()), L"C:\\a\\b");
+    EXPECT_EQ(asText(PathToNative)(L"\\\\server\\share\\a"), L"\\Device\\Mup\\server\\share\\a");
+    EXPECT_EQ(asText(PathToNative)(L"C:\\").substr(0, 8), L"\\Device\\");
 }
 
 TEST(Paths, AreTakenApartAndShortened)
@@ -92,7 +84,7 @@ TEST(Paths, AreTakenApartAndShortened)
                                            {L"\\\\s\\h\\nul", L"\\\\?\\UNC\\s\\h", 1},
                                            {L"C:\\a.\\b", L"C:\\a", 0},
                                            {L"C:\\a", L"C:\\", 1}})
-        EXPECT_EQ(inside(path, folder), is) << utf8(path);
+        EXPECT_EQ(asNumber(PathIsInsideW)(path, folder), is) << utf8(path);
     EXPECT_EQ(parts(L"C:\\a.b\\c.tar.gz"), L"c.tar.gz|.gz");
     EXPECT_EQ(parts(L"C:\\a.b\\"), L"|");
     EXPECT_EQ(parts(L"C:.profile"), L".profile|");
@@ -124,41 +116,29 @@ TEST(Paths, ProtectedAndValid)
     wchar_t volume[MAX_PATH] = L"";
     GetVolumeNameForVolumeMountPointW(L"C:\\", volume, MAX_PATH);
     const std::wstring there = std::wstring(volume) + L"windows", other = there + L"2";
-    for (const wchar_t* path : {L"C:\\",
-                                L"Z:/",
-                                L"\\\\server\\share",
-                                L"C:\\Windows\\System32",
-                                L"\\\\?\\C:\\windows",
-                                L"C:\\Windows\\aux\\f",
-                                L"\\\\?\\C:\\windows\\nul",
-                                L"\\\\server\\c$\\windows\\prn \\x",
-                                L"C:\\users\\nul",
-                                L"C:\\users\\somebody",
-                                L"C:\\Program Files",
-                                L"C:\\users\\somebody\\AppData\\",
-                                L"C:\\users\\somebody\\appdata\\Roaming",
-                                L"C:\\Windows::$INDEX_ALLOCATION",
-                                L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody",
-                                L"C:\\Program Files. .",
-                                L"\\\\server\\c$\\Users",
-                                L"\\\\?\\UNC\\server\\ADMIN$\\system32",
-                                L"\\\\server\\c$. \\Users",
-                                L"Q:\\... ", // Win32 takes it for the root
-                                L"C:\\:$I30:$INDEX_ALLOCATION",
-                                L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x",
-                                there.c_str(),
-                                L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x", // mounted nowhere
-                                L"C:\\Program Files\\Common Files"})
-        EXPECT_EQ(isProtected(path), 1) << utf8(path);
+    for (const wchar_t* path :
+         {L"Z:/", L"C:\\Windows\\System32", L"\\\\?\\C:\\windows", L"C:\\Windows\\aux\\f",
+          L"\\\\?\\C:\\windows\\nul", L"\\\\server\\c$\\windows\\prn \\x", L"C:\\users\\nul",
+          L"C:\\users\\somebody", L"C:\\Program Files", L"C:\\users\\somebody\\AppData\\",
+          L"C:\\users\\somebody\\appdata\\Roaming", L"C:\\Program Files\\Common Files"})
+        EXPECT_EQ(asNumber(PathIsProtected)(path), 1) << utf8(path);
+    // Roots and what may be one; the last is mounted nowhere.
+    for (const wchar_t* path :
+         {L"C:\\", L"\\\\server\\share", L"C:\\Windows::$INDEX_ALLOCATION",
+          L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody", L"C:\\Program Files. .", L"\\\\server\\c$\\Users",
+          L"\\\\?\\UNC\\server\\ADMIN$\\system32", L"\\\\server\\c$. \\Users", L"Q:\\... ",
+          L"C:\\:$I30:$INDEX_ALLOCATION", L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x", there.c_str(),
+          L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\x"})
+        EXPECT_EQ(asNumber(PathIsProtected)(path), 1) << utf8(path);
     for (const wchar_t* path :
          {L"C:\\users\\somebody\\file", L"C:\\Program Files\\thing", L"C:\\windows2",
           L"C:\\users\\somebody\\AppData\\Local\\Temp", L"\\\\server\\share\\users", other.c_str()})
-        EXPECT_EQ(isProtected(path), 0) << utf8(path);
+        EXPECT_EQ(asNumber(PathIsProtected)(path), 0) << utf8(path);
     const std::wstring longest(255, L'x'), longer(256, L'x');
     for (const wchar_t* name : {L"a b.txt", longest.c_str()})
-        EXPECT_EQ(valid(name), 1);
+        EXPECT_EQ(asNumber(PathIsValidFileName)(name), 1);
     for (const wchar_t* name : {L"a.", L"a ", L"COM1.txt", L"a\x1f", L"", L"..", L"a:b", longer.c_str()})
-        EXPECT_EQ(valid(name), 0) << utf8(name);
+        EXPECT_EQ(asNumber(PathIsValidFileName)(name), 0) << utf8(name);
 }
 
 TEST(Paths, MakeUniqueAndTwins)

@@ -1,7 +1,3 @@
-#include "core/win32/utils/registry/api.h"
-
-#include "core/win32/utils/files/api.h"
-#include "core/win32/utils/security/api.h"
 #include "support/Utilities.h"
 
 namespace {
@@ -14,10 +10,7 @@ struct Scratch
     ~Scratch() { RegistryDeleteTree(kUser, kTop, 0); }
 };
 
-std::wstring key(const wchar_t* name)
-{
-    return std::wstring(kTop) + L"\\" + name;
-}
+const auto key = [](const wchar_t* name) { return std::wstring(kTop) + L"\\" + name; };
 /// Writes raw data, without adding a terminator.
 void put(const wchar_t* sub, const wchar_t* name, DWORD type, const std::wstring& data, size_t odd = 0)
 {
@@ -28,10 +21,9 @@ std::wstring read(const wchar_t* name, int expand = 0)
 {
     return asText(RegistryReadString)(kUser, key(L"a").c_str(), name, 0, expand);
 }
-long long exists(const wchar_t* sub)
-{
+const auto exists = [](const wchar_t* sub) {
     return asNumber(RegistryKeyExists)(kUser, key(sub).c_str(), 0);
-}
+};
 const std::wstring kIn = testPath(L"in.reg");
 long import(const std::wstring& text)
 {
@@ -49,29 +41,25 @@ TEST(Registry, ValuesOfEveryShape)
     size_t count = 0;
     const std::wstring a = key(L"a");
     const std::wstring longer(100000, L'x');
-    const struct
-    {
-        const wchar_t* name;
-        DWORD type;
-        std::wstring data, text; // as it stands there, and as it is read
-        std::size_t odd = 0;
-        int expand = 0;
-    } rows[] = {{L"ended", REG_SZ, std::wstring(L"text\0", 5), L"text"},
-                {L"ended", REG_SZ, std::wstring(L"text\0", 5), L"text", 0, 1},
-                {L"open", REG_SZ, L"text", L"text"},
-                {L"more", REG_SZ, std::wstring(L"text\0x\0", 7), L"text"},
-                {L"odd", REG_SZ, L"text", L"tex", 1},
-                {L"none", REG_SZ, L"", L""},
-                {L"var", REG_EXPAND_SZ, L"%windir%\\x", L"%windir%\\x"},
-                {L"var", REG_EXPAND_SZ, L"%windir%\\x", L"C:\\windows\\x", 0, 1},
-                {L"long var", REG_EXPAND_SZ, longer + L"%windir%", longer + L"C:\\windows", 0, 1},
-                {L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8), L"code 1630"},
-                {L"", REG_SZ, L"unnamed", L"unnamed"},
-                {L"long", REG_SZ, longer, longer}};
-    for (const auto& row : rows) {
-        put(L"a", row.name, row.type, row.data, row.odd);
-        EXPECT_EQ(read(row.name, row.expand), row.text) << utf8(row.name);
+    // The name, the type, the data as it stands there, whether it is expanded, and the text.
+    const std::tuple<const wchar_t*, DWORD, std::wstring, int, std::wstring> rows[] = {
+        {L"ended", REG_SZ, std::wstring(L"text\0", 5), 0, L"text"},
+        {L"ended", REG_SZ, std::wstring(L"text\0", 5), 1, L"text"},
+        {L"open", REG_SZ, L"text", 0, L"text"},
+        {L"more", REG_SZ, std::wstring(L"text\0x\0", 7), 0, L"text"},
+        {L"none", REG_SZ, L"", 0, L""},
+        {L"var", REG_EXPAND_SZ, L"%windir%\\x", 0, L"%windir%\\x"},
+        {L"var", REG_EXPAND_SZ, L"%windir%\\x", 1, L"C:\\windows\\x"},
+        {L"long var", REG_EXPAND_SZ, longer + L"%windir%", 1, longer + L"C:\\windows"},
+        {L"list", REG_MULTI_SZ, std::wstring(L"a\0bc\0\0d\0", 8), 0, L"code 1630"},
+        {L"", REG_SZ, L"unnamed", 0, L"unnamed"},
+        {L"long", REG_SZ, longer, 0, longer}};
+    for (const auto& [name, kind, data, expand, text] : rows) {
+        put(L"a", name, kind, data);
+        EXPECT_EQ(read(name, expand), text) << utf8(name);
     }
+    put(L"a", L"odd", REG_SZ, L"text", 1);
+    EXPECT_EQ(read(L"odd"), L"tex");
     EXPECT_EQ(read(L"not there"), L"code 2");
     put(L"a", L"tail", REG_MULTI_SZ, L"a");
     for (const auto& [name, text] :

@@ -1,5 +1,3 @@
-#include "core/win32/utils/strings/api.h"
-
 #include "support/Utilities.h"
 
 namespace {
@@ -8,11 +6,7 @@ constexpr auto kWhole = static_cast<size_t>(-1); // up to the text's end
 
 const auto trim = asText(StringTrimW);
 const auto replace = asText(StringReplaceAllW);
-const auto join = asText(StringJoinW);
-const auto upper = asText(StringToUpperW);
-const auto lower = asText(StringToLowerW);
 const auto quote = asText(StringQuoteArgumentW);
-const auto hex = asText(StringFormatHexW);
 const auto starts = asNumber(StringStartsWithW);
 const auto ends = asNumber(StringEndsWithW);
 const auto contains = asNumber(StringContainsW);
@@ -67,10 +61,10 @@ TEST(Strings, AreTrimmedReplacedSplitAndJoined)
     EXPECT_EQ(split(L"\U0001F600a\U0001F601b", L"\U0001F601", 0), L"\U0001F600a|b|");
     constexpr wchar_t kTwo[] = {L'a', 0, L'b', 0, 0};
     constexpr wchar_t kNone[2] = {};
-    EXPECT_EQ(join(&kTwo[0], L", "), L"a, b");
-    EXPECT_EQ(join(&kNone[0], L", "), L"");
-    EXPECT_EQ(upper(L"straße ÿ"), L"STRAßE Ÿ");
-    EXPECT_EQ(lower(L"ÄI\U00010400"), L"äi\U00010400");
+    EXPECT_EQ(asText(StringJoinW)(&kTwo[0], L", "), L"a, b");
+    EXPECT_EQ(asText(StringJoinW)(&kNone[0], L", "), L"");
+    EXPECT_EQ(asText(StringToUpperW)(L"straße ÿ"), L"STRAßE Ÿ");
+    EXPECT_EQ(asText(StringToLowerW)(L"ÄI\U00010400"), L"äi\U00010400");
     EXPECT_EQ(asText(StringDuplicateW)(kLone), kLone);
 }
 
@@ -109,8 +103,8 @@ TEST(Strings, BecomeNumbersHexAndArguments)
           number(L" 1", 10), number(L"12", 2), number(L"1", 1), number(L"1", 37)})
         EXPECT_EQ(wrong, -87);
     constexpr char kBytes[] = {0, '\xff', '\x1a'};
-    EXPECT_EQ(hex(&kBytes[0], 3), L"00ff1a");
-    EXPECT_EQ(hex("", kWhole), L"code 87");
+    EXPECT_EQ(asText(StringFormatHexW)(&kBytes[0], 3), L"00ff1a");
+    EXPECT_EQ(asText(StringFormatHexW)("", kWhole), L"code 87");
     EXPECT_EQ(quote(L"plain\\"), L"plain\\");
     EXPECT_EQ(quote(L""), L"\"\"");
     EXPECT_EQ(quote(L"a b\\"), L"\"a b\\\\\"");

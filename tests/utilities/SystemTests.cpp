@@ -1,12 +1,3 @@
-#include "core/win32/utils/system/api.h"
-
-#include "core/win32/utils/files/api.h"
-#include "core/win32/utils/processes/api.h"
-#include "core/win32/utils/registry/api.h"
-#include "core/win32/utils/security/api.h"
-#include "core/win32/utils/services/api.h"
-#include "core/win32/utils/shell/api.h"
-#include "support/ImportReplacement.h"
 #include "support/Process.h"
 #include "support/Threads.h"
 #include "support/Utilities.h"
@@ -209,6 +200,11 @@ TEST(Processes, AreRunAndTold)
         EXPECT_EQ(ProcessRunAndWait((kShell + std::wstring(end)).c_str(), L"/c exit 9", INFINITE, nullptr,
                                     &exitCode),
                   123);
+    {
+        const Replaced<"CreateProcessW", decltype(&CreateProcessW)> refusing(1, FALSE, ERROR_GEN_FAILURE);
+        EXPECT_EQ(ProcessRunAndWait(L"\\\\?\\C:\\tool.", nullptr, 0, nullptr, &exitCode), 31)
+            << "as it stands";
+    }
     const TestEvent cancel;
     EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
     Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
@@ -227,7 +223,7 @@ TEST(Processes, AreRunAndTold)
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
 }
 
-// A shell that waits for another one: both end, and nothing else.
+// A shell that waits for another one, and starts one more when that has ended: all end, and nothing else.
 TEST(Processes, EndWithTheirTreeFromBelow)
 {
     const unsigned long self = GetCurrentProcessId();
@@ -252,17 +248,26 @@ TEST(Processes, EndWithTheirTreeFromBelow)
         EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
         EXPECT_EQ(ProcessTerminateTree(self + beside, 1000), 87);
     }
-    char first = 0;
-    DWORD size = 0;
-    EXPECT_TRUE(ReadFile(said, &first, 1, &size, nullptr)) << "the inner shell greets";
+    const auto read = [said] {
+        char byte = 0;
+        DWORD size = 0;
+        EXPECT_TRUE(ReadFile(said, &byte, 1, &size, nullptr));
+        return size == 1 ? byte : '>';
+    };
+    while (read() != '>') { // the inner shell waits for a command
+    }
     std::vector<unsigned long> order;
     Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
         [&](auto original, HANDLE process, UINT code) {
             order.push_back(GetProcessId(process));
-            return original(process, code);
+            const BOOL ended = original(process, code);
+            if (order.size() == 1 && order[0] != started.dwProcessId)
+                read(); // the outer shell has started the next one
+            return ended;
         });
     EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
-    EXPECT_TRUE(order.size() > 1 && order.back() == started.dwProcessId) << "children first";
+    EXPECT_TRUE(order.size() == 3 && order[1] == started.dwProcessId)
+        << "children first, and what was started meanwhile: " << testing::PrintToString(order);
     EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
     for (const HANDLE handle :
          {started.hProcess, started.hThread, startup.hStdInput, output, said, startup.hStdOutput})
@@ -284,16 +289,15 @@ TEST(Shell, Shortcuts)
         return ShellCreateShortcut(where.c_str(), what.c_str(), with.c_str(), nullptr, 0);
     };
     EXPECT_EQ(made(link, target, most), 0);
-    Given<wchar_t> all, other, place;
-    EXPECT_EQ(ShellReadShortcut(link.c_str(), &other, &all, &place), 0);
-    EXPECT_EQ(all.get(), most);
+    EXPECT_EQ(ShellReadShortcut(link.c_str(), &to, &arguments, &folder), 0);
+    EXPECT_EQ(arguments.get(), most);
     EXPECT_EQ(made(link, target, most + L"a"), 206);
     EXPECT_EQ(made(link, L"C:\\" + std::wstring(257, L'x'), L""), 206);
     EXPECT_EQ(made(link, L"", L""), 87);
     EXPECT_EQ(made(target, target, L""), 80);
     EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
     EXPECT_EQ(made(L"C:\\users", target, L""), 336);
-    EXPECT_EQ(ShellReadShortcut(target.c_str(), &other, &all, &place), 13);
+    EXPECT_EQ(ShellReadShortcut(target.c_str(), &to, &arguments, &folder), 13);
     const auto broken = [&] { return asNumber(ShellShortcutIsBroken)(link.c_str()); };
     EXPECT_EQ(broken(), 0);
     DeleteFileW(target.c_str());

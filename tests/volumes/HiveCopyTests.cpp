@@ -1,7 +1,6 @@
 // Run by tests/volumes/hives, which creates the volume and compares the copies.
 
 #include "core/win32/registry/defragmenter/include/HiveCopy.h"
-#include "core/win32/utils/objectmanager/include/Exception.h"
 #include "support/Hives.h"
 
 /// Nobody can read the file itself: the test has it open exclusively.
@@ -9,8 +8,7 @@ TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
 {
     const std::wstring folder = _wgetenv(L"SYSMAINT_VOLUME_FOLDER");
     Extents extents;
-    CountedImport<"DeviceIoControl", decltype(&DeviceIoControl)> controls(GetModuleHandleW(nullptr));
-    controls.setHook(
+    const Controls controls(
         [&](auto, HANDLE, DWORD code, LPVOID, DWORD, LPVOID answer, DWORD size, LPDWORD returned, auto) {
             EXPECT_EQ(code, static_cast<DWORD>(FSCTL_GET_RETRIEVAL_POINTERS));
             return tellExtents(extents, answer, size, returned);
@@ -27,12 +25,7 @@ TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
         ASSERT_TRUE(locked.isValid());
         EXPECT_EQ(CreateFileW(file.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr),
                   INVALID_HANDLE_VALUE);
-        unsigned long code = 0;
-        try {
-            HiveCopy(file.c_str(), (folder + L"\\copy." + name).c_str(), nullptr);
-        } catch (const Exception& raised) {
-            code = raised.getCode();
-        }
-        EXPECT_EQ(code, extents.empty() ? ERROR_HANDLE_EOF : ERROR_SUCCESS);
+        const auto copy = [&] { HiveCopy(file.c_str(), (folder + L"\\copy." + name).c_str(), nullptr); };
+        EXPECT_EQ(codeOf(copy), extents.empty() ? ERROR_HANDLE_EOF : ERROR_SUCCESS);
     }
 }

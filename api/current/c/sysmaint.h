@@ -37,8 +37,9 @@
 // - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an
 //   object are marked as such.
 // - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is
-//   signalled the call ends with 1223. Null never cancels. It must stay open until the call returns: most
-//   calls do not check it, so a handle that is closed or no event may never cancel, or cancel at once.
+//   signalled the call ends with 1223, before anything else when it is signalled already. Null never
+//   cancels. A handle that is closed, or of anything but an event, gives 6, and one that must not be waited
+//   for 5: nothing has begun then. The event must stay open until the call returns.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
 // - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects
 //   that are still open when the library is unloaded are lost.
@@ -76,6 +77,21 @@ typedef struct sysmaint_failure
 /// @param failure  set its size first; receives the failure
 /// @return 0, 87 (also another size), 8 (no memory for the text; the code is in the failure all the same)
 SYSMAINT_API int32_t sysmaint_last_failure(sysmaint_failure* failure);
+
+// ---- Folder macros in paths, such as "%temp%\cache": win32/paths/include/IPathValidatorW.h has their names
+// and values. core/win32/utils/paths/plain.h has everything else about paths.
+
+/// The path with its macros and environment variables expanded.
+///
+/// @param expanded  receives a copy, to be released with utilsFreeMemory
+/// @return 0, 8, 87, 1168 (it holds no known macro: use the path as it is), or the system's code for a folder
+///         that cannot be determined, as IPathValidatorW::validate
+SYSMAINT_API int32_t sysmaint_path_expand(const wchar_t* path, wchar_t** expanded);
+/// The same for UTF-8.
+///
+/// @param expanded  receives a copy, to be released with utilsFreeMemory
+/// @return as sysmaint_path_expand; 1113 (no valid UTF-8)
+SYSMAINT_API int32_t sysmaint_path_expand_utf8(const char* path, char** expanded);
 
 // ---- Validators: rules that decide which items are reported or wiped. win32/scanengine/include/
 // IScanValidator.h describes them. A validator that is used by a running call cannot be changed (170).
@@ -126,6 +142,33 @@ SYSMAINT_API int32_t sysmaint_validator_count(sysmaint_validator* validator, uin
 /// @return 0, 6, 8, 87 (also for another list, and for an index beyond it)
 SYSMAINT_API int32_t sysmaint_validator_pattern(sysmaint_validator* validator, uint32_t list, uint32_t index,
                                                 wchar_t** pattern);
+/// What a rule compares, and with which items.
+typedef struct sysmaint_rule
+{
+    uint32_t size;
+    uint32_t mode;   ///< SYSMAINT_MATCH_...; another number, from a text or a stream, never matches
+    uint32_t target; ///< SYSMAINT_TARGET_...; in the same way
+    uint32_t kind;   ///< SYSMAINT_ITEMS_...; another number: containers and leaves
+} sysmaint_rule;
+
+/// The same for the rest of a rule.
+///
+/// @param index  from 0
+/// @param rule   set its size first
+/// @return 0, 6, 87 (also for another list, an index beyond it, and another size)
+SYSMAINT_API int32_t sysmaint_validator_rule(sysmaint_validator* validator, uint32_t list, uint32_t index,
+                                             sysmaint_rule* rule);
+/// The rules of both lists in serialized form, as a buffer to be released with utilsFreeMemory.
+///
+/// @param bytes  receives the buffer
+/// @param size   receives how many bytes
+/// @return 0, 6, 8, 87
+SYSMAINT_API int32_t sysmaint_validator_dump(sysmaint_validator* validator, void** bytes, uint64_t* size);
+/// Appends the rules that sysmaint_validator_dump has written: all of them, or none when it fails.
+///
+/// @param bytes  `size` bytes, which are not trusted
+/// @return 0, 6, 8, 13 (more bytes than the rules have), 30 (too few bytes), 87, 170
+SYSMAINT_API int32_t sysmaint_validator_load(sysmaint_validator* validator, const void* bytes, uint64_t size);
 /// Closes the handle. Calls that use the validator go on with it.
 ///
 /// @return 0, 6
@@ -176,6 +219,11 @@ SYSMAINT_API int32_t sysmaint_ftp_create(const sysmaint_ftp_account* account, sy
 /// @param cancel_event  may be null
 /// @return 0, 6, 8, 1223, 1326, or a code of core/win32/utils/ftp/api.h
 SYSMAINT_API int32_t sysmaint_ftp_connect(sysmaint_ftp* ftp, void* cancel_event);
+/// Changes the time-out for each step, from the next operation on.
+///
+/// @param timeout  in milliseconds
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_ftp_set_timeout(sysmaint_ftp* ftp, uint32_t timeout);
 /// Closes the connection. What its items wait for ends, and they cannot be used any more (2250).
 ///
 /// @return 0, 6
@@ -217,7 +265,8 @@ SYSMAINT_API int32_t sysmaint_item_registry_value(void* root, const wchar_t* key
 /// @param ftp   stays open while the item is used
 /// @param path  from the server's root, with slashes
 /// @param item  receives the handle; close it with sysmaint_item_close
-/// @return 0, 6, 8, 87 (also a path with "." or "..", a backslash or a control character)
+/// @return 0, 6, 8, 87 (also a path that is empty, ends in a slash, or has "." or "..", a backslash or a
+///         control character)
 SYSMAINT_API int32_t sysmaint_item_ftp_file(sysmaint_ftp* ftp, const wchar_t* path, sysmaint_item** item);
 /// The item that sysmaint_item_dump has written. Items on FTP servers are not connected then (2250).
 ///
@@ -246,6 +295,23 @@ SYSMAINT_API int32_t sysmaint_item_type(sysmaint_item* item, uint32_t* type);
 /// @param path  receives the text; owned by the item, valid until its last handle is closed
 /// @return 0, 6, 87, 8
 SYSMAINT_API int32_t sysmaint_item_path(sysmaint_item* item, const wchar_t** path);
+/// How far below the root of its scan a folder or key was found: 1 for what is in the root, 0 for an item
+/// that was made of a name.
+///
+/// @param level  receives it
+/// @return 0, 6, 87, 120
+SYSMAINT_API int32_t sysmaint_item_level(sysmaint_item* item, uint32_t* level);
+/// The HKEY that a registry item is opened under: its root, or for HKEY_CURRENT_USER the hive of the current
+/// user, whom SetCurrentUserSession determines.
+///
+/// @param root  receives it; owned by the item, valid until its last handle is closed
+/// @return 0, 6, 87, 120, or the system's code
+SYSMAINT_API int32_t sysmaint_item_root(sysmaint_item* item, void** root);
+/// Whether the server lists a file as a link. Downloading follows it, deleting does not.
+///
+/// @param is  receives 0 or 1; 0 for an item that was made of a name
+/// @return 0, 6, 87, 120 (no file on an FTP server)
+SYSMAINT_API int32_t sysmaint_item_is_link(sysmaint_item* item, int32_t* is);
 /// The name of a registry value.
 ///
 /// @param name  receives the text; owned by the item, valid until its last handle is closed
@@ -298,7 +364,7 @@ SYSMAINT_API int32_t sysmaint_item_create(sysmaint_item* item);
 /// DELETES the item from the system: a file, an empty folder, a registry value, a registry key with all that
 /// is below it, a file from its server. Of a link only the link.
 ///
-/// @param cancel_event  for files on FTP servers, otherwise ignored
+/// @param cancel_event  polled during the call for files on FTP servers only; may be null
 /// @return 0, 6, 8, 1223, or the system's or the server's code
 SYSMAINT_API int32_t sysmaint_item_delete(sysmaint_item* item, void* cancel_event);
 /// Copies a file from its FTP server into a local one.
@@ -315,7 +381,7 @@ SYSMAINT_API int32_t sysmaint_item_upload(sysmaint_item* item, const wchar_t* lo
 ///
 /// @param bytes  receives the buffer
 /// @param size   receives how many bytes
-/// @return 0, 6, 8, 29, 87
+/// @return 0, 6, 8, 87
 SYSMAINT_API int32_t sysmaint_item_dump(sysmaint_item* item, void** bytes, uint64_t* size);
 
 // ---- Scans: folders, registry keys, or folders on FTP servers as roots, walked breadth-first on the calling
@@ -332,6 +398,7 @@ typedef struct sysmaint_scan sysmaint_scan;
 #define SYSMAINT_FOUND_CONTAINER 1u ///< a folder or a registry key
 #define SYSMAINT_FOUND_UNLISTED 2u ///< a container that could not be listed completely, for the reason `code`
 
+/// How far a scan goes.
 typedef struct sysmaint_scan_options
 {
     uint32_t size;
@@ -415,6 +482,7 @@ typedef struct sysmaint_wiper sysmaint_wiper;
 #define SYSMAINT_WIPE_GUTMANN 3u         ///< 35 passes
 #define SYSMAINT_WIPE_CLOUD_FILES 0x100u ///< added: also files whose content is elsewhere, which is fetched
 
+/// How a wiper overwrites.
 typedef struct sysmaint_wipe_options
 {
     uint32_t size;
@@ -424,6 +492,7 @@ typedef struct sysmaint_wipe_options
     uint64_t total; ///< bytes expected in all, for the callback; the call corrects it
 } sysmaint_wipe_options;
 
+/// How far a wiper is.
 typedef struct sysmaint_wipe_progress
 {
     uint32_t size;
@@ -471,7 +540,8 @@ SYSMAINT_API int32_t sysmaint_wiper_wipe(sysmaint_wiper* wiper, uint32_t kind, c
 /// @param root     entries below this folder are protected against links on the way; see IWiper
 /// @param entries  `count` structs; may be null when `count` is 0
 /// @param left     receives how many entries were not handled: the first ones of the array, the last of which
-///                 failed; may be null. It is set whenever the call has begun to wipe, also when it fails
+///                 failed; may be null. It is set whenever the call has begun to wipe, also when it fails;
+///                 set it to `count` before
 /// @return as sysmaint_wiper_wipe
 SYSMAINT_API int32_t sysmaint_wiper_wipe_entries(sysmaint_wiper* wiper, const wchar_t* root,
                                                  const sysmaint_wipe_entry* entries, uint64_t count,
@@ -514,6 +584,7 @@ typedef struct sysmaint_message sysmaint_message;
 #define SYSMAINT_MESSAGE_ARRAY 2u      ///< with a list of elements, each of bytes
 #define SYSMAINT_MESSAGE_PARAMETERS 3u ///< with named parameters, each of bytes
 
+/// What every message has.
 typedef struct sysmaint_message_info
 {
     uint32_t size;
@@ -554,13 +625,17 @@ SYSMAINT_API int32_t sysmaint_message_load(uint32_t kind, const void* bytes, uin
 ///
 /// @param bytes  receives the buffer
 /// @param size   receives how many bytes
-/// @return 0, 6, 8, 29, 87
+/// @return 0, 6, 8, 87
 SYSMAINT_API int32_t sysmaint_message_dump(sysmaint_message* message, void** bytes, uint64_t* size);
 /// Kind, number and topic of a message.
 ///
 /// @param info  set its size first
 /// @return 0, 6, 87 (also another size)
 SYSMAINT_API int32_t sysmaint_message_get_info(sysmaint_message* message, sysmaint_message_info* info);
+/// Changes the number of a message, that of a reply for example.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_message_set_id(sysmaint_message* message, uint32_t id);
 /// Replaces the bytes of a message with bytes.
 ///
 /// @param bytes  are copied; may be null when `size` is 0
@@ -660,6 +735,7 @@ typedef struct sysmaint_work_key
     void* instance;           ///< as sysmaint_pool_queue returned it
 } sysmaint_work_key;
 
+/// The threads of a category.
 typedef struct sysmaint_category_options
 {
     uint32_t size;
@@ -798,6 +874,11 @@ SYSMAINT_API int32_t sysmaint_topic_create(const wchar_t* name, sysmaint_topic**
 /// @param topic  receives the handle; close it with sysmaint_topic_close
 /// @return 0, 8, 87, 1168 (no such topic)
 SYSMAINT_API int32_t sysmaint_topic_open(const wchar_t* name, sysmaint_topic** topic);
+/// The topic's name.
+///
+/// @param name  receives the text; owned by the topic, valid until the handle is closed
+/// @return 0, 6, 87
+SYSMAINT_API int32_t sysmaint_topic_name(sysmaint_topic* topic, const wchar_t** name);
 /// Closes the handle. Subscriptions of this interface keep their topic open. The last handle or subscription
 /// closes the topic; see CloseMessageTopic.
 ///
@@ -874,6 +955,13 @@ typedef int32_t (*sysmaint_hive_callback)(void* context, const sysmaint_hive* hi
 /// @param context   for the callback
 /// @return 0, 8, 87, 2 (the system has no list), the callback's result, or the system's code
 SYSMAINT_API int32_t sysmaint_hive_list(sysmaint_hive_callback callback, void* context);
+/// The same list in the form that DumpHiveList in core/win32/registry/defragmenter/api.h describes, as a
+/// buffer to be released with utilsFreeMemory.
+///
+/// @param bytes  receives the buffer
+/// @param size   receives how many bytes
+/// @return 0, 8, 87, 2 (the system has no list), or the system's code
+SYSMAINT_API int32_t sysmaint_hive_list_dump(void** bytes, uint64_t* size);
 /// Analyzes all loaded hives; see RegistryDefragmenterAnalyze in core/win32/registry/defragmenter/api.h.
 ///
 /// @param stop_event  a manual-reset event that ends the analysis, also in the middle of a hive; may be null
@@ -892,6 +980,18 @@ SYSMAINT_API int32_t sysmaint_hive_analyze(void* defragmenter, void* stop_event,
 /// @return 0, 6, 8, 87, 487, the callback's result
 SYSMAINT_API int32_t sysmaint_hive_results(void* defragmenter, sysmaint_hive_callback callback,
                                            void* context);
+/// The same results in serialized form, as a buffer to be released with utilsFreeMemory.
+///
+/// @param bytes  receives the buffer
+/// @param size   receives how many bytes
+/// @return 0, 6, 8, 87, 487
+SYSMAINT_API int32_t sysmaint_hive_results_dump(void* defragmenter, void** bytes, uint64_t* size);
+/// Replaces the results by those that sysmaint_hive_results_dump has written. On failure they stay.
+///
+/// @param bytes  `size` bytes, which are not trusted
+/// @return 0, 6, 8, 13 (more bytes than the results have), 30 (too few bytes), 87, 170 (an analysis is
+///         running), 487
+SYSMAINT_API int32_t sysmaint_hive_results_load(void* defragmenter, const void* bytes, uint64_t size);
 
 // ---- Hive files that are not loaded, as keys with values. win32/registry/include/IOfflineRegistryKey.h
 // describes them. All keys that come from one sysmaint_offline_open share the hive, which stays in memory
@@ -1001,7 +1101,8 @@ SYSMAINT_API int32_t sysmaint_offline_value_set(sysmaint_offline_key* key, const
 SYSMAINT_API int32_t sysmaint_offline_value_delete(sysmaint_offline_key* key, const wchar_t* name);
 /// Writes the whole hive to a new file, compactly, and flushes it. On failure no new file is left.
 ///
-/// @return 0, 6, 8, 87, 183 (the file exists), 223 (above 2 GiB), or the system's code
+/// @return 0, 6, 8, 87, 161 (a path that can be no file's on a disk), 183 (the file exists), 223 (above
+///         2 GiB), or the system's code
 SYSMAINT_API int32_t sysmaint_offline_save(sysmaint_offline_key* key, const wchar_t* new_file);
 /// Closes the handle. What was not saved is lost with the last key of the hive.
 ///
@@ -1145,6 +1246,7 @@ SYSMAINT_API int32_t sysmaint_connection_receive(void* connection, uint32_t time
 // ---- Listeners and reporters: topics that reach across processes. core/win32/utils/listeners/plain.h
 // describes them. A listener's handle is a void*, given back with CloseMessageListener.
 
+/// A listener's limits.
 typedef struct sysmaint_listener_options
 {
     uint32_t size;
@@ -1154,6 +1256,7 @@ typedef struct sysmaint_listener_options
     uint64_t most_waiting; ///< bytes of the messages that may wait for their delivery; 0 is 64 MiB
 } sysmaint_listener_options;
 
+/// What a listener has done so far.
 typedef struct sysmaint_listener_state
 {
     uint32_t size;
@@ -1186,6 +1289,7 @@ typedef struct sysmaint_reporter sysmaint_reporter;
 #define SYSMAINT_REPORT_QUEUE 0u ///< queues what is delivered; a thread of the reporter forwards it
 #define SYSMAINT_REPORT_SEND 1u  ///< forwards it at once, and waits for the peer's answer, the reply
 
+/// How a reporter forwards.
 typedef struct sysmaint_reporter_options
 {
     uint32_t size;

@@ -53,7 +53,8 @@ IFtpFile* DllGetFtpFile(void* connection, const wchar_t* path)
         requireArguments(PLACE(kFtpApi, "DllGetFtpFile", __LINE__), path != nullptr);
         FtpConnectionPtr object;
         requireSuccess(PLACE(kFtpApi, "DllGetFtpFile", __LINE__), ftpConnections().get(connection, object));
-        return std::make_unique<FtpFile>(object, FtpLocation::fromPath(path), false, std::nullopt).release();
+        return std::make_unique<FtpFile>(object, FtpLocation::fromFilePath(path), false, std::nullopt)
+            .release();
     });
 }
 

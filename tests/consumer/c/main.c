@@ -3,6 +3,10 @@
 
 #include <wchar.h>
 
+#if defined(__cplusplus) && __cplusplus >= 201103L
+#error Linking the C interface has changed the version of C++
+#endif
+
 int main(void)
 {
     sysmaint_validator* validator = NULL;

@@ -31,6 +31,7 @@
 #include "core/win32/utils/objectmanager/include/Undestroyed.h"
 #include "exports/Frames.h"
 #include "exports/c/LastFailure.h"
+#include "win32/communication/include/ByteStream.h"
 
 namespace cframes {
 /// The frame of every function that returns a status: the code that `body` returns or raises, 0 when it
@@ -51,6 +52,17 @@ std::int32_t status(const char* function, Body&& body) noexcept
     if (code != ERROR_SUCCESS)
         scope.fail(function, code);
     return code;
+}
+
+/// The same for a function with a cancel event. Before `body` raises 6 for anything but an event, and 1223
+/// when it is signalled already.
+template <class Body>
+std::int32_t cancellable(const char* function, HANDLE cancelEvent, Body&& body) noexcept
+{
+    return status(function, [&] {
+        requireEvent(cancelEvent);
+        return body();
+    });
 }
 
 /// Raises 87 unless the arguments are what they must be.
@@ -112,9 +124,10 @@ void closed(Close&& close)
 }
 
 /// A copy of a text for the caller.
-[[nodiscard]] inline wchar_t* copyText(std::wstring_view text)
+template <class Char>
+[[nodiscard]] Char* copyText(const Char* text)
 {
-    return static_cast<wchar_t*>(utilitymemory::copyText(text).release());
+    return static_cast<Char*>(utilitymemory::copyText(std::basic_string_view<Char>(text)).release());
 }
 
 /// Hands a copy of bytes to the caller.
@@ -125,6 +138,29 @@ inline void storeBytes(const void* data, std::uint64_t length, void** bytes, std
         std::memcpy(copy.get(), data, length);
     *bytes = copy.release();
     *size = length;
+}
+
+/// Hands what `dump` writes into a stream to the caller. Raises its code, and 87.
+template <class Dump>
+void storeDump(void** bytes, std::uint64_t* size, Dump&& dump)
+{
+    requireArguments(bytes != nullptr && size != nullptr);
+    MemoryOutputByteStream stream;
+    const long code = boundary::statusOf([&] { return dump(stream); });
+    requireSuccess(code != ERROR_WRITE_FAULT ? code : ERROR_NOT_ENOUGH_MEMORY); // what memory lacks
+    storeBytes(stream.getData(), stream.getSize(), bytes, size);
+}
+
+/// Lets `load` read a caller's bytes, which must be all that it needs. Raises its code, 87 for null, and 13
+/// when bytes are left.
+template <class Load>
+void loadWhole(const void* bytes, std::uint64_t size, Load&& load)
+{
+    requireArguments(bytes != nullptr);
+    MemoryInputByteStream stream(bytes, size);
+    requireSuccess(load(stream));
+    if (stream.getRemaining() != 0)
+        raiseCode(ERROR_INVALID_DATA);
 }
 
 /// A caller's function with its context; may be null. Remembers the result that stopped the call.

@@ -90,19 +90,10 @@ std::wstring systemText(long code)
 }
 } // namespace
 
-lastfailure::Scope::Scope() noexcept : m_record(slot.findOrMake())
+lastfailure::Scope::Scope() noexcept : Aside(slot.findOrMake())
 {
     if (m_record != nullptr)
         m_record->isInside = true;
-}
-
-lastfailure::Scope::~Scope()
-{
-    if (m_record == nullptr)
-        return;
-    m_record->isInside = false;
-    if (m_record->caught)
-        m_record->caught.reset();
 }
 
 void lastfailure::Scope::fail(const char* function, long code) noexcept
@@ -117,7 +108,9 @@ void lastfailure::Scope::fail(const char* function, long code) noexcept
         m_record->failed.reset(); // something else, which the function has dealt with
 }
 
-lastfailure::Aside::Aside() noexcept : m_record(slot.find())
+lastfailure::Aside::Aside() noexcept : Aside(slot.find()) {}
+
+lastfailure::Aside::Aside(Record* record) noexcept : m_record(record)
 {
     if (m_record == nullptr)
         return;

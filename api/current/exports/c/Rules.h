@@ -1,14 +1,17 @@
 #pragma once
 
+#include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "exports/c/CFrames.h"
-#include "win32/scanengine/include/IScanValidator.h"
 
 /// A validator of the C interface. It is not changed while a call uses it: readers take no lock then.
 class Rules
 {
 public:
-    /// Takes ownership of `validator`.
-    explicit Rules(const SharedPtr<IScanValidator>& validator) : m_validator(validator) {}
+    /// As ScanValidator.
+    Rules(const wchar_t* filters, const wchar_t* ignores)
+        : m_validator(makeShared<IScanValidator, ScanValidator>(filters, ignores))
+    {
+    }
 
     /// One call that uses a validator; without one it accepts everything.
     class Use
@@ -41,7 +44,7 @@ public:
     void read(Read&& read)
     {
         const ReadLocker locker(m_lock);
-        read(static_cast<const IScanValidator&>(*m_validator));
+        read(static_cast<const ScanValidator&>(*m_validator));
     }
 
 private:

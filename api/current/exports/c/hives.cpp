@@ -4,6 +4,7 @@
 #include "core/win32/registry/defragmenter/include/HiveList.h"
 #include "core/win32/registry/defragmenter/include/RegistryDefragmenter.h"
 #include "exports/c/CFrames.h"
+#include "win32/stateholder/include/StateCodes.h"
 
 using cframes::requireArguments;
 using cframes::status;
@@ -90,10 +91,20 @@ std::int32_t sysmaint_hive_list(sysmaint_hive_callback callback, void* context)
     });
 }
 
+std::int32_t sysmaint_hive_list_dump(void** bytes, std::uint64_t* size)
+{
+    return status(__func__, [&] {
+        cframes::storeDump(bytes, size, [](auto& stream) -> long {
+            dumpHiveList(stream);
+            return ERROR_SUCCESS;
+        });
+    });
+}
+
 std::int32_t sysmaint_hive_analyze(void* defragmenter, void* stop_event, sysmaint_hive_callback callback,
                                    void* context)
 {
-    return status(__func__, [&]() -> long {
+    return cframes::cancellable(__func__, stop_event, [&]() -> long {
         const DefragmenterPtr object = defragmenterOf(defragmenter);
         HiveCallback call(callback, context);
         Progress progress(call);
@@ -114,5 +125,25 @@ std::int32_t sysmaint_hive_results(void* defragmenter, sysmaint_hive_callback ca
         HiveCallback call(callback, context);
         Progress(call).tellNew(resultsOf(*object));
         return call.codeOf(ERROR_SUCCESS);
+    });
+}
+
+std::int32_t sysmaint_hive_results_dump(void* defragmenter, void** bytes, std::uint64_t* size)
+{
+    return status(__func__, [&] {
+        const DefragmenterPtr object = defragmenterOf(defragmenter);
+        cframes::storeDump(bytes, size, [&](auto& stream) { return object->dump(kStateNone, stream); });
+    });
+}
+
+std::int32_t sysmaint_hive_results_load(void* defragmenter, const void* bytes, std::uint64_t size)
+{
+    return status(__func__, [&] {
+        const DefragmenterPtr object = defragmenterOf(defragmenter);
+        // All of it is read once before the results are replaced.
+        cframes::loadWhole(bytes, size,
+                           [](auto& stream) { return RDAnalyzerResults().load(kStateNone, stream); });
+        MemoryInputByteStream stream(bytes, size);
+        return object->load(kStateNone, stream);
     });
 }

@@ -39,9 +39,10 @@ std::int32_t makeItem(const char* function, sysmaint_item** item, bool given, Ma
 
 /// The frame of a function that works on an item: `operation` takes its pointer.
 template <class Operation>
-std::int32_t withItem(const char* function, sysmaint_item* item, bool given, Operation&& operation) noexcept
+std::int32_t withItem(const char* function, sysmaint_item* item, bool given, Operation&& operation,
+                      HANDLE cancelEvent = nullptr) noexcept
 {
-    return status(function, [&] {
+    return cframes::cancellable(function, cancelEvent, [&] {
         const SharedPtr<ScanItem> object = items().get(item);
         requireArguments(given);
         operation(object);
@@ -94,7 +95,13 @@ std::int32_t sysmaint_ftp_create(const sysmaint_ftp_account* account, sysmaint_f
 
 std::int32_t sysmaint_ftp_connect(sysmaint_ftp* ftp, void* cancel_event)
 {
-    return status(__func__, [&] { connections().get(ftp)->connect(cancel_event); });
+    return cframes::cancellable(__func__, cancel_event,
+                                [&] { connections().get(ftp)->connect(cancel_event); });
+}
+
+std::int32_t sysmaint_ftp_set_timeout(sysmaint_ftp* ftp, std::uint32_t timeout)
+{
+    return status(__func__, [&] { connections().get(ftp)->setTimeout(timeout); });
 }
 
 std::int32_t sysmaint_ftp_close(sysmaint_ftp* ftp)
@@ -137,7 +144,7 @@ std::int32_t sysmaint_item_ftp_file(sysmaint_ftp* ftp, const wchar_t* path, sysm
     return status(__func__, [&] {
         const auto connection = connections().get(ftp);
         requireArguments(path != nullptr && item != nullptr);
-        *item = items().add(makeShared<ScanItem, FtpFile>(connection, FtpLocation::fromPath(path), false,
+        *item = items().add(makeShared<ScanItem, FtpFile>(connection, FtpLocation::fromFilePath(path), false,
                                                           std::optional<unsigned long long>()));
     });
 }
@@ -147,10 +154,7 @@ std::int32_t sysmaint_item_load(const void* bytes, std::uint64_t size, sysmaint_
     return makeItem(__func__, item, bytes != nullptr, [&] {
         MemoryInputByteStream typeStream(bytes, size);
         const SharedPtr<ScanItem> made = makeEmpty(primitives::readU32(typeStream));
-        MemoryInputByteStream stream(bytes, size);
-        requireSuccess(made->load(kStateAll, stream));
-        if (stream.getRemaining() != 0)
-            raiseCode(ERROR_INVALID_DATA);
+        cframes::loadWhole(bytes, size, [&](auto& stream) { return made->load(kStateAll, stream); });
         return made;
     });
 }
@@ -174,6 +178,24 @@ std::int32_t sysmaint_item_type(sysmaint_item* item, std::uint32_t* type)
 std::int32_t sysmaint_item_path(sysmaint_item* item, const wchar_t** path)
 {
     return withItem(__func__, item, path != nullptr, [&](const auto& object) { *path = object->getPath(); });
+}
+
+std::int32_t sysmaint_item_level(sysmaint_item* item, std::uint32_t* level)
+{
+    return withItem(__func__, item, level != nullptr,
+                    [&](const auto& object) { *level = as<IScanPath>(object).getLevel(); });
+}
+
+std::int32_t sysmaint_item_root(sysmaint_item* item, void** root)
+{
+    return withItem(__func__, item, root != nullptr,
+                    [&](const auto& object) { *root = as<IRegistryKey>(object).getHKEY(); });
+}
+
+std::int32_t sysmaint_item_is_link(sysmaint_item* item, std::int32_t* is)
+{
+    return withItem(__func__, item, is != nullptr,
+                    [&](const auto& object) { *is = as<IFtpFile>(object).isLink() ? 1 : 0; });
 }
 
 std::int32_t sysmaint_item_value_name(sysmaint_item* item, const wchar_t** name)
@@ -201,9 +223,10 @@ std::int32_t sysmaint_item_exists(sysmaint_item* item, std::int32_t* exists)
 
 std::int32_t sysmaint_item_has_containers(sysmaint_item* item, void* cancel_event, std::int32_t* has)
 {
-    return withItem(__func__, item, has != nullptr, [&](const auto& object) {
-        *has = as<IScanPath>(object).hasSubfolders(cancel_event) != 0 ? 1 : 0;
-    });
+    return withItem(
+        __func__, item, has != nullptr,
+        [&](const auto& object) { *has = as<IScanPath>(object).hasSubfolders(cancel_event) != 0 ? 1 : 0; },
+        cancel_event);
 }
 
 std::int32_t sysmaint_item_matches(sysmaint_item* item, sysmaint_validator* validator, std::int32_t* accepts)
@@ -259,37 +282,36 @@ std::int32_t sysmaint_item_create(sysmaint_item* item)
 
 std::int32_t sysmaint_item_delete(sysmaint_item* item, void* cancel_event)
 {
-    return withItem(__func__, item, true, [&](const auto& object) {
+    const auto operation = [&](const auto& object) {
         if (auto* file = dynamic_cast<IFileSystemItem*>(object.get()))
             file->deleteItem();
-        else if (auto* entry = dynamic_cast<IRegistryValue*>(object.get()))
-            entry->deleteItem();
         else if (auto* key = dynamic_cast<IRegistryKey*>(object.get()))
-            key->deleteItem();
+            key->deleteItem(); // or the value
         else
             as<IFtpFile>(object).deleteItem(cancel_event);
-    });
+    };
+    return withItem(__func__, item, true, operation, cancel_event);
 }
 
 std::int32_t sysmaint_item_download(sysmaint_item* item, const wchar_t* local_path, std::int32_t go_on,
                                     void* cancel_event)
 {
-    return withItem(__func__, item, local_path != nullptr, [&](const auto& object) {
-        as<IFtpFile>(object).download(local_path, go_on != 0, cancel_event);
-    });
+    return withItem(
+        __func__, item, local_path != nullptr,
+        [&](const auto& object) { as<IFtpFile>(object).download(local_path, go_on != 0, cancel_event); },
+        cancel_event);
 }
 
 std::int32_t sysmaint_item_upload(sysmaint_item* item, const wchar_t* local_path, void* cancel_event)
 {
-    return withItem(__func__, item, local_path != nullptr,
-                    [&](const auto& object) { as<IFtpFile>(object).upload(local_path, cancel_event); });
+    return withItem(
+        __func__, item, local_path != nullptr,
+        [&](const auto& object) { as<IFtpFile>(object).upload(local_path, cancel_event); }, cancel_event);
 }
 
 std::int32_t sysmaint_item_dump(sysmaint_item* item, void** bytes, std::uint64_t* size)
 {
-    return withItem(__func__, item, bytes != nullptr && size != nullptr, [&](const auto& object) {
-        MemoryOutputByteStream stream;
-        requireSuccess(object->dump(kStateAll, stream));
-        storeBytes(stream.getData(), stream.getSize(), bytes, size);
+    return withItem(__func__, item, true, [&](const auto& object) {
+        cframes::storeDump(bytes, size, [&](auto& stream) { return object->dump(kStateAll, stream); });
     });
 }

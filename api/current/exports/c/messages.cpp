@@ -73,12 +73,8 @@ std::int32_t sysmaint_message_load(std::uint32_t kind, const void* bytes, std::u
                                    sysmaint_message** message)
 {
     return makeMessage(__func__, kind, message, [&](auto* type) {
-        requireArguments(bytes != nullptr);
         std::remove_pointer_t<decltype(type)> loaded;
-        MemoryInputByteStream stream(bytes, size);
-        requireSuccess(loaded.load(kStateNone, stream));
-        if (stream.getRemaining() != 0)
-            raiseCode(ERROR_INVALID_DATA);
+        cframes::loadWhole(bytes, size, [&](auto& stream) { return loaded.load(kStateNone, stream); });
         return MessageHolder::copyOf(loaded);
     });
 }
@@ -87,10 +83,8 @@ std::int32_t sysmaint_message_dump(sysmaint_message* message, void** bytes, std:
 {
     return status(__func__, [&] {
         const auto holder = messages().get(message);
-        requireArguments(bytes != nullptr && size != nullptr);
-        MemoryOutputByteStream stream;
-        requireSuccess(holder->message().dump(kStateNone, stream));
-        cframes::storeBytes(stream.getData(), stream.getSize(), bytes, size);
+        cframes::storeDump(bytes, size,
+                           [&](auto& stream) { return holder->message().dump(kStateNone, stream); });
     });
 }
 
@@ -104,6 +98,11 @@ std::int32_t sysmaint_message_get_info(sysmaint_message* message, sysmaint_messa
                        sysmaint_message_info{0, static_cast<std::uint32_t>(holder->kind()), object.getId(),
                                              object.getTopicNumber(), object.getTopicName()});
     });
+}
+
+std::int32_t sysmaint_message_set_id(sysmaint_message* message, std::uint32_t id)
+{
+    return status(__func__, [&] { messages().get(message)->message().setId(id); });
 }
 
 std::int32_t sysmaint_message_set_data(sysmaint_message* message, const void* bytes, std::uint64_t size)

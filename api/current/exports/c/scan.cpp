@@ -147,7 +147,7 @@ std::int32_t sysmaint_scan_run(sysmaint_scan* scan, const sysmaint_scan_options*
                                sysmaint_validator* validator, void* cancel_event,
                                sysmaint_scan_callback callback, void* context)
 {
-    return status(__func__, [&]() -> long {
+    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
         const auto object = scans().get(scan);
         const ScanOptions how = givenOptions(options);
         requireArguments(callback != nullptr);

@@ -132,6 +132,15 @@ std::int32_t sysmaint_topic_open(const wchar_t* name, sysmaint_topic** topic)
                                   [&] { return messageTopics().lookup(name); });
 }
 
+std::int32_t sysmaint_topic_name(sysmaint_topic* topic, const wchar_t** name)
+{
+    return status(__func__, [&] {
+        const auto opening = topics().get(topic);
+        requireArguments(name != nullptr);
+        *name = (*opening)->getName();
+    });
+}
+
 std::int32_t sysmaint_topic_close(sysmaint_topic* topic)
 {
     return status(__func__, [&] { topics().remove(topic)->close(); });

@@ -1,7 +1,5 @@
 // The C interface: validators.
 
-#include "core/win32/utils/scanengine/include/ScanValidator.h"
-
 #include "exports/c/Rules.h"
 
 using cframes::requireArguments;
@@ -36,6 +34,18 @@ bool isFilters(std::uint32_t list)
     requireArguments(list == SYSMAINT_LIST_FILTERS || list == SYSMAINT_LIST_IGNORES);
     return list == SYSMAINT_LIST_FILTERS;
 }
+
+/// The frame of a function that reads a rule.
+template <class Read>
+std::int32_t withRule(const char* function, sysmaint_validator* validator, std::uint32_t list,
+                      std::uint32_t index, Read&& read) noexcept
+{
+    return status(function, [&] {
+        const auto rules = validators().get(validator);
+        const auto at = isFilters(list) ? &ScanValidator::filterAt : &ScanValidator::ignoreAt;
+        rules->read([&](const ScanValidator& object) { read((object.*at)(index)); });
+    });
+}
 } // namespace
 
 std::int32_t sysmaint_validator_create(const wchar_t* filters, const wchar_t* ignores,
@@ -45,8 +55,8 @@ std::int32_t sysmaint_validator_create(const wchar_t* filters, const wchar_t* ig
         requireArguments(validator != nullptr);
         // As for the C++ function a missing text would drop the other one.
         const wchar_t* const none = filters == nullptr && ignores == nullptr ? nullptr : L"";
-        *validator = validators().add(makeShared<Rules>(makeShared<IScanValidator, ScanValidator>(
-            filters != nullptr ? filters : none, ignores != nullptr ? ignores : none)));
+        *validator = validators().add(
+            makeShared<Rules>(filters != nullptr ? filters : none, ignores != nullptr ? ignores : none));
     });
 }
 
@@ -82,12 +92,39 @@ std::int32_t sysmaint_validator_count(sysmaint_validator* validator, std::uint32
 std::int32_t sysmaint_validator_pattern(sysmaint_validator* validator, std::uint32_t list,
                                         std::uint32_t index, wchar_t** pattern)
 {
+    return withRule(__func__, validator, list, index, [&](const ScanRule& rule) {
+        requireArguments(pattern != nullptr);
+        *pattern = cframes::copyText(rule.getPattern());
+    });
+}
+
+std::int32_t sysmaint_validator_rule(sysmaint_validator* validator, std::uint32_t list, std::uint32_t index,
+                                     sysmaint_rule* rule)
+{
+    return withRule(__func__, validator, list, index, [&](const ScanRule& found) {
+        static_cast<void>(cframes::given(rule));
+        cframes::store(rule, sysmaint_rule{0, found.matchMode, found.matchTarget, found.itemKind});
+    });
+}
+
+std::int32_t sysmaint_validator_dump(sysmaint_validator* validator, void** bytes, std::uint64_t* size)
+{
+    return status(__func__, [&] {
+        validators().get(validator)->read([&](const IScanValidator& object) {
+            cframes::storeDump(bytes, size, [&](auto& stream) { return object.dump(kStateNone, stream); });
+        });
+    });
+}
+
+std::int32_t sysmaint_validator_load(sysmaint_validator* validator, const void* bytes, std::uint64_t size)
+{
     return status(__func__, [&] {
         const auto rules = validators().get(validator);
-        const auto get = isFilters(list) ? &IScanValidator::getFilter : &IScanValidator::getIgnore;
-        requireArguments(pattern != nullptr);
-        rules->read(
-            [&](const IScanValidator& object) { *pattern = cframes::copyText((object.*get)(index)); });
+        // All of it is read once before any rule is added.
+        cframes::loadWhole(bytes, size,
+                           [](auto& stream) { return ScanValidator().load(kStateNone, stream); });
+        MemoryInputByteStream stream(bytes, size);
+        rules->change([&](IScanValidator& object) { requireSuccess(object.load(kStateNone, stream)); });
     });
 }
 

@@ -86,7 +86,7 @@ std::int32_t sysmaint_wiper_wipe(sysmaint_wiper* wiper, std::uint32_t kind, cons
                                  const sysmaint_wipe_options* options, sysmaint_validator* validator,
                                  void* cancel_event, sysmaint_wipe_callback callback, void* context)
 {
-    return status(__func__, [&]() -> long {
+    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
         const WiperCall object(wiper);
         const sysmaint_wipe_options how = givenOptions(options);
         requireArguments(kind == SYSMAINT_WIPE_FILE || kind == SYSMAINT_WIPE_FREE_SPACE ||
@@ -104,7 +104,7 @@ std::int32_t sysmaint_wiper_wipe_entries(sysmaint_wiper* wiper, const wchar_t* r
                                          const sysmaint_wipe_options* options, void* cancel_event,
                                          sysmaint_wipe_callback callback, void* context, std::uint64_t* left)
 {
-    return status(__func__, [&]() -> long {
+    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
         const WiperCall object(wiper);
         const sysmaint_wipe_options how = givenOptions(options);
         requireArguments(root != nullptr);
@@ -140,7 +140,7 @@ std::int32_t sysmaint_wiper_close(sysmaint_wiper* wiper)
 std::int32_t sysmaint_wipe_file_table(const wchar_t* volume, void* cancel_event,
                                       sysmaint_wipe_callback callback, void* context)
 {
-    return status(__func__, [&]() -> long {
+    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
         ProgressCall progress{{}, {callback, context}};
         return progress.callback.codeOf(
             filetable::wipe(volume, progress.function(), &progress, cancel_event));

@@ -4,5 +4,5 @@
 
 SYSMAINT_C_BEGIN
 /// Receives the bytes done, the bytes in all and the caller's context.
-typedef void (*ChecksumProgress)(unsigned long long done, unsigned long long size, void* context);
+typedef void (*ChecksumProgress)(uint64_t done, uint64_t size, void* context);
 SYSMAINT_C_END

@@ -29,7 +29,8 @@ struct IFtpFile
     /// the server sends more than it said (as one does that begins at 0 again), or says after the last byte
     /// that the transfer failed, the file is cut back to what it held before this call. When the server's
     /// word on a transfer that came whole does not come itself, the last byte is cut off, so going on asks
-    /// the server again. A file that this call created and that would be empty is deleted.
+    /// the server again. A file of which the server said that all of it was sent stays, whatever came after
+    /// that. A file that this call created and that would be empty is deleted.
     virtual void download(const wchar_t* localPath, bool goOn, HANDLE cancelEvent) const = 0;
     /// Replaces the file on the server by the content of a local file. After a failure the server may hold a
     /// part of it.

@@ -5,8 +5,9 @@
 /// Options of ProcessEnd, which can be combined.
 enum ProcessEndOption SYSMAINT_UNSIGNED_LONG
 {
-    kEndTree = 1,    ///< also all its descendants
-    kEndServices = 2 ///< also services, which are refused otherwise
+    kEndTree = 1,     ///< also all its descendants
+    kEndServices = 2, ///< also services, which are refused otherwise
+    kEndNothing = 4   ///< only tell whether this would be refused: for a question before the call
 };
 
 /// Options of SessionRunProgram, which can be combined.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 
 // The records of the process manager, of the objects created from its entries, and of sessions. The texts of
 // a record are in its list's buffer. Times are FILETIMEs as numbers: points in time since 1601, UTC, and
@@ -16,12 +17,12 @@ struct ProcessEntry
     unsigned long threadCount;
     unsigned long handleCount;
     long basePriority;
-    unsigned long long startTime; ///< 0: unknown
-    unsigned long long kernelTime;
-    unsigned long long userTime;
-    unsigned long long workingSet;
-    unsigned long long peakWorkingSet;
-    unsigned long long privateBytes;
+    uint64_t startTime; ///< 0: unknown
+    uint64_t kernelTime;
+    uint64_t userTime;
+    uint64_t workingSet;
+    uint64_t peakWorkingSet;
+    uint64_t privateBytes;
     const wchar_t* name; ///< of the image's file
 };
 
@@ -31,18 +32,18 @@ struct ThreadEntry
     unsigned long id;
     unsigned long processId;
     long basePriority;
-    unsigned long long startTime; ///< 0: unknown
-    unsigned long long kernelTime;
-    unsigned long long userTime;
+    uint64_t startTime; ///< 0: unknown
+    uint64_t kernelTime;
+    uint64_t userTime;
 };
 
 /// One module that a process has loaded.
 struct ModuleEntry
 {
     unsigned long processId;
-    unsigned long long processStartTime;
-    unsigned long long base; ///< its address in that process
-    unsigned long long size;
+    uint64_t processStartTime;
+    uint64_t base; ///< its address in that process
+    uint64_t size;
     const wchar_t* name;
     const wchar_t* path; ///< cut to 259 characters
 };

@@ -25,8 +25,9 @@ inline constexpr long kSnapshotNoMemory = static_cast<long>(0xC0000017);
 /// overwritten afterwards. Several threads may use one object at once.
 ///
 /// `tool` is the path of the program. Batch files (.bat, .cmd) are refused, because their interpreter would
-/// read the values as commands. No value may turn into another argument of the tool, so the following are
-/// refused:
+/// read the values as commands. So is a path without \\?\ in which a name ends in a dot or a blank, or is a
+/// device's, because the system would start another program. No value may turn into another argument of the
+/// tool, so the following are refused:
 /// - between quotes (all values of createSnapshot, and times): a text that contains a quote, a line end or
 ///   a zero, or ends in a backslash, which would escape the closing quote;
 /// - without quotes (user and password of restoreSnapshot): a text that is empty, or contains a quote, a

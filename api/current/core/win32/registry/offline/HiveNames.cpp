@@ -21,14 +21,17 @@ bool NameView::isOfPaths() const noexcept
 }
 
 namespace {
+/// Of the first `count` characters.
 template <class Left, class Right>
 std::strong_ordering compareUnits(std::size_t count, Left&& left, Right&& right)
 {
-    const char16_t* const upper = upperCaseTable();
     for (std::size_t i = 0; i < count; ++i) {
         const char16_t a = left(i);
         const char16_t b = right(i);
-        if (a != b && upper[a] != upper[b])
+        if (a == b)
+            continue;
+        const char16_t* const upper = upperCaseTable();
+        if (upper[a] != upper[b])
             return upper[a] <=> upper[b];
     }
     return std::strong_ordering::equal;

@@ -10,6 +10,7 @@ namespace {
 using namespace layout;
 
 constexpr std::uint32_t kBitsPerWord = 64;
+constexpr std::size_t kBinsAtOnce = 8;
 
 std::uint32_t cellSize(const std::byte* cell) noexcept
 {
@@ -109,6 +110,9 @@ void HiveReader::scanBins()
     const auto end = static_cast<std::uint32_t>(m_hive.m_bins.size());
     m_untaken.resize((end / kUnit + kBitsPerWord - 1) / kBitsPerWord);
     m_left = end;
+    // A salvage records errors in the order of the file.
+    const std::size_t atOnce = m_losses == nullptr ? kBinsAtOnce : 1;
+    std::vector<Span> waiting;
     bool isTold = false;
     for (std::uint32_t offset = 0; offset != end;) {
         const std::uint32_t size = binSize(offset);
@@ -118,31 +122,47 @@ void HiveReader::scanBins()
         if (size == 0)
             markRough(offset, offset + kPage);
         else
-            scanCells(offset + bin::kHeader, offset + size);
+            waiting.push_back({offset + bin::kHeader, offset + size});
+        if (waiting.size() == atOnce) {
+            scanCells(waiting);
+            waiting.clear();
+        }
         offset += size == 0 ? kPage : size;
     }
+    scanCells(waiting);
 }
 
-void HiveReader::scanCells(std::uint32_t begin, std::uint32_t end)
+/// Each cell says where the next one is, so the processor waits for memory in each bin. It does so in all of
+/// these at once.
+void HiveReader::scanCells(std::span<Span> spans)
 {
     const std::byte* const bins = m_hive.m_bins.data();
     std::uint64_t* const untaken = m_untaken.data();
     std::size_t keys = 0;
     std::size_t values = 0;
-    for (std::uint32_t offset = begin; offset != end;) {
-        const bool isUsed = isInUse(bins + offset);
-        const std::uint32_t size = isUsed ? cellSize(bins + offset) : load32(bins + offset);
-        if (size == 0 || size % kUnit != 0 || size > end - offset) {
-            lose(LossKind::kBin, Hive::root(), offset);
-            markRough(offset, end);
-            break;
+    for (bool isDone = false; !isDone;) {
+        isDone = true;
+        for (auto& [begin, end] : spans) {
+            if (begin == end)
+                continue;
+            isDone = false;
+            const std::uint32_t offset = begin;
+            const bool isUsed = isInUse(bins + offset);
+            const std::uint32_t size = isUsed ? cellSize(bins + offset) : load32(bins + offset);
+            if (size == 0 || size % kUnit != 0 || size > end - offset) {
+                lose(LossKind::kBin, Hive::root(), offset);
+                markRough(offset, end);
+                begin = end;
+                continue;
+            }
+            begin += size;
+            // Without branches: what kind the next cell is cannot be predicted.
+            const std::uint16_t kind = load16(bins + offset + kCellHeader);
+            untaken[offset / kUnit / kBitsPerWord] |= std::uint64_t{isUsed}
+                                                      << (offset / kUnit % kBitsPerWord);
+            keys += static_cast<std::size_t>(isUsed & (kind == nk::kSignature) & (size > nk::kName));
+            values += static_cast<std::size_t>(isUsed & (kind == vk::kSignature) & (size > vk::kName));
         }
-        // Without branches: what kind the next cell is cannot be predicted.
-        const std::uint16_t kind = load16(bins + offset + kCellHeader);
-        untaken[offset / kUnit / kBitsPerWord] |= std::uint64_t{isUsed} << (offset / kUnit % kBitsPerWord);
-        keys += static_cast<std::size_t>(isUsed & (kind == nk::kSignature) & (size > nk::kName));
-        values += static_cast<std::size_t>(isUsed & (kind == vk::kSignature) & (size > vk::kName));
-        offset += size;
     }
     m_keyCount += keys;
     m_valueCount += values;
@@ -156,33 +176,36 @@ void HiveReader::markRough(std::uint32_t begin, std::uint32_t end)
         m_untaken[unit / kBitsPerWord] |= 1ULL << (unit % kBitsPerWord);
 }
 
-bool HiveReader::isUntaken(std::uint32_t offset) const noexcept
+inline bool HiveReader::isUntaken(std::uint32_t offset) const noexcept
 {
     return offset % kUnit == 0 && offset < m_hive.m_bins.size() &&
            (m_untaken[offset / kUnit / kBitsPerWord] >> (offset / kUnit % kBitsPerWord) & 1U) != 0;
 }
 
-HiveReader::Cell HiveReader::peek(std::uint32_t offset) const noexcept
+/// In rough bins nothing was checked before. Cells may overlap there, but only up to a limit.
+bool HiveReader::isRoughCell(std::uint32_t offset) const noexcept
 {
-    if (!isUntaken(offset))
-        return {};
     const std::byte* const cell = m_hive.m_bins.data() + offset;
     const std::uint32_t size = cellSize(cell);
-    // In rough bins it was not checked before. Cells may overlap there, but only up to a limit.
-    if (m_isRough &&
-        (!isInUse(cell) || size % kUnit != 0 || size > m_hive.m_bins.size() - offset || size > m_left))
-        return {};
-    return {cell + kCellHeader, size - kCellHeader};
+    return isInUse(cell) && size % kUnit == 0 && size <= m_hive.m_bins.size() - offset && size <= m_left;
 }
 
-HiveReader::Cell HiveReader::peekRecord(std::uint32_t offset, std::uint16_t signature,
-                                        std::size_t size) const noexcept
+inline HiveReader::Cell HiveReader::peek(std::uint32_t offset) const noexcept
+{
+    if (!isUntaken(offset) || (m_isRough && !isRoughCell(offset)))
+        return {};
+    const std::byte* const cell = m_hive.m_bins.data() + offset;
+    return {cell + kCellHeader, cellSize(cell) - kCellHeader};
+}
+
+inline HiveReader::Cell HiveReader::peekRecord(std::uint32_t offset, std::uint16_t signature,
+                                               std::size_t size) const noexcept
 {
     const Cell cell = peek(offset);
     return cell.size() >= size && load16(cell.data()) == signature ? cell : Cell{};
 }
 
-HiveReader::Cell HiveReader::taken(std::uint32_t offset, Cell cell) noexcept
+inline HiveReader::Cell HiveReader::taken(std::uint32_t offset, Cell cell) noexcept
 {
     if (cell.empty())
         return cell;
@@ -226,7 +249,8 @@ void HiveReader::readTree(const Step& top)
         if (!readKey(offset, step.key, step.offset))
             continue;
         m_hive.m_lists[m_hive.m_keys[step.key].subKeys.begin + step.kept++] = id;
-        m_steps.push_back({id, offset, 0, 0});
+        if (m_hive.m_keys[id].subKeys.count != 0)
+            m_steps.push_back({id, offset, 0, 0});
     }
 }
 
@@ -264,34 +288,39 @@ bool HiveReader::readKey(std::uint32_t offset, KeyId parent, std::uint32_t paren
 {
     const Cell record = peekRecord(offset, nk::kSignature, nk::kName);
     const std::size_t level = parent == Hive::kNone ? 1 : m_hive.m_keys[parent].level + 1U;
-    Hive::Key key;
+    std::uint16_t flags = 0;
+    std::uint16_t nameLength = 0;
+    bool isLatin1 = false;
     bool isRight = !record.empty() && level <= Hive::kMostLevels &&
                    (parent == Hive::kNone || load32(record.data() + nk::kParent) == parentOffset);
     if (isRight) {
         taken(offset, record);
-        key.flags = load16(record.data() + nk::kFlags);
-        key.nameLength = load16(record.data() + nk::kNameLength);
-        const bool isLatin1 = (key.flags & nk::kLatin1Name) != 0;
-        key.bits = isLatin1 ? Hive::kLatin1 : 0;
-        const std::size_t length = isLatin1 ? key.nameLength : key.nameLength / 2;
-        isRight = key.nameLength <= record.size() - nk::kName && (isLatin1 || key.nameLength % 2 == 0) &&
+        flags = load16(record.data() + nk::kFlags);
+        nameLength = load16(record.data() + nk::kNameLength);
+        isLatin1 = (flags & nk::kLatin1Name) != 0;
+        const std::size_t length = isLatin1 ? nameLength : nameLength / 2;
+        isRight = nameLength <= record.size() - nk::kName && (isLatin1 || nameLength % 2 == 0) &&
                   length <= Hive::kLongestKeyName && (length != 0 || parent == Hive::kNone);
     }
     if (!isRight) {
         lose(LossKind::kKey, parent == Hive::kNone ? Hive::root() : parent, offset);
         return false;
     }
+    const auto id = static_cast<KeyId>(m_hive.m_keys.size());
+    // Filled in place: the processor cannot copy at once what was just written in parts.
+    Hive::Key& key = m_hive.m_keys.emplace_back();
+    key.flags = flags;
+    key.nameLength = nameLength;
+    key.bits = isLatin1 ? Hive::kLatin1 : 0;
     key.time = load<HiveTime>(record.data() + nk::kTime);
     key.access = load32(record.data() + nk::kAccess);
     key.userFlags = load16(record.data() + nk::kUserFlags);
     key.parent = parent;
     key.name = placeOf(record.data() + nk::kName);
     key.level = static_cast<std::uint16_t>(level);
-    const auto id = static_cast<KeyId>(m_hive.m_keys.size());
-    m_hive.m_keys.push_back(key);
     ++m_hive.m_keyCount;
-    readSecurity(m_hive.m_keys[id], id, load32(record.data() + nk::kSecurity));
-    readClass(m_hive.m_keys[id], id, record);
+    readSecurity(key, id, load32(record.data() + nk::kSecurity));
+    readClass(key, id, record);
     readValues(id, record);
     readSubKeyLists(id, record);
     return true;
@@ -388,8 +417,11 @@ bool HiveReader::readLeaf(Cell leaf)
     const std::size_t entry = kind == list::kPlain ? sizeof(std::uint32_t) : list::kWideEntry;
     const std::size_t count = load16(leaf.data() + list::kCount);
     const std::size_t fitting = (leaf.size() - list::kEntries) / entry;
-    for (std::size_t i = 0; i < std::min(count, fitting); ++i)
-        m_hive.m_lists.push_back(load32(leaf.data() + list::kEntries + i * entry));
+    const std::size_t begin = m_hive.m_lists.size();
+    const std::size_t found = std::min(count, fitting);
+    m_hive.m_lists.resize(begin + found);
+    for (std::size_t i = 0; i < found; ++i)
+        m_hive.m_lists[begin + i] = load32(leaf.data() + list::kEntries + i * entry);
     return count <= fitting;
 }
 
@@ -453,7 +485,8 @@ void HiveReader::readValues(KeyId id, Cell record)
         readValue(id, load32(cell.data() + i * sizeof count));
     const auto found = static_cast<std::uint32_t>(m_hive.m_lists.size()) - begin;
     m_hive.m_keys[id].values = {begin, found, found};
-    dropSecondValues(id);
+    if (found > 1)
+        dropSecondValues(id);
 }
 
 /// How many values a list holds whose count is wrong: it ends at what cannot be one.
@@ -469,7 +502,6 @@ std::uint32_t HiveReader::countValues(Cell list) const noexcept
     return count;
 }
 
-/// Of two values with the same name only the first could be found.
 /// Few values are compared each with each, which needs no memory; of more it says yes.
 bool HiveReader::mayRepeatAName(std::span<const ValueId> values) const noexcept
 {
@@ -483,11 +515,10 @@ bool HiveReader::mayRepeatAName(std::span<const ValueId> values) const noexcept
     return false;
 }
 
+/// Of two values with the same name only the first could be found.
 void HiveReader::dropSecondValues(KeyId id)
 {
     Hive::List& list = m_hive.m_keys[id].values;
-    if (list.count < 2)
-        return;
     const std::span<const std::uint32_t> all = m_hive.values(id);
     if (!mayRepeatAName(all))
         return;
@@ -516,28 +547,34 @@ void HiveReader::dropSecondValues(KeyId id)
 void HiveReader::readValue(KeyId id, std::uint32_t offset)
 {
     const Cell record = takeRecord(offset, vk::kSignature, vk::kName);
-    Hive::Value value;
+    std::uint16_t flags = 0;
+    std::uint16_t nameLength = 0;
+    bool isLatin1 = false;
     bool isRight = !record.empty();
     if (isRight) {
-        value.flags = load16(record.data() + vk::kFlags);
-        value.nameLength = load16(record.data() + vk::kNameLength);
-        const bool isLatin1 = (value.flags & vk::kLatin1Name) != 0;
-        value.bits = isLatin1 ? Hive::kLatin1 : 0;
-        isRight = value.nameLength <= record.size() - vk::kName && (isLatin1 || value.nameLength % 2 == 0) &&
-                  value.nameLength <= Hive::kLongestValueName * (isLatin1 ? 1U : 2U);
+        flags = load16(record.data() + vk::kFlags);
+        nameLength = load16(record.data() + vk::kNameLength);
+        isLatin1 = (flags & vk::kLatin1Name) != 0;
+        isRight = nameLength <= record.size() - vk::kName && (isLatin1 || nameLength % 2 == 0) &&
+                  nameLength <= Hive::kLongestValueName * (isLatin1 ? 1U : 2U);
     }
     if (!isRight) {
         lose(LossKind::kValue, id, offset);
         return;
     }
+    const auto number = static_cast<ValueId>(m_hive.m_values.size());
+    Hive::Value& value = m_hive.m_values.emplace_back(); // in place, as a key
+    value.flags = flags;
+    value.nameLength = nameLength;
+    value.bits = isLatin1 ? Hive::kLatin1 : 0;
     value.name = placeOf(record.data() + vk::kName);
     value.type = load32(record.data() + vk::kType);
-    if (!readData(value, record)) {
-        lose(LossKind::kData, id, offset);
+    if (readData(value, record)) {
+        m_hive.m_lists.push_back(number);
         return;
     }
-    m_hive.m_lists.push_back(static_cast<ValueId>(m_hive.m_values.size()));
-    m_hive.m_values.push_back(value);
+    m_hive.m_values.pop_back();
+    lose(LossKind::kData, id, offset);
 }
 
 bool HiveReader::readData(Hive::Value& value, Cell record)

@@ -25,25 +25,33 @@ long writeWhole(HANDLE file, const std::vector<std::byte>& bytes) noexcept
     return code == ERROR_SUCCESS && !FlushFileBuffers(file) ? lastError() : code;
 }
 
+constexpr unsigned kMostNames = 1000;
+
+/// Tries names until one is free: `attempt`, from 1, raises 183 for one that is not.
+template <class Attempt>
+void underFreeName(Attempt&& attempt)
+{
+    for (unsigned number = 1;; ++number)
+        try {
+            return attempt(number);
+        } catch (const long code) {
+            if (code != ERROR_ALREADY_EXISTS || number == kMostNames)
+                throw;
+        }
+}
+
 /// A file of ours that is deleted again unless it is kept.
 class NewFile
 {
 public:
-    /// Lets `write` make it under the first free one of some names.
-    template <class Write, class NameOf>
-    NewFile(Write&& write, NameOf&& nameOf)
+    /// Lets `write` make it under the first free one of the temporary names for `path`.
+    template <class Write>
+    NewFile(const std::wstring& path, Write&& write)
     {
-        constexpr unsigned kAttempts = 1000;
-        for (unsigned attempt = 1;; ++attempt) {
-            m_name = nameOf(attempt);
-            try {
-                write(m_name.c_str());
-                return;
-            } catch (const long code) {
-                if (code != ERROR_ALREADY_EXISTS || attempt == kAttempts)
-                    throw;
-            }
-        }
+        underFreeName([&](unsigned attempt) {
+            m_name = temporaryName(path, attempt);
+            write(m_name.c_str());
+        });
     }
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
@@ -56,13 +64,13 @@ public:
     [[nodiscard]] const wchar_t* name() const noexcept { return m_name.c_str(); }
     void keep() noexcept { m_isKept = true; }
     /// Gives it another name. Raises the bare code.
-    void move(const std::wstring& path, DWORD flags)
+    void move(std::wstring path, DWORD flags)
     {
         Patience patience;
         while (!MoveFileExW(name(), path.c_str(), flags | MOVEFILE_WRITE_THROUGH))
             if (const DWORD code = GetLastError(); !patience.isWorthAnotherTry(code))
                 raiseCode(code == ERROR_FILE_EXISTS ? DWORD{ERROR_ALREADY_EXISTS} : code);
-        keep();
+        m_name.swap(path);
     }
 
 private:
@@ -225,7 +233,7 @@ std::pair<DWORD, std::wstring_view> makerOf(std::wstring_view file)
     const std::wstring_view process = rest.substr(0, dash);
     const std::wstring_view number = dash == std::wstring_view::npos ? L"" : rest.substr(dash + 1);
     const auto isNumber = [](std::wstring_view digits) {
-        return !digits.empty() && digits.size() <= kMostDigits &&
+        return !digits.empty() && digits.size() <= kMostDigits && digits[0] != L'0' &&
                digits.find_first_not_of(L"0123456789") == std::wstring_view::npos;
     };
     if (!isNumber(process) || !isNumber(number))
@@ -359,14 +367,43 @@ void deleteLeftovers(const std::wstring& pattern, const std::function<bool(std::
     } while (FindNextFileW(search.get(), &found));
 }
 
+namespace {
+std::wstring damagedName(const std::wstring& path, unsigned number)
+{
+    return path + L".damaged" + (number == 1 ? std::wstring() : L'-' + std::to_wstring(number));
+}
+
+/// Whether a copy of a damaged file is there already, from a save that was ended in the middle.
+bool isKept(const std::wstring& path, const std::vector<std::byte>& bytes)
+{
+    for (unsigned number = 1; number <= kMostNames; ++number)
+        try {
+            const std::wstring name = damagedName(path, number);
+            const Win32Handle found = openItself(name.c_str());
+            if (!found.isValid())
+                return false;
+            const FileStamp stamp = stampOf(found.get());
+            constexpr DWORD kOthers = FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT;
+            if ((stamp.attributes & kOthers) == 0 && stamp.size == bytes.size() &&
+                readFile(name.c_str()) == bytes)
+                return true;
+        } catch (const long code) { // cannot be read: what it holds is unknown
+            if (code == ERROR_NOT_ENOUGH_MEMORY)
+                throw;
+        }
+    return false;
+}
+} // namespace
+
 void createFile(const wchar_t* path, const std::function<void(const wchar_t*)>& write)
 {
     const std::wstring target = requireFilePath(path);
     if (openItself(target.c_str()).isValid())
         raiseCode(ERROR_ALREADY_EXISTS);
     deleteLeftoversOf(target);
-    NewFile fresh(write, [&](unsigned attempt) { return temporaryName(target, attempt); });
+    NewFile fresh(target, write);
     fresh.move(target, 0);
+    fresh.keep();
 }
 
 void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes,
@@ -375,16 +412,14 @@ void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes,
     const ReplacementTurn turn(path);
     requireReplaceable(path, known);
     deleteLeftoversOf(path);
-    NewFile fresh([&](const wchar_t* name) { writeNew(name, bytes); },
-                  [&](unsigned attempt) { return temporaryName(path, attempt); });
-    std::optional<NewFile> copy;
-    if (old != nullptr)
-        copy.emplace([&](const wchar_t* name) { writeNew(name, *old); },
-                     [damaged = path + L".damaged"](unsigned attempt) {
-                         return attempt == 1 ? damaged : damaged + L'-' + std::to_wstring(attempt);
-                     });
+    NewFile fresh(path, [&](const wchar_t* name) { writeNew(name, bytes); });
+    std::optional<NewFile> copy; // gets its name when it is whole
+    if (old != nullptr && !isKept(path, *old))
+        copy.emplace(path, [&](const wchar_t* name) { writeNew(name, *old); });
     const FileStamp stamp = stampOf(openItself(fresh.name()).get());
     requireReplaceable(path, known); // writing takes time
+    if (copy.has_value())
+        underFreeName([&](unsigned attempt) { copy->move(damagedName(path, attempt), 0); });
     try {
         fresh.move(path, MOVEFILE_REPLACE_EXISTING);
     } catch (...) {
@@ -392,6 +427,7 @@ void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes,
             copy->keep(); // it may be all that is left
         throw;
     }
+    fresh.keep();
     if (copy.has_value())
         copy->keep();
     known = stamp;

@@ -39,8 +39,9 @@ SYSMAINT_API int CloseSettingsHive(void* hive);
 /// Writes the settings to their file: a new file is written beside it, flushed, and renamed over it in one
 /// step. At any moment, and after a crash or a power cut, the complete old or new settings exist. The new
 /// file inherits its folder's access rights. A damaged file is first written, as it was read, to a new file
-/// beside it, NAME.damaged, or NAME.damaged-2 and so on; likewise one that was not closed. A save that leaves
-/// the damaged file where it is leaves no such copy. Only what was set before the call is sure to be saved.
+/// beside it, which is named NAME.damaged, or NAME.damaged-2 and so on, when it is whole; likewise one that
+/// was not closed. A copy that a process left which ended in a save will do. A save that leaves the damaged
+/// file where it is leaves no such copy. Only what was set before the call is sure to be saved.
 ///
 /// Saves in one folder wait for each other, in all processes, and check just before the replacement that the
 /// file is still the one that was read or last saved: the same one, of the same size and last-write time. If
@@ -99,9 +100,9 @@ SYSMAINT_API long SettingsHiveSetNumber32(void* hive, const wchar_t* key, const 
                                           unsigned long number);
 /// REG_QWORD.
 SYSMAINT_API long SettingsHiveGetNumber64(void* hive, const wchar_t* key, const wchar_t* value,
-                                          unsigned long long* number);
+                                          uint64_t* number);
 SYSMAINT_API long SettingsHiveSetNumber64(void* hive, const wchar_t* key, const wchar_t* value,
-                                          unsigned long long number);
+                                          uint64_t number);
 /// REG_SZ; getting accepts REG_EXPAND_SZ too. The text ends at its first zero, if it has one.
 SYSMAINT_API long SettingsHiveGetText(void* hive, const wchar_t* key, const wchar_t* value, wchar_t** text);
 SYSMAINT_API long SettingsHiveSetText(void* hive, const wchar_t* key, const wchar_t* value,

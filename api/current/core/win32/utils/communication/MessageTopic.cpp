@@ -35,7 +35,7 @@ void MessageTopic::post(const Posted& posted)
         try {
             placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718),
                        [&] { begins = !m_beginning && !isWorking(); });
-        } catch (const Exception&) {
+        } catch (...) {                   // an Exception, or no memory for one
             if (m_queue.withdraw(number)) // otherwise it was delivered after all
                 throw;
         }
@@ -45,7 +45,7 @@ void MessageTopic::post(const Posted& posted)
         return;
     try {
         placedStep(PLACE(kMessageTopicHeader, "MessageTopic::postMessage", 718), [&] { beginWork(); });
-    } catch (const Exception&) {
+    } catch (...) {
         const bool withdrawn = m_queue.withdraw(number);
         beginOrGiveUp();
         if (withdrawn)

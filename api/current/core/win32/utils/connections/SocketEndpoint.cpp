@@ -134,6 +134,7 @@ SocketHandle listenAt(const SocketAddress& address, bool everywhere)
     return socket;
 }
 
+/// Null for a client that has gone before it was its turn.
 WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& limits)
 {
     constexpr DWORD kAddressRoom = sizeof(sockaddr_in6) + 16; // as the system wants it
@@ -148,7 +149,10 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
     requireSuccess(call.finish(
         asHandle(listener), begunCode(begun ? 0 : -1), limits, done,
         [&](OVERLAPPED& overlapped, DWORD& count) { return socketResult(listener, overlapped, count); }));
-    setOption(client, SOL_SOCKET, SO_UPDATE_ACCEPT_CONTEXT, listener.get().socket);
+    const SOCKET listening = listener.get().socket;
+    if (SocketLibrary::get().setOption(client.get().socket, SOL_SOCKET, SO_UPDATE_ACCEPT_CONTEXT,
+                                       reinterpret_cast<const char*>(&listening), sizeof listening) != 0)
+        return nullptr;
     return std::make_shared<SocketWire>(std::move(client), std::move(event));
 }
 } // namespace
@@ -246,10 +250,12 @@ WirePtr SocketServer::accept(const WaitLimits& limits)
         raiseCode(ERROR_NOT_CONNECTED);
     for (;;) {
         try {
-            return acceptFrom(*listener, family, limits);
+            if (WirePtr wire = acceptFrom(*listener, family, limits))
+                return wire;
         } catch (long code) {
-            // A client that has gone before it was its turn is nobody's failure.
-            if (code != WSAECONNRESET && code != WSAECONNABORTED && code != ERROR_NETNAME_DELETED)
+            // The same where the system tells it like this: it is nobody's failure.
+            if (code != WSAECONNRESET && code != WSAECONNABORTED && code != ERROR_NETNAME_DELETED &&
+                code != WSAENOTCONN)
                 throw;
         }
     }

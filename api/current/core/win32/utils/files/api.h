@@ -11,31 +11,29 @@ SYSMAINT_C_BEGIN
 /// The size of a file, and the bytes it takes on the disk (less when compressed or sparse).
 ///
 /// @return 0, 87, 8, or the system's code
-SYSMAINT_API long FileGetSizes(const wchar_t* path, unsigned long long* size, unsigned long long* allocated);
+SYSMAINT_API long FileGetSizes(const wchar_t* path, uint64_t* size, uint64_t* allocated);
 
 /// @return 0, 87, 8, or the system's code
-SYSMAINT_API long FileGetTimes(const wchar_t* path, unsigned long long* created, unsigned long long* accessed,
-                               unsigned long long* written);
+SYSMAINT_API long FileGetTimes(const wchar_t* path, uint64_t* created, uint64_t* accessed, uint64_t* written);
 
 /// Sets the times of a file or folder; null leaves a time unchanged.
 ///
 /// @return 0; 87 (also a time of 0 or above 2^63 - 1); 8; or the system's code
-SYSMAINT_API long FileSetTimes(const wchar_t* path, const unsigned long long* created,
-                               const unsigned long long* accessed, const unsigned long long* written);
+SYSMAINT_API long FileSetTimes(const wchar_t* path, const uint64_t* created, const uint64_t* accessed,
+                               const uint64_t* written);
 
 /// Identifies a file independently of its name: while both are open, equal serials and ids mean the same
 /// file.
 ///
 /// @param links  receives the number of names the file has
 /// @return 0, 87, 8, or the system's code
-SYSMAINT_API long FileGetIdentity(const wchar_t* path, unsigned long* volumeSerial,
-                                  unsigned long long* fileId, unsigned long* links);
+SYSMAINT_API long FileGetIdentity(const wchar_t* path, unsigned long* volumeSerial, uint64_t* fileId,
+                                  unsigned long* links);
 
 /// The whole content.
 ///
 /// @return 0, 87, 8, 223 (more than `limit` bytes), or the system's code
-SYSMAINT_API long FileReadAll(const wchar_t* path, unsigned long long limit, unsigned char** bytes,
-                              size_t* size);
+SYSMAINT_API long FileReadAll(const wchar_t* path, uint64_t limit, unsigned char** bytes, size_t* size);
 
 /// Creates or replaces the file so that at any moment, and after a crash, its complete old or new content
 /// exists: writes a new file beside it, flushes it and renames it over the old one in one step. The new file
@@ -96,8 +94,8 @@ SYSMAINT_API long FolderDeleteTree(const wchar_t* path, void* cancelEvent);
 ///
 /// @return 0; 87; 8; 267; 681; 6 (no event); 1223; or the system's code when something cannot be listed,
 ///         because the sum would be wrong
-SYSMAINT_API long FolderGetSize(const wchar_t* path, void* cancelEvent, unsigned long long* bytes,
-                                unsigned long long* files, unsigned long long* folders);
+SYSMAINT_API long FolderGetSize(const wchar_t* path, void* cancelEvent, uint64_t* bytes, uint64_t* files,
+                                uint64_t* folders);
 
 /// @return 0, 87, 8, or the system's code
 SYSMAINT_API long FolderIsEmpty(const wchar_t* path, int* isEmpty);

@@ -10,28 +10,28 @@ SYSMAINT_C_BEGIN
 ///
 /// @param decimals  0 to 3; whole bytes have none
 /// @return 0, 87, 8
-SYSMAINT_API long FormatByteSize(unsigned long long bytes, unsigned int decimals, wchar_t** text);
+SYSMAINT_API long FormatByteSize(uint64_t bytes, unsigned int decimals, wchar_t** text);
 
 /// "1,234,567".
 ///
 /// @return 0, 87, 8
-SYSMAINT_API long FormatCount(unsigned long long number, wchar_t** text);
+SYSMAINT_API long FormatCount(uint64_t number, wchar_t** text);
 
 /// "7.2 s", "4 min 05 s", "3 h 07 min", "2 d 04 h"; cut off, not rounded.
 ///
 /// @return 0, 87, 8
-SYSMAINT_API long FormatDuration(unsigned long long milliseconds, wchar_t** text);
+SYSMAINT_API long FormatDuration(uint64_t milliseconds, wchar_t** text);
 
 /// "42.1%", cut off: 100.0% only appears when all is done.
 ///
 /// @return 0, 87 (also a `whole` of 0), 534 (too large), 8
-SYSMAINT_API long FormatPercent(unsigned long long part, unsigned long long whole, wchar_t** text);
+SYSMAINT_API long FormatPercent(uint64_t part, uint64_t whole, wchar_t** text);
 
 /// Date and time of day, in the local time of that day (daylight saving by the rules of that day).
 ///
 /// @param longForm  0: short date, hours and minutes; otherwise long date, with seconds
 /// @return 0, 87 (also an invalid time), 8, or the system's code
-SYSMAINT_API long FormatDateTime(unsigned long long time, int longForm, wchar_t** text);
+SYSMAINT_API long FormatDateTime(uint64_t time, int longForm, wchar_t** text);
 
 /// The system's message for a Win32 code or an HRESULT, on one line.
 ///

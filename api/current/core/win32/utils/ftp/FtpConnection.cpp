@@ -79,15 +79,16 @@ public:
         requireSuccess(filetransfer::write(m_file.get(), data, length));
         m_done += length;
     }
-    /// After a failure: leaves only what can be gone on with. Raises the system's code.
-    void cutBack(long code)
+    /// After a failure: leaves only what can be gone on with. `verdict` is what the server has said of the
+    /// transfer: false that it failed, true that it was done. Raises the system's code.
+    void cutBack(long code, std::optional<bool> verdict)
     {
         const bool isUnanswered =
             isLost(code) || code == WAIT_TIMEOUT || code == ERROR_CANCELLED || code == ERROR_NOT_CONNECTED;
         unsigned long long kept = m_done;
-        if (m_isWrong || (isComplete() && !isUnanswered))
+        if (m_isWrong || (isComplete() && !verdict.value_or(isUnanswered)))
             kept = m_file.getSize();
-        else if (isComplete())
+        else if (isComplete() && !verdict.has_value())
             kept = m_size - 1; // the server is asked for the last byte again, and says whether all is well
         FILE_DISPOSITION_INFO deletion{TRUE};
         if (m_isNew && kept == 0 &&
@@ -154,6 +155,13 @@ FtpLocation FtpLocation::fromPath(std::wstring_view path)
         raiseCode(ERROR_INVALID_PARAMETER);
     }
     return location;
+}
+
+FtpLocation FtpLocation::fromFilePath(std::wstring_view path)
+{
+    if (path.empty() || path.back() == L'/')
+        raiseCode(ERROR_INVALID_PARAMETER);
+    return fromPath(path);
 }
 
 FtpLocation FtpLocation::joined(const FtpEntry& entry) const
@@ -311,18 +319,25 @@ void FtpConnection::download(const std::string& file, const wchar_t* localPath, 
     DownloadTarget target(localPath, goOn, *size);
     if (target.isComplete())
         return;
+    std::optional<bool> verdict;
     try {
         use(cancelEvent, false, [&](FtpSession& session, const FtpLimits& limits) {
-            session.retrieve(file, target.getDone(), limits,
-                             [&](const char* data, std::size_t length) { target.write(data, length); });
+            try {
+                session.retrieve(file, target.getDone(), limits,
+                                 [&](const char* data, std::size_t length) { target.write(data, length); });
+            } catch (...) {
+                if (session.hasRefusedTransfer() || session.hasConfirmedTransfer())
+                    verdict = session.hasConfirmedTransfer();
+                throw;
+            }
         });
         if (!target.isComplete())
             raiseCode(ERROR_INVALID_DATA);
     } catch (long code) {
-        target.cutBack(code);
+        target.cutBack(code, verdict);
         throw;
     } catch (...) {
-        target.cutBack(ERROR_NOT_ENOUGH_MEMORY);
+        target.cutBack(ERROR_NOT_ENOUGH_MEMORY, verdict);
         throw;
     }
 }

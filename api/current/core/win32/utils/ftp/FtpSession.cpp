@@ -254,7 +254,7 @@ FtpSession::Reply FtpSession::readReply(const FtpLimits& limits)
             reply.text.append("\n").append(line);
         } while (!line.starts_with(end));
     }
-    m_isAnswered = true;
+    m_lastReply = reply.code;
     return reply;
 }
 
@@ -289,7 +289,7 @@ void FtpSession::send(std::string_view command, std::string_view argument, const
         line.append(c == '\xFF' ? 2U : 1U, c);
     line.append("\r\n");
     m_isReady = false;
-    m_isAnswered = false;
+    m_lastReply = 0;
     requireSilence();
     m_control->writeAll(line.data(), line.size(), limits.step());
 }
@@ -360,6 +360,11 @@ WirePtr FtpSession::beginTransfer(std::string_view command, std::string_view arg
     WirePtr data = requestTransfer(command, argument, limits, offset);
     requireBegun(limits, offset != 0);
     return data;
+}
+
+bool FtpSession::hasConfirmedTransfer() const noexcept
+{
+    return isOneOf(m_lastReply, kTransferred);
 }
 
 void FtpSession::endTransfer(const FtpLimits& limits)

@@ -63,8 +63,8 @@ SYSMAINT_API long FtpConnectionSetTimeout(void* connection, unsigned long timeou
 /// Connects and logs in, if it has not yet.
 SYSMAINT_API long FtpConnectionConnect(void* connection, void* cancelEvent);
 /// A file on the server, which need not exist. The caller deletes it through the interface. Null on failure,
-/// with the last error 87 for a path that is null, names a folder "." or "..", or contains a backslash or a
-/// control character; 6, 487; 8.
+/// with the last error 87 for a path that is null or empty, ends in a slash, names a folder "." or "..", or
+/// contains a backslash or a control character; 6, 487; 8.
 ///
 /// @param path  from the server's root, with slashes
 SYSMAINT_API IFtpFile* DllGetFtpFile(void* connection, const wchar_t* path);

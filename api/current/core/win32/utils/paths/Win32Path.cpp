@@ -158,6 +158,11 @@ bool hasAlteredName(std::wstring_view path)
     });
 }
 
+bool isAlteredPath(std::wstring_view path)
+{
+    return !isLiteral(path) && hasAlteredName(path);
+}
+
 std::wstring settledPath(std::wstring_view path)
 {
     if (path.empty() || isLiteral(path))

@@ -217,7 +217,7 @@ unsigned long runAndWait(const wchar_t* program, const wchar_t* arguments, unsig
         command.append(L" ").append(arguments);
     if (command.size() >= kLongestCommand)
         raiseCode(ERROR_FILENAME_EXCED_RANGE);
-    if (hasAlteredName(program)) // the system would start the file without the dots and blanks
+    if (isAlteredPath(program)) // the system would start the file without the dots and blanks
         raiseCode(ERROR_INVALID_NAME);
     requireEvent(cancelEvent);
     STARTUPINFOW startup{};

@@ -14,7 +14,7 @@ SYSMAINT_API long ProcessGetPath(unsigned long id, wchar_t** path);
 SYSMAINT_API long ProcessGetCommandLine(unsigned long id, wchar_t** commandLine);
 
 /// @return 0, 87 (also no such process), 5, or the system's code
-SYSMAINT_API long ProcessGetStartTime(unsigned long id, unsigned long long* time);
+SYSMAINT_API long ProcessGetStartTime(unsigned long id, uint64_t* time);
 
 /// The process that started this one.
 ///
@@ -36,9 +36,9 @@ SYSMAINT_API long ProcessTerminateTree(unsigned long id, unsigned long timeout);
 ///
 /// @param program    its path; no other file is ever started
 /// @param arguments  the rest of its command line, or null
-/// @return 0; 87; 8; 206 (a command line of 32,767 characters or more); 123 (a name in the path ends in a dot
-///         or a blank, or is a device's: the system would take another file); 6 (not an event), and in these
-///         cases nothing was started; 1223; 1460; or the system's code
+/// @return 0; 87; 8; 206 (a command line of 32,767 characters or more); 123 (without \\?\, a name in the path
+///         ends in a dot or a blank, or is a device's: the system would take another file); 6 (not an event),
+///         and in these cases nothing was started; 1223; 1460; or the system's code
 SYSMAINT_API long ProcessRunAndWait(const wchar_t* program, const wchar_t* arguments, unsigned long timeout,
                                     void* cancelEvent, unsigned long* exitCode);
 

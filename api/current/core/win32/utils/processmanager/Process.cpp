@@ -255,7 +255,7 @@ unsigned long Process::wait(unsigned long timeout, HANDLE cancelEvent) const
 
 void Process::end(unsigned long options, unsigned long timeout) const
 {
-    constexpr unsigned long kKnown = kEndTree | kEndServices;
+    constexpr unsigned long kKnown = kEndTree | kEndServices | kEndNothing;
     if ((options & ~kKnown) != 0)
         raiseCode(ERROR_INVALID_PARAMETER);
     const Deadline deadline(timeout);
@@ -272,7 +272,10 @@ void Process::end(unsigned long options, unsigned long timeout) const
     if (entry == nullptr)
         raiseCode(ERROR_NOT_FOUND);
     ender.add(*entry);
+    const bool endsNothing = (options & kEndNothing) != 0;
     if ((options & kEndTree) == 0) {
+        if (endsNothing)
+            return;
         ender.endAll(0);
         return ender.wait(deadline.getLeft());
     }
@@ -284,6 +287,8 @@ void Process::end(unsigned long options, unsigned long timeout) const
     };
     while (ender.addChildren()) // collect all of them first: refuse before anything is ended
         requirePatience();
+    if (endsNothing)
+        return;
     ender.endAll(1);
     endLower(1); // what they have started meanwhile
     ender.endAll(0);

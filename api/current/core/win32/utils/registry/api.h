@@ -37,7 +37,7 @@ SYSMAINT_API long RegistryReadDword(struct HKEY__* root, const wchar_t* key, con
 
 /// @return 0, 87, 8, 2, 1630, 13 (not 8 bytes), or the system's code
 SYSMAINT_API long RegistryReadQword(struct HKEY__* root, const wchar_t* key, const wchar_t* name,
-                                    unsigned int view, unsigned long long* value);
+                                    unsigned int view, uint64_t* value);
 
 /// The raw data of any type, and the type.
 ///
@@ -123,7 +123,7 @@ SYSMAINT_API long RegistryOpenUserHive(unsigned long session, struct HKEY__** hi
 
 /// @return 0, 87, 8, 2, or the system's code
 SYSMAINT_API long RegistryGetLastWrite(struct HKEY__* root, const wchar_t* key, unsigned int view,
-                                       unsigned long long* time);
+                                       uint64_t* time);
 
 /// "REG_SZ"; digits for a number without a name.
 ///

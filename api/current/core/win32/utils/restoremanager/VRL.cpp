@@ -10,6 +10,7 @@
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/objectmanager/include/Win32Handle.h"
+#include "core/win32/utils/paths/include/Win32Path.h"
 #include "core/win32/utils/restoremanager/include/SnapshotList.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
 
@@ -60,7 +61,7 @@ bool isBatchFile(std::wstring_view tool)
 void requireTool(const wchar_t* tool)
 {
     requireText(tool);
-    require(!isBatchFile(tool));
+    require(!isBatchFile(tool) && !isAlteredPath(tool)); // the latter would start another program
 }
 
 /// A command line built from parts. It allocates no more memory than it needs and overwrites it when it is

@@ -1,6 +1,5 @@
 #include "core/win32/utils/scanengine/include/FilePath.h"
 
-#include "core/win32/utils/objectmanager/include/LibraryCall.h"
 #include "core/win32/utils/scanengine/include/File.h"
 
 constexpr char kFilePathHeader[] = "core\\win32\\utils\\scanengine\\include\\FilePath.h";
@@ -27,7 +26,6 @@ const char* FilePath::scanPlace() const noexcept
 
 bool FilePath::isInterchangeable(const ScanItem& filed) const
 {
-    const InsideLibrary inside;
     const auto* other = dynamic_cast<const FilePath*>(&filed);
     return other != nullptr && getLevel() == other->getLevel() && Directory::isInterchangeable(filed);
 }

@@ -70,11 +70,11 @@ void append(std::vector<Rule>& target, std::vector<Rule>& source)
 }
 
 template <class Rule>
-const wchar_t* patternAt(const std::vector<Rule>& rules, std::uint32_t index, const char* place)
+const ScanRule& ruleAt(const std::vector<Rule>& rules, std::uint32_t index, const char* place)
 {
     if (index >= rules.size())
         throw Exception(place, ERROR_INVALID_PARAMETER);
-    return rules[index].getPattern();
+    return rules[index];
 }
 } // namespace
 
@@ -162,27 +162,35 @@ void ScanValidator::clear() noexcept
     m_ignores.clear();
 }
 
+const ScanRule& ScanValidator::filterAt(std::uint32_t index) const
+{
+    return ruleAt(m_filters, index, PLACE(kScanValidatorHeader, "ScanValidator::getFilter", __LINE__));
+}
+
+const ScanRule& ScanValidator::ignoreAt(std::uint32_t index) const
+{
+    return ruleAt(m_ignores, index, PLACE(kScanValidatorHeader, "ScanValidator::getIgnore", __LINE__));
+}
+
 const wchar_t* ScanValidator::getFilter(std::uint32_t index) const
 {
     const InsideLibrary inside;
-    return patternAt(m_filters, index, PLACE(kScanValidatorHeader, "ScanValidator::getFilter", __LINE__));
+    return filterAt(index).getPattern();
 }
 
 const wchar_t* ScanValidator::getIgnore(std::uint32_t index) const
 {
     const InsideLibrary inside;
-    return patternAt(m_ignores, index, PLACE(kScanValidatorHeader, "ScanValidator::getIgnore", __LINE__));
+    return ignoreAt(index).getPattern();
 }
 
 std::uint32_t ScanValidator::getFilterCount() const noexcept
 {
-    const InsideLibrary inside;
     return static_cast<std::uint32_t>(m_filters.size());
 }
 
 std::uint32_t ScanValidator::getIgnoreCount() const noexcept
 {
-    const InsideLibrary inside;
     return static_cast<std::uint32_t>(m_ignores.size());
 }
 

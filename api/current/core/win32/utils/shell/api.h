@@ -36,7 +36,7 @@ SYSMAINT_API long ShellShortcutIsBroken(const wchar_t* link, int* isBroken);
 
 /// @param drive  "C:\", or null for all
 /// @return 0, 87, 8, or the system's code
-SYSMAINT_API long RecycleBinQuery(const wchar_t* drive, unsigned long long* bytes, unsigned long long* items);
+SYSMAINT_API long RecycleBinQuery(const wchar_t* drive, uint64_t* bytes, uint64_t* items);
 
 /// Empties the calling user's bin on a drive, or on all; succeeds when it is already empty. The event is
 /// polled only before it begins.

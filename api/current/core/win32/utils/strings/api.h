@@ -128,8 +128,8 @@ SYSMAINT_API long StringToLowerA(const char* text, char** result);
 ///              "0x", otherwise 10
 /// @return 0; 87 (not a number, or no such base); 534 (ERROR_ARITHMETIC_OVERFLOW: too large or too small); 8;
 /// A: 1113
-SYSMAINT_API long StringToInt64W(const wchar_t* text, int base, long long* value);
-SYSMAINT_API long StringToInt64A(const char* text, int base, long long* value);
+SYSMAINT_API long StringToInt64W(const wchar_t* text, int base, int64_t* value);
+SYSMAINT_API long StringToInt64A(const char* text, int base, int64_t* value);
 
 /// `length` bytes as hexadecimal digits in lower case, two for each.
 ///

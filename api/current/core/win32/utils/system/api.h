@@ -39,7 +39,7 @@ SYSMAINT_API long SystemIsSafeMode(int* isSafeMode);
 /// The time since the last keyboard or mouse input in the caller's session, up to 49 days.
 ///
 /// @return 0, 87, or the system's code
-SYSMAINT_API long SystemGetIdleTime(unsigned long long* milliseconds);
+SYSMAINT_API long SystemGetIdleTime(uint64_t* milliseconds);
 
 /// Shuts the system down after a delay, during which AbortSystemShutdown can stop it. Programs may object.
 /// Enables the privilege itself. Proven by simulation.

@@ -11,7 +11,7 @@ SYSMAINT_C_BEGIN
 /// @param version  receives the four numbers, 16 bits each, the first at the top
 /// @param text     receives "1.2.3.4"
 /// @return 0, 87, 8, 1812 or 1813 (the file has none), or the system's code
-SYSMAINT_API long VersionGetFileVersion(const wchar_t* path, unsigned long long* version, wchar_t** text);
+SYSMAINT_API long VersionGetFileVersion(const wchar_t* path, uint64_t* version, wchar_t** text);
 
 /// A text of a file's version resource ("CompanyName", "ProductVersion", ...), in the first language that the
 /// file lists, otherwise in English.

@@ -2,9 +2,6 @@
 
 #include <winioctl.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 #include "core/win32/utils/paths/include/Patience.h"
@@ -77,11 +74,7 @@ long Wiper::Filler::deleteFillerFile() noexcept
         removal::requireGone(m_target, nullptr, isOurs, kAnotherFile);
         return ERROR_SUCCESS;
     });
-    // What is not there must not be listed: a later file with its name would be destroyed.
-    constexpr long kNothingToWaitFor[] = {ERROR_SUCCESS, kAnotherFile, kDeletePending, ERROR_FILE_NOT_FOUND,
-                                          ERROR_PATH_NOT_FOUND};
-    if (std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), left) ==
-        std::end(kNothingToWaitFor))
+    if (isWorthScheduling(left))
         m_wiper.schedule(m_path);
     return left == ERROR_SUCCESS ? left : code;
 }

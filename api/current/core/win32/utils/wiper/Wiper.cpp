@@ -198,16 +198,18 @@ long Wiper::WipeFile(const std::wstring& path)
         overwriteAndDelete(path);
         return ERROR_SUCCESS;
     });
-    // Another file must not be listed, nor one that is missing or being deleted: a later file with its name
-    // would be destroyed.
+    if (isWorthScheduling(code) && m_kind != kWipeDirectoryStack)
+        schedule(path);
+    return code;
+}
+
+bool Wiper::isWorthScheduling(long code) noexcept
+{
     constexpr long kNothingToWaitFor[] = {ERROR_SUCCESS,  ERROR_CANCELLED,      kStoppedOnSymlink,
                                           kAnotherFile,   ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,
                                           kDeletePending, ERROR_FILE_OFFLINE};
-    const bool isLeft = std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), code) ==
-                        std::end(kNothingToWaitFor);
-    if (isLeft && m_kind != kWipeDirectoryStack)
-        schedule(path);
-    return code;
+    return std::find(std::begin(kNothingToWaitFor), std::end(kNothingToWaitFor), code) ==
+           std::end(kNothingToWaitFor);
 }
 
 void Wiper::overwriteAndDelete(const std::wstring& path)

@@ -35,14 +35,22 @@ private:
         std::uint32_t kept;
     };
 
+    /// Cells still to be scanned.
+    struct Span
+    {
+        std::uint32_t begin;
+        std::uint32_t end;
+    };
+
     void readBaseBlock();
     [[nodiscard]] bool isBaseBlockRight() const noexcept;
     void scanBins();
     [[nodiscard]] std::uint32_t binSize(std::uint32_t offset) const noexcept;
-    void scanCells(std::uint32_t begin, std::uint32_t end);
+    void scanCells(std::span<Span> spans);
     void markRough(std::uint32_t begin, std::uint32_t end);
 
     [[nodiscard]] bool isUntaken(std::uint32_t offset) const noexcept;
+    [[nodiscard]] bool isRoughCell(std::uint32_t offset) const noexcept;
     /// The cell there if it is in use and nothing has taken it yet.
     [[nodiscard]] Cell peek(std::uint32_t offset) const noexcept;
     /// The same if it is such a record.

@@ -55,8 +55,8 @@ void createFile(const wchar_t* path, const std::function<void(const wchar_t*)>& 
 /// Replaces `path`, an absolute one, in one step with a new file with these bytes, which is written beside it
 /// and flushed first. At any moment, and after a crash, the complete old or new file exists. Temporary files
 /// that earlier calls of ended processes left beside it are deleted. With `old`, these bytes are kept too, in
-/// a new file under the first free name of `path`.damaged, `path`.damaged-2 and so on; a call that fails
-/// leaves no such file.
+/// a new file under the first free name of `path`.damaged, `path`.damaged-2 and so on, which it gets when it
+/// is whole; one with these bytes that is there already will do. A call that fails leaves no such file.
 ///
 /// `known` is the stamp of the file as it was read, or nothing if there was none, and gets that of the new
 /// file. Raises 1006 when another file, or a changed one, is there: callers in other processes wait until

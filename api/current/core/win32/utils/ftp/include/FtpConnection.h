@@ -16,6 +16,8 @@ struct FtpLocation
     /// A path from a caller; a slash at the beginning may be missing, and one at the end is dropped. Raises
     /// 87 for "." and "..", backslashes, control characters and what is no text.
     static FtpLocation fromPath(std::wstring_view path);
+    /// The same for a file: raises 87 for a path that names a folder, too.
+    static FtpLocation fromFilePath(std::wstring_view path);
     [[nodiscard]] FtpLocation joined(const FtpEntry& entry) const;
 };
 

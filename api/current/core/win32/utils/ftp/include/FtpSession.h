@@ -65,7 +65,10 @@ public:
     /// Whether the server has ended the session meanwhile, as one does that has waited long for a command.
     [[nodiscard]] bool hasEnded();
     /// Whether the server has answered since the session was last ready.
-    [[nodiscard]] bool isAnswered() const noexcept { return m_isAnswered; }
+    [[nodiscard]] bool isAnswered() const noexcept { return m_lastReply != 0; }
+    /// What the server said at last of a transfer that has failed.
+    [[nodiscard]] bool hasRefusedTransfer() const noexcept { return m_lastReply >= 400; }
+    [[nodiscard]] bool hasConfirmedTransfer() const noexcept;
 
 private:
     struct Reply
@@ -106,7 +109,7 @@ private:
     std::size_t m_receivedAt = 0;
     std::size_t m_receivedEnd = 0;
     bool m_isReady = false;
-    bool m_isAnswered = false;
+    int m_lastReply = 0; // to the last command
     bool m_isTransferDone = false;
     bool m_hasMachineListing = false; // MLSD
     bool m_knowsExtendedPassive = true;

@@ -4,6 +4,7 @@
 // neither the system's headers nor the standard library of C++.
 
 #include <stddef.h>
+#include <stdint.h>
 
 // Declares the DLL's functions: exported while the DLL is built, imported everywhere else.
 #if defined(_MSC_VER) || defined(__MINGW32__)

@@ -13,12 +13,14 @@
 
 /// Where a suspended thread stands in the system's lowest module, which has the loader and the locks.
 namespace systemcode {
-/// The range of its code and data, and its entry for waits for locks (null on systems that wait otherwise).
+/// The range of its code and data, and its entries for waits for locks and for ending such a wait (null on
+/// systems that wait otherwise).
 struct Range
 {
     DWORD64 begin = 0;
     DWORD64 end = 0;
     DWORD64 lockWait = 0;
+    DWORD64 lockWake = 0;
 };
 inline const Range range = [] {
     Range found;
@@ -29,6 +31,8 @@ inline const Range range = [] {
         found.end = found.begin + headers->OptionalHeader.SizeOfImage;
         found.lockWait = reinterpret_cast<DWORD64>(
             processend::systemFunction<LONG(NTAPI*)(void*, LARGE_INTEGER*)>("NtWaitForAlertByThreadId"));
+        found.lockWake = reinterpret_cast<DWORD64>(
+            processend::systemFunction<LONG(NTAPI*)(HANDLE)>("NtAlertThreadByThreadId"));
     }
     return found;
 }();
@@ -49,16 +53,21 @@ inline bool isKernelCall(DWORD64 instruction) noexcept
     const std::array<unsigned char, 2> before{code[-2], code[-1]};
     return before == kSyscall || before == kInterrupt;
 }
-/// Whether it is in the module and not in a call of the kernel.
-inline bool isInside(DWORD64 instruction) noexcept
+inline bool isInEntry(DWORD64 instruction, DWORD64 entry) noexcept
 {
-    return isInModule(instruction) && !isKernelCall(instruction);
+    constexpr DWORD64 kLength = 32; // of an entry
+    return entry != 0 && instruction >= entry && instruction < entry + kLength;
 }
 /// Whether it is in the call in which locks, and condition variables, are waited for.
 inline bool isLockWait(DWORD64 instruction) noexcept
 {
-    constexpr DWORD64 kLength = 32; // of an entry
-    return range.lockWait != 0 && instruction >= range.lockWait && instruction < range.lockWait + kLength;
+    return isInEntry(instruction, range.lockWait);
+}
+/// Whether it is in the module and not in a call of the kernel. Who wakes the next one that waits for a lock
+/// goes on in the module at once: a thread that has released a heap may be on its way back to the loader.
+inline bool isInside(DWORD64 instruction) noexcept
+{
+    return isInModule(instruction) && (!isKernelCall(instruction) || isInEntry(instruction, range.lockWake));
 }
 } // namespace systemcode
 

@@ -47,5 +47,8 @@ private:
 /// Whether Win32 would change a name in the path: one that ends in a dot or a blank, or is a device's.
 [[nodiscard]] bool hasAlteredName(std::wstring_view path);
 
+/// The same for a whole path as it stands: Win32 changes no name in a literal one.
+[[nodiscard]] bool isAlteredPath(std::wstring_view path);
+
 /// Joins a folder and a name with one backslash.
 [[nodiscard]] HeapStringW joinPath(std::wstring_view folder, std::wstring_view name);

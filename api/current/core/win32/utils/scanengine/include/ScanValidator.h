@@ -31,6 +31,9 @@ public:
     void clear() noexcept override;
     [[nodiscard]] const wchar_t* getFilter(std::uint32_t index) const override;
     [[nodiscard]] const wchar_t* getIgnore(std::uint32_t index) const override;
+    /// The rule itself, owned by the validator. Raises 87 for an index outside the list.
+    [[nodiscard]] const ScanRule& filterAt(std::uint32_t index) const;
+    [[nodiscard]] const ScanRule& ignoreAt(std::uint32_t index) const;
     [[nodiscard]] std::uint32_t getFilterCount() const noexcept override;
     [[nodiscard]] std::uint32_t getIgnoreCount() const noexcept override;
     long load(unsigned long code, IInputByteStream& stream) override;

@@ -27,8 +27,9 @@ public:
     [[nodiscard]] bool wasFound() const noexcept { return m_wasFound; }
 
     /// Closes, truncates and deletes the file; one that cannot be truncated is deleted all the same. What is
-    /// still there then goes on the boot-time list. Returns 0 when it is gone, otherwise the first code. When
-    /// somebody has put another file in its place, that file stays (1006).
+    /// still there then goes on the boot-time list. Returns 0 when this has deleted it, otherwise the first
+    /// code, also for a file that somebody else has deleted (2) or that others still have open (303). A file
+    /// that somebody has put in its place stays (1006, unless there was a code before).
     long deleteFillerFile() noexcept;
 
 private:

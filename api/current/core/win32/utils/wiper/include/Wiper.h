@@ -50,6 +50,9 @@ private:
     void correctTotal(std::uint64_t expected, std::uint64_t found) noexcept;
     void addDone(std::uint64_t bytes);
     void schedule(const std::wstring& path);
+    /// Whether what could not be deleted with this code goes on the boot-time list: not when it is another
+    /// file or a link, missing or being deleted, because a later file with its name would be destroyed.
+    [[nodiscard]] static bool isWorthScheduling(long code) noexcept;
     void throwIfCancelled(const char* place) const;
 
     WipeCallback m_callback = nullptr;

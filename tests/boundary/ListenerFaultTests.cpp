@@ -1,0 +1,211 @@
+#include "boundary/ListenerTest.h"
+
+using ListenerFaults = Listeners;
+INSTANTIATE_TEST_SUITE_P(Kinds, ListenerFaults, testing::Bool());
+
+// Each wait ends at once when either side is stopped, and nothing stays open.
+TEST_P(ListenerFaults, EndAtOnceAndLeaveNothing)
+{
+    constexpr int kWarmUps = 3; // after which nothing more is made once and kept, here or by the system
+    for (int round = 0; round <= kWarmUps; ++round) {
+        const HeapWatch watch(sysmaintModule());
+        const ProcessCounts before = ProcessCounts::now();
+        listen();
+        for (const bool stopsReporter : {true, false}) {
+            const TestEvent called, goOn;
+            m_receiver.act = [&] {
+                called.set();
+                if (!stopsReporter)
+                    CloseMessageListener(m_listener.release());
+                WaitForSingleObject(goOn.get(), 60000);
+            };
+            report({ReportMode::Send});
+            std::thread sender(
+                [&] { EXPECT_EQ(sendOne(1), stopsReporter ? ERROR_CANCELLED : ERROR_BROKEN_PIPE); });
+            EXPECT_EQ(WaitForSingleObject(called.get(), 60000), WAIT_OBJECT_0);
+            if (stopsReporter)
+                m_reporter->stop();
+            goOn.set();
+            sender.join();
+            EXPECT_EQ(m_reporter->getState().refused, 1U);
+            TopicUnsubscribe(m_near, *m_reporter, INFINITE);
+            m_reporter.reset();
+        }
+        // One that still waits for a server, and one with messages that nobody
+        // takes.
+        report({});
+        MessageW none;
+        const auto queue = [&](std::uint32_t id) { m_reporter->onMessage(MessageW(L"", id), none, nullptr); };
+        queue(1), queue(2), queue(3);
+        EXPECT_EQ(m_reporter->flush(50, nullptr), WAIT_TIMEOUT);
+        std::thread stopper([&] { Sleep(50), m_reporter->stop(); });
+        EXPECT_EQ(m_reporter->flush(60000, nullptr), ERROR_CANCELLED);
+        stopper.join();
+        queue(4);
+        EXPECT_EQ(m_reporter->getState().waiting, 3U);
+        EXPECT_EQ(m_reporter->getState().refusal, ERROR_CANCELLED);
+        TopicUnsubscribe(m_near, *m_reporter, INFINITE);
+        m_reporter.reset();
+        m_server.reset();
+        m_receiver.act = nullptr;
+        EXPECT_TRUE(before.isReachedAgain(round == kWarmUps ? 60 : 10) || round != kWarmUps)
+            << before.describe() << ", then " << ProcessCounts::now().describe();
+    }
+}
+
+// Each allocation fails in turn.
+TEST_P(ListenerFaults, AreNotMadeWithoutMemory)
+{
+    const HeapWatch watch(sysmaintModule());
+    const auto failEach = [](auto&& create) { // until nothing fails, and it is made
+        for (long failing = 1;; ++failing) {
+            HeapWatch::arm(failing);
+            const bool isMade = create();
+            const auto code = static_cast<long>(GetLastError());
+            HeapWatch::disarm();
+            EXPECT_TRUE(isMade != HeapWatch::hasFailed() && (isMade || code == ERROR_NOT_ENOUGH_MEMORY))
+                << failing << ": " << code;
+            if (!HeapWatch::hasFailed())
+                return;
+        }
+    };
+    m_server = Connected::makeServer(m_isPipe);
+    failEach([&] {
+        m_listener.reset(CreateMessageListener(L"far", m_server.get(), m_far));
+        return m_listener.isValid();
+    });
+    if (!m_isPipe) {
+        ASSERT_EQ(ConnectionGetPort(m_server.get(), &m_port), ERROR_SUCCESS);
+    }
+    const ConnectionHandle client = makeClient(L"reporter");
+    failEach([&] {
+        m_reporter.reset(DllGetMessageReporter(client.get()));
+        return m_reporter != nullptr;
+    });
+    ASSERT_TRUE(m_listener.isValid() && m_reporter);
+    HeapWatch::arm(1);
+    EXPECT_EQ(m_reporter->flush(0, nullptr), ERROR_NOT_ENOUGH_MEMORY);
+    HeapWatch::disarm();
+}
+
+// Of who accepts clients, and of who serves one.
+TEST_P(ListenerFaults, LoseNothingWithoutMemory)
+{
+    const HeapWatch watch(sysmaintModule());
+    listen();
+    const ConnectionHandle client = makeClient(L"reporter");
+    m_reporter.reset(DllGetMessageReporter(client.get()));
+    ASSERT_TRUE(m_reporter);
+    const Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(
+        [](auto original, HANDLE handle, DWORD limit) {
+            return original(handle, limit == 1000 ? 0 : limit);
+        });
+    Replaced<"CreateThread", decltype(&CreateThread)> threads;
+    unsigned long long posted = 0;
+    for (const bool accepts : {true, false})
+        for (long failing = 1;; ++failing) {
+            SCOPED_TRACE(std::to_string(accepts) + " " + std::to_string(failing));
+            std::atomic<bool> isArmed = false;
+            const auto arm = [&] {
+                if (!isArmed.exchange(true))
+                    HeapWatch::arm(failing);
+            };
+            threads.setHook([&](auto original, auto... arguments) {
+                if (accepts)
+                    arm();
+                return original(arguments...);
+            });
+            m_receiver.act = [&] {
+                if (!accepts)
+                    arm();
+            };
+            const auto number = static_cast<std::uint64_t>(failing);
+            const auto codes = answersTo(greeting(accepts) + request(1, 0) + request(0, number), 2);
+            posted += codes.size() == 2 && codes.back() == 0 ? 1 : 0; // whatever became of the first
+            if (accepts) { // the next one may not be let in at first
+                MessageW none;
+                m_reporter->onMessage(MessageW(L"", 1), none, nullptr);
+                EXPECT_EQ(m_reporter->flush(60000, nullptr), ERROR_SUCCESS);
+                m_reporter.reset(); // it has the connection
+                m_reporter.reset(DllGetMessageReporter(client.get()));
+                ASSERT_TRUE(m_reporter);
+                ++posted;
+            }
+            HeapWatch::disarm();
+            threads.setHook(nullptr);
+            EXPECT_EQ(getState().posted, posted);
+            if (!HeapWatch::hasFailed())
+                break;
+            EXPECT_TRUE(accepts || codes.back() == 1 || codes.back() == ERROR_NOT_ENOUGH_MEMORY ||
+                        codes.back() == ERROR_NOT_ENOUGH_QUOTA || codes.front() == ERROR_NOT_ENOUGH_MEMORY)
+                << testing::PrintToString(codes);
+        }
+    EXPECT_EQ(getState().disconnected, 0U);
+    m_receiver.act = nullptr;
+}
+
+TEST_P(ListenerFaults, SurviveAHandlerThatEndsItsThread)
+{
+    listen();
+    report({ReportMode::Send, 5000});
+    m_receiver.act = [] { ExitThread(0); };
+    EXPECT_EQ(sendOne(1), ERROR_BROKEN_PIPE);
+    m_receiver.act = [] { throw 4711L; };
+    EXPECT_EQ(sendOne(2), 4711);
+    m_receiver.act = nullptr;
+    EXPECT_EQ(sendOne(3), ERROR_SUCCESS);
+    EXPECT_EQ(getState().clients, 1U);
+    const TestEvent goOn;
+    m_receiver.act = [&] { WaitForSingleObject(goOn.get(), 60000); };
+    const Reporter impatient(DllGetMessageReporter(makeClient(L"impatient").get(), {ReportMode::Send, 100}));
+    MessageW reply;
+    long code = ERROR_SUCCESS;
+    try {
+        impatient->onMessage(MessageW(L"near", 1), reply, nullptr);
+    } catch (long raised) {
+        code = raised;
+    }
+    EXPECT_EQ(code, WAIT_TIMEOUT);
+    EXPECT_EQ(impatient->getState().connection, WAIT_TIMEOUT);
+    goOn.set();
+}
+
+// The connection of a stopped reporter is the next one's.
+TEST_P(ListenerFaults, LeaveTheNextReporterAlone)
+{
+    listen();
+    report({ReportMode::Send});
+    EXPECT_EQ(sendOne(1), ERROR_SUCCESS);
+    m_reporter->stop();
+    TopicUnsubscribe(m_near, *m_reporter, INFINITE);
+    Reporter stopped = std::move(m_reporter);
+    report({ReportMode::Send});
+    EXPECT_EQ(sendOne(2), ERROR_SUCCESS);
+    m_receiver.act = [&] { stopped.reset(); };
+    EXPECT_EQ(sendOne(3), ERROR_SUCCESS);
+}
+
+TEST_P(ListenerFaults, FailWithTheCodeOfTheCallThatFails)
+{
+    failEachCall(
+        [&] {
+            m_listener.reset();
+            m_reporter.reset();
+            m_server.reset();
+            m_server = Connected::makeServer(m_isPipe);
+            ASSERT_EQ(ConnectionListen(m_server.get(), 60000, nullptr), ERROR_SUCCESS);
+            if (!m_isPipe) {
+                ASSERT_EQ(ConnectionGetPort(m_server.get(), &m_port), ERROR_SUCCESS);
+            }
+        },
+        [&]() -> long {
+            const ListenerHandle listener(CreateMessageListener(L"far", m_server.get(), m_far));
+            if (!listener.isValid())
+                return static_cast<long>(GetLastError());
+            const Reporter reporter(DllGetMessageReporter(makeClient(L"reporter").get()));
+            return reporter ? ERROR_SUCCESS : static_cast<long>(GetLastError());
+        },
+        [](const std::string& import, long code) {
+            EXPECT_TRUE(code == kFailure || import == "SetEvent") << import << " " << code;
+        });
+}
