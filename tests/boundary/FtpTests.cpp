@@ -219,6 +219,11 @@ const Misdeed kMisdeeds[] = {
     {"features", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
     {"options", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
     {"agrees", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"strays-FEAT", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"strays-OPTS", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"strays-EPSV", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"strays-PASV", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
+    {"strays-MLST", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
     {"claims", ERROR_SUCCESS, L"file 5 /good", 0},
     {"unnamed", ERROR_SUCCESS, L"file 5 /good", 0},
 };
@@ -228,19 +233,16 @@ const Misdeed kMisdeeds[] = {
 TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
 {
     FtpServers servers(L"hostile");
-    {
-        const TestEvent cancel; // while a reply is waited for, and while a listing is
-        for (const char* mode : {"mute", "later"}) {
-            FtpScan scan(servers.ports[mode], nullptr, nullptr, L"127.0.0.1", L"/x");
-            std::thread canceller([&] { Sleep(100), cancel.set(); });
-            EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED) << mode;
-            canceller.join();
-            ResetEvent(cancel.get());
-        }
-    }
     EXPECT_EQ(FtpScan(servers.ports["passive"]).run(), ERROR_SUCCESS); // what the system keeps is there then
     std::map<std::string, std::unique_ptr<FtpScan>> scans;
     const ProcessCounts before = ProcessCounts::now();
+    for (const char* mode : {"mute", "later"}) { // while a reply is waited for, and while a listing is
+        const TestEvent cancel;
+        FtpScan scan(servers.ports[mode], nullptr, nullptr, L"127.0.0.1", L"/x");
+        std::thread canceller([&] { Sleep(100), cancel.set(); });
+        EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED) << mode;
+        canceller.join();
+    }
     for (const Misdeed& row : kMisdeeds) {
         SCOPED_TRACE(row.mode);
         const unsigned long timeout = row.code == WAIT_TIMEOUT ? 1500 : 60000; // none else depends on speed
@@ -288,7 +290,14 @@ TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
         [&] { return scan.run(65535, cancel.get()); },
     };
     for (const auto& operation : operations) {
-        std::thread canceller([&] { Sleep(300), cancel.set(); });
+        std::thread canceller([&] {
+            servers.awaitStall();
+            WIN32_FILE_ATTRIBUTE_DATA data{}; // what the first operation gets
+            while (GetFileAttributesExW(copy.c_str(), GetFileExInfoStandard, &data) &&
+                   data.nFileSizeLow < 1000)
+                Sleep(1);
+            cancel.set();
+        });
         EXPECT_EQ(operation(), ERROR_CANCELLED);
         canceller.join();
         ResetEvent(cancel.get());
@@ -367,7 +376,7 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
     EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND);
     file = fileOn("late", connection); // one that comes while nothing is asked
     EXPECT_EQ(file->exists(), 1);
-    Sleep(500);
+    servers.cue();
     EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_INVALID_DATA);
     EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND) << "a new connection";
     // A server that has enough of a silent client, with a farewell and without: nothing was sent meanwhile,
@@ -376,9 +385,9 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
         SCOPED_TRACE(mode);
         file = fileOn(mode, connection);
         EXPECT_EQ(file->exists(), 1);
-        Sleep(500);
+        servers.cue();
         EXPECT_EQ(file->exists(), 1);
-        Sleep(500);
+        servers.cue();
         EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND) << "the server's word";
     }
 }

@@ -30,6 +30,15 @@ public:
         readLines();
     }
 
+    /// Waits until a server that stalls does so.
+    void awaitStall() { readLines(); }
+    /// Lets a server do what it does to a silent client; it has been done when this returns.
+    void cue()
+    {
+        say("cue\n");
+        readLines();
+    }
+
     std::map<std::string, unsigned short> ports;
     std::set<std::wstring> entries; // "folder PATH" and "file SIZE PATH"
 

@@ -57,6 +57,7 @@ bool isDone(int reply) noexcept
 // The replies that say so, of old servers too. Another one belongs to something else.
 constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
 constexpr std::initializer_list<int> kAgreed{200, 250};
+constexpr std::initializer_list<int> kOptionTaken{200, 202};
 constexpr std::initializer_list<int> kTransferred{200, 226, 250};
 
 bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
@@ -135,7 +136,7 @@ void FtpSession::logIn(const FtpServer& server, const FtpLimits& limits)
 void FtpSession::agree(const FtpLimits& limits)
 {
     const Reply features = ask("FEAT", "", limits);
-    if (features.code == 211) {
+    if (isDoneWith(features, {211})) {
         std::string text = features.text;
         for (char& c : text)
             if (c >= 'a' && c <= 'z')
@@ -146,7 +147,7 @@ void FtpSession::agree(const FtpLimits& limits)
         if (m_hasMachineListing)
             chooseFacts(std::string_view(text).substr(machine + kMachine.size()), limits);
         if (text.find("\n UTF8") != std::string::npos)
-            static_cast<void>(ask("OPTS", "UTF8 ON", limits)); // some refuse it and send UTF-8 all the same
+            static_cast<void>(isDoneWith(ask("OPTS", "UTF8 ON", limits), kOptionTaken)); // or does it anyway
     }
     requireOneOf(ask("TYPE", "I", limits), kAgreed);
 }
@@ -159,7 +160,7 @@ void FtpSession::chooseFacts(std::string_view offered, const FtpLimits& limits)
     offered.remove_prefix(std::min(offered.find_first_not_of(' '), offered.size()));
     const std::string facts = wantedFacts(offered);
     if (!facts.empty())
-        static_cast<void>(ask("OPTS MLST", facts, limits));
+        static_cast<void>(isDoneWith(ask("OPTS MLST", facts, limits), kOptionTaken));
 }
 
 void FtpSession::requireOneOf(const Reply& reply, std::initializer_list<int> expected)
@@ -168,6 +169,14 @@ void FtpSession::requireOneOf(const Reply& reply, std::initializer_list<int> exp
         return;
     m_isReady = m_isReady && reply.code >= 400;
     raiseCode(codeOfReply(reply.code));
+}
+
+// For a command that the server may refuse.
+bool FtpSession::isDoneWith(const Reply& reply, std::initializer_list<int> expected)
+{
+    if (reply.code < 400 || reply.code == 421)
+        requireOneOf(reply, expected);
+    return reply.code < 400;
 }
 
 // What arrives unasked is the answer to no command: after it all would be the answers to others. A server
@@ -307,7 +316,8 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
     constexpr std::size_t kPassiveNumbers = 6;
     if (m_knowsExtendedPassive) {
         const Reply reply = ask("EPSV", "", limits); // (|||port|)
-        if (reply.code == 229) {
+        if (reply.code < 500) {
+            requireOneOf(reply, {229});
             const std::size_t at = reply.text.find("|||");
             const std::vector<unsigned long> numbers =
                 at != std::string::npos ? numbersIn(std::string_view(reply.text).substr(at))
@@ -316,13 +326,10 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
                 raiseCode(ERROR_INVALID_DATA);
             return static_cast<unsigned short>(numbers[0]);
         }
-        if (reply.code < 500)
-            raiseCode(codeOfReply(reply.code));
         m_knowsExtendedPassive = false;
     }
     const Reply reply = ask("PASV", "", limits); // (a,a,a,a,p,p)
-    if (reply.code != 227)
-        raiseCode(codeOfReply(reply.code));
+    requireOneOf(reply, {227});
     const std::vector<unsigned long> numbers = numbersIn(reply.text);
     if (numbers.size() < kPassiveNumbers || numbers[4] > 255 || numbers[5] > 255 ||
         numbers[4] + numbers[5] == 0)
@@ -331,7 +338,7 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
 }
 
 // The command goes off while the data connection is being made. If that fails, the server is left waiting for
-// it, so the session is not ready again.
+// it, so the session is not ready again, unless it has refused already.
 WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view argument,
                                     const FtpLimits& limits, unsigned long long offset)
 {
@@ -340,7 +347,13 @@ WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view a
         requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
     }
     send(command, argument, limits);
-    return connecting.finish(limits.step());
+    try {
+        return connecting.finish(limits.step());
+    } catch (long) {
+        if (m_control->hasArrived())
+            requireBegun(limits, offset != 0);
+        throw;
+    }
 }
 
 void FtpSession::requireBegun(const FtpLimits& limits, bool isFromOffset)
@@ -481,7 +494,7 @@ std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& lim
     if (!enter(folder, limits))
         return {};
     const Reply reply = ask("MLST", "", limits);
-    return reply.code == 250 ? uniqueOfReply(reply.text) : std::string();
+    return isDoneWith(reply, {250}) ? uniqueOfReply(reply.text) : std::string();
 }
 
 std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, const FtpLimits& limits)

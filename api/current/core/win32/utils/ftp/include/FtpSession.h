@@ -87,6 +87,7 @@ private:
     [[nodiscard]] bool receiveWhatIsThere();
     void requireSilence();
     void requireOneOf(const Reply& reply, std::initializer_list<int> expected);
+    [[nodiscard]] bool isDoneWith(const Reply& reply, std::initializer_list<int> expected);
     void settle(int reply);
     [[nodiscard]] Reply readFinalReply(const FtpLimits& limits);
     void send(std::string_view command, std::string_view argument, const FtpLimits& limits);
