@@ -32,7 +32,7 @@ public:
                                &startup, &process) &&
                     ConnectionAccept(m_server, kTimeout, nullptr, &m_lifeline) == ERROR_SUCCESS,
                 "no FTP servers");
-        while (const std::string line = readLine(), !line.empty()) {
+        for (std::string line = readLine(); !line.empty(); line = readLine()) {
             if (line.starts_with("port pyftpdlib "))
                 ports[0] = static_cast<unsigned short>(std::stoul(line.substr(15)));
             if (line.starts_with("port vsftpd "))
