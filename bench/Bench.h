@@ -17,6 +17,7 @@ struct BenchRow
     std::function<void()> prepare = nullptr; // before each turn of either side, not measured
     std::function<void()> settle = nullptr;  // after it, not measured either
     bool peerCounted = false;                // the peer's kernel calls are visible: it is linked with us
+    int turns = 5;
 };
 
 /// One comparison of figures that the sides report themselves. Without a peer, a figure with a limit.
@@ -62,6 +63,7 @@ BenchRows hashingRows(BenchScale scale);
 BenchRows messageRows(BenchScale scale);
 BenchRows topicRows(BenchScale scale);
 BenchRows connectionRows(BenchScale scale);
+BenchRows ftpRows(BenchScale scale);
 BenchRows workRows(BenchScale scale);
 BenchRows logRows(BenchScale scale);
 BenchRows wipeRows(BenchScale scale);

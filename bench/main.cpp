@@ -17,8 +17,6 @@
 #include "support/KernelCalls.h"
 
 namespace {
-constexpr int kTurns = 5;
-
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -70,6 +68,17 @@ const char* verdict(bool met, int turns)
     return turns == 1 ? "" : met ? " met" : " MISSED";
 }
 
+int turnsOf(const BenchRow& row)
+{
+    return row.turns;
+}
+
+int turnsOf(const FigureRow&)
+{
+    constexpr int kTurns = 5;
+    return kTurns;
+}
+
 void measure(const BenchRow& row, int turns, bool json)
 {
     const double calls = objectCallsPerOperation(row, row.ours); // warms up, too
@@ -87,12 +96,14 @@ void measure(const BenchRow& row, int turns, bool json)
     // Of adjacent turns: the machine may change its speed during a run, and the medians might then come from
     // different speeds.
     const double ratio = median(ratios);
+    const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
     if (json)
-        std::printf(R"({"case":"%s","peer":"%s","ours_ns":%.1f,"peer_ns":%.1f,"ratio":%.3f,"goal":%.2f,)"
-                    R"("object_calls":%.3f,"peer_object_calls":%s})"
-                    "\n",
-                    row.name.c_str(), row.peerName.c_str(), our, peer, ratio, row.goal, calls,
-                    peerCalls.empty() ? "null" : peerCalls.c_str());
+        std::printf(
+            R"({"case":"%s","peer":"%s","ours_ns":%.1f,"peer_ns":%.1f,"ratio":%.3f,"ratio_least":%.3f,"ratio_most":%.3f,"goal":%.2f,)"
+            R"("object_calls":%.3f,"peer_object_calls":%s})"
+            "\n",
+            row.name.c_str(), row.peerName.c_str(), our, peer, ratio, *least, *most, row.goal, calls,
+            peerCalls.empty() ? "null" : peerCalls.c_str());
     else
         printLine(row.name, row.peerName, text("%.1f", our), text("%.1f", peer), text("%.2f", ratio),
                   row.goal > 0 ? text("%.2f", row.goal) + verdict(ratio >= row.goal, turns) : "",
@@ -205,14 +216,14 @@ try {
         for (const auto& row : all) {
             if (row.name.find(only) == std::string::npos)
                 continue;
-            measure(row, quick ? 1 : kTurns, json);
+            measure(row, quick ? 1 : turnsOf(row), json);
             ++rows;
         }
     };
     // Memory comes first: what an earlier row has used and freed would not count again.
     for (const auto& make :
          {memoryRows, loadRows, walkRows, registryRows, matchingRows, hashingRows, messageRows, topicRows,
-          connectionRows, workRows, logRows, wipeRows, hiveRows, handleRows, processRows}) {
+          connectionRows, ftpRows, workRows, logRows, wipeRows, hiveRows, handleRows, processRows}) {
         const BenchRows made = make(scale);
         measureAll(made.figures);
         measureAll(made.timed);

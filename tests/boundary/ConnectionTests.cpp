@@ -288,6 +288,14 @@ TEST(ConnectionArguments, AreRefusedWhenTheyAreWrong)
     EXPECT_EQ(ConnectionRead(client, &byte, 0, 0, nullptr, &read), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(ConnectionWrite(client, nullptr, 1, 0, nullptr), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(ConnectionSetMessageLimit(client, 0), ERROR_INVALID_PARAMETER);
+    const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr)); // which a wait would take
+    AnyMessage message;
+    for (const long code : {ConnectionRead(client, &byte, 1, 0, mutex.get(), &read),
+                            ConnectionReadAll(client, &byte, 1, 0, mutex.get()),
+                            ConnectionWrite(client, &byte, 1, 0, mutex.get()),
+                            ConnectionSendMessage(client, HashMessageW(), 0, mutex.get()),
+                            ConnectionReceiveMessage(client, message, nullptr, 0, mutex.get())})
+        EXPECT_EQ(code, ERROR_INVALID_HANDLE);
     EXPECT_EQ(ConnectionConnect(client, 0, nullptr), ERROR_CONNECTION_ACTIVE);
     EXPECT_EQ(ConnectionAccept(client, 0, nullptr, &handle), ERROR_INVALID_FUNCTION);
     EXPECT_EQ(ConnectionConnect(peers.server.get(), 0, nullptr), ERROR_INVALID_FUNCTION);

@@ -45,6 +45,7 @@ TEST(FtpListing, UnderstandsWhatUnixAndDosWrite)
          {"hello", "total", "-rw-r--r-- 1 u g x Jan 1 00:00 a", "drwx 1 u g 7 Jan 1 00:00 a",
           "-rw-r--r-- 1 u g 7 Jan 1", "01-18-24 10:12AM x name"})
         EXPECT_EQ(entriesOf(std::string("total 1\n") + wrong, FtpListing::Form::Plain), L"code 13") << wrong;
+    EXPECT_EQ(entriesOf("total\n", FtpListing::Form::Plain), L"code 13") << "no count";
     EXPECT_EQ(entriesOf("total 1\n01-18-24 10:12AM <DIR>", FtpListing::Form::Plain), L"code 123");
 }
 

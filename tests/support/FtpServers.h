@@ -21,11 +21,21 @@ public:
         EXPECT_EQ(ConnectionAccept(m_server.get(), 60000, nullptr, &lifeline), ERROR_SUCCESS);
         m_lifeline.reset(lifeline);
         readLines();
+        say("\n"); // it has all that it needs from now on, whoever counts handles
     }
     /// From now on all of them behave.
     void mend()
     {
-        EXPECT_EQ(ConnectionWrite(m_lifeline.get(), "mend\n", 5, 60000, nullptr), ERROR_SUCCESS);
+        say("mend\n");
+        readLines();
+    }
+
+    /// Waits until a server that stalls does so.
+    void awaitStall() { readLines(); }
+    /// Lets a server do what it does to a silent client; it has been done when this returns.
+    void cue()
+    {
+        say("cue\n");
         readLines();
     }
 
@@ -33,6 +43,10 @@ public:
     std::set<std::wstring> entries; // "folder PATH" and "file SIZE PATH"
 
 private:
+    void say(const std::string& line)
+    {
+        EXPECT_EQ(ConnectionWrite(m_lifeline.get(), line.data(), line.size(), 60000, nullptr), ERROR_SUCCESS);
+    }
     void readLines()
     {
         for (std::string line; line != "\n";) {

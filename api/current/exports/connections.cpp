@@ -34,7 +34,8 @@ long send(void* connection, const Message& message, unsigned long timeout, void*
     return statusFrame(PLACE(kConnectionsApi, "ConnectionSendMessage", __LINE__), connections(), connection,
                        [&](Connection& object) {
                            messageframe::sendFrame(*object.getWire(), classOf(message), message,
-                                                   object.getFrameLimit(), WaitLimits(timeout, cancelEvent));
+                                                   object.getFrameLimit(),
+                                                   WaitLimits::ofEvent(timeout, cancelEvent));
                        });
 }
 } // namespace
@@ -122,7 +123,8 @@ long ConnectionRead(void* connection, void* buffer, size_t size, unsigned long t
                        [&](Connection& object) {
                            requireArguments(PLACE(kConnectionsApi, "ConnectionRead", __LINE__),
                                             buffer != nullptr && size != 0 && read != nullptr);
-                           *read = object.getWire()->readSome(buffer, size, WaitLimits(timeout, cancelEvent));
+                           *read = object.getWire()->readSome(buffer, size,
+                                                              WaitLimits::ofEvent(timeout, cancelEvent));
                        });
 }
 
@@ -132,7 +134,7 @@ long ConnectionReadAll(void* connection, void* buffer, size_t size, unsigned lon
                        [&](Connection& object) {
                            requireArguments(PLACE(kConnectionsApi, "ConnectionReadAll", __LINE__),
                                             buffer != nullptr || size == 0);
-                           object.getWire()->readAll(buffer, size, WaitLimits(timeout, cancelEvent));
+                           object.getWire()->readAll(buffer, size, WaitLimits::ofEvent(timeout, cancelEvent));
                        });
 }
 
@@ -143,7 +145,7 @@ long ConnectionWrite(void* connection, const void* data, size_t size, unsigned l
                        [&](Connection& object) {
                            requireArguments(PLACE(kConnectionsApi, "ConnectionWrite", __LINE__),
                                             data != nullptr || size == 0);
-                           object.getWire()->writeAll(data, size, WaitLimits(timeout, cancelEvent));
+                           object.getWire()->writeAll(data, size, WaitLimits::ofEvent(timeout, cancelEvent));
                        });
 }
 
@@ -174,7 +176,8 @@ long ConnectionReceiveMessage(void* connection, AnyMessage& message, ArrayMessag
 {
     return statusFrame(PLACE(kConnectionsApi, "ConnectionReceiveMessage", __LINE__), connections(),
                        connection, [&](Connection& object) {
-                           message = messageframe::receiveFrame(*object.getWire(), object.getFrameLimit(),
-                                                                elements, WaitLimits(timeout, cancelEvent));
+                           message =
+                               messageframe::receiveFrame(*object.getWire(), object.getFrameLimit(), elements,
+                                                          WaitLimits::ofEvent(timeout, cancelEvent));
                        });
 }

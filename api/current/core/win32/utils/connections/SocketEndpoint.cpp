@@ -35,12 +35,19 @@ void setOption(const SocketHandle& socket, int level, int option, const Value& v
 class SocketWire final : public Wire
 {
 public:
-    explicit SocketWire(SocketHandle socket) : m_socket(std::move(socket))
+    explicit SocketWire(SocketHandle socket, Win32Handle event = makeEvent())
+        : Wire(std::move(event)), m_socket(std::move(socket))
     {
         // A request goes off at once. Without it the wire works as well, only slower.
         const BOOL noDelay = TRUE;
         SocketLibrary::get().setOption(m_socket.get().socket, IPPROTO_TCP, TCP_NODELAY,
                                        reinterpret_cast<const char*>(&noDelay), sizeof noDelay);
+    }
+
+    [[nodiscard]] bool hasArrived() noexcept override
+    {
+        u_long count = 0;
+        return SocketLibrary::get().query(m_socket.get().socket, FIONREAD, &count) != 0 || count != 0;
     }
 
 protected:
@@ -134,7 +141,7 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
     const auto acceptOne = extension<LPFN_ACCEPTEX>(listener, WSAID_ACCEPTEX);
     SocketHandle client = makeSocket(family);
     std::array<char, std::size_t{2} * kAddressRoom> addresses{};
-    const Win32Handle event = makeEvent();
+    Win32Handle event = makeEvent();
     OverlappedCall call(event.get());
     DWORD done = 0;
     const BOOL begun = acceptOne(listener.get().socket, client.get().socket, addresses.data(), 0,
@@ -146,27 +153,41 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
     if (SocketLibrary::get().setOption(client.get().socket, SOL_SOCKET, SO_UPDATE_ACCEPT_CONTEXT,
                                        reinterpret_cast<const char*>(&listening), sizeof listening) != 0)
         return nullptr;
-    return std::make_shared<SocketWire>(std::move(client));
+    return std::make_shared<SocketWire>(std::move(client), std::move(event));
 }
 } // namespace
 
-WirePtr connectSocket(const SocketAddress& address, const WaitLimits& limits)
+PendingConnect::PendingConnect(const SocketAddress& address)
+    : m_socket(makeSocket(address.getFamily())), m_call(m_event.get())
 {
-    SocketHandle socket = makeSocket(address.getFamily());
-    bindSocket(socket, anyAddress(address.getFamily(), 0));
-    const auto connect = extension<LPFN_CONNECTEX>(socket, WSAID_CONNECTEX);
-    const Win32Handle event = makeEvent();
-    OverlappedCall call(event.get());
+    bindSocket(m_socket, anyAddress(address.getFamily(), 0));
+    const auto connect = extension<LPFN_CONNECTEX>(m_socket, WSAID_CONNECTEX);
     const BOOL begun =
-        connect(socket.get().socket, address.get(), address.length, nullptr, 0, nullptr, &call.get());
+        connect(m_socket.get().socket, address.get(), address.length, nullptr, 0, nullptr, &m_call.get());
+    m_begun = begunCode(begun ? 0 : -1);
+}
+
+PendingConnect::~PendingConnect()
+{
+    if (!m_socket.isValid() || m_begun != ERROR_IO_PENDING)
+        return;
     DWORD done = 0;
-    requireSuccess(call.finish(
-        asHandle(socket), begunCode(begun ? 0 : -1), limits, done,
-        [&](OVERLAPPED& overlapped, DWORD& count) { return socketResult(socket, overlapped, count); }));
-    if (SocketLibrary::get().setOption(socket.get().socket, SOL_SOCKET, SO_UPDATE_CONNECT_CONTEXT, nullptr,
+    CancelIoEx(asHandle(m_socket), &m_call.get());
+    socketResult(m_socket, m_call.get(), done);
+}
+
+WirePtr PendingConnect::finish(const WaitLimits& limits)
+{
+    const long begun = std::exchange(m_begun, ERROR_SUCCESS);
+    DWORD done = 0;
+    requireSuccess(
+        m_call.finish(asHandle(m_socket), begun, limits, done, [&](OVERLAPPED& overlapped, DWORD& count) {
+            return socketResult(m_socket, overlapped, count);
+        }));
+    if (SocketLibrary::get().setOption(m_socket.get().socket, SOL_SOCKET, SO_UPDATE_CONNECT_CONTEXT, nullptr,
                                        0) != 0)
         SocketLibrary::get().raiseLast();
-    return std::make_shared<SocketWire>(std::move(socket));
+    return std::make_shared<SocketWire>(std::move(m_socket), std::move(m_event));
 }
 
 // Each address but the last gets its share of the time, so that one that never answers leaves some to the
@@ -180,7 +201,7 @@ WirePtr SocketClient::connect(const WaitLimits& limits)
         if (left > 1 && limits.deadline.getLeft() != INFINITE)
             share.deadline = Deadline(limits.deadline.getLeft() / static_cast<DWORD>(left));
         try {
-            WirePtr wire = connectSocket(addresses[i], share);
+            WirePtr wire = PendingConnect(addresses[i]).finish(share);
             m_address = addresses[i];
             return wire;
         } catch (long code) {

@@ -28,6 +28,7 @@ SocketLibrary::SocketLibrary()
     find(getSocketName, "getsockname");
     find(setOption, "setsockopt");
     find(control, "WSAIoctl");
+    find(query, "ioctlsocket");
     find(send, "WSASend");
     find(receive, "WSARecv");
     find(getResult, "WSAGetOverlappedResult");

@@ -69,6 +69,8 @@ void Wire::writeAll(const void* source, std::size_t size, const WaitLimits& limi
     const Turn turn(m_writing);
     const auto* at = static_cast<const unsigned char*>(source);
     try {
+        if (!m_writeEvent.isValid())
+            m_writeEvent = makeEvent();
         for (std::size_t done = 0; done < size;) {
             const auto piece = static_cast<DWORD>(std::min(size - done, kLargestPiece));
             done += transfer(m_writeEvent.get(), limits, [&](OVERLAPPED& overlapped) {

@@ -7,13 +7,11 @@
 // Status functions return a Win32 code, or the socket layer's for sockets (10061 refused, 10054 reset, 11001
 // no such host, 10048 the port is taken). Besides their own:
 //
-//   6, 487  no such handle, or its object is gone
+//   6, 487  no such handle, or its object is gone; 6 also for a cancel event that is none
 //   8       no memory
 //   87      a null or senseless argument
 //   258     the time is over
-//   1223    the cancel event was signalled, also before the call; a null event never cancels. It must be an
-//           event: a mutex would be taken. Connecting, listening and accepting refuse anything else with 6;
-//           the others do not ask, since they are called for each message.
+//   1223    the cancel event was signalled, also before the call; a null event never cancels
 //   2250    not connected, or disconnected by another thread meanwhile
 //   109     the peer has closed its end or is gone
 //   170     another thread reads, writes or connects at the same time

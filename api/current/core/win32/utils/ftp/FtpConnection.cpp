@@ -176,24 +176,56 @@ FtpLocation FtpLocation::joined(const FtpEntry& entry) const
     return location;
 }
 
-/// The only user of the session.
+/// The only user of the session. Who waits gets it handed over, so nobody is passed over, and while nobody
+/// waits it takes no call of the system.
 class FtpConnection::Turn
 {
 public:
-    Turn(HANDLE free, const WaitLimits& limits) : m_free(free) { requireSuccess(limits.wait(free)); }
+    Turn(FtpConnection& connection, const WaitLimits& limits) : m_connection(connection)
+    {
+        {
+            const WriteLocker locker(connection.m_lock);
+            if (!connection.m_isTaken) {
+                connection.m_isTaken = true;
+                return;
+            }
+            ++connection.m_waiting;
+        }
+        const long code = limits.wait(connection.m_handedOver.get());
+        if (code != ERROR_SUCCESS && !withdraw())
+            raiseCode(code);
+    }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
-    ~Turn() { SetEvent(m_free); }
+    ~Turn()
+    {
+        const WriteLocker locker(m_connection.m_lock);
+        if (m_connection.m_waiting == 0) {
+            m_connection.m_isTaken = false;
+        } else {
+            --m_connection.m_waiting;
+            SetEvent(m_connection.m_handedOver.get());
+        }
+    }
 
 private:
-    HANDLE m_free;
+    /// Waits no more; true when it has been handed to us all the same.
+    [[nodiscard]] bool withdraw() noexcept
+    {
+        const WriteLocker locker(m_connection.m_lock);
+        const bool isOurs = WaitForSingleObject(m_connection.m_handedOver.get(), 0) == WAIT_OBJECT_0;
+        m_connection.m_waiting -= isOurs ? 0 : 1;
+        return isOurs;
+    }
+
+    FtpConnection& m_connection;
 };
 
 FtpConnection::FtpConnection(const wchar_t* host, unsigned short port, const wchar_t* user,
                              const wchar_t* password)
-    : m_timeout(kUsualTimeout), m_free(CreateEventW(nullptr, FALSE, TRUE, nullptr))
+    : m_timeout(kUsualTimeout), m_handedOver(CreateEventW(nullptr, FALSE, FALSE, nullptr))
 {
-    if (!m_free.isValid())
+    if (!m_handedOver.isValid())
         raiseLastError();
     if (host == nullptr || *host == L'\0')
         raiseCode(ERROR_INVALID_PARAMETER);
@@ -214,16 +246,19 @@ std::wstring FtpConnection::urlOf(const std::wstring& path) const
 }
 
 // A session that was not ready again is given up. One that the server ended while it was idle is opened once
-// more, for what does no harm when it is done twice.
+// more. What does no harm when it is done twice finds that out by itself; before anything else is sent, the
+// session is looked at.
 template <class Operation>
 auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operation)
 {
     const FtpLimits limits{m_timeout, cancelEvent, m_stop.get()};
     WaitLimits forTurn(INFINITE, cancelEvent);
     forTurn.stopEvent = m_stop.get();
-    const Turn turn(m_free.get(), forTurn);
-    if (isCancelled(m_stop.get()))
+    const Turn turn(*this, forTurn);
+    if (m_isClosed)
         raiseCode(ERROR_NOT_CONNECTED);
+    if (m_session && !canRepeat && m_session->hasEnded())
+        m_session.reset();
     for (;;) {
         const bool isNew = !m_session;
         if (isNew) {

@@ -57,6 +57,7 @@ bool isDone(int reply) noexcept
 // The replies that say so, of old servers too. Another one belongs to something else.
 constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
 constexpr std::initializer_list<int> kAgreed{200, 250};
+constexpr std::initializer_list<int> kOptionTaken{200, 202};
 constexpr std::initializer_list<int> kTransferred{200, 226, 250};
 
 bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
@@ -70,6 +71,25 @@ SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
     reinterpret_cast<sockaddr_in*>(&address.storage)->sin_port =
         static_cast<unsigned short>(port << 8U | port >> 8U);
     return address;
+}
+
+/// Of the facts that the server offers ("TYPE*;SIZE*;MODIFY*;UNIQUE;", a star on those that it sends unasked)
+/// those that a listing needs. Empty when it sends just these, or has nothing to ask for.
+std::string wantedFacts(std::string_view offered)
+{
+    std::string wanted;
+    bool isAsItIs = true;
+    while (!offered.empty()) {
+        std::string_view fact = offered.substr(0, offered.find(';'));
+        offered.remove_prefix(std::min(fact.size() + 1, offered.size()));
+        const bool isSent = fact.ends_with('*');
+        fact.remove_suffix(isSent ? 1 : 0);
+        const bool isWanted = fact == "TYPE" || fact == "SIZE" || fact == "UNIQUE";
+        if (isWanted)
+            wanted.append(fact).push_back(';');
+        isAsItIs = isAsItIs && isSent == isWanted;
+    }
+    return isAsItIs || wanted.find("TYPE;") == std::string::npos ? std::string() : wanted;
 }
 
 /// The numbers in a reply, as many as there are.
@@ -116,16 +136,31 @@ void FtpSession::logIn(const FtpServer& server, const FtpLimits& limits)
 void FtpSession::agree(const FtpLimits& limits)
 {
     const Reply features = ask("FEAT", "", limits);
-    if (features.code == 211) {
+    if (isDoneWith(features, {211})) {
         std::string text = features.text;
         for (char& c : text)
             if (c >= 'a' && c <= 'z')
                 c = static_cast<char>(c - 32);
-        m_hasMachineListing = text.find("\n MLST") != std::string::npos;
+        constexpr std::string_view kMachine = "\n MLST";
+        const std::size_t machine = text.find(kMachine);
+        m_hasMachineListing = machine != std::string::npos;
+        if (m_hasMachineListing)
+            chooseFacts(std::string_view(text).substr(machine + kMachine.size()), limits);
         if (text.find("\n UTF8") != std::string::npos)
-            static_cast<void>(ask("OPTS", "UTF8 ON", limits)); // some refuse it and send UTF-8 all the same
+            static_cast<void>(isDoneWith(ask("OPTS", "UTF8 ON", limits), kOptionTaken)); // or does it anyway
     }
     requireOneOf(ask("TYPE", "I", limits), kAgreed);
+}
+
+// Without the facts that nobody needs, a listing costs some servers half the time. One that refuses sends
+// all.
+void FtpSession::chooseFacts(std::string_view offered, const FtpLimits& limits)
+{
+    offered = offered.substr(0, offered.find('\n'));
+    offered.remove_prefix(std::min(offered.find_first_not_of(' '), offered.size()));
+    const std::string facts = wantedFacts(offered);
+    if (!facts.empty())
+        static_cast<void>(isDoneWith(ask("OPTS MLST", facts, limits), kOptionTaken));
 }
 
 void FtpSession::requireOneOf(const Reply& reply, std::initializer_list<int> expected)
@@ -136,21 +171,44 @@ void FtpSession::requireOneOf(const Reply& reply, std::initializer_list<int> exp
     raiseCode(codeOfReply(reply.code));
 }
 
+// For a command that the server may refuse.
+bool FtpSession::isDoneWith(const Reply& reply, std::initializer_list<int> expected)
+{
+    if (reply.code < 400 || reply.code == 421)
+        requireOneOf(reply, expected);
+    return reply.code < 400;
+}
+
 // What arrives unasked is the answer to no command: after it all would be the answers to others. A server
 // that leaves may say so before.
 void FtpSession::requireSilence()
 {
-    if (m_receivedAt == m_receivedEnd) {
-        try {
-            m_receivedEnd = m_control->readSome(m_received.data(), m_received.size(), WaitLimits(0, nullptr));
-        } catch (long code) {
-            if (code == WAIT_TIMEOUT)
-                return;
-            throw;
-        }
-        m_receivedAt = 0;
-    }
+    if (m_receivedAt == m_receivedEnd && (!m_control->hasArrived() || !receiveWhatIsThere()))
+        return;
     raiseCode(isFarewell() ? long{ERROR_CONNECTION_ABORTED} : long{ERROR_INVALID_DATA});
+}
+
+// The end of the connection is raised as a code.
+bool FtpSession::receiveWhatIsThere()
+{
+    try {
+        m_receivedEnd = m_control->readSome(m_received.data(), m_received.size(), WaitLimits(0, nullptr));
+    } catch (long code) {
+        if (code == WAIT_TIMEOUT)
+            return false;
+        throw;
+    }
+    m_receivedAt = 0;
+    return true;
+}
+
+bool FtpSession::hasEnded()
+{
+    try {
+        return m_receivedAt == m_receivedEnd && receiveWhatIsThere() && isFarewell();
+    } catch (long) {
+        return true;
+    }
 }
 
 bool FtpSession::isFarewell() const
@@ -258,7 +316,8 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
     constexpr std::size_t kPassiveNumbers = 6;
     if (m_knowsExtendedPassive) {
         const Reply reply = ask("EPSV", "", limits); // (|||port|)
-        if (reply.code == 229) {
+        if (reply.code < 500) {
+            requireOneOf(reply, {229});
             const std::size_t at = reply.text.find("|||");
             const std::vector<unsigned long> numbers =
                 at != std::string::npos ? numbersIn(std::string_view(reply.text).substr(at))
@@ -267,13 +326,10 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
                 raiseCode(ERROR_INVALID_DATA);
             return static_cast<unsigned short>(numbers[0]);
         }
-        if (reply.code < 500)
-            raiseCode(codeOfReply(reply.code));
         m_knowsExtendedPassive = false;
     }
     const Reply reply = ask("PASV", "", limits); // (a,a,a,a,p,p)
-    if (reply.code != 227)
-        raiseCode(codeOfReply(reply.code));
+    requireOneOf(reply, {227});
     const std::vector<unsigned long> numbers = numbersIn(reply.text);
     if (numbers.size() < kPassiveNumbers || numbers[4] > 255 || numbers[5] > 255 ||
         numbers[4] + numbers[5] == 0)
@@ -281,28 +337,41 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
     return static_cast<unsigned short>(numbers[4] << 8U | numbers[5]);
 }
 
-WirePtr FtpSession::openData(const FtpLimits& limits)
+// The command goes off while the data connection is being made. If that fails, the server is left waiting for
+// it, so the session is not ready again, unless it has refused already.
+WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view argument,
+                                    const FtpLimits& limits, unsigned long long offset)
 {
-    const SocketAddress address = withPort(m_address, dataPort(limits));
-    m_isReady = false; // a data connection that fails leaves the server waiting for it
-    return connectSocket(address, limits.step());
+    PendingConnect connecting(withPort(m_address, dataPort(limits)));
+    if (offset != 0) {
+        requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
+    }
+    send(command, argument, limits);
+    try {
+        return connecting.finish(limits.step());
+    } catch (long) {
+        if (m_control->hasArrived())
+            requireBegun(limits, offset != 0);
+        throw;
+    }
+}
+
+void FtpSession::requireBegun(const FtpLimits& limits, bool isFromOffset)
+{
+    const Reply reply = readReply(limits);
+    m_isTransferDone = isOneOf(reply.code, kTransferred); // all is under way already
+    if (!m_isTransferDone && reply.code >= 200) {
+        settle(reply.code);
+        m_isReady = m_isReady && reply.code >= 400 && !isFromOffset; // the next one is to begin at 0
+        raiseCode(codeOfReply(reply.code));
+    }
 }
 
 WirePtr FtpSession::beginTransfer(std::string_view command, std::string_view argument,
                                   const FtpLimits& limits, unsigned long long offset)
 {
-    WirePtr data = openData(limits);
-    if (offset != 0) {
-        requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
-    }
-    send(command, argument, limits);
-    const Reply reply = readReply(limits);
-    m_isTransferDone = isOneOf(reply.code, kTransferred); // all is under way already
-    if (!m_isTransferDone && reply.code >= 200) {
-        settle(reply.code);
-        m_isReady = m_isReady && reply.code >= 400 && offset == 0; // the next one is to begin at 0
-        raiseCode(codeOfReply(reply.code));
-    }
+    WirePtr data = requestTransfer(command, argument, limits, offset);
+    requireBegun(limits, offset != 0);
     return data;
 }
 
@@ -319,31 +388,56 @@ void FtpSession::endTransfer(const FtpLimits& limits)
         requireOneOf(readFinalReply(limits), kTransferred);
 }
 
+// The bytes of a listing, or 0 at its end. Until the first ones come, the server's reply may come instead: it
+// is looked for now and then, so it needs no wait of its own when all is well.
+std::size_t FtpSession::readPiece(Wire& data, std::vector<char>& piece, WaitLimits step,
+                                  const FtpLimits& limits, bool& isBegun)
+{
+    constexpr DWORD kFirstLook = 10; // milliseconds
+    const Deadline whole = step.deadline;
+    for (DWORD look = kFirstLook;; look *= 2) {
+        const bool isLast = isBegun || whole.getLeft() <= look;
+        step.deadline = isLast ? whole : Deadline(look);
+        try {
+            return data.readSome(piece.data(), piece.size(), step);
+        } catch (long code) {
+            if (code == ERROR_BROKEN_PIPE)
+                return 0;
+            // A server that refuses may also drop the connection: what it says counts.
+            const bool mayRefuse = code == WAIT_TIMEOUT ? !isLast : !isBegun && code != ERROR_CANCELLED;
+            if (!mayRefuse || (code != WAIT_TIMEOUT && !m_control->hasArrived()))
+                throw;
+        }
+        if (m_control->hasArrived()) {
+            requireBegun(limits, false);
+            isBegun = true;
+        }
+    }
+}
+
 std::string FtpSession::readListing(std::string_view command, std::string_view argument,
                                     const FtpLimits& limits)
 {
-    WirePtr data = beginTransfer(command, argument, limits);
+    WirePtr data = requestTransfer(command, argument, limits, 0);
     const Deadline deadline(limits.timeout < INFINITE / kListingShare ? limits.timeout * kListingShare
                                                                       : INFINITE);
     std::string text;
     std::vector<char> piece(kPiece);
+    bool isBegun = false;
     for (;;) {
         WaitLimits step = limits.step();
         if (deadline.getLeft() < step.deadline.getLeft())
             step.deadline = deadline;
-        std::size_t got = 0;
-        try {
-            got = data->readSome(piece.data(), piece.size(), step);
-        } catch (long code) {
-            if (code != ERROR_BROKEN_PIPE)
-                throw;
-            break; // its end, if the server says so
-        }
+        const std::size_t got = readPiece(*data, piece, step, limits, isBegun);
+        if (got == 0)
+            break;
         if (got > kLargestListing - text.size())
             raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
         text.append(piece.data(), got);
     }
     data.reset(); // some servers wait for it before they reply
+    if (!isBegun)
+        requireBegun(limits, false);
     endTransfer(limits);
     return text;
 }
@@ -357,9 +451,18 @@ bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
     return true;
 }
 
-// The folder is entered first: as an argument its name would be a pattern for some servers.
+// MLSD takes the folder's name as it is. Where it refuses that, and for LIST, whose argument is a pattern for
+// some servers, the folder is entered first.
 FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
 {
+    if (m_hasMachineListing) {
+        try {
+            return FtpListing::parse(readListing("MLSD", folder, limits), FtpListing::Form::Machine);
+        } catch (long code) {
+            if (!m_isReady)
+                throw;
+        }
+    }
     if (!enter(folder, limits))
         raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_hasMachineListing) {
@@ -391,7 +494,7 @@ std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& lim
     if (!enter(folder, limits))
         return {};
     const Reply reply = ask("MLST", "", limits);
-    return reply.code == 250 ? uniqueOfReply(reply.text) : std::string();
+    return isDoneWith(reply, {250}) ? uniqueOfReply(reply.text) : std::string();
 }
 
 std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, const FtpLimits& limits)

@@ -20,8 +20,10 @@
 //          the next one would be taken for the answer to another command, so the connection is ended
 //   50     the server does not know the command
 //   87     a null or senseless argument
-//   109, 1236  the server has ended the connection; 1225, 1117, 112, 123, 170  its replies 425; 451; 452 and
-//          552; 501 and 553; 450
+//   109, 10053, 10054, 1236  the server has ended the connection in the middle of the operation, which is
+//          not repeated if it changes something: whether the server has carried it out is not known. A server
+//          that ends it between two operations goes unnoticed: the next one connects again
+//   1225, 1117, 112, 123, 170  the server's replies 425; 451; 452 and 552; 501 and 553; 450
 //   258    the server has not answered in time
 //   1223   the cancel event was signalled; a null event never cancels. It must be an event: a mutex would be
 //          taken. FtpConnectionConnect refuses anything else with 6; the others do not ask.

@@ -2,11 +2,9 @@
 
 #include "core/win32/utils/checksums/include/FileChecksum.h"
 #include "core/win32/utils/paths/include/Win32Path.h"
-#include "core/win32/utils/strings/include/CaseFolding.h"
 
 HVKItem::HVKItem(const wchar_t* path, long priority)
-    : m_path(path), m_settled(settledPath(m_path)), m_key(casefolding::FoldedText(m_settled).view()),
-      m_priority(priority)
+    : m_path(path), m_settled(settledPath(m_path)), m_priority(priority)
 {
 }
 

@@ -5,8 +5,26 @@
 #include "core/win32/utils/connections/include/AddressList.h"
 #include "core/win32/utils/connections/include/Endpoint.h"
 
-/// Connects to one address. Raises the socket layer's code, or what ended the wait.
-[[nodiscard]] WirePtr connectSocket(const SocketAddress& address, const WaitLimits& limits);
+/// A connection to one address that is being made, while its owner does something else. The operations raise
+/// the socket layer's code.
+class PendingConnect
+{
+public:
+    explicit PendingConnect(const SocketAddress& address);
+    PendingConnect(const PendingConnect&) = delete;
+    PendingConnect& operator=(const PendingConnect&) = delete;
+    /// Takes it back unless it was waited for.
+    ~PendingConnect();
+
+    /// Waits for it; to be called once. Raises also what ended the wait.
+    [[nodiscard]] WirePtr finish(const WaitLimits& limits);
+
+private:
+    SocketHandle m_socket;
+    Win32Handle m_event = makeEvent();
+    OverlappedCall m_call;
+    long m_begun = ERROR_SUCCESS;
+};
 
 /// Connects to a TCP server, trying all addresses of its host in turn.
 class SocketClient final : public Endpoint

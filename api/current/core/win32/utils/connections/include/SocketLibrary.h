@@ -22,6 +22,7 @@ public:
     decltype(&::getsockname) getSocketName = nullptr;
     decltype(&::setsockopt) setOption = nullptr;
     decltype(&::WSAIoctl) control = nullptr;
+    decltype(&::ioctlsocket) query = nullptr;
     decltype(&::WSASend) send = nullptr;
     decltype(&::WSARecv) receive = nullptr;
     decltype(&::WSAGetOverlappedResult) getResult = nullptr;

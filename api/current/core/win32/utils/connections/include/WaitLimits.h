@@ -22,8 +22,7 @@ struct WaitLimits
     }
     /// The same for who knows that `event` is not signalled, without asking the system.
     WaitLimits(const Deadline& limit, HANDLE event) noexcept : deadline(limit), cancelEvent(event) {}
-    /// The same as the first for an operation that waits long and is not called for each message: raises 6
-    /// for anything but an event, too.
+    /// The same as the first for a caller's own handle: raises 6 for anything but an event, too.
     [[nodiscard]] static WaitLimits ofEvent(DWORD timeout, HANDLE event)
     {
         requireEvent(event);

@@ -12,7 +12,8 @@
 class Wire
 {
 public:
-    Wire() : m_readEvent(makeEvent()), m_writeEvent(makeEvent()) {}
+    /// `event` is for its operations, of which none is under way.
+    explicit Wire(Win32Handle event) noexcept : m_readEvent(std::move(event)) {}
     Wire(const Wire&) = delete;
     Wire& operator=(const Wire&) = delete;
     virtual ~Wire() = default;
@@ -25,6 +26,9 @@ public:
     void readAll(void* target, std::size_t size, const WaitLimits& limits);
     /// Writes all bytes. When it fails the wire is closed: nobody can tell how much the peer has got.
     void writeAll(const void* source, std::size_t size, const WaitLimits& limits);
+    /// False when nothing has arrived that could be read now, other than the peer's end perhaps. One call of
+    /// the system, where a read that gives up at once takes several.
+    [[nodiscard]] virtual bool hasArrived() noexcept { return true; }
     /// Ends what other threads wait for; nothing is read or written any more. The system's object lives as
     /// long as this one.
     void close() noexcept;
@@ -46,7 +50,7 @@ private:
     DWORD transfer(HANDLE event, const WaitLimits& limits, Begin&& begin);
 
     Win32Handle m_readEvent;
-    Win32Handle m_writeEvent;
+    Win32Handle m_writeEvent; // made by the first write
     std::atomic<bool> m_reading{false};
     std::atomic<bool> m_writing{false};
     std::atomic<bool> m_closed{false};

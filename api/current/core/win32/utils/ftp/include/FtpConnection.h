@@ -51,7 +51,11 @@ public:
     /// Whether the last attempt to log in succeeded: if not, nothing else will.
     [[nodiscard]] bool isReachable() const noexcept { return m_isReachable; }
     /// Ends what waits, for good.
-    void close() noexcept { SetEvent(m_stop.get()); }
+    void close() noexcept
+    {
+        m_isClosed = true;
+        SetEvent(m_stop.get());
+    }
 
 private:
     class Turn;
@@ -61,8 +65,12 @@ private:
     FtpServer m_server;
     std::atomic<DWORD> m_timeout;
     std::atomic<bool> m_isReachable{true};
-    Win32Handle m_free; // nobody uses the session
+    std::atomic<bool> m_isClosed{false};
     Win32Handle m_stop = makeEvent();
+    ReadWriteLock m_lock;
+    bool m_isTaken = false;   // somebody uses the session
+    unsigned m_waiting = 0;   // threads that want to
+    Win32Handle m_handedOver; // to one of them
     std::optional<FtpSession> m_session;
 };
 using FtpConnectionPtr = SharedPtr<FtpConnection>;

@@ -62,6 +62,8 @@ public:
 
     /// Whether the next command can be sent: the last one has had its whole reply.
     [[nodiscard]] bool isReady() const noexcept { return m_isReady; }
+    /// Whether the server has ended the session meanwhile, as one does that has waited long for a command.
+    [[nodiscard]] bool hasEnded();
     /// Whether the server has answered since the session was last ready.
     [[nodiscard]] bool isAnswered() const noexcept { return m_lastReply != 0; }
     /// What the server said at last of a transfer that has failed.
@@ -77,18 +79,25 @@ private:
 
     void logIn(const FtpServer& server, const FtpLimits& limits);
     void agree(const FtpLimits& limits);
+    void chooseFacts(std::string_view offered, const FtpLimits& limits);
     [[nodiscard]] char readByte(const WaitLimits& limits);
     [[nodiscard]] std::string readLine(const WaitLimits& limits, std::size_t& left);
     [[nodiscard]] Reply readReply(const FtpLimits& limits);
     [[nodiscard]] bool isFarewell() const;
+    [[nodiscard]] bool receiveWhatIsThere();
     void requireSilence();
     void requireOneOf(const Reply& reply, std::initializer_list<int> expected);
+    [[nodiscard]] bool isDoneWith(const Reply& reply, std::initializer_list<int> expected);
     void settle(int reply);
     [[nodiscard]] Reply readFinalReply(const FtpLimits& limits);
     void send(std::string_view command, std::string_view argument, const FtpLimits& limits);
     [[nodiscard]] Reply ask(std::string_view command, std::string_view argument, const FtpLimits& limits);
-    [[nodiscard]] WirePtr openData(const FtpLimits& limits);
     [[nodiscard]] unsigned short dataPort(const FtpLimits& limits);
+    [[nodiscard]] WirePtr requestTransfer(std::string_view command, std::string_view argument,
+                                          const FtpLimits& limits, unsigned long long offset);
+    void requireBegun(const FtpLimits& limits, bool isFromOffset);
+    [[nodiscard]] std::size_t readPiece(Wire& data, std::vector<char>& piece, WaitLimits step,
+                                        const FtpLimits& limits, bool& isBegun);
     [[nodiscard]] WirePtr beginTransfer(std::string_view command, std::string_view argument,
                                         const FtpLimits& limits, unsigned long long offset = 0);
     void endTransfer(const FtpLimits& limits);

@@ -17,8 +17,8 @@ public:
 
     /// The path as it was given.
     [[nodiscard]] const std::wstring& getPath() const noexcept { return m_path; }
-    /// The same for all ways to write one path, in whatever case.
-    [[nodiscard]] const std::wstring& getKey() const noexcept { return m_key; }
+    /// The same for all ways to write one path. Case counts: a folder may tell names apart by it.
+    [[nodiscard]] const std::wstring& getKey() const noexcept { return m_settled; }
     [[nodiscard]] long getPriority() const noexcept { return m_priority; }
     [[nodiscard]] const Hash& getHash() const noexcept { return m_hash; }
     /// Reads the whole file. Raises 1223 when `cancelEvent` (may be null) is signalled meanwhile, or the
@@ -28,7 +28,6 @@ public:
 private:
     std::wstring m_path;
     std::wstring m_settled;
-    std::wstring m_key;
     long m_priority;
     Hash m_hash{};
 };
