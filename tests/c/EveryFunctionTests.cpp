@@ -86,6 +86,7 @@ struct Objects
     sysmaint_item *file = nullptr, *folderItem = nullptr, *key = nullptr, *value = nullptr,
                   *ftpItem = nullptr;
     sysmaint_item* item = nullptr;
+    sysmaint_shared_item* shared = nullptr;
     sysmaint_scan *scan = nullptr, *keyScan = nullptr, *ftpScan = nullptr, *madeScan = nullptr;
     sysmaint_wiper *wiper = nullptr, *madeWiper = nullptr;
     sysmaint_message *plain = nullptr, *data = nullptr, *array = nullptr, *named = nullptr, *reply = nullptr;
@@ -289,6 +290,11 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_item_read, (Typed{o.value, o.key}), &o.bytes, &o.size),
     CALL(sysmaint_item_write, (Typed{o.value, o.folderItem}), 3U, "x", 1U),
     CALL(sysmaint_item_create, (Typed{o.key, o.file})),
+    CALL(sysmaint_item_share, o.folderItem, L"c shared", &o.shared),
+    CALL(sysmaint_item_find, L"c shared", o.folder.path(), &o.item)
+        .from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared))).then(DOES(giveBack(o.shared))),
+    CALL(sysmaint_item_unshare, o.shared).from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared)))
+        .then(DOES(giveBack(o.shared))),
     CALL(sysmaint_item_delete, o.item, CancelEvent())
         .from(DOES(o.folder.file(L"victim", 3); sysmaint_item_file(o.victim.c_str(), 0, &o.item)))
         .then(DOES(giveBack(o.item))),

@@ -66,6 +66,10 @@ inline void giveBack(sysmaint_item* made)
 {
     sysmaint_item_close(made);
 }
+inline void giveBack(sysmaint_shared_item* made)
+{
+    sysmaint_item_unshare(made);
+}
 inline void giveBack(sysmaint_scan* made)
 {
     sysmaint_scan_close(made);
