@@ -84,6 +84,8 @@ TEST_P(Listeners, GetAllThatAReporterQueues)
     listen();
     EXPECT_EQ(m_reporter->flush(60000, nullptr), ERROR_SUCCESS);
     ASSERT_EQ(TopicConsumeAll(m_far, INFINITE), ERROR_SUCCESS);
+    EXPECT_LE(m_receiver.ids.size(), queued + 1U); // one answer may have been cut off
+    m_receiver.ids.erase(std::unique(m_receiver.ids.begin(), m_receiver.ids.end()), m_receiver.ids.end());
     EXPECT_EQ(m_receiver.ids, numbersTo(queued));
     state = m_reporter->getState();
     EXPECT_EQ(state.delivered, queued);

@@ -234,9 +234,10 @@ TEST_F(Processes, AndTheirThreadsAreSuspendedAndWaitedFor)
 TEST_F(Processes, AreAskedToClose)
 {
     static DWORD owner;
-    static long posted = 0;
+    static long posted;
     const Child child;
     owner = child.id;
+    posted = 0;
     const LookedUp desktop(
         {{"EnumWindows", address(+[](WNDENUMPROC tell, LPARAM value) -> BOOL {
               for (const std::uintptr_t window : {1U, 2U, 3U})

@@ -1,3 +1,4 @@
+#include "support/HangReport.h"
 #include "support/Pools.h"
 
 namespace {
@@ -128,7 +129,7 @@ TEST(Stress, OfPoolsAndTopicsHangsNowhere)
             for (const Caller& caller : callers)
                 if (GetTickCount64() > caller.since + kHangs) {
                     std::fprintf(stderr, "seed %u: step %d hangs\n", seed, caller.step.load());
-                    TerminateProcess(GetCurrentProcess(), 3);
+                    HangReport::endProgram();
                 }
     });
     EXPECT_EQ(liveObjects, 0U) << "the last handles are closed, so no work runs any more";

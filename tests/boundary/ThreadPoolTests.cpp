@@ -458,39 +458,6 @@ TEST(ThreadPoolFaults, ACloseResumesAgain)
     EXPECT_EQ(blocker.ended, 1);
 }
 
-// Work that waits in the system for what is its own is looked at several times. What then stays suspended is
-// told.
-TEST(ThreadPoolFaults, WhatCannotBeResumedIsSuspended)
-{
-    for (const long failing : {1, 2, 4}) {
-        Replaced<"ResumeThread", decltype(&ResumeThread)> resumes;
-        SRWLOCK lock = SRWLOCK_INIT;
-        CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
-        bool goesOn = false;
-        const TestEvent begun;
-        Work waiting([&] {
-            AcquireSRWLockExclusive(&lock);
-            begun.set();
-            while (!goesOn)
-                SleepConditionVariableSRW(&changed, &lock, INFINITE, 0);
-            ReleaseSRWLockExclusive(&lock);
-        });
-        const TestPool pool;
-        ASSERT_EQ(pool.queue(1, waiting), ERROR_SUCCESS);
-        ASSERT_TRUE(begun.wait());
-        Sleep(50);
-        resumes.failCall(failing, static_cast<DWORD>(-1), 1450);
-        EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS) << failing;
-        EXPECT_EQ(resumes.calls(), failing);
-        EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 1UL), ERROR_SUCCESS) << failing;
-        AcquireSRWLockExclusive(&lock);
-        goesOn = true;
-        ReleaseSRWLockExclusive(&lock);
-        WakeAllConditionVariable(&changed);
-        EXPECT_EQ(pool.wait(1, 5000), ERROR_SUCCESS);
-    }
-}
-
 #ifndef __clang__ // only the library built with GCC serves the runtime from a reserve
 // The runtime allocates for the first exception of each thread, and ends the process if it gets nothing.
 TEST(ThreadPoolFaults, TheFirstExceptionOfAThreadNeedsNoMemory)

@@ -212,6 +212,7 @@ TEST(CItems, OfTheRegistryAreMadeFoundAndDeleted)
     sysmaint_scan* scan = nullptr;
     std::uint64_t size = 0;
     std::uint32_t type = 0;
+    std::array<std::int32_t, 3> exists{-1, -1, -1};
     const wchar_t* name = nullptr;
     Finds finds;
     expectCodes({
@@ -226,8 +227,13 @@ TEST(CItems, OfTheRegistryAreMadeFoundAndDeleted)
         {"add", [&] { return sysmaint_scan_add_key(scan, HKEY_CURRENT_USER, parent, 0); }, 0},
         {"run", [&] { return sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &Finds::find, &finds); }, 0},
         {"root", [&] { return sysmaint_item_registry_key(HKEY_CURRENT_USER, parent, 0, &root); }, 0},
-        {"delete", [&] { return sysmaint_item_delete(root, nullptr); }, 0},
+        {"delete a value", [&] { return sysmaint_item_delete(value, nullptr); }, 0},
+        {"is it there?", [&] { return sysmaint_item_exists(value, &exists[0]); }, 0},
+        {"its key?", [&] { return sysmaint_item_exists(made, &exists[1]); }, 0},
+        {"delete the keys", [&] { return sysmaint_item_delete(root, nullptr); }, 0},
+        {"are they there?", [&] { return sysmaint_item_exists(made, &exists[2]); }, 0},
     });
+    EXPECT_EQ(exists, (std::array<std::int32_t, 3>{0, 1, 0}));
     EXPECT_EQ(type, static_cast<std::uint32_t>(REG_BINARY));
     EXPECT_STREQ(name, L"v");
     EXPECT_EQ(size, 3U);

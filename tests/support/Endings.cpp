@@ -1,8 +1,6 @@
 // A test program that ends in every wrong way, for tests/runner.sh: none may pass for a success.
 
-#include <gtest/gtest.h>
-
-#include <windows.h>
+#include "support/HangReport.h"
 
 #include <cstdlib>
 #include <map>
@@ -17,6 +15,7 @@ const std::map<std::string, void (*)()> kEndings{
     {"Aborts", [] { std::abort(); }},
     {"Exits", [] { ExitProcess(0); }},
     {"ExitsBeforeTheReport", [] {}},
+    {"Hangs", [] { Sleep(INFINITE); }},
     {"CrashesAfterIt", [] { std::atexit([] { __builtin_trap(); }); }},
 };
 std::string ending;
@@ -41,5 +40,6 @@ int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
     ending = argv[1];
+    testing::UnitTest::GetInstance()->listeners().Append(new HangReport(1000));
     return RUN_ALL_TESTS();
 }

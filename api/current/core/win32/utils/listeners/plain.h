@@ -28,7 +28,8 @@ SYSMAINT_API void* OpenMessageListener(const wchar_t* name);
 /// Gives a handle back; nonzero, or 0 for a handle that is not open. The last one stops listening and
 /// disconnects all clients at once. It waits for handlers that are being called for one of them, unless the
 /// call comes from inside, or such a handler waits for the calling thread in a close; in the loader lock for
-/// 5 seconds at most. What has been posted is still delivered while the topic is open.
+/// 5 seconds at most. What has been posted is still delivered while the topic is open; a post whose answer is
+/// cut off so arrives once more when its client finds another listener there.
 SYSMAINT_API int CloseMessageListener(void* listener);
 /// The listener's name, valid while it is open. Codes: 87, 6, 487.
 SYSMAINT_API long ListenerGetNameByHandle(void* listener, const wchar_t** name);

@@ -2,72 +2,114 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <iterator>
 #include <new>
-#include <optional>
+#include <span>
 
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
 /// Where a suspended thread stands in the system's lowest module, which has the loader and the locks.
 namespace systemcode {
-/// The range of its code and data, and its entries for waits for locks and for ending such a wait (null on
-/// systems that wait otherwise).
-struct Range
+/// The functions in which the caller's own work waits, and that hold no lock of the system's meanwhile. What
+/// waits for a kernel object calls the kernel directly.
+inline constexpr std::array kWaitNames{"RtlEnterCriticalSection",
+                                       "RtlAcquireSRWLockExclusive",
+                                       "RtlAcquireSRWLockShared",
+                                       "RtlSleepConditionVariableCS",
+                                       "RtlSleepConditionVariableSRW",
+                                       "RtlWaitOnAddress",
+                                       "RtlRunOnceBeginInitialize",
+                                       "RtlRunOnceExecuteOnce",
+                                       "RtlBarrier",
+                                       "TpWaitForWork",
+                                       "TpWaitForTimer",
+                                       "TpWaitForWait",
+                                       "TpWaitForIoCompletion"};
+
+/// The range of its code and data, the table of its functions, and the places of those that wait (0 for what
+/// a system lacks).
+struct Module
 {
     DWORD64 begin = 0;
     DWORD64 end = 0;
-    DWORD64 lockWait = 0;
-    DWORD64 lockWake = 0;
+    std::span<const RUNTIME_FUNCTION> functions;
+    std::array<DWORD64, kWaitNames.size()> waits{};
 };
-inline const Range range = [] {
-    Range found;
+inline const Module module = [] {
+    Module found;
     if (const auto* base = reinterpret_cast<const std::byte*>(GetModuleHandleW(L"ntdll.dll"))) {
         const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
         const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+        const auto& table = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_EXCEPTION];
         found.begin = reinterpret_cast<DWORD64>(base);
         found.end = found.begin + headers->OptionalHeader.SizeOfImage;
-        found.lockWait = reinterpret_cast<DWORD64>(
-            processend::systemFunction<LONG(NTAPI*)(void*, LARGE_INTEGER*)>("NtWaitForAlertByThreadId"));
-        found.lockWake = reinterpret_cast<DWORD64>(
-            processend::systemFunction<LONG(NTAPI*)(HANDLE)>("NtAlertThreadByThreadId"));
+        found.functions = {reinterpret_cast<const RUNTIME_FUNCTION*>(base + table.VirtualAddress),
+                           table.Size / sizeof(RUNTIME_FUNCTION)};
+        std::transform(kWaitNames.begin(), kWaitNames.end(), found.waits.begin(), [](const char* name) {
+            return reinterpret_cast<DWORD64>(processend::systemFunction<void (*)()>(name));
+        });
     }
     return found;
 }();
 
 inline bool isInModule(DWORD64 instruction) noexcept
 {
-    return instruction >= range.begin && instruction < range.end;
+    return instruction >= module.begin && instruction < module.end;
 }
 /// Whether the instruction follows a call of the kernel: the thread is in the kernel, mostly in a wait.
 inline bool isKernelCall(DWORD64 instruction) noexcept
 {
     constexpr std::array<unsigned char, 2> kSyscall{0x0F, 0x05};
     constexpr std::array<unsigned char, 2> kInterrupt{0xCD, 0x2E}; // where a hypervisor asks for it
-    if (!isInModule(instruction))
-        return false;
     const auto* code =
         reinterpret_cast<const unsigned char*>(instruction); // NOLINT(performance-no-int-to-ptr)
     const std::array<unsigned char, 2> before{code[-2], code[-1]};
     return before == kSyscall || before == kInterrupt;
 }
-inline bool isInEntry(DWORD64 instruction, DWORD64 entry) noexcept
+/// Null for a function that leaves the stack as it is, such as one that only calls the kernel.
+inline const RUNTIME_FUNCTION* functionAt(DWORD64 instruction) noexcept
 {
-    constexpr DWORD64 kLength = 32; // of an entry
-    return entry != 0 && instruction >= entry && instruction < entry + kLength;
+    const auto offset = static_cast<DWORD>(instruction - module.begin);
+    const auto next = std::upper_bound(
+        module.functions.begin(), module.functions.end(), offset,
+        [](DWORD sought, const RUNTIME_FUNCTION& each) { return sought < each.BeginAddress; });
+    return next == module.functions.begin() || offset >= std::prev(next)->EndAddress ? nullptr
+                                                                                     : &*std::prev(next);
 }
-/// Whether it is in the call in which locks, and condition variables, are waited for.
-inline bool isLockWait(DWORD64 instruction) noexcept
+
+/// Whether a thread that stands still there, and has no heap's lock, may hold no other lock of the module: it
+/// runs code of others, or waits in the kernel and came there directly or through a function that waits for
+/// the caller. Anything else may hold one: the loader waits for a heap with locks of its own, say. Reads the
+/// thread's stack, and takes no lock.
+inline bool isBesideLocks(CONTEXT context) noexcept
 {
-    return isInEntry(instruction, range.lockWait);
-}
-/// Whether it is in the module and not in a call of the kernel. Who wakes the next one that waits for a lock
-/// goes on in the module at once: a thread that has released a heap may be on its way back to the loader.
-inline bool isInside(DWORD64 instruction) noexcept
-{
-    return isInModule(instruction) && (!isKernelCall(instruction) || isInEntry(instruction, range.lockWake));
+    if (!isInModule(context.Rip))
+        return true;
+    if (!isKernelCall(context.Rip))
+        return false;
+    constexpr int kMostFrames = 64; // no wait is that deep
+    DWORD64 called = 0;             // by the code of others; 0: the kernel
+    for (int frame = 0; frame < kMostFrames && isInModule(context.Rip); ++frame) {
+        const RUNTIME_FUNCTION* const function = functionAt(context.Rip);
+        if (function == nullptr) {
+            context.Rip = *reinterpret_cast<const DWORD64*>(context.Rsp); // NOLINT(performance-no-int-to-ptr)
+            context.Rsp += sizeof(DWORD64);
+            continue;
+        }
+        called = module.begin + function->BeginAddress;
+        RUNTIME_FUNCTION description = *function;
+        void* handlerData = nullptr;
+        DWORD64 establisher = 0;
+        RtlVirtualUnwind(UNW_FLAG_NHANDLER, module.begin, context.Rip, &description, &context, &handlerData,
+                         &establisher, nullptr);
+    }
+    return !isInModule(context.Rip) &&
+           (called == 0 || std::find(module.waits.begin(), module.waits.end(), called) != module.waits.end());
 }
 } // namespace systemcode
 
@@ -219,82 +261,26 @@ private:
         bool m_complete = false;
     };
 
-    /// Where a thread stood still.
-    struct Stand
-    {
-        DWORD64 instruction;
-        DWORD64 stack;
-    };
-
-    // The system suspends a thread some time after the call; getting its context waits for that moment.
-    static long stop(HANDLE thread, Stand& stand) noexcept
-    {
-        if (SuspendThread(thread) == static_cast<DWORD>(-1))
-            return lastError();
-        CONTEXT context{};
-        context.ContextFlags = CONTEXT_CONTROL;
-        GetThreadContext(thread, &context);
-        stand = {context.Rip, context.Rsp};
-        return ERROR_SUCCESS;
-    }
-
-    enum class Seen
-    {
-        There,
-        Elsewhere,
-        Suspended, // and the system has refused to resume it
-    };
-
-    // Whether the thread stays in the wait where it stood, while nobody suspends it with heaps locked. Then
-    // it waits for something of the caller's, not for a lock that we held.
-    static Seen watch(HANDLE thread, const Stand& first) noexcept
-    {
-        constexpr int kLooks = 3;
-        for (int look = 0; look < kLooks; ++look) {
-            Sleep(1);
-            Stand now{};
-            if (stop(thread, now) != ERROR_SUCCESS)
-                return Seen::Elsewhere;
-            if (ResumeThread(thread) == static_cast<DWORD>(-1))
-                return Seen::Suspended;
-            if (now.instruction != first.instruction || now.stack != first.stack)
-                return Seen::Elsewhere;
-        }
-        return Seen::There;
-    }
-
     // A thread suspended while holding a heap's lock would stop every other thread, including the one that is
     // to resume it. So it is suspended while we hold these locks. The loader's locks must not be taken, since
     // whoever holds them may wait for us: a thread that may be using one goes on. Not all of them can be
-    // looked at. So a thread also goes on that stands in the system's own code, or in a wait for a lock: it
-    // may wait for a heap that we hold, and hold a lock of the loader meanwhile.
+    // looked at. So a thread also goes on that stands in the system's own code: it may wait for a heap that
+    // we hold, or be on its way back from one, and hold a lock of the loader meanwhile.
     static long suspendOutsideLocks(HANDLE thread, DWORD id) noexcept
     {
-        std::optional<Stand> lasting;
-        for (;;) {
-            Stand stand{};
-            {
-                const HeapLocks locks;
-                if (!locks.areHeld())
-                    return ERROR_NOT_ENOUGH_MEMORY;
-                if (const long code = stop(thread, stand); code != ERROR_SUCCESS)
-                    return code;
-                const bool awaitsLock = systemcode::isLockWait(stand.instruction);
-                const bool isOwnWait =
-                    lasting && lasting->instruction == stand.instruction && lasting->stack == stand.stack;
-                if (!mayBlockProcessEnd(id) && !systemcode::isInside(stand.instruction) &&
-                    (!awaitsLock || isOwnWait))
-                    return ERROR_SUCCESS;
-                if (ResumeThread(thread) == static_cast<DWORD>(-1))
-                    return ERROR_SUCCESS;
-                if (!awaitsLock || lasting)
-                    return ERROR_BUSY;
-            }
-            const Seen seen = watch(thread, stand);
-            if (seen != Seen::There)
-                return seen == Seen::Suspended ? ERROR_SUCCESS : ERROR_BUSY;
-            lasting = stand;
-        }
+        const HeapLocks locks;
+        if (!locks.areHeld())
+            return ERROR_NOT_ENOUGH_MEMORY;
+        if (SuspendThread(thread) == static_cast<DWORD>(-1))
+            return lastError();
+        // The system suspends a thread some time after the call; getting its context waits for that moment.
+        CONTEXT context{};
+        context.ContextFlags = CONTEXT_CONTROL | CONTEXT_INTEGER;
+        if (GetThreadContext(thread, &context) && !mayBlockProcessEnd(id) &&
+            systemcode::isBesideLocks(context))
+            return ERROR_SUCCESS;
+        // One that the system refuses to resume is suspended.
+        return ResumeThread(thread) == static_cast<DWORD>(-1) ? ERROR_SUCCESS : ERROR_BUSY;
     }
 
     std::atomic<Place> m_place{Place::Inside};
