@@ -111,6 +111,7 @@ TEST_F(CCancelEvent, IsSeenToBeNoneAndGivenBack)
 {
     const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
     const Win32Handle semaphore(CreateSemaphoreW(nullptr, 1, 1, nullptr));
+    EXPECT_EQ(run(INVALID_HANDLE_VALUE), ERROR_INVALID_HANDLE);
     EXPECT_EQ(run(mutex.get()), ERROR_INVALID_HANDLE);
     EXPECT_FALSE(ReleaseMutex(mutex.get())); // nobody has it
     EXPECT_EQ(run(semaphore.get()), ERROR_INVALID_HANDLE);

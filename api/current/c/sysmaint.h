@@ -399,7 +399,8 @@ SYSMAINT_API int32_t sysmaint_item_matches(sysmaint_item* item, sysmaint_validat
 /// @param size   receives how many bytes
 /// @return 0, 6, 8, 87, 120, or the system's code
 SYSMAINT_API int32_t sysmaint_item_read(sysmaint_item* item, void** bytes, uint64_t* size);
-/// Writes the content of a file or of a registry value: creates it, or replaces what is there.
+/// Writes the content of a file or of a registry value: creates it, or replaces what is there. It is what
+/// sysmaint_item_read returns from then on; after a failure that returns what it would have without.
 ///
 /// @param value_type  the type of a registry value, REG_SZ and the like; 0 for a file
 /// @param bytes       may be null when `size` is 0

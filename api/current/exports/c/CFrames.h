@@ -55,11 +55,19 @@ std::int32_t status(const char* function, Body&& body, HANDLE cancelEvent = null
     return code;
 }
 
-/// The same with the event before a long `body`.
+/// The same with the event before a long `body`. Raises 6 for the invalid handle: for a wait it stands for
+/// this process, so nothing would ever cancel.
 template <class Body>
 std::int32_t cancellable(const char* function, HANDLE cancelEvent, Body&& body) noexcept
 {
-    return status(function, std::forward<Body>(body), cancelEvent);
+    return status(
+        function,
+        [&] {
+            if (cancelEvent == INVALID_HANDLE_VALUE)
+                raiseCode(ERROR_INVALID_HANDLE);
+            return body();
+        },
+        cancelEvent);
 }
 
 /// Raises 87 unless the arguments are what they must be.
