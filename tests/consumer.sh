@@ -64,6 +64,6 @@ for way in subdirectory fetch; do
     run "$work-$way/consumer.exe"
     run "$work-$way/old_consumer.exe"
 done
-compiled=$(grep '"command".*consumer/main.cpp' "$work-subdirectory/compile_commands.json")
+compiled=$(grep '"command".* CMakeFiles/consumer.dir/' "$work-subdirectory/compile_commands.json")
 sed 's, -DNDEBUG,,' <<<"$compiled" | grep -e ' -W' -e ' -D' && { echo 'flags leak'; exit 1; }
 exit 0
