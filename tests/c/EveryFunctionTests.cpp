@@ -66,6 +66,11 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_item_read, o.item, &o.bytes, &o.size).from(DOES(sysmaint_item_file(o.path.c_str(), 0, &o.item)))
         .then(DOES(giveBack(o.item))).tells("abcd,4"),
     CALL(sysmaint_item_create, (Typed{o.key, o.file})),
+    CALL(sysmaint_item_share, o.folderItem, L"c shared", &o.shared),
+    CALL(sysmaint_item_find, L"c shared", o.folder.path(), &o.item)
+        .from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared))).then(DOES(giveBack(o.shared))),
+    CALL(sysmaint_item_unshare, o.shared).from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared)))
+        .then(DOES(giveBack(o.shared))),
     CALL(sysmaint_item_delete, o.item, CancelEvent())
         .from(DOES(o.folder.file(L"victim", 3); sysmaint_item_file(o.victim.c_str(), 0, &o.item)))
         .then(DOES(giveBack(o.item))).leaves(SAYS(Folder::isThere(o.victim)), "0"),

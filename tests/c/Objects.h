@@ -113,6 +113,7 @@ struct Objects
     sysmaint_item *file = nullptr, *folderItem = nullptr, *key = nullptr, *value = nullptr,
                   *ftpItem = nullptr;
     sysmaint_item* item = nullptr;
+    sysmaint_shared_item* shared = nullptr;
     sysmaint_scan *scan = nullptr, *keyScan = nullptr, *ftpScan = nullptr, *madeScan = nullptr;
     sysmaint_wiper *wiper = nullptr, *madeWiper = nullptr;
     sysmaint_message *plain = nullptr, *data = nullptr, *array = nullptr, *named = nullptr, *reply = nullptr;

@@ -59,6 +59,7 @@ struct GiveBack
     void operator()(sysmaint_validator* made) const { sysmaint_validator_close(made); }
     void operator()(sysmaint_ftp* made) const { sysmaint_ftp_close(made); }
     void operator()(sysmaint_item* made) const { sysmaint_item_close(made); }
+    void operator()(sysmaint_shared_item* made) const { sysmaint_item_unshare(made); }
     void operator()(sysmaint_scan* made) const { sysmaint_scan_close(made); }
     void operator()(sysmaint_wiper* made) const { sysmaint_wiper_close(made); }
     void operator()(sysmaint_message* made) const { sysmaint_message_close(made); }

@@ -4,14 +4,42 @@
 // can call C. What the families do is described at their C++ headers; what differs, or has to be known here,
 // is said here.
 //
+// Contents: each title stands after "// ---- " below.
+//
+//   The library                        sysmaint_version, sysmaint_last_failure
+//   Folder macros in paths             sysmaint_path_...
+//   Validators                         sysmaint_validator_...
+//   Items                              sysmaint_item_..., sysmaint_ftp_...
+//   Scans                              sysmaint_scan_...
+//   Wiping                             sysmaint_wiper_..., sysmaint_wipe_file_table
+//   Messages                           sysmaint_message_...
+//   Thread pools                       sysmaint_pool_...
+//   Topics                             sysmaint_topic_...
+//   Analysis of hives                  sysmaint_hive_..., RegistryDefragmenter...
+//   Hive files that are not loaded     sysmaint_offline_..., HiveFileSalvage
+//   Restore points and snapshots       sysmaint_restore_..., sysmaint_snapshot_..., RestorePoint...
+//   Processes                          sysmaint_process_..., PM..., Process..., Thread..., Session...
+//   The lookup client                  sysmaint_lookup_add, HVK...
+//   Connections to other processes     sysmaint_connection_..., Connection...
+//   Listeners and reporters            sysmaint_listener_..., sysmaint_reporter_..., Listener...
+//   Functions that are plain C themselves: settings, the logger, the boot-time lists, checksums, and the
+//                                      utility functions for paths, files, volumes, the registry, services,
+//                                      security, processes, the shell, text, time and versions
+//
 // Conventions
 //
 // - Functions and types begin with sysmaint_, macros with SYSMAINT_. Functions that are plain C
 //   themselves, those of the logger, of the boot-time lists and the utility functions, keep their
 //   names, and their headers are included at the end. They use long and unsigned long, which have 32
 //   bits on this platform.
-// - Pools and topics are shared with C++ code by their names. Scans and items of this interface have no
-//   names, and a scan has one callback instead of handlers by key.
+// - Pools, topics and items (sysmaint_item_share) are shared with C++ code by their names, as is whatever has
+//   a C++ handle.
+// - Left to C++, because here it would add nothing: engines and FTP connections with names (hand on the scan,
+//   the connection; the roots of a C++ engine are found as shared items); handlers by key (a scan has one
+//   callback: the key is `kind`, and the handler's own numbers go into its context); results that a scan
+//   keeps (the callback keeps what it wants); changing the path of an item (make another); dumps of parts of
+//   an object (a dump is whole: what C++ code dumps with kStateAll, messages with kStateNone). Only C++ code
+//   can send, receive and load messages with elements of a class of its own.
 // - Numbers have fixed widths. Text is UTF-16 in wchar_t, which has 16 bits here whatever the compiler;
 //   it ends with a zero. A handle of the system, an event say, is a void*, and so is a root key (HKEY).
 // - A status is 0 or a Win32 code, as int32_t. Every function that returns one may also return 8 (no
@@ -37,9 +65,10 @@
 // - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an
 //   object are marked as such.
 // - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is
-//   signalled the call ends with 1223, before anything else when it is signalled already. Null never
-//   cancels. A handle that is closed, or of anything but an event, gives 6, and one that must not be waited
-//   for 5: nothing has begun then. The event must stay open until the call returns.
+//   signalled the call ends with 1223, before anything is done when it is signalled already. Null never
+//   cancels. A handle that cannot be polled ends the call as well: with 6 when it is closed, with 5 when it
+//   must not be waited for. So does, with 6, a handle of anything but an event as soon as a poll finds it
+//   signalled; a mutex or semaphore is given back. The event must stay open until the call returns.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
 // - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects
 //   that are still open when the library is unloaded are lost.
@@ -182,6 +211,7 @@ SYSMAINT_API int32_t sysmaint_validator_close(sysmaint_validator* validator);
 // have the codes of each operation). Functions that do not fit the item's type return 120.
 
 typedef struct sysmaint_item sysmaint_item;
+typedef struct sysmaint_shared_item sysmaint_shared_item;
 
 #define SYSMAINT_ITEM_FOLDER 1u
 #define SYSMAINT_ITEM_FILE 2u
@@ -279,6 +309,25 @@ SYSMAINT_API int32_t sysmaint_item_load(const void* bytes, uint64_t size, sysmai
 /// @param kept  receives the handle; close it with sysmaint_item_close
 /// @return 0, 6, 8, 87
 SYSMAINT_API int32_t sysmaint_item_keep(sysmaint_item* item, sysmaint_item** kept);
+/// Shares an item with C++ code (OpenScanItem) and others that know the name, until the sharing ends. What is
+/// shared under the name and the item's path already stays, and is shared once more instead.
+///
+/// @param name    any; a path of the form "name\path" finds the item
+/// @param shared  receives the handle; end it with sysmaint_item_unshare
+/// @return 0, 6, 8, 87, 183 (another kind of item is shared as that, or one that means something else by now)
+SYSMAINT_API int32_t sysmaint_item_share(sysmaint_item* item, const wchar_t* name,
+                                         sysmaint_shared_item** shared);
+/// The item that is shared under the name with that path: by sysmaint_item_share, by the C++ functions that
+/// register items, or as a root of a C++ scan engine under the engine's name.
+///
+/// @param path  as the item's path is; of registry values with their names
+/// @param item  receives the handle; close it with sysmaint_item_close. It outlives the sharing
+/// @return 0, 6, 8, 87, 1168 (no such item)
+SYSMAINT_API int32_t sysmaint_item_find(const wchar_t* name, const wchar_t* path, sysmaint_item** item);
+/// Ends the sharing. The item stays found as long as somebody else shares it.
+///
+/// @return 0, 6
+SYSMAINT_API int32_t sysmaint_item_unshare(sysmaint_shared_item* shared);
 /// Closes the handle. The handle that a callback gets is closed for it: at the latest when
 /// it is called again, or its scan ends.
 ///
@@ -350,7 +399,8 @@ SYSMAINT_API int32_t sysmaint_item_matches(sysmaint_item* item, sysmaint_validat
 /// @param size   receives how many bytes
 /// @return 0, 6, 8, 87, 120, or the system's code
 SYSMAINT_API int32_t sysmaint_item_read(sysmaint_item* item, void** bytes, uint64_t* size);
-/// Writes the content of a file or of a registry value: creates it, or replaces what is there.
+/// Writes the content of a file or of a registry value: creates it, or replaces what is there. It is what
+/// sysmaint_item_read returns from then on; after a failure that returns what it would have without.
 ///
 /// @param value_type  the type of a registry value, REG_SZ and the like; 0 for a file
 /// @param bytes       may be null when `size` is 0
@@ -1109,8 +1159,8 @@ SYSMAINT_API int32_t sysmaint_offline_save(sysmaint_offline_key* key, const wcha
 /// @return 0, 6
 SYSMAINT_API int32_t sysmaint_offline_close(sysmaint_offline_key* key);
 
-// ---- Restore points: core/win32/utils/restoremanager/plain.h, whose handle is `manager`; and snapshots of
-// the whole system, made by an external tool: win32/restoremanager/include/IVRL.h.
+// ---- Restore points and snapshots: core/win32/utils/restoremanager/plain.h, whose handle is `manager`; and
+// snapshots of the whole system, made by an external tool: win32/restoremanager/include/IVRL.h.
 
 /// The number of the manager's last restore point.
 ///
@@ -1346,26 +1396,30 @@ SYSMAINT_API int32_t sysmaint_reporter_close(sysmaint_reporter* reporter, uint32
 
 SYSMAINT_C_END
 
-// ---- Functions that are plain C themselves.
+// ---- Functions that are plain C themselves, each in the header of its family.
 
+// The families above.
 #include "core/win32/registry/defragmenter/plain.h"
-#include "core/win32/registry/offline/plain.h"
-#include "core/win32/registry/plain.h"
-#include "core/win32/registry/settingshive/api.h"
-#include "core/win32/utils/checksums/api.h"
-#include "core/win32/utils/communication/plain.h"
+#include "core/win32/registry/offline/plain.h"    // HiveFileSalvage
+#include "core/win32/registry/plain.h"            // whose registry HKEY_CURRENT_USER is
+#include "core/win32/utils/communication/plain.h" // ServeObjectRequests
 #include "core/win32/utils/connections/plain.h"
+#include "core/win32/utils/listeners/plain.h"
+#include "core/win32/utils/lookup/plain.h"
+#include "core/win32/utils/processmanager/plain.h" // and sessions, and the monitor
+#include "core/win32/utils/restoremanager/plain.h"
+#include "core/win32/utils/wiper/plain.h" // the boot-time lists
+// Settings in hives of their own, and logs.
+#include "core/win32/registry/settingshive/api.h"
+#include "core/win32/utils/logger/api.h"
+// Utility functions.
+#include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/files/api.h"
 #include "core/win32/utils/formatting/api.h"
-#include "core/win32/utils/listeners/plain.h"
-#include "core/win32/utils/logger/api.h"
-#include "core/win32/utils/lookup/plain.h"
-#include "core/win32/utils/memory/api.h"
+#include "core/win32/utils/memory/api.h" // utilsFreeMemory
 #include "core/win32/utils/paths/plain.h"
 #include "core/win32/utils/processes/api.h"
-#include "core/win32/utils/processmanager/plain.h"
 #include "core/win32/utils/registry/api.h"
-#include "core/win32/utils/restoremanager/plain.h"
 #include "core/win32/utils/security/api.h"
 #include "core/win32/utils/services/api.h"
 #include "core/win32/utils/shell/api.h"
@@ -1374,4 +1428,3 @@ SYSMAINT_C_END
 #include "core/win32/utils/time/api.h"
 #include "core/win32/utils/versions/api.h"
 #include "core/win32/utils/volumes/api.h"
-#include "core/win32/utils/wiper/plain.h"

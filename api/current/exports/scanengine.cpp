@@ -101,16 +101,8 @@ void* OpenScanItem(const wchar_t* name, const wchar_t* identifier)
     return handleFrame([&]() -> void* {
         frames::requireArguments(PLACE(kScanEngineApi, "OpenScanItem", __LINE__),
                                  name != nullptr && identifier != nullptr);
-        const std::wstring key = scanItemKey(name, identifier);
-        void* found = scanItems().lookup(key.c_str());
-        if (found == INVALID_HANDLE_VALUE)
-            raiseLastError();
-        ScanItemHandle handle(found);
         SharedPtr<ScanItem> item;
-        requireSuccess(scanItems().get(handle.get(), item));
-        if (!isRegisteredAs(*item, identifier))
-            raiseCode(ERROR_NOT_FOUND);
-        return handle.release();
+        return openRegisteredItem(name, identifier, item);
     });
 }
 

@@ -49,6 +49,15 @@ std::int32_t withItem(const char* function, sysmaint_item* item, bool given, Ope
     });
 }
 
+/// The lock for the content that an item keeps, which the classes leave to who changes items. A few locks
+/// serve all items.
+ReadWriteLock& contentLockOf(const SharedPtr<ScanItem>& item) noexcept
+{
+    static std::array<ReadWriteLock, 64> locks;
+    constexpr unsigned kAlignmentBits = 6;
+    return locks[(reinterpret_cast<std::uintptr_t>(item.get()) >> kAlignmentBits) % locks.size()];
+}
+
 /// An empty item of a type, to be loaded. Raises 13 for a number of none.
 SharedPtr<ScanItem> makeEmpty(std::uint32_t type)
 {
@@ -75,6 +84,7 @@ std::uint64_t sizeOf(const SharedPtr<ScanItem>& item)
     if (item->getType() == kFtpFileItem)
         return as<IFtpFile>(item).getSize();
     unsigned long size = 0;
+    const ReadLocker locker(contentLockOf(item));
     as<IRegistryValue>(item).getData(size);
     return size;
 }
@@ -206,8 +216,10 @@ std::int32_t sysmaint_item_value_name(sysmaint_item* item, const wchar_t** name)
 
 std::int32_t sysmaint_item_value_type(sysmaint_item* item, std::uint32_t* type)
 {
-    return withItem(__func__, item, type != nullptr,
-                    [&](const auto& object) { *type = as<IRegistryValue>(object).getValueType(); });
+    return withItem(__func__, item, type != nullptr, [&](const auto& object) {
+        const ReadLocker locker(contentLockOf(object));
+        *type = as<IRegistryValue>(object).getValueType();
+    });
 }
 
 std::int32_t sysmaint_item_size(sysmaint_item* item, std::uint64_t* bytes)
@@ -240,6 +252,7 @@ std::int32_t sysmaint_item_matches(sysmaint_item* item, sysmaint_validator* vali
 std::int32_t sysmaint_item_read(sysmaint_item* item, void** bytes, std::uint64_t* size)
 {
     return withItem(__func__, item, bytes != nullptr && size != nullptr, [&](const auto& object) {
+        const ReadLocker locker(contentLockOf(object));
         if (auto* file = dynamic_cast<IFile*>(object.get())) {
             unsigned long long length = 0;
             const void* data = file->getData(length);
@@ -256,10 +269,10 @@ std::int32_t sysmaint_item_write(sysmaint_item* item, std::uint32_t value_type, 
                                  std::uint64_t size)
 {
     return withItem(__func__, item, bytes != nullptr || size == 0, [&](const auto& object) {
-        if (auto* file = dynamic_cast<IFile*>(object.get())) {
+        const WriteLocker locker(contentLockOf(object));
+        if (auto* file = dynamic_cast<File*>(object.get())) {
             requireArguments(value_type == 0);
-            file->setData(bytes, size);
-            file->create();
+            file->write(bytes, size);
             return;
         }
         auto& value = as<IRegistryValue>(object);
@@ -283,6 +296,8 @@ std::int32_t sysmaint_item_create(sysmaint_item* item)
 std::int32_t sysmaint_item_delete(sysmaint_item* item, void* cancel_event)
 {
     const auto operation = [&](const auto& object) {
+        if (object->getType() != kFtpFileItem && isCancelled(cancel_event))
+            raiseCode(ERROR_CANCELLED);
         if (auto* file = dynamic_cast<IFileSystemItem*>(object.get()))
             file->deleteItem();
         else if (auto* key = dynamic_cast<IRegistryKey*>(object.get()))
@@ -312,6 +327,7 @@ std::int32_t sysmaint_item_upload(sysmaint_item* item, const wchar_t* local_path
 std::int32_t sysmaint_item_dump(sysmaint_item* item, void** bytes, std::uint64_t* size)
 {
     return withItem(__func__, item, true, [&](const auto& object) {
+        const ReadLocker locker(contentLockOf(object));
         cframes::storeDump(bytes, size, [&](auto& stream) { return object->dump(kStateAll, stream); });
     });
 }

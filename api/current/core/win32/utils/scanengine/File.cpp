@@ -1,6 +1,7 @@
 #include "core/win32/utils/scanengine/include/File.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 #include "core/win32/utils/objectmanager/include/FileTransfer.h"
@@ -85,6 +86,25 @@ bool File::isInterchangeable(const ScanItem& filed) const
 void File::create()
 {
     const InsideLibrary inside;
+    const Content data = content();
+    store(data.data, data.size);
+}
+
+void File::write(const void* data, unsigned long long size)
+{
+    const InsideLibrary inside;
+    Blob copy;
+    placedStep(PLACE(kFileHeader, "File::write", __LINE__), [&] {
+        copy.allocate(size);
+        if (size != 0)
+            std::memcpy(copy.getData(), data, static_cast<std::size_t>(size));
+    });
+    store(copy.getData(), size);
+    keepData(copy.release(), size);
+}
+
+void File::store(const void* data, unsigned long long size) const
+{
     const ItemTarget target(getPath(), m_origin);
     HeldFolders held;
     placedStep(PLACE(kFileHeader, "File::create", __LINE__), [&] {
@@ -95,9 +115,7 @@ void File::create()
     const Win32Handle file = createAlways(target);
     if (!file.isValid())
         throw Exception(PLACE(kFileHeader, "File::create", __LINE__));
-    const Content data = content();
-    requireSuccess(PLACE(kFileHeader, "File::create", __LINE__),
-                   filetransfer::write(file.get(), data.data, data.size));
+    requireSuccess(PLACE(kFileHeader, "File::create", __LINE__), filetransfer::write(file.get(), data, size));
 }
 
 void File::deleteItem()

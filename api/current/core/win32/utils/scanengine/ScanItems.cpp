@@ -26,3 +26,17 @@ void* openOrRegisterItem(const char* place, const wchar_t* name, const SharedPtr
     }
     return handle.release();
 }
+
+void* openRegisteredItem(const wchar_t* name, const wchar_t* identifier, SharedPtr<ScanItem>& item)
+{
+    void* const found = scanItems().lookup(scanItemKey(name, identifier).c_str());
+    if (found == INVALID_HANDLE_VALUE)
+        raiseLastError();
+    ScanItemHandle handle(found);
+    SharedPtr<ScanItem> registered;
+    requireSuccess(scanItems().get(handle.get(), registered));
+    if (!isRegisteredAs(*registered, identifier))
+        raiseCode(ERROR_NOT_FOUND);
+    item.swap(registered);
+    return handle.release();
+}

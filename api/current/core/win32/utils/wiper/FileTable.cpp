@@ -173,12 +173,17 @@ long filetable::wipe(const wchar_t* volume, WipeCallback callback, WipeProgress*
 {
     if (volume == nullptr || *volume == L'\0')
         raiseCode(ERROR_INVALID_PARAMETER);
+    const auto requireGoOn = [&] {
+        if (isCancelled(cancelEvent))
+            raiseCode(ERROR_CANCELLED);
+    };
+    requireGoOn(); // before the folder is made
     const std::wstring root = settledPath(volume);
     SmallFiles files(settledPath(std::wstring(volume) + kFolderName));
     TableGauge gauge(files.folder(), root);
     for (std::uint32_t made = 0; made < kMostFiles; ++made) {
-        if (isCancelled(cancelEvent))
-            raiseCode(ERROR_CANCELLED);
+        if (made != 0)
+            requireGoOn();
         files.add();
         if ((made + 1) % kBatch != 0)
             continue;

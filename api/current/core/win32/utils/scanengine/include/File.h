@@ -33,6 +33,9 @@ public:
     [[nodiscard]] unsigned long long getSize() const override;
     const void* getData(unsigned long long& size) override;
     void setData(const void* data, unsigned long long size) override;
+    /// Creates the file with a copy of these bytes, which are its kept content then. On failure the item
+    /// keeps what it has.
+    void write(const void* data, unsigned long long size);
     long load(unsigned long code, IInputByteStream& stream) override;
     long dump(unsigned long code, IOutputByteStream& stream) const override;
 
@@ -48,6 +51,7 @@ private:
     void keepData(void* data, unsigned long long size) noexcept;
     void settle();
     void readData();
+    void store(const void* data, unsigned long long size) const;
 
     PathOrigin m_origin;
 

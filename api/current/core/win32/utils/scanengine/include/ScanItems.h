@@ -50,6 +50,11 @@ private:
 [[nodiscard]] void* openOrRegisterItem(const char* place, const wchar_t* name,
                                        const SharedPtr<ScanItem>& item);
 
+/// Opens the item that is registered under `name` with that identifier, and stores it. Returns the handle.
+/// Raises the table's codes as a bare long, and 1168 for no such item.
+[[nodiscard]] void* openRegisteredItem(const wchar_t* name, const wchar_t* identifier,
+                                       SharedPtr<ScanItem>& item);
+
 /// Registers the item that `make` returns, as the whole body of an exported function. Fails with 87 without a
 /// name or when `argumentsGiven` is false.
 template <class Make>

@@ -1,0 +1,10 @@
+# Gets the library the WAY that is tested.
+if(WAY STREQUAL subdirectory)
+    add_subdirectory(${SYSMAINT} sysmaint)
+elseif(WAY STREQUAL fetch)
+    include(FetchContent)
+    FetchContent_Declare(sysmaint SOURCE_DIR ${SYSMAINT})
+    FetchContent_MakeAvailable(sysmaint)
+else()
+    find_package(sysmaint ${VERSION} EXACT REQUIRED)
+endif()
