@@ -15,8 +15,8 @@ public:
         count<"WaitForSingleObject", "WaitForSingleObjectEx", "WaitForMultipleObjects",
               "WaitForMultipleObjectsEx", "SignalObjectAndWait", "ReleaseMutex", "CreateMutexW",
               "CreateEventW", "OpenEventW", "SetEvent", "ResetEvent", "CreateSemaphoreW", "ReleaseSemaphore",
-              "CloseHandle", "DuplicateHandle", "CreateEventA", "CreateSemaphoreA", "Sleep", "SleepEx",
-              "NtQueryObject">(module);
+              "CloseHandle", "DuplicateHandle", "CreateEventA", "CreateSemaphoreA", "Sleep", "SleepEx">(
+            module);
     }
 
     [[nodiscard]] long total() const

@@ -65,10 +65,9 @@
 // - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an
 //   object are marked as such.
 // - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is
-//   signalled the call ends with 1223, before anything is done when it is signalled already. Null never
-//   cancels. A handle that cannot be polled ends the call as well: with 6 when it is closed, with 5 when it
-//   must not be waited for. So does, with 6, a handle of anything but an event as soon as a poll finds it
-//   signalled; a mutex or semaphore is given back. The event must stay open until the call returns.
+//   signalled the call ends with 1223, before anything else when it is signalled already. Null never
+//   cancels. A handle that is closed, or of anything but an event, gives 6, and one that must not be waited
+//   for 5: nothing has begun then. The event must stay open until the call returns.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
 // - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects
 //   that are still open when the library is unloaded are lost.

@@ -35,39 +35,34 @@
 
 namespace cframes {
 /// The frame of every function that returns a status: the code that `body` returns or raises, 0 when it
-/// returns nothing. A failure is kept for sysmaint_last_failure under the name `function`. A cancel event is
-/// polled by `body`; what is wrong with it is seen then.
+/// returns nothing. A failure is kept for sysmaint_last_failure under the name `function`.
 template <class Body>
-std::int32_t status(const char* function, Body&& body, HANDLE cancelEvent = nullptr) noexcept
+std::int32_t status(const char* function, Body&& body) noexcept
 {
     const InsideLibrary inside;
-    lastfailure::Scope scope(cancelEvent);
-    const long code = scope.codeOf(boundary::statusOf([&]() -> long {
+    lastfailure::Scope scope;
+    const long code = boundary::statusOf([&]() -> long {
         if constexpr (std::is_void_v<decltype(body())>) {
             body();
             return ERROR_SUCCESS;
         } else {
             return body();
         }
-    }));
+    });
     if (code != ERROR_SUCCESS)
         scope.fail(function, code);
     return code;
 }
 
-/// The same with the event before a long `body`. Raises 6 for the invalid handle: for a wait it stands for
-/// this process, so nothing would ever cancel.
+/// The same for a function with a cancel event. Before `body` raises 6 for anything but an event, and 1223
+/// when it is signalled already.
 template <class Body>
 std::int32_t cancellable(const char* function, HANDLE cancelEvent, Body&& body) noexcept
 {
-    return status(
-        function,
-        [&] {
-            if (cancelEvent == INVALID_HANDLE_VALUE)
-                raiseCode(ERROR_INVALID_HANDLE);
-            return body();
-        },
-        cancelEvent);
+    return status(function, [&] {
+        requireEvent(cancelEvent);
+        return body();
+    });
 }
 
 /// Raises 87 unless the arguments are what they must be.

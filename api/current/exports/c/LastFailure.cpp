@@ -7,13 +7,12 @@
 #include "c/sysmaint.h"
 #include "core/win32/utils/objectmanager/include/Boundary.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
-#include "core/win32/utils/objectmanager/include/Raise.h"
-#include "core/win32/utils/objectmanager/include/Win32Handle.h"
 
 /// One thread's.
 struct lastfailure::Record
 {
-    Call call;
+    bool isInside = false;             // in a function of the C interface, and in no callback of it
+    std::unique_ptr<Exception> caught; // since that function began
     long code = ERROR_SUCCESS;
     const char* function = nullptr;
     std::unique_ptr<Exception> failed; // what the code was made of; null: the code alone was raised
@@ -27,17 +26,12 @@ namespace {
 class Slot
 {
 public:
-    Slot() noexcept : m_index(FlsAlloc(&release))
-    {
-        boundary::exceptionObserver = &keep;
-        cancelObserver = &judge;
-    }
+    Slot() noexcept : m_index(FlsAlloc(&release)) { boundary::exceptionObserver = &keep; }
     Slot(const Slot&) = delete;
     Slot& operator=(const Slot&) = delete;
     ~Slot()
     {
         boundary::exceptionObserver = nullptr;
-        cancelObserver = nullptr;
         if (!isProcessEnding())
             FlsFree(m_index); // calls release for every thread
     }
@@ -65,7 +59,6 @@ private:
             std::default_delete<Record>()(static_cast<Record*>(record));
     }
     static void keep(const Exception& caught) noexcept;
-    static void judge(HANDLE cancelEvent, DWORD& answer) noexcept;
 
     DWORD m_index;
 };
@@ -75,25 +68,16 @@ void Slot::keep(const Exception& caught) noexcept
 {
     Record* const record = slot.find();
     // The first of several with one code knows best where it was.
-    if (record == nullptr || !record->call.isInside ||
-        (record->call.caught && record->call.caught->getCode() == caught.getCode()))
+    if (record == nullptr || !record->isInside ||
+        (record->caught && record->caught->getCode() == caught.getCode()))
         return;
     const DWORD lastError = GetLastError();
     try {
-        record->call.caught = std::make_unique<Exception>(caught);
+        record->caught = std::make_unique<Exception>(caught);
     } catch (...) {
-        record->call.caught.reset();
+        record->caught.reset();
     }
     SetLastError(lastError);
-}
-
-void Slot::judge(HANDLE cancelEvent, DWORD& answer) noexcept
-{
-    Record* const record = slot.find();
-    if (record == nullptr || record->call.cancelEvent != cancelEvent)
-        return;
-    record->call.cancelCode = cancelCodeOf(cancelEvent, answer);
-    answer = WAIT_OBJECT_0;
 }
 
 std::wstring systemText(long code)
@@ -106,19 +90,10 @@ std::wstring systemText(long code)
 }
 } // namespace
 
-lastfailure::Scope::Scope(void* cancelEvent) noexcept : Aside(slot.findOrMake())
+lastfailure::Scope::Scope() noexcept : Aside(slot.findOrMake())
 {
-    if (m_record == nullptr)
-        return;
-    m_record->call.isInside = true;
-    m_record->call.cancelEvent = cancelEvent;
-}
-
-long lastfailure::Scope::codeOf(long code) const noexcept
-{
-    return code == ERROR_CANCELLED && m_record != nullptr && m_record->call.cancelCode != ERROR_SUCCESS
-               ? m_record->call.cancelCode
-               : code;
+    if (m_record != nullptr)
+        m_record->isInside = true;
 }
 
 void lastfailure::Scope::fail(const char* function, long code) noexcept
@@ -128,7 +103,7 @@ void lastfailure::Scope::fail(const char* function, long code) noexcept
     m_record->function = function;
     m_record->code = code;
     m_record->text.clear();
-    m_record->failed = std::move(m_record->call.caught);
+    m_record->failed = std::move(m_record->caught);
     if (m_record->failed && static_cast<long>(m_record->failed->getCode()) != code)
         m_record->failed.reset(); // something else, which the function has dealt with
 }
@@ -137,14 +112,18 @@ lastfailure::Aside::Aside() noexcept : Aside(slot.find()) {}
 
 lastfailure::Aside::Aside(Record* record) noexcept : m_record(record)
 {
-    if (m_record != nullptr)
-        m_outer = std::exchange(m_record->call, {});
+    if (m_record == nullptr)
+        return;
+    m_wasInside = std::exchange(m_record->isInside, false);
+    m_caught = std::move(m_record->caught);
 }
 
 lastfailure::Aside::~Aside()
 {
-    if (m_record != nullptr)
-        m_record->call = std::move(m_outer);
+    if (m_record == nullptr)
+        return;
+    m_record->isInside = m_wasInside;
+    m_record->caught = std::move(m_caught);
 }
 
 void lastfailure::describe(sysmaint_failure& failure)

@@ -45,11 +45,11 @@ std::int32_t sysmaint_connection_socket(const wchar_t* name, std::uint32_t role,
 std::int32_t sysmaint_connection_send(void* connection, std::uint32_t kind, const void* bytes,
                                       std::uint64_t size, std::uint32_t timeout, void* cancel_event)
 {
-    return cframes::cancellable(__func__, cancel_event, [&] {
+    return status(__func__, [&] {
         const auto object = cframes::objectOf<ConnectionPtr>(connections(), connection);
         requireArguments(bytes != nullptr);
         const AnyMessage message = messageframe::loadMessage(kind, {bytes, size}, nullptr);
-        const WaitLimits limits(timeout, cancel_event);
+        const auto limits = WaitLimits::ofEvent(timeout, cancel_event);
         const auto send = [&](const auto& any) {
             messageframe::sendFrame(*object->getWire(), message.messageClass, any, object->getFrameLimit(),
                                     limits);
@@ -61,11 +61,11 @@ std::int32_t sysmaint_connection_send(void* connection, std::uint32_t kind, cons
 std::int32_t sysmaint_connection_receive(void* connection, std::uint32_t timeout, void* cancel_event,
                                          std::uint32_t* kind, void** bytes, std::uint64_t* size)
 {
-    return cframes::cancellable(__func__, cancel_event, [&] {
+    return status(__func__, [&] {
         const auto object = cframes::objectOf<ConnectionPtr>(connections(), connection);
         requireArguments(kind != nullptr && bytes != nullptr && size != nullptr);
-        const AnyMessage message = messageframe::receiveFrame(*object->getWire(), object->getFrameLimit(),
-                                                              nullptr, WaitLimits(timeout, cancel_event));
+        const AnyMessage message = messageframe::receiveFrame(
+            *object->getWire(), object->getFrameLimit(), nullptr, WaitLimits::ofEvent(timeout, cancel_event));
         cframes::storeDump(bytes, size, [&](auto& stream) {
             return message.wide ? message.wide->dump(0, stream) : message.narrow->dump(0, stream);
         });

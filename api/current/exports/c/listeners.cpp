@@ -105,7 +105,7 @@ std::int32_t sysmaint_reporter_create(void* connection, sysmaint_topic* topic,
 
 std::int32_t sysmaint_reporter_flush(sysmaint_reporter* reporter, std::uint32_t timeout, void* cancel_event)
 {
-    return cframes::cancellable(__func__, cancel_event, [&] {
+    return status(__func__, [&] {
         const auto object = reporters().get(reporter);
         return (*object)->flush(timeout, cancel_event);
     });

@@ -15,7 +15,7 @@ constexpr unsigned long kWork = 0;
 /// the analysis.
 bool isStoppedAtFirst(HANDLE stopEvent)
 {
-    const DWORD wait = pollCancelEvent(stopEvent);
+    const DWORD wait = stopEvent == nullptr ? WAIT_TIMEOUT : WaitForSingleObject(stopEvent, 0);
     if (wait == WAIT_FAILED)
         throw Exception(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", __LINE__));
     return wait == WAIT_OBJECT_0;

@@ -28,10 +28,6 @@ template <std::integral Code>
 /// when it cannot be polled. A null event is fine.
 void requireEvent(HANDLE cancelEvent);
 
-/// The same for an answer to a poll other than "not signalled": 1223; 6 for anything but an event, and a
-/// mutex or semaphore that the poll has taken is given back; or the code that the failed poll left.
-[[nodiscard]] long cancelCodeOf(HANDLE cancelEvent, DWORD answer) noexcept;
-
 /// Raises `code` as a bare long unless it is 0.
 inline void requireSuccess(long code)
 {

@@ -111,21 +111,8 @@ using ModuleHandle = Win32Owner<ModuleTraits>;
     return module;
 }
 
-/// Is shown every answer to a poll of a cancel event but "not signalled", and may change it. Only the library
-/// sets it.
-inline void (*cancelObserver)(HANDLE cancelEvent, DWORD& answer) noexcept = nullptr;
-
-/// What a poll of the caller's cancel event answers, without waiting. A null event is never signalled.
-[[nodiscard]] inline DWORD pollCancelEvent(HANDLE cancelEvent) noexcept
-{
-    DWORD answer = cancelEvent != nullptr ? WaitForSingleObject(cancelEvent, 0) : WAIT_TIMEOUT;
-    if (answer != WAIT_TIMEOUT && cancelObserver != nullptr)
-        cancelObserver(cancelEvent, answer);
-    return answer;
-}
-
 /// Whether the caller's cancel event is signalled: one poll without waiting. A null event never cancels.
 [[nodiscard]] inline bool isCancelled(HANDLE cancelEvent) noexcept
 {
-    return pollCancelEvent(cancelEvent) == WAIT_OBJECT_0;
+    return cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_OBJECT_0;
 }
