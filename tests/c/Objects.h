@@ -16,22 +16,8 @@ inline std::int32_t onFound(void* context, const sysmaint_found* found)
         *static_cast<std::wstring*>(context) += found->path;
     return 0;
 }
-inline std::int32_t onProgress(void*, const sysmaint_wipe_progress*)
-{
-    return 0;
-}
-inline std::int32_t onWork(void*, const sysmaint_work*)
-{
-    return 0;
-}
-inline std::int32_t onMessage(void*, const sysmaint_delivery*)
-{
-    return 0;
-}
-inline std::int32_t onHive(void*, const sysmaint_hive*)
-{
-    return 0;
-}
+/// A callback that goes on, whatever it is told.
+inline constexpr auto ignore = [](void*, const auto*) -> std::int32_t { return 0; };
 
 /// What a function has dumped.
 struct Bytes
@@ -93,7 +79,14 @@ struct Objects
     {
         newPool();
         sysmaint_pool_create_category(madePool, &category, &noThreads);
-        sysmaint_pool_queue(madePool, &work, &onWork, nullptr, nullptr, 0, &handle);
+        sysmaint_pool_queue(madePool, &work, ignore, nullptr, nullptr, 0, &handle);
+    }
+    /// What a row may have made and not closed; null and closed handles are refused.
+    void giveBackMade()
+    {
+        const auto each = [](auto*&... made) { (giveBack(std::exchange(made, nullptr)), ...); };
+        each(rules, madeFtp, item, shared, madeScan, madeWiper, message, madePool, madeTopic, subscription,
+             madeKey, madeReporter);
     }
     void oneElement()
     {
