@@ -2,8 +2,7 @@
 
 #include "support/Test.h"
 
-#include <wincrypt.h>
-
+#include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/lookup/api.h"
 #include "support/Faults.h"
@@ -13,22 +12,11 @@
 #include "support/Threads.h"
 
 namespace {
-/// The first byte of the SHA-1 of a text, as the system computes it.
+/// The first byte of the SHA-1 of a text, by the function that agrees with sha1sum.
 std::uint32_t firstByteOfHash(const std::string& text)
 {
-    static const HCRYPTPROV provider = [] { // to open it takes longer than all else
-        HCRYPTPROV opened = 0;
-        EXPECT_TRUE(CryptAcquireContextW(&opened, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
-        return opened;
-    }();
-    HCRYPTHASH hash = 0;
-    BYTE digest[20]{};
-    DWORD size = sizeof digest;
-    EXPECT_TRUE(
-        CryptCreateHash(provider, CALG_SHA1, 0, 0, &hash) &&
-        CryptHashData(hash, reinterpret_cast<const BYTE*>(text.data()), static_cast<DWORD>(text.size()), 0) &&
-        CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0));
-    CryptDestroyHash(hash);
+    unsigned char digest[20]{};
+    EXPECT_EQ(ChecksumSha1(text.data(), text.size(), digest), 0);
     return digest[0];
 }
 
