@@ -334,20 +334,8 @@ TEST(SocketConnections, SpeakWithAPeerOfAnotherLanguage)
     unsigned short port = 0;
     ASSERT_EQ(ConnectionListen(server.get(), 60000, nullptr), ERROR_SUCCESS);
     ASSERT_EQ(ConnectionGetPort(server.get(), &port), ERROR_SUCCESS);
-    std::wstring command = LR"(Z:\usr\bin\python3 -c ")"
-                           L"import socket, struct\n"
-                           L"s = socket.create_connection(('127.0.0.1', " +
-                           std::to_wstring(port) +
-                           L"))\n"
-                           L"f = s.makefile('rwb')\n"
-                           L"for i in range(1000):\n"
-                           L"    size, kind = struct.unpack('<II', f.read(8))\n"
-                           L"    body = f.read(size)\n"
-                           L"    assert kind == 1 and struct.unpack('<I', body[12 + 10:12 + 14])[0] == i\n"
-                           L"    f.write(struct.pack('<II', size, kind) + body)\n"
-                           L"    f.flush()\n"
-                           L"s.send(struct.pack('<II', 10, 0))\n"
-                           L"f.close(), s.close()\n\"";
+    const auto script = std::filesystem::path(FTP_SERVERS).replace_filename(L"frame_peer").wstring();
+    std::wstring command = LR"(Z:\usr\bin\python3 )" + script + L" " + std::to_wstring(port);
     STARTUPINFOW startup{};
     PROCESS_INFORMATION process{};
     ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
