@@ -11,16 +11,14 @@ class CHives : public testing::Test
 protected:
     CHives()
     {
-        RegCreateKeyW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\hivelist", &list);
         for (const wchar_t* name : {L"a", L"b"}) // whose paths have no known form
-            RegSetValueExW(list, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(name), 4);
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kList, name, REG_SZ, name, 4);
         opened = CreateRegistryDefragmenter(L"c");
     }
     ~CHives() override
     {
-        RegDeleteValueW(list, L"a");
-        RegDeleteValueW(list, L"b");
-        RegCloseKey(list);
+        for (const wchar_t* name : {L"a", L"b"})
+            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kList, name);
         CloseRegistryDefragmenter(opened);
     }
     std::int32_t analyze(HANDLE stop = nullptr)
@@ -28,7 +26,7 @@ protected:
         return sysmaint_hive_analyze(opened, stop, &told.call, &told);
     }
 
-    HKEY list = nullptr;
+    static constexpr wchar_t kList[] = L"System\\CurrentControlSet\\Control\\hivelist";
     void* opened;
     Lines lines; // one for each hive that the callback was told of
     std::int32_t result = 0;
