@@ -12,23 +12,6 @@
 #include "support/Threads.h"
 
 namespace {
-std::string dumped(const SerializableW& message)
-{
-    MemoryOutputByteStream stream;
-    EXPECT_EQ(message.dump(0, stream), ERROR_SUCCESS);
-    return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
-}
-
-std::string u32(std::uint32_t value)
-{
-    return {reinterpret_cast<const char*>(&value), sizeof value};
-}
-
-std::string framed(std::uint32_t messageClass, const std::string& body)
-{
-    return u32(static_cast<std::uint32_t>(body.size())) + u32(messageClass) + body;
-}
-
 DataMessage dataOf(std::size_t size, std::uint32_t id)
 {
     std::string bytes(size, '\0');
@@ -38,13 +21,6 @@ DataMessage dataOf(std::size_t size, std::uint32_t id)
     message.setData(bytes.data(), bytes.size());
     return message;
 }
-
-/// What waits for a peer or for bytes, after a name.
-struct WaitingCall
-{
-    std::string name;
-    std::function<long(unsigned long timeout, void* cancelEvent)> call;
-};
 } // namespace
 
 class Connections : public testing::TestWithParam<std::pair<bool, const wchar_t*>>
@@ -117,15 +93,15 @@ TEST_P(Connections, EndThoseOfAPeerThatBreaksTheForm)
         {framed(0, body).substr(0, 3), ERROR_BROKEN_PIPE},
         {framed(0, body).substr(0, 8), ERROR_BROKEN_PIPE},
         {framed(0, body).substr(0, 8 + body.size() - 1), ERROR_BROKEN_PIPE},
-        {u32(0xFFFFFFFF) + u32(1) + body, ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-        {u32((64U << 20U) + 1) + u32(1) + body, ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-        {u32(64U << 20U) + u32(1) + body, ERROR_BROKEN_PIPE}, // allowed, but it does not come
+        {bytesOf(0xFFFFFFFFU) + bytesOf(1U) + body, ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+        {bytesOf((64U << 20U) + 1) + bytesOf(1U) + body, ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
+        {bytesOf(64U << 20U) + bytesOf(1U) + body, ERROR_BROKEN_PIPE}, // allowed, but it does not come
         {framed(6, body), ERROR_INVALID_DATA},
         {framed(0xFFFFFFFF, body), ERROR_INVALID_DATA},
         {framed(0, body + "x"), ERROR_INVALID_DATA},
         {framed(0, body.substr(1)), ERROR_INVALID_DATA},
-        {framed(3, body + u32(0xFFFFFFFF)), ERROR_INVALID_DATA},
-        {framed(2, body + u32(0xFFFFFFFF)), ERROR_INVALID_DATA},
+        {framed(3, body + bytesOf(0xFFFFFFFFU)), ERROR_INVALID_DATA},
+        {framed(2, body + bytesOf(0xFFFFFFFFU)), ERROR_INVALID_DATA},
         {framed(1, ""), ERROR_INVALID_DATA},
         {"", ERROR_BROKEN_PIPE},
     };
@@ -155,7 +131,7 @@ TEST_P(Connections, EndEveryWaitAtOnce)
     AnyMessage message;
     const std::vector<char> much(std::size_t{32} << 20U);
     const auto client = [&] { return m_peers.client.get(); };
-    const WaitingCall calls[] = {
+    const std::pair<std::string, std::function<long(unsigned long, void*)>> calls[] = {
         {"read",
          [&](auto time, void* event) { return ConnectionRead(client(), &byte, 1, time, event, &done); }},
         {"receive",
@@ -311,25 +287,19 @@ TEST(PipeConnections, AskForASafePipe)
     std::vector<DWORD> modes;
     std::wstring access;
     DWORD clientFlags = 0;
-    Replaced<"CreateNamedPipeW", decltype(&CreateNamedPipeW)> pipes;
-    Replaced<"CreateFileW", decltype(&CreateFileW)> files;
-    pipes.setHook([&](auto original, auto name, DWORD open, DWORD mode, auto most, auto out, auto in,
-                      auto time, SECURITY_ATTRIBUTES* security) {
-        modes.push_back(open);
-        EXPECT_EQ(mode, DWORD{PIPE_REJECT_REMOTE_CLIENTS});
-        EXPECT_FALSE(security->bInheritHandle);
-        wchar_t* text = nullptr;
-        ConvertSecurityDescriptorToStringSecurityDescriptorW(security->lpSecurityDescriptor, SDDL_REVISION_1,
-                                                             DACL_SECURITY_INFORMATION, &text, nullptr);
-        access = text;
-        LocalFree(text);
-        return original(name, open, mode, most, out, in, time, security);
-    });
-    files.setHook([&](auto original, auto name, auto rights, auto share, auto security, auto how, DWORD flags,
-                      auto file) {
-        clientFlags = flags;
-        return original(name, rights, share, security, how, flags, file);
-    });
+    const Replaced<"CreateFileW", decltype(&CreateFileW)> files(
+        before([&](auto, auto, auto, auto, auto, DWORD flags, auto) { clientFlags = flags; }));
+    Replaced<"CreateNamedPipeW", decltype(&CreateNamedPipeW)> pipes(
+        before([&](auto, DWORD open, DWORD mode, auto, auto, auto, auto, SECURITY_ATTRIBUTES* security) {
+            modes.push_back(open);
+            EXPECT_EQ(mode, DWORD{PIPE_REJECT_REMOTE_CLIENTS});
+            EXPECT_FALSE(security->bInheritHandle);
+            wchar_t* text = nullptr;
+            ConvertSecurityDescriptorToStringSecurityDescriptorW(
+                security->lpSecurityDescriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr);
+            access = text;
+            LocalFree(text);
+        }));
     {
         const Connected peers(true);
         ASSERT_GE(modes.size(), 2U);
@@ -364,20 +334,8 @@ TEST(SocketConnections, SpeakWithAPeerOfAnotherLanguage)
     unsigned short port = 0;
     ASSERT_EQ(ConnectionListen(server.get(), 60000, nullptr), ERROR_SUCCESS);
     ASSERT_EQ(ConnectionGetPort(server.get(), &port), ERROR_SUCCESS);
-    std::wstring command = LR"(Z:\usr\bin\python3 -c ")"
-                           L"import socket, struct\n"
-                           L"s = socket.create_connection(('127.0.0.1', " +
-                           std::to_wstring(port) +
-                           L"))\n"
-                           L"f = s.makefile('rwb')\n"
-                           L"for i in range(1000):\n"
-                           L"    size, kind = struct.unpack('<II', f.read(8))\n"
-                           L"    body = f.read(size)\n"
-                           L"    assert kind == 1 and struct.unpack('<I', body[12 + 10:12 + 14])[0] == i\n"
-                           L"    f.write(struct.pack('<II', size, kind) + body)\n"
-                           L"    f.flush()\n"
-                           L"s.send(struct.pack('<II', 10, 0))\n"
-                           L"f.close(), s.close()\n\"";
+    const auto script = std::filesystem::path(FTP_SERVERS).replace_filename(L"frame_peer").wstring();
+    std::wstring command = LR"(Z:\usr\bin\python3 )" + script + L" " + std::to_wstring(port);
     STARTUPINFOW startup{};
     PROCESS_INFORMATION process{};
     ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,

@@ -18,8 +18,7 @@ struct FtpScan : INotifyHandler
         EXPECT_EQ(FtpSEngineSetTimeout(engine, timeout), ERROR_SUCCESS);
         EXPECT_EQ(FtpSEngineAddPath(engine, host, path, port, user, password), ERROR_SUCCESS);
     }
-    FtpScan(const FtpScan&) = delete;
-    FtpScan& operator=(const FtpScan&) = delete;
+    FtpScan(FtpScan&&) = delete;
     ~FtpScan() override { CloseFtpScanEngine(engine); }
 
     long run(std::uint16_t depth = 65535, HANDLE cancelEvent = nullptr, const wchar_t* filter = nullptr)
@@ -78,10 +77,17 @@ std::string contentOf(const std::wstring& path)
     const Bytes bytes = readBytes(path);
     return {bytes.begin(), bytes.end()};
 }
-
 void write(const std::wstring& path, const std::string& content)
 {
     writeBytes(path, {content.begin(), content.end()});
+}
+long download(IFtpFile& file, const std::wstring& path, bool resumes, HANDLE cancel = nullptr)
+{
+    return static_cast<long>(codeOf([&] { file.download(path.c_str(), resumes, cancel); }));
+}
+long erase(IFtpFile& file, HANDLE cancel = nullptr)
+{
+    return static_cast<long>(codeOf([&] { file.deleteItem(cancel); }));
 }
 } // namespace
 
@@ -156,76 +162,49 @@ TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
     write(local, content);
 
     EXPECT_EQ(file->exists(), 0);
-    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(download(*file, copy, false), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(GetFileAttributesW(copy.c_str()), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND);
     ASSERT_EQ(codeOf([&] { file->upload(local.c_str(), nullptr); }), ERROR_SUCCESS);
     EXPECT_EQ(file->exists(), 1);
     EXPECT_EQ(file->getSize(), content.size());
-    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(download(*file, copy, false), ERROR_SUCCESS);
     EXPECT_EQ(contentOf(copy), content);
-    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), false, nullptr); }), ERROR_FILE_EXISTS);
+    EXPECT_EQ(download(*file, copy, false), ERROR_FILE_EXISTS);
     // What an earlier download left is kept, and the rest comes behind it.
     write(copy, std::string(1000, 'k'));
-    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), true, nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(download(*file, copy, true), ERROR_SUCCESS);
     EXPECT_EQ(contentOf(copy), std::string(1000, 'k') + content.substr(1000));
     write(copy, content + "x");
-    EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), true, nullptr); }), ERROR_INVALID_DATA);
+    EXPECT_EQ(download(*file, copy, true), ERROR_INVALID_DATA);
     EXPECT_EQ(contentOf(copy), content + "x");
     const TestEvent cancel;
     cancel.set();
-    EXPECT_EQ(codeOf([&] { file->deleteItem(cancel.get()); }), ERROR_CANCELLED);
+    EXPECT_EQ(erase(*file, cancel.get()), ERROR_CANCELLED);
     EXPECT_EQ(file->exists(), 1);
-    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_SUCCESS);
+    EXPECT_EQ(erase(*file), ERROR_SUCCESS);
     EXPECT_EQ(file->exists(), 0);
     connection.reset();
-    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_NOT_CONNECTED);
+    EXPECT_EQ(erase(*file), ERROR_NOT_CONNECTED);
 }
 
 namespace {
-/// What a server does, and what a scan of it says.
-struct Misdeed
-{
-    const char* mode;
-    long code;
-    const wchar_t* found; // the first that is found meanwhile
-    long failure;         // under key 2
-};
-const Misdeed kMisdeeds[] = {
-    {"mute", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-    {"garbage", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"endless", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-    {"line", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-    {"trickle", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-    {"waits", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"login", ERROR_LOGON_FAILURE, L"", ERROR_LOGON_FAILURE},
-    {"leaves", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
-    {"passive", ERROR_SUCCESS, L"file 5 /good", 0},
-    {"port", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"refused", 10061, L"", 10061},
-    {"later", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-    {"forever", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-    {"drops", 10054, L"", 10054},
-    {"loses", ERROR_CONNECTION_ABORTED, L"", ERROR_CONNECTION_ABORTED},
-    {"gone", ERROR_BROKEN_PIPE, L"", ERROR_BROKEN_PIPE},
-    {"unsure", WAIT_TIMEOUT, L"", WAIT_TIMEOUT},
-    {"names", ERROR_INVALID_NAME, L"file 5 /good", ERROR_INVALID_NAME},
-    {"lies", ERROR_INVALID_DATA, L"file 5 /good", ERROR_INVALID_DATA},
-    {"long", ERROR_SUCCESS, L"file 18446744073709551615 /good", 0},
-    {"unix", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
-    {"dos", ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", 0},
-    {"greets", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"welcomes", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"features", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-    {"options", ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", ERROR_MESSAGE_EXCEEDS_MAX_SIZE},
-    {"agrees", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"strays-FEAT", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"strays-OPTS", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"strays-EPSV", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"strays-PASV", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"strays-MLST", ERROR_INVALID_DATA, L"", ERROR_INVALID_DATA},
-    {"claims", ERROR_SUCCESS, L"file 5 /good", 0},
-    {"unnamed", ERROR_SUCCESS, L"file 5 /good", 0},
+/// What a scan says and finds first, of servers that each do something wrong.
+const std::tuple<long, const wchar_t*, std::vector<const char*>> kMisdeeds[] = {
+    {WAIT_TIMEOUT, L"", {"mute", "trickle", "later", "unsure"}},
+    {ERROR_INVALID_DATA, L"", {"garbage", "waits", "port", "greets", "welcomes", "agrees"}},
+    {ERROR_INVALID_DATA, L"", {"strays-FEAT", "strays-OPTS", "strays-EPSV", "strays-PASV", "strays-MLST"}},
+    {ERROR_INVALID_DATA, L"file 5 /good", {"lies"}},
+    {ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", {"endless", "line", "forever", "features", "options"}},
+    {ERROR_LOGON_FAILURE, L"", {"login"}},
+    {ERROR_CONNECTION_ABORTED, L"", {"leaves", "loses"}},
+    {10061, L"", {"refused"}},
+    {10054, L"", {"drops"}},
+    {ERROR_BROKEN_PIPE, L"", {"gone"}},
+    {ERROR_INVALID_NAME, L"file 5 /good", {"names"}},
+    {ERROR_SUCCESS, L"file 5 /good", {"passive", "claims", "unnamed"}},
+    {ERROR_SUCCESS, L"file 18446744073709551615 /good", {"long"}},
+    {ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", {"unix", "dos"}},
 };
 } // namespace
 
@@ -234,7 +213,7 @@ TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
 {
     FtpServers servers(L"hostile");
     EXPECT_EQ(FtpScan(servers.ports["passive"]).run(), ERROR_SUCCESS); // what the system keeps is there then
-    std::map<std::string, std::unique_ptr<FtpScan>> scans;
+    std::map<std::string, FtpScan> scans;
     const ProcessCounts before = ProcessCounts::now();
     for (const char* mode : {"mute", "later"}) { // while a reply is waited for, and while a listing is
         const TestEvent cancel;
@@ -243,27 +222,27 @@ TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
         EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED) << mode;
         canceller.join();
     }
-    for (const Misdeed& row : kMisdeeds) {
-        SCOPED_TRACE(row.mode);
-        const unsigned long timeout = row.code == WAIT_TIMEOUT ? 1500 : 60000; // none else depends on speed
-        scans[row.mode] =
-            std::make_unique<FtpScan>(servers.ports[row.mode], nullptr, nullptr, L"127.0.0.1", L"/", timeout);
-        FtpScan& scan = *scans[row.mode];
-        EXPECT_EQ(scan.run(), row.code);
-        EXPECT_EQ(scan.found.empty() ? L"" : *scan.found.begin(), row.found);
-        if (row.code == ERROR_PATH_NOT_FOUND) {
-            EXPECT_EQ(scan.failures[L"/sub"], row.code) << "the rest is walked all the same";
-        } else if (scan.failures.count(L"/") != 0) {
-            EXPECT_EQ(scan.failures[L"/"], row.failure);
+    for (const auto& [code, found, modes] : kMisdeeds)
+        for (const char* mode : modes) {
+            SCOPED_TRACE(mode);
+            const unsigned long timeout = code == WAIT_TIMEOUT ? 1500 : 60000; // none else depends on speed
+            FtpScan& scan =
+                scans.try_emplace(mode, servers.ports[mode], nullptr, nullptr, L"127.0.0.1", L"/", timeout)
+                    .first->second;
+            EXPECT_EQ(scan.run(), code);
+            EXPECT_EQ(scan.found.empty() ? L"" : *scan.found.begin(), found);
+            // Of a folder below the root the rest is walked all the same.
+            EXPECT_EQ(code == ERROR_PATH_NOT_FOUND ? scan.failures[L"/sub"]
+                                                   : scan.failures.emplace(L"/", code).first->second,
+                      code);
         }
-    }
     servers.mend();
-    for (const auto& [mode, scan] : scans) {
+    for (auto& [mode, scan] : scans) {
         SCOPED_TRACE(mode);
         const bool isPlain = mode == "unix" || mode == "dos";
-        EXPECT_EQ(scan->run(), isPlain ? ERROR_PATH_NOT_FOUND : ERROR_SUCCESS);
-        EXPECT_EQ(scan->found.count(isPlain ? L"file 5000000000 /good" : L"file 5 /good"), 1U);
-        EXPECT_EQ(scan->found.count(L"link 5 /link"), mode == "unix" ? 1U : 0U);
+        EXPECT_EQ(scan.run(), isPlain ? ERROR_PATH_NOT_FOUND : ERROR_SUCCESS);
+        EXPECT_EQ(scan.found.count(isPlain ? L"file 5000000000 /good" : L"file 5 /good"), 1U);
+        EXPECT_EQ(scan.found.count(L"link 5 /link"), mode == "unix" ? 1U : 0U);
     }
     scans.clear();
     EXPECT_TRUE(before.isReachedAgain());
@@ -285,7 +264,7 @@ TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
     FtpScan scan(port, nullptr, nullptr, L"127.0.0.1", L"/x");
     const TestEvent cancel;
     const std::function<long()> operations[] = {
-        [&] { return codeOf([&] { file->download(copy.c_str(), true, cancel.get()); }); },
+        [&] { return download(*file, copy, true, cancel.get()); },
         [&] { return codeOf([&] { file->upload(local.c_str(), cancel.get()); }); },
         [&] { return scan.run(65535, cancel.get()); },
     };
@@ -316,16 +295,9 @@ TEST(FtpHostile, TransfersEndInTheMiddleWhenTheyAreCancelled)
 // The local file beforehand, and what is left of it. A wrong download leaves nothing that looks complete.
 TEST(FtpHostile, DownloadsKeepOnlyWhatCanBeGoneOnWith)
 {
-    struct Row
-    {
-        const char* mode;
-        std::size_t before; // bytes; none: no file
-        long code;
-        std::size_t after;
-        long again; // when the same is asked for once more
-    };
     constexpr std::size_t kWhole = 5000;
-    const Row rows[] = {
+    // The server, the file's bytes before (none: no file), the code, its bytes then, and the next code.
+    const std::tuple<const char*, std::size_t, long, std::size_t, long> rows[] = {
         {"surplus", 0, ERROR_INVALID_DATA, 0, ERROR_INVALID_DATA},
         {"surplus", 1000, ERROR_INVALID_DATA, 1000, ERROR_INVALID_DATA},
         {"restless", 0, ERROR_SUCCESS, kWhole, ERROR_SUCCESS},
@@ -343,19 +315,17 @@ TEST(FtpHostile, DownloadsKeepOnlyWhatCanBeGoneOnWith)
     };
     FtpServers servers(L"hostile");
     const std::wstring copy = scratchFolder() + L"\\down";
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.mode).append(" ").append(std::to_string(row.before)));
+    for (const auto& [mode, before, code, after, again] : rows) {
+        SCOPED_TRACE(std::string(mode).append(" ").append(std::to_string(before)));
         const FtpConnectionHandle connection(
-            CreateFtpConnection(L"downloads", L"127.0.0.1", servers.ports[row.mode], nullptr, nullptr));
+            CreateFtpConnection(L"downloads", L"127.0.0.1", servers.ports[mode], nullptr, nullptr));
         const std::unique_ptr<IFtpFile> file(DllGetFtpFile(connection.get(), L"/good"));
-        if (row.before != 0)
-            write(copy, std::string(row.before, 'x'));
-        EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), row.before != 0, nullptr); }), row.code);
-        if (row.after == 0)
-            EXPECT_EQ(GetFileAttributesW(copy.c_str()), INVALID_FILE_ATTRIBUTES);
-        else
-            EXPECT_EQ(contentOf(copy), std::string(row.after, 'x'));
-        EXPECT_EQ(codeOf([&] { file->download(copy.c_str(), true, nullptr); }), row.again);
+        if (before != 0)
+            write(copy, std::string(before, 'x'));
+        EXPECT_EQ(download(*file, copy, before != 0), code);
+        EXPECT_EQ(stands(copy), after != 0);
+        EXPECT_EQ(contentOf(copy), std::string(after, 'x'));
+        EXPECT_EQ(download(*file, copy, true), again);
         DeleteFileW(copy.c_str());
     }
 }
@@ -373,12 +343,12 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
     FtpConnectionHandle connection;
     std::unique_ptr<IFtpFile> file = fileOn("twice", connection); // two in one packet
     EXPECT_EQ(codeOf([&] { file->getSize(); }), ERROR_INVALID_DATA);
-    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND);
     file = fileOn("late", connection); // one that comes while nothing is asked
     EXPECT_EQ(file->exists(), 1);
     servers.cue();
-    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_INVALID_DATA);
-    EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND) << "a new connection";
+    EXPECT_EQ(erase(*file), ERROR_INVALID_DATA);
+    EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND) << "a new connection";
     // A server that has enough of a silent client, with a farewell and without: nothing was sent meanwhile,
     // so even what must not be done twice is sent over a new connection.
     for (const char* mode : {"idle", "closes"}) {
@@ -388,7 +358,7 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
         servers.cue();
         EXPECT_EQ(file->exists(), 1);
         servers.cue();
-        EXPECT_EQ(codeOf([&] { file->deleteItem(nullptr); }), ERROR_FILE_NOT_FOUND) << "the server's word";
+        EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND) << "the server's word";
     }
 }
 

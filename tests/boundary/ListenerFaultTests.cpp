@@ -86,9 +86,7 @@ TEST_P(ListenerFaults, AreNotMadeWithoutMemory)
         m_listener.reset(CreateMessageListener(L"far", m_server.get(), m_far));
         return m_listener.isValid();
     });
-    if (!m_isPipe) {
-        ASSERT_EQ(ConnectionGetPort(m_server.get(), &m_port), ERROR_SUCCESS);
-    }
+    askPort();
     const ConnectionHandle client = makeClient(L"reporter");
     failEach([&] {
         m_reporter.reset(DllGetMessageReporter(client.get()));
@@ -119,19 +117,12 @@ TEST_P(ListenerFaults, LoseNothingWithoutMemory)
         for (long failing = 1;; ++failing) {
             SCOPED_TRACE(std::to_string(accepts) + " " + std::to_string(failing));
             std::atomic<bool> isArmed = false;
-            const auto arm = [&] {
-                if (!isArmed.exchange(true))
+            const auto armIf = [&](bool isHere) {
+                if (isHere && !isArmed.exchange(true))
                     HeapWatch::arm(failing);
             };
-            threads.setHook([&](auto original, auto... arguments) {
-                if (accepts)
-                    arm();
-                return original(arguments...);
-            });
-            m_receiver.act = [&] {
-                if (!accepts)
-                    arm();
-            };
+            threads.setHook(before([&](auto...) { armIf(accepts); }));
+            m_receiver.act = [&] { armIf(!accepts); };
             const auto number = static_cast<std::uint64_t>(failing);
             const auto codes = answersTo(greeting(accepts) + request(1, 0) + request(0, number), 2);
             posted += codes.size() == 2 && codes.back() == 0 ? 1 : 0; // whatever became of the first
@@ -204,9 +195,7 @@ TEST_P(ListenerFaults, FailWithTheCodeOfTheCallThatFails)
             m_server.reset();
             m_server = Connected::makeServer(m_isPipe);
             ASSERT_EQ(ConnectionListen(m_server.get(), 60000, nullptr), ERROR_SUCCESS);
-            if (!m_isPipe) {
-                ASSERT_EQ(ConnectionGetPort(m_server.get(), &m_port), ERROR_SUCCESS);
-            }
+            askPort();
         },
         [&]() -> long {
             const ListenerHandle listener(CreateMessageListener(L"far", m_server.get(), m_far));

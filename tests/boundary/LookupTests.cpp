@@ -2,8 +2,7 @@
 
 #include "support/Test.h"
 
-#include <wincrypt.h>
-
+#include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/lookup/api.h"
 #include "support/Faults.h"
@@ -13,22 +12,11 @@
 #include "support/Threads.h"
 
 namespace {
-/// The first byte of the SHA-1 of a text, as the system computes it.
+/// The first byte of the SHA-1 of a text, by the function that agrees with sha1sum.
 std::uint32_t firstByteOfHash(const std::string& text)
 {
-    static const HCRYPTPROV provider = [] { // to open it takes longer than all else
-        HCRYPTPROV opened = 0;
-        EXPECT_TRUE(CryptAcquireContextW(&opened, nullptr, nullptr, PROV_RSA_FULL, CRYPT_VERIFYCONTEXT));
-        return opened;
-    }();
-    HCRYPTHASH hash = 0;
-    BYTE digest[20]{};
-    DWORD size = sizeof digest;
-    EXPECT_TRUE(
-        CryptCreateHash(provider, CALG_SHA1, 0, 0, &hash) &&
-        CryptHashData(hash, reinterpret_cast<const BYTE*>(text.data()), static_cast<DWORD>(text.size()), 0) &&
-        CryptGetHashParam(hash, HP_HASHVAL, digest, &size, 0));
-    CryptDestroyHash(hash);
+    unsigned char digest[20]{};
+    EXPECT_EQ(ChecksumSha1(text.data(), text.size(), digest), 0);
     return digest[0];
 }
 
@@ -50,9 +38,6 @@ class Lookup : public testing::Test, protected IMessageHandler
 protected:
     Lookup()
     {
-        wchar_t folder[MAX_PATH];
-        GetTempPathW(MAX_PATH, folder);
-        m_folder = std::wstring(folder).append(L"sysmaint lookup\\");
         CreateDirectoryW(m_folder.c_str(), nullptr);
         EXPECT_EQ(TopicSubscribe(m_topic, *this), ERROR_SUCCESS);
     }
@@ -60,9 +45,16 @@ protected:
     {
         CloseHVK(m_queue);
         EXPECT_EQ(TopicUnsubscribe(m_topic, *this, 60000), ERROR_SUCCESS);
+        forget();
+        RemoveDirectoryW(m_folder.c_str());
+    }
+    /// The files and their answers.
+    void forget()
+    {
         for (const auto& [path, status] : m_expected)
             DeleteFileW(path.c_str());
-        RemoveDirectoryW(m_folder.c_str());
+        m_expected.clear();
+        m_answers.clear();
     }
     /// Makes so many files and adds them.
     void add(int count, const std::wstring& prefix = L"f")
@@ -70,12 +62,7 @@ protected:
         for (int i = 0; i < count; ++i) {
             const std::wstring path = m_folder + prefix + std::to_wstring(i);
             const std::string content(path.begin(), path.end());
-            const HANDLE file =
-                CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-            DWORD written = 0;
-            ASSERT_TRUE(
-                WriteFile(file, content.data(), static_cast<DWORD>(content.size()), &written, nullptr));
-            CloseHandle(file);
+            std::ofstream(std::filesystem::path(path), std::ios::binary) << content;
             m_expected[path] = firstByteOfHash(content);
             ASSERT_EQ(HVKAddPath(m_queue, path.c_str()), ERROR_SUCCESS);
         }
@@ -93,11 +80,10 @@ protected:
     }
     std::map<std::wstring, long> unanswered()
     {
-        std::map<std::wstring, long> files;
+        using Files = std::map<std::wstring, long>;
+        Files files;
         const HVKUnanswered add = [](const wchar_t* path, long code, void* context) {
-            const bool isNew =
-                static_cast<std::map<std::wstring, long>*>(context)->emplace(path, code).second;
-            EXPECT_TRUE(isNew) << "told twice";
+            EXPECT_TRUE(static_cast<Files*>(context)->emplace(path, code).second) << "told twice";
         };
         EXPECT_EQ(HVKTakeUnanswered(m_queue, add, &files), ERROR_SUCCESS);
         return files;
@@ -114,7 +100,7 @@ protected:
         EXPECT_TRUE(m_answers.emplace(path, status).second) << "posted twice";
     }
 
-    std::wstring m_folder;
+    const std::wstring m_folder = (std::filesystem::temp_directory_path() / L"sysmaint lookup\\").wstring();
     TopicHandle m_topic = CreateMessageTopic(L"HVKResponses");
     void* m_queue = CreateHVK(L"lookup test", 31);
     std::map<std::wstring, std::uint32_t> m_expected;
@@ -128,14 +114,11 @@ TEST_F(Lookup, GivesEveryFileItsOwnAnswer)
     use(server);
     int number = 0;
     for (const int count : {1, 255, 256, 1000}) {
-        m_expected.clear();
-        m_answers.clear();
+        forget();
         add(count, std::to_wstring(++number) + L"-");
         ASSERT_EQ(wait(), ERROR_SUCCESS) << count;
         EXPECT_EQ(answers(), m_expected);
         EXPECT_TRUE(unanswered().empty());
-        for (const auto& [path, status] : m_expected)
-            DeleteFileW(path.c_str());
     }
 }
 
@@ -179,11 +162,7 @@ TEST_F(Lookup, AsksForFilesOfHigherPriorityFirst)
     // Once the batch that gathers meanwhile is full, what comes waits, in the order of the priorities.
     std::atomic<int> opened{0};
     {
-        Replaced<"CreateFileW", decltype(&CreateFileW)> files;
-        files.setHook([&](auto original, auto... arguments) {
-            ++opened;
-            return original(arguments...);
-        });
+        const Replaced<"CreateFileW", decltype(&CreateFileW)> files(before([&](auto...) { ++opened; }));
         add(255, L"batch");
         ASSERT_TRUE(comesTrue([&] { return opened == 255; }));
     }
@@ -214,8 +193,7 @@ TEST_F(Lookup, AccountsForFilesWithoutMemory)
     const HeapWatch watch(sysmaintModule());
     long failing = 0;
     do {
-        m_answers.clear();
-        m_expected.clear();
+        forget();
         add(1, L"m" + std::to_wstring(++failing));
         EXPECT_EQ(wait(), ERROR_SUCCESS);
         EXPECT_EQ(answers().size(), 1U);
@@ -229,7 +207,6 @@ TEST_F(Lookup, AccountsForFilesWithoutMemory)
         const long waited = wait();
         EXPECT_TRUE(waited == ERROR_SUCCESS || (failed && waited == ERROR_NOT_ENOUGH_MEMORY)) << failing;
         EXPECT_EQ(answers().size() + unanswered().size() + (added == ERROR_SUCCESS ? 0 : 1), 1U) << failing;
-        DeleteFileW(path.c_str());
         if (!failed)
             break;
     } while (failing < 100);
@@ -277,15 +254,10 @@ TEST_F(Lookup, AccountsForFilesWhereverItIsCancelled)
     int calls = 0;
     std::map<long, int> codes;
     for (bool cancelled = true; cancelled && calls < 500;) {
-        m_expected.clear();
-        m_answers.clear();
+        forget();
         std::atomic<int> left{++calls};
-        const auto count = [&](auto original, auto... arguments) {
-            if (--left == 0) {
-                EXPECT_EQ(HVKCancel(m_queue), ERROR_SUCCESS);
-            }
-            return original(arguments...);
-        };
+        const auto count =
+            before([&](auto...) { EXPECT_TRUE(--left != 0 || HVKCancel(m_queue) == ERROR_SUCCESS); });
         {
             const Replaced<"CreateEventW", decltype(&CreateEventW)> events(count);
             const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(count);
@@ -299,8 +271,6 @@ TEST_F(Lookup, AccountsForFilesWhereverItIsCancelled)
         for (const auto& [path, status] : answers())
             EXPECT_TRUE(accounted.emplace(path, 0).second) << "answered, and told to have no answer";
         EXPECT_EQ(accounted.size(), 2U) << calls;
-        for (const auto& [path, status] : m_expected)
-            DeleteFileW(path.c_str());
     }
     EXPECT_LT(calls, 500);
     EXPECT_GT(codes[ERROR_CANCELLED], 3);
@@ -310,24 +280,18 @@ TEST_F(Lookup, AccountsForFilesWhereverItIsCancelled)
 // Closing ends a request that is under way; nothing of it stays.
 TEST_F(Lookup, ClosesInTheMiddleOfARequest)
 {
-    const TestEvent asked;
-    const TestEvent go;
     ProcessCounts before = ProcessCounts::now();
     before.handles += 2;      // what the first lookup of the process makes for good
     before.blocks = LONG_MAX; // tables keep their room
     {
-        LookupServer server([&](const std::string& request, void*) {
-            asked.set();
-            EXPECT_TRUE(go.wait());
-            return LookupServer::statuses(request);
-        });
-        use(server);
+        HeldServer held;
+        use(held.server);
         add(20);
-        ASSERT_TRUE(asked.wait());
+        ASSERT_TRUE(held.asked.wait());
         std::thread waiting([&] { EXPECT_NE(HVKWait(m_queue, 60000, nullptr), ERROR_SUCCESS); });
         EXPECT_NE(CloseHVK(m_queue), 0);
         waiting.join();
-        go.set();
+        held.go.set();
         EXPECT_TRUE(answers().empty());
         EXPECT_EQ(CloseHVK(m_queue), 0);
     }

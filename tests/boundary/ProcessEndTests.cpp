@@ -11,11 +11,9 @@ TEST_F(Processes, EndAsATreeFromBelow)
     { // one of them refuses: nothing has ended
         const Terminating none([](auto...) { return TRUE; });
         const DWORD refusing = parents.rbegin()->first;
-        const Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD id) {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return id == refusing && (access & PROCESS_TERMINATE) != 0 ? nullptr
-                                                                       : original(access, inherit, id);
-        });
+        const Opening opening(failing(HANDLE{}, ERROR_ACCESS_DENIED, [&](DWORD access, BOOL, DWORD id) {
+            return id == refusing && (access & PROCESS_TERMINATE) != 0;
+        }));
         EXPECT_TRUE(ProcessEnd(process.get(), kEndTree, 5000) == 5 && none.calls() == 0);
     }
     std::set<DWORD> ended;
@@ -101,10 +99,7 @@ TEST_F(Processes, OfUnknownImportanceForTheSystemDoNotEnd)
     const ProcessHandle process = child.object();
     unsigned long answer = 0;
     DWORD asked = 0, enough = 0; // older systems tell it only with more access
-    const Opening opening([&](auto original, DWORD access, auto... rest) {
-        asked = access;
-        return original(access, rest...);
-    });
+    const Opening opening(before([&](DWORD access, auto...) { asked = access; }));
     Replaced<"NtQueryInformationProcess", decltype(&NtQueryInformationProcess)> asking(
         [&](auto original, HANDLE handle, PROCESSINFOCLASS kind, void* buffer, auto... rest) -> NTSTATUS {
             if (kind != 29)

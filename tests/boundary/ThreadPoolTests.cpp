@@ -19,11 +19,10 @@ struct StoppedWork : Work
     TestEvent begun, stopped;
     const DWORD own = GetCurrentThreadId();
     Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps{
-        [this](auto original, auto... arguments) {
+        before([this](auto...) {
             if (GetCurrentThreadId() != own)
                 stopped.set();
-            return original(arguments...);
-        }};
+        })};
 };
 } // namespace
 

@@ -27,6 +27,18 @@ inline void expectCodes(const std::vector<Call>& calls)
     }
 }
 
+/// A callback that runs a function of the test's.
+template <class Told>
+struct Callback
+{
+    std::function<std::int32_t(const Told&)> act;
+    static std::int32_t call(void* context, const Told* told)
+    {
+        EXPECT_EQ(told->size, sizeof *told);
+        return static_cast<Callback*>(context)->act(*told);
+    }
+};
+
 /// A folder of its own with files, removed at the end.
 class Folder
 {
@@ -38,8 +50,7 @@ public:
         m_path = std::wstring(temp) + L"sysmaint-c-" + std::to_wstring(GetCurrentProcessId());
         CreateDirectoryW(m_path.c_str(), nullptr);
     }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+    Folder(Folder&&) = delete;
     ~Folder() { FolderDeleteTree(m_path.c_str(), nullptr); }
 
     [[nodiscard]] std::wstring at(const wchar_t* name) const { return m_path + L'\\' + name; }

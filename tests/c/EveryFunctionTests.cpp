@@ -7,7 +7,7 @@ namespace {
 // clang-format off
 #define CALL(function, ...) \
     Row<Objects>(#function, function, [](Objects& o) { static_cast<void>(o); return std::make_tuple(__VA_ARGS__); })
-#define DOES(...) [](Objects& o) { __VA_ARGS__; }
+#define DOES(...) []([[maybe_unused]] Objects& o) { __VA_ARGS__; }
 #define SAYS(...) [](Objects& o) { return telling(__VA_ARGS__); }
 
 const Row<Objects> kRows[] = {
@@ -28,14 +28,12 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_validator_load, o.spareRules, Kept{static_cast<const void*>(o.ruleBytes.data)}, o.ruleBytes.size)
         .from(DOES(sysmaint_validator_add(o.spareRules, 0, L"x", 0, 0, 0))).leaves(SAYS(o.spareRules), "3+1")
         .then(DOES(sysmaint_validator_clear(o.spareRules))),
-    CALL(sysmaint_validator_close, o.rules).from(DOES(sysmaint_validator_create(nullptr, nullptr, &o.rules)))
-        .then(DOES(giveBack(o.rules))),
+    CALL(sysmaint_validator_close, o.rules).from(DOES(sysmaint_validator_create(nullptr, nullptr, &o.rules))),
 
     CALL(sysmaint_ftp_create, &o.account, &o.madeFtp),
     CALL(sysmaint_ftp_connect, o.ftp, CancelEvent()).giving(10061),
     CALL(sysmaint_ftp_set_timeout, o.ftp, 5000U),
-    CALL(sysmaint_ftp_close, o.madeFtp).from(DOES(sysmaint_ftp_create(&o.account, &o.madeFtp)))
-        .then(DOES(giveBack(o.madeFtp))),
+    CALL(sysmaint_ftp_close, o.madeFtp).from(DOES(sysmaint_ftp_create(&o.account, &o.madeFtp))),
     CALL(sysmaint_item_file, o.path.c_str(), 0, &o.item).tells("2 \\file.tmp"),
     CALL(sysmaint_item_folder, L"%windir%", 1, &o.item).tells("1 C:\\windows"),
     CALL(sysmaint_item_registry_key, kUser, kKey, Number{0, 2}, &o.item)
@@ -45,7 +43,7 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_item_ftp_file, o.ftp, L"/x", &o.item).tells("3 ftp://127.0.0.1:1/x"),
     CALL(sysmaint_item_load, static_cast<const void*>(o.itemBytes.data), o.itemBytes.size, &o.item).tells("2 \\file.tmp"),
     CALL(sysmaint_item_keep, o.file, &o.item).tells("2 \\file.tmp"),
-    CALL(sysmaint_item_close, o.item).from(DOES(sysmaint_item_keep(o.file, &o.item))).then(DOES(giveBack(o.item))),
+    CALL(sysmaint_item_close, o.item).from(DOES(sysmaint_item_keep(o.file, &o.item))),
     CALL(sysmaint_item_type, o.file, &o.number).tells("2"),
     CALL(sysmaint_item_path, o.file, &o.constText).tells("\\file.tmp"),
     CALL(sysmaint_item_level, (Typed{o.key, o.value}), &o.number),
@@ -63,25 +61,24 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_item_write, (Typed{o.value, o.folderItem}), 4U, "abcd", 4U),
     CALL(sysmaint_item_value_type, o.value, &o.number).tells("4"),
     CALL(sysmaint_item_write, o.file, 0U, "abcd", 4U),
-    CALL(sysmaint_item_read, o.item, &o.bytes, &o.size).from(DOES(sysmaint_item_file(o.path.c_str(), 0, &o.item)))
-        .then(DOES(giveBack(o.item))).tells("abcd,4"),
+    CALL(sysmaint_item_read, o.item, &o.bytes, &o.size)
+        .from(DOES(sysmaint_item_file(o.path.c_str(), 0, &o.item))).tells("abcd,4"),
     CALL(sysmaint_item_create, (Typed{o.key, o.file})),
     CALL(sysmaint_item_share, o.folderItem, L"c shared", &o.shared),
     CALL(sysmaint_item_find, L"c shared", o.folder.path(), &o.item)
-        .from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared))).then(DOES(giveBack(o.shared))),
-    CALL(sysmaint_item_unshare, o.shared).from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared)))
-        .then(DOES(giveBack(o.shared))),
+        .from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared))),
+    CALL(sysmaint_item_unshare, o.shared).from(DOES(sysmaint_item_share(o.folderItem, L"c shared", &o.shared))),
     CALL(sysmaint_item_delete, o.item, CancelEvent())
         .from(DOES(o.folder.file(L"victim", 3); sysmaint_item_file(o.victim.c_str(), 0, &o.item)))
-        .then(DOES(giveBack(o.item))).leaves(SAYS(Folder::isThere(o.victim)), "0"),
+        .leaves(SAYS(Folder::isThere(o.victim)), "0"),
     CALL(sysmaint_item_delete, o.item, nullptr)
         .from(DOES(sysmaint_item_registry_key(kUser, kBelow, 0, &o.item); sysmaint_item_create(o.item)))
-        .then(DOES(giveBack(o.item); RegDeleteKeyW(HKEY_CURRENT_USER, kBelow)))
+        .then(DOES(RegDeleteKeyW(HKEY_CURRENT_USER, kBelow)))
         .leaves(SAYS((sysmaint_item_exists(o.item, &o.flag), o.flag)), "0"),
     CALL(sysmaint_item_delete, o.item, nullptr) // a value, whose key stays
         .from(DOES(RegSetKeyValueW(HKEY_CURRENT_USER, kBelow, L"v", REG_BINARY, "x", 1);
                    sysmaint_item_registry_value(kUser, kBelow, L"v", 0, &o.item)))
-        .then(DOES(giveBack(o.item); RegDeleteKeyW(HKEY_CURRENT_USER, kBelow)))
+        .then(DOES(RegDeleteKeyW(HKEY_CURRENT_USER, kBelow)))
         .leaves(SAYS((sysmaint_item_exists(o.item, &o.flag), 10 * o.flag + RegDeleteKeyW(HKEY_CURRENT_USER, kBelow))), "0"),
     CALL(sysmaint_item_download, (Typed{o.ftpItem, o.file}), o.victim.c_str(), 0, CancelEvent()).giving(10061).coping(),
     CALL(sysmaint_item_upload, (Typed{o.ftpItem, o.key}), o.path.c_str(), CancelEvent()).giving(10061).coping(),
@@ -101,21 +98,17 @@ const Row<Objects> kRows[] = {
         .from(DOES(o.found.clear(); sysmaint_scan_add_key(o.keyScan, kUser, kKey, 0)))
         .then(DOES(sysmaint_scan_clear(o.keyScan)))
         .leaves(SAYS(o.found.c_str()), "HKEY_CURRENT_USER\\Software\\sysmaint-c-table\\v"),
-    CALL(sysmaint_scan_close, o.madeScan).from(DOES(sysmaint_scan_create(1, &o.madeScan)))
-        .then(DOES(giveBack(o.madeScan))),
+    CALL(sysmaint_scan_close, o.madeScan).from(DOES(sysmaint_scan_create(1, &o.madeScan))),
 
     CALL(sysmaint_wiper_create, &o.madeWiper),
     CALL(sysmaint_wiper_wipe, o.wiper, Number{SYSMAINT_WIPE_FILE, 4}, o.victim.c_str(), &o.wiping,
-         Optional{o.spareRules}, CancelEvent(), Optional{&onProgress}, nullptr)
-        .from(DOES(o.folder.file(L"victim", 3))),
+         Optional{o.spareRules}, CancelEvent(), Optional{ignore}, nullptr).from(DOES(o.folder.file(L"victim", 3))),
     CALL(sysmaint_wiper_wipe_entries, o.wiper, o.folder.path(), &o.entry, 1U, &o.wiping, CancelEvent(),
-         Optional{&onProgress}, nullptr, nullptr)
-        .from(DOES(o.folder.file(L"victim", 3))),
+         Optional{ignore}, nullptr, nullptr).from(DOES(o.folder.file(L"victim", 3))),
     CALL(sysmaint_wiper_needs_restart, o.wiper, &o.flag),
     CALL(sysmaint_wiper_clear_needs_restart, o.wiper),
-    CALL(sysmaint_wiper_close, o.madeWiper).from(DOES(sysmaint_wiper_create(&o.madeWiper)))
-        .then(DOES(giveBack(o.madeWiper))),
-    CALL(sysmaint_wipe_file_table, L"Q:\\", CancelEvent(), Optional{&onProgress}, nullptr).giving(2),
+    CALL(sysmaint_wiper_close, o.madeWiper).from(DOES(sysmaint_wiper_create(&o.madeWiper))),
+    CALL(sysmaint_wipe_file_table, L"Q:\\", CancelEvent(), Optional{ignore}, nullptr).giving(2),
 
     CALL(sysmaint_message_create, Number{3, 4}, Optional{L"c topic"}, 9U, &o.message).tells("39 c topic"),
     CALL(sysmaint_message_create_numbered, Number{3, 4}, 7U, 9U, &o.message).tells("39 7"),
@@ -139,56 +132,45 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_message_clear, o.array)
         .leaves(SAYS(sysmaint_message_element(o.array, 0, &o.constBytes, &o.size)), "259").then(DOES(o.oneElement())),
     CALL(sysmaint_message_clear, o.message).from(DOES(sysmaint_message_copy(o.named, &o.message)))
-        .then(DOES(giveBack(o.message))).leaves(SAYS(o.message), "39 c topic"),
-    CALL(sysmaint_message_close, o.message).from(DOES(sysmaint_message_copy(o.named, &o.message)))
-        .then(DOES(giveBack(o.message))),
+        .leaves(SAYS(o.message), "39 c topic"),
+    CALL(sysmaint_message_close, o.message).from(DOES(sysmaint_message_copy(o.named, &o.message))),
 
     CALL(sysmaint_pool_create, L"c other pool", &o.madePool),
     CALL(sysmaint_pool_open, L"c pool", &o.madePool),
-    CALL(sysmaint_pool_close, o.madePool).from(DOES(sysmaint_pool_open(L"c pool", &o.madePool)))
-        .then(DOES(giveBack(o.madePool))),
-    CALL(sysmaint_pool_create_category, o.madePool, &o.category, &o.noThreads)
-        .from(DOES(o.newPool())).then(DOES(giveBack(o.madePool))),
-    CALL(sysmaint_pool_queue, o.madePool, &o.work, &onWork, nullptr, (Optional{o.named}), Number{0, 3},
-         Optional{&o.handle})
-        .from(DOES(o.queue())).then(DOES(giveBack(o.madePool))),
+    CALL(sysmaint_pool_close, o.madePool).from(DOES(sysmaint_pool_open(L"c pool", &o.madePool))),
+    CALL(sysmaint_pool_create_category, o.madePool, &o.category, &o.noThreads).from(DOES(o.newPool())),
+    CALL(sysmaint_pool_queue, o.madePool, &o.work, ignore, nullptr, (Optional{o.named}), Number{0, 3},
+         Optional{&o.handle}).from(DOES(o.queue())),
     CALL(sysmaint_pool_suspend, o.pool, &o.category).then(DOES(sysmaint_pool_resume(o.pool, &o.category))),
     CALL(sysmaint_pool_resume, o.pool, &o.category).from(DOES(sysmaint_pool_suspend(o.pool, &o.category))),
-    CALL(sysmaint_pool_wait, o.madePool, &o.work, 0U, nullptr).from(DOES(o.queue())).then(DOES(giveBack(o.madePool)))
-        .giving(258),
-    CALL(sysmaint_pool_result, o.madePool, &o.work, &o.flag).from(DOES(o.queue())).then(DOES(giveBack(o.madePool)))
-        .giving(170),
-    CALL(sysmaint_pool_is_running, o.madePool, &o.work, &o.flag).from(DOES(o.queue()))
-        .then(DOES(giveBack(o.madePool))),
-    CALL(sysmaint_pool_cancel, o.madePool, Optional{&o.work}, Number{2, 3}).from(DOES(o.queue()))
-        .then(DOES(giveBack(o.madePool))),
+    CALL(sysmaint_pool_wait, o.madePool, &o.work, 0U, nullptr).from(DOES(o.queue())).giving(258),
+    CALL(sysmaint_pool_result, o.madePool, &o.work, &o.flag).from(DOES(o.queue())).giving(170),
+    CALL(sysmaint_pool_is_running, o.madePool, &o.work, &o.flag).from(DOES(o.queue())),
+    CALL(sysmaint_pool_cancel, o.madePool, Optional{&o.work}, Number{2, 3}).from(DOES(o.queue())),
 
     CALL(sysmaint_topic_create, L"c other topic", &o.madeTopic),
     CALL(sysmaint_topic_open, L"c topic", &o.madeTopic),
     CALL(sysmaint_topic_name, o.topic, &o.constText).tells("c topic"),
-    CALL(sysmaint_topic_close, o.madeTopic).from(DOES(sysmaint_topic_open(L"c topic", &o.madeTopic)))
-        .then(DOES(giveBack(o.madeTopic))),
-    CALL(sysmaint_topic_subscribe, o.topic, Number{0, 2}, &onMessage, nullptr, &o.subscription),
+    CALL(sysmaint_topic_close, o.madeTopic).from(DOES(sysmaint_topic_open(L"c topic", &o.madeTopic))),
+    CALL(sysmaint_topic_subscribe, o.topic, Number{0, 2}, ignore, nullptr, &o.subscription),
     CALL(sysmaint_topic_unsubscribe, o.subscription, kLong)
-        .from(DOES(sysmaint_topic_subscribe(o.topic, 1, &onMessage, nullptr, &o.subscription)))
-        .then(DOES(giveBack(o.subscription))),
+        .from(DOES(sysmaint_topic_subscribe(o.topic, 1, ignore, nullptr, &o.subscription))),
     CALL(sysmaint_topic_send, o.topic, o.named, Optional{o.reply}, Optional{&o.three}, nullptr),
     CALL(sysmaint_topic_post, o.topic, o.named, Optional{&o.three})
         .then(DOES(sysmaint_topic_consume_all(o.topic, kLong))),
     CALL(sysmaint_topic_consume_all, o.topic, kLong),
     CALL(sysmaint_topic_stop_consumer, o.topic),
 
-    CALL(sysmaint_hive_list, &onHive, nullptr),
+    CALL(sysmaint_hive_list, ignore, nullptr),
     CALL(sysmaint_hive_list_dump, &o.bytes, &o.size),
-    CALL(sysmaint_hive_analyze, CppHandle{o.defragmenter}, CancelEvent(), Optional{&onHive}, nullptr)
+    CALL(sysmaint_hive_analyze, CppHandle{o.defragmenter}, CancelEvent(), Optional{ignore}, nullptr)
         .from(DOES(o.openDefragmenter())).then(DOES(o.closeDefragmenter())).giving(161).coping(),
-    CALL(sysmaint_hive_results, CppHandle{o.defragmenter}, &onHive, nullptr)
+    CALL(sysmaint_hive_results, CppHandle{o.defragmenter}, ignore, nullptr)
         .from(DOES(o.openDefragmenter())).then(DOES(o.closeDefragmenter())),
     CALL(sysmaint_hive_results_dump, CppHandle{o.defragmenter}, &o.bytes, &o.size)
         .from(DOES(o.openDefragmenter())).then(DOES(o.closeDefragmenter())),
     CALL(sysmaint_hive_results_load, CppHandle{o.defragmenter}, static_cast<const void*>(o.hiveBytes.data),
-         o.hiveBytes.size)
-        .from(DOES(o.openDefragmenter())).then(DOES(o.closeDefragmenter())),
+         o.hiveBytes.size).from(DOES(o.openDefragmenter())).then(DOES(o.closeDefragmenter())),
 
     CALL(sysmaint_offline_open, Optional{o.hiveFile.c_str()}, L"a", Number{2, 3}, &o.madeKey).tells("a"),
     CALL(sysmaint_offline_open_below, o.root, L"a", &o.madeKey).tells("a"),
@@ -215,9 +197,8 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_offline_save, o.below, o.saved.c_str()).then(DOES(DeleteFileW(o.saved.c_str())))
         .leaves(SAYS((sysmaint_offline_open(o.saved.c_str(), L"a\\b", 2, &o.madeKey), o.isThereAndClosed())), "1"),
     CALL(sysmaint_offline_save, o.madeKey, o.saved.c_str()).from(DOES(o.openBelowClosed())) // the hive is still there
-        .then(DOES(giveBack(o.madeKey); DeleteFileW(o.saved.c_str()))),
-    CALL(sysmaint_offline_close, o.madeKey).from(DOES(sysmaint_offline_open_below(o.root, L"a", &o.madeKey)))
-        .then(DOES(giveBack(o.madeKey))),
+        .then(DOES(DeleteFileW(o.saved.c_str()))),
+    CALL(sysmaint_offline_close, o.madeKey).from(DOES(sysmaint_offline_open_below(o.root, L"a", &o.madeKey))),
 
     CALL(sysmaint_restore_point_number, CppHandle{o.manager}, &o.restorePoint).tells("0"),
     CALL(sysmaint_snapshot_create, L"tool", L"a\" /r", nullptr, nullptr, nullptr).giving(31),
@@ -242,8 +223,7 @@ const Row<Objects> kRows[] = {
                    sysmaint_connection_send(o.client, 0, o.sent.data(), sizeof o.sent, kLong, nullptr)))
         .leaves(SAYS(o.number == 0 && o.size == 12 && std::memcmp(o.bytes, o.sent.data(), 12) == 0), "1"),
     CALL(sysmaint_listener_create, L"c other listener", CppHandle{o.handle}, o.topic, Optional{&o.listening},
-         Kept{&o.bytes})
-        .from(DOES(sysmaint_connection_socket(L"c more", 1, L"127.0.0.1", 0, &o.handle)))
+         Kept{&o.bytes}).from(DOES(sysmaint_connection_socket(L"c more", 1, L"127.0.0.1", 0, &o.handle)))
         .then(DOES(CloseMessageListener(o.bytes); CloseConnection(o.handle))),
     CALL(sysmaint_listener_get_state, CppHandle{o.listener}, &o.heard),
     CALL(sysmaint_reporter_create, CppHandle{o.handle}, o.reported, Optional{&o.reporting}, &o.madeReporter)
@@ -255,7 +235,7 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_reporter_close, o.madeReporter, kLong)
         .from(DOES(sysmaint_connection_socket(L"c more", 0, L"127.0.0.1", 1, &o.handle);
                    sysmaint_reporter_create(o.handle, o.reported, nullptr, &o.madeReporter)))
-        .then(DOES(giveBack(o.madeReporter); CloseConnection(o.handle))),
+        .then(DOES(CloseConnection(o.handle))),
 };
 // clang-format on
 
@@ -295,8 +275,8 @@ const Row<Objects> kFurther[] = {
     CALL(sysmaint_pool_wait, o.pool, &kNoWork, 0U, nullptr).giving(87),
     CALL(sysmaint_pool_wait, o.pool, &kNoInstance, 0U, nullptr).giving(87),
     CALL(sysmaint_pool_wait, o.pool, &kUnknown, 0U, nullptr).giving(1168),
-    CALL(sysmaint_pool_queue, o.pool, &o.category, &onWork, nullptr, nullptr, 0U, nullptr).giving(87),
-    CALL(sysmaint_pool_queue, o.pool, &o.work, &onWork, nullptr, o.data, 0U, nullptr).giving(120),
+    CALL(sysmaint_pool_queue, o.pool, &o.category, ignore, nullptr, nullptr, 0U, nullptr).giving(87),
+    CALL(sysmaint_pool_queue, o.pool, &o.work, ignore, nullptr, o.data, 0U, nullptr).giving(120),
     CALL(sysmaint_pool_result, o.pool, &o.category, &o.flag).giving(87),
     CALL(sysmaint_pool_cancel, o.pool, nullptr, SYSMAINT_CANCEL_AND_WAIT).giving(87),
     CALL(sysmaint_pool_cancel, o.pool, nullptr, 0U),
@@ -344,7 +324,7 @@ TEST(CFunctions, RefuseEachWrongArgumentAndChangeNothing)
         EXPECT_EQ(row.run(objects), row.code) << row.name;
         row.before(objects);
         row.refuse(objects);
-        row.after(objects);
+        row.finish(objects);
     }
     for (const Row<Objects>& row : kFurther)
         EXPECT_EQ(row.run(objects), row.code) << row.name;

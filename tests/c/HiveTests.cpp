@@ -4,27 +4,6 @@
 #include "core/win32/registry/defragmenter/api.h"
 
 namespace {
-/// What a callback is told, as one line for each hive, and what it returns or does.
-struct Told
-{
-    std::vector<std::wstring> lines;
-    std::int32_t result = 0;
-    std::function<void()> act = [] {};
-
-    static std::int32_t tell(void* context, const sysmaint_hive* hive)
-    {
-        auto& self = *static_cast<Told*>(context);
-        EXPECT_EQ(hive->size, sizeof *hive);
-        std::wstring line = std::to_wstring(hive->code) + L' ' + hive->mount_name + L' ' + hive->path;
-        if (hive->code == 0)
-            line += L' ' + std::to_wstring(hive->old_size) + L' ' + std::to_wstring(hive->new_size);
-        else
-            EXPECT_NE(std::wstring(hive->report).find(L"RDHiveItem"), std::wstring::npos);
-        self.lines.push_back(line);
-        self.act();
-        return self.result;
-    }
-};
 using Lines = std::vector<std::wstring>;
 
 class CHives : public testing::Test
@@ -32,39 +11,49 @@ class CHives : public testing::Test
 protected:
     CHives()
     {
-        RegCreateKeyW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\hivelist", &list);
         for (const wchar_t* name : {L"a", L"b"}) // whose paths have no known form
-            RegSetValueExW(list, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(name), 4);
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kList, name, REG_SZ, name, 4);
         opened = CreateRegistryDefragmenter(L"c");
     }
     ~CHives() override
     {
-        RegDeleteValueW(list, L"a");
-        RegDeleteValueW(list, L"b");
-        RegCloseKey(list);
+        for (const wchar_t* name : {L"a", L"b"})
+            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kList, name);
         CloseRegistryDefragmenter(opened);
     }
     std::int32_t analyze(HANDLE stop = nullptr)
     {
-        return sysmaint_hive_analyze(opened, stop, &Told::tell, &told);
+        return sysmaint_hive_analyze(opened, stop, &told.call, &told);
     }
 
-    HKEY list = nullptr;
+    static constexpr wchar_t kList[] = L"System\\CurrentControlSet\\Control\\hivelist";
     void* opened;
-    Told told;
+    Lines lines; // one for each hive that the callback was told of
+    std::int32_t result = 0;
+    std::function<void()> act = [] {};
+    Callback<sysmaint_hive> told{[this](const sysmaint_hive& hive) {
+        std::wstring line = std::to_wstring(hive.code) + L' ' + hive.mount_name + L' ' + hive.path;
+        if (hive.code == 0)
+            line += L' ' + std::to_wstring(hive.old_size) + L' ' + std::to_wstring(hive.new_size);
+        else
+            EXPECT_NE(std::wstring(hive.report).find(L"RDHiveItem"), std::wstring::npos);
+        lines.push_back(line);
+        act();
+        return result;
+    }};
 };
 } // namespace
 
 TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
 {
     const Lines failed{L"161 a a", L"161 b b"};
-    EXPECT_EQ(sysmaint_hive_list(&Told::tell, &told), 0);
-    EXPECT_EQ(std::exchange(told.lines, {}), (Lines{L"0 a a 0 0", L"0 b b 0 0"}));
+    EXPECT_EQ(sysmaint_hive_list(&told.call, &told), 0);
+    EXPECT_EQ(std::exchange(lines, {}), (Lines{L"0 a a 0 0", L"0 b b 0 0"}));
     EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
-    EXPECT_EQ(std::exchange(told.lines, {}), failed);
+    EXPECT_EQ(std::exchange(lines, {}), failed);
     EXPECT_EQ(sysmaint_hive_analyze(opened, nullptr, nullptr, nullptr), ERROR_BAD_PATHNAME);
-    EXPECT_EQ(sysmaint_hive_results(opened, &Told::tell, &told), 0);
-    EXPECT_EQ(std::exchange(told.lines, {}), failed);
+    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
+    EXPECT_EQ(std::exchange(lines, {}), failed);
 
     void *kept = nullptr, *listed = nullptr;
     std::uint64_t size = 0, listSize = 0;
@@ -79,14 +68,14 @@ TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
     EXPECT_EQ(load(stream.getData(), stream.getSize() - 1), ERROR_READ_FAULT);
     static_cast<void>(stream.write("x", 1));
     EXPECT_EQ(load(stream.getData(), stream.getSize()), ERROR_INVALID_DATA);
-    EXPECT_EQ(sysmaint_hive_results(opened, &Told::tell, &told), 0);
-    EXPECT_EQ(std::exchange(told.lines, {}), failed) << "as it was";
+    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
+    EXPECT_EQ(std::exchange(lines, {}), failed) << "as it was";
     EXPECT_EQ(load(stream.getData(), stream.getSize() - 1), 0);
-    EXPECT_EQ(sysmaint_hive_results(opened, &Told::tell, &told), 0);
-    EXPECT_EQ(std::exchange(told.lines, {}), Lines{L"0 m p 8192 4096"});
+    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
+    EXPECT_EQ(std::exchange(lines, {}), Lines{L"0 m p 8192 4096"});
     EXPECT_EQ(load(kept, size), 0);
-    EXPECT_EQ(sysmaint_hive_results(opened, &Told::tell, &told), 0);
-    EXPECT_EQ(told.lines, failed);
+    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
+    EXPECT_EQ(lines, failed);
 
     MemoryOutputByteStream list;
     EXPECT_EQ(DumpHiveList(list), 0);
@@ -99,16 +88,16 @@ TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
 
 TEST_F(CHives, ACallbackStopsTheAnalysisAndMayCloseTheDefragmenter)
 {
-    told.result = 4711;
-    EXPECT_EQ(sysmaint_hive_list(&Told::tell, &told), 4711);
-    told.act = [&] {
+    result = 4711;
+    EXPECT_EQ(sysmaint_hive_list(&told.call, &told), 4711);
+    act = [&] {
         EXPECT_EQ(sysmaint_hive_analyze(opened, nullptr, nullptr, nullptr), ERROR_BUSY);
         EXPECT_NE(CloseRegistryDefragmenter(opened), 0);
         EXPECT_EQ(CloseRegistryDefragmenter(opened), 0);
     };
-    told.lines.clear();
+    lines.clear();
     EXPECT_EQ(analyze(), 4711);
-    EXPECT_EQ(told.lines, Lines{L"161 a a"}) << "and of no other";
+    EXPECT_EQ(lines, Lines{L"161 a a"}) << "and of no other";
     const HANDLE stop = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     expectCodes({
         {"closed", [&] { return analyze(); }, 6},

@@ -8,23 +8,8 @@ sysmaint_message* makeMessage(std::uint32_t kind)
     return message;
 }
 
-/// A callback for work, or for messages, that runs a function.
-struct Act
-{
-    std::function<std::int32_t(const sysmaint_work&)> work = {};
-    std::function<std::int32_t(const sysmaint_delivery&)> message = {};
-
-    static std::int32_t onWork(void* context, const sysmaint_work* work)
-    {
-        EXPECT_EQ(work->size, sizeof *work);
-        return static_cast<Act*>(context)->work(*work);
-    }
-    static std::int32_t onMessage(void* context, const sysmaint_delivery* delivery)
-    {
-        EXPECT_EQ(delivery->size, sizeof *delivery);
-        return static_cast<Act*>(context)->message(*delivery);
-    }
-};
+using Act = Callback<sysmaint_work>;
+using Receive = Callback<sysmaint_delivery>;
 
 sysmaint_work_key keyOf(std::uint32_t scope, void* instance = nullptr)
 {
@@ -39,8 +24,7 @@ protected:
 
     std::int32_t queue(Act& act, sysmaint_message* arguments = nullptr, void** instance = nullptr)
     {
-        return sysmaint_pool_queue(pool, &work, &Act::onWork, &act, arguments, SYSMAINT_QUEUE_AT_END,
-                                   instance);
+        return sysmaint_pool_queue(pool, &work, &Act::call, &act, arguments, SYSMAINT_QUEUE_AT_END, instance);
     }
 
     sysmaint_pool* pool = nullptr;
@@ -54,10 +38,10 @@ protected:
     CTopic() { EXPECT_EQ(sysmaint_topic_create(L"c-topic", &topic), 0); }
     ~CTopic() override { sysmaint_topic_close(topic); }
 
-    sysmaint_subscription* subscribe(Act& act, std::uint32_t role = SYSMAINT_ROLE_HANDLER)
+    sysmaint_subscription* subscribe(Receive& receive, std::uint32_t role = SYSMAINT_ROLE_HANDLER)
     {
         sysmaint_subscription* made = nullptr;
-        EXPECT_EQ(sysmaint_topic_subscribe(topic, role, &Act::onMessage, &act, &made), 0);
+        EXPECT_EQ(sysmaint_topic_subscribe(topic, role, &Receive::call, &receive, &made), 0);
         return made;
     }
     std::int32_t send(sysmaint_message* message, sysmaint_message* reply = nullptr)
@@ -75,8 +59,7 @@ TEST_F(CPool, RunsWorkWithItsArgumentsAndKeepsItsResult)
     ASSERT_EQ(sysmaint_message_set_number(arguments, L"limit", 5), 0);
     std::uint32_t limit = 0;
     sysmaint_message* stale = nullptr;
-    Act act;
-    act.work = [&](const sysmaint_work& running) {
+    Act act{[&](const sysmaint_work& running) {
         const wchar_t* name = nullptr;
         const void* bytes = nullptr;
         std::uint64_t size = 0;
@@ -85,7 +68,7 @@ TEST_F(CPool, RunsWorkWithItsArgumentsAndKeepsItsResult)
         EXPECT_EQ(sysmaint_message_parameter_at(running.arguments, 1, &name, &bytes, &size), 259);
         stale = running.arguments;
         return 4711;
-    };
+    }};
     std::int32_t result = 0;
     std::int32_t running = 9;
     void* instance = nullptr;
@@ -106,11 +89,10 @@ TEST_F(CPool, RunsWorkWithItsArgumentsAndKeepsItsResult)
 TEST_F(CPool, CancelsSuspendsAndIsClosedByItsOwnWork)
 {
     std::atomic<int> runs{0};
-    Act act;
-    act.work = [&](const sysmaint_work& running) {
+    Act act{[&](const sysmaint_work& running) {
         ++runs;
         return WaitForSingleObject(running.cancel_event, 20000) == WAIT_OBJECT_0 ? ERROR_CANCELLED : 1;
-    };
+    }};
     const sysmaint_category_options suspended{sizeof suspended, 1, 1, 0, 0};
     std::int32_t result = 0;
     expectCodes({
@@ -126,7 +108,7 @@ TEST_F(CPool, CancelsSuspendsAndIsClosedByItsOwnWork)
     EXPECT_EQ(result, ERROR_CANCELLED);
 
     std::atomic<std::int32_t> closed{-1};
-    act.work = [&](const sysmaint_work&) {
+    act.act = [&](const sysmaint_work&) {
         closed = sysmaint_pool_close(pool);
         return 0;
     };
@@ -140,23 +122,19 @@ TEST_F(CPool, CancelsSuspendsAndIsClosedByItsOwnWork)
 TEST_F(CTopic, DeliversToCallbacksWithReplyAndValue)
 {
     std::vector<std::uint32_t> values;
-    Act twice;
-    twice.message = [&](const sysmaint_delivery& delivery) {
+    Receive twice{[&](const sysmaint_delivery& delivery) {
         std::uint32_t number = 0;
         const std::int32_t code = sysmaint_message_number(delivery.message, L"n", &number);
-        if (code == 0) {
-            EXPECT_EQ(sysmaint_message_set_number(delivery.reply, L"n", 2 * number), 0);
-        }
+        EXPECT_TRUE(code != 0 || sysmaint_message_set_number(delivery.reply, L"n", 2 * number) == 0);
         if (delivery.has_value != 0)
             values.push_back(delivery.value);
         return code;
-    };
-    Act limit;
-    limit.message = [](const sysmaint_delivery& delivery) {
+    }};
+    Receive limit{[](const sysmaint_delivery& delivery) {
         std::uint32_t number = 0;
         sysmaint_message_number(delivery.message, L"n", &number);
         return number > 100 ? 4711 : 0;
-    };
+    }};
     sysmaint_subscription* const handler = subscribe(twice);
     sysmaint_subscription* const filter = subscribe(limit, SYSMAINT_ROLE_FILTER);
     sysmaint_message* const message = makeMessage(SYSMAINT_MESSAGE_PARAMETERS);
@@ -198,8 +176,7 @@ TEST_F(CTopic, CallbacksEndTheirSubscriptionWhileOthersDeliver)
     for (int round = 0; round < 200; ++round) {
         std::atomic<int> calls{0};
         std::atomic<sysmaint_subscription*> subscription{nullptr};
-        Act act;
-        act.message = [&](const sysmaint_delivery& delivery) {
+        Receive receive{[&](const sysmaint_delivery& delivery) {
             ++calls;
             EXPECT_EQ(sysmaint_message_close(delivery.message), 0);
             EXPECT_EQ(sysmaint_message_close(delivery.reply), 0);
@@ -208,22 +185,21 @@ TEST_F(CTopic, CallbacksEndTheirSubscriptionWhileOthersDeliver)
             const std::int32_t code = sysmaint_topic_unsubscribe(subscription, SYSMAINT_INFINITE);
             EXPECT_TRUE(code == 0 || code == ERROR_INVALID_HANDLE) << code;
             return 0;
-        };
+        }};
         std::thread senders[2];
         for (std::thread& sender : senders)
             sender = std::thread([&] {
                 for (int sent = 0; sent < 20; ++sent)
                     EXPECT_EQ(send(message), 0);
             });
-        subscription = subscribe(act);
+        subscription = subscribe(receive);
         for (std::thread& sender : senders)
             sender.join();
         EXPECT_EQ(send(message), 0);
         EXPECT_LE(calls, 3);
         EXPECT_EQ(sysmaint_topic_unsubscribe(subscription, 0), ERROR_INVALID_HANDLE);
     }
-    Act closing;
-    closing.message = [&](const sysmaint_delivery&) { return sysmaint_topic_close(topic); };
+    Receive closing{[&](const sysmaint_delivery&) { return sysmaint_topic_close(topic); }};
     sysmaint_subscription* const last = subscribe(closing);
     EXPECT_EQ(send(message), 0);
     EXPECT_EQ(send(message), ERROR_INVALID_HANDLE); // though the subscription holds the topic itself

@@ -16,22 +16,8 @@ inline std::int32_t onFound(void* context, const sysmaint_found* found)
         *static_cast<std::wstring*>(context) += found->path;
     return 0;
 }
-inline std::int32_t onProgress(void*, const sysmaint_wipe_progress*)
-{
-    return 0;
-}
-inline std::int32_t onWork(void*, const sysmaint_work*)
-{
-    return 0;
-}
-inline std::int32_t onMessage(void*, const sysmaint_delivery*)
-{
-    return 0;
-}
-inline std::int32_t onHive(void*, const sysmaint_hive*)
-{
-    return 0;
-}
+/// A callback that goes on, whatever it is told.
+inline constexpr auto ignore = [](void*, const auto*) -> std::int32_t { return 0; };
 
 /// What a function has dumped.
 struct Bytes
@@ -45,12 +31,10 @@ struct Objects
 {
     Objects()
     {
-        RegCreateKeyW(HKEY_CURRENT_USER, kKey, &hkey);
-        RegSetValueExW(hkey, L"v", 0, REG_BINARY, reinterpret_cast<const BYTE*>("xy"), 2);
+        RegSetKeyValueW(HKEY_CURRENT_USER, kKey, L"v", REG_BINARY, "xy", 2);
         SetEnvironmentVariableW(L"sysmaint_c", L"\x00E4");
         SetEnvironmentVariableW(L"SYSMAINT_TOOL_RECORD", saved.c_str());
-        RegCreateKeyW(HKEY_LOCAL_MACHINE, kHives, &hives);
-        RegSetValueExW(hives, L"a", 0, REG_SZ, reinterpret_cast<const BYTE*>(L"a"), 4);
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kHives, L"a", REG_SZ, L"a", 4);
         makeItems();
         makeMessages();
         makeHives();
@@ -93,7 +77,14 @@ struct Objects
     {
         newPool();
         sysmaint_pool_create_category(madePool, &category, &noThreads);
-        sysmaint_pool_queue(madePool, &work, &onWork, nullptr, nullptr, 0, &handle);
+        sysmaint_pool_queue(madePool, &work, ignore, nullptr, nullptr, 0, &handle);
+    }
+    /// What a row may have made and not closed; null and closed handles are refused.
+    void giveBackMade()
+    {
+        const auto each = [](auto*&... made) { (giveBack(std::exchange(made, nullptr)), ...); };
+        each(rules, madeFtp, item, shared, madeScan, madeWiper, message, madePool, madeTopic, subscription,
+             madeKey, madeReporter);
     }
     void oneElement()
     {
@@ -107,7 +98,6 @@ struct Objects
     std::wstring found;
     std::string longer;
     const std::wstring hiveFile = folder.at(L"hive"), saved = folder.at(L"saved");
-    HKEY hkey = nullptr, hives = nullptr;
     sysmaint_validator *validator = nullptr, *spareRules = nullptr, *rules = nullptr;
     sysmaint_ftp *ftp = nullptr, *madeFtp = nullptr;
     sysmaint_item *file = nullptr, *folderItem = nullptr, *key = nullptr, *value = nullptr,
@@ -265,8 +255,6 @@ inline Objects::~Objects()
              ruleBytes.data, itemBytes.data, messageBytes.data, hiveBytes.data);
     for (const void* memory : std::initializer_list<const void*>{processes, threads, modules})
         utilsFreeMemory(const_cast<void*>(memory));
-    RegDeleteValueW(hives, L"a");
-    RegCloseKey(hives);
-    RegCloseKey(hkey);
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kHives, L"a");
     RegDeleteTreeW(HKEY_CURRENT_USER, kKey);
 }

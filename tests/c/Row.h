@@ -310,55 +310,38 @@ struct Row
           })
     {
     }
-    Row&& from(void (*does)(Objects&)) &&
-    {
-        before = does;
-        return std::move(*this);
-    }
-    Row&& then(void (*does)(Objects&)) &&
-    {
-        after = does;
-        return std::move(*this);
-    }
+    using Step = void (*)(Objects&);
+    Row&& from(Step does) && { return with(before, does); }
+    Row&& then(Step does) && { return with(after, does); }
+    Row&& giving(std::int32_t returned) && { return with(code, returned); }
     /// What its outputs are, the tests' folder left out.
-    Row&& tells(std::string_view outputs) &&
-    {
-        told = outputs;
-        return std::move(*this);
-    }
+    Row&& tells(std::string_view outputs) && { return with(told, outputs); }
     /// What something else says after the call.
     Row&& leaves(std::string (*of)(Objects&), std::string_view expected) &&
     {
         looksAt = of;
-        left = expected;
-        return std::move(*this);
+        return with(left, expected);
     }
-    Row&& giving(std::int32_t returned) &&
-    {
-        code = returned;
-        return std::move(*this);
-    }
-
     /// Without memory for something that it can do without, it returns the same.
-    Row&& coping() &&
-    {
-        copes = true;
-        return std::move(*this);
-    }
+    Row&& coping() && { return with(copes, true); }
 
     std::int32_t run(Objects& objects, long failing = 0) const
     {
         before(objects);
         const std::int32_t returned = call(*this, objects, failing);
-        after(objects);
+        finish(objects);
         return returned;
+    }
+    void finish(Objects& objects) const
+    {
+        after(objects);
+        objects.giveBackMade();
     }
 
     const char* name;
     std::function<void(Objects&)> refuse;
     std::function<std::int32_t(const Row&, Objects&, long)> call;
-    void (*before)(Objects&) = [](Objects&) {};
-    void (*after)(Objects&) = [](Objects&) {};
+    Step before = [](Objects&) {}, after = [](Objects&) {};
     std::int32_t code = ERROR_SUCCESS;
     bool copes = false;
     std::string_view told;
@@ -366,6 +349,12 @@ struct Row
     std::string_view left;
 
 private:
+    template <class Member>
+    Row&& with(Member& member, Member value)
+    {
+        member = value;
+        return std::move(*this);
+    }
     void checkOutcome(Objects& objects, std::string outputs) const
     {
         const std::string folder = utf8(objects.folder.path());

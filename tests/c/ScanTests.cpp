@@ -1,23 +1,6 @@
 #include "c/Calls.h"
 
 namespace {
-/// A callback's record of what was found, and what it returns or does.
-struct Finds
-{
-    std::multiset<std::wstring> names; // "D" for a folder or key, "?" for one that could not be listed
-    std::function<std::int32_t(const sysmaint_found&)> act = [](const sysmaint_found&) { return 0; };
-
-    static std::int32_t find(void* context, const sysmaint_found* found)
-    {
-        auto& self = *static_cast<Finds*>(context);
-        EXPECT_EQ(found->size, sizeof *found);
-        const std::wstring path = found->path;
-        const wchar_t* const kinds[] = {L"", L"D", L"?"};
-        self.names.insert(kinds[found->kind] + path.substr(path.rfind(L'\\') + 1));
-        return self.act(*found);
-    }
-};
-
 class CScan : public testing::Test
 {
 protected:
@@ -34,77 +17,80 @@ protected:
 
     std::int32_t run(sysmaint_validator* validator = nullptr, void* event = nullptr)
     {
-        finds.names.clear();
-        return sysmaint_scan_run(scan, nullptr, validator, event, &Finds::find, &finds);
+        names.clear();
+        return sysmaint_scan_run(scan, nullptr, validator, event, &find.call, &find);
     }
 
     const Folder folder;
     sysmaint_scan* scan = nullptr;
-    Finds finds;
     using Names = std::multiset<std::wstring>;
+    Names names; // that were found; "D" for a folder or key, "?" for one that could not be listed
+    std::function<std::int32_t(const sysmaint_found&)> act = [](const sysmaint_found&) { return 0; };
+    Callback<sysmaint_found> find{[this](const sysmaint_found& found) {
+        const std::wstring path = found.path;
+        const wchar_t* const kinds[] = {L"", L"D", L"?"};
+        names.insert(kinds[found.kind] + path.substr(path.rfind(L'\\') + 1));
+        return act(found);
+    }};
 };
 } // namespace
 
 TEST_F(CScan, ReportsWhatTheValidatorAcceptsDownToTheDepth)
 {
     EXPECT_EQ(run(), 0);
-    EXPECT_EQ(finds.names, (Names{L"Dsub", L"one.tmp", L"two.tmp", L"three.txt"}));
+    EXPECT_EQ(names, (Names{L"Dsub", L"one.tmp", L"two.tmp", L"three.txt"}));
     const sysmaint_scan_options options{sizeof options, 1};
-    finds.names.clear();
-    EXPECT_EQ(sysmaint_scan_run(scan, &options, nullptr, nullptr, &Finds::find, &finds), 0);
-    EXPECT_EQ(finds.names, (Names{L"Dsub", L"one.tmp"}));
+    names.clear();
+    EXPECT_EQ(sysmaint_scan_run(scan, &options, nullptr, nullptr, &find.call, &find), 0);
+    EXPECT_EQ(names, (Names{L"Dsub", L"one.tmp"}));
 
     sysmaint_validator* validator = nullptr;
     ASSERT_EQ(sysmaint_validator_create(L"*.tmp", nullptr, &validator), 0);
     // In use, it cannot be changed; closed, the run goes on with it.
-    finds.act = [&](const sysmaint_found& found) {
-        EXPECT_EQ(sysmaint_validator_clear(validator), finds.names.size() == 1 ? ERROR_BUSY : 6);
-        if (finds.names.size() == 1) {
-            EXPECT_EQ(sysmaint_validator_close(validator), 0);
-        }
+    act = [&](const sysmaint_found& found) {
+        EXPECT_EQ(sysmaint_validator_clear(validator), names.size() == 1 ? ERROR_BUSY : 6);
+        EXPECT_TRUE(names.size() != 1 || sysmaint_validator_close(validator) == 0);
         EXPECT_EQ(found.code, 0);
         return 0;
     };
     EXPECT_EQ(run(validator), 0);
-    EXPECT_EQ(finds.names, (Names{L"Dsub", L"one.tmp", L"two.tmp"}));
+    EXPECT_EQ(names, (Names{L"Dsub", L"one.tmp", L"two.tmp"}));
 
-    finds.act = [](const sysmaint_found&) { return 0; };
+    act = [](const sysmaint_found&) { return 0; };
     EXPECT_EQ(sysmaint_scan_add_folder(scan, folder.at(L"missing").c_str(), 0), 0);
     EXPECT_EQ(run(), ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(finds.names.count(L"?missing"), 1U);
+    EXPECT_EQ(names.count(L"?missing"), 1U);
     EXPECT_EQ(sysmaint_scan_clear(scan), 0);
     EXPECT_EQ(run(), 0);
-    EXPECT_TRUE(finds.names.empty());
+    EXPECT_TRUE(names.empty());
 }
 
 TEST_F(CScan, StopsByTheCallbacksResultOrTheEvent)
 {
     for (const std::int32_t result : {4711, 1223, -5}) {
-        finds.act = [&](const sysmaint_found&) { return result; };
+        act = [&](const sysmaint_found&) { return result; };
         EXPECT_EQ(run(), result);
-        EXPECT_EQ(finds.names.size(), 1U);
+        EXPECT_EQ(names.size(), 1U);
     }
     void* const event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    finds.act = [&](const sysmaint_found&) { return SetEvent(event) ? 0 : 1; };
+    act = [&](const sysmaint_found&) { return SetEvent(event) ? 0 : 1; };
     EXPECT_EQ(run(nullptr, event), ERROR_CANCELLED);
-    EXPECT_EQ(finds.names.size(), 1U);
+    EXPECT_EQ(names.size(), 1U);
     CloseHandle(event);
 }
 
 // A callback may end, change and repeat what calls it.
 TEST_F(CScan, SurvivesACallbackThatClosesIt)
 {
-    finds.act = [&](const sysmaint_found& found) {
-        EXPECT_EQ(sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &Finds::find, &finds),
-                  finds.names.size() == 1 ? ERROR_BUSY : ERROR_INVALID_HANDLE);
-        if (finds.names.size() == 1) {
-            EXPECT_EQ(sysmaint_scan_close(scan), 0);
-        }
+    act = [&](const sysmaint_found& found) {
+        EXPECT_EQ(sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &find.call, &find),
+                  names.size() == 1 ? ERROR_BUSY : ERROR_INVALID_HANDLE);
+        EXPECT_TRUE(names.size() != 1 || sysmaint_scan_close(scan) == 0);
         EXPECT_EQ(sysmaint_item_close(found.item), 0);
         return 0;
     };
     EXPECT_EQ(run(), 0);
-    EXPECT_EQ(finds.names.size(), 4U);
+    EXPECT_EQ(names.size(), 4U);
     EXPECT_EQ(run(), ERROR_INVALID_HANDLE);
 }
 
@@ -113,7 +99,7 @@ TEST_F(CScan, ItemsAreUsedInTheCallbackAndKeptBeyondIt)
     std::map<std::wstring, std::uint64_t> sizes;
     sysmaint_item* stale = nullptr;
     sysmaint_item* kept = nullptr;
-    finds.act = [&](const sysmaint_found& found) {
+    act = [&](const sysmaint_found& found) {
         std::uint64_t size = 0;
         std::int32_t has = 9;
         std::uint32_t type = 0, level = 9;
@@ -127,13 +113,10 @@ TEST_F(CScan, ItemsAreUsedInTheCallbackAndKeptBeyondIt)
         }
         EXPECT_EQ(sysmaint_item_size(found.item, &size), 0);
         sizes[found.path] = size;
-        if (stale != nullptr) { // the file before, never this one
-            EXPECT_EQ(sysmaint_item_delete(stale, nullptr), ERROR_INVALID_HANDLE);
-        }
+        // The file before, never this one.
+        EXPECT_TRUE(stale == nullptr || sysmaint_item_delete(stale, nullptr) == ERROR_INVALID_HANDLE);
         stale = found.item;
-        if (size == 5) {
-            EXPECT_EQ(sysmaint_item_keep(found.item, &kept), 0);
-        }
+        EXPECT_TRUE(size != 5 || sysmaint_item_keep(found.item, &kept) == 0);
         return size == 7 ? sysmaint_item_delete(found.item, nullptr) : 0;
     };
     EXPECT_EQ(run(), 0);

@@ -7,50 +7,41 @@ namespace {
 constexpr std::uint32_t kLong = 60000;
 
 /// A topic with a callback that keeps the number of each message, a text and a number in it as a line.
-class Topic
+struct Topic
 {
-public:
-    explicit Topic(const wchar_t* name, const wchar_t* text = nullptr, const wchar_t* number = nullptr)
-        : m_text(text), m_number(number)
+    explicit Topic(const wchar_t* name, const wchar_t* textName = nullptr,
+                   const wchar_t* numberName = nullptr)
+        : take{[=, this](const sysmaint_delivery& delivery) {
+              sysmaint_message_info info{sizeof info, 0, 0, 0, nullptr};
+              const wchar_t* text = L"";
+              std::uint32_t number = 0;
+              EXPECT_EQ(sysmaint_message_get_info(delivery.message, &info), 0);
+              if (textName != nullptr) {
+                  EXPECT_EQ(sysmaint_message_text(delivery.message, textName, &text), 0);
+                  EXPECT_EQ(sysmaint_message_number(delivery.message, numberName, &number), 0);
+              }
+              lines.push_back(std::to_wstring(info.id) + L' ' + text + L' ' + std::to_wstring(number));
+              return 0;
+          }}
     {
         EXPECT_EQ(sysmaint_topic_create(name, &handle), 0);
-        EXPECT_EQ(sysmaint_topic_subscribe(handle, SYSMAINT_ROLE_HANDLER, &take, this, &m_subscription), 0);
+        EXPECT_EQ(sysmaint_topic_subscribe(handle, SYSMAINT_ROLE_HANDLER, &take.call, &take, &subscription),
+                  0);
     }
-    Topic(const Topic&) = delete;
-    Topic& operator=(const Topic&) = delete;
+    Topic(Topic&&) = delete;
     ~Topic()
     {
-        EXPECT_EQ(sysmaint_topic_unsubscribe(m_subscription, kLong), 0);
+        EXPECT_EQ(sysmaint_topic_unsubscribe(subscription, kLong), 0);
         EXPECT_EQ(sysmaint_topic_close(handle), 0);
     }
 
+    Callback<sysmaint_delivery> take;
     sysmaint_topic* handle = nullptr;
+    sysmaint_subscription* subscription = nullptr;
     std::vector<std::wstring> lines;
-
-private:
-    static std::int32_t take(void* context, const sysmaint_delivery* delivery)
-    {
-        auto& self = *static_cast<Topic*>(context);
-        sysmaint_message_info info{sizeof info, 0, 0, 0, nullptr};
-        EXPECT_EQ(sysmaint_message_get_info(delivery->message, &info), 0);
-        const wchar_t* text = L"";
-        std::uint32_t number = 0;
-        if (self.m_text != nullptr) {
-            EXPECT_EQ(sysmaint_message_text(delivery->message, self.m_text, &text), 0);
-            EXPECT_EQ(sysmaint_message_number(delivery->message, self.m_number, &number), 0);
-        }
-        self.lines.push_back(std::to_wstring(info.id) + L' ' + text + L' ' + std::to_wstring(number));
-        return 0;
-    }
-
-    const wchar_t* m_text;
-    const wchar_t* m_number;
-    sysmaint_subscription* m_subscription = nullptr;
 };
 using Lines = std::vector<std::wstring>;
-} // namespace
 
-namespace {
 /// A server, its client, and the server's end of that.
 class CConnection : public testing::Test
 {

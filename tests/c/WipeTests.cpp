@@ -3,23 +3,6 @@
 namespace {
 constexpr std::size_t kChunk = 1048576;
 
-/// A callback's record of the calls, and what it returns or does.
-struct Progress
-{
-    std::vector<std::uint64_t> done;
-    std::int32_t result = 0;
-    std::function<void()> act = [] {};
-
-    static std::int32_t tell(void* context, const sysmaint_wipe_progress* progress)
-    {
-        auto& self = *static_cast<Progress*>(context);
-        EXPECT_EQ(progress->size, sizeof *progress);
-        self.done.push_back(progress->done);
-        self.act();
-        return self.result;
-    }
-};
-
 class CWipe : public testing::Test
 {
 protected:
@@ -29,13 +12,20 @@ protected:
     std::int32_t wipe(const std::wstring& path, sysmaint_validator* validator = nullptr)
     {
         return sysmaint_wiper_wipe(wiper, SYSMAINT_WIPE_FILE, path.c_str(), &options, validator, nullptr,
-                                   &Progress::tell, &progress);
+                                   &progress.call, &progress);
     }
 
     const Folder folder;
     sysmaint_wiper* wiper = nullptr;
     sysmaint_wipe_options options{sizeof options, SYSMAINT_WIPE_ZEROS, 1, 0, 2 * kChunk};
-    Progress progress;
+    std::vector<std::uint64_t> done; // at each call
+    std::int32_t result = 0;
+    std::function<void()> act = [] {};
+    Callback<sysmaint_wipe_progress> progress{[this](const sysmaint_wipe_progress& told) {
+        done.push_back(told.done);
+        act();
+        return result;
+    }};
 };
 } // namespace
 
@@ -49,7 +39,7 @@ TEST_F(CWipe, WipesWhatTheValidatorAcceptsAndTellsItsCallback)
     EXPECT_EQ(wipe(kept, validator), 0);
     EXPECT_FALSE(Folder::isThere(gone));
     EXPECT_TRUE(Folder::isThere(kept));
-    EXPECT_EQ(progress.done, (std::vector<std::uint64_t>{kChunk, 2 * kChunk}));
+    EXPECT_EQ(done, (std::vector<std::uint64_t>{kChunk, 2 * kChunk}));
 
     EXPECT_EQ(sysmaint_validator_close(validator), 0);
     EXPECT_EQ(wipe(kept, validator), ERROR_INVALID_HANDLE);
@@ -59,16 +49,16 @@ TEST_F(CWipe, WipesWhatTheValidatorAcceptsAndTellsItsCallback)
 // The caller's refusal ends the call as an event would: the file goes, and waits for no restart.
 TEST_F(CWipe, ACallbackStopsTheCallWithItsResultAndMayCloseTheWiper)
 {
-    progress.result = 4711;
+    result = 4711;
     const std::wstring path = folder.file(L"stopped.bin", 2 * kChunk);
-    progress.act = [&] {
+    act = [&] {
         EXPECT_EQ(wipe(path), ERROR_BUSY);
         sysmaint_wiper* const closed = wiper;
         EXPECT_EQ(sysmaint_wiper_close(wiper), 0);
         EXPECT_EQ(sysmaint_wiper_close(closed), ERROR_INVALID_HANDLE);
     };
     EXPECT_EQ(wipe(path), 4711);
-    EXPECT_EQ(progress.done.size(), 1U);
+    EXPECT_EQ(done.size(), 1U);
     EXPECT_FALSE(Folder::isThere(path));
     EXPECT_EQ(ForceDeleteIsScheduled(path.c_str()), 0);
 }

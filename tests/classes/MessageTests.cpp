@@ -227,10 +227,7 @@ TEST(Messages, HostileBytes)
         {0}, {1}, {-1}, Bytes(4, '\0'), "\xFE\xFF\xFF\x7F", Bytes(4, '\xFF'), Bytes(8, '\xFF')};
     std::size_t largest = 0;
     const Replaced<"HeapAlloc", decltype(&HeapAlloc)> allocations(
-        [&](auto original, HANDLE heap, DWORD flags, SIZE_T size) {
-            largest = std::max<std::size_t>(largest, size);
-            return original(heap, flags, size);
-        });
+        before([&](HANDLE, DWORD, SIZE_T size) { largest = std::max<std::size_t>(largest, size); }));
     for (const Bytes& whole : {dumpOf(samples.hash), dumpOf(samples.data), dumpOf(samples.array),
                                dumpOf(samples.narrow), dumpOf(MessageA("topic", 1))})
         for (std::size_t at = 0; at < whole.size(); ++at)

@@ -6,6 +6,23 @@
 
 using ConnectionHandle = SmartHandle<CloseConnection>;
 
+template <class Number>
+std::string bytesOf(Number value)
+{
+    return {reinterpret_cast<const char*>(&value), sizeof value};
+}
+inline std::string dumped(const SerializableW& message)
+{
+    MemoryOutputByteStream stream;
+    EXPECT_EQ(message.dump(0, stream), ERROR_SUCCESS);
+    return {reinterpret_cast<const char*>(stream.getData()), stream.getSize()};
+}
+/// A message as it is sent.
+inline std::string framed(std::uint32_t messageClass, const std::string& body)
+{
+    return bytesOf(static_cast<std::uint32_t>(body.size())) + bytesOf(messageClass) + body;
+}
+
 /// A server, a client of it, and the server's end of that, over a pipe or a socket.
 struct Connected
 {

@@ -15,8 +15,7 @@ public:
         EXPECT_EQ(ConnectionGetPort(m_server.get(), &m_port), ERROR_SUCCESS);
         m_thread = std::thread([this] { serve(); });
     }
-    LookupServer(const LookupServer&) = delete;
-    LookupServer& operator=(const LookupServer&) = delete;
+    LookupServer(LookupServer&&) = delete;
     ~LookupServer()
     {
         m_stopping = true;

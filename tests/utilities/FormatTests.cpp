@@ -2,6 +2,8 @@
 #include "support/Utilities.h"
 
 namespace {
+using Texts = std::vector<std::wstring>; // what several calls returned
+using Numbers = std::vector<long long>;
 constexpr unsigned long long kMost = ~0ULL;
 const auto size = asText(FormatByteSize);
 const auto count = asText(FormatCount);
@@ -25,30 +27,19 @@ TEST(Formatting, OfNumbersIsTheLocales)
                                                       : kind == LOCALE_STHOUSAND ? L"."
                                                                                  : grouping.c_str())));
     });
-    EXPECT_EQ(size(0, 2), L"0 bytes");
-    EXPECT_EQ(size(1, 2), L"1 byte");
-    EXPECT_EQ(size(1023, 0), L"1.023 bytes");
-    EXPECT_EQ(size(1024, 1), L"1,0 KiB");
-    EXPECT_EQ(size(1048575, 3), L"1.023,999 KiB");
-    EXPECT_EQ(size(1048576 * 3 / 2, 0), L"1 MiB");
-    EXPECT_EQ(size(kMost, 3), L"15,999 EiB");
-    EXPECT_EQ(count(999), L"999");
-    EXPECT_EQ(count(kMost), L"18.446.744.073.709.551.615");
-    EXPECT_EQ(duration(0), L"0,0 s");
-    EXPECT_EQ(duration(59999), L"59,9 s");
-    EXPECT_EQ(duration(60000), L"1 min 00 s");
-    EXPECT_EQ(duration(3599999), L"59 min 59 s");
-    EXPECT_EQ(duration(3600000), L"1 h 00 min");
-    EXPECT_EQ(duration(90000000), L"1 d 01 h");
-    EXPECT_EQ(duration(kMost), L"213.503.982.334 d 14 h");
-    EXPECT_EQ(percent(1, 3), L"33,3%");
-    for (const std::wstring& nearly : {percent(999999, 1000000), percent(kMost - 1, kMost)})
-        EXPECT_EQ(nearly, L"99,9%");
-    EXPECT_EQ(percent(kMost, kMost), L"100,0%");
-    EXPECT_EQ(percent(3, 2), L"150,0%");
-    EXPECT_EQ(percent(kMost, 1), L"code 534");
-    for (const std::wstring& wrong : {size(1, 4), percent(0, 0)})
-        EXPECT_EQ(wrong, L"code 87");
+    EXPECT_EQ((Texts{size(0, 2), size(1, 2), size(1023, 0), size(1024, 1), size(1048575, 3),
+                     size(1048576 * 3 / 2, 0), size(kMost, 3)}),
+              (Texts{L"0 bytes", L"1 byte", L"1.023 bytes", L"1,0 KiB", L"1.023,999 KiB", L"1 MiB",
+                     L"15,999 EiB"}));
+    EXPECT_EQ((Texts{count(999), count(kMost)}), (Texts{L"999", L"18.446.744.073.709.551.615"}));
+    EXPECT_EQ((Texts{duration(0), duration(59999), duration(60000), duration(3599999), duration(3600000),
+                     duration(90000000), duration(kMost)}),
+              (Texts{L"0,0 s", L"59,9 s", L"1 min 00 s", L"59 min 59 s", L"1 h 00 min", L"1 d 01 h",
+                     L"213.503.982.334 d 14 h"}));
+    EXPECT_EQ(
+        (Texts{percent(1, 3), percent(999999, 1000000), percent(kMost - 1, kMost), percent(kMost, kMost),
+               percent(3, 2), percent(kMost, 1), percent(0, 0), size(1, 4)}),
+        (Texts{L"33,3%", L"99,9%", L"99,9%", L"100,0%", L"150,0%", L"code 534", L"code 87", L"code 87"}));
     grouping = L"3;2;0"; // as in India
     EXPECT_EQ(count(123456789), L"12.34.56.789");
     grouping = L"3";
@@ -68,27 +59,22 @@ TEST(Formatting, OfTimesAndVersionsIsReadBack)
     }
     for (const unsigned long long never : {1ULL << 63U, 2650467744000000000ULL})
         EXPECT_EQ(text(never), L"code 87");
-    EXPECT_EQ(number(L"1970-01-01T00:00:00Z"), 116444736000000000);
-    EXPECT_EQ(number(L"1970-01-01T00:00:00.5Z"), 116444736005000000);
-    EXPECT_EQ(number(L"2024-02-29T12:00:00Z"), 133536816000000000);
+    EXPECT_EQ((Numbers{number(L"1970-01-01T00:00:00Z"), number(L"1970-01-01T00:00:00.5Z"),
+                       number(L"2024-02-29T12:00:00Z")}),
+              (Numbers{116444736000000000, 116444736005000000, 133536816000000000}));
     for (const wchar_t* wrong :
          {L"1600-12-31T23:59:59Z", L"2024-13-01T00:00:00Z", L"2024-00-01T00:00:00Z", L"2023-02-29T12:00:00Z",
           L"2024-02-28T24:00:00Z", L"1970-01-01 00:00:00Z", L"1970-01-01T00:00:00", L"1970-01-01T00:00:00.Z",
           L"1970-01-01T00:00:00.00000000Z", L""})
         EXPECT_EQ(number(wrong), -87) << utf8(wrong);
-    EXPECT_EQ(unix(0), 116444736000000000);
-    EXPECT_EQ(unix(-11644473600), 0);
-    for (const long long beyond : {-11644473601LL, 9223372036854775807LL})
-        EXPECT_EQ(unix(beyond), -534);
-    EXPECT_EQ(toUnix(0), -11644473600);
-    EXPECT_EQ(toUnix(116444736000000000 - 1), -1);
-    EXPECT_EQ(toUnix(1ULL << 63U), -87);
-    EXPECT_EQ(order(L"1.10", L"1.9"), 1);
-    EXPECT_EQ(order(L"1.2", L"1.2.0"), 0);
-    EXPECT_EQ(order(L"1.02", L"1.2"), 0);
-    EXPECT_EQ(order(L"99999999999999999999", L"99999999999999999998"), 1);
-    EXPECT_EQ(order(L"1.2.3", L"1.3"), -1);
-    EXPECT_EQ(order(L"1.2", L"1.3.x"), -87);
+    EXPECT_EQ((Numbers{unix(0), unix(-11644473600), unix(-11644473601), unix(9223372036854775807)}),
+              (Numbers{116444736000000000, 0, -534, -534}));
+    EXPECT_EQ((Numbers{toUnix(0), toUnix(116444736000000000 - 1), toUnix(1ULL << 63U)}),
+              (Numbers{-11644473600, -1, -87}));
+    EXPECT_EQ((Numbers{order(L"1.10", L"1.9"), order(L"1.2", L"1.2.0"), order(L"1.02", L"1.2"),
+                       order(L"99999999999999999999", L"99999999999999999998"), order(L"1.2.3", L"1.3"),
+                       order(L"1.2", L"1.3.x")}),
+              (Numbers{1, 0, 0, 1, -1, -87}));
     for (const wchar_t* wrong : {L"", L"1.", L"1..2"})
         EXPECT_EQ(order(wrong, L"1"), -87) << utf8(wrong);
 }

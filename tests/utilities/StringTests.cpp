@@ -1,6 +1,8 @@
 #include "support/Utilities.h"
 
 namespace {
+using Texts = std::vector<std::wstring>; // what several calls returned
+using Numbers = std::vector<long long>;
 constexpr wchar_t kLone[] = L"a\xD83D";
 constexpr auto kWhole = static_cast<size_t>(-1); // up to the text's end
 
@@ -41,24 +43,19 @@ std::wstring order(const wchar_t* first, const wchar_t* second)
 TEST(Strings, AreTrimmedReplacedSplitAndJoined)
 {
     const std::wstring million(1000000, L'x');
-    EXPECT_EQ(trim(L"  a b\t", L" \t"), L"a b");
-    for (const wchar_t* blank : {L"", L"   "})
-        EXPECT_EQ(trim(blank, L" "), L"");
-    EXPECT_EQ(trim(L" a ", L""), L" a ");
+    EXPECT_EQ((Texts{trim(L"  a b\t", L" \t"), trim(L"", L" "), trim(L"   ", L" "), trim(L" a ", L"")}),
+              (Texts{L"a b", L"", L"", L" a "}));
     EXPECT_EQ(trim(L"\U0001F600x\U0001F601", L"\U0001F600"), L"x\U0001F601"); // one half of it is in the set
     EXPECT_EQ(trim(kLone, L"\U0001F600"), kLone);
     EXPECT_EQ(trim((L" " + million).c_str(), L" "), million);
-    EXPECT_EQ(replace(L"aaa", L"aa", L"b", 0), L"ba");
-    EXPECT_EQ(replace(L"aAa", L"a", L"aa", 0), L"aaAaa");
-    EXPECT_EQ(replace(L"aÄa", L"ä", L"", 1), L"aa");
-    EXPECT_EQ(replace(L"aÄa", L"ä", L"", 0), L"aÄa");
-    EXPECT_EQ(replace(L"a", L"", L"b", 0), L"code 87");
-    EXPECT_EQ(split(L";a;;b", L";", 0), L"a|b|");
-    EXPECT_EQ(split(L";a;;b", L";", 1), L"|a||b|");
-    EXPECT_EQ(split(L"", L";", 0), L"");
-    EXPECT_EQ(split(L"", L";", 1), L"|");
-    EXPECT_EQ(split(L"a,b;c", L",;", 1), L"a|b|c|");
-    EXPECT_EQ(split(L"\U0001F600a\U0001F601b", L"\U0001F601", 0), L"\U0001F600a|b|");
+    EXPECT_EQ(
+        (Texts{replace(L"aaa", L"aa", L"b", 0), replace(L"aAa", L"a", L"aa", 0),
+               replace(L"aÄa", L"ä", L"", 1), replace(L"aÄa", L"ä", L"", 0), replace(L"a", L"", L"b", 0)}),
+        (Texts{L"ba", L"aaAaa", L"aa", L"aÄa", L"code 87"}));
+    EXPECT_EQ(
+        (Texts{split(L";a;;b", L";", 0), split(L";a;;b", L";", 1), split(L"", L";", 0), split(L"", L";", 1),
+               split(L"a,b;c", L",;", 1), split(L"\U0001F600a\U0001F601b", L"\U0001F601", 0)}),
+        (Texts{L"a|b|", L"|a||b|", L"", L"|", L"a|b|c|", L"\U0001F600a|b|"}));
     constexpr wchar_t kTwo[] = {L'a', 0, L'b', 0, 0};
     constexpr wchar_t kNone[2] = {};
     EXPECT_EQ(asText(StringJoinW)(&kTwo[0], L", "), L"a, b");
@@ -93,14 +90,10 @@ TEST(Strings, AreComparedAndSearched)
 
 TEST(Strings, BecomeNumbersHexAndArguments)
 {
-    EXPECT_EQ(number(L"9223372036854775807", 10), 9223372036854775807);
-    EXPECT_EQ(number(L"-9223372036854775808", 10), -9223372036854775807 - 1);
-    EXPECT_EQ(number(L"9223372036854775808", 10), -534);
-    EXPECT_EQ(number(L"-9223372036854775809", 0), -534);
-    EXPECT_EQ(number(L"0x7f", 0), 127);
-    EXPECT_EQ(number(L"-0X10", 16), -16);
-    EXPECT_EQ(number(L"z", 36), 35);
-    EXPECT_EQ(number(L"010", 0), 10);
+    EXPECT_EQ((Numbers{number(L"9223372036854775807", 10), number(L"-9223372036854775808", 10),
+                       number(L"9223372036854775808", 10), number(L"-9223372036854775809", 0),
+                       number(L"0x7f", 0), number(L"-0X10", 16), number(L"z", 36), number(L"010", 0)}),
+              (Numbers{9223372036854775807, -9223372036854775807 - 1, -534, -534, 127, -16, 35, 10}));
     for (const long long wrong : // the first one rather than too large
          {number(L"99999999999999999999x", 10), number(L"0x", 16), number(L"", 10), number(L"+", 10),
           number(L" 1", 10), number(L"12", 2), number(L"1", 1), number(L"1", 37)})
@@ -108,11 +101,8 @@ TEST(Strings, BecomeNumbersHexAndArguments)
     constexpr char kBytes[] = {0, '\xff', '\x1a'};
     EXPECT_EQ(asText(StringFormatHexW)(&kBytes[0], 3), L"00ff1a");
     EXPECT_EQ(asText(StringFormatHexW)("", kWhole), L"code 87");
-    EXPECT_EQ(quote(L"plain\\"), L"plain\\");
-    EXPECT_EQ(quote(L""), L"\"\"");
-    EXPECT_EQ(quote(L"a b\\"), L"\"a b\\\\\"");
-    EXPECT_EQ(quote(L"a\\\\b\"c"), LR"("a\\b\"c")");
-    EXPECT_EQ(quote(L"\\\""), LR"("\\\"")");
+    EXPECT_EQ((Texts{quote(L"plain\\"), quote(L""), quote(L"a b\\"), quote(L"a\\\\b\"c"), quote(L"\\\"")}),
+              (Texts{L"plain\\", L"\"\"", L"\"a b\\\\\"", LR"("a\\b\"c")", LR"("\\\"")"}));
 }
 
 // Finds what the standard library finds, for every short text and pattern; and in linear time where every

@@ -3,6 +3,7 @@
 #include "support/Utilities.h"
 
 namespace {
+using Numbers = std::vector<long long>; // what several calls returned
 constexpr unsigned long kOwn = 0xFFFFFFFF;
 constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
@@ -104,12 +105,13 @@ TEST(Security, TokensAndSids)
     }
     EXPECT_EQ(PrivilegeEnable(L"SeNoSuchPrivilege", &was), 1313);
     EXPECT_EQ(PrivilegeEnable(L"SeCreateTokenPrivilege", &was), 1300);
-    EXPECT_EQ(asNumber(PrivilegeIsHeld)(kPrivilege), 1);
-    EXPECT_EQ(asNumber(PrivilegeIsHeld)(L"SeCreateTokenPrivilege"), 0);
-    EXPECT_EQ(asNumber(TokenHasElevation)(nullptr), 1);
-    EXPECT_EQ(asNumber(TokenHasElevation)(kNoHandle), -6);
-    EXPECT_EQ(asNumber(TokenGetIntegrity)(nullptr), 0x3000);
-    EXPECT_EQ(asNumber(UserIsAdministrator)(), 1);
+    const auto isHeld = asNumber(PrivilegeIsHeld);
+    const auto isElevated = asNumber(TokenHasElevation);
+    EXPECT_EQ((Numbers{isHeld(kPrivilege), isHeld(L"SeCreateTokenPrivilege"), isElevated(nullptr),
+                       isElevated(kNoHandle)}),
+              (Numbers{1, 0, 1, -6}));
+    EXPECT_EQ((Numbers{asNumber(TokenGetIntegrity)(nullptr), asNumber(UserIsAdministrator)()}),
+              (Numbers{0x3000, 1}));
     const std::wstring sid = asText(SidOfCurrentUser)();
     Given<wchar_t> domain, name;
     unsigned long kind = 0;
@@ -162,8 +164,7 @@ TEST(Security, Ownership)
     EXPECT_EQ(asText(SecurityGetOwner)(L"HKCU\\not there", 1), L"code 2");
     EXPECT_EQ(asText(SecurityGetOwner)(L"not there", 2), L"code 1060");
     // An object without a list lets everybody in: a list with one entry would shut the others out.
-    std::tuple<SECURITY_INFORMATION, DWORD, bool>
-        made; // what was set, the entries, whether there is an owner
+    std::tuple<SECURITY_INFORMATION, DWORD, bool> made; // what, entries, whether there is an owner
     Replaced<"SetSecurityInfo", DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID, PSID, ACL*, ACL*)>
         set([&](auto, HANDLE, int, SECURITY_INFORMATION what, PSID owner, PSID, ACL* list, ACL*) -> DWORD {
             made = {what, list != nullptr ? list->AceCount : 0U, owner != nullptr};
@@ -191,27 +192,27 @@ TEST(Security, Ownership)
 TEST(Processes, AreRunAndTold)
 {
     unsigned long exitCode = 7;
-    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, nullptr, &exitCode), 0);
+    const auto run = [&](const std::wstring& program, const wchar_t* arguments, DWORD timeout = INFINITE,
+                         HANDLE cancel = nullptr) {
+        return ProcessRunAndWait(program.c_str(), arguments, timeout, cancel, &exitCode);
+    };
+    EXPECT_EQ(run(kShell, L"/c exit 9"), 0);
     EXPECT_EQ(exitCode, 9U);
-    EXPECT_EQ(ProcessRunAndWait(L"C:\\not there.exe", nullptr, INFINITE, nullptr, &exitCode), 2);
-    EXPECT_EQ(ProcessRunAndWait(kShell, std::wstring(32767, L'x').c_str(), 0, nullptr, &exitCode), 206);
-    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 9", INFINITE, kNoHandle, &exitCode), 6);
+    EXPECT_EQ(run(L"C:\\not there.exe", nullptr), 2);
+    EXPECT_EQ(run(kShell, std::wstring(32767, L'x').c_str(), 0), 206);
+    EXPECT_EQ(run(kShell, L"/c exit 9", INFINITE, kNoHandle), 6);
     for (const wchar_t* end : {L" ", L".", L". ."})
-        EXPECT_EQ(ProcessRunAndWait((kShell + std::wstring(end)).c_str(), L"/c exit 9", INFINITE, nullptr,
-                                    &exitCode),
-                  123);
+        EXPECT_EQ(run(kShell + std::wstring(end), L"/c exit 9"), 123);
     {
         const Replaced<"CreateProcessW", decltype(&CreateProcessW)> refusing(1, FALSE, ERROR_GEN_FAILURE);
-        EXPECT_EQ(ProcessRunAndWait(L"\\\\?\\C:\\tool.", nullptr, 0, nullptr, &exitCode), 31)
-            << "as it stands";
+        EXPECT_EQ(run(L"\\\\?\\C:\\tool.", nullptr, 0), 31) << "as it stands";
     }
     const TestEvent cancel;
-    EXPECT_EQ(ProcessRunAndWait(kShell, L"/c exit 1", 0, nullptr, &exitCode), 1460);
+    EXPECT_EQ(run(kShell, L"/c exit 1", 0), 1460);
     Replaced<"CreateProcessW", decltype(&CreateProcessW)> starts(
         [&](auto original, auto... all) { return cancel.set(), original(all...); });
     for (const long started : {1, 1}) { // the second time the cancel comes first
-        EXPECT_EQ(ProcessRunAndWait(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel.get(), &exitCode),
-                  1223);
+        EXPECT_EQ(run(kShell, L"/c ping -n 2 127.0.0.1", INFINITE, cancel.get()), 1223);
         EXPECT_EQ(starts.calls(), started);
     }
     const unsigned long self = GetCurrentProcessId();
@@ -339,10 +340,8 @@ TEST(Shell, FoldersRecycleBinAndIcons)
     EXPECT_EQ(FileReadAll(bitmap.c_str(), 100000, &content, &size), 0);
     EXPECT_EQ(size, 54U + 32 * 32 * 4);
     size_t seen = 0, colored = 0;
-    for (size_t i = 54; i + 3 < size; i += 4) {
-        seen += content[i + 3] != 0;
-        colored += content[i] != content[i + 2];
-    }
+    for (size_t i = 54; i + 3 < size; i += 4)
+        seen += content[i + 3] != 0, colored += content[i] != content[i + 2];
     EXPECT_TRUE(seen > 100 && seen < 1024 && colored > 50) << seen << ", " << colored;
     EXPECT_EQ(IconDestroy(icon), 0);
     EXPECT_EQ(IconDestroy(icon), 1402);
