@@ -275,7 +275,7 @@ private:
             return lastError();
         // The system suspends a thread some time after the call; getting its context waits for that moment.
         CONTEXT context{};
-        context.ContextFlags = CONTEXT_CONTROL | CONTEXT_INTEGER;
+        context.ContextFlags = CONTEXT_FULL;
         if (GetThreadContext(thread, &context) && !mayBlockProcessEnd(id) &&
             systemcode::isBesideLocks(context))
             return ERROR_SUCCESS;
