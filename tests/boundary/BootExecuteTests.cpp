@@ -59,8 +59,7 @@ TEST(BootExecuteChild, DISABLED_EditsBesideItsParent)
 TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
 {
     set(L"autocheck autochk *||");
-    const HANDLE child = startSelf(
-        {L"--gtest_filter=BootExecuteChild.*", L"--gtest_also_run_disabled_tests", L"--gtest_brief=1"});
+    const HANDLE child = startDisabled(L"--gtest_filter=BootExecuteChild.*");
     onThreadsAtOnce(2, [&](int number) {
         do
             editAs(L"thread " + std::to_wstring(number) + L" ");

@@ -114,8 +114,7 @@ TEST_F(BootListTest, ThreadsProcessesAndReadersLoseNoLine)
         expectLines(takeBootList(), {L"a", L"b"}, 3);
     }
 
-    const HANDLE child = startSelf(
-        {L"--gtest_also_run_disabled_tests", L"--gtest_brief=1", L"--gtest_filter=BootList.DISABLED_*"});
+    const HANDLE child = startDisabled(L"--gtest_filter=BootList.DISABLED_*");
     onThreadsAtOnce(3, [&](int thread) {
         while (thread == 2 && WaitForSingleObject(child, 1) == WAIT_TIMEOUT)
             readBytes(bootListPath());

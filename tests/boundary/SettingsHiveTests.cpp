@@ -8,9 +8,8 @@
 namespace {
 using Moves = Replaced<"MoveFileExW", decltype(&MoveFileExW)>;
 
-class SettingsHiveTest : public testing::Test
+struct SettingsHiveTest : testing::Test
 {
-protected:
     ~SettingsHiveTest() override
     {
         close();
@@ -498,9 +497,7 @@ TEST_F(SettingsHiveTest, ServesManyThreads)
     });
     EXPECT_EQ(save(), 0);
     open();
-    for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"}) {
-        const std::wstring names = values(key);
-        EXPECT_EQ(std::count(names.begin(), names.end(), L','), 99);
-    }
+    for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"})
+        EXPECT_EQ(std::ranges::count(values(key), L','), 99);
     EXPECT_EQ(entries(), L"settings.hive ");
 }
