@@ -30,7 +30,7 @@ TEST_F(BootRunTest, TakesListsAsTheyAre)
         {kHeader + line(L"report") + line(L"report") + line(L"folder"), line(L"folder"), false},
         {L"junk\r\n\r\n" + line(L"report"), L"junk\r\n", false},
         {kHeader + line(L"report") + half, half + L"?\r\n", false},
-        {kHeader + line(L"report") + half, half + L"?\r\n", true},
+        {kHeader + line(L"report") + half, half + L"x?\r\n", true}, // it is completed
         {kHeader + cut, cut + L"?\r\n", false},                     // a number may be cut off as well
         {kHeader + half + line(L"report"), half + L"?\r\n", false}, // and a line that came behind it
         {kHeader + cut + half + L"*File" + line(L"report") + half,

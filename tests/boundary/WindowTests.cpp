@@ -80,7 +80,8 @@ void suspendIn(const std::function<void()>& call, Collector& collector, bool isI
 /// Holds the loader lock of the process, unless another thread has it.
 struct LoaderLock
 {
-    LoaderLock() { LdrLockLoaderLock(2, &got, &cookie); }
+    /// Only if it is free, unless `waits`.
+    explicit LoaderLock(bool waits = false) { LdrLockLoaderLock(waits ? 0 : 2, &got, &cookie); }
     LoaderLock(LoaderLock&&) = delete;
     ~LoaderLock()
     {
@@ -362,7 +363,7 @@ TEST(Windows, QueuesButSuspendsNothingThatHoldsTheLoaderLock)
     Work other([&] { ++runs; });
     Work loading([&] {
         {
-            const LoaderLock lock;
+            const LoaderLock lock(true);
             locked.set();
             EXPECT_TRUE(mayUnlock.wait());
         }
@@ -510,7 +511,7 @@ TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
         const Multiple waits(
             failing(DWORD{WAIT_TIMEOUT}, 0, [&](DWORD, auto, BOOL, DWORD timeout) { return pass(timeout); }));
         {
-            const LoaderLock lock;
+            const LoaderLock lock(true);
             ASSERT_EQ(lock.got, 1U);
             topics ? topic.reset() : pool.close();
         }
