@@ -9,9 +9,8 @@ struct Case
     bool stays = true;       // the line
 };
 
-class BootLineTest : public BootRunTest
+struct BootLineTest : BootRunTest
 {
-protected:
     [[nodiscard]] std::vector<Case> cases() const
     {
         const std::wstring longName(255, L'n'), here = root.wstring() + L"\\report";
@@ -100,9 +99,8 @@ struct OddCase
     bool goes = false; // "report"; "folder\x" always does
 };
 
-class BootOddLineTest : public BootRunTest
+struct BootOddLineTest : BootRunTest
 {
-protected:
     [[nodiscard]] std::vector<OddCase> cases() const
     {
         const std::wstring cut = line(L"keep").substr(0, 21) + L"?\r\n";

@@ -3,60 +3,57 @@
 #include "engine/BootRun.h"
 #include "support/Test.h"
 
-/// Counts the native calls of a run. A test may inspect each before it is made, and answer it with a status
-/// instead.
-class WatchedApi
+template <auto Member, class Function>
+struct Hooked;
+template <auto Member, class... Arguments>
+struct Hooked<Member, native::Status(NTAPI*)(Arguments...)>
 {
-public:
-    /// Called with the call's number, from 1, and its function; returns the answer, or kGoOn to make the
-    /// call.
+    using Function = native::Status(NTAPI*)(Arguments...);
+    static native::Status NTAPI call(Arguments... arguments)
+    {
+        return hook(native::systemApi().*Member, arguments...);
+    }
+    static inline std::function<native::Status(Function, Arguments...)> hook;
+};
+
+/// The native calls of a run, each of which a test may take over.
+struct TestApi : native::Api
+{
+    TestApi() : native::Api(native::systemApi()) {}
+    TestApi(TestApi&&) = delete;
+
+    /// `hook` gets the system's function and the arguments.
+    template <auto Member>
+    void on(auto hook)
+    {
+        using Call = Hooked<Member, std::remove_reference_t<decltype(this->*Member)>>;
+        Call::hook = std::move(hook);
+        this->*Member = Call::call;
+    }
+    /// Counts the calls that have an effect. `hook` gets the call's number, from 1, and its function; returns
+    /// the answer, or kGoOn to make the call.
     static constexpr native::Status kGoOn = 0x40000000;
-    using Hook = std::function<native::Status(int call, const void* function)>;
-
-    explicit WatchedApi(Hook hook = nullptr) : m_hook(std::move(hook))
+    void onEach(auto hook)
     {
-        s_current = this;
-        using native::Api;
-        watch<&Api::createFile, &Api::readFile, &Api::writeFile, &Api::flushFile, &Api::queryFile,
-              &Api::setFile, &Api::queryVolume, &Api::queryAttributes, &Api::close, &Api::allocate,
-              &Api::delay>();
-    }
-    WatchedApi(WatchedApi&&) = delete;
-    ~WatchedApi() { s_current = nullptr; }
-
-    [[nodiscard]] int calls() const { return m_calls; }
-    native::Api api = native::systemApi(); ///< uncounted calls have no lasting effect
-
-private:
-    template <auto... Members>
-    void watch()
-    {
-        ((api.*Members = Watched<Members, std::remove_reference_t<decltype(api.*Members)>>::call), ...);
-    }
-    template <auto Member, class Function>
-    struct Watched;
-    template <auto Member, class... Arguments>
-    struct Watched<Member, native::Status(NTAPI*)(Arguments...)>
-    {
-        static native::Status NTAPI call(Arguments... arguments)
+        const auto watch = [&]<auto... Members>()
         {
-            const auto original = native::systemApi().*Member;
-            const native::Status answer =
-                s_current->m_hook ? s_current->m_hook(++s_current->m_calls, reinterpret_cast<void*>(original))
-                                  : (++s_current->m_calls, kGoOn);
-            return answer == kGoOn ? original(arguments...) : answer;
-        }
-    };
-
-    static inline WatchedApi* s_current = nullptr;
-    Hook m_hook;
-    int m_calls = 0;
+            (on<Members>([this, hook](auto original, auto... arguments) mutable {
+                 const native::Status answer = hook(++calls, reinterpret_cast<const void*>(original));
+                 return answer == kGoOn ? original(arguments...) : answer;
+             }),
+             ...);
+        };
+        using native::Api;
+        watch.template operator()<&Api::createFile, &Api::readFile, &Api::writeFile, &Api::flushFile,
+                                  &Api::queryFile, &Api::setFile, &Api::queryVolume, &Api::queryAttributes,
+                                  &Api::close, &Api::allocate, &Api::delay>();
+    }
+    int calls = 0;
 };
 
 /// A folder with its own Windows folder and some files, which are checked after each run.
-class BootRunTest : public testing::Test
+struct BootRunTest : testing::Test
 {
-protected:
     using Files = std::map<std::wstring, std::string>;
 
     BootRunTest()

@@ -67,20 +67,20 @@ TEST_F(BootRunTest, TakesManyMissingFilesOffAtOnce)
         missing += line(L"none" + std::to_wstring(i));
     setList(kHeader + missing + line(L"report") + line(L"folder") + missing);
     std::map<const void*, int> calls;
-    WatchedApi watched([&](int, const void* function) { return ++calls[function], WatchedApi::kGoOn; });
-    EXPECT_EQ(run(watched.api).gone, 4000U);
+    TestApi api;
+    api.onEach([&](int, const void* function) { return ++calls[function], TestApi::kGoOn; });
+    EXPECT_EQ(run(api).gone, 4000U);
     EXPECT_EQ(list(), line(L"folder"));
     EXPECT_FALSE(isThere(L"report"));
     EXPECT_LT(calls[reinterpret_cast<void*>(native::systemApi().writeFile)], 30);
     EXPECT_LT(calls[reinterpret_cast<void*>(native::systemApi().flushFile)], 5);
-    EXPECT_LT(watched.calls(), 4000 + 200); // each is looked for
+    EXPECT_LT(api.calls, 4000 + 200); // each is looked for
 }
 
 /// Runs over three files that are deleted and one that is not. Somebody has spoilt the list: all lines begin
 /// at odd bytes, so it is first replaced.
-class BootCallTest : public BootRunTest
+struct BootCallTest : BootRunTest
 {
-protected:
     void prepare()
     {
         for (const std::wstring& name : listed)
@@ -97,15 +97,16 @@ protected:
     int runWith(bool adds, int at)
     {
         prepare();
-        WatchedApi watched([&](int call, const void* function) {
+        TestApi api;
+        api.onEach([&](int call, const void* function) {
             if (adds && call >= at && !isAdded)
                 isAdded = append();
             // A close only releases what the end of the process releases as well.
             const bool isClose = function == reinterpret_cast<void*>(native::systemApi().close);
-            return !adds && call == at && !isClose ? kNoResources : WatchedApi::kGoOn;
+            return !adds && call == at && !isClose ? kNoResources : TestApi::kGoOn;
         });
-        run(watched.api);
-        return watched.calls();
+        run(api);
+        return api.calls;
     }
     bool append() const
     {
@@ -182,13 +183,11 @@ TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
 TEST_F(BootCallTest, TellsWhenTheListCannotBeWritten)
 {
     setList(kHeader + line(L"report"));
-    native::Api api = native::systemApi();
-    api.writeFile = [](HANDLE file, HANDLE event, void* routine, void* context, native::IoStatus* io,
-                       const void* buffer, auto... rest) {
-        return *static_cast<const wchar_t*>(buffer) == L'-'
-                   ? kNoResources
-                   : native::systemApi().writeFile(file, event, routine, context, io, buffer, rest...);
-    };
+    TestApi api;
+    api.on<&native::Api::writeFile>([](auto original, auto... all) {
+        const bool isCross = *static_cast<const wchar_t*>(std::get<5>(std::tuple(all...))) == L'-';
+        return isCross ? kNoResources : original(all...);
+    });
     EXPECT_EQ(run(api).status, kNoResources);
     EXPECT_TRUE(!isThere(L"report") && list() == line(L"report"));
     EXPECT_TRUE(run().isListEmpty);
@@ -224,47 +223,49 @@ TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
 }
 
 /// Knows the file "report" by its handle, so long as it is open.
-class BootFileTest : public BootRunTest
+struct BootFileTest : BootRunTest
 {
-protected:
     BootFileTest()
     {
-        target = nullptr;
-        api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
-                            auto... rest) {
-            const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
-            if (Text(object->name->buffer, object->name->length / 2).is(L"report"))
+        api.on<&native::Api::createFile>([this](auto original, HANDLE* handle, ACCESS_MASK access,
+                                                native::ObjectAttributes* object, auto... rest) {
+            const native::Status status = original(handle, access, object, rest...);
+            if (nameOf(object).is(L"report"))
                 target = *handle;
             return status;
-        };
-        api.close = [](HANDLE file) {
+        });
+        api.on<&native::Api::close>([this](auto original, HANDLE file) {
             target = file == target ? nullptr : target; // the number is given to others
-            return native::systemApi().close(file);
-        };
+            return original(file);
+        });
+    }
+    static Text nameOf(const native::ObjectAttributes* object)
+    {
+        return {object->name->buffer, object->name->length / sizeof(wchar_t)};
     }
 
-    static inline HANDLE target;
-    native::Api api = native::systemApi();
+    HANDLE target = nullptr;
+    TestApi api;
 };
 
 /// What this platform cannot make is told to the engine as the system would tell it.
 TEST_F(BootFileTest, KnowsLinksStreamsAndForeignFiles)
 {
-    static ULONG tag;
-    static bool isWritten;
-    isWritten = false;
-    api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
-        const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
-        if (file == target && question == native::kAttributeTagInformation) {
-            static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
-            static_cast<ULONG*>(answer)[1] = tag;
-        }
-        return status;
-    };
-    api.writeFile = [](HANDLE file, auto... rest) {
+    ULONG tag = 0;
+    bool isWritten = false;
+    api.on<&native::Api::queryFile>(
+        [&](auto original, HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+            const native::Status status = original(file, io, answer, length, question);
+            if (file == target && question == native::kAttributeTagInformation) {
+                static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
+                static_cast<ULONG*>(answer)[1] = tag;
+            }
+            return status;
+        });
+    api.on<&native::Api::writeFile>([&](auto original, HANDLE file, auto... rest) {
         isWritten = isWritten || file == target;
-        return native::systemApi().writeFile(file, rest...);
-    };
+        return original(file, rest...);
+    });
     for (const auto& [told, isGone] : {std::pair(ULONG{IO_REPARSE_TAG_SYMLINK}, true),
                                        {ULONG{IO_REPARSE_TAG_MOUNT_POINT}, true},
                                        {0x9000001A, false},
@@ -283,36 +284,37 @@ TEST_F(BootFileTest, KnowsLinksStreamsAndForeignFiles)
 /// Streams go before their file, each if it is of that file.
 TEST_F(BootFileTest, OverwritesStreamsFirst) // the target is the stream
 {
-    static bool isAnother;
-    static std::string order;
-    api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object, auto... rest) {
-        const Text name(object->name->buffer, object->name->length / 2);
+    bool isAnother = false;
+    std::string order;
+    std::uint64_t number = 0; // of the last file queried by its own name
+    api.on<&native::Api::createFile>([&](auto original, HANDLE* handle, ACCESS_MASK access,
+                                         native::ObjectAttributes* object, auto... rest) {
         native::UnicodeString other = {12, 12, L"stream"};
-        if (!name.is(L"report:more:$DATA"))
-            return native::systemApi().createFile(handle, access, object, rest...);
+        if (!nameOf(object).is(L"report:more:$DATA"))
+            return original(handle, access, object, rest...);
         object->name = &other;
-        const native::Status status = native::systemApi().createFile(handle, access, object, rest...);
+        const native::Status status = original(handle, access, object, rest...);
         target = *handle;
         return status;
-    };
-    api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
-        static std::uint64_t number; // of the last file queried by its own name
-        if (question == native::kStreamInformation) {
-            addStream(answer, 0, L"::$DATA", 64);
-            addStream(answer, 64, L":more:$DATA", 0);
-            return native::kSuccess;
-        }
-        const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
-        if (question == native::kInternalInformation && file != target)
-            number = *static_cast<std::uint64_t*>(answer);
-        else if (question == native::kInternalInformation && !isAnother)
-            *static_cast<std::uint64_t*>(answer) = number;
-        return status;
-    };
-    api.writeFile = [](HANDLE file, auto... rest) {
+    });
+    api.on<&native::Api::queryFile>(
+        [&](auto original, HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+            if (question == native::kStreamInformation) {
+                addStream(answer, 0, L"::$DATA", 64);
+                addStream(answer, 64, L":more:$DATA", 0);
+                return native::kSuccess;
+            }
+            const native::Status status = original(file, io, answer, length, question);
+            if (question == native::kInternalInformation && file != target)
+                number = *static_cast<std::uint64_t*>(answer);
+            else if (question == native::kInternalInformation && !isAnother)
+                *static_cast<std::uint64_t*>(answer) = number;
+            return status;
+        });
+    api.on<&native::Api::writeFile>([&](auto original, HANDLE file, auto... rest) {
         order += file == target ? 's' : '.';
-        return native::systemApi().writeFile(file, rest...);
-    };
+        return original(file, rest...);
+    });
     for (const bool another : {true, false}) {
         isAnother = another;
         order.clear();
@@ -325,48 +327,32 @@ TEST_F(BootFileTest, OverwritesStreamsFirst) // the target is the stream
     }
 }
 
-/// Keeps what is written to the file "report".
-class BootWriteTest : public BootFileTest
+/// Of random text all letters and digits come, and of an odd length in the 35 passes the text's own end.
+static void expectFilled(const std::string& bytes, unsigned pass, bool hasEnd)
 {
-protected:
-    struct Write
-    {
-        LONGLONG offset;
-        std::string bytes;
-    };
-
-    BootWriteTest()
-    {
-        api.writeFile = [](HANDLE file, HANDLE event, void* routine, void* context, native::IoStatus* io,
-                           const void* buffer, ULONG length, LARGE_INTEGER* offset, ULONG* key) {
-            if (file == target)
-                writes.push_back({offset->QuadPart, {static_cast<const char*>(buffer), length}});
-            return native::systemApi().writeFile(file, event, routine, context, io, buffer, length, offset,
-                                                 key);
-        };
-        api.flushFile = [](HANDLE file, native::IoStatus* io) {
-            flushes += file == target ? 1 : 0;
-            return native::systemApi().flushFile(file, io);
-        };
-    }
-    /// Of random text all letters and digits come, and of an odd length in the 35 passes the text's own end.
-    static void expectFilled(const std::string& bytes, unsigned pass, bool hasEnd)
-    {
-        EXPECT_TRUE(areOf(pass, bytes));
-        std::set<char> letters;
-        for (std::size_t at = 0; pass == kText && at < bytes.size(); at += 2)
-            letters.insert(bytes[at]);
-        EXPECT_EQ(letters.size(), pass == kText ? 62U + (hasEnd ? 1 : 0) : 0U);
-        EXPECT_EQ(letters.count('\0'), pass == kText && hasEnd ? 1U : 0U);
-    }
-
-    static inline std::vector<Write> writes;
-    static inline int flushes;
-};
+    EXPECT_TRUE(areOf(pass, bytes));
+    std::set<char> letters;
+    for (std::size_t at = 0; pass == kText && at < bytes.size(); at += 2)
+        letters.insert(bytes[at]);
+    EXPECT_EQ(letters.size(), pass == kText ? 62U + (hasEnd ? 1 : 0) : 0U);
+    EXPECT_EQ(letters.count('\0'), pass == kText && hasEnd ? 1U : 0U);
+}
 
 /// The bytes of each write, in order, and a flush after each.
-TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
+TEST_F(BootFileTest, OverwritesAsTheWiperDoes)
 {
+    std::vector<std::pair<LONGLONG, std::string>> writes;
+    std::size_t flushes = 0;
+    api.on<&native::Api::writeFile>([&](auto original, HANDLE file, auto... rest) {
+        const auto [event, routine, context, io, buffer, length, offset, key] = std::tuple(rest...);
+        if (file == target)
+            writes.emplace_back(offset->QuadPart, std::string(static_cast<const char*>(buffer), length));
+        return original(file, rest...);
+    });
+    api.on<&native::Api::flushFile>([&](auto original, HANDLE file, native::IoStatus* io) {
+        flushes += file == target ? 1 : 0;
+        return original(file, io);
+    });
     // The numbers of the line, the passes over one chunk, and how often they come.
     const std::tuple<const wchar_t*, std::vector<unsigned>, unsigned> cases[] = {
         {L"1*\t*2", {0}, 2},
@@ -383,13 +369,13 @@ TEST_F(BootWriteTest, OverwritesAsTheWiperDoes)
         EXPECT_TRUE(report.wiped == 1 && !isThere(L"report"));
         EXPECT_EQ(report.bytes, times * (1048576U + 4097));
         ASSERT_EQ(writes.size(), passes.size() * 2 * times);
-        EXPECT_EQ(flushes, static_cast<int>(writes.size()));
+        EXPECT_EQ(flushes, writes.size());
         for (std::size_t i = 0; i < writes.size(); ++i) {
-            const std::size_t chunk = i / passes.size() % 2;
+            const bool isLast = i / passes.size() % 2 != 0; // of two chunks
             SCOPED_TRACE(i);
-            ASSERT_EQ(writes[i].bytes.size(), chunk == 0 ? 1048576U : 4097U);
-            EXPECT_EQ(writes[i].offset, chunk == 0 ? 0 : 1048576);
-            expectFilled(writes[i].bytes, passes[i % passes.size()], passes.size() > 1 && chunk == 1);
+            ASSERT_EQ(writes[i].second.size(), isLast ? 4097U : 1048576U);
+            EXPECT_EQ(writes[i].first, isLast ? 1048576 : 0);
+            expectFilled(writes[i].second, passes[i % passes.size()], passes.size() > 1 && isLast);
         }
     }
 }
@@ -421,19 +407,19 @@ TEST_F(BootRunTest, EndsWhenItsTimeIsOver)
 /// read-only one.
 TEST_F(BootRunTest, LeavesWhatOthersHold)
 {
-    static ACCESS_MASK asked;
-    static int changes;
-    changes = 0;
-    native::Api api = native::systemApi();
-    api.createFile = [](HANDLE* handle, ACCESS_MASK access, auto... rest) {
+    ACCESS_MASK asked = 0;
+    int changes = 0;
+    TestApi api;
+    api.on<&native::Api::createFile>([&](auto original, HANDLE* handle, ACCESS_MASK access, auto... rest) {
         asked = access; // Wine takes the removed one for a right to write
-        return native::systemApi().createFile(handle, access & ~FILE_WRITE_ATTRIBUTES, rest...);
-    };
-    api.setFile = [](HANDLE file, native::IoStatus* io, const void* data, ULONG length, ULONG what) {
-        EXPECT_TRUE(what != native::kBasicInformation || (asked & FILE_WRITE_ATTRIBUTES) != 0);
-        changes += what == native::kBasicInformation ? 1 : 0;
-        return native::systemApi().setFile(file, io, data, length, what);
-    };
+        return original(handle, access & ~FILE_WRITE_ATTRIBUTES, rest...);
+    });
+    api.on<&native::Api::setFile>([&](auto original, auto... all) {
+        const bool isChange = std::get<4>(std::tuple(all...)) == native::kBasicInformation;
+        EXPECT_TRUE(!isChange || (asked & FILE_WRITE_ATTRIBUTES) != 0);
+        changes += isChange ? 1 : 0;
+        return original(all...);
+    });
     const std::wstring path = (root / L"report").wstring();
     const auto hold = [](const std::wstring& file, DWORD access) {
         return CreateFileW(file.c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
@@ -458,33 +444,43 @@ TEST_F(BootRunTest, LeavesWhatOthersHold)
     EXPECT_EQ(list(), line(L"folder\\other"));
 }
 
-/// A file with another name where the system needs it is left, and so is one that may have such a name.
-TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
+/// Keeps why a line was left, and tells which file was shown.
+struct BootLeftTest : BootRunTest
 {
-    static std::wstring other; // the folder of that name; empty when the system does not tell
-    native::Api api = native::systemApi();
-    api.queryFile = [](HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
-        if (question == native::kHardLinkInformation && !other.empty()) {
-            *static_cast<native::LinksInformation*>(answer) = {
-                sizeof(native::LinksInformation), 1, {0, 42, 1, {L'x'}}};
-            return native::kSuccess;
-        }
-        const native::Status status = native::systemApi().queryFile(file, io, answer, length, question);
-        if (question == native::kStandardInformation)
-            static_cast<native::StandardInformation*>(answer)->links = 2;
-        return status;
-    };
-    api.createFile = [](HANDLE* handle, ACCESS_MASK access, native::ObjectAttributes* object,
-                        native::IoStatus* io, LARGE_INTEGER* size, ULONG attributes, ULONG share,
-                        ULONG disposition, ULONG options, auto... rest) {
+    std::wstring left;
+    FileNumber found, shown;
+    RunEvents events{.context = this, .onLeft = [](void* context, Text, Text reason, native::Status) {
+                         static_cast<BootLeftTest*>(context)->left.assign(reason.data, reason.length);
+                     }};
+};
+
+/// A file with another name where the system needs it is left, and so is one that may have such a name.
+TEST_F(BootLeftTest, LeavesFilesThatTheSystemHasByAnotherName)
+{
+    std::wstring other; // the folder of that name; empty when the system does not tell
+    TestApi api;
+    api.on<&native::Api::queryFile>(
+        [&](auto original, HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
+            if (question == native::kHardLinkInformation && !other.empty()) {
+                *static_cast<native::LinksInformation*>(answer) = {
+                    sizeof(native::LinksInformation), 1, {0, 42, 1, {L'x'}}};
+                return native::kSuccess;
+            }
+            const native::Status status = original(file, io, answer, length, question);
+            if (question == native::kStandardInformation)
+                static_cast<native::StandardInformation*>(answer)->links = 2;
+            return status;
+        });
+    api.on<&native::Api::createFile>([&](auto original, HANDLE* handle, ACCESS_MASK access, auto* object,
+                                         auto* io, auto* size, ULONG attributes, ULONG share,
+                                         ULONG disposition, ULONG options, auto... rest) {
         const std::wstring path = L"\\??\\" + other;
         const native::UnicodeString name = {static_cast<USHORT>(path.size() * 2), 0, path.c_str()};
         native::ObjectAttributes byName = {sizeof byName, nullptr, &name, 0x40, nullptr, nullptr};
         const bool isById = (options & native::kById) != 0;
-        return native::systemApi().createFile(handle, access, isById ? &byName : object, io, size, attributes,
-                                              share, disposition, isById ? options - native::kById : options,
-                                              rest...);
-    };
+        return original(handle, access, isById ? &byName : object, io, size, attributes, share, disposition,
+                        options & ~native::kById, rest...);
+    });
     constexpr const wchar_t* kNeeded = L"the system needs it";
     const std::tuple<const wchar_t*, bool, const wchar_t*> cases[] = {
         {L"windows\\system32", false, kNeeded},
@@ -493,10 +489,6 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
         {L"folder", true, L""},
         {L"windows\\temp", true, L""},
         {L"", false, L"it has other names, which cannot be told: the system may need it by one of them"}};
-    std::wstring left;
-    const RunEvents events{.context = &left, .onLeft = [](void* context, Text, Text reason, native::Status) {
-                               static_cast<std::wstring*>(context)->assign(reason.data, reason.length);
-                           }};
     for (const auto& [folder, goes, reason] : cases) {
         SCOPED_TRACE(folder);
         left.clear();
@@ -510,30 +502,20 @@ TEST_F(BootRunTest, LeavesFilesThatTheSystemHasByAnotherName)
     }
 }
 
-TEST_F(BootRunTest, TakesOnlyWhatItsCallerHasShown)
+TEST_F(BootLeftTest, TakesOnlyWhatItsCallerHasShown)
 {
-    struct
-    {
-        FileNumber found, shown;
-        std::wstring left;
-    } seen;
-    RunEvents events;
-    events.context = &seen;
-    events.isShown = [](void* context, const FileNumber& found) {
-        auto& all = *static_cast<decltype(seen)*>(context);
-        all.found = found;
-        return found == all.shown;
-    };
-    events.onLeft = [](void* context, Text, Text reason, native::Status) {
-        static_cast<decltype(seen)*>(context)->left.assign(reason.data, reason.length);
+    events.isShown = [](void* context, const FileNumber& number) {
+        auto& test = *static_cast<BootLeftTest*>(context);
+        test.found = number;
+        return number == test.shown;
     };
     const Files before = files();
     setList(kHeader + line(L"report"));
     EXPECT_EQ(run(native::systemApi(), events).left, 1U);
-    EXPECT_EQ(seen.left, L"it is not what was shown");
+    EXPECT_EQ(left, L"it is not what was shown");
     EXPECT_EQ(files(), before);
     EXPECT_EQ(list(), line(L"report"));
-    seen.shown = seen.found;
+    shown = found;
     EXPECT_EQ(run(native::systemApi(), events).wiped, 1U);
     EXPECT_FALSE(isThere(L"report"));
 }

@@ -36,37 +36,22 @@ struct BootExecuteTest : testing::Test
 
     HKEY key = nullptr;
 };
-
-/// Adds its own entries and removes each a little later.
-void editAs(const std::wstring& name)
-{
-    for (int i = 0; i < 65; ++i) {
-        const std::wstring entry = name + std::to_wstring(i), older = name + std::to_wstring(i - 5);
-        EXPECT_TRUE(i >= 60 || AddBootExecute(entry.c_str()) == 0);
-        EXPECT_TRUE(i >= 60 || AddBootExecute(entry.c_str()) == ERROR_ALREADY_EXISTS);
-        EXPECT_TRUE(i < 5 || BootExecuteIsScheduled(older.c_str()) == 1);
-        EXPECT_TRUE(i < 5 || RemoveBootExecute(older.c_str()) == 0);
-    }
-}
 } // namespace
 
-/// Only for the process that the next test starts.
-TEST(BootExecuteChild, DISABLED_EditsBesideItsParent)
+// What others write while it waits for its turn is kept, and its turn lasts until its own is written.
+TEST_F(BootExecuteTest, LosesNothingOfOthers)
 {
-    editAs(L"child ");
-}
-
-TEST_F(BootExecuteTest, ThreadsAndProcessesLoseNothingOfEachOthers)
-{
-    set(L"autocheck autochk *||");
-    const HANDLE child = startSelf(
-        {L"--gtest_filter=BootExecuteChild.*", L"--gtest_also_run_disabled_tests", L"--gtest_brief=1"});
-    onThreadsAtOnce(2, [&](int number) {
-        do
-            editAs(L"thread " + std::to_wstring(number) + L" ");
-        while (WaitForSingleObject(child, 0) == WAIT_TIMEOUT);
-    });
-    EXPECT_TRUE(exitCodeOf(child) == 0U && get() == L"autocheck autochk *||");
+    std::wstring theirs, written;
+    const Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(
+        before([&](auto...) { set(theirs); }));
+    const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(
+        before([&](auto...) { written = get(); }));
+    theirs = L"theirs||";
+    EXPECT_EQ(AddBootExecute(L"ours"), 0);
+    EXPECT_EQ(written, L"theirs|ours||");
+    theirs = L"ours|theirs||";
+    EXPECT_EQ(RemoveBootExecute(L"ours"), 0);
+    EXPECT_EQ(written, L"theirs||");
 }
 
 // Any object under the mutex's name gives a clear code in time, and leaves the list unchanged.

@@ -1,6 +1,6 @@
-#include "support/OfflineKeys.h"
-
+#include "core/win32/registry/offline/include/HiveLayout.h"
 #include "support/Heap.h"
+#include "support/OfflineKeys.h"
 #include "support/Wipe.h"
 
 namespace {
@@ -39,14 +39,8 @@ void mutate(Bytes& hive, std::mt19937& random)
             std::memcpy(&number, &hive[(4096 + random() % 3000) & ~std::size_t{3}], sizeof number);
         std::memcpy(&hive[at], &number, 1 + random() % 4);
     }
-    std::uint32_t sum = 0;
-    for (std::size_t i = 0; i < 508; i += 4) {
-        std::uint32_t word = 0;
-        std::memcpy(&word, &hive[i], sizeof word);
-        sum ^= word;
-    }
-    sum = sum == 0 ? 1 : sum == 0xFFFFFFFF ? 0xFFFFFFFE : sum;
-    std::memcpy(&hive[508], &sum, sizeof sum);
+    auto* const block = reinterpret_cast<std::byte*>(hive.data());
+    offline::layout::store(block + offline::layout::base::kChecksum, offline::layout::checksum(block));
     if (random() % 16 == 0)
         hive.resize(random() % hive.size());
 }
@@ -70,15 +64,13 @@ std::size_t walk(const OfflineKey& key, unsigned depth = 0)
 // Keeps what was salvaged from about 2,000 of them for other programs, if a folder is given.
 TEST(HostileHives, EndInCodes)
 {
-    const std::wstring folder = scratchFolder();
-    const std::wstring file = folder + L"\\hive";
+    const std::wstring folder = scratchFolder(), file = folder + L"\\hive";
     const wchar_t* const kept = _wgetenv(L"SYSMAINT_SALVAGED");
     const Bytes whole = wholeHive(file);
     const unsigned long wanted = rounds();
     std::mt19937 random(7);
     const Flushes flushes([](auto, HANDLE) { return TRUE; }); // the disk does not matter here
-    unsigned long read = 0;
-    unsigned long salvaged = 0;
+    unsigned long read = 0, salvaged = 0;
     for (unsigned long round = 0; round < wanted && !testing::Test::HasFailure(); ++round) {
         Bytes hive = whole;
         mutate(hive, random);
@@ -86,8 +78,7 @@ TEST(HostileHives, EndInCodes)
         const OfflineKey key(DllGetOfflineRegistryKey(file.c_str(), L"", kOfflineEngine));
         const unsigned long code = key == nullptr ? GetLastError() : 0;
         EXPECT_TRUE(code == 0 || code == 1009 || code == 1015) << code;
-        if (key != nullptr)
-            read += walk(key) != 0 ? 1U : 0U;
+        read += key != nullptr && walk(key) != 0 ? 1U : 0U;
         const std::wstring target = (kept != nullptr && round % (wanted / 2000) == 0 ? kept : folder) +
                                     L"\\" + std::to_wstring(round) + L".hive";
         const long long losses = salvage(file, target);
@@ -109,26 +100,23 @@ TEST(HostileHives, EndInCodes)
 
 TEST(HostileHives, LeaveNoNewFileWithoutMemory)
 {
-    const std::wstring folder = scratchFolder();
-    const std::wstring target = folder + L"\\new";
-    Bytes hive = wholeHive(folder + L"\\hive");
+    const std::wstring folder = scratchFolder(), file = folder + L"\\hive", target = folder + L"\\new";
+    Bytes hive = wholeHive(file);
     const std::string name = "value"; // the record of a value lies 20 bytes before its name
     const auto found = std::search(hive.begin(), hive.end(), name.begin(), name.end());
     ASSERT_NE(found, hive.end());
     *(found - 20) = 'x';
-    writeBytes(folder + L"\\hive", hive);
-    HeapWatch watch(sysmaintModule());
+    writeBytes(file, hive);
+    const HeapWatch watch(sysmaintModule());
     long number = 0;
-    bool hasFailed = true;
-    while (hasFailed) {
+    do {
         HeapWatch::arm(++number);
-        const long long losses = salvage(folder + L"\\hive", target);
-        hasFailed = HeapWatch::hasFailed();
+        const long long losses = salvage(file, target);
         HeapWatch::disarm();
         EXPECT_TRUE(losses == -8 || losses == 1) << number;
         EXPECT_EQ(isThere(target), losses == 1) << number;
         DeleteFileW(target.c_str());
-    }
+    } while (HeapWatch::hasFailed());
     EXPECT_GT(number, 20);
     std::filesystem::remove_all(folder);
 }

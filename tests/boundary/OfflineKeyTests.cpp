@@ -6,9 +6,8 @@
 
 namespace {
 /// Each row through both ways; the library is a stand-in.
-class OfflineKeys : public testing::TestWithParam<unsigned long>
+struct OfflineKeys : testing::TestWithParam<unsigned long>
 {
-protected:
     OfflineKeys()
     {
         loads.setHook([this](auto original, LPCWSTR name, HANDLE module, DWORD flags) -> HMODULE {
@@ -245,10 +244,8 @@ TEST_P(OfflineKeys, ServeManyThreads)
             EXPECT_EQ(keyOf(own, L"temporary")->deleteItem(), 0);
         }
     });
-    for (int thread = 0; thread < 4; ++thread) {
-        const std::wstring names = valuesOf(keyOf(root, L"thread " + std::to_wstring(thread)));
-        EXPECT_EQ(std::count(names.begin(), names.end(), L','), 99);
-    }
+    for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"})
+        EXPECT_EQ(std::ranges::count(valuesOf(keyOf(root, key)), L','), 99);
 }
 
 TEST_P(OfflineKeys, AreServedAsChosen)

@@ -23,11 +23,11 @@ TEST_F(Processes, AreListedOnceAsTheSystemSaysThem)
 {
     const Child child, other;
     ASSERT_NE(child.entry().id * other.entry().id, 0U);
-    ASSERT_TRUE(comesTrue([] { return toolhelp() == (Sleep(200), toolhelp()); })) << "no quiet moment";
-    const auto before = toolhelp();
-    ASSERT_EQ(PMRefresh(), 0);
-    const auto after = toolhelp();
-    std::map<DWORD, std::wstring> ours;
+    std::map<DWORD, std::wstring> theirs, ours;
+    ASSERT_TRUE(comesTrue([&] {
+        theirs = toolhelp();
+        return PMRefresh() == 0 && toolhelp() == theirs;
+    })) << "no quiet moment";
     for (const ProcessEntry& each : Listed<ProcessEntry>(PMListProcesses)) {
         EXPECT_TRUE(ours.emplace(each.id, std::to_wstring(each.parentId) + L" " + each.name).second);
         if (const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, each.id)) {
@@ -39,10 +39,7 @@ TEST_F(Processes, AreListedOnceAsTheSystemSaysThem)
         DWORD session = 0;
         EXPECT_TRUE(ProcessIdToSessionId(each.id, &session) && session == each.session);
     }
-    for (const auto& [id, text] : before)
-        EXPECT_TRUE(ours.contains(id) ? ours[id] == text : !after.contains(id)) << id;
-    for (const auto& [id, text] : ours)
-        EXPECT_TRUE(before.contains(id) || after.contains(id)) << id;
+    EXPECT_EQ(ours, theirs);
 
     const ProcessEntry entry = child.entry();
     PROCESS_MEMORY_COUNTERS memory{};

@@ -57,10 +57,10 @@ struct RealWindows : WipeTest
             const unsigned long result = run();
             left = 0;
             ResetEvent(event.get());
-            takeBootList();
+            EXPECT_TRUE(takeBootList().empty() || each > 3) << "whoever takes a missing file's name";
             return result;
         };
-        const bool waits = each != ERROR_GEN_FAILURE;
+        const bool waits = each > 3 && each != ERROR_GEN_FAILURE;
         EXPECT_EQ(runFailing(4), waits ? 0 : failure);
         EXPECT_EQ(waited != 0, waits);
         EXPECT_EQ(runFailing(1000), failure);

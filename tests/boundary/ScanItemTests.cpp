@@ -1,10 +1,6 @@
-#include "core/win32/registry/api.h"
-#include "support/Scan.h"
+#include "boundary/RegistryTest.h"
 
 namespace {
-using KeyPtr = std::unique_ptr<IRegistryKey>;
-using ValuePtr = std::unique_ptr<IRegistryValue>;
-
 std::wstring expanded(const std::wstring& path)
 {
     return DirectoryPtr(DllGetDirectory(path.c_str(), 1))->getPath();
@@ -116,8 +112,7 @@ TEST(ScanItems, HalfALoadChangesNothing)
     files[0]->setData("mine", 4);
     files[1]->setData("theirs", 6);
     const DirectoryPtr folders[] = {folderAt(L"C:\\mine"), folderAt(L"C:\\theirs")};
-    const KeyPtr keys[] = {KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, L"mine")),
-                           KeyPtr(DllGetRegistryKey(HKEY_LOCAL_MACHINE, L"theirs"))};
+    const KeyPtr keys[] = {keyOf(L"mine"), keyOf(L"theirs", HKEY_LOCAL_MACHINE)};
     const ValuePtr values[] = {ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, L"mine", L"v", L"text")),
                                ValuePtr(DllGetRegistryValue(HKEY_LOCAL_MACHINE, L"theirs", L"w", L"more"))};
     for (const unsigned long code : {kStateNone, kStateType, kStatePath, kStateAll}) {
@@ -255,8 +250,8 @@ TEST(ScanItems, NoZeroCutsALoadedText)
     };
     const FilePtr file = fileAt(L"C:\\a\\f");
     expectRefused(*file, '\\');
-    expectRefused(*KeyPtr(DllGetRegistryKey(HKEY_CURRENT_USER, L"C:\\a\\f")), '\\');
-    expectRefused(*ValuePtr(DllGetRegistryValue(HKEY_CURRENT_USER, L"key", L"C:\\a\\f")), '\\');
+    expectRefused(*keyOf(L"C:\\a\\f"), '\\');
+    expectRefused(*valueOf(L"key", L"C:\\a\\f"), '\\');
     expectRefused(*SharedPtr<IScanValidator>(DllGetScanValidator(L"*.tmp", L"*.tmp")), '*');
     EXPECT_STREQ(file->getPath(), L"C:\\a\\f");
 }

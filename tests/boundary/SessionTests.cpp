@@ -10,19 +10,14 @@
 
 namespace {
 const std::wstring program = besideTests(L"process_child.exe");
-
-unsigned long console()
-{
-    static const unsigned long session = WTSGetActiveConsoleSessionId();
-    return session;
-}
+const unsigned long console = WTSGetActiveConsoleSessionId();
 
 /// One run and its results.
 struct ProgramRun
 {
     explicit ProgramRun(std::vector<const wchar_t*> arguments, unsigned long options = kRunCapture,
                         unsigned long timeout = INFINITE, HANDLE cancel = nullptr)
-        : texts(std::move(arguments)), asked{console(),    options, program.c_str(), texts.data(),
+        : texts(std::move(arguments)), asked{console,      options, program.c_str(), texts.data(),
                                              texts.size(), nullptr, timeout,         cancel}
     {
     }
@@ -78,7 +73,7 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
     GetUserNameW(user, &size);
     const Listed<SessionRecord> list(SessionEnumerate);
     ASSERT_EQ(list.size(), 1U);
-    EXPECT_TRUE(list[0].id == console() && list[0].isConsole == 1 && list[0].state == WTSActive);
+    EXPECT_TRUE(list[0].id == console && list[0].isConsole == 1 && list[0].state == WTSActive);
     EXPECT_STREQ(list[0].user, user);
     // As a system with remote sessions lists them; a session that ends meanwhile has no texts.
     const LookedUp services(
@@ -108,14 +103,14 @@ TEST_F(UserSessions, AreListedWithTheirUsers)
 TEST_F(UserSessions, GiveOutTheRightTokenOrSayWhyNot)
 {
     for (const int elevated : {0, 1})
-        EXPECT_EQ(tokenOf(console(), elevated), 0);
+        EXPECT_EQ(tokenOf(console, elevated), 0);
     const LookedUp refused({{"WTSQueryUserToken", address(+[](ULONG, HANDLE*) -> BOOL {
                                  return SetLastError(ERROR_PRIVILEGE_NOT_HELD), FALSE;
                              })}});
-    EXPECT_EQ(tokenOf(console(), 0), 0) << "a program of the user's has it itself";
-    EXPECT_EQ(tokenOf(console() + 1, 0), 1314);
-    EXPECT_EQ(asText(SessionGetKnownFolder)(console() + 1, &FOLDERID_Desktop), L"code 1314");
-    EXPECT_TRUE(SessionImpersonation(console() + 1).getCode() == 1314 && !isImpersonating());
+    EXPECT_EQ(tokenOf(console, 0), 0) << "a program of the user's has it itself";
+    EXPECT_EQ(tokenOf(console + 1, 0), 1314);
+    EXPECT_EQ(asText(SessionGetKnownFolder)(console + 1, &FOLDERID_Desktop), L"code 1314");
+    EXPECT_TRUE(SessionImpersonation(console + 1).getCode() == 1314 && !isImpersonating());
 }
 
 // Which half of a split token is taken, and that a right is missing for the other one.
@@ -145,7 +140,7 @@ TEST_F(UserSessions, GiveOutTheHalfThatIsAskedFor)
                                                  {kFull, 1, 1, 0},
                                                  {kFull, 1, 0, 1314}}) {
         kind = of, isElevated = flag;
-        EXPECT_EQ(tokenOf(console(), wanted), code) << of << flag << wanted;
+        EXPECT_EQ(tokenOf(console, wanted), code) << of << flag << wanted;
     }
 }
 
@@ -154,13 +149,13 @@ TEST_F(UserSessions, KnowTheFoldersOfTheirUser)
     PWSTR expected = nullptr;
     ASSERT_EQ(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &expected), S_OK);
     const auto folder = asText(SessionGetKnownFolder);
-    EXPECT_EQ(folder(console(), &FOLDERID_LocalAppData), expected);
+    EXPECT_EQ(folder(console, &FOLDERID_LocalAppData), expected);
     CoTaskMemFree(expected);
     const GUID none{1, 2, 3, {4}};
-    EXPECT_TRUE(folder(console(), &none) == L"code 2" && folder(console(), nullptr) == L"code 87");
+    EXPECT_TRUE(folder(console, &none) == L"code 2" && folder(console, nullptr) == L"code 87");
     {
-        const SessionImpersonation outer(console());
-        EXPECT_EQ(SessionImpersonation(console()).getCode(), 0);
+        const SessionImpersonation outer(console);
+        EXPECT_EQ(SessionImpersonation(console).getCode(), 0);
         EXPECT_TRUE(isImpersonating()) << "still the outer one";
     }
     EXPECT_FALSE(isImpersonating());

@@ -8,9 +8,8 @@
 namespace {
 using Moves = Replaced<"MoveFileExW", decltype(&MoveFileExW)>;
 
-class SettingsHiveTest : public testing::Test
+struct SettingsHiveTest : testing::Test
 {
-protected:
     ~SettingsHiveTest() override
     {
         close();
@@ -257,6 +256,33 @@ TEST_F(SettingsHiveTest, ReplacesOnlyTheFileThatItHasRead)
     EXPECT_EQ(entries(), L"settings.hive ");
 }
 
+/// What others save while it waits for its turn is theirs, and nobody has a turn before it has ended its own.
+TEST_F(SettingsHiveTest, SavesInItsTurn)
+{
+    makeOld();
+    bool isChanged = false;
+    HANDLE turn = nullptr;
+    std::set<std::wstring> names;
+    const Replaced<"CreateMutexExW", decltype(&CreateMutexExW)> mutexes(
+        before([&](auto, LPCWSTR name, auto...) { names.insert(name); }));
+    const Polls polls(before([&](HANDLE waited, DWORD milliseconds) {
+        turn = milliseconds == 10000 ? waited : turn;
+        if (isChanged && turn == waited)
+            writeBytes(file, Bytes(3, 'x'));
+    }));
+    const Moves moves;
+    const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(
+        before([&](HANDLE released) { EXPECT_TRUE(released != turn || moves.calls() == 1); }));
+    EXPECT_EQ(save(), 0);
+    EXPECT_EQ(moves.calls(), 1);
+    set(L"", L"which", L"another");
+    isChanged = true;
+    turn = nullptr;
+    EXPECT_EQ(save(), 1006);
+    EXPECT_EQ(readBytes(file), Bytes(3, 'x'));
+    EXPECT_TRUE(names.size() == 1 && names.begin()->starts_with(L"Global\\")) << "for all processes";
+}
+
 TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
 {
     open();
@@ -381,33 +407,9 @@ TEST_F(SettingsHiveTest, KeepsNoCopyOfADamagedFileThatStays)
 namespace {
 constexpr const wchar_t* kShared = L"SYSMAINT_SHARED_HIVE";
 constexpr const wchar_t* kCalls = L"SYSMAINT_CALLS";
-constexpr int kCounts = 40;
-
-/// Adds one to a number in the file, each time with other data beside it. What others save meanwhile counts
-/// too.
-void count(const std::wstring& file)
-{
-    for (int done = 0; done < kCounts;) {
-        void* const hive = CreateSettingsHive(file.c_str(), kSettingsMustExist);
-        ASSERT_NE(hive, INVALID_HANDLE_VALUE) << GetLastError();
-        EXPECT_EQ(asNumber(SettingsHiveGetState)(hive), 0) << "whole";
-        const auto number =
-            static_cast<unsigned long>(asNumber(SettingsHiveGetNumber32)(hive, L"", L"count"));
-        EXPECT_EQ(SettingsHiveSetNumber32(hive, L"", L"count", number + 1), 0);
-        EXPECT_EQ(SettingsHiveSetBytes(hive, L"", L"more", file.data(), std::size_t{7} * (number % 9)), 0);
-        const long code = SettingsHiveSave(hive);
-        EXPECT_TRUE(code == 0 || code == 1006) << code;
-        done += code == 0 ? 1 : 0;
-        CloseSettingsHive(hive);
-    }
-}
 } // namespace
 
-// The next two only for the processes that the tests start.
-TEST(SettingsHiveChild, DISABLED_Counts)
-{
-    count(_wgetenv(kShared));
-}
+// Only for the processes that the next test starts.
 TEST(SettingsHiveChild, DISABLED_Dies)
 {
     void* const hive = CreateSettingsHive(_wgetenv(kShared), 0);
@@ -432,21 +434,6 @@ TEST(SettingsHiveChild, DISABLED_Dies)
     });
     const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(dieAfter);
     EXPECT_EQ(SettingsHiveSave(hive), 0);
-}
-
-TEST_F(SettingsHiveTest, LosesNoSaveOfTwoProcesses)
-{
-    open();
-    EXPECT_EQ(SettingsHiveSetNumber32(hive, L"", L"count", 0), 0);
-    EXPECT_EQ(save(), 0);
-    close();
-    _wputenv_s(kShared, file.c_str());
-    const HANDLE child = startDisabled(L"--gtest_filter=SettingsHiveChild.DISABLED_Counts");
-    count(file);
-    EXPECT_EQ(exitCodeOf(child), 0U);
-    open();
-    EXPECT_EQ(number(L"", L"count"), 2 * kCounts);
-    EXPECT_EQ(entries(), L"settings.hive ");
 }
 
 TEST_F(SettingsHiveTest, SurvivesAProcessThatDiesInASave)
@@ -498,9 +485,7 @@ TEST_F(SettingsHiveTest, ServesManyThreads)
     });
     EXPECT_EQ(save(), 0);
     open();
-    for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"}) {
-        const std::wstring names = values(key);
-        EXPECT_EQ(std::count(names.begin(), names.end(), L','), 99);
-    }
+    for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"})
+        EXPECT_EQ(std::ranges::count(values(key), L','), 99);
     EXPECT_EQ(entries(), L"settings.hive ");
 }
