@@ -363,6 +363,51 @@ TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
     EXPECT_EQ(pool.result(99), 1117);
 }
 
+// Work is suspended where it waits for what is its own, whatever that is.
+TEST(ThreadPool, SuspendsWorkInItsOwnWaits)
+{
+    CRITICAL_SECTION section;
+    InitializeCriticalSection(&section);
+    SRWLOCK lock = SRWLOCK_INIT;
+    CONDITION_VARIABLE changed = CONDITION_VARIABLE_INIT;
+    const TestEvent event;
+    const std::pair<const char*, std::function<void()>> kWaits[]{
+        {"event", [&] { EXPECT_TRUE(event.wait()); }},
+        {"critical section", [&] { EnterCriticalSection(&section), LeaveCriticalSection(&section); }},
+        {"exclusive", [&] { AcquireSRWLockExclusive(&lock), ReleaseSRWLockExclusive(&lock); }},
+        {"shared", [&] { AcquireSRWLockShared(&lock), ReleaseSRWLockShared(&lock); }},
+        {"condition",
+         [&] {
+             SRWLOCK own = SRWLOCK_INIT;
+             AcquireSRWLockShared(&own);
+             SleepConditionVariableSRW(&changed, &own, INFINITE, CONDITION_VARIABLE_LOCKMODE_SHARED);
+         }},
+    };
+    for (const auto& [name, wait] : kWaits) {
+        std::atomic<bool> waits{false};
+        Work waiting([&, &wait = wait] {
+            waits = true;
+            wait();
+        });
+        const TestPool pool;
+        EnterCriticalSection(&section);
+        AcquireSRWLockExclusive(&lock);
+        ASSERT_EQ(pool.queue(1, waiting), ERROR_SUCCESS);
+        EXPECT_TRUE(comesTrue([&] { return waits.load(); }));
+        Sleep(50);
+        EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS) << name;
+        LeaveCriticalSection(&section);
+        ReleaseSRWLockExclusive(&lock);
+        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS) << name;
+        event.set();
+        EXPECT_TRUE(comesTrue([&] { // what is not waited for yet cannot be woken
+            WakeAllConditionVariable(&changed);
+            return pool.wait(1, 1) == ERROR_SUCCESS;
+        })) << name;
+    }
+    DeleteCriticalSection(&section);
+}
+
 // A failing event or wait is reported to the caller, and nothing is lost, run twice or cancelled by it.
 TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
 {

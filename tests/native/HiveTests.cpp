@@ -335,13 +335,17 @@ TEST(HiveTree, IsWhatWasMadeOfIt)
             EXPECT_EQ(hive.data(hive.findValue(key, valueName(others, name)).value()), data);
     }
     const HiveChecker checker(hive.compact());
+}
 
+TEST(HiveTree, FindsNoValueOfADeletedKeyInTheNextOne)
+{
+    Hive hive = Hive::parse(smallHive());
     const KeyId many = hive.createKey(Hive::root(), u"many", 3);
-    for (unsigned name = 0; name < 100; ++name)
-        hive.setValue(many, valueName(names, name), 3, {}, 4);
+    for (char16_t name = u'\u4E00'; name < u'\u4E00' + 100; ++name)
+        hive.setValue(many, std::u16string(1, name), 3, {}, 4);
     hive.deleteKey(many, 6);
     EXPECT_EQ(hive.createKey(Hive::root(), u"next", 3), many);
-    EXPECT_EQ(hive.findValue(many, valueName(names, 0)), std::nullopt) << "it was the deleted key's";
+    EXPECT_EQ(hive.findValue(many, u"\u4E00"), std::nullopt);
 }
 
 TEST(HiveTree, HoldsTheLongestNamesAndNothingLonger)
