@@ -11,7 +11,7 @@ std::string contentOf(sysmaint_item* item)
     std::uint64_t size = 0;
     if (sysmaint_item_read(item, &bytes, &size) != 0)
         return "?";
-    const std::string content(static_cast<char*>(bytes), size);
+    std::string content(static_cast<char*>(bytes), size);
     utilsFreeMemory(bytes);
     return content;
 }
