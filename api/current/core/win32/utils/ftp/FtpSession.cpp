@@ -13,6 +13,7 @@ constexpr std::size_t kLargestListing = 64U << 20U;
 constexpr int kMostPreliminary = 20; // replies before the one that counts
 constexpr DWORD kListingShare = 10;  // a whole listing has ten times a step's time
 constexpr std::size_t kPiece = 64U << 10U;
+constexpr std::string_view kHiddenOf = "-a "; // and a path; every other argument is a path itself
 
 /// What a refusal means. FTP has one code for what is not there and what may not be accessed (550).
 long codeOfReply(int reply) noexcept
@@ -73,25 +74,6 @@ SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
     return address;
 }
 
-/// Of the facts that the server offers ("TYPE*;SIZE*;MODIFY*;UNIQUE;", a star on those that it sends unasked)
-/// those that a listing needs. Empty when it sends just these, or has nothing to ask for.
-std::string wantedFacts(std::string_view offered)
-{
-    std::string wanted;
-    bool isAsItIs = true;
-    while (!offered.empty()) {
-        std::string_view fact = offered.substr(0, offered.find(';'));
-        offered.remove_prefix(std::min(fact.size() + 1, offered.size()));
-        const bool isSent = fact.ends_with('*');
-        fact.remove_suffix(isSent ? 1 : 0);
-        const bool isWanted = fact == "TYPE" || fact == "SIZE" || fact == "UNIQUE";
-        if (isWanted)
-            wanted.append(fact).push_back(';');
-        isAsItIs = isAsItIs && isSent == isWanted;
-    }
-    return isAsItIs || wanted.find("TYPE;") == std::string::npos ? std::string() : wanted;
-}
-
 /// The numbers in a reply, as many as there are.
 std::vector<unsigned long> numbersIn(std::string_view text)
 {
@@ -110,8 +92,10 @@ std::vector<unsigned long> numbersIn(std::string_view text)
 }
 } // namespace
 
-FtpSession::FtpSession(const FtpServer& server, const FtpLimits& limits)
+FtpSession::FtpSession(const FtpServer& server, bool usesPaths, const FtpLimits& limits)
 {
+    if (!usesPaths)
+        m_paths.refute();
     SocketClient client(server.host.c_str(), server.port);
     m_control = client.connect(limits.step());
     m_address = client.getAddress();
@@ -299,7 +283,9 @@ void FtpSession::send(std::string_view command, std::string_view argument, const
     line.append("\r\n");
     m_isReady = false;
     m_lastReply = 0;
+    m_isTryingPath = false;
     requireSilence();
+    m_isTryingPath = argument.starts_with(kHiddenOf);
     m_control->writeAll(line.data(), line.size(), limits.step());
 }
 
@@ -444,6 +430,7 @@ std::string FtpSession::readListing(std::string_view command, std::string_view a
 
 bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
 {
+    m_standing.reset();
     const Reply reply = ask("CWD", folder, limits);
     if (reply.code == 550)
         return false;
@@ -463,9 +450,9 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
                 throw;
         }
     }
-    if (!enter(folder, limits))
-        raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_hasMachineListing) {
+        if (!enter(folder, limits))
+            raiseCode(ERROR_PATH_NOT_FOUND);
         try {
             return FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
         } catch (long code) {
@@ -474,19 +461,65 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
             m_hasMachineListing = false;
         }
     }
+    return listPlain(folder, limits);
+}
+
+// By its path where the server is known to heed it. A listing that does not name the folder itself as one may
+// be that of a file, or stand for a folder that is not there: only entering it tells.
+FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& limits)
+{
+    if (m_paths.covers(folder)) {
+        const std::optional<std::string> text = listHidden(folder, limits);
+        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+        if (listing.hasItself)
+            return listing;
+    }
+    const std::optional<std::size_t> standing = m_standing;
+    std::optional<std::string> byPath;
+    if (standing && m_paths.begin(folder))
+        byPath = listHidden(folder, limits);
+    if (!enter(folder, limits))
+        raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_listsHidden) {
-        try {
-            FtpListing listing =
-                FtpListing::parse(readListing("LIST", "-a", limits), FtpListing::Form::Plain);
-            if (!listing.isEmpty)
-                return listing;
-        } catch (long) {
-            if (!m_isReady)
-                throw;
-        }
-        m_listsHidden = false; // the option is taken for a name
+        const std::optional<std::string> text = listHidden("", limits);
+        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+        m_knowsHidden = m_knowsHidden || listing.hasItself;
+        if (listing.hasItself)
+            m_standing = std::hash<std::string>()(*text);
+        if (listing.hasItself && byPath == text && m_standing != standing)
+            prove(folder, limits);
+        if (!listing.isEmpty)
+            return listing;
+        if (m_knowsHidden)
+            raiseCode(ERROR_ACCESS_DENIED); // not even "." is there
+        m_listsHidden = false;              // the option is taken for a name
     }
     return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
+}
+
+// The text of a listing, or none when the server refuses. What it breaks off over a path is not tried again.
+std::optional<std::string> FtpSession::listHidden(const std::string& folder, const FtpLimits& limits)
+{
+    std::optional<std::string> text;
+    try {
+        text = readListing("LIST", folder.empty() ? "-a" : std::string(kHiddenOf).append(folder), limits);
+    } catch (long) {
+        if (!m_isReady)
+            throw;
+    }
+    return text;
+}
+
+// The server has listed a folder by its path as it does after entering it, and otherwise than where the
+// session stood: it does not ignore the path. It must not show anything in place of a folder that is not
+// there, either.
+void FtpSession::prove(const std::string& folder, const FtpLimits& limits)
+{
+    const std::string missing = std::string(folder).append("/sysmaint.none");
+    const bool isTrue =
+        m_paths.hasAny() ||
+        !FtpListing::parse(listHidden(missing, limits).value_or(""), FtpListing::Form::Plain).hasItself;
+    isTrue ? m_paths.confirm(folder) : m_paths.refute();
 }
 
 std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& limits)
