@@ -344,6 +344,8 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
     std::unique_ptr<IFtpFile> file = fileOn("twice", connection); // two in one packet
     EXPECT_EQ(codeOf([&] { file->getSize(); }), ERROR_INVALID_DATA);
     EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND);
+    file = fileOn("hasty", connection); // one that comes between a command and its own
+    EXPECT_EQ(erase(*file), ERROR_INVALID_DATA);
     file = fileOn("late", connection); // one that comes while nothing is asked
     EXPECT_EQ(file->exists(), 1);
     servers.cue();
@@ -379,7 +381,7 @@ TEST(FtpHostile, FoldersWithoutEndAreNotWalked)
 // What LIST does with a path is each server's own affair; one only serves who asks it by paths.
 TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
 {
-    const std::set<std::wstring> tree{L"file 5 /in",         L"folder /a",          L"file 5 /a/in-a",
+    const std::set<std::wstring> tree{L"file 5 /in",         L"folder /a",          L"file 5 /a/in",
                                       L"folder /b",          L"file 5 /b/in-b",     L"folder /a/a",
                                       L"file 5 /a/a/in-a-a", L"folder /a/b",        L"file 5 /a/b/in-a-b",
                                       L"folder /b/a",        L"file 5 /b/a/in-b-a", L"folder /b/b"};

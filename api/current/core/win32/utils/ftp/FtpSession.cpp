@@ -60,6 +60,7 @@ constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
 constexpr std::initializer_list<int> kAgreed{200, 250};
 constexpr std::initializer_list<int> kOptionTaken{200, 202};
 constexpr std::initializer_list<int> kTransferred{200, 226, 250};
+constexpr int kIdle = 200; // to NOOP, which every server knows
 
 bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
 {
@@ -328,7 +329,7 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
 WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view argument,
                                     const FtpLimits& limits, unsigned long long offset)
 {
-    PendingConnect connecting(withPort(m_address, dataPort(limits)));
+    PendingConnect connecting(withPort(m_address, dataPort(limits)), m_dataTools);
     if (offset != 0) {
         requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
     }
@@ -581,7 +582,13 @@ void FtpSession::store(const std::string& file, const FtpLimits& limits,
     endTransfer(limits);
 }
 
+// A reply of another command that has come late would be taken for the deletion's. Then the deletion's own is
+// the next: it is no answer to NOOP.
 void FtpSession::remove(const std::string& file, const FtpLimits& limits)
 {
     requireOneOf(ask("DELE", file, limits), kAgreed);
+    if (ask("NOOP", "", limits).code == kIdle)
+        return;
+    m_isReady = false;
+    raiseCode(ERROR_INVALID_DATA);
 }

@@ -113,6 +113,7 @@ private:
     void prove(const std::string& folder, const FtpLimits& limits);
 
     SocketAddress m_address;
+    ConnectTools m_dataTools; // one data connection at a time
     WirePtr m_control;
     std::array<char, 2048> m_received{};
     std::size_t m_receivedAt = 0;
