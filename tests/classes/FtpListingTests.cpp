@@ -1,4 +1,5 @@
 #include "core/win32/utils/ftp/include/FtpListing.h"
+#include "core/win32/utils/ftp/include/PathProof.h"
 #include "support/Test.h"
 
 namespace {
@@ -70,4 +71,21 @@ TEST(FtpListing, UnderstandsMachineListings)
             entriesOf(std::string("type=file; ") + name + "\r\ntype=file; b", FtpListing::Form::Machine),
             L"code 123f- b|")
             << name;
+}
+
+TEST(PathProof, CoversHarmlessPathsAsFarAsTheyWereShown)
+{
+    PathProof proof;
+    EXPECT_FALSE(proof.covers("/a"));
+    EXPECT_TRUE(proof.begin("/a") && proof.begin("/b") && !proof.begin("/c")) << "two attempts";
+    proof.confirm("/abc/Z_9");
+    for (const char* path : {"/a", "/a/b", "/.a-_", "/abc/Z_9"})
+        EXPECT_TRUE(proof.covers(path) && !proof.begin(path)) << path;
+    for (const char* path :
+         {"", "/", "a", "//a", "/a/", "/-a", "/a/-b", "/a b", "/a*", "/[a]", "/~a", "/\xE4"})
+        EXPECT_FALSE(proof.covers(path) || proof.begin(path)) << path;
+    EXPECT_TRUE(!proof.covers("/a/b/c") && proof.begin("/a/b/c")) << "deeper";
+    EXPECT_TRUE(!proof.covers("/abcdefgh") && proof.begin("/abcdefgh")) << "longer";
+    proof.refute();
+    EXPECT_FALSE(proof.covers("/a") || proof.begin("/a"));
 }

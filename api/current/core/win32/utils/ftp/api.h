@@ -13,7 +13,7 @@
 //
 //   2, 3   the server does not have the file or the folder, or does not let us see it: FTP has one reply for
 //          both
-//   5      the server refuses
+//   5      the server refuses, or lists nothing of a folder, not even the folder itself as for others
 //   6, 487 no such handle, or its object is gone
 //   8      no memory
 //   13     the server sent what is no FTP, or not what it announced, or a reply that nothing had asked for:
