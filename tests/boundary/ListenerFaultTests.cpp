@@ -59,39 +59,6 @@ TEST_P(ListenerFaults, EndAtOnceAndLeaveNothing)
     }
 }
 
-// Each allocation fails in turn.
-TEST_P(ListenerFaults, AreNotMadeWithoutMemory)
-{
-    const HeapWatch watch(sysmaintModule());
-    const auto failEach = [](auto&& create) { // until nothing fails, and it is made
-        for (long failing = 1;; ++failing) {
-            HeapWatch::arm(failing);
-            const bool isMade = create();
-            const auto code = static_cast<long>(GetLastError());
-            HeapWatch::disarm();
-            EXPECT_TRUE(isMade != HeapWatch::hasFailed() && (isMade || code == ERROR_NOT_ENOUGH_MEMORY))
-                << failing << ": " << code;
-            if (!HeapWatch::hasFailed())
-                return;
-        }
-    };
-    m_server = Connected::makeServer(m_isPipe);
-    failEach([&] {
-        m_listener.reset(CreateMessageListener(L"far", m_server.get(), m_far));
-        return m_listener.isValid();
-    });
-    askPort();
-    const ConnectionHandle client = makeClient(L"reporter");
-    failEach([&] {
-        m_reporter.reset(DllGetMessageReporter(client.get()));
-        return m_reporter != nullptr;
-    });
-    ASSERT_TRUE(m_listener.isValid() && m_reporter);
-    HeapWatch::arm(1);
-    EXPECT_EQ(m_reporter->flush(0, nullptr), ERROR_NOT_ENOUGH_MEMORY);
-    HeapWatch::disarm();
-}
-
 // Of who accepts clients, and of who serves one.
 TEST_P(ListenerFaults, LoseNothingWithoutMemory)
 {
