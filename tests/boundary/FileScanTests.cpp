@@ -59,16 +59,6 @@ TEST(FileScan, DepthAndResultLists)
     EXPECT_TRUE(path.getResult(kLeafFound, 0, result) == ERROR_NO_MORE_ITEMS && results == collector.paths);
 }
 
-TEST(FileScan, RefusedFoldersAreNotWalked)
-{
-    Collector collector;
-    const TestEngine engine(collector);
-    EXPECT_EQ(engine.scan(kTree, 65535, nullptr, L"*.tmp", L"many:010,denied:010,?dd*:010"), ERROR_SUCCESS);
-    for (const auto& [path, count] : collector.paths)
-        EXPECT_TRUE(path.find(L"\\many") == std::wstring::npos && path.find(L"report") == std::wstring::npos);
-    EXPECT_EQ(collector.paths.count(kTree + L"\\ünïcödé\\🗑.tmp"), 1U);
-}
-
 TEST(FileScan, CancelStopsBeforeTheNextHandlerCall)
 {
     const TestEvent event;

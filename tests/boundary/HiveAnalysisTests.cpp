@@ -35,20 +35,17 @@ struct HiveAnalysis : testing::Test
                 return original(file, code, in, inSize, out, outSize, returned, rest);
             return tellExtents(extents[opened], out, outSize, returned);
         });
-        RegCreateKeyW(HKEY_LOCAL_MACHINE, kHiveList, &list);
     }
     ~HiveAnalysis() override
     {
         CloseRegistryDefragmenter(defragmenter);
-        RegCloseKey(list);
         RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     }
 
-    void addToList(const wchar_t* name, const std::wstring& path, DWORD type = REG_SZ)
+    static void addToList(const wchar_t* name, const std::wstring& path, DWORD type = REG_SZ)
     {
-        ASSERT_EQ(RegSetValueExW(list, name, 0, type, reinterpret_cast<const BYTE*>(path.c_str()),
-                                 static_cast<DWORD>(path.size() * 2 + 2)),
-                  0);
+        const auto size = static_cast<DWORD>(path.size() * 2 + 2);
+        ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, name, type, path.c_str(), size), 0);
     }
     /// A hive whose clusters are on the volume in this order with a gap of one after each; its file only has
     /// the length.
@@ -93,7 +90,6 @@ struct HiveAnalysis : testing::Test
     bool isCopying = false;
     std::map<std::wstring, Extents> extents;
     Bytes clusters;
-    HKEY list = nullptr;
     void* defragmenter = CreateRegistryDefragmenter(L"test");
     RDAnalyzerResults results;
     Opens opens;
@@ -144,10 +140,10 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
     addToList(L"\\REGISTRY\\MACHINE\\HARDWARE", L"");
     Bytes torn = hiveOf(1);
     torn.resize(torn.size() - 1000);
-    const std::tuple<std::wstring, std::wstring, std::uint64_t> expected[] = {
-        {L"\\REGISTRY\\MACHINE\\A", a, 2 * kCluster},
-        {L"\\REGISTRY\\MACHINE\\B", b, 5 * kCluster},
-        {L"odd", addHive(L"odd", torn), 3 * kCluster}};
+    using Told = std::vector<std::tuple<std::wstring, std::wstring, std::uint64_t, std::uint64_t>>;
+    const Told expected{{L"\\REGISTRY\\MACHINE\\A", a, 2 * kCluster, 2 * kCluster},
+                        {L"\\REGISTRY\\MACHINE\\B", b, 5 * kCluster, 2 * kCluster},
+                        {L"odd", addHive(L"odd", torn), 3 * kCluster, 2 * kCluster}};
     const TestEvent never;
     DWORD thread = 0;
     Writes writes(before([&](HANDLE, LPCVOID, DWORD size, auto...) {
@@ -170,14 +166,10 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
         writes.reset();
         results.clear();
         EXPECT_EQ(analyze(never.get()), 0);
-        ASSERT_EQ(results.getResults().size(), 3U);
-        for (int i = 0; i < 3; ++i) {
-            const RDHiveResult& result = results.getResults()[i];
-            EXPECT_EQ(std::tuple(std::wstring(result.mountName.c_str()), std::wstring(result.path.c_str()),
-                                 result.oldSize),
-                      expected[i]);
-            EXPECT_EQ(result.newSize, 2 * kCluster);
-        }
+        Told told;
+        for (const RDHiveResult& each : results.getResults())
+            told.emplace_back(each.mountName.c_str(), each.path.c_str(), each.oldSize, each.newSize);
+        EXPECT_EQ(told, expected);
         EXPECT_TRUE(results.getFailures().empty());
         EXPECT_EQ(dumpOf(results), dumpOf(kept()));
         EXPECT_EQ(countFiles(), 0);
@@ -187,29 +179,26 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
 TEST_F(HiveAnalysis, OneHiveThatFailsLosesNoOther)
 {
     addHive(L"a", hiveOf(0));
-    const std::wstring gone = addHive(L"gone", hiveOf(0));
-    DeleteFileW(gone.c_str());
+    std::map<std::wstring, std::pair<DWORD, std::wstring>> failures = {
+        {L"none", {ERROR_BADDB, L"RDHiveItem::analyze\nLine: 181\n"}}};
     addHive(L"none", Bytes(kCluster, 'x'));
-    extents[addHive(L"resident", Bytes())] = {};
-    extents[addHive(L"sparse", hiveOf(0))] = {{1, 0}, {1, -1}};
-    extents[addHive(L"behind", hiveOf(0))] = {{1, 0}, {1, 1000000}};
-    extents[addHive(L"many", hiveOf(0))].resize(5, {1, 0});
-    addToList(L"letter", LR"(\Device\HarddiskVolume1234\x)");
-    addToList(L"prefix", LR"(\Device\HarddiskVolume)");
-    addToList(L"form", LR"(\SystemRoot\x)");
-    addToList(L"number", L"1", REG_DWORD);
+    for (const auto& [name, where, code, line] :
+         {std::tuple(L"resident", Extents(), DWORD{ERROR_HANDLE_EOF}, L"137"),
+          {L"sparse", {{1, 0}, {1, -1}}, ERROR_NEGATIVE_SEEK, L"184"},
+          {L"behind", {{1, 0}, {1, 1000000}}, ERROR_HANDLE_EOF, L"187"},
+          {L"many", Extents(5, {1, 0}), ERROR_MORE_DATA, L"137"}}) {
+        extents[addHive(name, hiveOf(0))] = where;
+        failures[name] = {code, std::wstring(L"HiveCopy\nLine: ") + line};
+    }
+    for (const auto& [name, path, code] :
+         {std::tuple(L"letter", LR"(\Device\HarddiskVolume1234\x)", DWORD{ERROR_INVALID_DRIVE}),
+          {L"prefix", LR"(\Device\HarddiskVolume)", ERROR_INVALID_DRIVE},
+          {L"form", LR"(\SystemRoot\x)", ERROR_BAD_PATHNAME},
+          {L"number", L"1", ERROR_BAD_PATHNAME}}) {
+        addToList(name, path, *path == L'1' ? REG_DWORD : REG_SZ);
+        failures[name] = {code, L"RDHiveItem::analyze\n"};
+    }
     addHive(L"z", hiveOf(1));
-    const std::map<std::wstring, std::pair<DWORD, const wchar_t*>> failures = {
-        {L"gone", {ERROR_FILE_NOT_FOUND, L"HiveCopy\nLine: 113\n"}},
-        {L"none", {ERROR_BADDB, L"RDHiveItem::analyze\nLine: 181\n"}},
-        {L"resident", {ERROR_HANDLE_EOF, L"HiveCopy\nLine: 137\n"}},
-        {L"sparse", {ERROR_NEGATIVE_SEEK, L"HiveCopy\nLine: 184\n"}},
-        {L"behind", {ERROR_HANDLE_EOF, L"HiveCopy\nLine: 187\n"}},
-        {L"many", {ERROR_MORE_DATA, L"HiveCopy\nLine: 137\n"}},
-        {L"letter", {ERROR_INVALID_DRIVE, L"RDHiveItem::analyze\n"}},
-        {L"prefix", {ERROR_INVALID_DRIVE, L"RDHiveItem::analyze\n"}},
-        {L"form", {ERROR_BAD_PATHNAME, L"RDHiveItem::analyze\n"}},
-        {L"number", {ERROR_BAD_PATHNAME, L"RDHiveItem::analyze\n"}}};
     EXPECT_EQ(analyze(), ERROR_HANDLE_EOF) << "the first one's: behind";
     EXPECT_EQ(countFiles(), 0);
     ASSERT_EQ(results.getResults().size(), 2U);
@@ -218,7 +207,7 @@ TEST_F(HiveAnalysis, OneHiveThatFailsLosesNoOther)
     for (const RDHiveFailure& failure : results.getFailures()) {
         const auto& [code, place] = failures.at(failure.mountName.c_str());
         EXPECT_EQ(failure.code, code) << utf8(failure.mountName.c_str());
-        EXPECT_NE(failure.report.find(place), HeapStringW::npos) << utf8(failure.report.c_str());
+        EXPECT_NE(failure.report.find(place.c_str()), HeapStringW::npos) << utf8(failure.report.c_str());
     }
 }
 
@@ -320,7 +309,7 @@ TEST_F(HiveAnalysis, DISABLED_EndsWithItsProcess)
 TEST_F(HiveAnalysis, DeletesWhatAnEndedProcessHasLeftAndNothingElse)
 {
     EXPECT_EQ(exitCodeOf(startDisabled(L"--gtest_filter=HiveAnalysis.DISABLED_*")), 7U);
-    RegDeleteValueW(list, L"child");
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, L"child");
     EXPECT_EQ(countFiles(), 2);
     const std::wstring own = L"old1.sysmaint." + std::to_wstring(GetCurrentProcessId()) + L"-9.tmp";
     const std::wstring others[] = {L"old1.tmp",
@@ -378,7 +367,6 @@ TEST_F(HiveAnalysis, TheDefragmenterIsOneWithAState)
 
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     EXPECT_EQ(analyze(), ERROR_FILE_NOT_FOUND);
-    RegCreateKeyW(HKEY_LOCAL_MACHINE, kHiveList, &list);
     EXPECT_NE(CloseRegistryDefragmenter(defragmenter), 0);
     EXPECT_TRUE(CloseRegistryDefragmenter(defragmenter) == 0 && analyze() == ERROR_INVALID_HANDLE);
     EXPECT_NE(refusalOf(THPOpenThreadPool(L"RegistryDefragmenter")), 0U) << "closed with the last handle";
@@ -393,7 +381,7 @@ TEST_F(HivesConsole, ShowsATableAndJson)
               "0\n\\M\\a  " + a + "\nz?\\b  " + b + "\nzy  \\Device\\HarddiskVolume1234\\x\n3 hives\n");
     FixedOutputByteStream full(nullptr, 0);
     EXPECT_EQ(DumpHiveList(full), ERROR_WRITE_FAULT);
-    RegDeleteValueW(list, L"zy");
+    RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, L"zy");
     const std::string head =
         "          now    compacted       saving                                   hive\n";
     const std::string rowA =

@@ -5,8 +5,7 @@ struct ListenerFaults : Listeners
     /// Reports a message, waits until it is there, and lets another reporter take the connection over.
     void reportAndRenew(const ConnectionHandle& client)
     {
-        MessageW none;
-        m_reporter->onMessage(MessageW(L"", 1), none, nullptr);
+        queue(1);
         EXPECT_EQ(m_reporter->flush(60000, nullptr), ERROR_SUCCESS);
         m_reporter.reset();
         m_reporter.reset(DllGetMessageReporter(client.get()));
@@ -40,14 +39,10 @@ TEST_P(ListenerFaults, EndAtOnceAndLeaveNothing)
             goOn.set();
             sender.join();
             EXPECT_EQ(m_reporter->getState().refused, 1U);
-            TopicUnsubscribe(m_near, *m_reporter, INFINITE);
-            m_reporter.reset();
         }
         // One that still waits for a server, and one with messages that nobody
         // takes.
         report({});
-        MessageW none;
-        const auto queue = [&](std::uint32_t id) { m_reporter->onMessage(MessageW(L"", id), none, nullptr); };
         queue(1), queue(2), queue(3);
         EXPECT_EQ(m_reporter->flush(50, nullptr), WAIT_TIMEOUT);
         std::thread stopper([&] { Sleep(50), m_reporter->stop(); });
@@ -56,46 +51,12 @@ TEST_P(ListenerFaults, EndAtOnceAndLeaveNothing)
         queue(4);
         EXPECT_EQ(m_reporter->getState().waiting, 3U);
         EXPECT_EQ(m_reporter->getState().refusal, ERROR_CANCELLED);
-        TopicUnsubscribe(m_near, *m_reporter, INFINITE);
-        m_reporter.reset();
+        dropReporter();
         m_server.reset();
         m_receiver.act = nullptr;
         EXPECT_TRUE(before.isReachedAgain(round == kWarmUps ? 60 : 10) || round != kWarmUps)
             << before.describe() << ", then " << ProcessCounts::now().describe();
     }
-}
-
-// Each allocation fails in turn.
-TEST_P(ListenerFaults, AreNotMadeWithoutMemory)
-{
-    const HeapWatch watch(sysmaintModule());
-    const auto failEach = [](auto&& create) { // until nothing fails, and it is made
-        for (long failing = 1;; ++failing) {
-            HeapWatch::arm(failing);
-            const bool isMade = create();
-            const auto code = static_cast<long>(GetLastError());
-            HeapWatch::disarm();
-            EXPECT_TRUE(isMade != HeapWatch::hasFailed() && (isMade || code == ERROR_NOT_ENOUGH_MEMORY))
-                << failing << ": " << code;
-            if (!HeapWatch::hasFailed())
-                return;
-        }
-    };
-    m_server = Connected::makeServer(m_isPipe);
-    failEach([&] {
-        m_listener.reset(CreateMessageListener(L"far", m_server.get(), m_far));
-        return m_listener.isValid();
-    });
-    askPort();
-    const ConnectionHandle client = makeClient(L"reporter");
-    failEach([&] {
-        m_reporter.reset(DllGetMessageReporter(client.get()));
-        return m_reporter != nullptr;
-    });
-    ASSERT_TRUE(m_listener.isValid() && m_reporter);
-    HeapWatch::arm(1);
-    EXPECT_EQ(m_reporter->flush(0, nullptr), ERROR_NOT_ENOUGH_MEMORY);
-    HeapWatch::disarm();
 }
 
 // Of who accepts clients, and of who serves one.
@@ -158,16 +119,9 @@ TEST_P(ListenerFaults, SurviveAHandlerThatEndsItsThread)
     EXPECT_EQ(getState().clients, 1U);
     const TestEvent goOn;
     m_receiver.act = [&] { WaitForSingleObject(goOn.get(), 60000); };
-    const Reporter impatient(DllGetMessageReporter(makeClient(L"impatient").get(), {ReportMode::Send, 100}));
-    MessageW reply;
-    long code = ERROR_SUCCESS;
-    try {
-        impatient->onMessage(MessageW(L"near", 1), reply, nullptr);
-    } catch (long raised) {
-        code = raised;
-    }
-    EXPECT_EQ(code, WAIT_TIMEOUT);
-    EXPECT_EQ(impatient->getState().connection, WAIT_TIMEOUT);
+    report({ReportMode::Send, 100});
+    EXPECT_EQ(sendOne(4), WAIT_TIMEOUT);
+    EXPECT_EQ(m_reporter->getState().connection, WAIT_TIMEOUT);
     goOn.set();
 }
 

@@ -62,11 +62,15 @@ protected:
     Listeners() { EXPECT_EQ(TopicSubscribe(m_far, m_receiver), ERROR_SUCCESS); }
     ~Listeners() override
     {
+        dropReporter();
+        m_listener.reset();
+        TopicUnsubscribe(m_far, m_receiver, INFINITE);
+    }
+    void dropReporter()
+    {
         if (m_reporter)
             TopicUnsubscribe(m_near, *m_reporter, INFINITE);
         m_reporter.reset();
-        m_listener.reset();
-        TopicUnsubscribe(m_far, m_receiver, INFINITE);
     }
     void listen(const ListenerOptions& options = {})
     {
@@ -87,11 +91,16 @@ protected:
     }
     void report(const ReporterOptions& options)
     {
-        const ConnectionHandle client = makeClient(L"reporter");
-        m_reporter.reset(); // it has the connection
-        m_reporter.reset(DllGetMessageReporter(client.get(), options));
+        dropReporter(); // it has the connection
+        m_reporter.reset(DllGetMessageReporter(makeClient(L"reporter").get(), options));
         ASSERT_TRUE(m_reporter) << GetLastError();
         ASSERT_EQ(TopicSubscribe(m_near, *m_reporter), ERROR_SUCCESS);
+    }
+    /// Lets the reporter have a message without its topic.
+    void queue(std::uint32_t id) const
+    {
+        MessageW none;
+        m_reporter->onMessage(MessageW(L"", id), none, nullptr);
     }
     long sendOne(std::uint32_t id)
     {

@@ -114,6 +114,21 @@ unsigned long long now()
 /// The fake objects are no proxies.
 struct WmiMonitor : Monitor
 {
+    /// What the system tells, and what of that is told on.
+    static void tell(bool isStart, DWORD id, unsigned long long time,
+                     const std::wstring& name = L"process_child.exe")
+    {
+        FakeWmi::post(event(isStart, static_cast<long>(id), name, time));
+    }
+    void expect(bool isStart, DWORD id, const std::wstring& name = L"process_child.exe")
+    {
+        expected.push_back((isStart ? L"1 " : L"2 ") + std::to_wstring(id) + L" 12 1 " + name);
+    }
+    void expectAllTold()
+    {
+        EXPECT_TRUE(recorder.hasTaken(expected.size()));
+        EXPECT_TRUE(PMStopMonitor() == 0 && recorder.taken() == expected && com.references == 0);
+    }
     const LookedUp functions{{{"CoSetProxyBlanket", address(+[](void*, DWORD, DWORD, void*, DWORD, DWORD,
                                                                 void*, DWORD) -> HRESULT { return S_OK; })}}};
     const FakeWmi wmi;
@@ -121,7 +136,7 @@ struct WmiMonitor : Monitor
     /// Posts the first event, of a process that nobody asked for.
     static void awaitEvents()
     {
-        FakeWmi::post(event(true, 3000000, L"first.exe", now()));
+        tell(true, 3000000, now(), L"first.exe");
         ASSERT_TRUE(comesTrue([] { return state() == State(kMonitorEvents, 0); }));
     }
 };
@@ -161,29 +176,27 @@ TEST_F(Monitor, FallsBackToSnapshotsWhereTheSystemRefusesEvents)
 
 TEST_F(WmiMonitor, MissesNothingThatTheSystemTells)
 {
-    constexpr long kFirst = 1000000, kCount = 200; // ids that nobody has
+    constexpr DWORD kFirst = 1000000, kCount = 200; // ids that nobody has
     ASSERT_EQ(PMStartMonitor(kTopic, L"process_child*", 60000, 1), 0);
     awaitEvents();
     EXPECT_EQ(FakeWmi::takeAsked(), L"ROOT\\CIMV2;WQL;SELECT * FROM Win32_ProcessTrace;");
-    const auto tell = [&](bool isStart, long id) {
-        FakeWmi::post(event(isStart, id, isStart ? L"Process_Child.exe" : L"process_child.", now()));
-        expected.push_back((isStart ? L"1 " : L"2 ") + std::to_wstring(id) + L" 12 1 Process_Child.exe");
+    const auto tellAndExpect = [&](bool isStart, DWORD id) {
+        tell(isStart, id, now(), isStart ? L"Process_Child.exe" : L"process_child.");
+        expect(isStart, id, L"Process_Child.exe");
     };
-    for (long id = kFirst; id < kFirst + kCount; ++id) {
-        tell(true, id);
-        tell(false, id);
-        tell(true, kFirst); // the same id again
-        FakeWmi::post(event(true, id + kCount, L"other.exe", now()));
-        tell(false, kFirst);
+    for (DWORD id = kFirst; id < kFirst + kCount; ++id) {
+        tellAndExpect(true, id);
+        tellAndExpect(false, id);
+        tellAndExpect(true, kFirst); // the same id again
+        tell(true, id + kCount, now(), L"other.exe");
+        tellAndExpect(false, kFirst);
     }
     // A known process, an unknown one, and an end from before the start.
-    const auto own = static_cast<long>(GetCurrentProcessId());
-    FakeWmi::post(event(true, own, L"process_child.exe", now()));
-    FakeWmi::post(event(false, kFirst, L"process_child.exe", now()));
-    FakeWmi::post(event(false, own, L"process_child.exe", 1));
-    tell(true, kFirst);
-    ASSERT_TRUE(recorder.hasTaken(expected.size()));
-    EXPECT_TRUE(recorder.taken() == expected && PMStopMonitor() == 0 && com.references == 0);
+    tell(true, GetCurrentProcessId(), now());
+    tell(false, kFirst, now());
+    tell(false, GetCurrentProcessId(), 1);
+    tellAndExpect(true, kFirst);
+    expectAllTold();
 }
 
 TEST_F(WmiMonitor, TellsFromSnapshotsUntilTheSystemAnswers)
@@ -201,16 +214,13 @@ TEST_F(WmiMonitor, TellsFromSnapshotsUntilTheSystemAnswers)
         EXPECT_EQ(state(), State(kMonitorSnapshots, 0));
         answer.set();
         awaitEvents();
-        const auto id = static_cast<long>(entry.id);
-        FakeWmi::post(event(true, id, L"process_child.exe", entry.startTime + 1000)); // told already
+        tell(true, entry.id, entry.startTime + 1000); // told already
         child.end();
-        FakeWmi::post(event(true, id, L"process_child.b", entry.startTime + 20000000)); // the id again
-        FakeWmi::post(event(false, id, L"process_child.exe", entry.startTime + 10000000));
+        tell(true, entry.id, entry.startTime + 20000000, L"process_child.b"); // the id again
+        tell(false, entry.id, entry.startTime + 10000000);
         expected.push_back(line(kProcessEnded, entry));
-        expected.push_back(L"1 " + std::to_wstring(id) + L" 12 1 process_child.b");
-        ASSERT_TRUE(recorder.hasTaken(5));
-        EXPECT_TRUE(PMStopMonitor() == 0 && recorder.taken() == expected);
-        EXPECT_TRUE(com.references == 0);
+        expect(true, entry.id, L"process_child.b");
+        expectAllTold();
     }
 }
 
@@ -218,7 +228,7 @@ TEST_F(WmiMonitor, TellsWhichProcessOfAnIdAnEventIsAbout)
 {
     ASSERT_EQ(PMStartMonitor(kTopic, L"process_child*", 60000, 1), 0);
     awaitEvents();
-    long id = 1000000;
+    DWORD id = 1000000;
     // The events: + or -, the process, the second; and what is told.
     for (const auto& [events, told] : {std::pair("+a0 +b2 -a1 -b3 ", "+a-a+b-b"), // the end comes late
                                        {"+a0 +b2 -b3 ", "+a-a+b-b"},              // or never
@@ -230,20 +240,19 @@ TEST_F(WmiMonitor, TellsWhichProcessOfAnIdAnEventIsAbout)
         const unsigned long long base = now();
         const auto name = [](char process) { return L"process_child." + std::wstring(1, process); };
         for (const char* at = events; *at != 0; at += 4)
-            FakeWmi::post(event(*at == '+', id, name(at[1]), base + (at[2] - '0') * 10000000ULL));
+            tell(*at == '+', id, base + (at[2] - '0') * 10000000ULL, name(at[1]));
         for (const char* at = told; *at != 0; at += 2)
-            expected.push_back((*at == '+' ? L"1 " : L"2 ") + std::to_wstring(id) + L" 12 1 " + name(at[1]));
+            expect(*at == '+', id, name(at[1]));
     }
-    ASSERT_TRUE(recorder.hasTaken(expected.size()));
-    EXPECT_TRUE(PMStopMonitor() == 0 && recorder.taken() == expected);
+    expectAllTold();
 }
 
 TEST_F(WmiMonitor, TellsFromSnapshotsWhileTheSystemAcceptsAndSendsNothing)
 {
     const TestEvent answer;
-    ASSERT_EQ(PMStartMonitor(kTopic, kChildren, 20, 1), 0);
-    ASSERT_TRUE(comesTrue([] { return FakeWmi::fetches > 1; }));
     for (const bool hangs : {false, true}) { // it says that there is nothing yet; after an event it hangs
+        ASSERT_EQ(PMStartMonitor(kTopic, kChildren, 20, 1), 0);
+        ASSERT_TRUE(comesTrue([] { return FakeWmi::fetches > 1; }));
         if (hangs) {
             awaitEvents();
             FakeWmi::post([&] {
@@ -255,17 +264,14 @@ TEST_F(WmiMonitor, TellsFromSnapshotsWhileTheSystemAcceptsAndSendsNothing)
         EXPECT_EQ(state(), State(kMonitorSnapshots, 0));
         if (hangs)
             answer.set();
-        const auto id = static_cast<long>(child.id); // its events come late, then those of the id's next user
-        for (const bool isNext : {false, true})
+        for (const unsigned after :
+             {1000U, 20000000U}) // its events come late, then those of the id's next user
             for (const bool isStart : {true, false})
-                FakeWmi::post(event(isStart, id, L"process_child.exe",
-                                    child.startTime + (isNext ? 20000000U : 1000U) + (isStart ? 0 : 1000U)));
-        for (const wchar_t* const message : {L"1 ", L"2 "})
-            expected.push_back(message + std::to_wstring(id) + L" 12 1 process_child.exe");
-        ASSERT_TRUE(recorder.hasTaken(expected.size()));
-        EXPECT_EQ(PMStopMonitor() + (hangs ? 0 : PMStartMonitor(kTopic, kChildren, 20, 1)), 0);
+                tell(isStart, child.id, child.startTime + after + (isStart ? 0 : 1000U));
+        expect(true, child.id);
+        expect(false, child.id);
+        expectAllTold();
     }
-    EXPECT_EQ(recorder.taken(), expected);
 }
 
 TEST_F(WmiMonitor, GoesOnWithSnapshotsWhenEventsStopComing)
@@ -274,7 +280,7 @@ TEST_F(WmiMonitor, GoesOnWithSnapshotsWhenEventsStopComing)
     ASSERT_TRUE(comesTrue([] { return FakeWmi::fetches != 0; }));
     const Child told, missed;
     const ProcessEntry first = told.entry(), second = missed.entry();
-    FakeWmi::post(event(true, static_cast<long>(told.id), L"process_child.exe", now()));
+    tell(true, told.id, now());
     FakeWmi::post([] { return static_cast<HRESULT>(WBEM_E_TRANSPORT_FAILURE); });
     ASSERT_TRUE(recorder.hasTaken(2)); // which come before the state: the last events need those told
     EXPECT_TRUE(comesTrue([] { return state() == State(kMonitorSnapshots, 0x1015); }));
