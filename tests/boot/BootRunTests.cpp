@@ -1,7 +1,5 @@
 #include "BootRunTest.h"
 
-#include <process.h>
-
 #include "support/Passes.h"
 
 namespace {
@@ -92,18 +90,25 @@ struct BootCallTest : BootRunTest
         write((windows / kList).wstring(), bytesOf(kHeader + torn).append("p").append(bytesOf(lines)));
         isAdded = false;
     }
-    /// That call fails, or somebody adds a line just before it, as the library does. Returns how many were
-    /// made.
-    int runWith(bool adds, int at)
+    enum class How
+    {
+        fails,
+        dies,
+        adds
+    };
+    /// That call fails, it and all later ones have no effect as after a power cut, or somebody adds a line
+    /// just before it, as the library does. Returns how many were made.
+    int runWith(How how, int at)
     {
         prepare();
         TestApi api;
         api.onEach([&](int call, const void* function) {
-            if (adds && call >= at && !isAdded)
+            if (how == How::adds && call >= at && !isAdded)
                 isAdded = append();
             // A close only releases what the end of the process releases as well.
             const bool isClose = function == reinterpret_cast<void*>(native::systemApi().close);
-            return !adds && call == at && !isClose ? kNoResources : TestApi::kGoOn;
+            const bool fails = how == How::fails ? call == at : how == How::dies && call >= at;
+            return fails && !isClose ? kNoResources : TestApi::kGoOn;
         });
         run(api);
         return api.calls;
@@ -167,12 +172,12 @@ struct BootCallTest : BootRunTest
 
 TEST_F(BootCallTest, EachLeavesWhatTheNextRunNeeds)
 {
-    for (const bool adds : {false, true}) {
-        int calls = runWith(adds, 1000000); // never
+    for (const How how : {How::fails, How::dies, How::adds}) {
+        int calls = runWith(how, 1000000); // never
         EXPECT_GT(calls, 80);
         for (int at = 1; at <= calls; ++at) {
-            SCOPED_TRACE(testing::Message() << "adds " << adds << ", call " << at);
-            calls = std::max(calls, runWith(adds, at));
+            SCOPED_TRACE(testing::Message() << "way " << static_cast<int>(how) << ", call " << at);
+            calls = std::max(calls, runWith(how, at));
             expectNothingLost();
             expectDone();
         }
@@ -191,35 +196,6 @@ TEST_F(BootCallTest, TellsWhenTheListCannotBeWritten)
     EXPECT_EQ(run(api).status, kNoResources);
     EXPECT_TRUE(!isThere(L"report") && list() == line(L"report"));
     EXPECT_TRUE(run().isListEmpty);
-}
-
-/// The program itself, with only the name of its imported library changed: that library ends it at each call,
-/// like a power cut.
-TEST_F(BootCallTest, DeathAtAnyMomentLosesNothing)
-{
-    wchar_t path[MAX_PATH];
-    windows.assign(path, path + GetWindowsDirectoryW(path, MAX_PATH));
-    GetModuleFileNameW(nullptr, path, MAX_PATH);
-    const auto folder = std::filesystem::path(path).parent_path();
-    std::string image = read((folder / L"sysmaint-boot.exe").wstring());
-    const std::string library = "ntdll.dll";
-    image.replace(image.find(library), library.size(), "death.dll");
-    EXPECT_EQ(image.find(library), std::string::npos);
-    const std::wstring program = (folder / L"dying-boot.exe").wstring();
-    write(program, image);
-    int deaths = 0;
-    for (bool isDead = true; isDead; ++deaths) {
-        SCOPED_TRACE(deaths);
-        prepare();
-        SetEnvironmentVariableW(L"SYSMAINT_DEATH_AT", std::to_wstring(deaths + 1).c_str());
-        isDead = _wspawnl(_P_WAIT, program.c_str(), L"boot", nullptr) == 99;
-        expectNothingLost();
-        expectDone();
-    }
-    EXPECT_GT(deaths, 50);
-    for (const wchar_t* name : {L"ForceDelete.txt", L"sysmaint-boot.log"})
-        std::filesystem::remove(windows / name);
-    std::filesystem::remove(program);
 }
 
 /// Knows the file "report" by its handle, so long as it is open.

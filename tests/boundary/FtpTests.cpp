@@ -344,6 +344,8 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
     std::unique_ptr<IFtpFile> file = fileOn("twice", connection); // two in one packet
     EXPECT_EQ(codeOf([&] { file->getSize(); }), ERROR_INVALID_DATA);
     EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND);
+    file = fileOn("hasty", connection); // one that comes between a command and its own
+    EXPECT_EQ(erase(*file), ERROR_INVALID_DATA);
     file = fileOn("late", connection); // one that comes while nothing is asked
     EXPECT_EQ(file->exists(), 1);
     servers.cue();
@@ -374,4 +376,22 @@ TEST(FtpHostile, FoldersWithoutEndAreNotWalked)
     EXPECT_EQ(deep.failures.begin()->second, ERROR_FILENAME_EXCED_RANGE);
     EXPECT_EQ(deep.failures.begin()->first.size(), 17U * 251U) << "the first beyond the limit";
     EXPECT_EQ(deep.found.size(), 2U * 17U);
+}
+
+// What LIST does with a path is each server's own affair; one only serves who asks it by paths.
+TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
+{
+    const std::set<std::wstring> tree{L"file 5 /in",         L"folder /a",          L"file 5 /a/in",
+                                      L"folder /b",          L"file 5 /b/in-b",     L"folder /a/a",
+                                      L"file 5 /a/a/in-a-a", L"folder /a/b",        L"file 5 /a/b/in-a-b",
+                                      L"folder /b/a",        L"file 5 /b/a/in-b-a", L"folder /b/b"};
+    FtpServers servers(L"hostile");
+    for (const char* mode : {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps"}) {
+        SCOPED_TRACE(mode);
+        const long code = std::string(mode) == "hollow" ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
+        FtpScan scan(servers.ports[mode]);
+        EXPECT_EQ(scan.run(), code);
+        EXPECT_EQ(scan.found, tree);
+        EXPECT_EQ(scan.failures, (std::map<std::wstring, long>{{L"/b/b", code}}));
+    }
 }

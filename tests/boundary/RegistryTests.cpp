@@ -164,21 +164,6 @@ TEST_F(Registry, HandlesAndArguments)
     EXPECT_EQ(CloseScanItem(filed), 0) << "a refused call left it open";
     EXPECT_EQ(RSEngineAddPath(engine, user, L"x", kRegistryView32 | kRegistryView64), 87);
     EXPECT_EQ(scan(kRoot + L"\\missing", 9), ERROR_FILE_NOT_FOUND);
-
-    // An engine without a handle does the same, and another provider's registrations serve as well.
-    addValue(L"v");
-    const std::unique_ptr<IRegistryScanEngine> own(DllGetRegistryScanEngine());
-    own->registerHandler(collector, kLeafFound, 0, 0);
-    own->addPath(user, kRoot.c_str(), 0);
-    EXPECT_EQ(own->scan(nullptr, everything(), {}), ERROR_SUCCESS);
-    expectFound({L"v"});
-    own->clearNotifyHandlers();
-    EXPECT_EQ(codeOf([&] { own->scan(nullptr, everything(), {}); }), ERROR_NOT_FOUND);
-    NotifyProvider provider;
-    provider.registerHandler(collector, kLeafFound, 0, 0);
-    RSEngineClearHandlers(engine);
-    EXPECT_TRUE(RSEngineRegisterHandlers(engine, provider, 0, 0) == ERROR_SUCCESS && scan() == ERROR_SUCCESS);
-    expectFound({L"v"});
 }
 
 TEST_F(Registry, AllWhoAskForDataAtOnceGetOneReading)

@@ -224,21 +224,6 @@ TEST(ScanItems, TheCurrentFolderIsThePrograms)
     }
 }
 
-// The expander requests exactly what it needs, and leaves a buffer that is too small unchanged.
-TEST(ScanItems, TheExpanderOfMacrosKeepsToItsBuffer)
-{
-    IPathValidatorW& expander = *DllGetPathValidatorW();
-    wchar_t buffer[64] = L"%windir%\\x";
-    unsigned long needed = 0;
-    EXPECT_TRUE(expander.validate(buffer, 0, &needed) == ERROR_MORE_DATA && needed == 12U);
-    EXPECT_EQ(expander.validate(buffer, 12, nullptr), ERROR_MORE_DATA);
-    EXPECT_STREQ(buffer, L"%windir%\\x");
-    EXPECT_EQ(expander.validate(buffer, 13, nullptr), ERROR_SUCCESS);
-    EXPECT_STREQ(buffer, L"C:\\windows\\x");
-    EXPECT_EQ(expander.validate(buffer, 64, &needed), ERROR_NOT_FOUND);
-    EXPECT_EQ(expander.validate(nullptr, 64, &needed), ERROR_INVALID_PARAMETER);
-}
-
 // One byte of a stream, say a damaged one, must not make a path that of the folder or key above.
 TEST(ScanItems, NoZeroCutsALoadedText)
 {

@@ -1,11 +1,9 @@
-#include "support/HangReport.h"
 #include "support/Pools.h"
 
 namespace {
 constexpr int kThreads = 8;
 constexpr const wchar_t* kNames[] = {L"stress 0", L"stress 1",
                                      L"stress 2"}; // few, so that the threads collide
-constexpr ULONGLONG kHangs = 60000;                // milliseconds without a step
 std::atomic<unsigned> liveObjects{0};              // what the running work uses
 
 const wchar_t* nameOf(unsigned number)
@@ -46,13 +44,9 @@ struct Caller
     {
         while (GetTickCount64() < until)
             (random() % 3 == 0 ? messages() : pools());
-        since = ~ULONGLONG{} - kHangs;
     }
-    void begin(int newStep) { since = GetTickCount64(), step = newStep; }
-
     void pools()
     {
-        begin(10);
         const SmartHandle<THPCloseThreadpool> pool(THPCreateThreadPool(nameOf(random())));
         const unsigned long category = random() % 2, work = random() % 30;
         if (random() % 4 == 0)
@@ -60,7 +54,6 @@ struct Caller
                               THPCategoryOptions(random() % 3 + 1, random() % 8 == 0 ? 4 : 0, 0, 0));
         for (unsigned left = random() % 12; left > 0; --left)
             call(pool.get(), category, work);
-        begin(20); // to close the pool
     }
 
     void call(void* pool, unsigned long category, unsigned long work)
@@ -79,17 +72,14 @@ struct Caller
             [&] { THPCancelWork(pool, category, Operation::CancelAndReturn); },
             [&] { THPCancelWork(pool, category, work, Operation::CancelAndWait); },
             [&] { THPWait(pool, category, 200UL, nullptr); }};
-        begin(static_cast<int>(random() % std::size(calls)));
-        calls[step]();
+        calls[random() % std::size(calls)]();
         std::free(std::malloc(1000)); // perhaps beside suspended work
-        begin(step + 30);
         THPResumeWork(pool, category);
         THPResumeWork(pool, category, work);
     }
 
     void messages()
     {
-        begin(40);
         const TopicHandle topic = CreateMessageTopic(nameOf(random()));
         Handler subscriber(receive);
         TopicSubscribe(topic, subscriber);
@@ -98,14 +88,11 @@ struct Caller
         send(topic, random() % 1000);
         if (random() % 3 == 0)
             TopicStopConsumer(topic);
-        begin(50);
         TopicConsumeAll(topic, 50);
         EXPECT_EQ(TopicUnsubscribe(topic, subscriber, INFINITE), ERROR_SUCCESS);
     }
 
     std::mt19937 random;
-    std::atomic<int> step{0}; // which hangs
-    std::atomic<ULONGLONG> since{GetTickCount64()};
 };
 } // namespace
 
@@ -116,22 +103,7 @@ TEST(Stress, OfPoolsAndTopicsHangsNowhere)
     const ULONGLONG until = GetTickCount64() + 1000ULL * (wanted != nullptr ? std::atoi(wanted) : 60);
     const auto seed = static_cast<unsigned>(GetTickCount64());
     SCOPED_TRACE(seed);
-    std::deque<Caller> callers;
-    for (unsigned i = 0; i < kThreads; ++i)
-        callers.emplace_back(seed + i);
-    std::atomic<int> left{kThreads};
-    onThreadsAtOnce(kThreads + 1, [&](int i) {
-        if (i < kThreads) {
-            callers[i].run(until);
-            --left;
-        }
-        for (; i == kThreads && left != 0; Sleep(200)) // the watchdog
-            for (const Caller& caller : callers)
-                if (GetTickCount64() > caller.since + kHangs) {
-                    std::fprintf(stderr, "seed %u: step %d hangs\n", seed, caller.step.load());
-                    HangReport::endProgram();
-                }
-    });
+    onThreadsAtOnce(kThreads, [&](int i) { Caller(seed + static_cast<unsigned>(i)).run(until); });
     EXPECT_EQ(liveObjects, 0U) << "the last handles are closed, so no work runs any more";
     for (const wchar_t* name : kNames) {
         EXPECT_TRUE(THPOpenThreadPool(name) == INVALID_HANDLE_VALUE && !OpenMessageTopic(name).isValid());

@@ -64,6 +64,7 @@ void suspendIn(const std::function<void()>& call, Collector& collector, bool isI
     const Replaced<"FindFirstFileW", decltype(&FindFirstFileW)> searches(called);
     const Replaced<"GetFileAttributesExW", decltype(&GetFileAttributesExW)> sizes(called);
     const Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> keys(called);
+    const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(called);
     collector.action = [&](const auto&, const auto&) { stop(true); };
     Work work(call);
     const TestPool pool;
@@ -73,6 +74,7 @@ void suspendIn(const std::function<void()>& call, Collector& collector, bool isI
     window.goOn.set();
     EXPECT_EQ(WaitForSingleObject(passed.get(), isInHandler ? 50 : 10000) == WAIT_OBJECT_0, !isInHandler);
     EXPECT_EQ(pool.wait(1, 50), WAIT_TIMEOUT) << "it stops at its end";
+    EXPECT_FALSE(OpenMessageTopic(L"none").isValid()) << "no lock is held";
     EXPECT_TRUE(THPResumeWork(pool.handle, kCategory) == ERROR_SUCCESS && pool.wait(1) == ERROR_SUCCESS);
     EXPECT_EQ(pool.result(1), ERROR_SUCCESS);
 }
@@ -163,49 +165,13 @@ TEST_F(TimeOfWaits, IsForAllDeliveriesTogetherAndTheSubscriberIsNotForgotten)
     sender.join();
 }
 
-TEST(Windows, AStopReleasesWhoWaitsForTheEmptiedQueue)
+// Work that waits outside the library is suspended while the locks of all heaps are held, and they are
+// released.
+TEST(Windows, NoWorkerIsSuspendedInAHeap)
 {
-    const TestEvent inside, waiting, mayEnd;
-    Handler handler([&] {
-        inside.set();
-        EXPECT_TRUE(mayEnd.wait());
-    });
-    const TopicHandle topic = topicOf(handler);
-    ASSERT_EQ(post(topic), ERROR_SUCCESS);
-    ASSERT_TRUE(inside.wait());
-    const Sleeping sleeps(before([&](auto...) { waiting.set(); }));
-    std::thread waiter([&] { EXPECT_EQ(TopicConsumeAll(topic, INFINITE), ERROR_CANCELLED); });
-    ASSERT_TRUE(waiting.wait());
-    EXPECT_EQ(TopicStopConsumer(topic), ERROR_SUCCESS);
-    waiter.join();
-    mayEnd.set();
-}
-
-// A worker inside the library, here with the lock of the table of topics, stops when it leaves it.
-TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
-{
-    Window window;
-    TestEvent out;
-    std::atomic<bool> ends{false};
-    Work work([&] {
-        EXPECT_FALSE(OpenMessageTopic(L"none").isValid());
-        for (out.set(); !ends;)
-            Sleep(1);
-    });
+    Blocker running;
     const TestPool pool;
-    {
-        const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(
-            before([&](auto) { window.hold(); }));
-        ASSERT_EQ(pool.queue(1, work), ERROR_SUCCESS);
-        ASSERT_TRUE(window.reached.wait());
-        EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
-        window.goOn.set();
-        EXPECT_FALSE(OpenMessageTopic(L"none").isValid()) << "the lock is free";
-        EXPECT_EQ(WaitForSingleObject(out.get(), 50), static_cast<DWORD>(WAIT_TIMEOUT));
-        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
-        ASSERT_TRUE(out.wait());
-    }
-    // Outside, it is suspended while the locks of all heaps are held, and they are released.
+    ASSERT_TRUE(pool.begins(1, running));
     const HANDLE own = HeapCreate(0, 0, 0);
     std::multiset<HANDLE> held;
     bool all = false;
@@ -223,14 +189,12 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibraryOrAHeap)
     held.insert(nullptr); // no allocation for the first node
     EXPECT_TRUE(THPSuspendWork(pool.handle, kCategory) == ERROR_SUCCESS && all && held.size() == 1U);
     EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
-    ends = true;
-    EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS);
     HeapDestroy(own);
 }
 
-// The same in the methods of the library's objects. The caller's handlers are outside, even when such a
-// method calls them.
-TEST(Windows, NoWorkerIsSuspendedInAMethod)
+// A worker inside the library, here with the lock of the table of topics or in the methods of its objects,
+// stops when it leaves it. The caller's handlers are outside, even when such a method calls them.
+TEST(Windows, NoWorkerIsSuspendedInsideTheLibrary)
 {
     const std::wstring place = testFolder() + L"\\suspended.bin";
     const std::unique_ptr<IFile> file(DllGetFile(place.c_str(), 0));
@@ -244,36 +208,19 @@ TEST(Windows, NoWorkerIsSuspendedInAMethod)
     engine->registerHandler(collector, kContainerFound, 0, 0);
     engine->registerHandler(collector, kLeafFound, 0, 0);
     const std::function<void()> scan = [&] { engine->scan(nullptr, everything(), ScanOptions()); };
-    for (const auto& [name, call] : {std::pair("onNotify", scan),
-                                     {"IRegistryScanEngine::scan", scan},
-                                     {"IDirectory::exists", [&] { directory->exists(); }},
-                                     {"IFile::create", [&] { file->create(); }},
-                                     {"IFile::exists", [&] { file->exists(); }},
-                                     {"IFile::getSize", [&] { static_cast<void>(file->getSize()); }},
-                                     {"IFile::deleteItem", [&] { file->deleteItem(); }},
-                                     {"IRegistryKey::exists", [&] { key->exists(); }},
-                                     {"IRegistryValue::exists", [&] { value->exists(); }}}) {
+    for (const auto& [name, call] :
+         {std::pair("onNotify", scan),
+          {"IRegistryScanEngine::scan", scan},
+          {"OpenMessageTopic", [] { static_cast<void>(OpenMessageTopic(L"none")); }},
+          {"IDirectory::exists", [&] { directory->exists(); }},
+          {"IFile::create", [&] { file->create(); }},
+          {"IFile::exists", [&] { file->exists(); }},
+          {"IFile::getSize", [&] { static_cast<void>(file->getSize()); }},
+          {"IFile::deleteItem", [&] { file->deleteItem(); }},
+          {"IRegistryKey::exists", [&] { key->exists(); }},
+          {"IRegistryValue::exists", [&] { value->exists(); }}}) {
         SCOPED_TRACE(name);
         suspendIn(call, collector, std::string_view(name) == "onNotify");
-    }
-}
-
-// Loading takes more locks than the loader's own, and a heap's while it holds them.
-TEST(Windows, WorkIsSuspendedOutsideTheLoader)
-{
-    std::atomic<long> loads{0};
-    Work loading([&](IThreadContext&, HANDLE cancel) -> long {
-        for (; WaitForSingleObject(cancel, 0) == WAIT_TIMEOUT; ++loads)
-            FreeLibrary(LoadLibraryW(L"version.dll"));
-        return ERROR_SUCCESS;
-    });
-    const TestPool pool;
-    ASSERT_EQ(pool.queue(1, loading), ERROR_SUCCESS);
-    for (int turn = 0; turn < 100; ++turn) {
-        ASSERT_TRUE(comesTrue([&, before = loads.load()] { return loads != before; }));
-        ASSERT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
-        FreeLibrary(LoadLibraryW(L"kernel32.dll")); // hangs if the work has what this needs
-        EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);
     }
 }
 

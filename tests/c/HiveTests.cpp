@@ -1,4 +1,4 @@
-// Hives through the C interface: their analysis, files that are not loaded, and settings.
+// The analysis of hives through the C interface.
 
 #include "c/Calls.h"
 #include "core/win32/registry/defragmenter/api.h"
@@ -13,7 +13,6 @@ protected:
     {
         for (const wchar_t* name : {L"a", L"b"}) // whose paths have no known form
             RegSetKeyValueW(HKEY_LOCAL_MACHINE, kList, name, REG_SZ, name, 4);
-        opened = CreateRegistryDefragmenter(L"c");
     }
     ~CHives() override
     {
@@ -21,89 +20,81 @@ protected:
             RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kList, name);
         CloseRegistryDefragmenter(opened);
     }
-    std::int32_t analyze(HANDLE stop = nullptr)
+    std::int32_t analyze() { return sysmaint_hive_analyze(opened, nullptr, &told.call, &told); }
+    std::int32_t load(const void* bytes, std::uint64_t size) const
     {
-        return sysmaint_hive_analyze(opened, stop, &told.call, &told);
+        return sysmaint_hive_results_load(opened, bytes, size);
+    }
+    Lines results()
+    {
+        lines.clear();
+        EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
+        return lines;
     }
 
     static constexpr wchar_t kList[] = L"System\\CurrentControlSet\\Control\\hivelist";
-    void* opened;
+    void* opened = CreateRegistryDefragmenter(L"c");
+    const Lines failed{L"161 a a 0 0", L"161 b b 0 0"};
     Lines lines; // one for each hive that the callback was told of
-    std::int32_t result = 0;
-    std::function<void()> act = [] {};
+    std::function<std::int32_t()> act = [] { return 0; };
     Callback<sysmaint_hive> told{[this](const sysmaint_hive& hive) {
-        std::wstring line = std::to_wstring(hive.code) + L' ' + hive.mount_name + L' ' + hive.path;
-        if (hive.code == 0)
-            line += L' ' + std::to_wstring(hive.old_size) + L' ' + std::to_wstring(hive.new_size);
-        else
-            EXPECT_NE(std::wstring(hive.report).find(L"RDHiveItem"), std::wstring::npos);
-        lines.push_back(line);
-        act();
-        return result;
+        lines.push_back(std::to_wstring(hive.code) + L' ' + hive.mount_name + L' ' + hive.path + L' ' +
+                        std::to_wstring(hive.old_size) + L' ' + std::to_wstring(hive.new_size));
+        EXPECT_EQ(std::wstring(hive.report).find(L"RDHiveItem") != std::wstring::npos, hive.code != 0);
+        return act();
     }};
 };
 } // namespace
 
 TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
 {
-    const Lines failed{L"161 a a", L"161 b b"};
     EXPECT_EQ(sysmaint_hive_list(&told.call, &told), 0);
     EXPECT_EQ(std::exchange(lines, {}), (Lines{L"0 a a 0 0", L"0 b b 0 0"}));
     EXPECT_EQ(analyze(), ERROR_BAD_PATHNAME);
-    EXPECT_EQ(std::exchange(lines, {}), failed);
-    EXPECT_EQ(sysmaint_hive_analyze(opened, nullptr, nullptr, nullptr), ERROR_BAD_PATHNAME);
-    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
-    EXPECT_EQ(std::exchange(lines, {}), failed);
+    EXPECT_EQ(lines, failed);
+    EXPECT_EQ(results(), failed);
 
-    void *kept = nullptr, *listed = nullptr;
-    std::uint64_t size = 0, listSize = 0;
-    EXPECT_EQ(sysmaint_hive_results_dump(opened, &kept, &size), 0);
     RDAnalyzerResults measured; // as no volume here can give
     measured.addResult(L"m", L"p", 8192, 4096);
-    MemoryOutputByteStream stream;
+    MemoryOutputByteStream stream, list;
     measured.dump(0, stream);
-    const auto load = [&](const void* bytes, std::uint64_t count) {
-        return sysmaint_hive_results_load(opened, bytes, count);
-    };
-    EXPECT_EQ(load(stream.getData(), stream.getSize() - 1), ERROR_READ_FAULT);
+    const std::uint64_t size = stream.getSize();
     static_cast<void>(stream.write("x", 1));
-    EXPECT_EQ(load(stream.getData(), stream.getSize()), ERROR_INVALID_DATA);
-    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
-    EXPECT_EQ(std::exchange(lines, {}), failed) << "as it was";
-    EXPECT_EQ(load(stream.getData(), stream.getSize() - 1), 0);
-    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
-    EXPECT_EQ(std::exchange(lines, {}), Lines{L"0 m p 8192 4096"});
-    EXPECT_EQ(load(kept, size), 0);
-    EXPECT_EQ(sysmaint_hive_results(opened, &told.call, &told), 0);
-    EXPECT_EQ(lines, failed);
+    EXPECT_EQ(load(stream.getData(), size - 1), ERROR_READ_FAULT);
+    EXPECT_EQ(load(stream.getData(), size + 1), ERROR_INVALID_DATA);
+    EXPECT_EQ(results(), failed) << "as it was";
+    EXPECT_EQ(load(stream.getData(), size), 0);
+    EXPECT_EQ(results(), Lines{L"0 m p 8192 4096"});
 
-    MemoryOutputByteStream list;
+    using Dump = std::function<std::int32_t(void**, std::uint64_t*)>;
+    const auto dumped = [](const Dump& dump) {
+        void* bytes = nullptr;
+        std::uint64_t length = 0;
+        EXPECT_EQ(dump(&bytes, &length), 0);
+        std::string copy(static_cast<char*>(bytes), length);
+        utilsFreeMemory(bytes);
+        return copy;
+    };
+    const auto textOf = [](const MemoryOutputByteStream& bytes, std::uint64_t length) {
+        return std::string(reinterpret_cast<const char*>(bytes.getData()), length);
+    };
     EXPECT_EQ(DumpHiveList(list), 0);
-    EXPECT_EQ(sysmaint_hive_list_dump(&listed, &listSize), 0);
-    EXPECT_EQ(std::string(static_cast<char*>(listed), listSize),
-              std::string(reinterpret_cast<const char*>(list.getData()), list.getSize()));
-    utilsFreeMemory(kept);
-    utilsFreeMemory(listed);
+    EXPECT_EQ(dumped(&sysmaint_hive_list_dump), textOf(list, list.getSize()));
+    EXPECT_EQ(dumped([&](auto... to) { return sysmaint_hive_results_dump(opened, to...); }),
+              textOf(stream, size));
 }
 
 TEST_F(CHives, ACallbackStopsTheAnalysisAndMayCloseTheDefragmenter)
 {
-    result = 4711;
+    act = [] { return 4711; };
     EXPECT_EQ(sysmaint_hive_list(&told.call, &told), 4711);
     act = [&] {
         EXPECT_EQ(sysmaint_hive_analyze(opened, nullptr, nullptr, nullptr), ERROR_BUSY);
         EXPECT_NE(CloseRegistryDefragmenter(opened), 0);
-        EXPECT_EQ(CloseRegistryDefragmenter(opened), 0);
+        return 4711;
     };
     lines.clear();
     EXPECT_EQ(analyze(), 4711);
-    EXPECT_EQ(lines, Lines{L"161 a a"}) << "and of no other";
-    const HANDLE stop = CreateEventW(nullptr, TRUE, TRUE, nullptr);
-    expectCodes({
-        {"closed", [&] { return analyze(); }, 6},
-        {"reopened",
-         [&] { return (opened = CreateRegistryDefragmenter(L"c")) != INVALID_HANDLE_VALUE ? 0 : 1; }, 0},
-        {"stopped", [&] { return analyze(stop); }, 1223},
-    });
-    CloseHandle(stop);
+    EXPECT_EQ(lines.size(), 1U) << "and of no other";
+    EXPECT_EQ(analyze(), ERROR_INVALID_HANDLE);
 }

@@ -6,31 +6,20 @@
 
 // What an argument is, where its type does not say it.
 
-/// A pointer that may be null.
-template <class T>
-struct Optional
+enum class Kind
 {
-    T value;
+    Optional, // a pointer that may be null
+    Kept,     // an output that does not belong to the caller, or that the row itself gives back
+    Typed     // a handle, and one of a kind that the function refuses (120)
 };
-template <class T>
-Optional(T) -> Optional<T>;
-/// An output that does not belong to the caller, or that the row itself gives back.
-template <class T>
-struct Kept
+template <Kind, class T>
+struct Marked
 {
-    T value;
+    T value, another;
 };
-template <class T>
-Kept(T) -> Kept<T>;
-/// A handle that the function refuses another kind of object for (120).
-template <class T>
-struct Typed
-{
-    T value;
-    T another;
-};
-template <class T>
-Typed(T, T) -> Typed<T>;
+inline constexpr auto optional = []<class T>(T value) { return Marked<Kind::Optional, T>{value, {}}; };
+inline constexpr auto kept = []<class T>(T value) { return Marked<Kind::Kept, T>{value, {}}; };
+inline constexpr auto typed = []<class T>(T value, T other) { return Marked<Kind::Typed, T>{value, other}; };
 /// A number of a few; `wrong` is none of them (87).
 struct Number
 {
@@ -48,10 +37,10 @@ struct CancelEvent
     void* value = nullptr;
 };
 
-template <class T, template <class> class Of>
+template <class T, Kind kind>
 inline constexpr bool kIs = false;
-template <class T, template <class> class Of>
-inline constexpr bool kIs<Of<T>, Of> = true;
+template <class T, Kind kind>
+inline constexpr bool kIs<Marked<kind, T>, kind> = true;
 
 /// Gives back an output that belongs to the caller.
 struct GiveBack
@@ -180,17 +169,15 @@ public:
 
 private:
     template <class T>
-    static constexpr bool isVoid = std::is_void_v<std::remove_pointer_t<T>>;
-    template <class T>
-    static constexpr bool isPointer = std::is_pointer_v<T> && !std::is_function_v<std::remove_pointer_t<T>>;
-    template <class T>
-    static constexpr bool isKnown = requires
+    static constexpr bool isComplete = requires
     {
         sizeof(std::remove_pointer_t<T>);
     };
     template <class T>
+    static constexpr bool isObject = std::is_pointer_v<T>&& std::is_object_v<std::remove_pointer_t<T>>;
+    template <class T>
     static constexpr bool isOutput =
-        isPointer<T> && !isVoid<T> && isKnown<T> && !std::is_const_v<std::remove_pointer_t<T>>;
+        isObject<T>&& isComplete<T> && !std::is_const_v<std::remove_pointer_t<T>>;
 
     static std::string outputsOf(const Arguments& arguments)
     {
@@ -214,7 +201,7 @@ private:
             if (output == nullptr)
                 return;
             text += text.empty() ? "" : ",";
-            if constexpr (isVoid<std::remove_reference_t<decltype(*output)>> &&
+            if constexpr (std::is_void_v<std::remove_pointer_t<std::remove_reference_t<decltype(*output)>>> &&
                           At + 1 < sizeof...(Parameters)) {
                 if constexpr (std::is_same_v<std::tuple_element_t<At + 1, Arguments>, std::uint64_t*>)
                     text.append(static_cast<const char*>(*output), *std::get<At + 1>(arguments));
@@ -241,16 +228,16 @@ private:
         } else if constexpr (std::is_same_v<Given, CppHandle>) {
             for (void* wrong : {static_cast<void*>(nullptr), strange<void>(), INVALID_HANDLE_VALUE})
                 expect(wrong, ERROR_INVALID_HANDLE);
-        } else if constexpr (isPointer<Parameter> && !isVoid<Parameter> && !isKnown<Parameter>) {
-            if constexpr (!kIs<Given, Optional>)
+        } else if constexpr (isObject<Parameter> && !isComplete<Parameter>) {
+            if constexpr (!kIs<Given, Kind::Optional>)
                 expect(nullptr, ERROR_INVALID_HANDLE);
             expect(strange<std::remove_pointer_t<Parameter>>(), ERROR_INVALID_HANDLE);
-            if constexpr (kIs<Given, Typed>)
+            if constexpr (kIs<Given, Kind::Typed>)
                 expect(given.another, ERROR_CALL_NOT_IMPLEMENTED);
         } else if constexpr (std::is_pointer_v<Parameter>) {
             if (argument == nullptr)
                 return;
-            if constexpr (!kIs<Given, Optional>)
+            if constexpr (!kIs<Given, Kind::Optional>)
                 expect(nullptr, ERROR_INVALID_PARAMETER);
             refuseSizes(argument, expect);
         }
@@ -260,9 +247,16 @@ private:
     {
         const Win32Handle signalled(CreateEventW(nullptr, TRUE, TRUE, nullptr));
         const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
+        const Win32Handle semaphore(CreateSemaphoreW(nullptr, 1, 1, nullptr));
+        HANDLE unwaitable = nullptr;
+        EXPECT_TRUE(DuplicateHandle(GetCurrentProcess(), signalled.get(), GetCurrentProcess(), &unwaitable,
+                                    EVENT_MODIFY_STATE, FALSE, 0));
         expect(signalled.get(), ERROR_CANCELLED);
-        expect(mutex.get(), ERROR_INVALID_HANDLE);
-        expect(strange<void>(), ERROR_INVALID_HANDLE);
+        expect(Win32Handle(unwaitable).get(), ERROR_ACCESS_DENIED);
+        for (void* wrong : {mutex.get(), semaphore.get(), strange<void>(), INVALID_HANDLE_VALUE})
+            expect(wrong, ERROR_INVALID_HANDLE);
+        EXPECT_FALSE(ReleaseMutex(mutex.get())) << "it is not kept";
+        EXPECT_FALSE(ReleaseSemaphore(semaphore.get(), 1, nullptr));
     }
     /// Those of a struct that begins with its size.
     template <class Struct, class Expect>

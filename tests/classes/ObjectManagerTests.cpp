@@ -1,8 +1,7 @@
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
-#include "core/win32/utils/objectmanager/include/Win32Handle.h"
-#include "support/Process.h"
-#include "support/Threads.h"
+#include "support/ImportReplacement.h"
+#include "support/Test.h"
 
 namespace {
 std::atomic<long> g_living{0};
@@ -110,28 +109,6 @@ TEST(ObjectManager, NumbersNamesAndCodes)
     EXPECT_EQ(table.getCount(), 2U);
 }
 
-TEST(ObjectManager, ObjectsLiveAsLongAsTheyAreHeld)
-{
-    {
-        Table table;
-        const auto noObject = []() -> CounterPtr { throw 1L; };
-        void* handle = table.openOrCreate(L"a", [] { return makeShared<Counter>(5U); });
-        EXPECT_EQ(table.openOrCreate(L"a", noObject), handle);
-        CounterPtr object;
-        ASSERT_EQ(table.get(handle, object), ERROR_SUCCESS);
-        table.close(handle);
-        EXPECT_NE(table.close(handle), 0);
-        EXPECT_EQ(object->value, 5U);
-        EXPECT_EQ(g_living, 1);
-        object = CounterPtr();
-        EXPECT_EQ(g_living, 0);
-        EXPECT_THROW(table.openOrCreate(L"a", noObject), long);
-        EXPECT_EQ(table.getCount(), 0U);
-        table.registerObject(L"left open", makeShared<Counter>());
-    }
-    EXPECT_EQ(g_living, 0);
-}
-
 TEST(ObjectManager, LoadAndDumpRequests)
 {
     Table table;
@@ -228,33 +205,6 @@ TEST(ObjectManager, FailingLock)
     EXPECT_EQ(table.close(handle), 0);
     EXPECT_NE(table.close(handle), 0);
     EXPECT_EQ(table.getCount(), 0U) << "the failed lookup has opened it";
-}
-
-// Only mutex handles are counted: the runtime keeps an event for its own lock from the first time that two
-// threads meet at it, at the end of a thread or never.
-TEST(ObjectManager, ManyThreadsOnTheSameNames)
-{
-    const Win32Handle sample(CreateMutexW(nullptr, FALSE, nullptr));
-    const DWORD mutexes = processHandleCount(sample.get());
-    std::atomic<long> failures{0};
-    for (int round = 0; round < 20; ++round) { // they also meet at the creation of the table's locks
-        Table table;
-        onThreadsAtOnce(8, [&](int thread) {
-            for (int turn = 0; turn < 150; ++turn) {
-                const std::wstring name(1, static_cast<wchar_t>(L'a' + (turn + thread) % 3));
-                void* handle = table.openOrCreate(name.c_str(), [] { return makeShared<Counter>(1U); });
-                CounterPtr object;
-                failures += table.get(handle, object) != ERROR_SUCCESS || object->value != 1;
-                void* again = table.lookup(name.c_str());
-                failures += again != handle || table.close(again) == 0 || table.close(handle) == 0;
-            }
-        });
-        EXPECT_EQ(table.getCount(), 0U);
-        EXPECT_EQ(processHandleCount(sample.get()), mutexes + 2) << "its two locks";
-    }
-    EXPECT_EQ(processHandleCount(sample.get()), mutexes);
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(g_living, 0);
 }
 
 TEST(Ownership, PointersHandlesAndLocks)

@@ -1,6 +1,7 @@
 // What happens to running threads when the library is unloaded and when the process ends. This program does
 // not link the library, so it can unload it.
 
+#include "c/sysmaint.h"
 #include "support/Process.h"
 #include "support/Threads.h"
 #include "win32/communication/include/IMessageHandler.h"
@@ -60,10 +61,35 @@ struct Library
 
 const auto isLoaded = []() { return GetModuleHandleW(L"sysmaint.dll") != nullptr; };
 
+/// Work of the C interface closes its pool and unloads the library, and returns to it.
+int unloadFromWork()
+{
+    static HMODULE library = LoadLibraryW(L"sysmaint.dll");
+    static sysmaint_pool* pool = nullptr;
+    const auto find = []<class Function>(Function*& function, const char* name) {
+        function = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+    };
+    decltype(&sysmaint_pool_create) create = nullptr;
+    decltype(&sysmaint_pool_queue) queue = nullptr;
+    static decltype(&sysmaint_pool_close) close = nullptr;
+    find(create, "sysmaint_pool_create");
+    find(queue, "sysmaint_pool_queue");
+    find(close, "sysmaint_pool_close");
+    const sysmaint_work_key key{sizeof key, SYSMAINT_SCOPE_WORK, L"c", L"c", 0, 0, nullptr};
+    const auto work = [](void*, const sysmaint_work*) -> std::int32_t {
+        return close(pool) + FreeLibrary(library);
+    };
+    if (create(L"unload", &pool) != 0 || queue(pool, &key, work, nullptr, nullptr, 0, nullptr) != 0)
+        return 1;
+    return comesTrue([] { return !isLoaded(); }) ? kGood : 2;
+}
+
 /// Unloads the library, or ends, while a pool and a topic are both in the middle of their work.
 int runChild(const std::string& mode)
 {
     const auto is = [&](const char* part) { return mode.find(part) != std::string::npos; };
+    if (is("work"))
+        return unloadFromWork();
     const TestEvent started, mayEnd;
     StayingHandler handler;
     workStarted = &started;
@@ -129,7 +155,9 @@ TEST(Unload, InTheMiddleOfWork)
         L"exit", L"exit-forgotten", L"exit-suspended",
         // A client library's static objects unsubscribe, wait, and close its pools and topics in the loader
         // lock. Waiting for what needs that lock to begin or end is impossible.
-        L"static-idle", L"static-busy"};
+        L"static-idle", L"static-busy",
+        // Without a client library, by a callback.
+        L"work"};
     for (const wchar_t* mode : modes)
         EXPECT_EQ(exitCodeOf(startSelf({mode})), static_cast<DWORD>(kGood)) << mode;
 }

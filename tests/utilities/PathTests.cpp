@@ -157,15 +157,21 @@ TEST(Paths, MakeUniqueAndTwins)
     EXPECT_EQ(name, umlaut.c_str() + 6);
     EXPECT_EQ(asText(PathNormalizeA)(umlaut.c_str()), utf8(L"C:\\ü\\x.ö"));
     EXPECT_EQ(asText(PathParentA)("\xff\\a"), "code 1113");
-    char path[64] = "%windir%\\x";
-    unsigned long needed = 0;
-    IPathValidatorA& validator = *DllGetPathValidatorA();
-    EXPECT_EQ(validator.validate(path, 12, &needed), 234);
-    EXPECT_EQ(path + std::to_string(needed), "%windir%\\x12");
-    EXPECT_EQ(validator.validate(path, 13, &needed), 0);
-    EXPECT_STREQ(path, "C:\\windows\\x");
-    EXPECT_EQ(validator.validate(path, 64, nullptr), 1168);
-    EXPECT_EQ(validator.validate(nullptr, 64, &needed), 87);
+    // The expanders of macros tell what they need, and leave a buffer that is too small as it was.
+    const auto expand = [](auto& validator, auto path, const auto& expanded) {
+        unsigned long needed = 0;
+        const auto before = path;
+        for (const unsigned long size : {0UL, 12UL})
+            EXPECT_EQ(std::tuple(validator.validate(path.data(), size, &needed), needed, path),
+                      std::tuple(234, 12UL, before));
+        EXPECT_EQ(validator.validate(path.data(), 12, nullptr), 234);
+        EXPECT_EQ(validator.validate(path.data(), 13, nullptr), 0);
+        EXPECT_EQ(path.data(), expanded);
+        EXPECT_EQ(validator.validate(path.data(), 64, &needed), 1168);
+        EXPECT_EQ(validator.validate(nullptr, 64, &needed), 87);
+    };
+    expand(*DllGetPathValidatorA(), std::array<char, 64>{"%windir%\\x"}, std::string("C:\\windows\\x"));
+    expand(*DllGetPathValidatorW(), std::array<wchar_t, 64>{L"%windir%\\x"}, std::wstring(L"C:\\windows\\x"));
 }
 
 // Windows' own format: the platform here has no such links, so the answer comes from the test.

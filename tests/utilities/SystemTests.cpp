@@ -224,55 +224,45 @@ TEST(Processes, AreRunAndTold)
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
 }
 
-// A shell that waits for another one, and starts one more when that has ended: all end, and nothing else.
+// The system reports the second process as a child of the first, and the third once one has been ended.
 TEST(Processes, EndWithTheirTreeFromBelow)
 {
     const unsigned long self = GetCurrentProcessId();
-    wchar_t command[] = L"C:\\windows\\system32\\cmd.exe /c \"cmd.exe /k & cmd.exe /k\"";
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    HANDLE output = nullptr, said = nullptr;
-    CreatePipe(&startup.hStdInput, &output, &inherited, 0);
-    CreatePipe(&said, &startup.hStdOutput, &inherited, 0);
-    PROCESS_INFORMATION started{};
-    ASSERT_TRUE(
-        CreateProcessW(nullptr, command, nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started));
-    EXPECT_EQ(asNumber(ProcessGetParent)(started.dwProcessId), self);
+    PROCESS_INFORMATION started[3]{};
+    for (PROCESS_INFORMATION& each : started) {
+        wchar_t command[] = L"child sleep";
+        STARTUPINFOW startup{};
+        ASSERT_TRUE(CreateProcessW(besideTests(L"process_child.exe").c_str(), command, nullptr, nullptr,
+                                   FALSE, 0, nullptr, nullptr, &startup, &each));
+    }
+    const unsigned long top = started[0].dwProcessId;
+    EXPECT_EQ(asNumber(ProcessGetParent)(top), self);
     unsigned long long mine = 0, its = 0;
-    EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(started.dwProcessId, &its), 0);
+    EXPECT_EQ(ProcessGetStartTime(self, &mine) + ProcessGetStartTime(top, &its), 0);
     EXPECT_LE(mine, its);
     for (const unsigned long refused : {0UL, 4UL, self})
         EXPECT_EQ(ProcessTerminateTree(refused, 1000), 50);
     for (const unsigned long beside : {1UL, 2UL, 3UL}) { // for the system an id of the same process
-        EXPECT_EQ(ProcessTerminateTree(started.dwProcessId + beside, 1000), 87);
+        EXPECT_EQ(ProcessTerminateTree(top + beside, 1000), 87);
         EXPECT_EQ(ProcessTerminateTree(self + beside, 1000), 87);
     }
-    const auto read = [said] {
-        char byte = 0;
-        DWORD size = 0;
-        EXPECT_TRUE(ReadFile(said, &byte, 1, &size, nullptr));
-        return size == 1 ? byte : '>';
-    };
-    while (read() != '>') { // the inner shell waits for a command
-    }
     std::vector<unsigned long> order;
-    Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
-        [&](auto original, HANDLE process, UINT code) {
-            order.push_back(GetProcessId(process));
-            const BOOL ended = original(process, code);
-            if (order.size() == 1 && order[0] != started.dwProcessId)
-                read(); // the outer shell has started the next one
-            return ended;
+    const Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
+        before([&](HANDLE process, UINT) { order.push_back(GetProcessId(process)); }));
+    const Replaced<"Process32NextW", decltype(&Process32NextW)> list(
+        [&](auto original, HANDLE snapshot, PROCESSENTRY32W* entry) {
+            const BOOL more = original(snapshot, entry);
+            if (entry->th32ProcessID == started[1].dwProcessId ||
+                (entry->th32ProcessID == started[2].dwProcessId && !order.empty()))
+                entry->th32ParentProcessID = top;
+            return more;
         });
-    EXPECT_EQ(ProcessTerminateTree(started.dwProcessId, 10000), 0);
-    EXPECT_TRUE(order.size() == 3 && order[1] == started.dwProcessId)
-        << "children first, and what was started meanwhile: " << testing::PrintToString(order);
-    EXPECT_EQ(WaitForSingleObject(started.hProcess, 0), WAIT_OBJECT_0);
-    for (const HANDLE handle :
-         {started.hProcess, started.hThread, startup.hStdInput, output, said, startup.hStdOutput})
-        CloseHandle(handle);
+    EXPECT_EQ(ProcessTerminateTree(top, 10000), 0);
+    EXPECT_EQ(order, (std::vector{started[1].dwProcessId, top, started[2].dwProcessId}));
+    for (const PROCESS_INFORMATION& each : started) {
+        EXPECT_EQ(WaitForSingleObject(each.hProcess, 0), WAIT_OBJECT_0);
+        CloseHandle(each.hProcess), CloseHandle(each.hThread);
+    }
 }
 
 TEST(Shell, Shortcuts)

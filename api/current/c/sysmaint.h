@@ -65,12 +65,16 @@
 // - Memory that a function allocates for the caller is released with utilsFreeMemory. Pointers into an
 //   object are marked as such.
 // - `cancel_event` is a manual-reset event of the caller's, polled while the call works; when it is
-//   signalled the call ends with 1223, before anything else when it is signalled already. Null never
-//   cancels. A handle that is closed, or of anything but an event, gives 6, and one that must not be waited
-//   for 5: nothing has begun then. The event must stay open until the call returns.
+//   signalled the call ends with 1223, before anything is changed when it is signalled already. Null never
+//   cancels. A handle that cannot be polled ends the call in the same way: with 6 when it is closed, with 5
+//   when it must not be waited for. So does, with 6, a handle of anything but an event when a poll finds it
+//   signalled; a mutex or semaphore is given back. The event must stay open until the call returns.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
-// - No C++ class and no exception crosses this interface. Any number of threads may use it. Objects
-//   that are still open when the library is unloaded are lost.
+// - No C++ class and no exception crosses this interface. Any number of threads may use it.
+// - A program that unloads the library itself (FreeLibrary) does so when none of its threads is in a call,
+//   nor in a callback of one: a call does not keep the library loaded, since that would cost the lock of the
+//   loader each time. The library's own threads keep it until they have ended, so a callback that one of
+//   them makes, of a pool or a topic, may even unload it. Objects that are still open then are lost.
 
 #include <stdint.h>
 
@@ -413,7 +417,7 @@ SYSMAINT_API int32_t sysmaint_item_create(sysmaint_item* item);
 /// DELETES the item from the system: a file, an empty folder, a registry value, a registry key with all that
 /// is below it, a file from its server. Of a link only the link.
 ///
-/// @param cancel_event  polled during the call for files on FTP servers only; may be null
+/// @param cancel_event  polled once before, and during the call for files on FTP servers only; may be null
 /// @return 0, 6, 8, 1223, or the system's or the server's code
 SYSMAINT_API int32_t sysmaint_item_delete(sysmaint_item* item, void* cancel_event);
 /// Copies a file from its FTP server into a local one.

@@ -34,14 +34,11 @@
 #include "win32/communication/include/ByteStream.h"
 
 namespace cframes {
-/// The frame of every function that returns a status: the code that `body` returns or raises, 0 when it
-/// returns nothing. A failure is kept for sysmaint_last_failure under the name `function`.
+/// The code that `body` returns or raises, 0 when it returns nothing.
 template <class Body>
-std::int32_t status(const char* function, Body&& body) noexcept
+long codeOf(Body&& body) noexcept
 {
-    const InsideLibrary inside;
-    lastfailure::Scope scope;
-    const long code = boundary::statusOf([&]() -> long {
+    return boundary::statusOf([&]() -> long {
         if constexpr (std::is_void_v<decltype(body())>) {
             body();
             return ERROR_SUCCESS;
@@ -49,19 +46,32 @@ std::int32_t status(const char* function, Body&& body) noexcept
             return body();
         }
     });
+}
+
+/// The frame of every function that returns a status: the code that `body` returns or raises, 0 when it
+/// returns nothing. A failure is kept for sysmaint_last_failure under the name `function`.
+template <class Body>
+std::int32_t status(const char* function, Body&& body) noexcept
+{
+    const InsideLibrary inside;
+    lastfailure::Scope scope;
+    const long code = codeOf(body);
     if (code != ERROR_SUCCESS)
         scope.fail(function, code);
     return code;
 }
 
-/// The same for a function with a cancel event. Before `body` raises 6 for anything but an event, and 1223
-/// when it is signalled already.
+/// The same for a function with a cancel event, which `body` polls before it changes anything. A handle that
+/// cannot be polled ends `body` as a signalled event does; only then is it looked at. Pseudo-handles give 6:
+/// nothing would ever signal the one that stands for this process.
 template <class Body>
 std::int32_t cancellable(const char* function, HANDLE cancelEvent, Body&& body) noexcept
 {
-    return status(function, [&] {
-        requireEvent(cancelEvent);
-        return body();
+    return status(function, [&]() -> long {
+        if (reinterpret_cast<std::intptr_t>(cancelEvent) < 0)
+            return ERROR_INVALID_HANDLE;
+        const long code = codeOf(body);
+        return code == ERROR_CANCELLED && cancelEvent != nullptr ? codeOfCancelled(cancelEvent) : code;
     });
 }
 

@@ -296,6 +296,8 @@ std::int32_t sysmaint_item_create(sysmaint_item* item)
 std::int32_t sysmaint_item_delete(sysmaint_item* item, void* cancel_event)
 {
     const auto operation = [&](const auto& object) {
+        if (object->getType() != kFtpFileItem && isCancelled(cancel_event))
+            raiseCode(ERROR_CANCELLED);
         if (auto* file = dynamic_cast<IFileSystemItem*>(object.get()))
             file->deleteItem();
         else if (auto* key = dynamic_cast<IRegistryKey*>(object.get()))

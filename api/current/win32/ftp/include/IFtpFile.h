@@ -35,6 +35,8 @@ struct IFtpFile
     /// Replaces the file on the server by the content of a local file. After a failure the server may hold a
     /// part of it.
     virtual void upload(const wchar_t* localPath, HANDLE cancelEvent) const = 0;
-    /// Deletes the file from the server.
+    /// Deletes the file from the server. The server is then asked to do nothing (NOOP), and only if it agrees
+    /// to that has the file been deleted: its yes might have been a late reply to something else. Raises 13
+    /// when it is out of step; whether the file is gone is not known then.
     virtual void deleteItem(HANDLE cancelEvent) const = 0;
 };

@@ -187,8 +187,9 @@ struct IWiper
     /// @param method       WipeMethod
     /// @param passes       how often everything is overwritten
     /// @param cancelEvent  signalled to stop: polled before a file is opened, before every chunk, before
-    ///                     every pass of kWipeGutmann and after every repetition; null never cancels; not
-    ///                     checked to be an event, and a mutex would be taken
+    ///                     every pass of kWipeGutmann and after every repetition; null never cancels, a
+    ///                     handle that cannot be polled does; not checked to be an event, and a mutex would
+    ///                     be taken
     /// @return 0; 170 (called from a callback of the same object); 1223 (cancelled: a file that was open is
     ///         deleted, however much of it was overwritten; one whose streams were being overwritten is
     ///         left); 87 (null path, empty path for the free space, null stack for a tree, or an unknown

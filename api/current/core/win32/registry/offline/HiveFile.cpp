@@ -94,6 +94,7 @@ Hive Hive::create(HiveTime now)
     key.level = 1;
     const StoredName name(u"ROOT");
     key.nameLength = static_cast<std::uint16_t>(name.bytes.size());
+    hive.reserveBlobs(1);
     key.name = hive.keepBlob(Blob(name.bytes));
     key.bits = kLatin1 | kOwnedName;
     hive.m_keys.push_back(key);
@@ -202,6 +203,12 @@ void Hive::indexValues(KeyId key)
     m_indexes.emplace(key, std::move(index));
 }
 
+void Hive::indexValues()
+{
+    for (KeyId key = 0; key < m_keys.size(); ++key)
+        indexValues(key);
+}
+
 void Hive::removeFromIndex(KeyId key, ValueId value) noexcept
 {
     const auto index = m_indexes.find(key);
@@ -211,15 +218,19 @@ void Hive::removeFromIndex(KeyId key, ValueId value) noexcept
     index->second.erase(std::find_if(begin, end, [&](const auto& each) { return each.second == value; }));
 }
 
-Hive::Place Hive::keepBlob(Blob&& blob)
+void Hive::reserveBlobs(std::size_t count)
 {
-    if (m_freeBlobs.empty()) {
+    while (m_freeBlobs.size() < count) {
         // Reserve space for the numbers of all, so freeing one cannot fail.
         if (m_freeBlobs.capacity() <= m_blobs.size())
             m_freeBlobs.reserve(2 * m_blobs.size() + 1);
         m_blobs.emplace_back();
         m_freeBlobs.push_back(static_cast<Place>(m_blobs.size() - 1));
     }
+}
+
+Hive::Place Hive::keepBlob(Blob&& blob) noexcept
+{
     const Place place = m_freeBlobs.back();
     m_freeBlobs.pop_back();
     m_blobs[place] = std::move(blob);
@@ -292,6 +303,7 @@ KeyId Hive::createKey(KeyId key, std::u16string_view name, HiveTime now)
 
     // First do what can fail.
     StoredName stored(name);
+    reserveBlobs(1);
     grow(m_keys[key].subKeys);
     if (m_freeKeys.empty()) {
         m_freeKeys.reserve(1);
@@ -411,6 +423,7 @@ void Hive::setClassName(KeyId key, std::u16string_view text)
     if (!text.empty())
         std::memcpy(bytes.data(), text.data(), bytes.size());
     const auto length = static_cast<std::uint16_t>(bytes.size());
+    reserveBlobs(1);
     const Place place = keepBlob(std::move(bytes));
     if ((record.bits & kOwnedData) != 0)
         dropBlob(record.className);
@@ -432,6 +445,7 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
     indexValues(key);
     const auto found = findValue(key, name);
     StoredName stored(found.has_value() ? std::u16string_view() : name);
+    reserveBlobs(2);
     if (!found.has_value()) {
         grow(m_keys[key].values);
         if (m_freeValues.empty()) {
@@ -439,6 +453,8 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
             m_values.emplace_back();
             m_freeValues.push_back(static_cast<ValueId>(m_values.size() - 1));
         }
+        if (const auto index = m_indexes.find(key); index != m_indexes.end())
+            index->second.emplace(NameView(name).hash(), m_freeValues.back());
     }
     const Place place = keepBlob(std::move(bytes));
     ValueId number = 0;
@@ -452,8 +468,6 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
         made.nameLength = static_cast<std::uint16_t>(stored.bytes.size());
         made.name = keepBlob(std::move(stored.bytes));
         number = m_freeValues.back();
-        if (const auto index = m_indexes.find(key); index != m_indexes.end())
-            index->second.emplace(NameView(name).hash(), number);
         m_freeValues.pop_back();
         m_values[number] = made;
         insert(m_keys[key].values, m_keys[key].values.count, number);

@@ -82,6 +82,7 @@ void SettingsHive::load(std::vector<std::byte>&& bytes)
         m_hive = Hive::salvage(std::vector<std::byte>(bytes), losses);
         m_original =
             (losses.empty() ? 0UL : kSettingsDamaged) | (m_hive->isClean() ? 0UL : kSettingsUnclosed);
+        m_hive->indexValues(); // several threads may only read later
     } catch (const long code) {
         if (code != kBadDatabase)
             throw;

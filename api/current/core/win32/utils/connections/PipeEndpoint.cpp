@@ -27,7 +27,7 @@ long pipeResult(HANDLE pipe, OVERLAPPED& overlapped, DWORD& done) noexcept
 class PipeWire final : public Wire
 {
 public:
-    explicit PipeWire(Win32Handle pipe) : Wire(makeEvent()), m_pipe(std::move(pipe)) {}
+    explicit PipeWire(Win32Handle pipe) : Wire(makeSharedEvent()), m_pipe(std::move(pipe)) {}
 
 protected:
     long beginRead(void* target, DWORD size, OVERLAPPED& overlapped) noexcept override

@@ -35,8 +35,7 @@ void setOption(const SocketHandle& socket, int level, int option, const Value& v
 class SocketWire final : public Wire
 {
 public:
-    explicit SocketWire(SocketHandle socket, Win32Handle event = makeEvent())
-        : Wire(std::move(event)), m_socket(std::move(socket))
+    SocketWire(SocketHandle socket, EventPtr event) : Wire(std::move(event)), m_socket(std::move(socket))
     {
         // A request goes off at once. Without it the wire works as well, only slower.
         const BOOL noDelay = TRUE;
@@ -141,8 +140,8 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
     const auto acceptOne = extension<LPFN_ACCEPTEX>(listener, WSAID_ACCEPTEX);
     SocketHandle client = makeSocket(family);
     std::array<char, std::size_t{2} * kAddressRoom> addresses{};
-    Win32Handle event = makeEvent();
-    OverlappedCall call(event.get());
+    EventPtr event = makeSharedEvent();
+    OverlappedCall call(event->get());
     DWORD done = 0;
     const BOOL begun = acceptOne(listener.get().socket, client.get().socket, addresses.data(), 0,
                                  kAddressRoom, kAddressRoom, &done, &call.get());
@@ -157,13 +156,14 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
 }
 } // namespace
 
-PendingConnect::PendingConnect(const SocketAddress& address)
-    : m_socket(makeSocket(address.getFamily())), m_call(m_event.get())
+PendingConnect::PendingConnect(const SocketAddress& address, ConnectTools& tools)
+    : m_socket(makeSocket(address.getFamily())), m_event(tools.event), m_call(m_event->get())
 {
     bindSocket(m_socket, anyAddress(address.getFamily(), 0));
-    const auto connect = extension<LPFN_CONNECTEX>(m_socket, WSAID_CONNECTEX);
-    const BOOL begun =
-        connect(m_socket.get().socket, address.get(), address.length, nullptr, 0, nullptr, &m_call.get());
+    if (tools.connect == nullptr)
+        tools.connect = extension<LPFN_CONNECTEX>(m_socket, WSAID_CONNECTEX);
+    const BOOL begun = tools.connect(m_socket.get().socket, address.get(), address.length, nullptr, 0,
+                                     nullptr, &m_call.get());
     m_begun = begunCode(begun ? 0 : -1);
 }
 
@@ -201,7 +201,8 @@ WirePtr SocketClient::connect(const WaitLimits& limits)
         if (left > 1 && limits.deadline.getLeft() != INFINITE)
             share.deadline = Deadline(limits.deadline.getLeft() / static_cast<DWORD>(left));
         try {
-            WirePtr wire = PendingConnect(addresses[i]).finish(share);
+            ConnectTools tools;
+            WirePtr wire = PendingConnect(addresses[i], tools).finish(share);
             m_address = addresses[i];
             return wire;
         } catch (long code) {

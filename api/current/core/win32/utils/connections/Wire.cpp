@@ -43,7 +43,7 @@ std::size_t Wire::readSome(void* target, std::size_t size, const WaitLimits& lim
 {
     const Turn turn(m_reading);
     const auto piece = static_cast<DWORD>(std::min(size, kLargestPiece));
-    const DWORD done = transfer(m_readEvent.get(), limits,
+    const DWORD done = transfer(m_readEvent->get(), limits,
                                 [&](OVERLAPPED& overlapped) { return beginRead(target, piece, overlapped); });
     if (done == 0)
         raiseCode(ERROR_BROKEN_PIPE);

@@ -246,8 +246,8 @@ std::wstring FtpConnection::urlOf(const std::wstring& path) const
 }
 
 // A session that was not ready again is given up. One that the server ended while it was idle is opened once
-// more. What does no harm when it is done twice finds that out by itself; before anything else is sent, the
-// session is looked at.
+// more, and so is one that broke off over LIST with a path, which is then not used again. What does no harm
+// when it is done twice finds that out by itself; before anything else is sent, the session is looked at.
 template <class Operation>
 auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operation)
 {
@@ -263,15 +263,20 @@ auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operatio
         const bool isNew = !m_session;
         if (isNew) {
             m_isReachable = false;
-            m_session.emplace(m_server, limits);
+            m_session.emplace(m_server, m_usesPaths, limits);
             m_isReachable = true;
         }
         try {
             return operation(*m_session, limits);
         } catch (long code) {
             const bool wasIdle = !isNew && !m_session->isAnswered();
+            const bool isOverPath = m_session->wasTryingPath() && code != ERROR_CANCELLED && !m_isClosed;
             if (!m_session->isReady())
                 m_session.reset();
+            if (isOverPath) {
+                m_usesPaths = false;
+                continue;
+            }
             if (m_session || !canRepeat || !wasIdle || !isLost(code))
                 throw;
         } catch (...) {

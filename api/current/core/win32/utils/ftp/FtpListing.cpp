@@ -227,6 +227,23 @@ std::string uniqueOfReply(std::string_view text)
     return {};
 }
 
+std::string wantedFacts(std::string_view offered)
+{
+    std::string wanted;
+    bool isAsItIs = true;
+    while (!offered.empty()) {
+        std::string_view fact = offered.substr(0, offered.find(';'));
+        offered.remove_prefix(std::min(fact.size() + 1, offered.size()));
+        const bool isSent = fact.ends_with('*');
+        fact.remove_suffix(isSent ? 1 : 0);
+        const bool isWanted = fact == "TYPE" || fact == "SIZE" || fact == "UNIQUE";
+        if (isWanted)
+            wanted.append(fact).push_back(';');
+        isAsItIs = isAsItIs && isSent == isWanted;
+    }
+    return isAsItIs || wanted.find("TYPE;") == std::string::npos ? std::string() : wanted;
+}
+
 FtpListing FtpListing::parse(std::string_view text, Form form)
 {
     FtpListing listing;
@@ -247,6 +264,7 @@ FtpListing FtpListing::parse(std::string_view text, Form form)
         listing.isEmpty = false;
         if (isListed)
             listing.unique = entry.unique;
+        listing.hasItself = listing.hasItself || (entry.bytes == "." && entry.kind == FtpEntry::Kind::Folder);
         if (entry.bytes == "." || entry.bytes == "..")
             continue;
         if (!nameEntry(entry)) {

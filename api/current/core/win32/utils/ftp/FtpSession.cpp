@@ -13,6 +13,7 @@ constexpr std::size_t kLargestListing = 64U << 20U;
 constexpr int kMostPreliminary = 20; // replies before the one that counts
 constexpr DWORD kListingShare = 10;  // a whole listing has ten times a step's time
 constexpr std::size_t kPiece = 64U << 10U;
+constexpr std::string_view kHiddenOf = "-a "; // and a path; every other argument is a path itself
 
 /// What a refusal means. FTP has one code for what is not there and what may not be accessed (550).
 long codeOfReply(int reply) noexcept
@@ -59,6 +60,7 @@ constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
 constexpr std::initializer_list<int> kAgreed{200, 250};
 constexpr std::initializer_list<int> kOptionTaken{200, 202};
 constexpr std::initializer_list<int> kTransferred{200, 226, 250};
+constexpr int kIdle = 200; // to NOOP, which every server knows
 
 bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
 {
@@ -71,25 +73,6 @@ SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
     reinterpret_cast<sockaddr_in*>(&address.storage)->sin_port =
         static_cast<unsigned short>(port << 8U | port >> 8U);
     return address;
-}
-
-/// Of the facts that the server offers ("TYPE*;SIZE*;MODIFY*;UNIQUE;", a star on those that it sends unasked)
-/// those that a listing needs. Empty when it sends just these, or has nothing to ask for.
-std::string wantedFacts(std::string_view offered)
-{
-    std::string wanted;
-    bool isAsItIs = true;
-    while (!offered.empty()) {
-        std::string_view fact = offered.substr(0, offered.find(';'));
-        offered.remove_prefix(std::min(fact.size() + 1, offered.size()));
-        const bool isSent = fact.ends_with('*');
-        fact.remove_suffix(isSent ? 1 : 0);
-        const bool isWanted = fact == "TYPE" || fact == "SIZE" || fact == "UNIQUE";
-        if (isWanted)
-            wanted.append(fact).push_back(';');
-        isAsItIs = isAsItIs && isSent == isWanted;
-    }
-    return isAsItIs || wanted.find("TYPE;") == std::string::npos ? std::string() : wanted;
 }
 
 /// The numbers in a reply, as many as there are.
@@ -110,8 +93,10 @@ std::vector<unsigned long> numbersIn(std::string_view text)
 }
 } // namespace
 
-FtpSession::FtpSession(const FtpServer& server, const FtpLimits& limits)
+FtpSession::FtpSession(const FtpServer& server, bool usesPaths, const FtpLimits& limits)
 {
+    if (!usesPaths)
+        m_paths.refute();
     SocketClient client(server.host.c_str(), server.port);
     m_control = client.connect(limits.step());
     m_address = client.getAddress();
@@ -299,7 +284,9 @@ void FtpSession::send(std::string_view command, std::string_view argument, const
     line.append("\r\n");
     m_isReady = false;
     m_lastReply = 0;
+    m_isTryingPath = false;
     requireSilence();
+    m_isTryingPath = argument.starts_with(kHiddenOf);
     m_control->writeAll(line.data(), line.size(), limits.step());
 }
 
@@ -342,7 +329,7 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
 WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view argument,
                                     const FtpLimits& limits, unsigned long long offset)
 {
-    PendingConnect connecting(withPort(m_address, dataPort(limits)));
+    PendingConnect connecting(withPort(m_address, dataPort(limits)), m_dataTools);
     if (offset != 0) {
         requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
     }
@@ -444,6 +431,7 @@ std::string FtpSession::readListing(std::string_view command, std::string_view a
 
 bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
 {
+    m_standing.reset();
     const Reply reply = ask("CWD", folder, limits);
     if (reply.code == 550)
         return false;
@@ -463,9 +451,9 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
                 throw;
         }
     }
-    if (!enter(folder, limits))
-        raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_hasMachineListing) {
+        if (!enter(folder, limits))
+            raiseCode(ERROR_PATH_NOT_FOUND);
         try {
             return FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
         } catch (long code) {
@@ -474,19 +462,65 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
             m_hasMachineListing = false;
         }
     }
+    return listPlain(folder, limits);
+}
+
+// By its path where the server is known to heed it. A listing that does not name the folder itself as one may
+// be that of a file, or stand for a folder that is not there: only entering it tells.
+FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& limits)
+{
+    if (m_paths.covers(folder)) {
+        const std::optional<std::string> text = listHidden(folder, limits);
+        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+        if (listing.hasItself)
+            return listing;
+    }
+    const std::optional<std::size_t> standing = m_standing;
+    std::optional<std::string> byPath;
+    if (standing && m_paths.begin(folder))
+        byPath = listHidden(folder, limits);
+    if (!enter(folder, limits))
+        raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_listsHidden) {
-        try {
-            FtpListing listing =
-                FtpListing::parse(readListing("LIST", "-a", limits), FtpListing::Form::Plain);
-            if (!listing.isEmpty)
-                return listing;
-        } catch (long) {
-            if (!m_isReady)
-                throw;
-        }
-        m_listsHidden = false; // the option is taken for a name
+        const std::optional<std::string> text = listHidden("", limits);
+        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+        m_knowsHidden = m_knowsHidden || listing.hasItself;
+        if (listing.hasItself)
+            m_standing = std::hash<std::string>()(*text);
+        if (listing.hasItself && byPath == text && m_standing != standing)
+            prove(folder, limits);
+        if (!listing.isEmpty)
+            return listing;
+        if (m_knowsHidden)
+            raiseCode(ERROR_ACCESS_DENIED); // not even "." is there
+        m_listsHidden = false;              // the option is taken for a name
     }
     return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
+}
+
+// The text of a listing, or none when the server refuses. What it breaks off over a path is not tried again.
+std::optional<std::string> FtpSession::listHidden(const std::string& folder, const FtpLimits& limits)
+{
+    std::optional<std::string> text;
+    try {
+        text = readListing("LIST", folder.empty() ? "-a" : std::string(kHiddenOf).append(folder), limits);
+    } catch (long) {
+        if (!m_isReady)
+            throw;
+    }
+    return text;
+}
+
+// The server has listed a folder by its path as it does after entering it, and otherwise than where the
+// session stood: it does not ignore the path. It must not show anything in place of a folder that is not
+// there, either.
+void FtpSession::prove(const std::string& folder, const FtpLimits& limits)
+{
+    const std::string missing = std::string(folder).append("/sysmaint.none");
+    const bool isTrue =
+        m_paths.hasAny() ||
+        !FtpListing::parse(listHidden(missing, limits).value_or(""), FtpListing::Form::Plain).hasItself;
+    isTrue ? m_paths.confirm(folder) : m_paths.refute();
 }
 
 std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& limits)
@@ -548,7 +582,13 @@ void FtpSession::store(const std::string& file, const FtpLimits& limits,
     endTransfer(limits);
 }
 
+// A reply of another command that has come late would be taken for the deletion's. Then the deletion's own is
+// the next: it is no answer to NOOP.
 void FtpSession::remove(const std::string& file, const FtpLimits& limits)
 {
     requireOneOf(ask("DELE", file, limits), kAgreed);
+    if (ask("NOOP", "", limits).code == kIdle)
+        return;
+    m_isReady = false;
+    raiseCode(ERROR_INVALID_DATA);
 }

@@ -6,10 +6,9 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
-void requireEvent(HANDLE cancelEvent)
+namespace {
+bool isEvent(HANDLE handle) noexcept
 {
-    if (cancelEvent == nullptr)
-        return;
     constexpr auto kTypeQuestion = static_cast<OBJECT_INFORMATION_CLASS>(2);
     struct
     {
@@ -17,12 +16,30 @@ void requireEvent(HANDLE cancelEvent)
         ULONG reserved[22];
         wchar_t characters[64];
     } type{};
-    if (NtQueryObject(cancelEvent, kTypeQuestion, &type, sizeof type, nullptr) < 0 ||
-        std::wstring_view(type.name.Buffer, type.name.Length / sizeof(wchar_t)) != L"Event")
+    return NtQueryObject(handle, kTypeQuestion, &type, sizeof type, nullptr) >= 0 &&
+           std::wstring_view(type.name.Buffer, type.name.Length / sizeof(wchar_t)) == L"Event";
+}
+} // namespace
+
+void requireEvent(HANDLE cancelEvent)
+{
+    if (cancelEvent == nullptr)
+        return;
+    if (!isEvent(cancelEvent))
         raiseCode(ERROR_INVALID_HANDLE);
     const DWORD answer = WaitForSingleObject(cancelEvent, 0);
     if (answer == WAIT_FAILED)
         raiseLastError();
     if (answer == WAIT_OBJECT_0)
         raiseCode(ERROR_CANCELLED);
+}
+
+long codeOfCancelled(HANDLE cancelEvent) noexcept
+{
+    if (!isEvent(cancelEvent)) {
+        if (!ReleaseMutex(cancelEvent))
+            ReleaseSemaphore(cancelEvent, 1, nullptr);
+        return ERROR_INVALID_HANDLE;
+    }
+    return WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED ? lastError() : ERROR_CANCELLED;
 }

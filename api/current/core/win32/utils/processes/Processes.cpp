@@ -178,6 +178,15 @@ unsigned long parent(unsigned long id)
     return parent;
 }
 
+void end(HANDLE process)
+{
+    if (TerminateProcess(process, ERROR_PROCESS_ABORTED))
+        return;
+    const long code = lastError();
+    if (code != ERROR_ACCESS_DENIED && WaitForSingleObject(process, 0) != WAIT_OBJECT_0)
+        raiseCode(code);
+}
+
 void terminateTree(unsigned long id, unsigned long timeout)
 {
     const ULONGLONG begin = GetTickCount64();
@@ -193,9 +202,7 @@ void terminateTree(unsigned long id, unsigned long timeout)
     std::size_t ended = 0;
     do { // children first, then those started meanwhile, until none is left that could start more
         for (std::size_t i = tree.size(); i-- > ended;)
-            if (!TerminateProcess(tree[i].handle.get(), ERROR_PROCESS_ABORTED) &&
-                WaitForSingleObject(tree[i].handle.get(), 0) != WAIT_OBJECT_0)
-                raiseLastError();
+            end(tree[i].handle.get());
         ended = tree.size();
     } while (addChildren(tree) != 0);
     for (const Held& each : tree) {

@@ -6,6 +6,7 @@
 
 #include "core/win32/utils/objectmanager/include/ReadWriteLock.h"
 #include "core/win32/utils/objectmanager/include/WaitEvent.h"
+#include "core/win32/utils/processes/include/Processes.h"
 #include "core/win32/utils/services/include/Services.h"
 
 ProcessEnder::ProcessEnder(bool services)
@@ -71,11 +72,8 @@ void ProcessEnder::endAll(std::size_t kept)
 {
     for (std::size_t i = m_held.size(); i-- > kept;) {
         Held& each = m_held[i];
-        if (!each.isTold && !TerminateProcess(each.handle.get(), ERROR_PROCESS_ABORTED)) {
-            const long code = lastError();
-            if (WaitForSingleObject(each.handle.get(), 0) != WAIT_OBJECT_0) // else it has ended by itself
-                raiseCode(code);
-        }
+        if (!each.isTold)
+            processes::end(each.handle.get());
         each.isTold = true;
     }
 }

@@ -87,8 +87,8 @@ SYSMAINT_API long FSEngineRegisterHandlers(void* engine, INotifyProvider& provid
                                            unsigned long second);
 /// Walks every root on the calling thread, in the order added, and reports what the validator accepts to the
 /// handlers, as described at IScanPath::scan. A root's own handlers are called, too. Pass
-/// DllGetScanValidator() to accept everything; a null event never cancels. It must be an event, which is not
-/// checked: a mutex would be taken.
+/// DllGetScanValidator() to accept everything; a null event never cancels, a handle that cannot be polled
+/// does. It must be an event, which is not checked: a mutex would be taken.
 ///
 /// Returns 0; 487 for a pointer without a validator; 1223 when `cancelEvent` ended it; 1168 when an item was
 /// found for whose key no handler is registered; 6 when a root was removed meanwhile; the system's code at

@@ -173,8 +173,10 @@ void Wiper::wipeFreeSpaceRepeatedly(const wchar_t* path)
         throw Exception(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), ERROR_INVALID_PARAMETER);
     const std::wstring folder = settledPath(path);
     const std::wstring filler = settledPath(std::wstring(path) + L"FreeSpaceFile.qmx");
-    for (std::uint32_t pass = 0; pass < m_passes && !isCancelled(m_cancelEvent); ++pass)
+    for (std::uint32_t pass = 0; pass < m_passes; ++pass) {
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
         requireSuccess(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__), WipeFreeSpace(folder, filler));
+    }
     throwIfCancelled(PLACE(kWiperHeader, "Wiper::Wipe", __LINE__));
 }
 
@@ -393,7 +395,8 @@ long Wiper::WipeDirectoryStack(const std::wstring& root, DirectoryStack& given)
     SettledEntries entries(stack);
     HeldWay way(root);
     long result = ERROR_SUCCESS;
-    while (!stack.empty() && !isCancelled(m_cancelEvent)) {
+    while (!stack.empty()) {
+        throwIfCancelled(PLACE(kWiperHeader, "Wiper::WipeDirectoryStack", __LINE__));
         const DirectoryStackEntry& top = stack.back();
         bool ended = false;
         if (!top.skip) {

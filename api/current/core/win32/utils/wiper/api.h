@@ -24,8 +24,8 @@ SYSMAINT_API IWiper* DllGetWiper();
 /// @param callback    called after every 256 files if `progress` is given too; may be null
 /// @param progress    counts the bytes of the files, 600 each; their number is not known beforehand, so the
 ///                    total is raised as needed; ignored without a callback; may be null
-/// @param cancelEvent signalled to stop; polled before every file; null never cancels; not checked to be an
-///                    event, and a mutex would be taken
+/// @param cancelEvent signalled to stop; polled before every file; null never cancels, a handle that cannot
+///                    be polled does; not checked to be an event, and a mutex would be taken
 /// @return 0; 1223 (cancelled); 87 (null or empty path); 183 ("FileTable.qmx" exists already, say from a run
 ///         that was killed: it is left alone, delete it first); 112 (the volume was full before the table
 ///         was: free some space, or the table keeps what it still holds); 145 (somebody put a file into the

@@ -140,6 +140,8 @@ public:
     /// Makes findValue fast for a key with many values, until it is deleted; setting and deleting a value do
     /// so, too.
     void indexValues(KeyId key);
+    /// The same for all keys.
+    void indexValues();
 
     /// Creates a sub-key with the security of `key`, or returns the existing one. Raises kTooDeep,
     /// kInvalidName.
@@ -232,7 +234,10 @@ private:
     [[nodiscard]] std::size_t lowerBound(KeyId key, const NameView& name) const noexcept;
     /// The segment's payload in the bins, already checked.
     [[nodiscard]] std::span<const std::byte> segment(const Value& value, std::size_t index) const noexcept;
-    Place keepBlob(Blob&& blob);
+    /// Reserves space for that many more blobs.
+    void reserveBlobs(std::size_t count);
+    /// The space must be reserved.
+    Place keepBlob(Blob&& blob) noexcept;
     void dropBlob(Place place) noexcept;
     /// Reserves space for one more.
     void grow(List& list);

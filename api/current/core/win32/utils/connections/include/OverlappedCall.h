@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "core/win32/utils/connections/include/WaitLimits.h"
 
 /// A new event for overlapped operations. Raises the system's code.
@@ -9,6 +11,13 @@
     if (!event.isValid())
         raiseLastError();
     return event;
+}
+
+/// An event that several owners use one after another.
+using EventPtr = std::shared_ptr<const Win32Handle>;
+[[nodiscard]] inline EventPtr makeSharedEvent()
+{
+    return std::make_shared<const Win32Handle>(makeEvent());
 }
 
 /// One overlapped operation. When `finish` returns, the system is done with it: its memory and the caller's

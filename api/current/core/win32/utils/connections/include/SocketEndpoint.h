@@ -5,12 +5,20 @@
 #include "core/win32/utils/connections/include/AddressList.h"
 #include "core/win32/utils/connections/include/Endpoint.h"
 
+/// What connections to one address share that are made one after another. Each is gone before the next
+/// begins.
+struct ConnectTools
+{
+    EventPtr event = makeSharedEvent();
+    LPFN_CONNECTEX connect = nullptr;
+};
+
 /// A connection to one address that is being made, while its owner does something else. The operations raise
 /// the socket layer's code.
 class PendingConnect
 {
 public:
-    explicit PendingConnect(const SocketAddress& address);
+    PendingConnect(const SocketAddress& address, ConnectTools& tools);
     PendingConnect(const PendingConnect&) = delete;
     PendingConnect& operator=(const PendingConnect&) = delete;
     /// Takes it back unless it was waited for.
@@ -21,7 +29,7 @@ public:
 
 private:
     SocketHandle m_socket;
-    Win32Handle m_event = makeEvent();
+    EventPtr m_event;
     OverlappedCall m_call;
     long m_begun = ERROR_SUCCESS;
 };

@@ -13,7 +13,7 @@ class Wire
 {
 public:
     /// `event` is for its operations, of which none is under way.
-    explicit Wire(Win32Handle event) noexcept : m_readEvent(std::move(event)) {}
+    explicit Wire(EventPtr event) noexcept : m_readEvent(std::move(event)) {}
     Wire(const Wire&) = delete;
     Wire& operator=(const Wire&) = delete;
     virtual ~Wire() = default;
@@ -49,7 +49,7 @@ private:
     template <class Begin>
     DWORD transfer(HANDLE event, const WaitLimits& limits, Begin&& begin);
 
-    Win32Handle m_readEvent;
+    EventPtr m_readEvent;
     Win32Handle m_writeEvent; // made by the first write
     std::atomic<bool> m_reading{false};
     std::atomic<bool> m_writing{false};

@@ -35,6 +35,7 @@ struct FtpListing
     std::vector<FtpEntry> entries; ///< each name once
     long failure = 0;              ///< why lines were left out: 123 a name, 13 another form; 0: none were
     bool isEmpty = true;           ///< not even "." and ".." are there
+    bool hasItself = false;        ///< "." as a folder is there
     std::string unique;            ///< the listed folder's, if its line tells
 
     /// Raises std::bad_alloc.
@@ -43,6 +44,10 @@ struct FtpListing
 
 /// The fact "unique" in the reply to MLST; empty if there is none.
 [[nodiscard]] std::string uniqueOfReply(std::string_view text);
+
+/// Of the facts that the server offers ("TYPE*;SIZE*;MODIFY*;UNIQUE;", a star on those that it sends unasked)
+/// those that a listing needs. Empty when it sends just these, or has nothing to ask for.
+[[nodiscard]] std::string wantedFacts(std::string_view offered);
 
 /// The text of a name or a path: as UTF-8, or, when it is none, in the Western code page 1252. Raises 1113.
 [[nodiscard]] std::wstring ftpText(std::string_view bytes);

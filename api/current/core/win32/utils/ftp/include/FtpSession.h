@@ -6,6 +6,7 @@
 
 #include "core/win32/utils/connections/include/SocketEndpoint.h"
 #include "core/win32/utils/ftp/include/FtpListing.h"
+#include "core/win32/utils/ftp/include/PathProof.h"
 
 /// An FTP server and who logs in there.
 struct FtpServer
@@ -41,8 +42,9 @@ struct FtpLimits
 class FtpSession
 {
 public:
-    /// Connects and logs in.
-    FtpSession(const FtpServer& server, const FtpLimits& limits);
+    /// Connects and logs in. `usesPaths`: folders are listed by their paths if the server proves to heed
+    /// them.
+    FtpSession(const FtpServer& server, bool usesPaths, const FtpLimits& limits);
 
     /// Lists a folder.
     [[nodiscard]] FtpListing list(const std::string& folder, const FtpLimits& limits);
@@ -64,6 +66,8 @@ public:
     [[nodiscard]] bool isReady() const noexcept { return m_isReady; }
     /// Whether the server has ended the session meanwhile, as one does that has waited long for a command.
     [[nodiscard]] bool hasEnded();
+    /// Whether it was left in the middle of listing a folder by its path.
+    [[nodiscard]] bool wasTryingPath() const noexcept { return m_isTryingPath; }
     /// Whether the server has answered since the session was last ready.
     [[nodiscard]] bool isAnswered() const noexcept { return m_lastReply != 0; }
     /// What the server said at last of a transfer that has failed.
@@ -104,7 +108,12 @@ private:
     [[nodiscard]] std::string readListing(std::string_view command, std::string_view argument,
                                           const FtpLimits& limits);
 
+    [[nodiscard]] FtpListing listPlain(const std::string& folder, const FtpLimits& limits);
+    [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
+    void prove(const std::string& folder, const FtpLimits& limits);
+
     SocketAddress m_address;
+    ConnectTools m_dataTools; // one data connection at a time
     WirePtr m_control;
     std::array<char, 2048> m_received{};
     std::size_t m_receivedAt = 0;
@@ -114,5 +123,9 @@ private:
     bool m_isTransferDone = false;
     bool m_hasMachineListing = false; // MLSD
     bool m_knowsExtendedPassive = true;
-    bool m_listsHidden = true; // LIST -a
+    bool m_listsHidden = true;  // LIST -a
+    bool m_knowsHidden = false; // it has shown "."
+    PathProof m_paths;          // LIST -a PATH
+    bool m_isTryingPath = false;
+    std::optional<std::size_t> m_standing; // a hash of the listing of the folder that it has entered
 };

@@ -28,6 +28,10 @@ template <std::integral Code>
 /// when it cannot be polled. A null event is fine.
 void requireEvent(HANDLE cancelEvent);
 
+/// Why a poll of that event has ended a call: 1223; 6 when it is closed or anything but an event, and a mutex
+/// or semaphore that the poll took is given back; or the system's code when it must not be waited for.
+[[nodiscard]] long codeOfCancelled(HANDLE cancelEvent) noexcept;
+
 /// Raises `code` as a bare long unless it is 0.
 inline void requireSuccess(long code)
 {

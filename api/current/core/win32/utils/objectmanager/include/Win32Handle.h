@@ -111,8 +111,9 @@ using ModuleHandle = Win32Owner<ModuleTraits>;
     return module;
 }
 
-/// Whether the caller's cancel event is signalled: one poll without waiting. A null event never cancels.
+/// Whether the caller's cancel event is signalled: one poll without waiting. A null event never cancels. One
+/// that cannot be polled does: nothing else could end the work.
 [[nodiscard]] inline bool isCancelled(HANDLE cancelEvent) noexcept
 {
-    return cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) == WAIT_OBJECT_0;
+    return cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) != WAIT_TIMEOUT;
 }
