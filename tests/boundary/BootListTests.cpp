@@ -11,10 +11,15 @@ std::wstring lineOf(const std::wstring& path, const wchar_t* numbers = L"1*\t*1"
 const auto refuseToWipe = failing(INVALID_HANDLE_VALUE, ERROR_IO_DEVICE,
                                   [](auto... all) { return std::get<5>(std::tuple(all...)) == kOpenToWipe; });
 
-/// With files that refuse to be opened.
+/// With files that refuse to be opened, and one of them.
 struct BootListTest : WipeTest
 {
-    BootListTest() { files.setHook(refuseToWipe); }
+    BootListTest()
+    {
+        files.setHook(refuseToWipe);
+        writeBytes(held, {1});
+    }
+    const std::wstring held = at(L"some file.txt");
 };
 
 const std::wstring kVolume = L"Volume{01234567-89ab-cdef-0123-456789ABCDEF}\\";
@@ -70,8 +75,7 @@ std::vector<Case> casesIn(const std::wstring& folder)
 /// somebody who knows no turns adds a line just before ours.
 TEST_F(BootListTest, LosesNoLineOfOthers)
 {
-    const std::wstring held = at(L"held"), theirs = lineOf(at(L"theirs"));
-    writeBytes(held, {1});
+    const std::wstring theirs = lineOf(at(L"theirs"));
     const auto openToAdd = [] {
         return Win32Handle(::CreateFileW(bootListPath().c_str(), FILE_APPEND_DATA,
                                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0,
@@ -107,8 +111,8 @@ TEST_F(BootListTest, LosesNoLineOfOthers)
         add(theirs);
     }));
     EXPECT_EQ(wipe(kWipeFile, held), ERROR_IO_DEVICE);
-    EXPECT_EQ(ForceDeleteIsScheduled(at(L"HELD").c_str()), 1);
-    EXPECT_EQ(ForceDeleteIsScheduled(at(L"hel").c_str()), 0);
+    EXPECT_EQ(ForceDeleteIsScheduled(at(L"SOME file.txt").c_str()), 1);
+    EXPECT_EQ(ForceDeleteIsScheduled(at(L"some file").c_str()), 0);
     EXPECT_EQ(takeBootList(), kHeader + theirs + theirs + lineOf(held));
 }
 
@@ -157,8 +161,6 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
 
 TEST_F(BootListTest, IsWrittenByteForByte)
 {
-    const std::wstring held = at(L"some file.txt");
-    writeBytes(held, {1});
     std::wstring opened;
     files.setHook(failing(INVALID_HANDLE_VALUE, ERROR_IO_DEVICE,
                           [&](LPCWSTR name, DWORD access, DWORD share, auto... rest) {
@@ -184,18 +186,17 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     EXPECT_EQ(takeBootList(), L"x?\r\n" + lineOf(held) + lineOf(held));
 
     // After a line that somebody could write only in part.
-    for (const Bytes& torn : {Bytes{'x', 0, '\r', 0}, Bytes{'\r', 0, '\n'}, Bytes{'x'}}) {
+    for (const auto& [torn, last] :
+         {std::pair(Bytes{'x', 0, '\r', 0}, L"x\r"), {Bytes{'\r', 0, '\n'}, L"\r\n"}, {Bytes{'x'}, L"x"}}) {
         writeBytes(bootListPath(), torn);
         wipe(kWipeFile, held);
-        const std::wstring last(torn.size() == 4 ? L"x\r" : torn.size() == 3 ? L"\r\n" : L"x");
-        EXPECT_EQ(takeBootList(), last + L"?\r\n" + lineOf(held));
+        EXPECT_EQ(takeBootList(), last + (L"?\r\n" + lineOf(held)));
     }
 }
 
 TEST_F(BootListTest, IsReadAndWrittenAfterTornLines)
 {
-    const std::wstring held = at(L"some file.txt"), line = lineOf(held);
-    writeBytes(held, {1});
+    const std::wstring line = lineOf(held);
     for (const auto& [list, isListed] : {std::pair{lineOf(folder).substr(0, 40) + line, 1},
                                          {line.substr(0, line.size() - 2) + lineOf(folder), 0},
                                          {line.substr(0, line.size() - 2), 0}}) {
@@ -207,13 +208,13 @@ TEST_F(BootListTest, IsReadAndWrittenAfterTornLines)
     EXPECT_EQ(readBytes(bootListPath()), (Bytes{0, 0, 0}));
     // Somebody was interrupted inside a character: whole lines stand at odd bytes, and the next follows them.
     Bytes list = {'x'};
-    for (const std::wstring& name : {at(L"held"), at(L"held 2"), at(L"held 3")}) {
+    for (const std::wstring& name : {held, at(L"held 2"), at(L"held 3")}) {
         writeBytes(name, {1});
-        EXPECT_EQ(list.size() == 1 ? ERROR_IO_DEVICE : wipe(kWipeFile, name), ERROR_IO_DEVICE);
-        const std::wstring whole = lineOf(name);
-        const auto* added = reinterpret_cast<const unsigned char*>(whole.data());
-        list.insert(list.end(), added, added + whole.size() * sizeof(wchar_t));
-        if (name == at(L"held"))
+        EXPECT_EQ(name == held ? ERROR_IO_DEVICE : wipe(kWipeFile, name), ERROR_IO_DEVICE);
+        for (const wchar_t c : lineOf(name))
+            list.insert(list.end(),
+                        {static_cast<unsigned char>(c & 0xFF), static_cast<unsigned char>(c >> 8U)});
+        if (name == held)
             writeBytes(bootListPath(), list);
         EXPECT_TRUE(readBytes(bootListPath()) == list && ForceDeleteIsScheduled(name.c_str()) == 1);
     }
@@ -223,8 +224,6 @@ TEST_F(BootListTest, IsReadAndWrittenAfterTornLines)
 /// A list that others hold, and a disk that takes half a line, leave it unchanged; the caller is told.
 TEST_F(BootListTest, StaysWholeWhenALineCannotBeAdded)
 {
-    const std::wstring held = at(L"some file.txt");
-    writeBytes(held, {1});
     writeBytes(bootListPath(), {'x', 0, '\r', 0, '\n', 0});
     Win32Handle holder(
         ::CreateFileW(bootListPath().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));

@@ -8,7 +8,7 @@
 
 #include "support/Connections.h"
 #include "support/Faults.h"
-#include "support/FullServer.h"
+#include "support/FtpServers.h"
 #include "support/Threads.h"
 
 namespace {
@@ -407,11 +407,11 @@ TEST(SocketConnections, PassOverClientsThatHaveGone)
 // client whose server is busy.
 TEST(SocketConnections, EndAConnectThatHangs)
 {
-    const FullServer full;
+    const FtpServers full(L"full"); // its backlog, so that connecting hangs
     const Connected busy(true);
     const ConnectionHandle clients[] = {
         ConnectionHandle(CreateSocketConnection(ConnectionRole::Client, L"sysmaint test\\hanging",
-                                                L"127.0.0.1", full.getPort(), 0)),
+                                                L"127.0.0.1", full.ports.at("full"), 0)),
         ConnectionHandle(CreatePipeConnection(L"sysmaint test\\hanging too", ConnectionRole::Client)),
         ConnectionHandle(CreatePipeConnection(L"sysmaint test\\one more", ConnectionRole::Client))};
     EXPECT_EQ(ConnectionConnect(clients[2].get(), 60000, nullptr), ERROR_SUCCESS); // takes the free instance

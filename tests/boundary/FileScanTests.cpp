@@ -6,8 +6,6 @@ const std::wstring kTree = testFolder() + L"\\tree";
 const std::wstring kDots = kTree + L"\\dots"; // three files
 constexpr const wchar_t* kIgnores = L"many:010,denied:010";
 
-using FindFirst = Replaced<"FindFirstFileExW", decltype(&FindFirstFileExW)>;
-using FindEnd = Replaced<"FindClose", decltype(&FindClose)>;
 } // namespace
 
 // Loops, a folder without access, long names and paths, 50,000 files in one folder: everything that can be
@@ -95,9 +93,9 @@ TEST(FileScan, NotificationsCarryTheRegistration)
 {
     Collector collector;
     collector.action = [](const Notification& notification, const SharedPtr<ScanItem>& item) {
-        EXPECT_EQ(notification.getFirst(), item->getType() == kDirectoryItem ? 1U : 0U);
-        EXPECT_EQ(notification.getSecond(), 77U);
-        EXPECT_EQ(notification.getRegistrationValue(), 0x123456789ABCULL);
+        EXPECT_EQ(std::tuple(notification.getFirst(), notification.getSecond(),
+                             notification.getRegistrationValue()),
+                  std::tuple(item->getType() == kDirectoryItem ? 1 : 0, 77, 0x123456789ABC));
     };
     NotifyProvider provider;
     provider.registerHandler(collector, 1, 5, 0x123456789ABC);
@@ -130,18 +128,13 @@ TEST(FileScan, RootsReceiveTheEnginesHandlers)
     path.getNotifyProvider().registerHandler(own, kLeafFound, 0, 0);
     for (long scan = 1; scan <= 3; ++scan) {
         EXPECT_EQ(engine.rescan(), ERROR_SUCCESS);
-        EXPECT_EQ(engines.calls, 3 * scan);
-        EXPECT_EQ(own.calls, 3 * scan);
+        EXPECT_TRUE(engines.calls == 3 * scan && own.calls == 3 * scan);
     }
     const SharedPtr<IScanValidator> none(DllGetScanValidator(L"C:\\keep\\*.tmp:001", L""));
     EXPECT_FALSE(none) << "a drive path is no entry";
     EXPECT_EQ(FSEngineScan(engine.handle, nullptr, none, {}), ERROR_INVALID_ADDRESS);
     EXPECT_EQ(codeOf([&] { path.scan(nullptr, none, {}); }), ERROR_INVALID_ADDRESS);
-    void* registry = CreateRegistryScanEngine(L"receiving");
-    RSEngineAddPath(registry, HKEY_CURRENT_USER, L"Software");
-    EXPECT_EQ(RSEngineScan(registry, nullptr, none, {}), ERROR_INVALID_ADDRESS);
     EXPECT_EQ(engines.calls + own.calls, 18) << "nothing was listed";
-    CloseRegistryScanEngine(registry);
 }
 
 // What a handler raises ends the scan with its code, and it may change the engine in any way meanwhile.
@@ -184,8 +177,8 @@ TEST(FileScan, ListsThroughHandlesOrByName)
     Collector collector;
     const TestEngine engine(collector);
     AskedHandle asked;
-    FindFirst first;
-    FindEnd end;
+    Replaced<"FindFirstFileExW", decltype(&FindFirstFileExW)> first;
+    const Replaced<"FindClose", decltype(&FindClose)> end;
     const auto walk = [&] {
         collector.calls = 0;
         return engine.scan(kTree, 65535, nullptr, L"", kIgnores);

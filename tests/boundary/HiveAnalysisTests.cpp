@@ -118,15 +118,14 @@ struct HivesConsole : HiveAnalysis
         ::results().flush(), messages().flush();
         for (int i = 0; i < 2; ++i) {
             const Bytes bytes = readBytes(files[i]);
-            text.append(bytes.begin() + static_cast<std::ptrdiff_t>(std::exchange(seen[i], bytes.size())),
-                        bytes.end());
+            text.append(bytes.begin() + std::exchange(seen[i], std::ssize(bytes)), bytes.end());
         }
         std::erase(text, '\r');
         return text;
     }
 
     const std::wstring files[2] = {folder + L"\\out", folder + L"\\err"};
-    std::size_t seen[2] = {};
+    std::ptrdiff_t seen[2] = {};
     const WorkScope work;
 };
 } // namespace
@@ -311,22 +310,18 @@ TEST_F(HiveAnalysis, DeletesWhatAnEndedProcessHasLeftAndNothingElse)
     EXPECT_EQ(exitCodeOf(startDisabled(L"--gtest_filter=HiveAnalysis.DISABLED_*")), 7U);
     RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, kHiveList, L"child");
     EXPECT_EQ(countFiles(), 2);
-    const std::wstring own = L"old1.sysmaint." + std::to_wstring(GetCurrentProcessId()) + L"-9.tmp";
-    const std::wstring others[] = {L"old1.tmp",
-                                   L"old1.3-1.tmp",
-                                   L"old1.sysmaint.tmp",
-                                   L"bad1.sysmaint.3-1.tmp",
-                                   L"olds.sysmaint.3-1.tmp",
-                                   L"old.sysmaint.3-1.tmp",
-                                   L"old1.sysmaint.3.tmp",
-                                   own};
-    for (const std::wstring& name : others) // identifiers are multiples of four
-        writeBytes(temporary + L"\\" + name, Bytes(1, 'x'));
+    const std::wstring own = std::to_wstring(GetCurrentProcessId()); // identifiers are multiples of four
+    std::vector others{temporary + L"\\old1.sysmaint." + own + L"-9.tmp"};
+    for (const wchar_t* name : {L"old1", L"old1.3-1", L"old1.sysmaint", L"bad1.sysmaint.3-1",
+                                L"olds.sysmaint.3-1", L"old.sysmaint.3-1", L"old1.sysmaint.3"})
+        others.push_back(temporary + L"\\" + name + L".tmp");
+    for (const std::wstring& path : others)
+        writeBytes(path, Bytes(1, 'x'));
     addHive(L"a", hiveOf(0));
     EXPECT_EQ(analyze(), 0);
     EXPECT_EQ(countFiles(), std::ssize(others));
-    for (const std::wstring& name : others)
-        EXPECT_TRUE(DeleteFileW((temporary + L"\\" + name).c_str())) << utf8(name);
+    for (const std::wstring& path : others)
+        EXPECT_TRUE(DeleteFileW(path.c_str())) << utf8(path);
 }
 
 TEST_F(HiveAnalysis, TheDefragmenterIsOneWithAState)
@@ -362,8 +357,7 @@ TEST_F(HiveAnalysis, TheDefragmenterIsOneWithAState)
         ASSERT_TRUE(code == 0 || (code == ERROR_READ_FAULT && loaded.getResults().empty())) << size;
     }
     EXPECT_EQ(dumpOf(kept()), old);
-    EXPECT_EQ(load(state.size()), 0);
-    EXPECT_EQ(dumpOf(kept()), state);
+    EXPECT_TRUE(load(state.size()) == 0 && dumpOf(kept()) == state);
 
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, kHiveList);
     EXPECT_EQ(analyze(), ERROR_FILE_NOT_FOUND);

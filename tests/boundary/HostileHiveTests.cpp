@@ -4,14 +4,6 @@
 #include "support/Wipe.h"
 
 namespace {
-/// How many hives: 2,000 unless scripts/fuzz asks for more.
-unsigned long rounds()
-{
-    wchar_t text[16] = L"";
-    GetEnvironmentVariableW(L"SYSMAINT_HIVES", &text[0], 16);
-    return std::max(std::wcstoul(&text[0], nullptr, 10), 2000UL);
-}
-
 /// With lists of keys, a class name, values of all kinds and data in segments.
 Bytes wholeHive(const std::wstring& file)
 {
@@ -67,7 +59,8 @@ TEST(HostileHives, EndInCodes)
     const std::wstring folder = scratchFolder(), file = folder + L"\\hive";
     const wchar_t* const kept = _wgetenv(L"SYSMAINT_SALVAGED");
     const Bytes whole = wholeHive(file);
-    const unsigned long wanted = rounds();
+    const wchar_t* const asked = _wgetenv(L"SYSMAINT_HIVES"); // by scripts/fuzz
+    const unsigned long wanted = std::max(std::wcstoul(asked != nullptr ? asked : L"", nullptr, 10), 2000UL);
     std::mt19937 random(7);
     const Flushes flushes([](auto, HANDLE) { return TRUE; }); // the disk does not matter here
     unsigned long read = 0, salvaged = 0;

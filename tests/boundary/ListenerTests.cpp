@@ -64,9 +64,9 @@ TEST_P(Listeners, GetAllThatAReporterQueues)
     }
     EXPECT_EQ(wakes, 1);
     ReporterState state = m_reporter->getState();
-    EXPECT_EQ(state.waiting + state.refused, 50U);
     EXPECT_GE(state.waiting, 40U);
-    EXPECT_EQ(state.refusal, ERROR_NOT_ENOUGH_QUOTA);
+    EXPECT_EQ(std::tuple(state.waiting + state.refused, state.refusal),
+              std::tuple(50, ERROR_NOT_ENOUGH_QUOTA));
     EXPECT_EQ(m_reporter->flush(300, nullptr), WAIT_TIMEOUT);
     EXPECT_NE(m_reporter->getState().connection, ERROR_SUCCESS);
     const auto queued = static_cast<std::uint32_t>(state.waiting);
@@ -90,8 +90,7 @@ TEST_P(Listeners, GetAllThatAReporterQueues)
     std::iota(all.begin(), all.end(), 1U);
     EXPECT_EQ(m_receiver.ids, all);
     state = m_reporter->getState();
-    EXPECT_EQ(state.delivered, queued);
-    EXPECT_EQ(state.connection, ERROR_SUCCESS);
+    EXPECT_EQ(std::tuple(state.delivered, state.connection), std::tuple(queued, ERROR_SUCCESS));
 }
 
 TEST_P(Listeners, PostWhatIsRepeatedOnce)
@@ -108,9 +107,7 @@ TEST_P(Listeners, PostWhatIsRepeatedOnce)
 // Whatever one client does, the next one is served.
 TEST_P(Listeners, LoseOnlyTheClientThatBreaksTheRules)
 {
-    ListenerOptions options;
-    options.timeout = 300;
-    listen(options);
+    listen({.timeout = 300});
     ASSERT_EQ(ConnectionSetMessageLimit(m_server.get(), 1000), ERROR_SUCCESS);
     const std::string hello = greeting(1);
     const std::string large = framed(0, std::string(2000, 'x'));
@@ -142,16 +139,12 @@ TEST_P(Listeners, LoseOnlyTheClientThatBreaksTheRules)
     report({ReportMode::Send});
     EXPECT_EQ(sendOne(1), ERROR_SUCCESS);
     Sleep(600);
-    EXPECT_EQ(getState().clients, 1U);
-    EXPECT_EQ(sendOne(2), ERROR_SUCCESS);
+    EXPECT_TRUE(getState().clients == 1 && sendOne(2) == ERROR_SUCCESS);
 }
 
 TEST_P(Listeners, RefuseWhatIsTooMuch)
 {
-    ListenerOptions options;
-    options.mostClients = 1;
-    options.mostWaiting = 3000;
-    listen(options);
+    listen({.mostClients = 1, .mostWaiting = 3000});
     const TestEvent goOn;
     m_receiver.act = [&] { WaitForSingleObject(goOn.get(), 60000); };
     std::string bytes = greeting(1);
@@ -168,11 +161,9 @@ TEST_P(Listeners, RefuseWhatIsTooMuch)
     char byte = 0;
     EXPECT_EQ(ConnectionConnect(second.get(), 60000, nullptr), ERROR_SUCCESS);
     EXPECT_NE(ConnectionReadAll(second.get(), &byte, 1, 60000, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(getState().disconnected, 1U);
-    EXPECT_EQ(m_reporter->getState().delivered, 0U);
+    EXPECT_TRUE(getState().disconnected == 1 && m_reporter->getState().delivered == 0);
     goOn.set();
-    EXPECT_EQ(m_reporter->flush(60000, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(m_reporter->getState().delivered, 5U);
+    EXPECT_TRUE(m_reporter->flush(60000, nullptr) == 0 && m_reporter->getState().delivered == 5);
     ASSERT_EQ(TopicConsumeAll(m_far, INFINITE), ERROR_SUCCESS);
     EXPECT_EQ(m_receiver.count(), 7U);
 }
@@ -194,10 +185,8 @@ TEST_P(Listeners, DoNotEcho)
     ASSERT_TRUE(comesTrue([&] { return m_receiver.count() == 1; }));
     ASSERT_EQ(TopicPostMessage(m_far, MessageW(L"far", 2)), ERROR_SUCCESS);
     ASSERT_TRUE(comesTrue([&] { return own.count() == 2 && m_receiver.count() == 2; }));
-    EXPECT_EQ(m_reporter->flush(60000, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(farReporter->flush(60000, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(m_reporter->getState().delivered, 1U);
-    EXPECT_EQ(farReporter->getState().delivered, 1U);
+    for (IMessageReporter* each : {m_reporter.get(), farReporter.get()})
+        EXPECT_TRUE(each->flush(60000, nullptr) == 0 && each->getState().delivered == 1);
     TopicUnsubscribe(m_far, *farReporter, INFINITE);
     TopicUnsubscribe(m_near, own, INFINITE);
 }

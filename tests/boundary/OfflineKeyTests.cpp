@@ -69,11 +69,9 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
                   0);
     for (int time = 0; time < 2; ++time) { // the second time from the file
         const OfflineKey below = keyOf(root, L"SOFTWARE");
-        EXPECT_EQ(keysOf(root), longest + L",Software");
-        EXPECT_EQ(keysOf(keyOf(root, L"software")), L"\u00C4rger");
-        EXPECT_EQ(valuesOf(below), L"z,a,none");
-        EXPECT_EQ(counts(root), (Counts{2, 0, 4}));
-        EXPECT_EQ(counts(below), (Counts{1, 4, 2}));
+        EXPECT_EQ(std::tuple(keysOf(root), keysOf(below), valuesOf(below)),
+                  std::tuple(longest + L",Software", L"\u00C4rger", L"z,a,none"));
+        EXPECT_EQ(std::tuple(counts(root), counts(below)), std::tuple(Counts{2, 0, 4}, Counts{1, 4, 2}));
         for (const auto& [name, data] : {std::pair<const wchar_t*, std::string>(L"", "1: d"),
                                          {L"z", "4: five!"},
                                          {L"A", "3: " + large},
@@ -94,8 +92,8 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
         root = open(file);
         ASSERT_NE(root, nullptr) << GetLastError();
     }
-    EXPECT_EQ(keyOf(root, L"software")->deleteItem(), 0);
-    EXPECT_EQ(keyOf(root, L"software")->deleteItem(), 2);
+    for (const long code : {0, 2})
+        EXPECT_EQ(keyOf(root, L"software")->deleteItem(), code);
     EXPECT_EQ(isThere(keyOf(root, L"software\\\u00C4rger")), 0);
     EXPECT_EQ(keysOf(root), longest);
     EXPECT_EQ(root->save((file + L"2").c_str()), 0);
@@ -106,44 +104,39 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
 TEST_P(OfflineKeys, RefuseTheSameEitherWay)
 {
     EXPECT_EQ(keyOf(root, L"key\\below")->create(nullptr), 0);
-    EXPECT_EQ(root->deleteItem(), 50);
     const OfflineKey none = keyOf(root, L"none");
     EXPECT_EQ(keysOf(none) + valuesOf(none), L"code 2code 2");
-    EXPECT_EQ(isThere(keyOf(none, L"deep")), 0);
     EXPECT_EQ(isThere(keyOf(root, L"KEY\\Below")), 1);
-    EXPECT_EQ(valueOf(none, L"v")->setData(1, "x", 1), 2);
-    EXPECT_EQ(isThere(valueOf(none, L"v")), 0);
-    EXPECT_EQ(valueOf(root, L"v")->deleteItem(), 2);
-    EXPECT_EQ(valueOf(root, L"v")->setData(1, nullptr, 1), 87);
+    EXPECT_EQ(isThere(keyOf(none, L"deep")) + isThere(valueOf(none, L"v")), 0);
     IOfflineRegistryValue* value = nullptr;
-    EXPECT_EQ(root->getValue(std::wstring(16384, L'v').c_str(), &value), 206);
-    EXPECT_EQ(root->getKey(L"", nullptr), 87);
-    EXPECT_EQ(root->listSubKeys(nullptr, nullptr), 87);
-    EXPECT_EQ(root->getCounts(nullptr, nullptr, nullptr), 87);
+    EXPECT_EQ(
+        (std::vector{root->deleteItem(), valueOf(none, L"v")->setData(1, "x", 1),
+                     valueOf(root, L"v")->deleteItem(), valueOf(root, L"v")->setData(1, nullptr, 1),
+                     root->getValue(std::wstring(16384, L'v').c_str(), &value), root->getKey(L"", nullptr),
+                     root->listSubKeys(nullptr, nullptr), root->getCounts(nullptr, nullptr, nullptr)}),
+        (std::vector{50L, 2L, 2L, 87L, 206L, 87L, 87L, 87L}));
     std::wstring deepest = L"k";
     for (int level = 2; level < 512; ++level)
         deepest += L"\\k";
-    EXPECT_EQ(keyOf(root, deepest)->create(nullptr), 0);
-    EXPECT_EQ(keyOf(root, L"k")->deleteItem(), 0);
+    EXPECT_TRUE(keyOf(root, deepest)->create(nullptr) == 0 && keyOf(root, L"k")->deleteItem() == 0);
     IOfflineRegistryKey* key = nullptr;
-    const std::pair<std::wstring, long> paths[] = {
-        {L"a\\\\b", 123},       {L"\\a", 123}, {L"a\\", 123}, {L"\\", 123}, {std::wstring(256, L'k'), 206},
-        {deepest + L"\\k", 206}};
-    for (const auto& [path, code] : paths)
+    for (const auto& [path, code] : {std::pair(std::wstring(256, L'k'), 206),
+                                     {deepest + L"\\k", 206},
+                                     {L"a\\\\b", 123},
+                                     {L"\\a", 123},
+                                     {L"a\\", 123},
+                                     {L"\\", 123}})
         EXPECT_EQ(root->getKey(path.c_str(), &key), code) << utf8(path);
     EXPECT_EQ(keysOf(root), L"key");
 
     writeBytes(folder + L"\\bad", Bytes(8192, 'x'));
-    const std::tuple<const wchar_t*, const wchar_t*, unsigned long, DWORD> hives[] = {
-        {L"none", L"", GetParam(), 2},
-        {L"none", nullptr, GetParam(), 87},
-        {L"none", L"\\", GetParam(), 123},
-        {L"none", L"", 3, 87},
-        {L"bad", L"", GetParam(), 1009}};
-    for (const auto& [hive, path, way, code] : hives) {
-        EXPECT_EQ(DllGetOfflineRegistryKey((folder + L"\\" + hive).c_str(), path, way), nullptr);
-        EXPECT_EQ(GetLastError(), code);
-    }
+    const auto refusalOfHive = [&](const wchar_t* hive, const wchar_t* path, unsigned long way = GetParam()) {
+        return refusalOf(DllGetOfflineRegistryKey((folder + L"\\" + hive).c_str(), path, way));
+    };
+    EXPECT_EQ((std::vector{refusalOfHive(L"none", L""), refusalOfHive(L"none", nullptr),
+                           refusalOfHive(L"none", L"\\"), refusalOfHive(L"none", L"", 3),
+                           refusalOfHive(L"bad", L"")}),
+              (std::vector<DWORD>{2, 87, 123, 87, 1009}));
     EXPECT_EQ(root->save((folder + L"\\none\\x").c_str()), 3);
     Flushes flushes(1, FALSE, ERROR_IO_DEVICE);
     EXPECT_EQ(root->save(file.c_str()), ERROR_IO_DEVICE);
@@ -200,8 +193,7 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
         EXPECT_EQ(keyOf(root, path)->create(nullptr), 0);
         EXPECT_EQ(valueOf(keyOf(root, path), L"v\\v")->setData(1, data, 4), 0);
     }
-    const std::wstring saved = file + L"2";
-    const std::wstring salvaged = file + L"3";
+    const std::wstring saved = file + L"2", salvaged = file + L"3";
     EXPECT_EQ(root->save(file.c_str()), 0);
     Bytes bytes = readBytes(file);
     const std::string name = "a~b";
@@ -216,11 +208,11 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
     EXPECT_EQ(readBytes(saved), readBytes(salvaged));
     for (const std::wstring& each : {file, saved}) {
         root = open(each);
-        EXPECT_EQ(keysOf(root), L"a");
+        const OfflineKey atPath = keyOf(root, L"a\\b");
         EXPECT_EQ(counts(root), (Counts{2, 0, GetParam() == kOfflineEngine ? 4U : 3U}));
-        EXPECT_EQ(valuesOf(keyOf(root, L"a\\b")), L"v\\v");
-        EXPECT_EQ(dataOf(keyOf(root, L"a\\b"), L"v\\v"), "1: path");
-        EXPECT_EQ(isThere(keyOf(root, L"a\\b\\c")), 0);
+        EXPECT_EQ(
+            std::tuple(keysOf(root), valuesOf(atPath), dataOf(atPath, L"v\\v"), isThere(keyOf(root, L"a\\b\\c"))),
+            std::tuple(L"a", L"v\\v", "1: path", 0));
         void* const hive = CreateSettingsHive(each.c_str(), kSettingsReadOnly);
         EXPECT_EQ(listOf([&](auto** names, auto* number) {
                       return SettingsHiveEnumerateKeys(hive, L"", names, number);
@@ -240,8 +232,8 @@ TEST_P(OfflineKeys, ServeManyThreads)
         EXPECT_EQ(own->create(nullptr), 0);
         for (int round = 0; round < 100; ++round) {
             EXPECT_EQ(valueOf(own, std::to_wstring(round))->setData(REG_SZ, &round, sizeof round), 0);
-            EXPECT_EQ(keyOf(own, L"temporary")->create(nullptr), 0);
-            EXPECT_EQ(keyOf(own, L"temporary")->deleteItem(), 0);
+            const OfflineKey temporary = keyOf(own, L"temporary");
+            EXPECT_TRUE(temporary->create(nullptr) == 0 && temporary->deleteItem() == 0);
         }
     });
     for (const wchar_t* key : {L"thread 0", L"thread 1", L"thread 2", L"thread 3"})

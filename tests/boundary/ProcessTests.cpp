@@ -4,8 +4,6 @@
 #include <restartmanager.h>
 
 namespace {
-using Times = Replaced<"GetProcessTimes", decltype(&GetProcessTimes)>;
-
 std::map<DWORD, std::wstring> toolhelp()
 {
     std::map<DWORD, std::wstring> found;
@@ -143,11 +141,12 @@ TEST_F(Processes, AreLeftAloneOnceTheirIdIsAnothers)
     }
     const Terminating terminating([](auto...) { return TRUE; });
     {
-        Times times([](auto original, HANDLE handle, FILETIME* created, auto... rest) {
-            const BOOL done = original(handle, created, rest...);
-            ++created->dwLowDateTime;
-            return done;
-        });
+        Replaced<"GetProcessTimes", decltype(&GetProcessTimes)> times(
+            [](auto original, HANDLE handle, FILETIME* created, auto... rest) {
+                const BOOL done = original(handle, created, rest...);
+                ++created->dwLowDateTime;
+                return done;
+            });
         EXPECT_EQ(codesOf(process.get()), Codes({1168}, 0));
         times.failCall(kEachCall, FALSE, ERROR_GEN_FAILURE);
         EXPECT_EQ(codesOf(process.get()), Codes({5}, -5)) << "neither gone nor ended";

@@ -3,7 +3,7 @@
 #include "core/win32/utils/lookup/include/HVKGateway.h"
 
 #include "core/win32/utils/communication/api.h"
-#include "support/FullServer.h"
+#include "support/FtpServers.h"
 #include "support/LookupServer.h"
 #include "support/Process.h"
 #include "support/Raised.h"
@@ -142,9 +142,9 @@ TEST(HVKGateway, EndsWithItsTimeTheCancelEventAndWithoutAServer)
 // Nobody takes the connections of this server, and its backlog is full: a further one hangs for 15 seconds.
 TEST(HVKGateway, GivesConnectingFifteenSeconds)
 {
-    const FullServer server;
+    const FtpServers servers(L"full");
     const ULONGLONG begun = GetTickCount64();
-    EXPECT_EQ(Query(server.getPort()).failure, Raised(WAIT_TIMEOUT, 307));
+    EXPECT_EQ(Query(servers.ports.at("full")).failure, Raised(WAIT_TIMEOUT, 307));
     const ULONGLONG taken = GetTickCount64() - begun;
     EXPECT_GE(taken, 14900U);
     EXPECT_LT(taken, 20000U);
