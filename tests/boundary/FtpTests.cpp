@@ -199,16 +199,16 @@ namespace {
 /// What a scan says and finds first, of servers that each do something wrong.
 const std::tuple<long, const wchar_t*, std::vector<const char*>> kMisdeeds[] = {
     {WAIT_TIMEOUT, L"", {"mute", "trickle", "later", "unsure"}},
-    {ERROR_INVALID_DATA, L"", {"garbage", "waits", "port", "greets", "welcomes", "agrees"}},
+    {ERROR_INVALID_DATA, L"", {"garbage", "waits", "port", "greets", "welcomes", "agrees", "ahead"}},
     {ERROR_INVALID_DATA, L"", {"strays-FEAT", "strays-OPTS", "strays-EPSV", "strays-PASV", "strays-MLST"}},
-    {ERROR_INVALID_DATA, L"file 5 /good", {"lies"}},
+    {ERROR_INVALID_DATA, L"file 5 /good", {"lies", "untyped"}},
     {ERROR_MESSAGE_EXCEEDS_MAX_SIZE, L"", {"endless", "line", "forever", "features", "options"}},
     {ERROR_LOGON_FAILURE, L"", {"login"}},
     {ERROR_CONNECTION_ABORTED, L"", {"leaves", "loses"}},
     {10061, L"", {"refused"}},
     {10054, L"", {"drops"}},
     {ERROR_BROKEN_PIPE, L"", {"gone"}},
-    {ERROR_INVALID_NAME, L"file 5 /good", {"names"}},
+    {ERROR_INVALID_NAME, L"file 5 /good", {"names", "latin"}},
     {ERROR_SUCCESS, L"file 5 /good", {"passive", "claims", "unnamed"}},
     {ERROR_SUCCESS, L"file 18446744073709551615 /good", {"long"}},
     {ERROR_PATH_NOT_FOUND, L"file 5000000000 /good", {"unix", "dos"}},
@@ -392,7 +392,7 @@ TEST(FtpHostile, FoldersWithoutEndAreNotWalked)
     EXPECT_EQ(deep.found.size(), 2U * 17U);
 }
 
-// What LIST does with a path is each server's own affair; one only serves who asks it by paths.
+// What LIST and MLSD do with a path is each server's own affair; two only serve who asks them by paths.
 TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
 {
     const std::set<std::wstring> tree{L"file 5 /in",       L"folder /a",          L"file 5 /a/in-a",
@@ -401,7 +401,8 @@ TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
                                       L"folder /b/a",      L"file 5 /b/a/in-b-a", L"folder /b/b",
                                       L"folder /a/a/a",    L"folder /a/a/b"};
     FtpServers servers(L"hostile");
-    for (const char* mode : {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps"}) {
+    for (const char* mode : {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps", "MLSD-heeds",
+                             "MLSD-ignores", "typeless"}) {
         SCOPED_TRACE(mode);
         const long code = std::string(mode) == "hollow" ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
         FtpScan scan(servers.ports[mode]);

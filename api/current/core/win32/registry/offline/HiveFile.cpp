@@ -1,6 +1,7 @@
 #include "core/win32/registry/offline/include/HiveFile.h"
 
 #include <algorithm>
+#include <chrono>
 #include <compare>
 #include <new>
 
@@ -180,7 +181,7 @@ std::optional<ValueId> Hive::findValue(KeyId key, std::u16string_view name) cons
 {
     const NameView sought(name);
     if (const auto index = m_indexes.find(key); index != m_indexes.end()) {
-        const auto [begin, end] = index->second.equal_range(sought.hash());
+        const auto [begin, end] = index->second.equal_range(indexHash(sought));
         const auto found =
             std::find_if(begin, end, [&](const auto& each) { return valueName(each.second).equals(sought); });
         return found == end ? std::nullopt : std::optional(found->second);
@@ -191,6 +192,28 @@ std::optional<ValueId> Hive::findValue(KeyId key, std::u16string_view name) cons
     return std::nullopt;
 }
 
+std::uint64_t Hive::newIndexBase() noexcept
+{
+    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15U;
+    const auto time = static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    constexpr std::uint64_t kLeast = 65536; // more than any character
+    return kLeast + (time * kSpread >> 32U) % (kIndexPrime - kLeast);
+}
+
+// A polynomial modulo 2^31 - 1 (Carter and Wegman): with a base that nobody knows beforehand, names cannot be
+// made that share a hash.
+std::uint32_t Hive::indexHash(const NameView& name) const noexcept
+{
+    const char16_t* const upper = upperCaseTable();
+    std::uint64_t hash = 1;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        hash = hash * m_indexBase + upper[name[i]];
+        hash = (hash & kIndexPrime) + (hash >> 31U);
+        hash = (hash & kIndexPrime) + (hash >> 31U);
+    }
+    return static_cast<std::uint32_t>(hash % kIndexPrime);
+}
+
 void Hive::indexValues(KeyId key)
 {
     constexpr std::size_t kFew = 64;
@@ -199,7 +222,7 @@ void Hive::indexValues(KeyId key)
         return;
     ValueIndex index;
     for (const ValueId value : all)
-        index.emplace(valueName(value).hash(), value);
+        index.emplace(indexHash(valueName(value)), value);
     m_indexes.emplace(key, std::move(index));
 }
 
@@ -214,7 +237,7 @@ void Hive::removeFromIndex(KeyId key, ValueId value) noexcept
     const auto index = m_indexes.find(key);
     if (index == m_indexes.end())
         return;
-    const auto [begin, end] = index->second.equal_range(valueName(value).hash());
+    const auto [begin, end] = index->second.equal_range(indexHash(valueName(value)));
     index->second.erase(std::find_if(begin, end, [&](const auto& each) { return each.second == value; }));
 }
 
@@ -454,7 +477,7 @@ ValueId Hive::setValue(KeyId key, std::u16string_view name, std::uint32_t type,
             m_freeValues.push_back(static_cast<ValueId>(m_values.size() - 1));
         }
         if (const auto index = m_indexes.find(key); index != m_indexes.end())
-            index->second.emplace(NameView(name).hash(), m_freeValues.back());
+            index->second.emplace(indexHash(NameView(name)), m_freeValues.back());
     }
     const Place place = keepBlob(std::move(bytes));
     ValueId number = 0;

@@ -422,6 +422,19 @@ void createFile(const wchar_t* path, const std::function<void(const wchar_t*)>& 
     fresh.keep();
 }
 
+namespace {
+void moveInPlace(NewFile& fresh, const std::wstring& path, bool replaces)
+{
+    try {
+        fresh.move(path, replaces ? MOVEFILE_REPLACE_EXISTING : 0);
+    } catch (long code) {
+        if (!replaces && (code == ERROR_ALREADY_EXISTS || code == ERROR_FILE_EXISTS))
+            raiseCode(ERROR_FILE_INVALID); // somebody else's, made meanwhile
+        throw;
+    }
+}
+} // namespace
+
 void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes,
                  std::optional<FileStamp>& known, const std::vector<std::byte>* old)
 {
@@ -437,7 +450,7 @@ void replaceFile(const std::wstring& path, const std::vector<std::byte>& bytes,
     if (copy.has_value())
         underFreeName([&](unsigned attempt) { copy->move(damagedName(path, attempt), 0); });
     try {
-        fresh.move(path, MOVEFILE_REPLACE_EXISTING);
+        moveInPlace(fresh, path, known.has_value());
     } catch (...) {
         if (copy.has_value() && !isStill(path, known))
             copy->keep(); // it may be all that is left

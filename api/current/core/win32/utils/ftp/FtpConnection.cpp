@@ -41,6 +41,8 @@ public:
         const std::wstring settled = settledPath(path);
         m_file.reset(::CreateFileW(Win32Path(settled.c_str()), access, FILE_SHARE_READ, nullptr, how,
                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        if (m_file.isValid() && GetFileType(m_file.get()) != FILE_TYPE_DISK)
+            raiseCode(ERROR_BAD_PATHNAME); // a device
         BY_HANDLE_FILE_INFORMATION information{};
         if (!m_file.isValid() || !GetFileInformationByHandle(m_file.get(), &information))
             raiseLastError();
@@ -246,7 +248,7 @@ std::wstring FtpConnection::urlOf(const std::wstring& path) const
 }
 
 // A session that was not ready again is given up. One that the server ended while it was idle is opened once
-// more, and so is one that broke off over LIST with a path, which is then not used again. What does no harm
+// more, and so is one that broke off over listing a path, which is then not used again. What does no harm
 // when it is done twice finds that out by itself; before anything else is sent, the session is looked at.
 template <class Operation>
 auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operation)
@@ -270,7 +272,8 @@ auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operatio
             return operation(*m_session, limits);
         } catch (long code) {
             const bool wasIdle = !isNew && !m_session->isAnswered();
-            const bool isOverPath = m_session->wasTryingPath() && code != ERROR_CANCELLED && !m_isClosed;
+            const bool isOverPath =
+                m_usesPaths && m_session->wasTryingPath() && code != ERROR_CANCELLED && !m_isClosed;
             if (!m_session->isReady())
                 m_session.reset();
             if (isOverPath) {

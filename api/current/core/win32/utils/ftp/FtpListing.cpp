@@ -155,13 +155,14 @@ bool parsePlain(std::string_view line, FtpEntry& entry)
     return parseUnix(line, entry) || parseDos(line, entry);
 }
 
-// fact=value;fact=value; name
+// fact=value;fact=value; name. Without the fact "type" nothing tells what it is.
 bool parseMachine(std::string_view line, FtpEntry& entry, bool& isListed)
 {
     const std::size_t blank = line.find(' ');
     if (blank == std::string_view::npos || (blank != 0 && line[blank - 1] != ';'))
         return false;
     entry.bytes = line.substr(blank + 1);
+    bool isTyped = false;
     for (std::string_view facts = line.substr(0, blank); !facts.empty();) {
         const std::string_view fact = facts.substr(0, facts.find(';'));
         facts.remove_prefix(std::min(fact.size() + 1, facts.size()));
@@ -177,6 +178,7 @@ bool parseMachine(std::string_view line, FtpEntry& entry, bool& isListed)
         isListed = isListed || (key == "type" && value == "cdir");
         if (key != "type")
             continue;
+        isTyped = true;
         if (value == "cdir" || value == "pdir")
             entry.bytes = std::string(1, '.'); // whatever the server calls them
         else if (value == "dir")
@@ -184,7 +186,7 @@ bool parseMachine(std::string_view line, FtpEntry& entry, bool& isListed)
         else if (value.starts_with("os.unix=slink") || value.starts_with("os.unix=symlink"))
             entry.kind = FtpEntry::Kind::Link;
     }
-    return true;
+    return isTyped;
 }
 
 /// Whether the name is one; fills in its text.

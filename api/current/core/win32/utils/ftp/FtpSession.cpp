@@ -58,9 +58,11 @@ bool isDone(int reply) noexcept
 // The replies that say so, of old servers too. Another one belongs to something else.
 constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
 constexpr std::initializer_list<int> kAgreed{200, 250};
+constexpr std::initializer_list<int> kDeleted{250};
 constexpr std::initializer_list<int> kOptionTaken{200, 202};
 constexpr std::initializer_list<int> kTransferred{200, 226, 250};
-constexpr int kIdle = 200; // to NOOP, which every server knows
+constexpr int kIdle = 200;   // to NOOP
+constexpr int kStands = 257; // to PWD, and to nothing else that is sent here
 
 bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
 {
@@ -73,6 +75,28 @@ SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
     reinterpret_cast<sockaddr_in*>(&address.storage)->sin_port =
         static_cast<unsigned short>(port << 8U | port >> 8U);
     return address;
+}
+
+std::string upperCased(std::string_view text)
+{
+    std::string result(text);
+    for (char& c : result)
+        if (c >= 'a' && c <= 'z')
+            c = static_cast<char>(c - 32);
+    return result;
+}
+
+/// Of what a listing tells: two folders that hold the same have the same.
+std::size_t fingerprintOf(const FtpListing& listing)
+{
+    std::string text;
+    for (const FtpEntry& entry : listing.entries)
+        text.append(std::to_string(static_cast<int>(entry.kind)))
+            .append(std::to_string(entry.size.value_or(0)))
+            .append("/")
+            .append(entry.bytes)
+            .append("\n");
+    return std::hash<std::string>()(text);
 }
 
 /// The numbers in a reply, as many as there are.
@@ -95,8 +119,10 @@ std::vector<unsigned long> numbersIn(std::string_view text)
 
 FtpSession::FtpSession(const FtpServer& server, bool usesPaths, const FtpLimits& limits)
 {
-    if (!usesPaths)
+    if (!usesPaths) {
         m_paths.refute();
+        m_machinePaths = PathUse::Refuted;
+    }
     SocketClient client(server.host.c_str(), server.port);
     m_control = client.connect(limits.step());
     m_address = client.getAddress();
@@ -122,30 +148,44 @@ void FtpSession::agree(const FtpLimits& limits)
 {
     const Reply features = ask("FEAT", "", limits);
     if (isDoneWith(features, {211})) {
-        std::string text = features.text;
-        for (char& c : text)
-            if (c >= 'a' && c <= 'z')
-                c = static_cast<char>(c - 32);
+        const std::string text = upperCased(features.text);
         constexpr std::string_view kMachine = "\n MLST";
         const std::size_t machine = text.find(kMachine);
-        m_hasMachineListing = machine != std::string::npos;
-        if (m_hasMachineListing)
+        if (machine != std::string::npos)
             chooseFacts(std::string_view(text).substr(machine + kMachine.size()), limits);
         if (text.find("\n UTF8") != std::string::npos)
             static_cast<void>(isDoneWith(ask("OPTS", "UTF8 ON", limits), kOptionTaken)); // or does it anyway
     }
     requireOneOf(ask("TYPE", "I", limits), kAgreed);
+    requireInStep("PWD", kStands, limits);
+}
+
+// Sends a command whose reply cannot be taken for another's: what came unasked before shows here.
+void FtpSession::requireInStep(std::string_view command, int expected, const FtpLimits& limits)
+{
+    if (ask(command, "", limits).code == expected)
+        return;
+    m_isReady = false;
+    raiseCode(ERROR_INVALID_DATA);
 }
 
 // Without the facts that nobody needs, a listing costs some servers half the time. One that refuses sends
-// all.
+// all. A listing that does not tell folders from files is of no use.
 void FtpSession::chooseFacts(std::string_view offered, const FtpLimits& limits)
 {
+    constexpr std::string_view kType = "TYPE";
     offered = offered.substr(0, offered.find('\n'));
     offered.remove_prefix(std::min(offered.find_first_not_of(' '), offered.size()));
+    m_hasMachineListing = offered.find(kType) != std::string_view::npos;
     const std::string facts = wantedFacts(offered);
-    if (!facts.empty())
-        static_cast<void>(isDoneWith(ask("OPTS MLST", facts, limits), kOptionTaken));
+    if (facts.empty())
+        return;
+    const Reply reply = ask("OPTS MLST", facts, limits);
+    if (!isDoneWith(reply, kOptionTaken))
+        return;
+    const std::string chosen = upperCased(reply.text);
+    m_hasMachineListing =
+        chosen.find("MLST OPTS") == std::string::npos || chosen.find(kType) != std::string::npos;
 }
 
 void FtpSession::requireOneOf(const Reply& reply, std::initializer_list<int> expected)
@@ -225,10 +265,9 @@ std::string FtpSession::readLine(const WaitLimits& limits, std::size_t& left)
     return line;
 }
 
-// "150 text", or "150-text", any lines, and "150 text". The whole reply has one step's time.
-FtpSession::Reply FtpSession::readReply(const FtpLimits& limits)
+// "150 text", or "150-text", any lines, and "150 text".
+FtpSession::Reply FtpSession::readReply(const WaitLimits& step)
 {
-    const WaitLimits step = limits.step();
     std::size_t left = kLargestReply;
     std::string line = readLine(step, left);
     constexpr std::size_t kCodeLength = 3;
@@ -254,8 +293,9 @@ FtpSession::Reply FtpSession::readReply(const FtpLimits& limits)
 
 FtpSession::Reply FtpSession::readFinalReply(const FtpLimits& limits)
 {
+    const WaitLimits step = limits.step(); // for all of them
     for (int i = 0; i < kMostPreliminary; ++i) {
-        Reply reply = readReply(limits);
+        Reply reply = readReply(step);
         if (reply.code >= 200) {
             settle(reply.code);
             return reply;
@@ -269,24 +309,26 @@ void FtpSession::settle(int reply)
 {
     const bool isAlone = m_receivedAt == m_receivedEnd;
     m_isReady = isAlone && reply != 421;
+    m_isTryingPath = m_isTryingPath && !m_isReady;
     if (!isAlone && !isFarewell())
         raiseCode(ERROR_INVALID_DATA);
 }
 
-// A byte of 255 would begin a command of the protocol below, unless it stands twice.
+// A byte of 255 would begin a command of the protocol below, unless it stands twice; but some servers take
+// what stands twice for two, and so another name.
 void FtpSession::send(std::string_view command, std::string_view argument, const FtpLimits& limits)
 {
+    if (argument.find('\xFF') != std::string_view::npos)
+        raiseCode(ERROR_INVALID_NAME);
     std::string line(command);
     if (!argument.empty())
-        line.push_back(' ');
-    for (const char c : argument)
-        line.append(c == '\xFF' ? 2U : 1U, c);
+        line.append(" ").append(argument);
     line.append("\r\n");
     m_isReady = false;
     m_lastReply = 0;
     m_isTryingPath = false;
     requireSilence();
-    m_isTryingPath = argument.starts_with(kHiddenOf);
+    m_isTryingPath = argument.starts_with(kHiddenOf) || (command == "MLSD" && !argument.empty());
     m_control->writeAll(line.data(), line.size(), limits.step());
 }
 
@@ -305,10 +347,13 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
         const Reply reply = ask("EPSV", "", limits); // (|||port|)
         if (reply.code < 500) {
             requireOneOf(reply, {229});
-            const std::size_t at = reply.text.find("|||");
+            constexpr std::string_view kBars = "|||";
+            std::string_view port = reply.text;
+            port.remove_prefix(std::min(port.find(kBars), port.size()));
+            port.remove_prefix(std::min(kBars.size(), port.size()));
+            const bool isNumber = !port.empty() && port.front() >= '0' && port.front() <= '9';
             const std::vector<unsigned long> numbers =
-                at != std::string::npos ? numbersIn(std::string_view(reply.text).substr(at))
-                                        : std::vector<unsigned long>();
+                isNumber ? numbersIn(port) : std::vector<unsigned long>();
             if (numbers.empty() || numbers[0] == 0 || numbers[0] > kLargestPort)
                 raiseCode(ERROR_INVALID_DATA);
             return static_cast<unsigned short>(numbers[0]);
@@ -345,7 +390,7 @@ WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view a
 
 void FtpSession::requireBegun(const FtpLimits& limits, bool isFromOffset)
 {
-    const Reply reply = readReply(limits);
+    const Reply reply = readReply(limits.step());
     m_isTransferDone = isOneOf(reply.code, kTransferred); // all is under way already
     if (!m_isTransferDone && reply.code >= 200) {
         settle(reply.code);
@@ -439,23 +484,22 @@ bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
     return true;
 }
 
-// MLSD takes the folder's name as it is. Where it refuses that, and for LIST, whose argument is a pattern for
-// some servers, the folder is entered first.
+// MLSD takes the folder's name as it is, where the server has proven to heed it. Where it refuses that, the
+// folder is entered first.
 FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
 {
-    if (m_hasMachineListing) {
-        try {
-            return FtpListing::parse(readListing("MLSD", folder, limits), FtpListing::Form::Machine);
-        } catch (long code) {
-            if (!m_isReady)
-                throw;
-        }
+    if (m_hasMachineListing && m_machinePaths == PathUse::Proven) {
+        if (std::optional<FtpListing> listing = listMachine(folder, limits))
+            return *std::move(listing);
     }
     if (m_hasMachineListing) {
         if (!enter(folder, limits))
             raiseCode(ERROR_PATH_NOT_FOUND);
         try {
-            return FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
+            FtpListing listing =
+                FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
+            proveMachine(folder, fingerprintOf(listing), limits);
+            return listing;
         } catch (long code) {
             if (code != ERROR_NOT_SUPPORTED || !m_isReady)
                 throw;
@@ -463,6 +507,32 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
         }
     }
     return listPlain(folder, limits);
+}
+
+// By its path; none when the server refuses.
+std::optional<FtpListing> FtpSession::listMachine(const std::string& folder, const FtpLimits& limits)
+{
+    try {
+        return FtpListing::parse(readListing("MLSD", folder, limits), FtpListing::Form::Machine);
+    } catch (long) {
+        if (!m_isReady)
+            throw;
+    }
+    return {};
+}
+
+// The session stands in `folder`. Does the server list the one before it by its path, which holds something
+// else? One that lists where it stands would show files under names that are not theirs.
+void FtpSession::proveMachine(const std::string& folder, std::size_t fingerprint, const FtpLimits& limits)
+{
+    if (m_machinePaths != PathUse::Unknown)
+        return;
+    if (m_before && m_before->fingerprint != fingerprint) {
+        const std::optional<FtpListing> listing = listMachine(m_before->folder, limits);
+        m_machinePaths =
+            listing && fingerprintOf(*listing) == m_before->fingerprint ? PathUse::Proven : PathUse::Refuted;
+    }
+    m_before = Listed{folder, fingerprint};
 }
 
 // By its path where the server is known to heed it. A listing that does not name the folder itself as one may
@@ -586,9 +656,8 @@ void FtpSession::store(const std::string& file, const FtpLimits& limits,
 // the next: it is no answer to NOOP.
 void FtpSession::remove(const std::string& file, const FtpLimits& limits)
 {
-    requireOneOf(ask("DELE", file, limits), kAgreed);
-    if (ask("NOOP", "", limits).code == kIdle)
-        return;
-    m_isReady = false;
-    raiseCode(ERROR_INVALID_DATA);
+    const Reply reply = ask("DELE", file, limits);
+    if (m_isReady)
+        requireInStep("NOOP", kIdle, limits);
+    requireOneOf(reply, kDeleted);
 }

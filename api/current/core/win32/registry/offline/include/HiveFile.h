@@ -209,12 +209,14 @@ private:
         std::uint16_t flags = 0; ///< as in the file
     };
     using Blob = std::vector<std::byte>;
-    /// Values by the hash of their names: a tree, since hostile names can have whatever hashes they like.
+    /// Values by indexHash of their names.
     using ValueIndex = std::multimap<std::uint32_t, ValueId>;
 
     Hive() = default;
     /// For the system's account and administrators.
     [[nodiscard]] static std::span<const std::byte> defaultSecurity() noexcept;
+    /// From the time, to the system's finest unit.
+    [[nodiscard]] static std::uint64_t newIndexBase() noexcept;
 
     [[nodiscard]] const std::byte* at(Place place, bool isOwned) const noexcept
     {
@@ -250,6 +252,7 @@ private:
     void dropTree(KeyId key) noexcept;
     void dropValue(ValueId value) noexcept;
     void removeFromIndex(KeyId key, ValueId value) noexcept;
+    [[nodiscard]] std::uint32_t indexHash(const NameView& name) const noexcept;
 
     std::vector<std::byte> m_ownBytes;      ///< when the hive keeps them
     std::span<const std::byte> m_bins;      ///< what offsets in the file count from
@@ -265,7 +268,9 @@ private:
     std::array<std::vector<std::uint32_t>, 32> m_freeLists; ///< by capacity, a power of two
     std::vector<std::span<const std::byte>> m_security;     ///< each descriptor once
     std::map<KeyId, std::uint32_t> m_predefined;            ///< keys that stand for a predefined handle
-    std::map<KeyId, ValueIndex> m_indexes;                  ///< of keys with many values that were looked for
+    static constexpr std::uint64_t kIndexPrime = (1ULL << 31U) - 1;
+    std::uint64_t m_indexBase = newIndexBase();
+    std::map<KeyId, ValueIndex> m_indexes; ///< of keys with many values that were looked for
     std::vector<KeyId> m_freeKeys;
     std::vector<ValueId> m_freeValues;
     std::vector<Blob> m_blobs;

@@ -80,16 +80,28 @@ private:
         int code = 0;
         std::string text; // without the code; of several lines, with "\n" between
     };
+    enum class PathUse
+    {
+        Unknown,
+        Proven,
+        Refuted
+    };
+    struct Listed
+    {
+        std::string folder;
+        std::size_t fingerprint = 0;
+    };
 
     void logIn(const FtpServer& server, const FtpLimits& limits);
     void agree(const FtpLimits& limits);
     void chooseFacts(std::string_view offered, const FtpLimits& limits);
     [[nodiscard]] char readByte(const WaitLimits& limits);
     [[nodiscard]] std::string readLine(const WaitLimits& limits, std::size_t& left);
-    [[nodiscard]] Reply readReply(const FtpLimits& limits);
+    [[nodiscard]] Reply readReply(const WaitLimits& step);
     [[nodiscard]] bool isFarewell() const;
     [[nodiscard]] bool receiveWhatIsThere();
     void requireSilence();
+    void requireInStep(std::string_view command, int expected, const FtpLimits& limits);
     void requireOneOf(const Reply& reply, std::initializer_list<int> expected);
     [[nodiscard]] bool isDoneWith(const Reply& reply, std::initializer_list<int> expected);
     void settle(int reply);
@@ -108,6 +120,8 @@ private:
     [[nodiscard]] std::string readListing(std::string_view command, std::string_view argument,
                                           const FtpLimits& limits);
 
+    [[nodiscard]] std::optional<FtpListing> listMachine(const std::string& folder, const FtpLimits& limits);
+    void proveMachine(const std::string& folder, std::size_t fingerprint, const FtpLimits& limits);
     [[nodiscard]] FtpListing listPlain(const std::string& folder, const FtpLimits& limits);
     [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
     void prove(const std::string& folder, const FtpLimits& limits);
@@ -121,7 +135,9 @@ private:
     bool m_isReady = false;
     int m_lastReply = 0; // to the last command
     bool m_isTransferDone = false;
-    bool m_hasMachineListing = false; // MLSD
+    bool m_hasMachineListing = false;          // MLSD
+    PathUse m_machinePaths = PathUse::Unknown; // MLSD PATH
+    std::optional<Listed> m_before;            // the last folder that was entered and listed with MLSD
     bool m_knowsExtendedPassive = true;
     bool m_listsHidden = true;  // LIST -a
     bool m_knowsHidden = false; // it has shown "."
