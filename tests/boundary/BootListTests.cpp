@@ -175,14 +175,13 @@ TEST_F(BootListTest, IsWrittenByteForByte)
     writeBytes(bootListPath(), {});
     wipe(kWipeFile, held, 2, 7);
     EXPECT_EQ(takeBootList(), kHeader + lineOf(held, L"2*\t*7"));
-    wchar_t before[MAX_PATH];
-    GetCurrentDirectoryW(MAX_PATH, before);
-    SetCurrentDirectoryW(folder.c_str());
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder);
     writeBytes(bootListPath(), {'x', 0});
     // The boot-time program has no current folder.
     EXPECT_EQ(wipe(kWipeFile, L"some file.txt"), ERROR_IO_DEVICE);
     EXPECT_EQ(wipe(kWipeFile, folder + L"/tree\\..\\some file.txt"), ERROR_IO_DEVICE);
-    SetCurrentDirectoryW(before);
+    std::filesystem::current_path(before);
     EXPECT_EQ(takeBootList(), L"x?\r\n" + lineOf(held) + lineOf(held));
 
     // After a line that somebody could write only in part.

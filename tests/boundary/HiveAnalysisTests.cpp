@@ -143,7 +143,6 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
     const Told expected{{L"\\REGISTRY\\MACHINE\\A", a, 2 * kCluster, 2 * kCluster},
                         {L"\\REGISTRY\\MACHINE\\B", b, 5 * kCluster, 2 * kCluster},
                         {L"odd", addHive(L"odd", torn), 3 * kCluster, 2 * kCluster}};
-    const TestEvent never;
     DWORD thread = 0;
     Writes writes(before([&](HANDLE, LPCVOID, DWORD size, auto...) {
         EXPECT_TRUE(thread == 0 || thread == GetCurrentThreadId()) << "one worker";
@@ -164,7 +163,7 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
         thread = 0;
         writes.reset();
         results.clear();
-        EXPECT_EQ(analyze(never.get()), 0);
+        EXPECT_EQ(analyze(TestEvent().get()), 0);
         Told told;
         for (const RDHiveResult& each : results.getResults())
             told.emplace_back(each.mountName.c_str(), each.path.c_str(), each.oldSize, each.newSize);

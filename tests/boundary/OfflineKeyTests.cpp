@@ -210,9 +210,9 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
         root = open(each);
         const OfflineKey atPath = keyOf(root, L"a\\b");
         EXPECT_EQ(counts(root), (Counts{2, 0, GetParam() == kOfflineEngine ? 4U : 3U}));
-        EXPECT_EQ(
-            std::tuple(keysOf(root), valuesOf(atPath), dataOf(atPath, L"v\\v"), isThere(keyOf(root, L"a\\b\\c"))),
-            std::tuple(L"a", L"v\\v", "1: path", 0));
+        EXPECT_EQ(std::tuple(keysOf(root), valuesOf(atPath), dataOf(atPath, L"v\\v"),
+                             isThere(keyOf(root, L"a\\b\\c"))),
+                  std::tuple(L"a", L"v\\v", "1: path", 0));
         void* const hive = CreateSettingsHive(each.c_str(), kSettingsReadOnly);
         EXPECT_EQ(listOf([&](auto** names, auto* number) {
                       return SettingsHiveEnumerateKeys(hive, L"", names, number);

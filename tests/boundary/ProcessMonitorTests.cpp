@@ -313,8 +313,7 @@ TEST(ProcessMonitor, IsOneForAllAndStopsWithItsLastOpening)
     for (int i = 0; i < 3; ++i) { // what the first round leaves stays permanently
         if (i == 1)
             before = ProcessCounts::now();
-        EXPECT_EQ(CreateProcessMonitor() + OpenProcessMonitor(), 0);
-        EXPECT_EQ(PMStartMonitor(kTopic, nullptr, 20, 0), 0);
+        EXPECT_EQ(CreateProcessMonitor() + OpenProcessMonitor() + PMStartMonitor(kTopic, nullptr, 20, 0), 0);
         EXPECT_NE(CloseProcessMonitor(), 0);
         EXPECT_EQ(state().first, static_cast<unsigned long>(kMonitorSnapshots));
         EXPECT_NE(CloseProcessMonitor(), 0);
