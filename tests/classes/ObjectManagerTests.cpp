@@ -243,13 +243,23 @@ TEST(Ownership, PointersHandlesAndLocks)
         Handle three(two.release());
     }
     EXPECT_EQ(g_closed, (std::vector<void*>{number(2), number(1)}));
+}
 
-    const Replaced<"CreateMutexW", decltype(&CreateMutexW)> creates;
+TEST(Ownership, OfALockThatTwoThreadsMakeAtOnce)
+{
     MutexLock lock;
+    HANDLE late = nullptr;
+    bool isClosed = false;
+    Replaced<"CreateMutexW", decltype(&CreateMutexW)> creates([&](auto original, auto... arguments) {
+        if (creates.calls() == 1)
+            std::thread([&] { lock.lock(); }).join(); // the first one dies with the lock
+        return late = original(arguments...);
+    });
+    const Replaced<"CloseHandle", decltype(&CloseHandle)> closes(
+        before([&](HANDLE handle) { isClosed = isClosed || (handle != nullptr && handle == late); }));
     EXPECT_EQ(creates.calls(), 0);
+    lock.lock(), lock.lock();
+    EXPECT_NO_THROW((lock.unlock(), lock.unlock()));
     EXPECT_THROW(lock.unlock(), long) << "not the owner";
-    std::thread([&] { lock.lock(); }).join(); // dies with the lock
-    const Locker outer(lock);
-    const Locker inner(lock);
-    EXPECT_EQ(creates.calls(), 1);
+    EXPECT_TRUE(creates.calls() == 2 && isClosed);
 }

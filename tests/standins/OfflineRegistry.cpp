@@ -4,10 +4,13 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <bit>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <utility>
 
 #include "core/win32/registry/offline/include/HiveFile.h"
 
@@ -40,7 +43,7 @@ HiveTime now()
 {
     FILETIME time;
     GetSystemTimeAsFileTime(&time);
-    return static_cast<HiveTime>(time.dwHighDateTime) << 32U | time.dwLowDateTime;
+    return std::bit_cast<HiveTime>(time);
 }
 std::u16string units(PCWSTR text)
 {
@@ -157,8 +160,7 @@ STAND_IN ORQueryInfoKey(void* key, PWSTR className, PDWORD length, PDWORD, PDWOR
 {
     return guarded([&] {
         copyText(keyOf(key).hive->className(keyOf(key).id), className, length);
-        const HiveTime time = keyOf(key).hive->lastWriteTime(keyOf(key).id);
-        *written = {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32U)};
+        *written = std::bit_cast<FILETIME>(keyOf(key).hive->lastWriteTime(keyOf(key).id));
     });
 }
 
@@ -169,12 +171,10 @@ STAND_IN ORGetValue(void* key, PCWSTR path, PCWSTR name, PDWORD type, void* data
         const ValueId found = above.hive->findValue(above.id, units(name)).value();
         const std::vector<std::byte> bytes = above.hive->data(found);
         *type = above.hive->type(found);
-        const DWORD room = *size;
-        *size = static_cast<DWORD>(bytes.size());
+        const DWORD room = std::exchange(*size, static_cast<DWORD>(bytes.size()));
         if (data != nullptr && room < bytes.size())
             throw long{ERROR_MORE_DATA};
-        std::copy(bytes.begin(), data != nullptr ? bytes.end() : bytes.begin(),
-                  static_cast<std::byte*>(data));
+        std::copy_n(bytes.begin(), data != nullptr ? bytes.size() : 0, static_cast<std::byte*>(data));
     });
 }
 

@@ -10,9 +10,8 @@
 #include "support/Threads.h"
 
 /// The number of this process's open handles, as the system itself counts them: GetProcessHandleCount always
-/// returns 0 under Wine. With an open handle as `sample` only those of its kind. Throws when the system does
-/// not tell.
-inline DWORD processHandleCount(HANDLE sample = nullptr)
+/// returns 0 under Wine. Throws when the system does not tell.
+inline DWORD processHandleCount()
 {
     using Entry = SYSTEM_HANDLE_ENTRY;
     static const auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
@@ -23,14 +22,7 @@ inline DWORD processHandleCount(HANDLE sample = nullptr)
     if (query(kHandles, answer, static_cast<ULONG>(table.size() * sizeof(Entry)), nullptr) < 0)
         throw std::runtime_error("the handles cannot be counted");
     const auto isOwn = [](const Entry& entry) { return entry.OwnerPid == GetCurrentProcessId(); };
-    Entry* const first = answer->Handle;
-    Entry* const end = std::partition(first, first + answer->Count, isOwn);
-    const auto number = static_cast<USHORT>(reinterpret_cast<std::uintptr_t>(sample));
-    const Entry* const found =
-        std::find_if(first, end, [&](const Entry& entry) { return entry.HandleValue == number; });
-    return static_cast<DWORD>(std::count_if(first, end, [&](const Entry& entry) {
-        return sample == nullptr || (found != end && entry.ObjectType == found->ObjectType);
-    }));
+    return static_cast<DWORD>(std::count_if(answer->Handle, answer->Handle + answer->Count, isOwn));
 }
 
 /// What the process holds now, for a later comparison.
