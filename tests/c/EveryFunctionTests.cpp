@@ -191,6 +191,7 @@ const Row<Objects> kRows[] = {
     CALL(sysmaint_offline_value_get, o.below, L"v", &o.number, &o.bytes, &o.size).tells("4,ABCD,4"),
     CALL(sysmaint_offline_value_set, o.below, L"w", 3U, "x", 1U),
     CALL(sysmaint_offline_value_get, o.below, L"w", &o.number, &o.bytes, &o.size).tells("3,x,1"),
+    CALL(sysmaint_offline_value_set, o.below, L"w", 3U, nullptr, 0U),
     CALL(sysmaint_offline_value_delete, o.below, L"w")
         .from(DOES(sysmaint_offline_value_set(o.below, L"w", 3, "x", 1)))
         .leaves(SAYS((sysmaint_offline_value_exists(o.below, L"w", &o.flag), o.flag)), "0"),
@@ -260,16 +261,12 @@ const Row<Objects> kFurther[] = {
         .from(DOES(*static_cast<char*>(o.itemBytes.data) = 4)).giving(13),
     CALL(sysmaint_item_write, o.file, 1U, "x", 1U).giving(87), // a file has no type of data
     CALL(sysmaint_item_ftp_file, o.ftp, L"/../x", &o.item).giving(87),
-    CALL(sysmaint_scan_add_folder, o.scan, L"", 0).giving(87),
     CALL(sysmaint_scan_run, o.scan, &kTooDeep, nullptr, nullptr, &onFound, nullptr).giving(87),
     CALL(sysmaint_wiper_wipe, o.wiper, SYSMAINT_WIPE_FILE, o.path.c_str(), &kNoMethod, nullptr, nullptr, nullptr,
          nullptr).giving(87).leaves(SAYS(Folder::isThere(o.path)), "1"),
     CALL(sysmaint_wiper_needs_restart, o.wiper, &o.flag).tells("0"),
-    CALL(sysmaint_message_number, o.named, L"t", &o.number).giving(87),
-    CALL(sysmaint_message_number, o.named, L"N", &o.number).giving(1168),
     CALL(sysmaint_message_parameter_at, o.named, 3U, &o.constText, &o.constBytes, &o.size).giving(259),
     CALL(sysmaint_message_element, o.array, 1U, &o.constBytes, &o.size).giving(259),
-    CALL(sysmaint_message_load, 3U, o.messageBytes.data, 9U, &o.message).giving(30),
     CALL(sysmaint_message_load, 0U, o.messageBytes.data, o.messageBytes.size, &o.message).giving(13),
     CALL(sysmaint_pool_wait, o.pool, &kScope, 0U, nullptr).giving(87),
     CALL(sysmaint_pool_wait, o.pool, &kNoWork, 0U, nullptr).giving(87),
@@ -280,10 +277,6 @@ const Row<Objects> kFurther[] = {
     CALL(sysmaint_pool_result, o.pool, &o.category, &o.flag).giving(87),
     CALL(sysmaint_pool_cancel, o.pool, nullptr, SYSMAINT_CANCEL_AND_WAIT).giving(87),
     CALL(sysmaint_pool_cancel, o.pool, nullptr, 0U),
-    CALL(sysmaint_pool_open, L"unknown", &o.madePool).giving(1168),
-    CALL(sysmaint_offline_delete, o.fresh).giving(2),
-    CALL(sysmaint_offline_save, o.below, o.hiveFile.c_str()).giving(183),
-    CALL(sysmaint_offline_open, o.path.c_str(), L"", 0U, &o.madeKey).giving(1009),
     CALL(sysmaint_offline_open, nullptr, L"\\a", 2U, &o.madeKey).giving(123),
     CALL(sysmaint_snapshot_restore, SYSMAINT_SNAPSHOT_TIME, o.tool.c_str(), nullptr, nullptr, nullptr, nullptr).giving(87),
     CALL(sysmaint_snapshot_restore, SYSMAINT_SNAPSHOT_NAMED, o.tool.c_str(), nullptr, nullptr, nullptr, nullptr).giving(87),
@@ -294,17 +287,14 @@ const Row<Objects> kFurther[] = {
     CALL(sysmaint_snapshot_create, o.tool.c_str(), L"name", nullptr, nullptr, nullptr)
         .leaves(SAYS(DeleteFileW(o.saved.c_str())), "1"),
     CALL(sysmaint_process_create, o.processes, L"1@2", kept(&o.handle)).giving(87),
-    CALL(sysmaint_process_open, L"c stranger", kept(&o.handle)).giving(1168),
-    CALL(sysmaint_connection_pipe, L"a/b", 0U, kept(&o.handle)).giving(87),
     CALL(sysmaint_connection_send, o.client, 6U, o.sent.data(), sizeof o.sent, kLong, nullptr).giving(13),
     CALL(sysmaint_connection_send, o.client, 0U, o.sent.data(), sizeof o.sent - 1, kLong, nullptr).giving(13),
     CALL(sysmaint_connection_send, o.client, 3U, o.sent.data(), sizeof o.sent, kLong, nullptr).giving(13),
-    CALL(sysmaint_connection_send, o.server, 0U, o.sent.data(), sizeof o.sent, kLong, nullptr).giving(2250),
     CALL(sysmaint_connection_receive, o.accepted, 0U, nullptr, &o.number, &o.bytes, &o.size)
         .from(DOES(o.remakeClient())).giving(258),
-    CALL(sysmaint_connection_receive, o.accepted, kLong, nullptr, &o.number, &o.bytes, &o.size)
-        .from(DOES(ConnectionDisconnect(o.client))).giving(109),
     CALL(sysmaint_listener_create, L"c", o.client, o.topic, nullptr, kept(&o.handle)).giving(1),
+    CALL(sysmaint_lookup_add, o.lookup, o.path.c_str(), INT32_MIN).from(DOES(o.lookup = CreateHVK(L"c table", 77)))
+        .then(DOES(CloseHVK(o.lookup))).giving(87),
 };
 // clang-format on
 } // namespace

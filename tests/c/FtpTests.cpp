@@ -7,35 +7,32 @@ sysmaint_ftp_account accountOf(std::uint32_t port, const wchar_t* password)
     return {sizeof(sysmaint_ftp_account), port, L"127.0.0.1", L"user", password, 60000, 0};
 }
 
-/// What a scan of a server tells.
-struct Finds
-{
-    std::int32_t scan(const sysmaint_ftp_account& account)
-    {
-        sysmaint_scan* scan = nullptr;
-        EXPECT_EQ(sysmaint_scan_create(SYSMAINT_SCAN_FTP, &scan), 0);
-        EXPECT_EQ(sysmaint_scan_add_ftp_folder(scan, &account, L"/"), 0);
-        entries.clear();
-        rootLength = (L"ftp://127.0.0.1:" + std::to_wstring(account.port)).size();
-        const std::int32_t code = sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &find.call, &find);
-        EXPECT_EQ(sysmaint_scan_close(scan), 0);
-        return code;
-    }
+std::set<std::wstring> entries; // of the latest scan
 
-    std::size_t rootLength = 0;
-    std::set<std::wstring> entries;
-    Callback<sysmaint_found> find{[this](const sysmaint_found& found) {
-        std::uint64_t size = 0;
-        std::int32_t isLink = 9;
-        const bool isFile = sysmaint_item_size(found.item, &size) == 0;
-        EXPECT_EQ(isFile, found.type == SYSMAINT_ITEM_FTP_FILE);
-        EXPECT_EQ(sysmaint_item_is_link(found.item, &isLink), isFile ? 0 : 120);
-        const wchar_t* const kind = isLink == 1 ? L"link " : L"file ";
-        entries.insert((isFile ? kind + std::to_wstring(size) : L"folder") + L" " +
-                       std::wstring(found.path).substr(rootLength));
-        return 0;
-    }};
-};
+std::int32_t find(void* rootLength, const sysmaint_found* found)
+{
+    std::uint64_t size = 0;
+    std::int32_t isLink = 9;
+    const bool isFile = sysmaint_item_size(found->item, &size) == 0;
+    EXPECT_EQ(isFile, found->type == SYSMAINT_ITEM_FTP_FILE);
+    EXPECT_EQ(sysmaint_item_is_link(found->item, &isLink), isFile ? 0 : 120);
+    const wchar_t* const kind = isLink == 1 ? L"link " : L"file ";
+    entries.insert((isFile ? kind + std::to_wstring(size) : L"folder") + L" " +
+                   std::wstring(found->path).substr(*static_cast<std::size_t*>(rootLength)));
+    return 0;
+}
+
+std::int32_t scanServer(const sysmaint_ftp_account& account)
+{
+    sysmaint_scan* scan = nullptr;
+    std::size_t rootLength = (L"ftp://127.0.0.1:" + std::to_wstring(account.port)).size();
+    EXPECT_EQ(sysmaint_scan_create(SYSMAINT_SCAN_FTP, &scan), 0);
+    EXPECT_EQ(sysmaint_scan_add_ftp_folder(scan, &account, L"/"), 0);
+    entries.clear();
+    const std::int32_t code = sysmaint_scan_run(scan, nullptr, nullptr, nullptr, &find, &rootLength);
+    EXPECT_EQ(sysmaint_scan_close(scan), 0);
+    return code;
+}
 } // namespace
 
 // A real server, walked and used through the C interface alone.
@@ -44,10 +41,9 @@ TEST(CFtp, WalksAServerAndTransfersFiles)
     FtpServers servers(L"real");
     const Folder folder;
     const std::uint32_t port = servers.ports["pyftpdlib"];
-    Finds finds;
-    EXPECT_EQ(finds.scan(accountOf(port, L"secret")), 0);
-    EXPECT_EQ(finds.entries, servers.entries);
-    EXPECT_EQ(finds.scan(accountOf(port, L"wrong")), ERROR_LOGON_FAILURE);
+    EXPECT_EQ(scanServer(accountOf(port, L"secret")), 0);
+    EXPECT_EQ(entries, servers.entries);
+    EXPECT_EQ(scanServer(accountOf(port, L"wrong")), ERROR_LOGON_FAILURE);
 
     sysmaint_ftp* ftp = nullptr;
     sysmaint_item* item = nullptr;
@@ -74,6 +70,6 @@ TEST(CFtp, WalksAServerAndTransfersFiles)
 
     FtpServers hostile(L"hostile");
     hostile.mend();
-    EXPECT_EQ(finds.scan(accountOf(hostile.ports["unix"], L"secret")), ERROR_PATH_NOT_FOUND);
-    EXPECT_EQ(finds.entries.count(L"link 5 /link"), 1U);
+    EXPECT_EQ(scanServer(accountOf(hostile.ports["unix"], L"secret")), ERROR_PATH_NOT_FOUND);
+    EXPECT_EQ(entries.count(L"link 5 /link"), 1U);
 }

@@ -66,22 +66,16 @@ TEST_F(CHives, AreListedAnalyzedAndToldOneByOne)
     EXPECT_EQ(load(stream.getData(), size), 0);
     EXPECT_EQ(results(), Lines{L"0 m p 8192 4096"});
 
-    using Dump = std::function<std::int32_t(void**, std::uint64_t*)>;
-    const auto dumped = [](const Dump& dump) {
-        void* bytes = nullptr;
-        std::uint64_t length = 0;
-        EXPECT_EQ(dump(&bytes, &length), 0);
-        std::string copy(static_cast<char*>(bytes), length);
-        utilsFreeMemory(bytes);
-        return copy;
-    };
-    const auto textOf = [](const MemoryOutputByteStream& bytes, std::uint64_t length) {
-        return std::string(reinterpret_cast<const char*>(bytes.getData()), length);
-    };
-    EXPECT_EQ(DumpHiveList(list), 0);
-    EXPECT_EQ(dumped(&sysmaint_hive_list_dump), textOf(list, list.getSize()));
-    EXPECT_EQ(dumped([&](auto... to) { return sysmaint_hive_results_dump(opened, to...); }),
-              textOf(stream, size));
+    void *listed = nullptr, *kept = nullptr;
+    std::uint64_t listSize = 0, keptSize = 0;
+    EXPECT_EQ(DumpHiveList(list) + sysmaint_hive_list_dump(&listed, &listSize), 0);
+    ASSERT_EQ(listSize, list.getSize());
+    EXPECT_EQ(std::memcmp(listed, list.getData(), listSize), 0);
+    EXPECT_EQ(sysmaint_hive_results_dump(opened, &kept, &keptSize), 0);
+    ASSERT_EQ(keptSize, size);
+    EXPECT_EQ(std::memcmp(kept, stream.getData(), size), 0);
+    utilsFreeMemory(listed);
+    utilsFreeMemory(kept);
 }
 
 TEST_F(CHives, ACallbackStopsTheAnalysisAndMayCloseTheDefragmenter)

@@ -1,4 +1,5 @@
 #include "c/Calls.h"
+#include "core/win32/utils/communication/api.h"
 
 namespace {
 sysmaint_message* makeMessage(std::uint32_t kind)
@@ -140,6 +141,31 @@ TEST_F(CTopic, DeliversToCallbacksWithReplyAndValue)
     EXPECT_EQ(values, (std::vector<std::uint32_t>{3}));
     for (sysmaint_message* each : {message, reply, data})
         sysmaint_message_close(each);
+}
+
+// An element of a class of C++ code's own is told apart, and nothing of it is lost.
+TEST_F(CTopic, DeliversElementsOfCppCode)
+{
+    struct Own : SerializableW
+    {
+        long dump(unsigned long, IOutputByteStream& stream) const override { return stream.write("own", 3); }
+        long load(unsigned long, IInputByteStream&) override { return ERROR_INVALID_DATA; }
+    };
+    ArrayMessage sent(L"c-topic", 1), reply;
+    sent.addElement(makeShared<SerializableW, Own>());
+    Receive receive{[](const sysmaint_delivery& delivery) {
+        const void* element = nullptr;
+        void* bytes = nullptr;
+        std::uint64_t size = 0;
+        EXPECT_EQ(sysmaint_message_element(delivery.message, 0, &element, &size), 120);
+        EXPECT_EQ(sysmaint_message_dump(delivery.message, &bytes, &size), 0);
+        EXPECT_EQ(std::string(static_cast<char*>(bytes) + size - 3, 3), "own");
+        utilsFreeMemory(bytes);
+        return 4711;
+    }};
+    sysmaint_subscription* const subscription = subscribe(receive);
+    EXPECT_EQ(TopicSendMessage(OpenMessageTopic(L"c-topic"), sent, reply, nullptr), 4711);
+    EXPECT_EQ(sysmaint_topic_unsubscribe(subscription, SYSMAINT_INFINITE), 0);
 }
 
 // From inside, a callback ends its subscription, its topic and the messages that it got, while other threads

@@ -16,6 +16,9 @@ template <Kind, class T>
 struct Marked
 {
     T value, another;
+    template <class Parameter>
+    requires std::convertible_to<T, Parameter>
+    operator Parameter() const { return value; } // NOLINT(google-explicit-constructor)
 };
 inline constexpr auto optional = []<class T>(T value) { return Marked<Kind::Optional, T>{value, {}}; };
 inline constexpr auto kept = []<class T>(T value) { return Marked<Kind::Kept, T>{value, {}}; };
@@ -23,18 +26,19 @@ inline constexpr auto typed = []<class T>(T value, T other) { return Marked<Kind
 /// A number of a few; `wrong` is none of them (87).
 struct Number
 {
-    std::uint32_t value;
-    std::uint32_t wrong;
+    std::uint32_t value, wrong;
+    operator std::uint32_t() const { return value; } // NOLINT(google-explicit-constructor)
 };
 /// A handle of a family's C++ functions.
 struct CppHandle
 {
     void* value;
+    operator void*() const { return value; } // NOLINT(google-explicit-constructor)
 };
 /// Any event, or none.
 struct CancelEvent
 {
-    void* value = nullptr;
+    operator void*() const { return nullptr; } // NOLINT(google-explicit-constructor)
 };
 
 template <class T, Kind kind>
@@ -144,15 +148,31 @@ public:
         return code;
     }
 
+    static void clear(const Arguments& arguments)
+    {
+        const auto clearOne = []<class T>(T output) {
+            if constexpr (isOutput<T> && !requires { output->size; })
+                if (output != nullptr)
+                    *output = {};
+        };
+        std::apply([&](auto... each) { (clearOne(each), ...); }, arguments);
+    }
     /// The outputs, each after a comma but for the first; bytes before their size.
     static std::string told(const Arguments& arguments)
     {
         std::string text;
-        [&]<std::size_t... At>(std::index_sequence<At...>)
-        {
-            (appendTold<At>(text, arguments), ...);
-        }
-        (std::index_sequence_for<Parameters...>());
+        const char* bytes = nullptr;
+        const auto tell = [&]<class T>(T output) {
+            if constexpr (std::is_same_v<T, void**> || std::is_same_v<T, const void**>) {
+                bytes = static_cast<const char*>(*output);
+            } else if constexpr (isOutput<T>) {
+                text += text.empty() ? "" : ",";
+                if constexpr (std::is_same_v<T, std::uint64_t*>)
+                    text += bytes != nullptr ? std::string(bytes, *output) + ',' : "";
+                text += output != nullptr ? telling(*output) : "";
+            }
+        };
+        std::apply([&](auto... each) { (tell(each), ...); }, arguments);
         return text;
     }
 
@@ -191,24 +211,6 @@ private:
         };
         std::apply([&](auto... each) { (append(each), ...); }, arguments);
         return bytes;
-    }
-
-    template <std::size_t At>
-    static void appendTold(std::string& text, const Arguments& arguments)
-    {
-        const auto& output = std::get<At>(arguments);
-        if constexpr (isOutput<std::tuple_element_t<At, Arguments>>) {
-            if (output == nullptr)
-                return;
-            text += text.empty() ? "" : ",";
-            if constexpr (std::is_void_v<std::remove_pointer_t<std::remove_reference_t<decltype(*output)>>> &&
-                          At + 1 < sizeof...(Parameters)) {
-                if constexpr (std::is_same_v<std::tuple_element_t<At + 1, Arguments>, std::uint64_t*>)
-                    text.append(static_cast<const char*>(*output), *std::get<At + 1>(arguments));
-            } else {
-                text += telling(*output);
-            }
-        }
     }
 
     template <std::size_t At, class Given>
@@ -262,18 +264,16 @@ private:
     template <class Struct, class Expect>
     static void refuseSizes(Struct* argument, const Expect& expect)
     {
-        if constexpr (requires { sizeof(*argument), argument->size; }) {
-            if constexpr (std::is_same_v<std::remove_cvref_t<decltype(argument->size)>, std::uint32_t>) {
-                auto copy = *argument;
-                for (const std::uint32_t size : {0U, argument->size - 1, argument->size + 1, 0xFFFFFFFFU}) {
-                    copy.size = size;
-                    expect(&copy, ERROR_INVALID_PARAMETER);
-                }
-                copy = *argument;
-                if constexpr (std::is_const_v<Struct> && requires { copy.reserved; }) {
-                    copy.reserved = 1;
-                    expect(&copy, ERROR_INVALID_PARAMETER);
-                }
+        if constexpr (requires { requires sizeof(argument->size) == sizeof(std::uint32_t); }) {
+            auto copy = *argument;
+            for (const std::uint32_t size : {0U, argument->size - 1, argument->size + 1, 0xFFFFFFFFU}) {
+                copy.size = size;
+                expect(&copy, ERROR_INVALID_PARAMETER);
+            }
+            copy = *argument;
+            if constexpr (std::is_const_v<Struct> && requires { copy.reserved; }) {
+                copy.reserved = 1;
+                expect(&copy, ERROR_INVALID_PARAMETER);
             }
         }
     }
@@ -290,15 +290,16 @@ struct Row
     Row(const char* called, std::int32_t (*function)(Parameters...), Arguments arguments)
         : name(called), refuse([=](Objects& objects) {
               const auto given = arguments(objects);
-              Function(called, function).refuse(rawOf<Parameters...>(given), given);
+              Function(called, function).refuse(given, given);
           }),
           call([=](const Row& row, Objects& objects, long failing) {
               const auto given = arguments(objects);
-              std::apply([](const auto&... each) { (clear(each), ...); }, given);
-              const auto raw = rawOf<Parameters...>(given);
-              const std::int32_t code = Function(called, function)(raw, failing);
+              const Function callee(called, function);
+              const std::tuple<Parameters...> raw = given;
+              callee.clear(raw);
+              const std::int32_t code = callee(raw, failing);
               if (failing == 0 && code == row.code)
-                  row.checkOutcome(objects, row.told.empty() ? "" : Function(called, function).told(raw));
+                  row.checkOutcome(objects, row.told.empty() ? "" : callee.told(raw));
               std::apply([](const auto&... each) { (giveBackOutput(each), ...); }, given);
               return code;
           })
@@ -356,31 +357,6 @@ private:
             outputs.erase(at, folder.size());
         EXPECT_EQ(outputs, told) << name;
         EXPECT_EQ(left, looksAt(objects)) << name;
-    }
-    template <class Given>
-    static auto rawOfOne(const Given& given)
-    {
-        if constexpr (requires { given.value; })
-            return given.value;
-        else
-            return given;
-    }
-    template <class... Parameters, class... Given>
-    static std::tuple<Parameters...> rawOf(const std::tuple<Given...>& given)
-    {
-        return std::apply(
-            [](const auto&... each) {
-                return std::tuple<Parameters...>(static_cast<Parameters>(rawOfOne(each))...);
-            },
-            given);
-    }
-    template <class Given>
-    static void clear(const Given& given)
-    {
-        const auto output = rawOfOne(given);
-        if constexpr (
-            requires { *output = {}; } && !requires { output->size; })
-            *output = {};
     }
     template <class Given>
     static void giveBackOutput(const Given& given)

@@ -1144,7 +1144,7 @@ SYSMAINT_API int32_t sysmaint_offline_value_get(sysmaint_offline_key* key, const
                                                 uint32_t* type, void** data, uint64_t* size);
 /// Creates or replaces a value of a key that exists.
 ///
-/// @param data  must not be null
+/// @param data  may be null when `size` is 0
 /// @return 0, 2, 6, 8, 87, 206, 223 (more than about 1 GB)
 SYSMAINT_API int32_t sysmaint_offline_value_set(sysmaint_offline_key* key, const wchar_t* name, uint32_t type,
                                                 const void* data, uint64_t size);

@@ -31,7 +31,7 @@ struct IOfflineRegistryValue
     virtual long exists(int* isThere) const noexcept = 0;
     /// The type and the raw data.
     virtual long getData(unsigned long* type, unsigned char** data, std::size_t* size) const noexcept = 0;
-    /// Sets both; the key must exist. Also 223 for more than about 1 GB.
+    /// Sets both; the key must exist. `data` may be null when `size` is 0. Also 223 for more than about 1 GB.
     virtual long setData(unsigned long type, const void* data, std::size_t size) noexcept = 0;
     virtual long deleteItem() noexcept = 0;
 };
