@@ -22,8 +22,7 @@ std::vector<SocketAddress> ask(const std::wstring& host, const std::wstring& por
     std::vector<SocketAddress> addresses;
     for (const ADDRINFOW* entry = list; entry != nullptr; entry = entry->ai_next) {
         SocketAddress address;
-        const bool isKnown = entry->ai_family == AF_INET || entry->ai_family == AF_INET6;
-        if (!isKnown || entry->ai_addrlen > sizeof address.storage)
+        if (entry->ai_addrlen > sizeof address.storage)
             continue;
         std::memcpy(&address.storage, entry->ai_addr, entry->ai_addrlen);
         address.length = static_cast<int>(entry->ai_addrlen);
