@@ -65,7 +65,7 @@ public:
     {
         std::vector<std::string> result;
         for (const auto& [each, thing] : picture)
-            if (each == path || each.starts_with(path + "/"))
+            if (each == path || each.starts_with(path + "/") || each.starts_with(path + ":"))
                 result.push_back(each);
         return result;
     }
@@ -94,10 +94,12 @@ public:
         }
         return possible.empty() ? top : choices.of(possible);
     }
-    /// The caller names a thing to be destroyed, with its data when that is overwritten.
+    /// The caller names a thing to be destroyed, a key with all its content; with its data when that is
+    /// overwritten.
     void name(const std::string& path, bool data = false)
     {
-        named.insert(path);
+        for (const std::string& each : path.starts_with("registry") ? within(path) : std::vector{path})
+            named.insert(each);
         if (data && path == "root/hard") // the same data under two names
             named.insert("vault/hard");
     }

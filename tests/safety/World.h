@@ -2,15 +2,18 @@
 
 #include "support/Links.h"
 
-/// What one name stands for: 'f' a file, 'd' a folder, 'l' a link.
+extern "C" LONG NTAPI NtDeleteKey(HANDLE key);
+
+/// What one name stands for: 'f' a file, 'd' a folder, 'l' a link; in the registry 'k' a key, 'v' a value,
+/// 'L' a link.
 struct Thing
 {
     char kind = 0;
-    std::string content;                            ///< a file's bytes, where a link leads
+    std::string content;                            ///< a file's bytes, where a link leads, a value's data
     std::uint32_t mode = 0;                         ///< a file's permissions
     auto operator<=>(const Thing&) const = default; // NOLINT(modernize-use-nullptr): there is no pointer
 };
-/// By path below the world's folder.
+/// By path below the world's folder; "registry/" begins what is below the scratch key, ":" a value's name.
 using Picture = std::map<std::string, Thing>;
 
 /// What differs between the first picture and the second.
@@ -28,12 +31,42 @@ inline std::wstring wide(const std::string& text)
     return result;
 }
 
+/// The path of a thing's key, below HKEY_LOCAL_MACHINE, and a value's name.
+inline std::wstring keyPath(const std::string& path)
+{
+    return L"Software\\sysmaint-safety" + wide(path.substr(8, path.find(':') - 8));
+}
+inline std::wstring valueName(const std::string& path)
+{
+    return wide(path.substr(path.find(':') + 1));
+}
+
+inline HKEY openKey(const std::string& path, REGSAM access)
+{
+    HKEY key = nullptr;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, keyPath(path).c_str(), REG_OPTION_OPEN_LINK, access, &key);
+    return key;
+}
+
+/// Makes a link to registry/vault.
+inline void makeKeyLink(const std::string& path)
+{
+    HKEY link = nullptr;
+    const std::wstring target = L"\\Registry\\Machine\\" + keyPath("registry/vault");
+    RegCreateKeyExW(HKEY_LOCAL_MACHINE, keyPath(path).c_str(), 0, nullptr, REG_OPTION_CREATE_LINK,
+                    KEY_ALL_ACCESS | KEY_CREATE_LINK, nullptr, &link, nullptr);
+    RegSetValueExW(link, L"SymbolicLinkValue", 0, REG_LINK, reinterpret_cast<const BYTE*>(target.data()),
+                   static_cast<DWORD>(target.size() * sizeof(wchar_t)));
+    RegCloseKey(link);
+}
+
 /// A small tree with a twin beside every odd name, and copies of it wherever a misread path could lead:
 /// beside the root, behind its links, below another current folder. Created and inspected without Win32,
 /// which hides what matters.
 ///
 ///     root  root.  vault  other/root     the tree; links lead to vault
 ///     aside/sub                          the link to vault/sub that takes the place of root/sub
+///     registry/root  root.  vault        the same in keys and values
 struct World
 {
     std::string folder;
@@ -49,7 +82,11 @@ struct World
             original[name] = {'d', ""};
         for (const char* name : {"vault/behind", "vault/sub/behind"}) // only behind links
             original[name] = {'f', name, 0644};
+        original["registry/vault:behind"] = {'v', "behind"};
+        original["registry/root/out"] = {'L', ""};
         original["vault/hard"].content = "root/hard"; // two names of the same data
+        for (const char* name : {"registry", "registry/other"})
+            original[name] = {'k', ""};
         unixCall(/*umask*/ 95, unixArgument(022));
         restore(look());
         if (look() != original)
@@ -68,6 +105,7 @@ struct World
     {
         Picture picture;
         lookInto("", picture);
+        lookIntoKey("registry", picture);
         return picture;
     }
     /// Restores everything, given its current state. What cannot be restored shows as missing later.
@@ -80,7 +118,7 @@ struct World
             make(path, thing);
     }
 
-    /// Adds one of the trees.
+    /// Adds one of the trees, and one of keys beside it.
     void plan(const std::string& at)
     {
         std::string deep = "/";
@@ -97,6 +135,11 @@ struct World
             original[at + name] = {'f', at + name, 0644};
         original[at + "/out"] = {'l', unixPath("vault")};
         original[at + "/up"] = {'l', unixPath(".")};
+        const std::string key = "registry/" + at;
+        for (const char* name : {"", "/a", "/sub", "/sub/deep", "/sub.", "/report", "/report."})
+            original[key + name] = {'k', ""};
+        for (const char* name : {":", ":a", ":a.", ":report", "/sub:", "/sub:f", "/sub/deep:f", "/sub.:f"})
+            original[key + name] = {'v', key + name};
     }
 
     /// The bytes of a file or the entries of a folder.
@@ -142,8 +185,34 @@ struct World
         }
     }
 
+    void lookIntoKey(const std::string& path, Picture& picture) const
+    {
+        const HKEY key = openKey(path, KEY_READ);
+        if (key == nullptr)
+            return;
+        const bool link =
+            RegQueryValueExW(key, L"SymbolicLinkValue", nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+        picture[path].kind = link ? 'L' : 'k';
+        std::array<wchar_t, 1024> text{};
+        std::array<char, 1024> data{};
+        for (DWORD index = 0, length = 1024, size = 1024;
+             !link && RegEnumValueW(key, index, text.data(), &length, nullptr, nullptr,
+                                    reinterpret_cast<BYTE*>(data.data()), &size) == ERROR_SUCCESS;
+             ++index, length = 1024, size = 1024)
+            picture[path + ":" + utf8(text.data())] = {'v', std::string(data.data(), size)};
+        for (DWORD index = 0; RegEnumKeyW(key, index, text.data(), 1024) == ERROR_SUCCESS; ++index)
+            lookIntoKey(path + "/" + utf8(text.data()), picture);
+        RegCloseKey(key);
+    }
+
     void remove(const std::string& path, char kind) const
     {
+        const HKEY key = kind == 'k' || kind == 'L' ? openKey(path, DELETE) : nullptr;
+        if (key != nullptr)
+            NtDeleteKey(key);
+        RegCloseKey(key);
+        if (kind == 'v')
+            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, keyPath(path).c_str(), valueName(path).c_str());
         unixCall(kind == 'd' ? /*rmdir*/ 84 : /*unlink*/ 87, unixPath(path).c_str());
     }
 
@@ -154,16 +223,25 @@ struct World
         const char* twin = path == "root/hard"    ? "vault/hard"
                            : path == "vault/hard" ? "root/hard"
                                                   : "missing";
-        if (thing.kind == 'd')
+        const auto size = static_cast<DWORD>(thing.content.size());
+        HKEY key = nullptr;
+        if (thing.kind == 'k')
+            RegCreateKeyW(HKEY_LOCAL_MACHINE, keyPath(path).c_str(), &key);
+        else if (thing.kind == 'v')
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, keyPath(path).c_str(), valueName(path).c_str(), REG_BINARY,
+                            thing.content.data(), size);
+        else if (thing.kind == 'L')
+            makeKeyLink(path);
+        else if (thing.kind == 'd')
             unixCall(/*mkdir*/ 83, name.c_str(), unixArgument(0755));
         else if (thing.kind == 'l')
             unixCall(/*symlink*/ 88, thing.content.c_str(), name.c_str());
         else if (unixCall(/*link*/ 86, unixPath(twin).c_str(), name.c_str()) != 0) {
             const void* file = unixArgument(
                 unixCall(/*open*/ 2, name.c_str(), unixArgument(kCreateFlags), unixArgument(thing.mode)));
-            unixCall(/*write*/ 1, file, thing.content.data(),
-                     unixArgument(static_cast<long long>(thing.content.size())));
+            unixCall(/*write*/ 1, file, thing.content.data(), unixArgument(size));
             unixCall(/*close*/ 3, file);
         }
+        RegCloseKey(key);
     }
 };

@@ -3,6 +3,7 @@
 //   safety FOLDER [--seed N] [--rounds N] [--round N]
 // FOLDER is a Unix path; --round repeats a single round.
 
+#include "core/win32/registry/api.h"
 #include "safety/Round.h"
 
 namespace {
@@ -22,7 +23,7 @@ unsigned long wipe(Round& round, std::uint32_t kind, const wchar_t* path, Direct
 
 /// Whether the rules that rounds use, "report*" for the names of leaves, are about the thing.
 const auto isReport = [](const std::string& path) {
-    return path.compare(path.rfind('/') + 1, 6, "report") == 0;
+    return path.compare(path.find_last_of("/:") + 1, 6, "report") == 0;
 };
 
 /// Deletes what a scan has found, or some of it, at once or at the end.
@@ -49,13 +50,7 @@ struct Deleter : INotifyHandler
         for (; !found.empty(); found.pop_back()) {
             if (later)
                 round.moment();
-            const std::string& path = found.back().first;
-            ScanItem& item = *found.back().second;
-            // The text alone does not tell what it was relative to.
-            const bool wipesIt = wipes && round.trouble != Trouble::otherFolder && round.kind(path) == 'f';
-            round.name(path, wipesIt);
-            const auto remove = [&] { dynamic_cast<IFileSystemItem&>(item).deleteItem(); };
-            round.done(path, wipesIt ? wipe(round, kWipeFile, item.getPath()) : codeOf(remove), wipesIt);
+            destroy(found.back().first, *found.back().second);
         }
     }
     /// The thing that an item stands for. Empty: it could not have been found.
@@ -64,7 +59,14 @@ struct Deleter : INotifyHandler
         const std::wstring text = item.getPath();
         std::wstring names = text.substr(std::min(start.size(), text.size()));
         const char* kinds = item.getType() == kFileItem ? "f" : "dl";
-        names = L"\\" + names.substr(std::min(names.find_first_not_of(L"\\/"), names.size()));
+        if (auto* value = dynamic_cast<IRegistryValue*>(&item); value != nullptr) {
+            kinds = "v";
+            names[names.size() - 1 - std::wcslen(value->getName())] = L':';
+        } else if (dynamic_cast<IRegistryKey*>(&item) != nullptr) {
+            kinds = "kL";
+        } else {
+            names = L"\\" + names.substr(std::min(names.find_first_not_of(L"\\/"), names.size()));
+        }
         std::string path = root + utf8(names);
         std::replace(path.begin(), path.end(), '\\', '/');
         if (text.starts_with(start) && std::strchr(kinds, round.kind(path)) != nullptr &&
@@ -72,6 +74,27 @@ struct Deleter : INotifyHandler
             return path;
         round.violation("found " + utf8(text));
         return {};
+    }
+    void destroy(const std::string& path, ScanItem& item)
+    {
+        if (path == "registry/root/sub" && round.choices.oneIn(3)) { // somebody puts a link there
+            RegDeleteTreeW(HKEY_LOCAL_MACHINE, keyPath(path).c_str());
+            makeKeyLink(path);
+        }
+        auto* stored = dynamic_cast<IFileSystemItem*>(&item);
+        auto* value = dynamic_cast<IRegistryValue*>(&item);
+        // The text alone does not tell what it was relative to.
+        const bool wipesIt = wipes && round.trouble != Trouble::otherFolder && round.kind(path) == 'f';
+        round.name(path, wipesIt);
+        if (wipesIt)
+            return round.done(path, wipe(round, kWipeFile, item.getPath()), true);
+        const unsigned long code = codeOf([&] {
+            if (stored != nullptr)
+                stored->deleteItem();
+            else
+                value != nullptr ? value->deleteItem() : dynamic_cast<IRegistryKey&>(item).deleteItem();
+        });
+        round.done(path, code);
     }
 
     Round& round;
@@ -195,12 +218,54 @@ void wipeStack(Round& round)
         round.gone.insert(wiped.begin(), wiped.end());
 }
 
+void changeRegistryItem(Round& round)
+{
+    const std::string path =
+        round.target(round.choices.oneIn(2) ? "registry/root/sub" : "registry/root", "kkvL");
+    const bool create = round.choices.oneIn(4);
+    round.plan({Trouble::failingCall});
+    round.text = keyPath(path);
+    if (round.choices.oneIn(3)) // case tells no keys apart
+        CharUpperW(round.text.data());
+    const wchar_t* key = round.text.c_str();
+    const bool value = round.kind(path) == 'v';
+    std::unique_ptr<IRegistryItem> item(DllGetRegistryKey(HKEY_LOCAL_MACHINE, key));
+    if (value)
+        item.reset(DllGetRegistryValue(HKEY_LOCAL_MACHINE, key, valueName(path).c_str(), L"new"));
+    if (!create || value)
+        round.name(path);
+    const unsigned long code = codeOf([&] { create ? item->create() : item->deleteItem(); });
+    if (!create)
+        round.done(path, code);
+}
+
+void scanRegistryAndDelete(Round& round)
+{
+    const std::string root = round.choices.oneIn(2) ? "registry/root" : round.target("registry/root", "k");
+    round.plan({Trouble::cancel, Trouble::failingCall});
+    round.text = keyPath(root);
+    Deleter deleter(round, root, L"HKEY_LOCAL_MACHINE\\" + round.text);
+    void* engine = CreateRegistryScanEngine(L"safety");
+    RSEngineRegisterHandler(engine, deleter, kContainerFound, 0, 0);
+    RSEngineRegisterHandler(engine, deleter, kLeafFound, 0, 0);
+    RSEngineAddPath(engine, HKEY_LOCAL_MACHINE, round.text.c_str());
+    ScanOptions options;
+    options.depthGiven = 1;
+    options.depth = 65535;
+    RSEngineScan(engine, round.cancel.get(), everything(), options);
+    RSEngineClear(engine);
+    CloseRegistryScanEngine(engine);
+    deleter.finish();
+}
+
 /// Each with its share of 100 rounds.
 constexpr std::tuple<const char*, void (*)(Round&), unsigned> kOperations[] = {
-    {"delete or create item", useItem, 44},
-    {"scan and delete", scanAndDelete, 27},
-    {"wipe file", wipeFile, 18},
-    {"wipe directory stack", wipeStack, 11}};
+    {"delete or create item", useItem, 39},
+    {"scan and delete", scanAndDelete, 24},
+    {"wipe file", wipeFile, 16},
+    {"wipe directory stack", wipeStack, 9},
+    {"change registry item", changeRegistryItem, 6},
+    {"scan registry and delete", scanRegistryAndDelete, 6}};
 
 unsigned seed = 1;
 unsigned number = 0;
