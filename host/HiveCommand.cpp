@@ -12,6 +12,7 @@
 
 #include "core/win32/registry/offline/api.h"
 #include "core/win32/registry/settingshive/api.h"
+#include "core/win32/utils/paths/plain.h"
 
 namespace {
 constexpr const wchar_t* kHelp = LR"(usage: sysmaint hive show FILE [KEY] [--json]
@@ -451,8 +452,11 @@ int deleteItem(const std::vector<std::wstring>& words)
 
 unsigned long long sizeOf(const std::wstring& file)
 {
+    // Like the library, take the name as it stands: the system would leave out a dot or a blank at its end.
+    const std::wstring literal =
+        textOf([&](wchar_t** text) { return PathToExtendedFormW(file.c_str(), text); });
     WIN32_FILE_ATTRIBUTE_DATA data{};
-    GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data);
+    GetFileAttributesExW(literal.c_str(), GetFileExInfoStandard, &data);
     return static_cast<unsigned long long>(data.nFileSizeHigh) << 32U | data.nFileSizeLow;
 }
 

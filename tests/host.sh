@@ -163,6 +163,7 @@ run 0 hive set "$odd_path" 'one\two' v path
 run 0 hive set "$odd_path" 'one~two\deep' v name
 LC_ALL=C sed -i 's/one~two/one\\two/' "$work/odd"
 run 0 hive compact "$odd_path" "$(windows_path "$work/odd2")"
+run 0 hive compact "$odd_path" "$(windows_path "$work/odd2")." && says out '(0 %)' # the name as it stands
 run 0 hive salvage "$odd_path" "$(windows_path "$work/odd3")" && says err '0 places'
 for name in odd odd2 odd3; do
     odd_path=$(windows_path "$work/$name")

@@ -174,6 +174,9 @@ TEST_F(FtpReal, FilesAreUploadedDownloadedAndDeleted)
     EXPECT_EQ(download(*file, copy, false), ERROR_SUCCESS);
     EXPECT_EQ(contentOf(copy), content);
     EXPECT_EQ(download(*file, copy, false), ERROR_FILE_EXISTS);
+    EXPECT_EQ(download(*file, L"nul", false), ERROR_BAD_PATHNAME);
+    EXPECT_EQ(codeOf([&] { file->upload(L"NUL", nullptr); }), ERROR_BAD_PATHNAME);
+    EXPECT_EQ(file->getSize(), content.size()) << "nothing was sent";
     // What an earlier download left is kept, and the rest comes behind it.
     write(copy, std::string(1000, 'k'));
     EXPECT_EQ(download(*file, copy, true), ERROR_SUCCESS);

@@ -17,12 +17,19 @@ TEST_F(Processes, EndAsATreeFromBelow)
         EXPECT_TRUE(ProcessEnd(process.get(), kEndTree, 5000) == 5 && none.calls() == 0);
     }
     std::set<DWORD> ended;
+    HANDLE late = nullptr; // is ending by itself when it is told to: the system refuses
     Terminating terminating([&](auto original, HANDLE handle, UINT code) {
+        if (late != nullptr)
+            original(std::exchange(late, nullptr), code);
         const DWORD id = GetProcessId(handle);
         for (const auto& [child, parent] : parents)
             EXPECT_TRUE(parent != id || ended.contains(child)) << "a parent ended before its child";
         ended.insert(id);
-        return original(handle, code);
+        if (ended.size() != 2)
+            return original(handle, code);
+        late = handle;
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
     });
     bool hasFailed = false; // the last look, when all have been told to end
     const Asking asking([&](auto original, auto... all) -> NTSTATUS {

@@ -309,6 +309,44 @@ TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 10);
 }
 
+// A new file never replaces what somebody else has made while it was written, and a value that cannot be kept
+// leaves nothing.
+TEST_F(SettingsHiveTest, LoseAndKeepNothingWhenTheyFail)
+{
+    open();
+    for (int i = 0; i < 80; ++i) // more are found by an index
+        set(L"key", std::to_wstring(i).c_str(), L"x");
+    {
+        const Moves moves([&](auto original, LPCWSTR from, LPCWSTR to, DWORD flags) {
+            writeBytes(file, {1, 2, 3});
+            return original(from, to, flags);
+        });
+        EXPECT_EQ(save(), ERROR_FILE_INVALID);
+    }
+    EXPECT_EQ(readBytes(file), (Bytes{1, 2, 3}));
+    EXPECT_EQ(entries(), L"settings.hive ");
+    DeleteFileW(file.c_str());
+    EXPECT_EQ(save(), 0);
+
+    const HeapWatch watch(sysmaintModule());
+    const auto setNew = [&] { return set(L"key", L"new", L"a text that is longer than any name"); };
+    long blocks = 0;
+    for (int turn = 0; turn < 2; ++turn) { // first what is kept for the next value
+        blocks = HeapWatch::liveBlocks();
+        setNew();
+        SettingsHiveDeleteValue(hive, L"key", L"new");
+    }
+    for (long failing = 1; failing == 1 || HeapWatch::hasFailed(); ++failing) {
+        HeapWatch::arm(failing);
+        const long code = setNew();
+        HeapWatch::disarm();
+        EXPECT_EQ(code, HeapWatch::hasFailed() ? 8 : 0);
+        EXPECT_EQ(values(L"key").ends_with(L"new"), code == 0) << failing;
+    }
+    SettingsHiveDeleteValue(hive, L"key", L"new");
+    EXPECT_EQ(HeapWatch::liveBlocks(), blocks);
+}
+
 TEST_F(SettingsHiveTest, AreTheSameHoweverTheFileIsSpelled)
 {
     for (const bool isThere : {false, true}) {

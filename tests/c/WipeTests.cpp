@@ -93,4 +93,11 @@ TEST_F(CWipe, WipesEntriesFromTheBackAndCountsWhatIsLeft)
     EXPECT_EQ(wipeEntries(entries(L"missing"), 2), 0);
     EXPECT_EQ(left, 0U);
     EXPECT_FALSE(Folder::isThere(tree));
+
+    folder.file(L"one", 2 * kChunk);
+    const sysmaint_wipe_entry one{sizeof one, 0, L"one", folder.path()};
+    result = 4711;
+    EXPECT_EQ(sysmaint_wiper_wipe_entries(wiper, folder.path(), &one, 1, &options, nullptr, &progress.call,
+                                          &progress, &left),
+              4711);
 }

@@ -342,7 +342,7 @@ SYSMAINT_API int32_t sysmaint_item_close(sysmaint_item* item);
 /// @param type  receives SYSMAINT_ITEM_...
 /// @return 0, 6, 87
 SYSMAINT_API int32_t sysmaint_item_type(sysmaint_item* item, uint32_t* type);
-/// The item's full path.
+/// The item's path: as it was given, or of what a scan found.
 ///
 /// @param path  receives the text; owned by the item, valid until its last handle is closed
 /// @return 0, 6, 87, 8
@@ -678,7 +678,7 @@ SYSMAINT_API int32_t sysmaint_message_load(uint32_t kind, const void* bytes, uin
 ///
 /// @param bytes  receives the buffer
 /// @param size   receives how many bytes
-/// @return 0, 6, 8, 87
+/// @return 0, 6, 8, 87, 487 (C++ code has put an empty element into an array)
 SYSMAINT_API int32_t sysmaint_message_dump(sysmaint_message* message, void** bytes, uint64_t* size);
 /// Kind, number and topic of a message.
 ///

@@ -39,10 +39,12 @@ public:
     LocalFile(const wchar_t* path, DWORD access, DWORD how)
     {
         const std::wstring settled = settledPath(path);
+        if (settled != path && isDeviceName(std::wstring_view(settled).substr(settled.rfind(L'\\') + 1)))
+            raiseCode(ERROR_BAD_PATHNAME);
         m_file.reset(::CreateFileW(Win32Path(settled.c_str()), access, FILE_SHARE_READ, nullptr, how,
                                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         if (m_file.isValid() && GetFileType(m_file.get()) != FILE_TYPE_DISK)
-            raiseCode(ERROR_BAD_PATHNAME); // a device
+            raiseCode(ERROR_BAD_PATHNAME);
         BY_HANDLE_FILE_INFORMATION information{};
         if (!m_file.isValid() || !GetFileInformationByHandle(m_file.get(), &information))
             raiseLastError();

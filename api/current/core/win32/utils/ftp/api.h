@@ -17,13 +17,16 @@
 //   6, 487 no such handle, or its object is gone
 //   8      no memory
 //   13     the server sent what is no FTP, or not what it announced, or a reply that nothing had asked for:
-//          the next one would be taken for the answer to another command, so the connection is ended
+//          the next one would be taken for the answer to another command, so the connection is ended.
+//          Also when the server does not know PWD or NOOP, whose replies show that none is left over
 //   50     the server does not know the command
 //   87     a null or senseless argument
+//   161    a local path of a device
 //   109, 10053, 10054, 1236  the server has ended the connection in the middle of the operation, which is
 //          not repeated if it changes something: whether the server has carried it out is not known. A server
 //          that ends it between two operations goes unnoticed: the next one connects again
-//   1225, 1117, 112, 123, 170  the server's replies 425; 451; 452 and 552; 501 and 553; 450
+//   1225, 1117, 112, 123, 170  the server's replies 425; 451; 452 and 552; 501 and 553; 450. Also 123: a name
+//          with a byte of 255, which servers read in two ways
 //   258    the server has not answered in time
 //   1223   the cancel event was signalled; a null event never cancels. It must be an event: a mutex would be
 //          taken. FtpConnectionConnect refuses anything else with 6; the others do not ask.
