@@ -4,6 +4,7 @@
 
 #include "core/win32/utils/scanengine/include/CompiledRules.h"
 #include "core/win32/utils/scanengine/include/File.h"
+#include "core/win32/utils/scanengine/include/PatternGroup.h"
 #include "core/win32/utils/scanengine/include/ScanRule.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
 #include "core/win32/utils/strings/include/CaseFolding.h"
@@ -21,6 +22,16 @@ struct AnyItem final : ScanItem
     AnyItem(std::uint32_t type, const std::wstring& path) : ScanItem(type) { setPath(path.c_str(), 0); }
     [[nodiscard]] int exists() const override { return 0; }
 };
+
+/// All texts of up to `length` of the letters.
+std::vector<std::wstring> allTexts(std::wstring_view letters, std::size_t length)
+{
+    std::vector<std::wstring> texts(1);
+    for (std::size_t i = 0; texts[i].size() < length; ++i)
+        for (const wchar_t letter : letters)
+            texts.push_back(texts[i] + letter);
+    return texts;
+}
 
 /// Random rules and items of few letters, so that many match.
 class Dice
@@ -158,6 +169,28 @@ TEST(Matcher, NamesAreWhatTheSystemCutsOut)
             c = L"A.\\/:"[random() % 5];
         const File file(path.c_str(), 0);
         EXPECT_EQ(RuleSubject(file).name(), PathFindFileNameW(path.c_str())) << PrintToString(path);
+    }
+}
+
+TEST(PatternGroup, SaysWhatTheMatcherSays)
+{
+    const std::vector<std::wstring> texts = allTexts(L"AB]*", 4);
+    std::wstring before;
+    for (const std::wstring& pattern : allTexts(L"AB*?[]!-", 5)) {
+        const PatternGroup wildcard({{pattern, false}});
+        const PatternGroup substring({{pattern, true}});
+        const PatternGroup both({{before, false}, {pattern, false}, {before, true}});
+        for (const std::wstring& text : texts) {
+            ASSERT_EQ(wildcard.matches(text), matchesWildcard(text, pattern))
+                << "'" << PrintToString(pattern) << "' '" << PrintToString(text) << "'";
+            ASSERT_EQ(substring.matches(text), text.find(pattern) != std::wstring::npos)
+                << "'" << PrintToString(pattern) << "' in '" << PrintToString(text) << "'";
+            ASSERT_EQ(both.matches(text), wildcard.matches(text) || matchesWildcard(text, before) ||
+                                              text.find(before) != std::wstring::npos)
+                << "'" << PrintToString(before) << "', '" << PrintToString(pattern) << "' '"
+                << PrintToString(text) << "'";
+        }
+        before = pattern;
     }
 }
 
