@@ -147,18 +147,17 @@ TEST_P(Connections, EndEveryWaitAtOnce)
              return ConnectionAccept(m_peers.server.get(), time, event, &accepted);
          }},
     };
-    for (const auto& [name, call] : calls) {
+    for (const auto& each : calls) {
+        const auto& [name, call] = each;
         SCOPED_TRACE(name);
-        const bool ends = name == "write";
-        const auto& again = call;
         long other = name == "accept" ? ERROR_BUSY : ERROR_SUCCESS; // many may accept at the same time
         {
             const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
-                before([&](auto...) { other = other != ERROR_BUSY ? again(0, nullptr) : other; }));
+                before([&](auto...) { other = other != ERROR_BUSY ? each.second(0, nullptr) : other; }));
             EXPECT_EQ(call(50, nullptr), WAIT_TIMEOUT);
         }
         EXPECT_EQ(other, ERROR_BUSY) << "for who does the same meanwhile";
-        if (ends) {
+        if (name == "write") {
             EXPECT_EQ(call(50, nullptr), ERROR_NOT_CONNECTED);
             m_peers.renew();
         }
@@ -167,7 +166,7 @@ TEST_P(Connections, EndEveryWaitAtOnce)
         EXPECT_EQ(call(60000, cancel.get()), ERROR_CANCELLED);
         canceller.join();
         EXPECT_EQ(call(60000, cancel.get()), ERROR_CANCELLED) << "signalled before";
-        if (ends)
+        if (name == "write")
             m_peers.renew();
         EXPECT_EQ(ConnectionWrite(m_peers.accepted.get(), "x", 1, 60000, nullptr), ERROR_SUCCESS);
         EXPECT_EQ(ConnectionReadAll(client(), &byte, 1, 60000, nullptr), ERROR_SUCCESS);

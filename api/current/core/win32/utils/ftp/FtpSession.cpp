@@ -9,11 +9,7 @@
 
 namespace {
 constexpr std::size_t kLargestReply = 64U << 10U;
-constexpr std::size_t kLargestListing = 64U << 20U;
 constexpr int kMostPreliminary = 20; // replies before the one that counts
-constexpr DWORD kListingShare = 10;  // a whole listing has ten times a step's time
-constexpr std::size_t kPiece = 64U << 10U;
-constexpr std::string_view kHiddenOf = "-a "; // and a path; every other argument is a path itself
 
 /// What a refusal means. FTP has one code for what is not there and what may not be accessed (550).
 long codeOfReply(int reply) noexcept
@@ -57,7 +53,6 @@ bool isDone(int reply) noexcept
 
 // The replies that say so, of old servers too. Another one belongs to something else.
 constexpr std::initializer_list<int> kLoggedIn{200, 202, 230, 232};
-constexpr std::initializer_list<int> kAgreed{200, 250};
 constexpr std::initializer_list<int> kDeleted{250};
 constexpr std::initializer_list<int> kOptionTaken{200, 202};
 constexpr std::initializer_list<int> kTransferred{200, 226, 250};
@@ -84,19 +79,6 @@ std::string upperCased(std::string_view text)
         if (c >= 'a' && c <= 'z')
             c = static_cast<char>(c - 32);
     return result;
-}
-
-/// Of what a listing tells: two folders that hold the same have the same.
-std::size_t fingerprintOf(const FtpListing& listing)
-{
-    std::string text;
-    for (const FtpEntry& entry : listing.entries)
-        text.append(std::to_string(static_cast<int>(entry.kind)))
-            .append(std::to_string(entry.size.value_or(0)))
-            .append("/")
-            .append(entry.bytes)
-            .append("\n");
-    return std::hash<std::string>()(text);
 }
 
 /// The numbers in a reply, as many as there are.
@@ -418,187 +400,6 @@ void FtpSession::endTransfer(const FtpLimits& limits)
         settle(200);
     else
         requireOneOf(readFinalReply(limits), kTransferred);
-}
-
-// The bytes of a listing, or 0 at its end. Until the first ones come, the server's reply may come instead: it
-// is looked for now and then, so it needs no wait of its own when all is well.
-std::size_t FtpSession::readPiece(Wire& data, std::vector<char>& piece, WaitLimits step,
-                                  const FtpLimits& limits, bool& isBegun)
-{
-    constexpr DWORD kFirstLook = 10; // milliseconds
-    const Deadline whole = step.deadline;
-    for (DWORD look = kFirstLook;; look *= 2) {
-        const bool isLast = isBegun || whole.getLeft() <= look;
-        step.deadline = isLast ? whole : Deadline(look);
-        try {
-            return data.readSome(piece.data(), piece.size(), step);
-        } catch (long code) {
-            if (code == ERROR_BROKEN_PIPE)
-                return 0;
-            // A server that refuses may also drop the connection: what it says counts.
-            const bool mayRefuse = code == WAIT_TIMEOUT ? !isLast : !isBegun && code != ERROR_CANCELLED;
-            if (!mayRefuse || (code != WAIT_TIMEOUT && !m_control->hasArrived()))
-                throw;
-        }
-        if (m_control->hasArrived()) {
-            requireBegun(limits, false);
-            isBegun = true;
-        }
-    }
-}
-
-std::string FtpSession::readListing(std::string_view command, std::string_view argument,
-                                    const FtpLimits& limits)
-{
-    WirePtr data = requestTransfer(command, argument, limits, 0);
-    const Deadline deadline(limits.timeout < INFINITE / kListingShare ? limits.timeout * kListingShare
-                                                                      : INFINITE);
-    std::string text;
-    std::vector<char> piece(kPiece);
-    bool isBegun = false;
-    for (;;) {
-        WaitLimits step = limits.step();
-        if (deadline.getLeft() < step.deadline.getLeft())
-            step.deadline = deadline;
-        const std::size_t got = readPiece(*data, piece, step, limits, isBegun);
-        if (got == 0)
-            break;
-        if (got > kLargestListing - text.size())
-            raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
-        text.append(piece.data(), got);
-    }
-    data.reset(); // some servers wait for it before they reply
-    if (!isBegun)
-        requireBegun(limits, false);
-    endTransfer(limits);
-    return text;
-}
-
-bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
-{
-    m_standing.reset();
-    const Reply reply = ask("CWD", folder, limits);
-    if (reply.code == 550)
-        return false;
-    requireOneOf(reply, kAgreed);
-    return true;
-}
-
-// MLSD takes the folder's name as it is, where the server has proven to heed it. Where it refuses that, the
-// folder is entered first.
-FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
-{
-    if (m_hasMachineListing && m_machinePaths == PathUse::Proven) {
-        if (std::optional<FtpListing> listing = listMachine(folder, limits))
-            return *std::move(listing);
-    }
-    if (m_hasMachineListing) {
-        if (!enter(folder, limits))
-            raiseCode(ERROR_PATH_NOT_FOUND);
-        try {
-            FtpListing listing =
-                FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
-            proveMachine(folder, fingerprintOf(listing), limits);
-            return listing;
-        } catch (long code) {
-            if (code != ERROR_NOT_SUPPORTED || !m_isReady)
-                throw;
-            m_hasMachineListing = false;
-        }
-    }
-    return listPlain(folder, limits);
-}
-
-// By its path; none when the server refuses.
-std::optional<FtpListing> FtpSession::listMachine(const std::string& folder, const FtpLimits& limits)
-{
-    try {
-        return FtpListing::parse(readListing("MLSD", folder, limits), FtpListing::Form::Machine);
-    } catch (long) {
-        if (!m_isReady)
-            throw;
-    }
-    return {};
-}
-
-// The session stands in `folder`. Does the server list the one before it by its path, which holds something
-// else? One that lists where it stands would show files under names that are not theirs.
-void FtpSession::proveMachine(const std::string& folder, std::size_t fingerprint, const FtpLimits& limits)
-{
-    if (m_machinePaths != PathUse::Unknown)
-        return;
-    if (m_before && m_before->fingerprint != fingerprint) {
-        const std::optional<FtpListing> listing = listMachine(m_before->folder, limits);
-        m_machinePaths =
-            listing && fingerprintOf(*listing) == m_before->fingerprint ? PathUse::Proven : PathUse::Refuted;
-    }
-    m_before = Listed{folder, fingerprint};
-}
-
-// By its path where the server is known to heed it. A listing that does not name the folder itself as one may
-// be that of a file, or stand for a folder that is not there: only entering it tells.
-FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& limits)
-{
-    if (m_paths.covers(folder)) {
-        const std::optional<std::string> text = listHidden(folder, limits);
-        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
-        if (listing.hasItself)
-            return listing;
-    }
-    const std::optional<std::size_t> standing = m_standing;
-    std::optional<std::string> byPath;
-    if (standing && m_paths.begin(folder))
-        byPath = listHidden(folder, limits);
-    if (!enter(folder, limits))
-        raiseCode(ERROR_PATH_NOT_FOUND);
-    if (m_listsHidden) {
-        const std::optional<std::string> text = listHidden("", limits);
-        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
-        m_knowsHidden = m_knowsHidden || listing.hasItself;
-        if (listing.hasItself)
-            m_standing = std::hash<std::string>()(*text);
-        if (listing.hasItself && byPath == text && m_standing != standing)
-            prove(folder, limits);
-        if (!listing.isEmpty)
-            return listing;
-        if (m_knowsHidden)
-            raiseCode(ERROR_ACCESS_DENIED); // not even "." is there
-        m_listsHidden = false;              // the option is taken for a name
-    }
-    return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
-}
-
-// The text of a listing, or none when the server refuses. What it breaks off over a path is not tried again.
-std::optional<std::string> FtpSession::listHidden(const std::string& folder, const FtpLimits& limits)
-{
-    std::optional<std::string> text;
-    try {
-        text = readListing("LIST", folder.empty() ? "-a" : std::string(kHiddenOf).append(folder), limits);
-    } catch (long) {
-        if (!m_isReady)
-            throw;
-    }
-    return text;
-}
-
-// The server has listed a folder by its path as it does after entering it, and otherwise than where the
-// session stood: it does not ignore the path. It must not show anything in place of a folder that is not
-// there, either.
-void FtpSession::prove(const std::string& folder, const FtpLimits& limits)
-{
-    const std::string missing = std::string(folder).append("/sysmaint.none");
-    const bool isTrue =
-        m_paths.hasAny() ||
-        !FtpListing::parse(listHidden(missing, limits).value_or(""), FtpListing::Form::Plain).hasItself;
-    isTrue ? m_paths.confirm(folder) : m_paths.refute();
-}
-
-std::string FtpSession::uniqueOf(const std::string& folder, const FtpLimits& limits)
-{
-    if (!enter(folder, limits))
-        return {};
-    const Reply reply = ask("MLST", "", limits);
-    return isDoneWith(reply, {250}) ? uniqueOfReply(reply.text) : std::string();
 }
 
 std::optional<unsigned long long> FtpSession::sizeOf(const std::string& file, const FtpLimits& limits)

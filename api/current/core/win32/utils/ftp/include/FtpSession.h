@@ -1,8 +1,10 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "core/win32/utils/connections/include/SocketEndpoint.h"
 #include "core/win32/utils/ftp/include/FtpListing.h"
@@ -91,6 +93,10 @@ private:
         std::string folder;
         std::size_t fingerprint = 0;
     };
+
+    static constexpr std::size_t kPiece = 64U << 10U;
+    static constexpr std::string_view kHiddenOf = "-a "; ///< and a path; other arguments are paths themselves
+    static constexpr std::initializer_list<int> kAgreed{200, 250};
 
     void logIn(const FtpServer& server, const FtpLimits& limits);
     void agree(const FtpLimits& limits);
