@@ -405,7 +405,7 @@ TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
                                       L"folder /a/a/a",    L"folder /a/a/b"};
     FtpServers servers(L"hostile");
     for (const char* mode : {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps", "MLSD-heeds",
-                             "MLSD-ignores", "typeless"}) {
+                             "MLSD-ignores", "typeless", "tires", "MLSD-tires"}) {
         SCOPED_TRACE(mode);
         const long code = std::string(mode) == "hollow" ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
         FtpScan scan(servers.ports[mode]);

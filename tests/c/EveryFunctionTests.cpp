@@ -347,4 +347,8 @@ TEST(CFunctions, GiveBackWhatTheyTakeAndSayWhenThereIsNoMemory)
     for (const wchar_t* name : {L"c other pool", L"c new pool"})
         EXPECT_EQ(sysmaint_pool_open(name, &objects.madePool), ERROR_NOT_FOUND);
     EXPECT_EQ(sysmaint_topic_open(L"c other topic", &objects.madeTopic), ERROR_NOT_FOUND);
+    // What could not be wiped without memory waits for the restart.
+    std::wstring list(MAX_PATH, L'\0');
+    list.resize(GetWindowsDirectoryW(list.data(), MAX_PATH));
+    EXPECT_TRUE(DeleteFileW(list.append(L"\\ForceDelete.txt").c_str()));
 }

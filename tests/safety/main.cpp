@@ -298,6 +298,7 @@ int main(int argc, char** argv)
     unsigned unclean = 0;
     unsigned destroyed = 0;
     World world(argc > 1 ? argv[1] : "");
+    takeBootList(); // of other tests
     for (const unsigned end = number + rounds; number < end; ++number) {
         Round round(world, seed, number);
         const auto* row = kOperations;

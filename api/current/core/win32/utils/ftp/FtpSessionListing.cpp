@@ -79,11 +79,12 @@ std::string FtpSession::readListing(std::string_view command, std::string_view a
 
 bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
 {
-    m_standing.reset();
     const Reply reply = ask("CWD", folder, limits);
     if (reply.code == 550)
-        return false;
+        return false; // it stands where it stood
     requireOneOf(reply, kAgreed);
+    m_standing.reset();
+    m_before.reset();
     return true;
 }
 
@@ -92,16 +93,21 @@ bool FtpSession::enter(const std::string& folder, const FtpLimits& limits)
 FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
 {
     if (m_hasMachineListing && m_machinePaths == PathUse::Proven) {
-        if (std::optional<FtpListing> listing = listMachine(folder, limits))
-            return *std::move(listing);
+        std::optional<FtpListing> listing = listMachine(folder, limits);
+        if (listing && (!m_before || m_before->fingerprint != fingerprintOf(*listing)))
+            return *std::move(listing); // otherwise it may be that of the folder where the session stands
     }
     if (m_hasMachineListing) {
+        const std::optional<Listed> before = m_before;
         if (!enter(folder, limits))
             raiseCode(ERROR_PATH_NOT_FOUND);
         try {
             FtpListing listing =
                 FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
-            proveMachine(folder, fingerprintOf(listing), limits);
+            const std::size_t fingerprint = fingerprintOf(listing);
+            if (before && before->fingerprint != fingerprint && m_machinePaths == PathUse::Unknown)
+                proveMachine(*before, limits);
+            m_before = Listed{folder, fingerprint};
             return listing;
         } catch (long code) {
             if (code != ERROR_NOT_SUPPORTED || !m_isReady)
@@ -124,18 +130,13 @@ std::optional<FtpListing> FtpSession::listMachine(const std::string& folder, con
     return {};
 }
 
-// The session stands in `folder`. Does the server list the one before it by its path, which holds something
+// The session stands in a folder. Does the server list the one before it by its path, which holds something
 // else? One that lists where it stands would show files under names that are not theirs.
-void FtpSession::proveMachine(const std::string& folder, std::size_t fingerprint, const FtpLimits& limits)
+void FtpSession::proveMachine(const Listed& before, const FtpLimits& limits)
 {
-    if (m_machinePaths != PathUse::Unknown)
-        return;
-    if (m_before && m_before->fingerprint != fingerprint) {
-        const std::optional<FtpListing> listing = listMachine(m_before->folder, limits);
-        m_machinePaths =
-            listing && fingerprintOf(*listing) == m_before->fingerprint ? PathUse::Proven : PathUse::Refuted;
-    }
-    m_before = Listed{folder, fingerprint};
+    const std::optional<FtpListing> listing = listMachine(before.folder, limits);
+    m_machinePaths =
+        listing && fingerprintOf(*listing) == before.fingerprint ? PathUse::Proven : PathUse::Refuted;
 }
 
 // By its path where the server is known to heed it. A listing that does not name the folder itself as one may
@@ -145,8 +146,8 @@ FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& lim
     if (m_paths.covers(folder)) {
         const std::optional<std::string> text = listHidden(folder, limits);
         FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
-        if (listing.hasItself)
-            return listing;
+        if (listing.hasItself && m_standing != std::hash<std::string>()(*text))
+            return listing; // as with MLSD
     }
     const std::optional<std::size_t> standing = m_standing;
     std::optional<std::string> byPath;

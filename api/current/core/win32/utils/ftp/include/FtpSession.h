@@ -127,7 +127,7 @@ private:
                                           const FtpLimits& limits);
 
     [[nodiscard]] std::optional<FtpListing> listMachine(const std::string& folder, const FtpLimits& limits);
-    void proveMachine(const std::string& folder, std::size_t fingerprint, const FtpLimits& limits);
+    void proveMachine(const Listed& before, const FtpLimits& limits);
     [[nodiscard]] FtpListing listPlain(const std::string& folder, const FtpLimits& limits);
     [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
     void prove(const std::string& folder, const FtpLimits& limits);
@@ -143,7 +143,7 @@ private:
     bool m_isTransferDone = false;
     bool m_hasMachineListing = false;          // MLSD
     PathUse m_machinePaths = PathUse::Unknown; // MLSD PATH
-    std::optional<Listed> m_before;            // the last folder that was entered and listed with MLSD
+    std::optional<Listed> m_before;            // the folder that it has entered, listed with MLSD
     bool m_knowsExtendedPassive = true;
     bool m_listsHidden = true;  // LIST -a
     bool m_knowsHidden = false; // it has shown "."
