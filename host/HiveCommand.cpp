@@ -12,7 +12,7 @@
 
 #include "core/win32/registry/offline/api.h"
 #include "core/win32/registry/settingshive/api.h"
-#include "core/win32/utils/paths/plain.h"
+#include "core/win32/utils/paths/api.h"
 
 namespace {
 constexpr const wchar_t* kHelp = LR"(usage: sysmaint hive show FILE [KEY] [--json]
