@@ -105,9 +105,9 @@ FtpListing FtpSession::list(const std::string& folder, const FtpLimits& limits)
             FtpListing listing =
                 FtpListing::parse(readListing("MLSD", "", limits), FtpListing::Form::Machine);
             const std::size_t fingerprint = fingerprintOf(listing);
+            m_before = Listed{folder, fingerprint};
             if (before && before->fingerprint != fingerprint && m_machinePaths == PathUse::Unknown)
                 proveMachine(*before, limits);
-            m_before = Listed{folder, fingerprint};
             return listing;
         } catch (long code) {
             if (code != ERROR_NOT_SUPPORTED || !m_isReady)
@@ -137,6 +137,8 @@ void FtpSession::proveMachine(const Listed& before, const FtpLimits& limits)
     const std::optional<FtpListing> listing = listMachine(before.folder, limits);
     m_machinePaths =
         listing && fingerprintOf(*listing) == before.fingerprint ? PathUse::Proven : PathUse::Refuted;
+    if (m_machinePaths == PathUse::Proven && enter(before.folder, limits))
+        m_before = before; // many folders are like each other, few like the first one
 }
 
 // By its path where the server is known to heed it. A listing that does not name the folder itself as one may
