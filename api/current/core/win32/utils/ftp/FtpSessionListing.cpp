@@ -146,24 +146,21 @@ void FtpSession::proveMachine(const Listed& before, const FtpLimits& limits)
 FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& limits)
 {
     if (m_paths.covers(folder)) {
-        const std::optional<std::string> text = listHidden(folder, limits);
-        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
-        if (listing.hasItself && m_standing != std::hash<std::string>()(*text))
-            return listing; // as with MLSD
+        std::optional<FtpListing> listing = listByPath(folder, limits);
+        if (listing)
+            return *std::move(listing);
     }
-    const std::optional<std::size_t> standing = m_standing;
     std::optional<std::string> byPath;
-    if (standing && m_paths.begin(folder))
+    if (m_first && m_paths.begin(folder) && standAbove(folder, limits))
         byPath = listHidden(folder, limits);
+    const std::optional<Listed> above = m_standing;
     if (!enter(folder, limits))
         raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_listsHidden) {
-        const std::optional<std::string> text = listHidden("", limits);
+        const std::optional<std::string> text = listWhereItStands(folder, limits);
         FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
         m_knowsHidden = m_knowsHidden || listing.hasItself;
-        if (listing.hasItself)
-            m_standing = std::hash<std::string>()(*text);
-        if (listing.hasItself && byPath == text && m_standing != standing)
+        if (listing.hasItself && byPath == text && m_standing->fingerprint != above->fingerprint)
             prove(folder, limits);
         if (!listing.isEmpty)
             return listing;
@@ -172,6 +169,44 @@ FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& lim
         m_listsHidden = false;              // the option is taken for a name
     }
     return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
+}
+
+// None when that does not tell. What is listed like the folder where the session stands may be that folder:
+// the session goes to the first one, which few are like, and asks again.
+std::optional<FtpListing> FtpSession::listByPath(const std::string& folder, const FtpLimits& limits)
+{
+    const std::optional<std::string> text = listHidden(folder, limits);
+    FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+    if (!listing.hasItself)
+        return {};
+    const std::size_t fingerprint = std::hash<std::string>()(*text);
+    if (m_standing && fingerprint != m_standing->fingerprint)
+        return listing;
+    if (!m_first || fingerprint == m_first->fingerprint || !enter(m_first->folder, limits))
+        return {};
+    m_standing = m_first;
+    return listHidden(folder, limits) == text ? std::optional(std::move(listing)) : std::nullopt;
+}
+
+// A server that cuts paths short lists the folder above, so the two are compared. False: that one does not
+// tell.
+bool FtpSession::standAbove(const std::string& folder, const FtpLimits& limits)
+{
+    const std::string above = folder.substr(0, std::max(folder.rfind('/'), std::size_t{1}));
+    if (m_standing && m_standing->folder == above)
+        return true;
+    return enter(above, limits) && listWhereItStands(above, limits) && m_standing;
+}
+
+std::optional<std::string> FtpSession::listWhereItStands(const std::string& folder, const FtpLimits& limits)
+{
+    std::optional<std::string> text = listHidden("", limits);
+    if (FtpListing::parse(text.value_or(""), FtpListing::Form::Plain).hasItself) {
+        m_standing = Listed{folder, std::hash<std::string>()(*text)};
+        if (!m_first)
+            m_first = m_standing;
+    }
+    return text;
 }
 
 // The text of a listing, or none when the server refuses. What it breaks off over a path is not tried again.

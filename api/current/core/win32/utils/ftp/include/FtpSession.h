@@ -129,6 +129,10 @@ private:
     [[nodiscard]] std::optional<FtpListing> listMachine(const std::string& folder, const FtpLimits& limits);
     void proveMachine(const Listed& before, const FtpLimits& limits);
     [[nodiscard]] FtpListing listPlain(const std::string& folder, const FtpLimits& limits);
+    [[nodiscard]] std::optional<FtpListing> listByPath(const std::string& folder, const FtpLimits& limits);
+    [[nodiscard]] bool standAbove(const std::string& folder, const FtpLimits& limits);
+    [[nodiscard]] std::optional<std::string> listWhereItStands(const std::string& folder,
+                                                               const FtpLimits& limits);
     [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
     void prove(const std::string& folder, const FtpLimits& limits);
 
@@ -149,5 +153,6 @@ private:
     bool m_knowsHidden = false; // it has shown "."
     PathProof m_paths;          // LIST -a PATH
     bool m_isTryingPath = false;
-    std::optional<std::size_t> m_standing; // a hash of the listing of the folder that it has entered
+    std::optional<Listed> m_standing; // the folder that it has entered, listed with LIST -a
+    std::optional<Listed> m_first;    // of those
 };
