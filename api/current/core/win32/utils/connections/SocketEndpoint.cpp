@@ -156,12 +156,22 @@ WirePtr acceptFrom(const SocketHandle& listener, int family, const WaitLimits& l
 }
 } // namespace
 
-PendingConnect::PendingConnect(const SocketAddress& address, ConnectTools& tools)
-    : m_socket(makeSocket(address.getFamily())), m_event(tools.event), m_call(m_event->get())
+void ConnectTools::prepare(int family)
 {
-    bindSocket(m_socket, anyAddress(address.getFamily(), 0));
-    if (tools.connect == nullptr)
-        tools.connect = extension<LPFN_CONNECTEX>(m_socket, WSAID_CONNECTEX);
+    if (socket.isValid())
+        return;
+    SocketHandle made = makeSocket(family);
+    bindSocket(made, anyAddress(family, 0));
+    if (connect == nullptr)
+        connect = extension<LPFN_CONNECTEX>(made, WSAID_CONNECTEX);
+    socket = std::move(made);
+}
+
+PendingConnect::PendingConnect(const SocketAddress& address, ConnectTools& tools)
+    : m_event(tools.event), m_call(m_event->get())
+{
+    tools.prepare(address.getFamily());
+    m_socket = std::move(tools.socket);
     const BOOL begun = tools.connect(m_socket.get().socket, address.get(), address.length, nullptr, 0,
                                      nullptr, &m_call.get());
     m_begun = begunCode(begun ? 0 : -1);

@@ -326,7 +326,9 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
     constexpr unsigned long kLargestPort = 65535;
     constexpr std::size_t kPassiveNumbers = 6;
     if (m_knowsExtendedPassive) {
-        const Reply reply = ask("EPSV", "", limits); // (|||port|)
+        send("EPSV", "", limits);
+        m_dataTools.prepare(m_address.getFamily()); // while the server answers
+        const Reply reply = readFinalReply(limits); // (|||port|)
         if (reply.code < 500) {
             requireOneOf(reply, {229});
             constexpr std::string_view kBars = "|||";

@@ -11,6 +11,11 @@ struct ConnectTools
 {
     EventPtr event = makeSharedEvent();
     LPFN_CONNECTEX connect = nullptr;
+    SocketHandle socket; ///< of the next one, once prepared
+
+    /// Makes the next one's socket unless it is there. Who does so while an answer is under way that tells
+    /// the port spends no time on it later.
+    void prepare(int family);
 };
 
 /// A connection to one address that is being made, while its owner does something else. The operations raise
