@@ -195,7 +195,10 @@ TEST_F(BootCallTest, TellsWhenTheListCannotBeWritten)
     });
     EXPECT_EQ(run(api).status, kNoResources);
     EXPECT_TRUE(!isThere(L"report") && list() == line(L"report"));
+    const std::filesystem::path unfinished = windows / L"sysmaint-boot.new"; // of a run that ended early
+    write(unfinished.wstring(), bytesOf(line(L"keep")));
     EXPECT_TRUE(run().isListEmpty);
+    EXPECT_TRUE(!exists(unfinished) && isThere(L"keep")) << "no list took its place";
 }
 
 /// Knows the file "report" by its handle, so long as it is open.

@@ -112,6 +112,15 @@ TEST_F(Registry, FailingCallsOfAWalk)
         EXPECT_EQ(scan(), ERROR_REGISTRY_IO_FAILED);
         EXPECT_EQ(collector.calls, found) << open << value;
     }
+    // What fails is told, whichever of the two has vanished meanwhile.
+    Replaced<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys;
+    const std::pair<DWORD, DWORD> codes(ERROR_KEY_DELETED, ERROR_REGISTRY_IO_FAILED);
+    for (const auto& [ofValues, ofKeys] : {codes, std::pair(codes.second, codes.first)}) {
+        opens.failCall(0, 0, 0);
+        values.failCall(1, static_cast<LSTATUS>(ofValues), 0);
+        keys.failCall(1, static_cast<LSTATUS>(ofKeys), 0);
+        EXPECT_EQ(scan(), ERROR_REGISTRY_IO_FAILED) << ofValues;
+    }
 }
 
 TEST_F(Registry, FailuresOnTheWayToTheUsersHive)

@@ -165,6 +165,36 @@ TEST_F(TimeOfWaits, IsForAllDeliveriesTogetherAndTheSubscriberIsNotForgotten)
     sender.join();
 }
 
+// By what ends the call of the subscriber, not by a later delivery nor by a time that is over.
+TEST(Windows, AnUnsubscriberIsWokenHoweverTheSubscriberIsLeft)
+{
+    for (const auto& leave : {+[] {}, +[] { throw 5L; }, +[] { ExitThread(5); }}) {
+        const TestEvent inside, mayLeave, mayEnd;
+        Handler handlers[2]; // the second one holds the delivery
+        handlers[0].body = [&](auto&&...) {
+            inside.set();
+            EXPECT_TRUE(mayLeave.wait());
+            leave();
+        };
+        handlers[1].body = [&](auto&&...) { EXPECT_TRUE(mayEnd.wait()); };
+        TopicHandle topic = topicOf(handlers[0]);
+        ASSERT_EQ(TopicSubscribe(topic, handlers[1]), ERROR_SUCCESS);
+        const LPTHREAD_START_ROUTINE sending = [](void* to) -> DWORD {
+            return static_cast<DWORD>(send(*static_cast<const TopicHandle*>(to)));
+        };
+        const Win32Handle sender(CreateThread(nullptr, 0, sending, &topic, 0, nullptr));
+        ASSERT_TRUE(inside.wait());
+        BOOL isWoken = FALSE;
+        const Sleeping sleeps([&](auto original, auto* condition, auto* lock, DWORD, ULONG flags) {
+            mayLeave.set(); // it is left under the lock
+            return isWoken = original(condition, lock, 10000, flags);
+        });
+        EXPECT_TRUE(TopicUnsubscribe(topic, handlers[0], INFINITE) == ERROR_SUCCESS && isWoken);
+        mayEnd.set();
+        EXPECT_EQ(WaitForSingleObject(sender.get(), 60000), WAIT_OBJECT_0);
+    }
+}
+
 // Work that waits outside the library is suspended while the locks of all heaps are held, and they are
 // released.
 TEST(Windows, NoWorkerIsSuspendedInAHeap)

@@ -280,6 +280,7 @@ const Row<Objects> kFurther[] = {
     CALL(sysmaint_offline_open, nullptr, L"\\a", 2U, &o.madeKey).giving(123),
     CALL(sysmaint_snapshot_restore, SYSMAINT_SNAPSHOT_TIME, o.tool.c_str(), nullptr, nullptr, nullptr, nullptr).giving(87),
     CALL(sysmaint_snapshot_restore, SYSMAINT_SNAPSHOT_NAMED, o.tool.c_str(), nullptr, nullptr, nullptr, nullptr).giving(87),
+    CALL(sysmaint_snapshot_restore, SYSMAINT_SNAPSHOT_NAMED, L"tool", nullptr, nullptr, L"name", nullptr).giving(31),
     CALL(sysmaint_snapshot_create, o.tool.c_str(), L"a\" /r", nullptr, nullptr, nullptr).giving(31)
         .leaves(SAYS(Folder::isThere(o.saved)), "0"),
     CALL(sysmaint_snapshot_restore, SYSMAINT_SNAPSHOT_BASELINE, o.tool.c_str(), nullptr, nullptr, nullptr, nullptr)

@@ -249,7 +249,7 @@ private:
     {
         const Win32Handle signalled(CreateEventW(nullptr, TRUE, TRUE, nullptr));
         const Win32Handle mutex(CreateMutexW(nullptr, FALSE, nullptr));
-        const Win32Handle semaphore(CreateSemaphoreW(nullptr, 1, 1, nullptr));
+        const Win32Handle semaphore(CreateSemaphoreW(nullptr, 2, 2, nullptr));
         HANDLE unwaitable = nullptr;
         EXPECT_TRUE(DuplicateHandle(GetCurrentProcess(), signalled.get(), GetCurrentProcess(), &unwaitable,
                                     EVENT_MODIFY_STATE, FALSE, 0));
@@ -258,7 +258,7 @@ private:
         for (void* wrong : {mutex.get(), semaphore.get(), strange<void>(), INVALID_HANDLE_VALUE})
             expect(wrong, ERROR_INVALID_HANDLE);
         EXPECT_FALSE(ReleaseMutex(mutex.get())) << "it is not kept";
-        EXPECT_FALSE(ReleaseSemaphore(semaphore.get(), 1, nullptr));
+        EXPECT_FALSE(ReleaseSemaphore(semaphore.get(), 1, nullptr)) << "nothing is missing";
     }
     /// Those of a struct that begins with its size.
     template <class Struct, class Expect>

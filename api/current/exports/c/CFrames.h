@@ -61,17 +61,31 @@ std::int32_t status(const char* function, Body&& body) noexcept
     return code;
 }
 
-/// The same for a function with a cancel event, which `body` polls before it changes anything. A handle that
-/// cannot be polled ends `body` as a signalled event does; only then is it looked at. Pseudo-handles give 6:
-/// nothing would ever signal the one that stands for this process.
+/// Raises 6 for a pseudo-handle as a cancel event: nothing would ever signal the one that stands for this
+/// process.
+inline void requireNoPseudoHandle(HANDLE cancelEvent)
+{
+    if (reinterpret_cast<std::intptr_t>(cancelEvent) < 0)
+        raiseCode(ERROR_INVALID_HANDLE);
+}
+
+/// The code of `body`, which polls the cancel event before it changes anything. A handle that cannot be
+/// polled ends `body` as a signalled event does; only then is it looked at.
+template <class Body>
+long codeOfPolling(HANDLE cancelEvent, Body&& body) noexcept
+{
+    const long code = codeOf(body);
+    return code == ERROR_CANCELLED && cancelEvent != nullptr ? codeOfCancelled(cancelEvent) : code;
+}
+
+/// The frame of a function with a cancel event but without a callback, whose result would be no answer to a
+/// poll.
 template <class Body>
 std::int32_t cancellable(const char* function, HANDLE cancelEvent, Body&& body) noexcept
 {
     return status(function, [&]() -> long {
-        if (reinterpret_cast<std::intptr_t>(cancelEvent) < 0)
-            return ERROR_INVALID_HANDLE;
-        const long code = codeOf(body);
-        return code == ERROR_CANCELLED && cancelEvent != nullptr ? codeOfCancelled(cancelEvent) : code;
+        requireNoPseudoHandle(cancelEvent);
+        return codeOfPolling(cancelEvent, body);
     });
 }
 

@@ -104,15 +104,15 @@ std::int32_t sysmaint_hive_list_dump(void** bytes, std::uint64_t* size)
 std::int32_t sysmaint_hive_analyze(void* defragmenter, void* stop_event, sysmaint_hive_callback callback,
                                    void* context)
 {
-    return cframes::cancellable(__func__, stop_event, [&]() -> long {
+    return status(__func__, [&]() -> long {
+        cframes::requireNoPseudoHandle(stop_event);
         const DefragmenterPtr object = defragmenterOf(defragmenter);
         HiveCallback call(callback, context);
         Progress progress(call);
         RDAnalyzerResults results;
-        return call.codeOf(boundary::statusOf([&]() -> long {
+        return call.codeOf(cframes::codeOfPolling(stop_event, [&] {
             object->analyze(results, stop_event,
                             [&] { return !call || progress.tellNew(resultsOf(*object)); });
-            return ERROR_SUCCESS;
         }));
     });
 }

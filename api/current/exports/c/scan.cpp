@@ -147,14 +147,15 @@ std::int32_t sysmaint_scan_run(sysmaint_scan* scan, const sysmaint_scan_options*
                                sysmaint_validator* validator, void* cancel_event,
                                sysmaint_scan_callback callback, void* context)
 {
-    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
+    return status(__func__, [&]() -> long {
+        cframes::requireNoPseudoHandle(cancel_event);
         const auto object = scans().get(scan);
         const ScanOptions how = givenOptions(options);
         requireArguments(callback != nullptr);
         const Rules::Use rules(validator);
         Finder finder(callback, context);
-        return finder.codeOf(
-            boundary::statusOf([&] { return object->run(cancel_event, rules.get(), how, finder); }));
+        return finder.codeOf(cframes::codeOfPolling(
+            cancel_event, [&] { return object->run(cancel_event, rules.get(), how, finder); }));
     });
 }
 

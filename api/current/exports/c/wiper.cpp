@@ -86,16 +86,18 @@ std::int32_t sysmaint_wiper_wipe(sysmaint_wiper* wiper, std::uint32_t kind, cons
                                  const sysmaint_wipe_options* options, sysmaint_validator* validator,
                                  void* cancel_event, sysmaint_wipe_callback callback, void* context)
 {
-    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
+    return status(__func__, [&]() -> long {
+        cframes::requireNoPseudoHandle(cancel_event);
         const WiperCall object(wiper);
         const sysmaint_wipe_options how = givenOptions(options);
         requireArguments(kind == SYSMAINT_WIPE_FILE || kind == SYSMAINT_WIPE_FREE_SPACE ||
                          kind == SYSMAINT_WIPE_VOLUME);
         const Rules::Use rules(validator);
         ProgressCall progress{{0, how.total}, {callback, context}};
-        return progress.callback.codeOf(object->Wipe(progress.function(), &progress, kind, path, nullptr,
-                                                     rules.get().get(), how.method, how.passes,
-                                                     cancel_event));
+        return progress.callback.codeOf(cframes::codeOfPolling(cancel_event, [&] {
+            return object->Wipe(progress.function(), &progress, kind, path, nullptr, rules.get().get(),
+                                how.method, how.passes, cancel_event);
+        }));
     });
 }
 
@@ -104,14 +106,17 @@ std::int32_t sysmaint_wiper_wipe_entries(sysmaint_wiper* wiper, const wchar_t* r
                                          const sysmaint_wipe_options* options, void* cancel_event,
                                          sysmaint_wipe_callback callback, void* context, std::uint64_t* left)
 {
-    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
+    return status(__func__, [&]() -> long {
+        cframes::requireNoPseudoHandle(cancel_event);
         const WiperCall object(wiper);
         const sysmaint_wipe_options how = givenOptions(options);
         requireArguments(root != nullptr);
         DirectoryStack stack = givenEntries(entries, count);
         ProgressCall progress{{0, how.total}, {callback, context}};
-        const long code = object->Wipe(progress.function(), &progress, kWipeDirectoryStack, root, &stack,
-                                       nullptr, how.method, how.passes, cancel_event);
+        const long code = cframes::codeOfPolling(cancel_event, [&] {
+            return object->Wipe(progress.function(), &progress, kWipeDirectoryStack, root, &stack, nullptr,
+                                how.method, how.passes, cancel_event);
+        });
         if (left != nullptr && (code != ERROR_NOT_ENOUGH_MEMORY || stack.size() != count))
             *left = stack.size();
         return progress.callback.codeOf(code);
@@ -140,9 +145,11 @@ std::int32_t sysmaint_wiper_close(sysmaint_wiper* wiper)
 std::int32_t sysmaint_wipe_file_table(const wchar_t* volume, void* cancel_event,
                                       sysmaint_wipe_callback callback, void* context)
 {
-    return cframes::cancellable(__func__, cancel_event, [&]() -> long {
+    return status(__func__, [&]() -> long {
+        cframes::requireNoPseudoHandle(cancel_event);
         ProgressCall progress{{}, {callback, context}};
-        return progress.callback.codeOf(
-            filetable::wipe(volume, progress.function(), &progress, cancel_event));
+        return progress.callback.codeOf(cframes::codeOfPolling(cancel_event, [&] {
+            return filetable::wipe(volume, progress.function(), &progress, cancel_event);
+        }));
     });
 }

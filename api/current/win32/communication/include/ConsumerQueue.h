@@ -60,7 +60,7 @@ public:
     template <class Consumer>
     long consume(HANDLE cancelEvent, Consumer&& consumer)
     {
-        while (!isCancelled(cancelEvent)) {
+        while (!isSignalled(cancelEvent)) {
             if (const Taken taken(*this); taken.hasItem()) {
                 if constexpr (std::is_same_v<decltype(consumer(taken.getItem())), bool>) {
                     if (!consumer(taken.getItem()))

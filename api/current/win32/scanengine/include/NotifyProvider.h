@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <map>
 #include <optional>
 #include <vector>
@@ -64,18 +65,26 @@ public:
     long notify(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
                 const SharedPtr<ScanItem>& item) override
     {
+        return notify([=] { return isSignalled(cancelEvent); }, value, key, item);
+    }
+    /// The same with a function that tells before each handler whether to cancel.
+    template <std::predicate IsCancelled>
+    long notify(IsCancelled&& isCancelled, std::uint32_t value, std::uint32_t key,
+                const SharedPtr<ScanItem>& item)
+    {
         const std::optional<List> registrations = find(key);
         if (!registrations)
             throw Exception(PLACE(kNotifyProviderHeader, "NotifyProvider::notify", __LINE__),
                             ERROR_NOT_FOUND);
-        return callEach(**registrations, cancelEvent, value, item);
+        return callEach(**registrations, isCancelled, value, item);
     }
     /// Like notify, but nothing happens when no handler is registered under `key`.
-    long notifyAny(HANDLE cancelEvent, std::uint32_t value, std::uint32_t key,
+    template <std::predicate IsCancelled>
+    long notifyAny(IsCancelled&& isCancelled, std::uint32_t value, std::uint32_t key,
                    const SharedPtr<ScanItem>& item)
     {
         const std::optional<List> registrations = find(key);
-        return registrations ? callEach(**registrations, cancelEvent, value, item) : ERROR_SUCCESS;
+        return registrations ? callEach(**registrations, isCancelled, value, item) : ERROR_SUCCESS;
     }
 
     void registerHandlers(const INotifyProvider& provider, std::uint32_t first, std::uint32_t second) override
@@ -150,11 +159,12 @@ private:
         return found != m_map.end() ? std::optional<List>(found->second) : std::nullopt;
     }
 
-    static long callEach(const Registrations& registrations, HANDLE cancelEvent, std::uint32_t value,
+    template <class IsCancelled>
+    static long callEach(const Registrations& registrations, IsCancelled& isCancelled, std::uint32_t value,
                          const SharedPtr<ScanItem>& item)
     {
         for (const NotifyInfo& info : registrations) {
-            if (isCancelled(cancelEvent))
+            if (isCancelled())
                 return ERROR_CANCELLED;
             const OutsideLibrary outside;
             info.handler->onNotify(Notification(info.first, info.second, value, info.value), item);

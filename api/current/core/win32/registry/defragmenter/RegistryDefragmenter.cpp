@@ -18,7 +18,9 @@ bool isStoppedAtFirst(HANDLE stopEvent)
     const DWORD wait = stopEvent == nullptr ? WAIT_TIMEOUT : WaitForSingleObject(stopEvent, 0);
     if (wait == WAIT_FAILED)
         throw Exception(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", __LINE__));
-    return wait == WAIT_OBJECT_0;
+    if (wait != WAIT_TIMEOUT)
+        giveBackTaken(stopEvent);
+    return wait != WAIT_TIMEOUT;
 }
 } // namespace
 

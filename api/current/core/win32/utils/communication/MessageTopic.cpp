@@ -292,7 +292,7 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
                 raiseCode(ERROR_CANCELLED); // the event may have failed
         });
     });
-    const bool cancelled = isCancelled(cancelEvent);
+    const bool cancelled = isSignalled(cancelEvent);
     if (endWork(instance, !cancelled))
         delete this;
     if (!cancelled)
@@ -304,7 +304,7 @@ long MessageTopic::operator()(IThreadContext& context, void* cancelEvent)
 void MessageTopic::abandonConsumer(void* instance, HANDLE cancelEvent) noexcept
 {
     m_queue.abandonItem();
-    if (endWork(instance, !isCancelled(cancelEvent)))
+    if (endWork(instance, !isSignalled(cancelEvent)))
         delete this;
 }
 

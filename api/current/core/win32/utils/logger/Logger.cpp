@@ -312,7 +312,7 @@ void Logger::writeEntries() noexcept
             const Guard guard(m_section);
             m_queue.removeFront();
         }
-        if (isCancelled(stopAll.get()) || m_stopping) {
+        if (isSignalled(stopAll.get()) || m_stopping) {
             // Nobody writes what is queued now or later.
             const Guard guard(m_section);
             m_ended = true;

@@ -34,12 +34,25 @@ void requireEvent(HANDLE cancelEvent)
         raiseCode(ERROR_CANCELLED);
 }
 
+bool isCancelled(HANDLE cancelEvent) noexcept
+{
+    if (cancelEvent == nullptr)
+        return false;
+    const DWORD answer = WaitForSingleObject(cancelEvent, 0);
+    if (answer == WAIT_OBJECT_0 || answer == WAIT_ABANDONED)
+        giveBackTaken(cancelEvent);
+    return answer != WAIT_TIMEOUT;
+}
+
+void giveBackTaken(HANDLE cancelEvent) noexcept
+{
+    if (!isEvent(cancelEvent) && !ReleaseMutex(cancelEvent))
+        ReleaseSemaphore(cancelEvent, 1, nullptr);
+}
+
 long codeOfCancelled(HANDLE cancelEvent) noexcept
 {
-    if (!isEvent(cancelEvent)) {
-        if (!ReleaseMutex(cancelEvent))
-            ReleaseSemaphore(cancelEvent, 1, nullptr);
+    if (!isEvent(cancelEvent))
         return ERROR_INVALID_HANDLE;
-    }
     return WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED ? lastError() : ERROR_CANCELLED;
 }

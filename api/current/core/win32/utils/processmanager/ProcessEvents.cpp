@@ -71,7 +71,7 @@ void ProcessEvents::fetchAll()
     const ComApartment apartment(com, COINIT_MULTITHREADED);
     const WmiNamespace wmi(com, L"ROOT\\CIMV2");
     const ComPtr<IEnumWbemClassObject> events = wmi.subscribe(L"SELECT * FROM Win32_ProcessTrace");
-    while (!isCancelled(m_stop.get())) {
+    while (!isSignalled(m_stop.get())) {
         ProcessEvent event{};
         // The system may refuse with the first fetch only, or accept and never deliver anything.
         if (fetch(com, *events.get(), event))

@@ -115,7 +115,7 @@ private:
     std::vector<unsigned char> m_memory;
 };
 
-bool isSignalled(HANDLE event) noexcept
+bool hasBeenSet(HANDLE event) noexcept
 {
     return WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
 }
@@ -276,7 +276,7 @@ void SessionRun::collect(SessionWait& waiting)
         bool hasEnded = false;
         try {
             hasEnded =
-                process == nullptr ? !isSignalled(ready.get()) : !waiting.forEither(ready.get(), process);
+                process == nullptr ? !hasBeenSet(ready.get()) : !waiting.forEither(ready.get(), process);
         } catch (...) {
             static_cast<void>(finish(true)); // the system must not write into freed memory
             throw;

@@ -28,7 +28,7 @@ Win32Handle Thread::open(DWORD access) const
     if (m_entry.startTime == 0 || !GetThreadTimes(thread.get(), &started, &exited, &kernel, &user))
         raiseCode(ERROR_ACCESS_DENIED);
     if (timetext::number(started) != m_entry.startTime || GetThreadId(thread.get()) != m_entry.id ||
-        GetProcessIdOfThread(thread.get()) != m_entry.processId || isCancelled(thread.get()))
+        GetProcessIdOfThread(thread.get()) != m_entry.processId || isSignalled(thread.get()))
         raiseCode(ERROR_NOT_FOUND);
     return thread;
 }

@@ -75,7 +75,8 @@ long ScanPath::scanOn(HANDLE cancelEvent, const SharedPtr<IScanValidator>& valid
 void ScanPath::reportFailure(Walk& walk, const SharedPtr<ScanItem>& item, const ListingFailure& failure)
 {
     const std::uint32_t code = failure.reason.getCode();
-    if (walk.root.m_provider.notifyAny(walk.cancelEvent, code, kListingFailed, item) != ERROR_SUCCESS)
+    if (walk.root.m_provider.notifyAny([&] { return walk.poll(); }, code, kListingFailed, item) !=
+        ERROR_SUCCESS)
         walk.cancelled = true;
 }
 
@@ -91,7 +92,7 @@ bool ScanPath::report(Walk& walk, const SharedPtr<ScanItem>& item, std::uint32_t
         walk.root.m_leaves.push_back(item);
         return true;
     }
-    if (walk.root.m_provider.notify(walk.cancelEvent, 0, key, item) != ERROR_SUCCESS) {
+    if (walk.root.m_provider.notify([&] { return walk.poll(); }, 0, key, item) != ERROR_SUCCESS) {
         walk.cancelled = true;
         return false;
     }

@@ -56,8 +56,11 @@ struct WaitLimits
             return WAIT_TIMEOUT;
         }
         const DWORD result = WaitForMultipleObjects(count, handles.data(), FALSE, timeout);
-        if (result < WAIT_OBJECT_0 + count)
+        if (result < WAIT_OBJECT_0 + count) {
+            if (handles[result - WAIT_OBJECT_0] == cancelEvent)
+                giveBackTaken(cancelEvent);
             return codes[result - WAIT_OBJECT_0];
+        }
         return result == WAIT_FAILED ? lastError() : static_cast<long>(WAIT_TIMEOUT);
     }
 };

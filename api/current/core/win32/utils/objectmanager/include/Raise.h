@@ -28,8 +28,14 @@ template <std::integral Code>
 /// when it cannot be polled. A null event is fine.
 void requireEvent(HANDLE cancelEvent);
 
-/// Why a poll of that event has ended a call: 1223; 6 when it is closed or anything but an event, and a mutex
-/// or semaphore that the poll took is given back; or the system's code when it must not be waited for.
+/// Whether a caller's cancel event is signalled: one poll, as isSignalled, which gives back what it takes.
+[[nodiscard]] bool isCancelled(HANDLE cancelEvent) noexcept;
+
+/// Gives back the mutex or semaphore that a wait has taken because a caller gave it as a cancel event.
+void giveBackTaken(HANDLE cancelEvent) noexcept;
+
+/// Why a poll of that event has ended a call: 1223; 6 when it is closed or anything but an event; or the
+/// system's code when it must not be waited for.
 [[nodiscard]] long codeOfCancelled(HANDLE cancelEvent) noexcept;
 
 /// Raises `code` as a bare long unless it is 0.

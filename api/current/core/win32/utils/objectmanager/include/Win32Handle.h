@@ -111,9 +111,9 @@ using ModuleHandle = Win32Owner<ModuleTraits>;
     return module;
 }
 
-/// Whether the caller's cancel event is signalled: one poll without waiting. A null event never cancels. One
-/// that cannot be polled does: nothing else could end the work.
-[[nodiscard]] inline bool isCancelled(HANDLE cancelEvent) noexcept
+/// Whether an event is signalled: one poll without waiting. A null event never is. One that cannot be polled
+/// is: nothing else could end the work.
+[[nodiscard]] inline bool isSignalled(HANDLE event) noexcept
 {
-    return cancelEvent != nullptr && WaitForSingleObject(cancelEvent, 0) != WAIT_TIMEOUT;
+    return event != nullptr && WaitForSingleObject(event, 0) != WAIT_TIMEOUT;
 }

@@ -51,7 +51,7 @@ private:
     void takeStart(const ProcessEvent& event);
     void rememberEnd(const ProcessEvent& event);
     void post(unsigned long message, unsigned long id, const Known& process, unsigned long long time);
-    [[nodiscard]] bool isStopped() const noexcept { return isCancelled(m_stop.get()); }
+    [[nodiscard]] bool isStopped() const noexcept { return isSignalled(m_stop.get()); }
     [[nodiscard]] static bool isSame(const Known& known, const ProcessEntry& entry) noexcept;
     [[nodiscard]] static bool isAboutKnown(const ProcessEvent& event, const Known& known);
     [[nodiscard]] static bool hasEnded(const ProcessEvent& start, unsigned long long end);
