@@ -154,7 +154,7 @@ TEST_F(Files, Delete)
     for (const wchar_t* refused : {L"C:\\windows", L"\\\\server\\share\\a", L"C:\\windows\\*"})
         EXPECT_EQ(FileMoveToRecycleBin(refused), 50) << utf8(refused);
     EXPECT_EQ(FileMoveToRecycleBin(at(L"b").c_str()), 2);
-    EXPECT_EQ(FileMoveToRecycleBin((at(std::wstring(250, L'x'))).c_str()), 206);
+    EXPECT_EQ(FileMoveToRecycleBin(at(std::wstring(250, L'x')).c_str()), 206);
     EXPECT_EQ(FileMoveToRecycleBin(file.c_str()), 0);
     const std::wstring binned = at(L"binned");
     for (const wchar_t* end : {L"\\", L"/"}) {
