@@ -80,8 +80,7 @@ TEST_F(BootLineTest, LeavesAloneWhatIsNotNamedForCertain)
             if (expected.count(name) == 0)
                 write(name, bytes);
     }
-    EXPECT_NE(log().find(L"left: not the plain path of a file on a drive: *FileShred*<09>*"),
-              std::wstring::npos);
+    EXPECT_NE(log().find(L"left: not the plain path of a file on a drive: *FileShred*<09>*"), log().npos);
     EXPECT_NE(log().find(L"\\re<09>port*"), std::wstring::npos);
     const std::wregex entry(L"\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d [a-z\\d].*");
     std::wistringstream entries(log().substr(1)); // behind the mark
@@ -144,8 +143,8 @@ struct BootOddLineTest : BootRunTest
                       b = bytesOf(line(L"keep"));
     const std::string odd = b.substr(0, 41); // inside a name, as which what follows may count
     const std::string early = b.substr(0, 21);
-    const std::string distant =
-        bytesOf(lineOf(L"\\??\\Q:\\" + std::wstring(300, L'q'))); // too long for a name
+    // Too long for a name.
+    const std::string distant = bytesOf(lineOf(L"\\??\\Q:\\" + std::wstring(300, L'q')));
 };
 
 /// Writers that were interrupted inside a character, and names of files that look the same.

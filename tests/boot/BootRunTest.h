@@ -1,19 +1,17 @@
 #pragma once
 
 #include "engine/BootRun.h"
+#include "support/ImportReplacement.h"
 #include "support/Test.h"
 
 template <auto Member, class Function>
 struct Hooked;
-template <auto Member, class... Arguments>
-struct Hooked<Member, native::Status(NTAPI*)(Arguments...)>
+template <auto Member, class... Types>
+struct Hooked<Member, native::Status(NTAPI*)(Types...)>
 {
-    using Function = native::Status(NTAPI*)(Arguments...);
-    static native::Status NTAPI call(Arguments... arguments)
-    {
-        return hook(native::systemApi().*Member, arguments...);
-    }
-    static inline std::function<native::Status(Function, Arguments...)> hook;
+    using Function = native::Status(NTAPI*)(Types...);
+    static native::Status NTAPI call(Types... all) { return hook(native::systemApi().*Member, all...); }
+    static inline std::function<native::Status(Function, Types...)> hook;
 };
 
 /// The native calls of a run, each of which a test may take over.
@@ -79,14 +77,8 @@ struct BootRunTest : testing::Test
         std::ifstream file(root / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
-    [[nodiscard]] bool isThere(const std::wstring& name) const
-    {
-        return std::filesystem::exists(root / name);
-    }
-    [[nodiscard]] std::wstring log() const
-    {
-        return textOf(read((windows / L"sysmaint-boot.log").wstring()));
-    }
+    [[nodiscard]] bool isThere(const std::wstring& name) const { return exists(root / name); }
+    [[nodiscard]] std::wstring log() const { return textOf(read(L"windows/sysmaint-boot.log")); }
     /// All files except those that the program itself writes.
     [[nodiscard]] Files files() const
     {

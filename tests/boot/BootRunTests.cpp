@@ -129,16 +129,14 @@ struct BootCallTest : BootRunTest
     /// Every remaining file is in the list or in what the next run finds; all other files are unchanged.
     void expectNothingLost() const
     {
-        const std::string waits =
-            read((windows / kList).wstring()) + read((windows / L"sysmaint-boot.old").wstring());
+        const std::string waits = read(L"windows/" + kList) + read(L"windows/sysmaint-boot.old");
         const Files after = files();
         for (const auto& [name, bytes] : before) {
             const std::wstring wanted = line(std::filesystem::path(name).make_preferred().wstring(), L"");
             if (listed.count(name) == 0) {
                 EXPECT_EQ(after.at(name), bytes) << name;
             } else if (after.count(name) != 0) {
-                EXPECT_NE(waits.find(bytesOf(wanted.substr(0, wanted.size() - 2))), std::string::npos)
-                    << name;
+                EXPECT_NE(waits.find(bytesOf(wanted.substr(0, wanted.size() - 2))), waits.npos) << name;
             }
         }
         EXPECT_NE(waits.find(bytesOf(torn)), std::string::npos);
@@ -206,17 +204,12 @@ struct BootFileTest : BootRunTest
 {
     BootFileTest()
     {
-        api.on<&native::Api::createFile>([this](auto original, HANDLE* handle, ACCESS_MASK access,
-                                                native::ObjectAttributes* object, auto... rest) {
-            const native::Status status = original(handle, access, object, rest...);
-            if (nameOf(object).is(L"report"))
-                target = *handle;
-            return status;
-        });
-        api.on<&native::Api::close>([this](auto original, HANDLE file) {
+        api.on<&native::Api::createFile>(after([this](auto, HANDLE* handle, auto, auto* object, auto...) {
+            target = nameOf(object).is(L"report") ? *handle : target;
+        }));
+        api.on<&native::Api::close>(before([this](HANDLE file) {
             target = file == target ? nullptr : target; // the number is given to others
-            return original(file);
-        });
+        }));
     }
     static Text nameOf(const native::ObjectAttributes* object)
     {
@@ -232,19 +225,13 @@ TEST_F(BootFileTest, KnowsLinksStreamsAndForeignFiles)
 {
     ULONG tag = 0;
     bool isWritten = false;
-    api.on<&native::Api::queryFile>(
-        [&](auto original, HANDLE file, native::IoStatus* io, void* answer, ULONG length, ULONG question) {
-            const native::Status status = original(file, io, answer, length, question);
-            if (file == target && question == native::kAttributeTagInformation) {
-                static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
-                static_cast<ULONG*>(answer)[1] = tag;
-            }
-            return status;
-        });
-    api.on<&native::Api::writeFile>([&](auto original, HANDLE file, auto... rest) {
-        isWritten = isWritten || file == target;
-        return original(file, rest...);
-    });
+    api.on<&native::Api::queryFile>(after([&](auto, HANDLE file, auto*, void* answer, auto, ULONG question) {
+        if (file == target && question == native::kAttributeTagInformation) {
+            static_cast<ULONG*>(answer)[0] |= FILE_ATTRIBUTE_REPARSE_POINT;
+            static_cast<ULONG*>(answer)[1] = tag;
+        }
+    }));
+    api.on<&native::Api::writeFile>(before([&](HANDLE file, auto...) { isWritten |= file == target; }));
     for (const auto& [told, isGone] : {std::pair(ULONG{IO_REPARSE_TAG_SYMLINK}, true),
                                        {ULONG{IO_REPARSE_TAG_MOUNT_POINT}, true},
                                        {0x9000001A, false},
@@ -290,10 +277,7 @@ TEST_F(BootFileTest, OverwritesStreamsFirst) // the target is the stream
                 *static_cast<std::uint64_t*>(answer) = number;
             return status;
         });
-    api.on<&native::Api::writeFile>([&](auto original, HANDLE file, auto... rest) {
-        order += file == target ? 's' : '.';
-        return original(file, rest...);
-    });
+    api.on<&native::Api::writeFile>(before([&](auto file, auto...) { order += file == target ? 's' : '.'; }));
     for (const bool another : {true, false}) {
         isAnother = another;
         order.clear();
@@ -322,16 +306,12 @@ TEST_F(BootFileTest, OverwritesAsTheWiperDoes)
 {
     std::vector<std::pair<LONGLONG, std::string>> writes;
     std::size_t flushes = 0;
-    api.on<&native::Api::writeFile>([&](auto original, HANDLE file, auto... rest) {
-        const auto [event, routine, context, io, buffer, length, offset, key] = std::tuple(rest...);
-        if (file == target)
-            writes.emplace_back(offset->QuadPart, std::string(static_cast<const char*>(buffer), length));
-        return original(file, rest...);
-    });
-    api.on<&native::Api::flushFile>([&](auto original, HANDLE file, native::IoStatus* io) {
-        flushes += file == target ? 1 : 0;
-        return original(file, io);
-    });
+    api.on<&native::Api::writeFile>(
+        before([&](HANDLE file, auto, auto, auto, auto, auto* buffer, ULONG length, auto* offset, auto) {
+            if (file == target)
+                writes.emplace_back(offset->QuadPart, std::string(static_cast<const char*>(buffer), length));
+        }));
+    api.on<&native::Api::flushFile>(before([&](HANDLE file, auto) { flushes += file == target ? 1 : 0; }));
     // The numbers of the line, the passes over one chunk, and how often they come.
     const std::tuple<const wchar_t*, std::vector<unsigned>, unsigned> cases[] = {
         {L"1*\t*2", {0}, 2},
@@ -393,12 +373,11 @@ TEST_F(BootRunTest, LeavesWhatOthersHold)
         asked = access; // Wine takes the removed one for a right to write
         return original(handle, access & ~FILE_WRITE_ATTRIBUTES, rest...);
     });
-    api.on<&native::Api::setFile>([&](auto original, auto... all) {
-        const bool isChange = std::get<4>(std::tuple(all...)) == native::kBasicInformation;
+    api.on<&native::Api::setFile>(before([&](auto, auto, auto, auto, ULONG what) {
+        const bool isChange = what == native::kBasicInformation;
         EXPECT_TRUE(!isChange || (asked & FILE_WRITE_ATTRIBUTES) != 0);
         changes += isChange ? 1 : 0;
-        return original(all...);
-    });
+    }));
     const std::wstring path = (root / L"report").wstring();
     const auto hold = [](const std::wstring& file, DWORD access) {
         return CreateFileW(file.c_str(), access, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);

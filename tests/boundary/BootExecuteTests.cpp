@@ -1,16 +1,13 @@
 #include "boundary/RegistryTest.h"
-#include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "core/win32/utils/wiper/api.h"
 
-namespace {
 /// The value is restored after each test, which in the tests' prefix means removed. In lists given as text,
 /// '|' stands for the zero.
 struct BootExecuteTest : testing::Test
 {
     BootExecuteTest()
     {
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager", 0,
-                      KEY_ALL_ACCESS, &key);
+        RegOpenKeyW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Control\\Session Manager", &key);
     }
     ~BootExecuteTest() override
     {
@@ -36,16 +33,13 @@ struct BootExecuteTest : testing::Test
 
     HKEY key = nullptr;
 };
-} // namespace
 
 // What others write while it waits for its turn is kept, and its turn lasts until its own is written.
 TEST_F(BootExecuteTest, LosesNothingOfOthers)
 {
     std::wstring theirs, written;
-    const Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(
-        before([&](auto...) { set(theirs); }));
-    const Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(
-        before([&](auto...) { written = get(); }));
+    const Polls waits(before([&](auto...) { set(theirs); }));
+    Replaced<"ReleaseMutex", decltype(&ReleaseMutex)> releases(before([&](auto...) { written = get(); }));
     theirs = L"theirs||";
     EXPECT_EQ(AddBootExecute(L"ours"), 0);
     EXPECT_EQ(written, L"theirs|ours||");
@@ -80,11 +74,10 @@ TEST_F(BootExecuteTest, MutexesThatCannotBeHad)
     std::thread([&] { WaitForSingleObject(mutex.get(), INFINITE); }).join();
     expect(0); // its owner is dead
 
-    Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits(
-        [](auto original, HANDLE handle, DWORD milliseconds) {
-            EXPECT_LE(milliseconds, 10000U);
-            return original(handle, 0);
-        });
+    Polls waits([](auto original, HANDLE handle, DWORD milliseconds) {
+        EXPECT_LE(milliseconds, 10000U);
+        return original(handle, 0);
+    });
     WaitForSingleObject(mutex.get(), INFINITE);
     std::thread([&] { expect(ERROR_TIMEOUT); }).join();
     ReleaseMutex(mutex.get());

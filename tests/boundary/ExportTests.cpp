@@ -8,9 +8,6 @@
 #include "support/Pools.h"
 #include "support/RestoreClient.h"
 #include "support/Utilities.h"
-#include "support/Wipe.h"
-#include "win32/communication/include/DataMessage.h"
-#include "win32/paths/include/CachedPath.h"
 
 namespace {
 constexpr auto kDrop = Operation::CancelAndReturn;

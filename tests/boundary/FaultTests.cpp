@@ -3,7 +3,6 @@
 
 #include "boundary/RegistryTest.h"
 #include "core/win32/utils/logger/api.h"
-#include "core/win32/utils/wiper/api.h"
 #include "support/Pools.h"
 #include "support/Wipe.h"
 

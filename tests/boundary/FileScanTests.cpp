@@ -1,12 +1,9 @@
 #include "support/KernelCalls.h"
 #include "support/Scan.h"
 
-namespace {
 const std::wstring kTree = testFolder() + L"\\tree";
 const std::wstring kDots = kTree + L"\\dots"; // three files
 constexpr const wchar_t* kIgnores = L"many:010,denied:010";
-
-} // namespace
 
 // Loops, a folder without access, long names and paths, 50,000 files in one folder: everything that can be
 // reached is reported once, and the folder that refuses is not skipped silently.

@@ -1,6 +1,5 @@
 #include "support/Wipe.h"
 
-namespace {
 /// The table is simulated: its length, or the volume's free space, is answered here.
 struct FileTableTest : WipeTest
 {
@@ -38,7 +37,6 @@ struct FileTableTest : WipeTest
     FreeSpaceQueries space;
     Writes writes;
 };
-} // namespace
 
 TEST_F(FileTableTest, IsFilledUntilItGrows)
 {
@@ -61,10 +59,9 @@ TEST_F(FileTableTest, LeavesNothingBehindWhateverHappens)
     const TestEvent event;
     tableGrowsAfter = 100000;
     for (const long call : {1L, 2L, 300L}) {
-        files.setHook(
-            failing(INVALID_HANDLE_VALUE, ERROR_DISK_FULL, [&](auto...) { return files.calls() == call; }));
+        files.failCall(call, INVALID_HANDLE_VALUE, ERROR_DISK_FULL);
         expect(ERROR_DISK_FULL, std::max(0L, call - 2));
-        files.setHook(nullptr);
+        files.failCall(0, nullptr, 0);
         for (const bool cancelled : {false, true}) {
             writes.setHook(failing(FALSE, ERROR_CRC, [&](auto...) {
                 if (writes.calls() == call && cancelled)
@@ -80,8 +77,7 @@ TEST_F(FileTableTest, LeavesNothingBehindWhateverHappens)
     expect(5, 256);
     onChunk = [] { throw "nothing with a code"; };
     expect(574, 256);
-    Attributes attributes(
-        [](auto original, LPCWSTR path) { return original(path) | FILE_ATTRIBUTE_REPARSE_POINT; });
+    Attributes attributes(markedBy(FILE_ATTRIBUTE_REPARSE_POINT));
     expect(681, 0); // a link has taken the folder's place at once
 }
 

@@ -1,5 +1,4 @@
 #include "core/win32/registry/offline/include/HiveLayout.h"
-#include "support/Heap.h"
 #include "support/OfflineKeys.h"
 #include "support/Wipe.h"
 

@@ -6,7 +6,6 @@
 #include "support/Connections.h"
 #include "support/Faults.h"
 #include "support/Pools.h"
-#include "support/Threads.h"
 
 using ListenerHandle = SmartHandle<CloseMessageListener>;
 using Reporter = std::unique_ptr<IMessageReporter>;
@@ -84,10 +83,9 @@ protected:
     [[nodiscard]] ConnectionHandle makeClient(const wchar_t* name) const
     {
         if (m_isPipe)
-            return ConnectionHandle(CreatePipeConnection((std::wstring(L"sysmaint test\\") + name).c_str(),
-                                                         ConnectionRole::Client));
-        return ConnectionHandle(
-            CreateSocketConnection(ConnectionRole::Client, name, L"127.0.0.1", m_port, 0));
+            return ConnectionHandle(
+                CreatePipeConnection((std::wstring(L"sysmaint test\\") + name).c_str(), kClient));
+        return ConnectionHandle(CreateSocketConnection(kClient, name, L"127.0.0.1", m_port, 0));
     }
     void report(const ReporterOptions& options)
     {

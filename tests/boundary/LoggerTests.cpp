@@ -2,10 +2,8 @@
 
 #include <regex>
 
-#include "core/win32/utils/paths/api.h"
 #include "support/Wipe.h"
 
-namespace {
 constexpr std::ptrdiff_t kWhole = 10485760; // bytes at which a file is restarted
 
 /// The logs' folder, emptied, and one logger on it.
@@ -53,7 +51,6 @@ struct LoggerTest : testing::Test
     std::wstring folder;
     void* logger = nullptr;
 };
-} // namespace
 
 TEST_F(LoggerTest, PutsEachModulesLinesIntoItsFile)
 {

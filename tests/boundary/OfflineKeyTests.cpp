@@ -1,22 +1,13 @@
 #include "support/OfflineKeys.h"
 
 #include "core/win32/registry/settingshive/api.h"
-#include "support/RestoreClient.h"
-#include "support/Threads.h"
+#include "support/Hives.h"
 
-namespace {
 /// Each row through both ways; the library is a stand-in.
 struct OfflineKeys : testing::TestWithParam<unsigned long>
 {
     OfflineKeys()
     {
-        loads.setHook([this](auto original, LPCWSTR name, HANDLE module, DWORD flags) -> HMODULE {
-            if (std::wstring_view(name) != L"offreg.dll")
-                return original(name, module, flags);
-            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return isInstalled ? LoadLibraryW(besideTests(L"offline_registry.dll").c_str()) : nullptr;
-        });
         root.reset(DllGetOfflineRegistryKey(nullptr, L"", GetParam()));
         EXPECT_NE(root, nullptr) << GetLastError();
     }
@@ -44,13 +35,11 @@ struct OfflineKeys : testing::TestWithParam<unsigned long>
         return std::distance(std::filesystem::directory_iterator(folder), {});
     }
 
-    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads;
-    bool isInstalled = true;
+    OffregLibrary offreg{true};
     const std::wstring folder = scratchFolder();
     const std::wstring file = folder + L"\\new \u65E5.hive";
     OfflineKey root; ///< of a new hive
 };
-} // namespace
 
 TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
 {
@@ -60,13 +49,12 @@ TEST_P(OfflineKeys, AreMadeChangedSavedAndReadAgain)
     EXPECT_EQ(keyOf(root, L"Software\\\u00C4rger\\deep")->create(L"class \u03A9"), 0);
     EXPECT_EQ(keyOf(root, L"SOFTWARE\\\u00E4rger\\DEEP")->create(L"another class"), 0) << "it is there";
     EXPECT_EQ(keyOf(root, longest)->create(nullptr), 0);
-    const OfflineKey software = keyOf(root, L"software");
+    const OfflineKey key = keyOf(root, L"software");
     using Row = std::tuple<const wchar_t*, DWORD, std::string>;
     for (const auto& [name, type, data] :
          {Row(L"", REG_SZ, "d"), Row(L"z", 0xFFFFFFFF, "four"), Row(L"a", REG_BINARY, large),
           Row(L"none", REG_NONE, ""), Row(L"Z", REG_DWORD, "five!")})
-        EXPECT_EQ(valueOf(software, name)->setData(type, data.empty() ? nullptr : data.data(), data.size()),
-                  0);
+        EXPECT_EQ(valueOf(key, name)->setData(type, data.empty() ? nullptr : data.data(), data.size()), 0);
     for (int time = 0; time < 2; ++time) { // the second time from the file
         const OfflineKey below = keyOf(root, L"SOFTWARE");
         EXPECT_EQ(std::tuple(keysOf(root), keysOf(below), valuesOf(below)),
@@ -242,12 +230,12 @@ TEST_P(OfflineKeys, ServeManyThreads)
 
 TEST_P(OfflineKeys, AreServedAsChosen)
 {
-    isInstalled = GetParam() == kOfflineLibrary;
+    offreg.exists = GetParam() == kOfflineLibrary;
     root.reset(DllGetOfflineRegistryKey(nullptr, L""));
     ASSERT_NE(root, nullptr);
     EXPECT_EQ(root->getWay(), GetParam());
-    EXPECT_EQ(OfflineKey(DllGetOfflineRegistryKey(nullptr, L"", kOfflineLibrary)) != nullptr, isInstalled);
-    EXPECT_TRUE(isInstalled || GetLastError() == ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ(OfflineKey(DllGetOfflineRegistryKey(nullptr, L"", kOfflineLibrary)) != nullptr, offreg.exists);
+    EXPECT_TRUE(offreg.exists || GetLastError() == ERROR_MOD_NOT_FOUND);
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, OfflineKeys, testing::Values(kOfflineLibrary, kOfflineEngine),

@@ -53,19 +53,16 @@ TEST_F(Processes, EndOnlyWhatTheyTrulyStarted)
     const DWORD left = found(PMGetTree, own.id)[1];
     {
         // The system reports an older process as the child's child: its parent's id was reused.
-        const Asking asking(
-            [&](auto original, SYSTEM_INFORMATION_CLASS kind, void* buffer, ULONG size, ULONG* needed) {
-                const NTSTATUS status = original(kind, buffer, size, needed);
-                constexpr std::size_t kId = 0x50, kParent = 0x58;
-                ULONG next = status < 0 ? 0 : 1;
-                for (auto* at = static_cast<BYTE*>(buffer); next != 0; at += next) {
-                    const ULONG_PTR parent = child.id; // unaligned
-                    if (std::memcmp(at + kId, &older.id, sizeof older.id) == 0)
-                        std::memcpy(at + kParent, &parent, sizeof parent);
-                    std::memcpy(&next, at, sizeof next);
-                }
-                return status;
-            });
+        const Asking asking(after([&](NTSTATUS status, SYSTEM_INFORMATION_CLASS, void* buffer, auto...) {
+            constexpr std::size_t kId = 0x50, kParent = 0x58;
+            ULONG next = status < 0 ? 0 : 1;
+            for (auto* at = static_cast<BYTE*>(buffer); next != 0; at += next) {
+                const ULONG_PTR parent = child.id; // unaligned
+                if (std::memcmp(at + kId, &older.id, sizeof older.id) == 0)
+                    std::memcpy(at + kParent, &parent, sizeof parent);
+                std::memcpy(&next, at, sizeof next);
+            }
+        }));
         EXPECT_TRUE(PMRefresh() == 0 && found(PMGetParents, older.id).empty());
         EXPECT_EQ(found(PMGetTree, child.id).size(), 2U);
         EXPECT_EQ(ProcessEnd(process.get(), kEndTree, 60000), 0);

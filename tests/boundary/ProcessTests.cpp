@@ -96,8 +96,7 @@ TEST_F(Processes, TellWhatTheSystemTellsOfThem)
     EXPECT_EQ(ProcessGetNameByHandle(process.get(), &name), 0);
     EXPECT_EQ(ProcessHandle(OpenProcess(name)).get(), process.get());
     EXPECT_EQ(ProcessHandle(OpenProcess(L"mine")).get(), named.get());
-    EXPECT_TRUE(refusalOf(OpenProcess(L"not mine")) == 1168 &&
-                refusalOf(CreateProcessW(entry, nullptr)) == 87);
+    EXPECT_TRUE(refusalOf(OpenProcess(L"none")) == 1168 && refusalOf(CreateProcessW(entry, nullptr)) == 87);
 
     EXPECT_EQ(ProcessSetPriority(process.get(), BELOW_NORMAL_PRIORITY_CLASS), 0);
     EXPECT_EQ(ProcessSetPriority(process.get(), 77), 87);
@@ -142,11 +141,7 @@ TEST_F(Processes, AreLeftAloneOnceTheirIdIsAnothers)
     const Terminating terminating([](auto...) { return TRUE; });
     {
         Replaced<"GetProcessTimes", decltype(&GetProcessTimes)> times(
-            [](auto original, HANDLE handle, FILETIME* created, auto... rest) {
-                const BOOL done = original(handle, created, rest...);
-                ++created->dwLowDateTime;
-                return done;
-            });
+            after([](BOOL, HANDLE, FILETIME* created, auto...) { ++created->dwLowDateTime; }));
         EXPECT_EQ(codesOf(process.get()), Codes({1168}, 0));
         times.failCall(kEachCall, FALSE, ERROR_GEN_FAILURE);
         EXPECT_EQ(codesOf(process.get()), Codes({5}, -5)) << "neither gone nor ended";
@@ -210,9 +205,8 @@ TEST_F(Processes, AndTheirThreadsAreSuspendedAndWaitedFor)
     ++moved.startTime;
     EXPECT_EQ(asNumber(ThreadIsRunning)(ThreadHandle(CreateThread(moved)).get()), 0);
     moved = {GetCurrentThreadId(), GetCurrentProcessId(), 0, 0, 0, 0};
-    FILETIME unused[3];
-    GetThreadTimes(GetCurrentThread(), reinterpret_cast<FILETIME*>(&moved.startTime), &unused[0], &unused[1],
-                   &unused[2]);
+    FILETIME any;
+    GetThreadTimes(GetCurrentThread(), reinterpret_cast<FILETIME*>(&moved.startTime), &any, &any, &any);
     EXPECT_EQ(suspend(ThreadHandle(CreateThread(moved)).get()), -50) << "the caller";
     const TestEvent cancel;
     unsigned long count = 7;

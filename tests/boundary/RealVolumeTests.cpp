@@ -1,6 +1,5 @@
 #include "RealWindowsTest.h"
 
-namespace {
 /// A drive Q: whose device is the file "device", which shows what Windows would do with a volume.
 struct RealVolume : RealWindows
 {
@@ -79,12 +78,10 @@ struct FullVolume : RealWindows
         if (stop > now->largest || (stop > end && taken() + stop - end > now->room))
             return SetLastError(now->full), FALSE;
         const BOOL written = original(file, data, size, rest...);
-        seen = std::max(seen, fillers());
-        return written;
+        return seen = std::max(seen, fillers()), written;
     }};
     Flushes flushes{[](auto, HANDLE) { return TRUE; }};
 };
-} // namespace
 
 TEST_F(RealVolume, IsHadAloneAndWipedToItsEndInWholeSectors)
 {

@@ -4,12 +4,6 @@
 
 #include "support/Wipe.h"
 
-/// A hook for files that have one attribute more. A missing file has all bits set.
-inline auto markedBy(DWORD mark)
-{
-    return [mark](auto original, LPCWSTR path) { return original(path) | mark; };
-}
-
 /// A file "file" and a folder "tree" in a folder of their own, and time that passes at once.
 struct RealWindows : WipeTest
 {
@@ -27,10 +21,7 @@ struct RealWindows : WipeTest
         stack = {{HeapStringW(at(L"tree").c_str()), L"", true, false}};
         return wipe(kWipeDirectoryStack, at(L"tree"), kWipeZeros, 1, event.get());
     }
-    long wipeFile(std::uint32_t method = kWipeZeros)
-    {
-        return wipe(kWipeFile, at(L"file"), method, 1, event.get());
-    }
+    long wipeFile(DWORD method = kWipeZeros) { return wipe(kWipeFile, at(L"file"), method, 1, event.get()); }
     [[nodiscard]] unsigned long deleteItem(bool folderItem) const
     {
         return codeOf(

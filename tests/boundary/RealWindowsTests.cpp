@@ -51,14 +51,12 @@ TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
 TEST_F(RealWindows, ANewTryLooksAtWhatItTriesAgain)
 {
     // While it is waited for, somebody puts another file there.
-    files.setHook([this](auto open, auto... all) {
-        if (std::get<5>(std::tuple(all...)) != kOpenToWipe || waited != 0)
-            return open(all...);
-        MoveFileW(at(L"file").c_str(), at(L"aside").c_str());
-        writeBytes(at(L"file"), {1, 2, 3});
-        SetLastError(ERROR_SHARING_VIOLATION);
-        return INVALID_HANDLE_VALUE;
-    });
+    files.setHook(failing(INVALID_HANDLE_VALUE, ERROR_SHARING_VIOLATION, [this](auto... all) {
+        const bool isFirst = std::get<5>(std::tuple(all...)) == kOpenToWipe && waited == 0;
+        if (isFirst && MoveFileW(at(L"file").c_str(), at(L"aside").c_str()))
+            writeBytes(at(L"file"), {1, 2, 3});
+        return isFirst;
+    }));
     EXPECT_EQ(wipeFile(), ERROR_FILE_INVALID);
     EXPECT_EQ(readBytes(at(L"file")), (Bytes{1, 2, 3}));
     EXPECT_TRUE(readBytes(at(L"aside")) == secret && takeBootList().empty());
@@ -86,12 +84,10 @@ TEST_F(RealWindows, ANewFileUnderTheNameStays)
     sleeps.setHook([](auto, DWORD) {});
     prepare();
     BY_HANDLE_FILE_INFORMATION old{};
-    Looks looks([&](auto original, HANDLE file, auto* information) {
-        const BOOL told = original(file, information);
+    Looks looks(after([&](BOOL, HANDLE, auto* information) {
         old = looks.calls() == 1 ? *information : old;
         information->nFileIndexHigh = old.nFileIndexHigh, information->nFileIndexLow = old.nFileIndexLow;
-        return told;
-    });
+    }));
     Attributes attributes([&](auto original, LPCWSTR path) {
         if (!isThere(at(L"file")))
             writeBytes(at(L"file"), {7});
@@ -279,11 +275,7 @@ TEST_F(RealWindows, OlderSystemsLoadTheirLibrariesByTheWholePath)
 
 TEST_F(RealWindows, NoMoreIsTakenForWrittenThanWasGiven)
 {
-    Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, LPDWORD put, auto* at) {
-        const BOOL written = original(file, data, size, put, at);
-        *put *= 2;
-        return written;
-    });
+    Writes writes(after([](BOOL, HANDLE, LPCVOID, DWORD, LPDWORD put, auto*) { *put *= 2; }));
     EXPECT_EQ(wipeFile(), 0);
     const FilePtr item = fileAt(at(L"file"));
     item->setData("abc", 3);

@@ -2,11 +2,9 @@
 // The system's answers are simulated.
 
 #include "boundary/RegistryTest.h"
-#include "core/win32/utils/paths/api.h"
 
 #include <wtsapi32.h>
 
-namespace {
 /// The sessions of a machine, as a service of the system's account sees them.
 struct Sessions : testing::Test
 {
@@ -81,13 +79,11 @@ struct Logoff : Registry
             handles.insert(*opened), dead.erase(*opened); // the number may be reused
             return status;
         });
-        hives.setHook([this](auto original, REGSAM access, PHKEY hive) {
-            const LSTATUS status = original(access, hive);
+        hives.setHook(after([this](LSTATUS, REGSAM, PHKEY hive) {
             handles.insert(*hive), dead.erase(*hive);
             if (isBackInVain)
                 logOff();
-            return status;
-        });
+        }));
         infos.setHook(answer), keys.setHook(answer), values.setHook(answer), queries.setHook(answer);
     }
     void logOff() { dead = handles; }
@@ -115,22 +111,19 @@ struct LinkedClasses : Registry
         opens.setHook([this](auto open, HKEY key, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) {
             const bool asLink = (options & REG_OPTION_OPEN_LINK) != 0 &&
                                 (_wcsicmp(path, classes.c_str()) == 0 || std::wcscmp(path, L"Classes") == 0);
-            return asLink ? open(root, L"link", options, access, opened)
-                          : open(key, path, options, access, opened);
+            return open(asLink ? root : key, asLink ? L"link" : path, options, access, opened);
         });
-        names.setHook([this](auto original, HANDLE key, int what, PVOID result, ULONG size, PULONG length) {
-            const NTSTATUS status = original(key, what, result, size, length);
+        names.setHook(after([this](NTSTATUS status, HANDLE, int, PVOID result, ULONG, PULONG length) {
             auto* const count = static_cast<ULONG*>(result);
             auto* const text = reinterpret_cast<wchar_t*>(count + 1);
             const std::wstring told(text, status == 0 ? *count / sizeof(wchar_t) : 0);
             const bool isLink = told == user + L"\\" + kRoot + L"\\link";
             if (!isLink && !told.starts_with(own))
-                return status;
+                return;
             const std::wstring shown = isLink ? own : name.empty() ? name : name + told.substr(own.size());
             *count = static_cast<ULONG>(shown.copy(text, shown.size()) * sizeof(wchar_t));
             *length = *count + sizeof(ULONG);
-            return status;
-        });
+        }));
     }
     ~LinkedClasses() override { RegDeleteKeyW(HKEY_CURRENT_USER, inner.c_str()); }
 
@@ -142,7 +135,6 @@ struct LinkedClasses : Registry
     Replaced<"RegOpenKeyExW", decltype(&RegOpenKeyExW)> opens;
     Replaced<"NtQueryKey", NTSTATUS(NTAPI*)(HANDLE, int, PVOID, ULONG, PULONG)> names;
 };
-} // namespace
 
 TEST_F(Sessions, TheUserIsTheConsolesOrTheOnlyOtherOrTheOneThatIsChosen)
 {
@@ -192,8 +184,7 @@ TEST_F(Sessions, AThreadThatStandsForAClientAsksAsTheProcess)
     refusesClients = true;
     for (const DWORD code : {0L, ERROR_NOT_ENOUGH_QUOTA}) {
         ASSERT_TRUE(ImpersonateSelf(SecurityIdentification));
-        Replaced<"ImpersonateLoggedOnUser", decltype(&ImpersonateLoggedOnUser)> changes(code != 0 ? 1 : 0,
-                                                                                        FALSE, code);
+        Replaced<"ImpersonateLoggedOnUser", decltype(&ImpersonateLoggedOnUser)> calls(code != 0, FALSE, code);
         asked.clear();
         EXPECT_EQ(codeOf([] { static_cast<void>(keyOf(kRoot)->getHKEY()); }), code);
         EXPECT_EQ(asked.size(), 2U);
@@ -213,11 +204,10 @@ TEST_F(Sessions, ShortNamesInTheTemporaryFolderAreMadeLong)
         std::wcscpy(path, (folder + L"\\").c_str());
         return static_cast<DWORD>(folder.size() + 1);
     });
-    Replaced<"GetLongPathNameW", decltype(&GetLongPathNameW)> longNames(
-        [](auto, LPCWSTR, LPWSTR path, DWORD) {
-            std::wcscpy(path, L"C:\\Users\\administrator\\");
-            return 23UL;
-        });
+    Replaced<"GetLongPathNameW", decltype(&GetLongPathNameW)> longs([](auto, LPCWSTR, LPWSTR path, DWORD) {
+        std::wcscpy(path, L"C:\\Users\\administrator\\");
+        return 23UL;
+    });
     EXPECT_EQ(expanded(L"%temp%"), folder) << "one that is not there has no other name";
     CreateDirectoryW(folder.c_str(), nullptr);
     EXPECT_EQ(expanded(L"%temp%"), L"C:\\Users\\administrator");

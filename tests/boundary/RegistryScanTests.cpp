@@ -172,9 +172,8 @@ TEST_F(Registry, DeletionsThatFail)
     const auto remove = [] { keyOf(kRoot)->deleteItem(); };
     for (long n = 1; n <= 4; ++n) {
         addKey(L"a\\b", L"c");
-        const Replaced<"NtDeleteKey", decltype(&NtDeleteKey)> deletes(n, static_cast<NTSTATUS>(0xC0000022),
-                                                                      0);
-        EXPECT_TRUE(codeOf(remove) == ERROR_ACCESS_DENIED && deletes.calls() == n);
+        const Replaced<"NtDeleteKey", decltype(&NtDeleteKey)> tries(n, static_cast<NTSTATUS>(0xC0000022), 0);
+        EXPECT_TRUE(codeOf(remove) == ERROR_ACCESS_DENIED && tries.calls() == n);
     }
     // A name with a zero inside, which Win32 would take for its neighbour's name.
     addKey(L"name");
@@ -193,12 +192,10 @@ TEST_F(Registry, DeletionsThatFail)
     // What somebody else deletes meanwhile does not stop it.
     addKey(L"a\\b", L"c");
     Replaced<"RegEnumKeyExW", decltype(&RegEnumKeyExW)> keys(
-        [](auto original, HKEY key, DWORD index, LPWSTR found, auto... rest) {
-            const LSTATUS status = original(key, index, found, rest...);
+        after([](LSTATUS status, HKEY key, DWORD, LPWSTR found, auto...) {
             if (status == ERROR_SUCCESS && found[0] == L'c')
                 RegDeleteTreeW(key, found);
-            return status;
-        });
+        }));
     remove();
     EXPECT_EQ(keyOf(kRoot)->exists(), 0);
 }

@@ -34,9 +34,8 @@ TEST(ScanPaths, SayWhetherTheyHaveSubfolders)
 
 TEST_F(Registry, PathsSayWhetherTheyHaveSubkeysAndGiveTheirOwnValues)
 {
-    const auto ask = [&] {
-        return hasSubfolders(CreateRegistryPath(L"p", HKEY_CURRENT_USER, kRoot.c_str(), 0));
-    };
+    const auto make = [] { return CreateRegistryPath(L"p", HKEY_CURRENT_USER, kRoot.c_str(), 0); };
+    const auto ask = [&] { return hasSubfolders(make()); };
     addValue(L"a");
     EXPECT_EQ(ask(), 0);
     addLink(L"link", keyName(root) + L"\\target");
@@ -46,7 +45,7 @@ TEST_F(Registry, PathsSayWhetherTheyHaveSubkeysAndGiveTheirOwnValues)
     addValue(L"b");
     addValue(L"below", "", L"key");
 
-    const SharedPtr<ScanItem> item = itemOf(CreateRegistryPath(L"p", HKEY_CURRENT_USER, kRoot.c_str(), 0));
+    const SharedPtr<ScanItem> item = itemOf(make());
     auto& path = dynamic_cast<IScanPath&>(*item);
     const auto results = [&](std::uint32_t key) {
         std::set<std::wstring> paths;

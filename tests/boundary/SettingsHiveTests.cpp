@@ -1,11 +1,9 @@
 #include "core/win32/registry/settingshive/api.h"
 
 #include "support/Faults.h"
-#include "support/Threads.h"
 #include "support/Utilities.h"
 #include "support/Wipe.h"
 
-namespace {
 using Moves = Replaced<"MoveFileExW", decltype(&MoveFileExW)>;
 
 struct SettingsHiveTest : testing::Test
@@ -55,20 +53,12 @@ struct SettingsHiveTest : testing::Test
         return listOf(
             [&](auto** names, auto* count) { return SettingsHiveEnumerateValues(hive, key, names, count); });
     }
-    /// The names of the folder's entries.
-    [[nodiscard]] std::wstring entries() const
-    {
-        std::wstring names;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-            names += entry.path().filename().wstring() + L" ";
-        return names;
-    }
+    [[nodiscard]] std::wstring entries() const { return entriesOf(folder); }
 
     const std::wstring folder = scratchFolder();
     const std::wstring file = folder + L"\\settings.hive";
     void* hive = nullptr;
 };
-} // namespace
 
 TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
 {
@@ -248,10 +238,7 @@ TEST_F(SettingsHiveTest, ReplacesOnlyTheFileThatItHasRead)
     EXPECT_EQ(save(), 1006) << "there was none";
     DeleteFileW(file.c_str());
     // Changed while the new file is written.
-    Flushes flushes([&](auto original, HANDLE opened) {
-        writeBytes(file, Bytes(2, 'x'));
-        return original(opened);
-    });
+    Flushes flushes(before([&](auto) { writeBytes(file, Bytes(2, 'x')); }));
     EXPECT_EQ(save(), 1006);
     EXPECT_EQ(entries(), L"settings.hive ");
 }
@@ -317,10 +304,7 @@ TEST_F(SettingsHiveTest, LoseAndKeepNothingWhenTheyFail)
     for (int i = 0; i < 80; ++i) // more are found by an index
         set(L"key", std::to_wstring(i).c_str(), L"x");
     {
-        const Moves moves([&](auto original, LPCWSTR from, LPCWSTR to, DWORD flags) {
-            writeBytes(file, {1, 2, 3});
-            return original(from, to, flags);
-        });
+        const Moves moves(before([&](auto...) { writeBytes(file, {1, 2, 3}); }));
         EXPECT_EQ(save(), ERROR_FILE_INVALID);
     }
     EXPECT_EQ(readBytes(file), (Bytes{1, 2, 3}));
@@ -442,10 +426,8 @@ TEST_F(SettingsHiveTest, KeepsNoCopyOfADamagedFileThatStays)
     EXPECT_EQ(readBytes(file + L".damaged"), Bytes(5000, 'x'));
 }
 
-namespace {
 constexpr const wchar_t* kShared = L"SYSMAINT_SHARED_HIVE";
 constexpr const wchar_t* kCalls = L"SYSMAINT_CALLS";
-} // namespace
 
 // Only for the processes that the next test starts.
 TEST(SettingsHiveChild, DISABLED_Dies)
@@ -454,12 +436,10 @@ TEST(SettingsHiveChild, DISABLED_Dies)
     const bool isDamaged = asNumber(SettingsHiveGetState)(hive) != 0;
     EXPECT_EQ(SettingsHiveSetText(hive, L"", L"which", L"the new one"), 0);
     long left = std::wcstol(_wgetenv(kCalls), nullptr, 10);
-    const auto dieAfter = [&left](auto original, auto... arguments) {
-        const auto result = original(arguments...);
+    auto dieAfter = after([&left](auto...) {
         if (--left == 0)
             TerminateProcess(GetCurrentProcess(), 7);
-        return result;
-    };
+    });
     const Opens opens(dieAfter);
     const Writes writes(dieAfter);
     Flushes flushes(dieAfter);

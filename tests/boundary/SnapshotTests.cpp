@@ -5,7 +5,6 @@
 #include "core/win32/utils/restoremanager/api.h"
 #include "support/RestoreClient.h"
 
-namespace {
 constexpr std::size_t kLongestLine = 32766;
 using Starts = Replaced<"CreateProcessW", decltype(&::CreateProcessW)>;
 
@@ -47,7 +46,6 @@ struct SnapshotTest : testing::Test
     std::unique_ptr<IVRL> vrl{DllGetVRL()};
     long long arguments = 0;
 };
-} // namespace
 
 TEST_F(SnapshotTest, TellsTheToolEveryCombinationToTheCharacter)
 {

@@ -206,11 +206,8 @@ TEST(Windows, NoWorkerIsSuspendedInAHeap)
     std::multiset<HANDLE> held;
     bool all = false;
     Replaced<"HeapLock", decltype(&HeapLock)> locks(before([&](HANDLE heap) { held.insert(heap); }));
-    Replaced<"HeapUnlock", decltype(&HeapUnlock)> unlocks([&](auto original, HANDLE heap) {
-        const BOOL done = original(heap);
-        held.erase(held.find(heap));
-        return done;
-    });
+    Replaced<"HeapUnlock", decltype(&HeapUnlock)> unlocks(
+        after([&](BOOL, HANDLE heap) { held.erase(held.find(heap)); }));
     const Replaced<"SuspendThread", decltype(&SuspendThread)> suspends(before([&](auto) {
         HANDLE heaps[256];
         const DWORD count = GetProcessHeaps(256, heaps);

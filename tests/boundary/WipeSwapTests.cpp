@@ -3,7 +3,6 @@
 #include "support/Links.h"
 #include "support/Wipe.h"
 
-namespace {
 /// A tree "tree\sub\one, two", and outside it "precious\one, two", which nobody ever names.
 struct WipeSwapTest : WipeTest
 {
@@ -47,7 +46,6 @@ struct WipeSwapTest : WipeTest
     std::wstring linkPath;
     Attributes attributes;
 };
-} // namespace
 
 TEST_F(WipeSwapTest, FoldersThatBecomeLinksKeepWhatTheyLeadTo)
 {

@@ -2,7 +2,6 @@
 #include "support/Passes.h"
 #include "support/Wipe.h"
 
-namespace {
 constexpr std::uint32_t kKinds[] = {kWipeFile, kWipeDirectoryStack, kWipeFreeSpace, kWipePartition};
 using Seeks = Replaced<"SetFilePointerEx", decltype(&SetFilePointerEx)>;
 
@@ -67,7 +66,6 @@ struct WiperTest : WipeTest
     DWORD handles = 0;
     FreeSpaceQueries space;
 };
-} // namespace
 
 TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
 {
@@ -96,8 +94,8 @@ TEST_F(WiperTest, WritesExactlyTheBytesOfEveryPassAndChunkAndCallsNothingInVain)
         const std::size_t count = chunks * passes * each;
         ASSERT_EQ(writes.size(), count);
         EXPECT_EQ(flushes.calls() - count, 0U);
-        EXPECT_EQ(seeks.calls() - (method == 3 ? count : 0),
-                  (size == 0 ? 0 : passes) + 1U); // one for the cut
+        // One is for the cut.
+        EXPECT_EQ(seeks.calls() - (method == 3 ? count : 0), (size == 0 ? 0 : passes) + 1U);
         EXPECT_EQ(polls.calls() - chunks * passes * (method == 3 ? 36 : 1), passes + 1U);
         for (std::size_t n = 0; n < count; ++n) {
             const auto& [offset, bytes] = writes[n];
@@ -190,12 +188,10 @@ TEST_F(WiperTest, CutsAndDeletesItsOwnFillerAlone)
     expectNothingElseChanged();
     // Truncated while it is open, because somebody may open it next.
     long cuts = 0;
-    Settings cutting([&](auto original, HANDLE file, auto... rest) {
-        const BOOL cut = original(file, rest...);
+    Settings cutting(after([&](BOOL cut, HANDLE file, auto...) {
         cuts += cut && GetFileSize(file, nullptr) == 0 ? 1 : 0;
         files.failCall(1, INVALID_HANDLE_VALUE, ERROR_IO_DEVICE);
-        return cut;
-    });
+    }));
     Deletions deleting;
     // Only what cannot be deleted either goes on the list.
     for (const bool canBeDeleted : {true, false}) {
@@ -234,11 +230,8 @@ TEST_F(WiperTest, DecompressesAFillerInACompressedFolderAlone)
     Looks asking;
     Controls control;
     EXPECT_TRUE(wipe(kWipeFreeSpace) == 0 && control.calls() == 0);
-    asking.setHook([](auto original, HANDLE file, auto* information) {
-        const BOOL asked = original(file, information);
-        information->dwFileAttributes |= FILE_ATTRIBUTE_COMPRESSED;
-        return asked;
-    });
+    asking.setHook(after(
+        [](BOOL, HANDLE, auto* information) { information->dwFileAttributes |= FILE_ATTRIBUTE_COMPRESSED; }));
     for (const BOOL works : {FALSE, TRUE}) {
         control.failCall(1, works, ERROR_WRITE_PROTECT);
         EXPECT_EQ(wipe(kWipeFreeSpace), works ? 0 : ERROR_WRITE_PROTECT);
@@ -271,13 +264,11 @@ TEST_F(WiperTest, RemovesLinksAndLeavesAloneWhatTheyLeadTo)
     const std::wstring file = at(L"file"), target = at(L"target");
     ASSERT_TRUE(CreateHardLinkW(target.c_str(), file.c_str(), nullptr));
     DWORD tag = IO_REPARSE_TAG_SYMLINK;
-    AskedHandle tags([&](auto original, HANDLE opened, auto what, LPVOID data, DWORD size) {
-        const BOOL told = original(opened, what, data, size);
+    AskedHandle tags(after([&](BOOL, HANDLE, auto, LPVOID data, DWORD) {
         auto& info = *static_cast<FILE_ATTRIBUTE_TAG_INFO*>(data);
         info.FileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
         info.ReparseTag = tag;
-        return told;
-    });
+    }));
     EXPECT_TRUE(wipe(kWipeFile, kWipeGutmann) == 0 && !isThere(file) && readBytes(target) == secret);
 
     // A link to a folder is removed like a folder.
@@ -318,12 +309,10 @@ TEST_F(WiperTest, OverwritesStreamsToo)
     const Replaced<"FindClose", decltype(&FindClose)> close(
         [&](auto original, HANDLE handle) { return handle == search || original(handle); });
     bool isOthers = false;
-    const Looks identity([&](auto original, HANDLE file, auto* information) {
-        const BOOL told = original(file, information);
+    const Looks identity(after([&](BOOL, HANDLE, auto* information) {
         if (!isOthers) // a stream has its file's number
             information->nFileIndexLow = information->nFileIndexHigh = 0;
-        return told;
-    });
+    }));
     // The search that fails; a stream of another file than the one examined: a link was put in between.
     const std::size_t size = kChunk + 3;
     for (const std::uint32_t kind : {kWipeFile, kWipeDirectoryStack})

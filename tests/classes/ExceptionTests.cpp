@@ -122,9 +122,8 @@ TEST(Exceptions, UnservedMessagesFailTheirAssertion)
             ADD_FAILURE() << line;
         } catch (const Exception& raised) {
             EXPECT_EQ(raised.getCode(), 120U);
-            const auto place =
-                L"Function: IMessageHandler::onMessage\nLine: " + std::to_wstring(line) + L"\n";
-            EXPECT_NE(std::wstring(raised.getText()).find(place), std::wstring::npos);
+            const auto at = L"Function: IMessageHandler::onMessage\nLine: " + std::to_wstring(line) + L"\n";
+            EXPECT_NE(std::wstring(raised.getText()).find(at), std::wstring::npos);
         }
         EXPECT_EQ(events, L"================== ASSERT ==================\nsleep 20000\nfalse" +
                               std::to_wstring(line - 1));

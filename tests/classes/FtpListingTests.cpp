@@ -3,6 +3,8 @@
 #include "support/Test.h"
 
 namespace {
+constexpr auto kPlain = FtpListing::Form::Plain, kMachine = FtpListing::Form::Machine;
+
 /// The entries of a listing in one line: kind, size and name of each; before them "code N", if it is wrong.
 std::wstring entriesOf(std::string_view text, FtpListing::Form form)
 {
@@ -41,13 +43,13 @@ TEST(FtpListing, UnderstandsWhatUnixAndDosWrite)
          L"f7 café|f7 café|"},
     };
     for (const auto& [text, expected] : rows)
-        EXPECT_EQ(entriesOf(text, FtpListing::Form::Plain), expected) << text;
+        EXPECT_EQ(entriesOf(text, kPlain), expected) << text;
     for (const char* wrong :
          {"hello", "total", "-rw-r--r-- 1 u g x Jan 1 00:00 a", "drwx 1 u g 7 Jan 1 00:00 a",
           "-rw-r--r-- 1 u g 7 Jan 1", "01-18-24 10:12AM x name"})
-        EXPECT_EQ(entriesOf(std::string("total 1\n") + wrong, FtpListing::Form::Plain), L"code 13") << wrong;
-    EXPECT_EQ(entriesOf("total\n", FtpListing::Form::Plain), L"code 13") << "no count";
-    EXPECT_EQ(entriesOf("total 1\n01-18-24 10:12AM <DIR>", FtpListing::Form::Plain), L"code 123");
+        EXPECT_EQ(entriesOf(std::string("total 1\n") + wrong, kPlain), L"code 13") << wrong;
+    EXPECT_EQ(entriesOf("total\n", kPlain), L"code 13") << "no count";
+    EXPECT_EQ(entriesOf("total 1\n01-18-24 10:12AM <DIR>", kPlain), L"code 123");
 }
 
 TEST(FtpListing, UnderstandsMachineListings)
@@ -62,13 +64,12 @@ TEST(FtpListing, UnderstandsMachineListings)
         {"type=file;  leading", L"f-  leading|"},
     };
     for (const auto& [text, expected] : rows)
-        EXPECT_EQ(entriesOf(text, FtpListing::Form::Machine), expected) << text;
+        EXPECT_EQ(entriesOf(text, kMachine), expected) << text;
     for (const char* text : {"type=file;name", "type=file x", "type; x", " plain", "size=7; x"})
-        EXPECT_EQ(entriesOf(text, FtpListing::Form::Machine), L"code 13") << text;
+        EXPECT_EQ(entriesOf(text, kMachine), L"code 13") << text;
     for (const char* name : {"", "a/b", "/etc", "a\\b", "..\\x", "a\tb", "a\x7F", "\xC2\x80", "\xE2\x80\xA8"})
-        EXPECT_EQ(
-            entriesOf(std::string("type=file; ") + name + "\r\ntype=file; b", FtpListing::Form::Machine),
-            L"code 123f- b|")
+        EXPECT_EQ(entriesOf(std::string("type=file; ") + name + "\r\ntype=file; b", kMachine),
+                  L"code 123f- b|")
             << name;
 }
 

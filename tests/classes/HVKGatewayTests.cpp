@@ -107,9 +107,7 @@ TEST(HVKGateway, AccountsForEveryFileWhateverTheServerAnswers)
     for (std::size_t length = 0; length < 8; ++length)
         rows.emplace_back(
             "cut",
-            [=](const std::string& request, void*) {
-                return LookupServer::statuses(request).substr(0, length);
-            },
+            [=](const std::string& asked, void*) { return LookupServer::statuses(asked).substr(0, length); },
             Raised{ERROR_BROKEN_PIPE, 325}, 0);
     for (const auto& [name, answer, failure, posted] : rows) {
         SCOPED_TRACE(name);

@@ -1,16 +1,10 @@
-#include "support/Test.h"
-
-#include <shlwapi.h>
-
-#include "core/win32/utils/scanengine/include/CompiledRules.h"
 #include "core/win32/utils/scanengine/include/File.h"
-#include "core/win32/utils/scanengine/include/PatternGroup.h"
-#include "core/win32/utils/scanengine/include/ScanRule.h"
 #include "core/win32/utils/scanengine/include/ScanValidator.h"
-#include "core/win32/utils/strings/include/CaseFolding.h"
 #include "core/win32/utils/strings/include/WildcardMatcher.h"
 #include "support/ImportReplacement.h"
 #include "support/Threads.h"
+
+#include <shlwapi.h>
 
 namespace {
 using casefolding::FoldedText;

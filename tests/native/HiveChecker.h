@@ -1,13 +1,11 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <map>
 #include <set>
 #include <span>
 #include <stdexcept>
-#include <string>
 
 #include "core/win32/registry/offline/include/HiveNames.h"
 

@@ -54,8 +54,7 @@ void change(Hive& hive, std::span<const std::byte> bytes)
                 hive.setValue(key, name, what, bytes.first(std::min<std::size_t>(bytes.size(), what * what)),
                               i);
         } catch (const long code) {
-            require(code == kTooDeep || code == kInvalidName || code == kNotPossible,
-                    "a code of another kind");
+            require(code == kTooDeep || code == kInvalidName || code == kNotPossible, "another code");
         }
     }
 }

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <random>
 
 #include "HiveChecker.h"
@@ -159,8 +158,7 @@ TEST(HostileHives, AreRefusedAndSalvaged)
             row.width = 4;
             row.code = kDamagedHive;
         }
-        const std::size_t cell =
-            row.cell == nullptr ? 0 : layout::kPage + cells.*row.cell + layout::kCellHeader;
+        const auto cell = row.cell == nullptr ? 0 : layout::kPage + cells.*row.cell + layout::kCellHeader;
         std::memcpy(bytes.data() + cell + row.place, &row.value, static_cast<std::size_t>(row.width));
         if (row.place != 0 || row.cell != nullptr)
             seal(bytes);
@@ -399,8 +397,7 @@ TEST(HiveTree, NeedsLittleMemory)
     for (int round = 0; round < 30; ++round) {
         Bytes bytes = good;
         for (int place = 0; place < round * 1000; ++place)
-            bytes[layout::kPage + random() % (bytes.size() - layout::kPage)] =
-                static_cast<std::byte>(random());
+            bytes[layout::kPage + random() % (bytes.size() - layout::kPage)] = std::byte(random());
         const std::size_t before = most = __sanitizer_get_current_allocated_bytes();
         std::vector<Loss> losses;
         const Hive read = Hive::salvage(std::span<const std::byte>(bytes), losses);

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include "core/win32/registry/offline/include/HiveFile.h"
 
 /// UTF-8; half a pair becomes U+FFFD, and a control character its picture, as it could end a field.

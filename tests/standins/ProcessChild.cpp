@@ -15,14 +15,13 @@ void startSelf(const std::wstring& arguments)
     wchar_t program[1024];
     GetModuleFileNameW(nullptr, program, 1024);
     std::wstring command = L"process_child " + arguments;
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION started{};
-    if (!CreateProcessW(program, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                        &started))
+    STARTUPINFOW with{};
+    with.cb = sizeof with;
+    PROCESS_INFORMATION child{};
+    if (!CreateProcessW(program, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &with, &child))
         std::exit(3);
-    CloseHandle(started.hThread);
-    CloseHandle(started.hProcess);
+    CloseHandle(child.hThread);
+    CloseHandle(child.hProcess);
 }
 
 void write(const void* data, std::size_t size)

@@ -5,6 +5,7 @@
 #include "support/Test.h"
 
 using ConnectionHandle = SmartHandle<CloseConnection>;
+inline constexpr auto kClient = ConnectionRole::Client, kServer = ConnectionRole::Server;
 
 template <class Number>
 std::string bytesOf(Number value)
@@ -26,10 +27,7 @@ inline std::string framed(std::uint32_t messageClass, const std::string& body)
 /// A server, a client of it, and the server's end of that, over a pipe or a socket.
 struct Connected
 {
-    explicit Connected(bool pipe, const wchar_t* host = L"127.0.0.1") : isPipe(pipe), address(host)
-    {
-        renew();
-    }
+    explicit Connected(bool pipe, const wchar_t* on = L"127.0.0.1") : isPipe(pipe), address(on) { renew(); }
     /// New ones in place of these, however they are.
     void renew()
     {
@@ -43,9 +41,8 @@ struct Connected
     }
     static ConnectionHandle makeServer(bool pipe, const wchar_t* host = L"127.0.0.1")
     {
-        return ConnectionHandle(
-            pipe ? CreatePipeConnection(L"sysmaint test\\server", ConnectionRole::Server)
-                 : CreateSocketConnection(ConnectionRole::Server, L"sysmaint test\\server", host, 0, 0));
+        return ConnectionHandle(pipe ? CreatePipeConnection(L"sysmaint test\\server", kServer)
+                                     : CreateSocketConnection(kServer, L"sysmaint test\\server", host, 0, 0));
     }
     /// A client of the server that listens.
     [[nodiscard]] ConnectionHandle makeClient(const wchar_t* name, const wchar_t* host = L"localhost") const
@@ -53,9 +50,8 @@ struct Connected
         unsigned short port = 0;
         const std::wstring fullName = std::wstring(L"sysmaint test\\").append(name);
         if (ConnectionGetPort(server.get(), &port) != ERROR_SUCCESS)
-            return ConnectionHandle(CreatePipeConnection(fullName.c_str(), ConnectionRole::Client));
-        return ConnectionHandle(
-            CreateSocketConnection(ConnectionRole::Client, fullName.c_str(), host, port, 0));
+            return ConnectionHandle(CreatePipeConnection(fullName.c_str(), kClient));
+        return ConnectionHandle(CreateSocketConnection(kClient, fullName.c_str(), host, port, 0));
     }
     void connect()
     {

@@ -19,10 +19,9 @@ void print(const char* format, Values... values)
 {
     std::array<char, 512> line;
     const int length = std::snprintf(line.data(), line.size(), format, values...);
-    DWORD written = 0;
+    DWORD done = 0;
     if (length > 0)
-        WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), line.data(), static_cast<DWORD>(length), &written,
-                  nullptr);
+        WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), line.data(), static_cast<DWORD>(length), &done, nullptr);
 }
 
 // The name by which a module exports; programs have none.
@@ -71,11 +70,6 @@ void HangReport::OnTestStart(const testing::TestInfo& begun)
 {
     m_begin = GetTickCount64();
     test = &begun;
-}
-
-void HangReport::OnTestEnd(const testing::TestInfo& /*ended*/)
-{
-    test = nullptr;
 }
 
 DWORD WINAPI HangReport::watch(void* self)

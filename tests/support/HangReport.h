@@ -18,7 +18,7 @@ public:
     [[noreturn]] static void endProgram();
 
     void OnTestStart(const testing::TestInfo& test) override;
-    void OnTestEnd(const testing::TestInfo& test) override;
+    void OnTestEnd(const testing::TestInfo& /*ended*/) override { test = nullptr; }
 
 private:
     static DWORD WINAPI watch(void* self);

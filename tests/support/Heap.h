@@ -21,31 +21,25 @@ public:
         s_live = 0;
         disarm();
         // This program itself uses the system's functions, except for what frees.
-        replace(
-            module, "HeapAlloc", +[](HANDLE heap, DWORD flags, SIZE_T size) {
-                return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
-            });
-        replace(
-            module, "HeapReAlloc", +[](HANDLE heap, DWORD flags, void* old, SIZE_T size) {
-                return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
-            });
+        replace(module, "HeapAlloc", [](HANDLE heap, DWORD flags, SIZE_T size) {
+            return taken(nullptr, [&] { return HeapAlloc(heap, flags, size); });
+        });
+        replace(module, "HeapReAlloc", [](HANDLE heap, DWORD flags, void* old, SIZE_T size) {
+            return taken(old, [&] { return HeapReAlloc(heap, flags, old, size); });
+        });
         replace(module, "malloc", &allocate);
-        replace(
-            module, "calloc", +[](std::size_t count, std::size_t size) {
-                return taken(nullptr, [&] { return std::calloc(count, size); });
-            });
-        replace(
-            module, "realloc", +[](void* old, std::size_t size) {
-                return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
-            });
+        replace(module, "calloc", [](std::size_t count, std::size_t size) {
+            return taken(nullptr, [&] { return std::calloc(count, size); });
+        });
+        replace(module, "realloc", [](void* old, std::size_t size) {
+            return old == nullptr ? allocate(size) : taken(old, [&] { return std::realloc(old, size); });
+        });
         const HMODULE own = GetModuleHandleW(nullptr);
         for (const HMODULE giver : {module, own}) {
-            replace(
-                giver, "HeapFree", +[](HANDLE heap, DWORD flags, void* address) {
-                    return given(address), s_heapFree(heap, flags, address);
-                });
-            replace(
-                giver, "free", +[](void* address) { given(address), s_free(address); });
+            replace(giver, "HeapFree", [](HANDLE heap, DWORD flags, void* address) {
+                return given(address), s_heapFree(heap, flags, address);
+            });
+            replace(giver, "free", [](void* address) { given(address), s_free(address); });
         }
         const ImportReplacement measured(own, "malloc", reinterpret_cast<void*>(&measure));
         for (int turn = 0; turn < 2; ++turn) // a thread's first exception allocates more than itself
@@ -146,9 +140,9 @@ private:
     }
 
     template <class Hook>
-    void replace(HMODULE module, const char* name, Hook* hook)
+    void replace(HMODULE module, const char* name, Hook hook)
     {
-        m_replacements.emplace_back(module, name, reinterpret_cast<void*>(hook));
+        m_replacements.emplace_back(module, name, reinterpret_cast<void*>(+hook));
     }
 
     std::deque<ImportReplacement> m_replacements;

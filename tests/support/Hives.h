@@ -29,6 +29,22 @@ inline Bytes hiveOf(std::uint32_t emptyBins, const offline::Hive& content = offl
     return hive;
 }
 
+/// The system's offreg.dll for a scope: a stand-in for it, or none.
+struct OffregLibrary
+{
+    explicit OffregLibrary(bool isThere) : exists(isThere) {}
+
+    bool exists;
+    const Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads{
+        [this](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            if (std::wstring_view(name) != L"offreg.dll")
+                return original(name, file, flags);
+            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
+            SetLastError(ERROR_MOD_NOT_FOUND);
+            return exists ? LoadLibraryW(besideTests(L"offline_registry.dll").c_str()) : nullptr;
+        }};
+};
+
 /// A run of clusters: how many, and where they are on the volume; -1 for nowhere.
 struct Extent
 {

@@ -159,12 +159,21 @@ struct Replaced : CountedImport<Name, Function>
     }
 };
 
+using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
+
 /// A hook that does something before each call, with the arguments that it passes on.
 template <class Action>
 auto before(Action action)
 {
+    return [action](auto original, auto... all) mutable { return action(all...), original(all...); };
+}
+/// A hook that does something after each call, with its result and its arguments.
+template <class Action>
+auto after(Action action)
+{
     return [action](auto original, auto... arguments) mutable {
-        return action(arguments...), original(arguments...);
+        const auto result = original(arguments...);
+        return action(result, arguments...), result;
     };
 }
 /// A hook that makes those calls fail with `code` whose arguments fulfil `isFailing`.

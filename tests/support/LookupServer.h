@@ -60,8 +60,7 @@ private:
     }
 
     Answer m_answer;
-    ConnectionHandle m_server{
-        CreateSocketConnection(ConnectionRole::Server, L"lookup server", L"127.0.0.1", 0, 0)};
+    ConnectionHandle m_server{CreateSocketConnection(kServer, L"lookup server", L"127.0.0.1", 0, 0)};
     unsigned short m_port = 0;
     std::atomic<bool> m_stopping{false};
     std::mutex m_mutex;

@@ -19,10 +19,7 @@ public:
         });
     }
 
-    static void answer(const wchar_t* answers)
-    {
-        SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", answers);
-    }
+    static void answer(const wchar_t* text) { SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", text); }
     /// The calls since the last time.
     std::wstring takeRecord() const
     {

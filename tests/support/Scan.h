@@ -16,9 +16,7 @@ using AskedHandle = Replaced<"GetFileInformationByHandleEx", decltype(&GetFileIn
 /// A hook for it: shows each entry that the system lists to `change`.
 inline auto changingEntries(const std::function<void(FILE_ID_BOTH_DIR_INFO&)>& change)
 {
-    return [change](auto original, HANDLE file, FILE_INFO_BY_HANDLE_CLASS question, void* answer,
-                    DWORD size) {
-        const BOOL result = original(file, question, answer, size);
+    return after([change](BOOL result, HANDLE, FILE_INFO_BY_HANDLE_CLASS question, void* answer, DWORD) {
         const bool lists = question == FileIdBothDirectoryInfo || question == FileIdBothDirectoryRestartInfo;
         for (DWORD offset = result && lists ? 1 : 0; offset != 0;) {
             auto& entry = *static_cast<FILE_ID_BOTH_DIR_INFO*>(answer);
@@ -26,8 +24,7 @@ inline auto changingEntries(const std::function<void(FILE_ID_BOTH_DIR_INFO&)>& c
             answer = static_cast<char*>(answer) + offset;
             change(entry);
         }
-        return result;
-    };
+    });
 }
 
 /// Collects what a scan reports, separately what could not be listed, and runs the test's action on each

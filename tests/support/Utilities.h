@@ -51,11 +51,6 @@ std::basic_string<Char> textOf(Call&& call)
     const std::string failure = "code " + std::to_string(code);
     return {failure.begin(), failure.end()};
 }
-template <class Call>
-std::wstring wideOf(Call&& call)
-{
-    return textOf<wchar_t>(call);
-}
 
 /// The number that a call returned, or minus its code.
 template <class T, class Call>
@@ -72,24 +67,22 @@ int flagOf(Call&& call)
     return static_cast<int>(numberOf<int>(call));
 }
 
-template <class... Parameters>
-using ResultOf =
-    std::remove_pointer_t<std::tuple_element_t<sizeof...(Parameters) - 1, std::tuple<Parameters...>>>;
+template <class... Types>
+using ResultOf = std::remove_pointer_t<std::tuple_element_t<sizeof...(Types) - 1, std::tuple<Types...>>>;
 /// A function whose last parameter takes a text or a number, as one that returns it, or the code as above.
-template <class... Parameters>
-auto asText(long (*function)(Parameters...))
+template <class... Types>
+auto asText(long (*function)(Types...))
 {
     return [function](auto... arguments) {
-        return textOf<std::remove_pointer_t<ResultOf<Parameters...>>>(
+        return textOf<std::remove_pointer_t<ResultOf<Types...>>>(
             [&](auto** text) { return function(arguments..., text); });
     };
 }
-template <class... Parameters>
-auto asNumber(long (*function)(Parameters...))
+template <class... Types>
+auto asNumber(long (*function)(Types...))
 {
     return [function](auto... arguments) {
-        return numberOf<ResultOf<Parameters...>>(
-            [&](auto* number) { return function(arguments..., number); });
+        return numberOf<ResultOf<Types...>>([&](auto* number) { return function(arguments..., number); });
     };
 }
 

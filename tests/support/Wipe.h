@@ -34,6 +34,15 @@ inline std::wstring readText(const std::wstring& path)
     return {reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t)};
 }
 
+/// The names of a folder's entries, each with a blank behind it.
+inline std::wstring entriesOf(const std::wstring& folder)
+{
+    std::wstring names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names += entry.path().filename().wstring() + L" ";
+    return names;
+}
+
 inline bool isThere(const std::wstring& path)
 {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -67,7 +76,6 @@ using Deletions = Replaced<"DeleteFileW", decltype(&DeleteFileW)>;
 using Removals = Replaced<"RemoveDirectoryW", decltype(&RemoveDirectoryW)>;
 using Controls = Replaced<"DeviceIoControl", decltype(&DeviceIoControl)>;
 using Settings = Replaced<"SetFileInformationByHandle", decltype(&SetFileInformationByHandle)>;
-using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
 using Writes = Replaced<"WriteFile", decltype(&WriteFile)>;
 using Flushes = Replaced<"FlushFileBuffers", decltype(&FlushFileBuffers)>;
 using Looks = Replaced<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)>;
@@ -75,11 +83,12 @@ using Attributes = Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)>
 using FreeSpaceQueries = Replaced<"GetDiskFreeSpaceExW", decltype(&GetDiskFreeSpaceExW)>;
 
 /// A hook that tells of a full volume.
-inline BOOL isFull(FreeSpaceQueries::Original, LPCWSTR, PULARGE_INTEGER, PULARGE_INTEGER,
-                   PULARGE_INTEGER free)
+inline const auto isFull = [](auto, LPCWSTR, auto*, auto*, auto* free) { return free->QuadPart = 0, TRUE; };
+
+/// A hook for files that have one attribute more. A missing file has all bits set.
+inline auto markedBy(DWORD mark)
 {
-    free->QuadPart = 0;
-    return TRUE;
+    return [mark](auto original, LPCWSTR path) { return original(path) | mark; };
 }
 
 constexpr std::uint64_t kChunk = 1048576;

@@ -3,7 +3,6 @@
 
 #include "c/sysmaint.h"
 #include "support/Process.h"
-#include "support/Threads.h"
 #include "win32/communication/include/IMessageHandler.h"
 #include "win32/threadpool/include/IThreadContext.h"
 
@@ -76,9 +75,7 @@ int unloadFromWork()
     find(queue, "sysmaint_pool_queue");
     find(close, "sysmaint_pool_close");
     const sysmaint_work_key key{sizeof key, SYSMAINT_SCOPE_WORK, L"c", L"c", 0, 0, nullptr};
-    const auto work = [](void*, const sysmaint_work*) -> std::int32_t {
-        return close(pool) + FreeLibrary(library);
-    };
+    const auto work = [](void*, const sysmaint_work*) { return close(pool) + FreeLibrary(library); };
     if (create(L"unload", &pool) != 0 || queue(pool, &key, work, nullptr, nullptr, 0, nullptr) != 0)
         return 1;
     return comesTrue([] { return !isLoaded(); }) ? kGood : 2;

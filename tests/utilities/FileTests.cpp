@@ -1,24 +1,22 @@
-#include "support/Test.h"
-
-#include <sddl.h>
-
-#include "support/Threads.h"
 #include "support/Utilities.h"
 #include "support/Wipe.h"
 
+#include <sddl.h>
+
 namespace {
-/// A folder that is deleted with the test, and Win32's view of it.
-struct Scratch
+/// A folder that is deleted with the test, and a file in it.
+struct Files : testing::Test
 {
-    Scratch()
+    Files()
     {
         FolderDeleteTree(root.c_str(), nullptr);
         EXPECT_EQ(FolderCreateTree(root.c_str()), 0);
     }
-    ~Scratch() { FolderDeleteTree(root.c_str(), nullptr); }
-    [[nodiscard]] std::wstring operator/(const std::wstring& name) const { return root + L"\\" + name; }
-    const std::wstring root = testPath(L"scratch");
+    ~Files() override { FolderDeleteTree(root.c_str(), nullptr); }
+    [[nodiscard]] std::wstring at(const std::wstring& name) const { return root + L"\\" + name; }
+    const std::wstring root = testPath(L"scratch"), file = at(L"a");
 };
+using Folders = Files;
 
 long write(const std::wstring& path, const std::string& bytes)
 {
@@ -31,13 +29,6 @@ std::string content(const std::wstring& path, unsigned long long limit = 1000)
     const long code = FileReadAll(path.c_str(), limit, &bytes, &size);
     return code != 0 ? "code " + std::to_string(code)
                      : std::string(reinterpret_cast<char*>(bytes.get()), size);
-}
-std::string entries(const std::wstring& folder)
-{
-    std::string names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder))
-        names += entry.path().filename().string() + " ";
-    return names;
 }
 std::string rights(const std::wstring& path)
 {
@@ -56,35 +47,31 @@ long long sizes(const std::wstring& tree, HANDLE cancel = nullptr)
 const auto attributes = [](const std::wstring& path) { return GetFileAttributesW(path.c_str()); };
 } // namespace
 
-TEST(Files, ReadAndWrite)
+TEST_F(Files, ReadAndWrite)
 {
-    const Scratch scratch;
-    const std::wstring file = scratch / L"a";
     EXPECT_EQ(write(file, "first"), 0);
     EXPECT_EQ(write(file, "second"), 0);
     EXPECT_EQ(content(file), "second");
     EXPECT_EQ(content(file, 6), "second");
     EXPECT_EQ(content(file, 5), "code 223");
-    EXPECT_EQ(content(scratch / L"b"), "code 2");
-    EXPECT_EQ(write(scratch / L"no\\a", "x"), 3);
+    EXPECT_EQ(content(at(L"b")), "code 2");
+    EXPECT_EQ(write(at(L"no\\a"), "x"), 3);
     // Whatever fails, the old content stays whole and nothing is left beside it.
     const auto failing = [&](auto&& import, auto result) {
         import.failCall(1, result, ERROR_DISK_FULL);
         EXPECT_EQ(write(file, "third"), 112);
         EXPECT_EQ(content(file), "second");
-        EXPECT_EQ(entries(scratch.root), "a ");
+        EXPECT_EQ(entriesOf(root), L"a ");
     };
     failing(Writes(), FALSE);
     failing(Flushes(), FALSE);
     failing(Replaced<"MoveFileExW", decltype(&MoveFileExW)>(), FALSE);
     failing(Opens(), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(write(scratch / std::wstring(240, L'x'), "x"), 0);
+    EXPECT_EQ(write(at(std::wstring(240, L'x')), "x"), 0);
 }
 
-TEST(Files, AreReplacedInPlaceAndKeepWhatOthersMayDo)
+TEST_F(Files, AreReplacedInPlaceAndKeepWhatOthersMayDo)
 {
-    const Scratch scratch;
-    const std::wstring file = scratch / L"a";
     EXPECT_EQ(write(file, "second"), 0);
     SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
     PSECURITY_DESCRIPTOR open = nullptr;
@@ -106,13 +93,12 @@ TEST(Files, AreReplacedInPlaceAndKeepWhatOthersMayDo)
     SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(write(file, "third"), 6009);
     SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
-    EXPECT_EQ(content(file) + entries(scratch.root), "seconda ");
+    EXPECT_EQ(content(file), "second");
+    EXPECT_EQ(entriesOf(root), L"a ");
 }
 
-TEST(Files, TellSizesTimesAndIdentity)
+TEST_F(Files, TellSizesTimesAndIdentity)
 {
-    const Scratch scratch;
-    const std::wstring file = scratch / L"a";
     EXPECT_EQ(write(file, "second"), 0);
     unsigned long long size = 0, allocated = 0, times[3] = {}, id = 0, other = 0;
     unsigned long serial = 0, links = 0;
@@ -126,15 +112,13 @@ TEST(Files, TellSizesTimesAndIdentity)
     EXPECT_EQ(FileGetTimes(file.c_str(), &times[0], &times[1], &times[2]), 0);
     EXPECT_EQ(times[2], moment);
     EXPECT_EQ(FileGetIdentity(file.c_str(), &serial, &id, &links), 0);
-    EXPECT_EQ(FileGetIdentity((scratch / L".\\a").c_str(), &serial, &other, &links), 0);
+    EXPECT_EQ(FileGetIdentity(at(L".\\a").c_str(), &serial, &other, &links), 0);
     EXPECT_EQ(id, other);
     EXPECT_EQ(links, 1U);
 }
 
-TEST(Files, Delete)
+TEST_F(Files, Delete)
 {
-    const Scratch scratch;
-    const std::wstring file = scratch / L"a";
     unsigned long old = 0;
     int flag = 7;
     EXPECT_EQ(write(file, "x"), 0);
@@ -146,7 +130,7 @@ TEST(Files, Delete)
     EXPECT_EQ(FileDeleteForced(file.c_str(), &flag), 0);
     EXPECT_EQ(flag, 0);
     EXPECT_EQ(FileDeleteForced(file.c_str(), &flag), 2);
-    EXPECT_EQ(FileDeleteForced(scratch.root.c_str(), &flag), 336);
+    EXPECT_EQ(FileDeleteForced(root.c_str(), &flag), 336);
     EXPECT_EQ(write(file, "x"), 0);
     EXPECT_EQ(asNumber(FileIsInUse)(file.c_str()), 0);
     const HANDLE held =
@@ -166,13 +150,13 @@ TEST(Files, Delete)
     Given<unsigned long> ids;
     size_t count = 7;
     EXPECT_EQ(FileGetLockers(file.c_str(), &ids, &count), 0);
-    EXPECT_EQ(FileGetLockers((scratch / L"b").c_str(), &ids, &count), 2);
+    EXPECT_EQ(FileGetLockers(at(L"b").c_str(), &ids, &count), 2);
     for (const wchar_t* refused : {L"C:\\windows", L"\\\\server\\share\\a", L"C:\\windows\\*"})
         EXPECT_EQ(FileMoveToRecycleBin(refused), 50) << utf8(refused);
-    EXPECT_EQ(FileMoveToRecycleBin((scratch / L"b").c_str()), 2);
-    EXPECT_EQ(FileMoveToRecycleBin((scratch / std::wstring(250, L'x')).c_str()), 206);
+    EXPECT_EQ(FileMoveToRecycleBin(at(L"b").c_str()), 2);
+    EXPECT_EQ(FileMoveToRecycleBin(at(std::wstring(250, L'x')).c_str()), 206);
     EXPECT_EQ(FileMoveToRecycleBin(file.c_str()), 0);
-    const std::wstring binned = scratch / L"binned";
+    const std::wstring binned = at(L"binned");
     for (const wchar_t* end : {L"\\", L"/"}) {
         std::filesystem::create_directories(binned + L"\\sub");
         EXPECT_EQ(FileMoveToRecycleBin((binned + end).c_str()), 0);
@@ -181,15 +165,14 @@ TEST(Files, Delete)
     EXPECT_EQ(attributes(file), INVALID_FILE_ATTRIBUTES);
 }
 
-TEST(Folders, TreesAndLinks)
+TEST_F(Folders, TreesAndLinks)
 {
-    const Scratch scratch;
-    std::wstring deep = scratch / L"tree";
+    std::wstring deep = at(L"tree");
     for (int i = 0; i < 20; ++i)
         deep += L"\\" + std::wstring(40, static_cast<wchar_t>(L'a' + i));
     EXPECT_EQ(FolderCreateTree((deep + L"\\").c_str()), 0);
     EXPECT_EQ(FolderCreateTree(deep.c_str()), 0);
-    const std::wstring tree = scratch / L"tree";
+    const std::wstring tree = at(L"tree");
     EXPECT_EQ(write(tree + L"\\report.", "12345"), 0); // a name that Win32 would take for another
     EXPECT_EQ(write(deep + L"\\locked", "123"), 0);
     EXPECT_EQ(FolderCreateTree((tree + L"\\report.\\x").c_str()), 267);
@@ -206,19 +189,17 @@ TEST(Folders, TreesAndLinks)
     EXPECT_EQ(write(tree, "x"), 336) << "a folder is no file to replace";
     // A link that appears between the listing and the deletion is not followed: the platform tells of one
     // here.
-    EXPECT_EQ(FolderCreateTree((scratch / L"outside").c_str()), 0);
-    EXPECT_EQ(write(scratch / L"outside\\keep", "x"), 0);
+    EXPECT_EQ(FolderCreateTree(at(L"outside").c_str()), 0);
+    EXPECT_EQ(write(at(L"outside\\keep"), "x"), 0);
     {
-        Replaced<"GetFileAttributesW", decltype(&GetFileAttributesW)> look(
-            [&](auto original, const wchar_t* path) {
-                const DWORD found = original(path);
-                return std::wstring_view(path).ends_with(L"outside") ? found | FILE_ATTRIBUTE_REPARSE_POINT
-                                                                     : found;
-            });
-        EXPECT_EQ(FolderDeleteTree((scratch / L"outside").c_str(), nullptr), 681);
-        EXPECT_EQ(sizes(scratch / L"outside"), -681);
+        Attributes look([&](auto original, const wchar_t* path) {
+            const bool isIt = std::wstring_view(path).ends_with(L"outside");
+            return original(path) | (isIt ? FILE_ATTRIBUTE_REPARSE_POINT : 0);
+        });
+        EXPECT_EQ(FolderDeleteTree(at(L"outside").c_str(), nullptr), 681);
+        EXPECT_EQ(sizes(at(L"outside")), -681);
     }
-    EXPECT_EQ(content(scratch / L"outside\\keep"), "x");
+    EXPECT_EQ(content(at(L"outside\\keep")), "x");
     // What cannot be deleted stays; the rest is deleted.
     const HANDLE held = CreateFileW((L"\\\\?\\" + deep + L"\\locked").c_str(), GENERIC_READ, FILE_SHARE_READ,
                                     nullptr, OPEN_EXISTING, 0, nullptr);
@@ -227,23 +208,22 @@ TEST(Folders, TreesAndLinks)
     CloseHandle(held);
     SetFileAttributesW((L"\\\\?\\" + deep + L"\\locked").c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(FolderDeleteTree((tree + L"\\").c_str(), nullptr), 0);
-    EXPECT_EQ(entries(scratch.root), "outside ");
+    EXPECT_EQ(entriesOf(root), L"outside ");
 }
 
-TEST(Folders, AreDeletedByTwoAtOnceAndNotWhereTheyAreNeeded)
+TEST_F(Folders, AreDeletedByTwoAtOnceAndNotWhereTheyAreNeeded)
 {
-    const Scratch scratch;
     for (int i = 0; i < 60; ++i)
-        EXPECT_EQ(FolderCreateTree(
-                      (scratch / L"both\\" + std::to_wstring(i % 8) + L"\\" + std::to_wstring(i)).c_str()),
-                  0);
-    onThreadsAtOnce(2, [&](int) { EXPECT_EQ(FolderDeleteTree((scratch / L"both").c_str(), nullptr), 0); });
+        EXPECT_EQ(
+            FolderCreateTree((at(L"both\\") + std::to_wstring(i % 8) + L"\\" + std::to_wstring(i)).c_str()),
+            0);
+    onThreadsAtOnce(2, [&](int) { EXPECT_EQ(FolderDeleteTree(at(L"both").c_str(), nullptr), 0); });
     for (const wchar_t* kept : {L"C:\\", L"C:\\windows", L"C:\\users", L"C:\\Users::$INDEX_ALLOCATION",
                                 L"\\\\localhost\\C$\\users\\x\\AppData", L"c:/Program Files/."})
         EXPECT_EQ(FolderDeleteTree(kept, nullptr), 50) << utf8(kept);
-    EXPECT_EQ(write(scratch / L"keep", "x"), 0);
-    EXPECT_EQ(FolderDeleteTree((scratch / L"keep").c_str(), nullptr), 267);
-    EXPECT_EQ(FolderDeleteTree((scratch / L"none").c_str(), nullptr), 2);
+    EXPECT_EQ(write(at(L"keep"), "x"), 0);
+    EXPECT_EQ(FolderDeleteTree(at(L"keep").c_str(), nullptr), 267);
+    EXPECT_EQ(FolderDeleteTree(at(L"none").c_str(), nullptr), 2);
 }
 
 TEST(Volumes, TellOfDrives)
@@ -276,7 +256,7 @@ TEST(Volumes, TellOfDrives)
         opened = path;
         return CreateEventW(nullptr, TRUE, FALSE, nullptr); // any handle
     });
-    Replaced<"DeviceIoControl", decltype(&DeviceIoControl)> control;
+    Controls control;
     for (const char penalty : {'\0', '\1'}) {
         control.setHook([&](auto, HANDLE, DWORD, void*, DWORD, void* target, DWORD, DWORD* size, auto) {
             static_cast<char*>(target)[8] = penalty;

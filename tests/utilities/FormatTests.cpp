@@ -1,7 +1,6 @@
 #include "support/ImportReplacement.h"
 #include "support/Utilities.h"
 
-namespace {
 using Texts = std::vector<std::wstring>; // what several calls returned
 using Numbers = std::vector<long long>;
 constexpr unsigned long long kMost = ~0ULL;
@@ -16,7 +15,6 @@ const auto unix = asNumber(TimeFromUnix);
 const auto toUnix = asNumber(TimeToUnix);
 const auto order = asNumber(VersionCompare);
 const auto resource = asText(VersionGetString);
-} // namespace
 
 TEST(Formatting, OfNumbersIsTheLocales)
 {

@@ -1,9 +1,7 @@
-#include "support/Test.h"
-
-#include <winioctl.h>
-
 #include "support/ImportReplacement.h"
 #include "support/Utilities.h"
+
+#include <winioctl.h>
 
 namespace {
 using Texts = std::vector<std::wstring>; // what several calls returned
@@ -23,10 +21,9 @@ std::wstring parts(const wchar_t* path)
 }
 std::wstring extracted(const wchar_t* command)
 {
-    Given<wchar_t> program, arguments;
-    const long code = PathExtractFromCommand(command, &program, &arguments);
-    return code != 0 ? L"code " + std::to_wstring(code)
-                     : std::wstring(program.get()) + L"|" + arguments.get();
+    Given<wchar_t> tool, arguments;
+    const long code = PathExtractFromCommand(command, &tool, &arguments);
+    return code != 0 ? L"code " + std::to_wstring(code) : std::wstring(tool.get()) + L"|" + arguments.get();
 }
 } // namespace
 

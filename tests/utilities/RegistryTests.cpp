@@ -4,10 +4,10 @@ namespace {
 constexpr wchar_t kTop[] = L"Software\\sysmaint-u18";
 const HKEY kUser = HKEY_CURRENT_USER;
 
-struct Scratch
+struct Registry : testing::Test
 {
-    Scratch() { RegistryDeleteTree(kUser, kTop, 0); }
-    ~Scratch() { RegistryDeleteTree(kUser, kTop, 0); }
+    Registry() { RegistryDeleteTree(kUser, kTop, 0); }
+    ~Registry() override { RegistryDeleteTree(kUser, kTop, 0); }
 };
 
 const auto key = [](const wchar_t* name) { return std::wstring(kTop) + L"\\" + name; };
@@ -21,9 +21,7 @@ std::wstring read(const wchar_t* name, int expand = 0)
 {
     return asText(RegistryReadString)(kUser, key(L"a").c_str(), name, 0, expand);
 }
-const auto exists = [](const wchar_t* sub) {
-    return asNumber(RegistryKeyExists)(kUser, key(sub).c_str(), 0);
-};
+const auto exists = [](const wchar_t* of) { return asNumber(RegistryKeyExists)(kUser, key(of).c_str(), 0); };
 const std::wstring kIn = testPath(L"in.reg");
 long import(const std::wstring& text)
 {
@@ -33,9 +31,8 @@ long import(const std::wstring& text)
 }
 } // namespace
 
-TEST(Registry, ValuesOfEveryShape)
+TEST_F(Registry, ValuesOfEveryShape)
 {
-    const Scratch scratch;
     unsigned long type = 0;
     Given<unsigned char> bytes;
     size_t count = 0;
@@ -79,9 +76,8 @@ TEST(Registry, ValuesOfEveryShape)
     EXPECT_EQ(asText(RegistryTypeName)(12), L"12");
 }
 
-TEST(Registry, NumbersAndWhatIsThere)
+TEST_F(Registry, NumbersAndWhatIsThere)
 {
-    const Scratch scratch;
     const auto dword = asNumber(RegistryReadDword);
     const auto qword = asNumber(RegistryReadQword);
     const auto isThere = asNumber(RegistryValueExists);
@@ -106,9 +102,8 @@ TEST(Registry, NumbersAndWhatIsThere)
     EXPECT_LT(now - time, 600000000U);
 }
 
-TEST(Registry, TreesAreCopiedExportedDeletedAndImported)
+TEST_F(Registry, TreesAreCopiedExportedDeletedAndImported)
 {
-    const Scratch scratch;
     for (const wchar_t* wrong : {L"", L"\\", L"\\\\"})
         EXPECT_EQ(RegistryDeleteTree(kUser, wrong, 0), 87);
     EXPECT_EQ(RegistryDeleteTree(HKEY_CLASSES_ROOT, L".u18", 0), 50);
@@ -145,9 +140,8 @@ TEST(Registry, TreesAreCopiedExportedDeletedAndImported)
     EXPECT_EQ(RegistryExportText(kUser, L"Software\\not there", 0, testPath(L"x.reg").c_str()), 2);
 }
 
-TEST(Registry, TextsAreTakenWholeOrNotAtAll)
+TEST_F(Registry, TextsAreTakenWholeOrNotAtAll)
 {
-    const Scratch scratch;
     const std::wstring head =
         L"Windows Registry Editor Version 5.00\r\n\r\n[HKEY_CURRENT_USER\\Software\\sysmaint-u18\\i]\r\n";
     const std::wstring longKey(256, L'k');
@@ -169,9 +163,8 @@ TEST(Registry, TextsAreTakenWholeOrNotAtAll)
     EXPECT_EQ(asText(RegistryReadString)(kUser, key(L"i").c_str(), L"b", 0, 0), L"ab");
 }
 
-TEST(Registry, LinksAndPaths)
+TEST_F(Registry, LinksAndPaths)
 {
-    const Scratch scratch;
     put(L"target\\inner", L"v", REG_SZ, L"x");
     HKEY made = nullptr;
     const std::wstring link = key(L"tree\\link");
@@ -205,7 +198,7 @@ TEST(Registry, LinksAndPaths)
     EXPECT_EQ(asNumber(RegistryKeyExists)(HKEY_PERFORMANCE_DATA, L"", 0), -50);
 }
 
-TEST(Registry, TheSystemsLinksLeadOn)
+TEST_F(Registry, TheSystemsLinksLeadOn)
 {
     HKEY hive = nullptr;
     EXPECT_EQ(RegistryOpenUserHive(1, &hive) + RegCloseKey(hive), 0);
@@ -221,7 +214,7 @@ TEST(Registry, TheSystemsLinksLeadOn)
     }
 }
 
-TEST(Registry, PathsBeginWithARoot)
+TEST_F(Registry, PathsBeginWithARoot)
 {
     HKEY root = nullptr;
     const auto parse = asText(RegistryParsePath);

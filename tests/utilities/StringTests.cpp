@@ -155,8 +155,8 @@ TEST(Strings, NarrowTwinsAreUtf8)
     EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes.get()), length), "\n\xff");
     for (const char* wrong : {"0", "0g", " 0", "0x"})
         EXPECT_EQ(StringParseHexA(wrong, &bytes, &length), 87) << wrong;
-    EXPECT_EQ(GetTokenA(umlaut.c_str(), " ", 0, token, 7, &needed),
-              234); // in bytes: it has 7 without its end
+    // In bytes: it has 7 without its end.
+    EXPECT_EQ(GetTokenA(umlaut.c_str(), " ", 0, token, 7, &needed), 234);
     EXPECT_EQ(std::string(token) + std::to_string(needed), "+++++++7");
     EXPECT_EQ(GetTokenA(umlaut.c_str(), " ", 0, token, 8, &needed), 0);
     EXPECT_EQ(token, utf8(L"Größe"));

@@ -1,13 +1,10 @@
 #include "support/Process.h"
-#include "support/Threads.h"
 #include "support/Utilities.h"
 
-namespace {
 using Numbers = std::vector<long long>; // what several calls returned
 constexpr unsigned long kOwn = 0xFFFFFFFF;
 constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
-} // namespace
 
 TEST(Services, AreToldSetAndDeleted)
 {
@@ -250,13 +247,11 @@ TEST(Processes, EndWithTheirTreeFromBelow)
     const Replaced<"TerminateProcess", decltype(&TerminateProcess)> end(
         before([&](HANDLE process, UINT) { order.push_back(GetProcessId(process)); }));
     const Replaced<"Process32NextW", decltype(&Process32NextW)> list(
-        [&](auto original, HANDLE snapshot, PROCESSENTRY32W* entry) {
-            const BOOL more = original(snapshot, entry);
+        after([&](BOOL, HANDLE, PROCESSENTRY32W* entry) {
             if (entry->th32ProcessID == started[1].dwProcessId ||
                 (entry->th32ProcessID == started[2].dwProcessId && !order.empty()))
                 entry->th32ParentProcessID = top;
-            return more;
-        });
+        }));
     EXPECT_EQ(ProcessTerminateTree(top, 10000), 0);
     EXPECT_EQ(order, (std::vector{started[1].dwProcessId, top, started[2].dwProcessId}));
     for (const PROCESS_INFORMATION& each : started) {
@@ -389,8 +384,7 @@ TEST(System, EventsPowerAndRestart)
     EXPECT_EQ(asNumber(SystemIsSafeMode)(), 0);
     Replaced<"GetSystemPowerStatus", decltype(&GetSystemPowerStatus)> power;
     for (const auto& [line, expected] : {std::pair<BYTE, int>{0, 1}, {1, 0}, {255, -50}}) {
-        power.setHook(
-            [line = line](auto, SYSTEM_POWER_STATUS* status) { return status->ACLineStatus = line, TRUE; });
+        power.setHook([line = line](auto, auto* status) { return status->ACLineStatus = line, TRUE; });
         EXPECT_EQ(asNumber(SystemIsOnBattery)(), expected);
     }
     EXPECT_GE(asNumber(SystemGetIdleTime)(), 0);

@@ -13,12 +13,10 @@ TEST_F(Volumes, StopAfterEachPass)
         const std::wstring file = _wgetenv(L"SYSMAINT_NTFS_DRIVE") + (L"\\pass" + std::to_wstring(pass));
         ASSERT_TRUE(isThere(file));
         ResetEvent(event.get());
-        Flushes flushes([&](auto original, HANDLE handle) {
-            const BOOL result = original(handle);
+        Flushes flushes(after([&](auto...) {
             if (flushes.calls() == 35 + pass + 1)
                 event.set();
-            return result;
-        });
+        }));
         EXPECT_EQ(wipe(kWipeFile, file, kWipeGutmann, 1, event.get()), ERROR_CANCELLED);
         EXPECT_FALSE(isThere(file));
     }
