@@ -1,6 +1,7 @@
 #include "FtpAddress.h"
 
-#include <vector>
+#include <set>
+#include <tuple>
 
 #include "Command.h"
 #include "Console.h"
@@ -16,6 +17,11 @@ unsigned short parsePort(const std::wstring& digits)
     if (port == 0 || port > 65535)
         throw UsageError{L"the port of an FTP server is a number from 1 to 65535"};
     return static_cast<unsigned short>(port);
+}
+/// Of the password in the environment, in characters with a zero; 0 if there is none.
+DWORD passwordRoom()
+{
+    return GetEnvironmentVariableW(kPasswordVariable, nullptr, 0);
 }
 } // namespace
 
@@ -49,11 +55,21 @@ std::optional<FtpAddress> parseFtpAddress(const std::wstring& text)
     return address;
 }
 
+void requireOneAccount(const std::vector<FtpAddress>& addresses)
+{
+    std::set<std::tuple<std::wstring, unsigned short, std::wstring>> accounts;
+    for (const FtpAddress& address : addresses)
+        if (!address.user.empty())
+            accounts.emplace(address.host, address.port, address.user);
+    if (accounts.size() > 1 && passwordRoom() != 0)
+        throw UsageError{L"the password in SYSMAINT_FTP_PASSWORD is for one account, and here are several"};
+}
+
 bool findPassword(FtpAddress& address)
 {
     if (address.user.empty())
         return true;
-    if (const DWORD size = GetEnvironmentVariableW(kPasswordVariable, nullptr, 0); size != 0) {
+    if (const DWORD size = passwordRoom(); size != 0) {
         std::vector<wchar_t> password(size);
         GetEnvironmentVariableW(kPasswordVariable, password.data(), size);
         address.password = password.data();

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 /// A folder on an FTP server, as the user names it.
 struct FtpAddress
@@ -17,3 +18,6 @@ struct FtpAddress
 std::optional<FtpAddress> parseFtpAddress(const std::wstring& text);
 /// Takes a user's password from the environment, or asks for it. False when the question was cancelled.
 bool findPassword(FtpAddress& address);
+/// Throws UsageError for addresses of several accounts when the environment holds a password: it belongs to
+/// one of them.
+void requireOneAccount(const std::vector<FtpAddress>& addresses);

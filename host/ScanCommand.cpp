@@ -29,7 +29,8 @@ HKEY_CURRENT_USER\Software: its values and sub-keys are listed likewise.
   --json          one JSON object a line: the items, at the end a summary
 
 FTP is ftp://[USER@]HOST[:PORT][/FOLDER]; without a user it is anonymous. The password is asked for, or taken
-from the environment variable SYSMAINT_FTP_PASSWORD. It is sent without encryption: there is no TLS.
+from the environment variable SYSMAINT_FTP_PASSWORD, which is for one account: several are refused then. It is
+sent without encryption: there is no TLS.
 
 What begins with a root of the registry is a key; a folder of such a name is given as .\HKCU.
 
@@ -91,8 +92,10 @@ public:
     long scanFtp(const FtpAddress& address, const SharedPtr<IScanValidator>& validator, ScanOptions options)
     {
         FtpSEngineClear(m_ftp);
+        const bool isAnonymous = address.user.empty(); // with the password that is usual then
         const long code = FtpSEngineAddPath(m_ftp, address.host.c_str(), address.path.c_str(), address.port,
-                                            address.user.c_str(), address.password.c_str());
+                                            isAnonymous ? nullptr : address.user.c_str(),
+                                            isAnonymous ? nullptr : address.password.c_str());
         return code != ERROR_SUCCESS ? code : FtpSEngineScan(m_ftp, cancelEvent(), validator, options);
     }
 
@@ -147,8 +150,11 @@ int run(const std::vector<std::wstring>& words)
     options.depth = static_cast<std::uint16_t>(arguments.number(L"--depth", 1, 65535).value_or(65535));
     const SharedPtr<IScanValidator> validator = makeValidator(arguments);
     registryView(arguments); // refuses a wrong one before anything is scanned
+    std::vector<FtpAddress> addresses;
     for (const std::wstring& operand : arguments.operands())
-        parseFtpAddress(operand);
+        if (std::optional<FtpAddress> address = parseFtpAddress(operand))
+            addresses.push_back(*std::move(address));
+    requireOneAccount(addresses);
 
     ScanPrinter printer(arguments.has(L"--json"));
     Engines engines(printer);

@@ -225,14 +225,30 @@ TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
     EXPECT_EQ(FtpScan(servers.ports["passive"]).run(), ERROR_SUCCESS); // what the system keeps is there then
     std::map<std::string, FtpScan> scans;
     const ProcessCounts before = ProcessCounts::now();
-    for (const char* mode : {"mute", "later"}) { // while a reply is waited for, and while a listing is
-        const TestEvent cancel;
-        FtpScan scan(servers.ports[mode], nullptr, nullptr, L"127.0.0.1", L"/x");
-        std::thread canceller([&] { Sleep(100), cancel.set(); });
-        EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED) << mode;
-        EXPECT_TRUE(scan.failures.empty());
-        canceller.join();
-    }
+    const Win32Handle cancels[] = {Win32Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+                                   Win32Handle(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
+                                   Win32Handle(CreateSemaphoreW(nullptr, 0, 1, nullptr)),
+                                   Win32Handle(CreateMutexW(nullptr, FALSE, nullptr))};
+    for (const char* mode : {"mute", "later"}) // while a reply is waited for, and while a listing is
+        for (const Win32Handle& cancel : cancels) {
+            SCOPED_TRACE(testing::Message() << mode << ' ' << &cancel - cancels);
+            FtpScan scan(servers.ports[mode], nullptr, nullptr, L"127.0.0.1", L"/x");
+            const TestEvent isTaken;
+            std::thread canceller([&] {
+                ResetEvent(cancel.get());
+                if (&cancel == std::end(cancels) - 1) // is abandoned
+                    WaitForSingleObject(cancel.get(), INFINITE);
+                isTaken.set();
+                Sleep(100);
+                SetEvent(cancel.get());
+                ReleaseSemaphore(cancel.get(), 1, nullptr);
+            });
+            EXPECT_TRUE(isTaken.wait());
+            EXPECT_EQ(scan.run(65535, cancel.get()), ERROR_CANCELLED);
+            EXPECT_TRUE(scan.failures.empty());
+            canceller.join();
+            std::thread([&] { EXPECT_NE(WaitForSingleObject(cancel.get(), 0), DWORD{WAIT_TIMEOUT}); }).join();
+        }
     for (const auto& [code, found, modes] : kMisdeeds)
         for (const char* mode : modes) {
             SCOPED_TRACE(mode);
@@ -417,4 +433,7 @@ TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
                   (std::map<std::wstring, long>{
                       {L"/no", code}, {L"/bb/b", code}, {L"/a/aa/aa", code}, {L"/a/aa/bb", code}}));
     }
+    FtpScan swapped(servers.ports["swaps"]);
+    EXPECT_EQ(swapped.run(), ERROR_INVALID_DATA);
+    EXPECT_EQ(swapped.found, (std::set<std::wstring>{L"folder /other"}));
 }

@@ -1,5 +1,7 @@
 #include "ProcessTest.h"
 
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
+
 #include <psapi.h>
 #include <restartmanager.h>
 
@@ -214,6 +216,9 @@ TEST_F(Processes, AndTheirThreadsAreSuspendedAndWaitedFor)
     EXPECT_EQ(ProcessWait(process.get(), 20, cancel.get(), &count), 1460);
     cancel.set();
     EXPECT_EQ(ProcessWait(process.get(), INFINITE, cancel.get(), &count), 1223);
+    const Win32Handle semaphore(CreateSemaphoreW(nullptr, 1, 1, nullptr));
+    EXPECT_EQ(ProcessWait(process.get(), INFINITE, semaphore.get(), &count), 6);
+    EXPECT_EQ(ThreadWait(thread.get(), INFINITE, semaphore.get()), 6);
     child.end();
     EXPECT_EQ(ThreadWait(thread.get(), 0, nullptr), 1168);
 }

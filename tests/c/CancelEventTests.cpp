@@ -35,16 +35,24 @@ TEST(CCancelEvent, CostsTheKernelCallsThatItCostsInCpp)
     sysmaint_wiper_close(wiper);
 }
 
-// A poll that takes of a semaphore gives it back; what a callback ends took nothing.
-TEST(CCancelEvent, OfAnotherKindKeepsItsCountWhateverEndsTheCall)
+// What a poll takes is given back, and so every poll finds the same; what a callback ends took nothing.
+TEST(CCancelEvent, OfAnotherKindKeepsItsStateWhateverEndsTheCall)
 {
     const Folder folder;
     const std::wstring victim = folder.at(L"victim");
-    const Win32Handle semaphore(CreateSemaphoreW(nullptr, 0, 9, nullptr));
-    LONG released = 0;
+    const Win32Handle semaphore(CreateSemaphoreW(nullptr, 0, 1, nullptr));
+    const Win32Handle event(CreateEventW(nullptr, FALSE, FALSE, nullptr)); // which resets itself
+    const Win32Handle mutex(CreateMutexW(nullptr, TRUE, nullptr));
+    HANDLE copy = nullptr;
+    EXPECT_TRUE(DuplicateHandle(GetCurrentProcess(), mutex.get(), GetCurrentProcess(), &copy,
+                                MUTEX_MODIFY_STATE, FALSE, 0));
+    const Win32Handle unwaitable(copy);
+    HANDLE cancel = nullptr;
+    bool signals = false;
     std::int32_t result = 0;
     const auto answer = [&](const auto&) {
-        EXPECT_TRUE(released == 0 || ReleaseSemaphore(semaphore.get(), released, nullptr));
+        if (signals && !SetEvent(cancel))
+            ReleaseSemaphore(cancel, 1, nullptr);
         return result;
     };
     Callback<sysmaint_found> find{answer};
@@ -56,34 +64,38 @@ TEST(CCancelEvent, OfAnotherKindKeepsItsCountWhateverEndsTheCall)
     const sysmaint_wipe_options zeros{sizeof zeros, SYSMAINT_WIPE_ZEROS, 1, 0, 0};
     const sysmaint_wipe_entry entry{sizeof entry, 0, L"victim", folder.path()};
     const std::function<std::int32_t()> calls[] = {
-        [&] { return sysmaint_scan_run(scan, nullptr, nullptr, semaphore.get(), &find.call, &find); },
+        [&] { return sysmaint_scan_run(scan, nullptr, nullptr, cancel, &find.call, &find); },
         [&] {
-            return sysmaint_wiper_wipe(wiper, SYSMAINT_WIPE_FILE, victim.c_str(), &zeros, nullptr,
-                                       semaphore.get(), &wiped.call, &wiped);
+            return sysmaint_wiper_wipe(wiper, SYSMAINT_WIPE_FILE, victim.c_str(), &zeros, nullptr, cancel,
+                                       &wiped.call, &wiped);
         },
         [&] {
-            return sysmaint_wiper_wipe_entries(wiper, folder.path(), &entry, 1, &zeros, semaphore.get(),
-                                               &wiped.call, &wiped, nullptr);
+            return sysmaint_wiper_wipe(wiper, SYSMAINT_WIPE_FREE_SPACE, folder.at(L"").c_str(), &zeros,
+                                       nullptr, cancel, &wiped.call, &wiped);
         },
         [&] {
-            return sysmaint_wipe_file_table(folder.at(L"").c_str(), semaphore.get(), &wiped.call, &wiped);
-        }};
+            return sysmaint_wiper_wipe_entries(wiper, folder.path(), &entry, 1, &zeros, cancel, &wiped.call,
+                                               &wiped, nullptr);
+        },
+        [&] { return sysmaint_wipe_file_table(folder.at(L"").c_str(), cancel, &wiped.call, &wiped); }};
+    const std::tuple<HANDLE, bool, std::int32_t, std::int32_t> rows[] = {
+        {semaphore.get(), false, 1223, 1223}, {semaphore.get(), true, 4711, 4711},
+        {semaphore.get(), true, 0, 6},        {event.get(), true, 4711, 4711},
+        {event.get(), true, 0, 1223},         {unwaitable.get(), false, 0, 5}};
     for (const auto& call : calls)
-        for (const auto& [count, returned, code] :
-             {std::tuple(0L, 1223, 1223), {2L, 4711, 4711}, {2L, 0, 6}}) {
-            SCOPED_TRACE(testing::Message() << &call - calls << ' ' << count << ' ' << returned);
+        for (const auto& [handle, isSignalled, returned, code] : rows) {
+            SCOPED_TRACE(testing::Message() << &call - calls << ' ' << handle << ' ' << returned);
             folder.file(L"victim", 3000000);
             folder.file(L"victor", 1);
-            released = count;
+            cancel = handle;
+            signals = isSignalled;
             result = returned;
-            if (&call == std::end(calls) - 1 && returned == 0)
+            if (&call == std::end(calls) - 1 && signals && returned == 0)
                 continue; // this table is full after the first batch: nothing polls any more
             EXPECT_EQ(call(), code);
-            LONG left = 0;
-            while (WaitForSingleObject(semaphore.get(), 0) == WAIT_OBJECT_0)
-                ++left;
-            EXPECT_EQ(left, count);
+            EXPECT_EQ(WaitForSingleObject(cancel, 0) == WAIT_OBJECT_0, signals);
         }
+    EXPECT_TRUE(ReleaseMutex(mutex.get())) << "nobody else has";
     sysmaint_scan_close(scan);
     sysmaint_wiper_close(wiper);
 }

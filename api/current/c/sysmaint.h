@@ -68,7 +68,8 @@
 //   signalled the call ends with 1223, before anything is changed when it is signalled already. Null never
 //   cancels. A handle that cannot be polled ends the call in the same way: with 6 when it is closed, with 5
 //   when it must not be waited for. So does, with 6, a handle of anything but an event when a poll finds it
-//   signalled; a mutex or semaphore is given back. The event must stay open until the call returns.
+//   signalled. What a poll takes of a mutex, a semaphore or an event that resets itself is given back, if
+//   the handle has the right to do so. The event must stay open until the call returns.
 // - Timeouts are milliseconds; SYSMAINT_INFINITE is without end.
 // - No C++ class and no exception crosses this interface. Any number of threads may use it.
 // - A program that unloads the library itself (FreeLibrary) does so when none of its threads is in a call,
@@ -575,7 +576,7 @@ SYSMAINT_API int32_t sysmaint_wiper_create(sysmaint_wiper** wiper);
 /// Destroys one thing.
 ///
 /// @param kind          SYSMAINT_WIPE_FILE, SYSMAINT_WIPE_FREE_SPACE or SYSMAINT_WIPE_VOLUME
-/// @param path          the file; a folder with its closing backslash ("D:\"); a volume ("D:")
+/// @param path          the file; a folder or a volume with its closing backslash ("D:\")
 /// @param options       must not be null
 /// @param validator     a file or volume that it refuses is left alone (0); null accepts everything
 /// @param cancel_event  may be null

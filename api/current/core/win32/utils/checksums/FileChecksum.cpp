@@ -22,7 +22,7 @@ void filechecksum::read(const FileReading& reading,
     unsigned long long done = 0;
     for (;;) {
         if (isCancelled(reading.cancelEvent))
-            raiseCode(ERROR_CANCELLED);
+            raiseCode(codeOfCancelled(reading.cancelEvent));
         DWORD length = 0;
         if (!ReadFile(file.get(), piece.get(), kPiece, &length, nullptr))
             raiseLastError();

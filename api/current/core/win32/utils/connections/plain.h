@@ -64,7 +64,9 @@ SYSMAINT_API long ConnectionRead(void* connection, void* buffer, size_t size, un
 /// where to go on.
 SYSMAINT_API long ConnectionReadAll(void* connection, void* buffer, size_t size, unsigned long timeout,
                                     void* cancelEvent);
-/// Writes `size` bytes. If it fails the connection is ended: nobody can tell how much the peer has got.
+/// Writes `size` bytes. If it fails the connection is ended: nobody can tell how much the peer has got. What
+/// is larger than the system's buffers waits for a peer that reads: two sides that both write first wait for
+/// each other until their time is over.
 SYSMAINT_API long ConnectionWrite(void* connection, const void* data, size_t size, unsigned long timeout,
                                   void* cancelEvent);
 

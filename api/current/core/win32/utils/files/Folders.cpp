@@ -106,7 +106,7 @@ void walkTree(const std::wstring& root, HANDLE cancelEvent, Patience& patience, 
     HeldFolders held;
     while (!pending.empty()) {
         if (isCancelled(cancelEvent))
-            raiseCode(ERROR_CANCELLED);
+            raiseCode(codeOfCancelled(cancelEvent));
         if (pending.back().isListed) {
             const std::wstring folder = std::move(pending.back().folder);
             pending.pop_back();
@@ -133,7 +133,7 @@ void walkTree(const std::wstring& root, HANDLE cancelEvent, Patience& patience, 
             if ((entry.attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !entry.isLink)
                 pending.push_back({std::move(path), false});
             else if (isCancelled(cancelEvent))
-                raiseCode(ERROR_CANCELLED);
+                raiseCode(codeOfCancelled(cancelEvent));
             else
                 onEntry(path, entry);
         }

@@ -177,6 +177,7 @@ FtpLocation FtpLocation::joined(const FtpEntry& entry) const
     }
     location.bytes.append(entry.bytes);
     location.text.append(entry.name);
+    location.unique = entry.unique;
     return location;
 }
 

@@ -266,7 +266,9 @@ FtpListing FtpListing::parse(std::string_view text, Form form)
         listing.isEmpty = false;
         if (isListed)
             listing.unique = entry.unique;
-        listing.hasItself = listing.hasItself || (entry.bytes == "." && entry.kind == FtpEntry::Kind::Folder);
+        const bool isFolder = entry.kind == FtpEntry::Kind::Folder;
+        listing.hasItself = listing.hasItself || (isFolder && entry.bytes == ".");
+        listing.hasParent = listing.hasParent || (isFolder && entry.bytes == "..");
         if (entry.bytes == "." || entry.bytes == "..")
             continue;
         if (!nameEntry(entry)) {

@@ -69,6 +69,8 @@ FtpListing FtpPath::requireListing(Walk& walk, AncestryPtr& ancestry)
     if (m_location.text.size() > kLongestPath)
         raiseCode(ERROR_FILENAME_EXCED_RANGE);
     FtpListing listing = connection().list(m_location.bytes, walk.cancelEvent);
+    if (!m_location.unique.empty() && !listing.unique.empty() && listing.unique != m_location.unique)
+        raiseCode(ERROR_INVALID_DATA); // of another folder, or of what has taken this one's place
     if (ancestry)
         return listing;
     const bool isCalled = std::any_of(listing.entries.begin(), listing.entries.end(), [](const auto& entry) {

@@ -171,13 +171,14 @@ FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& lim
     return FtpListing::parse(readListing("LIST", "", limits), FtpListing::Form::Plain);
 }
 
-// None when that does not tell. What is listed like the folder where the session stands may be that folder:
-// the session goes to the first one, which few are like, and asks again.
+// None when that does not tell. In place of a file some servers list what has its name where the session
+// stands, "." with it, but never "..". What is listed like the folder where the session stands may be that
+// folder: the session goes to the first one, which few are like, and asks again.
 std::optional<FtpListing> FtpSession::listByPath(const std::string& folder, const FtpLimits& limits)
 {
     const std::optional<std::string> text = listHidden(folder, limits);
     FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
-    if (!listing.hasItself)
+    if (!listing.hasItself || !listing.hasParent)
         return {};
     const std::size_t fingerprint = std::hash<std::string>()(*text);
     if (m_standing && fingerprint != m_standing->fingerprint)

@@ -17,7 +17,8 @@
 //   6, 487 no such handle, or its object is gone
 //   8      no memory
 //   13     the server sent what is no FTP, or not what it announced, or a reply that nothing had asked for:
-//          the next one would be taken for the answer to another command, so the connection is ended.
+//          the next one would be taken for the answer to another command, so the connection is ended. A
+//          listing that says itself (by "unique") that it is of another folder.
 //          Also when the server does not know PWD or NOOP, whose replies show that none is left over
 //   50     the server does not know the command
 //   87     a null or senseless argument
@@ -27,9 +28,11 @@
 //          that ends it between two operations goes unnoticed: the next one connects again
 //   1225, 1117, 112, 123, 170  the server's replies 425; 451; 452 and 552; 501 and 553; 450. Also 123: a name
 //          with a byte of 255, which servers read in two ways
-//   258    the server has not answered in time
-//   1223   the cancel event was signalled; a null event never cancels. It must be an event: a mutex would be
-//          taken. FtpConnectionConnect refuses anything else with 6; the others do not ask.
+//   258    the server has not answered in time. As above, and with 1223, what the server was told is not
+//   taken
+//          back: a file may be deleted, or uploaded whole or in part
+//   1223   the cancel event was signalled; a null event never cancels. It must be an event.
+//          FtpConnectionConnect refuses anything else with 6; for the others it is signalled
 //   1326   the server does not accept the user or the password
 //   2250   the connection was closed, or the item belongs to none
 //   4336   a reply or a listing without end

@@ -51,8 +51,9 @@ SYSMAINT_API long HVKWait(void* hvk, unsigned long timeout, void* cancelEvent);
 ///
 /// @param path    as it was added
 /// @param reason  the system's code for a file that could not be read; 1223 cancelled; the connection's code;
-///                1169 the server answered another request; 259 it answered nothing, or nothing for this
-///                file; 13 it answered for more files than it was asked; 1168 nobody has created the topic
+///                1169 the server answered another request (those of one second have the same number); 259 it
+///                answered nothing, or nothing for this file; 13 it answered for more files than it was
+///                asked; 1168 nobody has created the topic
 typedef void (*HVKUnanswered)(const wchar_t* path, long reason, void* context);
 /// Calls `visit` for each file that got no answer, in the order in which that became known, and forgets them.
 /// Codes: 87 null `visit`.

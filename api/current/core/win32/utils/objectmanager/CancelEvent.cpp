@@ -6,6 +6,14 @@
 
 #include "core/win32/utils/objectmanager/include/Raise.h"
 
+/// As the system tells it. No header of the platform has it.
+struct EventState
+{
+    LONG resetsItself; // when a wait has seen it
+    LONG isSignalled;
+};
+extern "C" NTSTATUS NTAPI NtQueryEvent(HANDLE event, int what, void* state, ULONG size, ULONG* written);
+
 namespace {
 bool isEvent(HANDLE handle) noexcept
 {
@@ -27,11 +35,8 @@ void requireEvent(HANDLE cancelEvent)
         return;
     if (!isEvent(cancelEvent))
         raiseCode(ERROR_INVALID_HANDLE);
-    const DWORD answer = WaitForSingleObject(cancelEvent, 0);
-    if (answer == WAIT_FAILED)
-        raiseLastError();
-    if (answer == WAIT_OBJECT_0)
-        raiseCode(ERROR_CANCELLED);
+    if (isCancelled(cancelEvent))
+        raiseCode(codeOfCancelled(cancelEvent));
 }
 
 bool isCancelled(HANDLE cancelEvent) noexcept
@@ -46,13 +51,21 @@ bool isCancelled(HANDLE cancelEvent) noexcept
 
 void giveBackTaken(HANDLE cancelEvent) noexcept
 {
-    if (!isEvent(cancelEvent) && !ReleaseMutex(cancelEvent))
-        ReleaseSemaphore(cancelEvent, 1, nullptr);
+    EventState state{};
+    if (!isEvent(cancelEvent)) {
+        if (!ReleaseMutex(cancelEvent))
+            ReleaseSemaphore(cancelEvent, 1, nullptr);
+    } else if (NtQueryEvent(cancelEvent, 0, &state, sizeof state, nullptr) >= 0 && state.resetsItself != 0) {
+        SetEvent(cancelEvent);
+    }
 }
 
 long codeOfCancelled(HANDLE cancelEvent) noexcept
 {
-    if (!isEvent(cancelEvent))
-        return ERROR_INVALID_HANDLE;
-    return WaitForSingleObject(cancelEvent, 0) == WAIT_FAILED ? lastError() : ERROR_CANCELLED;
+    const DWORD answer = WaitForSingleObject(cancelEvent, 0);
+    if (answer == WAIT_FAILED)
+        return lastError();
+    if (answer != WAIT_TIMEOUT)
+        giveBackTaken(cancelEvent);
+    return isEvent(cancelEvent) ? ERROR_CANCELLED : ERROR_INVALID_HANDLE;
 }

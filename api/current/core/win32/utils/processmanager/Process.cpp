@@ -244,6 +244,7 @@ unsigned long Process::closeWindows() const
 
 unsigned long Process::wait(unsigned long timeout, HANDLE cancelEvent) const
 {
+    requireEvent(cancelEvent);
     const Win32Handle process = open(0);
     const long code = waitForEvent(process.get(), timeout, cancelEvent);
     requireSuccess(code == WAIT_TIMEOUT ? static_cast<long>(ERROR_TIMEOUT) : code);

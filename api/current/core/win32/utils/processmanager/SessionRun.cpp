@@ -44,6 +44,8 @@ void requireUsable(const SessionProgram& program)
     for (const wchar_t* ending : {L".bat", L".cmd"}) // their arguments follow other rules
         if (strings::endsWith(program.program, ending, true))
             raiseCode(ERROR_BAD_EXE_FORMAT);
+    if ((program.options & (kRunWait | kRunCapture)) != 0)
+        requireEvent(program.cancelEvent);
 }
 
 SECURITY_ATTRIBUTES inheritable() noexcept

@@ -70,6 +70,7 @@ bool Thread::isRunning() const
 
 void Thread::wait(unsigned long timeout, HANDLE cancelEvent) const
 {
+    requireEvent(cancelEvent);
     const long code = waitForEvent(open(0).get(), timeout, cancelEvent);
     requireSuccess(code == WAIT_TIMEOUT ? static_cast<long>(ERROR_TIMEOUT) : code);
 }

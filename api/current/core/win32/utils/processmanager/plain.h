@@ -122,7 +122,8 @@ SYSMAINT_API long ProcessGetDetails(void* process, struct ProcessDetails** detai
 /// Asks its visible top-level windows in this session to close, as their user would, and counts them. They
 /// may not comply: use ProcessWait. Codes: 50 as for ProcessEnd.
 SYSMAINT_API long ProcessCloseWindows(void* process, unsigned long* asked);
-/// Waits until it ends. Codes: 1460, 1223.
+/// Waits until it ends. Codes: 1460; 1223, also when the event is signalled already; 6 for anything but an
+/// event, 5 for one that must not be waited for.
 SYSMAINT_API long ProcessWait(void* process, unsigned long timeout, void* cancelEvent,
                               unsigned long* exitCode);
 /// Ends it with the exit code 1067 and waits until it is gone. It cannot save anything.
@@ -151,7 +152,7 @@ SYSMAINT_API int CloseThread(void* thread);
 SYSMAINT_API long ThreadIsRunning(void* thread, int* isRunning);
 /// Its current details.
 SYSMAINT_API long ThreadGetDetails(void* thread, struct ThreadEntry* details);
-/// Waits until it ends. Codes: 1460, 1223.
+/// Waits until it ends. Codes as of ProcessWait.
 SYSMAINT_API long ThreadWait(void* thread, unsigned long timeout, void* cancelEvent);
 /// `count` receives the previous suspend count. Codes: 50 for threads of the calling process and of those
 /// that ProcessEnd refuses.
@@ -193,9 +194,9 @@ SYSMAINT_API long SessionGetKnownFolder(unsigned long session, const struct _GUI
 /// After a time-out the program continues to run unless kRunEndOnTimeout is set; its output is lost.
 ///
 /// @param exitCode  259 without waiting
-/// @return 0; 87, also for a path that is not absolute and normalised; 193 not a program, or a batch file,
-///         whose arguments follow other rules; 2 and 3 not found; 5; 740; 1008; 1223; 1314; 1460; or the
-///         system's code
+/// @return 0; 87, also for a path that is not absolute and normalised; 6 a cancel event that is none (where
+///         it is waited for); 193 not a program, or a batch file, whose arguments follow other rules; 2 and 3
+///         not found; 5; 740; 1008; 1223; 1314; 1460; or the system's code
 SYSMAINT_API long SessionRunProgram(const struct SessionProgram* program, unsigned long* processId,
                                     unsigned long* exitCode, char** output, size_t* size);
 SYSMAINT_C_END

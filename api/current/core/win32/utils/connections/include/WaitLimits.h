@@ -56,11 +56,13 @@ struct WaitLimits
             return WAIT_TIMEOUT;
         }
         const DWORD result = WaitForMultipleObjects(count, handles.data(), FALSE, timeout);
-        if (result < WAIT_OBJECT_0 + count) {
-            if (handles[result - WAIT_OBJECT_0] == cancelEvent)
-                giveBackTaken(cancelEvent);
-            return codes[result - WAIT_OBJECT_0];
-        }
-        return result == WAIT_FAILED ? lastError() : static_cast<long>(WAIT_TIMEOUT);
+        if (result == WAIT_FAILED)
+            return lastError();
+        if (result == WAIT_TIMEOUT)
+            return WAIT_TIMEOUT;
+        const DWORD signalled = result % WAIT_ABANDONED_0; // a caller's mutex may be abandoned
+        if (handles[signalled] == cancelEvent)
+            giveBackTaken(cancelEvent);
+        return codes[signalled];
     }
 };

@@ -12,6 +12,7 @@ struct FtpLocation
 {
     std::string bytes; ///< from the root, with slashes
     std::wstring text;
+    std::string unique; ///< what the listing above calls it; empty: nothing
 
     /// A path from a caller; a slash at the beginning may be missing, and one at the end is dropped. Raises
     /// 87 for "." and "..", backslashes, control characters and what is no text.

@@ -36,6 +36,7 @@ struct FtpListing
     long failure = 0;              ///< why lines were left out: 123 a name, 13 another form; 0: none were
     bool isEmpty = true;           ///< not even "." and ".." are there
     bool hasItself = false;        ///< "." as a folder is there
+    bool hasParent = false;        ///< ".." likewise
     std::string unique;            ///< the listed folder's, if its line tells
 
     /// Raises std::bad_alloc.

@@ -28,10 +28,12 @@ template <std::integral Code>
 /// when it cannot be polled. A null event is fine.
 void requireEvent(HANDLE cancelEvent);
 
-/// Whether a caller's cancel event is signalled: one poll, as isSignalled, which gives back what it takes.
+/// Whether a caller's cancel event is signalled: one poll, as isSignalled, which gives back what it takes. So
+/// every poll finds the same.
 [[nodiscard]] bool isCancelled(HANDLE cancelEvent) noexcept;
 
-/// Gives back the mutex or semaphore that a wait has taken because a caller gave it as a cancel event.
+/// Gives back what a wait has taken of a handle that a caller gave as a cancel event: a mutex, a count of a
+/// semaphore, or the signal of an event that resets itself.
 void giveBackTaken(HANDLE cancelEvent) noexcept;
 
 /// Why a poll of that event has ended a call: 1223; 6 when it is closed or anything but an event; or the

@@ -31,7 +31,7 @@ public:
         m_waited += m_pause;
         m_pause = m_pause < kLongestPause ? m_pause * 2 : m_pause;
         if (isCancelled(m_cancelEvent))
-            raiseCode(ERROR_CANCELLED);
+            raiseCode(codeOfCancelled(m_cancelEvent));
         SetLastError(lastError);
         return true;
     }
