@@ -48,6 +48,7 @@ long makeAndQueue(std::uint32_t flags)
     const long code = pool.queue(1, work, Option::AtEnd, &instance);
     FailingCall::end();
     EXPECT_EQ(instance == &instance, code != ERROR_SUCCESS);
+    EXPECT_EQ(THPCreateCategory(pool.handle, kCategory, kOneThread), ERROR_ALREADY_EXISTS);
     EXPECT_TRUE(code == ERROR_SUCCESS || pool.isRunning(1) == 0);
     EXPECT_TRUE(code == ERROR_SUCCESS || pool.queue(1, work) == ERROR_SUCCESS);
     EXPECT_EQ(THPResumeWork(pool.handle, kCategory), ERROR_SUCCESS);

@@ -1,5 +1,6 @@
 #include "c/Calls.h"
 #include "support/FtpServers.h"
+#include "support/ImportReplacement.h"
 
 namespace {
 sysmaint_ftp_account accountOf(std::uint32_t port, const wchar_t* password)
@@ -69,6 +70,20 @@ TEST(CFtp, WalksAServerAndTransfersFiles)
     EXPECT_TRUE(Folder::isThere(copy));
 
     FtpServers hostile(L"hostile");
+    const sysmaint_ftp_account mute = accountOf(hostile.ports["mute"], L"secret");
+    const Win32Handle semaphore(CreateSemaphoreW(nullptr, 0, 9, nullptr)); // instead of an event
+    {
+        const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
+            [&](auto wait, DWORD count, const HANDLE* handles, BOOL all, DWORD timeout) {
+                if (wait(count, handles, all, 0) == WAIT_TIMEOUT)
+                    ReleaseSemaphore(semaphore.get(), 1, nullptr);
+                return wait(count, handles, all, timeout);
+            });
+        EXPECT_EQ(sysmaint_ftp_create(&mute, &ftp), 0);
+        EXPECT_EQ(sysmaint_ftp_connect(ftp, semaphore.get()), 6);
+        EXPECT_EQ(sysmaint_ftp_close(ftp), 0);
+    }
+    EXPECT_EQ(WaitForSingleObject(semaphore.get(), 0), WAIT_OBJECT_0) << "the wait gave it back";
     hostile.mend();
     EXPECT_EQ(scanServer(accountOf(hostile.ports["unix"], L"secret")), ERROR_PATH_NOT_FOUND);
     EXPECT_EQ(entries.count(L"link 5 /link"), 1U);

@@ -46,7 +46,6 @@ ThreadPool::CategoryPtr ThreadPool::find(const THPWorkKey& key)
 
 ThreadPool::CategoryPtr ThreadPool::findOrCreate(const THPWorkKey& key, bool& created)
 {
-    created = false;
     {
         const ReadLocker locker(m_lock);
         if (const auto found = m_categories.find(key.category); found != m_categories.end())

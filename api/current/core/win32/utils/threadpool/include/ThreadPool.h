@@ -49,6 +49,7 @@ private:
 
     /// Raises 1168 when there is no such category.
     CategoryPtr find(const THPWorkKey& key);
+    /// Sets `created` when there was none.
     CategoryPtr findOrCreate(const THPWorkKey& key, bool& created);
     void requireOpen() const;
     [[nodiscard]] bool isClosed() noexcept;
