@@ -224,11 +224,11 @@ TEST(FtpHostile, ServersCannotHoldOrMisleadAScan)
     FtpServers servers(L"hostile");
     EXPECT_EQ(FtpScan(servers.ports["passive"]).run(), ERROR_SUCCESS); // what the system keeps is there then
     std::map<std::string, FtpScan> scans;
-    const ProcessCounts before = ProcessCounts::now();
     const Win32Handle cancels[] = {Win32Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
                                    Win32Handle(CreateEventW(nullptr, FALSE, FALSE, nullptr)),
                                    Win32Handle(CreateSemaphoreW(nullptr, 0, 1, nullptr)),
                                    Win32Handle(CreateMutexW(nullptr, FALSE, nullptr))};
+    const ProcessCounts before = ProcessCounts::now();
     for (const char* mode : {"mute", "later"}) // while a reply is waited for, and while a listing is
         for (const Win32Handle& cancel : cancels) {
             SCOPED_TRACE(testing::Message() << mode << ' ' << &cancel - cancels);
