@@ -87,6 +87,11 @@ SYSMAINT_API IFtpFile* DllGetFtpFile(unsigned long loadCode, IInputByteStream& s
 // characters (206). A folder that the server says (by the fact "unique" of MLSD) to be one of those that it
 // was reached through is a link to it: it is reported, but not listed. A server that cannot be reached any
 // more ends the scan.
+//
+// FTP cannot hold a folder while it is listed: one that became a link after the folder above was listed is
+// walked, unless its listing says (by "unique") that it is another: that goes to key 2 (13). And what a
+// folder holds is the server's word: one that enters another folder than it says, or heeds paths only for a
+// while and changes at the same time, can show files where they are not.
 
 SYSMAINT_API void* CreateFtpScanEngine(const wchar_t* name);
 SYSMAINT_API void* OpenFtpScanEngine(const wchar_t* name);
