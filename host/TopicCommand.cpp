@@ -1,16 +1,12 @@
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <iostream>
 #include <memory>
 #include <mutex>
 #include <optional>
 
-#include <fcntl.h>
-#include <io.h>
-
 #include "Command.h"
 #include "Console.h"
+#include "InputLines.h"
 
 #include "core/win32/utils/listeners/api.h"
 
@@ -257,13 +253,12 @@ int send(const Arguments& arguments)
         for (std::size_t i = 2; i < texts.size(); ++i)
             if (!sendOne(texts[i]))
                 return exitCode;
-        if (texts.size() == 2)
-            _setmode(_fileno(stdin), _O_BINARY); // no byte ends the text, and none is left out
+        if (texts.size() > 2)
+            return isCancelled() ? kExitCancelled : exitCode;
+        InputLines lines;
         unsigned long long number = 0;
-        for (std::string line; texts.size() == 2 && std::getline(std::cin, line);) {
+        for (std::string line; lines.next(line);) {
             ++number;
-            if (line.ends_with('\r') && !std::cin.eof())
-                line.pop_back();
             const std::optional<std::wstring> text = fromUtf8(line);
             if (!text)
                 exitCode = std::max(exitCode,

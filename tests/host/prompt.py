@@ -25,9 +25,9 @@ CASES = [  # typed, exit code, whether the file is still there
 ]
 
 
-def answer(command, typed, question=b'Type yes', meanwhile=lambda: None, columns=200):
+def answer(command, typed, question=b'Type yes', meanwhile=lambda: None, columns=200, at_rest=b''):
     """Starts the command at a terminal of its own; returns its exit code and what it wrote there. What happens
-    meanwhile comes between the question and the answer."""
+    meanwhile comes between the question and the answer; what is typed at rest, each second in which it is silent."""
     child, terminal = pty.fork()
     if child == 0:
         os.execvp(command[0], command)
@@ -38,6 +38,7 @@ def answer(command, typed, question=b'Type yes', meanwhile=lambda: None, columns
     end = time.monotonic() + 20
     while time.monotonic() < end:
         if not select.select([terminal], [], [], 1)[0]:
+            os.write(terminal, at_rest)
             continue
         try:
             piece = os.read(terminal, 4096)
@@ -143,6 +144,10 @@ def main():
         lines = [line for line in re.sub(rb'\x1b\[[?0-9;]*[a-zA-Z]', b'', seen).split(b'\r\n') if line]
         if code != 0 or len(lines) < 5 or max(map(len, lines)) >= columns or (b'...' in seen) != cut or b'sysmaint.exe' not in seen:
             print(f'processes on {columns} columns: exit code {code}: {lines!r}')
+    # Who reads lines ends while it waits for the next one.
+    code, seen = answer(command + ['topic', 'send', 'nobody'], b'a\r', b'?', at_rest=b'\x03')
+    if code != 130:
+        print(f'topic send: exit code {code}: {seen!r}')
     # A password does not show while it is typed.
     tool = os.path.join(os.path.dirname(command[-1]), 'snapshot_tool.exe')
     os.environ['SYSMAINT_TOOL_RECORD'] = target
