@@ -47,8 +47,11 @@ std::optional<FtpAddress> parseFtpAddress(const std::wstring& text)
         address.port = parsePort(server.substr(colon + 1));
         server.erase(colon);
     }
-    if (server.starts_with(L'[') && server.ends_with(L']'))
+    const bool isBracketed = server.starts_with(L'[') && server.ends_with(L']');
+    if (isBracketed)
         server = server.substr(1, server.size() - 2);
+    if (server.find_first_of(isBracketed ? L"[]" : L"[]:") != std::wstring::npos)
+        throw UsageError{L"an IPv6 address stands in brackets: ftp://[ADDRESS]"};
     if (server.empty())
         throw UsageError{L"which FTP server? ftp://[USER@]HOST[:PORT][/FOLDER]"};
     address.host = server;

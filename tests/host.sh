@@ -118,7 +118,7 @@ SYSMAINT_FTP_PASSWORD=wrong run 1 scan "ftp://user@$ftp" && says err '(1326)'
 SYSMAINT_FTP_PASSWORD=secret run 2 scan "ftp://user@$ftp" 'ftp://user@localhost' && says err 'for one account'
 run 2 scan "ftp://user@$ftp" && says err 'nobody to ask for the password'
 run 2 scan "ftp://user:secret@$ftp" && says err 'SYSMAINT_FTP_PASSWORD'
-for address in 'ftp://' 'ftp://h:0' 'ftp://h:x/' 'ftp:///x'; do run 2 scan "$address"; done
+for address in 'ftp://' 'ftp://h:0' 'ftp://h:x/' 'ftp:///x' 'ftp://[::1/' 'ftp://::1/'; do run 2 scan "$address"; done
 exec 9>&-
 wait "$ftp_servers"
 run 1 scan "ftp://$ftp" && says err '(10061)'
