@@ -239,13 +239,13 @@ TEST(Windows, NoWorkerIsSuspendedInsideTheLibrary)
          {std::pair("onNotify", scan),
           {"IRegistryScanEngine::scan", scan},
           {"OpenMessageTopic", [] { static_cast<void>(OpenMessageTopic(L"none")); }},
-          {"IDirectory::exists", [&] { directory->exists(); }},
+          {"IDirectory::exists", [&] { static_cast<void>(directory->exists()); }},
           {"IFile::create", [&] { file->create(); }},
-          {"IFile::exists", [&] { file->exists(); }},
+          {"IFile::exists", [&] { static_cast<void>(file->exists()); }},
           {"IFile::getSize", [&] { static_cast<void>(file->getSize()); }},
           {"IFile::deleteItem", [&] { file->deleteItem(); }},
-          {"IRegistryKey::exists", [&] { key->exists(); }},
-          {"IRegistryValue::exists", [&] { value->exists(); }}}) {
+          {"IRegistryKey::exists", [&] { static_cast<void>(key->exists()); }},
+          {"IRegistryValue::exists", [&] { static_cast<void>(value->exists()); }}}) {
         SCOPED_TRACE(name);
         suspendIn(call, collector, std::string_view(name) == "onNotify");
     }

@@ -204,7 +204,8 @@ TEST(Ownership, PointersHandlesAndLocks)
         CounterPtr empty;
         CounterPtr first = makeShared<Counter>(1U);
         CounterPtr second(new Counter(2));
-        first = first; // NOLINT: on purpose
+        const CounterPtr& same = first;
+        first = same;
         second = first;
         EXPECT_EQ(g_living, 1);
         first = empty;
