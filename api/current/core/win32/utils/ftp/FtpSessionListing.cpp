@@ -157,8 +157,8 @@ FtpListing FtpSession::listPlain(const std::string& folder, const FtpLimits& lim
     if (!enter(folder, limits))
         raiseCode(ERROR_PATH_NOT_FOUND);
     if (m_listsHidden) {
-        const std::optional<std::string> text = listWhereItStands(folder, limits);
-        FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+        std::optional<std::string> text;
+        FtpListing listing = listWhereItStands(folder, limits, text);
         m_knowsHidden = m_knowsHidden || listing.hasItself;
         if (listing.hasItself && byPath == text && m_standing->fingerprint != above->fingerprint)
             prove(folder, limits);
@@ -196,18 +196,22 @@ bool FtpSession::standAbove(const std::string& folder, const FtpLimits& limits)
     const std::string above = folder.substr(0, std::max(folder.rfind('/'), std::size_t{1}));
     if (m_standing && m_standing->folder == above)
         return true;
-    return enter(above, limits) && listWhereItStands(above, limits) && m_standing;
+    std::optional<std::string> text;
+    return enter(above, limits) && listWhereItStands(above, limits, text).hasItself;
 }
 
-std::optional<std::string> FtpSession::listWhereItStands(const std::string& folder, const FtpLimits& limits)
+// `text` is the listing as it came; none when the server refuses.
+FtpListing FtpSession::listWhereItStands(const std::string& folder, const FtpLimits& limits,
+                                         std::optional<std::string>& text)
 {
-    std::optional<std::string> text = listHidden("", limits);
-    if (FtpListing::parse(text.value_or(""), FtpListing::Form::Plain).hasItself) {
+    text = listHidden("", limits);
+    FtpListing listing = FtpListing::parse(text.value_or(""), FtpListing::Form::Plain);
+    if (listing.hasItself) {
         m_standing = Listed{folder, std::hash<std::string>()(*text)};
         if (!m_first)
             m_first = m_standing;
     }
-    return text;
+    return listing;
 }
 
 // The text of a listing, or none when the server refuses. What it breaks off over a path is not tried again.

@@ -29,8 +29,7 @@
 //   1225, 1117, 112, 123, 170  the server's replies 425; 451; 452 and 552; 501 and 553; 450. Also 123: a name
 //          with a byte of 255, which servers read in two ways
 //   258    the server has not answered in time. As above, and with 1223, what the server was told is not
-//   taken
-//          back: a file may be deleted, or uploaded whole or in part
+//          taken back: a file may be deleted, or uploaded whole or in part
 //   1223   the cancel event was signalled; a null event never cancels. It must be an event.
 //          FtpConnectionConnect refuses anything else with 6; for the others it is signalled
 //   1326   the server does not accept the user or the password

@@ -131,8 +131,8 @@ private:
     [[nodiscard]] FtpListing listPlain(const std::string& folder, const FtpLimits& limits);
     [[nodiscard]] std::optional<FtpListing> listByPath(const std::string& folder, const FtpLimits& limits);
     [[nodiscard]] bool standAbove(const std::string& folder, const FtpLimits& limits);
-    [[nodiscard]] std::optional<std::string> listWhereItStands(const std::string& folder,
-                                                               const FtpLimits& limits);
+    [[nodiscard]] FtpListing listWhereItStands(const std::string& folder, const FtpLimits& limits,
+                                               std::optional<std::string>& text);
     [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
     void prove(const std::string& folder, const FtpLimits& limits);
 
