@@ -251,8 +251,9 @@ std::wstring FtpConnection::urlOf(const std::wstring& path) const
 }
 
 // A session that was not ready again is given up. One that the server ended while it was idle is opened once
-// more, and so is one that broke off over listing a path, which is then not used again. What does no harm
-// when it is done twice finds that out by itself; before anything else is sent, the session is looked at.
+// more, and so is one that broke off over a quick way to list, which is then not used again. What does no
+// harm when it is done twice finds that out by itself; before anything else is sent, the session is looked
+// at.
 template <class Operation>
 auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operation)
 {
@@ -268,21 +269,18 @@ auto FtpConnection::use(HANDLE cancelEvent, bool canRepeat, Operation&& operatio
         const bool isNew = !m_session;
         if (isNew) {
             m_isReachable = false;
-            m_session.emplace(m_server, m_usesPaths, limits);
+            m_session.emplace(m_server, m_ways, limits);
             m_isReachable = true;
         }
         try {
             return operation(*m_session, limits);
         } catch (long code) {
             const bool wasIdle = !isNew && !m_session->isAnswered();
-            const bool isOverPath =
-                m_usesPaths && m_session->wasTryingPath() && code != ERROR_CANCELLED && !m_isClosed;
+            const bool givesUp = code != ERROR_CANCELLED && !m_isClosed && m_session->giveUpTried(m_ways);
             if (!m_session->isReady())
                 m_session.reset();
-            if (isOverPath) {
-                m_usesPaths = false;
+            if (givesUp)
                 continue;
-            }
             if (m_session || !canRepeat || !wasIdle || !isLost(code))
                 throw;
         } catch (...) {

@@ -99,12 +99,14 @@ std::vector<unsigned long> numbersIn(std::string_view text)
 }
 } // namespace
 
-FtpSession::FtpSession(const FtpServer& server, bool usesPaths, const FtpLimits& limits)
+FtpSession::FtpSession(const FtpServer& server, const FtpWays& ways, const FtpLimits& limits)
 {
-    if (!usesPaths) {
+    if (!ways.paths) {
         m_paths.refute();
         m_machinePaths = PathUse::Refuted;
     }
+    if (!ways.status)
+        m_status = PathUse::Refuted;
     SocketClient client(server.host.c_str(), server.port);
     m_control = client.connect(limits.step());
     m_address = client.getAddress();
@@ -145,8 +147,12 @@ void FtpSession::agree(const FtpLimits& limits)
 // Sends a command whose reply cannot be taken for another's: what came unasked before shows here.
 void FtpSession::requireInStep(std::string_view command, int expected, const FtpLimits& limits)
 {
-    if (ask(command, "", limits).code == expected)
-        return;
+    if (ask(command, "", limits).code != expected)
+        raiseOutOfStep();
+}
+
+void FtpSession::raiseOutOfStep()
+{
     m_isReady = false;
     raiseCode(ERROR_INVALID_DATA);
 }
@@ -224,20 +230,20 @@ bool FtpSession::isFarewell() const
     return received.substr(m_receivedAt).starts_with("421");
 }
 
-char FtpSession::readByte(const WaitLimits& limits)
+char FtpSession::readByte(const Steps& steps)
 {
     if (m_receivedAt == m_receivedEnd) {
-        m_receivedEnd = m_control->readSome(m_received.data(), m_received.size(), limits);
+        m_receivedEnd = m_control->readSome(m_received.data(), m_received.size(), steps());
         m_receivedAt = 0;
     }
     return m_received[m_receivedAt++];
 }
 
 // `left` is what the reply may still take.
-std::string FtpSession::readLine(const WaitLimits& limits, std::size_t& left)
+std::string FtpSession::readLine(const Steps& steps, std::size_t& left)
 {
     std::string line;
-    for (char c = 0; (c = readByte(limits)) != '\n'; --left) {
+    for (char c = 0; (c = readByte(steps)) != '\n'; --left) {
         if (left == 0)
             raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
         line.push_back(c);
@@ -247,11 +253,15 @@ std::string FtpSession::readLine(const WaitLimits& limits, std::size_t& left)
     return line;
 }
 
-// "150 text", or "150-text", any lines, and "150 text".
 FtpSession::Reply FtpSession::readReply(const WaitLimits& step)
 {
-    std::size_t left = kLargestReply;
-    std::string line = readLine(step, left);
+    return readReply([&step] { return step; }, kLargestReply);
+}
+
+// "150 text", or "150-text", any lines, and "150 text". `left` is what it may take.
+FtpSession::Reply FtpSession::readReply(const Steps& steps, std::size_t left)
+{
+    std::string line = readLine(steps, left);
     constexpr std::size_t kCodeLength = 3;
     const bool hasCode = line.size() >= kCodeLength && line.find_first_not_of("0123456789") >= kCodeLength &&
                          line[0] >= '1' && line[0] <= '5' &&
@@ -265,7 +275,7 @@ FtpSession::Reply FtpSession::readReply(const WaitLimits& step)
             if (left == 0)
                 raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
             --left;
-            line = readLine(step, left);
+            line = readLine(steps, left);
             reply.text.append("\n").append(line);
         } while (!line.starts_with(end));
     }
@@ -296,20 +306,24 @@ void FtpSession::settle(int reply)
         raiseCode(ERROR_INVALID_DATA);
 }
 
-// A byte of 255 would begin a command of the protocol below, unless it stands twice; but some servers take
-// what stands twice for two, and so another name.
-void FtpSession::send(std::string_view command, std::string_view argument, const FtpLimits& limits)
+// `behind` are whole commands that go off together with this one. A byte of 255 would begin a command of the
+// protocol below, unless it stands twice; but some servers take what stands twice for two, and so another
+// name.
+void FtpSession::send(std::string_view command, std::string_view argument, const FtpLimits& limits,
+                      std::string_view behind)
 {
     if (argument.find('\xFF') != std::string_view::npos)
         raiseCode(ERROR_INVALID_NAME);
     std::string line(command);
     if (!argument.empty())
         line.append(" ").append(argument);
-    line.append("\r\n");
+    line.append("\r\n").append(behind);
     m_isReady = false;
     m_lastReply = 0;
     m_isTryingPath = false;
+    m_isTryingStatus = m_isTryingStatus && command == "REST";
     requireSilence();
+    m_isTryingStatus = m_isTryingStatus || command == "STAT";
     m_isTryingPath = argument.starts_with(kHiddenOf) || (command == "MLSD" && !argument.empty());
     m_control->writeAll(line.data(), line.size(), limits.step());
 }
@@ -356,18 +370,18 @@ unsigned short FtpSession::dataPort(const FtpLimits& limits)
 // The command goes off while the data connection is being made. If that fails, the server is left waiting for
 // it, so the session is not ready again, unless it has refused already.
 WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view argument,
-                                    const FtpLimits& limits, unsigned long long offset)
+                                    const FtpLimits& limits, std::optional<unsigned long long> offset)
 {
     PendingConnect connecting(withPort(m_address, dataPort(limits)), m_dataTools);
-    if (offset != 0) {
-        requireOneOf(ask("REST", std::to_string(offset), limits), {350}); // right before what it is for
-    }
+    const bool isFromOffset = offset.value_or(0) != 0;
+    if (isFromOffset || (offset && m_mark != 0))                               // which has moved the position
+        requireOneOf(ask("REST", std::to_string(*offset), limits), {kPlaced}); // right before what it is for
     send(command, argument, limits);
     try {
         return connecting.finish(limits.step());
     } catch (long) {
         if (m_control->hasArrived())
-            requireBegun(limits, offset != 0);
+            requireBegun(limits, isFromOffset);
         throw;
     }
 }

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <functional>
+#include <random>
 
 #include "core/win32/utils/ftp/include/FtpSession.h"
 
 namespace {
 constexpr std::size_t kLargestListing = 64U << 20U;
-constexpr DWORD kListingShare = 10; // a whole listing has ten times a step's time
 
 /// Of what a listing tells: two folders that hold the same have the same.
 std::size_t fingerprintOf(const FtpListing& listing)
@@ -53,17 +53,13 @@ std::size_t FtpSession::readPiece(Wire& data, std::vector<char>& piece, WaitLimi
 std::string FtpSession::readListing(std::string_view command, std::string_view argument,
                                     const FtpLimits& limits)
 {
-    WirePtr data = requestTransfer(command, argument, limits, 0);
-    const Deadline deadline(limits.timeout < INFINITE / kListingShare ? limits.timeout * kListingShare
-                                                                      : INFINITE);
+    WirePtr data = requestTransfer(command, argument, limits, std::nullopt);
+    const Deadline whole = limits.whole();
     std::string text;
     std::vector<char> piece(kPiece);
     bool isBegun = false;
     for (;;) {
-        WaitLimits step = limits.step();
-        if (deadline.getLeft() < step.deadline.getLeft())
-            step.deadline = deadline;
-        const std::size_t got = readPiece(*data, piece, step, limits, isBegun);
+        const std::size_t got = readPiece(*data, piece, limits.step(whole), limits, isBegun);
         if (got == 0)
             break;
         if (got > kLargestListing - text.size())
@@ -214,17 +210,98 @@ FtpListing FtpSession::listWhereItStands(const std::string& folder, const FtpLim
     return listing;
 }
 
-// The text of a listing, or none when the server refuses. What it breaks off over a path is not tried again.
+// The text of a listing, or none when the server refuses. One that is longer than any that STAT has shown is
+// asked for with LIST as well: some servers may cut what they answer.
 std::optional<std::string> FtpSession::listHidden(const std::string& folder, const FtpLimits& limits)
+{
+    const std::string argument = folder.empty() ? "-a" : std::string(kHiddenOf).append(folder);
+    if (m_status != PathUse::Proven) {
+        std::optional<std::string> text = listByData(argument, limits);
+        if (text && m_status == PathUse::Unknown)
+            proveStatus(argument, *text, limits);
+        return text;
+    }
+    std::optional<std::string> text = listByStatus(argument, limits);
+    if (text && text->size() <= m_statusLength)
+        return text;
+    if (listByData(argument, limits) != text) {
+        m_isTryingStatus = true;
+        raiseOutOfStep();
+    }
+    m_statusLength = std::max(m_statusLength, text.value_or("").size());
+    return text;
+}
+
+// What the server breaks off over a path is not tried again.
+std::optional<std::string> FtpSession::listByData(const std::string& argument, const FtpLimits& limits)
 {
     std::optional<std::string> text;
     try {
-        text = readListing("LIST", folder.empty() ? "-a" : std::string(kHiddenOf).append(folder), limits);
+        text = readListing("LIST", argument, limits);
     } catch (long) {
         if (!m_isReady)
             throw;
     }
     return text;
+}
+
+// The reply to STAT: a line, those of the listing, and another line. None when the server refuses.
+std::optional<std::string> FtpSession::readStatus(const FtpLimits& limits)
+{
+    const Deadline whole = limits.whole();
+    const Reply reply = readReply([&] { return limits.step(whole); }, kLargestListing);
+    if (!isDoneWith(reply, {211, 212, 213}))
+        return {};
+    std::string text;
+    const std::size_t last = reply.text.rfind('\n');
+    for (std::size_t at = reply.text.find('\n'); at < last;) {
+        const std::size_t end = reply.text.find('\n', ++at);
+        text.append(reply.text, at, end - at).append("\r\n");
+        at = end;
+    }
+    return text;
+}
+
+// STAT lists over the control connection (RFC 959, 4.1.3), which saves the data connection and two round
+// trips of three. But a name with a line's end in it, which vsftpd sends as it is, could end the listing and
+// put replies of its own behind it. So the server has to repeat a number there that nobody knows beforehand,
+// as the position of a transfer, and that is set back at once.
+std::optional<std::string> FtpSession::listByStatus(const std::string& argument, const FtpLimits& limits)
+{
+    const std::string mark = std::to_string(m_mark++);
+    send("STAT", argument, limits, "REST " + mark + "\r\nREST 0\r\n");
+    std::optional<std::string> text = readStatus(limits);
+    const Reply reply = readReply(limits.step());
+    const bool isPlaced = readFinalReply(limits).code == kPlaced;
+    if (!isPlaced || !isPlacedAt(reply, mark))
+        raiseOutOfStep();
+    m_isTryingStatus = false;
+    return text;
+}
+
+// `text` is what LIST has shown. One command at a time, until all is known.
+void FtpSession::proveStatus(const std::string& argument, const std::string& text, const FtpLimits& limits)
+{
+    if (!FtpListing::parse(text, FtpListing::Form::Plain).hasItself)
+        return;
+    m_status = PathUse::Refuted;
+    send("STAT", argument, limits);
+    const std::optional<std::string> same = readStatus(limits);
+    settle(m_lastReply);
+    if (same == text) {
+        std::random_device random;
+        const std::uint32_t number = (random() & 0x3FFFFFFFU) | 0x40000000U; // always of ten digits
+        const std::string mark = std::to_string(number);
+        const Reply reply = ask("REST", mark, limits);
+        if (reply.code == kPlaced) {
+            m_mark = number + 1;
+            if (ask("REST", "0", limits).code != kPlaced)
+                raiseOutOfStep();
+            m_status = isPlacedAt(reply, mark) ? PathUse::Proven : PathUse::Refuted;
+            m_statusLength = text.size();
+        }
+    }
+    m_isTryingStatus = false;
 }
 
 // The server has listed a folder by its path as it does after entering it, and otherwise than where the

@@ -87,6 +87,12 @@ SYSMAINT_API IFtpFile* DllGetFtpFile(unsigned long loadCode, IInputByteStream& s
 // was reached through is a link to it: it is reported, but not listed. A server that cannot be reached any
 // more ends the scan.
 //
+// Folders are listed with MLSD, or else with LIST. If STAT shows the first folder as LIST does (vsftpd), the
+// others are asked for with it: over the control connection, which takes one round trip instead of three. A
+// listing there could be ended early by a file's name with a line's end in it, and replies be forged behind
+// it. So each is followed by a random position for REST, which the server has to repeat, and "REST 0";
+// uploads and downloads over such a connection begin with "REST 0" as well.
+//
 // FTP cannot hold a folder while it is listed: one that became a link after the folder above was listed is
 // walked, unless its listing says (by "unique") that it is another: that goes to key 2 (13). And what a
 // folder holds is the server's word: one that enters another folder than it says, or heeds paths only for a

@@ -72,7 +72,7 @@ private:
     bool m_isTaken = false;   // somebody uses the session
     unsigned m_waiting = 0;   // threads that want to
     Win32Handle m_handedOver; // to one of them
-    bool m_usesPaths = true;  // sessions may list folders by their paths
+    FtpWays m_ways;           // that sessions may use
     std::optional<FtpSession> m_session;
 };
 using FtpConnectionPtr = SharedPtr<FtpConnection>;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <optional>
@@ -35,6 +36,27 @@ struct FtpLimits
         limits.stopEvent = stopEvent;
         return limits;
     }
+    /// For one step of a listing that has until `whole`.
+    [[nodiscard]] WaitLimits step(const Deadline& whole) const
+    {
+        WaitLimits limits = step();
+        if (whole.getLeft() < limits.deadline.getLeft())
+            limits.deadline = whole;
+        return limits;
+    }
+    /// A whole listing has ten times a step's time.
+    [[nodiscard]] Deadline whole() const
+    {
+        constexpr DWORD kShare = 10;
+        return Deadline(timeout < INFINITE / kShare ? timeout * kShare : INFINITE);
+    }
+};
+
+/// The quick ways to list folders, which a session may use once its server has proven them.
+struct FtpWays
+{
+    bool paths = true;  ///< LIST -a PATH, MLSD PATH
+    bool status = true; ///< STAT in place of LIST
 };
 
 /// One log-in at an FTP server (RFC 959, 2428, 3659): a control connection, and a data connection to the same
@@ -44,9 +66,8 @@ struct FtpLimits
 class FtpSession
 {
 public:
-    /// Connects and logs in. `usesPaths`: folders are listed by their paths if the server proves to heed
-    /// them.
-    FtpSession(const FtpServer& server, bool usesPaths, const FtpLimits& limits);
+    /// Connects and logs in.
+    FtpSession(const FtpServer& server, const FtpWays& ways, const FtpLimits& limits);
 
     /// Lists a folder.
     [[nodiscard]] FtpListing list(const std::string& folder, const FtpLimits& limits);
@@ -68,8 +89,12 @@ public:
     [[nodiscard]] bool isReady() const noexcept { return m_isReady; }
     /// Whether the server has ended the session meanwhile, as one does that has waited long for a command.
     [[nodiscard]] bool hasEnded();
-    /// Whether it was left in the middle of listing a folder by its path.
-    [[nodiscard]] bool wasTryingPath() const noexcept { return m_isTryingPath; }
+    /// Takes the way out in whose middle the session was left. False: in none that was allowed.
+    [[nodiscard]] bool giveUpTried(FtpWays& ways) const noexcept
+    {
+        return m_isTryingStatus ? std::exchange(ways.status, false)
+                                : m_isTryingPath && std::exchange(ways.paths, false);
+    }
     /// Whether the server has answered since the session was last ready.
     [[nodiscard]] bool isAnswered() const noexcept { return m_lastReply != 0; }
     /// What the server said at last of a transfer that has failed.
@@ -82,6 +107,8 @@ private:
         int code = 0;
         std::string text; // without the code; of several lines, with "\n" between
     };
+    /// Gives the limits of each wait for a part of a reply.
+    using Steps = std::function<WaitLimits()>;
     enum class PathUse
     {
         Unknown,
@@ -97,26 +124,30 @@ private:
     static constexpr std::size_t kPiece = 64U << 10U;
     static constexpr std::string_view kHiddenOf = "-a "; ///< and a path; other arguments are paths themselves
     static constexpr std::initializer_list<int> kAgreed{200, 250};
+    static constexpr int kPlaced = 350; // to REST
 
     void logIn(const FtpServer& server, const FtpLimits& limits);
     void agree(const FtpLimits& limits);
     void chooseFacts(std::string_view offered, const FtpLimits& limits);
-    [[nodiscard]] char readByte(const WaitLimits& limits);
-    [[nodiscard]] std::string readLine(const WaitLimits& limits, std::size_t& left);
+    [[nodiscard]] char readByte(const Steps& steps);
+    [[nodiscard]] std::string readLine(const Steps& steps, std::size_t& left);
+    [[nodiscard]] Reply readReply(const Steps& steps, std::size_t left);
     [[nodiscard]] Reply readReply(const WaitLimits& step);
     [[nodiscard]] bool isFarewell() const;
     [[nodiscard]] bool receiveWhatIsThere();
     void requireSilence();
+    [[noreturn]] void raiseOutOfStep();
     void requireInStep(std::string_view command, int expected, const FtpLimits& limits);
     void requireOneOf(const Reply& reply, std::initializer_list<int> expected);
     [[nodiscard]] bool isDoneWith(const Reply& reply, std::initializer_list<int> expected);
     void settle(int reply);
     [[nodiscard]] Reply readFinalReply(const FtpLimits& limits);
-    void send(std::string_view command, std::string_view argument, const FtpLimits& limits);
+    void send(std::string_view command, std::string_view argument, const FtpLimits& limits,
+              std::string_view behind = {});
     [[nodiscard]] Reply ask(std::string_view command, std::string_view argument, const FtpLimits& limits);
     [[nodiscard]] unsigned short dataPort(const FtpLimits& limits);
     [[nodiscard]] WirePtr requestTransfer(std::string_view command, std::string_view argument,
-                                          const FtpLimits& limits, unsigned long long offset);
+                                          const FtpLimits& limits, std::optional<unsigned long long> offset);
     void requireBegun(const FtpLimits& limits, bool isFromOffset);
     [[nodiscard]] std::size_t readPiece(Wire& data, std::vector<char>& piece, WaitLimits step,
                                         const FtpLimits& limits, bool& isBegun);
@@ -134,12 +165,22 @@ private:
     [[nodiscard]] FtpListing listWhereItStands(const std::string& folder, const FtpLimits& limits,
                                                std::optional<std::string>& text);
     [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
+    [[nodiscard]] std::optional<std::string> listByData(const std::string& argument, const FtpLimits& limits);
+    /// Whether a reply to REST repeats the position.
+    [[nodiscard]] static bool isPlacedAt(const Reply& reply, const std::string& position)
+    {
+        return reply.code == kPlaced && reply.text.find(position) != std::string::npos;
+    }
+    [[nodiscard]] std::optional<std::string> readStatus(const FtpLimits& limits);
+    [[nodiscard]] std::optional<std::string> listByStatus(const std::string& argument,
+                                                          const FtpLimits& limits);
+    void proveStatus(const std::string& argument, const std::string& text, const FtpLimits& limits);
     void prove(const std::string& folder, const FtpLimits& limits);
 
     SocketAddress m_address;
     ConnectTools m_dataTools; // one data connection at a time
     WirePtr m_control;
-    std::array<char, 2048> m_received{};
+    std::array<char, std::size_t{16} << 10U> m_received{};
     std::size_t m_receivedAt = 0;
     std::size_t m_receivedEnd = 0;
     bool m_isReady = false;
@@ -149,10 +190,14 @@ private:
     PathUse m_machinePaths = PathUse::Unknown; // MLSD PATH
     std::optional<Listed> m_before;            // the folder that it has entered, listed with MLSD
     bool m_knowsExtendedPassive = true;
-    bool m_listsHidden = true;  // LIST -a
-    bool m_knowsHidden = false; // it has shown "."
-    PathProof m_paths;          // LIST -a PATH
+    bool m_listsHidden = true;           // LIST -a
+    bool m_knowsHidden = false;          // it has shown "."
+    PathProof m_paths;                   // LIST -a PATH
+    PathUse m_status = PathUse::Unknown; // STAT -a, STAT -a PATH
+    std::size_t m_statusLength = 0;      // of the longest listing that STAT has shown as LIST does
+    std::uint32_t m_mark = 0;            // the next number for the server to repeat
     bool m_isTryingPath = false;
+    bool m_isTryingStatus = false;
     std::optional<Listed> m_standing; // the folder that it has entered, listed with LIST -a
     std::optional<Listed> m_first;    // of those
 };
