@@ -217,7 +217,7 @@ std::optional<std::string> FtpSession::listHidden(const std::string& folder, con
     const std::string argument = folder.empty() ? "-a" : std::string(kHiddenOf).append(folder);
     if (m_status != PathUse::Proven) {
         std::optional<std::string> text = listByData(argument, limits);
-        if (text && m_status == PathUse::Unknown)
+        if (text && m_first && m_status == PathUse::Unknown) // for one folder it would not pay
             proveStatus(argument, *text, limits);
         return text;
     }
