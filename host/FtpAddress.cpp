@@ -28,8 +28,12 @@ DWORD passwordRoom()
 std::optional<FtpAddress> parseFtpAddress(const std::wstring& text)
 {
     constexpr std::wstring_view kScheme = L"ftp://";
-    if (text.size() < kScheme.size() || _wcsnicmp(text.c_str(), kScheme.data(), kScheme.size()) != 0)
+    if (text.size() < kScheme.size() || _wcsnicmp(text.c_str(), kScheme.data(), kScheme.size()) != 0) {
+        const std::size_t scheme = text.find(L"://");
+        if (scheme != std::wstring::npos && scheme > 1 && text.find_first_of(L"\\/.:") == scheme)
+            throw UsageError{L"of addresses only those with ftp:// are known"};
         return {};
+    }
     FtpAddress address;
     const std::size_t slash = text.find(L'/', kScheme.size());
     std::wstring server = text.substr(kScheme.size(), slash - kScheme.size());

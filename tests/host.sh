@@ -116,6 +116,7 @@ ftp=127.0.0.1:$(sed -n 's/^port pyftpdlib //p' "$work/ftp")
 SYSMAINT_FTP_PASSWORD=secret run 0 scan "ftp://user@$ftp" --depth 1 && says err 'found 3 files, 4 folders'
 SYSMAINT_FTP_PASSWORD=wrong run 1 scan "ftp://user@$ftp" && says err '(1326)'
 SYSMAINT_FTP_PASSWORD=secret run 2 scan "ftp://user@$ftp" 'ftp://user@localhost' && says err 'for one account'
+run 2 scan "ftps://$ftp" && says err 'only those with ftp://'
 run 2 scan "ftp://user@$ftp" && says err 'nobody to ask for the password'
 run 2 scan "ftp://user:secret@$ftp" && says err 'SYSMAINT_FTP_PASSWORD'
 for address in 'ftp://' 'ftp://h:0' 'ftp://h:x/' 'ftp:///x' 'ftp://[::1/' 'ftp://::1/'; do run 2 scan "$address"; done

@@ -379,6 +379,9 @@ TEST(FtpHostile, RepliesOutOfStepEndTheConnection)
     EXPECT_EQ(erase(*file), ERROR_FILE_NOT_FOUND);
     file = fileOn("hasty", connection); // one that comes between a command and its own
     EXPECT_EQ(erase(*file), ERROR_INVALID_DATA);
+    const std::wstring local = scratchFolder() + L"\\up";
+    write(local, "x");
+    EXPECT_EQ(codeOf([&] { file->upload(local.c_str(), nullptr); }), ERROR_INVALID_DATA);
     file = fileOn("late", connection); // one that comes while nothing is asked
     EXPECT_EQ(file->exists(), 1);
     servers.cue();
@@ -420,9 +423,10 @@ TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
         L"folder /a/aa", L"folder /a/bb",     L"file 5 /a/aa/in-a", L"file 5 /a/bb/in-a-bb",
         L"folder /bb/a", L"folder /bb/b",     L"folder /a/aa/aa",   L"folder /a/aa/bb"};
     FtpServers servers(L"hostile");
-    for (const char* mode : {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps", "MLSD-heeds",
-                             "MLSD-ignores", "typeless", "tires", "tires-late", "MLSD-tires", "STAT-heeds",
-                             "STAT-ignores", "STAT-snaps", "STAT-cuts", "STAT-forges"}) {
+    for (const char* mode :
+         {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps", "MLSD-heeds", "MLSD-ignores",
+          "typeless", "tires", "tires-late", "MLSD-tires", "STAT-heeds", "STAT-ignores", "STAT-snaps",
+          "STAT-cuts", "STAT-forges", "STAT-swallows", "STAT-homes"}) {
         SCOPED_TRACE(mode);
         const long code = std::string(mode) == "hollow" ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
         const bool isAlike = std::string(mode) != "tires"; // /bb/a and /a/bb are

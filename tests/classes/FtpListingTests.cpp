@@ -5,10 +5,12 @@
 namespace {
 constexpr auto kPlain = FtpListing::Form::Plain, kMachine = FtpListing::Form::Machine;
 
-/// The entries of a listing in one line: kind, size and name of each; before them "code N", if it is wrong.
+/// The entries of a listing, whose last line is given without its end, in one line: kind, size and name of
+/// each; before them "code N", if it is wrong.
 std::wstring entriesOf(std::string_view text, FtpListing::Form form)
 {
-    const FtpListing listing = FtpListing::parse(text, form);
+    const FtpListing listing = FtpListing::parse(
+        std::string(text).append(text.find('\r') != std::string_view::npos ? "\r\n" : "\n"), form);
     std::wstring line = listing.failure != 0 ? L"code " + std::to_wstring(listing.failure) : L"";
     for (const FtpEntry& entry : listing.entries) {
         constexpr std::wstring_view kKinds = L"fdl";
@@ -58,19 +60,23 @@ TEST(FtpListing, UnderstandsMachineListings)
         {"Type=file;Size=7;Modify=20240131; a b; c", L"f7 a b; c|"},
         {"size=7;TYPE=DIR; d", L"d7 d|"},
         {"type=OS.unix=slink:/x; l", L"l- l|"},
-        {"type=cdir; /x\r\ntype=pdir; /\r\ntype=file; ..\r\n", L""},
+        {"type=cdir; /x\r\ntype=pdir; /\r\ntype=file; ..", L""},
         {"type=file; twice\ntype=file;size=1; twice", L"f- twice|"},
         {"type=file;size=x; a\ntype=file;size=-1; b", L"f- a|f- b|"},
         {"type=file;  leading", L"f-  leading|"},
     };
     for (const auto& [text, expected] : rows)
         EXPECT_EQ(entriesOf(text, kMachine), expected) << text;
-    for (const char* text : {"type=file;name", "type=file x", "type; x", " plain", "size=7; x"})
+    for (const char* text : {"type=file;name", "type=file x", "type; x", " plain", "size=7; x", "\r\n"})
         EXPECT_EQ(entriesOf(text, kMachine), L"code 13") << text;
-    for (const char* name : {"", "a/b", "/etc", "a\\b", "..\\x", "a\tb", "a\x7F", "\xC2\x80", "\xE2\x80\xA8"})
+    for (const char* name : {"", "a/b", "/etc", "a\\b", "..\\x", "a\tb", "a\x7F", "\xC2\x80", "\xE2\x80\xA8",
+                             "n\n", "n\r", "n\ntype=file; x"})
         EXPECT_EQ(entriesOf(std::string("type=file; ") + name + "\r\ntype=file; b", kMachine),
                   L"code 123f- b|")
             << name;
+    const FtpListing cut = FtpListing::parse("type=file; a\ntype=file; repo", kMachine);
+    EXPECT_EQ(cut.failure, ERROR_INVALID_DATA) << "a part of a name";
+    EXPECT_EQ(cut.entries.size(), 1U);
 }
 
 TEST(PathProof, CoversHarmlessPathsAsFarAsTheyWereShown)

@@ -32,8 +32,8 @@ struct IFtpFile
     /// the server again. A file of which the server said that all of it was sent stays, whatever came after
     /// that. A file that this call created and that would be empty is deleted.
     virtual void download(const wchar_t* localPath, bool goOn, HANDLE cancelEvent) const = 0;
-    /// Replaces the file on the server by the content of a local file. After a failure the server may hold a
-    /// part of it.
+    /// Replaces the file on the server by the content of a local file, and asks for NOOP as below. After a
+    /// failure the server may hold a part of it.
     virtual void upload(const wchar_t* localPath, HANDLE cancelEvent) const = 0;
     /// Deletes the file from the server. The server is then asked to do nothing (NOOP), and only if it agrees
     /// to that has the file been deleted: its yes might have been a late reply to something else. Raises 13

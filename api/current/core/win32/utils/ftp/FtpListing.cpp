@@ -246,20 +246,24 @@ std::string wantedFacts(std::string_view offered)
     return isAsItIs || wanted.find("TYPE;") == std::string::npos ? std::string() : wanted;
 }
 
+// Where lines end with "\r\n", a "\n" or a "\r" alone belongs to a name, which is none then. A line without
+// an end is a part of one: it would name something else.
 FtpListing FtpListing::parse(std::string_view text, Form form)
 {
     FtpListing listing;
     std::unordered_set<std::string> seen;
+    const std::string_view lineEnd = text.find("\r\n") != std::string_view::npos ? "\r\n" : "\n";
     for (bool isFirst = true; !text.empty(); isFirst = false) {
-        std::string_view line = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(line.size() + 1, text.size()));
-        while (!line.empty() && line.back() == '\r')
-            line.remove_suffix(1);
-        if (line.empty() || (isFirst && form == Form::Plain && line.starts_with("total ")))
+        const std::size_t end = text.find(lineEnd);
+        const std::string_view line = text.substr(0, end);
+        text.remove_prefix(std::min(line.size() + lineEnd.size(), text.size()));
+        if ((line.empty() && form == Form::Plain) ||
+            (isFirst && form == Form::Plain && line.starts_with("total ")))
             continue;
         FtpEntry entry;
         bool isListed = false; // the line is the folder's own
-        if (!(form == Form::Machine ? parseMachine(line, entry, isListed) : parsePlain(line, entry))) {
+        if (end == std::string_view::npos ||
+            !(form == Form::Machine ? parseMachine(line, entry, isListed) : parsePlain(line, entry))) {
             listing.failure = listing.failure != 0 ? listing.failure : long{ERROR_INVALID_DATA};
             continue;
         }

@@ -64,6 +64,13 @@ bool isOneOf(int reply, std::initializer_list<int> expected) noexcept
     return std::find(expected.begin(), expected.end(), reply) != expected.end();
 }
 
+std::string withoutReturn(std::string line)
+{
+    if (line.ends_with('\r'))
+        line.pop_back();
+    return line;
+}
+
 SocketAddress withPort(SocketAddress address, unsigned short port) noexcept
 {
     // The port stands at the same place in both kinds.
@@ -105,8 +112,10 @@ FtpSession::FtpSession(const FtpServer& server, const FtpWays& ways, const FtpLi
         m_paths.refute();
         m_machinePaths = PathUse::Refuted;
     }
-    if (!ways.status)
-        m_status = PathUse::Refuted;
+    if (!ways.status) {
+        m_statusHere.refute();
+        m_statusOfPath.refute();
+    }
     SocketClient client(server.host.c_str(), server.port);
     m_control = client.connect(limits.step());
     m_address = client.getAddress();
@@ -248,8 +257,6 @@ std::string FtpSession::readLine(const Steps& steps, std::size_t& left)
             raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
         line.push_back(c);
     }
-    if (!line.empty() && line.back() == '\r')
-        line.pop_back();
     return line;
 }
 
@@ -259,9 +266,9 @@ FtpSession::Reply FtpSession::readReply(const WaitLimits& step)
 }
 
 // "150 text", or "150-text", any lines, and "150 text". `left` is what it may take.
-FtpSession::Reply FtpSession::readReply(const Steps& steps, std::size_t left)
+FtpSession::Reply FtpSession::readReply(const Steps& steps, std::size_t left, bool keepsReturns)
 {
-    std::string line = readLine(steps, left);
+    std::string line = withoutReturn(readLine(steps, left));
     constexpr std::size_t kCodeLength = 3;
     const bool hasCode = line.size() >= kCodeLength && line.find_first_not_of("0123456789") >= kCodeLength &&
                          line[0] >= '1' && line[0] <= '5' &&
@@ -276,6 +283,8 @@ FtpSession::Reply FtpSession::readReply(const Steps& steps, std::size_t left)
                 raiseCode(ERROR_MESSAGE_EXCEEDS_MAX_SIZE);
             --left;
             line = readLine(steps, left);
+            if (!keepsReturns)
+                line = withoutReturn(std::move(line));
             reply.text.append("\n").append(line);
         } while (!line.starts_with(end));
     }
@@ -374,8 +383,8 @@ WirePtr FtpSession::requestTransfer(std::string_view command, std::string_view a
 {
     PendingConnect connecting(withPort(m_address, dataPort(limits)), m_dataTools);
     const bool isFromOffset = offset.value_or(0) != 0;
-    if (isFromOffset || (offset && m_mark != 0))                               // which has moved the position
-        requireOneOf(ask("REST", std::to_string(*offset), limits), {kPlaced}); // right before what it is for
+    if (isFromOffset || (offset && m_wasPlaced)) // right before what it is for
+        requireOneOf(ask("REST", std::to_string(*offset), limits), {kPlaced});
     send(command, argument, limits);
     try {
         return connecting.finish(limits.step());
@@ -467,10 +476,11 @@ void FtpSession::store(const std::string& file, const FtpLimits& limits,
         data->close();
     }
     endTransfer(limits);
+    requireInStep("NOOP", kIdle, limits);
 }
 
-// A reply of another command that has come late would be taken for the deletion's. Then the deletion's own is
-// the next: it is no answer to NOOP.
+// A reply of another command that has come late would be taken for the deletion's, or the upload's. Then its
+// own is the next: it is no answer to NOOP.
 void FtpSession::remove(const std::string& file, const FtpLimits& limits)
 {
     const Reply reply = ask("DELE", file, limits);

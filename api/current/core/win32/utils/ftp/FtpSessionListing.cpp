@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <random>
 
 #include "core/win32/utils/ftp/include/FtpSession.h"
 
@@ -215,10 +214,11 @@ FtpListing FtpSession::listWhereItStands(const std::string& folder, const FtpLim
 std::optional<std::string> FtpSession::listHidden(const std::string& folder, const FtpLimits& limits)
 {
     const std::string argument = folder.empty() ? "-a" : std::string(kHiddenOf).append(folder);
-    if (m_status != PathUse::Proven) {
+    StatusProof& proof = folder.empty() ? m_statusHere : m_statusOfPath;
+    if (!proof.isProven()) {
         std::optional<std::string> text = listByData(argument, limits);
-        if (text && m_first && m_status == PathUse::Unknown) // for one folder it would not pay
-            proveStatus(argument, *text, limits);
+        if (text && m_first) // for one folder it would not pay
+            proveStatus(proof, argument, *text, limits);
         return text;
     }
     std::optional<std::string> text = listByStatus(argument, limits);
@@ -249,59 +249,69 @@ std::optional<std::string> FtpSession::listByData(const std::string& argument, c
 std::optional<std::string> FtpSession::readStatus(const FtpLimits& limits)
 {
     const Deadline whole = limits.whole();
-    const Reply reply = readReply([&] { return limits.step(whole); }, kLargestListing);
+    Reply reply = readReply([&] { return limits.step(whole); }, kLargestListing, true);
     if (!isDoneWith(reply, {211, 212, 213}))
         return {};
-    std::string text;
-    const std::size_t last = reply.text.rfind('\n');
-    for (std::size_t at = reply.text.find('\n'); at < last;) {
-        const std::size_t end = reply.text.find('\n', ++at);
-        text.append(reply.text, at, end - at).append("\r\n");
-        at = end;
-    }
-    return text;
+    const std::size_t first = reply.text.find('\n') + 1;
+    const std::size_t last = reply.text.rfind('\n') + 1;
+    return reply.text.substr(first, last - first);
 }
 
 // STAT lists over the control connection (RFC 959, 4.1.3), which saves the data connection and two round
 // trips of three. But a name with a line's end in it, which vsftpd sends as it is, could end the listing and
-// put replies of its own behind it. So the server has to repeat a number there that nobody knows beforehand,
-// as the position of a transfer, and that is set back at once.
+// put replies of its own behind it. So the server has to repeat a number right there, as the position of a
+// transfer, which is set back at once. Nothing that was written before can hold that number, and in a reply
+// of several lines it could be what the server says in truth, behind a part of the listing.
 std::optional<std::string> FtpSession::listByStatus(const std::string& argument, const FtpLimits& limits)
 {
-    const std::string mark = std::to_string(m_mark++);
-    send("STAT", argument, limits, "REST " + mark + "\r\nREST 0\r\n");
+    const std::string position = m_positions.next();
+    send("STAT", argument, limits, "REST " + position + "\r\nREST 0\r\n");
     std::optional<std::string> text = readStatus(limits);
     const Reply reply = readReply(limits.step());
-    const bool isPlaced = readFinalReply(limits).code == kPlaced;
-    if (!isPlaced || !isPlacedAt(reply, mark))
+    if (reply.code != kPlaced || reply.text != m_placed->before + position + m_placed->behind ||
+        readFinalReply(limits).code != kPlaced)
         raiseOutOfStep();
     m_isTryingStatus = false;
     return text;
 }
 
-// `text` is what LIST has shown. One command at a time, until all is known.
-void FtpSession::proveStatus(const std::string& argument, const std::string& text, const FtpLimits& limits)
+// `text` is what LIST has shown. One command at a time, until all is known. A folder that is like another one
+// around proves nothing.
+void FtpSession::proveStatus(StatusProof& proof, const std::string& argument, const std::string& text,
+                             const FtpLimits& limits)
 {
-    if (!FtpListing::parse(text, FtpListing::Form::Plain).hasItself)
+    const std::size_t fingerprint = std::hash<std::string>()(text);
+    if (!proof.takes(fingerprint) || fingerprint == m_first->fingerprint ||
+        (m_standing && fingerprint == m_standing->fingerprint) ||
+        !FtpListing::parse(text, FtpListing::Form::Plain).hasItself)
         return;
-    m_status = PathUse::Refuted;
     send("STAT", argument, limits);
     const std::optional<std::string> same = readStatus(limits);
     settle(m_lastReply);
-    if (same == text) {
-        std::random_device random;
-        const std::uint32_t number = (random() & 0x3FFFFFFFU) | 0x40000000U; // always of ten digits
-        const std::string mark = std::to_string(number);
-        const Reply reply = ask("REST", mark, limits);
-        if (reply.code == kPlaced) {
-            m_mark = number + 1;
-            if (ask("REST", "0", limits).code != kPlaced)
-                raiseOutOfStep();
-            m_status = isPlacedAt(reply, mark) ? PathUse::Proven : PathUse::Refuted;
-            m_statusLength = text.size();
-        }
+    if (same == text && (m_placed || learnPlaced(limits))) {
+        proof.confirm(fingerprint);
+        m_statusLength = std::max(m_statusLength, text.size());
+    } else {
+        proof.refute();
     }
     m_isTryingStatus = false;
+}
+
+// Whether and how the server repeats positions.
+bool FtpSession::learnPlaced(const FtpLimits& limits)
+{
+    const std::string position = m_positions.next();
+    const Reply reply = ask("REST", position, limits);
+    if (reply.code != kPlaced)
+        return false;
+    m_wasPlaced = true;
+    if (ask("REST", "0", limits).code != kPlaced)
+        raiseOutOfStep();
+    const std::size_t at = reply.text.find(position);
+    if (at == std::string::npos || reply.text.find('\n') != std::string::npos)
+        return false;
+    m_placed = Placed{reply.text.substr(0, at), reply.text.substr(at + position.size())};
+    return true;
 }
 
 // The server has listed a folder by its path as it does after entering it, and otherwise than where the

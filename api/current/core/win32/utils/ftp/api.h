@@ -87,7 +87,7 @@ SYSMAINT_API IFtpFile* DllGetFtpFile(unsigned long loadCode, IInputByteStream& s
 // was reached through is a link to it: it is reported, but not listed. A server that cannot be reached any
 // more ends the scan.
 //
-// Folders are listed with MLSD, or else with LIST. If STAT shows the second folder as LIST does (vsftpd), the
+// Folders are listed with MLSD, or else with LIST. If STAT shows two that differ as LIST does (vsftpd), the
 // others are asked for with it: over the control connection, which takes one round trip instead of three. A
 // listing there could be ended early by a file's name with a line's end in it, and replies be forged behind
 // it. So each is followed by a random position for REST, which the server has to repeat, and "REST 0";

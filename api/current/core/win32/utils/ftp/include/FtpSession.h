@@ -10,6 +10,7 @@
 #include "core/win32/utils/connections/include/SocketEndpoint.h"
 #include "core/win32/utils/ftp/include/FtpListing.h"
 #include "core/win32/utils/ftp/include/PathProof.h"
+#include "core/win32/utils/ftp/include/StatusProof.h"
 
 /// An FTP server and who logs in there.
 struct FtpServer
@@ -121,6 +122,13 @@ private:
         std::size_t fingerprint = 0;
     };
 
+    /// A reply to REST, before and behind the position.
+    struct Placed
+    {
+        std::string before;
+        std::string behind;
+    };
+
     static constexpr std::size_t kPiece = 64U << 10U;
     static constexpr std::string_view kHiddenOf = "-a "; ///< and a path; other arguments are paths themselves
     static constexpr std::initializer_list<int> kAgreed{200, 250};
@@ -131,7 +139,7 @@ private:
     void chooseFacts(std::string_view offered, const FtpLimits& limits);
     [[nodiscard]] char readByte(const Steps& steps);
     [[nodiscard]] std::string readLine(const Steps& steps, std::size_t& left);
-    [[nodiscard]] Reply readReply(const Steps& steps, std::size_t left);
+    [[nodiscard]] Reply readReply(const Steps& steps, std::size_t left, bool keepsReturns = false);
     [[nodiscard]] Reply readReply(const WaitLimits& step);
     [[nodiscard]] bool isFarewell() const;
     [[nodiscard]] bool receiveWhatIsThere();
@@ -166,15 +174,12 @@ private:
                                                std::optional<std::string>& text);
     [[nodiscard]] std::optional<std::string> listHidden(const std::string& folder, const FtpLimits& limits);
     [[nodiscard]] std::optional<std::string> listByData(const std::string& argument, const FtpLimits& limits);
-    /// Whether a reply to REST repeats the position.
-    [[nodiscard]] static bool isPlacedAt(const Reply& reply, const std::string& position)
-    {
-        return reply.code == kPlaced && reply.text.find(position) != std::string::npos;
-    }
     [[nodiscard]] std::optional<std::string> readStatus(const FtpLimits& limits);
     [[nodiscard]] std::optional<std::string> listByStatus(const std::string& argument,
                                                           const FtpLimits& limits);
-    void proveStatus(const std::string& argument, const std::string& text, const FtpLimits& limits);
+    void proveStatus(StatusProof& proof, const std::string& argument, const std::string& text,
+                     const FtpLimits& limits);
+    [[nodiscard]] bool learnPlaced(const FtpLimits& limits);
     void prove(const std::string& folder, const FtpLimits& limits);
 
     SocketAddress m_address;
@@ -190,12 +195,15 @@ private:
     PathUse m_machinePaths = PathUse::Unknown; // MLSD PATH
     std::optional<Listed> m_before;            // the folder that it has entered, listed with MLSD
     bool m_knowsExtendedPassive = true;
-    bool m_listsHidden = true;           // LIST -a
-    bool m_knowsHidden = false;          // it has shown "."
-    PathProof m_paths;                   // LIST -a PATH
-    PathUse m_status = PathUse::Unknown; // STAT -a, STAT -a PATH
-    std::size_t m_statusLength = 0;      // of the longest listing that STAT has shown as LIST does
-    std::uint32_t m_mark = 0;            // the next number for the server to repeat
+    bool m_listsHidden = true;      // LIST -a
+    bool m_knowsHidden = false;     // it has shown "."
+    PathProof m_paths;              // LIST -a PATH
+    StatusProof m_statusHere;       // STAT -a
+    StatusProof m_statusOfPath;     // STAT -a PATH
+    std::size_t m_statusLength = 0; // of the longest listing that STAT has shown as LIST does
+    SecretNumbers m_positions;      // for the server to repeat
+    std::optional<Placed> m_placed; // how it repeats them
+    bool m_wasPlaced = false;       // by a listing: transfers set their position, even 0
     bool m_isTryingPath = false;
     bool m_isTryingStatus = false;
     std::optional<Listed> m_standing; // the folder that it has entered, listed with LIST -a
