@@ -63,8 +63,8 @@ SYSMAINT_API long TopicSubscribe(const TopicHandle& topic, MessageFilter& filter
 /// From inside a delivery of the topic the call does not wait for deliveries: those that other threads have
 /// begun with the subscriber may then still be running.
 ///
-/// Codes: 1168 it is not subscribed, and the consumer continues; 258 the time is over, or 1131 the call has
-/// no limit and a delivery waits for the calling thread in the same way, and it is still subscribed: if it
+/// Codes: 1168 it is not subscribed, and the consumer continues; 258 the time is over, 1131 the call has no
+/// limit and a delivery waits for the calling thread in the same way, or 8, and it is still subscribed: if it
 /// was the consumer that did not end, only the stop request remains, otherwise messages delivered meanwhile
 /// have skipped the subscriber; the pool's.
 SYSMAINT_API long TopicUnsubscribe(const TopicHandle& topic, IMessageHandler& handler, unsigned long timeout);
@@ -96,8 +96,9 @@ SYSMAINT_API long TopicSendMessage(const TopicHandle& topic, const HashMessageW&
 // with which the consumer's work ends; a new consumer continues with the next message.
 //
 // Codes: the system's for an event or a thread that was refused, the pool's; 487 the topic was closed
-// meanwhile. If the consumer could not begin for one post, a post of another thread at the same time may
-// still have succeeded: its message is delivered with the next post.
+// meanwhile, or somebody has closed its pool, which ends its posts for good. If the consumer could not begin
+// for one post, a post of another thread at the same time may still have succeeded: its message is delivered
+// with the next post.
 
 SYSMAINT_API long TopicPostMessage(const TopicHandle& topic, const MessageW& message);
 SYSMAINT_API long TopicPostMessage(const TopicHandle& topic, const MessageW& message, unsigned long value);

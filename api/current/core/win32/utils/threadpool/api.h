@@ -86,10 +86,10 @@ SYSMAINT_API long THPQueueWork(void* pool, unsigned long category, unsigned long
 // work resumes it if it has begun, and closing the pool does too; a wait for suspended work lasts until
 // somebody resumes it.
 //
-// Codes: 1168 no thread runs such work, even if it is queued; 5023 for suspending what is already suspended;
-// 170 a thread could not be suspended for 5 seconds, because it, or another thread that others wait for, is
-// loading or unloading a module. If suspending fails, what the call has suspended is resumed. Resuming what
-// is not suspended has no effect.
+// Codes: 1168 no thread runs work with that key, even if it is queued; 5023 for suspending what is already
+// suspended; 170 a thread could not be suspended for 5 seconds, because it, or another thread that others
+// wait for, is loading or unloading a module. If suspending fails, what the call has suspended is resumed.
+// Resuming what is not suspended has no effect.
 
 SYSMAINT_API long THPSuspendWork(void* pool, const wchar_t* category);
 SYSMAINT_API long THPSuspendWork(void* pool, unsigned long category);
@@ -121,8 +121,9 @@ SYSMAINT_API long THPCancelWork(void* pool, unsigned long category, unsigned lon
                                 IThreadPool::OperationType operation);
 
 // ---- Waiting, for at most `timeout` milliseconds (INFINITE: indefinitely), for the work that is queued or
-// running at the time of the call. `extraHandle` may be null; when it is signalled the wait ends early. The
-// calling work itself is never waited for.
+// running at the time of the call. `extraHandle` may be null; when it is signalled the wait ends early, and
+// takes what every wait of the system takes: a mutex, a count of a semaphore, the signal of an event that
+// resets itself. The calling work itself is never waited for.
 //
 // Returns 0 when all of it has finished; 1223 when some of it ended cancelled, or when `extraHandle` ended
 // the wait; 258 when the time is over; 87 for a null instance; 1131 when work or a handler waits, without a
