@@ -152,8 +152,7 @@ TEST(FileScan, HandlersMayRaiseAndChangeTheEngine)
         {[] { throw std::runtime_error("any"); }, 574, 1},
         {[&] { FSEngineClear(engine.handle); }, ERROR_INVALID_HANDLE, 3}, // the second root is dropped
         {[&] { FSEngineClearHandlers(engine.handle); }, ERROR_NOT_FOUND, 1},
-        {[&] { add(), CloseFileScanEngine(CreateFileScanEngine(L"changing")); }, 0, 6}, // for the next scan
-    };
+        {[&] { add(), CloseFileScanEngine(CreateFileScanEngine(L"changing")); }, 0, 6}}; // for the next scan
     for (const auto& [change, code, calls] : rows) {
         FSEngineClear(engine.handle);
         add();

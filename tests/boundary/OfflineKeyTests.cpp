@@ -202,10 +202,7 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
                              isThere(keyOf(root, L"a\\b\\c"))),
                   std::tuple(L"a", L"v\\v", "1: path", 0));
         void* const hive = CreateSettingsHive(each.c_str(), kSettingsReadOnly);
-        EXPECT_EQ(listOf([&](auto** names, auto* number) {
-                      return SettingsHiveEnumerateKeys(hive, L"", names, number);
-                  }),
-                  L"a");
+        EXPECT_EQ(listOf([&](auto... list) { return SettingsHiveEnumerateKeys(hive, L"", list...); }), L"a");
         CloseSettingsHive(hive);
     }
     EXPECT_EQ(keyOf(root, L"a")->deleteItem(), 0);
@@ -239,6 +236,4 @@ TEST_P(OfflineKeys, AreServedAsChosen)
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, OfflineKeys, testing::Values(kOfflineLibrary, kOfflineEngine),
-                         [](const auto& way) {
-                             return way.param == kOfflineEngine ? "ByEngine" : "ByLibrary";
-                         });
+                         [](auto& way) { return way.param == kOfflineEngine ? "ByEngine" : "ByLibrary"; });

@@ -45,13 +45,11 @@ struct SettingsHiveTest : testing::Test
     }
     [[nodiscard]] std::wstring keys(const wchar_t* key) const
     {
-        return listOf(
-            [&](auto** names, auto* count) { return SettingsHiveEnumerateKeys(hive, key, names, count); });
+        return listOf([&](auto... list) { return SettingsHiveEnumerateKeys(hive, key, list...); });
     }
     [[nodiscard]] std::wstring values(const wchar_t* key) const
     {
-        return listOf(
-            [&](auto** names, auto* count) { return SettingsHiveEnumerateValues(hive, key, names, count); });
+        return listOf([&](auto... list) { return SettingsHiveEnumerateValues(hive, key, list...); });
     }
     [[nodiscard]] std::wstring entries() const { return entriesOf(folder); }
 
@@ -76,10 +74,10 @@ TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
         EXPECT_EQ(text(L"window\\MAIN", L"title"), L"\u65E5\u672C");
         EXPECT_EQ(number(L"Window", L"WIDTH"), 0xFFFFFFFF);
         EXPECT_EQ(asNumber(SettingsHiveGetNumber64)(hive, L"Window", L""), 1LL << 40U);
-        EXPECT_EQ(listOf([&](auto** texts, auto* count) {
-                      return SettingsHiveGetTexts(hive, L"\u00E4RGER", L"list", texts, count);
-                  }),
-                  L"one,two");
+        const auto get = [&](auto... list) {
+            return SettingsHiveGetTexts(hive, L"\u00E4RGER", L"list", list...);
+        };
+        EXPECT_EQ(listOf(get), L"one,two");
         Given<unsigned char> bytes;
         std::size_t size = 0;
         EXPECT_EQ(SettingsHiveGetBytes(hive, L"", L"large", &bytes, &size), 0);
@@ -145,8 +143,7 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
     EXPECT_EQ(text(L"key", L"text"), L"x");
 
     const auto expectCode = [](const std::wstring& name, unsigned long flags, DWORD code) {
-        EXPECT_EQ(CreateSettingsHive(name.c_str(), flags), INVALID_HANDLE_VALUE);
-        EXPECT_EQ(GetLastError(), code);
+        EXPECT_EQ(refusalOf(CreateSettingsHive(name.c_str(), flags)), code);
     };
     expectCode(L"", 0, 87);
     expectCode(folder + L"\\x", 4, 87);
@@ -158,9 +155,8 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
         expectCode(name, 0, 161); // devices, pipes and streams
     EXPECT_EQ(entries(), L"settings.hive ");
     close();
-    const HANDLE held = ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const Win32Handle held = openedFile(file, GENERIC_WRITE);
     expectCode(file, 0, 32); // what cannot be read is not empty
-    CloseHandle(held);
 }
 
 TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWhateverFails)
@@ -205,11 +201,8 @@ TEST_F(SettingsHiveTest, ReplacesOnlyTheFileThatItHasRead)
          },
          1006},
         {[&] { // the same bytes, written again
-             const HANDLE opened =
-                 ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
              const FILETIME time{1, 1};
-             SetFileTime(opened, nullptr, nullptr, &time);
-             CloseHandle(opened);
+             SetFileTime(openedFile(file, GENERIC_WRITE).get(), nullptr, nullptr, &time);
          },
          1006},
         {[&] { SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }, 5}};
@@ -273,16 +266,14 @@ TEST_F(SettingsHiveTest, SavesInItsTurn)
 TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
 {
     open();
-    const std::wstring own = L"settings.hive." + std::to_wstring(GetCurrentProcessId());
-    const std::wstring kept[] = {own + L"-7.tmp",           L"settings.hive.3-1.tmp.old",
-                                 L"settings.hive.x-1.tmp",  L"settings.hive.3.tmp",
-                                 L"settings.hive.3-.tmp",   L"settings.hive.-1.tmp",
-                                 L"settings.hive2.3-1.tmp", L"settings.hive.3-1x.tmp"};
-    for (const std::wstring& name : kept)
-        writeBytes(folder + L"\\" + name, Bytes(1, 'x'));
-    for (const wchar_t* name : {L"settings.hive.3-1.tmp", L"settings.hive.999999999-12.tmp"})
-        writeBytes(folder + L"\\" + name, Bytes(1, 'x')); // identifiers are multiples of four
-    CreateDirectoryW((folder + L"\\settings.hive.3-2.tmp").c_str(), nullptr);
+    const std::wstring own = L"." + std::to_wstring(GetCurrentProcessId()) + L"-7.tmp";
+    const std::wstring kept[] = {own,        L".3-1.tmp.old", L".x-1.tmp",  L".3.tmp",
+                                 L".3-.tmp", L".-1.tmp",      L"2.3-1.tmp", L".3-1x.tmp"};
+    for (const std::wstring& end : kept)
+        writeBytes(file + end, Bytes(1, 'x'));
+    for (const wchar_t* end : {L".3-1.tmp", L".999999999-12.tmp"})
+        writeBytes(file + end, Bytes(1, 'x')); // identifiers are multiples of four
+    CreateDirectoryW((file + L".3-2.tmp").c_str(), nullptr);
     {
         const Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> kinds(
             [](auto, LPCWSTR) -> UINT { return DRIVE_REMOTE; }); // the process may be another machine's
@@ -291,8 +282,8 @@ TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
     }
     set(L"", L"more", L"text");
     EXPECT_EQ(save(), 0);
-    for (const std::wstring& name : kept)
-        EXPECT_TRUE(isThere(folder + L"\\" + name)) << utf8(name);
+    for (const std::wstring& end : kept)
+        EXPECT_TRUE(isThere(file + end)) << utf8(end);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 10);
 }
 
@@ -348,8 +339,7 @@ TEST_F(SettingsHiveTest, AreTheSameHoweverTheFileIsSpelled)
         EXPECT_EQ(save(), 0);
     }
     open(kSettingsReadOnly);
-    EXPECT_EQ(CreateSettingsHive(file.c_str(), 0), INVALID_HANDLE_VALUE);
-    EXPECT_EQ(GetLastError(), 5U);
+    EXPECT_EQ(refusalOf(CreateSettingsHive(file.c_str(), 0)), 5U);
     EXPECT_EQ(CreateSettingsHive(file.c_str(), kSettingsReadOnly), hive);
     CloseSettingsHive(hive);
 }
@@ -408,9 +398,7 @@ TEST_F(SettingsHiveTest, KeepsNoCopyOfADamagedFileThatStays)
         {[&] { moves.emplace(1, FALSE, ERROR_IO_DEVICE); }, ERROR_IO_DEVICE, L"settings.hive "},
         {[&] { // it was replaced all the same
              moves.emplace([](auto original, auto... arguments) {
-                 original(arguments...);
-                 SetLastError(ERROR_IO_DEVICE);
-                 return FALSE;
+                 return original(arguments...), SetLastError(ERROR_IO_DEVICE), FALSE;
              });
          },
          ERROR_IO_DEVICE, L"settings.hive settings.hive.damaged "}};

@@ -12,9 +12,7 @@ inline Bytes hiveOf(std::uint32_t emptyBins, const offline::Hive& content = offl
     const auto used = static_cast<std::uint32_t>(compact.size());
     Bytes hive(used + std::size_t{kCluster} * emptyBins);
     std::memcpy(hive.data(), compact.data(), used);
-    const auto put = [&](std::size_t offset, std::uint32_t number) {
-        std::memcpy(&hive.at(offset), &number, sizeof number);
-    };
+    const auto put = [&](std::size_t at, std::uint32_t number) { std::memcpy(&hive.at(at), &number, 4); };
     for (std::uint32_t at = used; at < hive.size(); at += kCluster) {
         std::copy_n("hbin", 4, hive.begin() + at);
         put(at + 4, at - kCluster);

@@ -4,7 +4,6 @@
 #include <winioctl.h>
 
 namespace {
-using Texts = std::vector<std::wstring>; // what several calls returned
 const auto combined = asText(PathCombinePartsW);
 const auto normalized = asText(PathNormalizeW);
 const auto parent = asText(PathParentW);
@@ -136,9 +135,7 @@ TEST(Paths, ProtectedAndValid)
 
 TEST(Paths, MakeUniqueAndTwins)
 {
-    const auto unique = [](const wchar_t* extension) {
-        return asText(PathMakeUnique)(L"C:\\windows", L"u18", extension);
-    };
+    const auto unique = [](auto* end) { return asText(PathMakeUnique)(L"C:\\windows", L"u18", end); };
     EXPECT_EQ(unique(L"tmp"), L"C:\\windows\\u18.tmp");
     for (const wchar_t* taken : {L"C:\\windows\\u18.tmp", L"C:\\windows\\u18 (2).tmp"})
         CloseHandle(

@@ -1,7 +1,6 @@
 #include "support/Process.h"
 #include "support/Utilities.h"
 
-using Numbers = std::vector<long long>; // what several calls returned
 constexpr unsigned long kOwn = 0xFFFFFFFF;
 constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
@@ -50,9 +49,8 @@ TEST(Services, AreToldSetAndDeleted)
 TEST(Services, AreWaitedForUntilTheTimeIsOverOrACancelComes)
 {
     DWORD now = SERVICE_STOPPED;
-    Replaced<"OpenServiceW", decltype(&OpenServiceW)> open([](auto, SC_HANDLE, const wchar_t*, DWORD) {
-        return OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-    });
+    Replaced<"OpenServiceW", decltype(&OpenServiceW)> open(
+        [](auto...) { return OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT); });
     Replaced<"QueryServiceStatusEx", decltype(&QueryServiceStatusEx)> query(
         [&](auto, SC_HANDLE, SC_STATUS_TYPE, BYTE* target, DWORD, DWORD*) {
             SERVICE_STATUS_PROCESS status{};
@@ -213,9 +211,7 @@ TEST(Processes, AreRunAndTold)
         EXPECT_EQ(starts.calls(), started);
     }
     const unsigned long self = GetCurrentProcessId();
-    wchar_t path[1024];
-    GetModuleFileNameW(nullptr, path, 1024);
-    EXPECT_EQ(asText(ProcessGetPath)(self), path);
+    EXPECT_EQ(asText(ProcessGetPath)(self), ownPath());
     EXPECT_EQ(asText(ProcessGetCommandLine)(self), GetCommandLineW());
     EXPECT_EQ(asNumber(ProcessIs32Bit)(self), 0);
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
@@ -304,8 +300,7 @@ TEST(Shell, FoldersRecycleBinAndIcons)
     for (const unsigned long session : {kOwn, 1UL})
         EXPECT_EQ(asText(ShellGetFolder)(0x24, session), L"C:\\windows");
     EXPECT_NE(asText(ShellGetTypeName)(L"C:\\windows").substr(0, 5), L"code ");
-    const TestEvent cancel;
-    cancel.set();
+    const TestEvent cancel(true);
     EXPECT_EQ(RecycleBinEmpty(nullptr, cancel.get()), 1223);
     EXPECT_EQ(RecycleBinEmpty(nullptr, kNoHandle), 6);
     unsigned long long bytes = 0, items = 0;
