@@ -100,8 +100,7 @@ TEST(HVKGateway, AccountsForEveryFileWhateverTheServerAnswers)
              return std::string();
          },
          {},
-         3},
-    };
+         3}};
     for (const std::size_t at : {0, 1, 2, 3})
         rows.emplace_back("id", changed(at, 1), Raised{ERROR_NO_MATCH, 400}, 0);
     for (std::size_t length = 0; length < 8; ++length)
