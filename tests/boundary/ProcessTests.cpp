@@ -1,7 +1,5 @@
 #include "ProcessTest.h"
 
-#include "core/win32/utils/objectmanager/include/Win32Handle.h"
-
 #include <psapi.h>
 #include <restartmanager.h>
 

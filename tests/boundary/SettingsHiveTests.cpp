@@ -87,10 +87,8 @@ TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
         EXPECT_EQ(SettingsHiveGetValue(hive, L"", L"odd", &type, &odd, &size), 0);
         EXPECT_EQ(std::string(odd.get(), odd.get() + size), "xyz");
         EXPECT_EQ(type, 0xABCDEF01);
-        EXPECT_EQ(keys(L""), L"a,Window,\u00C4rger");
-        EXPECT_EQ(keys(L"A\\B"), L"c");
-        EXPECT_EQ(values(L""), L"Large,Odd");
-        EXPECT_EQ(values(L"Window"), L"Width");
+        EXPECT_EQ((Texts{keys(L""), keys(L"A\\B"), values(L""), values(L"Window")}),
+                  (Texts{L"a,Window,\u00C4rger", L"c", L"Large,Odd", L"Width"}));
         EXPECT_EQ(save(), 0);
         EXPECT_EQ(state(), 0U);
         open(kSettingsMustExist);
@@ -103,9 +101,8 @@ TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
     EXPECT_EQ(state(), kSettingsChanged);
     EXPECT_EQ(save(), 0);
     open(kSettingsReadOnly);
-    EXPECT_EQ(keys(L""), L"Window,\u00C4rger");
-    EXPECT_EQ(values(L""), L"Large");
-    EXPECT_EQ(entries(), L"settings.hive ");
+    EXPECT_EQ((Texts{keys(L""), values(L""), entries()}),
+              (Texts{L"Window,\u00C4rger", L"Large", L"settings.hive "}));
 }
 
 TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
@@ -117,9 +114,8 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
     SettingsHiveSetBytes(hive, L"key", L"bytes", "abc", 3);
     SettingsHiveSetValue(hive, L"key", L"short", REG_DWORD, "abc", 3);
     SettingsHiveSetValue(hive, L"key", L"half", REG_SZ, "abc", 3);
-    EXPECT_EQ(number(L"key", L"text"), -1630);
-    EXPECT_EQ(number(L"key", L"short"), -13);
-    EXPECT_EQ(number(L"key", L"none"), -2);
+    for (const auto& [name, code] : {std::pair(L"text", -1630), {L"short", -13}, {L"none", -2}})
+        EXPECT_EQ(number(L"key", name), code);
     EXPECT_EQ(number(L"none", L"text"), -2);
     EXPECT_EQ(text(L"key", L"bytes") + text(L"key", L"half") + keys(L"none"), L"code 1630code 13code 2");
     EXPECT_EQ(set(longKey.c_str(), L"v", L"x"), 206);
@@ -392,16 +388,14 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
 TEST_F(SettingsHiveTest, KeepsNoCopyOfADamagedFileThatStays)
 {
     std::optional<Moves> moves;
+    const auto moveAndFail = [](auto move, auto... all) {
+        return move(all...), SetLastError(ERROR_IO_DEVICE), FALSE;
+    };
     const std::tuple<std::function<void()>, long, const wchar_t*> rows[] = {
         {[&] { SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }, 5, L"settings.hive "},
         {[&] { writeBytes(file, Bytes(3, 'y')); }, 1006, L"settings.hive "},
         {[&] { moves.emplace(1, FALSE, ERROR_IO_DEVICE); }, ERROR_IO_DEVICE, L"settings.hive "},
-        {[&] { // it was replaced all the same
-             moves.emplace([](auto original, auto... arguments) {
-                 return original(arguments...), SetLastError(ERROR_IO_DEVICE), FALSE;
-             });
-         },
-         ERROR_IO_DEVICE, L"settings.hive settings.hive.damaged "}};
+        {[&] { moves.emplace(moveAndFail); }, ERROR_IO_DEVICE, L"settings.hive settings.hive.damaged "}};
     for (const auto& [change, code, left] : rows) {
         writeBytes(file, Bytes(5000, 'x'));
         open();

@@ -68,9 +68,8 @@ TEST_F(Registry, ValuesOfEveryShape)
     }
     EXPECT_EQ(RegistryReadBinary(kUser, a.c_str(), L"odd", 0, &bytes, &count, &type), 0);
     EXPECT_EQ(count * 10 + type, 71U);
-    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 0, L"x", REG_BINARY), 87);
-    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 7, L"x", REG_SZ), 87);
-    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 64, L"x", REG_SZ), 0);
+    for (const auto& [view, kind, code] : {std::tuple(0U, REG_BINARY, 87), {7, REG_SZ, 87}, {64, REG_SZ, 0}})
+        EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", view, L"x", kind), code);
     EXPECT_EQ(read(L"s"), L"x");
     EXPECT_EQ(asText(RegistryTypeName)(REG_QWORD), L"REG_QWORD");
     EXPECT_EQ(asText(RegistryTypeName)(12), L"12");
@@ -231,7 +230,7 @@ TEST_F(Registry, PathsBeginWithARoot)
     }
     for (const wchar_t* wrong : {L"", L"HKXX\\a", L"\\HKLM", L"HKLMx"})
         EXPECT_EQ(parse(wrong, &root), L"code 161");
-    EXPECT_EQ(format(HKEY_USERS, L"x"), L"HKEY_USERS\\x");
-    EXPECT_EQ(format(HKEY_USERS, L""), L"HKEY_USERS");
-    EXPECT_EQ(format(reinterpret_cast<HKEY>(8), L""), L"code 6");
+    EXPECT_EQ(
+        (Texts{format(HKEY_USERS, L"x"), format(HKEY_USERS, L""), format(reinterpret_cast<HKEY>(8), L"")}),
+        (Texts{L"HKEY_USERS\\x", L"HKEY_USERS", L"code 6"}));
 }

@@ -153,11 +153,10 @@ TEST(Security, Ownership)
     const std::wstring file = testPath(L"owned");
     EXPECT_EQ(FileWriteAtomically(file.c_str(), "x", 1), 0);
     const std::wstring sid = asText(SidOfCurrentUser)();
-    EXPECT_EQ(asText(SecurityGetOwner)(file.c_str(), 0), sid);
-    EXPECT_EQ(asText(SecurityGetOwner)(file.c_str(), 3), L"code 87");
-    EXPECT_EQ(asText(SecurityGetOwner)(L"C:\\not there", 0), L"code 2");
-    EXPECT_EQ(asText(SecurityGetOwner)(L"HKCU\\not there", 1), L"code 2");
-    EXPECT_EQ(asText(SecurityGetOwner)(L"not there", 2), L"code 1060");
+    const auto owner = asText(SecurityGetOwner);
+    EXPECT_EQ((Texts{owner(file.c_str(), 0), owner(file.c_str(), 3), owner(L"C:\\not there", 0),
+                     owner(L"HKCU\\not there", 1), owner(L"not there", 2)}),
+              (Texts{sid, L"code 87", L"code 2", L"code 2", L"code 1060"}));
     // An object without a list lets everybody in: a list with one entry would shut the others out.
     std::tuple<SECURITY_INFORMATION, DWORD, bool> made; // what, entries, whether there is an owner
     Replaced<"SetSecurityInfo", DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID, PSID, ACL*, ACL*)>
@@ -273,12 +272,10 @@ TEST(Shell, Shortcuts)
     EXPECT_EQ(made(link, target, most), 0);
     EXPECT_EQ(ShellReadShortcut(link.c_str(), &to, &arguments, &folder), 0);
     EXPECT_EQ(arguments.get(), most);
-    EXPECT_EQ(made(link, target, most + L"a"), 206);
-    EXPECT_EQ(made(link, L"C:\\" + std::wstring(257, L'x'), L""), 206);
-    EXPECT_EQ(made(link, L"", L""), 87);
-    EXPECT_EQ(made(target, target, L""), 80);
-    EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
-    EXPECT_EQ(made(L"C:\\users", target, L""), 336);
+    EXPECT_EQ((Numbers{made(link, target, most + L"a"), made(link, L"C:\\" + std::wstring(257, L'x'), L""),
+                       made(link, L"", L""), made(target, target, L""), made(L"C:\\no\\a.lnk", target, L""),
+                       made(L"C:\\users", target, L"")}),
+              (Numbers{206, 206, 87, 80, 3, 336}));
     EXPECT_EQ(ShellReadShortcut(target.c_str(), &to, &arguments, &folder), 13);
     const auto broken = [&] { return asNumber(ShellShortcutIsBroken)(link.c_str()); };
     EXPECT_EQ(broken(), 0);
@@ -307,12 +304,11 @@ TEST(Shell, FoldersRecycleBinAndIcons)
     EXPECT_EQ(RecycleBinQuery(nullptr, &bytes, &items), 0);
     constexpr wchar_t kIcons[] = L"C:\\windows\\system32\\shell32.dll";
     void* icon = nullptr;
+    EXPECT_EQ(IconExtract(L"C:\\not there", 0, 32, &icon), 2);
     EXPECT_GT(asNumber(IconCount)(kIcons), 10);
     EXPECT_EQ(asNumber(IconCount)(L"C:\\windows\\win.ini"), 0);
-    EXPECT_EQ(IconExtract(kIcons, 9999, 32, &icon), 1814);
-    EXPECT_EQ(IconExtract(L"C:\\not there", 0, 32, &icon), 2);
-    EXPECT_EQ(IconExtract(kIcons, 0, 257, &icon), 87);
-    EXPECT_EQ(IconExtract(kIcons, 0, 32, &icon), 0);
+    for (const auto& [index, size, code] : {std::tuple(9999, 32, 1814), {0, 257, 87}, {0, 32, 0}})
+        EXPECT_EQ(IconExtract(kIcons, index, size, &icon), code);
     const std::wstring bitmap = testPath(L"icon.bmp");
     EXPECT_EQ(IconToBitmapFile(icon, bitmap.c_str()), 0);
     Given<unsigned char> content;
