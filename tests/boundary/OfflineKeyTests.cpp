@@ -35,7 +35,7 @@ struct OfflineKeys : testing::TestWithParam<unsigned long>
         return std::distance(std::filesystem::directory_iterator(folder), {});
     }
 
-    OffregLibrary offreg{true};
+    StandIn offreg{L"offreg.dll", L"offline_registry.dll"};
     const std::wstring folder = scratchFolder();
     const std::wstring file = folder + L"\\new \u65E5.hive";
     OfflineKey root; ///< of a new hive
@@ -184,10 +184,7 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
     const std::wstring saved = file + L"2", salvaged = file + L"3";
     EXPECT_EQ(root->save(file.c_str()), 0);
     Bytes bytes = readBytes(file);
-    const std::string name = "a~b";
-    const auto found = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
-    ASSERT_NE(found, bytes.end());
-    *(found + 1) = '\\';
+    byteBehind(bytes, "a~b", 1) = '\\';
     writeBytes(file, bytes);
     root = open(file);
     ASSERT_NE(root, nullptr) << GetLastError();

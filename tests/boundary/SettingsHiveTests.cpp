@@ -1,8 +1,8 @@
 #include "core/win32/registry/settingshive/api.h"
 
 #include "support/Faults.h"
+#include "support/Hives.h"
 #include "support/Utilities.h"
-#include "support/Wipe.h"
 
 using Moves = Replaced<"MoveFileExW", decltype(&MoveFileExW)>;
 
@@ -348,10 +348,7 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
     ASSERT_EQ(save(), 0);
     close();
     Bytes bytes = readBytes(file);
-    const std::string name = "bad"; // the key's record lies 80 bytes before its name
-    const auto found = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
-    ASSERT_NE(found, bytes.end());
-    *(found - 76) = 'x';
+    byteBehind(bytes, "bad", -76) = 'x'; // in the key's record, which lies 80 bytes before its name
     Bytes unclosed = readBytes(file);
     unclosed[4] ^= 2; // one of two sequence numbers; the checksum is that of all words
     unclosed[508] ^= 2;
