@@ -1,3 +1,4 @@
+#include "support/Links.h"
 #include "support/Utilities.h"
 
 namespace {
@@ -165,17 +166,10 @@ TEST_F(Registry, TextsAreTakenWholeOrNotAtAll)
 TEST_F(Registry, LinksAndPaths)
 {
     put(L"target\\inner", L"v", REG_SZ, L"x");
-    HKEY made = nullptr;
     const std::wstring link = key(L"tree\\link");
     EXPECT_EQ(RegistryWriteDword(kUser, key(L"tree").c_str(), L"d", 0, 1), 0);
-    ASSERT_EQ(RegCreateKeyExW(kUser, link.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS,
-                              nullptr, &made, nullptr),
-              0);
     const std::wstring to = L"\\Registry\\User\\" + asText(SidOfCurrentUser)() + L"\\" + key(L"target");
-    EXPECT_EQ(RegSetValueExW(made, L"SymbolicLinkValue", 0, REG_LINK,
-                             reinterpret_cast<const BYTE*>(to.data()), static_cast<DWORD>(to.size() * 2)),
-              0);
-    RegCloseKey(made);
+    makeKeyLink(kUser, link, to);
     EXPECT_EQ(exists(L"tree\\link\\inner"), 1);
     // Functions that change keys follow no link anywhere in a path, and do not turn a key into one.
     put(L"source\\link\\inner", L"v", REG_SZ, L"y");
