@@ -139,7 +139,8 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
     EXPECT_EQ(text(L"key", L"text"), L"x");
 
     const auto expectCode = [](const std::wstring& name, unsigned long flags, DWORD code) {
-        EXPECT_EQ(refusalOf(CreateSettingsHive(name.c_str(), flags)), code);
+        EXPECT_EQ(CreateSettingsHive(name.c_str(), flags), INVALID_HANDLE_VALUE);
+        EXPECT_EQ(GetLastError(), code);
     };
     expectCode(L"", 0, 87);
     expectCode(folder + L"\\x", 4, 87);
@@ -335,7 +336,8 @@ TEST_F(SettingsHiveTest, AreTheSameHoweverTheFileIsSpelled)
         EXPECT_EQ(save(), 0);
     }
     open(kSettingsReadOnly);
-    EXPECT_EQ(refusalOf(CreateSettingsHive(file.c_str(), 0)), 5U);
+    EXPECT_EQ(CreateSettingsHive(file.c_str(), 0), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), 5U);
     EXPECT_EQ(CreateSettingsHive(file.c_str(), kSettingsReadOnly), hive);
     CloseSettingsHive(hive);
 }

@@ -1,6 +1,7 @@
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/SmartHandle.h"
-#include "support/Process.h"
+#include "support/ImportReplacement.h"
+#include "support/Test.h"
 
 namespace {
 std::atomic<long> g_living{0};
@@ -31,6 +32,7 @@ using Table = ObjectManager<CounterPtr>;
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
 const auto number = [](std::uintptr_t value) { return reinterpret_cast<void*>(value); };
+const auto refusal = [](void* handle) { return handle == kInvalid ? GetLastError() : 0; };
 
 std::vector<void*> g_closed;
 int closeHandle(void* handle)
@@ -83,14 +85,14 @@ TEST(ObjectManager, NumbersNamesAndCodes)
     EXPECT_STREQ(name, L"4");
 
     // The refusal of an existing name opens that object once more.
-    EXPECT_EQ(refusalOf(add(L"c")), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(refusal(add(L"c")), ERROR_ALREADY_EXISTS);
     EXPECT_NE(table.close(number(3)), 0);
     EXPECT_EQ(table.lookup(L"c"), number(3));
     EXPECT_NE(table.close(number(3)), 0);
     EXPECT_NE(table.close(number(3)), 0);
     for (const wchar_t* missing : {L"c", L"C", L"x"}) { // which is not filed without an object
-        EXPECT_EQ(refusalOf(table.lookup(missing)), ERROR_NOT_FOUND);
-        EXPECT_EQ(refusalOf(table.registerObject(missing, CounterPtr())), ERROR_INVALID_ADDRESS);
+        EXPECT_EQ(refusal(table.lookup(missing)), ERROR_NOT_FOUND);
+        EXPECT_EQ(refusal(table.registerObject(missing, CounterPtr())), ERROR_INVALID_ADDRESS);
     }
     EXPECT_EQ(add(L"C"), number(3));
     table.close(number(3));
@@ -178,7 +180,7 @@ TEST(ObjectManager, FailingLock)
     CounterPtr object;
     {
         const Replaced<"CreateMutexW", decltype(&CreateMutexW)> creates(1, nullptr, 1450);
-        EXPECT_EQ(refusalOf(table.registerObject(L"a", makeShared<Counter>())), 1450U);
+        EXPECT_EQ(refusal(table.registerObject(L"a", makeShared<Counter>())), 1450U);
     }
     void* handle = table.registerObject(L"a", makeShared<Counter>());
     Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits;
