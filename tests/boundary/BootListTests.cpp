@@ -77,9 +77,9 @@ TEST_F(BootListTest, LosesNoLineOfOthers)
 {
     const std::wstring theirs = lineOf(at(L"theirs"));
     const auto openToAdd = [] {
-        return Win32Handle(::CreateFileW(bootListPath().c_str(), FILE_APPEND_DATA,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, 0,
-                                         nullptr));
+        constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
+        return Win32Handle(::CreateFileW(bootListPath().c_str(), FILE_APPEND_DATA, kShare, nullptr,
+                                         OPEN_ALWAYS, 0, nullptr));
     };
     const auto add = [&](const std::wstring& text) {
         DWORD written = 0;
@@ -92,15 +92,13 @@ TEST_F(BootListTest, LosesNoLineOfOthers)
             const bool isToAdd = access == GENERIC_WRITE && share == FILE_SHARE_WRITE;
             if (!isToAdd || !std::exchange(isRead, false))
                 return refuse(open, name, access, share, rest...);
-            SetLastError(ERROR_SHARING_VIOLATION);
-            return INVALID_HANDLE_VALUE;
+            return SetLastError(ERROR_SHARING_VIOLATION), INVALID_HANDLE_VALUE;
         });
     Replaced<"LockFileEx", decltype(&LockFileEx)> locks([&](auto original, auto... all) -> BOOL {
         if (locks.calls() > 1)
             return original(all...);
         add(kHeader + theirs);
-        SetLastError(ERROR_LOCK_VIOLATION);
-        return FALSE;
+        return SetLastError(ERROR_LOCK_VIOLATION), FALSE;
     });
     const Writes writes(before([&](auto...) {
         OVERLAPPED place{};
@@ -127,8 +125,8 @@ TEST_F(BootListTest, TakesPlainPathsOfFilesAlone)
                 return at(path.substr(begin + root.size()));
         return path;
     };
-    files.setHook([&, refuse = refuseToWipe](auto open, LPCWSTR name, auto... rest) mutable {
-        return refuse(open, realPath(name).c_str(), rest...);
+    files.setHook([&, refuse = refuseToWipe](auto open, LPCWSTR name, auto... all) mutable {
+        return refuse(open, realPath(name).c_str(), all...);
     });
     const Case* now = nullptr;
     Replaced<"GetFinalPathNameByHandleW", decltype(&GetFinalPathNameByHandleW)> finals(
@@ -210,9 +208,9 @@ TEST_F(BootListTest, IsReadAndWrittenAfterTornLines)
     for (const std::wstring& name : {held, at(L"held 2"), at(L"held 3")}) {
         writeBytes(name, {1});
         EXPECT_EQ(name == held ? ERROR_IO_DEVICE : wipe(kWipeFile, name), ERROR_IO_DEVICE);
-        for (const wchar_t c : lineOf(name))
-            list.insert(list.end(),
-                        {static_cast<unsigned char>(c & 0xFF), static_cast<unsigned char>(c >> 8U)});
+        const std::wstring text = lineOf(name);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+        list.insert(list.end(), bytes, bytes + text.size() * sizeof(wchar_t));
         if (name == held)
             writeBytes(bootListPath(), list);
         EXPECT_TRUE(readBytes(bootListPath()) == list && ForceDeleteIsScheduled(name.c_str()) == 1);
@@ -224,8 +222,7 @@ TEST_F(BootListTest, IsReadAndWrittenAfterTornLines)
 TEST_F(BootListTest, StaysWholeWhenALineCannotBeAdded)
 {
     writeBytes(bootListPath(), {'x', 0, '\r', 0, '\n', 0});
-    Win32Handle holder(
-        ::CreateFileW(bootListPath().c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    Win32Handle holder = openedFile(bootListPath());
     const auto expect = [&](DWORD code) {
         wiper->setNeedsReboot(0);
         EXPECT_TRUE(wipe(kWipeFile, held) == ERROR_IO_DEVICE && wiper->getNeedsReboot() == 1U);
@@ -233,8 +230,8 @@ TEST_F(BootListTest, StaysWholeWhenALineCannotBeAdded)
     };
     expect(ERROR_SHARING_VIOLATION);
     holder.reset();
-    Writes writes([](auto original, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
-        return original(file, data, size / 2, rest...);
+    Writes writes([](auto write, HANDLE file, LPCVOID data, DWORD size, auto... rest) {
+        return write(file, data, size / 2, rest...);
     });
     expect(ERROR_SUCCESS);
     EXPECT_EQ(takeBootList(), L"x\r\n");

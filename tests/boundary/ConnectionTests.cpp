@@ -60,7 +60,7 @@ TEST_P(Connections, CarryMessagesOfAllClasses)
 TEST_P(Connections, CarryThousandsOfMessagesBothWays)
 {
     const auto sizeOf = [](std::uint32_t i) {
-        return i % 500 == 0 ? std::size_t{16} << 20U : i % 100 == 0 ? std::size_t{64} << 10U : i % 7;
+        return i % 500 == 0 ? 1U << 24U : i % 100 == 0 ? 1U << 16U : i % 7;
     };
     onThreadsAtOnce(4, [&](int number) {
         void* end = number % 2 == 0 ? m_peers.client.get() : m_peers.accepted.get();
@@ -97,8 +97,7 @@ TEST_P(Connections, EndThoseOfAPeerThatBreaksTheForm)
         {framed(3, body + bytesOf(0xFFFFFFFFU)), ERROR_INVALID_DATA},
         {framed(2, body + bytesOf(0xFFFFFFFFU)), ERROR_INVALID_DATA},
         {framed(1, ""), ERROR_INVALID_DATA},
-        {"", ERROR_BROKEN_PIPE},
-    };
+        {"", ERROR_BROKEN_PIPE}};
     for (const auto& [bytes, code] : rows) {
         SCOPED_TRACE(testing::PrintToString(bytes));
         m_peers.writeAndClose(bytes);
@@ -125,21 +124,20 @@ TEST_P(Connections, EndEveryWaitAtOnce)
     AnyMessage got;
     const std::vector<char> big(std::size_t{32} << 20U);
     const auto client = [&] { return m_peers.client.get(); };
-    const std::pair<std::string, std::function<long(unsigned long, void*)>> calls[] = {
-        {"read", [&](auto time, void* end) { return ConnectionRead(client(), &byte, 1, time, end, &done); }},
+    const auto server = [&] { return m_peers.server.get(); };
+    const std::pair<std::string, std::function<long(DWORD, void*)>> calls[] = {
+        {"read", [&](DWORD time, void* end) { return ConnectionRead(client(), &byte, 1, time, end, &done); }},
         {"receive",
-         [&](auto time, void* end) { return ConnectionReceiveMessage(client(), got, nullptr, time, end); }},
+         [&](DWORD time, void* end) { return ConnectionReceiveMessage(client(), got, nullptr, time, end); }},
         {"write",
-         [&](auto time, void* end) { return ConnectionWrite(client(), big.data(), big.size(), time, end); }},
-        {"accept",
-         [&](auto time, void* end) { return ConnectionAccept(m_peers.server.get(), time, end, &accepted); }},
-    };
+         [&](DWORD time, void* end) { return ConnectionWrite(client(), big.data(), big.size(), time, end); }},
+        {"accept", [&](DWORD time, void* end) { return ConnectionAccept(server(), time, end, &accepted); }}};
     for (const auto& each : calls) {
         const auto& [name, call] = each;
         SCOPED_TRACE(name);
         long other = name == "accept" ? ERROR_BUSY : ERROR_SUCCESS; // many may accept at the same time
         {
-            const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
+            const Multiple waits(
                 before([&](auto...) { other = other != ERROR_BUSY ? each.second(0, nullptr) : other; }));
             EXPECT_EQ(call(50, nullptr), WAIT_TIMEOUT);
         }
@@ -356,8 +354,7 @@ TEST(SocketConnections, FailWithTheSocketLayersCode)
     EXPECT_EQ(connect(L"lookup.invalid", port, 60000), WSAHOST_NOT_FOUND);
     EXPECT_EQ(connect(L"127.0.0.1", 1, 60000), WSAECONNREFUSED);
     EXPECT_EQ(connect(L"localhost", port, 60000), ERROR_SUCCESS);
-    const ConnectionHandle second(
-        CreateSocketConnection(kServer, L"sysmaint test\\second", L"127.0.0.1", port, 0));
+    const ConnectionHandle second(CreateSocketConnection(kServer, L"sysmaint 2", L"127.0.0.1", port, 0));
     EXPECT_EQ(ConnectionListen(second.get(), 60000, nullptr), WSAEADDRINUSE);
     unsigned short before = port;
     EXPECT_EQ(ConnectionDisconnect(peers.server.get()), ERROR_SUCCESS);

@@ -152,8 +152,7 @@ TEST(FileScan, HandlersMayRaiseAndChangeTheEngine)
         {[] { throw std::runtime_error("any"); }, 574, 1},
         {[&] { FSEngineClear(engine.handle); }, ERROR_INVALID_HANDLE, 3}, // the second root is dropped
         {[&] { FSEngineClearHandlers(engine.handle); }, ERROR_NOT_FOUND, 1},
-        {[&] { add(), CloseFileScanEngine(CreateFileScanEngine(L"changing")); }, 0, 6}, // for the next scan
-    };
+        {[&] { add(), CloseFileScanEngine(CreateFileScanEngine(L"changing")); }, 0, 6}}; // for the next scan
     for (const auto& [change, code, calls] : rows) {
         FSEngineClear(engine.handle);
         add();
@@ -222,33 +221,30 @@ TEST(FileScan, OddEntries)
             entry.EaSize = tag;
         };
     };
+    const auto named = [](wchar_t c) { return [c](Entry& entry) { entry.FileName[2] = c; }; };
     const std::wstring name = L"ünïcödé";
     const std::wstring folder = kTree + L"\\" + name;
     // The change of the folder's entry, the code, and whether the folder is reported and walked.
-    const std::tuple<std::function<void(Entry&)>, long, bool, bool> rows[] = {
-        {tagged(IO_REPARSE_TAG_MOUNT_POINT), ERROR_SUCCESS, true, false},
-        {tagged(IO_REPARSE_TAG_SYMLINK), ERROR_SUCCESS, true, false},
-        {tagged(0), ERROR_SUCCESS, true, false},
-        {tagged(0x9000001A), ERROR_SUCCESS, true, true},
-        {tagged(0x80000013), ERROR_SUCCESS, true, true},
-        {[](Entry& entry) { entry.EaSize = IO_REPARSE_TAG_SYMLINK; }, ERROR_SUCCESS, true, true},
-        {[](Entry& entry) { entry.FileName[2] = L'\\'; }, ERROR_INVALID_NAME, false, false},
-        {[](Entry& entry) { entry.FileName[2] = L'/'; }, ERROR_INVALID_NAME, false, false},
-        {[](Entry& entry) { entry.FileName[2] = L'\0'; }, ERROR_INVALID_NAME, false, false},
-        {[](Entry& entry) { entry.FileNameLength = 0xFFFFFFF0; }, ERROR_INVALID_DATA, false, false},
-        {[](Entry& entry) { entry.NextEntryOffset = 0xFFFFFFF8; }, ERROR_INVALID_DATA, false, false},
-        {[](Entry& entry) { entry.NextEntryOffset += 2; }, ERROR_INVALID_DATA, false, false}};
+    const std::tuple<std::vector<std::function<void(Entry&)>>, long, bool, bool> rows[] = {
+        {{tagged(IO_REPARSE_TAG_MOUNT_POINT), tagged(IO_REPARSE_TAG_SYMLINK), tagged(0)}, 0, true, false},
+        {{tagged(0x9000001A), tagged(0x80000013)}, 0, true, true},
+        {{[](Entry& entry) { entry.EaSize = IO_REPARSE_TAG_SYMLINK; }}, 0, true, true},
+        {{named(L'\\'), named(L'/'), named(L'\0')}, ERROR_INVALID_NAME, false, false},
+        {{[](Entry& entry) { entry.FileNameLength = 0xFFFFFFF0; }}, ERROR_INVALID_DATA, false, false},
+        {{[](Entry& entry) { entry.NextEntryOffset = 0xFFFFFFF8; }}, ERROR_INVALID_DATA, false, false},
+        {{[](Entry& entry) { entry.NextEntryOffset += 2; }}, ERROR_INVALID_DATA, false, false}};
     AskedHandle asked;
-    for (const auto& row : rows) {
-        Collector collector;
-        asked.setHook(changingEntries([&](Entry& entry) {
-            if (std::wstring_view(entry.FileName, entry.FileNameLength / sizeof(wchar_t)) == name)
-                std::get<0>(row)(entry);
-        }));
-        SCOPED_TRACE(&row - rows);
-        const auto& [change, code, isReported, isWalked] = row;
-        EXPECT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), code);
-        EXPECT_EQ(collector.paths.count(folder), isReported);
-        EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), isWalked);
-    }
+    for (const auto& row : rows)
+        for (const auto& change : std::get<0>(row)) {
+            Collector collector;
+            asked.setHook(changingEntries([&](Entry& entry) {
+                if (std::wstring_view(entry.FileName, entry.FileNameLength / sizeof(wchar_t)) == name)
+                    change(entry);
+            }));
+            const auto& [changes, code, isReported, isWalked] = row;
+            SCOPED_TRACE(testing::Message() << &row - rows << ", change " << &change - changes.data());
+            EXPECT_EQ(TestEngine(collector).scan(kTree, 65535, nullptr, L"", kIgnores), code);
+            EXPECT_EQ(collector.paths.count(folder), isReported);
+            EXPECT_EQ(collector.paths.count(folder + L"\\日本語.txt"), isWalked);
+        }
 }

@@ -92,7 +92,7 @@ struct HiveAnalysis : testing::Test
     RDAnalyzerResults results;
     Opens opens;
     Controls controls;
-    OffregLibrary offreg{false};
+    StandIn offreg{L"offreg.dll", L"offline_registry.dll", false};
 };
 
 /// The console's command, with its output in files.

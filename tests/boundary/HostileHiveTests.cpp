@@ -1,6 +1,6 @@
 #include "core/win32/registry/offline/include/HiveLayout.h"
+#include "support/Hives.h"
 #include "support/OfflineKeys.h"
-#include "support/Wipe.h"
 
 namespace {
 /// With lists of keys, a class name, values of all kinds and data in segments.
@@ -94,10 +94,7 @@ TEST(HostileHives, LeaveNoNewFileWithoutMemory)
 {
     const std::wstring folder = scratchFolder(), file = folder + L"\\hive", target = folder + L"\\new";
     Bytes hive = wholeHive(file);
-    const std::string name = "value"; // the record of a value lies 20 bytes before its name
-    const auto found = std::search(hive.begin(), hive.end(), name.begin(), name.end());
-    ASSERT_NE(found, hive.end());
-    *(found - 20) = 'x';
+    byteBehind(hive, "value", -20) = 'x'; // where the record of a value begins
     writeBytes(file, hive);
     const HeapWatch watch(sysmaintModule());
     long number = 0;

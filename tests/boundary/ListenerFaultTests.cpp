@@ -49,9 +49,7 @@ TEST_P(Listeners, LoseNothingWithoutMemory)
     const HeapWatch watch(sysmaintModule());
     listen();
     report({});
-    const Polls waits([](auto original, HANDLE handle, DWORD limit) {
-        return original(handle, limit == 1000 ? 0 : limit);
-    });
+    const Polls waits([](auto wait, HANDLE on, DWORD limit) { return wait(on, limit == 1000 ? 0 : limit); });
     Replaced<"CreateThread", decltype(&CreateThread)> threads;
     unsigned long long posted = 0;
     bool wasAnswered = false;

@@ -120,8 +120,7 @@ TEST_P(Listeners, LoseOnlyTheClientThatBreaksTheRules)
         {hello + request(1, 0, large) + request(1, 0), {ERROR_MESSAGE_EXCEEDS_MAX_SIZE, 0}},
         {hello + request(1, 0, framed(6, kBody)) + request(1, 0), {ERROR_INVALID_DATA, 0}},
         {hello + request(0, 1, framed(3, kBody)) + request(1, 0), {ERROR_INVALID_DATA, 0}},
-        {hello + request(0, 1, framed(0, kBody + "x")) + request(1, 0), {ERROR_INVALID_DATA, 0}},
-    };
+        {hello + request(0, 1, framed(0, kBody + "x")) + request(1, 0), {ERROR_INVALID_DATA, 0}}};
     unsigned long long gone = 0;
     for (const auto& [bytes, codes] : rows) {
         SCOPED_TRACE(testing::PrintToString(bytes));

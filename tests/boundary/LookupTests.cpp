@@ -103,8 +103,7 @@ TEST_F(Lookup, GathersWhileARequestIsUnderWay)
         EXPECT_EQ(HVKAddPath(m_queue, (m_folder + L".\\f" + std::to_wstring(i)).c_str()), ERROR_SUCCESS);
     EXPECT_EQ(HVKAddPath(m_queue, (m_folder + L"F0").c_str()), ERROR_SUCCESS); // may be another file
     EXPECT_EQ(HVKWait(m_queue, 200, nullptr), WAIT_TIMEOUT);
-    const TestEvent cancel;
-    cancel.set();
+    const TestEvent cancel(true);
     EXPECT_EQ(HVKWait(m_queue, 60000, cancel.get()), ERROR_CANCELLED);
     EXPECT_EQ(HVKCancel(m_queue), ERROR_SUCCESS);
     held.go.set();
@@ -217,7 +216,7 @@ TEST_F(Lookup, AccountsForFilesWhereverItIsCancelled)
         const auto count = before([&](auto...) { EXPECT_TRUE(--left != 0 || HVKCancel(m_queue) == 0); });
         {
             const Replaced<"CreateEventW", decltype(&CreateEventW)> events(count);
-            const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(count);
+            const Multiple waits(count);
             add(2, std::to_wstring(calls) + L"-");
             ++codes[wait()];
         }

@@ -35,7 +35,7 @@ struct OfflineKeys : testing::TestWithParam<unsigned long>
         return std::distance(std::filesystem::directory_iterator(folder), {});
     }
 
-    OffregLibrary offreg{true};
+    StandIn offreg{L"offreg.dll", L"offline_registry.dll"};
     const std::wstring folder = scratchFolder();
     const std::wstring file = folder + L"\\new \u65E5.hive";
     OfflineKey root; ///< of a new hive
@@ -184,10 +184,7 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
     const std::wstring saved = file + L"2", salvaged = file + L"3";
     EXPECT_EQ(root->save(file.c_str()), 0);
     Bytes bytes = readBytes(file);
-    const std::string name = "a~b";
-    const auto found = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
-    ASSERT_NE(found, bytes.end());
-    *(found + 1) = '\\';
+    byteBehind(bytes, "a~b", 1) = '\\';
     writeBytes(file, bytes);
     root = open(file);
     ASSERT_NE(root, nullptr) << GetLastError();
@@ -202,10 +199,7 @@ TEST_P(OfflineKeys, HaveKeysThatNoPathNames)
                              isThere(keyOf(root, L"a\\b\\c"))),
                   std::tuple(L"a", L"v\\v", "1: path", 0));
         void* const hive = CreateSettingsHive(each.c_str(), kSettingsReadOnly);
-        EXPECT_EQ(listOf([&](auto** names, auto* number) {
-                      return SettingsHiveEnumerateKeys(hive, L"", names, number);
-                  }),
-                  L"a");
+        EXPECT_EQ(listOf([&](auto... list) { return SettingsHiveEnumerateKeys(hive, L"", list...); }), L"a");
         CloseSettingsHive(hive);
     }
     EXPECT_EQ(keyOf(root, L"a")->deleteItem(), 0);
@@ -239,6 +233,4 @@ TEST_P(OfflineKeys, AreServedAsChosen)
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, OfflineKeys, testing::Values(kOfflineLibrary, kOfflineEngine),
-                         [](const auto& way) {
-                             return way.param == kOfflineEngine ? "ByEngine" : "ByLibrary";
-                         });
+                         [](auto& way) { return way.param == kOfflineEngine ? "ByEngine" : "ByLibrary"; });

@@ -1,7 +1,5 @@
 #include "ProcessTest.h"
 
-#include "core/win32/utils/objectmanager/include/Win32Handle.h"
-
 #include <psapi.h>
 #include <restartmanager.h>
 
@@ -149,9 +147,7 @@ TEST_F(Processes, AreLeftAloneOnceTheirIdIsAnothers)
         EXPECT_EQ(codesOf(process.get()), Codes({5}, -5)) << "neither gone nor ended";
     }
     {
-        Opening opening([&](auto original, DWORD access, BOOL inherit, DWORD) {
-            return original(access, inherit, other.id);
-        });
+        Opening opening([&](auto open, DWORD access, BOOL, DWORD) { return open(access, FALSE, other.id); });
         EXPECT_EQ(codesOf(process.get()), Codes({1168}, 0));
         opening.failCall(kEachCall, nullptr, ERROR_ACCESS_DENIED);
         EXPECT_EQ(codesOf(process.get()), Codes({5}, -5));

@@ -10,8 +10,7 @@ TEST_F(RealWindows, WhatIsHeldForAMomentIsTriedAgainForASecond)
 {
     DWORD code = 0;
     const auto isHeld = [&](auto original, LPCWSTR path) -> BOOL {
-        SetLastError(code);
-        return (left == 0 || left-- == 0) && original(path);
+        return SetLastError(code), (left == 0 || left-- == 0) && original(path);
     };
     Deletions deletions(isHeld);
     Removals removals(isHeld);
@@ -297,8 +296,7 @@ TEST(ShadowCopies, AreToldByTheVolumesNamesOfThem)
         [&](auto, HANDLE, DWORD question, LPVOID, DWORD, LPVOID result, DWORD, LPDWORD returned, auto) {
             EXPECT_EQ(question, 0x534018U);
             *static_cast<ULONG*>(result) = names, *returned = given;
-            SetLastError(failure);
-            return failure == 0 ? TRUE : FALSE;
+            return SetLastError(failure), failure == 0;
         });
     for (const auto& [bytes, size, code, has] : {std::tuple(2U, 8U, 0L, false),
                                                  {100, 8, 0, true},
@@ -354,8 +352,7 @@ TEST(Output, GoesToConsolesAsCharactersAndElsewhereAsBytes)
             Output output(STD_OUTPUT_HANDLE);
             output.write(text);
             output.flush();
-            std::string all,
-                expected(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t));
+            std::string all, expected(reinterpret_cast<const char*>(text.data()), text.size() * 2);
             for (const std::string& part : written)
                 all += part;
             if (!toConsole)

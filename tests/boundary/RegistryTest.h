@@ -2,6 +2,7 @@
 
 #include "core/win32/registry/api.h"
 #include "support/Faults.h"
+#include "support/Links.h"
 #include "support/Scan.h"
 
 #include <sddl.h>
@@ -79,9 +80,8 @@ class ScratchGuard
         return isScratch(key) ? RegDeleteValueW(key, name) : ERROR_ACCESS_DENIED;
     }
 
-    const ImportReplacement m_keys{sysmaintModule(), "NtDeleteKey", reinterpret_cast<void*>(&deleteKey)};
-    const ImportReplacement m_values{sysmaintModule(), "RegDeleteValueW",
-                                     reinterpret_cast<void*>(&deleteValue)};
+    const ImportReplacement m_keys{sysmaintModule(), "NtDeleteKey", address(&deleteKey)};
+    const ImportReplacement m_values{sysmaintModule(), "RegDeleteValueW", address(&deleteValue)};
 };
 
 /// A key for the tests, empty at the beginning and deleted at the end, and an engine to scan it.
@@ -113,17 +113,7 @@ struct Registry : testing::Test
     {
         ASSERT_EQ(RegSetKeyValueW(root, key, name.c_str(), REG_BINARY, data.data(), DWORD(data.size())), 0);
     }
-    void addLink(const wchar_t* name, const std::wstring& target) const
-    {
-        HKEY link = nullptr;
-        ASSERT_EQ(RegCreateKeyExW(root, name, 0, nullptr, REG_OPTION_CREATE_LINK,
-                                  KEY_ALL_ACCESS | KEY_CREATE_LINK, nullptr, &link, nullptr),
-                  ERROR_SUCCESS);
-        EXPECT_EQ(RegSetKeyValueW(link, nullptr, L"SymbolicLinkValue", REG_LINK, target.data(),
-                                  static_cast<DWORD>(target.size() * sizeof(wchar_t))),
-                  ERROR_SUCCESS);
-        RegCloseKey(link);
-    }
+    void addLink(const wchar_t* name, const std::wstring& target) const { makeKeyLink(root, name, target); }
 
     /// Scans one path and removes it.
     long scan(const std::wstring& path = kRoot, unsigned depth = 65535, HANDLE cancelEvent = nullptr)

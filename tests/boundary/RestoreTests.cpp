@@ -160,10 +160,10 @@ TEST_F(RestoreTest, RemovesThePointOfThatNumberAndNoOther)
         expectCall(answers, code, record, removed);
         EXPECT_EQ(number(), 0) << removed;
     }
-    client.isMissing = true;
+    client.exists = false;
     expectCall(L"", ERROR_MOD_NOT_FOUND, L"", 12);
     expectCall(L"", ERROR_MOD_NOT_FOUND, L"");
-    client.isMissing = false;
+    client.exists = true;
     for (const char* function :
          {"CoInitializeEx", "CoUninitialize", "CoInitializeSecurity", "CoCreateInstance", "CoSetProxyBlanket",
           "SysAllocString", "SysFreeString", "VariantClear", "SRRemoveRestorePoint", "SRSetRestorePointW"}) {

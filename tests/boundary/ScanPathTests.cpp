@@ -24,8 +24,7 @@ TEST(ScanPaths, SayWhetherTheyHaveSubfolders)
     EXPECT_EQ(ask(), 1);
     EXPECT_EQ(codeOf([&] { hasSubfolders(CreateFilePath(L"none", (folder + L"\\none").c_str(), 0, 0)); }),
               ERROR_PATH_NOT_FOUND);
-    const TestEvent cancel;
-    cancel.set();
+    const TestEvent cancel(true);
     EXPECT_EQ(codeOf([&] { ask(cancel.get()); }), ERROR_CANCELLED);
     const SharedPtr<ScanItem> item = itemOf(CreateFilePath(L"subfolders", folder.c_str(), 0, 0));
     EXPECT_EQ(codeOf([&] { dynamic_cast<IScanPath&>(*item).getValues(nullptr, everything()); }),
@@ -63,8 +62,7 @@ TEST_F(Registry, PathsSayWhetherTheyHaveSubkeysAndGiveTheirOwnValues)
     EXPECT_EQ(path.getValues(nullptr, onlyB), ERROR_SUCCESS);
     EXPECT_EQ(results(kLeafFound), std::set<std::wstring>{kFull + L"\\b"});
     EXPECT_EQ(codeOf([&] { path.getValues(nullptr, SharedPtr<IScanValidator>()); }), ERROR_INVALID_ADDRESS);
-    const TestEvent cancel;
-    cancel.set();
+    const TestEvent cancel(true);
     EXPECT_TRUE(path.getValues(cancel.get(), everything()) == ERROR_CANCELLED && results(kLeafFound).empty());
     keyOf(kRoot)
         ->deleteItem(); // the link leads nowhere, so the system's deletion of the tree would stop at it

@@ -1,8 +1,8 @@
 #include "core/win32/registry/settingshive/api.h"
 
 #include "support/Faults.h"
+#include "support/Hives.h"
 #include "support/Utilities.h"
-#include "support/Wipe.h"
 
 using Moves = Replaced<"MoveFileExW", decltype(&MoveFileExW)>;
 
@@ -45,13 +45,11 @@ struct SettingsHiveTest : testing::Test
     }
     [[nodiscard]] std::wstring keys(const wchar_t* key) const
     {
-        return listOf(
-            [&](auto** names, auto* count) { return SettingsHiveEnumerateKeys(hive, key, names, count); });
+        return listOf([&](auto... list) { return SettingsHiveEnumerateKeys(hive, key, list...); });
     }
     [[nodiscard]] std::wstring values(const wchar_t* key) const
     {
-        return listOf(
-            [&](auto** names, auto* count) { return SettingsHiveEnumerateValues(hive, key, names, count); });
+        return listOf([&](auto... list) { return SettingsHiveEnumerateValues(hive, key, list...); });
     }
     [[nodiscard]] std::wstring entries() const { return entriesOf(folder); }
 
@@ -76,10 +74,10 @@ TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
         EXPECT_EQ(text(L"window\\MAIN", L"title"), L"\u65E5\u672C");
         EXPECT_EQ(number(L"Window", L"WIDTH"), 0xFFFFFFFF);
         EXPECT_EQ(asNumber(SettingsHiveGetNumber64)(hive, L"Window", L""), 1LL << 40U);
-        EXPECT_EQ(listOf([&](auto** texts, auto* count) {
-                      return SettingsHiveGetTexts(hive, L"\u00E4RGER", L"list", texts, count);
-                  }),
-                  L"one,two");
+        const auto get = [&](auto... list) {
+            return SettingsHiveGetTexts(hive, L"\u00E4RGER", L"list", list...);
+        };
+        EXPECT_EQ(listOf(get), L"one,two");
         Given<unsigned char> bytes;
         std::size_t size = 0;
         EXPECT_EQ(SettingsHiveGetBytes(hive, L"", L"large", &bytes, &size), 0);
@@ -89,10 +87,8 @@ TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
         EXPECT_EQ(SettingsHiveGetValue(hive, L"", L"odd", &type, &odd, &size), 0);
         EXPECT_EQ(std::string(odd.get(), odd.get() + size), "xyz");
         EXPECT_EQ(type, 0xABCDEF01);
-        EXPECT_EQ(keys(L""), L"a,Window,\u00C4rger");
-        EXPECT_EQ(keys(L"A\\B"), L"c");
-        EXPECT_EQ(values(L""), L"Large,Odd");
-        EXPECT_EQ(values(L"Window"), L"Width");
+        EXPECT_EQ((Texts{keys(L""), keys(L"A\\B"), values(L""), values(L"Window")}),
+                  (Texts{L"a,Window,\u00C4rger", L"c", L"Large,Odd", L"Width"}));
         EXPECT_EQ(save(), 0);
         EXPECT_EQ(state(), 0U);
         open(kSettingsMustExist);
@@ -105,9 +101,8 @@ TEST_F(SettingsHiveTest, KeepsEverythingInItsFile)
     EXPECT_EQ(state(), kSettingsChanged);
     EXPECT_EQ(save(), 0);
     open(kSettingsReadOnly);
-    EXPECT_EQ(keys(L""), L"Window,\u00C4rger");
-    EXPECT_EQ(values(L""), L"Large");
-    EXPECT_EQ(entries(), L"settings.hive ");
+    EXPECT_EQ((Texts{keys(L""), values(L""), entries()}),
+              (Texts{L"Window,\u00C4rger", L"Large", L"settings.hive "}));
 }
 
 TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
@@ -119,9 +114,8 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
     SettingsHiveSetBytes(hive, L"key", L"bytes", "abc", 3);
     SettingsHiveSetValue(hive, L"key", L"short", REG_DWORD, "abc", 3);
     SettingsHiveSetValue(hive, L"key", L"half", REG_SZ, "abc", 3);
-    EXPECT_EQ(number(L"key", L"text"), -1630);
-    EXPECT_EQ(number(L"key", L"short"), -13);
-    EXPECT_EQ(number(L"key", L"none"), -2);
+    for (const auto& [name, code] : {std::pair(L"text", -1630), {L"short", -13}, {L"none", -2}})
+        EXPECT_EQ(number(L"key", name), code);
     EXPECT_EQ(number(L"none", L"text"), -2);
     EXPECT_EQ(text(L"key", L"bytes") + text(L"key", L"half") + keys(L"none"), L"code 1630code 13code 2");
     EXPECT_EQ(set(longKey.c_str(), L"v", L"x"), 206);
@@ -158,9 +152,8 @@ TEST_F(SettingsHiveTest, RefusesWithACodeAndChangesNothing)
         expectCode(name, 0, 161); // devices, pipes and streams
     EXPECT_EQ(entries(), L"settings.hive ");
     close();
-    const HANDLE held = ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const Win32Handle held = openedFile(file, GENERIC_WRITE);
     expectCode(file, 0, 32); // what cannot be read is not empty
-    CloseHandle(held);
 }
 
 TEST_F(SettingsHiveTest, HasItsOldFileOrTheNewWhateverFails)
@@ -205,11 +198,8 @@ TEST_F(SettingsHiveTest, ReplacesOnlyTheFileThatItHasRead)
          },
          1006},
         {[&] { // the same bytes, written again
-             const HANDLE opened =
-                 ::CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
              const FILETIME time{1, 1};
-             SetFileTime(opened, nullptr, nullptr, &time);
-             CloseHandle(opened);
+             SetFileTime(openedFile(file, GENERIC_WRITE).get(), nullptr, nullptr, &time);
          },
          1006},
         {[&] { SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }, 5}};
@@ -273,16 +263,14 @@ TEST_F(SettingsHiveTest, SavesInItsTurn)
 TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
 {
     open();
-    const std::wstring own = L"settings.hive." + std::to_wstring(GetCurrentProcessId());
-    const std::wstring kept[] = {own + L"-7.tmp",           L"settings.hive.3-1.tmp.old",
-                                 L"settings.hive.x-1.tmp",  L"settings.hive.3.tmp",
-                                 L"settings.hive.3-.tmp",   L"settings.hive.-1.tmp",
-                                 L"settings.hive2.3-1.tmp", L"settings.hive.3-1x.tmp"};
-    for (const std::wstring& name : kept)
-        writeBytes(folder + L"\\" + name, Bytes(1, 'x'));
-    for (const wchar_t* name : {L"settings.hive.3-1.tmp", L"settings.hive.999999999-12.tmp"})
-        writeBytes(folder + L"\\" + name, Bytes(1, 'x')); // identifiers are multiples of four
-    CreateDirectoryW((folder + L"\\settings.hive.3-2.tmp").c_str(), nullptr);
+    const std::wstring own = L"." + std::to_wstring(GetCurrentProcessId()) + L"-7.tmp";
+    const std::wstring kept[] = {own,        L".3-1.tmp.old", L".x-1.tmp",  L".3.tmp",
+                                 L".3-.tmp", L".-1.tmp",      L"2.3-1.tmp", L".3-1x.tmp"};
+    for (const std::wstring& end : kept)
+        writeBytes(file + end, Bytes(1, 'x'));
+    for (const wchar_t* end : {L".3-1.tmp", L".999999999-12.tmp"})
+        writeBytes(file + end, Bytes(1, 'x')); // identifiers are multiples of four
+    CreateDirectoryW((file + L".3-2.tmp").c_str(), nullptr);
     {
         const Replaced<"GetDriveTypeW", decltype(&GetDriveTypeW)> kinds(
             [](auto, LPCWSTR) -> UINT { return DRIVE_REMOTE; }); // the process may be another machine's
@@ -291,8 +279,8 @@ TEST_F(SettingsHiveTest, DeletesOnlyWhatItsOwnEndedSavesLeft)
     }
     set(L"", L"more", L"text");
     EXPECT_EQ(save(), 0);
-    for (const std::wstring& name : kept)
-        EXPECT_TRUE(isThere(folder + L"\\" + name)) << utf8(name);
+    for (const std::wstring& end : kept)
+        EXPECT_TRUE(isThere(file + end)) << utf8(end);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 10);
 }
 
@@ -362,10 +350,7 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
     ASSERT_EQ(save(), 0);
     close();
     Bytes bytes = readBytes(file);
-    const std::string name = "bad"; // the key's record lies 80 bytes before its name
-    const auto found = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
-    ASSERT_NE(found, bytes.end());
-    *(found - 76) = 'x';
+    byteBehind(bytes, "bad", -76) = 'x'; // in the key's record, which lies 80 bytes before its name
     Bytes unclosed = readBytes(file);
     unclosed[4] ^= 2; // one of two sequence numbers; the checksum is that of all words
     unclosed[508] ^= 2;
@@ -402,18 +387,14 @@ TEST_F(SettingsHiveTest, KeepsADamagedFileBesideTheNewOne)
 TEST_F(SettingsHiveTest, KeepsNoCopyOfADamagedFileThatStays)
 {
     std::optional<Moves> moves;
+    const auto moveAndFail = [](auto move, auto... all) {
+        return move(all...), SetLastError(ERROR_IO_DEVICE), FALSE;
+    };
     const std::tuple<std::function<void()>, long, const wchar_t*> rows[] = {
         {[&] { SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY); }, 5, L"settings.hive "},
         {[&] { writeBytes(file, Bytes(3, 'y')); }, 1006, L"settings.hive "},
         {[&] { moves.emplace(1, FALSE, ERROR_IO_DEVICE); }, ERROR_IO_DEVICE, L"settings.hive "},
-        {[&] { // it was replaced all the same
-             moves.emplace([](auto original, auto... arguments) {
-                 original(arguments...);
-                 SetLastError(ERROR_IO_DEVICE);
-                 return FALSE;
-             });
-         },
-         ERROR_IO_DEVICE, L"settings.hive settings.hive.damaged "}};
+        {[&] { moves.emplace(moveAndFail); }, ERROR_IO_DEVICE, L"settings.hive settings.hive.damaged "}};
     for (const auto& [change, code, left] : rows) {
         writeBytes(file, Bytes(5000, 'x'));
         open();

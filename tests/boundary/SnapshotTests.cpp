@@ -87,8 +87,8 @@ TEST_F(SnapshotTest, RefusesWhatIsMissingOrCannotBeCarried)
                      {create(bad), create(L"n", bad), create(L"n", nullptr, bad),
                       create(L"n", nullptr, nullptr, bad), restore(2, nullptr, nullptr, nullptr, bad)});
     for (const wchar_t* bad : {L"", L"\"", L"a b", L"a\t/x", L"a\nb"})
-        codes.insert(codes.end(),
-                     {restore(0, bad), restore(1, nullptr, bad), restore(3, bad, nullptr, L"n")});
+        for (const long code : {restore(0, bad), restore(1, nullptr, bad), restore(3, bad, nullptr, L"n")})
+            codes.push_back(code);
     for (const wchar_t* none : {static_cast<const wchar_t*>(nullptr), L""})
         codes.insert(codes.end(), {create(none), restore(2, nullptr, nullptr, L"n", none),
                                    restore(3, nullptr, nullptr, none, L"14:07"),
@@ -182,7 +182,6 @@ TEST_F(SnapshotTest, ReadsTheListInBlocksAndNotWhileOthersHaveIt)
         reads.failCall(1, FALSE, ERROR_CRC);
         EXPECT_FALSE(isFound(L"n"));
     }
-    const Win32Handle held(
-        ::CreateFileW(L"snapshot.qmx", GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    const Win32Handle held = openedFile(L"snapshot.qmx", GENERIC_READ, FILE_SHARE_READ);
     EXPECT_FALSE(isFound(L"n"));
 }

@@ -100,7 +100,7 @@ TEST(WalkSafety, SwappedItemsAreLeftAlone)
             const std::wstring root = scratch + L"\\root", out = scratch + L"\\out";
             SharedPtr<ScanItem> found;
             Collector collector;
-            collector.action = [&](const Notification&, const SharedPtr<ScanItem>& item) {
+            collector.action = [&](auto&, auto& item) {
                 found = item->getPath() == root + name ? item : found;
             };
             ASSERT_EQ(TestEngine(collector).scan(root), ERROR_SUCCESS);

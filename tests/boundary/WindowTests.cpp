@@ -1,6 +1,6 @@
 // What only goes wrong when two threads meet at one moment, which a replaced import holds open.
 
-#include "core/win32/registry/api.h"
+#include "boundary/RegistryTest.h"
 #include "support/Pools.h"
 #include "support/Wipe.h"
 
@@ -8,7 +8,6 @@ extern "C" LONG NTAPI LdrLockLoaderLock(ULONG, ULONG*, ULONG_PTR*);
 extern "C" LONG NTAPI LdrUnlockLoaderLock(ULONG, ULONG_PTR);
 
 namespace {
-using Multiple = Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)>;
 using Sleeping = Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)>;
 using Clock = Replaced<"GetTickCount64", decltype(&GetTickCount64)>;
 
@@ -224,11 +223,10 @@ TEST(Windows, NoWorkerIsSuspendedInAHeap)
 TEST(Windows, NoWorkerIsSuspendedInsideTheLibrary)
 {
     const std::wstring place = testFolder() + L"\\suspended.bin";
-    const std::unique_ptr<IFile> file(DllGetFile(place.c_str(), 0));
-    const std::unique_ptr<IDirectory> directory(DllGetDirectory(place.c_str(), 0));
-    const std::unique_ptr<IRegistryKey> key(DllGetRegistryKey(HKEY_CURRENT_USER, L"Environment"));
-    const std::unique_ptr<IRegistryValue> value(
-        DllGetRegistryValue(HKEY_CURRENT_USER, L"Environment", L"TEMP"));
+    const FilePtr file = fileAt(place);
+    const DirectoryPtr directory = folderAt(place);
+    const KeyPtr key = keyOf(L"Environment");
+    const ValuePtr value = valueOf(L"Environment", L"TEMP");
     const std::unique_ptr<IRegistryScanEngine> engine(DllGetRegistryScanEngine());
     engine->addPath(HKEY_CURRENT_USER, L"Environment", 0);
     Collector collector;
@@ -332,8 +330,7 @@ TEST(Windows, WorkIsLookedAfterWhenTheThreadItReliesOnCannotStart)
         threads.reset();
         threads.setHook([&](auto original, auto... arguments) {
             EXPECT_TRUE(threads.calls() != 1 || pool.queue(2, work) == ERROR_SUCCESS);
-            SetLastError(1450);
-            return threads.calls() <= failures ? nullptr : original(arguments...);
+            return SetLastError(1450), threads.calls() <= failures ? nullptr : original(arguments...);
         });
         EXPECT_TRUE(pool.queue(1, work) == 1450 && pool.wait(2) == ERROR_SUCCESS);
         EXPECT_EQ(pool.result(2), failures == 1 ? 0 : 1450);

@@ -96,8 +96,7 @@ TEST_F(WipeSwapTest, FilesThatBecomeOthersAreLeft)
                 return set(file, what, data, size);
             ++takenBack;
             EXPECT_EQ(*static_cast<DWORD*>(data), 8U);
-            SetLastError(ERROR_INVALID_PARAMETER);
-            return canTakeBack;
+            return SetLastError(ERROR_INVALID_PARAMETER), canTakeBack;
         });
         files.setHook([&](auto open, LPCWSTR name, DWORD access, DWORD share, auto* security,
                           DWORD disposition, DWORD flags, HANDLE model) {

@@ -340,8 +340,7 @@ TEST_F(WiperTest, AnswersWrongAndHarmlessArguments)
     const std::wstring path = at(L"file");
     const wchar_t* file = path.c_str();
     const std::unique_ptr<IScanValidator> refusing(DllGetScanValidator(L"*.other:011", L""));
-    const TestEvent event;
-    event.set();
+    const TestEvent event(true);
     const auto expect = [&](long code, std::uint32_t kind, const wchar_t* what, std::uint32_t method = 1,
                             DirectoryStack* entries = nullptr, IScanValidator* validator = nullptr,
                             HANDLE cancelled = nullptr) {

@@ -10,8 +10,8 @@ constexpr unsigned long kUnknownCode = 0x2FFF1234; // no system has a text for i
 std::wstring systemText(unsigned long code)
 {
     wchar_t text[512] = L"";
-    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0, text, 512,
-                   nullptr);
+    constexpr DWORD kFlags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+    FormatMessageW(kFlags, nullptr, code, 0, text, 512, nullptr);
     return text;
 }
 } // namespace
@@ -23,17 +23,14 @@ TEST(Exceptions, ReportsAndCodesOfTheFourForms)
     ASSERT_GT(text.size(), 3U);
     EXPECT_EQ(Exception(kPlace, kUnknownCode).getSystemText(), nullptr);
     const std::pair<unsigned long, std::wstring> rows[] = {
-        {ERROR_ALREADY_EXISTS, L"System error: " + text + L"\n"},
-        {kUnknownCode, L""},
-    };
+        {ERROR_ALREADY_EXISTS, L"System error: " + text + L"\n"}, {kUnknownCode, L""}};
     for (const auto& [code, system] : rows) {
         SetLastError(4711);
         const Exception withCode(kPlace, code);
         EXPECT_EQ(withCode.getText(), head + system);
         EXPECT_EQ(withCode.getCode(), code);
         EXPECT_EQ(GetLastError(), code);
-        EXPECT_EQ(Exception(kPlace, L"my %s text", code).getText(),
-                  (head + L"Message: my %s text\n").append(system));
+        EXPECT_EQ(Exception(kPlace, L"my %s", code).getText(), (head + L"Message: my %s\n").append(system));
         // Without a code the last error is the code and stays unchanged, also when the system has no text for
         // it.
         SetLastError(code);
@@ -81,8 +78,7 @@ TEST(Exceptions, BecomeTheLastErrorAtTheBoundary)
         {[] { throw Exception(kPlace, ERROR_ALREADY_EXISTS); }, ERROR_ALREADY_EXISTS},
         {[] { throw static_cast<long>(ERROR_INVALID_ADDRESS); }, ERROR_INVALID_ADDRESS},
         {[] { throw std::bad_alloc(); }, ERROR_NOT_ENOUGH_MEMORY},
-        {[] { throw std::runtime_error("x"); }, 1},
-    };
+        {[] { throw std::runtime_error("x"); }, 1}};
     for (const auto& row : rows) {
         void* const handle = boundary::handleFrame([&]() -> void* {
             const CleanUp cleanUp;

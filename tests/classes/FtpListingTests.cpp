@@ -42,8 +42,7 @@ TEST(FtpListing, UnderstandsWhatUnixAndDosWrite)
         {"01-18-24  10:12AM       <JUNCTION>     j [C:\\x]", L"l- j|"},
         {"d--------- 2 u g 1 Jan 1 00:00 .\r\nd--------- 2 u g 1 Jan 1 00:00 ..\r\n\r\n", L""},
         {"-rw-r--r-- 1 u g 7 Jan 1 00:00 caf\xE9\n-rw-r--r-- 1 u g 7 Jan 1 00:00 caf\xC3\xA9",
-         L"f7 café|f7 café|"},
-    };
+         L"f7 café|f7 café|"}};
     for (const auto& [text, expected] : rows)
         EXPECT_EQ(entriesOf(text, kPlain), expected) << text;
     for (const char* wrong :
@@ -63,8 +62,7 @@ TEST(FtpListing, UnderstandsMachineListings)
         {"type=cdir; /x\r\ntype=pdir; /\r\ntype=file; ..", L""},
         {"type=file; twice\ntype=file;size=1; twice", L"f- twice|"},
         {"type=file;size=x; a\ntype=file;size=-1; b", L"f- a|f- b|"},
-        {"type=file;  leading", L"f-  leading|"},
-    };
+        {"type=file;  leading", L"f-  leading|"}};
     for (const auto& [text, expected] : rows)
         EXPECT_EQ(entriesOf(text, kMachine), expected) << text;
     for (const char* text : {"type=file;name", "type=file x", "type; x", " plain", "size=7; x", "\r\n"})

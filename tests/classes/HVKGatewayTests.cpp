@@ -88,20 +88,17 @@ TEST(HVKGateway, AccountsForEveryFileWhateverTheServerAnswers)
             return answer;
         };
     };
+    const auto trickle = [](const std::string& request, void* connection) {
+        for (const char byte : LookupServer::statuses(request))
+            ConnectionWrite(connection, &byte, 1, 60000, nullptr);
+        return std::string();
+    };
     // What is wrong, how the query ends, and how many files have their answer.
     std::vector<std::tuple<const char*, LookupServer::Answer, Raised, std::size_t>> rows{
         {"none", changed(4, -3), {ERROR_NO_MORE_ITEMS, 406}, 0},
         {"fewer", changed(4, -1), {}, 2},
         {"more", changed(4, 1), {ERROR_INVALID_DATA, 406}, 0},
-        {"trickles",
-         [](const std::string& request, void* connection) {
-             for (const char byte : LookupServer::statuses(request))
-                 ConnectionWrite(connection, &byte, 1, 60000, nullptr);
-             return std::string();
-         },
-         {},
-         3},
-    };
+        {"trickles", trickle, {}, 3}};
     for (const std::size_t at : {0, 1, 2, 3})
         rows.emplace_back("id", changed(at, 1), Raised{ERROR_NO_MATCH, 400}, 0);
     for (std::size_t length = 0; length < 8; ++length)

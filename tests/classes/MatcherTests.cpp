@@ -140,8 +140,7 @@ const std::tuple<const wchar_t*, Texts, Texts> kWildcardRows[] = {
     {L"[!a-c]x", {L"dx"}, {}},
     {L"[! -~]", {L"! -~]"}, {L"!"}}, // inside: "!" matches, and then the rest must
     {L"ää*.LOG", {kLongText.c_str()}, {}},
-    {L"a*.LOG", {}, {kLongText.c_str()}},
-};
+    {L"a*.LOG", {}, {kLongText.c_str()}}};
 } // namespace
 
 TEST(Matcher, Rules)

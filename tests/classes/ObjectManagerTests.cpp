@@ -32,6 +32,7 @@ using Table = ObjectManager<CounterPtr>;
 void* const kInvalid = INVALID_HANDLE_VALUE;
 
 const auto number = [](std::uintptr_t value) { return reinterpret_cast<void*>(value); };
+const auto refusal = [](void* handle) { return handle == kInvalid ? GetLastError() : 0; };
 
 std::vector<void*> g_closed;
 int closeHandle(void* handle)
@@ -84,17 +85,14 @@ TEST(ObjectManager, NumbersNamesAndCodes)
     EXPECT_STREQ(name, L"4");
 
     // The refusal of an existing name opens that object once more.
-    EXPECT_EQ(add(L"c"), kInvalid);
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(refusal(add(L"c")), ERROR_ALREADY_EXISTS);
     EXPECT_NE(table.close(number(3)), 0);
     EXPECT_EQ(table.lookup(L"c"), number(3));
     EXPECT_NE(table.close(number(3)), 0);
     EXPECT_NE(table.close(number(3)), 0);
     for (const wchar_t* missing : {L"c", L"C", L"x"}) { // which is not filed without an object
-        EXPECT_EQ(table.lookup(missing), kInvalid);
-        EXPECT_EQ(GetLastError(), ERROR_NOT_FOUND);
-        EXPECT_EQ(table.registerObject(missing, CounterPtr()), kInvalid);
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_ADDRESS);
+        EXPECT_EQ(refusal(table.lookup(missing)), ERROR_NOT_FOUND);
+        EXPECT_EQ(refusal(table.registerObject(missing, CounterPtr())), ERROR_INVALID_ADDRESS);
     }
     EXPECT_EQ(add(L"C"), number(3));
     table.close(number(3));
@@ -182,8 +180,7 @@ TEST(ObjectManager, FailingLock)
     CounterPtr object;
     {
         const Replaced<"CreateMutexW", decltype(&CreateMutexW)> creates(1, nullptr, 1450);
-        EXPECT_EQ(table.registerObject(L"a", makeShared<Counter>()), kInvalid);
-        EXPECT_EQ(GetLastError(), 1450U);
+        EXPECT_EQ(refusal(table.registerObject(L"a", makeShared<Counter>())), 1450U);
     }
     void* handle = table.registerObject(L"a", makeShared<Counter>());
     Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)> waits;

@@ -38,8 +38,7 @@ TEST(Paths, SettleWhatTheyName)
         {drive + L"sub/../x", literal + L"\\x", false},
         {L"\\a\\report.", root + L"a\\report.", false},
         {L"/", root, false},
-        {slashes + L"/report.", literal + L"\\report.", false},
-    };
+        {slashes + L"/report.", literal + L"\\report.", false}};
     for (const auto& [path, settled, wasSettled] : rows) {
         SCOPED_TRACE(testing::PrintToString(path));
         EXPECT_EQ(settledPath(path), settled);

@@ -140,8 +140,7 @@ const Damage kDamages[] = {
     {"a key of another's", &Cells::below, 4, 1, 0, 0, kKey, 4},
     {"a key's name twice", &Cells::b, 76, 'A', 1, kDamagedHive, kKey, 4},
     {"a value's name twice", &Cells::two, 20, 'N' << 8 | 'O' | 'E' << 16, 3, kDamagedHive, kValue, 5},
-    {"a loop", &Cells::below, 4, 0x20, 4, kDamagedHive, kKey, 4},
-};
+    {"a loop", &Cells::below, 4, 0x20, 4, kDamagedHive, kKey, 4}};
 } // namespace
 
 TEST(HostileHives, AreRefusedAndSalvaged)

@@ -16,8 +16,7 @@ const std::map<std::string, void (*)()> kEndings{
     {"Exits", [] { ExitProcess(0); }},
     {"ExitsBeforeTheReport", [] {}},
     {"Hangs", [] { Sleep(INFINITE); }},
-    {"CrashesAfterIt", [] { std::atexit([] { __builtin_trap(); }); }},
-};
+    {"CrashesAfterIt", [] { std::atexit([] { __builtin_trap(); }); }}};
 std::string ending;
 
 struct Endings : testing::Test

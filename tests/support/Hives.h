@@ -1,20 +1,19 @@
 #pragma once
 
 #include "core/win32/registry/offline/include/HiveFile.h"
+#include "support/StandIn.h"
 #include "support/Wipe.h"
 
 inline constexpr DWORD kCluster = 4096;
 
 /// A hive file with so many empty bins at its end.
-inline Bytes hiveOf(std::uint32_t emptyBins, const offline::Hive& content = offline::Hive::create(1))
+inline Bytes hiveOf(std::uint32_t emptyBins)
 {
-    const std::vector<std::byte> compact = content.compact();
+    const std::vector<std::byte> compact = offline::Hive::create(1).compact();
     const auto used = static_cast<std::uint32_t>(compact.size());
     Bytes hive(used + std::size_t{kCluster} * emptyBins);
     std::memcpy(hive.data(), compact.data(), used);
-    const auto put = [&](std::size_t offset, std::uint32_t number) {
-        std::memcpy(&hive.at(offset), &number, sizeof number);
-    };
+    const auto put = [&](std::size_t at, std::uint32_t number) { std::memcpy(&hive.at(at), &number, 4); };
     for (std::uint32_t at = used; at < hive.size(); at += kCluster) {
         std::copy_n("hbin", 4, hive.begin() + at);
         put(at + 4, at - kCluster);
@@ -29,21 +28,14 @@ inline Bytes hiveOf(std::uint32_t emptyBins, const offline::Hive& content = offl
     return hive;
 }
 
-/// The system's offreg.dll for a scope: a stand-in for it, or none.
-struct OffregLibrary
+/// The byte that lies so far behind the place where a hive first has that text; throws where it has none.
+inline unsigned char& byteBehind(Bytes& hive, std::string_view text, std::ptrdiff_t distance)
 {
-    explicit OffregLibrary(bool isThere) : exists(isThere) {}
-
-    bool exists;
-    const Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> loads{
-        [this](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
-            if (std::wstring_view(name) != L"offreg.dll")
-                return original(name, file, flags);
-            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32});
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return exists ? LoadLibraryW(besideTests(L"offline_registry.dll").c_str()) : nullptr;
-        }};
-};
+    const auto found = std::search(hive.begin(), hive.end(), text.begin(), text.end());
+    if (found == hive.end())
+        throw std::runtime_error("not in the hive: " + std::string(text));
+    return *(found + distance);
+}
 
 /// A run of clusters: how many, and where they are on the volume; -1 for nowhere.
 struct Extent

@@ -160,6 +160,7 @@ struct Replaced : CountedImport<Name, Function>
 };
 
 using Polls = Replaced<"WaitForSingleObject", decltype(&WaitForSingleObject)>;
+using Multiple = Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)>;
 
 /// A hook that does something before each call, with the arguments that it passes on.
 template <class Action>

@@ -12,11 +12,10 @@ class KernelCalls
 public:
     explicit KernelCalls(HMODULE module)
     {
-        count<"WaitForSingleObject", "WaitForSingleObjectEx", "WaitForMultipleObjects",
-              "WaitForMultipleObjectsEx", "SignalObjectAndWait", "ReleaseMutex", "CreateMutexW",
-              "CreateEventW", "OpenEventW", "SetEvent", "ResetEvent", "CreateSemaphoreW", "ReleaseSemaphore",
-              "CloseHandle", "DuplicateHandle", "CreateEventA", "CreateSemaphoreA", "Sleep", "SleepEx">(
-            module);
+        add<"WaitForSingleObject", "WaitForSingleObjectEx", "WaitForMultipleObjects",
+            "WaitForMultipleObjectsEx", "SignalObjectAndWait", "ReleaseMutex", "CreateMutexW", "CreateEventW",
+            "OpenEventW", "SetEvent", "ResetEvent", "CreateSemaphoreW", "ReleaseSemaphore", "CloseHandle",
+            "DuplicateHandle", "CreateEventA", "CreateSemaphoreA", "Sleep", "SleepEx">(module);
     }
 
     [[nodiscard]] long total() const
@@ -34,7 +33,7 @@ private:
     // All take up to seven numbers or pointers, so passing on seven covers every call.
     using Any = UINT_PTR(WINAPI*)(UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR, UINT_PTR);
     template <ImportName Name, ImportName... Others>
-    void count(HMODULE module)
+    void add(HMODULE module)
     {
         try {
             const auto counted = std::make_shared<CountedImport<Name, Any>>(module);
@@ -48,7 +47,7 @@ private:
         } catch (const std::runtime_error&) { // NOLINT(bugprone-empty-catch): not imported, so never called
         }
         if constexpr (sizeof...(Others) > 0)
-            count<Others...>(module);
+            add<Others...>(module);
     }
 
     std::atomic<DWORD> m_threads[8]{};

@@ -61,6 +61,18 @@ inline void makeLink(const std::wstring& target, const std::wstring& link)
         throw std::runtime_error("cannot link " + utf8(link));
 }
 
+/// Makes the key `link` below `root` a symbolic link to the key of that name in the kernel.
+inline void makeKeyLink(HKEY root, const std::wstring& link, const std::wstring& target)
+{
+    HKEY key = nullptr;
+    const auto size = static_cast<DWORD>(target.size() * sizeof(wchar_t));
+    if (RegCreateKeyExW(root, link.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS, nullptr, &key,
+                        nullptr) != 0 ||
+        RegSetKeyValueW(key, nullptr, L"SymbolicLinkValue", REG_LINK, target.data(), size) != 0)
+        throw std::runtime_error("cannot link " + utf8(link));
+    RegCloseKey(key);
+}
+
 /// Replaces `folder` with a link to `target`; the folder is moved away to `folder` and ".old".
 inline void swapForLink(const std::wstring& folder, const std::wstring& target)
 {

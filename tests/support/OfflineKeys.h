@@ -21,11 +21,11 @@ inline OfflineValue valueOf(const OfflineKey& key, const std::wstring& name)
 }
 inline std::wstring keysOf(const OfflineKey& key)
 {
-    return listOf([&](auto** names, auto* count) { return key->listSubKeys(names, count); });
+    return listOf([&](auto... list) { return key->listSubKeys(list...); });
 }
 inline std::wstring valuesOf(const OfflineKey& key)
 {
-    return listOf([&](auto** names, auto* count) { return key->listValues(names, count); });
+    return listOf([&](auto... list) { return key->listValues(list...); });
 }
 /// "type: bytes", or the code.
 inline std::string dataOf(const OfflineKey& key, const std::wstring& name)

@@ -6,6 +6,7 @@
 #include <tlhelp32.h>
 #include <winternl.h>
 
+#include "core/win32/utils/objectmanager/include/Win32Handle.h"
 #include "support/Heap.h"
 #include "support/Threads.h"
 
@@ -73,23 +74,32 @@ inline DWORD refusalOf(const void* handle)
     return handle == INVALID_HANDLE_VALUE || handle == nullptr ? GetLastError() : 0;
 }
 
+/// The path of this program.
+inline std::wstring ownPath()
+{
+    wchar_t path[1024];
+    return {path, GetModuleFileNameW(nullptr, path, 1024)};
+}
+
 /// The path of a program or library that stands beside the tests.
 inline std::wstring besideTests(const wchar_t* name)
 {
-    wchar_t path[1024];
-    GetModuleFileNameW(nullptr, path, 1024);
-    return std::filesystem::path(path).replace_filename(name).wstring();
+    return std::filesystem::path(ownPath()).replace_filename(name).wstring();
+}
+
+/// An existing file, open so long as this lives. Others may do with it what `share` says.
+inline Win32Handle openedFile(const std::wstring& path, DWORD access = GENERIC_READ, DWORD share = 0)
+{
+    return Win32Handle(::CreateFileW(path.c_str(), access, share, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 /// Starts this program once more, with these arguments.
 inline HANDLE startSelf(std::initializer_list<const wchar_t*> arguments)
 {
-    wchar_t program[1024];
-    GetModuleFileNameW(nullptr, program, 1024);
     std::vector<const wchar_t*> all{L"self"};
     all.insert(all.end(), arguments);
     all.push_back(nullptr);
-    return reinterpret_cast<HANDLE>(_wspawnv(_P_NOWAIT, program, all.data()));
+    return reinterpret_cast<HANDLE>(_wspawnv(_P_NOWAIT, ownPath().c_str(), all.data()));
 }
 
 /// The tests that the filter names, which are disabled because only other tests run them.
@@ -114,7 +124,7 @@ inline DWORD exitCodeOf(HANDLE process)
 class TestEvent
 {
 public:
-    TestEvent() = default;
+    explicit TestEvent(bool isSet = false) : m_handle(CreateEventW(nullptr, TRUE, isSet, nullptr)) {}
     TestEvent(TestEvent&&) = delete;
     ~TestEvent() { CloseHandle(m_handle); }
 
@@ -125,5 +135,5 @@ public:
     [[nodiscard]] HANDLE get() const { return m_handle; }
 
 private:
-    HANDLE m_handle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE m_handle;
 };

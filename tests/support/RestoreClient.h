@@ -1,22 +1,17 @@
 #pragma once
 
+#include "support/StandIn.h"
 #include "support/Wipe.h"
 
 /// Puts a stand-in where the DLL loads the system's restore client, which must not be called here: it would
 /// end the process. standins/RestoreClient.cpp describes what it answers and records.
-class RestoreClient
+class RestoreClient : public StandIn
 {
 public:
-    explicit RestoreClient(const std::wstring& folder) : m_record(folder + L"\\restore-record")
+    explicit RestoreClient(const std::wstring& folder)
+        : StandIn(L"srclient.dll", L"restore_client.dll"), m_record(folder + L"\\restore-record")
     {
         SetEnvironmentVariableW(L"SYSMAINT_RESTORE_RECORD", m_record.c_str());
-        m_loads.setHook([this](auto original, LPCWSTR name, HANDLE file, DWORD flags) -> HMODULE {
-            EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_SEARCH_SYSTEM32}) << name;
-            if (std::wstring_view(name) != L"srclient.dll")
-                return original(name, file, flags);
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return isMissing ? nullptr : LoadLibraryW(besideTests(L"restore_client.dll").c_str());
-        });
     }
 
     static void answer(const wchar_t* text) { SetEnvironmentVariableW(L"SYSMAINT_RESTORE_ANSWERS", text); }
@@ -28,9 +23,6 @@ public:
         return text;
     }
 
-    bool isMissing = false;
-
 private:
     std::wstring m_record;
-    Replaced<"LoadLibraryExW", decltype(&LoadLibraryExW)> m_loads;
 };

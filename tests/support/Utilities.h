@@ -19,6 +19,10 @@
 
 // What the tests of the utility functions share: results as values, or codes instead.
 
+// What several calls returned.
+using Texts = std::vector<std::wstring>;
+using Numbers = std::vector<long long>;
+
 /// Owns a buffer that a utility function returned.
 template <class T>
 class Given
@@ -73,17 +77,14 @@ using ResultOf = std::remove_pointer_t<std::tuple_element_t<sizeof...(Types) - 1
 template <class... Types>
 auto asText(long (*function)(Types...))
 {
-    return [function](auto... arguments) {
-        return textOf<std::remove_pointer_t<ResultOf<Types...>>>(
-            [&](auto** text) { return function(arguments..., text); });
-    };
+    using Char = std::remove_pointer_t<ResultOf<Types...>>;
+    return [=](auto... all) { return textOf<Char>([&](auto** to) { return function(all..., to); }); };
 }
 template <class... Types>
 auto asNumber(long (*function)(Types...))
 {
-    return [function](auto... arguments) {
-        return numberOf<ResultOf<Types...>>([&](auto* number) { return function(arguments..., number); });
-    };
+    using Number = ResultOf<Types...>;
+    return [=](auto... all) { return numberOf<Number>([&](auto* to) { return function(all..., to); }); };
 }
 
 /// The texts of a list that a call returned, separated by commas, or "code N".

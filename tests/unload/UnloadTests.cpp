@@ -43,6 +43,12 @@ struct StayingHandler : IMessageHandler
     TestEvent inside, mayEnd;
 };
 
+template <class Function>
+Function functionOf(HMODULE library, const char* name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
 /// The library under test, with its user, loaded for a scope.
 struct Library
 {
@@ -52,8 +58,7 @@ struct Library
     template <class... Arguments>
     long call(const char* name, Arguments... arguments) const
     {
-        using Function = long (*)(Arguments...);
-        return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(user, name)))(arguments...);
+        return functionOf<long (*)(Arguments...)>(user, name)(arguments...);
     }
     const HMODULE user = LoadLibraryW(L"pool_user.dll");
 };
@@ -65,15 +70,9 @@ int unloadFromWork()
 {
     static HMODULE library = LoadLibraryW(L"sysmaint.dll");
     static sysmaint_pool* pool = nullptr;
-    const auto find = []<class Function>(Function*& function, const char* name) {
-        function = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-    };
-    decltype(&sysmaint_pool_create) create = nullptr;
-    decltype(&sysmaint_pool_queue) queue = nullptr;
-    static decltype(&sysmaint_pool_close) close = nullptr;
-    find(create, "sysmaint_pool_create");
-    find(queue, "sysmaint_pool_queue");
-    find(close, "sysmaint_pool_close");
+    const auto create = functionOf<decltype(&sysmaint_pool_create)>(library, "sysmaint_pool_create");
+    const auto queue = functionOf<decltype(&sysmaint_pool_queue)>(library, "sysmaint_pool_queue");
+    static const auto close = functionOf<decltype(&sysmaint_pool_close)>(library, "sysmaint_pool_close");
     const sysmaint_work_key key{sizeof key, SYSMAINT_SCOPE_WORK, L"c", L"c", 0, 0, nullptr};
     const auto work = [](void*, const sysmaint_work*) { return close(pool) + FreeLibrary(library); };
     if (create(L"unload", &pool) != 0 || queue(pool, &key, work, nullptr, nullptr, 0, nullptr) != 0)
@@ -96,9 +95,7 @@ int runChild(const std::string& mode)
     workLoads = is("suspended");
     {
         const Library library;
-        using Suspend = long (*)();
-        const auto suspend = reinterpret_cast<Suspend>( // before the loader is locked
-            reinterpret_cast<void*>(GetProcAddress(library.user, "suspend")));
+        const auto suspend = functionOf<long (*)()>(library.user, "suspend"); // before the loader is locked
         if (library.call("begin", &work, &handler) != 0 || !started.wait() || !handler.inside.wait())
             return 1;
         if (is("forgotten"))

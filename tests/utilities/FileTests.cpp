@@ -51,10 +51,8 @@ TEST_F(Files, ReadAndWrite)
 {
     EXPECT_EQ(write(file, "first"), 0);
     EXPECT_EQ(write(file, "second"), 0);
-    EXPECT_EQ(content(file), "second");
-    EXPECT_EQ(content(file, 6), "second");
-    EXPECT_EQ(content(file, 5), "code 223");
-    EXPECT_EQ(content(at(L"b")), "code 2");
+    EXPECT_EQ((std::vector{content(file), content(file, 6), content(file, 5), content(at(L"b"))}),
+              (std::vector<std::string>{"second", "second", "code 223", "code 2"}));
     EXPECT_EQ(write(at(L"no\\a"), "x"), 3);
     // Whatever fails, the old content stays whole and nothing is left beside it.
     const auto failing = [&](auto&& import, auto result) {
@@ -133,8 +131,7 @@ TEST_F(Files, Delete)
     EXPECT_EQ(FileDeleteForced(root.c_str(), &flag), 336);
     EXPECT_EQ(write(file, "x"), 0);
     EXPECT_EQ(asNumber(FileIsInUse)(file.c_str()), 0);
-    const HANDLE held =
-        CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    Win32Handle held = openedFile(file, GENERIC_READ, FILE_SHARE_READ);
     EXPECT_EQ(asNumber(FileIsInUse)(file.c_str()), 1);
     // One that is held waits for the restart, or keeps its attributes where it cannot.
     takeBootList();
@@ -146,7 +143,7 @@ TEST_F(Files, Delete)
     EXPECT_EQ(FileDeleteForced(file.c_str(), &flag), 32);
     EXPECT_EQ(attributes(file) & 1U, 1U);
     RemoveDirectoryW(bootListPath().c_str());
-    CloseHandle(held);
+    held.reset();
     Given<unsigned long> ids;
     size_t count = 7;
     EXPECT_EQ(FileGetLockers(file.c_str(), &ids, &count), 0);
@@ -180,8 +177,7 @@ TEST_F(Folders, TreesAndLinks)
     EXPECT_EQ(sizes(tree), 80220);
     EXPECT_EQ(sizes(tree + L"\\report."), -267);
     EXPECT_EQ(asNumber(FolderIsEmpty)(tree.c_str()), 0);
-    const TestEvent cancel;
-    cancel.set();
+    const TestEvent cancel(true);
     for (const auto& [event, code] : {std::pair(cancel.get(), 1223), {kNoHandle, 6}}) {
         EXPECT_EQ(FolderDeleteTree(tree.c_str(), event), code);
         EXPECT_EQ(sizes(tree, event), -code);
@@ -201,11 +197,10 @@ TEST_F(Folders, TreesAndLinks)
     }
     EXPECT_EQ(content(at(L"outside\\keep")), "x");
     // What cannot be deleted stays; the rest is deleted.
-    const HANDLE held = CreateFileW((L"\\\\?\\" + deep + L"\\locked").c_str(), GENERIC_READ, FILE_SHARE_READ,
-                                    nullptr, OPEN_EXISTING, 0, nullptr);
+    Win32Handle held = openedFile(L"\\\\?\\" + deep + L"\\locked", GENERIC_READ, FILE_SHARE_READ);
     EXPECT_EQ(FolderDeleteTree(tree.c_str(), nullptr), 32);
     EXPECT_EQ(sizes(tree), 30120);
-    CloseHandle(held);
+    held.reset();
     SetFileAttributesW((L"\\\\?\\" + deep + L"\\locked").c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(FolderDeleteTree((tree + L"\\").c_str(), nullptr), 0);
     EXPECT_EQ(entriesOf(root), L"outside ");
@@ -213,10 +208,10 @@ TEST_F(Folders, TreesAndLinks)
 
 TEST_F(Folders, AreDeletedByTwoAtOnceAndNotWhereTheyAreNeeded)
 {
-    for (int i = 0; i < 60; ++i)
-        EXPECT_EQ(
-            FolderCreateTree((at(L"both\\") + std::to_wstring(i % 8) + L"\\" + std::to_wstring(i)).c_str()),
-            0);
+    for (int i = 0; i < 60; ++i) {
+        const std::wstring name = std::to_wstring(i % 8) + L"\\" + std::to_wstring(i);
+        EXPECT_EQ(FolderCreateTree((at(L"both\\") + name).c_str()), 0);
+    }
     onThreadsAtOnce(2, [&](int) { EXPECT_EQ(FolderDeleteTree(at(L"both").c_str(), nullptr), 0); });
     for (const wchar_t* kept : {L"C:\\", L"C:\\windows", L"C:\\users", L"C:\\Users::$INDEX_ALLOCATION",
                                 L"\\\\localhost\\C$\\users\\x\\AppData", L"c:/Program Files/."})
@@ -250,9 +245,8 @@ TEST(Volumes, TellOfDrives)
     }
     EXPECT_NE(VolumeGetLetters(L"\\\\?\\Volume{none}", &points, &count), 0);
     EXPECT_EQ(VolumeFlush(L"C:\\folder"), 123);
-    Opens open;
     std::wstring opened;
-    open.setHook([&](auto, const wchar_t* path, auto...) {
+    const Opens open([&](auto, const wchar_t* path, auto...) {
         opened = path;
         return CreateEventW(nullptr, TRUE, FALSE, nullptr); // any handle
     });

@@ -1,8 +1,6 @@
 #include "support/ImportReplacement.h"
 #include "support/Utilities.h"
 
-using Texts = std::vector<std::wstring>; // what several calls returned
-using Numbers = std::vector<long long>;
 constexpr unsigned long long kMost = ~0ULL;
 const auto size = asText(FormatByteSize);
 const auto count = asText(FormatCount);
@@ -95,9 +93,8 @@ TEST(Formatting, LocalTimeAndVersions)
     constexpr wchar_t kLibrary[] = L"C:\\windows\\system32\\kernel32.dll";
     EXPECT_EQ(VersionGetFileVersion(kLibrary, &version, &told), 0);
     std::wstring expected;
-    for (int shift = 48; shift >= 0; shift -= 16)
-        expected +=
-            std::to_wstring(version >> static_cast<unsigned>(shift) & 0xFFFFU) + (shift != 0 ? L"." : L"");
+    for (const unsigned shift : {48U, 32U, 16U, 0U})
+        expected += std::to_wstring(version >> shift & 0xFFFFU) + (shift != 0 ? L"." : L"");
     EXPECT_EQ(told.get(), expected);
     EXPECT_EQ(resource(kLibrary, L"CompanyName").substr(0, 9), L"Microsoft");
     EXPECT_EQ(resource(kLibrary, L"NoSuchName"), L"code 1814");

@@ -4,7 +4,6 @@
 #include <winioctl.h>
 
 namespace {
-using Texts = std::vector<std::wstring>; // what several calls returned
 const auto combined = asText(PathCombinePartsW);
 const auto normalized = asText(PathNormalizeW);
 const auto parent = asText(PathParentW);
@@ -113,11 +112,9 @@ TEST(Paths, ProtectedAndValid)
          {L"Z:/", L"C:\\Windows\\System32", L"\\\\?\\C:\\windows", L"C:\\Windows\\aux\\f",
           L"\\\\?\\C:\\windows\\nul", L"\\\\server\\c$\\windows\\prn \\x", L"C:\\users\\nul",
           L"C:\\users\\somebody", L"C:\\Program Files", L"C:\\users\\somebody\\AppData\\",
-          L"C:\\users\\somebody\\appdata\\Roaming", L"C:\\Program Files\\Common Files"})
-        EXPECT_EQ(asNumber(PathIsProtected)(path), 1) << utf8(path);
-    // Roots and what may be one; the last is mounted nowhere.
-    for (const wchar_t* path :
-         {L"C:\\", L"\\\\server\\share", L"C:\\Windows::$INDEX_ALLOCATION",
+          L"C:\\users\\somebody\\appdata\\Roaming", L"C:\\Program Files\\Common Files",
+          // Roots and what may be one; the last is mounted nowhere.
+          L"C:\\", L"\\\\server\\share", L"C:\\Windows::$INDEX_ALLOCATION",
           L"C:\\users:$I30:$INDEX_ALLOCATION\\somebody", L"C:\\Program Files. .", L"\\\\server\\c$\\Users",
           L"\\\\?\\UNC\\server\\ADMIN$\\system32", L"\\\\server\\c$. \\Users", L"Q:\\... ",
           L"C:\\:$I30:$INDEX_ALLOCATION", L"\\\\?\\GLOBALROOT\\DosDevices\\C:\\x", there.c_str(),
@@ -136,9 +133,7 @@ TEST(Paths, ProtectedAndValid)
 
 TEST(Paths, MakeUniqueAndTwins)
 {
-    const auto unique = [](const wchar_t* extension) {
-        return asText(PathMakeUnique)(L"C:\\windows", L"u18", extension);
-    };
+    const auto unique = [](auto* end) { return asText(PathMakeUnique)(L"C:\\windows", L"u18", end); };
     EXPECT_EQ(unique(L"tmp"), L"C:\\windows\\u18.tmp");
     for (const wchar_t* taken : {L"C:\\windows\\u18.tmp", L"C:\\windows\\u18 (2).tmp"})
         CloseHandle(

@@ -1,3 +1,4 @@
+#include "support/Links.h"
 #include "support/Utilities.h"
 
 namespace {
@@ -68,9 +69,8 @@ TEST_F(Registry, ValuesOfEveryShape)
     }
     EXPECT_EQ(RegistryReadBinary(kUser, a.c_str(), L"odd", 0, &bytes, &count, &type), 0);
     EXPECT_EQ(count * 10 + type, 71U);
-    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 0, L"x", REG_BINARY), 87);
-    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 7, L"x", REG_SZ), 87);
-    EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", 64, L"x", REG_SZ), 0);
+    for (const auto& [view, kind, code] : {std::tuple(0U, REG_BINARY, 87), {7, REG_SZ, 87}, {64, REG_SZ, 0}})
+        EXPECT_EQ(RegistryWriteString(kUser, a.c_str(), L"s", view, L"x", kind), code);
     EXPECT_EQ(read(L"s"), L"x");
     EXPECT_EQ(asText(RegistryTypeName)(REG_QWORD), L"REG_QWORD");
     EXPECT_EQ(asText(RegistryTypeName)(12), L"12");
@@ -166,17 +166,10 @@ TEST_F(Registry, TextsAreTakenWholeOrNotAtAll)
 TEST_F(Registry, LinksAndPaths)
 {
     put(L"target\\inner", L"v", REG_SZ, L"x");
-    HKEY made = nullptr;
     const std::wstring link = key(L"tree\\link");
     EXPECT_EQ(RegistryWriteDword(kUser, key(L"tree").c_str(), L"d", 0, 1), 0);
-    ASSERT_EQ(RegCreateKeyExW(kUser, link.c_str(), 0, nullptr, REG_OPTION_CREATE_LINK, KEY_ALL_ACCESS,
-                              nullptr, &made, nullptr),
-              0);
     const std::wstring to = L"\\Registry\\User\\" + asText(SidOfCurrentUser)() + L"\\" + key(L"target");
-    EXPECT_EQ(RegSetValueExW(made, L"SymbolicLinkValue", 0, REG_LINK,
-                             reinterpret_cast<const BYTE*>(to.data()), static_cast<DWORD>(to.size() * 2)),
-              0);
-    RegCloseKey(made);
+    makeKeyLink(kUser, link, to);
     EXPECT_EQ(exists(L"tree\\link\\inner"), 1);
     // Functions that change keys follow no link anywhere in a path, and do not turn a key into one.
     put(L"source\\link\\inner", L"v", REG_SZ, L"y");
@@ -231,7 +224,7 @@ TEST_F(Registry, PathsBeginWithARoot)
     }
     for (const wchar_t* wrong : {L"", L"HKXX\\a", L"\\HKLM", L"HKLMx"})
         EXPECT_EQ(parse(wrong, &root), L"code 161");
-    EXPECT_EQ(format(HKEY_USERS, L"x"), L"HKEY_USERS\\x");
-    EXPECT_EQ(format(HKEY_USERS, L""), L"HKEY_USERS");
-    EXPECT_EQ(format(reinterpret_cast<HKEY>(8), L""), L"code 6");
+    EXPECT_EQ(
+        (Texts{format(HKEY_USERS, L"x"), format(HKEY_USERS, L""), format(reinterpret_cast<HKEY>(8), L"")}),
+        (Texts{L"HKEY_USERS\\x", L"HKEY_USERS", L"code 6"}));
 }

@@ -1,8 +1,6 @@
 #include "support/Utilities.h"
 
 namespace {
-using Texts = std::vector<std::wstring>; // what several calls returned
-using Numbers = std::vector<long long>;
 constexpr wchar_t kLone[] = L"a\xD83D";
 constexpr auto kWhole = static_cast<size_t>(-1); // up to the text's end
 
@@ -126,10 +124,8 @@ TEST(Strings, SearchIsExactAndLinear)
     const ULONGLONG begin = GetTickCount64();
     EXPECT_EQ(_wcsistr(text.c_str(), (part + L'b').c_str()), nullptr);
     EXPECT_EQ(contains(text.c_str(), (L'b' + part).c_str(), 1), 0);
-    EXPECT_EQ(replace((text + L'b').c_str(), (part + L'b').c_str(), L"c", 1),
-              std::wstring(200000, L'a') + L'c');
-    EXPECT_EQ(split(text.c_str(), (std::wstring(20000, L'\x3b1') + L'\x3b2').c_str(), 0).size(),
-              text.size() + 1);
+    EXPECT_EQ(replace((text + L'b').c_str(), (part + L'b').c_str(), L"c", 1), text.substr(200000) + L'c');
+    EXPECT_EQ(split(text.c_str(), (std::wstring(20000, L'\x3b1') + L'\x3b2').c_str(), 0), text + L'|');
     EXPECT_LT(GetTickCount64() - begin, 3000U);
 }
 

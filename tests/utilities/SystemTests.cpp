@@ -1,7 +1,6 @@
 #include "support/Process.h"
 #include "support/Utilities.h"
 
-using Numbers = std::vector<long long>; // what several calls returned
 constexpr unsigned long kOwn = 0xFFFFFFFF;
 constexpr wchar_t kName[] = L"sysmaint-u18"; // a service
 constexpr wchar_t kShell[] = L"C:\\windows\\system32\\cmd.exe";
@@ -50,9 +49,8 @@ TEST(Services, AreToldSetAndDeleted)
 TEST(Services, AreWaitedForUntilTheTimeIsOverOrACancelComes)
 {
     DWORD now = SERVICE_STOPPED;
-    Replaced<"OpenServiceW", decltype(&OpenServiceW)> open([](auto, SC_HANDLE, const wchar_t*, DWORD) {
-        return OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-    });
+    Replaced<"OpenServiceW", decltype(&OpenServiceW)> open(
+        [](auto...) { return OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT); });
     Replaced<"QueryServiceStatusEx", decltype(&QueryServiceStatusEx)> query(
         [&](auto, SC_HANDLE, SC_STATUS_TYPE, BYTE* target, DWORD, DWORD*) {
             SERVICE_STATUS_PROCESS status{};
@@ -155,11 +153,10 @@ TEST(Security, Ownership)
     const std::wstring file = testPath(L"owned");
     EXPECT_EQ(FileWriteAtomically(file.c_str(), "x", 1), 0);
     const std::wstring sid = asText(SidOfCurrentUser)();
-    EXPECT_EQ(asText(SecurityGetOwner)(file.c_str(), 0), sid);
-    EXPECT_EQ(asText(SecurityGetOwner)(file.c_str(), 3), L"code 87");
-    EXPECT_EQ(asText(SecurityGetOwner)(L"C:\\not there", 0), L"code 2");
-    EXPECT_EQ(asText(SecurityGetOwner)(L"HKCU\\not there", 1), L"code 2");
-    EXPECT_EQ(asText(SecurityGetOwner)(L"not there", 2), L"code 1060");
+    const auto owner = asText(SecurityGetOwner);
+    EXPECT_EQ((Texts{owner(file.c_str(), 0), owner(file.c_str(), 3), owner(L"C:\\not there", 0),
+                     owner(L"HKCU\\not there", 1), owner(L"not there", 2)}),
+              (Texts{sid, L"code 87", L"code 2", L"code 2", L"code 1060"}));
     // An object without a list lets everybody in: a list with one entry would shut the others out.
     std::tuple<SECURITY_INFORMATION, DWORD, bool> made; // what, entries, whether there is an owner
     Replaced<"SetSecurityInfo", DWORD(WINAPI*)(HANDLE, int, SECURITY_INFORMATION, PSID, PSID, ACL*, ACL*)>
@@ -213,9 +210,7 @@ TEST(Processes, AreRunAndTold)
         EXPECT_EQ(starts.calls(), started);
     }
     const unsigned long self = GetCurrentProcessId();
-    wchar_t path[1024];
-    GetModuleFileNameW(nullptr, path, 1024);
-    EXPECT_EQ(asText(ProcessGetPath)(self), path);
+    EXPECT_EQ(asText(ProcessGetPath)(self), ownPath());
     EXPECT_EQ(asText(ProcessGetCommandLine)(self), GetCommandLineW());
     EXPECT_EQ(asNumber(ProcessIs32Bit)(self), 0);
     EXPECT_EQ(asText(ProcessGetPath)(0xfffffff0), L"code 87");
@@ -277,12 +272,10 @@ TEST(Shell, Shortcuts)
     EXPECT_EQ(made(link, target, most), 0);
     EXPECT_EQ(ShellReadShortcut(link.c_str(), &to, &arguments, &folder), 0);
     EXPECT_EQ(arguments.get(), most);
-    EXPECT_EQ(made(link, target, most + L"a"), 206);
-    EXPECT_EQ(made(link, L"C:\\" + std::wstring(257, L'x'), L""), 206);
-    EXPECT_EQ(made(link, L"", L""), 87);
-    EXPECT_EQ(made(target, target, L""), 80);
-    EXPECT_EQ(made(L"C:\\no\\a.lnk", target, L""), 3);
-    EXPECT_EQ(made(L"C:\\users", target, L""), 336);
+    EXPECT_EQ((Numbers{made(link, target, most + L"a"), made(link, L"C:\\" + std::wstring(257, L'x'), L""),
+                       made(link, L"", L""), made(target, target, L""), made(L"C:\\no\\a.lnk", target, L""),
+                       made(L"C:\\users", target, L"")}),
+              (Numbers{206, 206, 87, 80, 3, 336}));
     EXPECT_EQ(ShellReadShortcut(target.c_str(), &to, &arguments, &folder), 13);
     const auto broken = [&] { return asNumber(ShellShortcutIsBroken)(link.c_str()); };
     EXPECT_EQ(broken(), 0);
@@ -304,20 +297,18 @@ TEST(Shell, FoldersRecycleBinAndIcons)
     for (const unsigned long session : {kOwn, 1UL})
         EXPECT_EQ(asText(ShellGetFolder)(0x24, session), L"C:\\windows");
     EXPECT_NE(asText(ShellGetTypeName)(L"C:\\windows").substr(0, 5), L"code ");
-    const TestEvent cancel;
-    cancel.set();
+    const TestEvent cancel(true);
     EXPECT_EQ(RecycleBinEmpty(nullptr, cancel.get()), 1223);
     EXPECT_EQ(RecycleBinEmpty(nullptr, kNoHandle), 6);
     unsigned long long bytes = 0, items = 0;
     EXPECT_EQ(RecycleBinQuery(nullptr, &bytes, &items), 0);
     constexpr wchar_t kIcons[] = L"C:\\windows\\system32\\shell32.dll";
     void* icon = nullptr;
+    EXPECT_EQ(IconExtract(L"C:\\not there", 0, 32, &icon), 2);
     EXPECT_GT(asNumber(IconCount)(kIcons), 10);
     EXPECT_EQ(asNumber(IconCount)(L"C:\\windows\\win.ini"), 0);
-    EXPECT_EQ(IconExtract(kIcons, 9999, 32, &icon), 1814);
-    EXPECT_EQ(IconExtract(L"C:\\not there", 0, 32, &icon), 2);
-    EXPECT_EQ(IconExtract(kIcons, 0, 257, &icon), 87);
-    EXPECT_EQ(IconExtract(kIcons, 0, 32, &icon), 0);
+    for (const auto& [index, size, code] : {std::tuple(9999, 32, 1814), {0, 257, 87}, {0, 32, 0}})
+        EXPECT_EQ(IconExtract(kIcons, index, size, &icon), code);
     const std::wstring bitmap = testPath(L"icon.bmp");
     EXPECT_EQ(IconToBitmapFile(icon, bitmap.c_str()), 0);
     Given<unsigned char> content;

@@ -20,11 +20,9 @@ TEST(HiveCopies, AreReadFromTheVolumeWhileTheFileIsLocked)
         for (LONGLONG next = 0, at = 0, count = 0; lines >> next >> at >> count;)
             extents.push_back({count, at});
         const std::wstring file = std::wstring(L"N:\\") + name;
-        const Win32Handle locked(
-            CreateFileW(file.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        const Win32Handle locked = openedFile(file, GENERIC_READ | GENERIC_WRITE);
         ASSERT_TRUE(locked.isValid());
-        EXPECT_EQ(CreateFileW(file.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr),
-                  INVALID_HANDLE_VALUE);
+        EXPECT_FALSE(openedFile(file, GENERIC_READ, 7).isValid());
         const auto copy = [&] { HiveCopy(file.c_str(), (folder + L"\\copy." + name).c_str(), nullptr); };
         EXPECT_EQ(codeOf(copy), extents.empty() ? ERROR_HANDLE_EOF : ERROR_SUCCESS);
     }

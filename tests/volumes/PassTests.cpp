@@ -36,9 +36,7 @@ TEST_F(Volumes, TheFileTableIsFilled)
 TEST_F(Volumes, InUseAreRefused)
 {
     const std::wstring raw = _wgetenv(L"SYSMAINT_RAW_DRIVE");
-    const Win32Handle user(::CreateFileW((L"\\\\.\\" + raw).c_str(), GENERIC_READ,
-                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                         nullptr));
+    const Win32Handle user = openedFile(L"\\\\.\\" + raw, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE);
     ASSERT_TRUE(user.isValid());
     EXPECT_EQ(wipe(kWipePartition, raw + L"\\"), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(wiper->getNeedsReboot(), 1U);
