@@ -208,6 +208,42 @@ TEST(Topics, AllowEverythingFromInsideADelivery)
     }
 }
 
+// Somebody closes the pool of the consumer, with the topic's own opening: a handler in the middle of a
+// delivery, or another thread.
+TEST(Topics, EndAfterAHandlerWhosePoolWasClosed)
+{
+    for (const bool fromInside : {true, false}) {
+        const TestEvent inside, closing, goOn;
+        const ProcessCounts before = ProcessCounts::now();
+        std::atomic<bool> ended{false};
+        const auto closePool = [] {
+            void* const pool = THPOpenThreadPool(L"test topicTopic");
+            EXPECT_TRUE(THPCloseThreadpool(pool) != 0 && THPCloseThreadpool(pool) != 0);
+        };
+        Handler handler([&] {
+            if (fromInside)
+                closePool();
+            inside.set();
+            EXPECT_TRUE(goOn.wait());
+            ended = true;
+        });
+        TopicHandle topic = topicOf(handler);
+        const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
+            ::before([&](DWORD count, auto...) { count == 1 ? goOn.set() : void(); }));
+        const Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps(
+            ::before([&](auto...) { closing.set(); }));
+        ASSERT_EQ(post(topic), ERROR_SUCCESS);
+        ASSERT_TRUE(inside.wait());
+        std::thread closer([&] { fromInside ? closing.set() : closePool(); });
+        EXPECT_TRUE(closing.wait());
+        topic.reset(); // waits, and lets the handler go on
+        EXPECT_TRUE(ended) << fromInside;
+        goOn.set();
+        closer.join();
+        EXPECT_TRUE(before.isReachedAgain());
+    }
+}
+
 TEST(Topics, CarryTheRequestsOfObjectTables)
 {
     const wchar_t* const topicName = L"ObjectManager<ScanItem>";

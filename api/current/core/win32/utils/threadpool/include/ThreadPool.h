@@ -4,6 +4,7 @@
 
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 
 inline constexpr char kThreadPoolHeader[] = "core\\win32\\utils\\threadpool\\include\\ThreadPool.h";
@@ -99,6 +100,49 @@ inline int closePool(void* pool) noexcept
         return 1;
     return closeTelling(threadPools(), pool, [](ThreadPool& object) { return object.close(); });
 }
+
+/// One opening of a pool, with the pool itself, for work of the library's own. Anybody who knows the name can
+/// close the pool, and its handle says nothing about it from then on: what still runs there can be waited for
+/// all the same.
+class PoolOpening
+{
+public:
+    PoolOpening() = default;
+    /// Opens the pool with that name, or creates it. Raises an Exception with 87 (null name), 8, or 6 if
+    /// somebody has closed it at once; `place` is the place text for each.
+    PoolOpening(const char* place, const wchar_t* name) : m_handle(createPool(place, name))
+    {
+        if (!m_handle.isValid())
+            throw Exception(place);
+        requireSuccess(place, threadPools().get(m_handle.get(), m_pool));
+    }
+
+    [[nodiscard]] bool isValid() const noexcept { return m_handle.isValid(); }
+
+    /// Runs a status operation on the pool, which may have been closed. `operation` takes it by reference and
+    /// returns a status. Returns 1115 at the end of the process, when its threads are gone, without calling
+    /// `operation`, or the code that it returns or raises.
+    template <class Operation>
+    long with(Operation&& operation) const noexcept
+    {
+        if (isProcessEnding())
+            return ERROR_SHUTDOWN_IN_PROGRESS;
+        return boundary::statusOf([&]() -> long { return operation(*m_pool); });
+    }
+    /// Creates a category there, unless there is one. Returns what `with` does.
+    long requireCategory(const THPIdentifier& name, const THPCategoryOptions& options) const noexcept
+    {
+        const long code = with([&](ThreadPool& pool) {
+            pool.createCategory(name, options);
+            return ERROR_SUCCESS;
+        });
+        return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+    }
+
+private:
+    ThreadPoolPtr m_pool;
+    SmartHandle<closePool> m_handle; // closed before the pool is let go of
+};
 
 /// Runs a status operation on the pool behind `handle`, which is held meanwhile. `operation` takes the pool
 /// by reference and returns nothing or a status. Returns 0; 6 (null or never given out), 487 (closed); 1115
