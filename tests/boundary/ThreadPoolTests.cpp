@@ -284,12 +284,6 @@ TEST(ThreadPool, SuspendsAndResumes)
     refusals = 2; // a close tries again
     pool.close();
     EXPECT_EQ(stays.ended, 2);
-
-    // A pool that is closed while a thread is being started that is to be suspended.
-    const ProcessCounts before = ProcessCounts::now();
-    TestPool closing(THPCategoryOptions(1, THPCategoryOptions::kSuspended, 0, 0));
-    const Replaced<"CreateThread", decltype(&CreateThread)> threads(after([&](auto...) { closing.close(); }));
-    EXPECT_TRUE(closing.queue(1, blocker) == ERROR_SUCCESS && before.isReachedAgain());
 }
 
 // Work that was stopped before it began does not begin when it is cancelled, on an idle or a new thread.
