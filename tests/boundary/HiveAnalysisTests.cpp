@@ -176,6 +176,28 @@ TEST_F(HiveAnalysis, TellsBothSizesOfEachHiveInTheOrderOfTheList)
     }
 }
 
+// Its worker uses the stack of the analysis.
+TEST_F(HiveAnalysis, EndsAfterItsWorkerEvenIfItsPoolWasClosed)
+{
+    addHive(L"a", hiveOf(0));
+    addHive(L"b", hiveOf(0));
+    const TestEvent stop, closed;
+    const DWORD own = GetCurrentThreadId();
+    Writes writes(before([&](auto...) {
+        void* const pool = THPOpenThreadPool(L"RegistryDefragmenter");
+        EXPECT_TRUE(pool == INVALID_HANDLE_VALUE || // the second time
+                    THPCloseThreadpool(pool) + THPCloseThreadpool(pool) == 2);
+        closed.set();
+    }));
+    int polls = 0;
+    const Polls each(before([&](HANDLE handle, DWORD) {
+        const bool isOwn = handle == stop.get() && GetCurrentThreadId() == own;
+        EXPECT_TRUE(!isOwn || ++polls != 4 || closed.wait()); // behind the first hive
+    }));
+    EXPECT_EQ(analyze(stop.get()), ERROR_CANCELLED);
+    EXPECT_EQ(countFiles(), 0);
+}
+
 TEST_F(HiveAnalysis, OneHiveThatFailsLosesNoOther)
 {
     addHive(L"a", hiveOf(0));

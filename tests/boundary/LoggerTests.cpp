@@ -121,6 +121,7 @@ TEST_F(LoggerTest, KeepsEveryThreadsLinesWholeAndInOrderWithoutTouchingFiles)
 TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
 {
     settle();
+    EXPECT_FALSE(DeleteFileW((folder + kNames[0]).c_str())) << "its files are its own";
     const DWORD handles = processHandleCount();
     EXPECT_EQ(refusalOf(CreateLogger(L"second")), 1003U);
     EXPECT_EQ(processHandleCount(), handles);
@@ -147,7 +148,7 @@ TEST_F(LoggerTest, OneLivesAtATimeAndItsEndStopsTheOthers)
 
 TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
 {
-    const std::wstring path = folder + kNames[1];
+    const std::wstring path = folder + kNames[3];
     const auto countOld = [](const std::wstring& file) { return std::ranges::count(readBytes(file), 'o'); };
     for (const std::ptrdiff_t size : {kWhole - 1, kWhole}) {
         CloseLogger(logger);
@@ -161,13 +162,19 @@ TEST_F(LoggerTest, BeginsAFileOfTenMebibytesAnewAndNotOneByteLess)
         }
         const std::ptrdiff_t kept = size == kWhole ? 0 : size;
         EXPECT_EQ(overwritten, size - kept);
-        write(L"Registry Cleaner", L"new");
+        write(L"Disk Cleaner", L"new");
         settle();
-        EXPECT_EQ(std::ssize(readBytes(path)), kept + 2LL * (25 + 16 + 3 + 3 + 2));
+        EXPECT_EQ(std::ssize(readBytes(path)), kept + 2LL * (25 + 12 + 3 + 3 + 2));
         EXPECT_EQ(countOld(path), kept);
     }
-    // Somebody's file under a second name: only the name is deleted.
+    // Somebody's file under a second name: only the name is deleted, and nothing if that cannot be told.
     CloseLogger(logger);
+    writeBytes(path, Bytes(kWhole, 'o'));
+    {
+        const Replaced<"GetFileInformationByHandle", decltype(&GetFileInformationByHandle)> untold(kEachCall,
+                                                                                                   FALSE, 5);
+        EXPECT_TRUE(refusalOf(CreateLogger(L"tests")) == 1003U && countOld(path) == kWhole);
+    }
     const std::wstring kept = folder + L"kept";
     writeBytes(kept, Bytes(kWhole, 'o'));
     DeleteFileW(path.c_str());

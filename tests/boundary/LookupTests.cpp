@@ -3,6 +3,7 @@
 #include "core/win32/utils/checksums/api.h"
 #include "core/win32/utils/communication/api.h"
 #include "core/win32/utils/lookup/api.h"
+#include "core/win32/utils/threadpool/api.h"
 #include "support/Faults.h"
 #include "support/LookupServer.h"
 #include "support/Wipe.h"
@@ -252,4 +253,27 @@ TEST_F(Lookup, ClosesInTheMiddleOfARequest)
         EXPECT_EQ(CloseHVK(m_queue), 0);
     }
     EXPECT_TRUE(before.isReachedAgain());
+}
+
+// Somebody closes the pool of the work, with the queue's own opening, while a file is being hashed.
+TEST_F(Lookup, EndsAfterItsWorkEvenIfItsPoolWasClosed)
+{
+    const TestEvent hashing, closing, goOn;
+    std::atomic<bool> ended{false};
+    const Opens opens(before([&](auto...) { hashing.set(), ended = goOn.wait(); }));
+    const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
+        before([&](DWORD count, auto...) { count == 1 ? goOn.set() : void(); }));
+    const Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps(
+        before([&](auto...) { closing.set(); }));
+    add(1);
+    ASSERT_TRUE(hashing.wait());
+    std::thread closer([] {
+        void* const pool = THPOpenThreadPool(L"HVKQueueThreadPool");
+        EXPECT_TRUE(THPCloseThreadpool(pool) != 0 && THPCloseThreadpool(pool) != 0);
+    });
+    EXPECT_TRUE(closing.wait());
+    EXPECT_NE(CloseHVK(m_queue), 0);
+    EXPECT_TRUE(ended);
+    goOn.set();
+    closer.join();
 }

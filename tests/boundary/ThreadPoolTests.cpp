@@ -24,7 +24,54 @@ struct StoppedWork : Work
                 stopped.set();
         })};
 };
+
+/// Calls the overloads for names or for numbers so that each argument makes a difference.
+template <class Key>
+void expectEachArgumentToCount(Key category, Key work)
+{
+    const TestEvent begun, goOn, extra;
+    std::atomic<bool> ended{false};
+    Work stays([&] { begun.set(), static_cast<void>(goOn.wait()), ended = true; });
+    const THPWorkFunction function = [](IThreadContext&, void*) { return 0L; };
+    const TestPool pool;
+    void* const all = pool.handle;
+    void* first = nullptr;
+    void* second = nullptr;
+    ASSERT_EQ(THPCreateCategory(all, category, kOneThread), ERROR_SUCCESS);
+    ASSERT_EQ(THPQueueWork(all, category, work, stays, {}, Option::AtEnd, &first), ERROR_SUCCESS);
+    ASSERT_TRUE(begun.wait());
+    ASSERT_EQ(THPQueueWork(all, category, work, function, {}, Option::AtEnd, &second), ERROR_SUCCESS);
+    EXPECT_EQ(THPQueueWork(all, category, work, stays, {}, Option::OnlyIfFree, nullptr), 1003);
+    EXPECT_EQ(THPQueueWork(all, category, work, function, {}, Option::OnlyIfFree, nullptr), 1003);
+    extra.set();
+    for (const auto& [timeout, event] : {std::pair<DWORD, HANDLE>(0, nullptr), {INFINITE, extra.get()}})
+        for (const long code :
+             {THPWait(all, category, timeout, event), THPWait(all, category, work, timeout, event),
+              THPWait(all, first, category, work, timeout, event)})
+            EXPECT_EQ(code, event == nullptr ? long{WAIT_TIMEOUT} : long{ERROR_CANCELLED});
+    EXPECT_EQ(THPCancelWork(all, category, work, second, Operation::CancelAndReturn), ERROR_SUCCESS);
+    int running[2] = {-1, -1};
+    EXPECT_EQ(THPIsRunning(all, category, work, first, running[0]), ERROR_SUCCESS);
+    EXPECT_EQ(THPIsRunning(all, category, work, second, running[1]), ERROR_SUCCESS);
+    EXPECT_TRUE(running[0] == 1 && running[1] == 0);
+    long result = -1;
+    EXPECT_EQ(THPGetWorkResult(all, category, work, result), ERROR_BUSY);
+    EXPECT_EQ(THPGetWorkResult(all, category, work, second, result), ERROR_SUCCESS);
+    EXPECT_EQ(result, ERROR_CANCELLED);
+    for (const long code : {THPCancelWork(all, category, work, first, Operation::CancelAndReturn),
+                            THPCancelWork(all, category, work, Operation::CancelAndReturn),
+                            THPCancelWork(all, category, Operation::CancelAndReturn)})
+        EXPECT_TRUE(code == ERROR_SUCCESS && !ended) << "it does not wait";
+    goOn.set();
+    EXPECT_EQ(THPWait(all, category, work, 60000UL, nullptr), ERROR_CANCELLED);
+}
 } // namespace
+
+TEST(ThreadPool, TakesNamesAndNumbersWithAllArguments)
+{
+    expectEachArgumentToCount(L"category", L"work");
+    expectEachArgumentToCount(5UL, 6UL);
+}
 
 // Every maximum with every option: as many as allowed start at once, the next follows its option.
 TEST(ThreadPool, GoesByTheOptionAtTheMaximum)
@@ -143,6 +190,10 @@ TEST(ThreadPool, TellsHowWorkEnded)
         EXPECT_EQ(THPWait(pool.handle, instance, kCategory, number, 0, nullptr), waited);
         EXPECT_EQ(THPGetWorkResult(pool.handle, kCategory, number, instance, result), ERROR_SUCCESS);
         EXPECT_EQ(result, code);
+        Work fine([] {}); // a run that ends well replaces what was known of the work, not of the instance
+        EXPECT_TRUE(pool.run(number, fine) == ERROR_SUCCESS && pool.result(number) == 0);
+        EXPECT_EQ(THPGetWorkResult(pool.handle, kCategory, number, instance, result), ERROR_SUCCESS);
+        EXPECT_EQ(result, code);
     }
 }
 
@@ -175,6 +226,10 @@ TEST(ThreadPool, CancelsWhatTheKeyNamesAndNothingElse)
     EXPECT_EQ(THPCancelWork(pool.handle, kCategory, Operation::DropQueued), ERROR_SUCCESS);
     EXPECT_TRUE(pool.isRunning(2) == 0 && pool.isRunning(1) == 1 && pool.cancel(1) == ERROR_SUCCESS);
     EXPECT_TRUE(running.ended == 1 && queued.begun == 0);
+    third.body = [body = third.body](IThreadContext& context, HANDLE cancel) {
+        const long code = body(context, cancel);
+        return ResetEvent(cancel) != FALSE ? code : 1; // it was cancelled all the same
+    };
     ASSERT_TRUE(pool.begins(3, third));
     EXPECT_TRUE(THPCancelWork(pool.handle) == ERROR_SUCCESS && pool.wait(3) == ERROR_CANCELLED);
 
@@ -219,8 +274,14 @@ TEST(ThreadPool, SuspendsAndResumes)
     stays.started.reset();
     ASSERT_TRUE(pool.begins(4, stays));
     EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 4UL), ERROR_SUCCESS);
-    const Replaced<"ResumeThread", decltype(&ResumeThread)> resumes( // a close tries again
-        failing(static_cast<DWORD>(-1), 1450, [refusals = 2](HANDLE) mutable { return refusals-- > 0; }));
+    int refusals = 1;
+    const Replaced<"ResumeThread", decltype(&ResumeThread)> resumes(
+        failing(static_cast<DWORD>(-1), 1450, [&](HANDLE) { return refusals-- > 0; }));
+    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory), ERROR_SUCCESS);
+    EXPECT_EQ(THPResumeWork(pool.handle, kCategory), 1450);
+    ASSERT_EQ(pool.queue(5, blocker), ERROR_SUCCESS);
+    EXPECT_EQ(pool.wait(5, 50), WAIT_TIMEOUT) << "it is still suspended";
+    refusals = 2; // a close tries again
     pool.close();
     EXPECT_EQ(stays.ended, 2);
 }
@@ -314,7 +375,19 @@ TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
     }
     EXPECT_LE(blocks[0], 400) << "no arguments";
     EXPECT_LE(blocks[2], blocks[1] + 4) << "the last 64";
-    EXPECT_EQ(pool.result(99), 1117);
+    static bool isGone = false;
+    struct Noted : ParameterW
+    {
+        Noted() : ParameterW(1, "x") {}
+        ~Noted() override { isGone = true; }
+    };
+    EXPECT_TRUE(pool.result(35) == 0 && pool.result(36) == 1117 && pool.result(99) == 1117);
+    HashMessageW last;
+    last.setParameter(L"noted", HashMessageW::ParameterPtr(new Noted));
+    const THPWorkFunction ending = [](IThreadContext&, void*) -> long { return ExitThread(0), 0; };
+    EXPECT_EQ(THPQueueWork(pool.handle, kCategory, 1UL, ending, last, Option::AtEnd, nullptr), 0);
+    last.clearParameters();
+    EXPECT_TRUE(pool.wait(1) == ERROR_SUCCESS && isGone) << "nor if its thread has ended";
 }
 
 // Work is suspended where it waits for what is its own, whatever that is.
@@ -360,119 +433,4 @@ TEST(ThreadPool, SuspendsWorkInItsOwnWaits)
         })) << name;
     }
     DeleteCriticalSection(&section);
-}
-
-// A failing event or wait is reported to the caller, and nothing is lost, run twice or cancelled by it.
-TEST(ThreadPoolFaults, FailingSignalsAndWaitsAreReported)
-{
-    Replaced<"CreateEventW", decltype(&CreateEventW)> events;
-    Replaced<"SetEvent", decltype(&SetEvent)> sets;
-    Replaced<"ResetEvent", decltype(&ResetEvent)> resets;
-    Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits;
-    Replaced<"SuspendThread", decltype(&SuspendThread)> suspends;
-    Replaced<"ResumeThread", decltype(&ResumeThread)> resumes;
-    Blocker done;
-    done.goOn.set();
-    Blocker blocker;
-    TestPool pool;
-    ASSERT_EQ(pool.run(1, done), ERROR_SUCCESS); // now the thread waits for work
-    sets.failCall(1, FALSE, 1450);
-    EXPECT_EQ(pool.queue(1, done), 1450) << "handing over";
-    EXPECT_TRUE(pool.isRunning(1) == 0 && done.begun == 1);
-    for (int i = 2; i < 6; ++i) {
-        EXPECT_TRUE(pool.run(1, done) == ERROR_SUCCESS && done.begun == i);
-        resets.failCall(i == 2 ? 1 : 0, FALSE, 1450); // after waking
-    }
-    ASSERT_TRUE(pool.begins(2, blocker));
-    waits.failCall(1, WAIT_FAILED, 1450);
-    EXPECT_EQ(pool.wait(2), 1450) << "waiting";
-    EXPECT_EQ(pool.wait(2, 0), WAIT_TIMEOUT);
-    suspends.failCall(1, static_cast<DWORD>(-1), 1450);
-    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 2UL), 1450);
-    EXPECT_EQ(THPSuspendWork(pool.handle, kCategory, 2UL), ERROR_SUCCESS);
-    resumes.failCall(1, static_cast<DWORD>(-1), 1450);
-    EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 2UL), 1450);
-    EXPECT_EQ(THPResumeWork(pool.handle, kCategory, 2UL), ERROR_SUCCESS);
-    sets.failCall(1, FALSE, 1450);
-    EXPECT_TRUE(pool.cancel(2, Operation::CancelAndReturn) == 1450 && blocker.ended == 0);
-    resets.failCall(1, FALSE, 1450); // the event of the cancelled: it must not cancel the next
-    EXPECT_EQ(pool.cancel(2), ERROR_SUCCESS);
-    Work clean([](IThreadContext&, HANDLE cancel) -> long {
-        return static_cast<long>(WaitForSingleObject(cancel, 0));
-    });
-    EXPECT_TRUE(pool.run(3, clean) == ERROR_SUCCESS && pool.result(3) == WAIT_TIMEOUT);
-}
-
-// A close does not hang when work cannot be told to end: it retries, and finally reports it.
-TEST(ThreadPoolFaults, ACloseThatCannotSignalEnds)
-{
-    for (const bool topics : {false, true})
-        for (const bool once : {true, false}) {
-            const DWORD own = GetCurrentThreadId();
-            std::atomic<ULONGLONG> passed{0};
-            Replaced<"SetEvent", decltype(&SetEvent)> sets;
-            const Replaced<"GetTickCount64", decltype(&GetTickCount64)> clock(
-                [&](auto original) { return original() + (once ? 0 : passed += 3000); });
-            Blocker blocker;
-            const TestEvent inside, mayEnd;
-            Handler handler([&] {
-                inside.set();
-                EXPECT_TRUE(mayEnd.wait());
-            });
-            const ProcessCounts before = ProcessCounts::now();
-            TestPool pool;
-            TopicHandle topic = topicOf(handler);
-            ASSERT_TRUE(topics ? post(topic) == ERROR_SUCCESS && inside.wait() : pool.begins(1, blocker));
-            sets.setHook(failing(FALSE, 1450, [&, left = once ? 1 : 1000](HANDLE) mutable {
-                return GetCurrentThreadId() == own && left-- > 0;
-            }));
-            if (topics && once)
-                mayEnd.set();
-            SetLastError(0);
-            const int closed = topics ? CloseMessageTopic(topic.release())
-                                      : THPCloseThreadpool(std::exchange(pool.handle, nullptr));
-            EXPECT_EQ(closed != 0, once);
-            EXPECT_EQ(once ? 1450U : GetLastError(), 1450U);
-            EXPECT_EQ(blocker.ended, topics || !once ? 0 : 1);
-            sets.setHook(nullptr);
-            pool.close();
-            topic.reset();
-            blocker.goOn.set();
-            mayEnd.set();
-            EXPECT_TRUE(before.isReachedAgain()) << "the thread finds out by itself";
-        }
-}
-
-TEST(ThreadPoolFaults, WaitersAreReleasedAndWorkersReplaced)
-{
-    Replaced<"CreateEventW", decltype(&CreateEventW)> events;
-    Replaced<"SetEvent", decltype(&SetEvent)> sets;
-    const Replaced<"CreateThread", decltype(&CreateThread)> threads;
-    std::atomic<bool> idleFails{false};
-    const DWORD testThread = GetCurrentThreadId();
-    const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
-        failing(WAIT_FAILED, 1450, [&](auto...) { return GetCurrentThreadId() != testThread && idleFails; }));
-    Blocker last;
-    const ProcessCounts before = ProcessCounts::now();
-    TestPool pool;
-    ASSERT_TRUE(pool.begins(1, last));
-    events.failCall(1, nullptr, 1450);
-    EXPECT_EQ(pool.wait(1), 1450) << "no event for the waiter: it is told, and the work goes on";
-    EXPECT_EQ(pool.wait(1, 0), WAIT_TIMEOUT); // someone waits from now on
-    std::thread waiter([&] { EXPECT_EQ(pool.wait(1, INFINITE), ERROR_SUCCESS); });
-    sets.failCall(1, FALSE, 1450); // releasing waiters: they are released anyway
-    last.goOn.set();
-    waiter.join();
-
-    // A worker that can no longer wait for work ends, and a new thread does the rest.
-    ProcessCounts withoutWorker = ProcessCounts::now();
-    --withoutWorker.threads;
-    idleFails = true;
-    ASSERT_EQ(pool.run(1, last), ERROR_SUCCESS);
-    EXPECT_TRUE(withoutWorker.isReachedAgain());
-    idleFails = false;
-    EXPECT_TRUE(threads.calls() == 1 && pool.run(1, last) == ERROR_SUCCESS);
-    EXPECT_TRUE(threads.calls() == 2 && last.begun == 3);
-    pool.close();
-    EXPECT_TRUE(before.isReachedAgain());
 }

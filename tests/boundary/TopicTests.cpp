@@ -129,6 +129,35 @@ TEST(Topics, TakeBackWhatIsPostedWithoutMemory)
     EXPECT_TRUE(refused > 5 && refused < 30) << refused;
 }
 
+// One has posted, and one waits, while the consumer that both rely on cannot begin.
+TEST(Topics, LookAfterThoseWhoReliedOnAConsumerThatCannotBegin)
+{
+    Replaced<"CreateThread", decltype(&CreateThread)> threads;
+    for (const long failures : {1L, 2L}) {
+        const TestEvent waiting;
+        const Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps(
+            before([&](auto...) { waiting.set(); }));
+        Handler handler;
+        const TopicHandle topic = topicOf(handler);
+        std::thread waiter;
+        threads.reset();
+        threads.setHook([&](auto original, auto... arguments) {
+            if (threads.calls() == 1) {
+                EXPECT_EQ(post(topic), ERROR_SUCCESS);
+                waiter = std::thread([&] {
+                    EXPECT_EQ(TopicConsumeAll(topic, INFINITE), failures == 1 ? 0 : ERROR_CANCELLED);
+                });
+                EXPECT_TRUE(waiting.wait());
+            }
+            SetLastError(1450);
+            return threads.calls() <= failures ? nullptr : original(arguments...);
+        });
+        EXPECT_EQ(post(topic), 1450);
+        waiter.join();
+        EXPECT_EQ(handler.calls, failures == 1 ? 1 : 0);
+    }
+}
+
 TEST(Topics, StopKeepsWhatIsQueuedAndTheNextPostDeliversItFirst)
 {
     std::vector<std::uint32_t> order;
@@ -206,6 +235,54 @@ TEST(Topics, AllowEverythingFromInsideADelivery)
         EXPECT_TRUE(before.isReachedAgain());
         EXPECT_FALSE(OpenMessageTopic(L"inside").isValid());
     }
+}
+
+// Somebody closes the pool of the consumer, with the topic's own opening: a handler in the middle of a
+// delivery, or another thread.
+TEST(Topics, EndAfterAHandlerWhosePoolWasClosed)
+{
+    for (const bool fromInside : {true, false}) {
+        const TestEvent inside, closing, goOn;
+        const ProcessCounts before = ProcessCounts::now();
+        std::atomic<bool> ended{false};
+        const auto closePool = [] {
+            void* const pool = THPOpenThreadPool(L"test topicTopic");
+            EXPECT_TRUE(THPCloseThreadpool(pool) != 0 && THPCloseThreadpool(pool) != 0);
+        };
+        Handler handler([&] {
+            if (fromInside)
+                closePool();
+            inside.set();
+            EXPECT_TRUE(goOn.wait());
+            ended = true;
+        });
+        TopicHandle topic = topicOf(handler);
+        const Replaced<"WaitForMultipleObjects", decltype(&WaitForMultipleObjects)> waits(
+            ::before([&](DWORD count, auto...) { count == 1 ? goOn.set() : void(); }));
+        const Replaced<"SleepConditionVariableSRW", decltype(&SleepConditionVariableSRW)> sleeps(
+            ::before([&](auto...) { closing.set(); }));
+        ASSERT_EQ(post(topic), ERROR_SUCCESS);
+        ASSERT_TRUE(inside.wait());
+        std::thread closer([&] { fromInside ? closing.set() : closePool(); });
+        EXPECT_TRUE(closing.wait());
+        topic.reset(); // waits, and lets the handler go on
+        EXPECT_TRUE(ended) << fromInside;
+        goOn.set();
+        closer.join();
+        EXPECT_TRUE(before.isReachedAgain());
+    }
+}
+
+TEST(Topics, DeliverNothingOnceTheyAreClosedWhileTheConsumerBegins)
+{
+    const ProcessCounts before = ProcessCounts::now();
+    Handler handler;
+    TopicHandle topic = topicOf(handler);
+    const Replaced<"CreateThread", decltype(&CreateThread)> threads(
+        after([&](auto...) { EXPECT_NE(CloseMessageTopic(topic.release()), 0); }));
+    EXPECT_EQ(post(topic), ERROR_SUCCESS);
+    EXPECT_TRUE(before.isReachedAgain());
+    EXPECT_EQ(handler.calls, 0);
 }
 
 TEST(Topics, CarryTheRequestsOfObjectTables)

@@ -409,24 +409,28 @@ TEST(Endings, AHandlerMayEndItsThread)
     }
 }
 
-// In the loader lock all waits of a close together take at most 5 seconds. The test provides the time.
+// In the loader lock all waits of a close or a cancel together take at most 5 seconds. The test provides the
+// time.
 TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
 {
-    for (const bool topics : {false, true}) {
+    for (const unsigned long way : {0, 1, 2}) { // a topic; one category; a pool of two
+        const bool topics = way == 0;
         const DWORD own = GetCurrentThreadId();
         std::atomic<ULONGLONG> passed{0};
-        const TestEvent inside, mayEnd;
+        const TestEvent mayEnd;
+        std::atomic<int> inside{0};
         const ProcessCounts before = ProcessCounts::now();
         const auto stay = [&] {
-            inside.set();
+            ++inside;
             EXPECT_TRUE(mayEnd.wait());
         };
         Work work(stay);
         Handler handler(stay);
-        TestPool pool;
+        TestPool pool{THPCategoryOptions()};
         TopicHandle topic = topicOf(handler);
         ASSERT_EQ(topics ? post(topic) : pool.queue(1, work), ERROR_SUCCESS);
-        ASSERT_TRUE(inside.wait());
+        ASSERT_TRUE(topics || pool.queue(1, work, Option::AtEnd, nullptr, way) == ERROR_SUCCESS);
+        ASSERT_TRUE(comesTrue([&] { return inside == (topics ? 1 : 2); }));
         const Clock clock([&](auto real) { return GetCurrentThreadId() == own ? passed.load() : real(); });
         const auto pass = [&](DWORD timeout) {
             passed += GetCurrentThreadId() == own ? timeout : 0;
@@ -439,9 +443,11 @@ TEST(Endings, AWholeCloseInTheLoaderLockTakesFiveSeconds)
         {
             const LoaderLock lock(true);
             ASSERT_EQ(lock.got, 1U);
-            topics ? topic.reset() : pool.close();
+            EXPECT_TRUE(way != 1 || pool.cancel(1) == WAIT_TIMEOUT);
+            if (way != 1)
+                topics ? topic.reset() : pool.close();
         }
-        EXPECT_EQ(passed, 5000U) << topics;
+        EXPECT_EQ(passed, 5000U) << way;
         mayEnd.set();
         topic.reset();
         pool.close();

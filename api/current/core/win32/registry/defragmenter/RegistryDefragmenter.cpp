@@ -70,9 +70,10 @@ private:
 class RegistryDefragmenter::Run
 {
 public:
-    Run(void* pool, IRDWorker& worker) : m_pool(pool)
+    Run(const PoolOpening& pool, IRDWorker& worker) : m_pool(pool)
     {
-        requireSuccess(m_place, withPool(m_place, pool, [&](ThreadPool& object) {
+        requireSuccess(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 129),
+                       pool.with([&](ThreadPool& object) {
                            return object.queueWork({kCategory, kWork}, worker, HashMessageW(),
                                                    ITHPWorkItem::ScheduleOption::AtEnd, &m_instance);
                        }));
@@ -104,9 +105,8 @@ private:
     template <class Operation>
     long withWork(Operation&& operation) const noexcept
     {
-        return withPool(m_place, m_pool, [&](ThreadPool& pool) {
-            return operation(pool, THPWorkKey(kCategory, kWork, m_instance));
-        });
+        return m_pool.with(
+            [&](ThreadPool& pool) { return operation(pool, THPWorkKey(kCategory, kWork, m_instance)); });
     }
     [[nodiscard]] bool isRunning() const noexcept
     {
@@ -115,40 +115,25 @@ private:
             running = pool.isRunning(work);
             return ERROR_SUCCESS;
         });
-        // Out of memory: the state is unknown. Otherwise the pool is closed or the process is ending, and the
-        // work with it.
+        // Out of memory: the state is unknown. Otherwise the process is ending, and the work with it.
         return code == ERROR_NOT_ENOUGH_MEMORY || running;
     }
 
-    const char* m_place = PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 129);
-    void* m_pool;
+    const PoolOpening& m_pool;
     void* m_instance = nullptr;
 };
 
-void* RegistryDefragmenter::getThreadPool()
+const PoolOpening& RegistryDefragmenter::requireCategory()
 {
-    if (!m_pool.isValid()) {
-        const char* const place =
-            PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::getThreadPool", __LINE__);
-        SmartHandle<closePool> pool(createPool(place, L"RegistryDefragmenter"));
-        if (!pool.isValid())
-            throw Exception(place);
-        m_pool = std::move(pool);
-    }
-    return m_pool.get();
-}
-
-void* RegistryDefragmenter::requireCategory()
-{
-    const char* const place = PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 105);
-    void* const pool = getThreadPool();
-    const long code = withPool(place, pool, [](ThreadPool& object) {
-        object.createCategory(THPIdentifier(kCategory),
-                              THPCategoryOptions(THPCategoryOptions::kNoLimit, 0, THREAD_PRIORITY_IDLE, 0));
-    });
-    if (code != ERROR_ALREADY_EXISTS) // from an earlier analysis
-        requireSuccess(place, code);
-    return pool;
+    if (!m_pool.isValid())
+        m_pool =
+            PoolOpening(PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::getThreadPool", __LINE__),
+                        L"RegistryDefragmenter");
+    const THPCategoryOptions options(THPCategoryOptions::kNoLimit, 0, THREAD_PRIORITY_IDLE, 0);
+    requireSuccess(
+        PLACE(kRegistryDefragmenterHeader, "RegistryDefragmenter::analyze", 105),
+        m_pool.requireCategory(THPIdentifier(kCategory), options)); // perhaps from an earlier analysis
+    return m_pool;
 }
 
 void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent,
@@ -158,7 +143,7 @@ void RegistryDefragmenter::analyze(RDAnalyzerResults& results, void* stopEvent,
     m_collected.replace({});
     std::vector<LoadedHive> hives = readHiveList();
     const DriveLetters drives;
-    void* const pool = requireCategory();
+    const PoolOpening& pool = requireCategory();
 
     IRDWorker::Queue queue;
     RDWorker worker(queue, stopEvent, afterHive);

@@ -67,14 +67,9 @@ void MessageTopic::requirePool()
     if (m_pool.isValid())
         return;
     const char* place = PLACE(kMessageTopicHeader, "MessageTopic::beginWork", 187);
-    SmartHandle<closePool> pool(createPool(place, (m_name + L"Topic").c_str()));
-    if (!pool.isValid())
-        throw Exception(place);
-    const long code = withPool(place, pool.get(), [](ThreadPool& object) {
-        object.createCategory(THPIdentifier(kConsumerCategory), THPCategoryOptions(1, 0, 0, 0));
-    });
-    if (code != ERROR_ALREADY_EXISTS)
-        requireSuccess(place, code);
+    PoolOpening pool(place, (m_name + L"Topic").c_str());
+    requireSuccess(place,
+                   pool.requireCategory(THPIdentifier(kConsumerCategory), THPCategoryOptions(1, 0, 0, 0)));
     const WriteLocker locker(m_workLock);
     m_pool = std::move(pool);
 }
@@ -93,7 +88,7 @@ void MessageTopic::beginWork()
             dropEnded();
             m_instances.reserve(m_instances.size() + 1);
         }
-        return withPool(place, m_pool.get(), [&](ThreadPool& pool) {
+        return m_pool.with([&](ThreadPool& pool) {
             return pool.queueWork({kConsumerCategory, kConsumerWork}, *this, HashMessageW(),
                                   ITHPWorkItem::ScheduleOption::AtEnd, &instance);
         });
@@ -145,35 +140,30 @@ bool MessageTopic::isWorking()
 bool MessageTopic::isRunning(void* instance) noexcept
 {
     bool running = false;
-    const long code = askPool(instance, running);
-    if (code == ERROR_INVALID_HANDLE || code == ERROR_INVALID_ADDRESS || code == ERROR_NOT_FOUND)
-        return false; // somebody has closed the pool, which ended its work
-    return code != ERROR_SUCCESS || running;
+    return askPool(instance, running) != ERROR_SUCCESS || running;
 }
 
 long MessageTopic::askPool(void* instance, bool& running) noexcept
 {
-    return withPool(PLACE(kMessageTopicHeader, "MessageTopic::askPool", __LINE__), m_pool.get(),
-                    [&](ThreadPool& pool) {
-                        running = pool.isRunning({kConsumerCategory, kConsumerWork, instance});
-                    });
+    return m_pool.with([&](ThreadPool& pool) {
+        running = pool.isRunning({kConsumerCategory, kConsumerWork, instance});
+        return ERROR_SUCCESS;
+    });
 }
 
 long MessageTopic::cancelConsumer(void* instance) noexcept
 {
-    return withPool(PLACE(kMessageTopicHeader, "MessageTopic::cancelConsumer", __LINE__), m_pool.get(),
-                    [&](ThreadPool& pool) {
-                        return pool.cancelWork({kConsumerCategory, kConsumerWork, instance},
-                                               IThreadPool::OperationType::CancelAndReturn);
-                    });
+    return m_pool.with([&](ThreadPool& pool) {
+        return pool.cancelWork({kConsumerCategory, kConsumerWork, instance},
+                               IThreadPool::OperationType::CancelAndReturn);
+    });
 }
 
 long MessageTopic::waitForInstance(void* instance, DWORD timeout) noexcept
 {
-    return withPool(PLACE(kMessageTopicHeader, "MessageTopic::waitForInstance", __LINE__), m_pool.get(),
-                    [&](ThreadPool& pool) {
-                        return pool.wait({kConsumerCategory, kConsumerWork, instance}, timeout, nullptr);
-                    });
+    return m_pool.with([&](ThreadPool& pool) {
+        return pool.wait({kConsumerCategory, kConsumerWork, instance}, timeout, nullptr);
+    });
 }
 
 void MessageTopic::stopConsumer()

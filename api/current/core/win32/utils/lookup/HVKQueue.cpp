@@ -15,16 +15,9 @@ ObjectTable<HVKQueuePtr> hvkQueues(30);
 // One thread: a run that was cancelled and the next never look for work at once.
 HVKWork::HVKWork(const wchar_t* pool, const wchar_t* category, Run run)
     : m_category(category), m_run(std::move(run)),
-      m_pool(createPool(PLACE(kHVKQueueHeader, "HVKWork::HVKWork", __LINE__), pool))
+      m_pool(PLACE(kHVKQueueHeader, "HVKWork::HVKWork", __LINE__), pool)
 {
-    if (!m_pool.isValid())
-        raiseLastError();
-    const long code =
-        withPool(PLACE(kHVKQueueHeader, "HVKWork::HVKWork", __LINE__), m_pool.get(), [&](ThreadPool& object) {
-            object.createCategory(THPIdentifier(category), THPCategoryOptions(1, 0, 0, 0));
-        });
-    if (code != ERROR_ALREADY_EXISTS)
-        requireSuccess(code);
+    requireSuccess(m_pool.requireCategory(THPIdentifier(category), THPCategoryOptions(1, 0, 0, 0)));
 }
 
 // The pool is everybody's who knows its name: work that has not begun may have been cancelled there.
@@ -34,8 +27,9 @@ bool HVKWork::isLost() noexcept
     if (m_begun || instance == nullptr)
         return false;
     bool running = true;
-    withPool(PLACE(kHVKQueueHeader, "HVKWork::isLost", __LINE__), m_pool.get(), [&](ThreadPool& pool) {
+    m_pool.with([&](ThreadPool& pool) {
         running = pool.isRunning({THPIdentifier(m_category.c_str()), THPIdentifier(kWork), instance});
+        return ERROR_SUCCESS;
     });
     return !running && !m_begun;
 }
@@ -53,11 +47,10 @@ bool HVKWork::claim()
 long HVKWork::queue() noexcept
 {
     void* instance = nullptr;
-    const long code =
-        withPool(PLACE(kHVKQueueHeader, "HVKWork::queue", __LINE__), m_pool.get(), [&](ThreadPool& pool) {
-            return pool.queueWork({THPIdentifier(m_category.c_str()), THPIdentifier(kWork)}, *this,
-                                  HashMessageW(), ScheduleOption::AtEnd, &instance);
-        });
+    const long code = m_pool.with([&](ThreadPool& pool) {
+        return pool.queueWork({THPIdentifier(m_category.c_str()), THPIdentifier(kWork)}, *this,
+                              HashMessageW(), ScheduleOption::AtEnd, &instance);
+    });
     if (code == ERROR_SUCCESS)
         m_instance = instance;
     return code;
@@ -65,7 +58,7 @@ long HVKWork::queue() noexcept
 
 void HVKWork::cancel() noexcept
 {
-    withPool(PLACE(kHVKQueueHeader, "HVKWork::cancel", __LINE__), m_pool.get(), [&](ThreadPool& pool) {
+    m_pool.with([&](ThreadPool& pool) {
         return pool.cancelWork({THPIdentifier(m_category.c_str()), THPIdentifier(kWork)},
                                IThreadPool::OperationType::CancelAndReturn);
     });
@@ -73,7 +66,7 @@ void HVKWork::cancel() noexcept
 
 void HVKWork::wait(DWORD timeout) noexcept
 {
-    withPool(PLACE(kHVKQueueHeader, "HVKWork::wait", __LINE__), m_pool.get(), [&](ThreadPool& pool) {
+    m_pool.with([&](ThreadPool& pool) {
         return pool.wait({THPIdentifier(m_category.c_str()), THPIdentifier(kWork)}, timeout, nullptr);
     });
 }

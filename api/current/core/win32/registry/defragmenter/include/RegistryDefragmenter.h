@@ -29,14 +29,12 @@ private:
     /// The worker in the pool.
     class Run;
 
-    /// The pool of the workers, created at the first request. Raises an Exception.
-    [[nodiscard]] void* getThreadPool();
-    /// The same, with the workers' category.
-    [[nodiscard]] void* requireCategory();
+    /// The pool of the workers with their category, created at the first request. Raises an Exception.
+    [[nodiscard]] const PoolOpening& requireCategory();
 
     std::atomic<bool> m_isBusy{false};
     mutable CollectedResults m_collected;
-    SmartHandle<closePool> m_pool;
+    PoolOpening m_pool;
 };
 
 /// The table of the defragmenter, which holds a pool.

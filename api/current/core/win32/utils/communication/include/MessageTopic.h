@@ -146,7 +146,7 @@ private:
     // Guards the members below. Held while the pool is queried, never while a subscriber is called or a
     // consumer begins, which may need the loader.
     ReadWriteLock m_workLock;
-    SmartHandle<closePool> m_pool;          // once work has begun it stays until the topic is destroyed
+    PoolOpening m_pool;                     // once work has begun it stays until the topic is destroyed
     std::vector<void*> m_instances;         // consumer work that may not have ended, the latest last
     bool m_beginning = false;               // a thread is about to queue the next
     bool m_accepting = false;               // the latest consumer will still check the queue

@@ -16,7 +16,7 @@ class HVKWork final : public ITHPWorkItem
 public:
     using Run = std::function<void(HANDLE cancelEvent)>;
 
-    /// Opens or creates the pool. Raises the bare code.
+    /// Opens or creates the pool. Raises its code.
     HVKWork(const wchar_t* pool, const wchar_t* category, Run run);
 
     // These are called with the queue's lock held.
@@ -42,7 +42,7 @@ private:
 
     std::wstring m_category;
     Run m_run;
-    SmartHandle<closePool> m_pool;
+    PoolOpening m_pool;
     std::atomic<void*> m_instance{nullptr}; // of the run that was queued last
     std::atomic<bool> m_begun{false};       // it has begun
     std::atomic<bool> m_started{false};

@@ -4,6 +4,7 @@
 
 #include "core/win32/utils/objectmanager/include/ObjectTable.h"
 #include "core/win32/utils/objectmanager/include/ProcessEnd.h"
+#include "core/win32/utils/objectmanager/include/SmartHandle.h"
 #include "core/win32/utils/threadpool/include/THPCategory.h"
 
 inline constexpr char kThreadPoolHeader[] = "core\\win32\\utils\\threadpool\\include\\ThreadPool.h";
@@ -100,6 +101,63 @@ inline int closePool(void* pool) noexcept
     return closeTelling(threadPools(), pool, [](ThreadPool& object) { return object.close(); });
 }
 
+/// One opening of a pool, with the pool itself, for work of the library's own. Anybody who knows the name can
+/// close the pool, and its handle says nothing about it from then on: what still runs there can be waited for
+/// all the same.
+class PoolOpening
+{
+public:
+    PoolOpening() = default;
+    /// Opens the pool with that name, or creates it. Raises an Exception with 87 (null name), 8, or 6 if
+    /// somebody has closed it at once; `place` is the place text for each.
+    PoolOpening(const char* place, const wchar_t* name) : m_handle(createPool(place, name))
+    {
+        if (!m_handle.isValid())
+            throw Exception(place);
+        requireSuccess(place, threadPools().get(m_handle.get(), m_pool));
+    }
+
+    PoolOpening(PoolOpening&&) = default;
+    PoolOpening& operator=(PoolOpening&&) = default;
+    /// A handle that somebody has closed once too often may be another pool's by now: that one is left alone.
+    ~PoolOpening()
+    {
+        const bool isOurs = boundary::statusOf([&]() -> long {
+                                ThreadPoolPtr pool;
+                                requireSuccess(threadPools().get(m_handle.get(), pool));
+                                return pool.get() == m_pool.get() ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+                            }) == ERROR_SUCCESS;
+        if (!isOurs)
+            static_cast<void>(m_handle.release());
+    }
+
+    [[nodiscard]] bool isValid() const noexcept { return m_handle.isValid(); }
+
+    /// Runs a status operation on the pool, which may have been closed. `operation` takes it by reference and
+    /// returns a status. Returns 1115 at the end of the process, when its threads are gone, without calling
+    /// `operation`, or the code that it returns or raises.
+    template <class Operation>
+    long with(Operation&& operation) const noexcept
+    {
+        if (isProcessEnding())
+            return ERROR_SHUTDOWN_IN_PROGRESS;
+        return boundary::statusOf([&]() -> long { return operation(*m_pool); });
+    }
+    /// Creates a category there, unless there is one. Returns what `with` does.
+    long requireCategory(const THPIdentifier& name, const THPCategoryOptions& options) const noexcept
+    {
+        const long code = with([&](ThreadPool& pool) {
+            pool.createCategory(name, options);
+            return ERROR_SUCCESS;
+        });
+        return code == ERROR_ALREADY_EXISTS ? ERROR_SUCCESS : code;
+    }
+
+private:
+    ThreadPoolPtr m_pool;
+    SmartHandle<closePool> m_handle; // closed before the pool is let go of
+};
+
 /// Runs a status operation on the pool behind `handle`, which is held meanwhile. `operation` takes the pool
 /// by reference and returns nothing or a status. Returns 0; 6 (null or never given out), 487 (closed); 1115
 /// at the end of the process, when its threads are gone, without calling `operation`; or the code that it
@@ -113,6 +171,8 @@ long withPool(const char* place, void* handle, Operation&& operation) noexcept
     if (code != ERROR_INVALID_HANDLE)
         return code;
     return boundary::statusFrame([&]() -> long {
-        return threadPools().isClosed(handle) ? ERROR_INVALID_ADDRESS : ERROR_INVALID_HANDLE;
+        if (threadPools().isClosed(handle))
+            throw Exception(place, ERROR_INVALID_ADDRESS); // which makes it the last error, too
+        return code;
     });
 }
