@@ -246,6 +246,7 @@ void expectRefused(Handles& handles, const char* kind, long poolCode = ERROR_INV
         const bool isPool = row.kind == kTakesHandle && std::strstr(row.name, "o.pool") != nullptr;
         EXPECT_EQ(row.run(handles), isPool ? poolCode : ERROR_INVALID_HANDLE) << kind << ": " << row.name;
         EXPECT_TRUE(row.kind != kCloses || GetLastError() == 4711) << row.name;
+        EXPECT_TRUE(!isPool || GetLastError() == static_cast<DWORD>(poolCode)) << row.name;
     }
 }
 } // namespace

@@ -388,6 +388,15 @@ TEST(ThreadPool, KeepsLittleOfWorkThatHasEnded)
     EXPECT_EQ(THPQueueWork(pool.handle, kCategory, 1UL, ending, last, Option::AtEnd, nullptr), 0);
     last.clearParameters();
     EXPECT_TRUE(pool.wait(1) == ERROR_SUCCESS && isGone) << "nor if its thread has ended";
+    struct Ending : ParameterW
+    {
+        Ending() : ParameterW(1, "x") {}
+        ~Ending() override { ExitThread(0); }
+    };
+    last.setParameter(L"ending", HashMessageW::ParameterPtr(new Ending));
+    EXPECT_EQ(THPQueueWork(pool.handle, kCategory, 1UL, failing, last, Option::AtEnd, nullptr), 0);
+    last.clearParameters();
+    EXPECT_TRUE(pool.wait(1) == ERROR_SUCCESS && pool.result(1) == 574) << "its arguments end the thread";
 }
 
 // Work is suspended where it waits for what is its own, whatever that is.

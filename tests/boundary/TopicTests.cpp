@@ -265,7 +265,9 @@ TEST(Topics, EndAfterAHandlerWhosePoolWasClosed)
         ASSERT_TRUE(inside.wait());
         std::thread closer([&] { fromInside ? closing.set() : closePool(); });
         EXPECT_TRUE(closing.wait());
-        topic.reset(); // waits, and lets the handler go on
+        void* const other = THPCreateThreadPool(L"other"); // which gets the number
+        topic.reset();                                     // waits, and lets the handler go on
+        EXPECT_NE(THPCloseThreadpool(other), 0) << "it is nobody else's";
         EXPECT_TRUE(ended) << fromInside;
         goOn.set();
         closer.join();

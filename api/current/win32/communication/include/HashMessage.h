@@ -137,7 +137,12 @@ public:
     }
 
     [[nodiscard]] const Parameters& getParameters() const noexcept { return m_parameters; }
-    void clearParameters() noexcept { m_parameters.clear(); }
+    /// Each is out of the message before its destructor runs, which may even end the thread.
+    void clearParameters() noexcept
+    {
+        while (!m_parameters.empty())
+            static_cast<void>(m_parameters.extract(m_parameters.begin()));
+    }
 
     long dump(unsigned long code, IOutputByteStream& stream) const override
     {

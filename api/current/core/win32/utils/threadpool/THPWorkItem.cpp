@@ -75,8 +75,6 @@ long THPWorkItem::operator()(IThreadContext& context, void* cancelEvent)
 
 void THPWorkItem::releaseArguments() noexcept
 {
-    if (std::exchange(m_released, true))
-        return;
     const OutsideLibrary outside;
     m_arguments.clearParameters();
 }

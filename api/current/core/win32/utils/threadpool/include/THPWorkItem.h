@@ -95,7 +95,7 @@ public:
     void requestCancel() noexcept { m_cancelRequested = true; }
     [[nodiscard]] bool isCancelRequested() const noexcept { return m_cancelRequested; }
     /// Releases the arguments, whose destructors may be the caller's code: never under a lock, and not while
-    /// the item can still run. Repeating the call has no effect: one of them may have ended the thread.
+    /// the item can still run.
     void releaseArguments() noexcept;
     /// Ends the item: sets the state and wakes those who wait for it.
     void complete(State state, long status) noexcept;
@@ -123,7 +123,6 @@ private:
     std::atomic<DWORD> m_thread{0};
     bool m_cancelRequested = false;
     bool m_superseded = false;
-    bool m_released = false; // used by the item's thread alone
     long m_status = ERROR_SUCCESS;
     Win32Handle m_done; // taken when someone waits
 };
