@@ -71,10 +71,12 @@ TEST_F(CPool, RunsSuspendsAndCancelsWorkThatMayCloseIt)
     void* instance = nullptr;
     sysmaint_work_key one = work;
     one.scope = SYSMAINT_SCOPE_INSTANCE;
+    const HANDLE signalled = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     expectCodes({
         {"category", [&] { return sysmaint_pool_create_category(pool, &category, &suspended); }, 0},
         {"queue", [&] { return queue(act, arguments, &instance); }, 0},
         {"not yet", [&] { return sysmaint_pool_wait(pool, &work, 20, nullptr); }, 258},
+        {"stopped", [&] { return sysmaint_pool_wait(pool, &work, 60000, signalled); }, 1223},
         {"resume", [&] { return sysmaint_pool_resume(pool, &category); }, 0},
         {"wait", [&] { return one.instance = instance, sysmaint_pool_wait(pool, &one, ~0U, nullptr); }, 0},
         {"result", [&] { return sysmaint_pool_result(pool, &one, &result); }, 0},
@@ -82,6 +84,7 @@ TEST_F(CPool, RunsSuspendsAndCancelsWorkThatMayCloseIt)
         {"stale", [&] { return sysmaint_message_clear(stale); }, 6},
         {"arguments", [&] { return sysmaint_message_close(arguments); }, 0},
     });
+    CloseHandle(signalled);
     EXPECT_EQ(std::pair(result, running), std::pair(4716, 0));
 
     act.act = [&](const sysmaint_work& cancelled) {
