@@ -122,6 +122,8 @@ TEST_F(CTopic, DeliversToCallbacksWithReplyAndValue)
     sysmaint_message* const message = makeMessage(SYSMAINT_MESSAGE_PARAMETERS);
     sysmaint_message* const reply = makeMessage(SYSMAINT_MESSAGE_PARAMETERS);
     sysmaint_message* const data = makeMessage(SYSMAINT_MESSAGE_DATA);
+    sysmaint_message* const bare = makeMessage(SYSMAINT_MESSAGE_PLAIN);
+    sysmaint_message* const array = makeMessage(SYSMAINT_MESSAGE_ARRAY);
     std::uint32_t answer = 0;
     const std::uint32_t value = 3;
     expectCodes({
@@ -130,7 +132,9 @@ TEST_F(CTopic, DeliversToCallbacksWithReplyAndValue)
         {"send", [&] { return send(message, reply); }, 0},
         {"answer", [&] { return sysmaint_message_number(reply, L"n", &answer); }, 0},
         {"another reply", [&] { return send(message, data); }, 120},
-        {"data", [&] { return send(data, nullptr); }, 120},
+        {"data", [&] { return sysmaint_topic_send(topic, data, nullptr, &value, nullptr); }, 120},
+        {"bare", [&] { return sysmaint_topic_send(topic, bare, nullptr, &value, nullptr); }, 120},
+        {"array", [&] { return sysmaint_topic_send(topic, array, nullptr, &value, nullptr); }, 120},
         {"post", [&] { return sysmaint_topic_post(topic, message, &value); }, 0},
         {"all", [&] { return sysmaint_topic_consume_all(topic, SYSMAINT_INFINITE); }, 0},
         {"more", [&] { return sysmaint_message_set_number(message, L"n", 1000); }, 0},
@@ -141,8 +145,8 @@ TEST_F(CTopic, DeliversToCallbacksWithReplyAndValue)
         {"nobody", [&] { return send(message, reply); }, 0},
     });
     EXPECT_EQ(answer, 42U);
-    EXPECT_EQ(values, (std::vector<std::uint32_t>{3}));
-    for (sysmaint_message* each : {message, reply, data})
+    EXPECT_EQ(values, (std::vector<std::uint32_t>{3, 3, 3, 3})) << "of each class";
+    for (sysmaint_message* each : {message, reply, data, bare, array})
         sysmaint_message_close(each);
 }
 
