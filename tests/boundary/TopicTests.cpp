@@ -295,6 +295,18 @@ TEST(Topics, CarryTheRequestsOfObjectTables)
     request.setParameter(L"ObjectName", L"served\\C:\\file");
     request.setParameter(L"DumpCode", std::uint32_t{9});
     request.setParameter(L"ObjectData", L"", 0);
+    const HeapWatch watch(sysmaintModule());
+    for (long failing = 1;; ++failing) {
+        HeapWatch::arm(failing);
+        const long code = ServeObjectRequests(L"ScanItem", 1);
+        HeapWatch::disarm();
+        if (code == ERROR_SUCCESS) {
+            EXPECT_GT(failing, 3);
+            break;
+        }
+        EXPECT_EQ(code, ERROR_NOT_ENOUGH_MEMORY) << failing;
+        ASSERT_FALSE(OpenMessageTopic(topicName).isValid()) << failing;
+    }
     for (const int served : {0, 1, 1, 0, 0, 1, 0}) {
         EXPECT_EQ(ServeObjectRequests(L"ScanItem", served), ERROR_SUCCESS);
         const TopicHandle topic = OpenMessageTopic(topicName);
