@@ -423,10 +423,10 @@ TEST(FtpHostile, FoldersAreListedUnderTheirOwnNames)
         L"folder /a/aa", L"folder /a/bb",     L"file 5 /a/aa/in-a", L"file 5 /a/bb/in-a-bb",
         L"folder /bb/a", L"folder /bb/b",     L"folder /a/aa/aa",   L"folder /a/aa/bb"};
     FtpServers servers(L"hostile");
-    for (const char* mode :
-         {"heeds", "ignores", "shallow", "wanders", "hollow", "snaps", "MLSD-heeds", "MLSD-ignores",
-          "typeless", "tires", "tires-late", "MLSD-tires", "STAT-heeds", "STAT-ignores", "STAT-snaps",
-          "STAT-cuts", "STAT-forges", "STAT-swallows", "STAT-homes"}) {
+    for (const char* mode : {"heeds",      "ignores",     "shallow",       "wanders",      "hollow",
+                             "snaps",      "MLSD-heeds",  "MLSD-ignores",  "typeless",     "tires",
+                             "tires-late", "MLSD-tires",  "STAT-heeds",    "STAT-ignores", "STAT-snaps",
+                             "STAT-cuts",  "STAT-forges", "STAT-swallows", "STAT-homes",   "STAT-sticks"}) {
         SCOPED_TRACE(mode);
         const long code = std::string(mode) == "hollow" ? ERROR_ACCESS_DENIED : ERROR_PATH_NOT_FOUND;
         const bool isAlike = std::string(mode) != "tires"; // /bb/a and /a/bb are
