@@ -14,7 +14,8 @@ struct FtpAddress
     std::wstring path;
 };
 
-/// "ftp://[USER@]HOST[:PORT][/PATH]"; nothing for other texts. Throws UsageError for one that is wrong.
+/// "ftp://[USER@]HOST[:PORT][/PATH]"; nothing for texts that are no address. Throws UsageError for one that
+/// is wrong or has another scheme.
 std::optional<FtpAddress> parseFtpAddress(const std::wstring& text);
 /// Takes a user's password from the environment, or asks for it. False when the question was cancelled.
 bool findPassword(FtpAddress& address);
